@@ -1,0 +1,16 @@
+find_package(Threads REQUIRED)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network)
+find_package(tomlplusplus REQUIRED)
+find_package(SQLite3 REQUIRED)
+find_package(OpenSSL 3 REQUIRED)
+find_package(CURL REQUIRED)
+find_package(LibArchive REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+
+find_path(OPTIONPARSER_INCLUDE_DIR optionparser.h
+    PATH_SUFFIXES fastdds/thirdparty/optionparser/optionparser
+    DOC "Folder of optionparser.h, the Lean Mean option parser")
+if(NOT OPTIONPARSER_INCLUDE_DIR)
+    message(FATAL_ERROR "optionparser.h not found: install libfastrtps-dev or set OPTIONPARSER_INCLUDE_DIR")
+endif()

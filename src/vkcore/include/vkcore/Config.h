@@ -1,0 +1,46 @@
+#pragma once
+
+#include <vkcore/Export.h>
+
+#include <QtCore/QHash>
+#include <QtCore/QString>
+
+namespace tarn::vkcore {
+
+// The configuration: text values under dotted keys ("application.settingsDir.other"), read from TOML
+// files in which the dots are tables. A later file wins over an earlier one, key by key.
+class VKCORE_EXPORT Config
+{
+public:
+    // Where a value comes from; higher kinds win over lower ones whatever the order of loading.
+    enum ValueType : int {
+        DefaultValue = -1, // built into the library
+        SystemValue = 0,   // the application's files
+        UserValue = 1,     // the user's file
+    };
+
+    // The value of a key, an empty text where it has none. Numbers, dates and truth values come as
+    // they stand in the file, lists joined by commas.
+    QString getStrValue(const QString& pKey) const;
+    QString getStrValue(const QString& pKey, const QString& pDefault) const;
+    bool hasValue(const QString& pKey) const;
+    void setValue(const QString& pKey, const QString& pValue, ValueType pType);
+
+    // Reads the file pPath into the configuration under the name pName, which stands in error
+    // texts. pMustExist true makes a missing file an error. False, with errorText() set and the configuration as
+    // before, if the file can't be read, is no TOML, or is larger than 1 MiB.
+    bool load(const QString& pPath, const QString& pName, ValueType pType, bool pMustExist);
+    const QString& errorText() const { return mErrorText; }
+
+private:
+    struct Value
+    {
+        QString mText;
+        ValueType mType;
+    };
+
+    QHash<QString, Value> mValues;
+    QString mErrorText;
+};
+
+} // namespace tarn::vkcore

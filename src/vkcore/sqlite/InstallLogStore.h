@@ -1,0 +1,50 @@
+#pragma once
+
+#include "sqlite/Database.h"
+
+#include <vkcore/InstLogEntry.h>
+
+#include <QtCore/QDateTime>
+#include <QtCore/QList>
+#include <QtCore/QString>
+
+namespace tarn::vkcore {
+
+// The log of installed updates, a database that everybody on the machine may read (0644, rollback journal).
+// The service writes it, and rkm reads it without a service.
+class InstallLogStore
+{
+public:
+    // A package of one run. A child is a package that only came along with another one.
+    struct Record
+    {
+        QString mPackage;  // the package's technical name
+        QString mParent;   // that of the package it came along with; null for one of the top level
+        QString mVersion;  // Version::toString
+        QString mStatus;   // "ok", "child_packages_updated", "warning", "error"
+        QDateTime mVersionDate;
+        LangString mTitle;
+        LangString mReport;
+    };
+
+    static QString fileName(); // "install-log.db", below the state directory
+
+    bool openForWriting(const QString& pPath);
+    bool openForReading(const QString& pPath);
+
+    // Adds the records of one run at the time pDate, all or none. A run that is in the log already is left
+    // as it is and counts as added: a run is told by pRunId.
+    bool append(const QString& pRunId, const QDateTime& pDate, const QList<Record>& pRecords);
+
+    // As Installer::getInstallLog.
+    bool read(QList<GRef2<InstLogEntry>>* pEntries, const QDateTime& pFrom, const QDateTime& pTo, int pMaxCount,
+              bool pTopLevelOnly);
+
+    QString errorText() const { return mDatabase.errorText(); }
+    bool isDamaged() const { return mDatabase.isDamaged(); }
+
+private:
+    Database mDatabase;
+};
+
+} // namespace tarn::vkcore
