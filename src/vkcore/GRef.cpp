@@ -1,0 +1,7 @@
+#include <vkcore/GRef.h>
+
+namespace tarn::vkcore {
+
+CountedObject::~CountedObject() = default;
+
+} // namespace tarn::vkcore

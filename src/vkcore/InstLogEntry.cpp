@@ -1,0 +1,7 @@
+#include <vkcore/InstLogEntry.h>
+
+namespace tarn::vkcore {
+
+InstLogEntry::~InstLogEntry() = default;
+
+} // namespace tarn::vkcore

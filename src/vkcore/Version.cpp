@@ -1,0 +1,43 @@
+#include <vkcore/Version.h>
+
+#include <QtCore/QStringList>
+
+#include <array>
+
+namespace tarn::vkcore {
+
+Version::Version(int pMajor, int pMinor, int pPatch, int pBuild)
+    : mMajor(pMajor), mMinor(pMinor), mPatch(pPatch), mBuild(pBuild)
+{
+}
+
+Version Version::fromString(const QString& pText, bool* pOk)
+{
+    const QStringList tParts = pText.split(QLatin1Char('.'));
+    std::array<int, 4> tNumbers{};
+    bool tOk = tParts.size() <= 4;
+    for (qsizetype i = 0; tOk && i < tParts.size(); ++i) {
+        const QString& tPart = tParts[i];
+        // toInt alone would take signs and blanks.
+        tOk = !tPart.isEmpty() && tPart[0].isDigit() && tPart.back().isDigit();
+        if (tOk) {
+            tNumbers[static_cast<size_t>(i)] = tPart.toInt(&tOk);
+        }
+    }
+    if (pOk != nullptr) {
+        *pOk = tOk;
+    }
+    return tOk ? Version(tNumbers[0], tNumbers[1], tNumbers[2], tNumbers[3]) : Version();
+}
+
+QString Version::toString() const
+{
+    return QStringLiteral("%1.%2.%3.%4").arg(mMajor).arg(mMinor).arg(mPatch).arg(mBuild);
+}
+
+QString Version::toTarnAppFormat() const
+{
+    return mBuild == 0 ? QStringLiteral("%1.%2.%3").arg(mMajor).arg(mMinor).arg(mPatch) : toString();
+}
+
+} // namespace tarn::vkcore
