@@ -1,5 +1,7 @@
 #include <vkcore/LangString.h>
 
+#include <algorithm>
+
 namespace tarn::vkcore {
 
 LangString::LangString(const QMap<QString, QString>& pValues) : mValues(pValues) {}
@@ -12,19 +14,25 @@ void LangString::setValue(const QString& pLang, const QString& pText)
 const QString& LangString::bestValue(const QString& pLang) const
 {
     static const QString sNothing;
-    const QString tBaseLang = pLang.section(QLatin1Char('_'), 0, 0);
-    for (const QString& tLang : {pLang, tBaseLang, QStringLiteral("en")}) {
-        const auto tFound = mValues.constFind(tLang);
-        if (tFound != mValues.cend() && !tFound->isEmpty()) {
-            return *tFound;
-        }
+    if (mValues.isEmpty()) {
+        return sNothing;
     }
-    for (const QString& tText : mValues) {
-        if (!tText.isEmpty()) {
-            return tText;
-        }
+    const auto tText = [this](const QString& pKey) -> const QString& {
+        const auto tFound = mValues.constFind(pKey);
+        return tFound == mValues.cend() ? sNothing : *tFound;
+    };
+    if (const QString& tExact = tText(pLang); !tExact.isEmpty()) {
+        return tExact;
     }
-    return sNothing;
+    if (const QString& tOfLanguage = tText(pLang.section(QLatin1Char('_'), 0, 0)); !tOfLanguage.isEmpty()) {
+        return tOfLanguage;
+    }
+    if (const QString& tEnglish = tText(QStringLiteral("en")); !tEnglish.isEmpty()) {
+        return tEnglish;
+    }
+    const auto tAny =
+        std::find_if(mValues.cbegin(), mValues.cend(), [](const QString& pText) { return !pText.isEmpty(); });
+    return tAny == mValues.cend() ? sNothing : *tAny;
 }
 
 } // namespace tarn::vkcore

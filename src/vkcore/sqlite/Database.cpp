@@ -221,8 +221,14 @@ QString Statement::text(int pColumn) const
 
 QByteArray Statement::bytes(int pColumn) const
 {
+    const QByteArray tBytes = rawBytes(pColumn);
+    return {tBytes.constData(), tBytes.size()};
+}
+
+QByteArray Statement::rawBytes(int pColumn) const
+{
     const auto* tBytes = static_cast<const char*>(sqlite3_column_blob(mStatement, pColumn));
-    return {tBytes, sqlite3_column_bytes(mStatement, pColumn)};
+    return QByteArray::fromRawData(tBytes, sqlite3_column_bytes(mStatement, pColumn));
 }
 
 } // namespace tarn::vkcore

@@ -80,6 +80,8 @@ public:
     qint64 integer(int pColumn) const;
     QString text(int pColumn) const;
     QByteArray bytes(int pColumn) const;
+    // The bytes in place: they hold until the next step.
+    QByteArray rawBytes(int pColumn) const;
 
 private:
     Database& mDatabase;

@@ -60,61 +60,88 @@ LangString fromJsonText(const QByteArray& pJson)
     return tText;
 }
 
-// Makes entries of rows. The same few titles, versions and dates stand in very many rows: each is parsed
-// once.
+constexpr int sNoLimit = std::numeric_limits<int>::max();
+
+// Oldest first, as the rows lie in the file. Only a limit takes the newest ones first and turns them round.
+QByteArray queryOf(int pMaxCount, bool pTopLevelOnly)
+{
+    const QByteArray tRows =
+        QByteArray("SELECT date, package, version, version_date, status, title, report, id "
+                   "FROM entry WHERE date BETWEEN ? AND ?") +
+        (pTopLevelOnly ? " AND parent IS NULL" : "");
+    return pMaxCount == sNoLimit
+               ? tRows + " ORDER BY date, id"
+               : "SELECT * FROM (" + tRows + " ORDER BY date DESC, id DESC LIMIT ?) ORDER BY date, id";
+}
+
+// Makes entries of the rows of that query. The same few titles, versions, words and dates stand in very many
+// rows: each is parsed once.
 class RowReader
 {
 public:
-    static constexpr auto sColumns = "date, package, version, version_date, status, title, report";
-
     InstLogEntry* entryOf(const Statement& pRow)
     {
         auto* tEntry = new InstLogEntry;
-        tEntry->mDate = date(pRow.integer(0));
-        tEntry->mName = text(pRow.bytes(5));
+        tEntry->mDate = mDates.date(pRow.integer(0));
+        tEntry->mName = cached(mTexts, pRow.rawBytes(5), fromJsonText);
         if (tEntry->mName.isEmpty()) {
             tEntry->mName.setValue(QStringLiteral("en"), pRow.text(1));
         }
-        tEntry->mVersion = version(pRow.bytes(2));
+        tEntry->mVersion = cached(mVersions, pRow.rawBytes(2), [](const QByteArray& pText) {
+            return Version::fromString(QString::fromUtf8(pText));
+        });
         if (!pRow.isNull(3)) {
-            tEntry->mVersionDate = date(pRow.integer(3));
+            tEntry->mVersionDate = mVersionDates.date(pRow.integer(3));
         }
-        tEntry->mStatus = pRow.text(4);
-        tEntry->mInstallReport = text(pRow.bytes(6));
+        tEntry->mStatus = cached(mWords, pRow.rawBytes(4),
+                                 [](const QByteArray& pText) { return QString::fromUtf8(pText); });
+        tEntry->mInstallReport = cached(mTexts, pRow.rawBytes(6), fromJsonText);
         return tEntry;
     }
 
 private:
-    template <typename Key, typename Value, typename Make>
-    static const Value& cached(QHash<Key, Value>& pCache, const Key& pKey, Make pMake)
+    static constexpr qsizetype sMaxCached = 4096;
+
+    // pRaw holds only for the moment, so the cache keeps a copy.
+    template <typename T, typename Make>
+    static T cached(QHash<QByteArray, T>& pCache, const QByteArray& pRaw, Make pMake)
     {
-        const auto tFound = pCache.constFind(pKey);
+        if (pRaw.isEmpty()) {
+            return {};
+        }
+        const auto tFound = pCache.constFind(pRaw);
         if (tFound != pCache.cend()) {
             return *tFound;
         }
-        if (pCache.size() >= 4096) {
+        if (pCache.size() >= sMaxCached) {
             pCache.clear();
         }
-        return *pCache.insert(pKey, pMake(pKey));
+        return *pCache.insert(QByteArray(pRaw.constData(), pRaw.size()), pMake(pRaw));
     }
 
-    QDateTime date(qint64 pMs)
+    // The rules of the time zone are slow to ask, and the entries of a run mostly have one date.
+    class DateReader
     {
-        return cached(mDates, pMs, [](qint64 pKey) { return QDateTime::fromMSecsSinceEpoch(pKey); });
-    }
-    LangString text(const QByteArray& pJson)
-    {
-        return pJson.isEmpty() ? LangString() : cached(mTexts, pJson, fromJsonText);
-    }
-    Version version(const QByteArray& pText)
-    {
-        return cached(mVersions, pText,
-                      [](const QByteArray& pKey) { return Version::fromString(QString::fromUtf8(pKey)); });
-    }
+    public:
+        const QDateTime& date(qint64 pMs)
+        {
+            if (pMs != mMs) {
+                mMs = pMs;
+                mDate = QDateTime::fromMSecsSinceEpoch(pMs);
+            }
+            return mDate;
+        }
 
-    QHash<qint64, QDateTime> mDates;
+    private:
+        qint64 mMs = 0;
+        QDateTime mDate = QDateTime::fromMSecsSinceEpoch(0);
+    };
+
+    DateReader mDates;
+    DateReader mVersionDates;
     QHash<QByteArray, LangString> mTexts;
     QHash<QByteArray, Version> mVersions;
+    QHash<QByteArray, QString> mWords;
 };
 
 } // namespace
@@ -208,13 +235,12 @@ bool InstallLogStore::read(QList<GRef2<InstLogEntry>>* pEntries, const QDateTime
     if (!mDatabase.isOpen() || pMaxCount <= 0) {
         return true;
     }
-    const QByteArray tSql =
-        QByteArray("SELECT ") + RowReader::sColumns + " FROM entry WHERE date BETWEEN ? AND ?" +
-        (pTopLevelOnly ? " AND parent IS NULL" : "") + " ORDER BY date DESC, id DESC LIMIT ?";
-    Statement tQuery(mDatabase, tSql.constData());
+    Statement tQuery(mDatabase, queryOf(pMaxCount, pTopLevelOnly).constData());
     tQuery.bind(1, pFrom.isValid() ? pFrom.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min())
-        .bind(2, pTo.isValid() ? pTo.toMSecsSinceEpoch() : std::numeric_limits<qint64>::max())
-        .bind(3, pMaxCount);
+        .bind(2, pTo.isValid() ? pTo.toMSecsSinceEpoch() : std::numeric_limits<qint64>::max());
+    if (pMaxCount < sNoLimit) {
+        tQuery.bind(3, pMaxCount);
+    }
     RowReader tReader;
     QList<GRef2<InstLogEntry>> tFound;
     while (tQuery.step()) {
@@ -223,7 +249,6 @@ bool InstallLogStore::read(QList<GRef2<InstLogEntry>>* pEntries, const QDateTime
     if (!tQuery.isOk()) {
         return fail();
     }
-    std::reverse(tFound.begin(), tFound.end());
     pEntries->append(std::move(tFound));
     return true;
 }
