@@ -1,0 +1,42 @@
+// Makes an install log of COUNT entries that end now and begin PERIOD days ago: "fill_log FILE COUNT PERIOD".
+#include "sqlite/InstallLogStore.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QTextStream>
+
+using tarn::vkcore::InstallLogStore;
+
+int main(int argc, char** argv)
+{
+    QCoreApplication tApp(argc, argv);
+    const QStringList tArguments = QCoreApplication::arguments();
+    const qint64 tCount = tArguments.value(2).toLongLong();
+    const qint64 tSeconds = tArguments.value(3).toLongLong() * 86400;
+    constexpr qint64 sPerRun = 1000;
+
+    InstallLogStore tLog;
+    if (tCount < sPerRun || !tLog.openForWriting(tArguments.value(1))) {
+        QTextStream(stderr) << "usage: fill_log FILE COUNT DAYS\n" << tLog.errorText() << '\n';
+        return 1;
+    }
+    const QDateTime tNow = QDateTime::currentDateTime();
+    for (qint64 tDone = 0; tDone < tCount; tDone += sPerRun) {
+        const QDateTime tDate = tNow.addSecs(-tSeconds + tSeconds * tDone / tCount);
+        QList<InstallLogStore::Record> tRecords;
+        for (qint64 i = 0; i < sPerRun; ++i) {
+            InstallLogStore::Record tRecord;
+            tRecord.mPackage = QStringLiteral("package-%1").arg(i);
+            tRecord.mVersion = QStringLiteral("1.%1.0.0").arg(tDone / sPerRun);
+            tRecord.mStatus = QStringLiteral("ok");
+            tRecord.mVersionDate = tDate;
+            tRecord.mTitle.setValue(QStringLiteral("en"), QStringLiteral("Package %1").arg(i));
+            tRecord.mTitle.setValue(QStringLiteral("de"), QStringLiteral("Paket %1").arg(i));
+            tRecords.append(tRecord);
+        }
+        if (!tLog.append(QStringLiteral("run-%1").arg(tDone), tDate, tRecords)) {
+            QTextStream(stderr) << tLog.errorText() << '\n';
+            return 1;
+        }
+    }
+    return 0;
+}
