@@ -9,7 +9,8 @@ QString EnhVersion::toString() const
     if (!mDate.isValid()) {
         return mVersion.toTarnAppFormat();
     }
-    return QStringLiteral("%1 (%2)").arg(mVersion.toTarnAppFormat(), mDate.toString(QStringLiteral("yyyy-MM-dd")));
+    return QStringLiteral("%1 (%2)").arg(mVersion.toTarnAppFormat(),
+                                         mDate.toString(QStringLiteral("yyyy-MM-dd")));
 }
 
 std::weak_ordering EnhVersion::operator<=>(const EnhVersion& pOther) const
@@ -23,6 +24,9 @@ std::weak_ordering EnhVersion::operator<=>(const EnhVersion& pOther) const
     return mDate.toMSecsSinceEpoch() <=> pOther.mDate.toMSecsSinceEpoch();
 }
 
-bool EnhVersion::operator==(const EnhVersion& pOther) const { return (*this <=> pOther) == 0; }
+bool EnhVersion::operator==(const EnhVersion& pOther) const
+{
+    return (*this <=> pOther) == 0;
+}
 
 } // namespace tarn::vkcore

@@ -4,7 +4,10 @@ namespace tarn::vkcore {
 
 LangString::LangString(const QMap<QString, QString>& pValues) : mValues(pValues) {}
 
-void LangString::setValue(const QString& pLang, const QString& pText) { mValues.insert(pLang, pText); }
+void LangString::setValue(const QString& pLang, const QString& pText)
+{
+    mValues.insert(pLang, pText);
+}
 
 const QString& LangString::bestValue(const QString& pLang) const
 {

@@ -2,7 +2,8 @@
 
 namespace tarn::vkcore {
 
-MonitoringEmail::MonitoringEmail(const QString& pAddress, bool pVerified) : mAddress(pAddress), mVerified(pVerified)
+MonitoringEmail::MonitoringEmail(const QString& pAddress, bool pVerified)
+    : mAddress(pAddress), mVerified(pVerified)
 {
 }
 

@@ -39,8 +39,8 @@ QDateTime advanced(const QDateTime& pDate, qint64 pPeriods, int pCount, Schedule
 
 } // namespace
 
-QDateTime Scheduler::nextValidUpdateTime(const QDateTime& pDate, int pCount, PeriodUnit pUnit, const QDateTime& pNow,
-                                         int pLeadSeconds)
+QDateTime Scheduler::nextValidUpdateTime(const QDateTime& pDate, int pCount, PeriodUnit pUnit,
+                                         const QDateTime& pNow, int pLeadSeconds)
 {
     const QDateTime tNow = pNow.isValid() ? pNow : QDateTime::currentDateTime();
     const QDateTime tEarliest = tNow.addSecs(pLeadSeconds);
@@ -50,8 +50,8 @@ QDateTime Scheduler::nextValidUpdateTime(const QDateTime& pDate, int pCount, Per
     if (pDate >= tEarliest) {
         return pDate;
     }
-    // Days and months do not all have the same length, so a division only says about where the date lies. Months are
-    // estimated from the calendar, the others from their seconds; the last steps are walked.
+    // Days and months do not all have the same length, so a division only says about where the date lies.
+    // Months are estimated from the calendar, the others from their seconds; the last steps are walked.
     qint64 tPeriods = 0;
     if (pUnit == PeriodMonth) {
         const QDate tFrom = pDate.date();

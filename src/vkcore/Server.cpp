@@ -17,6 +17,9 @@ QString Server::getSuggestedName() const
     return tUrl.host();
 }
 
-QUrl Server::getUrl() const { return QUrl::fromEncoded(mUri.toUtf8(), QUrl::TolerantMode); }
+QUrl Server::getUrl() const
+{
+    return QUrl::fromEncoded(mUri.toUtf8(), QUrl::TolerantMode);
+}
 
 } // namespace tarn::vkcore

@@ -21,7 +21,7 @@ static int wrappedProduct(int pCount, int pFactor)
 }
 
 // The start of the period that a text such as "3d" tells; false if it tells none.
-static bool readInterval(const QString& pTyped, QDateTime* pFrom)
+static bool readPeriod(const QString& pTyped, QDateTime* pFrom)
 {
     const QRegularExpressionMatch tMatch = wholeMatch(QStringLiteral("^([0-9]+)([hdwm])$"), pTyped);
     if (!tMatch.hasMatch()) {
@@ -58,7 +58,7 @@ int VKCApplication::cmdInstallLog()
     QDateTime tFrom = QDateTime::currentDateTime();
     if (optPassed(OPT_INTERVAL)) {
         const QString tTyped = optArg(OPT_INTERVAL, QString());
-        if (!readInterval(tTyped, &tFrom)) {
+        if (!readPeriod(tTyped, &tFrom)) {
             return fail(tr("Invalid interval '%1'").arg(tTyped));
         }
     } else {

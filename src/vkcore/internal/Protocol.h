@@ -24,7 +24,8 @@ inline constexpr qsizetype sMaxLine = 8 * 1024 * 1024; // bytes, without the lin
 inline constexpr int sMaxNesting = 64;
 inline constexpr auto sDefaultServerName = "vkservice";
 
-enum ErrorCode : int {
+enum ErrorCode : int
+{
     ParseError = -32700,
     InvalidRequest = -32600,
     MethodNotFound = -32601,

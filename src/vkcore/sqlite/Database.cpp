@@ -26,7 +26,10 @@ bool makePrivateFile(const QByteArray& pPath)
 
 } // namespace
 
-Database::~Database() { close(); }
+Database::~Database()
+{
+    close();
+}
 
 bool Database::open(const QString& pPath, Mode pMode)
 {
@@ -92,7 +95,7 @@ bool Database::transaction(const std::function<bool()>& pBody)
 int Database::schemaVersion()
 {
     Statement tQuery(*this, "PRAGMA user_version");
-    return tQuery.step() ? static_cast<int>(tQuery.integer(0)) : 0;
+    return tQuery.step() ? static_cast<int>(tQuery.integer(0)) : -1;
 }
 
 bool Database::setSchemaVersion(int pVersion)
@@ -114,7 +117,10 @@ Statement::Statement(Database& pDatabase, const char* pSql) : mDatabase(pDatabas
     }
 }
 
-Statement::~Statement() { sqlite3_finalize(mStatement); }
+Statement::~Statement()
+{
+    sqlite3_finalize(mStatement);
+}
 
 Statement& Statement::bind(int pIndex, qint64 pValue)
 {
@@ -171,7 +177,15 @@ void Statement::reset()
     sqlite3_clear_bindings(mStatement);
 }
 
-qint64 Statement::integer(int pColumn) const { return sqlite3_column_int64(mStatement, pColumn); }
+bool Statement::isNull(int pColumn) const
+{
+    return sqlite3_column_type(mStatement, pColumn) == SQLITE_NULL;
+}
+
+qint64 Statement::integer(int pColumn) const
+{
+    return sqlite3_column_int64(mStatement, pColumn);
+}
 
 QString Statement::text(int pColumn) const
 {

@@ -37,7 +37,7 @@ public:
     // Runs pBody between BEGIN IMMEDIATE and COMMIT; rolls back and returns false if pBody does, or
     // if the commit fails. Durable when it returns true.
     bool transaction(const std::function<bool()>& pBody);
-    // PRAGMA user_version.
+    // PRAGMA user_version: 0 in a new file; -1 if the file can't be read.
     int schemaVersion();
     bool setSchemaVersion(int pVersion);
     // PRAGMA quick_check.
@@ -76,6 +76,7 @@ public:
     void reset();
     bool isOk() const { return mOk; }
 
+    bool isNull(int pColumn) const;
     qint64 integer(int pColumn) const;
     QString text(int pColumn) const;
     QByteArray bytes(int pColumn) const;

@@ -18,10 +18,10 @@ public:
     // A package of one run. A child is a package that only came along with another one.
     struct Record
     {
-        QString mPackage;  // the package's technical name
-        QString mParent;   // that of the package it came along with; null for one of the top level
-        QString mVersion;  // Version::toString
-        QString mStatus;   // "ok", "child_packages_updated", "warning", "error"
+        QString mPackage; // the package's technical name
+        QString mParent;  // that of the package it came along with; null for one of the top level
+        QString mVersion; // Version::toString
+        QString mStatus;  // "ok", "child_packages_updated", "warning", "error"
         QDateTime mVersionDate;
         LangString mTitle;
         LangString mReport;
@@ -37,14 +37,20 @@ public:
     bool append(const QString& pRunId, const QDateTime& pDate, const QList<Record>& pRecords);
 
     // As Installer::getInstallLog.
-    bool read(QList<GRef2<InstLogEntry>>* pEntries, const QDateTime& pFrom, const QDateTime& pTo, int pMaxCount,
-              bool pTopLevelOnly);
+    bool read(QList<GRef2<InstLogEntry>>* pEntries, const QDateTime& pFrom, const QDateTime& pTo,
+              int pMaxCount, bool pTopLevelOnly);
 
-    QString errorText() const { return mDatabase.errorText(); }
+    const QString& errorText() const { return mErrorText; }
+    // The file is no database, or a damaged one.
     bool isDamaged() const { return mDatabase.isDamaged(); }
 
 private:
+    bool fail();
+    bool makeSchema();
+    bool checkVersion();
+
     Database mDatabase;
+    QString mErrorText;
 };
 
 } // namespace tarn::vkcore

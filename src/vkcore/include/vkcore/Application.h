@@ -7,6 +7,7 @@
 #include <vkcore/Version.h>
 
 #include <QtCore/QList>
+#include <QtCore/QMutex>
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
@@ -16,8 +17,8 @@ namespace tarn::vkcore {
 
 class LogFile;
 
-// The frame of a program: directories, configuration, log, language. A counted object; the program holds it by
-// a GRef. The order of the virtual functions is part of the interface.
+// The frame of a program: directories, configuration, log, language. A counted object; the program holds it
+// by a GRef. The order of the virtual functions is part of the interface.
 //
 // finalize() is called once, when the event loop of the QCoreApplication has stopped and before exec()
 // returns to the program, so blocking calls made there still work.
@@ -26,8 +27,8 @@ class VKCORE_EXPORT Application : public QObject, public CountedObject
     Q_OBJECT
 
 public:
-    // pPrefixes: names of configuration files, the preferred one first. The first one of which a file exists in
-    // the configuration directory is in force, else the first.
+    // pPrefixes: names of configuration files, the preferred one first. The first one of which a file exists
+    // in the configuration directory is in force, else the first.
     explicit Application(const QList<QString>& pPrefixes);
     ~Application() override;
 
@@ -48,11 +49,13 @@ public:
     virtual bool saveUserConfig() = 0;
     virtual void finalize();
 
-    // Appends one line with time and process number to the log, in a single write.
+    // Appends one line with time and process number to the log, in a single write. May be called on any
+    // thread. What comes before initLogFile is written then.
     void log(const QString& pText);
     // Logs a failed check and returns.
     void logAssertFailed(const char* pExpression, const char* pFile, int pLine);
 
+    // QCoreApplication's name and version where the program has set none, the executable's and the library's.
     QString getAppName() const;
     Version getAppVersion() const;
     // "de", "pt_BR": the key application.language, else the language of the locale.
@@ -72,7 +75,8 @@ public:
     QList<QString> getAvailableDataLanguages() const;
     Util* getUtil() const { return mUtil.get(); }
 
-    // /etc/vk for root; $XDG_CONFIG_HOME/vk, or what XDG says instead, for other users.
+    // <prefix>/etc/vk if that folder exists and the prefix is not /usr: an installation that can be moved.
+    // Else /etc/vk for root, and $XDG_CONFIG_HOME/vk for other users.
     QString getConfigDir() const { return mConfigDir; }
     // Where the service keeps its state: the key service.stateDir, else /var/lib/vkservice for root and
     // $XDG_STATE_HOME/vkservice for other users.
@@ -80,8 +84,14 @@ public:
 
 protected:
     void setAppName(const QString& pName) { mAppName = pName; }
+    // How many old log files stay when the log rotates; takes effect in initLogFile.
+    void setKeptLogFiles(int pCount) { mKeptLogFiles = pCount; }
+    // Settles getAppLang(), once the configuration is loaded.
+    void chooseLanguage();
 
 private:
+    bool loadConfigFile(const QString& pFileName, Config::ValueType pType);
+
     QList<QString> mPrefixes;
     QString mAppName;
     QString mAppLang;
@@ -89,9 +99,12 @@ private:
     QString mConfigDir;
     QString mLogDirName;
     QString mLogDir;
+    int mKeptLogFiles = 0;
     std::shared_ptr<Config> mConfig;
     std::unique_ptr<Util> mUtil;
+    QMutex mLogMutex; // log() may be called on any thread
     std::unique_ptr<LogFile> mLogFile;
+    QList<QString> mEarlyLog; // what was logged before the log file was known
 };
 
 } // namespace tarn::vkcore

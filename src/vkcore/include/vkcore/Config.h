@@ -13,7 +13,8 @@ class VKCORE_EXPORT Config
 {
 public:
     // Where a value comes from; higher kinds win over lower ones whatever the order of loading.
-    enum ValueType : int {
+    enum ValueType : int
+    {
         DefaultValue = -1, // built into the library
         SystemValue = 0,   // the application's files
         UserValue = 1,     // the user's file
@@ -27,8 +28,8 @@ public:
     void setValue(const QString& pKey, const QString& pValue, ValueType pType);
 
     // Reads the file pPath into the configuration under the name pName, which stands in error
-    // texts. pMustExist true makes a missing file an error. False, with errorText() set and the configuration as
-    // before, if the file can't be read, is no TOML, or is larger than 1 MiB.
+    // texts. pMustExist true makes a missing file an error. False, with errorText() set and the configuration
+    // as before, if the file can't be read, is no TOML, or is larger than 1 MiB.
     bool load(const QString& pPath, const QString& pName, ValueType pType, bool pMustExist);
     const QString& errorText() const { return mErrorText; }
 

@@ -32,6 +32,7 @@ private:
     QDateTime mDate;
 };
 
-inline const EnhVersion sNotInstalledEnhVersion(sNotInstalledVersion, QDateTime(QDate(1900, 1, 1), QTime(0, 0)));
+inline const EnhVersion sNotInstalledEnhVersion(sNotInstalledVersion,
+                                                QDateTime(QDate(1900, 1, 1), QTime(0, 0)));
 
 } // namespace tarn::vkcore

@@ -21,13 +21,18 @@ class ServerList;
 // The client end of the service's socket.
 //
 // Every operation blocks until its answer is there, at most 30 seconds, in a local event loop: timers
-// fire while it waits. The operations are re-entrant: one may begin while another waits, on the same or another
-// client, and close() from inside ends every waiting call of this client with its failure value. The first
-// operation connects; a lost connection is made anew by the next operation, but not after close().
+// fire while it waits. The operations are re-entrant: one may begin while another waits, on the same or
+// another client, and close() from inside ends every waiting call of this client with its failure value; so
+// does the end of the client itself. All clients of a process belong to one thread, which needs a
+// QCoreApplication.
+//
+// The first operation connects. A link that the service has ended fails the calls that wait for an answer, or
+// else the next one; the call behind that connects anew, without waiting for a service that is not there.
+// Nothing connects after close().
 //
 // The signals come only after enterMonitorMode(), and only from the plain event loop: while any
-// blocking call of the process is under way they are held back, so that none comes at a moment when its receiver
-// can't act on it. None is lost, and their order is kept.
+// blocking call of the process is under way they are held back, so that none comes at a moment when its
+// receiver can't act on it. None is lost, and their order is kept.
 //
 // Failure is false, or the value named below; the reason is written to the application's log.
 class VKCORE_EXPORT IPCClient : public QObject
@@ -38,11 +43,12 @@ public:
     IPCClient(Application* pApp, QObject* pParent);
     ~IPCClient() override;
 
-    // A name, which lies in QDir::tempPath(), or an absolute path. "vkservice" if none is set.
+    // A name, which lies in QDir::tempPath(), or an absolute path. If none is set it is the configuration key
+    // service.socketName, else "vkservice".
     void setServerName(const QString& pName);
     const QString& serverName() const;
-    // How long a connection may take, in seconds; 30 if not set. Within it a socket that does not exist or that
-    // nobody listens on yet is waited for, since a service may just be starting.
+    // How long a connection may take, in seconds; 30 if not set. Within it a socket that does not exist or
+    // that nobody listens on yet is waited for, since a service may just be starting.
     void setConnectTimeout(int pSeconds);
 
     // True if a service answers within pTimeoutMs milliseconds. False at once where nobody listens, and
@@ -50,19 +56,20 @@ public:
     bool testConnect(int pTimeoutMs);
     bool ping();
     bool isConnected() const;
-    // Drops the connection for good: waiting calls and all later ones fail. Harmless if never connected.
+    // Drops the connection for good: waiting calls and all later ones fail, and no more signals come.
+    // Harmless if never connected.
     void close();
     bool enterMonitorMode();
 
     // *pOk, which may be null, is false where the result is only the fall-back.
-    bool isServiceActive(bool* pOk);               // false on failure
-    bool isVKClientActive();                       // false on failure
-    ServiceStatus getServiceStatus(bool* pOk);     // StatusIdle on failure
+    bool isServiceActive(bool* pOk);           // false on failure
+    bool isVKClientActive();                   // false on failure
+    ServiceStatus getServiceStatus(bool* pOk); // StatusIdle on failure
     // Bytes and steps of the activity under way, and the packages of the run; any pointer may be null.
     // pDone of pTotal is the share to show, in no unit.
-    bool getServiceProgress(ServiceActivity* pActivity, bool* pCancelable, QString* pText, long long* pBytesDone,
-                            long long* pBytesTotal, long long* pDone, long long* pTotal, int* pPackage,
-                            int* pPackageCount, int* pFailedCount);
+    bool getServiceProgress(ServiceActivity* pActivity, bool* pCancelable, QString* pText,
+                            long long* pBytesDone, long long* pBytesTotal, long long* pDone,
+                            long long* pTotal, int* pPackage, int* pPackageCount, int* pFailedCount);
     // 0: no run on record, also on failure. pThisSession: only runs of this service process count.
     int getLastServiceResult(bool pThisSession);
     QString getLastServiceResultStr(bool pThisSession);
@@ -86,11 +93,11 @@ public:
     bool setConfigValue(const QString& pName, const QString& pValue);
 
     // pFlags: bit 0 means a check at user login. nextCheck is local time.
-    bool getScheduleParameters(Scheduler::AutoUpdateMode* pMode, int* pFlags, QDateTime* pNextCheck, int* pPeriodCount,
-                               Scheduler::PeriodUnit* pUnit, QString* pExtra);
+    bool getScheduleParameters(Scheduler::AutoUpdateMode* pMode, int* pFlags, QDateTime* pNextCheck,
+                               int* pPeriodCount, Scheduler::PeriodUnit* pUnit, QString* pExtra);
     // pSave false changes the schedule of the running service only.
-    bool setScheduleParameters(Scheduler::AutoUpdateMode pMode, int pFlags, QDateTime pNextCheck, int pPeriodCount,
-                               Scheduler::PeriodUnit pUnit, QString pExtra, bool pSave);
+    bool setScheduleParameters(Scheduler::AutoUpdateMode pMode, int pFlags, QDateTime pNextCheck,
+                               int pPeriodCount, Scheduler::PeriodUnit pUnit, QString pExtra, bool pSave);
 
     bool getMonitoringSettings(MonitoringSettings* pSettings);
     bool setMonitoringSettings(const MonitoringSettings& pSettings);
@@ -113,7 +120,7 @@ Q_SIGNALS:
 
 private:
     class Private;
-    std::unique_ptr<Private> d;
+    std::shared_ptr<Private> d; // shared with the calls under way
 };
 
 } // namespace tarn::vkcore

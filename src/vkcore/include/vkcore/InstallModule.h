@@ -23,8 +23,8 @@ public:
     // the newest ones where there are more. An invalid date is no limit. pTopLevelOnly leaves out
     // packages that came along with another one. False if the log can't be read; the reason is in the
     // application log and pEntries is as before.
-    virtual bool getInstallLog(QList<GRef2<InstLogEntry>>* pEntries, const QDateTime& pFrom, const QDateTime& pTo,
-                               int pMaxCount, bool pTopLevelOnly) = 0;
+    virtual bool getInstallLog(QList<GRef2<InstLogEntry>>* pEntries, const QDateTime& pFrom,
+                               const QDateTime& pTo, int pMaxCount, bool pTopLevelOnly) = 0;
 };
 
 // The door to the install log. It loads the log's reader only in init(), so that a command

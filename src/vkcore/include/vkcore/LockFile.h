@@ -13,7 +13,8 @@ class Application;
 class VKCORE_EXPORT LockFile
 {
 public:
-    enum LockMode : int {
+    enum LockMode : int
+    {
         Shared = 0,    // several holders at once; for readers
         Exclusive = 1, // one holder; for a writer
     };

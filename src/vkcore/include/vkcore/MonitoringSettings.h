@@ -45,7 +45,10 @@ public:
     void setSummarizedMailPeriod(int pDays) { mSummarizedMailPeriod = pDays; }
     void setUpdateOverduePeriod(int pDays) { mUpdateOverduePeriod = pDays; }
     void setClientName(const QString& pName) { mClientName = pName; }
-    void setNotificationEmailAddresses(const MonitoringEmailList& pList) { mNotificationEmailAddresses = pList; }
+    void setNotificationEmailAddresses(const MonitoringEmailList& pList)
+    {
+        mNotificationEmailAddresses = pList;
+    }
 
     QDateTime mLastSummary; // when the last summary mail went out; invalid before the first
     ClientSettings mClientSettings;

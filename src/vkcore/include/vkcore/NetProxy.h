@@ -6,7 +6,8 @@
 
 namespace tarn::vkcore {
 
-enum NetProxyMode : int {
+enum NetProxyMode : int
+{
     NetProxyModeNone = 0,   // the stored NetProxy counts, as with NetProxyModeManual
     NetProxyModeOs = 1,     // the settings of the operating system
     NetProxyModeManual = 2, // the stored NetProxy counts
@@ -29,7 +30,8 @@ struct VKCORE_EXPORT NetProxy
     quint32 mPort = 0;
     QString mUser;
     QString mPassword;
-    bool mPasswordChanged = false; // the service takes mPassword only where this is true, and keeps the stored one else
+    bool mPasswordChanged =
+        false; // the service takes mPassword only where this is true, and keeps the stored one else
 };
 
 } // namespace tarn::vkcore

@@ -10,13 +10,15 @@ namespace tarn::vkcore {
 class VKCORE_EXPORT Scheduler
 {
 public:
-    enum AutoUpdateMode : int {
+    enum AutoUpdateMode : int
+    {
         AutoUpdateManual = 0,
         AutoUpdateNotification = 1,
         AutoUpdateAutomatic = 2,
     };
 
-    enum PeriodUnit : int {
+    enum PeriodUnit : int
+    {
         PeriodHour = 0,
         PeriodDay = 1,
         PeriodWeek = 2,
@@ -27,8 +29,8 @@ public:
     // (behind the present moment where pNow is invalid). Months are counted from the day of pDate:
     // 31 January, 28 February, 31 March. It is computed in one step however long ago pDate is.
     // A pCount of 0 or less, or an invalid pDate, gives pNow + pLeadSeconds.
-    static QDateTime nextValidUpdateTime(const QDateTime& pDate, int pCount, PeriodUnit pUnit, const QDateTime& pNow,
-                                         int pLeadSeconds);
+    static QDateTime nextValidUpdateTime(const QDateTime& pDate, int pCount, PeriodUnit pUnit,
+                                         const QDateTime& pNow, int pLeadSeconds);
 };
 
 } // namespace tarn::vkcore

@@ -11,7 +11,8 @@ class QDebug;
 namespace tarn::vkcore {
 
 // What phase the update machine of the service is in.
-enum ServiceStatus : int {
+enum ServiceStatus : int
+{
     StatusIdle = 0,
     StatusSuppressed = 1,
     StatusUpdating = 2,
@@ -20,7 +21,8 @@ enum ServiceStatus : int {
 };
 
 // What a running update is doing.
-enum ServiceActivity : int {
+enum ServiceActivity : int
+{
     ActivityNone = 0,
     ActivityDownloading = 1,
     ActivityVerifying = 2,

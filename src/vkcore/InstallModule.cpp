@@ -1,0 +1,77 @@
+#include <vkcore/InstallModule.h>
+
+#include <vkcore/Application.h>
+
+#include "installlog/InstallLogReader.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+
+#include <dlfcn.h>
+
+namespace tarn::vkcore {
+
+namespace {
+
+constexpr int sServiceModule = 14;
+
+// The reader lies in a folder beside this library, wherever that has been installed.
+QByteArray readerPath()
+{
+    static const char sHere = 0;
+    Dl_info tInfo{};
+    if (::dladdr(&sHere, &tInfo) == 0 || tInfo.dli_fname == nullptr) {
+        return {};
+    }
+    const QByteArray tLibrary(tInfo.dli_fname);
+    return tLibrary.left(tLibrary.lastIndexOf('/') + 1) + "vkcore/libinstalllog.so";
+}
+
+// Once loaded the reader stays: the entries that it made may outlive the module.
+OpenInstallLog* loadReader(QString* pReason)
+{
+    void* tLibrary = ::dlopen(readerPath().constData(), RTLD_NOW | RTLD_LOCAL);
+    void* tSymbol = tLibrary == nullptr ? nullptr : ::dlsym(tLibrary, sOpenInstallLogName);
+    if (tSymbol == nullptr) {
+        *pReason = QString::fromLocal8Bit(::dlerror());
+    }
+    return reinterpret_cast<OpenInstallLog*>(tSymbol);
+}
+
+// The service that serves a user is either the user's own or that of the machine, whose log
+// everybody may read.
+QString logPath(const Application& pApp)
+{
+    const QString tOwn = pApp.getStateDir() + QLatin1Char('/') + sInstallLogName;
+    const QString tMachine = QStringLiteral("/var/lib/vkservice/") + sInstallLogName;
+    return !QFileInfo::exists(tOwn) && QFileInfo::exists(tMachine) ? tMachine : tOwn;
+}
+
+} // namespace
+
+Installer::~Installer() = default;
+
+InstallModule::InstallModule(Application* pApp, int pModule) : mApp(pApp), mModule(pModule) {}
+
+InstallModule::~InstallModule() = default;
+
+bool InstallModule::init()
+{
+    QString tReason;
+    if (mModule != sServiceModule) {
+        tReason = QStringLiteral("there is no module %1").arg(mModule);
+    } else if (OpenInstallLog* tOpen = loadReader(&tReason)) {
+        mInstaller.reset(tOpen(mApp, logPath(*mApp), &tReason));
+    }
+    if (!mInstaller) {
+        mApp->log(QStringLiteral("Failed to open the install log: %1").arg(tReason));
+    }
+    return mInstaller != nullptr;
+}
+
+Installer* InstallModule::getActiveInstaller() const
+{
+    return mInstaller.get();
+}
+
+} // namespace tarn::vkcore

@@ -1,0 +1,58 @@
+#include <vkcore/Application.h>
+
+#include <QtCore/QLocale>
+#include <QtCore/QStringList>
+
+namespace tarn::vkcore {
+
+namespace {
+
+QList<QString> codesOf(const Config& pConfig, const QString& pKey)
+{
+    static const QString sBuiltIn = QStringLiteral("de,en,es,fr,it,ja,nl,pl,pt_BR,ru,sv,tr,zh_CN");
+    QList<QString> tCodes;
+    const QStringList tWords =
+        pConfig.getStrValue(pKey, sBuiltIn).split(QLatin1Char(','), Qt::SkipEmptyParts);
+    for (const QString& tWord : tWords) {
+        const QString tCode = tWord.trimmed();
+        if (!tCode.isEmpty() && !tCodes.contains(tCode)) {
+            tCodes.append(tCode);
+        }
+    }
+    return tCodes;
+}
+
+} // namespace
+
+QString Application::getLangName(const QString& pCode) const
+{
+    const QLocale tLocale(pCode);
+    const QString tName = tLocale.language() == QLocale::C ? QString() : tLocale.nativeLanguageName();
+    return tName.isEmpty() ? pCode : tName;
+}
+
+QList<QString> Application::getAvailableAppLanguages() const
+{
+    return codesOf(*mConfig, QStringLiteral("application.languages"));
+}
+
+QList<QString> Application::getAvailableDataLanguages() const
+{
+    return codesOf(*mConfig, QStringLiteral("data.languages"));
+}
+
+void Application::chooseLanguage()
+{
+    mAppLang = mConfig->getStrValue(QStringLiteral("application.language"));
+    if (!mAppLang.isEmpty()) {
+        return;
+    }
+    const QString tName = QLocale::system().name();
+    if (tName == QLatin1String("C")) {
+        mAppLang = QStringLiteral("en");
+    } else {
+        mAppLang = getAvailableAppLanguages().contains(tName) ? tName : tName.section(QLatin1Char('_'), 0, 0);
+    }
+}
+
+} // namespace tarn::vkcore

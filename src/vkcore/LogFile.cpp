@@ -1,0 +1,160 @@
+#include "LogFile.h"
+
+#include <QtCore/QFile>
+
+#include <cstdio>
+#include <ctime>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tarn::vkcore {
+
+namespace {
+
+QByteArray stamp()
+{
+    timespec tNow{};
+    ::clock_gettime(CLOCK_REALTIME, &tNow);
+    tm tLocal{};
+    ::localtime_r(&tNow.tv_sec, &tLocal);
+    char tText[80];
+    const int tLength =
+        std::snprintf(tText, sizeof tText, "%04d-%02d-%02d %02d:%02d:%02d.%03ld [%d] ", tLocal.tm_year + 1900,
+                      tLocal.tm_mon + 1, tLocal.tm_mday, tLocal.tm_hour, tLocal.tm_min, tLocal.tm_sec,
+                      tNow.tv_nsec / 1000000, ::getpid());
+    return {tText, tLength};
+}
+
+void appendEscaped(QByteArray& pTo, char pByte)
+{
+    const auto tByte = static_cast<unsigned char>(pByte);
+    if (pByte == '\n') {
+        // Indented, so that a text from elsewhere can't pass for a line of its own.
+        pTo += "\n    ";
+    } else if ((tByte < 0x20 && pByte != '\t') || tByte == 0x7f) {
+        constexpr auto tDigits = "0123456789abcdef";
+        pTo += "\\x";
+        pTo += tDigits[tByte >> 4];
+        pTo += tDigits[tByte & 0xf];
+    } else {
+        pTo += pByte;
+    }
+}
+
+// Line ends in front stand before the stamp and leave blank lines.
+QByteArray lineOf(const QString& pText)
+{
+    const QByteArray tText = pText.toUtf8();
+    qsizetype tStart = 0;
+    while (tStart < tText.size() && tText[tStart] == '\n') {
+        ++tStart;
+    }
+    QByteArray tLine = tText.left(tStart) + stamp();
+    tLine.reserve(tLine.size() + tText.size() + 1);
+    for (qsizetype i = tStart; i < tText.size(); ++i) {
+        appendEscaped(tLine, tText[i]);
+    }
+    return tLine += '\n';
+}
+
+} // namespace
+
+LogFile::LogFile(const QString& pPath, int pKeep, qint64 pMaxSize)
+    : mPath(QFile::encodeName(pPath)), mKeep(qMax(0, pKeep)), mMaxSize(pMaxSize)
+{
+}
+
+LogFile::~LogFile()
+{
+    close();
+}
+
+bool LogFile::open()
+{
+    // O_NONBLOCK: a pipe in the file's place must not hold up the program.
+    mFd = ::open(mPath.constData(),
+                 O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK, 0640);
+    struct stat tStat
+    {
+    };
+    if (mFd >= 0 && (::fstat(mFd, &tStat) != 0 || !S_ISREG(tStat.st_mode))) {
+        close();
+    }
+    return mFd >= 0;
+}
+
+void LogFile::close()
+{
+    if (mFd >= 0) {
+        ::close(mFd);
+        mFd = -1;
+    }
+}
+
+LogFile::State LogFile::state(qsizetype pBytes) const
+{
+    struct stat tOpen
+    {
+    };
+    struct stat tNamed
+    {
+    };
+    if (::fstat(mFd, &tOpen) != 0 || ::lstat(mPath.constData(), &tNamed) != 0 ||
+        tOpen.st_ino != tNamed.st_ino || tOpen.st_dev != tNamed.st_dev) {
+        return State::Replaced;
+    }
+    return tOpen.st_size > 0 && tOpen.st_size + pBytes > mMaxSize ? State::Full : State::Ready;
+}
+
+QByteArray LogFile::pathOf(int pAge) const
+{
+    return pAge == 0 ? mPath : mPath + '.' + QByteArray::number(pAge);
+}
+
+// Under the lock of the full file itself: a process that was second finds that the path leads elsewhere by
+// then. Who can't have the lock at once leaves the work to its holder.
+void LogFile::rotate()
+{
+    if (::flock(mFd, LOCK_EX | LOCK_NB) != 0) {
+        return;
+    }
+    if (state(0) != State::Replaced) {
+        if (mKeep == 0) {
+            ::unlink(mPath.constData());
+        }
+        for (int tAge = mKeep; tAge > 0; --tAge) {
+            ::rename(pathOf(tAge - 1).constData(), pathOf(tAge).constData());
+        }
+    }
+    close();
+}
+
+void LogFile::write(const QString& pText)
+{
+    const QByteArray tLine = lineOf(pText);
+    // Other processes may turn the file over in between; the last try writes wherever it leads.
+    for (int tTry = 0; tTry < 3; ++tTry) {
+        if (mFd < 0 && !open()) {
+            return;
+        }
+        const State tState = state(tLine.size());
+        if (tState == State::Ready) {
+            break;
+        }
+        if (tState == State::Full) {
+            rotate();
+        } else {
+            close();
+        }
+    }
+    if (mFd < 0 && !open()) {
+        return;
+    }
+    [[maybe_unused]] const ssize_t tWritten =
+        ::write(mFd, tLine.constData(), static_cast<size_t>(tLine.size()));
+}
+
+} // namespace tarn::vkcore

@@ -1,0 +1,36 @@
+#include <vkcore/ProcessArgumentList.h>
+
+#include <algorithm>
+
+namespace tarn::vkcore {
+
+namespace {
+
+int sArgc = 0;
+char** sArgv = nullptr;
+
+// The C library hands main's arguments to the initialisers of shared libraries too. The pointers are copied
+// here, before QCoreApplication takes its own arguments out of the array; the copy is never freed.
+__attribute__((constructor)) void keepArguments(int pArgc, char** pArgv, char**)
+{
+    sArgc = pArgc;
+    sArgv = new char*[static_cast<size_t>(pArgc) + 1];
+    std::copy_n(pArgv, pArgc, sArgv);
+    sArgv[pArgc] = nullptr;
+}
+
+} // namespace
+
+ProcessArgumentList::ProcessArgumentList() = default;
+
+int ProcessArgumentList::argc() const
+{
+    return sArgc;
+}
+
+char** ProcessArgumentList::argv() const
+{
+    return sArgv;
+}
+
+} // namespace tarn::vkcore

@@ -1,0 +1,301 @@
+#include "ipc/Session.h"
+
+#include "internal/Protocol.h"
+
+#include <QtCore/QEventLoop>
+#include <QtCore/QJsonDocument>
+
+#include <algorithm>
+#include <utility>
+
+namespace tarn::vkcore {
+
+namespace {
+
+constexpr int sAnswerTimeoutMs = 30000;
+constexpr qint64 sLongestPauseMs = 25;
+// As much as a service keeps for a client that does not read.
+constexpr qsizetype sMaxHeldBytes = 16 * 1024 * 1024;
+
+} // namespace
+
+// A call on the stack that waits for its answer.
+struct Session::Waiting
+{
+    bool mEntersMonitorMode = false;
+    bool mDone = false;     // answered, or never to be
+    bool mAnswered = false; // also by an error
+    std::optional<QJsonValue> mResult;
+    QString mReason; // why there is no result
+};
+
+Session::Session(const Log& pLog, const QJsonObject& pHello) : mLog(pLog), mHello(pHello)
+{
+    mConnection.mOnLine = [this](const QByteArray& pLine) { onLine(pLine); };
+    mConnection.mOnLost = [this](const QString& pReason) { onLost(pReason); };
+}
+
+std::optional<QJsonValue> Session::call(const QString& pMethod, const QJsonObject& pParams)
+{
+    const std::shared_ptr<Session> tKeep = shared_from_this();
+    Waiting tWaiting;
+    exchange(pMethod, pParams, &tWaiting);
+    return resultOf(pMethod, tWaiting);
+}
+
+bool Session::enterMonitorMode(const Monitor& pMonitor)
+{
+    const QString tMethod = QStringLiteral("enterMonitorMode");
+    mMonitor = pMonitor;
+    Waiting tWaiting;
+    tWaiting.mEntersMonitorMode = true;
+    const std::shared_ptr<Session> tKeep = shared_from_this();
+    exchange(tMethod, {}, &tWaiting);
+    const std::optional<QJsonValue> tResult = resultOf(tMethod, tWaiting);
+    return tResult && (tResult->isBool() || malformed(tMethod)) && tResult->toBool();
+}
+
+std::optional<QJsonValue> Session::resultOf(const QString& pMethod, const Waiting& pWaiting)
+{
+    if (!pWaiting.mResult) {
+        mLog(QStringLiteral("%1 failed: %2").arg(pMethod, pWaiting.mReason));
+    }
+    return pWaiting.mResult;
+}
+
+bool Session::malformed(const QString& pMethod)
+{
+    mLog(QStringLiteral("%1 failed: the service has sent an answer of another type").arg(pMethod));
+    return false;
+}
+
+bool Session::exchange(const QString& pMethod, const QJsonObject& pParams, Waiting* pWaiting)
+{
+    const BlockingCall tBlocking;
+    if (!connect(&pWaiting->mReason)) {
+        return false;
+    }
+    const qint64 tId = ++mLastId;
+    if (!send(protocol::request(tId, pMethod, pParams), &pWaiting->mReason)) {
+        return false;
+    }
+    awaitAnswer(tId, pWaiting, QDeadlineTimer(sAnswerTimeoutMs));
+    return pWaiting->mResult.has_value();
+}
+
+bool Session::test(int pTimeoutMs)
+{
+    const std::shared_ptr<Session> tKeep = shared_from_this();
+    const BlockingCall tBlocking;
+    const QDeadlineTimer tDeadline(std::max(0, pTimeoutMs));
+    Waiting tWaiting;
+    if (mClosed) {
+        return false;
+    }
+    if (isConnected()) {
+        const qint64 tId = ++mLastId;
+        if (send(protocol::request(tId, QStringLiteral("ping"), {}), &tWaiting.mReason)) {
+            awaitAnswer(tId, &tWaiting, tDeadline);
+        }
+        return tWaiting.mAnswered;
+    }
+    mConnection.drain();
+    Connection::Outcome tOutcome = tryConnect(&tWaiting.mReason);
+    while (tOutcome == Connection::Outcome::Busy && !tDeadline.hasExpired()) {
+        wait(QDeadlineTimer(std::min(sLongestPauseMs, tDeadline.remainingTime())),
+             [this] { return mClosed || mConnection.isOpen(); });
+        tOutcome = mClosed ? Connection::Outcome::Failed : tryConnect(&tWaiting.mReason);
+    }
+    if (tOutcome != Connection::Outcome::Connected) {
+        return false;
+    }
+    awaitAnswer(mHelloId, &tWaiting, tDeadline);
+    if (!tWaiting.mAnswered) {
+        breakOff(tWaiting.mReason);
+    }
+    return tWaiting.mAnswered;
+}
+
+void Session::close()
+{
+    mClosed = true;
+    mMonitoring = false;
+    mConnection.close();
+    mEvents.clear();
+    failAll(QStringLiteral("the client has closed the connection"));
+}
+
+bool Session::connect(QString* pReason)
+{
+    if (!mClosed && mConnection.isOpen() && mConnection.hasHungUp()) {
+        mConnection.drain();
+    }
+    if (mClosed) {
+        *pReason = QStringLiteral("the client has closed the connection");
+        return false;
+    }
+    if (mLink == Link::JustLost && !mConnection.isOpen()) {
+        mLink = Link::Lost;
+        *pReason = QStringLiteral("the connection has been lost");
+        return false;
+    }
+    const QDeadlineTimer tDeadline(mConnectTimeoutMs);
+    qint64 tPauseMs = 1;
+    while (!mClosed && !mConnection.isOpen()) {
+        const Connection::Outcome tOutcome = tryConnect(pReason);
+        const bool tHope = tOutcome == Connection::Outcome::Busy ||
+                           (tOutcome == Connection::Outcome::NobodyListens && mLink == Link::Never);
+        if (tOutcome == Connection::Outcome::Connected) {
+            return true;
+        }
+        if (!tHope || tDeadline.hasExpired()) {
+            return false;
+        }
+        wait(QDeadlineTimer(std::min(tPauseMs, tDeadline.remainingTime())),
+             [this] { return mClosed || mConnection.isOpen(); });
+        tPauseMs = std::min(2 * tPauseMs, sLongestPauseMs);
+    }
+    return mConnection.isOpen();
+}
+
+Connection::Outcome Session::tryConnect(QString* pReason)
+{
+    if (mConnection.isOpen()) {
+        return Connection::Outcome::Connected;
+    }
+    const Connection::Outcome tOutcome = mConnection.open(mServerName, pReason);
+    if (tOutcome == Connection::Outcome::Connected) {
+        mHelloId = ++mLastId;
+        send(protocol::request(mHelloId, QStringLiteral("hello"), mHello), pReason);
+    } else {
+        *pReason = QStringLiteral("no connection to \"%1\": %2").arg(mServerName, *pReason);
+    }
+    return tOutcome;
+}
+
+bool Session::send(const QJsonObject& pRequest, QString* pReason)
+{
+    const QByteArray tLine = protocol::toLine(pRequest);
+    if (tLine.size() > protocol::sMaxLine) {
+        *pReason = QStringLiteral("the request is larger than %1 bytes").arg(protocol::sMaxLine);
+        return false;
+    }
+    if (!mConnection.send(tLine)) {
+        *pReason = QStringLiteral("the service does not read its requests");
+        return false;
+    }
+    return true;
+}
+
+// Pauses are waited for in the event loop too, so that timers fire and close() is heard.
+void Session::wait(const QDeadlineTimer& pDeadline, const std::function<bool()>& pDone)
+{
+    QObject tAlarm;
+    tAlarm.startTimer(static_cast<int>(pDeadline.remainingTime()) + 1, Qt::PreciseTimer);
+    QEventLoop tLoop;
+    while (!pDone() && !pDeadline.hasExpired()) {
+        tLoop.processEvents(QEventLoop::WaitForMoreEvents);
+    }
+}
+
+void Session::awaitAnswer(qint64 pId, Waiting* pWaiting, const QDeadlineTimer& pDeadline)
+{
+    mWaiting.insert(pId, pWaiting);
+    wait(pDeadline, [pWaiting] { return pWaiting->mDone; });
+    if (mWaiting.remove(pId)) {
+        pWaiting->mReason = QStringLiteral("no answer in time");
+    }
+}
+
+void Session::onLine(const QByteArray& pLine)
+{
+    QJsonParseError tError;
+    const QJsonDocument tDocument =
+        protocol::nestsTooDeep(pLine) ? QJsonDocument() : QJsonDocument::fromJson(pLine, &tError);
+    if (!tDocument.isObject()) {
+        breakOff(QStringLiteral("the service has sent a line that is no message"));
+        return;
+    }
+    const QJsonObject tObject = tDocument.object();
+    if (tObject.contains(QLatin1String("method"))) {
+        onEvent(tObject);
+    } else {
+        onAnswer(tObject);
+    }
+}
+
+void Session::onAnswer(const QJsonObject& pObject)
+{
+    long long tId = 0;
+    const QJsonValue tResult = pObject.value(QLatin1String("result"));
+    const QJsonValue tError = pObject.value(QLatin1String("error"));
+    const bool tIdKnown = protocol::read(pObject, QStringLiteral("id"), &tId) && tId > 0 && tId <= mLastId;
+    if (!tIdKnown || tResult.isUndefined() == tError.isUndefined() ||
+        (!tError.isUndefined() && !tError.isObject())) {
+        const QString tMessage = tError.toObject().value(QLatin1String("message")).toString();
+        breakOff(tMessage.isEmpty() ? QStringLiteral("the service has sent an answer to no request")
+                                    : tMessage);
+        return;
+    }
+    mLink = Link::Up;
+    // The answer to a call that has given up comes too late.
+    Waiting* tWaiting = mWaiting.take(tId);
+    if (tWaiting == nullptr) {
+        return;
+    }
+    tWaiting->mDone = true;
+    tWaiting->mAnswered = true;
+    if (tResult.isUndefined()) {
+        tWaiting->mReason = tError.toObject().value(QLatin1String("message")).toString();
+    } else {
+        tWaiting->mResult = tResult;
+        mMonitoring = mMonitoring || (tWaiting->mEntersMonitorMode && tResult.toBool());
+    }
+}
+
+void Session::onEvent(const QJsonObject& pObject)
+{
+    const QJsonValue tMethod = pObject.value(QLatin1String("method"));
+    const QJsonValue tParams = pObject.value(QLatin1String("params"));
+    std::function<void()> tDelivery;
+    if (!tMethod.isString() || !tParams.isObject() ||
+        (mMonitoring && !mMonitor.mRead(tMethod.toString(), tParams.toObject(), &tDelivery))) {
+        breakOff(QStringLiteral("the service has sent a malformed event"));
+        return;
+    }
+    if (tDelivery) {
+        mEvents.add(protocol::toLine(pObject).size(), tDelivery);
+    }
+    if (mEvents.heldBytes() > sMaxHeldBytes) {
+        breakOff(QStringLiteral("the service has sent more events than can be held"));
+    }
+}
+
+void Session::onLost(const QString& pReason)
+{
+    const bool tReported = failAll(pReason);
+    if (mLink != Link::Never) {
+        mLink = tReported ? Link::Lost : Link::JustLost;
+    }
+    if (std::exchange(mMonitoring, false)) {
+        mEvents.add(0, mMonitor.mOnLost);
+    }
+}
+
+void Session::breakOff(const QString& pReason)
+{
+    mConnection.close();
+    onLost(pReason);
+}
+
+bool Session::failAll(const QString& pReason)
+{
+    const QHash<qint64, Waiting*> tAll = std::exchange(mWaiting, {});
+    for (Waiting* tWaiting : tAll) {
+        tWaiting->mDone = true;
+        tWaiting->mReason = pReason;
+    }
+    return !tAll.isEmpty();
+}
+
+} // namespace tarn::vkcore

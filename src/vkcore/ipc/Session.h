@@ -1,0 +1,100 @@
+#pragma once
+
+#include "ipc/Connection.h"
+#include "ipc/EventGate.h"
+
+#include <QtCore/QDeadlineTimer>
+#include <QtCore/QHash>
+#include <QtCore/QJsonObject>
+#include <QtCore/QJsonValue>
+#include <QtCore/QString>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace tarn::vkcore {
+
+// One client's talk with the service: requests that wait for their answers, events on their way out, and the
+// life of the connection. It knows no operation. Whoever calls it holds it by a shared pointer, since
+// anything may happen to its owner while a call waits.
+class Session : public std::enable_shared_from_this<Session>
+{
+public:
+    using Log = std::function<void(const QString&)>;
+
+    // The receiver of events.
+    struct Monitor
+    {
+        // Turns an event into its delivery, which stays empty for an event that nobody needs. False for one
+        // that breaks the protocol. Called at the event's arrival, the delivery when its time has come.
+        std::function<bool(const QString& pMethod, const QJsonObject& pParams,
+                           std::function<void()>* pDelivery)>
+            mRead;
+        // The delivery of the connection's end.
+        std::function<void()> mOnLost;
+    };
+
+    // pHello: the parameters of the method "hello", which is the first request on each connection.
+    Session(const Log& pLog, const QJsonObject& pHello);
+
+    void setServerName(const QString& pName) { mServerName = pName; }
+    const QString& serverName() const { return mServerName; }
+    void setConnectTimeout(int pSeconds) { mConnectTimeoutMs = qint64{pSeconds} * 1000; }
+
+    // The result of a method; none, with the reason in the log, on any failure.
+    std::optional<QJsonValue> call(const QString& pMethod, const QJsonObject& pParams);
+    // True if the service answers anything within the time.
+    bool test(int pTimeoutMs);
+    // As call; from the answer on, pMonitor gets what the service sends until the connection ends.
+    bool enterMonitorMode(const Monitor& pMonitor);
+
+    // Logs that the answer to the method has another type than it should; false.
+    bool malformed(const QString& pMethod);
+
+    bool isConnected() const { return mConnection.isOpen() && !mConnection.hasHungUp(); }
+    void close();
+
+private:
+    struct Waiting;
+
+    enum class Link
+    {
+        Never,    // the service has not answered yet
+        Up,       // it has
+        JustLost, // the link is gone, and no call has failed for it yet
+        Lost,
+    };
+
+    bool exchange(const QString& pMethod, const QJsonObject& pParams, Waiting* pWaiting);
+    bool connect(QString* pReason);
+    Connection::Outcome tryConnect(QString* pReason);
+    bool send(const QJsonObject& pRequest, QString* pReason);
+    void wait(const QDeadlineTimer& pDeadline, const std::function<bool()>& pDone);
+    void awaitAnswer(qint64 pId, Waiting* pWaiting, const QDeadlineTimer& pDeadline);
+    std::optional<QJsonValue> resultOf(const QString& pMethod, const Waiting& pWaiting);
+
+    void onLine(const QByteArray& pLine);
+    void onAnswer(const QJsonObject& pObject);
+    void onEvent(const QJsonObject& pObject);
+    void onLost(const QString& pReason);
+    void breakOff(const QString& pReason);
+    // False if no call was waiting.
+    bool failAll(const QString& pReason);
+
+    Log mLog;
+    QJsonObject mHello;
+    QString mServerName;
+    qint64 mConnectTimeoutMs = 30000;
+    Connection mConnection;
+    Link mLink = Link::Never;
+    bool mClosed = false;
+    qint64 mLastId = 0;
+    QHash<qint64, Waiting*> mWaiting;
+    qint64 mHelloId = 0;
+    Monitor mMonitor;
+    bool mMonitoring = false;
+    EventQueue mEvents;
+};
+
+} // namespace tarn::vkcore
