@@ -1,0 +1,51 @@
+#pragma once
+
+#include "schedule/ScheduleSettings.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QDateTime>
+#include <QtCore/QObject>
+
+namespace tarn::vkservice::schedule {
+
+class Clock;
+
+// Lets the schedule come round. It holds the schedule in force and moves it on; what it does not do is the
+// check itself.
+class ScheduleTimer : public QObject
+{
+    Q_OBJECT
+
+public:
+    // pMachine tells this machine from others, for the jitter.
+    ScheduleTimer(Clock& pClock, const QByteArray& pMachine, QObject* pParent = nullptr);
+
+    const ScheduleSettings& settings() const { return mSettings; }
+    // Puts a schedule in force as it is. A check whose date went by meanwhile, however often, comes once.
+    void start(const ScheduleSettings& pSettings);
+    // Makes the wish consistent (see afterChange) and puts it in force.
+    void change(const ScheduleSettings& pWanted);
+    void setJitter(int pSeconds);
+    // A user has begun a session. With the login bit that is a check, but not more often than once in an
+    // hour.
+    void userLoggedIn();
+
+Q_SIGNALS:
+    // The schedule has been moved on, before due().
+    void moved(const tarn::vkservice::schedule::ScheduleSettings& pSettings);
+    // It is time for a check.
+    void due();
+
+private:
+    void evaluate();
+    QDateTime dueTime(const QDateTime& pNow);
+
+    Clock& mClock;
+    QByteArray mMachine;
+    ScheduleSettings mSettings;
+    int mJitter = 0;
+    QDateTime mMissedUntil; // when a check that was missed is made up for
+    QDateTime mLastLoginCheck;
+};
+
+} // namespace tarn::vkservice::schedule
