@@ -1,6 +1,6 @@
 #include "CommandTableReader.h"
 
-#include <ArgumentChecks.h>
+#include <cmdline/ArgumentChecks.h>
 #include <vkc_Application.h>
 
 #include <optionparser.h>
