@@ -1,5 +1,5 @@
 find_package(Threads REQUIRED)
-find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network LinguistTools)
 find_package(tomlplusplus REQUIRED)
 find_package(SQLite3 REQUIRED)
 find_package(OpenSSL 3 REQUIRED)

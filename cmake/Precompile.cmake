@@ -26,3 +26,23 @@ function(rkm_use_pch DIR NAME)
         rkm_use_pch(${SUBDIR} ${NAME})
     endforeach()
 endfunction()
+
+# Called when all targets are known.
+function(rkm_precompile)
+    if(NOT RKM_PCH)
+        return()
+    endif()
+    rkm_add_pch(rkm_pch LIBRARIES Qt6::Core
+        HEADERS <QtCore/QByteArray> <QtCore/QDateTime> <QtCore/QDir> <QtCore/QHash> <QtCore/QJsonArray>
+            <QtCore/QJsonDocument> <QtCore/QJsonObject> <QtCore/QList> <QtCore/QMap> <QtCore/QObject>
+            <QtCore/QString> <QtCore/QStringList> <QtCore/QTimer> <functional> <memory> <optional> <vector>)
+    rkm_use_pch(${PROJECT_SOURCE_DIR}/src rkm_pch)
+    if(RKM_TESTS)
+        rkm_add_pch(rkm_test_pch LIBRARIES Qt6::Core GTest::gtest
+            HEADERS <gtest/gtest.h> <QtCore/QByteArray> <QtCore/QCoreApplication> <QtCore/QDateTime> <QtCore/QDir>
+                <QtCore/QFile> <QtCore/QJsonArray> <QtCore/QJsonDocument> <QtCore/QJsonObject> <QtCore/QList>
+                <QtCore/QMap> <QtCore/QObject> <QtCore/QString> <QtCore/QStringList> <QtCore/QTemporaryDir>
+                <functional> <memory> <optional> <vector>)
+        rkm_use_pch(${PROJECT_SOURCE_DIR}/tests rkm_test_pch)
+    endif()
+endfunction()
