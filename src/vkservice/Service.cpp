@@ -1,6 +1,5 @@
 #include "Service.h"
 
-#include "ServiceApplication.h"
 #include "control/KnownVariables.h"
 #include "control/UpdateControl.h"
 #include "internal/Protocol.h"
@@ -8,6 +7,7 @@
 #include "os/FileSystem.h"
 #include "os/ProcessList.h"
 #include "schedule/ScheduleRules.h"
+#include "ServiceApplication.h"
 #include "update/UpdateRun.h"
 
 #include <vkcore/LockFile.h>
@@ -73,7 +73,8 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
       mRun(std::make_unique<update::UpdateRun>(os::realFileSystem(), os::realProcessList()))
 {
     mUpdates = std::make_unique<UpdateControl>(
-        *mRun, mSettings, [this](QString* pReason) { return runRequest(pReason); }, [this] { return isSuppressed(); });
+        *mRun, mSettings, [this](QString* pReason) { return runRequest(pReason); },
+        [this] { return isSuppressed(); });
     control::addKnownVariables(mVariables, mApp.configDir());
     mVariables.setConfiguration([this](const QString& pKey) { return mApp.configValue(pKey); });
     methods::addAll(mMethods, *this);
@@ -81,8 +82,9 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
         if (mEnding) {
             return QStringLiteral("The service is about to end.");
         }
-        return mUpdates->isActive() ? QStringLiteral("Settings can't be changed while an update is under way.")
-                                    : QString();
+        return mUpdates->isActive()
+                   ? QStringLiteral("Settings can't be changed while an update is under way.")
+                   : QString();
     });
     connect(&mSockets, &ipc::SocketServer::peerRefused, this,
             [this](const QString& pReason) { mApp.write(LogLevel::Warning, pReason); });
@@ -102,7 +104,8 @@ bool Service::start(QString* pError)
     mSocketName = mOptions.mSocketName;
     if (mSocketName.isEmpty()) {
         const QString tConfigured = mApp.configValue(QStringLiteral("service.socketName"));
-        mSocketName = tConfigured.isEmpty() ? QString(QLatin1String(protocol::sDefaultServerName)) : tConfigured;
+        mSocketName =
+            tConfigured.isEmpty() ? QString(QLatin1String(protocol::sDefaultServerName)) : tConfigured;
     }
     if (!lockState(pError) || !openStore(pError)) {
         return false;
@@ -117,7 +120,8 @@ bool Service::start(QString* pError)
     }
     startSchedule();
     mMinute.start(sMinuteMs);
-    mApp.write(LogLevel::Notice, QStringLiteral("The service listens on %1.").arg(ipc::SocketServer::pathOf(mSocketName)));
+    mApp.write(LogLevel::Notice,
+               QStringLiteral("The service listens on %1.").arg(ipc::SocketServer::pathOf(mSocketName)));
     return true;
 }
 
@@ -130,7 +134,8 @@ bool Service::lockState(QString* pError)
     }
     // Nobody else may read it: whoever can open the file could hold the lock.
     const QString tPath = tDir + QStringLiteral("/state.lock");
-    const int tFd = ::open(QFile::encodeName(tPath).constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    const int tFd =
+        ::open(QFile::encodeName(tPath).constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (tFd < 0) {
         *pError = QStringLiteral("The lock file %1 can't be opened: %2.").arg(tPath, qt_error_string());
         return false;
@@ -160,7 +165,8 @@ bool Service::openStore(QString* pError)
     const QString tServer = mApp.configValue(QStringLiteral("service.defaultServer"));
     if (!tServer.isEmpty() && mServers.provide(tServer) != store::ServerTable::Outcome::Done) {
         mApp.write(LogLevel::Warning,
-                   QStringLiteral("The configuration key service.defaultServer is ignored. %1").arg(mServers.reason()));
+                   QStringLiteral("The configuration key service.defaultServer is ignored. %1")
+                       .arg(mServers.reason()));
     }
     return true;
 }
@@ -196,7 +202,8 @@ void Service::startSchedule()
     if (mResume) {
         mSchedule.retryIn(sResumeSeconds);
     }
-    connect(&mLogins, &schedule::LoginWatch::userLoggedIn, &mSchedule, &schedule::ScheduleTimer::userLoggedIn);
+    connect(&mLogins, &schedule::LoginWatch::userLoggedIn, &mSchedule,
+            &schedule::ScheduleTimer::userLoggedIn);
     mLogins.start();
     // A service of a user is started with the user's session.
     if (::geteuid() != 0) {
@@ -207,22 +214,27 @@ void Service::startSchedule()
 void Service::connectUpdates()
 {
     connect(mUpdates.get(), &UpdateControl::statusChanged, this, [this](ServiceStatus pStatus) {
-        mSockets.broadcast(QStringLiteral("serviceStatusChanged"), {{QStringLiteral("status"), int(pStatus)}});
+        mSockets.broadcast(QStringLiteral("serviceStatusChanged"),
+                           {{QStringLiteral("status"), int(pStatus)}});
         if (mEnding && !mUpdates->isActive()) {
             finish();
         }
     });
     connect(mUpdates.get(), &UpdateControl::activityChanged, this, [this](ServiceActivity pActivity) {
-        mSockets.broadcast(QStringLiteral("serviceActivityChanged"), {{QStringLiteral("activity"), int(pActivity)}});
+        mSockets.broadcast(QStringLiteral("serviceActivityChanged"),
+                           {{QStringLiteral("activity"), int(pActivity)}});
     });
     connect(mUpdates.get(), &UpdateControl::notification, this,
             [this](int pType, const QString& pText, const QString& pDetails) {
                 mApp.write(pType == 1 ? LogLevel::Warning : LogLevel::Info, pText + u' ' + pDetails);
-                mSockets.broadcast(QStringLiteral("serviceNotificationReceived"), messageParams(pType, pText, pDetails));
+                mSockets.broadcast(QStringLiteral("serviceNotificationReceived"),
+                                   messageParams(pType, pText, pDetails));
             });
     connect(mUpdates.get(), &UpdateControl::error, this, &Service::sendError);
     connect(mUpdates.get(), &UpdateControl::runEnded, this,
-            [this](const store::RunRecord& pRecord, const QDateTime&, bool pManual) { onRunEnded(pRecord, pManual); });
+            [this](const store::RunRecord& pRecord, const QDateTime&, bool pManual) {
+                onRunEnded(pRecord, pManual);
+            });
 }
 
 void Service::sendError(int pType, const QString& pText, const QString& pDetails)
@@ -280,6 +292,8 @@ void Service::onVariableChanged()
     mSchedule.setJitter(static_cast<int>(mVariables.number(QStringLiteral("schedule.jitter"))));
     mUpdates->checkSuppression();
 }
+
+void Service::onMonitoringChanged(const MonitoringSettings&) {}
 
 bool Service::changeSchedule(const ScheduleSettings& pWanted, bool pSave)
 {
@@ -368,7 +382,8 @@ std::optional<update::RunRequest> Service::runRequest(QString* pReason)
     tRequest.mDataDir = *tDataDir;
     tRequest.mRootFile = mVariables.text(QStringLiteral("update.rootFile"));
     tRequest.mWaitForAppsSeconds = static_cast<int>(mVariables.number(QStringLiteral("update.waitForApps")));
-    tRequest.mParallelDownloads = static_cast<int>(mVariables.number(QStringLiteral("update.parallelDownloads")));
+    tRequest.mParallelDownloads =
+        static_cast<int>(mVariables.number(QStringLiteral("update.parallelDownloads")));
     tRequest.mBytesPerSecond = mVariables.number(QStringLiteral("update.bandwidthLimit"));
     tRequest.mCaFile = mVariables.text(QStringLiteral("update.caFile"));
     return tRequest;
@@ -376,7 +391,8 @@ std::optional<update::RunRequest> Service::runRequest(QString* pReason)
 
 ipc::Reply Service::storeFailure(const QString& pWhat)
 {
-    const QString tText = QStringLiteral("%1: the store failed (%2).").arg(pWhat, mStore.database().errorText());
+    const QString tText =
+        QStringLiteral("%1: the store failed (%2).").arg(pWhat, mStore.database().errorText());
     mApp.write(LogLevel::Error, tText);
     replaceDamagedStore();
     return ipc::Reply::refused(tText);

@@ -47,8 +47,8 @@ public:
     Service(ServiceApplication& pApp, const Options& pOptions);
     ~Service() override;
 
-    // Takes the state directory and the socket for this process alone. False, with a reason, where another service has them
-    // or they can't be had.
+    // Takes the state directory and the socket for this process alone. False, with a reason, where another
+    // service has them or they can't be had.
     bool start(QString* pError);
     // Begins the orderly end: tells the monitors, ends a run at its next safe point, then ended() comes.
     void quit();
@@ -70,6 +70,7 @@ public:
     bool changeSchedule(const schedule::ScheduleSettings& pWanted, bool pSave);
     // A setting of this name has changed, so what hangs on it looks anew.
     void onVariableChanged();
+    void onMonitoringChanged(const vkcore::MonitoringSettings& pSettings);
     // The answer to a request that the store let down. A damaged store is replaced.
     ipc::Reply storeFailure(const QString& pWhat);
     // Events that came before anybody listened.

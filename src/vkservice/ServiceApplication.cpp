@@ -18,7 +18,8 @@ constexpr int sKeptLogFiles = 4;
 void toStandardError(const QString& pText)
 {
     const QByteArray tLine = pText.toUtf8() + '\n';
-    [[maybe_unused]] const ssize_t tWritten = ::write(STDERR_FILENO, tLine.constData(), static_cast<size_t>(tLine.size()));
+    [[maybe_unused]] const ssize_t tWritten =
+        ::write(STDERR_FILENO, tLine.constData(), static_cast<size_t>(tLine.size()));
 }
 
 QString levelName(LogLevel pLevel)
@@ -36,7 +37,10 @@ QString levelName(LogLevel pLevel)
 }
 
 // A text that came from elsewhere must not pass for further lines of the log.
-QString oneLine(QString pText) { return pText.replace(u'\n', u' ').replace(u'\r', u' '); }
+QString oneLine(QString pText)
+{
+    return pText.replace(u'\n', u' ').replace(u'\r', u' ');
+}
 
 } // namespace
 
@@ -85,7 +89,8 @@ bool ServiceApplication::reloadConfiguration(QString* pError)
     };
     for (const auto& tFile : tFiles) {
         if (!tConfig->load(getConfigDir() + u'/' + tFile.mName, tFile.mName, tFile.mType, false)) {
-            *pError = QStringLiteral("The configuration file %1 can't be read: %2").arg(tFile.mName, tConfig->errorText());
+            *pError = QStringLiteral("The configuration file %1 can't be read: %2")
+                          .arg(tFile.mName, tConfig->errorText());
             return false;
         }
     }

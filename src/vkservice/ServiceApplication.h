@@ -9,7 +9,8 @@
 namespace tarn::vkservice {
 
 // The levels of syslog, as the journal knows them.
-enum class LogLevel : int {
+enum class LogLevel : int
+{
     Error = 3,
     Warning = 4,
     Notice = 5,
@@ -32,8 +33,8 @@ public:
 
     void write(LogLevel pLevel, const QString& pText);
 
-    // Reads the configuration files anew. False, with a reason and the old configuration still in force, if one of them
-    // can't be read.
+    // Reads the configuration files anew. False, with a reason and the old configuration still in force, if
+    // one of them can't be read.
     bool reloadConfiguration(QString* pError);
     // A value of the configuration in force.
     QString configValue(const QString& pKey) const;

@@ -1,9 +1,9 @@
 #include "CommandLine.h"
-#include "Service.h"
-#include "ServiceApplication.h"
 #include "process/ParentWatch.h"
 #include "process/SignalWatch.h"
 #include "process/SystemdNotifier.h"
+#include "Service.h"
+#include "ServiceApplication.h"
 
 #include <vkcore/GRef.h>
 
@@ -38,7 +38,10 @@ void prepareProcess(bool pWorker)
     }
 }
 
-void print(FILE* pStream, const QString& pText) { std::fputs(pText.toLocal8Bit().constData(), pStream); }
+void print(FILE* pStream, const QString& pText)
+{
+    std::fputs(pText.toLocal8Bit().constData(), pStream);
+}
 
 // Has the worker end when nobody needs it any more.
 void followParent(Service& pService, process::ParentWatch& pParent)

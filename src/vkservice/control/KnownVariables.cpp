@@ -31,7 +31,8 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addRule(wholeNumberRule(QStringLiteral("update.parallelDownloads"), 2, 1, 16));
     pVariables.addRule(wholeNumberRule(QStringLiteral("update.bandwidthLimit"), 0, 0, qint64(1) << 40));
     pVariables.addRule(pathRule(QStringLiteral("update.caFile"), QString()));
-    pVariables.addRule(pathRule(QStringLiteral("update.rootFile"), pConfigDir + QStringLiteral("/root.json")));
+    pVariables.addRule(
+        pathRule(QStringLiteral("update.rootFile"), pConfigDir + QStringLiteral("/root.json")));
     pVariables.addRule(yesNoRule(QStringLiteral("update.suppressed"), false));
     pVariables.addRule(pathRule(QStringLiteral("update.suppressFile"), QString()));
     pVariables.addRule(wholeNumberRule(QStringLiteral("schedule.jitter"), 0, 0, 7 * sDay));

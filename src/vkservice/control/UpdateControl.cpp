@@ -53,13 +53,20 @@ ServiceStatus UpdateControl::restingStatus() const
     }
 }
 
-ServiceStatus UpdateControl::status() const { return isActive() ? mStatus : restingStatus(); }
+ServiceStatus UpdateControl::status() const
+{
+    return isActive() ? mStatus : restingStatus();
+}
 
-bool UpdateControl::isActive() const { return mStatus == StatusUpdating || mStatus == StatusAborting; }
+bool UpdateControl::isActive() const
+{
+    return mStatus == StatusUpdating || mStatus == StatusAborting;
+}
 
 QString UpdateControl::resultText(const store::RunRecord& pRecord) const
 {
-    return pRecord.mText.isEmpty() ? update::resultText(static_cast<ResultCode>(pRecord.mCode)) : pRecord.mText;
+    return pRecord.mText.isEmpty() ? update::resultText(static_cast<ResultCode>(pRecord.mCode))
+                                   : pRecord.mText;
 }
 
 bool UpdateControl::trigger(bool pManual, QString* pReason)

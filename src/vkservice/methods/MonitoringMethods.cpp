@@ -1,8 +1,8 @@
-#include "Service.h"
 #include "internal/Protocol.h"
 #include "ipc/Params.h"
 #include "mail/Address.h"
 #include "methods/Methods.h"
+#include "Service.h"
 
 #include <QtCore/QJsonDocument>
 
@@ -30,7 +30,8 @@ QString complaint(const MonitoringSettings& pSettings)
     }
     for (const MonitoringEmail& tEmail : pSettings.notificationEmailAddresses()) {
         if (!mail::isMailAddress(tEmail.mAddress)) {
-            return QStringLiteral("This is no e-mail address that can be written to: %1").arg(tEmail.mAddress.left(254));
+            return QStringLiteral("This is no e-mail address that can be written to: %1")
+                .arg(tEmail.mAddress.left(254));
         }
     }
     const auto tJson = QJsonDocument(protocol::toJson(pSettings)).toJson(QJsonDocument::Compact);

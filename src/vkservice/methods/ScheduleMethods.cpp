@@ -1,7 +1,7 @@
-#include "Service.h"
 #include "internal/Protocol.h"
 #include "ipc/Params.h"
 #include "methods/Methods.h"
+#include "Service.h"
 
 namespace tarn::vkservice::methods {
 

@@ -1,7 +1,7 @@
-#include "Service.h"
 #include "internal/Protocol.h"
 #include "ipc/Params.h"
 #include "methods/Methods.h"
+#include "Service.h"
 
 #include <vkcore/Server.h>
 
@@ -16,7 +16,10 @@ using store::ServerTable;
 
 namespace {
 
-QString present(const QString& pText) { return pText.isNull() ? QString(QLatin1String("")) : pText; }
+QString present(const QString& pText)
+{
+    return pText.isNull() ? QString(QLatin1String("")) : pText;
+}
 
 Reply answer(Service& pService, ServerTable::Outcome pOutcome)
 {
@@ -59,7 +62,8 @@ Reply updateDefaultServer(Service& pService, const QJsonObject& pParams)
     const QString tUri = tParams.get<QString>("uri");
     const QString tUser = tParams.get<QString>("user");
     const QString tPassword = tParams.get<QString>("password");
-    return tParams.ok() ? answer(pService, pService.servers().setDefault(tUri, tUser, tPassword)) : tParams.invalid();
+    return tParams.ok() ? answer(pService, pService.servers().setDefault(tUri, tUser, tPassword))
+                        : tParams.invalid();
 }
 
 QJsonObject toJson(const ServerEntry& pEntry)
@@ -85,7 +89,8 @@ Reply getServerList(Service& pService)
     for (const ServerEntry& tEntry : *tEntries) {
         tServers.append(toJson(tEntry));
     }
-    return Reply::result(QJsonObject{{QStringLiteral("revision"), *tRevision}, {QStringLiteral("servers"), tServers}});
+    return Reply::result(
+        QJsonObject{{QStringLiteral("revision"), *tRevision}, {QStringLiteral("servers"), tServers}});
 }
 
 std::optional<qint64> revisionOf(Params& pParams, const QJsonObject& pObject)
@@ -111,7 +116,8 @@ Reply changeServer(Service& pService, const QJsonObject& pParams)
     GRef<Server> tServer(new Server(nullptr));
     tParams.object("server", tServer.get());
     const auto tRevision = revisionOf(tParams, pParams);
-    return tParams.ok() ? answer(pService, pService.servers().change(tIndex, *tServer, tRevision)) : tParams.invalid();
+    return tParams.ok() ? answer(pService, pService.servers().change(tIndex, *tServer, tRevision))
+                        : tParams.invalid();
 }
 
 Reply removeServer(Service& pService, const QJsonObject& pParams)
@@ -128,9 +134,10 @@ void addServerMethods(MethodTable& pTable, Service& pService)
 {
     using Kind = MethodTable::Kind;
     const auto tAdd = [&](const char* pName, Kind pKind, Reply (*pHandler)(Service&, const QJsonObject&)) {
-        pTable.add(QLatin1String(pName), pKind, [&pService, pHandler](Connection&, const QJsonObject& pParams) {
-            return pHandler(pService, pParams);
-        });
+        pTable.add(QLatin1String(pName), pKind,
+                   [&pService, pHandler](Connection&, const QJsonObject& pParams) {
+                       return pHandler(pService, pParams);
+                   });
     };
     tAdd("getDefaultServer", Kind::Query, &getDefaultServer);
     tAdd("updateDefaultServer", Kind::Change, &updateDefaultServer);

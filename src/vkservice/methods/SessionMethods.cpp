@@ -1,8 +1,8 @@
-#include "Service.h"
 #include "internal/Protocol.h"
 #include "ipc/Connection.h"
 #include "ipc/Params.h"
 #include "methods/Methods.h"
+#include "Service.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QPointer>
@@ -26,7 +26,8 @@ Reply hello(Service& pService, Connection& pPeer, const QJsonObject& pParams)
         return tParams.invalid();
     }
     if (tProtocol != protocol::sVersion) {
-        return Reply::refused(QStringLiteral("This service speaks version %1 of the protocol.").arg(protocol::sVersion));
+        return Reply::refused(
+            QStringLiteral("This service speaks version %1 of the protocol.").arg(protocol::sVersion));
     }
     pPeer.setClientName(tClient.left(sMaxClientName));
     return Reply::result(QJsonObject{
@@ -45,7 +46,8 @@ Reply enterMonitorMode(Service& pService, Connection& pPeer)
     const QList<QJsonObject> tHeld = pService.takeHeldErrors();
     const QPointer<Connection> tPeer(&pPeer);
     for (const QJsonObject& tError : tHeld) {
-        const QByteArray tLine = protocol::toLine(protocol::event(QStringLiteral("serviceErrorReceived"), tError));
+        const QByteArray tLine =
+            protocol::toLine(protocol::event(QStringLiteral("serviceErrorReceived"), tError));
         QMetaObject::invokeMethod(
             &pPeer, [tPeer, tLine] { tPeer->sendEvent(tLine); }, Qt::QueuedConnection);
     }
@@ -60,13 +62,13 @@ void addSessionMethods(MethodTable& pTable, Service& pService)
     pTable.add(QStringLiteral("hello"), Kind::Query, [&](Connection& pPeer, const QJsonObject& pParams) {
         return hello(pService, pPeer, pParams);
     });
-    pTable.add(QStringLiteral("ping"), Kind::Query, [](Connection&, const QJsonObject&) { return Reply::done(); });
+    pTable.add(QStringLiteral("ping"), Kind::Query,
+               [](Connection&, const QJsonObject&) { return Reply::done(); });
     pTable.add(QStringLiteral("isVKClientActive"), Kind::Query, [&](Connection& pPeer, const QJsonObject&) {
         return Reply::result(pService.sockets().hasClient(QStringLiteral("wizard"), &pPeer));
     });
-    pTable.add(QStringLiteral("enterMonitorMode"), Kind::Query, [&](Connection& pPeer, const QJsonObject&) {
-        return enterMonitorMode(pService, pPeer);
-    });
+    pTable.add(QStringLiteral("enterMonitorMode"), Kind::Query,
+               [&](Connection& pPeer, const QJsonObject&) { return enterMonitorMode(pService, pPeer); });
     pTable.add(QStringLiteral("quitService"), Kind::Query, [&](Connection&, const QJsonObject&) {
         QMetaObject::invokeMethod(&pService, &Service::quit, Qt::QueuedConnection);
         return Reply::done();

@@ -1,9 +1,9 @@
-#include "Service.h"
-#include "ServiceApplication.h"
 #include "control/UpdateControl.h"
 #include "internal/Protocol.h"
 #include "ipc/Params.h"
 #include "methods/Methods.h"
+#include "Service.h"
+#include "ServiceApplication.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QRegularExpression>
@@ -18,7 +18,8 @@ namespace {
 const QString sLastRun = QStringLiteral("service.lastRun");
 constexpr qsizetype sMaxText = 64 * 1024;
 
-// The password stays here: a client sends the proxy back with passwordChanged false, and then the stored one stays.
+// The password stays here: a client sends the proxy back with passwordChanged false, and then the stored one
+// stays.
 Reply getProxy(Service& pService)
 {
     auto tProxy = pService.settings().proxy();
@@ -67,11 +68,14 @@ Reply setDataDirectory(Service& pService, const QJsonObject& pParams)
     if (!tParams.ok()) {
         return tParams.invalid();
     }
-    if ((!tPath.isEmpty() && !QDir::isAbsolutePath(tPath)) || tPath.contains(QChar(0)) || tPath.size() > sMaxText) {
-        return Reply::refused(QStringLiteral("The data directory has to be an absolute path, or empty for the default."));
+    if ((!tPath.isEmpty() && !QDir::isAbsolutePath(tPath)) || tPath.contains(QChar(0)) ||
+        tPath.size() > sMaxText) {
+        return Reply::refused(
+            QStringLiteral("The data directory has to be an absolute path, or empty for the default."));
     }
-    return pService.settings().setDataDirectory(tPath) ? Reply::done()
-                                                       : pService.storeFailure(QStringLiteral("The data directory"));
+    return pService.settings().setDataDirectory(tPath)
+               ? Reply::done()
+               : pService.storeFailure(QStringLiteral("The data directory"));
 }
 
 Reply getLanguages(Service& pService)
@@ -90,8 +94,9 @@ Reply getLanguages(Service& pService)
 
 bool isLanguage(const QString& pCode)
 {
-    static const QRegularExpression sForm(QStringLiteral("^[A-Za-z]{2,8}([_-][A-Za-z0-9]{1,8}){0,3}(@[A-Za-z]{1,16})?$"),
-                                          QRegularExpression::DontCaptureOption);
+    static const QRegularExpression sForm(
+        QStringLiteral("^[A-Za-z]{2,8}([_-][A-Za-z0-9]{1,8}){0,3}(@[A-Za-z]{1,16})?$"),
+        QRegularExpression::DontCaptureOption);
     return pCode.isNull() || sForm.match(pCode).hasMatch();
 }
 
@@ -106,8 +111,9 @@ Reply setLanguages(Service& pService, const QJsonObject& pParams)
     if (!isLanguage(tApp) || !isLanguage(tData)) {
         return Reply::refused(QStringLiteral("A language is a code such as \"de\" or \"pt_BR\"."));
     }
-    return pService.settings().setLanguages(tApp, tData) ? Reply::done()
-                                                         : pService.storeFailure(QStringLiteral("The languages"));
+    return pService.settings().setLanguages(tApp, tData)
+               ? Reply::done()
+               : pService.storeFailure(QStringLiteral("The languages"));
 }
 
 QString lastRunText(Service& pService, const QString& pDefault)
@@ -157,9 +163,10 @@ void addSettingsMethods(MethodTable& pTable, Service& pService)
 {
     using Kind = MethodTable::Kind;
     const auto tAdd = [&](const char* pName, Kind pKind, Reply (*pHandler)(Service&, const QJsonObject&)) {
-        pTable.add(QLatin1String(pName), pKind, [&pService, pHandler](Connection&, const QJsonObject& pParams) {
-            return pHandler(pService, pParams);
-        });
+        pTable.add(QLatin1String(pName), pKind,
+                   [&pService, pHandler](Connection&, const QJsonObject& pParams) {
+                       return pHandler(pService, pParams);
+                   });
     };
     const auto tAddGetter = [&](const char* pName, Reply (*pHandler)(Service&)) {
         pTable.add(QLatin1String(pName), Kind::Query,

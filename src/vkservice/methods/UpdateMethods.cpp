@@ -1,7 +1,7 @@
-#include "Service.h"
 #include "control/UpdateControl.h"
 #include "ipc/Params.h"
 #include "methods/Methods.h"
+#include "Service.h"
 
 namespace tarn::vkservice::methods {
 
@@ -67,9 +67,8 @@ Reply trigger(Service& pService, const QJsonObject& pParams)
 void addUpdateMethods(MethodTable& pTable, Service& pService)
 {
     using Kind = MethodTable::Kind;
-    pTable.add(QStringLiteral("isServiceActive"), Kind::Query, [&](Connection&, const QJsonObject&) {
-        return Reply::result(pService.updates().isActive());
-    });
+    pTable.add(QStringLiteral("isServiceActive"), Kind::Query,
+               [&](Connection&, const QJsonObject&) { return Reply::result(pService.updates().isActive()); });
     pTable.add(QStringLiteral("getServiceStatus"), Kind::Query, [&](Connection&, const QJsonObject&) {
         return Reply::result(static_cast<int>(pService.updates().status()));
     });

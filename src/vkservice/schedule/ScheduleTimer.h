@@ -28,7 +28,8 @@ public:
     // A schedule that is paused is kept and changed, but never comes round.
     void pause() { mPaused = true; }
     void setJitter(int pSeconds);
-    // One more check after this while, beside those of the schedule; none if the schedule does not run by date.
+    // One more check after this while, beside those of the schedule; none if the schedule does not run by
+    // date.
     void retryIn(int pSeconds);
     // A user has begun a session. With the login bit that is a check, but not more often than once in an
     // hour.
