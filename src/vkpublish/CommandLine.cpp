@@ -26,9 +26,8 @@ CommandLine::CommandLine(const QString& pCommand, const QString& pDescription) :
 
 void CommandLine::addArgument(const QString& pName, const QString& pDescription)
 {
-    mParser.addPositionalArgument(pName, pDescription,
-                                  mArguments == 0 ? mCommand + QLatin1Char(' ') + pName : pName);
-    ++mArguments;
+    mParser.addPositionalArgument(pName, pDescription);
+    mArguments.append(pName);
 }
 
 void CommandLine::addOption(const QString& pName, const QString& pDescription, const QString& pValueName,
