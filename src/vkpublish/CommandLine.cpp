@@ -20,14 +20,14 @@ void complain(const QString& pLine)
 CommandLine::CommandLine(const QString& pCommand, const QString& pDescription) : mCommand(pCommand)
 {
     mParser.setApplicationDescription(pDescription);
-    mParser.addHelpOption();
+    mParser.addOption(QCommandLineOption({QStringLiteral("h"), QStringLiteral("help")},
+                                         QStringLiteral("Shows this help.")));
 }
 
 void CommandLine::addArgument(const QString& pName, const QString& pDescription)
 {
-    mParser.addPositionalArgument(pName, pDescription,
-                                  mArguments == 0 ? mCommand + QLatin1Char(' ') + pName : pName);
-    ++mArguments;
+    mParser.addPositionalArgument(pName, pDescription);
+    mArguments.append(pName);
 }
 
 void CommandLine::addOption(const QString& pName, const QString& pDescription, const QString& pValueName,
@@ -50,17 +50,27 @@ std::optional<int> CommandLine::parse(const QStringList& pArguments)
         return StatusUsage;
     }
     if (mParser.isSet(QStringLiteral("help"))) {
-        say(mParser.helpText().trimmed());
+        say(help());
         return StatusDone;
     }
-    if (mParser.positionalArguments().size() != mArguments) {
+    if (mParser.positionalArguments().size() != mArguments.size()) {
         complain(QStringLiteral("%1 takes %2 arguments, not %3; see \"vkpublish %1 --help\"")
                      .arg(mCommand)
-                     .arg(mArguments)
+                     .arg(mArguments.size())
                      .arg(mParser.positionalArguments().size()));
         return StatusUsage;
     }
     return std::nullopt;
+}
+
+QString CommandLine::help() const
+{
+    // The parser knows no commands, and would put the program's path here.
+    const QString tUsage = QStringList{QStringLiteral("Usage: vkpublish"), mCommand,
+                                       mArguments.join(QLatin1Char(' ')), QStringLiteral("[options]")}
+                               .join(QLatin1Char(' '));
+    const QString tText = mParser.helpText().trimmed();
+    return tUsage + tText.mid(tText.indexOf(QLatin1Char('\n')));
 }
 
 QString CommandLine::argument(int pIndex) const

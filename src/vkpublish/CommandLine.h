@@ -46,9 +46,11 @@ public:
     std::optional<QDateTime> date(const char* pName) const;
 
 private:
+    QString help() const;
+
     QCommandLineParser mParser;
     QString mCommand;
-    int mArguments = 0;
+    QStringList mArguments; // names
 };
 
 // Writes one line to standard output or standard error.

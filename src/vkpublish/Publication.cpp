@@ -1,5 +1,6 @@
 #include "Publication.h"
 
+#include "FileMatch.h"
 #include "Layout.h"
 #include "Roles.h"
 
@@ -20,18 +21,14 @@ namespace {
 constexpr mode_t sFileMode = 0644;
 constexpr qint64 sMaxMetadata = 16 * 1024 * 1024;
 
-bool hasHash(const QString& pPath, const QJsonObject& pStated)
+// pStated: "length" and "hashes", as metadata states them.
+bool isAsStated(const QString& pPath, const QJsonObject& pStated)
 {
-    QFile tFile(pPath);
-    if (!tFile.open(QIODevice::ReadOnly) || tFile.size() != pStated[QLatin1String("length")].toInteger()) {
-        return false;
-    }
-    tuf::Hasher tHasher({QStringLiteral("sha256")});
-    for (QByteArray tPiece = tFile.read(1 << 20); !tPiece.isEmpty(); tPiece = tFile.read(1 << 20)) {
-        tHasher.add(tPiece);
-    }
-    const QString tHash = pStated[QLatin1String("hashes")].toObject()[QLatin1String("sha256")].toString();
-    return tHasher.result().first() == tHash.toLatin1();
+    const QByteArray tHash =
+        pStated[QLatin1String("hashes")].toObject()[QLatin1String("sha256")].toString().toLatin1();
+    QString tReason;
+    return fileMatches(pPath, pStated[QLatin1String("length")].toInteger(),
+                       {{QStringLiteral("sha256"), tHash}}, &tReason);
 }
 
 } // namespace
@@ -48,7 +45,7 @@ bool Publication::checkTarget(const QString& pName, QString* pError) const
     const QString tPath = targetPath(mRepository, pName, tTarget);
     const bool tPublished = mKeys.mRecord.mPublishedTargets[pName].toObject() == tTarget;
     if (tPublished ? QFileInfo(tPath).size() == tTarget[QLatin1String("length")].toInteger()
-                   : hasHash(tPath, tTarget)) {
+                   : isAsStated(tPath, tTarget)) {
         return true;
     }
     *pError =
@@ -85,7 +82,7 @@ bool Publication::isFresh(const QString& pRole, const PublishedFile& pFile, cons
     const qint64 tVersion = pFile.mMeta[QLatin1String("version")].toInteger();
     return !pFile.mMeta.isEmpty() && pFile.mExpires > pTimes.mNow &&
            pTimes.mNow.secsTo(pFile.mExpires) >= pTimes.mNow.secsTo(pExpires) / 2 &&
-           hasHash(versionedPath(mRepository, pRole, tVersion), pFile.mMeta);
+           isAsStated(versionedPath(mRepository, pRole, tVersion), pFile.mMeta);
 }
 
 bool Publication::write(const QString& pPath, const QByteArray& pFile, QString* pError)

@@ -1,5 +1,6 @@
 #include "Verification.h"
 
+#include "FileMatch.h"
 #include "Layout.h"
 
 #include "os/FileSystem.h"
@@ -9,7 +10,6 @@
 #include "tuf/Updater.h"
 
 #include <QtCore/QDir>
-#include <QtCore/QFile>
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QSet>
@@ -64,34 +64,14 @@ private:
     QString mFolder;
 };
 
-QString checkTargetFile(const QString& pPath, const tuf::TargetFile& pTarget)
-{
-    QFile tFile(pPath);
-    if (!tFile.open(QIODevice::ReadOnly)) {
-        return QStringLiteral("%1 can't be read: %2").arg(pPath, tFile.errorString());
-    }
-    if (tFile.size() != pTarget.mLength) {
-        return QStringLiteral("%1 has %2 bytes instead of %3")
-            .arg(pPath)
-            .arg(tFile.size())
-            .arg(pTarget.mLength);
-    }
-    tuf::Hasher tHasher(pTarget.mHashes.keys());
-    for (QByteArray tPiece = tFile.read(1 << 20); !tPiece.isEmpty(); tPiece = tFile.read(1 << 20)) {
-        tHasher.add(tPiece);
-    }
-    return tuf::hashesAgree(pTarget.mHashes, tHasher.result())
-               ? QString()
-               : QStringLiteral("%1 does not have the hash that was signed for it").arg(pPath);
-}
-
-QString checkInfo(const tuf::TargetFile& pTarget)
+bool isPackage(const tuf::TargetFile& pTarget, QString* pReason)
 {
     vkservice::packages::PackageInfo tInfo;
-    QString tProblem;
-    return vkservice::packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, &tProblem)
-               ? QString()
-               : QStringLiteral("%1 is not described as a package: %2").arg(pTarget.mPath, tProblem);
+    if (vkservice::packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, pReason)) {
+        return true;
+    }
+    *pReason = QStringLiteral("%1 is not described as a package: %2").arg(pTarget.mPath, *pReason);
+    return false;
 }
 
 QStringList unusedFiles(const QString& pRepository, const QSet<QString>& pUsed)
@@ -100,7 +80,8 @@ QStringList unusedFiles(const QString& pRepository, const QSet<QString>& pUsed)
     for (const QString& tFolder : {metadataFolder(pRepository), targetsFolder(pRepository)}) {
         for (const QFileInfo& tFile : QDir(tFolder).entryInfoList(QDir::Files | QDir::Hidden, QDir::Name)) {
             const QString tPath = tFolder + QLatin1Char('/') + tFile.fileName();
-            if (!pUsed.contains(tPath)) {
+            // Roots from before the first one in use are still climbed by clients that slept long.
+            if (!pUsed.contains(tPath) && !tPath.endsWith(QLatin1String(".root.json"))) {
                 tUnused.append(tPath);
             }
         }
@@ -129,6 +110,9 @@ VerificationResult verifyRepository(const QString& pRepository, const QByteArray
     if (tError) {
         tResult.mProblems.append(tError.mText);
     }
+    if (!isWrittenByUs(pRoot)) {
+        tResult.mProblems.append(QStringLiteral("The root was changed since it was written"));
+    }
     for (const QString& tPath : tFetcher.mChanged) {
         tResult.mProblems.append(QStringLiteral("%1 was changed since it was written").arg(tPath));
     }
@@ -136,10 +120,10 @@ VerificationResult verifyRepository(const QString& pRepository, const QByteArray
     for (const tuf::TargetFile& tTarget : tTargets) {
         const QString tPath = targetsFolder(pRepository) + QLatin1Char('/') +
                               QUrl::fromPercentEncoding(tTarget.mFetchPath.toLatin1());
-        for (const QString& tProblem : {checkTargetFile(tPath, tTarget), checkInfo(tTarget)}) {
-            if (!tProblem.isEmpty()) {
-                tResult.mProblems.append(tProblem);
-            }
+        QString tProblem;
+        if (!fileMatches(tPath, tTarget.mLength, tTarget.mHashes, &tProblem) ||
+            !isPackage(tTarget, &tProblem)) {
+            tResult.mProblems.append(tProblem);
         }
         tUsed.insert(tPath);
     }
