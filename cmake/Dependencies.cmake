@@ -14,3 +14,7 @@ find_path(OPTIONPARSER_INCLUDE_DIR optionparser.h
 if(NOT OPTIONPARSER_INCLUDE_DIR)
     message(FATAL_ERROR "optionparser.h not found: install libfastrtps-dev or set OPTIONPARSER_INCLUDE_DIR")
 endif()
+
+if(RKM_TESTS)
+    find_package(GTest REQUIRED)
+endif()
