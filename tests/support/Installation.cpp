@@ -23,14 +23,13 @@ Installation::Installation(const QList<QString>& pPrograms) : mDir(dirTemplate()
         QDir(mDir.path()).mkpath(QString::fromLatin1(tDir));
     }
     QFile::link(tBuild + QStringLiteral("/lib"), path(QStringLiteral("lib")));
-    QFile::link(tBuild + QStringLiteral("/share"), path(QStringLiteral("share")));
     for (const QString& tProgram : pPrograms) {
         addProgram(tBuild + QStringLiteral("/bin/") + tProgram, tProgram);
     }
     writeFile(QStringLiteral("etc/vk/vk.cfg"),
               QStringLiteral("[application]\nlogDir = \"%1/log\"\nlanguage = \"en\"\n"
                              "languages = [\"en\", \"de\"]\nsettingsDir.other = \"settings\"\n"
-                             "[data]\nlanguages = [\"de\", \"fr\"]\n")
+                             "[data]\nlanguages = [\"de\", \"fr\"]\n[service]\nstateDir = \"%1/state\"\n")
                   .arg(mDir.path())
                   .toUtf8());
     mEnvironment = {
