@@ -59,9 +59,15 @@ inline Case fails(const QList<QByteArray>& pArguments, const QByteArray& pErr,
     return Case(pArguments, "", pErr, 1, pCalls, pScripts);
 }
 
-inline std::ostream& operator<<(std::ostream& pStream, const QByteArray& pBytes)
+// How GoogleTest shows the texts of a failure.
+inline void PrintTo(const QByteArray& pBytes, std::ostream* pStream)
 {
-    return pStream << '"' << pBytes.toStdString() << '"';
+    *pStream << '"' << pBytes.toStdString() << '"';
+}
+
+inline void PrintTo(const QString& pText, std::ostream* pStream)
+{
+    PrintTo(pText.toUtf8(), pStream);
 }
 
 inline QByteArray text(const QStringList& pLines)

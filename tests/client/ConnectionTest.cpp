@@ -146,7 +146,7 @@ TEST_F(WorkerTest, ServesOneRun)
         SCOPED_TRACE(tCase.mArguments.join(' ').toStdString());
         QFile::remove(mInstallation.path(QStringLiteral("tmp/worker.log")));
         const Program::Result tResult = run("slow", tCase.mArguments);
-        EXPECT_TRUE(tCase.mOut.isEmpty() || tResult.mOut == tCase.mOut) << tResult.mOut;
+        EXPECT_TRUE(tCase.mOut.isEmpty() || tResult.mOut == tCase.mOut) << tResult.mOut.toStdString();
         EXPECT_EQ(tResult.mErr, "");
         EXPECT_EQ(tResult.mStatus, 0);
         EXPECT_EQ(story(), "started " + tCase.mStarted + "\nasked to quit\nended\n");

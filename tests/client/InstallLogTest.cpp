@@ -94,8 +94,8 @@ TEST_F(InstallLogTest, ShowsThePeriodThatIsAskedFor)
     expect({"-i1h", "--interval=6w"}, tAll);
     expect({"-i2147483647m"}, tAll);
     expect({"-i12345678901d"}, "");
-    expect({"-i1193046h"}, tAll); // 136 years
-    expect({"-i1193047h"}, "");   // wraps around, into the future
+    expect({"-i596523h"}, tAll); // 68 years
+    expect({"-i596524h"}, "");   // wraps around, into the future
     expect({"--socket=/nowhere", "-i1h"}, tLastHour);
 }
 

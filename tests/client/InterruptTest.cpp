@@ -16,6 +16,12 @@ struct InterruptCase
     int mStatus = 1;
 };
 
+// What GoogleTest calls the case.
+std::ostream& operator<<(std::ostream& pStream, const InterruptCase& pCase)
+{
+    return pStream << pCase.mArguments.join(' ').toStdString();
+}
+
 class InterruptTest : public ClientTest, public testing::WithParamInterface<InterruptCase>
 {
 };

@@ -96,7 +96,7 @@ TEST_F(ClientTest, UpdateMonitoringChangesWhatTheOptionsName)
 {
     const auto tObject = [](const QByteArray& pJson) {
         const QJsonDocument tDocument = QJsonDocument::fromJson(pJson);
-        EXPECT_TRUE(tDocument.isObject()) << pJson;
+        EXPECT_TRUE(tDocument.isObject()) << pJson.toStdString();
         return tDocument.object();
     };
     const auto tMerged = [](QJsonObject pTo, const QJsonObject& pFrom) {

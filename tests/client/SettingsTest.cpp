@@ -4,7 +4,7 @@ static const QByteArray sServerLine = "Default server: https://updates.example.o
 static const QByteArray sProxyLine = "Proxy: proxy.example.org:3128 (username=paul)\n";
 static const QByteArray sDataLine = "Data directory: /srv/kdml\n";
 static const QByteArray sAppLangLine = "Application language: Deutsch (de)\n";
-static const QByteArray sDataLangLine = "Data language: English (en)\n";
+static const QByteArray sDataLangLine = "Data language: français (fr)\n";
 
 static const QByteArray sGetServer = R"(getDefaultServer {"withPassword":false})";
 static const QByteArray sGetServerForChange = R"(getDefaultServer {"withPassword":true})";
@@ -12,7 +12,7 @@ static const QByteArray sGetProxy = "getNetProxySettings";
 
 static QByteArray getValue(const QByteArray& pName)
 {
-    return R"(getConfigValue {"default":"","name":")" + pName + R"("})";
+    return R"(getConfigValue {"default":null,"name":")" + pName + R"("})";
 }
 
 static QByteArray setServer(const QByteArray& pUri, const QByteArray& pUser, const QByteArray& pPassword)
@@ -69,7 +69,7 @@ TEST(ShowSettingsTest, ShowsAddressesAndProxiesAsTheyAre)
            {server("https://h/%41%2?q=%1 x", "%1 u")}),
         ok({"show-settings", "-s"}, "Default server: no :// address (username=u)\n", {sGetServer},
            {server("no :// address", "u")}),
-        ok({"show-settings", "-P"}, "Proxy: h1:%1 (username=%1)\n", {sGetProxy},
+        ok({"show-settings", "-P"}, "Proxy: h1:1 (username=%1)\n", {sGetProxy},
            {proxy("0", R"("enabled": true, "configured": true)")}),
         ok({"show-settings", "-P"}, "Proxy: disabled\n", {sGetProxy},
            {proxy("2", R"("enabled": true, "configured": false)")}),
@@ -225,8 +225,8 @@ TEST(UpdateSettingsTest, RefusesWhatIsNoProxy)
     });
 }
 
-static const QByteArray sAppList = "Available application languages:\n  en: English\n  de: Deutsch\n";
-static const QByteArray sDataList = "Available data languages:\n  de: Deutsch\n  fr: Français\n";
+static const QByteArray sAppList = "Available application languages:\n  da: dansk\n  de: Deutsch\n";
+static const QByteArray sDataList = "Available data languages:\n  de: Deutsch\n  fr: français\n";
 static const QByteArray sSetApp = R"(setLanguages {"app":"de","data":null})";
 static const QByteArray sSetData = R"(setLanguages {"app":null,"data":"fr"})";
 

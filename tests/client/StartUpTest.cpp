@@ -37,7 +37,8 @@ TEST_F(StartUpTest, LogsItsStartAndItsEnd)
             "[^\n]* Failed to load translation: vkc_en\n"
             "\n[^\n]*Application shutdown %1\n$")
             .arg(tStamp));
-    EXPECT_TRUE(tExpected.match(QString::fromUtf8(mInstallation.log())).hasMatch()) << mInstallation.log();
+    EXPECT_TRUE(tExpected.match(QString::fromUtf8(mInstallation.log())).hasMatch())
+        << mInstallation.log().toStdString();
 }
 
 TEST_F(StartUpTest, ReadsTheUsersConfigurationWhereTheSettingsLie)
@@ -100,7 +101,7 @@ TEST_F(StartUpTest, SpeaksTheLanguageOfItsCatalogues)
     const QByteArray tMonitoring = mInstallation.run({"show-monitoring-settings"}).mOut;
     for (const char* tLine : {"\n  Every 7 days\n", "event e-mails: aye\n", "a@example.org (checked)\n",
                               "b@example.org (not verified)\n", "Notification e-mail addresses:\n"}) {
-        EXPECT_TRUE(tMonitoring.contains(tLine)) << tLine << tMonitoring;
+        EXPECT_TRUE(tMonitoring.contains(tLine)) << tLine << tMonitoring.toStdString();
     }
     EXPECT_TRUE(mInstallation.run({"--help"}).mOut.startsWith("USAGE: rkm <command>"));
 }

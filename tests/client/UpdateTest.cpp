@@ -13,7 +13,7 @@ static const QByteArray sAborting = "Aborting update ...\n";
 static const QByteArray sStatus = R"(getScheduleParameters
 getLastServiceResult {"thisSession":false}
 getLastServiceResultStr {"thisSession":false}
-getConfigValue {"default":"","name":"service.lastRun"}
+getConfigValue {"default":null,"name":"service.lastRun"}
 getServiceStatus
 getServiceProgress)";
 

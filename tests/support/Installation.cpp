@@ -28,15 +28,17 @@ Installation::Installation(const QList<QString>& pPrograms) : mDir(dirTemplate()
     }
     writeFile(QStringLiteral("etc/vk/vk.cfg"),
               QStringLiteral("[application]\nlogDir = \"%1/log\"\nlanguage = \"en\"\n"
-                             "languages = [\"en\", \"de\"]\nsettingsDir.other = \"settings\"\n"
+                             "languages = [\"da\", \"de\"]\nsettingsDir.other = \"settings\"\n"
                              "[data]\nlanguages = [\"de\", \"fr\"]\n[service]\nstateDir = \"%1/state\"\n")
                   .arg(mDir.path())
                   .toUtf8());
     mEnvironment = {
-        {"HOME", path(QStringLiteral("home")).toUtf8()},  {"LC_ALL", "C.UTF-8"},   {"PATH", "/usr/bin:/bin"},
-        {"TMPDIR", path(QStringLiteral("tmp")).toUtf8()}, {"TZ", "Europe/Berlin"},
+        {"HOME", path(QStringLiteral("home")).toUtf8()},
+        {"LC_ALL", "C.UTF-8"},
+        {"PATH", "/usr/bin:/bin"},
+        {"TMPDIR", path(QStringLiteral("tmp")).toUtf8()},
     };
-    for (const char* tName : {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+    for (const char* tName : {"ASAN_OPTIONS", "LSAN_OPTIONS", "TZ", "UBSAN_OPTIONS"}) {
         if (qEnvironmentVariableIsSet(tName)) {
             mEnvironment.insert(tName, qgetenv(tName));
         }

@@ -31,7 +31,7 @@ const char sAnswers[] = R"({
     "getNetProxySettings": {"mode": 2, "proxy": {"enabled": true, "configured": true, "host": "proxy.example.org",
         "port": 3128, "user": "paul", "password": null, "passwordChanged": false}},
     "setNetProxySettings": true, "getKdmlDataDirectory": "/srv/kdml", "setKdmlDataDirectory": true,
-    "getLanguages": {"app": "de", "data": "en"}, "setLanguages": true, "getConfigValue": "value",
+    "getLanguages": {"app": "de", "data": "fr"}, "setLanguages": true, "getConfigValue": "value",
     "setConfigValue": true,
     "getScheduleParameters": {"mode": 2, "flags": 0, "nextCheck": "2031-02-03T04:05:06", "periodCount": 3,
         "unit": 1, "extra": "kept"},
