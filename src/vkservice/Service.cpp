@@ -1,6 +1,7 @@
 #include "Service.h"
 
 #include "control/KnownVariables.h"
+#include "control/MailControl.h"
 #include "control/UpdateControl.h"
 #include "internal/Protocol.h"
 #include "methods/Methods.h"
@@ -32,6 +33,7 @@ namespace {
 constexpr int sLockWaitMs = 5000; // a service that is just ending lets go within this
 constexpr int sMinuteMs = 60000;
 constexpr int sLastAnswersMs = 1000;
+constexpr int sLastMailMs = 5000;
 constexpr int sRetrySeconds = 900; // after a run that found no server, doubled each time
 constexpr int sMaxRetries = 3;
 constexpr int sResumeSeconds = 60; // after a start, for a run that was cut short
@@ -88,13 +90,18 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
     });
     connect(&mSockets, &ipc::SocketServer::peerRefused, this,
             [this](const QString& pReason) { mApp.write(LogLevel::Warning, pReason); });
-    connect(&mMinute, &QTimer::timeout, this, [this] { mUpdates->checkSuppression(); });
+    connect(&mMinute, &QTimer::timeout, this, [this] {
+        mUpdates->checkSuppression();
+        mMail->tick();
+    });
     connectUpdates();
+    connectMail();
 }
 
 // The run has to end before the database that its signals write to.
 Service::~Service()
 {
+    mMail.reset();
     mUpdates.reset();
     mRun.reset();
 }
@@ -114,6 +121,7 @@ bool Service::start(QString* pError)
     for (const QString& tComplaint : tComplaints) {
         mApp.write(LogLevel::Warning, tComplaint);
     }
+    openMail();
     recoverLastRun();
     if (!listen(pError)) {
         return false;
@@ -231,10 +239,34 @@ void Service::connectUpdates()
                                    messageParams(pType, pText, pDetails));
             });
     connect(mUpdates.get(), &UpdateControl::error, this, &Service::sendError);
-    connect(mUpdates.get(), &UpdateControl::runEnded, this,
-            [this](const store::RunRecord& pRecord, const QDateTime&, bool pManual) {
-                onRunEnded(pRecord, pManual);
-            });
+    connect(mUpdates.get(), &UpdateControl::runEnded, this, &Service::onRunEnded);
+}
+
+void Service::connectMail()
+{
+    control::MailControl::Surroundings tSurroundings;
+    tSurroundings.mLastRun = [this] { return mUpdates->lastRun(); };
+    tSurroundings.mNextCheck = [this] {
+        const ScheduleSettings& tSchedule = mSchedule.settings();
+        return schedule::runsByDate(tSchedule) ? tSchedule.mNextCheck : QDateTime();
+    };
+    tSurroundings.mInstallDir = [this] { return mVariables.text(QStringLiteral("install.dir")); };
+    tSurroundings.mStateDir = mApp.getStateDir();
+    tSurroundings.mLanguage = mApp.getAppLang();
+    mMail = std::make_unique<control::MailControl>(mStore, mSettings, mVariables, tSurroundings);
+    connect(mMail.get(), &control::MailControl::information, this,
+            [this](const QString& pText) { mApp.write(LogLevel::Info, pText); });
+    connect(mMail.get(), &control::MailControl::warning, this,
+            [this](const QString& pText) { mApp.write(LogLevel::Warning, pText); });
+}
+
+// Updates go on without mails.
+void Service::openMail()
+{
+    QString tReason;
+    if (!mMail->open(&tReason)) {
+        mApp.write(LogLevel::Error, QStringLiteral("No mails can be sent: %1").arg(tReason));
+    }
 }
 
 void Service::sendError(int pType, const QString& pText, const QString& pDetails)
@@ -268,6 +300,7 @@ void Service::finish()
         this,
         [this] {
             mSockets.closeAll(sLastAnswersMs);
+            mMail->finish(sLastMailMs);
             Q_EMIT ended();
         },
         Qt::QueuedConnection);
@@ -283,17 +316,16 @@ bool Service::reload(QString* pError)
     for (const QString& tComplaint : tComplaints) {
         mApp.write(LogLevel::Warning, tComplaint);
     }
-    onVariableChanged();
+    onVariablesChanged();
     return true;
 }
 
-void Service::onVariableChanged()
+void Service::onVariablesChanged()
 {
     mSchedule.setJitter(static_cast<int>(mVariables.number(QStringLiteral("schedule.jitter"))));
     mUpdates->checkSuppression();
+    mMail->onVariablesChanged();
 }
-
-void Service::onMonitoringChanged(const MonitoringSettings&) {}
 
 bool Service::changeSchedule(const ScheduleSettings& pWanted, bool pSave)
 {
@@ -328,11 +360,12 @@ void Service::onDue()
 }
 
 // A machine that has just woken up may have no network yet, and its next check may be weeks away.
-void Service::onRunEnded(const store::RunRecord& pRecord, bool pManual)
+void Service::onRunEnded(const store::RunRecord& pRecord, const QDateTime& pBegan, bool pManual)
 {
     mApp.write(pRecord.mCode == update::ResultSuccess ? LogLevel::Notice : LogLevel::Warning,
                QStringLiteral("The update has ended: %1").arg(mUpdates->resultText(pRecord)));
     replaceDamagedStore();
+    mMail->onRunEnded(pRecord, pBegan);
     if (pManual || isWorker() || mEnding) {
         return;
     }
@@ -403,6 +436,7 @@ void Service::replaceDamagedStore()
     QString tReason;
     if (mStore.replaceIfDamaged(&tReason)) {
         mServers.forget();
+        openMail();
         reportDamage(mStore.damagedFile());
     } else if (!tReason.isEmpty()) {
         mApp.write(LogLevel::Error, tReason);

@@ -24,6 +24,7 @@ class LockFile;
 namespace tarn::vkservice {
 
 namespace control {
+class MailControl;
 class UpdateControl;
 }
 namespace update {
@@ -64,13 +65,13 @@ public:
     store::ConfigVariables& variables() { return mVariables; }
     schedule::ScheduleTimer& schedule() { return mSchedule; }
     control::UpdateControl& updates() { return *mUpdates; }
+    control::MailControl& mail() { return *mMail; }
     const QString& socketName() const { return mSocketName; }
 
     // pSave false: the stored schedule stays, and comes back with the next start.
     bool changeSchedule(const schedule::ScheduleSettings& pWanted, bool pSave);
-    // A setting of this name has changed, so what hangs on it looks anew.
-    void onVariableChanged();
-    void onMonitoringChanged(const vkcore::MonitoringSettings& pSettings);
+    // What hangs on a variable or on the configuration looks anew.
+    void onVariablesChanged();
     // The answer to a request that the store let down. A damaged store is replaced.
     ipc::Reply storeFailure(const QString& pWhat);
     // Events that came before anybody listened.
@@ -92,7 +93,9 @@ private:
     bool isSuppressed();
     void onDue();
     void onScheduleMoved(const schedule::ScheduleSettings& pSettings);
-    void onRunEnded(const store::RunRecord& pRecord, bool pManual);
+    void onRunEnded(const store::RunRecord& pRecord, const QDateTime& pBegan, bool pManual);
+    void connectMail();
+    void openMail();
     void sendError(int pType, const QString& pText, const QString& pDetails);
     void finish();
 
@@ -111,6 +114,7 @@ private:
     schedule::LoginWatch mLogins;
     std::unique_ptr<update::UpdateRun> mRun;
     std::unique_ptr<control::UpdateControl> mUpdates;
+    std::unique_ptr<control::MailControl> mMail;
     QTimer mMinute;
     QList<QJsonObject> mHeldErrors;
     bool mScheduleSaved = true; // the schedule in force is the stored one

@@ -22,6 +22,28 @@ QString defaultInstallDir()
                                   QStringLiteral("/vk");
 }
 
+VariableRule wordRule(const QString& pName, const QStringList& pWords)
+{
+    return {pName, pWords.first(), [pWords](const QString& pText) {
+                return pWords.contains(pText)
+                           ? QString()
+                           : QStringLiteral("one of %1 is expected").arg(pWords.join(QStringLiteral(", ")));
+            }};
+}
+
+void addMailVariables(ConfigVariables& pVariables)
+{
+    for (const char* tName : {"mail.url", "mail.user", "mail.password", "mail.sender"}) {
+        pVariables.addRule(textRule(QLatin1String(tName), QString()));
+    }
+    pVariables.addRule(wordRule(
+        QStringLiteral("mail.startTls"),
+        {QStringLiteral("required"), QStringLiteral("ifOffered"), QStringLiteral("never")}));
+    pVariables.addRule(pathRule(QStringLiteral("mail.caFile"), QString()));
+    pVariables.addRule(yesNoRule(QStringLiteral("mail.allowPlaintext"), false));
+    pVariables.addRule(wholeNumberRule(QStringLiteral("mail.timeout"), 60, 1, 3600));
+}
+
 } // namespace
 
 void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
@@ -36,6 +58,7 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addRule(yesNoRule(QStringLiteral("update.suppressed"), false));
     pVariables.addRule(pathRule(QStringLiteral("update.suppressFile"), QString()));
     pVariables.addRule(wholeNumberRule(QStringLiteral("schedule.jitter"), 0, 0, 7 * sDay));
+    addMailVariables(pVariables);
 }
 
 } // namespace tarn::vkservice::control

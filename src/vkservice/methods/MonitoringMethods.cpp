@@ -3,6 +3,7 @@
 #include "mail/Address.h"
 #include "methods/Methods.h"
 #include "Service.h"
+#include "control/MailControl.h"
 
 #include <QtCore/QJsonDocument>
 
@@ -61,7 +62,7 @@ Reply setMonitoring(Service& pService, const QJsonObject& pParams)
     if (!pService.settings().setMonitoring(tWanted)) {
         return pService.storeFailure(QStringLiteral("The monitoring settings"));
     }
-    pService.onMonitoringChanged(tWanted);
+    pService.mail().onMonitoringChanged(tWanted);
     return Reply::done();
 }
 

@@ -1,3 +1,4 @@
+#include "control/MailControl.h"
 #include "control/UpdateControl.h"
 #include "internal/Protocol.h"
 #include "ipc/Params.h"
@@ -133,6 +134,9 @@ Reply getVariable(Service& pService, const QJsonObject& pParams)
     if (tName == sLastRun) {
         return Reply::result(protocol::toJson(lastRunText(pService, tDefault)));
     }
+    if (control::MailControl::isVerification(tName)) {
+        return Reply::result(pService.mail().verificationState(tName));
+    }
     const auto tValue = pService.variables().value(tName, tDefault);
     return tValue ? Reply::result(protocol::toJson(*tValue))
                   : pService.storeFailure(QStringLiteral("The configuration variable"));
@@ -150,10 +154,14 @@ Reply setVariable(Service& pService, const QJsonObject& pParams)
         return Reply::refused(QStringLiteral("The variable service.lastRun is set by the service alone."));
     }
     QString tReason;
+    if (control::MailControl::isVerification(tName)) {
+        const bool tDone = pService.mail().verify(tName, tValue, &tReason);
+        return Reply::of(tDone, tReason);
+    }
     if (!pService.variables().set(tName, tValue, &tReason)) {
         return Reply::refused(tReason);
     }
-    pService.onVariableChanged();
+    pService.onVariablesChanged();
     return Reply::done();
 }
 

@@ -9,14 +9,18 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <climits>
 #include <vector>
 
 namespace tarn::vkservice::update {
 
 namespace {
 
-// Between two looks at the processes where the kernel can't tell of their end.
+// Between two looks at the processes where the kernel can't tell of their end, and where it can: a
+// number may have gone to another process before it was opened.
 constexpr int sPollMs = 500;
+constexpr int sRecheckMs = 10 * 1000;
 
 } // namespace
 
@@ -65,8 +69,9 @@ QStringList AppWait::running(QList<pid_t>* pPids)
     for (const os::Process& tProcess : tAll) {
         if (const Watched* tWatched = watchedOf(tProcess)) {
             pPids->append(tProcess.mPid);
-            tNames.append(
-                QStringLiteral("%1 (process %2, %3)").arg(tWatched->mTitle, tProcess.mName).arg(tProcess.mPid));
+            tNames.append(QStringLiteral("%1 (process %2, %3)")
+                              .arg(tWatched->mTitle, tProcess.mName)
+                              .arg(tProcess.mPid));
         }
     }
     return tNames;
@@ -90,14 +95,16 @@ Trouble AppWait::wait(int pSeconds)
         const QString tList = tNames.join(QStringLiteral(", "));
         if (tDeadline.hasExpired()) {
             return {Trouble::Kind::AppsRunning,
-                    QStringLiteral("The update could not be installed because applications were running: %1. Close "
-                                   "them and start the update again")
+                    QStringLiteral(
+                        "The update could not be installed because applications were running: %1. Close "
+                        "them and start the update again")
                         .arg(tList)};
         }
         if (tTold != tNames) {
             tTold = tNames;
             mReporter.setText(tList);
-            mReporter.notify(MessageInformation, QStringLiteral("Please close these applications: %1").arg(tList));
+            mReporter.notify(MessageInformation,
+                             QStringLiteral("Please close these applications: %1").arg(tList));
         }
         waitForEnd(tPids, static_cast<int>(qMin<qint64>(tDeadline.remainingTime(), INT_MAX)));
     }
@@ -108,7 +115,7 @@ Trouble AppWait::wait(int pSeconds)
 void AppWait::waitForEnd(const QList<pid_t>& pPids, int pMilliseconds)
 {
     std::vector<pollfd> tPolls{{mAbort.fd(), POLLIN, 0}};
-    int tTime = pMilliseconds;
+    int tTime = qMin(pMilliseconds, sRecheckMs);
     for (const pid_t tPid : pPids) {
         const int tFd = mProcesses.openProcess(tPid);
         if (tFd >= 0) {

@@ -144,6 +144,9 @@ Trouble ArchiveFile::verify()
             QStringLiteral("The file %1 is not the one that was signed").arg(mTarget.mPath)};
 }
 
-Trouble ArchiveFile::discard() { return Trouble::from(os::removeTree(mFileSystem, mPath)); }
+Trouble ArchiveFile::discard()
+{
+    return Trouble::from(os::removeTree(mFileSystem, mPath));
+}
 
 } // namespace tarn::vkservice::update

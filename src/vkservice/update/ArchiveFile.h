@@ -14,9 +14,9 @@ class AbortFlag;
 
 namespace tarn::vkservice::update {
 
-// A package on its way from a server: a file in the folder of downloads, named by the hash that it must have, so that
-// a later run can go on with what is there and bytes of another file can never get in. Every byte is hashed
-// when it comes, or when it is found there.
+// A package on its way from a server: a file in the folder of downloads, named by the hash that it must have,
+// so that a later run can go on with what is there and bytes of another file can never get in. Every byte is
+// hashed when it comes, or when it is found there.
 class ArchiveFile : public Sink
 {
 public:

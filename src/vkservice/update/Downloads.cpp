@@ -40,9 +40,15 @@ Downloads::Downloads(os::FileSystem& pFileSystem, const QString& pStateDir, Repo
 {
 }
 
-Trouble Downloads::makeFolder() { return Trouble::from(os::makePath(mFileSystem, mFolder, sPrivateDir)); }
+Trouble Downloads::makeFolder()
+{
+    return Trouble::from(os::makePath(mFileSystem, mFolder, sPrivateDir));
+}
 
-QString Downloads::pathOf(const Offer& pOffer) const { return mFolder + QLatin1Char('/') + pOffer.hash(); }
+QString Downloads::pathOf(const Offer& pOffer) const
+{
+    return mFolder + QLatin1Char('/') + pOffer.hash();
+}
 
 qint64 Downloads::bytesToCome(const Plan& pPlan) const
 {
@@ -167,6 +173,15 @@ Trouble Downloads::verify(Items* pItems, std::vector<Item*>* pSpoiled)
         }
     }
     return mAbort.isSet() ? Trouble::canceled() : Trouble();
+}
+
+void Downloads::remove(const Plan& pPlan)
+{
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        if (!tPackage.mTrouble) {
+            os::removeTree(mFileSystem, pathOf(tPackage.mOffer));
+        }
+    }
 }
 
 void Downloads::clear()

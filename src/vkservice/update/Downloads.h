@@ -8,8 +8,8 @@ namespace tarn::vkservice::update {
 
 class ArchiveFile;
 
-// The archives of a plan, in the folder of downloads. What lies there from an earlier run, or from another server,
-// is used; what can't be verified is removed.
+// The archives of a plan, in the folder of downloads. What lies there from an earlier run, or from another
+// server, is used; what can't be verified is removed.
 class Downloads
 {
 public:
@@ -25,7 +25,9 @@ public:
     // wrong with them. A trouble that is returned is one of this machine or an abort, and ends the run.
     Trouble fetch(Source& pSource, Plan* pPlan);
 
-    // Removes all archives.
+    // Removes the archives of the packages without trouble.
+    void remove(const Plan& pPlan);
+    // Removes everything.
     void clear();
 
 private:

@@ -16,7 +16,10 @@ namespace {
 constexpr qint64 sOverheadShare = 32;
 constexpr qint64 sOverheadBytes = 1024 * 1024;
 
-QString inWords(qint64 pBytes) { return QLocale::c().formattedDataSize(pBytes, 1); }
+QString inWords(qint64 pBytes)
+{
+    return QLocale::c().formattedDataSize(pBytes, 1);
+}
 
 } // namespace
 
@@ -50,7 +53,8 @@ QList<SpaceNeed> unpackingNeeds(const Plan& pPlan, const packages::PackageFolder
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         if (!tPackage.mTrouble) {
             const packages::PackageInfo& tInfo = tPackage.mOffer.mInfo;
-            tBytes[pFolders.root(tInfo.mKind)] += tInfo.mInstalledSize + tInfo.mInstalledSize / sOverheadShare;
+            tBytes[pFolders.root(tInfo.mKind)] +=
+                tInfo.mInstalledSize + tInfo.mInstalledSize / sOverheadShare;
         }
     }
     QList<SpaceNeed> tNeeds;

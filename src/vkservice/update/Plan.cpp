@@ -134,16 +134,17 @@ QString Offer::hash() const
 
 PlannedPackage* Plan::find(const QString& pName)
 {
-    const auto tIt = std::find_if(mPackages.begin(), mPackages.end(),
-                                  [&pName](const PlannedPackage& pPackage) { return pPackage.name() == pName; });
+    const auto tIt =
+        std::find_if(mPackages.begin(), mPackages.end(),
+                     [&pName](const PlannedPackage& pPackage) { return pPackage.name() == pName; });
     return tIt == mPackages.end() ? nullptr : &*tIt;
 }
 
 int Plan::failedCount() const
 {
-    return static_cast<int>(std::count_if(mPackages.begin(), mPackages.end(), [](const PlannedPackage& pPackage) {
-        return static_cast<bool>(pPackage.mTrouble);
-    }));
+    return static_cast<int>(
+        std::count_if(mPackages.begin(), mPackages.end(),
+                      [](const PlannedPackage& pPackage) { return static_cast<bool>(pPackage.mTrouble); }));
 }
 
 void Plan::spreadTroubles()

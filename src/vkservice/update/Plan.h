@@ -53,10 +53,10 @@ struct Wishes
     QString mDataLanguage;
 };
 
-// Takes the newest package of each name in the wished language, and what these require in whatever language there
-// is; plans those that are missing, newer than what is installed, or installed in another language or in another data
-// folder. Never an older version in place of a newer one. A package that requires what nobody has is in the plan with
-// its trouble.
+// Takes the newest package of each name in the wished language, and what these require in whatever language
+// there is; plans those that are missing, newer than what is installed, or installed in another language or
+// in another data folder. Never an older version in place of a newer one. A package that requires what nobody
+// has is in the plan with its trouble.
 Plan makePlan(const QList<Offer>& pOffers, const packages::Manifest& pInstalled,
               const packages::PackageFolders& pFolders, const Wishes& pWishes);
 

@@ -27,8 +27,8 @@ struct Preparation::Work
     std::atomic<bool> mStop{false};
 };
 
-Preparation::Preparation(os::FileSystem& pFileSystem, const packages::PackageFolders& pFolders, Reporter& pReporter,
-                         const os::AbortFlag& pAbort)
+Preparation::Preparation(os::FileSystem& pFileSystem, const packages::PackageFolders& pFolders,
+                         Reporter& pReporter, const os::AbortFlag& pAbort)
     : mFileSystem(pFileSystem), mFolders(pFolders), mReporter(pReporter), mAbort(pAbort)
 {
 }
@@ -54,7 +54,8 @@ Trouble Preparation::unpack(Plan* pPlan, const std::function<QString(const Offer
         }
     }
     const auto tLoop = [this, &tWork, &pArchiveOf] {
-        for (size_t tIndex = tWork.mNext++; tIndex < tWork.mPackages.size() && !tWork.mStop; tIndex = tWork.mNext++) {
+        for (size_t tIndex = tWork.mNext++; tIndex < tWork.mPackages.size() && !tWork.mStop;
+             tIndex = tWork.mNext++) {
             PlannedPackage* tPackage = tWork.mPackages[tIndex];
             mReporter.atPackage(static_cast<int>(tIndex) + 1, static_cast<int>(tWork.mPackages.size()),
                                 tPackage->name());
@@ -94,7 +95,8 @@ void Preparation::unpackOne(PlannedPackage* pPackage, const QString& pArchive, W
     }
 }
 
-QList<packages::StagedPackage> Preparation::staged(const Plan& pPlan, const packages::PackageFolders& pFolders)
+QList<packages::StagedPackage> Preparation::staged(const Plan& pPlan,
+                                                   const packages::PackageFolders& pFolders)
 {
     QList<packages::StagedPackage> tStaged;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {

@@ -7,7 +7,8 @@
 namespace tarn::vkservice::update {
 
 Reporter::Reporter(ActivityFunction pOnActivity, MessageFunction pOnNotification, MessageFunction pOnError)
-    : mOnActivity(std::move(pOnActivity)), mOnNotification(std::move(pOnNotification)), mOnError(std::move(pOnError))
+    : mOnActivity(std::move(pOnActivity)), mOnNotification(std::move(pOnNotification)),
+      mOnError(std::move(pOnError))
 {
 }
 
@@ -64,7 +65,10 @@ void Reporter::notify(MessageType pType, const QString& pText, const QString& pD
     mOnNotification(pType, pText, pDetails);
 }
 
-void Reporter::error(const QString& pText, const QString& pDetails) { mOnError(MessageError, pText, pDetails); }
+void Reporter::error(const QString& pText, const QString& pDetails)
+{
+    mOnError(MessageError, pText, pDetails);
+}
 
 Progress Reporter::progress() const
 {

@@ -8,7 +8,8 @@
 
 namespace tarn::vkservice::update {
 
-enum MessageType : int {
+enum MessageType : int
+{
     MessageError = 0,
     MessageWarning = 1,
     MessageInformation = 4,

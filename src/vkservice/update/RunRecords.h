@@ -6,8 +6,8 @@
 
 namespace tarn::vkservice::update {
 
-// The entries of the install log for what a run did: one for each package of the plan, and one for each other package
-// of which only children were updated.
+// The entries of the install log for what a run did: one for each package of the plan, and one for each other
+// package of which only children were updated.
 QList<vkcore::InstallLogStore::Record> runRecords(const Plan& pPlan);
 
 // What is installed when the plan's packages without trouble are: these, and all others as they were.

@@ -46,7 +46,8 @@ bool readOffer(const tuf::TargetFile& pTarget, Offer* pOffer, QStringList* pWarn
 
 } // namespace
 
-// Gets the metadata. The timestamp that was asked for already, to see whether anything is new, is not asked for again.
+// Gets the metadata. The timestamp that was asked for already, to see whether anything is new, is not asked
+// for again.
 class ServerSession::MetadataFetcher : public tuf::Fetcher
 {
 public:
@@ -97,8 +98,9 @@ QString serverLabel(const ServerAccess& pServer)
     return pServer.mName.isEmpty() ? tAddress : QStringLiteral("%1 (%2)").arg(pServer.mName, tAddress);
 }
 
-ServerSession::ServerSession(const RunRequest& pRequest, const ServerAccess& pServer, const QByteArray& pState,
-                             os::FileSystem& pFileSystem, const os::AbortFlag& pAbort)
+ServerSession::ServerSession(const RunRequest& pRequest, const ServerAccess& pServer,
+                             const QByteArray& pState, os::FileSystem& pFileSystem,
+                             const os::AbortFlag& pAbort)
     : mRequest(pRequest), mServer(pServer), mState(pState), mFileSystem(pFileSystem), mAbort(pAbort),
       mLabel(serverLabel(pServer)), mTrust(pFileSystem, pRequest.mStateDir, pServer.mUri)
 {

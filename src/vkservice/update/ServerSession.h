@@ -14,15 +14,16 @@ namespace tarn::vkservice::update {
 class ServerSession
 {
 public:
-    // pState stands for all on this machine that a plan depends on: as long as it is the same and the server's
-    // timestamp too, there is nothing to do.
+    // pState stands for all on this machine that a plan depends on: as long as it is the same and the
+    // server's timestamp too, there is nothing to do.
     ServerSession(const RunRequest& pRequest, const ServerAccess& pServer, const QByteArray& pState,
                   os::FileSystem& pFileSystem, const os::AbortFlag& pAbort);
     ~ServerSession();
 
     // Asks the server. Names of files that are no usable packages go to *pWarnings.
     Trouble open(QStringList* pWarnings);
-    // True after open() if the last complete run saw this very state: the server was asked for one small file.
+    // True after open() if the last complete run saw this very state: the server was asked for one small
+    // file.
     bool nothingNew() const { return mNothingNew; }
     const QList<Offer>& offers() const { return mOffers; }
 

@@ -44,12 +44,13 @@ class Source
 public:
     virtual ~Source() = default;
 
-    // Gets all of the files, or says in each transfer why not; returns early when pAbort is set. Each file is tried
-    // again a few times where that can help.
+    // Gets all of the files, or says in each transfer why not; returns early when pAbort is set. Each file is
+    // tried again a few times where that can help.
     virtual void run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pAbort) = 0;
 };
 
-// For a server with an address that makeSource takes: https or file. Null, with the reason in *pReason, for others.
+// For a server with an address that makeSource takes: https or file. Null, with the reason in *pReason, for
+// others.
 std::unique_ptr<Source> makeSource(const ServerAccess& pServer, const RunRequest& pRequest,
                                    os::FileSystem& pFileSystem, QString* pReason);
 

@@ -4,7 +4,8 @@ namespace tarn::vkservice::update {
 
 bool Trouble::isServersFault() const
 {
-    return mKind == Kind::Unreachable || mKind == Kind::NotFound || mKind == Kind::Untrusted || mKind == Kind::Expired;
+    return mKind == Kind::Unreachable || mKind == Kind::NotFound || mKind == Kind::Untrusted ||
+           mKind == Kind::Expired;
 }
 
 ResultCode Trouble::code() const

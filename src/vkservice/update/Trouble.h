@@ -20,8 +20,8 @@ struct Trouble
         Expired,     // what was signed is too old
         NoServer,    // nobody to ask
         NoSpace,
-        Failed,     // an operation of this machine, or a package that can't be installed
-        Damaged,    // the service's own records
+        Failed,  // an operation of this machine, or a package that can't be installed
+        Damaged, // the service's own records
         AppsRunning,
         Canceled,
     };

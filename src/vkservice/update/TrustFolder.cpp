@@ -42,8 +42,9 @@ Trouble TrustFolder::prepare(const QString& pRootFile)
     }
     if (tFailure) {
         return {Trouble::Kind::Untrusted,
-                QStringLiteral("No server can be trusted without the root file of its repository. %1. Get the file "
-                               "from the publisher of the updates and put it there")
+                QStringLiteral(
+                    "No server can be trusted without the root file of its repository. %1. Get the file "
+                    "from the publisher of the updates and put it there")
                     .arg(tFailure.mText)};
     }
     const QByteArray tHash = tuf::sha256(tRoot);
@@ -104,7 +105,8 @@ QDateTime TrustFolder::earliestExpiry() const
     for (const QString& tName : tNames) {
         QByteArray tBytes;
         os::readFile(mFileSystem, mPath + QLatin1Char('/') + tName, sMaxMetadataSize, &tBytes);
-        const QJsonObject tSigned = QJsonDocument::fromJson(tBytes).object().value(QLatin1String("signed")).toObject();
+        const QJsonObject tSigned =
+            QJsonDocument::fromJson(tBytes).object().value(QLatin1String("signed")).toObject();
         const QString tExpires = tSigned.value(QLatin1String("expires")).toString();
         const QDateTime tDate = QDateTime::fromString(tExpires, Qt::ISODate);
         if (!tDate.isValid()) {
@@ -120,7 +122,9 @@ void TrustFolder::readNote()
     QByteArray tBytes;
     os::readFile(mFileSystem, mNotePath, sMaxMetadataSize, &tBytes);
     const QJsonObject tNote = QJsonDocument::fromJson(tBytes).object();
-    const auto tText = [&tNote](const char* pName) { return tNote.value(QLatin1String(pName)).toString().toUtf8(); };
+    const auto tText = [&tNote](const char* pName) {
+        return tNote.value(QLatin1String(pName)).toString().toUtf8();
+    };
     mRootHash = tText("root");
     mCompleteState = tText("complete");
     mCompleteUntil = QDateTime::fromString(QString::fromUtf8(tText("until")), Qt::ISODate);
