@@ -6,6 +6,7 @@
 
 #include <limits>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -53,6 +54,36 @@ protected:
             tNames += tEntry->mName.bestValue(QStringLiteral("en")).toStdString();
         }
         return tNames;
+    }
+
+    // What pBody gives in a process of its own.
+    template <typename T>
+    std::string inAnotherProcess(T pBody)
+    {
+        int tPipe[2];
+        EXPECT_EQ(::pipe(tPipe), 0);
+        const pid_t tChild = ::fork();
+        if (tChild == 0) {
+            const std::string tText = pBody();
+            (void)!::write(tPipe[1], tText.data(), tText.size());
+            ::_exit(0);
+        }
+        ::close(tPipe[1]);
+        char tText[1000];
+        const ssize_t tSize = ::read(tPipe[0], tText, sizeof tText);
+        ::close(tPipe[0]);
+        ::waitpid(tChild, nullptr, 0);
+        return {tText, static_cast<size_t>(std::max<ssize_t>(0, tSize))};
+    }
+    // As above, where this is root as a user who may only read.
+    template <typename T>
+    std::string asAnotherUser(T pBody)
+    {
+        ::chmod(QFile::encodeName(mDir.path()).constData(), 0755);
+        return inAnotherProcess([&] {
+            const bool tOk = ::geteuid() != 0 || (::setgid(65534) == 0 && ::setuid(65534) == 0);
+            return tOk ? pBody() : std::string();
+        });
     }
 
     QTemporaryDir mDir;
@@ -195,16 +226,33 @@ TEST_F(InstallLogStoreTest, OthersReadButDoNotWrite)
     };
     ASSERT_EQ(::stat(QFile::encodeName(mPath).constData(), &tStat), 0);
     EXPECT_EQ(tStat.st_mode & 07777, 0644U);
-    ASSERT_EQ(::chmod(QFile::encodeName(mDir.path()).constData(), 0755), 0);
-    const pid_t tChild = ::fork();
-    if (tChild == 0) {
-        const bool tOther = ::setgid(65534) == 0 && ::setuid(65534) == 0;
-        InstallLogStore tStore;
-        ::_exit(tOther && names({}, {}, sAll, true) == "acd" && !tStore.openForWriting(mPath) ? 0 : 1);
+    EXPECT_EQ(asAnotherUser([&] { return names({}, {}, sAll, true); }), "acd");
+    EXPECT_EQ(asAnotherUser(
+                  [&] { return std::string(InstallLogStore().openForWriting(mPath) ? "may" : "may not"); }),
+              "may not");
+}
+
+// Regression: opening the file a second time ended the locks of the first connection.
+TEST_F(InstallLogStoreTest, ASecondConnectionLeavesTheFirstOnesLock)
+{
+    fill();
+    Database tFirst;
+    ASSERT_TRUE(tFirst.open(mPath, Database::Mode::ReadWrite));
+    ASSERT_TRUE(tFirst.execute("BEGIN IMMEDIATE"));
+    for (const auto tMode : {Database::Mode::ReadWrite, Database::Mode::ReadOnly}) {
+        Database tSecond;
+        EXPECT_TRUE(tSecond.open(mPath, tMode));
     }
-    int tStatus = 0;
-    ::waitpid(tChild, &tStatus, 0);
-    EXPECT_EQ(tStatus, 0);
+    const std::string tOther = inAnotherProcess([&] {
+        struct flock tLock
+        {
+        };
+        tLock.l_type = F_WRLCK;
+        const int tFd = ::open(QFile::encodeName(mPath).constData(), O_RDWR);
+        ::fcntl(tFd, F_GETLK, &tLock);
+        return std::string(tLock.l_type == F_UNLCK ? "free" : "locked");
+    });
+    EXPECT_EQ(tOther, "locked");
 }
 
 TEST_F(InstallLogStoreTest, AKilledWriterLeavesTheLogWhole)
@@ -227,6 +275,9 @@ TEST_F(InstallLogStoreTest, AKilledWriterLeavesTheLogWhole)
     }
     ::waitpid(tChild, nullptr, 0);
     ASSERT_TRUE(QFile::exists(mPath + QStringLiteral("-journal")));
+    // A reader sees the whole log or says why not, but never half of the change.
+    const std::string tRead = asAnotherUser([&] { return names({}, {}, sAll, false); });
+    EXPECT_TRUE(tRead == "abcde" || tRead.find("cut short") != std::string::npos) << tRead;
     InstallLogStore tStore;
     ASSERT_TRUE(tStore.openForWriting(mPath)) << tStore.errorText().toStdString();
     EXPECT_EQ(names({}, {}, sAll, false), "abcde");
