@@ -37,7 +37,9 @@ TEST_F(PublicationTest, ClientsSeeTheOldStateOrTheNewOne)
                 Publication tPublication(tFileSystem, path("r"), tKeys);
                 const bool tDone = tKeys.open(&tError) && tPublication.run(tTimes, &tError);
                 tFailed = tFileSystem.mFailed;
-                EXPECT_EQ(tDone, !tFailed) << tError.toStdString();
+                // A single failure may be one that is made good at once.
+                EXPECT_TRUE(tDone ? !tFailed || !tForGood : tFailed) << tError.toStdString();
+                EXPECT_EQ(tError.isEmpty(), tDone);
             }
             const QString tNew =
                 tOld.contains(q("b-")) ? q("a-1.0.0.0.tar.zst") : q("a-1.0.0.0.tar.zst b-1.0.0.0.tar.zst");

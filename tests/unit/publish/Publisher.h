@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FastDir.h"
 #include "Program.h"
 
 #include "os/FileSystem.h"
@@ -42,7 +43,8 @@ protected:
     Program::Result run(const char* pWords) const
     {
         QList<QByteArray> tArguments;
-        for (const QByteArray& tWord : QByteArray(pWords).split(' ')) {
+        const QByteArrayList tWords = *pWords == '\0' ? QByteArrayList() : QByteArray(pWords).split(' ');
+        for (const QByteArray& tWord : tWords) {
             tArguments.append(tWord.startsWith('@') ? path(tWord.mid(1).constData()).toUtf8() : tWord);
         }
         Program tProgram(QStringLiteral(VKPUBLISH), tArguments, {{"LC_ALL", "C.UTF-8"}, {"TMPDIR", "/tmp"}});
@@ -92,5 +94,5 @@ protected:
         return tError ? tError.mText : tPaths.join(QLatin1Char(' '));
     }
 
-    QTemporaryDir mDir;
+    QTemporaryDir mDir{fastDirTemplate()};
 };
