@@ -158,6 +158,12 @@ void SocketServer::broadcast(const QString& pMethod, const QJsonObject& pParams)
     limitOwed();
 }
 
+bool SocketServer::hasMonitor() const
+{
+    return std::any_of(mConnections.begin(), mConnections.end(),
+                       [](const Connection* pConnection) { return pConnection->isMonitor(); });
+}
+
 bool SocketServer::hasClient(const QString& pName, const Connection* pAsker) const
 {
     return std::any_of(mConnections.begin(), mConnections.end(), [&](const Connection* pConnection) {

@@ -37,6 +37,7 @@ public:
     // An event to every connection in monitor mode.
     void broadcast(const QString& pMethod, const QJsonObject& pParams);
     qsizetype connectionCount() const { return mConnections.size(); }
+    bool hasMonitor() const;
     // Is a connection open whose hello gave this name, other than pAsker?
     bool hasClient(const QString& pName, const Connection* pAsker) const;
 

@@ -22,12 +22,21 @@ struct Dialogue
 {
     QByteArray mLastCommand; // its verb alone: what stands behind it may be a password
     QByteArray mLastReply;
+    bool mOver = false; // the farewell follows on any failure; what came before it counts
+
+    int lastCode() const { return mLastReply.left(3).toInt(); }
 };
 
 int recordDialogue(CURL*, curl_infotype pType, char* pData, size_t pSize, void* pDialogue)
 {
     auto* tDialogue = static_cast<Dialogue*>(pDialogue);
     const auto tSize = static_cast<qsizetype>(pSize);
+    if (pType == CURLINFO_HEADER_OUT && QByteArrayView(pData, tSize).startsWith("QUIT")) {
+        tDialogue->mOver = true;
+    }
+    if (tDialogue->mOver) {
+        return 0;
+    }
     if (pType == CURLINFO_HEADER_OUT) {
         tDialogue->mLastCommand = QByteArray(pData, qMin<qsizetype>(tSize, 4)).toUpper();
     } else if (pType == CURLINFO_HEADER_IN && tSize > 0) {
@@ -93,9 +102,8 @@ public:
         if (pCanceled) {
             return {SendResult::Outcome::Canceled, QStringLiteral("sending was cut short")};
         }
-        const bool tRefused = mailWasRefused();
-        return {tRefused ? SendResult::Outcome::Refused : SendResult::Outcome::ServerFailed,
-                reason(tCode, tRefused, pSettings)};
+        const SendResult::Outcome tOutcome = outcomeOfFailure();
+        return {tOutcome, reason(tCode, tOutcome, pSettings)};
     }
 
 private:
@@ -186,24 +194,34 @@ private:
                addPart(pMail.mHtml, "text/html; charset=utf-8") && set(CURLOPT_MIMEPOST, mBody);
     }
 
-    // A permanent refusal of the address or of the content. One at another point (the greeting, the login,
-    // the sender) concerns the settings, as does the demand for a login wherever it comes.
-    bool mailWasRefused() const
+    // A reply to the address or to the content concerns this mail alone. One at another point (the greeting,
+    // the login, the sender) concerns the settings, as does the demand for a login or the end of the session
+    // wherever it comes.
+    SendResult::Outcome outcomeOfFailure() const
     {
-        long tReply = 0;
-        curl_easy_getinfo(mCurl, CURLINFO_RESPONSE_CODE, &tReply);
+        const int tReply = mDialogue.lastCode();
         const bool tAboutMail = mDialogue.mLastCommand == "RCPT" || mDialogue.mLastCommand == "DATA";
-        return tAboutMail && tReply / 100 == 5 && tReply != 530 && tReply != 538;
+        if (!tAboutMail || tReply == 530 || tReply == 538 || tReply == 421) {
+            return SendResult::Outcome::ServerFailed;
+        }
+        switch (tReply / 100) {
+        case 4:
+            return SendResult::Outcome::Deferred;
+        case 5:
+            return SendResult::Outcome::Refused;
+        default:
+            return SendResult::Outcome::ServerFailed;
+        }
     }
 
-    QString reason(CURLcode pCode, bool pRefused, const SmtpSettings& pSettings) const
+    QString reason(CURLcode pCode, SendResult::Outcome pOutcome, const SmtpSettings& pSettings) const
     {
         const QString tServer = QUrl(pSettings.mUrl).host();
         const QString tReply = singleLine(QString::fromUtf8(mDialogue.mLastReply));
         const QString tDetail =
             singleLine(mErrorText[0] != '\0' ? QString::fromUtf8(mErrorText)
                                              : QString::fromUtf8(curl_easy_strerror(pCode)));
-        if (pRefused) {
+        if (pOutcome != SendResult::Outcome::ServerFailed) {
             return QStringLiteral("the mail server %1 refused it: %2").arg(tServer, tReply);
         }
         switch (pCode) {

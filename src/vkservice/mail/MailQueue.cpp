@@ -62,7 +62,7 @@ bool MailQueue::ensureSchema()
                           "message_id TEXT NOT NULL UNIQUE, recipient TEXT NOT NULL, date INTEGER NOT NULL, "
                           "subject TEXT NOT NULL, text TEXT NOT NULL, html TEXT NOT NULL, "
                           "attempts INTEGER NOT NULL, next_attempt INTEGER NOT NULL, "
-                          "expires INTEGER NOT NULL)"));
+                          "expires INTEGER NOT NULL, tried INTEGER NOT NULL DEFAULT 0)"));
 }
 
 int MailQueue::count()
@@ -96,9 +96,10 @@ bool MailQueue::add(const QueuedMail& pMail, const QDateTime& pNow)
 QList<QueuedMail> MailQueue::due(const QDateTime& pNow, int pLimit)
 {
     // A time further ahead than the longest pause was set before the clock went back.
-    Statement tQuery(mDatabase,
-                     "SELECT id, kind, message_id, recipient, date, subject, text, html, attempts, expires "
-                     "FROM mail_queue WHERE next_attempt <= ?1 OR next_attempt > ?2 ORDER BY id LIMIT ?3");
+    Statement tQuery(
+        mDatabase,
+        "SELECT id, kind, message_id, recipient, date, subject, text, html, attempts, expires "
+        "FROM mail_queue WHERE next_attempt <= ?1 OR next_attempt > ?2 ORDER BY tried, id LIMIT ?3");
     const qint64 tNow = toStored(pNow);
     tQuery.bind(1, tNow).bind(2, tNow + sPauses.back()).bind(3, qint64{pLimit});
     QList<QueuedMail> tMails;
@@ -127,31 +128,45 @@ bool MailQueue::remove(qint64 pId)
     return check(Statement(mDatabase, "DELETE FROM mail_queue WHERE id = ?1").bind(1, pId).run());
 }
 
+bool MailQueue::removeAll(MailKind pKind, const QString& pRecipient)
+{
+    Statement tDelete(mDatabase, "DELETE FROM mail_queue WHERE kind = ?1 AND recipient = ?2");
+    return check(tDelete.bind(1, static_cast<qint64>(pKind)).bind(2, pRecipient).run());
+}
+
 bool MailQueue::hurry(const QDateTime& pNow)
 {
     return check(
         Statement(mDatabase, "UPDATE mail_queue SET next_attempt = ?1").bind(1, toStored(pNow)).run());
 }
 
-bool MailQueue::postponeDue(const QDateTime& pNow, QList<QueuedMail>* pGivenUp)
+bool MailQueue::putOff(const QueuedMail& pMail, bool pTried, const QDateTime& pNow)
+{
+    Statement tUpdate(
+        mDatabase,
+        "UPDATE mail_queue SET attempts = ?1, next_attempt = ?2, tried = tried + ?3 WHERE id = ?4");
+    return tUpdate.bind(1, qint64{pMail.mAttempts})
+        .bind(2, toStored(pNow.addSecs(pauseSeconds(pMail.mAttempts))))
+        .bind(3, qint64{pTried})
+        .bind(4, pMail.mId)
+        .run();
+}
+
+bool MailQueue::postpone(qint64 pId, bool pAll, const QDateTime& pNow, QList<QueuedMail>* pGivenUp)
 {
     pGivenUp->clear();
     return check(mDatabase.transaction([&] {
         for (QueuedMail& tMail : due(pNow, sMaxMails)) {
-            ++tMail.mAttempts;
-            if (tMail.mAttempts >= sMaxAttempts || tMail.mMail.mDate.addDays(sMaxAgeDays) <= pNow) {
-                pGivenUp->append(tMail);
-                if (!remove(tMail.mId)) {
-                    return false;
-                }
+            if (!pAll && tMail.mId != pId) {
                 continue;
             }
-            Statement tUpdate(mDatabase,
-                              "UPDATE mail_queue SET attempts = ?1, next_attempt = ?2 WHERE id = ?3");
-            tUpdate.bind(1, qint64{tMail.mAttempts})
-                .bind(2, toStored(pNow.addSecs(pauseSeconds(tMail.mAttempts))))
-                .bind(3, tMail.mId);
-            if (!tUpdate.run()) {
+            ++tMail.mAttempts;
+            const bool tGivenUp =
+                tMail.mAttempts >= sMaxAttempts || tMail.mMail.mDate.addDays(sMaxAgeDays) <= pNow;
+            if (tGivenUp) {
+                pGivenUp->append(tMail);
+            }
+            if (!(tGivenUp ? remove(tMail.mId) : putOff(tMail, tMail.mId == pId, pNow))) {
                 return false;
             }
         }

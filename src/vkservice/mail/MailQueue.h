@@ -48,13 +48,15 @@ public:
 
     // False, with errorText(), if it was not stored.
     bool add(const QueuedMail& pMail, const QDateTime& pNow);
-    // The oldest one that is due.
+    // One that is due: the oldest of those that have failed least, so that none holds up the others.
     std::optional<QueuedMail> nextDue(const QDateTime& pNow);
     bool remove(qint64 pId);
-    // After a failure that is not the mail's own: counts an attempt for every mail that is due and puts each
-    // off for a pause that grows with its attempts. Those that have been tried for too long are removed, and
-    // named in *pGivenUp.
-    bool postponeDue(const QDateTime& pNow, QList<QueuedMail>* pGivenUp);
+    // Removes all mails of one kind to one address.
+    bool removeAll(MailKind pKind, const QString& pRecipient);
+    // After a failed attempt to send pId: counts it and puts the mail off for a pause that grows with its
+    // attempts. pAll: the failure was not the mail's own, so the others that are due are treated alike. Those
+    // that have been tried for too long are removed, and named in *pGivenUp.
+    bool postpone(qint64 pId, bool pAll, const QDateTime& pNow, QList<QueuedMail>* pGivenUp);
     // Makes all mails due.
     bool hurry(const QDateTime& pNow);
     int count();
@@ -66,6 +68,7 @@ public:
 
 private:
     QList<QueuedMail> due(const QDateTime& pNow, int pLimit);
+    bool putOff(const QueuedMail& pMail, bool pTried, const QDateTime& pNow);
     bool check(bool pOk);
 
     vkcore::Database& mDatabase;

@@ -116,6 +116,9 @@ QString Mailer::Private::objection(const QueuedMail& pMail) const
     if (pMail.mKind != MailKind::Verification) {
         return tEntry->isVerified() ? QString() : QStringLiteral("the address is not verified");
     }
+    if (tEntry->isVerified()) {
+        return QStringLiteral("the address is verified already");
+    }
     if (pMail.mExpires <= mClock()) {
         return QStringLiteral("its code is out of date");
     }
@@ -160,7 +163,8 @@ Verification::Issue Mailer::Private::sendCode(const QString& pAddress, bool pRep
         }
         const QString tCommand =
             QStringLiteral("rkm update-settings --config-var=%1%2:%3").arg(sVerifyPrefix, pAddress, tCode);
-        return mOutbox.add(MailKind::Verification, {pAddress}, verification(client(), tCommand, tExpires),
+        return mOutbox.withdraw(MailKind::Verification, pAddress) &&
+               mOutbox.add(MailKind::Verification, {pAddress}, verification(client(), tCommand, tExpires),
                            tExpires);
     });
     return tStored ? tIssue : Verification::Issue::NotStored;
@@ -265,7 +269,11 @@ bool Mailer::open(QString* pError)
 void Mailer::setSmtpSettings(const SmtpSettings& pSettings)
 {
     d->mOutbox.setSettings(pSettings);
-    d->warnAboutSettings();
+    if (d->mSettings) {
+        d->warnAboutSettings();
+        d->sendCodes(Reason::Loaded);
+        d->mOutbox.wake();
+    }
 }
 
 void Mailer::setMonitoringSettings(const vkcore::MonitoringSettings& pSettings, Reason pReason)

@@ -4,10 +4,23 @@
 #include "mail/Random.h"
 #include "mail/Text.h"
 
+#include <csignal>
 #include <optional>
 #include <utility>
 
 namespace tarn::vkservice::mail {
+
+namespace {
+
+// A lost connection must not end the process by SIGPIPE, and all other signals belong to the main thread.
+void blockAllSignals()
+{
+    sigset_t tAll;
+    sigfillset(&tAll);
+    pthread_sigmask(SIG_BLOCK, &tAll, nullptr);
+}
+
+} // namespace
 
 Outbox::Outbox(vkcore::Database& pDatabase, std::unique_ptr<SmtpTransport> pTransport, Clock pClock,
                Gate pGate, QObject* pParent)
@@ -18,6 +31,7 @@ Outbox::Outbox(vkcore::Database& pDatabase, std::unique_ptr<SmtpTransport> pTran
     mWorker->moveToThread(&mThread);
     connect(&mThread, &QThread::finished, mWorker, &QObject::deleteLater);
     mThread.start();
+    QMetaObject::invokeMethod(mWorker, &blockAllSignals, Qt::QueuedConnection);
 }
 
 Outbox::~Outbox()
@@ -35,7 +49,6 @@ void Outbox::setSettings(const SmtpSettings& pSettings)
     if (tChanged && !mQueue.hurry(mClock())) {
         Q_EMIT warning(QStringLiteral("The waiting mails can't be changed: %1").arg(errorText()));
     }
-    wake();
 }
 
 QString Outbox::newMessageId() const
@@ -85,9 +98,12 @@ void Outbox::sendNext()
         Q_EMIT warning(QStringLiteral("A %1 to %2 is not sent: %3")
                            .arg(mailKindText(tMail->mKind), singleLine(tMail->mMail.mRecipient), tObjection));
         discard(tMail->mId);
-        if (!mLeftovers.isEmpty()) {
+        if (!mQueueWritable) {
             break;
         }
+    }
+    if (mQueueWritable && !errorText().isEmpty()) {
+        Q_EMIT warning(QStringLiteral("The queue of mails can't be read: %1").arg(errorText()));
     }
     Q_EMIT idle();
 }
@@ -118,42 +134,51 @@ void Outbox::onSent(const QueuedMail& pMail, const SmtpSettings& pSettings, cons
         Q_EMIT warning(QStringLiteral("Given up: %1: %2").arg(tWhat, pResult.mText));
         discard(pMail.mId);
         break;
+    case SendResult::Outcome::Deferred:
+        Q_EMIT warning(QStringLiteral("Tried again later: %1: %2").arg(tWhat, pResult.mText));
+        postpone(pMail, pResult);
+        break;
     case SendResult::Outcome::ServerFailed:
         // A failure under settings that have been replaced since says nothing about the present ones.
         if (pSettings == mSettings) {
-            onServerFailed(pResult.mText);
+            Q_EMIT warning(
+                QStringLiteral("Mails can't be sent now and are tried again later: %1").arg(pResult.mText));
+            postpone(pMail, pResult);
         }
         break;
     case SendResult::Outcome::Canceled:
         Q_EMIT idle();
         return;
     }
-    if (!mLeftovers.isEmpty() || !mSettings.problem().isEmpty()) {
+    if (!mQueueWritable || !mSettings.problem().isEmpty()) {
         Q_EMIT idle();
         return;
     }
     sendNext();
 }
 
-void Outbox::onServerFailed(const QString& pReason)
+void Outbox::postpone(const QueuedMail& pMail, const SendResult& pResult)
 {
-    Q_EMIT warning(QStringLiteral("Mails can't be sent now and are tried again later: %1").arg(pReason));
+    const bool tAll = pResult.mOutcome == SendResult::Outcome::ServerFailed;
     QList<QueuedMail> tGivenUp;
-    if (!mQueue.postponeDue(mClock(), &tGivenUp)) {
-        Q_EMIT warning(QStringLiteral("The waiting mails can't be changed: %1").arg(errorText()));
+    mQueueWritable = mQueue.postpone(pMail.mId, tAll, mClock(), &tGivenUp);
+    if (!mQueueWritable) {
+        Q_EMIT warning(
+            QStringLiteral("The queue of mails can't be written, so none are sent: %1").arg(errorText()));
         return;
     }
     for (const QueuedMail& tMail : std::as_const(tGivenUp)) {
         Q_EMIT warning(QStringLiteral("Given up after %1 attempts: %2 to %3: %4")
                            .arg(QString::number(tMail.mAttempts), mailKindText(tMail.mKind),
-                                singleLine(tMail.mMail.mRecipient), pReason));
+                                singleLine(tMail.mMail.mRecipient), pResult.mText));
     }
 }
 
 // A mail that can't be removed must not be sent again: nothing is, until it can.
 void Outbox::discard(qint64 pId)
 {
-    if (!mQueue.remove(pId)) {
+    mQueueWritable = mQueue.remove(pId);
+    if (!mQueueWritable) {
         mLeftovers.append(pId);
         Q_EMIT warning(
             QStringLiteral("The queue of mails can't be written, so none are sent: %1").arg(errorText()));

@@ -32,7 +32,7 @@ public:
     ~Outbox() override;
 
     bool ensureSchema() { return mQueue.ensureSchema(); }
-    // Other settings than the ones before give all waiting mails a new try.
+    // Other settings than the ones before make all waiting mails due.
     void setSettings(const SmtpSettings& pSettings);
     const SmtpSettings& settings() const { return mSettings; }
 
@@ -40,6 +40,8 @@ public:
     // meant to stand in a transaction together with the note that the mail has been written.
     bool add(MailKind pKind, const QStringList& pRecipients, const MailContent& pContent,
              const QDateTime& pExpires = QDateTime());
+    // Takes back what has not been sent yet.
+    bool withdraw(MailKind pKind, const QString& pRecipient) { return mQueue.removeAll(pKind, pRecipient); }
     QString errorText() const { return mQueue.errorText(); }
 
     // Sends what is due, if nothing is being sent yet.
@@ -56,7 +58,7 @@ private:
     void sendNext();
     void send(const QueuedMail& pMail);
     void onSent(const QueuedMail& pMail, const SmtpSettings& pSettings, const SendResult& pResult);
-    void onServerFailed(const QString& pReason);
+    void postpone(const QueuedMail& pMail, const SendResult& pResult);
     void discard(qint64 pId);
     bool discardLeftovers();
     QString newMessageId() const;
@@ -68,7 +70,8 @@ private:
     SmtpSettings mSettings;
     bool mSettingsKnown = false;
     bool mSending = false;
-    QList<qint64> mLeftovers; // done with, but the database would not let go of them
+    bool mQueueWritable = true; // as of the last attempt
+    QList<qint64> mLeftovers;   // done with, but the database would not let go of them
     QThread mThread;
     QObject* mWorker; // lives on mThread
 };

@@ -13,6 +13,7 @@ struct SendResult
     {
         Sent,         // the mail server has taken the mail over
         Refused,      // the mail server will never take this mail to this address
+        Deferred,     // the mail server does not take this mail to this address now, and may take others
         ServerFailed, // nothing is wrong with the mail: the server, the way to it or the settings are
         Canceled,
     };

@@ -3,6 +3,9 @@
 #include "schedule/Clock.h"
 #include "schedule/ScheduleRules.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace tarn::vkservice::schedule {
 
 namespace {
@@ -55,36 +58,59 @@ QDateTime ScheduleTimer::dueTime(const QDateTime& pNow)
     return mMissedUntil;
 }
 
+bool ScheduleTimer::retryIsDue(const QDateTime& pNow)
+{
+    if (!mRetryAt.isValid() || pNow < mRetryAt) {
+        return false;
+    }
+    mRetryAt = {};
+    return true;
+}
+
+void ScheduleTimer::wake(const QDateTime& pNow)
+{
+    const QDateTime tDue = dueTime(pNow);
+    mClock.wakeAt(mRetryAt.isValid() ? std::min(tDue, mRetryAt) : tDue);
+}
+
 void ScheduleTimer::evaluate()
 {
-    if (!runsByDate(mSettings)) {
+    if (mPaused || !runsByDate(mSettings)) {
         mClock.wakeAt({});
         return;
     }
     const QDateTime tNow = mClock.now();
-    const ScheduleSettings tCorrected = afterClockChange(mSettings, tNow);
-    if (tCorrected != mSettings) {
-        mSettings = tCorrected;
+    ScheduleSettings tNext = afterClockChange(mSettings, tNow);
+    if (!tNext.mNextCheck.isValid()) {
+        tNext = afterChange(tNext, tNext, tNow);
+    }
+    const bool tCorrected = std::exchange(mSettings, tNext) != tNext;
+    const bool tDue = tNow >= dueTime(tNow);
+    const bool tRetry = retryIsDue(tNow);
+    if (tDue) {
+        mMissedUntil = {};
+        mRetryAt = {};
+        mSettings = afterCheck(mSettings, tNow);
+    }
+    wake(tNow);
+    if (tDue || tCorrected) {
         Q_EMIT moved(mSettings);
     }
-    if (!mSettings.mNextCheck.isValid()) {
-        mSettings = afterChange(mSettings, mSettings, tNow);
-        Q_EMIT moved(mSettings);
+    if (tDue || tRetry) {
+        Q_EMIT due();
     }
-    if (tNow < dueTime(tNow)) {
-        mClock.wakeAt(dueTime(tNow));
-        return;
-    }
-    mMissedUntil = {};
-    mSettings = afterCheck(mSettings, tNow);
-    mClock.wakeAt(dueTime(tNow));
-    Q_EMIT moved(mSettings);
-    Q_EMIT due();
+}
+
+void ScheduleTimer::retryIn(int pSeconds)
+{
+    mRetryAt = mClock.now().addSecs(pSeconds);
+    evaluate();
 }
 
 void ScheduleTimer::userLoggedIn()
 {
-    if (mSettings.mMode == vkcore::Scheduler::AutoUpdateManual || !mSettings.atLogin()) {
+    const bool tWanted = mSettings.mMode != vkcore::Scheduler::AutoUpdateManual && mSettings.atLogin();
+    if (mPaused || !tWanted) {
         return;
     }
     const QDateTime tNow = mClock.now();

@@ -25,7 +25,12 @@ public:
     void start(const ScheduleSettings& pSettings);
     // Makes the wish consistent (see afterChange) and puts it in force.
     void change(const ScheduleSettings& pWanted);
+    // A schedule that is paused is kept and changed, but never comes round.
+    void pause() { mPaused = true; }
     void setJitter(int pSeconds);
+    // One more check after this while, beside those of the schedule; none if the schedule does not run by
+    // date.
+    void retryIn(int pSeconds);
     // A user has begun a session. With the login bit that is a check, but not more often than once in an
     // hour.
     void userLoggedIn();
@@ -38,6 +43,8 @@ Q_SIGNALS:
 
 private:
     void evaluate();
+    bool retryIsDue(const QDateTime& pNow);
+    void wake(const QDateTime& pNow);
     QDateTime dueTime(const QDateTime& pNow);
 
     Clock& mClock;
@@ -45,7 +52,9 @@ private:
     ScheduleSettings mSettings;
     int mJitter = 0;
     QDateTime mMissedUntil; // when a check that was missed is made up for
+    QDateTime mRetryAt;
     QDateTime mLastLoginCheck;
+    bool mPaused = false;
 };
 
 } // namespace tarn::vkservice::schedule
