@@ -26,6 +26,17 @@ struct ServerAccess
     QString mPassword;
 };
 
+// How long a run bears with a server before it tries again, or the next one.
+struct Patience
+{
+    int mConnectSeconds = 15;
+    int mSlowBytesPerSecond = 1000; // slower than this
+    int mSlowSeconds = 30;          // for so long is too slow
+    int mSmallFileSeconds = 120;    // for a whole metadata file
+    int mAttempts = 4;              // for one file
+    int mFirstPauseMs = 1000;       // before the second attempt; each later pause is three times as long
+};
+
 // All that a run needs to know; it asks nobody while it runs.
 struct RunRequest
 {
@@ -42,6 +53,7 @@ struct RunRequest
     int mParallelDownloads = 2;
     qint64 mBytesPerSecond = 0; // 0: no limit
     QString mCaFile;            // empty: the system's certificates
+    Patience mPatience;
 };
 
 struct Progress
