@@ -22,7 +22,16 @@ public:
     }
     int close(int pFd) override { return ::close(pFd); }
     ssize_t read(int pFd, void* pBuffer, size_t pSize) override { return ::read(pFd, pBuffer, pSize); }
-    ssize_t write(int pFd, const void* pBuffer, size_t pSize) override { return ::write(pFd, pBuffer, pSize); }
+    ssize_t write(int pFd, const void* pBuffer, size_t pSize) override
+    {
+        return ::write(pFd, pBuffer, pSize);
+    }
+    int changeMode(int pFd, mode_t pMode) override { return ::fchmod(pFd, pMode); }
+    int changeTime(int pFd, time_t pModified) override
+    {
+        const timespec tTimes[] = {{0, UTIME_OMIT}, {pModified, 0}};
+        return ::futimens(pFd, tTimes);
+    }
     int fsync(int pFd) override { return ::fsync(pFd); }
     int syncFs(int pFd) override { return ::syncfs(pFd); }
     int makeDir(const QByteArray& pPath, mode_t pMode) override { return ::mkdir(pPath.constData(), pMode); }

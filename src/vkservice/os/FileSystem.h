@@ -8,8 +8,9 @@
 
 namespace tarn::vkservice::os {
 
-// The file operations of an update run, in the shape of their system calls: -1 and errno on failure. Everything
-// that the service writes outside its databases goes through here, so a test can make any single operation fail.
+// The file operations of an update run, in the shape of their system calls: -1 and errno on failure.
+// Everything that the service writes outside its databases goes through here, so a test can make any single
+// operation fail.
 class FileSystem
 {
 public:
@@ -20,6 +21,8 @@ public:
     virtual int close(int pFd) = 0;
     virtual ssize_t read(int pFd, void* pBuffer, size_t pSize) = 0;
     virtual ssize_t write(int pFd, const void* pBuffer, size_t pSize) = 0;
+    virtual int changeMode(int pFd, mode_t pMode) = 0;
+    virtual int changeTime(int pFd, time_t pModified) = 0;
     virtual int fsync(int pFd) = 0;
     virtual int syncFs(int pFd) = 0;
     virtual int makeDir(const QByteArray& pPath, mode_t pMode) = 0;

@@ -19,7 +19,7 @@ enum class Kind
 // What a publisher says about a package; the "custom" object of its target.
 struct PackageInfo
 {
-    QString mName;              // [a-z0-9][a-z0-9._+-]*, at most 100 characters: it names a folder
+    QString mName; // [a-z0-9][a-z0-9._+-]*, at most 100 characters: it names a folder
     Kind mKind = Kind::Application;
     vkcore::EnhVersion mVersion;
     vkcore::LangString mTitle;
@@ -30,7 +30,8 @@ struct PackageInfo
     qint64 mInstalledSize = 0;  // bytes
 
     QJsonObject toJson() const;
-    // False, with the reason in *pError, for an object that breaks one of the rules above. Unknown members are ignored.
+    // False, with the reason in *pError, for an object that breaks one of the rules above. Unknown members
+    // are ignored.
     static bool fromJson(const QJsonObject& pFrom, PackageInfo* pTo, QString* pError);
 };
 

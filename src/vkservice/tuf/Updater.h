@@ -1,10 +1,11 @@
 #pragma once
 
+#include "tuf/Error.h"
+#include "tuf/TargetFile.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
-#include <QtCore/QJsonObject>
 #include <QtCore/QList>
-#include <QtCore/QMap>
 #include <QtCore/QString>
 
 #include <memory>
@@ -18,44 +19,15 @@ class FileSystem;
 // by signatures that lead back to a root the administrator installed.
 namespace tarn::tuf {
 
-enum class ErrorKind
-{
-    None,
-    Unreachable, // the server gave no answer, or one that is no file: another server may do better
-    NotFound,    // the server says that it has no such file
-    Untrusted,   // signature, hash, length, version or format is wrong: somebody changed something
-    Expired,     // rightly signed, but too old: also a sign of a frozen mirror
-    Local,       // the trusted metadata of this machine can't be read or written
-    Canceled,
-};
-
-struct Error
-{
-    ErrorKind mKind = ErrorKind::None;
-    QString mText; // a full sentence without its full stop, for the administrator
-
-    explicit operator bool() const { return mKind != ErrorKind::None; }
-};
-
-// Gets metadata files. The updater says the greatest length that it will take; a fetcher never hands out more.
+// Gets metadata files. The updater says the greatest length that it will take; a fetcher never hands out
+// more.
 class Fetcher
 {
 public:
     virtual ~Fetcher() = default;
-    // pPath is relative to the repository's metadata folder, already percent-encoded ("3.root.json").
+    // pPath is relative to the repository's metadata folder, already percent-encoded ("3.root.json"). A file
+    // longer than pMaxLength is ErrorKind::Untrusted; over HTTP both 403 and 404 are ErrorKind::NotFound.
     virtual Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) = 0;
-};
-
-// A file that the repository offers.
-struct TargetFile
-{
-    QString mPath; // as signed; relative, may hold folders
-    qint64 mLength = 0;
-    QMap<QString, QByteArray> mHashes; // "sha256" or "sha512" -> lower-case hex
-    QJsonObject mCustom;
-    // Where to fetch it below the targets folder, percent-encoded: with consistent snapshots its hash stands in
-    // front of the file's name.
-    QString mFetchPath;
 };
 
 struct Limits
@@ -69,18 +41,20 @@ struct Limits
 };
 
 // One repository, with the trusted metadata of this machine in a folder of its own: root.json,
-// timestamp.json, snapshot.json, targets.json and one file for each delegated role. Not for two threads at once.
+// timestamp.json, snapshot.json, targets.json and one file for each delegated role. Not for two threads at
+// once.
 class Updater
 {
 public:
     // pMetadataDir must hold a trusted root.json. pNow is the one moment that expiry is measured against.
-    Updater(vkservice::os::FileSystem& pFileSystem, const QString& pMetadataDir, Fetcher& pFetcher, const QDateTime& pNow,
-            const Limits& pLimits = Limits());
+    Updater(vkservice::os::FileSystem& pFileSystem, const QString& pMetadataDir, Fetcher& pFetcher,
+            const QDateTime& pNow, const Limits& pLimits = Limits());
     ~Updater();
 
     // Starts the trust of a metadata folder from a root file; only the root's own signatures are checked.
     // Makes the folder if it is missing, and replaces all that it held.
-    static Error initialize(vkservice::os::FileSystem& pFileSystem, const QString& pMetadataDir, const QByteArray& pRoot);
+    static Error initialize(vkservice::os::FileSystem& pFileSystem, const QString& pMetadataDir,
+                            const QByteArray& pRoot);
 
     // Root, timestamp, snapshot and top-level targets, in this order. What is verified is stored at once.
     Error refresh();

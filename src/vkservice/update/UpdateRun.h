@@ -1,5 +1,7 @@
 #pragma once
 
+#include "update/ResultCode.h"
+
 #include <vkcore/NetProxy.h>
 #include <vkcore/Types.h>
 
@@ -16,30 +18,23 @@ class ProcessList;
 
 namespace tarn::vkservice::update {
 
-// The outcome of a run; the low 8 bits are what clients get.
-enum ResultCode : int {
-    ResultNone = 0,
-    ResultSuccess = 1,
-    ResultUnreachable = 2,
-    ResultVerificationFailed = 3,
-    ResultAborted = 4,
-    ResultSuppressed = 5,
-    ResultNoSpace = 6,
-    ResultInstallFailed = 7,
-    ResultNoServer = 8,
-    ResultManualIntervention = 9,
-    ResultStoreDamaged = 10,
-};
-
-// The code in plain words, for people.
-QString resultText(ResultCode pCode);
-
 struct ServerAccess
 {
     QString mName; // for messages
     QString mUri;
     QString mUser;
     QString mPassword;
+};
+
+// How long a run bears with a server before it tries again, or the next one.
+struct Patience
+{
+    int mConnectSeconds = 15;
+    int mSlowBytesPerSecond = 1000; // slower than this
+    int mSlowSeconds = 30;          // for so long is too slow
+    int mSmallFileSeconds = 120;    // for a whole metadata file
+    int mAttempts = 4;              // for one file
+    int mFirstPauseMs = 1000;       // before the second attempt; each later pause is three times as long
 };
 
 // All that a run needs to know; it asks nobody while it runs.
@@ -50,14 +45,15 @@ struct RunRequest
     vkcore::NetProxy mProxy{false, true};
     QString mAppLanguage;
     QString mDataLanguage;
-    QString mStateDir;    // trusted metadata and unfinished downloads lie here
-    QString mInstallDir;  // holds packages/, generations/, current
-    QString mDataDir;     // packages of the kind data; empty: below mInstallDir
-    QString mRootFile;    // first trusted TUF root, installed by the administrator
+    QString mStateDir;   // trusted metadata and unfinished downloads lie here
+    QString mInstallDir; // holds packages/, generations/, current
+    QString mDataDir;    // packages of the kind data; empty: below mInstallDir
+    QString mRootFile;   // first trusted TUF root, installed by the administrator
     int mWaitForAppsSeconds = 600;
     int mParallelDownloads = 2;
     qint64 mBytesPerSecond = 0; // 0: no limit
     QString mCaFile;            // empty: the system's certificates
+    Patience mPatience;
 };
 
 struct Progress
@@ -81,7 +77,8 @@ struct RunResult
     int mInstalledCount = 0;
 };
 
-// One update at a time, on a thread of its own. The object lives on the main thread and its signals come there.
+// One update at a time, on a thread of its own. The object lives on the main thread and its signals come
+// there.
 class UpdateRun : public QObject
 {
     Q_OBJECT
@@ -91,8 +88,8 @@ public:
     // Aborts a run under way and waits for its end.
     ~UpdateRun() override;
 
-    // Repairs what a killed run left behind and brings the install log up to the current generation. Called once,
-    // before the first run. False with a reason for the log if the folders can't be used.
+    // Repairs what a killed run left behind and brings the install log up to the current generation. Called
+    // once, before the first run. False with a reason for the log if the folders can't be used.
     bool recover(const RunRequest& pRequest, QString* pError);
 
     // False if a run is under way.

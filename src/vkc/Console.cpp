@@ -1,0 +1,87 @@
+#include "vkc_Application.h"
+
+#include <cstdio>
+#include <termios.h>
+
+namespace tarn::vkc {
+
+static void write(QTextStream& pStream, const QString& pText, bool pNewline, bool pFlush)
+{
+    pStream << pText;
+    if (pNewline) {
+        pStream << u'\n';
+    }
+    if (pFlush) {
+        pStream.flush();
+    }
+}
+
+void VKCApplication::writeStdOut(const QString& pText, bool pNewline, bool pFlush)
+{
+    write(mStdOut, pText, pNewline, pFlush);
+}
+
+void VKCApplication::writeStdErr(const QString& pText, bool pNewline, bool pFlush)
+{
+    write(mStdErr, pText, pNewline, pFlush);
+}
+
+int VKCApplication::fail(const QString& pText)
+{
+    writeStdErr(pText, true, true);
+    return 1;
+}
+
+void VKCApplication::clearCurrentLine()
+{
+    writeStdOut(QStringLiteral("\x1b[1G\x1b[K"), false, true);
+}
+
+void VKCApplication::writeMsgType(int pMsgType)
+{
+    QString tLabel;
+    switch (pMsgType) {
+    case 0:
+        tLabel = tr("Error:");
+        break;
+    case 1:
+        tLabel = tr("Warning:");
+        break;
+    default:
+        tLabel = tr("Information:");
+        break;
+    }
+    writeStdOut(tLabel + u' ', false, false);
+}
+
+void VKCApplication::writeProgress(const QString& pText)
+{
+    clearCurrentLine();
+    writeStdOut(pText, false, true);
+}
+
+QString VKCApplication::readPassword(const QString& pPrompt)
+{
+    writeStdOut(pPrompt.isEmpty() ? tr("Password: ") : pPrompt, false, true);
+
+    const int tFd = fileno(stdin);
+    termios tKept = {};
+    const bool tIsTerminal = tcgetattr(tFd, &tKept) == 0;
+    if (tIsTerminal) {
+        termios tSilent = tKept;
+        tSilent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        tcsetattr(tFd, TCSANOW, &tSilent);
+    }
+    const QString tLine = mStdIn.readLine();
+    if (tIsTerminal) {
+        tcsetattr(tFd, TCSANOW, &tKept);
+    }
+    return tLine.isNull() ? QStringLiteral("") : tLine; // a null text would count as none given
+}
+
+QString VKCApplication::yesNo(bool pValue)
+{
+    return pValue ? tr("yes") : tr("no");
+}
+
+} // namespace tarn::vkc

@@ -1,0 +1,60 @@
+#include "vkc_Application.h"
+
+#include <vkcore/LockFile.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+
+namespace tarn::vkc {
+
+void VKCApplication::initUserDirs()
+{
+    OkiApplication::initUserDirs();
+
+    QFileInfo tSettingsDir;
+    tSettingsDir.setFile(QDir(QDir::homePath()),
+                         getConfig()->getStrValue(QStringLiteral("application.settingsDir.other")));
+    mUserConfigFile = QDir(tSettingsDir.absoluteFilePath())
+                          .absoluteFilePath(QStringLiteral("etc/%1_user.cfg").arg(getConfigPrefix()));
+}
+
+void VKCApplication::initLogFile()
+{
+    const QDir tLogDir(getLogDir());
+    if (!tLogDir.exists()) {
+        tLogDir.mkpath(QStringLiteral("."));
+    }
+    OkiApplication::initLogFile();
+}
+
+bool VKCApplication::loadUserConfig()
+{
+    if (!OkiApplication::loadUserConfig()) {
+        return false;
+    }
+    const QFileInfo tFile(mUserConfigFile);
+    if (!tFile.exists()) {
+        return true;
+    }
+
+    const QString tLockPath =
+        tFile.dir().absoluteFilePath(tFile.completeBaseName() + QStringLiteral(".lock"));
+    vkcore::LockFile tLock(this, tLockPath, vkcore::LockFile::Shared);
+    // Without a lock file nobody writes the configuration, and none is made here.
+    if (QFileInfo::exists(tLockPath)) {
+        tLock.lock(1000, 50, false);
+    }
+    if (!getConfig()->load(mUserConfigFile, tFile.fileName(), vkcore::Config::UserValue, false)) {
+        fatalError(
+            tr("Failed to load file \"%1\". Application will be terminated now.").arg(mUserConfigFile));
+        return false;
+    }
+    return true;
+}
+
+bool VKCApplication::saveUserConfig()
+{
+    return true;
+}
+
+} // namespace tarn::vkc

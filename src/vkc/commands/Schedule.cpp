@@ -1,0 +1,181 @@
+#include "vkc_Application.h"
+
+#include "cmdline/OptionIndex.h"
+#include "cmdline/WholeMatch.h"
+
+#include <QtCore/QLocale>
+
+namespace tarn::vkc {
+
+using vkcore::Scheduler;
+
+static constexpr int sLoginFlag = 1; // the check happens at the user's login, not after a period
+
+namespace {
+
+// The schedule as it travels: always all of it.
+struct Schedule
+{
+    Scheduler::AutoUpdateMode mMode = Scheduler::AutoUpdateManual;
+    int mFlags = 0;
+    QDateTime mNextCheck;
+    int mPeriodCount = 0;
+    Scheduler::PeriodUnit mUnit = Scheduler::PeriodHour;
+    QString mExtra;
+};
+
+} // namespace
+
+static bool fetch(vkcore::IPCClient* pClient, Schedule* pSchedule)
+{
+    return pClient->getScheduleParameters(&pSchedule->mMode, &pSchedule->mFlags, &pSchedule->mNextCheck,
+                                          &pSchedule->mPeriodCount, &pSchedule->mUnit, &pSchedule->mExtra);
+}
+
+static QString modeText(Scheduler::AutoUpdateMode pMode)
+{
+    switch (pMode) {
+    case Scheduler::AutoUpdateManual:
+        return VKCApplication::tr("Manual updates");
+    case Scheduler::AutoUpdateNotification:
+        return VKCApplication::tr("Update notification");
+    case Scheduler::AutoUpdateAutomatic:
+        return VKCApplication::tr("Automatic updates");
+    }
+    return QString();
+}
+
+static QString periodText(const Schedule& pSchedule)
+{
+    if ((pSchedule.mFlags & sLoginFlag) != 0) {
+        return VKCApplication::tr("On user login");
+    }
+    switch (pSchedule.mUnit) {
+    case Scheduler::PeriodHour:
+        return VKCApplication::tr("%n hour(s)", nullptr, pSchedule.mPeriodCount);
+    case Scheduler::PeriodDay:
+        return VKCApplication::tr("%n day(s)", nullptr, pSchedule.mPeriodCount);
+    case Scheduler::PeriodWeek:
+        return VKCApplication::tr("%n week(s)", nullptr, pSchedule.mPeriodCount);
+    case Scheduler::PeriodMonth:
+        return VKCApplication::tr("%n month(s)", nullptr, pSchedule.mPeriodCount);
+    }
+    return QString();
+}
+
+int VKCApplication::cmdShowScheduleSettings()
+{
+    if (!connectToServer(true)) {
+        return 1;
+    }
+    Schedule tSchedule;
+    if (!fetch(mClient, &tSchedule)) {
+        return fail(tr("Failed to get current schedule parameters."));
+    }
+    writeStdOut(tr("Automatic installation mode: %1").arg(modeText(tSchedule.mMode)), true, true);
+    if (tSchedule.mMode == Scheduler::AutoUpdateManual) {
+        return 0;
+    }
+    writeStdOut(tr("Update period: %1").arg(periodText(tSchedule)), true, true);
+    if ((tSchedule.mFlags & sLoginFlag) == 0) {
+        writeStdOut(tr("Next scheduled check: %1").arg(dateTimeText(tSchedule.mNextCheck)), true, true);
+    }
+    return 0;
+}
+
+// All checks come before the one call that writes: a refused command has changed nothing.
+int VKCApplication::cmdUpdateScheduleSettings()
+{
+    if (noOwnOptions()) {
+        return 0;
+    }
+    if (!connectForChange()) {
+        return 1;
+    }
+    Schedule tSchedule;
+    if (!fetch(mClient, &tSchedule)) {
+        return fail(tr("Failed to get current schedule parameters."));
+    }
+    // The check of an interval sees the new mode, the adjustment of a date the new interval.
+    if (!readMode(&tSchedule.mMode) ||
+        !readInterval(tSchedule.mMode, &tSchedule.mFlags, &tSchedule.mPeriodCount, &tSchedule.mUnit) ||
+        !readNextUpdate(&tSchedule.mNextCheck, tSchedule.mPeriodCount, tSchedule.mUnit)) {
+        return 1;
+    }
+    if (!mClient->setScheduleParameters(tSchedule.mMode, tSchedule.mFlags, tSchedule.mNextCheck,
+                                        tSchedule.mPeriodCount, tSchedule.mUnit, tSchedule.mExtra, true)) {
+        return fail(tr("Failed to update settings."));
+    }
+    writeStdOut(tr("The changes were successfully applied."), true, true);
+    return 0;
+}
+
+bool VKCApplication::readMode(Scheduler::AutoUpdateMode* pMode)
+{
+    if (!optPassed(OPT_MODE)) {
+        return true;
+    }
+    const QString tWord = optArg(OPT_MODE, QString());
+    if (tWord == QStringLiteral("manual")) {
+        *pMode = Scheduler::AutoUpdateManual;
+        return true;
+    }
+    if (tWord == QStringLiteral("automatic")) {
+        *pMode = Scheduler::AutoUpdateAutomatic;
+        return true;
+    }
+    if (tWord == QStringLiteral("notification")) {
+        writeStdErr(tr("Update notifications are not available on your operating system"), true, true);
+        return false;
+    }
+    writeStdErr(tr("Invalid mode '%1'").arg(tWord), true, true);
+    return false;
+}
+
+bool VKCApplication::readInterval(Scheduler::AutoUpdateMode pMode, int* pFlags, int* pCount,
+                                  Scheduler::PeriodUnit* pUnit)
+{
+    if (!optPassed(OPT_INTERVAL)) {
+        return true;
+    }
+    const QString tTyped = optArg(OPT_INTERVAL, QString());
+    const QRegularExpressionMatch tMatch = wholeMatch(QStringLiteral("^(?:([0-9]+)([hdwm])|login)$"), tTyped);
+    if (!tMatch.hasMatch()) {
+        writeStdErr(tr("Invalid interval '%1'").arg(tTyped), true, true);
+        return false;
+    }
+    if (tTyped == QStringLiteral("login")) {
+        if (pMode == Scheduler::AutoUpdateAutomatic) {
+            writeStdErr(tr("The interval 'login' only works in the notification mode."), true, true);
+            return false;
+        }
+        *pFlags |= sLoginFlag;
+        return true;
+    }
+    *pFlags &= ~sLoginFlag;
+    *pCount = tMatch.captured(1).toInt(); // 0 for what no int can hold
+    *pUnit = static_cast<Scheduler::PeriodUnit>(QStringLiteral("hdwm").indexOf(tMatch.captured(2)));
+    return true;
+}
+
+bool VKCApplication::readNextUpdate(QDateTime* pNextCheck, int pCount, Scheduler::PeriodUnit pUnit)
+{
+    if (!optPassed(OPT_NEXT_UPDATE)) {
+        return true;
+    }
+    const QString tTyped = optArg(OPT_NEXT_UPDATE, QString());
+    *pNextCheck = QLocale(QLocale::C).toDateTime(tTyped, QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    if (!pNextCheck->isValid()) {
+        writeStdErr(tr("Invalid date for next update '%1'").arg(tTyped), true, true);
+        return false;
+    }
+    if (*pNextCheck < QDateTime::currentDateTime()) {
+        *pNextCheck = Scheduler::nextValidUpdateTime(*pNextCheck, pCount, pUnit, QDateTime(), 600);
+        writeStdErr(tr("NOTICE: the date '%1' is in the past and has been adjusted to '%2'")
+                        .arg(tTyped, dateTimeText(*pNextCheck)),
+                    true, true);
+    }
+    return true;
+}
+
+} // namespace tarn::vkc

@@ -1,0 +1,178 @@
+#include "vkc_Application.h"
+
+#include "cmdline/OptionIndex.h"
+
+#include <QtCore/QLocale>
+
+namespace tarn::vkc {
+
+static int resultCode(int pResult)
+{
+    return pResult & 0xff;
+}
+
+int VKCApplication::cmdServiceStatus()
+{
+    if (!connectToServer(true)) {
+        return 1;
+    }
+    vkcore::Scheduler::AutoUpdateMode tMode = vkcore::Scheduler::AutoUpdateManual;
+    int tFlags = 0;
+    QDateTime tNextCheck;
+    int tPeriodCount = 0;
+    vkcore::Scheduler::PeriodUnit tUnit = vkcore::Scheduler::PeriodHour;
+    QString tExtra;
+    if (!mClient->getScheduleParameters(&tMode, &tFlags, &tNextCheck, &tPeriodCount, &tUnit, &tExtra)) {
+        return fail(tr("Failed to get current schedule parameters."));
+    }
+    if (tMode != vkcore::Scheduler::AutoUpdateAutomatic) {
+        writeStdOut(tr("Automatic updates are not enabled."), true, true);
+        return 0;
+    }
+    if (mService != nullptr) {
+        writeStdOut(tr("Automatic updates are enabled but the service is currently not running."), true,
+                    true);
+        return 0;
+    }
+
+    const int tResult = mClient->getLastServiceResult(false);
+    const QString tResultText = mClient->getLastServiceResultStr(false);
+    QString tLastRun = tr("never");
+    if (resultCode(tResult) != 0) {
+        const QString tStored = mClient->getConfigValue(QStringLiteral("service.lastRun"), QString());
+        tLastRun = dateTimeText(QLocale(QLocale::C).toDateTime(tStored, QStringLiteral("yyyyMMddhhmmss")));
+    }
+    writeStdOut(tr("Last update: %1").arg(tLastRun), true, true);
+    writeStdOut(tr("Last result: %1").arg(tResultText), true, true);
+
+    const QString tStatus = serviceStatusText();
+    const QString tProgress = serviceProgressText();
+    writeStdOut(tr("Current status: %1").arg(tStatus), true, true);
+    if (!tProgress.isEmpty()) {
+        writeStdOut(tr("Current progress: %1").arg(tProgress), true, true);
+    }
+    return 0;
+}
+
+int VKCApplication::cmdUpdate()
+{
+    const bool tWait = optEnabled(OPT_WAIT, true);
+    const bool tQuiet = optEnabled(OPT_QUIET, false);
+
+    if (!connectToServer(true)) {
+        return 1;
+    }
+    if (mClient->isVKClientActive()) {
+        return fail(tr("Cannot perform an update while the wizard is active."));
+    }
+    if (tWait) {
+        // The monitor listens before the trigger, so that no event of the run is lost.
+        mEventLoop = new QEventLoop(this);
+        if (!connectMonitor()) {
+            return 1;
+        }
+    }
+    mUpdateRunning = true;
+    if (!mClient->triggerUpdate(true)) {
+        return fail(tr("Failed to start update"));
+    }
+    if (!tWait) {
+        return 0;
+    }
+
+    if (tQuiet) {
+        writeProgress(tr("Update started"));
+    } else {
+        mProgressTimer.start();
+    }
+    mEventLoop->exec();
+    mUpdateRunning = false;
+    mProgressTimer.stop();
+    clearCurrentLine();
+    return reportUpdateResult();
+}
+
+int VKCApplication::reportUpdateResult()
+{
+    if (!mClient->isConnected()) {
+        return fail(tr("Lost connection to the service"));
+    }
+    if (mQuitRequested) {
+        return 0;
+    }
+    const QString tText = mClient->getLastServiceResultStr(true);
+    const int tCode = resultCode(mClient->getLastServiceResult(true));
+    writeStdOut(tr("Update finished: %1").arg(tText), true, true);
+    return tCode == 1 ? 0 : tCode + 100;
+}
+
+void VKCApplication::updateProgress()
+{
+    // The tick must not pile up behind its own blocking call.
+    mProgressTimer.stop();
+    writeProgress(serviceProgressText());
+    mProgressTimer.start();
+}
+
+void VKCApplication::cancel(bool pForceCancel)
+{
+    mCancelRequest = pForceCancel ? 2 : 1;
+}
+
+bool VKCApplication::safeToCancelUpate()
+{
+    return mServiceActivity == vkcore::ActivityDownloading || mServiceActivity == vkcore::ActivityVerifying ||
+           mServiceActivity == vkcore::ActivityPreparing;
+}
+
+void VKCApplication::checkCanceled()
+{
+    int tRequest = mCancelRequest;
+    if (tRequest == 0) {
+        return;
+    }
+    mCancelRequest = 0;
+    if (tRequest == 1 && mCancelCount++ > 0) {
+        tRequest = 2;
+    }
+
+    if (!mUpdateRunning) {
+        log(QStringLiteral("Current operation was canceled"));
+    } else if (!safeToCancelUpate() && tRequest == 1) {
+        clearCurrentLine();
+        writeStdOut(
+            tr("Aborting the installation process can lead to inconsistent installations. If you want to "
+               "abort the update anyway, please press Ctrl-C again."),
+            true, true);
+        return;
+    } else if (abortUpdate()) {
+        return;
+    }
+
+    // The hard stop: whatever call the command waits in fails now.
+    mCanceled = true;
+    mCancelTimer.stop();
+    if (mClient != nullptr) {
+        mClient->close();
+    }
+    if (mMonitorClient != nullptr && !mUpdateRunning) {
+        mMonitorClient->close();
+    }
+    cleanupServiceWorker();
+}
+
+// True if the service has taken the order: the run then ends through the monitor, in the usual way.
+bool VKCApplication::abortUpdate()
+{
+    log(QStringLiteral("Update was canceled (activity  = %1")
+            .arg(vkcore::Types::serviceActivityToStr(mServiceActivity)));
+    clearCurrentLine();
+    writeStdOut(tr("Aborting update ..."), true, true);
+
+    mCanceled = true;
+    vkcore::IPCClient tClient(this, nullptr);
+    tClient.setConnectTimeout(2);
+    return connectToServer(&tClient, false) && tClient.abortUpdate();
+}
+
+} // namespace tarn::vkc

@@ -1,0 +1,162 @@
+#include "vkc_Application.h"
+
+#include "cmdline/OptionIndex.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace tarn::vkc {
+
+using vkcore::IPCClient;
+
+bool VKCApplication::connectMonitor()
+{
+    if (mMonitorClient != nullptr) {
+        mMonitorClient->deleteLater();
+    }
+    mMonitorClient = new IPCClient(this, nullptr);
+    if (optPassed(OPT_SOCKET)) {
+        mMonitorClient->setServerName(optArg(OPT_SOCKET, QString()));
+    }
+    connect(mMonitorClient, &IPCClient::serviceStatusChanged, this,
+            &VKCApplication::onMonitorServiceStatusChanged);
+    connect(mMonitorClient, &IPCClient::serviceActivityChanged, this,
+            &VKCApplication::onMonitorServiceActivityChanged);
+    connect(mMonitorClient, &IPCClient::serviceNotificationReceived, this,
+            &VKCApplication::onMonitorServiceNotificationReceived);
+    connect(mMonitorClient, &IPCClient::serviceErrorReceived, this,
+            &VKCApplication::onMonitorServiceErrorReceived);
+    connect(mMonitorClient, &IPCClient::quitRequestReceived, this,
+            &VKCApplication::onMonitorQuitRequestReceived);
+    connect(mMonitorClient, &IPCClient::disconnected, this, &VKCApplication::onMonitorDisconnected);
+    if (mCanceled) {
+        // Nobody looks at cancel requests any more: a service that does not answer must not hold the
+        // command up for the whole of the library's time limit.
+        QTimer::singleShot(250, mMonitorClient, &IPCClient::close);
+    }
+    return mMonitorClient->enterMonitorMode();
+}
+
+void VKCApplication::onMonitorServiceStatusChanged(vkcore::ServiceStatus pStatus)
+{
+    const bool tEnded = pStatus == vkcore::StatusIdle || pStatus == vkcore::StatusSuppressed ||
+                        pStatus == vkcore::StatusError;
+    if (mEventLoop != nullptr && tEnded) {
+        mEventLoop->exit(0);
+    }
+}
+
+void VKCApplication::onMonitorServiceActivityChanged(vkcore::ServiceActivity pActivity)
+{
+    mServiceActivity = pActivity;
+}
+
+void VKCApplication::onMonitorServiceNotificationReceived(int pMsgType, const QString& pText,
+                                                          const QString& pDetails)
+{
+    writeServiceMessage(pMsgType, pText, pDetails);
+}
+
+void VKCApplication::onMonitorServiceErrorReceived(int pMsgType, const QString& pText,
+                                                   const QString& pDetails)
+{
+    writeServiceMessage(pMsgType, pText, pDetails);
+}
+
+void VKCApplication::writeServiceMessage(int pMsgType, const QString& pText, const QString& pDetails)
+{
+    clearCurrentLine();
+    writeMsgType(pMsgType);
+    writeStdOut(pText, true, true);
+    if (!pDetails.isEmpty()) {
+        writeStdOut(tr("Details:"), true, true);
+        writeStdOut(pDetails, true, true);
+    }
+    writeStdOut(QStringLiteral("\n"), true, true);
+}
+
+void VKCApplication::onMonitorQuitRequestReceived()
+{
+    mQuitRequested = true;
+    if (mEventLoop != nullptr) {
+        mEventLoop->exit(0);
+    }
+}
+
+void VKCApplication::onMonitorDisconnected()
+{
+    if (mMonitorClient != nullptr) {
+        mMonitorClient->deleteLater();
+        mMonitorClient = nullptr;
+    }
+    if (mEventLoop != nullptr) {
+        mEventLoop->exit(0);
+    }
+}
+
+QString VKCApplication::serviceStatusText()
+{
+    switch (mClient->getServiceStatus(nullptr)) {
+    case vkcore::StatusIdle:
+        return tr("Idle");
+    case vkcore::StatusSuppressed:
+        return tr("Updates are currently suppressed");
+    case vkcore::StatusUpdating:
+        return tr("Update is in progress");
+    case vkcore::StatusAborting:
+        return tr("Process is being aborted");
+    case vkcore::StatusError:
+        return tr("An error occurred during the last update");
+    }
+    return QString();
+}
+
+// Cut, not rounded, and not clamped to 100; only what no int can hold is brought to its ends.
+static int percentage(long long pDone, long long pTotal)
+{
+    if (pTotal <= 0) {
+        return 0;
+    }
+    const double tPercent = static_cast<double>(pDone) * (100.0 / static_cast<double>(pTotal));
+    return static_cast<int>(
+        std::clamp<double>(tPercent, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+}
+
+QString VKCApplication::serviceProgressText()
+{
+    vkcore::ServiceActivity tActivity = vkcore::ActivityNone;
+    bool tCancelable = false;
+    QString tText;
+    long long tBytesDone = 0;
+    long long tBytesTotal = 0;
+    long long tDone = 0;
+    long long tTotal = 0;
+    int tPackage = 0;
+    int tPackageCount = 0;
+    int tFailedCount = 0;
+    if (!mClient->getServiceProgress(&tActivity, &tCancelable, &tText, &tBytesDone, &tBytesTotal, &tDone,
+                                     &tTotal, &tPackage, &tPackageCount, &tFailedCount)) {
+        return QString();
+    }
+
+    const int tPercent = percentage(tDone, tTotal);
+    switch (tActivity) {
+    case vkcore::ActivityNone:
+        break;
+    case vkcore::ActivityDownloading:
+        return tr("Downloading updates (%1% complete)").arg(tPercent);
+    case vkcore::ActivityVerifying:
+        return tr("Verifying updates (%1% complete)").arg(tPercent);
+    case vkcore::ActivityWaitingForApps:
+        return tr("Waiting for Tavo applications to be closed.");
+    case vkcore::ActivityPreparing:
+        return tr("Preparing installation (%1% complete)").arg(tPercent);
+    case vkcore::ActivityInstalling:
+        return tr("Installing updates (%1% complete)").arg(tPercent);
+    case vkcore::ActivityRemovingObsolete:
+        return tr("Removing obsolete files (%1% complete)").arg(tPercent);
+    }
+    return QString();
+}
+
+} // namespace tarn::vkc

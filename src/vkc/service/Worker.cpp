@@ -1,0 +1,76 @@
+#include "vkc_Application.h"
+
+#include "cmdline/OptionIndex.h"
+
+#include <QtCore/QCoreApplication>
+
+namespace tarn::vkc {
+
+// A service process of this run. QProcess kills what still runs when it is destroyed; a service
+// that has announced its own end is left to come to it.
+class WorkerProcess : public QProcess
+{
+public:
+    using QProcess::QProcess;
+    ~WorkerProcess() override { setProcessState(QProcess::NotRunning); }
+};
+
+bool VKCApplication::startService()
+{
+    if (mCanceled) {
+        return false;
+    }
+    if (mService != nullptr) {
+        logAssertFailed("mService == 0", sSourcePath, __LINE__);
+        return false;
+    }
+    mService = new WorkerProcess(this);
+
+    const QString tProgram = QCoreApplication::applicationDirPath() + QStringLiteral("/vkservice");
+    QStringList tArguments{QStringLiteral("-e"), QStringLiteral("-worker")};
+    if (optPassed(OPT_SOCKET)) {
+        tArguments.append(QStringLiteral("-s=%1").arg(optArg(OPT_SOCKET, QString())));
+    }
+    mService->start(tProgram, tArguments, QIODevice::ReadWrite);
+    const bool tStarted = mService->waitForStarted(30000);
+    if (tStarted) {
+        mService->closeWriteChannel();
+        mService->closeReadChannel(QProcess::StandardOutput);
+        mService->closeReadChannel(QProcess::StandardError);
+    } else {
+        log(QStringLiteral("ERROR: could not start %1").arg(tProgram));
+    }
+    return tStarted;
+}
+
+void VKCApplication::cleanupServiceWorker()
+{
+    if (mQuitRequested) {
+        mService = nullptr;
+        return;
+    }
+    if (mService == nullptr) {
+        return;
+    }
+
+    vkcore::IPCClient tClient(this, nullptr);
+    tClient.setConnectTimeout(2);
+    const bool tAsked = connectToServer(&tClient, false) && tClient.quitService();
+
+    // A cancel request that came up in these calls may have been here and done it all.
+    if (mService == nullptr) {
+        return;
+    }
+    if (!tAsked) {
+        log(QStringLiteral("Service did not react to quit request, terminating process"));
+        mService->terminate();
+    }
+    if (!mService->waitForFinished(60000)) {
+        log(QStringLiteral("Timeout while waiting for service quit, killing process"));
+        mService->kill();
+    }
+    mService->deleteLater();
+    mService = nullptr;
+}
+
+} // namespace tarn::vkc

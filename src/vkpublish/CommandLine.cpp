@@ -1,0 +1,130 @@
+#include "CommandLine.h"
+
+#include <QtCore/QDir>
+
+#include <cstdio>
+
+namespace tarn::vkpublish {
+
+void say(const QString& pLine)
+{
+    std::puts(pLine.toLocal8Bit().constData());
+}
+
+void complain(const QString& pLine)
+{
+    std::fflush(stdout);
+    std::fputs(("vkpublish: " + pLine.toLocal8Bit() + '\n').constData(), stderr);
+}
+
+CommandLine::CommandLine(const QString& pCommand, const QString& pDescription) : mCommand(pCommand)
+{
+    mParser.setApplicationDescription(pDescription);
+    mParser.addOption(QCommandLineOption({QStringLiteral("h"), QStringLiteral("help")},
+                                         QStringLiteral("Shows this help.")));
+}
+
+void CommandLine::addArgument(const QString& pName, const QString& pDescription)
+{
+    mParser.addPositionalArgument(pName, pDescription);
+    mArguments.append(pName);
+}
+
+void CommandLine::addOption(const QString& pName, const QString& pDescription, const QString& pValueName,
+                            const QString& pDefault)
+{
+    mParser.addOption(QCommandLineOption(pName, pDescription, pValueName, pDefault));
+}
+
+void CommandLine::addRepository()
+{
+    addArgument(QStringLiteral("DIR"), QStringLiteral("Folder of the repository"));
+    addOption(QStringLiteral("keys"), QStringLiteral("Folder of keys and record; by default DIR.keys"),
+              QStringLiteral("FOLDER"));
+}
+
+std::optional<int> CommandLine::parse(const QStringList& pArguments)
+{
+    if (!mParser.parse(QStringList{QStringLiteral("vkpublish")} + pArguments)) {
+        complain(mParser.errorText());
+        return StatusUsage;
+    }
+    if (mParser.isSet(QStringLiteral("help"))) {
+        say(help());
+        return StatusDone;
+    }
+    if (mParser.positionalArguments().size() != mArguments.size()) {
+        complain(QStringLiteral("%1 takes %2 arguments, not %3; see \"vkpublish %1 --help\"")
+                     .arg(mCommand)
+                     .arg(mArguments.size())
+                     .arg(mParser.positionalArguments().size()));
+        return StatusUsage;
+    }
+    return std::nullopt;
+}
+
+QString CommandLine::help() const
+{
+    // The parser knows no commands, and would put the program's path here.
+    const QString tUsage = QStringList{QStringLiteral("Usage: vkpublish"), mCommand,
+                                       mArguments.join(QLatin1Char(' ')), QStringLiteral("[options]")}
+                               .join(QLatin1Char(' '));
+    const QString tText = mParser.helpText().trimmed();
+    return tUsage + tText.mid(tText.indexOf(QLatin1Char('\n')));
+}
+
+QString CommandLine::argument(int pIndex) const
+{
+    return mParser.positionalArguments().at(pIndex);
+}
+bool CommandLine::isSet(const char* pName) const
+{
+    return mParser.isSet(QLatin1String(pName));
+}
+QString CommandLine::value(const char* pName) const
+{
+    return mParser.value(QLatin1String(pName));
+}
+QStringList CommandLine::values(const char* pName) const
+{
+    return mParser.values(QLatin1String(pName));
+}
+
+QString CommandLine::repository() const
+{
+    return QDir::cleanPath(QDir::current().absoluteFilePath(argument(0)));
+}
+
+QString CommandLine::keys() const
+{
+    return isSet("keys") ? QDir::cleanPath(QDir::current().absoluteFilePath(value("keys")))
+                         : repository() + QLatin1String(".keys");
+}
+
+std::optional<int> CommandLine::number(const char* pName, int pLeast, int pMost) const
+{
+    bool tOk = false;
+    const int tNumber = value(pName).toInt(&tOk);
+    if (!tOk || tNumber < pLeast || tNumber > pMost) {
+        complain(QStringLiteral("--%1 takes a number from %2 to %3, not \"%4\"")
+                     .arg(QLatin1String(pName))
+                     .arg(pLeast)
+                     .arg(pMost)
+                     .arg(value(pName)));
+        return std::nullopt;
+    }
+    return tNumber;
+}
+
+std::optional<QDateTime> CommandLine::date(const char* pName) const
+{
+    const QDateTime tDate = QDateTime::fromString(value(pName), Qt::ISODate);
+    if (!tDate.isValid()) {
+        complain(QStringLiteral("--%1 takes a date such as 2026-03-31 or 2026-03-31T12:00:00Z, not \"%2\"")
+                     .arg(QLatin1String(pName), value(pName)));
+        return std::nullopt;
+    }
+    return tDate;
+}
+
+} // namespace tarn::vkpublish

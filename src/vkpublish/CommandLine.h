@@ -1,0 +1,60 @@
+#pragma once
+
+#include <QtCore/QCommandLineParser>
+#include <QtCore/QDateTime>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+#include <optional>
+
+namespace tarn::vkpublish {
+
+// Exit statuses.
+enum Status : int
+{
+    StatusDone = 0,
+    StatusFailed = 1,
+    StatusUsage = 2,
+};
+
+// The options and arguments of one command, with its help.
+class CommandLine
+{
+public:
+    CommandLine(const QString& pCommand, const QString& pDescription);
+
+    // Arguments come in the order in which they are declared; all are needed.
+    void addArgument(const QString& pName, const QString& pDescription);
+    // An option with a value has a pValueName.
+    void addOption(const QString& pName, const QString& pDescription, const QString& pValueName = QString(),
+                   const QString& pDefault = QString());
+    // --keys, and the argument DIR before it.
+    void addRepository();
+
+    // No value: go on. Else the status to end with; help or error are written already.
+    std::optional<int> parse(const QStringList& pArguments);
+
+    QString argument(int pIndex) const;
+    bool isSet(const char* pName) const;
+    QString value(const char* pName) const;
+    QStringList values(const char* pName) const;
+    QString repository() const; // absolute
+    QString keys() const;       // absolute; beside the repository where it isn't said
+
+    // A whole number from pLeast to pMost; no value, and an error written, for another text.
+    std::optional<int> number(const char* pName, int pLeast, int pMost) const;
+    std::optional<QDateTime> date(const char* pName) const;
+
+private:
+    QString help() const;
+
+    QCommandLineParser mParser;
+    QString mCommand;
+    QStringList mArguments; // names
+};
+
+// Writes one line to standard output or standard error.
+void say(const QString& pLine);
+void complain(const QString& pLine);
+
+} // namespace tarn::vkpublish

@@ -1,0 +1,29 @@
+#include "FileMatch.h"
+
+#include <QtCore/QFile>
+
+namespace tarn::vkpublish {
+
+bool fileMatches(const QString& pPath, qint64 pLength, const tuf::HashMap& pHashes, QString* pReason)
+{
+    QFile tFile(pPath);
+    if (!tFile.open(QIODevice::ReadOnly)) {
+        *pReason = QStringLiteral("%1 can't be read: %2").arg(pPath, tFile.errorString());
+        return false;
+    }
+    if (tFile.size() != pLength) {
+        *pReason = QStringLiteral("%1 has %2 bytes instead of %3").arg(pPath).arg(tFile.size()).arg(pLength);
+        return false;
+    }
+    tuf::Hasher tHasher(pHashes.keys());
+    for (QByteArray tPiece = tFile.read(1 << 20); !tPiece.isEmpty(); tPiece = tFile.read(1 << 20)) {
+        tHasher.add(tPiece);
+    }
+    if (!tuf::hashesAgree(pHashes, tHasher.result())) {
+        *pReason = QStringLiteral("%1 does not have the hash that was signed for it").arg(pPath);
+        return false;
+    }
+    return true;
+}
+
+} // namespace tarn::vkpublish

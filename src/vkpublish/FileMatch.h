@@ -1,0 +1,13 @@
+#pragma once
+
+#include "tuf/Hashes.h"
+
+#include <QtCore/QString>
+
+namespace tarn::vkpublish {
+
+// Whether a file has this length and these hashes; *pReason says what it is that differs, or why it can't be
+// read.
+bool fileMatches(const QString& pPath, qint64 pLength, const tuf::HashMap& pHashes, QString* pReason);
+
+} // namespace tarn::vkpublish

@@ -1,0 +1,155 @@
+#include "FolderScan.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QList>
+#include <QtCore/QStringDecoder>
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <memory>
+#include <system_error>
+
+namespace tarn::vkpublish {
+
+namespace {
+
+constexpr qsizetype sMaxPath = 4096;
+
+class Scan
+{
+public:
+    Scan(const QByteArray& pFolder, std::vector<FolderEntry>* pTo) : mFolder(pFolder), mTo(pTo) {}
+
+    bool folder(const QByteArray& pPath)
+    {
+        std::vector<QByteArray> tNames;
+        if (!names(pPath, &tNames)) {
+            return false;
+        }
+        std::sort(tNames.begin(), tNames.end());
+        return std::all_of(tNames.begin(), tNames.end(), [&](const QByteArray& pName) {
+            return entry(pPath.isEmpty() ? pName : pPath + '/' + pName);
+        });
+    }
+
+    const QString& problem() const { return mProblem; }
+
+private:
+    bool refuse(const QByteArray& pPath, const QString& pReason)
+    {
+        mProblem = QStringLiteral("%1: %2").arg(QFile::decodeName(fullPath(pPath)), pReason);
+        return false;
+    }
+
+    bool refuseErrno(const QByteArray& pPath)
+    {
+        return refuse(pPath, QString::fromStdString(std::generic_category().message(errno)));
+    }
+
+    QByteArray fullPath(const QByteArray& pPath) const
+    {
+        return pPath.isEmpty() ? mFolder : mFolder + '/' + pPath;
+    }
+
+    bool names(const QByteArray& pPath, std::vector<QByteArray>* pTo)
+    {
+        const std::unique_ptr<DIR, int (*)(DIR*)> tDir(::opendir(fullPath(pPath).constData()), ::closedir);
+        if (!tDir) {
+            return refuseErrno(pPath);
+        }
+        errno = 0;
+        while (const dirent* tEntry = ::readdir(tDir.get())) {
+            const QByteArray tName(tEntry->d_name);
+            if (tName != "." && tName != "..") {
+                pTo->push_back(tName);
+            }
+        }
+        return errno == 0 || refuseErrno(pPath);
+    }
+
+    bool entry(const QByteArray& pPath)
+    {
+        FolderEntry tEntry{pPath, {}, {}};
+        if (::lstat(fullPath(pPath).constData(), &tEntry.mStat) != 0) {
+            return refuseErrno(pPath);
+        }
+        QStringDecoder tDecoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+        const QString tDecoded = tDecoder.decode(pPath);
+        if (tDecoder.hasError() || tDecoded.isEmpty() || pPath.size() > sMaxPath) {
+            return refuse(pPath, QStringLiteral("the name is too long or isn't UTF-8"));
+        }
+        const mode_t tType = tEntry.mStat.st_mode & S_IFMT;
+        if (tType == S_IFLNK && !link(&tEntry)) {
+            return false;
+        }
+        if (tType != S_IFLNK && tType != S_IFREG && tType != S_IFDIR) {
+            return refuse(pPath, QStringLiteral("a package can't hold a device, pipe or socket"));
+        }
+        if (tType == S_IFREG && (tEntry.mStat.st_mode & (S_ISUID | S_ISGID)) != 0) {
+            return refuse(pPath, QStringLiteral("a package can't hold a set-user-ID or set-group-ID file"));
+        }
+        mTo->push_back(tEntry);
+        return tType != S_IFDIR || folder(pPath);
+    }
+
+    bool link(FolderEntry* pEntry)
+    {
+        std::array<char, PATH_MAX> tTarget{};
+        const ssize_t tLength =
+            ::readlink(fullPath(pEntry->mPath).constData(), tTarget.data(), tTarget.size());
+        if (tLength < 0) {
+            return refuseErrno(pEntry->mPath);
+        }
+        pEntry->mLinkTarget = QByteArray(tTarget.data(), tLength);
+        const qsizetype tSlash = pEntry->mPath.lastIndexOf('/');
+        return linkStaysInside(tSlash < 0 ? QByteArray() : pEntry->mPath.left(tSlash), pEntry->mLinkTarget) ||
+               refuse(pEntry->mPath, QStringLiteral("the link to %1 leads, or may lead, out of the package")
+                                         .arg(QFile::decodeName(pEntry->mLinkTarget)));
+    }
+
+    QByteArray mFolder;
+    std::vector<FolderEntry>* mTo;
+    QString mProblem;
+};
+
+} // namespace
+
+bool scanFolder(const QString& pFolder, std::vector<FolderEntry>* pTo, QString* pError)
+{
+    Scan tScan(QFile::encodeName(pFolder), pTo);
+    if (!tScan.folder(QByteArray())) {
+        *pError = tScan.problem();
+        return false;
+    }
+    if (pTo->empty()) {
+        *pError = QStringLiteral("%1 is empty").arg(pFolder);
+        return false;
+    }
+    return true;
+}
+
+bool linkStaysInside(const QByteArray& pFrom, const QByteArray& pTarget)
+{
+    if (pTarget.isEmpty() || pTarget.startsWith('/')) {
+        return false;
+    }
+    qsizetype tDepth = pFrom.isEmpty() ? 0 : pFrom.count('/') + 1;
+    bool tDown = false;
+    for (const QByteArray& tPart : pTarget.split('/')) {
+        if (tPart == "..") {
+            if (tDown || --tDepth < 0) {
+                return false;
+            }
+        } else if (!tPart.isEmpty() && tPart != ".") {
+            tDown = true;
+        }
+    }
+    return true;
+}
+
+} // namespace tarn::vkpublish

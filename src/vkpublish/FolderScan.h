@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+#include <sys/stat.h>
+
+#include <vector>
+
+namespace tarn::vkpublish {
+
+struct FolderEntry
+{
+    QByteArray mPath; // relative to the folder that was scanned
+    struct stat mStat
+    {
+    };
+    QByteArray mLinkTarget; // of a symbolic link
+};
+
+// Lists what is in a folder, each folder before its content and sorted by bytes, so that the same folder
+// always makes the same package. False with a reason for what can't be in a package: special files, links
+// that lead out of the folder, set-user-ID and set-group-ID files, names that aren't UTF-8.
+bool scanFolder(const QString& pFolder, std::vector<FolderEntry>* pTo, QString* pError);
+
+// Whether a link in the folder pFrom (relative, "" for the top) stays below the top. Only targets that go up
+// first and then down are taken: a ".." behind a name could follow another link and lead anywhere.
+bool linkStaysInside(const QByteArray& pFrom, const QByteArray& pTarget);
+
+} // namespace tarn::vkpublish

@@ -1,0 +1,163 @@
+#include "KeyFolder.h"
+
+#include "os/FileSystem.h"
+#include "tuf/AtomicFile.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace tarn::vkpublish {
+
+namespace {
+
+constexpr mode_t sFileMode = 0600;
+constexpr mode_t sFolderMode = 0700;
+constexpr qint64 sMaxKeyLength = 64 * 1024;
+constexpr qint64 sMaxRecordLength = 256 * 1024 * 1024;
+
+const QString sRecordName = QStringLiteral("record.json");
+const QString sLockName = QStringLiteral("lock");
+
+QString systemReason()
+{
+    return QString::fromStdString(std::generic_category().message(errno));
+}
+
+} // namespace
+
+KeyFolder::KeyFolder(vkservice::os::FileSystem& pFileSystem, const QString& pPath)
+    : mFileSystem(pFileSystem), mPath(pPath)
+{
+}
+
+KeyFolder::~KeyFolder()
+{
+    if (mLockFd >= 0) {
+        ::close(mLockFd);
+    }
+}
+
+QString KeyFolder::filePath(const QString& pName) const
+{
+    return mPath + QLatin1Char('/') + pName;
+}
+
+bool KeyFolder::checkPrivate(const QString& pPath, QString* pError) const
+{
+    struct stat tStat
+    {
+    };
+    if (::stat(QFile::encodeName(pPath).constData(), &tStat) != 0) {
+        *pError = QStringLiteral("%1 can't be used: %2").arg(pPath, systemReason());
+        return false;
+    }
+    if ((tStat.st_mode & 077) != 0) {
+        *pError =
+            QStringLiteral("%1 is open to other users; keys must not be. Check who had access, then take it "
+                           "away: chmod go= %1")
+                .arg(pPath);
+        return false;
+    }
+    return true;
+}
+
+bool KeyFolder::lock(QString* pError)
+{
+    mLockFd =
+        ::open(QFile::encodeName(filePath(sLockName)).constData(), O_RDWR | O_CREAT | O_CLOEXEC, sFileMode);
+    if (mLockFd >= 0 && ::flock(mLockFd, LOCK_EX | LOCK_NB) == 0) {
+        return true;
+    }
+    *pError = errno == EWOULDBLOCK
+                  ? QStringLiteral("Another vkpublish is at work with the keys in %1").arg(mPath)
+                  : QStringLiteral("%1 can't be locked: %2").arg(mPath, systemReason());
+    return false;
+}
+
+bool KeyFolder::create(QString* pError)
+{
+    if (!QDir().mkpath(QFileInfo(mPath).absolutePath()) ||
+        (mFileSystem.makeDir(QFile::encodeName(mPath), sFolderMode) != 0 && errno != EEXIST)) {
+        *pError = QStringLiteral("The key folder %1 can't be made: %2").arg(mPath, systemReason());
+        return false;
+    }
+    if (!QDir(mPath).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
+        *pError = QFileInfo::exists(filePath(sRecordName))
+                      ? QStringLiteral("%1 holds the keys of a repository already").arg(mPath)
+                      : QStringLiteral("%1 is to be the key folder, but isn't empty").arg(mPath);
+        return false;
+    }
+    return checkPrivate(mPath, pError) && lock(pError);
+}
+
+bool KeyFolder::open(QString* pError)
+{
+    if (!QFileInfo::exists(filePath(sRecordName))) {
+        *pError = QStringLiteral("There is no key folder %1: name it with --keys, or make a repository with "
+                                 "\"vkpublish init\"")
+                      .arg(mPath);
+        return false;
+    }
+    return checkPrivate(mPath, pError) && lock(pError) && openForReading(pError);
+}
+
+bool KeyFolder::openForReading(QString* pError)
+{
+    QByteArray tText;
+    if (const tuf::Error tError =
+            tuf::readWholeFile(mFileSystem, filePath(sRecordName), sMaxRecordLength, &tText)) {
+        *pError = tError.mText;
+        return false;
+    }
+    if (!Record::fromJson(tText, &mRecord)) {
+        *pError = QStringLiteral("%1 is damaged").arg(filePath(sRecordName));
+        return false;
+    }
+    return true;
+}
+
+bool KeyFolder::save(QString* pError)
+{
+    const tuf::Error tError =
+        tuf::writeFileAtomically(mFileSystem, filePath(sRecordName), mRecord.toJson(), sFileMode);
+    *pError = tError.mText;
+    return !tError;
+}
+
+bool KeyFolder::readKey(const QString& pRole, std::optional<tuf::SigningKey>* pTo, QString* pError)
+{
+    const QString tPath = filePath(mRecord.mKeyFiles.value(pRole));
+    QByteArray tPem;
+    if (!checkPrivate(tPath, pError)) {
+        return false;
+    }
+    if (const tuf::Error tError = tuf::readWholeFile(mFileSystem, tPath, sMaxKeyLength, &tPem)) {
+        *pError = tError.mText;
+        return false;
+    }
+    *pTo = tuf::SigningKey::fromPem(tPem);
+    if (!*pTo) {
+        *pError = QStringLiteral("%1 holds no key that can be used").arg(tPath);
+    }
+    return pTo->has_value();
+}
+
+bool KeyFolder::addKey(const QString& pRole, const tuf::SigningKey& pKey, QString* pError)
+{
+    const QString tName = QStringLiteral("%1-%2.pem").arg(pRole, pKey.id().left(16));
+    const tuf::Error tError = tuf::writeFileAtomically(mFileSystem, filePath(tName), pKey.toPem(), sFileMode);
+    *pError = tError.mText;
+    if (!tError) {
+        mRecord.mKeyFiles.insert(pRole, tName);
+    }
+    return !tError;
+}
+
+} // namespace tarn::vkpublish

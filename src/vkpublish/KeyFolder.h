@@ -1,0 +1,53 @@
+#pragma once
+
+#include "Record.h"
+
+#include "tuf/SigningKey.h"
+
+#include <QtCore/QString>
+
+namespace tarn::vkservice::os {
+class FileSystem;
+}
+
+namespace tarn::vkpublish {
+
+// The publisher's private folder: the keys, a file each, and the record. Only its owner may enter it.
+class KeyFolder
+{
+public:
+    KeyFolder(vkservice::os::FileSystem& pFileSystem, const QString& pPath);
+    ~KeyFolder(); // lets the lock go
+    KeyFolder(const KeyFolder&) = delete;
+    KeyFolder& operator=(const KeyFolder&) = delete;
+
+    const QString& path() const { return mPath; }
+
+    // All of these: false with a sentence for the user in *pError.
+
+    // Makes the folder, which must be new or empty, and locks it.
+    bool create(QString* pError);
+    // Locks the folder against a second publisher and reads the record.
+    bool open(QString* pError);
+    // Only reads the record.
+    bool openForReading(QString* pError);
+
+    // To be written with save().
+    Record mRecord;
+    bool save(QString* pError);
+
+    bool readKey(const QString& pRole, std::optional<tuf::SigningKey>* pTo, QString* pError);
+    // Writes the key into a file of its own and has mRecord name it.
+    bool addKey(const QString& pRole, const tuf::SigningKey& pKey, QString* pError);
+
+private:
+    QString filePath(const QString& pName) const;
+    bool checkPrivate(const QString& pPath, QString* pError) const;
+    bool lock(QString* pError);
+
+    vkservice::os::FileSystem& mFileSystem;
+    QString mPath;
+    int mLockFd = -1;
+};
+
+} // namespace tarn::vkpublish

@@ -1,0 +1,58 @@
+#include "Layout.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+
+namespace tarn::vkpublish {
+
+namespace {
+
+// Links are resolved as far as the path exists.
+QString realPath(const QString& pPath)
+{
+    QString tExisting = QDir::cleanPath(QFileInfo(pPath).absoluteFilePath());
+    QString tRest;
+    while (!QFileInfo::exists(tExisting) && tExisting != QLatin1String("/")) {
+        tRest.prepend(QLatin1Char('/') + QFileInfo(tExisting).fileName());
+        tExisting = QFileInfo(tExisting).absolutePath();
+    }
+    const QString tReal = QFileInfo(tExisting).canonicalFilePath();
+    return QDir::cleanPath(tReal + tRest);
+}
+
+} // namespace
+
+QString metadataFolder(const QString& pRepository)
+{
+    return pRepository + QLatin1String("/metadata");
+}
+
+QString targetsFolder(const QString& pRepository)
+{
+    return pRepository + QLatin1String("/targets");
+}
+
+QString versionedPath(const QString& pRepository, const QString& pRole, qint64 pVersion)
+{
+    return QStringLiteral("%1/%2.%3.json").arg(metadataFolder(pRepository)).arg(pVersion).arg(pRole);
+}
+
+QString timestampPath(const QString& pRepository)
+{
+    return metadataFolder(pRepository) + QLatin1String("/timestamp.json");
+}
+
+QString targetPath(const QString& pRepository, const QString& pName, const QJsonObject& pTarget)
+{
+    const QString tHash = pTarget[QLatin1String("hashes")].toObject()[QLatin1String("sha256")].toString();
+    return QStringLiteral("%1/%2.%3").arg(targetsFolder(pRepository), tHash, pName);
+}
+
+bool isInside(const QString& pPath, const QString& pFolder)
+{
+    const QString tFolder = realPath(pFolder);
+    return (realPath(pPath) + QLatin1Char('/'))
+        .startsWith(tFolder.endsWith(QLatin1Char('/')) ? tFolder : tFolder + QLatin1Char('/'));
+}
+
+} // namespace tarn::vkpublish

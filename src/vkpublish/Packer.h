@@ -1,0 +1,33 @@
+#pragma once
+
+#include "FolderScan.h"
+
+#include "tuf/Hashes.h"
+
+#include <QtCore/QDateTime>
+#include <QtCore/QString>
+
+#include <vector>
+
+namespace tarn::vkservice::os {
+class FileSystem;
+}
+
+namespace tarn::vkpublish {
+
+struct PackResult
+{
+    qint64 mLength = 0; // bytes of the archive
+    tuf::HashMap mHashes;
+    qint64 mInstalledSize = 0; // bytes of the files in it
+};
+
+// Packs the entries of a folder into a .tar.zst that depends on nothing but their names, contents,
+// permissions and times: owner and group are 0, write permission is the owner's alone, times are whole
+// seconds and not later than pLatest. The archive is on disk when this returns true. After false, with a
+// reason, there is none.
+bool packFolder(vkservice::os::FileSystem& pFileSystem, const QString& pFolder,
+                const std::vector<FolderEntry>& pEntries, const QDateTime& pLatest, int pLevel,
+                const QString& pArchive, PackResult* pTo, QString* pError);
+
+} // namespace tarn::vkpublish

@@ -1,0 +1,91 @@
+#include "Record.h"
+
+#include <QtCore/QJsonDocument>
+
+namespace tarn::vkpublish {
+
+namespace {
+
+constexpr int sFormat = 1;
+
+const QString sFormatName = QStringLiteral("format");
+const QString sKeys = QStringLiteral("keys");
+const QString sVersions = QStringLiteral("versions");
+const QString sRootName = QStringLiteral("root");
+const QString sTargetsName = QStringLiteral("targets");
+const QString sPublishedTargets = QStringLiteral("publishedTargets");
+const QString sTargetsFile = QStringLiteral("targetsFile");
+const QString sSnapshotFile = QStringLiteral("snapshotFile");
+const QString sTimestampExpires = QStringLiteral("timestampExpires");
+const QString sMeta = QStringLiteral("meta");
+const QString sExpires = QStringLiteral("expires");
+
+QString dateToJson(const QDateTime& pDate)
+{
+    return pDate.toUTC().toString(Qt::ISODate);
+}
+
+QDateTime dateFromJson(const QJsonValue& pValue)
+{
+    return QDateTime::fromString(pValue.toString(), Qt::ISODate);
+}
+
+QJsonObject fileToJson(const PublishedFile& pFile)
+{
+    return QJsonObject{{sMeta, pFile.mMeta}, {sExpires, dateToJson(pFile.mExpires)}};
+}
+
+PublishedFile fileFromJson(const QJsonValue& pValue)
+{
+    const QJsonObject tObject = pValue.toObject();
+    return PublishedFile{tObject[sMeta].toObject(), dateFromJson(tObject[sExpires])};
+}
+
+} // namespace
+
+QByteArray Record::toJson() const
+{
+    QJsonObject tKeys;
+    for (auto tIt = mKeyFiles.begin(); tIt != mKeyFiles.end(); ++tIt) {
+        tKeys.insert(tIt.key(), tIt.value());
+    }
+    QJsonObject tVersions;
+    for (auto tIt = mVersions.begin(); tIt != mVersions.end(); ++tIt) {
+        tVersions.insert(tIt.key(), tIt.value());
+    }
+    return QJsonDocument(QJsonObject{{sFormatName, sFormat},
+                                     {sKeys, tKeys},
+                                     {sVersions, tVersions},
+                                     {sRootName, QString::fromUtf8(mRoot)},
+                                     {sTargetsName, mTargets},
+                                     {sPublishedTargets, mPublishedTargets},
+                                     {sTargetsFile, fileToJson(mPublishedTargetsFile)},
+                                     {sSnapshotFile, fileToJson(mPublishedSnapshot)},
+                                     {sTimestampExpires, dateToJson(mTimestampExpires)}})
+        .toJson();
+}
+
+bool Record::fromJson(const QByteArray& pText, Record* pTo)
+{
+    const QJsonObject tObject = QJsonDocument::fromJson(pText).object();
+    if (tObject[sFormatName].toInt() != sFormat || !tObject[sTargetsName].isObject()) {
+        return false;
+    }
+    const QJsonObject tKeys = tObject[sKeys].toObject();
+    for (auto tIt = tKeys.begin(); tIt != tKeys.end(); ++tIt) {
+        pTo->mKeyFiles.insert(tIt.key(), tIt.value().toString());
+    }
+    const QJsonObject tVersions = tObject[sVersions].toObject();
+    for (auto tIt = tVersions.begin(); tIt != tVersions.end(); ++tIt) {
+        pTo->mVersions.insert(tIt.key(), tIt.value().toInteger());
+    }
+    pTo->mRoot = tObject[sRootName].toString().toUtf8();
+    pTo->mTargets = tObject[sTargetsName].toObject();
+    pTo->mPublishedTargets = tObject[sPublishedTargets].toObject();
+    pTo->mPublishedTargetsFile = fileFromJson(tObject[sTargetsFile]);
+    pTo->mPublishedSnapshot = fileFromJson(tObject[sSnapshotFile]);
+    pTo->mTimestampExpires = dateFromJson(tObject[sTimestampExpires]);
+    return true;
+}
+
+} // namespace tarn::vkpublish

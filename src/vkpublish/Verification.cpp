@@ -1,0 +1,135 @@
+#include "Verification.h"
+
+#include "FileMatch.h"
+#include "Layout.h"
+
+#include "os/FileSystem.h"
+#include "packages/PackageInfo.h"
+#include "tuf/AtomicFile.h"
+#include "tuf/CanonicalJson.h"
+#include "tuf/Updater.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QSet>
+#include <QtCore/QTemporaryDir>
+#include <QtCore/QUrl>
+
+namespace tarn::vkpublish {
+
+namespace {
+
+// Signatures leave some bytes of a metadata file free: blanks, and the case of hexadecimal digits.
+bool isWrittenByUs(const QByteArray& pFile)
+{
+    const QJsonObject tObject = QJsonDocument::fromJson(pFile).object();
+    QByteArray tCanonical;
+    if (!tuf::canonicalJson(tObject, &tCanonical) || tCanonical != pFile) {
+        return false;
+    }
+    for (const QJsonValue& tSignature : tObject[QLatin1String("signatures")].toArray()) {
+        const QString tHex = tSignature[QLatin1String("sig")].toString();
+        if (tHex != tHex.toLower()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Serves the repository's metadata to the client, and remembers what it asked for.
+class FolderFetcher : public tuf::Fetcher
+{
+public:
+    explicit FolderFetcher(const QString& pFolder) : mFolder(pFolder) {}
+
+    tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
+    {
+        const QString tName = QUrl::fromPercentEncoding(pPath.toLatin1());
+        const QString tPath = mFolder + QLatin1Char('/') + tName;
+        const tuf::Error tError = tuf::readWholeFile(vkservice::os::realFileSystem(), tPath, pMaxLength, pTo);
+        if (!tError) {
+            mUsed.insert(tPath);
+            if (!isWrittenByUs(*pTo)) {
+                mChanged.append(tPath);
+            }
+        }
+        return tError;
+    }
+
+    QSet<QString> mUsed;
+    QStringList mChanged;
+
+private:
+    QString mFolder;
+};
+
+bool isPackage(const tuf::TargetFile& pTarget, QString* pReason)
+{
+    vkservice::packages::PackageInfo tInfo;
+    if (vkservice::packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, pReason)) {
+        return true;
+    }
+    *pReason = QStringLiteral("%1 is not described as a package: %2").arg(pTarget.mPath, *pReason);
+    return false;
+}
+
+QStringList unusedFiles(const QString& pRepository, const QSet<QString>& pUsed)
+{
+    QStringList tUnused;
+    for (const QString& tFolder : {metadataFolder(pRepository), targetsFolder(pRepository)}) {
+        for (const QFileInfo& tFile : QDir(tFolder).entryInfoList(QDir::Files | QDir::Hidden, QDir::Name)) {
+            const QString tPath = tFolder + QLatin1Char('/') + tFile.fileName();
+            // Roots from before the first one in use are still climbed by clients that slept long.
+            if (!pUsed.contains(tPath) && !tPath.endsWith(QLatin1String(".root.json"))) {
+                tUnused.append(tPath);
+            }
+        }
+    }
+    return tUnused;
+}
+
+} // namespace
+
+VerificationResult verifyRepository(const QString& pRepository, const QByteArray& pRoot,
+                                    const QDateTime& pNow)
+{
+    VerificationResult tResult;
+    const QTemporaryDir tTrusted;
+    FolderFetcher tFetcher(metadataFolder(pRepository));
+    vkservice::os::FileSystem& tFileSystem = vkservice::os::realFileSystem();
+    tuf::Updater tUpdater(tFileSystem, tTrusted.path(), tFetcher, pNow);
+    QList<tuf::TargetFile> tTargets;
+    tuf::Error tError = tuf::Updater::initialize(tFileSystem, tTrusted.path(), pRoot);
+    if (!tError) {
+        tError = tUpdater.refresh();
+    }
+    if (!tError) {
+        tError = tUpdater.allTargets(&tTargets);
+    }
+    if (tError) {
+        tResult.mProblems.append(tError.mText);
+    }
+    if (!isWrittenByUs(pRoot)) {
+        tResult.mProblems.append(QStringLiteral("The root was changed since it was written"));
+    }
+    for (const QString& tPath : tFetcher.mChanged) {
+        tResult.mProblems.append(QStringLiteral("%1 was changed since it was written").arg(tPath));
+    }
+    QSet<QString> tUsed = tFetcher.mUsed;
+    for (const tuf::TargetFile& tTarget : tTargets) {
+        const QString tPath = targetsFolder(pRepository) + QLatin1Char('/') +
+                              QUrl::fromPercentEncoding(tTarget.mFetchPath.toLatin1());
+        QString tProblem;
+        if (!fileMatches(tPath, tTarget.mLength, tTarget.mHashes, &tProblem) ||
+            !isPackage(tTarget, &tProblem)) {
+            tResult.mProblems.append(tProblem);
+        }
+        tUsed.insert(tPath);
+    }
+    tResult.mPackageCount = static_cast<int>(tTargets.size());
+    tResult.mUnused = unusedFiles(pRepository, tUsed);
+    return tResult;
+}
+
+} // namespace tarn::vkpublish

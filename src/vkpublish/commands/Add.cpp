@@ -1,0 +1,205 @@
+#include "commands/Commands.h"
+
+#include "CommandLine.h"
+#include "KeyFolder.h"
+#include "Layout.h"
+#include "Packer.h"
+
+#include "os/FileSystem.h"
+#include "packages/PackageInfo.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QLocale>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+
+namespace tarn::vkpublish {
+
+using vkservice::packages::Kind;
+using vkservice::packages::PackageInfo;
+
+namespace {
+
+void declare(CommandLine* pLine)
+{
+    pLine->addRepository();
+    pLine->addArgument(QStringLiteral("FOLDER"), QStringLiteral("What to pack"));
+    pLine->addOption(QStringLiteral("name"), QStringLiteral("Name of the package: a-z 0-9 . _ + -"),
+                     QStringLiteral("NAME"));
+    pLine->addOption(QStringLiteral("version"), QStringLiteral("One to four numbers with dots"),
+                     QStringLiteral("VERSION"));
+    pLine->addOption(QStringLiteral("date"), QStringLiteral("Date of the version; by default now"),
+                     QStringLiteral("DATE"));
+    pLine->addOption(QStringLiteral("kind"), QStringLiteral("application or data"), QStringLiteral("KIND"),
+                     QStringLiteral("application"));
+    pLine->addOption(QStringLiteral("title"),
+                     QStringLiteral("Title in one language, as in de=Karten; may be repeated"),
+                     QStringLiteral("LANG=TEXT"));
+    pLine->addOption(QStringLiteral("language"),
+                     QStringLiteral("Language of the package; by default for all"), QStringLiteral("LANG"));
+    pLine->addOption(QStringLiteral("requires"),
+                     QStringLiteral("A package that must come along; may be repeated"),
+                     QStringLiteral("NAME"));
+    pLine->addOption(
+        QStringLiteral("executable"),
+        QStringLiteral("A program in FOLDER that must not run while it is replaced; may be repeated"),
+        QStringLiteral("PATH"));
+    pLine->addOption(QStringLiteral("report"),
+                     QStringLiteral("What is new, for the install log, in one language; may be repeated"),
+                     QStringLiteral("LANG=TEXT"));
+    pLine->addOption(QStringLiteral("level"), QStringLiteral("Effort of the compression, 1 to 19"),
+                     QStringLiteral("LEVEL"), QStringLiteral("9"));
+    pLine->addOption(QStringLiteral("replace"), QStringLiteral("Take the place of the same version"));
+}
+
+bool readTexts(const CommandLine& pLine, const char* pOption, vkcore::LangString* pTo)
+{
+    for (const QString& tValue : pLine.values(pOption)) {
+        const qsizetype tEquals = tValue.indexOf(QLatin1Char('='));
+        if (tEquals <= 0) {
+            complain(QStringLiteral("--%1 takes LANG=TEXT, not \"%2\"").arg(QLatin1String(pOption), tValue));
+            return false;
+        }
+        pTo->setValue(tValue.left(tEquals), tValue.mid(tEquals + 1));
+    }
+    return true;
+}
+
+// The options as a package's description; false, with the error written, if they aren't one.
+bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
+{
+    bool tOk = false;
+    const vkcore::Version tVersion = vkcore::Version::fromString(pLine.value("version"), &tOk);
+    if (!tOk) {
+        complain(QStringLiteral("--version takes one to four numbers with dots, not \"%1\"")
+                     .arg(pLine.value("version")));
+        return false;
+    }
+    QDateTime tDate = QDateTime::currentDateTimeUtc();
+    if (pLine.isSet("date")) {
+        const std::optional<QDateTime> tGiven = pLine.date("date");
+        if (!tGiven) {
+            return false;
+        }
+        tDate = *tGiven;
+    }
+    const QString tKind = pLine.value("kind");
+    if (tKind != QLatin1String("application") && tKind != QLatin1String("data")) {
+        complain(QStringLiteral("--kind takes application or data, not \"%1\"").arg(tKind));
+        return false;
+    }
+    PackageInfo tInfo;
+    tInfo.mName = pLine.value("name");
+    tInfo.mKind = tKind == QLatin1String("data") ? Kind::Data : Kind::Application;
+    tInfo.mVersion = vkcore::EnhVersion(tVersion, tDate);
+    tInfo.mLanguage = pLine.value("language");
+    tInfo.mRequires = pLine.values("requires");
+    tInfo.mExecutables = pLine.values("executable");
+    if (!readTexts(pLine, "title", &tInfo.mTitle) || !readTexts(pLine, "report", &tInfo.mReport)) {
+        return false;
+    }
+    // What a client would refuse is refused here.
+    QString tProblem;
+    if (!PackageInfo::fromJson(tInfo.toJson(), pTo, &tProblem)) {
+        complain(QStringLiteral("The package can't be described so: %1").arg(tProblem));
+        return false;
+    }
+    return true;
+}
+
+bool checkExecutables(const PackageInfo& pInfo, const std::vector<FolderEntry>& pEntries, QString* pError)
+{
+    for (const QString& tPath : pInfo.mExecutables) {
+        const bool tFound = std::any_of(pEntries.begin(), pEntries.end(), [&](const FolderEntry& pEntry) {
+            return S_ISREG(pEntry.mStat.st_mode) && pEntry.mPath == tPath.toUtf8();
+        });
+        if (!tFound) {
+            *pError =
+                QStringLiteral("There is no file %1 in the folder, which --executable names").arg(tPath);
+            return false;
+        }
+    }
+    return true;
+}
+
+QJsonObject targetOf(const PackResult& pPacked, const PackageInfo& pInfo)
+{
+    QJsonObject tHashes;
+    for (auto tIt = pPacked.mHashes.begin(); tIt != pPacked.mHashes.end(); ++tIt) {
+        tHashes.insert(tIt.key(), QString::fromLatin1(tIt.value()));
+    }
+    return QJsonObject{{QStringLiteral("length"), pPacked.mLength},
+                       {QStringLiteral("hashes"), tHashes},
+                       {QStringLiteral("custom"), pInfo.toJson()}};
+}
+
+// Packs the folder and puts it into the record.
+bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pReport, QString* pError)
+{
+    vkservice::os::FileSystem& tFileSystem = vkservice::os::realFileSystem();
+    KeyFolder tKeys(tFileSystem, pLine.keys());
+    const QString tName = vkservice::packages::archiveName(pInfo);
+    std::vector<FolderEntry> tEntries;
+    if (!tKeys.open(pError) || !scanFolder(pLine.argument(1), &tEntries, pError) ||
+        !checkExecutables(pInfo, tEntries, pError)) {
+        return false;
+    }
+    if (tKeys.mRecord.mTargets.contains(tName) && !pLine.isSet("replace")) {
+        *pError = QStringLiteral("%1 is there already: give a higher --version, or --replace").arg(tName);
+        return false;
+    }
+    PackResult tPacked;
+    const QString tUnnamed = QStringLiteral("%1/.%2.new").arg(targetsFolder(pLine.repository()), tName);
+    if (!packFolder(tFileSystem, pLine.argument(1), tEntries, pInfo.mVersion.date(), pLevel, tUnnamed,
+                    &tPacked, pError)) {
+        return false;
+    }
+    pInfo.mInstalledSize = tPacked.mInstalledSize;
+    const QJsonObject tTarget = targetOf(tPacked, pInfo);
+    const QString tPath = targetPath(pLine.repository(), tName, tTarget);
+    if (tFileSystem.rename(QFile::encodeName(tUnnamed), QFile::encodeName(tPath)) != 0) {
+        *pError = QStringLiteral("%1 can't be written: %2")
+                      .arg(tPath, QString::fromStdString(std::generic_category().message(errno)));
+        return false;
+    }
+    tKeys.mRecord.mTargets.insert(tName, tTarget);
+    *pReport = QStringLiteral("Added %1: %2 entries, %3 unpacked, %4 packed")
+                   .arg(tName)
+                   .arg(tEntries.size())
+                   .arg(QLocale::c().formattedDataSize(tPacked.mInstalledSize),
+                        QLocale::c().formattedDataSize(tPacked.mLength));
+    return tKeys.save(pError);
+}
+
+} // namespace
+
+int cmdAdd(const QStringList& pArguments)
+{
+    CommandLine tLine(
+        QStringLiteral("add"),
+        QStringLiteral("Packs a folder as a package, to be offered from the next \"publish\" on.\n"
+                       "The package gets the folder's content with its permissions (writable by the "
+                       "owner alone) and its times, which are not later than --date."));
+    declare(&tLine);
+    if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
+        return *tStatus;
+    }
+    PackageInfo tInfo;
+    const std::optional<int> tLevel = tLine.number("level", 1, 19);
+    if (!tLevel || !readInfo(tLine, &tInfo)) {
+        return StatusUsage;
+    }
+    QString tReport;
+    QString tError;
+    if (!add(tLine, tInfo, *tLevel, &tReport, &tError)) {
+        complain(tError);
+        return StatusFailed;
+    }
+    say(tReport);
+    return StatusDone;
+}
+
+} // namespace tarn::vkpublish

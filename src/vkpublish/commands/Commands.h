@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QtCore/QStringList>
+
+namespace tarn::vkpublish {
+
+// Each command gets the arguments behind its name and gives the exit status.
+int cmdInit(const QStringList& pArguments);
+int cmdAdd(const QStringList& pArguments);
+int cmdRemove(const QStringList& pArguments);
+int cmdPublish(const QStringList& pArguments);
+int cmdList(const QStringList& pArguments);
+int cmdVerify(const QStringList& pArguments);
+int cmdRotateKey(const QStringList& pArguments);
+
+} // namespace tarn::vkpublish

@@ -1,0 +1,77 @@
+#include "commands/Commands.h"
+
+#include "CommandLine.h"
+#include "KeyFolder.h"
+
+#include "os/FileSystem.h"
+#include "packages/PackageInfo.h"
+
+namespace tarn::vkpublish {
+
+namespace {
+
+// The archives of a package, of one version or of all.
+QStringList archivesOf(const QJsonObject& pTargets, const QString& pName,
+                       const std::optional<vkcore::Version>& pVersion)
+{
+    QStringList tFound;
+    for (auto tIt = pTargets.begin(); tIt != pTargets.end(); ++tIt) {
+        vkservice::packages::PackageInfo tInfo;
+        QString tProblem;
+        if (vkservice::packages::PackageInfo::fromJson(tIt.value()[QLatin1String("custom")].toObject(),
+                                                       &tInfo, &tProblem) &&
+            tInfo.mName == pName && (!pVersion || tInfo.mVersion.version() == *pVersion)) {
+            tFound.append(tIt.key());
+        }
+    }
+    return tFound;
+}
+
+} // namespace
+
+int cmdRemove(const QStringList& pArguments)
+{
+    CommandLine tLine(
+        QStringLiteral("remove"),
+        QStringLiteral("Withdraws a package from the next \"publish\" on. Machines that have it keep it."));
+    tLine.addRepository();
+    tLine.addArgument(QStringLiteral("NAME"), QStringLiteral("Name of the package"));
+    tLine.addOption(QStringLiteral("version"), QStringLiteral("Only this version; by default all"),
+                    QStringLiteral("VERSION"));
+    if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
+        return *tStatus;
+    }
+    std::optional<vkcore::Version> tVersion;
+    if (tLine.isSet("version")) {
+        bool tOk = false;
+        tVersion = vkcore::Version::fromString(tLine.value("version"), &tOk);
+        if (!tOk) {
+            complain(QStringLiteral("\"%1\" is no version").arg(tLine.value("version")));
+            return StatusUsage;
+        }
+    }
+    KeyFolder tKeys(vkservice::os::realFileSystem(), tLine.keys());
+    QString tError;
+    if (!tKeys.open(&tError)) {
+        complain(tError);
+        return StatusFailed;
+    }
+    const QStringList tArchives = archivesOf(tKeys.mRecord.mTargets, tLine.argument(1), tVersion);
+    if (tArchives.isEmpty()) {
+        complain(QStringLiteral("There is no such package: %1").arg(tLine.argument(1)));
+        return StatusFailed;
+    }
+    for (const QString& tArchive : tArchives) {
+        tKeys.mRecord.mTargets.remove(tArchive);
+    }
+    if (!tKeys.save(&tError)) {
+        complain(tError);
+        return StatusFailed;
+    }
+    for (const QString& tArchive : tArchives) {
+        say(QStringLiteral("Removed %1").arg(tArchive));
+    }
+    return StatusDone;
+}
+
+} // namespace tarn::vkpublish

@@ -1,0 +1,75 @@
+#include "CommandLine.h"
+#include "commands/Commands.h"
+
+#include <QtCore/QCoreApplication>
+
+#include <array>
+#include <clocale>
+
+namespace {
+
+using namespace tarn::vkpublish;
+
+struct Command
+{
+    const char* mName;
+    const char* mSummary;
+    int (*mRun)(const QStringList& pArguments);
+};
+
+constexpr std::array sCommands{
+    Command{"init", "make the keys and the first root of a new repository", cmdInit},
+    Command{"add", "pack a folder as a package", cmdAdd},
+    Command{"remove", "withdraw a package", cmdRemove},
+    Command{"publish", "offer what was added, and keep the repository fresh", cmdPublish},
+    Command{"list", "show the packages", cmdList},
+    Command{"verify", "check a repository as a client would", cmdVerify},
+    Command{"rotate-key", "give a role a new key", cmdRotateKey},
+};
+
+QString usage()
+{
+    QString tText = QStringLiteral("Usage: vkpublish COMMAND DIR [arguments] [options]\n"
+                                   "Makes and signs the update repository in the folder DIR.\n\nCommands:\n");
+    for (const Command& tCommand : sCommands) {
+        tText += QStringLiteral("  %1 %2\n")
+                     .arg(QLatin1String(tCommand.mName), -12)
+                     .arg(QLatin1String(tCommand.mSummary));
+    }
+    tText +=
+        QStringLiteral("\n\"vkpublish COMMAND --help\" explains a command. --version shows the version.\n"
+                       "Exit status: 0 done, 1 failed, 2 wrong usage.");
+    return tText;
+}
+
+int run(const QStringList& pArguments)
+{
+    const QString tName = pArguments.value(0);
+    if (tName == QLatin1String("--help") || tName == QLatin1String("-h")) {
+        say(usage());
+        return StatusDone;
+    }
+    if (tName == QLatin1String("--version") || tName == QLatin1String("-v")) {
+        say(QStringLiteral("vkpublish " VKPUBLISH_VERSION));
+        return StatusDone;
+    }
+    for (const Command& tCommand : sCommands) {
+        if (tName == QLatin1String(tCommand.mName)) {
+            return tCommand.mRun(pArguments.mid(1));
+        }
+    }
+    complain(tName.isEmpty()
+                 ? QStringLiteral("A command is missing; see \"vkpublish --help\"")
+                 : QStringLiteral("There is no command \"%1\"; see \"vkpublish --help\"").arg(tName));
+    return StatusUsage;
+}
+
+} // namespace
+
+int main(int pArgc, char** pArgv)
+{
+    const QCoreApplication tApplication(pArgc, pArgv);
+    // File names are packed as UTF-8, whatever the user's language.
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    return run(QCoreApplication::arguments().mid(1));
+}

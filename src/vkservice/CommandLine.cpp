@@ -1,0 +1,51 @@
+#include "CommandLine.h"
+
+namespace tarn::vkservice {
+
+CommandLine CommandLine::parse(const QStringList& pArguments)
+{
+    CommandLine tLine;
+    for (const QString& tArgument : pArguments) {
+        if (tArgument == QLatin1String("--help")) {
+            tLine.mOrder = Order::Help;
+            return tLine;
+        }
+        if (tArgument == QLatin1String("--version")) {
+            tLine.mOrder = Order::Version;
+            return tLine;
+        }
+        if (tArgument == QLatin1String("-e")) {
+            tLine.mForeground = true;
+        } else if (tArgument == QLatin1String("-worker")) {
+            tLine.mWorker = true;
+        } else if (tArgument.startsWith(QLatin1String("-s=")) && tArgument.size() > 3) {
+            tLine.mSocketName = tArgument.mid(3);
+        } else {
+            tLine.mOrder = Order::Refuse;
+            tLine.mComplaint = QStringLiteral("Unknown argument: %1").arg(tArgument);
+            return tLine;
+        }
+    }
+    return tLine;
+}
+
+QString CommandLine::usage()
+{
+    return QStringLiteral(
+        "Usage: vkservice [-e] [-worker] [-s=NAME]\n"
+        "\n"
+        "Installs updates by hand or on a schedule, and answers rkm on a local socket.\n"
+        "Without options it is the machine's service, which systemd starts.\n"
+        "\n"
+        "  -e         Run in the foreground of the caller and log to the log file.\n"
+        "  -worker    Serve the process that started this one: no schedule, and the end when\n"
+        "             that process has ended and no client is left.\n"
+        "  -s=NAME    Listen on this socket: a path, or a name in the temporary directory.\n"
+        "             Default: the configuration key service.socketName, else \"vkservice\".\n"
+        "  --help     Show this text.\n"
+        "  --version  Show the version.\n"
+        "\n"
+        "Exit status: 0 after an orderly end, 1 if the service can't run, 2 for a wrong argument.\n");
+}
+
+} // namespace tarn::vkservice

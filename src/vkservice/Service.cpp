@@ -1,0 +1,458 @@
+#include "Service.h"
+
+#include "control/KnownVariables.h"
+#include "control/MailControl.h"
+#include "control/UpdateControl.h"
+#include "internal/Protocol.h"
+#include "methods/Methods.h"
+#include "os/FileSystem.h"
+#include "os/ProcessList.h"
+#include "schedule/ScheduleRules.h"
+#include "ServiceApplication.h"
+#include "update/UpdateRun.h"
+
+#include <vkcore/LockFile.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace tarn::vkservice {
+
+using namespace vkcore;
+using control::UpdateControl;
+using schedule::ScheduleSettings;
+
+namespace {
+
+constexpr int sLockWaitMs = 5000; // a service that is just ending lets go within this
+constexpr int sMinuteMs = 60000;
+constexpr int sLastAnswersMs = 1000;
+constexpr int sLastMailMs = 5000;
+constexpr int sRetrySeconds = 900; // after a run that found no server, doubled each time
+constexpr int sMaxRetries = 3;
+constexpr int sResumeSeconds = 60; // after a start, for a run that was cut short
+
+QByteArray machineId()
+{
+    QFile tFile(QStringLiteral("/etc/machine-id"));
+    const QByteArray tId = tFile.open(QIODevice::ReadOnly) ? tFile.readLine().trimmed() : QByteArray();
+    return tId.isEmpty() ? QSysInfo::machineHostName().toUtf8() : tId;
+}
+
+bool groupOf(const QString& pName, std::optional<gid_t>* pGroup, QString* pError)
+{
+    if (pName.isEmpty()) {
+        return true;
+    }
+    errno = 0;
+    const group* tEntry = ::getgrnam(QFile::encodeName(pName).constData());
+    if (tEntry == nullptr) {
+        *pError = QStringLiteral("The group %1 of service.socketGroup does not exist.").arg(pName);
+        return false;
+    }
+    *pGroup = tEntry->gr_gid;
+    return true;
+}
+
+QJsonObject messageParams(int pType, const QString& pText, const QString& pDetails)
+{
+    return {{QStringLiteral("type"), pType},
+            {QStringLiteral("text"), pText},
+            {QStringLiteral("details"), pDetails.isNull() ? QString(QLatin1String("")) : pDetails}};
+}
+
+} // namespace
+
+Service::Service(ServiceApplication& pApp, const Options& pOptions)
+    : mApp(pApp), mOptions(pOptions), mSettings(mStore.database()), mServers(mStore.database()),
+      mVariables(mStore.database()), mSockets(mMethods), mSchedule(mClock, machineId()),
+      mRun(std::make_unique<update::UpdateRun>(os::realFileSystem(), os::realProcessList()))
+{
+    mUpdates = std::make_unique<UpdateControl>(
+        *mRun, mSettings, [this](QString* pReason) { return runRequest(pReason); },
+        [this] { return isSuppressed(); });
+    control::addKnownVariables(mVariables, mApp.configDir());
+    mVariables.setConfiguration([this](const QString& pKey) { return mApp.configValue(pKey); });
+    methods::addAll(mMethods, *this);
+    mMethods.setChangeGuard([this] {
+        if (mEnding) {
+            return QStringLiteral("The service is about to end.");
+        }
+        return mUpdates->isActive()
+                   ? QStringLiteral("Settings can't be changed while an update is under way.")
+                   : QString();
+    });
+    connect(&mSockets, &ipc::SocketServer::peerRefused, this,
+            [this](const QString& pReason) { mApp.write(LogLevel::Warning, pReason); });
+    connect(&mMinute, &QTimer::timeout, this, [this] {
+        mUpdates->checkSuppression();
+        mMail->tick();
+    });
+    connectUpdates();
+    connectMail();
+}
+
+// The run has to end before the database that its signals write to.
+Service::~Service()
+{
+    mMail.reset();
+    mUpdates.reset();
+    mRun.reset();
+}
+
+bool Service::start(QString* pError)
+{
+    mSocketName = mOptions.mSocketName;
+    if (mSocketName.isEmpty()) {
+        const QString tConfigured = mApp.configValue(QStringLiteral("service.socketName"));
+        mSocketName =
+            tConfigured.isEmpty() ? QString(QLatin1String(protocol::sDefaultServerName)) : tConfigured;
+    }
+    if (!lockState(pError) || !openStore(pError)) {
+        return false;
+    }
+    const QStringList tComplaints = mVariables.complaints();
+    for (const QString& tComplaint : tComplaints) {
+        mApp.write(LogLevel::Warning, tComplaint);
+    }
+    openMail();
+    recoverLastRun();
+    if (!listen(pError)) {
+        return false;
+    }
+    startSchedule();
+    mMinute.start(sMinuteMs);
+    mApp.write(LogLevel::Notice,
+               QStringLiteral("The service listens on %1.").arg(ipc::SocketServer::pathOf(mSocketName)));
+    return true;
+}
+
+bool Service::lockState(QString* pError)
+{
+    const QString tDir = mApp.getStateDir();
+    if (!QDir().mkpath(tDir)) {
+        *pError = QStringLiteral("The state directory %1 can't be made: %2.").arg(tDir, qt_error_string());
+        return false;
+    }
+    // Nobody else may read it: whoever can open the file could hold the lock.
+    const QString tPath = tDir + QStringLiteral("/state.lock");
+    const int tFd =
+        ::open(QFile::encodeName(tPath).constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (tFd < 0) {
+        *pError = QStringLiteral("The lock file %1 can't be opened: %2.").arg(tPath, qt_error_string());
+        return false;
+    }
+    ::close(tFd);
+    mStateLock = std::make_unique<LockFile>(&mApp, tPath, LockFile::Exclusive);
+    if (!mStateLock->lock(sLockWaitMs, 50, false)) {
+        *pError = QStringLiteral("Another service is using the state directory %1.").arg(tDir);
+        return false;
+    }
+    return true;
+}
+
+bool Service::openStore(QString* pError)
+{
+    if (!mStore.open(mApp.getStateDir(), pError)) {
+        return false;
+    }
+    const bool tCutShort = mUpdates->load();
+    if (tCutShort) {
+        mApp.write(LogLevel::Warning, mUpdates->lastRun().mText);
+        mResume = true;
+    }
+    if (!mStore.damagedFile().isNull()) {
+        reportDamage(mStore.damagedFile());
+    }
+    const QString tServer = mApp.configValue(QStringLiteral("service.defaultServer"));
+    if (!tServer.isEmpty() && mServers.provide(tServer) != store::ServerTable::Outcome::Done) {
+        mApp.write(LogLevel::Warning,
+                   QStringLiteral("The configuration key service.defaultServer is ignored. %1")
+                       .arg(mServers.reason()));
+    }
+    return true;
+}
+
+bool Service::listen(QString* pError)
+{
+    std::optional<gid_t> tGroup;
+    return groupOf(mApp.configValue(QStringLiteral("service.socketGroup")), &tGroup, pError) &&
+           mSockets.listen(mSocketName, tGroup, pError);
+}
+
+void Service::recoverLastRun()
+{
+    QString tReason;
+    const auto tRequest = runRequest(&tReason);
+    if (!tRequest || !mRun->recover(*tRequest, &tReason)) {
+        mApp.write(LogLevel::Error, tReason);
+    }
+}
+
+void Service::startSchedule()
+{
+    connect(&mSchedule, &schedule::ScheduleTimer::moved, this, &Service::onScheduleMoved);
+    connect(&mSchedule, &schedule::ScheduleTimer::due, this, &Service::onDue);
+    if (isWorker()) {
+        mSchedule.pause();
+    }
+    mSchedule.setJitter(static_cast<int>(mVariables.number(QStringLiteral("schedule.jitter"))));
+    mSchedule.start(mSettings.schedule().value_or(ScheduleSettings()));
+    if (isWorker()) {
+        return;
+    }
+    if (mResume) {
+        mSchedule.retryIn(sResumeSeconds);
+    }
+    connect(&mLogins, &schedule::LoginWatch::userLoggedIn, &mSchedule,
+            &schedule::ScheduleTimer::userLoggedIn);
+    mLogins.start();
+    // A service of a user is started with the user's session.
+    if (::geteuid() != 0) {
+        mSchedule.userLoggedIn();
+    }
+}
+
+void Service::connectUpdates()
+{
+    connect(mUpdates.get(), &UpdateControl::statusChanged, this, [this](ServiceStatus pStatus) {
+        mSockets.broadcast(QStringLiteral("serviceStatusChanged"),
+                           {{QStringLiteral("status"), int(pStatus)}});
+        if (mEnding && !mUpdates->isActive()) {
+            finish();
+        }
+    });
+    connect(mUpdates.get(), &UpdateControl::activityChanged, this, [this](ServiceActivity pActivity) {
+        mSockets.broadcast(QStringLiteral("serviceActivityChanged"),
+                           {{QStringLiteral("activity"), int(pActivity)}});
+    });
+    connect(mUpdates.get(), &UpdateControl::notification, this,
+            [this](int pType, const QString& pText, const QString& pDetails) {
+                mApp.write(pType == 1 ? LogLevel::Warning : LogLevel::Info, pText + u' ' + pDetails);
+                mSockets.broadcast(QStringLiteral("serviceNotificationReceived"),
+                                   messageParams(pType, pText, pDetails));
+            });
+    connect(mUpdates.get(), &UpdateControl::error, this, &Service::sendError);
+    connect(mUpdates.get(), &UpdateControl::runEnded, this, &Service::onRunEnded);
+}
+
+void Service::connectMail()
+{
+    control::MailControl::Surroundings tSurroundings;
+    tSurroundings.mLastRun = [this] { return mUpdates->lastRun(); };
+    tSurroundings.mNextCheck = [this] {
+        const ScheduleSettings& tSchedule = mSchedule.settings();
+        return schedule::runsByDate(tSchedule) ? tSchedule.mNextCheck : QDateTime();
+    };
+    tSurroundings.mInstallDir = [this] { return mVariables.text(QStringLiteral("install.dir")); };
+    tSurroundings.mStateDir = mApp.getStateDir();
+    tSurroundings.mLanguage = mApp.getAppLang();
+    mMail = std::make_unique<control::MailControl>(mStore, mSettings, mVariables, tSurroundings);
+    connect(mMail.get(), &control::MailControl::information, this,
+            [this](const QString& pText) { mApp.write(LogLevel::Info, pText); });
+    connect(mMail.get(), &control::MailControl::warning, this,
+            [this](const QString& pText) { mApp.write(LogLevel::Warning, pText); });
+}
+
+// Updates go on without mails.
+void Service::openMail()
+{
+    QString tReason;
+    if (!mMail->open(&tReason)) {
+        mApp.write(LogLevel::Error, QStringLiteral("No mails can be sent: %1").arg(tReason));
+    }
+}
+
+void Service::sendError(int pType, const QString& pText, const QString& pDetails)
+{
+    mApp.write(LogLevel::Error, pText + u' ' + pDetails);
+    mSockets.broadcast(QStringLiteral("serviceErrorReceived"), messageParams(pType, pText, pDetails));
+}
+
+void Service::quit()
+{
+    if (mEnding) {
+        return;
+    }
+    mEnding = true;
+    mApp.write(LogLevel::Notice, QStringLiteral("The service is about to end."));
+    mSchedule.pause();
+    mSockets.broadcast(QStringLiteral("quitRequestReceived"), {});
+    if (!mUpdates->abort()) {
+        finish();
+    }
+}
+
+// Comes from the event loop, so that whatever is being answered now is answered first.
+void Service::finish()
+{
+    if (mFinished) {
+        return;
+    }
+    mFinished = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            mSockets.closeAll(sLastAnswersMs);
+            mMail->finish(sLastMailMs);
+            Q_EMIT ended();
+        },
+        Qt::QueuedConnection);
+}
+
+bool Service::reload(QString* pError)
+{
+    if (!mApp.reloadConfiguration(pError)) {
+        mApp.write(LogLevel::Error, *pError);
+        return false;
+    }
+    const QStringList tComplaints = mVariables.complaints();
+    for (const QString& tComplaint : tComplaints) {
+        mApp.write(LogLevel::Warning, tComplaint);
+    }
+    onVariablesChanged();
+    return true;
+}
+
+void Service::onVariablesChanged()
+{
+    mSchedule.setJitter(static_cast<int>(mVariables.number(QStringLiteral("schedule.jitter"))));
+    mUpdates->checkSuppression();
+    mMail->onVariablesChanged();
+}
+
+bool Service::changeSchedule(const ScheduleSettings& pWanted, bool pSave)
+{
+    const ScheduleSettings tNew = schedule::afterChange(mSchedule.settings(), pWanted, mClock.now());
+    if (pSave && !mSettings.setSchedule(tNew)) {
+        return false;
+    }
+    mScheduleSaved = pSave;
+    mRetries = 0;
+    mSchedule.start(tNew);
+    return true;
+}
+
+void Service::onScheduleMoved(const ScheduleSettings& pSettings)
+{
+    if (mScheduleSaved && !mSettings.setSchedule(pSettings)) {
+        storeFailure(QStringLiteral("The next date of the schedule"));
+    }
+}
+
+void Service::onDue()
+{
+    if (mSchedule.settings().mMode == Scheduler::AutoUpdateNotification) {
+        mSockets.broadcast(QStringLiteral("serviceNotificationReceived"),
+                           messageParams(4, QStringLiteral("It is time to look for updates."), {}));
+        return;
+    }
+    QString tReason;
+    if (!mUpdates->trigger(false, &tReason)) {
+        mApp.write(LogLevel::Error, QStringLiteral("The scheduled update did not start. %1").arg(tReason));
+    }
+}
+
+// A machine that has just woken up may have no network yet, and its next check may be weeks away.
+void Service::onRunEnded(const store::RunRecord& pRecord, const QDateTime& pBegan, bool pManual)
+{
+    mApp.write(pRecord.mCode == update::ResultSuccess ? LogLevel::Notice : LogLevel::Warning,
+               QStringLiteral("The update has ended: %1").arg(mUpdates->resultText(pRecord)));
+    replaceDamagedStore();
+    mMail->onRunEnded(pRecord, pBegan);
+    if (pManual || isWorker() || mEnding) {
+        return;
+    }
+    if (pRecord.mCode != update::ResultUnreachable || mRetries >= sMaxRetries) {
+        mRetries = 0;
+        return;
+    }
+    mSchedule.retryIn(sRetrySeconds << mRetries);
+    ++mRetries;
+}
+
+bool Service::isSuppressed()
+{
+    if (mVariables.flag(QStringLiteral("update.suppressed"))) {
+        return true;
+    }
+    const QString tFile = mVariables.text(QStringLiteral("update.suppressFile"));
+    return !tFile.isEmpty() && QFile::exists(tFile);
+}
+
+std::optional<update::RunRequest> Service::runRequest(QString* pReason)
+{
+    const auto tServers = mServers.entries();
+    const auto tProxy = mSettings.proxy();
+    const auto tAppLanguage = mSettings.appLanguage();
+    const auto tDataLanguage = mSettings.dataLanguage();
+    const auto tDataDir = mSettings.dataDirectory();
+    if (!tServers || !tProxy || !tAppLanguage || !tDataLanguage || !tDataDir) {
+        *pReason = storeFailure(QStringLiteral("The settings of the update")).mMessage;
+        return std::nullopt;
+    }
+    update::RunRequest tRequest;
+    for (const bool tDefault : {true, false}) {
+        for (const store::ServerEntry& tEntry : *tServers) {
+            if (tEntry.mEnabled && tEntry.mDefault == tDefault) {
+                tRequest.mServers.append({tEntry.mName.isEmpty() ? tEntry.mUri : tEntry.mName, tEntry.mUri,
+                                          tEntry.mUser, tEntry.mPassword});
+            }
+        }
+    }
+    tRequest.mProxyMode = tProxy->mMode;
+    tRequest.mProxy = tProxy->mProxy;
+    tRequest.mAppLanguage = tAppLanguage->isEmpty() ? mApp.getAppLang() : *tAppLanguage;
+    tRequest.mDataLanguage = tDataLanguage->isEmpty() ? mApp.getAppLang() : *tDataLanguage;
+    tRequest.mStateDir = mApp.getStateDir();
+    tRequest.mInstallDir = mVariables.text(QStringLiteral("install.dir"));
+    tRequest.mDataDir = *tDataDir;
+    tRequest.mRootFile = mVariables.text(QStringLiteral("update.rootFile"));
+    tRequest.mWaitForAppsSeconds = static_cast<int>(mVariables.number(QStringLiteral("update.waitForApps")));
+    tRequest.mParallelDownloads =
+        static_cast<int>(mVariables.number(QStringLiteral("update.parallelDownloads")));
+    tRequest.mBytesPerSecond = mVariables.number(QStringLiteral("update.bandwidthLimit"));
+    tRequest.mCaFile = mVariables.text(QStringLiteral("update.caFile"));
+    return tRequest;
+}
+
+ipc::Reply Service::storeFailure(const QString& pWhat)
+{
+    const QString tText =
+        QStringLiteral("%1: the store failed (%2).").arg(pWhat, mStore.database().errorText());
+    mApp.write(LogLevel::Error, tText);
+    replaceDamagedStore();
+    return ipc::Reply::refused(tText);
+}
+
+void Service::replaceDamagedStore()
+{
+    QString tReason;
+    if (mStore.replaceIfDamaged(&tReason)) {
+        mServers.forget();
+        openMail();
+        reportDamage(mStore.damagedFile());
+    } else if (!tReason.isEmpty()) {
+        mApp.write(LogLevel::Error, tReason);
+    }
+}
+
+// Nobody may be listening yet when it is found out, and it must not go by unseen.
+void Service::reportDamage(const QString& pDamagedFile)
+{
+    const QString tText = QStringLiteral("The service's store was damaged. Its settings are lost.");
+    const QString tDetails = QStringLiteral("The damaged store was kept as %1.").arg(pDamagedFile);
+    mUpdates->note(update::ResultStoreDamaged, tText + u' ' + tDetails);
+    sendError(0, tText, tDetails);
+    if (!mSockets.hasMonitor()) {
+        mHeldErrors.append(messageParams(0, tText, tDetails));
+    }
+}
+
+} // namespace tarn::vkservice

@@ -1,0 +1,106 @@
+#include "ServiceApplication.h"
+
+#include <vkcore/Config.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace tarn::vkservice {
+
+using namespace vkcore;
+
+namespace {
+
+constexpr int sKeptLogFiles = 4;
+
+// One write a line: lines of threads and of other processes on the same journal stay whole.
+void toStandardError(const QString& pText)
+{
+    const QByteArray tLine = pText.toUtf8() + '\n';
+    [[maybe_unused]] const ssize_t tWritten =
+        ::write(STDERR_FILENO, tLine.constData(), static_cast<size_t>(tLine.size()));
+}
+
+QString levelName(LogLevel pLevel)
+{
+    switch (pLevel) {
+    case LogLevel::Error:
+        return QStringLiteral("ERROR: ");
+    case LogLevel::Warning:
+        return QStringLiteral("WARNING: ");
+    case LogLevel::Notice:
+    case LogLevel::Info:
+        break;
+    }
+    return {};
+}
+
+// A text that came from elsewhere must not pass for further lines of the log.
+QString oneLine(QString pText)
+{
+    return pText.replace(u'\n', u' ').replace(u'\r', u' ');
+}
+
+} // namespace
+
+ServiceApplication::ServiceApplication(bool pForeground)
+    : OkiApplication({QStringLiteral("vk"), QStringLiteral("vkp")}, sKeptLogFiles), mForeground(pForeground)
+{
+    setAppName(QStringLiteral("vkservice"));
+    setLogDirName(QStringLiteral("vkc_log"));
+}
+
+void ServiceApplication::fatalError(const QString& pText)
+{
+    toStandardError(mForeground ? pText : QStringLiteral("<3>") + oneLine(pText));
+}
+
+void ServiceApplication::initLogFile()
+{
+    if (mForeground) {
+        OkiApplication::initLogFile();
+    }
+}
+
+void ServiceApplication::write(LogLevel pLevel, const QString& pText)
+{
+    const QString tText = oneLine(pText);
+    if (mForeground) {
+        log(levelName(pLevel) + tText);
+    } else if (::isatty(STDERR_FILENO) != 0) {
+        toStandardError(levelName(pLevel) + tText);
+    } else {
+        toStandardError(QStringLiteral("<%1>").arg(static_cast<int>(pLevel)) + tText);
+    }
+}
+
+bool ServiceApplication::reloadConfiguration(QString* pError)
+{
+    const auto tConfig = std::make_shared<Config>();
+    const QString tPrefix = getConfigPrefix();
+    const struct
+    {
+        QString mName;
+        Config::ValueType mType;
+    } tFiles[] = {
+        {tPrefix + QStringLiteral(".cfg"), Config::SystemValue},
+        {tPrefix + QStringLiteral("_user.cfg"), Config::UserValue},
+    };
+    for (const auto& tFile : tFiles) {
+        if (!tConfig->load(getConfigDir() + u'/' + tFile.mName, tFile.mName, tFile.mType, false)) {
+            *pError = QStringLiteral("The configuration file %1 can't be read: %2")
+                          .arg(tFile.mName, tConfig->errorText());
+            return false;
+        }
+    }
+    mReloaded = tConfig;
+    return true;
+}
+
+QString ServiceApplication::configValue(const QString& pKey) const
+{
+    return (mReloaded ? mReloaded : getConfig())->getStrValue(pKey);
+}
+
+} // namespace tarn::vkservice

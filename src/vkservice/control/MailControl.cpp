@@ -1,0 +1,165 @@
+#include "control/MailControl.h"
+
+#include "mail/Address.h"
+#include "mail/SmtpTransport.h"
+#include "os/FileSystem.h"
+#include "packages/Generations.h"
+#include "sqlite/InstallLogStore.h"
+#include "store/ConfigVariables.h"
+#include "store/Settings.h"
+#include "store/StateStore.h"
+
+#include <vkcore/EnhVersion.h>
+
+#include <QtCore/QEventLoop>
+#include <QtCore/QTimer>
+
+namespace tarn::vkservice::control {
+
+using namespace vkcore;
+using mail::Mailer;
+using mail::PackageLine;
+
+namespace {
+
+constexpr int sMaxPackagesOfRun = 1000;
+
+} // namespace
+
+MailControl::MailControl(store::StateStore& pStore, store::Settings& pSettings,
+                         store::ConfigVariables& pVariables, const Surroundings& pSurroundings,
+                         QObject* pParent)
+    : QObject(pParent), mSettings(pSettings), mVariables(pVariables), mSurroundings(pSurroundings),
+      mMailer(pStore.database(), [this] { return machineStatus(); })
+{
+    connect(&mMailer, &Mailer::information, this, &MailControl::information);
+    connect(&mMailer, &Mailer::warning, this, &MailControl::warning);
+    connect(&mMailer, &Mailer::summaryQueued, this, &MailControl::storeSummaryDate);
+}
+
+bool MailControl::open(QString* pError)
+{
+    if (!mMailer.open(pError)) {
+        return false;
+    }
+    onVariablesChanged();
+    mMailer.setMonitoringSettings(mSettings.monitoring().value_or(MonitoringSettings()),
+                                  Mailer::Reason::Loaded);
+    return true;
+}
+
+void MailControl::onVariablesChanged()
+{
+    mMailer.setSmtpSettings(
+        mail::SmtpSettings::fromValues([this](const QString& pName) { return mVariables.text(pName); }));
+}
+
+void MailControl::onMonitoringChanged(const MonitoringSettings& pSettings)
+{
+    mMailer.setMonitoringSettings(pSettings, Mailer::Reason::Changed);
+}
+
+void MailControl::onRunEnded(const store::RunRecord& pRecord, const QDateTime& pBegan)
+{
+    mMailer.onRunFinished({pBegan.toString(Qt::ISODateWithMs), static_cast<update::ResultCode>(pRecord.mCode),
+                           pRecord.mText, pRecord.mFinished, packagesSince(pBegan)});
+}
+
+void MailControl::finish(int pTimeoutMs)
+{
+    if (!mMailer.isSending()) {
+        return;
+    }
+    QEventLoop tLoop;
+    connect(&mMailer, &Mailer::idle, &tLoop, &QEventLoop::quit);
+    QTimer::singleShot(pTimeoutMs, &tLoop, &QEventLoop::quit);
+    tLoop.exec();
+}
+
+bool MailControl::isVerification(const QString& pVariable)
+{
+    return !Mailer::verificationAddress(pVariable).isNull();
+}
+
+QString MailControl::verificationState(const QString& pVariable) const
+{
+    return mMailer.verificationState(Mailer::verificationAddress(pVariable));
+}
+
+bool MailControl::verify(const QString& pVariable, const QString& pCode, QString* pReason)
+{
+    const QString tAddress = Mailer::verificationAddress(pVariable);
+    const Mailer::Answer tAnswer = mMailer.verify(tAddress, pCode);
+    *pReason = tAnswer.mText + u'.';
+    if (!tAnswer.mOk || pCode.trimmed().isEmpty()) {
+        return tAnswer.mOk;
+    }
+    auto tSettings = mSettings.monitoring();
+    if (tSettings) {
+        tSettings->setNotificationEmailAddresses(
+            mail::markVerified(tSettings->notificationEmailAddresses(), tAddress));
+    }
+    if (!tSettings || !mSettings.setMonitoring(*tSettings)) {
+        *pReason = QStringLiteral("That the address is verified can't be stored.");
+        return false;
+    }
+    onMonitoringChanged(*tSettings);
+    return true;
+}
+
+void MailControl::storeSummaryDate(const QDateTime& pWhen)
+{
+    auto tSettings = mSettings.monitoring();
+    if (tSettings) {
+        tSettings->mLastSummary = pWhen.toLocalTime();
+    }
+    if (!tSettings || !mSettings.setMonitoring(*tSettings)) {
+        Q_EMIT warning(QStringLiteral("The time of the last summary mail can't be stored."));
+    }
+}
+
+mail::MachineStatus MailControl::machineStatus() const
+{
+    const store::RunRecord tRun = mSurroundings.mLastRun();
+    return {static_cast<update::ResultCode>(tRun.mCode),
+            tRun.mText,
+            tRun.mFinished,
+            tRun.mLastSuccess,
+            mSurroundings.mNextCheck(),
+            installedPackages()};
+}
+
+QList<PackageLine> MailControl::installedPackages() const
+{
+    const QString tDataDir = mSettings.dataDirectory().value_or(QString());
+    packages::Generations tGenerations(os::realFileSystem(), {mSurroundings.mInstallDir(), tDataDir});
+    packages::Manifest tManifest;
+    tGenerations.readCurrent(&tManifest);
+    QList<PackageLine> tLines;
+    for (const packages::InstalledPackage& tPackage : std::as_const(tManifest.mPackages)) {
+        const QString tTitle = tPackage.mInfo.mTitle.bestValue(mSurroundings.mLanguage);
+        tLines.append(
+            {tTitle.isEmpty() ? tPackage.mInfo.mName : tTitle, tPackage.mInfo.mVersion.toString(), {}, {}});
+    }
+    return tLines;
+}
+
+QList<PackageLine> MailControl::packagesSince(const QDateTime& pBegan) const
+{
+    InstallLogStore tLog;
+    QList<GRef2<InstLogEntry>> tEntries;
+    const QDateTime tFrom = QDateTime::fromSecsSinceEpoch(pBegan.toSecsSinceEpoch());
+    QList<PackageLine> tLines;
+    if (!tLog.openForReading(mSurroundings.mStateDir + u'/' + InstallLogStore::fileName()) ||
+        !tLog.read(&tEntries, tFrom, {}, sMaxPackagesOfRun, false)) {
+        return tLines;
+    }
+    for (const auto& tEntry : std::as_const(tEntries)) {
+        tLines.append({tEntry->mName.bestValue(mSurroundings.mLanguage),
+                       EnhVersion(tEntry->mVersion, tEntry->mVersionDate).toString(), tEntry->mStatus,
+                       tEntry->mInstallReport.bestValue(mSurroundings.mLanguage)});
+    }
+    return tLines;
+}
+
+} // namespace tarn::vkservice::control

@@ -1,0 +1,148 @@
+#include "control/UpdateControl.h"
+
+#include "store/Settings.h"
+
+namespace tarn::vkservice::control {
+
+using namespace vkcore;
+using namespace update;
+
+UpdateControl::UpdateControl(UpdateRun& pRun, store::Settings& pSettings, RequestSource pRequests,
+                             std::function<bool()> pSuppressed, QObject* pParent)
+    : QObject(pParent), mRun(pRun), mSettings(pSettings), mRequests(std::move(pRequests)),
+      mSuppressed(std::move(pSuppressed))
+{
+    connect(&mRun, &UpdateRun::activityChanged, this, &UpdateControl::activityChanged);
+    connect(&mRun, &UpdateRun::notification, this, &UpdateControl::notification);
+    connect(&mRun, &UpdateRun::error, this, &UpdateControl::error);
+    connect(&mRun, &UpdateRun::finished, this, &UpdateControl::finish);
+}
+
+bool UpdateControl::load()
+{
+    mLastRun = mSettings.lastRun().value_or(store::RunRecord());
+    const bool tCutShort = !mSettings.unfinishedRun().value_or(QString()).isEmpty();
+    if (tCutShort) {
+        record(ResultAborted, QStringLiteral("The service ended in the middle of the update."));
+    }
+    mStatus = restingStatus();
+    return tCutShort;
+}
+
+void UpdateControl::note(ResultCode pCode, const QString& pText)
+{
+    record(pCode, pText);
+    if (!isActive()) {
+        setStatus(restingStatus());
+    }
+}
+
+ServiceStatus UpdateControl::restingStatus() const
+{
+    if (mSuppressed()) {
+        return StatusSuppressed;
+    }
+    switch (mLastRun.mCode) {
+    case ResultNone:
+    case ResultSuccess:
+    case ResultAborted:
+    case ResultSuppressed:
+        return StatusIdle;
+    default:
+        return StatusError;
+    }
+}
+
+ServiceStatus UpdateControl::status() const
+{
+    return isActive() ? mStatus : restingStatus();
+}
+
+bool UpdateControl::isActive() const
+{
+    return mStatus == StatusUpdating || mStatus == StatusAborting;
+}
+
+QString UpdateControl::resultText(const store::RunRecord& pRecord) const
+{
+    return pRecord.mText.isEmpty() ? update::resultText(static_cast<ResultCode>(pRecord.mCode))
+                                   : pRecord.mText;
+}
+
+bool UpdateControl::trigger(bool pManual, QString* pReason)
+{
+    if (isActive()) {
+        return true;
+    }
+    if (mSuppressed()) {
+        record(ResultSuppressed, update::resultText(ResultSuppressed));
+        mSessionRun = mLastRun;
+        mStatus = StatusSuppressed;
+        // Said again whatever was said last: whoever asked for a run waits for its end.
+        Q_EMIT statusChanged(StatusSuppressed);
+        return true;
+    }
+    const auto tRequest = mRequests(pReason);
+    if (!tRequest) {
+        return false;
+    }
+    mBegan = QDateTime::currentDateTime();
+    mManual = pManual;
+    // Without the mark a run still runs: it only would not be known as cut short if the service was killed.
+    mSettings.beginRun(mBegan.toString(Qt::ISODate));
+    if (!mRun.start(*tRequest)) {
+        *pReason = QStringLiteral("The update can't be started.");
+        mSettings.beginRun({});
+        return false;
+    }
+    setStatus(StatusUpdating);
+    return true;
+}
+
+bool UpdateControl::abort()
+{
+    if (!isActive()) {
+        return false;
+    }
+    setStatus(StatusAborting);
+    mRun.abort();
+    return true;
+}
+
+void UpdateControl::finish(const RunResult& pResult)
+{
+    record(pResult.mCode, pResult.mText);
+    mSessionRun = mLastRun;
+    Q_EMIT runEnded(mLastRun, mBegan, mManual);
+    setStatus(restingStatus());
+}
+
+void UpdateControl::record(ResultCode pCode, const QString& pText)
+{
+    mLastRun.mCode = pCode;
+    mLastRun.mText = pText;
+    mLastRun.mFinished = QDateTime::currentDateTime();
+    if (pCode == ResultSuccess) {
+        mLastRun.mLastSuccess = mLastRun.mFinished;
+    }
+    if (!mSettings.setLastRun(mLastRun)) {
+        Q_EMIT error(0, QStringLiteral("The result of the update could not be stored."), pText);
+    }
+}
+
+void UpdateControl::setStatus(ServiceStatus pStatus)
+{
+    if (mStatus != pStatus) {
+        mStatus = pStatus;
+        Q_EMIT statusChanged(pStatus);
+    }
+}
+
+void UpdateControl::checkSuppression()
+{
+    if (!isActive()) {
+        setStatus(restingStatus());
+    }
+}
+
+} // namespace tarn::vkservice::control

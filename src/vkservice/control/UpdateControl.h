@@ -1,0 +1,79 @@
+#pragma once
+
+#include "store/RunRecord.h"
+#include "update/UpdateRun.h"
+
+#include <vkcore/Types.h>
+
+#include <QtCore/QDateTime>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+#include <functional>
+#include <optional>
+
+namespace tarn::vkservice::store {
+class Settings;
+}
+
+namespace tarn::vkservice::control {
+
+// What a run is started with; an engine that a test can replace stands behind it.
+class UpdateControl : public QObject
+{
+    Q_OBJECT
+
+public:
+    // Gives none, with a reason, where what a run needs can't be had.
+    using RequestSource = std::function<std::optional<update::RunRequest>(QString* pReason)>;
+
+    UpdateControl(update::UpdateRun& pRun, store::Settings& pSettings, RequestSource pRequests,
+                  std::function<bool()> pSuppressed, QObject* pParent = nullptr);
+
+    // Takes up the record of the last run; a run that the service did not survive gets its result here, and
+    // is named by the result: true if there was one.
+    bool load();
+    // Puts down a result that belongs to no run.
+    void note(update::ResultCode pCode, const QString& pText);
+
+    vkcore::ServiceStatus status() const;
+    bool isActive() const;
+    update::Progress progress() const { return mRun.progress(); }
+    const store::RunRecord& lastRun() const { return mLastRun; }
+    // The last run of this process, code 0 if there was none.
+    const store::RunRecord& sessionRun() const { return mSessionRun; }
+    QString resultText(const store::RunRecord& pRecord) const;
+
+    // A run under way is joined. Where updates are suppressed nothing starts, and that is the result.
+    bool trigger(bool pManual, QString* pReason);
+    // False if no run is under way.
+    bool abort();
+    // Suppression may have begun or ended.
+    void checkSuppression();
+
+Q_SIGNALS:
+    void statusChanged(tarn::vkcore::ServiceStatus pStatus);
+    void activityChanged(tarn::vkcore::ServiceActivity pActivity);
+    void notification(int pType, const QString& pText, const QString& pDetails);
+    void error(int pType, const QString& pText, const QString& pDetails);
+    // Comes before the status that ends the run.
+    void runEnded(const tarn::vkservice::store::RunRecord& pRecord, const QDateTime& pBegan, bool pManual);
+
+private:
+    void finish(const update::RunResult& pResult);
+    void record(update::ResultCode pCode, const QString& pText);
+    void setStatus(vkcore::ServiceStatus pStatus);
+    vkcore::ServiceStatus restingStatus() const;
+
+    update::UpdateRun& mRun;
+    store::Settings& mSettings;
+    RequestSource mRequests;
+    std::function<bool()> mSuppressed;
+    store::RunRecord mLastRun;
+    store::RunRecord mSessionRun;
+    vkcore::ServiceStatus mStatus = vkcore::StatusIdle;
+    QDateTime mBegan;
+    bool mManual = false;
+};
+
+} // namespace tarn::vkservice::control

@@ -1,0 +1,169 @@
+#include "ipc/Connection.h"
+
+#include "internal/Protocol.h"
+#include "ipc/MethodTable.h"
+
+#include <QtCore/QJsonDocument>
+#include <QtNetwork/QLocalSocket>
+
+namespace tarn::vkservice::ipc {
+
+using namespace vkcore;
+
+namespace {
+
+constexpr qint64 sReadSize = 64 * 1024;
+
+} // namespace
+
+Connection::Connection(int pSocket, const PeerCredentials& pPeer, const MethodTable& pMethods,
+                       QObject* pParent)
+    : QObject(pParent), mSocket(new QLocalSocket(this)), mPeer(pPeer), mMethods(pMethods)
+{
+    // What the peer sends beyond this waits in the kernel, which makes the peer wait.
+    mSocket->setReadBufferSize(sReadSize);
+    connect(mSocket, &QLocalSocket::readyRead, this, &Connection::readable);
+    connect(mSocket, &QLocalSocket::disconnected, this, &Connection::closed);
+    mSocket->setSocketDescriptor(pSocket);
+}
+
+Connection::~Connection()
+{
+    disconnect(mSocket, nullptr, this, nullptr);
+    mSocket->abort();
+}
+
+bool Connection::isOpen() const
+{
+    return !mClosing && mSocket->state() == QLocalSocket::ConnectedState;
+}
+
+bool Connection::turn(const QDeadlineTimer& pDeadline)
+{
+    while (isOpen()) {
+        while (const auto tLine = mLines.takeLine()) {
+            handleLine(*tLine);
+            if (!isOpen()) {
+                return false;
+            }
+            if (pDeadline.hasExpired()) {
+                mSocket->flush();
+                return true;
+            }
+        }
+        if (mLines.tooLong()) {
+            offend(protocol::InvalidRequest, QStringLiteral("A line is longer than 8 MiB."));
+            return false;
+        }
+        const QByteArray tBytes = mSocket->read(sReadSize);
+        if (tBytes.isEmpty()) {
+            mSocket->flush();
+            return false;
+        }
+        mLines.append(tBytes);
+    }
+    return false;
+}
+
+void Connection::handleLine(const QByteArray& pLine)
+{
+    if (protocol::nestsTooDeep(pLine)) {
+        offend(protocol::InvalidRequest, QStringLiteral("A line nests deeper than 64 levels."));
+        return;
+    }
+    QJsonParseError tError;
+    const QJsonDocument tDocument = QJsonDocument::fromJson(pLine, &tError);
+    if (tError.error != QJsonParseError::NoError) {
+        offend(protocol::ParseError, QStringLiteral("A line is no JSON: %1.").arg(tError.errorString()));
+        return;
+    }
+    if (!tDocument.isObject()) {
+        offend(protocol::InvalidRequest, QStringLiteral("A line is no JSON object."));
+        return;
+    }
+    handleRequest(tDocument.object());
+}
+
+void Connection::handleRequest(const QJsonObject& pRequest)
+{
+    long long tId = 0;
+    if (!protocol::read(pRequest, QStringLiteral("id"), &tId)) {
+        send(protocol::error({}, protocol::InvalidRequest,
+                             QStringLiteral("A request needs a whole number as id.")));
+        return;
+    }
+    const QJsonValue tMethod = pRequest.value(QLatin1String("method"));
+    if (pRequest.value(QLatin1String("jsonrpc")) != QJsonValue(QStringLiteral("2.0")) ||
+        !tMethod.isString()) {
+        send(protocol::error(
+            tId, protocol::InvalidRequest,
+            QStringLiteral("A request needs \"jsonrpc\": \"2.0\" and the name of a method.")));
+        return;
+    }
+    const QJsonValue tParams = pRequest.value(QLatin1String("params"));
+    if (!tParams.isObject()) {
+        send(protocol::error(tId, protocol::InvalidParams,
+                             QStringLiteral("The parameters have to be an object.")));
+        return;
+    }
+    const Reply tReply = mMethods.call(*this, tMethod.toString(), tParams.toObject());
+    send(tReply.isError() ? protocol::error(tId, tReply.mErrorCode, tReply.mMessage)
+                          : protocol::result(tId, tReply.mResult));
+}
+
+void Connection::sendEvent(const QByteArray& pLine)
+{
+    if (isOpen()) {
+        write(pLine);
+        mSocket->flush();
+    }
+}
+
+void Connection::send(const QJsonObject& pObject)
+{
+    if (isOpen()) {
+        write(protocol::toLine(pObject));
+    }
+}
+
+void Connection::write(const QByteArray& pLine)
+{
+    mSocket->write(pLine);
+    if (owed() <= sMaxOwed) {
+        return;
+    }
+    mSocket->flush();
+    if (owed() > sMaxOwed) {
+        Q_EMIT offended(QStringLiteral("It is owed more than 16 MiB that it does not read."));
+        abort();
+    }
+}
+
+qint64 Connection::owed() const
+{
+    return mSocket->bytesToWrite();
+}
+
+void Connection::offend(int pCode, const QString& pReason)
+{
+    Q_EMIT offended(pReason);
+    send(protocol::error({}, pCode, pReason));
+    closeGently();
+}
+
+void Connection::abort()
+{
+    mClosing = true;
+    mSocket->abort();
+}
+
+void Connection::closeGently()
+{
+    if (!mClosing) {
+        mClosing = true;
+        mSocket->flush();
+        mSocket->disconnectFromServer();
+    }
+}
+
+} // namespace tarn::vkservice::ipc

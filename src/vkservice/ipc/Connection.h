@@ -1,0 +1,69 @@
+#pragma once
+
+#include "internal/LineBuffer.h"
+#include "ipc/PeerCredentials.h"
+
+#include <QtCore/QDeadlineTimer>
+#include <QtCore/QJsonObject>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+class QLocalSocket;
+
+namespace tarn::vkservice::ipc {
+
+class MethodTable;
+
+// One peer on the socket. It reads in slices, so a peer that floods the service gets its turns like any
+// other, and it ends itself when the peer breaks the rules of the line protocol or does not take its answers.
+class Connection : public QObject
+{
+    Q_OBJECT
+
+public:
+    static constexpr qint64 sMaxOwed = 16 * 1024 * 1024; // bytes of output that the peer has not taken
+
+    // Takes over the descriptor.
+    Connection(int pSocket, const PeerCredentials& pPeer, const MethodTable& pMethods, QObject* pParent);
+    ~Connection() override;
+
+    bool isOpen() const;
+    // Works on what has been read until pDeadline. True if there is more to do at once.
+    bool turn(const QDeadlineTimer& pDeadline);
+    void sendEvent(const QByteArray& pLine);
+    qint64 owed() const;
+    // Drops the peer without another word.
+    void abort();
+    // Drops the peer when it has taken what it is owed.
+    void closeGently();
+
+    const PeerCredentials& peer() const { return mPeer; }
+    bool isMonitor() const { return mMonitor; }
+    void setMonitor() { mMonitor = true; }
+    // What the peer called itself in hello, null before.
+    const QString& clientName() const { return mClientName; }
+    void setClientName(const QString& pName) { mClientName = pName; }
+
+Q_SIGNALS:
+    void readable();
+    void closed();
+    // The peer broke a rule and is being dropped, for the log.
+    void offended(const QString& pReason);
+
+private:
+    void handleLine(const QByteArray& pLine);
+    void handleRequest(const QJsonObject& pRequest);
+    void send(const QJsonObject& pObject);
+    void write(const QByteArray& pLine);
+    void offend(int pCode, const QString& pReason);
+
+    QLocalSocket* mSocket;
+    PeerCredentials mPeer;
+    const MethodTable& mMethods;
+    vkcore::protocol::LineBuffer mLines;
+    QString mClientName;
+    bool mMonitor = false;
+    bool mClosing = false;
+};
+
+} // namespace tarn::vkservice::ipc

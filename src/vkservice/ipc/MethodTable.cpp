@@ -1,0 +1,39 @@
+#include "ipc/MethodTable.h"
+
+#include "internal/Protocol.h"
+
+namespace tarn::vkservice::ipc {
+
+using namespace vkcore;
+
+Reply Reply::refused(const QString& pMessage)
+{
+    return {{}, protocol::Refused, pMessage};
+}
+Reply Reply::invalidParams(const QString& pMessage)
+{
+    return {{}, protocol::InvalidParams, pMessage};
+}
+
+void MethodTable::add(const QString& pName, Kind pKind, Handler pHandler)
+{
+    Q_ASSERT(!mMethods.contains(pName));
+    mMethods.insert(pName, {pKind, std::move(pHandler)});
+}
+
+Reply MethodTable::call(Connection& pPeer, const QString& pName, const QJsonObject& pParams) const
+{
+    const auto tMethod = mMethods.constFind(pName);
+    if (tMethod == mMethods.constEnd()) {
+        return {{}, protocol::MethodNotFound, QStringLiteral("There is no method of this name.")};
+    }
+    if (tMethod->mKind == Kind::Change && mGuard) {
+        const QString tReason = mGuard();
+        if (!tReason.isNull()) {
+            return Reply::refused(tReason);
+        }
+    }
+    return tMethod->mHandler(pPeer, pParams);
+}
+
+} // namespace tarn::vkservice::ipc

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <QtCore/QHash>
+#include <QtCore/QJsonObject>
+#include <QtCore/QJsonValue>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+#include <functional>
+
+namespace tarn::vkservice::ipc {
+
+class Connection;
+
+// What a method answers: a result, or an error with its code of the protocol and a text for people.
+struct Reply
+{
+    QJsonValue mResult;
+    int mErrorCode = 0; // 0: no error
+    QString mMessage;
+
+    static Reply result(const QJsonValue& pResult) { return {pResult, 0, {}}; }
+    static Reply done() { return result(true); }
+    static Reply refused(const QString& pMessage);
+    static Reply invalidParams(const QString& pMessage);
+    // Success, or a refusal with the reason.
+    static Reply of(bool pDone, const QString& pReason) { return pDone ? done() : refused(pReason); }
+
+    bool isError() const { return mErrorCode != 0; }
+};
+
+// The methods of the socket by name. A handler runs to its end before the next line of any peer is looked at.
+class MethodTable
+{
+public:
+    using Handler = std::function<Reply(Connection& pPeer, const QJsonObject& pParams)>;
+
+    enum class Kind
+    {
+        Query,
+        Change, // changes a setting, so it passes the guard first
+    };
+
+    void add(const QString& pName, Kind pKind, Handler pHandler);
+    // Gives the reason why settings can't be changed now, a null text if they can.
+    void setChangeGuard(std::function<QString()> pGuard) { mGuard = std::move(pGuard); }
+
+    Reply call(Connection& pPeer, const QString& pName, const QJsonObject& pParams) const;
+    QStringList names() const { return mMethods.keys(); }
+
+private:
+    struct Method
+    {
+        Kind mKind;
+        Handler mHandler;
+    };
+
+    QHash<QString, Method> mMethods;
+    std::function<QString()> mGuard;
+};
+
+} // namespace tarn::vkservice::ipc

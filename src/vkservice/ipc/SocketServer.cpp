@@ -1,0 +1,193 @@
+#include "ipc/SocketServer.h"
+
+#include "internal/Protocol.h"
+#include "ipc/Connection.h"
+#include "ipc/MethodTable.h"
+#include "ipc/PeerCredentials.h"
+
+#include <QtCore/QDeadlineTimer>
+#include <QtCore/QDir>
+#include <QtCore/QEventLoop>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace tarn::vkservice::ipc {
+
+using namespace vkcore;
+
+namespace {
+
+constexpr qint64 sTurnMs = 1;
+constexpr qint64 sAllTurnsMs = 20;
+constexpr rlim_t sReservedDescriptors = 256; // for databases, downloads and packages
+constexpr qsizetype sMaxConnections = 4096;
+constexpr qint64 sMaxOwedToAll = 256 * 1024 * 1024;
+constexpr qint64 sMuchOwed = 1024 * 1024; // from here on a peer is worth adding up what all are owed
+
+qsizetype connectionLimit()
+{
+    rlimit tLimit = {};
+    if (::getrlimit(RLIMIT_NOFILE, &tLimit) != 0 || tLimit.rlim_cur == RLIM_INFINITY) {
+        return sMaxConnections;
+    }
+    const rlim_t tFree = tLimit.rlim_cur > 2 * sReservedDescriptors ? tLimit.rlim_cur - sReservedDescriptors
+                                                                    : tLimit.rlim_cur / 2;
+    return std::min<qsizetype>(sMaxConnections, static_cast<qsizetype>(tFree));
+}
+
+} // namespace
+
+SocketServer::SocketServer(const MethodTable& pMethods, QObject* pParent)
+    : QObject(pParent), mMethods(pMethods)
+{
+    connect(&mListener, &ListenSocket::accepted, this, &SocketServer::addPeer);
+    // A timer and not a posted event: the event loop looks at the sockets between two timers, so a fresh
+    // request comes before the leftovers of a flood.
+    mNextTurn.setSingleShot(true);
+    connect(&mNextTurn, &QTimer::timeout, this, &SocketServer::serveWaiting);
+}
+
+SocketServer::~SocketServer() = default;
+
+QString SocketServer::pathOf(const QString& pName)
+{
+    return QDir::isAbsolutePath(pName) ? pName : QDir::cleanPath(QDir::tempPath()) + u'/' + pName;
+}
+
+bool SocketServer::listen(const QString& pName, std::optional<gid_t> pGroup, QString* pError)
+{
+    mGroup = pGroup;
+    return mListener.listen(pathOf(pName), pGroup, pError);
+}
+
+void SocketServer::closeAll(int pTimeoutMs)
+{
+    stopListening();
+    QEventLoop tLoop;
+    QTimer::singleShot(pTimeoutMs, &tLoop, &QEventLoop::quit);
+    connect(this, &SocketServer::connectionClosed, &tLoop, [this, &tLoop] {
+        if (mConnections.isEmpty()) {
+            tLoop.quit();
+        }
+    });
+    const auto tConnections = mConnections;
+    for (Connection* tConnection : tConnections) {
+        tConnection->closeGently();
+    }
+    if (!mConnections.isEmpty()) {
+        tLoop.exec(QEventLoop::ExcludeUserInputEvents);
+    }
+    qDeleteAll(mConnections);
+    mConnections.clear();
+    mWaiting.clear();
+}
+
+void SocketServer::addPeer(int pSocket)
+{
+    const auto tPeer = peerCredentials(pSocket);
+    if (!tPeer || !maySpeak(*tPeer, ::geteuid(), mGroup)) {
+        ::close(pSocket);
+        Q_EMIT peerRefused(QStringLiteral("A process of user %1 tried to connect and was turned away.")
+                               .arg(tPeer ? QString::number(tPeer->mUid) : QStringLiteral("(unknown)")));
+        return;
+    }
+    if (mConnections.size() >= connectionLimit()) {
+        ::close(pSocket);
+        Q_EMIT peerRefused(QStringLiteral("Process %1 was turned away: %2 connections are open already.")
+                               .arg(tPeer->mPid)
+                               .arg(mConnections.size()));
+        return;
+    }
+    auto* tConnection = new Connection(pSocket, *tPeer, mMethods, this);
+    mConnections.insert(tConnection);
+    connect(tConnection, &Connection::readable, this, [this, tConnection] { serve(tConnection); });
+    connect(tConnection, &Connection::closed, this, [this, tConnection] { remove(tConnection); });
+    connect(tConnection, &Connection::offended, this, [this, tConnection](const QString& pReason) {
+        Q_EMIT peerRefused(
+            QStringLiteral("Process %1 is dropped. %2").arg(tConnection->peer().mPid).arg(pReason));
+    });
+}
+
+void SocketServer::remove(Connection* pConnection)
+{
+    if (mConnections.remove(pConnection)) {
+        mWaiting.removeAll(pConnection);
+        pConnection->deleteLater();
+        Q_EMIT connectionClosed();
+    }
+}
+
+// A peer with lines left waits for its turn, whatever more it sends.
+void SocketServer::serve(Connection* pConnection)
+{
+    if (mWaiting.contains(pConnection)) {
+        return;
+    }
+    if (pConnection->turn(QDeadlineTimer(sTurnMs)) && mConnections.contains(pConnection)) {
+        mWaiting.append(pConnection);
+        mNextTurn.start(0);
+    }
+    if (pConnection->owed() > sMuchOwed) {
+        limitOwed();
+    }
+}
+
+void SocketServer::serveWaiting()
+{
+    const QDeadlineTimer tAll(sAllTurnsMs);
+    for (qsizetype tLeft = mWaiting.size(); tLeft > 0 && !mWaiting.isEmpty() && !tAll.hasExpired(); --tLeft) {
+        serve(mWaiting.takeFirst());
+    }
+    if (!mWaiting.isEmpty()) {
+        mNextTurn.start(0);
+    }
+}
+
+void SocketServer::broadcast(const QString& pMethod, const QJsonObject& pParams)
+{
+    const QByteArray tLine = protocol::toLine(protocol::event(pMethod, pParams));
+    const auto tConnections = mConnections;
+    for (Connection* tConnection : tConnections) {
+        if (tConnection->isMonitor()) {
+            tConnection->sendEvent(tLine);
+        }
+    }
+    limitOwed();
+}
+
+bool SocketServer::hasMonitor() const
+{
+    return std::any_of(mConnections.begin(), mConnections.end(),
+                       [](const Connection* pConnection) { return pConnection->isMonitor(); });
+}
+
+bool SocketServer::hasClient(const QString& pName, const Connection* pAsker) const
+{
+    return std::any_of(mConnections.begin(), mConnections.end(), [&](const Connection* pConnection) {
+        return pConnection != pAsker && pConnection->isOpen() && pConnection->clientName() == pName;
+    });
+}
+
+// Each peer alone may be owed much; all together must not fill the memory. The one that is owed most has to
+// go.
+void SocketServer::limitOwed()
+{
+    qint64 tSum = 0;
+    Connection* tMost = nullptr;
+    for (Connection* tConnection : std::as_const(mConnections)) {
+        tSum += tConnection->owed();
+        if (tMost == nullptr || tConnection->owed() > tMost->owed()) {
+            tMost = tConnection;
+        }
+    }
+    if (tSum > sMaxOwedToAll) {
+        Q_EMIT peerRefused(QStringLiteral("Process %1 is dropped. All peers together do not read 256 MiB.")
+                               .arg(tMost->peer().mPid));
+        tMost->abort();
+    }
+}
+
+} // namespace tarn::vkservice::ipc

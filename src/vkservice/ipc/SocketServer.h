@@ -1,0 +1,64 @@
+#pragma once
+
+#include "ipc/ListenSocket.h"
+
+#include <QtCore/QJsonObject>
+#include <QtCore/QList>
+#include <QtCore/QObject>
+#include <QtCore/QSet>
+#include <QtCore/QString>
+#include <QtCore/QTimer>
+
+#include <optional>
+
+namespace tarn::vkservice::ipc {
+
+class Connection;
+class MethodTable;
+
+// The service's socket: lets peers in, gives each its turn, and sends events to those that listen for them.
+class SocketServer : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit SocketServer(const MethodTable& pMethods, QObject* pParent = nullptr);
+    ~SocketServer() override;
+
+    // A name that is no absolute path lies in QDir::tempPath().
+    static QString pathOf(const QString& pName);
+    // False with a reason, as ListenSocket::listen.
+    bool listen(const QString& pName, std::optional<gid_t> pGroup, QString* pError);
+    // Takes no more peers; those that are there stay.
+    void stopListening() { mListener.close(); }
+    // Gives what is owed to the peers that take it, for pTimeoutMs at most, and drops them all.
+    void closeAll(int pTimeoutMs);
+
+    // An event to every connection in monitor mode.
+    void broadcast(const QString& pMethod, const QJsonObject& pParams);
+    qsizetype connectionCount() const { return mConnections.size(); }
+    bool hasMonitor() const;
+    // Is a connection open whose hello gave this name, other than pAsker?
+    bool hasClient(const QString& pName, const Connection* pAsker) const;
+
+Q_SIGNALS:
+    void connectionClosed();
+    // For the log.
+    void peerRefused(const QString& pReason);
+
+private:
+    void addPeer(int pSocket);
+    void remove(Connection* pConnection);
+    void serve(Connection* pConnection);
+    void serveWaiting();
+    void limitOwed();
+
+    const MethodTable& mMethods;
+    ListenSocket mListener;
+    std::optional<gid_t> mGroup;
+    QSet<Connection*> mConnections;
+    QList<Connection*> mWaiting; // those with lines left from their last turn, in the order of their next
+    QTimer mNextTurn;
+};
+
+} // namespace tarn::vkservice::ipc

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "update/ResultCode.h"
+
+#include <QtCore/QDateTime>
+#include <QtCore/QList>
+#include <QtCore/QString>
+
+namespace tarn::vkservice::mail {
+
+// A package as a person reads of it.
+struct PackageLine
+{
+    QString mTitle;   // in the service's language; its name where it has none
+    QString mVersion; // "1.2.3 (2024-03-07)"
+    QString mStatus;  // as in the install log ("ok", "error", ...); empty in a list of what is installed
+    QString mReport;  // may be empty
+
+    bool operator==(const PackageLine&) const = default;
+};
+
+// What the machine looks like now.
+struct MachineStatus
+{
+    update::ResultCode mLastResult = update::ResultNone; // of the last run
+    QString mLastResultText;
+    QDateTime mLastRun;     // its end; invalid before the first
+    QDateTime mLastSuccess; // the end of the last run with success, also one that found nothing new; invalid
+                            // if none
+    QDateTime mNextCheck;   // invalid where nothing is scheduled
+    QList<PackageLine> mInstalled;
+};
+
+// One run of the updater that has ended.
+struct RunReport
+{
+    QString mRunId; // tells this run from all others, also after a restart
+    update::ResultCode mResult = update::ResultNone;
+    QString mText; // what happened, in words
+    QDateTime mEnd;
+    QList<PackageLine> mPackages; // those that it installed or failed to install
+};
+
+} // namespace tarn::vkservice::mail

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "sqlite/Database.h"
+
+#include <QtCore/QDateTime>
+#include <QtCore/QString>
+
+namespace tarn::vkservice::mail {
+
+// What has been told by mail already, so that it is not told twice. Lies beside the queue, and is changed in
+// the same transaction as the mail is queued in.
+class MailMemory
+{
+public:
+    explicit MailMemory(vkcore::Database& pDatabase) : mDatabase(pDatabase) {}
+
+    bool ensureSchema();
+
+    // A null text where nothing is stored. Writing a null text forgets it.
+    QString text(const QString& pName);
+    bool setText(const QString& pName, const QString& pValue);
+    QDateTime time(const QString& pName);
+    bool setTime(const QString& pName, const QDateTime& pValue);
+
+private:
+    vkcore::Database& mDatabase;
+};
+
+} // namespace tarn::vkservice::mail

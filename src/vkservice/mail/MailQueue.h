@@ -1,0 +1,78 @@
+#pragma once
+
+#include "mail/Mail.h"
+#include "sqlite/Database.h"
+
+#include <QtCore/QDateTime>
+#include <QtCore/QList>
+#include <QtCore/QString>
+
+#include <optional>
+
+namespace tarn::vkservice::mail {
+
+enum class MailKind : int
+{
+    Verification = 0, // the numbers stand in the database
+    UpdateDone = 1,
+    UpdateFailed = 2,
+    ManualIntervention = 3,
+    Overdue = 4,
+    Summary = 5,
+};
+
+// "summary mail", for the log.
+QString mailKindText(MailKind pKind);
+
+struct QueuedMail
+{
+    qint64 mId = 0;
+    MailKind mKind = MailKind::Summary;
+    Mail mMail;
+    int mAttempts = 0;  // failed ones
+    QDateTime mExpires; // of no more use after it; invalid for none
+};
+
+// The mails that wait to be sent, in tables of the service's database. What add() has put in stays through
+// any end of the process until remove().
+class MailQueue
+{
+public:
+    static constexpr int sMaxAttempts = 35; // five days, by the pauses between them
+    static constexpr int sMaxAgeDays = 14;
+    static constexpr int sMaxMails = 5000;
+
+    explicit MailQueue(vkcore::Database& pDatabase) : mDatabase(pDatabase) {}
+
+    bool ensureSchema();
+
+    // False, with errorText(), if it was not stored.
+    bool add(const QueuedMail& pMail, const QDateTime& pNow);
+    // One that is due: the oldest of those that have failed least, so that none holds up the others.
+    std::optional<QueuedMail> nextDue(const QDateTime& pNow);
+    bool remove(qint64 pId);
+    // Removes all mails of one kind to one address.
+    bool removeAll(MailKind pKind, const QString& pRecipient);
+    // After a failed attempt to send pId: counts it and puts the mail off for a pause that grows with its
+    // attempts. pAll: the failure was not the mail's own, so the others that are due are treated alike. Those
+    // that have been tried for too long are removed, and named in *pGivenUp.
+    bool postpone(qint64 pId, bool pAll, const QDateTime& pNow, QList<QueuedMail>* pGivenUp);
+    // Makes all mails due.
+    bool hurry(const QDateTime& pNow);
+    int count();
+
+    QString errorText() const { return mErrorText; }
+
+    // 1 minute after the first failed attempt, 4 hours after the eighth and all later ones.
+    static int pauseSeconds(int pAttempts);
+
+private:
+    QList<QueuedMail> due(const QDateTime& pNow, int pLimit);
+    bool putOff(const QueuedMail& pMail, bool pTried, const QDateTime& pNow);
+    bool check(bool pOk);
+
+    vkcore::Database& mDatabase;
+    QString mErrorText;
+};
+
+} // namespace tarn::vkservice::mail

@@ -1,0 +1,373 @@
+#include "mail/Mailer.h"
+
+#include "mail/Address.h"
+#include "mail/CurlTransport.h"
+#include "mail/MailMemory.h"
+#include "mail/Messages.h"
+#include "mail/Notices.h"
+#include "mail/Outbox.h"
+#include "mail/Text.h"
+#include "mail/Verification.h"
+
+#include <QtCore/QSet>
+#include <QtCore/QSysInfo>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+namespace tarn::vkservice::mail {
+
+namespace {
+
+constexpr int sMaxAddresses = 100;
+constexpr int sMaxUnstoredRuns = 100;
+const QString sVerifyPrefix = QStringLiteral("mail.verify.");
+
+} // namespace
+
+class Mailer::Private
+{
+public:
+    Private(Mailer* pMailer, vkcore::Database& pDatabase, StatusSource pStatus,
+            std::unique_ptr<SmtpTransport> pTransport, Clock pClock)
+        : mMailer(pMailer), mDatabase(pDatabase), mStatus(std::move(pStatus)), mClock(pClock),
+          mMemory(pDatabase), mVerification(pDatabase),
+          mOutbox(
+              pDatabase, std::move(pTransport), pClock,
+              [this](const QueuedMail& tMail) { return objection(tMail); }, pMailer),
+          mNotices(pDatabase, mMemory, mOutbox)
+    {
+        connect(&mOutbox, &Outbox::idle, mMailer, &Mailer::idle);
+        connect(&mOutbox, &Outbox::information, mMailer, &Mailer::information);
+        connect(&mOutbox, &Outbox::warning, mMailer, &Mailer::warning);
+    }
+
+    QString client() const;
+    const vkcore::MonitoringEmail* find(const QString& pAddress) const;
+    QStringList addresses(bool pVerified) const;
+    Notices::Audience audience() const { return {*mSettings, client(), addresses(true)}; }
+    QString objection(const QueuedMail& pMail) const;
+    void warnAboutSettings();
+    void noteStoring(bool pOk, const QString& pWhat);
+
+    Verification::Issue sendCode(const QString& pAddress, bool pReplace);
+    void sendCodes(Reason pReason);
+    Answer requestCode(const QString& pAddress);
+    void reportRuns();
+    void checkMachine();
+
+    Mailer* mMailer;
+    vkcore::Database& mDatabase;
+    StatusSource mStatus;
+    Clock mClock;
+    MailMemory mMemory;
+    Verification mVerification;
+    Outbox mOutbox;
+    Notices mNotices;
+    std::optional<vkcore::MonitoringSettings> mSettings;
+    QList<RunReport> mRuns; // ended, and not yet in the database
+    QString mLastSettingsWarning;
+    QString mLastStoreWarning;
+};
+
+QString Mailer::Private::client() const
+{
+    const QString tName = singleLine(mSettings->clientName(), 64);
+    return tName.isEmpty() ? singleLine(QSysInfo::machineHostName(), 64) : tName;
+}
+
+const vkcore::MonitoringEmail* Mailer::Private::find(const QString& pAddress) const
+{
+    const vkcore::MonitoringEmailList& tList = mSettings->notificationEmailAddresses();
+    const auto tFound = std::find_if(tList.begin(), tList.end(), [&](const vkcore::MonitoringEmail& tEntry) {
+        return addressKey(tEntry.mAddress) == addressKey(pAddress);
+    });
+    return tFound == tList.end() ? nullptr : &*tFound;
+}
+
+// Each usable address once.
+QStringList Mailer::Private::addresses(bool pVerified) const
+{
+    QStringList tAddresses;
+    QSet<QString> tSeen;
+    for (const vkcore::MonitoringEmail& tEntry : mSettings->notificationEmailAddresses()) {
+        if (tSeen.size() >= sMaxAddresses) {
+            break;
+        }
+        if (!isMailAddress(tEntry.mAddress) || tSeen.contains(addressKey(tEntry.mAddress))) {
+            continue;
+        }
+        tSeen.insert(addressKey(tEntry.mAddress));
+        if (tEntry.isVerified() == pVerified) {
+            tAddresses.append(tEntry.mAddress);
+        }
+    }
+    return tAddresses;
+}
+
+// The last word on who gets what, right before a mail goes: settings may have changed while it waited.
+QString Mailer::Private::objection(const QueuedMail& pMail) const
+{
+    const vkcore::MonitoringEmail* tEntry = find(pMail.mMail.mRecipient);
+    if (tEntry == nullptr) {
+        return QStringLiteral("the address has been removed from the settings");
+    }
+    if (pMail.mKind != MailKind::Verification) {
+        return tEntry->isVerified() ? QString() : QStringLiteral("the address is not verified");
+    }
+    if (tEntry->isVerified()) {
+        return QStringLiteral("the address is verified already");
+    }
+    if (pMail.mExpires <= mClock()) {
+        return QStringLiteral("its code is out of date");
+    }
+    return {};
+}
+
+void Mailer::Private::warnAboutSettings()
+{
+    QString tWarning;
+    const SmtpSettings& tSmtp = mOutbox.settings();
+    const bool tAnyAddress = mSettings && !mSettings->notificationEmailAddresses().isEmpty();
+    if (tAnyAddress && !tSmtp.problem().isEmpty()) {
+        tWarning =
+            QStringLiteral("There are addresses for mails, but none can be sent: %1").arg(tSmtp.problem());
+    }
+    if (tWarning != mLastSettingsWarning && !tWarning.isEmpty()) {
+        Q_EMIT mMailer->warning(tWarning);
+    }
+    mLastSettingsWarning = tWarning;
+}
+
+// A full disk is worth one line, not one a minute.
+void Mailer::Private::noteStoring(bool pOk, const QString& pWhat)
+{
+    const QString tReason = mNotices.errorText().isEmpty() ? mDatabase.errorText() : mNotices.errorText();
+    const QString tWarning = pOk ? QString() : QStringLiteral("%1 can't be queued: %2").arg(pWhat, tReason);
+    if (!pOk && tWarning != mLastStoreWarning) {
+        Q_EMIT mMailer->warning(tWarning);
+    }
+    mLastStoreWarning = tWarning;
+}
+
+Verification::Issue Mailer::Private::sendCode(const QString& pAddress, bool pReplace)
+{
+    const QDateTime tExpires = mClock().addSecs(Verification::sValidHours * 60 * 60);
+    Verification::Issue tIssue = Verification::Issue::NotStored;
+    const bool tStored = mDatabase.transaction([&] {
+        QString tCode;
+        tIssue = mVerification.issue(pAddress, mClock(), pReplace, &tCode);
+        if (tIssue != Verification::Issue::Issued) {
+            return tIssue != Verification::Issue::NotStored;
+        }
+        const QString tCommand =
+            QStringLiteral("rkm update-settings --config-var=%1%2:%3").arg(sVerifyPrefix, pAddress, tCode);
+        return mOutbox.withdraw(MailKind::Verification, pAddress) &&
+               mOutbox.add(MailKind::Verification, {pAddress}, verification(client(), tCommand, tExpires),
+                           tExpires);
+    });
+    return tStored ? tIssue : Verification::Issue::NotStored;
+}
+
+void Mailer::Private::sendCodes(Reason pReason)
+{
+    if (!mOutbox.settings().isOn()) {
+        return;
+    }
+    bool tStored = true;
+    for (const QString& tAddress : addresses(false)) {
+        if (pReason == Reason::Loaded && mVerification.isKnown(tAddress)) {
+            continue;
+        }
+        const Verification::Issue tIssue = sendCode(tAddress, false);
+        tStored = tStored && tIssue != Verification::Issue::NotStored;
+        if (tIssue == Verification::Issue::TooSoon && pReason == Reason::Changed) {
+            Q_EMIT mMailer->information(
+                QStringLiteral("No new code is mailed to %1 now: too many were sent lately").arg(tAddress));
+        }
+    }
+    noteStoring(tStored, QStringLiteral("Verification mails"));
+}
+
+Mailer::Answer Mailer::Private::requestCode(const QString& pAddress)
+{
+    const QString tProblem = mOutbox.settings().problem();
+    if (!tProblem.isEmpty()) {
+        return {false, QStringLiteral("No code can be mailed: %1").arg(tProblem)};
+    }
+    switch (sendCode(pAddress, true)) {
+    case Verification::Issue::Issued:
+    case Verification::Issue::StillValid:
+        break;
+    case Verification::Issue::TooSoon:
+        return {false,
+                QStringLiteral("No new code is mailed to %1 now: too many were sent lately. Try again later")
+                    .arg(pAddress)};
+    case Verification::Issue::NotStored:
+        return {false, QStringLiteral("The code could not be stored: %1").arg(mDatabase.errorText())};
+    }
+    mOutbox.wake();
+    return {true, QStringLiteral("A new code is being mailed to %1").arg(pAddress)};
+}
+
+void Mailer::Private::reportRuns()
+{
+    bool tOk = true;
+    while (tOk && !mRuns.isEmpty()) {
+        tOk = mNotices.runFinished(audience(), mRuns.first());
+        if (tOk) {
+            mRuns.removeFirst();
+        }
+    }
+    noteStoring(tOk, QStringLiteral("The mail about an update"));
+}
+
+void Mailer::Private::checkMachine()
+{
+    const Notices::Audience tAudience = audience();
+    const bool tOverdueAsked =
+        tAudience.mSettings.eventMailsEnabled() && tAudience.mSettings.eventMailOnOverdue();
+    if (tAudience.mAddresses.isEmpty() || (!tOverdueAsked && !tAudience.mSettings.summarizedMailsEnabled())) {
+        return;
+    }
+    const QDateTime tNow = mClock();
+    const MachineStatus tStatus = mStatus();
+    QDateTime tSummary;
+    bool tOk = mNotices.checkOverdue(tAudience, tStatus, tNow);
+    tOk = mNotices.checkSummary(tAudience, tStatus, tNow, &tSummary) && tOk;
+    noteStoring(tOk, QStringLiteral("A mail about the machine"));
+    if (tSummary.isValid()) {
+        mSettings->mLastSummary = tSummary;
+        Q_EMIT mMailer->summaryQueued(tSummary);
+    }
+}
+
+Mailer::Mailer(vkcore::Database& pDatabase, StatusSource pStatus, QObject* pParent,
+               std::unique_ptr<SmtpTransport> pTransport, Clock pClock)
+    : QObject(pParent)
+{
+    if (!pTransport) {
+        pTransport = std::make_unique<CurlTransport>();
+    }
+    d = std::make_unique<Private>(this, pDatabase, std::move(pStatus), std::move(pTransport),
+                                  std::move(pClock));
+}
+
+Mailer::~Mailer() = default;
+
+bool Mailer::open(QString* pError)
+{
+    const bool tOk = d->mMemory.ensureSchema() && d->mVerification.ensureSchema() &&
+                     d->mOutbox.ensureSchema() && d->mNotices.startWatching(d->mClock());
+    if (!tOk) {
+        *pError = d->mDatabase.errorText();
+    }
+    return tOk;
+}
+
+void Mailer::setSmtpSettings(const SmtpSettings& pSettings)
+{
+    d->mOutbox.setSettings(pSettings);
+    if (d->mSettings) {
+        d->warnAboutSettings();
+        d->sendCodes(Reason::Loaded);
+        d->mOutbox.wake();
+    }
+}
+
+void Mailer::setMonitoringSettings(const vkcore::MonitoringSettings& pSettings, Reason pReason)
+{
+    d->mSettings = pSettings;
+    QStringList tKnown;
+    for (const vkcore::MonitoringEmail& tEntry : pSettings.notificationEmailAddresses()) {
+        tKnown.append(tEntry.mAddress);
+        if (!isMailAddress(tEntry.mAddress)) {
+            Q_EMIT warning(QStringLiteral("No mails are sent to %1: it is no valid address")
+                               .arg(singleLine(tEntry.mAddress)));
+        }
+    }
+    for (const QString& tVerified : d->addresses(true)) {
+        d->mVerification.forget(tVerified);
+    }
+    d->mVerification.retain(tKnown, d->mClock());
+    d->warnAboutSettings();
+    d->sendCodes(pReason);
+    d->mOutbox.wake();
+}
+
+void Mailer::onRunFinished(const RunReport& pRun)
+{
+    if (d->mRuns.size() >= sMaxUnstoredRuns) {
+        d->mRuns.removeFirst();
+    }
+    d->mRuns.append(pRun);
+    if (d->mSettings) {
+        d->reportRuns();
+        d->mOutbox.wake();
+    }
+}
+
+void Mailer::tick()
+{
+    if (!d->mSettings) {
+        return;
+    }
+    if (d->mOutbox.settings().isOn()) {
+        d->reportRuns();
+        d->sendCodes(Reason::Loaded);
+        d->checkMachine();
+    }
+    d->mOutbox.wake();
+}
+
+QString Mailer::verificationAddress(const QString& pVariable)
+{
+    return pVariable.startsWith(sVerifyPrefix) ? pVariable.mid(sVerifyPrefix.size()) : QString();
+}
+
+Mailer::Answer Mailer::verify(const QString& pAddress, const QString& pCode)
+{
+    const vkcore::MonitoringEmail* tEntry = d->mSettings ? d->find(pAddress) : nullptr;
+    const QString tShown = singleLine(pAddress);
+    if (tEntry == nullptr || !isMailAddress(tEntry->mAddress)) {
+        return {false, QStringLiteral("%1 is none of the addresses for mails").arg(tShown)};
+    }
+    if (tEntry->isVerified()) {
+        return {true, QStringLiteral("%1 is verified already").arg(tShown)};
+    }
+    if (pCode.trimmed().isEmpty()) {
+        return d->requestCode(tEntry->mAddress);
+    }
+    switch (d->mVerification.check(pAddress, pCode, d->mClock())) {
+    case Verification::Check::Right:
+        return {true, QStringLiteral("%1 is verified").arg(tShown)};
+    case Verification::Check::Wrong:
+        return {false, QStringLiteral("The code for %1 is wrong").arg(tShown)};
+    case Verification::Check::NoCode:
+        return {false, QStringLiteral("There is no code for %1; set %2%1 to nothing to get a new one")
+                           .arg(tShown, sVerifyPrefix)};
+    case Verification::Check::Expired:
+        return {false, QStringLiteral("The code for %1 is out of date; set %2%1 to nothing to get a new one")
+                           .arg(tShown, sVerifyPrefix)};
+    case Verification::Check::NotStored:
+        break;
+    }
+    return {false, QStringLiteral("The code could not be checked: %1").arg(d->mDatabase.errorText())};
+}
+
+QString Mailer::verificationState(const QString& pAddress) const
+{
+    const vkcore::MonitoringEmail* tEntry = d->mSettings ? d->find(pAddress) : nullptr;
+    if (tEntry == nullptr) {
+        return QStringLiteral("unknown");
+    }
+    return tEntry->isVerified() ? QStringLiteral("verified") : QStringLiteral("not verified");
+}
+
+bool Mailer::isSending() const
+{
+    return d->mOutbox.isSending();
+}
+
+} // namespace tarn::vkservice::mail

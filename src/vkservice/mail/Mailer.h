@@ -1,0 +1,101 @@
+#pragma once
+
+#include "mail/MachineStatus.h"
+#include "mail/SmtpSettings.h"
+
+#include <vkcore/MonitoringSettings.h>
+
+#include <QtCore/QDateTime>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+#include <functional>
+#include <memory>
+
+namespace tarn::vkcore {
+class Database;
+}
+
+namespace tarn::vkservice::mail {
+
+class SmtpTransport;
+
+// The service's mails about the machine: event mails, summaries, and the verification of addresses.
+//
+// Lives on the main thread, as does the database, in which it keeps tables of its own (mail_...). No call
+// waits for the mail server: sending has its own thread. A mail that is queued stays so over any end of the
+// process, is sent at least once, always with the same Message-ID, and is only given up with a warning: when
+// the server refuses it for good, or after about five days of attempts.
+//
+// Order of calls: open(), both settings, then the others in any order. The settings belong to the caller.
+class Mailer : public QObject
+{
+    Q_OBJECT
+
+public:
+    using Clock = std::function<QDateTime()>;
+    using StatusSource = std::function<MachineStatus()>;
+
+    enum class Reason
+    {
+        Loaded,  // the settings as they were stored
+        Changed, // somebody has set them
+    };
+
+    struct Answer
+    {
+        bool mOk = false;
+        QString mText; // what happened, in a sentence without its full stop
+    };
+
+    // pDatabase and pStatus have to outlive the mailer; pStatus is asked in tick() only. A transport of null
+    // is the real one.
+    Mailer(vkcore::Database& pDatabase, StatusSource pStatus, QObject* pParent = nullptr,
+           std::unique_ptr<SmtpTransport> pTransport = nullptr,
+           Clock pClock = &QDateTime::currentDateTimeUtc);
+    // Cuts sending short; what was not sent stays queued.
+    ~Mailer() override;
+
+    // Makes the tables. False, with a reason, if the database can't take them.
+    bool open(QString* pError);
+
+    // Waiting mails are tried again at once when these are others than before.
+    void setSmtpSettings(const SmtpSettings& pSettings);
+    // Sends a code to each address that needs one: with Loaded to those that never got one, with Changed
+    // also to those whose code is used up or out of date. Limits on the number of such mails hold in any
+    // case.
+    void setMonitoringSettings(const vkcore::MonitoringSettings& pSettings, Reason pReason);
+
+    // To be called once for each run that has ended; a second call with the same run id does nothing.
+    void onRunFinished(const RunReport& pRun);
+    // To be called about once a minute: overdue, summary, retries.
+    void tick();
+
+    // The address in the name of a configuration variable "mail.verify.ADDRESS"; null for any other name.
+    static QString verificationAddress(const QString& pVariable);
+    // What such a variable is set to. The code: mOk says that it is right, and the caller then marks the
+    // address as verified in its settings (markVerified), stores them, and hands them back with
+    // setMonitoringSettings. An empty text: mails a new code.
+    Answer verify(const QString& pAddress, const QString& pCode);
+    // What such a variable reads as: "verified", "not verified" or, for an address that is not in the
+    // settings, "unknown".
+    QString verificationState(const QString& pAddress) const;
+
+    // False once nothing is being sent; idle() comes at that moment. A service that ends may wait for it a
+    // while.
+    bool isSending() const;
+
+Q_SIGNALS:
+    // A summary was queued: to be stored as MonitoringSettings::mLastSummary.
+    void summaryQueued(const QDateTime& pWhen);
+    void idle();
+    // For the log.
+    void information(const QString& pText);
+    void warning(const QString& pText);
+
+private:
+    class Private;
+    std::unique_ptr<Private> d;
+};
+
+} // namespace tarn::vkservice::mail

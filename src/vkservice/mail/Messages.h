@@ -1,0 +1,27 @@
+#pragma once
+
+#include "mail/MachineStatus.h"
+#include "mail/MailContent.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QDateTime>
+#include <QtCore/QString>
+
+// The wording of each kind of mail. pClient is the name of this machine, as set by the administrator.
+namespace tarn::vkservice::mail {
+
+MailContent updateDone(const QString& pClient, const RunReport& pRun);
+MailContent updateFailed(const QString& pClient, const RunReport& pRun);
+MailContent manualIntervention(const QString& pClient, const RunReport& pRun);
+// pSince: the last success, or since when one is waited for.
+MailContent updateOverdue(const QString& pClient, const MachineStatus& pStatus, const QDateTime& pSince,
+                          int pDays);
+MailContent summary(const QString& pClient, const MachineStatus& pStatus, bool pOverdue);
+// pCommand: what the administrator enters. Says nothing about the machine but its name.
+MailContent verification(const QString& pClient, const QString& pCommand, const QDateTime& pExpires);
+
+// The same for two summaries that tell the same of the machine; times and wording of runs and
+// the order of the packages don't count.
+QByteArray summaryDigest(const QString& pClient, const MachineStatus& pStatus, bool pOverdue);
+
+} // namespace tarn::vkservice::mail

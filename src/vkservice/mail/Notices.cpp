@@ -1,0 +1,169 @@
+#include "mail/Notices.h"
+
+#include "mail/Messages.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace tarn::vkservice::mail {
+
+namespace {
+
+constexpr qint64 sDay = 24 * 60 * 60;
+
+// Names in the memory; they stand in databases.
+const QString sWatchingSince = QStringLiteral("watchingSince");
+const QString sLastRun = QStringLiteral("lastRun");
+const QString sFailure = QStringLiteral("failure"); // the result that was reported as a failure last
+const QString sOverdueSince =
+    QStringLiteral("overdueSince"); // the last success before the overdue time reported
+const QString sLastSummary = QStringLiteral("lastSummary");
+const QString sSummaryDigest = QStringLiteral("summaryDigest");
+
+qint64 secondsOfDays(int pDays)
+{
+    return qint64{std::max(pDays, 1)} * sDay;
+}
+
+// Failures that another run does not simply mend, as it does those of the network; time without success is
+// the matter of the overdue mail.
+bool isLastingFailure(update::ResultCode pResult)
+{
+    return pResult == update::ResultVerificationFailed || pResult == update::ResultNoSpace ||
+           pResult == update::ResultInstallFailed || pResult == update::ResultStoreDamaged;
+}
+
+} // namespace
+
+// What a run comes to: perhaps a mail, perhaps a failure that begins or ends.
+struct Notices::Story
+{
+    std::optional<MailKind> mKind;
+    MailContent mContent;
+    bool mFailureChanges = false;
+    QString mFailure;
+};
+
+bool Notices::commit(const std::function<bool()>& pBody)
+{
+    const bool tOk = mDatabase.transaction(pBody);
+    if (!tOk) {
+        mErrorText = mOutbox.errorText().isEmpty() ? mDatabase.errorText() : mOutbox.errorText();
+    }
+    return tOk;
+}
+
+bool Notices::startWatching(const QDateTime& pNow)
+{
+    return !mMemory.text(sWatchingSince).isNull() ||
+           commit([&] { return mMemory.setTime(sWatchingSince, pNow); });
+}
+
+Notices::Story Notices::storyOf(const Audience& pAudience, const RunReport& pRun)
+{
+    const vkcore::MonitoringSettings& tSettings = pAudience.mSettings;
+    const bool tMails = tSettings.eventMailsEnabled() && !pAudience.mAddresses.isEmpty();
+    const bool tUpdateMails = tMails && tSettings.eventMailOnUpdate();
+    const QString tFailure = QString::number(pRun.mResult);
+    const bool tReported = mMemory.text(sFailure) == tFailure;
+    Story tStory;
+    if (pRun.mResult == update::ResultSuccess) {
+        tStory.mFailureChanges = true;
+        if (tUpdateMails && !pRun.mPackages.isEmpty()) {
+            tStory.mKind = MailKind::UpdateDone;
+            tStory.mContent = updateDone(pAudience.mClient, pRun);
+        }
+    } else if (pRun.mResult == update::ResultManualIntervention) {
+        if (tMails && tSettings.eventMailOnManualIntervention() && !tReported) {
+            tStory = {MailKind::ManualIntervention, manualIntervention(pAudience.mClient, pRun), true,
+                      tFailure};
+        }
+    } else if (isLastingFailure(pRun.mResult) && tUpdateMails && !tReported) {
+        tStory = {MailKind::UpdateFailed, updateFailed(pAudience.mClient, pRun), true, tFailure};
+    }
+    return tStory;
+}
+
+bool Notices::runFinished(const Audience& pAudience, const RunReport& pRun)
+{
+    if (mMemory.text(sLastRun) == pRun.mRunId) {
+        return true;
+    }
+    const Story tStory = storyOf(pAudience, pRun);
+    return commit([&] {
+        return (!tStory.mKind || mOutbox.add(*tStory.mKind, pAudience.mAddresses, tStory.mContent)) &&
+               (!tStory.mFailureChanges || mMemory.setText(sFailure, tStory.mFailure)) &&
+               mMemory.setText(sLastRun, pRun.mRunId);
+    });
+}
+
+QDateTime Notices::waitingSince(const MachineStatus& pStatus)
+{
+    return pStatus.mLastSuccess.isValid() ? pStatus.mLastSuccess : mMemory.time(sWatchingSince);
+}
+
+bool Notices::isOverdue(const Audience& pAudience, const MachineStatus& pStatus, const QDateTime& pNow)
+{
+    const QDateTime tSince = waitingSince(pStatus);
+    return tSince.isValid() &&
+           tSince.secsTo(pNow) >= secondsOfDays(pAudience.mSettings.updateOverduePeriod());
+}
+
+bool Notices::checkOverdue(const Audience& pAudience, const MachineStatus& pStatus, const QDateTime& pNow)
+{
+    const vkcore::MonitoringSettings& tSettings = pAudience.mSettings;
+    if (!tSettings.eventMailsEnabled() || !tSettings.eventMailOnOverdue() || pAudience.mAddresses.isEmpty() ||
+        !isOverdue(pAudience, pStatus, pNow)) {
+        return true;
+    }
+    const QDateTime tSince = waitingSince(pStatus);
+    const QDateTime tReported = mMemory.time(sOverdueSince);
+    if (tReported.isValid() && tReported.toSecsSinceEpoch() == tSince.toSecsSinceEpoch()) {
+        return true;
+    }
+    return commit([&] {
+        return mOutbox.add(
+                   MailKind::Overdue, pAudience.mAddresses,
+                   updateOverdue(pAudience.mClient, pStatus, tSince, tSettings.updateOverduePeriod())) &&
+               mMemory.setTime(sOverdueSince, tSince);
+    });
+}
+
+bool Notices::isSummaryDue(const Audience& pAudience, const QDateTime& pNow)
+{
+    const QDateTime tNoted = mMemory.time(sLastSummary);
+    const QDateTime tLast = tNoted.isValid() ? tNoted : pAudience.mSettings.mLastSummary;
+    if (!tLast.isValid()) {
+        return true;
+    }
+    const qint64 tPassed = tLast.secsTo(pNow);
+    // A last summary that lies well ahead was sent before the clock went back.
+    return tPassed >= secondsOfDays(pAudience.mSettings.summarizedMailPeriod()) || tPassed < -sDay;
+}
+
+bool Notices::checkSummary(const Audience& pAudience, const MachineStatus& pStatus, const QDateTime& pNow,
+                           QDateTime* pQueued)
+{
+    *pQueued = QDateTime();
+    const vkcore::MonitoringSettings& tSettings = pAudience.mSettings;
+    if (!tSettings.summarizedMailsEnabled() || pAudience.mAddresses.isEmpty() ||
+        !isSummaryDue(pAudience, pNow)) {
+        return true;
+    }
+    const bool tOverdue = isOverdue(pAudience, pStatus, pNow);
+    const QString tDigest = QString::fromLatin1(summaryDigest(pAudience.mClient, pStatus, tOverdue));
+    if (tSettings.summarizedMailsOnChangeOnly() && mMemory.text(sSummaryDigest) == tDigest) {
+        return true;
+    }
+    const bool tOk = commit([&] {
+        return mOutbox.add(MailKind::Summary, pAudience.mAddresses,
+                           summary(pAudience.mClient, pStatus, tOverdue)) &&
+               mMemory.setTime(sLastSummary, pNow) && mMemory.setText(sSummaryDigest, tDigest);
+    });
+    if (tOk) {
+        *pQueued = pNow;
+    }
+    return tOk;
+}
+
+} // namespace tarn::vkservice::mail

@@ -1,0 +1,199 @@
+#include "mail/Outbox.h"
+
+#include "mail/Address.h"
+#include "mail/Random.h"
+#include "mail/Text.h"
+
+#include <csignal>
+#include <optional>
+#include <utility>
+
+namespace tarn::vkservice::mail {
+
+namespace {
+
+// A lost connection must not end the process by SIGPIPE, and all other signals belong to the main thread.
+void blockAllSignals()
+{
+    sigset_t tAll;
+    sigfillset(&tAll);
+    pthread_sigmask(SIG_BLOCK, &tAll, nullptr);
+}
+
+} // namespace
+
+Outbox::Outbox(vkcore::Database& pDatabase, std::unique_ptr<SmtpTransport> pTransport, Clock pClock,
+               Gate pGate, QObject* pParent)
+    : QObject(pParent), mTransport(std::move(pTransport)), mClock(std::move(pClock)), mGate(std::move(pGate)),
+      mQueue(pDatabase), mWorker(new QObject)
+{
+    mThread.setObjectName(QStringLiteral("mail"));
+    mWorker->moveToThread(&mThread);
+    connect(&mThread, &QThread::finished, mWorker, &QObject::deleteLater);
+    mThread.start();
+    QMetaObject::invokeMethod(mWorker, &blockAllSignals, Qt::QueuedConnection);
+}
+
+Outbox::~Outbox()
+{
+    mTransport->cancel();
+    mThread.quit();
+    mThread.wait();
+}
+
+void Outbox::setSettings(const SmtpSettings& pSettings)
+{
+    const bool tChanged = mSettingsKnown && pSettings != mSettings;
+    mSettings = pSettings;
+    mSettingsKnown = true;
+    if (tChanged && !mQueue.hurry(mClock())) {
+        Q_EMIT warning(QStringLiteral("The waiting mails can't be changed: %1").arg(errorText()));
+    }
+}
+
+QString Outbox::newMessageId() const
+{
+    const QString tSender = Sender::fromString(mSettings.mSender).mAddress;
+    const QString tDomain = tSender.mid(tSender.indexOf(QLatin1Char('@')) + 1);
+    return QStringLiteral("<%1@%2>").arg(QString::fromLatin1(randomBytes(16).toHex()),
+                                         tDomain.isEmpty() ? QStringLiteral("vkservice.invalid") : tDomain);
+}
+
+bool Outbox::add(MailKind pKind, const QStringList& pRecipients, const MailContent& pContent,
+                 const QDateTime& pExpires)
+{
+    const QDateTime tNow = mClock();
+    QueuedMail tMail;
+    tMail.mKind = pKind;
+    tMail.mExpires = pExpires;
+    tMail.mMail.mDate = tNow;
+    tMail.mMail.mSubject = singleLine(pContent.mSubject);
+    tMail.mMail.mText = plainText(pContent);
+    tMail.mMail.mHtml = html(pContent);
+    for (const QString& tRecipient : pRecipients) {
+        tMail.mMail.mRecipient = tRecipient;
+        tMail.mMail.mMessageId = newMessageId();
+        if (!mQueue.add(tMail, tNow)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void Outbox::wake()
+{
+    if (!mSending && mSettingsKnown && mSettings.problem().isEmpty() && discardLeftovers()) {
+        sendNext();
+    }
+}
+
+void Outbox::sendNext()
+{
+    while (const std::optional<QueuedMail> tMail = mQueue.nextDue(mClock())) {
+        const QString tObjection = mGate(*tMail);
+        if (tObjection.isEmpty()) {
+            send(*tMail);
+            return;
+        }
+        Q_EMIT warning(QStringLiteral("A %1 to %2 is not sent: %3")
+                           .arg(mailKindText(tMail->mKind), singleLine(tMail->mMail.mRecipient), tObjection));
+        discard(tMail->mId);
+        if (!mQueueWritable) {
+            break;
+        }
+    }
+    if (mQueueWritable && !errorText().isEmpty()) {
+        Q_EMIT warning(QStringLiteral("The queue of mails can't be read: %1").arg(errorText()));
+    }
+    Q_EMIT idle();
+}
+
+void Outbox::send(const QueuedMail& pMail)
+{
+    mSending = true;
+    const auto tJob = [this, tMail = pMail, tSettings = mSettings] {
+        const SendResult tResult = mTransport->send(tMail.mMail, tSettings);
+        QMetaObject::invokeMethod(
+            this, [this, tMail, tSettings, tResult] { onSent(tMail, tSettings, tResult); },
+            Qt::QueuedConnection);
+    };
+    QMetaObject::invokeMethod(mWorker, tJob, Qt::QueuedConnection);
+}
+
+void Outbox::onSent(const QueuedMail& pMail, const SmtpSettings& pSettings, const SendResult& pResult)
+{
+    mSending = false;
+    const QString tWhat =
+        QStringLiteral("%1 to %2").arg(mailKindText(pMail.mKind), singleLine(pMail.mMail.mRecipient));
+    switch (pResult.mOutcome) {
+    case SendResult::Outcome::Sent:
+        Q_EMIT information(QStringLiteral("Sent: %1").arg(tWhat));
+        discard(pMail.mId);
+        break;
+    case SendResult::Outcome::Refused:
+        Q_EMIT warning(QStringLiteral("Given up: %1: %2").arg(tWhat, pResult.mText));
+        discard(pMail.mId);
+        break;
+    case SendResult::Outcome::Deferred:
+        Q_EMIT warning(QStringLiteral("Tried again later: %1: %2").arg(tWhat, pResult.mText));
+        postpone(pMail, pResult);
+        break;
+    case SendResult::Outcome::ServerFailed:
+        // A failure under settings that have been replaced since says nothing about the present ones.
+        if (pSettings == mSettings) {
+            Q_EMIT warning(
+                QStringLiteral("Mails can't be sent now and are tried again later: %1").arg(pResult.mText));
+            postpone(pMail, pResult);
+        }
+        break;
+    case SendResult::Outcome::Canceled:
+        Q_EMIT idle();
+        return;
+    }
+    if (!mQueueWritable || !mSettings.problem().isEmpty()) {
+        Q_EMIT idle();
+        return;
+    }
+    sendNext();
+}
+
+void Outbox::postpone(const QueuedMail& pMail, const SendResult& pResult)
+{
+    const bool tAll = pResult.mOutcome == SendResult::Outcome::ServerFailed;
+    QList<QueuedMail> tGivenUp;
+    mQueueWritable = mQueue.postpone(pMail.mId, tAll, mClock(), &tGivenUp);
+    if (!mQueueWritable) {
+        Q_EMIT warning(
+            QStringLiteral("The queue of mails can't be written, so none are sent: %1").arg(errorText()));
+        return;
+    }
+    for (const QueuedMail& tMail : std::as_const(tGivenUp)) {
+        Q_EMIT warning(QStringLiteral("Given up after %1 attempts: %2 to %3: %4")
+                           .arg(QString::number(tMail.mAttempts), mailKindText(tMail.mKind),
+                                singleLine(tMail.mMail.mRecipient), pResult.mText));
+    }
+}
+
+// A mail that can't be removed must not be sent again: nothing is, until it can.
+void Outbox::discard(qint64 pId)
+{
+    mQueueWritable = mQueue.remove(pId);
+    if (!mQueueWritable) {
+        mLeftovers.append(pId);
+        Q_EMIT warning(
+            QStringLiteral("The queue of mails can't be written, so none are sent: %1").arg(errorText()));
+    }
+}
+
+bool Outbox::discardLeftovers()
+{
+    while (!mLeftovers.isEmpty()) {
+        if (!mQueue.remove(mLeftovers.first())) {
+            return false;
+        }
+        mLeftovers.removeFirst();
+    }
+    return true;
+}
+
+} // namespace tarn::vkservice::mail

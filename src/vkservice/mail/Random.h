@@ -1,0 +1,10 @@
+#pragma once
+
+#include <QtCore/QByteArray>
+
+namespace tarn::vkservice::mail {
+
+// pCount bytes from the system's random generator, fit for secrets.
+QByteArray randomBytes(int pCount);
+
+} // namespace tarn::vkservice::mail

@@ -1,0 +1,66 @@
+#include "mail/Text.h"
+
+namespace tarn::vkservice::mail {
+
+namespace {
+
+bool isLineEnd(QChar pChar)
+{
+    return pChar == QLatin1Char('\n') || pChar.category() == QChar::Separator_Line ||
+           pChar.category() == QChar::Separator_Paragraph || pChar.unicode() == 0x85;
+}
+
+bool changesDirection(QChar pChar)
+{
+    const char16_t tCode = pChar.unicode();
+    return (tCode >= 0x202a && tCode <= 0x202e) || (tCode >= 0x2066 && tCode <= 0x2069) || tCode == 0x200e ||
+           tCode == 0x200f || tCode == 0x061c;
+}
+
+QString cut(const QString& pText, int pMaxLength)
+{
+    if (pText.size() <= pMaxLength) {
+        return pText;
+    }
+    const bool tInsidePair =
+        pText.at(pMaxLength - 1).isLowSurrogate() && pText.at(pMaxLength - 2).isHighSurrogate();
+    return pText.left(tInsidePair ? pMaxLength - 2 : pMaxLength - 1) + QChar(0x2026);
+}
+
+QString clean(const QString& pText, QChar pLineEnd)
+{
+    QString tResult;
+    tResult.reserve(pText.size());
+    for (qsizetype i = 0; i < pText.size(); ++i) {
+        const QChar tChar = pText.at(i);
+        if (isLineEnd(tChar)) {
+            tResult += pLineEnd;
+        } else if (tChar.category() == QChar::Other_Control) {
+            tResult += QLatin1Char(' ');
+        } else if (tChar.isHighSurrogate() && i + 1 < pText.size() && pText.at(i + 1).isLowSurrogate()) {
+            tResult += tChar;
+            tResult += pText.at(++i);
+        } else if (tChar.isSurrogate()) {
+            tResult += QChar(QChar::ReplacementCharacter);
+        } else if (!changesDirection(tChar)) {
+            tResult += tChar;
+        }
+    }
+    return tResult;
+}
+
+} // namespace
+
+QString singleLine(const QString& pText, int pMaxLength)
+{
+    return cut(clean(pText.left(4 * pMaxLength), QLatin1Char(' ')).simplified(), pMaxLength);
+}
+
+QString manyLines(const QString& pText, int pMaxLength)
+{
+    QString tText = pText.left(4 * pMaxLength);
+    tText.replace(QLatin1String("\r\n"), QLatin1String("\n")).replace(QLatin1Char('\r'), QLatin1Char('\n'));
+    return cut(clean(tText, QLatin1Char('\n')).trimmed(), pMaxLength);
+}
+
+} // namespace tarn::vkservice::mail

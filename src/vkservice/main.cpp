@@ -1,0 +1,125 @@
+#include "CommandLine.h"
+#include "process/ParentWatch.h"
+#include "process/SignalWatch.h"
+#include "process/SystemdNotifier.h"
+#include "Service.h"
+#include "ServiceApplication.h"
+
+#include <vkcore/GRef.h>
+
+#include <QtCore/QCoreApplication>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+using namespace tarn;
+using namespace tarn::vkservice;
+
+namespace {
+
+constexpr int sWrongArgument = 2;
+
+void prepareProcess(bool pWorker)
+{
+    process::SignalWatch::blockSignals();
+    ::umask(022);
+    rlimit tFiles = {};
+    if (::getrlimit(RLIMIT_NOFILE, &tFiles) == 0) {
+        tFiles.rlim_cur = tFiles.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &tFiles);
+    }
+    // A Ctrl-C at the terminal is meant for the program that started the worker, which knows whether this is
+    // a moment to stop.
+    if (pWorker) {
+        ::setpgid(0, 0);
+    }
+}
+
+void print(FILE* pStream, const QString& pText)
+{
+    std::fputs(pText.toLocal8Bit().constData(), pStream);
+}
+
+// Has the worker end when nobody needs it any more.
+void followParent(Service& pService, process::ParentWatch& pParent)
+{
+    const auto tLook = [&pService, &pParent] {
+        if (pParent.isGone() && pService.sockets().connectionCount() == 0) {
+            pService.quit();
+        }
+    };
+    QObject::connect(&pParent, &process::ParentWatch::gone, &pService, tLook);
+    QObject::connect(&pService.sockets(), &ipc::SocketServer::connectionClosed, &pService, tLook);
+}
+
+int run(const CommandLine& pLine)
+{
+    const vkcore::GRef<ServiceApplication> tApp(new ServiceApplication(pLine.mForeground));
+    if (!tApp->init()) {
+        return 1;
+    }
+    process::SignalWatch tSignals;
+    process::SystemdNotifier tSystemd;
+    Service tService(*tApp, {pLine.mSocketName, pLine.mWorker});
+    std::unique_ptr<process::ParentWatch> tParent;
+    if (pLine.mWorker) {
+        tParent = std::make_unique<process::ParentWatch>();
+        followParent(tService, *tParent);
+    }
+    QObject::connect(&tSignals, &process::SignalWatch::endRequested, &tService, [&] {
+        tSystemd.stopping();
+        tService.quit();
+    });
+    QObject::connect(&tSignals, &process::SignalWatch::reloadRequested, &tService, [&] {
+        QString tError;
+        tSystemd.reloading();
+        tService.reload(&tError);
+        tSystemd.ready(QStringLiteral("Ready"));
+    });
+    QObject::connect(&tService, &Service::ended, tApp.get(), [&] { tApp->requestQuit(0); });
+
+    QString tError;
+    if (!tService.start(&tError)) {
+        tApp->write(LogLevel::Error, tError);
+        if (pLine.mForeground) {
+            tApp->fatalError(tError);
+        }
+        return 1;
+    }
+    tSystemd.ready(QStringLiteral("Ready"));
+    const int tStatus = QCoreApplication::exec();
+    tApp->write(LogLevel::Notice, QStringLiteral("The service has ended."));
+    return tStatus;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QStringList tArguments;
+    for (int i = 1; i < argc; ++i) {
+        tArguments.append(QString::fromLocal8Bit(argv[i]));
+    }
+    const CommandLine tLine = CommandLine::parse(tArguments);
+    switch (tLine.mOrder) {
+    case CommandLine::Order::Help:
+        print(stdout, CommandLine::usage());
+        return 0;
+    case CommandLine::Order::Version:
+        print(stdout, QStringLiteral("vkservice " VKSERVICE_VERSION "\n"));
+        return 0;
+    case CommandLine::Order::Refuse:
+        print(stderr, tLine.mComplaint + u'\n' + CommandLine::usage());
+        return sWrongArgument;
+    case CommandLine::Order::Run:
+        break;
+    }
+    prepareProcess(tLine.mWorker);
+    QCoreApplication tQtApp(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("vkservice"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(VKSERVICE_VERSION));
+    return run(tLine);
+}

@@ -1,0 +1,80 @@
+#include "control/MailControl.h"
+#include "internal/Protocol.h"
+#include "ipc/Params.h"
+#include "mail/Address.h"
+#include "methods/Methods.h"
+#include "Service.h"
+
+#include <QtCore/QJsonDocument>
+
+namespace tarn::vkservice::methods {
+
+using namespace vkcore;
+using namespace ipc;
+
+namespace {
+
+constexpr qsizetype sMaxBytes = 1024 * 1024;
+
+Reply getMonitoring(Service& pService)
+{
+    const auto tSettings = pService.settings().monitoring();
+    return tSettings ? Reply::result(protocol::toJson(*tSettings))
+                     : pService.storeFailure(QStringLiteral("The monitoring settings"));
+}
+
+// A null text if the settings can be taken.
+QString complaint(const MonitoringSettings& pSettings)
+{
+    if (pSettings.summarizedMailPeriod() < 1 || pSettings.updateOverduePeriod() < 1) {
+        return QStringLiteral("A period of the monitoring has at least one day.");
+    }
+    for (const MonitoringEmail& tEmail : pSettings.notificationEmailAddresses()) {
+        if (!mail::isMailAddress(tEmail.mAddress)) {
+            return QStringLiteral("This is no e-mail address that can be written to: %1")
+                .arg(tEmail.mAddress.left(254));
+        }
+    }
+    const auto tJson = QJsonDocument(protocol::toJson(pSettings)).toJson(QJsonDocument::Compact);
+    return tJson.size() > sMaxBytes ? QStringLiteral("The monitoring settings are too long.") : QString();
+}
+
+// The service alone knows which addresses are verified and when the last summary went out.
+Reply setMonitoring(Service& pService, const QJsonObject& pParams)
+{
+    Params tParams(pParams);
+    MonitoringSettings tWanted;
+    tParams.object("settings", &tWanted);
+    if (!tParams.ok()) {
+        return tParams.invalid();
+    }
+    const QString tComplaint = complaint(tWanted);
+    if (!tComplaint.isNull()) {
+        return Reply::refused(tComplaint);
+    }
+    const auto tOld = pService.settings().monitoring();
+    if (!tOld) {
+        return pService.storeFailure(QStringLiteral("The monitoring settings"));
+    }
+    tWanted.mLastSummary = tOld->mLastSummary;
+    tWanted.setNotificationEmailAddresses(
+        mail::keepVerified(tOld->notificationEmailAddresses(), tWanted.notificationEmailAddresses()));
+    if (!pService.settings().setMonitoring(tWanted)) {
+        return pService.storeFailure(QStringLiteral("The monitoring settings"));
+    }
+    pService.mail().onMonitoringChanged(tWanted);
+    return Reply::done();
+}
+
+} // namespace
+
+void addMonitoringMethods(MethodTable& pTable, Service& pService)
+{
+    using Kind = MethodTable::Kind;
+    pTable.add(QStringLiteral("getMonitoringSettings"), Kind::Query,
+               [&](Connection&, const QJsonObject&) { return getMonitoring(pService); });
+    pTable.add(QStringLiteral("setMonitoringSettings"), Kind::Change,
+               [&](Connection&, const QJsonObject& pParams) { return setMonitoring(pService, pParams); });
+}
+
+} // namespace tarn::vkservice::methods

@@ -1,0 +1,193 @@
+#include "control/MailControl.h"
+#include "control/UpdateControl.h"
+#include "internal/Protocol.h"
+#include "ipc/Params.h"
+#include "methods/Methods.h"
+#include "Service.h"
+#include "ServiceApplication.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QRegularExpression>
+
+namespace tarn::vkservice::methods {
+
+using namespace vkcore;
+using namespace ipc;
+
+namespace {
+
+const QString sLastRun = QStringLiteral("service.lastRun");
+constexpr qsizetype sMaxText = 64 * 1024;
+
+// The password stays here: a client sends the proxy back with passwordChanged false, and then the stored one
+// stays.
+Reply getProxy(Service& pService)
+{
+    auto tProxy = pService.settings().proxy();
+    if (!tProxy) {
+        return pService.storeFailure(QStringLiteral("The proxy settings"));
+    }
+    tProxy->mProxy.mPassword = QString();
+    return Reply::result(QJsonObject{
+        {QStringLiteral("mode"), static_cast<int>(tProxy->mMode)},
+        {QStringLiteral("proxy"), protocol::toJson(tProxy->mProxy)},
+    });
+}
+
+Reply setProxy(Service& pService, const QJsonObject& pParams)
+{
+    Params tParams(pParams);
+    store::ProxySettings tProxy;
+    tProxy.mMode = tParams.enumerator<NetProxyMode>("mode", NetProxyModeManual);
+    tParams.object("proxy", &tProxy.mProxy);
+    if (!tParams.ok()) {
+        return tParams.invalid();
+    }
+    const NetProxy& tNew = tProxy.mProxy;
+    if (tNew.mHost.size() + tNew.mUser.size() + tNew.mPassword.size() > sMaxText) {
+        return Reply::refused(QStringLiteral("The texts of the proxy are too long."));
+    }
+    return pService.settings().setProxy(tProxy) ? Reply::done()
+                                                : pService.storeFailure(QStringLiteral("The proxy settings"));
+}
+
+Reply getDataDirectory(Service& pService)
+{
+    const auto tPath = pService.settings().dataDirectory();
+    if (!tPath) {
+        return pService.storeFailure(QStringLiteral("The data directory"));
+    }
+    return Reply::result(tPath->isNull() ? QString(QLatin1String("")) : *tPath);
+}
+
+// Whether the directory is there and can be written is looked at when it is used: it may be a disk that
+// is not mounted yet.
+Reply setDataDirectory(Service& pService, const QJsonObject& pParams)
+{
+    Params tParams(pParams);
+    const QString tPath = tParams.get<QString>("path");
+    if (!tParams.ok()) {
+        return tParams.invalid();
+    }
+    if ((!tPath.isEmpty() && !QDir::isAbsolutePath(tPath)) || tPath.contains(QChar(0)) ||
+        tPath.size() > sMaxText) {
+        return Reply::refused(
+            QStringLiteral("The data directory has to be an absolute path, or empty for the default."));
+    }
+    return pService.settings().setDataDirectory(tPath)
+               ? Reply::done()
+               : pService.storeFailure(QStringLiteral("The data directory"));
+}
+
+Reply getLanguages(Service& pService)
+{
+    const auto tApp = pService.settings().appLanguage();
+    const auto tData = pService.settings().dataLanguage();
+    if (!tApp || !tData) {
+        return pService.storeFailure(QStringLiteral("The languages"));
+    }
+    const QString tDefault = pService.app().getAppLang();
+    return Reply::result(QJsonObject{
+        {QStringLiteral("app"), tApp->isEmpty() ? tDefault : *tApp},
+        {QStringLiteral("data"), tData->isEmpty() ? tDefault : *tData},
+    });
+}
+
+bool isLanguage(const QString& pCode)
+{
+    static const QRegularExpression sForm(
+        QStringLiteral("^[A-Za-z]{2,8}([_-][A-Za-z0-9]{1,8}){0,3}(@[A-Za-z]{1,16})?$"),
+        QRegularExpression::DontCaptureOption);
+    return pCode.isNull() || sForm.match(pCode).hasMatch();
+}
+
+Reply setLanguages(Service& pService, const QJsonObject& pParams)
+{
+    Params tParams(pParams);
+    const QString tApp = tParams.get<QString>("app");
+    const QString tData = tParams.get<QString>("data");
+    if (!tParams.ok()) {
+        return tParams.invalid();
+    }
+    if (!isLanguage(tApp) || !isLanguage(tData)) {
+        return Reply::refused(QStringLiteral("A language is a code such as \"de\" or \"pt_BR\"."));
+    }
+    return pService.settings().setLanguages(tApp, tData)
+               ? Reply::done()
+               : pService.storeFailure(QStringLiteral("The languages"));
+}
+
+QString lastRunText(Service& pService, const QString& pDefault)
+{
+    const QDateTime tFinished = pService.updates().lastRun().mFinished;
+    return tFinished.isValid() ? tFinished.toString(QStringLiteral("yyyyMMddhhmmss")) : pDefault;
+}
+
+Reply getVariable(Service& pService, const QJsonObject& pParams)
+{
+    Params tParams(pParams);
+    const QString tName = tParams.get<QString>("name");
+    const QString tDefault = tParams.get<QString>("default");
+    if (!tParams.ok()) {
+        return tParams.invalid();
+    }
+    if (tName == sLastRun) {
+        return Reply::result(protocol::toJson(lastRunText(pService, tDefault)));
+    }
+    if (control::MailControl::isVerification(tName)) {
+        return Reply::result(pService.mail().verificationState(tName));
+    }
+    const auto tValue = pService.variables().value(tName, tDefault);
+    return tValue ? Reply::result(protocol::toJson(*tValue))
+                  : pService.storeFailure(QStringLiteral("The configuration variable"));
+}
+
+Reply setVariable(Service& pService, const QJsonObject& pParams)
+{
+    Params tParams(pParams);
+    const QString tName = tParams.get<QString>("name");
+    const QString tValue = tParams.get<QString>("value");
+    if (!tParams.ok()) {
+        return tParams.invalid();
+    }
+    if (tName == sLastRun) {
+        return Reply::refused(QStringLiteral("The variable service.lastRun is set by the service alone."));
+    }
+    QString tReason;
+    if (control::MailControl::isVerification(tName)) {
+        const bool tDone = pService.mail().verify(tName, tValue, &tReason);
+        return Reply::of(tDone, tReason);
+    }
+    if (!pService.variables().set(tName, tValue, &tReason)) {
+        return Reply::refused(tReason);
+    }
+    pService.onVariablesChanged();
+    return Reply::done();
+}
+
+} // namespace
+
+void addSettingsMethods(MethodTable& pTable, Service& pService)
+{
+    using Kind = MethodTable::Kind;
+    const auto tAdd = [&](const char* pName, Kind pKind, Reply (*pHandler)(Service&, const QJsonObject&)) {
+        pTable.add(QLatin1String(pName), pKind,
+                   [&pService, pHandler](Connection&, const QJsonObject& pParams) {
+                       return pHandler(pService, pParams);
+                   });
+    };
+    const auto tAddGetter = [&](const char* pName, Reply (*pHandler)(Service&)) {
+        pTable.add(QLatin1String(pName), Kind::Query,
+                   [&pService, pHandler](Connection&, const QJsonObject&) { return pHandler(pService); });
+    };
+    tAddGetter("getNetProxySettings", &getProxy);
+    tAdd("setNetProxySettings", Kind::Change, &setProxy);
+    tAddGetter("getKdmlDataDirectory", &getDataDirectory);
+    tAdd("setKdmlDataDirectory", Kind::Change, &setDataDirectory);
+    tAddGetter("getLanguages", &getLanguages);
+    tAdd("setLanguages", Kind::Change, &setLanguages);
+    tAdd("getConfigValue", Kind::Query, &getVariable);
+    tAdd("setConfigValue", Kind::Change, &setVariable);
+}
+
+} // namespace tarn::vkservice::methods

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "os/Failure.h"
+#include "os/FileSystem.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+namespace tarn::vkservice::os {
+
+// Writes all of the bytes, however many calls that takes. -1 and errno on failure.
+int writeAll(FileSystem& pFileSystem, int pFd, const char* pData, size_t pSize);
+
+// A folder with all folders above it; one that is there already is fine.
+Failure makePath(FileSystem& pFileSystem, const QString& pPath, mode_t pMode);
+
+// The whole of a regular file, or a failure if it is longer than pMaxSize bytes.
+Failure readFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxSize, QByteArray* pTo);
+
+// Makes or replaces a file, without syncing it.
+Failure writeFile(FileSystem& pFileSystem, const QString& pPath, const QByteArray& pBytes, mode_t pMode);
+
+// Removes a file, a link or a whole folder; links are not followed. What is not there counts as removed. Goes
+// on behind a failure and reports the first one.
+Failure removeTree(FileSystem& pFileSystem, const QString& pPath);
+
+// fsync of a folder: its names are on the disk after it.
+Failure syncDir(FileSystem& pFileSystem, const QString& pPath);
+
+} // namespace tarn::vkservice::os

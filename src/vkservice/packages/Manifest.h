@@ -1,0 +1,44 @@
+#pragma once
+
+#include "packages/PackageInfo.h"
+#include "sqlite/InstallLogStore.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QDateTime>
+#include <QtCore/QList>
+#include <QtCore/QString>
+
+namespace tarn::vkservice::packages {
+
+struct InstalledPackage
+{
+    PackageInfo mInfo;
+    QString mHash;   // lower-case hex, of the archive it came from
+    QString mFolder; // as PackageFolders::folder
+    QString mParent; // null for a package of the top level
+};
+
+// What a generation holds, kept in it as a file: the one place that says what is installed. It carries the
+// log records of the run that made it, so a run that is killed behind the switch loses none.
+struct Manifest
+{
+    qint64 mGeneration = 0; // 0: nothing has been installed yet
+    qint64 mPrevious = 0;   // the generation before it, which is kept as well
+    QString mRunId;
+    QDateTime mRunDate;
+    QList<vkcore::InstallLogStore::Record> mRecords;
+    QList<InstalledPackage> mPackages;
+
+    const InstalledPackage* find(const QString& pName) const;
+
+    QByteArray toBytes() const;
+    // False, with the reason in *pError, for bytes that toBytes did not make.
+    static bool fromBytes(const QByteArray& pBytes, Manifest* pTo, QString* pError);
+};
+
+inline QString manifestFileName()
+{
+    return QStringLiteral(".manifest.json");
+}
+
+} // namespace tarn::vkservice::packages

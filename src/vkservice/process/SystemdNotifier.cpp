@@ -1,0 +1,44 @@
+#include "process/SystemdNotifier.h"
+
+#include <systemd/sd-daemon.h>
+
+#include <ctime>
+
+namespace tarn::vkservice::process {
+
+namespace {
+
+constexpr int sExtensionMs = 10000;
+
+} // namespace
+
+SystemdNotifier::SystemdNotifier(QObject* pParent) : QObject(pParent)
+{
+    uint64_t tMicroseconds = 0;
+    if (sd_watchdog_enabled(0, &tMicroseconds) > 0) {
+        connect(&mWatchdog, &QTimer::timeout, this, [] { sd_notify(0, "WATCHDOG=1"); });
+        mWatchdog.start(static_cast<int>(tMicroseconds / 1000 / 3));
+    }
+    connect(&mExtension, &QTimer::timeout, this, [] { sd_notify(0, "EXTEND_TIMEOUT_USEC=30000000"); });
+}
+
+void SystemdNotifier::ready(const QString& pStatus)
+{
+    sd_notify(0, ("READY=1\nSTATUS=" + pStatus.toUtf8()).constData());
+}
+
+void SystemdNotifier::reloading()
+{
+    timespec tNow = {};
+    ::clock_gettime(CLOCK_MONOTONIC, &tNow);
+    sd_notifyf(0, "RELOADING=1\nMONOTONIC_USEC=%lld",
+               static_cast<long long>(tNow.tv_sec) * 1000000 + tNow.tv_nsec / 1000);
+}
+
+void SystemdNotifier::stopping()
+{
+    sd_notify(0, "STOPPING=1\nEXTEND_TIMEOUT_USEC=30000000");
+    mExtension.start(sExtensionMs);
+}
+
+} // namespace tarn::vkservice::process

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QtCore/QObject>
+#include <QtCore/QString>
+#include <QtCore/QTimer>
+
+namespace tarn::vkservice::process {
+
+// Tells systemd how the service is. Does nothing where systemd did not start it.
+class SystemdNotifier : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit SystemdNotifier(QObject* pParent = nullptr);
+
+    void ready(const QString& pStatus);
+    void reloading();
+    // From here on the time that systemd gives for the end is asked for anew, as long as the event loop runs.
+    void stopping();
+
+private:
+    QTimer mWatchdog;
+    QTimer mExtension;
+};
+
+} // namespace tarn::vkservice::process

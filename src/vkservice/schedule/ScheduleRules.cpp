@@ -1,0 +1,148 @@
+#include "schedule/ScheduleRules.h"
+
+#include <QtCore/QCryptographicHash>
+#include <QtCore/QtEndian>
+
+namespace tarn::vkservice::schedule {
+
+using vkcore::Scheduler;
+
+namespace {
+
+constexpr int sLastYear = 9999;            // what a date on the socket can say
+constexpr qint64 sToleranceSeconds = 7200; // an hour that comes twice, and some
+
+// A period beyond the years that a date can say. Qt counts months up one year after the other, so it must not
+// be asked for them.
+bool isEndless(const ScheduleSettings& pSchedule)
+{
+    constexpr qint64 sHours[] = {1, 24, 7 * 24, 28 * 24};
+    return pSchedule.mPeriodCount * sHours[pSchedule.mUnit] > qint64(sLastYear) * 366 * 24;
+}
+
+// pPeriods may be negative. Invalid where the calendar ends.
+QDateTime shifted(const QDateTime& pDate, int pPeriods, const ScheduleSettings& pSchedule)
+{
+    if (isEndless(pSchedule)) {
+        return {};
+    }
+    const qint64 tSteps = qint64(pPeriods) * pSchedule.mPeriodCount;
+    switch (pSchedule.mUnit) {
+    case Scheduler::PeriodHour:
+        return pDate.addSecs(tSteps * 3600);
+    case Scheduler::PeriodDay:
+        return pDate.addDays(tSteps);
+    case Scheduler::PeriodWeek:
+        return pDate.addDays(tSteps * 7);
+    case Scheduler::PeriodMonth:
+        break;
+    }
+    return pDate.addMonths(static_cast<int>(tSteps));
+}
+
+QDateTime bounded(const QDateTime& pDate)
+{
+    return pDate.isValid() && pDate.date().year() <= sLastYear
+               ? pDate
+               : QDateTime(QDate(sLastYear, 12, 31), QTime(0, 0));
+}
+
+// Without a period the lead alone is what lies between two checks.
+QDateTime nextFrom(const QDateTime& pAnchor, const ScheduleSettings& pSchedule, const QDateTime& pNow)
+{
+    const int tLead = pSchedule.mPeriodCount > 0 ? 1 : sLeadSeconds;
+    if (isEndless(pSchedule)) {
+        return pAnchor >= pNow.addSecs(tLead) ? pAnchor : bounded({});
+    }
+    return bounded(
+        Scheduler::nextValidUpdateTime(pAnchor, pSchedule.mPeriodCount, pSchedule.mUnit, pNow, tLead));
+}
+
+bool samePeriod(const ScheduleSettings& pOne, const ScheduleSettings& pOther)
+{
+    return pOne.mPeriodCount == pOther.mPeriodCount && pOne.mUnit == pOther.mUnit;
+}
+
+QDateTime anchorOf(const ScheduleSettings& pSchedule)
+{
+    return pSchedule.mAnchor.isValid() ? pSchedule.mAnchor : pSchedule.mNextCheck;
+}
+
+// The date from which a new period counts: where the old one began, or now where that can't be said.
+QDateTime beginOfPeriod(const ScheduleSettings& pOld, const QDateTime& pNow)
+{
+    const QDateTime tBegin = pOld.mPeriodCount > 0 ? shifted(pOld.mNextCheck, -1, pOld) : QDateTime();
+    return tBegin.isValid() ? tBegin : pNow;
+}
+
+} // namespace
+
+bool runsByDate(const ScheduleSettings& pSchedule)
+{
+    return pSchedule.mMode != Scheduler::AutoUpdateManual && !pSchedule.atLogin();
+}
+
+ScheduleSettings afterChange(const ScheduleSettings& pOld, const ScheduleSettings& pWanted,
+                             const QDateTime& pNow)
+{
+    ScheduleSettings tNew = pWanted;
+    const bool tNamed = pWanted.mNextCheck.isValid() && pWanted.mNextCheck != pOld.mNextCheck;
+    tNew.mNextCheckChosen = pWanted.mNextCheck.isValid() && (tNamed || pOld.mNextCheckChosen);
+    tNew.mAnchor = tNamed ? pWanted.mNextCheck : pOld.mAnchor;
+    if (!tNew.mNextCheckChosen && !samePeriod(pOld, pWanted) && tNew.mNextCheck.isValid()) {
+        tNew.mAnchor = beginOfPeriod(pOld, pNow);
+        tNew.mNextCheck = nextFrom(tNew.mAnchor, tNew, pNow);
+    }
+    if (!runsByDate(tNew)) {
+        return tNew;
+    }
+    if (!tNew.mNextCheck.isValid()) {
+        tNew.mNextCheck = pNow.addSecs(sLeadSeconds);
+        tNew.mAnchor = tNew.mNextCheck;
+    } else if (tNew.mNextCheck < pNow) {
+        tNew.mNextCheck = nextFrom(anchorOf(tNew), tNew, pNow);
+    }
+    return tNew;
+}
+
+ScheduleSettings afterCheck(const ScheduleSettings& pSchedule, const QDateTime& pNow)
+{
+    ScheduleSettings tNext = pSchedule;
+    tNext.mAnchor = anchorOf(pSchedule);
+    tNext.mNextCheck = nextFrom(tNext.mAnchor, pSchedule, pNow);
+    tNext.mNextCheckChosen = false;
+    return tNext;
+}
+
+ScheduleSettings afterClockChange(const ScheduleSettings& pSchedule, const QDateTime& pNow)
+{
+    if (pSchedule.mNextCheckChosen || !pSchedule.mNextCheck.isValid()) {
+        return pSchedule;
+    }
+    const QDateTime tLatest =
+        pSchedule.mPeriodCount > 0 ? shifted(pNow, 1, pSchedule) : pNow.addSecs(sLeadSeconds);
+    if (!tLatest.isValid() || pSchedule.mNextCheck <= tLatest.addSecs(sToleranceSeconds)) {
+        return pSchedule;
+    }
+    ScheduleSettings tBack = pSchedule;
+    tBack.mNextCheck = bounded(QDateTime(tLatest.date(), anchorOf(pSchedule).time()));
+    if (tBack.mNextCheck <= pNow) {
+        tBack.mNextCheck = tLatest;
+    }
+    tBack.mAnchor = tBack.mNextCheck;
+    return tBack;
+}
+
+int jitterOffset(const QDateTime& pNextCheck, int pJitterSeconds, const QByteArray& pMachine)
+{
+    if (pJitterSeconds <= 0) {
+        return 0;
+    }
+    QCryptographicHash tHash(QCryptographicHash::Sha256);
+    tHash.addData(pMachine);
+    tHash.addData(pNextCheck.toString(Qt::ISODate).toUtf8());
+    const auto tNumber = qFromBigEndian<quint32>(tHash.result().constData());
+    return static_cast<int>(tNumber % (quint32(pJitterSeconds) + 1));
+}
+
+} // namespace tarn::vkservice::schedule

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <vkcore/Scheduler.h>
+
+#include <QtCore/QDateTime>
+#include <QtCore/QString>
+
+namespace tarn::vkservice::schedule {
+
+inline constexpr int sFlagAtLogin =
+    1; // bit 0 of the flags: the check comes at a user's login, not after a period
+
+// When the service updates by itself.
+struct ScheduleSettings
+{
+    vkcore::Scheduler::AutoUpdateMode mMode = vkcore::Scheduler::AutoUpdateManual;
+    int mFlags = 0;
+    QDateTime mNextCheck; // local time
+    int mPeriodCount = 1;
+    vkcore::Scheduler::PeriodUnit mUnit = vkcore::Scheduler::PeriodDay;
+    // The date that periods are counted from, so that the 31st comes back after a short month, and the hour
+    // after the night that lacks it. Invalid: the next check itself.
+    QDateTime mAnchor;
+    QString mExtra; // of other clients, only carried along
+    // Somebody named this very date, so it may lie further ahead than one period.
+    bool mNextCheckChosen = false;
+
+    bool atLogin() const { return (mFlags & sFlagAtLogin) != 0; }
+    bool operator==(const ScheduleSettings&) const = default;
+};
+
+} // namespace tarn::vkservice::schedule

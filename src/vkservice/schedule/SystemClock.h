@@ -1,0 +1,32 @@
+#pragma once
+
+#include "schedule/Clock.h"
+
+#include <memory>
+
+class QSocketNotifier;
+class QTimer;
+
+namespace tarn::vkservice::schedule {
+
+// The machine's clock.
+class SystemClock : public Clock
+{
+    Q_OBJECT
+
+public:
+    explicit SystemClock(QObject* pParent = nullptr);
+    ~SystemClock() override;
+
+    QDateTime now() const override;
+    void wakeAt(const QDateTime& pWhen) override;
+
+private:
+    void onTimer();
+
+    int mTimerFd = -1;
+    std::unique_ptr<QSocketNotifier> mNotifier;
+    std::unique_ptr<QTimer> mFallback; // where the kernel gives no timer
+};
+
+} // namespace tarn::vkservice::schedule

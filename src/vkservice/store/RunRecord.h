@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QtCore/QDateTime>
+#include <QtCore/QString>
+
+namespace tarn::vkservice::store {
+
+// How the last update run ended.
+struct RunRecord
+{
+    int mCode = 0; // an update::ResultCode; 0: there was no run yet
+    QString mText;
+    QDateTime mFinished;    // local time
+    QDateTime mLastSuccess; // when a run last ended well; invalid before the first
+
+    bool operator==(const RunRecord&) const = default;
+};
+
+} // namespace tarn::vkservice::store

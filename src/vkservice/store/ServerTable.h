@@ -1,0 +1,89 @@
+#pragma once
+
+#include <QtCore/QHash>
+#include <QtCore/QList>
+#include <QtCore/QString>
+
+#include <functional>
+#include <optional>
+
+namespace tarn::vkcore {
+class Database;
+class Server;
+} // namespace tarn::vkcore
+
+namespace tarn::vkservice::store {
+
+struct ServerEntry
+{
+    QString mName;
+    QString mUri;
+    QString mUser;
+    QString mPassword; // null where there is none
+    bool mEnabled = true;
+    bool mDefault = false;
+    bool mSavePassword = false;
+};
+
+// The list of update servers. At most one of them is the default server, and the "default server" of the
+// settings is that entry and nothing beside it. Each setter is one transaction and moves the revision on, so
+// that two clients can't overwrite each other's change by a position that no longer holds.
+class ServerTable
+{
+public:
+    enum class Outcome
+    {
+        Done,
+        Stale,   // the revision is no longer current
+        NoEntry, // no entry at this position
+        Invalid, // the entry breaks a rule, which reason() names
+        Failed,  // the database; reason() says why
+    };
+
+    explicit ServerTable(vkcore::Database& pDatabase) : mDatabase(pDatabase) {}
+
+    // In the order of the list; none if the database can't be read. Passwords are in it.
+    std::optional<QList<ServerEntry>> entries();
+    // The default entry; an entry without an address where there is none.
+    std::optional<ServerEntry> defaultEntry();
+    std::optional<qint64> revision();
+
+    Outcome add(const vkcore::Server& pServer);
+    // Keeps the stored password where pServer has none set. pRevision none: whatever the list is now.
+    Outcome change(int pIndex, const vkcore::Server& pServer, std::optional<qint64> pRevision);
+    Outcome remove(int pIndex, std::optional<qint64> pRevision);
+    // Changes the default entry, or makes one that is enabled.
+    Outcome setDefault(const QString& pUri, const QString& pUser, const QString& pPassword);
+    // Gives a machine its first default server. Does nothing once the list has been changed in any way.
+    Outcome provide(const QString& pUri);
+
+    const QString& reason() const { return mReason; }
+    // The database has been replaced by another one.
+    void forget();
+
+private:
+    struct Row
+    {
+        qint64 mId = 0;
+        ServerEntry mEntry;
+    };
+
+    std::optional<QList<Row>> rows(const char* pTail, std::optional<qint64> pValue = {});
+    Outcome inTransaction(std::optional<qint64> pRevision, const std::function<Outcome()>& pBody);
+    std::optional<qint64> idAt(int pIndex);
+    Outcome check(const ServerEntry& pEntry);
+    bool insert(const ServerEntry& pEntry);
+    bool update(qint64 pId, const ServerEntry& pEntry);
+    bool clearDefault();
+    bool moveRevision();
+    std::optional<qsizetype> listBytes();
+    Outcome failed();
+
+    vkcore::Database& mDatabase;
+    QString mReason;
+    // Passwords that their owners do not want on the disk: they end with this process.
+    QHash<qint64, QString> mUnsavedPasswords;
+    std::optional<qsizetype> mListBytes; // what the list takes in an answer, once it was counted
+};
+
+} // namespace tarn::vkservice::store

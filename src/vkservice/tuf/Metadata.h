@@ -1,0 +1,112 @@
+// The metadata files as values. Reading one checks its format, and nothing of who signed it.
+#pragma once
+
+#include "tuf/Error.h"
+#include "tuf/Hashes.h"
+#include "tuf/PublicKey.h"
+#include "tuf/TargetFile.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QDateTime>
+#include <QtCore/QHash>
+#include <QtCore/QList>
+#include <QtCore/QMap>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+#include <optional>
+
+namespace tarn::tuf {
+
+inline const QString sRoot = QStringLiteral("root");
+inline const QString sTimestamp = QStringLiteral("timestamp");
+inline const QString sSnapshot = QStringLiteral("snapshot");
+inline const QString sTargets = QStringLiteral("targets");
+
+using KeyMap = QHash<QString, PublicKey>; // key id -> key
+
+// Who must sign a role.
+struct RoleKeys
+{
+    QStringList mKeyIds; // each once; some may name no key
+    qint64 mThreshold = 1;
+};
+
+struct Signature
+{
+    QString mKeyId;
+    QByteArray mBytes;
+};
+
+// What every metadata file has.
+struct Signed
+{
+    qint64 mVersion = 0;
+    QDateTime mExpires;
+    QByteArray mMessage; // the bytes that the signatures are over
+    QList<Signature> mSignatures;
+};
+
+struct Root : Signed
+{
+    bool mConsistentSnapshot = false;
+    KeyMap mKeys;
+    QMap<QString, RoleKeys> mRoles; // has the four top-level roles at least
+};
+
+// What one metadata file says about another.
+struct MetaFile
+{
+    qint64 mVersion = 0;
+    std::optional<qint64> mLength;
+    HashMap mHashes; // empty: not stated
+};
+
+struct Timestamp : Signed
+{
+    MetaFile mSnapshot;
+};
+
+struct Snapshot : Signed
+{
+    QMap<QString, MetaFile> mRoles; // role name -> its file
+};
+
+struct DelegatedRole
+{
+    QString mName;
+    RoleKeys mKeys;
+    bool mTerminating = false;
+    QStringList mPaths;        // patterns; empty where the role is found by hash
+    QStringList mHashPrefixes; // lower-case hex
+};
+
+// Delegation to 2^mBitLength roles at once, each with the target paths whose hash begins with its number.
+struct SuccinctRoles
+{
+    RoleKeys mKeys;
+    int mBitLength = 0; // 1 to 32
+    QString mNamePrefix;
+};
+
+struct Delegations
+{
+    KeyMap mKeys;
+    QList<DelegatedRole> mRoles;            // in the order to search
+    std::optional<SuccinctRoles> mSuccinct; // instead of mRoles
+};
+
+struct Targets : Signed
+{
+    QMap<QString, TargetFile> mTargets; // path -> file; mFetchPath is not set
+    Delegations mDelegations;
+};
+
+// An error is always ErrorKind::Untrusted, and *pTo is then of no use.
+Error parseRoot(const QByteArray& pFile, Root* pTo);
+Error parseTimestamp(const QByteArray& pFile, Timestamp* pTo);
+Error parseSnapshot(const QByteArray& pFile, Snapshot* pTo);
+// pRole is for the error's text.
+Error parseTargets(const QByteArray& pFile, const QString& pRole, Targets* pTo);
+
+} // namespace tarn::tuf

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "tuf/Error.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+namespace tarn::vkservice::os {
+class FileSystem;
+}
+
+namespace tarn::tuf {
+
+// The folder of one repository's trusted metadata: ROLE.json for each role, its name percent-encoded.
+class MetadataStore
+{
+public:
+    MetadataStore(vkservice::os::FileSystem& pFileSystem, const QString& pFolder);
+
+    // ErrorKind::NotFound if the role has no file or one that is too long, ErrorKind::Local if the disk
+    // fails.
+    Error load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo);
+    Error save(const QString& pRole, const QByteArray& pFile);
+    // Fine if there is none.
+    Error remove(const QString& pRole);
+
+    // Makes the folder, or removes all metadata from it.
+    Error clear();
+
+private:
+    QString pathOf(const QString& pRole) const;
+    Error removeFile(const QString& pPath);
+
+    vkservice::os::FileSystem& mFileSystem;
+    QString mFolder;
+};
+
+} // namespace tarn::tuf

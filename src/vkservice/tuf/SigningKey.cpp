@@ -1,0 +1,177 @@
+#include "tuf/SigningKey.h"
+
+#include "tuf/CanonicalJson.h"
+#include "tuf/Hashes.h"
+#include "tuf/Scheme.h"
+
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/rsa.h>
+
+#include <QtCore/QJsonArray>
+
+#include <array>
+
+namespace tarn::tuf {
+
+struct SigningKey::Data
+{
+    EvpKey mKey;
+    const Scheme* mScheme = nullptr;
+};
+
+namespace {
+
+constexpr size_t sRsaBits = 3072;
+
+QByteArray takeMemory(const Bio& pBio)
+{
+    char* tData = nullptr;
+    const long tLength = BIO_get_mem_data(pBio.get(), &tData);
+    return QByteArray(tData, tLength);
+}
+
+// The scheme that a private key signs with.
+const Scheme* schemeOf(const EVP_PKEY* pKey)
+{
+    constexpr std::array sPairs{
+        std::pair{"ed25519", "ed25519"},
+        std::pair{"ecdsa", "ecdsa-sha2-nistp256"},
+        std::pair{"ecdsa", "ecdsa-sha2-nistp384"},
+        std::pair{"rsa", "rsassa-pss-sha256"},
+    };
+    for (const auto& [tType, tName] : sPairs) {
+        const Scheme* tScheme = findScheme(QLatin1String(tType), QLatin1String(tName));
+        if (fitsScheme(pKey, *tScheme)) {
+            return tScheme;
+        }
+    }
+    return nullptr;
+}
+
+QByteArray publicValue(const EVP_PKEY* pKey, const Scheme& pScheme)
+{
+    if (pScheme.mKeyKind == EVP_PKEY_ED25519) {
+        std::array<unsigned char, 32> tBytes{};
+        size_t tLength = tBytes.size();
+        EVP_PKEY_get_raw_public_key(pKey, tBytes.data(), &tLength);
+        return QByteArray(reinterpret_cast<const char*>(tBytes.data()), static_cast<qsizetype>(tLength))
+            .toHex();
+    }
+    const Bio tBio(BIO_new(BIO_s_mem()));
+    PEM_write_bio_PUBKEY(tBio.get(), pKey);
+    return takeMemory(tBio);
+}
+
+} // namespace
+
+SigningKey::SigningKey(std::shared_ptr<const Data> pData) : d(std::move(pData)) {}
+
+QStringList SigningKey::types()
+{
+    return {QStringLiteral("ed25519"), QStringLiteral("ecdsa"), QStringLiteral("ecdsa-p384"),
+            QStringLiteral("rsa")};
+}
+
+std::optional<SigningKey> SigningKey::generate(const QString& pType)
+{
+    auto tData = std::make_shared<Data>();
+    if (pType == QLatin1String("ed25519")) {
+        tData->mKey.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"));
+    } else if (pType == QLatin1String("ecdsa")) {
+        tData->mKey.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+    } else if (pType == QLatin1String("ecdsa-p384")) {
+        tData->mKey.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-384"));
+    } else if (pType == QLatin1String("rsa")) {
+        tData->mKey.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", sRsaBits));
+    }
+    if (!tData->mKey) {
+        return std::nullopt;
+    }
+    tData->mScheme = schemeOf(tData->mKey.get());
+    return SigningKey(tData);
+}
+
+std::optional<SigningKey> SigningKey::fromPem(const QByteArray& pPem)
+{
+    const Bio tBio(BIO_new_mem_buf(pPem.constData(), static_cast<int>(pPem.size())));
+    auto tData = std::make_shared<Data>();
+    // An empty password instead of a callback that would ask on the terminal.
+    char tNoPassword[] = "";
+    tData->mKey.reset(PEM_read_bio_PrivateKey(tBio.get(), nullptr, nullptr, tNoPassword));
+    ERR_clear_error();
+    if (!tData->mKey) {
+        return std::nullopt;
+    }
+    tData->mScheme = schemeOf(tData->mKey.get());
+    return tData->mScheme != nullptr ? std::optional(SigningKey(tData)) : std::nullopt;
+}
+
+QByteArray SigningKey::toPem() const
+{
+    const Bio tBio(BIO_new(BIO_s_mem()));
+    PEM_write_bio_PKCS8PrivateKey(tBio.get(), d->mKey.get(), nullptr, nullptr, 0, nullptr, nullptr);
+    return takeMemory(tBio);
+}
+
+QJsonObject SigningKey::publicJson() const
+{
+    const QJsonObject tValue{
+        {QStringLiteral("public"), QString::fromLatin1(publicValue(d->mKey.get(), *d->mScheme))}};
+    return QJsonObject{{QStringLiteral("keytype"), QLatin1String(d->mScheme->mType)},
+                       {QStringLiteral("scheme"), QLatin1String(d->mScheme->mScheme)},
+                       {QStringLiteral("keyval"), tValue}};
+}
+
+QString SigningKey::id() const
+{
+    QByteArray tBytes;
+    canonicalJson(publicJson(), &tBytes);
+    return QString::fromLatin1(sha256(tBytes));
+}
+
+QByteArray SigningKey::sign(const QByteArray& pMessage) const
+{
+    const EvpDigestContext tContext(EVP_MD_CTX_new());
+    EVP_PKEY_CTX* tKeyContext = nullptr; // belongs to tContext
+    const auto* tMessage = reinterpret_cast<const unsigned char*>(pMessage.constData());
+    const auto tMessageLength = static_cast<size_t>(pMessage.size());
+    size_t tLength = 0;
+    if (EVP_DigestSignInit_ex(tContext.get(), &tKeyContext, d->mScheme->mDigest, nullptr, nullptr,
+                              d->mKey.get(), nullptr) != 1 ||
+        !preparePadding(tKeyContext, *d->mScheme, RSA_PSS_SALTLEN_DIGEST) ||
+        EVP_DigestSign(tContext.get(), nullptr, &tLength, tMessage, tMessageLength) != 1) {
+        return QByteArray();
+    }
+    QByteArray tSignature(static_cast<qsizetype>(tLength), '\0');
+    if (EVP_DigestSign(tContext.get(), reinterpret_cast<unsigned char*>(tSignature.data()), &tLength,
+                       tMessage, tMessageLength) != 1) {
+        return QByteArray();
+    }
+    tSignature.truncate(static_cast<qsizetype>(tLength));
+    return tSignature;
+}
+
+QByteArray signMetadata(const QJsonObject& pSigned, const QList<SigningKey>& pKeys)
+{
+    QByteArray tMessage;
+    if (!canonicalJson(pSigned, &tMessage)) {
+        return QByteArray();
+    }
+    QJsonArray tSignatures;
+    for (const SigningKey& tKey : pKeys) {
+        const QByteArray tSignature = tKey.sign(tMessage);
+        if (tSignature.isEmpty()) {
+            return QByteArray();
+        }
+        tSignatures.append(QJsonObject{{QStringLiteral("keyid"), tKey.id()},
+                                       {QStringLiteral("sig"), QString::fromLatin1(tSignature.toHex())}});
+    }
+    QByteArray tFile;
+    canonicalJson(
+        QJsonObject{{QStringLiteral("signatures"), tSignatures}, {QStringLiteral("signed"), pSigned}},
+        &tFile);
+    return tFile;
+}
+
+} // namespace tarn::tuf

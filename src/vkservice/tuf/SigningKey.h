@@ -1,0 +1,42 @@
+// The publisher's half of the keys; no part of the client.
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QJsonObject>
+#include <QtCore/QList>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+#include <memory>
+#include <optional>
+
+namespace tarn::tuf {
+
+// A private key. Copies share it.
+class SigningKey
+{
+public:
+    // The kinds of key that generate() takes.
+    static QStringList types();
+    // "ed25519", "ecdsa" (P-256), "ecdsa-p384" or "rsa" (3072 bits). No value for another type or if the
+    // random numbers fail.
+    static std::optional<SigningKey> generate(const QString& pType);
+    // From the text that toPem() gives; no value if it is none or of a kind that can't sign metadata.
+    static std::optional<SigningKey> fromPem(const QByteArray& pPem);
+
+    QByteArray toPem() const;
+    QJsonObject publicJson() const;                    // "keytype", "scheme", "keyval"
+    QString id() const;                                // the hash of publicJson()
+    QByteArray sign(const QByteArray& pMessage) const; // empty on failure
+
+private:
+    struct Data;
+    explicit SigningKey(std::shared_ptr<const Data> pData);
+    std::shared_ptr<const Data> d;
+};
+
+// The metadata file that holds pSigned with a signature of each key, in canonical form; empty if pSigned has
+// none.
+QByteArray signMetadata(const QJsonObject& pSigned, const QList<SigningKey>& pKeys);
+
+} // namespace tarn::tuf

@@ -1,0 +1,30 @@
+#include "tuf/Threshold.h"
+
+#include <QtCore/QSet>
+
+namespace tarn::tuf {
+
+Error verifyThreshold(const QString& pRole, const Signed& pSigned, const RoleKeys& pRoleKeys,
+                      const KeyMap& pKeys)
+{
+    QSet<QByteArray> tSigners;
+    for (const Signature& tSignature : pSigned.mSignatures) {
+        const auto tKey = pKeys.constFind(tSignature.mKeyId);
+        QByteArray tIdentity;
+        if (tKey != pKeys.constEnd() && pRoleKeys.mKeyIds.contains(tSignature.mKeyId) &&
+            tKey->verify(pSigned.mMessage, tSignature.mBytes, &tIdentity)) {
+            tSigners.insert(tIdentity);
+        }
+    }
+    if (tSigners.size() >= pRoleKeys.mThreshold) {
+        return Error();
+    }
+    return Error{ErrorKind::Untrusted,
+                 QStringLiteral("The %1 metadata, version %2, has %3 of the %4 signatures that it needs")
+                     .arg(pRole)
+                     .arg(pSigned.mVersion)
+                     .arg(tSigners.size())
+                     .arg(pRoleKeys.mThreshold)};
+}
+
+} // namespace tarn::tuf

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "tuf/Metadata.h"
+
+#include <QtCore/QDateTime>
+#include <QtCore/QHash>
+#include <QtCore/QSet>
+
+#include <memory>
+#include <optional>
+
+namespace tarn::tuf {
+
+// The metadata that is trusted, and the rules by which more becomes so. Knows neither files nor servers:
+// bytes go in, in the order root, timestamp, snapshot, targets, and are taken or refused.
+//
+// Timestamp and snapshot may go in twice: first the copy that this machine kept, which may be out of date and
+// still says what must not be rolled back, then the server's. Only what was taken without an error may be
+// stored.
+class TrustedSet
+{
+public:
+    // pNow: the one moment that expiry is measured against.
+    explicit TrustedSet(const QDateTime& pNow);
+
+    Error setRoot(const QByteArray& pFile);
+    // The next root. *pKeysRemoved: a key of the timestamp or the snapshot role is not theirs any more, so
+    // that what the old keys signed must be forgotten.
+    Error addRoot(const QByteArray& pFile, bool* pKeysRemoved);
+    Error checkRootExpiry() const;
+
+    // *pSame: it has the version of the trusted one, which stays.
+    Error addTimestamp(const QByteArray& pFile, bool* pSame);
+    Error addLocalSnapshot(const QByteArray& pFile);
+    Error addSnapshot(const QByteArray& pFile);
+    // The top-level targets, or a delegated role by the word of pDelegator, which is already here. A role
+    // that is here already is only checked against this delegator, without its file.
+    Error addTargets(const QByteArray& pFile, const QString& pRole, const QString& pDelegator);
+    Error checkDelegator(const QString& pRole, const QString& pDelegator);
+
+    // The files that are trusted by now; null before.
+    const Root* root() const;
+    const Timestamp* timestamp() const;
+    const Snapshot* snapshot() const;
+    const Targets* targets(const QString& pRole) const;
+
+private:
+    Error checkExpiry(const QString& pRole, const Signed& pSigned) const;
+    Error checkTimestampExpiry() const;
+    Error checkSnapshotRollback(const Snapshot& pNew) const;
+    Error checkIsCurrent(const Snapshot& pSnapshot) const;
+    Error verifyByRoot(const QString& pRole, const Signed& pSigned) const;
+    Error verifyByDelegator(const QString& pRole, const QString& pDelegator, const Signed& pSigned) const;
+
+    QDateTime mNow;
+    std::optional<Root> mRoot;
+    std::optional<Timestamp> mTimestamp;
+    std::optional<Snapshot> mSnapshot;
+    QHash<QString, std::shared_ptr<const Targets>> mTargets;
+    QSet<std::pair<QString, QString>> mVerified; // role, delegator
+};
+
+} // namespace tarn::tuf

@@ -1,0 +1,133 @@
+#include "update/AppWait.h"
+
+#include "os/AbortFlag.h"
+#include "os/ProcessList.h"
+
+#include <QtCore/QDeadlineTimer>
+#include <QtCore/QFileInfo>
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <vector>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+// Between two looks at the processes where the kernel can't tell of their end, and where it can: a
+// number may have gone to another process before it was opened.
+constexpr int sPollMs = 500;
+constexpr int sRecheckMs = 10 * 1000;
+
+} // namespace
+
+AppWait::AppWait(os::ProcessList& pProcesses, const packages::Manifest& pInstalled,
+                 const packages::PackageFolders& pFolders, const Plan& pPlan, Reporter& pReporter,
+                 const os::AbortFlag& pAbort)
+    : mProcesses(pProcesses), mReporter(pReporter), mAbort(pAbort)
+{
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        const packages::InstalledPackage* tInstalled = pInstalled.find(tPackage.name());
+        if (!tPackage.mTrouble && tInstalled != nullptr && !tInstalled->mInfo.mExecutables.isEmpty()) {
+            watch(*tInstalled, pFolders);
+        }
+    }
+}
+
+// All versions of the package count: one that was started before an earlier update may still run.
+void AppWait::watch(const packages::InstalledPackage& pPackage, const packages::PackageFolders& pFolders)
+{
+    const QString tVersions = QFileInfo(pFolders.absolute(pPackage.mFolder)).path();
+    const QString tCanonical = QFileInfo(tVersions).canonicalFilePath();
+    const QString tPrefix = (tCanonical.isEmpty() ? tVersions : tCanonical) + QLatin1Char('/');
+    const QString tTitle = pPackage.mInfo.mTitle.bestValue(QStringLiteral("en"));
+    mWatched.append({tTitle.isEmpty() ? pPackage.mInfo.mName : tTitle, tPrefix, pPackage.mInfo.mExecutables});
+}
+
+const AppWait::Watched* AppWait::watchedOf(const os::Process& pProcess) const
+{
+    for (const Watched& tWatched : mWatched) {
+        if (!pProcess.mExecutable.startsWith(tWatched.mPrefix)) {
+            continue;
+        }
+        const QString tBelow = pProcess.mExecutable.mid(tWatched.mPrefix.size());
+        if (tWatched.mExecutables.contains(tBelow.section(QLatin1Char('/'), 1))) {
+            return &tWatched;
+        }
+    }
+    return nullptr;
+}
+
+QStringList AppWait::running(QList<pid_t>* pPids)
+{
+    pPids->clear();
+    QStringList tNames;
+    const QList<os::Process> tAll = mProcesses.running();
+    for (const os::Process& tProcess : tAll) {
+        if (const Watched* tWatched = watchedOf(tProcess)) {
+            pPids->append(tProcess.mPid);
+            tNames.append(QStringLiteral("%1 (process %2, %3)")
+                              .arg(tWatched->mTitle, tProcess.mName)
+                              .arg(tProcess.mPid));
+        }
+    }
+    return tNames;
+}
+
+Trouble AppWait::wait(int pSeconds)
+{
+    if (mWatched.isEmpty()) {
+        return {};
+    }
+    const QDeadlineTimer tDeadline(pSeconds * Q_INT64_C(1000));
+    QStringList tTold;
+    QList<pid_t> tPids;
+    for (QStringList tNames = running(&tPids); !tNames.isEmpty(); tNames = running(&tPids)) {
+        if (mAbort.isSet()) {
+            return Trouble::canceled();
+        }
+        if (tTold.isEmpty()) {
+            mReporter.begin(vkcore::ActivityWaitingForApps, true, 0, false);
+        }
+        const QString tList = tNames.join(QStringLiteral(", "));
+        if (tDeadline.hasExpired()) {
+            return {Trouble::Kind::AppsRunning,
+                    QStringLiteral(
+                        "The update could not be installed because applications were running: %1. Close "
+                        "them and start the update again")
+                        .arg(tList)};
+        }
+        if (tTold != tNames) {
+            tTold = tNames;
+            mReporter.setText(tList);
+            mReporter.notify(MessageInformation,
+                             QStringLiteral("Please close these applications: %1").arg(tList));
+        }
+        waitForEnd(tPids, static_cast<int>(qMin<qint64>(tDeadline.remainingTime(), INT_MAX)));
+    }
+    return mAbort.isSet() ? Trouble::canceled() : Trouble();
+}
+
+// Until one of them ends, the abort comes or the time is over.
+void AppWait::waitForEnd(const QList<pid_t>& pPids, int pMilliseconds)
+{
+    std::vector<pollfd> tPolls{{mAbort.fd(), POLLIN, 0}};
+    int tTime = qMin(pMilliseconds, sRecheckMs);
+    for (const pid_t tPid : pPids) {
+        const int tFd = mProcesses.openProcess(tPid);
+        if (tFd >= 0) {
+            tPolls.push_back({tFd, POLLIN, 0});
+        } else {
+            tTime = errno == ESRCH ? 0 : qMin(tTime, sPollMs);
+        }
+    }
+    ::poll(tPolls.data(), tPolls.size(), tTime);
+    for (size_t tIndex = 1; tIndex < tPolls.size(); ++tIndex) {
+        ::close(tPolls[tIndex].fd);
+    }
+}
+
+} // namespace tarn::vkservice::update

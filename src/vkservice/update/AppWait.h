@@ -1,0 +1,47 @@
+#pragma once
+
+#include "packages/Manifest.h"
+#include "packages/PackageFolders.h"
+#include "update/Plan.h"
+#include "update/Reporter.h"
+
+namespace tarn::vkservice::os {
+class AbortFlag;
+class ProcessList;
+struct Process;
+} // namespace tarn::vkservice::os
+
+namespace tarn::vkservice::update {
+
+// Waits until nobody runs an executable of a package that is about to be replaced.
+class AppWait
+{
+public:
+    AppWait(os::ProcessList& pProcesses, const packages::Manifest& pInstalled,
+            const packages::PackageFolders& pFolders, const Plan& pPlan, Reporter& pReporter,
+            const os::AbortFlag& pAbort);
+
+    // Trouble of the kind AppsRunning, naming them, if some still run after pSeconds.
+    Trouble wait(int pSeconds);
+
+private:
+    struct Watched
+    {
+        QString mTitle;
+        QString mPrefix; // absolute path of the folder that holds the package's versions, with a slash
+        QStringList mExecutables;
+    };
+
+    void watch(const packages::InstalledPackage& pPackage, const packages::PackageFolders& pFolders);
+    const Watched* watchedOf(const os::Process& pProcess) const;
+    // "Title (process, 123)" for each that runs now; their process ids in *pPids.
+    QStringList running(QList<pid_t>* pPids);
+    void waitForEnd(const QList<pid_t>& pPids, int pMilliseconds);
+
+    os::ProcessList& mProcesses;
+    Reporter& mReporter;
+    const os::AbortFlag& mAbort;
+    QList<Watched> mWatched;
+};
+
+} // namespace tarn::vkservice::update

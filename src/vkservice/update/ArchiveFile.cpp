@@ -1,0 +1,152 @@
+#include "update/ArchiveFile.h"
+
+#include "os/AbortFlag.h"
+#include "os/FileTools.h"
+
+#include <QtCore/QFile>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+constexpr qsizetype sBufferSize = 1024 * 1024;
+constexpr mode_t sFileMode = 0600;
+
+} // namespace
+
+ArchiveFile::ArchiveFile(os::FileSystem& pFileSystem, const QString& pPath, const tuf::TargetFile& pTarget)
+    : mFileSystem(pFileSystem), mPath(pPath), mTarget(pTarget)
+{
+}
+
+ArchiveFile::~ArchiveFile() = default;
+
+Trouble ArchiveFile::ioTrouble(int pErrno) const
+{
+    return Trouble::from(os::Failure::fromErrno(pErrno, QStringLiteral("write %1").arg(mPath)));
+}
+
+qint64 ArchiveFile::onDisk() const
+{
+    struct stat tStat;
+    return ::lstat(QFile::encodeName(mPath).constData(), &tStat) == 0 ? tStat.st_size : 0;
+}
+
+Trouble ArchiveFile::open(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress)
+{
+    const int tEmpty = onDisk() > mTarget.mLength ? O_TRUNC : 0;
+    const int tFlags = O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | tEmpty;
+    mFile = os::Descriptor(mFileSystem, mFileSystem.open(QFile::encodeName(mPath), tFlags, sFileMode));
+    if (!mFile.isOpen()) {
+        return ioTrouble(errno);
+    }
+    mHasher = std::make_unique<tuf::Hasher>(mTarget.mHashes.keys());
+    mReceived = 0;
+    mBuffer.clear();
+    return hashFound(pAbort, pProgress);
+}
+
+Trouble ArchiveFile::hashFound(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress)
+{
+    QByteArray tBlock(sBufferSize, Qt::Uninitialized);
+    for (;;) {
+        if (pAbort.isSet()) {
+            return Trouble::canceled();
+        }
+        const ssize_t tGot = mFileSystem.read(mFile.fd(), tBlock.data(), static_cast<size_t>(tBlock.size()));
+        if (tGot == 0) {
+            return {};
+        }
+        if (tGot < 0 && errno == EINTR) {
+            continue;
+        }
+        if (tGot < 0) {
+            return Trouble::from(os::Failure::fromErrno(errno, QStringLiteral("read %1").arg(mPath)));
+        }
+        mHasher->add(QByteArrayView(tBlock.constData(), tGot));
+        mReceived += tGot;
+        pProgress(tGot);
+    }
+}
+
+Trouble ArchiveFile::restart()
+{
+    if (mReceived == 0) {
+        return {};
+    }
+    mFile.close();
+    if (mFileSystem.unlink(QFile::encodeName(mPath)) != 0) {
+        return ioTrouble(errno);
+    }
+    if (mProgress) {
+        mProgress(-mReceived);
+    }
+    static const os::AbortFlag sNever;
+    return open(sNever, [](qint64) {});
+}
+
+Trouble ArchiveFile::write(QByteArrayView pData)
+{
+    if (mReceived + pData.size() > mTarget.mLength) {
+        return {Trouble::Kind::Untrusted,
+                QStringLiteral("The server sent more than the %1 bytes that were signed for %2")
+                    .arg(mTarget.mLength)
+                    .arg(mTarget.mPath)};
+    }
+    mReceived += pData.size();
+    if (mProgress) {
+        mProgress(pData.size());
+    }
+    // Blocks that are large as they are need no copy.
+    if (mBuffer.isEmpty() && pData.size() >= sBufferSize) {
+        mHasher->add(pData);
+        const int tResult =
+            os::writeAll(mFileSystem, mFile.fd(), pData.data(), static_cast<size_t>(pData.size()));
+        return tResult == 0 ? Trouble() : ioTrouble(errno);
+    }
+    mBuffer.append(pData.data(), pData.size());
+    return mBuffer.size() >= sBufferSize ? flush() : Trouble();
+}
+
+Trouble ArchiveFile::flush()
+{
+    mHasher->add(mBuffer);
+    const int tResult =
+        os::writeAll(mFileSystem, mFile.fd(), mBuffer.constData(), static_cast<size_t>(mBuffer.size()));
+    const int tErrno = errno;
+    mBuffer.resize(0);
+    return tResult == 0 ? Trouble() : ioTrouble(tErrno);
+}
+
+Trouble ArchiveFile::close()
+{
+    if (!mFile.isOpen()) {
+        return {};
+    }
+    const Trouble tTrouble = flush();
+    return mFile.close() != 0 && !tTrouble ? ioTrouble(errno) : tTrouble;
+}
+
+Trouble ArchiveFile::verify()
+{
+    if (mReceived == mTarget.mLength && tuf::hashesAgree(mTarget.mHashes, mHasher->result())) {
+        return {};
+    }
+    if (const Trouble tTrouble = discard()) {
+        return tTrouble;
+    }
+    return {Trouble::Kind::Untrusted,
+            QStringLiteral("The file %1 is not the one that was signed").arg(mTarget.mPath)};
+}
+
+Trouble ArchiveFile::discard()
+{
+    return Trouble::from(os::removeTree(mFileSystem, mPath));
+}
+
+} // namespace tarn::vkservice::update

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "os/Descriptor.h"
+#include "tuf/Hashes.h"
+#include "tuf/Updater.h"
+#include "update/Sink.h"
+
+#include <functional>
+#include <memory>
+
+namespace tarn::vkservice::os {
+class AbortFlag;
+}
+
+namespace tarn::vkservice::update {
+
+// A package on its way from a server: a file in the folder of downloads, named by the hash that it must have,
+// so that a later run can go on with what is there and bytes of another file can never get in. Every byte is
+// hashed when it comes, or when it is found there.
+class ArchiveFile : public Sink
+{
+public:
+    ArchiveFile(os::FileSystem& pFileSystem, const QString& pPath, const tuf::TargetFile& pTarget);
+    ~ArchiveFile() override;
+
+    const QString& path() const { return mPath; }
+    // Bytes of the file that lie on the disk, without opening it.
+    qint64 onDisk() const;
+    bool isComplete() const { return onDisk() == mTarget.mLength; }
+
+    // Makes the file, or opens the one that is there and hashes what it holds. pProgress gets the bytes
+    // hashed since its last call.
+    Trouble open(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress);
+    // Called with the bytes that came since its last call.
+    void setProgress(const std::function<void(qint64)>& pProgress) { mProgress = pProgress; }
+
+    qint64 received() const override { return mReceived; }
+    qint64 maxLength() const override { return mTarget.mLength; }
+    bool isResumable() const override { return true; }
+    Trouble restart() override;
+    Trouble write(QByteArrayView pData) override;
+    // Puts what was received on the disk, as far as it goes.
+    Trouble close();
+
+    // After close(): whether this is the file that was signed. Removes the file if it isn't.
+    Trouble verify();
+    Trouble discard();
+
+private:
+    Trouble hashFound(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress);
+    Trouble flush();
+    Trouble ioTrouble(int pErrno) const;
+
+    os::FileSystem& mFileSystem;
+    QString mPath;
+    tuf::TargetFile mTarget;
+    os::Descriptor mFile;
+    std::unique_ptr<tuf::Hasher> mHasher;
+    QByteArray mBuffer;
+    qint64 mReceived = 0;
+    std::function<void(qint64)> mProgress;
+};
+
+} // namespace tarn::vkservice::update

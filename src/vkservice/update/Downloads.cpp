@@ -1,0 +1,195 @@
+#include "update/Downloads.h"
+
+#include "os/AbortFlag.h"
+#include "os/FileTools.h"
+#include "update/ArchiveFile.h"
+
+#include <QtCore/QDir>
+
+#include <memory>
+#include <vector>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+constexpr mode_t sPrivateDir = 0700;
+const QString sTargetsFolder = QStringLiteral("targets/");
+
+QString packageLabel(const Offer& pOffer)
+{
+    return QStringLiteral("%1 %2").arg(pOffer.mInfo.mName, pOffer.mInfo.mVersion.version().toTarnAppFormat());
+}
+
+} // namespace
+
+struct Downloads::Item
+{
+    PlannedPackage* mPackage;
+    std::unique_ptr<ArchiveFile> mArchive;
+    bool mHashed = false; // every byte of it went through the hash in this run
+    bool mResumed = false;
+
+    Trouble& trouble() { return mPackage->mTrouble; }
+};
+
+Downloads::Downloads(os::FileSystem& pFileSystem, const QString& pStateDir, Reporter& pReporter,
+                     const os::AbortFlag& pAbort)
+    : mFileSystem(pFileSystem), mFolder(pStateDir + QStringLiteral("/downloads")), mReporter(pReporter),
+      mAbort(pAbort)
+{
+}
+
+Trouble Downloads::makeFolder()
+{
+    return Trouble::from(os::makePath(mFileSystem, mFolder, sPrivateDir));
+}
+
+QString Downloads::pathOf(const Offer& pOffer) const
+{
+    return mFolder + QLatin1Char('/') + pOffer.hash();
+}
+
+qint64 Downloads::bytesToCome(const Plan& pPlan) const
+{
+    qint64 tBytes = 0;
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        if (!tPackage.mTrouble) {
+            const Offer& tOffer = tPackage.mOffer;
+            const ArchiveFile tArchive(mFileSystem, pathOf(tOffer), tOffer.mTarget);
+            tBytes += qMax<qint64>(0, tOffer.mTarget.mLength - tArchive.onDisk());
+        }
+    }
+    return tBytes;
+}
+
+Trouble Downloads::fetch(Source& pSource, Plan* pPlan)
+{
+    Items tItems;
+    for (PlannedPackage& tPackage : pPlan->mPackages) {
+        if (!tPackage.mTrouble) {
+            const Offer& tOffer = tPackage.mOffer;
+            auto tArchive = std::make_unique<ArchiveFile>(mFileSystem, pathOf(tOffer), tOffer.mTarget);
+            tItems.push_back({&tPackage, std::move(tArchive)});
+        }
+    }
+    std::vector<Item*> tSpoiled;
+    if (const Trouble tTrouble = download(pSource, &tItems)) {
+        return tTrouble;
+    }
+    if (const Trouble tTrouble = verify(&tItems, &tSpoiled)) {
+        return tTrouble;
+    }
+    if (tSpoiled.empty()) {
+        return {};
+    }
+    // The part that was here may have been the wrong one: this server gets the chance to send the whole.
+    Items tAgain;
+    for (Item* tItem : tSpoiled) {
+        tItem->trouble() = Trouble();
+        tAgain.push_back({tItem->mPackage, std::move(tItem->mArchive)});
+    }
+    if (const Trouble tTrouble = download(pSource, &tAgain)) {
+        return tTrouble;
+    }
+    return verify(&tAgain, &tSpoiled);
+}
+
+Trouble Downloads::download(Source& pSource, Items* pItems)
+{
+    qint64 tTotal = 0;
+    for (const Item& tItem : *pItems) {
+        tTotal += tItem.mPackage->mOffer.mTarget.mLength;
+    }
+    mReporter.begin(vkcore::ActivityDownloading, true, tTotal, true);
+    const auto tAdvance = [this](qint64 pBytes) { mReporter.advance(pBytes); };
+
+    std::vector<std::pair<Item*, Transfer>> tTransfers;
+    for (Item& tItem : *pItems) {
+        if (tItem.mArchive->isComplete()) {
+            tAdvance(tItem.mArchive->maxLength());
+            continue;
+        }
+        if (const Trouble tTrouble = tItem.mArchive->open(mAbort, tAdvance)) {
+            return tTrouble;
+        }
+        tItem.mHashed = true;
+        tItem.mResumed = tItem.mArchive->received() > 0;
+        tItem.mArchive->setProgress(tAdvance);
+        const QString tPath = sTargetsFolder + tItem.mPackage->mOffer.mTarget.mFetchPath;
+        tTransfers.push_back({&tItem, {tPath, tItem.mArchive.get(), {}, {}, false, {}}});
+    }
+    QList<Transfer*> tToDo;
+    for (auto& tPair : tTransfers) {
+        tToDo.append(&tPair.second);
+    }
+    mReporter.atPackage(1, static_cast<int>(pItems->size()), QString());
+    if (!tToDo.isEmpty()) {
+        pSource.run(tToDo, mAbort);
+    }
+    Trouble tFirst;
+    for (auto& [tItem, tTransfer] : tTransfers) {
+        Trouble tTrouble = tItem->mArchive->close();
+        tTrouble = tTransfer.mTrouble ? tTransfer.mTrouble : tTrouble;
+        if (tTrouble && !tTrouble.isServersFault()) {
+            tFirst = tFirst ? tFirst : tTrouble;
+        }
+        tItem->trouble() = tTrouble;
+    }
+    return mAbort.isSet() ? Trouble::canceled() : tFirst;
+}
+
+Trouble Downloads::verify(Items* pItems, std::vector<Item*>* pSpoiled)
+{
+    qint64 tTotal = 0;
+    for (const Item& tItem : *pItems) {
+        tTotal += tItem.mHashed ? 0 : tItem.mPackage->mOffer.mTarget.mLength;
+    }
+    mReporter.begin(vkcore::ActivityVerifying, true, tTotal, true);
+    pSpoiled->clear();
+    int tIndex = 0;
+    for (Item& tItem : *pItems) {
+        mReporter.atPackage(++tIndex, static_cast<int>(pItems->size()), packageLabel(tItem.mPackage->mOffer));
+        if (tItem.trouble()) {
+            if (tItem.trouble().mKind == Trouble::Kind::Untrusted) {
+                tItem.mArchive->discard();
+            }
+            continue;
+        }
+        if (!tItem.mHashed) {
+            tItem.mResumed = true;
+            const auto tAdvance = [this](qint64 pBytes) { mReporter.advance(pBytes); };
+            if (const Trouble tTrouble = tItem.mArchive->open(mAbort, tAdvance)) {
+                return tTrouble;
+            }
+            tItem.mArchive->close();
+        }
+        tItem.trouble() = tItem.mArchive->verify();
+        if (tItem.trouble() && !tItem.trouble().isServersFault()) {
+            return tItem.trouble();
+        }
+        if (tItem.trouble() && tItem.mResumed) {
+            pSpoiled->push_back(&tItem);
+        }
+    }
+    return mAbort.isSet() ? Trouble::canceled() : Trouble();
+}
+
+void Downloads::remove(const Plan& pPlan)
+{
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        if (!tPackage.mTrouble) {
+            os::removeTree(mFileSystem, pathOf(tPackage.mOffer));
+        }
+    }
+}
+
+void Downloads::clear()
+{
+    const QStringList tNames = QDir(mFolder).entryList(QDir::Files | QDir::Hidden | QDir::System);
+    for (const QString& tName : tNames) {
+        os::removeTree(mFileSystem, mFolder + QLatin1Char('/') + tName);
+    }
+}
+
+} // namespace tarn::vkservice::update

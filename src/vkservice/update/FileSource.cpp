@@ -1,0 +1,81 @@
+#include "update/FileSource.h"
+
+#include "os/AbortFlag.h"
+#include "os/Descriptor.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QUrl>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <memory>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+constexpr size_t sBlockSize = 1024 * 1024;
+
+} // namespace
+
+FileSource::FileSource(os::FileSystem& pFileSystem, const QString& pFolder)
+    : mFileSystem(pFileSystem), mFolder(pFolder)
+{
+}
+
+void FileSource::run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pAbort)
+{
+    for (Transfer* tTransfer : pTransfers) {
+        const QByteArray tBelow = QByteArray::fromPercentEncoding(tTransfer->mPath.toUtf8());
+        const QString tPath = mFolder + QLatin1Char('/') + QString::fromUtf8(tBelow);
+        tTransfer->mTrouble = copy(tPath, *tTransfer->mSink, pAbort);
+    }
+}
+
+Trouble FileSource::openFailed(int pErrno, const QString& pPath) const
+{
+    const QString tText = QStringLiteral("Can't read %1: %2").arg(pPath, qt_error_string(pErrno));
+    // A missing file says something about the repository only where there is one.
+    const bool tNotFound = (pErrno == ENOENT || pErrno == ENOTDIR) && QFileInfo(mFolder).isDir();
+    return {tNotFound ? Trouble::Kind::NotFound : Trouble::Kind::Unreachable, tText};
+}
+
+Trouble FileSource::copy(const QString& pPath, Sink& pSink, const os::AbortFlag& pAbort)
+{
+    // Not blocking: a pipe that lies in place of the file must not hold the run up.
+    os::Descriptor tFile(mFileSystem, mFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_NONBLOCK));
+    struct stat tStat;
+    if (!tFile.isOpen() || ::fstat(tFile.fd(), &tStat) != 0) {
+        return openFailed(errno, pPath);
+    }
+    if (!S_ISREG(tStat.st_mode)) {
+        return {Trouble::Kind::NotFound, QStringLiteral("%1 is no regular file").arg(pPath)};
+    }
+    if (::lseek(tFile.fd(), pSink.received(), SEEK_SET) < 0) {
+        return openFailed(errno, pPath);
+    }
+    const auto tBuffer = std::make_unique<char[]>(sBlockSize);
+    for (;;) {
+        if (pAbort.isSet()) {
+            return Trouble::canceled();
+        }
+        const ssize_t tGot = mFileSystem.read(tFile.fd(), tBuffer.get(), sBlockSize);
+        if (tGot == 0) {
+            return {};
+        }
+        if (tGot < 0 && errno == EINTR) {
+            continue;
+        }
+        if (tGot < 0) {
+            return openFailed(errno, pPath);
+        }
+        if (const Trouble tTrouble = pSink.write(QByteArrayView(tBuffer.get(), tGot))) {
+            return tTrouble;
+        }
+    }
+}
+
+} // namespace tarn::vkservice::update

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "update/Source.h"
+
+namespace tarn::vkservice::update {
+
+// A server that is a folder of this machine, or one that is mounted.
+class FileSource : public Source
+{
+public:
+    FileSource(os::FileSystem& pFileSystem, const QString& pFolder);
+
+    void run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pAbort) override;
+
+private:
+    Trouble copy(const QString& pPath, Sink& pSink, const os::AbortFlag& pAbort);
+    Trouble openFailed(int pErrno, const QString& pPath) const;
+
+    os::FileSystem& mFileSystem;
+    QString mFolder;
+};
+
+} // namespace tarn::vkservice::update

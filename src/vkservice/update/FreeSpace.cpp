@@ -1,0 +1,67 @@
+#include "update/FreeSpace.h"
+
+#include "os/FileSystem.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QLocale>
+#include <QtCore/QMap>
+
+#include <cerrno>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+// For the ends of files that fill no block, folders, links and manifests.
+constexpr qint64 sOverheadShare = 32;
+constexpr qint64 sOverheadBytes = 1024 * 1024;
+
+QString inWords(qint64 pBytes)
+{
+    return QLocale::c().formattedDataSize(pBytes, 1);
+}
+
+} // namespace
+
+Trouble checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNeeds)
+{
+    QMap<dev_t, qint64> tTotals;
+    for (const SpaceNeed& tNeed : pNeeds) {
+        const QByteArray tPath = QFile::encodeName(tNeed.mFolder);
+        struct statvfs tVfs;
+        struct stat tStat;
+        if (pFileSystem.statVfs(tPath, &tVfs) != 0 || ::stat(tPath.constData(), &tStat) != 0) {
+            const QString tWhat = QStringLiteral("find out the free space of %1").arg(tNeed.mFolder);
+            return Trouble::from(os::Failure::fromErrno(errno, tWhat));
+        }
+        qint64& tTotal = tTotals[tStat.st_dev];
+        tTotal += tNeed.mBytes;
+        const qint64 tFree = static_cast<qint64>(tVfs.f_bavail) * static_cast<qint64>(tVfs.f_frsize);
+        if (tTotal > tFree) {
+            return {Trouble::Kind::NoSpace,
+                    QStringLiteral("The update needs %1 on the disk of %2, where %3 are free: make room and "
+                                   "start it again")
+                        .arg(inWords(tTotal), tNeed.mFolder, inWords(tFree))};
+        }
+    }
+    return {};
+}
+
+QList<SpaceNeed> unpackingNeeds(const Plan& pPlan, const packages::PackageFolders& pFolders)
+{
+    QMap<QString, qint64> tBytes;
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        if (!tPackage.mTrouble) {
+            const packages::PackageInfo& tInfo = tPackage.mOffer.mInfo;
+            tBytes[pFolders.root(tInfo.mKind)] +=
+                tInfo.mInstalledSize + tInfo.mInstalledSize / sOverheadShare;
+        }
+    }
+    QList<SpaceNeed> tNeeds;
+    for (auto tIt = tBytes.constBegin(); tIt != tBytes.constEnd(); ++tIt) {
+        tNeeds.append({tIt.key(), tIt.value() + sOverheadBytes});
+    }
+    return tNeeds;
+}
+
+} // namespace tarn::vkservice::update

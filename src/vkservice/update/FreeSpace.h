@@ -1,0 +1,26 @@
+#pragma once
+
+#include "packages/PackageFolders.h"
+#include "update/Plan.h"
+
+namespace tarn::vkservice::os {
+class FileSystem;
+}
+
+namespace tarn::vkservice::update {
+
+// What a run is going to write to one folder.
+struct SpaceNeed
+{
+    QString mFolder; // exists
+    qint64 mBytes = 0;
+};
+
+// Trouble of the kind NoSpace if a file system has less than what is needed in all of its folders together.
+Trouble checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNeeds);
+
+// What unpacking the plan's packages takes in each of their root folders: files fill whole blocks, and
+// folders take some too.
+QList<SpaceNeed> unpackingNeeds(const Plan& pPlan, const packages::PackageFolders& pFolders);
+
+} // namespace tarn::vkservice::update

@@ -1,0 +1,206 @@
+#include "update/Plan.h"
+
+#include <QtCore/QSet>
+
+#include <algorithm>
+#include <functional>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+using packages::InstalledPackage;
+using packages::Kind;
+using packages::Manifest;
+using packages::PackageFolders;
+using packages::PackageInfo;
+using OfferMap = QMap<QString, Offer>;
+
+bool isWished(const PackageInfo& pInfo, const Wishes& pWishes)
+{
+    const QString& tWished = pInfo.mKind == Kind::Data ? pWishes.mDataLanguage : pWishes.mAppLanguage;
+    return pInfo.mLanguage.isEmpty() || pInfo.mLanguage == tWished;
+}
+
+// Whether pOffer is to be taken rather than pOther of the same name. The path settles what nothing else does,
+// so that a plan never depends on the order of the offers.
+bool isBetter(const Offer& pOffer, const Offer& pOther)
+{
+    if (pOffer.mInfo.mVersion != pOther.mInfo.mVersion) {
+        return pOffer.mInfo.mVersion > pOther.mInfo.mVersion;
+    }
+    if (pOffer.mInfo.mLanguage.isEmpty() != pOther.mInfo.mLanguage.isEmpty()) {
+        return pOther.mInfo.mLanguage.isEmpty();
+    }
+    return pOffer.mTarget.mPath < pOther.mTarget.mPath;
+}
+
+OfferMap bestOffers(const QList<Offer>& pOffers, const std::function<bool(const PackageInfo&)>& pTakes)
+{
+    OfferMap tBest;
+    for (const Offer& tOffer : pOffers) {
+        if (!pTakes(tOffer.mInfo)) {
+            continue;
+        }
+        const auto tIt = tBest.find(tOffer.mInfo.mName);
+        if (tIt == tBest.end()) {
+            tBest.insert(tOffer.mInfo.mName, tOffer);
+        } else if (isBetter(tOffer, *tIt)) {
+            *tIt = tOffer;
+        }
+    }
+    return tBest;
+}
+
+void addRequired(const OfferMap& pAny, OfferMap* pChosen)
+{
+    QStringList tToDo = pChosen->keys();
+    while (!tToDo.isEmpty()) {
+        const QStringList tRequired = pChosen->value(tToDo.takeFirst()).mInfo.mRequires;
+        for (const QString& tName : tRequired) {
+            if (!pChosen->contains(tName) && pAny.contains(tName)) {
+                pChosen->insert(tName, pAny.value(tName));
+                tToDo.append(tName);
+            }
+        }
+    }
+}
+
+// Walks from the packages that nobody requires down to what they require. A ring of packages that
+// require each other has no such top; its first name is taken for one.
+QMap<QString, QString> findParents(const OfferMap& pChosen)
+{
+    QSet<QString> tRequired;
+    for (const Offer& tOffer : pChosen) {
+        tRequired += QSet<QString>(tOffer.mInfo.mRequires.begin(), tOffer.mInfo.mRequires.end());
+    }
+    QStringList tTops = pChosen.keys();
+    std::stable_partition(tTops.begin(), tTops.end(),
+                          [&tRequired](const QString& pName) { return !tRequired.contains(pName); });
+    QMap<QString, QString> tParents;
+    QSet<QString> tSeen;
+    for (const QString& tTop : tTops) {
+        if (tSeen.contains(tTop)) {
+            continue;
+        }
+        tSeen.insert(tTop);
+        QStringList tToDo{tTop};
+        while (!tToDo.isEmpty()) {
+            const QString tName = tToDo.takeFirst();
+            const QStringList tChildren = pChosen.value(tName).mInfo.mRequires;
+            for (const QString& tChild : tChildren) {
+                if (pChosen.contains(tChild) && !tSeen.contains(tChild)) {
+                    tSeen.insert(tChild);
+                    tParents.insert(tChild, tName);
+                    tToDo.append(tChild);
+                }
+            }
+        }
+    }
+    return tParents;
+}
+
+bool isNeeded(const Offer& pOffer, const InstalledPackage* pInstalled, const PackageFolders& pFolders)
+{
+    if (pInstalled == nullptr || pOffer.mInfo.mVersion > pInstalled->mInfo.mVersion) {
+        return true;
+    }
+    if (pOffer.mInfo.mVersion < pInstalled->mInfo.mVersion) {
+        return false;
+    }
+    // Where it would lie today, were it installed anew.
+    const bool tMoved = pInstalled->mFolder != pFolders.folder(pInstalled->mInfo, pInstalled->mHash);
+    return tMoved || pOffer.mInfo.mLanguage != pInstalled->mInfo.mLanguage;
+}
+
+Trouble missingRequirement(const PackageInfo& pInfo, const OfferMap& pChosen, const Manifest& pInstalled)
+{
+    for (const QString& tName : pInfo.mRequires) {
+        if (!pChosen.contains(tName) && pInstalled.find(tName) == nullptr) {
+            return {Trouble::Kind::Failed,
+                    QStringLiteral("It requires the package %1, which the server does not offer").arg(tName)};
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+QString Offer::hash() const
+{
+    const QByteArray tSha256 = mTarget.mHashes.value(QStringLiteral("sha256"));
+    return QString::fromLatin1(tSha256.isEmpty() ? mTarget.mHashes.value(QStringLiteral("sha512")) : tSha256);
+}
+
+PlannedPackage* Plan::find(const QString& pName)
+{
+    const auto tIt =
+        std::find_if(mPackages.begin(), mPackages.end(),
+                     [&pName](const PlannedPackage& pPackage) { return pPackage.name() == pName; });
+    return tIt == mPackages.end() ? nullptr : &*tIt;
+}
+
+int Plan::failedCount() const
+{
+    return static_cast<int>(
+        std::count_if(mPackages.begin(), mPackages.end(),
+                      [](const PlannedPackage& pPackage) { return static_cast<bool>(pPackage.mTrouble); }));
+}
+
+void Plan::spreadTroubles()
+{
+    const auto tFailedOf = [this](const PlannedPackage& pPackage) -> Trouble {
+        for (const QString& tName : pPackage.mOffer.mInfo.mRequires) {
+            if (const PlannedPackage* tRequired = find(tName); tRequired != nullptr && tRequired->mTrouble) {
+                return {tRequired->mTrouble.mKind,
+                        QStringLiteral("It requires the package %1, which could not be updated").arg(tName)};
+            }
+        }
+        if (!mParents.contains(pPackage.name())) {
+            return {};
+        }
+        Trouble tTrouble;
+        for (const PlannedPackage& tOther : mPackages) {
+            if (!tOther.mOffer.mInfo.mRequires.contains(pPackage.name())) {
+                continue;
+            }
+            if (!tOther.mTrouble) {
+                return {};
+            }
+            tTrouble = {tOther.mTrouble.mKind,
+                        QStringLiteral("It comes along with the package %1, which could not be updated")
+                            .arg(tOther.name())};
+        }
+        return tTrouble;
+    };
+    for (bool tChanged = true; tChanged;) {
+        tChanged = false;
+        for (PlannedPackage& tPackage : mPackages) {
+            if (!tPackage.mTrouble) {
+                tPackage.mTrouble = tFailedOf(tPackage);
+                tChanged = tChanged || tPackage.mTrouble;
+            }
+        }
+    }
+}
+
+Plan makePlan(const QList<Offer>& pOffers, const Manifest& pInstalled, const PackageFolders& pFolders,
+              const Wishes& pWishes)
+{
+    OfferMap tChosen =
+        bestOffers(pOffers, [&pWishes](const PackageInfo& pInfo) { return isWished(pInfo, pWishes); });
+    addRequired(bestOffers(pOffers, [](const PackageInfo&) { return true; }), &tChosen);
+
+    Plan tPlan;
+    tPlan.mParents = findParents(tChosen);
+    for (const Offer& tOffer : tChosen) {
+        tPlan.mChosen.insert(tOffer.mInfo.mName, tOffer.mInfo);
+        if (isNeeded(tOffer, pInstalled.find(tOffer.mInfo.mName), pFolders)) {
+            tPlan.mPackages.append({tOffer, missingRequirement(tOffer.mInfo, tChosen, pInstalled)});
+        }
+    }
+    tPlan.spreadTroubles();
+    return tPlan;
+}
+
+} // namespace tarn::vkservice::update

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "packages/Manifest.h"
+#include "packages/PackageFolders.h"
+#include "tuf/Updater.h"
+#include "update/Trouble.h"
+
+#include <QtCore/QList>
+#include <QtCore/QMap>
+#include <QtCore/QString>
+
+namespace tarn::vkservice::update {
+
+// A package as a server offers it.
+struct Offer
+{
+    packages::PackageInfo mInfo;
+    tuf::TargetFile mTarget;
+
+    // The hash that the package is known by on this machine.
+    QString hash() const;
+};
+
+struct PlannedPackage
+{
+    Offer mOffer;
+    Trouble mTrouble; // set as soon as the package can't be installed
+
+    const QString& name() const { return mOffer.mInfo.mName; }
+};
+
+// What a run has to do.
+struct Plan
+{
+    // In the order of their names.
+    QList<PlannedPackage> mPackages;
+    // All packages of this machine that the server offers, also those that are up to date.
+    QMap<QString, packages::PackageInfo> mChosen;
+    // Of each chosen package that came along with another one, the name of that other one.
+    QMap<QString, QString> mParents;
+
+    PlannedPackage* find(const QString& pName);
+    int failedCount() const;
+
+    // A package fails with one that it requires, and a package that came along fails with all those in the
+    // plan that require it: only whole sets are installed, and unrelated packages go their way.
+    void spreadTroubles();
+};
+
+struct Wishes
+{
+    QString mAppLanguage;
+    QString mDataLanguage;
+};
+
+// Takes the newest package of each name in the wished language, and what these require in whatever language
+// there is; plans those that are missing, newer than what is installed, or installed in another language or
+// in another data folder. Never an older version in place of a newer one. A package that requires what nobody
+// has is in the plan with its trouble.
+Plan makePlan(const QList<Offer>& pOffers, const packages::Manifest& pInstalled,
+              const packages::PackageFolders& pFolders, const Wishes& pWishes);
+
+} // namespace tarn::vkservice::update

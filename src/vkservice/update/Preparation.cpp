@@ -1,0 +1,112 @@
+#include "update/Preparation.h"
+
+#include "os/AbortFlag.h"
+#include "os/FileTools.h"
+#include "packages/Unpacker.h"
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+// One thread inflates while the other writes; more than two gain nothing on a single disk.
+constexpr size_t sThreads = 2;
+constexpr mode_t sPrivateDir = 0700;
+
+} // namespace
+
+// What the threads share.
+struct Preparation::Work
+{
+    std::vector<PlannedPackage*> mPackages; // the largest first, so that no thread is left with it at the end
+    std::atomic<size_t> mNext{0};
+    std::atomic<bool> mStop{false};
+};
+
+Preparation::Preparation(os::FileSystem& pFileSystem, const packages::PackageFolders& pFolders,
+                         Reporter& pReporter, const os::AbortFlag& pAbort)
+    : mFileSystem(pFileSystem), mFolders(pFolders), mReporter(pReporter), mAbort(pAbort)
+{
+}
+
+Trouble Preparation::unpack(Plan* pPlan, const std::function<QString(const Offer&)>& pArchiveOf)
+{
+    Work tWork;
+    qint64 tTotal = 0;
+    for (PlannedPackage& tPackage : pPlan->mPackages) {
+        if (!tPackage.mTrouble) {
+            tTotal += tPackage.mOffer.mInfo.mInstalledSize;
+            tWork.mPackages.push_back(&tPackage);
+        }
+    }
+    std::stable_sort(tWork.mPackages.begin(), tWork.mPackages.end(), [](auto* pLeft, auto* pRight) {
+        return pLeft->mOffer.mInfo.mInstalledSize > pRight->mOffer.mInfo.mInstalledSize;
+    });
+    mReporter.begin(vkcore::ActivityPreparing, true, tTotal, true);
+    const QStringList tRoots = mFolders.roots();
+    for (const QString& tRoot : tRoots) {
+        if (const os::Failure tFailure = os::makePath(mFileSystem, mFolders.stagingDir(tRoot), sPrivateDir)) {
+            return Trouble::from(tFailure);
+        }
+    }
+    const auto tLoop = [this, &tWork, &pArchiveOf] {
+        for (size_t tIndex = tWork.mNext++; tIndex < tWork.mPackages.size() && !tWork.mStop;
+             tIndex = tWork.mNext++) {
+            PlannedPackage* tPackage = tWork.mPackages[tIndex];
+            mReporter.atPackage(static_cast<int>(tIndex) + 1, static_cast<int>(tWork.mPackages.size()),
+                                tPackage->name());
+            unpackOne(tPackage, pArchiveOf(tPackage->mOffer), &tWork);
+        }
+    };
+    std::vector<std::thread> tThreads;
+    for (size_t tIndex = 1; tIndex < std::min(sThreads, tWork.mPackages.size()); ++tIndex) {
+        tThreads.emplace_back(tLoop);
+    }
+    tLoop();
+    for (std::thread& tThread : tThreads) {
+        tThread.join();
+    }
+    if (mAbort.isSet()) {
+        return Trouble::canceled();
+    }
+    for (const PlannedPackage* tPackage : tWork.mPackages) {
+        if (tPackage->mTrouble.mKind == Trouble::Kind::NoSpace) {
+            return tPackage->mTrouble;
+        }
+    }
+    return {};
+}
+
+void Preparation::unpackOne(PlannedPackage* pPackage, const QString& pArchive, Work* pWork)
+{
+    const packages::PackageInfo& tInfo = pPackage->mOffer.mInfo;
+    packages::UnpackLimits tLimits;
+    tLimits.mMaxBytes = tInfo.mInstalledSize;
+    const QString tFolder = mFolders.stagingFolder(tInfo, pPackage->mOffer.hash());
+    packages::Unpacker tUnpacker(mFileSystem, &mAbort);
+    pPackage->mTrouble = Trouble::from(
+        tUnpacker.unpack(pArchive, tFolder, tLimits, [this](qint64 pBytes) { mReporter.advance(pBytes); }));
+    if (pPackage->mTrouble.mKind == Trouble::Kind::NoSpace) {
+        pWork->mStop = true;
+    }
+}
+
+QList<packages::StagedPackage> Preparation::staged(const Plan& pPlan,
+                                                   const packages::PackageFolders& pFolders)
+{
+    QList<packages::StagedPackage> tStaged;
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        if (!tPackage.mTrouble) {
+            const packages::PackageInfo& tInfo = tPackage.mOffer.mInfo;
+            const QString tHash = tPackage.mOffer.hash();
+            tStaged.append({pFolders.stagingFolder(tInfo, tHash), pFolders.folder(tInfo, tHash)});
+        }
+    }
+    return tStaged;
+}
+
+} // namespace tarn::vkservice::update

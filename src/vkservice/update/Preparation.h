@@ -1,0 +1,40 @@
+#pragma once
+
+#include "packages/Generations.h"
+#include "packages/PackageFolders.h"
+#include "update/Plan.h"
+#include "update/Reporter.h"
+
+#include <functional>
+
+namespace tarn::vkservice::os {
+class AbortFlag;
+class FileSystem;
+} // namespace tarn::vkservice::os
+
+namespace tarn::vkservice::update {
+
+// Unpacks the verified archives of a plan into staging folders, several at a time.
+class Preparation
+{
+public:
+    Preparation(os::FileSystem& pFileSystem, const packages::PackageFolders& pFolders, Reporter& pReporter,
+                const os::AbortFlag& pAbort);
+
+    // A package with contents that can't be unpacked gets its trouble in the plan. A trouble that is returned
+    // is one of this machine or an abort, and ends the run.
+    Trouble unpack(Plan* pPlan, const std::function<QString(const Offer&)>& pArchiveOf);
+
+    static QList<packages::StagedPackage> staged(const Plan& pPlan, const packages::PackageFolders& pFolders);
+
+private:
+    struct Work;
+    void unpackOne(PlannedPackage* pPackage, const QString& pArchive, Work* pWork);
+
+    os::FileSystem& mFileSystem;
+    const packages::PackageFolders& mFolders;
+    Reporter& mReporter;
+    const os::AbortFlag& mAbort;
+};
+
+} // namespace tarn::vkservice::update

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "update/UpdateRun.h"
+
+#include <QtCore/QMutex>
+
+#include <functional>
+
+namespace tarn::vkservice::update {
+
+enum MessageType : int
+{
+    MessageError = 0,
+    MessageWarning = 1,
+    MessageInformation = 4,
+};
+
+// What a run tells of itself: the progress that others read at any time, and messages. For any thread.
+class Reporter
+{
+public:
+    using ActivityFunction = std::function<void(vkcore::ServiceActivity)>;
+    using MessageFunction = std::function<void(int, const QString&, const QString&)>;
+
+    Reporter(ActivityFunction pOnActivity, MessageFunction pOnNotification, MessageFunction pOnError);
+
+    // A new activity, with nothing of pTotal done. pInBytes: the amounts are bytes.
+    void begin(vkcore::ServiceActivity pActivity, bool pCancelable, qint64 pTotal, bool pInBytes);
+    void advance(qint64 pAmount);
+    // Says on which package the run works, counted from 1.
+    void atPackage(int pIndex, int pCount, const QString& pText);
+    void setText(const QString& pText);
+    void setFailedCount(int pCount);
+
+    void notify(MessageType pType, const QString& pText, const QString& pDetails = QString());
+    void error(const QString& pText, const QString& pDetails);
+
+    Progress progress() const;
+
+private:
+    ActivityFunction mOnActivity;
+    MessageFunction mOnNotification;
+    MessageFunction mOnError;
+    mutable QMutex mMutex;
+    Progress mProgress;
+    bool mInBytes = false;
+};
+
+} // namespace tarn::vkservice::update

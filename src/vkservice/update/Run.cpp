@@ -1,0 +1,304 @@
+#include "update/Run.h"
+
+#include "os/AbortFlag.h"
+#include "tuf/Hashes.h"
+#include "update/AppWait.h"
+#include "update/FreeSpace.h"
+#include "update/Preparation.h"
+#include "update/RunRecords.h"
+#include "update/RunTexts.h"
+
+#include <QtCore/QDateTime>
+#include <QtCore/QUuid>
+
+#include <algorithm>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+// Room for metadata and notes; what the packages take is known only when these are read.
+constexpr qint64 sStateBytes = 4 * 1024 * 1024;
+
+// A package that one server promised and could not give still counts as failed where the next one has an
+// older version of it only, or none. That older one is no worse for it.
+void carryOverFailed(const Plan& pFrom, Plan* pTo)
+{
+    for (const PlannedPackage& tPackage : pFrom.mPackages) {
+        const auto tOffered = pTo->mChosen.constFind(tPackage.name());
+        const bool tIsThere =
+            tOffered != pTo->mChosen.constEnd() && tOffered->mVersion >= tPackage.mOffer.mInfo.mVersion;
+        if (tPackage.mTrouble && !tIsThere) {
+            pTo->mPackages.append(tPackage);
+        }
+    }
+}
+
+} // namespace
+
+Run::Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
+         Reporter& pReporter, const os::AbortFlag& pAbort)
+    : mRequest(pRequest), mFileSystem(pFileSystem), mProcesses(pProcesses), mReporter(pReporter),
+      mAbort(pAbort), mWorkplace(pFileSystem, pRequest),
+      mDownloads(pFileSystem, pRequest.mStateDir, pReporter, pAbort)
+{
+}
+
+void Run::warn(const QString& pText)
+{
+    if (!pText.isEmpty()) {
+        mReporter.notify(MessageWarning, pText);
+    }
+}
+
+RunResult Run::run()
+{
+    mReporter.begin(vkcore::ActivityDownloading, true, 0, true);
+    if (const Trouble tTrouble = mWorkplace.open()) {
+        return failed(tTrouble);
+    }
+    warn(mWorkplace.tidyUp());
+    warn(mWorkplace.updateInstallLog());
+    Trouble tTrouble = mDownloads.makeFolder();
+    if (!tTrouble) {
+        tTrouble = checkFreeSpace(mFileSystem, {{mRequest.mStateDir, sStateBytes}});
+    }
+    std::unique_ptr<Attempt> tBest;
+    if (!tTrouble) {
+        tTrouble = findPackages(&tBest);
+    }
+    if (tTrouble) {
+        return failed(tTrouble);
+    }
+    if (!tBest) {
+        return allServersFailed();
+    }
+    if (!tBest->mPlan.mPackages.isEmpty()) {
+        tTrouble = installPackages(&tBest->mPlan);
+    }
+    return tTrouble ? failed(tTrouble) : finish(tBest.get());
+}
+
+Trouble Run::findPackages(std::unique_ptr<Attempt>* pBest)
+{
+    for (qsizetype tIndex = 0; tIndex < mRequest.mServers.size(); ++tIndex) {
+        const ServerAccess& tServer = mRequest.mServers.at(tIndex);
+        const bool tIsLast = tIndex + 1 == mRequest.mServers.size();
+        auto tAttempt = std::make_unique<Attempt>();
+        Trouble tTrouble = askServer(tServer, &tAttempt);
+        if (!tTrouble) {
+            tTrouble = fetchPackages(tAttempt.get());
+        }
+        if (tTrouble && !tTrouble.isServersFault() && tTrouble.mKind != Trouble::Kind::NoServer) {
+            return tTrouble;
+        }
+        if (tTrouble) {
+            serverFailed(serverLabel(tServer), tTrouble, tIsLast);
+            continue;
+        }
+        const Trouble tServersFault = serversFault(tAttempt->mPlan);
+        if (*pBest) {
+            carryOverFailed((*pBest)->mPlan, &tAttempt->mPlan);
+        }
+        if (!*pBest || tAttempt->mPlan.failedCount() < (*pBest)->mPlan.failedCount()) {
+            *pBest = std::move(tAttempt);
+        }
+        if ((*pBest)->mPlan.failedCount() == 0 || !tServersFault) {
+            return {};
+        }
+        serverFailed(serverLabel(tServer), tServersFault, tIsLast);
+    }
+    return {};
+}
+
+Trouble Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pAttempt)
+{
+    mReporter.begin(vkcore::ActivityDownloading, true, 0, true);
+    mReporter.setText(serverLabel(pServer));
+    auto tSession = std::make_unique<ServerSession>(mRequest, pServer, machineState(), mFileSystem, mAbort);
+    QStringList tWarnings;
+    if (const Trouble tTrouble = tSession->open(&tWarnings)) {
+        return tTrouble;
+    }
+    for (const QString& tWarning : tWarnings) {
+        warn(QStringLiteral("The server %1 offers something that is no usable package. %2")
+                 .arg(tSession->label(), tWarning));
+    }
+    (*pAttempt)->mPlan = makePlan(tSession->offers(), mWorkplace.installed(), mWorkplace.folders(),
+                                  {mRequest.mAppLanguage, mRequest.mDataLanguage});
+    (*pAttempt)->mSession = std::move(tSession);
+    return {};
+}
+
+Trouble Run::fetchPackages(Attempt* pAttempt)
+{
+    Plan& tPlan = pAttempt->mPlan;
+    if (tPlan.failedCount() == tPlan.mPackages.size()) {
+        return {};
+    }
+    if (const Trouble tTrouble = checkSpace(tPlan)) {
+        return tTrouble;
+    }
+    if (const Trouble tTrouble = mDownloads.fetch(pAttempt->mSession->source(), &tPlan)) {
+        return tTrouble;
+    }
+    tPlan.spreadTroubles();
+    return {};
+}
+
+Trouble Run::checkSpace(const Plan& pPlan)
+{
+    QList<SpaceNeed> tNeeds = unpackingNeeds(pPlan, mWorkplace.folders());
+    tNeeds.append({mDownloads.folder(), mDownloads.bytesToCome(pPlan)});
+    return checkFreeSpace(mFileSystem, tNeeds);
+}
+
+void Run::serverFailed(const QString& pServer, const Trouble& pTrouble, bool pIsLast)
+{
+    mServerTroubles.push_back({pServer, pTrouble});
+    // That of the last one, and with it of the only one, stands in the result.
+    if (!pIsLast) {
+        mReporter.notify(MessageWarning,
+                         QStringLiteral("The server %1 can't be used, trying the next one.").arg(pServer),
+                         pTrouble.mText);
+    }
+}
+
+Trouble Run::installPackages(Plan* pPlan)
+{
+    mReporter.setFailedCount(pPlan->failedCount());
+    if (pPlan->failedCount() < pPlan->mPackages.size()) {
+        if (const Trouble tTrouble = prepare(pPlan)) {
+            warn(mWorkplace.tidyUp()); // at once: unpacked packages may be what fills the disk
+            return tTrouble;
+        }
+    }
+    if (pPlan->failedCount() == pPlan->mPackages.size()) {
+        warn(mWorkplace.tidyUp());
+        warn(mWorkplace.logRun(nextGeneration(*pPlan)));
+        return {};
+    }
+    if (const Trouble tTrouble = waitAndSwitch(*pPlan)) {
+        warn(mWorkplace.tidyUp());
+        return tTrouble;
+    }
+    removeObsolete();
+    return {};
+}
+
+Trouble Run::waitAndSwitch(const Plan& pPlan)
+{
+    AppWait tWait(mProcesses, mWorkplace.installed(), mWorkplace.folders(), pPlan, mReporter, mAbort);
+    const Trouble tTrouble = tWait.wait(mRequest.mWaitForAppsSeconds);
+    return tTrouble ? tTrouble : switchToNew(pPlan);
+}
+
+Trouble Run::prepare(Plan* pPlan)
+{
+    Preparation tPreparation(mFileSystem, mWorkplace.folders(), mReporter, mAbort);
+    const Trouble tTrouble =
+        tPreparation.unpack(pPlan, [this](const Offer& pOffer) { return mDownloads.pathOf(pOffer); });
+    pPlan->spreadTroubles();
+    mReporter.setFailedCount(pPlan->failedCount());
+    return tTrouble;
+}
+
+packages::Manifest Run::nextGeneration(const Plan& pPlan)
+{
+    packages::Manifest tNext;
+    tNext.mGeneration = mWorkplace.generations().nextNumber(mWorkplace.installed());
+    tNext.mPrevious = mWorkplace.installed().mGeneration;
+    tNext.mRunId = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    tNext.mRunDate = QDateTime::currentDateTime();
+    tNext.mRecords = runRecords(pPlan);
+    tNext.mPackages = packagesAfter(mWorkplace.installed(), pPlan, mWorkplace.folders());
+    return tNext;
+}
+
+Trouble Run::switchToNew(const Plan& pPlan)
+{
+    const QList<packages::StagedPackage> tStaged = Preparation::staged(pPlan, mWorkplace.folders());
+    mReporter.begin(vkcore::ActivityInstalling, false, tStaged.size(), false);
+    // From here on the run goes to its end.
+    if (mAbort.isSet()) {
+        return Trouble::canceled();
+    }
+    const packages::Manifest tNext = nextGeneration(pPlan);
+    // Before the sync, which then has them not to write.
+    mDownloads.remove(pPlan);
+    if (const os::Failure tFailure = mWorkplace.generations().install(tNext, tStaged)) {
+        return Trouble::from(tFailure);
+    }
+    mReporter.advance(tStaged.size());
+    mWorkplace.setInstalled(tNext);
+    warn(mWorkplace.updateInstallLog());
+    return {};
+}
+
+void Run::removeObsolete()
+{
+    mReporter.begin(vkcore::ActivityRemovingObsolete, false, 0, false);
+    const os::Failure tFailure = mWorkplace.generations().removeLeftovers([this](int pDone, int pTotal) {
+        if (pDone == 0) {
+            mReporter.begin(vkcore::ActivityRemovingObsolete, false, pTotal, false);
+        } else {
+            mReporter.advance(1);
+        }
+    });
+    warn(tFailure.mText);
+}
+
+// What a plan depends on besides the offers.
+QByteArray Run::machineState() const
+{
+    const QStringList tParts{mRequest.mAppLanguage,
+                             mRequest.mDataLanguage,
+                             mWorkplace.folders().installDir(),
+                             mWorkplace.folders().root(packages::Kind::Data),
+                             QString::number(mWorkplace.installed().mGeneration),
+                             mWorkplace.installed().mRunId};
+    return tuf::sha256(tParts.join(QLatin1Char('\n')).toUtf8());
+}
+
+RunResult Run::failed(const Trouble& pTrouble) const
+{
+    return {pTrouble.code(), troubleText(pTrouble), 0};
+}
+
+RunResult Run::allServersFailed() const
+{
+    Trouble tAll{Trouble::Kind::NoServer, QString()};
+    QStringList tTexts;
+    for (const ServerTrouble& tServer : mServerTroubles) {
+        tTexts.append(QStringLiteral("%1: %2").arg(tServer.mServer, tServer.mTrouble.mText));
+        const Trouble::Kind tKind = tServer.mTrouble.mKind;
+        if (tKind == Trouble::Kind::Untrusted || tKind == Trouble::Kind::Expired) {
+            tAll.mKind = Trouble::Kind::Untrusted; // the one that people should know of
+        } else if (tKind != Trouble::Kind::NoServer && tAll.mKind == Trouble::Kind::NoServer) {
+            tAll.mKind = Trouble::Kind::Unreachable;
+        }
+    }
+    tAll.mText = tTexts.join(QStringLiteral("; "));
+    return failed(tAll);
+}
+
+RunResult Run::finish(Attempt* pAttempt)
+{
+    const Plan& tPlan = pAttempt->mPlan;
+    for (const PlannedPackage& tPackage : tPlan.mPackages) {
+        if (tPackage.mTrouble) {
+            mReporter.error(QStringLiteral("The package %1 could not be updated.").arg(tPackage.name()),
+                            tPackage.mTrouble.mText);
+        }
+    }
+    const int tFailed = tPlan.failedCount();
+    const int tInstalled = static_cast<int>(tPlan.mPackages.size()) - tFailed;
+    if (tFailed > 0) {
+        return {failedPackagesCode(tPlan), failedPackagesText(tPlan), tInstalled};
+    }
+    mDownloads.clear();
+    pAttempt->mSession->markComplete(machineState());
+    return {ResultSuccess, successText(tInstalled), tInstalled};
+}
+
+} // namespace tarn::vkservice::update

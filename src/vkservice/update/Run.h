@@ -1,0 +1,74 @@
+#pragma once
+
+#include "update/Downloads.h"
+#include "update/Plan.h"
+#include "update/Reporter.h"
+#include "update/ServerSession.h"
+#include "update/Workplace.h"
+
+#include <memory>
+#include <vector>
+
+namespace tarn::vkservice::os {
+class AbortFlag;
+class FileSystem;
+class ProcessList;
+} // namespace tarn::vkservice::os
+
+namespace tarn::vkservice::update {
+
+// One update from its begin to its end, on the thread that calls run(). The steps lie in files of their own;
+// here is what follows on what.
+class Run
+{
+public:
+    Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
+        Reporter& pReporter, const os::AbortFlag& pAbort);
+
+    RunResult run();
+
+private:
+    // What one server had for this machine.
+    struct Attempt
+    {
+        std::unique_ptr<ServerSession> mSession;
+        Plan mPlan;
+    };
+    struct ServerTrouble
+    {
+        QString mServer;
+        Trouble mTrouble;
+    };
+
+    // Asks the servers in their order until one has everything; else takes the one that had most.
+    // No value in *pBest: mServerTroubles say why.
+    Trouble findPackages(std::unique_ptr<Attempt>* pBest);
+    Trouble askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pAttempt);
+    Trouble fetchPackages(Attempt* pAttempt);
+    Trouble checkSpace(const Plan& pPlan);
+    void serverFailed(const QString& pServer, const Trouble& pTrouble, bool pIsLast);
+
+    Trouble installPackages(Plan* pPlan);
+    Trouble prepare(Plan* pPlan);
+    Trouble waitAndSwitch(const Plan& pPlan);
+    packages::Manifest nextGeneration(const Plan& pPlan);
+    Trouble switchToNew(const Plan& pPlan);
+    void removeObsolete();
+
+    QByteArray machineState() const;
+    void warn(const QString& pText);
+    RunResult failed(const Trouble& pTrouble) const;
+    RunResult allServersFailed() const;
+    RunResult finish(Attempt* pAttempt);
+
+    const RunRequest& mRequest;
+    os::FileSystem& mFileSystem;
+    os::ProcessList& mProcesses;
+    Reporter& mReporter;
+    const os::AbortFlag& mAbort;
+    Workplace mWorkplace;
+    Downloads mDownloads;
+    std::vector<ServerTrouble> mServerTroubles;
+};
+
+} // namespace tarn::vkservice::update

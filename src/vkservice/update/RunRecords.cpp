@@ -1,0 +1,98 @@
+#include "update/RunRecords.h"
+
+#include <QtCore/QSet>
+
+#include <algorithm>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+using packages::InstalledPackage;
+using packages::PackageInfo;
+using Record = vkcore::InstallLogStore::Record;
+
+Record recordOf(const PackageInfo& pInfo, const Plan& pPlan, const QString& pStatus)
+{
+    Record tRecord;
+    tRecord.mPackage = pInfo.mName;
+    tRecord.mParent = pPlan.mParents.value(pInfo.mName);
+    tRecord.mVersion = pInfo.mVersion.version().toString();
+    tRecord.mStatus = pStatus;
+    tRecord.mVersionDate = pInfo.mVersion.date();
+    tRecord.mTitle = pInfo.mTitle;
+    return tRecord;
+}
+
+// The packages above updated ones that are not in the plan themselves.
+QSet<QString> parentsOfUpdated(const Plan& pPlan)
+{
+    QSet<QString> tPlanned;
+    QStringList tToDo;
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        tPlanned.insert(tPackage.name());
+        if (!tPackage.mTrouble) {
+            tToDo.append(tPackage.name());
+        }
+    }
+    QSet<QString> tFound;
+    while (!tToDo.isEmpty()) {
+        const QString tChild = tToDo.takeFirst();
+        for (const PackageInfo& tInfo : pPlan.mChosen) {
+            if (tInfo.mRequires.contains(tChild) && !tFound.contains(tInfo.mName) &&
+                !tPlanned.contains(tInfo.mName)) {
+                tFound.insert(tInfo.mName);
+                tToDo.append(tInfo.mName);
+            }
+        }
+    }
+    return tFound;
+}
+
+} // namespace
+
+QList<Record> runRecords(const Plan& pPlan)
+{
+    QList<Record> tRecords;
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        const PackageInfo& tInfo = tPackage.mOffer.mInfo;
+        const bool tFailed = static_cast<bool>(tPackage.mTrouble);
+        Record tRecord = recordOf(tInfo, pPlan, tFailed ? QStringLiteral("error") : QStringLiteral("ok"));
+        if (tFailed) {
+            tRecord.mReport.setValue(QStringLiteral("en"), tPackage.mTrouble.mText + QLatin1Char('.'));
+        } else {
+            tRecord.mReport = tInfo.mReport;
+        }
+        tRecords.append(tRecord);
+    }
+    const QSet<QString> tParents = parentsOfUpdated(pPlan);
+    for (const PackageInfo& tInfo : pPlan.mChosen) {
+        if (tParents.contains(tInfo.mName)) {
+            tRecords.append(recordOf(tInfo, pPlan, QStringLiteral("child_packages_updated")));
+        }
+    }
+    return tRecords;
+}
+
+QList<InstalledPackage> packagesAfter(const packages::Manifest& pBefore, const Plan& pPlan,
+                                      const packages::PackageFolders& pFolders)
+{
+    QMap<QString, InstalledPackage> tAfter;
+    for (const InstalledPackage& tPackage : pBefore.mPackages) {
+        InstalledPackage& tKept = tAfter[tPackage.mInfo.mName] = tPackage;
+        if (pPlan.mChosen.contains(tPackage.mInfo.mName)) {
+            tKept.mParent = pPlan.mParents.value(tPackage.mInfo.mName);
+        }
+    }
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        if (!tPackage.mTrouble) {
+            const PackageInfo& tInfo = tPackage.mOffer.mInfo;
+            const QString tHash = tPackage.mOffer.hash();
+            tAfter.insert(tInfo.mName,
+                          {tInfo, tHash, pFolders.folder(tInfo, tHash), pPlan.mParents.value(tInfo.mName)});
+        }
+    }
+    return tAfter.values();
+}
+
+} // namespace tarn::vkservice::update

@@ -1,0 +1,58 @@
+#include "update/RunTexts.h"
+
+#include <algorithm>
+
+namespace tarn::vkservice::update {
+
+Trouble serversFault(const Plan& pPlan)
+{
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        if (tPackage.mTrouble.isServersFault()) {
+            return tPackage.mTrouble;
+        }
+    }
+    return {};
+}
+
+QString successText(int pInstalled)
+{
+    if (pInstalled == 0) {
+        return QStringLiteral("All packages are up to date.");
+    }
+    return pInstalled == 1 ? QStringLiteral("1 package was updated.")
+                           : QStringLiteral("%1 packages were updated.").arg(pInstalled);
+}
+
+QString troubleText(const Trouble& pTrouble)
+{
+    const QString tText = resultText(pTrouble.code());
+    if (pTrouble.mText.isEmpty() || pTrouble.mKind == Trouble::Kind::Canceled) {
+        return tText;
+    }
+    return QStringLiteral("%1 %2.").arg(tText, pTrouble.mText);
+}
+
+ResultCode failedPackagesCode(const Plan& pPlan)
+{
+    bool tAllUnreachable = true;
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        if (tPackage.mTrouble.code() == ResultVerificationFailed) {
+            return ResultVerificationFailed;
+        }
+        tAllUnreachable = tAllUnreachable && tPackage.mTrouble.code() == ResultUnreachable;
+    }
+    return tAllUnreachable ? ResultUnreachable : ResultInstallFailed;
+}
+
+QString failedPackagesText(const Plan& pPlan)
+{
+    const auto tIt = std::find_if(pPlan.mPackages.begin(), pPlan.mPackages.end(),
+                                  [](const PlannedPackage& pPackage) { return !!pPackage.mTrouble; });
+    return QStringLiteral("%1 %2 of %3 packages could not be updated. %4: %5.")
+        .arg(resultText(failedPackagesCode(pPlan)))
+        .arg(pPlan.failedCount())
+        .arg(pPlan.mPackages.size())
+        .arg(tIt->name(), tIt->mTrouble.mText);
+}
+
+} // namespace tarn::vkservice::update

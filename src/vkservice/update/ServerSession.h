@@ -1,0 +1,53 @@
+#pragma once
+
+#include "update/Plan.h"
+#include "update/Source.h"
+#include "update/TrustFolder.h"
+
+#include <QtCore/QList>
+
+#include <memory>
+
+namespace tarn::vkservice::update {
+
+// One server in one run: what it offers, proven by its metadata.
+class ServerSession
+{
+public:
+    // pState stands for all on this machine that a plan depends on: as long as it is the same and the
+    // server's timestamp too, there is nothing to do.
+    ServerSession(const RunRequest& pRequest, const ServerAccess& pServer, const QByteArray& pState,
+                  os::FileSystem& pFileSystem, const os::AbortFlag& pAbort);
+    ~ServerSession();
+
+    // Asks the server. Names of files that are no usable packages go to *pWarnings.
+    Trouble open(QStringList* pWarnings);
+    // True after open() if the last complete run saw this very state: the server was asked for one small
+    // file.
+    bool nothingNew() const { return mNothingNew; }
+    const QList<Offer>& offers() const { return mOffers; }
+
+    const QString& label() const { return mLabel; }
+    Source& source() { return *mSource; }
+
+    // Remembers that all that this server offers is installed, for nothingNew() of later runs.
+    void markComplete(const QByteArray& pState);
+
+private:
+    class MetadataFetcher;
+    Trouble refresh(MetadataFetcher& pFetcher, QStringList* pWarnings);
+
+    const RunRequest& mRequest;
+    const ServerAccess& mServer;
+    QByteArray mState;
+    os::FileSystem& mFileSystem;
+    const os::AbortFlag& mAbort;
+    QString mLabel;
+    TrustFolder mTrust;
+    std::unique_ptr<Source> mSource;
+    Validators mTimestampValidators;
+    QList<Offer> mOffers;
+    bool mNothingNew = false;
+};
+
+} // namespace tarn::vkservice::update

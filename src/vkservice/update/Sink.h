@@ -1,0 +1,46 @@
+#pragma once
+
+#include "update/Trouble.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QByteArrayView>
+
+namespace tarn::vkservice::update {
+
+// Where the bytes of a transfer go.
+class Sink
+{
+public:
+    virtual ~Sink() = default;
+
+    // How many bytes of the file are here already; the transfer may go on behind them.
+    virtual qint64 received() const = 0;
+    // How many bytes the file may have at most.
+    virtual qint64 maxLength() const = 0;
+    // False for a file that must come in one piece: what a broken attempt got of it is of no use.
+    virtual bool isResumable() const = 0;
+    // Forgets what was received: the file comes from its beginning.
+    virtual Trouble restart() = 0;
+    virtual Trouble write(QByteArrayView pData) = 0;
+};
+
+// Keeps a small file in memory.
+class MemorySink : public Sink
+{
+public:
+    explicit MemorySink(qint64 pMaxLength) : mMaxLength(pMaxLength) {}
+
+    qint64 received() const override { return mBytes.size(); }
+    qint64 maxLength() const override { return mMaxLength; }
+    bool isResumable() const override { return false; }
+    Trouble restart() override;
+    Trouble write(QByteArrayView pData) override;
+
+    const QByteArray& bytes() const { return mBytes; }
+
+private:
+    qint64 mMaxLength;
+    QByteArray mBytes;
+};
+
+} // namespace tarn::vkservice::update

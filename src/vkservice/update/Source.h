@@ -1,0 +1,60 @@
+#pragma once
+
+#include "update/Sink.h"
+#include "update/Trouble.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QList>
+#include <QtCore/QString>
+
+#include <memory>
+
+namespace tarn::vkservice::os {
+class AbortFlag;
+class FileSystem;
+} // namespace tarn::vkservice::os
+
+namespace tarn::vkservice::update {
+
+// What a server said about the state of a file, to ask it later whether it has changed since.
+struct Validators
+{
+    QByteArray mEtag;
+    QByteArray mLastModified;
+
+    bool isEmpty() const { return mEtag.isEmpty() && mLastModified.isEmpty(); }
+};
+
+// One file to get.
+struct Transfer
+{
+    QString mPath; // below the server's address, percent-encoded
+    Sink* mSink = nullptr;
+    Validators mKnown; // not empty: only if the file has changed since
+
+    // How it went.
+    Trouble mTrouble;
+    bool mNotModified = false;
+    Validators mValidators;
+};
+
+// A server, whatever the way to it. For one thread at a time.
+class Source
+{
+public:
+    virtual ~Source() = default;
+
+    // Gets all of the files, or says in each transfer why not; returns early when pAbort is set. Each file is
+    // tried again a few times where that can help.
+    virtual void run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pAbort) = 0;
+};
+
+// For a server with an address that makeSource takes: https or file. Null, with the reason in *pReason, for
+// others.
+std::unique_ptr<Source> makeSource(const ServerAccess& pServer, const RunRequest& pRequest,
+                                   os::FileSystem& pFileSystem, QString* pReason);
+
+// The server for messages: its name, else its address without user and password.
+QString serverLabel(const ServerAccess& pServer);
+
+} // namespace tarn::vkservice::update

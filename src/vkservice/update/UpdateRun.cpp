@@ -1,0 +1,120 @@
+#include "update/UpdateRun.h"
+
+#include "os/AbortFlag.h"
+#include "update/Reporter.h"
+#include "update/Run.h"
+#include "update/Workplace.h"
+
+#include <QtCore/QMetaObject>
+
+#include <thread>
+
+namespace tarn::vkservice::update {
+
+class UpdateRun::Private
+{
+public:
+    Private(UpdateRun* pOwner, os::FileSystem& pFileSystem, os::ProcessList& pProcesses)
+        : mOwner(pOwner), mFileSystem(pFileSystem), mProcesses(pProcesses)
+    {
+    }
+
+    void work()
+    {
+        Run tRun(mRequest, mFileSystem, mProcesses, *mReporter, mAbort);
+        const RunResult tResult = tRun.run();
+        QMetaObject::invokeMethod(
+            mOwner, [this, tResult] { end(tResult); }, Qt::QueuedConnection);
+    }
+
+    void end(const RunResult& pResult)
+    {
+        mThread.join();
+        mReporter.reset();
+        Q_EMIT mOwner->finished(pResult);
+    }
+
+    // Signals go out on the thread of the owner, in the order in which things happened.
+    std::unique_ptr<Reporter> makeReporter()
+    {
+        const auto tPost = [this](auto pCall) {
+            QMetaObject::invokeMethod(mOwner, std::move(pCall), Qt::QueuedConnection);
+        };
+        return std::make_unique<Reporter>(
+            [this, tPost](vkcore::ServiceActivity pActivity) {
+                tPost([this, pActivity] { Q_EMIT mOwner->activityChanged(pActivity); });
+            },
+            [this, tPost](int pType, const QString& pText, const QString& pDetails) {
+                tPost(
+                    [this, pType, pText, pDetails] { Q_EMIT mOwner->notification(pType, pText, pDetails); });
+            },
+            [this, tPost](int pType, const QString& pText, const QString& pDetails) {
+                tPost([this, pType, pText, pDetails] { Q_EMIT mOwner->error(pType, pText, pDetails); });
+            });
+    }
+
+    UpdateRun* mOwner;
+    os::FileSystem& mFileSystem;
+    os::ProcessList& mProcesses;
+    RunRequest mRequest;
+    os::AbortFlag mAbort;
+    std::unique_ptr<Reporter> mReporter;
+    std::thread mThread;
+};
+
+UpdateRun::UpdateRun(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, QObject* pParent)
+    : QObject(pParent), d(std::make_unique<Private>(this, pFileSystem, pProcesses))
+{
+}
+
+UpdateRun::~UpdateRun()
+{
+    if (isRunning()) {
+        d->mAbort.set();
+        d->mThread.join();
+    }
+}
+
+bool UpdateRun::recover(const RunRequest& pRequest, QString* pError)
+{
+    Workplace tWorkplace(d->mFileSystem, pRequest);
+    if (const Trouble tTrouble = tWorkplace.open()) {
+        *pError = tTrouble.mText;
+        return false;
+    }
+    const QString tTidyText = tWorkplace.tidyUp();
+    const QString tLogText = tWorkplace.updateInstallLog();
+    *pError = tTidyText.isEmpty() ? tLogText : tTidyText;
+    return pError->isEmpty();
+}
+
+bool UpdateRun::start(const RunRequest& pRequest)
+{
+    if (isRunning()) {
+        return false;
+    }
+    d->mRequest = pRequest;
+    d->mAbort.clear();
+    d->mReporter = d->makeReporter();
+    d->mThread = std::thread([this] { d->work(); });
+    return true;
+}
+
+void UpdateRun::abort()
+{
+    if (isRunning()) {
+        d->mAbort.set();
+    }
+}
+
+bool UpdateRun::isRunning() const
+{
+    return d->mReporter != nullptr;
+}
+
+Progress UpdateRun::progress() const
+{
+    return isRunning() ? d->mReporter->progress() : Progress();
+}
+
+} // namespace tarn::vkservice::update

@@ -1,0 +1,311 @@
+#include "Rig.h"
+
+#include "mail/MailQueue.h"
+
+#include <gtest/gtest.h>
+
+namespace tarn::vkservice::mail {
+
+namespace {
+
+class MachineMailsTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        mRig.address(QStringLiteral("admin@example.org"), true);
+        mRig.start();
+    }
+
+    int sent() { return static_cast<int>(mRig.mPost.take().size()); }
+
+    Rig mRig;
+};
+
+TEST_F(MachineMailsTest, ARunIsToldOnceAndAFailureOnceAsLongAsItLasts)
+{
+    struct
+    {
+        update::ResultCode mResult;
+        int mPackages;
+        const char* mSubject; // null: no mail
+    } const tRuns[] = {
+        {update::ResultSuccess, 2, "updates installed"},
+        {update::ResultSuccess, 0, nullptr},
+        {update::ResultUnreachable, 0, nullptr},
+        {update::ResultAborted, 0, nullptr},
+        {update::ResultSuppressed, 0, nullptr},
+        {update::ResultVerificationFailed, 0, "update failed"},
+        {update::ResultVerificationFailed, 0, nullptr},
+        {update::ResultUnreachable, 0, nullptr},
+        {update::ResultVerificationFailed, 0, nullptr},
+        {update::ResultNoSpace, 0, "update failed"},
+        {update::ResultManualIntervention, 0, "an update needs you"},
+        {update::ResultManualIntervention, 0, nullptr},
+        {update::ResultSuccess, 0, nullptr},
+        {update::ResultManualIntervention, 0, "an update needs you"},
+    };
+    int tNumber = 0;
+    for (const auto& tRun : tRuns) {
+        SCOPED_TRACE(++tNumber);
+        for (int tTwice = 0; tTwice < 2; ++tTwice) {
+            mRig.finish(someRun(QString::number(tNumber), tRun.mResult, tRun.mPackages));
+            mRig.stop();
+            mRig.start();
+        }
+        QStringList tExpected;
+        if (tRun.mSubject != nullptr) {
+            tExpected.append(QStringLiteral("lab-pc-3: ") + QLatin1String(tRun.mSubject));
+        }
+        EXPECT_EQ(mRig.mPost.takeSubjects(), tExpected);
+    }
+}
+
+TEST_F(MachineMailsTest, EachKindCanBeSwitchedOff)
+{
+    using Settings = vkcore::MonitoringSettings;
+    const struct
+    {
+        void (Settings::*mSwitch)(bool);
+        int mMails; // of an update, a manual intervention and an overdue one
+    } tCases[] = {{&Settings::setEventMailsEnabled, 0},
+                  {&Settings::setEventMailOnUpdate, 2},
+                  {&Settings::setEventMailOnManualIntervention, 2},
+                  {&Settings::setEventMailOnOverdue, 2}};
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(&tCase - tCases);
+        Rig tRig;
+        tRig.address(QStringLiteral("admin@example.org"), true);
+        (tRig.mSettings.*tCase.mSwitch)(false);
+        tRig.start();
+        tRig.finish(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
+        tRig.finish(someRun(QStringLiteral("2"), update::ResultManualIntervention));
+        tRig.passDays(8);
+        EXPECT_EQ(tRig.mPost.take().size(), tCase.mMails);
+    }
+}
+
+TEST_F(MachineMailsTest, OverdueOnceForEachTimeWithoutSuccess)
+{
+    mRig.mSettings.setUpdateOverduePeriod(3);
+    mRig.set();
+    mRig.pass(3 * 24 * 60 * 60 - 1);
+    EXPECT_EQ(sent(), 0);
+    mRig.pass(1);
+    EXPECT_EQ(mRig.mPost.takeSubjects(), QStringList{QStringLiteral("lab-pc-3: update overdue")});
+    for (int i = 0; i < 10; ++i) {
+        mRig.passDays(1);
+        mRig.stop();
+        mRig.start();
+    }
+    mRig.pass(-60 * 24 * 60 * 60); // a clock that goes back and forth
+    mRig.pass(60 * 24 * 60 * 60);
+    EXPECT_EQ(sent(), 0);
+
+    mRig.mStatus.mLastSuccess = mRig.mNow;
+    mRig.passDays(2);
+    EXPECT_EQ(sent(), 0);
+    mRig.passDays(1);
+    EXPECT_EQ(sent(), 1);
+}
+
+TEST_F(MachineMailsTest, AMachineThatNeverSucceededIsOverdueToo)
+{
+    mRig.mStatus.mLastSuccess = {};
+    mRig.passDays(6);
+    mRig.stop();
+    mRig.start();
+    EXPECT_EQ(sent(), 0);
+    mRig.passDays(1);
+    EXPECT_EQ(sent(), 1);
+}
+
+TEST_F(MachineMailsTest, AnEndlessToleranceNeverEnds)
+{
+    mRig.mSettings.setUpdateOverduePeriod(2147483647);
+    mRig.set();
+    mRig.passDays(36500);
+    EXPECT_EQ(sent(), 0);
+}
+
+TEST_F(MachineMailsTest, SummaryByPeriod)
+{
+    mRig.mSettings.setEventMailsEnabled(false);
+    mRig.mSettings.setSummarizedMailsEnabled(true);
+    mRig.mSettings.setSummarizedMailPeriod(7);
+    mRig.mStatus.mInstalled = {{QStringLiteral("Editor"), QStringLiteral("1.0"), {}, {}}};
+    mRig.set();
+    mRig.pass(0);
+    const QList<Mail> tFirst = mRig.mPost.take();
+    ASSERT_EQ(tFirst.size(), 1);
+    EXPECT_TRUE(tFirst.first().mText.contains(QStringLiteral("* Editor 1.0\n")));
+    EXPECT_EQ(mRig.mSummaries, QList<QDateTime>{mRig.mNow});
+
+    mRig.pass(7 * 24 * 60 * 60 - 1);
+    mRig.stop(); // the date does not depend on what the settings say after a restart
+    mRig.start();
+    mRig.pass(0);
+    EXPECT_EQ(sent(), 0);
+    mRig.pass(1);
+    EXPECT_EQ(sent(), 1);
+    mRig.passDays(-365); // a clock that had been wrong must not silence summaries for a year
+    EXPECT_EQ(sent(), 1);
+}
+
+TEST_F(MachineMailsTest, SummaryOnChangeOnly)
+{
+    mRig.mSettings.setEventMailsEnabled(false);
+    mRig.mSettings.setSummarizedMailsEnabled(true);
+    mRig.mSettings.setSummarizedMailsOnChangeOnly(true);
+    mRig.mSettings.setSummarizedMailPeriod(2);
+    mRig.mSettings.setUpdateOverduePeriod(1000);
+    mRig.mStatus.mInstalled = {{QStringLiteral("Editor"), QStringLiteral("1.0"), {}, {}},
+                               {QStringLiteral("Viewer"), QStringLiteral("1.0"), {}, {}}};
+    mRig.set();
+    mRig.pass(0);
+    EXPECT_EQ(sent(), 1);
+
+    mRig.mStatus.mLastRun = mRig.mNow.addDays(1);
+    mRig.mStatus.mLastResultText = QStringLiteral("nothing new");
+    std::swap(mRig.mStatus.mInstalled[0], mRig.mStatus.mInstalled[1]);
+    mRig.passDays(10);
+    EXPECT_EQ(sent(), 0) << "neither times nor the order of packages are a change";
+
+    mRig.mStatus.mInstalled[0].mVersion = QStringLiteral("1.1");
+    mRig.pass(60);
+    EXPECT_EQ(sent(), 1) << "the period has long passed, so a change goes out at once";
+    mRig.mStatus.mLastResult = update::ResultInstallFailed;
+    mRig.pass(60);
+    EXPECT_EQ(sent(), 0) << "not again before the period has passed";
+    mRig.passDays(2);
+    EXPECT_EQ(sent(), 1);
+    mRig.passDays(1000);
+    EXPECT_EQ(sent(), 1) << "getting overdue is a change";
+}
+
+TEST_F(MachineMailsTest, RetriesWithGrowingPausesAndGivesUpInTheEnd)
+{
+    mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
+    mRig.finish(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
+    QList<Mail> tAttempts = mRig.mPost.take();
+    ASSERT_EQ(tAttempts.size(), 1);
+    const QString tId = tAttempts.first().mMessageId;
+    for (int i = 1; i < MailQueue::sMaxAttempts; ++i) {
+        SCOPED_TRACE(i);
+        mRig.pass(MailQueue::pauseSeconds(i) - 1);
+        EXPECT_EQ(sent(), 0);
+        mRig.pass(1);
+        tAttempts = mRig.mPost.take();
+        ASSERT_EQ(tAttempts.size(), 1);
+        EXPECT_EQ(tAttempts.first().mMessageId, tId);
+        EXPECT_GE(MailQueue::pauseSeconds(i + 1), MailQueue::pauseSeconds(i));
+    }
+    EXPECT_TRUE(
+        mRig.warned(QStringLiteral("Given up after 35 attempts: mail about an update to admin@example.org")));
+    EXPECT_EQ(mRig.queued(), 0);
+}
+
+TEST_F(MachineMailsTest, AClockThatGoesBackDoesNotHoldMailsUp)
+{
+    mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
+    mRig.finish(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
+    mRig.mPost.take();
+    mRig.mPost.setOutcome(SendResult::Outcome::Sent);
+    mRig.passDays(-1000);
+    EXPECT_EQ(sent(), 1);
+}
+
+TEST_F(MachineMailsTest, OneAddressDoesNotHoldUpTheOthers)
+{
+    mRig.address(QStringLiteral("second@example.org"), true);
+    mRig.address(QStringLiteral("third@example.org"), true);
+    mRig.set();
+    mRig.mPost.mBadRecipient = QStringLiteral("admin@example.org");
+    using Outcome = SendResult::Outcome;
+    for (const Outcome tOutcome : {Outcome::Refused, Outcome::Deferred, Outcome::ServerFailed}) {
+        SCOPED_TRACE(static_cast<int>(tOutcome));
+        mRig.mPost.mBadOutcome = tOutcome;
+        mRig.finish(someRun(QString::number(static_cast<int>(tOutcome)), update::ResultSuccess, 1));
+        mRig.pass(60);
+        QStringList tServed;
+        for (const Mail& tMail : mRig.mPost.take()) {
+            tServed.append(tMail.mRecipient);
+        }
+        EXPECT_TRUE(tServed.contains(QStringLiteral("second@example.org")));
+        EXPECT_TRUE(tServed.contains(QStringLiteral("third@example.org")));
+        EXPECT_EQ(mRig.queued(), tOutcome == Outcome::Refused ? 0 : 1);
+        mRig.mPost.mBadOutcome = Outcome::Sent;
+        mRig.pass(MailQueue::pauseSeconds(3));
+        EXPECT_EQ(mRig.queued(), 0);
+        mRig.mPost.take();
+    }
+}
+
+TEST_F(MachineMailsTest, AnAddressThatIsTakenAwayGetsNothingMore)
+{
+    mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
+    mRig.finish(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
+    mRig.mPost.take();
+    mRig.mPost.setOutcome(SendResult::Outcome::Sent);
+    mRig.mSettings.setNotificationEmailAddresses({});
+    mRig.set();
+    mRig.pass(60);
+    EXPECT_EQ(sent(), 0);
+    EXPECT_EQ(mRig.queued(), 0);
+    EXPECT_TRUE(mRig.warned(QStringLiteral("removed from the settings")));
+}
+
+TEST_F(MachineMailsTest, AFullDiskLosesNoMail)
+{
+    mRig.finish(someRun(QStringLiteral("0"), update::ResultSuccess, 1));
+    EXPECT_EQ(sent(), 1);
+    RunReport tRun = someRun(QStringLiteral("1"), update::ResultSuccess, 1);
+    tRun.mPackages[0].mReport = QString(2000, QLatin1Char('x')).replace(7, 1, QLatin1Char('\n'));
+    for (int i = 0; i < 150; ++i) {
+        tRun.mPackages.append(tRun.mPackages[0]);
+    }
+    // Less than the database has already: SQLite takes it as the present size, so it can't grow.
+    ASSERT_TRUE(mRig.mDatabase.execute("PRAGMA max_page_count = 1"));
+    mRig.finish(tRun);
+    mRig.pass(60);
+    EXPECT_EQ(sent(), 0);
+    EXPECT_EQ(mRig.mWarnings.filter(QStringLiteral("can't be queued: database or disk is full")).size(), 1)
+        << mRig.mWarnings.join(QLatin1Char('\n')).toStdString();
+    ASSERT_TRUE(mRig.mDatabase.execute("PRAGMA max_page_count = 1000000"));
+    mRig.pass(60);
+    EXPECT_EQ(sent(), 1);
+}
+
+TEST_F(MachineMailsTest, AMailThatCantBeTakenOffTheQueueIsNotSentTwice)
+{
+    mRig.mMailer->onRunFinished(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
+    ASSERT_TRUE(mRig.mDatabase.execute("PRAGMA query_only = 1"));
+    mRig.settle();
+    for (int i = 0; i < 5; ++i) {
+        mRig.pass(60 * 60);
+    }
+    EXPECT_EQ(sent(), 1);
+    ASSERT_TRUE(mRig.mDatabase.execute("PRAGMA query_only = 0"));
+    mRig.pass(60);
+    EXPECT_EQ(sent(), 0);
+    EXPECT_EQ(mRig.queued(), 0);
+}
+
+TEST_F(MachineMailsTest, OtherSettingsOfTheServerGiveWaitingMailsATry)
+{
+    mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
+    mRig.finish(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
+    mRig.mPost.take();
+    mRig.mPost.setOutcome(SendResult::Outcome::Sent);
+    mRig.mMailer->setSmtpSettings(mRig.mSmtp);
+    mRig.settle();
+    EXPECT_EQ(sent(), 0);
+    mRig.mSmtp.mUrl = QStringLiteral("smtp://other");
+    mRig.mMailer->setSmtpSettings(mRig.mSmtp);
+    mRig.settle();
+    EXPECT_EQ(sent(), 1);
+}
+
+} // namespace
+
+} // namespace tarn::vkservice::mail

@@ -1,0 +1,173 @@
+#include "Rig.h"
+
+#include <gtest/gtest.h>
+
+#include <QtCore/QEventLoop>
+#include <QtCore/QMutexLocker>
+#include <QtCore/QRegularExpression>
+#include <QtCore/QTimer>
+
+#include <utility>
+
+namespace tarn::vkservice::mail {
+
+namespace {
+
+class FakeTransport : public SmtpTransport
+{
+public:
+    explicit FakeTransport(Post& pPost) : mPost(pPost) {}
+    SendResult send(const Mail& pMail, const SmtpSettings&) override { return mPost.answer(pMail); }
+    void cancel() override {}
+
+private:
+    Post& mPost;
+};
+
+} // namespace
+
+SendResult Post::answer(const Mail& pMail)
+{
+    const QMutexLocker tLocker(&mMutex);
+    mMails.append(pMail);
+    return {pMail.mRecipient == mBadRecipient ? mBadOutcome : mOutcome,
+            QStringLiteral("as the test wants it")};
+}
+
+void Post::setOutcome(SendResult::Outcome pOutcome)
+{
+    const QMutexLocker tLocker(&mMutex);
+    mOutcome = pOutcome;
+}
+
+QList<Mail> Post::take()
+{
+    const QMutexLocker tLocker(&mMutex);
+    return std::exchange(mMails, {});
+}
+
+QStringList Post::takeSubjects()
+{
+    QStringList tSubjects;
+    for (const Mail& tMail : take()) {
+        tSubjects.append(tMail.mSubject);
+    }
+    return tSubjects;
+}
+
+Rig::Rig() : mNow(QDate(2024, 3, 7), QTime(10, 0), Qt::UTC)
+{
+    EXPECT_TRUE(
+        mDatabase.open(mDir.filePath(QStringLiteral("service.db")), vkcore::Database::Mode::ReadWrite));
+    mSettings.setClientName(QStringLiteral("lab-pc-3"));
+    mSettings.setEventMailsEnabled(true);
+    mSettings.setEventMailOnUpdate(true);
+    mSettings.setEventMailOnOverdue(true);
+    mSettings.setEventMailOnManualIntervention(true);
+    mSmtp.mUrl = QStringLiteral("smtp://localhost");
+    mSmtp.mSender = QStringLiteral("updates@example.org");
+    mStatus.mLastSuccess = mNow;
+}
+
+Rig::~Rig() = default;
+
+void Rig::start()
+{
+    start(std::make_unique<FakeTransport>(mPost));
+}
+
+void Rig::startReal(const SmtpSettings& pSmtp)
+{
+    mSmtp = pSmtp;
+    start(nullptr);
+}
+
+void Rig::start(std::unique_ptr<SmtpTransport> pTransport)
+{
+    mMailer = std::make_unique<Mailer>(
+        mDatabase, [this] { return mStatus; }, nullptr, std::move(pTransport), [this] { return mNow; });
+    QObject::connect(mMailer.get(), &Mailer::warning, mMailer.get(),
+                     [this](const QString& tText) { mWarnings.append(tText); });
+    QObject::connect(mMailer.get(), &Mailer::information, mMailer.get(),
+                     [this](const QString& tText) { mInformation.append(tText); });
+    QObject::connect(mMailer.get(), &Mailer::summaryQueued, mMailer.get(),
+                     [this](const QDateTime& tWhen) { mSummaries.append(tWhen); });
+    QString tError;
+    ASSERT_TRUE(mMailer->open(&tError)) << tError.toStdString();
+    mMailer->setSmtpSettings(mSmtp);
+    set(Mailer::Reason::Loaded);
+}
+
+void Rig::stop()
+{
+    mMailer.reset();
+}
+
+void Rig::settle()
+{
+    if (!mMailer->isSending()) {
+        return;
+    }
+    QEventLoop tLoop;
+    QObject::connect(mMailer.get(), &Mailer::idle, &tLoop, &QEventLoop::quit);
+    QTimer::singleShot(60000, &tLoop, [&tLoop] { tLoop.exit(1); });
+    ASSERT_EQ(tLoop.exec(), 0) << "sending does not end";
+}
+
+void Rig::pass(qint64 pSeconds)
+{
+    mNow = mNow.addSecs(pSeconds);
+    mMailer->tick();
+    settle();
+}
+
+void Rig::address(const QString& pAddress, bool pVerified)
+{
+    vkcore::MonitoringEmailList tList = mSettings.notificationEmailAddresses();
+    tList.append(vkcore::MonitoringEmail(pAddress, pVerified));
+    mSettings.setNotificationEmailAddresses(tList);
+}
+
+void Rig::set(Mailer::Reason pReason)
+{
+    mMailer->setMonitoringSettings(mSettings, pReason);
+    settle();
+}
+
+void Rig::finish(const RunReport& pRun)
+{
+    mMailer->onRunFinished(pRun);
+    settle();
+}
+
+int Rig::queued()
+{
+    vkcore::Statement tQuery(mDatabase, "SELECT count(*) FROM mail_queue");
+    return tQuery.step() ? static_cast<int>(tQuery.integer(0)) : -1;
+}
+
+bool Rig::warned(const QString& pPart) const
+{
+    return !mWarnings.filter(pPart).isEmpty();
+}
+
+RunReport someRun(const QString& pId, update::ResultCode pResult, int pPackages)
+{
+    RunReport tRun;
+    tRun.mRunId = pId;
+    tRun.mResult = pResult;
+    tRun.mText = QStringLiteral("what came of it");
+    for (int i = 0; i < pPackages; ++i) {
+        tRun.mPackages.append(
+            {QStringLiteral("Package %1").arg(i), QStringLiteral("1.0"), QStringLiteral("ok"), {}});
+    }
+    return tRun;
+}
+
+QString codeIn(const QString& pText)
+{
+    static const QRegularExpression sCode(QStringLiteral("--config-var=mail\\.verify\\.[^:\\s]+:(\\S+)"));
+    return sCode.match(pText).captured(1);
+}
+
+} // namespace tarn::vkservice::mail

@@ -1,0 +1,195 @@
+#include "Rig.h"
+
+#include "mail/Address.h"
+#include "mail/Verification.h"
+
+#include <gtest/gtest.h>
+
+namespace tarn::vkservice::mail {
+
+namespace {
+
+const QString sAddress = QStringLiteral("Admin@example.org");
+
+class VerificationTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        mRig.address(sAddress, false);
+        mRig.start();
+    }
+
+    QString nextCode()
+    {
+        const QList<Mail> tMails = mRig.mPost.take();
+        return tMails.size() == 1 ? codeIn(tMails.first().mText) : QString();
+    }
+    bool verify(const QString& pCode) { return mRig.mMailer->verify(sAddress, pCode).mOk; }
+    QString refusal(const QString& pCode) { return mRig.mMailer->verify(sAddress, pCode).mText; }
+
+    Rig mRig;
+};
+
+TEST_F(VerificationTest, TheMailedCodeOpensTheAddress)
+{
+    mRig.finish(someRun(QStringLiteral("run 1"), update::ResultSuccess, 1));
+    const QList<Mail> tMails = mRig.mPost.take();
+    ASSERT_EQ(tMails.size(), 1) << "an address that is not verified got a mail about the machine";
+    EXPECT_EQ(tMails.first().mRecipient, sAddress);
+    const QString tCode = codeIn(tMails.first().mText);
+    EXPECT_EQ(tCode.size(), 14);
+    EXPECT_EQ(mRig.mMailer->verificationState(sAddress), QStringLiteral("not verified"));
+
+    QString tTyped = QLatin1Char(' ') + tCode.toLower();
+    tTyped.remove(QLatin1Char('-'));
+    EXPECT_TRUE(mRig.mMailer->verify(sAddress.toLower(), tTyped).mOk);
+    mRig.mSettings.setNotificationEmailAddresses(
+        markVerified(mRig.mSettings.notificationEmailAddresses(), sAddress));
+    mRig.set();
+    EXPECT_EQ(mRig.mMailer->verificationState(sAddress), QStringLiteral("verified"));
+    mRig.finish(someRun(QStringLiteral("run 2"), update::ResultSuccess, 1));
+    EXPECT_EQ(mRig.mPost.takeSubjects(), QStringList{QStringLiteral("lab-pc-3: updates installed")});
+}
+
+TEST_F(VerificationTest, ARightCodeHoldsUntilItsUseIsStored)
+{
+    const QString tCode = nextCode();
+    EXPECT_TRUE(verify(tCode));
+    mRig.stop(); // killed before the settings were stored
+    mRig.start();
+    EXPECT_TRUE(verify(tCode));
+}
+
+TEST_F(VerificationTest, WrongCodesUseItUp)
+{
+    const QString tCode = nextCode();
+    for (int i = 0; i < Verification::sMaxAttempts; ++i) {
+        if (i == 2) {
+            mRig.stop(); // does not give attempts back
+            mRig.start();
+        }
+        EXPECT_FALSE(verify(QStringLiteral("2222-2222-2222")));
+    }
+    EXPECT_FALSE(verify(tCode));
+    EXPECT_TRUE(refusal(tCode).contains(QStringLiteral("There is no code"))) << refusal(tCode).toStdString();
+}
+
+TEST_F(VerificationTest, CodesBelongToTheirAddressAndTime)
+{
+    const QString tCode = nextCode();
+    const QString tOther = QStringLiteral("other@example.org");
+    mRig.address(tOther, false);
+    mRig.set();
+    EXPECT_FALSE(mRig.mMailer->verify(tOther, tCode).mOk);
+    EXPECT_FALSE(mRig.mMailer->verify(QStringLiteral("stranger@example.org"), tCode).mOk);
+    mRig.pass(Verification::sValidHours * 60 * 60);
+    EXPECT_TRUE(refusal(tCode).contains(QStringLiteral("out of date")));
+}
+
+TEST_F(VerificationTest, SettingAnAddressAgainSendsNothingWhileItsCodeHolds)
+{
+    ASSERT_FALSE(nextCode().isEmpty());
+    for (int i = 0; i < 20; ++i) {
+        mRig.set();
+        mRig.pass(60);
+    }
+    const vkcore::MonitoringEmailList tList = mRig.mSettings.notificationEmailAddresses();
+    mRig.mSettings.setNotificationEmailAddresses({});
+    mRig.set();
+    mRig.mSettings.setNotificationEmailAddresses(tList);
+    mRig.set();
+    EXPECT_TRUE(mRig.mPost.take().isEmpty());
+
+    mRig.pass(Verification::sValidHours * 60 * 60);
+    mRig.stop();
+    mRig.start();
+    EXPECT_TRUE(mRig.mPost.take().isEmpty()) << "a start alone sends no further code";
+    mRig.set();
+    EXPECT_TRUE(verify(nextCode()));
+}
+
+TEST_F(VerificationTest, ANewCodeCanBeAskedForWithinLimits)
+{
+    const QString tFirst = nextCode();
+    EXPECT_FALSE(verify(QString())) << "too soon";
+    mRig.pass(Verification::sMinSecondsBetweenCodes);
+    EXPECT_TRUE(verify(QString()));
+    mRig.settle();
+    const QString tSecond = nextCode();
+    EXPECT_FALSE(verify(tFirst));
+    EXPECT_TRUE(verify(tSecond));
+
+    int tMails = 2;
+    for (int i = 0; i < 20; ++i) {
+        mRig.pass(Verification::sMinSecondsBetweenCodes);
+        mRig.mMailer->verify(sAddress, QStringLiteral(" "));
+        mRig.settle();
+        tMails += static_cast<int>(mRig.mPost.take().size());
+    }
+    EXPECT_EQ(tMails, Verification::sMaxCodesPerDay);
+}
+
+TEST_F(VerificationTest, OnlyTheLastCodeIsMailed)
+{
+    const QString tOther = QStringLiteral("other@example.org");
+    mRig.mPost.take();
+    mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
+    mRig.address(tOther, false);
+    mRig.set();
+    mRig.pass(Verification::sMinSecondsBetweenCodes);
+    mRig.mMailer->verify(tOther, QString());
+    mRig.settle();
+    EXPECT_EQ(mRig.queued(), 1);
+    mRig.mPost.take();
+    mRig.mPost.setOutcome(SendResult::Outcome::Sent);
+    mRig.pass(60);
+    EXPECT_TRUE(mRig.mMailer->verify(tOther, nextCode()).mOk);
+}
+
+TEST_F(VerificationTest, AListOfManyAddressesIsWrittenToSlowly)
+{
+    mRig.mPost.take();
+    for (int i = 0; i < 50; ++i) {
+        mRig.address(QStringLiteral("a%1@example.org").arg(i), false);
+    }
+    mRig.set();
+    EXPECT_EQ(mRig.mPost.take().size(), Verification::sMaxCodesPerHour - 1);
+    mRig.pass(60 * 60);
+    EXPECT_EQ(mRig.mPost.take().size(), 50 - Verification::sMaxCodesPerHour + 1)
+        << "the rest follows by itself";
+}
+
+TEST_F(VerificationTest, CodesWaitForAMailServer)
+{
+    Rig tRig;
+    tRig.mSmtp = {};
+    tRig.address(sAddress, false);
+    tRig.start();
+    EXPECT_TRUE(tRig.warned(QStringLiteral("mail.url is not set")));
+    EXPECT_FALSE(tRig.mMailer->verify(sAddress, QString()).mOk);
+    tRig.mMailer->setSmtpSettings(mRig.mSmtp);
+    tRig.settle();
+    EXPECT_EQ(tRig.mPost.take().size(), 1);
+}
+
+TEST_F(VerificationTest, TheDatabaseDoesNotTellTheCode)
+{
+    const QString tCode = nextCode();
+    QString tBare = tCode;
+    tBare.remove(QLatin1Char('-'));
+    vkcore::Statement tQuery(
+        mRig.mDatabase, "SELECT count(*) FROM mail_verification WHERE instr(hash, ?1) OR instr(hash, ?2)");
+    ASSERT_TRUE(tQuery.bind(1, tCode).bind(2, tBare).step());
+    EXPECT_EQ(tQuery.integer(0), 0);
+}
+
+TEST(VerificationVariable, NamesItsAddress)
+{
+    EXPECT_EQ(Mailer::verificationAddress(QStringLiteral("mail.verify.a@b.de")), QStringLiteral("a@b.de"));
+    EXPECT_TRUE(Mailer::verificationAddress(QStringLiteral("mail.url")).isNull());
+}
+
+} // namespace
+
+} // namespace tarn::vkservice::mail

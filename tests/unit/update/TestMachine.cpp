@@ -1,0 +1,174 @@
+#include "TestMachine.h"
+
+#include "TestArchive.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QEventLoop>
+#include <QtCore/QFileInfo>
+#include <QtCore/QSet>
+
+#include <climits>
+
+using namespace tarn::vkservice;
+using namespace tarn::vkservice::update;
+using tarn::vkcore::ServiceActivity;
+
+TestMachine::TestMachine(const QByteArray& pRoot, os::ProcessList& pProcesses) : mProcesses(pProcesses)
+{
+    writeFile(path(QStringLiteral("root.json")), pRoot);
+    mRequest.mRootFile = path(QStringLiteral("root.json"));
+    mRequest.mStateDir = path(QStringLiteral("state"));
+    mRequest.mInstallDir = path(QStringLiteral("install"));
+    mRequest.mAppLanguage = QStringLiteral("en");
+    mRequest.mDataLanguage = QStringLiteral("en");
+    mRequest.mWaitForAppsSeconds = 20;
+    restart();
+}
+
+void TestMachine::setServers(const QStringList& pUris)
+{
+    mRequest.mServers.clear();
+    for (const QString& tUri : pUris) {
+        mRequest.mServers.append({QStringLiteral("server %1").arg(mRequest.mServers.size()), tUri, {}, {}});
+    }
+}
+
+bool TestMachine::restart(QString* pError)
+{
+    mRun = std::make_unique<UpdateRun>(mFileSystem, mProcesses);
+    QObject::connect(mRun.get(), &UpdateRun::activityChanged, mRun.get(), [this](ServiceActivity pActivity) {
+        mActivities.append(pActivity);
+        if (mOnActivity) {
+            mOnActivity(pActivity);
+        }
+    });
+    QObject::connect(mRun.get(), &UpdateRun::notification, mRun.get(),
+                     [this](int, const QString& pText, const QString& pDetails) {
+                         mMessages.append(pText + QLatin1Char('|') + pDetails);
+                         if (mOnNotification) {
+                             mOnNotification(pText);
+                         }
+                     });
+    QObject::connect(mRun.get(), &UpdateRun::error, mRun.get(),
+                     [this](int, const QString& pText, const QString& pDetails) {
+                         mMessages.append(pText + QLatin1Char('|') + pDetails);
+                     });
+    QString tError;
+    return mRun->recover(mRequest, pError == nullptr ? &tError : pError);
+}
+
+RunResult TestMachine::run()
+{
+    mActivities.clear();
+    mMessages.clear();
+    RunResult tResult;
+    QEventLoop tLoop;
+    const auto tConnection =
+        QObject::connect(mRun.get(), &UpdateRun::finished, &tLoop, [&](const RunResult& pResult) {
+            tResult = pResult;
+            tLoop.quit();
+        });
+    if (mRun->start(mRequest)) {
+        tLoop.exec();
+    }
+    QObject::disconnect(tConnection);
+    return tResult;
+}
+
+packages::Manifest TestMachine::manifest() const
+{
+    packages::Manifest tManifest;
+    QString tError;
+    packages::Manifest::fromBytes(readFile(installed(packages::manifestFileName())), &tManifest, &tError);
+    return tManifest;
+}
+
+QStringList TestMachine::packages() const
+{
+    QStringList tNames;
+    const packages::Manifest tManifest = manifest();
+    for (const packages::InstalledPackage& tPackage : tManifest.mPackages) {
+        tNames.append(tPackage.mInfo.mName + QLatin1Char(' ') +
+                      tPackage.mInfo.mVersion.version().toTarnAppFormat());
+    }
+    return tNames;
+}
+
+qint64 TestMachine::generation() const
+{
+    return manifest().mGeneration;
+}
+
+FileMap TestMachine::currentFiles() const
+{
+    FileMap tFiles;
+    const QStringList tLinks = QDir(installed(QString())).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+    for (const QString& tLink : tLinks) {
+        const FileMap tBelow = readTree(QFileInfo(installed(tLink)).canonicalFilePath());
+        for (auto tIt = tBelow.begin(); tIt != tBelow.end(); ++tIt) {
+            tFiles.insert(tLink + QLatin1Char('/') + tIt.key(), tIt.value());
+        }
+    }
+    return tFiles;
+}
+
+QStringList TestMachine::log(bool pTopLevelOnly) const
+{
+    tarn::vkcore::InstallLogStore tStore;
+    QList<tarn::vkcore::GRef2<tarn::vkcore::InstLogEntry>> tEntries;
+    tStore.openForReading(path(QStringLiteral("state/install-log.db")));
+    tStore.read(&tEntries, QDateTime::currentDateTime().addDays(-1), QDateTime(), INT_MAX, pTopLevelOnly);
+    QStringList tLines;
+    for (const auto& tEntry : tEntries) {
+        tLines.append(QStringLiteral("%1 %2 %3")
+                          .arg(tEntry->mName.bestValue(QStringLiteral("en")).section(QLatin1Char(' '), -1),
+                               tEntry->mVersion.toTarnAppFormat(), tEntry->mStatus));
+    }
+    tLines.sort();
+    return tLines;
+}
+
+QStringList TestMachine::litter() const
+{
+    const packages::Manifest tCurrent = manifest();
+    QSet<QString> tNeeded;
+    packages::Manifest tPrevious;
+    QString tError;
+    packages::Manifest::fromBytes(readFile(path(QStringLiteral("install/generations/%1/%2")
+                                                    .arg(tCurrent.mPrevious)
+                                                    .arg(packages::manifestFileName()))),
+                                  &tPrevious, &tError);
+    for (const auto& tManifest : {tCurrent, tPrevious}) {
+        tNeeded.insert(path(QStringLiteral("install/generations/%1").arg(tManifest.mGeneration)));
+        for (const packages::InstalledPackage& tPackage : tManifest.mPackages) {
+            tNeeded.insert(QDir(mRequest.mInstallDir).absoluteFilePath(tPackage.mFolder));
+        }
+    }
+    QStringList tLitter;
+    const auto tFilter = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
+    for (const QString& tRoot : {mRequest.mInstallDir, mRequest.mDataDir}) {
+        QFileInfoList tFound = QDir(tRoot + QStringLiteral("/.staging")).entryInfoList(tFilter);
+        tFound += QDir(tRoot + QStringLiteral("/generations")).entryInfoList(tFilter);
+        const QFileInfoList tPackages = QDir(tRoot + QStringLiteral("/packages")).entryInfoList(tFilter);
+        for (const QFileInfo& tPackage : tPackages) {
+            tFound += QDir(tPackage.filePath()).entryInfoList(tFilter);
+        }
+        for (const QFileInfo& tInfo : tFound) {
+            if (!tRoot.isEmpty() && !tNeeded.contains(tInfo.filePath())) {
+                tLitter.append(tInfo.filePath());
+            }
+        }
+    }
+    return tLitter;
+}
+
+FileMap filesOf(const QList<TestPackage>& pPackages)
+{
+    FileMap tFiles;
+    for (const TestPackage& tPackage : pPackages) {
+        for (auto tIt = tPackage.mFiles.begin(); tIt != tPackage.mFiles.end(); ++tIt) {
+            tFiles.insert(tPackage.mName + QLatin1Char('/') + tIt.key(), tIt.value());
+        }
+    }
+    return tFiles;
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "packages/PackageInfo.h"
+#include "tuf/SigningKey.h"
+
+#include <QtCore/QDateTime>
+#include <QtCore/QJsonObject>
+#include <QtCore/QMap>
+#include <QtCore/QString>
+#include <QtCore/QTemporaryDir>
+#include <QtCore/QUrl>
+
+using FileMap = QMap<QString, QByteArray>;
+
+// What a test says about a package; "1.2" and the like for its version.
+struct TestPackage
+{
+    QString mName;
+    QString mVersion = QStringLiteral("1.0");
+    FileMap mFiles = {
+        {QStringLiteral("readme.txt"), QByteArray("read me")}}; // those below bin/ are executable
+    QStringList mRequires = {};
+    QString mLanguage = {};
+    tarn::vkservice::packages::Kind mKind = tarn::vkservice::packages::Kind::Application;
+    QStringList mExecutables = {};
+};
+
+tarn::vkservice::packages::PackageInfo infoOf(const TestPackage& pPackage);
+
+// An update repository in a folder of its own, signed by one key for all roles, with consistent snapshots.
+class TestRepository
+{
+public:
+    TestRepository();
+
+    QString path(const QString& pBelow = QString()) const;
+    QString uri() const { return QUrl::fromLocalFile(mDir.path()).toString(); }
+    QByteArray root() const { return mRoot; }
+    // Of later metadata files; ten days from now to begin with.
+    void setExpiry(const QDateTime& pExpires) { mExpires = pExpires; }
+
+    // Offered from the next publish() on, in place of one with the same target path. The path of its file.
+    QString add(const TestPackage& pPackage);
+    // The same with an archive of the test's own making.
+    QString add(const tarn::vkservice::packages::PackageInfo& pInfo, const QByteArray& pArchive);
+    void remove(const QString& pName);
+    void publish();
+
+private:
+    QByteArray write(const QString& pName, const QJsonObject& pSigned);
+    QJsonObject signedPart(const QString& pType) const;
+
+    QTemporaryDir mDir;
+    tarn::tuf::SigningKey mKey;
+    QDateTime mExpires;
+    int mVersion = 0;
+    QByteArray mRoot;
+    QJsonObject mTargets;
+};
+
+// Changes the byte in the middle of a file.
+void spoil(const QString& pPath);
+// Writes a file, with its folders.
+void writeFile(const QString& pPath, const QByteArray& pContent);
+QByteArray readFile(const QString& pPath);
