@@ -16,6 +16,8 @@ install(DIRECTORY ${BUILT_SHARE}/rkm/locale DESTINATION ${SHARE}/rkm COMPONENT l
 if(NOT VKCORE_ROOT)
     install(TARGETS vkcore
         LIBRARY COMPONENT library NAMELINK_COMPONENT development)
+    # The module finds the library beside itself wherever the tree is put.
+    set_target_properties(vkcore_installlog PROPERTIES INSTALL_RPATH "$ORIGIN/..")
     install(TARGETS vkcore_installlog LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/vkcore COMPONENT library)
     install(DIRECTORY src/vkcore/include/vkcore DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 endif()
@@ -34,9 +36,6 @@ install(FILES ${CMAKE_BINARY_DIR}/packaging/vkservice.service DESTINATION lib/sy
 install(TARGETS vkpublish RUNTIME COMPONENT publisher)
 install(FILES docs/man/vkpublish.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT publisher)
 install(FILES docs/man/vk-repository.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT publisher)
-
-# The programs find the library beside themselves wherever the tree is put.
-set_target_properties(vkcore_installlog PROPERTIES INSTALL_RPATH "$ORIGIN/..")
 
 set(PACKAGES client:rkm library:libvkcore1 development:libvkcore-dev service:vkservice publisher:vkpublish)
 foreach(PACKAGE ${PACKAGES})
