@@ -14,7 +14,7 @@ protected:
 };
 
 // Something that a service does other than an idle one.
-using Script = std::function<void(ScriptedService&)>;
+using Script = ScriptedService::Script;
 
 inline Script answers(const char* pMethod, const QByteArray& pResult)
 {

@@ -31,6 +31,28 @@ static void pause(int pMs)
     std::this_thread::sleep_for(std::chrono::milliseconds(pMs));
 }
 
+static void script(ScriptedService& pService, const QByteArray& pBehaviour)
+{
+    pService.onCall(QStringLiteral("quitService"), [](Peer& pPeer, const QJsonObject&) {
+        note(QStringLiteral("asked to quit"));
+        pPeer.reply("true");
+        sQuit = true;
+    });
+    if (pBehaviour == "stubborn") {
+        pService.refuse(QStringLiteral("quitService"));
+    } else if (pBehaviour == "mute") {
+        pService.refuse(QStringLiteral("ping"));
+    } else if (pBehaviour == "silent") {
+        pService.ignore(QStringLiteral("getKdmlDataDirectory"));
+    } else if (pBehaviour == "leaving") {
+        pService.onCall(QStringLiteral("triggerUpdate"), [&pService](Peer& pPeer, const QJsonObject&) {
+            pPeer.reply("true");
+            pService.sendEvent(QStringLiteral("quitRequestReceived"), "{}");
+            sQuit = true;
+        });
+    }
+}
+
 int main(int argc, char** argv)
 {
     const QByteArray tBehaviour = qgetenv("STAND_IN");
@@ -49,25 +71,8 @@ int main(int argc, char** argv)
         pause(400);
     }
 
-    ScriptedService tService(QDir(QDir::tempPath()).absoluteFilePath(tName));
-    tService.onCall(QStringLiteral("quitService"), [](Peer& pPeer, const QJsonObject&) {
-        note(QStringLiteral("asked to quit"));
-        pPeer.reply("true");
-        sQuit = true;
-    });
-    if (tBehaviour == "stubborn") {
-        tService.refuse(QStringLiteral("quitService"));
-    } else if (tBehaviour == "mute") {
-        tService.refuse(QStringLiteral("ping"));
-    } else if (tBehaviour == "silent") {
-        tService.ignore(QStringLiteral("getKdmlDataDirectory"));
-    } else if (tBehaviour == "leaving") {
-        tService.onCall(QStringLiteral("triggerUpdate"), [&tService](Peer& pPeer, const QJsonObject&) {
-            pPeer.reply("true");
-            tService.sendEvent(QStringLiteral("quitRequestReceived"), "{}");
-            sQuit = true;
-        });
-    }
+    const ScriptedService tService(QDir(QDir::tempPath()).absoluteFilePath(tName),
+                                   [=](ScriptedService& pService) { script(pService, tBehaviour); });
     const pid_t tParent = ::getppid();
     while (!sQuit && sTerminated == 0 && ::getppid() == tParent) {
         pause(5);

@@ -112,12 +112,16 @@ QByteArray ScriptedService::Peer::answerLine(const QByteArray& pResult) const
     return toLine({{QStringLiteral("id"), mCallId}, {QStringLiteral("result"), valueOf(pResult)}});
 }
 
-ScriptedService::ScriptedService(const QString& pSocket)
+ScriptedService::ScriptedService(const QString& pSocket, const Script& pScript)
 {
     const QJsonObject tAnswers = valueOf(sAnswers).toObject();
     for (auto tIt = tAnswers.begin(); tIt != tAnswers.end(); ++tIt) {
         const QByteArray tArray = QJsonDocument(QJsonArray{tIt.value()}).toJson(QJsonDocument::Compact);
         answer(tIt.key(), tArray.mid(1, tArray.size() - 2));
+    }
+
+    if (pScript) {
+        pScript(*this);
     }
 
     sockaddr_un tAddress = {};

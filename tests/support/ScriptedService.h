@@ -38,7 +38,10 @@ public:
     };
     using Handler = std::function<void(Peer&, const QJsonObject& pParams)>;
 
-    explicit ScriptedService(const QString& pSocket);
+    using Script = std::function<void(ScriptedService&)>;
+
+    // pScript runs before the first client is let in.
+    explicit ScriptedService(const QString& pSocket, const Script& pScript = {});
     ~ScriptedService();
     ScriptedService(const ScriptedService&) = delete;
     ScriptedService& operator=(const ScriptedService&) = delete;
