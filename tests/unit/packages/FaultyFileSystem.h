@@ -27,6 +27,8 @@ public:
     bool hasFailed() const { return mFailAt > 0 && mCount >= mFailAt; }
     // What the operations were, for the message of a test that fails.
     QByteArray failed() const { return hasFailed() ? mLog.at(mFailAt - 1) : QByteArray(); }
+    // Everything behind the operation that fails does so too, as when the process had been killed there.
+    bool mForGood = false;
     // What the file systems say that they have left; as it is if negative.
     qint64 mFreeBytes = -1;
     // Called before each operation, on whatever thread does it, with its number and name.
@@ -125,7 +127,7 @@ private:
         if (mObserver) {
             mObserver(tNumber, pWhat);
         }
-        if (tNumber != mFailAt) {
+        if (mFailAt == 0 || tNumber < mFailAt || (tNumber > mFailAt && !mForGood)) {
             return false;
         }
         errno = mErrno;

@@ -166,4 +166,38 @@ TEST(PublicKeyTest, BrokenKeysVerifyNothing)
     }
 }
 
+// Signatures that were made elsewhere: the second test of RFC 8032, and an RSA signature whose salt is as
+// long as it can be, where ours has the length of the hash.
+TEST(PublicKeyTest, TakesSignaturesOfOtherPrograms)
+{
+    QByteArray tIdentity;
+    const PublicKey tEd25519(q("ed25519"), q("ed25519"),
+                             q("3d4017c3e843895a92b70aa74d1b7ebc9c982ccf2ec4968cc0cd55f12af4660c"));
+    EXPECT_TRUE(tEd25519.verify(
+        "\x72",
+        QByteArray::fromHex("92a009a9f0d4cab8720e820b5f642540a2b27b5416503f8fb3762223ebdb69da"
+                            "085ac1e43e15996e458f3613d0f11d8c387b2eaeb4302aeeb00d291612bb0c00"),
+        &tIdentity));
+    const PublicKey tRsa(q("rsa"), q("rsassa-pss-sha256"),
+                         q("-----BEGIN PUBLIC KEY-----\n"
+                           "MIIBIjANBgkqhkiG9w0BAQEFAAOCAQ8AMIIBCgKCAQEA3+qs1CI3IlvzRz6Qjdi2\n"
+                           "tmTmqql+IHMKDZA56YblXRmbGBpYrYrQuuwZ1WoBiHzYw7XjQJFO0TCVWhAudN6n\n"
+                           "UlAg1Oxeep0STWVmgk2ybYZMPR5lSp9oEnYLqa9GT0yLjKO+HkspamEKQ9BhBJQF\n"
+                           "YYHbkAmG6V8e9plDjqQAOpFcHBMGUeBzsm+GV43F25Ua9z3zATGdpP8ZaY0Mnjkz\n"
+                           "be8VHSA8NkOGpBNTgBiSr3t420ywEXqcczKbK+j2MCbYE7cI7Q31GkWbkVWYAj0c\n"
+                           "oX1X7Oq+tYHm1Bb91t3MeJzP0v/d6M0GiNeaid0dqH3EwXlKokL8QdFu4khbnJpL\n"
+                           "1QIDAQAB\n"
+                           "-----END PUBLIC KEY-----\n"));
+    EXPECT_TRUE(tRsa.verify(
+        "message",
+        QByteArray::fromHex("5f7849ee7a517cca3a88260dfc9944029db6a30643c3811d8e86ea5a15a6140847bdd5a34f3603c7"
+                            "9506db989c03a0c963107d14cdd1b422a9cff0c7e4152b712ad06df1485253d2934aa3a09412f27e"
+                            "540a7cee08fa150b294ea5aa9be9dfc8f8003960996d21b6d02cff062071d9d736110345067a6f5a"
+                            "e09e6e3e3dae5657e783c668fd1fdb3ba123e0d5c9823855d84e6a996ba4334206ab7237277c1f0c"
+                            "13d03bfbbbb749955e641a84b6f2ee525f50260073ba8568ed1c684a14e50a2a3f996035d068a834"
+                            "3e5b5a6d539595637ac154234399dc053fdaa9bb8b39de50c45e0a7e887ca4a6f1016cb9e3611bed"
+                            "a11081de2c8825faf110e0807210bf23"),
+        &tIdentity));
+}
+
 } // namespace
