@@ -1,5 +1,7 @@
 #include "update/HttpJob.h"
 
+#include <algorithm>
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -9,6 +11,7 @@ constexpr qint64 sMaxIgnored = 64 * 1024;
 // An attempt that got so far was worth it, and the count of attempts begins anew.
 constexpr qint64 sWorthwhileBytes = 1024 * 1024;
 constexpr int sPauseGrowth = 3;
+constexpr int sLongestPauseMs = 60 * 1000;
 
 constexpr long sOk = 200;
 constexpr long sPartial = 206;
@@ -218,8 +221,20 @@ bool HttpJob::judge(CURLcode pResult, long pStatus)
     if (pStatus != sOk && pStatus != sPartial && !mTransfer.mNotModified) {
         return fail(Trouble::Kind::Unreachable, statusText(pStatus));
     }
-    mTransfer.mValidators = {header("ETag"), header("Last-Modified")};
+    mTransfer.mValidators = validators();
     return true;
+}
+
+// A file that was changed just before it was sent may change again without another date, and many servers
+// make the tag from the date and the size: then neither is good for asking later.
+Validators HttpJob::validators() const
+{
+    constexpr time_t sSafeSeconds = 60;
+    const QByteArray tModified = header("Last-Modified");
+    const time_t tChange = curl_getdate(tModified.constData(), nullptr);
+    const time_t tSent = curl_getdate(header("Date").constData(), nullptr);
+    const bool tSafe = tModified.isEmpty() || (tChange >= 0 && tSent - tChange >= sSafeSeconds);
+    return tSafe ? Validators{header("ETag"), tModified} : Validators();
 }
 
 bool HttpJob::retryOrFail(Trouble::Kind pKind, const QString& pWhy)
@@ -235,7 +250,7 @@ bool HttpJob::retryOrFail(Trouble::Kind pKind, const QString& pWhy)
     }
     int tPause = mSettings.mPatience.mFirstPauseMs;
     for (int tIndex = 1; tIndex < mAttempts; ++tIndex) {
-        tPause *= sPauseGrowth;
+        tPause = std::min(tPause * sPauseGrowth, sLongestPauseMs);
     }
     mNotBefore = Clock::now() + std::chrono::milliseconds(tPause);
     return false;

@@ -33,6 +33,7 @@ private:
     bool takesBody();
     bool rangeIsRight() const;
     QByteArray header(const char* pName) const;
+    Validators validators() const;
     long status() const;
     bool judge(CURLcode pResult, long pStatus);
     bool retryOrFail(Trouble::Kind pKind, const QString& pWhy);

@@ -75,18 +75,18 @@ bool TrustFolder::isComplete(const QByteArray& pState) const
            QDateTime::currentDateTimeUtc() < mCompleteUntil;
 }
 
-QByteArray TrustFolder::timestamp() const
+bool TrustFolder::isTimestamp(const QByteArray& pFile) const
 {
-    QByteArray tBytes;
-    os::readFile(mFileSystem, mPath + QStringLiteral("/timestamp.json"), sMaxMetadataSize, &tBytes);
-    return tBytes;
+    return !mTimestampHash.isEmpty() && mTimestampHash == tuf::sha256(pFile);
 }
 
-void TrustFolder::noteComplete(const QByteArray& pState, const Validators& pTimestamp)
+void TrustFolder::noteComplete(const QByteArray& pState, const QByteArray& pTimestamp,
+                               const Validators& pValidators)
 {
     mCompleteState = pState;
     mCompleteUntil = earliestExpiry();
-    mTimestampValidators = pTimestamp;
+    mTimestampHash = tuf::sha256(pTimestamp);
+    mTimestampValidators = pValidators;
     writeNote();
 }
 
@@ -94,6 +94,7 @@ void TrustFolder::forgetComplete()
 {
     mCompleteState.clear();
     mCompleteUntil = QDateTime();
+    mTimestampHash.clear();
     mTimestampValidators = Validators();
     writeNote();
 }
@@ -128,6 +129,7 @@ void TrustFolder::readNote()
     mRootHash = tText("root");
     mCompleteState = tText("complete");
     mCompleteUntil = QDateTime::fromString(QString::fromUtf8(tText("until")), Qt::ISODate);
+    mTimestampHash = tText("timestamp");
     mTimestampValidators = {tText("etag"), tText("lastModified")};
 }
 
@@ -137,6 +139,7 @@ void TrustFolder::writeNote()
         {QStringLiteral("root"), QString::fromUtf8(mRootHash)},
         {QStringLiteral("complete"), QString::fromUtf8(mCompleteState)},
         {QStringLiteral("until"), mCompleteUntil.toUTC().toString(Qt::ISODate)},
+        {QStringLiteral("timestamp"), QString::fromUtf8(mTimestampHash)},
         {QStringLiteral("etag"), QString::fromUtf8(mTimestampValidators.mEtag)},
         {QStringLiteral("lastModified"), QString::fromUtf8(mTimestampValidators.mLastModified)},
     };
