@@ -62,8 +62,8 @@ QString statusText(long pStatus)
 
 } // namespace
 
-HttpJob::HttpJob(Transfer& pTransfer, const HttpSettings& pSettings, qint64 pBytesPerSecond)
-    : mTransfer(pTransfer), mSettings(pSettings), mBytesPerSecond(pBytesPerSecond),
+HttpJob::HttpJob(Transfer& pTransfer, const HttpSettings& pSettings, RateLimit& pRateLimit)
+    : mTransfer(pTransfer), mSettings(pSettings), mRateLimit(pRateLimit),
       mUrl(pSettings.mBase + '/' + pTransfer.mPath.toUtf8()), mNotBefore(Clock::now())
 {
 }
@@ -92,7 +92,7 @@ void HttpJob::begin(CURLM* pMulti)
     }
     mOffset = tSink.received();
     mIgnored = 0;
-    mBodyBegun = mBodyTaken = mRangeWrong = false;
+    mPaused = mBodyBegun = mBodyTaken = mRangeWrong = false;
     mErrorText[0] = '\0';
     ++mAttempts;
 
@@ -104,7 +104,6 @@ void HttpJob::begin(CURLM* pMulti)
     curl_easy_setopt(mHandle, CURLOPT_ERRORBUFFER, mErrorText);
     curl_easy_setopt(mHandle, CURLOPT_WRITEFUNCTION, &HttpJob::onData);
     curl_easy_setopt(mHandle, CURLOPT_WRITEDATA, this);
-    curl_easy_setopt(mHandle, CURLOPT_MAX_RECV_SPEED_LARGE, static_cast<curl_off_t>(mBytesPerSecond));
     if (!tSink.isResumable()) {
         curl_easy_setopt(mHandle, CURLOPT_TIMEOUT, static_cast<long>(mSettings.mPatience.mSmallFileSeconds));
     }
@@ -127,7 +126,7 @@ size_t HttpJob::onData(char* pData, size_t pOne, size_t pSize, void* pSelf)
     return static_cast<HttpJob*>(pSelf)->take(QByteArrayView(pData, static_cast<qsizetype>(pOne * pSize)));
 }
 
-// Anything but the number of bytes given ends the attempt.
+// Anything but the number of bytes given, or a pause, ends the attempt.
 size_t HttpJob::take(QByteArrayView pData)
 {
     if (!mBodyBegun) {
@@ -138,11 +137,23 @@ size_t HttpJob::take(QByteArrayView pData)
         return 0;
     }
     if (mBodyTaken) {
+        const auto tNow = Clock::now();
+        if (!mRateLimit.isFree(tNow)) {
+            mPaused = true;
+            return CURL_WRITEFUNC_PAUSE;
+        }
+        mRateLimit.take(pData.size(), tNow);
         mSinkTrouble = mTransfer.mSink->write(pData);
         return mSinkTrouble ? 0 : static_cast<size_t>(pData.size());
     }
     mIgnored += pData.size();
     return mIgnored > sMaxIgnored ? 0 : static_cast<size_t>(pData.size());
+}
+
+void HttpJob::resume()
+{
+    mPaused = false;
+    curl_easy_pause(mHandle, CURLPAUSE_CONT);
 }
 
 bool HttpJob::takesBody()
