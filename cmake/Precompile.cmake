@@ -12,18 +12,24 @@ function(rkm_add_pch NAME)
     set_target_properties(${NAME} PROPERTIES AUTOMOC OFF)
 endfunction()
 
-# Lets every target below DIR use the precompiled headers of NAME.
-function(rkm_use_pch DIR NAME)
+# Lets every target below DIR use the precompiled headers: those of the tests where it links GoogleTest.
+function(rkm_use_pch DIR)
     get_property(TARGETS DIRECTORY ${DIR} PROPERTY BUILDSYSTEM_TARGETS)
     foreach(CANDIDATE ${TARGETS})
         get_target_property(TYPE ${CANDIDATE} TYPE)
-        if(NOT CANDIDATE STREQUAL NAME AND TYPE MATCHES "EXECUTABLE|_LIBRARY" AND NOT TYPE STREQUAL "INTERFACE_LIBRARY")
-            target_precompile_headers(${CANDIDATE} REUSE_FROM ${NAME})
+        get_target_property(LIBRARIES ${CANDIDATE} LINK_LIBRARIES)
+        if(NOT TYPE MATCHES "EXECUTABLE|_LIBRARY" OR TYPE STREQUAL "INTERFACE_LIBRARY")
+            continue()
+        endif()
+        if(LIBRARIES MATCHES "GTest::")
+            target_precompile_headers(${CANDIDATE} REUSE_FROM rkm_test_pch)
+        else()
+            target_precompile_headers(${CANDIDATE} REUSE_FROM rkm_pch)
         endif()
     endforeach()
     get_property(SUBDIRS DIRECTORY ${DIR} PROPERTY SUBDIRECTORIES)
     foreach(SUBDIR ${SUBDIRS})
-        rkm_use_pch(${SUBDIR} ${NAME})
+        rkm_use_pch(${SUBDIR})
     endforeach()
 endfunction()
 
@@ -36,13 +42,13 @@ function(rkm_precompile)
         HEADERS <QtCore/QByteArray> <QtCore/QDateTime> <QtCore/QDir> <QtCore/QHash> <QtCore/QJsonArray>
             <QtCore/QJsonDocument> <QtCore/QJsonObject> <QtCore/QList> <QtCore/QMap> <QtCore/QObject>
             <QtCore/QString> <QtCore/QStringList> <QtCore/QTimer> <functional> <memory> <optional> <vector>)
-    rkm_use_pch(${PROJECT_SOURCE_DIR}/src rkm_pch)
+    rkm_use_pch(${PROJECT_SOURCE_DIR}/src)
     if(RKM_TESTS)
         rkm_add_pch(rkm_test_pch LIBRARIES Qt6::Core GTest::gtest
             HEADERS <gtest/gtest.h> <QtCore/QByteArray> <QtCore/QCoreApplication> <QtCore/QDateTime> <QtCore/QDir>
                 <QtCore/QFile> <QtCore/QJsonArray> <QtCore/QJsonDocument> <QtCore/QJsonObject> <QtCore/QList>
                 <QtCore/QMap> <QtCore/QObject> <QtCore/QString> <QtCore/QStringList> <QtCore/QTemporaryDir>
                 <functional> <memory> <optional> <vector>)
-        rkm_use_pch(${PROJECT_SOURCE_DIR}/tests rkm_test_pch)
+        rkm_use_pch(${PROJECT_SOURCE_DIR}/tests)
     endif()
 endfunction()

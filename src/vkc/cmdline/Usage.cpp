@@ -5,7 +5,6 @@
 #include <optionparser.h>
 
 #include <cstring>
-#include <string>
 
 namespace tarn::vkc {
 
@@ -34,8 +33,8 @@ const option::Descriptor* VKCApplication::getUsageOptDescriptor()
         ++tLast;
     }
     if (tLast->help[0] == '\0') {
-        const std::string tText = std::string(sSettingsCommands) + sServerCommands + sUpdateCommands;
-        tLast->help = strdup(tText.c_str()); // lives as long as the table
+        const QByteArray tText = QByteArray(sSettingsCommands) + sServerCommands + sUpdateCommands;
+        tLast->help = strdup(tText.constData()); // lives as long as the table
     }
     return sOptsNone;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "update/ResultCode.h"
+
 #include <vkcore/NetProxy.h>
 #include <vkcore/Types.h>
 
@@ -15,25 +17,6 @@ class ProcessList;
 } // namespace tarn::vkservice::os
 
 namespace tarn::vkservice::update {
-
-// The outcome of a run; the low 8 bits are what clients get.
-enum ResultCode : int
-{
-    ResultNone = 0,
-    ResultSuccess = 1,
-    ResultUnreachable = 2,
-    ResultVerificationFailed = 3,
-    ResultAborted = 4,
-    ResultSuppressed = 5,
-    ResultNoSpace = 6,
-    ResultInstallFailed = 7,
-    ResultNoServer = 8,
-    ResultManualIntervention = 9,
-    ResultStoreDamaged = 10,
-};
-
-// The code in plain words, for people.
-QString resultText(ResultCode pCode);
 
 struct ServerAccess
 {

@@ -1,0 +1,167 @@
+#include "schedule/ScheduleRules.h"
+
+#include <gtest/gtest.h>
+
+#include <QtCore/QSet>
+
+using namespace tarn::vkcore;
+using namespace tarn::vkservice::schedule;
+
+namespace {
+
+QDateTime date(const char* pText)
+{
+    return QDateTime::fromString(QLatin1String(pText), Qt::ISODate);
+}
+
+std::string text(const QDateTime& pDate)
+{
+    return pDate.toString(Qt::ISODate).toStdString();
+}
+
+ScheduleSettings automatic(const char* pNext, int pCount, Scheduler::PeriodUnit pUnit)
+{
+    ScheduleSettings tSchedule;
+    tSchedule.mMode = Scheduler::AutoUpdateAutomatic;
+    tSchedule.mNextCheck = date(pNext);
+    tSchedule.mPeriodCount = pCount;
+    tSchedule.mUnit = pUnit;
+    return tSchedule;
+}
+
+} // namespace
+
+TEST(ScheduleRules, ChangeLeavesAConsistentSchedule)
+{
+    const char* tNow = "2026-03-10T12:00:00"; // a Tuesday
+    const ScheduleSettings tWeekly = automatic("2026-03-14T03:00:00", 1, Scheduler::PeriodWeek);
+    ScheduleSettings tManual = automatic("", 1, Scheduler::PeriodWeek);
+    tManual.mMode = Scheduler::AutoUpdateManual;
+    ScheduleSettings tManualLongAgo = tManual;
+    tManualLongAgo.mNextCheck = date("2025-01-01T03:00:00");
+
+    ScheduleSettings tChosen = automatic("2026-12-24T18:00:00", 1, Scheduler::PeriodWeek);
+    tChosen.mNextCheckChosen = true;
+
+    const struct
+    {
+        const char* mWhat;
+        ScheduleSettings mOld;
+        ScheduleSettings mWanted;
+        const char* mNext;
+        bool mChosen;
+    } tCases[] = {
+        {"nothing changed", tWeekly, tWeekly, "2026-03-14T03:00:00", false},
+        {"automatic without a date begins soon", tManual, automatic("", 1, Scheduler::PeriodWeek),
+         "2026-03-10T12:10:00", false},
+        {"automatic with a date long ago keeps its weekday and time", tManualLongAgo,
+         automatic("2025-01-01T03:00:00", 1, Scheduler::PeriodWeek), "2026-03-11T03:00:00", false},
+        {"weekly becomes daily", tWeekly, automatic("2026-03-14T03:00:00", 1, Scheduler::PeriodDay),
+         "2026-03-11T03:00:00", false},
+        {"weekly becomes monthly", tWeekly, automatic("2026-03-14T03:00:00", 1, Scheduler::PeriodMonth),
+         "2026-04-07T03:00:00", false},
+        {"a period of nothing", tWeekly, automatic("2026-03-14T03:00:00", 0, Scheduler::PeriodDay),
+         "2026-03-10T12:10:00", false},
+        {"a date far ahead is somebody's choice", tWeekly,
+         automatic("2026-12-24T18:00:00", 1, Scheduler::PeriodWeek), "2026-12-24T18:00:00", true},
+        {"date and period together", tWeekly, automatic("2026-12-24T18:00:00", 1, Scheduler::PeriodDay),
+         "2026-12-24T18:00:00", true},
+        {"a period under a chosen date", tChosen, automatic("2026-12-24T18:00:00", 1, Scheduler::PeriodDay),
+         "2026-12-24T18:00:00", true},
+        {"a date in the past moves by periods", tWeekly,
+         automatic("2026-03-01T05:00:00", 1, Scheduler::PeriodDay), "2026-03-11T05:00:00", true},
+        {"the calendar ends", tWeekly, automatic("2026-03-14T03:00:00", 2147483647, Scheduler::PeriodMonth),
+         "9999-12-31T00:00:00", false},
+        {"and begins again", automatic("9999-12-31T00:00:00", 2147483647, Scheduler::PeriodMonth),
+         automatic("9999-12-31T00:00:00", 1, Scheduler::PeriodDay), "2026-03-11T12:00:00", false},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mWhat);
+        const ScheduleSettings tNew = afterChange(tCase.mOld, tCase.mWanted, date(tNow));
+        EXPECT_EQ(text(tNew.mNextCheck), tCase.mNext);
+        EXPECT_EQ(tNew.mNextCheckChosen, tCase.mChosen);
+        EXPECT_EQ(tNew.mPeriodCount, tCase.mWanted.mPeriodCount);
+        EXPECT_EQ(tNew.mUnit, tCase.mWanted.mUnit);
+    }
+}
+
+TEST(ScheduleRules, ManualAndLoginSchedulesKeepTheirDate)
+{
+    ScheduleSettings tOld = automatic("2025-01-01T03:00:00", 1, Scheduler::PeriodWeek);
+    ScheduleSettings tManual = tOld;
+    tManual.mMode = Scheduler::AutoUpdateManual;
+    ScheduleSettings tLogin = tOld;
+    tLogin.mFlags = sFlagAtLogin;
+    EXPECT_EQ(afterChange(tOld, tManual, date("2026-03-10T12:00:00")).mNextCheck, tOld.mNextCheck);
+    EXPECT_EQ(afterChange(tOld, tLogin, date("2026-03-10T12:00:00")).mNextCheck, tOld.mNextCheck);
+    EXPECT_FALSE(runsByDate(tManual));
+    EXPECT_FALSE(runsByDate(tLogin));
+}
+
+TEST(ScheduleRules, CheckMovesOnBehindNow)
+{
+    const struct
+    {
+        ScheduleSettings mSchedule;
+        const char* mNow;
+        const char* mNext;
+    } tCases[] = {
+        {automatic("2026-03-10T03:00:00", 1, Scheduler::PeriodDay), "2026-03-10T03:00:00",
+         "2026-03-11T03:00:00"},
+        {automatic("2026-03-10T03:00:00", 6, Scheduler::PeriodHour), "2026-03-10T04:00:00",
+         "2026-03-10T09:00:00"},
+        {automatic("2026-01-31T03:00:00", 1, Scheduler::PeriodMonth), "2026-01-31T03:00:10",
+         "2026-02-28T03:00:00"},
+        // Missed for years: one check, and the next in the old rhythm.
+        {automatic("2020-03-10T03:00:00", 1, Scheduler::PeriodDay), "2026-03-10T12:00:00",
+         "2026-03-11T03:00:00"},
+        {automatic("2026-03-10T03:00:00", 0, Scheduler::PeriodDay), "2026-03-10T03:00:00",
+         "2026-03-10T03:10:00"},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mNext);
+        EXPECT_EQ(text(afterCheck(tCase.mSchedule, date(tCase.mNow)).mNextCheck), tCase.mNext);
+    }
+}
+
+TEST(ScheduleRules, The31stComesBackAfterAShortMonth)
+{
+    ScheduleSettings tSchedule = automatic("2026-01-31T03:00:00", 1, Scheduler::PeriodMonth);
+    for (const char* tExpected : {"2026-02-28T03:00:00", "2026-03-31T03:00:00", "2026-04-30T03:00:00"}) {
+        tSchedule = afterCheck(tSchedule, tSchedule.mNextCheck);
+        EXPECT_EQ(text(tSchedule.mNextCheck), tExpected);
+        tSchedule = afterChange(tSchedule, tSchedule, tSchedule.mNextCheck.addDays(-1));
+    }
+}
+
+TEST(ScheduleRules, ClockThatRanAheadDoesNotStopUpdates)
+{
+    const ScheduleSettings tAhead = automatic("2035-06-02T03:00:00", 1, Scheduler::PeriodWeek);
+    const QDateTime tNow = date("2026-03-10T12:00:00");
+    EXPECT_EQ(text(afterClockChange(tAhead, tNow).mNextCheck), "2026-03-17T03:00:00");
+
+    ScheduleSettings tChosen = tAhead;
+    tChosen.mNextCheckChosen = true;
+    EXPECT_EQ(afterClockChange(tChosen, tNow), tChosen);
+    const ScheduleSettings tUsual = automatic("2026-03-17T12:59:00", 1, Scheduler::PeriodWeek);
+    EXPECT_EQ(afterClockChange(tUsual, tNow), tUsual)
+        << "an hour too far is what a change of daylight time makes";
+}
+
+TEST(ScheduleRules, JitterIsStableInRangeAndSpread)
+{
+    const QDateTime tDate = date("2026-03-10T03:00:00");
+    EXPECT_EQ(jitterOffset(tDate, 0, "machine"), 0);
+    EXPECT_EQ(jitterOffset(tDate, 3600, "machine"), jitterOffset(tDate, 3600, "machine"));
+    int tFirstHalf = 0;
+    QSet<int> tOffsets;
+    for (int i = 0; i < 1000; ++i) {
+        const int tOffset = jitterOffset(tDate, 3600, QByteArray::number(i));
+        ASSERT_GE(tOffset, 0);
+        ASSERT_LE(tOffset, 3600);
+        tFirstHalf += tOffset < 1800 ? 1 : 0;
+        tOffsets.insert(tOffset);
+    }
+    EXPECT_GT(tOffsets.size(), 700);
+    EXPECT_NEAR(tFirstHalf, 500, 80);
+}

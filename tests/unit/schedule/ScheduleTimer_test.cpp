@@ -1,0 +1,230 @@
+#include "schedule/ScheduleTimer.h"
+
+#include "schedule/Clock.h"
+#include "schedule/ScheduleRules.h"
+
+#include <gtest/gtest.h>
+
+#include <QtCore/QTimeZone>
+
+#include <cstdlib>
+#include <ctime>
+
+using namespace tarn::vkcore;
+using namespace tarn::vkservice::schedule;
+
+namespace {
+
+QDateTime date(const char* pText)
+{
+    return QDateTime::fromString(QLatin1String(pText), Qt::ISODate);
+}
+
+// A clock that stands still until the test moves it.
+class MovedClock : public Clock
+{
+public:
+    explicit MovedClock(const QDateTime& pNow) : mNow(pNow) {}
+
+    QDateTime now() const override { return mNow; }
+    void wakeAt(const QDateTime& pWhen) override { mWake = pWhen; }
+
+    // Time goes by, with every wake-up on the way.
+    void runUntil(const QDateTime& pWhen)
+    {
+        while (mWake.isValid() && mWake <= pWhen) {
+            mNow = std::max(mNow, mWake);
+            mWake = {};
+            Q_EMIT woke();
+        }
+        mNow = pWhen;
+    }
+    // The clock is set, or the machine slept: no wake-up on the way, one at the end.
+    void jumpTo(const QDateTime& pWhen)
+    {
+        mNow = pWhen;
+        mWake = {};
+        Q_EMIT woke();
+    }
+
+    QDateTime mNow;
+    QDateTime mWake;
+};
+
+class ScheduleTimerTest : public testing::Test
+{
+protected:
+    ScheduleTimerTest()
+    {
+        QObject::connect(&mTimer, &ScheduleTimer::due, [this] { mChecks.append(mClock.mNow); });
+        QObject::connect(&mTimer, &ScheduleTimer::moved, [this](const ScheduleSettings&) { ++mMoves; });
+    }
+
+    static ScheduleSettings daily(const char* pNext)
+    {
+        ScheduleSettings tSchedule;
+        tSchedule.mMode = Scheduler::AutoUpdateAutomatic;
+        tSchedule.mNextCheck = date(pNext);
+        return tSchedule;
+    }
+
+    MovedClock mClock{date("2026-03-10T12:00:00")};
+    ScheduleTimer mTimer{mClock, "machine"};
+    QList<QDateTime> mChecks;
+    int mMoves = 0;
+};
+
+} // namespace
+
+TEST_F(ScheduleTimerTest, RunsAtEachDateAndMovesOn)
+{
+    mTimer.start(daily("2026-03-11T03:00:00"));
+    mClock.runUntil(date("2026-03-11T02:59:59"));
+    EXPECT_TRUE(mChecks.isEmpty());
+    mClock.runUntil(date("2026-03-13T12:00:00"));
+    EXPECT_EQ(mChecks,
+              (QList{date("2026-03-11T03:00:00"), date("2026-03-12T03:00:00"), date("2026-03-13T03:00:00")}));
+    EXPECT_EQ(mMoves, 3);
+    EXPECT_EQ(mTimer.settings().mNextCheck, date("2026-03-14T03:00:00"));
+}
+
+TEST_F(ScheduleTimerTest, CatchesUpOnceAfterSleep)
+{
+    mTimer.start(daily("2026-03-11T03:00:00"));
+    mClock.jumpTo(date("2026-03-20T09:00:00"));
+    EXPECT_EQ(mChecks, QList{date("2026-03-20T09:00:00")});
+    EXPECT_EQ(mTimer.settings().mNextCheck, date("2026-03-21T03:00:00"));
+}
+
+TEST_F(ScheduleTimerTest, CatchesUpOnceAfterDowntimeWithJitter)
+{
+    mTimer.setJitter(3600);
+    const int tOffset = jitterOffset(date("2026-03-01T03:00:00"), 3600, "machine");
+    ASSERT_GT(tOffset, 0);
+    mTimer.start(daily("2026-03-01T03:00:00"));
+    EXPECT_TRUE(mChecks.isEmpty()) << "machines that all come on together must not all ask at once";
+    mClock.runUntil(date("2026-03-10T23:00:00"));
+    EXPECT_EQ(mChecks, QList{date("2026-03-10T12:00:00").addSecs(tOffset)});
+    EXPECT_EQ(mTimer.settings().mNextCheck, date("2026-03-11T03:00:00"));
+}
+
+TEST_F(ScheduleTimerTest, JitterDelaysEachCheckAndLeavesTheDate)
+{
+    mTimer.setJitter(3600);
+    mTimer.start(daily("2026-03-11T03:00:00"));
+    mClock.runUntil(date("2026-03-12T12:00:00"));
+    ASSERT_EQ(mChecks.size(), 2);
+    for (const QDateTime& tCheck : std::as_const(mChecks)) {
+        EXPECT_GE(tCheck.time(), QTime(3, 0));
+        EXPECT_LE(tCheck.time(), QTime(4, 0));
+    }
+    EXPECT_EQ(mTimer.settings().mNextCheck, date("2026-03-13T03:00:00"));
+}
+
+TEST_F(ScheduleTimerTest, ClockJumps)
+{
+    const struct
+    {
+        const char* mWhat;
+        const char* mTo;
+        int mChecks;
+        const char* mNext;
+    } tCases[] = {
+        {"a little back", "2026-03-10T11:00:00", 0, "2026-03-11T03:00:00"},
+        {"years back", "2020-01-01T00:00:00", 0, "2020-01-02T03:00:00"},
+        {"forward before the date", "2026-03-11T02:00:00", 0, "2026-03-11T03:00:00"},
+        {"forward over the date", "2026-03-12T02:00:00", 1, "2026-03-12T03:00:00"},
+        {"years forward", "2036-01-01T00:00:00", 1, "2036-01-01T03:00:00"},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mWhat);
+        mClock.jumpTo(date("2026-03-10T12:00:00"));
+        mTimer.start(daily("2026-03-11T03:00:00"));
+        mChecks.clear();
+        mClock.jumpTo(date(tCase.mTo));
+        EXPECT_EQ(mChecks.size(), tCase.mChecks);
+        EXPECT_EQ(mTimer.settings().mNextCheck, date(tCase.mNext));
+        EXPECT_EQ(mClock.mWake, date(tCase.mNext));
+    }
+}
+
+TEST_F(ScheduleTimerTest, ClockThatGoesBackWhileACheckIsMadeUpFor)
+{
+    mTimer.setJitter(3600);
+    mTimer.start(daily("2026-03-01T03:00:00"));
+    const QDateTime tMadeUp = mClock.mWake;
+    ASSERT_TRUE(tMadeUp.isValid());
+    mClock.jumpTo(date("2026-03-05T12:00:00"));
+    EXPECT_LE(mClock.mWake, date("2026-03-05T13:00:00")) << "not at the date of the clock that was wrong";
+}
+
+TEST_F(ScheduleTimerTest, KeepsTheHourOverDaylightChanges)
+{
+    qputenv("TZ", "Europe/Berlin");
+    ::tzset();
+    mClock.mNow = QDateTime(QDate(2026, 3, 27), QTime(12, 0));
+    ScheduleSettings tSchedule = daily("");
+    tSchedule.mNextCheck = QDateTime(QDate(2026, 3, 28), QTime(4, 30));
+    mTimer.start(tSchedule);
+    mClock.runUntil(QDateTime(QDate(2026, 3, 31), QTime(12, 0)));
+    ASSERT_EQ(mChecks.size(), 4);
+    for (const QDateTime& tCheck : std::as_const(mChecks)) {
+        EXPECT_EQ(tCheck.time(), QTime(4, 30));
+    }
+    // The hour that does not exist on the 29th.
+    mChecks.clear();
+    mClock.mNow = QDateTime(QDate(2026, 3, 27), QTime(12, 0));
+    tSchedule.mNextCheck = QDateTime(QDate(2026, 3, 28), QTime(2, 30));
+    mTimer.start(tSchedule);
+    mClock.runUntil(QDateTime(QDate(2026, 3, 31), QTime(12, 0)));
+    ASSERT_EQ(mChecks.size(), 4);
+    EXPECT_EQ(mChecks.last().time(), QTime(2, 30));
+    qunsetenv("TZ");
+    ::tzset();
+}
+
+TEST_F(ScheduleTimerTest, ManualLoginAndPausedNeverRunByDate)
+{
+    ScheduleSettings tManual = daily("2026-03-11T03:00:00");
+    tManual.mMode = Scheduler::AutoUpdateManual;
+    ScheduleSettings tLogin = daily("2026-03-11T03:00:00");
+    tLogin.mFlags = sFlagAtLogin;
+    for (const auto& tSchedule : {tManual, tLogin}) {
+        mTimer.start(tSchedule);
+        mClock.jumpTo(date("2026-03-12T12:00:00"));
+        EXPECT_TRUE(mChecks.isEmpty());
+        EXPECT_FALSE(mClock.mWake.isValid());
+    }
+    mTimer.pause();
+    mTimer.start(daily("2026-03-11T03:00:00"));
+    mTimer.userLoggedIn();
+    EXPECT_TRUE(mChecks.isEmpty());
+    EXPECT_EQ(mTimer.settings().mNextCheck, date("2026-03-11T03:00:00"));
+}
+
+TEST_F(ScheduleTimerTest, LoginChecksOnceInAnHour)
+{
+    ScheduleSettings tLogin = daily("");
+    tLogin.mFlags = sFlagAtLogin;
+    mTimer.start(tLogin);
+    mTimer.userLoggedIn();
+    mClock.jumpTo(date("2026-03-10T12:30:00"));
+    mTimer.userLoggedIn();
+    EXPECT_EQ(mChecks.size(), 1);
+    mClock.jumpTo(date("2026-03-10T13:00:00"));
+    mTimer.userLoggedIn();
+    EXPECT_EQ(mChecks.size(), 2);
+    mTimer.start(daily("2026-03-11T03:00:00"));
+    mClock.jumpTo(date("2026-03-10T16:00:00"));
+    mTimer.userLoggedIn();
+    EXPECT_EQ(mChecks.size(), 2) << "a login means nothing without the bit";
+}
+
+TEST_F(ScheduleTimerTest, RetryComesOnceBesideTheSchedule)
+{
+    mTimer.start(daily("2026-03-11T03:00:00"));
+    mTimer.retryIn(900);
+    mClock.runUntil(date("2026-03-11T03:00:00"));
+    EXPECT_EQ(mChecks, (QList{date("2026-03-10T12:15:00"), date("2026-03-11T03:00:00")}));
+    EXPECT_EQ(mTimer.settings().mNextCheck, date("2026-03-12T03:00:00"));
+}
