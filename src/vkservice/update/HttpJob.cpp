@@ -1,5 +1,7 @@
 #include "update/HttpJob.h"
 
+#include <algorithm>
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -9,6 +11,7 @@ constexpr qint64 sMaxIgnored = 64 * 1024;
 // An attempt that got so far was worth it, and the count of attempts begins anew.
 constexpr qint64 sWorthwhileBytes = 1024 * 1024;
 constexpr int sPauseGrowth = 3;
+constexpr int sLongestPauseMs = 60 * 1000;
 
 constexpr long sOk = 200;
 constexpr long sPartial = 206;
@@ -59,8 +62,8 @@ QString statusText(long pStatus)
 
 } // namespace
 
-HttpJob::HttpJob(Transfer& pTransfer, const HttpSettings& pSettings, qint64 pBytesPerSecond)
-    : mTransfer(pTransfer), mSettings(pSettings), mBytesPerSecond(pBytesPerSecond),
+HttpJob::HttpJob(Transfer& pTransfer, const HttpSettings& pSettings, RateLimit& pRateLimit)
+    : mTransfer(pTransfer), mSettings(pSettings), mRateLimit(pRateLimit),
       mUrl(pSettings.mBase + '/' + pTransfer.mPath.toUtf8()), mNotBefore(Clock::now())
 {
 }
@@ -89,7 +92,7 @@ void HttpJob::begin(CURLM* pMulti)
     }
     mOffset = tSink.received();
     mIgnored = 0;
-    mBodyBegun = mBodyTaken = mRangeWrong = false;
+    mPaused = mBodyBegun = mBodyTaken = mRangeWrong = false;
     mErrorText[0] = '\0';
     ++mAttempts;
 
@@ -101,7 +104,6 @@ void HttpJob::begin(CURLM* pMulti)
     curl_easy_setopt(mHandle, CURLOPT_ERRORBUFFER, mErrorText);
     curl_easy_setopt(mHandle, CURLOPT_WRITEFUNCTION, &HttpJob::onData);
     curl_easy_setopt(mHandle, CURLOPT_WRITEDATA, this);
-    curl_easy_setopt(mHandle, CURLOPT_MAX_RECV_SPEED_LARGE, static_cast<curl_off_t>(mBytesPerSecond));
     if (!tSink.isResumable()) {
         curl_easy_setopt(mHandle, CURLOPT_TIMEOUT, static_cast<long>(mSettings.mPatience.mSmallFileSeconds));
     }
@@ -124,7 +126,7 @@ size_t HttpJob::onData(char* pData, size_t pOne, size_t pSize, void* pSelf)
     return static_cast<HttpJob*>(pSelf)->take(QByteArrayView(pData, static_cast<qsizetype>(pOne * pSize)));
 }
 
-// Anything but the number of bytes given ends the attempt.
+// Anything but the number of bytes given, or a pause, ends the attempt.
 size_t HttpJob::take(QByteArrayView pData)
 {
     if (!mBodyBegun) {
@@ -135,11 +137,23 @@ size_t HttpJob::take(QByteArrayView pData)
         return 0;
     }
     if (mBodyTaken) {
+        const auto tNow = Clock::now();
+        if (!mRateLimit.isFree(tNow)) {
+            mPaused = true;
+            return CURL_WRITEFUNC_PAUSE;
+        }
+        mRateLimit.take(pData.size(), tNow);
         mSinkTrouble = mTransfer.mSink->write(pData);
         return mSinkTrouble ? 0 : static_cast<size_t>(pData.size());
     }
     mIgnored += pData.size();
     return mIgnored > sMaxIgnored ? 0 : static_cast<size_t>(pData.size());
+}
+
+void HttpJob::resume()
+{
+    mPaused = false;
+    curl_easy_pause(mHandle, CURLPAUSE_CONT);
 }
 
 bool HttpJob::takesBody()
@@ -218,8 +232,20 @@ bool HttpJob::judge(CURLcode pResult, long pStatus)
     if (pStatus != sOk && pStatus != sPartial && !mTransfer.mNotModified) {
         return fail(Trouble::Kind::Unreachable, statusText(pStatus));
     }
-    mTransfer.mValidators = {header("ETag"), header("Last-Modified")};
+    mTransfer.mValidators = validators();
     return true;
+}
+
+// A file that was changed just before it was sent may change again without another date, and many servers
+// make the tag from the date and the size: then neither is good for asking later.
+Validators HttpJob::validators() const
+{
+    constexpr time_t sSafeSeconds = 60;
+    const QByteArray tModified = header("Last-Modified");
+    const time_t tChange = curl_getdate(tModified.constData(), nullptr);
+    const time_t tSent = curl_getdate(header("Date").constData(), nullptr);
+    const bool tSafe = tModified.isEmpty() || (tChange >= 0 && tSent - tChange >= sSafeSeconds);
+    return tSafe ? Validators{header("ETag"), tModified} : Validators();
 }
 
 bool HttpJob::retryOrFail(Trouble::Kind pKind, const QString& pWhy)
@@ -235,7 +261,7 @@ bool HttpJob::retryOrFail(Trouble::Kind pKind, const QString& pWhy)
     }
     int tPause = mSettings.mPatience.mFirstPauseMs;
     for (int tIndex = 1; tIndex < mAttempts; ++tIndex) {
-        tPause *= sPauseGrowth;
+        tPause = std::min(tPause * sPauseGrowth, sLongestPauseMs);
     }
     mNotBefore = Clock::now() + std::chrono::milliseconds(tPause);
     return false;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "update/HttpSettings.h"
+#include "update/RateLimit.h"
 #include "update/Source.h"
 
 #include <chrono>
@@ -12,17 +13,21 @@ namespace tarn::vkservice::update {
 class HttpJob
 {
 public:
-    HttpJob(Transfer& pTransfer, const HttpSettings& pSettings, qint64 pBytesPerSecond);
+    HttpJob(Transfer& pTransfer, const HttpSettings& pSettings, RateLimit& pRateLimit);
     ~HttpJob();
     HttpJob(const HttpJob&) = delete;
     HttpJob& operator=(const HttpJob&) = delete;
 
-    using Clock = std::chrono::steady_clock;
+    using Clock = RateLimit::Clock;
 
     // Not before this moment the next attempt may begin.
     Clock::time_point notBefore() const { return mNotBefore; }
     void begin(CURLM* pMulti);
     CURL* handle() const { return mHandle; }
+    // True while the attempt holds back bytes for the rate limit; resume() takes them, as far as they may
+    // come.
+    bool isPaused() const { return mPaused; }
+    void resume();
     // The attempt is over. True if the file is done, well or not; false if it is to be begun again.
     bool end(CURLcode pResult);
     void cancel();
@@ -33,6 +38,7 @@ private:
     bool takesBody();
     bool rangeIsRight() const;
     QByteArray header(const char* pName) const;
+    Validators validators() const;
     long status() const;
     bool judge(CURLcode pResult, long pStatus);
     bool retryOrFail(Trouble::Kind pKind, const QString& pWhy);
@@ -41,7 +47,7 @@ private:
 
     Transfer& mTransfer;
     const HttpSettings& mSettings;
-    qint64 mBytesPerSecond;
+    RateLimit& mRateLimit;
     QByteArray mUrl;
     CURLM* mMulti = nullptr;
     CURL* mHandle = nullptr;
@@ -53,6 +59,7 @@ private:
     // Of the present attempt.
     qint64 mOffset = 0;  // where it was asked to go on
     qint64 mIgnored = 0; // bytes of an answer that is not the file
+    bool mPaused = false;
     bool mBodyBegun = false;
     bool mBodyTaken = false;
     bool mRangeWrong = false;

@@ -2,6 +2,7 @@
 
 #include "os/AbortFlag.h"
 #include "update/HttpJob.h"
+#include "update/RateLimit.h"
 
 #include <algorithm>
 #include <list>
@@ -26,17 +27,20 @@ void initCurl()
 class HttpSource::Loop
 {
 public:
-    Loop(CURLM* pMulti, const HttpSettings& pSettings) : mMulti(pMulti), mSettings(pSettings) {}
-
-    void add(Transfer& pTransfer, qint64 pBytesPerSecond)
+    Loop(CURLM* pMulti, const HttpSettings& pSettings, RateLimit& pRateLimit)
+        : mMulti(pMulti), mSettings(pSettings), mRateLimit(pRateLimit)
     {
-        mWaiting.push_back(std::make_unique<HttpJob>(pTransfer, mSettings, pBytesPerSecond));
+    }
+
+    void add(Transfer& pTransfer)
+    {
+        mWaiting.push_back(std::make_unique<HttpJob>(pTransfer, mSettings, mRateLimit));
     }
 
     void run(const os::AbortFlag& pAbort)
     {
         while (!pAbort.isSet() && !(mWaiting.empty() && mActive.empty())) {
-            const int tWait = beginDue();
+            const int tWait = std::min(beginDue(), resumePaused());
             int tRunning = 0;
             curl_multi_perform(mMulti, &tRunning);
             if (!endFinished()) {
@@ -74,6 +78,24 @@ private:
         return tWait;
     }
 
+    // Lets the files go on that the rate limit holds, by turns; how long to wait at most for the next one.
+    int resumePaused()
+    {
+        using namespace std::chrono;
+        const auto tNow = HttpJob::Clock::now();
+        const auto tPaused =
+            std::find_if(mActive.begin(), mActive.end(), [](const auto& pJob) { return pJob->isPaused(); });
+        if (tPaused == mActive.end()) {
+            return sLongestWaitMs;
+        }
+        if (mRateLimit.isFree(tNow)) {
+            (*tPaused)->resume();
+            mActive.splice(mActive.end(), mActive, tPaused);
+        }
+        const auto tLeft = duration_cast<milliseconds>(mRateLimit.next() - HttpJob::Clock::now()).count() + 1;
+        return static_cast<int>(std::clamp<qint64>(tLeft, 0, sLongestWaitMs));
+    }
+
     bool endFinished()
     {
         bool tAny = false;
@@ -98,6 +120,7 @@ private:
 
     CURLM* mMulti;
     const HttpSettings& mSettings;
+    RateLimit& mRateLimit;
     JobList mWaiting;
     JobList mActive;
 };
@@ -115,12 +138,10 @@ HttpSource::~HttpSource()
 
 void HttpSource::run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pAbort)
 {
-    const qint64 tAtOnce = std::min<qint64>(mSettings.mParallel, pTransfers.size());
-    const qint64 tShare =
-        mSettings.mBytesPerSecond > 0 ? std::max<qint64>(1, mSettings.mBytesPerSecond / tAtOnce) : 0;
-    Loop tLoop(mMulti, mSettings);
+    RateLimit tRateLimit(mSettings.mBytesPerSecond);
+    Loop tLoop(mMulti, mSettings, tRateLimit);
     for (Transfer* tTransfer : pTransfers) {
-        tLoop.add(*tTransfer, tShare);
+        tLoop.add(*tTransfer);
     }
     tLoop.run(pAbort);
 }

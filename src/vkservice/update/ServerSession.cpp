@@ -123,7 +123,7 @@ Trouble ServerSession::open(QStringList* pWarnings)
         if (const Trouble tTrouble = tFetcher.askTimestamp(mTrust.timestampValidators())) {
             return tTrouble;
         }
-        mNothingNew = tFetcher.notModified() || tFetcher.timestamp() == mTrust.timestamp();
+        mNothingNew = tFetcher.notModified() || mTrust.isTimestamp(tFetcher.timestamp());
         if (mNothingNew) {
             return {};
         }
@@ -150,6 +150,7 @@ Trouble ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings
             mOffers.append(tOffer);
         }
     }
+    mTimestamp = pFetcher.timestamp();
     mTimestampValidators = pFetcher.validators();
     return {};
 }
@@ -157,7 +158,7 @@ Trouble ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings
 void ServerSession::markComplete(const QByteArray& pState)
 {
     if (!mNothingNew) {
-        mTrust.noteComplete(pState, mTimestampValidators);
+        mTrust.noteComplete(pState, mTimestamp, mTimestampValidators);
     }
 }
 

@@ -45,6 +45,7 @@ private:
     QString mLabel;
     TrustFolder mTrust;
     std::unique_ptr<Source> mSource;
+    QByteArray mTimestamp;
     Validators mTimestampValidators;
     QList<Offer> mOffers;
     bool mNothingNew = false;

@@ -71,28 +71,22 @@ Trouble TrustFolder::initialize(const QByteArray& pRoot)
 
 bool TrustFolder::isComplete(const QByteArray& pState) const
 {
-    return !mCompleteState.isEmpty() && mCompleteState == seen(pState) &&
+    return !mCompleteState.isEmpty() && mCompleteState == pState &&
            QDateTime::currentDateTimeUtc() < mCompleteUntil;
 }
 
-// A run that fails after it has stored a newer timestamp has not seen to what stands behind that one.
-QByteArray TrustFolder::seen(const QByteArray& pState) const
+bool TrustFolder::isTimestamp(const QByteArray& pFile) const
 {
-    return tuf::sha256(pState + timestamp());
+    return !mTimestampHash.isEmpty() && mTimestampHash == tuf::sha256(pFile);
 }
 
-QByteArray TrustFolder::timestamp() const
+void TrustFolder::noteComplete(const QByteArray& pState, const QByteArray& pTimestamp,
+                               const Validators& pValidators)
 {
-    QByteArray tBytes;
-    os::readFile(mFileSystem, mPath + QStringLiteral("/timestamp.json"), sMaxMetadataSize, &tBytes);
-    return tBytes;
-}
-
-void TrustFolder::noteComplete(const QByteArray& pState, const Validators& pTimestamp)
-{
-    mCompleteState = seen(pState);
+    mCompleteState = pState;
     mCompleteUntil = earliestExpiry();
-    mTimestampValidators = pTimestamp;
+    mTimestampHash = tuf::sha256(pTimestamp);
+    mTimestampValidators = pValidators;
     writeNote();
 }
 
@@ -100,6 +94,7 @@ void TrustFolder::forgetComplete()
 {
     mCompleteState.clear();
     mCompleteUntil = QDateTime();
+    mTimestampHash.clear();
     mTimestampValidators = Validators();
     writeNote();
 }
@@ -134,6 +129,7 @@ void TrustFolder::readNote()
     mRootHash = tText("root");
     mCompleteState = tText("complete");
     mCompleteUntil = QDateTime::fromString(QString::fromUtf8(tText("until")), Qt::ISODate);
+    mTimestampHash = tText("timestamp");
     mTimestampValidators = {tText("etag"), tText("lastModified")};
 }
 
@@ -143,6 +139,7 @@ void TrustFolder::writeNote()
         {QStringLiteral("root"), QString::fromUtf8(mRootHash)},
         {QStringLiteral("complete"), QString::fromUtf8(mCompleteState)},
         {QStringLiteral("until"), mCompleteUntil.toUTC().toString(Qt::ISODate)},
+        {QStringLiteral("timestamp"), QString::fromUtf8(mTimestampHash)},
         {QStringLiteral("etag"), QString::fromUtf8(mTimestampValidators.mEtag)},
         {QStringLiteral("lastModified"), QString::fromUtf8(mTimestampValidators.mLastModified)},
     };

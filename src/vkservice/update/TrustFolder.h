@@ -26,19 +26,19 @@ public:
     // has been replaced.
     Trouble prepare(const QString& pRootFile);
 
-    // True if the last complete run saw pState with the timestamp that is stored now, and nothing of the
-    // metadata has expired since.
+    // True if the last complete run saw pState and nothing of the metadata has expired since.
     bool isComplete(const QByteArray& pState) const;
+    // Of the timestamp that the last complete run saw. It need not be the stored one, which a run that failed
+    // later may have replaced.
     const Validators& timestampValidators() const { return mTimestampValidators; }
-    QByteArray timestamp() const;
+    bool isTimestamp(const QByteArray& pFile) const;
 
     // Both leave the note out silently if it can't be written: without it, more is asked than needed.
-    void noteComplete(const QByteArray& pState, const Validators& pTimestamp);
+    void noteComplete(const QByteArray& pState, const QByteArray& pTimestamp, const Validators& pValidators);
     void forgetComplete();
 
 private:
     Trouble initialize(const QByteArray& pRoot);
-    QByteArray seen(const QByteArray& pState) const;
     void readNote();
     void writeNote();
     QDateTime earliestExpiry() const;
@@ -49,6 +49,7 @@ private:
     QByteArray mRootHash;
     QByteArray mCompleteState;
     QDateTime mCompleteUntil;
+    QByteArray mTimestampHash;
     Validators mTimestampValidators;
 };
 

@@ -46,7 +46,7 @@ protected:
         return tPackage;
     }
 
-    os::Failure install(const QList<InstalledPackage>& pPackages)
+    os::Failure install(const QList<InstalledPackage>& pPackages, int pFailAt = 0)
     {
         Manifest tNext;
         Manifest tCurrent;
@@ -54,6 +54,7 @@ protected:
         tNext.mGeneration = mGenerations->nextNumber(tCurrent);
         tNext.mPrevious = tCurrent.mGeneration;
         tNext.mPackages = pPackages;
+        mFileSystem.failAt(pFailAt, EIO);
         const os::Failure tFailure = mGenerations->install(tNext, mStaged);
         mStaged.clear();
         return tFailure;
@@ -138,24 +139,23 @@ TEST_F(GenerationsTest, ReplacesAPackageFolderThatNobodyNeedsAndKeepsOneThatIsNe
 TEST_F(GenerationsTest, IsOldOrNewWhereverItBreaks)
 {
     ASSERT_FALSE(install({stage("app", 1), stage("lib", 1)}));
+    QByteArray tOld = "1";
     int tCount = 1;
-    for (;; ++tCount) {
-        const QList<InstalledPackage> tNew{stage("app", 2), stage("lib", 2)};
-        mFileSystem.failAt(tCount, EIO);
-        const os::Failure tFailure = install(tNew);
-        const bool tFailed = mFileSystem.hasFailed();
+    for (bool tFailed = true; tFailed; ++tCount) {
+        const int tNumber = tCount + 1;
+        const os::Failure tFailure = install({stage("app", tNumber), stage("lib", tNumber)}, tCount);
+        tFailed = mFileSystem.hasFailed();
         SCOPED_TRACE(mFileSystem.failed().toStdString());
         mFileSystem.failAt(0, 0);
-        EXPECT_EQ(current("app"), current("lib"));
-        EXPECT_EQ(current("app"), tFailure ? "1" : "2");
+        const QByteArray tExpected = tFailure ? tOld : QByteArray::number(tNumber);
+        EXPECT_EQ(current("app"), tExpected);
+        EXPECT_EQ(current("lib"), tExpected);
         EXPECT_FALSE(mGenerations->removeLeftovers());
-        EXPECT_EQ(current("app"), current("lib"));
-        if (!tFailed || !tFailure) {
-            break;
-        }
-        EXPECT_EQ(list(QStringLiteral("install/packages/app")).size(), 1);
-        EXPECT_EQ(list(QStringLiteral("install/generations")).size(), 1);
+        EXPECT_EQ(current("app"), tExpected);
+        EXPECT_EQ(current("lib"), tExpected);
+        EXPECT_EQ(list(QStringLiteral("install/.staging")).size(), 0);
         EXPECT_EQ(list(QStringLiteral("install")).filter(QStringLiteral("current")).size(), 1);
+        tOld = tExpected;
     }
     EXPECT_GT(tCount, 15);
 }

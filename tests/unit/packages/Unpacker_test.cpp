@@ -197,7 +197,7 @@ TEST_F(UnpackerTest, ReportsEveryFailedOperation)
             EXPECT_FALSE(tFailure);
             break;
         }
-        // Of a file that was only read, and of a folder, nobody needs to know how its closing went.
+        // How the closing of a folder or of a file that was only read went is of no interest.
         if (mFileSystem.failed() != "close") {
             EXPECT_EQ(tFailure.mKind, Kind::NoSpace) << mFileSystem.failed().constData();
         }

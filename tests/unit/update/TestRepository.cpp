@@ -134,6 +134,5 @@ void writeFile(const QString& pPath, const QByteArray& pContent)
 QByteArray readFile(const QString& pPath)
 {
     QFile tFile(pPath);
-    tFile.open(QIODevice::ReadOnly);
-    return tFile.readAll();
+    return tFile.open(QIODevice::ReadOnly) ? tFile.readAll() : QByteArray();
 }

@@ -19,22 +19,28 @@ inline std::string text(const QStringList& pLines)
     return pLines.join(QLatin1Char('\n')).toStdString();
 }
 
+// Bytes that do not get less when they are packed.
+inline QByteArray noise(qsizetype pSize, quint32 pSeed)
+{
+    QByteArray tNoise(pSize, '\0');
+    quint32 tState = pSeed;
+    for (char& tByte : tNoise) {
+        tState = tState * 1664525 + 1013904223;
+        tByte = static_cast<char>(tState >> 24);
+    }
+    return tNoise;
+}
+
 // A repository with an application, a library that it requires, and data; and a machine that knows it.
 class UpdateFixture : public testing::Test
 {
 protected:
     UpdateFixture()
     {
-        QByteArray tNoise(60000, 'l'); // does not get small when packed
-        quint32 tState = 1;
-        for (char& tByte : tNoise) {
-            tState = tState * 1664525 + 1013904223;
-            tByte = static_cast<char>(tState >> 24);
-        }
         using tarn::vkservice::packages::Kind;
         mPackages = {
             {str("app"), str("1.0"), {{str("bin/app"), "one"}, {str("doc/a.txt"), "a"}}, {str("lib")}},
-            {str("lib"), str("1.0"), {{str("lib.so"), tNoise}}},
+            {str("lib"), str("1.0"), {{str("lib.so"), noise(60000, 1)}}},
             {str("maps"), str("3.1"), {{str("maps.dat"), "data"}}, {}, str("en"), Kind::Data},
         };
         publish();

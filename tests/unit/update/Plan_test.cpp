@@ -1,0 +1,172 @@
+#include "update/Plan.h"
+#include "update/RunRecords.h"
+#include "update/RunTexts.h"
+
+#include <gtest/gtest.h>
+
+#include <QtCore/QStringList>
+
+#include <ostream>
+
+using namespace tarn::vkservice;
+using namespace tarn::vkservice::update;
+using packages::InstalledPackage;
+using packages::Kind;
+using packages::PackageInfo;
+
+namespace {
+
+QString str(const char* pText)
+{
+    return QString::fromUtf8(pText);
+}
+
+// "name version", with "data", "lang=X", "req=A,B" and "date=YYYY-MM-DD" behind it in any order.
+PackageInfo parse(const QString& pText)
+{
+    PackageInfo tInfo;
+    const QStringList tWords = pText.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    tInfo.mName = tWords.value(0);
+    QDateTime tDate;
+    for (const QString& tWord : tWords) {
+        const QString tValue = tWord.section(QLatin1Char('='), 1);
+        if (tWord == str("data")) {
+            tInfo.mKind = Kind::Data;
+        } else if (tWord.startsWith(str("lang="))) {
+            tInfo.mLanguage = tValue;
+        } else if (tWord.startsWith(str("req="))) {
+            tInfo.mRequires = tValue.split(QLatin1Char(','));
+        } else if (tWord.startsWith(str("date="))) {
+            tDate = QDateTime(QDate::fromString(tValue, Qt::ISODate), QTime(0, 0), Qt::UTC);
+        }
+    }
+    tInfo.mVersion = {tarn::vkcore::Version::fromString(tWords.value(1)), tDate};
+    return tInfo;
+}
+
+QList<PackageInfo> parseAll(const char* pText)
+{
+    QList<PackageInfo> tInfos;
+    const QStringList tLines = str(pText).split(QLatin1Char(';'), Qt::SkipEmptyParts);
+    for (const QString& tLine : tLines) {
+        tInfos.append(parse(tLine));
+    }
+    return tInfos;
+}
+
+// "name version<parent", and "!" where it has a trouble.
+std::string shown(const Plan& pPlan)
+{
+    QStringList tLines;
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        QString tLine =
+            tPackage.name() + QLatin1Char(' ') +
+            tPackage.mOffer.mInfo.mVersion.version().toTarnAppFormat().section(QLatin1Char('.'), 0, 1);
+        if (!tPackage.mOffer.mInfo.mLanguage.isEmpty()) {
+            tLine += QLatin1Char(' ') + tPackage.mOffer.mInfo.mLanguage;
+        }
+        if (pPlan.mParents.contains(tPackage.name())) {
+            tLine += QLatin1Char('<') + pPlan.mParents.value(tPackage.name());
+        }
+        tLines.append(tLine + (tPackage.mTrouble ? str("!") : QString()));
+    }
+    return tLines.join(str("; ")).toStdString();
+}
+
+struct PlanTest
+{
+    packages::PackageFolders mFolders{str("/opt/x"), str("/srv/data")};
+
+    Plan plan(const char* pOffers, const char* pInstalled, const char* pDataDir = "/srv/data") const
+    {
+        QList<Offer> tOffers;
+        const QList<PackageInfo> tInfos = parseAll(pOffers);
+        for (const PackageInfo& tInfo : tInfos) {
+            tarn::tuf::TargetFile tTarget;
+            tTarget.mPath = archiveName(tInfo);
+            tTarget.mHashes.insert(str("sha256"), QByteArray(64, 'a'));
+            tOffers.append({tInfo, tTarget});
+        }
+        const packages::PackageFolders tBefore(str("/opt/x"), str(pDataDir));
+        packages::Manifest tManifest;
+        const QList<PackageInfo> tInstalled = parseAll(pInstalled);
+        for (const PackageInfo& tInfo : tInstalled) {
+            const QString tHash(64, QLatin1Char('a'));
+            tManifest.mPackages.append({tInfo, tHash, tBefore.folder(tInfo, tHash), QString()});
+        }
+        return makePlan(tOffers, tManifest, mFolders, {str("en"), str("de")});
+    }
+};
+
+} // namespace
+
+TEST(PlanTest, TakesWhatIsMissingOrNewer)
+{
+    const struct
+    {
+        const char* mName;
+        const char* mOffers;
+        const char* mInstalled;
+        const char* mPlan;
+    } tCases[] = {
+        {"nothing at all", "", "", ""},
+        {"missing", "a 1; b 2 data", "", "a 1.0; b 2.0"},
+        {"newest of several", "a 1; a 3; a 2", "", "a 3.0"},
+        {"newer", "a 2", "a 1", "a 2.0"},
+        {"the same", "a 1", "a 1", ""},
+        {"older", "a 1", "a 2", ""},
+        {"no longer offered", "a 1", "a 1; b 1", ""},
+        {"same version of a later date", "a 1 date=2024-02-01", "a 1 date=2024-01-01", "a 1.0"},
+        {"same version of an earlier date", "a 1 date=2024-01-01", "a 1 date=2024-02-01", ""},
+        {"application language", "a 1 lang=de; b 1 lang=en; c 1", "", "b 1.0 en; c 1.0"},
+        {"data language", "a 1 data lang=de; b 1 data lang=en", "", "a 1.0 de"},
+        {"the language's own rather than the one for all", "a 1; a 1 lang=en", "", "a 1.0 en"},
+        {"newer one for all languages", "a 2; a 1 lang=en", "", "a 2.0"},
+        {"another language now", "a 1 lang=en", "a 1 lang=de", "a 1.0 en"},
+        {"another language, but older", "a 1 lang=en", "a 2 lang=de", ""},
+        {"required", "a 1 req=b; b 1", "", "a 1.0; b 1.0<a"},
+        {"required in another language", "a 1 req=b; b 1 lang=fr", "", "a 1.0; b 1.0 fr<a"},
+        {"required by what is up to date", "a 1 req=b; b 2", "a 1; b 1", "b 2.0<a"},
+        {"chain", "a 1 req=b; b 1 req=c; c 1", "", "a 1.0; b 1.0<a; c 1.0<b"},
+        {"two parents", "a 1 req=c; b 1 req=c; c 1", "", "a 1.0; b 1.0; c 1.0<a"},
+        {"ring", "a 1 req=b; b 1 req=a", "", "a 1.0; b 1.0<a"},
+        {"ring below a top", "z 1 req=b; a 1 req=b; b 1 req=a", "", "a 1.0<b; b 1.0<z; z 1.0"},
+        {"requires itself", "a 1 req=a", "", "a 1.0"},
+        {"missing requirement", "a 1 req=x; b 1", "", "a 1.0!; b 1.0"},
+        {"missing requirement that is installed", "a 1 req=x", "x 1", "a 1.0"},
+        {"missing requirement of what is up to date", "a 1 req=x", "a 1", ""},
+        {"what a failed one brings along", "a 1 req=x,b; b 1", "", "a 1.0!; b 1.0<a!"},
+        {"what a failed one and a good one bring along", "a 1 req=x,c; b 1 req=c; c 1", "",
+         "a 1.0!; b 1.0; c 1.0<a"},
+        {"what needs a failed one", "a 1 req=b; b 1 req=x; c 1", "", "a 1.0!; b 1.0<a!; c 1.0"},
+    };
+    for (const auto& tCase : tCases) {
+        EXPECT_EQ(shown(PlanTest().plan(tCase.mOffers, tCase.mInstalled)), tCase.mPlan) << tCase.mName;
+    }
+}
+
+TEST(PlanTest, InstallsDataAnewInANewFolder)
+{
+    EXPECT_EQ(shown(PlanTest().plan("a 1 data; b 1; c 1 data", "a 1 data; b 1; c 2 data", "/old")), "a 1.0");
+    EXPECT_EQ(shown(PlanTest().plan("a 1 data; b 1", "a 1 data; b 1", "")), "a 1.0");
+}
+
+TEST(PlanTest, WritesARecordForEachPackage)
+{
+    Plan tPlan = PlanTest().plan("top 1 req=mid; mid 1 req=low; low 2; new 1; bad 1", "top 1; mid 1; low 1");
+    tPlan.find(str("bad"))->mTrouble = {Trouble::Kind::Untrusted, str("It is bad")};
+    QStringList tLines;
+    const auto tRecords = runRecords(tPlan);
+    for (const auto& tRecord : tRecords) {
+        tLines.append(
+            QStringLiteral("%1 %2 <%3 %4")
+                .arg(tRecord.mPackage, tRecord.mStatus, tRecord.mParent, tRecord.mReport.bestValue(str("en")))
+                .trimmed());
+    }
+    EXPECT_EQ(tLines.join(str("; ")).toStdString(),
+              "bad error < It is bad.; low ok <mid; new ok <; mid child_packages_updated <top; "
+              "top child_packages_updated <");
+    EXPECT_EQ(failedPackagesCode(tPlan), ResultVerificationFailed);
+    EXPECT_TRUE(failedPackagesText(tPlan).contains(str("1 of 3 packages")))
+        << failedPackagesText(tPlan).toStdString();
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QProcess>
+#include <QtCore/QString>
+#include <QtCore/QTemporaryDir>
+
+// A port of this machine that nobody listens on.
+quint16 freePort();
+// Waits until somebody listens on the port; false after ten seconds.
+bool waitForPort(quint16 pPort);
+
+// An nginx that serves a folder over https as "localhost", with a certificate that ca.pem in its own folder
+// signs.
+class TestServer
+{
+public:
+    explicit TestServer(const QString& pFolder);
+    ~TestServer();
+
+    quint16 port() const { return mPort; }
+    QString uri(const QString& pBelow = QString()) const;
+    QString caFile() const { return mDir.filePath(QStringLiteral("cert.pem")); }
+    // Asks for this user and password below "/private/".
+    void setUser(const QByteArray& pUser, const QByteArray& pPassword);
+    // Before start(): what to add to the server's configuration.
+    void addConfiguration(const QByteArray& pLines) { mMore += pLines; }
+    // Starts it and waits until it listens; may be called again after stop().
+    bool start(bool pWait = true);
+    void stop();
+    // "METHOD PATH STATUS USER" of each request so far, PATH with "?range" behind it for a request of a part.
+    QStringList requests() const;
+    void forgetRequests();
+
+private:
+    QTemporaryDir mDir;
+    QString mFolder;
+    quint16 mPort;
+    QByteArray mMore;
+    QProcess mProcess;
+};
+
+// A tinyproxy that lets clients with a user and a password through to one port.
+class TestProxy
+{
+public:
+    explicit TestProxy(quint16 pTo);
+    ~TestProxy();
+
+    quint16 port() const { return mPort; }
+    // What it wrote about its connections.
+    QByteArray log() const;
+
+private:
+    QTemporaryDir mDir;
+    quint16 mPort;
+    QProcess mProcess;
+};
