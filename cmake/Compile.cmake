@@ -3,10 +3,11 @@ set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
-set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_AUTOMOC ON)
 set(CMAKE_GLOBAL_AUTOGEN_TARGET ON) # "autogen": all that static checks need of a build
 
+# The same for programs and libraries, so that they can share precompiled headers.
+add_compile_options(-fPIC)
 add_compile_options(-Wall -Wextra -Wpedantic -Werror)
 add_compile_definitions(QT_NO_CAST_FROM_ASCII QT_NO_KEYWORDS)
 add_link_options(-Wl,--as-needed -Wl,-z,relro -Wl,-z,now)
@@ -16,9 +17,4 @@ if(RKM_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 else()
     add_link_options(-Wl,--no-undefined)
-endif()
-
-find_program(CCACHE_PROGRAM ccache)
-if(CCACHE_PROGRAM)
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
 endif()

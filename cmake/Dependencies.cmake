@@ -1,5 +1,5 @@
 find_package(Threads REQUIRED)
-find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network LinguistTools)
 find_package(tomlplusplus REQUIRED)
 find_package(SQLite3 REQUIRED)
 find_package(OpenSSL 3 REQUIRED)
@@ -13,4 +13,8 @@ find_path(OPTIONPARSER_INCLUDE_DIR optionparser.h
     DOC "Folder of optionparser.h, the Lean Mean option parser")
 if(NOT OPTIONPARSER_INCLUDE_DIR)
     message(FATAL_ERROR "optionparser.h not found: install libfastrtps-dev or set OPTIONPARSER_INCLUDE_DIR")
+endif()
+
+if(RKM_TESTS)
+    find_package(GTest REQUIRED)
 endif()

@@ -76,7 +76,7 @@ QString VKCApplication::readPassword(const QString& pPrompt)
     if (tIsTerminal) {
         tcsetattr(tFd, TCSANOW, &tKept);
     }
-    return tLine;
+    return tLine.isNull() ? QStringLiteral("") : tLine; // a null text would count as none given
 }
 
 QString VKCApplication::yesNo(bool pValue)

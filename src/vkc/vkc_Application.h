@@ -74,6 +74,8 @@ private Q_SLOTS:
     void onMonitorDisconnected();
 
 private:
+    friend class CommandTableReader; // makes the completions of the shells
+
     struct CommandEntry
     {
         const char* name;

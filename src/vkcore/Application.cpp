@@ -86,7 +86,6 @@ void Application::eraseAppUserDir() {}
 void Application::initLogFile()
 {
     const QMutexLocker tLocker(&mLogMutex);
-    QDir().mkpath(mLogDir);
     mLogFile = std::make_unique<LogFile>(mLogDir + QLatin1Char('/') + getAppName() + QStringLiteral(".log"),
                                          mKeptLogFiles);
     for (const QString& tText : std::exchange(mEarlyLog, {})) {
@@ -114,10 +113,10 @@ bool Application::loadApplicationConfig()
     for (const QString& tPrefix : mPrefixes) {
         if (exists(mConfigDir + QLatin1Char('/') + tPrefix + QStringLiteral(".cfg"))) {
             mConfigPrefix = tPrefix;
-            break;
+            return loadConfigFile(tPrefix + QStringLiteral(".cfg"), Config::SystemValue);
         }
     }
-    return loadConfigFile(mConfigPrefix + QStringLiteral(".cfg"), Config::SystemValue);
+    return true;
 }
 
 bool Application::loadUserConfig()

@@ -115,10 +115,10 @@ bool Config::load(const QString& pPath, const QString& pName, ValueType pType, b
 {
     mErrorText.clear();
     QFile tFile(pPath);
+    if (!pMustExist && !tFile.exists()) {
+        return true;
+    }
     if (!tFile.open(QIODevice::ReadOnly)) {
-        if (!pMustExist && !tFile.exists()) {
-            return true;
-        }
         mErrorText = QStringLiteral("%1: %2").arg(pName, tFile.errorString());
         return false;
     }

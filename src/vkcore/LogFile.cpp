@@ -1,7 +1,10 @@
 #include "LogFile.h"
 
+#include <QtCore/QDir>
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
 
@@ -26,6 +29,13 @@ QByteArray stamp()
                       tLocal.tm_mon + 1, tLocal.tm_mday, tLocal.tm_hour, tLocal.tm_min, tLocal.tm_sec,
                       tNow.tv_nsec / 1000000, ::getpid());
     return {tText, tLength};
+}
+
+// O_NONBLOCK: a pipe in the file's place must not hold up the program.
+int openForAppending(const QByteArray& pPath)
+{
+    constexpr int tFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
+    return ::open(pPath.constData(), tFlags, 0640);
 }
 
 void appendEscaped(QByteArray& pTo, char pByte)
@@ -74,9 +84,10 @@ LogFile::~LogFile()
 
 bool LogFile::open()
 {
-    // O_NONBLOCK: a pipe in the file's place must not hold up the program.
-    mFd = ::open(mPath.constData(),
-                 O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK, 0640);
+    mFd = openForAppending(mPath);
+    if (mFd < 0 && errno == ENOENT && QDir().mkpath(QFileInfo(QFile::decodeName(mPath)).path())) {
+        mFd = openForAppending(mPath);
+    }
     struct stat tStat
     {
     };
@@ -125,7 +136,11 @@ void LogFile::rotate()
         if (mKeep == 0) {
             ::unlink(mPath.constData());
         }
-        for (int tAge = mKeep; tAge > 0; --tAge) {
+        int tOldest = qMin(1, mKeep);
+        while (tOldest < mKeep && ::access(pathOf(tOldest).constData(), F_OK) == 0) {
+            ++tOldest;
+        }
+        for (int tAge = tOldest; tAge > 0; --tAge) {
             ::rename(pathOf(tAge - 1).constData(), pathOf(tAge).constData());
         }
     }

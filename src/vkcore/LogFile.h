@@ -9,7 +9,8 @@ namespace tarn::vkcore {
 
 // The log of a program: lines with time and process number, each call appended with one write, so that many
 // processes can log into one file at once. At sMaxSize bytes the file moves on to PATH.1, PATH.1 to
-// PATH.2 and so on. No failure ever reaches the caller: a log that can't be written is no log.
+// PATH.2 and so on. The folder is made if it is missing. No failure ever reaches the caller: a log that can't
+// be written is no log.
 class LogFile
 {
 public:

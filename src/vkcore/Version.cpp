@@ -6,11 +6,6 @@
 
 namespace tarn::vkcore {
 
-Version::Version(int pMajor, int pMinor, int pPatch, int pBuild)
-    : mMajor(pMajor), mMinor(pMinor), mPatch(pPatch), mBuild(pBuild)
-{
-}
-
 Version Version::fromString(const QString& pText, bool* pOk)
 {
     const QStringList tParts = pText.split(QLatin1Char('.'));

@@ -23,21 +23,22 @@ Installation::Installation(const QList<QString>& pPrograms) : mDir(dirTemplate()
         QDir(mDir.path()).mkpath(QString::fromLatin1(tDir));
     }
     QFile::link(tBuild + QStringLiteral("/lib"), path(QStringLiteral("lib")));
-    QFile::link(tBuild + QStringLiteral("/share"), path(QStringLiteral("share")));
     for (const QString& tProgram : pPrograms) {
         addProgram(tBuild + QStringLiteral("/bin/") + tProgram, tProgram);
     }
     writeFile(QStringLiteral("etc/vk/vk.cfg"),
               QStringLiteral("[application]\nlogDir = \"%1/log\"\nlanguage = \"en\"\n"
-                             "languages = [\"en\", \"de\"]\nsettingsDir.other = \"settings\"\n"
-                             "[data]\nlanguages = [\"de\", \"fr\"]\n")
+                             "languages = [\"da\", \"de\"]\nsettingsDir.other = \"settings\"\n"
+                             "[data]\nlanguages = [\"de\", \"fr\"]\n[service]\nstateDir = \"%1/state\"\n")
                   .arg(mDir.path())
                   .toUtf8());
     mEnvironment = {
-        {"HOME", path(QStringLiteral("home")).toUtf8()},  {"LC_ALL", "C.UTF-8"},   {"PATH", "/usr/bin:/bin"},
-        {"TMPDIR", path(QStringLiteral("tmp")).toUtf8()}, {"TZ", "Europe/Berlin"},
+        {"HOME", path(QStringLiteral("home")).toUtf8()},
+        {"LC_ALL", "C.UTF-8"},
+        {"PATH", "/usr/bin:/bin"},
+        {"TMPDIR", path(QStringLiteral("tmp")).toUtf8()},
     };
-    for (const char* tName : {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+    for (const char* tName : {"ASAN_OPTIONS", "LSAN_OPTIONS", "TZ", "UBSAN_OPTIONS"}) {
         if (qEnvironmentVariableIsSet(tName)) {
             mEnvironment.insert(tName, qgetenv(tName));
         }

@@ -6,8 +6,9 @@
 
 #include <memory>
 
-// An installation of the built programs in a folder of its own, with its own configuration, log, home and
-// place for sockets: what runs in it touches nothing of the machine, also as root.
+// An installation of the built programs in a folder of its own, with its own configuration, log, state, home
+// and place for sockets: what runs in it touches nothing of the machine, also as root. It has no
+// translations.
 class Installation
 {
 public:

@@ -157,6 +157,7 @@ bool Program::readUntil(const std::function<bool()>& pDone, int pTimeoutMs)
         }
         ::poll(tPolls, 2, static_cast<int>(tDeadline.remainingTime()));
         if (tPolls[0].revents != 0 && !readSome(mOut, &mResult.mOut)) {
+            mResult.mEchoes = mTerminal && echoes();
             closeFd(&mOut);
         }
         if (tPolls[1].revents != 0 && !readSome(mErr, &mResult.mErr)) {

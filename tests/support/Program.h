@@ -26,6 +26,7 @@ public:
         int mStatus = -1; // -1 if it was ended by a signal, or had to be
         int mSignal = 0;
         bool mTimedOut = false;
+        bool mEchoes = false; // whether it left a terminal that shows what is typed
     };
 
     Program(const QString& pPath, const QList<QByteArray>& pArguments, const Environment& pEnvironment,

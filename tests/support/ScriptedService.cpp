@@ -5,6 +5,7 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QRegularExpression>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <vector>
@@ -30,7 +31,7 @@ const char sAnswers[] = R"({
     "getNetProxySettings": {"mode": 2, "proxy": {"enabled": true, "configured": true, "host": "proxy.example.org",
         "port": 3128, "user": "paul", "password": null, "passwordChanged": false}},
     "setNetProxySettings": true, "getKdmlDataDirectory": "/srv/kdml", "setKdmlDataDirectory": true,
-    "getLanguages": {"app": "de", "data": "en"}, "setLanguages": true, "getConfigValue": "value",
+    "getLanguages": {"app": "de", "data": "fr"}, "setLanguages": true, "getConfigValue": "value",
     "setConfigValue": true,
     "getScheduleParameters": {"mode": 2, "flags": 0, "nextCheck": "2031-02-03T04:05:06", "periodCount": 3,
         "unit": 1, "extra": "kept"},
@@ -206,8 +207,16 @@ QStringList ScriptedService::allCalls() const
 bool ScriptedService::waitForCall(const QString& pMethod, int pCount, int pTimeoutMs) const
 {
     std::unique_lock tLock(mMutex);
-    return mCalled.wait_for(tLock, std::chrono::milliseconds(pTimeoutMs),
-                            [&] { return mMethods.count(pMethod) >= pCount; });
+    return mChanged.wait_for(tLock, std::chrono::milliseconds(pTimeoutMs),
+                             [&] { return mMethods.count(pMethod) >= pCount; });
+}
+
+bool ScriptedService::waitForHangUp(int pTimeoutMs) const
+{
+    std::unique_lock tLock(mMutex);
+    return mChanged.wait_for(tLock, std::chrono::milliseconds(pTimeoutMs), [&] {
+        return std::all_of(mPeers.begin(), mPeers.end(), [](const Peer& pPeer) { return pPeer.mMonitors; });
+    });
 }
 
 void ScriptedService::serve()
@@ -230,6 +239,7 @@ void ScriptedService::serve()
                 const std::lock_guard tLock(mMutex);
                 ::close(tIt->mFd);
                 mPeers.erase(tIt);
+                mChanged.notify_all();
             }
             tIt = tNext;
         }
@@ -283,5 +293,5 @@ void ScriptedService::handle(Peer& pPeer, const QByteArray& pLine)
     // Told only now: whoever waits for a call may rely on its answer having been written.
     const std::lock_guard tLock(mMutex);
     mMethods.append(tMethod);
-    mCalled.notify_all();
+    mChanged.notify_all();
 }

@@ -58,6 +58,8 @@ public:
     QStringList calls() const;
     QStringList allCalls() const;
     bool waitForCall(const QString& pMethod, int pCount = 1, int pTimeoutMs = 20000) const;
+    // Until only connections in monitor mode are left.
+    bool waitForHangUp(int pTimeoutMs = 20000) const;
 
 private:
     void serve();
@@ -68,7 +70,7 @@ private:
     int mListener = -1;
     int mWake[2] = {-1, -1};
     mutable std::mutex mMutex; // guards all below
-    mutable std::condition_variable mCalled;
+    mutable std::condition_variable mChanged;
     QMap<QString, Handler> mHandlers;
     QStringList mMethods;
     QStringList mCalls;

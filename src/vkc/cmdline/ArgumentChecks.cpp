@@ -31,10 +31,11 @@ static QString nameForMessage(const option::Option& pOption)
     return nameAsTyped(pOption);
 }
 
+// The class is named in full below since lupdate takes the name as it stands for the context of the text.
 option::ArgStatus argUnkown(const option::Option& pOption, bool pMessage)
 {
     if (pMessage) {
-        writeLine(VKCApplication::tr("Unknown option: '%1'").arg(nameAsTyped(pOption)));
+        writeLine(tarn::vkc::VKCApplication::tr("Unknown option: '%1'").arg(nameAsTyped(pOption)));
     }
     return option::ARG_ILLEGAL;
 }
@@ -45,7 +46,8 @@ option::ArgStatus argRequired(const option::Option& pOption, bool pMessage)
         return option::ARG_OK;
     }
     if (pMessage) {
-        writeLine(VKCApplication::tr("Option '%1' requires an argument").arg(nameForMessage(pOption)));
+        writeLine(
+            tarn::vkc::VKCApplication::tr("Option '%1' requires an argument").arg(nameForMessage(pOption)));
     }
     return option::ARG_ILLEGAL;
 }

@@ -4,10 +4,23 @@
 #include "mail/Random.h"
 #include "mail/Text.h"
 
+#include <csignal>
 #include <optional>
 #include <utility>
 
 namespace tarn::vkservice::mail {
+
+namespace {
+
+// A lost connection must not end the process by SIGPIPE, and all other signals belong to the main thread.
+void blockAllSignals()
+{
+    sigset_t tAll;
+    sigfillset(&tAll);
+    pthread_sigmask(SIG_BLOCK, &tAll, nullptr);
+}
+
+} // namespace
 
 Outbox::Outbox(vkcore::Database& pDatabase, std::unique_ptr<SmtpTransport> pTransport, Clock pClock,
                Gate pGate, QObject* pParent)
@@ -18,6 +31,7 @@ Outbox::Outbox(vkcore::Database& pDatabase, std::unique_ptr<SmtpTransport> pTran
     mWorker->moveToThread(&mThread);
     connect(&mThread, &QThread::finished, mWorker, &QObject::deleteLater);
     mThread.start();
+    QMetaObject::invokeMethod(mWorker, &blockAllSignals, Qt::QueuedConnection);
 }
 
 Outbox::~Outbox()

@@ -71,8 +71,14 @@ Trouble TrustFolder::initialize(const QByteArray& pRoot)
 
 bool TrustFolder::isComplete(const QByteArray& pState) const
 {
-    return !mCompleteState.isEmpty() && mCompleteState == pState &&
+    return !mCompleteState.isEmpty() && mCompleteState == seen(pState) &&
            QDateTime::currentDateTimeUtc() < mCompleteUntil;
+}
+
+// A run that fails after it has stored a newer timestamp has not seen to what stands behind that one.
+QByteArray TrustFolder::seen(const QByteArray& pState) const
+{
+    return tuf::sha256(pState + timestamp());
 }
 
 QByteArray TrustFolder::timestamp() const
@@ -84,7 +90,7 @@ QByteArray TrustFolder::timestamp() const
 
 void TrustFolder::noteComplete(const QByteArray& pState, const Validators& pTimestamp)
 {
-    mCompleteState = pState;
+    mCompleteState = seen(pState);
     mCompleteUntil = earliestExpiry();
     mTimestampValidators = pTimestamp;
     writeNote();

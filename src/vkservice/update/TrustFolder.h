@@ -26,7 +26,8 @@ public:
     // has been replaced.
     Trouble prepare(const QString& pRootFile);
 
-    // True if the last complete run saw pState and nothing of the metadata has expired since.
+    // True if the last complete run saw pState with the timestamp that is stored now, and nothing of the
+    // metadata has expired since.
     bool isComplete(const QByteArray& pState) const;
     const Validators& timestampValidators() const { return mTimestampValidators; }
     QByteArray timestamp() const;
@@ -37,6 +38,7 @@ public:
 
 private:
     Trouble initialize(const QByteArray& pRoot);
+    QByteArray seen(const QByteArray& pState) const;
     void readNote();
     void writeNote();
     QDateTime earliestExpiry() const;

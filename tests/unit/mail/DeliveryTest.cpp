@@ -292,6 +292,19 @@ TEST_F(DeliveryTest, AServerThatHangsHoldsUpNeitherCallsNorTheEnd)
     EXPECT_EQ(mRig.queued(), 1);
 }
 
+TEST_F(DeliveryTest, AServerThatDiesInTheMiddleLeavesTheMailQueued)
+{
+    mSink.startSecure({QStringLiteral("--hang")});
+    mRig.address(sAdmin, true);
+    mRig.startReal(mSink.settings());
+    mRig.mMailer->onRunFinished(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
+    mSink.waitForMail();
+    mSink.stop();
+    mRig.settle();
+    EXPECT_TRUE(mRig.warned(QStringLiteral("Mails can't be sent now"))) << warnings();
+    EXPECT_EQ(mRig.queued(), 1);
+}
+
 TEST_F(DeliveryTest, AServerThatHangsIsGivenUpAfterTheTimeOut)
 {
     mSink.startSecure({QStringLiteral("--hang")});

@@ -12,8 +12,11 @@ namespace tarn::vkcore {
 class VKCORE_EXPORT Version
 {
 public:
-    Version() = default;
-    Version(int pMajor, int pMinor, int pPatch, int pBuild);
+    constexpr Version() = default;
+    constexpr Version(int pMajor, int pMinor, int pPatch, int pBuild)
+        : mMajor(pMajor), mMinor(pMinor), mPatch(pPatch), mBuild(pBuild)
+    {
+    }
 
     // Reads one to four numbers joined by dots, each 0 to 2147483647; missing ones are 0.
     // Anything else sets *pOk to false and gives 0.0.0.0. pOk may be null.
@@ -33,6 +36,6 @@ private:
     int mBuild = 0;
 };
 
-inline const Version sNotInstalledVersion(-32767, 0, 0, 0);
+inline constexpr Version sNotInstalledVersion(-32767, 0, 0, 0);
 
 } // namespace tarn::vkcore

@@ -1,0 +1,50 @@
+# What belongs to which package. Each component becomes one Debian package; see Package.cmake.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME client)
+set(SHARE ${CMAKE_INSTALL_DATADIR})
+set(BUILT_SHARE ${CMAKE_BINARY_DIR}/share)
+
+install(TARGETS rkm RUNTIME COMPONENT client)
+install(FILES docs/man/rkm.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT client)
+install(FILES ${BUILT_SHARE}/bash-completion/completions/rkm
+    DESTINATION ${SHARE}/bash-completion/completions COMPONENT client)
+install(FILES ${BUILT_SHARE}/zsh/vendor-completions/_rkm DESTINATION ${SHARE}/zsh/vendor-completions COMPONENT client)
+install(FILES ${BUILT_SHARE}/fish/vendor_completions.d/rkm.fish
+    DESTINATION ${SHARE}/fish/vendor_completions.d COMPONENT client)
+install(PROGRAMS packaging/completion/service-words DESTINATION ${SHARE}/rkm/completion COMPONENT client)
+install(DIRECTORY ${BUILT_SHARE}/rkm/locale DESTINATION ${SHARE}/rkm COMPONENT library FILES_MATCHING PATTERN *.qm)
+
+if(NOT VKCORE_ROOT)
+    install(TARGETS vkcore
+        LIBRARY COMPONENT library NAMELINK_COMPONENT development)
+    install(TARGETS vkcore_installlog LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/vkcore COMPONENT library)
+    install(DIRECTORY src/vkcore/include/vkcore DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+endif()
+install(FILES docs/man/vk.cfg.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT library)
+
+if(TARGET vkservice)
+install(TARGETS vkservice RUNTIME COMPONENT service)
+endif()
+install(FILES docs/man/vkservice.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT service)
+# The unit names the program by its path, which is known only now.
+install(CODE "
+    configure_file(${PROJECT_SOURCE_DIR}/packaging/systemd/vkservice.service.in
+        ${CMAKE_BINARY_DIR}/packaging/vkservice.service @ONLY)" COMPONENT service)
+install(FILES ${CMAKE_BINARY_DIR}/packaging/vkservice.service DESTINATION lib/systemd/system COMPONENT service)
+
+install(TARGETS vkpublish RUNTIME COMPONENT publisher)
+install(FILES docs/man/vkpublish.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT publisher)
+install(FILES docs/man/vk-repository.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT publisher)
+
+# The programs find the library beside themselves wherever the tree is put.
+set_target_properties(vkcore_installlog PROPERTIES INSTALL_RPATH "$ORIGIN/..")
+
+set(PACKAGES client:rkm library:libvkcore1 development:libvkcore-dev service:vkservice publisher:vkpublish)
+foreach(PACKAGE ${PACKAGES})
+    string(REPLACE ":" ";" PAIR ${PACKAGE})
+    list(GET PAIR 0 COMPONENT)
+    list(GET PAIR 1 NAME)
+    install(FILES LICENSE DESTINATION ${SHARE}/doc/${NAME} RENAME copyright COMPONENT ${COMPONENT})
+    install(FILES CHANGELOG.md DESTINATION ${SHARE}/doc/${NAME} COMPONENT ${COMPONENT})
+endforeach()
+file(GLOB DOCUMENTS CONFIGURE_DEPENDS docs/*.md)
+install(FILES README.md SECURITY.md ${DOCUMENTS} DESTINATION ${SHARE}/doc/vkservice COMPONENT service)

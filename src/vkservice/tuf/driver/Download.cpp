@@ -1,0 +1,67 @@
+#include "Download.h"
+
+#include "tuf/Hashes.h"
+#include "tuf/Names.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QSaveFile>
+
+namespace tarn::tuf {
+
+namespace {
+
+constexpr qint64 sPiece = 1 << 20;
+
+bool isThere(const QString& pPath, const TargetFile& pTarget)
+{
+    QFile tFile(pPath);
+    if (!tFile.open(QIODevice::ReadOnly) || tFile.size() != pTarget.mLength) {
+        return false;
+    }
+    Hasher tHasher(pTarget.mHashes.keys());
+    for (QByteArray tBytes = tFile.read(sPiece); !tBytes.isEmpty(); tBytes = tFile.read(sPiece)) {
+        tHasher.add(tBytes);
+    }
+    return hashesAgree(pTarget.mHashes, tHasher.result());
+}
+
+} // namespace
+
+QString joinUrl(const QString& pBaseUrl, const QString& pPath)
+{
+    return pBaseUrl.endsWith(QLatin1Char('/')) ? pBaseUrl + pPath : pBaseUrl + QLatin1Char('/') + pPath;
+}
+
+Error downloadTarget(HttpClient& pClient, const QString& pBaseUrl, const TargetFile& pTarget,
+                     const QString& pFolder)
+{
+    const QString tPath = pFolder + QLatin1Char('/') + encodeName(pTarget.mPath);
+    if (isThere(tPath, pTarget)) {
+        return Error();
+    }
+    QSaveFile tFile(tPath);
+    if (!tFile.open(QIODevice::WriteOnly)) {
+        return Error{ErrorKind::Local,
+                     QStringLiteral("%1 can't be written: %2").arg(tPath, tFile.errorString())};
+    }
+    Hasher tHasher(pTarget.mHashes.keys());
+    qint64 tLength = 0;
+    const Error tError =
+        pClient.get(joinUrl(pBaseUrl, pTarget.mFetchPath), pTarget.mLength, [&](QByteArrayView pPiece) {
+            tHasher.add(pPiece);
+            tLength += pPiece.size();
+            return tFile.write(pPiece.data(), pPiece.size()) == pPiece.size();
+        });
+    if (tError) {
+        return tError;
+    }
+    if (tLength != pTarget.mLength || !hashesAgree(pTarget.mHashes, tHasher.result())) {
+        return Error{ErrorKind::Untrusted,
+                     QStringLiteral("%1 is not the file that was signed").arg(pTarget.mPath)};
+    }
+    return tFile.commit() ? Error()
+                          : Error{ErrorKind::Local,
+                                  QStringLiteral("%1 can't be written: %2").arg(tPath, tFile.errorString())};
+}
+
+} // namespace tarn::tuf

@@ -1,0 +1,271 @@
+#include "ClientTest.h"
+
+#include <QtCore/QDeadlineTimer>
+#include <QtCore/QFile>
+
+#include <csignal>
+#include <thread>
+
+#include <unistd.h>
+
+using Peer = ScriptedService::Peer;
+
+static QByteArray failure(const QString& pDir)
+{
+    return "Connection to the service failed!\nPlease check the permissions of " + pDir.toUtf8() + '\n';
+}
+
+// All commands that talk to the service, each with as much as it needs to get there.
+static const QList<QList<QByteArray>> sServiceCommands{
+    {"show-settings"},
+    {"update-settings", "--data-dir=x"},
+    {"show-schedule-settings"},
+    {"list-servers"},
+    {"update-schedule-settings", "-i1d"},
+    {"show-monitoring-settings"},
+    {"service-status"},
+    {"update-monitoring-settings", "-e"},
+    {"add-server"},
+    {"remove-server"},
+    {"update-server", "-M1"},
+    {"update"},
+    {"update", "--no-wait"},
+};
+
+TEST(ConnectionTest, EveryCommandFailsWithoutAService)
+{
+    const Installation tInstallation;
+    for (const QList<QByteArray>& tCommand : sServiceCommands) {
+        SCOPED_TRACE(tCommand.join(' ').toStdString());
+        const Program::Result tResult = tInstallation.run(tCommand);
+        EXPECT_EQ(tResult.mOut, "");
+        EXPECT_EQ(tResult.mErr, failure(tInstallation.path(QStringLiteral("tmp"))));
+        EXPECT_EQ(tResult.mStatus, 1);
+    }
+    const QByteArray tLog = tInstallation.log();
+    const QByteArray tProgram = tInstallation.path(QStringLiteral("bin/vkservice")).toUtf8();
+    EXPECT_EQ(tLog.count("ERROR: could not start " + tProgram), sServiceCommands.size());
+    EXPECT_EQ(tLog.count("Service did not react to quit request, terminating process"),
+              sServiceCommands.size());
+}
+
+TEST(ConnectionTest, BlamesTheFolderOfTheSocket)
+{
+    const Installation tInstallation;
+    const QString tTmp = tInstallation.path(QStringLiteral("tmp"));
+    const struct
+    {
+        QByteArray mSocket;
+        QString mDir;
+    } tCases[] = {
+        {"name", tTmp},
+        {"sub/name", tTmp},
+        {"", tTmp},
+        {"/no%1/where/../here/socket", QStringLiteral("/no%1/here")},
+    };
+    for (const auto& tCase : tCases) {
+        const Program::Result tResult = tInstallation.run({"list-servers", "--socket", tCase.mSocket});
+        EXPECT_EQ(tResult.mErr, failure(tCase.mDir));
+        EXPECT_EQ(tResult.mStatus, 1);
+    }
+}
+
+TEST_F(ClientTest, TheLastSocketIsUsedByAllConnections)
+{
+    ScriptedService tOther(mInstallation.socketPath(QStringLiteral("other")));
+    tOther.onCall(QStringLiteral("triggerUpdate"), [&tOther](Peer& pPeer, const QJsonObject&) {
+        tOther.sendEvent(QStringLiteral("serviceStatusChanged"), R"({"status": 0})");
+        pPeer.reply("true");
+    });
+    const Program::Result tResult = mInstallation.run({"update", "--socket=vkservice", "--socket=other"});
+    EXPECT_EQ(tResult.mStatus, 0);
+    EXPECT_EQ(text(mService.allCalls()), "");
+    EXPECT_TRUE(tOther.calls().contains(QStringLiteral("enterMonitorMode")));
+}
+
+TEST_F(ClientTest, AServiceThatWasThereIsNeverStopped)
+{
+    mInstallation.addProgram(QStringLiteral(STAND_IN), QStringLiteral("vkservice"));
+    for (const QList<QByteArray>& tCommand : sServiceCommands) {
+        if (tCommand != QList<QByteArray>{"update"}) {
+            mInstallation.run(tCommand);
+        }
+    }
+    EXPECT_FALSE(mService.calls().contains(QStringLiteral("quitService")));
+    EXPECT_EQ(mInstallation.readFile(QStringLiteral("tmp/worker.log")), "");
+    EXPECT_EQ(mService.allCalls().mid(0, 2).last(), QStringLiteral("ping"));
+}
+
+TEST_F(ClientTest, APingThatFailsIsAFailedConnection)
+{
+    mService.refuse(QStringLiteral("ping"));
+    const Program::Result tResult = mInstallation.run({"list-servers"});
+    EXPECT_EQ(tResult.mErr, failure(mInstallation.path(QStringLiteral("tmp"))));
+    EXPECT_EQ(tResult.mStatus, 1);
+}
+
+namespace {
+
+class WorkerTest : public testing::Test
+{
+protected:
+    WorkerTest() { mInstallation.addProgram(QStringLiteral(STAND_IN), QStringLiteral("vkservice")); }
+
+    Program::Result run(const QByteArray& pBehaviour, const QList<QByteArray>& pArguments)
+    {
+        mInstallation.environment().insert("STAND_IN", pBehaviour);
+        return mInstallation.run(pArguments);
+    }
+    QByteArray story() const { return mInstallation.readFile(QStringLiteral("tmp/worker.log")); }
+
+    Installation mInstallation;
+};
+
+} // namespace
+
+TEST_F(WorkerTest, ServesOneRun)
+{
+    const QByteArray tPath = mInstallation.socketPath(QStringLiteral("own")).toUtf8();
+    const struct
+    {
+        QList<QByteArray> mArguments;
+        QByteArray mOut;
+        QByteArray mStarted;
+    } tCases[] = {
+        {{"show-settings", "-d"}, "Data directory: /srv/kdml\n", "-e -worker"},
+        {{"show-settings", "-d", "--socket=x", "--socket=name"},
+         "Data directory: /srv/kdml\n",
+         "-e -worker -s=name"},
+        {{"list-servers", "--socket", tPath}, "", "-e -worker -s=" + tPath},
+        {{"service-status"},
+         "Automatic updates are enabled but the service is currently not running.\n",
+         "-e -worker"},
+        {{"update", "--no-wait"}, "", "-e -worker"},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mArguments.join(' ').toStdString());
+        QFile::remove(mInstallation.path(QStringLiteral("tmp/worker.log")));
+        const Program::Result tResult = run("slow", tCase.mArguments);
+        EXPECT_TRUE(tCase.mOut.isEmpty() || tResult.mOut == tCase.mOut) << tResult.mOut.toStdString();
+        EXPECT_EQ(tResult.mErr, "");
+        EXPECT_EQ(tResult.mStatus, 0);
+        EXPECT_EQ(story(), "started " + tCase.mStarted + "\nasked to quit\nended\n");
+    }
+}
+
+TEST_F(WorkerTest, IsTerminatedWhenItRefusesToQuit)
+{
+    EXPECT_EQ(run("stubborn", {"show-settings", "-d"}).mStatus, 0);
+    EXPECT_EQ(story(), "started -e -worker\nterminated\n");
+    EXPECT_TRUE(mInstallation.log().contains("Service did not react to quit request, terminating process"));
+}
+
+TEST_F(WorkerTest, ThatDoesNotAnswerAPingIsAFailedConnection)
+{
+    const Program::Result tResult = run("mute", {"show-settings"});
+    EXPECT_EQ(tResult.mErr, failure(mInstallation.path(QStringLiteral("tmp"))));
+    EXPECT_EQ(tResult.mStatus, 1);
+    EXPECT_EQ(story(), "started -e -worker\nterminated\n");
+}
+
+TEST_F(WorkerTest, ThatAnnouncesItsEndIsLeftToIt)
+{
+    const Program::Result tResult = run("leaving", {"update", "--quiet"});
+    EXPECT_EQ(tResult.mErr, "");
+    EXPECT_EQ(tResult.mStatus, 0);
+    const QDeadlineTimer tDeadline(10000);
+    while (!story().contains("ended") && !tDeadline.hasExpired()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_EQ(story(), "started -e -worker\nended\n");
+}
+
+TEST_F(WorkerTest, IsTakenDownByAnInterrupt)
+{
+    mInstallation.environment().insert("STAND_IN", "silent");
+    const std::unique_ptr<Program> tProgram = mInstallation.start({"show-settings", "-s", "-d"});
+    ASSERT_TRUE(tProgram->waitForOutput("Default server"));
+    tProgram->signal(SIGINT);
+    const Program::Result tResult = tProgram->wait();
+    EXPECT_EQ(tResult.mErr, "Failed to query the kdml data directory\n");
+    EXPECT_EQ(tResult.mStatus, 1);
+    EXPECT_EQ(story(), "started -e -worker\nasked to quit\nended\n");
+}
+
+TEST(ConnectionTest, ASocketThatNobodyListensOnIsNoService)
+{
+    const Installation tInstallation;
+    {
+        const ScriptedService tGone(tInstallation.socketPath());
+    }
+    ASSERT_TRUE(QFile::exists(tInstallation.socketPath()));
+    EXPECT_EQ(tInstallation.run({"list-servers"}).mErr, failure(tInstallation.path(QStringLiteral("tmp"))));
+}
+
+TEST(ConnectionTest, AnotherUsersServiceIsNoService)
+{
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root to be somebody else";
+    }
+    const Installation tInstallation;
+    for (const char* tDir : {"", "tmp"}) {
+        QFile::setPermissions(tInstallation.path(QString::fromLatin1(tDir)),
+                              QFile::Permissions(0x7777)); // for everybody
+    }
+    ASSERT_EQ(::seteuid(65534), 0);
+    ScriptedService tService(tInstallation.socketPath());
+    ASSERT_EQ(::seteuid(0), 0);
+    EXPECT_EQ(tInstallation.run({"update-settings", "--password=x"}).mErr,
+              failure(tInstallation.path(QStringLiteral("tmp"))));
+    EXPECT_EQ(text(tService.allCalls()), "");
+}
+
+// Whatever a service says instead of an answer, the call fails and nothing else happens.
+TEST_F(ClientTest, ABrokenServiceFailsTheCall)
+{
+    const QByteArray tDeep = QByteArray(100, '[') + QByteArray(100, ']');
+    const QByteArray tAnswers[] = {
+        "garbage\n",
+        "\xff\xfe\n",
+        "{}\n",
+        "[]\n",
+        R"({"jsonrpc":"2.0","id":999,"result":{"app":"de","data":"en"}})"
+        "\n",
+        R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"no"}})"
+        "\n",
+        R"({"jsonrpc":"2.0","id":2,"result":)" + tDeep + "}\n",
+        R"({"jsonrpc":"2.0","method":5,"params":[]})"
+        "\n",
+        R"({"half a line":)",
+        QByteArray(9 * 1024 * 1024, 'x'),
+        QByteArray(9 * 1024 * 1024, ' ') + '\n',
+        "",
+    };
+    for (const QByteArray& tAnswer : tAnswers) {
+        SCOPED_TRACE(tAnswer.left(80).toStdString());
+        mService.onCall(QStringLiteral("getLanguages"), [&](Peer& pPeer, const QJsonObject&) {
+            pPeer.send(tAnswer);
+            pPeer.hangUp();
+        });
+        const Program::Result tResult = mInstallation.run({"show-settings", "-l"});
+        EXPECT_EQ(tResult.mOut, "Application language:  ()\n");
+        EXPECT_EQ(tResult.mErr, "Failed to query languages.\n");
+    }
+    for (const char* tResult : {"null", "true", "5", R"("de")", "[]", "{}", R"({"app": 5, "data": "en"})"}) {
+        SCOPED_TRACE(tResult);
+        mService.answer(QStringLiteral("getLanguages"), tResult);
+        EXPECT_EQ(mInstallation.run({"show-settings", "-l"}).mErr, "Failed to query languages.\n");
+    }
+}
+
+TEST_F(ClientTest, EventsThatNobodyAskedForDoNoHarm)
+{
+    mService.onCall(QStringLiteral("getKdmlDataDirectory"), [](Peer& pPeer, const QJsonObject&) {
+        pPeer.send(ScriptedService::eventLine(QStringLiteral("serviceStatusChanged"), R"({"status": 0})") +
+                   ScriptedService::eventLine(QStringLiteral("unheardOf"), "{}") +
+                   pPeer.answerLine(R"("/x")"));
+    });
+    const Program::Result tResult = mInstallation.run({"show-settings", "-d"});
+    EXPECT_EQ(tResult.mOut, "Data directory: /x\n");
+    EXPECT_EQ(tResult.mErr, "");
+}

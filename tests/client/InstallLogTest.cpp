@@ -1,0 +1,133 @@
+#include "ClientTest.h"
+
+#include "sqlite/InstallLogStore.h"
+
+#include <QtCore/QDir>
+
+using tarn::vkcore::InstallLogStore;
+using tarn::vkcore::LangString;
+
+namespace {
+
+class InstallLogTest : public testing::Test
+{
+protected:
+    InstallLogTest() : mNow(QDateTime::currentDateTime())
+    {
+        QDir().mkpath(mInstallation.path(QStringLiteral("state")));
+    }
+
+    QString logPath() const
+    {
+        return mInstallation.path(QStringLiteral("state/") + InstallLogStore::fileName());
+    }
+
+    // One entry a name, made at that time.
+    void add(const QDateTime& pDate, const QByteArray& pName, const QByteArray& pStatus = "ok",
+             const QMap<QString, QString>& pReport = {}, const QString& pParent = QString())
+    {
+        ASSERT_TRUE(mStore.openForWriting(logPath()));
+        InstallLogStore::Record tRecord;
+        tRecord.mPackage = QString::fromUtf8(pName);
+        tRecord.mParent = pParent;
+        tRecord.mVersion = QStringLiteral("1.2.3.0");
+        tRecord.mStatus = QString::fromUtf8(pStatus);
+        tRecord.mVersionDate = QDateTime(QDate(2024, 3, 7), QTime(1, 2, 3));
+        tRecord.mTitle = LangString({{QStringLiteral("en"), QString::fromUtf8(pName)}});
+        tRecord.mReport = LangString(pReport);
+        ASSERT_TRUE(mStore.append(QString::fromUtf8(pName), pDate, {tRecord}))
+            << qPrintable(mStore.errorText());
+    }
+
+    QByteArray block(const QDateTime& pDate, const QByteArray& pName, const QByteArray& pStatus = "OK",
+                     const QByteArray& pReport = {}) const
+    {
+        return "Name: " + pName +
+               "\nDate: " + pDate.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")).toUtf8() +
+               "\nVersion: 1.2.3 (2024-03-07)\nStatus: " + pStatus + '\n' +
+               (pReport.isEmpty() ? QByteArray() : "Install report: " + pReport + '\n') + '\n';
+    }
+
+    void expect(const QList<QByteArray>& pOptions, const QByteArray& pOut) const
+    {
+        SCOPED_TRACE(pOptions.join(' ').toStdString());
+        const Program::Result tResult = mInstallation.run(QList<QByteArray>{"install-log"} + pOptions);
+        EXPECT_EQ(tResult.mOut, pOut);
+        EXPECT_EQ(tResult.mErr, "");
+        EXPECT_EQ(tResult.mStatus, 0);
+    }
+
+    void expectFailure(const QList<QByteArray>& pOptions, const QByteArray& pErr) const
+    {
+        const Program::Result tResult = mInstallation.run(QList<QByteArray>{"install-log"} + pOptions);
+        EXPECT_EQ(tResult.mOut, "");
+        EXPECT_EQ(tResult.mErr, pErr);
+        EXPECT_EQ(tResult.mStatus, 1);
+    }
+
+    Installation mInstallation;
+    InstallLogStore mStore;
+    QDateTime mNow;
+};
+
+} // namespace
+
+TEST_F(InstallLogTest, ShowsThePeriodThatIsAskedFor)
+{
+    const QDateTime tHour = mNow.addSecs(-3000);
+    const QDateTime tDay = mNow.addSecs(-20 * 3600);
+    const QDateTime tMonth = mNow.addDays(-20);
+    const QDateTime tOld = mNow.addDays(-40);
+    add(tOld, "old");
+    add(tMonth, "month");
+    add(tDay, "day");
+    add(tHour, "hour");
+    const QByteArray tLastHour = block(tHour, "hour");
+    const QByteArray tLastDay = block(tDay, "day") + tLastHour;
+    const QByteArray tLastMonth = block(tMonth, "month") + tLastDay;
+    const QByteArray tAll = block(tOld, "old") + tLastMonth;
+    expect({}, tLastMonth);
+    expect({"--interval=0d"}, "");
+    expect({"-i1h"}, tLastHour);
+    expect({"-i1d"}, tLastDay);
+    expect({"-i", "1m"}, tLastMonth);
+    expect({"-i1h", "--interval=6w"}, tAll);
+    expect({"-i2147483647m"}, tAll);
+    expect({"-i12345678901d"}, "");
+    expect({"-i596523h"}, tAll); // 68 years
+    expect({"-i596524h"}, "");   // wraps around, into the future
+    expect({"--socket=/nowhere", "-i1h"}, tLastHour);
+}
+
+TEST_F(InstallLogTest, ShowsWhatAnEntrySays)
+{
+    const QDateTime tTime = mNow.addDays(-1);
+    const QString tEn = QStringLiteral("en");
+    add(tTime, "a %1", "child_packages_updated", {{tEn, QStringLiteral("all\nwell %1")}});
+    add(tTime, "b", "warning", {{QStringLiteral("de"), QStringLiteral("nur deutsch")}});
+    add(tTime, "c", "error", {{tEn, QString()}});
+    add(tTime, "d", "odd %2");
+    add(tTime, "e", "OK", {}, QStringLiteral("d"));
+    const QByteArray tTop = block(tTime, "a %1", "OK", "all\nwell %1") +
+                            block(tTime, "b", "Warning", "nur deutsch") + block(tTime, "c", "Error") +
+                            block(tTime, "d", "odd %2");
+    expect({}, tTop);
+    expect({"--all", "-a", "-i2d"}, tTop + block(tTime, "e", "OK"));
+}
+
+TEST_F(InstallLogTest, RefusesWhatIsNoInterval)
+{
+    for (const char* tInterval : {"3x", "d", "login", "-1d", "", "1d ", "1d\n", "1D", "%1"}) {
+        expectFailure({QByteArray("--interval=") + tInterval},
+                      QByteArray("Invalid interval '") + tInterval + "'\n");
+    }
+}
+
+TEST_F(InstallLogTest, ALogThatIsMissingIsEmptyAndADamagedOneAFailure)
+{
+    expect({}, "");
+    mInstallation.writeFile(QStringLiteral("state/") + InstallLogStore::fileName(), QByteArray(5000, 'x'));
+    expectFailure({}, "Could not get installation log.\n");
+    QFile::remove(mInstallation.path(QStringLiteral("lib")));
+    QDir().mkpath(mInstallation.path(QStringLiteral("lib")));
+}

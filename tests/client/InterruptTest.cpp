@@ -1,0 +1,107 @@
+#include "ClientTest.h"
+
+#include <QtCore/QElapsedTimer>
+
+#include <csignal>
+
+namespace {
+
+// A command against a service that never answers one of its calls.
+struct InterruptCase
+{
+    const char* mSilent;
+    QList<QByteArray> mArguments;
+    QByteArray mOut;
+    QByteArray mErr;
+    int mStatus = 1;
+};
+
+// What GoogleTest calls the case.
+std::ostream& operator<<(std::ostream& pStream, const InterruptCase& pCase)
+{
+    return pStream << pCase.mArguments.join(' ').toStdString();
+}
+
+class InterruptTest : public ClientTest, public testing::WithParamInterface<InterruptCase>
+{
+};
+
+const QByteArray sNoConnection = "Connection to the service failed!\nPlease check the permissions of TMP\n";
+const QByteArray sServerLine = "Default server: https://updates.example.org/kdml (username=anna)\n";
+
+const InterruptCase sInterrupts[] = {
+    {"hello", {"list-servers"}, "", sNoConnection},
+    {"ping", {"update"}, "", sNoConnection},
+    {"getKdmlDataDirectory",
+     {"show-settings", "-sd"},
+     sServerLine,
+     "Failed to query the kdml data directory\n"},
+    {"isServiceActive",
+     {"update-settings", "--config-var=a:b"},
+     "",
+     "Failed to set configuration variable 'a'\n"},
+    {"setKdmlDataDirectory", {"update-settings", "-dx"}, "", "Failed to set the kdml data directory\n"},
+    {"reloadConfig", {"update-settings", "-dx"}, "", "Failed to reload the service configuration\n"},
+    {"getScheduleParameters", {"show-schedule-settings"}, "", "Failed to get current schedule parameters.\n"},
+    {"setScheduleParameters", {"update-schedule-settings", "-i1d"}, "", "Failed to update settings.\n"},
+    {"getMonitoringSettings", {"show-monitoring-settings"}, "", "Failed to get monitoring settings\n"},
+    {"setMonitoringSettings",
+     {"update-monitoring-settings", "-e"},
+     "",
+     "Failed to update monitoring settings\n"},
+    {"getServerList", {"list-servers"}, "", "Failed to get server list!\n"},
+    {"addServer", {"add-server", "-a/x"}, "", ""},
+    {"changeServer", {"update-server", "-M1"}, "", ""},
+    {"removeServer", {"remove-server", "-M1"}, "", ""},
+    {"getServiceStatus",
+     {"service-status"}, // a status that can't be had is shown as the fall-back
+     "Last update: \nLast result: All is well\nCurrent status: Idle\n",
+     "",
+     0},
+    {"isVKClientActive", {"update"}, "", "Failed to start update\n"},
+    {"enterMonitorMode", {"update"}, "", ""},
+    {"isVKClientActive", {"update", "--no-wait"}, "", "Failed to start update\n"},
+};
+
+} // namespace
+
+TEST_P(InterruptTest, EndsTheCommandByItsOwnFailurePath)
+{
+    const InterruptCase& tCase = GetParam();
+    mService.ignore(QString::fromLatin1(tCase.mSilent));
+    const std::unique_ptr<Program> tProgram = mInstallation.start(tCase.mArguments);
+    ASSERT_TRUE(mService.waitForCall(QString::fromLatin1(tCase.mSilent)));
+    QElapsedTimer tTimer;
+    tTimer.start();
+    tProgram->signal(SIGINT);
+    const Program::Result tResult = tProgram->wait();
+    EXPECT_LT(tTimer.elapsed(), 2000); // a second, and another one for a busy machine
+    EXPECT_EQ(tResult.mOut, tCase.mOut);
+    EXPECT_EQ(tResult.mErr,
+              QByteArray(tCase.mErr).replace("TMP", mInstallation.path(QStringLiteral("tmp")).toUtf8()));
+    EXPECT_EQ(tResult.mStatus, tCase.mStatus);
+    EXPECT_TRUE(mInstallation.log().contains("Current operation was canceled"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, InterruptTest, testing::ValuesIn(sInterrupts),
+                         [](const testing::TestParamInfo<InterruptCase>& pInfo) {
+                             return std::to_string(pInfo.index) + "_" + pInfo.param.mSilent;
+                         });
+
+// Nothing answers at all, not even the monitor connection that comes behind the interrupted call.
+TEST_F(ClientTest, AnUpdateIsInterruptedWhenTheWholeServiceHangs)
+{
+    mService.onCall(QStringLiteral("isVKClientActive"), [this](ScriptedService::Peer&, const QJsonObject&) {
+        mService.ignore(QStringLiteral("hello"));
+        mService.ignore(QStringLiteral("enterMonitorMode"));
+    });
+    const std::unique_ptr<Program> tProgram = mInstallation.start({"update"});
+    ASSERT_TRUE(mService.waitForCall(QStringLiteral("isVKClientActive")));
+    QElapsedTimer tTimer;
+    tTimer.start();
+    tProgram->signal(SIGINT);
+    const Program::Result tResult = tProgram->wait();
+    EXPECT_LT(tTimer.elapsed(), 2000);
+    EXPECT_EQ(tResult.mErr, "");
+    EXPECT_EQ(tResult.mStatus, 1);
+}

@@ -1,0 +1,80 @@
+// Takes the place of the service executable where rkm starts it as its worker. The variable STAND_IN
+// says how it behaves, and worker.log beside its socket tells what happened to it.
+
+#include "ScriptedService.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+#include <unistd.h>
+
+using Peer = ScriptedService::Peer;
+
+static std::atomic<bool> sQuit = false;
+static volatile std::sig_atomic_t sTerminated = 0;
+
+static void note(const QString& pText)
+{
+    QFile tLog(QDir::tempPath() + QStringLiteral("/worker.log"));
+    if (tLog.open(QIODevice::Append)) {
+        tLog.write(pText.toUtf8() + '\n');
+    }
+}
+
+static void pause(int pMs)
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(pMs));
+}
+
+int main(int argc, char** argv)
+{
+    const QByteArray tBehaviour = qgetenv("STAND_IN");
+    QStringList tArguments;
+    QString tName = QStringLiteral("vkservice");
+    for (int i = 1; i < argc; ++i) {
+        tArguments.append(QString::fromLocal8Bit(argv[i]));
+        if (tArguments.last().startsWith(QStringLiteral("-s="))) {
+            tName = tArguments.last().mid(3);
+        }
+    }
+    note(QStringLiteral("started ") + tArguments.join(u' '));
+    std::signal(SIGINT, SIG_IGN);
+    std::signal(SIGTERM, [](int) { sTerminated = 1; });
+    if (tBehaviour == "slow") {
+        pause(400);
+    }
+
+    ScriptedService tService(QDir(QDir::tempPath()).absoluteFilePath(tName));
+    tService.onCall(QStringLiteral("quitService"), [](Peer& pPeer, const QJsonObject&) {
+        note(QStringLiteral("asked to quit"));
+        pPeer.reply("true");
+        sQuit = true;
+    });
+    if (tBehaviour == "stubborn") {
+        tService.refuse(QStringLiteral("quitService"));
+    } else if (tBehaviour == "mute") {
+        tService.refuse(QStringLiteral("ping"));
+    } else if (tBehaviour == "silent") {
+        tService.ignore(QStringLiteral("getKdmlDataDirectory"));
+    } else if (tBehaviour == "leaving") {
+        tService.onCall(QStringLiteral("triggerUpdate"), [&tService](Peer& pPeer, const QJsonObject&) {
+            pPeer.reply("true");
+            tService.sendEvent(QStringLiteral("quitRequestReceived"), "{}");
+            sQuit = true;
+        });
+    }
+    const pid_t tParent = ::getppid();
+    while (!sQuit && sTerminated == 0 && ::getppid() == tParent) {
+        pause(5);
+    }
+    if (tBehaviour == "leaving") {
+        pause(500);
+    }
+    note(sTerminated != 0 ? QStringLiteral("terminated") : QStringLiteral("ended"));
+    return 0;
+}

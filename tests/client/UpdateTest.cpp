@@ -1,0 +1,342 @@
+#include "ClientTest.h"
+
+#include <csignal>
+
+using Peer = ScriptedService::Peer;
+
+static const QByteArray sClear = "\x1b[1G\x1b[K";
+static const QByteArray sFinished = "Update finished: All is well\n";
+static const QByteArray sWarning = "Aborting the installation process can lead to inconsistent "
+                                   "installations. If you want to abort the update "
+                                   "anyway, please press Ctrl-C again.\n";
+static const QByteArray sAborting = "Aborting update ...\n";
+static const QByteArray sStatus = R"(getScheduleParameters
+getLastServiceResult {"thisSession":false}
+getLastServiceResultStr {"thisSession":false}
+getConfigValue {"default":null,"name":"service.lastRun"}
+getServiceStatus
+getServiceProgress)";
+
+static QByteArray progress(const QByteArray& pActivity, const QByteArray& pDone, const QByteArray& pTotal)
+{
+    return R"({"activity": )" + pActivity +
+           R"(, "cancelable": true, "text": "x", "bytesDone": 1, "bytesTotal": 2,
+        "done": )" +
+           pDone + R"(, "total": )" + pTotal + R"(, "package": 1, "packageCount": 1, "failedCount": 0})";
+}
+
+TEST(ServiceStatusTest, SaysWhatTheServiceDoes)
+{
+    const QByteArray tHead = "Last update: 2024-03-07 02:15:00\nLast result: All is well\nCurrent status: ";
+    const Script tLastRun = answers("getConfigValue", R"("20240307021500")");
+    const auto tShows = [&](const QByteArray& pState, const QByteArray& pProgress, const QByteArray& pOut) {
+        return ok({"service-status"}, tHead + pOut, sStatus.split('\n'),
+                  {tLastRun, answers("getServiceStatus", pState), answers("getServiceProgress", pProgress)});
+    };
+    const auto tPercent = [&](const QByteArray& pDone, const QByteArray& pTotal, const QByteArray& pPercent) {
+        return tShows("2", progress("5", pDone, pTotal),
+                      "Update is in progress\nCurrent progress: Installing updates (" + pPercent +
+                          "% complete)\n");
+    };
+    check({
+        tShows("0", progress("0", "1", "2"), "Idle\n"),
+        tShows("1", progress("7", "1", "2"), "Updates are currently suppressed\n"),
+        tShows("2", progress("1", "1", "2"),
+               "Update is in progress\nCurrent progress: Downloading updates (50% complete)\n"),
+        tShows("3", progress("2", "1", "4"),
+               "Process is being aborted\nCurrent progress: Verifying updates (25% complete)\n"),
+        tShows("4", progress("3", "1", "2"),
+               "An error occurred during the last update\n"
+               "Current progress: Waiting for Tavo applications to be closed.\n"),
+        tShows("5", progress("4", "0", "2"), "\nCurrent progress: Preparing installation (0% complete)\n"),
+        tShows("-1", progress("6", "2", "2"),
+               "\nCurrent progress: Removing obsolete files (100% complete)\n"),
+        tPercent("999", "1000", "99"),
+        tPercent("5", "0", "0"),
+        tPercent("5", "-1", "0"),
+        tPercent("3", "2", "150"),
+        tPercent("-1", "2", "-50"),
+        tPercent("9007199254740991", "1", "2147483647"),
+        ok({"service-status"}, tHead + "Idle\n", sStatus.split('\n'),
+           {tLastRun, refuses("getServiceProgress")}),
+    });
+}
+
+TEST(ServiceStatusTest, SaysWhenTheServiceRan)
+{
+    const auto tShows = [](const QByteArray& pResult, const QByteArray& pLastRun, const QByteArray& pText) {
+        QList<QByteArray> tCalls = sStatus.split('\n');
+        if (pText == "never") {
+            tCalls.removeAt(3);
+        }
+        return ok({"service-status"},
+                  "Last update: " + pText + "\nLast result: %1 ok\nCurrent status: Idle\n", tCalls,
+                  {answers("getLastServiceResult", pResult), answers("getConfigValue", pLastRun),
+                   answers("getLastServiceResultStr", R"("%1 ok")")});
+    };
+    check({
+        tShows("0", R"("20240307021500")", "never"),
+        tShows("256", R"("20240307021500")", "never"),
+        tShows("7", R"("20240307021500")", "2024-03-07 02:15:00"),
+        tShows("1", R"("")", ""),
+        tShows("1", R"("2024-03-07 02:15:00")", ""),
+        fails({"service-status"}, "Failed to get current schedule parameters.\n", {"getScheduleParameters"},
+              {refuses("getScheduleParameters")}),
+    });
+    for (const char* tMode : {"0", "1", "3"}) {
+        checkCase(
+            ok({"service-status"}, "Automatic updates are not enabled.\n", {"getScheduleParameters"},
+               {answers("getScheduleParameters", QByteArray(R"({"mode": )") + tMode +
+                                                     R"(, "flags": 0, "nextCheck": null, "periodCount": 1,
+                                                               "unit": 1, "extra": null})")}));
+    }
+}
+
+// What the service does when the update is triggered; events come before its answer, and all of
+// them are on their way before rkm can wait for any.
+static Script onTrigger(const QList<QByteArray>& pEvents)
+{
+    return [=](ScriptedService& pService) {
+        pService.onCall(
+            QStringLiteral("triggerUpdate"), [&pService, pEvents](Peer& pPeer, const QJsonObject&) {
+                for (const QByteArray& tEvent : pEvents) {
+                    const QList<QByteArray> tParts = tEvent.split(' ');
+                    pService.sendEvent(QString::fromUtf8(tParts[0]), tEvent.mid(tParts[0].size() + 1));
+                }
+                pPeer.reply("true");
+            });
+    };
+}
+
+static QByteArray state(int pState)
+{
+    return R"(serviceStatusChanged {"status": )" + QByteArray::number(pState) + "}";
+}
+
+static QByteArray message(const char* pEvent, int pType, const QByteArray& pText, const QByteArray& pDetails)
+{
+    return pEvent + (R"( {"type": )" + QByteArray::number(pType)) + R"(, "text": ")" + pText +
+           R"(", "details": ")" + pDetails + R"("})";
+}
+
+static const QList<QByteArray> sWaits{"isVKClientActive", "enterMonitorMode",
+                                      R"(triggerUpdate {"manual":true})"};
+static const QList<QByteArray> sWaitsAndAsks =
+    sWaits + QList<QByteArray>{R"(getLastServiceResultStr {"thisSession":true})",
+                               R"(getLastServiceResult {"thisSession":true})"};
+
+TEST(UpdateTest, FailsWhereItCanNotStart)
+{
+    const QByteArray tWizard = "Cannot perform an update while the wizard is active.\n";
+    check({
+        fails({"update"}, tWizard, {"isVKClientActive"},
+              {answers("isVKClientActive", "true"), answers("isServiceActive", "true")}),
+        fails({"update", "--no-wait"}, tWizard, {"isVKClientActive"}, {answers("isVKClientActive", "true")}),
+        fails({"update"}, "", sWaits.mid(0, 2), {refuses("enterMonitorMode")}),
+        fails({"update"}, "", sWaits.mid(0, 2), {answers("enterMonitorMode", "false")}),
+        fails({"update"}, "Failed to start update\n", sWaits, {refuses("triggerUpdate")}),
+        fails({"update", "--no-wait"}, "Failed to start update\n", {sWaits[0], sWaits[2]},
+              {answers("triggerUpdate", "false")}),
+        ok({"update", "--no-wait", "-q"}, "", {sWaits[0], sWaits[2]}),
+    });
+}
+
+TEST(UpdateTest, EndsWithTheResultOfTheService)
+{
+    const struct
+    {
+        const char* mResult;
+        int mStatus;
+    } tResults[] = {{"1", 0}, {"257", 0}, {"0", 100}, {"256", 100}, {"2", 102}, {"10", 110}, {"155", 255}};
+    for (const auto& tResult : tResults) {
+        check({Case({"update"}, sClear + "Update finished: %1 done\n", "", tResult.mStatus, sWaitsAndAsks,
+                    {onTrigger({state(0)}), answers("getLastServiceResult", tResult.mResult),
+                     answers("getLastServiceResultStr", R"("%1 done")")})});
+    }
+}
+
+// A run that has nothing to do is over before rkm waits for its end.
+TEST(UpdateTest, ARunThatEndsAtOnceIsNotWaitedForForever)
+{
+    const auto tEndsWithMonitorAnswer = [](ScriptedService& pService) {
+        pService.onCall(QStringLiteral("enterMonitorMode"), [](Peer& pPeer, const QJsonObject&) {
+            pPeer.send(
+                pPeer.answerLine("true") +
+                ScriptedService::eventLine(QStringLiteral("serviceStatusChanged"), R"({"status": 0})"));
+        });
+    };
+    const auto tEndsBehindAnswer = [](ScriptedService& pService) {
+        pService.onCall(QStringLiteral("triggerUpdate"), [&pService](Peer& pPeer, const QJsonObject&) {
+            pPeer.reply("true");
+            pService.sendEvent(QStringLiteral("serviceStatusChanged"), R"({"status": 0})");
+        });
+    };
+    check({
+        ok({"update"}, sClear + sFinished, sWaitsAndAsks, {onTrigger({state(2), state(0)})}),
+        ok({"update"}, sClear + sFinished, sWaitsAndAsks, {tEndsBehindAnswer}),
+        ok({"update"}, sClear + sFinished, sWaitsAndAsks, {tEndsWithMonitorAnswer}),
+        ok({"update"}, sClear + sFinished, sWaitsAndAsks, {onTrigger({state(1)})}),
+        ok({"update"}, sClear + sFinished, sWaitsAndAsks,
+           {onTrigger({state(2), state(3), state(9), state(-1), state(4)})}),
+        ok({"update", "--quiet"}, sClear + "Update started" + sClear + sFinished, sWaitsAndAsks,
+           {onTrigger({state(0)})}),
+    });
+}
+
+TEST(UpdateTest, PrintsTheMessagesOfTheService)
+{
+    const char* const tNote = "serviceNotificationReceived";
+    const QByteArray tOut = sClear + "Error: %1 zero\n\n\n" + sClear +
+                            "Warning: one\nDetails:\nwhy\nso\n\n\n" + sClear + "Information: zwei ü\n\n\n" +
+                            sClear + "Information: \nDetails:\nd\n\n\n" + sClear + sFinished;
+    checkCase(ok({"update"}, tOut, sWaitsAndAsks,
+                 {onTrigger({message(tNote, 0, "%1 zero", ""), message(tNote, 1, "one", "why\\nso"),
+                             message("serviceErrorReceived", 2, "zwei ü", ""), message(tNote, 4, "", "d"),
+                             state(4)})}));
+}
+
+TEST(UpdateTest, TellsALostLinkFromAnOrderlyEnd)
+{
+    const QByteArray tLost = "Lost connection to the service\n";
+    const auto tHangsUp = [](bool pMonitorsOnly, bool pAnnounced) {
+        return [=](ScriptedService& pService) {
+            pService.onCall(QStringLiteral("triggerUpdate"),
+                            [&pService, pMonitorsOnly, pAnnounced](Peer& pPeer, const QJsonObject&) {
+                                pPeer.reply("true");
+                                if (pAnnounced) {
+                                    pService.sendEvent(QStringLiteral("quitRequestReceived"), "{}");
+                                }
+                                pService.hangUp(pMonitorsOnly);
+                            });
+        };
+    };
+    check({
+        ok({"update"}, sClear, sWaits, {onTrigger({"quitRequestReceived {}"})}),
+        Case({"update"}, sClear, tLost, 1, sWaits, {tHangsUp(false, false)}),
+        Case({"update"}, sClear, tLost, 1, sWaits, {tHangsUp(false, true)}),
+        ok({"update"}, sClear + sFinished, sWaitsAndAsks, {tHangsUp(true, false)}),
+        ok({"update"}, sClear, sWaits, {tHangsUp(true, true)}),
+    });
+}
+
+TEST_F(ClientTest, TheProgressLineIsRewrittenAndGivesWayToMessages)
+{
+    mService.answer(QStringLiteral("getServiceProgress"), progress("1", "1", "3"));
+    const std::unique_ptr<Program> tProgram = mInstallation.start({"update"}, Program::Console::Terminal);
+    ASSERT_TRUE(tProgram->waitForOutput("(33% complete)"));
+    mService.answer(QStringLiteral("getServiceProgress"), progress("5", "2", "3"));
+    mService.sendEvent(QStringLiteral("serviceNotificationReceived"),
+                       R"({"type": 4, "text": "hm", "details": ""})");
+    ASSERT_TRUE(tProgram->waitForOutput("(66% complete)"));
+    mService.refuse(QStringLiteral("getServiceProgress")); // blanks the line
+    ASSERT_TRUE(mService.waitForCall(QStringLiteral("getServiceProgress"), 3));
+    mService.sendEvent(QStringLiteral("serviceStatusChanged"), R"({"status": 0})");
+    EXPECT_EQ(tProgram->wait().mOut, sClear + "Downloading updates (33% complete)" + sClear +
+                                         "Information: hm\n\n\n" + sClear +
+                                         "Installing updates (66% complete)" + sClear + sClear + sFinished);
+}
+
+namespace {
+
+// An update that is under way, followed in silence.
+class CancelTest : public ClientTest, public testing::WithParamInterface<int>
+{
+protected:
+    void start(int pActivity)
+    {
+        onTrigger({R"(serviceActivityChanged {"activity": )" + QByteArray::number(pActivity) + "}",
+                   message("serviceNotificationReceived", 4, "under way", "")})(mService);
+        mProgram = mInstallation.start({"update", "--quiet"});
+        // Once the message is out the activity before it has been heard.
+        ASSERT_TRUE(mProgram->waitForOutput("under way\n\n\n"));
+        mSoFar = mProgram->output();
+    }
+
+    void end(int pResult)
+    {
+        mService.answer(QStringLiteral("getLastServiceResult"), QByteArray::number(pResult));
+        mService.sendEvent(QStringLiteral("serviceStatusChanged"), R"({"status": 3})");
+        mService.sendEvent(QStringLiteral("serviceStatusChanged"), R"({"status": 0})");
+    }
+
+    void expectEnd(const QByteArray& pOut, const QByteArray& pErr, int pStatus)
+    {
+        const Program::Result tResult = mProgram->wait();
+        EXPECT_EQ(tResult.mOut, mSoFar + pOut);
+        EXPECT_EQ(tResult.mErr, pErr);
+        EXPECT_EQ(tResult.mStatus, pStatus);
+    }
+
+    std::unique_ptr<Program> mProgram;
+    QByteArray mSoFar;
+};
+
+} // namespace
+
+TEST_P(CancelTest, AnInterruptAbortsAtOnceOnlyWhereThatIsSafe)
+{
+    const int tActivity = GetParam();
+    const bool tSafe = tActivity == 1 || tActivity == 2 || tActivity == 4;
+    start(tActivity);
+    mProgram->signal(SIGINT);
+    if (!tSafe) {
+        ASSERT_TRUE(mProgram->waitForOutput(sWarning));
+        EXPECT_FALSE(mService.calls().contains(QStringLiteral("abortUpdate")));
+        mProgram->signal(SIGINT);
+    }
+    ASSERT_TRUE(mService.waitForCall(QStringLiteral("abortUpdate")));
+    end(4);
+    expectEnd((tSafe ? QByteArray() : sClear + sWarning) + sClear + sAborting + sClear + sFinished, "", 104);
+    EXPECT_TRUE(mInstallation.log().contains("Update was canceled (activity  = "));
+}
+
+INSTANTIATE_TEST_SUITE_P(Activities, CancelTest, testing::Range(0, 8));
+
+TEST_F(CancelTest, AForcedRequestAsksNobody)
+{
+    for (const int tSignal : {SIGTERM, SIGHUP}) {
+        start(5);
+        mProgram->signal(tSignal);
+        ASSERT_TRUE(mService.waitForCall(QStringLiteral("abortUpdate"), tSignal == SIGTERM ? 1 : 2));
+        end(4);
+        expectEnd(sClear + sAborting + sClear + sFinished, "", 104);
+    }
+}
+
+TEST_F(CancelTest, EveryFurtherInterruptAbortsAgain)
+{
+    start(1);
+    mProgram->signal(SIGINT);
+    ASSERT_TRUE(mService.waitForCall(QStringLiteral("abortUpdate")));
+    mProgram->signal(SIGINT);
+    ASSERT_TRUE(mService.waitForCall(QStringLiteral("abortUpdate"), 2));
+    end(1);
+    expectEnd(sClear + sAborting + sClear + sAborting + sClear + sFinished, "", 0);
+}
+
+TEST_F(CancelTest, AServiceThatRefusesToAbortIsLeft)
+{
+    mService.refuse(QStringLiteral("abortUpdate"));
+    start(1);
+    mProgram->signal(SIGINT);
+    ASSERT_TRUE(mService.waitForCall(QStringLiteral("abortUpdate")));
+    // The run goes on and comes to its end, which is heard all the same.
+    ASSERT_TRUE(mService.waitForHangUp());
+    end(1);
+    expectEnd(sClear + sAborting + sClear, "Lost connection to the service\n", 1);
+    EXPECT_FALSE(mService.calls().contains(QStringLiteral("quitService")));
+}
+
+// On a terminal Ctrl-C reaches all that runs there, and the progress line is in the way.
+TEST_F(ClientTest, CtrlCOnATerminalWarnsOnALineOfItsOwn)
+{
+    mService.answer(QStringLiteral("getServiceProgress"), progress("5", "1", "2"));
+    const std::unique_ptr<Program> tProgram = mInstallation.start({"update"}, Program::Console::Terminal);
+    ASSERT_TRUE(tProgram->waitForOutput("(50% complete)"));
+    tProgram->write("\x03");
+    ASSERT_TRUE(tProgram->waitForOutput(sClear + sWarning));
+    tProgram->write("\x03");
+    ASSERT_TRUE(tProgram->waitForOutput(sClear + sAborting));
+    mService.sendEvent(QStringLiteral("serviceStatusChanged"), R"({"status": 0})");
+    EXPECT_TRUE(tProgram->wait().mOut.endsWith(sClear + sFinished));
+}

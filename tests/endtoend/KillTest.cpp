@@ -1,0 +1,75 @@
+#include "Machine.h"
+
+#include <gtest/gtest.h>
+
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QThread>
+
+#include <random>
+
+namespace {
+
+int rounds()
+{
+    const int tWanted = qEnvironmentVariableIntValue("RKM_KILL_ROUNDS");
+    return tWanted > 0 ? tWanted : 50;
+}
+
+} // namespace
+
+// The service is killed at a moment of an update that chance chooses. The packages are the old ones or the
+// new ones, all of them alike and each file whole, and the next run brings the new ones.
+TEST(Kill, AtAnyMomentLeavesTheOldOrTheNewPackagesWhole)
+{
+    const unsigned tSeed = std::random_device()();
+    SCOPED_TRACE(::testing::Message() << "seed " << tSeed);
+    std::mt19937 tRandom(tSeed);
+    const QList<QString> tPackages{QStringLiteral("viewer"), QStringLiteral("planner"),
+                                   QStringLiteral("charts")};
+
+    Machine tMachine;
+    const auto tPublish = [&](const QString& pVersion) {
+        for (const QString& tPackage : tPackages) {
+            const bool tData = tPackage == QLatin1String("charts");
+            tMachine.add(tPackage, pVersion, {"--kind", tData ? "data" : "application"},
+                         Machine::files(tPackage, pVersion, 40));
+        }
+        tMachine.publish();
+    };
+    tPublish(QStringLiteral("1"));
+    QElapsedTimer tTimer;
+    tTimer.start();
+    ASSERT_EQ(tMachine.rkm({"update"}).mStatus, 0);
+    // The run itself is only the middle part of the command.
+    std::uniform_int_distribution<qint64> tMoment(0, tTimer.nsecsElapsed() / 1000 / 3);
+
+    int tOld = 0;
+    int tNew = 0;
+    for (int tRound = 2; tRound < rounds() + 2; ++tRound) {
+        const QString tVersion = QString::number(tRound);
+        const QString tLast = QString::number(tRound - 1);
+        tPublish(tVersion);
+        const auto tService = tMachine.startService();
+        ASSERT_EQ(tMachine.rkm({"update", "--no-wait"}).mStatus, 0);
+        QThread::usleep(static_cast<unsigned long>(tMoment(tRandom)));
+        tService->signal(SIGKILL);
+        tService->wait();
+
+        const QString tFound = tMachine.installedVersion(tPackages.first());
+        ASSERT_TRUE(tFound == tVersion || tFound == tLast)
+            << "round " << tRound << ": " << tFound.toStdString();
+        (tFound == tVersion ? tNew : tOld) += 1;
+        for (const QString& tPackage : tPackages) {
+            ASSERT_EQ(tMachine.installedVersion(tPackage), tFound) << "round " << tRound;
+        }
+        const Program::Result tResult = tMachine.rkm({"update"});
+        ASSERT_EQ(tResult.mStatus, 0) << "round " << tRound << ": " << tResult.mOut.toStdString();
+        for (const QString& tPackage : tPackages) {
+            ASSERT_EQ(tMachine.installedVersion(tPackage), tVersion) << "round " << tRound;
+        }
+    }
+    std::printf("%d rounds: %d times the old packages, %d times the new ones\n", rounds(), tOld, tNew);
+    const QByteArray tLog = tMachine.rkm({"install-log", "--all"}).mOut;
+    EXPECT_EQ(tLog.count("Status: OK\n"), (rounds() + 1) * tPackages.size())
+        << "an installation is missing in the log";
+}

@@ -1,0 +1,105 @@
+#include "Machine.h"
+
+#include <gtest/gtest.h>
+
+// What one command sets the next one shows, also when the service was killed in between.
+
+namespace {
+
+struct RoundTrip
+{
+    const char* mName;
+    QList<QByteArray> mSet;
+    QList<QByteArray> mShow;
+    QByteArray mExpected; // a part of what is shown
+};
+
+const RoundTrip sRoundTrips[] = {
+    {"DefaultServer",
+     {"update-settings", "--server=https://updates.example/a b", "--user=ann", "--password=secret"},
+     {"show-settings", "--server"},
+     "Default server: https://updates.example/a%20b (username=ann)\n"},
+    {"Proxy",
+     {"update-settings", "--proxy-mode=manual", "--proxy=proxy.example:3128", "--proxy-user=bob",
+      "--proxy-password=secret"},
+     {"show-settings", "--proxy"},
+     "Proxy: proxy.example:3128 (username=bob)\n"},
+    {"DataDirectory",
+     {"update-settings", "--data-dir=/srv/charts"},
+     {"show-settings", "--data-dir"},
+     "Data directory: /srv/charts\n"},
+    {"ApplicationLanguage",
+     {"update-settings", "--app-language=de"},
+     {"show-settings", "--app-language"},
+     "Application language: Deutsch (de)\n"},
+    {"DataLanguage",
+     {"update-settings", "--data-language=de"},
+     {"show-settings", "--data-language"},
+     "Data language: Deutsch (de)\n"},
+    {"Variable",
+     {"update-settings", "--config-var=site.note:a: 100% \xc3\xa4"},
+     {"show-settings", "--config-var=site.note"},
+     "site.note: a: 100% \xc3\xa4\n"},
+    {"Schedule",
+     {"update-schedule-settings", "--mode=automatic", "--interval=3d", "--next-update=2999-12-31 01:02:03"},
+     {"show-schedule-settings"},
+     "Automatic installation mode: Automatic updates\nUpdate period: 3 day(s)\n"
+     "Next scheduled check: 2999-12-31 01:02:03\n"},
+    {"Monitoring",
+     {"update-monitoring-settings", "--event-mails", "--send-on-overdue", "--summary-interval=30",
+      "--overdue-tolerance=4", "--computer-name=desk 7", "--addresses=A@example.org, b@example.org"},
+     {"show-monitoring-settings"},
+     "An update is considered overdue after 4 day(s)\n\nComputer name: desk 7\n\n"
+     "Notification e-mail addresses:\n  A@example.org (not verified)\n  b@example.org (not verified)\n"},
+    {"NewServer",
+     {"add-server", "--name=mirror", "--address=/srv/mirror", "--user=eve", "--password=secret", "--enable"},
+     {"list-servers"},
+     "2) mirror\n    Address: /srv/mirror\n    Username: eve\n    Enabled: yes\n    Default server: no\n\n"},
+    {"ChangedServer",
+     {"update-server", "--match-index=1", "--name=main", "--disable"},
+     {"list-servers"},
+     "1) main\n"},
+};
+
+class Settings : public ::testing::TestWithParam<RoundTrip>
+{
+};
+
+TEST_P(Settings, OutliveAKilledService)
+{
+    Machine tMachine;
+    const auto tService = tMachine.startService();
+    const Program::Result tSet = tMachine.rkm(GetParam().mSet);
+    ASSERT_EQ(tSet.mStatus, 0) << tSet.mErr.toStdString();
+    tService->signal(SIGKILL);
+    tService->wait();
+
+    const Program::Result tShown = tMachine.rkm(GetParam().mShow);
+    EXPECT_EQ(tShown.mStatus, 0) << tShown.mErr.toStdString();
+    EXPECT_TRUE(tShown.mOut.contains(GetParam().mExpected)) << tShown.mOut.toStdString();
+    EXPECT_FALSE(tShown.mOut.contains("secret"));
+    EXPECT_FALSE(tMachine.installation().readFile(QStringLiteral("log/vkservice.log")).contains("secret"));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Settings, ::testing::ValuesIn(sRoundTrips),
+                         [](const auto& pInfo) { return pInfo.param.mName; });
+
+} // namespace
+
+TEST(Servers, TheListAndTheDefaultServerAreOneThing)
+{
+    Machine tMachine;
+    const auto tService = tMachine.startService();
+    ASSERT_EQ(
+        tMachine.rkm({"add-server", "-n", "mirror", "-a", "https://mirror.example/", "-u", "ann", "-e", "-d"})
+            .mStatus,
+        0);
+    EXPECT_EQ(tMachine.rkm({"show-settings", "-s"}).mOut,
+              "Default server: https://mirror.example/ (username=ann)\n");
+    const QByteArray tList = tMachine.rkm({"list-servers"}).mOut;
+    EXPECT_EQ(tList.count("Default server: yes"), 1) << tList.toStdString();
+
+    ASSERT_EQ(tMachine.rkm({"remove-server", "-m", "mirror"}).mStatus, 0);
+    EXPECT_EQ(tMachine.rkm({"show-settings", "-s"}).mOut, "Default server:  (username=)\n");
+    EXPECT_EQ(tMachine.rkm({"list-servers"}).mOut.count("Default server: no"), 1);
+}

@@ -1,0 +1,192 @@
+"""The completions offer what the command tables have, in the shells themselves, and never wait or start a service."""
+import os
+import pty
+import re
+import select
+import socket
+import subprocess
+import tempfile
+import time
+import unittest
+
+from support import BIN, SHARE, StandIn, options_by_command, run
+
+BASH_FILE = os.path.join(SHARE, "bash-completion/completions/rkm")
+FISH_FILE = os.path.join(SHARE, "fish/vendor_completions.d/rkm.fish")
+ZSH_FOLDER = os.path.join(SHARE, "zsh/vendor-completions")
+RKM = os.path.join(BIN, "rkm")
+
+BASH_CALL = """
+compopt() { :; }
+source "$1"
+shift
+COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
+_rkm
+[ ${#COMPREPLY[@]} -eq 0 ] || printf '%s\\n' "${COMPREPLY[@]}"
+"""
+
+
+class Folder(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.environment = {
+            "HOME": self.folder,
+            "TMPDIR": self.folder,
+            "PATH": BIN + ":/usr/bin:/bin",
+            "LC_ALL": "C.UTF-8",
+            "XDG_CONFIG_HOME": self.folder + "/config",
+            "XDG_STATE_HOME": self.folder + "/state",
+        }
+
+    def bash(self, *words):
+        return run("bash", "--norc", "-c", BASH_CALL, "bash", BASH_FILE, *words, env=self.environment).splitlines()
+
+    def fish(self, line):
+        out = run("fish", "--no-config", "-c", 'source $argv[1]; complete -C "$argv[2]"', FISH_FILE, line,
+                  env=self.environment)
+        return [row.split("\t")[0] for row in out.splitlines()]
+
+
+class Tables(Folder):
+    def test_bash_and_fish_offer_every_command(self):
+        commands = list(options_by_command())
+        self.assertEqual(self.bash("rkm", "")[: len(commands)], commands)
+        self.assertEqual(set(self.fish("rkm ")), set(commands))
+
+    def test_bash_and_fish_offer_every_option_of_each_command(self):
+        for command, options in options_by_command().items():
+            with self.subTest(command=command):
+                long = {"--" + option.long for option in options}
+                short = {"-" + option.short for option in options if option.short}
+                self.assertEqual(set(self.bash("rkm", command, "")), long | short)
+                offered = {word.split("=")[0] for word in self.fish(f"rkm {command} --")}
+                self.assertEqual(offered, long)
+
+    def test_zsh_has_every_option_of_each_command(self):
+        with open(os.path.join(ZSH_FOLDER, "_rkm"), encoding="utf-8") as file:
+            text = file.read()
+        run("zsh", "-f", "-n", os.path.join(ZSH_FOLDER, "_rkm"))
+        for command, options in options_by_command().items():
+            block = re.search(rf"(?ms)^ +{command}\) options=\($(.*?)^ +\) ;;$", text).group(1)
+            found = set(re.findall(r"(?m)^ +'\*(-[^\[=+]+)", block))
+            wanted = {"--" + o.long for o in options} | {"-" + o.short for o in options if o.short}
+            self.assertEqual(found, wanted, command)
+
+
+class Typing(Folder):
+    def test_words_in_bash(self):
+        os.mkdir(os.path.join(self.folder, "data"))
+        cases = [
+            (["rkm", "sh"], ["show-settings", "show-schedule-settings", "show-monitoring-settings"]),
+            (["rkm", "update-settings", "--proxy-"], ["--proxy-mode", "--proxy-user", "--proxy-password"]),
+            (["rkm", "update-settings", "--proxy-mode", "="], ["os", "manual"]),
+            (["rkm", "update-settings", "--proxy-mode", "=", "m"], ["manual"]),
+            (["rkm", "update-settings", "--proxy-mode", ""], ["os", "manual"]),
+            (["rkm", "update-schedule-settings", "-m", "a"], ["automatic"]),
+            (["rkm", "show-settings", "--server", ""], None),
+            (["rkm", "update-settings", "--data-dir", self.folder + "/d"], [self.folder + "/data"]),
+            (["rkm", "update-settings", "--user", ""], []),
+            (["rkm", "no-such-command", ""], []),
+        ]
+        for words, wanted in cases:
+            with self.subTest(words=words):
+                offered = self.bash(*words)
+                if wanted is None:
+                    self.assertIn("--proxy", offered)
+                else:
+                    self.assertEqual(offered, wanted)
+
+    def test_words_in_fish(self):
+        self.assertEqual(self.fish("rkm update-settings --proxy-mode="), ["--proxy-mode=manual", "--proxy-mode=os"])
+        self.assertEqual(self.fish("rkm update-schedule-settings -m a"), ["automatic"])
+        self.assertEqual(self.fish("rkm update --q"), ["--quiet"])
+
+    def test_words_in_zsh(self):
+        self.assertEqual(self.zsh("rkm update-sch"), "rkm update-schedule-settings ")
+        self.assertEqual(self.zsh("rkm update --qu"), "rkm update --quiet ")
+        self.assertEqual(self.zsh("rkm update-schedule-settings --mode=au"),
+                         "rkm update-schedule-settings --mode=automatic ")
+
+    def zsh(self, typed):
+        """The command line after a tab, in an interactive shell on a terminal of its own."""
+        result = os.path.join(self.folder, "line")
+        script = (f"fpath=({ZSH_FOLDER} $fpath) ; autoload -Uz compinit ; compinit -u -D ; "
+                  f"show() {{ print -r -- $BUFFER'|' > {result} ; exit }} ; zle -N show ; bindkey '^X' show ; print re''ady\n")
+        child, terminal = pty.fork()
+        if child == 0:
+            os.execvpe("zsh", ["zsh", "-f", "-i"], dict(self.environment, TERM="dumb", ZDOTDIR=self.folder))
+        try:
+            os.write(terminal, script.encode())
+            self.expect(terminal, b"ready\r\n")
+            os.write(terminal, typed.encode() + b"\t\x18")
+            os.waitpid(child, 0)
+            child = 0
+        finally:
+            os.close(terminal)
+            if child:
+                os.kill(child, 9)
+                os.waitpid(child, 0)
+        with open(result, encoding="utf-8") as file:
+            return file.read().rstrip("\n")[:-1]
+
+    def expect(self, terminal, wanted):
+        seen, end = b"", time.monotonic() + 60
+        while wanted not in seen:
+            ready = select.select([terminal], [], [], max(0, end - time.monotonic()))[0]
+            self.assertTrue(ready, f"no {wanted} in {seen}")
+            seen += os.read(terminal, 4096)
+
+
+SERVERS = {"revision": 1, "servers": [
+    {"name": name, "uri": "https://a.example", "userName": "", "enabled": True, "default": False, "savePassword": False}
+    for name in ("Main", "Mirror one")]}
+
+
+class WithService(Folder):
+    def test_server_names_numbers_and_languages_come_from_the_service(self):
+        service = StandIn(self.folder + "/vkservice", getServerList=SERVERS)
+        self.addCleanup(service.stop)
+        self.assertEqual(self.bash(RKM, "update-server", "--match-name", "="), ["Main", r"Mirror\ one"])
+        self.assertEqual(self.bash(RKM, "remove-server", "-m", r"Mirror\ o"), [r"Mirror\ one"])
+        self.assertEqual(self.bash(RKM, "remove-server", "--match-index", ""), ["1", "2"])
+        self.assertIn("de", self.bash(RKM, "update-settings", "--app-language", "=", "d"))
+        self.assertEqual(self.fish("rkm remove-server --match-name="), ["--match-name=Main", "--match-name=Mirror one"])
+
+    def test_the_socket_of_the_line_is_used(self):
+        service = StandIn(self.folder + "/other", getServerList=SERVERS)
+        self.addCleanup(service.stop)
+        line = [RKM, "remove-server", "--socket", "=", self.folder + "/other", "--match-index"]
+        self.assertEqual(self.bash(*line, "="), ["1", "2"])
+        self.assertEqual(self.bash(RKM, "remove-server", "--match-index", "="), [])
+
+    def test_nothing_is_started_where_nobody_listens(self):
+        left_behind = socket.socket(socket.AF_UNIX)
+        left_behind.bind(os.path.join(self.folder, "vkservice"))
+        left_behind.close()
+        calls = os.path.join(self.folder, "calls")
+        program = os.path.join(self.folder, "bin/rkm")
+        os.mkdir(os.path.dirname(program))
+        with open(program, "w", encoding="utf-8") as file:
+            file.write(f"#!/bin/sh\necho \"$@\" >>{calls}\n")
+        os.chmod(program, 0o755)
+        helper = os.path.join(SHARE, "rkm/completion/service-words")
+        for wanted in ("servers", "numbers", "app-languages", "data-languages"):
+            self.assertEqual(run(helper, program, wanted, "", env=self.environment), "")
+        self.assertFalse(os.path.exists(calls))
+
+    def test_a_service_that_never_answers_holds_nobody_up(self):
+        listener = socket.socket(socket.AF_UNIX)
+        self.addCleanup(listener.close)
+        listener.bind(os.path.join(self.folder, "vkservice"))
+        listener.listen()
+        start = time.monotonic()
+        self.assertEqual(self.bash(RKM, "remove-server", "--match-name", ""), [])
+        self.assertLess(time.monotonic() - start, 5 + 10)  # the bound itself is 2 s; the rest is a busy machine
+        left = subprocess.run(["pgrep", "-f", "vkservice -e -worker -s=" + self.folder], stdout=subprocess.PIPE, check=False)
+        self.assertEqual(left.stdout, b"")
+
+
+if __name__ == "__main__":
+    unittest.main()

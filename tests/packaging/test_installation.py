@@ -1,0 +1,115 @@
+"""What gets installed is complete and works where it is put; the Debian packages hold the same."""
+import glob
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+from support import BUILD, SOURCE, run
+
+PROGRAMS = {"rkm": "rkm", "vkservice": "vkservice", "vkpublish": "vkpublish"}
+FILES = {
+    "rkm": ["bin/rkm", "share/man/man1/rkm.1", "share/bash-completion/completions/rkm", "share/zsh/vendor-completions/_rkm",
+            "share/fish/vendor_completions.d/rkm.fish", "share/rkm/completion/service-words"],
+    "libvkcore1": ["lib/libvkcore.so.1", "lib/vkcore/libinstalllog.so", "share/rkm/locale/messages/vkc_de.qm",
+                   "share/rkm/locale/messages/vkcore_de.qm", "share/man/man5/vk.cfg.5"],
+    "libvkcore-dev": ["include/vkcore/IPCClient.h", "include/vkcore/Application.h", "lib/libvkcore.so"],
+    "vkservice": ["bin/vkservice", "share/man/man8/vkservice.8", "lib/systemd/system/vkservice.service",
+                  "share/doc/vkservice/protocol.md", "share/doc/vkservice/administrator.md"],
+    "vkpublish": ["bin/vkpublish", "share/man/man1/vkpublish.1", "share/man/man5/vk-repository.5"],
+}
+
+
+def files_below(folder):
+    found = set()
+    for place, _, names in os.walk(folder):
+        found.update(os.path.relpath(os.path.join(place, name), folder) for name in names)
+    return found
+
+
+class Folder(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+
+    def use(self, prefix):
+        """Publishes a package and updates from it with the programs below prefix."""
+        place = os.path.join(self.folder, "place")
+        os.makedirs(os.path.join(place, "source/bin"))
+        with open(os.path.join(place, "source/bin/tool"), "w", encoding="utf-8") as file:
+            file.write("#!/bin/sh\necho it works\n")
+        os.chmod(file.name, 0o755)
+        environment = {"PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8", "HOME": place, "TMPDIR": place}
+        call = lambda program, *words: run(os.path.join(prefix, "bin", program), *words, env=environment)
+        for program in PROGRAMS:
+            self.assertRegex(call(program, "--version"), r"\d+\.\d+")
+
+        repository = os.path.join(place, "repository")
+        call("vkpublish", "init", repository)
+        call("vkpublish", "add", repository, os.path.join(place, "source"), "--name", "tool", "--version", "1.0")
+        call("vkpublish", "publish", repository)
+        os.makedirs(os.path.join(prefix, "etc/vk"))
+        shutil.copy(os.path.join(repository, "metadata/1.root.json"), os.path.join(prefix, "etc/vk/root.json"))
+        with open(os.path.join(prefix, "etc/vk/vk.cfg"), "w", encoding="utf-8") as file:
+            file.write(f'[application]\nlogDir = "{place}/log"\nlanguage = "de"\n[service]\n'
+                       f'socketName = "{place}/socket"\nstateDir = "{place}/state"\n'
+                       f'defaultServer = "file://{repository}"\ninstall.dir = "{place}/installed"\n')
+        self.assertIn("Aktualisierung beendet:", call("rkm", "update", "--quiet"))
+        self.assertIn("Name: tool\n", call("rkm", "install-log"))
+        self.assertEqual(run(os.path.join(place, "installed/current/tool/bin/tool")), "it works\n")
+
+    def test_cmake_install(self):
+        prefix = os.path.join(self.folder, "prefix")
+        run("cmake", "--install", BUILD, "--prefix", prefix)
+        found = files_below(prefix)
+        for package, files in FILES.items():
+            self.assertLessEqual(set(files), found, package)
+            self.assertIn(f"share/doc/{package}/copyright", found)
+        for path in found:
+            self.assertNotRegex(path, r"vktuf|completions$|\.a$|test")
+        with open(os.path.join(prefix, "lib/systemd/system/vkservice.service"), encoding="utf-8") as file:
+            self.assertIn(f"ExecStart={prefix}/bin/vkservice", file.read())
+        self.use(prefix)
+
+    def test_every_public_header_is_installed_and_stands_alone(self):
+        run("cmake", "--install", BUILD, "--prefix", self.folder, "--component", "development")
+        headers = sorted(os.path.basename(path) for path in glob.glob(os.path.join(self.folder, "include/vkcore/*")))
+        ours = os.path.join(SOURCE, "src/vkcore/include/vkcore")
+        self.assertEqual(headers, sorted(os.listdir(ours)))
+
+    def test_debian_packages(self):
+        packages = os.path.join(self.folder, "packages")
+        run("cpack", "-G", "DEB", "-B", packages, cwd=BUILD)
+        root = os.path.join(self.folder, "root")
+        contents = {}
+        for path in glob.glob(os.path.join(packages, "*.deb")):
+            name = run("dpkg-deb", "-f", path, "Package").strip()
+            folder = os.path.join(self.folder, name)
+            run("dpkg-deb", "-x", path, folder)
+            run("dpkg-deb", "-x", path, root)
+            contents[name] = files_below(folder)
+            self.check_dependencies(name, path)
+        self.assertEqual(set(contents), set(FILES))
+        for name, files in FILES.items():
+            for file in files:
+                packed = file + ".gz" if "/man/" in file else file
+                self.assertIn("usr/" + packed, contents[name], name)
+        names = [file for files in contents.values() for file in files]
+        self.assertEqual(len(names), len(set(names)), "two packages hold one file")
+        self.use(os.path.join(root, "usr"))
+
+    def check_dependencies(self, name, path):
+        depends = run("dpkg-deb", "-f", path, "Depends")
+        wanted = {"rkm": ["libqt6core6", "libvkcore1 (=", "vkservice (="], "libvkcore1": ["libqt6core6", "libsqlite3-0"],
+                  "vkservice": ["libcurl4", "libarchive13", "libsystemd0", "libssl3", "libvkcore1 (="],
+                  "vkpublish": ["libarchive13", "libssl3"], "libvkcore-dev": ["libvkcore1 (=", "qt6-base-dev"]}
+        for dependency in wanted[name]:
+            self.assertIn(dependency, depends, name)
+        self.assertNotRegex(depends, re.compile("gtest|gmock|optionparser|fastrtps"))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,104 @@
+"""The German catalogues: rkm speaks German with them, and no text of the code is missing from them."""
+import glob
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+import xml.etree.ElementTree
+
+from support import BIN, BUILD, SHARE, SOURCE, StandIn, run
+
+LUPDATE = os.environ["RKM_LUPDATE"]
+PARTS = {"vkc_de.ts": "src/vkc", "vkcore_de.ts": "src/vkcore"}
+
+
+def messages(path):
+    """(context, source, comment) of each message with its translations."""
+    found = {}
+    for context in xml.etree.ElementTree.parse(path).iter("context"):
+        for message in context.iter("message"):
+            key = (context.findtext("name"), message.findtext("source"), message.findtext("comment"))
+            translation = message.find("translation")
+            forms = [form.text for form in translation.iter("numerusform")] or [translation.text]
+            found[key] = (translation.get("type"), message.get("numerus") == "yes", forms)
+    return found
+
+
+class Catalogue(unittest.TestCase):
+    def test_every_text_of_the_code_is_translated_and_no_other(self):
+        for name, folder in PARTS.items():
+            with self.subTest(name), tempfile.TemporaryDirectory() as place:
+                ours = os.path.join(SOURCE, "locale", name)
+                updated = shutil.copy(ours, place)
+                run(LUPDATE, "-silent", "-no-obsolete", "-locations", "none", os.path.join(SOURCE, folder), "-ts", updated)
+                self.assertEqual(set(messages(updated)), set(messages(ours)))
+                self.assertTrue(messages(ours))
+
+    def test_translations_are_finished_and_keep_their_placeholders(self):
+        for path in glob.glob(os.path.join(SOURCE, "locale/*.ts")):
+            for (context, source, _), (state, plural, forms) in messages(path).items():
+                with self.subTest(source):
+                    self.assertRegex(context, r"^tarn::(vkc|vkcore)::")
+                    self.assertIsNone(state)
+                    self.assertEqual(len(forms), 2 if plural else 1)
+                    for form in forms:
+                        self.assertEqual(sorted(re.findall(r"%\w", form)), sorted(re.findall(r"%\w", source)))
+                        self.assertEqual(form.endswith(" "), source.endswith(" "))
+
+    def test_each_catalogue_is_compiled(self):
+        for path in glob.glob(os.path.join(SOURCE, "locale/*.ts")):
+            compiled = os.path.basename(path).replace(".ts", ".qm")
+            self.assertTrue(os.path.isfile(os.path.join(SHARE, "rkm/locale/messages", compiled)), compiled)
+
+
+class German(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        for name in ("bin", "etc/vk"):
+            os.makedirs(os.path.join(self.folder, name))
+        self.rkm = shutil.copy(os.path.join(BIN, "rkm"), os.path.join(self.folder, "bin"))
+        for name in ("lib", "share"):
+            os.symlink(os.path.join(BUILD, name), os.path.join(self.folder, name))
+        with open(os.path.join(self.folder, "etc/vk/vk.cfg"), "w", encoding="utf-8") as file:
+            file.write('[application]\nlanguage = "de"\nlogDir = "%s/log"\n' % self.folder)
+
+    def call(self, *words):
+        result = subprocess.run([self.rkm, *words], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False,
+                                timeout=60, encoding="utf-8",
+                                env={"LC_ALL": "C.UTF-8", "TMPDIR": self.folder, "HOME": self.folder})
+        return result.returncode, result.stdout, result.stderr
+
+    def schedule(self, count, unit):
+        answer = {"mode": 2, "flags": 0, "nextCheck": "2030-01-02T03:04:05", "periodCount": count, "unit": unit, "extra": None}
+        service = StandIn(os.path.join(self.folder, "vkservice"), getScheduleParameters=answer)
+        try:
+            return self.call("show-schedule-settings")
+        finally:
+            service.stop()
+            os.unlink(os.path.join(self.folder, "vkservice"))
+
+    def test_plurals(self):
+        shape = ("Art der automatischen Installation: Automatische Aktualisierung\n"
+                 "Zeitabstand der Aktualisierungen: %s\nNächste geplante Prüfung: 2030-01-02 03:04:05\n")
+        for count, unit, text in [(1, 1, "1 Tag"), (3, 1, "3 Tage"), (0, 2, "0 Wochen"), (1, 3, "1 Monat")]:
+            self.assertEqual(self.schedule(count, unit), (0, shape % text, ""))
+
+    def test_messages_of_the_command_line(self):
+        for words, text in [(["update", "--no"], "Unbekannte Option: „--no“\n"),
+                            (["update-settings", "-s"], "Die Option „--server“ braucht einen Wert\n"),
+                            (["list-servers", "x"], "Überzähliges Argument „x“\n"),
+                            (["install-log", "--interval=3x"], "Ungültiger Zeitabstand „3x“\n")]:
+            self.assertEqual(self.call(*words), (1, "", text))
+
+    def test_usage_stays_english(self):
+        status, out, _ = self.call("update", "--help")
+        self.assertEqual(status, 0)
+        self.assertIn("USAGE: rkm update [options]", out)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,101 @@
+#pragma once
+
+#include "FastDir.h"
+#include "TestRepository.h"
+
+#include "os/FileSystem.h"
+
+#include <gtest/gtest.h>
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QTemporaryDir>
+
+#include <ostream>
+
+namespace tarn::tuf {
+inline void PrintTo(ErrorKind pKind, std::ostream* pStream)
+{
+    static const char* const sNames[] = {"None",    "Unreachable", "NotFound", "Untrusted",
+                                         "Expired", "Local",       "Canceled"};
+    *pStream << sNames[static_cast<int>(pKind)];
+}
+} // namespace tarn::tuf
+
+// A client of the repository, started from its first root, with its trusted metadata in a folder of its own.
+class ClientTest : public testing::Test
+{
+protected:
+    using Error = tarn::tuf::Error;
+    using ErrorKind = tarn::tuf::ErrorKind;
+
+    ClientTest() { initialize(); }
+
+    void initialize()
+    {
+        const Error tError = tarn::tuf::Updater::initialize(
+            tarn::vkservice::os::realFileSystem(), mDir, mRepository.mFiles[QStringLiteral("1.root.json")]);
+        ASSERT_FALSE(tError) << tError.mText.toStdString();
+    }
+
+    // A run of the client from its stored metadata; mRequests then holds those of this run alone.
+    Error refresh()
+    {
+        mRepository.mRequests.clear();
+        mUpdater.emplace(tarn::vkservice::os::realFileSystem(), mDir, mRepository, mNow, mLimits);
+        return mUpdater->refresh();
+    }
+
+    // What the last refresh or search asked the server for.
+    std::string requests() const { return mRepository.mRequests.join(QStringLiteral(", ")).toStdString(); }
+
+    // The role that offers the target; empty: not offered.
+    Error find(const QString& pPath, QString* pRole)
+    {
+        mRepository.mRequests.clear();
+        std::optional<tarn::tuf::TargetFile> tTarget;
+        const Error tError = mUpdater->findTarget(pPath, &tTarget);
+        *pRole = tTarget ? tTarget->mCustom[QStringLiteral("by")].toString() : QString();
+        return tError;
+    }
+
+    // "root 1, snapshot 1, ...": all that is stored, by name.
+    std::string stored() const
+    {
+        QStringList tRoles;
+        for (const QString& tName : QDir(mDir).entryList(QDir::Files | QDir::Hidden, QDir::Name)) {
+            const QJsonObject tSigned =
+                QJsonDocument::fromJson(read(tName)).object()[QStringLiteral("signed")].toObject();
+            tRoles.append(QStringLiteral("%1 %2")
+                              .arg(QString(tName).remove(QStringLiteral(".json")))
+                              .arg(tSigned[QStringLiteral("version")].toInt()));
+        }
+        return tRoles.join(QStringLiteral(", ")).toStdString();
+    }
+
+    QByteArray read(const QString& pName) const
+    {
+        QFile tFile(mDir + QLatin1Char('/') + pName);
+        return tFile.open(QIODevice::ReadOnly) ? tFile.readAll() : QByteArray();
+    }
+
+    void write(const QString& pName, const QByteArray& pContent) const
+    {
+        QFile tFile(mDir + QLatin1Char('/') + pName);
+        ASSERT_TRUE(tFile.open(QIODevice::WriteOnly));
+        tFile.write(pContent);
+    }
+
+    QTemporaryDir mTemporary{fastDirTemplate()};
+    QString mDir = mTemporary.filePath(QStringLiteral("trusted"));
+    TestRepository mRepository;
+    QDateTime mNow = TestRepository::now();
+    tarn::tuf::Limits mLimits;
+    std::optional<tarn::tuf::Updater> mUpdater;
+};
+
+#define EXPECT_GOOD(pError)                                                                                  \
+    do {                                                                                                     \
+        const tarn::tuf::Error tResult = (pError);                                                           \
+        EXPECT_FALSE(tResult) << tResult.mText.toStdString();                                                \
+    } while (false)

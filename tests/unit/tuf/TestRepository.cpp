@@ -1,0 +1,211 @@
+#include "TestRepository.h"
+
+#include "tuf/Hashes.h"
+#include "tuf/Names.h"
+
+#include <QtCore/QJsonArray>
+
+using namespace tarn::tuf;
+
+namespace {
+
+const QString sRootRole = QStringLiteral("root");
+const QString sTimestampRole = QStringLiteral("timestamp");
+const QString sSnapshotRole = QStringLiteral("snapshot");
+const QString sTargetsRole = QStringLiteral("targets");
+
+QJsonObject hashesOf(const QByteArray& pFile)
+{
+    return {{QStringLiteral("sha256"), QString::fromLatin1(sha256(pFile))}};
+}
+
+bool isTargets(const QString& pRole)
+{
+    return pRole != sRootRole && pRole != sTimestampRole && pRole != sSnapshotRole;
+}
+
+} // namespace
+
+QJsonObject keysJson(const QList<TestRepository::Key>& pKeys)
+{
+    QJsonObject tKeys;
+    for (const TestRepository::Key& tKey : pKeys) {
+        tKeys.insert(tKey.id(), tKey.publicJson());
+    }
+    return tKeys;
+}
+
+QJsonObject roleJson(const TestRepository::Role& pRole)
+{
+    return {{QStringLiteral("keyids"), QJsonArray::fromStringList(keysJson(pRole.mKeys).keys())},
+            {QStringLiteral("threshold"), pRole.mThreshold}};
+}
+
+TestRepository::TestRepository()
+{
+    for (const QString& tRole : {sRootRole, sTimestampRole, sSnapshotRole, sTargetsRole}) {
+        mRoles[tRole].mKeys = {newKey()};
+        mRoles[tRole].mExpires = now().addDays(30);
+    }
+    mRoles[sRootRole].mExpires = now().addDays(365);
+    mRoles[sTargetsRole].mTargets.insert(QStringLiteral("hello"), "Hello\n");
+    publishRoot();
+    publish();
+}
+
+QString TestRepository::fileName(const QString& pRole) const
+{
+    const QString tName = encodeName(pRole) + QStringLiteral(".json");
+    const bool tVersioned = pRole == sRootRole || (mConsistentSnapshot && pRole != sTimestampRole);
+    return tVersioned ? QStringLiteral("%1.%2").arg(mRoles[pRole].mVersion).arg(tName) : tName;
+}
+
+QJsonObject TestRepository::signedPart(const QString& pRole) const
+{
+    return {{QStringLiteral("_type"), isTargets(pRole) ? sTargetsRole : pRole},
+            {QStringLiteral("spec_version"), QStringLiteral("1.0.31")},
+            {QStringLiteral("version"), mRoles[pRole].mVersion},
+            {QStringLiteral("expires"), mRoles[pRole].mExpires.toString(Qt::ISODate)}};
+}
+
+QJsonObject TestRepository::rootJson() const
+{
+    QJsonObject tSigned = signedPart(sRootRole);
+    QList<Key> tKeys;
+    QJsonObject tRoles;
+    for (const QString& tRole : {sRootRole, sTimestampRole, sSnapshotRole, sTargetsRole}) {
+        tKeys += mRoles[tRole].mKeys;
+        tRoles.insert(tRole, roleJson(mRoles[tRole]));
+    }
+    tSigned.insert(QStringLiteral("consistent_snapshot"), mConsistentSnapshot);
+    tSigned.insert(QStringLiteral("keys"), keysJson(tKeys));
+    tSigned.insert(QStringLiteral("roles"), tRoles);
+    return tSigned;
+}
+
+QJsonObject TestRepository::targetsJson(const QString& pRole) const
+{
+    QJsonObject tTargets;
+    const Role& tRole = *mRoles.constFind(pRole);
+    for (auto tIt = tRole.mTargets.begin(); tIt != tRole.mTargets.end(); ++tIt) {
+        tTargets.insert(tIt.key(),
+                        QJsonObject{{QStringLiteral("length"), tIt->size()},
+                                    {QStringLiteral("hashes"), hashesOf(*tIt)},
+                                    {QStringLiteral("custom"), QJsonObject{{QStringLiteral("by"), pRole}}}});
+    }
+    QJsonObject tSigned = signedPart(pRole);
+    tSigned.insert(QStringLiteral("targets"), tTargets);
+    if (!tRole.mDelegations.isEmpty()) {
+        tSigned.insert(QStringLiteral("delegations"), tRole.mDelegations);
+    }
+    return tSigned;
+}
+
+QJsonObject TestRepository::metaOf(const QString& pRole) const
+{
+    QJsonObject tMeta{{QStringLiteral("version"), mRoles[pRole].mVersion}};
+    if (mHashesInMeta) {
+        const QByteArray tFile = mFiles.value(fileName(pRole));
+        tMeta.insert(QStringLiteral("length"), tFile.size());
+        tMeta.insert(QStringLiteral("hashes"), hashesOf(tFile));
+    }
+    return tMeta;
+}
+
+QJsonObject TestRepository::snapshotJson() const
+{
+    QJsonObject tMeta;
+    for (const QString& tRole : mRoles.keys()) {
+        if (isTargets(tRole)) {
+            tMeta.insert(tRole + QStringLiteral(".json"), metaOf(tRole));
+        }
+    }
+    QJsonObject tSigned = signedPart(sSnapshotRole);
+    tSigned.insert(QStringLiteral("meta"), tMeta);
+    return tSigned;
+}
+
+QJsonObject TestRepository::timestampJson() const
+{
+    QJsonObject tSigned = signedPart(sTimestampRole);
+    tSigned.insert(QStringLiteral("meta"),
+                   QJsonObject{{QStringLiteral("snapshot.json"), metaOf(sSnapshotRole)}});
+    return tSigned;
+}
+
+void TestRepository::serve(const QString& pRole, const QByteArray& pFile)
+{
+    mFiles[fileName(pRole)] = pFile;
+}
+
+QByteArray TestRepository::sign(const QString& pRole, const QJsonObject& pSigned) const
+{
+    return signMetadata(pSigned, mRoles[pRole].mKeys);
+}
+
+void TestRepository::publishRoot(const QList<Key>& pAlsoSignedBy)
+{
+    ++mRoles[sRootRole].mVersion;
+    serve(sRootRole, signMetadata(rootJson(), mRoles[sRootRole].mKeys + pAlsoSignedBy));
+}
+
+void TestRepository::publishTargets(const QString& pRole)
+{
+    ++mRoles[pRole].mVersion;
+    serve(pRole, sign(pRole, targetsJson(pRole)));
+}
+
+void TestRepository::publishSnapshot()
+{
+    ++mRoles[sSnapshotRole].mVersion;
+    serve(sSnapshotRole, sign(sSnapshotRole, snapshotJson()));
+}
+
+void TestRepository::publishTimestamp()
+{
+    ++mRoles[sTimestampRole].mVersion;
+    serve(sTimestampRole, sign(sTimestampRole, timestampJson()));
+}
+
+void TestRepository::publish()
+{
+    publishTargets();
+    publishSnapshot();
+    publishTimestamp();
+}
+
+void TestRepository::delegate(const QString& pFrom, const QString& pTo, const QStringList& pPaths,
+                              bool pTerminating)
+{
+    if (!mRoles.contains(pTo)) {
+        mRoles[pTo].mKeys = {newKey()};
+        mRoles[pTo].mExpires = now().addDays(30);
+    }
+    QJsonObject tRole = roleJson(mRoles[pTo]);
+    tRole.insert(QStringLiteral("name"), pTo);
+    tRole.insert(QStringLiteral("paths"), QJsonArray::fromStringList(pPaths));
+    tRole.insert(QStringLiteral("terminating"), pTerminating);
+    QJsonObject& tDelegations = mRoles[pFrom].mDelegations;
+    QJsonArray tRoles = tDelegations[QStringLiteral("roles")].toArray();
+    tRoles.append(tRole);
+    QJsonObject tKeys = tDelegations[QStringLiteral("keys")].toObject();
+    for (const Key& tKey : mRoles[pTo].mKeys) {
+        tKeys.insert(tKey.id(), tKey.publicJson());
+    }
+    tDelegations = {{QStringLiteral("roles"), tRoles}, {QStringLiteral("keys"), tKeys}};
+}
+
+Error TestRepository::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
+{
+    mRequests.append(pPath);
+    mMaxLengths[pPath] = pMaxLength;
+    if (mFailure) {
+        return mFailure;
+    }
+    if (!mFiles.contains(pPath)) {
+        return {ErrorKind::NotFound, pPath};
+    }
+    // Hands out what is too long as well: the client must not rely on its fetcher.
+    *pTo = mFiles[pPath];
+    return {};
+}

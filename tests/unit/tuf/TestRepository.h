@@ -1,0 +1,73 @@
+#pragma once
+
+#include "tuf/SigningKey.h"
+#include "tuf/Updater.h"
+
+#include <QtCore/QDateTime>
+#include <QtCore/QJsonObject>
+#include <QtCore/QList>
+#include <QtCore/QMap>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+// A repository in memory that signs whatever a test wants, also what no honest one would, and notes what a
+// client asks for. It begins with version 1 of every top-level role published.
+class TestRepository : public tarn::tuf::Fetcher
+{
+public:
+    using Key = tarn::tuf::SigningKey;
+
+    struct Role
+    {
+        QList<Key> mKeys; // those that the role's delegator names
+        int mThreshold = 1;
+        qint64 mVersion = 0;
+        QDateTime mExpires;
+        QMap<QString, QByteArray> mTargets; // path -> content
+        QJsonObject mDelegations;
+    };
+
+    TestRepository();
+
+    static QDateTime now() { return {QDate(2026, 3, 1), QTime(12, 0), Qt::UTC}; }
+    static Key newKey(const QString& pType = QStringLiteral("ed25519")) { return *Key::generate(pType); }
+
+    // Each raises the role's version by one and serves the file; nothing else is published with it.
+    void publishRoot(const QList<Key>& pAlsoSignedBy = {});
+    void publishTargets(const QString& pRole = QStringLiteral("targets"));
+    void publishSnapshot();
+    void publishTimestamp();
+    // Targets, snapshot and timestamp.
+    void publish();
+
+    QJsonObject rootJson() const;
+    QJsonObject targetsJson(const QString& pRole) const;
+    QJsonObject snapshotJson() const;
+    QJsonObject timestampJson() const;
+    // Serves a file under the role's versioned name (timestamp: its plain one).
+    void serve(const QString& pRole, const QByteArray& pFile);
+    // Signs with the role's keys.
+    QByteArray sign(const QString& pRole, const QJsonObject& pSigned) const;
+
+    // Adds a delegation to an existing role, and makes the new role if it is not there. Publishes neither.
+    void delegate(const QString& pFrom, const QString& pTo, const QStringList& pPaths,
+                  bool pTerminating = false);
+
+    tarn::tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
+
+    QMap<QString, Role> mRoles;
+    bool mConsistentSnapshot = true;
+    bool mHashesInMeta = true;
+    QMap<QString, QByteArray> mFiles;  // what is served: path -> content
+    QStringList mRequests;             // paths, in order
+    QMap<QString, qint64> mMaxLengths; // path -> what the client said it would take at most
+    tarn::tuf::Error mFailure;         // if set, what every fetch fails with
+
+private:
+    QJsonObject signedPart(const QString& pRole) const;
+    QJsonObject metaOf(const QString& pRole) const;
+    QString fileName(const QString& pRole) const;
+};
+
+QJsonObject roleJson(const TestRepository::Role& pRole);
+QJsonObject keysJson(const QList<TestRepository::Key>& pKeys);

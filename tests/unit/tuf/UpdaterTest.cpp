@@ -1,0 +1,282 @@
+#include "ClientTest.h"
+#include "FailingFileSystem.h"
+
+#include <QtCore/QJsonArray>
+
+using namespace tarn::tuf;
+using tarn::vkservice::os::FileSystem;
+
+namespace {
+
+const QString sRootRole = QStringLiteral("root");
+const QString sTargetsRole = QStringLiteral("targets");
+const QString sSnapshotRole = QStringLiteral("snapshot");
+const QString sTimestampRole = QStringLiteral("timestamp");
+const char* const sFirst = "root 1, snapshot 1, targets 1, timestamp 1";
+
+using UpdaterTest = ClientTest;
+
+TEST_F(UpdaterTest, StoresEachFileAsItWasServed)
+{
+    ASSERT_FALSE(refresh());
+    EXPECT_EQ(requests(), "2.root.json, timestamp.json, 1.snapshot.json, 1.targets.json");
+    EXPECT_EQ(stored(), sFirst);
+    EXPECT_FALSE(mUpdater->unchanged());
+    EXPECT_EQ(read(QStringLiteral("timestamp.json")), mRepository.mFiles[QStringLiteral("timestamp.json")]);
+    EXPECT_EQ(read(QStringLiteral("targets.json")), mRepository.mFiles[QStringLiteral("1.targets.json")]);
+}
+
+TEST_F(UpdaterTest, ARunWithoutNewsAsksForRootAndTimestampAlone)
+{
+    ASSERT_FALSE(refresh());
+    ASSERT_FALSE(refresh());
+    EXPECT_EQ(requests(), "2.root.json, timestamp.json");
+    EXPECT_TRUE(mUpdater->unchanged());
+    std::optional<TargetFile> tTarget;
+    EXPECT_GOOD(mUpdater->findTarget(QStringLiteral("hello"), &tTarget));
+    EXPECT_TRUE(tTarget);
+
+    mRepository.publishTimestamp(); // signed anew, nothing else
+    ASSERT_FALSE(refresh());
+    EXPECT_EQ(requests(), "2.root.json, timestamp.json");
+    EXPECT_FALSE(mUpdater->unchanged());
+    EXPECT_EQ(stored(), "root 1, snapshot 1, targets 1, timestamp 2");
+}
+
+TEST_F(UpdaterTest, ATimestampOfTheSameVersionIsNotTaken)
+{
+    ASSERT_FALSE(refresh());
+    const QByteArray tTrusted = read(QStringLiteral("timestamp.json"));
+    mRepository.publishTargets();
+    mRepository.publishSnapshot();
+    mRepository.mRoles[sTimestampRole].mVersion = 0;
+    mRepository.publishTimestamp();
+    EXPECT_GOOD(refresh());
+    EXPECT_EQ(read(QStringLiteral("timestamp.json")), tTrusted);
+    EXPECT_EQ(stored(), sFirst);
+}
+
+TEST_F(UpdaterTest, ExpiredLocalFilesLeadToNewOnes)
+{
+    ASSERT_FALSE(refresh());
+    mNow = mNow.addDays(40);
+    for (const QString& tRole : {sTimestampRole, sSnapshotRole, sTargetsRole}) {
+        mRepository.mRoles[tRole].mExpires = mNow.addDays(1);
+    }
+    mRepository.publish();
+    EXPECT_GOOD(refresh());
+    EXPECT_EQ(stored(), "root 1, snapshot 2, targets 2, timestamp 2");
+
+    // An expired timestamp still says what must not be rolled back.
+    mNow = mNow.addDays(40);
+    mRepository.mRoles[sTimestampRole] = {
+        mRepository.mRoles[sTimestampRole].mKeys, 1, 0, mNow.addDays(1), {}, {}};
+    mRepository.publishTimestamp();
+    EXPECT_EQ(refresh().mKind, ErrorKind::Untrusted);
+    EXPECT_EQ(stored(), "root 1, snapshot 2, targets 2, timestamp 2");
+}
+
+TEST_F(UpdaterTest, DamagedLocalFilesCountAsAbsent)
+{
+    for (const char* tName : {"timestamp.json", "snapshot.json", "targets.json"}) {
+        SCOPED_TRACE(tName);
+        ASSERT_FALSE(refresh());
+        for (const QByteArray& tContent : {QByteArray(), QByteArray("{\"signed\""), QByteArray(20 << 20, 'x'),
+                                           read(QStringLiteral("root.json"))}) {
+            write(QLatin1String(tName), tContent);
+            EXPECT_GOOD(refresh());
+            EXPECT_EQ(stored(), sFirst);
+        }
+    }
+    write(sRootRole + QStringLiteral(".json"), "{}");
+    EXPECT_EQ(refresh().mKind, ErrorKind::Local);
+    EXPECT_EQ(requests(), "");
+}
+
+TEST_F(UpdaterTest, FollowsRootsOneByOne)
+{
+    SigningKey tOld = mRepository.mRoles[sRootRole].mKeys.first();
+    for (int i = 0; i < 4; ++i) {
+        mRepository.mRoles[sRootRole].mKeys = {TestRepository::newKey()};
+        // Only the last one has to be young.
+        mRepository.mRoles[sRootRole].mExpires = mNow.addDays(i - 3).addSecs(1);
+        mRepository.publishRoot({tOld});
+        tOld = mRepository.mRoles[sRootRole].mKeys.first();
+    }
+    EXPECT_GOOD(refresh());
+    EXPECT_EQ(requests(), "2.root.json, 3.root.json, 4.root.json, 5.root.json, 6.root.json, timestamp.json, "
+                          "1.snapshot.json, 1.targets.json");
+    EXPECT_EQ(stored(), "root 5, snapshot 1, targets 1, timestamp 1");
+}
+
+TEST_F(UpdaterTest, ABrokenStepKeepsTheRootsBeforeIt)
+{
+    mRepository.publishRoot();
+    mRepository.publishRoot();
+    mRepository.mFiles[QStringLiteral("3.root.json")].replace("consistent", "inconsistent");
+    EXPECT_EQ(refresh().mKind, ErrorKind::Untrusted);
+    EXPECT_EQ(stored(), "root 2");
+}
+
+TEST_F(UpdaterTest, BoundsTheNumberOfRoots)
+{
+    mLimits.mMaxRootRotations = 2;
+    for (int i = 0; i < 3; ++i) {
+        mRepository.publishRoot();
+    }
+    EXPECT_GOOD(refresh());
+    EXPECT_EQ(stored(), "root 3, snapshot 1, targets 1, timestamp 1");
+    EXPECT_GOOD(refresh()); // and goes on the next time
+    EXPECT_EQ(stored(), "root 4, snapshot 1, targets 1, timestamp 1");
+}
+
+TEST_F(UpdaterTest, RootNeedsThresholdsOfOldAndNew)
+{
+    const QList<SigningKey> tThree{TestRepository::newKey(), TestRepository::newKey(),
+                                   TestRepository::newKey()};
+    const SigningKey tFirst = mRepository.mRoles[sRootRole].mKeys.first();
+    mRepository.mRoles[sRootRole].mKeys = tThree;
+    mRepository.mRoles[sRootRole].mThreshold = 2;
+    mRepository.mRoles[sRootRole].mVersion = 2;
+    const struct
+    {
+        QList<SigningKey> mSigners;
+        ErrorKind mExpected;
+    } sCases[] = {{{tThree[0], tThree[1]}, ErrorKind::Untrusted},
+                  {{tFirst, tThree[0]}, ErrorKind::Untrusted},
+                  {{tFirst}, ErrorKind::Untrusted},
+                  {{tFirst, tThree[0], tThree[2]}, ErrorKind::None}};
+    for (const auto& tCase : sCases) {
+        mRepository.serve(sRootRole, signMetadata(mRepository.rootJson(), tCase.mSigners));
+        EXPECT_EQ(refresh().mKind, tCase.mExpected);
+    }
+}
+
+TEST_F(UpdaterTest, RecoversFromFastForwardWhenKeysChange)
+{
+    // Whoever had the keys has used up all numbers.
+    for (const QString& tRole : {sTimestampRole, sSnapshotRole}) {
+        mRepository.mRoles[tRole].mVersion = 9000000;
+    }
+    mRepository.publishSnapshot();
+    mRepository.publishTimestamp();
+    ASSERT_FALSE(refresh());
+    EXPECT_EQ(stored(), "root 1, snapshot 9000001, targets 1, timestamp 9000001");
+    for (const QString& tRole : {sTimestampRole, sSnapshotRole}) {
+        mRepository.mRoles[tRole].mKeys = {TestRepository::newKey()};
+        mRepository.mRoles[tRole].mVersion = 1;
+    }
+    mRepository.publishRoot();
+    mRepository.publish();
+    EXPECT_GOOD(refresh());
+    EXPECT_EQ(stored(), "root 2, snapshot 2, targets 2, timestamp 2");
+}
+
+TEST_F(UpdaterTest, RecoversTargetsWhenTheSnapshotKeyChanges)
+{
+    mRepository.mRoles[sTargetsRole].mVersion = 9000000;
+    mRepository.publish();
+    ASSERT_FALSE(refresh());
+    mRepository.mRoles[sTargetsRole].mVersion = 1;
+    mRepository.mRoles[sSnapshotRole].mKeys = {TestRepository::newKey()};
+    mRepository.publishRoot();
+    mRepository.publish();
+    EXPECT_GOOD(refresh());
+    EXPECT_EQ(stored(), "root 2, snapshot 3, targets 2, timestamp 3");
+}
+
+TEST_F(UpdaterTest, ARemovedKeyIsForgottenAlsoWhenItComesBack)
+{
+    // The timestamp's key goes and returns within one refresh: what it signed in between times must not bind.
+    mRepository.mRoles[sTimestampRole].mVersion = 9000000;
+    mRepository.publishTimestamp();
+    ASSERT_FALSE(refresh());
+    const QList<SigningKey> tKeys = mRepository.mRoles[sTimestampRole].mKeys;
+    mRepository.mRoles[sTimestampRole].mKeys = {TestRepository::newKey()};
+    mRepository.publishRoot();
+    mRepository.mRoles[sTimestampRole].mKeys = tKeys;
+    mRepository.publishRoot();
+    mRepository.mRoles[sTimestampRole].mVersion = 1;
+    mRepository.publishTimestamp();
+    EXPECT_GOOD(refresh());
+    EXPECT_EQ(stored(), "root 3, snapshot 1, targets 1, timestamp 2");
+}
+
+TEST_F(UpdaterTest, RepositoryWithoutConsistentSnapshots)
+{
+    mRepository.mConsistentSnapshot = false;
+    mRepository.publishRoot();
+    mRepository.publish();
+    EXPECT_GOOD(refresh());
+    EXPECT_EQ(requests(), "2.root.json, 3.root.json, timestamp.json, snapshot.json, targets.json");
+    std::optional<TargetFile> tTarget;
+    EXPECT_GOOD(mUpdater->findTarget(QStringLiteral("hello"), &tTarget));
+    EXPECT_EQ(tTarget->mFetchPath, QStringLiteral("hello"));
+}
+
+TEST_F(UpdaterTest, TellsTheFetcherHowMuchItTakes)
+{
+    ASSERT_FALSE(refresh());
+    EXPECT_EQ(mRepository.mMaxLengths[QStringLiteral("2.root.json")], mLimits.mRootLength);
+    EXPECT_EQ(mRepository.mMaxLengths[QStringLiteral("timestamp.json")], mLimits.mTimestampLength);
+    EXPECT_EQ(mRepository.mMaxLengths[QStringLiteral("1.targets.json")],
+              mRepository.mFiles[QStringLiteral("1.targets.json")].size());
+}
+
+TEST_F(UpdaterTest, InitializeReplacesWhatWasThereAndRefusesABadRoot)
+{
+    ASSERT_FALSE(refresh());
+    FileSystem& tFileSystem = tarn::vkservice::os::realFileSystem();
+    QByteArray tBad = mRepository.mFiles[QStringLiteral("1.root.json")];
+    EXPECT_TRUE(Updater::initialize(tFileSystem, mDir, tBad.replace("2027", "2037")));
+    EXPECT_EQ(stored(), sFirst);
+    EXPECT_FALSE(Updater::initialize(tFileSystem, mDir, mRepository.mFiles[QStringLiteral("1.root.json")]));
+    EXPECT_EQ(stored(), "root 1");
+    write(QStringLiteral("file"), "");
+    EXPECT_EQ(Updater::initialize(tFileSystem, mDir + QStringLiteral("/file/below"),
+                                  mRepository.mFiles[QStringLiteral("1.root.json")])
+                  .mKind,
+              ErrorKind::Local);
+}
+
+TEST_F(UpdaterTest, EachRoleMayHaveItsOwnKindOfKey)
+{
+    const SigningKey tOld = mRepository.mRoles[sRootRole].mKeys.first();
+    const QStringList tTypes = SigningKey::types();
+    qsizetype i = 0;
+    for (const QString& tRole : {sRootRole, sTimestampRole, sSnapshotRole, sTargetsRole}) {
+        mRepository.mRoles[tRole].mKeys = {TestRepository::newKey(tTypes[i++ % tTypes.size()])};
+    }
+    mRepository.publishRoot({tOld});
+    mRepository.publish();
+    EXPECT_GOOD(refresh());
+    EXPECT_EQ(stored(), "root 2, snapshot 2, targets 2, timestamp 2");
+}
+
+// Every file operation of a refresh that follows a key rotation fails in turn.
+TEST_F(UpdaterTest, AnyFailureOfTheDiskIsReportedAndMadeGoodByTheNextRun)
+{
+    mRepository.mRoles[sSnapshotRole].mKeys = {TestRepository::newKey()};
+    mRepository.publishRoot();
+    mRepository.publish();
+    for (const bool tForGood : {true, false}) {
+        bool tFailed = true;
+        for (int i = 0; tFailed; ++i) {
+            SCOPED_TRACE(i);
+            initialize();
+            write(QStringLiteral("snapshot.json"), mRepository.mFiles[QStringLiteral("1.snapshot.json")]);
+            FailingFileSystem tFileSystem(i, tForGood);
+            Updater tUpdater(tFileSystem, mDir, mRepository, mNow);
+            const Error tError = tUpdater.refresh();
+            tFailed = tFileSystem.mFailed;
+            // The clean-up after a write that failed is the one thing that may fail unseen.
+            EXPECT_EQ(tError.mKind, tFailed ? ErrorKind::Local : ErrorKind::None)
+                << tError.mText.toStdString();
+            EXPECT_GOOD(refresh());
+            EXPECT_EQ(stored(), "root 2, snapshot 2, targets 2, timestamp 2");
+            ASSERT_LT(i, 200);
+        }
+    }
+}
+
+} // namespace
