@@ -1,0 +1,101 @@
+#include "ServiceRig.h"
+
+namespace {
+
+constexpr int sParseError = -32700;
+constexpr int sInvalidRequest = -32600;
+constexpr int sInvalidParams = -32602;
+
+QByteArray request(const QByteArray& pRest) { return R"({"jsonrpc":"2.0",)" + pRest + "}\n"; }
+
+} // namespace
+
+// Each on a connection of its own; the service goes on with all others.
+TEST_F(ServiceTest, LinesThatBreakTheRules)
+{
+    mRig.start();
+    const QByteArray tPing = R"("method":"ping","params":{})";
+    const struct
+    {
+        const char* mWhat;
+        QByteArray mLine;
+        int mError;
+        bool mEnds; // the connection
+        bool mHasId = false;
+    } tCases[] = {
+        {"no JSON", "hello there\n", sParseError, true},
+        {"an empty line", "\n", sParseError, true},
+        {"half an object", "{\"jsonrpc\":\n", sParseError, true},
+        {"bytes that are no text", QByteArray("{\"a\": \"\xff\xfe\"}\n"), sParseError, true},
+        {"zero bytes", QByteArray(10, '\0') + '\n', sParseError, true},
+        {"a number", "42\n", sParseError, true},
+        {"an array", "[]\n", sInvalidRequest, true},
+        {"a batch", '[' + request(R"("id":1,)" + tPing).chopped(1) + "]\n", sInvalidRequest, true},
+        {"too deep", request(R"("id":1,"method":"ping","params":{"a":)" + QByteArray(70, '[') + QByteArray(70, ']') + '}'),
+         sInvalidRequest, true},
+        {"too long", QByteArray(8 * 1024 * 1024 + 1, 'x') + '\n', sInvalidRequest, true},
+        {"no id", request(tPing), sInvalidRequest, false},
+        {"id of text", request(R"("id":"1",)" + tPing), sInvalidRequest, false},
+        {"id null", request(R"("id":null,)" + tPing), sInvalidRequest, false},
+        {"id not whole", request(R"("id":1.5,)" + tPing), sInvalidRequest, false},
+        {"no version", R"({"id":7,"method":"ping","params":{}})" "\n", sInvalidRequest, false, true},
+        {"no method", request(R"("id":7,"params":{})"), sInvalidRequest, false, true},
+        {"method no text", request(R"("id":7,"method":1,"params":{})"), sInvalidRequest, false, true},
+        {"no params", request(R"("id":7,"method":"ping")"), sInvalidParams, false, true},
+        {"params a list", request(R"("id":7,"method":"ping","params":[])"), sInvalidParams, false, true},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mWhat);
+        RawPeer tPeer = mRig.connect();
+        tPeer.send(tCase.mLine);
+        const QJsonObject tAnswer = json(tPeer.readLine().value_or(QByteArray()));
+        EXPECT_EQ(tAnswer.value(QLatin1String("error")).toObject().value(QLatin1String("code")).toInt(), tCase.mError);
+        EXPECT_EQ(tAnswer.value(QLatin1String("id")), tCase.mHasId ? QJsonValue(7) : QJsonValue());
+        if (tCase.mEnds) {
+            EXPECT_TRUE(tPeer.waitForEnd());
+        } else {
+            EXPECT_EQ(tPeer.call(QStringLiteral("ping")), QJsonValue(true));
+        }
+    }
+}
+
+TEST_F(ServiceTest, LineOfTheGreatestLengthIsTaken)
+{
+    mRig.start();
+    RawPeer tPeer = mRig.connect();
+    const QByteArray tHead = R"({"jsonrpc":"2.0","id":5,"method":"ping","params":{"pad":")";
+    tPeer.send(tHead + QByteArray(8 * 1024 * 1024 - tHead.size() - 3, 'x') + "\"}}\n");
+    EXPECT_EQ(json(tPeer.readLine().value_or(QByteArray())).value(QLatin1String("result")), QJsonValue(true));
+}
+
+TEST_F(ServiceTest, AnswersComeInOrderHoweverTheBytesAreCut)
+{
+    mRig.start();
+    RawPeer tPeer = mRig.connect();
+    QByteArray tRequests;
+    for (int i = 0; i < 500; ++i) {
+        tRequests += request("\"id\":" + QByteArray::number(i) +
+                             (i % 2 == 0 ? R"(,"method":"ping","params":{})" : R"(,"method":"getServerList","params":{})"));
+    }
+    for (qsizetype tAt = 0; tAt < tRequests.size();) {
+        const qsizetype tCount = 1 + (tAt * 31) % 777;
+        ASSERT_TRUE(tPeer.send(tRequests.mid(tAt, tCount)));
+        tAt += tCount;
+    }
+    for (int i = 0; i < 500; ++i) {
+        ASSERT_EQ(json(tPeer.readLine().value_or(QByteArray())).value(QLatin1String("id")).toInt(-1), i);
+    }
+}
+
+TEST_F(ServiceTest, RequestsOfAPeerThatHasGoneAreNoTrouble)
+{
+    mRig.start();
+    for (int i = 0; i < 50; ++i) {
+        RawPeer tPeer = mRig.connect();
+        tPeer.send(request(R"("id":1,"method":"getServerList","params":{})").repeated(20));
+        if (i % 2 == 0) {
+            tPeer.send(R"({"jsonrpc":"2.0","id":2,"meth)");
+        }
+    }
+    EXPECT_EQ(mRig.connect().call(QStringLiteral("ping")), QJsonValue(true));
+}
