@@ -18,8 +18,3 @@ if(RKM_SANITIZE)
 else()
     add_link_options(-Wl,--no-undefined)
 endif()
-
-find_program(CCACHE_PROGRAM ccache)
-if(CCACHE_PROGRAM)
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
-endif()

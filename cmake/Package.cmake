@@ -1,9 +1,10 @@
 # The Debian packages, one a component of Install.cmake: "cpack" in the build folder, or script/package.
 set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_VENDOR "the maintainers of rkm")
-set(CPACK_PACKAGE_CONTACT "The maintainers of rkm <root@localhost>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "keeps a family of packages up to date")
+set(CPACK_PACKAGE_VENDOR "the rkm authors")
+set(RKM_MAINTAINER "The rkm authors <root@localhost>" CACHE STRING "Whom the packages name as their maintainer")
+set(CPACK_PACKAGE_CONTACT ${RKM_MAINTAINER})
 set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/Polish.cmake)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL client library development service publisher)
 # With DESTDIR the install rules see the path that the files will have in the end.
@@ -23,35 +24,36 @@ set(SAME_VERSION "(= ${PROJECT_VERSION})")
 # The library of this very version: the service and it share the socket's lines and the stores.
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libvkcore1)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
-set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "library of the update service's clients
- Configuration, log, value types and the connection to vkservice, for rkm
- and other clients.")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
+set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "library of the update service's clients
+Configuration, log, value types and the connection to vkservice, for rkm
+and other clients.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvkcore-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libvkcore1 ${SAME_VERSION}, qt6-base-dev")
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "headers for clients of the update service
- What a program needs to be built with libvkcore.")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "headers for clients of the update service
+What a program needs to be built with libvkcore.")
 
 set(CPACK_DEBIAN_CLIENT_PACKAGE_NAME rkm)
 set(CPACK_DEBIAN_CLIENT_PACKAGE_DEPENDS "libvkcore1 ${SAME_VERSION}, vkservice ${SAME_VERSION}")
-set(CPACK_COMPONENT_CLIENT_DESCRIPTION "command line client of the update service
- Shows and changes the settings of vkservice, starts an update and follows
- it to its end, and reads the log of what was installed.")
+set(CPACK_DEBIAN_CLIENT_DESCRIPTION "command line client of the update service
+Shows and changes the settings of vkservice, starts an update and follows
+it to its end, and reads the log of what was installed.")
 
 set(CPACK_DEBIAN_SERVICE_PACKAGE_NAME vkservice)
 set(CPACK_DEBIAN_SERVICE_PACKAGE_DEPENDS "libvkcore1 ${SAME_VERSION}")
 set(CPACK_DEBIAN_SERVICE_PACKAGE_RECOMMENDS "rkm, ca-certificates")
 set(CPACK_DEBIAN_SERVICE_PACKAGE_CONTROL_EXTRA
     ${PROJECT_SOURCE_DIR}/packaging/debian/postinst;${PROJECT_SOURCE_DIR}/packaging/debian/prerm;${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
-set(CPACK_COMPONENT_SERVICE_DESCRIPTION "service that installs signed updates
- Follows signed repositories over https or in folders, installs what is new
- as a whole or not at all, by hand or on a schedule, and reports by e-mail.")
+set(CPACK_DEBIAN_SERVICE_DESCRIPTION "service that installs signed updates
+Follows signed repositories over https or in folders, installs what is new
+as a whole or not at all, by hand or on a schedule, and reports by e-mail.")
 
 set(CPACK_DEBIAN_PUBLISHER_PACKAGE_NAME vkpublish)
 set(CPACK_DEBIAN_PUBLISHER_PACKAGE_DEPENDS "libvkcore1 ${SAME_VERSION}")
-set(CPACK_COMPONENT_PUBLISHER_DESCRIPTION "publisher of signed updates
- Packs folders, signs what machines may install, and keeps the signatures
- of an update repository fresh.")
+set(CPACK_DEBIAN_PUBLISHER_DESCRIPTION "publisher of signed updates
+Packs folders, signs what machines may install, and keeps the signatures
+of an update repository fresh.")
 
 include(CPack)

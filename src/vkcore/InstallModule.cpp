@@ -58,13 +58,14 @@ InstallModule::~InstallModule() = default;
 bool InstallModule::init()
 {
     QString tReason;
+    const QString tPath = logPath(*mApp);
     if (mModule != sServiceModule) {
         tReason = QStringLiteral("there is no module %1").arg(mModule);
     } else if (OpenInstallLog* tOpen = loadReader(&tReason)) {
-        mInstaller.reset(tOpen(mApp, logPath(*mApp), &tReason));
+        mInstaller.reset(tOpen(mApp, tPath, &tReason));
     }
     if (!mInstaller) {
-        mApp->log(QStringLiteral("Failed to open the install log: %1").arg(tReason));
+        mApp->log(QStringLiteral("Failed to open the install log \"%1\": %2").arg(tPath, tReason));
     }
     return mInstaller != nullptr;
 }

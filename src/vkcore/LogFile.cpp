@@ -136,7 +136,11 @@ void LogFile::rotate()
         if (mKeep == 0) {
             ::unlink(mPath.constData());
         }
-        for (int tAge = mKeep; tAge > 0; --tAge) {
+        int tOldest = qMin(1, mKeep);
+        while (tOldest < mKeep && ::access(pathOf(tOldest).constData(), F_OK) == 0) {
+            ++tOldest;
+        }
+        for (int tAge = tOldest; tAge > 0; --tAge) {
             ::rename(pathOf(tAge - 1).constData(), pathOf(tAge).constData());
         }
     }

@@ -6,35 +6,43 @@ namespace tarn::vkcore {
 
 namespace {
 
-constexpr qint64 secondsOf(Scheduler::PeriodUnit pUnit)
+// How many periods fit between two dates, give or take one or two: local days and months do not all have the
+// same length.
+qint64 periodsBetween(const QDateTime& pFrom, const QDateTime& pTo, int pCount, Scheduler::PeriodUnit pUnit)
 {
     switch (pUnit) {
     case Scheduler::PeriodHour:
-        return 3600;
+        return pFrom.secsTo(pTo) / (qint64{3600} * pCount);
     case Scheduler::PeriodDay:
-        return 86400;
+        return pFrom.secsTo(pTo) / (qint64{86400} * pCount);
     case Scheduler::PeriodWeek:
-        return 7 * 86400;
+        return pFrom.secsTo(pTo) / (qint64{7 * 86400} * pCount);
     case Scheduler::PeriodMonth:
         break;
     }
-    return 28 * 86400; // the shortest month
+    const QDate tFrom = pFrom.date();
+    const QDate tTo = pTo.date();
+    return ((qint64{tTo.year()} - tFrom.year()) * 12 + tTo.month() - tFrom.month()) / pCount;
 }
 
-QDateTime advanced(const QDateTime& pDate, qint64 pPeriods, int pCount, Scheduler::PeriodUnit pUnit)
+// The last year that a date may have on its way to and from the service.
+constexpr int sLastYear = 9999;
+constexpr qint64 sLastYearDays = qint64{sLastYear} * 366;
+
+// Invalid behind the last year.
+QDateTime advanced(const QDateTime& pDate, qint64 pSteps, Scheduler::PeriodUnit pUnit)
 {
-    const qint64 tSteps = pPeriods * pCount;
-    switch (pUnit) {
-    case Scheduler::PeriodHour:
-        return pDate.addSecs(tSteps * 3600);
-    case Scheduler::PeriodDay:
-        return pDate.addDays(tSteps);
-    case Scheduler::PeriodWeek:
-        return pDate.addDays(tSteps * 7);
-    case Scheduler::PeriodMonth:
-        break;
+    QDateTime tDate;
+    if (pUnit == Scheduler::PeriodHour) {
+        tDate = pSteps > sLastYearDays * 24 ? tDate : pDate.addSecs(pSteps * 3600);
+    } else if (pUnit == Scheduler::PeriodDay) {
+        tDate = pSteps > sLastYearDays ? tDate : pDate.addDays(pSteps);
+    } else if (pUnit == Scheduler::PeriodWeek) {
+        tDate = pSteps > sLastYearDays / 7 ? tDate : pDate.addDays(pSteps * 7);
+    } else {
+        tDate = pSteps > sLastYear * 12 ? tDate : pDate.addMonths(static_cast<int>(pSteps));
     }
-    return pDate.addMonths(static_cast<int>(tSteps));
+    return tDate.date().year() > sLastYear ? QDateTime() : tDate;
 }
 
 } // namespace
@@ -50,23 +58,15 @@ QDateTime Scheduler::nextValidUpdateTime(const QDateTime& pDate, int pCount, Per
     if (pDate >= tEarliest) {
         return pDate;
     }
-    // Days and months do not all have the same length, so a division only says about where the date lies.
-    // Months are estimated from the calendar, the others from their seconds; the last steps are walked.
-    qint64 tPeriods = 0;
-    if (pUnit == PeriodMonth) {
-        const QDate tFrom = pDate.date();
-        const QDate tTo = tEarliest.date();
-        const qint64 tMonths = (tTo.year() - tFrom.year()) * 12LL + tTo.month() - tFrom.month();
-        tPeriods = tMonths / pCount;
-    } else {
-        tPeriods = pDate.secsTo(tEarliest) / (secondsOf(pUnit) * pCount);
-    }
-    tPeriods = std::max<qint64>(0, tPeriods - 1);
-    QDateTime tResult = advanced(pDate, tPeriods, pCount, pUnit);
+    // The estimate may be off by two, so the last steps are walked; each is counted from pDate, since a step
+    // from a shortened month, or from an hour that the clock left out, would carry its error on.
+    qint64 tPeriods = std::max<qint64>(0, periodsBetween(pDate, tEarliest, pCount, pUnit) - 2);
+    QDateTime tResult = advanced(pDate, tPeriods * pCount, pUnit);
     while (tResult.isValid() && tResult < tEarliest) {
-        tResult = advanced(pDate, ++tPeriods, pCount, pUnit);
+        tResult = advanced(pDate, ++tPeriods * pCount, pUnit);
     }
-    return tResult.isValid() ? tResult : tEarliest;
+    return tResult.isValid() ? tResult
+                             : std::max(tEarliest, QDateTime(QDate(sLastYear, 12, 31), pDate.time()));
 }
 
 } // namespace tarn::vkcore

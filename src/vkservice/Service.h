@@ -26,7 +26,7 @@ namespace tarn::vkservice {
 namespace control {
 class MailControl;
 class UpdateControl;
-}
+} // namespace control
 namespace update {
 class UpdateRun;
 struct RunRequest;

@@ -5,7 +5,7 @@ import re
 import unittest
 import xml.etree.ElementTree
 
-from support import SOURCE, options_by_command, read, run
+from support import BIN, SOURCE, options_by_command, read, run
 
 PAGES = sorted(glob.glob(os.path.join(SOURCE, "docs/man/*.[1-9]")))
 COMMON = {"help", "version", "socket"}
@@ -55,6 +55,39 @@ class Manual(unittest.TestCase):
         self.assertGreater(len(explained), 20)
         for text in explained:
             self.assertIn(text.replace(r"\(dq", '"'), texts)
+
+    def test_every_option_of_the_publisher(self):
+        parts = sections(read("docs/man/vkpublish.1"))
+        commands = re.findall(r"(?m)^  ([a-z-]+) ", run(os.path.join(BIN, "vkpublish"), "--help"))
+        self.assertGreater(len(commands), 5)
+        for command in commands:
+            with self.subTest(command=command):
+                help_text = run(os.path.join(BIN, "vkpublish"), command, "--help")
+                wanted = set(re.findall(r"(?m)^\s+(?:-\w, )?--([a-z][a-z-]+)", help_text)) - {"help", "help-all"}
+                self.assertTrue(wanted)
+                self.assertEqual(documented(parts[command])[0], wanted)
+
+    def test_every_option_of_the_service(self):
+        options = re.findall(r"(?m)^  (-[a-z-]+)", run(os.path.join(BIN, "vkservice"), "--help"))
+        long, short = documented(read("docs/man/vkservice.8"))
+        heads = "\n".join(re.findall(r"(?m)^\.It (.*)$", read("docs/man/vkservice.8")))
+        self.assertIn("-worker", options)
+        for option in options:
+            if option.startswith("--"):
+                self.assertIn(option[2:], long)
+            else:
+                self.assertIn(f"Fl {option[1:]}", heads)
+
+    def test_every_configuration_key(self):
+        used = set()
+        for path in glob.glob(os.path.join(SOURCE, "src/**/*.cpp"), recursive=True):
+            with open(path, encoding="utf-8") as file:
+                used.update(re.findall(r'(?:Rule|getStrValue|configValue|tRead|pValue|codesOf\([\w*]+,)\s*\(?\s*QStringLiteral\("([a-z]+\.[\w.]+)"\)',
+                                       file.read()))
+        documented_keys = set(re.findall(r"Va ([a-z]+\.[\w.]+)", read("docs/man/vk.cfg.5")))
+        self.assertGreater(len(used), 15)
+        self.assertEqual(used - documented_keys, set())
+        self.assertEqual({key for key in documented_keys - used if key != "mail.verify."}, set())
 
     def test_pages_are_well_formed_and_name_each_other(self):
         run("mandoc", "-Tlint", "-Wwarning", *PAGES)

@@ -46,7 +46,8 @@ option::ArgStatus argRequired(const option::Option& pOption, bool pMessage)
         return option::ARG_OK;
     }
     if (pMessage) {
-        writeLine(tarn::vkc::VKCApplication::tr("Option '%1' requires an argument").arg(nameForMessage(pOption)));
+        writeLine(
+            tarn::vkc::VKCApplication::tr("Option '%1' requires an argument").arg(nameForMessage(pOption)));
     }
     return option::ARG_ILLEGAL;
 }

@@ -4,7 +4,10 @@
 
 #include <QtCore/QFile>
 
+#include <cerrno>
+
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tarn::vkcore {
@@ -13,15 +16,24 @@ namespace {
 
 constexpr int sBusyTimeoutMs = 5000;
 
-// SQLite would make the file with the umask's rights; a file of passwords must never be open to others.
+// SQLite would make the file with the umask's rights; a file of passwords must never be open to others. A
+// file that is there is not opened: closing it would end the locks that this process has on it through other
+// connections.
 bool makePrivateFile(const QByteArray& pPath)
 {
-    const int tFd = ::open(pPath.constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (tFd < 0) {
+    const int tFd = ::open(pPath.constData(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (tFd >= 0) {
+        ::close(tFd);
+        return true;
+    }
+    struct stat tStat
+    {
+    };
+    if (errno != EEXIST || ::lstat(pPath.constData(), &tStat) != 0) {
         return false;
     }
-    ::close(tFd);
-    return true;
+    errno = S_ISLNK(tStat.st_mode) ? ELOOP : EEXIST;
+    return !S_ISLNK(tStat.st_mode);
 }
 
 } // namespace
@@ -37,7 +49,7 @@ bool Database::open(const QString& pPath, Mode pMode)
     const QByteArray tPath = QFile::encodeName(pPath);
     const bool tWrite = pMode == Mode::ReadWrite;
     if (tWrite && !makePrivateFile(tPath)) {
-        mErrorText = QStringLiteral("%1: %2").arg(pPath, qt_error_string());
+        mErrorText = QStringLiteral("%1: %2").arg(pPath, qt_error_string(errno));
         return false;
     }
     const int tFlags = (tWrite ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY) | SQLITE_OPEN_NOMUTEX;
@@ -48,8 +60,19 @@ bool Database::open(const QString& pPath, Mode pMode)
         mErrorText = tReason;
         return false;
     }
+    // Without permission to write SQLite opens for reading only.
+    if (tWrite && sqlite3_db_readonly(mHandle, "main") == 1) {
+        close();
+        mErrorText = QStringLiteral("%1: %2").arg(pPath, qt_error_string(EACCES));
+        return false;
+    }
     sqlite3_extended_result_codes(mHandle, 1);
     sqlite3_busy_timeout(mHandle, sBusyTimeoutMs);
+    if (tWrite) {
+        // Otherwise the end of a transaction, the removal of its journal, could be lost with the power. A
+        // file that is no database fails here too, and tells so at its first use.
+        sqlite3_exec(mHandle, "PRAGMA synchronous = EXTRA", nullptr, nullptr, nullptr);
+    }
     return true;
 }
 
@@ -63,9 +86,12 @@ void Database::close()
 
 bool Database::fail()
 {
-    const int tCode = sqlite3_extended_errcode(mHandle) & 0xff;
-    mDamaged = tCode == SQLITE_CORRUPT || tCode == SQLITE_NOTADB || tCode == SQLITE_SCHEMA;
-    mErrorText = QString::fromUtf8(sqlite3_errmsg(mHandle));
+    const int tExtended = sqlite3_extended_errcode(mHandle);
+    const int tCode = tExtended & 0xff;
+    mDamaged = tCode == SQLITE_CORRUPT || tCode == SQLITE_NOTADB;
+    mErrorText = tExtended == SQLITE_READONLY_ROLLBACK
+                     ? QStringLiteral("a change was cut short and has to be undone by who may write the file")
+                     : QString::fromUtf8(sqlite3_errmsg(mHandle));
     return false;
 }
 

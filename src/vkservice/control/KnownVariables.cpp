@@ -36,9 +36,9 @@ void addMailVariables(ConfigVariables& pVariables)
     for (const char* tName : {"mail.url", "mail.user", "mail.password", "mail.sender"}) {
         pVariables.addRule(textRule(QLatin1String(tName), QString()));
     }
-    pVariables.addRule(wordRule(
-        QStringLiteral("mail.startTls"),
-        {QStringLiteral("required"), QStringLiteral("ifOffered"), QStringLiteral("never")}));
+    pVariables.addRule(
+        wordRule(QStringLiteral("mail.startTls"),
+                 {QStringLiteral("required"), QStringLiteral("ifOffered"), QStringLiteral("never")}));
     pVariables.addRule(pathRule(QStringLiteral("mail.caFile"), QString()));
     pVariables.addRule(yesNoRule(QStringLiteral("mail.allowPlaintext"), false));
     pVariables.addRule(wholeNumberRule(QStringLiteral("mail.timeout"), 60, 1, 3600));

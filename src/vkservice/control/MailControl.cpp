@@ -26,8 +26,9 @@ constexpr int sMaxPackagesOfRun = 1000;
 
 } // namespace
 
-MailControl::MailControl(store::StateStore& pStore, store::Settings& pSettings, store::ConfigVariables& pVariables,
-                         const Surroundings& pSurroundings, QObject* pParent)
+MailControl::MailControl(store::StateStore& pStore, store::Settings& pSettings,
+                         store::ConfigVariables& pVariables, const Surroundings& pSurroundings,
+                         QObject* pParent)
     : QObject(pParent), mSettings(pSettings), mVariables(pVariables), mSurroundings(pSurroundings),
       mMailer(pStore.database(), [this] { return machineStatus(); })
 {
@@ -42,7 +43,8 @@ bool MailControl::open(QString* pError)
         return false;
     }
     onVariablesChanged();
-    mMailer.setMonitoringSettings(mSettings.monitoring().value_or(MonitoringSettings()), Mailer::Reason::Loaded);
+    mMailer.setMonitoringSettings(mSettings.monitoring().value_or(MonitoringSettings()),
+                                  Mailer::Reason::Loaded);
     return true;
 }
 

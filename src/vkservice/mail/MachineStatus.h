@@ -1,6 +1,6 @@
 #pragma once
 
-#include "update/UpdateRun.h"
+#include "update/ResultCode.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QList>

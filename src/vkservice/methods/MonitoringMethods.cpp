@@ -1,9 +1,9 @@
+#include "control/MailControl.h"
 #include "internal/Protocol.h"
 #include "ipc/Params.h"
 #include "mail/Address.h"
 #include "methods/Methods.h"
 #include "Service.h"
-#include "control/MailControl.h"
 
 #include <QtCore/QJsonDocument>
 

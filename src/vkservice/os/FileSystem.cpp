@@ -27,6 +27,11 @@ public:
         return ::write(pFd, pBuffer, pSize);
     }
     int changeMode(int pFd, mode_t pMode) override { return ::fchmod(pFd, pMode); }
+    int changeTime(int pFd, time_t pModified) override
+    {
+        const timespec tTimes[] = {{0, UTIME_OMIT}, {pModified, 0}};
+        return ::futimens(pFd, tTimes);
+    }
     int fsync(int pFd) override { return ::fsync(pFd); }
     int syncFs(int pFd) override { return ::syncfs(pFd); }
     int makeDir(const QByteArray& pPath, mode_t pMode) override { return ::mkdir(pPath.constData(), pMode); }

@@ -22,6 +22,7 @@ public:
     virtual ssize_t read(int pFd, void* pBuffer, size_t pSize) = 0;
     virtual ssize_t write(int pFd, const void* pBuffer, size_t pSize) = 0;
     virtual int changeMode(int pFd, mode_t pMode) = 0;
+    virtual int changeTime(int pFd, time_t pModified) = 0;
     virtual int fsync(int pFd) = 0;
     virtual int syncFs(int pFd) = 0;
     virtual int makeDir(const QByteArray& pPath, mode_t pMode) = 0;

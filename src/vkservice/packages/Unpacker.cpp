@@ -160,7 +160,9 @@ Failure Unpacking::takeFile(archive_entry* pEntry, const QByteArray& pPath, int 
     if (const Failure tFailure = takeData(tFile.fd(), pPath, tSize)) {
         return tFailure;
     }
-    return tFile.close() != 0 ? systemFailure(pPath) : Failure();
+    const bool tTimed = archive_entry_mtime_is_set(pEntry) == 0 ||
+                        mFileSystem.changeTime(tFile.fd(), archive_entry_mtime(pEntry)) == 0;
+    return !tTimed || tFile.close() != 0 ? systemFailure(pPath) : Failure();
 }
 
 Failure Unpacking::takeData(int pFd, const QByteArray& pPath, qint64 pSize)

@@ -22,7 +22,8 @@ struct UnpackLimits
 
 // Unpacks a .tar.zst into a folder that must not exist yet. Takes regular files, folders and symbolic links
 // that stay inside; an archive with anything else, or with a path that leads out, is refused as a whole.
-// Rights become 0755 or 0644; owner, group, set-id bits and extended attributes are not taken over.
+// Rights become 0755 or 0644, files keep their times; owner, group, set-id bits and extended attributes are
+// not taken over.
 //
 // The folder's parent must be one that no other user may write to. Nothing is synced. On failure the folder
 // is left as it is, for the caller to remove.

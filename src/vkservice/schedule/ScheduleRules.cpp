@@ -12,9 +12,20 @@ namespace {
 constexpr int sLastYear = 9999;            // what a date on the socket can say
 constexpr qint64 sToleranceSeconds = 7200; // an hour that comes twice, and some
 
+// A period beyond the years that a date can say. Qt counts months up one year after the other, so it must not
+// be asked for them.
+bool isEndless(const ScheduleSettings& pSchedule)
+{
+    constexpr qint64 sHours[] = {1, 24, 7 * 24, 28 * 24};
+    return pSchedule.mPeriodCount * sHours[pSchedule.mUnit] > qint64(sLastYear) * 366 * 24;
+}
+
 // pPeriods may be negative. Invalid where the calendar ends.
 QDateTime shifted(const QDateTime& pDate, int pPeriods, const ScheduleSettings& pSchedule)
 {
+    if (isEndless(pSchedule)) {
+        return {};
+    }
     const qint64 tSteps = qint64(pPeriods) * pSchedule.mPeriodCount;
     switch (pSchedule.mUnit) {
     case Scheduler::PeriodHour:
@@ -36,11 +47,15 @@ QDateTime bounded(const QDateTime& pDate)
                : QDateTime(QDate(sLastYear, 12, 31), QTime(0, 0));
 }
 
-QDateTime nextFrom(const QDateTime& pDate, const ScheduleSettings& pSchedule, const QDateTime& pNow,
-                   int pLead)
+// Without a period the lead alone is what lies between two checks.
+QDateTime nextFrom(const QDateTime& pAnchor, const ScheduleSettings& pSchedule, const QDateTime& pNow)
 {
+    const int tLead = pSchedule.mPeriodCount > 0 ? 1 : sLeadSeconds;
+    if (isEndless(pSchedule)) {
+        return pAnchor >= pNow.addSecs(tLead) ? pAnchor : bounded({});
+    }
     return bounded(
-        Scheduler::nextValidUpdateTime(pDate, pSchedule.mPeriodCount, pSchedule.mUnit, pNow, pLead));
+        Scheduler::nextValidUpdateTime(pAnchor, pSchedule.mPeriodCount, pSchedule.mUnit, pNow, tLead));
 }
 
 bool samePeriod(const ScheduleSettings& pOne, const ScheduleSettings& pOther)
@@ -48,13 +63,16 @@ bool samePeriod(const ScheduleSettings& pOne, const ScheduleSettings& pOther)
     return pOne.mPeriodCount == pOther.mPeriodCount && pOne.mUnit == pOther.mUnit;
 }
 
-// The date from which a new period counts: where the old one began.
-QDateTime beginOfPeriod(const ScheduleSettings& pOld)
+QDateTime anchorOf(const ScheduleSettings& pSchedule)
 {
-    if (!pOld.mNextCheck.isValid() || pOld.mPeriodCount <= 0) {
-        return {};
-    }
-    return shifted(pOld.mNextCheck, -1, pOld);
+    return pSchedule.mAnchor.isValid() ? pSchedule.mAnchor : pSchedule.mNextCheck;
+}
+
+// The date from which a new period counts: where the old one began, or now where that can't be said.
+QDateTime beginOfPeriod(const ScheduleSettings& pOld, const QDateTime& pNow)
+{
+    const QDateTime tBegin = pOld.mPeriodCount > 0 ? shifted(pOld.mNextCheck, -1, pOld) : QDateTime();
+    return tBegin.isValid() ? tBegin : pNow;
 }
 
 } // namespace
@@ -68,19 +86,21 @@ ScheduleSettings afterChange(const ScheduleSettings& pOld, const ScheduleSetting
                              const QDateTime& pNow)
 {
     ScheduleSettings tNew = pWanted;
-    const bool tDateChanged = pWanted.mNextCheck != pOld.mNextCheck && pWanted.mNextCheck.isValid();
-    tNew.mNextCheckChosen = tDateChanged || (pOld.mNextCheckChosen && pWanted.mNextCheck.isValid());
-    const QDateTime tBegin = beginOfPeriod(pOld);
-    if (!tDateChanged && !samePeriod(pOld, pWanted) && tBegin.isValid()) {
-        const QDateTime tFirst = shifted(tBegin, 1, pWanted);
-        tNew.mNextCheck = tFirst.isValid() ? nextFrom(tFirst, pWanted, pNow, 0) : bounded(tFirst);
-        tNew.mNextCheckChosen = false;
+    const bool tNamed = pWanted.mNextCheck.isValid() && pWanted.mNextCheck != pOld.mNextCheck;
+    tNew.mNextCheckChosen = pWanted.mNextCheck.isValid() && (tNamed || pOld.mNextCheckChosen);
+    tNew.mAnchor = tNamed ? pWanted.mNextCheck : pOld.mAnchor;
+    if (!tNew.mNextCheckChosen && !samePeriod(pOld, pWanted) && tNew.mNextCheck.isValid()) {
+        tNew.mAnchor = beginOfPeriod(pOld, pNow);
+        tNew.mNextCheck = nextFrom(tNew.mAnchor, tNew, pNow);
     }
     if (!runsByDate(tNew)) {
         return tNew;
     }
-    if (!tNew.mNextCheck.isValid() || tNew.mNextCheck < pNow) {
-        tNew.mNextCheck = nextFrom(tNew.mNextCheck, tNew, pNow, sLeadSeconds);
+    if (!tNew.mNextCheck.isValid()) {
+        tNew.mNextCheck = pNow.addSecs(sLeadSeconds);
+        tNew.mAnchor = tNew.mNextCheck;
+    } else if (tNew.mNextCheck < pNow) {
+        tNew.mNextCheck = nextFrom(anchorOf(tNew), tNew, pNow);
     }
     return tNew;
 }
@@ -88,9 +108,8 @@ ScheduleSettings afterChange(const ScheduleSettings& pOld, const ScheduleSetting
 ScheduleSettings afterCheck(const ScheduleSettings& pSchedule, const QDateTime& pNow)
 {
     ScheduleSettings tNext = pSchedule;
-    // A second ahead at least: the date that has just come must not come again.
-    tNext.mNextCheck =
-        nextFrom(pSchedule.mNextCheck, pSchedule, pNow, pSchedule.mPeriodCount > 0 ? 1 : sLeadSeconds);
+    tNext.mAnchor = anchorOf(pSchedule);
+    tNext.mNextCheck = nextFrom(tNext.mAnchor, pSchedule, pNow);
     tNext.mNextCheckChosen = false;
     return tNext;
 }
@@ -106,10 +125,11 @@ ScheduleSettings afterClockChange(const ScheduleSettings& pSchedule, const QDate
         return pSchedule;
     }
     ScheduleSettings tBack = pSchedule;
-    tBack.mNextCheck = bounded(QDateTime(tLatest.date(), pSchedule.mNextCheck.time()));
+    tBack.mNextCheck = bounded(QDateTime(tLatest.date(), anchorOf(pSchedule).time()));
     if (tBack.mNextCheck <= pNow) {
         tBack.mNextCheck = tLatest;
     }
+    tBack.mAnchor = tBack.mNextCheck;
     return tBack;
 }
 

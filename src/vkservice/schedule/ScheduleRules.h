@@ -12,9 +12,12 @@ inline constexpr int sLeadSeconds = 600; // a date that had to be made up lies a
 // Does the schedule come round by its date? Not by hand, and not at logins.
 bool runsByDate(const ScheduleSettings& pSchedule);
 
-// What pWanted becomes when it replaces pOld: its next check lies ahead, and fits to its period.
+// What pWanted becomes when it replaces pOld: its next check lies ahead, and fits to its period. The anchor
+// of pWanted does not count.
 // - A date that was named anew is kept if it lies ahead, else moved on by whole periods.
-// - A new period counts from the last date of the old one, so the time of day stays.
+// - A new period counts from the last date of the old one, so the time of day stays; but a date that was
+// named
+//   and is still to come is kept.
 // - A schedule that runs by date and has none begins soon.
 ScheduleSettings afterChange(const ScheduleSettings& pOld, const ScheduleSettings& pWanted,
                              const QDateTime& pNow);

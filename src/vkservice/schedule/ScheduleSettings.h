@@ -18,6 +18,9 @@ struct ScheduleSettings
     QDateTime mNextCheck; // local time
     int mPeriodCount = 1;
     vkcore::Scheduler::PeriodUnit mUnit = vkcore::Scheduler::PeriodDay;
+    // The date that periods are counted from, so that the 31st comes back after a short month, and the hour
+    // after the night that lacks it. Invalid: the next check itself.
+    QDateTime mAnchor;
     QString mExtra; // of other clients, only carried along
     // Somebody named this very date, so it may lie further ahead than one period.
     bool mNextCheckChosen = false;

@@ -149,6 +149,7 @@ std::optional<ScheduleSettings> Settings::schedule() const
         static_cast<Scheduler::AutoUpdateMode>(tStored->value(QStringLiteral("schedule.mode")).toInt());
     tSchedule.mFlags = tStored->value(QStringLiteral("schedule.flags")).toInt();
     tSchedule.mNextCheck = toDate(tStored->value(QStringLiteral("schedule.nextCheck")));
+    tSchedule.mAnchor = toDate(tStored->value(QStringLiteral("schedule.anchor")));
     tSchedule.mPeriodCount = tStored->value(QStringLiteral("schedule.periodCount")).toInt();
     tSchedule.mUnit =
         static_cast<Scheduler::PeriodUnit>(tStored->value(QStringLiteral("schedule.unit")).toInt());
@@ -163,6 +164,7 @@ bool Settings::setSchedule(const ScheduleSettings& pSchedule)
         {QStringLiteral("schedule.mode"), QString::number(pSchedule.mMode)},
         {QStringLiteral("schedule.flags"), QString::number(pSchedule.mFlags)},
         {QStringLiteral("schedule.nextCheck"), fromDate(pSchedule.mNextCheck)},
+        {QStringLiteral("schedule.anchor"), fromDate(pSchedule.mAnchor)},
         {QStringLiteral("schedule.periodCount"), QString::number(pSchedule.mPeriodCount)},
         {QStringLiteral("schedule.unit"), QString::number(pSchedule.mUnit)},
         {QStringLiteral("schedule.extra"), pSchedule.mExtra},

@@ -36,6 +36,7 @@ public:
 
     qint64 received() const override { return mReceived; }
     qint64 maxLength() const override { return mTarget.mLength; }
+    bool isResumable() const override { return true; }
     Trouble restart() override;
     Trouble write(QByteArrayView pData) override;
     // Puts what was received on the disk, as far as it goes.

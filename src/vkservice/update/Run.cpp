@@ -167,19 +167,30 @@ void Run::serverFailed(const QString& pServer, const Trouble& pTrouble, bool pIs
 Trouble Run::installPackages(Plan* pPlan)
 {
     mReporter.setFailedCount(pPlan->failedCount());
-    Trouble tTrouble = prepare(pPlan);
-    if (!tTrouble && pPlan->failedCount() < pPlan->mPackages.size()) {
-        AppWait tWait(mProcesses, mWorkplace.installed(), mWorkplace.folders(), *pPlan, mReporter, mAbort);
-        tTrouble = tWait.wait(mRequest.mWaitForAppsSeconds);
-        if (!tTrouble) {
-            tTrouble = switchToNew(*pPlan);
+    if (pPlan->failedCount() < pPlan->mPackages.size()) {
+        if (const Trouble tTrouble = prepare(pPlan)) {
+            warn(mWorkplace.tidyUp()); // at once: unpacked packages may be what fills the disk
+            return tTrouble;
         }
-        removeObsolete();
-    } else if (!tTrouble) {
-        packages::Manifest tNothing = nextGeneration(*pPlan);
-        warn(mWorkplace.logRun(tNothing));
     }
-    return tTrouble;
+    if (pPlan->failedCount() == pPlan->mPackages.size()) {
+        warn(mWorkplace.tidyUp());
+        warn(mWorkplace.logRun(nextGeneration(*pPlan)));
+        return {};
+    }
+    if (const Trouble tTrouble = waitAndSwitch(*pPlan)) {
+        warn(mWorkplace.tidyUp());
+        return tTrouble;
+    }
+    removeObsolete();
+    return {};
+}
+
+Trouble Run::waitAndSwitch(const Plan& pPlan)
+{
+    AppWait tWait(mProcesses, mWorkplace.installed(), mWorkplace.folders(), pPlan, mReporter, mAbort);
+    const Trouble tTrouble = tWait.wait(mRequest.mWaitForAppsSeconds);
+    return tTrouble ? tTrouble : switchToNew(pPlan);
 }
 
 Trouble Run::prepare(Plan* pPlan)

@@ -50,6 +50,7 @@ private:
 
     Trouble installPackages(Plan* pPlan);
     Trouble prepare(Plan* pPlan);
+    Trouble waitAndSwitch(const Plan& pPlan);
     packages::Manifest nextGeneration(const Plan& pPlan);
     Trouble switchToNew(const Plan& pPlan);
     void removeObsolete();

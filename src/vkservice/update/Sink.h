@@ -17,6 +17,8 @@ public:
     virtual qint64 received() const = 0;
     // How many bytes the file may have at most.
     virtual qint64 maxLength() const = 0;
+    // False for a file that must come in one piece: what a broken attempt got of it is of no use.
+    virtual bool isResumable() const = 0;
     // Forgets what was received: the file comes from its beginning.
     virtual Trouble restart() = 0;
     virtual Trouble write(QByteArrayView pData) = 0;
@@ -30,6 +32,7 @@ public:
 
     qint64 received() const override { return mBytes.size(); }
     qint64 maxLength() const override { return mMaxLength; }
+    bool isResumable() const override { return false; }
     Trouble restart() override;
     Trouble write(QByteArrayView pData) override;
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "update/ResultCode.h"
+
 #include <vkcore/NetProxy.h>
 #include <vkcore/Types.h>
 
@@ -16,31 +18,23 @@ class ProcessList;
 
 namespace tarn::vkservice::update {
 
-// The outcome of a run; the low 8 bits are what clients get.
-enum ResultCode : int
-{
-    ResultNone = 0,
-    ResultSuccess = 1,
-    ResultUnreachable = 2,
-    ResultVerificationFailed = 3,
-    ResultAborted = 4,
-    ResultSuppressed = 5,
-    ResultNoSpace = 6,
-    ResultInstallFailed = 7,
-    ResultNoServer = 8,
-    ResultManualIntervention = 9,
-    ResultStoreDamaged = 10,
-};
-
-// The code in plain words, for people.
-QString resultText(ResultCode pCode);
-
 struct ServerAccess
 {
     QString mName; // for messages
     QString mUri;
     QString mUser;
     QString mPassword;
+};
+
+// How long a run bears with a server before it tries again, or the next one.
+struct Patience
+{
+    int mConnectSeconds = 15;
+    int mSlowBytesPerSecond = 1000; // slower than this
+    int mSlowSeconds = 30;          // for so long is too slow
+    int mSmallFileSeconds = 120;    // for a whole metadata file
+    int mAttempts = 4;              // for one file
+    int mFirstPauseMs = 1000;       // before the second attempt; each later pause is three times as long
 };
 
 // All that a run needs to know; it asks nobody while it runs.
@@ -59,6 +53,7 @@ struct RunRequest
     int mParallelDownloads = 2;
     qint64 mBytesPerSecond = 0; // 0: no limit
     QString mCaFile;            // empty: the system's certificates
+    Patience mPatience;
 };
 
 struct Progress

@@ -6,6 +6,7 @@
 #include <QtCore/QMutex>
 
 #include <cerrno>
+#include <fcntl.h>
 #include <functional>
 #include <unistd.h>
 
@@ -26,6 +27,8 @@ public:
     bool hasFailed() const { return mFailAt > 0 && mCount >= mFailAt; }
     // What the operations were, for the message of a test that fails.
     QByteArray failed() const { return hasFailed() ? mLog.at(mFailAt - 1) : QByteArray(); }
+    // What the file systems say that they have left; as it is if negative.
+    qint64 mFreeBytes = -1;
     // Called before each operation, on whatever thread does it, with its number and name.
     std::function<void(int, const QByteArray&)> mObserver;
 
@@ -39,7 +42,8 @@ public:
     }
     int close(int pFd) override
     {
-        const bool tFails = fails("close");
+        const bool tWritten = (::fcntl(pFd, F_GETFL) & O_ACCMODE) != O_RDONLY;
+        const bool tFails = fails(tWritten ? "close behind writing" : "close");
         const int tErrno = errno;
         const int tResult = mReal.close(pFd);
         errno = tFails ? tErrno : errno;
@@ -62,6 +66,10 @@ public:
     int changeMode(int pFd, mode_t pMode) override
     {
         return fails("chmod") ? -1 : mReal.changeMode(pFd, pMode);
+    }
+    int changeTime(int pFd, time_t pModified) override
+    {
+        return fails("utime") ? -1 : mReal.changeTime(pFd, pModified);
     }
     int fsync(int pFd) override { return fails("fsync") ? -1 : mReal.fsync(pFd); }
     // The real sync would write out the whole machine's disk for each test.
@@ -96,7 +104,13 @@ public:
     }
     int statVfs(const QByteArray& pPath, struct statvfs* pTo) override
     {
-        return fails("statvfs " + pPath) ? -1 : mReal.statVfs(pPath, pTo);
+        if (fails("statvfs " + pPath) || mReal.statVfs(pPath, pTo) != 0) {
+            return -1;
+        }
+        if (mFreeBytes >= 0) {
+            pTo->f_bavail = static_cast<fsblkcnt_t>(mFreeBytes) / pTo->f_frsize;
+        }
+        return 0;
     }
 
 private:

@@ -9,9 +9,15 @@ using namespace tarn::vkservice::schedule;
 
 namespace {
 
-QDateTime date(const char* pText) { return QDateTime::fromString(QLatin1String(pText), Qt::ISODate); }
+QDateTime date(const char* pText)
+{
+    return QDateTime::fromString(QLatin1String(pText), Qt::ISODate);
+}
 
-std::string text(const QDateTime& pDate) { return pDate.toString(Qt::ISODate).toStdString(); }
+std::string text(const QDateTime& pDate)
+{
+    return pDate.toString(Qt::ISODate).toStdString();
+}
 
 ScheduleSettings automatic(const char* pNext, int pCount, Scheduler::PeriodUnit pUnit)
 {
@@ -34,6 +40,9 @@ TEST(ScheduleRules, ChangeLeavesAConsistentSchedule)
     ScheduleSettings tManualLongAgo = tManual;
     tManualLongAgo.mNextCheck = date("2025-01-01T03:00:00");
 
+    ScheduleSettings tChosen = automatic("2026-12-24T18:00:00", 1, Scheduler::PeriodWeek);
+    tChosen.mNextCheckChosen = true;
+
     const struct
     {
         const char* mWhat;
@@ -43,8 +52,8 @@ TEST(ScheduleRules, ChangeLeavesAConsistentSchedule)
         bool mChosen;
     } tCases[] = {
         {"nothing changed", tWeekly, tWeekly, "2026-03-14T03:00:00", false},
-        {"automatic without a date begins soon", tManual, automatic("", 1, Scheduler::PeriodWeek), "2026-03-10T12:10:00",
-         false},
+        {"automatic without a date begins soon", tManual, automatic("", 1, Scheduler::PeriodWeek),
+         "2026-03-10T12:10:00", false},
         {"automatic with a date long ago keeps its weekday and time", tManualLongAgo,
          automatic("2025-01-01T03:00:00", 1, Scheduler::PeriodWeek), "2026-03-11T03:00:00", false},
         {"weekly becomes daily", tWeekly, automatic("2026-03-14T03:00:00", 1, Scheduler::PeriodDay),
@@ -52,15 +61,19 @@ TEST(ScheduleRules, ChangeLeavesAConsistentSchedule)
         {"weekly becomes monthly", tWeekly, automatic("2026-03-14T03:00:00", 1, Scheduler::PeriodMonth),
          "2026-04-07T03:00:00", false},
         {"a period of nothing", tWeekly, automatic("2026-03-14T03:00:00", 0, Scheduler::PeriodDay),
-         "2026-03-10T12:00:00", false},
-        {"a date far ahead is somebody's choice", tWeekly, automatic("2026-12-24T18:00:00", 1, Scheduler::PeriodWeek),
-         "2026-12-24T18:00:00", true},
+         "2026-03-10T12:10:00", false},
+        {"a date far ahead is somebody's choice", tWeekly,
+         automatic("2026-12-24T18:00:00", 1, Scheduler::PeriodWeek), "2026-12-24T18:00:00", true},
         {"date and period together", tWeekly, automatic("2026-12-24T18:00:00", 1, Scheduler::PeriodDay),
          "2026-12-24T18:00:00", true},
-        {"a date in the past moves by periods", tWeekly, automatic("2026-03-01T05:00:00", 1, Scheduler::PeriodDay),
-         "2026-03-11T05:00:00", true},
+        {"a period under a chosen date", tChosen, automatic("2026-12-24T18:00:00", 1, Scheduler::PeriodDay),
+         "2026-12-24T18:00:00", true},
+        {"a date in the past moves by periods", tWeekly,
+         automatic("2026-03-01T05:00:00", 1, Scheduler::PeriodDay), "2026-03-11T05:00:00", true},
         {"the calendar ends", tWeekly, automatic("2026-03-14T03:00:00", 2147483647, Scheduler::PeriodMonth),
          "9999-12-31T00:00:00", false},
+        {"and begins again", automatic("9999-12-31T00:00:00", 2147483647, Scheduler::PeriodMonth),
+         automatic("9999-12-31T00:00:00", 1, Scheduler::PeriodDay), "2026-03-11T12:00:00", false},
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mWhat);
@@ -93,16 +106,31 @@ TEST(ScheduleRules, CheckMovesOnBehindNow)
         const char* mNow;
         const char* mNext;
     } tCases[] = {
-        {automatic("2026-03-10T03:00:00", 1, Scheduler::PeriodDay), "2026-03-10T03:00:00", "2026-03-11T03:00:00"},
-        {automatic("2026-03-10T03:00:00", 6, Scheduler::PeriodHour), "2026-03-10T04:00:00", "2026-03-10T09:00:00"},
-        {automatic("2026-01-31T03:00:00", 1, Scheduler::PeriodMonth), "2026-01-31T03:00:10", "2026-02-28T03:00:00"},
+        {automatic("2026-03-10T03:00:00", 1, Scheduler::PeriodDay), "2026-03-10T03:00:00",
+         "2026-03-11T03:00:00"},
+        {automatic("2026-03-10T03:00:00", 6, Scheduler::PeriodHour), "2026-03-10T04:00:00",
+         "2026-03-10T09:00:00"},
+        {automatic("2026-01-31T03:00:00", 1, Scheduler::PeriodMonth), "2026-01-31T03:00:10",
+         "2026-02-28T03:00:00"},
         // Missed for years: one check, and the next in the old rhythm.
-        {automatic("2020-03-10T03:00:00", 1, Scheduler::PeriodDay), "2026-03-10T12:00:00", "2026-03-11T03:00:00"},
-        {automatic("2026-03-10T03:00:00", 0, Scheduler::PeriodDay), "2026-03-10T03:00:00", "2026-03-10T03:10:00"},
+        {automatic("2020-03-10T03:00:00", 1, Scheduler::PeriodDay), "2026-03-10T12:00:00",
+         "2026-03-11T03:00:00"},
+        {automatic("2026-03-10T03:00:00", 0, Scheduler::PeriodDay), "2026-03-10T03:00:00",
+         "2026-03-10T03:10:00"},
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mNext);
         EXPECT_EQ(text(afterCheck(tCase.mSchedule, date(tCase.mNow)).mNextCheck), tCase.mNext);
+    }
+}
+
+TEST(ScheduleRules, The31stComesBackAfterAShortMonth)
+{
+    ScheduleSettings tSchedule = automatic("2026-01-31T03:00:00", 1, Scheduler::PeriodMonth);
+    for (const char* tExpected : {"2026-02-28T03:00:00", "2026-03-31T03:00:00", "2026-04-30T03:00:00"}) {
+        tSchedule = afterCheck(tSchedule, tSchedule.mNextCheck);
+        EXPECT_EQ(text(tSchedule.mNextCheck), tExpected);
+        tSchedule = afterChange(tSchedule, tSchedule, tSchedule.mNextCheck.addDays(-1));
     }
 }
 
@@ -116,7 +144,8 @@ TEST(ScheduleRules, ClockThatRanAheadDoesNotStopUpdates)
     tChosen.mNextCheckChosen = true;
     EXPECT_EQ(afterClockChange(tChosen, tNow), tChosen);
     const ScheduleSettings tUsual = automatic("2026-03-17T12:59:00", 1, Scheduler::PeriodWeek);
-    EXPECT_EQ(afterClockChange(tUsual, tNow), tUsual) << "an hour too far is what a change of daylight time makes";
+    EXPECT_EQ(afterClockChange(tUsual, tNow), tUsual)
+        << "an hour too far is what a change of daylight time makes";
 }
 
 TEST(ScheduleRules, JitterIsStableInRangeAndSpread)

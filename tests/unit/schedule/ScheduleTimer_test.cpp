@@ -15,7 +15,10 @@ using namespace tarn::vkservice::schedule;
 
 namespace {
 
-QDateTime date(const char* pText) { return QDateTime::fromString(QLatin1String(pText), Qt::ISODate); }
+QDateTime date(const char* pText)
+{
+    return QDateTime::fromString(QLatin1String(pText), Qt::ISODate);
+}
 
 // A clock that stands still until the test moves it.
 class MovedClock : public Clock
@@ -79,7 +82,8 @@ TEST_F(ScheduleTimerTest, RunsAtEachDateAndMovesOn)
     mClock.runUntil(date("2026-03-11T02:59:59"));
     EXPECT_TRUE(mChecks.isEmpty());
     mClock.runUntil(date("2026-03-13T12:00:00"));
-    EXPECT_EQ(mChecks, (QList{date("2026-03-11T03:00:00"), date("2026-03-12T03:00:00"), date("2026-03-13T03:00:00")}));
+    EXPECT_EQ(mChecks,
+              (QList{date("2026-03-11T03:00:00"), date("2026-03-12T03:00:00"), date("2026-03-13T03:00:00")}));
     EXPECT_EQ(mMoves, 3);
     EXPECT_EQ(mTimer.settings().mNextCheck, date("2026-03-14T03:00:00"));
 }
@@ -134,9 +138,9 @@ TEST_F(ScheduleTimerTest, ClockJumps)
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mWhat);
-        mChecks.clear();
         mClock.jumpTo(date("2026-03-10T12:00:00"));
         mTimer.start(daily("2026-03-11T03:00:00"));
+        mChecks.clear();
         mClock.jumpTo(date(tCase.mTo));
         EXPECT_EQ(mChecks.size(), tCase.mChecks);
         EXPECT_EQ(mTimer.settings().mNextCheck, date(tCase.mNext));

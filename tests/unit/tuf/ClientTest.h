@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FastDir.h"
 #include "TestRepository.h"
 
 #include "os/FileSystem.h"
@@ -85,7 +86,7 @@ protected:
         tFile.write(pContent);
     }
 
-    QTemporaryDir mTemporary;
+    QTemporaryDir mTemporary{fastDirTemplate()};
     QString mDir = mTemporary.filePath(QStringLiteral("trusted"));
     TestRepository mRepository;
     QDateTime mNow = TestRepository::now();

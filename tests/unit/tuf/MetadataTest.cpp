@@ -39,6 +39,9 @@ QJsonValue changed(const QJsonValue& pIn, QStringList pPath, const QJsonValue& p
     const QString tStep = pPath.takeFirst();
     if (pIn.isArray()) {
         QJsonArray tArray = pIn.toArray();
+        if (tStep.toInt() == tArray.size()) {
+            tArray.append(QJsonValue::Null);
+        }
         tArray[tStep.toInt()] = changed(tArray[tStep.toInt()], pPath, pTo);
         return tArray;
     }

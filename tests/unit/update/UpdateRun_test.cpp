@@ -1,70 +1,13 @@
-#include "TestMachine.h"
-
-#include <gtest/gtest.h>
+#include "UpdateFixture.h"
 
 #include <QtCore/QFileInfo>
+#include <QtCore/QProcess>
 
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::update;
 using namespace tarn::vkcore;
 
-namespace {
-
-QString str(const char* pText)
-{
-    return QString::fromUtf8(pText);
-}
-
-std::string text(const QStringList& pLines)
-{
-    return pLines.join(QLatin1Char('\n')).toStdString();
-}
-
-// A repository with an application, a library that it requires, and data; and a machine that knows it.
-class UpdateRunTest : public testing::Test
-{
-protected:
-    UpdateRunTest()
-    {
-        mPackages = {
-            {str("app"), str("1.0"), {{str("bin/app"), "one"}, {str("doc/a.txt"), "a"}}, {str("lib")}},
-            {str("lib"), str("1.0"), {{str("lib.so"), QByteArray(300000, 'l')}}},
-            {str("maps"), str("3.1"), {{str("maps.dat"), "data"}}, {}, str("en"), packages::Kind::Data},
-        };
-        publish();
-        mMachine.setServers({mRepository.uri()});
-    }
-
-    void publish()
-    {
-        for (const TestPackage& tPackage : mPackages) {
-            mRepository.add(tPackage);
-        }
-        mRepository.publish();
-    }
-
-    TestPackage& package(const char* pName)
-    {
-        for (TestPackage& tPackage : mPackages) {
-            if (tPackage.mName == QLatin1String(pName)) {
-                return tPackage;
-            }
-        }
-        return mPackages.first();
-    }
-
-    void expectInstalled()
-    {
-        EXPECT_EQ(mMachine.currentFiles(), filesOf(mPackages));
-        EXPECT_EQ(text(mMachine.litter()), "");
-    }
-
-    QList<TestPackage> mPackages;
-    TestRepository mRepository;
-    TestMachine mMachine{mRepository.root()};
-};
-
-} // namespace
+using UpdateRunTest = UpdateFixture;
 
 TEST_F(UpdateRunTest, InstallsEverythingAndThenNothing)
 {
@@ -85,4 +28,294 @@ TEST_F(UpdateRunTest, InstallsEverythingAndThenNothing)
     EXPECT_EQ(tAgain.mInstalledCount, 0);
     EXPECT_EQ(mMachine.generation(), 1);
     EXPECT_EQ(mMachine.log().size(), 3);
+}
+
+TEST_F(UpdateRunTest, UpdatesAChildAndNamesItsParentInTheLog)
+{
+    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
+    const QString tOld = QFileInfo(mMachine.installed(str("lib"))).canonicalFilePath();
+    package("lib").mVersion = str("1.0.1");
+    package("lib").mFiles = {{str("other.so"), "new"}};
+    mRepository.remove(str("maps")); // no longer offered, and stays
+    mRepository.remove(str("lib"));
+    mRepository.add(package("lib"));
+    mRepository.publish();
+    EXPECT_EQ(mMachine.run().mInstalledCount, 1);
+    expectInstalled();
+    EXPECT_EQ(text(mMachine.packages()), "app 1.0.0\nlib 1.0.1\nmaps 3.1.0");
+    EXPECT_TRUE(QFileInfo::exists(tOld)) << "the previous generation needs it";
+    EXPECT_EQ(text(mMachine.log(true)), "app 1.0.0 child_packages_updated\napp 1.0.0 ok\nmaps 3.1.0 ok");
+    EXPECT_EQ(text(mMachine.log().filter(str("lib"))), "lib 1.0.0 ok\nlib 1.0.1 ok");
+}
+
+TEST_F(UpdateRunTest, MovesDataToANewFolder)
+{
+    mMachine.request().mDataDir = mMachine.path(str("data1"));
+    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
+    mMachine.request().mDataDir = mMachine.path(str("data2"));
+    EXPECT_EQ(mMachine.run().mInstalledCount, 1);
+    expectInstalled();
+    EXPECT_EQ(
+        QFileInfo(mMachine.installed(str("maps"))).canonicalFilePath().section(QLatin1Char('/'), -4, -4),
+        str("data2"));
+}
+
+// Whatever is wrong with a server: the result says so, nothing that was installed changes, and the next run
+// with a sound server succeeds.
+TEST_F(UpdateRunTest, ChangesNothingWhenTheServerIsWrong)
+{
+    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
+    const FileMap tInstalled = mMachine.currentFiles();
+    const QString tKeep = mMachine.path(str("keep"));
+    const auto tCopy = [](const QString& pFrom, const QString& pTo) {
+        QProcess::execute(str("rm"), {str("-rf"), pTo});
+        QProcess::execute(str("cp"), {str("-a"), pFrom, pTo});
+    };
+    const QByteArray tOldTimestamp = readFile(mRepository.path(str("metadata/timestamp.json")));
+    const QByteArray tOldSnapshot = readFile(mRepository.path(str("metadata/1.snapshot.json")));
+    QString tTarget;
+    for (TestPackage& tPackage : mPackages) {
+        tPackage.mVersion = str("5.0");
+        tPackage.mFiles.insert(str("news"), "five " + tPackage.mName.toUtf8());
+        tTarget = mRepository.add(tPackage);
+    }
+    mRepository.publish();
+    tCopy(mRepository.path(), tKeep);
+
+    const auto tPath = [this](const char* pBelow) { return mRepository.path(str(pBelow)); };
+    const auto tGoneBack = [&] {
+        writeFile(tPath("metadata/timestamp.json"), tOldTimestamp);
+        writeFile(tPath("metadata/1.snapshot.json"), tOldSnapshot);
+    };
+    const auto tExpire = [&] {
+        mRepository.setExpiry(QDateTime::currentDateTimeUtc().addSecs(-1));
+        mRepository.publish();
+    };
+    const auto tCut = [&] { writeFile(tTarget, readFile(tTarget).chopped(1)); };
+    const auto tStretch = [&] { writeFile(tTarget, readFile(tTarget) + "x"); };
+    const auto tPipe = [&] {
+        QFile::remove(tTarget);
+        QProcess::execute(str("mkfifo"), {tTarget});
+    };
+    const struct
+    {
+        const char* mName;
+        std::function<void()> mSpoil;
+        ResultCode mCode;
+        int mInstalled;
+    } tCases[] = {
+        {"changed timestamp", [&] { spoil(tPath("metadata/timestamp.json")); }, ResultVerificationFailed, 0},
+        {"changed snapshot", [&] { spoil(tPath("metadata/2.snapshot.json")); }, ResultVerificationFailed, 0},
+        {"changed targets", [&] { spoil(tPath("metadata/2.targets.json")); }, ResultVerificationFailed, 0},
+        {"endless timestamp", [&] { writeFile(tPath("metadata/timestamp.json"), QByteArray(1 << 20, ' ')); },
+         ResultVerificationFailed, 0},
+        {"rolled back", tGoneBack, ResultVerificationFailed, 0},
+        {"expired", tExpire, ResultVerificationFailed, 0},
+        {"no timestamp", [&] { QFile::remove(tPath("metadata/timestamp.json")); }, ResultUnreachable, 0},
+        {"no repository", [&] { QDir(mRepository.path()).removeRecursively(); }, ResultUnreachable, 0},
+        {"changed package", [&] { spoil(tTarget); }, ResultVerificationFailed, 2},
+        {"cut package", tCut, ResultVerificationFailed, 2},
+        {"stretched package", tStretch, ResultVerificationFailed, 2},
+        {"no package", [&] { QFile::remove(tTarget); }, ResultInstallFailed, 2},
+        {"pipe for a package", tPipe, ResultInstallFailed, 2},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mName);
+        // Each on a machine of its own, in the state after the first run.
+        TestMachine tMachine(mRepository.root());
+        tMachine.setServers({mRepository.uri()});
+        for (const char* tFolder : {"state", "install"}) {
+            tCopy(mMachine.path(str(tFolder)), tMachine.path(str(tFolder)));
+        }
+        tCase.mSpoil();
+        const RunResult tResult = tMachine.run();
+        EXPECT_EQ(tResult.mCode, tCase.mCode) << tResult.mText.toStdString();
+        EXPECT_EQ(tResult.mInstalledCount, tCase.mInstalled);
+        EXPECT_GT(tResult.mText.size(), resultText(tResult.mCode).size());
+        if (tCase.mInstalled == 0) {
+            EXPECT_EQ(tMachine.currentFiles(), tInstalled);
+        } else {
+            EXPECT_EQ(text(tMachine.packages()), "app 5.0.0\nlib 5.0.0\nmaps 3.1.0");
+            EXPECT_EQ(text(tMachine.log().filter(str("error"))), "maps 5.0.0 error");
+            EXPECT_TRUE(tMachine.mMessages.last().contains(str("maps"))) << text(tMachine.mMessages);
+        }
+        tCopy(tKeep, mRepository.path());
+        EXPECT_EQ(tMachine.run().mCode, ResultSuccess);
+        EXPECT_EQ(tMachine.currentFiles(), filesOf(mPackages));
+        EXPECT_EQ(text(tMachine.litter()), "");
+    }
+}
+
+TEST_F(UpdateRunTest, RefusesAHostilePackageAndInstallsTheOthers)
+{
+    const TestPackage tEvil{str("evil")};
+    mRepository.add(infoOf(tEvil), makeArchive({{"../../../evil", "x"}}));
+    mRepository.publish();
+    const RunResult tResult = mMachine.run();
+    EXPECT_EQ(tResult.mCode, ResultInstallFailed);
+    EXPECT_TRUE(tResult.mText.contains(str("evil"))) << tResult.mText.toStdString();
+    expectInstalled();
+}
+
+TEST_F(UpdateRunTest, NeedsTheRootFileOfTheRepository)
+{
+    for (const QByteArray& tRoot : {QByteArray(), TestRepository().root(), QByteArray("{}")}) {
+        TestMachine tMachine(tRoot);
+        tMachine.setServers({mRepository.uri()});
+        if (tRoot.isEmpty()) {
+            QFile::remove(tMachine.request().mRootFile);
+        }
+        const RunResult tResult = tMachine.run();
+        EXPECT_EQ(tResult.mCode, ResultVerificationFailed) << tResult.mText.toStdString();
+        writeFile(tMachine.request().mRootFile, mRepository.root());
+        EXPECT_EQ(tMachine.run().mCode, ResultSuccess) << "the administrator puts in the right one";
+    }
+}
+
+TEST_F(UpdateRunTest, SaysWhatIsMissingForARun)
+{
+    const QString tFile = mMachine.path(str("file"));
+    writeFile(tFile, "");
+    const QString tUri = mRepository.uri();
+    const struct
+    {
+        const char* mName;
+        std::function<void(RunRequest&)> mSpoil;
+        ResultCode mCode;
+    } tCases[] = {
+        {"no server", [](RunRequest& pRequest) { pRequest.mServers.clear(); }, ResultNoServer},
+        {"plain http", [](RunRequest& pRequest) { pRequest.mServers[0].mUri = str("http://localhost/"); },
+         ResultNoServer},
+        {"no address", [](RunRequest& pRequest) { pRequest.mServers[0].mUri.clear(); }, ResultNoServer},
+        {"install folder below a file",
+         [&](RunRequest& pRequest) { pRequest.mInstallDir = tFile + str("/install"); }, ResultInstallFailed},
+        {"relative folder", [](RunRequest& pRequest) { pRequest.mInstallDir = str("install"); },
+         ResultInstallFailed},
+    };
+    const RunRequest tGood = mMachine.request();
+    for (const auto& tCase : tCases) {
+        mMachine.request() = tGood;
+        tCase.mSpoil(mMachine.request());
+        EXPECT_EQ(mMachine.run().mCode, tCase.mCode) << tCase.mName;
+    }
+}
+
+TEST_F(UpdateRunTest, FallsBackToAServerThatIsSound)
+{
+    TestRepository tLying; // of the same publisher, but with other files
+    const QString tCopy = mMachine.path(str("mirror"));
+    QProcess::execute(str("cp"), {str("-a"), mRepository.path(), tCopy});
+    spoil(QDir(tCopy + str("/targets")).entryInfoList({str("*lib*")}).first().filePath());
+    const QString tLyingUri = QUrl::fromLocalFile(tCopy).toString();
+    mMachine.setServers({str("file:///nowhere"), tLying.uri(), tLyingUri, mRepository.uri()});
+    const RunResult tResult = mMachine.run();
+    EXPECT_EQ(tResult.mCode, ResultSuccess) << tResult.mText.toStdString();
+    expectInstalled();
+    EXPECT_EQ(mMachine.mMessages.size(), 3) << text(mMachine.mMessages);
+}
+
+// A server may have what is newest and not be able to give it: others help out with what they have, and the
+// result still tells of it.
+TEST_F(UpdateRunTest, TellsOfWhatNoServerCouldGive)
+{
+    const QString tMirror = mMachine.path(str("mirror"));
+    QProcess::execute(str("cp"), {str("-a"), mRepository.path(), tMirror});
+    package("maps").mVersion = str("4.0");
+    QFile::remove(mRepository.add(package("maps")));
+    mRepository.publish();
+    mMachine.setServers({mRepository.uri(), QUrl::fromLocalFile(tMirror).toString()});
+    const RunResult tResult = mMachine.run();
+    EXPECT_EQ(tResult.mCode, ResultInstallFailed) << tResult.mText.toStdString();
+    EXPECT_TRUE(tResult.mText.contains(str("maps")));
+    EXPECT_EQ(mMachine.packages().size(), tResult.mInstalledCount);
+    EXPECT_GE(tResult.mInstalledCount, 2);
+}
+
+TEST_F(UpdateRunTest, GoesOnWithAPartialDownload)
+{
+    const QByteArray tArchive = readFile(mTargets.value(str("lib")));
+    const QString tHash = QFileInfo(mTargets.value(str("lib"))).fileName().section(QLatin1Char('.'), 0, 0);
+    const QString tPart = mMachine.path(str("state/downloads/")) + tHash;
+    const qsizetype tHalf = tArchive.size() / 2;
+    // Only the rest of the file can be had from the server.
+    writeFile(tPart, tArchive.first(tHalf));
+    writeFile(mTargets.value(str("lib")), QByteArray(tHalf, '?') + tArchive.mid(tHalf));
+    EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
+    expectInstalled();
+    EXPECT_TRUE(QDir(mMachine.path(str("state/downloads"))).isEmpty());
+}
+
+TEST_F(UpdateRunTest, GetsOverAPartialDownloadThatIsWrong)
+{
+    const QByteArray tArchive = readFile(mTargets.value(str("lib")));
+    const QString tHash = QFileInfo(mTargets.value(str("lib"))).fileName().section(QLatin1Char('.'), 0, 0);
+    for (const qsizetype tSize : {qsizetype(1), tArchive.size(), tArchive.size() + 1}) {
+        TestMachine tMachine(mRepository.root());
+        tMachine.setServers({mRepository.uri()});
+        writeFile(tMachine.path(str("state/downloads/")) + tHash, QByteArray(tSize, '?'));
+        EXPECT_EQ(tMachine.run().mCode, ResultSuccess) << tSize;
+        EXPECT_EQ(tMachine.currentFiles(), filesOf(mPackages));
+    }
+}
+
+TEST_F(UpdateRunTest, LooksForSpaceBeforeTheFirstByte)
+{
+    mMachine.fileSystem().mFreeBytes = 6 * 1024 * 1024;
+    package("maps").mFiles.insert(str("more.dat"), QByteArray(7 * 1024 * 1024, 'm'));
+    publish();
+    const RunResult tResult = mMachine.run();
+    EXPECT_EQ(tResult.mCode, ResultNoSpace) << tResult.mText.toStdString();
+    EXPECT_TRUE(QDir(mMachine.path(str("state/downloads"))).isEmpty());
+    EXPECT_EQ(mMachine.log().size(), 0);
+    mMachine.fileSystem().mFreeBytes = -1;
+    EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
+}
+
+TEST_F(UpdateRunTest, ReportsADamagedManifestAndLeavesItAlone)
+{
+    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
+    const FileMap tFiles = mMachine.currentFiles();
+    writeFile(mMachine.installed(packages::manifestFileName()), "damaged");
+    QString tError;
+    EXPECT_FALSE(mMachine.restart(&tError));
+    EXPECT_TRUE(tError.contains(packages::manifestFileName()));
+    EXPECT_EQ(mMachine.run().mCode, ResultStoreDamaged);
+    EXPECT_EQ(mMachine.currentFiles(), tFiles);
+}
+
+TEST_F(UpdateRunTest, SetsADamagedInstallLogAside)
+{
+    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
+    const QString tLog = mMachine.path(str("state/install-log.db"));
+    writeFile(tLog, QByteArray(8192, 'x'));
+    package("lib").mVersion = str("2.0");
+    publish();
+    EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
+    EXPECT_EQ(text(mMachine.log().filter(str("lib 2"))), "lib 2.0.0 ok");
+    const QStringList tAside = QDir(mMachine.path(str("state"))).entryList({str("install-log.db.damaged-*")});
+    ASSERT_EQ(tAside.size(), 1);
+    EXPECT_EQ(readFile(mMachine.path(str("state/")) + tAside.first()), QByteArray(8192, 'x'));
+}
+
+TEST_F(UpdateRunTest, IsAloneInItsFolder)
+{
+    packages::InstallLock tOther;
+    QDir().mkpath(mMachine.request().mInstallDir);
+    ASSERT_FALSE(tOther.take(os::realFileSystem(), mMachine.request().mInstallDir));
+    EXPECT_EQ(mMachine.run().mCode, ResultInstallFailed);
+    QString tError;
+    EXPECT_FALSE(mMachine.restart(&tError));
+    EXPECT_TRUE(tError.contains(mMachine.request().mInstallDir));
+}
+
+TEST_F(UpdateRunTest, RunsOnceAtATimeAndEndsWithItsObject)
+{
+    EXPECT_FALSE(mMachine.updater().isRunning());
+    EXPECT_TRUE(mMachine.updater().start(mMachine.request()));
+    EXPECT_FALSE(mMachine.updater().start(mMachine.request()));
+    EXPECT_TRUE(mMachine.updater().isRunning());
+    mMachine.restart();
+    EXPECT_FALSE(mMachine.updater().isRunning());
+    EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
+    expectInstalled();
 }

@@ -1,0 +1,74 @@
+#include "update/HttpSettings.h"
+
+#include "update/OsProxy.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QUrl>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+constexpr long sMaxRedirects = 5;
+const QString sEnvironmentFile = QStringLiteral("/etc/environment");
+
+} // namespace
+
+HttpSettings::HttpSettings(const ServerAccess& pServer, const RunRequest& pRequest)
+    : mCaFile(QFile::encodeName(pRequest.mCaFile)), mPatience(pRequest.mPatience),
+      mParallel(qBound(1, pRequest.mParallelDownloads, 16)), mBytesPerSecond(pRequest.mBytesPerSecond)
+{
+    const QUrl tUrl(pServer.mUri);
+    mBase = tUrl.toEncoded(QUrl::RemoveUserInfo | QUrl::RemoveQuery | QUrl::RemoveFragment |
+                           QUrl::StripTrailingSlash);
+    const bool tOwnUser = !pServer.mUser.isEmpty();
+    mUser = (tOwnUser ? pServer.mUser : tUrl.userName(QUrl::FullyDecoded)).toUtf8();
+    mPassword = (tOwnUser ? pServer.mPassword : tUrl.password(QUrl::FullyDecoded)).toUtf8();
+
+    const vkcore::NetProxy& tProxy = pRequest.mProxy;
+    if (pRequest.mProxyMode == vkcore::NetProxyModeOs) {
+        const OsProxy tOs = osProxy(QProcessEnvironment::systemEnvironment(), sEnvironmentFile);
+        mProxy = tOs.mProxy.toUtf8();
+        mNoProxy = tOs.mNoProxy.toUtf8();
+    } else if (tProxy.mEnabled && tProxy.mConfigured) {
+        mProxy = QStringLiteral("%1:%2").arg(tProxy.mHost).arg(tProxy.mPort).toUtf8();
+        mProxyUser = tProxy.mUser.toUtf8();
+        mProxyPassword = tProxy.mPassword.toUtf8();
+    }
+}
+
+void HttpSettings::apply(CURL* pHandle) const
+{
+    curl_easy_setopt(pHandle, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(pHandle, CURLOPT_USERAGENT, "vkservice");
+    curl_easy_setopt(pHandle, CURLOPT_PATH_AS_IS, 1L);
+    curl_easy_setopt(pHandle, CURLOPT_PROTOCOLS_STR, "https");
+    curl_easy_setopt(pHandle, CURLOPT_REDIR_PROTOCOLS_STR, "https");
+    curl_easy_setopt(pHandle, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(pHandle, CURLOPT_MAXREDIRS, sMaxRedirects);
+    curl_easy_setopt(pHandle, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    curl_easy_setopt(pHandle, CURLOPT_SSL_VERIFYPEER, 1L);
+    curl_easy_setopt(pHandle, CURLOPT_SSL_VERIFYHOST, 2L);
+    if (!mCaFile.isEmpty()) {
+        curl_easy_setopt(pHandle, CURLOPT_CAINFO, mCaFile.constData());
+    }
+    if (!mUser.isEmpty()) {
+        // Sent at once: the connection is encrypted, and a refused first request would double them all.
+        // Another host than the one asked for never gets them.
+        curl_easy_setopt(pHandle, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC));
+        curl_easy_setopt(pHandle, CURLOPT_USERNAME, mUser.constData());
+        curl_easy_setopt(pHandle, CURLOPT_PASSWORD, mPassword.constData());
+    }
+    // An empty text keeps curl from looking for a proxy on its own.
+    curl_easy_setopt(pHandle, CURLOPT_PROXY, mProxy.constData());
+    curl_easy_setopt(pHandle, CURLOPT_NOPROXY, mNoProxy.constData());
+    if (!mProxyUser.isEmpty()) {
+        curl_easy_setopt(pHandle, CURLOPT_PROXYUSERNAME, mProxyUser.constData());
+        curl_easy_setopt(pHandle, CURLOPT_PROXYPASSWORD, mProxyPassword.constData());
+    }
+    curl_easy_setopt(pHandle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(mPatience.mConnectSeconds));
+    curl_easy_setopt(pHandle, CURLOPT_LOW_SPEED_LIMIT, static_cast<long>(mPatience.mSlowBytesPerSecond));
+    curl_easy_setopt(pHandle, CURLOPT_LOW_SPEED_TIME, static_cast<long>(mPatience.mSlowSeconds));
+}
+
+} // namespace tarn::vkservice::update

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "update/UpdateRun.h"
+
+#include <QtCore/QByteArray>
+
+#include <curl/curl.h>
+
+namespace tarn::vkservice::update {
+
+// How to speak to one https server: what is the same for all its files.
+struct HttpSettings
+{
+    HttpSettings(const ServerAccess& pServer, const RunRequest& pRequest);
+
+    // Everything but the file's own address and callbacks.
+    void apply(CURL* pHandle) const;
+
+    QByteArray mBase; // address without user, password and trailing slash
+    QByteArray mUser;
+    QByteArray mPassword;
+    QByteArray mProxy; // empty: none
+    QByteArray mNoProxy;
+    QByteArray mProxyUser;
+    QByteArray mProxyPassword;
+    QByteArray mCaFile;
+    Patience mPatience;
+    int mParallel = 1;
+    qint64 mBytesPerSecond = 0; // of all files together; 0: no limit
+};
+
+} // namespace tarn::vkservice::update

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "update/HttpSettings.h"
+#include "update/Source.h"
+
+#include <memory>
+
+namespace tarn::vkservice::update {
+
+// A server reached over https. Its connections live as long as the object.
+class HttpSource : public Source
+{
+public:
+    HttpSource(const ServerAccess& pServer, const RunRequest& pRequest);
+    ~HttpSource() override;
+
+    void run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pAbort) override;
+
+private:
+    class Loop;
+
+    HttpSettings mSettings;
+    CURLM* mMulti;
+};
+
+} // namespace tarn::vkservice::update

@@ -1,0 +1,206 @@
+#include "FaultyFileSystem.h"
+#include "TestArchive.h"
+
+#include "os/AbortFlag.h"
+#include "packages/EntryPath.h"
+#include "packages/Unpacker.h"
+
+#include <gtest/gtest.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QTemporaryDir>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+
+using namespace tarn::vkservice;
+using namespace tarn::vkservice::packages;
+using Kind = os::Failure::Kind;
+
+namespace {
+
+constexpr mode_t sFile = S_IFREG | 0644;
+constexpr mode_t sLink = S_IFLNK | 0777;
+constexpr mode_t sDir = S_IFDIR | 0755;
+
+class UnpackerTest : public testing::Test
+{
+protected:
+    os::Failure unpack(const QByteArray& pArchive, const UnpackLimits& pLimits = {1000, 50, 8})
+    {
+        const QString tPath = mDir.filePath(QStringLiteral("archive"));
+        QFile tFile(tPath);
+        tFile.open(QIODevice::WriteOnly);
+        tFile.write(pArchive);
+        tFile.close();
+        mFolder = mDir.filePath(QStringLiteral("out/%1").arg(++mCount));
+        QDir(mDir.path()).mkpath(QStringLiteral("out"));
+        return Unpacker(mFileSystem, &mAbort).unpack(tPath, mFolder, pLimits, [this](qint64 pBytes) {
+            mBytes += pBytes;
+        });
+    }
+
+    mode_t modeOf(const char* pBelow) const
+    {
+        struct stat tStat = {};
+        ::lstat(QFile::encodeName(mFolder + QLatin1Char('/') + QString::fromUtf8(pBelow)).constData(),
+                &tStat);
+        return tStat.st_mode;
+    }
+
+    QTemporaryDir mDir;
+    FaultyFileSystem mFileSystem;
+    os::AbortFlag mAbort;
+    QString mFolder;
+    qint64 mBytes = 0;
+    int mCount = 0;
+};
+
+} // namespace
+
+TEST_F(UnpackerTest, UnpacksFilesFoldersAndLinks)
+{
+    const QByteArray tName("\xc3\xa4 b");
+    const QByteArray tLong(200, 'n'); // longer than the plain header's field
+    const mode_t tOldMask = ::umask(077);
+    const os::Failure tFailure = unpack(makeArchive({{"./", "", sDir},
+                                                     {"bin/", "", S_IFDIR | 0700},
+                                                     {"./bin/tool", "#!", S_IFREG | 06711},
+                                                     {"lib/deep/er/file", "f", S_IFREG | 0600},
+                                                     {"lib/link", "deep/er/file", sLink},
+                                                     {"lib/deep/up", "../../bin/tool", sLink},
+                                                     {tName, "umlaut"},
+                                                     {"d/" + tLong, "long"},
+                                                     {"empty", ""}}));
+    ::umask(tOldMask);
+    EXPECT_FALSE(tFailure) << tFailure.mText.toStdString();
+    const QMap<QString, QByteArray> tExpected{{QStringLiteral("bin/tool"), "#!"},
+                                              {QStringLiteral("lib/deep/er/file"), "f"},
+                                              {QStringLiteral("lib/link"), "-> deep/er/file"},
+                                              {QStringLiteral("lib/deep/up"), "-> ../../bin/tool"},
+                                              {QString::fromUtf8(tName), "umlaut"},
+                                              {QString::fromUtf8("d/" + tLong), "long"},
+                                              {QStringLiteral("empty"), ""}};
+    EXPECT_EQ(readTree(mFolder), tExpected);
+    EXPECT_EQ(mBytes, 13);
+    EXPECT_EQ(modeOf("bin/tool"), S_IFREG | 0755);
+    EXPECT_EQ(modeOf("lib/deep/er/file"), S_IFREG | 0644);
+    EXPECT_EQ(modeOf("bin"), S_IFDIR | 0755);
+    EXPECT_EQ(modeOf("."), S_IFDIR | 0755);
+}
+
+TEST_F(UnpackerTest, FillsTheHolesOfSparseFiles)
+{
+    QByteArray tContent(300 * 1024, '\0');
+    tContent.replace(0, 3, "one").replace(200 * 1024, 3, "two");
+    const QByteArray tArchive = makeArchive({{"s", tContent, sFile, false, {{0, 512}, {200 * 1024, 512}}}});
+    EXPECT_FALSE(unpack(tArchive, {tContent.size(), 50, 8}));
+    EXPECT_EQ(readTree(mFolder).value(QStringLiteral("s")), tContent);
+    EXPECT_EQ(unpack(tArchive, {1024, 50, 8}).mKind, Kind::Content) << "holes count as well";
+}
+
+TEST_F(UnpackerTest, RefusesWhatLeadsOutOrIsNoPlainFile)
+{
+    const QByteArray tDeep("1/2/3/4/5/6/7/8/9/10");
+    const struct
+    {
+        const char* mName;
+        QList<TestEntry> mEntries;
+    } tCases[] = {
+        {"parent", {{"../evil", "x"}}},
+        {"parent inside", {{"a/../../evil", "x"}}},
+        {"parent folder", {{"../evil/", "", sDir}}},
+        {"absolute", {{"/tmp/evil-of-the-unpacker-test", "x"}}},
+        {"the root as a file", {{".", "x"}}},
+        {"absolute link", {{"l", "/etc", sLink}}},
+        {"link to the parent", {{"l", "..", sLink}}},
+        {"link out of a folder", {{"a/l", "../../x", sLink}}},
+        {"link up behind a name", {{"a/b/l", "c/../../../x", sLink}}},
+        {"link that climbs through another", {{"a/b/l", "../..", sLink}, {"m", "a/b/l/../x", sLink}}},
+        {"file through a link", {{"d/", "", sDir}, {"l", "d", sLink}, {"l/evil", "x"}}},
+        {"folder through a link", {{"d/", "", sDir}, {"l", "d", sLink}, {"l/sub/", "", sDir}}},
+        {"folder over a link", {{"d/", "", sDir}, {"l", "d", sLink}, {"l/", "", sDir}}},
+        {"file over a link", {{"l", "t", sLink}, {"l", "evil"}}},
+        {"file through a file", {{"f", "x"}, {"f/g", "evil"}}},
+        {"file twice", {{"f", "x"}, {"f", "evil"}}},
+        {"link over a file", {{"f", "x"}, {"f", "y", sLink}}},
+        {"hard link inside", {{"f", "x"}, {"g", "f", sFile, true}}},
+        {"hard link outside", {{"g", "/etc/passwd", sFile, true}}},
+        {"named pipe", {{"p", "", S_IFIFO | 0644}}},
+        {"device", {{"p", "", S_IFCHR | 0644}}},
+        {"too deep", {{tDeep, "x"}}},
+        {"too many bytes", {{"a", QByteArray(600, 'a')}, {"b", QByteArray(401, 'b')}}},
+        {"too many entries", QList<TestEntry>(51, {"./", "", sDir})},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mName);
+        const os::Failure tFailure = unpack(makeArchive(tCase.mEntries));
+        EXPECT_EQ(tFailure.mKind, Kind::Content) << tFailure.mText.toStdString();
+        EXPECT_FALSE(tFailure.mText.isEmpty());
+        EXPECT_EQ(QDir(mDir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                  QStringList({QStringLiteral("archive"), QStringLiteral("out")}));
+        const QMap<QString, QByteArray> tTree = readTree(mFolder);
+        EXPECT_EQ(std::count(tTree.begin(), tTree.end(), "evil"), 0);
+    }
+    EXPECT_FALSE(QFileInfo::exists(QStringLiteral("/tmp/evil-of-the-unpacker-test")));
+}
+
+TEST(EntryPathTest, LinksStayInside)
+{
+    const struct
+    {
+        const char* mTarget;
+        int mDepth;
+        bool mStays;
+    } tCases[] = {
+        {"a", 0, true},   {"a/b", 0, true},    {".", 0, true},       {"./a/.", 0, true},
+        {"..", 1, true},  {"../..", 2, true},  {"../a", 1, true},    {".././../a", 2, true},
+        {"..", 0, false}, {"../..", 1, false}, {"a/..", 5, false},   {"", 1, false},
+        {"/", 1, false},  {"//a", 1, false},   {"a/../b", 5, false}, {"..a/b", 0, true},
+        {"...", 0, true}, {"./..", 0, false},
+    };
+    for (const auto& tCase : tCases) {
+        EXPECT_EQ(linkStaysInside(tCase.mTarget, tCase.mDepth), tCase.mStays)
+            << tCase.mTarget << tCase.mDepth;
+    }
+}
+
+TEST_F(UnpackerTest, RefusesDamagedArchives)
+{
+    const QByteArray tGood = makeArchive({{"a", QByteArray(900, 'a')}});
+    QByteArray tBad = tGood;
+    tBad[tBad.size() / 2] = static_cast<char>(tBad[tBad.size() / 2] ^ 0x10);
+    for (const QByteArray& tBytes :
+         {tBad, tGood.left(tGood.size() / 2), QByteArray("no archive"), QByteArray()}) {
+        EXPECT_EQ(unpack(tBytes).mKind, Kind::Content) << tBytes.size();
+    }
+}
+
+TEST_F(UnpackerTest, StopsWhenAborted)
+{
+    mAbort.set();
+    EXPECT_EQ(unpack(makeArchive({{"a", "x"}})).mKind, Kind::Canceled);
+    EXPECT_TRUE(readTree(mFolder).isEmpty());
+}
+
+TEST_F(UnpackerTest, ReportsEveryFailedOperation)
+{
+    const QByteArray tArchive = makeArchive({{"d/", "", sDir}, {"d/f", "x"}, {"l", "d", sLink}});
+    int tCount = 1;
+    for (;; ++tCount) {
+        mFileSystem.failAt(tCount, ENOSPC);
+        const os::Failure tFailure = unpack(tArchive);
+        if (!mFileSystem.hasFailed()) {
+            EXPECT_FALSE(tFailure);
+            break;
+        }
+        // Of a file that was only read, and of a folder, nobody needs to know how its closing went.
+        if (mFileSystem.failed() != "close") {
+            EXPECT_EQ(tFailure.mKind, Kind::NoSpace) << mFileSystem.failed().constData();
+        }
+    }
+    EXPECT_GT(tCount, 12);
+}

@@ -1,0 +1,282 @@
+// The built vkpublish.
+#include "Publisher.h"
+#include "Verification.h"
+
+#include <QtCore/QFileInfo>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace tarn::vkpublish;
+
+namespace {
+
+QString q(const char* pText)
+{
+    return QString::fromUtf8(pText);
+}
+
+class ProgramTest : public PublisherTest
+{
+protected:
+    void makeRepository()
+    {
+        succeed("init @r");
+        succeed("add @r @f --name viewer --version 1.2 --title en=Viewer --title de=Betrachter --executable "
+                "bin/run "
+                "--requires charts --date 2026-03-01");
+        succeed("add @r @f --name charts --version 7 --kind data --language de");
+        succeed("publish @r");
+    }
+
+    mode_t mode(const QString& pPath) const
+    {
+        struct stat tStat
+        {
+        };
+        ::stat(QFile::encodeName(pPath).constData(), &tStat);
+        return tStat.st_mode & 07777;
+    }
+
+    QStringList problems() const
+    {
+        return verifyRepository(path("r"), read(path("r/metadata/1.root.json")),
+                                QDateTime::currentDateTimeUtc())
+            .mProblems;
+    }
+};
+
+TEST_F(ProgramTest, PublishesWhatClientsCanFollow)
+{
+    makeRepository();
+    EXPECT_EQ(followAsClient(), q("charts-7.0.0.0-de.tar.zst viewer-1.2.0.0.tar.zst"));
+    const Program::Result tVerified = run("verify @r");
+    EXPECT_EQ(tVerified.mStatus, 0);
+    EXPECT_EQ(tVerified.mOut, "The repository is good: 2 packages\n");
+    EXPECT_EQ(tVerified.mErr, QByteArray());
+    const QByteArrayList tLines = run("list @r").mOut.split('\n');
+    EXPECT_TRUE(tLines.value(1).startsWith("charts  7.0.0    "));
+    EXPECT_TRUE(tLines.value(1).contains(" data         de        "));
+    EXPECT_TRUE(tLines.value(2).startsWith("viewer  1.2.0    2026-03-01  application  -         "));
+    EXPECT_TRUE(tLines.value(2).endsWith("published"));
+}
+
+TEST_F(ProgramTest, KeepsKeysPrivate)
+{
+    makeRepository();
+    EXPECT_EQ(mode(path("r.keys")), 0700u);
+    EXPECT_EQ(files("r.keys").size(), 6); // four keys, record and lock
+    for (const QString& tFile : files("r.keys")) {
+        EXPECT_EQ(mode(path("r.keys/") + tFile), 0600u) << tFile.toStdString();
+        const QByteArray tContent = read(path("r.keys/") + tFile);
+        EXPECT_EQ(tContent.contains("PRIVATE KEY"), tFile.endsWith(q(".pem")));
+    }
+    for (const char* tPath : {"r.keys", "r.keys/record.json"}) {
+        const mode_t tMode = mode(path(tPath));
+        ::chmod(path(tPath).toUtf8().constData(), tMode | 044);
+        EXPECT_EQ(run("publish @r").mStatus, q(tPath) == q("r.keys") ? 1 : 0);
+        ::chmod(path(tPath).toUtf8().constData(), tMode);
+    }
+    const QString tKey = path("r.keys/") + files("r.keys").filter(q("timestamp")).first();
+    ::chmod(tKey.toUtf8().constData(), 0640);
+    const Program::Result tResult = run("publish @r");
+    EXPECT_EQ(tResult.mStatus, 1);
+    EXPECT_TRUE(tResult.mErr.contains("open to other users")) << tResult.mErr.toStdString();
+}
+
+TEST_F(ProgramTest, AnyChangedByteIsFound)
+{
+    makeRepository();
+    ASSERT_EQ(problems(), QStringList());
+    for (const char* tFolder : {"r/metadata/", "r/targets/"}) {
+        for (const QString& tName : files(tFolder)) {
+            const QString tPath = path(tFolder) + QLatin1Char('/') + tName;
+            const QByteArray tGood = read(tPath);
+            for (qsizetype i = 0; i < tGood.size(); i += 53) {
+                // Among others the bit that tells 'a' from 'A', and a blank from nothing.
+                QByteArray tBad = tGood;
+                tBad[i] = static_cast<char>(tBad[i] ^ (1 << (5 + i) % 8));
+                QFile tFile(tPath);
+                ASSERT_TRUE(tFile.open(QIODevice::WriteOnly));
+                tFile.write(tBad);
+                tFile.close();
+                EXPECT_NE(problems(), QStringList()) << tName.toStdString() << " byte " << i;
+            }
+            QFile tFile(tPath);
+            ASSERT_TRUE(tFile.open(QIODevice::WriteOnly));
+            tFile.write(tGood);
+        }
+    }
+    EXPECT_EQ(problems(), QStringList());
+    QFile::remove(path("r/targets/") + files("r/targets").first());
+    EXPECT_EQ(run("verify @r").mStatus, 1);
+}
+
+TEST_F(ProgramTest, RefreshesWithoutNews)
+{
+    makeRepository();
+    const QStringList tBefore = files("r/metadata");
+    const QByteArray tTimestamp = read(path("r/metadata/timestamp.json"));
+    succeed("publish @r");
+    EXPECT_EQ(files("r/metadata"), tBefore);
+    EXPECT_NE(read(path("r/metadata/timestamp.json")), tTimestamp);
+    succeed("publish @r --expires-days 60"); // the snapshot has less than half of that left
+    EXPECT_TRUE(files("r/metadata").contains(q("2.snapshot.json")));
+    EXPECT_FALSE(files("r/metadata").contains(q("2.targets.json")));
+
+    const Program::Result tExpired = run("publish @r --expires 2020-01-01");
+    EXPECT_EQ(tExpired.mStatus, 0);
+    EXPECT_TRUE(tExpired.mErr.contains("Warning"));
+    EXPECT_EQ(run("verify @r").mStatus, 1);
+}
+
+TEST_F(ProgramTest, TheRepositoryFolderIsNeverBelieved)
+{
+    makeRepository();
+    // Somebody who can write to the web server puts his own list there, and an old timestamp.
+    write("r/metadata/1.targets.json", "{}");
+    write("r/metadata/timestamp.json", "{}");
+    succeed("publish @r");
+    EXPECT_EQ(followAsClient(), q("charts-7.0.0.0-de.tar.zst viewer-1.2.0.0.tar.zst"));
+
+    succeed("add @r @f --name other --version 1");
+    const QString tArchive = path("r/targets/") + files("r/targets").filter(q("other")).first();
+    QFile tFile(tArchive);
+    ASSERT_TRUE(tFile.open(QIODevice::ReadWrite));
+    tFile.write("x");
+    tFile.close();
+    const Program::Result tResult = run("publish @r");
+    EXPECT_EQ(tResult.mStatus, 1);
+    EXPECT_TRUE(tResult.mErr.contains("was changed")) << tResult.mErr.toStdString();
+    EXPECT_EQ(followAsClient(), q("charts-7.0.0.0-de.tar.zst viewer-1.2.0.0.tar.zst"));
+    succeed("add @r @f --name other --version 1 --replace");
+    succeed("publish @r");
+}
+
+TEST_F(ProgramTest, ClientsFollowEveryNewKey)
+{
+    makeRepository();
+    const QString tAll = followAsClient();
+    for (const char* tRotation :
+         {"rotate-key @r timestamp --key-type rsa", "rotate-key @r root --key-type ecdsa",
+          "rotate-key @r targets --key-type ecdsa-p384", "rotate-key @r snapshot", "rotate-key @r root"}) {
+        succeed(tRotation);
+        EXPECT_EQ(followAsClient(), tAll) << tRotation;
+    }
+    EXPECT_EQ(run("verify @r").mStatus, 0);
+    EXPECT_TRUE(files("r/metadata").contains(q("6.root.json")));
+}
+
+TEST_F(ProgramTest, RemovesAndPrunes)
+{
+    makeRepository();
+    succeed("add @r @f --name viewer --version 1.3");
+    succeed("remove @r viewer --version 1.2");
+    EXPECT_TRUE(run("list @r").mOut.contains("removed"));
+    succeed("publish @r --prune");
+    EXPECT_EQ(followAsClient(), q("charts-7.0.0.0-de.tar.zst viewer-1.3.0.0.tar.zst"));
+    EXPECT_EQ(files("r/metadata"), (QStringList{q("1.root.json"), q("2.snapshot.json"), q("2.targets.json"),
+                                                q("timestamp.json")}));
+    EXPECT_EQ(files("r/targets").size(), 2);
+    succeed("remove @r viewer");
+    succeed("publish @r");
+    EXPECT_EQ(followAsClient(), q("charts-7.0.0.0-de.tar.zst"));
+}
+
+TEST_F(ProgramTest, TwoPublishersDoNotMix)
+{
+    makeRepository();
+    const int tFd = ::open(path("r.keys/lock").toUtf8().constData(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(::flock(tFd, LOCK_EX), 0);
+    for (const char* tCommand :
+         {"publish @r", "add @r @f --name x --version 1", "remove @r viewer", "rotate-key @r root"}) {
+        const Program::Result tResult = run(tCommand);
+        EXPECT_EQ(tResult.mStatus, 1) << tCommand;
+        EXPECT_TRUE(tResult.mErr.contains("Another vkpublish")) << tResult.mErr.toStdString();
+    }
+    EXPECT_EQ(run("list @r").mStatus, 0);
+    ::close(tFd);
+}
+
+TEST_F(ProgramTest, RefusesInOneLine)
+{
+    makeRepository();
+    ::symlink("r", path("link").toUtf8().constData());
+    write("notes", "x");
+    QDir().mkpath(path("full"));
+    write("full/file", "x");
+    const struct
+    {
+        const char* mCommand;
+        int mStatus;
+        const char* mSays;
+    } sCases[] = {
+        {"", 2, "A command is missing"},
+        {"explode @r", 2, "no command \"explode\""},
+        {"init", 2, "takes 1 arguments, not 0"},
+        {"init @r", 1, "holds a repository already"},
+        {"init @new --keys @r.keys", 1, "holds the keys of a repository already"},
+        {"init @new --keys @full", 1, "isn't empty"},
+        {"init @new --keys @new/keys", 1, "lies in the repository"},
+        {"init @link --keys @r/keys", 1, "lies in the repository"},
+        {"init @keys/repository --keys @keys", 1, "lies in the key folder"},
+        {"init @new --key-type dsa", 2, "no key type \"dsa\""},
+        {"init @notes/new", 1, "can't be made"},
+        {"add @r @f --name x", 2, "--version takes"},
+        {"add @r @f --version 1", 2, "\"name\""},
+        {"add @r @f --name ../x --version 1", 2, "\"name\""},
+        {"add @r @f --name x --version 1 --kind game", 2, "--kind takes"},
+        {"add @r @f --name x --version 1 --title Viewer", 2, "--title takes LANG=TEXT"},
+        {"add @r @f --name x --version 1 --level 30", 2, "--level takes"},
+        {"add @r @f --name x --version 1 --date soon", 2, "--date takes"},
+        {"add @r @f --name x --version 1 --executable bin/none", 1, "no file bin/none"},
+        {"add @r @none --name x --version 1", 1, "none"},
+        {"add @r @f --name viewer --version 1.2", 1, "is there already"},
+        {"add @none @f --name x --version 1", 1, "no key folder"},
+        {"add @r @f --name x --version 1 --unknown", 2, "nknown option"},
+        {"remove @r none", 1, "no such package"},
+        {"remove @r viewer --version 9", 1, "no such package"},
+        {"publish @none", 1, "no key folder"},
+        {"publish @r --expires-days 0", 2, "--expires-days takes"},
+        {"list @none", 1, "record.json"},
+        {"verify @none", 1, "1.root.json"},
+        {"rotate-key @r mirrors", 2, "no role \"mirrors\""},
+    };
+    for (const auto& tCase : sCases) {
+        const Program::Result tResult = run(tCase.mCommand);
+        EXPECT_EQ(tResult.mStatus, tCase.mStatus) << tCase.mCommand;
+        EXPECT_TRUE(tResult.mErr.contains(tCase.mSays))
+            << tCase.mCommand << ": " << tResult.mErr.toStdString();
+        EXPECT_EQ(tResult.mErr.count('\n'), tCase.mStatus == 0 ? 0 : 1) << tResult.mErr.toStdString();
+    }
+    EXPECT_FALSE(QFileInfo::exists(path("new")));
+    EXPECT_EQ(problems(), QStringList());
+}
+
+TEST_F(ProgramTest, ExplainsItself)
+{
+    for (const char* tCommand : {"init", "add", "remove", "publish", "list", "verify", "rotate-key"}) {
+        const Program::Result tHelp = run((QByteArray(tCommand) + " --help").constData());
+        EXPECT_EQ(tHelp.mStatus, 0);
+        EXPECT_TRUE(tHelp.mOut.startsWith(QByteArray("Usage: vkpublish ") + tCommand))
+            << tHelp.mOut.toStdString();
+        EXPECT_TRUE(run("--help").mOut.contains(QByteArray("\n  ") + tCommand + ' '));
+    }
+    EXPECT_EQ(run("--version").mOut, "vkpublish " VKPUBLISH_VERSION "\n");
+}
+
+TEST_F(ProgramTest, ADamagedRecordIsNotOverwritten)
+{
+    makeRepository();
+    write("r.keys/record.json", "{\"format\": 1");
+    const Program::Result tResult = run("publish @r");
+    EXPECT_EQ(tResult.mStatus, 1);
+    EXPECT_TRUE(tResult.mErr.contains("is damaged"));
+    EXPECT_EQ(read(path("r.keys/record.json")), "{\"format\": 1");
+}
+
+} // namespace

@@ -1,0 +1,109 @@
+#include "StoreTest.h"
+
+#include "store/Settings.h"
+
+using namespace tarn::vkcore;
+using namespace tarn::vkservice::schedule;
+using namespace tarn::vkservice::store;
+
+namespace {
+
+class SettingsTest : public StoreTest
+{
+protected:
+    Settings settings() { return Settings(mStore.database()); }
+
+    void setProxy(const QString& pHost, const QString& pUser, const std::optional<QString>& pPassword)
+    {
+        ProxySettings tProxy{NetProxyModeManual, NetProxy(true, true)};
+        tProxy.mProxy.mHost = pHost;
+        tProxy.mProxy.mPort = 8080;
+        tProxy.mProxy.mUser = pUser;
+        tProxy.mProxy.mPassword = pPassword.value_or(QString());
+        tProxy.mProxy.mPasswordChanged = pPassword.has_value();
+        ASSERT_TRUE(settings().setProxy(tProxy));
+    }
+    std::string password() { return settings().proxy()->mProxy.mPassword.toStdString(); }
+};
+
+} // namespace
+
+TEST_F(SettingsTest, FreshMachine)
+{
+    EXPECT_EQ(settings().proxy()->mMode, NetProxyModeOs);
+    EXPECT_FALSE(settings().proxy()->mProxy.mEnabled);
+    EXPECT_EQ(settings().schedule(), ScheduleSettings());
+    EXPECT_EQ(settings().monitoring(), MonitoringSettings());
+    EXPECT_EQ(settings().lastRun(), RunRecord());
+    EXPECT_TRUE(settings().appLanguage()->isNull());
+}
+
+TEST_F(SettingsTest, ProxyPasswordStaysUntilItIsChangedOrTheProxyEmptied)
+{
+    setProxy(QStringLiteral("proxy"), QStringLiteral("me"), QStringLiteral("secret"));
+    reopen();
+    EXPECT_EQ(password(), "secret");
+    setProxy(QStringLiteral("other"), QStringLiteral("me"), {});
+    EXPECT_EQ(password(), "secret");
+    setProxy(QStringLiteral("other"), QStringLiteral("me"), QStringLiteral(""));
+    EXPECT_EQ(password(), "");
+    setProxy(QStringLiteral("other"), QStringLiteral("me"), QStringLiteral("secret"));
+    setProxy({}, {}, {});
+    EXPECT_EQ(password(), "");
+    // The password first and the host with a later command.
+    setProxy({}, {}, QStringLiteral("secret"));
+    setProxy(QStringLiteral("proxy"), {}, {});
+    EXPECT_EQ(password(), "secret");
+}
+
+TEST_F(SettingsTest, LanguagesAreSetOneByOne)
+{
+    ASSERT_TRUE(settings().setLanguages(QStringLiteral("de"), {}));
+    ASSERT_TRUE(settings().setLanguages({}, QStringLiteral("fr")));
+    reopen();
+    EXPECT_EQ(settings().appLanguage(), QStringLiteral("de"));
+    EXPECT_EQ(settings().dataLanguage(), QStringLiteral("fr"));
+}
+
+TEST_F(SettingsTest, ScheduleComesBackAsItWas)
+{
+    ScheduleSettings tSchedule;
+    tSchedule.mMode = Scheduler::AutoUpdateAutomatic;
+    tSchedule.mFlags = 5;
+    tSchedule.mNextCheck = QDateTime(QDate(2026, 3, 10), QTime(3, 4, 5));
+    tSchedule.mPeriodCount = 2;
+    tSchedule.mUnit = Scheduler::PeriodMonth;
+    tSchedule.mAnchor = QDateTime(QDate(2026, 1, 31), QTime(3, 4, 5));
+    tSchedule.mExtra = QStringLiteral("line\n\"%1\" \u00e4");
+    tSchedule.mNextCheckChosen = true;
+    ASSERT_TRUE(settings().setSchedule(tSchedule));
+    reopen();
+    EXPECT_EQ(settings().schedule(), tSchedule);
+}
+
+TEST_F(SettingsTest, MonitoringComesBackAsItWas)
+{
+    MonitoringSettings tSettings;
+    tSettings.setEventMailsEnabled(true);
+    tSettings.setSummarizedMailPeriod(2147483647);
+    tSettings.setClientName(QStringLiteral("\u6a5f %1\n"));
+    tSettings.setNotificationEmailAddresses(MonitoringEmailList({QStringLiteral("a@example.com")}));
+    tSettings.mClientSettings.mText3 = QStringLiteral("carried");
+    tSettings.mClientSettings.mDate1 = QDateTime(QDate(2026, 1, 1), QTime(1, 2, 3));
+    ASSERT_TRUE(settings().setMonitoring(tSettings));
+    reopen();
+    EXPECT_EQ(settings().monitoring(), tSettings);
+}
+
+TEST_F(SettingsTest, RunThatDidNotEndIsFoundUntilAResultIsRecorded)
+{
+    ASSERT_TRUE(settings().beginRun(QStringLiteral("2026-03-10T03:00:00")));
+    reopen();
+    EXPECT_EQ(settings().unfinishedRun(), QStringLiteral("2026-03-10T03:00:00"));
+    const RunRecord tRecord{3, QStringLiteral("text"), QDateTime(QDate(2026, 3, 10), QTime(4, 0)),
+                            QDateTime(QDate(2026, 3, 9), QTime(4, 0))};
+    ASSERT_TRUE(settings().setLastRun(tRecord));
+    reopen();
+    EXPECT_TRUE(settings().unfinishedRun()->isEmpty());
+    EXPECT_EQ(settings().lastRun(), tRecord);
+}

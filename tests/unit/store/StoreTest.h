@@ -1,0 +1,25 @@
+#pragma once
+
+#include "store/StateStore.h"
+
+#include <gtest/gtest.h>
+
+#include <QtCore/QTemporaryDir>
+
+// A store in a folder of its own. What has to outlive the process is read after reopen().
+class StoreTest : public testing::Test
+{
+protected:
+    void SetUp() override { reopen(); }
+
+    void reopen()
+    {
+        mStore.database().close();
+        QString tError;
+        ASSERT_TRUE(mStore.open(mDir.path(), &tError)) << tError.toStdString();
+    }
+    QString file() const { return mDir.path() + QStringLiteral("/state.db"); }
+
+    QTemporaryDir mDir;
+    tarn::vkservice::store::StateStore mStore;
+};

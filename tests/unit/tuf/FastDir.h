@@ -1,0 +1,12 @@
+#pragma once
+
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+
+// A template for temporary folders in memory, where fsync costs nothing, or where there is none, on disk.
+inline QString fastDirTemplate()
+{
+    const QString tMemory = QStringLiteral("/dev/shm");
+    return (QFileInfo(tMemory).isWritable() ? tMemory : QDir::tempPath()) +
+           QStringLiteral("/rkm-test-XXXXXX");
+}

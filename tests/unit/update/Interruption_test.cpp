@@ -1,0 +1,226 @@
+// What can stop an update in the middle: an abort, a failing disk, a kill, and applications that run.
+
+#include "UpdateFixture.h"
+
+#include "os/AbortFlag.h"
+#include "update/Run.h"
+
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QProcess>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace tarn::vkservice;
+using namespace tarn::vkservice::update;
+using namespace tarn::vkcore;
+
+namespace {
+
+class InterruptionTest : public UpdateFixture
+{
+protected:
+    // A new version of everything, with contents that tell it.
+    void publishNext()
+    {
+        ++mNumber;
+        for (TestPackage& tPackage : mPackages) {
+            mRepository.remove(tPackage.mName);
+            tPackage.mVersion = QStringLiteral("%1.0").arg(mNumber);
+            for (QByteArray& tContent : tPackage.mFiles) {
+                tContent = QByteArray::number(mNumber) + tContent.mid(4);
+            }
+        }
+        publish();
+    }
+
+    // After whatever happened in a run that began with pBefore installed.
+    void expectOldOrNewAndRepair(const FileMap& pBefore)
+    {
+        const FileMap tFiles = mMachine.currentFiles();
+        EXPECT_TRUE(tFiles == pBefore || tFiles == filesOf(mPackages));
+        const RunResult tResult = mMachine.run();
+        EXPECT_EQ(tResult.mCode, ResultSuccess) << tResult.mText.toStdString();
+        expectInstalled();
+        const QString tOk = QStringLiteral(" %1.0.0 ok").arg(mNumber);
+        EXPECT_EQ(mMachine.log().filter(tOk).size(), mPackages.size());
+    }
+
+    int mNumber = 3;
+};
+
+} // namespace
+
+TEST_F(InterruptionTest, SurvivesTheFailureOfAnyFileOperation)
+{
+    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
+    const int tErrors[] = {ENOSPC, EIO, EACCES};
+    for (int tError : tErrors) {
+        for (int tCount = 1;; ++tCount) {
+            const FileMap tBefore = mMachine.currentFiles();
+            publishNext();
+            mMachine.fileSystem().failAt(tCount, tError);
+            const RunResult tResult = mMachine.run();
+            const bool tFailed = mMachine.fileSystem().hasFailed();
+            SCOPED_TRACE(QStringLiteral("%1: %2 of %3")
+                             .arg(tError)
+                             .arg(tCount)
+                             .arg(QString::fromUtf8(mMachine.fileSystem().failed()))
+                             .toStdString());
+            mMachine.fileSystem().failAt(0, 0);
+            if (tResult.mCode == ResultSuccess) {
+                EXPECT_EQ(mMachine.currentFiles(), filesOf(mPackages));
+            } else {
+                EXPECT_GT(tResult.mText.size(), resultText(tResult.mCode).size());
+            }
+            expectOldOrNewAndRepair(tBefore);
+            if (!tFailed || HasFailure()) {
+                EXPECT_GT(tCount, 100);
+                break;
+            }
+        }
+    }
+}
+
+TEST_F(InterruptionTest, CanBeAbortedAnywhere)
+{
+    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
+    int tAborted = 0;
+    for (int tCount = 1;; ++tCount) {
+        const FileMap tBefore = mMachine.currentFiles();
+        publishNext();
+        mMachine.fileSystem().failAt(0, 0);
+        mMachine.fileSystem().mObserver = [this, tCount](int pNumber, const QByteArray&) {
+            if (pNumber == tCount) {
+                mMachine.updater().abort();
+            }
+        };
+        const RunResult tResult = mMachine.run();
+        mMachine.fileSystem().mObserver = nullptr;
+        SCOPED_TRACE(tCount);
+        EXPECT_TRUE(tResult.mCode == ResultAborted || tResult.mCode == ResultSuccess) << tResult.mCode;
+        EXPECT_EQ(mMachine.currentFiles(), tResult.mCode == ResultAborted ? tBefore : filesOf(mPackages));
+        tAborted += tResult.mCode == ResultAborted ? 1 : 0;
+        const bool tBehindTheEnd = mMachine.fileSystem().count() < tCount;
+        expectOldOrNewAndRepair(tBefore);
+        if (tBehindTheEnd || HasFailure()) {
+            break;
+        }
+    }
+    EXPECT_GT(tAborted, 50);
+}
+
+TEST_F(InterruptionTest, SurvivesAKillAnywhere)
+{
+    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
+    for (int tCount = 1;; ++tCount) {
+        SCOPED_TRACE(tCount);
+        const FileMap tBefore = mMachine.currentFiles();
+        publishNext();
+        const pid_t tChild = ::fork();
+        if (tChild == 0) {
+            FaultyFileSystem tFileSystem;
+            tFileSystem.mObserver = [tCount](int pNumber, const QByteArray&) {
+                if (pNumber == tCount) {
+                    ::_exit(9);
+                }
+            };
+            const os::AbortFlag tAbort;
+            Reporter tReporter([](ServiceActivity) {}, [](int, const QString&, const QString&) {},
+                               [](int, const QString&, const QString&) {});
+            const RunRequest tRequest = mMachine.request();
+            Run(tRequest, tFileSystem, os::realProcessList(), tReporter, tAbort).run();
+            ::_exit(0);
+        }
+        int tStatus = 0;
+        ::waitpid(tChild, &tStatus, 0);
+        const FileMap tFiles = mMachine.currentFiles();
+        EXPECT_TRUE(tFiles == tBefore || tFiles == filesOf(mPackages));
+        QString tError;
+        EXPECT_TRUE(mMachine.restart(&tError)) << tError.toStdString();
+        EXPECT_EQ(text(mMachine.litter()), "");
+        expectOldOrNewAndRepair(tBefore);
+        if (WEXITSTATUS(tStatus) == 0 || HasFailure()) {
+            break;
+        }
+    }
+}
+
+namespace {
+
+// A package with a program that runs until it is ended.
+class RunningAppTest : public InterruptionTest
+{
+protected:
+    RunningAppTest()
+    {
+        mPackages = {{str("app"), str("1.0"), {{str("bin/app"), readFile(str("/bin/sleep"))}}}};
+        mPackages.first().mExecutables = {str("bin/app")};
+        mRepository.remove(str("lib"));
+        mRepository.remove(str("maps"));
+        publish();
+        mMachine.run();
+        mProcess.start(mMachine.installed(str("app/bin/app")), {str("600")});
+        mProcess.waitForStarted();
+        mPackages.first().mFiles.insert(str("new"), "2");
+        mPackages.first().mVersion = str("2.0");
+        publish();
+    }
+    ~RunningAppTest() override
+    {
+        mProcess.kill();
+        mProcess.waitForFinished();
+    }
+
+    QProcess mProcess;
+};
+
+} // namespace
+
+TEST_F(RunningAppTest, IsWaitedForAndThenReplaced)
+{
+    QString tText;
+    mMachine.mOnNotification = [&](const QString& pText) {
+        tText = pText;
+        EXPECT_EQ(mMachine.packages(), QStringList(str("app 1.0.0")));
+        EXPECT_EQ(mMachine.updater().progress().mActivity, ActivityWaitingForApps);
+        mProcess.kill();
+        mProcess.waitForFinished();
+    };
+    QElapsedTimer tTimer;
+    tTimer.start();
+    EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
+    EXPECT_TRUE(tText.contains(str("Title of app"))) << tText.toStdString();
+    EXPECT_TRUE(tText.contains(QString::number(mProcess.processId())) || tText.contains(str("process app")));
+    EXPECT_TRUE(mMachine.mActivities.contains(ActivityWaitingForApps));
+    EXPECT_LT(tTimer.elapsed(), 9000) << "it looked again only after a while";
+    expectInstalled();
+}
+
+TEST_F(RunningAppTest, NeedsIntervention)
+{
+    mMachine.request().mWaitForAppsSeconds = 0;
+    const RunResult tResult = mMachine.run();
+    EXPECT_EQ(tResult.mCode, ResultManualIntervention);
+    EXPECT_TRUE(tResult.mText.contains(str("Title of app"))) << tResult.mText.toStdString();
+    EXPECT_EQ(text(mMachine.packages()), "app 1.0.0");
+    EXPECT_EQ(text(mMachine.litter()), "");
+    mProcess.kill();
+    mProcess.waitForFinished();
+    EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
+}
+
+TEST_F(RunningAppTest, CanBeAborted)
+{
+    mMachine.mOnNotification = [&](const QString&) { mMachine.updater().abort(); };
+    EXPECT_EQ(mMachine.run().mCode, ResultAborted);
+    EXPECT_EQ(text(mMachine.packages()), "app 1.0.0");
+}
+
+// The program of a version that was replaced while it ran counts still, with its file gone.
+TEST_F(RunningAppTest, IsFoundAlsoWhenItsFileIsGone)
+{
+    QFile::remove(QFileInfo(mMachine.installed(str("app/bin/app"))).canonicalFilePath());
+    mMachine.request().mWaitForAppsSeconds = 0;
+    EXPECT_EQ(mMachine.run().mCode, ResultManualIntervention);
+}

@@ -1,0 +1,160 @@
+#include "TestApplication.h"
+
+#include <vkcore/InstallModule.h>
+#include <vkcore/ProcessArgumentList.h>
+
+#include "sqlite/InstallLogStore.h"
+
+#include <gtest/gtest.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QProcess>
+#include <QtCore/QTimer>
+
+using namespace tarn::vkcore;
+
+namespace {
+
+// Starts pProgram, a copy of this one, which prints what its application has found.
+std::string shown(const QString& pProgram, const QString& pHome, const QString& pLocale)
+{
+    QProcess tProcess;
+    QProcessEnvironment tEnvironment = QProcessEnvironment::systemEnvironment();
+    tEnvironment.insert(QStringLiteral("HOME"), pHome);
+    tEnvironment.insert(QStringLiteral("LC_ALL"), pLocale);
+    tEnvironment.remove(QStringLiteral("XDG_CONFIG_HOME"));
+    tProcess.setProcessEnvironment(tEnvironment);
+    tProcess.start(pProgram, {QStringLiteral("--show-application")});
+    tProcess.waitForFinished();
+    return tProcess.readAllStandardOutput().toStdString();
+}
+
+} // namespace
+
+TEST(ApplicationTest, FinalizesOnceWhenTheLoopHasStopped)
+{
+    const GRef<TestApplication> tApp(new TestApplication);
+    QTimer::singleShot(0, tApp.get(), [&] {
+        EXPECT_EQ(tApp->mFinalizeCount, 0);
+        tApp->requestQuit(3);
+    });
+    EXPECT_EQ(QCoreApplication::exec(), 3);
+    EXPECT_EQ(tApp->mFinalizeCount, 1);
+    QTimer::singleShot(0, tApp.get(), [] { QCoreApplication::exit(0); });
+    QCoreApplication::exec();
+    EXPECT_EQ(tApp->mFinalizeCount, 1);
+}
+
+TEST(ApplicationTest, KeepsWhatIsLoggedBeforeTheLogIsOpen)
+{
+    const GRef<TestApplication> tApp(new TestApplication);
+    tApp->log(QStringLiteral("early"));
+    tApp->logAssertFailed("a == b", "src/x", 12);
+    const QByteArray tText = tApp->logText();
+    EXPECT_TRUE(tText.contains("early\n"));
+    EXPECT_TRUE(tText.contains("a == b (src/x:12)\n"));
+}
+
+TEST(ApplicationTest, ConfigurationBesideAMovableInstallation)
+{
+    const QTemporaryDir tDir;
+    const QString tProgram = tDir.filePath(QStringLiteral("bin/tests"));
+    const QString tEtc = tDir.filePath(QStringLiteral("etc/vk/"));
+    ASSERT_TRUE(QDir().mkpath(tDir.filePath(QStringLiteral("bin"))) && QDir().mkpath(tEtc));
+    ASSERT_TRUE(QFile::copy(QCoreApplication::applicationFilePath(), tProgram));
+    ASSERT_TRUE(writeFile(tEtc + QStringLiteral("vkp.cfg"), "application.language = 'ja'\na = 'system'"));
+    ASSERT_TRUE(writeFile(tEtc + QStringLiteral("vkp_user.cfg"), "a = 'user'"));
+    const std::string tRoot = tDir.path().toStdString();
+    const std::string tDirs = tRoot + "/etc/vk\n" + tRoot + "/share/rkm\n/no/home/.config/vk\n";
+    EXPECT_EQ(shown(tProgram, QStringLiteral("/no/home"), QStringLiteral("C")),
+              "1\n" + tDirs + "vkp\nja\nuser\n");
+
+    ASSERT_TRUE(writeFile(tEtc + QStringLiteral("vk.cfg"), "broken ="));
+    const std::string tBroken = shown(tProgram, QStringLiteral("/no/home"), QStringLiteral("C"));
+    EXPECT_EQ(tBroken.rfind("0\n" + tDirs + "vk\nen\n", 0), 0U) << tBroken;
+    EXPECT_NE(tBroken.find("Failed to load file \"" + tRoot + "/etc/vk/vk.cfg\": vk.cfg, line 1"),
+              std::string::npos);
+}
+
+TEST(ApplicationTest, LanguageNamesAndLists)
+{
+    const GRef<TestApplication> tApp(new TestApplication);
+    const struct
+    {
+        const char* mCode;
+        const char* mName;
+    } tCases[] = {{"de", "Deutsch"},
+                  {"fr", "fran\xc3\xa7\x61is"},
+                  {"ja", "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e"},
+                  {"qq", "qq"},
+                  {"", ""},
+                  {"C", "C"},
+                  {"no code", "no code"}};
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mCode);
+        EXPECT_EQ(tApp->getLangName(QLatin1String(tCase.mCode)).toStdString(), tCase.mName);
+    }
+    EXPECT_TRUE(tApp->getAvailableAppLanguages().contains(QStringLiteral("en")));
+    tApp->getConfig()->setValue(QStringLiteral("data.languages"), QStringLiteral("fr, de,,fr"),
+                                Config::UserValue);
+    EXPECT_EQ(tApp->getAvailableDataLanguages(),
+              QList<QString>({QStringLiteral("fr"), QStringLiteral("de")}));
+}
+
+TEST(ApplicationTest, LanguageFromTheLocale)
+{
+    const struct
+    {
+        const char* mLocale;
+        const char* mLang;
+    } tCases[] = {{"de_AT.UTF-8", "de"}, {"pt_BR.UTF-8", "pt_BR"}, {"pt_PT.UTF-8", "pt"}, {"C", "en"}};
+    for (const auto& tCase : tCases) {
+        const std::string tShown = shown(QCoreApplication::applicationFilePath(), QStringLiteral("/no/home"),
+                                         QLatin1String(tCase.mLocale));
+        EXPECT_NE(tShown.find("\nvk\n" + std::string(tCase.mLang) + "\n"), std::string::npos) << tShown;
+    }
+}
+
+TEST(ProcessArgumentListTest, GivesTheBytesOfTheProcess)
+{
+    char** tFirst = ProcessArgumentList().argv();
+    const ProcessArgumentList tList;
+    QFile tFile(QStringLiteral("/proc/self/cmdline"));
+    ASSERT_TRUE(tFile.open(QIODevice::ReadOnly));
+    QByteArray tBytes;
+    for (int i = 0; i < tList.argc(); ++i) {
+        tBytes += QByteArray(tList.argv()[i]) + '\0';
+    }
+    EXPECT_EQ(tBytes, tFile.readAll());
+    EXPECT_EQ(tList.argv()[tList.argc()], nullptr);
+    EXPECT_EQ(tFirst, tList.argv());
+}
+
+TEST(InstallModuleTest, ReadsTheLogOfTheStateDirectory)
+{
+    const GRef<TestApplication> tApp(new TestApplication);
+    const GRef<InstallModule> tModule(new InstallModule(tApp.get(), 14));
+    EXPECT_EQ(tModule->getActiveInstaller(), nullptr);
+
+    InstallLogStore tStore;
+    ASSERT_TRUE(tStore.openForWriting(tApp->getStateDir() + QStringLiteral("/install-log.db")));
+    ASSERT_TRUE(tStore.append(
+        QStringLiteral("run"), QDateTime::currentDateTime(),
+        {{QStringLiteral("p"), {}, QStringLiteral("1.2.3.4"), QStringLiteral("ok"), {}, {}, {}}}));
+    ASSERT_TRUE(tModule->init());
+    QList<GRef2<InstLogEntry>> tEntries;
+    ASSERT_TRUE(tModule->getActiveInstaller()->getInstallLog(&tEntries, {}, {}, 10, true));
+    ASSERT_EQ(tEntries.size(), 1);
+    EXPECT_EQ(tEntries[0]->mVersion, Version(1, 2, 3, 4));
+    EXPECT_EQ(tEntries[0]->mName.bestValue(QStringLiteral("de")), QLatin1String("p"));
+}
+
+TEST(InstallModuleTest, NamesWhyTheLogCanNotBeOpened)
+{
+    const GRef<TestApplication> tApp(new TestApplication);
+    EXPECT_FALSE(GRef<InstallModule>(new InstallModule(tApp.get(), 13))->init());
+    ASSERT_TRUE(writeFile(tApp->getStateDir() + QStringLiteral("/install-log.db"), QByteArray(5000, 'x')));
+    EXPECT_FALSE(GRef<InstallModule>(new InstallModule(tApp.get(), 14))->init());
+    EXPECT_TRUE(tApp->logText().contains("no module 13"));
+    EXPECT_TRUE(tApp->logText().contains("not a database"));
+}

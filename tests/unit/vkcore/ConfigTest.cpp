@@ -1,0 +1,116 @@
+#include "TestApplication.h"
+
+#include <vkcore/Config.h>
+
+#include <gtest/gtest.h>
+
+using tarn::vkcore::Config;
+
+namespace {
+
+class ConfigTest : public ::testing::Test
+{
+protected:
+    bool load(const QByteArray& pBytes, Config::ValueType pType = Config::SystemValue)
+    {
+        EXPECT_TRUE(writeFile(mPath, pBytes));
+        return mConfig.load(mPath, QStringLiteral("vk.cfg"), pType, false);
+    }
+    std::string value(const char* pKey) const
+    {
+        return mConfig.getStrValue(QLatin1String(pKey)).toStdString();
+    }
+
+    QTemporaryDir mDir;
+    QString mPath = mDir.filePath(QStringLiteral("vk.cfg"));
+    Config mConfig;
+};
+
+} // namespace
+
+TEST_F(ConfigTest, FlattensKeysAndValues)
+{
+    ASSERT_TRUE(
+        load("plain = 'text'\n"
+             "application.settingsDir.other = \"some/dir\"\n"
+             "[service]\nstateDir = '/x'\nretries = 1_000\nhex = 0xff\nratio = 0.5\non = true\noff = false\n"
+             "day = 2024-03-07\nhour = 01:02:03\nstamp = 2024-03-07T01:02:03\n"
+             "list = ['a', 2, true]\nnone = []\n"
+             "[service.mail]\nsender = 'Jos\xc3\xa9'\n"));
+    const struct
+    {
+        const char* mKey;
+        const char* mValue;
+    } tCases[] = {
+        {"plain", "text"},
+        {"application.settingsDir.other", "some/dir"},
+        {"service.stateDir", "/x"},
+        {"service.retries", "1000"},
+        {"service.hex", "255"},
+        {"service.ratio", "0.5"},
+        {"service.on", "true"},
+        {"service.off", "false"},
+        {"service.day", "2024-03-07"},
+        {"service.hour", "01:02:03"},
+        {"service.stamp", "2024-03-07T01:02:03"},
+        {"service.list", "a,2,true"},
+        {"service.none", ""},
+        {"service.mail.sender", "Jos\xc3\xa9"},
+        {"service", ""},
+        {"no.such", ""},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mKey);
+        EXPECT_EQ(value(tCase.mKey), tCase.mValue);
+    }
+    EXPECT_TRUE(mConfig.hasValue(QStringLiteral("service.none")));
+    EXPECT_FALSE(mConfig.hasValue(QStringLiteral("service")));
+    EXPECT_EQ(mConfig.getStrValue(QStringLiteral("no.such"), QStringLiteral("x")), QLatin1String("x"));
+}
+
+TEST_F(ConfigTest, BadFilesChangeNothingAndNameTheReason)
+{
+    ASSERT_TRUE(load("a = 'kept'"));
+    const struct
+    {
+        QByteArray mBytes;
+        const char* mReason;
+    } tCases[] = {
+        {"a = 'new'\nb = \n", "line 2"},
+        {"a = 'new'\na = 'twice'\n", "line 2"},
+        {"\xff\xfe\x00", "line 1"},
+        {QByteArray("a = 'new'\nb = '\0'\n", 18), "line 2"},
+        {"a = [" + QByteArray(100000, '['), "line 1"},
+        {"a = '" + QByteArray(1024 * 1024, 'x') + "'", "larger than"},
+        {"<xml/>", "line 1"},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mBytes.left(20).toStdString());
+        EXPECT_FALSE(load(tCase.mBytes));
+        EXPECT_TRUE(mConfig.errorText().startsWith(QLatin1String("vk.cfg")))
+            << mConfig.errorText().toStdString();
+        EXPECT_TRUE(mConfig.errorText().contains(QLatin1String(tCase.mReason)))
+            << mConfig.errorText().toStdString();
+        EXPECT_EQ(value("a"), "kept");
+    }
+    EXPECT_FALSE(mConfig.load(mDir.path(), QStringLiteral("dir"), Config::SystemValue, false));
+    EXPECT_TRUE(load("a = 'new'"));
+    EXPECT_TRUE(mConfig.errorText().isEmpty());
+}
+
+TEST_F(ConfigTest, AMissingFileIsAnErrorOnlyWhereItMustExist)
+{
+    EXPECT_TRUE(mConfig.load(mPath, QStringLiteral("vk.cfg"), Config::UserValue, false));
+    EXPECT_FALSE(mConfig.load(mPath, QStringLiteral("vk.cfg"), Config::UserValue, true));
+}
+
+TEST_F(ConfigTest, HigherKindsWinWhateverTheOrder)
+{
+    ASSERT_TRUE(load("a = 'user'", Config::UserValue));
+    ASSERT_TRUE(load("a = 'system'\nb = 'system'", Config::SystemValue));
+    mConfig.setValue(QStringLiteral("b"), QStringLiteral("default"), Config::DefaultValue);
+    EXPECT_EQ(value("a"), "user");
+    EXPECT_EQ(value("b"), "system");
+    ASSERT_TRUE(load("b = 'later'", Config::SystemValue));
+    EXPECT_EQ(value("b"), "later");
+}

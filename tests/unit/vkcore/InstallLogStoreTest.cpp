@@ -1,0 +1,284 @@
+#include "TestApplication.h"
+
+#include "sqlite/InstallLogStore.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace tarn::vkcore;
+
+namespace {
+
+QDateTime day(int pDay)
+{
+    return {QDate(2024, 3, pDay), QTime(12, 0)};
+}
+
+InstallLogStore::Record record(const char* pPackage, const char* pParent = nullptr)
+{
+    InstallLogStore::Record tRecord;
+    tRecord.mPackage = QLatin1String(pPackage);
+    tRecord.mParent = pParent == nullptr ? QString() : QString(QLatin1String(pParent));
+    tRecord.mVersion = QStringLiteral("1.0.0.0");
+    tRecord.mStatus = QStringLiteral("ok");
+    tRecord.mTitle.setValue(QStringLiteral("en"), QLatin1String(pPackage));
+    return tRecord;
+}
+
+class InstallLogStoreTest : public ::testing::Test
+{
+protected:
+    void fill()
+    {
+        InstallLogStore tStore;
+        ASSERT_TRUE(tStore.openForWriting(mPath)) << tStore.errorText().toStdString();
+        ASSERT_TRUE(tStore.append(QStringLiteral("r3"), day(3), {record("d"), record("e", "d")}));
+        ASSERT_TRUE(tStore.append(QStringLiteral("r1"), day(1), {record("a"), record("b", "a")}));
+        ASSERT_TRUE(tStore.append(QStringLiteral("r2"), day(2), {record("c")}));
+    }
+    std::string names(const QDateTime& pFrom, const QDateTime& pTo, int pMaxCount, bool pTopLevelOnly)
+    {
+        InstallLogStore tStore;
+        QList<GRef2<InstLogEntry>> tEntries;
+        if (!tStore.openForReading(mPath) || !tStore.read(&tEntries, pFrom, pTo, pMaxCount, pTopLevelOnly)) {
+            return "failed: " + tStore.errorText().toStdString();
+        }
+        std::string tNames;
+        for (const auto& tEntry : tEntries) {
+            tNames += tEntry->mName.bestValue(QStringLiteral("en")).toStdString();
+        }
+        return tNames;
+    }
+
+    // What pBody gives in a process of its own.
+    template <typename T>
+    std::string inAnotherProcess(T pBody)
+    {
+        int tPipe[2];
+        EXPECT_EQ(::pipe(tPipe), 0);
+        const pid_t tChild = ::fork();
+        if (tChild == 0) {
+            const std::string tText = pBody();
+            (void)!::write(tPipe[1], tText.data(), tText.size());
+            ::_exit(0);
+        }
+        ::close(tPipe[1]);
+        char tText[1000];
+        const ssize_t tSize = ::read(tPipe[0], tText, sizeof tText);
+        ::close(tPipe[0]);
+        ::waitpid(tChild, nullptr, 0);
+        return {tText, static_cast<size_t>(std::max<ssize_t>(0, tSize))};
+    }
+    // As above, where this is root as a user who may only read.
+    template <typename T>
+    std::string asAnotherUser(T pBody)
+    {
+        ::chmod(QFile::encodeName(mDir.path()).constData(), 0755);
+        return inAnotherProcess([&] {
+            const bool tOk = ::geteuid() != 0 || (::setgid(65534) == 0 && ::setuid(65534) == 0);
+            return tOk ? pBody() : std::string();
+        });
+    }
+
+    QTemporaryDir mDir;
+    QString mPath = mDir.filePath(QStringLiteral("install-log.db"));
+};
+
+constexpr int sAll = std::numeric_limits<int>::max();
+
+} // namespace
+
+TEST_F(InstallLogStoreTest, LimitsAndOrder)
+{
+    fill();
+    const struct
+    {
+        const char* mName;
+        QDateTime mFrom;
+        QDateTime mTo;
+        int mMaxCount;
+        bool mTopLevelOnly;
+        const char* mNames;
+    } tCases[] = {
+        {"all, oldest first, in the order of a run", {}, {}, sAll, false, "abcde"},
+        {"top level", {}, {}, sAll, true, "acd"},
+        {"from, included", day(2), {}, sAll, false, "cde"},
+        {"just after", day(2).addMSecs(1), {}, sAll, false, "de"},
+        {"to, included", {}, day(2), sAll, false, "abc"},
+        {"from and to", day(2), day(2), sAll, false, "c"},
+        {"to before from", day(3), day(1), sAll, false, ""},
+        {"the newest two", {}, {}, 2, false, "de"},
+        {"the newest two of the top level", {}, {}, 2, true, "cd"},
+        {"none", {}, {}, 0, false, ""},
+        {"a negative number", {}, {}, -1, false, ""},
+        {"far future", day(2).addYears(5000), {}, sAll, false, ""},
+        {"far past", QDateTime(QDate(-4000, 1, 1), QTime(0, 0)), {}, sAll, true, "acd"},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mName);
+        EXPECT_EQ(names(tCase.mFrom, tCase.mTo, tCase.mMaxCount, tCase.mTopLevelOnly), tCase.mNames);
+    }
+}
+
+TEST_F(InstallLogStoreTest, CarriesEveryField)
+{
+    InstallLogStore::Record tRecord = record("p");
+    tRecord.mVersion = QStringLiteral("1.2.3.4");
+    tRecord.mVersionDate = day(1);
+    tRecord.mStatus = QStringLiteral("some other word");
+    tRecord.mTitle.setValue(QStringLiteral("de"), QStringLiteral("\u00dcber \"alles\"\n\\"));
+    tRecord.mReport.setValue(QStringLiteral("de"), QString(100000, QLatin1Char('x')));
+    const QDateTime tDate = day(2).addMSecs(123);
+    InstallLogStore tStore;
+    ASSERT_TRUE(tStore.openForWriting(mPath));
+    ASSERT_TRUE(tStore.append(QStringLiteral("r"), tDate, {tRecord, record("q")}));
+    QList<GRef2<InstLogEntry>> tEntries;
+    ASSERT_TRUE(tStore.read(&tEntries, {}, {}, sAll, false));
+    ASSERT_EQ(tEntries.size(), 2);
+    EXPECT_EQ(tEntries[0]->mName, tRecord.mTitle);
+    EXPECT_EQ(tEntries[0]->mVersion, Version(1, 2, 3, 4));
+    EXPECT_EQ(tEntries[0]->mVersionDate, day(1));
+    EXPECT_EQ(tEntries[0]->mDate, tDate);
+    EXPECT_EQ(tEntries[0]->mStatus, tRecord.mStatus);
+    EXPECT_EQ(tEntries[0]->mInstallReport, tRecord.mReport);
+    EXPECT_FALSE(tEntries[1]->mVersionDate.isValid());
+    EXPECT_TRUE(tEntries[1]->mInstallReport.isEmpty());
+}
+
+TEST_F(InstallLogStoreTest, ARunIsAddedOnce)
+{
+    fill();
+    InstallLogStore tStore;
+    ASSERT_TRUE(tStore.openForWriting(mPath));
+    EXPECT_TRUE(tStore.append(QStringLiteral("r2"), day(9), {record("x"), record("y")}));
+    EXPECT_EQ(names({}, {}, sAll, false), "abcde");
+}
+
+TEST_F(InstallLogStoreTest, ReadAppendsAndAMissingFileIsEmpty)
+{
+    EXPECT_EQ(names({}, {}, sAll, false), "");
+    EXPECT_FALSE(QFile::exists(mPath));
+    fill();
+    InstallLogStore tStore;
+    ASSERT_TRUE(tStore.openForReading(mPath));
+    QList<GRef2<InstLogEntry>> tEntries;
+    ASSERT_TRUE(tStore.read(&tEntries, {}, {}, 1, false));
+    ASSERT_TRUE(tStore.read(&tEntries, {}, {}, 1, false));
+    EXPECT_EQ(tEntries.size(), 2);
+    EXPECT_FALSE(tStore.append(QStringLiteral("r9"), day(9), {record("x")}));
+    EXPECT_FALSE(tStore.errorText().isEmpty());
+}
+
+TEST_F(InstallLogStoreTest, DamageIsToldNotHidden)
+{
+    const struct
+    {
+        const char* mName;
+        std::function<void(QByteArray&)> mHarm;
+        bool mDamaged;
+    } tCases[] = {
+        {"no database", [](QByteArray& pBytes) { pBytes.fill('x'); }, true},
+        {"cut", [](QByteArray& pBytes) { pBytes.truncate(pBytes.size() / 2); }, true},
+        {"pages overwritten",
+         [](QByteArray& pBytes) {
+             pBytes.replace(4096, pBytes.size() - 4096, QByteArray(pBytes.size() - 4096, '\xff'));
+         },
+         true},
+        {"of a later version", [](QByteArray& pBytes) { pBytes[63] = 77; }, false},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mName);
+        QFile::remove(mPath);
+        fill();
+        QFile tFile(mPath);
+        ASSERT_TRUE(tFile.open(QIODevice::ReadOnly));
+        QByteArray tBytes = tFile.readAll();
+        tFile.close();
+        tCase.mHarm(tBytes);
+        ASSERT_TRUE(writeFile(mPath, tBytes));
+        InstallLogStore tStore;
+        QList<GRef2<InstLogEntry>> tEntries;
+        EXPECT_FALSE(tStore.openForReading(mPath) && tStore.read(&tEntries, {}, {}, sAll, false));
+        EXPECT_FALSE(tStore.errorText().isEmpty());
+        EXPECT_EQ(tStore.isDamaged(), tCase.mDamaged);
+        EXPECT_TRUE(tEntries.isEmpty());
+        EXPECT_FALSE(tStore.openForWriting(mPath) &&
+                     tStore.append(QStringLiteral("n"), day(1), {record("n")}));
+        EXPECT_EQ(tStore.isDamaged(), tCase.mDamaged);
+    }
+}
+
+TEST_F(InstallLogStoreTest, OthersReadButDoNotWrite)
+{
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root, to become another user";
+    }
+    ::umask(0077);
+    fill();
+    struct stat tStat
+    {
+    };
+    ASSERT_EQ(::stat(QFile::encodeName(mPath).constData(), &tStat), 0);
+    EXPECT_EQ(tStat.st_mode & 07777, 0644U);
+    EXPECT_EQ(asAnotherUser([&] { return names({}, {}, sAll, true); }), "acd");
+    EXPECT_EQ(asAnotherUser(
+                  [&] { return std::string(InstallLogStore().openForWriting(mPath) ? "may" : "may not"); }),
+              "may not");
+}
+
+// Regression: opening the file a second time ended the locks of the first connection.
+TEST_F(InstallLogStoreTest, ASecondConnectionLeavesTheFirstOnesLock)
+{
+    fill();
+    Database tFirst;
+    ASSERT_TRUE(tFirst.open(mPath, Database::Mode::ReadWrite));
+    ASSERT_TRUE(tFirst.execute("BEGIN IMMEDIATE"));
+    for (const auto tMode : {Database::Mode::ReadWrite, Database::Mode::ReadOnly}) {
+        Database tSecond;
+        EXPECT_TRUE(tSecond.open(mPath, tMode));
+    }
+    const std::string tOther = inAnotherProcess([&] {
+        struct flock tLock
+        {
+        };
+        tLock.l_type = F_WRLCK;
+        const int tFd = ::open(QFile::encodeName(mPath).constData(), O_RDWR);
+        ::fcntl(tFd, F_GETLK, &tLock);
+        return std::string(tLock.l_type == F_UNLCK ? "free" : "locked");
+    });
+    EXPECT_EQ(tOther, "locked");
+}
+
+TEST_F(InstallLogStoreTest, AKilledWriterLeavesTheLogWhole)
+{
+    fill();
+    const pid_t tChild = ::fork();
+    if (tChild == 0) {
+        Database tDatabase;
+        tDatabase.open(mPath, Database::Mode::ReadWrite);
+        // Spills changed pages into the file before the end of the transaction.
+        tDatabase.execute("PRAGMA cache_size = 1");
+        tDatabase.transaction([&] {
+            for (int i = 0; i < 2000; ++i) {
+                tDatabase.execute(
+                    "INSERT INTO entry (date, package, version, status) VALUES (5, 'half', '1', 'ok')");
+            }
+            ::_exit(0);
+            return true;
+        });
+    }
+    ::waitpid(tChild, nullptr, 0);
+    ASSERT_TRUE(QFile::exists(mPath + QStringLiteral("-journal")));
+    // A reader sees the whole log or says why not, but never half of the change.
+    const std::string tRead = asAnotherUser([&] { return names({}, {}, sAll, false); });
+    EXPECT_TRUE(tRead == "abcde" || tRead.find("cut short") != std::string::npos) << tRead;
+    InstallLogStore tStore;
+    ASSERT_TRUE(tStore.openForWriting(mPath)) << tStore.errorText().toStdString();
+    EXPECT_EQ(names({}, {}, sAll, false), "abcde");
+}

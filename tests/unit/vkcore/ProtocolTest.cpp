@@ -1,0 +1,265 @@
+#include "internal/Protocol.h"
+#include "internal/LineBuffer.h"
+
+#include <gtest/gtest.h>
+
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+
+#include <functional>
+
+using namespace tarn::vkcore;
+using namespace tarn::vkcore::protocol;
+
+namespace {
+
+QJsonObject parsed(const QByteArray& pJson)
+{
+    return QJsonDocument::fromJson(pJson).object();
+}
+
+std::string lines(LineBuffer& pBuffer)
+{
+    std::string tText;
+    while (const std::optional<QByteArray> tLine = pBuffer.takeLine()) {
+        tText += "[" + tLine->toStdString() + "]";
+    }
+    return tText;
+}
+
+MonitoringSettings someSettings()
+{
+    MonitoringSettings tSettings;
+    tSettings.setEventMailsEnabled(true);
+    tSettings.setSummarizedMailPeriod(-3);
+    tSettings.setClientName(QStringLiteral("a \"b\"\n"));
+    MonitoringEmailList tList({QStringLiteral("a@example.org")});
+    tList.append(MonitoringEmail(QStringLiteral("b@example.org"), true));
+    tSettings.setNotificationEmailAddresses(tList);
+    tSettings.mLastSummary = QDateTime(QDate(2024, 3, 7), QTime(1, 2, 3));
+    tSettings.mClientSettings.mText4 = QStringLiteral("four");
+    tSettings.mClientSettings.mDate2 = QDateTime(QDate(1, 1, 1), QTime(0, 0));
+    return tSettings;
+}
+
+} // namespace
+
+TEST(LineBufferTest, CutsLinesHoweverTheBytesCome)
+{
+    const QByteArray tStream("one\n\ntwo\r\n\0x\nhalf", 17);
+    for (qsizetype tSize = 1; tSize <= tStream.size(); ++tSize) {
+        SCOPED_TRACE(tSize);
+        LineBuffer tBuffer;
+        std::string tLines;
+        for (qsizetype i = 0; i < tStream.size(); i += tSize) {
+            tBuffer.append(tStream.mid(i, tSize));
+            tLines += lines(tBuffer);
+        }
+        EXPECT_EQ(tLines, std::string("[one][][two\r][\0x]", 17));
+    }
+}
+
+TEST(LineBufferTest, TheLongestLineAndOneByteMore)
+{
+    LineBuffer tBuffer;
+    tBuffer.append("first\n" + QByteArray(sMaxLine, 'x') + "\nlast\n");
+    EXPECT_EQ(tBuffer.takeLine(), QByteArray("first"));
+    EXPECT_EQ(tBuffer.takeLine()->size(), sMaxLine);
+    EXPECT_EQ(tBuffer.takeLine(), QByteArray("last"));
+    EXPECT_FALSE(tBuffer.tooLong());
+
+    for (const char* tRest : {"", "\n"}) {
+        LineBuffer tLong;
+        tLong.append("first\n" + QByteArray(sMaxLine + 1, 'x') + tRest);
+        EXPECT_EQ(tLong.takeLine(), QByteArray("first"));
+        EXPECT_FALSE(tLong.takeLine());
+        EXPECT_TRUE(tLong.tooLong());
+        tLong.append("more\n");
+        EXPECT_FALSE(tLong.takeLine());
+    }
+}
+
+TEST(LineBufferTest, ManySmallReadsAndManyLinesAreLinear)
+{
+    QElapsedTimer tTimer;
+    tTimer.start();
+    LineBuffer tBuffer;
+    for (qsizetype i = 0; i < sMaxLine / 16; ++i) {
+        tBuffer.append(QByteArray(16, 'x'));
+        ASSERT_FALSE(tBuffer.takeLine());
+    }
+    tBuffer.append("\n");
+    EXPECT_EQ(tBuffer.takeLine()->size(), sMaxLine);
+    tBuffer.append(QByteArray(4000000, '\n'));
+    int tCount = 0;
+    while (tBuffer.takeLine()) {
+        ++tCount;
+    }
+    EXPECT_EQ(tCount, 4000000);
+    EXPECT_LT(tTimer.elapsed(), 20000);
+}
+
+TEST(ProtocolTest, Nesting)
+{
+    const struct
+    {
+        QByteArray mLine;
+        bool mTooDeep;
+    } tCases[] = {
+        {"{}", false},
+        {QByteArray(64, '[') + QByteArray(64, ']'), false},
+        {QByteArray(65, '[') + QByteArray(65, ']'), true},
+        {QByteArray(65, '{'), true},
+        {"{\"a\":\"" + QByteArray(100, '[') + "\"}", false},
+        {"{\"a\":\"\\\"" + QByteArray(100, '[') + "\"}", false},
+        {"{\"a\":\"\\\\\"," + QByteArray(100, '['), true},
+        {QByteArray("[]").repeated(1000), false},
+        {QByteArray(100, ']') + QByteArray(65, '['), false},
+        {"\"\\", false},
+        {"", false},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mLine.left(80).toStdString());
+        EXPECT_EQ(nestsTooDeep(tCase.mLine), tCase.mTooDeep);
+    }
+}
+
+TEST(ProtocolTest, ReadersAreStrict)
+{
+    using Reader = std::function<bool(const QJsonObject&)>;
+    const Reader tBool = [](const QJsonObject& pFrom) {
+        bool t;
+        return read(pFrom, QStringLiteral("v"), &t);
+    };
+    const Reader tInt = [](const QJsonObject& pFrom) {
+        int t;
+        return read(pFrom, QStringLiteral("v"), &t);
+    };
+    const Reader tLong = [](const QJsonObject& pFrom) {
+        long long t;
+        return read(pFrom, QStringLiteral("v"), &t);
+    };
+    const Reader tText = [](const QJsonObject& pFrom) {
+        QString t;
+        return read(pFrom, QStringLiteral("v"), &t);
+    };
+    const Reader tDate = [](const QJsonObject& pFrom) {
+        QDateTime t;
+        return read(pFrom, QStringLiteral("v"), &t);
+    };
+    const struct
+    {
+        const char* mType;
+        const Reader& mRead;
+        QList<QByteArray> mGood;
+        QList<QByteArray> mBad;
+    } tCases[] = {
+        {"bool", tBool, {"true", "false"}, {"0", "1", "\"true\"", "null", "{}", "[]"}},
+        {"int",
+         tInt,
+         {"0", "-0", "1.0", "2147483647", "-2147483648", "1e3"},
+         {"2147483648", "-2147483649", "1.5", "1e300", "\"1\"", "true", "null", "[1]",
+          "9223372036854775808"}},
+        {"long",
+         tLong,
+         {"9223372036854775807", "-9223372036854775808", "9007199254740993"},
+         {"9223372036854775808", "1e19", "0.1", "\"1\"", "null"}},
+        {"text", tText, {"\"\"", "\"x\"", "null"}, {"0", "true", "{}", "[\"x\"]"}},
+        {"date",
+         tDate,
+         {"null", "\"2024-02-29T23:59:59\"", "\"0001-01-01T00:00:00\"", "\"9999-12-31T23:59:59\""},
+         {"\"\"", "\"2023-02-29T00:00:00\"", "\"2024-13-01T00:00:00\"", "\"2024-01-01T24:00:00\"",
+          "\"2024-01-01 00:00:00\"", "\"2024-01-01T00:00:00Z\"", "\"2024-01-01T00:00:00.5\"",
+          "\"2024-1-1T0:0:0\"", "\"12024-01-01T00:00:00\"", "\"-001-01-01T00:00:00\"",
+          "\" 024-01-01T00:00:00\"", "\"\xd9\xa1\xd9\xa1\xd9\xa1\xd9\xa1-01-01T00:00:00\"", "0", "true"}},
+    };
+    for (const auto& tCase : tCases) {
+        for (const QByteArray& tValue : tCase.mGood) {
+            EXPECT_TRUE(tCase.mRead(parsed("{\"v\":" + tValue + "}")))
+                << tCase.mType << ' ' << tValue.constData();
+        }
+        for (const QByteArray& tValue : tCase.mBad) {
+            EXPECT_FALSE(tCase.mRead(parsed("{\"v\":" + tValue + "}")))
+                << tCase.mType << ' ' << tValue.constData();
+        }
+        EXPECT_FALSE(tCase.mRead(parsed("{\"w\":0}"))) << tCase.mType;
+    }
+}
+
+TEST(ProtocolTest, ABadMemberLeavesTheTargetAlone)
+{
+    const QJsonObject tProxyJson = toJson(NetProxy(true, true));
+    for (const QString& tKey : tProxyJson.keys()) {
+        for (const QJsonValue& tBad :
+             {QJsonValue(QJsonValue::Undefined), QJsonValue(QJsonArray()), QJsonValue(1.5)}) {
+            SCOPED_TRACE(tKey.toStdString());
+            QJsonObject tJson = tProxyJson;
+            tJson.insert(tKey, tBad);
+            NetProxy tProxy(false, false);
+            tProxy.mHost = QStringLiteral("kept");
+            EXPECT_FALSE(read(tJson, &tProxy));
+            EXPECT_EQ(tProxy.mHost, QLatin1String("kept"));
+        }
+    }
+    for (const int tPort : {-1, 65536}) {
+        QJsonObject tJson = tProxyJson;
+        tJson.insert(QLatin1String("port"), tPort);
+        NetProxy tProxy(false, false);
+        EXPECT_FALSE(read(tJson, &tProxy));
+    }
+    const MonitoringSettings tSettings = someSettings();
+    for (const QString& tKey : toJson(tSettings).keys()) {
+        SCOPED_TRACE(tKey.toStdString());
+        QJsonObject tJson = toJson(tSettings);
+        tJson.insert(tKey, QJsonArray{7});
+        MonitoringSettings tRead;
+        EXPECT_FALSE(read(tJson, &tRead));
+        EXPECT_EQ(tRead, MonitoringSettings());
+    }
+}
+
+TEST(ProtocolTest, ValuesComeBackAsTheyWere)
+{
+    const MonitoringSettings tSettings = someSettings();
+    MonitoringSettings tReadSettings;
+    ASSERT_TRUE(read(parsed(toLine(toJson(tSettings))), &tReadSettings));
+    EXPECT_EQ(tReadSettings, tSettings);
+
+    NetProxy tProxy(true, false);
+    tProxy.mHost = QStringLiteral("h");
+    tProxy.mPort = 65535;
+    tProxy.mPassword = QStringLiteral("\u00e9\n\\\"");
+    tProxy.mPasswordChanged = true;
+    NetProxy tReadProxy(false, true);
+    ASSERT_TRUE(read(parsed(toLine(toJson(tProxy))), &tReadProxy));
+    EXPECT_EQ(toJson(tReadProxy), toJson(tProxy));
+    EXPECT_TRUE(tReadProxy.mUser.isNull());
+
+    for (const bool tWithPassword : {false, true}) {
+        const GRef<Server> tServer(new Server(nullptr));
+        tServer->setUri(QStringLiteral("file:///x"));
+        tServer->setEnabled(false);
+        tServer->setDefault(true);
+        if (tWithPassword) {
+            tServer->setPassword(QStringLiteral("secret"));
+        }
+        const GRef<Server> tRead(new Server(nullptr));
+        ASSERT_TRUE(read(parsed(toLine(toJson(*tServer))), tRead.get()));
+        EXPECT_EQ(toJson(*tRead), toJson(*tServer));
+        EXPECT_EQ(tRead->getPassword().has_value(), tWithPassword);
+    }
+}
+
+TEST(ProtocolTest, LinesHaveTheFormOfThePage)
+{
+    EXPECT_EQ(toLine(request(7, QStringLiteral("ping"), {})),
+              "{\"id\":7,\"jsonrpc\":\"2.0\",\"method\":\"ping\",\"params\":{}}\n");
+    EXPECT_EQ(toLine(error(std::nullopt, ParseError, QStringLiteral("no"))),
+              "{\"error\":{\"code\":-32700,\"message\":\"no\"},\"id\":null,\"jsonrpc\":\"2.0\"}\n");
+    EXPECT_EQ(toLine(result(9007199254740993, QStringLiteral("a\nb"))),
+              "{\"id\":9007199254740993,\"jsonrpc\":\"2.0\",\"result\":\"a\\nb\"}\n");
+    EXPECT_TRUE(toJson(QDateTime()).isNull());
+    EXPECT_EQ(toJson(QDateTime(QDate(2024, 3, 7), QTime(1, 2, 3, 999))),
+              QJsonValue(QLatin1String("2024-03-07T01:02:03")));
+}
