@@ -52,7 +52,7 @@ QByteArray encodedText(const QString& pText)
 
 QByteArray encodedMailbox(const Sender& pSender)
 {
-    const QByteArray tAddress = "<" + pSender.mAddress.toLatin1() + ">";
+    QByteArray tAddress = "<" + pSender.mAddress.toLatin1() + ">";
     QString tName = singleLine(pSender.mName, 64);
     if (tName.isEmpty()) {
         return tAddress;

@@ -9,6 +9,7 @@
 #include "mail/Text.h"
 #include "mail/Verification.h"
 
+#include <QtCore/QHash>
 #include <QtCore/QSet>
 #include <QtCore/QSysInfo>
 
@@ -30,7 +31,7 @@ class Mailer::Private
 {
 public:
     Private(Mailer* pMailer, vkcore::Database& pDatabase, StatusSource pStatus,
-            std::unique_ptr<SmtpTransport> pTransport, Clock pClock)
+            std::unique_ptr<SmtpTransport> pTransport, const Clock& pClock)
         : mMailer(pMailer), mDatabase(pDatabase), mStatus(std::move(pStatus)), mClock(pClock),
           mMemory(pDatabase), mVerification(pDatabase),
           mOutbox(
@@ -68,7 +69,7 @@ public:
     std::optional<vkcore::MonitoringSettings> mSettings;
     QList<RunReport> mRuns; // ended, and not yet in the database
     QString mLastSettingsWarning;
-    QString mLastStoreWarning;
+    QHash<QString, QString> mStoreWarnings; // what could not be queued, and why
 };
 
 QString Mailer::Private::client() const
@@ -140,15 +141,18 @@ void Mailer::Private::warnAboutSettings()
     mLastSettingsWarning = tWarning;
 }
 
-// A full disk is worth one line, not one a minute.
+// A full disk is worth one line for each thing that it stops, not one a minute.
 void Mailer::Private::noteStoring(bool pOk, const QString& pWhat)
 {
-    const QString tReason = mNotices.errorText().isEmpty() ? mDatabase.errorText() : mNotices.errorText();
-    const QString tWarning = pOk ? QString() : QStringLiteral("%1 can't be queued: %2").arg(pWhat, tReason);
-    if (!pOk && tWarning != mLastStoreWarning) {
-        Q_EMIT mMailer->warning(tWarning);
+    if (pOk) {
+        mStoreWarnings.remove(pWhat);
+        return;
     }
-    mLastStoreWarning = tWarning;
+    const QString tReason = mNotices.errorText().isEmpty() ? mDatabase.errorText() : mNotices.errorText();
+    if (mStoreWarnings.value(pWhat) != tReason) {
+        mStoreWarnings.insert(pWhat, tReason);
+        Q_EMIT mMailer->warning(QStringLiteral("%1 can't be queued: %2").arg(pWhat, tReason));
+    }
 }
 
 Verification::Issue Mailer::Private::sendCode(const QString& pAddress, bool pReplace)
@@ -244,14 +248,13 @@ void Mailer::Private::checkMachine()
 }
 
 Mailer::Mailer(vkcore::Database& pDatabase, StatusSource pStatus, QObject* pParent,
-               std::unique_ptr<SmtpTransport> pTransport, Clock pClock)
+               std::unique_ptr<SmtpTransport> pTransport, const Clock& pClock)
     : QObject(pParent)
 {
     if (!pTransport) {
         pTransport = std::make_unique<CurlTransport>();
     }
-    d = std::make_unique<Private>(this, pDatabase, std::move(pStatus), std::move(pTransport),
-                                  std::move(pClock));
+    d = std::make_unique<Private>(this, pDatabase, std::move(pStatus), std::move(pTransport), pClock);
 }
 
 Mailer::~Mailer() = default;

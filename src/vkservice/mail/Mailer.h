@@ -52,7 +52,7 @@ public:
     // is the real one.
     Mailer(vkcore::Database& pDatabase, StatusSource pStatus, QObject* pParent = nullptr,
            std::unique_ptr<SmtpTransport> pTransport = nullptr,
-           Clock pClock = &QDateTime::currentDateTimeUtc);
+           const Clock& pClock = &QDateTime::currentDateTimeUtc);
     // Cuts sending short; what was not sent stays queued.
     ~Mailer() override;
 

@@ -47,9 +47,8 @@ struct Notices::Story
 bool Notices::commit(const std::function<bool()>& pBody)
 {
     const bool tOk = mDatabase.transaction(pBody);
-    if (!tOk) {
-        mErrorText = mOutbox.errorText().isEmpty() ? mDatabase.errorText() : mOutbox.errorText();
-    }
+    const QString tReason = mOutbox.errorText().isEmpty() ? mDatabase.errorText() : mOutbox.errorText();
+    mErrorText = tOk ? QString() : tReason;
     return tOk;
 }
 

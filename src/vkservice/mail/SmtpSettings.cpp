@@ -113,7 +113,7 @@ QString SmtpSettings::problem() const
     if (!mUnreadable.isEmpty()) {
         return QStringLiteral("%1 has a value that means nothing").arg(mUnreadable);
     }
-    const QString tUrlProblem = urlProblem(mUrl);
+    QString tUrlProblem = urlProblem(mUrl);
     if (!tUrlProblem.isEmpty()) {
         return tUrlProblem;
     }
