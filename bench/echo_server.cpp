@@ -1,4 +1,5 @@
-// Parses each JSON line that comes in and answers it with a result of true, as plainly as Qt lets one write it.
+// Parses each JSON line that comes in and answers it with a result of true, as plainly as Qt lets one write
+// it.
 #include <QtCore/QCoreApplication>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>

@@ -34,7 +34,8 @@ bool barePing(QLocalSocket& pSocket, int pId)
     bool tOk = false;
     const auto tConnection = QObject::connect(&pSocket, &QLocalSocket::readyRead, &tLoop, [&] {
         if (pSocket.canReadLine()) {
-            tOk = QJsonDocument::fromJson(pSocket.readLine()).object().value(QStringLiteral("result")).toBool();
+            tOk =
+                QJsonDocument::fromJson(pSocket.readLine()).object().value(QStringLiteral("result")).toBool();
             tLoop.quit();
         }
     });
@@ -66,7 +67,8 @@ int main(int argc, char** argv)
     if (tArguments.value(1) == QLatin1String("bare")) {
         QLocalSocket tSocket;
         tSocket.connectToServer(tArguments.value(2));
-        return tSocket.waitForConnected(5000) ? measure(tCount, [&](int i) { return barePing(tSocket, i); }) : 1;
+        return tSocket.waitForConnected(5000) ? measure(tCount, [&](int i) { return barePing(tSocket, i); })
+                                              : 1;
     }
     tarn::vkcore::GRef<BenchApplication> tOwner(new BenchApplication);
     tarn::vkcore::IPCClient tClient(tOwner.get(), nullptr);

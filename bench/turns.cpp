@@ -44,8 +44,8 @@ bool runOnce(Candidate& pCandidate)
     posix_spawn_file_actions_addopen(&tActions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     const auto tStart = std::chrono::steady_clock::now();
     pid_t tChild = 0;
-    const int tFailed =
-        posix_spawnp(&tChild, pCandidate.mArguments[0], &tActions, nullptr, pCandidate.mArguments.data(), environ);
+    const int tFailed = posix_spawnp(&tChild, pCandidate.mArguments[0], &tActions, nullptr,
+                                     pCandidate.mArguments.data(), environ);
     posix_spawn_file_actions_destroy(&tActions);
     if (tFailed != 0) {
         std::fprintf(stderr, "turns: %s: %s\n", pCandidate.mArguments[0], std::strerror(tFailed));
@@ -89,7 +89,8 @@ std::vector<Candidate> parse(char** pArguments)
 int main(int argc, char** argv)
 {
     if (argc < 4) {
-        std::fprintf(stderr, "usage: turns ROUNDS [prepare SHELL-COMMAND] NAME COMMAND ... [--- NAME COMMAND ...]\n");
+        std::fprintf(stderr,
+                     "usage: turns ROUNDS [prepare SHELL-COMMAND] NAME COMMAND ... [--- NAME COMMAND ...]\n");
         return 2;
     }
     const int tRounds = std::atoi(argv[1]);
@@ -114,8 +115,8 @@ int main(int argc, char** argv)
     const double tBase = median(tCandidates.front().mMilliseconds);
     for (const Candidate& tCandidate : tCandidates) {
         const double tMedian = median(tCandidate.mMilliseconds);
-        std::printf("| %-44s | %10.2f ms | %5.2f | %6.1f MiB |\n", tCandidate.mName.c_str(), tMedian, tMedian / tBase,
-                    static_cast<double>(tCandidate.mPeakKib) / 1024.0);
+        std::printf("| %-44s | %10.2f ms | %5.2f | %6.1f MiB |\n", tCandidate.mName.c_str(), tMedian,
+                    tMedian / tBase, static_cast<double>(tCandidate.mPeakKib) / 1024.0);
     }
     return 0;
 }

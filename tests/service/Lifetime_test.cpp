@@ -17,12 +17,9 @@ TEST_F(ServiceTest, CommandLine)
         const char* mOut;
         const char* mErr;
     } tCases[] = {
-        {"--help", 0, "Usage: vkservice", ""},
-        {"--version", 0, "vkservice ", ""},
-        {"-x", 2, "", "Unknown argument: -x"},
-        {"-s", 2, "", "Unknown argument: -s"},
-        {"-s=", 2, "", "Unknown argument: -s="},
-        {"update", 2, "", "Unknown argument: update"},
+        {"--help", 0, "Usage: vkservice", ""},   {"--version", 0, "vkservice ", ""},
+        {"-x", 2, "", "Unknown argument: -x"},   {"-s", 2, "", "Unknown argument: -s"},
+        {"-s=", 2, "", "Unknown argument: -s="}, {"update", 2, "", "Unknown argument: update"},
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mArgument.toStdString());
@@ -39,7 +36,8 @@ TEST_F(ServiceTest, SecondServiceRefusesAndLeavesTheFirstAlone)
     mRig.start();
     const Program::Result tSameState = mRig.startAnother({"-e", "-worker", "-s=other"})->wait();
     EXPECT_EQ(tSameState.mStatus, 1);
-    EXPECT_TRUE(tSameState.mErr.contains("Another service is using the state directory")) << tSameState.mErr.toStdString();
+    EXPECT_TRUE(tSameState.mErr.contains("Another service is using the state directory"))
+        << tSameState.mErr.toStdString();
 
     ServiceRig tOther;
     const QByteArray tSocket = "-s=" + QFile::encodeName(mRig.socket());
@@ -134,7 +132,8 @@ TEST_F(ServiceTest, HangupReloadsTheConfiguration)
     mRig.program().signal(SIGHUP);
     RawPeer tPeer = mRig.connect();
     const QJsonObject tName = json(R"({"name": "update.waitForApps", "default": ""})");
-    for (int i = 0; i < 1000 && tPeer.call(QStringLiteral("getConfigValue"), tName) != QStringLiteral("31"); ++i) {
+    for (int i = 0; i < 1000 && tPeer.call(QStringLiteral("getConfigValue"), tName) != QStringLiteral("31");
+         ++i) {
     }
     EXPECT_EQ(tPeer.call(QStringLiteral("getConfigValue"), tName), QJsonValue(QStringLiteral("31")));
 }
@@ -143,12 +142,14 @@ TEST_F(ServiceTest, HangupReloadsTheConfiguration)
 TEST_F(ServiceTest, WorkerEndsWithItsParentAndItsLastClient)
 {
     const QByteArray tService = mRig.installation().path(QStringLiteral("bin/vkservice")).toUtf8();
-    Program tShell(QStringLiteral("/bin/sh"), {"-c", tService + " -e -worker & wait"}, mRig.installation().environment());
+    Program tShell(QStringLiteral("/bin/sh"), {"-c", tService + " -e -worker & wait"},
+                   mRig.installation().environment());
     auto tClient = std::make_unique<RawPeer>(mRig.socket());
-    const pid_t tPid = tClient->call(QStringLiteral("hello"), json(R"({"protocol": 1, "client": "c", "version": ""})"))
-                           .toObject()
-                           .value(QLatin1String("pid"))
-                           .toInt();
+    const pid_t tPid =
+        tClient->call(QStringLiteral("hello"), json(R"({"protocol": 1, "client": "c", "version": ""})"))
+            .toObject()
+            .value(QLatin1String("pid"))
+            .toInt();
     ASSERT_GT(tPid, 0);
     ASSERT_NE(tPid, tShell.pid());
     tShell.signal(SIGKILL);

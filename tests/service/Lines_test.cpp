@@ -6,7 +6,10 @@ constexpr int sParseError = -32700;
 constexpr int sInvalidRequest = -32600;
 constexpr int sInvalidParams = -32602;
 
-QByteArray request(const QByteArray& pRest) { return R"({"jsonrpc":"2.0",)" + pRest + "}\n"; }
+QByteArray request(const QByteArray& pRest)
+{
+    return R"({"jsonrpc":"2.0",)" + pRest + "}\n";
+}
 
 } // namespace
 
@@ -31,14 +34,19 @@ TEST_F(ServiceTest, LinesThatBreakTheRules)
         {"a number", "42\n", sParseError, true},
         {"an array", "[]\n", sInvalidRequest, true},
         {"a batch", '[' + request(R"("id":1,)" + tPing).chopped(1) + "]\n", sInvalidRequest, true},
-        {"too deep", request(R"("id":1,"method":"ping","params":{"a":)" + QByteArray(70, '[') + QByteArray(70, ']') + '}'),
+        {"too deep",
+         request(R"("id":1,"method":"ping","params":{"a":)" + QByteArray(70, '[') + QByteArray(70, ']') +
+                 '}'),
          sInvalidRequest, true},
         {"too long", QByteArray(8 * 1024 * 1024 + 1, 'x') + '\n', sInvalidRequest, true},
         {"no id", request(tPing), sInvalidRequest, false},
         {"id of text", request(R"("id":"1",)" + tPing), sInvalidRequest, false},
         {"id null", request(R"("id":null,)" + tPing), sInvalidRequest, false},
         {"id not whole", request(R"("id":1.5,)" + tPing), sInvalidRequest, false},
-        {"no version", R"({"id":7,"method":"ping","params":{}})" "\n", sInvalidRequest, false, true},
+        {"no version",
+         R"({"id":7,"method":"ping","params":{}})"
+         "\n",
+         sInvalidRequest, false, true},
         {"no method", request(R"("id":7,"params":{})"), sInvalidRequest, false, true},
         {"method no text", request(R"("id":7,"method":1,"params":{})"), sInvalidRequest, false, true},
         {"no params", request(R"("id":7,"method":"ping")"), sInvalidParams, false, true},
@@ -49,7 +57,8 @@ TEST_F(ServiceTest, LinesThatBreakTheRules)
         RawPeer tPeer = mRig.connect();
         tPeer.send(tCase.mLine);
         const QJsonObject tAnswer = json(tPeer.readLine().value_or(QByteArray()));
-        EXPECT_EQ(tAnswer.value(QLatin1String("error")).toObject().value(QLatin1String("code")).toInt(), tCase.mError);
+        EXPECT_EQ(tAnswer.value(QLatin1String("error")).toObject().value(QLatin1String("code")).toInt(),
+                  tCase.mError);
         EXPECT_EQ(tAnswer.value(QLatin1String("id")), tCase.mHasId ? QJsonValue(7) : QJsonValue());
         if (tCase.mEnds) {
             EXPECT_TRUE(tPeer.waitForEnd());
@@ -74,8 +83,9 @@ TEST_F(ServiceTest, AnswersComeInOrderHoweverTheBytesAreCut)
     RawPeer tPeer = mRig.connect();
     QByteArray tRequests;
     for (int i = 0; i < 500; ++i) {
-        tRequests += request("\"id\":" + QByteArray::number(i) +
-                             (i % 2 == 0 ? R"(,"method":"ping","params":{})" : R"(,"method":"getServerList","params":{})"));
+        tRequests += request(
+            "\"id\":" + QByteArray::number(i) +
+            (i % 2 == 0 ? R"(,"method":"ping","params":{})" : R"(,"method":"getServerList","params":{})"));
     }
     for (qsizetype tAt = 0; tAt < tRequests.size();) {
         const qsizetype tCount = 1 + (tAt * 31) % 777;

@@ -101,7 +101,8 @@ TEST_F(ServiceTest, ManyPeersIdleBusyDeafAndFlooding)
         RawPeer tFlood(mRig.socket());
         QByteArray tRequests;
         for (int i = 0; i < 2000; ++i) {
-            tRequests += R"({"jsonrpc":"2.0","id":1,"method":"getServiceProgress","params":{}})" "\n";
+            tRequests += R"({"jsonrpc":"2.0","id":1,"method":"getServiceProgress","params":{}})"
+                         "\n";
         }
         std::thread tReader([&] { tFlood.waitForEnd(60000); });
         while (!tStop && tFlood.send(tRequests)) {
@@ -138,7 +139,9 @@ TEST_F(ServiceTest, PeerThatNeverReadsIsDroppedAndOthersAreNot)
     RawPeer tDeaf = mRig.connect();
     QByteArray tRequests;
     for (int i = 0; i < 100; ++i) {
-        tRequests += R"({"jsonrpc":"2.0","id":1,"method":"getConfigValue","params":{"name":"big","default":""}})" "\n";
+        tRequests +=
+            R"({"jsonrpc":"2.0","id":1,"method":"getConfigValue","params":{"name":"big","default":""}})"
+            "\n";
     }
     tDeaf.send(tRequests);
     print("beside one that never reads", measure(tPeer, 200), residentKb(tPid));
@@ -161,9 +164,9 @@ TEST_F(ServiceTest, TenThousandServersAreListed)
         }
     });
     for (int i = 0; i < 10000; ++i) {
-        const QJsonObject tServer =
-            json(R"({"name": "server )" + QByteArray::number(i) +
-                 R"(", "uri": "https://updates.example.com/", "userName": "", "enabled": true, "default": false,
+        const QJsonObject tServer = json(
+            R"({"name": "server )" + QByteArray::number(i) +
+            R"(", "uri": "https://updates.example.com/", "userName": "", "enabled": true, "default": false,
                      "savePassword": false})");
         tPeer.sendRequest(QStringLiteral("addServer"), {{QStringLiteral("server"), tServer}}, i);
     }

@@ -17,7 +17,10 @@ const char* const sMonitoring = R"({"settings": {"eventMailsEnabled": true, "eve
 const char* const sServer = R"({"name": "n", "uri": "https://example.com/", "userName": "u", "enabled": true,
     "default": false, "savePassword": true, "password": "p"})";
 
-QByteArray serverParams(const char* pRest) { return QByteArray(R"({"server": )") + sServer + pRest + "}"; }
+QByteArray serverParams(const char* pRest)
+{
+    return QByteArray(R"({"server": )") + sServer + pRest + "}";
+}
 
 std::string compact(const QJsonValue& pValue)
 {
@@ -59,9 +62,12 @@ TEST_F(ServiceTest, EveryMethodAnswersAsTheProtocolSays)
         {"getLastServiceResult", R"({"thisSession": false})", "0"},
         {"getDefaultServer", R"({"withPassword": true})", R"({"password":null,"uri":"","user":""})"},
         {"updateDefaultServer", R"({"uri": "file:///srv/u", "user": "me", "password": "secret"})", "true"},
-        {"getDefaultServer", R"({"withPassword": true})", R"({"password":"secret","uri":"file:///srv/u","user":"me"})"},
-        {"getDefaultServer", R"({"withPassword": false})", R"({"password":null,"uri":"file:///srv/u","user":"me"})"},
-        {"setNetProxySettings", R"({"mode": 2, "proxy": {"enabled": true, "configured": true, "host": "h", "port": 3128,
+        {"getDefaultServer", R"({"withPassword": true})",
+         R"({"password":"secret","uri":"file:///srv/u","user":"me"})"},
+        {"getDefaultServer", R"({"withPassword": false})",
+         R"({"password":null,"uri":"file:///srv/u","user":"me"})"},
+        {"setNetProxySettings",
+         R"({"mode": 2, "proxy": {"enabled": true, "configured": true, "host": "h", "port": 3128,
             "user": "pu", "password": "hidden", "passwordChanged": true}})",
          "true"},
         {"getNetProxySettings", "{}",
@@ -80,7 +86,8 @@ TEST_F(ServiceTest, EveryMethodAnswersAsTheProtocolSays)
         {"setConfigValue", R"({"name": "x", "value": "a:b\n\"%1\""})", "true"},
         {"getConfigValue", R"({"name": "x", "default": ""})", R"("a:b\n\"%1\"")"},
         {"getConfigValue", R"({"name": "service.lastRun", "default": ""})", R"("")"},
-        {"setScheduleParameters", R"({"mode": 2, "flags": 2, "nextCheck": "2199-01-02T03:04:05", "periodCount": 3,
+        {"setScheduleParameters",
+         R"({"mode": 2, "flags": 2, "nextCheck": "2199-01-02T03:04:05", "periodCount": 3,
             "unit": 3, "extra": "more", "save": true})",
          "true"},
         {"getScheduleParameters", "{}",
@@ -114,8 +121,9 @@ TEST_F(ServiceTest, ServerListHoldsNoPasswords)
     ASSERT_EQ(tPeer.errorOf(QStringLiteral("addServer"), json(serverParams(""))), 0);
     const QJsonObject tList = tPeer.call(QStringLiteral("getServerList")).toObject();
     EXPECT_GT(tList.value(QLatin1String("revision")).toInteger(), 0);
-    EXPECT_EQ(compact(tList.value(QLatin1String("servers"))),
-              R"([{"default":false,"enabled":true,"name":"n","savePassword":true,"uri":"https://example.com/","userName":"u"}])");
+    EXPECT_EQ(
+        compact(tList.value(QLatin1String("servers"))),
+        R"([{"default":false,"enabled":true,"name":"n","savePassword":true,"uri":"https://example.com/","userName":"u"}])");
 }
 
 TEST_F(ServiceTest, HelloSaysWhoAnswers)
@@ -123,12 +131,15 @@ TEST_F(ServiceTest, HelloSaysWhoAnswers)
     mRig.start();
     RawPeer tPeer = mRig.connect();
     const QJsonObject tHello =
-        tPeer.call(QStringLiteral("hello"), json(R"({"protocol": 1, "client": "test", "version": "1"})")).toObject();
+        tPeer.call(QStringLiteral("hello"), json(R"({"protocol": 1, "client": "test", "version": "1"})"))
+            .toObject();
     EXPECT_EQ(tHello.value(QLatin1String("protocol")).toInt(), 1);
     EXPECT_EQ(tHello.value(QLatin1String("service")).toString(), QStringLiteral("vkservice"));
     EXPECT_EQ(tHello.value(QLatin1String("pid")).toInt(), mRig.program().pid());
     EXPECT_TRUE(tHello.value(QLatin1String("worker")).toBool());
-    EXPECT_EQ(tPeer.errorOf(QStringLiteral("hello"), json(R"({"protocol": 2, "client": "t", "version": ""})")), sRefused);
+    EXPECT_EQ(
+        tPeer.errorOf(QStringLiteral("hello"), json(R"({"protocol": 2, "client": "t", "version": ""})")),
+        sRefused);
 }
 
 // Each parameter of each method: missing, and of every other type.
@@ -137,7 +148,8 @@ TEST_F(ServiceTest, WrongParametersAreTold)
     mRig.start();
     RawPeer tPeer = mRig.connect();
     const QJsonObject tMonitoring = json(sMonitoring).value(QLatin1String("settings")).toObject();
-    const QJsonObject tProxy = json(R"({"enabled": true, "configured": true, "host": "h", "port": 1, "user": "u",
+    const QJsonObject tProxy =
+        json(R"({"enabled": true, "configured": true, "host": "h", "port": 1, "user": "u",
         "password": "p", "passwordChanged": true})");
     const struct
     {
@@ -155,18 +167,25 @@ TEST_F(ServiceTest, WrongParametersAreTold)
         {"setLanguages", json(R"({"app": "de", "data": "de"})")},
         {"getConfigValue", json(R"({"name": "n", "default": "d"})")},
         {"setConfigValue", json(R"({"name": "n", "value": "v"})")},
-        {"setScheduleParameters", json(R"({"mode": 0, "flags": 0, "nextCheck": "2199-01-02T03:04:05", "periodCount": 1,
+        {"setScheduleParameters",
+         json(R"({"mode": 0, "flags": 0, "nextCheck": "2199-01-02T03:04:05", "periodCount": 1,
             "unit": 1, "extra": "", "save": true})")},
         {"setMonitoringSettings", {{QStringLiteral("settings"), tMonitoring}}},
         {"addServer", {{QStringLiteral("server"), json(sServer)}}},
         {"changeServer", {{QStringLiteral("server"), json(sServer)}, {QStringLiteral("index"), 0}}},
         {"removeServer", json(R"({"index": 0})")},
     };
-    const QJsonValue tOthers[] = {QJsonValue(QJsonValue::Undefined), QJsonArray{1}, QJsonObject{}, 1.5, 1e300, true,
+    const QJsonValue tOthers[] = {QJsonValue(QJsonValue::Undefined),
+                                  QJsonArray{1},
+                                  QJsonObject{},
+                                  1.5,
+                                  1e300,
+                                  true,
                                   QStringLiteral("text")};
     int tAsked = 0;
     const auto tExpectRefused = [&](const char* pMethod, const QJsonObject& pParams, const QString& pName) {
-        SCOPED_TRACE(std::string(pMethod) + " " + QJsonDocument(pParams).toJson(QJsonDocument::Compact).toStdString());
+        SCOPED_TRACE(std::string(pMethod) + " " +
+                     QJsonDocument(pParams).toJson(QJsonDocument::Compact).toStdString());
         QJsonObject tError;
         tPeer.call(QLatin1String(pMethod), pParams, &tError);
         EXPECT_EQ(tError.value(QLatin1String("code")).toInt(), sInvalidParams);
@@ -177,25 +196,29 @@ TEST_F(ServiceTest, WrongParametersAreTold)
         for (const QString& tName : tMethod.mParams.keys()) {
             const QJsonValue tRight = tMethod.mParams.value(tName);
             for (const QJsonValue& tOther : tOthers) {
-                const bool tAlsoRight = tOther.type() == tRight.type() && !tOther.isDouble() && !tOther.isObject() &&
-                                        tName != QLatin1String("nextCheck");
+                const bool tAlsoRight = tOther.type() == tRight.type() && !tOther.isDouble() &&
+                                        !tOther.isObject() && tName != QLatin1String("nextCheck");
                 if (!tAlsoRight) {
                     tExpectRefused(tMethod.mMethod, with(tMethod.mParams, tName, tOther), tName);
                 }
             }
             const QJsonObject tInner = tRight.toObject();
             for (const QString& tMember : tInner.keys()) {
-                if (tMember != QLatin1String("password") || tMethod.mMethod == QByteArray("setNetProxySettings")) {
+                if (tMember != QLatin1String("password") ||
+                    tMethod.mMethod == QByteArray("setNetProxySettings")) {
                     tExpectRefused(tMethod.mMethod,
-                                   with(tMethod.mParams, tName, with(tInner, tMember, QJsonValue::Undefined)), tName);
+                                   with(tMethod.mParams, tName, with(tInner, tMember, QJsonValue::Undefined)),
+                                   tName);
                 }
-                tExpectRefused(tMethod.mMethod, with(tMethod.mParams, tName, with(tInner, tMember, QJsonArray{QJsonObject{}})),
+                tExpectRefused(tMethod.mMethod,
+                               with(tMethod.mParams, tName, with(tInner, tMember, QJsonArray{QJsonObject{}})),
                                tName);
             }
         }
     }
     EXPECT_GT(tAsked, 200);
-    EXPECT_EQ(tPeer.call(QStringLiteral("getServerList")).toObject().value(QLatin1String("servers")), QJsonArray())
+    EXPECT_EQ(tPeer.call(QStringLiteral("getServerList")).toObject().value(QLatin1String("servers")),
+              QJsonArray())
         << "none of them has done anything";
 }
 
@@ -211,7 +234,8 @@ TEST_F(ServiceTest, ValuesWithoutMeaningAreRefused)
     } tCases[] = {
         {"noSuchMethod", "{}", sMethodNotFound},
         {"", "{}", sMethodNotFound},
-        {"setNetProxySettings", R"({"mode": 3, "proxy": {"enabled": true, "configured": true, "host": "h", "port": 1,
+        {"setNetProxySettings",
+         R"({"mode": 3, "proxy": {"enabled": true, "configured": true, "host": "h", "port": 1,
             "user": "", "password": "", "passwordChanged": false}})",
          sInvalidParams},
         {"setKdmlDataDirectory", R"({"path": "relative/path"})", sRefused},
@@ -226,10 +250,11 @@ TEST_F(ServiceTest, ValuesWithoutMeaningAreRefused)
         {"setScheduleParameters", R"({"mode": 2, "flags": 0, "nextCheck": null, "periodCount": -1, "unit": 1,
             "extra": null, "save": true})",
          sRefused},
-        {"setMonitoringSettings", QByteArray(sMonitoring).replace(R"("summarizedMailPeriod": 3)", R"("summarizedMailPeriod": 0)"),
+        {"setMonitoringSettings",
+         QByteArray(sMonitoring).replace(R"("summarizedMailPeriod": 3)", R"("summarizedMailPeriod": 0)"),
          sRefused},
-        {"setMonitoringSettings", QByteArray(sMonitoring).replace("a@example.com", "a@example.com\\r\\nBcc: b@example.com"),
-         sRefused},
+        {"setMonitoringSettings",
+         QByteArray(sMonitoring).replace("a@example.com", "a@example.com\\r\\nBcc: b@example.com"), sRefused},
         {"updateDefaultServer", R"({"uri": "http://example.com/", "user": "", "password": ""})", sRefused},
         {"removeServer", R"({"index": 0})", sRefused},
         {"changeServer", serverParams(R"(, "index": -1)"), sRefused},

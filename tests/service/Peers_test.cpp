@@ -129,7 +129,8 @@ TEST_F(PeersTest, MembersOfTheGroupMaySpeak)
 TEST_F(PeersTest, SocketOfAStrangerIsTakenOver)
 {
     openTheWay();
-    ASSERT_EQ(::chmod(QFile::encodeName(mRig.installation().path(QStringLiteral("tmp"))).constData(), 01777), 0);
+    ASSERT_EQ(::chmod(QFile::encodeName(mRig.installation().path(QStringLiteral("tmp"))).constData(), 01777),
+              0);
     int tReady[2];
     ASSERT_EQ(::pipe(tReady), 0);
     const QByteArray tPath = QFile::encodeName(mRig.socket());
@@ -138,8 +139,9 @@ TEST_F(PeersTest, SocketOfAStrangerIsTakenOver)
         if (::setuid(sStranger) != 0) {
             ::_exit(3);
         }
-        const char* tScript = "import socket,sys,time\ns=socket.socket(socket.AF_UNIX)\ns.bind(sys.argv[1])\ns.listen()\n"
-                              "print('x',flush=True)\ntime.sleep(60)\n";
+        const char* tScript =
+            "import socket,sys,time\ns=socket.socket(socket.AF_UNIX)\ns.bind(sys.argv[1])\ns.listen()\n"
+            "print('x',flush=True)\ntime.sleep(60)\n";
         ::dup2(tReady[1], STDOUT_FILENO);
         ::execl("/usr/bin/python3", "python3", "-c", tScript, tPath.constData(), nullptr);
         ::_exit(4);

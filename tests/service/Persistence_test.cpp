@@ -22,13 +22,17 @@ TEST_F(ServiceTest, EachSettingSurvivesAKill)
         QByteArray mAsk;
         QByteArray mShown; // members that the result has
     } tCases[] = {
-        {"updateDefaultServer", R"({"uri": "https://a.example.com/", "user": "u", "password": "p"})", "getDefaultServer",
-         R"({"withPassword": true})", R"({"uri": "https://a.example.com/", "user": "u", "password": "p"})"},
-        {"setNetProxySettings", R"({"mode": 2, "proxy": {"enabled": true, "configured": true, "host": "h", "port": 9,
+        {"updateDefaultServer", R"({"uri": "https://a.example.com/", "user": "u", "password": "p"})",
+         "getDefaultServer", R"({"withPassword": true})",
+         R"({"uri": "https://a.example.com/", "user": "u", "password": "p"})"},
+        {"setNetProxySettings",
+         R"({"mode": 2, "proxy": {"enabled": true, "configured": true, "host": "h", "port": 9,
             "user": "u", "password": "p", "passwordChanged": true}})",
          "getNetProxySettings", "{}", R"({"mode": 2})"},
-        {"setLanguages", R"({"app": "de", "data": "fr"})", "getLanguages", "{}", R"({"app": "de", "data": "fr"})"},
-        {"setScheduleParameters", R"({"mode": 2, "flags": 0, "nextCheck": "2199-01-02T03:04:05", "periodCount": 2,
+        {"setLanguages", R"({"app": "de", "data": "fr"})", "getLanguages", "{}",
+         R"({"app": "de", "data": "fr"})"},
+        {"setScheduleParameters",
+         R"({"mode": 2, "flags": 0, "nextCheck": "2199-01-02T03:04:05", "periodCount": 2,
             "unit": 2, "extra": "e", "save": true})",
          "getScheduleParameters", "{}",
          R"({"mode": 2, "nextCheck": "2199-01-02T03:04:05", "periodCount": 2, "unit": 2, "extra": "e"})"},
@@ -37,7 +41,8 @@ TEST_F(ServiceTest, EachSettingSurvivesAKill)
             "summarizedMailsOnChangeOnly": true, "summarizedMailPeriod": 3, "updateOverduePeriod": 9,
             "clientName": "box", "notificationEmailAddresses": [], "lastSummary": null, "clientSettings":
             {"text1": "", "text2": "", "text3": "", "text4": "", "date1": null, "date2": null}}})",
-         "getMonitoringSettings", "{}", R"({"clientName": "box", "summarizedMailPeriod": 3, "eventMailOnOverdue": true})"},
+         "getMonitoringSettings", "{}",
+         R"({"clientName": "box", "summarizedMailPeriod": 3, "eventMailOnOverdue": true})"},
         {"addServer", R"({"server": {"name": "second", "uri": "file:///s", "userName": "", "enabled": false,
             "default": false, "savePassword": false}})",
          "getServerList", "{}", "{}"},
@@ -46,7 +51,8 @@ TEST_F(ServiceTest, EachSettingSurvivesAKill)
         SCOPED_TRACE(tCase.mSet);
         ASSERT_EQ(mRig.connect().call(QLatin1String(tCase.mSet), json(tCase.mTo)), QJsonValue(true));
         ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
-        const QJsonObject tResult = mRig.connect().call(QLatin1String(tCase.mGet), json(tCase.mAsk)).toObject();
+        const QJsonObject tResult =
+            mRig.connect().call(QLatin1String(tCase.mGet), json(tCase.mAsk)).toObject();
         const QJsonObject tShown = json(tCase.mShown);
         for (const QString& tMember : tShown.keys()) {
             EXPECT_EQ(tResult.value(tMember), tShown.value(tMember)) << tMember.toStdString();
@@ -63,7 +69,12 @@ TEST_F(ServiceTest, EachSettingSurvivesAKill)
     ASSERT_EQ(tPeer.errorOf(QStringLiteral("setConfigValue"), json(R"({"name": "v", "value": "1"})")), 0);
     ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
     RawPeer tAfter = mRig.connect();
-    EXPECT_EQ(tAfter.call(QStringLiteral("getServerList")).toObject().value(QLatin1String("servers")).toArray().size(), 1);
+    EXPECT_EQ(tAfter.call(QStringLiteral("getServerList"))
+                  .toObject()
+                  .value(QLatin1String("servers"))
+                  .toArray()
+                  .size(),
+              1);
     EXPECT_EQ(tAfter.call(QStringLiteral("getDefaultServer"), json(R"({"withPassword": true})")),
               QJsonValue(json(R"({"uri": "", "user": "", "password": null})")));
     EXPECT_EQ(tAfter.call(QStringLiteral("getKdmlDataDirectory")), QJsonValue(QStringLiteral("/data")));
@@ -74,12 +85,16 @@ TEST_F(ServiceTest, EachSettingSurvivesAKill)
 TEST_F(ServiceTest, ScheduleThatIsNotSavedEndsWithTheService)
 {
     mRig.start();
-    const QByteArray tSchedule = R"({"mode": 2, "flags": 0, "nextCheck": "2199-01-02T03:04:05", "periodCount": 2,
+    const QByteArray tSchedule =
+        R"({"mode": 2, "flags": 0, "nextCheck": "2199-01-02T03:04:05", "periodCount": 2,
         "unit": 2, "extra": "", "save": false})";
     RawPeer tPeer = mRig.connect();
     ASSERT_EQ(tPeer.call(QStringLiteral("setScheduleParameters"), json(tSchedule)), QJsonValue(true));
     const auto tMode = [](RawPeer& pPeer) {
-        return pPeer.call(QStringLiteral("getScheduleParameters")).toObject().value(QLatin1String("mode")).toInt();
+        return pPeer.call(QStringLiteral("getScheduleParameters"))
+            .toObject()
+            .value(QLatin1String("mode"))
+            .toInt();
     };
     EXPECT_EQ(tMode(tPeer), 2);
     mRig.killAndRestart();
@@ -91,12 +106,16 @@ TEST_F(ServiceTest, ScheduleIsConsistentAfterEachChange)
 {
     mRig.start();
     RawPeer tPeer = mRig.connect();
-    ASSERT_EQ(tPeer.call(QStringLiteral("setScheduleParameters"),
-                         json(R"({"mode": 2, "flags": 0, "nextCheck": "2020-01-02T03:04:05", "periodCount": 1, "unit": 1,
+    ASSERT_EQ(
+        tPeer.call(
+            QStringLiteral("setScheduleParameters"),
+            json(R"({"mode": 2, "flags": 0, "nextCheck": "2020-01-02T03:04:05", "periodCount": 1, "unit": 1,
                              "extra": null, "save": true})")),
-              QJsonValue(true));
-    const QString tNext =
-        tPeer.call(QStringLiteral("getScheduleParameters")).toObject().value(QLatin1String("nextCheck")).toString();
+        QJsonValue(true));
+    const QString tNext = tPeer.call(QStringLiteral("getScheduleParameters"))
+                              .toObject()
+                              .value(QLatin1String("nextCheck"))
+                              .toString();
     EXPECT_TRUE(tNext.endsWith(QStringLiteral("T03:04:05"))) << tNext.toStdString();
     EXPECT_GT(tNext, QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyy-MM-dd")));
 }
@@ -119,19 +138,21 @@ TEST_F(ServiceTest, ConfiguredServerComesWithTheFirstStartOnly)
 TEST_F(ServiceTest, DamagedStoreIsSetAsideAndSaidSo)
 {
     mRig.start();
-    ASSERT_EQ(mRig.connect().errorOf(QStringLiteral("setKdmlDataDirectory"), json(R"({"path": "/data"})")), 0);
+    ASSERT_EQ(mRig.connect().errorOf(QStringLiteral("setKdmlDataDirectory"), json(R"({"path": "/data"})")),
+              0);
     mRig.program().signal(SIGTERM);
     mRig.program().wait();
     mRig.installation().writeFile(QStringLiteral("state/state.db"), "not a database, whatever it was\n");
     mRig.start();
     RawPeer tPeer = mRig.connect();
     EXPECT_EQ(tPeer.call(QStringLiteral("getKdmlDataDirectory")), QJsonValue(QStringLiteral("")));
-    EXPECT_EQ(tPeer.call(QStringLiteral("getLastServiceResult"), json(R"({"thisSession": false})")), QJsonValue(10));
+    EXPECT_EQ(tPeer.call(QStringLiteral("getLastServiceResult"), json(R"({"thisSession": false})")),
+              QJsonValue(10));
     EXPECT_EQ(tPeer.call(QStringLiteral("getServiceStatus")), QJsonValue(4));
     ASSERT_EQ(tPeer.call(QStringLiteral("enterMonitorMode")), QJsonValue(true));
     EXPECT_TRUE(tPeer.waitForEvent(QStringLiteral("serviceErrorReceived")));
-    const QStringList tKept =
-        QDir(mRig.installation().path(QStringLiteral("state"))).entryList({QStringLiteral("state.db.damaged-*")});
+    const QStringList tKept = QDir(mRig.installation().path(QStringLiteral("state")))
+                                  .entryList({QStringLiteral("state.db.damaged-*")});
     EXPECT_FALSE(tKept.isEmpty());
     EXPECT_TRUE(mRig.log().contains("store was damaged")) << mRig.log().toStdString();
 }
@@ -156,14 +177,16 @@ TEST_F(ServiceTest, StoreDamagedUnderTheServiceIsReplaced)
     }
     int tErrors = 0;
     for (int i = 0; i < 8; ++i) {
-        const QJsonObject tName{{QStringLiteral("name"), QString::number(i)}, {QStringLiteral("default"), QString()}};
+        const QJsonObject tName{{QStringLiteral("name"), QString::number(i)},
+                                {QStringLiteral("default"), QString()}};
         tErrors += tPeer.errorOf(QStringLiteral("getConfigValue"), tName) == 1 ? 1 : 0;
     }
     EXPECT_EQ(tErrors, 1) << "one request finds it out, the next ones have the fresh store";
     EXPECT_TRUE(tMonitor.waitForEvent(QStringLiteral("serviceErrorReceived")));
     ASSERT_EQ(tPeer.errorOf(QStringLiteral("setKdmlDataDirectory"), json(R"({"path": "/data"})")), 0);
     ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
-    EXPECT_EQ(mRig.connect().call(QStringLiteral("getKdmlDataDirectory")), QJsonValue(QStringLiteral("/data")));
+    EXPECT_EQ(mRig.connect().call(QStringLiteral("getKdmlDataDirectory")),
+              QJsonValue(QStringLiteral("/data")));
 }
 
 TEST_F(ServiceTest, StoreOfANewerVersionIsRefused)
@@ -186,14 +209,16 @@ TEST_F(ServiceTest, TwoClientsCannotOverwriteEachOther)
     RawPeer tOne = mRig.connect();
     RawPeer tOther = mRig.connect();
     const auto tAdd = [](RawPeer& pPeer, const QString& pName) {
-        QJsonObject tServer = json(R"({"userName": "", "enabled": true, "default": false, "savePassword": false})");
+        QJsonObject tServer =
+            json(R"({"userName": "", "enabled": true, "default": false, "savePassword": false})");
         tServer.insert(QStringLiteral("name"), pName);
         tServer.insert(QStringLiteral("uri"), QStringLiteral("https://%1.example.com/").arg(pName));
         return pPeer.errorOf(QStringLiteral("addServer"), {{QStringLiteral("server"), tServer}});
     };
     ASSERT_EQ(tAdd(tOne, QStringLiteral("a")), 0);
     ASSERT_EQ(tAdd(tOne, QStringLiteral("b")), 0);
-    const QJsonValue tSeen = tOne.call(QStringLiteral("getServerList")).toObject().value(QLatin1String("revision"));
+    const QJsonValue tSeen =
+        tOne.call(QStringLiteral("getServerList")).toObject().value(QLatin1String("revision"));
     const QJsonObject tFirst{{QStringLiteral("index"), 0}, {QStringLiteral("revision"), tSeen}};
     EXPECT_EQ(tOther.call(QStringLiteral("removeServer"), tFirst), QJsonValue(true));
     EXPECT_EQ(tOne.call(QStringLiteral("removeServer"), tFirst), QJsonValue(false));

@@ -20,7 +20,8 @@ int tryConnect(const QString& pSocket)
     sockaddr_un tAddress = {};
     tAddress.sun_family = AF_UNIX;
     const QByteArray tPath = QFile::encodeName(pSocket);
-    std::memcpy(tAddress.sun_path, tPath.constData(), std::min<size_t>(tPath.size(), sizeof(tAddress.sun_path) - 1));
+    std::memcpy(tAddress.sun_path, tPath.constData(),
+                std::min<size_t>(tPath.size(), sizeof(tAddress.sun_path) - 1));
     const int tFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (::connect(tFd, reinterpret_cast<sockaddr*>(&tAddress), sizeof(tAddress)) != 0) {
         ::close(tFd);

@@ -30,8 +30,8 @@ public:
     // Waits for the end of the connection and drops what comes before it.
     bool waitForEnd(int pTimeoutMs = 20000);
 
-    // The answer to one request: its "result"; an object {"code", "message"} of an error is in *pError. Events
-    // that come before it are dropped.
+    // The answer to one request: its "result"; an object {"code", "message"} of an error is in *pError.
+    // Events that come before it are dropped.
     QJsonValue call(const QString& pMethod, const QJsonObject& pParams = {}, QJsonObject* pError = nullptr);
     // The code of the error that answers the request, 0 for a result.
     int errorOf(const QString& pMethod, const QJsonObject& pParams = {});

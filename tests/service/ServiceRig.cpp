@@ -13,10 +13,10 @@ ServiceRig::ServiceRig(const QByteArray& pServiceKeys) : mInstallation({QStringL
 void ServiceRig::configure(const QByteArray& pServiceKeys)
 {
     const auto tBelow = [this](const char* pDir) { return mInstallation.path(QLatin1String(pDir)).toUtf8(); };
-    mInstallation.writeFile(QStringLiteral("etc/vk/vk.cfg"), "[application]\nlogDir = \"" + tBelow("log") +
-                                                                 "\"\nlanguage = \"en\"\n[service]\nstateDir = \"" +
-                                                                 tBelow("state") + "\"\ninstall.dir = \"" +
-                                                                 tBelow("installed") + "\"\n" + pServiceKeys);
+    mInstallation.writeFile(QStringLiteral("etc/vk/vk.cfg"),
+                            "[application]\nlogDir = \"" + tBelow("log") +
+                                "\"\nlanguage = \"en\"\n[service]\nstateDir = \"" + tBelow("state") +
+                                "\"\ninstall.dir = \"" + tBelow("installed") + "\"\n" + pServiceKeys);
 }
 
 void ServiceRig::start(const QList<QByteArray>& pArguments)
@@ -45,7 +45,8 @@ void HeldUpdate::prepare(ServiceRig& pRig)
     tPlace.addProgram(QStringLiteral(BUILD_DIR "/bin/vkpublish"), QStringLiteral("vkpublish"));
     mPublisher = &tPlace;
     QDir().mkpath(tPlace.path(QStringLiteral("package/bin")));
-    ASSERT_TRUE(QFile::copy(QStringLiteral("/bin/sleep"), tPlace.path(QStringLiteral("package/bin/sleeper"))));
+    ASSERT_TRUE(
+        QFile::copy(QStringLiteral("/bin/sleep"), tPlace.path(QStringLiteral("package/bin/sleeper"))));
     publish({"init"});
     ASSERT_NO_FATAL_FAILURE(offer("1.0"));
     ASSERT_TRUE(QFile::copy(tPlace.path(QStringLiteral("repository/metadata/1.root.json")),
@@ -63,14 +64,15 @@ void HeldUpdate::publish(QList<QByteArray> pArguments)
 
 void HeldUpdate::offer(const QByteArray& pVersion)
 {
-    publish({"add", mPublisher->path(QStringLiteral("package")).toUtf8(), "--name", "sleeper", "--version", pVersion,
-             "--kind", "application", "--executable", "bin/sleeper"});
+    publish({"add", mPublisher->path(QStringLiteral("package")).toUtf8(), "--name", "sleeper", "--version",
+             pVersion, "--kind", "application", "--executable", "bin/sleeper"});
     publish({"publish"});
 }
 
 void HeldUpdate::hold()
 {
-    mApplication = std::make_unique<Program>(mPublisher->path(QStringLiteral("installed/current/sleeper/bin/sleeper")),
-                                             QList<QByteArray>{"600"}, mPublisher->environment());
+    mApplication =
+        std::make_unique<Program>(mPublisher->path(QStringLiteral("installed/current/sleeper/bin/sleeper")),
+                                  QList<QByteArray>{"600"}, mPublisher->environment());
     ASSERT_NO_FATAL_FAILURE(offer("2.0"));
 }

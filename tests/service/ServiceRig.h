@@ -11,7 +11,10 @@
 #include <memory>
 
 // {"a": 1} as an object.
-inline QJsonObject json(const QByteArray& pText) { return QJsonDocument::fromJson(pText).object(); }
+inline QJsonObject json(const QByteArray& pText)
+{
+    return QJsonDocument::fromJson(pText).object();
+}
 
 // A service in an installation of its own, started as the worker of this test.
 class ServiceRig
@@ -30,7 +33,10 @@ public:
 
     QString socket() const { return mInstallation.socketPath(); }
     RawPeer connect() const { return RawPeer(socket()); }
-    QString state(const char* pFile) const { return mInstallation.path(QStringLiteral("state/") + QLatin1String(pFile)); }
+    QString state(const char* pFile) const
+    {
+        return mInstallation.path(QStringLiteral("state/") + QLatin1String(pFile));
+    }
     QByteArray log() const { return mInstallation.readFile(QStringLiteral("log/vkservice.log")); }
     Installation& installation() { return mInstallation; }
 
@@ -45,8 +51,8 @@ protected:
     ServiceRig mRig;
 };
 
-// A real update that waits: an application of the installed package runs while a newer version of it is offered, so
-// the run gets as far as waiting for its end, and stays there.
+// A real update that waits: an application of the installed package runs while a newer version of it is
+// offered, so the run gets as far as waiting for its end, and stays there.
 class HeldUpdate
 {
 public:

@@ -34,7 +34,8 @@ public:
         pollfd tPoll = {mFd, POLLIN, 0};
         while (::poll(&tPoll, 1, 20000) > 0) {
             QByteArray tMessage(4096, '\0');
-            tMessage.resize(std::max<ssize_t>(0, ::recv(mFd, tMessage.data(), static_cast<size_t>(tMessage.size()), 0)));
+            tMessage.resize(
+                std::max<ssize_t>(0, ::recv(mFd, tMessage.data(), static_cast<size_t>(tMessage.size()), 0)));
             if (tMessage.contains(pText)) {
                 return true;
             }

@@ -45,8 +45,8 @@ protected:
     void triggerHeldRun()
     {
         ASSERT_TRUE(trigger());
-        ASSERT_TRUE(mMonitor->waitForEvent(QStringLiteral("serviceActivityChanged"), QStringLiteral("activity"),
-                                           sWaitingForApps));
+        ASSERT_TRUE(mMonitor->waitForEvent(QStringLiteral("serviceActivityChanged"),
+                                           QStringLiteral("activity"), sWaitingForApps));
     }
     void start(const QList<QByteArray>& pArguments = {"-e", "-worker"})
     {
@@ -55,14 +55,20 @@ protected:
         mMonitor = std::make_unique<RawPeer>(mRig.socket());
         ASSERT_EQ(mMonitor->call(QStringLiteral("enterMonitorMode")), QJsonValue(true));
     }
-    bool trigger() { return mPeer->call(QStringLiteral("triggerUpdate"), json(R"({"manual": true})")).toBool(); }
+    bool trigger()
+    {
+        return mPeer->call(QStringLiteral("triggerUpdate"), json(R"({"manual": true})")).toBool();
+    }
     bool waitForStatus(int pStatus)
     {
-        return mMonitor->waitForEvent(QStringLiteral("serviceStatusChanged"), QStringLiteral("status"), pStatus);
+        return mMonitor->waitForEvent(QStringLiteral("serviceStatusChanged"), QStringLiteral("status"),
+                                      pStatus);
     }
     int result(bool pThisSession = true)
     {
-        return mPeer->call(QStringLiteral("getLastServiceResult"), {{QStringLiteral("thisSession"), pThisSession}}).toInt(-1);
+        return mPeer
+            ->call(QStringLiteral("getLastServiceResult"), {{QStringLiteral("thisSession"), pThisSession}})
+            .toInt(-1);
     }
     int status() { return mPeer->call(QStringLiteral("getServiceStatus")).toInt(-1); }
 
@@ -81,11 +87,14 @@ TEST_F(UpdatesTest, FailedRunEndsInErrorWithItsResultReadable)
     EXPECT_TRUE(waitForStatus(Error));
     EXPECT_EQ(result(), 8) << "no server is configured";
     EXPECT_EQ(status(), Error);
-    const QJsonValue tText = mPeer->call(QStringLiteral("getLastServiceResultStr"), json(R"({"thisSession": true})"));
+    const QJsonValue tText =
+        mPeer->call(QStringLiteral("getLastServiceResultStr"), json(R"({"thisSession": true})"));
     EXPECT_FALSE(tText.toString().isEmpty());
     const QString tWhen =
-        mPeer->call(QStringLiteral("getConfigValue"), json(R"({"name": "service.lastRun", "default": ""})")).toString();
-    EXPECT_TRUE(QDateTime::fromString(tWhen, QStringLiteral("yyyyMMddhhmmss")).isValid()) << tWhen.toStdString();
+        mPeer->call(QStringLiteral("getConfigValue"), json(R"({"name": "service.lastRun", "default": ""})"))
+            .toString();
+    EXPECT_TRUE(QDateTime::fromString(tWhen, QStringLiteral("yyyyMMddhhmmss")).isValid())
+        << tWhen.toStdString();
 
     ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
     mPeer = std::make_unique<RawPeer>(mRig.socket());
@@ -108,7 +117,8 @@ TEST_F(UpdatesTest, RunIsJoinedGuardsTheSettingsAndCanBeAborted)
         QByteArray mParams;
     } tChanges[] = {
         {"updateDefaultServer", R"({"uri": "file:///x", "user": "", "password": ""})"},
-        {"setNetProxySettings", R"({"mode": 1, "proxy": {"enabled": false, "configured": false, "host": "", "port": 0,
+        {"setNetProxySettings",
+         R"({"mode": 1, "proxy": {"enabled": false, "configured": false, "host": "", "port": 0,
             "user": "", "password": "", "passwordChanged": false}})"},
         {"setKdmlDataDirectory", R"({"path": "/x"})"},
         {"setLanguages", R"({"app": "fr", "data": null})"},
@@ -118,7 +128,8 @@ TEST_F(UpdatesTest, RunIsJoinedGuardsTheSettingsAndCanBeAborted)
         {"removeServer", R"({"index": 0})"},
     };
     for (const auto& tChange : tChanges) {
-        EXPECT_EQ(mPeer->errorOf(QLatin1String(tChange.mMethod), json(tChange.mParams)), 1) << tChange.mMethod;
+        EXPECT_EQ(mPeer->errorOf(QLatin1String(tChange.mMethod), json(tChange.mParams)), 1)
+            << tChange.mMethod;
     }
     EXPECT_EQ(mPeer->call(QStringLiteral("abortUpdate")), QJsonValue(true));
     EXPECT_TRUE(waitForStatus(Aborting));
@@ -137,7 +148,8 @@ TEST_F(UpdatesTest, SuppressionByVariableAndByFile)
 {
     start();
     const QString tFile = mRig.installation().path(QStringLiteral("no-updates"));
-    const QByteArray tFileVariable = R"({"name": "update.suppressFile", "value": ")" + tFile.toUtf8() + R"("})";
+    const QByteArray tFileVariable =
+        R"({"name": "update.suppressFile", "value": ")" + tFile.toUtf8() + R"("})";
     ASSERT_EQ(mPeer->errorOf(QStringLiteral("setConfigValue"), json(tFileVariable)), 0);
     EXPECT_EQ(status(), Idle);
 
@@ -149,11 +161,15 @@ TEST_F(UpdatesTest, SuppressionByVariableAndByFile)
     ASSERT_TRUE(QFile::remove(tFile));
     EXPECT_EQ(status(), Idle);
 
-    ASSERT_EQ(mPeer->errorOf(QStringLiteral("setConfigValue"), json(R"({"name": "update.suppressed", "value": "yes"})")), 0);
+    ASSERT_EQ(mPeer->errorOf(QStringLiteral("setConfigValue"),
+                             json(R"({"name": "update.suppressed", "value": "yes"})")),
+              0);
     EXPECT_EQ(status(), Suppressed);
     ASSERT_TRUE(trigger());
     EXPECT_TRUE(waitForStatus(Suppressed));
-    ASSERT_EQ(mPeer->errorOf(QStringLiteral("setConfigValue"), json(R"({"name": "update.suppressed", "value": ""})")), 0);
+    ASSERT_EQ(mPeer->errorOf(QStringLiteral("setConfigValue"),
+                             json(R"({"name": "update.suppressed", "value": ""})")),
+              0);
     EXPECT_TRUE(waitForStatus(Idle));
 }
 
@@ -193,8 +209,10 @@ TEST_F(UpdatesTest, MonitorsGetEventsAndOthersDoNot)
     ASSERT_EQ(tSecond.call(QStringLiteral("enterMonitorMode")), QJsonValue(true));
     ASSERT_TRUE(trigger());
     for (RawPeer* tMonitor : {mMonitor.get(), &tSecond}) {
-        EXPECT_TRUE(tMonitor->waitForEvent(QStringLiteral("serviceStatusChanged"), QStringLiteral("status"), Updating));
-        EXPECT_TRUE(tMonitor->waitForEvent(QStringLiteral("serviceStatusChanged"), QStringLiteral("status"), Error));
+        EXPECT_TRUE(tMonitor->waitForEvent(QStringLiteral("serviceStatusChanged"), QStringLiteral("status"),
+                                           Updating));
+        EXPECT_TRUE(
+            tMonitor->waitForEvent(QStringLiteral("serviceStatusChanged"), QStringLiteral("status"), Error));
     }
     mPeer->sendRequest(QStringLiteral("ping"), {}, 77);
     EXPECT_EQ(json(mPeer->readLine().value_or(QByteArray())).value(QLatin1String("id")).toInt(), 77);
@@ -208,14 +226,18 @@ TEST_F(UpdatesTest, AutomaticScheduleRunsByItselfAndMovesOn)
 {
     start({"-e"});
     const QString tSoon = inSeconds(2);
-    QJsonObject tSchedule = json(R"({"mode": 2, "flags": 0, "periodCount": 1, "unit": 1, "extra": null, "save": true})");
+    QJsonObject tSchedule =
+        json(R"({"mode": 2, "flags": 0, "periodCount": 1, "unit": 1, "extra": null, "save": true})");
     tSchedule.insert(QStringLiteral("nextCheck"), tSoon);
     ASSERT_EQ(mPeer->call(QStringLiteral("setScheduleParameters"), tSchedule), QJsonValue(true));
     EXPECT_TRUE(waitForStatus(Updating));
     EXPECT_TRUE(waitForStatus(Error));
     EXPECT_EQ(result(), 8);
     const auto tNext = [&] {
-        return mPeer->call(QStringLiteral("getScheduleParameters")).toObject().value(QLatin1String("nextCheck")).toString();
+        return mPeer->call(QStringLiteral("getScheduleParameters"))
+            .toObject()
+            .value(QLatin1String("nextCheck"))
+            .toString();
     };
     EXPECT_EQ(tNext().mid(11), tSoon.mid(11));
     EXPECT_GT(tNext(), tSoon);
@@ -229,7 +251,8 @@ TEST_F(UpdatesTest, AutomaticScheduleRunsByItselfAndMovesOn)
 TEST_F(UpdatesTest, WorkerHasNoSchedule)
 {
     start();
-    QJsonObject tSchedule = json(R"({"mode": 2, "flags": 0, "periodCount": 1, "unit": 1, "extra": null, "save": true})");
+    QJsonObject tSchedule =
+        json(R"({"mode": 2, "flags": 0, "periodCount": 1, "unit": 1, "extra": null, "save": true})");
     tSchedule.insert(QStringLiteral("nextCheck"), inSeconds(1));
     ASSERT_EQ(mPeer->call(QStringLiteral("setScheduleParameters"), tSchedule), QJsonValue(true));
     EXPECT_TRUE(mMonitor->event(2500).isEmpty());
