@@ -4,7 +4,6 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_AUTOMOC ON)
-set(CMAKE_GLOBAL_AUTOGEN_TARGET ON) # "autogen": all that static checks need of a build
 
 # The same for programs and libraries, so that they can share precompiled headers.
 add_compile_options(-fPIC)
