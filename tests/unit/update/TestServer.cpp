@@ -92,7 +92,6 @@ bool TestServer::start(bool pWait)
     for (const char* tKind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
         tTemporary += QByteArray(tKind) + "_temp_path " + tDir + "/" + tKind + ";\n";
     }
-    // The requests are logged before the answer's end can be seen, so a test that has it can count them.
     writeFile(mDir.filePath(str("nginx.conf")),
               QByteArray(::geteuid() == 0 ? "user root;\n" : "") +
                   "daemon off; master_process off; error_log stderr crit; pid " + tDir +
@@ -124,10 +123,19 @@ void TestServer::stop()
     mProcess.waitForFinished();
 }
 
+// The server writes the line of a request behind its answer, and nothing tells when: the log counts as whole
+// when it has been quiet for a moment.
 QStringList TestServer::requests() const
 {
-    return QString::fromUtf8(readFile(mDir.filePath(str("access.log"))))
-        .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    const QString tLog = mDir.filePath(str("access.log"));
+    QByteArray tLines;
+    for (int tQuiet = 0, tTries = 0; tQuiet < 10 && tTries < 200; ++tTries) {
+        QThread::msleep(20);
+        const QByteArray tNow = readFile(tLog);
+        tQuiet = tNow == tLines ? tQuiet + 1 : 0;
+        tLines = tNow;
+    }
+    return QString::fromUtf8(tLines).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
 
 void TestServer::forgetRequests()
