@@ -2,7 +2,6 @@
 
 #include <QtCore/QDateTime>
 #include <QtCore/QFile>
-#include <QtCore/QTimeZone>
 
 #include <csignal>
 
@@ -22,10 +21,7 @@ constexpr int sWaitingForApps = 3;
 // In the service's time zone, as dates travel.
 QString inSeconds(int pSeconds)
 {
-    return QDateTime::currentDateTimeUtc()
-        .toTimeZone(QTimeZone("Europe/Berlin"))
-        .addSecs(pSeconds)
-        .toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss"));
+    return QDateTime::currentDateTime().addSecs(pSeconds).toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss"));
 }
 
 class UpdatesTest : public ServiceTest
