@@ -98,19 +98,18 @@ QList<QueuedMail> MailQueue::due(const QDateTime& pNow, int pLimit)
     // A time further ahead than the longest pause was set before the clock went back.
     Statement tQuery(
         mDatabase,
-        "SELECT id, kind, message_id, recipient, date, subject, text, html, attempts, expires "
+        "SELECT kind, message_id, recipient, date, subject, text, html, attempts, expires "
         "FROM mail_queue WHERE next_attempt <= ?1 OR next_attempt > ?2 ORDER BY tried, id LIMIT ?3");
     const qint64 tNow = toStored(pNow);
     tQuery.bind(1, tNow).bind(2, tNow + sPauses.back()).bind(3, qint64{pLimit});
     QList<QueuedMail> tMails;
     while (tQuery.step()) {
         QueuedMail tMail;
-        tMail.mId = tQuery.integer(0);
-        tMail.mKind = static_cast<MailKind>(tQuery.integer(1));
-        tMail.mMail = {tQuery.text(3), tQuery.text(2), fromStored(tQuery.integer(4)),
-                       tQuery.text(5), tQuery.text(6), tQuery.text(7)};
-        tMail.mAttempts = static_cast<int>(tQuery.integer(8));
-        tMail.mExpires = fromStored(tQuery.integer(9));
+        tMail.mKind = static_cast<MailKind>(tQuery.integer(0));
+        tMail.mMail = {tQuery.text(2), tQuery.text(1), fromStored(tQuery.integer(3)),
+                       tQuery.text(4), tQuery.text(5), tQuery.text(6)};
+        tMail.mAttempts = static_cast<int>(tQuery.integer(7));
+        tMail.mExpires = fromStored(tQuery.integer(8));
         tMails.append(tMail);
     }
     check(tQuery.isOk());
@@ -123,9 +122,10 @@ std::optional<QueuedMail> MailQueue::nextDue(const QDateTime& pNow)
     return tMails.isEmpty() ? std::nullopt : std::optional(tMails.first());
 }
 
-bool MailQueue::remove(qint64 pId)
+bool MailQueue::remove(const QString& pMessageId)
 {
-    return check(Statement(mDatabase, "DELETE FROM mail_queue WHERE id = ?1").bind(1, pId).run());
+    return check(
+        Statement(mDatabase, "DELETE FROM mail_queue WHERE message_id = ?1").bind(1, pMessageId).run());
 }
 
 bool MailQueue::removeAll(MailKind pKind, const QString& pRecipient)
@@ -144,20 +144,21 @@ bool MailQueue::putOff(const QueuedMail& pMail, bool pTried, const QDateTime& pN
 {
     Statement tUpdate(
         mDatabase,
-        "UPDATE mail_queue SET attempts = ?1, next_attempt = ?2, tried = tried + ?3 WHERE id = ?4");
+        "UPDATE mail_queue SET attempts = ?1, next_attempt = ?2, tried = tried + ?3 WHERE message_id = ?4");
     return tUpdate.bind(1, qint64{pMail.mAttempts})
         .bind(2, toStored(pNow.addSecs(pauseSeconds(pMail.mAttempts))))
         .bind(3, qint64{pTried})
-        .bind(4, pMail.mId)
+        .bind(4, pMail.mMail.mMessageId)
         .run();
 }
 
-bool MailQueue::postpone(qint64 pId, bool pAll, const QDateTime& pNow, QList<QueuedMail>* pGivenUp)
+bool MailQueue::postpone(const QString& pMessageId, bool pAll, const QDateTime& pNow,
+                         QList<QueuedMail>* pGivenUp)
 {
     pGivenUp->clear();
     return check(mDatabase.transaction([&] {
         for (QueuedMail& tMail : due(pNow, sMaxMails)) {
-            if (!pAll && tMail.mId != pId) {
+            if (!pAll && tMail.mMail.mMessageId != pMessageId) {
                 continue;
             }
             ++tMail.mAttempts;
@@ -166,7 +167,8 @@ bool MailQueue::postpone(qint64 pId, bool pAll, const QDateTime& pNow, QList<Que
             if (tGivenUp) {
                 pGivenUp->append(tMail);
             }
-            if (!(tGivenUp ? remove(tMail.mId) : putOff(tMail, tMail.mId == pId, pNow))) {
+            if (!(tGivenUp ? remove(tMail.mMail.mMessageId)
+                           : putOff(tMail, tMail.mMail.mMessageId == pMessageId, pNow))) {
                 return false;
             }
         }

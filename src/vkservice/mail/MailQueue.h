@@ -26,7 +26,6 @@ QString mailKindText(MailKind pKind);
 
 struct QueuedMail
 {
-    qint64 mId = 0;
     MailKind mKind = MailKind::Summary;
     Mail mMail;
     int mAttempts = 0;  // failed ones
@@ -50,13 +49,14 @@ public:
     bool add(const QueuedMail& pMail, const QDateTime& pNow);
     // One that is due: the oldest of those that have failed least, so that none holds up the others.
     std::optional<QueuedMail> nextDue(const QDateTime& pNow);
-    bool remove(qint64 pId);
+    // A mail is named by its Message-ID, which no other database can have given to another mail.
+    bool remove(const QString& pMessageId);
     // Removes all mails of one kind to one address.
     bool removeAll(MailKind pKind, const QString& pRecipient);
-    // After a failed attempt to send pId: counts it and puts the mail off for a pause that grows with its
+    // After a failed attempt to send a mail: counts it and puts the mail off for a pause that grows with its
     // attempts. pAll: the failure was not the mail's own, so the others that are due are treated alike. Those
     // that have been tried for too long are removed, and named in *pGivenUp.
-    bool postpone(qint64 pId, bool pAll, const QDateTime& pNow, QList<QueuedMail>* pGivenUp);
+    bool postpone(const QString& pMessageId, bool pAll, const QDateTime& pNow, QList<QueuedMail>* pGivenUp);
     // Makes all mails due.
     bool hurry(const QDateTime& pNow);
     int count();

@@ -97,7 +97,7 @@ void Outbox::sendNext()
         }
         Q_EMIT warning(QStringLiteral("A %1 to %2 is not sent: %3")
                            .arg(mailKindText(tMail->mKind), singleLine(tMail->mMail.mRecipient), tObjection));
-        discard(tMail->mId);
+        discard(*tMail);
         if (!mQueueWritable) {
             break;
         }
@@ -128,11 +128,11 @@ void Outbox::onSent(const QueuedMail& pMail, const SmtpSettings& pSettings, cons
     switch (pResult.mOutcome) {
     case SendResult::Outcome::Sent:
         Q_EMIT information(QStringLiteral("Sent: %1").arg(tWhat));
-        discard(pMail.mId);
+        discard(pMail);
         break;
     case SendResult::Outcome::Refused:
         Q_EMIT warning(QStringLiteral("Given up: %1: %2").arg(tWhat, pResult.mText));
-        discard(pMail.mId);
+        discard(pMail);
         break;
     case SendResult::Outcome::Deferred:
         Q_EMIT warning(QStringLiteral("Tried again later: %1: %2").arg(tWhat, pResult.mText));
@@ -161,7 +161,7 @@ void Outbox::postpone(const QueuedMail& pMail, const SendResult& pResult)
 {
     const bool tAll = pResult.mOutcome == SendResult::Outcome::ServerFailed;
     QList<QueuedMail> tGivenUp;
-    mQueueWritable = mQueue.postpone(pMail.mId, tAll, mClock(), &tGivenUp);
+    mQueueWritable = mQueue.postpone(pMail.mMail.mMessageId, tAll, mClock(), &tGivenUp);
     if (!mQueueWritable) {
         Q_EMIT warning(
             QStringLiteral("The queue of mails can't be written, so none are sent: %1").arg(errorText()));
@@ -175,11 +175,11 @@ void Outbox::postpone(const QueuedMail& pMail, const SendResult& pResult)
 }
 
 // A mail that can't be removed must not be sent again: nothing is, until it can.
-void Outbox::discard(qint64 pId)
+void Outbox::discard(const QueuedMail& pMail)
 {
-    mQueueWritable = mQueue.remove(pId);
+    mQueueWritable = mQueue.remove(pMail.mMail.mMessageId);
     if (!mQueueWritable) {
-        mLeftovers.append(pId);
+        mLeftovers.append(pMail.mMail.mMessageId);
         Q_EMIT warning(
             QStringLiteral("The queue of mails can't be written, so none are sent: %1").arg(errorText()));
     }

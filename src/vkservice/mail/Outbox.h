@@ -59,7 +59,7 @@ private:
     void send(const QueuedMail& pMail);
     void onSent(const QueuedMail& pMail, const SmtpSettings& pSettings, const SendResult& pResult);
     void postpone(const QueuedMail& pMail, const SendResult& pResult);
-    void discard(qint64 pId);
+    void discard(const QueuedMail& pMail);
     bool discardLeftovers();
     QString newMessageId() const;
 
@@ -71,7 +71,7 @@ private:
     bool mSettingsKnown = false;
     bool mSending = false;
     bool mQueueWritable = true; // as of the last attempt
-    QList<qint64> mLeftovers;   // done with, but the database would not let go of them
+    QStringList mLeftovers;     // done with, but the database would not let go of them
     QThread mThread;
     QObject* mWorker; // lives on mThread
 };

@@ -13,7 +13,7 @@ namespace tarn::vkservice::mail {
 
 namespace {
 
-constexpr int sMaxTimeoutSeconds = 600;
+constexpr int sMaxTimeoutSeconds = 3600;
 
 std::optional<SmtpSettings::StartTls> startTlsFromText(const QString& pText)
 {
