@@ -16,8 +16,6 @@ install(DIRECTORY ${BUILT_SHARE}/rkm/locale DESTINATION ${SHARE}/rkm COMPONENT l
 if(NOT VKCORE_ROOT)
     install(TARGETS vkcore
         LIBRARY COMPONENT library NAMELINK_COMPONENT development)
-    # The module finds the library beside itself wherever the tree is put.
-    set_target_properties(vkcore_installlog PROPERTIES INSTALL_RPATH "$ORIGIN/..")
     install(TARGETS vkcore_installlog LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/vkcore COMPONENT library)
     install(DIRECTORY src/vkcore/include/vkcore DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 endif()
