@@ -29,6 +29,18 @@ def files_below(folder):
     return found
 
 
+class RunPath(unittest.TestCase):
+    """Regression: an empty entry in it had the loader look for every library in the current folder first."""
+
+    def test_leads_beside_the_program_and_nowhere_else(self):
+        libraries = glob.glob(os.path.join(BUILD, "**", "lib*.so"), recursive=True)
+        self.assertEqual({os.path.basename(path) for path in libraries}, {"libvkcore.so", "libinstalllog.so"})
+        for path in libraries + [os.path.join(BUILD, "bin", program) for program in PROGRAMS]:
+            for entries in re.findall(r"R(?:UN)?PATH.*\[(.*)\]", run("readelf", "-d", path)):
+                for entry in entries.split(":"):
+                    self.assertTrue(entry.startswith("$ORIGIN"), f"{path}: {entries}")
+
+
 class Folder(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()

@@ -62,6 +62,9 @@ TEST(ApplicationTest, ConfigurationBesideAMovableInstallation)
     const QString tEtc = tDir.filePath(QStringLiteral("etc/vk/"));
     ASSERT_TRUE(QDir().mkpath(tDir.filePath(QStringLiteral("bin"))) && QDir().mkpath(tEtc));
     ASSERT_TRUE(QFile::copy(QCoreApplication::applicationFilePath(), tProgram));
+    ASSERT_TRUE(
+        QFile::link(QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../lib")),
+                    tDir.filePath(QStringLiteral("lib"))));
     ASSERT_TRUE(writeFile(tEtc + QStringLiteral("vkp.cfg"), "application.language = 'ja'\na = 'system'"));
     ASSERT_TRUE(writeFile(tEtc + QStringLiteral("vkp_user.cfg"), "a = 'user'"));
     const std::string tRoot = tDir.path().toStdString();
