@@ -27,12 +27,15 @@ Version Version::fromString(const QString& pText, bool* pOk)
 
 QString Version::toString() const
 {
-    return QStringLiteral("%1.%2.%3.%4").arg(mMajor).arg(mMinor).arg(mPatch).arg(mBuild);
+    return QString::number(mMajor) + QLatin1Char('.') + QString::number(mMinor) + QLatin1Char('.') +
+           QString::number(mPatch) + QLatin1Char('.') + QString::number(mBuild);
 }
 
 QString Version::toTarnAppFormat() const
 {
-    return mBuild == 0 ? QStringLiteral("%1.%2.%3").arg(mMajor).arg(mMinor).arg(mPatch) : toString();
+    return mBuild != 0 ? toString()
+                       : QString::number(mMajor) + QLatin1Char('.') + QString::number(mMinor) +
+                             QLatin1Char('.') + QString::number(mPatch);
 }
 
 } // namespace tarn::vkcore
