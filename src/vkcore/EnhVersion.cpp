@@ -9,8 +9,8 @@ QString EnhVersion::toString() const
     if (!mDate.isValid()) {
         return mVersion.toTarnAppFormat();
     }
-    return QStringLiteral("%1 (%2)").arg(mVersion.toTarnAppFormat(),
-                                         mDate.toString(QStringLiteral("yyyy-MM-dd")));
+    return mVersion.toTarnAppFormat() + QLatin1String(" (") + mDate.date().toString(Qt::ISODate) +
+           QLatin1Char(')');
 }
 
 std::weak_ordering EnhVersion::operator<=>(const EnhVersion& pOther) const
