@@ -89,7 +89,7 @@ Trouble Run::findPackages(std::unique_ptr<Attempt>* pBest)
         if (!tTrouble) {
             tTrouble = fetchPackages(tAttempt.get());
         }
-        if (tTrouble && !tTrouble.isServersFault() && tTrouble.mKind != Trouble::Kind::NoServer) {
+        if (tTrouble && !tTrouble.mayAskAnotherServer()) {
             return tTrouble;
         }
         if (tTrouble) {
@@ -267,19 +267,23 @@ RunResult Run::failed(const Trouble& pTrouble) const
 
 RunResult Run::allServersFailed() const
 {
-    Trouble tAll{Trouble::Kind::NoServer, QString()};
+    // From what says least to what people should know of first.
+    static const QList<ResultCode> sWeights{ResultNoServer, ResultUnreachable, ResultInstallFailed,
+                                            ResultStoreDamaged, ResultVerificationFailed};
+    Trouble tWorst{Trouble::Kind::NoServer, QString()};
     QStringList tTexts;
     for (const ServerTrouble& tServer : mServerTroubles) {
         tTexts.append(QStringLiteral("%1: %2").arg(tServer.mServer, tServer.mTrouble.mText));
-        const Trouble::Kind tKind = tServer.mTrouble.mKind;
-        if (tKind == Trouble::Kind::Untrusted || tKind == Trouble::Kind::Expired) {
-            tAll.mKind = Trouble::Kind::Untrusted; // the one that people should know of
-        } else if (tKind != Trouble::Kind::NoServer && tAll.mKind == Trouble::Kind::NoServer) {
-            tAll.mKind = Trouble::Kind::Unreachable;
+        if (sWeights.indexOf(tServer.mTrouble.code()) > sWeights.indexOf(tWorst.code())) {
+            tWorst = tServer.mTrouble;
         }
     }
-    tAll.mText = tTexts.join(QStringLiteral("; "));
-    return failed(tAll);
+    // A server that has none of the files that make a repository is as good as none.
+    if (tWorst.mKind == Trouble::Kind::NotFound) {
+        tWorst.mKind = Trouble::Kind::Unreachable;
+    }
+    tWorst.mText = tTexts.join(QStringLiteral("; "));
+    return failed(tWorst);
 }
 
 RunResult Run::finish(Attempt* pAttempt)

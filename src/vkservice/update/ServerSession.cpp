@@ -95,7 +95,10 @@ private:
 QString serverLabel(const ServerAccess& pServer)
 {
     const QString tAddress = QUrl(pServer.mUri).toDisplayString(QUrl::RemoveUserInfo);
-    return pServer.mName.isEmpty() ? tAddress : QStringLiteral("%1 (%2)").arg(pServer.mName, tAddress);
+    // A server without a name may come with its address for one, which may hold a password.
+    return pServer.mName.isEmpty() || pServer.mName == pServer.mUri
+               ? tAddress
+               : QStringLiteral("%1 (%2)").arg(pServer.mName, tAddress);
 }
 
 ServerSession::ServerSession(const RunRequest& pRequest, const ServerAccess& pServer,
@@ -141,6 +144,12 @@ Trouble ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings
     }
     if (mAbort.isSet()) {
         return Trouble::canceled();
+    }
+    if (tError.mKind == tuf::ErrorKind::Local) {
+        const QString tText =
+            QStringLiteral("%1. If it stays so, remove the folder %2: the next update starts anew "
+                           "from the root file");
+        return {Trouble::Kind::Damaged, tText.arg(tError.mText, mTrust.path())};
     }
     if (tError) {
         return Trouble::from(tError);

@@ -8,6 +8,11 @@ bool Trouble::isServersFault() const
            mKind == Kind::Expired;
 }
 
+bool Trouble::mayAskAnotherServer() const
+{
+    return isServersFault() || mKind == Kind::NoServer || mKind == Kind::Damaged;
+}
+
 ResultCode Trouble::code() const
 {
     switch (mKind) {

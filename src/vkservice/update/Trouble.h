@@ -30,8 +30,10 @@ struct Trouble
     QString mText; // a sentence without its full stop
 
     explicit operator bool() const { return mKind != Kind::None; }
-    // True where another server may do better.
+    // True for what the server is to blame for.
     bool isServersFault() const;
+    // True where another server may do better; what this machine knows of a server belongs to that one, too.
+    bool mayAskAnotherServer() const;
     ResultCode code() const;
 
     static Trouble from(const os::Failure& pFailure);

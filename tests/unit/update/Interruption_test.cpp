@@ -3,9 +3,11 @@
 #include "UpdateFixture.h"
 
 #include "os/AbortFlag.h"
+#include "os/ProcessList.h"
 #include "update/Run.h"
 
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QFileInfo>
 #include <QtCore/QProcess>
 
 #include <sys/wait.h>
@@ -233,6 +235,46 @@ TEST_F(RunningAppTest, CanBeAborted)
     mMachine.mOnNotification = [&](const QString&) { mMachine.updater().abort(); };
     EXPECT_EQ(mMachine.run().mCode, ResultAborted);
     EXPECT_EQ(text(mMachine.packages()), "app 1.0.0");
+}
+
+namespace {
+
+// A kernel that can't tell of the end of a process; the program is closed behind the first look.
+class OldKernel : public os::ProcessList
+{
+public:
+    QList<os::Process> running() override
+    {
+        return mLooks++ > 0 ? QList<os::Process>() : QList<os::Process>{{4711, str("app"), mExecutable}};
+    }
+    int openProcess(pid_t) override
+    {
+        errno = ENOSYS;
+        return -1;
+    }
+
+    QString mExecutable;
+    int mLooks = 0;
+};
+
+} // namespace
+
+TEST_F(InterruptionTest, LooksAgainWhereTheKernelCantTell)
+{
+    package("app").mExecutables = {str("bin/app")};
+    mRepository.remove(str("app"));
+    publish();
+    OldKernel tKernel;
+    TestMachine tMachine(mRepository.root(), tKernel);
+    tMachine.setServers({mRepository.uri()});
+    ASSERT_EQ(tMachine.run().mCode, ResultSuccess);
+    EXPECT_EQ(tKernel.mLooks, 0) << "nothing is replaced";
+    tKernel.mExecutable = QFileInfo(tMachine.installed(str("app/bin/app"))).canonicalFilePath();
+    publishNext();
+    EXPECT_EQ(tMachine.run().mCode, ResultSuccess);
+    EXPECT_EQ(tKernel.mLooks, 2);
+    EXPECT_TRUE(text(tMachine.mMessages).find("process app, 4711") != std::string::npos)
+        << text(tMachine.mMessages);
 }
 
 // The program of a version that was replaced while it ran counts still, with its file gone.

@@ -219,6 +219,25 @@ TEST_F(UpdateRunTest, FallsBackToAServerThatIsSound)
     EXPECT_EQ(mMachine.mMessages.size(), 3) << text(mMachine.mMessages);
 }
 
+TEST_F(UpdateRunTest, TakesAnotherServerWhenWhatItKnowsOfOneIsDamaged)
+{
+    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
+    const QDir tTrust(mMachine.path(str("state/trust")));
+    const QString tFolder = tTrust.filePath(tTrust.entryList(QDir::Dirs | QDir::NoDotAndDotDot).value(0));
+    writeFile(tFolder + str("/root.json"), "damaged");
+    package("lib").mVersion = str("2.0");
+    publish();
+    const RunResult tResult = mMachine.run();
+    EXPECT_EQ(tResult.mCode, ResultStoreDamaged);
+    EXPECT_TRUE(tResult.mText.contains(tFolder)) << "it says what to do about it";
+    mMachine.setServers({mRepository.uri(), mRepository.uri() + QLatin1Char('/')});
+    EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
+    expectInstalled();
+    QDir(tFolder).removeRecursively();
+    mMachine.setServers({mRepository.uri()});
+    EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
+}
+
 // A server may have what is newest and not be able to give it: others help out with what they have, and the
 // result still tells of it.
 TEST_F(UpdateRunTest, TellsOfWhatNoServerCouldGive)
