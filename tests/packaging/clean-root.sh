@@ -1,0 +1,72 @@
+#!/bin/bash
+# Runs as root inside a clean root under its own systemd, with the packages installed: sets up a machine as an
+# administrator would and looks at each result. Writes what it did to /result; the last line is "PASSED" or the failure.
+exec >/result 2>&1
+set -uo pipefail
+export LC_ALL=C.UTF-8
+
+fail() {
+    printf 'FAILED: %s\n' "$*"
+    journalctl --no-pager -u vkservice
+    exit 1
+}
+expect() { # STATUS TEXT COMMAND...: the command ends so and says so
+    local status=0 out
+    out=$("${@:3}" 2>&1) || status=$?
+    if [ "$status" -ne "$1" ] || [[ $out != *"$2"* ]]; then
+        fail "$(printf '%s\nstatus %s, wanted %s with "%s":\n%s' "${*:3}" "$status" "$1" "$2" "$out")"
+    fi
+    echo "ok: ${*:3}"
+}
+as_somebody() { setpriv --reuid=somebody --regid=somebody "$@"; }
+
+expect 3 "disabled" systemctl --no-pager status vkservice
+mkdir -p /srv/tool/bin
+printf '#!/bin/sh\necho it works\n' >/srv/tool/bin/tool
+chmod +x /srv/tool/bin/tool
+expect 0 "Root for clients" vkpublish init /srv/updates
+expect 0 "Added" vkpublish add /srv/updates /srv/tool --name tool --version 1.0
+expect 0 "Published" vkpublish publish /srv/updates
+cp /srv/updates/metadata/1.root.json /etc/vk/root.json
+useradd --create-home somebody
+groupadd --system updaters
+
+# The unit, and rkm as root.
+expect 0 "" systemctl enable --now vkservice
+expect 0 "StatusText=Ready" systemctl show -p StatusText vkservice
+expect 0 "successfully applied" rkm update-settings --server=/srv/updates
+expect 0 "Update finished: 1 package was updated." rkm update --quiet
+expect 0 "Name: tool" rkm install-log
+expect 0 "it works" /opt/vk/current/tool/bin/tool
+
+# Another user: no settings, but the log; and the socket is where it says.
+expect 1 "Please check the permissions of /tmp" as_somebody --clear-groups rkm show-settings
+expect 0 "Name: tool" as_somebody --clear-groups rkm install-log
+
+# A group lets its members in, after a reload or a restart of the service.
+printf '[service]\nsocketGroup = "updaters"\nschedule.jitter = 60\n' >/etc/vk/vk.cfg
+expect 0 "" systemctl reload vkservice
+expect 0 "active" systemctl is-active vkservice
+expect 0 "schedule.jitter: 60" rkm show-settings --config-var=schedule.jitter
+expect 0 "" systemctl restart vkservice
+expect 0 "Default server: /srv/updates" as_somebody --groups=updaters rkm show-settings
+expect 1 "Connection to the service failed" as_somebody --clear-groups rkm show-settings
+
+# A killed service comes back with what it had.
+expect 0 "successfully applied" rkm update-schedule-settings --mode=automatic --interval=1d
+systemctl kill --signal=KILL vkservice
+for _ in $(seq 100); do
+    [ "$(systemctl show -p NRestarts --value vkservice)" = 1 ] && systemctl -q is-active vkservice && break
+    sleep 0.2
+done
+expect 0 "Automatic installation mode: Automatic updates" rkm show-schedule-settings
+expect 0 "Last result" rkm service-status
+
+expect 0 "" systemctl stop vkservice
+expect 0 "Result=success" systemctl show -p Result vkservice
+DEBIAN_FRONTEND=noninteractive expect 0 "" apt-get purge -y -qq rkm vkservice vkpublish libvkcore-dev libvkcore1
+for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /tmp/vkservice; do
+    [ ! -e "$left" ] || fail "$left is left behind"
+done
+expect 0 "it works" /opt/vk/current/tool/bin/tool
+echo PASSED
