@@ -145,11 +145,14 @@ std::string zshOption(const OptionWords& pOption)
         tValue = std::string(pOption.mValue == ValueUse::Optional ? "::" : ":") + zshText(tName) + ":" +
                  zshAction(valueKind(pOption));
     }
+    const std::string tRest = "[" + zshText(pOption.mHelp) + "]" + tValue + "'\n";
     std::string tRows;
     for (const std::string& tSpelling : spellings(pOption)) {
         const bool tIsLong = tSpelling.rfind("--", 0) == 0;
-        const char* const tJoint = pOption.mValue == ValueUse::None ? "" : tIsLong ? "=" : "+";
-        tRows += "            '*" + tSpelling + tJoint + "[" + zshText(pOption.mHelp) + "]" + tValue + "'\n";
+        tRows += "            '*";
+        tRows += tSpelling;
+        tRows += pOption.mValue == ValueUse::None ? "" : tIsLong ? "=" : "+";
+        tRows += tRest;
     }
     return tRows;
 }
