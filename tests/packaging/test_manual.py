@@ -89,6 +89,16 @@ class Manual(unittest.TestCase):
         self.assertEqual(used - documented_keys, set())
         self.assertEqual({key for key in documented_keys - used if key != "mail.verify."}, set())
 
+    def test_every_result_of_a_run(self):
+        codes = dict(re.findall(r"(Result\w+) = (\d+)", read("src/vkservice/update/ResultCode.h")))
+        texts = re.findall(r'case (Result\w+):\s+return QStringLiteral\("(.*?)"\)', read("src/vkservice/update/ResultCodes.cpp"))
+        self.assertEqual(len(codes), len(texts))
+        explained = dict(re.findall(r"(?m)^\.It (\d+) \\\(en (.*)$", read("docs/man/vkservice.8")))
+        self.assertEqual({codes[name]: text for name, text in texts},
+                         {code: text.replace(r"\&", "") for code, text in explained.items()})
+        statuses = set(re.findall(r"(?m)^\.It (1\d\d)$", read("docs/man/rkm.1")))
+        self.assertEqual(statuses, {str(100 + int(code)) for code in codes.values() if code != "1"})
+
     def test_pages_are_well_formed_and_name_each_other(self):
         run("mandoc", "-Tlint", "-Wwarning", *PAGES)
         names = {os.path.basename(page) for page in PAGES}
