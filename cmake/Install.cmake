@@ -29,7 +29,8 @@ install(FILES docs/man/vkservice.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMP
 install(CODE "
     configure_file(${PROJECT_SOURCE_DIR}/packaging/systemd/vkservice.service.in
         ${CMAKE_BINARY_DIR}/packaging/vkservice.service @ONLY)" COMPONENT service)
-install(FILES ${CMAKE_BINARY_DIR}/packaging/vkservice.service DESTINATION lib/systemd/system COMPONENT service)
+install(FILES ${CMAKE_BINARY_DIR}/packaging/vkservice.service ${PROJECT_SOURCE_DIR}/packaging/systemd/vkservice.socket
+    DESTINATION lib/systemd/system COMPONENT service)
 
 install(TARGETS vkpublish RUNTIME COMPONENT publisher)
 install(FILES docs/man/vkpublish.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT publisher)

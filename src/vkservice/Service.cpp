@@ -7,6 +7,7 @@
 #include "methods/Methods.h"
 #include "os/FileSystem.h"
 #include "os/ProcessList.h"
+#include "process/InheritedSocket.h"
 #include "schedule/ScheduleRules.h"
 #include "ServiceApplication.h"
 #include "update/UpdateRun.h"
@@ -182,8 +183,15 @@ bool Service::openStore(QString* pError)
 bool Service::listen(QString* pError)
 {
     std::optional<gid_t> tGroup;
-    return groupOf(mApp.configValue(QStringLiteral("service.socketGroup")), &tGroup, pError) &&
-           mSockets.listen(mSocketName, tGroup, pError);
+    if (!groupOf(mApp.configValue(QStringLiteral("service.socketGroup")), &tGroup, pError)) {
+        return false;
+    }
+    const int tInherited = process::inheritedSocket(ipc::SocketServer::pathOf(mSocketName));
+    if (tInherited >= 0) {
+        mSockets.adopt(tInherited, tGroup);
+        return true;
+    }
+    return mSockets.listen(mSocketName, tGroup, pError);
 }
 
 void Service::recoverLastRun()

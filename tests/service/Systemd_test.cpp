@@ -66,6 +66,48 @@ TEST_F(ServiceTest, DaemonTellsSystemdHowItIs)
     EXPECT_EQ(mRig.program().wait().mStatus, 0);
 }
 
+TEST_F(ServiceTest, SocketOfSystemdIsUsedAndLeftToIt)
+{
+    const QByteArray tService = mRig.installation().path(QStringLiteral("bin/vkservice")).toUtf8();
+    Program tProgram(
+        QStringLiteral("/usr/bin/systemd-socket-activate"),
+        {"-l", QFile::encodeName(mRig.socket()), tService, "-e", "-s=" + QFile::encodeName(mRig.socket())},
+        mRig.installation().environment());
+    RawPeer tPeer = mRig.connect();
+    ASSERT_EQ(tPeer.call(QStringLiteral("ping")), QJsonValue(true));
+    EXPECT_EQ(tPeer.call(QStringLiteral("quitService")), QJsonValue(true));
+    EXPECT_EQ(tProgram.wait().mStatus, 0);
+    EXPECT_TRUE(QFile::exists(mRig.socket()));
+}
+
+// The unit as it is shipped, judged by systemd's own tools.
+TEST_F(ServiceTest, UnitIsSoundAndWellShut)
+{
+    const QString tFolder = mRig.installation().path(QStringLiteral("units"));
+    QFile tTemplate(QStringLiteral(SOURCE_DIR "/packaging/systemd/vkservice.service.in"));
+    ASSERT_TRUE(tTemplate.open(QIODevice::ReadOnly));
+    QByteArray tUnit = tTemplate.readAll();
+    tUnit.replace("@CMAKE_INSTALL_PREFIX@", mRig.installation().path(QString()).toUtf8());
+    mRig.installation().writeFile(QStringLiteral("units/vkservice.service"), tUnit);
+    ASSERT_TRUE(QFile::copy(QStringLiteral(SOURCE_DIR "/packaging/systemd/vkservice.socket"),
+                            tFolder + QStringLiteral("/vkservice.socket")));
+    const QByteArray tService = (tFolder + QStringLiteral("/vkservice.service")).toUtf8();
+
+    Program tVerify(QStringLiteral("/usr/bin/systemd-analyze"), {"verify", "--man=no", tService},
+                    mRig.installation().environment());
+    const Program::Result tVerified = tVerify.wait();
+    EXPECT_EQ(tVerified.mStatus, 0) << tVerified.mErr.toStdString();
+    EXPECT_FALSE(tVerified.mErr.contains("vkservice")) << tVerified.mErr.toStdString();
+
+    // Fails from an exposure of 2.0 on.
+    Program tSecurity(QStringLiteral("/usr/bin/systemd-analyze"),
+                      {"security", "--offline=true", "--threshold=19", tService},
+                      mRig.installation().environment());
+    const Program::Result tJudged = tSecurity.wait();
+    EXPECT_EQ(tJudged.mStatus, 0) << tJudged.mOut.toStdString();
+    EXPECT_TRUE(tJudged.mOut.contains("Overall exposure level")) << tJudged.mErr.toStdString();
+}
+
 TEST_F(ServiceTest, DaemonLogsForTheJournal)
 {
     mRig.configure("update.waitForApps = \"soon\"\n");

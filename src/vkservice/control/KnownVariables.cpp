@@ -41,7 +41,7 @@ void addMailVariables(ConfigVariables& pVariables)
                  {QStringLiteral("required"), QStringLiteral("ifOffered"), QStringLiteral("never")}));
     pVariables.addRule(pathRule(QStringLiteral("mail.caFile"), QString()));
     pVariables.addRule(yesNoRule(QStringLiteral("mail.allowPlaintext"), false));
-    pVariables.addRule(wholeNumberRule(QStringLiteral("mail.timeout"), 60, 1, 3600));
+    pVariables.addRule(wholeNumberRule(QStringLiteral("mail.timeout"), 60, 1, 600));
 }
 
 } // namespace

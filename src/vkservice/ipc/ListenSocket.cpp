@@ -155,13 +155,25 @@ bool ListenSocket::listen(const QString& pPath, std::optional<gid_t> pGroup, QSt
         }
         return false;
     }
-    mFd = tFd;
     mPath = tPath;
     mDevice = tStat.st_dev;
     mInode = tStat.st_ino;
+    watch(tFd);
+    return true;
+}
+
+void ListenSocket::adopt(int pFd)
+{
+    close();
+    mPath.clear();
+    watch(pFd);
+}
+
+void ListenSocket::watch(int pFd)
+{
+    mFd = pFd;
     mNotifier = std::make_unique<QSocketNotifier>(mFd, QSocketNotifier::Read);
     connect(mNotifier.get(), &QSocketNotifier::activated, this, &ListenSocket::accept);
-    return true;
 }
 
 void ListenSocket::close()
@@ -174,7 +186,8 @@ void ListenSocket::close()
     ::close(mFd);
     mFd = -1;
     struct stat tStat = {};
-    if (::lstat(mPath.constData(), &tStat) == 0 && tStat.st_dev == mDevice && tStat.st_ino == mInode) {
+    if (!mPath.isEmpty() && ::lstat(mPath.constData(), &tStat) == 0 && tStat.st_dev == mDevice &&
+        tStat.st_ino == mInode) {
         ::unlink(mPath.constData());
     }
 }

@@ -29,6 +29,8 @@ public:
     // process that runs neither as root nor as this user, which is no service. False, with the reason in
     // *pError, where a service answers already or the file can't be made.
     bool listen(const QString& pPath, std::optional<gid_t> pGroup, QString* pError);
+    // Listens on a socket that somebody else has made, and leaves its file to them. Owns the descriptor.
+    void adopt(int pFd);
     void close();
 
 Q_SIGNALS:
@@ -36,11 +38,12 @@ Q_SIGNALS:
     void accepted(int pSocket);
 
 private:
+    void watch(int pFd);
     void accept();
     void pause();
 
     int mFd = -1;
-    QByteArray mPath;
+    QByteArray mPath; // of the file to remove at the end; empty where it is not ours
     dev_t mDevice = 0;
     ino_t mInode = 0;
     std::unique_ptr<QSocketNotifier> mNotifier;

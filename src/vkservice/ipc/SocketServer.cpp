@@ -63,6 +63,12 @@ bool SocketServer::listen(const QString& pName, std::optional<gid_t> pGroup, QSt
     return mListener.listen(pathOf(pName), pGroup, pError);
 }
 
+void SocketServer::adopt(int pFd, std::optional<gid_t> pGroup)
+{
+    mGroup = pGroup;
+    mListener.adopt(pFd);
+}
+
 void SocketServer::closeAll(int pTimeoutMs)
 {
     stopListening();

@@ -29,6 +29,8 @@ public:
     static QString pathOf(const QString& pName);
     // False with a reason, as ListenSocket::listen.
     bool listen(const QString& pName, std::optional<gid_t> pGroup, QString* pError);
+    // As ListenSocket::adopt.
+    void adopt(int pFd, std::optional<gid_t> pGroup);
     // Takes no more peers; those that are there stay.
     void stopListening() { mListener.close(); }
     // Gives what is owed to the peers that take it, for pTimeoutMs at most, and drops them all.
