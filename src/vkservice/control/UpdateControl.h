@@ -18,7 +18,8 @@ class Settings;
 
 namespace tarn::vkservice::control {
 
-// What a run is started with; an engine that a test can replace stands behind it.
+// The update runs of the service: whether one may start, what status that makes for clients, and how the last
+// one ended.
 class UpdateControl : public QObject
 {
     Q_OBJECT
