@@ -41,9 +41,10 @@ Publication::Publication(vkservice::os::FileSystem& pFileSystem, const QString& 
 // What was published once is looked at only for its presence: "verify" is there for the rest.
 bool Publication::checkTarget(const QString& pName, QString* pError) const
 {
-    const QJsonObject tTarget = mKeys.mRecord.mTargets[pName].toObject();
+    const Record& tRecord = mKeys.mRecord;
+    const QJsonObject tTarget = tRecord.mTargets[pName].toObject();
     const QString tPath = targetPath(mRepository, pName, tTarget);
-    const bool tPublished = mKeys.mRecord.mPublishedTargets[pName].toObject() == tTarget;
+    const bool tPublished = tRecord.mPublishedTargets[pName].toObject() == tTarget;
     if (tPublished ? QFileInfo(tPath).size() == tTarget[QLatin1String("length")].toInteger()
                    : isAsStated(tPath, tTarget)) {
         return true;
