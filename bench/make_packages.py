@@ -15,7 +15,7 @@ text = b" ".join(chance.choices(words, k=400_000))
 
 def content(size):
     """A share of bytes that can't be packed, the rest words."""
-    random_size = size * 10 // 100
+    random_size = size * 17 // 100
     start = chance.randrange(len(text) - 1)
     repeated = (text[start:] + text * (size // len(text) + 1))[: size - random_size]
     return chance.randbytes(random_size) + repeated
