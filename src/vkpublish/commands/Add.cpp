@@ -166,7 +166,7 @@ bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pRepo
         return false;
     }
     tKeys.mRecord.mTargets.insert(tName, tTarget);
-    *pReport = QStringLiteral("Added %1: %2 entries, %3 unpacked, %4 packed")
+    *pReport = QStringLiteral("Added %1: %2 files and folders, %3 unpacked, %4 packed")
                    .arg(tName)
                    .arg(tEntries.size())
                    .arg(QLocale::c().formattedDataSize(tPacked.mInstalledSize),

@@ -81,8 +81,9 @@ int cmdPublish(const QStringList& pArguments)
         return StatusFailed;
     }
     warn(*tTimes, tKeys.mRecord.mRoot);
-    say(QStringLiteral("Published %1 packages, valid until %2")
-            .arg(tKeys.mRecord.mTargets.size())
+    const qsizetype tCount = tKeys.mRecord.mTargets.size();
+    say(QStringLiteral("Published %1, valid until %2")
+            .arg(tCount == 1 ? QStringLiteral("1 package") : QStringLiteral("%1 packages").arg(tCount))
             .arg(tTimes->mExpires.toUTC().toString(Qt::ISODate)));
     return StatusDone;
 }
