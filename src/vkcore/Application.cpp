@@ -36,10 +36,11 @@ QString xdgConfigDir()
     return xdgDir("XDG_CONFIG_HOME", QStringLiteral(".config")) + QStringLiteral("/vk");
 }
 
+// The folder above that of the program. The kernel's word is without links already; Qt would look at each of
+// its folders once more.
 QString installationPrefix()
 {
-    const QString tBinDir = QCoreApplication::applicationDirPath();
-    return tBinDir.left(tBinDir.lastIndexOf(QLatin1Char('/')));
+    return QFile::symLinkTarget(QStringLiteral("/proc/self/exe")).section(QLatin1Char('/'), 0, -3);
 }
 
 } // namespace

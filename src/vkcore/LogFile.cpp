@@ -4,6 +4,7 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
@@ -38,19 +39,19 @@ int openForAppending(const QByteArray& pPath)
     return ::open(pPath.constData(), tFlags, 0640);
 }
 
-void appendEscaped(QByteArray& pTo, char pByte)
+bool isPlain(char pByte)
 {
     const auto tByte = static_cast<unsigned char>(pByte);
+    return (tByte >= 0x20 && tByte != 0x7f) || pByte == '\t';
+}
+
+void appendEscaped(QByteArray& pTo, char pByte)
+{
     if (pByte == '\n') {
         // Indented, so that a text from elsewhere can't pass for a line of its own.
         pTo += "\n    ";
-    } else if ((tByte < 0x20 && pByte != '\t') || tByte == 0x7f) {
-        constexpr auto tDigits = "0123456789abcdef";
-        pTo += "\\x";
-        pTo += tDigits[tByte >> 4];
-        pTo += tDigits[tByte & 0xf];
     } else {
-        pTo += pByte;
+        pTo += "\\x" + QByteArray(&pByte, 1).toHex();
     }
 }
 
@@ -58,14 +59,15 @@ void appendEscaped(QByteArray& pTo, char pByte)
 QByteArray lineOf(const QString& pText)
 {
     const QByteArray tText = pText.toUtf8();
-    qsizetype tStart = 0;
-    while (tStart < tText.size() && tText[tStart] == '\n') {
-        ++tStart;
-    }
-    QByteArray tLine = tText.left(tStart) + stamp();
-    tLine.reserve(tLine.size() + tText.size() + 1);
-    for (qsizetype i = tStart; i < tText.size(); ++i) {
-        appendEscaped(tLine, tText[i]);
+    auto tAt = std::find_if(tText.cbegin(), tText.cend(), [](char tByte) { return tByte != '\n'; });
+    QByteArray tLine = QByteArray(tText.cbegin(), tAt - tText.cbegin()) + stamp();
+    while (tAt != tText.cend()) {
+        const auto tPlainEnd = std::find_if_not(tAt, tText.cend(), isPlain);
+        tLine.append(tAt, tPlainEnd - tAt);
+        tAt = tPlainEnd;
+        if (tAt != tText.cend()) {
+            appendEscaped(tLine, *tAt++);
+        }
     }
     return tLine += '\n';
 }
