@@ -123,6 +123,13 @@ QString lastRunText(Service& pService, const QString& pDefault)
     return tFinished.isValid() ? tFinished.toString(QStringLiteral("yyyyMMddhhmmss")) : pDefault;
 }
 
+// A secret stays here, whoever asks. Its length is told, so that a client can show that there is one.
+QString shown(const QString& pName, const QString& pValue)
+{
+    const bool tSecret = pName.contains(QLatin1String("password"), Qt::CaseInsensitive);
+    return tSecret ? QString(pValue.size(), u'*') : pValue;
+}
+
 Reply getVariable(Service& pService, const QJsonObject& pParams)
 {
     Params tParams(pParams);
@@ -137,9 +144,11 @@ Reply getVariable(Service& pService, const QJsonObject& pParams)
     if (control::MailControl::isVerification(tName)) {
         return Reply::result(pService.mail().verificationState(tName));
     }
-    const auto tValue = pService.variables().value(tName, tDefault);
-    return tValue ? Reply::result(protocol::toJson(*tValue))
-                  : pService.storeFailure(QStringLiteral("The configuration variable"));
+    const auto tValue = pService.variables().value(tName);
+    if (!tValue) {
+        return pService.storeFailure(QStringLiteral("The configuration variable"));
+    }
+    return Reply::result(protocol::toJson(tValue->isNull() ? tDefault : shown(tName, *tValue)));
 }
 
 Reply setVariable(Service& pService, const QJsonObject& pParams)

@@ -83,7 +83,7 @@ QString ConfigVariables::configured(const VariableRule& pRule) const
     return !tValue.isEmpty() && pRule.mCheck(tValue).isNull() ? tValue : QString();
 }
 
-std::optional<QString> ConfigVariables::value(const QString& pName, const QString& pDefault) const
+std::optional<QString> ConfigVariables::value(const QString& pName) const
 {
     const auto tStored = stored(pName);
     if (!tStored || !tStored->isNull()) {
@@ -91,13 +91,13 @@ std::optional<QString> ConfigVariables::value(const QString& pName, const QStrin
     }
     const auto tRule = mRules.constFind(pName);
     if (tRule == mRules.constEnd()) {
-        return pDefault;
+        return QString();
     }
     const QString tConfigured = configured(*tRule);
     if (!tConfigured.isEmpty()) {
         return tConfigured;
     }
-    return tRule->mDefault.isEmpty() ? pDefault : tRule->mDefault;
+    return tRule->mDefault;
 }
 
 bool ConfigVariables::flag(const QString& pName) const

@@ -43,9 +43,9 @@ public:
         mConfiguration = std::move(pRead);
     }
 
-    // The stored value, else that of the configuration, else the rule's default, else pDefault; none if the
-    // database can't be read.
-    std::optional<QString> value(const QString& pName, const QString& pDefault = {}) const;
+    // The stored value, else that of the configuration, else the rule's default, else a null text; none if
+    // the database can't be read.
+    std::optional<QString> value(const QString& pName) const;
     // An empty text takes a known variable back to its default. False with a reason.
     bool set(const QString& pName, const QString& pValue, QString* pReason);
 

@@ -41,8 +41,6 @@ TEST_F(ConfigVariablesTest, UnknownOnesComeBackAsTheyWere)
         reopen();
         EXPECT_EQ(value("other"), tValue.toStdString());
     }
-    EXPECT_EQ(mVariables.value(QStringLiteral("nothing"), QStringLiteral("default")),
-              QStringLiteral("default"));
     EXPECT_TRUE(mVariables.value(QStringLiteral("nothing"))->isNull());
 }
 
