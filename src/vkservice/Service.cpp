@@ -123,6 +123,8 @@ bool Service::start(QString* pError)
         mApp.write(LogLevel::Warning, tComplaint);
     }
     openMail();
+    // The service may have been killed when the run was on record and its mail not yet queued.
+    mMail->onRunEnded(mUpdates->lastRun());
     recoverLastRun();
     if (!listen(pError)) {
         return false;
@@ -368,12 +370,12 @@ void Service::onDue()
 }
 
 // A machine that has just woken up may have no network yet, and its next check may be weeks away.
-void Service::onRunEnded(const store::RunRecord& pRecord, const QDateTime& pBegan, bool pManual)
+void Service::onRunEnded(const store::RunRecord& pRecord, bool pManual)
 {
     mApp.write(pRecord.mCode == update::ResultSuccess ? LogLevel::Notice : LogLevel::Warning,
                QStringLiteral("The update has ended: %1").arg(mUpdates->resultText(pRecord)));
     replaceDamagedStore();
-    mMail->onRunEnded(pRecord, pBegan);
+    mMail->onRunEnded(pRecord);
     if (pManual || isWorker() || mEnding) {
         return;
     }

@@ -93,7 +93,7 @@ private:
     bool isSuppressed();
     void onDue();
     void onScheduleMoved(const schedule::ScheduleSettings& pSettings);
-    void onRunEnded(const store::RunRecord& pRecord, const QDateTime& pBegan, bool pManual);
+    void onRunEnded(const store::RunRecord& pRecord, bool pManual);
     void connectMail();
     void openMail();
     void sendError(int pType, const QString& pText, const QString& pDetails);

@@ -1,6 +1,7 @@
 #include "ServiceRig.h"
 
 #include "../unit/mail/SmtpSink.h"
+#include "sqlite/Database.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDeadlineTimer>
@@ -8,6 +9,9 @@
 #include <QtCore/QRegularExpression>
 #include <QtCore/QThread>
 
+#include <csignal>
+
+using tarn::vkcore::Database;
 using tarn::vkservice::mail::decoded;
 using tarn::vkservice::mail::SmtpSink;
 
@@ -52,6 +56,32 @@ protected:
         return mRig.connect().call(QStringLiteral("setMonitoringSettings"),
                                    {{QStringLiteral("settings"), tSettings}}) == QJsonValue(true);
     }
+    // A service with a mail server, and an address that has got its code; gives the code.
+    void startAndAsk(QString* pCode)
+    {
+        ASSERT_NO_FATAL_FAILURE(mUpdate.prepare(mRig));
+        ASSERT_NO_FATAL_FAILURE(mRig.start());
+        mSink.startSecure();
+        ASSERT_TRUE(set("mail.url", mSink.url(QStringLiteral("smtp"))));
+        ASSERT_TRUE(set("mail.caFile", mSink.certificate()));
+        ASSERT_TRUE(set("mail.user", QStringLiteral("user")));
+        ASSERT_TRUE(set("mail.password", QStringLiteral("secret")));
+        ASSERT_TRUE(set("mail.sender", QStringLiteral("Updates <updates@example.org>")));
+        ASSERT_TRUE(setAddresses({QStringLiteral("a@example.com")}));
+        const QString tAsked = mail(0);
+        const QRegularExpression tForm(QStringLiteral("mail\\.verify\\.a@example\\.com:([A-Z0-9-]+)"));
+        *pCode = tForm.match(tAsked).captured(1);
+        ASSERT_FALSE(pCode->isEmpty()) << tAsked.toStdString();
+    }
+    void update()
+    {
+        RawPeer tMonitor = mRig.connect();
+        ASSERT_EQ(tMonitor.call(QStringLiteral("enterMonitorMode")), QJsonValue(true));
+        ASSERT_EQ(mRig.connect().call(QStringLiteral("triggerUpdate"), json(R"({"manual": true})")),
+                  QJsonValue(true));
+        ASSERT_TRUE(
+            tMonitor.waitForEvent(QStringLiteral("serviceStatusChanged"), QStringLiteral("status"), 0));
+    }
     // The text of the mail with this number, once it has arrived.
     QString mail(int pNumber)
     {
@@ -73,20 +103,8 @@ protected:
 // From the first setting to the mail about an update, with a kill in between.
 TEST_F(MailTest, VerifiedAddressGetsTheMailAboutAnUpdate)
 {
-    ASSERT_NO_FATAL_FAILURE(mUpdate.prepare(mRig));
-    mRig.start();
-    mSink.startSecure();
-    ASSERT_TRUE(set("mail.url", mSink.url(QStringLiteral("smtp"))));
-    ASSERT_TRUE(set("mail.caFile", mSink.certificate()));
-    ASSERT_TRUE(set("mail.user", QStringLiteral("user")));
-    ASSERT_TRUE(set("mail.password", QStringLiteral("secret")));
-    ASSERT_TRUE(set("mail.sender", QStringLiteral("Updates <updates@example.org>")));
-    ASSERT_TRUE(setAddresses({QStringLiteral("a@example.com")}));
-
-    const QString tAsked = mail(0);
-    const QRegularExpression tForm(QStringLiteral("mail\\.verify\\.a@example\\.com:([A-Z0-9-]+)"));
-    const QString tCode = tForm.match(tAsked).captured(1);
-    ASSERT_FALSE(tCode.isEmpty()) << tAsked.toStdString();
+    QString tCode;
+    ASSERT_NO_FATAL_FAILURE(startAndAsk(&tCode));
     EXPECT_FALSE(set("mail.verify.a@example.com", QStringLiteral("WRONG")));
     EXPECT_EQ(addresses(), QStringLiteral("a@example.com"));
     EXPECT_TRUE(set("mail.verify.a@example.com", tCode));
@@ -99,14 +117,34 @@ TEST_F(MailTest, VerifiedAddressGetsTheMailAboutAnUpdate)
     ASSERT_TRUE(setAddresses({QStringLiteral("a@example.com")}));
     EXPECT_EQ(addresses(), QStringLiteral("a@example.com+")) << "who stays in the list stays verified";
 
-    RawPeer tMonitor = mRig.connect();
-    ASSERT_EQ(tMonitor.call(QStringLiteral("enterMonitorMode")), QJsonValue(true));
-    ASSERT_EQ(mRig.connect().call(QStringLiteral("triggerUpdate"), json(R"({"manual": true})")),
-              QJsonValue(true));
-    ASSERT_TRUE(tMonitor.waitForEvent(QStringLiteral("serviceStatusChanged"), QStringLiteral("status"), 0));
+    ASSERT_NO_FATAL_FAILURE(update());
     const QString tReport = mail(1);
     EXPECT_TRUE(tReport.contains(QStringLiteral("sleeper"))) << tReport.toStdString();
     EXPECT_FALSE(mRig.log().contains("secret") || mRig.log().contains(tCode.toUtf8()));
+}
+
+// The store takes the record of the run and not its mail; then the service is killed.
+TEST_F(MailTest, MailThatAKillKeptFromBeingQueuedComesOnce)
+{
+    QString tCode;
+    ASSERT_NO_FATAL_FAILURE(startAndAsk(&tCode));
+    ASSERT_TRUE(set("mail.verify.a@example.com", tCode));
+    Database tStore;
+    ASSERT_TRUE(tStore.open(mRig.state("state.db"), Database::Mode::ReadWrite));
+    ASSERT_TRUE(tStore.execute("CREATE TRIGGER refuse BEFORE INSERT ON mail_queue BEGIN SELECT "
+                               "RAISE(ABORT, 'no room'); END"));
+    ASSERT_NO_FATAL_FAILURE(update());
+    mRig.program().signal(SIGKILL);
+    mRig.program().wait();
+    ASSERT_TRUE(tStore.execute("DROP TRIGGER refuse"));
+    tStore.close();
+
+    ASSERT_NO_FATAL_FAILURE(mRig.start());
+    EXPECT_TRUE(mail(1).contains(QStringLiteral("sleeper")));
+    ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
+    // A mail that came twice would come in front of this one.
+    ASSERT_TRUE(setAddresses({QStringLiteral("a@example.com"), QStringLiteral("b@example.com")}));
+    EXPECT_TRUE(mail(2).contains(QStringLiteral("mail.verify.b@example.com")));
 }
 
 int main(int pArgc, char** pArgv)

@@ -59,10 +59,13 @@ void MailControl::onMonitoringChanged(const MonitoringSettings& pSettings)
     mMailer.setMonitoringSettings(pSettings, Mailer::Reason::Changed);
 }
 
-void MailControl::onRunEnded(const store::RunRecord& pRecord, const QDateTime& pBegan)
+void MailControl::onRunEnded(const store::RunRecord& pRecord)
 {
-    mMailer.onRunFinished({pBegan.toString(Qt::ISODateWithMs), static_cast<update::ResultCode>(pRecord.mCode),
-                           pRecord.mText, pRecord.mFinished, packagesSince(pBegan)});
+    if (pRecord.mBegan.isValid()) {
+        mMailer.onRunFinished({pRecord.mBegan.toString(Qt::ISODateWithMs),
+                               static_cast<update::ResultCode>(pRecord.mCode), pRecord.mText,
+                               pRecord.mFinished, packagesSince(pRecord.mBegan)});
+    }
 }
 
 void MailControl::finish(int pTimeoutMs)

@@ -43,7 +43,8 @@ public:
     bool open(QString* pError);
     void onVariablesChanged();
     void onMonitoringChanged(const vkcore::MonitoringSettings& pSettings);
-    void onRunEnded(const store::RunRecord& pRecord, const QDateTime& pBegan);
+    // Tells of a run once, however often it is called with the record of the same run.
+    void onRunEnded(const store::RunRecord& pRecord);
     void tick() { mMailer.tick(); }
     // Gives a mail that is on its way a while to get there.
     void finish(int pTimeoutMs);

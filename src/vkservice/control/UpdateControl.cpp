@@ -86,7 +86,7 @@ bool UpdateControl::trigger(bool pManual, QString* pReason)
     if (!tRequest) {
         return false;
     }
-    mBegan = QDateTime::currentDateTime();
+    mBegan = QDateTime::currentDateTimeUtc();
     mManual = pManual;
     // Without the mark a run still runs: it only would not be known as cut short if the service was killed.
     mSettings.beginRun(mBegan.toString(Qt::ISODate));
@@ -111,16 +111,17 @@ bool UpdateControl::abort()
 
 void UpdateControl::finish(const RunResult& pResult)
 {
-    record(pResult.mCode, pResult.mText);
+    record(pResult.mCode, pResult.mText, mBegan);
     mSessionRun = mLastRun;
-    Q_EMIT runEnded(mLastRun, mBegan, mManual);
+    Q_EMIT runEnded(mSessionRun, mManual);
     setStatus(restingStatus());
 }
 
-void UpdateControl::record(ResultCode pCode, const QString& pText)
+void UpdateControl::record(ResultCode pCode, const QString& pText, const QDateTime& pBegan)
 {
     mLastRun.mCode = pCode;
     mLastRun.mText = pText;
+    mLastRun.mBegan = pBegan;
     mLastRun.mFinished = QDateTime::currentDateTime();
     if (pCode == ResultSuccess) {
         mLastRun.mLastSuccess = mLastRun.mFinished;

@@ -58,11 +58,11 @@ Q_SIGNALS:
     void notification(int pType, const QString& pText, const QString& pDetails);
     void error(int pType, const QString& pText, const QString& pDetails);
     // Comes before the status that ends the run.
-    void runEnded(const tarn::vkservice::store::RunRecord& pRecord, const QDateTime& pBegan, bool pManual);
+    void runEnded(const tarn::vkservice::store::RunRecord& pRecord, bool pManual);
 
 private:
     void finish(const update::RunResult& pResult);
-    void record(update::ResultCode pCode, const QString& pText);
+    void record(update::ResultCode pCode, const QString& pText, const QDateTime& pBegan = {});
     void setStatus(vkcore::ServiceStatus pStatus);
     vkcore::ServiceStatus restingStatus() const;
 

@@ -12,6 +12,8 @@ struct RunRecord
     QString mText;
     QDateTime mFinished;    // local time
     QDateTime mLastSuccess; // when a run last ended well; invalid before the first
+    QDateTime mBegan;       // UTC, to the millisecond; tells this run from all others; invalid where none was
+                            // carried out to its end
 
     bool operator==(const RunRecord&) const = default;
 };

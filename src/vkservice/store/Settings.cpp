@@ -200,6 +200,8 @@ std::optional<RunRecord> Settings::lastRun() const
     tRecord.mText = tStored->value(QStringLiteral("lastRun.text"));
     tRecord.mFinished = toDate(tStored->value(QStringLiteral("lastRun.finished")));
     tRecord.mLastSuccess = toDate(tStored->value(QStringLiteral("lastRun.lastSuccess")));
+    tRecord.mBegan =
+        QDateTime::fromString(tStored->value(QStringLiteral("lastRun.began")), Qt::ISODateWithMs);
     return tRecord;
 }
 
@@ -210,6 +212,7 @@ bool Settings::setLastRun(const RunRecord& pRecord)
         {QStringLiteral("lastRun.text"), pRecord.mText},
         {QStringLiteral("lastRun.finished"), fromDate(pRecord.mFinished)},
         {QStringLiteral("lastRun.lastSuccess"), fromDate(pRecord.mLastSuccess)},
+        {QStringLiteral("lastRun.began"), pRecord.mBegan.toString(Qt::ISODateWithMs)},
         {QStringLiteral("unfinishedRun"), QString()},
     });
 }

@@ -101,7 +101,8 @@ TEST_F(SettingsTest, RunThatDidNotEndIsFoundUntilAResultIsRecorded)
     reopen();
     EXPECT_EQ(settings().unfinishedRun(), QStringLiteral("2026-03-10T03:00:00"));
     const RunRecord tRecord{3, QStringLiteral("text"), QDateTime(QDate(2026, 3, 10), QTime(4, 0)),
-                            QDateTime(QDate(2026, 3, 9), QTime(4, 0))};
+                            QDateTime(QDate(2026, 3, 9), QTime(4, 0)),
+                            QDateTime(QDate(2026, 3, 10), QTime(2, 0, 0, 7), Qt::UTC)};
     ASSERT_TRUE(settings().setLastRun(tRecord));
     reopen();
     EXPECT_TRUE(settings().unfinishedRun()->isEmpty());
