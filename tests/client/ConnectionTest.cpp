@@ -6,6 +6,7 @@
 #include <csignal>
 #include <thread>
 
+#include <sys/file.h>
 #include <unistd.h>
 
 using Peer = ScriptedService::Peer;
@@ -158,6 +159,25 @@ TEST_F(WorkerTest, IsTerminatedWhenItRefusesToQuit)
     EXPECT_EQ(run("stubborn", {"show-settings", "-d"}).mStatus, 0);
     EXPECT_EQ(story(), "started -e -worker\nterminated\n");
     EXPECT_TRUE(mInstallation.log().contains("Service did not react to quit request, terminating process"));
+}
+
+TEST_F(WorkerTest, IsKilledWhenItDoesNotEndWithinAMinute)
+{
+    Program::Environment& tEnvironment = mInstallation.environment();
+    tEnvironment.insert("LD_PRELOAD", SHORT_MINUTE);
+    tEnvironment["ASAN_OPTIONS"].append(":verify_asan_link_order=0"); // which it would look for in front
+    for (const bool tAgrees : {true, false}) {
+        SCOPED_TRACE(tAgrees);
+        QFile tStory(mInstallation.path(QStringLiteral("tmp/worker.log")));
+        tStory.remove();
+        const QByteArray tBehaviour = tAgrees ? "lingering" : "deaf";
+        EXPECT_EQ(run(tBehaviour, {"show-settings", "-d"}).mStatus, 0);
+        ASSERT_TRUE(tStory.open(QIODevice::ReadOnly));
+        EXPECT_EQ(::flock(tStory.handle(), LOCK_EX), 0);
+        EXPECT_EQ(tStory.readAll(),
+                  QByteArray("started -e -worker\n") + (tAgrees ? "asked to quit\n" : "") + "stays\n");
+    }
+    EXPECT_EQ(mInstallation.log().count("Timeout while waiting for service quit, killing process"), 2);
 }
 
 TEST_F(WorkerTest, ThatDoesNotAnswerAPingIsAFailedConnection)

@@ -11,6 +11,8 @@
 #include <csignal>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 using Peer = ScriptedService::Peer;
@@ -26,6 +28,13 @@ static void note(const QString& pText)
     }
 }
 
+// Until this process has ended, whoever locks worker.log has to wait.
+static void lockLog()
+{
+    const QByteArray tLog = QFile::encodeName(QDir::tempPath() + QStringLiteral("/worker.log"));
+    ::flock(::open(tLog.constData(), O_RDONLY | O_CLOEXEC), LOCK_EX);
+}
+
 static void pause(int pMs)
 {
     std::this_thread::sleep_for(std::chrono::milliseconds(pMs));
@@ -38,7 +47,7 @@ static void script(ScriptedService& pService, const QByteArray& pBehaviour)
         pPeer.reply("true");
         sQuit = true;
     });
-    if (pBehaviour == "stubborn") {
+    if (pBehaviour == "stubborn" || pBehaviour == "deaf") {
         pService.refuse(QStringLiteral("quitService"));
     } else if (pBehaviour == "mute") {
         pService.refuse(QStringLiteral("ping"));
@@ -70,6 +79,10 @@ int main(int argc, char** argv)
     if (tBehaviour == "slow") {
         pause(400);
     }
+    const bool tStays = tBehaviour == "deaf" || tBehaviour == "lingering";
+    if (tStays) {
+        lockLog();
+    }
 
     const ScriptedService tService(QDir(QDir::tempPath()).absoluteFilePath(tName),
                                    [=](ScriptedService& pService) { script(pService, tBehaviour); });
@@ -79,6 +92,9 @@ int main(int argc, char** argv)
     }
     if (tBehaviour == "leaving") {
         pause(500);
+    } else if (tStays) {
+        note(QStringLiteral("stays"));
+        pause(90000);
     }
     note(sTerminated != 0 ? QStringLiteral("terminated") : QStringLiteral("ended"));
     return 0;
