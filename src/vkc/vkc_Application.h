@@ -33,6 +33,10 @@ namespace tarn::vkc {
 // The source that logAssertFailed is told, for all of the class.
 inline constexpr char sSourcePath[] = "src/vkc/vkc_Application";
 
+// So long a canceled command still waits for a service that may not answer at all; the time limits of the
+// library are too long for somebody who has pressed Ctrl-C.
+inline constexpr int sLastWordMs = 250;
+
 // The whole program: the frame, and one cmd... method a command, which returns the exit status.
 // The methods lie in one source file a subject, as the comments below say.
 class VKCApplication : public vkcore::OkiApplication

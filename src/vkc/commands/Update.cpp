@@ -172,6 +172,10 @@ bool VKCApplication::abortUpdate()
     mCanceled = true;
     vkcore::IPCClient tClient(this, nullptr);
     tClient.setConnectTimeout(2);
+    if (mEventLoop == nullptr || !mEventLoop->isRunning()) {
+        // The service has not even answered the order that starts the update.
+        QTimer::singleShot(sLastWordMs, &tClient, &vkcore::IPCClient::close);
+    }
     return connectToServer(&tClient, false) && tClient.abortUpdate();
 }
 

@@ -30,9 +30,8 @@ bool VKCApplication::connectMonitor()
             &VKCApplication::onMonitorQuitRequestReceived);
     connect(mMonitorClient, &IPCClient::disconnected, this, &VKCApplication::onMonitorDisconnected);
     if (mCanceled) {
-        // Nobody looks at cancel requests any more: a service that does not answer must not hold the
-        // command up for the whole of the library's time limit.
-        QTimer::singleShot(250, mMonitorClient, &IPCClient::close);
+        // Nobody looks at cancel requests any more.
+        QTimer::singleShot(sLastWordMs, mMonitorClient, &IPCClient::close);
     }
     return mMonitorClient->enterMonitorMode();
 }
