@@ -123,6 +123,30 @@ TEST_F(InstallLogTest, RefusesWhatIsNoInterval)
     }
 }
 
+// In a mount namespace of its own the machine's state is a folder of this test.
+TEST_F(InstallLogTest, AUserWithoutALogOfTheirOwnGetsThatOfTheMachine)
+{
+    const QByteArray tMachine = mInstallation.path(QStringLiteral("machine")).toUtf8();
+    const auto tInside = [&](const QByteArray& pCommand) {
+        const QByteArray tScript = "mount --bind " + tMachine + " /var/lib && exec " + pCommand;
+        return Program(QStringLiteral("/usr/bin/unshare"), {"-mr", "sh", "-c", tScript},
+                       mInstallation.environment())
+            .wait();
+    };
+    QDir().mkpath(QString::fromUtf8(tMachine));
+    if (tInside("true").mStatus != 0) {
+        GTEST_SKIP() << "needs a mount namespace";
+    }
+    const QByteArray tCommand = mInstallation.path(QStringLiteral("bin/rkm")).toUtf8() + " install-log";
+    add(mNow, "machine's");
+    ASSERT_TRUE(QDir().rename(mInstallation.path(QStringLiteral("state")),
+                              QString::fromUtf8(tMachine) + QStringLiteral("/vkservice")));
+    EXPECT_EQ(tInside(tCommand).mOut, block(mNow, "machine's"));
+    QDir().mkpath(mInstallation.path(QStringLiteral("state")));
+    add(mNow, "own");
+    EXPECT_EQ(tInside(tCommand).mOut, block(mNow, "own"));
+}
+
 TEST_F(InstallLogTest, ALogThatIsMissingIsEmptyAndADamagedOneAFailure)
 {
     expect({}, "");
