@@ -22,12 +22,32 @@ QList<QString> codesOf(const Config& pConfig, const QString& pKey)
     return tCodes;
 }
 
+// QLocale sees a country in every language, and names some languages after it ("American English"). In
+// another country the same language has its plain name.
+QString plainName(const QLocale& pLocale)
+{
+    QString tPlain = pLocale.nativeLanguageName();
+    const QList<QLocale> tAll =
+        QLocale::matchingLocales(pLocale.language(), pLocale.script(), QLocale::AnyTerritory);
+    for (const QLocale& tOther : tAll) {
+        const QString tName = tOther.nativeLanguageName();
+        if (!tName.isEmpty() && tPlain.contains(tName)) {
+            tPlain = tName;
+        }
+    }
+    return tPlain;
+}
+
 } // namespace
 
 QString Application::getLangName(const QString& pCode) const
 {
     const QLocale tLocale(pCode);
-    const QString tName = tLocale.language() == QLocale::C ? QString() : tLocale.nativeLanguageName();
+    if (tLocale.language() == QLocale::C) {
+        return pCode;
+    }
+    const bool tWithCountry = pCode.contains(u'_') || pCode.contains(u'-');
+    const QString tName = tWithCountry ? tLocale.nativeLanguageName() : plainName(tLocale);
     return tName.isEmpty() ? pCode : tName;
 }
 

@@ -88,6 +88,11 @@ TEST(ApplicationTest, LanguageNamesAndLists)
         const char* mName;
     } tCases[] = {{"de", "Deutsch"},
                   {"fr", "fran\xc3\xa7\x61is"},
+                  {"en", "English"},
+                  {"en_US", "American English"},
+                  {"es", "espa\xc3\xb1ol"},
+                  {"nl", "Nederlands"},
+                  {"pt_PT", "portugu\xc3\xaas europeu"},
                   {"ja", "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e"},
                   {"qq", "qq"},
                   {"", ""},
