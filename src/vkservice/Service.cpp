@@ -123,9 +123,10 @@ bool Service::start(QString* pError)
         mApp.write(LogLevel::Warning, tComplaint);
     }
     openMail();
-    // The service may have been killed when the run was on record and its mail not yet queued.
-    mMail->onRunEnded(mUpdates->lastRun());
     recoverLastRun();
+    // The service may have been killed before the mail about the run was queued; the log of what it installed
+    // is complete now.
+    mMail->onRunEnded(mUpdates->lastRun());
     if (!listen(pError)) {
         return false;
     }

@@ -123,28 +123,38 @@ TEST_F(MailTest, VerifiedAddressGetsTheMailAboutAnUpdate)
     EXPECT_FALSE(mRig.log().contains("secret") || mRig.log().contains(tCode.toUtf8()));
 }
 
-// The store takes the record of the run and not its mail; then the service is killed.
+// The store takes the record of the run and not its mail, or neither of them; then the service is killed.
 TEST_F(MailTest, MailThatAKillKeptFromBeingQueuedComesOnce)
 {
     QString tCode;
     ASSERT_NO_FATAL_FAILURE(startAndAsk(&tCode));
     ASSERT_TRUE(set("mail.verify.a@example.com", tCode));
-    Database tStore;
-    ASSERT_TRUE(tStore.open(mRig.state("state.db"), Database::Mode::ReadWrite));
-    ASSERT_TRUE(tStore.execute("CREATE TRIGGER refuse BEFORE INSERT ON mail_queue BEGIN SELECT "
-                               "RAISE(ABORT, 'no room'); END"));
-    ASSERT_NO_FATAL_FAILURE(update());
-    mRig.program().signal(SIGKILL);
-    mRig.program().wait();
-    ASSERT_TRUE(tStore.execute("DROP TRIGGER refuse"));
-    tStore.close();
-
-    ASSERT_NO_FATAL_FAILURE(mRig.start());
-    EXPECT_TRUE(mail(1).contains(QStringLiteral("sleeper")));
-    ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
+    const char* const tRefuseMail = "CREATE TRIGGER mail BEFORE INSERT ON mail_queue BEGIN "
+                                    "SELECT RAISE(ABORT, 'no room'); END";
+    const char* const tRefuseRecord =
+        "CREATE TRIGGER record BEFORE INSERT ON settings WHEN NEW.name = 'lastRun.code' BEGIN "
+        "SELECT RAISE(ABORT, 'no room'); END";
+    for (const bool tRecorded : {true, false}) {
+        SCOPED_TRACE(tRecorded);
+        Database tStore;
+        ASSERT_TRUE(tStore.open(mRig.state("state.db"), Database::Mode::ReadWrite));
+        ASSERT_TRUE(tStore.execute(tRefuseMail) && (tRecorded || tStore.execute(tRefuseRecord)));
+        ASSERT_NO_FATAL_FAILURE(update());
+        mRig.program().signal(SIGKILL);
+        mRig.program().wait();
+        ASSERT_TRUE(tStore.execute("DROP TRIGGER mail; DROP TRIGGER IF EXISTS record"));
+        tStore.close();
+        ASSERT_NO_FATAL_FAILURE(mRig.start());
+        EXPECT_TRUE(mail(tRecorded ? 1 : 2).contains(QStringLiteral("sleeper")));
+        ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
+        if (tRecorded) {
+            mUpdate.hold(); // publishes another version
+            mUpdate.letGo();
+        }
+    }
     // A mail that came twice would come in front of this one.
     ASSERT_TRUE(setAddresses({QStringLiteral("a@example.com"), QStringLiteral("b@example.com")}));
-    EXPECT_TRUE(mail(2).contains(QStringLiteral("mail.verify.b@example.com")));
+    EXPECT_TRUE(mail(3).contains(QStringLiteral("mail.verify.b@example.com")));
 }
 
 int main(int pArgc, char** pArgv)

@@ -21,9 +21,11 @@ UpdateControl::UpdateControl(UpdateRun& pRun, store::Settings& pSettings, Reques
 bool UpdateControl::load()
 {
     mLastRun = mSettings.lastRun().value_or(store::RunRecord());
-    const bool tCutShort = !mSettings.unfinishedRun().value_or(QString()).isEmpty();
+    const QString tUnfinished = mSettings.unfinishedRun().value_or(QString());
+    const bool tCutShort = !tUnfinished.isEmpty();
     if (tCutShort) {
-        record(ResultAborted, QStringLiteral("The service ended in the middle of the update."));
+        record(ResultAborted, QStringLiteral("The service ended in the middle of the update."),
+               QDateTime::fromString(tUnfinished, Qt::ISODateWithMs));
     }
     mStatus = restingStatus();
     return tCutShort;
@@ -89,7 +91,7 @@ bool UpdateControl::trigger(bool pManual, QString* pReason)
     mBegan = QDateTime::currentDateTimeUtc();
     mManual = pManual;
     // Without the mark a run still runs: it only would not be known as cut short if the service was killed.
-    mSettings.beginRun(mBegan.toString(Qt::ISODate));
+    mSettings.beginRun(mBegan.toString(Qt::ISODateWithMs));
     if (!mRun.start(*tRequest)) {
         *pReason = QStringLiteral("The update can't be started.");
         mSettings.beginRun({});

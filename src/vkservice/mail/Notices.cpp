@@ -66,8 +66,9 @@ Notices::Story Notices::storyOf(const Audience& pAudience, const RunReport& pRun
     const QString tFailure = QString::number(pRun.mResult);
     const bool tReported = mMemory.text(sFailure) == tFailure;
     Story tStory;
-    if (pRun.mResult == update::ResultSuccess) {
-        tStory.mFailureChanges = true;
+    // A run that has installed something and was aborted is one that the service did not survive.
+    if (pRun.mResult == update::ResultSuccess || pRun.mResult == update::ResultAborted) {
+        tStory.mFailureChanges = pRun.mResult == update::ResultSuccess;
         if (tUpdateMails && !pRun.mPackages.isEmpty()) {
             tStory.mKind = MailKind::UpdateDone;
             tStory.mContent = updateDone(pAudience.mClient, pRun);

@@ -12,8 +12,8 @@ struct RunRecord
     QString mText;
     QDateTime mFinished;    // local time
     QDateTime mLastSuccess; // when a run last ended well; invalid before the first
-    QDateTime mBegan;       // UTC, to the millisecond; tells this run from all others; invalid where none was
-                            // carried out to its end
+    // UTC, to the millisecond: tells this run from all others. Invalid for a result that belongs to no run.
+    QDateTime mBegan;
 
     bool operator==(const RunRecord&) const = default;
 };

@@ -34,6 +34,7 @@ TEST_F(MachineMailsTest, ARunIsToldOnceAndAFailureOnceAsLongAsItLasts)
         {update::ResultSuccess, 0, nullptr},
         {update::ResultUnreachable, 0, nullptr},
         {update::ResultAborted, 0, nullptr},
+        {update::ResultAborted, 1, "updates installed"},
         {update::ResultSuppressed, 0, nullptr},
         {update::ResultVerificationFailed, 0, "update failed"},
         {update::ResultVerificationFailed, 0, nullptr},
