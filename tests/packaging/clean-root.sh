@@ -43,12 +43,16 @@ expect 0 "it works" /opt/vk/current/tool/bin/tool
 expect 1 "Please check the permissions of /tmp" as_somebody --clear-groups rkm show-settings
 expect 0 "Name: tool" as_somebody --clear-groups rkm install-log
 
-# A group lets its members in, after a reload or a restart of the service.
+# A reload takes up the configuration. A group lets its members in, after a restart of the socket, which takes the
+# service along.
 printf '[service]\nsocketGroup = "updaters"\nschedule.jitter = 60\n' >/etc/vk/vk.cfg
 expect 0 "" systemctl reload vkservice
 expect 0 "active" systemctl is-active vkservice
 expect 0 "schedule.jitter: 60" rkm show-settings --config-var=schedule.jitter
-expect 0 "" systemctl restart vkservice
+mkdir /etc/systemd/system/vkservice.socket.d
+printf '[Socket]\nSocketGroup=updaters\nSocketMode=0660\n' >/etc/systemd/system/vkservice.socket.d/group.conf
+expect 0 "" systemctl daemon-reload
+expect 0 "" systemctl restart vkservice.socket
 expect 0 "Default server: /srv/updates" as_somebody --groups=updaters rkm show-settings
 expect 1 "Connection to the service failed" as_somebody --clear-groups rkm show-settings
 
@@ -62,8 +66,15 @@ done
 expect 0 "Automatic installation mode: Automatic updates" rkm show-schedule-settings
 expect 0 "Last result" rkm service-status
 
+# The socket stays, and starts the service for the next client. An upgrade enables it where it was not.
 expect 0 "" systemctl stop vkservice
 expect 0 "Result=success" systemctl show -p Result vkservice
+expect 0 "Default server: /srv/updates" rkm show-settings
+expect 0 "active" systemctl is-active vkservice
+rm /etc/systemd/system/sockets.target.wants/vkservice.socket
+expect 0 "" /var/lib/dpkg/info/vkservice.postinst configure
+expect 0 "enabled" systemctl is-enabled vkservice.socket
+expect 0 "1.9 OK" systemd-analyze security --no-pager vkservice
 DEBIAN_FRONTEND=noninteractive expect 0 "" apt-get purge -y -qq rkm vkservice vkpublish libvkcore-dev libvkcore1
 for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /tmp/vkservice; do
     [ ! -e "$left" ] || fail "$left is left behind"
