@@ -83,6 +83,7 @@ TEST_F(ConfigTest, BadFilesChangeNothingAndNameTheReason)
         {"a = [" + QByteArray(100000, '['), "line 1"},
         {"a = '" + QByteArray(1024 * 1024, 'x') + "'", "larger than"},
         {"<xml/>", "line 1"},
+        {"[[[a]]]\n", "line 1"},
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mBytes.left(20).toStdString());

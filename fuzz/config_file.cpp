@@ -1,0 +1,25 @@
+// vk.cfg: any bytes either load or are refused with a reason, and then leave the configuration as it was.
+#include "support/ScratchFolder.h"
+
+#include <vkcore/Config.h>
+
+#include <cstdlib>
+
+using namespace tarn;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
+{
+    static const fuzz::ScratchFolder sFolder;
+    const QString tName = QStringLiteral("vk.cfg");
+    sFolder.write(tName, QByteArray(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize)));
+
+    const QString tKey = QStringLiteral("service.socketName");
+    vkcore::Config tConfig;
+    tConfig.setValue(tKey, QStringLiteral("before"), vkcore::Config::DefaultValue);
+    const bool tLoaded = tConfig.load(sFolder.path(tName), tName, vkcore::Config::SystemValue, true);
+    const bool tSame = tConfig.getStrValue(tKey) == QStringLiteral("before");
+    if (tLoaded != tConfig.errorText().isEmpty() || (!tLoaded && !tSame)) {
+        std::abort();
+    }
+    return 0;
+}

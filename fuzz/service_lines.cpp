@@ -1,0 +1,153 @@
+// What a peer writes to the service's socket: the real service, its methods and its store, without an event loop of its
+// own. Every line of an answer has to be a JSON object, and the service has to serve the next peer.
+#include "support/ScratchFolder.h"
+
+#include "internal/Protocol.h"
+#include "ipc/MethodTable.h"
+#include "ipc/SocketServer.h"
+#include "methods/Methods.h"
+#include "Service.h"
+#include "ServiceApplication.h"
+
+#include <vkcore/GRef.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QFile>
+#include <QtCore/QJsonDocument>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <memory>
+
+using namespace tarn;
+using namespace tarn::vkservice;
+
+namespace {
+
+constexpr int sRunsOfAService = 250;
+constexpr qint64 sLastId = 4611686018427387904;
+
+// A service in a folder of its own. Of its methods those are left out that would reach beyond it: to servers and mail
+// servers whose addresses were made up here.
+class Rig
+{
+public:
+    Rig() : mApp(new ServiceApplication(false)), mServer(mFiltered)
+    {
+        mApp->getConfig()->setValue(QStringLiteral("service.stateDir"), mFolder.path(QStringLiteral("state")),
+                                    vkcore::Config::UserValue);
+        mApp->getConfig()->setValue(QStringLiteral("service.install.dir"), mFolder.path(QStringLiteral("vk")),
+                                    vkcore::Config::UserValue);
+        mService =
+            std::make_unique<Service>(*mApp, Service::Options{mFolder.path(QStringLiteral("own")), true});
+        QString tError;
+        if (!mService->start(&tError)) {
+            std::abort();
+        }
+        methods::addAll(mAll, *mService);
+        const QStringList tNames = mAll.names();
+        for (const QString& tName : tNames) {
+            mFiltered.add(tName, ipc::MethodTable::Kind::Query,
+                          [this, tName](ipc::Connection& pPeer, const QJsonObject& pParams) {
+                              return reachesOut(tName, pParams) ? ipc::Reply::done()
+                                                                : mAll.call(pPeer, tName, pParams);
+                          });
+        }
+        if (!mServer.listen(mFolder.path(QStringLiteral("socket")), {}, &tError)) {
+            std::abort();
+        }
+    }
+
+    bool isEnding() const { return mService->isEnding(); }
+
+    int connect() const
+    {
+        const int tFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un tAddress = {};
+        tAddress.sun_family = AF_UNIX;
+        const QByteArray tPath = QFile::encodeName(mFolder.path(QStringLiteral("socket")));
+        std::copy(tPath.begin(), tPath.end(), tAddress.sun_path);
+        if (::connect(tFd, reinterpret_cast<const sockaddr*>(&tAddress), sizeof tAddress) != 0) {
+            std::abort();
+        }
+        return tFd;
+    }
+
+private:
+    static bool reachesOut(const QString& pMethod, const QJsonObject& pParams)
+    {
+        return pMethod == QStringLiteral("triggerUpdate") ||
+               (pMethod == QStringLiteral("setConfigValue") &&
+                pParams.value(QStringLiteral("name")) == QStringLiteral("mail.url"));
+    }
+
+    fuzz::ScratchFolder mFolder;
+    vkcore::GRef<ServiceApplication> mApp;
+    std::unique_ptr<Service> mService;
+    ipc::MethodTable mAll;
+    ipc::MethodTable mFiltered;
+    ipc::SocketServer mServer;
+};
+
+// What the service answers up to pLast, or until it hangs up.
+QByteArray answers(int pFd, const QByteArray& pLast)
+{
+    QByteArray tAnswers;
+    for (;;) {
+        QCoreApplication::processEvents();
+        char tBytes[64 * 1024];
+        const ssize_t tCount = ::recv(pFd, tBytes, sizeof tBytes, MSG_DONTWAIT);
+        if (tCount == 0 || (tCount < 0 && errno != EAGAIN)) {
+            return tAnswers;
+        }
+        tAnswers.append(tBytes, std::max<ssize_t>(0, tCount));
+        if (tAnswers.endsWith(pLast)) {
+            return tAnswers;
+        }
+    }
+}
+
+void check(const QByteArray& pAnswers)
+{
+    const QByteArrayList tLines = pAnswers.split('\n');
+    for (qsizetype i = 0; i + 1 < tLines.size(); ++i) {
+        if (tLines[i].size() > vkcore::protocol::sMaxLine || !QJsonDocument::fromJson(tLines[i]).isObject()) {
+            std::abort();
+        }
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* pArgc, char*** pArgv)
+{
+    new QCoreApplication(*pArgc, *pArgv);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
+{
+    // A service of its own for each input would be far too slow, and one for all would drown in what it was told to
+    // remember.
+    static std::unique_ptr<Rig> sRig;
+    static int sRuns = 0;
+    if (!sRig || sRig->isEnding() || ++sRuns % sRunsOfAService == 0) {
+        sRig.reset();
+        sRig = std::make_unique<Rig>();
+    }
+    const QByteArray tLast = vkcore::protocol::toLine(vkcore::protocol::request(sLastId, QStringLiteral("ping"), {}));
+    const QByteArray tBytes =
+        QByteArray(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize)) + '\n' + tLast;
+    const int tFd = sRig->connect();
+    if (::send(tFd, tBytes.constData(), static_cast<size_t>(tBytes.size()), MSG_NOSIGNAL) != tBytes.size()) {
+        std::abort();
+    }
+    check(answers(tFd, vkcore::protocol::toLine(vkcore::protocol::result(sLastId, true))));
+    ::close(tFd);
+    QCoreApplication::processEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    return 0;
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+#include <QtCore/QTemporaryDir>
+
+namespace tarn::fuzz {
+
+// A private folder in memory where the machine has one: a target makes and removes files thousands of times a
+// minute. It is gone with the object.
+class ScratchFolder
+{
+public:
+    ScratchFolder();
+
+    QString path(const QString& pName = {}) const { return mFolder.filePath(pName); }
+    // Replaces the file.
+    void write(const QString& pName, const QByteArray& pBytes) const;
+
+private:
+    QTemporaryDir mFolder;
+};
+
+} // namespace tarn::fuzz
