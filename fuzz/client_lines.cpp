@@ -1,5 +1,6 @@
-// What a service writes to its clients: the first line of an input names the method that is called, all behind it is
-// the service's side of the connection. Its answers may come before their requests; hello has the id 1, the call 2.
+// What a service writes to its clients: the first line of an input names the method that is called, all
+// behind it is the service's side of the connection. Its answers may come before their requests; hello has
+// the id 1, the call 2.
 #include "support/ScratchFolder.h"
 
 #include <vkcore/Application.h>
@@ -57,7 +58,8 @@ private:
         const int tPeer = ::accept4(mFd, nullptr, nullptr, SOCK_CLOEXEC);
         [[maybe_unused]] const ssize_t tSent = ::send(
             tPeer, mBytes.constData(), static_cast<size_t>(mBytes.size()), MSG_NOSIGNAL | MSG_DONTWAIT);
-        // A close would take back what the client has not read yet, since the service has not read its requests.
+        // A close would take back what the client has not read yet, since the service has not read its
+        // requests.
         ::shutdown(tPeer, SHUT_WR);
         char tRequests[4096];
         while (::recv(tPeer, tRequests, sizeof tRequests, MSG_DONTWAIT) > 0) {
@@ -96,8 +98,8 @@ void getProgress(IPCClient& pClient)
     QString tText;
     long long tNumbers[4] = {};
     int tPackages[3] = {};
-    pClient.getServiceProgress(&tActivity, &tCancelable, &tText, &tNumbers[0], &tNumbers[1], &tNumbers[2], &tNumbers[3],
-                               &tPackages[0], &tPackages[1], &tPackages[2]);
+    pClient.getServiceProgress(&tActivity, &tCancelable, &tText, &tNumbers[0], &tNumbers[1], &tNumbers[2],
+                               &tNumbers[3], &tPackages[0], &tPackages[1], &tPackages[2]);
 }
 
 void getTexts(IPCClient& pClient)

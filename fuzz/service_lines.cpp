@@ -1,5 +1,6 @@
-// What a peer writes to the service's socket: the real service, its methods and its store, without an event loop of its
-// own. Every line of an answer has to be a JSON object, and the service has to serve the next peer.
+// What a peer writes to the service's socket: the real service, its methods and its store, without an event
+// loop of its own. Every line of an answer has to be a JSON object, and the service has to serve the next
+// peer.
 #include "support/ScratchFolder.h"
 
 #include "internal/Protocol.h"
@@ -30,8 +31,8 @@ namespace {
 constexpr int sRunsOfAService = 250;
 constexpr qint64 sLastId = 4611686018427387904;
 
-// A service in a folder of its own. Of its methods those are left out that would reach beyond it: to servers and mail
-// servers whose addresses were made up here.
+// A service in a folder of its own. Of its methods those are left out that would reach beyond it: to servers
+// and mail servers whose addresses were made up here.
 class Rig
 {
 public:
@@ -130,15 +131,16 @@ extern "C" int LLVMFuzzerInitialize(int* pArgc, char*** pArgv)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
 {
-    // A service of its own for each input would be far too slow, and one for all would drown in what it was told to
-    // remember.
+    // A service of its own for each input would be far too slow, and one for all would drown in what it was
+    // told to remember.
     static std::unique_ptr<Rig> sRig;
     static int sRuns = 0;
     if (!sRig || sRig->isEnding() || ++sRuns % sRunsOfAService == 0) {
         sRig.reset();
         sRig = std::make_unique<Rig>();
     }
-    const QByteArray tLast = vkcore::protocol::toLine(vkcore::protocol::request(sLastId, QStringLiteral("ping"), {}));
+    const QByteArray tLast =
+        vkcore::protocol::toLine(vkcore::protocol::request(sLastId, QStringLiteral("ping"), {}));
     const QByteArray tBytes =
         QByteArray(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize)) + '\n' + tLast;
     const int tFd = sRig->connect();

@@ -1,4 +1,5 @@
-// The metadata files of a repository, each role by its parser: format, canonical form, keys and signatures, delegations.
+// The metadata files of a repository, each role by its parser: format, canonical form, keys and signatures,
+// delegations.
 #include "tuf/DelegationSearch.h"
 #include "tuf/Metadata.h"
 #include "tuf/Threshold.h"

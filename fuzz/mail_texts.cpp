@@ -1,0 +1,71 @@
+// Texts of others on their way into a mail: senders of the configuration, names of machines, titles and
+// reports of packages. No text may begin a header of its own, and every line has to be one that mail servers
+// take.
+#include "mail/Address.h"
+#include "mail/Headers.h"
+#include "mail/SmtpSettings.h"
+#include "mail/Text.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+using namespace tarn::vkservice::mail;
+
+namespace {
+
+// Lines are folded by a line end and a blank.
+void checkHeader(const QByteArray& pHeader)
+{
+    constexpr qsizetype sMaxLine = 998;
+    QByteArray tFolded = pHeader;
+    const QByteArrayList tLines = tFolded.replace("\r\n ", "\n").split('\n');
+    for (const QByteArray& tLine : tLines) {
+        const bool tPrintable =
+            std::all_of(tLine.begin(), tLine.end(), [](char pChar) { return pChar >= ' ' && pChar <= '~'; });
+        if (!tPrintable || tLine.trimmed().isEmpty() || tLine.size() > sMaxLine) {
+            std::abort();
+        }
+    }
+}
+
+void checkLine(const QString& pLine, int pMaxLength)
+{
+    const bool tBreaks = std::any_of(pLine.begin(), pLine.end(), [](QChar pChar) {
+        return pChar.category() == QChar::Other_Control || pChar.category() == QChar::Separator_Line ||
+               pChar.category() == QChar::Separator_Paragraph;
+    });
+    if (tBreaks || pLine.size() > pMaxLength || !pLine.isValidUtf16()) {
+        std::abort();
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
+{
+    // As UTF-16 too, since JSON can say what UTF-8 can't.
+    const QString tUtf8 =
+        QString::fromUtf8(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize));
+    QString tUtf16(static_cast<qsizetype>(pSize / 2), QChar(0));
+    std::copy_n(pData, tUtf16.size() * 2, reinterpret_cast<uint8_t*>(tUtf16.data()));
+    for (const QString& tText : {tUtf8, tUtf16}) {
+        for (const int tLength : {2, 64, 200}) {
+            checkLine(singleLine(tText, tLength), tLength);
+        }
+        const QStringList tLines = manyLines(tText).split(u'\n');
+        for (const QString& tLine : tLines) {
+            checkLine(tLine, 2000);
+        }
+        const Sender tSender = Sender::fromString(tText);
+        Mail tMail;
+        tMail.mRecipient = isMailAddress(tText) ? tText : QStringLiteral("a@example.com");
+        tMail.mSubject = tText;
+        tMail.mMessageId = QStringLiteral("<1@example.com>");
+        tMail.mDate = QDateTime(QDate(2026, 3, 7), QTime(2, 15), Qt::UTC);
+        for (const QByteArray& tHeader : mailHeaders(tMail, tSender)) {
+            checkHeader(tHeader);
+        }
+        SmtpSettings::fromValues([&tText](const QString&) { return tText; }).problem();
+    }
+    return 0;
+}

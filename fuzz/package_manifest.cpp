@@ -1,0 +1,63 @@
+// What publishers say about packages and what a generation remembers of them, and the plan that is made of
+// both. What was read and is written again has to read as the same.
+#include "packages/Manifest.h"
+#include "packages/PackageFolders.h"
+#include "update/Plan.h"
+#include "update/RunRecords.h"
+
+#include <QtCore/QJsonDocument>
+
+#include <cstdlib>
+
+using namespace tarn::vkservice;
+using namespace tarn::vkservice::packages;
+
+namespace {
+
+void checkInfo(const PackageInfo& pInfo)
+{
+    PackageInfo tAgain;
+    QString tError;
+    if (!PackageInfo::fromJson(pInfo.toJson(), &tAgain, &tError) || tAgain.toJson() != pInfo.toJson() ||
+        archiveName(pInfo).contains(u'/')) {
+        std::abort();
+    }
+}
+
+// The packages of the manifest, as they would be offered to a machine that has the first of them.
+void plan(const Manifest& pManifest)
+{
+    Manifest tInstalled;
+    tInstalled.mPackages = pManifest.mPackages.mid(0, 1);
+    QList<update::Offer> tOffers;
+    for (const InstalledPackage& tPackage : pManifest.mPackages) {
+        tOffers.append({tPackage.mInfo, {}});
+    }
+    const PackageFolders tFolders(QStringLiteral("/opt/vk"), QString());
+    const update::Plan tPlan =
+        update::makePlan(tOffers, tInstalled, tFolders, {QStringLiteral("de"), QStringLiteral("en")});
+    update::runRecords(tPlan);
+    update::packagesAfter(tInstalled, tPlan, tFolders);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
+{
+    const QByteArray tBytes(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize));
+    QString tError;
+    PackageInfo tInfo;
+    if (PackageInfo::fromJson(QJsonDocument::fromJson(tBytes).object(), &tInfo, &tError)) {
+        checkInfo(tInfo);
+    }
+    Manifest tManifest;
+    if (Manifest::fromBytes(tBytes, &tManifest, &tError)) {
+        Manifest tAgain;
+        if (!Manifest::fromBytes(tManifest.toBytes(), &tAgain, &tError) ||
+            tAgain.toBytes() != tManifest.toBytes()) {
+            std::abort();
+        }
+        plan(tManifest);
+    }
+    return 0;
+}
