@@ -43,6 +43,10 @@ void checkLine(const QString& pLine, int pMaxLength)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
 {
+    // Files that people write end in a newline.
+    if (pSize > 0 && pData[pSize - 1] == '\n') {
+        --pSize;
+    }
     // As UTF-16 too, since JSON can say what UTF-8 can't.
     const QString tUtf8 =
         QString::fromUtf8(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize));

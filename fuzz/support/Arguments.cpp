@@ -17,7 +17,7 @@ std::vector<char*> sPointers;
 
 void setArguments(const QByteArray& pLines)
 {
-    sLines = pLines.split('\n');
+    sLines = (pLines.endsWith('\n') ? pLines.chopped(1) : pLines).split('\n');
     sPointers.clear();
     for (QByteArray& tLine : sLines) {
         sPointers.push_back(tLine.data());

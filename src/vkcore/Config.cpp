@@ -1,22 +1,19 @@
 #include <vkcore/Config.h>
 
+#include "DottedKeys.h"
+#include "Toml.h"
+
 #include <QtCore/QFile>
 #include <QtCore/QLocale>
 #include <QtCore/QStringList>
-
-// toml++ asserts what it checks right behind, so a bad file would end the program instead of being refused. With NDEBUG
-// it turns assertions into assumptions, which is worse.
-#undef NDEBUG
-#define TOML_ASSERT(expression) static_cast<void>(0)
-#define TOML_EXCEPTIONS 0
-#define TOML_ENABLE_FORMATTERS 0
-#include <toml++/toml.h>
 
 namespace tarn::vkcore {
 
 namespace {
 
 constexpr qint64 sMaxFileSize = 1024 * 1024;
+// Each value keeps its whole key, and one long table name may stand in front of very many of them.
+constexpr qsizetype sMaxKeyLength = 255;
 
 QString toText(std::string_view pText)
 {
@@ -76,17 +73,23 @@ QString toText(const toml::node& pNode)
     return tParts.join(QLatin1Char(','));
 }
 
-// The values of a table and of those in it, under their whole keys.
-void flatten(const toml::table& pTable, const QString& pPrefix, QHash<QString, QString>* pTo)
+// The values of a table and of those in it, under their whole keys. False if one of these is too long.
+bool flatten(const toml::table& pTable, const QString& pPrefix, QHash<QString, QString>* pTo)
 {
     for (const auto& [tKey, tNode] : pTable) {
         const QString tWhole = pPrefix + toText(tKey.str());
+        if (tWhole.size() > sMaxKeyLength) {
+            return false;
+        }
         if (const auto* tTable = tNode.as_table()) {
-            flatten(*tTable, tWhole + QLatin1Char('.'), pTo);
+            if (!flatten(*tTable, tWhole + QLatin1Char('.'), pTo)) {
+                return false;
+            }
         } else {
             pTo->insert(tWhole, toText(tNode));
         }
     }
+    return true;
 }
 
 } // namespace
@@ -135,8 +138,12 @@ bool Config::load(const QString& pPath, const QString& pName, ValueType pType, b
         mErrorText = QStringLiteral("%1: larger than %2 bytes").arg(pName).arg(sMaxFileSize);
         return false;
     }
-    const toml::parse_result tResult =
-        toml::parse(std::string_view(tBytes.constData(), static_cast<size_t>(tBytes.size())));
+    const std::string_view tToml(tBytes.constData(), static_cast<size_t>(tBytes.size()));
+    if (hasDeepKey(tToml)) {
+        mErrorText = QStringLiteral("%1: a key has more than %2 parts").arg(pName).arg(sMaxKeyParts);
+        return false;
+    }
+    const toml::parse_result tResult = toml::parse(tToml);
     if (!tResult) {
         const toml::parse_error& tError = tResult.error();
         mErrorText = QStringLiteral("%1, line %2: %3")
@@ -146,7 +153,10 @@ bool Config::load(const QString& pPath, const QString& pName, ValueType pType, b
         return false;
     }
     QHash<QString, QString> tValues;
-    flatten(tResult.table(), QString(), &tValues);
+    if (!flatten(tResult.table(), QString(), &tValues)) {
+        mErrorText = QStringLiteral("%1: a key is longer than %2 characters").arg(pName).arg(sMaxKeyLength);
+        return false;
+    }
     for (auto tValue = tValues.cbegin(); tValue != tValues.cend(); ++tValue) {
         setValue(tValue.key(), tValue.value(), pType);
     }

@@ -36,6 +36,9 @@ TEST_F(ConfigTest, FlattensKeysAndValues)
              "[service]\nstateDir = '/x'\nretries = 1_000\nhex = 0xff\nratio = 0.5\non = true\noff = false\n"
              "day = 2024-03-07\nhour = 01:02:03\nstamp = 2024-03-07T01:02:03\n"
              "list = ['a', 2, true]\nnone = []\n"
+             "numbers = [1.5, 2.5]\nprose = \"" +
+             QByteArray("a.").repeated(40) + "\" # " + QByteArray("b.").repeated(40) +
+             "\n"
              "[service.mail]\nsender = 'Jos\xc3\xa9'\n"));
     const struct
     {
@@ -83,7 +86,14 @@ TEST_F(ConfigTest, BadFilesChangeNothingAndNameTheReason)
         {"a = [" + QByteArray(100000, '['), "line 1"},
         {"a = '" + QByteArray(1024 * 1024, 'x') + "'", "larger than"},
         {"<xml/>", "line 1"},
+        // What toml++ alone would die of, or take more memory for than there is.
         {"[[[a]]]\n", "line 1"},
+        {"\xef\xba\xbf", "line 1"},
+        {"a" + QByteArray(".a").repeated(400000) + " = 1", "more than 32 parts"},
+        {"x = \"\"\"'\"\"\"\"\"\n[a" + QByteArray(" . '.'").repeated(100000) + "]", "more than 32 parts"},
+        {"x = {a = [[\n{b = '#', c" + QByteArray(".\"\\\"\"").repeated(100000) + " = 1}",
+         "more than 32 parts"},
+        {'[' + QByteArray(500000, 'a') + "]\n" + QByteArray("b").repeated(9) + " = 1", "longer than"},
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mBytes.left(20).toStdString());

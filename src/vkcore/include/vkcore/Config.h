@@ -29,7 +29,8 @@ public:
 
     // Reads the file pPath into the configuration under the name pName, which stands in error
     // texts. pMustExist true makes a missing file an error. False, with errorText() set and the configuration
-    // as before, if the file can't be read, is no TOML, or is larger than 1 MiB.
+    // as before, if the file can't be read, is no TOML, is larger than 1 MiB, or has a key of more than 32
+    // parts or 255 characters.
     bool load(const QString& pPath, const QString& pName, ValueType pType, bool pMustExist);
     const QString& errorText() const { return mErrorText; }
 
