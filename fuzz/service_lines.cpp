@@ -93,22 +93,23 @@ private:
     ipc::SocketServer mServer;
 };
 
-// What the service answers up to pLast, or until it hangs up.
-QByteArray answers(int pFd, const QByteArray& pLast)
+// Sends pBytes as fast as the service takes them. Gives what it answers up to pLast, or until it hangs up.
+QByteArray talk(int pFd, QByteArrayView pBytes, const QByteArray& pLast)
 {
     QByteArray tAnswers;
-    for (;;) {
+    while (!tAnswers.endsWith(pLast)) {
+        const ssize_t tSent =
+            ::send(pFd, pBytes.data(), static_cast<size_t>(pBytes.size()), MSG_NOSIGNAL | MSG_DONTWAIT);
+        pBytes = pBytes.sliced(std::max<ssize_t>(0, tSent));
         QCoreApplication::processEvents();
         char tBytes[64 * 1024];
         const ssize_t tCount = ::recv(pFd, tBytes, sizeof tBytes, MSG_DONTWAIT);
         if (tCount == 0 || (tCount < 0 && errno != EAGAIN)) {
-            return tAnswers;
+            break;
         }
         tAnswers.append(tBytes, std::max<ssize_t>(0, tCount));
-        if (tAnswers.endsWith(pLast)) {
-            return tAnswers;
-        }
     }
+    return tAnswers;
 }
 
 void check(const QByteArray& pAnswers)
@@ -144,10 +145,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
     const QByteArray tBytes =
         QByteArray(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize)) + '\n' + tLast;
     const int tFd = sRig->connect();
-    if (::send(tFd, tBytes.constData(), static_cast<size_t>(tBytes.size()), MSG_NOSIGNAL) != tBytes.size()) {
-        std::abort();
-    }
-    check(answers(tFd, vkcore::protocol::toLine(vkcore::protocol::result(sLastId, true))));
+    check(talk(tFd, tBytes, vkcore::protocol::toLine(vkcore::protocol::result(sLastId, true))));
     ::close(tFd);
     QCoreApplication::processEvents();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);

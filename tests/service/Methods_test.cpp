@@ -245,6 +245,7 @@ TEST_F(ServiceTest, ValuesWithoutMeaningAreRefused)
          sInvalidParams},
         {"setKdmlDataDirectory", R"({"path": "relative/path"})", sRefused},
         {"setLanguages", R"({"app": "not a language", "data": null})", sRefused},
+        {"setLanguages", R"({"app": "de\n", "data": null})", sRefused},
         {"setConfigValue", R"({"name": "", "value": "v"})", sRefused},
         {"setConfigValue", R"({"name": "service.lastRun", "value": "20260101000000"})", sRefused},
         {"setConfigValue", R"({"name": "update.parallelDownloads", "value": "many"})", sRefused},

@@ -96,7 +96,7 @@ Reply getLanguages(Service& pService)
 bool isLanguage(const QString& pCode)
 {
     static const QRegularExpression sForm(
-        QStringLiteral("^[A-Za-z]{2,8}([_-][A-Za-z0-9]{1,8}){0,3}(@[A-Za-z]{1,16})?$"),
+        QStringLiteral("\\A[A-Za-z]{2,8}([_-][A-Za-z0-9]{1,8}){0,3}(@[A-Za-z]{1,16})?\\z"),
         QRegularExpression::DontCaptureOption);
     return pCode.isNull() || sForm.match(pCode).hasMatch();
 }

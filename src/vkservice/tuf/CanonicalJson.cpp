@@ -13,19 +13,24 @@ namespace {
 
 bool append(const QJsonValue& pValue, QByteArray* pTo);
 
-bool appendString(const QString& pText, QByteArray* pTo)
+void appendUtf8(const QByteArray& pText, QByteArray* pTo)
 {
-    if (!pText.isValidUtf16()) {
-        return false;
-    }
     pTo->append('"');
-    for (const char tByte : pText.toUtf8()) {
+    for (const char tByte : pText) {
         if (tByte == '"' || tByte == '\\') {
             pTo->append('\\');
         }
         pTo->append(tByte);
     }
     pTo->append('"');
+}
+
+bool appendString(const QString& pText, QByteArray* pTo)
+{
+    if (!pText.isValidUtf16()) {
+        return false;
+    }
+    appendUtf8(pText.toUtf8(), pTo);
     return true;
 }
 
@@ -59,13 +64,17 @@ bool appendArray(const QJsonArray& pArray, QByteArray* pTo)
 bool appendObject(const QJsonObject& pObject, QByteArray* pTo)
 {
     // QJsonObject sorts by UTF-16 unit, which differs from code points beyond the basic plane.
-    std::vector<std::pair<QString, QJsonValue>> tMembers;
+    std::vector<std::pair<QByteArray, QJsonValue>> tMembers;
     tMembers.reserve(static_cast<size_t>(pObject.size()));
     for (auto tIt = pObject.constBegin(); tIt != pObject.constEnd(); ++tIt) {
-        tMembers.emplace_back(tIt.key(), tIt.value());
+        const QString tKey = tIt.key();
+        if (!tKey.isValidUtf16()) {
+            return false;
+        }
+        tMembers.emplace_back(tKey.toUtf8(), tIt.value());
     }
     std::sort(tMembers.begin(), tMembers.end(),
-              [](const auto& pA, const auto& pB) { return pA.first.toUtf8() < pB.first.toUtf8(); });
+              [](const auto& pA, const auto& pB) { return pA.first < pB.first; });
 
     pTo->append('{');
     bool tFirst = true;
@@ -73,9 +82,7 @@ bool appendObject(const QJsonObject& pObject, QByteArray* pTo)
         if (!std::exchange(tFirst, false)) {
             pTo->append(',');
         }
-        if (!appendString(tKey, pTo)) {
-            return false;
-        }
+        appendUtf8(tKey, pTo);
         pTo->append(':');
         if (!append(tValue, pTo)) {
             return false;

@@ -8,11 +8,17 @@
 #include <QtCore/QRegularExpression>
 #include <QtCore/QSet>
 
+#include <algorithm>
+#include <limits>
+
 namespace tarn::tuf {
 
 namespace {
 
 const QLatin1String sMetaSuffix(".json");
+// Of a target's path and of the patterns it is held against, which takes time by the one length times the
+// other.
+constexpr qsizetype sMaxPath = 4096;
 
 Error untrusted(const QString& pRole, const QString& pProblem)
 {
@@ -74,8 +80,11 @@ QJsonObject readSigned(const QByteArray& pFile, const QString& pType, JsonReader
     }
     checkSpecVersion(pReader->string(tSigned, "spec_version"), pReader);
     pTo->mVersion = pReader->integer(tSigned, "version", 1);
+    if (pTo->mVersion == std::numeric_limits<qint64>::max()) {
+        pReader->fail(QStringLiteral("no version can follow on its own"));
+    }
     pTo->mExpires = readExpires(pReader->string(tSigned, "expires"), pReader);
-    if (!canonicalJson(tSigned, &pTo->mMessage)) {
+    if (!pReader->failed() && !canonicalJson(tSigned, &pTo->mMessage)) {
         pReader->fail(QStringLiteral("it has no canonical form"));
     }
     return tSigned;
@@ -150,6 +159,10 @@ DelegatedRole readDelegatedRole(const QJsonObject& pRole, JsonReader* pReader)
     } else {
         tRole.mHashPrefixes = pReader->strings(pRole, "path_hash_prefixes");
     }
+    if (std::any_of(tRole.mPaths.begin(), tRole.mPaths.end(),
+                    [](const QString& pPattern) { return pPattern.size() > sMaxPath; })) {
+        pReader->fail(QStringLiteral("it delegates by a path of more than %1 characters").arg(sMaxPath));
+    }
     if (!isDelegatedRoleName(tRole.mName)) {
         pReader->fail(
             QStringLiteral("\"%1\" can't be the name of a delegated role").arg(tRole.mName.left(40)));
@@ -203,8 +216,9 @@ TargetFile readTarget(const QString& pPath, const QJsonObject& pTarget, JsonRead
     if (pTarget.contains(QLatin1String("custom"))) {
         tTarget.mCustom = pReader->object(pTarget, "custom");
     }
-    if (pPath.isEmpty()) {
-        pReader->fail(QStringLiteral("a target has no path"));
+    if (pPath.isEmpty() || pPath.size() > sMaxPath) {
+        pReader->fail(
+            QStringLiteral("a target has no path, or one of more than %1 characters").arg(sMaxPath));
     }
     return tTarget;
 }

@@ -7,6 +7,7 @@
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 
+#include <limits>
 #include <random>
 
 using namespace tarn::tuf;
@@ -81,6 +82,8 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
 {
     const QJsonArray tTwice{q("a"), q("a")};
     const QJsonObject tSignature{{q("keyid"), q("a")}, {q("sig"), q("00")}};
+    const qint64 tLast = std::numeric_limits<qint64>::max();
+    const QByteArray tLongTarget = "signed/targets/" + QByteArray(4097, 'x');
     const struct
     {
         const char* mType;
@@ -97,7 +100,7 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
         {"root",
          "signed/spec_version",
          {QJsonValue::Undefined, 1, q("2.0.0"), q("1"), q("1.x"), q("1.0.0.0"), q("")}},
-        {"root", "signed/version", {QJsonValue::Undefined, 0, -1, 1.5, 1e19, q("1"), true}},
+        {"root", "signed/version", {QJsonValue::Undefined, 0, -1, 1.5, 1e19, q("1"), true, tLast}},
         {"root",
          "signed/expires",
          {QJsonValue::Undefined, 1, q(""), q("2030-01-01"), q("2030-13-01T00:00:00Z"),
@@ -121,6 +124,9 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
         {"targets",
          "signed/targets/",
          {QJsonObject{{q("length"), 1}, {q("hashes"), QJsonObject{{q("sha256"), q("0")}}}}}},
+        {"targets",
+         tLongTarget.constData(),
+         {QJsonObject{{q("length"), 1}, {q("hashes"), QJsonObject{{q("sha256"), q("0")}}}}}},
         {"targets", "signed/targets/hello", {1, QJsonObject()}},
         {"targets", "signed/targets/hello/length", {QJsonValue::Undefined, -1, 1.5, q("1")}},
         {"targets",
@@ -136,7 +142,9 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
           QString(300, QLatin1Char('x'))}},
         {"targets", "signed/delegations/roles/0/terminating", {QJsonValue::Undefined, 1}},
         {"targets", "signed/delegations/roles/0/threshold", {0}},
-        {"targets", "signed/delegations/roles/0/paths", {QJsonValue::Undefined, q("*"), QJsonArray{1}}},
+        {"targets",
+         "signed/delegations/roles/0/paths",
+         {QJsonValue::Undefined, q("*"), QJsonArray{1}, QJsonArray{QString(4097, u'*')}}},
         {"targets", "signed/delegations/roles/0/path_hash_prefixes", {QJsonArray{q("00")}}}, // beside paths
         {"targets",
          "signed/delegations/roles/1",
