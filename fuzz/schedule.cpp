@@ -52,7 +52,7 @@ void require(bool pCondition)
 
 ScheduleSettings change(const ScheduleSettings& pOld, const ScheduleSettings& pWanted, const QDateTime& pNow)
 {
-    const ScheduleSettings tNew = afterChange(pOld, pWanted, pNow);
+    ScheduleSettings tNew = afterChange(pOld, pWanted, pNow);
     require(!runsByDate(tNew) || (tNew.mNextCheck.isValid() && tNew.mNextCheck >= pNow));
     ScheduleSettings tChecked = tNew;
     QDateTime tMoment = pNow;
