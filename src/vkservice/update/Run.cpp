@@ -196,7 +196,7 @@ Trouble Run::waitAndSwitch(const Plan& pPlan)
 Trouble Run::prepare(Plan* pPlan)
 {
     Preparation tPreparation(mFileSystem, mWorkplace.folders(), mReporter, mAbort);
-    const Trouble tTrouble =
+    Trouble tTrouble =
         tPreparation.unpack(pPlan, [this](const Offer& pOffer) { return mDownloads.pathOf(pOffer); });
     pPlan->spreadTroubles();
     mReporter.setFailedCount(pPlan->failedCount());
