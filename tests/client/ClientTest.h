@@ -2,8 +2,7 @@
 
 #include "Installation.h"
 #include "ScriptedService.h"
-
-#include <gtest/gtest.h>
+#include "Test.h"
 
 // rkm in an installation of its own, beside a service that does as it is told.
 class ClientTest : public testing::Test
@@ -18,12 +17,12 @@ using Script = ScriptedService::Script;
 
 inline Script answers(const char* pMethod, const QByteArray& pResult)
 {
-    return [=](ScriptedService& pService) { pService.answer(QString::fromLatin1(pMethod), pResult); };
+    return [=](ScriptedService& pService) { pService.answer(pMethod, pResult); };
 }
 
 inline Script refuses(const char* pMethod)
 {
-    return [=](ScriptedService& pService) { pService.refuse(QString::fromLatin1(pMethod)); };
+    return [=](ScriptedService& pService) { pService.refuse(pMethod); };
 }
 
 // One run of rkm against a service of its own, and what has to come of it.
@@ -59,20 +58,18 @@ inline Case fails(const QList<QByteArray>& pArguments, const QByteArray& pErr,
     return Case(pArguments, "", pErr, 1, pCalls, pScripts);
 }
 
-// How GoogleTest shows the texts of a failure.
-inline void PrintTo(const QByteArray& pBytes, std::ostream* pStream)
-{
-    *pStream << '"' << pBytes.toStdString() << '"';
-}
-
-inline void PrintTo(const QString& pText, std::ostream* pStream)
-{
-    PrintTo(pText.toUtf8(), pStream);
-}
-
 inline QByteArray text(const QStringList& pLines)
 {
     return pLines.join(u'\n').toUtf8();
+}
+
+// pLine: where the test expects it.
+inline void expectResult(const Program::Result& pResult, const QByteArray& pOut, const QByteArray& pErr,
+                         int pStatus, int pLine = __builtin_LINE())
+{
+    EXPECT_EQ(pResult.mOut, pOut) << "line " << pLine;
+    EXPECT_EQ(pResult.mErr, pErr) << "line " << pLine;
+    EXPECT_EQ(pResult.mStatus, pStatus) << "line " << pLine;
 }
 
 inline void checkCase(const Case& pCase)
@@ -85,9 +82,7 @@ inline void checkCase(const Case& pCase)
     }
     const Program::Result tResult = tInstallation.run(pCase.mArguments, pCase.mInput);
     EXPECT_FALSE(tResult.mTimedOut);
-    EXPECT_EQ(tResult.mOut, pCase.mOut);
-    EXPECT_EQ(tResult.mErr, pCase.mErr);
-    EXPECT_EQ(tResult.mStatus, pCase.mStatus);
+    expectResult(tResult, pCase.mOut, pCase.mErr, pCase.mStatus);
     EXPECT_EQ(text(tService.calls()), pCase.mCalls.join('\n'));
 }
 

@@ -1,37 +1,31 @@
 #include "ClientTest.h"
 
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-
 static QByteArray usage(const QString& pName)
 {
-    QFile tFile(QStringLiteral(USAGE_DIR) + u'/' + pName + QStringLiteral(".txt"));
+    QFile tFile(q(USAGE_DIR) + u'/' + pName + q(".txt"));
     EXPECT_TRUE(tFile.open(QIODevice::ReadOnly));
     return tFile.readAll();
 }
 
 TEST(CommandLineTest, HelpPrintsTheUsageOfTheCommand)
 {
-    const QStringList tFiles = QDir(QStringLiteral(USAGE_DIR)).entryList({QStringLiteral("*.txt")});
+    const QStringList tFiles = QDir(q(USAGE_DIR)).entryList({q("*.txt")});
     ASSERT_EQ(tFiles.size(), 14); // all commands, and the one for no command
     const Installation tInstallation;
     for (const QString& tFile : tFiles) {
         const QString tName = tFile.chopped(4);
-        SCOPED_TRACE(tName.toStdString());
+        SCOPED_TRACE(tName);
         QList<QByteArray> tArguments{"--help"};
-        if (tName != QStringLiteral("rkm")) {
+        if (tName != q("rkm")) {
             tArguments.prepend(tName.toUtf8());
         }
-        const Program::Result tResult = tInstallation.run(tArguments);
-        EXPECT_EQ(tResult.mOut, usage(tName));
-        EXPECT_EQ(tResult.mErr, "");
-        EXPECT_EQ(tResult.mStatus, 0);
+        expectResult(tInstallation.run(tArguments), usage(tName), "", 0);
     }
 }
 
 TEST(CommandLineTest, TheFrameAnswersWithoutAService)
 {
-    const QByteArray tUsage = usage(QStringLiteral("rkm"));
+    const QByteArray tUsage = usage(q("rkm"));
     const QByteArray tVersion = "1.0.0\n";
     check({
         ok({}, tUsage),
@@ -44,7 +38,7 @@ TEST(CommandLineTest, TheFrameAnswersWithoutAService)
         ok({"--version", "--help"}, tVersion),
         ok({"--vers"}, tVersion),
         ok({"update", "--version"}, tVersion),
-        ok({"list-servers", "--help=x"}, usage(QStringLiteral("list-servers"))),
+        ok({"list-servers", "--help=x"}, usage(q("list-servers"))),
         Case({"nonsense", "--version"}, tVersion, "Unknown command: nonsense\n", 0),
         Case({"nonsense"}, tUsage, "Unknown command: nonsense\n", 1),
         Case({"nonsense", "--help"}, tUsage, "Unknown command: nonsense\n", 1),

@@ -2,8 +2,6 @@
 
 #include <QtCore/QDeadlineTimer>
 
-#include <thread>
-
 namespace {
 
 // rkm on a terminal, at the prompt for a password.
@@ -24,7 +22,7 @@ protected:
     QString sentPassword() const
     {
         // updateDefaultServer {"password":"...
-        return mService.calls().filter(QStringLiteral("updateDefaultServer")).value(0).section(u'"', 3, 3);
+        return mService.calls().filter(q("updateDefaultServer")).value(0).section(u'"', 3, 3);
     }
 
     std::unique_ptr<Program> mProgram;
@@ -39,7 +37,7 @@ TEST_F(PromptTest, NothingTypedIsShown)
     EXPECT_EQ(tResult.mOut, "Server password: " + sApplied);
     EXPECT_TRUE(tResult.mEchoes);
     EXPECT_EQ(tResult.mStatus, 0);
-    EXPECT_EQ(sentPassword(), QStringLiteral("geheim ü"));
+    EXPECT_EQ(sentPassword(), q("geheim ü"));
 }
 
 TEST_F(PromptTest, EndOfInputIsAnEmptyPassword)
@@ -49,13 +47,13 @@ TEST_F(PromptTest, EndOfInputIsAnEmptyPassword)
     EXPECT_EQ(tResult.mOut, "Server password: " + sApplied);
     EXPECT_TRUE(tResult.mEchoes);
     EXPECT_TRUE(mService.calls().contains(
-        QStringLiteral(R"(updateDefaultServer {"password":"","uri":"https://updates.example.org/kdml",)"
-                       R"("user":"anna"})")));
+        q(R"(updateDefaultServer {"password":"","uri":"https://updates.example.org/kdml",)"
+          R"("user":"anna"})")));
 }
 
 TEST_F(PromptTest, AnInterruptTakesEffectBehindTheLine)
 {
-    mService.ignore(QStringLiteral("updateDefaultServer"));
+    mService.ignore("updateDefaultServer");
     mProgram->write("half\x03");
     mProgram->write("whole\n");
     const Program::Result tResult = mProgram->wait();
@@ -67,19 +65,19 @@ TEST_F(PromptTest, AnInterruptTakesEffectBehindTheLine)
 // Each line is out when its call has returned, and not only at the end of the program.
 TEST_F(ClientTest, LinesComeOutOneByOne)
 {
-    mService.ignore(QStringLiteral("getKdmlDataDirectory"));
+    mService.ignore("getKdmlDataDirectory");
     const std::unique_ptr<Program> tProgram = mInstallation.start({"show-settings"});
     EXPECT_TRUE(tProgram->waitForOutput("\nProxy: proxy.example.org:3128 (username=paul)\n"));
 }
 
 TEST_F(ClientTest, AConsoleThatTakesNothingChangesNothing)
 {
-    const QString tRkm = mInstallation.path(QStringLiteral("bin/rkm"));
-    Program tShell(QStringLiteral("/bin/sh"),
+    const QString tRkm = mInstallation.path("bin/rkm");
+    Program tShell(q("/bin/sh"),
                    {"-c",
                     "\"$0\" update-settings --data-dir=x >/dev/full 2>&1 && \"$0\" list-servers >&- 2>&- <&-",
                     tRkm.toUtf8()},
                    mInstallation.environment());
     EXPECT_EQ(tShell.wait().mStatus, 0);
-    EXPECT_TRUE(mService.calls().contains(QStringLiteral("getServerList")));
+    EXPECT_TRUE(mService.calls().contains(q("getServerList")));
 }

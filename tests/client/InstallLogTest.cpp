@@ -2,8 +2,6 @@
 
 #include "sqlite/InstallLogStore.h"
 
-#include <QtCore/QDir>
-
 using tarn::vkcore::InstallLogStore;
 using tarn::vkcore::LangString;
 
@@ -12,15 +10,9 @@ namespace {
 class InstallLogTest : public testing::Test
 {
 protected:
-    InstallLogTest() : mNow(QDateTime::currentDateTime())
-    {
-        QDir().mkpath(mInstallation.path(QStringLiteral("state")));
-    }
+    InstallLogTest() : mNow(QDateTime::currentDateTime()) { QDir().mkpath(mInstallation.path("state")); }
 
-    QString logPath() const
-    {
-        return mInstallation.path(QStringLiteral("state/") + InstallLogStore::fileName());
-    }
+    QString logPath() const { return mInstallation.path(q("state/") + InstallLogStore::fileName()); }
 
     // One entry a name, made at that time.
     void add(const QDateTime& pDate, const QByteArray& pName, const QByteArray& pStatus = "ok",
@@ -28,41 +20,33 @@ protected:
     {
         ASSERT_TRUE(mStore.openForWriting(logPath()));
         InstallLogStore::Record tRecord;
-        tRecord.mPackage = QString::fromUtf8(pName);
+        tRecord.mPackage = q(pName);
         tRecord.mParent = pParent;
-        tRecord.mVersion = QStringLiteral("1.2.3.0");
-        tRecord.mStatus = QString::fromUtf8(pStatus);
+        tRecord.mVersion = q("1.2.3.0");
+        tRecord.mStatus = q(pStatus);
         tRecord.mVersionDate = QDateTime(QDate(2024, 3, 7), QTime(1, 2, 3));
-        tRecord.mTitle = LangString({{QStringLiteral("en"), QString::fromUtf8(pName)}});
+        tRecord.mTitle = LangString({{q("en"), q(pName)}});
         tRecord.mReport = LangString(pReport);
-        ASSERT_TRUE(mStore.append(QString::fromUtf8(pName), pDate, {tRecord}))
-            << qPrintable(mStore.errorText());
+        ASSERT_TRUE(mStore.append(q(pName), pDate, {tRecord})) << qPrintable(mStore.errorText());
     }
 
     QByteArray block(const QDateTime& pDate, const QByteArray& pName, const QByteArray& pStatus = "OK",
                      const QByteArray& pReport = {}) const
     {
-        return "Name: " + pName +
-               "\nDate: " + pDate.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")).toUtf8() +
+        return "Name: " + pName + "\nDate: " + pDate.toString(q("yyyy-MM-dd hh:mm:ss")).toUtf8() +
                "\nVersion: 1.2.3 (2024-03-07)\nStatus: " + pStatus + '\n' +
                (pReport.isEmpty() ? QByteArray() : "Install report: " + pReport + '\n') + '\n';
     }
 
     void expect(const QList<QByteArray>& pOptions, const QByteArray& pOut) const
     {
-        SCOPED_TRACE(pOptions.join(' ').toStdString());
-        const Program::Result tResult = mInstallation.run(QList<QByteArray>{"install-log"} + pOptions);
-        EXPECT_EQ(tResult.mOut, pOut);
-        EXPECT_EQ(tResult.mErr, "");
-        EXPECT_EQ(tResult.mStatus, 0);
+        SCOPED_TRACE(pOptions.join(' '));
+        expectResult(mInstallation.run(QList<QByteArray>{"install-log"} + pOptions), pOut, "", 0);
     }
 
     void expectFailure(const QList<QByteArray>& pOptions, const QByteArray& pErr) const
     {
-        const Program::Result tResult = mInstallation.run(QList<QByteArray>{"install-log"} + pOptions);
-        EXPECT_EQ(tResult.mOut, "");
-        EXPECT_EQ(tResult.mErr, pErr);
-        EXPECT_EQ(tResult.mStatus, 1);
+        expectResult(mInstallation.run(QList<QByteArray>{"install-log"} + pOptions), "", pErr, 1);
     }
 
     Installation mInstallation;
@@ -102,12 +86,12 @@ TEST_F(InstallLogTest, ShowsThePeriodThatIsAskedFor)
 TEST_F(InstallLogTest, ShowsWhatAnEntrySays)
 {
     const QDateTime tTime = mNow.addDays(-1);
-    const QString tEn = QStringLiteral("en");
-    add(tTime, "a %1", "child_packages_updated", {{tEn, QStringLiteral("all\nwell %1")}});
-    add(tTime, "b", "warning", {{QStringLiteral("de"), QStringLiteral("nur deutsch")}});
+    const QString tEn = q("en");
+    add(tTime, "a %1", "child_packages_updated", {{tEn, q("all\nwell %1")}});
+    add(tTime, "b", "warning", {{q("de"), q("nur deutsch")}});
     add(tTime, "c", "error", {{tEn, QString()}});
     add(tTime, "d", "odd %2");
-    add(tTime, "e", "OK", {}, QStringLiteral("d"));
+    add(tTime, "e", "OK", {}, q("d"));
     const QByteArray tTop = block(tTime, "a %1", "OK", "all\nwell %1") +
                             block(tTime, "b", "Warning", "nur deutsch") + block(tTime, "c", "Error") +
                             block(tTime, "d", "odd %2");
@@ -126,23 +110,21 @@ TEST_F(InstallLogTest, RefusesWhatIsNoInterval)
 // In a mount namespace of its own the machine's state is a folder of this test.
 TEST_F(InstallLogTest, AUserWithoutALogOfTheirOwnGetsThatOfTheMachine)
 {
-    const QByteArray tMachine = mInstallation.path(QStringLiteral("machine")).toUtf8();
+    const QByteArray tMachine = mInstallation.path("machine").toUtf8();
     const auto tInside = [&](const QByteArray& pCommand) {
         const QByteArray tScript = "mount --bind " + tMachine + " /var/lib && exec " + pCommand;
-        return Program(QStringLiteral("/usr/bin/unshare"), {"-mr", "sh", "-c", tScript},
-                       mInstallation.environment())
+        return Program(q("/usr/bin/unshare"), {"-mr", "sh", "-c", tScript}, mInstallation.environment())
             .wait();
     };
-    QDir().mkpath(QString::fromUtf8(tMachine));
+    QDir().mkpath(q(tMachine));
     if (tInside("true").mStatus != 0) {
         GTEST_SKIP() << "needs a mount namespace";
     }
-    const QByteArray tCommand = mInstallation.path(QStringLiteral("bin/rkm")).toUtf8() + " install-log";
+    const QByteArray tCommand = mInstallation.path("bin/rkm").toUtf8() + " install-log";
     add(mNow, "machine's");
-    ASSERT_TRUE(QDir().rename(mInstallation.path(QStringLiteral("state")),
-                              QString::fromUtf8(tMachine) + QStringLiteral("/vkservice")));
+    ASSERT_TRUE(QDir().rename(mInstallation.path("state"), q(tMachine) + q("/vkservice")));
     EXPECT_EQ(tInside(tCommand).mOut, block(mNow, "machine's"));
-    QDir().mkpath(mInstallation.path(QStringLiteral("state")));
+    QDir().mkpath(mInstallation.path("state"));
     add(mNow, "own");
     EXPECT_EQ(tInside(tCommand).mOut, block(mNow, "own"));
 }
@@ -150,8 +132,8 @@ TEST_F(InstallLogTest, AUserWithoutALogOfTheirOwnGetsThatOfTheMachine)
 TEST_F(InstallLogTest, ALogThatIsMissingIsEmptyAndADamagedOneAFailure)
 {
     expect({}, "");
-    mInstallation.writeFile(QStringLiteral("state/") + InstallLogStore::fileName(), QByteArray(5000, 'x'));
+    mInstallation.writeFile(q("state/") + InstallLogStore::fileName(), QByteArray(5000, 'x'));
     expectFailure({}, "Could not get installation log.\n");
-    QFile::remove(mInstallation.path(QStringLiteral("lib")));
-    QDir().mkpath(mInstallation.path(QStringLiteral("lib")));
+    QFile::remove(mInstallation.path("lib"));
+    QDir().mkpath(mInstallation.path("lib"));
 }

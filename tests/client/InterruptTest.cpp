@@ -1,7 +1,5 @@
 #include "ClientTest.h"
 
-#include <QtCore/QElapsedTimer>
-
 #include <csignal>
 
 namespace {
@@ -25,7 +23,7 @@ constexpr qint64 sSecondMs = 1000;
 // What GoogleTest calls the case.
 std::ostream& operator<<(std::ostream& pStream, const InterruptCase& pCase)
 {
-    return pStream << pCase.mArguments.join(' ').toStdString();
+    return pStream << pCase.mArguments.join(' ');
 }
 
 class InterruptTest : public ClientTest, public testing::WithParamInterface<InterruptCase>
@@ -74,18 +72,16 @@ const InterruptCase sInterrupts[] = {
 TEST_P(InterruptTest, EndsTheCommandByItsOwnFailurePath)
 {
     const InterruptCase& tCase = GetParam();
-    mService.ignore(QString::fromLatin1(tCase.mSilent));
+    mService.ignore(tCase.mSilent);
     const std::unique_ptr<Program> tProgram = mInstallation.start(tCase.mArguments);
-    ASSERT_TRUE(mService.waitForCall(QString::fromLatin1(tCase.mSilent)));
+    ASSERT_TRUE(mService.waitForCall(tCase.mSilent));
     QElapsedTimer tTimer;
     tTimer.start();
     tProgram->signal(SIGINT);
     const Program::Result tResult = tProgram->wait();
     EXPECT_LT(tTimer.elapsed(), sSecondMs);
-    EXPECT_EQ(tResult.mOut, tCase.mOut);
-    EXPECT_EQ(tResult.mErr,
-              QByteArray(tCase.mErr).replace("TMP", mInstallation.path(QStringLiteral("tmp")).toUtf8()));
-    EXPECT_EQ(tResult.mStatus, tCase.mStatus);
+    expectResult(tResult, tCase.mOut,
+                 QByteArray(tCase.mErr).replace("TMP", mInstallation.path("tmp").toUtf8()), tCase.mStatus);
     EXPECT_TRUE(mInstallation.log().contains("Current operation was canceled"));
 }
 
@@ -97,12 +93,12 @@ INSTANTIATE_TEST_SUITE_P(Commands, InterruptTest, testing::ValuesIn(sInterrupts)
 // Nothing answers at all, not even the monitor connection that comes behind the interrupted call.
 TEST_F(ClientTest, AnUpdateIsInterruptedWhenTheWholeServiceHangs)
 {
-    mService.onCall(QStringLiteral("isVKClientActive"), [this](ScriptedService::Peer&, const QJsonObject&) {
-        mService.ignore(QStringLiteral("hello"));
-        mService.ignore(QStringLiteral("enterMonitorMode"));
+    mService.onCall("isVKClientActive", [this](ScriptedService::Peer&, const QJsonObject&) {
+        mService.ignore("hello");
+        mService.ignore("enterMonitorMode");
     });
     const std::unique_ptr<Program> tProgram = mInstallation.start({"update"});
-    ASSERT_TRUE(mService.waitForCall(QStringLiteral("isVKClientActive")));
+    ASSERT_TRUE(mService.waitForCall("isVKClientActive"));
     QElapsedTimer tTimer;
     tTimer.start();
     tProgram->signal(SIGINT);
@@ -119,14 +115,13 @@ TEST_F(ClientTest, TheSecondInterruptEndsATriggerThatHangs)
     for (const QList<QByteArray>& tCommand : tCommands) {
         SCOPED_TRACE(tCommand.join(' ').toStdString());
         const ScriptedService::Script tHangs = [](ScriptedService& pService) {
-            pService.onCall(QStringLiteral("triggerUpdate"),
-                            [&pService](ScriptedService::Peer&, const QJsonObject&) {
-                                pService.ignore(QStringLiteral("hello"));
-                            });
+            pService.onCall("triggerUpdate", [&pService](ScriptedService::Peer&, const QJsonObject&) {
+                pService.ignore("hello");
+            });
         };
         const ScriptedService tService(mInstallation.socketPath(), tHangs);
         const std::unique_ptr<Program> tProgram = mInstallation.start(tCommand);
-        ASSERT_TRUE(tService.waitForCall(QStringLiteral("triggerUpdate")));
+        ASSERT_TRUE(tService.waitForCall("triggerUpdate"));
         tProgram->signal(SIGINT);
         ASSERT_TRUE(tProgram->waitForOutput("press Ctrl-C again."));
         QElapsedTimer tTimer;

@@ -1,8 +1,5 @@
 #include "ClientTest.h"
 
-#include <QtCore/QJsonDocument>
-#include <QtCore/QJsonObject>
-
 #include <unistd.h>
 
 TEST(ShowMonitoringTest, PrintsAllSettings)
@@ -96,7 +93,7 @@ TEST_F(ClientTest, UpdateMonitoringChangesWhatTheOptionsName)
 {
     const auto tObject = [](const QByteArray& pJson) {
         const QJsonDocument tDocument = QJsonDocument::fromJson(pJson);
-        EXPECT_TRUE(tDocument.isObject()) << pJson.toStdString();
+        EXPECT_TRUE(tDocument.isObject()) << pJson;
         return tDocument.object();
     };
     const auto tMerged = [](QJsonObject pTo, const QJsonObject& pFrom) {
@@ -138,21 +135,19 @@ TEST_F(ClientTest, UpdateMonitoringChangesWhatTheOptionsName)
         {{"-a", ","}, R"("notificationEmailAddresses": [])"},
     };
     for (const MonitoringChange& tChange : tChanges) {
-        SCOPED_TRACE(tChange.mOptions.join(' ').toStdString());
+        SCOPED_TRACE(tChange.mOptions.join(' '));
         const QJsonObject tBefore = tMerged(tOrdinary, tObject(tChange.mBefore));
-        mService.answer(QStringLiteral("getMonitoringSettings"), QJsonDocument(tBefore).toJson());
+        mService.answer("getMonitoringSettings", QJsonDocument(tBefore).toJson());
         const Program::Result tResult =
             mInstallation.run(QList<QByteArray>{"update-monitoring-settings"} + tChange.mOptions);
-        EXPECT_EQ(tResult.mOut, sApplied);
-        EXPECT_EQ(tResult.mErr, "");
-        EXPECT_EQ(tResult.mStatus, 0);
+        expectResult(tResult, sApplied, "", 0);
         const QJsonObject tAfter = tMerged(tBefore, tObject("{" + tChange.mChanges + "}"));
         EXPECT_EQ(mService.calls().last().toUtf8(), R"(setMonitoringSettings {"settings":)" +
                                                         QJsonDocument(tAfter).toJson(QJsonDocument::Compact) +
                                                         "}");
     }
 
-    mService.refuse(QStringLiteral("setMonitoringSettings"));
+    mService.refuse("setMonitoringSettings");
     const Program::Result tResult = mInstallation.run({"update-monitoring-settings", "-e"});
     EXPECT_EQ(tResult.mErr, "Failed to update monitoring settings\n");
     EXPECT_EQ(tResult.mStatus, 1);

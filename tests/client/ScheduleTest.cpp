@@ -122,11 +122,10 @@ TEST_F(ClientTest, ADateInThePastIsMovedOnByTheNewPeriod)
     EXPECT_EQ(tResult.mOut, sApplied);
     EXPECT_EQ(tResult.mStatus, 0);
     const QRegularExpressionMatch tMatch =
-        QRegularExpression(
-            QStringLiteral("^NOTICE: the date '2020-05-06 07:08:09' is in the past and has been "
-                           "adjusted to '(.*)( 07:08:09)'\n$"))
-            .match(QString::fromUtf8(tResult.mErr));
-    ASSERT_TRUE(tMatch.hasMatch()) << tResult.mErr.toStdString();
+        QRegularExpression(q("^NOTICE: the date '2020-05-06 07:08:09' is in the past and has been "
+                             "adjusted to '(.*)( 07:08:09)'\n$"))
+            .match(q(tResult.mErr));
+    ASSERT_TRUE(tMatch.hasMatch()) << tResult.mErr;
     const QDate tDate = QDate::fromString(tMatch.captured(1), Qt::ISODate);
     EXPECT_GE(tDate, tBefore.date());
     EXPECT_LE(tDate, tBefore.date().addDays(2));

@@ -117,10 +117,7 @@ TEST(SettingsTest, ASocketGivenTwiceCountsAsAnOption)
         QByteArray mOut;
     } tRuns[] = {{"show-settings", ""}, {"update-settings", sApplied}};
     for (const auto& tRun : tRuns) {
-        const Program::Result tResult = tInstallation.run({tRun.mCommand, tSocket, tSocket});
-        EXPECT_EQ(tResult.mOut, tRun.mOut);
-        EXPECT_EQ(tResult.mErr, "");
-        EXPECT_EQ(tResult.mStatus, 0);
+        expectResult(tInstallation.run({tRun.mCommand, tSocket, tSocket}), tRun.mOut, "", 0);
     }
     EXPECT_EQ(text(tService.calls()), guarded({"reloadConfig"}).join('\n'));
     EXPECT_EQ(tInstallation.run({"show-settings", tSocket}).mOut.count('\n'), 5);

@@ -9,7 +9,6 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <thread>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -22,7 +21,7 @@ static volatile std::sig_atomic_t sTerminated = 0;
 
 static void note(const QString& pText)
 {
-    QFile tLog(QDir::tempPath() + QStringLiteral("/worker.log"));
+    QFile tLog(QDir::tempPath() + q("/worker.log"));
     if (tLog.open(QIODevice::Append)) {
         tLog.write(pText.toUtf8() + '\n');
     }
@@ -31,7 +30,7 @@ static void note(const QString& pText)
 // Until this process has ended, whoever locks worker.log has to wait.
 static void lockLog()
 {
-    const QByteArray tLog = QFile::encodeName(QDir::tempPath() + QStringLiteral("/worker.log"));
+    const QByteArray tLog = QFile::encodeName(QDir::tempPath() + q("/worker.log"));
     ::flock(::open(tLog.constData(), O_RDONLY | O_CLOEXEC), LOCK_EX);
 }
 
@@ -42,21 +41,21 @@ static void pause(int pMs)
 
 static void script(ScriptedService& pService, const QByteArray& pBehaviour)
 {
-    pService.onCall(QStringLiteral("quitService"), [](Peer& pPeer, const QJsonObject&) {
-        note(QStringLiteral("asked to quit"));
+    pService.onCall("quitService", [](Peer& pPeer, const QJsonObject&) {
+        note(q("asked to quit"));
         pPeer.reply("true");
         sQuit = true;
     });
     if (pBehaviour == "stubborn" || pBehaviour == "deaf") {
-        pService.refuse(QStringLiteral("quitService"));
+        pService.refuse("quitService");
     } else if (pBehaviour == "mute") {
-        pService.refuse(QStringLiteral("ping"));
+        pService.refuse("ping");
     } else if (pBehaviour == "silent") {
-        pService.ignore(QStringLiteral("getKdmlDataDirectory"));
+        pService.ignore("getKdmlDataDirectory");
     } else if (pBehaviour == "leaving") {
-        pService.onCall(QStringLiteral("triggerUpdate"), [&pService](Peer& pPeer, const QJsonObject&) {
+        pService.onCall("triggerUpdate", [&pService](Peer& pPeer, const QJsonObject&) {
             pPeer.reply("true");
-            pService.sendEvent(QStringLiteral("quitRequestReceived"), "{}");
+            pService.sendEvent("quitRequestReceived", "{}");
             sQuit = true;
         });
     }
@@ -66,14 +65,14 @@ int main(int argc, char** argv)
 {
     const QByteArray tBehaviour = qgetenv("STAND_IN");
     QStringList tArguments;
-    QString tName = QStringLiteral("vkservice");
+    QString tName = q("vkservice");
     for (int i = 1; i < argc; ++i) {
         tArguments.append(QString::fromLocal8Bit(argv[i]));
-        if (tArguments.last().startsWith(QStringLiteral("-s="))) {
+        if (tArguments.last().startsWith(q("-s="))) {
             tName = tArguments.last().mid(3);
         }
     }
-    note(QStringLiteral("started ") + tArguments.join(u' '));
+    note(q("started ") + tArguments.join(u' '));
     std::signal(SIGINT, SIG_IGN);
     std::signal(SIGTERM, [](int) { sTerminated = 1; });
     if (tBehaviour == "slow") {
@@ -93,9 +92,9 @@ int main(int argc, char** argv)
     if (tBehaviour == "leaving") {
         pause(500);
     } else if (tStays) {
-        note(QStringLiteral("stays"));
+        note(q("stays"));
         pause(90000);
     }
-    note(sTerminated != 0 ? QStringLiteral("terminated") : QStringLiteral("ended"));
+    note(sTerminated != 0 ? q("terminated") : q("ended"));
     return 0;
 }

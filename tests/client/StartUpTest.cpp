@@ -1,8 +1,6 @@
 #include "ClientTest.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QDirIterator>
-#include <QtCore/QFile>
 #include <QtCore/QRegularExpression>
 
 namespace {
@@ -13,9 +11,9 @@ protected:
     // The application's configuration with the folder of the user's settings.
     void configure(const QString& pSettingsDir)
     {
-        mInstallation.writeFile(QStringLiteral("etc/vk/vk.cfg"),
-                                QStringLiteral("[application]\nlogDir = \"%1\"\nsettingsDir.other = \"%2\"\n")
-                                    .arg(mInstallation.path(QStringLiteral("log")), pSettingsDir)
+        mInstallation.writeFile("etc/vk/vk.cfg",
+                                q("[application]\nlogDir = \"%1\"\nsettingsDir.other = \"%2\"\n")
+                                    .arg(mInstallation.path("log"), pSettingsDir)
                                     .toUtf8());
     }
 
@@ -27,18 +25,16 @@ protected:
 TEST_F(StartUpTest, LogsItsStartAndItsEnd)
 {
     EXPECT_EQ(mInstallation.run({"--version"}).mStatus, 0);
-    const QString tStamp = QStringLiteral("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d");
+    const QString tStamp = q("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d");
     const QRegularExpression tExpected(
-        QStringLiteral(
-            "^%1[^\n]* Application startup %1\n[^\n]* rkm 1\\.0\\.0\\.0\n[^\n]* Operating system: [^\n]+\n"
-            "[^\n]* Failed to load translation: qt_en\n"
-            "[^\n]* Failed to load translation: vkcommon_en\n"
-            "[^\n]* Failed to load translation: vkcore_en\n"
-            "[^\n]* Failed to load translation: vkc_en\n"
-            "\n[^\n]*Application shutdown %1\n$")
+        q("^%1[^\n]* Application startup %1\n[^\n]* rkm 1\\.0\\.0\\.0\n[^\n]* Operating system: [^\n]+\n"
+          "[^\n]* Failed to load translation: qt_en\n"
+          "[^\n]* Failed to load translation: vkcommon_en\n"
+          "[^\n]* Failed to load translation: vkcore_en\n"
+          "[^\n]* Failed to load translation: vkc_en\n"
+          "\n[^\n]*Application shutdown %1\n$")
             .arg(tStamp));
-    EXPECT_TRUE(tExpected.match(QString::fromUtf8(mInstallation.log())).hasMatch())
-        << mInstallation.log().toStdString();
+    EXPECT_TRUE(tExpected.match(q(mInstallation.log())).hasMatch()) << mInstallation.log();
 }
 
 TEST_F(StartUpTest, ReadsTheUsersConfigurationWhereTheSettingsLie)
@@ -48,9 +44,9 @@ TEST_F(StartUpTest, ReadsTheUsersConfigurationWhereTheSettingsLie)
         QString mSettingsDir;
         QString mFile;
     } tCases[] = {
-        {QStringLiteral("some/where"), QStringLiteral("home/some/where/etc/vk_user.cfg")},
-        {QString(), QStringLiteral("home/etc/vk_user.cfg")},
-        {mInstallation.path(QStringLiteral("abs")), QStringLiteral("abs/etc/vk_user.cfg")},
+        {q("some/where"), q("home/some/where/etc/vk_user.cfg")},
+        {QString(), q("home/etc/vk_user.cfg")},
+        {mInstallation.path("abs"), q("abs/etc/vk_user.cfg")},
     };
     for (const auto& tCase : tCases) {
         configure(tCase.mSettingsDir);
@@ -65,35 +61,31 @@ TEST_F(StartUpTest, ReadsTheUsersConfigurationWhereTheSettingsLie)
 
 TEST_F(StartUpTest, TellsOfAUsersConfigurationThatIsNoneAndGoesOn)
 {
-    const QString tFile = QStringLiteral("home/settings/etc/vk_user.cfg");
-    const QString tLock = QStringLiteral("home/settings/etc/vk_user.lock");
+    const QString tFile = q("home/settings/etc/vk_user.cfg");
+    const QString tLock = q("home/settings/etc/vk_user.lock");
     for (const char* tContent : {"no [ configuration", "\xff\xfe = 1"}) {
         mInstallation.writeFile(tFile, tContent);
         mInstallation.writeFile(tLock, "");
-        const Program::Result tResult = mInstallation.run({"show-settings", "-d"});
-        EXPECT_EQ(tResult.mOut, "Data directory: /srv/kdml\n");
-        EXPECT_EQ(tResult.mErr, "Failed to load file \"" + mInstallation.path(tFile).toUtf8() +
-                                    "\". Application will be terminated now.\n");
-        EXPECT_EQ(tResult.mStatus, 0);
+        expectResult(mInstallation.run({"show-settings", "-d"}), "Data directory: /srv/kdml\n",
+                     "Failed to load file \"" + mInstallation.path(tFile).toUtf8() +
+                         "\". Application will be terminated now.\n",
+                     0);
     }
 }
 
 TEST_F(StartUpTest, ALogThatCantBeWrittenDisturbsNothing)
 {
-    mInstallation.writeFile(QStringLiteral("log"), "a file, not a folder");
-    const Program::Result tResult = mInstallation.run({"show-settings", "-d"});
-    EXPECT_EQ(tResult.mOut, "Data directory: /srv/kdml\n");
-    EXPECT_EQ(tResult.mErr, "");
-    EXPECT_EQ(tResult.mStatus, 0);
+    mInstallation.writeFile("log", "a file, not a folder");
+    expectResult(mInstallation.run({"show-settings", "-d"}), "Data directory: /srv/kdml\n", "", 0);
 }
 
 // The catalogues of this test, made from messages/*.ts: a text in vkc wins over the same one in vkcommon.
 TEST_F(StartUpTest, SpeaksTheLanguageOfItsCatalogues)
 {
-    const QString tTarget = mInstallation.path(QStringLiteral("share/rkm/locale/messages/"));
+    const QString tTarget = mInstallation.path("share/rkm/locale/messages/");
     QDir().mkpath(tTarget);
-    for (const QString& tName : {QStringLiteral("vkc_en.qm"), QStringLiteral("vkcommon_en.qm")}) {
-        ASSERT_TRUE(QFile::copy(QStringLiteral(MESSAGES_DIR "/") + tName, tTarget + tName));
+    for (const QString& tName : {q("vkc_en.qm"), q("vkcommon_en.qm")}) {
+        ASSERT_TRUE(QFile::copy(q(MESSAGES_DIR "/") + tName, tTarget + tName));
     }
     EXPECT_EQ(Installation().run({"list-servers", "word"}).mErr, "Unhandled argument 'word'\n");
     EXPECT_EQ(mInstallation.run({"list-servers", "word"}).mErr, "What is 'word'?\n");
@@ -101,7 +93,7 @@ TEST_F(StartUpTest, SpeaksTheLanguageOfItsCatalogues)
     const QByteArray tMonitoring = mInstallation.run({"show-monitoring-settings"}).mOut;
     for (const char* tLine : {"\n  Every 7 days\n", "event e-mails: aye\n", "a@example.org (checked)\n",
                               "b@example.org (not verified)\n", "Notification e-mail addresses:\n"}) {
-        EXPECT_TRUE(tMonitoring.contains(tLine)) << tLine << tMonitoring.toStdString();
+        EXPECT_TRUE(tMonitoring.contains(tLine)) << tLine << tMonitoring;
     }
     EXPECT_TRUE(mInstallation.run({"--help"}).mOut.startsWith("USAGE: rkm <command>"));
 }

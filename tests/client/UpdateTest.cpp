@@ -97,14 +97,13 @@ TEST(ServiceStatusTest, SaysWhenTheServiceRan)
 static Script onTrigger(const QList<QByteArray>& pEvents)
 {
     return [=](ScriptedService& pService) {
-        pService.onCall(
-            QStringLiteral("triggerUpdate"), [&pService, pEvents](Peer& pPeer, const QJsonObject&) {
-                for (const QByteArray& tEvent : pEvents) {
-                    const QList<QByteArray> tParts = tEvent.split(' ');
-                    pService.sendEvent(QString::fromUtf8(tParts[0]), tEvent.mid(tParts[0].size() + 1));
-                }
-                pPeer.reply("true");
-            });
+        pService.onCall("triggerUpdate", [&pService, pEvents](Peer& pPeer, const QJsonObject&) {
+            for (const QByteArray& tEvent : pEvents) {
+                const QList<QByteArray> tParts = tEvent.split(' ');
+                pService.sendEvent(tParts[0], tEvent.mid(tParts[0].size() + 1));
+            }
+            pPeer.reply("true");
+        });
     };
 }
 
@@ -159,16 +158,15 @@ TEST(UpdateTest, EndsWithTheResultOfTheService)
 TEST(UpdateTest, ARunThatEndsAtOnceIsNotWaitedForForever)
 {
     const auto tEndsWithMonitorAnswer = [](ScriptedService& pService) {
-        pService.onCall(QStringLiteral("enterMonitorMode"), [](Peer& pPeer, const QJsonObject&) {
-            pPeer.send(
-                pPeer.answerLine("true") +
-                ScriptedService::eventLine(QStringLiteral("serviceStatusChanged"), R"({"status": 0})"));
+        pService.onCall("enterMonitorMode", [](Peer& pPeer, const QJsonObject&) {
+            pPeer.send(pPeer.answerLine("true") +
+                       ScriptedService::eventLine("serviceStatusChanged", R"({"status": 0})"));
         });
     };
     const auto tEndsBehindAnswer = [](ScriptedService& pService) {
-        pService.onCall(QStringLiteral("triggerUpdate"), [&pService](Peer& pPeer, const QJsonObject&) {
+        pService.onCall("triggerUpdate", [&pService](Peer& pPeer, const QJsonObject&) {
             pPeer.reply("true");
-            pService.sendEvent(QStringLiteral("serviceStatusChanged"), R"({"status": 0})");
+            pService.sendEvent("serviceStatusChanged", R"({"status": 0})");
         });
     };
     check({
@@ -200,11 +198,11 @@ TEST(UpdateTest, TellsALostLinkFromAnOrderlyEnd)
     const QByteArray tLost = "Lost connection to the service\n";
     const auto tHangsUp = [](bool pMonitorsOnly, bool pAnnounced) {
         return [=](ScriptedService& pService) {
-            pService.onCall(QStringLiteral("triggerUpdate"),
+            pService.onCall("triggerUpdate",
                             [&pService, pMonitorsOnly, pAnnounced](Peer& pPeer, const QJsonObject&) {
                                 pPeer.reply("true");
                                 if (pAnnounced) {
-                                    pService.sendEvent(QStringLiteral("quitRequestReceived"), "{}");
+                                    pService.sendEvent("quitRequestReceived", "{}");
                                 }
                                 pService.hangUp(pMonitorsOnly);
                             });
@@ -221,16 +219,15 @@ TEST(UpdateTest, TellsALostLinkFromAnOrderlyEnd)
 
 TEST_F(ClientTest, TheProgressLineIsRewrittenAndGivesWayToMessages)
 {
-    mService.answer(QStringLiteral("getServiceProgress"), progress("1", "1", "3"));
+    mService.answer("getServiceProgress", progress("1", "1", "3"));
     const std::unique_ptr<Program> tProgram = mInstallation.start({"update"}, Program::Console::Terminal);
     ASSERT_TRUE(tProgram->waitForOutput("(33% complete)"));
-    mService.answer(QStringLiteral("getServiceProgress"), progress("5", "2", "3"));
-    mService.sendEvent(QStringLiteral("serviceNotificationReceived"),
-                       R"({"type": 4, "text": "hm", "details": ""})");
+    mService.answer("getServiceProgress", progress("5", "2", "3"));
+    mService.sendEvent("serviceNotificationReceived", R"({"type": 4, "text": "hm", "details": ""})");
     ASSERT_TRUE(tProgram->waitForOutput("(66% complete)"));
-    mService.refuse(QStringLiteral("getServiceProgress")); // blanks the line
-    ASSERT_TRUE(mService.waitForCall(QStringLiteral("getServiceProgress"), 3));
-    mService.sendEvent(QStringLiteral("serviceStatusChanged"), R"({"status": 0})");
+    mService.refuse("getServiceProgress"); // blanks the line
+    ASSERT_TRUE(mService.waitForCall("getServiceProgress", 3));
+    mService.sendEvent("serviceStatusChanged", R"({"status": 0})");
     EXPECT_EQ(tProgram->wait().mOut, sClear + "Downloading updates (33% complete)" + sClear +
                                          "Information: hm\n\n\n" + sClear +
                                          "Installing updates (66% complete)" + sClear + sClear + sFinished);
@@ -254,17 +251,14 @@ protected:
 
     void end(int pResult)
     {
-        mService.answer(QStringLiteral("getLastServiceResult"), QByteArray::number(pResult));
-        mService.sendEvent(QStringLiteral("serviceStatusChanged"), R"({"status": 3})");
-        mService.sendEvent(QStringLiteral("serviceStatusChanged"), R"({"status": 0})");
+        mService.answer("getLastServiceResult", QByteArray::number(pResult));
+        mService.sendEvent("serviceStatusChanged", R"({"status": 3})");
+        mService.sendEvent("serviceStatusChanged", R"({"status": 0})");
     }
 
     void expectEnd(const QByteArray& pOut, const QByteArray& pErr, int pStatus)
     {
-        const Program::Result tResult = mProgram->wait();
-        EXPECT_EQ(tResult.mOut, mSoFar + pOut);
-        EXPECT_EQ(tResult.mErr, pErr);
-        EXPECT_EQ(tResult.mStatus, pStatus);
+        expectResult(mProgram->wait(), mSoFar + pOut, pErr, pStatus);
     }
 
     std::unique_ptr<Program> mProgram;
@@ -281,10 +275,10 @@ TEST_P(CancelTest, AnInterruptAbortsAtOnceOnlyWhereThatIsSafe)
     mProgram->signal(SIGINT);
     if (!tSafe) {
         ASSERT_TRUE(mProgram->waitForOutput(sWarning));
-        EXPECT_FALSE(mService.calls().contains(QStringLiteral("abortUpdate")));
+        EXPECT_FALSE(mService.calls().contains(q("abortUpdate")));
         mProgram->signal(SIGINT);
     }
-    ASSERT_TRUE(mService.waitForCall(QStringLiteral("abortUpdate")));
+    ASSERT_TRUE(mService.waitForCall("abortUpdate"));
     end(4);
     expectEnd((tSafe ? QByteArray() : sClear + sWarning) + sClear + sAborting + sClear + sFinished, "", 104);
     EXPECT_TRUE(mInstallation.log().contains("Update was canceled (activity  = "));
@@ -297,7 +291,7 @@ TEST_F(CancelTest, AForcedRequestAsksNobody)
     for (const int tSignal : {SIGTERM, SIGHUP}) {
         start(5);
         mProgram->signal(tSignal);
-        ASSERT_TRUE(mService.waitForCall(QStringLiteral("abortUpdate"), tSignal == SIGTERM ? 1 : 2));
+        ASSERT_TRUE(mService.waitForCall("abortUpdate", tSignal == SIGTERM ? 1 : 2));
         end(4);
         expectEnd(sClear + sAborting + sClear + sFinished, "", 104);
     }
@@ -307,36 +301,36 @@ TEST_F(CancelTest, EveryFurtherInterruptAbortsAgain)
 {
     start(1);
     mProgram->signal(SIGINT);
-    ASSERT_TRUE(mService.waitForCall(QStringLiteral("abortUpdate")));
+    ASSERT_TRUE(mService.waitForCall("abortUpdate"));
     mProgram->signal(SIGINT);
-    ASSERT_TRUE(mService.waitForCall(QStringLiteral("abortUpdate"), 2));
+    ASSERT_TRUE(mService.waitForCall("abortUpdate", 2));
     end(1);
     expectEnd(sClear + sAborting + sClear + sAborting + sClear + sFinished, "", 0);
 }
 
 TEST_F(CancelTest, AServiceThatRefusesToAbortIsLeft)
 {
-    mService.refuse(QStringLiteral("abortUpdate"));
+    mService.refuse("abortUpdate");
     start(1);
     mProgram->signal(SIGINT);
-    ASSERT_TRUE(mService.waitForCall(QStringLiteral("abortUpdate")));
+    ASSERT_TRUE(mService.waitForCall("abortUpdate"));
     // The run goes on and comes to its end, which is heard all the same.
     ASSERT_TRUE(mService.waitForHangUp());
     end(1);
     expectEnd(sClear + sAborting + sClear, "Lost connection to the service\n", 1);
-    EXPECT_FALSE(mService.calls().contains(QStringLiteral("quitService")));
+    EXPECT_FALSE(mService.calls().contains(q("quitService")));
 }
 
 // On a terminal Ctrl-C reaches all that runs there, and the progress line is in the way.
 TEST_F(ClientTest, CtrlCOnATerminalWarnsOnALineOfItsOwn)
 {
-    mService.answer(QStringLiteral("getServiceProgress"), progress("5", "1", "2"));
+    mService.answer("getServiceProgress", progress("5", "1", "2"));
     const std::unique_ptr<Program> tProgram = mInstallation.start({"update"}, Program::Console::Terminal);
     ASSERT_TRUE(tProgram->waitForOutput("(50% complete)"));
     tProgram->write("\x03");
     ASSERT_TRUE(tProgram->waitForOutput(sClear + sWarning));
     tProgram->write("\x03");
     ASSERT_TRUE(tProgram->waitForOutput(sClear + sAborting));
-    mService.sendEvent(QStringLiteral("serviceStatusChanged"), R"({"status": 0})");
+    mService.sendEvent("serviceStatusChanged", R"({"status": 0})");
     EXPECT_TRUE(tProgram->wait().mOut.endsWith(sClear + sFinished));
 }

@@ -1,8 +1,6 @@
 #include "Machine.h"
+#include "Test.h"
 
-#include <gtest/gtest.h>
-
-#include <QtCore/QElapsedTimer>
 #include <QtCore/QThread>
 
 #include <random>
@@ -24,19 +22,18 @@ TEST(Kill, AtAnyMomentLeavesTheOldOrTheNewPackagesWhole)
     const unsigned tSeed = std::random_device()();
     SCOPED_TRACE(::testing::Message() << "seed " << tSeed);
     std::mt19937 tRandom(tSeed);
-    const QList<QString> tPackages{QStringLiteral("viewer"), QStringLiteral("planner"),
-                                   QStringLiteral("charts")};
+    const QList<QString> tPackages{q("viewer"), q("planner"), q("charts")};
 
     Machine tMachine;
     const auto tPublish = [&](const QString& pVersion) {
         for (const QString& tPackage : tPackages) {
-            const bool tData = tPackage == QLatin1String("charts");
+            const bool tData = tPackage == q("charts");
             tMachine.add(tPackage, pVersion, {"--kind", tData ? "data" : "application"},
                          Machine::files(tPackage, pVersion, 40));
         }
         tMachine.publish();
     };
-    tPublish(QStringLiteral("1"));
+    tPublish(q("1"));
     QElapsedTimer tTimer;
     tTimer.start();
     ASSERT_EQ(tMachine.rkm({"update"}).mStatus, 0);
@@ -56,14 +53,13 @@ TEST(Kill, AtAnyMomentLeavesTheOldOrTheNewPackagesWhole)
         tService->wait();
 
         const QString tFound = tMachine.installedVersion(tPackages.first());
-        ASSERT_TRUE(tFound == tVersion || tFound == tLast)
-            << "round " << tRound << ": " << tFound.toStdString();
+        ASSERT_TRUE(tFound == tVersion || tFound == tLast) << "round " << tRound << ": " << tFound;
         (tFound == tVersion ? tNew : tOld) += 1;
         for (const QString& tPackage : tPackages) {
             ASSERT_EQ(tMachine.installedVersion(tPackage), tFound) << "round " << tRound;
         }
         const Program::Result tResult = tMachine.rkm({"update"});
-        ASSERT_EQ(tResult.mStatus, 0) << "round " << tRound << ": " << tResult.mOut.toStdString();
+        ASSERT_EQ(tResult.mStatus, 0) << "round " << tRound << ": " << tResult.mOut;
         for (const QString& tPackage : tPackages) {
             ASSERT_EQ(tMachine.installedVersion(tPackage), tVersion) << "round " << tRound;
         }

@@ -1,6 +1,5 @@
 #include "Machine.h"
-
-#include <gtest/gtest.h>
+#include "Test.h"
 
 // What one command sets the next one shows, also when the service was killed in between.
 
@@ -61,30 +60,26 @@ const RoundTrip sRoundTrips[] = {
      "1) main\n"},
 };
 
-class Settings : public ::testing::TestWithParam<RoundTrip>
-{
-};
+} // namespace
 
-TEST_P(Settings, OutliveAKilledService)
+TEST(Settings, OutliveAKilledService)
 {
     Machine tMachine;
-    const auto tService = tMachine.startService();
-    const Program::Result tSet = tMachine.rkm(GetParam().mSet);
-    ASSERT_EQ(tSet.mStatus, 0) << tSet.mErr.toStdString();
-    tService->signal(SIGKILL);
-    tService->wait();
+    for (const RoundTrip& tRoundTrip : sRoundTrips) {
+        SCOPED_TRACE(tRoundTrip.mName);
+        const auto tService = tMachine.startService();
+        const Program::Result tSet = tMachine.rkm(tRoundTrip.mSet);
+        ASSERT_EQ(tSet.mStatus, 0) << tSet.mErr;
+        tService->signal(SIGKILL);
+        tService->wait();
 
-    const Program::Result tShown = tMachine.rkm(GetParam().mShow);
-    EXPECT_EQ(tShown.mStatus, 0) << tShown.mErr.toStdString();
-    EXPECT_TRUE(tShown.mOut.contains(GetParam().mExpected)) << tShown.mOut.toStdString();
-    EXPECT_FALSE(tShown.mOut.contains("secret"));
-    EXPECT_FALSE(tMachine.installation().readFile(QStringLiteral("log/vkservice.log")).contains("secret"));
+        const Program::Result tShown = tMachine.rkm(tRoundTrip.mShow);
+        EXPECT_EQ(tShown.mStatus, 0) << tShown.mErr;
+        EXPECT_TRUE(tShown.mOut.contains(tRoundTrip.mExpected)) << tShown.mOut;
+        EXPECT_FALSE(tShown.mOut.contains("secret"));
+    }
+    EXPECT_FALSE(tMachine.installation().readFile("log/vkservice.log").contains("secret"));
 }
-
-INSTANTIATE_TEST_SUITE_P(All, Settings, ::testing::ValuesIn(sRoundTrips),
-                         [](const auto& pInfo) { return pInfo.param.mName; });
-
-} // namespace
 
 TEST(Servers, TheListAndTheDefaultServerAreOneThing)
 {
@@ -97,7 +92,7 @@ TEST(Servers, TheListAndTheDefaultServerAreOneThing)
     EXPECT_EQ(tMachine.rkm({"show-settings", "-s"}).mOut,
               "Default server: https://mirror.example/ (username=ann)\n");
     const QByteArray tList = tMachine.rkm({"list-servers"}).mOut;
-    EXPECT_EQ(tList.count("Default server: yes"), 1) << tList.toStdString();
+    EXPECT_EQ(tList.count("Default server: yes"), 1) << tList;
 
     ASSERT_EQ(tMachine.rkm({"remove-server", "-m", "mirror"}).mStatus, 0);
     EXPECT_EQ(tMachine.rkm({"show-settings", "-s"}).mOut, "Default server:  (username=)\n");

@@ -1,8 +1,6 @@
 #include "Machine.h"
+#include "Test.h"
 
-#include <gtest/gtest.h>
-
-#include <QtCore/QFileInfo>
 #include <QtCore/QProcess>
 
 // The whole way of an update: vkpublish, rkm, the worker that it starts, and what is on the disk afterwards.
@@ -10,65 +8,64 @@
 TEST(Update, InstallsThenFindsNothingThenTakesTheNewerVersion)
 {
     Machine tMachine;
-    tMachine.add(QStringLiteral("viewer"), QStringLiteral("1.0.0"),
-                 {"--title", "en=Viewer", "--requires", "charts"});
-    tMachine.add(QStringLiteral("charts"), QStringLiteral("7.1"), {"--kind", "data", "--title", "en=Charts"});
+    tMachine.add("viewer", "1.0.0", {"--title", "en=Viewer", "--requires", "charts"});
+    tMachine.add("charts", "7.1", {"--kind", "data", "--title", "en=Charts"});
     tMachine.publish();
 
     Program::Result tResult = tMachine.rkm({"update"});
     EXPECT_EQ(Machine::afterProgress(tResult.mOut), "Update finished: 2 packages were updated.\n");
     EXPECT_EQ(tResult.mErr, "");
     EXPECT_EQ(tResult.mStatus, 0);
-    EXPECT_EQ(tMachine.installedVersion(QStringLiteral("viewer")), QStringLiteral("1.0.0"));
-    EXPECT_EQ(tMachine.installedVersion(QStringLiteral("charts")), QStringLiteral("7.1"));
+    EXPECT_EQ(tMachine.installedVersion("viewer"), q("1.0.0"));
+    EXPECT_EQ(tMachine.installedVersion("charts"), q("7.1"));
 
     tResult = tMachine.rkm({"update", "--quiet"});
-    EXPECT_TRUE(tResult.mOut.startsWith("\x1b[1G\x1b[KUpdate started")) << tResult.mOut.toStdString();
+    EXPECT_TRUE(tResult.mOut.startsWith("\x1b[1G\x1b[KUpdate started")) << tResult.mOut;
     EXPECT_EQ(Machine::afterProgress(tResult.mOut), "Update finished: All packages are up to date.\n");
     EXPECT_EQ(tResult.mStatus, 0);
 
-    tMachine.add(QStringLiteral("viewer"), QStringLiteral("1.2.0"),
+    tMachine.add("viewer", "1.2.0",
                  {"--title", "en=Viewer", "--requires", "charts", "--report", "en=Faster."});
     tMachine.publish();
     tResult = tMachine.rkm({"update"});
     EXPECT_EQ(Machine::afterProgress(tResult.mOut), "Update finished: 1 package was updated.\n");
-    EXPECT_EQ(tMachine.installedVersion(QStringLiteral("viewer")), QStringLiteral("1.2.0"));
+    EXPECT_EQ(tMachine.installedVersion("viewer"), q("1.2.0"));
 
     const QByteArray tLog = tMachine.rkm({"install-log", "--interval=1h"}).mOut;
-    EXPECT_EQ(tLog.count("Name: Viewer\n"), 2) << tLog.toStdString();
+    EXPECT_EQ(tLog.count("Name: Viewer\n"), 2) << tLog;
     EXPECT_EQ(tLog.count("Name: Charts\n"), 0) << "it came along with the viewer";
-    EXPECT_TRUE(tLog.contains("Status: OK\nInstall report: Faster.\n\n")) << tLog.toStdString();
+    EXPECT_TRUE(tLog.contains("Status: OK\nInstall report: Faster.\n\n")) << tLog;
     EXPECT_EQ(tMachine.rkm({"install-log", "-a"}).mOut.count("Name: Charts\n"), 1);
 }
 
 TEST(Update, WithoutWaitingLeavesTheWorkToTheRunningService)
 {
     Machine tMachine;
-    tMachine.add(QStringLiteral("viewer"), QStringLiteral("1.0.0"));
+    tMachine.add("viewer", "1.0.0");
     tMachine.publish();
     const auto tService = tMachine.startService();
 
     EXPECT_EQ(tMachine.rkm({"update", "--no-wait"}).mStatus, 0);
     // Joins the run under way, or finds nothing left to do.
     EXPECT_EQ(tMachine.rkm({"update"}).mStatus, 0);
-    EXPECT_EQ(tMachine.installedVersion(QStringLiteral("viewer")), QStringLiteral("1.0.0"));
+    EXPECT_EQ(tMachine.installedVersion("viewer"), q("1.0.0"));
 }
 
 TEST(Update, WaitsForTheApplicationAndObeysTheSecondCtrlC)
 {
     Machine tMachine;
     const QList<QByteArray> tOptions{"--executable", "bin/viewer", "--title", "en=Viewer"};
-    QFile tSleep(QStringLiteral("/bin/sleep"));
+    QFile tSleep(q("/bin/sleep"));
     ASSERT_TRUE(tSleep.open(QIODevice::ReadOnly));
-    Machine::Files tFiles = Machine::files(QStringLiteral("viewer"), QStringLiteral("1.0.0"));
-    tFiles.insert(QStringLiteral("bin/viewer"), tSleep.readAll());
+    Machine::Files tFiles = Machine::files("viewer", "1.0.0");
+    tFiles.insert(q("bin/viewer"), tSleep.readAll());
     const auto tAdd = [&](const char* pVersion) {
-        const QString tVersion = QString::fromLatin1(pVersion);
-        tFiles[QStringLiteral("version")] = tVersion.toUtf8();
-        tMachine.installation().writeFile(QStringLiteral("sources/viewer-%1/bin/viewer").arg(tVersion), "");
-        QFile::setPermissions(tMachine.path(QStringLiteral("sources/viewer-%1/bin/viewer").arg(tVersion)),
+        const QString tVersion = q(pVersion);
+        tFiles[q("version")] = tVersion.toUtf8();
+        tMachine.installation().writeFile(q("sources/viewer-%1/bin/viewer").arg(tVersion), "");
+        QFile::setPermissions(tMachine.path(q("sources/viewer-%1/bin/viewer").arg(tVersion)),
                               QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        tMachine.add(QStringLiteral("viewer"), tVersion, tOptions, tFiles);
+        tMachine.add("viewer", tVersion, tOptions, tFiles);
         tMachine.publish();
     };
     tAdd("1.0.0");
@@ -76,19 +73,17 @@ TEST(Update, WaitsForTheApplicationAndObeysTheSecondCtrlC)
     tAdd("2.0.0");
 
     QProcess tApplication;
-    tApplication.start(tMachine.path(QStringLiteral("installed/current/viewer/bin/viewer")),
-                       {QStringLiteral("60")});
+    tApplication.start(tMachine.path("installed/current/viewer/bin/viewer"), {q("60")});
     ASSERT_TRUE(tApplication.waitForStarted());
 
     auto tUpdate = tMachine.installation().start({"update"}, Program::Console::Terminal);
-    ASSERT_TRUE(tUpdate->waitForOutput("Waiting for Tavo applications to be closed."))
-        << tUpdate->output().toStdString();
+    ASSERT_TRUE(tUpdate->waitForOutput("Waiting for Tavo applications to be closed.")) << tUpdate->output();
     tUpdate->signal(SIGINT);
     ASSERT_TRUE(tUpdate->waitForOutput("please press Ctrl-C again."));
     tUpdate->signal(SIGINT);
     ASSERT_TRUE(tUpdate->waitForOutput("Aborting update ..."));
     EXPECT_EQ(tUpdate->wait().mStatus, 104);
-    EXPECT_EQ(tMachine.installedVersion(QStringLiteral("viewer")), QStringLiteral("1.0.0"));
+    EXPECT_EQ(tMachine.installedVersion("viewer"), q("1.0.0"));
 
     tUpdate = tMachine.installation().start({"update"}, Program::Console::Terminal);
     ASSERT_TRUE(tUpdate->waitForOutput("Waiting for Tavo applications to be closed."));
@@ -97,5 +92,5 @@ TEST(Update, WaitsForTheApplicationAndObeysTheSecondCtrlC)
     const Program::Result tResult = tUpdate->wait();
     EXPECT_EQ(tResult.mStatus, 0);
     EXPECT_TRUE(tResult.mOut.contains("Viewer")) << "the message names the application";
-    EXPECT_EQ(tMachine.installedVersion(QStringLiteral("viewer")), QStringLiteral("2.0.0"));
+    EXPECT_EQ(tMachine.installedVersion("viewer"), q("2.0.0"));
 }

@@ -1,8 +1,5 @@
 #include "ServiceRig.h"
 
-#include <QtCore/QFile>
-#include <QtCore/QFileInfo>
-
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,11 +19,11 @@ TEST_F(ServiceTest, CommandLine)
         {"-s=", 2, "", "Unknown argument: -s="}, {"update", 2, "", "Unknown argument: update"},
     };
     for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mArgument.toStdString());
+        SCOPED_TRACE(tCase.mArgument);
         const Program::Result tResult = mRig.startAnother({tCase.mArgument})->wait();
         EXPECT_EQ(tResult.mStatus, tCase.mStatus);
-        EXPECT_TRUE(tResult.mOut.startsWith(tCase.mOut)) << tResult.mOut.toStdString();
-        EXPECT_TRUE(tResult.mErr.startsWith(tCase.mErr)) << tResult.mErr.toStdString();
+        EXPECT_TRUE(tResult.mOut.startsWith(tCase.mOut)) << tResult.mOut;
+        EXPECT_TRUE(tResult.mErr.startsWith(tCase.mErr)) << tResult.mErr;
     }
     EXPECT_FALSE(QFile::exists(mRig.state("state.db")));
 }
@@ -34,58 +31,36 @@ TEST_F(ServiceTest, CommandLine)
 TEST_F(ServiceTest, SecondServiceRefusesAndLeavesTheFirstAlone)
 {
     mRig.start();
-    const Program::Result tSameState = mRig.startAnother({"-e", "-worker", "-s=other"})->wait();
-    EXPECT_EQ(tSameState.mStatus, 1);
-    EXPECT_TRUE(tSameState.mErr.contains("Another service is using the state directory"))
-        << tSameState.mErr.toStdString();
+    expectRefusal(mRig.startAnother({"-e", "-worker", "-s=other"})->wait(),
+                  "Another service is using the state directory");
 
     ServiceRig tOther;
     const QByteArray tSocket = "-s=" + QFile::encodeName(mRig.socket());
-    const Program::Result tSameSocket = tOther.startAnother({"-e", "-worker", tSocket})->wait();
-    EXPECT_EQ(tSameSocket.mStatus, 1);
-    EXPECT_TRUE(tSameSocket.mErr.contains("Another service is listening")) << tSameSocket.mErr.toStdString();
+    expectRefusal(tOther.startAnother({"-e", "-worker", tSocket})->wait(), "Another service is listening");
 
-    EXPECT_EQ(mRig.connect().call(QStringLiteral("ping")), QJsonValue(true));
-}
-
-TEST_F(ServiceTest, SocketOfAKilledServiceIsTakenOver)
-{
-    mRig.start();
-    mRig.program().signal(SIGKILL);
-    mRig.program().wait();
-    ASSERT_TRUE(QFileInfo::exists(mRig.socket()));
-    mRig.start();
-    struct stat tStat = {};
-    ASSERT_EQ(::lstat(QFile::encodeName(mRig.socket()).constData(), &tStat), 0);
-    EXPECT_EQ(tStat.st_mode & 0777, 0600u);
-    EXPECT_EQ(mRig.connect().call(QStringLiteral("quitService")), QJsonValue(true));
-    EXPECT_EQ(mRig.program().wait().mStatus, 0);
-    EXPECT_FALSE(QFileInfo::exists(mRig.socket()));
+    EXPECT_EQ(mRig.connect().call("ping"), true);
 }
 
 TEST_F(ServiceTest, FileThatIsNoSocketIsLeftAlone)
 {
-    mRig.installation().writeFile(QStringLiteral("tmp/vkservice"), "precious");
-    const Program::Result tResult = mRig.startAnother()->wait();
-    EXPECT_EQ(tResult.mStatus, 1);
-    EXPECT_TRUE(tResult.mErr.contains("can't be made")) << tResult.mErr.toStdString();
-    EXPECT_EQ(mRig.installation().readFile(QStringLiteral("tmp/vkservice")), "precious");
+    mRig.installation().writeFile("tmp/vkservice", "precious");
+    expectRefusal(mRig.startAnother()->wait(), "can't be made");
+    EXPECT_EQ(mRig.installation().readFile("tmp/vkservice"), "precious");
 }
 
 TEST_F(ServiceTest, SocketOfAnotherServiceIsNotRemovedAtTheEnd)
 {
-    mRig.start();
-    RawPeer tPeer = mRig.connect();
+    RawPeer tPeer = mRig.startAndConnect();
     ASSERT_TRUE(QFile::remove(mRig.socket()));
-    mRig.installation().writeFile(QStringLiteral("tmp/vkservice"), "somebody else's by now");
-    EXPECT_EQ(tPeer.call(QStringLiteral("quitService")), QJsonValue(true));
+    mRig.installation().writeFile("tmp/vkservice", "somebody else's by now");
+    EXPECT_EQ(tPeer.call("quitService"), true);
     EXPECT_EQ(mRig.program().wait().mStatus, 0);
     EXPECT_TRUE(QFile::exists(mRig.socket()));
 }
 
 TEST_F(ServiceTest, PlaceOfTheSocket)
 {
-    const QString tAbsolute = mRig.installation().path(QStringLiteral("named.socket"));
+    const QString tAbsolute = mRig.installation().path("named.socket");
     const struct
     {
         QByteArray mConfigured;
@@ -93,32 +68,32 @@ TEST_F(ServiceTest, PlaceOfTheSocket)
         QString mSocket;
     } tCases[] = {
         {"", {"-e", "-worker"}, mRig.installation().socketPath()},
-        {"", {"-e", "-worker", "-s=given"}, mRig.installation().socketPath(QStringLiteral("given"))},
-        {"socketName = \"set\"\n", {"-e", "-worker"}, mRig.installation().socketPath(QStringLiteral("set"))},
+        {"", {"-e", "-worker", "-s=given"}, mRig.installation().socketPath("given")},
+        {"socketName = \"set\"\n", {"-e", "-worker"}, mRig.installation().socketPath("set")},
         {"socketName = \"set\"\n", {"-e", "-worker", "-s=" + tAbsolute.toUtf8()}, tAbsolute},
     };
     for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mSocket.toStdString());
+        SCOPED_TRACE(tCase.mSocket);
         mRig.configure(tCase.mConfigured);
         const auto tService = mRig.startAnother(tCase.mArguments);
-        EXPECT_EQ(RawPeer(tCase.mSocket).call(QStringLiteral("ping")), QJsonValue(true));
+        EXPECT_EQ(RawPeer(tCase.mSocket).call("ping"), true);
         tService->signal(SIGTERM);
         EXPECT_EQ(tService->wait().mStatus, 0);
     }
-    const Program::Result tLong = mRig.startAnother({"-e", "-s=/" + QByteArray(200, 'x')})->wait();
-    EXPECT_EQ(tLong.mStatus, 1);
-    EXPECT_TRUE(tLong.mErr.contains("too long")) << tLong.mErr.toStdString();
+    expectRefusal(mRig.startAnother({"-e", "-s=/" + QByteArray(200, 'x')})->wait(), "too long");
 }
 
 TEST_F(ServiceTest, SignalsEndItInOrder)
 {
     for (const int tSignal : {SIGTERM, SIGINT}) {
         SCOPED_TRACE(tSignal);
-        mRig.start();
-        RawPeer tMonitor = mRig.connect();
-        ASSERT_EQ(tMonitor.call(QStringLiteral("enterMonitorMode")), QJsonValue(true));
+        RawPeer tMonitor = mRig.startAndConnect();
+        ASSERT_EQ(tMonitor.call("enterMonitorMode"), true);
+        struct stat tStat = {};
+        ASSERT_EQ(::lstat(QFile::encodeName(mRig.socket()).constData(), &tStat), 0);
+        EXPECT_EQ(tStat.st_mode & 0777, 0600u);
         mRig.program().signal(tSignal);
-        EXPECT_TRUE(tMonitor.waitForEvent(QStringLiteral("quitRequestReceived")));
+        EXPECT_TRUE(tMonitor.waitForEvent("quitRequestReceived"));
         EXPECT_TRUE(tMonitor.waitForEnd());
         EXPECT_EQ(mRig.program().wait().mStatus, 0);
         EXPECT_FALSE(QFileInfo::exists(mRig.socket()));
@@ -131,29 +106,24 @@ TEST_F(ServiceTest, HangupReloadsTheConfiguration)
     mRig.configure("update.waitForApps = 31\n");
     mRig.program().signal(SIGHUP);
     RawPeer tPeer = mRig.connect();
-    const QJsonObject tName = json(R"({"name": "update.waitForApps", "default": ""})");
-    for (int i = 0; i < 1000 && tPeer.call(QStringLiteral("getConfigValue"), tName) != QStringLiteral("31");
-         ++i) {
+    const QJsonObject tName = Json(R"({"name": "update.waitForApps", "default": ""})");
+    for (int i = 0; i < 1000 && tPeer.call("getConfigValue", tName) != q("31"); ++i) {
     }
-    EXPECT_EQ(tPeer.call(QStringLiteral("getConfigValue"), tName), QJsonValue(QStringLiteral("31")));
+    EXPECT_EQ(tPeer.call("getConfigValue", tName), q("31"));
 }
 
 // The shell is the worker's parent; it is killed while a client is still there.
 TEST_F(ServiceTest, WorkerEndsWithItsParentAndItsLastClient)
 {
-    const QByteArray tService = mRig.installation().path(QStringLiteral("bin/vkservice")).toUtf8();
-    Program tShell(QStringLiteral("/bin/sh"), {"-c", tService + " -e -worker & wait"},
-                   mRig.installation().environment());
+    const QByteArray tService = mRig.installation().path("bin/vkservice").toUtf8();
+    Program tShell(q("/bin/sh"), {"-c", tService + " -e -worker & wait"}, mRig.installation().environment());
     auto tClient = std::make_unique<RawPeer>(mRig.socket());
     const pid_t tPid =
-        tClient->call(QStringLiteral("hello"), json(R"({"protocol": 1, "client": "c", "version": ""})"))
-            .toObject()
-            .value(QLatin1String("pid"))
-            .toInt();
+        tClient->call("hello", R"({"protocol": 1, "client": "c", "version": ""})")[q("pid")].toInt();
     ASSERT_GT(tPid, 0);
     ASSERT_NE(tPid, tShell.pid());
     tShell.signal(SIGKILL);
-    EXPECT_EQ(tClient->call(QStringLiteral("ping")), QJsonValue(true));
+    EXPECT_EQ(tClient->call("ping"), true);
     tClient.reset();
     for (int i = 0; i < 2000 && QFileInfo::exists(mRig.socket()); ++i) {
         ::usleep(5000);
@@ -181,14 +151,10 @@ TEST_F(ServiceTest, StartThatCannotWorkSaysWhy)
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mWhat);
         mRig.configure(tCase.mConfigured);
-        const Program::Result tResult = mRig.startAnother()->wait();
-        EXPECT_EQ(tResult.mStatus, 1);
-        EXPECT_TRUE(tResult.mErr.contains(tCase.mError)) << tResult.mErr.toStdString();
+        expectRefusal(mRig.startAnother()->wait(), tCase.mError);
         EXPECT_FALSE(QFileInfo::exists(mRig.socket()));
     }
     ServiceRig tFresh;
-    tFresh.installation().writeFile(QStringLiteral("state"), "a file in the folder's place");
-    const Program::Result tResult = tFresh.startAnother()->wait();
-    EXPECT_EQ(tResult.mStatus, 1);
-    EXPECT_TRUE(tResult.mErr.contains("state directory")) << tResult.mErr.toStdString();
+    tFresh.installation().writeFile("state", "a file in the folder's place");
+    expectRefusal(tFresh.startAnother()->wait(), "state directory");
 }

@@ -2,14 +2,10 @@
 
 #include "sqlite/Database.h"
 
-#include <QtCore/QFile>
-#include <QtCore/QJsonArray>
-
 #include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <atomic>
-#include <csignal>
 #include <thread>
 #include <vector>
 
@@ -20,15 +16,8 @@ namespace {
 // The most memory that the process has had in use so far, in KiB.
 qint64 peakKb(int pPid)
 {
-    QFile tFile(QStringLiteral("/proc/%1/status").arg(pPid));
-    if (tFile.open(QIODevice::ReadOnly)) {
-        for (const QByteArray& tLine : tFile.readAll().split('\n')) {
-            if (tLine.startsWith("VmHWM:")) {
-                return tLine.mid(6).trimmed().split(' ').first().toLongLong();
-            }
-        }
-    }
-    return -1;
+    const QString tStatus = q(readFile(q("/proc/%1/status").arg(pPid)));
+    return tStatus.section(q("VmHWM:"), 1).simplified().section(u' ', 0, 0).toLongLong();
 }
 
 #ifdef __SANITIZE_ADDRESS__ // which keeps freed memory back for a while, up to 256 MiB
@@ -57,7 +46,7 @@ TEST_F(ServiceTest, ManyPeersIdleBusyDeafAndFlooding)
         ASSERT_TRUE(tIdle.back().isConnected());
     }
     for (RawPeer& tOne : tIdle) {
-        ASSERT_EQ(tOne.call(QStringLiteral("ping")), QJsonValue(true));
+        ASSERT_EQ(tOne.call("ping"), true);
     }
 
     std::atomic<bool> tStop = false;
@@ -67,7 +56,7 @@ TEST_F(ServiceTest, ManyPeersIdleBusyDeafAndFlooding)
         tThreads.emplace_back([&] {
             RawPeer tBusy(mRig.socket());
             while (!tStop) {
-                if (tBusy.call(QStringLiteral("getMonitoringSettings")).isObject()) {
+                if (tBusy.call("getMonitoringSettings").isObject()) {
                     ++tAnswers;
                 } else {
                     ADD_FAILURE() << "a busy peer got no answer";
@@ -91,7 +80,7 @@ TEST_F(ServiceTest, ManyPeersIdleBusyDeafAndFlooding)
         tReader.join();
     });
     for (int i = 0; i < 300; ++i) {
-        EXPECT_EQ(tPeer.call(QStringLiteral("ping")), QJsonValue(true));
+        EXPECT_EQ(tPeer.call("ping"), true);
     }
     tStop = true;
     for (std::thread& tThread : tThreads) {
@@ -100,7 +89,7 @@ TEST_F(ServiceTest, ManyPeersIdleBusyDeafAndFlooding)
     EXPECT_GT(tAnswers, 50);
     EXPECT_LT(peakKb(tPid) - tBefore, sMaxGrowthKb);
     for (RawPeer& tOne : tIdle) {
-        ASSERT_EQ(tOne.call(QStringLiteral("ping")), QJsonValue(true));
+        ASSERT_EQ(tOne.call("ping"), true);
     }
 }
 
@@ -112,10 +101,10 @@ TEST_F(ServiceTest, PeerThatNeverReadsIsDroppedAndOthersAreNot)
     RawPeer tSlow = mRig.connect();
     tSlow.send(R"({"jsonrpc":"2.0","id":1,"method":"pi)");
 
-    const QJsonObject tName{{QStringLiteral("name"), QStringLiteral("big")}};
+    const QJsonObject tName{{q("name"), q("big")}};
     QJsonObject tBig = tName;
-    tBig.insert(QStringLiteral("value"), QString(900 * 1024, u'x'));
-    ASSERT_EQ(tPeer.errorOf(QStringLiteral("setConfigValue"), tBig), 0);
+    tBig.insert(q("value"), QString(900 * 1024, u'x'));
+    ASSERT_EQ(tPeer.errorOf("setConfigValue", tBig), 0);
     const qint64 tBefore = peakKb(tPid);
     RawPeer tDeaf = mRig.connect();
     QByteArray tRequests;
@@ -126,35 +115,31 @@ TEST_F(ServiceTest, PeerThatNeverReadsIsDroppedAndOthersAreNot)
     }
     tDeaf.send(tRequests);
     for (int i = 0; i < 200; ++i) {
-        EXPECT_EQ(tPeer.call(QStringLiteral("ping")), QJsonValue(true));
+        EXPECT_EQ(tPeer.call("ping"), true);
     }
     EXPECT_TRUE(tDeaf.waitForEnd());
     EXPECT_LT(peakKb(tPid) - tBefore, sMaxGrowthKb);
     EXPECT_TRUE(mRig.log().contains("owed more than 16 MiB")) << mRig.log().toStdString();
 
     tSlow.send("ng\",\"params\":{}}\n");
-    EXPECT_EQ(json(tSlow.readLine().value_or(QByteArray())).value(QLatin1String("result")), QJsonValue(true));
+    EXPECT_EQ(Json(tSlow.readLine().value_or(QByteArray())).value(q("result")), true);
 }
 
 TEST_F(ServiceTest, TenThousandServersAreListed)
 {
     mRig.start();
-    mRig.program().signal(SIGTERM);
-    ASSERT_EQ(mRig.program().wait().mStatus, 0);
+    ASSERT_EQ(mRig.stop(), 0);
     Database tDatabase;
     ASSERT_TRUE(tDatabase.open(mRig.state("state.db"), Database::Mode::ReadWrite));
     ASSERT_TRUE(
         tDatabase.execute("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 10000) "
                           "INSERT INTO servers (name, uri, user, enabled, isDefault, savePassword) "
                           "SELECT 'server ' || i, 'https://updates.example.com/' || i, '', 1, 0, 0 FROM n"))
-        << tDatabase.errorText().toStdString();
+        << tDatabase.errorText();
     tDatabase.close();
-    mRig.start();
-    RawPeer tPeer = mRig.connect();
-    const QJsonObject tList = tPeer.call(QStringLiteral("getServerList")).toObject();
-    EXPECT_EQ(tList.value(QLatin1String("servers")).toArray().size(), 10000);
-    EXPECT_EQ(tPeer.call(QStringLiteral("removeServer"),
-                         {{QStringLiteral("index"), 9999},
-                          {QStringLiteral("revision"), tList.value(QLatin1String("revision"))}}),
-              QJsonValue(true));
+    RawPeer tPeer = mRig.startAndConnect();
+    const QJsonObject tList = tPeer.call("getServerList").toObject();
+    EXPECT_EQ(tList.value(q("servers")).toArray().size(), 10000);
+    EXPECT_EQ(tPeer.call("removeServer", {{q("index"), 9999}, {q("revision"), tList.value(q("revision"))}}),
+              true);
 }

@@ -1,7 +1,5 @@
 #include "ServiceRig.h"
 
-#include <QtCore/QJsonArray>
-
 namespace {
 
 constexpr int sInvalidParams = -32602;
@@ -16,6 +14,13 @@ const char* const sMonitoring = R"({"settings": {"eventMailsEnabled": true, "eve
     "date2": null}}})";
 const char* const sServer = R"({"name": "n", "uri": "https://example.com/", "userName": "u", "enabled": true,
     "default": false, "savePassword": true, "password": "p"})";
+
+QByteArray proxy(const QByteArray& pMode, const QByteArray& pPort)
+{
+    return R"({"mode": )" + pMode +
+           R"(, "proxy": {"enabled": true, "configured": false, "host": "h", "port": )" + pPort +
+           R"(, "user": "pu", "password": "hidden", "passwordChanged": true}})";
+}
 
 QByteArray serverParams(const char* pRest)
 {
@@ -43,8 +48,7 @@ QJsonObject with(QJsonObject pObject, const QString& pName, const QJsonValue& pV
 // In this order, on one connection: later rows rely on what earlier ones have set.
 TEST_F(ServiceTest, EveryMethodAnswersAsTheProtocolSays)
 {
-    mRig.start();
-    RawPeer tPeer = mRig.connect();
+    RawPeer tPeer = mRig.startAndConnect();
     const struct
     {
         const char* mMethod;
@@ -66,12 +70,9 @@ TEST_F(ServiceTest, EveryMethodAnswersAsTheProtocolSays)
          R"({"password":"secret","uri":"file:///srv/u","user":"me"})"},
         {"getDefaultServer", R"({"withPassword": false})",
          R"({"password":null,"uri":"file:///srv/u","user":"me"})"},
-        {"setNetProxySettings",
-         R"({"mode": 2, "proxy": {"enabled": true, "configured": true, "host": "h", "port": 3128,
-            "user": "pu", "password": "hidden", "passwordChanged": true}})",
-         "true"},
+        {"setNetProxySettings", proxy("2", "3128"), "true"},
         {"getNetProxySettings", "{}",
-         R"({"mode":2,"proxy":{"configured":true,"enabled":true,"host":"h","password":null,"passwordChanged":false,"port":3128,"user":"pu"}})"},
+         R"({"mode":2,"proxy":{"configured":false,"enabled":true,"host":"h","password":null,"passwordChanged":false,"port":3128,"user":"pu"}})"},
         {"getKdmlDataDirectory", "{}", R"("")"},
         {"setKdmlDataDirectory", R"({"path": "/no/such/place"})", "true"},
         {"getKdmlDataDirectory", "{}", R"("/no/such/place")"},
@@ -112,89 +113,75 @@ TEST_F(ServiceTest, EveryMethodAnswersAsTheProtocolSays)
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(std::string(tCase.mMethod) + " " + tCase.mParams.toStdString());
-        EXPECT_EQ(compact(tPeer.call(QLatin1String(tCase.mMethod), json(tCase.mParams))), tCase.mResult);
+        EXPECT_EQ(compact(tPeer.call(tCase.mMethod, tCase.mParams)), tCase.mResult);
     }
-    EXPECT_TRUE(tPeer.waitForEvent(QStringLiteral("quitRequestReceived")));
+    EXPECT_TRUE(tPeer.waitForEvent("quitRequestReceived"));
     EXPECT_EQ(mRig.program().wait().mStatus, 0);
     EXPECT_FALSE(mRig.log().contains("secret") || mRig.log().contains("hidden"));
 }
 
 TEST_F(ServiceTest, ServerListHoldsNoPasswords)
 {
-    mRig.start();
-    RawPeer tPeer = mRig.connect();
-    ASSERT_EQ(tPeer.errorOf(QStringLiteral("addServer"), json(serverParams(""))), 0);
-    const QJsonObject tList = tPeer.call(QStringLiteral("getServerList")).toObject();
-    EXPECT_GT(tList.value(QLatin1String("revision")).toInteger(), 0);
+    RawPeer tPeer = mRig.startAndConnect();
+    ASSERT_EQ(tPeer.errorOf("addServer", serverParams("")), 0);
+    const QJsonObject tList = tPeer.call("getServerList").toObject();
+    EXPECT_GT(tList.value(q("revision")).toInteger(), 0);
     EXPECT_EQ(
-        compact(tList.value(QLatin1String("servers"))),
+        compact(tList.value(q("servers"))),
         R"([{"default":false,"enabled":true,"name":"n","savePassword":true,"uri":"https://example.com/","userName":"u"}])");
 }
 
 TEST_F(ServiceTest, HelloSaysWhoAnswers)
 {
-    mRig.start();
-    RawPeer tPeer = mRig.connect();
+    RawPeer tPeer = mRig.startAndConnect();
     const QJsonObject tHello =
-        tPeer.call(QStringLiteral("hello"), json(R"({"protocol": 1, "client": "test", "version": "1"})"))
-            .toObject();
-    EXPECT_EQ(tHello.value(QLatin1String("protocol")).toInt(), 1);
-    EXPECT_EQ(tHello.value(QLatin1String("service")).toString(), QStringLiteral("vkservice"));
-    EXPECT_EQ(tHello.value(QLatin1String("pid")).toInt(), mRig.program().pid());
-    EXPECT_TRUE(tHello.value(QLatin1String("worker")).toBool());
-    EXPECT_EQ(
-        tPeer.errorOf(QStringLiteral("hello"), json(R"({"protocol": 2, "client": "t", "version": ""})")),
-        sRefused);
+        tPeer.call("hello", R"({"protocol": 1, "client": "test", "version": "1"})").toObject();
+    EXPECT_EQ(tHello.value(q("protocol")).toInt(), 1);
+    EXPECT_EQ(tHello.value(q("service")).toString(), q("vkservice"));
+    EXPECT_EQ(tHello.value(q("pid")).toInt(), mRig.program().pid());
+    EXPECT_TRUE(tHello.value(q("worker")).toBool());
+    EXPECT_EQ(tPeer.errorOf("hello", R"({"protocol": 2, "client": "t", "version": ""})"), sRefused);
 }
 
 // Each parameter of each method: missing, and of every other type.
 TEST_F(ServiceTest, WrongParametersAreTold)
 {
-    mRig.start();
-    RawPeer tPeer = mRig.connect();
-    const QJsonObject tMonitoring = json(sMonitoring).value(QLatin1String("settings")).toObject();
-    const QJsonObject tProxy =
-        json(R"({"enabled": true, "configured": true, "host": "h", "port": 1, "user": "u",
-        "password": "p", "passwordChanged": true})");
+    RawPeer tPeer = mRig.startAndConnect();
+    const QJsonObject tMonitoring = Json(sMonitoring).value(q("settings")).toObject();
     const struct
     {
         const char* mMethod;
         QJsonObject mParams;
     } tMethods[] = {
-        {"hello", json(R"({"protocol": 1, "client": "c", "version": "v"})")},
-        {"getLastServiceResult", json(R"({"thisSession": true})")},
-        {"getLastServiceResultStr", json(R"({"thisSession": true})")},
-        {"triggerUpdate", json(R"({"manual": true})")},
-        {"getDefaultServer", json(R"({"withPassword": true})")},
-        {"updateDefaultServer", json(R"({"uri": "file:///u", "user": "u", "password": "p"})")},
-        {"setNetProxySettings", {{QStringLiteral("mode"), 1}, {QStringLiteral("proxy"), tProxy}}},
-        {"setKdmlDataDirectory", json(R"({"path": "/p"})")},
-        {"setLanguages", json(R"({"app": "de", "data": "de"})")},
-        {"getConfigValue", json(R"({"name": "n", "default": "d"})")},
-        {"setConfigValue", json(R"({"name": "n", "value": "v"})")},
+        {"hello", Json(R"({"protocol": 1, "client": "c", "version": "v"})")},
+        {"getLastServiceResult", Json(R"({"thisSession": true})")},
+        {"getLastServiceResultStr", Json(R"({"thisSession": true})")},
+        {"triggerUpdate", Json(R"({"manual": true})")},
+        {"getDefaultServer", Json(R"({"withPassword": true})")},
+        {"updateDefaultServer", Json(R"({"uri": "file:///u", "user": "u", "password": "p"})")},
+        {"setNetProxySettings", Json(proxy("1", "1"))},
+        {"setKdmlDataDirectory", Json(R"({"path": "/p"})")},
+        {"setLanguages", Json(R"({"app": "de", "data": "de"})")},
+        {"getConfigValue", Json(R"({"name": "n", "default": "d"})")},
+        {"setConfigValue", Json(R"({"name": "n", "value": "v"})")},
         {"setScheduleParameters",
-         json(R"({"mode": 0, "flags": 0, "nextCheck": "2199-01-02T03:04:05", "periodCount": 1,
+         Json(R"({"mode": 0, "flags": 0, "nextCheck": "2199-01-02T03:04:05", "periodCount": 1,
             "unit": 1, "extra": "", "save": true})")},
-        {"setMonitoringSettings", {{QStringLiteral("settings"), tMonitoring}}},
-        {"addServer", {{QStringLiteral("server"), json(sServer)}}},
-        {"changeServer", {{QStringLiteral("server"), json(sServer)}, {QStringLiteral("index"), 0}}},
-        {"removeServer", json(R"({"index": 0})")},
+        {"setMonitoringSettings", {{q("settings"), tMonitoring}}},
+        {"addServer", {{q("server"), Json(sServer)}}},
+        {"changeServer", {{q("server"), Json(sServer)}, {q("index"), 0}}},
+        {"removeServer", Json(R"({"index": 0})")},
     };
-    const QJsonValue tOthers[] = {QJsonValue(QJsonValue::Undefined),
-                                  QJsonArray{1},
-                                  QJsonObject{},
-                                  1.5,
-                                  1e300,
-                                  true,
-                                  QStringLiteral("text")};
+    const QJsonValue tOthers[] = {
+        QJsonValue(QJsonValue::Undefined), QJsonArray{1}, QJsonObject{}, 1.5, 1e300, true, q("text")};
     int tAsked = 0;
     const auto tExpectRefused = [&](const char* pMethod, const QJsonObject& pParams, const QString& pName) {
         SCOPED_TRACE(std::string(pMethod) + " " +
                      QJsonDocument(pParams).toJson(QJsonDocument::Compact).toStdString());
         QJsonObject tError;
-        tPeer.call(QLatin1String(pMethod), pParams, &tError);
-        EXPECT_EQ(tError.value(QLatin1String("code")).toInt(), sInvalidParams);
-        EXPECT_TRUE(tError.value(QLatin1String("message")).toString().contains(pName));
+        tPeer.call(pMethod, pParams, &tError);
+        EXPECT_EQ(tError.value(q("code")).toInt(), sInvalidParams);
+        EXPECT_TRUE(tError.value(q("message")).toString().contains(pName));
         ++tAsked;
     };
     for (const auto& tMethod : tMethods) {
@@ -202,15 +189,14 @@ TEST_F(ServiceTest, WrongParametersAreTold)
             const QJsonValue tRight = tMethod.mParams.value(tName);
             for (const QJsonValue& tOther : tOthers) {
                 const bool tAlsoRight = tOther.type() == tRight.type() && !tOther.isDouble() &&
-                                        !tOther.isObject() && tName != QLatin1String("nextCheck");
+                                        !tOther.isObject() && tName != q("nextCheck");
                 if (!tAlsoRight) {
                     tExpectRefused(tMethod.mMethod, with(tMethod.mParams, tName, tOther), tName);
                 }
             }
             const QJsonObject tInner = tRight.toObject();
             for (const QString& tMember : tInner.keys()) {
-                if (tMember != QLatin1String("password") ||
-                    tMethod.mMethod == QByteArray("setNetProxySettings")) {
+                if (tMember != q("password") || tMethod.mMethod == QByteArray("setNetProxySettings")) {
                     tExpectRefused(tMethod.mMethod,
                                    with(tMethod.mParams, tName, with(tInner, tMember, QJsonValue::Undefined)),
                                    tName);
@@ -222,15 +208,12 @@ TEST_F(ServiceTest, WrongParametersAreTold)
         }
     }
     EXPECT_GT(tAsked, 200);
-    EXPECT_EQ(tPeer.call(QStringLiteral("getServerList")).toObject().value(QLatin1String("servers")),
-              QJsonArray())
-        << "none of them has done anything";
+    EXPECT_EQ(tPeer.call("getServerList")[q("servers")], QJsonArray()) << "none of them has done anything";
 }
 
 TEST_F(ServiceTest, ValuesWithoutMeaningAreRefused)
 {
-    mRig.start();
-    RawPeer tPeer = mRig.connect();
+    RawPeer tPeer = mRig.startAndConnect();
     const struct
     {
         const char* mMethod;
@@ -239,10 +222,9 @@ TEST_F(ServiceTest, ValuesWithoutMeaningAreRefused)
     } tCases[] = {
         {"noSuchMethod", "{}", sMethodNotFound},
         {"", "{}", sMethodNotFound},
-        {"setNetProxySettings",
-         R"({"mode": 3, "proxy": {"enabled": true, "configured": true, "host": "h", "port": 1,
-            "user": "", "password": "", "passwordChanged": false}})",
-         sInvalidParams},
+        {"setNetProxySettings", proxy("3", "1"), sInvalidParams},
+        {"setNetProxySettings", proxy("2", "-1"), sInvalidParams},
+        {"setNetProxySettings", proxy("2", "65536"), sInvalidParams},
         {"setKdmlDataDirectory", R"({"path": "relative/path"})", sRefused},
         {"setLanguages", R"({"app": "not a language", "data": null})", sRefused},
         {"setLanguages", R"({"app": "de\n", "data": null})", sRefused},
@@ -268,21 +250,20 @@ TEST_F(ServiceTest, ValuesWithoutMeaningAreRefused)
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(std::string(tCase.mMethod) + " " + tCase.mParams.toStdString());
-        EXPECT_EQ(tPeer.errorOf(QLatin1String(tCase.mMethod), json(tCase.mParams)), tCase.mError);
+        EXPECT_EQ(tPeer.errorOf(tCase.mMethod, tCase.mParams), tCase.mError);
     }
 }
 
 TEST_F(ServiceTest, ReloadTakesUpTheConfigurationOrSaysWhyNot)
 {
-    mRig.start();
-    RawPeer tPeer = mRig.connect();
-    const QJsonObject tName = json(R"({"name": "update.waitForApps", "default": ""})");
-    EXPECT_EQ(tPeer.call(QStringLiteral("getConfigValue"), tName), QJsonValue(QStringLiteral("600")));
+    RawPeer tPeer = mRig.startAndConnect();
+    const QJsonObject tName = Json(R"({"name": "update.waitForApps", "default": ""})");
+    EXPECT_EQ(tPeer.call("getConfigValue", tName), q("600"));
     mRig.configure("update.waitForApps = 30\n");
-    EXPECT_EQ(tPeer.call(QStringLiteral("getConfigValue"), tName), QJsonValue(QStringLiteral("600")));
-    EXPECT_EQ(tPeer.call(QStringLiteral("reloadConfig")), QJsonValue(true));
-    EXPECT_EQ(tPeer.call(QStringLiteral("getConfigValue"), tName), QJsonValue(QStringLiteral("30")));
+    EXPECT_EQ(tPeer.call("getConfigValue", tName), q("600"));
+    EXPECT_EQ(tPeer.call("reloadConfig"), true);
+    EXPECT_EQ(tPeer.call("getConfigValue", tName), q("30"));
     mRig.configure("this is no TOML\n");
-    EXPECT_EQ(tPeer.errorOf(QStringLiteral("reloadConfig")), sRefused);
-    EXPECT_EQ(tPeer.call(QStringLiteral("getConfigValue"), tName), QJsonValue(QStringLiteral("30")));
+    EXPECT_EQ(tPeer.errorOf("reloadConfig"), sRefused);
+    EXPECT_EQ(tPeer.call("getConfigValue", tName), q("30"));
 }

@@ -1,14 +1,9 @@
+#include "Child.h"
 #include "ServiceRig.h"
-
-#include <QtCore/QFile>
-#include <QtCore/QFileInfo>
+#include "UnixSocket.h"
 
 #include <grp.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <functional>
 
 namespace {
 
@@ -25,7 +20,7 @@ bool speaksAs(gid_t pGroup, const QList<gid_t>& pMore, const QString& pSocket)
             ::_exit(3);
         }
         RawPeer tPeer(pSocket, 0);
-        ::_exit(tPeer.isConnected() && tPeer.call(QStringLiteral("ping")) == QJsonValue(true) ? 0 : 1);
+        ::_exit(tPeer.isConnected() && tPeer.call("ping") == QJsonValue(true) ? 0 : 1);
     }
     int tStatus = 0;
     ::waitpid(tPid, &tStatus, 0);
@@ -46,7 +41,7 @@ protected:
     void openTheWay()
     {
         for (const char* tDir : {"", "tmp"}) {
-            ::chmod(QFile::encodeName(mRig.installation().path(QLatin1String(tDir))).constData(), 0755);
+            ::chmod(QFile::encodeName(mRig.installation().path(tDir)).constData(), 0755);
         }
     }
 };
@@ -57,44 +52,17 @@ const char* const sHello = R"({"protocol": 1, "client": "wizard", "version": ""}
 
 TEST_F(ServiceTest, WizardIsSeenByOthersUntilItsConnectionEnds)
 {
-    mRig.start();
-    RawPeer tPeer = mRig.connect();
-    EXPECT_EQ(tPeer.call(QStringLiteral("isVKClientActive")), QJsonValue(false));
+    RawPeer tPeer = mRig.startAndConnect();
+    EXPECT_EQ(tPeer.call("isVKClientActive"), false);
     {
         RawPeer tWizard = mRig.connect();
-        ASSERT_TRUE(tWizard.call(QStringLiteral("hello"), json(sHello)).isObject());
-        EXPECT_EQ(tPeer.call(QStringLiteral("isVKClientActive")), QJsonValue(true));
-        EXPECT_EQ(tWizard.call(QStringLiteral("isVKClientActive")), QJsonValue(false)) << "not by itself";
+        ASSERT_TRUE(tWizard.call("hello", sHello).isObject());
+        EXPECT_EQ(tPeer.call("isVKClientActive"), true);
+        EXPECT_EQ(tWizard.call("isVKClientActive"), false) << "not by itself";
     }
-    for (int i = 0; i < 1000 && tPeer.call(QStringLiteral("isVKClientActive")).toBool(); ++i) {
+    for (int i = 0; i < 1000 && tPeer.call("isVKClientActive").toBool(); ++i) {
     }
-    EXPECT_EQ(tPeer.call(QStringLiteral("isVKClientActive")), QJsonValue(false));
-}
-
-TEST_F(ServiceTest, KilledWizardIsGone)
-{
-    mRig.start();
-    int tReady[2];
-    ASSERT_EQ(::pipe(tReady), 0);
-    const pid_t tPid = ::fork();
-    if (tPid == 0) {
-        RawPeer tWizard(mRig.socket());
-        tWizard.call(QStringLiteral("hello"), json(sHello));
-        [[maybe_unused]] const auto tWritten = ::write(tReady[1], "x", 1);
-        ::pause();
-        ::_exit(0);
-    }
-    char tByte = 0;
-    ASSERT_EQ(::read(tReady[0], &tByte, 1), 1);
-    RawPeer tPeer = mRig.connect();
-    EXPECT_EQ(tPeer.call(QStringLiteral("isVKClientActive")), QJsonValue(true));
-    ::kill(tPid, SIGKILL);
-    ::waitpid(tPid, nullptr, 0);
-    for (int i = 0; i < 1000 && tPeer.call(QStringLiteral("isVKClientActive")).toBool(); ++i) {
-    }
-    EXPECT_EQ(tPeer.call(QStringLiteral("isVKClientActive")), QJsonValue(false));
-    ::close(tReady[0]);
-    ::close(tReady[1]);
+    EXPECT_EQ(tPeer.call("isVKClientActive"), false);
 }
 
 TEST_F(PeersTest, OtherUsersAreDroppedEvenWhereTheFileLetsThemIn)
@@ -104,8 +72,8 @@ TEST_F(PeersTest, OtherUsersAreDroppedEvenWhereTheFileLetsThemIn)
     EXPECT_FALSE(speaksAs(sStranger, {}, mRig.socket())) << "the mode of the file keeps them out";
     ASSERT_EQ(::chmod(QFile::encodeName(mRig.socket()).constData(), 0666), 0);
     EXPECT_FALSE(speaksAs(sStranger, {}, mRig.socket())) << "and so does the service";
-    EXPECT_TRUE(mRig.log().contains("user 65534")) << mRig.log().toStdString();
-    EXPECT_EQ(mRig.connect().call(QStringLiteral("ping")), QJsonValue(true));
+    EXPECT_TRUE(mRig.log().contains("user 65534")) << mRig.log();
+    EXPECT_EQ(mRig.connect().call("ping"), true);
 }
 
 TEST_F(PeersTest, MembersOfTheGroupMaySpeak)
@@ -129,35 +97,16 @@ TEST_F(PeersTest, MembersOfTheGroupMaySpeak)
 TEST_F(PeersTest, SocketOfAStrangerIsTakenOver)
 {
     openTheWay();
-    ASSERT_EQ(::chmod(QFile::encodeName(mRig.installation().path(QStringLiteral("tmp"))).constData(), 01777),
-              0);
-    int tReady[2];
-    ASSERT_EQ(::pipe(tReady), 0);
-    const QByteArray tPath = QFile::encodeName(mRig.socket());
-    const pid_t tPid = ::fork();
-    if (tPid == 0) {
-        if (::setuid(sStranger) != 0) {
-            ::_exit(3);
-        }
-        const char* tScript =
-            "import socket,sys,time\ns=socket.socket(socket.AF_UNIX)\ns.bind(sys.argv[1])\ns.listen()\n"
-            "print('x',flush=True)\ntime.sleep(60)\n";
-        ::dup2(tReady[1], STDOUT_FILENO);
-        ::execl("/usr/bin/python3", "python3", "-c", tScript, tPath.constData(), nullptr);
-        ::_exit(4);
-    }
-    char tByte = 0;
-    ASSERT_EQ(::read(tReady[0], &tByte, 1), 1);
+    ASSERT_EQ(::chmod(QFile::encodeName(mRig.installation().path("tmp")).constData(), 01777), 0);
+    const Child tStranger(
+        [this] { return ::setuid(sStranger) == 0 && ::listen(boundSocket(mRig.socket()), 1000) == 0; });
+    ASSERT_TRUE(tStranger.isReady());
     const auto tService = mRig.startAnother();
     bool tAnswered = false;
     for (int i = 0; i < 400 && !tAnswered; ++i) {
         RawPeer tPeer(mRig.socket(), 0);
-        tPeer.sendRequest(QStringLiteral("ping"));
+        tPeer.sendRequest("ping");
         tAnswered = tPeer.readLine(50).has_value();
     }
     EXPECT_TRUE(tAnswered);
-    ::kill(tPid, SIGKILL);
-    ::waitpid(tPid, nullptr, 0);
-    ::close(tReady[0]);
-    ::close(tReady[1]);
 }

@@ -2,10 +2,6 @@
 
 #include "sqlite/Database.h"
 
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtCore/QJsonArray>
-
 #include <csignal>
 
 using tarn::vkcore::Database;
@@ -14,6 +10,13 @@ using tarn::vkcore::Database;
 TEST_F(ServiceTest, EachSettingSurvivesAKill)
 {
     mRig.start();
+    const QByteArray tMonitoring =
+        R"({"eventMailsEnabled": true, "eventMailOnUpdate": true, "eventMailOnOverdue": true,
+        "eventMailOnManualIntervention": true, "summarizedMailsEnabled": true, "summarizedMailsOnChangeOnly": true,
+        "summarizedMailPeriod": 2147483647, "updateOverduePeriod": 9, "clientName": "\u6a5f %1\n",
+        "notificationEmailAddresses": [{"address": "a@example.com", "verified": false}], "lastSummary": null,
+        "clientSettings": {"text1": "one", "text2": null, "text3": "", "text4": "four", "date1": null,
+        "date2": "2026-01-01T01:02:03"}})";
     const struct
     {
         const char* mSet;
@@ -36,50 +39,37 @@ TEST_F(ServiceTest, EachSettingSurvivesAKill)
             "unit": 2, "extra": "e", "save": true})",
          "getScheduleParameters", "{}",
          R"({"mode": 2, "nextCheck": "2199-01-02T03:04:05", "periodCount": 2, "unit": 2, "extra": "e"})"},
-        {"setMonitoringSettings", R"({"settings": {"eventMailsEnabled": true, "eventMailOnUpdate": true,
-            "eventMailOnOverdue": true, "eventMailOnManualIntervention": true, "summarizedMailsEnabled": true,
-            "summarizedMailsOnChangeOnly": true, "summarizedMailPeriod": 3, "updateOverduePeriod": 9,
-            "clientName": "box", "notificationEmailAddresses": [], "lastSummary": null, "clientSettings":
-            {"text1": "", "text2": "", "text3": "", "text4": "", "date1": null, "date2": null}}})",
-         "getMonitoringSettings", "{}",
-         R"({"clientName": "box", "summarizedMailPeriod": 3, "eventMailOnOverdue": true})"},
+        {"setMonitoringSettings", R"({"settings": )" + tMonitoring + '}', "getMonitoringSettings", "{}",
+         tMonitoring},
         {"addServer", R"({"server": {"name": "second", "uri": "file:///s", "userName": "", "enabled": false,
             "default": false, "savePassword": false}})",
          "getServerList", "{}", "{}"},
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mSet);
-        ASSERT_EQ(mRig.connect().call(QLatin1String(tCase.mSet), json(tCase.mTo)), QJsonValue(true));
+        ASSERT_EQ(mRig.connect().call(tCase.mSet, tCase.mTo), true);
         ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
-        const QJsonObject tResult =
-            mRig.connect().call(QLatin1String(tCase.mGet), json(tCase.mAsk)).toObject();
-        const QJsonObject tShown = json(tCase.mShown);
+        const QJsonObject tResult = mRig.connect().call(tCase.mGet, tCase.mAsk).toObject();
+        const QJsonObject tShown = Json(tCase.mShown);
         for (const QString& tMember : tShown.keys()) {
-            EXPECT_EQ(tResult.value(tMember), tShown.value(tMember)) << tMember.toStdString();
+            EXPECT_EQ(tResult.value(tMember), tShown.value(tMember)) << tMember;
         }
     }
     RawPeer tPeer = mRig.connect();
-    const QJsonArray tServers =
-        tPeer.call(QStringLiteral("getServerList")).toObject().value(QLatin1String("servers")).toArray();
+    const QJsonArray tServers = tPeer.call("getServerList")[q("servers")].toArray();
     ASSERT_EQ(tServers.size(), 2);
-    EXPECT_EQ(tServers.at(1).toObject().value(QLatin1String("name")), QJsonValue(QStringLiteral("second")));
+    EXPECT_EQ(tServers.at(1)[q("name")], q("second"));
 
-    ASSERT_EQ(tPeer.errorOf(QStringLiteral("removeServer"), json(R"({"index": 0})")), 0);
-    ASSERT_EQ(tPeer.errorOf(QStringLiteral("setKdmlDataDirectory"), json(R"({"path": "/data"})")), 0);
-    ASSERT_EQ(tPeer.errorOf(QStringLiteral("setConfigValue"), json(R"({"name": "v", "value": "1"})")), 0);
+    ASSERT_EQ(tPeer.errorOf("removeServer", R"({"index": 0})"), 0);
+    ASSERT_EQ(tPeer.errorOf("setKdmlDataDirectory", R"({"path": "/data"})"), 0);
+    ASSERT_EQ(tPeer.errorOf("setConfigValue", R"({"name": "v", "value": "1"})"), 0);
     ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
     RawPeer tAfter = mRig.connect();
-    EXPECT_EQ(tAfter.call(QStringLiteral("getServerList"))
-                  .toObject()
-                  .value(QLatin1String("servers"))
-                  .toArray()
-                  .size(),
-              1);
-    EXPECT_EQ(tAfter.call(QStringLiteral("getDefaultServer"), json(R"({"withPassword": true})")),
-              QJsonValue(json(R"({"uri": "", "user": "", "password": null})")));
-    EXPECT_EQ(tAfter.call(QStringLiteral("getKdmlDataDirectory")), QJsonValue(QStringLiteral("/data")));
-    EXPECT_EQ(tAfter.call(QStringLiteral("getConfigValue"), json(R"({"name": "v", "default": ""})")),
-              QJsonValue(QStringLiteral("1")));
+    EXPECT_EQ(tAfter.call("getServerList")[q("servers")].toArray().size(), 1);
+    EXPECT_EQ(tAfter.call("getDefaultServer", R"({"withPassword": true})"),
+              QJsonValue(Json(R"({"uri": "", "user": "", "password": null})")));
+    EXPECT_EQ(tAfter.call("getKdmlDataDirectory"), q("/data"));
+    EXPECT_EQ(tAfter.call("getConfigValue", R"({"name": "v", "default": ""})"), q("1"));
 }
 
 TEST_F(ServiceTest, ScheduleThatIsNotSavedEndsWithTheService)
@@ -89,13 +79,8 @@ TEST_F(ServiceTest, ScheduleThatIsNotSavedEndsWithTheService)
         R"({"mode": 2, "flags": 0, "nextCheck": "2199-01-02T03:04:05", "periodCount": 2,
         "unit": 2, "extra": "", "save": false})";
     RawPeer tPeer = mRig.connect();
-    ASSERT_EQ(tPeer.call(QStringLiteral("setScheduleParameters"), json(tSchedule)), QJsonValue(true));
-    const auto tMode = [](RawPeer& pPeer) {
-        return pPeer.call(QStringLiteral("getScheduleParameters"))
-            .toObject()
-            .value(QLatin1String("mode"))
-            .toInt();
-    };
+    ASSERT_EQ(tPeer.call("setScheduleParameters", tSchedule), true);
+    const auto tMode = [](RawPeer& pPeer) { return pPeer.call("getScheduleParameters")[q("mode")].toInt(); };
     EXPECT_EQ(tMode(tPeer), 2);
     mRig.killAndRestart();
     RawPeer tAfter = mRig.connect();
@@ -104,57 +89,44 @@ TEST_F(ServiceTest, ScheduleThatIsNotSavedEndsWithTheService)
 
 TEST_F(ServiceTest, ScheduleIsConsistentAfterEachChange)
 {
-    mRig.start();
-    RawPeer tPeer = mRig.connect();
+    RawPeer tPeer = mRig.startAndConnect();
     ASSERT_EQ(
-        tPeer.call(
-            QStringLiteral("setScheduleParameters"),
-            json(R"({"mode": 2, "flags": 0, "nextCheck": "2020-01-02T03:04:05", "periodCount": 1, "unit": 1,
-                             "extra": null, "save": true})")),
-        QJsonValue(true));
-    const QString tNext = tPeer.call(QStringLiteral("getScheduleParameters"))
-                              .toObject()
-                              .value(QLatin1String("nextCheck"))
-                              .toString();
-    EXPECT_TRUE(tNext.endsWith(QStringLiteral("T03:04:05"))) << tNext.toStdString();
-    EXPECT_GT(tNext, QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyy-MM-dd")));
+        tPeer.call("setScheduleParameters",
+                   R"({"mode": 2, "flags": 0, "nextCheck": "2020-01-02T03:04:05", "periodCount": 1, "unit": 1,
+                             "extra": null, "save": true})"),
+        true);
+    const QString tNext = tPeer.call("getScheduleParameters")[q("nextCheck")].toString();
+    EXPECT_TRUE(tNext.endsWith(q("T03:04:05"))) << tNext;
+    EXPECT_GT(tNext, QDateTime::currentDateTimeUtc().toString(q("yyyy-MM-dd")));
 }
 
 TEST_F(ServiceTest, ConfiguredServerComesWithTheFirstStartOnly)
 {
     mRig.configure("defaultServer = \"https://updates.example.com/\"\n");
-    mRig.start();
-    RawPeer tPeer = mRig.connect();
-    const QJsonObject tAsk = json(R"({"withPassword": false})");
-    EXPECT_EQ(tPeer.call(QStringLiteral("getDefaultServer"), tAsk).toObject().value(QLatin1String("uri")),
-              QJsonValue(QStringLiteral("https://updates.example.com/")));
-    ASSERT_EQ(tPeer.errorOf(QStringLiteral("removeServer"), json(R"({"index": 0})")), 0);
+    RawPeer tPeer = mRig.startAndConnect();
+    const QJsonObject tAsk = Json(R"({"withPassword": false})");
+    EXPECT_EQ(tPeer.call("getDefaultServer", tAsk)[q("uri")], q("https://updates.example.com/"));
+    ASSERT_EQ(tPeer.errorOf("removeServer", R"({"index": 0})"), 0);
     mRig.killAndRestart();
     RawPeer tAfter = mRig.connect();
-    EXPECT_EQ(tAfter.call(QStringLiteral("getDefaultServer"), tAsk).toObject().value(QLatin1String("uri")),
-              QJsonValue(QStringLiteral("")));
+    EXPECT_EQ(tAfter.call("getDefaultServer", tAsk)[q("uri")], q(""));
 }
 
 TEST_F(ServiceTest, DamagedStoreIsSetAsideAndSaidSo)
 {
     mRig.start();
-    ASSERT_EQ(mRig.connect().errorOf(QStringLiteral("setKdmlDataDirectory"), json(R"({"path": "/data"})")),
-              0);
-    mRig.program().signal(SIGTERM);
-    mRig.program().wait();
-    mRig.installation().writeFile(QStringLiteral("state/state.db"), "not a database, whatever it was\n");
-    mRig.start();
-    RawPeer tPeer = mRig.connect();
-    EXPECT_EQ(tPeer.call(QStringLiteral("getKdmlDataDirectory")), QJsonValue(QStringLiteral("")));
-    EXPECT_EQ(tPeer.call(QStringLiteral("getLastServiceResult"), json(R"({"thisSession": false})")),
-              QJsonValue(10));
-    EXPECT_EQ(tPeer.call(QStringLiteral("getServiceStatus")), QJsonValue(4));
-    ASSERT_EQ(tPeer.call(QStringLiteral("enterMonitorMode")), QJsonValue(true));
-    EXPECT_TRUE(tPeer.waitForEvent(QStringLiteral("serviceErrorReceived")));
-    const QStringList tKept = QDir(mRig.installation().path(QStringLiteral("state")))
-                                  .entryList({QStringLiteral("state.db.damaged-*")});
+    ASSERT_EQ(mRig.connect().errorOf("setKdmlDataDirectory", R"({"path": "/data"})"), 0);
+    EXPECT_EQ(mRig.stop(), 0);
+    mRig.installation().writeFile("state/state.db", "not a database, whatever it was\n");
+    RawPeer tPeer = mRig.startAndConnect();
+    EXPECT_EQ(tPeer.call("getKdmlDataDirectory"), q(""));
+    EXPECT_EQ(tPeer.call("getLastServiceResult", R"({"thisSession": false})"), 10);
+    EXPECT_EQ(tPeer.call("getServiceStatus"), 4);
+    ASSERT_EQ(tPeer.call("enterMonitorMode"), true);
+    EXPECT_TRUE(tPeer.waitForEvent("serviceErrorReceived"));
+    const QStringList tKept = QDir(mRig.installation().path("state")).entryList({q("state.db.damaged-*")});
     EXPECT_FALSE(tKept.isEmpty());
-    EXPECT_TRUE(mRig.log().contains("store was damaged")) << mRig.log().toStdString();
+    EXPECT_TRUE(mRig.log().contains("store was damaged")) << mRig.log();
 }
 
 // The file is overwritten under the running service, which finds out when it reads what its cache can't hold.
@@ -162,68 +134,38 @@ TEST_F(ServiceTest, StoreDamagedUnderTheServiceIsReplaced)
 {
     mRig.start();
     RawPeer tMonitor = mRig.connect();
-    ASSERT_EQ(tMonitor.call(QStringLiteral("enterMonitorMode")), QJsonValue(true));
+    ASSERT_EQ(tMonitor.call("enterMonitorMode"), true);
     RawPeer tPeer = mRig.connect();
     for (int i = 0; i < 8; ++i) {
-        const QJsonObject tBig{{QStringLiteral("name"), QString::number(i)},
-                               {QStringLiteral("value"), QString(900 * 1024, u'x')}};
-        ASSERT_EQ(tPeer.errorOf(QStringLiteral("setConfigValue"), tBig), 0);
+        const QJsonObject tBig{{q("name"), QString::number(i)}, {q("value"), QString(900 * 1024, u'x')}};
+        ASSERT_EQ(tPeer.errorOf("setConfigValue", tBig), 0);
     }
     for (const char* tFile : {"state.db", "state.db-wal"}) {
-        QFile tStore(mRig.state(tFile));
-        ASSERT_TRUE(tStore.open(QIODevice::ReadWrite));
-        ASSERT_TRUE(tStore.seek(4096));
-        tStore.write(QByteArray(static_cast<int>(tStore.size()) - 4096, '\xdb'));
+        const QString tPath = mRig.state(tFile);
+        overwrite(tPath, 4096, QByteArray(QFileInfo(tPath).size() - 4096, '\xdb'));
     }
     int tErrors = 0;
     for (int i = 0; i < 8; ++i) {
-        const QJsonObject tName{{QStringLiteral("name"), QString::number(i)},
-                                {QStringLiteral("default"), QString()}};
-        tErrors += tPeer.errorOf(QStringLiteral("getConfigValue"), tName) == 1 ? 1 : 0;
+        const QJsonObject tName{{q("name"), QString::number(i)}, {q("default"), QString()}};
+        tErrors += tPeer.errorOf("getConfigValue", tName) == 1 ? 1 : 0;
     }
     EXPECT_EQ(tErrors, 1) << "one request finds it out, the next ones have the fresh store";
-    EXPECT_TRUE(tMonitor.waitForEvent(QStringLiteral("serviceErrorReceived")));
-    ASSERT_EQ(tPeer.errorOf(QStringLiteral("setKdmlDataDirectory"), json(R"({"path": "/data"})")), 0);
+    EXPECT_TRUE(tMonitor.waitForEvent("serviceErrorReceived"));
+    ASSERT_EQ(tPeer.errorOf("setKdmlDataDirectory", R"({"path": "/data"})"), 0);
     ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
-    EXPECT_EQ(mRig.connect().call(QStringLiteral("getKdmlDataDirectory")),
-              QJsonValue(QStringLiteral("/data")));
+    EXPECT_EQ(mRig.connect().call("getKdmlDataDirectory"), q("/data"));
 }
 
 TEST_F(ServiceTest, StoreOfANewerVersionIsRefused)
 {
     mRig.start();
-    mRig.program().signal(SIGTERM);
-    mRig.program().wait();
+    EXPECT_EQ(mRig.stop(), 0);
     Database tDatabase;
     ASSERT_TRUE(tDatabase.open(mRig.state("state.db"), Database::Mode::ReadWrite));
     ASSERT_TRUE(tDatabase.setSchemaVersion(1000));
     tDatabase.close();
-    const Program::Result tResult = mRig.startAnother()->wait();
-    EXPECT_EQ(tResult.mStatus, 1);
-    EXPECT_TRUE(tResult.mErr.contains("newer version")) << tResult.mErr.toStdString();
-}
-
-TEST_F(ServiceTest, TwoClientsCannotOverwriteEachOther)
-{
-    mRig.start();
-    RawPeer tOne = mRig.connect();
-    RawPeer tOther = mRig.connect();
-    const auto tAdd = [](RawPeer& pPeer, const QString& pName) {
-        QJsonObject tServer =
-            json(R"({"userName": "", "enabled": true, "default": false, "savePassword": false})");
-        tServer.insert(QStringLiteral("name"), pName);
-        tServer.insert(QStringLiteral("uri"), QStringLiteral("https://%1.example.com/").arg(pName));
-        return pPeer.errorOf(QStringLiteral("addServer"), {{QStringLiteral("server"), tServer}});
-    };
-    ASSERT_EQ(tAdd(tOne, QStringLiteral("a")), 0);
-    ASSERT_EQ(tAdd(tOne, QStringLiteral("b")), 0);
-    const QJsonValue tSeen =
-        tOne.call(QStringLiteral("getServerList")).toObject().value(QLatin1String("revision"));
-    const QJsonObject tFirst{{QStringLiteral("index"), 0}, {QStringLiteral("revision"), tSeen}};
-    EXPECT_EQ(tOther.call(QStringLiteral("removeServer"), tFirst), QJsonValue(true));
-    EXPECT_EQ(tOne.call(QStringLiteral("removeServer"), tFirst), QJsonValue(false));
-    const QJsonArray tLeft =
-        tOne.call(QStringLiteral("getServerList")).toObject().value(QLatin1String("servers")).toArray();
-    ASSERT_EQ(tLeft.size(), 1);
-    EXPECT_EQ(tLeft.at(0).toObject().value(QLatin1String("name")), QJsonValue(QStringLiteral("b")));
+    expectRefusal(mRig.startAnother()->wait(), "newer version");
+    EXPECT_EQ(QDir(mRig.state("")).entryList({q("state.db.*")}), QStringList()) << "it is left alone";
+    ASSERT_TRUE(tDatabase.open(mRig.state("state.db"), Database::Mode::ReadOnly));
+    EXPECT_EQ(tDatabase.schemaVersion(), 1000);
 }

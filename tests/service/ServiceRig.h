@@ -2,19 +2,7 @@
 
 #include "Installation.h"
 #include "RawPeer.h"
-
-#include <gtest/gtest.h>
-
-#include <QtCore/QJsonDocument>
-#include <QtCore/QJsonObject>
-
-#include <memory>
-
-// {"a": 1} as an object.
-inline QJsonObject json(const QByteArray& pText)
-{
-    return QJsonDocument::fromJson(pText).object();
-}
+#include "Test.h"
 
 // A service in an installation of its own, started as the worker of this test.
 class ServiceRig
@@ -26,18 +14,21 @@ public:
     void configure(const QByteArray& pServiceKeys);
     void start(const QList<QByteArray>& pArguments = {"-e", "-worker"});
     std::unique_ptr<Program> startAnother(const QList<QByteArray>& pArguments = {"-e", "-worker"}) const;
+    // SIGTERM; the status with which it ends.
+    int stop();
     // SIGKILL, and a new one on the same state.
     void killAndRestart();
     Program& program() { return *mProgram; }
-    void forgetProgram() { mProgram.reset(); }
 
     QString socket() const { return mInstallation.socketPath(); }
     RawPeer connect() const { return RawPeer(socket()); }
-    QString state(const char* pFile) const
+    RawPeer startAndConnect()
     {
-        return mInstallation.path(QStringLiteral("state/") + QLatin1String(pFile));
+        start();
+        return connect();
     }
-    QByteArray log() const { return mInstallation.readFile(QStringLiteral("log/vkservice.log")); }
+    QString state(const char* pFile) const { return mInstallation.path(q("state/") + q(pFile)); }
+    QByteArray log() const { return mInstallation.readFile("log/vkservice.log"); }
     Installation& installation() { return mInstallation; }
 
 private:
@@ -48,6 +39,14 @@ private:
 class ServiceTest : public testing::Test
 {
 protected:
+    // A program that says why it does not start; pLine: where the test expects it.
+    static void expectRefusal(const Program::Result& pResult, const char* pReason,
+                              int pLine = __builtin_LINE())
+    {
+        EXPECT_EQ(pResult.mStatus, 1) << "line " << pLine;
+        EXPECT_TRUE(pResult.mErr.contains(pReason)) << pResult.mErr << "line " << pLine;
+    }
+
     ServiceRig mRig;
 };
 
@@ -64,7 +63,6 @@ public:
     void letGo() { mApplication.reset(); }
 
 private:
-    void publish(QList<QByteArray> pArguments);
     void offer(const QByteArray& pVersion);
 
     Installation* mPublisher = nullptr;

@@ -1,14 +1,10 @@
 #include "ServiceRig.h"
-
-#include <QtCore/QFile>
+#include "UnixSocket.h"
 
 #include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstring>
 
 namespace {
 
@@ -16,16 +12,7 @@ namespace {
 class NotifySocket
 {
 public:
-    explicit NotifySocket(const QString& pPath)
-    {
-        sockaddr_un tAddress = {};
-        tAddress.sun_family = AF_UNIX;
-        std::strncpy(tAddress.sun_path, QFile::encodeName(pPath).constData(), sizeof(tAddress.sun_path) - 1);
-        mFd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (::bind(mFd, reinterpret_cast<sockaddr*>(&tAddress), sizeof(tAddress)) != 0) {
-            qFatal("no socket for notifications");
-        }
-    }
+    explicit NotifySocket(const QString& pPath) : mFd(boundSocket(pPath, SOCK_DGRAM)) {}
     ~NotifySocket() { ::close(mFd); }
 
     // Reads on to a message with this text.
@@ -51,7 +38,7 @@ private:
 
 TEST_F(ServiceTest, DaemonTellsSystemdHowItIs)
 {
-    const QString tPath = mRig.installation().path(QStringLiteral("notify"));
+    const QString tPath = mRig.installation().path("notify");
     NotifySocket tNotify(tPath);
     mRig.installation().environment().insert("NOTIFY_SOCKET", QFile::encodeName(tPath));
     mRig.installation().environment().insert("WATCHDOG_USEC", "300000");
@@ -68,14 +55,14 @@ TEST_F(ServiceTest, DaemonTellsSystemdHowItIs)
 
 TEST_F(ServiceTest, SocketOfSystemdIsUsedAndLeftToIt)
 {
-    const QByteArray tService = mRig.installation().path(QStringLiteral("bin/vkservice")).toUtf8();
+    const QByteArray tService = mRig.installation().path("bin/vkservice").toUtf8();
     Program tProgram(
-        QStringLiteral("/usr/bin/systemd-socket-activate"),
+        q("/usr/bin/systemd-socket-activate"),
         {"-l", QFile::encodeName(mRig.socket()), tService, "-e", "-s=" + QFile::encodeName(mRig.socket())},
         mRig.installation().environment());
     RawPeer tPeer = mRig.connect();
-    ASSERT_EQ(tPeer.call(QStringLiteral("ping")), QJsonValue(true));
-    EXPECT_EQ(tPeer.call(QStringLiteral("quitService")), QJsonValue(true));
+    ASSERT_EQ(tPeer.call("ping"), true);
+    EXPECT_EQ(tPeer.call("quitService"), true);
     EXPECT_EQ(tProgram.wait().mStatus, 0);
     EXPECT_TRUE(QFile::exists(mRig.socket()));
 }
@@ -83,29 +70,29 @@ TEST_F(ServiceTest, SocketOfSystemdIsUsedAndLeftToIt)
 // The unit as it is shipped, judged by systemd's own tools.
 TEST_F(ServiceTest, UnitIsSoundAndWellShut)
 {
-    const QString tFolder = mRig.installation().path(QStringLiteral("units"));
-    QFile tTemplate(QStringLiteral(SOURCE_DIR "/packaging/systemd/vkservice.service.in"));
+    const QString tFolder = mRig.installation().path("units");
+    QFile tTemplate(q(SOURCE_DIR "/packaging/systemd/vkservice.service.in"));
     ASSERT_TRUE(tTemplate.open(QIODevice::ReadOnly));
     QByteArray tUnit = tTemplate.readAll();
     tUnit.replace("@CMAKE_INSTALL_PREFIX@", mRig.installation().path(QString()).toUtf8());
-    mRig.installation().writeFile(QStringLiteral("units/vkservice.service"), tUnit);
-    ASSERT_TRUE(QFile::copy(QStringLiteral(SOURCE_DIR "/packaging/systemd/vkservice.socket"),
-                            tFolder + QStringLiteral("/vkservice.socket")));
-    const QByteArray tService = (tFolder + QStringLiteral("/vkservice.service")).toUtf8();
+    mRig.installation().writeFile("units/vkservice.service", tUnit);
+    ASSERT_TRUE(
+        QFile::copy(q(SOURCE_DIR "/packaging/systemd/vkservice.socket"), tFolder + q("/vkservice.socket")));
+    const QByteArray tService = (tFolder + q("/vkservice.service")).toUtf8();
 
-    Program tVerify(QStringLiteral("/usr/bin/systemd-analyze"), {"verify", "--man=no", tService},
+    Program tVerify(q("/usr/bin/systemd-analyze"), {"verify", "--man=no", tService},
                     mRig.installation().environment());
     const Program::Result tVerified = tVerify.wait();
-    EXPECT_EQ(tVerified.mStatus, 0) << tVerified.mErr.toStdString();
-    EXPECT_FALSE(tVerified.mErr.contains("vkservice")) << tVerified.mErr.toStdString();
+    EXPECT_EQ(tVerified.mStatus, 0) << tVerified.mErr;
+    EXPECT_FALSE(tVerified.mErr.contains("vkservice")) << tVerified.mErr;
 
     // Fails from an exposure of 2.0 on.
-    Program tSecurity(QStringLiteral("/usr/bin/systemd-analyze"),
+    Program tSecurity(q("/usr/bin/systemd-analyze"),
                       {"security", "--offline=true", "--threshold=19", tService},
                       mRig.installation().environment());
     const Program::Result tJudged = tSecurity.wait();
-    EXPECT_EQ(tJudged.mStatus, 0) << tJudged.mOut.toStdString();
-    EXPECT_TRUE(tJudged.mOut.contains("Overall exposure level")) << tJudged.mErr.toStdString();
+    EXPECT_EQ(tJudged.mStatus, 0) << tJudged.mOut;
+    EXPECT_TRUE(tJudged.mOut.contains("Overall exposure level")) << tJudged.mErr;
 }
 
 TEST_F(ServiceTest, DaemonLogsForTheJournal)
@@ -115,7 +102,7 @@ TEST_F(ServiceTest, DaemonLogsForTheJournal)
     mRig.program().signal(SIGTERM);
     const Program::Result tResult = mRig.program().wait();
     EXPECT_EQ(tResult.mStatus, 0);
-    EXPECT_TRUE(tResult.mErr.contains("<5>The service listens on")) << tResult.mErr.toStdString();
+    EXPECT_TRUE(tResult.mErr.contains("<5>The service listens on")) << tResult.mErr;
     EXPECT_TRUE(tResult.mErr.contains("<4>The configuration key service.update.waitForApps is ignored"));
     EXPECT_TRUE(mRig.log().isEmpty());
 }

@@ -1,7 +1,6 @@
 #include "ServiceRig.h"
 
 #include <QtCore/QDateTime>
-#include <QtCore/QFile>
 
 #include <csignal>
 
@@ -21,7 +20,7 @@ constexpr int sWaitingForApps = 3;
 // In the service's time zone, as dates travel.
 QString inSeconds(int pSeconds)
 {
-    return QDateTime::currentDateTime().addSecs(pSeconds).toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss"));
+    return QDateTime::currentDateTime().addSecs(pSeconds).toString(q("yyyy-MM-ddTHH:mm:ss"));
 }
 
 class UpdatesTest : public ServiceTest
@@ -41,32 +40,25 @@ protected:
     void triggerHeldRun()
     {
         ASSERT_TRUE(trigger());
-        ASSERT_TRUE(mMonitor->waitForEvent(QStringLiteral("serviceActivityChanged"),
-                                           QStringLiteral("activity"), sWaitingForApps));
+        ASSERT_TRUE(mMonitor->waitForEvent("serviceActivityChanged", "activity", sWaitingForApps));
     }
     void start(const QList<QByteArray>& pArguments = {"-e", "-worker"})
     {
         mRig.start(pArguments);
         mPeer = std::make_unique<RawPeer>(mRig.socket());
         mMonitor = std::make_unique<RawPeer>(mRig.socket());
-        ASSERT_EQ(mMonitor->call(QStringLiteral("enterMonitorMode")), QJsonValue(true));
+        ASSERT_EQ(mMonitor->call("enterMonitorMode"), true);
     }
-    bool trigger()
-    {
-        return mPeer->call(QStringLiteral("triggerUpdate"), json(R"({"manual": true})")).toBool();
-    }
+    bool trigger() { return mPeer->call("triggerUpdate", R"({"manual": true})").toBool(); }
     bool waitForStatus(int pStatus)
     {
-        return mMonitor->waitForEvent(QStringLiteral("serviceStatusChanged"), QStringLiteral("status"),
-                                      pStatus);
+        return mMonitor->waitForEvent("serviceStatusChanged", "status", pStatus);
     }
     int result(bool pThisSession = true)
     {
-        return mPeer
-            ->call(QStringLiteral("getLastServiceResult"), {{QStringLiteral("thisSession"), pThisSession}})
-            .toInt(-1);
+        return mPeer->call("getLastServiceResult", {{q("thisSession"), pThisSession}}).toInt(-1);
     }
-    int status() { return mPeer->call(QStringLiteral("getServiceStatus")).toInt(-1); }
+    int status() { return mPeer->call("getServiceStatus").toInt(-1); }
 
     HeldUpdate mHeld;
     std::unique_ptr<RawPeer> mPeer;
@@ -83,14 +75,11 @@ TEST_F(UpdatesTest, FailedRunEndsInErrorWithItsResultReadable)
     EXPECT_TRUE(waitForStatus(Error));
     EXPECT_EQ(result(), 8) << "no server is configured";
     EXPECT_EQ(status(), Error);
-    const QJsonValue tText =
-        mPeer->call(QStringLiteral("getLastServiceResultStr"), json(R"({"thisSession": true})"));
+    const QJsonValue tText = mPeer->call("getLastServiceResultStr", R"({"thisSession": true})");
     EXPECT_FALSE(tText.toString().isEmpty());
     const QString tWhen =
-        mPeer->call(QStringLiteral("getConfigValue"), json(R"({"name": "service.lastRun", "default": ""})"))
-            .toString();
-    EXPECT_TRUE(QDateTime::fromString(tWhen, QStringLiteral("yyyyMMddhhmmss")).isValid())
-        << tWhen.toStdString();
+        mPeer->call("getConfigValue", R"({"name": "service.lastRun", "default": ""})").toString();
+    EXPECT_TRUE(QDateTime::fromString(tWhen, q("yyyyMMddhhmmss")).isValid()) << tWhen;
 
     ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
     mPeer = std::make_unique<RawPeer>(mRig.socket());
@@ -104,9 +93,8 @@ TEST_F(UpdatesTest, RunIsJoinedGuardsTheSettingsAndCanBeAborted)
     ASSERT_NO_FATAL_FAILURE(startHeldRun());
     EXPECT_TRUE(trigger());
     EXPECT_EQ(status(), Updating);
-    EXPECT_EQ(mPeer->call(QStringLiteral("getServiceProgress")).toObject().value(QLatin1String("activity")),
-              QJsonValue(sWaitingForApps));
-    EXPECT_EQ(mPeer->call(QStringLiteral("isServiceActive")), QJsonValue(true));
+    EXPECT_EQ(mPeer->call("getServiceProgress")[q("activity")], sWaitingForApps);
+    EXPECT_EQ(mPeer->call("isServiceActive"), true);
     const struct
     {
         const char* mMethod;
@@ -124,15 +112,14 @@ TEST_F(UpdatesTest, RunIsJoinedGuardsTheSettingsAndCanBeAborted)
         {"removeServer", R"({"index": 0})"},
     };
     for (const auto& tChange : tChanges) {
-        EXPECT_EQ(mPeer->errorOf(QLatin1String(tChange.mMethod), json(tChange.mParams)), 1)
-            << tChange.mMethod;
+        EXPECT_EQ(mPeer->errorOf(tChange.mMethod, tChange.mParams), 1) << tChange.mMethod;
     }
-    EXPECT_EQ(mPeer->call(QStringLiteral("abortUpdate")), QJsonValue(true));
+    EXPECT_EQ(mPeer->call("abortUpdate"), true);
     EXPECT_TRUE(waitForStatus(Aborting));
     EXPECT_TRUE(waitForStatus(Idle));
     EXPECT_EQ(result(), 4);
-    EXPECT_EQ(mPeer->call(QStringLiteral("isServiceActive")), QJsonValue(false));
-    EXPECT_EQ(mPeer->errorOf(QStringLiteral("setLanguages"), json(R"({"app": "fr", "data": null})")), 0);
+    EXPECT_EQ(mPeer->call("isServiceActive"), false);
+    EXPECT_EQ(mPeer->errorOf("setLanguages", R"({"app": "fr", "data": null})"), 0);
 
     ASSERT_NO_FATAL_FAILURE(triggerHeldRun());
     mHeld.letGo();
@@ -143,13 +130,13 @@ TEST_F(UpdatesTest, RunIsJoinedGuardsTheSettingsAndCanBeAborted)
 TEST_F(UpdatesTest, SuppressionByVariableAndByFile)
 {
     start();
-    const QString tFile = mRig.installation().path(QStringLiteral("no-updates"));
+    const QString tFile = mRig.installation().path("no-updates");
     const QByteArray tFileVariable =
         R"({"name": "update.suppressFile", "value": ")" + tFile.toUtf8() + R"("})";
-    ASSERT_EQ(mPeer->errorOf(QStringLiteral("setConfigValue"), json(tFileVariable)), 0);
+    ASSERT_EQ(mPeer->errorOf("setConfigValue", tFileVariable), 0);
     EXPECT_EQ(status(), Idle);
 
-    mRig.installation().writeFile(QStringLiteral("no-updates"), "");
+    mRig.installation().writeFile("no-updates", "");
     EXPECT_EQ(status(), Suppressed);
     ASSERT_TRUE(trigger());
     EXPECT_TRUE(waitForStatus(Suppressed));
@@ -157,15 +144,11 @@ TEST_F(UpdatesTest, SuppressionByVariableAndByFile)
     ASSERT_TRUE(QFile::remove(tFile));
     EXPECT_EQ(status(), Idle);
 
-    ASSERT_EQ(mPeer->errorOf(QStringLiteral("setConfigValue"),
-                             json(R"({"name": "update.suppressed", "value": "yes"})")),
-              0);
+    ASSERT_EQ(mPeer->errorOf("setConfigValue", R"({"name": "update.suppressed", "value": "yes"})"), 0);
     EXPECT_EQ(status(), Suppressed);
     ASSERT_TRUE(trigger());
     EXPECT_TRUE(waitForStatus(Suppressed));
-    ASSERT_EQ(mPeer->errorOf(QStringLiteral("setConfigValue"),
-                             json(R"({"name": "update.suppressed", "value": ""})")),
-              0);
+    ASSERT_EQ(mPeer->errorOf("setConfigValue", R"({"name": "update.suppressed", "value": ""})"), 0);
     EXPECT_TRUE(waitForStatus(Idle));
 }
 
@@ -177,9 +160,9 @@ TEST_F(UpdatesTest, OrderlyEndInTheMiddleOfARun)
         if (tBySignal) {
             mRig.program().signal(SIGTERM);
         } else {
-            EXPECT_EQ(mPeer->call(QStringLiteral("quitService")), QJsonValue(true));
+            EXPECT_EQ(mPeer->call("quitService"), true);
         }
-        EXPECT_TRUE(mMonitor->waitForEvent(QStringLiteral("quitRequestReceived")));
+        EXPECT_TRUE(mMonitor->waitForEvent("quitRequestReceived"));
         EXPECT_TRUE(waitForStatus(Idle));
         EXPECT_TRUE(mMonitor->waitForEnd());
         EXPECT_EQ(mRig.program().wait().mStatus, 0);
@@ -202,18 +185,16 @@ TEST_F(UpdatesTest, MonitorsGetEventsAndOthersDoNot)
 {
     start();
     RawPeer tSecond = mRig.connect();
-    ASSERT_EQ(tSecond.call(QStringLiteral("enterMonitorMode")), QJsonValue(true));
+    ASSERT_EQ(tSecond.call("enterMonitorMode"), true);
     ASSERT_TRUE(trigger());
     for (RawPeer* tMonitor : {mMonitor.get(), &tSecond}) {
-        EXPECT_TRUE(tMonitor->waitForEvent(QStringLiteral("serviceStatusChanged"), QStringLiteral("status"),
-                                           Updating));
-        EXPECT_TRUE(
-            tMonitor->waitForEvent(QStringLiteral("serviceStatusChanged"), QStringLiteral("status"), Error));
+        EXPECT_TRUE(tMonitor->waitForEvent("serviceStatusChanged", "status", Updating));
+        EXPECT_TRUE(tMonitor->waitForEvent("serviceStatusChanged", "status", Error));
     }
-    mPeer->sendRequest(QStringLiteral("ping"), {}, 77);
-    EXPECT_EQ(json(mPeer->readLine().value_or(QByteArray())).value(QLatin1String("id")).toInt(), 77);
+    mPeer->sendRequest("ping", {}, 77);
+    EXPECT_EQ(Json(mPeer->readLine().value_or(QByteArray())).value(q("id")).toInt(), 77);
     RawPeer tLate = mRig.connect();
-    ASSERT_EQ(tLate.call(QStringLiteral("enterMonitorMode")), QJsonValue(true));
+    ASSERT_EQ(tLate.call("enterMonitorMode"), true);
     EXPECT_TRUE(tLate.event(200).isEmpty()) << "no present state is replayed";
 }
 
@@ -224,18 +205,13 @@ TEST_F(UpdatesTest, AutomaticScheduleRunsByItselfAndMovesOn)
     start({"-e"});
     const QString tSoon = inSeconds(4);
     QJsonObject tSchedule =
-        json(R"({"mode": 2, "flags": 0, "periodCount": 1, "unit": 1, "extra": null, "save": true})");
-    tSchedule.insert(QStringLiteral("nextCheck"), tSoon);
-    ASSERT_EQ(mPeer->call(QStringLiteral("setScheduleParameters"), tSchedule), QJsonValue(true));
+        Json(R"({"mode": 2, "flags": 0, "periodCount": 1, "unit": 1, "extra": null, "save": true})");
+    tSchedule.insert(q("nextCheck"), tSoon);
+    ASSERT_EQ(mPeer->call("setScheduleParameters", tSchedule), true);
     EXPECT_TRUE(waitForStatus(Updating));
     EXPECT_TRUE(waitForStatus(Error));
     EXPECT_EQ(result(), 8);
-    const auto tNext = [&] {
-        return mPeer->call(QStringLiteral("getScheduleParameters"))
-            .toObject()
-            .value(QLatin1String("nextCheck"))
-            .toString();
-    };
+    const auto tNext = [&] { return mPeer->call("getScheduleParameters")[q("nextCheck")].toString(); };
     EXPECT_EQ(tNext().mid(11), tSoon.mid(11));
     EXPECT_GT(tNext(), tSoon);
     const QString tMoved = tNext();
@@ -249,8 +225,8 @@ TEST_F(UpdatesTest, WorkerHasNoSchedule)
 {
     start();
     QJsonObject tSchedule =
-        json(R"({"mode": 2, "flags": 0, "periodCount": 1, "unit": 1, "extra": null, "save": true})");
-    tSchedule.insert(QStringLiteral("nextCheck"), inSeconds(1));
-    ASSERT_EQ(mPeer->call(QStringLiteral("setScheduleParameters"), tSchedule), QJsonValue(true));
+        Json(R"({"mode": 2, "flags": 0, "periodCount": 1, "unit": 1, "extra": null, "save": true})");
+    tSchedule.insert(q("nextCheck"), inSeconds(1));
+    ASSERT_EQ(mPeer->call("setScheduleParameters", tSchedule), true);
     EXPECT_TRUE(mMonitor->event(2500).isEmpty());
 }

@@ -1,42 +1,29 @@
 #include "Installation.h"
-
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtCore/QFileInfo>
+#include "Files.h"
 
 #include <unistd.h>
 
-namespace {
-
-// Short, since the path of a socket has little room.
-QString dirTemplate()
+// The name is short, since the path of a socket has little room.
+Installation::Installation(const QList<QString>& pPrograms) : mDir(QDir::tempPath() + q("/rkm-XXXXXX"))
 {
-    return QDir::tempPath() + QStringLiteral("/rkm-XXXXXX");
-}
-
-} // namespace
-
-Installation::Installation(const QList<QString>& pPrograms) : mDir(dirTemplate())
-{
-    const QString tBuild = QStringLiteral(BUILD_DIR);
+    const QString tBuild = q(BUILD_DIR);
     for (const char* tDir : {"bin", "etc/vk", "home", "tmp"}) {
-        QDir(mDir.path()).mkpath(QString::fromLatin1(tDir));
+        QDir(mDir.path()).mkpath(q(tDir));
     }
-    QFile::link(tBuild + QStringLiteral("/lib"), path(QStringLiteral("lib")));
+    QFile::link(tBuild + q("/lib"), path("lib"));
     for (const QString& tProgram : pPrograms) {
-        addProgram(tBuild + QStringLiteral("/bin/") + tProgram, tProgram);
+        addProgram(tBuild + q("/bin/") + tProgram, tProgram);
     }
-    writeFile(QStringLiteral("etc/vk/vk.cfg"),
-              QStringLiteral("[application]\nlogDir = \"%1/log\"\nlanguage = \"en\"\n"
-                             "languages = [\"da\", \"de\"]\nsettingsDir.other = \"settings\"\n"
-                             "[data]\nlanguages = [\"de\", \"fr\"]\n[service]\nstateDir = \"%1/state\"\n")
-                  .arg(mDir.path())
-                  .toUtf8());
+    writeFile("etc/vk/vk.cfg", q("[application]\nlogDir = \"%1/log\"\nlanguage = \"en\"\n"
+                                 "languages = [\"da\", \"de\"]\nsettingsDir.other = \"settings\"\n"
+                                 "[data]\nlanguages = [\"de\", \"fr\"]\n[service]\nstateDir = \"%1/state\"\n")
+                                   .arg(mDir.path())
+                                   .toUtf8());
     mEnvironment = {
-        {"HOME", path(QStringLiteral("home")).toUtf8()},
+        {"HOME", path("home").toUtf8()},
         {"LC_ALL", "C.UTF-8"},
         {"PATH", "/usr/bin:/bin"},
-        {"TMPDIR", path(QStringLiteral("tmp")).toUtf8()},
+        {"TMPDIR", path("tmp").toUtf8()},
     };
     for (const char* tName : {"ASAN_OPTIONS", "LSAN_OPTIONS", "TZ", "UBSAN_OPTIONS"}) {
         if (qEnvironmentVariableIsSet(tName)) {
@@ -45,51 +32,54 @@ Installation::Installation(const QList<QString>& pPrograms) : mDir(dirTemplate()
     }
 }
 
-QString Installation::path(const QString& pBelow) const
+QString Installation::path(const Text& pBelow) const
 {
     return mDir.filePath(pBelow);
 }
 
-QString Installation::socketPath(const QString& pName) const
+QString Installation::socketPath(const Text& pName) const
 {
-    return path(QStringLiteral("tmp/") + pName);
+    return path(q("tmp/") + pName);
 }
 
 // The programs find their installation from the place of the executable itself, which a symbolic link is not.
-void Installation::addProgram(const QString& pSource, const QString& pName)
+void Installation::addProgram(const Text& pSource, const Text& pName)
 {
-    const QString tTarget = path(QStringLiteral("bin/") + pName);
+    const QString tTarget = path(q("bin/") + pName);
     if (::link(QFile::encodeName(pSource).constData(), QFile::encodeName(tTarget).constData()) != 0 &&
         !QFile::copy(pSource, tTarget)) {
         qFatal("no program %s", qPrintable(pSource));
     }
 }
 
-void Installation::writeFile(const QString& pBelow, const QByteArray& pContent) const
+void Installation::writeFile(const Text& pBelow, const QByteArray& pContent) const
 {
-    QDir().mkpath(QFileInfo(path(pBelow)).path());
-    QFile tFile(path(pBelow));
-    if (!tFile.open(QIODevice::WriteOnly) || tFile.write(pContent) != pContent.size()) {
-        qFatal("can't write %s", qPrintable(pBelow));
-    }
+    ::writeFile(path(pBelow), pContent);
 }
 
-QByteArray Installation::readFile(const QString& pBelow) const
+QByteArray Installation::readFile(const Text& pBelow) const
 {
-    QFile tFile(path(pBelow));
-    return tFile.open(QIODevice::ReadOnly) ? tFile.readAll() : QByteArray();
+    return ::readFile(path(pBelow));
 }
 
 QByteArray Installation::log() const
 {
-    return readFile(QStringLiteral("log/rkm.log"));
+    return readFile("log/rkm.log");
 }
 
 std::unique_ptr<Program> Installation::start(const QList<QByteArray>& pArguments, Program::Console pConsole,
-                                             const QString& pProgram) const
+                                             const Text& pProgram) const
 {
-    return std::make_unique<Program>(path(QStringLiteral("bin/") + pProgram), pArguments, mEnvironment,
-                                     pConsole);
+    return std::make_unique<Program>(path(q("bin/") + pProgram), pArguments, mEnvironment, pConsole);
+}
+
+void Installation::publish(QList<QByteArray> pArguments) const
+{
+    pArguments.insert(1, path("repository").toUtf8());
+    const Program::Result tResult = start(pArguments, Program::Console::Pipes, "vkpublish")->wait();
+    if (tResult.mStatus != 0) {
+        qFatal("vkpublish %s: %s", pArguments[0].constData(), tResult.mErr.constData());
+    }
 }
 
 Program::Result Installation::run(const QList<QByteArray>& pArguments, const QByteArray& pInput) const

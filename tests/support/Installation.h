@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Program.h"
+#include "Text.h"
 
 #include <QtCore/QTemporaryDir>
 
@@ -13,21 +14,23 @@ class Installation
 {
 public:
     // pPrograms: names in the build's bin folder, each copied.
-    explicit Installation(const QList<QString>& pPrograms = {QStringLiteral("rkm")});
+    explicit Installation(const QList<QString>& pPrograms = {q("rkm")});
 
-    QString path(const QString& pBelow) const;
+    QString path(const Text& pBelow) const;
     // Where a socket of a relative name lies; of the default name if none is given.
-    QString socketPath(const QString& pName = QStringLiteral("vkservice")) const;
-    void addProgram(const QString& pSource, const QString& pName);
-    void writeFile(const QString& pBelow, const QByteArray& pContent) const;
-    QByteArray readFile(const QString& pBelow) const;
+    QString socketPath(const Text& pName = "vkservice") const;
+    void addProgram(const Text& pSource, const Text& pName);
+    void writeFile(const Text& pBelow, const QByteArray& pContent) const;
+    QByteArray readFile(const Text& pBelow) const;
     // The log lines of all rkm runs.
     QByteArray log() const;
     Program::Environment& environment() { return mEnvironment; }
 
     std::unique_ptr<Program> start(const QList<QByteArray>& pArguments,
                                    Program::Console pConsole = Program::Console::Pipes,
-                                   const QString& pProgram = QStringLiteral("rkm")) const;
+                                   const Text& pProgram = "rkm") const;
+    // A command of vkpublish on the folder "repository", with what follows it; it has to succeed.
+    void publish(QList<QByteArray> pArguments) const;
     Program::Result run(const QList<QByteArray>& pArguments, const QByteArray& pInput = {}) const;
 
 private:

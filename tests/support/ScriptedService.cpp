@@ -1,19 +1,16 @@
 #include "ScriptedService.h"
+#include "UnixSocket.h"
 
-#include <QtCore/QFile>
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QRegularExpression>
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
@@ -71,7 +68,7 @@ QByteArray compact(const QJsonObject& pObject)
 
 QByteArray toLine(QJsonObject pObject)
 {
-    pObject.insert(QStringLiteral("jsonrpc"), QStringLiteral("2.0"));
+    pObject.insert(q("jsonrpc"), q("2.0"));
     return compact(pObject) + '\n';
 }
 
@@ -84,8 +81,7 @@ void ScriptedService::Peer::reply(const QByteArray& pResult)
 
 void ScriptedService::Peer::refuse()
 {
-    send(toLine({{QStringLiteral("id"), mCallId},
-                 {QStringLiteral("error"), valueOf(R"({"code": 1, "message": "no"})")}}));
+    send(toLine({{q("id"), mCallId}, {q("error"), valueOf(R"({"code": 1, "message": "no"})")}}));
 }
 
 void ScriptedService::Peer::send(const QByteArray& pBytes)
@@ -109,7 +105,7 @@ void ScriptedService::Peer::hangUp()
 
 QByteArray ScriptedService::Peer::answerLine(const QByteArray& pResult) const
 {
-    return toLine({{QStringLiteral("id"), mCallId}, {QStringLiteral("result"), valueOf(pResult)}});
+    return toLine({{q("id"), mCallId}, {q("result"), valueOf(pResult)}});
 }
 
 ScriptedService::ScriptedService(const QString& pSocket, const Script& pScript)
@@ -124,18 +120,10 @@ ScriptedService::ScriptedService(const QString& pSocket, const Script& pScript)
         pScript(*this);
     }
 
-    sockaddr_un tAddress = {};
-    tAddress.sun_family = AF_UNIX;
-    const QByteArray tPath = QFile::encodeName(pSocket);
-    if (static_cast<size_t>(tPath.size()) >= sizeof tAddress.sun_path) {
-        qFatal("too long for a socket: %s", tPath.constData());
-    }
-    std::memcpy(tAddress.sun_path, tPath.constData(), static_cast<size_t>(tPath.size()));
-    ::unlink(tPath.constData());
-    mListener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (::bind(mListener, reinterpret_cast<const sockaddr*>(&tAddress), sizeof tAddress) != 0 ||
-        ::listen(mListener, 100) != 0 || ::pipe2(mWake, O_CLOEXEC) != 0) {
-        qFatal("can't listen on %s", tPath.constData());
+    QFile::remove(pSocket);
+    mListener = boundSocket(pSocket);
+    if (::listen(mListener, 100) != 0 || ::pipe2(mWake, O_CLOEXEC) != 0) {
+        qFatal("can't listen on %s", qPrintable(pSocket));
     }
     mThread = std::thread([this] { serve(); });
 }
@@ -151,38 +139,43 @@ ScriptedService::~ScriptedService()
     ::close(mWake[0]);
 }
 
-void ScriptedService::onCall(const QString& pMethod, const Handler& pHandler)
+void ScriptedService::onCall(const Text& pMethod, const Handler& pHandler)
 {
     const std::lock_guard tLock(mMutex);
     mHandlers.insert(pMethod, pHandler);
 }
 
-void ScriptedService::answer(const QString& pMethod, const QByteArray& pResult)
+void ScriptedService::answer(const Text& pMethod, const QByteArray& pResult)
 {
     onCall(pMethod, [pResult](Peer& pPeer, const QJsonObject&) { pPeer.reply(pResult); });
 }
 
-void ScriptedService::refuse(const QString& pMethod)
+void ScriptedService::refuse(const Text& pMethod)
 {
     onCall(pMethod, [](Peer& pPeer, const QJsonObject&) { pPeer.refuse(); });
 }
 
-void ScriptedService::ignore(const QString& pMethod)
+void ScriptedService::ignore(const Text& pMethod)
 {
     onCall(pMethod, [](Peer&, const QJsonObject&) {});
 }
 
-QByteArray ScriptedService::eventLine(const QString& pMethod, const QByteArray& pParams)
+QByteArray ScriptedService::eventLine(const Text& pMethod, const QByteArray& pParams)
 {
-    return toLine({{QStringLiteral("method"), pMethod}, {QStringLiteral("params"), valueOf(pParams)}});
+    return toLine({{q("method"), pMethod}, {q("params"), valueOf(pParams)}});
 }
 
-void ScriptedService::sendEvent(const QString& pMethod, const QByteArray& pParams)
+void ScriptedService::sendEvent(const Text& pMethod, const QByteArray& pParams)
+{
+    send(eventLine(pMethod, pParams));
+}
+
+void ScriptedService::send(const QByteArray& pBytes)
 {
     const std::lock_guard tLock(mMutex);
     for (Peer& tPeer : mPeers) {
         if (tPeer.mMonitors) {
-            tPeer.send(eventLine(pMethod, pParams));
+            tPeer.send(pBytes);
         }
     }
 }
@@ -199,7 +192,7 @@ void ScriptedService::hangUp(bool pMonitorsOnly)
 
 QStringList ScriptedService::calls() const
 {
-    return allCalls().filter(QRegularExpression(QStringLiteral("^(?!hello|ping)")));
+    return allCalls().filter(QRegularExpression(q("^(?!hello|ping)")));
 }
 
 QStringList ScriptedService::allCalls() const
@@ -208,7 +201,7 @@ QStringList ScriptedService::allCalls() const
     return mCalls;
 }
 
-bool ScriptedService::waitForCall(const QString& pMethod, int pCount, int pTimeoutMs) const
+bool ScriptedService::waitForCall(const Text& pMethod, int pCount, int pTimeoutMs) const
 {
     std::unique_lock tLock(mMutex);
     return mChanged.wait_for(tLock, std::chrono::milliseconds(pTimeoutMs),
@@ -281,14 +274,14 @@ bool ScriptedService::readFrom(Peer& pPeer)
 void ScriptedService::handle(Peer& pPeer, const QByteArray& pLine)
 {
     const QJsonObject tRequest = QJsonDocument::fromJson(pLine).object();
-    const QString tMethod = tRequest.value(QStringLiteral("method")).toString();
-    const QJsonObject tParams = tRequest.value(QStringLiteral("params")).toObject();
+    const QString tMethod = tRequest.value(q("method")).toString();
+    const QJsonObject tParams = tRequest.value(q("params")).toObject();
     Handler tHandler;
     {
         const std::lock_guard tLock(mMutex);
-        mCalls.append(tParams.isEmpty() ? tMethod : tMethod + u' ' + QString::fromUtf8(compact(tParams)));
-        pPeer.mCallId = tRequest.value(QStringLiteral("id"));
-        pPeer.mMonitors = pPeer.mMonitors || tMethod == QStringLiteral("enterMonitorMode");
+        mCalls.append(tParams.isEmpty() ? tMethod : tMethod + u' ' + q(compact(tParams)));
+        pPeer.mCallId = tRequest.value(q("id"));
+        pPeer.mMonitors = pPeer.mMonitors || tMethod == q("enterMonitorMode");
         tHandler = mHandlers.value(tMethod);
     }
     if (tHandler) {

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <QtCore/QByteArray>
+#include "Text.h"
+
 #include <QtCore/QJsonObject>
 #include <QtCore/QJsonValue>
 #include <QtCore/QMap>
-#include <QtCore/QString>
 #include <QtCore/QStringList>
 
 #include <condition_variable>
@@ -26,7 +26,9 @@ public:
         void refuse();
         void send(const QByteArray& pBytes); // as they are, in one write
         void hangUp();
-        // The line of an answer to the call under way, for a write together with others.
+        // The id of the call under way.
+        QByteArray callId() const { return QByteArray::number(mCallId.toInteger()); }
+        // The line of an answer to it, for a write together with others.
         QByteArray answerLine(const QByteArray& pResult) const;
 
     private:
@@ -46,13 +48,15 @@ public:
     ScriptedService(const ScriptedService&) = delete;
     ScriptedService& operator=(const ScriptedService&) = delete;
 
-    void onCall(const QString& pMethod, const Handler& pHandler);
-    void answer(const QString& pMethod, const QByteArray& pResult);
-    void refuse(const QString& pMethod);
-    void ignore(const QString& pMethod); // never answers
-    // The line of an event, and the way of it to all connections in monitor mode.
-    static QByteArray eventLine(const QString& pMethod, const QByteArray& pParams);
-    void sendEvent(const QString& pMethod, const QByteArray& pParams);
+    void onCall(const Text& pMethod, const Handler& pHandler);
+    void answer(const Text& pMethod, const QByteArray& pResult);
+    void refuse(const Text& pMethod);
+    void ignore(const Text& pMethod); // never answers
+    // Bytes as they are, for all connections in monitor mode.
+    void send(const QByteArray& pBytes);
+    // The line of an event, and the way of it to them.
+    static QByteArray eventLine(const Text& pMethod, const QByteArray& pParams);
+    void sendEvent(const Text& pMethod, const QByteArray& pParams);
     // Ends all connections, or those in monitor mode; others can still be made.
     void hangUp(bool pMonitorsOnly = false);
 
@@ -60,7 +64,7 @@ public:
     // setLanguages {"app":"de","data":null}
     QStringList calls() const;
     QStringList allCalls() const;
-    bool waitForCall(const QString& pMethod, int pCount = 1, int pTimeoutMs = 20000) const;
+    bool waitForCall(const Text& pMethod, int pCount = 1, int pTimeoutMs = 20000) const;
     // Until only connections in monitor mode are left.
     bool waitForHangUp(int pTimeoutMs = 20000) const;
 

@@ -1,61 +1,69 @@
 #include "Rig.h"
 #include "SmtpSink.h"
-
-#include <gtest/gtest.h>
+#include "Test.h"
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QJsonArray>
-#include <QtCore/QProcess>
 
 namespace tarn::vkservice::mail {
 
 namespace {
 
-const QString sAdmin = QStringLiteral("admin@example.org");
+const QString sAdmin = q("admin@example.org");
 
 class DeliveryTest : public ::testing::Test
 {
 protected:
-    void runUpdate() { mRig.finish(someRun(QStringLiteral("run %1").arg(++mRun), update::ResultSuccess, 1)); }
-    std::string warnings() const { return mRig.mWarnings.join(QLatin1Char('\n')).toStdString(); }
+    DeliveryTest() { mRig.address(sAdmin, true); }
+    // Starts the mailer and has it tell of an update.
+    void runUpdate(const SmtpSettings& pSettings)
+    {
+        mRig.startReal(pSettings);
+        mRig.finish(someRun(q("run"), update::ResultSuccess, 1));
+    }
+    void set(const SmtpSettings& pSettings)
+    {
+        mRig.mMailer->setSmtpSettings(pSettings);
+        mRig.settle();
+    }
+    // One mail waits, since this went wrong.
+    void expectWaiting(const char* pWarning)
+    {
+        EXPECT_TRUE(mRig.warned(q(pWarning))) << warnings();
+        EXPECT_EQ(mRig.queued(), 1);
+    }
+    std::string warnings() const { return mRig.mWarnings.join(u'\n').toStdString(); }
 
     SmtpSink mSink;
     Rig mRig;
-    int mRun = 0;
 };
 
 TEST_F(DeliveryTest, TextAndHtmlOverStartTlsWithLogin)
 {
-    const QString tName =
-        QString::fromUtf8("Büro-Rechner \xf0\x9f\x96\xa5 für Ärzte und Schwestern der Station Süd");
+    const QString tName = q("Büro-Rechner \xf0\x9f\x96\xa5 für Ärzte und Schwestern der Station Süd");
     mRig.mSettings.setClientName(tName);
-    mRig.address(sAdmin, true);
     mSink.startSecure();
     mRig.startReal(mSink.settings());
-    RunReport tRun = someRun(QStringLiteral("1"), update::ResultSuccess, 1);
-    tRun.mPackages[0].mReport = QString::fromUtf8(".\n..dots\nüberlang ") + QString(1500, QLatin1Char('x'));
+    RunReport tRun = someRun(q("1"), update::ResultSuccess, 1);
+    tRun.mPackages[0].mReport = q(".\n..dots\nüberlang ") + QString(1500, u'x');
     mRig.finish(tRun);
 
     const QList<SmtpSink::Received> tReceived = mSink.received();
     ASSERT_EQ(tReceived.size(), 1) << warnings();
     const QJsonObject& tEnvelope = tReceived[0].mEnvelope;
-    EXPECT_EQ(tEnvelope[QLatin1String("from")].toString(), QStringLiteral("updates@example.org"));
-    EXPECT_EQ(tEnvelope[QLatin1String("to")].toArray(), QJsonArray{sAdmin});
-    EXPECT_TRUE(tEnvelope[QLatin1String("tls")].toBool());
-    EXPECT_EQ(tEnvelope[QLatin1String("user")].toString(), QStringLiteral("user"));
+    EXPECT_EQ(tEnvelope[q("from")].toString(), q("updates@example.org"));
+    EXPECT_EQ(tEnvelope[q("to")].toArray(), QJsonArray{sAdmin});
+    EXPECT_TRUE(tEnvelope[q("tls")].toBool());
+    EXPECT_EQ(tEnvelope[q("user")].toString(), q("user"));
 
     const QByteArray& tMessage = tReceived[0].mMessage;
-    EXPECT_EQ(decoded(tMessage, QStringLiteral("subject")), tName + QStringLiteral(": updates installed"));
-    EXPECT_EQ(decoded(tMessage, QStringLiteral("from")), QStringLiteral("Updates <updates@example.org>"));
-    EXPECT_EQ(decoded(tMessage, QStringLiteral("date")), QStringLiteral("Thu, 07 Mar 2024 10:00:00 +0000"));
-    EXPECT_TRUE(decoded(tMessage, QStringLiteral("content-type"))
-                    .startsWith(QStringLiteral("multipart/alternative")));
-    const QString tText = decoded(tMessage, QStringLiteral("text"));
+    EXPECT_EQ(decoded(tMessage, q("subject")), tName + q(": updates installed"));
+    EXPECT_EQ(decoded(tMessage, q("from")), q("Updates <updates@example.org>"));
+    EXPECT_EQ(decoded(tMessage, q("date")), q("Thu, 07 Mar 2024 10:00:00 +0000"));
+    EXPECT_TRUE(decoded(tMessage, q("content-type")).startsWith(q("multipart/alternative")));
+    const QString tText = decoded(tMessage, q("text"));
     EXPECT_TRUE(tText.contains(tName));
-    EXPECT_TRUE(tText.contains(QString::fromUtf8("      | ..dots\n      | überlang xxx")))
-        << tText.toStdString();
-    EXPECT_TRUE(decoded(tMessage, QStringLiteral("html")).contains(QStringLiteral("<td>") + tName));
+    EXPECT_TRUE(tText.contains(q("      | ..dots\n      | überlang xxx"))) << tText;
+    EXPECT_TRUE(decoded(tMessage, q("html")).contains(q("<td>") + tName));
     for (const QByteArray& tLine : tMessage.split('\n')) {
         EXPECT_LE(tLine.size(), 100);
     }
@@ -64,76 +72,62 @@ TEST_F(DeliveryTest, TextAndHtmlOverStartTlsWithLogin)
 
 TEST_F(DeliveryTest, OverTlsFromTheStart)
 {
-    mRig.address(sAdmin, true);
-    mSink.startSecure({QStringLiteral("--smtps")});
+    mSink.startSecure({q("--smtps")});
     SmtpSettings tSettings = mSink.settings();
-    tSettings.mUrl = mSink.url(QStringLiteral("smtps"));
-    mRig.startReal(tSettings);
-    runUpdate();
+    tSettings.mUrl = mSink.url(q("smtps"));
+    runUpdate(tSettings);
     EXPECT_EQ(mSink.received().size(), 1) << warnings();
 }
 
 TEST_F(DeliveryTest, EachAddressGetsAMailOfItsOwn)
 {
-    mRig.address(QStringLiteral("gone@example.org"), true);
-    mRig.address(QStringLiteral("full@example.org"), true);
+    mRig.mSettings.setNotificationEmailAddresses({});
+    mRig.address(q("gone@example.org"), true);
+    mRig.address(q("full@example.org"), true);
     for (int i = 0; i < 5; ++i) {
-        mRig.address(QStringLiteral("a%1@example.org").arg(i), true);
+        mRig.address(q("a%1@example.org").arg(i), true);
     }
-    mRig.address(QStringLiteral("A0@example.org"), true);
-    mSink.startSecure(
-        {QStringLiteral("--refuse=gone@example.org"), QStringLiteral("--defer=full@example.org")});
-    mRig.startReal(mSink.settings());
-    runUpdate();
+    mRig.address(q("A0@example.org"), true);
+    mSink.startSecure({q("--refuse=gone@example.org"), q("--defer=full@example.org")});
+    runUpdate(mSink.settings());
 
     QStringList tRecipients;
     QStringList tIds;
     for (const SmtpSink::Received& tReceived : mSink.received()) {
-        const QJsonArray tTo = tReceived.mEnvelope[QLatin1String("to")].toArray();
+        const QJsonArray tTo = tReceived.mEnvelope[q("to")].toArray();
         ASSERT_EQ(tTo.size(), 1);
         tRecipients.append(tTo[0].toString());
-        EXPECT_EQ(decoded(tReceived.mMessage, QStringLiteral("to"))
-                      .remove(QLatin1Char('<'))
-                      .remove(QLatin1Char('>')),
-                  tRecipients.last());
-        tIds.append(decoded(tReceived.mMessage, QStringLiteral("message-id")));
+        EXPECT_EQ(decoded(tReceived.mMessage, q("to")).remove(u'<').remove(u'>'), tRecipients.last());
+        tIds.append(decoded(tReceived.mMessage, q("message-id")));
     }
-    EXPECT_EQ(tRecipients.join(QLatin1Char(' ')).toStdString(),
+    EXPECT_EQ(tRecipients.join(u' ').toStdString(),
               "a0@example.org a1@example.org a2@example.org a3@example.org a4@example.org");
     EXPECT_EQ(tIds.removeDuplicates(), 0);
-    EXPECT_TRUE(mRig.warned(
-        QStringLiteral("Given up: mail about an update to gone@example.org: the mail server localhost "
-                       "refused it: 550 5.1.1 no such mailbox")))
+    EXPECT_TRUE(mRig.warned(q("Given up: mail about an update to gone@example.org: the mail server localhost "
+                              "refused it: 550 5.1.1 no such mailbox")))
         << warnings();
-    EXPECT_TRUE(mRig.warned(QStringLiteral("Tried again later: mail about an update to full@example.org")))
-        << warnings();
-    EXPECT_EQ(mRig.queued(), 1);
+    expectWaiting("Tried again later: mail about an update to full@example.org");
 }
 
 TEST_F(DeliveryTest, AWrongPasswordIsNamedAndTheRightOneSends)
 {
-    mRig.address(sAdmin, true);
     mSink.startSecure();
     SmtpSettings tSettings = mSink.settings();
-    tSettings.mPassword = QStringLiteral("guessed");
-    mRig.startReal(tSettings);
-    runUpdate();
+    tSettings.mPassword = q("guessed");
+    runUpdate(tSettings);
     EXPECT_TRUE(mSink.received().isEmpty());
-    EXPECT_TRUE(mRig.warned(QStringLiteral("refused mail.user and mail.password"))) << warnings();
-    EXPECT_FALSE(mRig.warned(QStringLiteral("guessed")));
+    EXPECT_TRUE(mRig.warned(q("refused mail.user and mail.password"))) << warnings();
+    EXPECT_FALSE(mRig.warned(q("guessed")));
     EXPECT_EQ(mRig.queued(), 1);
 
-    mRig.mMailer->setSmtpSettings(mSink.settings());
-    mRig.settle();
+    set(mSink.settings());
     EXPECT_EQ(mSink.received().size(), 1) << warnings();
 }
 
 TEST_F(DeliveryTest, WaitsForAServerThatIsDown)
 {
-    mRig.address(sAdmin, true);
-    mRig.startReal(mSink.settings());
-    runUpdate();
-    EXPECT_TRUE(mRig.warned(QStringLiteral("the mail server localhost gives no answer"))) << warnings();
+    runUpdate(mSink.settings());
+    EXPECT_TRUE(mRig.warned(q("the mail server localhost gives no answer"))) << warnings();
     mSink.startSecure();
     mRig.pass(59);
     EXPECT_TRUE(mSink.received().isEmpty());
@@ -143,54 +137,43 @@ TEST_F(DeliveryTest, WaitsForAServerThatIsDown)
 
 TEST_F(DeliveryTest, APasswordGoesOverNoOpenLine)
 {
-    mRig.address(sAdmin, true);
-    mSink.start({QStringLiteral("--login=user:secret")});
+    mSink.start({q("--login=user:secret")});
     SmtpSettings tSettings = mSink.settings();
     tSettings.mStartTls = SmtpSettings::StartTls::IfOffered;
     tSettings.mCaFile.clear();
-    mRig.startReal(tSettings);
-    runUpdate();
-    EXPECT_TRUE(mRig.warned(QStringLiteral("offers no encryption"))) << warnings();
+    runUpdate(tSettings);
+    EXPECT_TRUE(mRig.warned(q("offers no encryption"))) << warnings();
     EXPECT_EQ(mSink.logins(), "");
 
     tSettings.mAllowPlaintext = true;
-    mRig.mMailer->setSmtpSettings(tSettings);
-    mRig.settle();
+    set(tSettings);
     EXPECT_EQ(mSink.logins(), "user good plain\n");
     EXPECT_EQ(mSink.received().size(), 1) << warnings();
 }
 
 TEST_F(DeliveryTest, TellsItsPasswordToNoStranger)
 {
-    mRig.address(sAdmin, true);
     mSink.startSecure();
     SmtpSettings tSettings = mSink.settings();
     tSettings.mCaFile.clear(); // the system knows nothing of the sink's certificate
-    mRig.startReal(tSettings);
-    runUpdate();
-    EXPECT_TRUE(mRig.warned(QStringLiteral("certificate of the mail server localhost is not trusted")))
-        << warnings();
+    runUpdate(tSettings);
+    EXPECT_TRUE(mRig.warned(q("certificate of the mail server localhost is not trusted"))) << warnings();
 
     // The certificate is right, but for another name.
     tSettings = mSink.settings();
-    tSettings.mUrl.replace(QStringLiteral("localhost"), QStringLiteral("127.0.0.1"));
+    tSettings.mUrl.replace(q("localhost"), q("127.0.0.1"));
     mRig.mWarnings.clear();
-    mRig.mMailer->setSmtpSettings(tSettings);
-    mRig.settle();
-    EXPECT_TRUE(mRig.warned(QStringLiteral("certificate of the mail server 127.0.0.1 is not trusted")))
-        << warnings();
+    set(tSettings);
+    EXPECT_TRUE(mRig.warned(q("certificate of the mail server 127.0.0.1 is not trusted"))) << warnings();
     EXPECT_EQ(mSink.logins(), "");
     EXPECT_TRUE(mSink.received().isEmpty());
 }
 
 TEST_F(DeliveryTest, ARefusedSenderIsAMatterOfTheSettings)
 {
-    mRig.address(sAdmin, true);
-    mSink.startSecure({QStringLiteral("--refuse-sender")});
-    mRig.startReal(mSink.settings());
-    runUpdate();
-    EXPECT_TRUE(mRig.warned(QStringLiteral("550 5.7.1 sender not welcome"))) << warnings();
-    EXPECT_EQ(mRig.queued(), 1);
+    mSink.startSecure({q("--refuse-sender")});
+    runUpdate(mSink.settings());
+    expectWaiting("550 5.7.1 sender not welcome");
 }
 
 TEST_F(DeliveryTest, NothingConfiguredAddsAHeaderARecipientOrAnotherMail)
@@ -202,39 +185,36 @@ TEST_F(DeliveryTest, NothingConfiguredAddsAHeaderARecipientOrAnotherMail)
         "=?UTF-8?Q?pc=0D=0ABcc:_victim@example.org?=",
         "pc\n.\n",
     };
-    mRig.address(sAdmin, true);
-    mRig.address(QStringLiteral("x@example.org>\r\nRCPT TO:<victim@example.org"), true);
+    mRig.address(q("x@example.org>\r\nRCPT TO:<victim@example.org"), true);
     mSink.startSecure();
     SmtpSettings tSettings = mSink.settings();
-    tSettings.mSender = QStringLiteral("Updates\r\nBcc: victim@example.org <updates@example.org>");
+    tSettings.mSender = q("Updates\r\nBcc: victim@example.org <updates@example.org>");
     mRig.startReal(tSettings);
     for (const char* tText : tHostile) {
-        mRig.mSettings.setClientName(QLatin1String(tText));
+        mRig.mSettings.setClientName(q(tText));
         mRig.set();
-        RunReport tRun = someRun(QLatin1String(tText), update::ResultSuccess, 1);
-        tRun.mText = QLatin1String(tText);
-        tRun.mPackages[0] = {QLatin1String(tText), QLatin1String(tText), QLatin1String(tText),
-                             QLatin1String(tText)};
+        RunReport tRun = someRun(q(tText), update::ResultSuccess, 1);
+        tRun.mText = q(tText);
+        tRun.mPackages[0] = {q(tText), q(tText), q(tText), q(tText)};
         mRig.finish(tRun);
     }
     const QList<SmtpSink::Received> tReceived = mSink.received();
     ASSERT_EQ(tReceived.size(), std::size(tHostile)) << warnings();
     for (const SmtpSink::Received& tMail : tReceived) {
-        SCOPED_TRACE(tMail.mMessage.toStdString());
-        EXPECT_EQ(tMail.mEnvelope[QLatin1String("to")].toArray(), QJsonArray{sAdmin});
+        SCOPED_TRACE(tMail.mMessage);
+        EXPECT_EQ(tMail.mEnvelope[q("to")].toArray(), QJsonArray{sAdmin});
         QStringList tNames;
         const QByteArray tHead = tMail.mMessage.left(tMail.mMessage.indexOf("\r\n\r\n"));
         for (const QByteArray& tLine : tHead.split('\n')) {
             if (!tLine.startsWith(' ') && !tLine.startsWith('\t')) {
-                tNames.append(QString::fromLatin1(tLine.left(tLine.indexOf(':'))).toLower());
+                tNames.append(q(tLine.left(tLine.indexOf(':'))).toLower());
             }
         }
         tNames.sort();
-        EXPECT_EQ(tNames.join(QLatin1Char(' ')).toStdString(),
+        EXPECT_EQ(tNames.join(u' ').toStdString(),
                   "auto-submitted content-type date from message-id mime-version subject to");
         EXPECT_TRUE(tMail.mMessage.contains("\r\n--")) << "the parts follow";
-        EXPECT_TRUE(decoded(tMail.mMessage, QStringLiteral("text"))
-                        .contains(QStringLiteral("Updates have been installed")));
+        EXPECT_TRUE(decoded(tMail.mMessage, q("text")).contains(q("Updates have been installed")));
     }
 }
 
@@ -242,14 +222,13 @@ TEST_F(DeliveryTest, NothingConfiguredAddsAHeaderARecipientOrAnotherMail)
 // mail.
 TEST_F(DeliveryTest, AKilledServiceSendsItsMailAgainAsTheSameMail)
 {
-    mSink.startSecure({QStringLiteral("--hang")});
+    mSink.startSecure({q("--hang")});
     mRig.mDatabase.close();
-    const QString tDatabase = mRig.mDir.filePath(QStringLiteral("service.db"));
+    const QString tDatabase = mRig.mDir.filePath(q("service.db"));
     QProcess tService;
     tService.setProcessChannelMode(QProcess::ForwardedChannels);
-    tService.start(
-        QCoreApplication::applicationFilePath(),
-        {QStringLiteral("--send-one"), tDatabase, mSink.settings().mUrl, mSink.settings().mCaFile});
+    tService.start(QCoreApplication::applicationFilePath(),
+                   {q("--send-one"), tDatabase, mSink.settings().mUrl, mSink.settings().mCaFile});
     ASSERT_TRUE(tService.waitForStarted());
     mSink.waitForMail();
     tService.kill();
@@ -262,13 +241,11 @@ TEST_F(DeliveryTest, AKilledServiceSendsItsMailAgainAsTheSameMail)
     tSecond.startSecure();
     ASSERT_TRUE(mRig.mDatabase.open(tDatabase, vkcore::Database::Mode::ReadWrite));
     ASSERT_EQ(mRig.queued(), 1);
-    mRig.address(sAdmin, true);
     mRig.startReal(tSecond.settings());
     mRig.settle();
     const QList<SmtpSink::Received> tAfter = tSecond.received();
     ASSERT_EQ(tAfter.size(), 1) << warnings();
-    for (const QString& tPart :
-         {QStringLiteral("message-id"), QStringLiteral("date"), QStringLiteral("subject")}) {
+    for (const QString& tPart : {q("message-id"), q("date"), q("subject")}) {
         EXPECT_FALSE(decoded(tAfter[0].mMessage, tPart).isEmpty());
         EXPECT_EQ(decoded(tAfter[0].mMessage, tPart), decoded(tBefore[0].mMessage, tPart));
     }
@@ -277,12 +254,11 @@ TEST_F(DeliveryTest, AKilledServiceSendsItsMailAgainAsTheSameMail)
 
 TEST_F(DeliveryTest, AServerThatHangsHoldsUpNeitherCallsNorTheEnd)
 {
-    mSink.startSecure({QStringLiteral("--hang")});
-    mRig.address(sAdmin, true);
+    mSink.startSecure({q("--hang")});
     mRig.startReal(mSink.settings());
     QElapsedTimer tTimer;
     tTimer.start();
-    mRig.mMailer->onRunFinished(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
+    mRig.mMailer->onRunFinished(someRun(q("1"), update::ResultSuccess, 1));
     mRig.mMailer->tick();
     EXPECT_LT(tTimer.elapsed(), 2000);
     mSink.waitForMail();
@@ -294,27 +270,22 @@ TEST_F(DeliveryTest, AServerThatHangsHoldsUpNeitherCallsNorTheEnd)
 
 TEST_F(DeliveryTest, AServerThatDiesInTheMiddleLeavesTheMailQueued)
 {
-    mSink.startSecure({QStringLiteral("--hang")});
-    mRig.address(sAdmin, true);
+    mSink.startSecure({q("--hang")});
     mRig.startReal(mSink.settings());
-    mRig.mMailer->onRunFinished(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
+    mRig.mMailer->onRunFinished(someRun(q("1"), update::ResultSuccess, 1));
     mSink.waitForMail();
     mSink.stop();
     mRig.settle();
-    EXPECT_TRUE(mRig.warned(QStringLiteral("Mails can't be sent now"))) << warnings();
-    EXPECT_EQ(mRig.queued(), 1);
+    expectWaiting("Mails can't be sent now");
 }
 
 TEST_F(DeliveryTest, AServerThatHangsIsGivenUpAfterTheTimeOut)
 {
-    mSink.startSecure({QStringLiteral("--hang")});
-    mRig.address(sAdmin, true);
+    mSink.startSecure({q("--hang")});
     SmtpSettings tSettings = mSink.settings();
     tSettings.mTimeoutSeconds = 2;
-    mRig.startReal(tSettings);
-    runUpdate();
-    EXPECT_TRUE(mRig.warned(QStringLiteral("Mails can't be sent now"))) << warnings();
-    EXPECT_EQ(mRig.queued(), 1);
+    runUpdate(tSettings);
+    expectWaiting("Mails can't be sent now");
 }
 
 } // namespace

@@ -1,8 +1,7 @@
 #include "Rig.h"
+#include "Test.h"
 
 #include "mail/MailQueue.h"
-
-#include <gtest/gtest.h>
 
 namespace tarn::vkservice::mail {
 
@@ -13,10 +12,18 @@ class MachineMailsTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        mRig.address(QStringLiteral("admin@example.org"), true);
+        mRig.address(q("admin@example.org"), true);
         mRig.start();
     }
 
+    // A mail that could not be sent, and a server that would take it now.
+    void leaveOneWaiting()
+    {
+        mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
+        mRig.finish(someRun(q("1"), update::ResultSuccess, 1));
+        mRig.mPost.take();
+        mRig.mPost.setOutcome(SendResult::Outcome::Sent);
+    }
     int sent() { return static_cast<int>(mRig.mPost.take().size()); }
 
     Rig mRig;
@@ -51,12 +58,11 @@ TEST_F(MachineMailsTest, ARunIsToldOnceAndAFailureOnceAsLongAsItLasts)
         SCOPED_TRACE(++tNumber);
         for (int tTwice = 0; tTwice < 2; ++tTwice) {
             mRig.finish(someRun(QString::number(tNumber), tRun.mResult, tRun.mPackages));
-            mRig.stop();
-            mRig.start();
+            mRig.restart();
         }
         QStringList tExpected;
         if (tRun.mSubject != nullptr) {
-            tExpected.append(QStringLiteral("lab-pc-3: ") + QLatin1String(tRun.mSubject));
+            tExpected.append(q("lab-pc-3: ") + q(tRun.mSubject));
         }
         EXPECT_EQ(mRig.mPost.takeSubjects(), tExpected);
     }
@@ -76,11 +82,11 @@ TEST_F(MachineMailsTest, EachKindCanBeSwitchedOff)
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(&tCase - tCases);
         Rig tRig;
-        tRig.address(QStringLiteral("admin@example.org"), true);
+        tRig.address(q("admin@example.org"), true);
         (tRig.mSettings.*tCase.mSwitch)(false);
         tRig.start();
-        tRig.finish(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
-        tRig.finish(someRun(QStringLiteral("2"), update::ResultManualIntervention));
+        tRig.finish(someRun(q("1"), update::ResultSuccess, 1));
+        tRig.finish(someRun(q("2"), update::ResultManualIntervention));
         tRig.passDays(8);
         EXPECT_EQ(tRig.mPost.take().size(), tCase.mMails);
     }
@@ -93,11 +99,10 @@ TEST_F(MachineMailsTest, OverdueOnceForEachTimeWithoutSuccess)
     mRig.pass(3 * 24 * 60 * 60 - 1);
     EXPECT_EQ(sent(), 0);
     mRig.pass(1);
-    EXPECT_EQ(mRig.mPost.takeSubjects(), QStringList{QStringLiteral("lab-pc-3: update overdue")});
+    EXPECT_EQ(mRig.mPost.takeSubjects(), QStringList{q("lab-pc-3: update overdue")});
     for (int i = 0; i < 10; ++i) {
         mRig.passDays(1);
-        mRig.stop();
-        mRig.start();
+        mRig.restart();
     }
     mRig.pass(-60 * 24 * 60 * 60); // a clock that goes back and forth
     mRig.pass(60 * 24 * 60 * 60);
@@ -114,8 +119,7 @@ TEST_F(MachineMailsTest, AMachineThatNeverSucceededIsOverdueToo)
 {
     mRig.mStatus.mLastSuccess = {};
     mRig.passDays(6);
-    mRig.stop();
-    mRig.start();
+    mRig.restart();
     EXPECT_EQ(sent(), 0);
     mRig.passDays(1);
     EXPECT_EQ(sent(), 1);
@@ -134,17 +138,16 @@ TEST_F(MachineMailsTest, SummaryByPeriod)
     mRig.mSettings.setEventMailsEnabled(false);
     mRig.mSettings.setSummarizedMailsEnabled(true);
     mRig.mSettings.setSummarizedMailPeriod(7);
-    mRig.mStatus.mInstalled = {{QStringLiteral("Editor"), QStringLiteral("1.0"), {}, {}}};
+    mRig.mStatus.mInstalled = {{q("Editor"), q("1.0"), {}, {}}};
     mRig.set();
     mRig.pass(0);
     const QList<Mail> tFirst = mRig.mPost.take();
     ASSERT_EQ(tFirst.size(), 1);
-    EXPECT_TRUE(tFirst.first().mText.contains(QStringLiteral("* Editor 1.0\n")));
+    EXPECT_TRUE(tFirst.first().mText.contains(q("* Editor 1.0\n")));
     EXPECT_EQ(mRig.mSummaries, QList<QDateTime>{mRig.mNow});
 
     mRig.pass(7 * 24 * 60 * 60 - 1);
-    mRig.stop(); // the date does not depend on what the settings say after a restart
-    mRig.start();
+    mRig.restart(); // the date does not depend on what the settings say after a restart
     mRig.pass(0);
     EXPECT_EQ(sent(), 0);
     mRig.pass(1);
@@ -160,19 +163,18 @@ TEST_F(MachineMailsTest, SummaryOnChangeOnly)
     mRig.mSettings.setSummarizedMailsOnChangeOnly(true);
     mRig.mSettings.setSummarizedMailPeriod(2);
     mRig.mSettings.setUpdateOverduePeriod(1000);
-    mRig.mStatus.mInstalled = {{QStringLiteral("Editor"), QStringLiteral("1.0"), {}, {}},
-                               {QStringLiteral("Viewer"), QStringLiteral("1.0"), {}, {}}};
+    mRig.mStatus.mInstalled = {{q("Editor"), q("1.0"), {}, {}}, {q("Viewer"), q("1.0"), {}, {}}};
     mRig.set();
     mRig.pass(0);
     EXPECT_EQ(sent(), 1);
 
     mRig.mStatus.mLastRun = mRig.mNow.addDays(1);
-    mRig.mStatus.mLastResultText = QStringLiteral("nothing new");
+    mRig.mStatus.mLastResultText = q("nothing new");
     std::swap(mRig.mStatus.mInstalled[0], mRig.mStatus.mInstalled[1]);
     mRig.passDays(10);
     EXPECT_EQ(sent(), 0) << "neither times nor the order of packages are a change";
 
-    mRig.mStatus.mInstalled[0].mVersion = QStringLiteral("1.1");
+    mRig.mStatus.mInstalled[0].mVersion = q("1.1");
     mRig.pass(60);
     EXPECT_EQ(sent(), 1) << "the period has long passed, so a change goes out at once";
     mRig.mStatus.mLastResult = update::ResultInstallFailed;
@@ -187,7 +189,7 @@ TEST_F(MachineMailsTest, SummaryOnChangeOnly)
 TEST_F(MachineMailsTest, RetriesWithGrowingPausesAndGivesUpInTheEnd)
 {
     mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
-    mRig.finish(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
+    mRig.finish(someRun(q("1"), update::ResultSuccess, 1));
     QList<Mail> tAttempts = mRig.mPost.take();
     ASSERT_EQ(tAttempts.size(), 1);
     const QString tId = tAttempts.first().mMessageId;
@@ -201,27 +203,23 @@ TEST_F(MachineMailsTest, RetriesWithGrowingPausesAndGivesUpInTheEnd)
         EXPECT_EQ(tAttempts.first().mMessageId, tId);
         EXPECT_GE(MailQueue::pauseSeconds(i + 1), MailQueue::pauseSeconds(i));
     }
-    EXPECT_TRUE(
-        mRig.warned(QStringLiteral("Given up after 35 attempts: mail about an update to admin@example.org")));
+    EXPECT_TRUE(mRig.warned(q("Given up after 35 attempts: mail about an update to admin@example.org")));
     EXPECT_EQ(mRig.queued(), 0);
 }
 
 TEST_F(MachineMailsTest, AClockThatGoesBackDoesNotHoldMailsUp)
 {
-    mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
-    mRig.finish(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
-    mRig.mPost.take();
-    mRig.mPost.setOutcome(SendResult::Outcome::Sent);
+    leaveOneWaiting();
     mRig.passDays(-1000);
     EXPECT_EQ(sent(), 1);
 }
 
 TEST_F(MachineMailsTest, OneAddressDoesNotHoldUpTheOthers)
 {
-    mRig.address(QStringLiteral("second@example.org"), true);
-    mRig.address(QStringLiteral("third@example.org"), true);
+    mRig.address(q("second@example.org"), true);
+    mRig.address(q("third@example.org"), true);
     mRig.set();
-    mRig.mPost.mBadRecipient = QStringLiteral("admin@example.org");
+    mRig.mPost.mBadRecipient = q("admin@example.org");
     using Outcome = SendResult::Outcome;
     for (const Outcome tOutcome : {Outcome::Refused, Outcome::Deferred, Outcome::ServerFailed}) {
         SCOPED_TRACE(static_cast<int>(tOutcome));
@@ -232,8 +230,8 @@ TEST_F(MachineMailsTest, OneAddressDoesNotHoldUpTheOthers)
         for (const Mail& tMail : mRig.mPost.take()) {
             tServed.append(tMail.mRecipient);
         }
-        EXPECT_TRUE(tServed.contains(QStringLiteral("second@example.org")));
-        EXPECT_TRUE(tServed.contains(QStringLiteral("third@example.org")));
+        EXPECT_TRUE(tServed.contains(q("second@example.org")));
+        EXPECT_TRUE(tServed.contains(q("third@example.org")));
         EXPECT_EQ(mRig.queued(), tOutcome == Outcome::Refused ? 0 : 1);
         mRig.mPost.mBadOutcome = Outcome::Sent;
         mRig.pass(MailQueue::pauseSeconds(3));
@@ -244,24 +242,21 @@ TEST_F(MachineMailsTest, OneAddressDoesNotHoldUpTheOthers)
 
 TEST_F(MachineMailsTest, AnAddressThatIsTakenAwayGetsNothingMore)
 {
-    mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
-    mRig.finish(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
-    mRig.mPost.take();
-    mRig.mPost.setOutcome(SendResult::Outcome::Sent);
+    leaveOneWaiting();
     mRig.mSettings.setNotificationEmailAddresses({});
     mRig.set();
     mRig.pass(60);
     EXPECT_EQ(sent(), 0);
     EXPECT_EQ(mRig.queued(), 0);
-    EXPECT_TRUE(mRig.warned(QStringLiteral("removed from the settings")));
+    EXPECT_TRUE(mRig.warned(q("removed from the settings")));
 }
 
 TEST_F(MachineMailsTest, AFullDiskLosesNoMail)
 {
-    mRig.finish(someRun(QStringLiteral("0"), update::ResultSuccess, 1));
+    mRig.finish(someRun(q("0"), update::ResultSuccess, 1));
     EXPECT_EQ(sent(), 1);
-    RunReport tRun = someRun(QStringLiteral("1"), update::ResultSuccess, 1);
-    tRun.mPackages[0].mReport = QString(2000, QLatin1Char('x')).replace(7, 1, QLatin1Char('\n'));
+    RunReport tRun = someRun(q("1"), update::ResultSuccess, 1);
+    tRun.mPackages[0].mReport = QString(2000, u'x').replace(7, 1, u'\n');
     for (int i = 0; i < 150; ++i) {
         tRun.mPackages.append(tRun.mPackages[0]);
     }
@@ -277,20 +272,18 @@ TEST_F(MachineMailsTest, AFullDiskLosesNoMail)
     }
     EXPECT_EQ(sent(), 0);
     for (const char* tWhat : {"The mail about an update", "A mail about the machine"}) {
-        const QString tLine =
-            QLatin1String(tWhat) + QLatin1String(" can't be queued: database or disk is full");
-        EXPECT_EQ(mRig.mWarnings.filter(tLine).size(), 1)
-            << mRig.mWarnings.join(QLatin1Char('\n')).toStdString();
+        const QString tLine = q(tWhat) + q(" can't be queued: database or disk is full");
+        EXPECT_EQ(mRig.mWarnings.filter(tLine).size(), 1) << mRig.mWarnings.join(u'\n');
     }
     ASSERT_TRUE(mRig.mDatabase.execute("PRAGMA max_page_count = 1000000"));
     mRig.pass(60);
-    EXPECT_EQ(mRig.mPost.takeSubjects().join(QLatin1Char(' ')).toStdString(),
+    EXPECT_EQ(mRig.mPost.takeSubjects().join(u' ').toStdString(),
               "lab-pc-3: updates installed lab-pc-3: status of updates");
 }
 
 TEST_F(MachineMailsTest, AMailThatCantBeTakenOffTheQueueIsNotSentTwice)
 {
-    mRig.mMailer->onRunFinished(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
+    mRig.mMailer->onRunFinished(someRun(q("1"), update::ResultSuccess, 1));
     ASSERT_TRUE(mRig.mDatabase.execute("PRAGMA query_only = 1"));
     mRig.settle();
     for (int i = 0; i < 5; ++i) {
@@ -305,14 +298,11 @@ TEST_F(MachineMailsTest, AMailThatCantBeTakenOffTheQueueIsNotSentTwice)
 
 TEST_F(MachineMailsTest, OtherSettingsOfTheServerGiveWaitingMailsATry)
 {
-    mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
-    mRig.finish(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
-    mRig.mPost.take();
-    mRig.mPost.setOutcome(SendResult::Outcome::Sent);
+    leaveOneWaiting();
     mRig.mMailer->setSmtpSettings(mRig.mSmtp);
     mRig.settle();
     EXPECT_EQ(sent(), 0);
-    mRig.mSmtp.mUrl = QStringLiteral("smtp://other");
+    mRig.mSmtp.mUrl = q("smtp://other");
     mRig.mMailer->setSmtpSettings(mRig.mSmtp);
     mRig.settle();
     EXPECT_EQ(sent(), 1);

@@ -1,6 +1,5 @@
 #include "Rig.h"
-
-#include <gtest/gtest.h>
+#include "Test.h"
 
 #include <QtCore/QEventLoop>
 #include <QtCore/QMutexLocker>
@@ -30,8 +29,7 @@ SendResult Post::answer(const Mail& pMail)
 {
     const QMutexLocker tLocker(&mMutex);
     mMails.append(pMail);
-    return {pMail.mRecipient == mBadRecipient ? mBadOutcome : mOutcome,
-            QStringLiteral("as the test wants it")};
+    return {pMail.mRecipient == mBadRecipient ? mBadOutcome : mOutcome, q("as the test wants it")};
 }
 
 void Post::setOutcome(SendResult::Outcome pOutcome)
@@ -57,15 +55,14 @@ QStringList Post::takeSubjects()
 
 Rig::Rig() : mNow(QDate(2024, 3, 7), QTime(10, 0), Qt::UTC)
 {
-    EXPECT_TRUE(
-        mDatabase.open(mDir.filePath(QStringLiteral("service.db")), vkcore::Database::Mode::ReadWrite));
-    mSettings.setClientName(QStringLiteral("lab-pc-3"));
+    EXPECT_TRUE(mDatabase.open(mDir.filePath(q("service.db")), vkcore::Database::Mode::ReadWrite));
+    mSettings.setClientName(q("lab-pc-3"));
     mSettings.setEventMailsEnabled(true);
     mSettings.setEventMailOnUpdate(true);
     mSettings.setEventMailOnOverdue(true);
     mSettings.setEventMailOnManualIntervention(true);
-    mSmtp.mUrl = QStringLiteral("smtp://localhost");
-    mSmtp.mSender = QStringLiteral("updates@example.org");
+    mSmtp.mUrl = q("smtp://localhost");
+    mSmtp.mSender = q("updates@example.org");
     mStatus.mLastSuccess = mNow;
 }
 
@@ -93,7 +90,7 @@ void Rig::start(std::unique_ptr<SmtpTransport> pTransport)
     QObject::connect(mMailer.get(), &Mailer::summaryQueued, mMailer.get(),
                      [this](const QDateTime& tWhen) { mSummaries.append(tWhen); });
     QString tError;
-    ASSERT_TRUE(mMailer->open(&tError)) << tError.toStdString();
+    ASSERT_TRUE(mMailer->open(&tError)) << tError;
     mMailer->setSmtpSettings(mSmtp);
     set(Mailer::Reason::Loaded);
 }
@@ -156,17 +153,16 @@ RunReport someRun(const QString& pId, update::ResultCode pResult, int pPackages)
     RunReport tRun;
     tRun.mRunId = pId;
     tRun.mResult = pResult;
-    tRun.mText = QStringLiteral("what came of it");
+    tRun.mText = q("what came of it");
     for (int i = 0; i < pPackages; ++i) {
-        tRun.mPackages.append(
-            {QStringLiteral("Package %1").arg(i), QStringLiteral("1.0"), QStringLiteral("ok"), {}});
+        tRun.mPackages.append({q("Package %1").arg(i), q("1.0"), q("ok"), {}});
     }
     return tRun;
 }
 
 QString codeIn(const QString& pText)
 {
-    static const QRegularExpression sCode(QStringLiteral("--config-var=mail\\.verify\\.[^:\\s]+:(\\S+)"));
+    static const QRegularExpression sCode(q("--config-var=mail\\.verify\\.[^:\\s]+:(\\S+)"));
     return sCode.match(pText).captured(1);
 }
 

@@ -42,6 +42,11 @@ public:
     void start();
     void startReal(const SmtpSettings& pSmtp);
     void stop();
+    void restart()
+    {
+        stop();
+        start();
+    }
     // Waits until nothing is being sent.
     void settle();
     // Moves the clock, and lets the mailer do what is due then.

@@ -1,6 +1,5 @@
 #include "mail/SmtpSettings.h"
-
-#include <gtest/gtest.h>
+#include "Test.h"
 
 #include <QtCore/QMap>
 
@@ -12,8 +11,7 @@ using Values = QMap<QString, QString>;
 
 SmtpSettings with(const Values& pChanges)
 {
-    Values tValues{{QStringLiteral("mail.url"), QStringLiteral("smtp://mail.example.org")},
-                   {QStringLiteral("mail.sender"), QStringLiteral("a@example.org")}};
+    Values tValues{{q("mail.url"), q("smtp://mail.example.org")}, {q("mail.sender"), q("a@example.org")}};
     tValues.insert(pChanges);
     return SmtpSettings::fromValues([&tValues](const QString& tKey) { return tValues.value(tKey); });
 }
@@ -50,12 +48,11 @@ TEST(SmtpSettings, SayWhatIsWrongWithThem)
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(std::string(tCase.mKey) + " = " + tCase.mValue);
-        const QString tProblem =
-            with({{QLatin1String(tCase.mKey), QString::fromUtf8(tCase.mValue)}}).problem();
+        const QString tProblem = with({{q(tCase.mKey), q(tCase.mValue)}}).problem();
         if (tCase.mProblem == nullptr) {
             EXPECT_EQ(tProblem.toStdString(), "");
         } else {
-            EXPECT_TRUE(tProblem.contains(QLatin1String(tCase.mProblem))) << tProblem.toStdString();
+            EXPECT_TRUE(tProblem.contains(q(tCase.mProblem))) << tProblem;
         }
     }
 }
@@ -79,13 +76,12 @@ TEST(SmtpSettings, APasswordMakesEncryptionAMust)
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(std::string(tCase.mUrl) + " " + tCase.mStartTls + " " + tCase.mAllow);
-        const SmtpSettings tSettings =
-            with({{QStringLiteral("mail.url"), QLatin1String(tCase.mUrl)},
-                  {QStringLiteral("mail.startTls"), QLatin1String(tCase.mStartTls)},
-                  {QStringLiteral("mail.allowPlaintext"), QLatin1String(tCase.mAllow)},
-                  {QStringLiteral("mail.user"), QStringLiteral("u")},
-                  {QStringLiteral("mail.password"), QStringLiteral("p")}});
-        EXPECT_EQ(tSettings.problem().isEmpty(), tCase.mUsable) << tSettings.problem().toStdString();
+        const SmtpSettings tSettings = with({{q("mail.url"), q(tCase.mUrl)},
+                                             {q("mail.startTls"), q(tCase.mStartTls)},
+                                             {q("mail.allowPlaintext"), q(tCase.mAllow)},
+                                             {q("mail.user"), q("u")},
+                                             {q("mail.password"), q("p")}});
+        EXPECT_EQ(tSettings.problem().isEmpty(), tCase.mUsable) << tSettings.problem();
         EXPECT_EQ(tSettings.effectiveStartTls(), tCase.mEffective);
     }
 }

@@ -1,45 +1,21 @@
 #include "SmtpSink.h"
+#include "Files.h"
+#include "Loopback.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QEventLoop>
-#include <QtCore/QFile>
 #include <QtCore/QFileSystemWatcher>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QTimer>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
+#include <fcntl.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <csignal>
 
 namespace tarn::vkservice::mail {
 
-namespace {
-
-QByteArray fileBytes(const QString& pPath)
-{
-    QFile tFile(pPath);
-    return tFile.open(QIODevice::ReadOnly) ? tFile.readAll() : QByteArray();
-}
-
-} // namespace
-
-SmtpSink::SmtpSink()
-{
-    mSocket = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in tAddress{};
-    tAddress.sin_family = AF_INET;
-    tAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t tLength = sizeof(tAddress);
-    if (::bind(mSocket, reinterpret_cast<sockaddr*>(&tAddress), tLength) != 0 ||
-        ::getsockname(mSocket, reinterpret_cast<sockaddr*>(&tAddress), &tLength) != 0) {
-        qFatal("no port for the mail server");
-    }
-    mPort = ntohs(tAddress.sin_port);
-}
+SmtpSink::SmtpSink() : mSocket(loopbackSocket(&mPort)) {}
 
 SmtpSink::~SmtpSink()
 {
@@ -54,11 +30,13 @@ void SmtpSink::start(const QStringList& pOptions)
         qFatal("the mail server's port can't be listened on");
     }
     mProcess.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    // A test that crashes must not leave its server behind.
-    mProcess.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
-    mProcess.start(QStringLiteral(SINK_PYTHON),
-                   QStringList{QStringLiteral(SINK_SCRIPT), QStringLiteral("--fd=%1").arg(mSocket),
-                               QStringLiteral("--out=%1").arg(mDir.path())} +
+    // The server gets the socket, and a test that crashes must not leave it behind.
+    mProcess.setChildProcessModifier([this] {
+        ::fcntl(mSocket, F_SETFD, 0);
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    });
+    mProcess.start(q(SINK_PYTHON),
+                   QStringList{q(SINK_SCRIPT), q("--fd=%1").arg(mSocket), q("--out=%1").arg(mDir.path())} +
                        pOptions);
     if (!mProcess.waitForStarted()) {
         qFatal("the mail server can't be started");
@@ -73,42 +51,30 @@ void SmtpSink::stop()
 
 QStringList SmtpSink::tlsOptions()
 {
-    const QString tKey = mDir.filePath(QStringLiteral("key.pem"));
+    const QString tKey = mDir.filePath(q("key.pem"));
     if (!QFile::exists(tKey)) {
-        QProcess tOpenssl;
-        tOpenssl.setStandardErrorFile(QProcess::nullDevice());
-        tOpenssl.start(QStringLiteral("openssl"),
-                       {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-nodes"),
-                        QStringLiteral("-newkey"), QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
-                        QStringLiteral("ec_paramgen_curve:P-256"), QStringLiteral("-subj"),
-                        QStringLiteral("/CN=localhost"), QStringLiteral("-addext"),
-                        QStringLiteral("subjectAltName=DNS:localhost"), QStringLiteral("-days"),
-                        QStringLiteral("2"), QStringLiteral("-keyout"), tKey, QStringLiteral("-out"),
-                        certificate()});
-        if (!tOpenssl.waitForFinished() || tOpenssl.exitCode() != 0) {
-            qFatal("no certificate for the mail server");
-        }
+        makeCertificate(certificate(), tKey);
     }
-    return {QStringLiteral("--certificate=%1").arg(certificate()), QStringLiteral("--key=%1").arg(tKey)};
+    return {q("--certificate=%1").arg(certificate()), q("--key=%1").arg(tKey)};
 }
 
 void SmtpSink::startSecure(const QStringList& pOptions)
 {
-    start(tlsOptions() + QStringList{QStringLiteral("--login=user:secret")} + pOptions);
+    start(tlsOptions() + QStringList{q("--login=user:secret")} + pOptions);
 }
 
 QString SmtpSink::url(const QString& pScheme) const
 {
-    return QStringLiteral("%1://localhost:%2").arg(pScheme).arg(mPort);
+    return q("%1://localhost:%2").arg(pScheme).arg(mPort);
 }
 
 SmtpSettings SmtpSink::settings() const
 {
     SmtpSettings tSettings;
-    tSettings.mUrl = url(QStringLiteral("smtp"));
-    tSettings.mUser = QStringLiteral("user");
-    tSettings.mPassword = QStringLiteral("secret");
-    tSettings.mSender = QStringLiteral("Updates <updates@example.org>");
+    tSettings.mUrl = url(q("smtp"));
+    tSettings.mUser = q("user");
+    tSettings.mPassword = q("secret");
+    tSettings.mSender = q("Updates <updates@example.org>");
     tSettings.mCaFile = certificate();
     return tSettings;
 }
@@ -117,11 +83,11 @@ QList<SmtpSink::Received> SmtpSink::received() const
 {
     QList<Received> tAll;
     const QDir tDir(mDir.path());
-    for (const QString& tName : tDir.entryList({QStringLiteral("*.json")}, QDir::Files, QDir::Name)) {
+    for (const QString& tName : tDir.entryList({q("*.json")}, QDir::Files, QDir::Name)) {
         QString tMessage = tName;
-        tMessage.replace(QLatin1String(".json"), QLatin1String(".eml"));
-        tAll.append({fileBytes(tDir.filePath(tMessage)),
-                     QJsonDocument::fromJson(fileBytes(tDir.filePath(tName))).object()});
+        tMessage.replace(q(".json"), q(".eml"));
+        tAll.append({readFile(tDir.filePath(tMessage)),
+                     QJsonDocument::fromJson(readFile(tDir.filePath(tName))).object()});
     }
     return tAll;
 }
@@ -143,27 +109,27 @@ void SmtpSink::waitForMail() const
 
 QByteArray SmtpSink::logins() const
 {
-    return fileBytes(mDir.filePath(QStringLiteral("logins")));
+    return readFile(mDir.filePath(q("logins")));
 }
 
 QString decoded(const QByteArray& pMessage, const QString& pPart)
 {
-    static const QString sProgram = QStringLiteral(
-        "import sys, email, email.policy\n"
-        "message = email.message_from_binary_file(sys.stdin.buffer, policy=email.policy.default)\n"
-        "part = sys.argv[1]\n"
-        "if part in ('text', 'html'):\n"
-        "    out = message.get_body((dict(text='plain', html='html')[part],)).get_content()\n"
-        "else:\n"
-        "    out = message[part] or ''\n"
-        "sys.stdout.buffer.write(str(out).encode())\n");
+    static const QString sProgram =
+        q("import sys, email, email.policy\n"
+          "message = email.message_from_binary_file(sys.stdin.buffer, policy=email.policy.default)\n"
+          "part = sys.argv[1]\n"
+          "if part in ('text', 'html'):\n"
+          "    out = message.get_body((dict(text='plain', html='html')[part],)).get_content()\n"
+          "else:\n"
+          "    out = message[part] or ''\n"
+          "sys.stdout.buffer.write(str(out).encode())\n");
     QProcess tPython;
     tPython.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    tPython.start(QStringLiteral(SINK_PYTHON), {QStringLiteral("-c"), sProgram, pPart});
+    tPython.start(q(SINK_PYTHON), {q("-c"), sProgram, pPart});
     tPython.write(pMessage);
     tPython.closeWriteChannel();
     tPython.waitForFinished();
-    return QString::fromUtf8(tPython.readAllStandardOutput());
+    return q(tPython.readAllStandardOutput());
 }
 
 } // namespace tarn::vkservice::mail

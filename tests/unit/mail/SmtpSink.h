@@ -1,8 +1,8 @@
 #pragma once
 
 #include "mail/SmtpSettings.h"
+#include "Text.h"
 
-#include <QtCore/QByteArray>
 #include <QtCore/QJsonObject>
 #include <QtCore/QList>
 #include <QtCore/QProcess>
@@ -37,7 +37,7 @@ public:
     SmtpSettings settings() const;
     QString url(const QString& pScheme) const;
     int port() const { return mPort; }
-    QString certificate() const { return mDir.filePath(QStringLiteral("cert.pem")); }
+    QString certificate() const { return mDir.filePath(q("cert.pem")); }
 
     // Until the first mail has arrived.
     void waitForMail() const;
@@ -47,8 +47,8 @@ public:
 private:
     QTemporaryDir mDir;
     QProcess mProcess;
-    int mSocket = -1;
-    int mPort = 0;
+    quint16 mPort = 0;
+    int mSocket;
 };
 
 // A part of a received message, decoded by another implementation: "subject", "text" or "html", or a header's

@@ -3,8 +3,7 @@
 #include "mail/MailContent.h"
 #include "mail/Messages.h"
 #include "mail/Text.h"
-
-#include <gtest/gtest.h>
+#include "Test.h"
 
 namespace tarn::vkservice::mail {
 
@@ -27,14 +26,14 @@ TEST(Headers, NoTextLeavesItsHeader)
         SCOPED_TRACE(tText);
         // A long run makes folds, and each fold has to be one of ours.
         for (const int tTimes : {1, 40}) {
-            const QByteArray tHeader = encodedText(QString::fromUtf8(tText).repeated(tTimes));
+            const QByteArray tHeader = encodedText(q(tText).repeated(tTimes));
             QByteArray tUnfolded = tHeader;
             tUnfolded.replace("\r\n ", "");
-            EXPECT_FALSE(tUnfolded.contains('\r') || tUnfolded.contains('\n')) << tHeader.toStdString();
+            EXPECT_FALSE(tUnfolded.contains('\r') || tUnfolded.contains('\n')) << tHeader;
             EXPECT_TRUE(
                 std::all_of(tUnfolded.begin(), tUnfolded.end(), [](char c) { return c >= ' ' && c <= '~'; }));
             for (const QByteArray& tLine : tHeader.split('\n')) {
-                EXPECT_TRUE(!tLine.contains("=?") || tLine.trimmed().size() <= 67) << tLine.toStdString();
+                EXPECT_TRUE(!tLine.contains("=?") || tLine.trimmed().size() <= 67) << tLine;
             }
         }
     }
@@ -42,13 +41,13 @@ TEST(Headers, NoTextLeavesItsHeader)
 
 TEST(Headers, NeverCutACharacterInTwo)
 {
-    const QString tText = QString::fromUtf8("a\xf0\x9f\x96\xa5\xc3\xbc").repeated(30);
+    const QString tText = q("a\xf0\x9f\x96\xa5\xc3\xbc").repeated(30);
     const QByteArray tHeader = encodedText(tText);
     QString tBack;
     for (QByteArray tWord : tHeader.split(' ')) {
         tWord = tWord.trimmed();
         ASSERT_TRUE(tWord.startsWith("=?UTF-8?B?") && tWord.endsWith("?="));
-        const QString tPart = QString::fromUtf8(QByteArray::fromBase64(tWord.mid(10).chopped(2)));
+        const QString tPart = q(QByteArray::fromBase64(tWord.mid(10).chopped(2)));
         EXPECT_FALSE(tPart.contains(QChar(QChar::ReplacementCharacter)));
         tBack += tPart;
     }
@@ -57,94 +56,90 @@ TEST(Headers, NeverCutACharacterInTwo)
 
 TEST(Headers, QuoteASendersName)
 {
-    EXPECT_EQ(encodedMailbox(Sender::fromString(QStringLiteral("a@host"))), "<a@host>");
-    EXPECT_EQ(encodedMailbox(Sender::fromString(QStringLiteral("Say \"hi\" \\ <a@b.de>"))),
-              R"("Say \"hi\" \\" <a@b.de>)");
-    EXPECT_EQ(encodedMailbox(Sender::fromString(QString::fromUtf8("Büro <a@b.de>"))),
-              "=?UTF-8?B?QsO8cm8=?= <a@b.de>");
-    EXPECT_EQ(encodedMailbox(Sender::fromString(QStringLiteral("x\r\nBcc: c@d.de <a@b.de>"))),
+    EXPECT_EQ(encodedMailbox(Sender::fromString(q("a@host"))), "<a@host>");
+    EXPECT_EQ(encodedMailbox(Sender::fromString(q("Say \"hi\" \\ <a@b.de>"))), R"("Say \"hi\" \\" <a@b.de>)");
+    EXPECT_EQ(encodedMailbox(Sender::fromString(q("Büro <a@b.de>"))), "=?UTF-8?B?QsO8cm8=?= <a@b.de>");
+    EXPECT_EQ(encodedMailbox(Sender::fromString(q("x\r\nBcc: c@d.de <a@b.de>"))),
               "\"x Bcc: c@d.de\" <a@b.de>");
     for (const char* tBad :
          {"", "nobody", "a b@c.de", "<a@b.de> x", "a@b.de\r\nBcc: x@y.de", "x <a@b.de\n>", "a@b@c.de"}) {
-        EXPECT_TRUE(Sender::fromString(QString::fromUtf8(tBad)).mAddress.isEmpty()) << tBad;
+        EXPECT_TRUE(Sender::fromString(q(tBad)).mAddress.isEmpty()) << tBad;
     }
 }
 
 TEST(Address, OnlyWhatCanStandAnywhereAsItIs)
 {
     for (const char* tGood : {"a@b.de", "A.b-c_d%e+f@Sub.Example-1.ORG"}) {
-        EXPECT_TRUE(isMailAddress(QString::fromUtf8(tGood))) << tGood;
+        EXPECT_TRUE(isMailAddress(q(tGood))) << tGood;
     }
     for (const char* tBad :
          {"", "a", "@b.de", "a@", "a@b", "a@b.d", "a@b.d1", " a@b.de", "a@b.de ", "a@b.de\n", "a\r\n@b.de",
           "a@b.de,c@d.de", "<a@b.de>", "a@b.de>\r\nRCPT TO:<c@d.de", "\"a\"@b.de", "a@b@c.de",
           "\xc3\xa4@b.de", "a@b.\xe2\x84\xaa\xc5\xbf"}) {
-        EXPECT_FALSE(isMailAddress(QString::fromUtf8(tBad))) << tBad;
+        EXPECT_FALSE(isMailAddress(q(tBad))) << tBad;
     }
-    EXPECT_FALSE(isMailAddress(QStringLiteral("%1@b.de").arg(QString(65, QLatin1Char('a')))));
-    EXPECT_FALSE(isMailAddress(QStringLiteral("a@%1.de").arg(QString(250, QLatin1Char('a')))));
+    EXPECT_FALSE(isMailAddress(q("%1@b.de").arg(QString(65, u'a'))));
+    EXPECT_FALSE(isMailAddress(q("a@%1.de").arg(QString(250, u'a'))));
 }
 
 TEST(Address, OnlyTheOldListSaysWhatIsVerified)
 {
     using vkcore::MonitoringEmail;
     vkcore::MonitoringEmailList tOld;
-    tOld.append(MonitoringEmail(QStringLiteral("Kept@example.org"), true));
-    tOld.append(MonitoringEmail(QStringLiteral("open@example.org"), false));
+    tOld.append(MonitoringEmail(q("Kept@example.org"), true));
+    tOld.append(MonitoringEmail(q("open@example.org"), false));
     vkcore::MonitoringEmailList tNew;
-    tNew.append(MonitoringEmail(QStringLiteral("kept@example.org"), false));
-    tNew.append(MonitoringEmail(QStringLiteral("open@example.org"), true));
-    tNew.append(MonitoringEmail(QStringLiteral("new@example.org"), true));
+    tNew.append(MonitoringEmail(q("kept@example.org"), false));
+    tNew.append(MonitoringEmail(q("open@example.org"), true));
+    tNew.append(MonitoringEmail(q("new@example.org"), true));
     const vkcore::MonitoringEmailList tResult = keepVerified(tOld, tNew);
     ASSERT_EQ(tResult.size(), 3);
     EXPECT_TRUE(tResult[0].isVerified());
     EXPECT_FALSE(tResult[1].isVerified());
     EXPECT_FALSE(tResult[2].isVerified());
-    EXPECT_TRUE(markVerified(tResult, QStringLiteral("OPEN@example.org"))[1].isVerified());
-    EXPECT_FALSE(markVerified(tResult, QStringLiteral("OPEN@example.org"))[2].isVerified());
+    EXPECT_TRUE(markVerified(tResult, q("OPEN@example.org"))[1].isVerified());
+    EXPECT_FALSE(markVerified(tResult, q("OPEN@example.org"))[2].isVerified());
 }
 
 TEST(MailContent, ReportsCanNeitherPassForTheMailNorRunInIt)
 {
     RunReport tRun;
-    tRun.mText = QStringLiteral("<b>done</b>\nResult: fine");
-    tRun.mPackages.append({QStringLiteral("<script>alert(1)</script>"), QStringLiteral("1.0\nPackages:"),
-                           QStringLiteral("error"),
-                           QStringLiteral("line 1\r\n-- \r\n<img src=x onerror=y>&amp;\"")});
-    const MailContent tContent = updateDone(QStringLiteral("<i>pc</i>\r\nBcc: x@y.de"), tRun);
+    tRun.mText = q("<b>done</b>\nResult: fine");
+    tRun.mPackages.append({q("<script>alert(1)</script>"), q("1.0\nPackages:"), q("error"),
+                           q("line 1\r\n-- \r\n<img src=x onerror=y>&amp;\"")});
+    const MailContent tContent = updateDone(q("<i>pc</i>\r\nBcc: x@y.de"), tRun);
 
     const QString tText = plainText(tContent);
-    EXPECT_FALSE(tText.contains(QLatin1Char('\r')));
-    EXPECT_EQ(tText.count(QStringLiteral("\n-- \n")), 1);
-    EXPECT_EQ(tText.count(QStringLiteral("\nResult:")), 1);
-    EXPECT_EQ(tText.count(QStringLiteral("\nPackages:")), 1);
-    EXPECT_FALSE(tText.contains(QStringLiteral("\nBcc:")));
-    EXPECT_TRUE(tText.contains(
-        QStringLiteral("\n  * <script>alert(1)</script> 1.0 Packages: [error]\n      | line 1\n")));
+    EXPECT_FALSE(tText.contains(u'\r'));
+    EXPECT_EQ(tText.count(q("\n-- \n")), 1);
+    EXPECT_EQ(tText.count(q("\nResult:")), 1);
+    EXPECT_EQ(tText.count(q("\nPackages:")), 1);
+    EXPECT_FALSE(tText.contains(q("\nBcc:")));
+    EXPECT_TRUE(tText.contains(q("\n  * <script>alert(1)</script> 1.0 Packages: [error]\n      | line 1\n")));
 
     const QString tHtml = html(tContent);
     for (const char* tTag : {"<script", "<img", "<b>", "<i>"}) {
-        EXPECT_FALSE(tHtml.contains(QLatin1String(tTag))) << tTag;
+        EXPECT_FALSE(tHtml.contains(q(tTag))) << tTag;
     }
-    EXPECT_TRUE(tHtml.contains(QStringLiteral("&lt;img src=x onerror=y&gt;&amp;amp;&quot;")));
+    EXPECT_TRUE(tHtml.contains(q("&lt;img src=x onerror=y&gt;&amp;amp;&quot;")));
 }
 
 TEST(MailContent, HasAnEnd)
 {
-    const QString tLong(50000, QLatin1Char('x'));
+    const QString tLong(50000, u'x');
     RunReport tRun;
     tRun.mPackages.fill({tLong, tLong, tLong, tLong}, 10000);
-    const MailContent tContent = updateDone(QStringLiteral("pc"), tRun);
+    const MailContent tContent = updateDone(q("pc"), tRun);
     EXPECT_LT(plainText(tContent).size(), 500000);
     EXPECT_LT(html(tContent).size(), 500000);
-    EXPECT_TRUE(plainText(tContent).contains(QStringLiteral("and 9800 more")));
+    EXPECT_TRUE(plainText(tContent).contains(q("and 9800 more")));
 }
 
 TEST(Text, CutsBetweenCharacters)
 {
-    const QString tPairs = QString::fromUtf8("\xf0\x9f\x96\xa5").repeated(10);
-    EXPECT_EQ(singleLine(tPairs, 6), QString::fromUtf8("\xf0\x9f\x96\xa5\xf0\x9f\x96\xa5\xe2\x80\xa6"));
-    EXPECT_EQ(manyLines(QStringLiteral("a\rb\r\n-\x01-\n"), 100), QStringLiteral("a\nb\n- -"));
+    const QString tPairs = q("\xf0\x9f\x96\xa5").repeated(10);
+    EXPECT_EQ(singleLine(tPairs, 6), q("\xf0\x9f\x96\xa5\xf0\x9f\x96\xa5\xe2\x80\xa6"));
+    EXPECT_EQ(manyLines(q("a\rb\r\n-\x01-\n"), 100), q("a\nb\n- -"));
 }
 
 } // namespace

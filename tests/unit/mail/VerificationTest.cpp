@@ -1,15 +1,14 @@
 #include "Rig.h"
+#include "Test.h"
 
 #include "mail/Address.h"
 #include "mail/Verification.h"
-
-#include <gtest/gtest.h>
 
 namespace tarn::vkservice::mail {
 
 namespace {
 
-const QString sAddress = QStringLiteral("Admin@example.org");
+const QString sAddress = q("Admin@example.org");
 
 class VerificationTest : public ::testing::Test
 {
@@ -33,31 +32,30 @@ protected:
 
 TEST_F(VerificationTest, TheMailedCodeOpensTheAddress)
 {
-    mRig.finish(someRun(QStringLiteral("run 1"), update::ResultSuccess, 1));
+    mRig.finish(someRun(q("run 1"), update::ResultSuccess, 1));
     const QList<Mail> tMails = mRig.mPost.take();
     ASSERT_EQ(tMails.size(), 1) << "an address that is not verified got a mail about the machine";
     EXPECT_EQ(tMails.first().mRecipient, sAddress);
     const QString tCode = codeIn(tMails.first().mText);
     EXPECT_EQ(tCode.size(), 14);
-    EXPECT_EQ(mRig.mMailer->verificationState(sAddress), QStringLiteral("not verified"));
+    EXPECT_EQ(mRig.mMailer->verificationState(sAddress), q("not verified"));
 
-    QString tTyped = QLatin1Char(' ') + tCode.toLower();
-    tTyped.remove(QLatin1Char('-'));
+    QString tTyped = u' ' + tCode.toLower();
+    tTyped.remove(u'-');
     EXPECT_TRUE(mRig.mMailer->verify(sAddress.toLower(), tTyped).mOk);
     mRig.mSettings.setNotificationEmailAddresses(
         markVerified(mRig.mSettings.notificationEmailAddresses(), sAddress));
     mRig.set();
-    EXPECT_EQ(mRig.mMailer->verificationState(sAddress), QStringLiteral("verified"));
-    mRig.finish(someRun(QStringLiteral("run 2"), update::ResultSuccess, 1));
-    EXPECT_EQ(mRig.mPost.takeSubjects(), QStringList{QStringLiteral("lab-pc-3: updates installed")});
+    EXPECT_EQ(mRig.mMailer->verificationState(sAddress), q("verified"));
+    mRig.finish(someRun(q("run 2"), update::ResultSuccess, 1));
+    EXPECT_EQ(mRig.mPost.takeSubjects(), QStringList{q("lab-pc-3: updates installed")});
 }
 
 TEST_F(VerificationTest, ARightCodeHoldsUntilItsUseIsStored)
 {
     const QString tCode = nextCode();
     EXPECT_TRUE(verify(tCode));
-    mRig.stop(); // killed before the settings were stored
-    mRig.start();
+    mRig.restart(); // killed before the settings were stored
     EXPECT_TRUE(verify(tCode));
 }
 
@@ -66,25 +64,24 @@ TEST_F(VerificationTest, WrongCodesUseItUp)
     const QString tCode = nextCode();
     for (int i = 0; i < Verification::sMaxAttempts; ++i) {
         if (i == 2) {
-            mRig.stop(); // does not give attempts back
-            mRig.start();
+            mRig.restart(); // does not give attempts back
         }
-        EXPECT_FALSE(verify(QStringLiteral("2222-2222-2222")));
+        EXPECT_FALSE(verify(q("2222-2222-2222")));
     }
     EXPECT_FALSE(verify(tCode));
-    EXPECT_TRUE(refusal(tCode).contains(QStringLiteral("There is no code"))) << refusal(tCode).toStdString();
+    EXPECT_TRUE(refusal(tCode).contains(q("There is no code"))) << refusal(tCode);
 }
 
 TEST_F(VerificationTest, CodesBelongToTheirAddressAndTime)
 {
     const QString tCode = nextCode();
-    const QString tOther = QStringLiteral("other@example.org");
+    const QString tOther = q("other@example.org");
     mRig.address(tOther, false);
     mRig.set();
     EXPECT_FALSE(mRig.mMailer->verify(tOther, tCode).mOk);
-    EXPECT_FALSE(mRig.mMailer->verify(QStringLiteral("stranger@example.org"), tCode).mOk);
+    EXPECT_FALSE(mRig.mMailer->verify(q("stranger@example.org"), tCode).mOk);
     mRig.pass(Verification::sValidHours * 60 * 60);
-    EXPECT_TRUE(refusal(tCode).contains(QStringLiteral("out of date")));
+    EXPECT_TRUE(refusal(tCode).contains(q("out of date")));
 }
 
 TEST_F(VerificationTest, SettingAnAddressAgainSendsNothingWhileItsCodeHolds)
@@ -102,8 +99,7 @@ TEST_F(VerificationTest, SettingAnAddressAgainSendsNothingWhileItsCodeHolds)
     EXPECT_TRUE(mRig.mPost.take().isEmpty());
 
     mRig.pass(Verification::sValidHours * 60 * 60);
-    mRig.stop();
-    mRig.start();
+    mRig.restart();
     EXPECT_TRUE(mRig.mPost.take().isEmpty()) << "a start alone sends no further code";
     mRig.set();
     EXPECT_TRUE(verify(nextCode()));
@@ -123,7 +119,7 @@ TEST_F(VerificationTest, ANewCodeCanBeAskedForWithinLimits)
     int tMails = 2;
     for (int i = 0; i < 20; ++i) {
         mRig.pass(Verification::sMinSecondsBetweenCodes);
-        mRig.mMailer->verify(sAddress, QStringLiteral(" "));
+        mRig.mMailer->verify(sAddress, q(" "));
         mRig.settle();
         tMails += static_cast<int>(mRig.mPost.take().size());
     }
@@ -132,7 +128,7 @@ TEST_F(VerificationTest, ANewCodeCanBeAskedForWithinLimits)
 
 TEST_F(VerificationTest, OnlyTheLastCodeIsMailed)
 {
-    const QString tOther = QStringLiteral("other@example.org");
+    const QString tOther = q("other@example.org");
     mRig.mPost.take();
     mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
     mRig.address(tOther, false);
@@ -151,7 +147,7 @@ TEST_F(VerificationTest, AListOfManyAddressesIsWrittenToSlowly)
 {
     mRig.mPost.take();
     for (int i = 0; i < 50; ++i) {
-        mRig.address(QStringLiteral("a%1@example.org").arg(i), false);
+        mRig.address(q("a%1@example.org").arg(i), false);
     }
     mRig.set();
     EXPECT_EQ(mRig.mPost.take().size(), Verification::sMaxCodesPerHour - 1);
@@ -166,7 +162,7 @@ TEST_F(VerificationTest, CodesWaitForAMailServer)
     tRig.mSmtp = {};
     tRig.address(sAddress, false);
     tRig.start();
-    EXPECT_TRUE(tRig.warned(QStringLiteral("mail.url is not set")));
+    EXPECT_TRUE(tRig.warned(q("mail.url is not set")));
     EXPECT_FALSE(tRig.mMailer->verify(sAddress, QString()).mOk);
     tRig.mMailer->setSmtpSettings(mRig.mSmtp);
     tRig.settle();
@@ -177,17 +173,11 @@ TEST_F(VerificationTest, TheDatabaseDoesNotTellTheCode)
 {
     const QString tCode = nextCode();
     QString tBare = tCode;
-    tBare.remove(QLatin1Char('-'));
+    tBare.remove(u'-');
     vkcore::Statement tQuery(
         mRig.mDatabase, "SELECT count(*) FROM mail_verification WHERE instr(hash, ?1) OR instr(hash, ?2)");
     ASSERT_TRUE(tQuery.bind(1, tCode).bind(2, tBare).step());
     EXPECT_EQ(tQuery.integer(0), 0);
-}
-
-TEST(VerificationVariable, NamesItsAddress)
-{
-    EXPECT_EQ(Mailer::verificationAddress(QStringLiteral("mail.verify.a@b.de")), QStringLiteral("a@b.de"));
-    EXPECT_TRUE(Mailer::verificationAddress(QStringLiteral("mail.url")).isNull());
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "Rig.h"
-
-#include <gtest/gtest.h>
+#include "Test.h"
 
 #include <QtCore/QCoreApplication>
 
@@ -25,18 +24,18 @@ int sendOne(const QStringList& pArguments)
     SmtpSettings tSmtp;
     tSmtp.mUrl = pArguments.value(1);
     tSmtp.mCaFile = pArguments.value(2);
-    tSmtp.mUser = QStringLiteral("user");
-    tSmtp.mPassword = QStringLiteral("secret");
-    tSmtp.mSender = QStringLiteral("updates@example.org");
+    tSmtp.mUser = q("user");
+    tSmtp.mPassword = q("secret");
+    tSmtp.mSender = q("updates@example.org");
     tMailer.setSmtpSettings(tSmtp);
     vkcore::MonitoringSettings tSettings;
     tSettings.setEventMailsEnabled(true);
     tSettings.setEventMailOnUpdate(true);
     vkcore::MonitoringEmailList tList;
-    tList.append(vkcore::MonitoringEmail(QStringLiteral("admin@example.org"), true));
+    tList.append(vkcore::MonitoringEmail(q("admin@example.org"), true));
     tSettings.setNotificationEmailAddresses(tList);
     tMailer.setMonitoringSettings(tSettings, Mailer::Reason::Loaded);
-    tMailer.onRunFinished(someRun(QStringLiteral("1"), update::ResultSuccess, 1));
+    tMailer.onRunFinished(someRun(q("1"), update::ResultSuccess, 1));
     return QCoreApplication::exec();
 }
 
@@ -49,7 +48,7 @@ int main(int pArgc, char** pArgv)
     ::testing::InitGoogleTest(&pArgc, pArgv);
     const QCoreApplication tApplication(pArgc, pArgv);
     const QStringList tArguments = QCoreApplication::arguments();
-    if (tArguments.value(1) == QLatin1String("--send-one")) {
+    if (tArguments.value(1) == q("--send-one")) {
         return tarn::vkservice::mail::sendOne(tArguments.mid(2));
     }
     return RUN_ALL_TESTS();

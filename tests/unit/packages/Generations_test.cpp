@@ -1,15 +1,10 @@
 #include "FaultyFileSystem.h"
+#include "Test.h"
 #include "TestArchive.h"
 
 #include "os/FileTools.h"
 #include "packages/Generations.h"
 #include "packages/InstallLock.h"
-
-#include <gtest/gtest.h>
-
-#include <QtCore/QDir>
-#include <QtCore/QFileInfo>
-#include <QtCore/QTemporaryDir>
 
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::packages;
@@ -25,7 +20,7 @@ protected:
 
     void useDataDir(const QString& pDataDir)
     {
-        mFolders = std::make_unique<PackageFolders>(mDir.filePath(QStringLiteral("install")), pDataDir);
+        mFolders = std::make_unique<PackageFolders>(mDir.filePath(q("install")), pDataDir);
         mGenerations = std::make_unique<Generations>(mFileSystem, *mFolders);
     }
 
@@ -33,15 +28,14 @@ protected:
     InstalledPackage stage(const char* pName, int pVersion, Kind pKind = Kind::Application)
     {
         InstalledPackage tPackage;
-        tPackage.mInfo.mName = QString::fromUtf8(pName);
+        tPackage.mInfo.mName = q(pName);
         tPackage.mInfo.mKind = pKind;
         tPackage.mInfo.mVersion = EnhVersion(Version(pVersion, 0, 0, 0), QDateTime());
-        tPackage.mHash = QStringLiteral("%1").arg(pVersion, 64, 16, QLatin1Char('0'));
+        tPackage.mHash = q("%1").arg(pVersion, 64, 16, QLatin1Char('0'));
         tPackage.mFolder = mFolders->folder(tPackage.mInfo, tPackage.mHash);
         const QString tStaging = mFolders->stagingFolder(tPackage.mInfo, tPackage.mHash);
         QDir().mkpath(tStaging);
-        os::writeFile(os::realFileSystem(), tStaging + QStringLiteral("/file"), QByteArray::number(pVersion),
-                      0644);
+        os::writeFile(os::realFileSystem(), tStaging + q("/file"), QByteArray::number(pVersion), 0644);
         mStaged.append({tStaging, tPackage.mFolder});
         return tPackage;
     }
@@ -63,10 +57,8 @@ protected:
     QByteArray current(const char* pPackage) const
     {
         QByteArray tBytes;
-        os::readFile(
-            os::realFileSystem(),
-            mDir.filePath(QStringLiteral("install/current/%1/file").arg(QString::fromUtf8(pPackage))), 100,
-            &tBytes);
+        os::readFile(os::realFileSystem(), mDir.filePath(q("install/current/%1/file").arg(q(pPackage))), 100,
+                     &tBytes);
         return tBytes;
     }
 
@@ -93,37 +85,36 @@ TEST_F(GenerationsTest, KeepsThePreviousGenerationAndNoOther)
         EXPECT_EQ(current("other"), "7");
         ASSERT_FALSE(mGenerations->removeLeftovers());
     }
-    EXPECT_EQ(list(QStringLiteral("install/generations")),
-              QStringList({QStringLiteral("3"), QStringLiteral("4")}));
-    EXPECT_EQ(list(QStringLiteral("install/packages/app")).size(), 2);
-    EXPECT_EQ(list(QStringLiteral("install/packages/other")).size(), 1);
-    EXPECT_EQ(list(QStringLiteral("install/.staging")).size(), 0);
+    EXPECT_EQ(list(q("install/generations")), QStringList({q("3"), q("4")}));
+    EXPECT_EQ(list(q("install/packages/app")).size(), 2);
+    EXPECT_EQ(list(q("install/packages/other")).size(), 1);
+    EXPECT_EQ(list(q("install/.staging")).size(), 0);
 }
 
 TEST_F(GenerationsTest, LeavesNothingOfADataFolderThatWasGivenUp)
 {
-    useDataDir(mDir.filePath(QStringLiteral("data1")));
+    useDataDir(mDir.filePath(q("data1")));
     ASSERT_FALSE(install({stage("maps", 1, Kind::Data)}));
-    useDataDir(mDir.filePath(QStringLiteral("data2")));
+    useDataDir(mDir.filePath(q("data2")));
     ASSERT_FALSE(install({stage("maps", 1, Kind::Data)}));
     ASSERT_FALSE(mGenerations->removeLeftovers());
-    EXPECT_EQ(list(QStringLiteral("data1/packages/maps")).size(), 1) << "the previous generation needs it";
+    EXPECT_EQ(list(q("data1/packages/maps")).size(), 1) << "the previous generation needs it";
     ASSERT_FALSE(install({stage("maps", 2, Kind::Data)}));
     ASSERT_FALSE(mGenerations->removeLeftovers());
     EXPECT_EQ(current("maps"), "2");
-    EXPECT_EQ(list(QStringLiteral("data1/packages/maps")).size(), 0);
-    EXPECT_EQ(list(QStringLiteral("data2/packages/maps")).size(), 2);
+    EXPECT_EQ(list(q("data1/packages/maps")).size(), 0);
+    EXPECT_EQ(list(q("data2/packages/maps")).size(), 2);
 }
 
 TEST_F(GenerationsTest, ReplacesAPackageFolderThatNobodyNeedsAndKeepsOneThatIsNeeded)
 {
     // What a killed run moved into place and never switched to: perhaps it is not whole.
     const InstalledPackage tApp = stage("app", 1);
-    QDir().mkpath(mFolders->absolute(tApp.mFolder) + QStringLiteral("/half"));
+    QDir().mkpath(mFolders->absolute(tApp.mFolder) + q("/half"));
     ASSERT_FALSE(install({tApp}));
-    EXPECT_EQ(list(QStringLiteral("install/current/app")), QStringList(QStringLiteral("file")));
+    EXPECT_EQ(list(q("install/current/app")), QStringList(q("file")));
 
-    const QString tFile = mFolders->absolute(tApp.mFolder) + QStringLiteral("/file");
+    const QString tFile = mFolders->absolute(tApp.mFolder) + q("/file");
     const auto tInode = [&tFile] {
         struct stat tStat = {};
         ::stat(QFile::encodeName(tFile).constData(), &tStat);
@@ -145,7 +136,7 @@ TEST_F(GenerationsTest, IsOldOrNewWhereverItBreaks)
         const int tNumber = tCount + 1;
         const os::Failure tFailure = install({stage("app", tNumber), stage("lib", tNumber)}, tCount);
         tFailed = mFileSystem.hasFailed();
-        SCOPED_TRACE(mFileSystem.failed().toStdString());
+        SCOPED_TRACE(mFileSystem.failed());
         mFileSystem.failAt(0, 0);
         const QByteArray tExpected = tFailure ? tOld : QByteArray::number(tNumber);
         EXPECT_EQ(current("app"), tExpected);
@@ -153,8 +144,8 @@ TEST_F(GenerationsTest, IsOldOrNewWhereverItBreaks)
         EXPECT_FALSE(mGenerations->removeLeftovers());
         EXPECT_EQ(current("app"), tExpected);
         EXPECT_EQ(current("lib"), tExpected);
-        EXPECT_EQ(list(QStringLiteral("install/.staging")).size(), 0);
-        EXPECT_EQ(list(QStringLiteral("install")).filter(QStringLiteral("current")).size(), 1);
+        EXPECT_EQ(list(q("install/.staging")).size(), 0);
+        EXPECT_EQ(list(q("install")).filter(q("current")).size(), 1);
         tOld = tExpected;
     }
     EXPECT_GT(tCount, 15);
@@ -163,7 +154,7 @@ TEST_F(GenerationsTest, IsOldOrNewWhereverItBreaks)
 TEST_F(GenerationsTest, TouchesNothingWhenTheCurrentManifestIsDamaged)
 {
     ASSERT_FALSE(install({stage("app", 1)}));
-    const QString tManifest = mDir.filePath(QStringLiteral("install/current/")) + manifestFileName();
+    const QString tManifest = mDir.filePath(q("install/current/")) + manifestFileName();
     for (const char* tBytes : {"", "{", "[]", "{\"format\":99}", "{\"format\":1,\"generation\":8}",
                                "{\"format\":1,\"generation\":1,\"packages\":[{}]}"}) {
         SCOPED_TRACE(tBytes);
@@ -175,46 +166,34 @@ TEST_F(GenerationsTest, TouchesNothingWhenTheCurrentManifestIsDamaged)
     }
 }
 
-TEST(InstallLockTest, HoldsOffTheSecond)
-{
-    QTemporaryDir tDir;
-    InstallLock tSecond;
-    {
-        InstallLock tFirst;
-        EXPECT_FALSE(tFirst.take(os::realFileSystem(), tDir.path()));
-        EXPECT_TRUE(tSecond.take(os::realFileSystem(), tDir.path()));
-    }
-    EXPECT_FALSE(tSecond.take(os::realFileSystem(), tDir.path()));
-}
-
 TEST(ManifestTest, KeepsEverything)
 {
     Manifest tManifest;
     tManifest.mGeneration = 12;
     tManifest.mPrevious = 9;
-    tManifest.mRunId = QStringLiteral("id");
+    tManifest.mRunId = q("id");
     tManifest.mRunDate = QDateTime(QDate(2024, 2, 29), QTime(12, 30));
     InstalledPackage tPackage;
-    tPackage.mInfo.mName = QStringLiteral("app");
+    tPackage.mInfo.mName = q("app");
     tPackage.mInfo.mVersion =
         EnhVersion(Version(1, 2, 3, 4), QDateTime(QDate(2024, 1, 2), QTime(3, 4), Qt::UTC));
-    tPackage.mInfo.mExecutables = QStringList(QStringLiteral("bin/app"));
-    tPackage.mHash = QStringLiteral("ab");
-    tPackage.mFolder = QStringLiteral("packages/app/1");
+    tPackage.mInfo.mExecutables = QStringList(q("bin/app"));
+    tPackage.mHash = q("ab");
+    tPackage.mFolder = q("packages/app/1");
     tManifest.mPackages = {tPackage};
     tarn::vkcore::InstallLogStore::Record tRecord;
-    tRecord.mPackage = QStringLiteral("app");
-    tRecord.mParent = QStringLiteral("suite");
-    tRecord.mVersion = QStringLiteral("1.2.3.4");
-    tRecord.mStatus = QStringLiteral("ok");
+    tRecord.mPackage = q("app");
+    tRecord.mParent = q("suite");
+    tRecord.mVersion = q("1.2.3.4");
+    tRecord.mStatus = q("ok");
     tRecord.mVersionDate = tPackage.mInfo.mVersion.date();
-    tRecord.mTitle.setValue(QStringLiteral("de"), QStringLiteral("Übersicht"));
-    tRecord.mReport.setValue(QStringLiteral("en"), QStringLiteral("a\nb"));
+    tRecord.mTitle.setValue(q("de"), q("Übersicht"));
+    tRecord.mReport.setValue(q("en"), q("a\nb"));
     tManifest.mRecords = {tRecord};
 
     Manifest tRead;
     QString tError;
-    ASSERT_TRUE(Manifest::fromBytes(tManifest.toBytes(), &tRead, &tError)) << tError.toStdString();
+    ASSERT_TRUE(Manifest::fromBytes(tManifest.toBytes(), &tRead, &tError)) << tError;
     EXPECT_EQ(tRead.toBytes(), tManifest.toBytes());
     EXPECT_EQ(tRead.mRunDate, tManifest.mRunDate);
     EXPECT_TRUE(tRead.mPackages.first().mParent.isNull());

@@ -1,18 +1,10 @@
 #include "FaultyFileSystem.h"
+#include "Test.h"
 #include "TestArchive.h"
 
 #include "os/AbortFlag.h"
 #include "packages/EntryPath.h"
 #include "packages/Unpacker.h"
-
-#include <gtest/gtest.h>
-
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtCore/QFileInfo>
-#include <QtCore/QTemporaryDir>
-
-#include <sys/stat.h>
 
 #include <algorithm>
 
@@ -31,13 +23,10 @@ class UnpackerTest : public testing::Test
 protected:
     os::Failure unpack(const QByteArray& pArchive, const UnpackLimits& pLimits = {1000, 50, 8})
     {
-        const QString tPath = mDir.filePath(QStringLiteral("archive"));
-        QFile tFile(tPath);
-        tFile.open(QIODevice::WriteOnly);
-        tFile.write(pArchive);
-        tFile.close();
-        mFolder = mDir.filePath(QStringLiteral("out/%1").arg(++mCount));
-        QDir(mDir.path()).mkpath(QStringLiteral("out"));
+        const QString tPath = mDir.filePath(q("archive"));
+        writeFile(tPath, pArchive);
+        mFolder = mDir.filePath(q("out/%1").arg(++mCount));
+        QDir(mDir.path()).mkpath(q("out"));
         return Unpacker(mFileSystem, &mAbort).unpack(tPath, mFolder, pLimits, [this](qint64 pBytes) {
             mBytes += pBytes;
         });
@@ -46,8 +35,7 @@ protected:
     mode_t modeOf(const char* pBelow) const
     {
         struct stat tStat = {};
-        ::lstat(QFile::encodeName(mFolder + QLatin1Char('/') + QString::fromUtf8(pBelow)).constData(),
-                &tStat);
+        ::lstat(QFile::encodeName(mFolder + u'/' + q(pBelow)).constData(), &tStat);
         return tStat.st_mode;
     }
 
@@ -76,14 +64,14 @@ TEST_F(UnpackerTest, UnpacksFilesFoldersAndLinks)
                                                      {"d/" + tLong, "long"},
                                                      {"empty", ""}}));
     ::umask(tOldMask);
-    EXPECT_FALSE(tFailure) << tFailure.mText.toStdString();
-    const QMap<QString, QByteArray> tExpected{{QStringLiteral("bin/tool"), "#!"},
-                                              {QStringLiteral("lib/deep/er/file"), "f"},
-                                              {QStringLiteral("lib/link"), "-> deep/er/file"},
-                                              {QStringLiteral("lib/deep/up"), "-> ../../bin/tool"},
-                                              {QString::fromUtf8(tName), "umlaut"},
-                                              {QString::fromUtf8("d/" + tLong), "long"},
-                                              {QStringLiteral("empty"), ""}};
+    EXPECT_FALSE(tFailure) << tFailure.mText;
+    const QMap<QString, QByteArray> tExpected{{q("bin/tool"), "#!"},
+                                              {q("lib/deep/er/file"), "f"},
+                                              {q("lib/link"), "-> deep/er/file"},
+                                              {q("lib/deep/up"), "-> ../../bin/tool"},
+                                              {q(tName), "umlaut"},
+                                              {q("d/" + tLong), "long"},
+                                              {q("empty"), ""}};
     EXPECT_EQ(readTree(mFolder), tExpected);
     EXPECT_EQ(mBytes, 13);
     EXPECT_EQ(modeOf("bin/tool"), S_IFREG | 0755);
@@ -98,7 +86,7 @@ TEST_F(UnpackerTest, FillsTheHolesOfSparseFiles)
     tContent.replace(0, 3, "one").replace(200 * 1024, 3, "two");
     const QByteArray tArchive = makeArchive({{"s", tContent, sFile, false, {{0, 512}, {200 * 1024, 512}}}});
     EXPECT_FALSE(unpack(tArchive, {tContent.size(), 50, 8}));
-    EXPECT_EQ(readTree(mFolder).value(QStringLiteral("s")), tContent);
+    EXPECT_EQ(readTree(mFolder).value(q("s")), tContent);
     EXPECT_EQ(unpack(tArchive, {1024, 50, 8}).mKind, Kind::Content) << "holes count as well";
 }
 
@@ -138,14 +126,14 @@ TEST_F(UnpackerTest, RefusesWhatLeadsOutOrIsNoPlainFile)
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mName);
         const os::Failure tFailure = unpack(makeArchive(tCase.mEntries));
-        EXPECT_EQ(tFailure.mKind, Kind::Content) << tFailure.mText.toStdString();
+        EXPECT_EQ(tFailure.mKind, Kind::Content) << tFailure.mText;
         EXPECT_FALSE(tFailure.mText.isEmpty());
         EXPECT_EQ(QDir(mDir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
-                  QStringList({QStringLiteral("archive"), QStringLiteral("out")}));
+                  QStringList({q("archive"), q("out")}));
         const QMap<QString, QByteArray> tTree = readTree(mFolder);
         EXPECT_EQ(std::count(tTree.begin(), tTree.end(), "evil"), 0);
     }
-    EXPECT_FALSE(QFileInfo::exists(QStringLiteral("/tmp/evil-of-the-unpacker-test")));
+    EXPECT_FALSE(QFileInfo::exists(q("/tmp/evil-of-the-unpacker-test")));
 }
 
 TEST(EntryPathTest, LinksStayInside)

@@ -1,8 +1,5 @@
 #include "packages/PackageInfo.h"
-
-#include <gtest/gtest.h>
-#include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
+#include "Test.h"
 
 using namespace tarn::vkservice::packages;
 using tarn::vkcore::EnhVersion;
@@ -10,11 +7,6 @@ using tarn::vkcore::LangString;
 using tarn::vkcore::Version;
 
 namespace {
-
-QString q(const char* pText)
-{
-    return QString::fromUtf8(pText);
-}
 
 PackageInfo full()
 {
@@ -35,12 +27,12 @@ TEST(PackageInfo, ComesBackFromJson)
 {
     for (const PackageInfo& tInfo : {full(), [] {
                                          PackageInfo tLeast;
-                                         tLeast.mName = QStringLiteral("a");
+                                         tLeast.mName = q("a");
                                          return tLeast;
                                      }()}) {
         PackageInfo tRead;
         QString tError;
-        ASSERT_TRUE(PackageInfo::fromJson(tInfo.toJson(), &tRead, &tError)) << tError.toStdString();
+        ASSERT_TRUE(PackageInfo::fromJson(tInfo.toJson(), &tRead, &tError)) << tError;
         EXPECT_EQ(tRead.mKind, tInfo.mKind);
         EXPECT_EQ(tRead.mVersion, tInfo.mVersion);
         EXPECT_EQ(tRead.toJson(), tInfo.toJson());
@@ -60,13 +52,13 @@ TEST(PackageInfo, RefusesWhatBreaksARule)
     } sCases[] = {
         {"name",
          {QJsonValue::Undefined, tTwo, q(""), q("Viewer"), q("../x"), q("a/b"), q(".a"), q("a b"), q("a\n"),
-          q("\xc3\xa4"), QString(101, QLatin1Char('a'))}},
+          q("\xc3\xa4"), QString(101, u'a')}},
         {"kind", {QJsonValue::Undefined, q("other"), q(""), tTwo}},
         {"version", {QJsonValue::Undefined, q(""), q("1.x"), q("1.2.3.4.5"), q("-1"), tTwo}},
         {"date", {q("soon"), tTwo}},
         {"title",
          {q("x"), QJsonObject{{q("en"), 1}}, QJsonObject{{q("../en"), q("x")}},
-          QJsonObject{{q("en"), QString(2000, QLatin1Char('x'))}}}},
+          QJsonObject{{q("en"), QString(2000, u'x')}}}},
         {"language", {q("../x"), q("d"), tTwo}},
         {"requires", {q("x"), QJsonArray{1}, QJsonArray{q("../x")}, QJsonArray{q("")}}},
         {"executables",
@@ -84,9 +76,8 @@ TEST(PackageInfo, RefusesWhatBreaksARule)
             }
             PackageInfo tInfo;
             QString tError;
-            EXPECT_FALSE(PackageInfo::fromJson(tObject, &tInfo, &tError))
-                << QJsonDocument(tObject).toJson().toStdString();
-            EXPECT_TRUE(tError.contains(q(tCase.mName))) << tError.toStdString();
+            EXPECT_FALSE(PackageInfo::fromJson(tObject, &tInfo, &tError)) << QJsonDocument(tObject).toJson();
+            EXPECT_TRUE(tError.contains(q(tCase.mName))) << tError;
         }
     }
     QJsonObject tMore = full().toJson();

@@ -1,29 +1,18 @@
 #include "Packer.h"
+#include "Test.h"
 
 #include "FaultyFileSystem.h"
 
 #include <archive.h>
 #include <archive_entry.h>
 
-#include <gtest/gtest.h>
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtCore/QTemporaryDir>
-
-#include <fcntl.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <clocale>
 
 using namespace tarn::vkpublish;
 
 namespace {
-
-QString q(const char* pText)
-{
-    return QString::fromUtf8(pText);
-}
 
 class PackerTest : public testing::Test
 {
@@ -37,11 +26,7 @@ protected:
     void file(const char* pBelow, const QByteArray& pContent = "x", mode_t pMode = 0644) const
     {
         const QString tPath = mDir.filePath(q(pBelow));
-        QDir().mkpath(QFileInfo(tPath).path());
-        QFile tFile(tPath);
-        ASSERT_TRUE(tFile.open(QIODevice::WriteOnly));
-        tFile.write(pContent);
-        tFile.close();
+        writeFile(tPath, pContent);
         ASSERT_EQ(::chmod(QFile::encodeName(tPath).constData(), pMode), 0);
     }
 
@@ -181,7 +166,7 @@ TEST_F(PackerTest, LeavesNoArchiveWhenTheDiskFails)
         const QString tError = pack(QDateTime::currentDateTimeUtc(), tFileSystem);
         tFailed = tFileSystem.hasFailed();
         const bool tPacked = !tFailed || tFileSystem.failed() == "close"; // of a file that was read
-        EXPECT_EQ(tError.isEmpty(), tPacked) << tFileSystem.failed().toStdString() << tError.toStdString();
+        EXPECT_EQ(tError.isEmpty(), tPacked) << tFileSystem.failed() << tError;
         EXPECT_EQ(QFileInfo::exists(mDir.filePath(q("archive"))), tPacked);
         QFile::remove(mDir.filePath(q("archive")));
         ASSERT_LT(i, 100);

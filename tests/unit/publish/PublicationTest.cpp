@@ -8,11 +8,6 @@ using namespace tarn::vkpublish;
 
 namespace {
 
-QString q(const char* pText)
-{
-    return QString::fromUtf8(pText);
-}
-
 using PublicationTest = PublisherTest;
 
 TEST_F(PublicationTest, ClientsSeeTheOldStateOrTheNewOne)
@@ -41,22 +36,21 @@ TEST_F(PublicationTest, ClientsSeeTheOldStateOrTheNewOne)
                 tFailed = tFileSystem.hasFailed();
                 // A single failure, or one of the very last operation, may be made good at once or do no
                 // harm.
-                EXPECT_TRUE(tDone ? !tFailed || !tForGood || tFileSystem.count() == i : tFailed)
-                    << tError.toStdString();
+                EXPECT_TRUE(tDone ? !tFailed || !tForGood || tFileSystem.count() == i : tFailed) << tError;
                 EXPECT_EQ(tError.isEmpty(), tDone);
             }
             const QString tNew =
                 tOld.contains(q("b-")) ? q("a-1.0.0.0.tar.zst") : q("a-1.0.0.0.tar.zst b-1.0.0.0.tar.zst");
             const QString tSeen = followAsClient();
-            EXPECT_TRUE(tSeen == tNew || (tFailed && tSeen == tOld)) << tSeen.toStdString();
+            EXPECT_TRUE(tSeen == tNew || (tFailed && tSeen == tOld)) << tSeen;
             succeed("publish @r");
             EXPECT_EQ(followAsClient(), tNew);
             tOld = tNew;
             ASSERT_LT(i, 100);
         }
     }
-    const VerificationResult tResult =
-        verifyRepository(path("r"), read(path("r/metadata/1.root.json")), QDateTime::currentDateTimeUtc());
+    const VerificationResult tResult = verifyRepository(path("r"), readFile(path("r/metadata/1.root.json")),
+                                                        QDateTime::currentDateTimeUtc());
     EXPECT_EQ(tResult.mProblems, QStringList());
 }
 
@@ -75,9 +69,9 @@ protected:
     void publishUntilSeen(int pDays)
     {
         followAsClient();
-        const QByteArray tBefore = read(path("client/timestamp.json"));
+        const QByteArray tBefore = readFile(path("client/timestamp.json"));
         const QDateTime tNow = QDateTime::currentDateTimeUtc();
-        for (int i = 1; read(path("client/timestamp.json")) == tBefore; ++i) {
+        for (int i = 1; readFile(path("client/timestamp.json")) == tBefore; ++i) {
             FaultyFileSystem tFileSystem;
             tFileSystem.mForGood = true;
             tFileSystem.failAt(i, EIO);

@@ -2,15 +2,11 @@
 
 #include "FastDir.h"
 #include "Program.h"
+#include "Test.h"
 
 #include "os/FileSystem.h"
 #include "tuf/AtomicFile.h"
 #include "tuf/Updater.h"
-
-#include <gtest/gtest.h>
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtCore/QTemporaryDir>
 
 // A place with a folder "f" to pack, where the built vkpublish makes a repository "r", and a client that
 // follows it.
@@ -19,25 +15,13 @@ class PublisherTest : public testing::Test
 protected:
     PublisherTest()
     {
-        QDir().mkpath(mDir.filePath(QStringLiteral("f/bin")));
         write("f/bin/run", "#!/bin/sh\n");
         write("f/data", "data\n");
     }
 
-    QString path(const char* pBelow) const { return mDir.filePath(QString::fromUtf8(pBelow)); }
+    QString path(const char* pBelow) const { return mDir.filePath(q(pBelow)); }
 
-    void write(const char* pBelow, const QByteArray& pContent) const
-    {
-        QFile tFile(path(pBelow));
-        ASSERT_TRUE(tFile.open(QIODevice::WriteOnly));
-        tFile.write(pContent);
-    }
-
-    QByteArray read(const QString& pPath) const
-    {
-        QFile tFile(pPath);
-        return tFile.open(QIODevice::ReadOnly) ? tFile.readAll() : QByteArray();
-    }
+    void write(const char* pBelow, const QByteArray& pContent) const { writeFile(path(pBelow), pContent); }
 
     // Words beginning with '@' are paths below the place.
     Program::Result run(const char* pWords) const
@@ -47,14 +31,14 @@ protected:
         for (const QByteArray& tWord : tWords) {
             tArguments.append(tWord.startsWith('@') ? path(tWord.mid(1).constData()).toUtf8() : tWord);
         }
-        Program tProgram(QStringLiteral(VKPUBLISH), tArguments, {{"LC_ALL", "C.UTF-8"}, {"TMPDIR", "/tmp"}});
+        Program tProgram(q(VKPUBLISH), tArguments, {{"LC_ALL", "C.UTF-8"}, {"TMPDIR", "/tmp"}});
         return tProgram.wait();
     }
 
     void succeed(const char* pWords) const
     {
         const Program::Result tResult = run(pWords);
-        ASSERT_EQ(tResult.mStatus, 0) << pWords << ": " << tResult.mErr.toStdString();
+        ASSERT_EQ(tResult.mStatus, 0) << pWords << ": " << tResult.mErr;
     }
 
     QStringList files(const char* pFolder) const
@@ -78,7 +62,8 @@ protected:
         };
         tarn::vkservice::os::FileSystem& tFileSystem = tarn::vkservice::os::realFileSystem();
         if (!QFileInfo::exists(path("client/root.json"))) {
-            tarn::tuf::Updater::initialize(tFileSystem, path("client"), read(path("r/metadata/1.root.json")));
+            tarn::tuf::Updater::initialize(tFileSystem, path("client"),
+                                           readFile(path("r/metadata/1.root.json")));
         }
         FolderFetcher tFetcher(path("r/metadata/"));
         tarn::tuf::Updater tUpdater(tFileSystem, path("client"), tFetcher, QDateTime::currentDateTimeUtc());
@@ -91,7 +76,7 @@ protected:
         for (const tarn::tuf::TargetFile& tTarget : tTargets) {
             tPaths.append(tTarget.mPath);
         }
-        return tError ? tError.mText : tPaths.join(QLatin1Char(' '));
+        return tError ? tError.mText : tPaths.join(u' ');
     }
 
     QTemporaryDir mDir{fastDirTemplate()};

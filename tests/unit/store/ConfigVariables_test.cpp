@@ -11,19 +11,19 @@ class ConfigVariablesTest : public StoreTest
 protected:
     ConfigVariablesTest()
     {
-        mVariables.addRule(wholeNumberRule(QStringLiteral("number"), 5, 1, 9));
-        mVariables.addRule(yesNoRule(QStringLiteral("flag"), false));
-        mVariables.addRule(pathRule(QStringLiteral("path"), QString()));
-        mVariables.addRule(textRule(QStringLiteral("text"), QString()));
+        mVariables.addRule(wholeNumberRule(q("number"), 5, 1, 9));
+        mVariables.addRule(yesNoRule(q("flag"), false));
+        mVariables.addRule(pathRule(q("path"), QString()));
+        mVariables.addRule(textRule(q("text"), QString()));
         mVariables.setConfiguration([this](const QString& pKey) { return mConfiguration.value(pKey); });
     }
 
     bool set(const char* pName, const QString& pValue)
     {
         mReason.clear();
-        return mVariables.set(QLatin1String(pName), pValue, &mReason);
+        return mVariables.set(q(pName), pValue, &mReason);
     }
-    std::string value(const char* pName) { return mVariables.value(QLatin1String(pName))->toStdString(); }
+    std::string value(const char* pName) { return mVariables.value(q(pName))->toStdString(); }
 
     QHash<QString, QString> mConfiguration;
     ConfigVariables mVariables{mStore.database()};
@@ -34,14 +34,14 @@ protected:
 
 TEST_F(ConfigVariablesTest, UnknownOnesComeBackAsTheyWere)
 {
-    const QString tValues[] = {QString(), QStringLiteral("a:b"),
-                               QStringLiteral("l1\nl2\t\"%1\" \\ \u00e4\u6a5f"), QString(1000 * 1000, u'x')};
+    const QString tValues[] = {QString(), q("a:b"), q("l1\nl2\t\"%1\" \\ \u00e4\u6a5f"),
+                               QString(1000 * 1000, u'x')};
     for (const QString& tValue : tValues) {
-        ASSERT_TRUE(set("other", tValue)) << mReason.toStdString();
+        ASSERT_TRUE(set("other", tValue)) << mReason;
         reopen();
         EXPECT_EQ(value("other"), tValue.toStdString());
     }
-    EXPECT_TRUE(mVariables.value(QStringLiteral("nothing"))->isNull());
+    EXPECT_TRUE(mVariables.value(q("nothing"))->isNull());
 }
 
 TEST_F(ConfigVariablesTest, KnownOnesAreChecked)
@@ -52,18 +52,18 @@ TEST_F(ConfigVariablesTest, KnownOnesAreChecked)
         QString mValue;
         bool mOk;
     } tCases[] = {
-        {"number", QStringLiteral("9"), true},
-        {"number", QStringLiteral("10"), false},
-        {"number", QStringLiteral("0"), false},
-        {"number", QStringLiteral("3.5"), false},
-        {"number", QStringLiteral("99999999999999999999"), false},
-        {"flag", QStringLiteral("yes"), true},
-        {"flag", QStringLiteral("maybe"), false},
-        {"path", QStringLiteral("/some/where"), true},
-        {"path", QStringLiteral("some/where"), false},
-        {"text", QStringLiteral("one line"), true},
-        {"text", QStringLiteral("two\nlines"), false},
-        {"", QStringLiteral("value"), false},
+        {"number", q("9"), true},
+        {"number", q("10"), false},
+        {"number", q("0"), false},
+        {"number", q("3.5"), false},
+        {"number", q("99999999999999999999"), false},
+        {"flag", q("yes"), true},
+        {"flag", q("maybe"), false},
+        {"path", q("/some/where"), true},
+        {"path", q("some/where"), false},
+        {"text", q("one line"), true},
+        {"text", q("two\nlines"), false},
+        {"", q("value"), false},
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(std::string(tCase.mName) + " = " + tCase.mValue.toStdString());
@@ -77,19 +77,19 @@ TEST_F(ConfigVariablesTest, KnownOnesAreChecked)
 
 TEST_F(ConfigVariablesTest, ValueThenConfigurationThenRule)
 {
-    EXPECT_EQ(mVariables.number(QStringLiteral("number")), 5);
-    mConfiguration.insert(QStringLiteral("service.number"), QStringLiteral("7"));
-    EXPECT_EQ(mVariables.number(QStringLiteral("number")), 7);
-    ASSERT_TRUE(set("number", QStringLiteral("2")));
-    EXPECT_EQ(mVariables.number(QStringLiteral("number")), 2);
+    EXPECT_EQ(mVariables.number(q("number")), 5);
+    mConfiguration.insert(q("service.number"), q("7"));
+    EXPECT_EQ(mVariables.number(q("number")), 7);
+    ASSERT_TRUE(set("number", q("2")));
+    EXPECT_EQ(mVariables.number(q("number")), 2);
     ASSERT_TRUE(set("number", QString()));
-    EXPECT_EQ(mVariables.number(QStringLiteral("number")), 7) << "an empty value takes it back";
+    EXPECT_EQ(mVariables.number(q("number")), 7) << "an empty value takes it back";
 
-    mConfiguration.insert(QStringLiteral("service.flag"), QStringLiteral("true"));
-    EXPECT_TRUE(mVariables.flag(QStringLiteral("flag")));
+    mConfiguration.insert(q("service.flag"), q("true"));
+    EXPECT_TRUE(mVariables.flag(q("flag")));
     EXPECT_TRUE(mVariables.complaints().isEmpty());
-    mConfiguration.insert(QStringLiteral("service.number"), QStringLiteral("much"));
-    EXPECT_EQ(mVariables.number(QStringLiteral("number")), 5) << "a wrong value of the configuration is none";
+    mConfiguration.insert(q("service.number"), q("much"));
+    EXPECT_EQ(mVariables.number(q("number")), 5) << "a wrong value of the configuration is none";
     ASSERT_EQ(mVariables.complaints().size(), 1);
-    EXPECT_TRUE(mVariables.complaints().first().contains(QStringLiteral("service.number")));
+    EXPECT_TRUE(mVariables.complaints().first().contains(q("service.number")));
 }

@@ -28,41 +28,22 @@ protected:
 
 } // namespace
 
-TEST_F(SettingsTest, FreshMachine)
-{
-    EXPECT_EQ(settings().proxy()->mMode, NetProxyModeOs);
-    EXPECT_FALSE(settings().proxy()->mProxy.mEnabled);
-    EXPECT_EQ(settings().schedule(), ScheduleSettings());
-    EXPECT_EQ(settings().monitoring(), MonitoringSettings());
-    EXPECT_EQ(settings().lastRun(), RunRecord());
-    EXPECT_TRUE(settings().appLanguage()->isNull());
-}
-
 TEST_F(SettingsTest, ProxyPasswordStaysUntilItIsChangedOrTheProxyEmptied)
 {
-    setProxy(QStringLiteral("proxy"), QStringLiteral("me"), QStringLiteral("secret"));
+    setProxy(q("proxy"), q("me"), q("secret"));
     reopen();
     EXPECT_EQ(password(), "secret");
-    setProxy(QStringLiteral("other"), QStringLiteral("me"), {});
+    setProxy(q("other"), q("me"), {});
     EXPECT_EQ(password(), "secret");
-    setProxy(QStringLiteral("other"), QStringLiteral("me"), QStringLiteral(""));
+    setProxy(q("other"), q("me"), q(""));
     EXPECT_EQ(password(), "");
-    setProxy(QStringLiteral("other"), QStringLiteral("me"), QStringLiteral("secret"));
+    setProxy(q("other"), q("me"), q("secret"));
     setProxy({}, {}, {});
     EXPECT_EQ(password(), "");
     // The password first and the host with a later command.
-    setProxy({}, {}, QStringLiteral("secret"));
-    setProxy(QStringLiteral("proxy"), {}, {});
+    setProxy({}, {}, q("secret"));
+    setProxy(q("proxy"), {}, {});
     EXPECT_EQ(password(), "secret");
-}
-
-TEST_F(SettingsTest, LanguagesAreSetOneByOne)
-{
-    ASSERT_TRUE(settings().setLanguages(QStringLiteral("de"), {}));
-    ASSERT_TRUE(settings().setLanguages({}, QStringLiteral("fr")));
-    reopen();
-    EXPECT_EQ(settings().appLanguage(), QStringLiteral("de"));
-    EXPECT_EQ(settings().dataLanguage(), QStringLiteral("fr"));
 }
 
 TEST_F(SettingsTest, ScheduleComesBackAsItWas)
@@ -74,33 +55,19 @@ TEST_F(SettingsTest, ScheduleComesBackAsItWas)
     tSchedule.mPeriodCount = 2;
     tSchedule.mUnit = Scheduler::PeriodMonth;
     tSchedule.mAnchor = QDateTime(QDate(2026, 1, 31), QTime(3, 4, 5));
-    tSchedule.mExtra = QStringLiteral("line\n\"%1\" \u00e4");
+    tSchedule.mExtra = q("line\n\"%1\" \u00e4");
     tSchedule.mNextCheckChosen = true;
     ASSERT_TRUE(settings().setSchedule(tSchedule));
     reopen();
     EXPECT_EQ(settings().schedule(), tSchedule);
 }
 
-TEST_F(SettingsTest, MonitoringComesBackAsItWas)
-{
-    MonitoringSettings tSettings;
-    tSettings.setEventMailsEnabled(true);
-    tSettings.setSummarizedMailPeriod(2147483647);
-    tSettings.setClientName(QStringLiteral("\u6a5f %1\n"));
-    tSettings.setNotificationEmailAddresses(MonitoringEmailList({QStringLiteral("a@example.com")}));
-    tSettings.mClientSettings.mText3 = QStringLiteral("carried");
-    tSettings.mClientSettings.mDate1 = QDateTime(QDate(2026, 1, 1), QTime(1, 2, 3));
-    ASSERT_TRUE(settings().setMonitoring(tSettings));
-    reopen();
-    EXPECT_EQ(settings().monitoring(), tSettings);
-}
-
 TEST_F(SettingsTest, RunThatDidNotEndIsFoundUntilAResultIsRecorded)
 {
-    ASSERT_TRUE(settings().beginRun(QStringLiteral("2026-03-10T03:00:00")));
+    ASSERT_TRUE(settings().beginRun(q("2026-03-10T03:00:00")));
     reopen();
-    EXPECT_EQ(settings().unfinishedRun(), QStringLiteral("2026-03-10T03:00:00"));
-    const RunRecord tRecord{3, QStringLiteral("text"), QDateTime(QDate(2026, 3, 10), QTime(4, 0)),
+    EXPECT_EQ(settings().unfinishedRun(), q("2026-03-10T03:00:00"));
+    const RunRecord tRecord{3, q("text"), QDateTime(QDate(2026, 3, 10), QTime(4, 0)),
                             QDateTime(QDate(2026, 3, 9), QTime(4, 0)),
                             QDateTime(QDate(2026, 3, 10), QTime(2, 0, 0, 7), Qt::UTC)};
     ASSERT_TRUE(settings().setLastRun(tRecord));

@@ -1,10 +1,7 @@
 #pragma once
 
 #include "store/StateStore.h"
-
-#include <gtest/gtest.h>
-
-#include <QtCore/QTemporaryDir>
+#include "Test.h"
 
 // A store in a folder of its own. What has to outlive the process is read after reopen().
 class StoreTest : public testing::Test
@@ -16,9 +13,9 @@ protected:
     {
         mStore.database().close();
         QString tError;
-        ASSERT_TRUE(mStore.open(mDir.path(), &tError)) << tError.toStdString();
+        ASSERT_TRUE(mStore.open(mDir.path(), &tError)) << tError;
     }
-    QString file() const { return mDir.path() + QStringLiteral("/state.db"); }
+    QString file() const { return mDir.path() + q("/state.db"); }
 
     QTemporaryDir mDir;
     tarn::vkservice::store::StateStore mStore;

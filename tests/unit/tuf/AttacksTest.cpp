@@ -4,24 +4,20 @@
 
 #include "tuf/Hashes.h"
 
-#include <QtCore/QJsonArray>
-
 #include <functional>
 
 using namespace tarn::tuf;
 
 namespace {
 
-const QString sRootRole = QStringLiteral("root");
-const QString sTargetsRole = QStringLiteral("targets");
-const QString sSnapshotRole = QStringLiteral("snapshot");
-const QString sTimestampRole = QStringLiteral("timestamp");
-const QString sHello = QStringLiteral("hello");
+const QString sHello = q("hello");
+
+using Step = std::function<void(TestRepository& pRepository, QDateTime& pNow)>;
 
 struct Attack
 {
     const char* mName;
-    std::function<void(TestRepository& pRepository, QDateTime& pNow)> mDo;
+    Step mDo;
     ErrorKind mExpected;
     const char* mRequests;
     // Versions that are stored in the end; before the attack 1, 2, 2, 2.
@@ -40,190 +36,145 @@ const char* const sUpToTimestamp = "2.root.json, timestamp.json";
 const char* const sUpToSnapshot = "2.root.json, timestamp.json, 3.snapshot.json";
 const char* const sAll = "2.root.json, timestamp.json, 3.snapshot.json, 3.targets.json";
 
-void replaceKey(TestRepository& pRepository, const QString& pRole)
+void publish(TestRepository& pRepository, const QString& pRole)
 {
-    pRepository.mRoles[pRole].mKeys = {TestRepository::newKey()};
+    if (pRole == sRootRole) {
+        pRepository.publishRoot();
+    } else {
+        pRepository.publish();
+    }
 }
 
-// Changes the content of what is served without its version.
-void resign(TestRepository& pRepository, const QString& pRole, const QJsonObject& pSigned)
+// Whoever does it has keys of his own for these roles, and the publisher's for the others.
+Step withoutKeysOf(const QStringList& pRoles)
 {
-    pRepository.serve(pRole, pRepository.sign(pRole, pSigned));
+    return [=](TestRepository& pRepository, QDateTime&) {
+        for (const QString& tRole : pRoles) {
+            pRepository.mRoles[tRole].mKeys = {TestRepository::newKey()};
+        }
+        publish(pRepository, pRoles.first());
+    };
 }
 
-void pad(TestRepository& pRepository, const char* pFile, qsizetype pLength)
+Step tooLong(const QString& pRole, const char* pFile, qint64 pBytes)
 {
-    pRepository.mFiles[QLatin1String(pFile)].append(QByteArray(pLength, ' '));
+    return [=](TestRepository& pRepository, QDateTime&) {
+        publish(pRepository, pRole);
+        pRepository.mFiles[q(pFile)].append(QByteArray(pBytes, ' '));
+    };
+}
+
+Step expired(const QString& pRole)
+{
+    return [=](TestRepository& pRepository, QDateTime& pNow) {
+        pRepository.mRoles[pRole].mExpires = pNow;
+        publish(pRepository, pRole);
+    };
+}
+
+// The file of version 2 in the place of version 3.
+Step mixed(const char* pFile, bool pHashes)
+{
+    return [=](TestRepository& pRepository, QDateTime&) {
+        pRepository.mHashesInMeta = pHashes;
+        pRepository.publish();
+        pRepository.mFiles[q("3.") + q(pFile)] = pRepository.mFiles[q("2.") + q(pFile)];
+    };
+}
+
+Step rolledBack(const QString& pRole, int pVersion)
+{
+    return [=](TestRepository& pRepository, QDateTime&) {
+        pRepository.mRoles[pRole].mVersion = pVersion;
+        if (pRole != sTimestampRole) {
+            pRepository.publishSnapshot();
+        }
+        pRepository.publishTimestamp();
+    };
 }
 
 const Attack sAttacks[] = {
-    {"ArbitrarySoftwareWithoutAKey",
-     [](auto& pRepository, auto&) {
-         for (const QString& tRole : {sTargetsRole, sSnapshotRole, sTimestampRole}) {
-             replaceKey(pRepository, tRole);
-         }
-         pRepository.publish();
-     },
+    {"ArbitrarySoftwareWithoutAKey", withoutKeysOf({sTargetsRole, sSnapshotRole, sTimestampRole}),
      ErrorKind::Untrusted, sUpToTimestamp},
-    {"ArbitrarySoftwareWithTheOnlineKeys",
-     [](auto& pRepository, auto&) {
-         replaceKey(pRepository, sTargetsRole);
-         pRepository.publish();
-     },
-     ErrorKind::Untrusted, sAll, 1, 3, 3},
-    {"RootOfAStranger",
-     [](auto& pRepository, auto&) {
-         replaceKey(pRepository, sRootRole);
-         pRepository.publishRoot();
-     },
-     ErrorKind::Untrusted, "2.root.json"},
+    {"ArbitrarySoftwareWithTheOnlineKeys", withoutKeysOf({sTargetsRole}), ErrorKind::Untrusted, sAll, 1, 3,
+     3},
+    {"RootOfAStranger", withoutKeysOf({sRootRole}), ErrorKind::Untrusted, "2.root.json"},
     {"RootThatItsOwnKeysDidNotSign",
-     [](auto& pRepository, auto&) {
+     [](TestRepository& pRepository, QDateTime& pNow) {
          const QList<SigningKey> tOld = pRepository.mRoles[sRootRole].mKeys;
-         replaceKey(pRepository, sRootRole);
-         pRepository.publishRoot();
+         withoutKeysOf({sRootRole})(pRepository, pNow);
          pRepository.serve(sRootRole, signMetadata(pRepository.rootJson(), tOld));
      },
      ErrorKind::Untrusted, "2.root.json"},
     {"RootOfAnotherVersion",
-     [](auto& pRepository, auto&) {
+     [](TestRepository& pRepository, QDateTime&) {
          pRepository.mRoles[sRootRole].mVersion = 2;
          pRepository.publishRoot();
-         pRepository.mFiles[QStringLiteral("2.root.json")] =
-             pRepository.mFiles[QStringLiteral("3.root.json")];
+         pRepository.mFiles[q("2.root.json")] = pRepository.mFiles[q("3.root.json")];
      },
      ErrorKind::Untrusted, "2.root.json"},
-    {"EndlessRoot",
-     [](auto& pRepository, auto&) {
-         pRepository.publishRoot();
-         pad(pRepository, "2.root.json", Limits().mRootLength);
-     },
-     ErrorKind::Untrusted, "2.root.json"},
-    {"EndlessTimestamp",
-     [](auto& pRepository, auto&) {
-         pRepository.publishTimestamp();
-         pad(pRepository, "timestamp.json", Limits().mTimestampLength);
-     },
+    {"EndlessRoot", tooLong(sRootRole, "2.root.json", Limits().mRootLength), ErrorKind::Untrusted,
+     "2.root.json"},
+    {"EndlessTimestamp", tooLong(sTimestampRole, "timestamp.json", Limits().mTimestampLength),
      ErrorKind::Untrusted, sUpToTimestamp},
-    {"SnapshotLongerThanSigned",
-     [](auto& pRepository, auto&) {
-         pRepository.publish();
-         pad(pRepository, "3.snapshot.json", 1);
-     },
-     ErrorKind::Untrusted, sUpToSnapshot, 1, 3},
+    {"SnapshotLongerThanSigned", tooLong(sSnapshotRole, "3.snapshot.json", 1), ErrorKind::Untrusted,
+     sUpToSnapshot, 1, 3},
     {"SnapshotThatClaimsToBeEndless",
-     [](auto& pRepository, auto&) {
-         pRepository.publish();
-         pad(pRepository, "3.snapshot.json", Limits().mSnapshotLength);
+     [](TestRepository& pRepository, QDateTime& pNow) {
+         tooLong(sSnapshotRole, "3.snapshot.json", Limits().mSnapshotLength)(pRepository, pNow);
          pRepository.publishTimestamp();
      },
      ErrorKind::Untrusted, sUpToSnapshot, 1, 4},
     {"ExtraneousDependencies",
-     [](auto& pRepository, auto&) {
+     [](TestRepository& pRepository, QDateTime&) {
          pRepository.publish();
-         pRepository.mRoles[sTargetsRole].mTargets[QStringLiteral("more")] = "Comes along\n";
-         resign(pRepository, sTargetsRole, pRepository.targetsJson(sTargetsRole));
+         pRepository.mRoles[sTargetsRole].mTargets[q("more")] = "Comes along\n";
+         pRepository.serve(sTargetsRole,
+                           pRepository.sign(sTargetsRole, pRepository.targetsJson(sTargetsRole)));
      },
      ErrorKind::Untrusted, sAll, 1, 3, 3},
     {"FastForwardBeyondAllNumbers",
-     [](auto& pRepository, auto&) {
+     [](TestRepository& pRepository, QDateTime&) {
          QJsonObject tSigned = pRepository.timestampJson();
-         tSigned[QStringLiteral("version")] = 1e18;
+         tSigned[q("version")] = 1e18;
          QByteArray tFile = pRepository.sign(sTimestampRole, tSigned);
          pRepository.serve(sTimestampRole, tFile.replace("1000000000000000000", "1000000000000000000000"));
      },
      ErrorKind::Untrusted, sUpToTimestamp},
     {"FrozenTimestamp",
-     [](auto& pRepository, auto& pNow) { pNow = pRepository.mRoles[sTimestampRole].mExpires; },
+     [](TestRepository& pRepository, QDateTime& pNow) { pNow = pRepository.mRoles[sTimestampRole].mExpires; },
      ErrorKind::Expired, sUpToTimestamp},
-    {"NewTimestampThatIsOld",
-     [](auto& pRepository, auto& pNow) {
-         pRepository.mRoles[sTimestampRole].mExpires = pNow;
-         pRepository.publishTimestamp();
-     },
-     ErrorKind::Expired, sUpToTimestamp},
-    {"FrozenSnapshot",
-     [](auto& pRepository, auto& pNow) {
-         pRepository.mRoles[sSnapshotRole].mExpires = pNow;
-         pRepository.publish();
-     },
-     ErrorKind::Expired, sUpToSnapshot, 1, 3},
-    {"FrozenTargets",
-     [](auto& pRepository, auto& pNow) {
-         pRepository.mRoles[sTargetsRole].mExpires = pNow;
-         pRepository.publish();
-     },
-     ErrorKind::Expired, sAll, 1, 3, 3},
-    {"FrozenRoot",
-     [](auto& pRepository, auto& pNow) {
-         pRepository.mRoles[sRootRole].mExpires = pNow;
-         pRepository.publishRoot();
-     },
-     ErrorKind::Expired, "2.root.json, 3.root.json", 2},
+    {"NewTimestampThatIsOld", expired(sTimestampRole), ErrorKind::Expired, sUpToTimestamp},
+    {"FrozenSnapshot", expired(sSnapshotRole), ErrorKind::Expired, sUpToSnapshot, 1, 3},
+    {"FrozenTargets", expired(sTargetsRole), ErrorKind::Expired, sAll, 1, 3, 3},
+    {"FrozenRoot", expired(sRootRole), ErrorKind::Expired, "2.root.json, 3.root.json", 2},
     {"MirrorWithoutTheSnapshot",
-     [](auto& pRepository, auto&) {
+     [](TestRepository& pRepository, QDateTime&) {
          pRepository.publish();
-         pRepository.mFiles.remove(QStringLiteral("3.snapshot.json"));
+         pRepository.mFiles.remove(q("3.snapshot.json"));
      },
      ErrorKind::NotFound, sUpToSnapshot, 1, 3},
     {"SlowRetrieval",
-     [](auto& pRepository, auto&) {
+     [](TestRepository& pRepository, QDateTime&) {
          pRepository.publish();
-         pRepository.mFailure = Error{ErrorKind::Unreachable, QStringLiteral("Too slow")};
+         pRepository.mFailure = Error{ErrorKind::Unreachable, q("Too slow")};
      },
      ErrorKind::Unreachable, "2.root.json"},
-    {"MixedSnapshot",
-     [](auto& pRepository, auto&) {
-         pRepository.publish();
-         pRepository.mFiles[QStringLiteral("3.snapshot.json")] =
-             pRepository.mFiles[QStringLiteral("2.snapshot.json")];
-     },
-     ErrorKind::Untrusted, sUpToSnapshot, 1, 3},
-    {"MixedSnapshotWithoutHashes",
-     [](auto& pRepository, auto&) {
-         pRepository.mHashesInMeta = false;
-         pRepository.publish();
-         pRepository.mFiles[QStringLiteral("3.snapshot.json")] =
-             pRepository.mFiles[QStringLiteral("2.snapshot.json")];
-     },
-     ErrorKind::Untrusted, sUpToSnapshot, 1, 3},
-    {"MixedTargetsWithoutHashes",
-     [](auto& pRepository, auto&) {
-         pRepository.mHashesInMeta = false;
-         pRepository.publish();
-         pRepository.mFiles[QStringLiteral("3.targets.json")] =
-             pRepository.mFiles[QStringLiteral("2.targets.json")];
-     },
-     ErrorKind::Untrusted, sAll, 1, 3, 3},
+    {"MixedSnapshot", mixed("snapshot.json", true), ErrorKind::Untrusted, sUpToSnapshot, 1, 3},
+    {"MixedSnapshotWithoutHashes", mixed("snapshot.json", false), ErrorKind::Untrusted, sUpToSnapshot, 1, 3},
+    {"MixedTargetsWithoutHashes", mixed("targets.json", false), ErrorKind::Untrusted, sAll, 1, 3, 3},
     {"AFileOfAnotherRole",
-     [](auto& pRepository, auto&) {
+     [](TestRepository& pRepository, QDateTime&) {
          pRepository.mRoles[sTimestampRole].mVersion += 1;
          pRepository.serve(sTimestampRole, pRepository.sign(sTimestampRole, pRepository.snapshotJson()));
      },
      ErrorKind::Untrusted, sUpToTimestamp},
-    {"RolledBackTimestamp",
-     [](auto& pRepository, auto&) {
-         pRepository.mRoles[sTimestampRole].mVersion = 0;
-         pRepository.publishTimestamp();
-     },
-     ErrorKind::Untrusted, sUpToTimestamp},
-    {"RolledBackSnapshot",
-     [](auto& pRepository, auto&) {
-         pRepository.mRoles[sSnapshotRole].mVersion = 0;
-         pRepository.publishSnapshot();
-         pRepository.publishTimestamp();
-     },
-     ErrorKind::Untrusted, sUpToTimestamp},
-    {"RolledBackTargets",
-     [](auto& pRepository, auto&) {
-         pRepository.mRoles[sTargetsRole].mVersion = 1;
-         pRepository.publishSnapshot();
-         pRepository.publishTimestamp();
-     },
-     ErrorKind::Untrusted, sUpToSnapshot, 1, 3},
+    {"RolledBackTimestamp", rolledBack(sTimestampRole, 0), ErrorKind::Untrusted, sUpToTimestamp},
+    {"RolledBackSnapshot", rolledBack(sSnapshotRole, 0), ErrorKind::Untrusted, sUpToTimestamp},
+    {"RolledBackTargets", rolledBack(sTargetsRole, 1), ErrorKind::Untrusted, sUpToSnapshot, 1, 3},
     {"ARoleThatDisappears",
-     [](auto& pRepository, auto&) {
-         pRepository.mRoles.remove(QStringLiteral("extra"));
+     [](TestRepository& pRepository, QDateTime&) {
+         pRepository.mRoles.remove(q("extra"));
          pRepository.publishSnapshot();
          pRepository.publishTimestamp();
      },
@@ -236,8 +187,8 @@ class AttackTest : public ClientTest, public testing::WithParamInterface<Attack>
 
 TEST_P(AttackTest, IsRefused)
 {
-    mRepository.delegate(sTargetsRole, QStringLiteral("extra"), {QStringLiteral("extra/*")});
-    mRepository.publishTargets(QStringLiteral("extra"));
+    mRepository.delegate(sTargetsRole, q("extra"), {q("extra/*")});
+    mRepository.publishTargets(q("extra"));
     mRepository.publish();
     ASSERT_FALSE(refresh());
     ASSERT_EQ(stored(), "root 1, snapshot 2, targets 2, timestamp 2");
@@ -245,10 +196,10 @@ TEST_P(AttackTest, IsRefused)
     const Attack& tAttack = GetParam();
     tAttack.mDo(mRepository, mNow);
     const Error tError = refresh();
-    EXPECT_EQ(tError.mKind, tAttack.mExpected) << tError.mText.toStdString();
+    EXPECT_EQ(tError.mKind, tAttack.mExpected) << tError.mText;
     EXPECT_FALSE(tError.mText.isEmpty());
     EXPECT_EQ(requests(), tAttack.mRequests);
-    EXPECT_EQ(stored(), QStringLiteral("root %1, snapshot %2, targets %3, timestamp %4")
+    EXPECT_EQ(stored(), q("root %1, snapshot %2, targets %3, timestamp %4")
                             .arg(tAttack.mRoot)
                             .arg(tAttack.mSnapshot)
                             .arg(tAttack.mTargets)
@@ -278,7 +229,7 @@ protected:
 
     ErrorKind kindAfter(const QByteArray& pTimestamp)
     {
-        mRepository.mFiles[QStringLiteral("timestamp.json")] = pTimestamp;
+        mRepository.mFiles[q("timestamp.json")] = pTimestamp;
         return refresh().mKind;
     }
 
@@ -300,21 +251,20 @@ TEST_F(KeyCompromiseTest, ThresholdCountsKeysAndNotSignatures)
 TEST_F(KeyCompromiseTest, AKeyUnderTwoIdsCountsOnce)
 {
     // The second statement of the key has another text, and so another id by hash too.
-    const SigningKey tKey = TestRepository::newKey(QStringLiteral("ecdsa"));
+    const SigningKey tKey = TestRepository::newKey(q("ecdsa"));
     mRepository.mRoles[sTimestampRole].mKeys = {tKey};
     QJsonObject tOther = tKey.publicJson();
-    tOther[QStringLiteral("keytype")] = QStringLiteral("ecdsa-sha2-nistp256");
+    tOther[q("keytype")] = q("ecdsa-sha2-nistp256");
     ++mRepository.mRoles[sRootRole].mVersion;
     QJsonObject tRoot = mRepository.rootJson();
-    QJsonObject tKeys = tRoot[QStringLiteral("keys")].toObject();
-    tKeys[QStringLiteral("alias")] = tOther;
-    tRoot[QStringLiteral("keys")] = tKeys;
-    QJsonObject tRoles = tRoot[QStringLiteral("roles")].toObject();
+    QJsonObject tKeys = tRoot[q("keys")].toObject();
+    tKeys[q("alias")] = tOther;
+    tRoot[q("keys")] = tKeys;
+    QJsonObject tRoles = tRoot[q("roles")].toObject();
     for (const int tThreshold : {2, 1}) {
         tRoles[sTimestampRole] =
-            QJsonObject{{QStringLiteral("keyids"), QJsonArray{tKey.id(), QStringLiteral("alias")}},
-                        {QStringLiteral("threshold"), tThreshold}};
-        tRoot[QStringLiteral("roles")] = tRoles;
+            QJsonObject{{q("keyids"), QJsonArray{tKey.id(), q("alias")}}, {q("threshold"), tThreshold}};
+        tRoot[q("roles")] = tRoles;
         mRepository.serve(sRootRole, mRepository.sign(sRootRole, tRoot));
         QByteArray tTwice = signMetadata(mRepository.timestampJson(), {tKey, tKey});
         tTwice.replace(tTwice.indexOf(tKey.id().toUtf8()), tKey.id().size(), "alias");
@@ -330,7 +280,7 @@ TEST_F(KeyCompromiseTest, KeyIdsNeedNotBeHashes)
     mRepository.mRoles[sTimestampRole].mKeys = {tKey};
     QByteArray tRoot = mRepository.sign(sRootRole, mRepository.rootJson());
     QJsonObject tSigned = QJsonDocument::fromJson(tRoot.replace(tKey.id().toUtf8(), "the timestamp's"))
-                              .object()[QStringLiteral("signed")]
+                              .object()[q("signed")]
                               .toObject();
     mRepository.serve(sRootRole, mRepository.sign(sRootRole, tSigned));
     QByteArray tTimestamp = signMetadata(mRepository.timestampJson(), {tKey});

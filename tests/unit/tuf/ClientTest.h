@@ -1,17 +1,10 @@
 #pragma once
 
 #include "FastDir.h"
+#include "Test.h"
 #include "TestRepository.h"
 
 #include "os/FileSystem.h"
-
-#include <gtest/gtest.h>
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtCore/QJsonDocument>
-#include <QtCore/QTemporaryDir>
-
-#include <ostream>
 
 namespace tarn::tuf {
 inline void PrintTo(ErrorKind pKind, std::ostream* pStream)
@@ -33,9 +26,9 @@ protected:
 
     void initialize()
     {
-        const Error tError = tarn::tuf::Updater::initialize(
-            tarn::vkservice::os::realFileSystem(), mDir, mRepository.mFiles[QStringLiteral("1.root.json")]);
-        ASSERT_FALSE(tError) << tError.mText.toStdString();
+        const Error tError = tarn::tuf::Updater::initialize(tarn::vkservice::os::realFileSystem(), mDir,
+                                                            mRepository.mFiles[q("1.root.json")]);
+        ASSERT_FALSE(tError) << tError.mText;
     }
 
     // A run of the client from its stored metadata; mRequests then holds those of this run alone.
@@ -47,7 +40,7 @@ protected:
     }
 
     // What the last refresh or search asked the server for.
-    std::string requests() const { return mRepository.mRequests.join(QStringLiteral(", ")).toStdString(); }
+    std::string requests() const { return mRepository.mRequests.join(q(", ")).toStdString(); }
 
     // The role that offers the target; empty: not offered.
     Error find(const QString& pPath, QString* pRole)
@@ -55,7 +48,7 @@ protected:
         mRepository.mRequests.clear();
         std::optional<tarn::tuf::TargetFile> tTarget;
         const Error tError = mUpdater->findTarget(pPath, &tTarget);
-        *pRole = tTarget ? tTarget->mCustom[QStringLiteral("by")].toString() : QString();
+        *pRole = tTarget ? tTarget->mCustom[q("by")].toString() : QString();
         return tError;
     }
 
@@ -64,30 +57,22 @@ protected:
     {
         QStringList tRoles;
         for (const QString& tName : QDir(mDir).entryList(QDir::Files | QDir::Hidden, QDir::Name)) {
-            const QJsonObject tSigned =
-                QJsonDocument::fromJson(read(tName)).object()[QStringLiteral("signed")].toObject();
-            tRoles.append(QStringLiteral("%1 %2")
-                              .arg(QString(tName).remove(QStringLiteral(".json")))
-                              .arg(tSigned[QStringLiteral("version")].toInt()));
+            const QJsonObject tSigned = QJsonDocument::fromJson(read(tName)).object()[q("signed")].toObject();
+            tRoles.append(
+                q("%1 %2").arg(QString(tName).remove(q(".json"))).arg(tSigned[q("version")].toInt()));
         }
-        return tRoles.join(QStringLiteral(", ")).toStdString();
+        return tRoles.join(q(", ")).toStdString();
     }
 
-    QByteArray read(const QString& pName) const
-    {
-        QFile tFile(mDir + QLatin1Char('/') + pName);
-        return tFile.open(QIODevice::ReadOnly) ? tFile.readAll() : QByteArray();
-    }
+    QByteArray read(const QString& pName) const { return readFile(mDir + u'/' + pName); }
 
     void write(const QString& pName, const QByteArray& pContent) const
     {
-        QFile tFile(mDir + QLatin1Char('/') + pName);
-        ASSERT_TRUE(tFile.open(QIODevice::WriteOnly));
-        tFile.write(pContent);
+        writeFile(mDir + u'/' + pName, pContent);
     }
 
     QTemporaryDir mTemporary{fastDirTemplate()};
-    QString mDir = mTemporary.filePath(QStringLiteral("trusted"));
+    QString mDir = mTemporary.filePath(q("trusted"));
     TestRepository mRepository;
     QDateTime mNow = TestRepository::now();
     tarn::tuf::Limits mLimits;
@@ -97,5 +82,5 @@ protected:
 #define EXPECT_GOOD(pError)                                                                                  \
     do {                                                                                                     \
         const tarn::tuf::Error tResult = (pError);                                                           \
-        EXPECT_FALSE(tResult) << tResult.mText.toStdString();                                                \
+        EXPECT_FALSE(tResult) << tResult.mText;                                                              \
     } while (false)

@@ -4,18 +4,9 @@
 #include "tuf/Hashes.h"
 #include "tuf/PathPattern.h"
 
-#include <QtCore/QJsonArray>
-
 using namespace tarn::tuf;
 
 namespace {
-
-const QString sTargetsRole = QStringLiteral("targets");
-
-QString q(const char* pText)
-{
-    return QString::fromUtf8(pText);
-}
 
 TEST(PathPattern, Table)
 {
@@ -64,12 +55,12 @@ TEST(PathPattern, Table)
 TEST(PathPattern, ManyStarsTakeNoExponentialTime)
 {
     const QString tPattern = q("*a").repeated(200) + q("b");
-    EXPECT_FALSE(matchesPattern(QString(2000, QLatin1Char('a')), tPattern));
+    EXPECT_FALSE(matchesPattern(QString(2000, u'a'), tPattern));
 }
 
 TEST(DelegationSearch, HashPrefixesAndBins)
 {
-    const QString tHash = QString::fromLatin1(sha256("some/file"));
+    const QString tHash = q(sha256("some/file"));
     Delegations tDelegations;
     tDelegations.mRoles = {{q("other"), {}, true, {}, {q("zz"), tHash.mid(1, 4)}},
                            {q("right"), {}, false, {}, {q("zz"), tHash.left(3)}}};
@@ -81,8 +72,7 @@ TEST(DelegationSearch, HashPrefixesAndBins)
         SCOPED_TRACE(tBits);
         tDelegations.mSuccinct = SuccinctRoles{{}, tBits, q("bin")};
         const quint32 tBin = tHash.left(8).toUInt(nullptr, 16) >> (32 - tBits);
-        const QString tName =
-            q("bin-") + QString::number(tBin, 16).rightJustified((tBits + 3) / 4, QLatin1Char('0'));
+        const QString tName = q("bin-") + QString::number(tBin, 16).rightJustified((tBits + 3) / 4, u'0');
         EXPECT_EQ(rolesForTarget(tDelegations, q("some/file"))[0].mRole, tName);
         EXPECT_TRUE(keysOfRole(tDelegations, tName));
     }
@@ -149,7 +139,7 @@ class GraphTest : public ClientTest, public testing::WithParamInterface<Graph>
 
 QStringList words(const char* pText)
 {
-    return q(pText).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    return q(pText).split(u' ', Qt::SkipEmptyParts);
 }
 
 TEST_P(GraphTest, IsSearchedInOrder)
@@ -295,8 +285,8 @@ TEST_F(DelegationTest, OddRoleNamesStayInTheFolder)
     EXPECT_GOOD(find(q("file"), &tRole));
     QStringList tRequests;
     for (const char* tFile : sFiles) {
-        tRequests.append(q("1.%1.json").arg(QLatin1String(tFile)));
-        EXPECT_FALSE(read(q("%1.json").arg(QLatin1String(tFile))).isEmpty()) << tFile;
+        tRequests.append(q("1.%1.json").arg(q(tFile)));
+        EXPECT_FALSE(read(q("%1.json").arg(q(tFile))).isEmpty()) << tFile;
     }
     EXPECT_EQ(requests(), tRequests.join(q(", ")).toStdString());
     EXPECT_EQ(QDir(mDir).entryList(QDir::Files | QDir::Hidden).size(), 4 + 9);
@@ -343,8 +333,7 @@ TEST_F(DelegationTest, FetchPathsOfTargets)
         std::optional<TargetFile> tTarget;
         EXPECT_GOOD(mUpdater->findTarget(q(tCase.mPath), &tTarget));
         ASSERT_TRUE(tTarget);
-        EXPECT_EQ(tTarget->mFetchPath,
-                  q("%1%2.%3").arg(q(tCase.mFolder), QString::fromLatin1(sha256("x")), q(tCase.mName)));
+        EXPECT_EQ(tTarget->mFetchPath, q("%1%2.%3").arg(q(tCase.mFolder), q(sha256("x")), q(tCase.mName)));
     }
 }
 

@@ -1,23 +1,14 @@
 // The built vktuf against a web server.
 #include "HttpServer.h"
 #include "Program.h"
+#include "Test.h"
 #include "TestRepository.h"
 
 #include "tuf/Hashes.h"
 
-#include <gtest/gtest.h>
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtCore/QTemporaryDir>
-
 using namespace tarn::tuf;
 
 namespace {
-
-QString q(const char* pText)
-{
-    return QString::fromUtf8(pText);
-}
 
 class DriverTest : public testing::Test
 {
@@ -49,7 +40,7 @@ protected:
 
     QByteArray answer(const QByteArray& pPath)
     {
-        const QString tMetadata = QString::fromUtf8(pPath.mid(10));
+        const QString tMetadata = q(pPath.mid(10));
         if (mOverride.contains(pPath)) {
             return mOverride[pPath];
         }
@@ -75,10 +66,7 @@ protected:
 
     int init()
     {
-        QFile tFile(mDir.filePath(q("1.root.json")));
-        EXPECT_TRUE(tFile.open(QIODevice::WriteOnly));
-        tFile.write(mRepository.mFiles[q("1.root.json")]);
-        tFile.close();
+        writeFile(mDir.filePath(q("1.root.json")), mRepository.mFiles[q("1.root.json")]);
         return run({"init", path("1.root.json")}).mStatus;
     }
 
@@ -97,8 +85,7 @@ protected:
 
     QByteArray downloaded(const char* pName) const
     {
-        QFile tFile(mDir.filePath(q("downloads/") + q(pName)));
-        return tFile.open(QIODevice::ReadOnly) ? tFile.readAll() : QByteArray();
+        return readFile(mDir.filePath(q("downloads/") + q(pName)));
     }
 
     QStringList downloads() const
@@ -127,7 +114,7 @@ TEST_F(DriverTest, RefreshesFromARootFile)
     mRepository.mFiles[q("timestamp.json")].replace("version\":2", "version\":3");
     const Program::Result tResult = run({"refresh"});
     EXPECT_EQ(tResult.mStatus, 1);
-    EXPECT_TRUE(tResult.mErr.startsWith("vktuf: The timestamp metadata")) << tResult.mErr.toStdString();
+    EXPECT_TRUE(tResult.mErr.startsWith("vktuf: The timestamp metadata")) << tResult.mErr;
 }
 
 TEST_F(DriverTest, DownloadsSeveralTargetsAndNoneTwice)
@@ -170,7 +157,7 @@ TEST_F(DriverTest, AWrongTargetIsNotStored)
         QByteArray(),
     };
     for (const QByteArray& tAnswer : tAnswers) {
-        SCOPED_TRACE(tAnswer.left(60).toStdString());
+        SCOPED_TRACE(tAnswer.left(60));
         mOverride[tPath] = tAnswer;
         EXPECT_EQ(download({"one"}), 1);
         EXPECT_EQ(downloads(), QStringList());
@@ -195,7 +182,7 @@ TEST_F(DriverTest, TellsAMissingRootFromABrokenServer)
     for (const auto& tCase : sCases) {
         mOverride[tPath] = HttpServer::status(tCase.mStatus);
         mOverride["/metadata/3.root.json"] = HttpServer::status(tCase.mStatus);
-        EXPECT_EQ(run({"refresh"}).mStatus, tCase.mExpected) << tCase.mStatus.toStdString();
+        EXPECT_EQ(run({"refresh"}).mStatus, tCase.mExpected) << tCase.mStatus;
     }
 }
 

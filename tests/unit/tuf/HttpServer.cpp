@@ -1,23 +1,14 @@
 #include "HttpServer.h"
 
-#include <QtCore/QtGlobal>
+#include "Loopback.h"
 
-#include <arpa/inet.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-HttpServer::HttpServer(const Handler& pHandler) : mHandler(pHandler)
+HttpServer::HttpServer(const Handler& pHandler) : mHandler(pHandler), mSocket(loopbackSocket(&mPort))
 {
-    sockaddr_in tAddress{};
-    tAddress.sin_family = AF_INET;
-    tAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t tLength = sizeof tAddress;
-    mSocket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (::bind(mSocket, reinterpret_cast<sockaddr*>(&tAddress), tLength) != 0 || ::listen(mSocket, 16) != 0 ||
-        ::getsockname(mSocket, reinterpret_cast<sockaddr*>(&tAddress), &tLength) != 0) {
+    if (::listen(mSocket, 16) != 0) {
         qFatal("no port to listen on");
     }
-    mPort = ntohs(tAddress.sin_port);
     mThread = std::thread([this] { serve(); });
 }
 

@@ -30,8 +30,8 @@ private:
     void serve();
 
     Handler mHandler;
-    int mSocket = -1;
-    int mPort = 0;
+    quint16 mPort = 0;
+    int mSocket;
     std::mutex mMutex;
     QList<QByteArray> mRequests;
     std::thread mThread;

@@ -1,21 +1,13 @@
+#include "Test.h"
 #include "tuf/CanonicalJson.h"
 #include "tuf/PublicKey.h"
 #include "tuf/SigningKey.h"
 
-#include <gtest/gtest.h>
-#include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
-#include <QtCore/QJsonObject>
 #include <QtCore/QMap>
 
 using namespace tarn::tuf;
 
 namespace {
-
-QString q(const char* pText)
-{
-    return QString::fromUtf8(pText);
-}
 
 TEST(CanonicalJson, Table)
 {
@@ -138,9 +130,8 @@ TEST_P(KeyTest, IsOfNoUseUnderAnotherScheme)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Tuf, KeyTest, testing::ValuesIn(SigningKey::types()), [](const auto& pInfo) {
-    return QString(pInfo.param).remove(QLatin1Char('-')).toStdString();
-});
+INSTANTIATE_TEST_SUITE_P(Tuf, KeyTest, testing::ValuesIn(SigningKey::types()),
+                         [](const auto& pInfo) { return QString(pInfo.param).remove(u'-').toStdString(); });
 
 TEST(PublicKeyTest, BrokenKeysVerifyNothing)
 {
@@ -152,11 +143,11 @@ TEST(PublicKeyTest, BrokenKeysVerifyNothing)
         QString mValue;
     } sCases[] = {
         {"ed25519", "ed25519", q("00")},
-        {"ed25519", "ed25519", QString(64, QLatin1Char('z'))},
+        {"ed25519", "ed25519", QString(64, u'z')},
         {"ed25519", "ed25519", QString()},
         {"ecdsa", "ecdsa-sha2-nistp256", tPem.arg(q("AAAA"))},
         {"ecdsa", "ecdsa-sha2-nistp256", QString()},
-        {"rsa", "rsassa-pss-sha256", tPem.arg(QString(100000, QLatin1Char('A')))},
+        {"rsa", "rsassa-pss-sha256", tPem.arg(QString(100000, u'A'))},
         {"rsa", "rsassa-pss-sha256", q("-----BEGIN PUBLIC KEY-----")},
     };
     for (const auto& tCase : sCases) {

@@ -1,11 +1,8 @@
 // Metadata that no honest publisher makes must be refused, and must not bring the client down.
+#include "Test.h"
 #include "TestRepository.h"
 
 #include "tuf/Metadata.h"
-
-#include <gtest/gtest.h>
-#include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
 
 #include <limits>
 #include <random>
@@ -13,11 +10,6 @@
 using namespace tarn::tuf;
 
 namespace {
-
-QString q(const char* pText)
-{
-    return QString::fromUtf8(pText);
-}
 
 Error parse(const QString& pType, const QByteArray& pFile)
 {
@@ -64,14 +56,14 @@ protected:
         mRepository.delegate(q("targets"), q("role"), {q("*")});
         mRepository.publishTargets();
         for (const QString& tName : mRepository.mFiles.keys()) {
-            mFiles[tName.section(QLatin1Char('.'), -2, -2)] = mRepository.mFiles[tName];
+            mFiles[tName.section(u'.', -2, -2)] = mRepository.mFiles[tName];
         }
     }
 
     QByteArray with(const QString& pType, const char* pPath, const QJsonValue& pValue) const
     {
         const QJsonObject tFile = QJsonDocument::fromJson(mFiles[pType]).object();
-        return QJsonDocument(changed(tFile, q(pPath).split(QLatin1Char('/')), pValue).toObject()).toJson();
+        return QJsonDocument(changed(tFile, q(pPath).split(u'/'), pValue).toObject()).toJson();
     }
 
     TestRepository mRepository;
@@ -139,7 +131,7 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
         {"targets",
          "signed/delegations/roles/0/name",
          {QJsonValue::Undefined, 1, q(""), q("root"), q("timestamp"), q("snapshot"), q("targets"),
-          QString(300, QLatin1Char('x'))}},
+          QString(300, u'x')}},
         {"targets", "signed/delegations/roles/0/terminating", {QJsonValue::Undefined, 1}},
         {"targets", "signed/delegations/roles/0/threshold", {0}},
         {"targets",
@@ -156,7 +148,7 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
         ASSERT_FALSE(parse(tType, mFiles[tType]));
         for (const QJsonValue& tBad : tCase.mBad) {
             const QByteArray tFile = with(tType, tCase.mPath, tBad);
-            EXPECT_EQ(parse(tType, tFile).mKind, ErrorKind::Untrusted) << tFile.toStdString();
+            EXPECT_EQ(parse(tType, tFile).mKind, ErrorKind::Untrusted) << tFile;
         }
     }
 }
@@ -186,7 +178,7 @@ TEST_F(MetadataTest, WhatIsNotKnownIsPassedOver)
     };
     for (const auto& tCase : sCases) {
         const Error tError = parse(q(tCase.mType), with(q(tCase.mType), tCase.mPath, tCase.mValue));
-        EXPECT_FALSE(tError) << tCase.mPath << ": " << tError.mText.toStdString();
+        EXPECT_FALSE(tError) << tCase.mPath << ": " << tError.mText;
     }
 }
 

@@ -9,14 +9,9 @@ using namespace tarn::tuf;
 
 namespace {
 
-const QString sRootRole = QStringLiteral("root");
-const QString sTimestampRole = QStringLiteral("timestamp");
-const QString sSnapshotRole = QStringLiteral("snapshot");
-const QString sTargetsRole = QStringLiteral("targets");
-
 QJsonObject hashesOf(const QByteArray& pFile)
 {
-    return {{QStringLiteral("sha256"), QString::fromLatin1(sha256(pFile))}};
+    return {{q("sha256"), q(sha256(pFile))}};
 }
 
 bool isTargets(const QString& pRole)
@@ -37,8 +32,8 @@ QJsonObject keysJson(const QList<TestRepository::Key>& pKeys)
 
 QJsonObject roleJson(const TestRepository::Role& pRole)
 {
-    return {{QStringLiteral("keyids"), QJsonArray::fromStringList(keysJson(pRole.mKeys).keys())},
-            {QStringLiteral("threshold"), pRole.mThreshold}};
+    return {{q("keyids"), QJsonArray::fromStringList(keysJson(pRole.mKeys).keys())},
+            {q("threshold"), pRole.mThreshold}};
 }
 
 TestRepository::TestRepository()
@@ -48,24 +43,24 @@ TestRepository::TestRepository()
         mRoles[tRole].mExpires = now().addDays(30);
     }
     mRoles[sRootRole].mExpires = now().addDays(365);
-    mRoles[sTargetsRole].mTargets.insert(QStringLiteral("hello"), "Hello\n");
+    mRoles[sTargetsRole].mTargets.insert(q("hello"), "Hello\n");
     publishRoot();
     publish();
 }
 
 QString TestRepository::fileName(const QString& pRole) const
 {
-    const QString tName = encodeName(pRole) + QStringLiteral(".json");
+    const QString tName = encodeName(pRole) + q(".json");
     const bool tVersioned = pRole == sRootRole || (mConsistentSnapshot && pRole != sTimestampRole);
-    return tVersioned ? QStringLiteral("%1.%2").arg(mRoles[pRole].mVersion).arg(tName) : tName;
+    return tVersioned ? q("%1.%2").arg(mRoles[pRole].mVersion).arg(tName) : tName;
 }
 
 QJsonObject TestRepository::signedPart(const QString& pRole) const
 {
-    return {{QStringLiteral("_type"), isTargets(pRole) ? sTargetsRole : pRole},
-            {QStringLiteral("spec_version"), QStringLiteral("1.0.31")},
-            {QStringLiteral("version"), mRoles[pRole].mVersion},
-            {QStringLiteral("expires"), mRoles[pRole].mExpires.toString(Qt::ISODate)}};
+    return {{q("_type"), isTargets(pRole) ? sTargetsRole : pRole},
+            {q("spec_version"), q("1.0.31")},
+            {q("version"), mRoles[pRole].mVersion},
+            {q("expires"), mRoles[pRole].mExpires.toString(Qt::ISODate)}};
 }
 
 QJsonObject TestRepository::rootJson() const
@@ -77,9 +72,9 @@ QJsonObject TestRepository::rootJson() const
         tKeys += mRoles[tRole].mKeys;
         tRoles.insert(tRole, roleJson(mRoles[tRole]));
     }
-    tSigned.insert(QStringLiteral("consistent_snapshot"), mConsistentSnapshot);
-    tSigned.insert(QStringLiteral("keys"), keysJson(tKeys));
-    tSigned.insert(QStringLiteral("roles"), tRoles);
+    tSigned.insert(q("consistent_snapshot"), mConsistentSnapshot);
+    tSigned.insert(q("keys"), keysJson(tKeys));
+    tSigned.insert(q("roles"), tRoles);
     return tSigned;
 }
 
@@ -88,26 +83,25 @@ QJsonObject TestRepository::targetsJson(const QString& pRole) const
     QJsonObject tTargets;
     const Role& tRole = *mRoles.constFind(pRole);
     for (auto tIt = tRole.mTargets.begin(); tIt != tRole.mTargets.end(); ++tIt) {
-        tTargets.insert(tIt.key(),
-                        QJsonObject{{QStringLiteral("length"), tIt->size()},
-                                    {QStringLiteral("hashes"), hashesOf(*tIt)},
-                                    {QStringLiteral("custom"), QJsonObject{{QStringLiteral("by"), pRole}}}});
+        tTargets.insert(tIt.key(), QJsonObject{{q("length"), tIt->size()},
+                                               {q("hashes"), hashesOf(*tIt)},
+                                               {q("custom"), QJsonObject{{q("by"), pRole}}}});
     }
     QJsonObject tSigned = signedPart(pRole);
-    tSigned.insert(QStringLiteral("targets"), tTargets);
+    tSigned.insert(q("targets"), tTargets);
     if (!tRole.mDelegations.isEmpty()) {
-        tSigned.insert(QStringLiteral("delegations"), tRole.mDelegations);
+        tSigned.insert(q("delegations"), tRole.mDelegations);
     }
     return tSigned;
 }
 
 QJsonObject TestRepository::metaOf(const QString& pRole) const
 {
-    QJsonObject tMeta{{QStringLiteral("version"), mRoles[pRole].mVersion}};
+    QJsonObject tMeta{{q("version"), mRoles[pRole].mVersion}};
     if (mHashesInMeta) {
         const QByteArray tFile = mFiles.value(fileName(pRole));
-        tMeta.insert(QStringLiteral("length"), tFile.size());
-        tMeta.insert(QStringLiteral("hashes"), hashesOf(tFile));
+        tMeta.insert(q("length"), tFile.size());
+        tMeta.insert(q("hashes"), hashesOf(tFile));
     }
     return tMeta;
 }
@@ -117,19 +111,18 @@ QJsonObject TestRepository::snapshotJson() const
     QJsonObject tMeta;
     for (const QString& tRole : mRoles.keys()) {
         if (isTargets(tRole)) {
-            tMeta.insert(tRole + QStringLiteral(".json"), metaOf(tRole));
+            tMeta.insert(tRole + q(".json"), metaOf(tRole));
         }
     }
     QJsonObject tSigned = signedPart(sSnapshotRole);
-    tSigned.insert(QStringLiteral("meta"), tMeta);
+    tSigned.insert(q("meta"), tMeta);
     return tSigned;
 }
 
 QJsonObject TestRepository::timestampJson() const
 {
     QJsonObject tSigned = signedPart(sTimestampRole);
-    tSigned.insert(QStringLiteral("meta"),
-                   QJsonObject{{QStringLiteral("snapshot.json"), metaOf(sSnapshotRole)}});
+    tSigned.insert(q("meta"), QJsonObject{{q("snapshot.json"), metaOf(sSnapshotRole)}});
     return tSigned;
 }
 
@@ -182,17 +175,17 @@ void TestRepository::delegate(const QString& pFrom, const QString& pTo, const QS
         mRoles[pTo].mExpires = now().addDays(30);
     }
     QJsonObject tRole = roleJson(mRoles[pTo]);
-    tRole.insert(QStringLiteral("name"), pTo);
-    tRole.insert(QStringLiteral("paths"), QJsonArray::fromStringList(pPaths));
-    tRole.insert(QStringLiteral("terminating"), pTerminating);
+    tRole.insert(q("name"), pTo);
+    tRole.insert(q("paths"), QJsonArray::fromStringList(pPaths));
+    tRole.insert(q("terminating"), pTerminating);
     QJsonObject& tDelegations = mRoles[pFrom].mDelegations;
-    QJsonArray tRoles = tDelegations[QStringLiteral("roles")].toArray();
+    QJsonArray tRoles = tDelegations[q("roles")].toArray();
     tRoles.append(tRole);
-    QJsonObject tKeys = tDelegations[QStringLiteral("keys")].toObject();
+    QJsonObject tKeys = tDelegations[q("keys")].toObject();
     for (const Key& tKey : mRoles[pTo].mKeys) {
         tKeys.insert(tKey.id(), tKey.publicJson());
     }
-    tDelegations = {{QStringLiteral("roles"), tRoles}, {QStringLiteral("keys"), tKeys}};
+    tDelegations = {{q("roles"), tRoles}, {q("keys"), tKeys}};
 }
 
 Error TestRepository::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Text.h"
 #include "tuf/SigningKey.h"
 #include "tuf/Updater.h"
 
@@ -7,8 +8,12 @@
 #include <QtCore/QJsonObject>
 #include <QtCore/QList>
 #include <QtCore/QMap>
-#include <QtCore/QString>
 #include <QtCore/QStringList>
+
+inline const QString sRootRole = q("root");
+inline const QString sTimestampRole = q("timestamp");
+inline const QString sSnapshotRole = q("snapshot");
+inline const QString sTargetsRole = q("targets");
 
 // A repository in memory that signs whatever a test wants, also what no honest one would, and notes what a
 // client asks for. It begins with version 1 of every top-level role published.
@@ -30,11 +35,11 @@ public:
     TestRepository();
 
     static QDateTime now() { return {QDate(2026, 3, 1), QTime(12, 0), Qt::UTC}; }
-    static Key newKey(const QString& pType = QStringLiteral("ed25519")) { return *Key::generate(pType); }
+    static Key newKey(const QString& pType = q("ed25519")) { return *Key::generate(pType); }
 
     // Each raises the role's version by one and serves the file; nothing else is published with it.
     void publishRoot(const QList<Key>& pAlsoSignedBy = {});
-    void publishTargets(const QString& pRole = QStringLiteral("targets"));
+    void publishTargets(const QString& pRole = q("targets"));
     void publishSnapshot();
     void publishTimestamp();
     // Targets, snapshot and timestamp.

@@ -5,8 +5,6 @@
 
 #include "update/OsProxy.h"
 
-#include <QtCore/QElapsedTimer>
-
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::update;
 using namespace tarn::vkcore;
@@ -34,12 +32,12 @@ protected:
         mMachine.setServers({mServer.uri()});
     }
 
-    QString libPath() const { return str("/targets/") + QFileInfo(mTargets.value(str("lib"))).fileName(); }
+    QString libPath() const { return q("/targets/") + QFileInfo(mTargets.value(q("lib"))).fileName(); }
     // Puts the first bytes of the library's archive where downloads lie.
     void leavePart(const QByteArray& pBytes)
     {
-        const QString tHash = QFileInfo(libPath()).fileName().section(QLatin1Char('.'), 0, 0);
-        writeFile(mMachine.path(str("state/downloads/")) + tHash, pBytes);
+        const QString tHash = QFileInfo(libPath()).fileName().section(u'.', 0, 0);
+        writeFile(mMachine.path(q("state/downloads/")) + tHash, pBytes);
     }
 
     TestServer mServer{mRepository.path()};
@@ -50,11 +48,10 @@ protected:
 TEST_F(HttpsTest, UpdatesAndThenAsksForOneSmallFile)
 {
     ASSERT_TRUE(mServer.start());
-    age(mRepository.path(str("metadata/timestamp.json")));
-    const RunResult tResult = mMachine.run();
-    ASSERT_EQ(tResult.mCode, ResultSuccess) << tResult.mText.toStdString();
+    age(mRepository.path(q("metadata/timestamp.json")));
+    run(ResultSuccess);
     expectInstalled();
-    EXPECT_EQ(text(mServer.requests().filter(str("metadata"))),
+    EXPECT_EQ(text(mServer.requests().filter(q("metadata"))),
               "GET /metadata/2.root.json 404 -\nGET /metadata/timestamp.json 200 -\n"
               "GET /metadata/1.snapshot.json 200 -\nGET /metadata/1.targets.json 200 -");
     EXPECT_EQ(mServer.requests().size(), 7);
@@ -64,11 +61,11 @@ TEST_F(HttpsTest, UpdatesAndThenAsksForOneSmallFile)
     EXPECT_EQ(text(mServer.requests()), "GET /metadata/timestamp.json 304 -");
 
     mServer.forgetRequests();
-    package("lib").mVersion = str("2.0");
+    package("lib").mVersion = q("2.0");
     publish();
     EXPECT_EQ(mMachine.run().mInstalledCount, 1);
-    EXPECT_EQ(mServer.requests().filter(str("timestamp")).size(), 1);
-    EXPECT_EQ(mServer.requests().filter(str("/targets/")).size(), 1);
+    EXPECT_EQ(mServer.requests().filter(q("timestamp")).size(), 1);
+    EXPECT_EQ(mServer.requests().filter(q("/targets/")).size(), 1);
 }
 
 // A server that tells files apart by their second and size must not hide a second publication within the same
@@ -77,12 +74,12 @@ TEST_F(HttpsTest, SeesAPublicationRightBehindAnother)
 {
     ASSERT_TRUE(mServer.start());
     for (const char* tVersion : {"2.0", "3.0", "4.0", "5.0"}) {
-        package("lib").mVersion = str(tVersion);
+        package("lib").mVersion = q(tVersion);
         publish();
         EXPECT_GT(mMachine.run().mInstalledCount, 0);
         EXPECT_EQ(mMachine.run().mInstalledCount, 0);
     }
-    EXPECT_EQ(mServer.requests().filter(str("304")).size(), 0);
+    EXPECT_EQ(mServer.requests().filter(q("304")).size(), 0);
 }
 
 TEST_F(HttpsTest, TrustsNoCertificateButThoseOfTheAuthority)
@@ -90,11 +87,10 @@ TEST_F(HttpsTest, TrustsNoCertificateButThoseOfTheAuthority)
     ASSERT_TRUE(mServer.start());
     const TestServer tOther(mRepository.path());
     mMachine.request().mCaFile = tOther.caFile();
-    const RunResult tResult = mMachine.run();
-    EXPECT_EQ(tResult.mCode, ResultUnreachable) << tResult.mText.toStdString();
-    EXPECT_TRUE(tResult.mText.contains(str("certificate"))) << tResult.mText.toStdString();
+    const RunResult tResult = run(ResultUnreachable);
+    EXPECT_TRUE(tResult.mText.contains(q("certificate"))) << tResult.mText;
     mMachine.request().mCaFile = mServer.caFile();
-    mMachine.setServers({mServer.uri().replace(str("localhost"), str("127.0.0.1"))});
+    mMachine.setServers({mServer.uri().replace(q("localhost"), q("127.0.0.1"))});
     EXPECT_EQ(mMachine.run().mCode, ResultUnreachable) << "the name is another one";
 }
 
@@ -105,57 +101,50 @@ TEST_F(HttpsTest, LogsInAndKeepsThePasswordToItself)
     tOther.addConfiguration("add_header X-Authorization $http_authorization always;\n");
     ASSERT_TRUE(tOther.start());
     // Another host by its port alone, which is as good as another name.
-    mServer.addConfiguration("location /moved/ { rewrite ^/moved/(.*) " + tOther.uri(str("/")).toUtf8() +
+    mServer.addConfiguration("location /moved/ { rewrite ^/moved/(.*) " + tOther.uri(q("/")).toUtf8() +
                              "$1 redirect; }\n");
     ASSERT_TRUE(mServer.start());
-    writeFile(mMachine.path(str("both.pem")), readFile(mServer.caFile()) + readFile(tOther.caFile()));
-    mMachine.request().mCaFile = mMachine.path(str("both.pem"));
+    writeFile(mMachine.path(q("both.pem")), readFile(mServer.caFile()) + readFile(tOther.caFile()));
+    mMachine.request().mCaFile = mMachine.path(q("both.pem"));
 
     ServerAccess& tServer = mMachine.request().mServers.first();
-    tServer.mUri = mServer.uri(str("/private/"));
-    RunResult tResult = mMachine.run();
-    EXPECT_EQ(tResult.mCode, ResultUnreachable);
-    EXPECT_TRUE(tResult.mText.contains(str("401"))) << tResult.mText.toStdString();
-    tServer.mUser = str("me");
-    tServer.mPassword = str("wrong-word");
-    tResult = mMachine.run();
-    EXPECT_EQ(tResult.mCode, ResultUnreachable);
-    EXPECT_FALSE(tResult.mText.contains(str("wrong-word")));
-    tServer.mPassword = str("s e%cr@t");
+    tServer.mUri = mServer.uri(q("/private/"));
+    RunResult tResult = run(ResultUnreachable);
+    EXPECT_TRUE(tResult.mText.contains(q("401"))) << tResult.mText;
+    tServer.mUser = q("me");
+    tServer.mPassword = q("wrong-word");
+    tResult = run(ResultUnreachable);
+    EXPECT_FALSE(tResult.mText.contains(q("wrong-word")));
+    tServer.mPassword = q("s e%cr@t");
     mServer.forgetRequests();
-    tResult = mMachine.run();
-    EXPECT_EQ(tResult.mCode, ResultSuccess) << tResult.mText.toStdString();
-    EXPECT_EQ(mServer.requests().size(), mServer.requests().filter(str(" me")).size());
+    run(ResultSuccess);
+    EXPECT_EQ(mServer.requests().size(), mServer.requests().filter(q(" me")).size());
 
-    tServer.mUri = mServer.uri(str("/moved"));
-    tResult = mMachine.run();
-    EXPECT_EQ(tResult.mCode, ResultSuccess) << tResult.mText.toStdString();
+    tServer.mUri = mServer.uri(q("/moved"));
+    run(ResultSuccess);
     EXPECT_GT(tOther.requests().size(), 0);
-    EXPECT_EQ(tOther.requests().filter(str(" me")).size(), 0);
+    EXPECT_EQ(tOther.requests().filter(q(" me")).size(), 0);
 
     // User and password may stand in the address, and don't show in messages.
-    tServer = {
-        QString(), mServer.uri(str("/private/")).replace(str("://"), str("://me:s%20e%25cr%40t@")), {}, {}};
+    tServer = {QString(), mServer.uri(q("/private/")).replace(q("://"), q("://me:s%20e%25cr%40t@")), {}, {}};
     EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
     mServer.stop();
-    tResult = mMachine.run();
-    EXPECT_EQ(tResult.mCode, ResultUnreachable);
-    EXPECT_FALSE(tResult.mText.contains(str("cr"))) << tResult.mText.toStdString();
+    tResult = run(ResultUnreachable);
+    EXPECT_FALSE(tResult.mText.contains(q("cr"))) << tResult.mText;
 }
 
 TEST_F(HttpsTest, FollowsNoRedirectToPlainHttp)
 {
     mServer.addConfiguration("location /down/ { return 302 http://localhost:1/; }\n");
     ASSERT_TRUE(mServer.start());
-    mMachine.setServers({mServer.uri(str("/down"))});
-    const RunResult tResult = mMachine.run();
-    EXPECT_EQ(tResult.mCode, ResultUnreachable);
-    EXPECT_TRUE(tResult.mText.contains(str("rotocol"))) << tResult.mText.toStdString();
+    mMachine.setServers({mServer.uri(q("/down"))});
+    const RunResult tResult = run(ResultUnreachable);
+    EXPECT_TRUE(tResult.mText.contains(q("rotocol"))) << tResult.mText;
 }
 
 TEST_F(HttpsTest, GoesOnWithAPartOfAFile)
 {
-    const QByteArray tArchive = readFile(mTargets.value(str("lib")));
+    const QByteArray tArchive = readFile(mTargets.value(q("lib")));
     const QByteArray tPath = libPath().toUtf8();
     const QByteArray tSize = QByteArray::number(tArchive.size());
     const QByteArray tHalf = tArchive.first(tArchive.size() / 2);
@@ -166,18 +155,18 @@ TEST_F(HttpsTest, GoesOnWithAPartOfAFile)
         QByteArray mConfiguration;
         QString mRequests;
     } tCases[] = {
-        {"right part", tHalf, "", str("GET %1?range 206 -")},
-        {"part with other bytes", QByteArray(100, '?'), "", str("GET %1?range 206 -\nGET %1 200 -")},
-        {"server without ranges", tHalf, "max_ranges 0;", str("GET %1?range 200 -")},
+        {"right part", tHalf, "", q("GET %1?range 206 -")},
+        {"part with other bytes", QByteArray(100, '?'), "", q("GET %1?range 206 -\nGET %1 200 -")},
+        {"server without ranges", tHalf, "max_ranges 0;", q("GET %1?range 200 -")},
         {"answer about another part", tHalf,
          "location = " + tPath + " { if ($http_range) { add_header Content-Range 'bytes 0-9/" + tSize +
              "'; return 206 'wrong part'; } }",
-         str("GET %1?range 206 -\nGET %1 200 -")},
+         q("GET %1?range 206 -\nGET %1 200 -")},
         {"answer without a range", tHalf,
          "location = " + tPath + " { if ($http_range) { return 206 'wrong part'; } }",
-         str("GET %1?range 206 -\nGET %1 200 -")},
+         q("GET %1?range 206 -\nGET %1 200 -")},
         {"part refused", tHalf, "location = " + tPath + " { if ($http_range) { return 416; } }",
-         str("GET %1?range 416 -\nGET %1 200 -")},
+         q("GET %1?range 416 -\nGET %1 200 -")},
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mName);
@@ -186,11 +175,10 @@ TEST_F(HttpsTest, GoesOnWithAPartOfAFile)
         ASSERT_TRUE(tServer.start());
         mMachine.request().mCaFile = tServer.caFile();
         mMachine.setServers({tServer.uri()});
-        QDir(mMachine.path(str("state"))).removeRecursively();
-        QDir(mMachine.path(str("install"))).removeRecursively();
+        QDir(mMachine.path(q("state"))).removeRecursively();
+        QDir(mMachine.path(q("install"))).removeRecursively();
         leavePart(tCase.mPart);
-        const RunResult tResult = mMachine.run();
-        EXPECT_EQ(tResult.mCode, ResultSuccess) << tResult.mText.toStdString();
+        run(ResultSuccess);
         EXPECT_EQ(text(tServer.requests().filter(libPath())), tCase.mRequests.arg(libPath()).toStdString());
         expectInstalled();
     }
@@ -209,12 +197,11 @@ TEST_F(HttpsTest, TakesTheNextServerWhenOneIsNoGood)
     for (const TestServer* tServer : {&tSlow, &tBroken, &tPortal}) {
         tCertificates += readFile(tServer->caFile());
     }
-    writeFile(mMachine.path(str("all.pem")), tCertificates);
-    mMachine.request().mCaFile = mMachine.path(str("all.pem"));
-    mMachine.setServers({QStringLiteral("https://localhost:%1").arg(freePort()), tSlow.uri(), tBroken.uri(),
-                         tPortal.uri(), mServer.uri()});
-    const RunResult tResult = mMachine.run();
-    EXPECT_EQ(tResult.mCode, ResultSuccess) << tResult.mText.toStdString();
+    writeFile(mMachine.path(q("all.pem")), tCertificates);
+    mMachine.request().mCaFile = mMachine.path(q("all.pem"));
+    mMachine.setServers({q("https://localhost:%1").arg(freePort()), tSlow.uri(), tBroken.uri(), tPortal.uri(),
+                         mServer.uri()});
+    run(ResultSuccess);
     expectInstalled();
     EXPECT_EQ(mMachine.mMessages.size(), 4) << text(mMachine.mMessages);
     EXPECT_EQ(tBroken.requests().size(), 2) << "it is tried as often as is set";
@@ -247,8 +234,8 @@ TEST_F(HttpsTest, IsAbortedAtOnceWhileAServerIsSilent)
 
 TEST_F(HttpsTest, KeepsToTheBandwidth)
 {
-    package("app").mFiles.insert(str("noise"), noise(400000, 2));
-    package("maps").mFiles.insert(str("noise"), noise(400000, 3));
+    package("app").mFiles.insert(q("noise"), noise(400000, 2));
+    package("maps").mFiles.insert(q("noise"), noise(400000, 3));
     publish();
     ASSERT_TRUE(mServer.start());
     mMachine.request().mBytesPerSecond = 400000;
@@ -264,16 +251,14 @@ TEST_F(HttpsTest, GoesThroughTheProxy)
     const TestProxy tProxy(mServer.port());
     NetProxy& tSettings = mMachine.request().mProxy;
     tSettings = NetProxy(true, true);
-    tSettings.mHost = str("127.0.0.1");
+    tSettings.mHost = q("127.0.0.1");
     tSettings.mPort = tProxy.port();
-    tSettings.mUser = str("proxyuser");
-    tSettings.mPassword = str("wrong");
-    RunResult tResult = mMachine.run();
-    EXPECT_EQ(tResult.mCode, ResultUnreachable) << tResult.mText.toStdString();
+    tSettings.mUser = q("proxyuser");
+    tSettings.mPassword = q("wrong");
+    RunResult tResult = run(ResultUnreachable);
     EXPECT_EQ(mServer.requests().size(), 0);
-    tSettings.mPassword = str("proxypass");
-    tResult = mMachine.run();
-    EXPECT_EQ(tResult.mCode, ResultSuccess) << tResult.mText.toStdString();
+    tSettings.mPassword = q("proxypass");
+    run(ResultSuccess);
     EXPECT_TRUE(tProxy.log().contains("CONNECT localhost"));
 
     mMachine.request().mProxyMode = NetProxyModeOs;
@@ -295,7 +280,7 @@ TEST_F(HttpsTest, GoesThroughTheProxy)
 TEST(OsProxyTest, ReadsTheEnvironmentAndTheFileForLogins)
 {
     const QTemporaryDir tDir;
-    const QString tFile = tDir.filePath(str("environment"));
+    const QString tFile = tDir.filePath(q("environment"));
     const struct
     {
         QStringList mVariables;
@@ -304,10 +289,10 @@ TEST(OsProxyTest, ReadsTheEnvironmentAndTheFileForLogins)
         const char* mNoProxy;
     } tCases[] = {
         {{}, "", "", ""},
-        {{str("https_proxy=http://a:1")}, "https_proxy=http://b:2\n", "http://a:1", ""},
-        {{str("HTTPS_PROXY=http://a:1"), str("NO_PROXY=x")}, "", "http://a:1", "x"},
-        {{str("ALL_PROXY=http://a:1")}, "", "http://a:1", ""},
-        {{str("http_proxy=http://a:1")}, "", "", ""},
+        {{q("https_proxy=http://a:1")}, "https_proxy=http://b:2\n", "http://a:1", ""},
+        {{q("HTTPS_PROXY=http://a:1"), q("NO_PROXY=x")}, "", "http://a:1", "x"},
+        {{q("ALL_PROXY=http://a:1")}, "", "http://a:1", ""},
+        {{q("http_proxy=http://a:1")}, "", "", ""},
         {{},
          "# https_proxy=http://c\nPATH=/bin\nexport https_proxy=\"http://b:2\"\nno_proxy='y,z'",
          "http://b:2",
@@ -317,13 +302,12 @@ TEST(OsProxyTest, ReadsTheEnvironmentAndTheFileForLogins)
     for (const auto& tCase : tCases) {
         QProcessEnvironment tEnvironment;
         for (const QString& tVariable : tCase.mVariables) {
-            tEnvironment.insert(tVariable.section(QLatin1Char('='), 0, 0),
-                                tVariable.section(QLatin1Char('='), 1));
+            tEnvironment.insert(tVariable.section(u'=', 0, 0), tVariable.section(u'=', 1));
         }
         writeFile(tFile, tCase.mFile);
         const OsProxy tProxy = osProxy(tEnvironment, tFile);
-        EXPECT_EQ(tProxy.mProxy, str(tCase.mProxy)) << tCase.mFile;
-        EXPECT_EQ(tProxy.mNoProxy, str(tCase.mNoProxy)) << tCase.mFile;
+        EXPECT_EQ(tProxy.mProxy, q(tCase.mProxy)) << tCase.mFile;
+        EXPECT_EQ(tProxy.mNoProxy, q(tCase.mNoProxy)) << tCase.mFile;
     }
-    EXPECT_TRUE(osProxy(QProcessEnvironment(), str("/nowhere")).mProxy.isEmpty());
+    EXPECT_TRUE(osProxy(QProcessEnvironment(), q("/nowhere")).mProxy.isEmpty());
 }

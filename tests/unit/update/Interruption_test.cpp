@@ -3,15 +3,11 @@
 #include "UpdateFixture.h"
 
 #include "os/AbortFlag.h"
-#include "os/ProcessList.h"
 #include "update/Run.h"
 
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QFileInfo>
 #include <QtCore/QProcess>
 
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstring>
 
@@ -30,7 +26,7 @@ protected:
         ++mNumber;
         for (TestPackage& tPackage : mPackages) {
             mRepository.remove(tPackage.mName);
-            tPackage.mVersion = QStringLiteral("%1.0").arg(mNumber);
+            tPackage.mVersion = q("%1.0").arg(mNumber);
             for (QByteArray& tContent : tPackage.mFiles) {
                 tContent =
                     tContent.leftJustified(4).replace(0, 4, QByteArray::number(mNumber).rightJustified(4));
@@ -43,7 +39,7 @@ protected:
     {
         FileMap tFiles;
         for (auto tIt = pFiles.begin(); tIt != pFiles.end(); ++tIt) {
-            if (pPackages.contains(tIt.key().section(QLatin1Char('/'), 0, 0))) {
+            if (pPackages.contains(tIt.key().section(u'/', 0, 0))) {
                 tFiles.insert(tIt.key(), tIt.value());
             }
         }
@@ -55,14 +51,13 @@ protected:
     void expectOldOrNewAndRepair(const FileMap& pBefore)
     {
         const FileMap tFiles = mMachine.currentFiles();
-        for (const QStringList& tSet : {QStringList{str("app"), str("lib")}, QStringList{str("maps")}}) {
+        for (const QStringList& tSet : {QStringList{q("app"), q("lib")}, QStringList{q("maps")}}) {
             const FileMap tNow = filesBelow(tFiles, tSet);
             EXPECT_TRUE(tNow == filesBelow(pBefore, tSet) || tNow == filesBelow(filesOf(mPackages), tSet));
         }
-        const RunResult tResult = mMachine.run();
-        EXPECT_EQ(tResult.mCode, ResultSuccess) << tResult.mText.toStdString();
+        run(ResultSuccess);
         expectInstalled();
-        const QString tOk = QStringLiteral(" %1.0.0 ok").arg(mNumber);
+        const QString tOk = q(" %1.0.0 ok").arg(mNumber);
         EXPECT_EQ(mMachine.log().filter(tOk).size(), mPackages.size());
     }
 
@@ -157,7 +152,7 @@ TEST_F(InterruptionTest, SurvivesAKillAnywhere)
         const FileMap tFiles = mMachine.currentFiles();
         EXPECT_TRUE(tFiles == tBefore || tFiles == filesOf(mPackages));
         QString tError;
-        EXPECT_TRUE(mMachine.restart(&tError)) << tError.toStdString();
+        EXPECT_TRUE(mMachine.restart(&tError)) << tError;
         EXPECT_EQ(text(mMachine.litter()), "");
         expectOldOrNewAndRepair(tBefore);
         if (WEXITSTATUS(tStatus) == 0 || HasFailure()) {
@@ -174,16 +169,16 @@ class RunningAppTest : public InterruptionTest
 protected:
     RunningAppTest()
     {
-        mPackages = {{str("app"), str("1.0"), {{str("bin/app"), readFile(str("/bin/sleep"))}}}};
-        mPackages.first().mExecutables = {str("bin/app")};
-        mRepository.remove(str("lib"));
-        mRepository.remove(str("maps"));
+        mPackages = {{q("app"), q("1.0"), {{q("bin/app"), readFile(q("/bin/sleep"))}}}};
+        mPackages.first().mExecutables = {q("bin/app")};
+        mRepository.remove(q("lib"));
+        mRepository.remove(q("maps"));
         publish();
         mMachine.run();
-        mProcess.start(mMachine.installed(str("app/bin/app")), {str("600")});
+        mProcess.start(mMachine.installed(q("app/bin/app")), {q("600")});
         mProcess.waitForStarted();
-        mPackages.first().mFiles.insert(str("new"), "2");
-        mPackages.first().mVersion = str("2.0");
+        mPackages.first().mFiles.insert(q("new"), "2");
+        mPackages.first().mVersion = q("2.0");
         publish();
     }
     ~RunningAppTest() override
@@ -202,7 +197,7 @@ TEST_F(RunningAppTest, IsWaitedForAndThenReplaced)
     QString tText;
     mMachine.mOnNotification = [&](const QString& pText) {
         tText = pText;
-        EXPECT_EQ(mMachine.packages(), QStringList(str("app 1.0.0")));
+        EXPECT_EQ(mMachine.packages(), QStringList(q("app 1.0.0")));
         EXPECT_EQ(mMachine.updater().progress().mActivity, ActivityWaitingForApps);
         mProcess.kill();
         mProcess.waitForFinished();
@@ -210,8 +205,8 @@ TEST_F(RunningAppTest, IsWaitedForAndThenReplaced)
     QElapsedTimer tTimer;
     tTimer.start();
     EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
-    EXPECT_TRUE(tText.contains(str("Title of app"))) << tText.toStdString();
-    EXPECT_TRUE(tText.contains(QString::number(mProcess.processId())) || tText.contains(str("process app")));
+    EXPECT_TRUE(tText.contains(q("Title of app"))) << tText;
+    EXPECT_TRUE(tText.contains(QString::number(mProcess.processId())) || tText.contains(q("process app")));
     EXPECT_TRUE(mMachine.mActivities.contains(ActivityWaitingForApps));
     EXPECT_LT(tTimer.elapsed(), 9000) << "it looked again only after a while";
     expectInstalled();
@@ -220,9 +215,8 @@ TEST_F(RunningAppTest, IsWaitedForAndThenReplaced)
 TEST_F(RunningAppTest, NeedsIntervention)
 {
     mMachine.request().mWaitForAppsSeconds = 0;
-    const RunResult tResult = mMachine.run();
-    EXPECT_EQ(tResult.mCode, ResultManualIntervention);
-    EXPECT_TRUE(tResult.mText.contains(str("Title of app"))) << tResult.mText.toStdString();
+    const RunResult tResult = run(ResultManualIntervention);
+    EXPECT_TRUE(tResult.mText.contains(q("Title of app"))) << tResult.mText;
     EXPECT_EQ(text(mMachine.packages()), "app 1.0.0");
     EXPECT_EQ(text(mMachine.litter()), "");
     mProcess.kill();
@@ -245,7 +239,7 @@ class OldKernel : public os::ProcessList
 public:
     QList<os::Process> running() override
     {
-        return mLooks++ > 0 ? QList<os::Process>() : QList<os::Process>{{4711, str("app"), mExecutable}};
+        return mLooks++ > 0 ? QList<os::Process>() : QList<os::Process>{{4711, q("app"), mExecutable}};
     }
     int openProcess(pid_t) override
     {
@@ -261,15 +255,15 @@ public:
 
 TEST_F(InterruptionTest, LooksAgainWhereTheKernelCantTell)
 {
-    package("app").mExecutables = {str("bin/app")};
-    mRepository.remove(str("app"));
+    package("app").mExecutables = {q("bin/app")};
+    mRepository.remove(q("app"));
     publish();
     OldKernel tKernel;
     TestMachine tMachine(mRepository.root(), tKernel);
     tMachine.setServers({mRepository.uri()});
     ASSERT_EQ(tMachine.run().mCode, ResultSuccess);
     EXPECT_EQ(tKernel.mLooks, 0) << "nothing is replaced";
-    tKernel.mExecutable = QFileInfo(tMachine.installed(str("app/bin/app"))).canonicalFilePath();
+    tKernel.mExecutable = QFileInfo(tMachine.installed(q("app/bin/app"))).canonicalFilePath();
     publishNext();
     EXPECT_EQ(tMachine.run().mCode, ResultSuccess);
     EXPECT_EQ(tKernel.mLooks, 2);
@@ -280,7 +274,7 @@ TEST_F(InterruptionTest, LooksAgainWhereTheKernelCantTell)
 // The program of a version that was replaced while it ran counts still, with its file gone.
 TEST_F(RunningAppTest, IsFoundAlsoWhenItsFileIsGone)
 {
-    QFile::remove(QFileInfo(mMachine.installed(str("app/bin/app"))).canonicalFilePath());
+    QFile::remove(QFileInfo(mMachine.installed(q("app/bin/app"))).canonicalFilePath());
     mMachine.request().mWaitForAppsSeconds = 0;
     EXPECT_EQ(mMachine.run().mCode, ResultManualIntervention);
 }

@@ -1,12 +1,9 @@
+#include "Test.h"
 #include "update/Plan.h"
 #include "update/RunRecords.h"
 #include "update/RunTexts.h"
 
-#include <gtest/gtest.h>
-
 #include <QtCore/QStringList>
-
-#include <ostream>
 
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::update;
@@ -16,27 +13,22 @@ using packages::PackageInfo;
 
 namespace {
 
-QString str(const char* pText)
-{
-    return QString::fromUtf8(pText);
-}
-
 // "name version", with "data", "lang=X", "req=A,B" and "date=YYYY-MM-DD" behind it in any order.
 PackageInfo parse(const QString& pText)
 {
     PackageInfo tInfo;
-    const QStringList tWords = pText.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    const QStringList tWords = pText.split(u' ', Qt::SkipEmptyParts);
     tInfo.mName = tWords.value(0);
     QDateTime tDate;
     for (const QString& tWord : tWords) {
-        const QString tValue = tWord.section(QLatin1Char('='), 1);
-        if (tWord == str("data")) {
+        const QString tValue = tWord.section(u'=', 1);
+        if (tWord == q("data")) {
             tInfo.mKind = Kind::Data;
-        } else if (tWord.startsWith(str("lang="))) {
+        } else if (tWord.startsWith(q("lang="))) {
             tInfo.mLanguage = tValue;
-        } else if (tWord.startsWith(str("req="))) {
-            tInfo.mRequires = tValue.split(QLatin1Char(','));
-        } else if (tWord.startsWith(str("date="))) {
+        } else if (tWord.startsWith(q("req="))) {
+            tInfo.mRequires = tValue.split(u',');
+        } else if (tWord.startsWith(q("date="))) {
             tDate = QDateTime(QDate::fromString(tValue, Qt::ISODate), QTime(0, 0), Qt::UTC);
         }
     }
@@ -47,7 +39,7 @@ PackageInfo parse(const QString& pText)
 QList<PackageInfo> parseAll(const char* pText)
 {
     QList<PackageInfo> tInfos;
-    const QStringList tLines = str(pText).split(QLatin1Char(';'), Qt::SkipEmptyParts);
+    const QStringList tLines = q(pText).split(u';', Qt::SkipEmptyParts);
     for (const QString& tLine : tLines) {
         tInfos.append(parse(tLine));
     }
@@ -59,23 +51,22 @@ std::string shown(const Plan& pPlan)
 {
     QStringList tLines;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
-        QString tLine =
-            tPackage.name() + QLatin1Char(' ') +
-            tPackage.mOffer.mInfo.mVersion.version().toTarnAppFormat().section(QLatin1Char('.'), 0, 1);
+        QString tLine = tPackage.name() + u' ' +
+                        tPackage.mOffer.mInfo.mVersion.version().toTarnAppFormat().section(u'.', 0, 1);
         if (!tPackage.mOffer.mInfo.mLanguage.isEmpty()) {
-            tLine += QLatin1Char(' ') + tPackage.mOffer.mInfo.mLanguage;
+            tLine += u' ' + tPackage.mOffer.mInfo.mLanguage;
         }
         if (pPlan.mParents.contains(tPackage.name())) {
-            tLine += QLatin1Char('<') + pPlan.mParents.value(tPackage.name());
+            tLine += u'<' + pPlan.mParents.value(tPackage.name());
         }
-        tLines.append(tLine + (tPackage.mTrouble ? str("!") : QString()));
+        tLines.append(tLine + (tPackage.mTrouble ? q("!") : QString()));
     }
-    return tLines.join(str("; ")).toStdString();
+    return tLines.join(q("; ")).toStdString();
 }
 
 struct PlanTest
 {
-    packages::PackageFolders mFolders{str("/opt/x"), str("/srv/data")};
+    packages::PackageFolders mFolders{q("/opt/x"), q("/srv/data")};
 
     Plan plan(const char* pOffers, const char* pInstalled, const char* pDataDir = "/srv/data") const
     {
@@ -84,17 +75,17 @@ struct PlanTest
         for (const PackageInfo& tInfo : tInfos) {
             tarn::tuf::TargetFile tTarget;
             tTarget.mPath = archiveName(tInfo);
-            tTarget.mHashes.insert(str("sha256"), QByteArray(64, 'a'));
+            tTarget.mHashes.insert(q("sha256"), QByteArray(64, 'a'));
             tOffers.append({tInfo, tTarget});
         }
-        const packages::PackageFolders tBefore(str("/opt/x"), str(pDataDir));
+        const packages::PackageFolders tBefore(q("/opt/x"), q(pDataDir));
         packages::Manifest tManifest;
         const QList<PackageInfo> tInstalled = parseAll(pInstalled);
         for (const PackageInfo& tInfo : tInstalled) {
-            const QString tHash(64, QLatin1Char('a'));
+            const QString tHash(64, u'a');
             tManifest.mPackages.append({tInfo, tHash, tBefore.folder(tInfo, tHash), QString()});
         }
-        return makePlan(tOffers, tManifest, mFolders, {str("en"), str("de")});
+        return makePlan(tOffers, tManifest, mFolders, {q("en"), q("de")});
     }
 };
 
@@ -154,19 +145,18 @@ TEST(PlanTest, InstallsDataAnewInANewFolder)
 TEST(PlanTest, WritesARecordForEachPackage)
 {
     Plan tPlan = PlanTest().plan("top 1 req=mid; mid 1 req=low; low 2; new 1; bad 1", "top 1; mid 1; low 1");
-    tPlan.find(str("bad"))->mTrouble = {Trouble::Kind::Untrusted, str("It is bad")};
+    tPlan.find(q("bad"))->mTrouble = {Trouble::Kind::Untrusted, q("It is bad")};
     QStringList tLines;
     const auto tRecords = runRecords(tPlan);
     for (const auto& tRecord : tRecords) {
         tLines.append(
-            QStringLiteral("%1 %2 <%3 %4")
-                .arg(tRecord.mPackage, tRecord.mStatus, tRecord.mParent, tRecord.mReport.bestValue(str("en")))
+            q("%1 %2 <%3 %4")
+                .arg(tRecord.mPackage, tRecord.mStatus, tRecord.mParent, tRecord.mReport.bestValue(q("en")))
                 .trimmed());
     }
-    EXPECT_EQ(tLines.join(str("; ")).toStdString(),
+    EXPECT_EQ(tLines.join(q("; ")).toStdString(),
               "bad error < It is bad.; low ok <mid; new ok <; mid child_packages_updated <top; "
               "top child_packages_updated <");
     EXPECT_EQ(failedPackagesCode(tPlan), ResultVerificationFailed);
-    EXPECT_TRUE(failedPackagesText(tPlan).contains(str("1 of 3 packages")))
-        << failedPackagesText(tPlan).toStdString();
+    EXPECT_TRUE(failedPackagesText(tPlan).contains(q("1 of 3 packages"))) << failedPackagesText(tPlan);
 }

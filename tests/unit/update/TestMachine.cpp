@@ -2,9 +2,7 @@
 
 #include "TestArchive.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QEventLoop>
-#include <QtCore/QFileInfo>
 #include <QtCore/QSet>
 
 #include <climits>
@@ -15,12 +13,12 @@ using tarn::vkcore::ServiceActivity;
 
 TestMachine::TestMachine(const QByteArray& pRoot, os::ProcessList& pProcesses) : mProcesses(pProcesses)
 {
-    writeFile(path(QStringLiteral("root.json")), pRoot);
-    mRequest.mRootFile = path(QStringLiteral("root.json"));
-    mRequest.mStateDir = path(QStringLiteral("state"));
-    mRequest.mInstallDir = path(QStringLiteral("install"));
-    mRequest.mAppLanguage = QStringLiteral("en");
-    mRequest.mDataLanguage = QStringLiteral("en");
+    writeFile(path(q("root.json")), pRoot);
+    mRequest.mRootFile = path(q("root.json"));
+    mRequest.mStateDir = path(q("state"));
+    mRequest.mInstallDir = path(q("install"));
+    mRequest.mAppLanguage = q("en");
+    mRequest.mDataLanguage = q("en");
     mRequest.mWaitForAppsSeconds = 20;
     restart();
 }
@@ -29,7 +27,7 @@ void TestMachine::setServers(const QStringList& pUris)
 {
     mRequest.mServers.clear();
     for (const QString& tUri : pUris) {
-        mRequest.mServers.append({QStringLiteral("server %1").arg(mRequest.mServers.size()), tUri, {}, {}});
+        mRequest.mServers.append({q("server %1").arg(mRequest.mServers.size()), tUri, {}, {}});
     }
 }
 
@@ -44,14 +42,14 @@ bool TestMachine::restart(QString* pError)
     });
     QObject::connect(mRun.get(), &UpdateRun::notification, mRun.get(),
                      [this](int, const QString& pText, const QString& pDetails) {
-                         mMessages.append(pText + QLatin1Char('|') + pDetails);
+                         mMessages.append(pText + u'|' + pDetails);
                          if (mOnNotification) {
                              mOnNotification(pText);
                          }
                      });
     QObject::connect(mRun.get(), &UpdateRun::error, mRun.get(),
                      [this](int, const QString& pText, const QString& pDetails) {
-                         mMessages.append(pText + QLatin1Char('|') + pDetails);
+                         mMessages.append(pText + u'|' + pDetails);
                      });
     QString tError;
     return mRun->recover(mRequest, pError == nullptr ? &tError : pError);
@@ -88,8 +86,7 @@ QStringList TestMachine::packages() const
     QStringList tNames;
     const packages::Manifest tManifest = manifest();
     for (const packages::InstalledPackage& tPackage : tManifest.mPackages) {
-        tNames.append(tPackage.mInfo.mName + QLatin1Char(' ') +
-                      tPackage.mInfo.mVersion.version().toTarnAppFormat());
+        tNames.append(tPackage.mInfo.mName + u' ' + tPackage.mInfo.mVersion.version().toTarnAppFormat());
     }
     return tNames;
 }
@@ -106,7 +103,7 @@ FileMap TestMachine::currentFiles() const
     for (const QString& tLink : tLinks) {
         const FileMap tBelow = readTree(QFileInfo(installed(tLink)).canonicalFilePath());
         for (auto tIt = tBelow.begin(); tIt != tBelow.end(); ++tIt) {
-            tFiles.insert(tLink + QLatin1Char('/') + tIt.key(), tIt.value());
+            tFiles.insert(tLink + u'/' + tIt.key(), tIt.value());
         }
     }
     return tFiles;
@@ -116,12 +113,12 @@ QStringList TestMachine::log(bool pTopLevelOnly) const
 {
     tarn::vkcore::InstallLogStore tStore;
     QList<tarn::vkcore::GRef2<tarn::vkcore::InstLogEntry>> tEntries;
-    tStore.openForReading(path(QStringLiteral("state/install-log.db")));
+    tStore.openForReading(path(q("state/install-log.db")));
     tStore.read(&tEntries, QDateTime::currentDateTime().addDays(-1), QDateTime(), INT_MAX, pTopLevelOnly);
     QStringList tLines;
     for (const auto& tEntry : tEntries) {
-        tLines.append(QStringLiteral("%1 %2 %3")
-                          .arg(tEntry->mName.bestValue(QStringLiteral("en")).section(QLatin1Char(' '), -1),
+        tLines.append(q("%1 %2 %3")
+                          .arg(tEntry->mName.bestValue(q("en")).section(u' ', -1),
                                tEntry->mVersion.toTarnAppFormat(), tEntry->mStatus));
     }
     tLines.sort();
@@ -134,12 +131,12 @@ QStringList TestMachine::litter() const
     QSet<QString> tNeeded;
     packages::Manifest tPrevious;
     QString tError;
-    packages::Manifest::fromBytes(readFile(path(QStringLiteral("install/generations/%1/%2")
-                                                    .arg(tCurrent.mPrevious)
-                                                    .arg(packages::manifestFileName()))),
-                                  &tPrevious, &tError);
+    packages::Manifest::fromBytes(
+        readFile(
+            path(q("install/generations/%1/%2").arg(tCurrent.mPrevious).arg(packages::manifestFileName()))),
+        &tPrevious, &tError);
     for (const auto& tManifest : {tCurrent, tPrevious}) {
-        tNeeded.insert(path(QStringLiteral("install/generations/%1").arg(tManifest.mGeneration)));
+        tNeeded.insert(path(q("install/generations/%1").arg(tManifest.mGeneration)));
         for (const packages::InstalledPackage& tPackage : tManifest.mPackages) {
             tNeeded.insert(QDir(mRequest.mInstallDir).absoluteFilePath(tPackage.mFolder));
         }
@@ -147,9 +144,9 @@ QStringList TestMachine::litter() const
     QStringList tLitter;
     const auto tFilter = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
     for (const QString& tRoot : {mRequest.mInstallDir, mRequest.mDataDir}) {
-        QFileInfoList tFound = QDir(tRoot + QStringLiteral("/.staging")).entryInfoList(tFilter);
-        tFound += QDir(tRoot + QStringLiteral("/generations")).entryInfoList(tFilter);
-        const QFileInfoList tPackages = QDir(tRoot + QStringLiteral("/packages")).entryInfoList(tFilter);
+        QFileInfoList tFound = QDir(tRoot + q("/.staging")).entryInfoList(tFilter);
+        tFound += QDir(tRoot + q("/generations")).entryInfoList(tFilter);
+        const QFileInfoList tPackages = QDir(tRoot + q("/packages")).entryInfoList(tFilter);
         for (const QFileInfo& tPackage : tPackages) {
             tFound += QDir(tPackage.filePath()).entryInfoList(tFilter);
         }
@@ -167,7 +164,7 @@ FileMap filesOf(const QList<TestPackage>& pPackages)
     FileMap tFiles;
     for (const TestPackage& tPackage : pPackages) {
         for (auto tIt = tPackage.mFiles.begin(); tIt != tPackage.mFiles.end(); ++tIt) {
-            tFiles.insert(tPackage.mName + QLatin1Char('/') + tIt.key(), tIt.value());
+            tFiles.insert(tPackage.mName + u'/' + tIt.key(), tIt.value());
         }
     }
     return tFiles;

@@ -8,11 +8,8 @@
 #include "sqlite/InstallLogStore.h"
 #include "update/UpdateRun.h"
 
-#include <QtCore/QMap>
 #include <QtCore/QStringList>
-#include <QtCore/QTemporaryDir>
 
-#include <functional>
 #include <memory>
 
 // A machine that is updated: folders of its own, and an UpdateRun whose runs are waited for.
@@ -26,10 +23,7 @@ public:
     void setServers(const QStringList& pUris);
     FaultyFileSystem& fileSystem() { return mFileSystem; }
     QString path(const QString& pBelow) const { return mDir.filePath(pBelow); }
-    QString installed(const QString& pBelow) const
-    {
-        return path(QStringLiteral("install/current/") + pBelow);
-    }
+    QString installed(const QString& pBelow) const { return path(q("install/current/") + pBelow); }
 
     // Starts a run and waits for its end.
     tarn::vkservice::update::RunResult run();

@@ -1,12 +1,13 @@
 #pragma once
 
+#include "Files.h"
 #include "packages/PackageInfo.h"
+#include "Text.h"
 #include "tuf/SigningKey.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonObject>
 #include <QtCore/QMap>
-#include <QtCore/QString>
 #include <QtCore/QTemporaryDir>
 #include <QtCore/QUrl>
 
@@ -16,9 +17,8 @@ using FileMap = QMap<QString, QByteArray>;
 struct TestPackage
 {
     QString mName;
-    QString mVersion = QStringLiteral("1.0");
-    FileMap mFiles = {
-        {QStringLiteral("readme.txt"), QByteArray("read me")}}; // those below bin/ are executable
+    QString mVersion = q("1.0");
+    FileMap mFiles = {{q("readme.txt"), QByteArray("read me")}}; // those below bin/ are executable
     QStringList mRequires = {};
     QString mLanguage = {};
     tarn::vkservice::packages::Kind mKind = tarn::vkservice::packages::Kind::Application;
@@ -57,9 +57,3 @@ private:
     QByteArray mRoot;
     QJsonObject mTargets;
 };
-
-// Changes the byte in the middle of a file.
-void spoil(const QString& pPath);
-// Writes a file, with its folders.
-void writeFile(const QString& pPath, const QByteArray& pContent);
-QByteArray readFile(const QString& pPath);

@@ -1,43 +1,18 @@
 #include "TestServer.h"
+#include "Loopback.h"
 
 #include "TestRepository.h"
 
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QFile>
 #include <QtCore/QThread>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
-
-namespace {
-
-sockaddr_in loopback(quint16 pPort)
-{
-    sockaddr_in tAddress = {};
-    tAddress.sin_family = AF_INET;
-    tAddress.sin_port = htons(pPort);
-    tAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return tAddress;
-}
-
-QString str(const char* pText)
-{
-    return QString::fromUtf8(pText);
-}
-
-} // namespace
 
 quint16 freePort()
 {
-    const int tSocket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in tAddress = loopback(0);
-    socklen_t tLength = sizeof tAddress;
-    ::bind(tSocket, reinterpret_cast<sockaddr*>(&tAddress), tLength);
-    ::getsockname(tSocket, reinterpret_cast<sockaddr*>(&tAddress), &tLength);
-    ::close(tSocket);
-    return ntohs(tAddress.sin_port);
+    quint16 tPort = 0;
+    ::close(loopbackSocket(&tPort));
+    return tPort;
 }
 
 bool waitForPort(quint16 pPort)
@@ -57,13 +32,7 @@ bool waitForPort(quint16 pPort)
 
 TestServer::TestServer(const QString& pFolder) : mFolder(pFolder), mPort(freePort())
 {
-    QProcess tMaker; // its chatter goes nowhere
-    tMaker.start(str("openssl"),
-                 {str("req"), str("-x509"), str("-newkey"), str("ec"), str("-pkeyopt"),
-                  str("ec_paramgen_curve:prime256v1"), str("-nodes"), str("-days"), str("2"), str("-subj"),
-                  str("/CN=localhost"), str("-addext"), str("subjectAltName=DNS:localhost"), str("-keyout"),
-                  mDir.filePath(str("key.pem")), str("-out"), caFile()});
-    tMaker.waitForFinished();
+    makeCertificate(caFile(), mDir.filePath(q("key.pem")));
     mProcess.setProcessChannelMode(QProcess::ForwardedErrorChannel);
 }
 
@@ -74,15 +43,14 @@ TestServer::~TestServer()
 
 QString TestServer::uri(const QString& pBelow) const
 {
-    return QStringLiteral("https://localhost:%1%2").arg(mPort).arg(pBelow);
+    return q("https://localhost:%1%2").arg(mPort).arg(pBelow);
 }
 
 void TestServer::setUser(const QByteArray& pUser, const QByteArray& pPassword)
 {
-    writeFile(mDir.filePath(str("users")), pUser + ":{PLAIN}" + pPassword + "\n");
+    writeFile(mDir.filePath(q("users")), pUser + ":{PLAIN}" + pPassword + "\n");
     addConfiguration("location /private/ { alias " + mFolder.toUtf8() +
-                     "/; auth_basic x; auth_basic_user_file " + mDir.filePath(str("users")).toUtf8() +
-                     "; }\n");
+                     "/; auth_basic x; auth_basic_user_file " + mDir.filePath(q("users")).toUtf8() + "; }\n");
 }
 
 bool TestServer::start(bool pWait)
@@ -92,7 +60,7 @@ bool TestServer::start(bool pWait)
     for (const char* tKind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
         tTemporary += QByteArray(tKind) + "_temp_path " + tDir + "/" + tKind + ";\n";
     }
-    writeFile(mDir.filePath(str("nginx.conf")),
+    writeFile(mDir.filePath(q("nginx.conf")),
               QByteArray(::geteuid() == 0 ? "user root;\n" : "") +
                   "daemon off; master_process off; error_log stderr crit; pid " + tDir +
                   "/pid;\n"
@@ -112,8 +80,7 @@ bool TestServer::start(bool pWait)
                   "/key.pem;\n"
                   "root " +
                   mFolder.toUtf8() + ";\n" + mMore + "} }\n");
-    mProcess.start(str("/usr/sbin/nginx"),
-                   {str("-p"), mDir.path(), str("-c"), mDir.filePath(str("nginx.conf"))});
+    mProcess.start(q("/usr/sbin/nginx"), {q("-p"), mDir.path(), q("-c"), mDir.filePath(q("nginx.conf"))});
     return mProcess.waitForStarted() && (!pWait || waitForPort(mPort));
 }
 
@@ -127,7 +94,7 @@ void TestServer::stop()
 // when it has been quiet for a moment.
 QStringList TestServer::requests() const
 {
-    const QString tLog = mDir.filePath(str("access.log"));
+    const QString tLog = mDir.filePath(q("access.log"));
     QByteArray tLines;
     for (int tQuiet = 0, tTries = 0; tQuiet < 10 && tTries < 200; ++tTries) {
         QThread::msleep(20);
@@ -135,26 +102,26 @@ QStringList TestServer::requests() const
         tQuiet = tNow == tLines ? tQuiet + 1 : 0;
         tLines = tNow;
     }
-    return QString::fromUtf8(tLines).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    return q(tLines).split(u'\n', Qt::SkipEmptyParts);
 }
 
 void TestServer::forgetRequests()
 {
-    QFile(mDir.filePath(str("access.log"))).resize(0);
+    QFile(mDir.filePath(q("access.log"))).resize(0);
 }
 
 TestProxy::TestProxy(quint16 pTo) : mPort(freePort())
 {
-    writeFile(mDir.filePath(str("conf")),
+    writeFile(mDir.filePath(q("conf")),
               "Port " + QByteArray::number(mPort) +
                   "\nListen 127.0.0.1\nTimeout 30\nMaxClients 20\nLogLevel Connect\n"
                   "LogFile \"" +
-                  mDir.filePath(str("log")).toUtf8() +
+                  mDir.filePath(q("log")).toUtf8() +
                   "\"\n"
                   "BasicAuth proxyuser proxypass\n"
                   "ConnectPort " +
                   QByteArray::number(pTo) + "\n");
-    mProcess.start(str("/usr/bin/tinyproxy"), {str("-d"), str("-c"), mDir.filePath(str("conf"))});
+    mProcess.start(q("/usr/bin/tinyproxy"), {q("-d"), q("-c"), mDir.filePath(q("conf"))});
     mProcess.waitForStarted();
     waitForPort(mPort);
 }
@@ -167,5 +134,5 @@ TestProxy::~TestProxy()
 
 QByteArray TestProxy::log() const
 {
-    return readFile(mDir.filePath(str("log")));
+    return readFile(mDir.filePath(q("log")));
 }

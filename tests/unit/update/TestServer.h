@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QtCore/QByteArray>
+#include "Text.h"
+
 #include <QtCore/QProcess>
-#include <QtCore/QString>
 #include <QtCore/QTemporaryDir>
 
 // A port of this machine that nobody listens on.
@@ -20,7 +20,7 @@ public:
 
     quint16 port() const { return mPort; }
     QString uri(const QString& pBelow = QString()) const;
-    QString caFile() const { return mDir.filePath(QStringLiteral("cert.pem")); }
+    QString caFile() const { return mDir.filePath(q("cert.pem")); }
     // Asks for this user and password below "/private/".
     void setUser(const QByteArray& pUser, const QByteArray& pPassword);
     // Before start(): what to add to the server's configuration.

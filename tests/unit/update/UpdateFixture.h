@@ -1,22 +1,14 @@
 #pragma once
 
+#include "Test.h"
 #include "TestArchive.h"
 #include "TestMachine.h"
 
 #include "packages/InstallLock.h"
 
-#include <gtest/gtest.h>
-
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-
-inline QString str(const char* pText)
-{
-    return QString::fromUtf8(pText);
-}
 inline std::string text(const QStringList& pLines)
 {
-    return pLines.join(QLatin1Char('\n')).toStdString();
+    return pLines.join(u'\n').toStdString();
 }
 
 // Bytes that do not get less when they are packed.
@@ -39,9 +31,9 @@ protected:
     {
         using tarn::vkservice::packages::Kind;
         mPackages = {
-            {str("app"), str("1.0"), {{str("bin/app"), "one"}, {str("doc/a.txt"), "a"}}, {str("lib")}},
-            {str("lib"), str("1.0"), {{str("lib.so"), noise(60000, 1)}}},
-            {str("maps"), str("3.1"), {{str("maps.dat"), "data"}}, {}, str("en"), Kind::Data},
+            {q("app"), q("1.0"), {{q("bin/app"), "one"}, {q("doc/a.txt"), "a"}}, {q("lib")}},
+            {q("lib"), q("1.0"), {{q("lib.so"), noise(60000, 1)}}},
+            {q("maps"), q("3.1"), {{q("maps.dat"), "data"}}, {}, q("en"), Kind::Data},
         };
         publish();
         mMachine.setServers({mRepository.uri()});
@@ -58,11 +50,20 @@ protected:
     TestPackage& package(const char* pName)
     {
         for (TestPackage& tPackage : mPackages) {
-            if (tPackage.mName == QLatin1String(pName)) {
+            if (tPackage.mName == q(pName)) {
                 return tPackage;
             }
         }
         return mPackages.first();
+    }
+
+    // A run of the machine, which has to end so; of the line that the test has.
+    tarn::vkservice::update::RunResult run(tarn::vkservice::update::ResultCode pExpected,
+                                           int pLine = __builtin_LINE())
+    {
+        const tarn::vkservice::update::RunResult tResult = mMachine.run();
+        EXPECT_EQ(tResult.mCode, pExpected) << tResult.mText << ", in line " << pLine;
+        return tResult;
     }
 
     void expectInstalled()

@@ -1,11 +1,10 @@
+#include "Test.h"
 #include "TestApplication.h"
 
 #include <vkcore/InstallModule.h>
 #include <vkcore/ProcessArgumentList.h>
 
 #include "sqlite/InstallLogStore.h"
-
-#include <gtest/gtest.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QProcess>
@@ -20,11 +19,11 @@ std::string shown(const QString& pProgram, const QString& pHome, const QString& 
 {
     QProcess tProcess;
     QProcessEnvironment tEnvironment = QProcessEnvironment::systemEnvironment();
-    tEnvironment.insert(QStringLiteral("HOME"), pHome);
-    tEnvironment.insert(QStringLiteral("LC_ALL"), pLocale);
-    tEnvironment.remove(QStringLiteral("XDG_CONFIG_HOME"));
+    tEnvironment.insert(q("HOME"), pHome);
+    tEnvironment.insert(q("LC_ALL"), pLocale);
+    tEnvironment.remove(q("XDG_CONFIG_HOME"));
     tProcess.setProcessEnvironment(tEnvironment);
-    tProcess.start(pProgram, {QStringLiteral("--show-application")});
+    tProcess.start(pProgram, {q("--show-application")});
     tProcess.waitForFinished();
     return tProcess.readAllStandardOutput().toStdString();
 }
@@ -48,7 +47,7 @@ TEST(ApplicationTest, FinalizesOnceWhenTheLoopHasStopped)
 TEST(ApplicationTest, KeepsWhatIsLoggedBeforeTheLogIsOpen)
 {
     const GRef<TestApplication> tApp(new TestApplication);
-    tApp->log(QStringLiteral("early"));
+    tApp->log(q("early"));
     tApp->logAssertFailed("a == b", "src/x", 12);
     const QByteArray tText = tApp->logText();
     EXPECT_TRUE(tText.contains("early\n"));
@@ -58,22 +57,20 @@ TEST(ApplicationTest, KeepsWhatIsLoggedBeforeTheLogIsOpen)
 TEST(ApplicationTest, ConfigurationBesideAMovableInstallation)
 {
     const QTemporaryDir tDir;
-    const QString tProgram = tDir.filePath(QStringLiteral("bin/tests"));
-    const QString tEtc = tDir.filePath(QStringLiteral("etc/vk/"));
-    ASSERT_TRUE(QDir().mkpath(tDir.filePath(QStringLiteral("bin"))) && QDir().mkpath(tEtc));
+    const QString tProgram = tDir.filePath(q("bin/tests"));
+    const QString tEtc = tDir.filePath(q("etc/vk/"));
+    ASSERT_TRUE(QDir().mkpath(tDir.filePath(q("bin"))) && QDir().mkpath(tEtc));
     ASSERT_TRUE(QFile::copy(QCoreApplication::applicationFilePath(), tProgram));
-    ASSERT_TRUE(
-        QFile::link(QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../lib")),
-                    tDir.filePath(QStringLiteral("lib"))));
-    ASSERT_TRUE(writeFile(tEtc + QStringLiteral("vkp.cfg"), "application.language = 'ja'\na = 'system'"));
-    ASSERT_TRUE(writeFile(tEtc + QStringLiteral("vkp_user.cfg"), "a = 'user'"));
+    ASSERT_TRUE(QFile::link(QDir::cleanPath(QCoreApplication::applicationDirPath() + q("/../lib")),
+                            tDir.filePath(q("lib"))));
+    writeFile(tEtc + q("vkp.cfg"), "application.language = 'ja'\na = 'system'");
+    writeFile(tEtc + q("vkp_user.cfg"), "a = 'user'");
     const std::string tRoot = tDir.path().toStdString();
     const std::string tDirs = tRoot + "/etc/vk\n" + tRoot + "/share/rkm\n/no/home/.config/vk\n";
-    EXPECT_EQ(shown(tProgram, QStringLiteral("/no/home"), QStringLiteral("C")),
-              "1\n" + tDirs + "vkp\nja\nuser\n");
+    EXPECT_EQ(shown(tProgram, q("/no/home"), q("C")), "1\n" + tDirs + "vkp\nja\nuser\n");
 
-    ASSERT_TRUE(writeFile(tEtc + QStringLiteral("vk.cfg"), "broken ="));
-    const std::string tBroken = shown(tProgram, QStringLiteral("/no/home"), QStringLiteral("C"));
+    writeFile(tEtc + q("vk.cfg"), "broken =");
+    const std::string tBroken = shown(tProgram, q("/no/home"), q("C"));
     EXPECT_EQ(tBroken.rfind("0\n" + tDirs + "vk\nen\n", 0), 0U) << tBroken;
     EXPECT_NE(tBroken.find("Failed to load file \"" + tRoot + "/etc/vk/vk.cfg\": vk.cfg, line 1"),
               std::string::npos);
@@ -100,13 +97,11 @@ TEST(ApplicationTest, LanguageNamesAndLists)
                   {"no code", "no code"}};
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mCode);
-        EXPECT_EQ(tApp->getLangName(QLatin1String(tCase.mCode)).toStdString(), tCase.mName);
+        EXPECT_EQ(tApp->getLangName(q(tCase.mCode)).toStdString(), tCase.mName);
     }
-    EXPECT_TRUE(tApp->getAvailableAppLanguages().contains(QStringLiteral("en")));
-    tApp->getConfig()->setValue(QStringLiteral("data.languages"), QStringLiteral("fr, de,,fr"),
-                                Config::UserValue);
-    EXPECT_EQ(tApp->getAvailableDataLanguages(),
-              QList<QString>({QStringLiteral("fr"), QStringLiteral("de")}));
+    EXPECT_TRUE(tApp->getAvailableAppLanguages().contains(q("en")));
+    tApp->getConfig()->setValue(q("data.languages"), q("fr, de,,fr"), Config::UserValue);
+    EXPECT_EQ(tApp->getAvailableDataLanguages(), QList<QString>({q("fr"), q("de")}));
 }
 
 TEST(ApplicationTest, LanguageFromTheLocale)
@@ -117,8 +112,8 @@ TEST(ApplicationTest, LanguageFromTheLocale)
         const char* mLang;
     } tCases[] = {{"de_AT.UTF-8", "de"}, {"pt_BR.UTF-8", "pt_BR"}, {"pt_PT.UTF-8", "pt"}, {"C", "en"}};
     for (const auto& tCase : tCases) {
-        const std::string tShown = shown(QCoreApplication::applicationFilePath(), QStringLiteral("/no/home"),
-                                         QLatin1String(tCase.mLocale));
+        const std::string tShown =
+            shown(QCoreApplication::applicationFilePath(), q("/no/home"), q(tCase.mLocale));
         EXPECT_NE(tShown.find("\nvk\n" + std::string(tCase.mLang) + "\n"), std::string::npos) << tShown;
     }
 }
@@ -127,7 +122,7 @@ TEST(ProcessArgumentListTest, GivesTheBytesOfTheProcess)
 {
     char** tFirst = ProcessArgumentList().argv();
     const ProcessArgumentList tList;
-    QFile tFile(QStringLiteral("/proc/self/cmdline"));
+    QFile tFile(q("/proc/self/cmdline"));
     ASSERT_TRUE(tFile.open(QIODevice::ReadOnly));
     QByteArray tBytes;
     for (int i = 0; i < tList.argc(); ++i) {
@@ -145,23 +140,22 @@ TEST(InstallModuleTest, ReadsTheLogOfTheStateDirectory)
     EXPECT_EQ(tModule->getActiveInstaller(), nullptr);
 
     InstallLogStore tStore;
-    ASSERT_TRUE(tStore.openForWriting(tApp->getStateDir() + QStringLiteral("/install-log.db")));
-    ASSERT_TRUE(tStore.append(
-        QStringLiteral("run"), QDateTime::currentDateTime(),
-        {{QStringLiteral("p"), {}, QStringLiteral("1.2.3.4"), QStringLiteral("ok"), {}, {}, {}}}));
+    ASSERT_TRUE(tStore.openForWriting(tApp->getStateDir() + q("/install-log.db")));
+    ASSERT_TRUE(tStore.append(q("run"), QDateTime::currentDateTime(),
+                              {{q("p"), {}, q("1.2.3.4"), q("ok"), {}, {}, {}}}));
     ASSERT_TRUE(tModule->init());
     QList<GRef2<InstLogEntry>> tEntries;
     ASSERT_TRUE(tModule->getActiveInstaller()->getInstallLog(&tEntries, {}, {}, 10, true));
     ASSERT_EQ(tEntries.size(), 1);
     EXPECT_EQ(tEntries[0]->mVersion, Version(1, 2, 3, 4));
-    EXPECT_EQ(tEntries[0]->mName.bestValue(QStringLiteral("de")), QLatin1String("p"));
+    EXPECT_EQ(tEntries[0]->mName.bestValue(q("de")), q("p"));
 }
 
 TEST(InstallModuleTest, NamesWhyTheLogCanNotBeOpened)
 {
     const GRef<TestApplication> tApp(new TestApplication);
     EXPECT_FALSE(GRef<InstallModule>(new InstallModule(tApp.get(), 13))->init());
-    ASSERT_TRUE(writeFile(tApp->getStateDir() + QStringLiteral("/install-log.db"), QByteArray(5000, 'x')));
+    writeFile(tApp->getStateDir() + q("/install-log.db"), QByteArray(5000, 'x'));
     EXPECT_FALSE(GRef<InstallModule>(new InstallModule(tApp.get(), 14))->init());
     EXPECT_TRUE(tApp->logText().contains("no module 13"));
     EXPECT_TRUE(tApp->logText().contains("not a database"));

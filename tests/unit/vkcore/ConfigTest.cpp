@@ -1,8 +1,7 @@
+#include "Test.h"
 #include "TestApplication.h"
 
 #include <vkcore/Config.h>
-
-#include <gtest/gtest.h>
 
 using tarn::vkcore::Config;
 
@@ -13,16 +12,13 @@ class ConfigTest : public ::testing::Test
 protected:
     bool load(const QByteArray& pBytes, Config::ValueType pType = Config::SystemValue)
     {
-        EXPECT_TRUE(writeFile(mPath, pBytes));
-        return mConfig.load(mPath, QStringLiteral("vk.cfg"), pType, false);
+        writeFile(mPath, pBytes);
+        return mConfig.load(mPath, q("vk.cfg"), pType, false);
     }
-    std::string value(const char* pKey) const
-    {
-        return mConfig.getStrValue(QLatin1String(pKey)).toStdString();
-    }
+    std::string value(const char* pKey) const { return mConfig.getStrValue(q(pKey)).toStdString(); }
 
     QTemporaryDir mDir;
-    QString mPath = mDir.filePath(QStringLiteral("vk.cfg"));
+    QString mPath = mDir.filePath(q("vk.cfg"));
     Config mConfig;
 };
 
@@ -66,9 +62,9 @@ TEST_F(ConfigTest, FlattensKeysAndValues)
         SCOPED_TRACE(tCase.mKey);
         EXPECT_EQ(value(tCase.mKey), tCase.mValue);
     }
-    EXPECT_TRUE(mConfig.hasValue(QStringLiteral("service.none")));
-    EXPECT_FALSE(mConfig.hasValue(QStringLiteral("service")));
-    EXPECT_EQ(mConfig.getStrValue(QStringLiteral("no.such"), QStringLiteral("x")), QLatin1String("x"));
+    EXPECT_TRUE(mConfig.hasValue(q("service.none")));
+    EXPECT_FALSE(mConfig.hasValue(q("service")));
+    EXPECT_EQ(mConfig.getStrValue(q("no.such"), q("x")), q("x"));
 }
 
 TEST_F(ConfigTest, BadFilesChangeNothingAndNameTheReason)
@@ -96,30 +92,28 @@ TEST_F(ConfigTest, BadFilesChangeNothingAndNameTheReason)
         {'[' + QByteArray(500000, 'a') + "]\n" + QByteArray("b").repeated(9) + " = 1", "longer than"},
     };
     for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mBytes.left(20).toStdString());
+        SCOPED_TRACE(tCase.mBytes.left(20));
         EXPECT_FALSE(load(tCase.mBytes));
-        EXPECT_TRUE(mConfig.errorText().startsWith(QLatin1String("vk.cfg")))
-            << mConfig.errorText().toStdString();
-        EXPECT_TRUE(mConfig.errorText().contains(QLatin1String(tCase.mReason)))
-            << mConfig.errorText().toStdString();
+        EXPECT_TRUE(mConfig.errorText().startsWith(q("vk.cfg"))) << mConfig.errorText();
+        EXPECT_TRUE(mConfig.errorText().contains(q(tCase.mReason))) << mConfig.errorText();
         EXPECT_EQ(value("a"), "kept");
     }
-    EXPECT_FALSE(mConfig.load(mDir.path(), QStringLiteral("dir"), Config::SystemValue, false));
+    EXPECT_FALSE(mConfig.load(mDir.path(), q("dir"), Config::SystemValue, false));
     EXPECT_TRUE(load("a = 'new'"));
     EXPECT_TRUE(mConfig.errorText().isEmpty());
 }
 
 TEST_F(ConfigTest, AMissingFileIsAnErrorOnlyWhereItMustExist)
 {
-    EXPECT_TRUE(mConfig.load(mPath, QStringLiteral("vk.cfg"), Config::UserValue, false));
-    EXPECT_FALSE(mConfig.load(mPath, QStringLiteral("vk.cfg"), Config::UserValue, true));
+    EXPECT_TRUE(mConfig.load(mPath, q("vk.cfg"), Config::UserValue, false));
+    EXPECT_FALSE(mConfig.load(mPath, q("vk.cfg"), Config::UserValue, true));
 }
 
 TEST_F(ConfigTest, HigherKindsWinWhateverTheOrder)
 {
     ASSERT_TRUE(load("a = 'user'", Config::UserValue));
     ASSERT_TRUE(load("a = 'system'\nb = 'system'", Config::SystemValue));
-    mConfig.setValue(QStringLiteral("b"), QStringLiteral("default"), Config::DefaultValue);
+    mConfig.setValue(q("b"), q("default"), Config::DefaultValue);
     EXPECT_EQ(value("a"), "user");
     EXPECT_EQ(value("b"), "system");
     ASSERT_TRUE(load("b = 'later'", Config::SystemValue));

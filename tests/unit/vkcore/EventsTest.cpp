@@ -1,90 +1,66 @@
-#include "FakeService.h"
+#include "ScriptedService.h"
+#include "Test.h"
 #include "TestApplication.h"
 
 #include <vkcore/IPCClient.h>
-
-#include <gtest/gtest.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QEventLoop>
 #include <QtCore/QTimer>
 
-#include <atomic>
-
 using namespace tarn::vkcore;
 
 namespace {
 
-bool isMethod(const QJsonObject& pRequest, const char* pMethod)
+QByteArray event(const char* pMethod, const QByteArray& pParams)
 {
-    return pRequest.value(QLatin1String("method")) == QLatin1String(pMethod);
+    return ScriptedService::eventLine(pMethod, pParams);
 }
 
 QByteArray status(int pStatus)
 {
-    return FakeService::event(QStringLiteral("serviceStatusChanged"), {{QStringLiteral("status"), pStatus}});
-}
-
-QByteArray message(const QString& pText)
-{
-    return FakeService::event(QStringLiteral("serviceNotificationReceived"),
-                              {{QStringLiteral("type"), 2},
-                               {QStringLiteral("text"), pText},
-                               {QStringLiteral("details"), QString()}});
+    return event("serviceStatusChanged", R"({"status": )" + QByteArray::number(pStatus) + '}');
 }
 
 class EventsTest : public ::testing::Test
 {
 protected:
-    // Answers with true; for the other methods a test says what goes to the monitor connection, and when.
-    void serve(FakeService& pService, FakeService::Peer pPeer, const QJsonObject& pRequest)
-    {
-        const QByteArray tAnswer = FakeService::answer(pRequest, true);
-        if (isMethod(pRequest, "enterMonitorMode")) {
-            mMonitorPeer = pPeer;
-            pService.send(pPeer, tAnswer + mWithMonitorAnswer);
-        } else if (isMethod(pRequest, "triggerUpdate")) {
-            pService.send(mMonitorPeer, mBeforeAnswer);
-            pService.send(pPeer, tAnswer);
-            pService.send(mMonitorPeer, mAfterAnswer);
-            if (mDropAfterAnswer) {
-                pService.drop(mMonitorPeer);
-            }
-        } else {
-            pService.send(pPeer, tAnswer);
-        }
-    }
     void SetUp() override
     {
+        mService.onCall("enterMonitorMode", [this](ScriptedService::Peer& pPeer, const QJsonObject&) {
+            pPeer.send(pPeer.answerLine("true") + mWithMonitorAnswer);
+        });
+        mService.onCall("triggerUpdate", [this](ScriptedService::Peer& pPeer, const QJsonObject&) {
+            mService.send(mBeforeAnswer);
+            pPeer.reply("true");
+            mService.send(mAfterAnswer);
+            if (mHangUpAfterAnswer) {
+                mService.hangUp(true);
+            }
+        });
         for (IPCClient* tClient : {&mClient, &mMonitor}) {
-            tClient->setServerName(mService.socketPath());
+            tClient->setServerName(mSocket);
         }
         const auto tNote = [this](const QString& pText) {
-            EXPECT_FALSE(mInCall) << pText.toStdString() << " came during a blocking call";
+            EXPECT_FALSE(mInCall) << pText << " came during a blocking call";
             mSeen.append(pText);
             if (pText == mEndMark) {
                 mLoop.exit(0);
             }
         };
-        QObject::connect(&mMonitor, &IPCClient::serviceStatusChanged, &mMonitor, [=](ServiceStatus pStatus) {
-            tNote(QStringLiteral("status %1").arg(int{pStatus}));
-        });
-        QObject::connect(
-            &mMonitor, &IPCClient::serviceActivityChanged, &mMonitor,
-            [=](ServiceActivity pActivity) { tNote(QStringLiteral("activity %1").arg(int{pActivity})); });
-        QObject::connect(&mMonitor, &IPCClient::serviceNotificationReceived, &mMonitor,
-                         [=](int pType, const QString& pText, const QString& pDetails) {
-                             tNote(QStringLiteral("note %1 %2 %3").arg(pType).arg(pText, pDetails).trimmed());
-                         });
-        QObject::connect(&mMonitor, &IPCClient::serviceErrorReceived, &mMonitor,
-                         [=](int pType, const QString& pText, const QString& pDetails) {
-                             tNote(
-                                 QStringLiteral("error %1 %2 %3").arg(pType).arg(pText, pDetails).trimmed());
-                         });
-        QObject::connect(&mMonitor, &IPCClient::quitRequestReceived, &mMonitor,
-                         [=] { tNote(QStringLiteral("quit")); });
-        QObject::connect(&mMonitor, &IPCClient::disconnected, &mMonitor,
-                         [=] { tNote(QStringLiteral("disconnected")); });
+        QObject::connect(&mMonitor, &IPCClient::serviceStatusChanged, &mMonitor,
+                         [=](ServiceStatus pStatus) { tNote(q("status %1").arg(int{pStatus})); });
+        QObject::connect(&mMonitor, &IPCClient::serviceActivityChanged, &mMonitor,
+                         [=](ServiceActivity pActivity) { tNote(q("activity %1").arg(int{pActivity})); });
+        const auto tMessage = [=](const char* pKind) {
+            return [=](int pType, const QString& pText, const QString& pDetails) {
+                tNote(q("%1 %2 %3 %4").arg(q(pKind)).arg(pType).arg(pText, pDetails).trimmed());
+            };
+        };
+        QObject::connect(&mMonitor, &IPCClient::serviceNotificationReceived, &mMonitor, tMessage("note"));
+        QObject::connect(&mMonitor, &IPCClient::serviceErrorReceived, &mMonitor, tMessage("error"));
+        QObject::connect(&mMonitor, &IPCClient::quitRequestReceived, &mMonitor, [=] { tNote(q("quit")); });
+        QObject::connect(&mMonitor, &IPCClient::disconnected, &mMonitor, [=] { tNote(q("disconnected")); });
     }
     template <typename T>
     auto blocking(T pCall)
@@ -105,12 +81,10 @@ protected:
     QByteArray mWithMonitorAnswer;
     QByteArray mBeforeAnswer;
     QByteArray mAfterAnswer;
-    bool mDropAfterAnswer = false;
-    std::atomic<FakeService::Peer> mMonitorPeer = -1;
-    FakeService mService{[this](FakeService& pService, FakeService::Peer pPeer, const QJsonObject& pRequest) {
-        serve(pService, pPeer, pRequest);
-    }};
+    bool mHangUpAfterAnswer = false;
     GRef<TestApplication> mApp{new TestApplication};
+    QString mSocket = mApp->path(q("service"));
+    ScriptedService mService{mSocket};
     IPCClient mClient{mApp.get(), nullptr};
     IPCClient mMonitor{mApp.get(), nullptr};
     bool mInCall = false;
@@ -133,8 +107,8 @@ TEST_F(EventsTest, AnEndThatComesBeforeTheAnswerIsDeliveredAfterIt)
         ASSERT_TRUE(blocking([&] { return mMonitor.enterMonitorMode(); }));
         (tBefore ? mBeforeAnswer : mAfterAnswer) = status(2) + status(0);
         ASSERT_TRUE(blocking([&] { return mClient.triggerUpdate(true); }));
-        EXPECT_TRUE(follow(QStringLiteral("status 0")));
-        EXPECT_EQ(mSeen, Texts({QStringLiteral("status 2"), QStringLiteral("status 0")}));
+        EXPECT_TRUE(follow(q("status 0")));
+        EXPECT_EQ(mSeen, Texts({q("status 2"), q("status 0")}));
         mBeforeAnswer.clear();
         mAfterAnswer.clear();
     }
@@ -143,27 +117,20 @@ TEST_F(EventsTest, AnEndThatComesBeforeTheAnswerIsDeliveredAfterIt)
 TEST_F(EventsTest, AllKindsInOrderUpToTheEndOfTheConnection)
 {
     mWithMonitorAnswer = status(2);
-    mBeforeAnswer =
-        FakeService::event(QStringLiteral("serviceActivityChanged"), {{QStringLiteral("activity"), 5}}) +
-        FakeService::event(QStringLiteral("somethingNew"), {}) + message(QStringLiteral("hello")) +
-        FakeService::event(QStringLiteral("serviceErrorReceived"),
-                           {{QStringLiteral("type"), 0},
-                            {QStringLiteral("text"), QStringLiteral("e")},
-                            {QStringLiteral("details"), QStringLiteral("d")}}) +
-        status(77);
-    mAfterAnswer = FakeService::event(QStringLiteral("quitRequestReceived"), {});
-    mDropAfterAnswer = true;
+    mBeforeAnswer = event("serviceActivityChanged", R"({"activity": 5})") + event("somethingNew", "{}") +
+                    event("serviceNotificationReceived", R"({"type": 2, "text": "hello", "details": ""})") +
+                    event("serviceErrorReceived", R"({"type": 0, "text": "e", "details": "d"})") + status(77);
+    mAfterAnswer = event("quitRequestReceived", "{}");
+    mHangUpAfterAnswer = true;
     ASSERT_TRUE(blocking([&] { return mMonitor.enterMonitorMode(); }));
     ASSERT_TRUE(blocking([&] { return mClient.triggerUpdate(true); }));
     for (int i = 0; i < 20; ++i) {
         ASSERT_TRUE(blocking([&] { return mClient.ping(); }));
     }
     EXPECT_TRUE(mSeen.isEmpty());
-    EXPECT_TRUE(follow(QStringLiteral("disconnected")));
-    EXPECT_EQ(mSeen,
-              Texts({QStringLiteral("status 2"), QStringLiteral("activity 5"), QStringLiteral("note 2 hello"),
-                     QStringLiteral("error 0 e d"), QStringLiteral("status 77"), QStringLiteral("quit"),
-                     QStringLiteral("disconnected")}));
+    EXPECT_TRUE(follow(q("disconnected")));
+    EXPECT_EQ(mSeen, Texts({q("status 2"), q("activity 5"), q("note 2 hello"), q("error 0 e d"),
+                            q("status 77"), q("quit"), q("disconnected")}));
     EXPECT_FALSE(mMonitor.isConnected());
 }
 
@@ -174,7 +141,7 @@ TEST_F(EventsTest, AReceiverMayCallTheServiceAndTheRestFollows)
                      [&] { EXPECT_TRUE(blocking([&] { return mClient.ping(); })); });
     ASSERT_TRUE(blocking([&] { return mMonitor.enterMonitorMode(); }));
     ASSERT_TRUE(blocking([&] { return mClient.triggerUpdate(true); }));
-    EXPECT_TRUE(follow(QStringLiteral("status 0")));
+    EXPECT_TRUE(follow(q("status 0")));
     EXPECT_EQ(mSeen.size(), 3);
 }
 
@@ -186,13 +153,13 @@ TEST_F(EventsTest, ATimerThatCallsTheServiceAllTheTimeDoesNotStarveThem)
     tTimer.start(1);
     mAfterAnswer = status(0);
     ASSERT_TRUE(mClient.triggerUpdate(true));
-    EXPECT_TRUE(follow(QStringLiteral("status 0")));
+    EXPECT_TRUE(follow(q("status 0")));
 }
 
 TEST_F(EventsTest, NothingComesBeforeMonitorModeOrAfterClose)
 {
     ASSERT_TRUE(mMonitor.ping());
-    mService.dropAll();
+    mService.hangUp();
     EXPECT_FALSE(mMonitor.ping());
     ASSERT_TRUE(mMonitor.enterMonitorMode());
     mAfterAnswer = status(0);
@@ -207,7 +174,7 @@ TEST_F(EventsTest, NothingComesBeforeMonitorModeOrAfterClose)
 TEST_F(EventsTest, AReceiverMayDeleteTheMonitor)
 {
     auto tMonitor = std::make_unique<IPCClient>(mApp.get(), nullptr);
-    tMonitor->setServerName(mService.socketPath());
+    tMonitor->setServerName(mSocket);
     QObject::connect(tMonitor.get(), &IPCClient::serviceStatusChanged, &mLoop, [&] {
         tMonitor.reset();
         mLoop.exit(0);
@@ -222,11 +189,10 @@ TEST_F(EventsTest, AReceiverMayDeleteTheMonitor)
 TEST_F(EventsTest, BrokenEventsEndTheConnection)
 {
     const QByteArray tCases[] = {
-        FakeService::event(QStringLiteral("serviceStatusChanged"),
-                           {{QStringLiteral("status"), QStringLiteral("0")}}),
-        FakeService::event(QStringLiteral("serviceStatusChanged"), {}),
-        FakeService::event(QStringLiteral("serviceActivityChanged"), {{QStringLiteral("activity"), 1.5}}),
-        FakeService::event(QStringLiteral("serviceErrorReceived"), {{QStringLiteral("type"), 0}}),
+        event("serviceStatusChanged", R"({"status": "0"})"),
+        event("serviceStatusChanged", "{}"),
+        event("serviceActivityChanged", R"({"activity": 1.5})"),
+        event("serviceErrorReceived", R"({"type": 0})"),
         "{\"method\":\"serviceStatusChanged\",\"params\":[0]}\n",
         "no JSON\n",
     };
@@ -236,8 +202,8 @@ TEST_F(EventsTest, BrokenEventsEndTheConnection)
         mAfterAnswer = status(2) + tCase + status(0);
         ASSERT_TRUE(mMonitor.enterMonitorMode());
         ASSERT_TRUE(mClient.triggerUpdate(true));
-        EXPECT_TRUE(follow(QStringLiteral("disconnected")));
-        EXPECT_EQ(mSeen, Texts({QStringLiteral("status 2"), QStringLiteral("disconnected")}));
+        EXPECT_TRUE(follow(q("disconnected")));
+        EXPECT_EQ(mSeen, Texts({q("status 2"), q("disconnected")}));
         EXPECT_FALSE(mMonitor.ping()) << "the loss is reported once";
     }
 }
@@ -245,12 +211,14 @@ TEST_F(EventsTest, BrokenEventsEndTheConnection)
 TEST_F(EventsTest, AFloodDuringACallEndsTheConnectionNotTheMemory)
 {
     ASSERT_TRUE(mMonitor.enterMonitorMode());
-    const QByteArray tEvent = message(QString(1024 * 1024, QLatin1Char('x')));
+    const QByteArray tEvent =
+        event("serviceNotificationReceived",
+              R"({"type": 2, "details": "", "text": ")" + QByteArray(1024 * 1024, 'x') + R"("})");
     for (int i = 0; i < 40; ++i) {
         mBeforeAnswer += tEvent;
     }
     ASSERT_TRUE(mClient.triggerUpdate(true));
-    EXPECT_TRUE(follow(QStringLiteral("disconnected")));
+    EXPECT_TRUE(follow(q("disconnected")));
     EXPECT_GE(mSeen.size(), 10);
     EXPECT_LT(mSeen.size(), 20);
 }

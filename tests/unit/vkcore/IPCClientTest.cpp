@@ -1,20 +1,16 @@
-#include "FakeService.h"
+#include "ScriptedService.h"
+#include "Test.h"
 #include "TestApplication.h"
-
-#include "internal/Protocol.h"
+#include "UnixSocket.h"
 
 #include <vkcore/IPCClient.h>
+#include <vkcore/ServerList.h>
 
-#include <gtest/gtest.h>
-
-#include <QtCore/QElapsedTimer>
 #include <QtCore/QTimer>
 
 #include <ctime>
 
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <sys/wait.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace tarn::vkcore;
@@ -30,47 +26,33 @@ protected:
         tClient->setServerName(pSocket);
         return tClient;
     }
-    QString nowhere() const { return mApp->path(QStringLiteral("nowhere")); }
+    QString nowhere() const { return mApp->path(q("nowhere")); }
+    QString socket() const { return mApp->path(q("service")); }
+    // A service that says hello and leaves all else unanswered.
+    std::unique_ptr<ScriptedService> silentService() const
+    {
+        return std::make_unique<ScriptedService>(socket(), [](ScriptedService& pService) {
+            for (const char* tMethod : {"ping", "reloadConfig", "getServerList"}) {
+                pService.ignore(tMethod);
+            }
+        });
+    }
 
     GRef<TestApplication> mApp{new TestApplication};
 };
 
-bool isMethod(const QJsonObject& pRequest, const char* pMethod)
-{
-    return pRequest.value(QLatin1String("method")) == QLatin1String(pMethod);
-}
-
-void silence(FakeService&, FakeService::Peer, const QJsonObject&) {}
-
-// Answers "hello" and leaves the rest.
-void onlyHello(FakeService& pService, FakeService::Peer pPeer, const QJsonObject& pRequest)
-{
-    if (isMethod(pRequest, "hello")) {
-        pService.send(pPeer, FakeService::answer(pRequest, QJsonObject()));
-    }
-}
-
-int boundSocket(const QString& pPath)
-{
-    const int tFd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un tAddress{};
-    tAddress.sun_family = AF_UNIX;
-    std::strncpy(tAddress.sun_path, QFile::encodeName(pPath).constData(), sizeof tAddress.sun_path - 1);
-    EXPECT_EQ(::bind(tFd, reinterpret_cast<const sockaddr*>(&tAddress), sizeof tAddress), 0);
-    return tFd;
-}
+using Peer = ScriptedService::Peer;
 
 } // namespace
 
 TEST_F(IPCClientTest, NameAndItsDefault)
 {
     IPCClient tClient(mApp.get(), nullptr);
-    EXPECT_EQ(tClient.serverName(), QLatin1String("vkservice"));
-    mApp->getConfig()->setValue(QStringLiteral("service.socketName"), QStringLiteral("other"),
-                                Config::SystemValue);
-    EXPECT_EQ(IPCClient(mApp.get(), nullptr).serverName(), QLatin1String("other"));
-    EXPECT_EQ(IPCClient(nullptr, nullptr).serverName(), QLatin1String("vkservice"));
-    tClient.setServerName(QString(200, QLatin1Char('x')));
+    EXPECT_EQ(tClient.serverName(), q("vkservice"));
+    mApp->getConfig()->setValue(q("service.socketName"), q("other"), Config::SystemValue);
+    EXPECT_EQ(IPCClient(mApp.get(), nullptr).serverName(), q("other"));
+    EXPECT_EQ(IPCClient(nullptr, nullptr).serverName(), q("vkservice"));
+    tClient.setServerName(QString(200, u'x'));
     EXPECT_FALSE(tClient.testConnect(100));
     EXPECT_FALSE(tClient.ping());
     EXPECT_TRUE(mApp->logText().contains("too long"));
@@ -78,11 +60,10 @@ TEST_F(IPCClientTest, NameAndItsDefault)
 
 TEST_F(IPCClientTest, ARelativeNameLiesInTheTemporaryFolder)
 {
-    FakeService tService;
-    const QString tName = QStringLiteral("vkcore-test-%1").arg(::getpid());
-    ASSERT_TRUE(QFile::link(tService.socketPath(), QDir::tempPath() + QLatin1Char('/') + tName));
+    const QString tName = q("vkcore-test-%1").arg(::getpid());
+    const ScriptedService tService(QDir::tempPath() + u'/' + tName);
     EXPECT_TRUE(clientOf(tName)->testConnect(5000));
-    QFile::remove(QDir::tempPath() + QLatin1Char('/') + tName);
+    QFile::remove(QDir::tempPath() + u'/' + tName);
 }
 
 TEST_F(IPCClientTest, TestConnectWhereNobodyListensIsFalseAtOnce)
@@ -100,30 +81,25 @@ TEST_F(IPCClientTest, TestConnectWhereNobodyListensIsFalseAtOnce)
 
 TEST_F(IPCClientTest, TestConnectNeedsAnAnswer)
 {
-    FakeService tSilent(silence);
+    ScriptedService tService(socket());
+    tService.ignore("hello");
     QElapsedTimer tTimer;
     tTimer.start();
-    EXPECT_FALSE(clientOf(tSilent.socketPath())->testConnect(200));
+    EXPECT_FALSE(clientOf(socket())->testConnect(200));
     EXPECT_GE(tTimer.elapsed(), 200);
     EXPECT_LT(tTimer.elapsed(), 5000);
 
-    FakeService tRefusing([](FakeService& pService, FakeService::Peer pPeer, const QJsonObject& pRequest) {
-        pService.send(pPeer,
-                      protocol::toLine(protocol::error(pRequest.value(QLatin1String("id")).toInteger(),
-                                                       protocol::MethodNotFound, QStringLiteral("no"))));
-    });
-    const auto tClient = clientOf(tRefusing.socketPath());
+    tService.refuse("hello");
+    const auto tClient = clientOf(socket());
     EXPECT_TRUE(tClient->testConnect(5000));
     EXPECT_TRUE(tClient->testConnect(5000));
     EXPECT_TRUE(tClient->isConnected());
 
-    FakeService tClosing(
-        [](FakeService& pService, FakeService::Peer pPeer, const QJsonObject&) { pService.drop(pPeer); });
-    EXPECT_FALSE(clientOf(tClosing.socketPath())->testConnect(5000));
-    FakeService tBabbling([](FakeService& pService, FakeService::Peer pPeer, const QJsonObject&) {
-        pService.send(pPeer, "HTTP/1.1 400 Bad Request\r\n\r\n");
-    });
-    EXPECT_FALSE(clientOf(tBabbling.socketPath())->testConnect(5000));
+    tService.onCall("hello", [](Peer& pPeer, const QJsonObject&) { pPeer.hangUp(); });
+    EXPECT_FALSE(clientOf(socket())->testConnect(5000));
+    tService.onCall("hello",
+                    [](Peer& pPeer, const QJsonObject&) { pPeer.send("HTTP/1.1 400 Bad Request\r\n\r\n"); });
+    EXPECT_FALSE(clientOf(socket())->testConnect(5000));
 }
 
 TEST_F(IPCClientTest, AServiceOfAnotherUserIsNone)
@@ -131,40 +107,25 @@ TEST_F(IPCClientTest, AServiceOfAnotherUserIsNone)
     if (::geteuid() != 0) {
         GTEST_SKIP() << "needs root, to become another user";
     }
-    const QTemporaryDir tDir;
-    ASSERT_EQ(::chmod(QFile::encodeName(tDir.path()).constData(), 0777), 0);
-    const QString tPath = tDir.filePath(QStringLiteral("s"));
-    int tReady[2];
-    ASSERT_EQ(::pipe(tReady), 0);
-    const pid_t tChild = ::fork();
-    if (tChild == 0) {
-        (void)!::setuid(65534);
-        (void)!::listen(boundSocket(tPath), 5);
-        (void)!::write(tReady[1], "x", 1);
-        while (true) {
-            ::pause();
-        }
-    }
-    char tByte = 0;
-    ASSERT_EQ(::read(tReady[0], &tByte, 1), 1);
+    ASSERT_EQ(::chmod(QFile::encodeName(mApp->path(q("."))).constData(), 0777), 0);
+    ASSERT_EQ(::seteuid(65534), 0);
+    const ScriptedService tService(socket());
+    ASSERT_EQ(::seteuid(0), 0);
     QElapsedTimer tTimer;
     tTimer.start();
-    const auto tClient = clientOf(tPath);
+    const auto tClient = clientOf(socket());
     EXPECT_FALSE(tClient->testConnect(30000));
-    EXPECT_FALSE(
-        tClient->updateDefaultServer(QStringLiteral("u"), QStringLiteral("n"), QStringLiteral("secret")));
+    EXPECT_FALSE(tClient->updateDefaultServer(q("u"), q("n"), q("secret")));
     EXPECT_LT(tTimer.elapsed(), 5000);
     EXPECT_TRUE(mApp->logText().contains("belongs to the user with the number 65534"));
-    ::kill(tChild, SIGKILL);
-    ::waitpid(tChild, nullptr, 0);
+    EXPECT_EQ(tService.allCalls(), QStringList());
 }
 
 TEST_F(IPCClientTest, WaitsForASocketThatComesLate)
 {
-    FakeService tService;
+    const ScriptedService tService(socket());
     const auto tClient = clientOf(nowhere());
-    QTimer::singleShot(150, tClient.get(),
-                       [&] { ASSERT_TRUE(QFile::link(tService.socketPath(), nowhere())); });
+    QTimer::singleShot(150, tClient.get(), [&] { ASSERT_TRUE(QFile::link(socket(), nowhere())); });
     EXPECT_TRUE(tClient->ping());
     EXPECT_TRUE(tClient->isConnected());
 }
@@ -189,8 +150,8 @@ TEST_F(IPCClientTest, WaitsForASocketNoLongerThanToldAndWithoutSpinning)
 
 TEST_F(IPCClientTest, CloseFromInsideEndsEveryWaitingCall)
 {
-    FakeService tService(onlyHello);
-    const auto tClient = clientOf(tService.socketPath());
+    const auto tService = silentService();
+    const auto tClient = clientOf(socket());
     QElapsedTimer tTimer;
     tTimer.start();
     QTimer::singleShot(20, tClient.get(), [&] { EXPECT_FALSE(tClient->reloadConfig()); });
@@ -209,8 +170,8 @@ TEST_F(IPCClientTest, CloseFromInsideEndsEveryWaitingCall)
 
 TEST_F(IPCClientTest, TheClientMayEndWhileItsCallsWait)
 {
-    FakeService tService(onlyHello);
-    for (const QString& tSocket : {tService.socketPath(), nowhere()}) {
+    const auto tService = silentService();
+    for (const QString& tSocket : {socket(), nowhere()}) {
         auto tClient = clientOf(tSocket);
         QTimer::singleShot(20, mApp.get(), [&] { tClient.reset(); });
         ServerList* tList = new ServerList(mApp.get());
@@ -223,16 +184,14 @@ TEST_F(IPCClientTest, TheClientMayEndWhileItsCallsWait)
 TEST_F(IPCClientTest, CallsMayBeginWhileOthersWait)
 {
     // The first request is answered only when the second one is there.
-    FakeService tService([](FakeService& pService, FakeService::Peer pPeer, const QJsonObject& pRequest) {
-        if (isMethod(pRequest, "reloadConfig")) {
-            pService.send(pPeer, FakeService::answer(pService.requests()[0], true) +
-                                     FakeService::answer(pRequest, true));
-        } else if (!isMethod(pRequest, "triggerUpdate")) {
-            pService.send(pPeer, FakeService::answer(pRequest, true));
-        }
-    });
-    const auto tClient = clientOf(tService.socketPath());
-    const auto tOther = clientOf(tService.socketPath());
+    ScriptedService tService(socket());
+    QByteArray tFirst;
+    tService.onCall("triggerUpdate",
+                    [&](Peer& pPeer, const QJsonObject&) { tFirst = pPeer.answerLine("true"); });
+    tService.onCall("reloadConfig",
+                    [&](Peer& pPeer, const QJsonObject&) { pPeer.send(tFirst + pPeer.answerLine("true")); });
+    const auto tClient = clientOf(socket());
+    const auto tOther = clientOf(socket());
     int tInner = 0;
     QTimer::singleShot(20, tClient.get(), [&] { tInner += tOther->ping() ? 1 : 0; });
     QTimer::singleShot(40, tClient.get(), [&] { tInner += tClient->reloadConfig() ? 1 : 0; });
@@ -242,19 +201,18 @@ TEST_F(IPCClientTest, CallsMayBeginWhileOthersWait)
 
 TEST_F(IPCClientTest, ALostLinkFailsOneCallAndTheNextConnectsAnew)
 {
-    auto tService = std::make_unique<FakeService>();
-    const QString tLink = nowhere();
-    ASSERT_TRUE(QFile::link(tService->socketPath(), tLink));
-    const auto tClient = clientOf(tLink);
+    auto tService = std::make_unique<ScriptedService>(socket());
+    const auto tClient = clientOf(socket());
     ASSERT_TRUE(tClient->testConnect(5000));
     ASSERT_TRUE(tClient->ping());
-    tService->dropAll();
+    tService->hangUp();
     EXPECT_FALSE(tClient->isConnected());
     EXPECT_FALSE(tClient->ping());
     EXPECT_TRUE(tClient->ping());
     EXPECT_TRUE(tClient->isConnected());
 
     tService.reset();
+    QFile::remove(socket());
     QElapsedTimer tTimer;
     tTimer.start();
     EXPECT_FALSE(tClient->ping());
@@ -265,6 +223,7 @@ TEST_F(IPCClientTest, ALostLinkFailsOneCallAndTheNextConnectsAnew)
 
 TEST_F(IPCClientTest, WhatIsNoAnswerIsAFailureAndALogLine)
 {
+    ScriptedService tService(socket());
     const struct
     {
         const char* mName;
@@ -292,21 +251,13 @@ TEST_F(IPCClientTest, WhatIsNoAnswerIsAFailureAndALogLine)
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mName);
-        FakeService tService([&](FakeService& pService, FakeService::Peer pPeer,
-                                 const QJsonObject& pRequest) {
-            if (!isMethod(pRequest, "getKdmlDataDirectory")) {
-                pService.send(pPeer, FakeService::answer(pRequest, true));
-                return;
-            }
-            QByteArray tBytes = tCase.mBytes;
-            pService.send(
-                pPeer,
-                tBytes.replace("%ID%", QByteArray::number(pRequest.value(QLatin1String("id")).toInteger())));
+        tService.onCall("getKdmlDataDirectory", [&](Peer& pPeer, const QJsonObject&) {
+            pPeer.send(QByteArray(tCase.mBytes).replace("%ID%", pPeer.callId()));
             if (tCase.mDrop) {
-                pService.drop(pPeer);
+                pPeer.hangUp();
             }
         });
-        const auto tClient = clientOf(tService.socketPath());
+        const auto tClient = clientOf(socket());
         const qsizetype tLogSize = mApp->logText().size();
         QElapsedTimer tTimer;
         tTimer.start();
@@ -321,15 +272,18 @@ TEST_F(IPCClientTest, WhatIsNoAnswerIsAFailureAndALogLine)
 
 TEST_F(IPCClientTest, AnswersThatComeInSmallPiecesOrTooLate)
 {
-    FakeService tService([](FakeService& pService, FakeService::Peer pPeer, const QJsonObject& pRequest) {
-        // An id that was given out but that nobody waits for, as a call that has timed out leaves it behind.
-        const QByteArray tLine =
-            FakeService::answer({{QStringLiteral("id"), 1}}, 5) + FakeService::answer(pRequest, true);
-        for (const char tByte : tLine) {
-            pService.send(pPeer, QByteArray(1, tByte));
-        }
-    });
-    const auto tClient = clientOf(tService.socketPath());
+    ScriptedService tService(socket());
+    for (const char* tMethod : {"hello", "ping"}) {
+        tService.onCall(tMethod, [](Peer& pPeer, const QJsonObject&) {
+            // An id that was given out but that nobody waits for, as a call that has timed out leaves it
+            // behind.
+            const QByteArray tLate = R"({"id":1,"jsonrpc":"2.0","result":5})";
+            for (const char tByte : tLate + '\n' + pPeer.answerLine("true")) {
+                pPeer.send(QByteArray(1, tByte));
+            }
+        });
+    }
+    const auto tClient = clientOf(socket());
     EXPECT_TRUE(tClient->testConnect(5000));
     EXPECT_TRUE(tClient->ping());
     EXPECT_TRUE(tClient->ping());
@@ -337,18 +291,18 @@ TEST_F(IPCClientTest, AnswersThatComeInSmallPiecesOrTooLate)
 
 TEST_F(IPCClientTest, LargeValuesPassAndTooLargeOnesAreRefusedHere)
 {
-    FakeService tService;
-    const auto tClient = clientOf(tService.socketPath());
-    EXPECT_TRUE(tClient->setConfigValue(QStringLiteral("a"), QString(7 * 1024 * 1024, QLatin1Char('x'))));
-    EXPECT_FALSE(tClient->setConfigValue(QStringLiteral("a"), QString(9 * 1024 * 1024, QLatin1Char('x'))));
+    const ScriptedService tService(socket());
+    const auto tClient = clientOf(socket());
+    EXPECT_TRUE(tClient->setConfigValue(q("a"), QString(7 * 1024 * 1024, u'x')));
+    EXPECT_FALSE(tClient->setConfigValue(q("a"), QString(9 * 1024 * 1024, u'x')));
     EXPECT_TRUE(mApp->logText().contains("setConfigValue failed: the request is larger than"));
     EXPECT_TRUE(tClient->ping());
 }
 
 TEST_F(IPCClientTest, ASilentServiceIsGivenUpAfterThirtySeconds)
 {
-    FakeService tService(onlyHello);
-    const auto tClient = clientOf(tService.socketPath());
+    const auto tService = silentService();
+    const auto tClient = clientOf(socket());
     QElapsedTimer tTimer;
     tTimer.start();
     EXPECT_FALSE(tClient->ping());

@@ -1,8 +1,7 @@
+#include "Test.h"
 #include "TestApplication.h"
 
 #include "sqlite/InstallLogStore.h"
-
-#include <gtest/gtest.h>
 
 #include <limits>
 
@@ -23,11 +22,11 @@ QDateTime day(int pDay)
 InstallLogStore::Record record(const char* pPackage, const char* pParent = nullptr)
 {
     InstallLogStore::Record tRecord;
-    tRecord.mPackage = QLatin1String(pPackage);
-    tRecord.mParent = pParent == nullptr ? QString() : QString(QLatin1String(pParent));
-    tRecord.mVersion = QStringLiteral("1.0.0.0");
-    tRecord.mStatus = QStringLiteral("ok");
-    tRecord.mTitle.setValue(QStringLiteral("en"), QLatin1String(pPackage));
+    tRecord.mPackage = q(pPackage);
+    tRecord.mParent = pParent == nullptr ? QString() : QString(q(pParent));
+    tRecord.mVersion = q("1.0.0.0");
+    tRecord.mStatus = q("ok");
+    tRecord.mTitle.setValue(q("en"), q(pPackage));
     return tRecord;
 }
 
@@ -37,10 +36,10 @@ protected:
     void fill()
     {
         InstallLogStore tStore;
-        ASSERT_TRUE(tStore.openForWriting(mPath)) << tStore.errorText().toStdString();
-        ASSERT_TRUE(tStore.append(QStringLiteral("r3"), day(3), {record("d"), record("e", "d")}));
-        ASSERT_TRUE(tStore.append(QStringLiteral("r1"), day(1), {record("a"), record("b", "a")}));
-        ASSERT_TRUE(tStore.append(QStringLiteral("r2"), day(2), {record("c")}));
+        ASSERT_TRUE(tStore.openForWriting(mPath)) << tStore.errorText();
+        ASSERT_TRUE(tStore.append(q("r3"), day(3), {record("d"), record("e", "d")}));
+        ASSERT_TRUE(tStore.append(q("r1"), day(1), {record("a"), record("b", "a")}));
+        ASSERT_TRUE(tStore.append(q("r2"), day(2), {record("c")}));
     }
     std::string names(const QDateTime& pFrom, const QDateTime& pTo, int pMaxCount, bool pTopLevelOnly)
     {
@@ -51,7 +50,7 @@ protected:
         }
         std::string tNames;
         for (const auto& tEntry : tEntries) {
-            tNames += tEntry->mName.bestValue(QStringLiteral("en")).toStdString();
+            tNames += tEntry->mName.bestValue(q("en")).toStdString();
         }
         return tNames;
     }
@@ -87,7 +86,7 @@ protected:
     }
 
     QTemporaryDir mDir;
-    QString mPath = mDir.filePath(QStringLiteral("install-log.db"));
+    QString mPath = mDir.filePath(q("install-log.db"));
 };
 
 constexpr int sAll = std::numeric_limits<int>::max();
@@ -129,15 +128,15 @@ TEST_F(InstallLogStoreTest, LimitsAndOrder)
 TEST_F(InstallLogStoreTest, CarriesEveryField)
 {
     InstallLogStore::Record tRecord = record("p");
-    tRecord.mVersion = QStringLiteral("1.2.3.4");
+    tRecord.mVersion = q("1.2.3.4");
     tRecord.mVersionDate = day(1);
-    tRecord.mStatus = QStringLiteral("some other word");
-    tRecord.mTitle.setValue(QStringLiteral("de"), QStringLiteral("\u00dcber \"alles\"\n\\"));
-    tRecord.mReport.setValue(QStringLiteral("de"), QString(100000, QLatin1Char('x')));
+    tRecord.mStatus = q("some other word");
+    tRecord.mTitle.setValue(q("de"), q("\u00dcber \"alles\"\n\\"));
+    tRecord.mReport.setValue(q("de"), QString(100000, u'x'));
     const QDateTime tDate = day(2).addMSecs(123);
     InstallLogStore tStore;
     ASSERT_TRUE(tStore.openForWriting(mPath));
-    ASSERT_TRUE(tStore.append(QStringLiteral("r"), tDate, {tRecord, record("q")}));
+    ASSERT_TRUE(tStore.append(q("r"), tDate, {tRecord, record("q")}));
     QList<GRef2<InstLogEntry>> tEntries;
     ASSERT_TRUE(tStore.read(&tEntries, {}, {}, sAll, false));
     ASSERT_EQ(tEntries.size(), 2);
@@ -156,7 +155,7 @@ TEST_F(InstallLogStoreTest, ARunIsAddedOnce)
     fill();
     InstallLogStore tStore;
     ASSERT_TRUE(tStore.openForWriting(mPath));
-    EXPECT_TRUE(tStore.append(QStringLiteral("r2"), day(9), {record("x"), record("y")}));
+    EXPECT_TRUE(tStore.append(q("r2"), day(9), {record("x"), record("y")}));
     EXPECT_EQ(names({}, {}, sAll, false), "abcde");
 }
 
@@ -171,7 +170,7 @@ TEST_F(InstallLogStoreTest, ReadAppendsAndAMissingFileIsEmpty)
     ASSERT_TRUE(tStore.read(&tEntries, {}, {}, 1, false));
     ASSERT_TRUE(tStore.read(&tEntries, {}, {}, 1, false));
     EXPECT_EQ(tEntries.size(), 2);
-    EXPECT_FALSE(tStore.append(QStringLiteral("r9"), day(9), {record("x")}));
+    EXPECT_FALSE(tStore.append(q("r9"), day(9), {record("x")}));
     EXPECT_FALSE(tStore.errorText().isEmpty());
 }
 
@@ -196,20 +195,16 @@ TEST_F(InstallLogStoreTest, DamageIsToldNotHidden)
         SCOPED_TRACE(tCase.mName);
         QFile::remove(mPath);
         fill();
-        QFile tFile(mPath);
-        ASSERT_TRUE(tFile.open(QIODevice::ReadOnly));
-        QByteArray tBytes = tFile.readAll();
-        tFile.close();
+        QByteArray tBytes = readFile(mPath);
         tCase.mHarm(tBytes);
-        ASSERT_TRUE(writeFile(mPath, tBytes));
+        writeFile(mPath, tBytes);
         InstallLogStore tStore;
         QList<GRef2<InstLogEntry>> tEntries;
         EXPECT_FALSE(tStore.openForReading(mPath) && tStore.read(&tEntries, {}, {}, sAll, false));
         EXPECT_FALSE(tStore.errorText().isEmpty());
         EXPECT_EQ(tStore.isDamaged(), tCase.mDamaged);
         EXPECT_TRUE(tEntries.isEmpty());
-        EXPECT_FALSE(tStore.openForWriting(mPath) &&
-                     tStore.append(QStringLiteral("n"), day(1), {record("n")}));
+        EXPECT_FALSE(tStore.openForWriting(mPath) && tStore.append(q("n"), day(1), {record("n")}));
         EXPECT_EQ(tStore.isDamaged(), tCase.mDamaged);
     }
 }
@@ -274,11 +269,11 @@ TEST_F(InstallLogStoreTest, AKilledWriterLeavesTheLogWhole)
         });
     }
     ::waitpid(tChild, nullptr, 0);
-    ASSERT_TRUE(QFile::exists(mPath + QStringLiteral("-journal")));
+    ASSERT_TRUE(QFile::exists(mPath + q("-journal")));
     // A reader sees the whole log or says why not, but never half of the change.
     const std::string tRead = asAnotherUser([&] { return names({}, {}, sAll, false); });
     EXPECT_TRUE(tRead == "abcde" || tRead.find("cut short") != std::string::npos) << tRead;
     InstallLogStore tStore;
-    ASSERT_TRUE(tStore.openForWriting(mPath)) << tStore.errorText().toStdString();
+    ASSERT_TRUE(tStore.openForWriting(mPath)) << tStore.errorText();
     EXPECT_EQ(names({}, {}, sAll, false), "abcde");
 }

@@ -1,4 +1,5 @@
-#include "FakeService.h"
+#include "ScriptedService.h"
+#include "Test.h"
 #include "TestApplication.h"
 
 #include <vkcore/IPCClient.h>
@@ -6,23 +7,19 @@
 #include <vkcore/Server.h>
 #include <vkcore/ServerList.h>
 
-#include <gtest/gtest.h>
-
-#include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
-
 using namespace tarn::vkcore;
 
 namespace {
 
-QJsonValue parsed(const QByteArray& pJson)
+// A value of any type as the text of it.
+QByteArray compact(const QJsonValue& pValue)
 {
-    return QJsonDocument::fromJson("{\"v\":" + pJson + "}").object().value(QLatin1String("v"));
+    return QJsonDocument(QJsonArray{pValue}).toJson(QJsonDocument::Compact).mid(1).chopped(1);
 }
 
-QByteArray text(const QJsonValue& pValue)
+QJsonObject object(const QByteArray& pJson)
 {
-    return QJsonDocument(QJsonObject{{QStringLiteral("v"), pValue}}).toJson(QJsonDocument::Compact);
+    return QJsonDocument::fromJson(pJson).object();
 }
 
 struct Operation
@@ -37,10 +34,10 @@ struct Operation
 
 QString word(bool pOk)
 {
-    return pOk ? QStringLiteral("true") : QStringLiteral("fallback");
+    return pOk ? q("true") : q("fallback");
 }
 
-const QByteArray sProxy = R"({"configured":true,"enabled":true,"host":"h","password":null,)"
+const QByteArray sProxy = R"({"configured":false,"enabled":true,"host":"h","password":null,)"
                           R"("passwordChanged":false,"port":3128,"user":"u"})";
 const QByteArray sMonitoring =
     R"({"eventMailsEnabled":true,"eventMailOnUpdate":false,"eventMailOnOverdue":true,)"
@@ -55,8 +52,8 @@ const QDateTime sDate(QDate(2024, 3, 7), QTime(1, 2, 3));
 GRef<Server> someServer()
 {
     GRef<Server> tServer(new Server(nullptr));
-    tServer->setName(QStringLiteral("n"));
-    tServer->setUri(QStringLiteral("https://x"));
+    tServer->setName(q("n"));
+    tServer->setUri(q("https://x"));
     return tServer;
 }
 
@@ -68,11 +65,11 @@ QString serverNames(IPCClient& pClient)
     const GRef<ServerList> tList(new ServerList(nullptr));
     tList->mServers.append(GRef2<Server>(new Server(nullptr)));
     if (!pClient.getServerList(tList.get())) {
-        return tList->mServers.size() == 1 ? QStringLiteral("fallback") : QStringLiteral("list changed");
+        return tList->mServers.size() == 1 ? q("fallback") : q("list changed");
     }
     QString tNames;
     for (const auto& tServer : tList->mServers) {
-        tNames += tServer->getName() + (tServer->isDefault() ? QStringLiteral("* ") : QStringLiteral(" "));
+        tNames += tServer->getName() + (tServer->isDefault() ? q("* ") : q(" "));
     }
     return tNames;
 }
@@ -86,7 +83,7 @@ QList<Operation> operations()
          [](C& c) {
              bool tOk = false;
              const bool tActive = c.isServiceActive(&tOk);
-             return tOk ? QStringLiteral("ok %1").arg(tActive) : QStringLiteral("fallback");
+             return tOk ? q("ok %1").arg(tActive) : q("fallback");
          },
          "{}", "false", "ok 0"},
         {"isServiceActive", [](C& c) { return word(c.isServiceActive(nullptr)); }, "{}", "true", "true"},
@@ -96,7 +93,7 @@ QList<Operation> operations()
              bool tOk = false;
              const int tStatus = c.getServiceStatus(&tOk);
              EXPECT_TRUE(tOk || tStatus == StatusIdle);
-             return tOk ? QString::number(tStatus) : QStringLiteral("fallback");
+             return tOk ? QString::number(tStatus) : q("fallback");
          },
          "{}", "3", "3"},
         {"getServiceProgress",
@@ -108,9 +105,9 @@ QList<Operation> operations()
              int tCounts[3]{};
              if (!c.getServiceProgress(&tActivity, &tCancelable, &tText, &tNumbers[0], &tNumbers[1],
                                        &tNumbers[2], &tNumbers[3], &tCounts[0], &tCounts[1], &tCounts[2])) {
-                 return QStringLiteral("fallback");
+                 return q("fallback");
              }
-             return QStringLiteral("%1 %2 %3 %4 %5 %6 %7 %8 ")
+             return q("%1 %2 %3 %4 %5 %6 %7 %8 ")
                         .arg(int{tActivity})
                         .arg(tCancelable)
                         .arg(tText)
@@ -119,7 +116,7 @@ QList<Operation> operations()
                         .arg(tNumbers[2])
                         .arg(tNumbers[3])
                         .arg(tCounts[0]) +
-                    QStringLiteral("%1 %2").arg(tCounts[1]).arg(tCounts[2]);
+                    q("%1 %2").arg(tCounts[1]).arg(tCounts[2]);
          },
          "{}",
          R"({"activity":1,"cancelable":true,"text":"t","bytesDone":5000000000,"bytesTotal":2,"done":3,"total":4,)"
@@ -155,10 +152,10 @@ QList<Operation> operations()
         {"reloadConfig", [](C& c) { return word(c.reloadConfig()); }, "{}", "true", "true"},
         {"getDefaultServer",
          [](C& c) {
-             QString tUri = QStringLiteral("kept");
+             QString tUri = q("kept");
              QString tUser;
              const bool tOk = c.getDefaultServer(&tUri, &tUser, nullptr);
-             EXPECT_TRUE(tOk || tUri == QLatin1String("kept"));
+             EXPECT_TRUE(tOk || tUri == q("kept"));
              return tOk ? tUri + tUser : word(false);
          },
          R"({"withPassword":false})", R"({"uri":"https://x","user":"u","password":null})", "https://xu"},
@@ -169,28 +166,25 @@ QList<Operation> operations()
          },
          R"({"withPassword":true})", R"({"uri":"https://x","user":"u","password":"p"})", "p"},
         {"updateDefaultServer",
-         [](C& c) {
-             return word(c.updateDefaultServer(QStringLiteral("a\n"), QString(), QStringLiteral("\u00e9")));
-         },
+         [](C& c) { return word(c.updateDefaultServer(q("a\n"), QString(), q("\u00e9"))); },
          "{\"password\":\"\u00e9\",\"uri\":\"a\\n\",\"user\":null}", "true", "true"},
         {"getNetProxySettings",
          [](C& c) {
              NetProxyMode tMode{};
              NetProxy tProxy(false, true);
-             return c.getNetProxySettings(&tMode, &tProxy) ? QStringLiteral("%1 %2 %3 %4")
-                                                                 .arg(int{tMode})
-                                                                 .arg(tProxy.mHost)
-                                                                 .arg(tProxy.mPort)
-                                                                 .arg(tProxy.mUser)
-                                                           : word(false);
+             tProxy.mHost = q("kept");
+             const bool tOk = c.getNetProxySettings(&tMode, &tProxy);
+             EXPECT_TRUE(tOk || (tProxy.mHost == q("kept") && tProxy.mConfigured));
+             const QString tText = q("%1 %2 %3 %4 %5 %6").arg(int{tMode}).arg(tProxy.mHost).arg(tProxy.mPort);
+             return tOk ? tText.arg(tProxy.mUser).arg(tProxy.mEnabled).arg(tProxy.mConfigured) : word(false);
          },
-         "{}", "{\"mode\":2,\"proxy\":" + sProxy + "}", "2 h 3128 u"},
+         "{}", "{\"mode\":2,\"proxy\":" + sProxy + "}", "2 h 3128 u 1 0"},
         {"setNetProxySettings",
          [](C& c) {
-             NetProxy tProxy(true, true);
-             tProxy.mHost = QStringLiteral("h");
+             NetProxy tProxy(true, false);
+             tProxy.mHost = q("h");
              tProxy.mPort = 3128;
-             tProxy.mUser = QStringLiteral("u");
+             tProxy.mUser = q("u");
              return word(c.setNetProxySettings(NetProxyModeManual, tProxy));
          },
          "{\"mode\":2,\"proxy\":" + sProxy + "}", "true", "true"},
@@ -200,7 +194,7 @@ QList<Operation> operations()
              return t.isNull() ? word(false) : t;
          },
          "{}", "\"\"", ""},
-        {"setKdmlDataDirectory", [](C& c) { return word(c.setKdmlDataDirectory(QStringLiteral("/d"))); },
+        {"setKdmlDataDirectory", [](C& c) { return word(c.setKdmlDataDirectory(q("/d"))); },
          R"({"path":"/d"})", "true", "true"},
         {"getLanguages",
          [](C& c) {
@@ -208,13 +202,11 @@ QList<Operation> operations()
              return c.getLanguages(&tApp, &tData) ? tApp + tData : word(false);
          },
          "{}", R"({"app":"de","data":"en"})", "deen"},
-        {"setLanguages", [](C& c) { return word(c.setLanguages(QString(), QStringLiteral("de"))); },
+        {"setLanguages", [](C& c) { return word(c.setLanguages(QString(), q("de"))); },
          R"({"app":null,"data":"de"})", "true", "true"},
-        {"getConfigValue",
-         [](C& c) { return c.getConfigValue(QStringLiteral("k"), QStringLiteral("fallback")); },
+        {"getConfigValue", [](C& c) { return c.getConfigValue(q("k"), q("fallback")); },
          R"({"default":"fallback","name":"k"})", "\"v\"", "v"},
-        {"setConfigValue",
-         [](C& c) { return word(c.setConfigValue(QStringLiteral("k"), QLatin1String(""))); },
+        {"setConfigValue", [](C& c) { return word(c.setConfigValue(q("k"), q(""))); },
          R"({"name":"k","value":""})", "true", "true"},
         {"getScheduleParameters",
          [](C& c) {
@@ -227,18 +219,13 @@ QList<Operation> operations()
                  return word(false);
              }
              EXPECT_EQ(tDate, sDate);
-             return QStringLiteral("%1 %2 %3 %4 %5")
-                 .arg(int{tMode})
-                 .arg(tFlags)
-                 .arg(tCount)
-                 .arg(int{tUnit})
-                 .arg(tExtra);
+             return q("%1 %2 %3 %4 %5").arg(int{tMode}).arg(tFlags).arg(tCount).arg(int{tUnit}).arg(tExtra);
          },
          "{}", sSchedule + "}", "2 1 5 3 x"},
         {"setScheduleParameters",
          [](C& c) {
              return word(c.setScheduleParameters(Scheduler::AutoUpdateAutomatic, 1, sDate, 5,
-                                                 Scheduler::PeriodMonth, QStringLiteral("x"), true));
+                                                 Scheduler::PeriodMonth, q("x"), true));
          },
          sSchedule + ",\"save\":true}", "true", "true"},
         {"getMonitoringSettings",
@@ -263,77 +250,77 @@ QList<Operation> operations()
     };
 }
 
+class OperationsTest : public testing::Test
+{
+protected:
+    // What the call gives when the service answers so.
+    std::string gives(const Operation& pOperation, const QByteArray& pResult)
+    {
+        mService = std::make_unique<ScriptedService>(mApp->path(q("service")));
+        mService->answer(pOperation.mMethod, pResult);
+        IPCClient tClient(mApp.get(), nullptr);
+        tClient.setServerName(mApp->path(q("service")));
+        return pOperation.mCall(tClient).toStdString();
+    }
+
+    GRef<TestApplication> mApp{new TestApplication};
+    std::unique_ptr<ScriptedService> mService;
+};
+
 } // namespace
 
-TEST(OperationsTest, SayAndReadWhatTheSocketsPageSays)
+TEST_F(OperationsTest, SayAndReadWhatTheSocketsPageSays)
 {
-    const GRef<TestApplication> tApp(new TestApplication);
     for (const Operation& tOperation : operations()) {
         SCOPED_TRACE(tOperation.mMethod);
-        FakeService tService(
-            [&](FakeService& pService, FakeService::Peer pPeer, const QJsonObject& pRequest) {
-                pService.send(pPeer, FakeService::answer(pRequest, parsed(tOperation.mResult)));
-            });
-        IPCClient tClient(tApp.get(), nullptr);
-        tClient.setServerName(tService.socketPath());
-        EXPECT_EQ(tOperation.mCall(tClient).toStdString(), tOperation.mGives);
-        const QList<QJsonObject> tRequests = tService.requests();
-        ASSERT_EQ(tRequests.size(), 1);
-        EXPECT_EQ(tRequests[0].value(QLatin1String("method")), QLatin1String(tOperation.mMethod));
-        EXPECT_EQ(text(tRequests[0].value(QLatin1String("params"))), text(parsed(tOperation.mParams)));
+        EXPECT_EQ(gives(tOperation, tOperation.mResult), tOperation.mGives);
+        QByteArray tCall(tOperation.mMethod);
+        if (tOperation.mParams != "{}") {
+            tCall += ' ' + compact(object(tOperation.mParams));
+        }
+        EXPECT_EQ(mService->allCalls().mid(1), QStringList(q(tCall))); // behind "hello"
     }
 }
 
-TEST(OperationsTest, RefuseAnswersOfAnotherType)
+TEST_F(OperationsTest, RefuseAnswersOfAnotherType)
 {
-    const GRef<TestApplication> tApp(new TestApplication);
     for (const Operation& tOperation : operations()) {
-        QList<QJsonValue> tWrong{QJsonValue(1.5), QJsonValue(QJsonArray()), QJsonValue(QJsonObject())};
+        QList<QJsonValue> tWrong{1.5, QJsonArray(), QJsonObject()};
         // Of an object each member in turn is missing, or of another type.
-        const QJsonObject tGood = parsed(tOperation.mResult).toObject();
+        const QJsonObject tGood = object(tOperation.mResult);
         for (const QString& tKey : tGood.keys()) {
             QJsonObject tBad = tGood;
             tBad.remove(tKey);
             tWrong.append(tBad);
             tBad.insert(tKey, QJsonArray{QJsonArray()});
-            if (tKey != QLatin1String("revision")) {
+            if (tKey != q("revision")) {
                 tWrong.append(tBad);
             }
         }
         for (const QJsonValue& tValue : tWrong) {
-            SCOPED_TRACE(tOperation.mMethod + text(tValue).toStdString());
-            FakeService tService(
-                [&](FakeService& pService, FakeService::Peer pPeer, const QJsonObject& pRequest) {
-                    pService.send(pPeer, FakeService::answer(pRequest, tValue));
-                });
-            IPCClient tClient(tApp.get(), nullptr);
-            tClient.setServerName(tService.socketPath());
-            EXPECT_EQ(tOperation.mCall(tClient), QLatin1String("fallback"));
+            SCOPED_TRACE(tOperation.mMethod + compact(tValue).toStdString());
+            EXPECT_EQ(gives(tOperation, compact(tValue)), "fallback");
         }
     }
 }
 
-TEST(OperationsTest, TheRevisionOfTheListGoesWithItsPositions)
+TEST_F(OperationsTest, TheRevisionOfTheListGoesWithItsPositions)
 {
-    const GRef<TestApplication> tApp(new TestApplication);
-    FakeService tService([](FakeService& pService, FakeService::Peer pPeer, const QJsonObject& pRequest) {
-        const bool tList = pRequest.value(QLatin1String("method")) == QLatin1String("getServerList");
-        pService.send(pPeer,
-                      FakeService::answer(pRequest, tList ? parsed(R"({"revision":"r-8","servers":[]})")
-                                                          : QJsonValue(true)));
-    });
-    IPCClient tClient(tApp.get(), nullptr);
-    tClient.setServerName(tService.socketPath());
-    const GRef<ServerList> tList(new ServerList(tApp.get()));
-    ASSERT_TRUE(tClient.getServerList(tList.get()));
-    EXPECT_TRUE(tClient.removeServer(3));
-    const GRef<Server> tServer = someServer();
-    tServer->setPassword(QStringLiteral("p"));
-    EXPECT_TRUE(tClient.changeServer(1, tServer.get()));
-    const QJsonObject tRemove = tService.requests()[1].value(QLatin1String("params")).toObject();
-    const QJsonObject tChange = tService.requests()[2].value(QLatin1String("params")).toObject();
-    EXPECT_EQ(tRemove.value(QLatin1String("revision")), QLatin1String("r-8"));
-    EXPECT_EQ(tChange.value(QLatin1String("revision")), QLatin1String("r-8"));
-    EXPECT_EQ(tChange.value(QLatin1String("server")).toObject().value(QLatin1String("password")),
-              QLatin1String("p"));
+    const Operation tInTurn{"getServerList",
+                            [](IPCClient& pClient) {
+                                const GRef<Server> tServer = someServer();
+                                tServer->setPassword(q("p"));
+                                EXPECT_EQ(serverNames(pClient), QString());
+                                EXPECT_TRUE(pClient.removeServer(3));
+                                return word(pClient.changeServer(1, tServer.get()));
+                            },
+                            {},
+                            {},
+                            {}};
+    EXPECT_EQ(gives(tInTurn, R"({"revision":"r-8","servers":[]})"), "true");
+    QByteArray tServer = sServer;
+    tServer.replace(R"(,"savePassword")", R"(,"password":"p","savePassword")");
+    EXPECT_EQ(mService->calls().mid(1),
+              QStringList({q(R"(removeServer {"index":3,"revision":"r-8"})"),
+                           q(R"(changeServer {"index":1,"revision":"r-8","server":)" + tServer + '}')}));
 }

@@ -1,11 +1,6 @@
 #include "internal/Protocol.h"
 #include "internal/LineBuffer.h"
-
-#include <gtest/gtest.h>
-
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
+#include "Test.h"
 
 #include <functional>
 
@@ -26,21 +21,6 @@ std::string lines(LineBuffer& pBuffer)
         tText += "[" + tLine->toStdString() + "]";
     }
     return tText;
-}
-
-MonitoringSettings someSettings()
-{
-    MonitoringSettings tSettings;
-    tSettings.setEventMailsEnabled(true);
-    tSettings.setSummarizedMailPeriod(-3);
-    tSettings.setClientName(QStringLiteral("a \"b\"\n"));
-    MonitoringEmailList tList({QStringLiteral("a@example.org")});
-    tList.append(MonitoringEmail(QStringLiteral("b@example.org"), true));
-    tSettings.setNotificationEmailAddresses(tList);
-    tSettings.mLastSummary = QDateTime(QDate(2024, 3, 7), QTime(1, 2, 3));
-    tSettings.mClientSettings.mText4 = QStringLiteral("four");
-    tSettings.mClientSettings.mDate2 = QDateTime(QDate(1, 1, 1), QTime(0, 0));
-    return tSettings;
 }
 
 } // namespace
@@ -120,7 +100,7 @@ TEST(ProtocolTest, Nesting)
         {"", false},
     };
     for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mLine.left(80).toStdString());
+        SCOPED_TRACE(tCase.mLine.left(80));
         EXPECT_EQ(nestsTooDeep(tCase.mLine), tCase.mTooDeep);
     }
 }
@@ -130,23 +110,23 @@ TEST(ProtocolTest, ReadersAreStrict)
     using Reader = std::function<bool(const QJsonObject&)>;
     const Reader tBool = [](const QJsonObject& pFrom) {
         bool t;
-        return read(pFrom, QStringLiteral("v"), &t);
+        return read(pFrom, q("v"), &t);
     };
     const Reader tInt = [](const QJsonObject& pFrom) {
         int t;
-        return read(pFrom, QStringLiteral("v"), &t);
+        return read(pFrom, q("v"), &t);
     };
     const Reader tLong = [](const QJsonObject& pFrom) {
         long long t;
-        return read(pFrom, QStringLiteral("v"), &t);
+        return read(pFrom, q("v"), &t);
     };
     const Reader tText = [](const QJsonObject& pFrom) {
         QString t;
-        return read(pFrom, QStringLiteral("v"), &t);
+        return read(pFrom, q("v"), &t);
     };
     const Reader tDate = [](const QJsonObject& pFrom) {
         QDateTime t;
-        return read(pFrom, QStringLiteral("v"), &t);
+        return read(pFrom, q("v"), &t);
     };
     const struct
     {
@@ -185,81 +165,4 @@ TEST(ProtocolTest, ReadersAreStrict)
         }
         EXPECT_FALSE(tCase.mRead(parsed("{\"w\":0}"))) << tCase.mType;
     }
-}
-
-TEST(ProtocolTest, ABadMemberLeavesTheTargetAlone)
-{
-    const QJsonObject tProxyJson = toJson(NetProxy(true, true));
-    for (const QString& tKey : tProxyJson.keys()) {
-        for (const QJsonValue& tBad :
-             {QJsonValue(QJsonValue::Undefined), QJsonValue(QJsonArray()), QJsonValue(1.5)}) {
-            SCOPED_TRACE(tKey.toStdString());
-            QJsonObject tJson = tProxyJson;
-            tJson.insert(tKey, tBad);
-            NetProxy tProxy(false, false);
-            tProxy.mHost = QStringLiteral("kept");
-            EXPECT_FALSE(read(tJson, &tProxy));
-            EXPECT_EQ(tProxy.mHost, QLatin1String("kept"));
-        }
-    }
-    for (const int tPort : {-1, 65536}) {
-        QJsonObject tJson = tProxyJson;
-        tJson.insert(QLatin1String("port"), tPort);
-        NetProxy tProxy(false, false);
-        EXPECT_FALSE(read(tJson, &tProxy));
-    }
-    const MonitoringSettings tSettings = someSettings();
-    for (const QString& tKey : toJson(tSettings).keys()) {
-        SCOPED_TRACE(tKey.toStdString());
-        QJsonObject tJson = toJson(tSettings);
-        tJson.insert(tKey, QJsonArray{7});
-        MonitoringSettings tRead;
-        EXPECT_FALSE(read(tJson, &tRead));
-        EXPECT_EQ(tRead, MonitoringSettings());
-    }
-}
-
-TEST(ProtocolTest, ValuesComeBackAsTheyWere)
-{
-    const MonitoringSettings tSettings = someSettings();
-    MonitoringSettings tReadSettings;
-    ASSERT_TRUE(read(parsed(toLine(toJson(tSettings))), &tReadSettings));
-    EXPECT_EQ(tReadSettings, tSettings);
-
-    NetProxy tProxy(true, false);
-    tProxy.mHost = QStringLiteral("h");
-    tProxy.mPort = 65535;
-    tProxy.mPassword = QStringLiteral("\u00e9\n\\\"");
-    tProxy.mPasswordChanged = true;
-    NetProxy tReadProxy(false, true);
-    ASSERT_TRUE(read(parsed(toLine(toJson(tProxy))), &tReadProxy));
-    EXPECT_EQ(toJson(tReadProxy), toJson(tProxy));
-    EXPECT_TRUE(tReadProxy.mUser.isNull());
-
-    for (const bool tWithPassword : {false, true}) {
-        const GRef<Server> tServer(new Server(nullptr));
-        tServer->setUri(QStringLiteral("file:///x"));
-        tServer->setEnabled(false);
-        tServer->setDefault(true);
-        if (tWithPassword) {
-            tServer->setPassword(QStringLiteral("secret"));
-        }
-        const GRef<Server> tRead(new Server(nullptr));
-        ASSERT_TRUE(read(parsed(toLine(toJson(*tServer))), tRead.get()));
-        EXPECT_EQ(toJson(*tRead), toJson(*tServer));
-        EXPECT_EQ(tRead->getPassword().has_value(), tWithPassword);
-    }
-}
-
-TEST(ProtocolTest, LinesHaveTheFormOfThePage)
-{
-    EXPECT_EQ(toLine(request(7, QStringLiteral("ping"), {})),
-              "{\"id\":7,\"jsonrpc\":\"2.0\",\"method\":\"ping\",\"params\":{}}\n");
-    EXPECT_EQ(toLine(error(std::nullopt, ParseError, QStringLiteral("no"))),
-              "{\"error\":{\"code\":-32700,\"message\":\"no\"},\"id\":null,\"jsonrpc\":\"2.0\"}\n");
-    EXPECT_EQ(toLine(result(9007199254740993, QStringLiteral("a\nb"))),
-              "{\"id\":9007199254740993,\"jsonrpc\":\"2.0\",\"result\":\"a\\nb\"}\n");
-    EXPECT_TRUE(toJson(QDateTime()).isNull());
-    EXPECT_EQ(toJson(QDateTime(QDate(2024, 3, 7), QTime(1, 2, 3, 999))),
-              QJsonValue(QLatin1String("2024-03-07T01:02:03")));
 }

@@ -1,8 +1,6 @@
+#include "Test.h"
+
 #include <vkcore/Scheduler.h>
-
-#include <gtest/gtest.h>
-
-#include <QtCore/QElapsedTimer>
 
 #include <limits>
 
@@ -12,7 +10,7 @@ namespace {
 
 QDateTime at(const char* pText)
 {
-    return QDateTime::fromString(QLatin1String(pText), QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    return QDateTime::fromString(q(pText), q("yyyy-MM-dd hh:mm:ss"));
 }
 
 constexpr int sMaxInt = std::numeric_limits<int>::max();

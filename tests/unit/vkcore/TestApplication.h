@@ -1,22 +1,21 @@
 #pragma once
 
+#include "Files.h"
+#include "Text.h"
+
 #include <vkcore/OkiApplication.h>
 
-#include <QtCore/QDir>
-#include <QtCore/QFile>
 #include <QtCore/QTemporaryDir>
 
 // An application that keeps its log in a folder of its own.
 class TestApplication : public tarn::vkcore::OkiApplication
 {
 public:
-    TestApplication() : OkiApplication({QStringLiteral("vk"), QStringLiteral("vkp")}, 2)
+    TestApplication() : OkiApplication({q("vk"), q("vkp")}, 2)
     {
-        getConfig()->setValue(QStringLiteral("application.logDir"), path(QStringLiteral("log")),
-                              tarn::vkcore::Config::UserValue);
-        getConfig()->setValue(QStringLiteral("service.stateDir"), path(QStringLiteral("state")),
-                              tarn::vkcore::Config::UserValue);
-        QDir().mkpath(path(QStringLiteral("state")));
+        getConfig()->setValue(q("application.logDir"), path(q("log")), tarn::vkcore::Config::UserValue);
+        getConfig()->setValue(q("service.stateDir"), path(q("state")), tarn::vkcore::Config::UserValue);
+        QDir().mkpath(path(q("state")));
     }
 
     void fatalError(const QString& pText) override { mFatalErrors.append(pText); }
@@ -32,8 +31,7 @@ public:
     {
         initUserDirs();
         initLogFile();
-        QFile tFile(path(QStringLiteral("log/")) + getAppName() + QStringLiteral(".log"));
-        return tFile.open(QIODevice::ReadOnly) ? tFile.readAll() : QByteArray();
+        return readFile(path(q("log/")) + getAppName() + q(".log"));
     }
 
     QList<QString> mFatalErrors;
@@ -42,9 +40,3 @@ public:
 private:
     QTemporaryDir mDir;
 };
-
-inline bool writeFile(const QString& pPath, const QByteArray& pBytes)
-{
-    QFile tFile(pPath);
-    return tFile.open(QIODevice::WriteOnly) && tFile.write(pBytes) == pBytes.size();
-}

@@ -1,11 +1,11 @@
+#include "Test.h"
+
 #include <vkcore/EnhVersion.h>
 #include <vkcore/LangString.h>
 #include <vkcore/NetProxy.h>
 #include <vkcore/Server.h>
 #include <vkcore/Types.h>
 #include <vkcore/Version.h>
-
-#include <gtest/gtest.h>
 
 #include <QtCore/QDataStream>
 #include <QtCore/QIODevice>
@@ -46,10 +46,10 @@ TEST(VersionTest, ReadsAndPrints)
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mText);
         bool tOk = !tCase.mOk;
-        const Version tVersion = Version::fromString(QString::fromUtf8(tCase.mText), &tOk);
+        const Version tVersion = Version::fromString(q(tCase.mText), &tOk);
         EXPECT_EQ(tOk, tCase.mOk);
-        EXPECT_EQ(tVersion.toString(), QLatin1String(tCase.mLong));
-        EXPECT_EQ(tVersion.toTarnAppFormat(), QLatin1String(tCase.mShort));
+        EXPECT_EQ(tVersion.toString(), q(tCase.mLong));
+        EXPECT_EQ(tVersion.toTarnAppFormat(), q(tCase.mShort));
     }
 }
 
@@ -71,8 +71,8 @@ TEST(EnhVersionTest, OrdersByVersionThenDate)
     EXPECT_EQ(EnhVersion(Version(1, 0, 0, 0), QDateTime()), EnhVersion(Version(1, 0, 0, 0), QDateTime()));
     EXPECT_EQ(EnhVersion(sNotInstalledVersion, QDateTime(QDate(1900, 1, 1), QTime(0, 0))),
               sNotInstalledEnhVersion);
-    EXPECT_EQ(EnhVersion(Version(1, 2, 3, 0), tOld).toString(), QLatin1String("1.2.3 (2024-03-07)"));
-    EXPECT_EQ(EnhVersion(Version(1, 2, 3, 4), QDateTime()).toString(), QLatin1String("1.2.3.4"));
+    EXPECT_EQ(EnhVersion(Version(1, 2, 3, 0), tOld).toString(), q("1.2.3 (2024-03-07)"));
+    EXPECT_EQ(EnhVersion(Version(1, 2, 3, 4), QDateTime()).toString(), q("1.2.3.4"));
 }
 
 TEST(LangStringTest, BestValue)
@@ -84,27 +84,18 @@ TEST(LangStringTest, BestValue)
         const char* mBest;
     } tCases[] = {
         {{}, "de", ""},
-        {{{QStringLiteral("de"), QStringLiteral("D")}, {QStringLiteral("en"), QStringLiteral("E")}},
-         "de",
-         "D"},
-        {{{QStringLiteral("de"), QStringLiteral("D")}, {QStringLiteral("en"), QStringLiteral("E")}},
-         "de_AT",
-         "D"},
-        {{{QStringLiteral("de"), QStringLiteral("D")}, {QStringLiteral("en"), QStringLiteral("E")}},
-         "fr",
-         "E"},
-        {{{QStringLiteral("de"), QString()}, {QStringLiteral("en"), QStringLiteral("E")}}, "de", "E"},
-        {{{QStringLiteral("ja"), QStringLiteral("J")}}, "de", "J"},
-        {{{QStringLiteral("ja"), QString()}, {QStringLiteral("ko"), QStringLiteral("K")}}, "de", "K"},
-        {{{QStringLiteral("pt_BR"), QStringLiteral("B")}, {QStringLiteral("pt"), QStringLiteral("P")}},
-         "pt_BR",
-         "B"},
-        {{{QStringLiteral("de"), QStringLiteral("D")}}, "", "D"},
+        {{{q("de"), q("D")}, {q("en"), q("E")}}, "de", "D"},
+        {{{q("de"), q("D")}, {q("en"), q("E")}}, "de_AT", "D"},
+        {{{q("de"), q("D")}, {q("en"), q("E")}}, "fr", "E"},
+        {{{q("de"), QString()}, {q("en"), q("E")}}, "de", "E"},
+        {{{q("ja"), q("J")}}, "de", "J"},
+        {{{q("ja"), QString()}, {q("ko"), q("K")}}, "de", "K"},
+        {{{q("pt_BR"), q("B")}, {q("pt"), q("P")}}, "pt_BR", "B"},
+        {{{q("de"), q("D")}}, "", "D"},
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mLang);
-        EXPECT_EQ(LangString(tCase.mValues).bestValue(QLatin1String(tCase.mLang)),
-                  QLatin1String(tCase.mBest));
+        EXPECT_EQ(LangString(tCase.mValues).bestValue(q(tCase.mLang)), q(tCase.mBest));
     }
 }
 
@@ -127,21 +118,21 @@ TEST(ServerTest, SuggestedName)
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mUri);
         const GRef<Server> tServer(new Server(nullptr));
-        tServer->setUri(QLatin1String(tCase.mUri));
-        EXPECT_EQ(tServer->getSuggestedName(), QLatin1String(tCase.mName));
+        tServer->setUri(q(tCase.mUri));
+        EXPECT_EQ(tServer->getSuggestedName(), q(tCase.mName));
     }
 }
 
 TEST(NetProxyTest, ModeWords)
 {
     bool tOk = false;
-    EXPECT_EQ(netProxyModeFromStr(QStringLiteral("os"), &tOk), NetProxyModeOs);
+    EXPECT_EQ(netProxyModeFromStr(q("os"), &tOk), NetProxyModeOs);
     EXPECT_TRUE(tOk);
-    EXPECT_EQ(netProxyModeFromStr(QStringLiteral("manual"), &tOk), NetProxyModeManual);
+    EXPECT_EQ(netProxyModeFromStr(q("manual"), &tOk), NetProxyModeManual);
     EXPECT_TRUE(tOk);
     for (const char* tWord : {"", "OS", "Manual", "manual ", "none"}) {
         SCOPED_TRACE(tWord);
-        EXPECT_EQ(netProxyModeFromStr(QLatin1String(tWord), &tOk), NetProxyModeOs);
+        EXPECT_EQ(netProxyModeFromStr(q(tWord), &tOk), NetProxyModeOs);
         EXPECT_FALSE(tOk);
     }
 }
@@ -157,6 +148,6 @@ TEST(TypesTest, StreamAsFourBytes)
     tStream >> tStatus >> tActivity;
     EXPECT_EQ(tStatus, StatusError);
     EXPECT_EQ(tActivity, ActivityRemovingObsolete);
-    EXPECT_EQ(Types::serviceActivityToStr(static_cast<ServiceActivity>(-1)), QLatin1String("-1"));
-    EXPECT_EQ(Types::serviceActivityToStr(ActivityDownloading), QLatin1String("downloading"));
+    EXPECT_EQ(Types::serviceActivityToStr(static_cast<ServiceActivity>(-1)), q("-1"));
+    EXPECT_EQ(Types::serviceActivityToStr(ActivityDownloading), q("downloading"));
 }

@@ -1,6 +1,5 @@
+#include "Test.h"
 #include "TestApplication.h"
-
-#include <gtest/gtest.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QTextStream>
@@ -17,11 +16,11 @@ int showApplication()
     tOut << int{tOk} << '\n'
          << tApp->getConfigDir() << '\n'
          << tApp->getAppEtcDir() << '\n'
-         << tApp->getConfig()->getStrValue(QStringLiteral("application.settingsDir.other")) << '\n'
+         << tApp->getConfig()->getStrValue(q("application.settingsDir.other")) << '\n'
          << tApp->getConfigPrefix() << '\n'
          << tApp->getAppLang() << '\n'
-         << tApp->getConfig()->getStrValue(QStringLiteral("a")) << '\n'
-         << tApp->mFatalErrors.join(QLatin1Char('\n'));
+         << tApp->getConfig()->getStrValue(q("a")) << '\n'
+         << tApp->mFatalErrors.join(u'\n');
     return 0;
 }
 
@@ -30,7 +29,7 @@ int showApplication()
 int main(int argc, char** argv)
 {
     QCoreApplication tApp(argc, argv);
-    if (QCoreApplication::arguments().value(1) == QLatin1String("--show-application")) {
+    if (QCoreApplication::arguments().value(1) == q("--show-application")) {
         return showApplication();
     }
     ::testing::InitGoogleTest(&argc, argv);

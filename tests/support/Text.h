@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+#include <ostream>
+
+// The text of bytes in UTF-8.
+inline QString q(QByteArrayView pBytes)
+{
+    return QString::fromUtf8(pBytes);
+}
+
+// What helpers take where a text is given as a literal, as bytes in UTF-8 or as a text.
+class Text : public QString
+{
+public:
+    Text() = default;
+    Text(const char* pBytes) : QString(q(pBytes)) {}
+    Text(const QByteArray& pBytes) : QString(q(pBytes)) {}
+    Text(const QString& pText) : QString(pText) {}
+};
+
+// How messages and GoogleTest show texts, and not as lists of characters.
+inline std::ostream& operator<<(std::ostream& pStream, const QByteArray& pBytes)
+{
+    return pStream << pBytes.toStdString();
+}
+
+inline std::ostream& operator<<(std::ostream& pStream, const QString& pText)
+{
+    return pStream << pText.toUtf8();
+}
+
+inline void PrintTo(const QByteArray& pBytes, std::ostream* pStream)
+{
+    *pStream << '"' << pBytes << '"';
+}
+
+inline void PrintTo(const QString& pText, std::ostream* pStream)
+{
+    PrintTo(pText.toUtf8(), pStream);
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QtCore/QFile>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cstring>
+
+inline sockaddr_un unixAddress(const QString& pPath)
+{
+    sockaddr_un tAddress = {};
+    tAddress.sun_family = AF_UNIX;
+    const QByteArray tPath = QFile::encodeName(pPath);
+    if (static_cast<size_t>(tPath.size()) >= sizeof tAddress.sun_path) {
+        qFatal("too long for a socket: %s", tPath.constData());
+    }
+    std::memcpy(tAddress.sun_path, tPath.constData(), static_cast<size_t>(tPath.size()));
+    return tAddress;
+}
+
+// A socket of its own under this name; nobody listens on it yet.
+inline int boundSocket(const QString& pPath, int pType = SOCK_STREAM)
+{
+    const sockaddr_un tAddress = unixAddress(pPath);
+    const int tFd = ::socket(AF_UNIX, pType | SOCK_CLOEXEC, 0);
+    if (::bind(tFd, reinterpret_cast<const sockaddr*>(&tAddress), sizeof tAddress) != 0) {
+        qFatal("can't bind %s", qPrintable(pPath));
+    }
+    return tFd;
+}
