@@ -54,7 +54,7 @@ bool readServers(const QJsonObject& pFrom, Application* pApp, QList<GRef2<Server
     const QJsonValue tValue = pFrom.value(QLatin1String("servers"));
     const QJsonArray tArray = tValue.toArray();
     pTo->reserve(tArray.size());
-    for (const QJsonValue& tEntry : tArray) {
+    for (const QJsonValue tEntry : tArray) {
         const GRef2<Server> tServer(new Server(pApp));
         if (!tEntry.isObject() || !read(tEntry.toObject(), tServer.get())) {
             return false;

@@ -28,7 +28,7 @@ bool isWrittenByUs(const QByteArray& pFile)
     if (!tuf::canonicalJson(tObject, &tCanonical) || tCanonical != pFile) {
         return false;
     }
-    for (const QJsonValue& tSignature : tObject[QLatin1String("signatures")].toArray()) {
+    for (const QJsonValue tSignature : tObject[QLatin1String("signatures")].toArray()) {
         const QString tHex = tSignature[QLatin1String("sig")].toString();
         if (tHex != tHex.toLower()) {
             return false;

@@ -48,7 +48,7 @@ bool readAddresses(const QJsonObject& pFrom, const QString& pName, MonitoringEma
         return false;
     }
     const QJsonArray tArray = tValue.toArray();
-    for (const QJsonValue& tEntry : tArray) {
+    for (const QJsonValue tEntry : tArray) {
         const QJsonObject tObject = tEntry.toObject();
         QString tAddress;
         bool tVerified = false;

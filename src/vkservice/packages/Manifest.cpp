@@ -140,11 +140,11 @@ bool Manifest::fromBytes(const QByteArray& pBytes, Manifest* pTo, QString* pErro
     tManifest.mRunId = tRoot.value(QLatin1String("run")).toString();
     tManifest.mRunDate = dateFrom(tRoot.value(QLatin1String("date"))).toLocalTime();
     const QJsonArray tRecords = tRoot.value(QLatin1String("records")).toArray();
-    for (const QJsonValue& tRecord : tRecords) {
+    for (const QJsonValue tRecord : tRecords) {
         tManifest.mRecords.append(recordFrom(tRecord.toObject()));
     }
     const QJsonArray tPackages = tRoot.value(QLatin1String("packages")).toArray();
-    for (const QJsonValue& tValue : tPackages) {
+    for (const QJsonValue tValue : tPackages) {
         InstalledPackage tPackage;
         if (!packageFrom(tValue.toObject(), &tPackage, pError)) {
             return false;

@@ -69,7 +69,7 @@ public:
         const QJsonArray tArray = tValue.toArray();
         require((tValue.isArray() || tValue.isUndefined()) && tArray.size() <= sMaxEntries, pName);
         QStringList tResult;
-        for (const QJsonValue& tEntry : tArray) {
+        for (const QJsonValue tEntry : tArray) {
             require(tEntry.isString() && pIsValid(tEntry.toString()), pName);
             tResult.append(tEntry.toString());
         }

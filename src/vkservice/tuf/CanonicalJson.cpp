@@ -49,7 +49,7 @@ bool appendArray(const QJsonArray& pArray, QByteArray* pTo)
 {
     pTo->append('[');
     bool tFirst = true;
-    for (const QJsonValue& tValue : pArray) {
+    for (const QJsonValue tValue : pArray) {
         if (!std::exchange(tFirst, false)) {
             pTo->append(',');
         }

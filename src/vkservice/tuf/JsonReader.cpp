@@ -56,7 +56,7 @@ QStringList JsonReader::strings(const QJsonObject& pFrom, const char* pName)
 {
     QStringList tResult;
     const QJsonArray tArray = array(pFrom, pName);
-    for (const QJsonValue& tValue : tArray) {
+    for (const QJsonValue tValue : tArray) {
         if (!tValue.isString()) {
             fail(QStringLiteral("\"%1\" holds something other than texts").arg(QLatin1String(pName)));
             break;

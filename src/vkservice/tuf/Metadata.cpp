@@ -50,7 +50,7 @@ QList<Signature> readSignatures(const QJsonArray& pArray, JsonReader* pReader)
 {
     QList<Signature> tSignatures;
     QSet<QString> tSeen;
-    for (const QJsonValue& tValue : pArray) {
+    for (const QJsonValue tValue : pArray) {
         const QJsonObject tObject = tValue.toObject();
         const QString tKeyId = pReader->string(tObject, "keyid");
         const QByteArray tHex = pReader->string(tObject, "sig").toLatin1();
@@ -196,7 +196,7 @@ Delegations readDelegations(const QJsonObject& pDelegations, JsonReader* pReader
         return tDelegations;
     }
     QSet<QString> tNames;
-    for (const QJsonValue& tRole : pReader->array(pDelegations, "roles")) {
+    for (const QJsonValue tRole : pReader->array(pDelegations, "roles")) {
         tDelegations.mRoles.append(readDelegatedRole(tRole.toObject(), pReader));
         const QString& tName = tDelegations.mRoles.last().mName;
         if (tNames.contains(tName)) {
