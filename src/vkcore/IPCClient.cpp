@@ -426,9 +426,12 @@ bool IPCClient::getScheduleParameters(Scheduler::AutoUpdateMode* pMode, int* pFl
     return tOk;
 }
 
+// Values as the header promises them.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 bool IPCClient::setScheduleParameters(Scheduler::AutoUpdateMode pMode, int pFlags, QDateTime pNextCheck,
                                       int pPeriodCount, Scheduler::PeriodUnit pUnit, QString pExtra,
                                       bool pSave)
+// NOLINTEND(performance-unnecessary-value-param)
 {
     return d->order(QStringLiteral("setScheduleParameters"),
                     {{QStringLiteral("mode"), int{pMode}},
