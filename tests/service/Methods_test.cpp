@@ -187,7 +187,7 @@ TEST_F(ServiceTest, WrongParametersAreTold)
     for (const auto& tMethod : tMethods) {
         for (const QString& tName : tMethod.mParams.keys()) {
             const QJsonValue tRight = tMethod.mParams.value(tName);
-            for (const QJsonValue tOther : tOthers) {
+            for (const QJsonValue& tOther : tOthers) {
                 const bool tAlsoRight = tOther.type() == tRight.type() && !tOther.isDouble() &&
                                         !tOther.isObject() && tName != q("nextCheck");
                 if (!tAlsoRight) {

@@ -68,7 +68,7 @@ TEST(PackageInfo, RefusesWhatBreaksARule)
         {"installedSize", {-1, 1.5, q("1"), 1e30}},
     };
     for (const auto& tCase : sCases) {
-        for (const QJsonValue tBad : tCase.mBad) {
+        for (const QJsonValue& tBad : tCase.mBad) {
             QJsonObject tObject = full().toJson();
             tObject.insert(q(tCase.mName), tBad);
             if (tBad.isUndefined()) {

@@ -146,7 +146,7 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
     for (const auto& tCase : sCases) {
         const QString tType = q(tCase.mType);
         ASSERT_FALSE(parse(tType, mFiles[tType]));
-        for (const QJsonValue tBad : tCase.mBad) {
+        for (const QJsonValue& tBad : tCase.mBad) {
             const QByteArray tFile = with(tType, tCase.mPath, tBad);
             EXPECT_EQ(parse(tType, tFile).mKind, ErrorKind::Untrusted) << tFile;
         }

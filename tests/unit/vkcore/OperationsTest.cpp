@@ -297,7 +297,7 @@ TEST_F(OperationsTest, RefuseAnswersOfAnotherType)
                 tWrong.append(tBad);
             }
         }
-        for (const QJsonValue tValue : tWrong) {
+        for (const QJsonValue& tValue : tWrong) {
             SCOPED_TRACE(tOperation.mMethod + compact(tValue).toStdString());
             EXPECT_EQ(gives(tOperation, compact(tValue)), "fallback");
         }
