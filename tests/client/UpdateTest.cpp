@@ -201,10 +201,14 @@ TEST(UpdateTest, TellsALostLinkFromAnOrderlyEnd)
             pService.onCall("triggerUpdate",
                             [&pService, pMonitorsOnly, pAnnounced](Peer& pPeer, const QJsonObject&) {
                                 pPeer.reply("true");
+                                // Ahead of the announcement, at which the client looks at this link.
+                                if (!pMonitorsOnly) {
+                                    pPeer.hangUp();
+                                }
                                 if (pAnnounced) {
                                     pService.sendEvent("quitRequestReceived", "{}");
                                 }
-                                pService.hangUp(pMonitorsOnly);
+                                pService.hangUp(true);
                             });
         };
     };
