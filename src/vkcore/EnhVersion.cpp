@@ -1,6 +1,23 @@
 #include <vkcore/EnhVersion.h>
 
+#include <QtCore/QStringBuilder>
+
+#include <array>
+#include <cstdio>
+
 namespace tarn::vkcore {
+
+// Lists of versions are long, and QDate::toString takes longer than all else of a line.
+static QString isoDate(const QDate& pDate)
+{
+    int tYear = 0;
+    int tMonth = 0;
+    int tDay = 0;
+    pDate.getDate(&tYear, &tMonth, &tDay);
+    std::array<char, 32> tText{};
+    std::snprintf(tText.data(), tText.size(), "%04d-%02d-%02d", tYear, tMonth, tDay);
+    return QString::fromLatin1(tText.data());
+}
 
 EnhVersion::EnhVersion(const Version& pVersion, const QDateTime& pDate) : mVersion(pVersion), mDate(pDate) {}
 
@@ -9,8 +26,7 @@ QString EnhVersion::toString() const
     if (!mDate.isValid()) {
         return mVersion.toTarnAppFormat();
     }
-    return mVersion.toTarnAppFormat() + QLatin1String(" (") + mDate.date().toString(Qt::ISODate) +
-           QLatin1Char(')');
+    return mVersion.toTarnAppFormat() % QLatin1String(" (") % isoDate(mDate.date()) % QLatin1Char(')');
 }
 
 std::weak_ordering EnhVersion::operator<=>(const EnhVersion& pOther) const

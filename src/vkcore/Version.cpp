@@ -1,5 +1,6 @@
 #include <vkcore/Version.h>
 
+#include <QtCore/QStringBuilder>
 #include <QtCore/QStringList>
 
 #include <array>
@@ -27,15 +28,15 @@ Version Version::fromString(const QString& pText, bool* pOk)
 
 QString Version::toString() const
 {
-    return QString::number(mMajor) + QLatin1Char('.') + QString::number(mMinor) + QLatin1Char('.') +
-           QString::number(mPatch) + QLatin1Char('.') + QString::number(mBuild);
+    return QString::number(mMajor) % QLatin1Char('.') % QString::number(mMinor) % QLatin1Char('.') %
+           QString::number(mPatch) % QLatin1Char('.') % QString::number(mBuild);
 }
 
 QString Version::toTarnAppFormat() const
 {
     return mBuild != 0 ? toString()
-                       : QString::number(mMajor) + QLatin1Char('.') + QString::number(mMinor) +
-                             QLatin1Char('.') + QString::number(mPatch);
+                       : QString::number(mMajor) % QLatin1Char('.') % QString::number(mMinor) %
+                             QLatin1Char('.') % QString::number(mPatch);
 }
 
 } // namespace tarn::vkcore

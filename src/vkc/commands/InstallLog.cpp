@@ -73,15 +73,26 @@ int VKCApplication::cmdInstallLog()
     }
 
     const QString tLang = getAppLang();
+    const QString tNameLine = tr("Name: %1");
+    const QString tDateLine = tr("Date: %1");
+    const QString tVersionLine = tr("Version: %1");
+    const QString tStatusLine = tr("Status: %1");
+    const QString tReportLine = tr("Install report: %1");
+    QDateTime tDate;
+    QString tDateText; // of tDate: the packages of one run have the same
     for (const GRef2<InstLogEntry>& tEntry : tEntries) {
         const QString tVersion = vkcore::EnhVersion(tEntry->mVersion, tEntry->mVersionDate).toString();
         const QString& tReport = tEntry->mInstallReport.bestValue(tLang);
-        writeStdOut(tr("Name: %1").arg(tEntry->mName.bestValue(tLang)), true, true);
-        writeStdOut(tr("Date: %1").arg(dateTimeText(tEntry->mDate)), true, true);
-        writeStdOut(tr("Version: %1").arg(tVersion), true, true);
-        writeStdOut(tr("Status: %1").arg(getInstallLogStatusText(tEntry->mStatus)), true, true);
+        if (tEntry->mDate != tDate) {
+            tDate = tEntry->mDate;
+            tDateText = dateTimeText(tDate);
+        }
+        writeStdOut(tNameLine.arg(tEntry->mName.bestValue(tLang)), true, true);
+        writeStdOut(tDateLine.arg(tDateText), true, true);
+        writeStdOut(tVersionLine.arg(tVersion), true, true);
+        writeStdOut(tStatusLine.arg(getInstallLogStatusText(tEntry->mStatus)), true, true);
         if (!tReport.isEmpty()) {
-            writeStdOut(tr("Install report: %1").arg(tReport), true, true);
+            writeStdOut(tReportLine.arg(tReport), true, true);
         }
         writeStdOut(QString(), true, true);
     }
