@@ -1,7 +1,8 @@
 #include "FolderScan.h"
 
+#include "packages/EntryPath.h"
+
 #include <QtCore/QFile>
-#include <QtCore/QList>
 #include <QtCore/QStringDecoder>
 
 #include <dirent.h>
@@ -106,8 +107,8 @@ private:
             return refuseErrno(pEntry->mPath);
         }
         pEntry->mLinkTarget = QByteArray(tTarget.data(), tLength);
-        const qsizetype tSlash = pEntry->mPath.lastIndexOf('/');
-        return linkStaysInside(tSlash < 0 ? QByteArray() : pEntry->mPath.left(tSlash), pEntry->mLinkTarget) ||
+        const int tDepth = static_cast<int>(pEntry->mPath.count('/'));
+        return vkservice::packages::linkStaysInside(pEntry->mLinkTarget, tDepth) ||
                refuse(pEntry->mPath, QStringLiteral("the link to %1 leads, or may lead, out of the package")
                                          .arg(QFile::decodeName(pEntry->mLinkTarget)));
     }
@@ -129,25 +130,6 @@ bool scanFolder(const QString& pFolder, std::vector<FolderEntry>* pTo, QString* 
     if (pTo->empty()) {
         *pError = QStringLiteral("%1 is empty").arg(pFolder);
         return false;
-    }
-    return true;
-}
-
-bool linkStaysInside(const QByteArray& pFrom, const QByteArray& pTarget)
-{
-    if (pTarget.isEmpty() || pTarget.startsWith('/')) {
-        return false;
-    }
-    qsizetype tDepth = pFrom.isEmpty() ? 0 : pFrom.count('/') + 1;
-    bool tDown = false;
-    for (const QByteArray& tPart : pTarget.split('/')) {
-        if (tPart == "..") {
-            if (tDown || --tDepth < 0) {
-                return false;
-            }
-        } else if (!tPart.isEmpty() && tPart != ".") {
-            tDown = true;
-        }
     }
     return true;
 }

@@ -23,8 +23,4 @@ struct FolderEntry
 // that lead out of the folder, set-user-ID and set-group-ID files, names that aren't UTF-8.
 bool scanFolder(const QString& pFolder, std::vector<FolderEntry>* pTo, QString* pError);
 
-// Whether a link in the folder pFrom (relative, "" for the top) stays below the top. Only targets that go up
-// first and then down are taken: a ".." behind a name could follow another link and lead anywhere.
-bool linkStaysInside(const QByteArray& pFrom, const QByteArray& pTarget);
-
 } // namespace tarn::vkpublish

@@ -148,7 +148,7 @@ TEST(EntryPathTest, LinksStayInside)
         {"..", 1, true},  {"../..", 2, true},  {"../a", 1, true},    {".././../a", 2, true},
         {"..", 0, false}, {"../..", 1, false}, {"a/..", 5, false},   {"", 1, false},
         {"/", 1, false},  {"//a", 1, false},   {"a/../b", 5, false}, {"..a/b", 0, true},
-        {"...", 0, true}, {"./..", 0, false},
+        {"...", 0, true}, {"./..", 0, false},  {"..//b", 1, true},
     };
     for (const auto& tCase : tCases) {
         EXPECT_EQ(linkStaysInside(tCase.mTarget, tCase.mDepth), tCase.mStays)

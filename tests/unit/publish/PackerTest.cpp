@@ -55,26 +55,6 @@ protected:
     PackResult mResult;
 };
 
-TEST(LinkStaysInside, Table)
-{
-    const struct
-    {
-        const char* mFolder;
-        const char* mTarget;
-        bool mInside;
-    } sCases[] = {
-        {"", "a", true},         {"", "a/b", true},           {"", ".", true},
-        {"", "..", false},       {"", "../x", false},         {"", "/etc", false},
-        {"", "", false},         {"a", "..", true},           {"a", "../b", true},
-        {"a", "../../b", false}, {"a/b", "../../c", true},    {"a/b", "./.././../c", true},
-        {"a", "b/../c", false},  {"a/b", "../x/../y", false}, {"a", "..//b", true},
-    };
-    for (const auto& tCase : sCases) {
-        EXPECT_EQ(linkStaysInside(tCase.mFolder, tCase.mTarget), tCase.mInside)
-            << tCase.mFolder << " " << tCase.mTarget;
-    }
-}
-
 TEST_F(PackerTest, HoldsEverythingWithoutTheMachinesTraces)
 {
     file("f/bin/run", "#!/bin/sh\n", 0777);
