@@ -223,8 +223,7 @@ TEST_F(ClientTest, ABrokenServiceFailsTheCall)
 {
     const QByteArray tAnswers[] = {
         "garbage\n",
-        R"({"jsonrpc":"2.0","id":999,"result":{"app":"de","data":"en"}})"
-        "\n",
+        QByteArray(R"({"jsonrpc":"2.0","id":999,"result":{"app":"de","data":"en"}})") + '\n',
         R"({"half a line":)",
         QByteArray(9 * 1024 * 1024, 'x'),
         "",

@@ -1,6 +1,8 @@
 // Preloaded into rkm, where the minute that a worker is given for its end passes in a moment. Every other
 // wait stays as it is, so another bound than a minute would be felt.
 
+#include <csignal>
+
 #include <dlfcn.h>
 #include <poll.h>
 

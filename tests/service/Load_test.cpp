@@ -51,8 +51,10 @@ TEST_F(ServiceTest, ManyPeersIdleBusyDeafAndFlooding)
 
     std::atomic<bool> tStop = false;
     std::atomic<qint64> tAnswers = 0;
+    constexpr int tBusyCount = 50;
     std::vector<std::thread> tThreads;
-    for (int i = 0; i < 50; ++i) {
+    tThreads.reserve(tBusyCount);
+    for (int i = 0; i < tBusyCount; ++i) {
         tThreads.emplace_back([&] {
             RawPeer tBusy(mRig.socket());
             while (!tStop) {

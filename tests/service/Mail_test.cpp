@@ -28,7 +28,7 @@ protected:
         const QJsonArray tAddresses =
             mRig.connect().call("getMonitoringSettings")[q("notificationEmailAddresses")].toArray();
         QStringList tTexts;
-        for (const QJsonValue& tAddress : tAddresses) {
+        for (const QJsonValue tAddress : tAddresses) {
             tTexts.append(tAddress[q("address")].toString() + q(tAddress[q("verified")].toBool() ? "+" : ""));
         }
         return tTexts.join(u' ');

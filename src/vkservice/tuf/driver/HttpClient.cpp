@@ -23,14 +23,15 @@ struct HttpClient::Transfer
     static size_t take(char* pData, size_t pSize, size_t pCount, void* pSelf)
     {
         auto* tSelf = static_cast<Transfer*>(pSelf);
-        const auto tLength = static_cast<qint64>(pSize * pCount);
+        const size_t tBytes = pSize * pCount;
+        const auto tLength = static_cast<qint64>(tBytes);
         tSelf->mTooLong = tLength > tSelf->mRoom;
         if (tSelf->mTooLong) {
             return 0;
         }
         tSelf->mRoom -= tLength;
         tSelf->mSinkFailed = !tSelf->mSink(QByteArrayView(pData, tLength));
-        return tSelf->mSinkFailed ? 0 : pSize * pCount;
+        return tSelf->mSinkFailed ? 0 : tBytes;
     }
 };
 
