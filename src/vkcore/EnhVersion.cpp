@@ -7,7 +7,7 @@
 
 namespace tarn::vkcore {
 
-// Lists of versions are long, and QDate::toString takes longer than all else of a line.
+// QDate::toString takes longer than all the rest of such a text, and lists of versions are long.
 static QString isoDate(const QDate& pDate)
 {
     int tYear = 0;
