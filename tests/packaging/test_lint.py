@@ -40,8 +40,7 @@ class Lint(unittest.TestCase):
             ("src/vkc/Console.h", "class Console;\n", "no #pragma once"),
             ("src/vkc/Console.cpp", "int i; \n", "blanks at its end"),
             ("src/vkc/Console.cpp", "int i;", "does not end in a newline"),
-            ("src/vkc/Console.cpp", "// TO" "DO: later\n", "unfinished work"),
-            ("src/vkc/Console.cpp", "// see Par" "t 3.2\n", "readers don't have"),
+            ("src/vkc/Console.cpp", "// TODO: later\n", "unfinished work"),
             ("src/vkc/Console.cpp", "int i;\n" * 601, "has 601 lines"),
             ("src/vkc/Console.cpp", "int i;\n" * 600, None),
         ]
