@@ -1,7 +1,6 @@
 # The Debian packages, one a component of Install.cmake: "cpack" in the build folder, or script/package.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VENDOR "the rkm authors")
-set(RKM_MAINTAINER "The rkm authors <root@localhost>" CACHE STRING "Whom the packages name as their maintainer")
 set(CPACK_PACKAGE_CONTACT ${RKM_MAINTAINER})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/Polish.cmake)
@@ -15,8 +14,6 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/lib)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY "=")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 set(SAME_VERSION "(= ${PROJECT_VERSION})")
@@ -24,7 +21,9 @@ set(SAME_VERSION "(= ${PROJECT_VERSION})")
 # The library of this very version: the service and it share the socket's lines and the stores.
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libvkcore1)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
+configure_file(packaging/debian/shlibs.in packaging/shlibs @ONLY)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_SOURCE_DIR}/packaging/debian/triggers;${CMAKE_BINARY_DIR}/packaging/shlibs)
 set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "library of the update service's clients
 Configuration, log, value types and the connection to vkservice, for rkm
 and other clients.")

@@ -1,10 +1,11 @@
 # Runs over a package's files before they are packed: manual pages and changelogs are compressed in Debian.
-file(GLOB_RECURSE PAGES ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/usr/share/man/*)
-file(GLOB_RECURSE CHANGELOGS ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/usr/share/doc/*/CHANGELOG.md)
-foreach(CHANGELOG ${CHANGELOGS})
-    get_filename_component(FOLDER ${CHANGELOG} DIRECTORY)
-    file(RENAME ${CHANGELOG} ${FOLDER}/changelog)
-    list(APPEND PAGES ${FOLDER}/changelog)
+file(GLOB_RECURSE PAGES ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/usr/share/man/*
+    ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/usr/share/doc/*/changelog)
+file(GLOB_RECURSE NEWS ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/usr/share/doc/*/CHANGELOG.md)
+foreach(FILE ${NEWS})
+    get_filename_component(FOLDER ${FILE} DIRECTORY)
+    file(RENAME ${FILE} ${FOLDER}/NEWS)
+    list(APPEND PAGES ${FOLDER}/NEWS)
 endforeach()
 if(PAGES)
     execute_process(COMMAND gzip -9n ${PAGES} COMMAND_ERROR_IS_FATAL ANY)
