@@ -1,10 +1,12 @@
 #include "FileMatch.h"
 
+#include "tuf/Hashes.h"
+
 #include <QtCore/QFile>
 
 namespace tarn::vkpublish {
 
-bool fileMatches(const QString& pPath, qint64 pLength, const tuf::HashMap& pHashes, QString* pReason)
+bool fileMatches(const QString& pPath, qint64 pLength, const tuf::HashList& pHashes, QString* pReason)
 {
     QFile tFile(pPath);
     if (!tFile.open(QIODevice::ReadOnly)) {
@@ -15,7 +17,7 @@ bool fileMatches(const QString& pPath, qint64 pLength, const tuf::HashMap& pHash
         *pReason = QStringLiteral("%1 has %2 bytes instead of %3").arg(pPath).arg(tFile.size()).arg(pLength);
         return false;
     }
-    tuf::Hasher tHasher(pHashes.keys());
+    tuf::Hasher tHasher(pHashes);
     for (QByteArray tPiece = tFile.read(1 << 20); !tPiece.isEmpty(); tPiece = tFile.read(1 << 20)) {
         tHasher.add(tPiece);
     }

@@ -42,10 +42,16 @@ QString timestampPath(const QString& pRepository)
     return metadataFolder(pRepository) + QLatin1String("/timestamp.json");
 }
 
+tuf::Hash statedHash(const QJsonObject& pStated)
+{
+    const QString tHex = pStated[QLatin1String("hashes")].toObject()[QLatin1String("sha256")].toString();
+    return tuf::Hash::fromHex(tuf::HashAlgorithm::Sha256, tHex).value_or(tuf::Hash());
+}
+
 QString targetPath(const QString& pRepository, const QString& pName, const QJsonObject& pTarget)
 {
-    const QString tHash = pTarget[QLatin1String("hashes")].toObject()[QLatin1String("sha256")].toString();
-    return QStringLiteral("%1/%2.%3").arg(targetsFolder(pRepository), tHash, pName);
+    return QStringLiteral("%1/%2.%3")
+        .arg(targetsFolder(pRepository), QString::fromLatin1(statedHash(pTarget).toHex()), pName);
 }
 
 bool isInside(const QString& pPath, const QString& pFolder)

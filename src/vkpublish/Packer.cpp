@@ -1,6 +1,7 @@
 #include "Packer.h"
 
 #include "os/FileSystem.h"
+#include "tuf/Hashes.h"
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -82,7 +83,7 @@ private:
     int mFd = -1;
     bool mFinished = false;
     qint64 mLength = 0;
-    tuf::Hasher mHasher{{QStringLiteral("sha256")}};
+    tuf::Hasher mHasher{tuf::HashAlgorithm::Sha256};
 };
 
 class Packer

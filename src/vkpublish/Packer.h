@@ -2,7 +2,7 @@
 
 #include "FolderScan.h"
 
-#include "tuf/Hashes.h"
+#include "tuf/Hash.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QString>
@@ -18,7 +18,7 @@ namespace tarn::vkpublish {
 struct PackResult
 {
     qint64 mLength = 0; // bytes of the archive
-    tuf::HashMap mHashes;
+    tuf::HashList mHashes;
     qint64 mInstalledSize = 0; // bytes of the files in it
 };
 

@@ -24,11 +24,8 @@ constexpr qint64 sMaxMetadata = 16 * 1024 * 1024;
 // pStated: "length" and "hashes", as metadata states them.
 bool isAsStated(const QString& pPath, const QJsonObject& pStated)
 {
-    const QByteArray tHash =
-        pStated[QLatin1String("hashes")].toObject()[QLatin1String("sha256")].toString().toLatin1();
     QString tReason;
-    return fileMatches(pPath, pStated[QLatin1String("length")].toInteger(),
-                       {{QStringLiteral("sha256"), tHash}}, &tReason);
+    return fileMatches(pPath, pStated[QLatin1String("length")].toInteger(), {statedHash(pStated)}, &tReason);
 }
 
 } // namespace

@@ -128,8 +128,8 @@ bool checkExecutables(const PackageInfo& pInfo, const std::vector<FolderEntry>& 
 QJsonObject targetOf(const PackResult& pPacked, const PackageInfo& pInfo)
 {
     QJsonObject tHashes;
-    for (auto tIt = pPacked.mHashes.begin(); tIt != pPacked.mHashes.end(); ++tIt) {
-        tHashes.insert(tIt.key(), QString::fromLatin1(tIt.value()));
+    for (const tuf::Hash& tHash : pPacked.mHashes) {
+        tHashes.insert(tuf::hashAlgorithmName(tHash.algorithm()), QString::fromLatin1(tHash.toHex()));
     }
     return QJsonObject{{QStringLiteral("length"), pPacked.mLength},
                        {QStringLiteral("hashes"), tHashes},

@@ -75,7 +75,7 @@ Record recordFrom(const QJsonObject& pFrom)
 QJsonObject packageObject(const InstalledPackage& pPackage)
 {
     return {{QStringLiteral("info"), pPackage.mInfo.toJson()},
-            {QStringLiteral("hash"), pPackage.mHash},
+            {QStringLiteral("hash"), QString::fromLatin1(pPackage.mHash.toHex())},
             {QStringLiteral("folder"), pPackage.mFolder},
             {QStringLiteral("parent"), textValue(pPackage.mParent)}};
 }
@@ -85,13 +85,14 @@ bool packageFrom(const QJsonObject& pFrom, InstalledPackage* pTo, QString* pErro
     if (!PackageInfo::fromJson(pFrom.value(QLatin1String("info")).toObject(), &pTo->mInfo, pError)) {
         return false;
     }
-    pTo->mHash = pFrom.value(QLatin1String("hash")).toString();
+    const auto tHash = tuf::Hash::fromHex(pFrom.value(QLatin1String("hash")).toString());
     pTo->mFolder = pFrom.value(QLatin1String("folder")).toString();
     pTo->mParent = pFrom.value(QLatin1String("parent")).toString();
-    if (pTo->mHash.isEmpty() || pTo->mFolder.isEmpty()) {
-        *pError = QStringLiteral("the package %1 has no folder").arg(pTo->mInfo.mName);
+    if (!tHash || pTo->mFolder.isEmpty()) {
+        *pError = QStringLiteral("the package %1 has no hash or no folder").arg(pTo->mInfo.mName);
         return false;
     }
+    pTo->mHash = *tHash;
     return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include "packages/PackageInfo.h"
 #include "sqlite/InstallLogStore.h"
+#include "tuf/Hash.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
@@ -13,7 +14,7 @@ namespace tarn::vkservice::packages {
 struct InstalledPackage
 {
     PackageInfo mInfo;
-    QString mHash;   // lower-case hex, of the archive it came from
+    tuf::Hash mHash; // of the archive it came from
     QString mFolder; // as PackageFolders::folder
     QString mParent; // null for a package of the top level
 };

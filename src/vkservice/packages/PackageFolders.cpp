@@ -6,11 +6,12 @@ namespace tarn::vkservice::packages {
 
 namespace {
 
-constexpr int sHashLength = 16;
+constexpr int sHashDigits = 16;
 
-QString versionFolder(const PackageInfo& pInfo, const QString& pHash)
+QString versionFolder(const PackageInfo& pInfo, const tuf::Hash& pHash)
 {
-    return QStringLiteral("%1-%2").arg(pInfo.mVersion.version().toString(), pHash.left(sHashLength));
+    return QStringLiteral("%1-%2").arg(pInfo.mVersion.version().toString(),
+                                       QString::fromLatin1(pHash.toHex().left(sHashDigits)));
 }
 
 } // namespace
@@ -36,13 +37,13 @@ QString PackageFolders::stagingDir(const QString& pRoot) const
     return pRoot + QStringLiteral("/.staging");
 }
 
-QString PackageFolders::stagingFolder(const PackageInfo& pInfo, const QString& pHash) const
+QString PackageFolders::stagingFolder(const PackageInfo& pInfo, const tuf::Hash& pHash) const
 {
     return QStringLiteral("%1/%2-%3")
         .arg(stagingDir(root(pInfo.mKind)), pInfo.mName, versionFolder(pInfo, pHash));
 }
 
-QString PackageFolders::folder(const PackageInfo& pInfo, const QString& pHash) const
+QString PackageFolders::folder(const PackageInfo& pInfo, const tuf::Hash& pHash) const
 {
     const QString tBelow = QStringLiteral("packages/%1/%2").arg(pInfo.mName, versionFolder(pInfo, pHash));
     const QString& tRoot = root(pInfo.mKind);

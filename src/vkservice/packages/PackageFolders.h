@@ -1,6 +1,7 @@
 #pragma once
 
 #include "packages/PackageInfo.h"
+#include "tuf/Hash.h"
 
 #include <QtCore/QString>
 #include <QtCore/QStringList>
@@ -30,10 +31,10 @@ public:
     QString packagesDir(const QString& pRoot) const;
     QString stagingDir(const QString& pRoot) const;
     // Where a package is unpacked, before it is moved to its own folder.
-    QString stagingFolder(const PackageInfo& pInfo, const QString& pHash) const;
+    QString stagingFolder(const PackageInfo& pInfo, const tuf::Hash& pHash) const;
 
     // The package's own folder, in the form of manifests.
-    QString folder(const PackageInfo& pInfo, const QString& pHash) const;
+    QString folder(const PackageInfo& pInfo, const tuf::Hash& pHash) const;
     QString absolute(const QString& pFolder) const;
 
     QString generationsDir() const;

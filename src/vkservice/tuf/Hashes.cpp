@@ -2,53 +2,46 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <array>
 
 namespace tarn::tuf {
 
 struct Hasher::Digest
 {
-    QString mName;
+    HashAlgorithm mAlgorithm;
     std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> mContext{EVP_MD_CTX_new(), EVP_MD_CTX_free};
 };
 
-namespace {
-
-const EVP_MD* algorithm(const QString& pName)
-{
-    if (pName == QLatin1String("sha256")) {
-        return EVP_sha256();
-    }
-    return pName == QLatin1String("sha512") ? EVP_sha512() : nullptr;
-}
-
-} // namespace
-
-QStringList hashAlgorithms()
-{
-    return {QStringLiteral("sha256"), QStringLiteral("sha512")};
-}
-
 QByteArray sha256(QByteArrayView pData)
 {
-    Hasher tHasher({QStringLiteral("sha256")});
+    Hasher tHasher(HashAlgorithm::Sha256);
     tHasher.add(pData);
-    return tHasher.result().first();
+    return namingHash(tHasher.result()).toHex();
 }
 
-Hasher::Hasher(const QStringList& pAlgorithms)
+Hasher::Hasher(HashAlgorithm pAlgorithm)
 {
-    for (const QString& tName : pAlgorithms) {
-        if (const EVP_MD* tAlgorithm = algorithm(tName)) {
-            auto tDigest = std::make_unique<Digest>();
-            tDigest->mName = tName;
-            EVP_DigestInit_ex(tDigest->mContext.get(), tAlgorithm, nullptr);
-            mDigests.push_back(std::move(tDigest));
-        }
+    addAlgorithm(pAlgorithm);
+}
+
+Hasher::Hasher(const HashList& pExpected)
+{
+    for (const Hash& tHash : pExpected) {
+        addAlgorithm(tHash.algorithm());
     }
 }
 
 Hasher::~Hasher() = default;
+
+void Hasher::addAlgorithm(HashAlgorithm pAlgorithm)
+{
+    auto tDigest = std::make_unique<Digest>();
+    tDigest->mAlgorithm = pAlgorithm;
+    EVP_DigestInit_ex(tDigest->mContext.get(),
+                      pAlgorithm == HashAlgorithm::Sha256 ? EVP_sha256() : EVP_sha512(), nullptr);
+    mDigests.push_back(std::move(tDigest));
+}
 
 void Hasher::add(QByteArrayView pData)
 {
@@ -57,36 +50,31 @@ void Hasher::add(QByteArrayView pData)
     }
 }
 
-HashMap Hasher::result()
+HashList Hasher::result()
 {
-    HashMap tResult;
+    HashList tResult;
     for (const auto& tDigest : mDigests) {
         std::array<unsigned char, EVP_MAX_MD_SIZE> tBytes{};
         unsigned int tLength = 0;
         EVP_DigestFinal_ex(tDigest->mContext.get(), tBytes.data(), &tLength);
-        tResult.insert(tDigest->mName,
-                       QByteArray(reinterpret_cast<const char*>(tBytes.data()), tLength).toHex());
+        const QByteArrayView tView(tBytes.data(), static_cast<qsizetype>(tLength));
+        if (const auto tHash = Hash::fromBytes(tDigest->mAlgorithm, tView)) {
+            tResult.append(*tHash);
+        }
     }
     return tResult;
 }
 
-bool hashesAgree(const HashMap& pSigned, const HashMap& pComputed)
+bool hashesAgree(const HashList& pSigned, const HashList& pComputed)
 {
-    bool tAny = false;
-    for (const QString& tName : hashAlgorithms()) {
-        if (pSigned.contains(tName)) {
-            if (pSigned.value(tName) != pComputed.value(tName)) {
-                return false;
-            }
-            tAny = true;
-        }
-    }
-    return tAny;
+    return !pSigned.isEmpty() && std::all_of(pSigned.begin(), pSigned.end(), [&pComputed](const Hash& pHash) {
+        return pComputed.contains(pHash);
+    });
 }
 
-bool hashesAgree(const HashMap& pSigned, QByteArrayView pData)
+bool hashesAgree(const HashList& pSigned, QByteArrayView pData)
 {
-    Hasher tHasher(pSigned.keys());
+    Hasher tHasher(pSigned);
     tHasher.add(pData);
     return hashesAgree(pSigned, tHasher.result());
 }

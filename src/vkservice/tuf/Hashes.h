@@ -1,20 +1,11 @@
 #pragma once
 
-#include <QtCore/QByteArray>
-#include <QtCore/QByteArrayView>
-#include <QtCore/QMap>
-#include <QtCore/QString>
-#include <QtCore/QStringList>
+#include "tuf/Hash.h"
 
 #include <memory>
 #include <vector>
 
 namespace tarn::tuf {
-
-using HashMap = QMap<QString, QByteArray>; // "sha256" or "sha512" -> lower-case hex
-
-// The names of the algorithms that are known here.
-QStringList hashAlgorithms();
 
 QByteArray sha256(QByteArrayView pData); // lower-case hex
 
@@ -22,23 +13,24 @@ QByteArray sha256(QByteArrayView pData); // lower-case hex
 class Hasher
 {
 public:
-    // Names that aren't known are left out.
-    explicit Hasher(const QStringList& pAlgorithms = hashAlgorithms());
+    explicit Hasher(HashAlgorithm pAlgorithm);
+    // With the algorithms of these hashes, which the result is to be held against.
+    explicit Hasher(const HashList& pExpected);
     ~Hasher();
     Hasher(const Hasher&) = delete;
     Hasher& operator=(const Hasher&) = delete;
 
     void add(QByteArrayView pData);
-    HashMap result(); // ends the computation
+    HashList result(); // ends the computation
 
 private:
     struct Digest;
+    void addAlgorithm(HashAlgorithm pAlgorithm);
     std::vector<std::unique_ptr<Digest>> mDigests;
 };
 
-// True if every signed hash of a known algorithm is among the computed ones, and equal, and there is one at
-// all.
-bool hashesAgree(const HashMap& pSigned, const HashMap& pComputed);
-bool hashesAgree(const HashMap& pSigned, QByteArrayView pData);
+// True if every signed hash is among the computed ones, and there is one at all.
+bool hashesAgree(const HashList& pSigned, const HashList& pComputed);
+bool hashesAgree(const HashList& pSigned, QByteArrayView pData);
 
 } // namespace tarn::tuf

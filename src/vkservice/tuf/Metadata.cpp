@@ -115,15 +115,22 @@ RoleKeys readRoleKeys(const QJsonObject& pRole, JsonReader* pReader)
     return tKeys;
 }
 
-HashMap readHashes(const QJsonObject& pHashes, JsonReader* pReader)
+// Hashes of other algorithms are for others; their text goes no further than here.
+HashList readHashes(const QJsonObject& pHashes, JsonReader* pReader)
 {
-    HashMap tHashes;
+    HashList tHashes;
     for (auto tIt = pHashes.begin(); tIt != pHashes.end(); ++tIt) {
         if (!tIt.value().isString()) {
             pReader->fail(QStringLiteral("a hash is no text"));
         }
-        if (hashAlgorithms().contains(tIt.key())) {
-            tHashes.insert(tIt.key(), tIt.value().toString().toLatin1().toLower());
+        const auto tAlgorithm = hashAlgorithm(tIt.key());
+        if (!tAlgorithm) {
+            continue;
+        }
+        if (const auto tHash = Hash::fromHex(*tAlgorithm, tIt.value().toString())) {
+            tHashes.append(*tHash);
+        } else {
+            pReader->fail(QStringLiteral("a hash is not one of its algorithm"));
         }
     }
     if (tHashes.isEmpty()) {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "tuf/Error.h"
-#include "tuf/Hashes.h"
+#include "tuf/Hash.h"
 #include "tuf/PublicKey.h"
 #include "tuf/TargetFile.h"
 
@@ -59,7 +59,7 @@ struct MetaFile
 {
     qint64 mVersion = 0;
     std::optional<qint64> mLength;
-    HashMap mHashes; // empty: not stated
+    HashList mHashes; // empty: not stated
 };
 
 struct Timestamp : Signed

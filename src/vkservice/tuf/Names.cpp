@@ -27,13 +27,11 @@ QString encodeName(const QString& pName)
     return QString::fromLatin1(QUrl::toPercentEncoding(pName));
 }
 
-QString targetFetchPath(const QString& pPath, const HashMap& pHashes, bool pHashPrefix)
+QString targetFetchPath(const QString& pPath, const HashList& pHashes, bool pHashPrefix)
 {
     QStringList tParts = pPath.split(QLatin1Char('/'));
     if (pHashPrefix) {
-        const QByteArray tHash =
-            pHashes.contains(QStringLiteral("sha256")) ? pHashes[QStringLiteral("sha256")] : pHashes.first();
-        tParts.last().prepend(QString::fromLatin1(tHash) + QLatin1Char('.'));
+        tParts.last().prepend(QString::fromLatin1(namingHash(pHashes).toHex()) + QLatin1Char('.'));
     }
     for (QString& tPart : tParts) {
         tPart = encodePart(tPart);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tuf/Hashes.h"
+#include "tuf/Hash.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
@@ -13,7 +13,7 @@ QString encodeName(const QString& pName);
 // A target's path below the targets folder, percent-encoded part by part. With pHashPrefix the file's hash
 // and a dot stand in front of the last part. Parts that are "." or ".." come out encoded, so that no URL
 // library takes them for folders.
-QString targetFetchPath(const QString& pPath, const HashMap& pHashes, bool pHashPrefix);
+QString targetFetchPath(const QString& pPath, const HashList& pHashes, bool pHashPrefix);
 
 // Whether the name of a delegated role can be used: not empty, not one of the top-level roles, and short
 // enough to be part of a file name.

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QtCore/QByteArray>
+#include "tuf/Hash.h"
+
 #include <QtCore/QJsonObject>
-#include <QtCore/QMap>
 #include <QtCore/QString>
 
 namespace tarn::tuf {
@@ -12,7 +12,7 @@ struct TargetFile
 {
     QString mPath; // as signed; relative, may hold folders
     qint64 mLength = 0;
-    QMap<QString, QByteArray> mHashes; // "sha256" or "sha512" -> lower-case hex; at least one of them
+    HashList mHashes; // at least one
     QJsonObject mCustom;
     // Where to fetch it below the targets folder, percent-encoded: with consistent snapshots its hash stands
     // in front of the file's name. Whoever decodes it must not trust it: a signed path may hold "..".

@@ -1,6 +1,7 @@
 #include "tuf/TrustedSet.h"
 
 #include "tuf/DelegationSearch.h"
+#include "tuf/Hashes.h"
 #include "tuf/Threshold.h"
 
 namespace tarn::tuf {

@@ -45,7 +45,7 @@ Trouble ArchiveFile::open(const os::AbortFlag& pAbort, const std::function<void(
     if (!mFile.isOpen()) {
         return ioTrouble(errno);
     }
-    mHasher = std::make_unique<tuf::Hasher>(mTarget.mHashes.keys());
+    mHasher = std::make_unique<tuf::Hasher>(mTarget.mHashes);
     mReceived = 0;
     mBuffer.clear();
     return hashFound(pAbort, pProgress);

@@ -47,7 +47,7 @@ Trouble Downloads::makeFolder()
 
 QString Downloads::pathOf(const Offer& pOffer) const
 {
-    return mFolder + QLatin1Char('/') + pOffer.hash();
+    return mFolder + QLatin1Char('/') + QString::fromLatin1(pOffer.hash().toHex());
 }
 
 qint64 Downloads::bytesToCome(const Plan& pPlan) const

@@ -126,12 +126,6 @@ Trouble missingRequirement(const PackageInfo& pInfo, const OfferMap& pChosen, co
 
 } // namespace
 
-QString Offer::hash() const
-{
-    const QByteArray tSha256 = mTarget.mHashes.value(QStringLiteral("sha256"));
-    return QString::fromLatin1(tSha256.isEmpty() ? mTarget.mHashes.value(QStringLiteral("sha512")) : tSha256);
-}
-
 PlannedPackage* Plan::find(const QString& pName)
 {
     const auto tIt =

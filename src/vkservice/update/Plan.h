@@ -18,7 +18,7 @@ struct Offer
     tuf::TargetFile mTarget;
 
     // The hash that the package is known by on this machine.
-    QString hash() const;
+    tuf::Hash hash() const { return tuf::namingHash(mTarget.mHashes); }
 };
 
 struct PlannedPackage

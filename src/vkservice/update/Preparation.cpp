@@ -102,7 +102,7 @@ QList<packages::StagedPackage> Preparation::staged(const Plan& pPlan,
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         if (!tPackage.mTrouble) {
             const packages::PackageInfo& tInfo = tPackage.mOffer.mInfo;
-            const QString tHash = tPackage.mOffer.hash();
+            const tuf::Hash tHash = tPackage.mOffer.hash();
             tStaged.append({pFolders.stagingFolder(tInfo, tHash), pFolders.folder(tInfo, tHash)});
         }
     }

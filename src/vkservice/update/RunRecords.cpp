@@ -87,7 +87,7 @@ QList<InstalledPackage> packagesAfter(const packages::Manifest& pBefore, const P
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         if (!tPackage.mTrouble) {
             const PackageInfo& tInfo = tPackage.mOffer.mInfo;
-            const QString tHash = tPackage.mOffer.hash();
+            const tuf::Hash tHash = tPackage.mOffer.hash();
             tAfter.insert(tInfo.mName,
                           {tInfo, tHash, pFolders.folder(tInfo, tHash), pPlan.mParents.value(tInfo.mName)});
         }

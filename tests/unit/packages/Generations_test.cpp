@@ -31,7 +31,7 @@ protected:
         tPackage.mInfo.mName = q(pName);
         tPackage.mInfo.mKind = pKind;
         tPackage.mInfo.mVersion = EnhVersion(Version(pVersion, 0, 0, 0), QDateTime());
-        tPackage.mHash = q("%1").arg(pVersion, 64, 16, QLatin1Char('0'));
+        tPackage.mHash = *tarn::tuf::Hash::fromHex(q("%1").arg(pVersion, 64, 16, QLatin1Char('0')));
         tPackage.mFolder = mFolders->folder(tPackage.mInfo, tPackage.mHash);
         const QString tStaging = mFolders->stagingFolder(tPackage.mInfo, tPackage.mHash);
         QDir().mkpath(tStaging);
@@ -178,7 +178,7 @@ TEST(ManifestTest, KeepsEverything)
     tPackage.mInfo.mVersion =
         EnhVersion(Version(1, 2, 3, 4), QDateTime(QDate(2024, 1, 2), QTime(3, 4), Qt::UTC));
     tPackage.mInfo.mExecutables = QStringList(q("bin/app"));
-    tPackage.mHash = q("ab");
+    tPackage.mHash = *tarn::tuf::Hash::fromHex(QString(128, u'b'));
     tPackage.mFolder = q("packages/app/1");
     tManifest.mPackages = {tPackage};
     tarn::vkcore::InstallLogStore::Record tRecord;
@@ -200,4 +200,9 @@ TEST(ManifestTest, KeepsEverything)
     EXPECT_EQ(tRead.mRecords.first().mParent, tRecord.mParent);
     EXPECT_EQ(tRead.mRecords.first().mTitle, tRecord.mTitle);
     EXPECT_EQ(tRead.mRecords.first().mVersionDate, tRecord.mVersionDate);
+
+    const QByteArray tHash = tPackage.mHash.toHex();
+    for (const QByteArray& tBad : {QByteArray(), QByteArray("../../x"), tHash.toUpper(), tHash + "bb"}) {
+        EXPECT_FALSE(Manifest::fromBytes(tManifest.toBytes().replace(tHash, tBad), &tRead, &tError)) << tBad;
+    }
 }

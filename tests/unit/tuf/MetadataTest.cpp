@@ -75,6 +75,15 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
     const QJsonArray tTwice{q("a"), q("a")};
     const QJsonObject tSignature{{q("keyid"), q("a")}, {q("sig"), q("00")}};
     const qint64 tLast = std::numeric_limits<qint64>::max();
+    const QList<QJsonValue> tNoHashes{q(""),
+                                      q("../../../etc/passwd"),
+                                      q("../") + QString(61, u'a'),
+                                      QString(63, u'a'),
+                                      QString(66, u'a'),
+                                      QString(64, u'A'),
+                                      QString(64, u'g'),
+                                      QString(64, u'\0'),
+                                      QString(64, QChar(0xff11))};
     const QByteArray tLongTarget = "signed/targets/" + QByteArray(4097, 'x');
     const struct
     {
@@ -110,20 +119,23 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
         {"timestamp",
          "signed/meta/snapshot.json/hashes",
          {QJsonObject(), 1, QJsonObject{{q("md5"), q("00")}}, QJsonObject{{q("sha256"), 1}}}},
+        {"timestamp", "signed/meta/snapshot.json/hashes/sha256", tNoHashes},
         {"snapshot", "signed/meta/targets.json", {QJsonValue::Undefined, 1, QJsonObject()}},
         {"snapshot", "signed/meta/other.json", {1, QJsonObject()}},
         {"targets", "signed/targets", {QJsonValue::Undefined, QJsonArray()}},
         {"targets",
          "signed/targets/",
-         {QJsonObject{{q("length"), 1}, {q("hashes"), QJsonObject{{q("sha256"), q("0")}}}}}},
+         {QJsonObject{{q("length"), 1}, {q("hashes"), QJsonObject{{q("sha256"), QString(64, u'0')}}}}}},
         {"targets",
          tLongTarget.constData(),
-         {QJsonObject{{q("length"), 1}, {q("hashes"), QJsonObject{{q("sha256"), q("0")}}}}}},
+         {QJsonObject{{q("length"), 1}, {q("hashes"), QJsonObject{{q("sha256"), QString(64, u'0')}}}}}},
         {"targets", "signed/targets/hello", {1, QJsonObject()}},
         {"targets", "signed/targets/hello/length", {QJsonValue::Undefined, -1, 1.5, q("1")}},
         {"targets",
          "signed/targets/hello/hashes",
          {QJsonValue::Undefined, QJsonObject(), QJsonObject{{q("x"), q("0")}}}},
+        {"targets", "signed/targets/hello/hashes/sha256", tNoHashes},
+        {"targets", "signed/targets/hello/hashes/sha512", {QString(64, u'a'), QString(127, u'a')}},
         {"targets", "signed/targets/hello/custom", {1, QJsonArray(), 1.5}},
         {"targets", "signed/delegations", {1, QJsonObject()}},
         {"targets", "signed/delegations/keys", {QJsonValue::Undefined, 1}},
@@ -173,7 +185,8 @@ TEST_F(MetadataTest, WhatIsNotKnownIsPassedOver)
         {"timestamp", "signed/meta/other.json", 1},
         {"timestamp", "signed/meta/snapshot.json/hashes", QJsonValue::Undefined},
         {"snapshot", "signed/meta/no-metadata", QJsonObject{{q("version"), 1}}},
-        {"targets", "signed/targets/hello/hashes/new", q("00")},
+        {"targets", "signed/targets/hello/hashes/new", q("../../x")},
+        {"targets", "signed/targets/hello/hashes/sha512", QString(128, u'0')},
         {"targets", "signed/delegations", QJsonValue::Undefined},
     };
     for (const auto& tCase : sCases) {

@@ -67,6 +67,7 @@ std::string shown(const Plan& pPlan)
 struct PlanTest
 {
     packages::PackageFolders mFolders{q("/opt/x"), q("/srv/data")};
+    tarn::tuf::Hash mHash;
 
     Plan plan(const char* pOffers, const char* pInstalled, const char* pDataDir = "/srv/data") const
     {
@@ -75,15 +76,14 @@ struct PlanTest
         for (const PackageInfo& tInfo : tInfos) {
             tarn::tuf::TargetFile tTarget;
             tTarget.mPath = archiveName(tInfo);
-            tTarget.mHashes.insert(q("sha256"), QByteArray(64, 'a'));
+            tTarget.mHashes.append(mHash);
             tOffers.append({tInfo, tTarget});
         }
         const packages::PackageFolders tBefore(q("/opt/x"), q(pDataDir));
         packages::Manifest tManifest;
         const QList<PackageInfo> tInstalled = parseAll(pInstalled);
         for (const PackageInfo& tInfo : tInstalled) {
-            const QString tHash(64, u'a');
-            tManifest.mPackages.append({tInfo, tHash, tBefore.folder(tInfo, tHash), QString()});
+            tManifest.mPackages.append({tInfo, mHash, tBefore.folder(tInfo, mHash), QString()});
         }
         return makePlan(tOffers, tManifest, mFolders, {q("en"), q("de")});
     }

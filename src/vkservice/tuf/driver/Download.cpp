@@ -18,7 +18,7 @@ bool isThere(const QString& pPath, const TargetFile& pTarget)
     if (!tFile.open(QIODevice::ReadOnly) || tFile.size() != pTarget.mLength) {
         return false;
     }
-    Hasher tHasher(pTarget.mHashes.keys());
+    Hasher tHasher(pTarget.mHashes);
     for (QByteArray tBytes = tFile.read(sPiece); !tBytes.isEmpty(); tBytes = tFile.read(sPiece)) {
         tHasher.add(tBytes);
     }
@@ -44,7 +44,7 @@ Error downloadTarget(HttpClient& pClient, const QString& pBaseUrl, const TargetF
         return Error{ErrorKind::Local,
                      QStringLiteral("%1 can't be written: %2").arg(tPath, tFile.errorString())};
     }
-    Hasher tHasher(pTarget.mHashes.keys());
+    Hasher tHasher(pTarget.mHashes);
     qint64 tLength = 0;
     const Error tError =
         pClient.get(joinUrl(pBaseUrl, pTarget.mFetchPath), pTarget.mLength, [&](QByteArrayView pPiece) {
