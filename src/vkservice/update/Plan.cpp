@@ -1,5 +1,6 @@
 #include "update/Plan.h"
 
+#include <QtCore/QHash>
 #include <QtCore/QSet>
 
 #include <algorithm>
@@ -124,6 +125,80 @@ Trouble missingRequirement(const PackageInfo& pInfo, const OfferMap& pChosen, co
     return {};
 }
 
+// Spreads troubles from package to package, each of which is looked at once.
+class Spread
+{
+public:
+    explicit Spread(Plan* pPlan) : mPlan(pPlan)
+    {
+        QList<PlannedPackage>& tPackages = pPlan->mPackages;
+        for (qsizetype i = 0; i < tPackages.size(); ++i) {
+            mIndexes.insert(tPackages[i].name(), i);
+        }
+        for (const PlannedPackage& tPackage : tPackages) {
+            for (const QString& tName : requirements(tPackage)) {
+                mDependents[tName].append(mIndexes.value(tPackage.name()));
+            }
+        }
+        for (auto tIt = mDependents.cbegin(); tIt != mDependents.cend(); ++tIt) {
+            mSound.insert(tIt.key(), tIt->size());
+        }
+    }
+
+    void run()
+    {
+        for (qsizetype i = 0; i < mPlan->mPackages.size(); ++i) {
+            if (mPlan->mPackages[i].mTrouble) {
+                mToDo.append(i);
+            }
+        }
+        for (qsizetype i = 0; i < mToDo.size(); ++i) {
+            spreadFrom(mPlan->mPackages[mToDo[i]]);
+        }
+    }
+
+private:
+    // Those that are in the plan, each once.
+    QSet<QString> requirements(const PlannedPackage& pPackage) const
+    {
+        QSet<QString> tNames;
+        for (const QString& tName : pPackage.mOffer.mInfo.mRequires) {
+            if (mIndexes.contains(tName)) {
+                tNames.insert(tName);
+            }
+        }
+        return tNames;
+    }
+
+    void spreadFrom(const PlannedPackage& pFailed)
+    {
+        for (const qsizetype tIndex : mDependents.value(pFailed.name())) {
+            fail(tIndex, pFailed, QStringLiteral("It requires the package %1, which could not be updated"));
+        }
+        for (const QString& tName : requirements(pFailed)) {
+            if (--mSound[tName] == 0 && mPlan->mParents.contains(tName)) {
+                fail(mIndexes.value(tName), pFailed,
+                     QStringLiteral("It comes along with the package %1, which could not be updated"));
+            }
+        }
+    }
+
+    void fail(qsizetype pIndex, const PlannedPackage& pCause, const QString& pText)
+    {
+        Trouble& tTrouble = mPlan->mPackages[pIndex].mTrouble;
+        if (!tTrouble) {
+            tTrouble = {pCause.mTrouble.mKind, pText.arg(pCause.name())};
+            mToDo.append(pIndex);
+        }
+    }
+
+    Plan* mPlan;
+    QHash<QString, qsizetype> mIndexes;
+    QHash<QString, QList<qsizetype>> mDependents; // by what they require
+    QHash<QString, qsizetype> mSound;             // how many of these have no trouble
+    QList<qsizetype> mToDo;
+};
+
 } // namespace
 
 PlannedPackage* Plan::find(const QString& pName)
@@ -143,39 +218,7 @@ int Plan::failedCount() const
 
 void Plan::spreadTroubles()
 {
-    const auto tFailedOf = [this](const PlannedPackage& pPackage) -> Trouble {
-        for (const QString& tName : pPackage.mOffer.mInfo.mRequires) {
-            if (const PlannedPackage* tRequired = find(tName); tRequired != nullptr && tRequired->mTrouble) {
-                return {tRequired->mTrouble.mKind,
-                        QStringLiteral("It requires the package %1, which could not be updated").arg(tName)};
-            }
-        }
-        if (!mParents.contains(pPackage.name())) {
-            return {};
-        }
-        Trouble tTrouble;
-        for (const PlannedPackage& tOther : mPackages) {
-            if (!tOther.mOffer.mInfo.mRequires.contains(pPackage.name())) {
-                continue;
-            }
-            if (!tOther.mTrouble) {
-                return {};
-            }
-            tTrouble = {tOther.mTrouble.mKind,
-                        QStringLiteral("It comes along with the package %1, which could not be updated")
-                            .arg(tOther.name())};
-        }
-        return tTrouble;
-    };
-    for (bool tChanged = true; tChanged;) {
-        tChanged = false;
-        for (PlannedPackage& tPackage : mPackages) {
-            if (!tPackage.mTrouble) {
-                tPackage.mTrouble = tFailedOf(tPackage);
-                tChanged = tChanged || tPackage.mTrouble;
-            }
-        }
-    }
+    Spread(this).run();
 }
 
 Plan makePlan(const QList<Offer>& pOffers, const Manifest& pInstalled, const PackageFolders& pFolders,

@@ -1,5 +1,6 @@
 #include "update/RunRecords.h"
 
+#include <QtCore/QHash>
 #include <QtCore/QSet>
 
 #include <algorithm>
@@ -35,14 +36,19 @@ QSet<QString> parentsOfUpdated(const Plan& pPlan)
             tToDo.append(tPackage.name());
         }
     }
+    QHash<QString, QStringList> tParents;
+    for (const PackageInfo& tInfo : pPlan.mChosen) {
+        for (const QString& tChild : tInfo.mRequires) {
+            tParents[tChild].append(tInfo.mName);
+        }
+    }
     QSet<QString> tFound;
     while (!tToDo.isEmpty()) {
-        const QString tChild = tToDo.takeFirst();
-        for (const PackageInfo& tInfo : pPlan.mChosen) {
-            if (tInfo.mRequires.contains(tChild) && !tFound.contains(tInfo.mName) &&
-                !tPlanned.contains(tInfo.mName)) {
-                tFound.insert(tInfo.mName);
-                tToDo.append(tInfo.mName);
+        const QStringList tAbove = tParents.value(tToDo.takeFirst());
+        for (const QString& tName : tAbove) {
+            if (!tFound.contains(tName) && !tPlanned.contains(tName)) {
+                tFound.insert(tName);
+                tToDo.append(tName);
             }
         }
     }
