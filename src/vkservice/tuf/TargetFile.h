@@ -17,6 +17,9 @@ struct TargetFile
     // Where to fetch it below the targets folder, percent-encoded: with consistent snapshots its hash stands
     // in front of the file's name. Whoever decodes it must not trust it: a signed path may hold "..".
     QString mFetchPath;
+    QString mRole; // that it is taken from
+    // The place of that role in a search of all roles: 0 is the top-level role "targets".
+    int mRoleRank = 0;
 };
 
 } // namespace tarn::tuf

@@ -34,7 +34,7 @@ public:
 
     Error fetch(const QString& pName, qint64 pMaxLength, QByteArray* pTo);
     Error fetchVersioned(const QString& pRole, const MetaFile& pMeta, qint64 pLimit, QByteArray* pTo);
-    TargetFile complete(TargetFile pTarget) const;
+    TargetFile complete(TargetFile pTarget, const QString& pRole) const;
 
     MetadataStore mStore;
     Fetcher& mFetcher;
@@ -201,8 +201,9 @@ Error Updater::Private::updateTargets(const QString& pRole, const QString& pDele
     return tError ? tError : mStore.save(pRole, tFile);
 }
 
-TargetFile Updater::Private::complete(TargetFile pTarget) const
+TargetFile Updater::Private::complete(TargetFile pTarget, const QString& pRole) const
 {
+    pTarget.mRole = pRole;
     pTarget.mFetchPath =
         targetFetchPath(pTarget.mPath, pTarget.mHashes, mTrusted.root()->mConsistentSnapshot);
     return pTarget;
@@ -225,7 +226,7 @@ Error Updater::Private::find(const QString& pPath, std::optional<TargetFile>* pT
         const Targets* tTargets = mTrusted.targets(tRole);
         const auto tFound = tTargets->mTargets.constFind(pPath);
         if (tFound != tTargets->mTargets.constEnd()) {
-            *pTo = complete(*tFound);
+            *pTo = complete(*tFound, tRole);
             return Error();
         }
         const QList<RoleChoice> tChoices = rolesForTarget(tTargets->mDelegations, pPath);
@@ -239,6 +240,7 @@ Error Updater::Private::find(const QString& pPath, std::optional<TargetFile>* pT
     return Error();
 }
 
+// In the order of find, as if every role could have what is searched for.
 Error Updater::Private::loadAllRoles(QStringList* pRoles)
 {
     QList<std::pair<QString, QString>> tToVisit{{sTargets, sRoot}};
@@ -258,8 +260,8 @@ Error Updater::Private::loadAllRoles(QStringList* pRoles)
         pRoles->append(tRole);
         const QStringList tNames =
             delegatedRoleNames(mTrusted.targets(tRole)->mDelegations, mLimits.mMaxDelegations + 1);
-        for (const QString& tName : tNames) {
-            tToVisit.append({tName, tRole});
+        for (auto tIt = tNames.crbegin(); tIt != tNames.crend(); ++tIt) {
+            tToVisit.append({*tIt, tRole});
         }
     }
     return Error();
@@ -283,6 +285,7 @@ Error Updater::Private::all(QList<TargetFile>* pTo)
             return tError;
         }
         if (tTarget) {
+            tTarget->mRoleRank = static_cast<int>(tRoles.indexOf(tTarget->mRole));
             pTo->append(*tTarget);
         }
     }

@@ -63,7 +63,8 @@ public:
 
     // Searches the target roles, fetching delegated ones as they come up. No value and no error: not offered.
     Error findTarget(const QString& pPath, std::optional<TargetFile>* pTo);
-    // Every target of every role, each from the role that findTarget would take it from.
+    // Every target of every role, each from the role that findTarget would take it from, with that role's
+    // rank.
     Error allTargets(QList<TargetFile>* pTo);
 
 private:

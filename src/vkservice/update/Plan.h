@@ -2,7 +2,7 @@
 
 #include "packages/Manifest.h"
 #include "packages/PackageFolders.h"
-#include "tuf/Updater.h"
+#include "update/Offers.h"
 #include "update/Trouble.h"
 
 #include <QtCore/QList>
@@ -10,16 +10,6 @@
 #include <QtCore/QString>
 
 namespace tarn::vkservice::update {
-
-// A package as a server offers it.
-struct Offer
-{
-    packages::PackageInfo mInfo;
-    tuf::TargetFile mTarget;
-
-    // The hash that the package is known by on this machine.
-    tuf::Hash hash() const { return tuf::namingHash(mTarget.mHashes); }
-};
 
 struct PlannedPackage
 {

@@ -121,7 +121,7 @@ Trouble Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pA
         return tTrouble;
     }
     for (const QString& tWarning : tWarnings) {
-        warn(QStringLiteral("The server %1 offers something that is no usable package. %2")
+        warn(QStringLiteral("The server %1 offers what is not a usable package. %2")
                  .arg(tSession->label(), tWarning));
     }
     (*pAttempt)->mPlan = makePlan(tSession->offers(), mWorkplace.installed(), mWorkplace.folders(),

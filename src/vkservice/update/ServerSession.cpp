@@ -1,7 +1,6 @@
 #include "update/ServerSession.h"
 
 #include "os/AbortFlag.h"
-#include "packages/PackageInfo.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QUrl>
@@ -28,20 +27,6 @@ tuf::ErrorKind tufKind(Trouble::Kind pKind)
     default:
         return tuf::ErrorKind::Unreachable;
     }
-}
-
-bool readOffer(const tuf::TargetFile& pTarget, Offer* pOffer, QStringList* pWarnings)
-{
-    if (pTarget.mCustom.isEmpty()) {
-        return false; // a file for somebody else
-    }
-    QString tReason;
-    if (!packages::PackageInfo::fromJson(pTarget.mCustom, &pOffer->mInfo, &tReason)) {
-        pWarnings->append(QStringLiteral("%1: %2").arg(pTarget.mPath, tReason));
-        return false;
-    }
-    pOffer->mTarget = pTarget;
-    return true;
 }
 
 } // namespace
@@ -154,11 +139,7 @@ Trouble ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings
     if (tError) {
         return Trouble::from(tError);
     }
-    for (const tuf::TargetFile& tTarget : tTargets) {
-        if (Offer tOffer; readOffer(tTarget, &tOffer, pWarnings)) {
-            mOffers.append(tOffer);
-        }
-    }
+    mOffers = usableOffers(tTargets, pWarnings);
     mTimestamp = pFetcher.timestamp();
     mTimestampValidators = pFetcher.validators();
     return {};

@@ -216,6 +216,30 @@ TEST_F(DelegationTest, EveryDelegatorChecksTheRoleForItself)
     EXPECT_EQ(mUpdater->allTargets(&tAll).mKind, ErrorKind::Untrusted);
 }
 
+TEST_F(DelegationTest, RanksRolesInTheOrderOfTheSearch)
+{
+    const char* const tEdges[] = {"targets B", "targets A", "B D", "B C", "A C", "C B"};
+    for (const char* tEdge : tEdges) {
+        mRepository.delegate(words(tEdge)[0], words(tEdge)[1], {q("*")});
+    }
+    for (const QString& tRole : words("A B C D targets")) {
+        mRepository.mRoles[tRole].mTargets = {{q("in ") + tRole, "Content"}};
+        if (tRole != sTargetsRole) {
+            mRepository.publishTargets(tRole);
+        }
+    }
+    mRepository.publish();
+    ASSERT_FALSE(refresh());
+    QList<TargetFile> tAll;
+    EXPECT_GOOD(mUpdater->allTargets(&tAll));
+    QMap<int, QString> tRanks;
+    for (const TargetFile& tTarget : tAll) {
+        EXPECT_EQ(tTarget.mPath, q("in ") + tTarget.mRole);
+        tRanks.insert(tTarget.mRoleRank, tTarget.mRole);
+    }
+    EXPECT_EQ(tRanks.values(), words("targets B D C A"));
+}
+
 TEST_F(DelegationTest, ADelegatedRoleIsHeldToTheSnapshot)
 {
     mRepository.delegate(sTargetsRole, q("A"), {q("*")});

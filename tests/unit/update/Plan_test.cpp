@@ -3,6 +3,7 @@
 #include "update/RunRecords.h"
 #include "update/RunTexts.h"
 
+#include <QtCore/QSet>
 #include <QtCore/QStringList>
 
 using namespace tarn::vkservice;
@@ -159,4 +160,116 @@ TEST(PlanTest, WritesARecordForEachPackage)
               "top child_packages_updated <");
     EXPECT_EQ(failedPackagesCode(tPlan), ResultVerificationFailed);
     EXPECT_TRUE(failedPackagesText(tPlan).contains(q("1 of 3 packages"))) << failedPackagesText(tPlan);
+}
+
+// "rank folder/ name version", with "as=FILE" for another file name and "broken" for what can't be read.
+TEST(OffersTest, ANameBelongsToTheFirstRoleThatListsIt)
+{
+    const struct
+    {
+        const char* mName;
+        const char* mTargets;
+        const char* mOffers; // versions go with the places of their targets
+        qsizetype mWarnings;
+    } tCases[] = {
+        {"one role", "0 / a 1; 0 / a 2; 0 x/ b 3", "a 1; a 2; b 3", 0},
+        {"a delegated role with names of its own", "0 / a 1; 1 v/ b 2", "a 1; b 2", 0},
+        {"a delegated role that wants a name of the top", "1 v/ a 9; 0 / a 1", "a 1", 1},
+        {"two delegated roles", "2 w/ a 9; 1 v/ a 1; 2 w/ b 5", "a 1; b 5", 1},
+        {"a name that its role no longer offers", "1 v/ a 9; 1 v/ b 1", "a 9; b 1", 0},
+        {"a name of which its role offers nothing usable", "0 / a 1 broken; 1 v/ a 9", "", 2},
+        {"a name of which its role offers a wrong file", "0 / a 1 as=other.tar.zst; 1 v/ a 9", "", 2},
+        {"the file of another package", "0 / a 1 as=b-1.0.0.0.tar.zst; 0 / b 1", "b 1", 1},
+        {"the file of another version", "0 / a 9 as=a-1.0.0.0.tar.zst", "", 1},
+    };
+    for (const auto& tCase : tCases) {
+        QList<tarn::tuf::TargetFile> tTargets;
+        for (const QString& tText : q(tCase.mTargets).split(u';')) {
+            const QStringList tWords = tText.split(u' ', Qt::SkipEmptyParts);
+            const PackageInfo tInfo = parse(tWords.mid(2).join(u' '));
+            tarn::tuf::TargetFile tTarget;
+            tTarget.mPath = tWords[1] + tText.section(q("as="), 1);
+            tTarget.mPath += tText.contains(q("as=")) ? QString() : archiveName(tInfo);
+            tTarget.mCustom = tInfo.toJson();
+            if (tText.contains(q("broken"))) {
+                tTarget.mCustom.remove(q("kind"));
+            }
+            tTarget.mRoleRank = tWords[0].toInt();
+            tTargets.append(tTarget);
+        }
+        QStringList tWarnings;
+        QStringList tOffers;
+        for (const Offer& tOffer : usableOffers(tTargets, &tWarnings)) {
+            const QString tVersion = tOffer.mInfo.mVersion.version().toTarnAppFormat();
+            tOffers.append(tOffer.mInfo.mName + u' ' + tVersion.section(u'.', 0, 0));
+        }
+        tOffers.sort();
+        EXPECT_EQ(tOffers.join(q("; ")).toStdString(), tCase.mOffers) << tCase.mName;
+        EXPECT_EQ(tWarnings.size(), tCase.mWarnings) << tCase.mName << ": " << tWarnings.join(u'|');
+    }
+}
+
+// What has trouble in the end, by going over the whole plan until nothing changes.
+QSet<QString> failedByTheRule(const Plan& pPlan)
+{
+    QSet<QString> tFailed;
+    for (qsizetype tBefore = -1; tBefore != tFailed.size();) {
+        tBefore = tFailed.size();
+        for (const PlannedPackage& tPackage : pPlan.mPackages) {
+            bool tFails = static_cast<bool>(tPackage.mTrouble);
+            bool tIsNeeded = !pPlan.mParents.contains(tPackage.name());
+            bool tHasDependents = false;
+            for (const PlannedPackage& tOther : pPlan.mPackages) {
+                tFails = tFails || (tPackage.mOffer.mInfo.mRequires.contains(tOther.name()) &&
+                                    tFailed.contains(tOther.name()));
+                if (tOther.mOffer.mInfo.mRequires.contains(tPackage.name())) {
+                    tHasDependents = true;
+                    tIsNeeded = tIsNeeded || !tFailed.contains(tOther.name());
+                }
+            }
+            if (tFails || (tHasDependents && !tIsNeeded)) {
+                tFailed.insert(tPackage.name());
+            }
+        }
+    }
+    return tFailed;
+}
+
+TEST(PlanTest, SpreadsTroublesByTheRuleAndThroughLongChains)
+{
+    quint32 tState = 1;
+    const auto tRandom = [&tState](quint32 pBelow) {
+        tState = tState * 1664525 + 1013904223;
+        return (tState >> 16) % pBelow;
+    };
+    for (int tRound = 0; tRound < 500; ++tRound) {
+        QStringList tOffers;
+        const quint32 tCount = 2 + tRandom(9);
+        for (quint32 i = 0; i < tCount; ++i) {
+            QStringList tRequires;
+            for (quint32 j = tRandom(3); j > 0; --j) {
+                tRequires.append(q("p%1").arg(tRandom(tCount)));
+            }
+            tOffers.append(q("p%1 1").arg(i) +
+                           (tRequires.isEmpty() ? QString() : q(" req=") + tRequires.join(u',')));
+        }
+        Plan tPlan = PlanTest().plan(tOffers.join(u';').toUtf8(), "");
+        for (quint32 i = tRandom(3); i > 0; --i) {
+            tPlan.mPackages[tRandom(tCount)].mTrouble = {Trouble::Kind::Failed, q("It is bad")};
+        }
+        const QSet<QString> tExpected = failedByTheRule(tPlan);
+        tPlan.spreadTroubles();
+        for (const PlannedPackage& tPackage : tPlan.mPackages) {
+            EXPECT_EQ(static_cast<bool>(tPackage.mTrouble), tExpected.contains(tPackage.name()))
+                << tPackage.name() << " of " << tOffers.join(u';');
+        }
+    }
+
+    QStringList tChain;
+    for (int i = 0; i < 20000; ++i) {
+        tChain.append(q("p%1 1 req=p%2").arg(i).arg(i + 1));
+    }
+    const Plan tPlan = PlanTest().plan(tChain.join(u';').toUtf8(), "");
+    EXPECT_EQ(tPlan.failedCount(), 20000);
+    EXPECT_EQ(runRecords(tPlan).size(), 20000);
 }

@@ -1,0 +1,80 @@
+#include "update/Offers.h"
+
+#include <QtCore/QHash>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+using tuf::TargetFile;
+
+constexpr qsizetype sMaxWarnings = 20;
+
+// What the target claims to be, also where it is of no use.
+QString claimedName(const TargetFile& pTarget)
+{
+    return pTarget.mCustom.value(QLatin1String("name")).toString();
+}
+
+using OwnerMap = QHash<QString, const TargetFile*>; // package name -> a target of the role that has it
+
+OwnerMap findOwners(const QList<TargetFile>& pTargets)
+{
+    OwnerMap tOwners;
+    for (const TargetFile& tTarget : pTargets) {
+        const TargetFile*& tOwner = tOwners[claimedName(tTarget)];
+        if (tOwner == nullptr || tTarget.mRoleRank < tOwner->mRoleRank) {
+            tOwner = &tTarget;
+        }
+    }
+    return tOwners;
+}
+
+// Null, or why the target is not a package to install.
+QString readOffer(const TargetFile& pTarget, const OwnerMap& pOwners, Offer* pOffer)
+{
+    QString tReason;
+    if (!packages::PackageInfo::fromJson(pTarget.mCustom, &pOffer->mInfo, &tReason)) {
+        return tReason;
+    }
+    const QString tFileName = packages::archiveName(pOffer->mInfo);
+    if (pTarget.mPath.section(QLatin1Char('/'), -1) != tFileName) {
+        return QStringLiteral("the file of this package must be named \"%1\"").arg(tFileName);
+    }
+    const TargetFile* tOwner = pOwners.value(pOffer->mInfo.mName);
+    if (tOwner->mRoleRank != pTarget.mRoleRank) {
+        return QStringLiteral(
+                   "the package name \"%1\" belongs to the role \"%2\", and the role \"%3\" may not "
+                   "use it")
+            .arg(pOffer->mInfo.mName, tOwner->mRole, pTarget.mRole);
+    }
+    pOffer->mTarget = pTarget;
+    return {};
+}
+
+} // namespace
+
+QList<Offer> usableOffers(const QList<TargetFile>& pTargets, QStringList* pWarnings)
+{
+    const OwnerMap tOwners = findOwners(pTargets);
+    QList<Offer> tOffers;
+    qsizetype tUnusable = 0;
+    for (const TargetFile& tTarget : pTargets) {
+        if (tTarget.mCustom.isEmpty()) {
+            continue;
+        }
+        Offer tOffer;
+        const QString tReason = readOffer(tTarget, tOwners, &tOffer);
+        if (tReason.isEmpty()) {
+            tOffers.append(tOffer);
+        } else if (++tUnusable <= sMaxWarnings) {
+            pWarnings->append(QStringLiteral("%1: %2").arg(tTarget.mPath, tReason));
+        }
+    }
+    if (tUnusable > sMaxWarnings) {
+        pWarnings->append(QStringLiteral("%1 more files").arg(tUnusable - sMaxWarnings));
+    }
+    return tOffers;
+}
+
+} // namespace tarn::vkservice::update
