@@ -1,15 +1,17 @@
 // Texts of others on their way into a mail: senders of the configuration, names of machines, titles and
 // reports of packages. No text may begin a header of its own, and every line has to be one that mail servers
 // take.
+#include "internal/PlainText.h"
 #include "mail/Address.h"
 #include "mail/Headers.h"
 #include "mail/SmtpSettings.h"
-#include "mail/Text.h"
 
 #include <algorithm>
 #include <cstdlib>
 
 using namespace tarn::vkservice::mail;
+using tarn::vkcore::manyLines;
+using tarn::vkcore::singleLine;
 
 namespace {
 

@@ -1,5 +1,7 @@
 #include "ServiceApplication.h"
 
+#include "internal/PlainText.h"
+
 #include <vkcore/Config.h>
 
 #include <unistd.h>
@@ -36,12 +38,6 @@ QString levelName(LogLevel pLevel)
     return {};
 }
 
-// A text that came from elsewhere must not pass for further lines of the log.
-QString oneLine(QString pText)
-{
-    return pText.replace(u'\n', u' ').replace(u'\r', u' ');
-}
-
 } // namespace
 
 ServiceApplication::ServiceApplication(bool pForeground)
@@ -53,7 +49,8 @@ ServiceApplication::ServiceApplication(bool pForeground)
 
 void ServiceApplication::fatalError(const QString& pText)
 {
-    toStandardError(mForeground ? pText : QStringLiteral("<3>") + oneLine(pText));
+    const QString tText = singleLine(pText, sMaxMessage);
+    toStandardError(mForeground ? tText : QStringLiteral("<3>") + tText);
 }
 
 void ServiceApplication::initLogFile()
@@ -65,7 +62,7 @@ void ServiceApplication::initLogFile()
 
 void ServiceApplication::write(LogLevel pLevel, const QString& pText)
 {
-    const QString tText = oneLine(pText);
+    const QString tText = singleLine(pText, sMaxMessage);
     if (mForeground) {
         log(levelName(pLevel) + tText);
     } else if (::isatty(STDERR_FILENO) != 0) {

@@ -127,6 +127,39 @@ TEST_F(UpdatesTest, RunIsJoinedGuardsTheSettingsAndCanBeAborted)
     EXPECT_EQ(result(), 1) << "an aborted run is made up for by the next";
 }
 
+// Names, metadata and what a server answers, with what steers a terminal, begins a line or turns a text
+// round.
+TEST_F(UpdatesTest, TextsOfOthersReachNobodyRaw)
+{
+    ASSERT_NO_FATAL_FAILURE(mHeld.prepare(mRig));
+    mRig.installation().writeFile(
+        "repository/metadata/2.root.json",
+        R"({"signatures": [], "signed": {"_type": "root", "spec_version": "\u001b[2J\n\u009b1m\u202e\ud800"}})");
+    ASSERT_NO_FATAL_FAILURE(start());
+    ASSERT_EQ(mPeer->errorOf("addServer", R"({"server": {"name": "\u001b[7m\r\nsecond", "uri": "file:///none",
+        "userName": "", "enabled": true, "default": false, "savePassword": false}})"),
+              0);
+    ASSERT_TRUE(trigger());
+    QString tTexts;
+    for (QJsonObject tEvent = mMonitor->event(); tEvent.value(q("params"))[q("status")] != Error;
+         tEvent = mMonitor->event()) {
+        ASSERT_FALSE(tEvent.isEmpty());
+        tTexts += tEvent.value(q("params"))[q("text")].toString() +
+                  tEvent.value(q("params"))[q("details")].toString();
+    }
+    EXPECT_TRUE(tTexts.contains(q("[2J")));
+    const QString tResult = mPeer->call("getLastServiceResultStr", R"({"thisSession": true})").toString();
+    EXPECT_TRUE(tResult.contains(q("[7m second"))) << tResult;
+    for (const QString& tText : {tTexts, tResult, q(mRig.log()).remove(u'\n')}) {
+        for (const QChar tChar : tText) {
+            ASSERT_FALSE(tChar.category() == QChar::Other_Control || tChar == QChar(0x202e) ||
+                         tChar.isSurrogate())
+                << tText;
+        }
+    }
+    EXPECT_FALSE(mRig.log().contains("\\x1b")) << "the log's own escapes are for what got by";
+}
+
 TEST_F(UpdatesTest, SuppressionByVariableAndByFile)
 {
     start();

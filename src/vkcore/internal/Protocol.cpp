@@ -1,5 +1,7 @@
 #include "internal/Protocol.h"
 
+#include "internal/PlainText.h"
+
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 
@@ -106,6 +108,13 @@ bool readInto(const QJsonObject& pFrom, const QString& pName, MonitoringSettings
     return true;
 }
 
+QJsonObject call(const QString& pMethod, const QJsonObject& pParams)
+{
+    return {{QStringLiteral("jsonrpc"), QStringLiteral("2.0")},
+            {QStringLiteral("method"), pMethod},
+            {QStringLiteral("params"), pParams}};
+}
+
 } // namespace
 
 bool nestsTooDeep(const QByteArray& pLine)
@@ -140,7 +149,7 @@ QByteArray toLine(const QJsonObject& pObject)
 
 QJsonObject request(qint64 pId, const QString& pMethod, const QJsonObject& pParams)
 {
-    QJsonObject tObject = event(pMethod, pParams);
+    QJsonObject tObject = call(pMethod, pParams);
     tObject.insert(QLatin1String("id"), pId);
     return tObject;
 }
@@ -154,17 +163,21 @@ QJsonObject result(qint64 pId, const QJsonValue& pResult)
 
 QJsonObject error(std::optional<qint64> pId, int pCode, const QString& pMessage)
 {
-    const QJsonObject tError{{QStringLiteral("code"), pCode}, {QStringLiteral("message"), pMessage}};
+    const QJsonObject tError{{QStringLiteral("code"), pCode},
+                             {QStringLiteral("message"), singleLine(pMessage, sMaxMessage)}};
     return {{QStringLiteral("jsonrpc"), QStringLiteral("2.0")},
             {QStringLiteral("id"), pId ? QJsonValue(*pId) : QJsonValue()},
             {QStringLiteral("error"), tError}};
 }
 
-QJsonObject event(const QString& pMethod, const QJsonObject& pParams)
+QJsonObject event(const QString& pMethod, QJsonObject pParams)
 {
-    return {{QStringLiteral("jsonrpc"), QStringLiteral("2.0")},
-            {QStringLiteral("method"), pMethod},
-            {QStringLiteral("params"), pParams}};
+    for (QJsonValueRef tValue : pParams) {
+        if (tValue.isString()) {
+            tValue = singleLine(tValue.toString(), sMaxMessage);
+        }
+    }
+    return call(pMethod, pParams);
 }
 
 QJsonValue toJson(const QString& pText)

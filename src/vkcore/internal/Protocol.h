@@ -40,9 +40,10 @@ bool nestsTooDeep(const QByteArray& pLine);
 QByteArray toLine(const QJsonObject& pObject);
 QJsonObject request(qint64 pId, const QString& pMethod, const QJsonObject& pParams);
 QJsonObject result(qint64 pId, const QJsonValue& pResult);
+// The texts of errors and events are for people: they go out as singleLine, whatever they quote.
 // pId none: an error that answers no particular request (id null).
 QJsonObject error(std::optional<qint64> pId, int pCode, const QString& pMessage);
-QJsonObject event(const QString& pMethod, const QJsonObject& pParams);
+QJsonObject event(const QString& pMethod, QJsonObject pParams);
 
 // A null text is null, and back.
 QJsonValue toJson(const QString& pText);

@@ -1,5 +1,6 @@
 #include "control/UpdateControl.h"
 
+#include "internal/PlainText.h"
 #include "store/Settings.h"
 
 namespace tarn::vkservice::control {
@@ -21,6 +22,7 @@ UpdateControl::UpdateControl(UpdateRun& pRun, store::Settings& pSettings, Reques
 bool UpdateControl::load()
 {
     mLastRun = mSettings.lastRun().value_or(store::RunRecord());
+    mLastRun.mText = singleLine(mLastRun.mText, sMaxMessage); // an earlier version stored it as it came
     const QString tUnfinished = mSettings.unfinishedRun().value_or(QString());
     const bool tCutShort = !tUnfinished.isEmpty();
     if (tCutShort) {
@@ -63,6 +65,13 @@ ServiceStatus UpdateControl::status() const
 bool UpdateControl::isActive() const
 {
     return mStatus == StatusUpdating || mStatus == StatusAborting;
+}
+
+update::Progress UpdateControl::progress() const
+{
+    update::Progress tProgress = mRun.progress();
+    tProgress.mText = singleLine(tProgress.mText, sMaxMessage);
+    return tProgress;
 }
 
 QString UpdateControl::resultText(const store::RunRecord& pRecord) const
@@ -122,7 +131,7 @@ void UpdateControl::finish(const RunResult& pResult)
 void UpdateControl::record(ResultCode pCode, const QString& pText, const QDateTime& pBegan)
 {
     mLastRun.mCode = pCode;
-    mLastRun.mText = pText;
+    mLastRun.mText = singleLine(pText, sMaxMessage);
     mLastRun.mBegan = pBegan;
     mLastRun.mFinished = QDateTime::currentDateTime();
     if (pCode == ResultSuccess) {

@@ -39,7 +39,7 @@ public:
 
     vkcore::ServiceStatus status() const;
     bool isActive() const;
-    update::Progress progress() const { return mRun.progress(); }
+    update::Progress progress() const;
     const store::RunRecord& lastRun() const { return mLastRun; }
     // The last run of this process, code 0 if there was none.
     const store::RunRecord& sessionRun() const { return mSessionRun; }

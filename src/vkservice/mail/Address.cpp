@@ -1,12 +1,14 @@
 #include "mail/Address.h"
 
-#include "mail/Text.h"
+#include "internal/PlainText.h"
 
 #include <QtCore/QSet>
 
 #include <algorithm>
 
 namespace tarn::vkservice::mail {
+
+using vkcore::singleLine;
 
 namespace {
 

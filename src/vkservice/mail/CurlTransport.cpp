@@ -1,8 +1,8 @@
 #include "mail/CurlTransport.h"
 
+#include "internal/PlainText.h"
 #include "mail/Address.h"
 #include "mail/Headers.h"
-#include "mail/Text.h"
 
 #include <curl/curl.h>
 
@@ -12,6 +12,8 @@
 #include <memory>
 
 namespace tarn::vkservice::mail {
+
+using vkcore::singleLine;
 
 namespace {
 

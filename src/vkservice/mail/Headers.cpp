@@ -1,13 +1,15 @@
 #include "mail/Headers.h"
 
+#include "internal/PlainText.h"
 #include "mail/Address.h"
-#include "mail/Text.h"
 
 #include <QtCore/QStringList>
 
 #include <algorithm>
 
 namespace tarn::vkservice::mail {
+
+using vkcore::singleLine;
 
 namespace {
 

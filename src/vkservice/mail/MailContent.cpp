@@ -1,10 +1,13 @@
 #include "mail/MailContent.h"
 
-#include "mail/Text.h"
+#include "internal/PlainText.h"
 
 #include <algorithm>
 
 namespace tarn::vkservice::mail {
+
+using vkcore::manyLines;
+using vkcore::singleLine;
 
 namespace {
 

@@ -1,12 +1,12 @@
 #include "mail/Mailer.h"
 
+#include "internal/PlainText.h"
 #include "mail/Address.h"
 #include "mail/CurlTransport.h"
 #include "mail/MailMemory.h"
 #include "mail/Messages.h"
 #include "mail/Notices.h"
 #include "mail/Outbox.h"
-#include "mail/Text.h"
 #include "mail/Verification.h"
 
 #include <QtCore/QHash>
@@ -18,6 +18,8 @@
 #include <utility>
 
 namespace tarn::vkservice::mail {
+
+using vkcore::singleLine;
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "mail/Messages.h"
 
-#include "mail/Text.h"
+#include "internal/PlainText.h"
 
 #include <QtCore/QCryptographicHash>
 
@@ -8,6 +8,8 @@
 #include <tuple>
 
 namespace tarn::vkservice::mail {
+
+using vkcore::singleLine;
 
 namespace {
 

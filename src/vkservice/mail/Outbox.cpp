@@ -1,14 +1,16 @@
 #include "mail/Outbox.h"
 
+#include "internal/PlainText.h"
 #include "mail/Address.h"
 #include "mail/Random.h"
-#include "mail/Text.h"
 
 #include <csignal>
 #include <optional>
 #include <utility>
 
 namespace tarn::vkservice::mail {
+
+using vkcore::singleLine;
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "mail/SmtpSettings.h"
 
+#include "internal/PlainText.h"
 #include "mail/Address.h"
-#include "mail/Text.h"
 
 #include <QtCore/QRegularExpression>
 #include <QtCore/QUrl>

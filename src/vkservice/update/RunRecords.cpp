@@ -1,5 +1,7 @@
 #include "update/RunRecords.h"
 
+#include "internal/PlainText.h"
+
 #include <QtCore/QHash>
 #include <QtCore/QSet>
 
@@ -11,7 +13,21 @@ namespace {
 
 using packages::InstalledPackage;
 using packages::PackageInfo;
+using vkcore::LangString;
 using Record = vkcore::InstallLogStore::Record;
+
+constexpr int sMaxTitle = 1000;
+constexpr int sMaxReport = 64 * 1024;
+
+// As the publisher wrote it, without what only a terminal would understand.
+LangString plain(const LangString& pText, QString (*pClean)(const QString&, int), int pMaxLength)
+{
+    LangString tPlain;
+    for (auto tValue = pText.values().cbegin(); tValue != pText.values().cend(); ++tValue) {
+        tPlain.setValue(tValue.key(), pClean(tValue.value(), pMaxLength));
+    }
+    return tPlain;
+}
 
 Record recordOf(const PackageInfo& pInfo, const Plan& pPlan, const QString& pStatus)
 {
@@ -21,7 +37,7 @@ Record recordOf(const PackageInfo& pInfo, const Plan& pPlan, const QString& pSta
     tRecord.mVersion = pInfo.mVersion.version().toString();
     tRecord.mStatus = pStatus;
     tRecord.mVersionDate = pInfo.mVersion.date();
-    tRecord.mTitle = pInfo.mTitle;
+    tRecord.mTitle = plain(pInfo.mTitle, vkcore::singleLine, sMaxTitle);
     return tRecord;
 }
 
@@ -65,9 +81,11 @@ QList<Record> runRecords(const Plan& pPlan)
         const bool tFailed = static_cast<bool>(tPackage.mTrouble);
         Record tRecord = recordOf(tInfo, pPlan, tFailed ? QStringLiteral("error") : QStringLiteral("ok"));
         if (tFailed) {
-            tRecord.mReport.setValue(QStringLiteral("en"), tPackage.mTrouble.mText + QLatin1Char('.'));
+            tRecord.mReport.setValue(QStringLiteral("en"),
+                                     vkcore::singleLine(tPackage.mTrouble.mText, vkcore::sMaxMessage) +
+                                         QLatin1Char('.'));
         } else {
-            tRecord.mReport = tInfo.mReport;
+            tRecord.mReport = plain(tInfo.mReport, vkcore::manyLines, sMaxReport);
         }
         tRecords.append(tRecord);
     }

@@ -1,11 +1,14 @@
+#include "internal/PlainText.h"
 #include "mail/Address.h"
 #include "mail/Headers.h"
 #include "mail/MailContent.h"
 #include "mail/Messages.h"
-#include "mail/Text.h"
 #include "Test.h"
 
 namespace tarn::vkservice::mail {
+
+using vkcore::manyLines;
+using vkcore::singleLine;
 
 namespace {
 

@@ -146,9 +146,13 @@ TEST(PlanTest, InstallsDataAnewInANewFolder)
 TEST(PlanTest, WritesARecordForEachPackage)
 {
     Plan tPlan = PlanTest().plan("top 1 req=mid; mid 1 req=low; low 2; new 1; bad 1", "top 1; mid 1; low 1");
-    tPlan.find(q("bad"))->mTrouble = {Trouble::Kind::Untrusted, q("It is bad")};
+    tPlan.find(q("bad"))->mTrouble = {Trouble::Kind::Untrusted, q("It \x1b is\nbad")};
+    PackageInfo& tNew = tPlan.find(q("new"))->mOffer.mInfo;
+    tNew.mTitle.setValue(q("en"), q("\x1b]0;x\x07 title\n"));
+    tNew.mReport.setValue(q("en"), q("one\r\n\x1b[2Jtwo"));
     QStringList tLines;
     const auto tRecords = runRecords(tPlan);
+    EXPECT_EQ(tRecords.at(2).mTitle.bestValue(q("en")), q("]0;x title")) << "it goes to terminals";
     for (const auto& tRecord : tRecords) {
         tLines.append(
             q("%1 %2 <%3 %4")
@@ -156,7 +160,7 @@ TEST(PlanTest, WritesARecordForEachPackage)
                 .trimmed());
     }
     EXPECT_EQ(tLines.join(q("; ")).toStdString(),
-              "bad error < It is bad.; low ok <mid; new ok <; mid child_packages_updated <top; "
+              "bad error < It is bad.; low ok <mid; new ok < one\n [2Jtwo; mid child_packages_updated <top; "
               "top child_packages_updated <");
     EXPECT_EQ(failedPackagesCode(tPlan), ResultVerificationFailed);
     EXPECT_TRUE(failedPackagesText(tPlan).contains(q("1 of 3 packages"))) << failedPackagesText(tPlan);

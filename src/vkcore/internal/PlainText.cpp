@@ -1,6 +1,6 @@
-#include "mail/Text.h"
+#include "internal/PlainText.h"
 
-namespace tarn::vkservice::mail {
+namespace tarn::vkcore {
 
 namespace {
 
@@ -63,4 +63,4 @@ QString manyLines(const QString& pText, int pMaxLength)
     return cut(clean(tText, QLatin1Char('\n')).trimmed(), pMaxLength);
 }
 
-} // namespace tarn::vkservice::mail
+} // namespace tarn::vkcore
