@@ -14,20 +14,20 @@ constexpr qint64 sToleranceSeconds = 7200; // an hour that comes twice, and some
 
 // A period beyond the years that a date can say. Qt counts months up one year after the other, so it must not
 // be asked for them.
-bool isEndless(const ScheduleSettings& pSchedule)
+bool isEndless(const Period& pPeriod)
 {
     constexpr qint64 sHours[] = {1, 24, 7 * 24, 28 * 24};
-    return pSchedule.mPeriodCount * sHours[pSchedule.mUnit] > qint64(sLastYear) * 366 * 24;
+    return pPeriod.mCount * sHours[pPeriod.mUnit] > qint64(sLastYear) * 366 * 24;
 }
 
 // pPeriods may be negative. Invalid where the calendar ends.
-QDateTime shifted(const QDateTime& pDate, int pPeriods, const ScheduleSettings& pSchedule)
+QDateTime shifted(const QDateTime& pDate, int pPeriods, const Period& pPeriod)
 {
-    if (isEndless(pSchedule)) {
+    if (isEndless(pPeriod)) {
         return {};
     }
-    const qint64 tSteps = qint64(pPeriods) * pSchedule.mPeriodCount;
-    switch (pSchedule.mUnit) {
+    const qint64 tSteps = qint64(pPeriods) * pPeriod.mCount;
+    switch (pPeriod.mUnit) {
     case Scheduler::PeriodHour:
         return pDate.addSecs(tSteps * 3600);
     case Scheduler::PeriodDay:
@@ -47,20 +47,12 @@ QDateTime bounded(const QDateTime& pDate)
                : QDateTime(QDate(sLastYear, 12, 31), QTime(0, 0));
 }
 
-// Without a period the lead alone is what lies between two checks.
-QDateTime nextFrom(const QDateTime& pAnchor, const ScheduleSettings& pSchedule, const QDateTime& pNow)
+QDateTime nextFrom(const QDateTime& pAnchor, const Period& pPeriod, const QDateTime& pNow)
 {
-    const int tLead = pSchedule.mPeriodCount > 0 ? 1 : sLeadSeconds;
-    if (isEndless(pSchedule)) {
-        return pAnchor >= pNow.addSecs(tLead) ? pAnchor : bounded({});
+    if (isEndless(pPeriod)) {
+        return pAnchor > pNow ? pAnchor : bounded({});
     }
-    return bounded(
-        Scheduler::nextValidUpdateTime(pAnchor, pSchedule.mPeriodCount, pSchedule.mUnit, pNow, tLead));
-}
-
-bool samePeriod(const ScheduleSettings& pOne, const ScheduleSettings& pOther)
-{
-    return pOne.mPeriodCount == pOther.mPeriodCount && pOne.mUnit == pOther.mUnit;
+    return bounded(Scheduler::nextValidUpdateTime(pAnchor, pPeriod.mCount, pPeriod.mUnit, pNow, 1));
 }
 
 QDateTime anchorOf(const ScheduleSettings& pSchedule)
@@ -71,7 +63,7 @@ QDateTime anchorOf(const ScheduleSettings& pSchedule)
 // The date from which a new period counts: where the old one began, or now where that can't be said.
 QDateTime beginOfPeriod(const ScheduleSettings& pOld, const QDateTime& pNow)
 {
-    const QDateTime tBegin = pOld.mPeriodCount > 0 ? shifted(pOld.mNextCheck, -1, pOld) : QDateTime();
+    const QDateTime tBegin = shifted(pOld.mNextCheck, -1, pOld.period());
     return tBegin.isValid() ? tBegin : pNow;
 }
 
@@ -89,9 +81,9 @@ ScheduleSettings afterChange(const ScheduleSettings& pOld, const ScheduleSetting
     const bool tNamed = pWanted.mNextCheck.isValid() && pWanted.mNextCheck != pOld.mNextCheck;
     tNew.mNextCheckChosen = pWanted.mNextCheck.isValid() && (tNamed || pOld.mNextCheckChosen);
     tNew.mAnchor = tNamed ? pWanted.mNextCheck : pOld.mAnchor;
-    if (!tNew.mNextCheckChosen && !samePeriod(pOld, pWanted) && tNew.mNextCheck.isValid()) {
+    if (!tNew.mNextCheckChosen && pOld.period() != pWanted.period() && tNew.mNextCheck.isValid()) {
         tNew.mAnchor = beginOfPeriod(pOld, pNow);
-        tNew.mNextCheck = nextFrom(tNew.mAnchor, tNew, pNow);
+        tNew.mNextCheck = nextFrom(tNew.mAnchor, tNew.period(), pNow);
     }
     if (!runsByDate(tNew)) {
         return tNew;
@@ -100,7 +92,7 @@ ScheduleSettings afterChange(const ScheduleSettings& pOld, const ScheduleSetting
         tNew.mNextCheck = pNow.addSecs(sLeadSeconds);
         tNew.mAnchor = tNew.mNextCheck;
     } else if (tNew.mNextCheck < pNow) {
-        tNew.mNextCheck = nextFrom(anchorOf(tNew), tNew, pNow);
+        tNew.mNextCheck = nextFrom(anchorOf(tNew), tNew.period(), pNow);
     }
     return tNew;
 }
@@ -109,7 +101,7 @@ ScheduleSettings afterCheck(const ScheduleSettings& pSchedule, const QDateTime& 
 {
     ScheduleSettings tNext = pSchedule;
     tNext.mAnchor = anchorOf(pSchedule);
-    tNext.mNextCheck = nextFrom(tNext.mAnchor, pSchedule, pNow);
+    tNext.mNextCheck = nextFrom(tNext.mAnchor, pSchedule.period(), pNow);
     tNext.mNextCheckChosen = false;
     return tNext;
 }
@@ -119,8 +111,7 @@ ScheduleSettings afterClockChange(const ScheduleSettings& pSchedule, const QDate
     if (pSchedule.mNextCheckChosen || !pSchedule.mNextCheck.isValid()) {
         return pSchedule;
     }
-    const QDateTime tLatest =
-        pSchedule.mPeriodCount > 0 ? shifted(pNow, 1, pSchedule) : pNow.addSecs(sLeadSeconds);
+    const QDateTime tLatest = shifted(pNow, 1, pSchedule.period());
     if (!tLatest.isValid() || pSchedule.mNextCheck <= tLatest.addSecs(sToleranceSeconds)) {
         return pSchedule;
     }

@@ -10,6 +10,14 @@ namespace tarn::vkservice::schedule {
 inline constexpr int sFlagAtLogin =
     1; // bit 0 of the flags: the check comes at a user's login, not after a period
 
+struct Period
+{
+    int mCount = 1;
+    vkcore::Scheduler::PeriodUnit mUnit = vkcore::Scheduler::PeriodDay;
+
+    bool operator==(const Period&) const = default;
+};
+
 // When the service updates by itself.
 struct ScheduleSettings
 {
@@ -25,6 +33,9 @@ struct ScheduleSettings
     // Somebody named this very date, so it may lie further ahead than one period.
     bool mNextCheckChosen = false;
 
+    // What lies between two checks. A count of 0 or less, which a number that is too large becomes on its
+    // way, is not a period: such a schedule goes by the day.
+    Period period() const { return mPeriodCount > 0 ? Period{mPeriodCount, mUnit} : Period(); }
     bool atLogin() const { return (mFlags & sFlagAtLogin) != 0; }
     bool operator==(const ScheduleSettings&) const = default;
 };

@@ -39,7 +39,7 @@ SystemClock::~SystemClock()
     }
 }
 
-QDateTime SystemClock::now() const
+QDateTime SystemClock::moment() const
 {
     return QDateTime::currentDateTime();
 }

@@ -18,10 +18,10 @@ public:
     explicit SystemClock(QObject* pParent = nullptr);
     ~SystemClock() override;
 
-    QDateTime now() const override;
     void wakeAt(const QDateTime& pWhen) override;
 
 private:
+    QDateTime moment() const override;
     void onTimer();
 
     int mTimerFd = -1;

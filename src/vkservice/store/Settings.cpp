@@ -30,6 +30,13 @@ QDateTime toDate(const QString& pText)
     return QDateTime::fromString(pText, Qt::ISODate);
 }
 
+// A password that was given before there was a host is for the first one.
+bool isAnotherProxy(const NetProxy& pOld, const NetProxy& pNew)
+{
+    const bool tChanged = pOld.mHost != pNew.mHost || pOld.mPort != pNew.mPort;
+    return pOld.mHost.isEmpty() ? pNew.mHost.isEmpty() && pNew.mUser.isEmpty() : tChanged;
+}
+
 } // namespace
 
 std::optional<Settings::Values> Settings::values(const QString& pPrefix) const
@@ -87,6 +94,10 @@ std::optional<ProxySettings> Settings::proxy() const
 
 bool Settings::setProxy(const ProxySettings& pProxy)
 {
+    const auto tOld = proxy();
+    if (!tOld) {
+        return false;
+    }
     const NetProxy& tProxy = pProxy.mProxy;
     Values tValues{
         {QStringLiteral("proxy.mode"), QString::number(pProxy.mMode)},
@@ -96,8 +107,7 @@ bool Settings::setProxy(const ProxySettings& pProxy)
         {QStringLiteral("proxy.port"), QString::number(tProxy.mPort)},
         {QStringLiteral("proxy.user"), tProxy.mUser},
     };
-    const bool tEmptied = tProxy.mHost.isEmpty() && tProxy.mUser.isEmpty();
-    if (tProxy.mPasswordChanged || tEmptied) {
+    if (tProxy.mPasswordChanged || isAnotherProxy(tOld->mProxy, tProxy)) {
         tValues.insert(QStringLiteral("proxy.password"),
                        tProxy.mPasswordChanged ? tProxy.mPassword : QString());
     }

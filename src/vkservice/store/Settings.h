@@ -32,7 +32,8 @@ public:
 
     // The password is in it; it is for the service's own use.
     std::optional<ProxySettings> proxy() const;
-    // Keeps the stored password where pProxy has not changed it; a proxy that was emptied loses it.
+    // Keeps the stored password where pProxy has not changed it and has the same host and port: a password is
+    // only ever sent to the proxy that it was given for.
     bool setProxy(const ProxySettings& pProxy);
 
     std::optional<QString> dataDirectory() const;

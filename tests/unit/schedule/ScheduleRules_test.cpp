@@ -64,8 +64,8 @@ TEST(ScheduleRules, ChangeLeavesAConsistentSchedule)
          "2026-03-11T03:00:00", false},
         {"weekly becomes monthly", tWeekly, automatic("2026-03-14T03:00:00", 1, Scheduler::PeriodMonth),
          "2026-04-07T03:00:00", false},
-        {"a period of nothing", tWeekly, automatic("2026-03-14T03:00:00", 0, Scheduler::PeriodDay),
-         "2026-03-10T12:10:00", false},
+        {"a period of nothing", tWeekly, automatic("2026-03-14T03:00:00", 0, Scheduler::PeriodHour),
+         "2026-03-11T03:00:00", false},
         {"a date far ahead is somebody's choice", tWeekly,
          automatic("2026-12-24T18:00:00", 1, Scheduler::PeriodWeek), "2026-12-24T18:00:00", true},
         {"date and period together", tWeekly, automatic("2026-12-24T18:00:00", 1, Scheduler::PeriodDay),
@@ -106,8 +106,10 @@ TEST(ScheduleRules, CheckMovesOnBehindNow)
         // Missed for years: one check, and the next in the old rhythm.
         {automatic("2020-03-10T03:00:00", 1, Scheduler::PeriodDay), "2026-03-10T12:00:00",
          "2026-03-11T03:00:00"},
-        {automatic("2026-03-10T03:00:00", 0, Scheduler::PeriodDay), "2026-03-10T03:00:00",
-         "2026-03-10T03:10:00"},
+        {automatic("2026-03-10T03:00:00", 0, Scheduler::PeriodHour), "2026-03-10T03:00:00",
+         "2026-03-11T03:00:00"},
+        {automatic("2026-03-10T03:00:00", -3, Scheduler::PeriodMonth), "2026-03-10T03:00:00",
+         "2026-03-11T03:00:00"},
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mNext);

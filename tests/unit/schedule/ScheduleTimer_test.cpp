@@ -19,13 +19,12 @@ QDateTime date(const char* pText)
     return QDateTime::fromString(q(pText), Qt::ISODate);
 }
 
-// A clock that stands still until the test moves it.
+// A clock that stands still until the test moves it, in the middle of a second as all clocks are.
 class MovedClock : public Clock
 {
 public:
     explicit MovedClock(const QDateTime& pNow) : mNow(pNow) {}
 
-    QDateTime now() const override { return mNow; }
     void wakeAt(const QDateTime& pWhen) override { mWake = pWhen; }
 
     // Time goes by, with every wake-up on the way.
@@ -48,6 +47,9 @@ public:
 
     QDateTime mNow;
     QDateTime mWake;
+
+private:
+    QDateTime moment() const override { return mNow.addMSecs(789); }
 };
 
 class ScheduleTimerTest : public testing::Test
@@ -173,6 +175,21 @@ TEST_F(ScheduleTimerTest, KeepsTheHourOverDaylightChanges)
     EXPECT_EQ(mChecks.last().time(), QTime(2, 30));
     qunsetenv("TZ");
     ::tzset();
+}
+
+// A client sends back what it does not change, and knows no part of a second.
+TEST_F(ScheduleTimerTest, ADateThatComesBackWasNotChosen)
+{
+    mTimer.start({});
+    ScheduleSettings tWanted;
+    tWanted.mMode = Scheduler::AutoUpdateAutomatic;
+    mTimer.change(tWanted);
+    EXPECT_EQ(mTimer.settings().mNextCheck, date("2026-03-10T12:10:00"));
+    tWanted.mNextCheck = date("2026-03-10T12:10:00");
+    tWanted.mPeriodCount = 3;
+    mTimer.change(tWanted);
+    EXPECT_FALSE(mTimer.settings().mNextCheckChosen);
+    EXPECT_EQ(mTimer.settings().mNextCheck, date("2026-03-12T12:10:00"));
 }
 
 TEST_F(ScheduleTimerTest, ManualLoginAndPausedNeverRunByDate)

@@ -13,11 +13,12 @@ class SettingsTest : public StoreTest
 protected:
     Settings settings() { return Settings(mStore.database()); }
 
-    void setProxy(const QString& pHost, const QString& pUser, const std::optional<QString>& pPassword)
+    void setProxy(const QString& pHost, const QString& pUser, const std::optional<QString>& pPassword,
+                  quint32 pPort = 8080)
     {
         ProxySettings tProxy{NetProxyModeManual, NetProxy(true, true)};
         tProxy.mProxy.mHost = pHost;
-        tProxy.mProxy.mPort = 8080;
+        tProxy.mProxy.mPort = pPort;
         tProxy.mProxy.mUser = pUser;
         tProxy.mProxy.mPassword = pPassword.value_or(QString());
         tProxy.mProxy.mPasswordChanged = pPassword.has_value();
@@ -28,18 +29,27 @@ protected:
 
 } // namespace
 
-TEST_F(SettingsTest, ProxyPasswordStaysUntilItIsChangedOrTheProxyEmptied)
+TEST_F(SettingsTest, ProxyPasswordStaysWithItsProxy)
 {
     setProxy(q("proxy"), q("me"), q("secret"));
     reopen();
     EXPECT_EQ(password(), "secret");
-    setProxy(q("other"), q("me"), {});
+    setProxy(q("proxy"), q("other"), {});
     EXPECT_EQ(password(), "secret");
-    setProxy(q("other"), q("me"), q(""));
-    EXPECT_EQ(password(), "");
-    setProxy(q("other"), q("me"), q("secret"));
+    // Another host, another port, none at all with a user and without: it is not for them.
+    const struct
+    {
+        const char* mHost;
+        quint32 mPort;
+        const char* mUser;
+    } tOthers[] = {{"other", 8080, "me"}, {"proxy", 8081, "me"}, {"", 8080, "me"}, {"", 8080, ""}};
+    for (const auto& tOther : tOthers) {
+        setProxy(q("proxy"), q("me"), q("secret"));
+        setProxy(q(tOther.mHost), q(tOther.mUser), {}, tOther.mPort);
+        setProxy(q("proxy"), q("me"), {});
+        EXPECT_EQ(password(), "") << tOther.mHost << tOther.mPort << tOther.mUser;
+    }
     setProxy({}, {}, {});
-    EXPECT_EQ(password(), "");
     // The password first and the host with a later command.
     setProxy({}, {}, q("secret"));
     setProxy(q("proxy"), {}, {});
