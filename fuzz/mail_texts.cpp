@@ -71,7 +71,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
         for (const QByteArray& tHeader : mailHeaders(tMail, tSender)) {
             checkHeader(tHeader);
         }
-        SmtpSettings::fromValues([&tText](const QString&) { return tText; }).problem();
+        SmtpSettings tSmtp;
+        tSmtp.mUrl = tSmtp.mSender = tSmtp.mUser = tSmtp.mPassword = tText;
+        tSmtp.problem();
     }
     return 0;
 }

@@ -82,12 +82,38 @@ class Manual(unittest.TestCase):
         used = set()
         for path in glob.glob(os.path.join(SOURCE, "src/**/*.cpp"), recursive=True):
             with open(path, encoding="utf-8") as file:
-                used.update(re.findall(r'(?:Rule|getStrValue|configValue|tRead|pValue|codesOf\([\w*]+,)\s*\(?\s*QStringLiteral\("([a-z]+\.[\w.]+)"\)',
+                used.update(re.findall(r'(?:Rule|getStrValue|configValue|codesOf\([\w*]+,)\s*\(?\s*QStringLiteral\("([a-z]+\.[\w.]+)"\)',
                                        file.read()))
         documented_keys = set(re.findall(r"Va ([a-z]+\.[\w.]+)", read("docs/man/vk.cfg.5")))
         self.assertGreater(len(used), 15)
         self.assertEqual(used - documented_keys, set())
         self.assertEqual({key for key in documented_keys - used if key != "mail.verify."}, set())
+
+    def test_every_variable_with_its_values_and_default(self):
+        source = read("src/vkservice/control/KnownVariables.cpp")
+        rows = re.findall(r'addRule\(\s*(\w+)Rule\(QStringLiteral\("([\w.]+)"\),\s*(.*?)\)\);', source, re.S)
+        self.assertEqual(len(rows), source.count("addRule("))
+        entries = dict(re.findall(r"(?ms)^\.It Va ([\w.]+)(.*?)(?=^\.It|^\.El)", read("docs/man/vk.cfg.5")))
+        entries["mail.password"] = entries["mail.user"]
+        for kind, name, values in rows:
+            with self.subTest(variable=name):
+                text = " ".join(entries[name].split())
+                if kind == "wholeNumber":
+                    numbers = values.replace("sDay", "86400").replace("qint64", "")
+                    default, least, most = (eval(number) for number in numbers.split(","))
+                    self.assertIn(f" {least} to {most}", text)
+                    self.assertIn(f"Default: {default}.", text)
+                elif kind == "yesNo":
+                    self.assertIn(".Ql yes", text)
+                    self.assertIn("Default: " + {"true": "yes", "false": "no"}[values], text)
+                elif kind == "word":
+                    body = re.search(r"QStringList " + values.replace("()", "") + r"\(\)\n{(.*?)\n}", source, re.S).group(1)
+                    words = re.findall(r'"(\w+)"', body)
+                    self.assertIn(f".Ql {words[0]} (the default)", text)
+                    for word in words:
+                        self.assertIn(".Ql " + word, text)
+                else:
+                    self.assertIn(kind, ["path", "text"])
 
     def test_every_result_of_a_run(self):
         codes = dict(re.findall(r"(Result\w+) = (\d+)", read("src/vkservice/update/ResultCode.h")))

@@ -22,30 +22,16 @@ QString defaultInstallDir()
                                   QStringLiteral("/vk");
 }
 
-VariableRule wordRule(const QString& pName, const QStringList& pWords)
+// The words of mail.startTls, in the order of mail::SmtpSettings::StartTls.
+QStringList startTlsWords()
 {
-    return {pName, pWords.first(), [pWords](const QString& pText) {
-                return pWords.contains(pText)
-                           ? QString()
-                           : QStringLiteral("one of %1 is expected").arg(pWords.join(QStringLiteral(", ")));
-            }};
-}
-
-void addMailVariables(ConfigVariables& pVariables)
-{
-    for (const char* tName : {"mail.url", "mail.user", "mail.password", "mail.sender"}) {
-        pVariables.addRule(textRule(QLatin1String(tName), QString()));
-    }
-    pVariables.addRule(
-        wordRule(QStringLiteral("mail.startTls"),
-                 {QStringLiteral("required"), QStringLiteral("ifOffered"), QStringLiteral("never")}));
-    pVariables.addRule(pathRule(QStringLiteral("mail.caFile"), QString()));
-    pVariables.addRule(yesNoRule(QStringLiteral("mail.allowPlaintext"), false));
-    pVariables.addRule(wholeNumberRule(QStringLiteral("mail.timeout"), 60, 1, 600));
+    return {QStringLiteral("required"), QStringLiteral("ifOffered"), QStringLiteral("never")};
 }
 
 } // namespace
 
+// A row for each variable: its name, its default, and for a number the least and the greatest. The manual
+// page vk.cfg.5 has to say the same; a test compares them.
 void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
 {
     pVariables.addRule(pathRule(QStringLiteral("install.dir"), defaultInstallDir()));
@@ -58,7 +44,31 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addRule(yesNoRule(QStringLiteral("update.suppressed"), false));
     pVariables.addRule(pathRule(QStringLiteral("update.suppressFile"), QString()));
     pVariables.addRule(wholeNumberRule(QStringLiteral("schedule.jitter"), 0, 0, 7 * sDay));
-    addMailVariables(pVariables);
+    pVariables.addRule(textRule(QStringLiteral("mail.url"), QString()));
+    pVariables.addRule(textRule(QStringLiteral("mail.sender"), QString()));
+    pVariables.addRule(textRule(QStringLiteral("mail.user"), QString()));
+    pVariables.addRule(textRule(QStringLiteral("mail.password"), QString()));
+    pVariables.addRule(wordRule(QStringLiteral("mail.startTls"), startTlsWords()));
+    pVariables.addRule(pathRule(QStringLiteral("mail.caFile"), QString()));
+    pVariables.addRule(yesNoRule(QStringLiteral("mail.allowPlaintext"), false));
+    pVariables.addRule(wholeNumberRule(QStringLiteral("mail.timeout"), 60, 1, 600));
+    // Keys of the configuration file begin so. They are not variables.
+    pVariables.addPrefix(QStringLiteral("service."));
+}
+
+mail::SmtpSettings smtpSettings(const ConfigVariables& pVariables)
+{
+    mail::SmtpSettings tSettings;
+    tSettings.mUrl = pVariables.text(QStringLiteral("mail.url")).trimmed();
+    tSettings.mSender = pVariables.text(QStringLiteral("mail.sender")).trimmed();
+    tSettings.mUser = pVariables.text(QStringLiteral("mail.user")).trimmed();
+    tSettings.mPassword = pVariables.text(QStringLiteral("mail.password"));
+    tSettings.mStartTls =
+        static_cast<mail::SmtpSettings::StartTls>(pVariables.word(QStringLiteral("mail.startTls")));
+    tSettings.mCaFile = pVariables.text(QStringLiteral("mail.caFile"));
+    tSettings.mAllowPlaintext = pVariables.flag(QStringLiteral("mail.allowPlaintext"));
+    tSettings.mTimeoutSeconds = static_cast<int>(pVariables.number(QStringLiteral("mail.timeout")));
+    return tSettings;
 }
 
 } // namespace tarn::vkservice::control

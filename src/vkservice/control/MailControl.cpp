@@ -1,5 +1,6 @@
 #include "control/MailControl.h"
 
+#include "control/KnownVariables.h"
 #include "mail/Address.h"
 #include "mail/SmtpTransport.h"
 #include "os/FileSystem.h"
@@ -50,8 +51,7 @@ bool MailControl::open(QString* pError)
 
 void MailControl::onVariablesChanged()
 {
-    mMailer.setSmtpSettings(
-        mail::SmtpSettings::fromValues([this](const QString& pName) { return mVariables.text(pName); }));
+    mMailer.setSmtpSettings(smtpSettings(mVariables));
 }
 
 void MailControl::onMonitoringChanged(const MonitoringSettings& pSettings)

@@ -1,47 +1,15 @@
 #include "mail/SmtpSettings.h"
 
-#include "internal/PlainText.h"
 #include "mail/Address.h"
 
 #include <QtCore/QRegularExpression>
 #include <QtCore/QUrl>
 
 #include <algorithm>
-#include <optional>
 
 namespace tarn::vkservice::mail {
 
 namespace {
-
-constexpr int sMaxTimeoutSeconds = 3600;
-
-std::optional<SmtpSettings::StartTls> startTlsFromText(const QString& pText)
-{
-    const QString tText = pText.toLower();
-    if (tText.isEmpty() || tText == QLatin1String("required")) {
-        return SmtpSettings::StartTls::Required;
-    }
-    if (tText == QLatin1String("ifoffered")) {
-        return SmtpSettings::StartTls::IfOffered;
-    }
-    if (tText == QLatin1String("never")) {
-        return SmtpSettings::StartTls::Never;
-    }
-    return std::nullopt;
-}
-
-std::optional<bool> truthFromText(const QString& pText)
-{
-    const QString tText = pText.toLower();
-    if (tText == QLatin1String("true") || tText == QLatin1String("yes") || tText == QLatin1String("1")) {
-        return true;
-    }
-    if (tText.isEmpty() || tText == QLatin1String("false") || tText == QLatin1String("no") ||
-        tText == QLatin1String("0")) {
-        return false;
-    }
-    return std::nullopt;
-}
 
 bool hasControlCharacters(const QString& pText)
 {
@@ -71,47 +39,10 @@ QString urlProblem(const QString& pUrl)
 
 } // namespace
 
-SmtpSettings SmtpSettings::fromValues(const std::function<QString(const QString&)>& pValue)
-{
-    SmtpSettings tSettings;
-    const auto tRead = [&](const QString& pKey) { return pValue(pKey).trimmed(); };
-    const auto tUnreadable = [&](const QString& pKey) {
-        if (tSettings.mUnreadable.isEmpty()) {
-            tSettings.mUnreadable = pKey;
-        }
-    };
-    tSettings.mUrl = tRead(QStringLiteral("mail.url"));
-    tSettings.mUser = tRead(QStringLiteral("mail.user"));
-    tSettings.mPassword = pValue(QStringLiteral("mail.password"));
-    tSettings.mSender = tRead(QStringLiteral("mail.sender"));
-    tSettings.mCaFile = tRead(QStringLiteral("mail.caFile"));
-    if (const auto tStartTls = startTlsFromText(tRead(QStringLiteral("mail.startTls")))) {
-        tSettings.mStartTls = *tStartTls;
-    } else {
-        tUnreadable(QStringLiteral("mail.startTls"));
-    }
-    if (const auto tAllow = truthFromText(tRead(QStringLiteral("mail.allowPlaintext")))) {
-        tSettings.mAllowPlaintext = *tAllow;
-    } else {
-        tUnreadable(QStringLiteral("mail.allowPlaintext"));
-    }
-    const QString tTimeout = tRead(QStringLiteral("mail.timeout"));
-    if (!tTimeout.isEmpty()) {
-        tSettings.mTimeoutSeconds = tTimeout.toInt();
-        if (tSettings.mTimeoutSeconds < 1 || tSettings.mTimeoutSeconds > sMaxTimeoutSeconds) {
-            tUnreadable(QStringLiteral("mail.timeout"));
-        }
-    }
-    return tSettings;
-}
-
 QString SmtpSettings::problem() const
 {
     if (!isOn()) {
         return QStringLiteral("mail.url is not set");
-    }
-    if (!mUnreadable.isEmpty()) {
-        return QStringLiteral("%1 has a value that means nothing").arg(mUnreadable);
     }
     QString tUrlProblem = urlProblem(mUrl);
     if (!tUrlProblem.isEmpty()) {

@@ -2,11 +2,9 @@
 
 #include <QtCore/QString>
 
-#include <functional>
-
 namespace tarn::vkservice::mail {
 
-// The mail server, as the configuration has it. The key of each field stands beside it.
+// The mail server, as the configuration has it. The variable of each field stands beside it.
 struct SmtpSettings
 {
     enum class StartTls
@@ -24,10 +22,6 @@ struct SmtpSettings
     QString mCaFile;                         // mail.caFile; empty: the system's certificates
     bool mAllowPlaintext = false;            // mail.allowPlaintext: the password may travel unencrypted
     int mTimeoutSeconds = 60;                // mail.timeout: for each answer of the server
-    QString mUnreadable; // the first key with a value that means nothing; empty if there is none
-
-    // Reads the keys through pValue, which gives an empty text for one that is not set.
-    static SmtpSettings fromValues(const std::function<QString(const QString& pKey)>& pValue);
 
     bool isOn() const { return !mUrl.isEmpty(); }
     // Why no mail can be sent with these, for the administrator; empty if nothing speaks against it.

@@ -4,6 +4,8 @@
 
 #include <QtCore/QDir>
 
+#include <algorithm>
+
 namespace tarn::vkservice::store {
 
 using vkcore::Statement;
@@ -13,13 +15,22 @@ namespace {
 constexpr qsizetype sMaxName = 1024;
 constexpr qsizetype sMaxValueBytes = 1024 * 1024; // escaped at its worst it still fits into an answer
 
+bool isOneOf(const QString& pText, const QStringList& pWords)
+{
+    return pWords.contains(pText, Qt::CaseInsensitive);
+}
 bool isYes(const QString& pText)
 {
-    return pText == QLatin1String("yes") || pText == QLatin1String("true") || pText == QLatin1String("1");
+    return isOneOf(pText, {QStringLiteral("yes"), QStringLiteral("true"), QStringLiteral("1")});
 }
 bool isNo(const QString& pText)
 {
-    return pText == QLatin1String("no") || pText == QLatin1String("false") || pText == QLatin1String("0");
+    return isOneOf(pText, {QStringLiteral("no"), QStringLiteral("false"), QStringLiteral("0")});
+}
+
+QString prefixOf(const QString& pName)
+{
+    return pName.left(pName.indexOf(u'.') + 1);
 }
 
 } // namespace
@@ -33,6 +44,17 @@ VariableRule wholeNumberRule(const QString& pName, qint64 pDefault, qint64 pFrom
                            ? QString()
                            : QStringLiteral("a whole number from %1 to %2 is expected").arg(pFrom).arg(pTo);
             }};
+}
+
+VariableRule wordRule(const QString& pName, const QStringList& pWords)
+{
+    return {pName, pWords.first(),
+            [pWords](const QString& pText) {
+                return isOneOf(pText, pWords)
+                           ? QString()
+                           : QStringLiteral("one of %1 is expected").arg(pWords.join(QStringLiteral(", ")));
+            },
+            pWords};
 }
 
 VariableRule yesNoRule(const QString& pName, bool pDefault)
@@ -66,6 +88,19 @@ VariableRule textRule(const QString& pName, const QString& pDefault)
 
 ConfigVariables::ConfigVariables(vkcore::Database& pDatabase) : mDatabase(pDatabase) {}
 
+void ConfigVariables::addRule(const VariableRule& pRule)
+{
+    mRules.insert(pRule.mName, pRule);
+    if (!prefixOf(pRule.mName).isEmpty()) {
+        addPrefix(prefixOf(pRule.mName));
+    }
+}
+
+bool ConfigVariables::isMistaken(const QString& pName) const
+{
+    return !mRules.contains(pName) && mPrefixes.contains(prefixOf(pName));
+}
+
 std::optional<QString> ConfigVariables::stored(const QString& pName) const
 {
     Statement tQuery(mDatabase, "SELECT value FROM variables WHERE name = ?");
@@ -86,12 +121,12 @@ QString ConfigVariables::configured(const VariableRule& pRule) const
 std::optional<QString> ConfigVariables::value(const QString& pName) const
 {
     const auto tStored = stored(pName);
-    if (!tStored || !tStored->isNull()) {
+    const auto tRule = mRules.constFind(pName);
+    if (!tStored || tRule == mRules.constEnd()) {
         return tStored;
     }
-    const auto tRule = mRules.constFind(pName);
-    if (tRule == mRules.constEnd()) {
-        return QString();
+    if (!tStored->isNull() && tRule->mCheck(*tStored).isNull()) {
+        return tStored;
     }
     const QString tConfigured = configured(*tRule);
     if (!tConfigured.isEmpty()) {
@@ -105,26 +140,46 @@ bool ConfigVariables::flag(const QString& pName) const
     return isYes(text(pName));
 }
 
-bool ConfigVariables::set(const QString& pName, const QString& pValue, QString* pReason)
+int ConfigVariables::word(const QString& pName) const
+{
+    const QStringList tWords = mRules.value(pName).mWords;
+    const QString tValue = text(pName);
+    const auto tFound = std::find_if(tWords.begin(), tWords.end(), [&tValue](const QString& pWord) {
+        return pWord.compare(tValue, Qt::CaseInsensitive) == 0;
+    });
+    return static_cast<int>(tFound - tWords.begin());
+}
+
+// A null text if the value can be stored.
+QString ConfigVariables::objection(const QString& pName, const QString& pValue) const
 {
     if (pName.isEmpty() || pName.size() > sMaxName) {
-        *pReason =
-            QStringLiteral("The name of a configuration variable has 1 to %1 characters.").arg(sMaxName);
-        return false;
+        return QStringLiteral("The name of a configuration variable has 1 to %1 characters.").arg(sMaxName);
     }
     if (pValue.toUtf8().size() > sMaxValueBytes) {
-        *pReason =
-            QStringLiteral("The value of a configuration variable has at most %1 bytes.").arg(sMaxValueBytes);
-        return false;
+        return QStringLiteral("The value of a configuration variable has at most %1 bytes.")
+            .arg(sMaxValueBytes);
+    }
+    if (isMistaken(pName) && (!pValue.isEmpty() || stored(pName).value_or(QString()).isNull())) {
+        return QStringLiteral("There is no variable %1, and names with %2 in front belong to the service.")
+            .arg(pName, prefixOf(pName));
     }
     const auto tRule = mRules.constFind(pName);
-    const bool tKnown = tRule != mRules.constEnd();
-    const QString tComplaint = tKnown && !pValue.isEmpty() ? tRule->mCheck(pValue) : QString();
-    if (!tComplaint.isNull()) {
-        *pReason = QStringLiteral("The variable %1 can't have this value: %2.").arg(pName, tComplaint);
+    const QString tComplaint =
+        tRule != mRules.constEnd() && !pValue.isEmpty() ? tRule->mCheck(pValue) : QString();
+    return tComplaint.isNull()
+               ? QString()
+               : QStringLiteral("The variable %1 can't have this value: %2.").arg(pName, tComplaint);
+}
+
+bool ConfigVariables::set(const QString& pName, const QString& pValue, QString* pReason)
+{
+    const QString tObjection = objection(pName, pValue);
+    if (!tObjection.isNull()) {
+        *pReason = tObjection;
         return false;
     }
-    const bool tReset = tKnown && pValue.isEmpty();
+    const bool tReset = pValue.isEmpty() && (mRules.contains(pName) || isMistaken(pName));
     const bool tDone = mDatabase.transaction([&] {
         Statement tChange(mDatabase, tReset ? "DELETE FROM variables WHERE name = ?"
                                             : "INSERT OR REPLACE INTO variables (name, value) VALUES (?, ?)");
@@ -150,6 +205,21 @@ QStringList ConfigVariables::complaints() const
         if (!tComplaint.isNull()) {
             tComplaints.append(
                 QStringLiteral("The configuration key %1 is ignored: %2.").arg(tKey, tComplaint));
+        }
+    }
+    Statement tStored(mDatabase, "SELECT name, value FROM variables");
+    while (tStored.step()) {
+        const QString tName = tStored.text(0);
+        const auto tRule = mRules.constFind(tName);
+        const QString tComplaint = tRule != mRules.constEnd() ? tRule->mCheck(tStored.text(1)) : QString();
+        if (!tComplaint.isNull()) {
+            tComplaints.append(
+                QStringLiteral("The stored value of %1 is ignored: %2.").arg(tName, tComplaint));
+        } else if (isMistaken(tName)) {
+            tComplaints.append(
+                QStringLiteral(
+                    "The stored variable %1 is not known and does nothing. An empty value removes it.")
+                    .arg(tName));
         }
     }
     tComplaints.sort();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QtCore/QHash>
+#include <QtCore/QSet>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
@@ -20,49 +21,61 @@ struct VariableRule
     QString mDefault; // where neither a value nor the configuration has one
     // Gives the reason why a text is no value of this variable, a null text if it is one.
     std::function<QString(const QString&)> mCheck;
+    QStringList mWords = {}; // of a wordRule
 };
 
 // The rules of values that several variables share.
 VariableRule wholeNumberRule(const QString& pName, qint64 pDefault, qint64 pFrom, qint64 pTo);
+// One of these words, in capitals or not; the first is the default.
+VariableRule wordRule(const QString& pName, const QStringList& pWords);
 VariableRule yesNoRule(const QString& pName, bool pDefault);
 VariableRule pathRule(const QString& pName, const QString& pDefault);
 VariableRule textRule(const QString& pName, const QString& pDefault);
 
 // The configuration variables, by name. Those that the service knows are checked, and have a default that the
-// configuration may change: the key of the variable update.caFile is service.update.caFile. Others are stored
-// and given back as they are.
+// configuration may change: the key of the variable update.caFile is service.update.caFile. A name that
+// begins as theirs do, up to the first dot, and is not one of them is a mistake. All others are stored and
+// given back as they are.
 class ConfigVariables
 {
 public:
     explicit ConfigVariables(vkcore::Database& pDatabase);
 
-    void addRule(const VariableRule& pRule) { mRules.insert(pRule.mName, pRule); }
+    void addRule(const VariableRule& pRule);
+    // Names with this in front belong to the service, too.
+    void addPrefix(const QString& pPrefix) { mPrefixes.insert(pPrefix); }
     // How a key of the configuration is read; gives an empty text for a key without a value.
     void setConfiguration(std::function<QString(const QString& pKey)> pRead)
     {
         mConfiguration = std::move(pRead);
     }
 
-    // The stored value, else that of the configuration, else the rule's default, else a null text; none if
-    // the database can't be read.
+    // The stored value where the rule takes it, else that of the configuration, else the rule's default, else
+    // a null text; none if the database can't be read.
     std::optional<QString> value(const QString& pName) const;
-    // An empty text takes a known variable back to its default. False with a reason.
+    // An empty text takes a known variable back to its default, and removes a mistaken one that an earlier
+    // version took. False with a reason.
     bool set(const QString& pName, const QString& pValue, QString* pReason);
 
     // Of known variables. A value of the configuration that breaks the rule is no value.
     QString text(const QString& pName) const { return value(pName).value_or(QString()); }
     qint64 number(const QString& pName) const { return text(pName).toLongLong(); }
     bool flag(const QString& pName) const;
+    // The position of the value among the words of its rule.
+    int word(const QString& pName) const;
 
-    // One line for each value of the configuration that breaks its rule, for the log.
+    // For the log: one line for each value that breaks its rule, and for each stored name that is a mistake.
     QStringList complaints() const;
 
 private:
     QString configured(const VariableRule& pRule) const;
     std::optional<QString> stored(const QString& pName) const;
+    bool isMistaken(const QString& pName) const;
+    QString objection(const QString& pName, const QString& pValue) const;
 
     vkcore::Database& mDatabase;
     QHash<QString, VariableRule> mRules;
+    QSet<QString> mPrefixes; // with their dot
     std::function<QString(const QString&)> mConfiguration;
 };
 

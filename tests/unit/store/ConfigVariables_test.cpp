@@ -1,5 +1,6 @@
 #include "StoreTest.h"
 
+#include "control/KnownVariables.h"
 #include "store/ConfigVariables.h"
 
 using namespace tarn::vkservice::store;
@@ -24,6 +25,13 @@ protected:
         return mVariables.set(q(pName), pValue, &mReason);
     }
     std::string value(const char* pName) { return mVariables.value(q(pName))->toStdString(); }
+
+    // As a version with other rules would.
+    void storeUnchecked(const char* pName, const char* pValue)
+    {
+        ConfigVariables tUnchecked(mStore.database());
+        ASSERT_TRUE(tUnchecked.set(q(pName), q(pValue), &mReason)) << mReason;
+    }
 
     QHash<QString, QString> mConfiguration;
     ConfigVariables mVariables{mStore.database()};
@@ -92,4 +100,64 @@ TEST_F(ConfigVariablesTest, ValueThenConfigurationThenRule)
     EXPECT_EQ(mVariables.number(q("number")), 5) << "a wrong value of the configuration is none";
     ASSERT_EQ(mVariables.complaints().size(), 1);
     EXPECT_TRUE(mVariables.complaints().first().contains(q("service.number")));
+}
+
+// From the configuration or stored, the two readers of a value agree on what it may be.
+TEST_F(ConfigVariablesTest, TheMailServerIsReadByTheSameRules)
+{
+    using StartTls = tarn::vkservice::mail::SmtpSettings::StartTls;
+    tarn::vkservice::control::addKnownVariables(mVariables, q("/etc/vk"));
+    const struct
+    {
+        const char* mName;
+        const char* mValue;
+        StartTls mStartTls;
+        bool mAllow;
+        int mTimeout;
+    } tCases[] = {
+        {"mail.startTls", "IFOFFERED", StartTls::IfOffered, false, 60},
+        {"mail.startTls", "never", StartTls::Never, false, 60},
+        {"mail.startTls", "sometimes", StartTls::Required, false, 60},
+        {"mail.allowPlaintext", "Yes", StartTls::Required, true, 60},
+        {"mail.allowPlaintext", "maybe", StartTls::Required, false, 60},
+        {"mail.timeout", "600", StartTls::Required, false, 600},
+        {"mail.timeout", "601", StartTls::Required, false, 60},
+        {"mail.timeout", "0", StartTls::Required, false, 60},
+    };
+    for (const auto& tCase : tCases) {
+        for (const bool tStored : {false, true}) {
+            SCOPED_TRACE(std::string(tCase.mName) + " = " + tCase.mValue);
+            mConfiguration.clear();
+            if (tStored) {
+                storeUnchecked(tCase.mName, tCase.mValue);
+            } else {
+                mConfiguration.insert(q("service.") + q(tCase.mName), q(tCase.mValue));
+            }
+            const auto tSmtp = tarn::vkservice::control::smtpSettings(mVariables);
+            EXPECT_EQ(tSmtp.mStartTls, tCase.mStartTls);
+            EXPECT_EQ(tSmtp.mAllowPlaintext, tCase.mAllow);
+            EXPECT_EQ(tSmtp.mTimeoutSeconds, tCase.mTimeout);
+            EXPECT_TRUE(set(tCase.mName, QString())) << mReason;
+        }
+    }
+}
+
+TEST_F(ConfigVariablesTest, MistypedOnesAreRefusedAndCanBeRemoved)
+{
+    tarn::vkservice::control::addKnownVariables(mVariables, q("/etc/vk"));
+    for (const char* tName :
+         {"update.supressed", "mail.Url", "install.", "schedule.jitter ", "service.update.caFile"}) {
+        EXPECT_FALSE(set(tName, q("yes"))) << tName;
+        EXPECT_TRUE(mReason.contains(q(tName))) << mReason;
+        EXPECT_FALSE(set(tName, QString())) << tName;
+    }
+    for (const char* tName : {"updates.x", "Update.suppressed", "update", "site.update.x"}) {
+        EXPECT_TRUE(set(tName, q("yes"))) << mReason;
+    }
+    // What an earlier version took.
+    storeUnchecked("update.supressed", "yes");
+    EXPECT_EQ(value("update.supressed"), "yes");
+    ASSERT_EQ(mVariables.complaints().size(), 1);
+    EXPECT_TRUE(set("update.supressed", QString())) << mReason;
+    EXPECT_TRUE(mVariables.complaints().isEmpty());
 }
