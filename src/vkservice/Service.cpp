@@ -429,6 +429,7 @@ std::optional<update::RunRequest> Service::runRequest(QString* pReason)
     tRequest.mParallelDownloads =
         static_cast<int>(mVariables.number(QStringLiteral("update.parallelDownloads")));
     tRequest.mBytesPerSecond = mVariables.number(QStringLiteral("update.bandwidthLimit"));
+    tRequest.mLeastBytesPerSecond = mVariables.number(QStringLiteral("update.minimumRate"));
     tRequest.mCaFile = mVariables.text(QStringLiteral("update.caFile"));
     return tRequest;
 }

@@ -38,6 +38,7 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addRule(wholeNumberRule(QStringLiteral("update.waitForApps"), 600, 0, 7 * sDay));
     pVariables.addRule(wholeNumberRule(QStringLiteral("update.parallelDownloads"), 2, 1, 16));
     pVariables.addRule(wholeNumberRule(QStringLiteral("update.bandwidthLimit"), 0, 0, qint64(1) << 40));
+    pVariables.addRule(wholeNumberRule(QStringLiteral("update.minimumRate"), 5000, 0, 1000 * 1000 * 1000));
     pVariables.addRule(pathRule(QStringLiteral("update.caFile"), QString()));
     pVariables.addRule(
         pathRule(QStringLiteral("update.rootFile"), pConfigDir + QStringLiteral("/root.json")));

@@ -8,7 +8,8 @@ namespace {
 
 // An error page may have so many bytes; from a longer one the connection is cut.
 constexpr qint64 sMaxIgnored = 64 * 1024;
-// An attempt that got so far was worth it, and the count of attempts begins anew.
+// An attempt that brought so much of what had never come before was worth it, and attempts count from one
+// again.
 constexpr qint64 sWorthwhileBytes = 1024 * 1024;
 constexpr int sPauseGrowth = 3;
 constexpr int sLongestPauseMs = 60 * 1000;
@@ -64,7 +65,8 @@ QString statusText(long pStatus)
 
 HttpJob::HttpJob(Transfer& pTransfer, const HttpSettings& pSettings, RateLimit& pRateLimit)
     : mTransfer(pTransfer), mSettings(pSettings), mRateLimit(pRateLimit),
-      mUrl(pSettings.mBase + '/' + pTransfer.mPath.toUtf8()), mNotBefore(Clock::now())
+      mUrl(pSettings.mBase + '/' + pTransfer.mPath.toUtf8()), mNotBefore(Clock::now()),
+      mFurthest(pTransfer.mSink->received())
 {
 }
 
@@ -160,7 +162,7 @@ bool HttpJob::takesBody()
 {
     const long tStatus = status();
     if (tStatus == sOk && mOffset > 0) {
-        mSinkTrouble = mTransfer.mSink->restart(); // a server that knows no ranges sends the whole
+        mSinkTrouble = restartSink(); // a server that knows no ranges sends the whole
     }
     mRangeWrong = tStatus == sPartial && !rangeIsRight();
     return tStatus == sOk || tStatus == sPartial;
@@ -201,6 +203,12 @@ void HttpJob::cancel()
     finish();
 }
 
+void HttpJob::giveUp(const QString& pWhy)
+{
+    fail(Trouble::Kind::Unreachable, pWhy);
+    finish();
+}
+
 bool HttpJob::judge(CURLcode pResult, long pStatus)
 {
     if (mSinkTrouble) {
@@ -209,7 +217,7 @@ bool HttpJob::judge(CURLcode pResult, long pStatus)
     }
     constexpr long sRangeNotSatisfiable = 416;
     if (mRangeWrong || pStatus == sRangeNotSatisfiable) {
-        mTransfer.mTrouble = mTransfer.mSink->restart();
+        mTransfer.mTrouble = restartSink();
         return mTransfer.mTrouble ||
                retryOrFail(Trouble::Kind::Unreachable,
                            QStringLiteral("the server sends another part than it was asked for"));
@@ -248,15 +256,23 @@ Validators HttpJob::validators() const
     return tSafe ? Validators{header("ETag"), tModified} : Validators();
 }
 
+Trouble HttpJob::restartSink()
+{
+    ++mRestarts;
+    return mTransfer.mSink->restart();
+}
+
 bool HttpJob::retryOrFail(Trouble::Kind pKind, const QString& pWhy)
 {
-    if (mTransfer.mSink->isResumable() && mTransfer.mSink->received() == mTransfer.mSink->maxLength()) {
+    const qint64 tReceived = mTransfer.mSink->received();
+    if (mTransfer.mSink->isResumable() && tReceived == mTransfer.mSink->maxLength()) {
         return true; // the connection broke behind the last byte
     }
-    if (mTransfer.mSink->received() - mOffset >= sWorthwhileBytes) {
+    if (tReceived - mFurthest >= sWorthwhileBytes) {
         mAttempts = 1;
     }
-    if (mAttempts >= mSettings.mPatience.mAttempts) {
+    mFurthest = std::max(mFurthest, tReceived);
+    if (std::max(mAttempts, mRestarts) >= mSettings.mPatience.mAttempts) {
         return fail(pKind, pWhy);
     }
     int tPause = mSettings.mPatience.mFirstPauseMs;

@@ -31,6 +31,8 @@ public:
     // The attempt is over. True if the file is done, well or not; false if it is to be begun again.
     bool end(CURLcode pResult);
     void cancel();
+    // Ends it as failed because of the server, whatever attempts are left.
+    void giveUp(const QString& pWhy);
 
 private:
     static size_t onData(char* pData, size_t pOne, size_t pSize, void* pSelf);
@@ -41,6 +43,7 @@ private:
     Validators validators() const;
     long status() const;
     bool judge(CURLcode pResult, long pStatus);
+    Trouble restartSink();
     bool retryOrFail(Trouble::Kind pKind, const QString& pWhy);
     bool fail(Trouble::Kind pKind, const QString& pWhy);
     void finish();
@@ -53,8 +56,12 @@ private:
     CURL* mHandle = nullptr;
     curl_slist* mHeaders = nullptr;
     char mErrorText[CURL_ERROR_SIZE] = {};
-    int mAttempts = 0;
     Clock::time_point mNotBefore;
+    // What a server can use up for good: only bytes behind the furthest that ever was reached give attempts
+    // back, and nothing gives back a beginning from the start.
+    int mAttempts = 0;
+    int mRestarts = 0;
+    qint64 mFurthest;
 
     // Of the present attempt.
     qint64 mOffset = 0;  // where it was asked to go on

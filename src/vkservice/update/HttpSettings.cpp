@@ -16,7 +16,8 @@ const QString sEnvironmentFile = QStringLiteral("/etc/environment");
 
 HttpSettings::HttpSettings(const ServerAccess& pServer, const RunRequest& pRequest)
     : mCaFile(QFile::encodeName(pRequest.mCaFile)), mPatience(pRequest.mPatience),
-      mParallel(qBound(1, pRequest.mParallelDownloads, 16)), mBytesPerSecond(pRequest.mBytesPerSecond)
+      mParallel(qBound(1, pRequest.mParallelDownloads, 16)), mBytesPerSecond(pRequest.mBytesPerSecond),
+      mLeastBytesPerSecond(pRequest.mLeastBytesPerSecond)
 {
     const QUrl tUrl(pServer.mUri);
     mBase = tUrl.toEncoded(QUrl::RemoveUserInfo | QUrl::RemoveQuery | QUrl::RemoveFragment |

@@ -26,7 +26,8 @@ struct HttpSettings
     QByteArray mCaFile;
     Patience mPatience;
     int mParallel = 1;
-    qint64 mBytesPerSecond = 0; // of all files together; 0: no limit
+    qint64 mBytesPerSecond = 0;      // of all files together; 0: no limit
+    qint64 mLeastBytesPerSecond = 0; // of all files together
 };
 
 } // namespace tarn::vkservice::update

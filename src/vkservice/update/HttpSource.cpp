@@ -2,10 +2,12 @@
 
 #include "os/AbortFlag.h"
 #include "update/HttpJob.h"
+#include "update/RateFloor.h"
 #include "update/RateLimit.h"
 
 #include <algorithm>
 #include <list>
+#include <memory>
 
 namespace tarn::vkservice::update {
 
@@ -27,10 +29,17 @@ void initCurl()
 class HttpSource::Loop
 {
 public:
-    Loop(CURLM* pMulti, const HttpSettings& pSettings, RateLimit& pRateLimit)
-        : mMulti(pMulti), mSettings(pSettings), mRateLimit(pRateLimit)
+    using Clock = HttpJob::Clock;
+
+    Loop(CURLM* pMulti, const HttpSettings& pSettings)
+        : mMulti(pMulti), mSettings(pSettings), mRateLimit(pSettings.mBytesPerSecond),
+          mRateFloor(pSettings.mLeastBytesPerSecond,
+                     std::chrono::seconds(pSettings.mPatience.mRatePeriodSeconds)),
+          mDeadline(Clock::time_point::max())
     {
     }
+
+    void setDeadline(Clock::time_point pDeadline) { mDeadline = pDeadline; }
 
     void add(Transfer& pTransfer)
     {
@@ -39,7 +48,9 @@ public:
 
     void run(const os::AbortFlag& pAbort)
     {
-        while (!pAbort.isSet() && !(mWaiting.empty() && mActive.empty())) {
+        QString tComplaint;
+        while (!pAbort.isSet() && tComplaint.isEmpty() && !(mWaiting.empty() && mActive.empty())) {
+            const auto tBegin = Clock::now();
             const int tWait = std::min(beginDue(), resumePaused());
             int tRunning = 0;
             curl_multi_perform(mMulti, &tRunning);
@@ -47,10 +58,11 @@ public:
                 curl_waitfd tAbort{pAbort.fd(), CURL_WAIT_POLLIN, 0};
                 curl_multi_poll(mMulti, &tAbort, 1, tWait, nullptr);
             }
+            tComplaint = complaint(tBegin);
         }
         for (JobList* tJobs : {&mWaiting, &mActive}) {
             for (const auto& tJob : *tJobs) {
-                tJob->cancel();
+                tComplaint.isEmpty() ? tJob->cancel() : tJob->giveUp(tComplaint);
             }
         }
     }
@@ -96,6 +108,24 @@ private:
         return static_cast<int>(std::clamp<qint64>(tLeft, 0, sLongestWaitMs));
     }
 
+    // Why the server is not worth more time, after a round that began then; empty as long as it is.
+    QString complaint(Clock::time_point pBegin)
+    {
+        const auto tNow = Clock::now();
+        if (tNow >= mDeadline) {
+            return QStringLiteral("the server took more than %1 seconds for its metadata")
+                .arg(mSettings.mPatience.mMetadataSeconds);
+        }
+        // What the bandwidth limit held back is not the server's fault.
+        const auto tReady = mActive.empty() ? tNow : std::max(pBegin, mRateLimit.next());
+        return mRateFloor.isKept(tNow - tReady, mRateLimit.taken())
+                   ? QString()
+                   : QStringLiteral("for %1 seconds the server sent fewer than %2 bytes a second; "
+                                    "update.minimumRate says how slow a server may be")
+                         .arg(mSettings.mPatience.mRatePeriodSeconds)
+                         .arg(mSettings.mLeastBytesPerSecond);
+    }
+
     bool endFinished()
     {
         bool tAny = false;
@@ -120,12 +150,15 @@ private:
 
     CURLM* mMulti;
     const HttpSettings& mSettings;
-    RateLimit& mRateLimit;
+    RateLimit mRateLimit;
+    RateFloor mRateFloor;
+    Clock::time_point mDeadline;
     JobList mWaiting;
     JobList mActive;
 };
 
-HttpSource::HttpSource(const ServerAccess& pServer, const RunRequest& pRequest) : mSettings(pServer, pRequest)
+HttpSource::HttpSource(const ServerAccess& pServer, const RunRequest& pRequest)
+    : mSettings(pServer, pRequest), mMetadataTime(std::chrono::seconds(mSettings.mPatience.mMetadataSeconds))
 {
     initCurl();
     mMulti = curl_multi_init();
@@ -138,12 +171,21 @@ HttpSource::~HttpSource()
 
 void HttpSource::run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pAbort)
 {
-    RateLimit tRateLimit(mSettings.mBytesPerSecond);
-    Loop tLoop(mMulti, mSettings, tRateLimit);
+    const auto tBegin = Loop::Clock::now();
+    const bool tIsMetadata =
+        std::none_of(pTransfers.begin(), pTransfers.end(),
+                     [](const Transfer* pTransfer) { return pTransfer->mSink->isResumable(); });
+    Loop tLoop(mMulti, mSettings);
+    if (tIsMetadata) {
+        tLoop.setDeadline(tBegin + mMetadataTime);
+    }
     for (Transfer* tTransfer : pTransfers) {
         tLoop.add(*tTransfer);
     }
     tLoop.run(pAbort);
+    if (tIsMetadata) {
+        mMetadataTime -= Loop::Clock::now() - tBegin;
+    }
 }
 
 } // namespace tarn::vkservice::update

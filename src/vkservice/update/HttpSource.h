@@ -3,7 +3,7 @@
 #include "update/HttpSettings.h"
 #include "update/Source.h"
 
-#include <memory>
+#include <chrono>
 
 namespace tarn::vkservice::update {
 
@@ -21,6 +21,7 @@ private:
 
     HttpSettings mSettings;
     CURLM* mMulti;
+    std::chrono::steady_clock::duration mMetadataTime; // what is left of it
 };
 
 } // namespace tarn::vkservice::update

@@ -18,8 +18,11 @@ public:
 
     bool isFree(Clock::time_point pNow) const { return mBytesPerSecond <= 0 || pNow >= mNext; }
     Clock::time_point next() const { return mNext; }
+    // All bytes that were taken.
+    qint64 taken() const { return mTaken; }
     void take(qint64 pBytes, Clock::time_point pNow)
     {
+        mTaken += pBytes;
         if (mBytesPerSecond > 0) {
             mNext = std::max(mNext, pNow) + std::chrono::microseconds(pBytes * 1000000 / mBytesPerSecond);
         }
@@ -28,6 +31,7 @@ public:
 private:
     qint64 mBytesPerSecond; // 0: no limit
     Clock::time_point mNext;
+    qint64 mTaken = 0;
 };
 
 } // namespace tarn::vkservice::update

@@ -33,8 +33,10 @@ struct Patience
     int mSlowBytesPerSecond = 1000; // slower than this
     int mSlowSeconds = 30;          // for so long is too slow
     int mSmallFileSeconds = 120;    // for a whole metadata file
-    int mAttempts = 4;              // for one file
+    int mAttempts = 4;              // for one file, and how often it may begin again
     int mFirstPauseMs = 1000;       // before the second attempt; each later pause is three times as long
+    int mMetadataSeconds = 600;     // for all metadata files of a server
+    int mRatePeriodSeconds = 180;   // over which RunRequest::mLeastBytesPerSecond is an average
 };
 
 // All that a run needs to know; it asks nobody while it runs.
@@ -51,8 +53,9 @@ struct RunRequest
     QString mRootFile;   // first trusted TUF root, installed by the administrator
     int mWaitForAppsSeconds = 600;
     int mParallelDownloads = 2;
-    qint64 mBytesPerSecond = 0; // 0: no limit
-    QString mCaFile;            // empty: the system's certificates
+    qint64 mBytesPerSecond = 0;         // 0: no limit
+    qint64 mLeastBytesPerSecond = 5000; // a server that gives less is left for the next one; 0: no matter
+    QString mCaFile;                    // empty: the system's certificates
     Patience mPatience;
 };
 

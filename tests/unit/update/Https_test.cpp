@@ -207,6 +207,42 @@ TEST_F(HttpsTest, TakesTheNextServerWhenOneIsNoGood)
     EXPECT_EQ(tBroken.requests().size(), 2) << "it is tried as often as is set";
 }
 
+namespace {
+
+class HoldUpTest : public HttpsTest, public testing::WithParamInterface<const char*>
+{
+};
+
+} // namespace
+
+TEST_P(HoldUpTest, EndsAndTheNextServerGoesOn)
+{
+    package("lib").mFiles.insert(q("noise"), noise(6000000, 4));
+    publish();
+    const HostileServer tHostile(mRepository.path());
+    ASSERT_TRUE(mServer.start());
+    writeFile(mMachine.path(q("both.pem")), readFile(mServer.caFile()) + readFile(tHostile.caFile()));
+    RunRequest& tRequest = mMachine.request();
+    tRequest.mCaFile = mMachine.path(q("both.pem"));
+    tRequest.mPatience = {5, 1000, 2, 10, 3, 10, 3, 3};
+    mMachine.setServers({tHostile.uri(q(GetParam())), mServer.uri()});
+    run(ResultSuccess);
+    expectInstalled();
+    const QStringList tRequests = mServer.requests().filter(q("/targets/"));
+    EXPECT_GT(tRequests.size(), 0) << "the first one was waited for";
+    EXPECT_TRUE(!tRequests.filter(q("?range 206")).isEmpty() || q(GetParam()) != q("trickle"));
+    EXPECT_EQ(mMachine.mMessages.size(), 1) << text(mMachine.mMessages);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, HoldUpTest,
+                         testing::Values("cut-and-refuse", "cut-and-another-part", "cut-and-the-whole",
+                                         "trickle", "redirect-loop", "redirect-with-endless-page",
+                                         "endless-100", "endless-headers", "large-headers",
+                                         "metadata-trickle"),
+                         [](const testing::TestParamInfo<const char*>& pInfo) {
+                             return QByteArray(pInfo.param).replace('-', '_').toStdString();
+                         });
+
 TEST_F(HttpsTest, TriesAServerAgainThatIsJustStarting)
 {
     mMachine.request().mPatience.mAttempts = 6;
@@ -239,6 +275,9 @@ TEST_F(HttpsTest, KeepsToTheBandwidth)
     publish();
     ASSERT_TRUE(mServer.start());
     mMachine.request().mBytesPerSecond = 400000;
+    // Time in which the limit holds the downloads back is not the server's fault.
+    mMachine.request().mLeastBytesPerSecond = 450000;
+    mMachine.request().mPatience.mRatePeriodSeconds = 1;
     QElapsedTimer tTimer;
     tTimer.start();
     EXPECT_EQ(mMachine.run().mCode, ResultSuccess);

@@ -110,6 +110,22 @@ void TestServer::forgetRequests()
     QFile(mDir.filePath(q("access.log"))).resize(0);
 }
 
+HostileServer::HostileServer(const QString& pFolder) : mPort(freePort())
+{
+    const QString tKey = mDir.filePath(q("key.pem"));
+    makeCertificate(caFile(), tKey);
+    mProcess.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    mProcess.start(q("/usr/bin/python3"),
+                   {q(HOSTILE_SERVER), pFolder, caFile(), tKey, QString::number(mPort)});
+    waitForPort(mPort);
+}
+
+HostileServer::~HostileServer()
+{
+    mProcess.kill();
+    mProcess.waitForFinished();
+}
+
 TestProxy::TestProxy(quint16 pTo) : mPort(freePort())
 {
     writeFile(mDir.filePath(q("conf")),

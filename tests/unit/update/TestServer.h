@@ -40,6 +40,22 @@ private:
     QProcess mProcess;
 };
 
+// hostile_server.py, which serves a folder over https as "localhost" and holds its clients up.
+class HostileServer
+{
+public:
+    explicit HostileServer(const QString& pFolder);
+    ~HostileServer();
+
+    QString uri(const QString& pWay) const { return q("https://localhost:%1/%2").arg(mPort).arg(pWay); }
+    QString caFile() const { return mDir.filePath(q("cert.pem")); }
+
+private:
+    QTemporaryDir mDir;
+    quint16 mPort;
+    QProcess mProcess;
+};
+
 // A tinyproxy that lets clients with a user and a password through to one port.
 class TestProxy
 {
