@@ -31,12 +31,14 @@ inline int loopbackSocket(quint16* pPort)
     return tFd;
 }
 
-// Writes a certificate of "localhost" that signs itself, and its key.
-inline void makeCertificate(const QString& pCertificate, const QString& pKey)
+// Writes a certificate that signs itself, and its key.
+inline void makeCertificate(const QString& pCertificate, const QString& pKey,
+                            const QString& pName = q("localhost"))
 {
     QProcess tOpenssl; // its chatter goes nowhere
     const QString tWords = q("req -x509 -nodes -newkey ec -pkeyopt ec_paramgen_curve:P-256 -days 2 "
-                             "-subj /CN=localhost -addext subjectAltName=DNS:localhost");
+                             "-subj /CN=%1 -addext subjectAltName=DNS:%1")
+                               .arg(pName);
     tOpenssl.start(q("openssl"),
                    tWords.split(u' ') + QStringList{q("-keyout"), pKey, q("-out"), pCertificate});
     if (!tOpenssl.waitForFinished() || tOpenssl.exitCode() != 0) {

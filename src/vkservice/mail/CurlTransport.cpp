@@ -3,10 +3,10 @@
 #include "internal/PlainText.h"
 #include "mail/Address.h"
 #include "mail/Headers.h"
+#include "net/TlsTrust.h"
 
 #include <curl/curl.h>
 
-#include <QtCore/QFile>
 #include <QtCore/QUrl>
 
 #include <memory>
@@ -131,15 +131,7 @@ private:
         const QByteArray tUrl = QUrl(pSettings.mUrl, QUrl::StrictMode).toEncoded();
         return set(CURLOPT_URL, tUrl.constData()) && set(CURLOPT_PROTOCOLS_STR, "smtp,smtps") &&
                set(CURLOPT_PROXY, "") && set(CURLOPT_USE_SSL, tTls) &&
-               set(CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2}) && set(CURLOPT_SSL_VERIFYPEER, 1L) &&
-               set(CURLOPT_SSL_VERIFYHOST, 2L) && setCaFile(pSettings.mCaFile);
-    }
-
-    // A CA of the configuration is the only one that counts, beside none of the system's.
-    bool setCaFile(const QString& pCaFile)
-    {
-        return pCaFile.isEmpty() || (set(CURLOPT_CAINFO, QFile::encodeName(pCaFile).constData()) &&
-                                     set(CURLOPT_CAPATH, static_cast<const char*>(nullptr)));
+               net::setTlsTrust(mCurl, pSettings.mCaFile);
     }
 
     bool setLimits(const SmtpSettings& pSettings, std::atomic<bool>* pCanceled)

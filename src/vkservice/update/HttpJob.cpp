@@ -86,7 +86,7 @@ void HttpJob::finish()
     mHeaders = nullptr;
 }
 
-void HttpJob::begin(CURLM* pMulti)
+bool HttpJob::begin(CURLM* pMulti)
 {
     Sink& tSink = *mTransfer.mSink;
     if (!tSink.isResumable()) {
@@ -100,7 +100,10 @@ void HttpJob::begin(CURLM* pMulti)
 
     mMulti = pMulti;
     mHandle = curl_easy_init();
-    mSettings.apply(mHandle);
+    if (!mSettings.apply(mHandle)) {
+        fail(Trouble::Kind::Failed, QStringLiteral("the transfer could not be set up"));
+        return false;
+    }
     curl_easy_setopt(mHandle, CURLOPT_URL, mUrl.constData());
     curl_easy_setopt(mHandle, CURLOPT_PRIVATE, this);
     curl_easy_setopt(mHandle, CURLOPT_ERRORBUFFER, mErrorText);
@@ -121,6 +124,7 @@ void HttpJob::begin(CURLM* pMulti)
     }
     curl_easy_setopt(mHandle, CURLOPT_HTTPHEADER, mHeaders);
     curl_multi_add_handle(mMulti, mHandle);
+    return true;
 }
 
 size_t HttpJob::onData(char* pData, size_t pOne, size_t pSize, void* pSelf)

@@ -22,7 +22,8 @@ public:
 
     // Not before this moment the next attempt may begin.
     Clock::time_point notBefore() const { return mNotBefore; }
-    void begin(CURLM* pMulti);
+    // False if the attempt can't be set up; the job is over then.
+    bool begin(CURLM* pMulti);
     CURL* handle() const { return mHandle; }
     // True while the attempt holds back bytes for the rate limit; resume() takes them, as far as they may
     // come.

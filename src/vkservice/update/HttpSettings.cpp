@@ -1,8 +1,8 @@
 #include "update/HttpSettings.h"
 
+#include "net/TlsTrust.h"
 #include "update/OsProxy.h"
 
-#include <QtCore/QFile>
 #include <QtCore/QUrl>
 
 namespace tarn::vkservice::update {
@@ -15,7 +15,7 @@ const QString sEnvironmentFile = QStringLiteral("/etc/environment");
 } // namespace
 
 HttpSettings::HttpSettings(const ServerAccess& pServer, const RunRequest& pRequest)
-    : mCaFile(QFile::encodeName(pRequest.mCaFile)), mPatience(pRequest.mPatience),
+    : mCaFile(pRequest.mCaFile), mPatience(pRequest.mPatience),
       mParallel(qBound(1, pRequest.mParallelDownloads, 16)), mBytesPerSecond(pRequest.mBytesPerSecond),
       mLeastBytesPerSecond(pRequest.mLeastBytesPerSecond)
 {
@@ -38,7 +38,7 @@ HttpSettings::HttpSettings(const ServerAccess& pServer, const RunRequest& pReque
     }
 }
 
-void HttpSettings::apply(CURL* pHandle) const
+bool HttpSettings::apply(CURL* pHandle) const
 {
     curl_easy_setopt(pHandle, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(pHandle, CURLOPT_USERAGENT, "vkservice");
@@ -47,12 +47,6 @@ void HttpSettings::apply(CURL* pHandle) const
     curl_easy_setopt(pHandle, CURLOPT_REDIR_PROTOCOLS_STR, "https");
     curl_easy_setopt(pHandle, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(pHandle, CURLOPT_MAXREDIRS, sMaxRedirects);
-    curl_easy_setopt(pHandle, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    curl_easy_setopt(pHandle, CURLOPT_SSL_VERIFYPEER, 1L);
-    curl_easy_setopt(pHandle, CURLOPT_SSL_VERIFYHOST, 2L);
-    if (!mCaFile.isEmpty()) {
-        curl_easy_setopt(pHandle, CURLOPT_CAINFO, mCaFile.constData());
-    }
     if (!mUser.isEmpty()) {
         // Sent at once: the connection is encrypted, and a refused first request would double them all.
         // Another host than the one asked for never gets them.
@@ -70,6 +64,7 @@ void HttpSettings::apply(CURL* pHandle) const
     curl_easy_setopt(pHandle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(mPatience.mConnectSeconds));
     curl_easy_setopt(pHandle, CURLOPT_LOW_SPEED_LIMIT, static_cast<long>(mPatience.mSlowBytesPerSecond));
     curl_easy_setopt(pHandle, CURLOPT_LOW_SPEED_TIME, static_cast<long>(mPatience.mSlowSeconds));
+    return net::setTlsTrust(pHandle, mCaFile);
 }
 
 } // namespace tarn::vkservice::update

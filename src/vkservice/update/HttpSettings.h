@@ -13,8 +13,8 @@ struct HttpSettings
 {
     HttpSettings(const ServerAccess& pServer, const RunRequest& pRequest);
 
-    // Everything but the file's own address and callbacks.
-    void apply(CURL* pHandle) const;
+    // Everything but the file's own address and callbacks. False if the transfer is not to be begun.
+    [[nodiscard]] bool apply(CURL* pHandle) const;
 
     QByteArray mBase; // address without user, password and trailing slash
     QByteArray mUser;
@@ -23,7 +23,7 @@ struct HttpSettings
     QByteArray mNoProxy;
     QByteArray mProxyUser;
     QByteArray mProxyPassword;
-    QByteArray mCaFile;
+    QString mCaFile;
     Patience mPatience;
     int mParallel = 1;
     qint64 mBytesPerSecond = 0;      // of all files together; 0: no limit

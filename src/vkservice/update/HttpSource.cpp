@@ -84,8 +84,11 @@ private:
                 tWait = std::min(tWait, static_cast<int>(tDue));
                 continue;
             }
-            (*tJob)->begin(mMulti);
-            mActive.splice(mActive.end(), mWaiting, tJob);
+            if ((*tJob)->begin(mMulti)) {
+                mActive.splice(mActive.end(), mWaiting, tJob);
+            } else {
+                mWaiting.erase(tJob);
+            }
         }
         return tWait;
     }

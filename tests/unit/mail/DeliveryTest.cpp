@@ -1,6 +1,10 @@
+#include "Loopback.h"
 #include "Rig.h"
 #include "SmtpSink.h"
+#include "SystemCertificates.h"
 #include "Test.h"
+
+#include "mail/CurlTransport.h"
 
 #include <QtCore/QCoreApplication>
 
@@ -167,6 +171,29 @@ TEST_F(DeliveryTest, TellsItsPasswordToNoStranger)
     EXPECT_TRUE(mRig.warned(q("certificate of the mail server 127.0.0.1 is not trusted"))) << warnings();
     EXPECT_EQ(mSink.logins(), "");
     EXPECT_TRUE(mSink.received().isEmpty());
+}
+
+TEST_F(DeliveryTest, TrustsNoneOfTheSystemWhereAFileIsSet)
+{
+    using Outcome = SendResult::Outcome;
+    mSink.startSecure();
+    const QTemporaryDir tDir;
+    const QString tOther = tDir.filePath(q("cert.pem"));
+    makeCertificate(tOther, tDir.filePath(q("key.pem")), q("other"));
+    SmtpSettings tSettings = mSink.settings();
+    for (const auto& [tFile, tOutcome] :
+         {std::pair(QString(), Outcome::Sent), std::pair(tOther, Outcome::ServerFailed)}) {
+        tSettings.mCaFile = tFile;
+        const int tGot = withSystemCertificate(mSink.certificate(), [&tSettings] {
+            return CurlTransport()
+                .send({sAdmin, q("<1@x>"), QDateTime::currentDateTime(), q("s"), q("t"), q("h")}, tSettings)
+                .mOutcome;
+        });
+        if (tGot < 0) {
+            GTEST_SKIP() << "needs a mount namespace";
+        }
+        EXPECT_EQ(tGot, static_cast<int>(tOutcome)) << tFile;
+    }
 }
 
 TEST_F(DeliveryTest, ARefusedSenderIsAMatterOfTheSettings)

@@ -1,8 +1,12 @@
 // Updates over https, from a real server and through a real proxy.
 
+#include "Loopback.h"
+#include "SystemCertificates.h"
 #include "TestServer.h"
 #include "UpdateFixture.h"
 
+#include "os/AbortFlag.h"
+#include "update/HttpSource.h"
 #include "update/OsProxy.h"
 
 using namespace tarn::vkservice;
@@ -92,6 +96,28 @@ TEST_F(HttpsTest, TrustsNoCertificateButThoseOfTheAuthority)
     mMachine.request().mCaFile = mServer.caFile();
     mMachine.setServers({mServer.uri().replace(q("localhost"), q("127.0.0.1"))});
     EXPECT_EQ(mMachine.run().mCode, ResultUnreachable) << "the name is another one";
+}
+
+TEST_F(HttpsTest, TrustsNoneOfTheSystemWhereAFileIsSet)
+{
+    ASSERT_TRUE(mServer.start());
+    const QString tOther = mMachine.path(q("other.pem"));
+    makeCertificate(tOther, mMachine.path(q("key.pem")), q("other"));
+    for (const auto& [tFile, tKind] :
+         {std::pair(QString(), Trouble::Kind::None), std::pair(tOther, Trouble::Kind::Unreachable)}) {
+        mMachine.request().mCaFile = tFile;
+        const int tGot = withSystemCertificate(mServer.caFile(), [this] {
+            const os::AbortFlag tAbort;
+            MemorySink tSink(100000);
+            Transfer tTransfer{q("metadata/timestamp.json"), &tSink, {}, {}, false, {}};
+            HttpSource(mMachine.request().mServers.first(), mMachine.request()).run({&tTransfer}, tAbort);
+            return tTransfer.mTrouble.mKind;
+        });
+        if (tGot < 0) {
+            GTEST_SKIP() << "needs a mount namespace";
+        }
+        EXPECT_EQ(tGot, static_cast<int>(tKind)) << tFile;
+    }
 }
 
 TEST_F(HttpsTest, LogsInAndKeepsThePasswordToItself)
