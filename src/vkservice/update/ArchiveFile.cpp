@@ -3,11 +3,6 @@
 #include "os/AbortFlag.h"
 #include "os/FileTools.h"
 
-#include <QtCore/QFile>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <cerrno>
 
 namespace tarn::vkservice::update {
@@ -15,12 +10,18 @@ namespace tarn::vkservice::update {
 namespace {
 
 constexpr qsizetype sBufferSize = 1024 * 1024;
-constexpr mode_t sFileMode = 0600;
 
 } // namespace
 
-ArchiveFile::ArchiveFile(os::FileSystem& pFileSystem, const QString& pPath, const tuf::TargetFile& pTarget)
-    : mFileSystem(pFileSystem), mPath(pPath), mTarget(pTarget)
+Trouble notTheSigned(const tuf::TargetFile& pTarget)
+{
+    return {Trouble::Kind::Untrusted,
+            QStringLiteral("The file %1 is not the one that was signed").arg(pTarget.mPath)};
+}
+
+ArchiveFile::ArchiveFile(os::FileSystem& pFileSystem, const os::PrivateFolder& pFolder,
+                         const tuf::TargetFile& pTarget)
+    : mFileSystem(pFileSystem), mFolder(pFolder), mTarget(pTarget), mName(nameOf(pTarget))
 {
 }
 
@@ -28,22 +29,14 @@ ArchiveFile::~ArchiveFile() = default;
 
 Trouble ArchiveFile::ioTrouble(int pErrno) const
 {
-    return Trouble::from(os::Failure::fromErrno(pErrno, QStringLiteral("write %1").arg(mPath)));
-}
-
-qint64 ArchiveFile::onDisk() const
-{
-    struct stat tStat;
-    return ::lstat(QFile::encodeName(mPath).constData(), &tStat) == 0 ? tStat.st_size : 0;
+    return Trouble::from(
+        os::Failure::fromErrno(pErrno, QStringLiteral("write %1").arg(mFolder.pathOf(mName))));
 }
 
 Trouble ArchiveFile::open(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress)
 {
-    const int tEmpty = onDisk() > mTarget.mLength ? O_TRUNC : 0;
-    const int tFlags = O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | tEmpty;
-    mFile = os::Descriptor(mFileSystem, mFileSystem.open(QFile::encodeName(mPath), tFlags, sFileMode));
-    if (!mFile.isOpen()) {
-        return ioTrouble(errno);
+    if (const os::Failure tFailure = mFolder.openFile(mName, mTarget.mLength, &mFile)) {
+        return Trouble::from(tFailure);
     }
     mHasher = std::make_unique<tuf::Hasher>(mTarget.mHashes);
     mReceived = 0;
@@ -66,7 +59,8 @@ Trouble ArchiveFile::hashFound(const os::AbortFlag& pAbort, const std::function<
             continue;
         }
         if (tGot < 0) {
-            return Trouble::from(os::Failure::fromErrno(errno, QStringLiteral("read %1").arg(mPath)));
+            return Trouble::from(
+                os::Failure::fromErrno(errno, QStringLiteral("read %1").arg(mFolder.pathOf(mName))));
         }
         mHasher->add(QByteArrayView(tBlock.constData(), tGot));
         mReceived += tGot;
@@ -80,8 +74,8 @@ Trouble ArchiveFile::restart()
         return {};
     }
     mFile.close();
-    if (mFileSystem.unlink(QFile::encodeName(mPath)) != 0) {
-        return ioTrouble(errno);
+    if (const Trouble tTrouble = discard()) {
+        return tTrouble;
     }
     if (mProgress) {
         mProgress(-mReceived);
@@ -140,13 +134,12 @@ Trouble ArchiveFile::verify()
     if (const Trouble tTrouble = discard()) {
         return tTrouble;
     }
-    return {Trouble::Kind::Untrusted,
-            QStringLiteral("The file %1 is not the one that was signed").arg(mTarget.mPath)};
+    return notTheSigned(mTarget);
 }
 
 Trouble ArchiveFile::discard()
 {
-    return Trouble::from(os::removeTree(mFileSystem, mPath));
+    return Trouble::from(mFolder.remove(mName));
 }
 
 } // namespace tarn::vkservice::update

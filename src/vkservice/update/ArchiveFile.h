@@ -1,6 +1,6 @@
 #pragma once
 
-#include "os/Descriptor.h"
+#include "os/PrivateFolder.h"
 #include "tuf/Hashes.h"
 #include "tuf/Updater.h"
 #include "update/Sink.h"
@@ -14,18 +14,25 @@ class AbortFlag;
 
 namespace tarn::vkservice::update {
 
-// A package on its way from a server: a file in the folder of downloads, named by the hash that it must have,
-// so that a later run can go on with what is there and bytes of another file can never get in. Every byte is
-// hashed when it comes, or when it is found there.
+Trouble notTheSigned(const tuf::TargetFile& pTarget);
+
+// A package on its way from a server: a file in the folder of downloads, named by the hash that it must have
+// and by nothing else, so that a later run can go on with what is there and bytes of another file can never
+// get in. Every byte is hashed when it comes, or when it is found there.
 class ArchiveFile : public Sink
 {
 public:
-    ArchiveFile(os::FileSystem& pFileSystem, const QString& pPath, const tuf::TargetFile& pTarget);
+    ArchiveFile(os::FileSystem& pFileSystem, const os::PrivateFolder& pFolder,
+                const tuf::TargetFile& pTarget);
     ~ArchiveFile() override;
 
-    const QString& path() const { return mPath; }
+    // The file's name in the folder.
+    static QByteArray nameOf(const tuf::TargetFile& pTarget)
+    {
+        return tuf::namingHash(pTarget.mHashes).toHex();
+    }
     // Bytes of the file that lie on the disk, without opening it.
-    qint64 onDisk() const;
+    qint64 onDisk() const { return mFolder.sizeOf(mName); }
     bool isComplete() const { return onDisk() == mTarget.mLength; }
 
     // Makes the file, or opens the one that is there and hashes what it holds. pProgress gets the bytes
@@ -52,8 +59,9 @@ private:
     Trouble ioTrouble(int pErrno) const;
 
     os::FileSystem& mFileSystem;
-    QString mPath;
+    const os::PrivateFolder& mFolder;
     tuf::TargetFile mTarget;
+    QByteArray mName;
     os::Descriptor mFile;
     std::unique_ptr<tuf::Hasher> mHasher;
     QByteArray mBuffer;

@@ -1,10 +1,9 @@
 #include "update/Downloads.h"
 
 #include "os/AbortFlag.h"
-#include "os/FileTools.h"
 #include "update/ArchiveFile.h"
 
-#include <QtCore/QDir>
+#include <QtCore/QHash>
 
 #include <memory>
 #include <vector>
@@ -13,7 +12,6 @@ namespace tarn::vkservice::update {
 
 namespace {
 
-constexpr mode_t sPrivateDir = 0700;
 const QString sTargetsFolder = QStringLiteral("targets/");
 
 QString packageLabel(const Offer& pOffer)
@@ -35,19 +33,19 @@ struct Downloads::Item
 
 Downloads::Downloads(os::FileSystem& pFileSystem, const QString& pStateDir, Reporter& pReporter,
                      const os::AbortFlag& pAbort)
-    : mFileSystem(pFileSystem), mFolder(pStateDir + QStringLiteral("/downloads")), mReporter(pReporter),
-      mAbort(pAbort)
+    : mFileSystem(pFileSystem), mPath(pStateDir + QStringLiteral("/downloads")), mFolder(pFileSystem),
+      mReporter(pReporter), mAbort(pAbort)
 {
 }
 
-Trouble Downloads::makeFolder()
+Trouble Downloads::open()
 {
-    return Trouble::from(os::makePath(mFileSystem, mFolder, sPrivateDir));
+    return Trouble::from(mFolder.open(mPath));
 }
 
 QString Downloads::pathOf(const Offer& pOffer) const
 {
-    return mFolder + QLatin1Char('/') + QString::fromLatin1(pOffer.hash().toHex());
+    return mFolder.pathOf(ArchiveFile::nameOf(pOffer.mTarget));
 }
 
 qint64 Downloads::bytesToCome(const Plan& pPlan) const
@@ -56,7 +54,7 @@ qint64 Downloads::bytesToCome(const Plan& pPlan) const
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         if (!tPackage.mTrouble) {
             const Offer& tOffer = tPackage.mOffer;
-            const ArchiveFile tArchive(mFileSystem, pathOf(tOffer), tOffer.mTarget);
+            const ArchiveFile tArchive(mFileSystem, mFolder, tOffer.mTarget);
             tBytes += qMax<qint64>(0, tOffer.mTarget.mLength - tArchive.onDisk());
         }
     }
@@ -66,18 +64,38 @@ qint64 Downloads::bytesToCome(const Plan& pPlan) const
 Trouble Downloads::fetch(Source& pSource, Plan* pPlan)
 {
     Items tItems;
+    // Packages with the same contents have one archive, which comes once.
+    QHash<QByteArray, PlannedPackage*> tFirsts;
+    QList<std::pair<PlannedPackage*, PlannedPackage*>> tTwins;
     for (PlannedPackage& tPackage : pPlan->mPackages) {
-        if (!tPackage.mTrouble) {
-            const Offer& tOffer = tPackage.mOffer;
-            auto tArchive = std::make_unique<ArchiveFile>(mFileSystem, pathOf(tOffer), tOffer.mTarget);
-            tItems.push_back({&tPackage, std::move(tArchive)});
+        if (tPackage.mTrouble) {
+            continue;
         }
+        const tuf::TargetFile& tTarget = tPackage.mOffer.mTarget;
+        PlannedPackage*& tFirst = tFirsts[ArchiveFile::nameOf(tTarget)];
+        if (tFirst != nullptr) {
+            tTwins.emplaceBack(&tPackage, tFirst);
+            continue;
+        }
+        tFirst = &tPackage;
+        tItems.push_back({&tPackage, std::make_unique<ArchiveFile>(mFileSystem, mFolder, tTarget)});
     }
+    const Trouble tTrouble = fetch(pSource, &tItems);
+    for (const auto& [tTwin, tFirst] : tTwins) {
+        const bool tIsSame = tTwin->mOffer.mTarget.mLength == tFirst->mOffer.mTarget.mLength &&
+                             tTwin->mOffer.mTarget.mHashes == tFirst->mOffer.mTarget.mHashes;
+        tTwin->mTrouble = tIsSame ? tFirst->mTrouble : notTheSigned(tTwin->mOffer.mTarget);
+    }
+    return tTrouble;
+}
+
+Trouble Downloads::fetch(Source& pSource, Items* pItems)
+{
     std::vector<Item*> tSpoiled;
-    if (const Trouble tTrouble = download(pSource, &tItems)) {
+    if (const Trouble tTrouble = download(pSource, pItems)) {
         return tTrouble;
     }
-    if (const Trouble tTrouble = verify(&tItems, &tSpoiled)) {
+    if (const Trouble tTrouble = verify(pItems, &tSpoiled)) {
         return tTrouble;
     }
     if (tSpoiled.empty()) {
@@ -179,16 +197,32 @@ void Downloads::remove(const Plan& pPlan)
 {
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         if (!tPackage.mTrouble) {
-            os::removeTree(mFileSystem, pathOf(tPackage.mOffer));
+            mFolder.remove(ArchiveFile::nameOf(tPackage.mOffer.mTarget));
         }
     }
 }
 
 void Downloads::clear()
 {
-    const QStringList tNames = QDir(mFolder).entryList(QDir::Files | QDir::Hidden | QDir::System);
-    for (const QString& tName : tNames) {
-        os::removeTree(mFileSystem, mFolder + QLatin1Char('/') + tName);
+    removeAllBut({});
+}
+
+void Downloads::keep(const Plan& pPlan)
+{
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        mKept.insert(ArchiveFile::nameOf(tPackage.mOffer.mTarget));
+    }
+    removeAllBut(mKept);
+}
+
+// Files with other names are not of this folder's making.
+void Downloads::removeAllBut(const QSet<QByteArray>& pKept)
+{
+    const QList<QByteArray> tNames = mFolder.names();
+    for (const QByteArray& tName : tNames) {
+        if (!pKept.contains(tName) && tuf::Hash::fromHex(QString::fromLatin1(tName))) {
+            mFolder.remove(tName);
+        }
     }
 }
 

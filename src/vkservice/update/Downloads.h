@@ -1,8 +1,11 @@
 #pragma once
 
+#include "os/PrivateFolder.h"
 #include "update/Plan.h"
 #include "update/Reporter.h"
 #include "update/Source.h"
+
+#include <QtCore/QSet>
 
 namespace tarn::vkservice::update {
 
@@ -16,9 +19,11 @@ public:
     Downloads(os::FileSystem& pFileSystem, const QString& pStateDir, Reporter& pReporter,
               const os::AbortFlag& pAbort);
 
-    Trouble makeFolder();
-    const QString& folder() const { return mFolder; }
+    Trouble open();
+    const QString& folder() const { return mFolder.path(); }
     QString pathOf(const Offer& pOffer) const;
+    // Removes the archives that neither this plan nor an earlier one of this object names.
+    void keep(const Plan& pPlan);
     qint64 bytesToCome(const Plan& pPlan) const;
 
     // Gets and verifies the archive of each package that has no trouble yet, and notes in the others what is
@@ -27,18 +32,22 @@ public:
 
     // Removes the archives of the packages without trouble.
     void remove(const Plan& pPlan);
-    // Removes everything.
+    // Removes all archives.
     void clear();
 
 private:
     struct Item;
     using Items = std::vector<Item>;
 
+    Trouble fetch(Source& pSource, Items* pItems);
     Trouble download(Source& pSource, Items* pItems);
+    void removeAllBut(const QSet<QByteArray>& pKept);
     Trouble verify(Items* pItems, std::vector<Item*>* pSpoiled);
 
     os::FileSystem& mFileSystem;
-    QString mFolder;
+    QString mPath;
+    os::PrivateFolder mFolder;
+    QSet<QByteArray> mKept;
     Reporter& mReporter;
     const os::AbortFlag& mAbort;
 };

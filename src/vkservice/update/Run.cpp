@@ -59,7 +59,7 @@ RunResult Run::run()
     }
     warn(mWorkplace.tidyUp());
     warn(mWorkplace.updateInstallLog());
-    Trouble tTrouble = mDownloads.makeFolder();
+    Trouble tTrouble = mDownloads.open();
     if (!tTrouble) {
         tTrouble = checkFreeSpace(mFileSystem, {{mRequest.mStateDir, sStateBytes}});
     }
@@ -133,6 +133,7 @@ Trouble Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pA
 Trouble Run::fetchPackages(Attempt* pAttempt)
 {
     Plan& tPlan = pAttempt->mPlan;
+    mDownloads.keep(tPlan);
     if (tPlan.failedCount() == tPlan.mPackages.size()) {
         return {};
     }

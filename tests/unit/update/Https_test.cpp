@@ -210,6 +210,17 @@ TEST_F(HttpsTest, GoesOnWithAPartOfAFile)
     }
 }
 
+TEST_F(HttpsTest, TwoPackagesWithTheSameContentsComeAsOneFile)
+{
+    mPackages.append(package("lib"));
+    mPackages.last().mName = q("twin");
+    publish();
+    ASSERT_TRUE(mServer.start());
+    run(ResultSuccess);
+    expectInstalled();
+    EXPECT_EQ(mServer.requests().filter(QFileInfo(libPath()).fileName().left(64)).size(), 1);
+}
+
 TEST_F(HttpsTest, TakesTheNextServerWhenOneIsNoGood)
 {
     TestServer tSlow(mRepository.path());

@@ -82,6 +82,14 @@ QString TestRepository::add(const PackageInfo& pInfo, const QByteArray& pArchive
     return tFile;
 }
 
+void TestRepository::setHash(const QString& pFile, const QString& pHash)
+{
+    const QString tPath = QFileInfo(pFile).fileName().section(u'.', 1);
+    QJsonObject tTarget = mTargets[tPath].toObject();
+    tTarget.insert(q("hashes"), QJsonObject{{q("sha256"), pHash}});
+    mTargets.insert(tPath, tTarget);
+}
+
 void TestRepository::remove(const QString& pName)
 {
     const QStringList tPaths = mTargets.keys();

@@ -43,6 +43,8 @@ public:
     QString add(const TestPackage& pPackage);
     // The same with an archive of the test's own making.
     QString add(const tarn::vkservice::packages::PackageInfo& pInfo, const QByteArray& pArchive);
+    // The signed hash of what add() gave this path, whatever text it is.
+    void setHash(const QString& pFile, const QString& pHash);
     void remove(const QString& pName);
     void publish();
 

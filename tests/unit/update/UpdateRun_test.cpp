@@ -262,6 +262,76 @@ TEST_F(UpdateRunTest, GetsOverAPartialDownloadThatIsWrong)
     }
 }
 
+// With the key of the targets one can sign any text as a hash; none becomes the name of a file.
+TEST_F(UpdateRunTest, ASignedHashNamesNoFileOutsideTheDownloads)
+{
+    const QString tFile = mTargets.value(q("lib"));
+    mRepository.setHash(tFile, q("../../victim"));
+    mRepository.publish();
+    const QString tCopy = mMachine.path(q("one/two/mirror"));
+    QDir().mkpath(mMachine.path(q("one/two")));
+    QProcess::execute(q("cp"), {q("-a"), mRepository.path(), tCopy});
+    mMachine.setServers({QUrl::fromLocalFile(tCopy).toString()});
+    const QString tVictim = mMachine.path(q("victim"));
+    run(ResultVerificationFailed);
+    EXPECT_FALSE(QFile::exists(tVictim)) << "it is not made";
+    // What the server would send for it.
+    writeFile(mMachine.path(q("one/two/victim.") + QFileInfo(tFile).fileName().section(u'.', 1)), "more");
+    writeFile(tVictim, "mine");
+    run(ResultVerificationFailed);
+    EXPECT_EQ(readFile(tVictim), "mine") << "nothing is added, and it is not removed";
+}
+
+TEST_F(UpdateRunTest, WhatIsPutUnderTheNameOfADownloadHarmsNothing)
+{
+    const QString tDownloads = mMachine.path(q("state/downloads"));
+    const QString tHash = QFileInfo(mTargets.value(q("lib"))).fileName().section(u'.', 0, 0);
+    const QByteArray tName = QFile::encodeName(tDownloads + u'/' + tHash);
+    const QByteArray tVictim = QFile::encodeName(mMachine.path(q("victim")));
+    const struct
+    {
+        const char* mName;
+        std::function<int()> mPut;
+        ResultCode mCode;
+    } tCases[] = {
+        {"link", [&] { return ::symlink(tVictim, tName); }, ResultSuccess},
+        {"second name", [&] { return ::link(tVictim, tName); }, ResultSuccess},
+        {"pipe", [&] { return ::mkfifo(tName, 0600); }, ResultSuccess},
+        {"folder", [&] { return ::mkdir(tName, 0700); }, ResultInstallFailed},
+        {"link for the folder",
+         [&] {
+             return ::rmdir(QFile::encodeName(tDownloads)) + ::symlink("..", QFile::encodeName(tDownloads));
+         },
+         ResultInstallFailed},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mName);
+        QDir(mMachine.path(q("install"))).removeRecursively();
+        QDir(tDownloads).removeRecursively();
+        QDir().mkpath(tDownloads);
+        writeFile(mMachine.path(q("victim")), "mine");
+        ASSERT_EQ(tCase.mPut(), 0);
+        run(tCase.mCode);
+        EXPECT_EQ(readFile(mMachine.path(q("victim"))), "mine");
+    }
+}
+
+// While an application stays open, one release after the other is fetched and none installed.
+TEST_F(UpdateRunTest, KeepsNoDownloadsThatNoPlanNames)
+{
+    const QString tFile = mTargets.value(q("lib"));
+    const QString tPart = QFileInfo(tFile).fileName().section(u'.', 0, 0);
+    const QDir tDownloads(mMachine.path(q("state/downloads")));
+    for (const QString& tName : {tPart, QString(64, u'0'), QString(128, u'0'), q("notes")}) {
+        writeFile(tDownloads.filePath(tName), readFile(tFile).first(10));
+    }
+    QFile::remove(tFile);
+    run(ResultInstallFailed);
+    const QString tApp = QFileInfo(mTargets.value(q("app"))).fileName().section(u'.', 0, 0);
+    const QStringList tNames = tDownloads.entryList(QDir::Files);
+    EXPECT_EQ(QSet<QString>(tNames.begin(), tNames.end()), (QSet<QString>{tApp, tPart, q("notes")}));
+}
+
 TEST_F(UpdateRunTest, LooksForSpaceBeforeTheFirstByte)
 {
     mMachine.fileSystem().mFreeBytes = 6 * 1024 * 1024;
