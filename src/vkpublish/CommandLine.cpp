@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include "MetadataSource.h"
+
 #include <QtCore/QDir>
 
 #include <cstdio>
@@ -125,6 +127,16 @@ std::optional<QDateTime> CommandLine::date(const char* pName) const
         return std::nullopt;
     }
     return tDate;
+}
+
+bool CommandLine::openPlace(const char* pName, std::unique_ptr<tuf::Fetcher>* pTo) const
+{
+    QString tError;
+    *pTo = openMetadata(value(pName), value("ca-file"), &tError);
+    if (!*pTo) {
+        complain(QStringLiteral("--%1: %2").arg(QLatin1String(pName), tError));
+    }
+    return *pTo != nullptr;
 }
 
 } // namespace tarn::vkpublish

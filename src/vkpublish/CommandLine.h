@@ -5,7 +5,12 @@
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
+#include <memory>
 #include <optional>
+
+namespace tarn::tuf {
+class Fetcher;
+}
 
 namespace tarn::vkpublish {
 
@@ -15,6 +20,7 @@ enum Status : int
     StatusDone = 0,
     StatusFailed = 1,
     StatusUsage = 2,
+    StatusUnvouched = 3, // of verify: nothing is wrong, but nobody knows whose repository it is
 };
 
 // The options and arguments of one command, with its help.
@@ -44,6 +50,9 @@ public:
     // A whole number from pLeast to pMost; no value, and an error written, for another text.
     std::optional<int> number(const char* pName, int pLeast, int pMost) const;
     std::optional<QDateTime> date(const char* pName) const;
+    // The metadata of the repository that an option names, with the certificates of --ca-file; false, and an
+    // error written, for a text that names none.
+    bool openPlace(const char* pName, std::unique_ptr<tuf::Fetcher>* pTo) const;
 
 private:
     QString help() const;

@@ -1,7 +1,10 @@
 #include "KeyFolder.h"
 
+#include "Roles.h"
+
 #include "os/FileSystem.h"
 #include "tuf/AtomicFile.h"
+#include "tuf/Metadata.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
@@ -133,7 +136,12 @@ bool KeyFolder::save(QString* pError)
 
 bool KeyFolder::readKey(const QString& pRole, std::optional<tuf::SigningKey>* pTo, QString* pError)
 {
-    const QString tPath = filePath(mRecord.mKeyFiles.value(pRole));
+    return readKeyFile(mRecord.mKeyFiles.value(pRole), pTo, pError);
+}
+
+bool KeyFolder::readKeyFile(const QString& pName, std::optional<tuf::SigningKey>* pTo, QString* pError)
+{
+    const QString tPath = filePath(pName);
     QByteArray tPem;
     if (!checkPrivate(tPath, pError)) {
         return false;
@@ -147,6 +155,63 @@ bool KeyFolder::readKey(const QString& pRole, std::optional<tuf::SigningKey>* pT
         *pError = QStringLiteral("%1 holds no key that can be used").arg(tPath);
     }
     return pTo->has_value();
+}
+
+bool KeyFolder::readSigners(const QString& pRole, QList<tuf::SigningKey>* pTo, QString* pError)
+{
+    QStringList tNames{mRecord.mKeyFiles.value(pRole)};
+    for (const RetiringKey& tKey : mRecord.mRetiring) {
+        if (tKey.mRole == pRole && QFileInfo::exists(filePath(tKey.mFile))) {
+            tNames.append(tKey.mFile);
+        }
+    }
+    for (const QString& tName : tNames) {
+        std::optional<tuf::SigningKey> tKey;
+        if (!readKeyFile(tName, &tKey, pError)) {
+            return false;
+        }
+        pTo->append(*tKey);
+    }
+    return true;
+}
+
+QString KeyFolder::findKeyFile(const QString& pRole, const QStringList& pIds)
+{
+    const QStringList tNames = QDir(mPath).entryList({pRole + QLatin1String("-*.pem")}, QDir::Files);
+    for (const QString& tName : tNames) {
+        std::optional<tuf::SigningKey> tKey;
+        QString tReason;
+        if (readKeyFile(tName, &tKey, &tReason) && pIds.contains(tKey->id())) {
+            return tName;
+        }
+    }
+    return QString();
+}
+
+bool KeyFolder::takeRoot(const QByteArray& pRoot, QString* pError)
+{
+    tuf::Root tRoot;
+    if (const tuf::Error tError = tuf::parseRoot(pRoot, &tRoot)) {
+        *pError = tError.mText;
+        return false;
+    }
+    QMap<QString, QString> tFiles;
+    for (const QString& tRole : roleNames()) {
+        const QString tName = findKeyFile(tRole, tRoot.mRoles[tRole].mKeyIds);
+        if (tName.isEmpty()) {
+            *pError =
+                QStringLiteral("The repository has version %1 of the root, whose key for the role %2 is "
+                               "not in %3: put back the keys as they were after the last rotate-key")
+                    .arg(tRoot.mVersion)
+                    .arg(tRole, mPath);
+            return false;
+        }
+        tFiles.insert(tRole, tName);
+    }
+    mRecord.mKeyFiles = tFiles;
+    mRecord.mVersions[tuf::sRoot] = tRoot.mVersion;
+    mRecord.mRoot = pRoot;
+    return true;
 }
 
 bool KeyFolder::addKey(const QString& pRole, const tuf::SigningKey& pKey, QString* pError)

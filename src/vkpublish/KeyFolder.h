@@ -37,6 +37,11 @@ public:
     bool save(QString* pError);
 
     bool readKey(const QString& pRole, std::optional<tuf::SigningKey>* pTo, QString* pError);
+    // The keys that a role's files get a signature of: its own first, then those that retire. One whose file
+    // is gone does not sign any more.
+    bool readSigners(const QString& pRole, QList<tuf::SigningKey>* pTo, QString* pError);
+    // Has mRecord name this root, and the keys in the folder that the root gives to the roles.
+    bool takeRoot(const QByteArray& pRoot, QString* pError);
     // Writes the key into a file of its own and has mRecord name it.
     bool addKey(const QString& pRole, const tuf::SigningKey& pKey, QString* pError);
 
@@ -44,6 +49,8 @@ private:
     QString filePath(const QString& pName) const;
     bool checkPrivate(const QString& pPath, QString* pError) const;
     bool lock(QString* pError);
+    bool readKeyFile(const QString& pName, std::optional<tuf::SigningKey>* pTo, QString* pError);
+    QString findKeyFile(const QString& pRole, const QStringList& pIds);
 
     vkservice::os::FileSystem& mFileSystem;
     QString mPath;

@@ -32,9 +32,14 @@ QString targetsFolder(const QString& pRepository)
     return pRepository + QLatin1String("/targets");
 }
 
+QString versionedName(const QString& pRole, qint64 pVersion)
+{
+    return QStringLiteral("%1.%2.json").arg(pVersion).arg(pRole);
+}
+
 QString versionedPath(const QString& pRepository, const QString& pRole, qint64 pVersion)
 {
-    return QStringLiteral("%1/%2.%3.json").arg(metadataFolder(pRepository)).arg(pVersion).arg(pRole);
+    return metadataFolder(pRepository) + QLatin1Char('/') + versionedName(pRole, pVersion);
 }
 
 QString timestampPath(const QString& pRepository)

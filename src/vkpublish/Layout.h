@@ -10,6 +10,7 @@ namespace tarn::vkpublish {
 
 QString metadataFolder(const QString& pRepository);
 QString targetsFolder(const QString& pRepository);
+QString versionedName(const QString& pRole, qint64 pVersion);
 QString versionedPath(const QString& pRepository, const QString& pRole, qint64 pVersion);
 QString timestampPath(const QString& pRepository);
 // Of "hashes" in pStated, an object as metadata states it; Hash() where it has none of ours.

@@ -1,7 +1,10 @@
 #include "Publication.h"
 
+#include "CatchUp.h"
 #include "FileMatch.h"
 #include "Layout.h"
+#include "MetadataSource.h"
+#include "RepositoryState.h"
 #include "Roles.h"
 
 #include "os/FileSystem.h"
@@ -11,8 +14,10 @@
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 namespace tarn::vkpublish {
 
@@ -62,14 +67,22 @@ bool Publication::checkTargets(QString* pError) const
     return true;
 }
 
+bool Publication::catchUp(QString* pError)
+{
+    FolderFetcher tFolder(mFileSystem, metadataFolder(mRepository));
+    RepositoryState tSeen;
+    // What can't be verified says nothing, and is written again.
+    readState(tFolder, mKeys.mRecord.mRoot, &tSeen);
+    return raiseVersions(&mKeys, tSeen, &mRaised, pError);
+}
+
 bool Publication::readKeys(QString* pError)
 {
+    mSigners.clear();
     for (const QString& tRole : {tuf::sTargets, tuf::sSnapshot, tuf::sTimestamp}) {
-        std::optional<tuf::SigningKey> tKey;
-        if (!mKeys.readKey(tRole, &tKey, pError)) {
+        if (!mKeys.readSigners(tRole, &mSigners[tRole], pError)) {
             return false;
         }
-        mSigners.insert(tRole, *tKey);
     }
     return true;
 }
@@ -115,10 +128,11 @@ bool Publication::writeRoot(QString* pError)
 
 bool Publication::run(const PublicationTimes& pTimes, QString* pError)
 {
-    if (!checkTargets(pError) || !readKeys(pError)) {
+    Record& tRecord = mKeys.mRecord;
+    tRecord.mRetiring.removeIf([&](const RetiringKey& pKey) { return pKey.mUntil <= pTimes.mNow; });
+    if (!catchUp(pError) || !checkTargets(pError) || !readKeys(pError)) {
         return false;
     }
-    Record& tRecord = mKeys.mRecord;
     const bool tNewTargets =
         tRecord.mTargets != tRecord.mPublishedTargets ||
         !isFresh(tuf::sTargets, tRecord.mPublishedTargetsFile, pTimes.mTargetsExpires, pTimes);
@@ -137,60 +151,90 @@ bool Publication::run(const PublicationTimes& pTimes, QString* pError)
         tRecord.mPublishedSnapshot = PublishedFile();
     }
     ++tRecord.mVersions[tuf::sTimestamp];
-    if (!mKeys.save(pError)) {
-        return false;
-    }
-    if (tNewTargets && !writeVersioned(tuf::sTargets,
-                                       makeTargets(tRecord.mVersions[tuf::sTargets], pTimes.mTargetsExpires,
-                                                   tRecord.mTargets, mSigners.find(tuf::sTargets).value()),
-                                       pTimes.mTargetsExpires, &tRecord.mPublishedTargetsFile, pError)) {
-        return false;
-    }
-    if (tNewSnapshot && !writeVersioned(tuf::sSnapshot,
-                                        makeSnapshot(tRecord.mVersions[tuf::sSnapshot], pTimes.mExpires,
-                                                     tRecord.mPublishedTargetsFile.mMeta,
-                                                     mSigners.find(tuf::sSnapshot).value()),
-                                        pTimes.mExpires, &tRecord.mPublishedSnapshot, pError)) {
-        return false;
-    }
-    // A root that changes keys comes as late as it can, for clients that have it refuse the old timestamp.
-    if (!writeRoot(pError) ||
-        !write(timestampPath(mRepository),
-               makeTimestamp(tRecord.mVersions[tuf::sTimestamp], pTimes.mExpires,
-                             tRecord.mPublishedSnapshot.mMeta, mSigners.find(tuf::sTimestamp).value()),
-               pError)) {
+    // Clients that have the new root refuse what only the old keys signed, so it comes last.
+    if (!mKeys.save(pError) || !signFiles(pTimes, pError) || !writeRoot(pError)) {
         return false;
     }
     tRecord.mPublishedTargets = tRecord.mTargets;
     tRecord.mTimestampExpires = pTimes.mExpires;
+    noteUnreferenced(pTimes.mNow);
     return mKeys.save(pError);
 }
 
-bool Publication::prune(QString* pError)
+// Those that were given up, and the timestamp.
+bool Publication::signFiles(const PublicationTimes& pTimes, QString* pError)
+{
+    Record& tRecord = mKeys.mRecord;
+    if (tRecord.mPublishedTargetsFile.mMeta.isEmpty() &&
+        !writeVersioned(tuf::sTargets,
+                        makeTargets(tRecord.mVersions[tuf::sTargets], pTimes.mTargetsExpires,
+                                    tRecord.mTargets, mSigners[tuf::sTargets]),
+                        pTimes.mTargetsExpires, &tRecord.mPublishedTargetsFile, pError)) {
+        return false;
+    }
+    if (tRecord.mPublishedSnapshot.mMeta.isEmpty() &&
+        !writeVersioned(tuf::sSnapshot,
+                        makeSnapshot(tRecord.mVersions[tuf::sSnapshot], pTimes.mExpires,
+                                     tRecord.mPublishedTargetsFile.mMeta, mSigners[tuf::sSnapshot]),
+                        pTimes.mExpires, &tRecord.mPublishedSnapshot, pError)) {
+        return false;
+    }
+    return write(timestampPath(mRepository),
+                 makeTimestamp(tRecord.mVersions[tuf::sTimestamp], pTimes.mExpires,
+                               tRecord.mPublishedSnapshot.mMeta, mSigners[tuf::sTimestamp]),
+                 pError);
+}
+
+// Relative to the repository.
+QSet<QString> Publication::referencedFiles() const
 {
     const Record& tRecord = mKeys.mRecord;
-    QStringList tKept{timestampPath(mRepository)};
+    QStringList tPaths{timestampPath(mRepository)};
     for (const auto& [tRole, tFile] : {std::pair(tuf::sTargets, tRecord.mPublishedTargetsFile),
                                        std::pair(tuf::sSnapshot, tRecord.mPublishedSnapshot)}) {
-        tKept.append(versionedPath(mRepository, tRole, tFile.mMeta[QLatin1String("version")].toInteger()));
+        tPaths.append(versionedPath(mRepository, tRole, tFile.mMeta[QLatin1String("version")].toInteger()));
     }
     for (const QString& tName : tRecord.mTargets.keys()) {
-        tKept.append(targetPath(mRepository, tName, tRecord.mTargets[tName].toObject()));
+        tPaths.append(targetPath(mRepository, tName, tRecord.mTargets[tName].toObject()));
     }
-    const QSet<QString> tKeep(tKept.begin(), tKept.end());
+    QSet<QString> tFiles;
+    for (const QString& tPath : tPaths) {
+        tFiles.insert(tPath.mid(mRepository.size() + 1));
+    }
+    return tFiles;
+}
+
+void Publication::noteUnreferenced(const QDateTime& pNow)
+{
+    const QSet<QString> tReferenced = referencedFiles();
+    const QMap<QString, QDateTime> tKnown = std::exchange(mKeys.mRecord.mUnreferenced, {});
     for (const QString& tFolder : {metadataFolder(mRepository), targetsFolder(mRepository)}) {
         for (const QFileInfo& tFile : QDir(tFolder).entryInfoList(QDir::Files | QDir::Hidden)) {
-            const QString tPath = tFolder + QLatin1Char('/') + tFile.fileName();
+            const QString tName = (tFolder + QLatin1Char('/') + tFile.fileName()).mid(mRepository.size() + 1);
             // Every root stays: a client that slept for years climbs them one by one.
-            if (!tKeep.contains(tPath) && !tFile.fileName().endsWith(QLatin1String(".root.json")) &&
-                mFileSystem.unlink(QFile::encodeName(tPath)) != 0) {
-                *pError = QStringLiteral("%1 can't be removed: %2")
-                              .arg(tPath, QString::fromStdString(std::generic_category().message(errno)));
-                return false;
+            if (!tReferenced.contains(tName) && !tName.endsWith(QLatin1String(".root.json"))) {
+                mKeys.mRecord.mUnreferenced.insert(tName, std::min(tKnown.value(tName, pNow), pNow));
             }
         }
     }
-    return true;
+}
+
+bool Publication::prune(const QDateTime& pNow, qint64 pGrace, QString* pError)
+{
+    QMap<QString, QDateTime>& tUnreferenced = mKeys.mRecord.mUnreferenced;
+    for (auto tIt = tUnreferenced.begin(); tIt != tUnreferenced.end();) {
+        const QString tPath = mRepository + QLatin1Char('/') + tIt.key();
+        if (tIt.value().secsTo(pNow) < pGrace) {
+            ++tIt;
+        } else if (mFileSystem.unlink(QFile::encodeName(tPath)) == 0 || errno == ENOENT) {
+            tIt = tUnreferenced.erase(tIt);
+        } else {
+            *pError = QStringLiteral("%1 can't be removed: %2")
+                          .arg(tPath, QString::fromStdString(std::generic_category().message(errno)));
+            return false;
+        }
+    }
+    return mKeys.save(pError);
 }
 
 } // namespace tarn::vkpublish

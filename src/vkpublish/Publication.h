@@ -4,6 +4,7 @@
 
 #include <QtCore/QDateTime>
 #include <QtCore/QMap>
+#include <QtCore/QSet>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
@@ -16,9 +17,10 @@ struct PublicationTimes
     QDateTime mTargetsExpires;
 };
 
-// Brings a repository folder to what the record says. The file timestamp.json is replaced last, and by one
-// rename: until then clients see the old state, from then on the new one, whole. A publication that was cut
-// off at any moment is made good by the next one.
+// Brings a repository folder to what the record says. The file timestamp.json is replaced by one rename, when
+// all that it leads to is there: until then clients see the old state, from then on the new one, whole.
+// Behind it comes only a new root; keys that it replaces have signed all of the state as well, so clients
+// accept that under either root. A publication that was cut off at any moment is made good by the next one.
 class Publication
 {
 public:
@@ -26,17 +28,24 @@ public:
     Publication(vkservice::os::FileSystem& pFileSystem, const QString& pRepository, KeyFolder& pKeys);
 
     // Signs the timestamp anew, and the other files where their content changed or less than half of their
-    // life is left.
+    // life is left. Where the repository is ahead of the record, by files that the record's keys have signed,
+    // the record is from a backup and is raised first.
     bool run(const PublicationTimes& pTimes, QString* pError);
 
-    // Removes what the published metadata doesn't refer to. Clients in the middle of a download lose their
-    // file.
-    bool prune(QString* pError);
+    // Whether a run() found the record behind the repository.
+    bool hasRaised() const { return mRaised; }
+
+    // After run(): removes what no metadata has referred to for pGrace seconds, or more.
+    bool prune(const QDateTime& pNow, qint64 pGrace, QString* pError);
 
 private:
     bool checkTarget(const QString& pName, QString* pError) const;
     bool checkTargets(QString* pError) const;
+    bool catchUp(QString* pError);
     bool readKeys(QString* pError);
+    bool signFiles(const PublicationTimes& pTimes, QString* pError);
+    void noteUnreferenced(const QDateTime& pNow);
+    QSet<QString> referencedFiles() const;
     bool isFresh(const QString& pRole, const PublishedFile& pFile, const QDateTime& pExpires,
                  const PublicationTimes& pTimes) const;
     bool write(const QString& pPath, const QByteArray& pFile, QString* pError);
@@ -47,7 +56,8 @@ private:
     vkservice::os::FileSystem& mFileSystem;
     QString mRepository;
     KeyFolder& mKeys;
-    QMap<QString, tuf::SigningKey> mSigners; // role -> key
+    QMap<QString, QList<tuf::SigningKey>> mSigners; // role -> keys
+    bool mRaised = false;
 };
 
 } // namespace tarn::vkpublish

@@ -1,5 +1,6 @@
 #include "Record.h"
 
+#include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 
 namespace tarn::vkpublish {
@@ -17,6 +18,11 @@ const QString sPublishedTargets = QStringLiteral("publishedTargets");
 const QString sTargetsFile = QStringLiteral("targetsFile");
 const QString sSnapshotFile = QStringLiteral("snapshotFile");
 const QString sTimestampExpires = QStringLiteral("timestampExpires");
+const QString sRetiring = QStringLiteral("retiringKeys");
+const QString sRole = QStringLiteral("role");
+const QString sFile = QStringLiteral("file");
+const QString sUntil = QStringLiteral("until");
+const QString sUnreferenced = QStringLiteral("unreferenced");
 const QString sMeta = QStringLiteral("meta");
 const QString sExpires = QStringLiteral("expires");
 
@@ -41,6 +47,26 @@ PublishedFile fileFromJson(const QJsonValue& pValue)
     return PublishedFile{tObject[sMeta].toObject(), dateFromJson(tObject[sExpires])};
 }
 
+QJsonArray retiringToJson(const QList<RetiringKey>& pKeys)
+{
+    QJsonArray tArray;
+    for (const RetiringKey& tKey : pKeys) {
+        tArray.append(
+            QJsonObject{{sRole, tKey.mRole}, {sFile, tKey.mFile}, {sUntil, dateToJson(tKey.mUntil)}});
+    }
+    return tArray;
+}
+
+QList<RetiringKey> retiringFromJson(const QJsonValue& pValue)
+{
+    QList<RetiringKey> tKeys;
+    const QJsonArray tArray = pValue.toArray();
+    for (const QJsonValue tKey : tArray) {
+        tKeys.append({tKey[sRole].toString(), tKey[sFile].toString(), dateFromJson(tKey[sUntil])});
+    }
+    return tKeys;
+}
+
 } // namespace
 
 QByteArray Record::toJson() const
@@ -53,6 +79,10 @@ QByteArray Record::toJson() const
     for (auto tIt = mVersions.begin(); tIt != mVersions.end(); ++tIt) {
         tVersions.insert(tIt.key(), tIt.value());
     }
+    QJsonObject tUnreferenced;
+    for (auto tIt = mUnreferenced.begin(); tIt != mUnreferenced.end(); ++tIt) {
+        tUnreferenced.insert(tIt.key(), dateToJson(tIt.value()));
+    }
     return QJsonDocument(QJsonObject{{sFormatName, sFormat},
                                      {sKeys, tKeys},
                                      {sVersions, tVersions},
@@ -61,7 +91,9 @@ QByteArray Record::toJson() const
                                      {sPublishedTargets, mPublishedTargets},
                                      {sTargetsFile, fileToJson(mPublishedTargetsFile)},
                                      {sSnapshotFile, fileToJson(mPublishedSnapshot)},
-                                     {sTimestampExpires, dateToJson(mTimestampExpires)}})
+                                     {sTimestampExpires, dateToJson(mTimestampExpires)},
+                                     {sRetiring, retiringToJson(mRetiring)},
+                                     {sUnreferenced, tUnreferenced}})
         .toJson();
 }
 
@@ -85,6 +117,11 @@ bool Record::fromJson(const QByteArray& pText, Record* pTo)
     pTo->mPublishedTargetsFile = fileFromJson(tObject[sTargetsFile]);
     pTo->mPublishedSnapshot = fileFromJson(tObject[sSnapshotFile]);
     pTo->mTimestampExpires = dateFromJson(tObject[sTimestampExpires]);
+    pTo->mRetiring = retiringFromJson(tObject[sRetiring]);
+    const QJsonObject tUnreferenced = tObject[sUnreferenced].toObject();
+    for (auto tIt = tUnreferenced.begin(); tIt != tUnreferenced.end(); ++tIt) {
+        pTo->mUnreferenced.insert(tIt.key(), dateFromJson(tIt.value()));
+    }
     return true;
 }
 

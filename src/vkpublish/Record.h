@@ -3,6 +3,7 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonObject>
+#include <QtCore/QList>
 #include <QtCore/QMap>
 #include <QtCore/QString>
 
@@ -13,6 +14,15 @@ struct PublishedFile
 {
     QJsonObject mMeta; // "version", "length", "hashes"; empty: none, or it must be signed anew
     QDateTime mExpires;
+};
+
+// A key that was replaced and goes on signing for a while, beside the new one: machines accept what both have
+// signed, whichever of the two roots they know.
+struct RetiringKey
+{
+    QString mRole;
+    QString mFile; // its name in the key folder
+    QDateTime mUntil;
 };
 
 // What the publisher knows of a repository. It is the truth, and the repository folder is made from it:
@@ -27,6 +37,8 @@ struct Record
     PublishedFile mPublishedTargetsFile;
     PublishedFile mPublishedSnapshot;
     QDateTime mTimestampExpires;
+    QList<RetiringKey> mRetiring;
+    QMap<QString, QDateTime> mUnreferenced; // file, relative to the repository -> since when nothing names it
 
     QByteArray toJson() const;
     // False if the text isn't what toJson() writes.

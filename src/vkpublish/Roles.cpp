@@ -52,27 +52,27 @@ QByteArray makeRoot(qint64 pVersion, const QDateTime& pExpires, const QMap<QStri
 }
 
 QByteArray makeTargets(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets,
-                       const tuf::SigningKey& pKey)
+                       const QList<tuf::SigningKey>& pKeys)
 {
     QJsonObject tSigned = signedPart(tuf::sTargets, pVersion, pExpires);
     tSigned.insert(QStringLiteral("targets"), pTargets);
-    return tuf::signMetadata(tSigned, {pKey});
+    return tuf::signMetadata(tSigned, pKeys);
 }
 
 QByteArray makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargetsMeta,
-                        const tuf::SigningKey& pKey)
+                        const QList<tuf::SigningKey>& pKeys)
 {
     QJsonObject tSigned = signedPart(tuf::sSnapshot, pVersion, pExpires);
     tSigned.insert(QStringLiteral("meta"), metaMap(tuf::sTargets, pTargetsMeta));
-    return tuf::signMetadata(tSigned, {pKey});
+    return tuf::signMetadata(tSigned, pKeys);
 }
 
 QByteArray makeTimestamp(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pSnapshotMeta,
-                         const tuf::SigningKey& pKey)
+                         const QList<tuf::SigningKey>& pKeys)
 {
     QJsonObject tSigned = signedPart(tuf::sTimestamp, pVersion, pExpires);
     tSigned.insert(QStringLiteral("meta"), metaMap(tuf::sSnapshot, pSnapshotMeta));
-    return tuf::signMetadata(tSigned, {pKey});
+    return tuf::signMetadata(tSigned, pKeys);
 }
 
 QJsonObject metaOf(qint64 pVersion, const QByteArray& pFile)

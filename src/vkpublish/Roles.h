@@ -19,11 +19,11 @@ const QStringList& roleNames();
 QByteArray makeRoot(qint64 pVersion, const QDateTime& pExpires, const QMap<QString, tuf::SigningKey>& pKeys,
                     const std::optional<tuf::SigningKey>& pOldRootKey);
 QByteArray makeTargets(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets,
-                       const tuf::SigningKey& pKey);
+                       const QList<tuf::SigningKey>& pKeys);
 QByteArray makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargetsMeta,
-                        const tuf::SigningKey& pKey);
+                        const QList<tuf::SigningKey>& pKeys);
 QByteArray makeTimestamp(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pSnapshotMeta,
-                         const tuf::SigningKey& pKey);
+                         const QList<tuf::SigningKey>& pKeys);
 
 // What the file above says about this one: "version", "length", "hashes".
 QJsonObject metaOf(qint64 pVersion, const QByteArray& pFile);

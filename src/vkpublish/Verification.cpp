@@ -2,11 +2,13 @@
 
 #include "FileMatch.h"
 #include "Layout.h"
+#include "MetadataSource.h"
 
 #include "os/FileSystem.h"
 #include "packages/PackageInfo.h"
 #include "tuf/AtomicFile.h"
 #include "tuf/CanonicalJson.h"
+#include "tuf/Metadata.h"
 #include "tuf/Updater.h"
 
 #include <QtCore/QDir>
@@ -15,6 +17,8 @@
 #include <QtCore/QSet>
 #include <QtCore/QTemporaryDir>
 #include <QtCore/QUrl>
+
+#include <algorithm>
 
 namespace tarn::vkpublish {
 
@@ -37,21 +41,58 @@ bool isWrittenByUs(const QByteArray& pFile)
     return true;
 }
 
+// Keys of every root in the folder: those that retire have signed, too.
+tuf::KeyMap allKeys(const QString& pRepository)
+{
+    tuf::KeyMap tKeys;
+    const QDir tFolder(metadataFolder(pRepository));
+    for (const QString& tName : tFolder.entryList({QStringLiteral("*.root.json")}, QDir::Files)) {
+        QByteArray tFile;
+        tuf::Root tRoot;
+        if (!tuf::readWholeFile(vkservice::os::realFileSystem(), tFolder.filePath(tName),
+                                tuf::Limits().mRootLength, &tFile) &&
+            !tuf::parseRoot(tFile, &tRoot)) {
+            tKeys.insert(tRoot.mKeys);
+        }
+    }
+    return tKeys;
+}
+
+// Clients need one of them. No hash tells of a change to the others.
+bool allSignaturesHold(const QByteArray& pTimestamp, const tuf::KeyMap& pKeys)
+{
+    tuf::Timestamp tTimestamp;
+    return !tuf::parseTimestamp(pTimestamp, &tTimestamp) &&
+           std::all_of(tTimestamp.mSignatures.begin(), tTimestamp.mSignatures.end(),
+                       [&](const tuf::Signature& pSignature) {
+                           QByteArray tIdentity;
+                           return pKeys.value(pSignature.mKeyId)
+                               .verify(tTimestamp.mMessage, pSignature.mBytes, &tIdentity);
+                       });
+}
+
 // Serves the repository's metadata to the client, and remembers what it asked for.
-class FolderFetcher : public tuf::Fetcher
+class WatchedFolder : public FolderFetcher
 {
 public:
-    explicit FolderFetcher(const QString& pFolder) : mFolder(pFolder) {}
+    explicit WatchedFolder(const QString& pRepository)
+        : FolderFetcher(vkservice::os::realFileSystem(), metadataFolder(pRepository)),
+          mRepository(pRepository)
+    {
+    }
 
     tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
     {
-        const QString tName = QUrl::fromPercentEncoding(pPath.toLatin1());
-        const QString tPath = mFolder + QLatin1Char('/') + tName;
-        const tuf::Error tError = tuf::readWholeFile(vkservice::os::realFileSystem(), tPath, pMaxLength, pTo);
+        const tuf::Error tError = FolderFetcher::fetch(pPath, pMaxLength, pTo);
         if (!tError) {
+            const QString tPath = metadataFolder(mRepository) + QLatin1Char('/') + pPath;
             mUsed.insert(tPath);
-            if (!isWrittenByUs(*pTo)) {
+            if (!isWrittenByUs(*pTo) ||
+                (tPath == timestampPath(mRepository) && !allSignaturesHold(*pTo, allKeys(mRepository)))) {
                 mChanged.append(tPath);
+            }
+            if (pPath.endsWith(QLatin1String(".root.json"))) {
+                mRoots.append(*pTo);
             }
         }
         return tError;
@@ -59,9 +100,10 @@ public:
 
     QSet<QString> mUsed;
     QStringList mChanged;
+    QList<QByteArray> mRoots;
 
 private:
-    QString mFolder;
+    QString mRepository;
 };
 
 bool isPackage(const tuf::TargetFile& pTarget, QString* pReason)
@@ -96,7 +138,7 @@ VerificationResult verifyRepository(const QString& pRepository, const QByteArray
 {
     VerificationResult tResult;
     const QTemporaryDir tTrusted;
-    FolderFetcher tFetcher(metadataFolder(pRepository));
+    WatchedFolder tFetcher(pRepository);
     vkservice::os::FileSystem& tFileSystem = vkservice::os::realFileSystem();
     tuf::Updater tUpdater(tFileSystem, tTrusted.path(), tFetcher, pNow);
     QList<tuf::TargetFile> tTargets;
@@ -127,6 +169,7 @@ VerificationResult verifyRepository(const QString& pRepository, const QByteArray
         }
         tUsed.insert(tPath);
     }
+    tResult.mRoots = QList<QByteArray>{pRoot} + tFetcher.mRoots;
     tResult.mPackageCount = static_cast<int>(tTargets.size());
     tResult.mUnused = unusedFiles(pRepository, tUsed);
     return tResult;

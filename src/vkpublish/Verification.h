@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
+#include <QtCore/QList>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
@@ -8,8 +10,10 @@ namespace tarn::vkpublish {
 
 struct VerificationResult
 {
-    QStringList mProblems; // empty: the repository is good
-    QStringList mUnused;   // files that nothing refers to
+    QStringList mProblems;    // empty: the repository is good
+    QStringList mUnused;      // files that nothing refers to
+    QList<QByteArray> mRoots; // the given one, and those that follow; where there are no problems, each is
+                              // signed by the one before
     int mPackageCount = 0;
 };
 

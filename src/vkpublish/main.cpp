@@ -3,6 +3,8 @@
 
 #include <QtCore/QCoreApplication>
 
+#include <sys/stat.h>
+
 #include <array>
 #include <clocale>
 
@@ -36,9 +38,9 @@ QString usage()
                      .arg(QLatin1String(tCommand.mName), -12)
                      .arg(QLatin1String(tCommand.mSummary));
     }
-    tText +=
-        QStringLiteral("\n\"vkpublish COMMAND --help\" explains a command. --version shows the version.\n"
-                       "Exit status: 0 done, 1 failed, 2 wrong usage.");
+    tText += QStringLiteral(
+        "\n\"vkpublish COMMAND --help\" explains a command. --version shows the version.\n"
+        "Exit status: 0 done, 1 failed, 2 wrong usage, 3 good, but nothing vouches for the root (verify).");
     return tText;
 }
 
@@ -69,6 +71,9 @@ int run(const QStringList& pArguments)
 int main(int pArgc, char** pArgv)
 {
     const QCoreApplication tApplication(pArgc, pArgv);
+    // What is published is for everybody to read, also where the user's own files are not. Keys are made with
+    // their own, stricter mode.
+    ::umask(022);
     // File names are packed as UTF-8, whatever the user's language.
     std::setlocale(LC_CTYPE, "C.UTF-8");
     return run(QCoreApplication::arguments().mid(1));

@@ -136,6 +136,21 @@ QJsonObject targetOf(const PackResult& pPacked, const PackageInfo& pInfo)
                        {QStringLiteral("custom"), pInfo.toJson()}};
 }
 
+// Machines take the same version again only with a later date. The target gets one where it differs from
+// pOld; an empty one is none.
+void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTarget)
+{
+    PackageInfo tOld;
+    QString tReason;
+    if (*pTarget == pOld ||
+        !PackageInfo::fromJson(pOld[QLatin1String("custom")].toObject(), &tOld, &tReason) ||
+        pInfo->mVersion > tOld.mVersion) {
+        return;
+    }
+    pInfo->mVersion = vkcore::EnhVersion(pInfo->mVersion.version(), tOld.mVersion.date().addSecs(1));
+    pTarget->insert(QStringLiteral("custom"), pInfo->toJson());
+}
+
 // Packs the folder and puts it into the record.
 bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pReport, QString* pError)
 {
@@ -158,7 +173,10 @@ bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pRepo
         return false;
     }
     pInfo.mInstalledSize = tPacked.mInstalledSize;
-    const QJsonObject tTarget = targetOf(tPacked, pInfo);
+    QJsonObject tTarget = targetOf(tPacked, pInfo);
+    const QDateTime tDate = pInfo.mVersion.date();
+    makeNewerThan(tKeys.mRecord.mTargets[tName].toObject(), &pInfo, &tTarget);
+    makeNewerThan(tKeys.mRecord.mPublishedTargets[tName].toObject(), &pInfo, &tTarget);
     const QString tPath = targetPath(pLine.repository(), tName, tTarget);
     if (tFileSystem.rename(QFile::encodeName(tUnnamed), QFile::encodeName(tPath)) != 0) {
         *pError = QStringLiteral("%1 can't be written: %2")
@@ -171,6 +189,10 @@ bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pRepo
                    .arg(tEntries.size())
                    .arg(QLocale::c().formattedDataSize(tPacked.mInstalledSize),
                         QLocale::c().formattedDataSize(tPacked.mLength));
+    if (pInfo.mVersion.date() != tDate) {
+        *pReport += QStringLiteral(", dated %1 to replace the other one on machines")
+                        .arg(pInfo.mVersion.date().toUTC().toString(Qt::ISODate));
+    }
     return tKeys.save(pError);
 }
 

@@ -1,6 +1,8 @@
 #include "commands/Commands.h"
 
+#include "CatchUp.h"
 #include "CommandLine.h"
+#include "MetadataSource.h"
 #include "Publication.h"
 
 #include "os/FileSystem.h"
@@ -11,6 +13,7 @@ namespace tarn::vkpublish {
 namespace {
 
 constexpr int sRootWarningDays = 90;
+constexpr qint64 sSecondsPerDay = 24 * 60 * 60;
 
 std::optional<PublicationTimes> readTimes(const CommandLine& pLine)
 {
@@ -46,6 +49,67 @@ void warn(const PublicationTimes& pTimes, const QByteArray& pRoot)
     }
 }
 
+void declare(CommandLine* pLine)
+{
+    pLine->addRepository();
+    pLine->addOption(QStringLiteral("expires-days"),
+                     QStringLiteral("How long timestamp and snapshot hold, in days"), QStringLiteral("DAYS"),
+                     QStringLiteral("14"));
+    pLine->addOption(QStringLiteral("expires"), QStringLiteral("The date until which they hold, instead"),
+                     QStringLiteral("DATE"));
+    pLine->addOption(QStringLiteral("targets-days"),
+                     QStringLiteral("How long the list of packages holds, in days"), QStringLiteral("DAYS"),
+                     QStringLiteral("365"));
+    pLine->addOption(QStringLiteral("prune"),
+                     QStringLiteral("Then delete the files that nothing has referred to for a while"));
+    pLine->addOption(QStringLiteral("prune-days"), QStringLiteral("How long that while is, in days"),
+                     QStringLiteral("DAYS"), QStringLiteral("1"));
+    pLine->addOption(QStringLiteral("above"),
+                     QStringLiteral("Go on above the versions of the repository in that folder or at that "
+                                    "https address: after the record came back from a backup"),
+                     QStringLiteral("PLACE"));
+    pLine->addOption(QStringLiteral("ca-file"), QStringLiteral("The authorities to trust for that address"),
+                     QStringLiteral("FILE"));
+}
+
+struct Job
+{
+    PublicationTimes mTimes;
+    qint64 mGrace = 0;
+    std::unique_ptr<tuf::Fetcher> mAbove;
+};
+
+bool readJob(const CommandLine& pLine, Job* pTo)
+{
+    const std::optional<PublicationTimes> tTimes = readTimes(pLine);
+    const std::optional<int> tPruneDays = pLine.number("prune-days", 0, 3650);
+    if (!tTimes || !tPruneDays) {
+        return false;
+    }
+    pTo->mTimes = *tTimes;
+    pTo->mGrace = *tPruneDays * sSecondsPerDay;
+    return !pLine.isSet("above") || pLine.openPlace("above", &pTo->mAbove);
+}
+
+bool publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys, QString* pError)
+{
+    vkservice::os::FileSystem& tFileSystem = vkservice::os::realFileSystem();
+    Publication tPublication(tFileSystem, pLine.repository(), *pKeys);
+    bool tRaised = false;
+    if (!pKeys->open(pError) ||
+        (pJob.mAbove && !takeOver(tFileSystem, *pJob.mAbove, pLine.repository(), pKeys, &tRaised, pError)) ||
+        !tPublication.run(pJob.mTimes, pError)) {
+        return false;
+    }
+    if (tRaised || tPublication.hasRaised()) {
+        complain(
+            QStringLiteral("Warning: the record is older than what was published, and went on above its "
+                           "versions. Packages that were added or removed since have to be so again; see "
+                           "\"vkpublish list\""));
+    }
+    return !pLine.isSet("prune") || tPublication.prune(pJob.mTimes.mNow, pJob.mGrace, pError);
+}
+
 } // namespace
 
 int cmdPublish(const QStringList& pArguments)
@@ -54,37 +118,25 @@ int cmdPublish(const QStringList& pArguments)
         QStringLiteral("publish"),
         QStringLiteral("Offers what was added since the last time, and keeps the repository fresh: run "
                        "it more often than it expires."));
-    tLine.addRepository();
-    tLine.addOption(QStringLiteral("expires-days"),
-                    QStringLiteral("How long timestamp and snapshot hold, in days"), QStringLiteral("DAYS"),
-                    QStringLiteral("14"));
-    tLine.addOption(QStringLiteral("expires"), QStringLiteral("The date until which they hold, instead"),
-                    QStringLiteral("DATE"));
-    tLine.addOption(QStringLiteral("targets-days"),
-                    QStringLiteral("How long the list of packages holds, in days"), QStringLiteral("DAYS"),
-                    QStringLiteral("365"));
-    tLine.addOption(QStringLiteral("prune"),
-                    QStringLiteral("Then delete the files that nothing refers to any more"));
+    declare(&tLine);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
     }
-    const std::optional<PublicationTimes> tTimes = readTimes(tLine);
-    if (!tTimes) {
+    Job tJob;
+    if (!readJob(tLine, &tJob)) {
         return StatusUsage;
     }
     KeyFolder tKeys(vkservice::os::realFileSystem(), tLine.keys());
-    Publication tPublication(vkservice::os::realFileSystem(), tLine.repository(), tKeys);
     QString tError;
-    if (!tKeys.open(&tError) || !tPublication.run(*tTimes, &tError) ||
-        (tLine.isSet("prune") && !tPublication.prune(&tError))) {
+    if (!publish(tLine, tJob, &tKeys, &tError)) {
         complain(tError);
         return StatusFailed;
     }
-    warn(*tTimes, tKeys.mRecord.mRoot);
+    warn(tJob.mTimes, tKeys.mRecord.mRoot);
     const qsizetype tCount = tKeys.mRecord.mTargets.size();
     say(QStringLiteral("Published %1, valid until %2")
             .arg(tCount == 1 ? QStringLiteral("1 package") : QStringLiteral("%1 packages").arg(tCount))
-            .arg(tTimes->mExpires.toUTC().toString(Qt::ISODate)));
+            .arg(tJob.mTimes.mExpires.toUTC().toString(Qt::ISODate)));
     return StatusDone;
 }
 

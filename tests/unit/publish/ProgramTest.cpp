@@ -57,9 +57,17 @@ TEST_F(ProgramTest, PublishesWhatClientsCanFollow)
     EXPECT_TRUE(tLines.value(2).endsWith("published"));
 }
 
-TEST_F(ProgramTest, KeepsKeysPrivate)
+TEST_F(ProgramTest, KeepsKeysPrivateAndTheRestPublic)
 {
+    const mode_t tOld = ::umask(077);
     makeRepository();
+    ::umask(tOld);
+    for (const char* tFolder : {"r/metadata/", "r/targets/"}) {
+        EXPECT_EQ(mode(path(tFolder)), 0755u);
+        for (const QString& tFile : files(tFolder)) {
+            EXPECT_EQ(mode(path(tFolder) + tFile), 0644u) << tFile;
+        }
+    }
     EXPECT_EQ(mode(path("r.keys")), 0700u);
     EXPECT_EQ(files("r.keys").size(), 6); // four keys, record and lock
     for (const QString& tFile : files("r.keys")) {
@@ -83,6 +91,8 @@ TEST_F(ProgramTest, KeepsKeysPrivate)
 TEST_F(ProgramTest, AnyChangedByteIsFound)
 {
     makeRepository();
+    succeed("rotate-key @r timestamp"); // the old key signs, too
+    succeed("publish @r --prune --prune-days 0");
     ASSERT_EQ(problems(), QStringList());
     for (const char* tFolder : {"r/metadata/", "r/targets/"}) {
         for (const QString& tName : files(tFolder)) {
@@ -141,6 +151,66 @@ TEST_F(ProgramTest, TheRepositoryFolderIsNeverBelieved)
     succeed("publish @r");
 }
 
+TEST_F(ProgramTest, WhatReplacesAVersionIsNewerForMachines)
+{
+    makeRepository();
+    const char* tAdd = "add @r @f --name viewer --version 1.2 --replace --date ";
+    const struct
+    {
+        const char* mDate;
+        const char* mContent; // of a file in the package
+        const char* mPublished;
+        bool mMoved;
+    } sCases[] = {
+        {"2026-03-01", "new", "2026-03-01T00:00:01Z", true},
+        {"2025-01-01", "older", "2026-03-01T00:00:02Z", true},
+        {"2026-03-05", "newer", "2026-03-05T00:00:00Z", false},
+        {"2026-03-05", "newer", "2026-03-05T00:00:00Z", false}, // the very same once more
+    };
+    for (const auto& tCase : sCases) {
+        write("f/data", tCase.mContent);
+        const Program::Result tAdded = run(QByteArray(tAdd) + tCase.mDate);
+        EXPECT_EQ(tAdded.mOut.contains("dated"), tCase.mMoved) << tAdded.mOut << tAdded.mErr;
+        succeed("publish @r");
+        EXPECT_TRUE(followAsClient().contains(q("viewer")));
+        EXPECT_TRUE(readFile(path("client/targets.json")).contains(tCase.mPublished)) << tCase.mDate;
+    }
+}
+
+TEST_F(ProgramTest, VerifiesWhatSomebodyVouchesFor)
+{
+    makeRepository();
+    succeed("rotate-key @r root");
+    succeed("init @stranger");
+    succeed("publish @stranger");
+    copy("r", "mirror");
+    copy("stranger", "other");
+    copy("stranger", "mix"); // a stranger's, with the right root beside it
+    QFile::copy(path("r/metadata/2.root.json"), path("mix/metadata/3.root.json"));
+    const struct
+    {
+        const char* mCommand;
+        int mStatus;
+        const char* mSays;
+    } sCases[] = {
+        {"verify @r", 0, ""},
+        {"verify @mirror", 3, "nothing vouches"},
+        {"verify @mirror --root @r/metadata/1.root.json", 0, ""},
+        {"verify @mirror --keys @r.keys", 0, ""},
+        {"verify @other", 3, "nothing vouches"},
+        {"verify @other --root @r/metadata/1.root.json", 1, "signatures"},
+        {"verify @other --keys @r.keys", 1, "another repository"},
+        {"verify @mix --keys @r.keys", 1, "another repository"},
+        {"verify @mirror --keys @none", 1, "record.json"},
+    };
+    for (const auto& tCase : sCases) {
+        const Program::Result tResult = run(tCase.mCommand);
+        EXPECT_EQ(tResult.mStatus, tCase.mStatus) << tCase.mCommand << tResult.mErr;
+        EXPECT_TRUE(tResult.mErr.contains(tCase.mSays)) << tResult.mErr;
+        EXPECT_EQ(tResult.mOut.contains("is good"), tCase.mStatus == 0);
+    }
+}
+
 TEST_F(ProgramTest, ClientsFollowEveryNewKey)
 {
     makeRepository();
@@ -162,12 +232,24 @@ TEST_F(ProgramTest, RemovesAndPrunes)
     succeed("remove @r viewer --version 1.2");
     EXPECT_TRUE(run("list @r").mOut.contains("removed"));
     succeed("publish @r --prune");
+    EXPECT_EQ(files("r/targets").size(), 3) << "machines may be in the middle of it";
+    QByteArray tRecord = readFile(path("r.keys/record.json"));
+    EXPECT_EQ(tRecord.count("targets/"), 1);
+    // As if that had been published two days ago.
+    const QDate tToday = QDateTime::currentDateTimeUtc().date();
+    tRecord.replace(tToday.toString(Qt::ISODate).toUtf8(), tToday.addDays(-2).toString(Qt::ISODate).toUtf8());
+    write("r.keys/record.json", tRecord);
+    write("r/targets/stray", "x");
+    succeed("publish @r --prune");
+    EXPECT_TRUE(QFile::remove(path("r/targets/stray")))
+        << "found just now";
     EXPECT_EQ(followAsClient(), q("charts-7.0.0.0-de.tar.zst viewer-1.3.0.0.tar.zst"));
     EXPECT_EQ(files("r/metadata"), (QStringList{q("1.root.json"), q("2.snapshot.json"), q("2.targets.json"),
                                                 q("timestamp.json")}));
     EXPECT_EQ(files("r/targets").size(), 2);
     succeed("remove @r viewer");
-    succeed("publish @r");
+    succeed("publish @r --prune --prune-days 0");
+    EXPECT_EQ(files("r/targets").size(), 1);
     EXPECT_EQ(followAsClient(), q("charts-7.0.0.0-de.tar.zst"));
 }
 
@@ -225,6 +307,10 @@ TEST_F(ProgramTest, RefusesInOneLine)
         {"remove @r viewer --version 9", 1, "no such package"},
         {"publish @none", 1, "no key folder"},
         {"publish @r --expires-days 0", 2, "--expires-days takes"},
+        {"publish @r --prune-days -1", 2, "--prune-days takes"},
+        {"publish @r --above http://localhost/r", 2, "https://"},
+        {"publish @r --above https://me:pw@localhost/r", 2, "netrc"},
+        {"publish @r --above @none", 1, "timestamp.json"},
         {"list @none", 1, "record.json"},
         {"verify @none", 1, "1.root.json"},
         {"rotate-key @r mirrors", 2, "no role \"mirrors\""},

@@ -2,6 +2,7 @@
 #include "Publication.h"
 #include "FaultyFileSystem.h"
 #include "Publisher.h"
+#include "Rotation.h"
 #include "Verification.h"
 
 using namespace tarn::vkpublish;
@@ -103,6 +104,112 @@ TEST_F(InterruptedPublicationTest, AskingForLessTimeIsNoRollback)
     publishUntilSeen(60); // takes a new snapshot, for which the old one's 14 days are too few
     succeed("publish @r");
     EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst"));
+}
+
+// Who follows the repository sees the same packages while a role gets a new key, at every moment of it.
+class RotationTest : public PublisherTest
+{
+protected:
+    RotationTest()
+    {
+        succeed("init @r");
+        succeed("add @r @f --name a --version 1");
+        succeed("publish @r");
+        expectAccepted("r");
+    }
+
+    // By machines that have seen it before, and by new ones.
+    void expectAccepted(const char* pRepository) const
+    {
+        const QString tAll = q("a-1.0.0.0.tar.zst");
+        QDir(path("fresh")).removeRecursively();
+        EXPECT_EQ(followAsClient("fresh", pRepository), tAll);
+        if (QFileInfo::exists(path("seen"))) {
+            copy("seen", "again");
+            EXPECT_EQ(followAsClient("again", pRepository), tAll);
+        }
+    }
+
+    bool rotate(tarn::vkservice::os::FileSystem& pFileSystem, const QString& pRole) const
+    {
+        const QDateTime tNow = QDateTime::currentDateTimeUtc();
+        KeyFolder tKeys(pFileSystem, path("r.keys"));
+        Publication tPublication(pFileSystem, path("r"), tKeys);
+        QDateTime tUntil;
+        QString tError;
+        return tKeys.open(&tError) &&
+               rotateKey(&tKeys, &tPublication, pRole, q("ed25519"), {tNow, tNow.addDays(1), tNow.addDays(1)},
+                         tNow.addDays(9), &tUntil, &tError);
+    }
+
+    const QStringList mRoles{q("root"), q("targets"), q("snapshot"), q("timestamp")};
+};
+
+TEST_F(RotationTest, AKillAtAnyMomentLeavesWhatClientsAccept)
+{
+    copy("r", "r0");
+    copy("r.keys", "r0.keys");
+    for (const QString& tRole : mRoles) {
+        bool tDone = false;
+        for (int i = 1; !tDone; ++i) {
+            SCOPED_TRACE(testing::Message() << tRole << ", killed at operation " << i);
+            copy("r0", "r");
+            copy("r0.keys", "r.keys");
+            QDir(path("seen")).removeRecursively();
+            followAsClient("seen");
+            FaultyFileSystem tFileSystem;
+            tFileSystem.mForGood = true;
+            tFileSystem.failAt(i, EIO);
+            tDone = rotate(tFileSystem, tRole);
+            expectAccepted("r");
+            EXPECT_TRUE(rotate(tarn::vkservice::os::realFileSystem(), tRole));
+            expectAccepted("r");
+            ASSERT_LT(i, 200);
+        }
+    }
+}
+
+// The manual says in which order to copy. Two keys in a row, and a publication behind them, make it hardest.
+TEST_F(RotationTest, EveryPartOfACopyIsAcceptedInTheOrderOfTheManual)
+{
+    for (const QString& tRole : mRoles) {
+        SCOPED_TRACE(tRole);
+        copy("r", "web");
+        QDir(path("seen")).removeRecursively();
+        followAsClient("seen", "web");
+        ASSERT_TRUE(rotate(tarn::vkservice::os::realFileSystem(), tRole));
+        ASSERT_TRUE(rotate(tarn::vkservice::os::realFileSystem(), tRole));
+        succeed("publish @r");
+        const QStringList tMetadata = files("r/metadata");
+        const QStringList tRoots = tMetadata.filter(q(".root.json"));
+        QStringList tOrder;
+        for (const QString& tName : tMetadata) {
+            if (!tRoots.contains(tName) && tName != q("timestamp.json")) {
+                tOrder.append(tName);
+            }
+        }
+        for (const QString& tName : tOrder + QStringList{q("timestamp.json")} + tRoots) {
+            QFile::remove(path("web/metadata/") + tName);
+            QFile::copy(path("r/metadata/") + tName, path("web/metadata/") + tName);
+            SCOPED_TRACE(tName);
+            expectAccepted("web");
+        }
+    }
+}
+
+TEST_F(RotationTest, AnOldKeySignsUntilNoCopyCanNeedIt)
+{
+    ASSERT_TRUE(rotate(tarn::vkservice::os::realFileSystem(), q("timestamp")));
+    const auto tSignatures = [this] { return readFile(path("r/metadata/timestamp.json")).count("\"sig\""); };
+    EXPECT_EQ(tSignatures(), 2);
+    QByteArray tRecord = readFile(path("r.keys/record.json"));
+    EXPECT_EQ(tRecord.count("\"until\""), 1);
+    tRecord.replace("\"until\": \"2", "\"until\": \"1");
+    write("r.keys/record.json", tRecord);
+    succeed("publish @r");
+    EXPECT_EQ(tSignatures(), 1);
+    EXPECT_FALSE(readFile(path("r.keys/record.json")).contains("until"));
+    expectAccepted("r");
 }
 
 } // namespace

@@ -1,12 +1,14 @@
 #pragma once
 
 #include "FastDir.h"
+#include "MetadataSource.h"
 #include "Program.h"
 #include "Test.h"
 
 #include "os/FileSystem.h"
-#include "tuf/AtomicFile.h"
 #include "tuf/Updater.h"
+
+#include <filesystem>
 
 // A place with a folder "f" to pack, where the built vkpublish makes a repository "r", and a client that
 // follows it.
@@ -24,10 +26,10 @@ protected:
     void write(const char* pBelow, const QByteArray& pContent) const { writeFile(path(pBelow), pContent); }
 
     // Words beginning with '@' are paths below the place.
-    Program::Result run(const char* pWords) const
+    Program::Result run(const QByteArray& pWords) const
     {
         QList<QByteArray> tArguments;
-        const QByteArrayList tWords = *pWords == '\0' ? QByteArrayList() : QByteArray(pWords).split(' ');
+        const QByteArrayList tWords = pWords.isEmpty() ? QByteArrayList() : pWords.split(' ');
         for (const QByteArray& tWord : tWords) {
             tArguments.append(tWord.startsWith('@') ? path(tWord.mid(1).constData()).toUtf8() : tWord);
         }
@@ -47,26 +49,15 @@ protected:
     }
 
     // A client with a memory: what it trusts outlives the call. Gives the paths of all targets, or the error.
-    QString followAsClient()
+    QString followAsClient(const char* pClient = "client", const char* pRepository = "r") const
     {
-        class FolderFetcher : public tarn::tuf::Fetcher
-        {
-        public:
-            explicit FolderFetcher(const QString& pFolder) : mFolder(pFolder) {}
-            tarn::tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
-            {
-                return tarn::tuf::readWholeFile(tarn::vkservice::os::realFileSystem(), mFolder + pPath,
-                                                pMaxLength, pTo);
-            }
-            QString mFolder;
-        };
         tarn::vkservice::os::FileSystem& tFileSystem = tarn::vkservice::os::realFileSystem();
-        if (!QFileInfo::exists(path("client/root.json"))) {
-            tarn::tuf::Updater::initialize(tFileSystem, path("client"),
+        if (!QFileInfo::exists(path(pClient) + q("/root.json"))) {
+            tarn::tuf::Updater::initialize(tFileSystem, path(pClient),
                                            readFile(path("r/metadata/1.root.json")));
         }
-        FolderFetcher tFetcher(path("r/metadata/"));
-        tarn::tuf::Updater tUpdater(tFileSystem, path("client"), tFetcher, QDateTime::currentDateTimeUtc());
+        tarn::vkpublish::FolderFetcher tFetcher(tFileSystem, path(pRepository) + q("/metadata"));
+        tarn::tuf::Updater tUpdater(tFileSystem, path(pClient), tFetcher, QDateTime::currentDateTimeUtc());
         QList<tarn::tuf::TargetFile> tTargets;
         tarn::tuf::Error tError = tUpdater.refresh();
         if (!tError) {
@@ -77,6 +68,15 @@ protected:
             tPaths.append(tTarget.mPath);
         }
         return tError ? tError.mText : tPaths.join(u' ');
+    }
+
+    // In place of what is there.
+    void copy(const char* pFrom, const char* pTo) const
+    {
+        QDir(path(pTo)).removeRecursively();
+        std::filesystem::copy(path(pFrom).toStdString(), path(pTo).toStdString(),
+                              std::filesystem::copy_options::recursive |
+                                  std::filesystem::copy_options::overwrite_existing);
     }
 
     QTemporaryDir mDir{fastDirTemplate()};

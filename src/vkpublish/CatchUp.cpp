@@ -1,0 +1,82 @@
+#include "CatchUp.h"
+
+#include "KeyFolder.h"
+#include "Layout.h"
+#include "RepositoryState.h"
+
+#include "tuf/AtomicFile.h"
+#include "tuf/Metadata.h"
+
+namespace tarn::vkpublish {
+
+namespace {
+
+constexpr mode_t sFileMode = 0644;
+// No backup is so old. Whoever signs such a version has stolen a key and wants to use the versions up.
+constexpr qint64 sMaxLead = 1'000'000;
+
+bool isFarAhead(const Record& pRecord, const RepositoryState& pSeen, const QString& pRole)
+{
+    return pSeen.mVersions.value(pRole) - pRecord.mVersions.value(pRole) > sMaxLead;
+}
+
+bool writeRoots(vkservice::os::FileSystem& pFileSystem, const RepositoryState& pSeen,
+                const QString& pRepository, QString* pError)
+{
+    qint64 tVersion = pSeen.mVersions[tuf::sRoot] - pSeen.mNewRoots.size();
+    for (const QByteArray& tRoot : pSeen.mNewRoots) {
+        const QString tPath = versionedPath(pRepository, tuf::sRoot, ++tVersion);
+        if (const tuf::Error tError = tuf::writeFileAtomically(pFileSystem, tPath, tRoot, sFileMode)) {
+            *pError = tError.mText;
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+bool raiseVersions(KeyFolder* pKeys, const RepositoryState& pSeen, bool* pRaised, QString* pError)
+{
+    Record& tRecord = pKeys->mRecord;
+    if (!pSeen.mNewRoots.isEmpty()) {
+        if (!pKeys->takeRoot(pSeen.mNewRoots.last(), pError)) {
+            return false;
+        }
+        *pRaised = true;
+    }
+    for (auto tIt = pSeen.mVersions.begin(); tIt != pSeen.mVersions.end(); ++tIt) {
+        if (tIt.value() > tRecord.mVersions[tIt.key()] && !isFarAhead(tRecord, pSeen, tIt.key())) {
+            tRecord.mVersions[tIt.key()] = tIt.value();
+            *pRaised = true;
+        }
+    }
+    if (*pRaised) {
+        tRecord.mPublishedTargetsFile = PublishedFile();
+        tRecord.mPublishedSnapshot = PublishedFile();
+    }
+    return true;
+}
+
+bool takeOver(vkservice::os::FileSystem& pFileSystem, tuf::Fetcher& pFrom, const QString& pRepository,
+              KeyFolder* pKeys, bool* pRaised, QString* pError)
+{
+    RepositoryState tSeen;
+    if (const tuf::Error tError = readState(pFrom, pKeys->mRecord.mRoot, &tSeen)) {
+        *pError = tError.mText;
+        return false;
+    }
+    for (const QString& tRole : tSeen.mVersions.keys()) {
+        if (isFarAhead(pKeys->mRecord, tSeen, tRole)) {
+            *pError = QStringLiteral("Version %1 of the %2 metadata was signed, which this publisher has not "
+                                     "done: its key was stolen. Replace it: vkpublish rotate-key DIR %2")
+                          .arg(tSeen.mVersions[tRole])
+                          .arg(tRole);
+            return false;
+        }
+    }
+    return writeRoots(pFileSystem, tSeen, pRepository, pError) &&
+           raiseVersions(pKeys, tSeen, pRaised, pError);
+}
+
+} // namespace tarn::vkpublish

@@ -1,0 +1,100 @@
+#include "HttpsFetcher.h"
+
+#include <QtCore/QFile>
+
+#include <curl/curl.h>
+
+#include <array>
+
+namespace tarn::vkpublish {
+
+namespace {
+
+constexpr long sConnectSeconds = 30;
+constexpr long sTotalSeconds = 120;
+constexpr long sMaxRedirects = 5;
+
+struct Body
+{
+    qint64 mMaxLength;
+    QByteArray* mTo;
+
+    static size_t take(char* pData, size_t pSize, size_t pCount, void* pSelf)
+    {
+        auto* tSelf = static_cast<Body*>(pSelf);
+        const auto tLength = static_cast<qint64>(pSize * pCount);
+        if (tLength > tSelf->mMaxLength - tSelf->mTo->size()) {
+            return 0;
+        }
+        tSelf->mTo->append(pData, tLength);
+        return pSize * pCount;
+    }
+};
+
+tuf::ErrorKind kindOf(CURLcode pCode, long pStatus)
+{
+    if (pCode == CURLE_WRITE_ERROR) {
+        return tuf::ErrorKind::Untrusted; // longer than it may be
+    }
+    return pStatus == 403 || pStatus == 404 ? tuf::ErrorKind::NotFound : tuf::ErrorKind::Unreachable;
+}
+
+} // namespace
+
+HttpsFetcher::HttpsFetcher(const QString& pFolder, const QString& pCaFile)
+    : mFolder(pFolder), mCaFile(QFile::encodeName(pCaFile))
+{
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+    mCurl = curl_easy_init();
+}
+
+HttpsFetcher::~HttpsFetcher()
+{
+    curl_easy_cleanup(mCurl);
+    curl_global_cleanup();
+}
+
+void HttpsFetcher::setUp(const QByteArray& pUrl)
+{
+    curl_easy_reset(mCurl);
+    curl_easy_setopt(mCurl, CURLOPT_URL, pUrl.constData());
+    curl_easy_setopt(mCurl, CURLOPT_PROTOCOLS_STR, "https");
+    curl_easy_setopt(mCurl, CURLOPT_REDIR_PROTOCOLS_STR, "https");
+    curl_easy_setopt(mCurl, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(mCurl, CURLOPT_MAXREDIRS, sMaxRedirects);
+    curl_easy_setopt(mCurl, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    curl_easy_setopt(mCurl, CURLOPT_PATH_AS_IS, 1L);
+    curl_easy_setopt(mCurl, CURLOPT_FAILONERROR, 1L);
+    curl_easy_setopt(mCurl, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(mCurl, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_OPTIONAL));
+    curl_easy_setopt(mCurl, CURLOPT_CONNECTTIMEOUT, sConnectSeconds);
+    curl_easy_setopt(mCurl, CURLOPT_TIMEOUT, sTotalSeconds);
+    if (!mCaFile.isEmpty()) {
+        curl_easy_setopt(mCurl, CURLOPT_CAINFO, mCaFile.constData());
+        curl_easy_setopt(mCurl, CURLOPT_CAPATH, nullptr);
+    }
+}
+
+tuf::Error HttpsFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
+{
+    pTo->clear();
+    const QString tUrl = mFolder + QLatin1Char('/') + pPath;
+    Body tBody{pMaxLength, pTo};
+    std::array<char, CURL_ERROR_SIZE> tReason{};
+    setUp(tUrl.toUtf8());
+    curl_easy_setopt(mCurl, CURLOPT_ERRORBUFFER, tReason.data());
+    curl_easy_setopt(mCurl, CURLOPT_WRITEFUNCTION, Body::take);
+    curl_easy_setopt(mCurl, CURLOPT_WRITEDATA, &tBody);
+    const CURLcode tCode = curl_easy_perform(mCurl);
+    if (tCode == CURLE_OK) {
+        return {};
+    }
+    long tStatus = 0;
+    curl_easy_getinfo(mCurl, CURLINFO_RESPONSE_CODE, &tStatus);
+    const QString tWhy = tCode == CURLE_WRITE_ERROR
+                             ? QStringLiteral("it has more than %1 bytes").arg(pMaxLength)
+                             : QString::fromLocal8Bit(tReason.data());
+    return {kindOf(tCode, tStatus), QStringLiteral("%1 can't be fetched: %2").arg(tUrl, tWhy)};
+}
+
+} // namespace tarn::vkpublish

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "tuf/Updater.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+namespace tarn::vkpublish {
+
+// The metadata that a web server offers, over https alone. User and password come from ~/.netrc, a proxy from
+// the environment. No file takes longer than two minutes.
+class HttpsFetcher : public tuf::Fetcher
+{
+public:
+    // pFolder: the address of the metadata folder. pCaFile: see openMetadata().
+    HttpsFetcher(const QString& pFolder, const QString& pCaFile);
+    ~HttpsFetcher() override;
+    HttpsFetcher(const HttpsFetcher&) = delete;
+    HttpsFetcher& operator=(const HttpsFetcher&) = delete;
+
+    tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
+
+private:
+    void setUp(const QByteArray& pUrl);
+
+    QString mFolder;
+    QByteArray mCaFile;
+    void* mCurl; // CURL
+};
+
+} // namespace tarn::vkpublish

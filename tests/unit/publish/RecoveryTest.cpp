@@ -1,0 +1,159 @@
+// A publisher whose disk came back from a backup, and machines that have seen what came after it.
+#include "Publisher.h"
+#include "TestServer.h"
+
+namespace {
+
+class RecoveryTest : public PublisherTest
+{
+protected:
+    // A backup, and behind it three states of the repository, which are online and which a machine has seen.
+    void prepare(const char* pRotation)
+    {
+        succeed("init @r");
+        succeed("add @r @f --name a --version 1");
+        succeed("publish @r");
+        copy("r", "backup");
+        copy("r.keys", "backup.keys");
+        succeed("add @r @f --name b --version 1");
+        succeed("publish @r --targets-days 300");
+        if (*pRotation != '\0') {
+            succeed(pRotation);
+        }
+        succeed("publish @r --expires-days 60");
+        copy("r", "online");
+        EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst b-1.0.0.0.tar.zst"));
+    }
+
+    void restore(const char* pWhat) const
+    {
+        const QByteArray tWhat(pWhat);
+        if (tWhat.contains("record")) {
+            write("r.keys/record.json", readFile(path("backup.keys/record.json")));
+        }
+        if (tWhat.contains("keys")) {
+            copy("backup.keys", "r.keys");
+        }
+        if (tWhat.contains("repository")) {
+            copy("backup", "r");
+        }
+    }
+
+    void expectBehind(const char* pAgainst, bool pBehind) const
+    {
+        const Program::Result tResult = run("verify @r --against " + QByteArray(pAgainst));
+        EXPECT_EQ(tResult.mStatus, pBehind ? 1 : 0) << tResult.mErr;
+        EXPECT_EQ(tResult.mErr.contains("is behind"), pBehind) << tResult.mErr;
+        EXPECT_EQ(tResult.mOut.contains(": behind\n"), pBehind) << tResult.mOut;
+        EXPECT_TRUE(pBehind || tResult.mOut.contains(": ahead\n")) << tResult.mOut;
+    }
+};
+
+TEST_F(RecoveryTest, ARestoredPublisherGoesOnAboveWhatMachinesHaveSeen)
+{
+    const struct
+    {
+        const char* mRestored;
+        const char* mRotation;
+        bool mAbove;
+    } sCases[] = {
+        {"record", "", false},
+        {"keys", "", false},
+        {"record", "rotate-key @r timestamp", false},
+        {"record", "rotate-key @r root", false},
+        {"keys repository", "", true},
+        {"record repository", "rotate-key @r snapshot", true},
+    };
+    for (const auto& tCase : sCases) {
+        SCOPED_TRACE(QByteArray(tCase.mRestored) + tCase.mRotation);
+        for (const char* tOld : {"r", "r.keys", "client"}) {
+            QDir(path(tOld)).removeRecursively();
+        }
+        prepare(tCase.mRotation);
+        restore(tCase.mRestored);
+        if (tCase.mAbove) {
+            expectBehind("@online", true);
+        }
+        const Program::Result tResult = run(tCase.mAbove ? "publish @r --above @online" : "publish @r");
+        EXPECT_EQ(tResult.mStatus, 0) << tResult.mErr;
+        EXPECT_TRUE(tResult.mErr.contains("older than what was published")) << tResult.mErr;
+        EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst"));
+        expectBehind("@online", false);
+        EXPECT_EQ(run("publish @r").mErr, "") << "said once";
+    }
+}
+
+TEST_F(RecoveryTest, SaysWhenABackupLacksAKey)
+{
+    prepare("rotate-key @r targets");
+    restore("keys");
+    const Program::Result tResult = run("publish @r");
+    EXPECT_EQ(tResult.mStatus, 1);
+    EXPECT_TRUE(tResult.mErr.contains("role targets is not in")) << tResult.mErr;
+}
+
+// Whoever can write to the repository, and has none of its keys, can't use the versions up.
+TEST_F(RecoveryTest, WhatTheKeysHaveNotSignedRaisesNothing)
+{
+    prepare("");
+    succeed("init @stranger");
+    for (int i = 0; i < 9; ++i) {
+        succeed("publish @stranger");
+    }
+    succeed("rotate-key @stranger timestamp");
+    copy("stranger/metadata", "r/metadata");
+    EXPECT_EQ(run("publish @r").mErr, "");
+    EXPECT_TRUE(readFile(path("r/metadata/timestamp.json")).contains("\"version\":4}"));
+    EXPECT_EQ(run("publish @r --above @stranger").mStatus, 1);
+}
+
+TEST_F(RecoveryTest, ReadsWhatIsOnlineOverHttps)
+{
+    prepare("");
+    restore("keys repository");
+    TestServer tServer(path("online"));
+    ASSERT_TRUE(tServer.start());
+    const QByteArray tPlace = tServer.uri().toUtf8() + " --ca-file " + tServer.caFile().toUtf8();
+    const TestServer tOther(path("online"));
+    EXPECT_TRUE(
+        run("verify @r --against " + tServer.uri().toUtf8() + " --ca-file " + tOther.caFile().toUtf8())
+            .mErr.contains("certificate"));
+    expectBehind(tPlace.constData(), true);
+    EXPECT_EQ(run("publish @r --above " + tPlace).mStatus, 0);
+    expectBehind(tPlace.constData(), false);
+    expectBehind(("file://" + path("online").toUtf8()).constData(), false);
+    EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst"));
+    copy("r", "online");
+    write("online/metadata/timestamp.json", QByteArray(20000, 'x'));
+    EXPECT_TRUE(run("verify @r --against " + tPlace).mErr.contains("more than 16384 bytes"));
+}
+
+// Two publishers with the same keys: a restored one went on without looking at what is online.
+TEST_F(RecoveryTest, TheSameVersionWithAnotherContentIsTold)
+{
+    prepare("");
+    restore("keys repository");
+    succeed("add @r @f --name c --version 1");
+    succeed("publish @r");
+    succeed("publish @r --expires-days 60");
+    const Program::Result tResult = run("verify @r --against @online");
+    EXPECT_EQ(tResult.mStatus, 1);
+    EXPECT_EQ(tResult.mOut.count(": the same\n"), 4) << tResult.mOut;
+    EXPECT_TRUE(tResult.mErr.contains("another content"))
+        << tResult.mErr;
+}
+
+TEST_F(RecoveryTest, ReadsTheRecordOfEarlierVersions)
+{
+    prepare("");
+    QJsonObject tRecord = QJsonDocument::fromJson(readFile(path("r.keys/record.json"))).object();
+    for (const char* tNew : {"retiringKeys", "unreferenced"}) {
+        ASSERT_TRUE(tRecord.contains(q(tNew)));
+        tRecord.remove(q(tNew));
+    }
+    write("r.keys/record.json", QJsonDocument(tRecord).toJson());
+    succeed("publish @r --prune");
+    EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst b-1.0.0.0.tar.zst"));
+}
+
+} // namespace
