@@ -1,10 +1,15 @@
 #include "sqlite/Database.h"
 
+#include "sqlite/LockHolder.h"
+
 #include <sqlite3.h>
 
+#include <QtCore/QDateTime>
 #include <QtCore/QFile>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,6 +20,9 @@ namespace tarn::vkcore {
 namespace {
 
 constexpr int sBusyTimeoutMs = 5000;
+constexpr int sLookAgainMs = 10;
+// What may belong to a database and must not stay behind: it would be played into the next one.
+constexpr const char* sCompanions[] = {"-wal", "-journal", "-shm"};
 
 // SQLite would make the file with the umask's rights; a file of passwords must never be open to others. A
 // file that is there is not opened: closing it would end the locks that this process has on it through other
@@ -36,6 +44,37 @@ bool makePrivateFile(const QByteArray& pPath)
     return !S_ISLNK(tStat.st_mode);
 }
 
+bool exists(const QByteArray& pPath)
+{
+    struct stat tStat
+    {
+    };
+    return ::lstat(pPath.constData(), &tStat) == 0;
+}
+
+bool isTaken(const QByteArray& pPath)
+{
+    return exists(pPath) || std::any_of(std::begin(sCompanions), std::end(sCompanions),
+                                        [&](const char* pSuffix) { return exists(pPath + pSuffix); });
+}
+
+QByteArray freeName(const QByteArray& pPath)
+{
+    const QByteArray tBase =
+        pPath + ".damaged-" +
+        QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMddhhmmss")).toLatin1();
+    QByteArray tName = tBase;
+    for (int i = 2; isTaken(tName); ++i) {
+        tName = tBase + '-' + QByteArray::number(i);
+    }
+    return tName;
+}
+
+bool move(const QByteArray& pFrom, const QByteArray& pTo)
+{
+    return std::rename(pFrom.constData(), pTo.constData()) == 0;
+}
+
 } // namespace
 
 Database::~Database()
@@ -46,34 +85,25 @@ Database::~Database()
 bool Database::open(const QString& pPath, Mode pMode)
 {
     close();
+    mPath = pPath;
     const QByteArray tPath = QFile::encodeName(pPath);
     const bool tWrite = pMode == Mode::ReadWrite;
     if (tWrite && !makePrivateFile(tPath)) {
-        mErrorText = QStringLiteral("%1: %2").arg(pPath, qt_error_string(errno));
-        return false;
+        return refuse(QStringLiteral("%1: %2").arg(pPath, qt_error_string(errno)));
     }
     const int tFlags = (tWrite ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY) | SQLITE_OPEN_NOMUTEX;
     if (sqlite3_open_v2(tPath.constData(), &mHandle, tFlags, nullptr) != SQLITE_OK) {
-        fail();
-        const QString tReason = mErrorText;
-        close();
-        mErrorText = tReason;
-        return false;
+        return refuseToOpen();
     }
     // Without permission to write SQLite opens for reading only.
     if (tWrite && sqlite3_db_readonly(mHandle, "main") == 1) {
         close();
-        mErrorText = QStringLiteral("%1: %2").arg(pPath, qt_error_string(EACCES));
-        return false;
+        return refuse(QStringLiteral("%1: %2").arg(pPath, qt_error_string(EACCES)));
     }
     sqlite3_extended_result_codes(mHandle, 1);
-    sqlite3_busy_timeout(mHandle, sBusyTimeoutMs);
-    if (tWrite) {
-        // Otherwise the end of a transaction, the removal of its journal, could be lost with the power. A
-        // file that is no database fails here too, and tells so at its first use.
-        sqlite3_exec(mHandle, "PRAGMA synchronous = EXTRA", nullptr, nullptr, nullptr);
-    }
-    return true;
+    sqlite3_busy_handler(mHandle, &Database::onBusy, this);
+    // Otherwise the end of a transaction, the removal of its journal, could be lost with the power.
+    return !tWrite || execute("PRAGMA synchronous = EXTRA") || refuseToOpen();
 }
 
 void Database::close()
@@ -81,17 +111,53 @@ void Database::close()
     sqlite3_close_v2(mHandle);
     mHandle = nullptr;
     mErrorText.clear();
-    mDamaged = false;
+    mHealth = Health::Sound;
+}
+
+bool Database::refuseToOpen()
+{
+    fail();
+    const QString tReason = mErrorText;
+    const Health tHealth = mHealth;
+    close();
+    mErrorText = tReason;
+    mHealth = tHealth;
+    return false;
+}
+
+int Database::onBusy(void* pSelf, int pTimes)
+{
+    const auto* tSelf = static_cast<const Database*>(pSelf);
+    const bool tGoOn =
+        tSelf->mDeadline ? !tSelf->mDeadline->hasExpired() : pTimes < sBusyTimeoutMs / sLookAgainMs;
+    if (tGoOn) {
+        sqlite3_sleep(sLookAgainMs);
+    }
+    return tGoOn ? 1 : 0;
 }
 
 bool Database::fail()
 {
-    const int tExtended = sqlite3_extended_errcode(mHandle);
-    const int tCode = tExtended & 0xff;
-    mDamaged = tCode == SQLITE_CORRUPT || tCode == SQLITE_NOTADB;
-    mErrorText = tExtended == SQLITE_READONLY_ROLLBACK
-                     ? QStringLiteral("a change was cut short and has to be undone by who may write the file")
-                     : QString::fromUtf8(sqlite3_errmsg(mHandle));
+    return fail(sqlite3_extended_errcode(mHandle), QString::fromUtf8(sqlite3_errmsg(mHandle)));
+}
+
+bool Database::fail(int pExtendedCode, const QString& pText)
+{
+    const int tCode = pExtendedCode & 0xff;
+    mHealth = tCode == SQLITE_CORRUPT || tCode == SQLITE_NOTADB ? Health::Corrupt : Health::Unknown;
+    mErrorText = pText;
+    if (pExtendedCode == SQLITE_READONLY_ROLLBACK) {
+        mErrorText = QStringLiteral("a change was cut short and has to be undone by who may write the file");
+    } else if (tCode == SQLITE_BUSY) {
+        mErrorText = QStringLiteral("it is locked by %1").arg(lockHolder(mPath));
+    }
+    return false;
+}
+
+bool Database::refuse(const QString& pReason)
+{
+    mHealth = Health::Unknown;
+    mErrorText = pReason;
     return false;
 }
 
@@ -109,12 +175,12 @@ bool Database::transaction(const std::function<bool()>& pBody)
         return true;
     }
     const QString tReason = mErrorText;
-    const bool tDamaged = mDamaged;
+    const Health tHealth = mHealth;
     if (sqlite3_get_autocommit(mHandle) == 0) {
         execute("ROLLBACK");
     }
     mErrorText = tReason;
-    mDamaged = tDamaged;
+    mHealth = tHealth;
     return false;
 }
 
@@ -129,10 +195,98 @@ bool Database::setSchemaVersion(int pVersion)
     return execute(QByteArray("PRAGMA user_version = " + QByteArray::number(pVersion)).constData());
 }
 
-bool Database::isHealthy()
+bool Database::migrate(std::span<const char* const> pSteps)
+{
+    const int tLast = static_cast<int>(pSteps.size());
+    const int tFirst = schemaVersion();
+    if (tFirst > tLast) {
+        return refuse(
+            QStringLiteral("it was written by a newer version of this program (its format is %1, this "
+                           "version knows up to %2)")
+                .arg(tFirst)
+                .arg(tLast));
+    }
+    if (tFirst == 0) {
+        Statement tTables(*this, "SELECT name FROM sqlite_schema LIMIT 1");
+        if (tTables.step()) {
+            return refuse(
+                QStringLiteral("it has tables but no version of them (user_version is 0), so it is not "
+                               "from this program, or it is a copy that lost its version"));
+        }
+        if (!tTables.isOk()) {
+            return false;
+        }
+    }
+    for (int tVersion = tFirst; tVersion >= 0 && tVersion < tLast; ++tVersion) {
+        const auto tStep = [&] {
+            return execute(pSteps[static_cast<size_t>(tVersion)]) && setSchemaVersion(tVersion + 1);
+        };
+        if (!transaction(tStep)) {
+            return false;
+        }
+    }
+    return tFirst >= 0;
+}
+
+bool Database::isWhole()
 {
     Statement tQuery(*this, "PRAGMA quick_check(1)");
-    return tQuery.step() && tQuery.text(0) == QLatin1String("ok");
+    if (!tQuery.step()) {
+        return false;
+    }
+    const QString tFinding = tQuery.text(0);
+    return tFinding == QLatin1String("ok") || fail(SQLITE_CORRUPT, tFinding);
+}
+
+bool Database::copyTo(Database* pCopy)
+{
+    if (sqlite3_open(":memory:", &pCopy->mHandle) != SQLITE_OK) {
+        return pCopy->fail();
+    }
+    sqlite3_backup* tBackup = sqlite3_backup_init(pCopy->mHandle, "main", mHandle, "main");
+    if (tBackup == nullptr) {
+        return pCopy->fail();
+    }
+    sqlite3_backup_step(tBackup, -1);
+    return sqlite3_backup_finish(tBackup) == SQLITE_OK || pCopy->fail();
+}
+
+Database::Health Database::check()
+{
+    return isWhole() ? Health::Sound : mHealth;
+}
+
+// SQLite tells of damage also where the system can't read a page at this moment. In a copy in memory it can
+// only be the bytes.
+Database::Health Database::lookAgain() const
+{
+    Database tFile;
+    Database tCopy;
+    const QByteArray tPath = QFile::encodeName(mPath);
+    if (sqlite3_open_v2(tPath.constData(), &tFile.mHandle, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+        return Health::Unknown;
+    }
+    return tFile.copyTo(&tCopy) ? tCopy.check() : tCopy.mHealth;
+}
+
+QString Database::setAside()
+{
+    if (mHealth != Health::Corrupt || lookAgain() != Health::Corrupt) {
+        refuse(QStringLiteral("it could not be read (%1), and no damage was found in it").arg(mErrorText));
+        return {};
+    }
+    close();
+    const QByteArray tFrom = QFile::encodeName(mPath);
+    const QByteArray tTo = freeName(tFrom);
+    bool tMoved = true;
+    for (const char* tSuffix : sCompanions) {
+        tMoved = tMoved && (move(tFrom + tSuffix, tTo + tSuffix) || errno == ENOENT);
+    }
+    if (tMoved && move(tFrom, tTo)) {
+        return QFile::decodeName(tTo);
+    }
+    refuse(QStringLiteral("it is damaged and can't be set aside: %1").arg(qt_error_string(errno)));
+    return {};
 }
 
 Statement::Statement(Database& pDatabase, const char* pSql) : mDatabase(pDatabase)
@@ -148,28 +302,36 @@ Statement::~Statement()
     sqlite3_finalize(mStatement);
 }
 
+// A value that could not be bound would go into the file as NULL.
+void Statement::noteBound(int pResult)
+{
+    if (mOk && pResult != SQLITE_OK) {
+        mOk = mDatabase.fail(pResult, QString::fromUtf8(sqlite3_errstr(pResult)));
+    }
+}
+
 Statement& Statement::bind(int pIndex, qint64 pValue)
 {
-    sqlite3_bind_int64(mStatement, pIndex, pValue);
+    noteBound(sqlite3_bind_int64(mStatement, pIndex, pValue));
     return *this;
 }
 
 Statement& Statement::bind(int pIndex, const QString& pValue)
 {
     if (pValue.isNull()) {
-        sqlite3_bind_null(mStatement, pIndex);
+        noteBound(sqlite3_bind_null(mStatement, pIndex));
         return *this;
     }
     const QByteArray tUtf8 = pValue.toUtf8();
-    sqlite3_bind_text64(mStatement, pIndex, tUtf8.constData(), static_cast<sqlite3_uint64>(tUtf8.size()),
-                        SQLITE_TRANSIENT, SQLITE_UTF8);
+    noteBound(sqlite3_bind_text64(mStatement, pIndex, tUtf8.constData(),
+                                  static_cast<sqlite3_uint64>(tUtf8.size()), SQLITE_TRANSIENT, SQLITE_UTF8));
     return *this;
 }
 
 Statement& Statement::bind(int pIndex, const QByteArray& pValue)
 {
-    sqlite3_bind_blob64(mStatement, pIndex, pValue.constData(), static_cast<sqlite3_uint64>(pValue.size()),
-                        SQLITE_TRANSIENT);
+    noteBound(sqlite3_bind_blob64(mStatement, pIndex, pValue.constData(),
+                                  static_cast<sqlite3_uint64>(pValue.size()), SQLITE_TRANSIENT));
     return *this;
 }
 

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <QtCore/QByteArray>
+#include <QtCore/QDeadlineTimer>
 #include <QtCore/QString>
 
 #include <functional>
+#include <optional>
+#include <span>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -12,8 +15,8 @@ namespace tarn::vkcore {
 
 class Statement;
 
-// An open SQLite database. Failures are false, with errorText() set; isDamaged() tells a file that is no
-// healthy database from all others (no space, no permission, busy).
+// An open SQLite database. Failures are false, with errorText() set, and health() tells what they say about
+// the file.
 class Database
 {
 public:
@@ -25,12 +28,21 @@ public:
     enum class Mode
     {
         ReadOnly,  // fails where the file does not exist
-        ReadWrite, // makes the file, with mode 0600 under any umask, and waits for other writers up to 5 s
+        ReadWrite, // makes the file, with mode 0600 under any umask
+    };
+    enum class Health
+    {
+        Sound,   // nothing has failed
+        Corrupt, // SQLITE_CORRUPT or SQLITE_NOTADB; SQLite says so of some errors of the disk, too
+        Unknown, // something else failed (no memory, no space, no permission, a lock): the file may be sound
     };
 
     bool open(const QString& pPath, Mode pMode);
     void close();
     bool isOpen() const { return mHandle != nullptr; }
+    // Statements wait for the locks of others for up to 5 s each; from here on, also of a file that is opened
+    // later, for so long in all.
+    void waitInAll(int pMilliseconds) { mDeadline.emplace(pMilliseconds); }
 
     // One or more statements without values.
     bool execute(const char* pSql);
@@ -40,19 +52,39 @@ public:
     // PRAGMA user_version: 0 in a new file; -1 if the file can't be read.
     int schemaVersion();
     bool setSchemaVersion(int pVersion);
-    // PRAGMA quick_check.
-    bool isHealthy();
+    // Brings the tables up to the version that has all of pSteps behind it: step i leads from version i to i
+    // + 1, in a transaction of its own. A file of a newer version is refused, and so is one that has tables
+    // and the version 0: no step leaves such a file, so it is foreign, or a copy that lost its version.
+    // Neither is touched.
+    bool migrate(std::span<const char* const> pSteps);
+    // Reads all of the file: PRAGMA quick_check.
+    Health check();
 
+    // Of the file, as the last failure told it.
+    Health health() const { return mHealth; }
     const QString& errorText() const { return mErrorText; }
-    bool isDamaged() const { return mDamaged; }
+
+    // Looks again at a file that is Corrupt. If its bytes are damaged, and not only their reading, it is
+    // closed and moved, with its journals, to a new name beside it. Returns that name; null, with
+    // errorText(), where it stays.
+    QString setAside();
 
 private:
     friend class Statement;
+    static int onBusy(void* pSelf, int pTimes);
     bool fail();
+    bool fail(int pExtendedCode, const QString& pText);
+    bool refuse(const QString& pReason);
+    bool refuseToOpen();
+    bool isWhole();
+    Health lookAgain() const;
+    bool copyTo(Database* pCopy);
 
     sqlite3* mHandle = nullptr;
+    QString mPath;
     QString mErrorText;
-    bool mDamaged = false;
+    Health mHealth = Health::Sound;
+    std::optional<QDeadlineTimer> mDeadline;
 };
 
 // A prepared statement; values are bound by position from 1 and read by column from 0. Texts are UTF-8;
@@ -71,7 +103,7 @@ public:
 
     // True for a row; false at the end and on failure, which isOk() tells apart.
     bool step();
-    // For a statement without rows: steps once and resets, so that it can be bound anew.
+    // For a statement without rows: steps once and resets, so that it can be bound again.
     bool run();
     void reset();
     bool isOk() const { return mOk; }
@@ -84,6 +116,8 @@ public:
     QByteArray rawBytes(int pColumn) const;
 
 private:
+    void noteBound(int pResult);
+
     Database& mDatabase;
     sqlite3_stmt* mStatement = nullptr;
     bool mOk = true;

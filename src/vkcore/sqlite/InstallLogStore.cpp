@@ -16,10 +16,8 @@ namespace tarn::vkcore {
 
 namespace {
 
-constexpr int sSchemaVersion = 1;
-
 // Dates are milliseconds since 1970, UTC. A text by language is a JSON object, NULL where it is empty.
-constexpr auto sSchema = R"(
+constexpr const char* sSteps[] = {R"(
 CREATE TABLE run (
     key TEXT PRIMARY KEY,
     date INTEGER NOT NULL
@@ -36,7 +34,8 @@ CREATE TABLE entry (
     report TEXT
 );
 CREATE INDEX entry_by_date ON entry (date);
-)";
+)"};
+constexpr int sSchemaVersion = std::size(sSteps);
 
 QString toJsonText(const LangString& pText)
 {
@@ -170,19 +169,20 @@ bool InstallLogStore::checkVersion()
     return false;
 }
 
-bool InstallLogStore::makeSchema()
-{
-    return mDatabase.schemaVersion() != 0 ||
-           (mDatabase.execute(sSchema) && mDatabase.setSchemaVersion(sSchemaVersion));
-}
-
 bool InstallLogStore::openForWriting(const QString& pPath)
 {
     if (!mDatabase.open(pPath, Database::Mode::ReadWrite)) {
         return fail();
     }
     ::chmod(QFile::encodeName(pPath).constData(), 0644);
-    return mDatabase.transaction([this] { return makeSchema(); }) ? checkVersion() : fail();
+    return mDatabase.migrate(sSteps) || fail();
+}
+
+QString InstallLogStore::setAside()
+{
+    const QString tAside = mDatabase.setAside();
+    fail();
+    return tAside;
 }
 
 bool InstallLogStore::openForReading(const QString& pPath)
@@ -194,15 +194,20 @@ bool InstallLogStore::openForReading(const QString& pPath)
     return mDatabase.open(pPath, Database::Mode::ReadOnly) ? checkVersion() : fail();
 }
 
+std::optional<bool> InstallLogStore::knows(const QString& pRunId)
+{
+    Statement tKnown(mDatabase, "SELECT 1 FROM run WHERE key = ?");
+    const bool tIsThere = tKnown.bind(1, pRunId).step();
+    return tKnown.isOk() ? std::optional(tIsThere) : std::nullopt;
+}
+
 bool InstallLogStore::append(const QString& pRunId, const QDateTime& pDate, const QList<Record>& pRecords)
 {
+    // Without a transaction, which would take a lock that others can hold back.
+    if (const auto tKnown = knows(pRunId); !tKnown || *tKnown) {
+        return tKnown || fail();
+    }
     const bool tOk = mDatabase.transaction([&] {
-        {
-            Statement tKnown(mDatabase, "SELECT 1 FROM run WHERE key = ?");
-            if (tKnown.bind(1, pRunId).step()) {
-                return true;
-            }
-        }
         const qint64 tDate = pDate.toMSecsSinceEpoch();
         Statement tRun(mDatabase, "INSERT INTO run (key, date) VALUES (?, ?)");
         if (!tRun.bind(1, pRunId).bind(2, tDate).run()) {

@@ -8,6 +8,8 @@
 #include <QtCore/QList>
 #include <QtCore/QString>
 
+#include <optional>
+
 namespace tarn::vkcore {
 
 // The log of installed updates, a database that everybody on the machine may read (0644, rollback journal).
@@ -29,6 +31,8 @@ public:
 
     static QString fileName(); // "install-log.db", below the state directory
 
+    // From here on, wait for the locks of others for so long in all; else it is 5 s for each operation.
+    void waitInAll(int pMilliseconds) { mDatabase.waitInAll(pMilliseconds); }
     bool openForWriting(const QString& pPath);
     bool openForReading(const QString& pPath);
 
@@ -41,12 +45,14 @@ public:
               int pMaxCount, bool pTopLevelOnly);
 
     const QString& errorText() const { return mErrorText; }
-    // The file is no database, or a damaged one.
-    bool isDamaged() const { return mDatabase.isDamaged(); }
+    // The file is not a database, or is a damaged one.
+    bool isDamaged() const { return mDatabase.health() == Database::Health::Corrupt; }
+    // As Database::setAside.
+    QString setAside();
 
 private:
     bool fail();
-    bool makeSchema();
+    std::optional<bool> knows(const QString& pRunId);
     bool checkVersion();
 
     Database mDatabase;

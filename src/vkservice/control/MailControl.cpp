@@ -43,9 +43,14 @@ bool MailControl::open(QString* pError)
     if (!mMailer.open(pError)) {
         return false;
     }
+    // What is not among the settings would be forgotten.
+    const auto tSettings = mSettings.monitoring();
+    if (!tSettings) {
+        *pError = QStringLiteral("Their settings can't be read");
+        return false;
+    }
     onVariablesChanged();
-    mMailer.setMonitoringSettings(mSettings.monitoring().value_or(MonitoringSettings()),
-                                  Mailer::Reason::Loaded);
+    mMailer.setMonitoringSettings(*tSettings, Mailer::Reason::Loaded);
     return true;
 }
 

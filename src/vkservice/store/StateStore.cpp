@@ -1,7 +1,7 @@
 #include "store/StateStore.h"
 
-#include <QtCore/QDateTime>
-#include <QtCore/QFile>
+#include <algorithm>
+#include <iterator>
 
 namespace tarn::vkservice::store {
 
@@ -14,7 +14,9 @@ namespace {
 // a rollback journal takes four: the service answers nobody while it waits for the disk.
 constexpr auto sPragmas = "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON;";
 
-constexpr auto sTables = R"(
+// Each leads from one version of the tables to the next. What stands here has been released and never
+// changes.
+constexpr const char* sSteps[] = {R"(
 CREATE TABLE settings (
     name TEXT PRIMARY KEY,
     value TEXT
@@ -36,7 +38,8 @@ CREATE TABLE servers (
     savePassword INTEGER NOT NULL
 );
 CREATE UNIQUE INDEX oneDefaultServer ON servers (isDefault) WHERE isDefault = 1;
-)";
+)"};
+static_assert(std::size(sSteps) == StateStore::sSchemaVersion);
 
 constexpr const char* sProbes[] = {
     "SELECT name, value FROM settings LIMIT 1",
@@ -50,93 +53,46 @@ bool StateStore::open(const QString& pStateDir, QString* pError)
 {
     mPath = pStateDir + QStringLiteral("/state.db");
     mDamagedFile.clear();
-    if (openFile(pError)) {
-        return true;
-    }
-    return (mUnsound || mDatabase.isDamaged()) && setAside(pError) && openFile(pError);
+    return openFile(pError) || replaceIfDamaged(pError);
 }
 
 bool StateStore::openFile(QString* pError)
 {
-    mUnsound = false;
-    if (!mDatabase.open(mPath, Database::Mode::ReadWrite)) {
-        *pError = QStringLiteral("The state database can't be opened: %1.").arg(mDatabase.errorText());
-        return false;
-    }
-    // Before anything is written: a file of another version stays as it is.
-    const int tVersion = mDatabase.schemaVersion();
-    if (tVersion > sSchemaVersion) {
+    // All of it is read before anything is written.
+    const bool tOk = mDatabase.open(mPath, Database::Mode::ReadWrite) &&
+                     mDatabase.check() == Database::Health::Sound && mDatabase.migrate(sSteps) &&
+                     mDatabase.execute(sPragmas) && tablesAreThere();
+    if (!tOk) {
         *pError =
-            QStringLiteral("The state database %1 was written by a newer version of the service (its schema "
-                           "is %2, this version knows up to %3).")
-                .arg(mPath)
-                .arg(tVersion)
-                .arg(sSchemaVersion);
-        return false;
+            QStringLiteral("The state database %1 can't be used and is left as it is: %2. Start the service "
+                           "again when the cause is gone, or move the file away to begin without settings.")
+                .arg(mPath, mDatabase.errorText());
     }
-    if (mDatabase.isDamaged() || !mDatabase.execute(sPragmas)) {
-        *pError =
-            QStringLiteral("The state database %1 can't be used: %2.").arg(mPath, mDatabase.errorText());
-        return false;
-    }
-    if (tVersion == 0) {
-        const bool tMade = mDatabase.transaction(
-            [this] { return makeTables() && mDatabase.setSchemaVersion(sSchemaVersion); });
-        if (!tMade) {
-            *pError = QStringLiteral("The state database %1 can't be set up: %2.")
-                          .arg(mPath, mDatabase.errorText());
-        }
-        return tMade;
-    }
-    mUnsound = !mDatabase.isHealthy() || !tablesAreThere();
-    if (mUnsound) {
-        *pError = QStringLiteral("The state database %1 is damaged.").arg(mPath);
-    }
-    return !mUnsound;
-}
-
-bool StateStore::makeTables()
-{
-    return mDatabase.execute(sTables);
+    return tOk;
 }
 
 bool StateStore::tablesAreThere()
 {
-    for (const char* tProbe : sProbes) {
-        Statement tQuery(mDatabase, tProbe);
+    return std::all_of(std::begin(sProbes), std::end(sProbes), [this](const char* pProbe) {
+        Statement tQuery(mDatabase, pProbe);
         tQuery.step();
-        if (!tQuery.isOk()) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool StateStore::setAside(QString* pError)
-{
-    mDatabase.close();
-    const QString tBase = mPath + QStringLiteral(".damaged-") +
-                          QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMddhhmmss"));
-    QString tTo = tBase;
-    for (int i = 2; QFile::exists(tTo); ++i) {
-        tTo = tBase + u'-' + QString::number(i);
-    }
-    // What belongs to the file goes with it: left behind, it would be played into the new database.
-    for (const char* tSuffix : {"-wal", "-journal"}) {
-        QFile::rename(mPath + QLatin1String(tSuffix), tTo + QLatin1String(tSuffix));
-    }
-    QFile::remove(mPath + QStringLiteral("-shm"));
-    if (!QFile::rename(mPath, tTo)) {
-        *pError = QStringLiteral("The state database %1 is damaged and can't be set aside.").arg(mPath);
-        return false;
-    }
-    mDamagedFile = tTo;
-    return true;
+        return tQuery.isOk();
+    });
 }
 
 bool StateStore::replaceIfDamaged(QString* pError)
 {
-    return mDatabase.isDamaged() && setAside(pError) && openFile(pError);
+    if (mDatabase.health() != Database::Health::Corrupt) {
+        return false;
+    }
+    const QString tAside = mDatabase.setAside();
+    if (tAside.isNull()) {
+        *pError =
+            QStringLiteral("The state database %1 can't be used: %2.").arg(mPath, mDatabase.errorText());
+        return false;
+    }
+    mDamagedFile = tAside;
+    return openFile(pError);
 }
 
 } // namespace tarn::vkservice::store

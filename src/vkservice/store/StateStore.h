@@ -13,9 +13,10 @@ class StateStore
 public:
     static constexpr int sSchemaVersion = 1;
 
-    // Makes the database where there is none. A damaged one is set aside, never overwritten: damagedFile()
-    // then names it, and the store is empty. False with a reason if the database can't be had, or comes from
-    // a newer version of the service.
+    // Makes the database where there is none, and brings one of an earlier version up to this one. A damaged
+    // one is set aside, never overwritten: damagedFile() then names it, and the store is empty. False with a
+    // reason, and the file left alone, if the database can't be read now, lacks a table, comes from a newer
+    // version of the service, or from elsewhere.
     bool open(const QString& pStateDir, QString* pError);
 
     // For a failed operation: if it failed because the database is damaged, sets that aside and begins an
@@ -28,12 +29,9 @@ public:
 
 private:
     bool openFile(QString* pError);
-    bool makeTables();
     bool tablesAreThere();
-    bool setAside(QString* pError);
 
     vkcore::Database mDatabase;
-    bool mUnsound = false; // openFile found a database that opens and yet is not whole
     QString mPath;
     QString mDamagedFile;
 };

@@ -1,7 +1,11 @@
+#include "FaultyVfs.h"
 #include "StoreTest.h"
 
+#include "store/ConfigVariables.h"
+#include "store/ServerTable.h"
 #include "store/Settings.h"
 
+using namespace tarn::vkcore;
 using namespace tarn::vkservice::store;
 
 TEST_F(StoreTest, IsClosedToOthers)
@@ -44,11 +48,92 @@ TEST_F(StoreTest, DamagedOneIsSetAsideWholeAndAFreshOneBegun)
     }
 }
 
-TEST_F(StoreTest, DatabaseWithoutItsTablesIsDamaged)
+// Neither a damaged one, whatever else may be wrong with it, nor one that this service can use.
+TEST_F(StoreTest, OneThatIsNotOursIsRefusedAndLeftAlone)
 {
-    ASSERT_TRUE(mStore.database().execute("DROP TABLE servers"));
+    const struct
+    {
+        const char* mChange;
+        const char* mReason;
+    } tCases[] = {
+        {"DROP TABLE servers", "no such table: servers"},
+        {"PRAGMA user_version = 1000", "newer version"},
+        {"PRAGMA user_version = 0", "no version"},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mChange);
+        ASSERT_TRUE(mStore.database().execute("PRAGMA wal_checkpoint; BEGIN"));
+        ASSERT_TRUE(mStore.database().execute(tCase.mChange));
+        ASSERT_TRUE(mStore.database().execute("COMMIT"));
+        mStore.database().close();
+        const QByteArray tContent = readFile(file());
+        QString tError;
+        EXPECT_FALSE(mStore.open(mDir.path(), &tError));
+        EXPECT_TRUE(tError.contains(q(tCase.mReason))) << tError;
+        mStore.database().close();
+        EXPECT_EQ(readFile(file()), tContent);
+        EXPECT_EQ(QDir(mDir.path()).entryList(QDir::Files), QStringList(q("state.db")));
+        ASSERT_TRUE(QFile::remove(file()));
+        reopen();
+    }
+}
+
+// Every operation on the way to an open store fails once, with each code that says nothing about the bytes.
+TEST_F(StoreTest, AFaultOfTheMomentLeavesASoundOneAlone)
+{
+    ASSERT_TRUE(Settings(mStore.database()).setDataDirectory(q("/data")));
+    mStore.database().close();
+    const QByteArray tContent = readFile(file());
+    FaultyVfs tVfs;
+    int tRefused = 0;
+    for (const int tCode : {SQLITE_IOERR_READ, SQLITE_IOERR_CORRUPTFS, SQLITE_NOMEM, SQLITE_CANTOPEN}) {
+        for (int tOperation = 1;; ++tOperation) {
+            SCOPED_TRACE(testing::Message() << "operation " << tOperation << ", code " << tCode);
+            tVfs.failAt(tOperation, tCode);
+            QString tError;
+            const bool tOpened = mStore.open(mDir.path(), &tError);
+            const bool tFailed = tVfs.hasFailed();
+            tVfs.failAt(0, 0);
+            tRefused += tOpened ? 0 : 1;
+            EXPECT_NE(tOpened, tError.contains(q("can't be used"))) << tError;
+            EXPECT_TRUE(!tOpened || Settings(mStore.database()).dataDirectory() == q("/data"));
+            mStore.database().close();
+            ASSERT_EQ(QDir(mDir.path()).entryList(QDir::Files), QStringList(q("state.db")));
+            ASSERT_EQ(readFile(file()), tContent);
+            if (!tFailed) {
+                break;
+            }
+        }
+    }
+    EXPECT_GT(tRefused, 40);
+}
+
+TEST_F(StoreTest, OneOfVersionOneKeepsAllItsValues)
+{
+    mStore.database().close();
+    ASSERT_TRUE(QFile::remove(file()));
+    ASSERT_TRUE(mStore.database().open(file(), Database::Mode::ReadWrite));
+    ASSERT_TRUE(mStore.database().execute(readFile(q(VERSION_1)).constData()));
     reopen();
-    EXPECT_FALSE(mStore.damagedFile().isNull());
+    EXPECT_EQ(mStore.database().schemaVersion(), StateStore::sSchemaVersion);
+    const Settings tSettings(mStore.database());
+    const auto tProxy = tSettings.proxy();
+    EXPECT_EQ(tProxy->mMode, NetProxyModeManual);
+    EXPECT_EQ(tProxy->mProxy.mHost + tProxy->mProxy.mUser + tProxy->mProxy.mPassword,
+              q("proxy.example.compsecret three"));
+    EXPECT_EQ(tSettings.dataDirectory(), q("/srv/d\u00e4t\u00e4"));
+    EXPECT_EQ(*tSettings.appLanguage() + *tSettings.dataLanguage(), q("defr"));
+    EXPECT_EQ(tSettings.schedule()->mNextCheck, QDateTime({2199, 1, 2}, {3, 4, 5}));
+    EXPECT_EQ(tSettings.schedule()->mPeriodCount, 2);
+    EXPECT_EQ(tSettings.monitoring()->notificationEmailAddresses().value(0).mAddress, q("a@example.com"));
+    EXPECT_EQ(tSettings.lastRun()->mCode, 3);
+    EXPECT_EQ(tSettings.lastRun()->mFinished, QDateTime({2026, 11, 25}, {9, 48, 32}));
+    const auto tServers = ServerTable(mStore.database()).entries();
+    ASSERT_EQ(tServers->size(), 2);
+    EXPECT_EQ(tServers->at(0).mUri + tServers->at(0).mPassword,
+              q("https://updates.example.com/stablesecret one"));
+    EXPECT_EQ(tServers->at(1).mName + tServers->at(1).mPassword, q("secondsecret two"));
+    EXPECT_EQ(ConfigVariables(mStore.database()).value(q("own.variable")), q("it's \"quoted\""));
 }
 
 TEST_F(StoreTest, TwoDamagedOnesAreBothKept)

@@ -227,6 +227,27 @@ TEST_F(InstallLogStoreTest, OthersReadButDoNotWrite)
               "may not");
 }
 
+TEST_F(InstallLogStoreTest, MigrationsGoStepByStepAndEachWholly)
+{
+    const char* const tSteps[] = {"CREATE TABLE a (x)", "CREATE TABLE b (x)",
+                                  "CREATE TABLE c (x); INSERT INTO missing VALUES (1)"};
+    const struct
+    {
+        size_t mSteps;
+        bool mOk;
+        int mVersion;
+    } tCases[] = {{1, true, 1}, {2, true, 2}, {3, false, 2}, {2, true, 2}, {1, false, 2}};
+    Database tDatabase;
+    ASSERT_TRUE(tDatabase.open(mPath, Database::Mode::ReadWrite));
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mSteps);
+        EXPECT_EQ(tDatabase.migrate(std::span(tSteps, tCase.mSteps)), tCase.mOk) << tDatabase.errorText();
+        EXPECT_EQ(tDatabase.schemaVersion(), tCase.mVersion);
+        EXPECT_EQ(tDatabase.execute("SELECT * FROM b"), tCase.mVersion == 2);
+        EXPECT_FALSE(tDatabase.execute("SELECT * FROM c"));
+    }
+}
+
 // Regression: opening the file a second time ended the locks of the first connection.
 TEST_F(InstallLogStoreTest, ASecondConnectionLeavesTheFirstOnesLock)
 {
