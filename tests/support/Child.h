@@ -33,6 +33,7 @@ public:
     Child& operator=(const Child&) = delete;
 
     bool isReady() const { return mReady; }
+    pid_t pid() const { return mPid; }
     void kill()
     {
         if (mPid > 0) {

@@ -51,6 +51,15 @@ void Run::warn(const QString& pText)
     }
 }
 
+os::Failure Run::updateInstallLog()
+{
+    QString tWarning;
+    os::Failure tFailure = mWorkplace.updateInstallLog(&tWarning);
+    warn(tWarning);
+    warn(tFailure.mText);
+    return tFailure;
+}
+
 RunResult Run::run()
 {
     mReporter.begin(vkcore::ActivityDownloading, true, 0, true);
@@ -58,10 +67,14 @@ RunResult Run::run()
         return failed(tTrouble);
     }
     warn(mWorkplace.tidyUp());
-    warn(mWorkplace.updateInstallLog());
+    const os::Failure tUnlogged = updateInstallLog();
     Trouble tTrouble = mDownloads.open();
     if (!tTrouble) {
         tTrouble = checkFreeSpace(mFileSystem, {{mRequest.mStateDir, sStateBytes}});
+    }
+    // Only the current manifest knows of that run, and another generation would bring its end nearer.
+    if (!tTrouble) {
+        tTrouble = Trouble::from(tUnlogged);
     }
     std::unique_ptr<Attempt> tBest;
     if (!tTrouble) {
@@ -176,7 +189,10 @@ Trouble Run::installPackages(Plan* pPlan)
     }
     if (pPlan->failedCount() == pPlan->mPackages.size()) {
         warn(mWorkplace.tidyUp());
-        warn(mWorkplace.logRun(nextGeneration(*pPlan)));
+        QString tWarning;
+        const os::Failure tFailure = mWorkplace.logRun(nextGeneration(*pPlan), &tWarning);
+        warn(tWarning);
+        warn(tFailure.mText);
         return {};
     }
     if (const Trouble tTrouble = waitAndSwitch(*pPlan)) {
@@ -232,7 +248,7 @@ Trouble Run::switchToNew(const Plan& pPlan)
     }
     mReporter.advance(tStaged.size());
     mWorkplace.setInstalled(tNext);
-    warn(mWorkplace.updateInstallLog());
+    updateInstallLog();
     return {};
 }
 

@@ -57,6 +57,7 @@ private:
 
     QByteArray machineState() const;
     void warn(const QString& pText);
+    os::Failure updateInstallLog();
     RunResult failed(const Trouble& pTrouble) const;
     RunResult allServersFailed() const;
     RunResult finish(Attempt* pAttempt);

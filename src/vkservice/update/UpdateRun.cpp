@@ -83,7 +83,10 @@ bool UpdateRun::recover(const RunRequest& pRequest, QString* pError)
         return false;
     }
     const QString tTidyText = tWorkplace.tidyUp();
-    const QString tLogText = tWorkplace.updateInstallLog();
+    QString tLogText;
+    if (const os::Failure tFailure = tWorkplace.updateInstallLog(&tLogText)) {
+        tLogText = tFailure.mText;
+    }
     *pError = tTidyText.isEmpty() ? tLogText : tTidyText;
     return pError->isEmpty();
 }

@@ -2,40 +2,20 @@
 
 #include "os/FileTools.h"
 
-#include <QtCore/QDateTime>
 #include <QtCore/QDir>
-#include <QtCore/QFile>
 
 namespace tarn::vkservice::update {
 
 namespace {
 
-using vkcore::InstallLogStore;
-
 constexpr mode_t sPublicDir = 0755;
 constexpr mode_t sStateDir = 0755; // the install log in it is for everybody
-
-bool openLog(InstallLogStore* pLog, const QString& pPath, QString* pReason)
-{
-    if (pLog->openForWriting(pPath)) {
-        return true;
-    }
-    *pReason = pLog->errorText();
-    if (!pLog->isDamaged()) {
-        return false;
-    }
-    // What can still be saved of it is for people to find out; new entries must not be lost meanwhile.
-    const QString tAside = pPath + QStringLiteral(".damaged-") +
-                           QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMddhhmmss"));
-    *pReason += QStringLiteral("; it was set aside as %1").arg(tAside);
-    return QFile::rename(pPath, tAside) && pLog->openForWriting(pPath);
-}
 
 } // namespace
 
 Workplace::Workplace(os::FileSystem& pFileSystem, const RunRequest& pRequest)
     : mFileSystem(pFileSystem), mRequest(pRequest), mFolders(pRequest.mInstallDir, pRequest.mDataDir),
-      mGenerations(pFileSystem, mFolders)
+      mGenerations(pFileSystem, mFolders), mRunLog(pFileSystem, pRequest.mStateDir)
 {
 }
 
@@ -69,21 +49,16 @@ QString Workplace::tidyUp()
     return mGenerations.removeLeftovers().mText;
 }
 
-QString Workplace::updateInstallLog()
+os::Failure Workplace::updateInstallLog(QString* pWarning)
 {
-    return mInstalled.mGeneration == 0 ? QString() : logRun(mInstalled);
+    pWarning->clear();
+    return mInstalled.mGeneration == 0 ? os::Failure()
+                                       : mRunLog.enter(mInstalled, RunLog::Kind::Installed, pWarning);
 }
 
-QString Workplace::logRun(const packages::Manifest& pRun)
+os::Failure Workplace::logRun(const packages::Manifest& pRun, QString* pWarning)
 {
-    const QString tPath = mRequest.mStateDir + QLatin1Char('/') + InstallLogStore::fileName();
-    InstallLogStore tLog;
-    QString tReason;
-    if (openLog(&tLog, tPath, &tReason) && !tLog.append(pRun.mRunId, pRun.mRunDate, pRun.mRecords)) {
-        tReason = tLog.errorText();
-    }
-    return tReason.isEmpty() ? QString()
-                             : QStringLiteral("The install log %1 can't be written: %2").arg(tPath, tReason);
+    return mRunLog.enter(pRun, RunLog::Kind::ChangedNothing, pWarning);
 }
 
 } // namespace tarn::vkservice::update

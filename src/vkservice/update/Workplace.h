@@ -4,6 +4,7 @@
 #include "packages/InstallLock.h"
 #include "packages/Manifest.h"
 #include "packages/PackageFolders.h"
+#include "update/RunLog.h"
 #include "update/Trouble.h"
 
 namespace tarn::vkservice::update {
@@ -19,11 +20,12 @@ public:
     Trouble open();
     // Removes what killed runs left. A failure does no harm to the next run; its text is for people.
     QString tidyUp();
-    // Enters the run that made the current generation into the install log, unless it is there already. Null,
-    // or why that did not work.
-    QString updateInstallLog();
-    // Enters a run that changed nothing.
-    QString logRun(const packages::Manifest& pRun);
+    // Enters the run that made the current generation into the install log, unless it is there already, or
+    // keeps it for later. A failure where neither worked: the manifest is then the only one to know of the
+    // run.
+    os::Failure updateInstallLog(QString* pWarning);
+    // Enters or keeps a run that changed nothing.
+    os::Failure logRun(const packages::Manifest& pRun, QString* pWarning);
 
     const packages::PackageFolders& folders() const { return mFolders; }
     packages::Generations& generations() { return mGenerations; }
@@ -35,6 +37,7 @@ private:
     const RunRequest& mRequest;
     packages::PackageFolders mFolders;
     packages::Generations mGenerations;
+    RunLog mRunLog;
     packages::InstallLock mLock;
     packages::Manifest mInstalled;
 };

@@ -1,0 +1,164 @@
+#include "update/RunLog.h"
+
+#include "os/FileTools.h"
+#include "tuf/AtomicFile.h"
+
+#include <QtCore/QCryptographicHash>
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+using os::Failure;
+using packages::Manifest;
+using vkcore::InstallLogStore;
+
+constexpr int sWaitMs = 1000;
+constexpr qsizetype sMaxIdleRuns = 1000;
+constexpr qint64 sMaxFileSize = 64 * 1024 * 1024;
+constexpr mode_t sFolderMode = 0755;
+constexpr mode_t sFileMode = 0644;
+
+// In the order of the runs, and the same for the same run.
+QString fileName(const Manifest& pRun)
+{
+    const qint64 tDate = pRun.mRunDate.isValid() ? pRun.mRunDate.toMSecsSinceEpoch() : 0;
+    const QByteArray tHash = QCryptographicHash::hash(pRun.mRunId.toUtf8(), QCryptographicHash::Sha256);
+    return QStringLiteral("%1-%2.json")
+        .arg(std::max<qint64>(tDate, 0), 15, 10, QLatin1Char('0'))
+        .arg(QString::fromLatin1(tHash.first(8).toHex()));
+}
+
+} // namespace
+
+RunLog::RunLog(os::FileSystem& pFileSystem, const QString& pStateDir)
+    : mFileSystem(pFileSystem), mStateDir(pStateDir),
+      mLogPath(pStateDir + QLatin1Char('/') + InstallLogStore::fileName()),
+      mFolder(pStateDir + QStringLiteral("/install-log.waiting")), mWaitMs(sWaitMs)
+{
+}
+
+Failure RunLog::enter(const Manifest& pRun, Kind pKind, QString* pWarning)
+{
+    mWarnings.clear();
+    Failure tFailure;
+    if (!enterAll(pRun)) {
+        mWaitMs = 0;
+        tFailure = keep(pRun, pKind);
+        const QString tWhat =
+            QStringLiteral("The install log %1 can't be written: %2.").arg(mLogPath, mReason);
+        if (tFailure) {
+            tFailure.mText =
+                tWhat + QStringLiteral(" The run can't be kept for it either: ") + tFailure.mText;
+        } else {
+            mWarnings.append(tWhat + QStringLiteral(" The entries wait in %1 until it can.").arg(mFolder));
+        }
+    }
+    *pWarning = mWarnings.join(QLatin1Char(' '));
+    return tFailure;
+}
+
+bool RunLog::enterAll(const Manifest& pRun)
+{
+    InstallLogStore tLog;
+    if (tryToEnterAll(&tLog, pRun)) {
+        return true;
+    }
+    if (!tLog.isDamaged()) {
+        return false;
+    }
+    // What can still be saved of it is for people to find out; new entries must not be lost meanwhile.
+    const QString tAside = tLog.setAside();
+    if (tAside.isNull()) {
+        mReason = tLog.errorText();
+        return false;
+    }
+    mWarnings.append(
+        QStringLiteral("The install log was damaged. It was kept as %1, and an empty one was begun.")
+            .arg(tAside));
+    return tryToEnterAll(&tLog, pRun);
+}
+
+bool RunLog::tryToEnterAll(InstallLogStore* pLog, const Manifest& pRun)
+{
+    pLog->waitInAll(mWaitMs);
+    if (!pLog->openForWriting(mLogPath)) {
+        mReason = pLog->errorText();
+        return false;
+    }
+    const QStringList tWaiting = waiting();
+    const bool tOk = std::all_of(tWaiting.begin(), tWaiting.end(),
+                                 [&](const QString& pPath) { return enterWaiting(pLog, pPath); });
+    return tOk && append(pLog, pRun);
+}
+
+bool RunLog::append(InstallLogStore* pLog, const Manifest& pRun)
+{
+    const bool tOk = pLog->append(pRun.mRunId, pRun.mRunDate, pRun.mRecords);
+    if (!tOk) {
+        mReason = pLog->errorText();
+    }
+    return tOk;
+}
+
+bool RunLog::enterWaiting(InstallLogStore* pLog, const QString& pPath)
+{
+    QByteArray tBytes;
+    if (const Failure tFailure = os::readFile(mFileSystem, pPath, sMaxFileSize, &tBytes)) {
+        mReason = tFailure.mText;
+        return false;
+    }
+    Manifest tRun;
+    QString tError;
+    if (!Manifest::fromBytes(tBytes, &tRun, &tError)) {
+        const QString tAside =
+            mStateDir + QLatin1Char('/') + QFileInfo(pPath).fileName() + QStringLiteral(".damaged");
+        mWarnings.append(
+            QStringLiteral("A run that waits for the install log is damaged and was kept as %1: %2.")
+                .arg(tAside, tError));
+        mReason = QStringLiteral("%1 can't be moved away").arg(pPath);
+        return mFileSystem.rename(QFile::encodeName(pPath), QFile::encodeName(tAside)) == 0;
+    }
+    if (!append(pLog, tRun)) {
+        return false;
+    }
+    // One that stays is in the log already, and a later run finds that out.
+    mFileSystem.unlink(QFile::encodeName(pPath));
+    return true;
+}
+
+Failure RunLog::keep(const Manifest& pRun, Kind pKind)
+{
+    const QString tPath = mFolder + QLatin1Char('/') + fileName(pRun);
+    if (QFileInfo::exists(tPath)) {
+        return {};
+    }
+    if (pKind == Kind::ChangedNothing && waiting().size() >= sMaxIdleRuns) {
+        return {Failure::Kind::Io, QStringLiteral("%1 runs wait already").arg(sMaxIdleRuns)};
+    }
+    if (const Failure tFailure = os::makePath(mFileSystem, mFolder, sFolderMode)) {
+        return tFailure;
+    }
+    Manifest tKept = pRun;
+    tKept.mPackages.clear();
+    const tuf::Error tError = tuf::writeFileAtomically(mFileSystem, tPath, tKept.toBytes(), sFileMode);
+    return tError ? Failure{Failure::Kind::Io, tError.mText} : Failure();
+}
+
+QStringList RunLog::waiting() const
+{
+    QStringList tPaths;
+    const QStringList tNames = QDir(mFolder).entryList({QStringLiteral("*.json")}, QDir::Files, QDir::Name);
+    for (const QString& tName : tNames) {
+        tPaths.append(mFolder + QLatin1Char('/') + tName);
+    }
+    return tPaths;
+}
+
+} // namespace tarn::vkservice::update
