@@ -22,6 +22,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 
 namespace tarn::vkservice {
 
@@ -37,7 +38,6 @@ constexpr int sLastAnswersMs = 1000;
 constexpr int sLastMailMs = 5000;
 constexpr int sRetrySeconds = 900; // after a run that found no server, doubled each time
 constexpr int sMaxRetries = 3;
-constexpr int sResumeSeconds = 60; // after a start, for a run that was cut short
 
 QByteArray machineId()
 {
@@ -59,6 +59,12 @@ bool groupOf(const QString& pName, std::optional<gid_t>* pGroup, QString* pError
     }
     *pGroup = tEntry->gr_gid;
     return true;
+}
+
+// A service of a user is started with the user's session.
+bool startsWithSession()
+{
+    return ::geteuid() != 0;
 }
 
 QJsonObject messageParams(int pType, const QString& pText, const QString& pDetails)
@@ -127,10 +133,9 @@ bool Service::start(QString* pError)
     // The service may have been killed before the mail about the run was queued; the log of what it installed
     // is complete now.
     mMail->onRunEnded(mUpdates->lastRun());
-    if (!listen(pError)) {
+    if (!listen(pError) || !startSchedule(pError)) {
         return false;
     }
-    startSchedule();
     mMinute.start(sMinuteMs);
     mApp.write(LogLevel::Notice,
                QStringLiteral("The service listens on %1.").arg(ipc::SocketServer::pathOf(mSocketName)));
@@ -166,10 +171,14 @@ bool Service::openStore(QString* pError)
     if (!mStore.open(mApp.getStateDir(), pError)) {
         return false;
     }
-    const bool tCutShort = mUpdates->load();
-    if (tCutShort) {
+    const auto tCutShort = mUpdates->load();
+    if (!tCutShort) {
+        *pError = QStringLiteral("The record of the last update can't be read: %1.")
+                      .arg(mStore.database().errorText());
+        return false;
+    }
+    if (*tCutShort) {
         mApp.write(LogLevel::Warning, mUpdates->lastRun().mText);
-        mResume = true;
     }
     if (!mStore.damagedFile().isNull()) {
         reportDamage(mStore.damagedFile());
@@ -206,27 +215,57 @@ void Service::recoverLastRun()
     }
 }
 
-void Service::startSchedule()
+bool Service::startSchedule(QString* pError)
 {
+    const auto tSettings = mSettings.schedule();
+    if (!tSettings) {
+        *pError = QStringLiteral("The schedule can't be read: %1.").arg(mStore.database().errorText());
+        return false;
+    }
     connect(&mSchedule, &schedule::ScheduleTimer::moved, this, &Service::onScheduleMoved);
     connect(&mSchedule, &schedule::ScheduleTimer::due, this, &Service::onDue);
     if (isWorker()) {
         mSchedule.pause();
     }
     mSchedule.setJitter(static_cast<int>(mVariables.number(QStringLiteral("schedule.jitter"))));
-    mSchedule.start(mSettings.schedule().value_or(ScheduleSettings()));
+    mSchedule.start(*tSettings);
     if (isWorker()) {
-        return;
-    }
-    if (mResume) {
-        mSchedule.retryIn(sResumeSeconds);
+        return true;
     }
     connect(&mLogins, &schedule::LoginWatch::userLoggedIn, &mSchedule,
             &schedule::ScheduleTimer::userLoggedIn);
     mLogins.start();
-    // A service of a user is started with the user's session.
-    if (::geteuid() != 0) {
+    if (mUpdates->lastRun().mCutShort > 0) {
+        resumeRun();
+    } else if (startsWithSession()) {
         mSchedule.userLoggedIn();
+    }
+    return true;
+}
+
+// What cut the last run short may do so again.
+void Service::resumeRun()
+{
+    const ScheduleSettings& tSchedule = mSchedule.settings();
+    const bool tAtStart = tSchedule.atLogin() && startsWithSession();
+    if (tSchedule.mMode == Scheduler::AutoUpdateManual || !(tAtStart || schedule::runsByDate(tSchedule))) {
+        return;
+    }
+    const auto tSeconds = mUpdates->resumeSeconds();
+    if (!tSeconds) {
+        mApp.write(LogLevel::Warning,
+                   QStringLiteral("%1 updates in a row were cut short. The next one begins when "
+                                  "the schedule says so.")
+                       .arg(mUpdates->lastRun().mCutShort));
+        return;
+    }
+    mApp.write(LogLevel::Notice,
+               QStringLiteral("The update that was cut short begins again in %1 seconds.").arg(*tSeconds));
+    if (tAtStart) {
+        QTimer::singleShot(std::chrono::seconds(*tSeconds), &mSchedule,
+                           &schedule::ScheduleTimer::userLoggedIn);
+    } else {
+        mSchedule.retryIn(*tSeconds);
     }
 }
 

@@ -85,7 +85,8 @@ private:
     bool openStore(QString* pError);
     bool listen(QString* pError);
     void recoverLastRun();
-    void startSchedule();
+    bool startSchedule(QString* pError);
+    void resumeRun();
     void connectUpdates();
     void replaceDamagedStore();
     void reportDamage(const QString& pDamagedFile);
@@ -118,7 +119,6 @@ private:
     QTimer mMinute;
     QList<QJsonObject> mHeldErrors;
     bool mScheduleSaved = true; // the schedule in force is the stored one
-    bool mResume = false;       // the last service was killed in the middle of a run
     int mRetries = 0;
     bool mEnding = false;
     bool mFinished = false;

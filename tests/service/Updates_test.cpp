@@ -1,8 +1,12 @@
 #include "ServiceRig.h"
 
+#include "sqlite/Database.h"
+
 #include <QtCore/QDateTime>
 
 #include <csignal>
+
+using tarn::vkcore::Database;
 
 namespace {
 
@@ -212,6 +216,48 @@ TEST_F(UpdatesTest, RunThatTheServiceDidNotSurviveHasAResult)
     mPeer = std::make_unique<RawPeer>(mRig.socket());
     EXPECT_EQ(result(false), 4);
     EXPECT_EQ(status(), Idle);
+}
+
+TEST_F(UpdatesTest, RunThatIsCutShortAgainAndAgainBeginsLaterEachTime)
+{
+    ASSERT_NO_FATAL_FAILURE(startHeldRun());
+    const auto tRestart = [this](int pCutShortBefore) {
+        mRig.program().signal(SIGKILL);
+        mRig.program().wait();
+        Database tStore;
+        const QByteArray tCount = QByteArray::number(pCutShortBefore);
+        ASSERT_TRUE(tStore.open(mRig.state("state.db"), Database::Mode::ReadWrite));
+        ASSERT_TRUE(tCount == "-1" || tStore.execute("UPDATE settings SET value = '" + tCount +
+                                                     "' WHERE name = 'lastRun.cutShort'"));
+        tStore.close();
+        start({"-e"});
+    };
+    ASSERT_NO_FATAL_FAILURE(tRestart(-1));
+    ASSERT_EQ(mPeer->call("setScheduleParameters",
+                          R"({"mode": 2, "flags": 0, "nextCheck": "2199-01-02T03:04:05", "periodCount": 1,
+                              "unit": 1, "extra": null, "save": true})"),
+              true);
+    const struct
+    {
+        bool mOneEnds;
+        int mCutShortBefore; // -1: as it is
+        const char* mLine;
+    } tCases[] = {
+        {false, -1, "begins again in 120 seconds"},       {false, -1, "begins again in 240 seconds"},
+        {true, -1, "begins again in 60 seconds"},         {false, 7, "begins again in 7680 seconds"},
+        {false, -1, "9 updates in a row were cut short"},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mLine);
+        ASSERT_NO_FATAL_FAILURE(triggerHeldRun());
+        if (tCase.mOneEnds) {
+            EXPECT_EQ(mPeer->call("abortUpdate"), true);
+            EXPECT_TRUE(waitForStatus(Idle));
+            ASSERT_NO_FATAL_FAILURE(triggerHeldRun());
+        }
+        ASSERT_NO_FATAL_FAILURE(tRestart(tCase.mCutShortBefore));
+        EXPECT_TRUE(mRig.log().contains(tCase.mLine)) << mRig.log();
+    }
 }
 
 TEST_F(UpdatesTest, MonitorsGetEventsAndOthersDoNot)

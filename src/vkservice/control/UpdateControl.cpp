@@ -8,6 +8,13 @@ namespace tarn::vkservice::control {
 using namespace vkcore;
 using namespace update;
 
+namespace {
+
+constexpr int sResumeSeconds = 60;
+constexpr int sMaxResumes = 8;
+
+} // namespace
+
 UpdateControl::UpdateControl(UpdateRun& pRun, store::Settings& pSettings, RequestSource pRequests,
                              std::function<bool()> pSuppressed, QObject* pParent)
     : QObject(pParent), mRun(pRun), mSettings(pSettings), mRequests(std::move(pRequests)),
@@ -19,18 +26,29 @@ UpdateControl::UpdateControl(UpdateRun& pRun, store::Settings& pSettings, Reques
     connect(&mRun, &UpdateRun::finished, this, &UpdateControl::finish);
 }
 
-bool UpdateControl::load()
+std::optional<bool> UpdateControl::load()
 {
-    mLastRun = mSettings.lastRun().value_or(store::RunRecord());
+    const auto tLastRun = mSettings.lastRun();
+    const auto tUnfinished = mSettings.unfinishedRun();
+    if (!tLastRun || !tUnfinished) {
+        return std::nullopt;
+    }
+    mLastRun = *tLastRun;
     mLastRun.mText = singleLine(mLastRun.mText, sMaxMessage); // an earlier version stored it as it came
-    const QString tUnfinished = mSettings.unfinishedRun().value_or(QString());
-    const bool tCutShort = !tUnfinished.isEmpty();
+    const bool tCutShort = !tUnfinished->isEmpty();
     if (tCutShort) {
+        ++mLastRun.mCutShort;
         record(ResultAborted, QStringLiteral("The service ended in the middle of the update."),
-               QDateTime::fromString(tUnfinished, Qt::ISODateWithMs));
+               QDateTime::fromString(*tUnfinished, Qt::ISODateWithMs));
     }
     mStatus = restingStatus();
     return tCutShort;
+}
+
+std::optional<int> UpdateControl::resumeSeconds() const
+{
+    const int tTimes = mLastRun.mCutShort;
+    return tTimes > 0 && tTimes <= sMaxResumes ? std::optional(sResumeSeconds << (tTimes - 1)) : std::nullopt;
 }
 
 void UpdateControl::note(ResultCode pCode, const QString& pText)
@@ -122,6 +140,7 @@ bool UpdateControl::abort()
 
 void UpdateControl::finish(const RunResult& pResult)
 {
+    mLastRun.mCutShort = 0;
     record(pResult.mCode, pResult.mText, mBegan);
     mSessionRun = mLastRun;
     Q_EMIT runEnded(mSessionRun, mManual);

@@ -31,9 +31,13 @@ public:
     UpdateControl(update::UpdateRun& pRun, store::Settings& pSettings, RequestSource pRequests,
                   std::function<bool()> pSuppressed, QObject* pParent = nullptr);
 
-    // Takes up the record of the last run; a run that the service did not survive gets its result here, and
-    // is named by the result: true if there was one.
-    bool load();
+    // Takes up the record of the last run; a run that the service did not survive gets its result here. True
+    // if there was one; none if the store can't be read.
+    std::optional<bool> load();
+    // When a run that was cut short is to begin again, in seconds from the start of the service: a minute
+    // after the first one, twice as long after each further one in a row. None where there is no such run,
+    // and after the eighth: what ends the service so often is left to the schedule.
+    std::optional<int> resumeSeconds() const;
     // Puts down a result that belongs to no run.
     void note(update::ResultCode pCode, const QString& pText);
 

@@ -14,6 +14,8 @@ struct RunRecord
     QDateTime mLastSuccess; // when a run last ended well; invalid before the first
     // UTC, to the millisecond: tells this run from all others. Invalid for a result that belongs to no run.
     QDateTime mBegan;
+    // How many runs in a row up to now the service did not survive; a run that ends makes it 0.
+    int mCutShort = 0;
 
     bool operator==(const RunRecord&) const = default;
 };

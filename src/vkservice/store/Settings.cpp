@@ -210,6 +210,7 @@ std::optional<RunRecord> Settings::lastRun() const
     tRecord.mText = tStored->value(QStringLiteral("lastRun.text"));
     tRecord.mFinished = toDate(tStored->value(QStringLiteral("lastRun.finished")));
     tRecord.mLastSuccess = toDate(tStored->value(QStringLiteral("lastRun.lastSuccess")));
+    tRecord.mCutShort = tStored->value(QStringLiteral("lastRun.cutShort")).toInt();
     tRecord.mBegan =
         QDateTime::fromString(tStored->value(QStringLiteral("lastRun.began")), Qt::ISODateWithMs);
     return tRecord;
@@ -223,6 +224,7 @@ bool Settings::setLastRun(const RunRecord& pRecord)
         {QStringLiteral("lastRun.finished"), fromDate(pRecord.mFinished)},
         {QStringLiteral("lastRun.lastSuccess"), fromDate(pRecord.mLastSuccess)},
         {QStringLiteral("lastRun.began"), pRecord.mBegan.toString(Qt::ISODateWithMs)},
+        {QStringLiteral("lastRun.cutShort"), QString::number(pRecord.mCutShort)},
         {QStringLiteral("unfinishedRun"), QString()},
     });
 }
