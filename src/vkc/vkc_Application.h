@@ -33,10 +33,6 @@ namespace tarn::vkc {
 // The source that logAssertFailed is told, for all of the class.
 inline constexpr char sSourcePath[] = "src/vkc/vkc_Application";
 
-// So long a canceled command still waits for a service that may not answer at all; the time limits of the
-// library are too long for somebody who has pressed Ctrl-C.
-inline constexpr int sLastWordMs = 250;
-
 // The whole program: the frame, and one cmd... method a command, which returns the exit status.
 // The methods lie in one source file a subject, as the comments below say.
 class VKCApplication : public vkcore::OkiApplication
@@ -128,6 +124,8 @@ private:
 
     // service/Worker.cpp
     bool startService();
+    // Asks a worker that was just started for a sign of life, as long as its process runs.
+    bool pingWorker(vkcore::IPCClient* pClient);
     void cleanupServiceWorker();
 
     // service/Monitor.cpp

@@ -64,21 +64,20 @@ bool readServers(const QJsonObject& pFrom, Application* pApp, QList<GRef2<Server
     return tValue.isArray();
 }
 
-using Delivery = std::function<void()>;
-
 // The deliveries of the events, each with its parameters read.
-bool readEvent(IPCClient* pClient, const QString& pMethod, const QJsonObject& pParams, Delivery* pDelivery)
+bool readEvent(IPCClient* pClient, const QString& pMethod, const QJsonObject& pParams, Event* pEvent)
 {
     if (pMethod == QLatin1String("serviceStatusChanged")) {
         ServiceStatus tStatus{};
         const bool tOk = readNumber(pParams, QStringLiteral("status"), &tStatus);
-        *pDelivery = [pClient, tStatus] { Q_EMIT pClient->serviceStatusChanged(tStatus); };
+        const bool tEndsRun = tStatus == StatusIdle || tStatus == StatusSuppressed || tStatus == StatusError;
+        *pEvent = {[pClient, tStatus] { Q_EMIT pClient->serviceStatusChanged(tStatus); }, tEndsRun};
         return tOk;
     }
     if (pMethod == QLatin1String("serviceActivityChanged")) {
         ServiceActivity tActivity{};
         const bool tOk = readNumber(pParams, QStringLiteral("activity"), &tActivity);
-        *pDelivery = [pClient, tActivity] { Q_EMIT pClient->serviceActivityChanged(tActivity); };
+        pEvent->mDeliver = [pClient, tActivity] { Q_EMIT pClient->serviceActivityChanged(tActivity); };
         return tOk;
     }
     const bool tIsError = pMethod == QLatin1String("serviceErrorReceived");
@@ -91,11 +90,11 @@ bool readEvent(IPCClient* pClient, const QString& pMethod, const QJsonObject& pP
                          read(pParams, QStringLiteral("details"), &tDetails);
         const auto tSignal =
             tIsError ? &IPCClient::serviceErrorReceived : &IPCClient::serviceNotificationReceived;
-        *pDelivery = [=] { Q_EMIT(pClient->*tSignal)(tType, tText, tDetails); };
+        pEvent->mDeliver = [=] { Q_EMIT(pClient->*tSignal)(tType, tText, tDetails); };
         return tOk;
     }
     if (pMethod == QLatin1String("quitRequestReceived")) {
-        *pDelivery = [pClient] { Q_EMIT pClient->quitRequestReceived(); };
+        pEvent->mDeliver = [pClient] { Q_EMIT pClient->quitRequestReceived(); };
     }
     return true;
 }
@@ -120,10 +119,10 @@ public:
 
     // The result of a method where it has the type of *pTo, which is left alone on failure.
     template <typename T>
-    bool ask(const QString& pMethod, const QJsonObject& pParams, T* pTo)
+    bool ask(const QString& pMethod, const QJsonObject& pParams, T* pTo, bool pStartsRun = false)
     {
         const std::shared_ptr<Session> tKeep = shared_from_this();
-        const std::optional<QJsonValue> tResult = call(pMethod, pParams);
+        const std::optional<QJsonValue> tResult = call(pMethod, pParams, pStartsRun);
         return tResult && (read({{QStringLiteral("result"), *tResult}}, QStringLiteral("result"), pTo) ||
                            malformed(pMethod));
     }
@@ -136,10 +135,10 @@ public:
         return tResult && ((tResult->isObject() && pRead(tResult->toObject())) || malformed(pMethod));
     }
     // A method whose result says whether it was done.
-    bool order(const QString& pMethod, const QJsonObject& pParams = {})
+    bool order(const QString& pMethod, const QJsonObject& pParams = {}, bool pStartsRun = false)
     {
         bool tDone = false;
-        return ask(pMethod, pParams, &tDone) && tDone;
+        return ask(pMethod, pParams, &tDone, pStartsRun) && tDone;
     }
     QJsonObject withRevision(int pIndex) const
     {
@@ -176,7 +175,7 @@ const QString& IPCClient::serverName() const
 
 void IPCClient::setConnectTimeout(int pSeconds)
 {
-    d->setConnectTimeout(pSeconds);
+    d->setTimeout(pSeconds);
 }
 
 bool IPCClient::testConnect(int pTimeoutMs)
@@ -201,8 +200,8 @@ void IPCClient::close()
 
 bool IPCClient::enterMonitorMode()
 {
-    const auto tRead = [this](const QString& pMethod, const QJsonObject& pParams, Delivery* pDelivery) {
-        return readEvent(this, pMethod, pParams, pDelivery);
+    const auto tRead = [this](const QString& pMethod, const QJsonObject& pParams, Event* pEvent) {
+        return readEvent(this, pMethod, pParams, pEvent);
     };
     return d->enterMonitorMode({tRead, [this] { Q_EMIT disconnected(); }});
 }
@@ -285,7 +284,7 @@ QString IPCClient::getLastServiceResultStr(bool pThisSession)
 
 bool IPCClient::triggerUpdate(bool pManual)
 {
-    return d->order(QStringLiteral("triggerUpdate"), {{QStringLiteral("manual"), pManual}});
+    return d->order(QStringLiteral("triggerUpdate"), {{QStringLiteral("manual"), pManual}}, true);
 }
 
 bool IPCClient::abortUpdate()

@@ -184,6 +184,17 @@ TEST_F(WorkerTest, ThatDoesNotAnswerAPingIsAFailedConnection)
     EXPECT_EQ(story(), "started -e -worker\nterminated\n");
 }
 
+// Long before the half minute that a socket is waited for, and without a word about a process to kill.
+TEST_F(WorkerTest, ThatEndsAtOnceIsNotWaitedFor)
+{
+    QElapsedTimer tTimer;
+    tTimer.start();
+    expectResult(run("gone", {"show-settings"}), "", failure(mInstallation.path("tmp")), 1);
+    EXPECT_LT(tTimer.elapsed(), 25000);
+    EXPECT_TRUE(mInstallation.log().contains("ERROR: the service has ended at once"));
+    EXPECT_FALSE(mInstallation.log().contains("killing process"));
+}
+
 TEST_F(WorkerTest, ThatAnnouncesItsEndIsLeftToIt)
 {
     const Program::Result tResult = run("leaving", {"update", "--quiet"});

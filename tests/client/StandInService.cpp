@@ -78,6 +78,9 @@ int main(int argc, char** argv)
     if (tBehaviour == "slow") {
         pause(400);
     }
+    if (tBehaviour == "gone") {
+        return 1;
+    }
     const bool tStays = tBehaviour == "deaf" || tBehaviour == "lingering";
     if (tStays) {
         lockLog();

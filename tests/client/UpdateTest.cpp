@@ -157,10 +157,15 @@ TEST(UpdateTest, EndsWithTheResultOfTheService)
 // A run that has nothing to do is over before rkm waits for its end.
 TEST(UpdateTest, ARunThatEndsAtOnceIsNotWaitedForForever)
 {
-    const auto tEndsWithMonitorAnswer = [](ScriptedService& pService) {
+    // The end of the run before it is none; this one comes to its end while it is asked for its progress.
+    const auto tOldEnd = [](ScriptedService& pService) {
         pService.onCall("enterMonitorMode", [](Peer& pPeer, const QJsonObject&) {
             pPeer.send(pPeer.answerLine("true") +
                        ScriptedService::eventLine("serviceStatusChanged", R"({"status": 0})"));
+        });
+        pService.onCall("getServiceProgress", [&pService](Peer& pPeer, const QJsonObject&) {
+            pService.sendEvent("serviceStatusChanged", R"({"status": 0})");
+            pPeer.reply(progress("1", "1", "2"));
         });
     };
     const auto tEndsBehindAnswer = [](ScriptedService& pService) {
@@ -172,7 +177,8 @@ TEST(UpdateTest, ARunThatEndsAtOnceIsNotWaitedForForever)
     check({
         ok({"update"}, sClear + sFinished, sWaitsAndAsks, {onTrigger({state(2), state(0)})}),
         ok({"update"}, sClear + sFinished, sWaitsAndAsks, {tEndsBehindAnswer}),
-        ok({"update"}, sClear + sFinished, sWaitsAndAsks, {tEndsWithMonitorAnswer}),
+        ok({"update"}, sClear + "Downloading updates (50% complete)" + sClear + sFinished,
+           sWaits + QList<QByteArray>{"getServiceProgress"} + sWaitsAndAsks.mid(3), {tOldEnd}),
         ok({"update"}, sClear + sFinished, sWaitsAndAsks, {onTrigger({state(1)})}),
         ok({"update"}, sClear + sFinished, sWaitsAndAsks,
            {onTrigger({state(2), state(3), state(9), state(-1), state(4)})}),
@@ -323,6 +329,26 @@ TEST_F(CancelTest, AServiceThatRefusesToAbortIsLeft)
     end(1);
     expectEnd(sClear + sAborting + sClear, "Lost connection to the service\n", 1);
     EXPECT_FALSE(mService.calls().contains(q("quitService")));
+}
+
+// Nobody is left to be asked then, also where the stop comes in the middle of a question.
+TEST(UpdateTest, TheProgressLineEndsWithTheHardStop)
+{
+    const Installation tInstallation;
+    for (const bool tAnswers : {true, false}) {
+        ScriptedService tService(tInstallation.socketPath(), refuses("abortUpdate"));
+        if (!tAnswers) {
+            tService.ignore("getServiceProgress");
+        }
+        const std::unique_ptr<Program> tProgram = tInstallation.start({"update"});
+        ASSERT_TRUE(tService.waitForCall("getServiceProgress"));
+        tProgram->signal(SIGTERM);
+        ASSERT_TRUE(tService.waitForCall("abortUpdate") && tService.waitForHangUp());
+        EXPECT_FALSE(tProgram->waitForOutput("no more", 1, 2500)) << "two ticks and more";
+        tService.sendEvent("serviceStatusChanged", R"({"status": 0})");
+        EXPECT_EQ(tProgram->wait().mErr, "Lost connection to the service\n");
+        EXPECT_EQ(tInstallation.log().count("getServiceProgress failed"), tAnswers ? 0 : 1);
+    }
 }
 
 // On a terminal Ctrl-C reaches all that runs there, and the progress line is in the way.

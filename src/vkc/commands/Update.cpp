@@ -111,7 +111,10 @@ void VKCApplication::updateProgress()
     // The tick must not pile up behind its own blocking call.
     mProgressTimer.stop();
     writeProgress(serviceProgressText());
-    mProgressTimer.start();
+    // The hard stop, which may have come meanwhile, leaves nobody to ask.
+    if (mCancelTimer.isActive()) {
+        mProgressTimer.start();
+    }
 }
 
 void VKCApplication::cancel(bool pForceCancel)
@@ -152,6 +155,7 @@ void VKCApplication::checkCanceled()
     // The hard stop: whatever call the command waits in fails now.
     mCanceled = true;
     mCancelTimer.stop();
+    mProgressTimer.stop();
     if (mClient != nullptr) {
         mClient->close();
     }
@@ -172,10 +176,6 @@ bool VKCApplication::abortUpdate()
     mCanceled = true;
     vkcore::IPCClient tClient(this, nullptr);
     tClient.setConnectTimeout(2);
-    if (mEventLoop == nullptr || !mEventLoop->isRunning()) {
-        // The service has not even answered the order that starts the update.
-        QTimer::singleShot(sLastWordMs, &tClient, &vkcore::IPCClient::close);
-    }
     return connectToServer(&tClient, false) && tClient.abortUpdate();
 }
 

@@ -27,10 +27,10 @@ bool VKCApplication::connectToServer(vkcore::IPCClient* pClient, bool pStartServ
     if (optPassed(OPT_SOCKET)) {
         pClient->setServerName(optArg(OPT_SOCKET, QString()));
     }
-    if (!pClient->testConnect(5000) && (!pStartService || !startService())) {
-        return false;
+    if (pClient->testConnect(5000)) {
+        return pClient->ping();
     }
-    return pClient->ping();
+    return pStartService && startService() && pingWorker(pClient);
 }
 
 bool VKCApplication::connectForChange()

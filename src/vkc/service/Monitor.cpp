@@ -29,10 +29,6 @@ bool VKCApplication::connectMonitor()
     connect(mMonitorClient, &IPCClient::quitRequestReceived, this,
             &VKCApplication::onMonitorQuitRequestReceived);
     connect(mMonitorClient, &IPCClient::disconnected, this, &VKCApplication::onMonitorDisconnected);
-    if (mCanceled) {
-        // Nobody looks at cancel requests any more.
-        QTimer::singleShot(sLastWordMs, mMonitorClient, &IPCClient::close);
-    }
     return mMonitorClient->enterMonitorMode();
 }
 

@@ -43,6 +43,25 @@ bool VKCApplication::startService()
     return tStarted;
 }
 
+// The client waits for a socket that a worker is to make; no worker, no socket. Where another process has
+// made one meanwhile, the client is connected and goes on.
+bool VKCApplication::pingWorker(vkcore::IPCClient* pClient)
+{
+    const auto tGiveUp = [this, pClient] {
+        if (!mCanceled && !pClient->isConnected()) {
+            log(QStringLiteral("ERROR: the service has ended at once"));
+            pClient->close();
+        }
+    };
+    if (mService->state() == QProcess::NotRunning) {
+        tGiveUp();
+    }
+    const QMetaObject::Connection tWatch = connect(mService, &QProcess::finished, pClient, tGiveUp);
+    const bool tAnswered = pClient->ping();
+    disconnect(tWatch);
+    return tAnswered;
+}
+
 void VKCApplication::cleanupServiceWorker()
 {
     if (mQuitRequested) {
@@ -65,7 +84,7 @@ void VKCApplication::cleanupServiceWorker()
         log(QStringLiteral("Service did not react to quit request, terminating process"));
         mService->terminate();
     }
-    if (!mService->waitForFinished(60000)) {
+    if (!mService->waitForFinished(60000) && mService->state() != QProcess::NotRunning) {
         log(QStringLiteral("Timeout while waiting for service quit, killing process"));
         mService->kill();
     }

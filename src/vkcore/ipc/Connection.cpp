@@ -104,7 +104,11 @@ Connection::Outcome Connection::open(const QString& pName, QString* pReason)
 bool Connection::hasHungUp() const
 {
     pollfd tPoll{mFd, POLLRDHUP, 0};
-    return ::poll(&tPoll, 1, 0) != 0;
+    int tCount = 0;
+    do {
+        tCount = ::poll(&tPoll, 1, 0);
+    } while (tCount < 0 && errno == EINTR);
+    return tCount > 0;
 }
 
 void Connection::close()

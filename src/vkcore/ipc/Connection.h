@@ -41,13 +41,14 @@ public:
     // Whether the peer has already ended an open connection, also where that was not read yet.
     bool hasHungUp() const;
     void close();
+    // Reads what has come so far from an open connection.
+    void read();
     // Reads what a peer that has hung up left behind, to the end.
     void drain();
     // False if the peer has left so much unread that no more is taken; the line is then not sent.
     bool send(const QByteArray& pLine);
 
 private:
-    void read();
     void flush();
     void lose(const QString& pReason);
 

@@ -2,7 +2,6 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QEvent>
-#include <QtCore/QPointer>
 
 #include <utility>
 
@@ -40,11 +39,19 @@ EventQueue::~EventQueue()
     waitingQueues().removeOne(this);
 }
 
-void EventQueue::add(qsizetype pSize, const std::function<void()>& pDeliver)
+void EventQueue::add(qsizetype pSize, const Event& pEvent)
 {
-    mEvents.append({pSize, pDeliver});
+    mEvents.append({pSize, pEvent});
     mHeldBytes += pSize;
     schedule();
+}
+
+void EventQueue::forgetEndedRuns()
+{
+    mEvents.removeIf([this](const Held& pHeld) {
+        mHeldBytes -= pHeld.mEvent.mEndsRun ? pHeld.mSize : 0;
+        return pHeld.mEvent.mEndsRun;
+    });
 }
 
 void EventQueue::clear()
@@ -71,23 +78,24 @@ bool EventQueue::event(QEvent* pEvent)
         return QObject::event(pEvent);
     }
     mPosted = false;
-    deliver();
+    if (sBlockingCalls == 0 && !mEvents.isEmpty()) {
+        deliverNext();
+    } else if (!mEvents.isEmpty()) {
+        schedule();
+    }
     return true;
 }
 
-// A receiver may begin a blocking call, run an event loop of its own in which the rest is delivered, or
-// delete the queue.
-void EventQueue::deliver()
+// A receiver may begin a blocking call, run an event loop of its own, or delete the queue. So the next event
+// is on its way before this one is delivered, and nothing is touched behind that.
+void EventQueue::deliverNext()
 {
-    const QPointer<EventQueue> tAlive(this);
-    while (tAlive && !mEvents.isEmpty() && sBlockingCalls == 0) {
-        const Event tEvent = mEvents.takeFirst();
-        mHeldBytes -= tEvent.mSize;
-        tEvent.mDeliver();
-    }
-    if (tAlive && !mEvents.isEmpty()) {
+    const Held tHeld = mEvents.takeFirst();
+    mHeldBytes -= tHeld.mSize;
+    if (!mEvents.isEmpty()) {
         schedule();
     }
+    tHeld.mEvent.mDeliver();
 }
 
 } // namespace tarn::vkcore

@@ -18,6 +18,13 @@ public:
     BlockingCall& operator=(const BlockingCall&) = delete;
 };
 
+// Something that the service has told, as the receiver is told of it.
+struct Event
+{
+    std::function<void()> mDeliver; // empty: nobody needs it
+    bool mEndsRun = false;          // it says that no update is under way any more
+};
+
 // The events of one connection on their way to their receivers, in order.
 class EventQueue : public QObject
 {
@@ -26,24 +33,26 @@ public:
     ~EventQueue() override;
 
     // pSize: about how many bytes of text the event holds on to.
-    void add(qsizetype pSize, const std::function<void()>& pDeliver);
+    void add(qsizetype pSize, const Event& pEvent);
+    // Drops the events that end a run.
+    void forgetEndedRuns();
     void clear();
     qsizetype heldBytes() const { return mHeldBytes; }
 
 private:
     friend class BlockingCall;
 
-    struct Event
+    struct Held
     {
         qsizetype mSize;
-        std::function<void()> mDeliver;
+        Event mEvent;
     };
 
     bool event(QEvent* pEvent) override;
     void schedule();
-    void deliver();
+    void deliverNext();
 
-    QList<Event> mEvents;
+    QList<Held> mEvents;
     qsizetype mHeldBytes = 0;
     bool mPosted = false;
 };

@@ -12,10 +12,16 @@ namespace tarn::vkcore {
 
 namespace {
 
-constexpr int sAnswerTimeoutMs = 30000;
 constexpr qint64 sLongestPauseMs = 25;
 // As much as a service keeps for a client that does not read.
 constexpr qsizetype sMaxHeldBytes = 16 * 1024 * 1024;
+
+// All of this process.
+QList<Session*>& sessions()
+{
+    static QList<Session*> sSessions;
+    return sSessions;
+}
 
 } // namespace
 
@@ -23,6 +29,7 @@ constexpr qsizetype sMaxHeldBytes = 16 * 1024 * 1024;
 struct Session::Waiting
 {
     bool mEntersMonitorMode = false;
+    bool mStartsRun = false;
     bool mDone = false;     // answered, or never to be
     bool mAnswered = false; // also by an error
     std::optional<QJsonValue> mResult;
@@ -33,12 +40,19 @@ Session::Session(const Log& pLog, const QJsonObject& pHello) : mLog(pLog), mHell
 {
     mConnection.mOnLine = [this](const QByteArray& pLine) { onLine(pLine); };
     mConnection.mOnLost = [this](const QString& pReason) { onLost(pReason); };
+    sessions().append(this);
 }
 
-std::optional<QJsonValue> Session::call(const QString& pMethod, const QJsonObject& pParams)
+Session::~Session()
+{
+    sessions().removeOne(this);
+}
+
+std::optional<QJsonValue> Session::call(const QString& pMethod, const QJsonObject& pParams, bool pStartsRun)
 {
     const std::shared_ptr<Session> tKeep = shared_from_this();
     Waiting tWaiting;
+    tWaiting.mStartsRun = pStartsRun;
     exchange(pMethod, pParams, &tWaiting);
     return resultOf(pMethod, tWaiting);
 }
@@ -75,12 +89,26 @@ bool Session::exchange(const QString& pMethod, const QJsonObject& pParams, Waiti
     if (!connect(&pWaiting->mReason)) {
         return false;
     }
+    if (pWaiting->mStartsRun) {
+        forgetEndedRuns();
+    }
     const qint64 tId = ++mLastId;
     if (!send(protocol::request(tId, pMethod, pParams), &pWaiting->mReason)) {
         return false;
     }
-    awaitAnswer(tId, pWaiting, QDeadlineTimer(sAnswerTimeoutMs));
+    awaitAnswer(tId, pWaiting, QDeadlineTimer(mTimeoutMs));
     return pWaiting->mResult.has_value();
+}
+
+// What waits in a socket has come before the order, too. This session's own socket is left to its calls.
+void Session::forgetEndedRuns()
+{
+    for (Session* tSession : std::as_const(sessions())) {
+        if (tSession->mMonitoring && tSession != this) {
+            tSession->mConnection.read();
+        }
+        tSession->mEvents.forgetEndedRuns();
+    }
 }
 
 bool Session::test(int pTimeoutMs)
@@ -139,7 +167,7 @@ bool Session::connect(QString* pReason)
         *pReason = QStringLiteral("the connection has been lost");
         return false;
     }
-    const QDeadlineTimer tDeadline(mConnectTimeoutMs);
+    const QDeadlineTimer tDeadline(mTimeoutMs);
     qint64 tPauseMs = 1;
     while (!mClosed && !mConnection.isOpen()) {
         const Connection::Outcome tOutcome = tryConnect(pReason);
@@ -257,14 +285,14 @@ void Session::onEvent(const QJsonObject& pObject)
 {
     const QJsonValue tMethod = pObject.value(QLatin1String("method"));
     const QJsonValue tParams = pObject.value(QLatin1String("params"));
-    std::function<void()> tDelivery;
+    Event tEvent;
     if (!tMethod.isString() || !tParams.isObject() ||
-        (mMonitoring && !mMonitor.mRead(tMethod.toString(), tParams.toObject(), &tDelivery))) {
+        (mMonitoring && !mMonitor.mRead(tMethod.toString(), tParams.toObject(), &tEvent))) {
         breakOff(QStringLiteral("the service has sent a malformed event"));
         return;
     }
-    if (tDelivery) {
-        mEvents.add(protocol::toLine(pObject).size(), tDelivery);
+    if (tEvent.mDeliver) {
+        mEvents.add(protocol::toLine(pObject).size(), tEvent);
     }
     if (mEvents.heldBytes() > sMaxHeldBytes) {
         breakOff(QStringLiteral("the service has sent more events than can be held"));
@@ -278,7 +306,7 @@ void Session::onLost(const QString& pReason)
         mLink = tReported ? Link::Lost : Link::JustLost;
     }
     if (std::exchange(mMonitoring, false)) {
-        mEvents.add(0, mMonitor.mOnLost);
+        mEvents.add(0, {mMonitor.mOnLost});
     }
 }
 

@@ -26,24 +26,26 @@ public:
     // The receiver of events.
     struct Monitor
     {
-        // Turns an event into its delivery, which stays empty for an event that nobody needs. False for one
-        // that breaks the protocol. Called at the event's arrival, the delivery when its time has come.
-        std::function<bool(const QString& pMethod, const QJsonObject& pParams,
-                           std::function<void()>* pDelivery)>
-            mRead;
+        // False for an event that breaks the protocol. Called at the event's arrival; its delivery comes when
+        // the time has come for it.
+        std::function<bool(const QString& pMethod, const QJsonObject& pParams, Event* pEvent)> mRead;
         // The delivery of the connection's end.
         std::function<void()> mOnLost;
     };
 
     // pHello: the parameters of the method "hello", which is the first request on each connection.
     Session(const Log& pLog, const QJsonObject& pHello);
+    ~Session();
 
     void setServerName(const QString& pName) { mServerName = pName; }
     const QString& serverName() const { return mServerName; }
-    void setConnectTimeout(int pSeconds) { mConnectTimeoutMs = qint64{pSeconds} * 1000; }
+    // For a connection, and for each answer to a call.
+    void setTimeout(int pSeconds) { mTimeoutMs = qint64{pSeconds} * 1000; }
 
-    // The result of a method; none, with the reason in the log, on any failure.
-    std::optional<QJsonValue> call(const QString& pMethod, const QJsonObject& pParams);
+    // The result of a method; none, with the reason in the log, on any failure. pStartsRun: what the monitors
+    // of this process have been sent so far about the end of a run is out of date once the request is sent.
+    std::optional<QJsonValue> call(const QString& pMethod, const QJsonObject& pParams,
+                                   bool pStartsRun = false);
     // True if the service answers anything within the time.
     bool test(int pTimeoutMs);
     // As call; from the answer on, pMonitor gets what the service sends until the connection ends.
@@ -72,6 +74,7 @@ private:
     bool send(const QJsonObject& pRequest, QString* pReason);
     void wait(const QDeadlineTimer& pDeadline, const std::function<bool()>& pDone);
     void awaitAnswer(qint64 pId, Waiting* pWaiting, const QDeadlineTimer& pDeadline);
+    void forgetEndedRuns();
     std::optional<QJsonValue> resultOf(const QString& pMethod, const Waiting& pWaiting);
 
     void onLine(const QByteArray& pLine);
@@ -85,7 +88,7 @@ private:
     Log mLog;
     QJsonObject mHello;
     QString mServerName;
-    qint64 mConnectTimeoutMs = 30000;
+    qint64 mTimeoutMs = 30000;
     Connection mConnection;
     Link mLink = Link::Never;
     bool mClosed = false;

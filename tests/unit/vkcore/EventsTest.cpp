@@ -101,6 +101,8 @@ using Texts = QList<QString>;
 // was never noticed.
 TEST_F(EventsTest, AnEndThatComesBeforeTheAnswerIsDeliveredAfterIt)
 {
+    // The end of an earlier run is not that of this one.
+    mWithMonitorAnswer = status(2) + status(4);
     for (const bool tBefore : {true, false}) {
         SCOPED_TRACE(tBefore);
         mSeen.clear();
@@ -108,7 +110,7 @@ TEST_F(EventsTest, AnEndThatComesBeforeTheAnswerIsDeliveredAfterIt)
         (tBefore ? mBeforeAnswer : mAfterAnswer) = status(2) + status(0);
         ASSERT_TRUE(blocking([&] { return mClient.triggerUpdate(true); }));
         EXPECT_TRUE(follow(q("status 0")));
-        EXPECT_EQ(mSeen, Texts({q("status 2"), q("status 0")}));
+        EXPECT_EQ(mSeen, Texts({q("status 2"), q("status 2"), q("status 0")}));
         mBeforeAnswer.clear();
         mAfterAnswer.clear();
     }
@@ -143,6 +145,23 @@ TEST_F(EventsTest, AReceiverMayCallTheServiceAndTheRestFollows)
     ASSERT_TRUE(blocking([&] { return mClient.triggerUpdate(true); }));
     EXPECT_TRUE(follow(q("status 0")));
     EXPECT_EQ(mSeen.size(), 3);
+}
+
+TEST_F(EventsTest, TheRestComesInAnEventLoopOfAReceiver)
+{
+    mAfterAnswer = status(2) + status(3) + status(0);
+    QEventLoop tOwn;
+    QObject::connect(&mMonitor, &IPCClient::serviceStatusChanged, &tOwn, [&](ServiceStatus pStatus) {
+        if (pStatus == StatusUpdating) {
+            QTimer::singleShot(10000, &tOwn, [&] { tOwn.exit(1); });
+            EXPECT_EQ(tOwn.exec(), 0);
+        }
+        tOwn.exit(0);
+    });
+    ASSERT_TRUE(blocking([&] { return mMonitor.enterMonitorMode(); }));
+    ASSERT_TRUE(blocking([&] { return mClient.triggerUpdate(true); }));
+    EXPECT_TRUE(follow(q("status 0")));
+    EXPECT_EQ(mSeen, Texts({q("status 2"), q("status 3"), q("status 0")}));
 }
 
 TEST_F(EventsTest, ATimerThatCallsTheServiceAllTheTimeDoesNotStarveThem)

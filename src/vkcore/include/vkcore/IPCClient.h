@@ -20,11 +20,11 @@ class ServerList;
 
 // The client end of the service's socket.
 //
-// Every operation blocks until its answer is there, at most 30 seconds, in a local event loop: timers
-// fire while it waits. The operations are re-entrant: one may begin while another waits, on the same or
-// another client, and close() from inside ends every waiting call of this client with its failure value; so
-// does the end of the client itself. All clients of a process belong to one thread, which needs a
-// QCoreApplication.
+// Every operation blocks until its answer is there, at most 30 seconds or as setConnectTimeout() says, in a
+// local event loop: timers fire while it waits. The operations are re-entrant: one may begin while another
+// waits, on the same or another client, and close() from inside ends every waiting call of this client with
+// its failure value; so does the end of the client itself. All clients of a process belong to one thread,
+// which needs a QCoreApplication.
 //
 // The first operation connects. A link that the service has ended fails the calls that wait for an answer, or
 // else the next one; the call behind that connects anew, without waiting for a service that is not there.
@@ -32,7 +32,8 @@ class ServerList;
 //
 // The signals come only after enterMonitorMode(), and only from the plain event loop: while any
 // blocking call of the process is under way they are held back, so that none comes at a moment when its
-// receiver can't act on it. None is lost, and their order is kept.
+// receiver can't act on it. Their order is kept, and none is lost but for the end of an earlier run, see
+// triggerUpdate().
 //
 // Failure is false, or the value named below; the reason is written to the application's log.
 class VKCORE_EXPORT IPCClient : public QObject
@@ -47,8 +48,9 @@ public:
     // service.socketName, else "vkservice".
     void setServerName(const QString& pName);
     const QString& serverName() const;
-    // How long a connection may take, in seconds; 30 if not set. Within it a socket that does not exist or
-    // that nobody listens on yet is waited for, since a service may just be starting.
+    // How long a connection may take, and then each answer on it, in seconds; 30 if not set. A socket that
+    // does not exist or that nobody listens on yet is waited for as long, since a service may just be
+    // starting.
     void setConnectTimeout(int pSeconds);
 
     // True if a service answers within pTimeoutMs milliseconds. False at once where nobody listens, and
@@ -74,6 +76,8 @@ public:
     int getLastServiceResult(bool pThisSession);
     QString getLastServiceResultStr(bool pThisSession);
 
+    // The monitors of this process are no longer told of a run that had ended before the order was sent: a
+    // status of idle, suppressed or error that was there by then is dropped.
     bool triggerUpdate(bool pManual);
     bool abortUpdate();
     bool quitService();
