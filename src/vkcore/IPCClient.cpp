@@ -6,6 +6,7 @@
 #include <vkcore/ServerList.h>
 
 #include "internal/Protocol.h"
+#include "internal/SocketName.h"
 #include "ipc/Session.h"
 
 #include <QtCore/QJsonArray>
@@ -26,9 +27,11 @@ QJsonObject helloOf(const Application* pApp)
 
 QString defaultServerName(const Application* pApp)
 {
+    // Found once, so that all clients of a process speak to the same service.
+    static const QString sDefault = protocol::defaultSocketName();
     const QString tName =
         pApp == nullptr ? QString() : pApp->getConfig()->getStrValue(QStringLiteral("service.socketName"));
-    return tName.isEmpty() ? QString::fromLatin1(protocol::sDefaultServerName) : tName;
+    return tName.isEmpty() ? sDefault : tName;
 }
 
 template <typename T>

@@ -4,6 +4,7 @@
 #include "control/MailControl.h"
 #include "control/UpdateControl.h"
 #include "internal/Protocol.h"
+#include "internal/SocketName.h"
 #include "methods/Methods.h"
 #include "os/FileSystem.h"
 #include "os/ProcessList.h"
@@ -118,8 +119,7 @@ bool Service::start(QString* pError)
     mSocketName = mOptions.mSocketName;
     if (mSocketName.isEmpty()) {
         const QString tConfigured = mApp.configValue(QStringLiteral("service.socketName"));
-        mSocketName =
-            tConfigured.isEmpty() ? QString(QLatin1String(protocol::sDefaultServerName)) : tConfigured;
+        mSocketName = tConfigured.isEmpty() ? protocol::defaultSocketName() : tConfigured;
     }
     if (!lockState(pError) || !openStore(pError)) {
         return false;
@@ -138,7 +138,7 @@ bool Service::start(QString* pError)
     }
     mMinute.start(sMinuteMs);
     mApp.write(LogLevel::Notice,
-               QStringLiteral("The service listens on %1.").arg(ipc::SocketServer::pathOf(mSocketName)));
+               QStringLiteral("The service listens on %1.").arg(protocol::socketPath(mSocketName)));
     return true;
 }
 
@@ -198,12 +198,13 @@ bool Service::listen(QString* pError)
     if (!groupOf(mApp.configValue(QStringLiteral("service.socketGroup")), &tGroup, pError)) {
         return false;
     }
-    const int tInherited = process::inheritedSocket(ipc::SocketServer::pathOf(mSocketName));
+    const QString tPath = protocol::socketPath(mSocketName);
+    const int tInherited = process::inheritedSocket(tPath);
     if (tInherited >= 0) {
         mSockets.adopt(tInherited, tGroup);
         return true;
     }
-    return mSockets.listen(mSocketName, tGroup, pError);
+    return mSockets.listen(tPath, tGroup, pError);
 }
 
 void Service::recoverLastRun()

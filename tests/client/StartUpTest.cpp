@@ -12,7 +12,8 @@ protected:
     void configure(const QString& pSettingsDir)
     {
         mInstallation.writeFile("etc/vk/vk.cfg",
-                                q("[application]\nlogDir = \"%1\"\nsettingsDir.other = \"%2\"\n")
+                                q("[application]\nlogDir = \"%1\"\nsettingsDir.other = \"%2\"\n"
+                                  "[service]\nsocketName = \"vkservice\"\n")
                                     .arg(mInstallation.path("log"), pSettingsDir)
                                     .toUtf8());
     }

@@ -11,7 +11,7 @@ Machine::Machine(const QString& pStateDir, const QString& pInstallDir)
         "etc/vk/vk.cfg",
         q("[application]\nlogDir = \"%1/log\"\nlanguage = \"en\"\nsettingsDir.other = \"%1/settings\"\n"
           "languages = [\"de\", \"en\"]\n[data]\nlanguages = [\"de\", \"en\"]\n"
-          "[service]\nstateDir = \"%1/%2\"\ninstall.dir = \"%1/%3\"\n"
+          "[service]\nsocketName = \"vkservice\"\nstateDir = \"%1/%2\"\ninstall.dir = \"%1/%3\"\n"
           "defaultServer = \"file://%1/repository\"\n")
             .arg(QDir::cleanPath(path("")), pStateDir, pInstallDir)
             .toUtf8());

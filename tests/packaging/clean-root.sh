@@ -40,7 +40,7 @@ expect 0 "Name: tool" rkm install-log
 expect 0 "it works" /opt/vk/current/tool/bin/tool
 
 # Another user: no settings, but the log; and the socket is where it says.
-expect 1 "Please check the permissions of /tmp" as_somebody --clear-groups rkm show-settings
+expect 1 "Please check the permissions of /run/vkservice" as_somebody --clear-groups rkm show-settings --socket=/run/vkservice/socket
 expect 0 "Name: tool" as_somebody --clear-groups rkm install-log
 
 # A reload takes up the configuration. A group lets its members in, after a restart of the socket, which takes the
@@ -54,7 +54,7 @@ printf '[Socket]\nSocketGroup=updaters\nSocketMode=0660\n' >/etc/systemd/system/
 expect 0 "" systemctl daemon-reload
 expect 0 "" systemctl restart vkservice.socket
 expect 0 "Default server: /srv/updates" as_somebody --groups=updaters rkm show-settings
-expect 1 "Connection to the service failed" as_somebody --clear-groups rkm show-settings
+expect 1 "Connection to the service failed" as_somebody --clear-groups rkm show-settings --socket=/run/vkservice/socket
 
 # A killed service comes back with what it had.
 expect 0 "successfully applied" rkm update-schedule-settings --mode=automatic --interval=1d
@@ -76,7 +76,7 @@ expect 0 "" /var/lib/dpkg/info/vkservice.postinst configure
 expect 0 "enabled" systemctl is-enabled vkservice.socket
 expect 0 "1.9 OK" systemd-analyze security --no-pager vkservice
 DEBIAN_FRONTEND=noninteractive expect 0 "" apt-get purge -y -qq rkm vkservice vkpublish libvkcore-dev libvkcore1
-for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /tmp/vkservice; do
+for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /run/vkservice; do
     [ ! -e "$left" ] || fail "$left is left behind"
 done
 expect 0 "it works" /opt/vk/current/tool/bin/tool

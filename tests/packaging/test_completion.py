@@ -3,13 +3,14 @@ import os
 import pty
 import re
 import select
+import shutil
 import socket
 import subprocess
 import tempfile
 import time
 import unittest
 
-from support import BIN, SHARE, StandIn, options_by_command, run
+from support import BIN, BUILD, SHARE, StandIn, options_by_command, run
 
 BASH_FILE = os.path.join(SHARE, "bash-completion/completions/rkm")
 FISH_FILE = os.path.join(SHARE, "fish/vendor_completions.d/rkm.fish")
@@ -145,35 +146,62 @@ SERVERS = {"revision": 1, "servers": [
 
 
 class WithService(Folder):
+    def setUp(self):
+        super().setUp()
+        os.makedirs(self.folder + "/etc/vk")
+        os.mkdir(self.folder + "/bin")
+        shutil.copy(RKM, self.folder + "/bin")
+        for name in ("lib", "share"):
+            os.symlink(os.path.join(BUILD, name), os.path.join(self.folder, name))
+        with open(self.folder + "/etc/vk/vk.cfg", "w", encoding="utf-8") as file:
+            file.write('[service]\nsocketName = "vkservice"\n')
+        self.rkm = self.folder + "/bin/rkm"
+        self.environment["PATH"] = self.folder + "/bin:/usr/bin:/bin"
+
+    @unittest.skipIf(os.geteuid() != 0, "only root can take on other users")
+    def test_the_usual_socket_is_that_of_the_user(self):
+        os.chmod(self.folder, 0o755)
+        os.remove(self.folder + "/etc/vk/vk.cfg")
+        with open(self.rkm, "w", encoding="utf-8") as file:
+            file.write("#!/bin/sh\necho \"1) $2\"\n")
+        paths = [self.folder + "/" + name for name in ("own/vkservice.socket", "vkservice")]
+        for path, mode, owner in zip(paths, (0o700, 0o755), (65534, 0)):
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            self.addCleanup(StandIn(path).stop)
+            os.chmod(path, 0o666)
+            os.chown(os.path.dirname(path), owner, 0)
+            os.chmod(os.path.dirname(path), mode)
+        helper = os.path.join(SHARE, "rkm/completion/service-words")
+        for runtime, wanted in ((self.folder + "/own", paths[0]), (self.folder, paths[1]), ("", paths[1])):
+            self.assertEqual(run("setpriv", "--reuid=65534", "--clear-groups", helper, self.rkm, "servers", "",
+                                 env=dict(self.environment, XDG_RUNTIME_DIR=runtime)), f"--socket={wanted}\n")
+
     def test_server_names_numbers_and_languages_come_from_the_service(self):
         service = StandIn(self.folder + "/vkservice", getServerList=SERVERS)
         self.addCleanup(service.stop)
-        self.assertEqual(self.bash(RKM, "update-server", "--match-name", "="), ["Main", r"Mirror\ one"])
-        self.assertEqual(self.bash(RKM, "remove-server", "-m", r"Mirror\ o"), [r"Mirror\ one"])
-        self.assertEqual(self.bash(RKM, "remove-server", "--match-index", ""), ["1", "2"])
-        self.assertIn("de", self.bash(RKM, "update-settings", "--app-language", "=", "d"))
+        self.assertEqual(self.bash(self.rkm, "update-server", "--match-name", "="), ["Main", r"Mirror\ one"])
+        self.assertEqual(self.bash(self.rkm, "remove-server", "-m", r"Mirror\ o"), [r"Mirror\ one"])
+        self.assertEqual(self.bash(self.rkm, "remove-server", "--match-index", ""), ["1", "2"])
+        self.assertIn("de", self.bash(self.rkm, "update-settings", "--app-language", "=", "d"))
         self.assertEqual(self.fish("rkm remove-server --match-name="), ["--match-name=Main", "--match-name=Mirror one"])
 
     def test_the_socket_of_the_line_is_used(self):
         service = StandIn(self.folder + "/other", getServerList=SERVERS)
         self.addCleanup(service.stop)
-        line = [RKM, "remove-server", "--socket", "=", self.folder + "/other", "--match-index"]
+        line = [self.rkm, "remove-server", "--socket", "=", self.folder + "/other", "--match-index"]
         self.assertEqual(self.bash(*line, "="), ["1", "2"])
-        self.assertEqual(self.bash(RKM, "remove-server", "--match-index", "="), [])
+        self.assertEqual(self.bash(self.rkm, "remove-server", "--match-index", "="), [])
 
     def test_nothing_is_started_where_nobody_listens(self):
         left_behind = socket.socket(socket.AF_UNIX)
         left_behind.bind(os.path.join(self.folder, "vkservice"))
         left_behind.close()
         calls = os.path.join(self.folder, "calls")
-        program = os.path.join(self.folder, "bin/rkm")
-        os.mkdir(os.path.dirname(program))
-        with open(program, "w", encoding="utf-8") as file:
+        with open(self.rkm, "w", encoding="utf-8") as file:
             file.write(f"#!/bin/sh\necho \"$@\" >>{calls}\n")
-        os.chmod(program, 0o755)
         helper = os.path.join(SHARE, "rkm/completion/service-words")
         for wanted in ("servers", "numbers", "app-languages", "data-languages"):
-            self.assertEqual(run(helper, program, wanted, "", env=self.environment), "")
+            self.assertEqual(run(helper, self.rkm, wanted, "", env=self.environment), "")
         self.assertFalse(os.path.exists(calls))
 
     def test_a_service_that_never_answers_holds_nobody_up(self):
@@ -182,7 +210,7 @@ class WithService(Folder):
         listener.bind(os.path.join(self.folder, "vkservice"))
         listener.listen()
         start = time.monotonic()
-        self.assertEqual(self.bash(RKM, "remove-server", "--match-name", ""), [])
+        self.assertEqual(self.bash(self.rkm, "remove-server", "--match-name", ""), [])
         self.assertLess(time.monotonic() - start, 5 + 10)  # the bound itself is 2 s; the rest is a busy machine
         left = subprocess.run(["pgrep", "-f", "vkservice -e -worker -s=" + self.folder], stdout=subprocess.PIPE, check=False)
         self.assertEqual(left.stdout, b"")

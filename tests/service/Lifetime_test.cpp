@@ -67,7 +67,6 @@ TEST_F(ServiceTest, PlaceOfTheSocket)
         QList<QByteArray> mArguments;
         QString mSocket;
     } tCases[] = {
-        {"", {"-e", "-worker"}, mRig.installation().socketPath()},
         {"", {"-e", "-worker", "-s=given"}, mRig.installation().socketPath("given")},
         {"socketName = \"set\"\n", {"-e", "-worker"}, mRig.installation().socketPath("set")},
         {"socketName = \"set\"\n", {"-e", "-worker", "-s=" + tAbsolute.toUtf8()}, tAbsolute},

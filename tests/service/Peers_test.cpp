@@ -93,6 +93,42 @@ TEST_F(PeersTest, MembersOfTheGroupMaySpeak)
     EXPECT_FALSE(speaksAs(sStranger, {42}, mRig.socket()));
 }
 
+// Each in a mount name space with an empty /run, whatever lies in the folder for temporary files.
+TEST_F(PeersTest, TheServiceOfRootListensWhereNobodyElseCanPutAnything)
+{
+    const auto tUnshare = [this](QList<QByteArray> pCommand) {
+        pCommand.prepend("--mount");
+        return Program(q("/usr/bin/unshare"), pCommand, mRig.installation().environment()).wait();
+    };
+    if (tUnshare({"true"}).mStatus != 0) {
+        GTEST_SKIP() << "this root may not make name spaces";
+    }
+    mRig.installation().addProgram(BUILD_DIR "/bin/rkm", "rkm");
+    mRig.configure("socketName = \"\"\n");
+    mRig.installation().writeFile("tmp/vkservice", "junk");
+    const struct
+    {
+        QByteArray mBefore;
+        bool mWorks;
+    } tCases[] = {
+        {"true", true},
+        {"install -d -m 0700 /run/vkservice", true},
+        {"install -d -m 0777 /run/vkservice", false},
+        {"install -d -o 65534 /run/vkservice", false},
+        {"ln -s /tmp /run/vkservice", false},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mBefore);
+        const Program::Result tResult =
+            tUnshare({"sh", "-ec", "mount -t tmpfs none /run; " + tCase.mBefore + "; \"$0\" list-servers",
+                      mRig.installation().path("bin/rkm").toUtf8()});
+        EXPECT_EQ(tResult.mStatus, tCase.mWorks ? 0 : 1);
+        EXPECT_EQ(tResult.mErr.contains("permissions of /run/vkservice\n"), !tCase.mWorks) << tResult.mErr;
+    }
+    EXPECT_EQ(mRig.log().count("The service listens on /run/vkservice/socket."), 2);
+    EXPECT_EQ(mRig.log().count("nobody else may write to"), 3);
+}
+
 // Somebody sits on the name in a shared directory, and is no service.
 TEST_F(PeersTest, SocketOfAStrangerIsTakenOver)
 {

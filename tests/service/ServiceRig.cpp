@@ -10,10 +10,11 @@ ServiceRig::ServiceRig(const QByteArray& pServiceKeys) : mInstallation({q("vkser
 void ServiceRig::configure(const QByteArray& pServiceKeys)
 {
     const auto tBelow = [this](const char* pDir) { return mInstallation.path(pDir).toUtf8(); };
+    const QByteArray tSocket = pServiceKeys.contains("socketName") ? "" : "socketName = \"vkservice\"\n";
     mInstallation.writeFile("etc/vk/vk.cfg", "[application]\nlogDir = \"" + tBelow("log") +
                                                  "\"\nlanguage = \"en\"\n[service]\nstateDir = \"" +
                                                  tBelow("state") + "\"\ninstall.dir = \"" +
-                                                 tBelow("installed") + "\"\n" + pServiceKeys);
+                                                 tBelow("installed") + "\"\n" + tSocket + pServiceKeys);
 }
 
 void ServiceRig::start(const QList<QByteArray>& pArguments)

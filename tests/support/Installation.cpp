@@ -16,7 +16,8 @@ Installation::Installation(const QList<QString>& pPrograms) : mDir(QDir::tempPat
     }
     writeFile("etc/vk/vk.cfg", q("[application]\nlogDir = \"%1/log\"\nlanguage = \"en\"\n"
                                  "languages = [\"da\", \"de\"]\nsettingsDir.other = \"settings\"\n"
-                                 "[data]\nlanguages = [\"de\", \"fr\"]\n[service]\nstateDir = \"%1/state\"\n")
+                                 "[data]\nlanguages = [\"de\", \"fr\"]\n[service]\nstateDir = \"%1/state\"\n"
+                                 "socketName = \"vkservice\"\n")
                                    .arg(mDir.path())
                                    .toUtf8());
     mEnvironment = {

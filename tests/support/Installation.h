@@ -17,7 +17,7 @@ public:
     explicit Installation(const QList<QString>& pPrograms = {q("rkm")});
 
     QString path(const Text& pBelow) const;
-    // Where a socket of a relative name lies; of the default name if none is given.
+    // Where a socket of a relative name lies; of the configured name if none is given.
     QString socketPath(const Text& pName = "vkservice") const;
     void addProgram(const Text& pSource, const Text& pName);
     void writeFile(const Text& pBelow, const QByteArray& pContent) const;

@@ -22,7 +22,6 @@ namespace tarn::vkcore::protocol {
 inline constexpr int sVersion = 1;
 inline constexpr qsizetype sMaxLine = 8 * 1024 * 1024; // bytes, without the line end
 inline constexpr int sMaxNesting = 64;
-inline constexpr auto sDefaultServerName = "vkservice";
 
 enum ErrorCode : int
 {

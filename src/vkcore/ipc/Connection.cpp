@@ -1,8 +1,8 @@
 #include "ipc/Connection.h"
 
 #include "internal/Protocol.h"
+#include "internal/SocketName.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QFile>
 
 #include <cerrno>
@@ -24,9 +24,7 @@ constexpr int sReadsAtOnce = 16;
 
 bool makeAddress(const QString& pName, sockaddr_un* pTo)
 {
-    const bool tAbsolute = pName.startsWith(QLatin1Char('/'));
-    const QByteArray tPath =
-        QFile::encodeName(tAbsolute ? pName : QDir::cleanPath(QDir::tempPath()) + QLatin1Char('/') + pName);
+    const QByteArray tPath = QFile::encodeName(protocol::socketPath(pName));
     pTo->sun_family = AF_UNIX;
     if (static_cast<size_t>(tPath.size()) >= sizeof pTo->sun_path || tPath.contains('\0')) {
         return false;

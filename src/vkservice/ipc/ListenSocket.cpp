@@ -1,8 +1,11 @@
 #include "ipc/ListenSocket.h"
 
+#include "internal/SocketName.h"
 #include "ipc/PeerCredentials.h"
+#include "ipc/SocketFolder.h"
 
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 #include <QtCore/QSocketNotifier>
 #include <QtCore/QTimer>
 
@@ -139,6 +142,10 @@ bool ListenSocket::listen(const QString& pPath, std::optional<gid_t> pGroup, QSt
         *pError = QStringLiteral("The socket's path is too long (%1 bytes at most): %2.")
                       .arg(sizeof(tAddress.sun_path) - 1)
                       .arg(pPath);
+        return false;
+    }
+    const bool tMachine = pPath == QLatin1String(vkcore::protocol::sMachineSocket);
+    if (tMachine && !makeSocketFolder(QFileInfo(pPath).path(), pError)) {
         return false;
     }
     if (!removeAbandoned(tPath)) {

@@ -6,7 +6,6 @@
 #include "ipc/PeerCredentials.h"
 
 #include <QtCore/QDeadlineTimer>
-#include <QtCore/QDir>
 #include <QtCore/QEventLoop>
 
 #include <sys/resource.h>
@@ -52,15 +51,10 @@ SocketServer::SocketServer(const MethodTable& pMethods, QObject* pParent)
 
 SocketServer::~SocketServer() = default;
 
-QString SocketServer::pathOf(const QString& pName)
-{
-    return QDir::isAbsolutePath(pName) ? pName : QDir::cleanPath(QDir::tempPath()) + u'/' + pName;
-}
-
-bool SocketServer::listen(const QString& pName, std::optional<gid_t> pGroup, QString* pError)
+bool SocketServer::listen(const QString& pPath, std::optional<gid_t> pGroup, QString* pError)
 {
     mGroup = pGroup;
-    return mListener.listen(pathOf(pName), pGroup, pError);
+    return mListener.listen(pPath, pGroup, pError);
 }
 
 void SocketServer::adopt(int pFd, std::optional<gid_t> pGroup)

@@ -25,10 +25,8 @@ public:
     explicit SocketServer(const MethodTable& pMethods, QObject* pParent = nullptr);
     ~SocketServer() override;
 
-    // A name that is no absolute path lies in QDir::tempPath().
-    static QString pathOf(const QString& pName);
     // False with a reason, as ListenSocket::listen.
-    bool listen(const QString& pName, std::optional<gid_t> pGroup, QString* pError);
+    bool listen(const QString& pPath, std::optional<gid_t> pGroup, QString* pError);
     // As ListenSocket::adopt.
     void adopt(int pFd, std::optional<gid_t> pGroup);
     // Takes no more peers; those that are there stay.

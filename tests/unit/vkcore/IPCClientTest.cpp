@@ -3,6 +3,8 @@
 #include "TestApplication.h"
 #include "UnixSocket.h"
 
+#include "internal/SocketName.h"
+
 #include <vkcore/IPCClient.h>
 #include <vkcore/ServerList.h>
 
@@ -62,14 +64,54 @@ using Peer = ScriptedService::Peer;
 TEST_F(IPCClientTest, NameAndItsDefault)
 {
     IPCClient tClient(mApp.get(), nullptr);
-    EXPECT_EQ(tClient.serverName(), q("vkservice"));
+    const QString tDefault = protocol::defaultSocketName();
+    EXPECT_EQ(tClient.serverName(), tDefault);
     mApp->getConfig()->setValue(q("service.socketName"), q("other"), Config::SystemValue);
     EXPECT_EQ(IPCClient(mApp.get(), nullptr).serverName(), q("other"));
-    EXPECT_EQ(IPCClient(nullptr, nullptr).serverName(), q("vkservice"));
+    EXPECT_EQ(IPCClient(nullptr, nullptr).serverName(), tDefault);
     tClient.setServerName(QString(200, u'x'));
     EXPECT_FALSE(tClient.testConnect(100));
     EXPECT_FALSE(tClient.ping());
     EXPECT_TRUE(mApp->logText().contains("too long"));
+}
+
+TEST_F(IPCClientTest, TheDefaultSocketIsThatOfTheUser)
+{
+    const uid_t tUser = ::geteuid() == 0 ? 65534 : ::geteuid();
+    const auto tMake = [&](const char* pName, mode_t pMode, uid_t pOwner) {
+        const QString tPath = mApp->path(q(pName));
+        writeFile(tPath + q("/socket"), "");
+        ::chmod(QFile::encodeName(tPath).constData(), pMode);
+        ::chmod(QFile::encodeName(tPath + q("/socket")).constData(), pMode);
+        ::chown(QFile::encodeName(tPath).constData(), pOwner, static_cast<gid_t>(-1));
+        return tPath;
+    };
+    ::chmod(QFile::encodeName(mApp->path(q("."))).constData(), 0755);
+    const QString tOpen = tMake("open", 0777, 0) + q("/socket");
+    const QString tShut = tMake("shut", 0555, 0) + q("/socket");
+    const QString tOwn = tMake("own", 0700, tUser);
+    const struct
+    {
+        uid_t mUser;
+        QString mMachine;
+        QString mRuntimeDir;
+        QString mName;
+    } tCases[] = {
+        {0, tShut, tOwn, tShut},
+        {tUser, tOpen, tOwn, tOpen},
+        {tUser, tShut, tOwn, tOwn + q("/vkservice.socket")},
+        {tUser, nowhere(), tOwn + u'/', tOwn + q("/vkservice.socket")},
+        {tUser, tShut, tMake("shared", 0770, tUser), q("vkservice")},
+        {tUser + 1, tShut, tOwn, q("vkservice")},
+        {tUser, tShut, q("own"), q("vkservice")},
+        {tUser, tShut, QString(), q("vkservice")},
+    };
+    const uid_t tBefore = ::geteuid();
+    ASSERT_EQ(::seteuid(tUser), 0);
+    for (const auto& tCase : tCases) {
+        EXPECT_EQ(protocol::defaultSocketName({tCase.mUser, tCase.mMachine, tCase.mRuntimeDir}), tCase.mName);
+    }
+    ASSERT_EQ(::seteuid(tBefore), 0);
 }
 
 TEST_F(IPCClientTest, ARelativeNameLiesInTheTemporaryFolder)

@@ -45,7 +45,9 @@ public:
     ~IPCClient() override;
 
     // A name, which lies in QDir::tempPath(), or an absolute path. If none is set it is the configuration key
-    // service.socketName, else "vkservice".
+    // service.socketName. Without that key it is /run/vkservice/socket for root and for whoever may write to
+    // that socket, $XDG_RUNTIME_DIR/vkservice.socket for others, and "vkservice" where they have no such
+    // folder.
     void setServerName(const QString& pName);
     const QString& serverName() const;
     // How long a connection may take, and then each answer on it, in seconds; 30 if not set. A socket that

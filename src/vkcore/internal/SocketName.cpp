@@ -1,0 +1,53 @@
+#include "internal/SocketName.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tarn::vkcore::protocol {
+
+namespace {
+
+bool mayWriteTo(const QString& pSocket)
+{
+    return ::faccessat(AT_FDCWD, QFile::encodeName(pSocket).constData(), W_OK, AT_EACCESS) == 0;
+}
+
+// The variable outlives a change of the user, and then names the folder of somebody else.
+bool isOwnFolder(const QString& pFolder, uid_t pUser)
+{
+    struct stat tStat = {};
+    return pFolder.startsWith(QLatin1Char('/')) &&
+           ::stat(QFile::encodeName(pFolder).constData(), &tStat) == 0 && S_ISDIR(tStat.st_mode) &&
+           tStat.st_uid == pUser && (tStat.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+} // namespace
+
+QString defaultSocketName()
+{
+    return defaultSocketName(
+        {::geteuid(), QLatin1String(sMachineSocket), QFile::decodeName(qgetenv("XDG_RUNTIME_DIR"))});
+}
+
+QString defaultSocketName(const SocketPlace& pPlace)
+{
+    if (pPlace.mUser == 0 || mayWriteTo(pPlace.mMachineSocket)) {
+        return pPlace.mMachineSocket;
+    }
+    if (isOwnFolder(pPlace.mRuntimeDir, pPlace.mUser)) {
+        return QDir::cleanPath(pPlace.mRuntimeDir) + QLatin1String("/vkservice.socket");
+    }
+    return QStringLiteral("vkservice");
+}
+
+QString socketPath(const QString& pName)
+{
+    return pName.startsWith(QLatin1Char('/')) ? pName
+                                              : QDir::cleanPath(QDir::tempPath()) + QLatin1Char('/') + pName;
+}
+
+} // namespace tarn::vkcore::protocol
