@@ -11,6 +11,7 @@
 #include "process/InheritedSocket.h"
 #include "schedule/ScheduleRules.h"
 #include "ServiceApplication.h"
+#include "update/Source.h"
 #include "update/UpdateRun.h"
 
 #include <vkcore/LockFile.h>
@@ -22,6 +23,7 @@
 #include <grp.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 
@@ -66,6 +68,26 @@ bool groupOf(const QString& pName, std::optional<gid_t>* pGroup, QString* pError
 bool startsWithSession()
 {
     return ::geteuid() != 0;
+}
+
+update::ServerAccess accessOf(const store::ServerEntry& pEntry)
+{
+    return {pEntry.mName.isEmpty() ? pEntry.mUri : pEntry.mName, pEntry.mUri, pEntry.mUser, pEntry.mPassword};
+}
+
+// Names the server that people may take for the one in use: the default one, else the first.
+QString disabledServerText(const QList<store::ServerEntry>& pServers)
+{
+    if (pServers.isEmpty()) {
+        return {};
+    }
+    const auto tDefault =
+        std::find_if(pServers.begin(), pServers.end(), [](const auto& pEntry) { return pEntry.mDefault; });
+    const auto tNamed = tDefault == pServers.end() ? pServers.begin() : tDefault;
+    return QStringLiteral("The %1 %2 is disabled; \"rkm update-server --match-index=%3 --enable\" enables it")
+        .arg(tNamed->mDefault ? QStringLiteral("default server") : QStringLiteral("server"),
+             update::serverLabel(accessOf(*tNamed)))
+        .arg(tNamed - pServers.begin() + 1);
 }
 
 QJsonObject messageParams(int pType, const QString& pText, const QString& pDetails)
@@ -303,7 +325,7 @@ void Service::connectMail()
     };
     tSurroundings.mInstallDir = [this] { return mVariables.text(QStringLiteral("install.dir")); };
     tSurroundings.mStateDir = mApp.getStateDir();
-    tSurroundings.mLanguage = mApp.getAppLang();
+    tSurroundings.mLanguage = [this] { return languageOr(mSettings.appLanguage()); };
     mMail = std::make_unique<control::MailControl>(mStore, mSettings, mVariables, tSurroundings);
     connect(mMail.get(), &control::MailControl::information, this,
             [this](const QString& pText) { mApp.write(LogLevel::Info, pText); });
@@ -437,6 +459,11 @@ bool Service::isSuppressed()
     return !tFile.isEmpty() && QFile::exists(tFile);
 }
 
+QString Service::languageOr(const std::optional<QString>& pChosen) const
+{
+    return pChosen && !pChosen->isEmpty() ? *pChosen : mApp.getAppLang();
+}
+
 std::optional<update::RunRequest> Service::runRequest(QString* pReason)
 {
     const auto tServers = mServers.entries();
@@ -452,15 +479,15 @@ std::optional<update::RunRequest> Service::runRequest(QString* pReason)
     for (const bool tDefault : {true, false}) {
         for (const store::ServerEntry& tEntry : *tServers) {
             if (tEntry.mEnabled && tEntry.mDefault == tDefault) {
-                tRequest.mServers.append({tEntry.mName.isEmpty() ? tEntry.mUri : tEntry.mName, tEntry.mUri,
-                                          tEntry.mUser, tEntry.mPassword});
+                tRequest.mServers.append(accessOf(tEntry));
             }
         }
     }
+    tRequest.mWhyNoServer = tRequest.mServers.isEmpty() ? disabledServerText(*tServers) : QString();
     tRequest.mProxyMode = tProxy->mMode;
     tRequest.mProxy = tProxy->mProxy;
-    tRequest.mAppLanguage = tAppLanguage->isEmpty() ? mApp.getAppLang() : *tAppLanguage;
-    tRequest.mDataLanguage = tDataLanguage->isEmpty() ? mApp.getAppLang() : *tDataLanguage;
+    tRequest.mAppLanguage = languageOr(tAppLanguage);
+    tRequest.mDataLanguage = languageOr(tDataLanguage);
     tRequest.mStateDir = mApp.getStateDir();
     tRequest.mInstallDir = mVariables.text(QStringLiteral("install.dir"));
     tRequest.mDataDir = *tDataDir;

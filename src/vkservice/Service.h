@@ -92,6 +92,8 @@ private:
     void reportDamage(const QString& pDamagedFile);
     std::optional<update::RunRequest> runRequest(QString* pReason);
     bool isSuppressed();
+    // What was chosen, else the language of the service.
+    QString languageOr(const std::optional<QString>& pChosen) const;
     void onDue();
     void onScheduleMoved(const schedule::ScheduleSettings& pSettings);
     void onRunEnded(const store::RunRecord& pRecord, bool pManual);

@@ -103,9 +103,12 @@ TEST_F(MailTest, VerifiedAddressGetsTheMailAboutAnUpdate)
     ASSERT_TRUE(setAddresses({q("a@example.com")}));
     EXPECT_EQ(addresses(), q("a@example.com+")) << "who stays in the list stays verified";
 
+    ASSERT_EQ(mRig.connect().errorOf("setLanguages", R"({"app": "de", "data": null})"), 0);
     ASSERT_NO_FATAL_FAILURE(update());
     const QString tReport = mail(1);
-    EXPECT_TRUE(tReport.contains(q("sleeper"))) << tReport;
+    EXPECT_TRUE(tReport.contains(q("Schl\xc3\xa4"
+                                   "fer")))
+        << "in the language of now: " << tReport;
     EXPECT_FALSE(mRig.log().contains("secret") || mRig.log().contains(tCode.toUtf8()));
 }
 

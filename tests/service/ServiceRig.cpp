@@ -59,7 +59,10 @@ void HeldUpdate::prepare(ServiceRig& pRig)
 void HeldUpdate::offer(const QByteArray& pVersion)
 {
     mPublisher->publish({"add", mPublisher->path("package").toUtf8(), "--name", "sleeper", "--version",
-                         pVersion, "--kind", "application", "--executable", "bin/sleeper"});
+                         pVersion, "--kind", "application", "--executable", "bin/sleeper", "--title",
+                         "en=sleeper", "--title",
+                         "de=Schl\xc3\xa4"
+                         "fer"});
     mPublisher->publish({"publish"});
 }
 

@@ -143,9 +143,10 @@ QList<PackageLine> MailControl::installedPackages() const
     packages::Generations tGenerations(os::realFileSystem(), {mSurroundings.mInstallDir(), tDataDir});
     packages::Manifest tManifest;
     tGenerations.readCurrent(&tManifest);
+    const QString tLanguage = mSurroundings.mLanguage();
     QList<PackageLine> tLines;
     for (const packages::InstalledPackage& tPackage : std::as_const(tManifest.mPackages)) {
-        const QString tTitle = tPackage.mInfo.mTitle.bestValue(mSurroundings.mLanguage);
+        const QString tTitle = tPackage.mInfo.mTitle.bestValue(tLanguage);
         tLines.append(
             {tTitle.isEmpty() ? tPackage.mInfo.mName : tTitle, tPackage.mInfo.mVersion.toString(), {}, {}});
     }
@@ -162,10 +163,11 @@ QList<PackageLine> MailControl::packagesSince(const QDateTime& pBegan) const
         !tLog.read(&tEntries, tFrom, {}, sMaxPackagesOfRun, false)) {
         return tLines;
     }
+    const QString tLanguage = mSurroundings.mLanguage();
     for (const auto& tEntry : std::as_const(tEntries)) {
-        tLines.append({tEntry->mName.bestValue(mSurroundings.mLanguage),
+        tLines.append({tEntry->mName.bestValue(tLanguage),
                        EnhVersion(tEntry->mVersion, tEntry->mVersionDate).toString(), tEntry->mStatus,
-                       tEntry->mInstallReport.bestValue(mSurroundings.mLanguage)});
+                       tEntry->mInstallReport.bestValue(tLanguage)});
     }
     return tLines;
 }

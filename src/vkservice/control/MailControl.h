@@ -26,14 +26,14 @@ class MailControl : public QObject
     Q_OBJECT
 
 public:
-    // What the mailer can't find in the store; pLanguage is that of the packages' titles.
+    // What the mailer can't find in the store; the language is that of the packages' titles.
     struct Surroundings
     {
         std::function<store::RunRecord()> mLastRun;
         std::function<QDateTime()> mNextCheck;
         std::function<QString()> mInstallDir;
         QString mStateDir;
-        QString mLanguage;
+        std::function<QString()> mLanguage; // asked for each mail
     };
 
     MailControl(store::StateStore& pStore, store::Settings& pSettings, store::ConfigVariables& pVariables,

@@ -57,7 +57,8 @@ Reply getDataDirectory(Service& pService)
     if (!tPath) {
         return pService.storeFailure(QStringLiteral("The data directory"));
     }
-    return Reply::result(tPath->isNull() ? QString(QLatin1String("")) : *tPath);
+    return Reply::result(tPath->isEmpty() ? pService.variables().text(QStringLiteral("install.dir"))
+                                          : *tPath);
 }
 
 // Whether the directory is there and can be written is looked at when it is used: it may be a disk that

@@ -284,6 +284,9 @@ RunResult Run::failed(const Trouble& pTrouble) const
 
 RunResult Run::allServersFailed() const
 {
+    if (mRequest.mServers.isEmpty()) {
+        return failed({Trouble::Kind::NoServer, mRequest.mWhyNoServer});
+    }
     // From what says least to what people should know of first.
     static const QList<ResultCode> sWeights{ResultNoServer, ResultUnreachable, ResultInstallFailed,
                                             ResultStoreDamaged, ResultVerificationFailed};

@@ -43,6 +43,7 @@ struct Patience
 struct RunRequest
 {
     QList<ServerAccess> mServers; // in the order to try: the default server first
+    QString mWhyNoServer;         // a sentence without its full stop, where it is known why mServers is empty
     vkcore::NetProxyMode mProxyMode = vkcore::NetProxyModeOs;
     vkcore::NetProxy mProxy{false, true};
     QString mAppLanguage;
