@@ -2,6 +2,7 @@
 
 #include "KeyFolder.h"
 #include "Layout.h"
+#include "MetadataSource.h"
 #include "RepositoryState.h"
 
 #include "tuf/AtomicFile.h"
@@ -18,6 +19,33 @@ constexpr qint64 sMaxLead = 1'000'000;
 bool isFarAhead(const Record& pRecord, const RepositoryState& pSeen, const QString& pRole)
 {
     return pSeen.mVersions.value(pRole) - pRecord.mVersions.value(pRole) > sMaxLead;
+}
+
+// The first root, where the repository has it and its roots lead to that of the record: what is online may be
+// older than that.
+QByteArray rootToStartFrom(vkservice::os::FileSystem& pFileSystem, const QString& pRepository,
+                           const Record& pRecord)
+{
+    FolderFetcher tFolder(pFileSystem, metadataFolder(pRepository));
+    QByteArray tFirst;
+    RepositoryState tState;
+    if (!tFolder.fetch(versionedName(tuf::sRoot, 1), tuf::Limits().mRootLength, &tFirst)) {
+        readState(tFolder, tFirst, &tState); // its roots are all that counts
+    }
+    return tState.mNewRoots.contains(pRecord.mRoot) ? tFirst : pRecord.mRoot;
+}
+
+// Leaves the roots that come behind that of the record. False if that one is another there.
+bool dropKnownRoots(const Record& pRecord, RepositoryState* pSeen)
+{
+    const qint64 tKnown = pRecord.mVersions[tuf::sRoot];
+    qint64 tVersion = pSeen->mVersions[tuf::sRoot] - pSeen->mNewRoots.size();
+    while (++tVersion <= tKnown && !pSeen->mNewRoots.isEmpty()) {
+        if (pSeen->mNewRoots.takeFirst() != pRecord.mRoot && tVersion == tKnown) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool writeRoots(vkservice::os::FileSystem& pFileSystem, const RepositoryState& pSeen,
@@ -62,8 +90,15 @@ bool takeOver(vkservice::os::FileSystem& pFileSystem, tuf::Fetcher& pFrom, const
               KeyFolder* pKeys, bool* pRaised, QString* pError)
 {
     RepositoryState tSeen;
-    if (const tuf::Error tError = readState(pFrom, pKeys->mRecord.mRoot, &tSeen)) {
+    const QByteArray tRoot = rootToStartFrom(pFileSystem, pRepository, pKeys->mRecord);
+    if (const tuf::Error tError = readState(pFrom, tRoot, &tSeen)) {
         *pError = tError.mText;
+        return false;
+    }
+    if (!dropKnownRoots(pKeys->mRecord, &tSeen)) {
+        *pError = QStringLiteral("Version %1 of the root is another there than in the record: a key was "
+                                 "replaced twice, from the same backup. Put back the later key folder")
+                      .arg(pKeys->mRecord.mVersions[tuf::sRoot]);
         return false;
     }
     for (const QString& tRole : tSeen.mVersions.keys()) {

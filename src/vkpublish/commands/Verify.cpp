@@ -11,6 +11,8 @@
 #include "tuf/AtomicFile.h"
 #include "tuf/Metadata.h"
 
+#include <algorithm>
+
 namespace tarn::vkpublish {
 
 namespace {
@@ -81,8 +83,13 @@ bool isUpToDate(const RepositoryState& pHere, const RepositoryState& pThere, con
                     .arg(pPlace);
         }
     }
-    if (pError->isEmpty() && pHere.mVersions[tuf::sTimestamp] == pThere.mVersions[tuf::sTimestamp] &&
-        pHere.mTimestamp != pThere.mTimestamp) {
+    const qsizetype tRoots = std::min(pHere.mNewRoots.size(), pThere.mNewRoots.size());
+    if (pHere.mNewRoots.first(tRoots) != pThere.mNewRoots.first(tRoots)) {
+        *pError = QStringLiteral("The roots are others than those at %1, and machines that know these refuse "
+                                 "the repository: a key was replaced twice, from the same backup")
+                      .arg(pPlace);
+    } else if (pError->isEmpty() && pHere.mVersions[tuf::sTimestamp] == pThere.mVersions[tuf::sTimestamp] &&
+               pHere.mTimestamp != pThere.mTimestamp) {
         *pError = QStringLiteral("The timestamp has the same version at %1, but another content: machines "
                                  "keep the one that they saw first. Publish with --above %1")
                       .arg(pPlace);

@@ -211,20 +211,6 @@ TEST_F(ProgramTest, VerifiesWhatSomebodyVouchesFor)
     }
 }
 
-TEST_F(ProgramTest, ClientsFollowEveryNewKey)
-{
-    makeRepository();
-    const QString tAll = followAsClient();
-    for (const char* tRotation :
-         {"rotate-key @r timestamp --key-type rsa", "rotate-key @r root --key-type ecdsa",
-          "rotate-key @r targets --key-type ecdsa-p384", "rotate-key @r snapshot", "rotate-key @r root"}) {
-        succeed(tRotation);
-        EXPECT_EQ(followAsClient(), tAll) << tRotation;
-    }
-    EXPECT_EQ(run("verify @r").mStatus, 0);
-    EXPECT_TRUE(files("r/metadata").contains(q("6.root.json")));
-}
-
 TEST_F(ProgramTest, RemovesAndPrunes)
 {
     makeRepository();
@@ -241,8 +227,7 @@ TEST_F(ProgramTest, RemovesAndPrunes)
     write("r.keys/record.json", tRecord);
     write("r/targets/stray", "x");
     succeed("publish @r --prune");
-    EXPECT_TRUE(QFile::remove(path("r/targets/stray")))
-        << "found just now";
+    EXPECT_TRUE(QFile::remove(path("r/targets/stray"))) << "found just now";
     EXPECT_EQ(followAsClient(), q("charts-7.0.0.0-de.tar.zst viewer-1.3.0.0.tar.zst"));
     EXPECT_EQ(files("r/metadata"), (QStringList{q("1.root.json"), q("2.snapshot.json"), q("2.targets.json"),
                                                 q("timestamp.json")}));

@@ -141,30 +141,40 @@ protected:
                rotateKey(&tKeys, &tPublication, pRole, q("ed25519"), {tNow, tNow.addDays(1), tNow.addDays(1)},
                          tNow.addDays(9), &tUntil, &tError);
     }
-
-    const QStringList mRoles{q("root"), q("targets"), q("snapshot"), q("timestamp")};
 };
 
 TEST_F(RotationTest, AKillAtAnyMomentLeavesWhatClientsAccept)
 {
     copy("r", "r0");
     copy("r.keys", "r0.keys");
-    for (const QString& tRole : mRoles) {
-        bool tDone = false;
-        for (int i = 1; !tDone; ++i) {
-            SCOPED_TRACE(testing::Message() << tRole << ", killed at operation " << i);
-            copy("r0", "r");
-            copy("r0.keys", "r.keys");
-            QDir(path("seen")).removeRecursively();
-            followAsClient("seen");
+    const auto tStartAgain = [this] {
+        copy("r0", "r");
+        copy("r0.keys", "r.keys");
+        QDir(path("seen")).removeRecursively();
+        followAsClient("seen");
+    };
+    for (const QString& tRole : {q("root"), q("targets"), q("snapshot"), q("timestamp")}) {
+        QList<std::pair<int, QByteArray>> tMoments; // nothing else changes a file that clients see
+        FaultyFileSystem tSound;
+        tSound.mObserver = [&](int pNumber, const QByteArray& pWhat) {
+            if (pWhat.startsWith("rename")) {
+                tMoments.append({pNumber, pWhat});
+            }
+        };
+        tStartAgain();
+        ASSERT_TRUE(rotate(tSound, tRole));
+        expectAccepted("r");
+        ASSERT_GT(tMoments.size(), 8);
+        for (const auto& [tNumber, tWhat] : tMoments) {
+            SCOPED_TRACE(testing::Message() << tRole << ", killed at " << tWhat);
+            tStartAgain();
             FaultyFileSystem tFileSystem;
             tFileSystem.mForGood = true;
-            tFileSystem.failAt(i, EIO);
-            tDone = rotate(tFileSystem, tRole);
+            tFileSystem.failAt(tNumber, EIO);
+            EXPECT_FALSE(rotate(tFileSystem, tRole));
             expectAccepted("r");
             EXPECT_TRUE(rotate(tarn::vkservice::os::realFileSystem(), tRole));
             expectAccepted("r");
-            ASSERT_LT(i, 200);
         }
     }
 }
@@ -172,13 +182,15 @@ TEST_F(RotationTest, AKillAtAnyMomentLeavesWhatClientsAccept)
 // The manual says in which order to copy. Two keys in a row, and a publication behind them, make it hardest.
 TEST_F(RotationTest, EveryPartOfACopyIsAcceptedInTheOrderOfTheManual)
 {
-    for (const QString& tRole : mRoles) {
-        SCOPED_TRACE(tRole);
+    for (const char* tRotation :
+         {"rotate-key @r root --key-type ecdsa", "rotate-key @r targets --key-type ecdsa-p384",
+          "rotate-key @r snapshot", "rotate-key @r timestamp --key-type rsa", "rotate-key @r root"}) {
+        SCOPED_TRACE(tRotation);
         copy("r", "web");
         QDir(path("seen")).removeRecursively();
         followAsClient("seen", "web");
-        ASSERT_TRUE(rotate(tarn::vkservice::os::realFileSystem(), tRole));
-        ASSERT_TRUE(rotate(tarn::vkservice::os::realFileSystem(), tRole));
+        succeed(tRotation);
+        succeed(tRotation);
         succeed("publish @r");
         const QStringList tMetadata = files("r/metadata");
         const QStringList tRoots = tMetadata.filter(q(".root.json"));
@@ -195,6 +207,7 @@ TEST_F(RotationTest, EveryPartOfACopyIsAcceptedInTheOrderOfTheManual)
             expectAccepted("web");
         }
     }
+    EXPECT_EQ(run("verify @web --root @r/metadata/1.root.json").mStatus, 0);
 }
 
 TEST_F(RotationTest, AnOldKeySignsUntilNoCopyCanNeedIt)
