@@ -4,7 +4,7 @@
 #include "mail/Address.h"
 #include "mail/SmtpTransport.h"
 #include "os/FileSystem.h"
-#include "packages/Generations.h"
+#include "packages/GenerationReader.h"
 #include "sqlite/InstallLogStore.h"
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
@@ -140,9 +140,9 @@ mail::MachineStatus MailControl::machineStatus() const
 QList<PackageLine> MailControl::installedPackages() const
 {
     const QString tDataDir = mSettings.dataDirectory().value_or(QString());
-    packages::Generations tGenerations(os::realFileSystem(), {mSurroundings.mInstallDir(), tDataDir});
+    packages::GenerationReader tReader(os::realFileSystem(), {mSurroundings.mInstallDir(), tDataDir});
     packages::Manifest tManifest;
-    tGenerations.readCurrent(&tManifest);
+    tReader.current(&tManifest);
     const QString tLanguage = mSurroundings.mLanguage();
     QList<PackageLine> tLines;
     for (const packages::InstalledPackage& tPackage : std::as_const(tManifest.mPackages)) {

@@ -26,6 +26,8 @@ public:
 
     bool isOpen() const { return mFd >= 0; }
     int fd() const { return mFd; }
+    // The descriptor, which is the caller's to close from then on.
+    int release() { return std::exchange(mFd, -1); }
     // The result of the close: a late write error shows only here.
     int close() { return mFd < 0 ? 0 : mFileSystem->close(std::exchange(mFd, -1)); }
 

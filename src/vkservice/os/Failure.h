@@ -13,6 +13,7 @@ struct Failure
         NoSpace, // the disk or the user's share of it is full
         Io,      // any other failed operation of the system
         Content, // the data itself is not what it must be
+        Person,  // nothing is broken, but only a person can say how to go on
         Canceled,
     };
 

@@ -3,6 +3,7 @@
 #include "os/Descriptor.h"
 
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -127,7 +128,14 @@ Failure readFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxSize,
     pTo->clear();
     // Not blocking: a pipe in place of the file must not hold the caller up.
     Descriptor tFile(pFileSystem, pFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_NONBLOCK));
-    const int tErrno = tFile.isOpen() ? readAll(pFileSystem, tFile.fd(), pMaxSize, pTo) : errno;
+    return tFile.isOpen() ? readOpenFile(pFileSystem, tFile.fd(), pPath, pMaxSize, pTo)
+                          : Failure::fromErrno(errno, QStringLiteral("read %1").arg(pPath));
+}
+
+Failure readOpenFile(FileSystem& pFileSystem, int pFd, const QString& pPath, qint64 pMaxSize, QByteArray* pTo)
+{
+    pTo->clear();
+    const int tErrno = readAll(pFileSystem, pFd, pMaxSize, pTo);
     return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, QStringLiteral("read %1").arg(pPath));
 }
 
@@ -143,6 +151,22 @@ Failure writeFile(FileSystem& pFileSystem, const QString& pPath, const QByteArra
     return {};
 }
 
+Failure replaceFile(FileSystem& pFileSystem, const QString& pPath, const QByteArray& pBytes, mode_t pMode)
+{
+    const QByteArray tPath = QFile::encodeName(pPath);
+    const QByteArray tNew = tPath + ".new";
+    pFileSystem.unlink(tNew);
+    Descriptor tFile(pFileSystem, pFileSystem.open(tNew, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, pMode));
+    if (!tFile.isOpen() ||
+        writeAll(pFileSystem, tFile.fd(), pBytes.constData(), static_cast<size_t>(pBytes.size())) != 0 ||
+        pFileSystem.fsync(tFile.fd()) != 0 || tFile.close() != 0 || pFileSystem.rename(tNew, tPath) != 0) {
+        const Failure tFailure = Failure::fromErrno(errno, QStringLiteral("write %1").arg(pPath));
+        pFileSystem.unlink(tNew);
+        return tFailure;
+    }
+    return syncDir(pFileSystem, QFileInfo(pPath).path());
+}
+
 Failure removeTree(FileSystem& pFileSystem, const QString& pPath)
 {
     const QByteArray tPath = QFile::encodeName(pPath);
@@ -152,6 +176,32 @@ Failure removeTree(FileSystem& pFileSystem, const QString& pPath)
                                : Failure::fromErrno(errno, QStringLiteral("remove %1").arg(pPath));
     }
     const int tErrno = removeEntry(pFileSystem, AT_FDCWD, tPath, S_ISDIR(tStat.st_mode));
+    return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, QStringLiteral("remove %1").arg(pPath));
+}
+
+int openBelow(FileSystem& pFileSystem, int pDirFd, const QByteArrayList& pNames)
+{
+    const int tFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
+    Descriptor tDir(pFileSystem, pFileSystem.openAt(pDirFd, ".", tFlags));
+    for (const QByteArray& tName : pNames) {
+        if (!tDir.isOpen()) {
+            return -1;
+        }
+        tDir = Descriptor(pFileSystem, pFileSystem.openAt(tDir.fd(), tName, tFlags));
+    }
+    return tDir.release();
+}
+
+Failure removeBelow(FileSystem& pFileSystem, int pDirFd, const QByteArrayList& pNames, const QString& pPath)
+{
+    const Descriptor tDir(pFileSystem, openBelow(pFileSystem, pDirFd, pNames.first(pNames.size() - 1)));
+    struct stat tStat;
+    int tErrno = 0;
+    if (!tDir.isOpen() || ::fstatat(tDir.fd(), pNames.last().constData(), &tStat, AT_SYMLINK_NOFOLLOW) != 0) {
+        tErrno = errno == ENOENT ? 0 : errno;
+    } else {
+        tErrno = removeEntry(pFileSystem, tDir.fd(), pNames.last(), S_ISDIR(tStat.st_mode));
+    }
     return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, QStringLiteral("remove %1").arg(pPath));
 }
 

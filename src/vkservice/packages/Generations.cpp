@@ -2,9 +2,8 @@
 
 #include "os/Descriptor.h"
 #include "os/FileTools.h"
-#include "packages/Leftovers.h"
+#include "packages/Roots.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
@@ -21,71 +20,52 @@ using os::Failure;
 
 constexpr mode_t sDirMode = 0755;
 constexpr mode_t sManifestMode = 0644;
-constexpr qint64 sMaxManifestSize = 64 * 1024 * 1024;
-
-QString newLink(const PackageFolders& pFolders)
-{
-    return pFolders.installDir() + QStringLiteral("/.current.new");
-}
-
-// What a generation's link to a package folder says: relative inside the install folder, so that the whole of
-// it can be moved.
-QString linkText(const QString& pFolder)
-{
-    return QDir::isAbsolutePath(pFolder) ? pFolder : QStringLiteral("../../") + pFolder;
-}
 
 } // namespace
 
-Generations::Generations(os::FileSystem& pFileSystem, const PackageFolders& pFolders)
-    : mFileSystem(pFileSystem), mFolders(pFolders)
+Generations::Generations(os::FileSystem& pFileSystem, const PackageFolders& pFolders, const Roots& pRoots)
+    : mFileSystem(pFileSystem), mFolders(pFolders), mRoots(pRoots), mReader(pFileSystem, mFolders),
+      mLeftovers(pFileSystem, mFolders, pRoots, mReader)
 {
 }
 
-Failure Generations::readManifest(qint64 pNumber, Manifest* pTo)
+Failure Generations::announce(const QList<InstalledPackage>& pPackages)
 {
-    const QString tPath = mFolders.generationDir(pNumber) + QLatin1Char('/') + manifestFileName();
-    QByteArray tBytes;
-    if (const Failure tFailure = os::readFile(mFileSystem, tPath, sMaxManifestSize, &tBytes)) {
+    Manifest tIntent;
+    Failure tFailure = mReader.intent(&tIntent);
+    if (tFailure && tFailure.mKind != Failure::Kind::Content) {
         return tFailure;
     }
-    QString tReason;
-    if (!Manifest::fromBytes(tBytes, pTo, &tReason) || pTo->mGeneration != pNumber) {
-        return Failure::content(QStringLiteral("%1 is damaged: %2").arg(tPath, tReason));
+    // What an earlier run left and could not be removed stays noted.
+    for (const InstalledPackage& tPackage : pPackages) {
+        tIntent.mPackages.removeIf([&](const auto& pOther) { return pOther.mFolder == tPackage.mFolder; });
     }
-    return {};
-}
-
-Failure Generations::readCurrent(Manifest* pTo)
-{
-    *pTo = Manifest();
-    const QString tLink = mFolders.currentLink();
-    const QFileInfo tInfo(tLink);
-    if (!tInfo.isSymLink()) {
-        return tInfo.exists() ? Failure::content(QStringLiteral("%1 is no link").arg(tLink)) : Failure();
+    tIntent.mPackages += pPackages;
+    tFailure = os::replaceFile(mFileSystem, mFolders.intentFile(), tIntent.toBytes(), sManifestMode);
+    for (const InstalledPackage& tPackage : pPackages) {
+        tFailure = tFailure ? tFailure : mLeftovers.removeStaging(*PackageFolders::place(tPackage.mFolder));
     }
-    bool tIsNumber = false;
-    const qint64 tNumber = QFileInfo(QFile::symLinkTarget(tLink)).fileName().toLongLong(&tIsNumber);
-    if (!tIsNumber) {
-        return Failure::content(QStringLiteral("%1 does not name a generation").arg(tLink));
-    }
-    return readManifest(tNumber, pTo);
+    return tFailure;
 }
 
 qint64 Generations::nextNumber(const Manifest& pCurrent)
 {
     qint64 tHighest = pCurrent.mGeneration;
-    const QStringList tNames = QDir(mFolders.generationsDir()).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    for (const QString& tName : tNames) {
-        tHighest = qMax(tHighest, tName.toLongLong());
+    const QList<qint64> tNumbers = mReader.numbers();
+    for (const qint64 tNumber : tNumbers) {
+        tHighest = qMax(tHighest, tNumber);
     }
     return tHighest + 1;
 }
 
 Failure Generations::install(const Manifest& pNext, const QList<StagedPackage>& pStaged)
 {
+    GenerationReader::Kept tKept;
+    if (const Failure tFailure = mReader.kept(&tKept)) {
+        return tFailure;
+    }
     for (const StagedPackage& tStaged : pStaged) {
-        if (const Failure tFailure = moveIntoPlace(tStaged)) {
+        if (const Failure tFailure = moveIntoPlace(tStaged, tKept)) {
             return tFailure;
         }
     }
@@ -99,23 +79,20 @@ Failure Generations::install(const Manifest& pNext, const QList<StagedPackage>& 
     return switchTo(pNext.mGeneration);
 }
 
-Failure Generations::moveIntoPlace(const StagedPackage& pStaged)
+Failure Generations::moveIntoPlace(const StagedPackage& pStaged, const GenerationReader::Kept& pKept)
 {
     const QString tTarget = mFolders.absolute(pStaged.mFolder);
     if (const Failure tFailure = os::makePath(mFileSystem, QFileInfo(tTarget).path(), sDirMode)) {
         return tFailure;
     }
     if (QFileInfo::exists(tTarget)) {
-        Manifest tCurrent;
-        Manifest tPrevious;
-        if (const Failure tFailure = readCurrent(&tCurrent)) {
-            return tFailure;
-        }
-        if (refersTo(tCurrent, pStaged.mFolder) ||
-            (!readManifest(tCurrent.mPrevious, &tPrevious) && refersTo(tPrevious, pStaged.mFolder))) {
+        if (pKept.has(tTarget)) {
             return {}; // the same bytes stand here already, and may be in use
         }
-        if (const Failure tFailure = os::removeTree(mFileSystem, tTarget)) {
+        if (const Failure tFailure = mLeftovers.removePackage(*PackageFolders::place(pStaged.mFolder))) {
+            return tFailure;
+        }
+        if (const Failure tFailure = os::makePath(mFileSystem, QFileInfo(tTarget).path(), sDirMode)) {
             return tFailure;
         }
     }
@@ -133,8 +110,8 @@ Failure Generations::writeGeneration(const Manifest& pNext)
     }
     for (const InstalledPackage& tPackage : pNext.mPackages) {
         const QString tLink = tDir + QLatin1Char('/') + tPackage.mInfo.mName;
-        if (mFileSystem.symlink(QFile::encodeName(linkText(tPackage.mFolder)), QFile::encodeName(tLink)) !=
-            0) {
+        if (mFileSystem.symlink(QFile::encodeName(linkToFolder(tPackage.mFolder)),
+                                QFile::encodeName(tLink)) != 0) {
             return Failure::fromErrno(errno, QStringLiteral("make the link %1").arg(tLink));
         }
     }
@@ -166,7 +143,7 @@ Failure Generations::syncRoots()
 
 Failure Generations::switchTo(qint64 pNumber)
 {
-    const QByteArray tNew = QFile::encodeName(newLink(mFolders));
+    const QByteArray tNew = QFile::encodeName(mFolders.newLink());
     mFileSystem.unlink(tNew);
     if (mFileSystem.symlink("generations/" + QByteArray::number(pNumber), tNew) != 0 ||
         mFileSystem.rename(tNew, QFile::encodeName(mFolders.currentLink())) != 0) {
@@ -179,31 +156,9 @@ Failure Generations::switchTo(qint64 pNumber)
     return {};
 }
 
-Failure Generations::removeLeftovers(const std::function<void(int, int)>& pProgress)
+Failure Generations::removeLeftovers(const std::function<void(int, int)>& pProgress, const PutOff& pPutOff)
 {
-    Manifest tCurrent;
-    if (const Failure tFailure = readCurrent(&tCurrent)) {
-        return tFailure;
-    }
-    QList<Manifest> tKept{tCurrent};
-    if (Manifest tPrevious; tCurrent.mPrevious != 0 && !readManifest(tCurrent.mPrevious, &tPrevious)) {
-        tKept.append(tPrevious);
-    }
-    const auto tReadManifest = [this](qint64 pNumber, Manifest* pTo) { return !readManifest(pNumber, pTo); };
-    QStringList tPaths = findLeftovers(mFolders, tKept, tReadManifest);
-    if (QFileInfo(newLink(mFolders)).isSymLink()) {
-        tPaths.append(newLink(mFolders));
-    }
-    Failure tFirst;
-    for (int tIndex = 0; tIndex < tPaths.size(); ++tIndex) {
-        if (pProgress) {
-            pProgress(tIndex, static_cast<int>(tPaths.size()));
-        }
-        if (const Failure tFailure = os::removeTree(mFileSystem, tPaths.at(tIndex)); tFailure && !tFirst) {
-            tFirst = tFailure;
-        }
-    }
-    return tFirst;
+    return mLeftovers.remove(pProgress, pPutOff);
 }
 
 } // namespace tarn::vkservice::packages

@@ -1,85 +1,167 @@
 #include "packages/Leftovers.h"
 
-#include <QtCore/QDir>
-#include <QtCore/QFileInfo>
-#include <QtCore/QSet>
+#include "os/Descriptor.h"
+#include "os/FileTools.h"
+#include "packages/Roots.h"
 
-#include <algorithm>
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+
+#include <fcntl.h>
+
+#include <cerrno>
 
 namespace tarn::vkservice::packages {
 
+using os::Failure;
+
 namespace {
 
-QStringList entries(const QString& pDir)
-{
-    QStringList tPaths;
-    const auto tFilter = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
-    const QStringList tNames = QDir(pDir).entryList(tFilter, QDir::Name);
-    for (const QString& tName : tNames) {
-        tPaths.append(pDir + QLatin1Char('/') + tName);
-    }
-    return tPaths;
-}
-
-QSet<QString> foldersOf(const PackageFolders& pFolders, const Manifest& pManifest)
-{
-    QSet<QString> tPaths;
-    for (const InstalledPackage& tPackage : pManifest.mPackages) {
-        tPaths.insert(pFolders.absolute(tPackage.mFolder));
-    }
-    return tPaths;
-}
-
-// The unneeded versions below packages/, or the package's whole folder where none is needed.
-QStringList unneededPackages(const QString& pPackagesDir, const QSet<QString>& pNeeded)
-{
-    QStringList tPaths;
-    const QStringList tPackages = entries(pPackagesDir);
-    for (const QString& tPackage : tPackages) {
-        QStringList tVersions = entries(tPackage);
-        const qsizetype tAll = tVersions.size();
-        tVersions.removeIf([&pNeeded](const QString& pPath) { return pNeeded.contains(pPath); });
-        tPaths += tVersions.size() == tAll ? QStringList{tPackage} : tVersions;
-    }
-    return tPaths;
-}
+const char* const sPackages = "packages";
+const char* const sStaging = ".staging";
+const char* const sGenerations = "generations";
 
 } // namespace
 
-bool refersTo(const Manifest& pManifest, const QString& pFolder)
+bool Leftovers::note(const Failure& pFailure)
 {
-    return std::any_of(pManifest.mPackages.begin(), pManifest.mPackages.end(),
-                       [&pFolder](const InstalledPackage& pPackage) { return pPackage.mFolder == pFolder; });
+    if (pFailure && !mFirst) {
+        mFirst = pFailure;
+    }
+    return !pFailure;
 }
 
-QStringList findLeftovers(const PackageFolders& pFolders, const QList<Manifest>& pKept,
-                          const std::function<bool(qint64, Manifest*)>& pReadManifest)
+Failure Leftovers::find(std::vector<Item>* pTo)
 {
-    QSet<QString> tNeeded;
-    QSet<QString> tKeptGenerations;
-    for (const Manifest& tManifest : pKept) {
-        tNeeded += foldersOf(pFolders, tManifest);
-        tKeptGenerations.insert(pFolders.generationDir(tManifest.mGeneration));
+    GenerationReader::Kept tKept;
+    if (const Failure tFailure = mReader.kept(&tKept)) {
+        return tFailure;
     }
-    QStringList tPaths;
-    const QStringList tRoots = pFolders.roots();
-    for (const QString& tRoot : tRoots) {
-        tPaths += entries(pFolders.stagingDir(tRoot));
-        tPaths += unneededPackages(pFolders.packagesDir(tRoot), tNeeded);
+    const auto tUnneeded = [&](const QStringList& pFolders) {
+        QList<PackagePlace> tPlaces;
+        for (const QString& tFolder : pFolders) {
+            if (!tKept.has(mFolders.absolute(tFolder))) {
+                tPlaces.append(*PackageFolders::place(tFolder));
+            }
+        }
+        return tPlaces;
+    };
+    Manifest tIntent;
+    note(mReader.intent(&tIntent));
+    if (!tIntent.mPackages.isEmpty()) {
+        Item tItem;
+        QStringList tFolders;
+        for (const InstalledPackage& tPackage : std::as_const(tIntent.mPackages)) {
+            tFolders.append(tPackage.mFolder);
+            tItem.mStagings.append(*PackageFolders::place(tPackage.mFolder));
+        }
+        tItem.mPackages = tUnneeded(tFolders);
+        pTo->push_back(tItem);
     }
-    const QStringList tGenerations = entries(pFolders.generationsDir());
-    for (const QString& tGeneration : tGenerations) {
-        if (tKeptGenerations.contains(tGeneration)) {
+    const QList<qint64> tNumbers = mReader.numbers();
+    for (const qint64 tNumber : tNumbers) {
+        if (!tKept.mNumbers.contains(tNumber)) {
+            pTo->push_back({{}, tUnneeded(mReader.folders(tNumber)), tNumber});
+        }
+    }
+    return {};
+}
+
+Failure Leftovers::remove(const std::function<void(int, int)>& pProgress, const PutOff& pPutOff)
+{
+    mFirst = {};
+    std::vector<Item> tItems;
+    if (const Failure tFailure = find(&tItems)) {
+        return tFailure;
+    }
+    for (size_t tIndex = 0; tIndex < tItems.size(); ++tIndex) {
+        if (pProgress) {
+            pProgress(static_cast<int>(tIndex), static_cast<int>(tItems.size()));
+        }
+        const Item& tItem = tItems[tIndex];
+        if (!removeItem(tItem, pPutOff)) {
             continue;
         }
-        Manifest tManifest;
-        if (pReadManifest(QFileInfo(tGeneration).fileName().toLongLong(), &tManifest)) {
-            const QSet<QString> tFolders = foldersOf(pFolders, tManifest) - tNeeded;
-            tPaths += QStringList(tFolders.begin(), tFolders.end());
-        }
-        tPaths.append(tGeneration);
+        note(tItem.mGeneration == 0 ? os::removeTree(mFileSystem, mFolders.intentFile())
+                                    : removeGeneration(tItem.mGeneration));
     }
-    return tPaths;
+    const int tInstallFd = mRoots.fd(mFolders.installDir());
+    const QString tNewLink = mFolders.newLink();
+    if (tInstallFd >= 0 && QFileInfo(tNewLink).isSymLink()) {
+        note(os::removeTree(mFileSystem, tNewLink));
+    }
+    return mFirst;
+}
+
+// True where nothing of it is left that this installation may remove.
+bool Leftovers::removeItem(const Item& pItem, const PutOff& pPutOff)
+{
+    bool tAllGone = true;
+    for (const PackagePlace& tPlace : pItem.mStagings) {
+        tAllGone = note(removeStaging(tPlace)) && tAllGone;
+    }
+    for (const PackagePlace& tPlace : pItem.mPackages) {
+        const QString tRoot = mFolders.rootOf(tPlace);
+        if (mRoots.fd(tRoot) < 0) {
+            tAllGone = tAllGone && !mRoots.knows(tRoot);
+        } else if (pPutOff && pPutOff(PackageFolders::below(tRoot, tPlace))) {
+            tAllGone = false;
+        } else {
+            tAllGone = note(removePackage(tPlace)) && tAllGone;
+        }
+    }
+    return tAllGone;
+}
+
+Failure Leftovers::removeStaging(const PackagePlace& pPlace)
+{
+    const QString tRoot = mFolders.rootOf(pPlace);
+    const QString tName = pPlace.mName + QLatin1Char('-') + pPlace.mVersion;
+    const int tFd = mRoots.fd(tRoot);
+    return tFd < 0 ? Failure()
+                   : os::removeBelow(mFileSystem, tFd, {sStaging, QFile::encodeName(tName)},
+                                     mFolders.stagingDir(tRoot) + QLatin1Char('/') + tName);
+}
+
+Failure Leftovers::removePackage(const PackagePlace& pPlace)
+{
+    const QString tRoot = mFolders.rootOf(pPlace);
+    const QByteArray tName = QFile::encodeName(pPlace.mName);
+    const int tFd = mRoots.fd(tRoot);
+    const Failure tFailure =
+        os::removeBelow(mFileSystem, tFd, {sPackages, tName, QFile::encodeName(pPlace.mVersion)},
+                        PackageFolders::below(tRoot, pPlace));
+    // The package's own folder, if that was the last version and nobody else put something into it.
+    const os::Descriptor tPackages(mFileSystem, os::openBelow(mFileSystem, tFd, {sPackages}));
+    if (!tFailure && tPackages.isOpen()) {
+        mFileSystem.unlinkAt(tPackages.fd(), tName, AT_REMOVEDIR);
+    }
+    return tFailure;
+}
+
+// Its links and its manifest; the folder itself goes only where that was all.
+Failure Leftovers::removeGeneration(qint64 pNumber)
+{
+    const QString tPath = mFolders.generationDir(pNumber);
+    const QByteArray tNumber = QByteArray::number(pNumber);
+    const os::Descriptor tAll(mFileSystem,
+                              os::openBelow(mFileSystem, mRoots.fd(mFolders.installDir()), {sGenerations}));
+    const os::Descriptor tDir(mFileSystem,
+                              tAll.isOpen() ? os::openBelow(mFileSystem, tAll.fd(), {tNumber}) : -1);
+    bool tDone = tDir.isOpen();
+    const QStringList tNames = QDir(tPath).entryList(QDir::AllEntries | QDir::Hidden | QDir::System);
+    for (const QString& tName : tNames) {
+        const bool tIsManifest =
+            tName == manifestFileName() || tName == manifestFileName() + QLatin1String(".new");
+        if (tDone && (tIsManifest || folderOfLink(tPath + QLatin1Char('/') + tName))) {
+            tDone = mFileSystem.unlinkAt(tDir.fd(), QFile::encodeName(tName), 0) == 0 || errno == ENOENT;
+        }
+    }
+    if (tDone && (mFileSystem.unlinkAt(tAll.fd(), tNumber, AT_REMOVEDIR) == 0 || errno == ENOTEMPTY ||
+                  errno == EEXIST || errno == ENOENT)) {
+        return {};
+    }
+    return Failure::fromErrno(errno, QStringLiteral("remove %1").arg(tPath));
 }
 
 } // namespace tarn::vkservice::packages

@@ -1,19 +1,55 @@
 #pragma once
 
-#include "packages/Manifest.h"
-#include "packages/PackageFolders.h"
-
-#include <QtCore/QStringList>
+#include "packages/GenerationReader.h"
 
 #include <functional>
+#include <vector>
 
 namespace tarn::vkservice::packages {
 
-bool refersTo(const Manifest& pManifest, const QString& pFolder);
+class Roots;
 
-// The absolute paths that no kept generation needs, in the order to remove them: a generation that is not
-// kept goes after its packages, since only its manifest knows those that lie in an earlier data folder.
-QStringList findLeftovers(const PackageFolders& pFolders, const QList<Manifest>& pKept,
-                          const std::function<bool(qint64, Manifest*)>& pReadManifest);
+// True for a package folder (an absolute path) that is to stay for now; asked again at the next removal.
+using PutOff = std::function<bool(const QString&)>;
+
+// What is no longer needed: package folders of superseded generations, and what a run announced and did not
+// come to use. Whatever no manifest of this installation names is not looked at. A generation goes when all
+// of its package folders have gone, so that what is put off, fails, or is on a disk that is not there now
+// stays known.
+class Leftovers
+{
+public:
+    Leftovers(os::FileSystem& pFileSystem, const PackageFolders& pFolders, const Roots& pRoots,
+              GenerationReader& pReader)
+        : mFileSystem(pFileSystem), mFolders(pFolders), mRoots(pRoots), mReader(pReader)
+    {
+    }
+
+    // Goes on behind a failure and reports the first one. pProgress gets how many of how many are done.
+    os::Failure remove(const std::function<void(int, int)>& pProgress, const PutOff& pPutOff);
+    // Empties the place in which a package is to be unpacked.
+    os::Failure removeStaging(const PackagePlace& pPlace);
+    os::Failure removePackage(const PackagePlace& pPlace);
+
+private:
+    // What one record names, and what becomes of the record itself when all of that has gone.
+    struct Item
+    {
+        QList<PackagePlace> mStagings;
+        QList<PackagePlace> mPackages;
+        qint64 mGeneration = 0; // 0: that of the intent
+    };
+
+    os::Failure find(std::vector<Item>* pTo);
+    bool removeItem(const Item& pItem, const PutOff& pPutOff);
+    os::Failure removeGeneration(qint64 pNumber);
+    bool note(const os::Failure& pFailure);
+
+    os::FileSystem& mFileSystem;
+    const PackageFolders& mFolders;
+    const Roots& mRoots;
+    GenerationReader& mReader;
+    os::Failure mFirst;
+};
 
 } // namespace tarn::vkservice::packages

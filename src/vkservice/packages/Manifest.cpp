@@ -1,5 +1,7 @@
 #include "packages/Manifest.h"
 
+#include "packages/PackageFolders.h"
+
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
@@ -88,8 +90,9 @@ bool packageFrom(const QJsonObject& pFrom, InstalledPackage* pTo, QString* pErro
     const auto tHash = tuf::Hash::fromHex(pFrom.value(QLatin1String("hash")).toString());
     pTo->mFolder = pFrom.value(QLatin1String("folder")).toString();
     pTo->mParent = pFrom.value(QLatin1String("parent")).toString();
-    if (!tHash || pTo->mFolder.isEmpty()) {
-        *pError = QStringLiteral("the package %1 has no hash or no folder").arg(pTo->mInfo.mName);
+    if (!tHash || !PackageFolders::isPlaceOf(pTo->mFolder, pTo->mInfo, *tHash)) {
+        *pError =
+            QStringLiteral("the hash or the folder of the package %1 is not right").arg(pTo->mInfo.mName);
         return false;
     }
     pTo->mHash = *tHash;

@@ -33,7 +33,8 @@ struct Manifest
     const InstalledPackage* find(const QString& pName) const;
 
     QByteArray toBytes() const;
-    // False, with the reason in *pError, for bytes that toBytes did not make.
+    // False, with the reason in *pError, for bytes that toBytes did not make. Each folder then has the form
+    // of PackageFolders::place, with the name, the version and the hash of its package.
     static bool fromBytes(const QByteArray& pBytes, Manifest* pTo, QString* pError);
 };
 

@@ -1,6 +1,12 @@
 #include "packages/PackageFolders.h"
 
 #include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QRegularExpression>
+
+#include <unistd.h>
+
+#include <climits>
 
 namespace tarn::vkservice::packages {
 
@@ -14,7 +20,27 @@ QString versionFolder(const PackageInfo& pInfo, const tuf::Hash& pHash)
                                        QString::fromLatin1(pHash.toHex().left(sHashDigits)));
 }
 
+constexpr QLatin1String sOutOfGeneration("../../");
+
 } // namespace
+
+QString linkToFolder(const QString& pFolder)
+{
+    return QDir::isAbsolutePath(pFolder) ? pFolder : sOutOfGeneration + pFolder;
+}
+
+std::optional<QString> folderOfLink(const QString& pLink)
+{
+    char tBuffer[PATH_MAX];
+    const ssize_t tLength = ::readlink(QFile::encodeName(pLink).constData(), tBuffer, sizeof tBuffer);
+    QString tText = QFile::decodeName(QByteArray(tBuffer, qMax<ssize_t>(tLength, 0)));
+    if (tText.startsWith(sOutOfGeneration)) {
+        tText.remove(0, sOutOfGeneration.size());
+    } else if (!QDir::isAbsolutePath(tText)) {
+        return std::nullopt;
+    }
+    return PackageFolders::place(tText) ? std::optional(tText) : std::nullopt;
+}
 
 PackageFolders::PackageFolders(const QString& pInstallDir, const QString& pDataDir)
     : mInstallDir(QDir::cleanPath(pInstallDir)),
@@ -25,11 +51,6 @@ PackageFolders::PackageFolders(const QString& pInstallDir, const QString& pDataD
 QStringList PackageFolders::roots() const
 {
     return mDataDir == mInstallDir ? QStringList{mInstallDir} : QStringList{mInstallDir, mDataDir};
-}
-
-QString PackageFolders::packagesDir(const QString& pRoot) const
-{
-    return pRoot + QStringLiteral("/packages");
 }
 
 QString PackageFolders::stagingDir(const QString& pRoot) const
@@ -55,6 +76,25 @@ QString PackageFolders::absolute(const QString& pFolder) const
     return QDir::isAbsolutePath(pFolder) ? pFolder : mInstallDir + QLatin1Char('/') + pFolder;
 }
 
+std::optional<PackagePlace> PackageFolders::place(const QString& pFolder)
+{
+    static const QRegularExpression sForm(
+        QStringLiteral("\\A(?:(/[^\\0]*)/)?packages/([a-z0-9][a-z0-9._+-]{0,99})/"
+                       "([0-9]{1,10}(?:\\.[0-9]{1,10}){0,3}-[0-9a-f]{16})\\z"));
+    const QRegularExpressionMatch tMatch = sForm.match(pFolder);
+    const QString tRoot = tMatch.captured(1);
+    if (!tMatch.hasMatch() || (!tRoot.isEmpty() && QDir::cleanPath(tRoot) != tRoot)) {
+        return std::nullopt;
+    }
+    return PackagePlace{tRoot, tMatch.captured(2), tMatch.captured(3)};
+}
+
+bool PackageFolders::isPlaceOf(const QString& pFolder, const PackageInfo& pInfo, const tuf::Hash& pHash)
+{
+    const auto tPlace = place(pFolder);
+    return tPlace && tPlace->mName == pInfo.mName && tPlace->mVersion == versionFolder(pInfo, pHash);
+}
+
 QString PackageFolders::generationsDir() const
 {
     return mInstallDir + QStringLiteral("/generations");
@@ -68,6 +108,16 @@ QString PackageFolders::generationDir(qint64 pNumber) const
 QString PackageFolders::currentLink() const
 {
     return mInstallDir + QStringLiteral("/current");
+}
+
+QString PackageFolders::newLink() const
+{
+    return mInstallDir + QStringLiteral("/.current.new");
+}
+
+QString PackageFolders::intentFile() const
+{
+    return mInstallDir + QStringLiteral("/.intent.json");
 }
 
 } // namespace tarn::vkservice::packages

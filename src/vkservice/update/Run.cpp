@@ -63,8 +63,11 @@ os::Failure Run::updateInstallLog()
 RunResult Run::run()
 {
     mReporter.begin(vkcore::ActivityDownloading, true, 0, true);
-    if (const Trouble tTrouble = mWorkplace.open()) {
+    if (const Trouble tTrouble = mWorkplace.open(packages::NewRoots::Make)) {
         return failed(tTrouble);
+    }
+    for (const QString& tWarning : mWorkplace.warnings()) {
+        warn(tWarning + QLatin1Char('.'));
     }
     warn(mWorkplace.tidyUp());
     const os::Failure tUnlogged = updateInstallLog();
@@ -86,7 +89,7 @@ RunResult Run::run()
     if (!tBest) {
         return allServersFailed();
     }
-    if (!tBest->mPlan.mPackages.isEmpty()) {
+    if (!tBest->mPlan.mPackages.isEmpty() || mWorkplace.needsNewGeneration()) {
         tTrouble = installPackages(&tBest->mPlan);
     }
     return tTrouble ? failed(tTrouble) : finish(tBest.get());
@@ -187,7 +190,7 @@ Trouble Run::installPackages(Plan* pPlan)
             return tTrouble;
         }
     }
-    if (pPlan->failedCount() == pPlan->mPackages.size()) {
+    if (!pPlan->mPackages.isEmpty() && pPlan->failedCount() == pPlan->mPackages.size()) {
         warn(mWorkplace.tidyUp());
         QString tWarning;
         const os::Failure tFailure = mWorkplace.logRun(nextGeneration(*pPlan), &tWarning);
@@ -212,6 +215,10 @@ Trouble Run::waitAndSwitch(const Plan& pPlan)
 
 Trouble Run::prepare(Plan* pPlan)
 {
+    if (const os::Failure tFailure =
+            mWorkplace.generations().announce(newPackages(*pPlan, mWorkplace.folders()))) {
+        return Trouble::from(tFailure);
+    }
     Preparation tPreparation(mFileSystem, mWorkplace.folders(), mReporter, mAbort);
     Trouble tTrouble =
         tPreparation.unpack(pPlan, [this](const Offer& pOffer) { return mDownloads.pathOf(pOffer); });
@@ -268,12 +275,15 @@ void Run::removeObsolete()
 // What a plan depends on besides the offers.
 QByteArray Run::machineState() const
 {
-    const QStringList tParts{mRequest.mAppLanguage,
-                             mRequest.mDataLanguage,
-                             mWorkplace.folders().installDir(),
-                             mWorkplace.folders().root(packages::Kind::Data),
-                             QString::number(mWorkplace.installed().mGeneration),
-                             mWorkplace.installed().mRunId};
+    QStringList tParts{mRequest.mAppLanguage,
+                       mRequest.mDataLanguage,
+                       mWorkplace.folders().installDir(),
+                       mWorkplace.folders().root(packages::Kind::Data),
+                       QString::number(mWorkplace.installed().mGeneration),
+                       mWorkplace.installed().mRunId};
+    for (const packages::InstalledPackage& tPackage : mWorkplace.installed().mPackages) {
+        tParts.append(tPackage.mFolder);
+    }
     return tuf::sha256(tParts.join(QLatin1Char('\n')).toUtf8());
 }
 

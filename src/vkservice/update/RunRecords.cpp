@@ -98,6 +98,19 @@ QList<Record> runRecords(const Plan& pPlan)
     return tRecords;
 }
 
+QList<InstalledPackage> newPackages(const Plan& pPlan, const packages::PackageFolders& pFolders)
+{
+    QList<InstalledPackage> tNew;
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        if (!tPackage.mTrouble) {
+            const PackageInfo& tInfo = tPackage.mOffer.mInfo;
+            const tuf::Hash tHash = tPackage.mOffer.hash();
+            tNew.append({tInfo, tHash, pFolders.folder(tInfo, tHash), pPlan.mParents.value(tInfo.mName)});
+        }
+    }
+    return tNew;
+}
+
 QList<InstalledPackage> packagesAfter(const packages::Manifest& pBefore, const Plan& pPlan,
                                       const packages::PackageFolders& pFolders)
 {
@@ -108,13 +121,9 @@ QList<InstalledPackage> packagesAfter(const packages::Manifest& pBefore, const P
             tKept.mParent = pPlan.mParents.value(tPackage.mInfo.mName);
         }
     }
-    for (const PlannedPackage& tPackage : pPlan.mPackages) {
-        if (!tPackage.mTrouble) {
-            const PackageInfo& tInfo = tPackage.mOffer.mInfo;
-            const tuf::Hash tHash = tPackage.mOffer.hash();
-            tAfter.insert(tInfo.mName,
-                          {tInfo, tHash, pFolders.folder(tInfo, tHash), pPlan.mParents.value(tInfo.mName)});
-        }
+    const QList<InstalledPackage> tNew = newPackages(pPlan, pFolders);
+    for (const InstalledPackage& tPackage : tNew) {
+        tAfter.insert(tPackage.mInfo.mName, tPackage);
     }
     return tAfter.values();
 }

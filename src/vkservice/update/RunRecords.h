@@ -10,6 +10,9 @@ namespace tarn::vkservice::update {
 // package of which only children were updated.
 QList<vkcore::InstallLogStore::Record> runRecords(const Plan& pPlan);
 
+// The plan's packages without trouble, as they will be installed.
+QList<packages::InstalledPackage> newPackages(const Plan& pPlan, const packages::PackageFolders& pFolders);
+
 // What is installed when the plan's packages without trouble are: these, and all others as they were.
 QList<packages::InstalledPackage> packagesAfter(const packages::Manifest& pBefore, const Plan& pPlan,
                                                 const packages::PackageFolders& pFolders);

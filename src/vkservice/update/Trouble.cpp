@@ -33,6 +33,7 @@ ResultCode Trouble::code() const
     case Kind::Damaged:
         return ResultStoreDamaged;
     case Kind::AppsRunning:
+    case Kind::Person:
         return ResultManualIntervention;
     case Kind::Canceled:
         return ResultAborted;
@@ -50,6 +51,8 @@ Trouble Trouble::from(const os::Failure& pFailure)
     case os::Failure::Kind::Io:
     case os::Failure::Kind::Content:
         return {Kind::Failed, pFailure.mText};
+    case os::Failure::Kind::Person:
+        return {Kind::Person, pFailure.mText};
     case os::Failure::Kind::Canceled:
         return canceled();
     }

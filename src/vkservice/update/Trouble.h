@@ -23,6 +23,7 @@ struct Trouble
         Failed,  // an operation of this machine, or a package that can't be installed
         Damaged, // the service's own records
         AppsRunning,
+        Person, // only a person can say how to go on
         Canceled,
     };
 

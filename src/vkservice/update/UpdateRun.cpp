@@ -78,16 +78,19 @@ UpdateRun::~UpdateRun()
 bool UpdateRun::recover(const RunRequest& pRequest, QString* pError)
 {
     Workplace tWorkplace(d->mFileSystem, pRequest);
-    if (const Trouble tTrouble = tWorkplace.open()) {
+    if (const Trouble tTrouble = tWorkplace.open(packages::NewRoots::Leave)) {
         *pError = tTrouble.mText;
         return false;
     }
-    const QString tTidyText = tWorkplace.tidyUp();
+    QStringList tTexts = tWorkplace.warnings();
+    tTexts.append(tWorkplace.tidyUp());
     QString tLogText;
     if (const os::Failure tFailure = tWorkplace.updateInstallLog(&tLogText)) {
         tLogText = tFailure.mText;
     }
-    *pError = tTidyText.isEmpty() ? tLogText : tTidyText;
+    tTexts.append(tLogText);
+    tTexts.removeAll(QString());
+    *pError = tTexts.join(QStringLiteral(". "));
     return pError->isEmpty();
 }
 

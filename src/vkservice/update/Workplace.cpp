@@ -3,23 +3,29 @@
 #include "os/FileTools.h"
 
 #include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+
+#include <algorithm>
 
 namespace tarn::vkservice::update {
 
 namespace {
 
-constexpr mode_t sPublicDir = 0755;
+using packages::PackageFolders;
+using packages::Vouched;
+
 constexpr mode_t sStateDir = 0755; // the install log in it is for everybody
 
 } // namespace
 
 Workplace::Workplace(os::FileSystem& pFileSystem, const RunRequest& pRequest)
     : mFileSystem(pFileSystem), mRequest(pRequest), mFolders(pRequest.mInstallDir, pRequest.mDataDir),
-      mGenerations(pFileSystem, mFolders), mRunLog(pFileSystem, pRequest.mStateDir)
+      mRoots(pFileSystem, QDir::cleanPath(pRequest.mStateDir)), mGenerations(pFileSystem, mFolders, mRoots),
+      mRunLog(pFileSystem, pRequest.mStateDir)
 {
 }
 
-Trouble Workplace::open()
+Trouble Workplace::open(packages::NewRoots pNew)
 {
     if (!QDir::isAbsolutePath(mRequest.mInstallDir) || !QDir::isAbsolutePath(mRequest.mStateDir) ||
         (!mRequest.mDataDir.isEmpty() && !QDir::isAbsolutePath(mRequest.mDataDir))) {
@@ -27,21 +33,128 @@ Trouble Workplace::open()
                 QStringLiteral("The folders for packages, data and state must be set as absolute paths")};
     }
     os::Failure tFailure = os::makePath(mFileSystem, mRequest.mStateDir, sStateDir);
-    const QStringList tRoots = mFolders.roots();
-    for (const QString& tRoot : tRoots) {
-        tFailure = tFailure ? tFailure : os::makePath(mFileSystem, tRoot, sPublicDir);
-    }
-    if (!tFailure) {
-        tFailure = mLock.take(mFileSystem, mFolders.installDir());
-    }
-    if (tFailure) {
-        return Trouble::from(tFailure);
-    }
-    tFailure = mGenerations.readCurrent(&mInstalled);
+    tFailure = tFailure ? tFailure : mRoots.open(pNew);
+    tFailure = tFailure ? tFailure : claimRoots();
     if (tFailure.mKind == os::Failure::Kind::Content) {
         return {Trouble::Kind::Damaged, tFailure.mText};
     }
     return Trouble::from(tFailure);
+}
+
+os::Failure Workplace::claimRoots()
+{
+    if (const os::Failure tFailure = claimInstallDir()) {
+        return tFailure;
+    }
+    QString tDamage;
+    os::Failure tFailure = mGenerations.reader().current(&mInstalled, &tDamage);
+    tFailure = tFailure ? tFailure : mGenerations.reader().kept(&mKept);
+    const QString tDataDir = mFolders.root(packages::Kind::Data);
+    tFailure = tFailure ? tFailure : mRoots.claim(tDataDir, {mRequest.mStateDir, mFolders.installDir()}, [&] {
+        return vouchedData(tDataDir);
+    });
+    if (tFailure) {
+        return tFailure;
+    }
+    mNeedsNewGeneration = !tDamage.isEmpty();
+    if (mNeedsNewGeneration) {
+        mWarnings.append(tDamage);
+    }
+    claimEarlierRoots();
+    forgetMissingPackages();
+    return {};
+}
+
+os::Failure Workplace::claimInstallDir()
+{
+    return mRoots.claimInstallDir(mFolders.installDir(),
+                                  {mRequest.mStateDir, mFolders.root(packages::Kind::Data)},
+                                  [this] { return vouchedInstallDir(); });
+}
+
+// What a version without markers installed is taken over once.
+Vouched Workplace::vouchedInstallDir()
+{
+    packages::Manifest tCurrent;
+    if (!mRoots.isNewInstallation() || mGenerations.reader().current(&tCurrent) ||
+        tCurrent.mGeneration == 0) {
+        return Vouched::Nothing;
+    }
+    const bool tIsThere = tCurrent.mPackages.isEmpty() ||
+                          std::any_of(tCurrent.mPackages.cbegin(), tCurrent.mPackages.cend(),
+                                      [this](const packages::InstalledPackage& pPackage) {
+                                          return QFileInfo(mFolders.absolute(pPackage.mFolder)).isDir();
+                                      });
+    return tIsThere ? Vouched::Present : Vouched::Nothing;
+}
+
+Vouched Workplace::vouchedData(const QString& pRoot) const
+{
+    Vouched tVouched = Vouched::Nothing;
+    for (const QString& tFolder : mKept.mFolders) {
+        if (const auto tPlace = PackageFolders::place(tFolder); tPlace && tPlace->mRoot == pRoot) {
+            tVouched = QFileInfo(tFolder).isDir() || tVouched == Vouched::Present ? Vouched::Present
+                                                                                  : Vouched::Absent;
+        }
+    }
+    return tVouched;
+}
+
+// Data folders that were given up may hold packages that are still in use, or that are to be removed.
+void Workplace::claimEarlierRoots()
+{
+    QSet<QString> tRoots;
+    const QList<qint64> tNumbers = mGenerations.reader().numbers();
+    QStringList tFolders(mKept.mFolders.cbegin(), mKept.mFolders.cend());
+    for (const qint64 tNumber : tNumbers) {
+        tFolders += mGenerations.reader().folders(tNumber);
+    }
+    packages::Manifest tIntent;
+    mGenerations.reader().intent(&tIntent);
+    for (const packages::InstalledPackage& tPackage : std::as_const(tIntent.mPackages)) {
+        tFolders.append(tPackage.mFolder);
+    }
+    for (const QString& tFolder : std::as_const(tFolders)) {
+        const auto tPlace = PackageFolders::place(tFolder);
+        tRoots.insert(tPlace ? mFolders.rootOf(*tPlace) : QString());
+    }
+    for (const QString& tRoot : std::as_const(tRoots)) {
+        const Vouched tVouched = vouchedData(tRoot);
+        if (!mRoots.knows(tRoot) && tVouched != Vouched::Present) {
+            continue;
+        }
+        const os::Failure tFailure = mRoots.claim(tRoot, {}, [tVouched] { return tVouched; });
+        if (tFailure && tVouched != Vouched::Nothing) {
+            mWarnings.append(tFailure.mText);
+        }
+    }
+}
+
+// A package without its folder is not installed, whatever the manifest says. One on a disk that is not there
+// may be.
+void Workplace::forgetMissingPackages()
+{
+    QStringList tMissing;
+    mInstalled.mPackages.removeIf([&](const packages::InstalledPackage& pPackage) {
+        const QString tPath = mFolders.absolute(pPackage.mFolder);
+        const bool tIsMissing = mRoots.fd(mFolders.rootOf(*PackageFolders::place(pPackage.mFolder))) >= 0 &&
+                                !QFileInfo::exists(tPath);
+        if (tIsMissing) {
+            tMissing.append(tPath);
+        }
+        return tIsMissing;
+    });
+    if (!tMissing.isEmpty()) {
+        mWarnings.append(
+            QStringLiteral("These folders of packages are missing, and the packages do not count as "
+                           "installed: %1")
+                .arg(tMissing.join(QLatin1String(", "))));
+    }
+}
+
+QStringList Workplace::writableFolders() const
+{
+    return QStringList{mRequest.mStateDir} + mRoots.paths();
 }
 
 QString Workplace::tidyUp()

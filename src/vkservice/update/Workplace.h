@@ -1,23 +1,30 @@
 #pragma once
 
 #include "packages/Generations.h"
-#include "packages/InstallLock.h"
 #include "packages/Manifest.h"
 #include "packages/PackageFolders.h"
+#include "packages/Roots.h"
 #include "update/RunLog.h"
 #include "update/Trouble.h"
 
 namespace tarn::vkservice::update {
 
-// The folders of this machine that a run works in, locked against a second service for as long as the object
-// lives.
+// The folders of this machine that a run works in, this installation's and locked against a second service
+// for as long as the object lives. Behind open() nothing outside of writableFolders() is written to.
 class Workplace
 {
 public:
     Workplace(os::FileSystem& pFileSystem, const RunRequest& pRequest);
 
-    // Makes and locks the folders, and reads what is installed.
-    Trouble open();
+    // Claims the folders and reads what is installed.
+    Trouble open(packages::NewRoots pNew);
+    // What open() found that people should know of, each a sentence without its full stop.
+    const QStringList& warnings() const { return mWarnings; }
+    // True where the current generation is damaged, and an earlier one counts as installed.
+    bool needsNewGeneration() const { return mNeedsNewGeneration; }
+    // The state folder and all claimed roots, also those of earlier data folders; absolute paths.
+    QStringList writableFolders() const;
+
     // Removes what killed runs left. A failure does no harm to the next run; its text is for people.
     QString tidyUp();
     // Enters the run that made the current generation into the install log, unless it is there already, or
@@ -33,13 +40,23 @@ public:
     void setInstalled(const packages::Manifest& pManifest) { mInstalled = pManifest; }
 
 private:
+    os::Failure claimRoots();
+    os::Failure claimInstallDir();
+    void claimEarlierRoots();
+    packages::Vouched vouchedInstallDir();
+    packages::Vouched vouchedData(const QString& pRoot) const;
+    void forgetMissingPackages();
+
     os::FileSystem& mFileSystem;
     const RunRequest& mRequest;
     packages::PackageFolders mFolders;
+    packages::Roots mRoots;
     packages::Generations mGenerations;
     RunLog mRunLog;
-    packages::InstallLock mLock;
+    packages::GenerationReader::Kept mKept;
     packages::Manifest mInstalled;
+    QStringList mWarnings;
+    bool mNeedsNewGeneration = false;
 };
 
 } // namespace tarn::vkservice::update

@@ -4,7 +4,11 @@
 
 #include "os/FileTools.h"
 #include "packages/Generations.h"
-#include "packages/InstallLock.h"
+#include "packages/Roots.h"
+
+#include <QtCore/QProcess>
+
+#include <unistd.h>
 
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::packages;
@@ -21,7 +25,11 @@ protected:
     void useDataDir(const QString& pDataDir)
     {
         mFolders = std::make_unique<PackageFolders>(mDir.filePath(q("install")), pDataDir);
-        mGenerations = std::make_unique<Generations>(mFileSystem, *mFolders);
+        const QStringList tRoots = mFolders->roots();
+        for (const QString& tRoot : tRoots) {
+            EXPECT_FALSE(mRoots.claim(tRoot, {}, [] { return Vouched::Nothing; }));
+        }
+        mGenerations = std::make_unique<Generations>(mFileSystem, *mFolders, mRoots);
     }
 
     // A staged package with one file that holds its version.
@@ -34,6 +42,7 @@ protected:
         tPackage.mHash = *tarn::tuf::Hash::fromHex(q("%1").arg(pVersion, 64, 16, QLatin1Char('0')));
         tPackage.mFolder = mFolders->folder(tPackage.mInfo, tPackage.mHash);
         const QString tStaging = mFolders->stagingFolder(tPackage.mInfo, tPackage.mHash);
+        EXPECT_FALSE(mGenerations->announce({tPackage}));
         QDir().mkpath(tStaging);
         os::writeFile(os::realFileSystem(), tStaging + q("/file"), QByteArray::number(pVersion), 0644);
         mStaged.append({tStaging, tPackage.mFolder});
@@ -44,7 +53,7 @@ protected:
     {
         Manifest tNext;
         Manifest tCurrent;
-        EXPECT_FALSE(mGenerations->readCurrent(&tCurrent));
+        EXPECT_FALSE(mGenerations->reader().current(&tCurrent));
         tNext.mGeneration = mGenerations->nextNumber(tCurrent);
         tNext.mPrevious = tCurrent.mGeneration;
         tNext.mPackages = pPackages;
@@ -69,6 +78,7 @@ protected:
 
     QTemporaryDir mDir;
     FaultyFileSystem mFileSystem;
+    Roots mRoots{mFileSystem, mDir.path()};
     std::unique_ptr<PackageFolders> mFolders;
     std::unique_ptr<Generations> mGenerations;
     QList<StagedPackage> mStaged;
@@ -160,9 +170,149 @@ TEST_F(GenerationsTest, TouchesNothingWhenTheCurrentManifestIsDamaged)
         SCOPED_TRACE(tBytes);
         os::writeFile(os::realFileSystem(), tManifest, tBytes, 0644);
         Manifest tCurrent;
-        EXPECT_EQ(mGenerations->readCurrent(&tCurrent).mKind, os::Failure::Kind::Content);
+        EXPECT_EQ(mGenerations->reader().current(&tCurrent).mKind, os::Failure::Kind::Content);
         EXPECT_TRUE(mGenerations->removeLeftovers());
         EXPECT_EQ(current("app"), "1");
+    }
+}
+
+// What others put beside it is not touched, and a link in the place of a folder leads nowhere.
+TEST_F(GenerationsTest, LeavesAloneWhatItDidNotMake)
+{
+    useDataDir(mDir.filePath(q("data")));
+    const auto tWrite = [this](const QString& pBelow) {
+        QDir().mkpath(QFileInfo(mDir.filePath(pBelow)).path());
+        os::writeFile(os::realFileSystem(), mDir.filePath(pBelow), "foreign", 0644);
+    };
+    ASSERT_FALSE(install({stage("app", 1), stage("gone", 1), stage("maps", 1, Kind::Data)}));
+    tWrite(q("outside/file"));
+    QStringList tForeign;
+    for (const QString& tFolder :
+         {q("install/packages"), q("install/packages/app"), q("install/packages/gone"), q("install/.staging"),
+          q("install/generations"), q("install/generations/1"), q("install/generations/77"),
+          q("data/packages"), q("data/packages/maps"), q("data/.staging")}) {
+        tForeign += {tFolder + q("/file"), tFolder + q("/folder/file"), tFolder + q("/link/file")};
+        tWrite(tFolder + q("/file"));
+        tWrite(tFolder + q("/folder/file"));
+        QFile::link(mDir.filePath(q("outside")), mDir.filePath(tFolder + q("/link")));
+    }
+    // A package folder that is to go, and on the way to it a link to where one of the same name is.
+    const QString tMoved = mDir.filePath(q("install/packages/gone"));
+    QFile::rename(tMoved, mDir.filePath(q("outside/gone")));
+    QFile::link(mDir.filePath(q("outside/gone")), tMoved);
+    for (int tVersion = 2; tVersion <= 4; ++tVersion) {
+        ASSERT_FALSE(install({stage("app", tVersion), stage("maps", tVersion, Kind::Data)}));
+        mGenerations->removeLeftovers();
+    }
+    for (const QString& tPath : std::as_const(tForeign)) {
+        EXPECT_TRUE(QFile::exists(mDir.filePath(tPath))) << tPath.toStdString();
+    }
+    EXPECT_EQ(list(q("outside/gone")).size(), 4);
+    EXPECT_EQ(list(q("install/packages/app")).filter(q(".0.0.0-")).size(), 2);
+    EXPECT_EQ(list(q("data/packages/maps")).filter(q(".0.0.0-")).size(), 2);
+}
+
+TEST_F(GenerationsTest, PutsOffWhatIsInUse)
+{
+    ASSERT_FALSE(install({stage("app", 1)}));
+    const QString tOld = mFolders->absolute(q("packages/app/")) + list(q("install/packages/app")).value(0);
+    const auto tInUse = [&tOld](const QString& pFolder) { return pFolder == tOld; };
+    for (int tVersion = 2; tVersion <= 4; ++tVersion) {
+        ASSERT_FALSE(install({stage("app", tVersion)}));
+        EXPECT_FALSE(mGenerations->removeLeftovers(nullptr, tInUse));
+        EXPECT_EQ(list(q("install/packages/app")).size(), qMin(tVersion, 3));
+    }
+    EXPECT_FALSE(mGenerations->removeLeftovers());
+    EXPECT_EQ(list(q("install/packages/app")).size(), 2);
+    EXPECT_EQ(list(q("install/generations")), QStringList({q("3"), q("4")}));
+}
+
+// Each of two installations, on a folder as somebody left it.
+TEST(RootsTest, TakeAFolderOrLeaveItAsItIs)
+{
+    QTemporaryDir tDir;
+    QTemporaryDir tStrange;
+    const QString tRoot = tDir.filePath(q("root"));
+    const auto tRun = [](const QString& pScript) {
+        QProcess tShell;
+        tShell.start(q("sh"), {q("-c"), pScript});
+        tShell.waitForFinished();
+        return tShell.readAllStandardOutput();
+    };
+    const struct
+    {
+        const char* mPrepare; // in the folder above root
+        Vouched mVouched;
+        bool mTaken;
+    } tCases[] = {
+        {"true", Vouched::Nothing, true},
+        {"mkdir root", Vouched::Nothing, true},
+        {"mkdir -p root/lost+found", Vouched::Nothing, true},
+        {"mkdir -p root/packages root/.staging; touch root/.lock root/.vk-root.new", Vouched::Nothing, true},
+        {"mkdir -p root/state", Vouched::Nothing, true},
+        {"mkdir -p root/packages/other", Vouched::Nothing, false},
+        {"mkdir root; touch root/file", Vouched::Nothing, false},
+        {"mkdir root; touch root/.hidden", Vouched::Nothing, false},
+        {"mkdir root; ln -s / root/packages", Vouched::Nothing, false},
+        {"mkdir root; touch root/file", Vouched::Present, true},
+        {"mkdir root; touch root/file root/.vk-root", Vouched::Nothing, true},
+        {"mkdir root; touch root/marker; ln -s marker root/.vk-root", Vouched::Present, false},
+        {"mkdir root; mkdir root/.vk-root", Vouched::Present, false},
+        {"mkdir root; ln -s / root/packages; touch root/.vk-root", Vouched::Nothing, false},
+        {"mkdir -m 777 root", Vouched::Nothing, false},
+        {"mkdir -m 777 -p root/packages; chmod 755 root; chmod 777 root/packages", Vouched::Nothing, false},
+        {"mkdir root; chown 1 root", Vouched::Nothing, ::geteuid() != 0},
+        {"mkdir root; touch root/.vk-root; chown 1 root/.vk-root", Vouched::Present, ::geteuid() != 0},
+        {"mkdir root", Vouched::Absent, false},
+        {"true", Vouched::Absent, false},
+        {"mkdir root", Vouched::Nothing, true},
+        // Known to the installation, which was there before.
+        {"cp -a taken/root .", Vouched::Nothing, true},
+        {"cp -a taken/root .; rm root/.vk-root", Vouched::Present, false},
+        {"mkdir root", Vouched::Nothing, false},
+        {"true", Vouched::Nothing, false},
+        {"mkdir root; touch root/.vk-root", Vouched::Nothing, true},
+    };
+    const QString tList = q("find %1 -printf '%p %i %m %U %s %T@\n'").arg(tRoot);
+    bool tIsKnown = false;
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mPrepare);
+        tIsKnown = tIsKnown || q(tCase.mPrepare).startsWith(q("cp"));
+        tRun(q("cd %1; rm -rf root; %2 %3")
+                 .arg(tDir.path(), tIsKnown ? q("") : q("rm -rf state;"), q(tCase.mPrepare)));
+        const QByteArray tBefore = tRun(tList);
+        QDir().mkpath(tDir.filePath(q("state")));
+        const auto tIsMade = [&] { return QFile::exists(tRoot + u'/' + Roots::markerName()); };
+        if (!tIsKnown && tCase.mTaken && tCase.mVouched == Vouched::Nothing && !tIsMade()) {
+            Roots tStart(os::realFileSystem(), tDir.filePath(q("state")));
+            ASSERT_FALSE(tStart.open(NewRoots::Leave));
+            EXPECT_FALSE(tStart.claim(tRoot, {tRoot + q("/state")}, [] { return Vouched::Nothing; }));
+            EXPECT_EQ(tStart.fd(tRoot), -1);
+            EXPECT_FALSE(tIsMade());
+        }
+        Roots tRoots(os::realFileSystem(), tDir.filePath(q("state")));
+        ASSERT_FALSE(tRoots.open(NewRoots::Make));
+        const os::Failure tFailure =
+            tRoots.claim(tRoot, {tRoot + q("/state")}, [&] { return tCase.mVouched; });
+        EXPECT_EQ(!tFailure, tCase.mTaken) << tFailure.mText.toStdString();
+        EXPECT_EQ(tRoots.fd(tRoot) >= 0, tCase.mTaken);
+        if (!tCase.mTaken) {
+            EXPECT_EQ(tFailure.mText.contains(tRoot), true) << tFailure.mText.toStdString();
+            EXPECT_EQ(tRun(tList), tBefore);
+            continue;
+        }
+        Roots tStranger(os::realFileSystem(), tStrange.path());
+        EXPECT_EQ(tStranger.claim(tRoot, {}, [] { return Vouched::Present; }).mKind,
+                  os::Failure::Kind::Person);
+        EXPECT_EQ(tStranger.claimInstallDir(tRoot, {}, [] { return Vouched::Nothing; }).mKind,
+                  os::Failure::Kind::Io)
+            << "it is its own from now on, but locked";
+        Roots tSecond(os::realFileSystem(), tDir.filePath(q("state")));
+        ASSERT_FALSE(tSecond.open(NewRoots::Make));
+        EXPECT_EQ(tSecond.claim(tRoot, {}, [] { return Vouched::Nothing; }).mKind, os::Failure::Kind::Io);
+        EXPECT_FALSE(tRoots.claim(tRoot + q("/../root"), {}, [] { return Vouched::Nothing; }))
+            << "the same folder";
+        tRun(q("cd %1; mkdir -p taken; rm -rf taken/root; cp -a root taken").arg(tDir.path()));
     }
 }
 
@@ -179,7 +329,7 @@ TEST(ManifestTest, KeepsEverything)
         EnhVersion(Version(1, 2, 3, 4), QDateTime(QDate(2024, 1, 2), QTime(3, 4), Qt::UTC));
     tPackage.mInfo.mExecutables = QStringList(q("bin/app"));
     tPackage.mHash = *tarn::tuf::Hash::fromHex(QString(128, u'b'));
-    tPackage.mFolder = q("packages/app/1");
+    tPackage.mFolder = q("packages/app/1.2.3.4-bbbbbbbbbbbbbbbb");
     tManifest.mPackages = {tPackage};
     tarn::vkcore::InstallLogStore::Record tRecord;
     tRecord.mPackage = q("app");
@@ -204,5 +354,22 @@ TEST(ManifestTest, KeepsEverything)
     const QByteArray tHash = tPackage.mHash.toHex();
     for (const QByteArray& tBad : {QByteArray(), QByteArray("../../x"), tHash.toUpper(), tHash + "bb"}) {
         EXPECT_FALSE(Manifest::fromBytes(tManifest.toBytes().replace(tHash, tBad), &tRead, &tError)) << tBad;
+    }
+    const struct
+    {
+        const char* mBefore; // of NAME/VERSION-HASH
+        const char* mAfter;
+        bool mIsSound;
+    } tFolders[] = {
+        {"/srv/my data/packages/", "", true}, {"../packages/", "", false},  {"/srv/../packages/", "", false},
+        {"/srv//packages/", "", false},       {"srv/packages/", "", false}, {"/srv/", "", false},
+        {"packages/../", "", false},          {"packages/", "/..", false},  {"packages/", "0", false},
+        {"packages/other/../", "", false},
+    };
+    const QString tBelow = tPackage.mFolder.mid(9);
+    for (const auto& tCase : tFolders) {
+        tManifest.mPackages.first().mFolder = q(tCase.mBefore) + tBelow + q(tCase.mAfter);
+        EXPECT_EQ(Manifest::fromBytes(tManifest.toBytes(), &tRead, &tError), tCase.mIsSound)
+            << tManifest.mPackages.first().mFolder.toStdString();
     }
 }

@@ -125,13 +125,31 @@ TEST_F(InterruptionTest, CanBeAbortedAnywhere)
     EXPECT_GT(tAborted, 50);
 }
 
-TEST_F(InterruptionTest, SurvivesAKillAnywhere)
+class KillTest : public InterruptionTest, public testing::WithParamInterface<bool>
+{
+protected:
+    // As a version without markers left it, and with a new data folder beside the old one.
+    void forgetRoots(int pCount)
+    {
+        QFile::remove(mMachine.path(q("state/installation.json")));
+        const QStringList tFolders = QDir(mMachine.path(QString())).entryList(QDir::Dirs);
+        for (const QString& tFolder : tFolders) {
+            QFile::remove(mMachine.path(tFolder + q("/.vk-root")));
+        }
+        mMachine.request().mDataDir = mMachine.path(q("data%1").arg(pCount));
+    }
+};
+
+TEST_P(KillTest, LeavesOldOrNewWhereverItComes)
 {
     ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
     for (int tCount = 1;; ++tCount) {
         SCOPED_TRACE(tCount);
         const FileMap tBefore = mMachine.currentFiles();
         publishNext();
+        if (GetParam()) {
+            forgetRoots(tCount);
+        }
         const pid_t tChild = ::fork();
         if (tChild == 0) {
             FaultyFileSystem tFileSystem;
@@ -160,6 +178,10 @@ TEST_F(InterruptionTest, SurvivesAKillAnywhere)
         }
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(All, KillTest, testing::Bool(), [](const testing::TestParamInfo<bool>& pInfo) {
+    return std::string(pInfo.param ? "BeforeMarkers" : "AsUsual");
+});
 
 namespace {
 

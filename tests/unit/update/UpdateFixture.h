@@ -4,7 +4,7 @@
 #include "TestArchive.h"
 #include "TestMachine.h"
 
-#include "packages/InstallLock.h"
+#include "packages/Roots.h"
 
 inline std::string text(const QStringList& pLines)
 {
