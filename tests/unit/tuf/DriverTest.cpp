@@ -140,6 +140,23 @@ TEST_F(DriverTest, DownloadsSeveralTargetsAndNoneTwice)
     EXPECT_EQ(downloaded("one"), "2");
 }
 
+TEST_F(DriverTest, StoresTargetsWithPathsOfAnyLength)
+{
+    const QString tPaths[] = {QString(240, u'a'), QString(241, u'a'), q("folder/").repeated(50) + q("a"),
+                              q("folder/").repeated(50) + q("b")};
+    QList<QByteArray> tNames;
+    for (const QString& tPath : tPaths) {
+        add(tPath, tPath.toUtf8());
+        tNames.append(tPath.toUtf8());
+    }
+    publish();
+    ASSERT_EQ(init(), 0);
+    EXPECT_EQ(download(tNames), 0);
+    EXPECT_EQ(downloads().size(), 4);
+    EXPECT_EQ(downloaded(tNames[0]), tNames[0]);
+    EXPECT_EQ(downloaded("sha256:" + sha256(tNames[3])), tNames[3]);
+}
+
 TEST_F(DriverTest, AWrongTargetIsNotStored)
 {
     add(q("one"), "12345");

@@ -11,6 +11,16 @@ namespace tarn::tuf {
 namespace {
 
 constexpr qint64 sPiece = 1 << 20;
+// File names have 255 bytes, and QSaveFile needs some for the name that it writes under.
+constexpr qsizetype sMaxName = 240;
+
+// No encoded path has a colon, so no two paths share a file.
+QString fileName(const QString& pPath)
+{
+    const QString tName = encodeName(pPath);
+    return tName.size() <= sMaxName ? tName
+                                    : QStringLiteral("sha256:") + QString::fromLatin1(sha256(pPath.toUtf8()));
+}
 
 bool isThere(const QString& pPath, const TargetFile& pTarget)
 {
@@ -35,7 +45,7 @@ QString joinUrl(const QString& pBaseUrl, const QString& pPath)
 Error downloadTarget(HttpClient& pClient, const QString& pBaseUrl, const TargetFile& pTarget,
                      const QString& pFolder)
 {
-    const QString tPath = pFolder + QLatin1Char('/') + encodeName(pTarget.mPath);
+    const QString tPath = pFolder + QLatin1Char('/') + fileName(pTarget.mPath);
     if (isThere(tPath, pTarget)) {
         return Error();
     }
