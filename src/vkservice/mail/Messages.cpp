@@ -80,6 +80,10 @@ MailContent updateOverdue(const QString& pClient, const MachineStatus& pStatus, 
                        "day(s). You get no further mail about this until an update has succeeded.")
             .arg(dateText(pSince))
             .arg(pDays));
+    if (pStatus.mLastSuccess > pSince) {
+        tContent.mParagraphs.append(
+            QStringLiteral("The last success lies in the future of this computer's clock. Check the clock."));
+    }
     tContent.mFacts = {{QStringLiteral("Computer"), singleLine(pClient, sMaxClientName)},
                        {QStringLiteral("Last update"), dateText(pStatus.mLastRun)},
                        {QStringLiteral("Its result"), pStatus.mLastResultText},

@@ -17,6 +17,8 @@ const QString sLastRun = QStringLiteral("lastRun");
 const QString sFailure = QStringLiteral("failure"); // the result that was reported as a failure last
 const QString sOverdueSince =
     QStringLiteral("overdueSince"); // the last success before the overdue time reported
+// When the clock was first seen to be behind the last success; only as long as it is.
+const QString sClockBehindSince = QStringLiteral("clockBehindSince");
 const QString sLastSummary = QStringLiteral("lastSummary");
 const QString sSummaryDigest = QStringLiteral("summaryDigest");
 
@@ -97,14 +99,33 @@ bool Notices::runFinished(const Audience& pAudience, const RunReport& pRun)
     });
 }
 
-QDateTime Notices::waitingSince(const MachineStatus& pStatus)
+// The last success, or since when the first one is waited for.
+QDateTime Notices::lastGood(const MachineStatus& pStatus)
 {
     return pStatus.mLastSuccess.isValid() ? pStatus.mLastSuccess : mMemory.time(sWatchingSince);
 }
 
+// A last success in the future says that the clock ran ahead then or is behind now. How long ago it was is
+// not known any more, so the time is counted from when that was first seen.
+bool Notices::noteClock(const QDateTime& pLastGood, const QDateTime& pNow)
+{
+    const QDateTime tNoted = mMemory.time(sClockBehindSince);
+    if (!pLastGood.isValid() || pLastGood <= pNow) {
+        return !tNoted.isValid() || commit([&] { return mMemory.setTime(sClockBehindSince, {}); });
+    }
+    return (tNoted.isValid() && tNoted <= pNow) ||
+           commit([&] { return mMemory.setTime(sClockBehindSince, pNow); });
+}
+
+QDateTime Notices::waitingSince(const MachineStatus& pStatus, const QDateTime& pNow)
+{
+    const QDateTime tGood = lastGood(pStatus);
+    return tGood.isValid() && tGood > pNow ? mMemory.time(sClockBehindSince) : tGood;
+}
+
 bool Notices::isOverdue(const Audience& pAudience, const MachineStatus& pStatus, const QDateTime& pNow)
 {
-    const QDateTime tSince = waitingSince(pStatus);
+    const QDateTime tSince = waitingSince(pStatus, pNow);
     return tSince.isValid() &&
            tSince.secsTo(pNow) >= secondsOfDays(pAudience.mSettings.updateOverduePeriod());
 }
@@ -112,20 +133,23 @@ bool Notices::isOverdue(const Audience& pAudience, const MachineStatus& pStatus,
 bool Notices::checkOverdue(const Audience& pAudience, const MachineStatus& pStatus, const QDateTime& pNow)
 {
     const vkcore::MonitoringSettings& tSettings = pAudience.mSettings;
+    const QDateTime tGood = lastGood(pStatus);
+    if (!noteClock(tGood, pNow)) {
+        return false;
+    }
     if (!tSettings.eventMailsEnabled() || !tSettings.eventMailOnOverdue() || pAudience.mAddresses.isEmpty() ||
         !isOverdue(pAudience, pStatus, pNow)) {
         return true;
     }
-    const QDateTime tSince = waitingSince(pStatus);
     const QDateTime tReported = mMemory.time(sOverdueSince);
-    if (tReported.isValid() && tReported.toSecsSinceEpoch() == tSince.toSecsSinceEpoch()) {
+    if (tReported.isValid() && tReported.toSecsSinceEpoch() == tGood.toSecsSinceEpoch()) {
         return true;
     }
     return commit([&] {
-        return mOutbox.add(
-                   MailKind::Overdue, pAudience.mAddresses,
-                   updateOverdue(pAudience.mClient, pStatus, tSince, tSettings.updateOverduePeriod())) &&
-               mMemory.setTime(sOverdueSince, tSince);
+        return mOutbox.add(MailKind::Overdue, pAudience.mAddresses,
+                           updateOverdue(pAudience.mClient, pStatus, waitingSince(pStatus, pNow),
+                                         tSettings.updateOverduePeriod())) &&
+               mMemory.setTime(sOverdueSince, tGood);
     });
 }
 

@@ -48,7 +48,9 @@ public:
 private:
     struct Story;
     Story storyOf(const Audience& pAudience, const RunReport& pRun);
-    QDateTime waitingSince(const MachineStatus& pStatus);
+    QDateTime lastGood(const MachineStatus& pStatus);
+    bool noteClock(const QDateTime& pLastGood, const QDateTime& pNow);
+    QDateTime waitingSince(const MachineStatus& pStatus, const QDateTime& pNow);
     bool isOverdue(const Audience& pAudience, const MachineStatus& pStatus, const QDateTime& pNow);
     bool isSummaryDue(const Audience& pAudience, const QDateTime& pNow);
     bool commit(const std::function<bool()>& pBody);

@@ -115,6 +115,31 @@ TEST_F(MachineMailsTest, OverdueOnceForEachTimeWithoutSuccess)
     EXPECT_EQ(sent(), 1);
 }
 
+TEST_F(MachineMailsTest, OverdueAlsoWhenTheClockWasSetBack)
+{
+    for (const bool tNever : {false, true}) {
+        Rig tRig;
+        tRig.address(q("admin@example.org"), true);
+        if (tNever) {
+            tRig.mStatus.mLastSuccess = {};
+        }
+        tRig.start();
+        tRig.passDays(-365);
+        tRig.passDays(6);
+        tRig.restart();
+        tRig.pass(365 * 24 * 60 * 60); // right for a moment
+        tRig.passDays(-365);
+        tRig.passDays(6);
+        EXPECT_EQ(tRig.mPost.takeSubjects(), QStringList());
+        tRig.passDays(1);
+        const QList<Mail> tMails = tRig.mPost.take();
+        ASSERT_EQ(tMails.size(), 1);
+        EXPECT_EQ(tMails.first().mText.contains(q("Check the clock")), !tNever);
+        tRig.passDays(400);
+        EXPECT_EQ(tRig.mPost.takeSubjects(), QStringList()) << "once";
+    }
+}
+
 TEST_F(MachineMailsTest, AMachineThatNeverSucceededIsOverdueToo)
 {
     mRig.mStatus.mLastSuccess = {};
