@@ -72,6 +72,7 @@ QByteArray makeTimestamp(qint64 pVersion, const QDateTime& pExpires, const QJson
 {
     QJsonObject tSigned = signedPart(tuf::sTimestamp, pVersion, pExpires);
     tSigned.insert(QStringLiteral("meta"), metaMap(tuf::sSnapshot, pSnapshotMeta));
+    tSigned.insert(QStringLiteral("signed_at"), QDateTime::currentDateTimeUtc().toString(Qt::ISODate));
     return tuf::signMetadata(tSigned, pKeys);
 }
 

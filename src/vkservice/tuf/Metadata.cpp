@@ -35,15 +35,16 @@ void checkSpecVersion(const QString& pVersion, JsonReader* pReader)
     }
 }
 
-QDateTime readExpires(const QString& pText, JsonReader* pReader)
+QDateTime readDate(const QJsonObject& pFrom, const char* pName, JsonReader* pReader)
 {
     static const QRegularExpression sFormat(
         QStringLiteral("\\A[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z\\z"));
-    const QDateTime tExpires = QDateTime::fromString(pText, Qt::ISODate);
-    if (!sFormat.match(pText).hasMatch() || !tExpires.isValid()) {
-        pReader->fail(QStringLiteral("\"expires\" is no date"));
+    const QString tText = pReader->string(pFrom, pName);
+    const QDateTime tDate = QDateTime::fromString(tText, Qt::ISODate);
+    if (!sFormat.match(tText).hasMatch() || !tDate.isValid()) {
+        pReader->fail(QStringLiteral("\"%1\" is not a date").arg(QLatin1String(pName)));
     }
-    return tExpires;
+    return tDate;
 }
 
 QList<Signature> readSignatures(const QJsonArray& pArray, JsonReader* pReader)
@@ -83,7 +84,7 @@ QJsonObject readSigned(const QByteArray& pFile, const QString& pType, JsonReader
     if (pTo->mVersion == std::numeric_limits<qint64>::max()) {
         pReader->fail(QStringLiteral("no version can follow on its own"));
     }
-    pTo->mExpires = readExpires(pReader->string(tSigned, "expires"), pReader);
+    pTo->mExpires = readDate(tSigned, "expires", pReader);
     if (!pReader->failed() && !canonicalJson(tSigned, &pTo->mMessage)) {
         pReader->fail(QStringLiteral("it has no canonical form"));
     }
@@ -262,6 +263,10 @@ Error parseTimestamp(const QByteArray& pFile, Timestamp* pTo)
     JsonReader tReader;
     const QJsonObject tSigned = readSigned(pFile, sTimestamp, &tReader, pTo);
     pTo->mSnapshot = readMetaFile(tReader.object(tReader.object(tSigned, "meta"), "snapshot.json"), &tReader);
+    if (tSigned.contains(QLatin1String("signed_at"))) {
+        const QDateTime tSignedAt = readDate(tSigned, "signed_at", &tReader);
+        pTo->mSignedAt = tSignedAt < pTo->mExpires ? tSignedAt : QDateTime();
+    }
     return result(tReader, sTimestamp);
 }
 

@@ -65,6 +65,9 @@ struct MetaFile
 struct Timestamp : Signed
 {
     MetaFile mSnapshot;
+    // When it was signed. Invalid where the file doesn't say so, or says a time that is not before its
+    // expiry.
+    QDateTime mSignedAt;
 };
 
 struct Snapshot : Signed

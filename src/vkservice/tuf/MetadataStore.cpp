@@ -30,28 +30,31 @@ MetadataStore::MetadataStore(vkservice::os::FileSystem& pFileSystem, const QStri
 {
 }
 
-QString MetadataStore::pathOf(const QString& pRole) const
+QString MetadataStore::pathOf(const QString& pRole, Copy pCopy) const
 {
-    return QStringLiteral("%1/%2.json").arg(mFolder, encodeName(pRole));
+    return QStringLiteral("%1/%2.%3")
+        .arg(mFolder, encodeName(pRole),
+             pCopy == Copy::Trusted ? QStringLiteral("json") : QStringLiteral("refused"));
 }
 
-Error MetadataStore::load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo)
+Error MetadataStore::load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo, Copy pCopy)
 {
-    Error tError = readWholeFile(mFileSystem, pathOf(pRole), pMaxLength, pTo);
+    Error tError = readWholeFile(mFileSystem, pathOf(pRole, pCopy), pMaxLength, pTo);
     if (tError.mKind == ErrorKind::Untrusted) {
         tError.mKind = ErrorKind::NotFound;
     }
     return tError;
 }
 
-Error MetadataStore::save(const QString& pRole, const QByteArray& pFile)
+Error MetadataStore::save(const QString& pRole, const QByteArray& pFile, Copy pCopy)
 {
-    return writeFileAtomically(mFileSystem, pathOf(pRole), pFile, sFileMode);
+    return writeFileAtomically(mFileSystem, pathOf(pRole, pCopy), pFile, sFileMode);
 }
 
 Error MetadataStore::remove(const QString& pRole)
 {
-    return removeFile(pathOf(pRole));
+    const Error tError = removeFile(pathOf(pRole, Copy::Refused));
+    return tError ? tError : removeFile(pathOf(pRole, Copy::Trusted));
 }
 
 Error MetadataStore::removeFile(const QString& pPath)
@@ -68,8 +71,8 @@ Error MetadataStore::clear()
         (mFileSystem.makeDir(QFile::encodeName(mFolder), sFolderMode) != 0 && errno != EEXIST)) {
         return localError(QStringLiteral("The folder %1 can't be made: %2"), mFolder);
     }
-    const QStringList tNames =
-        QDir(mFolder).entryList({QStringLiteral("*.json")}, QDir::Files | QDir::Hidden);
+    const QStringList tNames = QDir(mFolder).entryList(
+        {QStringLiteral("*.json"), QStringLiteral("*.refused")}, QDir::Files | QDir::Hidden);
     for (const QString& tName : tNames) {
         if (const Error tError = removeFile(mFolder + QLatin1Char('/') + tName)) {
             return tError;

@@ -4,6 +4,8 @@
 #include "tuf/Hashes.h"
 #include "tuf/Threshold.h"
 
+#include <algorithm>
+
 namespace tarn::tuf {
 
 namespace {
@@ -41,12 +43,13 @@ Error checkNotOlder(const QString& pRole, qint64 pVersion, qint64 pTrusted)
 {
     return pVersion >= pTrusted
                ? Error()
-               : untrusted(
-                     QStringLiteral("The server offers version %2 of the %1 metadata, older than the trusted "
-                                    "version %3")
-                         .arg(pRole)
-                         .arg(pVersion)
-                         .arg(pTrusted));
+               : Error{ErrorKind::OutOfDate,
+                       QStringLiteral(
+                           "It is out of date: it offers version %2 of the %1 metadata, and this machine "
+                           "has seen version %3 already")
+                           .arg(pRole)
+                           .arg(pVersion)
+                           .arg(pTrusted)};
 }
 
 bool removesKey(const Root& pOld, const Root& pNew, const QString& pRole)
@@ -84,13 +87,31 @@ const Targets* TrustedSet::targets(const QString& pRole) const
 
 Error TrustedSet::checkExpiry(const QString& pRole, const Signed& pSigned) const
 {
-    if (pSigned.mExpires > mNow) {
+    const QDateTime tProven = provenTime();
+    const bool tIsGoodByTheClock = pSigned.mExpires > mNow;
+    if (tIsGoodByTheClock && (!tProven.isValid() || pSigned.mExpires > tProven)) {
         return Error();
     }
-    return Error{ErrorKind::Expired, QStringLiteral("The %1 metadata, version %2, expired on %3")
-                                         .arg(pRole)
-                                         .arg(pSigned.mVersion)
-                                         .arg(pSigned.mExpires.toString(Qt::ISODate))};
+    QString tText = QStringLiteral("The %1 metadata, version %2, expired on %3")
+                        .arg(pRole)
+                        .arg(pSigned.mVersion)
+                        .arg(pSigned.mExpires.toString(Qt::ISODate));
+    if (tIsGoodByTheClock) {
+        tText += QStringLiteral(
+                     ". The clock of this machine seems to be wrong: it shows %1, and earlier updates have "
+                     "shown that it must be %2 or later")
+                     .arg(mNow.toString(Qt::ISODate), tProven.toString(Qt::ISODate));
+    }
+    return Error{ErrorKind::Expired, tText};
+}
+
+QDateTime TrustedSet::provenTime() const
+{
+    const QDateTime tSignedAt = mTimestamp ? mTimestamp->mSignedAt : QDateTime();
+    if (!tSignedAt.isValid() || !mRefusedUntil.isValid()) {
+        return tSignedAt.isValid() ? tSignedAt : mRefusedUntil;
+    }
+    return std::max(tSignedAt, mRefusedUntil);
 }
 
 Error TrustedSet::verifyByRoot(const QString& pRole, const Signed& pSigned) const
@@ -172,6 +193,14 @@ Error TrustedSet::addTimestamp(const QByteArray& pFile, bool* pSame)
         mTimestamp = tNew;
     }
     return checkTimestampExpiry();
+}
+
+void TrustedSet::addRefusedTimestamp(const QByteArray& pFile)
+{
+    Timestamp tRefused;
+    if (!parseTimestamp(pFile, &tRefused) && !verifyByRoot(sTimestamp, tRefused)) {
+        mRefusedUntil = tRefused.mExpires;
+    }
 }
 
 Error TrustedSet::checkTimestampExpiry() const

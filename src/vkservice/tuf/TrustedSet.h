@@ -17,10 +17,14 @@ namespace tarn::tuf {
 // Timestamp and snapshot may go in twice: first the copy that this machine kept, which may be out of date and
 // still says what must not be rolled back, then the server's. Only what was taken without an error may be
 // stored.
+//
+// Expiry is measured against the clock, or against a later time that signed files prove: the trusted
+// timestamp says when it was signed, and one that was refused because it had expired says until when it was
+// good. So a clock that is set back brings nothing back to life.
 class TrustedSet
 {
 public:
-    // pNow: the one moment that expiry is measured against.
+    // pNow: what the clock says.
     explicit TrustedSet(const QDateTime& pNow);
 
     Error setRoot(const QByteArray& pFile);
@@ -31,6 +35,10 @@ public:
 
     // *pSame: it has the version of the trusted one, which stays.
     Error addTimestamp(const QByteArray& pFile, bool* pSame);
+    // A timestamp that an earlier run refused as expired. One that isn't valid is passed over.
+    void addRefusedTimestamp(const QByteArray& pFile);
+    // What the signed files prove to have passed; invalid: nothing.
+    QDateTime provenTime() const;
     Error addLocalSnapshot(const QByteArray& pFile);
     Error addSnapshot(const QByteArray& pFile);
     // The top-level targets, or a delegated role by the word of pDelegator, which is already here. A role
@@ -53,6 +61,7 @@ private:
     Error verifyByDelegator(const QString& pRole, const QString& pDelegator, const Signed& pSigned) const;
 
     QDateTime mNow;
+    QDateTime mRefusedUntil;
     std::optional<Root> mRoot;
     std::optional<Timestamp> mTimestamp;
     std::optional<Snapshot> mSnapshot;

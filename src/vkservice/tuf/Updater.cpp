@@ -22,6 +22,8 @@ public:
 
     Error refresh();
     Error loadRoot();
+    Error loadTimestamp();
+    bool serverLacksRoot();
     Error updateRoot();
     Error takeRoot(const QByteArray& pFile);
     Error updateTimestamp();
@@ -39,6 +41,8 @@ public:
     MetadataStore mStore;
     Fetcher& mFetcher;
     QDateTime mNow;
+    QByteArray mStoredTimestamp;
+    QByteArray mRefusedTimestamp;
     Limits mLimits;
     TrustedSet mTrusted;
     bool mRefreshed = false;
@@ -79,6 +83,9 @@ Error Updater::Private::refresh()
     }
     if (!tError) {
         tError = updateTimestamp();
+    }
+    if (!tError) {
+        tError = mTrusted.checkRootExpiry(); // the timestamp may know better than the clock
     }
     if (!tError) {
         tError = updateSnapshot();
@@ -138,20 +145,56 @@ Error Updater::Private::takeRoot(const QByteArray& pFile)
     return tError ? tError : mStore.save(sRoot, pFile);
 }
 
+// What this machine has stored; files that aren't valid count as none.
+Error Updater::Private::loadTimestamp()
+{
+    bool tSame = false;
+    Error tError = mStore.load(sTimestamp, mLimits.mTimestampLength, &mStoredTimestamp);
+    if (!tError) {
+        mTrusted.addTimestamp(mStoredTimestamp, &tSame);
+    }
+    if (tError.mKind != ErrorKind::Local) {
+        tError = mStore.load(sTimestamp, mLimits.mTimestampLength, &mRefusedTimestamp,
+                             MetadataStore::Copy::Refused);
+        mTrusted.addRefusedTimestamp(mRefusedTimestamp);
+    }
+    return tError.mKind == ErrorKind::Local ? tError : Error();
+}
+
+// A server that was left behind has neither the newest root nor what is signed by its keys.
+bool Updater::Private::serverLacksRoot()
+{
+    QByteArray tFile;
+    const qint64 tVersion = mTrusted.root()->mVersion;
+    return tVersion > 1 &&
+           fetch(QStringLiteral("%1.root.json").arg(tVersion), mLimits.mRootLength, &tFile).mKind ==
+               ErrorKind::NotFound;
+}
+
 Error Updater::Private::updateTimestamp()
 {
     QByteArray tFile;
     bool tSame = false;
-    Error tError = mStore.load(sTimestamp, mLimits.mTimestampLength, &tFile);
-    if (tError.mKind == ErrorKind::Local) {
+    Error tError = loadTimestamp();
+    if (tError) {
         return tError;
-    }
-    if (!tError) {
-        mTrusted.addTimestamp(tFile, &tSame); // one that isn't valid counts as none
     }
     tError = fetch(QStringLiteral("timestamp.json"), mLimits.mTimestampLength, &tFile);
     if (!tError) {
         tError = mTrusted.addTimestamp(tFile, &tSame);
+        if (tError.mKind == ErrorKind::Untrusted && serverLacksRoot()) {
+            return Error{
+                ErrorKind::OutOfDate,
+                QStringLiteral("It is out of date: it does not have version %1 of the root metadata, which "
+                               "this machine has seen already")
+                    .arg(mTrusted.root()->mVersion)};
+        }
+    }
+    // Of two with the same version the stored one is the one that counts.
+    const QByteArray& tCounts = tSame ? mStoredTimestamp : tFile;
+    if (tError.mKind == ErrorKind::Expired && tCounts != mRefusedTimestamp) {
+        // Where this fails, the next run refuses and stores it.
+        mStore.save(sTimestamp, tCounts, MetadataStore::Copy::Refused);
     }
     mUnchanged = tSame;
     return tError || tSame ? tError : mStore.save(sTimestamp, tFile);
@@ -322,6 +365,22 @@ Error Updater::refresh()
 bool Updater::unchanged() const
 {
     return d->mRefreshed && d->mUnchanged;
+}
+
+qint64 Updater::snapshotVersion() const
+{
+    return d->mRefreshed ? d->mTrusted.snapshot()->mVersion : 0;
+}
+
+QDateTime Updater::provenTime(vkservice::os::FileSystem& pFileSystem, const QString& pMetadataDir)
+{
+    class NoFetcher : public Fetcher
+    {
+        Error fetch(const QString&, qint64, QByteArray*) override { return {ErrorKind::Unreachable, {}}; }
+    };
+    NoFetcher tFetcher;
+    Private tStored(pFileSystem, pMetadataDir, tFetcher, QDateTime(), Limits());
+    return tStored.loadRoot() || tStored.loadTimestamp() ? QDateTime() : tStored.mTrusted.provenTime();
 }
 
 Error Updater::findTarget(const QString& pPath, std::optional<TargetFile>* pTo)

@@ -46,7 +46,8 @@ struct Limits
 class Updater
 {
 public:
-    // pMetadataDir must hold a trusted root.json. pNow is the one moment that expiry is measured against.
+    // pMetadataDir must hold a trusted root.json. pNow is what the clock says; expiry is measured
+    // against it, or against a later time that stored files prove.
     Updater(vkservice::os::FileSystem& pFileSystem, const QString& pMetadataDir, Fetcher& pFetcher,
             const QDateTime& pNow, const Limits& pLimits = Limits());
     ~Updater();
@@ -60,6 +61,11 @@ public:
     Error refresh();
     // True after a refresh() that found the timestamp of the last one: nothing can be new.
     bool unchanged() const;
+
+    // Of the state that refresh() has found; 0 before. Two servers with the same one offer the same.
+    qint64 snapshotVersion() const;
+    // The time that the stored files of a metadata folder prove to have passed; invalid: none.
+    static QDateTime provenTime(vkservice::os::FileSystem& pFileSystem, const QString& pMetadataDir);
 
     // Searches the target roles, fetching delegated ones as they come up. No value and no error: not offered.
     Error findTarget(const QString& pPath, std::optional<TargetFile>* pTo);

@@ -25,7 +25,9 @@ QString successText(int pInstalled)
 
 QString troubleText(const Trouble& pTrouble)
 {
-    const QString tText = resultText(pTrouble.code());
+    const QString tText = pTrouble.mKind == Trouble::Kind::OutOfDate
+                              ? QStringLiteral("Every update server that answered is out of date.")
+                              : resultText(pTrouble.code());
     if (pTrouble.mText.isEmpty() || pTrouble.mKind == Trouble::Kind::Canceled) {
         return tText;
     }

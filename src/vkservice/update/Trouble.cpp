@@ -5,12 +5,12 @@ namespace tarn::vkservice::update {
 bool Trouble::isServersFault() const
 {
     return mKind == Kind::Unreachable || mKind == Kind::NotFound || mKind == Kind::Untrusted ||
-           mKind == Kind::Expired;
+           mKind == Kind::OutOfDate || mKind == Kind::Expired;
 }
 
 bool Trouble::mayAskAnotherServer() const
 {
-    return isServersFault() || mKind == Kind::NoServer || mKind == Kind::Damaged;
+    return isServersFault() || mKind == Kind::NoServer;
 }
 
 ResultCode Trouble::code() const
@@ -21,6 +21,7 @@ ResultCode Trouble::code() const
     case Kind::Unreachable:
         return ResultUnreachable;
     case Kind::Untrusted:
+    case Kind::OutOfDate:
     case Kind::Expired:
         return ResultVerificationFailed;
     case Kind::NoServer:
@@ -70,6 +71,8 @@ Trouble Trouble::from(const tuf::Error& pError)
         return {Kind::NotFound, pError.mText};
     case tuf::ErrorKind::Untrusted:
         return {Kind::Untrusted, pError.mText};
+    case tuf::ErrorKind::OutOfDate:
+        return {Kind::OutOfDate, pError.mText};
     case tuf::ErrorKind::Expired:
         return {Kind::Expired, pError.mText};
     case tuf::ErrorKind::Local:

@@ -17,6 +17,7 @@ struct Trouble
         Unreachable, // no answer from the server
         NotFound,    // the server has no such file
         Untrusted,   // the server gave something else than what was signed
+        OutOfDate,   // the server is behind what this machine has seen already
         Expired,     // what was signed is too old
         NoServer,    // nobody to ask
         NoSpace,
@@ -33,7 +34,7 @@ struct Trouble
     explicit operator bool() const { return mKind != Kind::None; }
     // True for what the server is to blame for.
     bool isServersFault() const;
-    // True where another server may do better; what this machine knows of a server belongs to that one, too.
+    // True where another server may do better.
     bool mayAskAnotherServer() const;
     ResultCode code() const;
 

@@ -169,9 +169,9 @@ const Attack sAttacks[] = {
          pRepository.serve(sTimestampRole, pRepository.sign(sTimestampRole, pRepository.snapshotJson()));
      },
      ErrorKind::Untrusted, sUpToTimestamp},
-    {"RolledBackTimestamp", rolledBack(sTimestampRole, 0), ErrorKind::Untrusted, sUpToTimestamp},
-    {"RolledBackSnapshot", rolledBack(sSnapshotRole, 0), ErrorKind::Untrusted, sUpToTimestamp},
-    {"RolledBackTargets", rolledBack(sTargetsRole, 1), ErrorKind::Untrusted, sUpToSnapshot, 1, 3},
+    {"RolledBackTimestamp", rolledBack(sTimestampRole, 0), ErrorKind::OutOfDate, sUpToTimestamp},
+    {"RolledBackSnapshot", rolledBack(sSnapshotRole, 0), ErrorKind::OutOfDate, sUpToTimestamp},
+    {"RolledBackTargets", rolledBack(sTargetsRole, 1), ErrorKind::OutOfDate, sUpToSnapshot, 1, 3},
     {"ARoleThatDisappears",
      [](TestRepository& pRepository, QDateTime&) {
          pRepository.mRoles.remove(q("extra"));

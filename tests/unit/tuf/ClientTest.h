@@ -9,8 +9,8 @@
 namespace tarn::tuf {
 inline void PrintTo(ErrorKind pKind, std::ostream* pStream)
 {
-    static const char* const sNames[] = {"None",    "Unreachable", "NotFound", "Untrusted",
-                                         "Expired", "Local",       "Canceled"};
+    static const char* const sNames[] = {"None",      "Unreachable", "NotFound", "Untrusted",
+                                         "OutOfDate", "Expired",     "Local",    "Canceled"};
     *pStream << sNames[static_cast<int>(pKind)];
 }
 } // namespace tarn::tuf
@@ -56,7 +56,8 @@ protected:
     std::string stored() const
     {
         QStringList tRoles;
-        for (const QString& tName : QDir(mDir).entryList(QDir::Files | QDir::Hidden, QDir::Name)) {
+        for (const QString& tName :
+             QDir(mDir).entryList({q("*.json")}, QDir::Files | QDir::Hidden, QDir::Name)) {
             const QJsonObject tSigned = QJsonDocument::fromJson(read(tName)).object()[q("signed")].toObject();
             tRoles.append(
                 q("%1 %2").arg(QString(tName).remove(q(".json"))).arg(tSigned[q("version")].toInt()));

@@ -123,6 +123,9 @@ QJsonObject TestRepository::timestampJson() const
 {
     QJsonObject tSigned = signedPart(sTimestampRole);
     tSigned.insert(q("meta"), QJsonObject{{q("snapshot.json"), metaOf(sSnapshotRole)}});
+    if (mSignedAt.isValid()) {
+        tSigned.insert(q("signed_at"), mSignedAt.toString(Qt::ISODate));
+    }
     return tSigned;
 }
 

@@ -63,6 +63,7 @@ public:
     QMap<QString, Role> mRoles;
     bool mConsistentSnapshot = true;
     bool mHashesInMeta = true;
+    QDateTime mSignedAt; // of the timestamp; invalid: it doesn't say
     QMap<QString, QByteArray> mFiles;  // what is served: path -> content
     QStringList mRequests;             // paths, in order
     QMap<QString, qint64> mMaxLengths; // path -> what the client said it would take at most

@@ -66,7 +66,7 @@ TEST_F(UpdaterTest, ExpiredLocalFilesLeadToNewOnes)
     mRepository.mRoles[sTimestampRole] = {
         mRepository.mRoles[sTimestampRole].mKeys, 1, 0, mNow.addDays(1), {}, {}};
     mRepository.publishTimestamp();
-    EXPECT_EQ(refresh().mKind, ErrorKind::Untrusted);
+    EXPECT_EQ(refresh().mKind, ErrorKind::OutOfDate);
     EXPECT_EQ(stored(), "root 1, snapshot 2, targets 2, timestamp 2");
 }
 
@@ -85,6 +85,76 @@ TEST_F(UpdaterTest, DamagedLocalFilesCountAsAbsent)
     write(sRootRole + q(".json"), "{}");
     EXPECT_EQ(refresh().mKind, ErrorKind::Local);
     EXPECT_EQ(requests(), "");
+}
+
+// What a machine has refused as expired stays so when its clock goes back, until there is a newer one.
+TEST_F(UpdaterTest, AClockThatIsSetBackBringsNothingBackToLife)
+{
+    ASSERT_FALSE(refresh());
+    const QDateTime tBegin = mNow;
+    for (const bool tNewer : {false, true}) { // than the timestamp that is trusted
+        if (tNewer) {
+            mRepository.mRoles[sTimestampRole].mExpires = tBegin.addDays(60);
+            mRepository.publishTimestamp();
+        }
+        mNow = mRepository.mRoles[sTimestampRole].mExpires.addDays(1);
+        mRepository.mRoles[sRootRole].mExpires = mNow.addDays(900);
+        mRepository.publishRoot();
+        EXPECT_EQ(refresh().mKind, ErrorKind::Expired);
+        mNow = tBegin;
+        const Error tError = refresh();
+        EXPECT_EQ(tError.mKind, ErrorKind::Expired);
+        EXPECT_TRUE(tError.mText.contains(q("clock"))) << tError.mText;
+        EXPECT_EQ(Updater::provenTime(tarn::vkservice::os::realFileSystem(), mDir),
+                  mRepository.mRoles[sTimestampRole].mExpires);
+    }
+    mRepository.mRoles[sTimestampRole].mKeys = {TestRepository::newKey()};
+    mRepository.publishRoot();
+    mRepository.publishTimestamp();
+    EXPECT_GOOD(refresh()); // the old keys prove nothing any more
+}
+
+TEST_F(UpdaterTest, TheTimeOfSigningIsTheLeastThatTheClockCanBe)
+{
+    const struct
+    {
+        const char* mName;
+        int mSignedAt; // days from now, as are the others
+        int mTimestampExpires;
+        int mTargetsExpires;
+        int mRootExpires;
+        ErrorKind mExpected;
+    } sCases[] = {
+        {"all is younger", 10, 20, 15, 99, ErrorKind::None},
+        {"targets had expired when the timestamp was signed", 10, 20, 5, 99, ErrorKind::Expired},
+        {"so had the root", 10, 20, 15, 5, ErrorKind::Expired},
+        {"signed after its own expiry, which counts for nothing", 30, 20, 5, 99, ErrorKind::None},
+    };
+    for (const auto& tCase : sCases) {
+        SCOPED_TRACE(tCase.mName);
+        initialize();
+        mRepository = TestRepository();
+        initialize();
+        mRepository.mSignedAt = mNow.addDays(tCase.mSignedAt);
+        mRepository.mRoles[sTimestampRole].mExpires = mNow.addDays(tCase.mTimestampExpires);
+        mRepository.mRoles[sTargetsRole].mExpires = mNow.addDays(tCase.mTargetsExpires);
+        mRepository.mRoles[sRootRole].mExpires = mNow.addDays(tCase.mRootExpires);
+        mRepository.publishRoot();
+        mRepository.publish();
+        EXPECT_EQ(refresh().mKind, tCase.mExpected);
+    }
+}
+
+TEST_F(UpdaterTest, AServerWithoutTheNewestRootIsOutOfDate)
+{
+    const QMap<QString, QByteArray> tOld = mRepository.mFiles;
+    mRepository.mRoles[sTimestampRole].mKeys = {TestRepository::newKey()};
+    mRepository.publishRoot();
+    mRepository.publish();
+    ASSERT_FALSE(refresh());
+    mRepository.mFiles = tOld;
+    EXPECT_EQ(refresh().mKind, ErrorKind::OutOfDate);
+    EXPECT_EQ(stored(), "root 2, snapshot 2, targets 2, timestamp 2");
 }
 
 TEST_F(UpdaterTest, FollowsRootsOneByOne)
