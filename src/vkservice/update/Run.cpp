@@ -20,20 +20,6 @@ namespace {
 // Room for metadata and notes; what the packages take is known only when these are read.
 constexpr qint64 sStateBytes = 4 * 1024 * 1024;
 
-// A package that one server promised and could not give still counts as failed where the next one has an
-// older version of it only, or none. That older one is no worse for it.
-void carryOverFailed(const Plan& pFrom, Plan* pTo)
-{
-    for (const PlannedPackage& tPackage : pFrom.mPackages) {
-        const auto tOffered = pTo->mChosen.constFind(tPackage.name());
-        const bool tIsThere =
-            tOffered != pTo->mChosen.constEnd() && tOffered->mVersion >= tPackage.mOffer.mInfo.mVersion;
-        if (tPackage.mTrouble && !tIsThere) {
-            pTo->mPackages.append(tPackage);
-        }
-    }
-}
-
 } // namespace
 
 Run::Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
@@ -113,8 +99,9 @@ Trouble Run::findPackages(std::unique_ptr<Attempt>* pBest)
             continue;
         }
         const Trouble tServersFault = serversFault(tAttempt->mPlan);
-        if (*pBest) {
-            carryOverFailed((*pBest)->mPlan, &tAttempt->mPlan);
+        // What an earlier server had is out of date by now.
+        if (*pBest && (*pBest)->mSession->snapshotVersion() != tAttempt->mSession->snapshotVersion()) {
+            pBest->reset();
         }
         if (!*pBest || tAttempt->mPlan.failedCount() < (*pBest)->mPlan.failedCount()) {
             *pBest = std::move(tAttempt);
@@ -299,12 +286,14 @@ RunResult Run::allServersFailed() const
     }
     // From what says least to what people should know of first.
     static const QList<ResultCode> sWeights{ResultNoServer, ResultUnreachable, ResultInstallFailed,
-                                            ResultStoreDamaged, ResultVerificationFailed};
+                                            ResultVerificationFailed};
     Trouble tWorst{Trouble::Kind::NoServer, QString()};
     QStringList tTexts;
     for (const ServerTrouble& tServer : mServerTroubles) {
         tTexts.append(QStringLiteral("%1: %2").arg(tServer.mServer, tServer.mTrouble.mText));
-        if (sWeights.indexOf(tServer.mTrouble.code()) > sWeights.indexOf(tWorst.code())) {
+        const bool tIsAsBad = tServer.mTrouble.code() == tWorst.code();
+        if (sWeights.indexOf(tServer.mTrouble.code()) > sWeights.indexOf(tWorst.code()) ||
+            (tIsAsBad && tWorst.mKind == Trouble::Kind::OutOfDate)) {
             tWorst = tServer.mTrouble;
         }
     }

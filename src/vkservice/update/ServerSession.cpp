@@ -90,7 +90,7 @@ ServerSession::ServerSession(const RunRequest& pRequest, const ServerAccess& pSe
                              const QByteArray& pState, os::FileSystem& pFileSystem,
                              const os::AbortFlag& pAbort)
     : mRequest(pRequest), mServer(pServer), mState(pState), mFileSystem(pFileSystem), mAbort(pAbort),
-      mLabel(serverLabel(pServer)), mTrust(pFileSystem, pRequest.mStateDir, pServer.mUri)
+      mLabel(serverLabel(pServer)), mTrust(pFileSystem, pRequest.mStateDir)
 {
 }
 
@@ -103,15 +103,16 @@ Trouble ServerSession::open(QStringList* pWarnings)
     if (!mSource) {
         return {Trouble::Kind::NoServer, tReason};
     }
-    if (const Trouble tTrouble = mTrust.prepare(mRequest.mRootFile)) {
+    if (const Trouble tTrouble = mTrust.prepare(mRequest.mRootFile, mServer.mUri)) {
         return tTrouble;
     }
+    mNote.emplace(mFileSystem, mTrust, mServer.mUri);
     MetadataFetcher tFetcher(*mSource, mAbort);
-    if (mTrust.isComplete(mState)) {
-        if (const Trouble tTrouble = tFetcher.askTimestamp(mTrust.timestampValidators())) {
+    if (mNote->isComplete(mState)) {
+        if (const Trouble tTrouble = tFetcher.askTimestamp(mNote->timestampValidators())) {
             return tTrouble;
         }
-        mNothingNew = tFetcher.notModified() || mTrust.isTimestamp(tFetcher.timestamp());
+        mNothingNew = tFetcher.notModified() || mNote->isTimestamp(tFetcher.timestamp());
         if (mNothingNew) {
             return {};
         }
@@ -132,14 +133,15 @@ Trouble ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings
     }
     if (tError.mKind == tuf::ErrorKind::Local) {
         const QString tText =
-            QStringLiteral("%1. If it stays so, remove the folder %2: the next update starts anew "
-                           "from the root file");
+            QStringLiteral("%1. If it stays so, remove the folder %2: the next update starts "
+                           "again from the root file");
         return {Trouble::Kind::Damaged, tText.arg(tError.mText, mTrust.path())};
     }
     if (tError) {
         return Trouble::from(tError);
     }
     mOffers = usableOffers(tTargets, pWarnings);
+    mSnapshotVersion = tUpdater.snapshotVersion();
     mTimestamp = pFetcher.timestamp();
     mTimestampValidators = pFetcher.validators();
     return {};
@@ -148,7 +150,7 @@ Trouble ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings
 void ServerSession::markComplete(const QByteArray& pState)
 {
     if (!mNothingNew) {
-        mTrust.noteComplete(pState, mTimestamp, mTimestampValidators);
+        mNote->setComplete(pState, mTimestamp, mTimestampValidators);
     }
 }
 

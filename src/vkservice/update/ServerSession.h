@@ -1,12 +1,14 @@
 #pragma once
 
-#include "update/Plan.h"
+#include "update/Offers.h"
+#include "update/ServerNote.h"
 #include "update/Source.h"
 #include "update/TrustFolder.h"
 
 #include <QtCore/QList>
 
 #include <memory>
+#include <optional>
 
 namespace tarn::vkservice::update {
 
@@ -20,11 +22,13 @@ public:
                   os::FileSystem& pFileSystem, const os::AbortFlag& pAbort);
     ~ServerSession();
 
-    // Asks the server. Names of files that are no usable packages go to *pWarnings.
+    // Asks the server. What is not a usable package goes to *pWarnings.
     Trouble open(QStringList* pWarnings);
     // True after open() if the last complete run saw this very state: the server was asked for one small
     // file.
     bool nothingNew() const { return mNothingNew; }
+    // Of the state that it offers, 0 where nothing is new. Servers that open() has taken never go back in it.
+    qint64 snapshotVersion() const { return mSnapshotVersion; }
     const QList<Offer>& offers() const { return mOffers; }
 
     const QString& label() const { return mLabel; }
@@ -44,9 +48,11 @@ private:
     const os::AbortFlag& mAbort;
     QString mLabel;
     TrustFolder mTrust;
+    std::optional<ServerNote> mNote;
     std::unique_ptr<Source> mSource;
     QByteArray mTimestamp;
     Validators mTimestampValidators;
+    qint64 mSnapshotVersion = 0;
     QList<Offer> mOffers;
     bool mNothingNew = false;
 };

@@ -1,15 +1,16 @@
 #include "update/TrustFolder.h"
 
 #include "os/FileTools.h"
+#include "tuf/AtomicFile.h"
 #include "tuf/Hashes.h"
+#include "update/TrustAdoption.h"
 
 #include <QtCore/QDir>
-#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
-#include <cerrno>
+#include <algorithm>
 
 namespace tarn::vkservice::update {
 
@@ -19,135 +20,126 @@ constexpr mode_t sPrivateDir = 0700;
 constexpr mode_t sPrivateFile = 0600;
 constexpr qint64 sMaxRootSize = 512 * 1024;
 constexpr qint64 sMaxMetadataSize = 16 * 1024 * 1024;
-constexpr int sFolderNameLength = 32;
+constexpr qsizetype sNoteNameLength = 32;
+
+Trouble noRootFile(const QString& pReason)
+{
+    return {
+        Trouble::Kind::Untrusted,
+        QStringLiteral("No server can be trusted without the root file of its repository. %1. Get the file "
+                       "from the publisher of the updates and put it there")
+            .arg(pReason)};
+}
 
 } // namespace
 
-TrustFolder::TrustFolder(os::FileSystem& pFileSystem, const QString& pStateDir, const QString& pUri)
-    : mFileSystem(pFileSystem),
-      mPath(QStringLiteral("%1/trust/%2")
-                .arg(pStateDir, QString::fromLatin1(tuf::sha256(pUri.toUtf8()).left(sFolderNameLength)))),
-      mNotePath(mPath + QStringLiteral(".note.json"))
+TrustFolder::TrustFolder(os::FileSystem& pFileSystem, const QString& pStateDir)
+    : mFileSystem(pFileSystem), mFolder(pStateDir + QStringLiteral("/trust"))
 {
-    readNote();
 }
 
-Trouble TrustFolder::prepare(const QString& pRootFile)
+QString TrustFolder::path() const
 {
-    const bool tHasTrust = QFileInfo::exists(mPath + QStringLiteral("/root.json"));
+    return QStringLiteral("%1/%2/metadata").arg(mFolder, QString::fromLatin1(mRootHash));
+}
+
+QString TrustFolder::notePath(const QString& pUri) const
+{
+    const QByteArray tName = tuf::sha256(pUri.toUtf8()).left(sNoteNameLength);
+    return QStringLiteral("%1/%2/servers/%3.json")
+        .arg(mFolder, QString::fromLatin1(mRootHash), QString::fromLatin1(tName));
+}
+
+QString TrustFolder::currentPath() const
+{
+    return mFolder + QStringLiteral("/current");
+}
+
+Trouble TrustFolder::prepare(const QString& pRootFile, const QString& pUri)
+{
     QByteArray tRoot;
     const os::Failure tFailure = os::readFile(mFileSystem, pRootFile, sMaxRootSize, &tRoot);
-    if (tFailure && tHasTrust) {
-        return {}; // it was needed once only
+    mRootHash = tFailure ? lastRoot(pUri) : tuf::sha256(tRoot);
+    if (mRootHash.isEmpty()) {
+        return noRootFile(tFailure.mText);
     }
-    if (tFailure) {
-        return {Trouble::Kind::Untrusted,
-                QStringLiteral(
-                    "No server can be trusted without the root file of its repository. %1. Get the file "
-                    "from the publisher of the updates and put it there")
-                    .arg(tFailure.mText)};
+    const auto tHasTrust = [this] { return QFileInfo::exists(path() + QStringLiteral("/root.json")); };
+    const TrustAdoption tOld(mFileSystem, mFolder);
+    if (const os::Failure tNoFolder =
+            os::makePath(mFileSystem, QFileInfo(notePath(pUri)).path(), sPrivateDir)) {
+        return Trouble::from(tNoFolder);
     }
-    const QByteArray tHash = tuf::sha256(tRoot);
-    const bool tReplaced = !mRootHash.isEmpty() && tHash != mRootHash;
-    if (!tHasTrust || tReplaced) {
-        if (const Trouble tTrouble = initialize(tRoot)) {
+    if (!tHasTrust()) {
+        if (const Trouble tTrouble = tOld.adopt(mRootHash, path())) {
             return tTrouble;
         }
     }
-    if (tHash != mRootHash) {
-        mRootHash = tHash;
-        forgetComplete();
+    if (!tHasTrust()) {
+        const Trouble tTrouble = tFailure
+                                     ? noRootFile(tFailure.mText)
+                                     : Trouble::from(tuf::Updater::initialize(mFileSystem, path(), tRoot));
+        if (tTrouble) {
+            return tTrouble;
+        }
     }
+    if (const Trouble tTrouble = noteCurrent()) {
+        return tTrouble;
+    }
+    tOld.remove();
     return {};
 }
 
-Trouble TrustFolder::initialize(const QByteArray& pRoot)
+// Of the run before this one; empty: not known.
+QByteArray TrustFolder::lastRoot(const QString& pUri) const
 {
-    if (const os::Failure tFailure = os::makePath(mFileSystem, QFileInfo(mPath).path(), sPrivateDir)) {
-        return Trouble::from(tFailure);
+    QByteArray tHash;
+    tuf::readWholeFile(mFileSystem, currentPath(), sMaxRootSize, &tHash);
+    if (!tuf::Hash::fromHex(tuf::HashAlgorithm::Sha256, QString::fromLatin1(tHash))) {
+        tHash = TrustAdoption(mFileSystem, mFolder).rootHash(pUri);
     }
-    return Trouble::from(tuf::Updater::initialize(mFileSystem, mPath, pRoot));
+    return tHash;
 }
 
-bool TrustFolder::isComplete(const QByteArray& pState) const
+Trouble TrustFolder::noteCurrent()
 {
-    return !mCompleteState.isEmpty() && mCompleteState == pState &&
-           QDateTime::currentDateTimeUtc() < mCompleteUntil;
+    QByteArray tNoted;
+    tuf::readWholeFile(mFileSystem, currentPath(), sMaxRootSize, &tNoted);
+    return tNoted == mRootHash
+               ? Trouble()
+               : Trouble::from(tuf::writeFileAtomically(mFileSystem, currentPath(), mRootHash, sPrivateFile));
 }
 
-bool TrustFolder::isTimestamp(const QByteArray& pFile) const
+QByteArray TrustFolder::timestampHash() const
 {
-    return !mTimestampHash.isEmpty() && mTimestampHash == tuf::sha256(pFile);
-}
-
-void TrustFolder::noteComplete(const QByteArray& pState, const QByteArray& pTimestamp,
-                               const Validators& pValidators)
-{
-    mCompleteState = pState;
-    mCompleteUntil = earliestExpiry();
-    mTimestampHash = tuf::sha256(pTimestamp);
-    mTimestampValidators = pValidators;
-    writeNote();
-}
-
-void TrustFolder::forgetComplete()
-{
-    mCompleteState.clear();
-    mCompleteUntil = QDateTime();
-    mTimestampHash.clear();
-    mTimestampValidators = Validators();
-    writeNote();
+    QByteArray tBytes;
+    const QString tFile = path() + QStringLiteral("/timestamp.json");
+    return os::readFile(mFileSystem, tFile, sMaxMetadataSize, &tBytes) ? QByteArray() : tuf::sha256(tBytes);
 }
 
 QDateTime TrustFolder::earliestExpiry() const
 {
     QDateTime tEarliest;
-    const QStringList tNames = QDir(mPath).entryList({QStringLiteral("*.json")}, QDir::Files);
+    const QStringList tNames = QDir(path()).entryList({QStringLiteral("*.json")}, QDir::Files);
     for (const QString& tName : tNames) {
         QByteArray tBytes;
-        os::readFile(mFileSystem, mPath + QLatin1Char('/') + tName, sMaxMetadataSize, &tBytes);
+        os::readFile(mFileSystem, path() + QLatin1Char('/') + tName, sMaxMetadataSize, &tBytes);
         const QJsonObject tSigned =
             QJsonDocument::fromJson(tBytes).object().value(QLatin1String("signed")).toObject();
         const QString tExpires = tSigned.value(QLatin1String("expires")).toString();
         const QDateTime tDate = QDateTime::fromString(tExpires, Qt::ISODate);
         if (!tDate.isValid()) {
-            return {}; // never complete: what expires when is not known
+            return {};
         }
         tEarliest = tEarliest.isValid() ? qMin(tEarliest, tDate) : tDate;
     }
     return tEarliest;
 }
 
-void TrustFolder::readNote()
+QDateTime TrustFolder::now() const
 {
-    QByteArray tBytes;
-    os::readFile(mFileSystem, mNotePath, sMaxMetadataSize, &tBytes);
-    const QJsonObject tNote = QJsonDocument::fromJson(tBytes).object();
-    const auto tText = [&tNote](const char* pName) {
-        return tNote.value(QLatin1String(pName)).toString().toUtf8();
-    };
-    mRootHash = tText("root");
-    mCompleteState = tText("complete");
-    mCompleteUntil = QDateTime::fromString(QString::fromUtf8(tText("until")), Qt::ISODate);
-    mTimestampHash = tText("timestamp");
-    mTimestampValidators = {tText("etag"), tText("lastModified")};
-}
-
-void TrustFolder::writeNote()
-{
-    const QJsonObject tNote{
-        {QStringLiteral("root"), QString::fromUtf8(mRootHash)},
-        {QStringLiteral("complete"), QString::fromUtf8(mCompleteState)},
-        {QStringLiteral("until"), mCompleteUntil.toUTC().toString(Qt::ISODate)},
-        {QStringLiteral("timestamp"), QString::fromUtf8(mTimestampHash)},
-        {QStringLiteral("etag"), QString::fromUtf8(mTimestampValidators.mEtag)},
-        {QStringLiteral("lastModified"), QString::fromUtf8(mTimestampValidators.mLastModified)},
-    };
-    // Renamed into place, since with half a note the link to the administrator's root file would be lost.
-    const QString tNew = mNotePath + QStringLiteral(".new");
-    if (!os::writeFile(mFileSystem, tNew, QJsonDocument(tNote).toJson(), sPrivateFile)) {
-        mFileSystem.rename(QFile::encodeName(tNew), QFile::encodeName(mNotePath));
-    }
+    const QDateTime tClock = QDateTime::currentDateTimeUtc();
+    const QDateTime tProven = tuf::Updater::provenTime(mFileSystem, path());
+    return tProven.isValid() ? std::max(tClock, tProven) : tClock;
 }
 
 } // namespace tarn::vkservice::update

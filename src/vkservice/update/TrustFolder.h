@@ -1,6 +1,5 @@
 #pragma once
 
-#include "update/Source.h"
 #include "update/Trouble.h"
 
 #include <QtCore/QByteArray>
@@ -13,44 +12,41 @@ class FileSystem;
 
 namespace tarn::vkservice::update {
 
-// The trusted metadata of one server, and beside it a note on what was seen there last.
+// What this machine trusts, below "trust" in the state directory. It belongs to the administrator's root
+// file:
+//
+//   trust/HASH/metadata/   what is trusted by the root file with this SHA-256, whatever server it came from
+//   trust/HASH/servers/    a note on each server, see ServerNote
+//   trust/current          the HASH that was used last, for when the root file is gone
+//
+// Servers are ways to the same truth: what one of them has shown, no other one can take back.
 class TrustFolder
 {
 public:
-    TrustFolder(os::FileSystem& pFileSystem, const QString& pStateDir, const QString& pUri);
+    TrustFolder(os::FileSystem& pFileSystem, const QString& pStateDir);
 
-    // The folder for tuf::Updater.
-    const QString& path() const { return mPath; }
+    // Finds the trust of the root file, or starts it from that file. pUri: of the server that will be asked.
+    Trouble prepare(const QString& pRootFile, const QString& pUri);
 
-    // Starts the trust from the administrator's root file: the first time, and again when that file
-    // has been replaced.
-    Trouble prepare(const QString& pRootFile);
+    // After prepare(). The folder for tuf::Updater.
+    QString path() const;
+    QString notePath(const QString& pUri) const;
 
-    // True if the last complete run saw pState and nothing of the metadata has expired since.
-    bool isComplete(const QByteArray& pState) const;
-    // Of the timestamp that the last complete run saw. It need not be the stored one, which a run that failed
-    // later may have replaced.
-    const Validators& timestampValidators() const { return mTimestampValidators; }
-    bool isTimestamp(const QByteArray& pFile) const;
-
-    // Both leave the note out silently if it can't be written: without it, more is asked than needed.
-    void noteComplete(const QByteArray& pState, const QByteArray& pTimestamp, const Validators& pValidators);
-    void forgetComplete();
+    // SHA-256 of the trusted timestamp, in hex; empty if there is none.
+    QByteArray timestampHash() const;
+    // The moment when the first of the trusted files expires; invalid where that is not known.
+    QDateTime earliestExpiry() const;
+    // The clock, or a later time that the trusted files prove.
+    QDateTime now() const;
 
 private:
-    Trouble initialize(const QByteArray& pRoot);
-    void readNote();
-    void writeNote();
-    QDateTime earliestExpiry() const;
+    QString currentPath() const;
+    QByteArray lastRoot(const QString& pUri) const;
+    Trouble noteCurrent();
 
     os::FileSystem& mFileSystem;
-    QString mPath;
-    QString mNotePath;
+    QString mFolder;
     QByteArray mRootHash;
-    QByteArray mCompleteState;
-    QDateTime mCompleteUntil;
-    QByteArray mTimestampHash;
-    Validators mTimestampValidators;
 };
 
 } // namespace tarn::vkservice::update

@@ -1,0 +1,64 @@
+#include "update/ServerNote.h"
+
+#include "os/FileSystem.h"
+#include "os/FileTools.h"
+#include "tuf/Hashes.h"
+#include "update/TrustFolder.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+constexpr mode_t sPrivateFile = 0600;
+constexpr qint64 sMaxNoteSize = 64 * 1024;
+
+} // namespace
+
+ServerNote::ServerNote(os::FileSystem& pFileSystem, const TrustFolder& pTrust, const QString& pUri)
+    : mFileSystem(pFileSystem), mTrust(pTrust), mPath(pTrust.notePath(pUri))
+{
+    QByteArray tBytes;
+    os::readFile(mFileSystem, mPath, sMaxNoteSize, &tBytes);
+    const QJsonObject tNote = QJsonDocument::fromJson(tBytes).object();
+    const auto tText = [&tNote](const char* pName) {
+        return tNote.value(QLatin1String(pName)).toString().toUtf8();
+    };
+    mCompleteState = tText("complete");
+    mCompleteUntil = QDateTime::fromString(QString::fromUtf8(tText("until")), Qt::ISODate);
+    mTimestampHash = tText("timestamp");
+    mTimestampValidators = {tText("etag"), tText("lastModified")};
+}
+
+bool ServerNote::isComplete(const QByteArray& pState) const
+{
+    return !mCompleteState.isEmpty() && mCompleteState == pState && !mTimestampHash.isEmpty() &&
+           mTimestampHash == mTrust.timestampHash() && mTrust.now() < mCompleteUntil;
+}
+
+bool ServerNote::isTimestamp(const QByteArray& pFile) const
+{
+    return mTimestampHash == tuf::sha256(pFile);
+}
+
+void ServerNote::setComplete(const QByteArray& pState, const QByteArray& pTimestamp,
+                             const Validators& pValidators)
+{
+    const QDateTime tUntil = mTrust.earliestExpiry();
+    const QJsonObject tNote{
+        {QStringLiteral("complete"), QString::fromUtf8(pState)},
+        {QStringLiteral("until"), tUntil.toUTC().toString(Qt::ISODate)},
+        {QStringLiteral("timestamp"), QString::fromUtf8(tuf::sha256(pTimestamp))},
+        {QStringLiteral("etag"), QString::fromUtf8(pValidators.mEtag)},
+        {QStringLiteral("lastModified"), QString::fromUtf8(pValidators.mLastModified)},
+    };
+    const QString tNew = mPath + QStringLiteral(".new");
+    if (!os::writeFile(mFileSystem, tNew, QJsonDocument(tNote).toJson(), sPrivateFile)) {
+        mFileSystem.rename(QFile::encodeName(tNew), QFile::encodeName(mPath));
+    }
+}
+
+} // namespace tarn::vkservice::update

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "update/Source.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QDateTime>
+#include <QtCore/QString>
+
+namespace tarn::vkservice::os {
+class FileSystem;
+}
+
+namespace tarn::vkservice::update {
+
+class TrustFolder;
+
+// What one server offered when all of it was installed, so that a later run can ask it for one small file.
+class ServerNote
+{
+public:
+    ServerNote(os::FileSystem& pFileSystem, const TrustFolder& pTrust, const QString& pUri);
+
+    // True if the last complete run with this server saw pState, nothing of the metadata has expired since,
+    // and no server has shown anything newer.
+    bool isComplete(const QByteArray& pState) const;
+    // Of the timestamp that the last complete run saw.
+    const Validators& timestampValidators() const { return mTimestampValidators; }
+    bool isTimestamp(const QByteArray& pFile) const;
+
+    // Left out silently if it can't be written: without it, more is asked than needed.
+    void setComplete(const QByteArray& pState, const QByteArray& pTimestamp, const Validators& pValidators);
+
+private:
+    os::FileSystem& mFileSystem;
+    const TrustFolder& mTrust;
+    QString mPath;
+    QByteArray mCompleteState;
+    QDateTime mCompleteUntil;
+    QByteArray mTimestampHash;
+    Validators mTimestampValidators;
+};
+
+} // namespace tarn::vkservice::update

@@ -1,0 +1,130 @@
+#include "update/TrustAdoption.h"
+
+#include "os/FileSystem.h"
+#include "os/FileTools.h"
+#include "tuf/AtomicFile.h"
+#include "tuf/Hashes.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+#include <QtCore/QMap>
+#include <QtCore/QRegularExpression>
+
+#include <cerrno>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+constexpr mode_t sPrivateDir = 0700;
+constexpr mode_t sFileMode = 0644;
+constexpr qint64 sMaxMetadataSize = 16 * 1024 * 1024;
+constexpr qsizetype sNameLength = 32;
+const QString sNoteSuffix = QStringLiteral(".note.json");
+
+struct File
+{
+    qint64 mVersion = 0;
+    QByteArray mBytes;
+};
+
+using FileMap = QMap<QString, File>; // by name
+
+// The newer of each.
+tuf::Error addFiles(os::FileSystem& pFileSystem, const QDir& pFolder, FileMap* pTo)
+{
+    for (const QString& tName : pFolder.entryList({QStringLiteral("*.json")}, QDir::Files)) {
+        QByteArray tBytes;
+        const tuf::Error tError =
+            tuf::readWholeFile(pFileSystem, pFolder.filePath(tName), sMaxMetadataSize, &tBytes);
+        if (tError.mKind == tuf::ErrorKind::Local) {
+            return tError;
+        }
+        const QJsonObject tSigned =
+            QJsonDocument::fromJson(tBytes).object().value(QLatin1String("signed")).toObject();
+        const qint64 tVersion = tSigned.value(QLatin1String("version")).toInteger();
+        if (tVersion > pTo->value(tName).mVersion) {
+            pTo->insert(tName, {tVersion, tBytes});
+        }
+    }
+    return {};
+}
+
+// Whole or not at all: the first files of it would look like a trust that has just begun.
+Trouble makeFolder(os::FileSystem& pFileSystem, const QString& pPath, const FileMap& pFiles)
+{
+    const QString tNew = pPath + QStringLiteral(".new");
+    os::Failure tFailure = os::removeTree(pFileSystem, tNew);
+    tFailure = tFailure ? tFailure : os::makePath(pFileSystem, tNew, sPrivateDir);
+    if (tFailure) {
+        return Trouble::from(tFailure);
+    }
+    for (auto tIt = pFiles.cbegin(); tIt != pFiles.cend(); ++tIt) {
+        const QString tFile = tNew + QLatin1Char('/') + tIt.key();
+        if (const tuf::Error tError = tuf::writeFileAtomically(pFileSystem, tFile, tIt->mBytes, sFileMode)) {
+            return Trouble::from(tError);
+        }
+    }
+    if (pFileSystem.rename(QFile::encodeName(tNew), QFile::encodeName(pPath)) != 0) {
+        return Trouble::from(os::Failure::fromErrno(errno, QStringLiteral("make the folder ") + pPath));
+    }
+    return Trouble::from(os::syncDir(pFileSystem, QFileInfo(pPath).path()));
+}
+
+} // namespace
+
+TrustAdoption::TrustAdoption(os::FileSystem& pFileSystem, const QString& pFolder)
+    : mFileSystem(pFileSystem), mFolder(pFolder)
+{
+    static const QRegularExpression sName(QStringLiteral("\\A[0-9a-f]{32}\\z"));
+    mOld = QDir(pFolder).entryList(QDir::Dirs | QDir::NoSymLinks | QDir::NoDotAndDotDot).filter(sName);
+}
+
+tuf::Error TrustAdoption::readNote(const QString& pFolder, QString* pRootHash) const
+{
+    QByteArray tBytes;
+    const tuf::Error tError = tuf::readWholeFile(
+        mFileSystem, mFolder + QLatin1Char('/') + pFolder + sNoteSuffix, sMaxMetadataSize, &tBytes);
+    *pRootHash = QJsonDocument::fromJson(tBytes).object().value(QLatin1String("root")).toString();
+    return tError.mKind == tuf::ErrorKind::Local ? tError : tuf::Error();
+}
+
+QByteArray TrustAdoption::rootHash(const QString& pUri) const
+{
+    QString tHash;
+    readNote(QString::fromLatin1(tuf::sha256(pUri.toUtf8()).left(sNameLength)), &tHash);
+    return tuf::Hash::fromHex(tuf::HashAlgorithm::Sha256, tHash) ? tHash.toLatin1() : QByteArray();
+}
+
+Trouble TrustAdoption::adopt(const QByteArray& pRootHash, const QString& pTo) const
+{
+    FileMap tNewest;
+    for (const QString& tName : mOld) {
+        QString tNoted;
+        tuf::Error tError = readNote(tName, &tNoted);
+        // A note that was lost counts for the root file that is there, as that version had it.
+        if (!tError && (tNoted.isEmpty() || tNoted == QLatin1String(pRootHash))) {
+            tError = addFiles(mFileSystem, QDir(mFolder + QLatin1Char('/') + tName), &tNewest);
+        }
+        if (tError) {
+            return Trouble::from(tError);
+        }
+    }
+    const bool tHasRoot = tNewest.value(QStringLiteral("root.json")).mVersion > 0;
+    return tHasRoot ? makeFolder(mFileSystem, pTo, tNewest) : Trouble();
+}
+
+void TrustAdoption::remove() const
+{
+    for (const QString& tName : mOld) {
+        const QString tPath = mFolder + QLatin1Char('/') + tName;
+        for (const QString& tSuffix : {sNoteSuffix, sNoteSuffix + QStringLiteral(".new"), QString()}) {
+            os::removeTree(mFileSystem, tPath + tSuffix);
+        }
+    }
+}
+
+} // namespace tarn::vkservice::update

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "update/Trouble.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+namespace tarn::vkservice::os {
+class FileSystem;
+}
+
+namespace tarn::vkservice::update {
+
+// What version 1.0.0 left in the folder "trust": trusted metadata for each address, in a folder named by 32
+// hexadecimal digits, and beside it a note that names the root file that this trust began with.
+class TrustAdoption
+{
+public:
+    TrustAdoption(os::FileSystem& pFileSystem, const QString& pFolder);
+
+    // The root file by its SHA-256 in hex, as noted for this address; empty if nothing is noted.
+    QByteArray rootHash(const QString& pUri) const;
+    // Makes the folder pTo of the newest file of each role that was trusted by this root file; makes none if
+    // there are no such files.
+    Trouble adopt(const QByteArray& pRootHash, const QString& pTo) const;
+    // Removes all that is left of that version. What can't be removed stays for the next time.
+    void remove() const;
+
+private:
+    tuf::Error readNote(const QString& pFolder, QString* pRootHash) const;
+
+    os::FileSystem& mFileSystem;
+    QString mFolder;
+    QStringList mOld; // the names of its folders
+};
+
+} // namespace tarn::vkservice::update
