@@ -127,6 +127,36 @@ TEST_F(ServiceTest, PeerThatNeverReadsIsDroppedAndOthersAreNot)
     EXPECT_EQ(Json(tSlow.readLine().value_or(QByteArray())).value(q("result")), true);
 }
 
+TEST_F(ServiceTest, ManyHalfLinesTogetherAreBounded)
+{
+    mRig.start();
+    const int tPid = mRig.program().pid();
+    RawPeer tPeer = mRig.connect();
+    RawPeer tSlow = mRig.connect();
+    tSlow.send(R"({"jsonrpc":"2.0","id":1,"method":"pi)");
+    const qint64 tBefore = peakKb(tPid);
+    const QByteArray tHalf = R"({"jsonrpc":"2.0","id":1,"method":")" + QByteArray(8 * 1024 * 1024 - 100, 'x');
+    const QByteArray tWhole = tHalf.left(7 * 1024 * 1024) + "\",\"params\":{}}\n";
+    std::vector<RawPeer> tHalfLines;
+    for (int i = 0; i < 64; ++i) {
+        tHalfLines.emplace_back(mRig.socket());
+        tHalfLines.back().send(tHalf);
+        ASSERT_EQ(tPeer.call("ping"), true);
+    }
+    RawPeer tLong = mRig.connect();
+    ASSERT_TRUE(tLong.send(tWhole));
+    EXPECT_EQ(Json(tLong.readLine().value_or(QByteArray()))[q("error")][q("code")], -32601);
+    // A line that takes the parser eighty times its bytes.
+    RawPeer tDense = mRig.connect();
+    tDense.send(R"({"jsonrpc":"2.0","id":1,"method":"ping","params":{"a":[)" +
+                (QByteArray(55, '[') + '0' + QByteArray(55, ']') + ',').repeated(70000) + "0]}}\n");
+    EXPECT_EQ(Json(tDense.readLine().value_or(QByteArray()))[q("error")][q("code")], -32600);
+    tSlow.send("ng\",\"params\":{}}\n");
+    EXPECT_EQ(Json(tSlow.readLine().value_or(QByteArray())).value(q("result")), true);
+    EXPECT_LT(peakKb(tPid) - tBefore, sMaxGrowthKb + 192 * 1024);
+    EXPECT_TRUE(mRig.log().contains("more than 128 MiB")) << mRig.log();
+}
+
 TEST_F(ServiceTest, TenThousandServersAreListed)
 {
     mRig.start();

@@ -48,6 +48,8 @@ TEST_F(ServiceTest, DaemonTellsSystemdHowItIs)
     mRig.program().signal(SIGHUP);
     EXPECT_TRUE(tNotify.waitFor("RELOADING=1"));
     EXPECT_TRUE(tNotify.waitFor("READY=1"));
+    EXPECT_EQ(mRig.connect().errorOf("quitService"), 1) << "the machine would be without its schedule";
+    EXPECT_EQ(mRig.connect().call("ping"), true);
     mRig.program().signal(SIGTERM);
     EXPECT_TRUE(tNotify.waitFor("STOPPING=1"));
     EXPECT_EQ(mRig.program().wait().mStatus, 0);
@@ -74,6 +76,7 @@ TEST_F(ServiceTest, UnitIsSoundAndWellShut)
     QFile tTemplate(q(SOURCE_DIR "/packaging/systemd/vkservice.service.in"));
     ASSERT_TRUE(tTemplate.open(QIODevice::ReadOnly));
     QByteArray tUnit = tTemplate.readAll();
+    EXPECT_TRUE(tUnit.contains("\nRestart=always\n") && tUnit.contains("\nMemoryMax="));
     tUnit.replace("@CMAKE_INSTALL_PREFIX@", mRig.installation().path(QString()).toUtf8());
     mRig.installation().writeFile("units/vkservice.service", tUnit);
     ASSERT_TRUE(

@@ -39,13 +39,12 @@ std::optional<QByteArray> LineBuffer::takeLine()
     }
     QByteArray tLine = mBytes.mid(mStart, tLength);
     mStart = mScanned = tEnd + 1;
-    if (mStart == mBytes.size()) {
+    if (mStart > mBytes.size() / 2 && mBytes.capacity() > sKeptCapacity) {
+        mBytes = mBytes.mid(mStart);
         mStart = mScanned = 0;
-        if (mBytes.capacity() > sKeptCapacity) {
-            mBytes.clear();
-        } else {
-            mBytes.resize(0);
-        }
+    } else if (mStart == mBytes.size()) {
+        mBytes.resize(0);
+        mStart = mScanned = 0;
     }
     return tLine;
 }

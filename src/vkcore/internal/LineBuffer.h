@@ -16,6 +16,8 @@ public:
     std::optional<QByteArray> takeLine();
     // The line under way, or one already whole, is longer than sMaxLine: the stream is of no more use.
     bool tooLong() const { return mTooLong; }
+    // Memory that it takes.
+    qsizetype capacity() const { return mBytes.capacity(); }
 
 private:
     QByteArray mBytes;

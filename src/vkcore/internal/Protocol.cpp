@@ -117,9 +117,10 @@ QJsonObject call(const QString& pMethod, const QJsonObject& pParams)
 
 } // namespace
 
-bool nestsTooDeep(const QByteArray& pLine)
+bool isTooComplex(const QByteArray& pLine)
 {
     int tDepth = 0;
+    int tContainers = 0;
     bool tInText = false;
     for (qsizetype i = 0; i < pLine.size(); ++i) {
         const char tByte = pLine[i];
@@ -132,7 +133,7 @@ bool nestsTooDeep(const QByteArray& pLine)
         } else if (tByte == '"') {
             tInText = true;
         } else if (tByte == '{' || tByte == '[') {
-            if (++tDepth > sMaxNesting) {
+            if (++tDepth > sMaxNesting || ++tContainers > sMaxContainers) {
                 return true;
             }
         } else if (tByte == '}' || tByte == ']') {

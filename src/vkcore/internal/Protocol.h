@@ -22,6 +22,7 @@ namespace tarn::vkcore::protocol {
 inline constexpr int sVersion = 1;
 inline constexpr qsizetype sMaxLine = 8 * 1024 * 1024; // bytes, without the line end
 inline constexpr int sMaxNesting = 64;
+inline constexpr int sMaxContainers = 250'000;
 
 enum ErrorCode : int
 {
@@ -32,8 +33,9 @@ enum ErrorCode : int
     Refused = 1, // not permitted to this peer, or not possible now
 };
 
-// Deeper than sMaxNesting objects and arrays? Looks at the bytes only, so that it can come before the parser.
-bool nestsTooDeep(const QByteArray& pLine);
+// Deeper than sMaxNesting objects and arrays, or more than sMaxContainers of them, each of which takes a
+// parser many times its bytes? Looks at the bytes only, so that it can come before the parser.
+bool isTooComplex(const QByteArray& pLine);
 
 // One compact line with its line end.
 QByteArray toLine(const QJsonObject& pObject);

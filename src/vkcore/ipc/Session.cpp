@@ -239,7 +239,7 @@ void Session::onLine(const QByteArray& pLine)
 {
     QJsonParseError tError;
     const QJsonDocument tDocument =
-        protocol::nestsTooDeep(pLine) ? QJsonDocument() : QJsonDocument::fromJson(pLine, &tError);
+        protocol::isTooComplex(pLine) ? QJsonDocument() : QJsonDocument::fromJson(pLine, &tError);
     if (!tDocument.isObject()) {
         breakOff(QStringLiteral("the service has sent a line that is no message"));
         return;

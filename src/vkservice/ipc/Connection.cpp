@@ -24,7 +24,9 @@ Connection::Connection(int pSocket, const PeerCredentials& pPeer, const MethodTa
     mSocket->setReadBufferSize(sReadSize);
     connect(mSocket, &QLocalSocket::readyRead, this, &Connection::readable);
     connect(mSocket, &QLocalSocket::disconnected, this, &Connection::closed);
+    connect(mSocket, &QLocalSocket::bytesWritten, this, [this] { mSinceProgress.start(); });
     mSocket->setSocketDescriptor(pSocket);
+    mSinceProgress.start();
 }
 
 Connection::~Connection()
@@ -42,6 +44,7 @@ bool Connection::turn(const QDeadlineTimer& pDeadline)
 {
     while (isOpen()) {
         while (const auto tLine = mLines.takeLine()) {
+            mSinceProgress.start();
             handleLine(*tLine);
             if (!isOpen()) {
                 return false;
@@ -67,8 +70,10 @@ bool Connection::turn(const QDeadlineTimer& pDeadline)
 
 void Connection::handleLine(const QByteArray& pLine)
 {
-    if (protocol::nestsTooDeep(pLine)) {
-        offend(protocol::InvalidRequest, QStringLiteral("A line nests deeper than 64 levels."));
+    if (protocol::isTooComplex(pLine)) {
+        offend(protocol::InvalidRequest,
+               QStringLiteral(
+                   "A line nests deeper than 64 levels, or holds more than 250,000 objects and arrays."));
         return;
     }
     QJsonParseError tError;
@@ -142,6 +147,16 @@ void Connection::write(const QByteArray& pLine)
 qint64 Connection::owed() const
 {
     return mSocket->bytesToWrite();
+}
+
+qint64 Connection::held() const
+{
+    return owed() + mLines.capacity() + mSocket->bytesAvailable();
+}
+
+qint64 Connection::burden() const
+{
+    return held() * (1 + mSinceProgress.elapsed());
 }
 
 void Connection::offend(int pCode, const QString& pReason)

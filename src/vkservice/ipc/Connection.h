@@ -4,6 +4,7 @@
 #include "ipc/PeerCredentials.h"
 
 #include <QtCore/QDeadlineTimer>
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QJsonObject>
 #include <QtCore/QObject>
 #include <QtCore/QString>
@@ -31,7 +32,11 @@ public:
     // Works on what has been read until pDeadline. True if there is more to do at once.
     bool turn(const QDeadlineTimer& pDeadline);
     void sendEvent(const QByteArray& pLine);
-    qint64 owed() const;
+    // Bytes that it keeps in memory: of a line that is not whole, and of output that the peer has not taken.
+    qint64 held() const;
+    // How little it deserves to keep them: the more, and the longer without a whole line or a read, the
+    // higher.
+    qint64 burden() const;
     // Drops the peer without another word.
     void abort();
     // Drops the peer when it has taken what it is owed.
@@ -55,12 +60,14 @@ private:
     void handleRequest(const QJsonObject& pRequest);
     void send(const QJsonObject& pObject);
     void write(const QByteArray& pLine);
+    qint64 owed() const;
     void offend(int pCode, const QString& pReason);
 
     QLocalSocket* mSocket;
     PeerCredentials mPeer;
     const MethodTable& mMethods;
     vkcore::protocol::LineBuffer mLines;
+    QElapsedTimer mSinceProgress;
     QString mClientName;
     bool mMonitor = false;
     bool mClosing = false;

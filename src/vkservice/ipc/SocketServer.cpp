@@ -23,8 +23,8 @@ constexpr qint64 sTurnMs = 1;
 constexpr qint64 sAllTurnsMs = 20;
 constexpr rlim_t sReservedDescriptors = 256; // for databases, downloads and packages
 constexpr qsizetype sMaxConnections = 4096;
-constexpr qint64 sMaxOwedToAll = 256 * 1024 * 1024;
-constexpr qint64 sMuchOwed = 1024 * 1024; // from here on a peer is worth adding up what all are owed
+constexpr qint64 sMaxHeldForAll =
+    128 * 1024 * 1024; // a few of the longest lines at a time, and thousands of usual ones
 
 qsizetype connectionLimit()
 {
@@ -73,15 +73,16 @@ void SocketServer::closeAll(int pTimeoutMs)
             tLoop.quit();
         }
     });
-    const auto tConnections = mConnections;
+    const auto tConnections = mConnections.keys();
     for (Connection* tConnection : tConnections) {
         tConnection->closeGently();
     }
     if (!mConnections.isEmpty()) {
         tLoop.exec(QEventLoop::ExcludeUserInputEvents);
     }
-    qDeleteAll(mConnections);
+    qDeleteAll(mConnections.keys());
     mConnections.clear();
+    mHeld = 0;
     mWaiting.clear();
 }
 
@@ -102,7 +103,7 @@ void SocketServer::addPeer(int pSocket)
         return;
     }
     auto* tConnection = new Connection(pSocket, *tPeer, mMethods, this);
-    mConnections.insert(tConnection);
+    mConnections.insert(tConnection, 0);
     connect(tConnection, &Connection::readable, this, [this, tConnection] { serve(tConnection); });
     connect(tConnection, &Connection::closed, this, [this, tConnection] { remove(tConnection); });
     connect(tConnection, &Connection::offended, this, [this, tConnection](const QString& pReason) {
@@ -113,7 +114,10 @@ void SocketServer::addPeer(int pSocket)
 
 void SocketServer::remove(Connection* pConnection)
 {
-    if (mConnections.remove(pConnection)) {
+    const auto tFound = mConnections.constFind(pConnection);
+    if (tFound != mConnections.cend()) {
+        mHeld -= *tFound;
+        mConnections.erase(tFound);
         mWaiting.removeAll(pConnection);
         pConnection->deleteLater();
         Q_EMIT connectionClosed();
@@ -130,9 +134,8 @@ void SocketServer::serve(Connection* pConnection)
         mWaiting.append(pConnection);
         mNextTurn.start(0);
     }
-    if (pConnection->owed() > sMuchOwed) {
-        limitOwed();
-    }
+    noteHeld(pConnection);
+    limitHeld();
 }
 
 void SocketServer::serveWaiting()
@@ -149,44 +152,62 @@ void SocketServer::serveWaiting()
 void SocketServer::broadcast(const QString& pMethod, const QJsonObject& pParams)
 {
     const QByteArray tLine = protocol::toLine(protocol::event(pMethod, pParams));
-    const auto tConnections = mConnections;
+    const auto tConnections = mConnections.keys();
     for (Connection* tConnection : tConnections) {
         if (tConnection->isMonitor()) {
             tConnection->sendEvent(tLine);
+            noteHeld(tConnection);
         }
     }
-    limitOwed();
+    limitHeld();
 }
 
 bool SocketServer::hasMonitor() const
 {
-    return std::any_of(mConnections.begin(), mConnections.end(),
+    return std::any_of(mConnections.keyBegin(), mConnections.keyEnd(),
                        [](const Connection* pConnection) { return pConnection->isMonitor(); });
 }
 
 bool SocketServer::hasClient(const QString& pName, const Connection* pAsker) const
 {
-    return std::any_of(mConnections.begin(), mConnections.end(), [&](const Connection* pConnection) {
+    return std::any_of(mConnections.keyBegin(), mConnections.keyEnd(), [&](const Connection* pConnection) {
         return pConnection != pAsker && pConnection->isOpen() && pConnection->clientName() == pName;
     });
 }
 
-// Each peer alone may be owed much; all together must not fill the memory. The one that is owed most has to
-// go.
-void SocketServer::limitOwed()
+// A peer that was dropped meanwhile is none of the connections any more.
+void SocketServer::noteHeld(Connection* pConnection)
 {
-    qint64 tSum = 0;
-    Connection* tMost = nullptr;
-    for (Connection* tConnection : std::as_const(mConnections)) {
-        tSum += tConnection->owed();
-        if (tMost == nullptr || tConnection->owed() > tMost->owed()) {
-            tMost = tConnection;
-        }
+    const auto tFound = mConnections.find(pConnection);
+    if (tFound != mConnections.end()) {
+        const qint64 tHeld = pConnection->held();
+        mHeld += tHeld - *tFound;
+        *tFound = tHeld;
     }
-    if (tSum > sMaxOwedToAll) {
-        Q_EMIT peerRefused(QStringLiteral("Process %1 is dropped. All peers together do not read 256 MiB.")
-                               .arg(tMost->peer().mPid));
-        tMost->abort();
+}
+
+// Each peer alone may be owed much, and send a long line; all together must not fill the memory. Those go
+// first that keep most of it for longest without moving on.
+void SocketServer::limitHeld()
+{
+    if (mHeld <= sMaxHeldForAll) {
+        return;
+    }
+    QList<Connection*> tPeers = mConnections.keys();
+    for (Connection* tPeer : std::as_const(tPeers)) {
+        noteHeld(tPeer);
+    }
+    std::sort(tPeers.begin(), tPeers.end(), [](const Connection* pOne, const Connection* pOther) {
+        return pOne->burden() < pOther->burden();
+    });
+    while (mHeld > sMaxHeldForAll && !tPeers.isEmpty()) {
+        Connection* tPeer = tPeers.takeLast();
+        Q_EMIT peerRefused(
+            QStringLiteral(
+                "Process %1 is dropped. All peers together make the service keep more than 128 MiB.")
+                .arg(tPeer->peer().mPid));
+        tPeer->abort();
+        remove(tPeer);
     }
 }
 

@@ -2,10 +2,10 @@
 
 #include "ipc/ListenSocket.h"
 
+#include <QtCore/QHash>
 #include <QtCore/QJsonObject>
 #include <QtCore/QList>
 #include <QtCore/QObject>
-#include <QtCore/QSet>
 #include <QtCore/QString>
 #include <QtCore/QTimer>
 
@@ -51,12 +51,14 @@ private:
     void remove(Connection* pConnection);
     void serve(Connection* pConnection);
     void serveWaiting();
-    void limitOwed();
+    void noteHeld(Connection* pConnection);
+    void limitHeld();
 
     const MethodTable& mMethods;
     ListenSocket mListener;
     std::optional<gid_t> mGroup;
-    QSet<Connection*> mConnections;
+    QHash<Connection*, qint64> mConnections; // with what each held when it was last looked at
+    qint64 mHeld = 0;            // the sum of these; output that was taken meanwhile makes it less
     QList<Connection*> mWaiting; // those with lines left from their last turn, in the order of their next
     QTimer mNextTurn;
 };

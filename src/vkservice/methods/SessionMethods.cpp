@@ -2,6 +2,7 @@
 #include "ipc/Connection.h"
 #include "ipc/Params.h"
 #include "methods/Methods.h"
+#include "process/SystemdNotifier.h"
 #include "Service.h"
 
 #include <QtCore/QCoreApplication>
@@ -54,6 +55,17 @@ Reply enterMonitorMode(Service& pService, Connection& pPeer)
     return Reply::done();
 }
 
+// The machine's own service has a schedule to keep, so it is not for a client to end it.
+Reply quit(Service& pService)
+{
+    if (!pService.isWorker() && process::SystemdNotifier::isListening()) {
+        return Reply::refused(
+            QStringLiteral("systemd runs this service, and ends it: systemctl stop vkservice."));
+    }
+    QMetaObject::invokeMethod(&pService, &Service::quit, Qt::QueuedConnection);
+    return Reply::done();
+}
+
 } // namespace
 
 void addSessionMethods(MethodTable& pTable, Service& pService)
@@ -69,10 +81,8 @@ void addSessionMethods(MethodTable& pTable, Service& pService)
     });
     pTable.add(QStringLiteral("enterMonitorMode"), Kind::Query,
                [&](Connection& pPeer, const QJsonObject&) { return enterMonitorMode(pService, pPeer); });
-    pTable.add(QStringLiteral("quitService"), Kind::Query, [&](Connection&, const QJsonObject&) {
-        QMetaObject::invokeMethod(&pService, &Service::quit, Qt::QueuedConnection);
-        return Reply::done();
-    });
+    pTable.add(QStringLiteral("quitService"), Kind::Query,
+               [&](Connection&, const QJsonObject&) { return quit(pService); });
     pTable.add(QStringLiteral("reloadConfig"), Kind::Query, [&](Connection&, const QJsonObject&) {
         QString tReason;
         const bool tDone = pService.reload(&tReason);

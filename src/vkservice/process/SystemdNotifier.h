@@ -13,6 +13,8 @@ class SystemdNotifier : public QObject
 
 public:
     explicit SystemdNotifier(QObject* pParent = nullptr);
+    // Does systemd look after this process, as its unit says?
+    static bool isListening() { return qEnvironmentVariableIsSet("NOTIFY_SOCKET"); }
 
     void ready(const QString& pStatus);
     void reloading();
