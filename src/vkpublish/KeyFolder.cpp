@@ -208,6 +208,12 @@ bool KeyFolder::takeRoot(const QByteArray& pRoot, QString* pError)
         }
         tFiles.insert(tRole, tName);
     }
+    for (auto tIt = tFiles.begin(); tIt != tFiles.end(); ++tIt) {
+        const QString tOld = mRecord.mKeyFiles.value(tIt.key());
+        if (tIt.key() != tuf::sRoot && tIt.value() != tOld) {
+            mRecord.mRetiring.append({tIt.key(), tOld, mRecord.mTimestampExpires});
+        }
+    }
     mRecord.mKeyFiles = tFiles;
     mRecord.mVersions[tuf::sRoot] = tRoot.mVersion;
     mRecord.mRoot = pRoot;

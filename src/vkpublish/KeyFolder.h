@@ -40,7 +40,8 @@ public:
     // The keys that a role's files get a signature of: its own first, then those that retire. One whose file
     // is gone does not sign any more.
     bool readSigners(const QString& pRole, QList<tuf::SigningKey>* pTo, QString* pError);
-    // Has mRecord name this root, and the keys in the folder that the root gives to the roles.
+    // Has mRecord name this root, and the keys in the folder that the root gives to the roles. Those that it
+    // replaces retire.
     bool takeRoot(const QByteArray& pRoot, QString* pError);
     // Writes the key into a file of its own and has mRecord name it.
     bool addKey(const QString& pRole, const tuf::SigningKey& pKey, QString* pError);

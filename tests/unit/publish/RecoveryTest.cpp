@@ -86,6 +86,9 @@ TEST_F(RecoveryTest, ARestoredPublisherGoesOnAboveWhatMachinesHaveSeen)
         EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst"));
         expectBehind("@online", false);
         EXPECT_EQ(run("publish @r").mErr, "") << "said once";
+        const QByteArray tRotation(tCase.mRotation);
+        EXPECT_EQ(readFile(path("r.keys/record.json")).contains("until"),
+                  tRotation.contains("timestamp") || tRotation.contains("snapshot"));
     }
 }
 
