@@ -6,6 +6,7 @@
 #include "internal/Protocol.h"
 #include "internal/SocketName.h"
 #include "methods/Methods.h"
+#include "os/Confinement.h"
 #include "os/FileSystem.h"
 #include "os/ProcessList.h"
 #include "process/InheritedSocket.h"
@@ -159,6 +160,11 @@ bool Service::start(QString* pError)
         return false;
     }
     mMinute.start(sMinuteMs);
+    if (!os::Confinement::isAvailable()) {
+        mApp.write(LogLevel::Notice,
+                   QStringLiteral("The kernel has no Landlock, or a first version of it: updates run without "
+                                  "being confined to their folders."));
+    }
     mApp.write(LogLevel::Notice,
                QStringLiteral("The service listens on %1.").arg(protocol::socketPath(mSocketName)));
     return true;

@@ -102,8 +102,9 @@ bool Database::open(const QString& pPath, Mode pMode)
     }
     sqlite3_extended_result_codes(mHandle, 1);
     sqlite3_busy_handler(mHandle, &Database::onBusy, this);
-    // Otherwise the end of a transaction, the removal of its journal, could be lost with the power.
-    return !tWrite || execute("PRAGMA synchronous = EXTRA") || refuseToOpen();
+    // Otherwise the end of a transaction, the removal of its journal, could be lost with the power. A thread
+    // that may write in its own folders alone has no folder for temporary files.
+    return !tWrite || execute("PRAGMA synchronous = EXTRA; PRAGMA temp_store = MEMORY") || refuseToOpen();
 }
 
 void Database::close()

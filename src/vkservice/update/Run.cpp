@@ -5,6 +5,7 @@
 #include "update/AppWait.h"
 #include "update/FreeSpace.h"
 #include "update/Preparation.h"
+#include "update/RunConfinement.h"
 #include "update/RunRecords.h"
 #include "update/RunTexts.h"
 
@@ -54,6 +55,9 @@ RunResult Run::run()
     }
     for (const QString& tWarning : mWorkplace.warnings()) {
         warn(tWarning + QLatin1Char('.'));
+    }
+    if (const os::Failure tFailure = confineRun(mRequest, mWorkplace.writableFolders())) {
+        return failed(Trouble::from(tFailure));
     }
     warn(mWorkplace.tidyUp());
     const os::Failure tUnlogged = updateInstallLog();

@@ -1,6 +1,7 @@
 #include "update/UpdateRun.h"
 
 #include "os/AbortFlag.h"
+#include "os/FreeProcessList.h"
 #include "update/Reporter.h"
 #include "update/Run.h"
 #include "update/Workplace.h"
@@ -21,7 +22,7 @@ public:
 
     void work()
     {
-        Run tRun(mRequest, mFileSystem, mProcesses, *mReporter, mAbort);
+        Run tRun(mRequest, mFileSystem, *mFreeProcesses, *mReporter, mAbort);
         const RunResult tResult = tRun.run();
         QMetaObject::invokeMethod(
             mOwner, [this, tResult] { end(tResult); }, Qt::QueuedConnection);
@@ -30,6 +31,7 @@ public:
     void end(const RunResult& pResult)
     {
         mThread.join();
+        mFreeProcesses.reset();
         mReporter.reset();
         Q_EMIT mOwner->finished(pResult);
     }
@@ -59,6 +61,7 @@ public:
     RunRequest mRequest;
     os::AbortFlag mAbort;
     std::unique_ptr<Reporter> mReporter;
+    std::unique_ptr<os::FreeProcessList> mFreeProcesses; // for the run's thread, which confines itself
     std::thread mThread;
 };
 
@@ -102,6 +105,7 @@ bool UpdateRun::start(const RunRequest& pRequest)
     d->mRequest = pRequest;
     d->mAbort.clear();
     d->mReporter = d->makeReporter();
+    d->mFreeProcesses = std::make_unique<os::FreeProcessList>(d->mProcesses);
     d->mThread = std::thread([this] { d->work(); });
     return true;
 }

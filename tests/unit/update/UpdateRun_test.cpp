@@ -1,6 +1,7 @@
 #include "Child.h"
 #include "UpdateFixture.h"
 
+#include "os/Confinement.h"
 #include "tuf/Hashes.h"
 
 #include <QtCore/QProcess>
@@ -416,6 +417,61 @@ TEST_F(UpdateRunTest, WhatIsPutUnderTheNameOfADownloadHarmsNothing)
         run(tCase.mCode);
         EXPECT_EQ(readFile(mMachine.path(q("victim"))), "mine");
     }
+}
+
+// The second wall: whatever path a fault in the run came up with, the kernel refuses it.
+TEST_F(UpdateRunTest, TheKernelRefusesARunEveryWrongPath)
+{
+    if (!os::Confinement::isAvailable()) {
+        GTEST_SKIP() << "this kernel has no Landlock";
+    }
+    const QByteArray tFile = QFile::encodeName(mMachine.path(q("victim")));
+    const QByteArray tNew = tFile + ".new";
+    const QByteArray tOwn = QFile::encodeName(mMachine.path(q("state/own")));
+    const QByteArray tLink = QFile::encodeName(mMachine.path(q("state/link")));
+    writeFile(mMachine.path(q("victim")), "mine");
+    QDir().mkpath(mMachine.path(q("state")));
+    ASSERT_EQ(::symlink(tFile, tLink), 0);
+    const auto tOpen = [](const QByteArray& pPath, int pFlags) {
+        const int tFd = ::open(pPath, pFlags | O_CLOEXEC, 0600);
+        return tFd < 0 ? -1 : ::close(tFd);
+    };
+    const struct
+    {
+        const char* mName;
+        std::function<int()> mTry;
+        int mErrno; // 0: it has to work
+    } tCases[] = {
+        {"make", [&] { return tOpen(tNew, O_WRONLY | O_CREAT); }, EACCES},
+        {"append", [&] { return tOpen(tFile, O_WRONLY | O_APPEND); }, EACCES},
+        {"empty", [&] { return tOpen(tFile, O_WRONLY | O_TRUNC); }, EACCES},
+        {"read", [&] { return tOpen(tFile, O_RDONLY); }, EACCES},
+        {"through a link", [&] { return tOpen(tLink, O_WRONLY); }, EACCES},
+        {"remove", [&] { return ::unlink(tFile); }, EACCES},
+        {"move here", [&] { return ::rename(tFile, tOwn); }, EACCES},
+        {"move there", [&] { return tOpen(tOwn, O_WRONLY | O_CREAT) + ::rename(tOwn, tNew); }, EACCES},
+        {"folder", [&] { return ::mkdir(tNew, 0700); }, EACCES},
+        {"link", [&] { return ::symlink("x", tNew); }, EACCES},
+        {"second name", [&] { return ::link(tFile, tLink + "2"); }, EXDEV},
+        {"in its own folder", [&] { return ::truncate(tOwn, 1) + ::unlink(tOwn); }, 0},
+    };
+    QList<int> tErrors;
+    // Called on the thread of the run.
+    mMachine.fileSystem().mObserver = [&](int, const QByteArray& pWhat) {
+        if (tErrors.isEmpty() && pWhat == "syncfs") {
+            for (const auto& tCase : tCases) {
+                tErrors.append(tCase.mTry() == 0 ? 0 : errno);
+            }
+        }
+    };
+    run(ResultSuccess);
+    expectInstalled();
+    ASSERT_EQ(tErrors.size(), std::size(tCases));
+    for (qsizetype tIndex = 0; tIndex < tErrors.size(); ++tIndex) {
+        EXPECT_EQ(tErrors.at(tIndex), tCases[tIndex].mErrno) << tCases[tIndex].mName;
+    }
+    EXPECT_EQ(readFile(mMachine.path(q("victim"))), "mine");
+    EXPECT_EQ(tOpen(tFile, O_RDWR), 0) << "this thread is free";
 }
 
 // While an application stays open, one release after the other is fetched and none installed.

@@ -1,0 +1,79 @@
+#include "update/RunConfinement.h"
+
+#include "os/Confinement.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QUrl>
+
+namespace tarn::vkservice::update {
+
+namespace {
+
+// Libraries that are loaded late, and what a sanitizer runs for its report.
+constexpr const char* sPrograms[] = {"/usr", "/bin", "/lib", "/lib32", "/lib64", "/libx32"};
+// Names, certificates, time zones, resolvers. What may be a link stands here by itself, too.
+constexpr const char* sSystem[] = {
+    "/etc", "/etc/resolv.conf", "/etc/localtime",         "/etc/ssl/certs/ca-certificates.crt", "/proc",
+    "/run", "/dev/urandom",     "/sys/devices/system/cpu"};
+// Variables that lead OpenSSL to other files.
+constexpr const char* sVariables[] = {"SSL_CERT_FILE", "SSL_CERT_DIR", "OPENSSL_CONF", "OPENSSL_MODULES"};
+
+// Where this program is installed, bin/ and lib/ beside each other.
+QString ownFolder()
+{
+    const QDir tPrograms = QFileInfo(QFile::symLinkTarget(QStringLiteral("/proc/self/exe"))).dir();
+    return QFileInfo(tPrograms.path()).path();
+}
+
+// A repository may have its two parts elsewhere, by links.
+void allowServer(os::Confinement* pTo, const QUrl& pServer)
+{
+    if (pServer.isLocalFile() && !pServer.toLocalFile().isEmpty()) {
+        for (const char* tBelow : {"", "/metadata", "/targets"}) {
+            pTo->allowReading(pServer.toLocalFile() + QLatin1String(tBelow));
+        }
+    }
+}
+
+void allowSystem(os::Confinement* pTo)
+{
+    for (const char* tPath : sPrograms) {
+        pTo->allowPrograms(QLatin1String(tPath));
+    }
+    for (const char* tPath : sSystem) {
+        pTo->allowReading(QLatin1String(tPath));
+    }
+    for (const char* tName : sVariables) {
+        const QStringList tPaths = qEnvironmentVariable(tName).split(QLatin1Char(':'), Qt::SkipEmptyParts);
+        for (const QString& tPath : tPaths) {
+            pTo->allowReading(tPath);
+        }
+    }
+    if (const QString tOwn = ownFolder(); tOwn != QLatin1String("/")) {
+        pTo->allowReading(tOwn);
+    }
+}
+
+} // namespace
+
+os::Failure confineRun(const RunRequest& pRequest, const QStringList& pWritable)
+{
+    if (!os::Confinement::isAvailable()) {
+        return {};
+    }
+    os::Confinement tConfinement;
+    for (const QString& tPath : pWritable) {
+        tConfinement.allowWriting(tPath);
+    }
+    allowSystem(&tConfinement);
+    tConfinement.allowReading(pRequest.mRootFile);
+    tConfinement.allowReading(pRequest.mCaFile);
+    for (const ServerAccess& tServer : pRequest.mServers) {
+        allowServer(&tConfinement, QUrl(tServer.mUri));
+    }
+    return tConfinement.enter();
+}
+
+} // namespace tarn::vkservice::update
