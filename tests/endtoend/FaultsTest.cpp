@@ -111,7 +111,7 @@ TEST(Faults, AFullDisk)
         const QString tMount = tMachine.path(tFolder);
         QDir().mkpath(tMount);
         if (QProcess::execute(q("mount"),
-                              {q("-t"), q("tmpfs"), q("-o"), q("size=8m"), q("rkm-test"), tMount}) != 0) {
+                              {q("-t"), q("tmpfs"), q("-o"), q("size=8m,mode=755"), q("rkm-test"), tMount}) != 0) {
             GTEST_SKIP() << "no file system can be mounted here";
         }
         tMachine.add("small", "1.0");

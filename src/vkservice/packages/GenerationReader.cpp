@@ -136,14 +136,11 @@ QList<qint64> GenerationReader::numbers() const
 
 QStringList GenerationReader::folders(qint64 pNumber)
 {
-    QStringList tFolders;
     Manifest tManifest;
     if (!manifest(pNumber, &tManifest)) {
-        for (const InstalledPackage& tPackage : std::as_const(tManifest.mPackages)) {
-            tFolders.append(tPackage.mFolder);
-        }
-        return tFolders;
+        return tManifest.folders();
     }
+    QStringList tFolders;
     const QDir tDir(mFolders.generationDir(pNumber));
     const QStringList tNames = tDir.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
     for (const QString& tName : tNames) {
@@ -155,29 +152,29 @@ QStringList GenerationReader::folders(qint64 pNumber)
     return tFolders;
 }
 
-void GenerationReader::keep(qint64 pNumber, Kept* pTo)
+void GenerationReader::keep(qint64 pNumber, const QStringList& pFolders, Kept* pTo) const
 {
     pTo->mNumbers.insert(pNumber);
-    const QStringList tFolders = folders(pNumber);
-    for (const QString& tFolder : tFolders) {
+    for (const QString& tFolder : pFolders) {
         const QString tPath = mFolders.absolute(tFolder);
         pTo->mFolders.insert(tPath);
         pTo->mRealFolders.insert(QFileInfo(tPath).canonicalFilePath());
     }
 }
 
-Failure GenerationReader::kept(Kept* pTo)
+Failure GenerationReader::kept(Kept* pTo, Manifest* pCurrent, QString* pDamage)
 {
-    qint64 tLinked = 0;
-    Manifest tCurrent;
-    Failure tFailure = currentNumber(&tLinked);
-    tFailure = tFailure ? tFailure : current(&tCurrent);
-    if (tFailure) {
+    if (const Failure tFailure = current(pCurrent, pDamage)) {
         return tFailure;
     }
-    for (const qint64 tNumber : {tLinked, tCurrent.mGeneration, tCurrent.mPrevious}) {
-        if (tNumber != 0) {
-            keep(tNumber, pTo);
+    qint64 tLinked = 0;
+    if (const Failure tFailure = currentNumber(&tLinked)) {
+        return tFailure;
+    }
+    keep(pCurrent->mGeneration, pCurrent->folders(), pTo);
+    for (const qint64 tNumber : {tLinked, pCurrent->mPrevious}) {
+        if (!pTo->mNumbers.contains(tNumber)) {
+            keep(tNumber, folders(tNumber), pTo);
         }
     }
     return {};

@@ -44,7 +44,8 @@ public:
         // True for one of these folders, by whatever way its absolute path goes there.
         bool has(const QString& pFolder) const;
     };
-    os::Failure kept(Kept* pTo);
+    // With what current() gives. Nothing is kept where that fails.
+    os::Failure kept(Kept* pTo, Manifest* pCurrent, QString* pDamage = nullptr);
 
     // What runs announced to unpack and may have left behind; empty where all of them ended in order.
     os::Failure intent(Manifest* pTo);
@@ -53,7 +54,7 @@ private:
     os::Failure currentNumber(qint64* pTo) const;
     bool newestSoundBefore(qint64 pNumber, Manifest* pTo);
     os::Failure read(const QString& pPath, Manifest* pTo);
-    void keep(qint64 pNumber, Kept* pTo);
+    void keep(qint64 pNumber, const QStringList& pFolders, Kept* pTo) const;
 
     os::FileSystem& mFileSystem;
     PackageFolders mFolders;

@@ -61,7 +61,8 @@ qint64 Generations::nextNumber(const Manifest& pCurrent)
 Failure Generations::install(const Manifest& pNext, const QList<StagedPackage>& pStaged)
 {
     GenerationReader::Kept tKept;
-    if (const Failure tFailure = mReader.kept(&tKept)) {
+    Manifest tCurrent;
+    if (const Failure tFailure = mReader.kept(&tKept, &tCurrent)) {
         return tFailure;
     }
     for (const StagedPackage& tStaged : pStaged) {

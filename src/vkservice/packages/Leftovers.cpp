@@ -34,7 +34,8 @@ bool Leftovers::note(const Failure& pFailure)
 Failure Leftovers::find(std::vector<Item>* pTo)
 {
     GenerationReader::Kept tKept;
-    if (const Failure tFailure = mReader.kept(&tKept)) {
+    Manifest tCurrent;
+    if (const Failure tFailure = mReader.kept(&tKept, &tCurrent)) {
         return tFailure;
     }
     const auto tUnneeded = [&](const QStringList& pFolders) {
@@ -50,12 +51,10 @@ Failure Leftovers::find(std::vector<Item>* pTo)
     note(mReader.intent(&tIntent));
     if (!tIntent.mPackages.isEmpty()) {
         Item tItem;
-        QStringList tFolders;
         for (const InstalledPackage& tPackage : std::as_const(tIntent.mPackages)) {
-            tFolders.append(tPackage.mFolder);
             tItem.mStagings.append(*PackageFolders::place(tPackage.mFolder));
         }
-        tItem.mPackages = tUnneeded(tFolders);
+        tItem.mPackages = tUnneeded(tIntent.folders());
         pTo->push_back(tItem);
     }
     const QList<qint64> tNumbers = mReader.numbers();

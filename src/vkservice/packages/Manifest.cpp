@@ -111,6 +111,15 @@ const InstalledPackage* Manifest::find(const QString& pName) const
     return nullptr;
 }
 
+QStringList Manifest::folders() const
+{
+    QStringList tFolders;
+    for (const InstalledPackage& tPackage : mPackages) {
+        tFolders.append(tPackage.mFolder);
+    }
+    return tFolders;
+}
+
 QByteArray Manifest::toBytes() const
 {
     QJsonArray tPackages;

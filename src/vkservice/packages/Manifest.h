@@ -8,6 +8,7 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QList>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace tarn::vkservice::packages {
 
@@ -31,6 +32,7 @@ struct Manifest
     QList<InstalledPackage> mPackages;
 
     const InstalledPackage* find(const QString& pName) const;
+    QStringList folders() const; // of its packages
 
     QByteArray toBytes() const;
     // False, with the reason in *pError, for bytes that toBytes did not make. Each folder then has the form

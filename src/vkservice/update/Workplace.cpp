@@ -47,8 +47,7 @@ os::Failure Workplace::claimRoots()
         return tFailure;
     }
     QString tDamage;
-    os::Failure tFailure = mGenerations.reader().current(&mInstalled, &tDamage);
-    tFailure = tFailure ? tFailure : mGenerations.reader().kept(&mKept);
+    os::Failure tFailure = mGenerations.reader().kept(&mKept, &mInstalled, &tDamage);
     const QString tDataDir = mFolders.root(packages::Kind::Data);
     tFailure = tFailure ? tFailure : mRoots.claim(tDataDir, {mRequest.mStateDir, mFolders.installDir()}, [&] {
         return vouchedData(tDataDir);
@@ -107,13 +106,13 @@ void Workplace::claimEarlierRoots()
     const QList<qint64> tNumbers = mGenerations.reader().numbers();
     QStringList tFolders(mKept.mFolders.cbegin(), mKept.mFolders.cend());
     for (const qint64 tNumber : tNumbers) {
-        tFolders += mGenerations.reader().folders(tNumber);
+        if (!mKept.mNumbers.contains(tNumber)) {
+            tFolders += mGenerations.reader().folders(tNumber);
+        }
     }
     packages::Manifest tIntent;
     mGenerations.reader().intent(&tIntent);
-    for (const packages::InstalledPackage& tPackage : std::as_const(tIntent.mPackages)) {
-        tFolders.append(tPackage.mFolder);
-    }
+    tFolders += tIntent.folders();
     for (const QString& tFolder : std::as_const(tFolders)) {
         const auto tPlace = PackageFolders::place(tFolder);
         tRoots.insert(tPlace ? mFolders.rootOf(*tPlace) : QString());
