@@ -125,6 +125,21 @@ bool checkExecutables(const PackageInfo& pInfo, const std::vector<FolderEntry>& 
     return true;
 }
 
+// Machines know a script by what its interpreter was started with, which is less sure than a program's own
+// file.
+void warnOfScripts(const PackageInfo& pInfo, const QString& pFolder)
+{
+    for (const QString& tPath : pInfo.mExecutables) {
+        QFile tFile(pFolder + QLatin1Char('/') + tPath);
+        if (tFile.open(QIODevice::ReadOnly) && tFile.read(2) == "#!") {
+            complain(QStringLiteral(
+                         "%1 is a script: machines wait for it only where its path is an argument of the "
+                         "interpreter that runs it. A program of its own is safer for --executable")
+                         .arg(tPath));
+        }
+    }
+}
+
 QJsonObject targetOf(const PackResult& pPacked, const PackageInfo& pInfo)
 {
     QJsonObject tHashes;
@@ -166,6 +181,7 @@ bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pRepo
         *pError = QStringLiteral("%1 is there already: give a higher --version, or --replace").arg(tName);
         return false;
     }
+    warnOfScripts(pInfo, pLine.argument(1));
     PackResult tPacked;
     const QString tUnnamed = QStringLiteral("%1/.%2.new").arg(targetsFolder(pLine.repository()), tName);
     if (!packFolder(tFileSystem, pLine.argument(1), tEntries, pInfo.mVersion.date(), pLevel, tUnnamed,

@@ -1,40 +1,28 @@
 #include "os/ProcessList.h"
 
-#include <QtCore/QByteArray>
+#include "os/FolderUse.h"
+#include "os/ProcFiles.h"
+
 #include <QtCore/QFile>
 
-#include <dirent.h>
-#include <limits.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-
-#include <cstdlib>
 
 namespace tarn::vkservice::os {
 
 namespace {
 
-// What the kernel puts behind the path of a running file that was unlinked.
-const QByteArray sDeletedMark(" (deleted)");
-
-QByteArray executableOf(const QByteArray& pProcDir)
+// "/proc/PID" of each process.
+QByteArrayList processDirs()
 {
-    char tBuffer[PATH_MAX];
-    const ssize_t tLength = ::readlink((pProcDir + "/exe").constData(), tBuffer, sizeof tBuffer);
-    if (tLength <= 0) {
-        return {};
+    QByteArrayList tDirs;
+    const QByteArrayList tNames = entries("/proc");
+    for (const QByteArray& tName : tNames) {
+        if (tName.toInt() > 0) {
+            tDirs.append("/proc/" + tName);
+        }
     }
-    QByteArray tPath(tBuffer, tLength);
-    if (tPath.endsWith(sDeletedMark)) {
-        tPath.chop(sDeletedMark.size());
-    }
-    return tPath;
-}
-
-QString nameOf(const QByteArray& pProcDir)
-{
-    QFile tFile(QFile::decodeName(pProcDir + "/comm"));
-    return tFile.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(tFile.readAll().trimmed()) : QString();
+    return tDirs;
 }
 
 class RealProcessList : public ProcessList
@@ -43,22 +31,26 @@ public:
     QList<Process> running() override
     {
         QList<Process> tFound;
-        DIR* tProc = ::opendir("/proc");
-        while (const dirent* tEntry = tProc == nullptr ? nullptr : ::readdir(tProc)) {
-            const pid_t tPid = std::atoi(tEntry->d_name);
-            if (tPid <= 0) {
-                continue;
-            }
-            const QByteArray tDir = QByteArray("/proc/") + tEntry->d_name;
-            const QByteArray tExecutable = executableOf(tDir);
+        const QByteArrayList tDirs = processDirs();
+        for (const QByteArray& tDir : tDirs) {
+            const QByteArray tExecutable = linkTarget(tDir + "/exe");
             if (!tExecutable.isEmpty()) {
-                tFound.append({tPid, nameOf(tDir), QFile::decodeName(tExecutable)});
+                tFound.append({tDir.mid(tDir.lastIndexOf('/') + 1).toInt(),
+                               QString::fromLocal8Bit(readProcFile(tDir + "/comm").trimmed()),
+                               QFile::decodeName(tExecutable), argumentPaths(tDir)});
             }
-        }
-        if (tProc != nullptr) {
-            ::closedir(tProc);
         }
         return tFound;
+    }
+
+    QStringList inUse(const QStringList& pFolders) override
+    {
+        FolderUse tUse(pFolders);
+        const QByteArrayList tDirs = processDirs();
+        for (auto tDir = tDirs.begin(); tDir != tDirs.end() && !tUse.isAllUsed(); ++tDir) {
+            tUse.look(*tDir);
+        }
+        return tUse.used();
     }
 
     int openProcess(pid_t pPid) override { return static_cast<int>(::syscall(SYS_pidfd_open, pPid, 0)); }

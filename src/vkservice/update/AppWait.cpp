@@ -4,11 +4,13 @@
 #include "os/ProcessList.h"
 
 #include <QtCore/QDeadlineTimer>
+#include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <vector>
@@ -22,13 +24,28 @@ namespace {
 constexpr int sPollMs = 500;
 constexpr int sRecheckMs = 10 * 1000;
 
+// What the kernel runs by itself; anything else is read by another program.
+bool needsInterpreter(const QString& pPath)
+{
+    QFile tFile(pPath);
+    return tFile.open(QIODevice::ReadOnly) && tFile.read(4) != QByteArrayLiteral("\x7f"
+                                                                                 "ELF");
+}
+
 } // namespace
 
 AppWait::AppWait(os::ProcessList& pProcesses, const packages::Manifest& pInstalled,
                  const packages::PackageFolders& pFolders, const Plan& pPlan, Reporter& pReporter,
                  const os::AbortFlag& pAbort)
-    : mProcesses(pProcesses), mReporter(pReporter), mAbort(pAbort)
+    : mProcesses(pProcesses), mReporter(pReporter), mAbort(pAbort), mPlaces{"/usr/", "/bin/"}
 {
+    const QStringList tRoots = pFolders.roots();
+    for (const QString& tRoot : tRoots) {
+        mPlaces.append(QFile::encodeName(tRoot) + '/');
+        if (const QString tCanonical = QFileInfo(tRoot).canonicalFilePath(); !tCanonical.isEmpty()) {
+            mPlaces.append(QFile::encodeName(tCanonical) + '/');
+        }
+    }
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         const packages::InstalledPackage* tInstalled = pInstalled.find(tPackage.name());
         if (!tPackage.mTrouble && tInstalled != nullptr && !tInstalled->mInfo.mExecutables.isEmpty()) {
@@ -44,12 +61,44 @@ void AppWait::watch(const packages::InstalledPackage& pPackage, const packages::
     const QString tCanonical = QFileInfo(tVersions).canonicalFilePath();
     const QString tPrefix = (tCanonical.isEmpty() ? tVersions : tCanonical) + QLatin1Char('/');
     const QString tTitle = pPackage.mInfo.mTitle.bestValue(QStringLiteral("en"));
-    mWatched.append({tTitle.isEmpty() ? pPackage.mInfo.mName : tTitle, tPrefix, pPackage.mInfo.mExecutables});
+    Watched tWatched{
+        tTitle.isEmpty() ? pPackage.mInfo.mName : tTitle, tPrefix, pPackage.mInfo.mExecutables, {}};
+    const QStringList tFolders = QDir(tPrefix).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString& tFolder : tFolders) {
+        for (const QString& tExecutable : tWatched.mExecutables) {
+            const QString tPath = tPrefix + tFolder + QLatin1Char('/') + tExecutable;
+            if (const auto tFile = os::fileIdAt(QFile::encodeName(tPath)); tFile && needsInterpreter(tPath)) {
+                tWatched.mScripts.append(*tFile);
+            }
+        }
+    }
+    mWatched.append(tWatched);
+}
+
+// An interpreter runs a script that its arguments name. They are anybody's words: only where administrators
+// alone put files is looked for them, not on disks and servers that may never answer.
+bool AppWait::isRunBy(const os::Process& pProcess, const Watched& pWatched) const
+{
+    if (pWatched.mScripts.isEmpty()) {
+        return false;
+    }
+    return std::any_of(
+        pProcess.mArguments.begin(), pProcess.mArguments.end(), [this, &pWatched](const QByteArray& pPath) {
+            const bool tIsOurs = !pPath.contains("/../") && std::any_of(mPlaces.begin(), mPlaces.end(),
+                                                                        [&pPath](const QByteArray& pPlace) {
+                                                                            return pPath.startsWith(pPlace);
+                                                                        });
+            const auto tFile = tIsOurs ? os::fileIdAt(pPath) : std::nullopt;
+            return tFile && pWatched.mScripts.contains(*tFile);
+        });
 }
 
 const AppWait::Watched* AppWait::watchedOf(const os::Process& pProcess) const
 {
     for (const Watched& tWatched : mWatched) {
+        if (isRunBy(pProcess, tWatched)) {
+            return &tWatched;
+        }
         if (!pProcess.mExecutable.startsWith(tWatched.mPrefix)) {
             continue;
         }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "os/FileId.h"
 #include "packages/Manifest.h"
 #include "packages/PackageFolders.h"
 #include "update/Plan.h"
@@ -30,9 +31,11 @@ private:
         QString mTitle;
         QString mPrefix; // absolute path of the folder that holds the package's versions, with a slash
         QStringList mExecutables;
+        QList<os::FileId> mScripts; // those of all versions that need an interpreter
     };
 
     void watch(const packages::InstalledPackage& pPackage, const packages::PackageFolders& pFolders);
+    bool isRunBy(const os::Process& pProcess, const Watched& pWatched) const;
     const Watched* watchedOf(const os::Process& pProcess) const;
     // "Title (process, 123)" for each that runs now; their process ids in *pPids.
     QStringList running(QList<pid_t>* pPids);
@@ -42,6 +45,7 @@ private:
     Reporter& mReporter;
     const os::AbortFlag& mAbort;
     QList<Watched> mWatched;
+    QByteArrayList mPlaces; // folders, each with a slash, in which arguments of processes are looked up
 };
 
 } // namespace tarn::vkservice::update

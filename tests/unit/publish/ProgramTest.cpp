@@ -57,6 +57,17 @@ TEST_F(ProgramTest, PublishesWhatClientsCanFollow)
     EXPECT_TRUE(tLines.value(2).endsWith("published"));
 }
 
+TEST_F(ProgramTest, WarnsOfScriptsThatMachinesAreToWaitFor)
+{
+    succeed("init @r");
+    write("f/bin/binary", "\177ELF");
+    const Program::Result tResult =
+        run("add @r @f --name x --version 1 --executable bin/run --executable bin/binary");
+    EXPECT_EQ(tResult.mStatus, 0);
+    EXPECT_TRUE(tResult.mErr.startsWith("vkpublish: bin/run is a script")) << tResult.mErr;
+    EXPECT_EQ(tResult.mErr.count('\n'), 1);
+}
+
 TEST_F(ProgramTest, KeepsKeysPrivateAndTheRestPublic)
 {
     const mode_t tOld = ::umask(077);

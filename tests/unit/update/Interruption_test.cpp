@@ -1,5 +1,6 @@
 // What can stop an update in the middle: an abort, a failing disk, a kill, and applications that run.
 
+#include "Child.h"
 #include "UpdateFixture.h"
 
 #include "os/AbortFlag.h"
@@ -7,9 +8,14 @@
 
 #include <QtCore/QProcess>
 
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 
 #include <cstring>
+#include <list>
 
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::update;
@@ -261,8 +267,9 @@ class OldKernel : public os::ProcessList
 public:
     QList<os::Process> running() override
     {
-        return mLooks++ > 0 ? QList<os::Process>() : QList<os::Process>{{4711, q("app"), mExecutable}};
+        return mLooks++ > 0 ? QList<os::Process>() : QList<os::Process>{{4711, q("app"), mExecutable, {}}};
     }
+    QStringList inUse(const QStringList&) override { return {}; }
     int openProcess(pid_t) override
     {
         errno = ENOSYS;
@@ -299,4 +306,88 @@ TEST_F(RunningAppTest, IsFoundAlsoWhenItsFileIsGone)
     QFile::remove(QFileInfo(mMachine.installed(q("app/bin/app"))).canonicalFilePath());
     mMachine.request().mWaitForAppsSeconds = 0;
     EXPECT_EQ(mMachine.run().mCode, ResultManualIntervention);
+}
+
+TEST_F(InterruptionTest, WaitsForScriptsHoweverTheyWereStarted)
+{
+    package("app").mExecutables = {q("bin/app")};
+    package("app").mFiles[q("bin/app")] = "#!/usr/bin/python3\nprint('up', flush=True)\ninput()\n";
+    mRepository.remove(q("app"));
+    publish();
+    run(ResultSuccess);
+    publishNext();
+    mMachine.request().mWaitForAppsSeconds = 0;
+    const QString tFolder = mMachine.installed(q("app"));
+    for (const QString& tCommand : {tFolder + q("/bin/app"), q("cd ") + tFolder + q(" && exec bin/app"),
+                                    q("cd / && exec python3 -u $(readlink -f ") + tFolder + q("/bin/app)")}) {
+        QProcess tProcess;
+        tProcess.start(q("sh"), {q("-c"), tCommand});
+        ASSERT_TRUE(tProcess.waitForReadyRead());
+        const RunResult tResult = run(ResultManualIntervention);
+        EXPECT_TRUE(tResult.mText.contains(q("Title of app"))) << tResult.mText;
+        tProcess.closeWriteChannel();
+        tProcess.waitForFinished();
+    }
+    run(ResultSuccess);
+}
+
+TEST(ProcessListTest, FindsFoldersInUseInWhateverWay)
+{
+    const QTemporaryDir tDir;
+    const auto tPath = [&tDir](const char* pBelow) { return QFile::encodeName(tDir.filePath(q(pBelow))); };
+    const auto tOpen = [&tPath](const char* pBelow) { return ::open(tPath(pBelow).constData(), O_RDONLY); };
+    const std::pair<const char*, std::function<bool()>> tWays[] = {
+        {"nothing", [] { return true; }},
+        {"standing", [&] { return ::chdir(tPath("standing").constData()) == 0; }},
+        {"below", [&] { return ::chdir(tPath("below/bin").constData()) == 0; }},
+        {"root", [&] { return ::unshare(CLONE_NEWUSER) == 0 && ::chroot(tPath("root").constData()) == 0; }},
+        {"open", [&] { return tOpen("open/bin/file") >= 0; }},
+        {"mapped",
+         [&] {
+             const int tFd = tOpen("mapped/bin/file");
+             return ::mmap(nullptr, 4096, PROT_READ, MAP_PRIVATE, tFd, 0) != MAP_FAILED && ::close(tFd) == 0;
+         }},
+        {"mount",
+         [&] {
+             return ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 &&
+                    ::mount(tPath("mount").constData(), "/mnt", nullptr, MS_BIND, nullptr) == 0 &&
+                    ::chdir("/mnt/bin") == 0;
+         }},
+        {"run", [] { return true; }},
+        {"argument", [] { return true; }},
+    };
+    QStringList tFolders;
+    for (const auto& [tWay, tBody] : tWays) {
+        tFolders.append(tDir.filePath(q(tWay)));
+        writeFile(tFolders.last() + q("/bin/file"), readFile(q("/bin/sleep")));
+    }
+    QFile::setPermissions(tDir.filePath(q("run/bin/file")), QFile::ReadOwner | QFile::ExeOwner);
+    EXPECT_EQ(text(os::realProcessList().inUse(tFolders)), "");
+
+    std::list<Child> tChildren;
+    QStringList tExpected;
+    for (const auto& [tWay, tBody] : tWays) {
+        tChildren.emplace_back(tBody);
+        const bool tIsMissing =
+            !tChildren.back().isReady() && (q(tWay) == q("root") || q(tWay) == q("mount"));
+        if (!tIsMissing && q(tWay) != q("nothing")) {
+            tExpected.append(tDir.filePath(q(tWay)));
+        }
+    }
+    QProcess tProgram;
+    tProgram.start(tDir.filePath(q("run/bin/file")), {q("60")});
+    ASSERT_TRUE(tProgram.waitForStarted());
+    QProcess tReader;
+    tReader.start(q("cat"), {q("-"), tDir.filePath(q("argument/bin/file"))});
+    ASSERT_TRUE(tReader.waitForStarted());
+    QStringList tUsed = os::realProcessList().inUse(tFolders);
+    tUsed.sort();
+    tExpected.sort();
+    EXPECT_EQ(text(tUsed), text(tExpected));
+    for (QProcess* tProcess : {&tProgram, &tReader}) {
+        tProcess->kill();
+        tProcess->waitForFinished();
+    }
+    tChildren.clear();
+    EXPECT_EQ(text(os::realProcessList().inUse(tFolders)), "");
 }
