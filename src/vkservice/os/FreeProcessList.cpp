@@ -23,6 +23,13 @@ QList<Process> FreeProcessList::running()
     return tFound;
 }
 
+QStringList FreeProcessList::inUse(const QStringList& pFolders)
+{
+    QStringList tFound;
+    call([&] { tFound = mList.inUse(pFolders); });
+    return tFound;
+}
+
 int FreeProcessList::openProcess(pid_t pPid)
 {
     int tFd = -1;

@@ -19,6 +19,7 @@ public:
     ~FreeProcessList() override;
 
     QList<Process> running() override;
+    QStringList inUse(const QStringList& pFolders) override;
     int openProcess(pid_t pPid) override;
 
 private:
