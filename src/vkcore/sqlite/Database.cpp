@@ -235,7 +235,7 @@ bool Database::isWhole()
     if (!tQuery.step()) {
         return false;
     }
-    const QString tFinding = tQuery.text(0);
+    const QString tFinding = tQuery.text(0).section(u'\n', -1);
     return tFinding == QLatin1String("ok") || fail(SQLITE_CORRUPT, tFinding);
 }
 

@@ -62,13 +62,16 @@ bool StateStore::openFile(QString* pError)
     const bool tOk = mDatabase.open(mPath, Database::Mode::ReadWrite) &&
                      mDatabase.check() == Database::Health::Sound && mDatabase.migrate(sSteps) &&
                      mDatabase.execute(sPragmas) && tablesAreThere();
-    if (!tOk) {
-        *pError =
-            QStringLiteral("The state database %1 can't be used and is left as it is: %2. Start the service "
-                           "again when the cause is gone, or move the file away to begin without settings.")
-                .arg(mPath, mDatabase.errorText());
-    }
-    return tOk;
+    return tOk || fail(pError);
+}
+
+bool StateStore::fail(QString* pError)
+{
+    *pError =
+        QStringLiteral("The state database %1 can't be used and is left as it is: %2. Start the service "
+                       "again when the cause is gone, or move the file away to begin without settings.")
+            .arg(mPath, mDatabase.errorText());
+    return false;
 }
 
 bool StateStore::tablesAreThere()
@@ -87,9 +90,7 @@ bool StateStore::replaceIfDamaged(QString* pError)
     }
     const QString tAside = mDatabase.setAside();
     if (tAside.isNull()) {
-        *pError =
-            QStringLiteral("The state database %1 can't be used: %2.").arg(mPath, mDatabase.errorText());
-        return false;
+        return fail(pError);
     }
     mDamagedFile = tAside;
     return openFile(pError);

@@ -30,6 +30,7 @@ public:
 private:
     bool openFile(QString* pError);
     bool tablesAreThere();
+    bool fail(QString* pError);
 
     vkcore::Database mDatabase;
     QString mPath;

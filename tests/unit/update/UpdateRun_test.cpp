@@ -1,12 +1,9 @@
-#include "Child.h"
 #include "UpdateFixture.h"
 
 #include "os/Confinement.h"
 #include "tuf/Hashes.h"
 
 #include <QtCore/QProcess>
-
-#include <fcntl.h>
 
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::update;
@@ -630,58 +627,6 @@ TEST_F(UpdateRunTest, TakesOverWhatItsManifestsVouchFor)
     QDir(mMachine.request().mStateDir).removeRecursively();
     EXPECT_EQ(run(ResultSuccess).mInstalledCount, 0);
     EXPECT_TRUE(mMachine.restart());
-}
-
-// Whoever may read the log may lock it.
-TEST_F(UpdateRunTest, RunsThatTheInstallLogCantTakeWaitForIt)
-{
-    run(ResultSuccess);
-    const QString tLog = mMachine.path(q("state/install-log.db"));
-    Child tReader([&] {
-        struct flock tLock = {};
-        tLock.l_type = F_RDLCK;
-        return ::fcntl(::open(QFile::encodeName(tLog).constData(), O_RDONLY), F_SETLK, &tLock) == 0;
-    });
-    ASSERT_TRUE(tReader.isReady());
-    for (const char* tVersion : {"2.0", "3.0", "4.0"}) {
-        package("lib").mVersion = q(tVersion);
-        publish();
-        run(ResultSuccess);
-        EXPECT_TRUE(
-            text(mMachine.mMessages).find("locked by the process " + std::to_string(tReader.pid()) + " (") !=
-            std::string::npos)
-            << text(mMachine.mMessages);
-    }
-    EXPECT_EQ(text(mMachine.log().filter(q("lib"))), "lib 1.0.0 ok");
-
-    // One that can be neither entered nor kept holds up the next, which would be a step to its manifest's
-    // end.
-    const QString tFolder = mMachine.path(q("state/install-log.waiting"));
-    ASSERT_TRUE(QFile::rename(tFolder, tFolder + q("-away")));
-    writeFile(tFolder, "in the way");
-    run(ResultInstallFailed);
-    ASSERT_TRUE(QFile::remove(tFolder) && QFile::rename(tFolder + q("-away"), tFolder));
-    tReader.kill();
-    run(ResultSuccess);
-    EXPECT_EQ(text(mMachine.log().filter(q("lib"))),
-              "lib 1.0.0 ok\nlib 2.0.0 ok\nlib 3.0.0 ok\nlib 4.0.0 ok");
-    EXPECT_TRUE(QDir(tFolder).isEmpty());
-    run(ResultSuccess);
-    EXPECT_EQ(mMachine.log().size(), 3 + 3 * 2) << "each once";
-}
-
-TEST_F(UpdateRunTest, SetsADamagedInstallLogAside)
-{
-    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
-    const QString tLog = mMachine.path(q("state/install-log.db"));
-    writeFile(tLog, QByteArray(8192, 'x'));
-    package("lib").mVersion = q("2.0");
-    publish();
-    EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
-    EXPECT_EQ(text(mMachine.log().filter(q("lib 2"))), "lib 2.0.0 ok");
-    const QStringList tAside = QDir(mMachine.path(q("state"))).entryList({q("install-log.db.damaged-*")});
-    ASSERT_EQ(tAside.size(), 1);
-    EXPECT_EQ(readFile(mMachine.path(q("state/")) + tAside.first()), QByteArray(8192, 'x'));
 }
 
 TEST_F(UpdateRunTest, IsAloneInItsFolder)
