@@ -110,8 +110,8 @@ TEST(Faults, AFullDisk)
         Machine tMachine;
         const QString tMount = tMachine.path(tFolder);
         QDir().mkpath(tMount);
-        if (QProcess::execute(q("mount"),
-                              {q("-t"), q("tmpfs"), q("-o"), q("size=8m,mode=755"), q("rkm-test"), tMount}) != 0) {
+        if (QProcess::execute(q("mount"), {q("-t"), q("tmpfs"), q("-o"), q("size=8m,mode=755"), q("rkm-test"),
+                                           tMount}) != 0) {
             GTEST_SKIP() << "no file system can be mounted here";
         }
         tMachine.add("small", "1.0");

@@ -297,8 +297,9 @@ TEST_F(UpdateRunTest, TakesOverTheTrustOfVersionOne)
         tMachine.fileSystem().failAt(0, 0);
         const RunResult tResult = tMachine.run();
         EXPECT_TRUE(tResult.mText.contains(q("out of date"))) << tResult.mText;
-        EXPECT_EQ(QDir(tTrust).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
-                  (QStringList{q(tRootHash), q("current")}));
+        QStringList tExpected{q(tRootHash), q("current")};
+        tExpected.sort();
+        EXPECT_EQ(QDir(tTrust).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), tExpected);
         tMachine.setServers({mRepository.uri()});
         EXPECT_EQ(tMachine.run().mCode, ResultSuccess);
         ASSERT_LT(i, 1000);
@@ -406,7 +407,7 @@ TEST_F(UpdateRunTest, WhatIsPutUnderTheNameOfADownloadHarmsNothing)
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mName);
-        QDir(mMachine.path(q("install"))).removeRecursively();
+        QFile::remove(mMachine.path(q("install/current")));
         QDir(tDownloads).removeRecursively();
         QDir().mkpath(tDownloads);
         writeFile(mMachine.path(q("victim")), "mine");
@@ -497,147 +498,6 @@ TEST_F(UpdateRunTest, LooksForSpaceBeforeTheFirstByte)
     EXPECT_EQ(mMachine.log().size(), 0);
     mMachine.fileSystem().mFreeBytes = -1;
     EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
-}
-
-// The generation before it counts, and a new one is made, whether or not a server has something new.
-TEST_F(UpdateRunTest, GoesBackOverADamagedManifest)
-{
-    const QString tManifest = mMachine.installed(packages::manifestFileName());
-    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
-    for (const bool tIsWithdrawn : {false, true}) {
-        mRepository.remove(q("lib"));
-        package("lib").mVersion = tIsWithdrawn ? q("3.0") : q("2.0");
-        package("lib").mFiles = {{q("new"), package("lib").mVersion.toUtf8()}};
-        publish();
-        ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
-        const FileMap tFiles = mMachine.currentFiles();
-        const qint64 tDamaged = mMachine.generation();
-        if (tIsWithdrawn) {
-            mRepository.remove(q("lib"));
-            mRepository.publish();
-        }
-        writeFile(tManifest, "damaged");
-        QString tError;
-        EXPECT_FALSE(mMachine.restart(&tError));
-        EXPECT_TRUE(tError.contains(tManifest.section(u'/', -1)) &&
-                    tError.contains(q("counts as installed")));
-        EXPECT_EQ(mMachine.currentFiles(), tFiles);
-        EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
-        EXPECT_TRUE(mMachine.mMessages.value(0).contains(q("counts as installed")))
-            << text(mMachine.mMessages);
-        EXPECT_EQ(mMachine.generation(), tDamaged + 1);
-        EXPECT_EQ(mMachine.packages().value(1), q("lib 2.0.0"));
-        EXPECT_EQ(text(mMachine.litter()), "");
-        mMachine.run();
-        EXPECT_EQ(text(mMachine.mMessages), "");
-    }
-    const FileMap tFiles = mMachine.currentFiles();
-    const QDir tGenerations(mMachine.path(q("install/generations")));
-    const QStringList tNames = tGenerations.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    for (const QString& tName : tNames) {
-        writeFile(tGenerations.filePath(tName + u'/' + packages::manifestFileName()), "damaged");
-    }
-    EXPECT_FALSE(mMachine.restart());
-    const RunResult tResult = run(ResultStoreDamaged);
-    EXPECT_TRUE(tResult.mText.contains(q("remove the link ") + mMachine.path(q("install/current"))));
-    EXPECT_EQ(mMachine.currentFiles(), tFiles);
-    QFile::remove(mMachine.path(q("install/current")));
-    publish();
-    run(ResultSuccess);
-    expectInstalled();
-}
-
-// A data folder that is not this installation's to use is refused at the run and at the start, untouched.
-TEST_F(UpdateRunTest, RefusesADataFolderThatIsNotItsOwn)
-{
-    const QString tData = mMachine.path(q("data"));
-    mMachine.request().mDataDir = tData;
-    const auto tRefused = [&](TestMachine& pMachine, const QString& pWhy) {
-        const FileMap tBefore = readTree(tData);
-        QString tError;
-        EXPECT_FALSE(pMachine.restart(&tError));
-        const RunResult tResult = pMachine.run();
-        EXPECT_EQ(tResult.mCode, ResultManualIntervention);
-        for (const QString& tText : {tError, tResult.mText}) {
-            EXPECT_TRUE(tText.contains(pWhy) && tText.contains(tData)) << tText.toStdString();
-        }
-        EXPECT_EQ(readTree(tData), tBefore);
-    };
-    writeFile(tData + q("/packages/theirs/1/file"), "foreign");
-    writeFile(tData + q("/.staging/file"), "foreign");
-    tRefused(mMachine, q("is not empty"));
-    QDir(tData).removeRecursively();
-    run(ResultSuccess);
-
-    TestMachine tOther(mRepository.root());
-    tOther.setServers({mRepository.uri()});
-    tOther.request().mDataDir = tData;
-    tRefused(tOther, q("another installation"));
-
-    // Its disk goes away and comes back.
-    QDir().rename(tData, tData + q(".away"));
-    tRefused(mMachine, q("not mounted"));
-    QDir().mkpath(tData);
-    tRefused(mMachine, q("not mounted"));
-    EXPECT_TRUE(QDir(tData).isEmpty());
-    QDir().rmdir(tData);
-    QDir().rename(tData + q(".away"), tData);
-    run(ResultSuccess);
-    expectInstalled();
-
-    // It is lost, and an administrator says so.
-    QDir(tData).removeRecursively();
-    writeFile(tData + q("/.vk-root"), "");
-    EXPECT_EQ(run(ResultSuccess).mInstalledCount, 1);
-    expectInstalled();
-}
-
-// Of a version that knew no markers, and where the state folder was lost.
-TEST_F(UpdateRunTest, TakesOverWhatItsManifestsVouchFor)
-{
-    const QString tData = mMachine.path(q("data"));
-    const QStringList tMarkers{tData + q("/.vk-root"), mMachine.path(q("install/.vk-root"))};
-    const auto tForgetMarkers = [&] {
-        QDir(mMachine.request().mStateDir).removeRecursively();
-        std::for_each(tMarkers.begin(), tMarkers.end(),
-                      [](const QString& pMarker) { QFile::remove(pMarker); });
-    };
-    mMachine.request().mDataDir = tData;
-    run(ResultSuccess);
-    tForgetMarkers();
-    EXPECT_EQ(run(ResultSuccess).mInstalledCount, 0);
-    EXPECT_EQ(mMachine.generation(), 1);
-
-    tForgetMarkers();
-    QDir().rename(tData, tData + q(".away"));
-    EXPECT_TRUE(run(ResultManualIntervention).mText.contains(q("not mounted")));
-    QDir().rename(tData + q(".away"), tData);
-    EXPECT_EQ(run(ResultSuccess).mInstalledCount, 0);
-
-    // An earlier data folder is taken over as well, and emptied when nothing in it is needed.
-    tForgetMarkers();
-    mMachine.request().mDataDir = mMachine.path(q("data2"));
-    EXPECT_EQ(run(ResultSuccess).mInstalledCount, 1);
-    package("maps").mVersion = q("4.0");
-    publish();
-    run(ResultSuccess);
-    EXPECT_FALSE(QFileInfo::exists(tData + q("/packages/maps")));
-    EXPECT_EQ(text(mMachine.litter()), "");
-
-    QDir(mMachine.request().mStateDir).removeRecursively();
-    EXPECT_EQ(run(ResultSuccess).mInstalledCount, 0);
-    EXPECT_TRUE(mMachine.restart());
-}
-
-TEST_F(UpdateRunTest, IsAloneInItsFolder)
-{
-    packages::Roots tOther(os::realFileSystem(), mMachine.request().mStateDir);
-    ASSERT_FALSE(tOther.open(packages::NewRoots::Make));
-    ASSERT_FALSE(tOther.claim(mMachine.request().mInstallDir, {}, [] { return packages::Vouched::Nothing; }));
-    EXPECT_EQ(mMachine.run().mCode, ResultInstallFailed);
-    QString tError;
-    EXPECT_FALSE(mMachine.restart(&tError));
-    EXPECT_TRUE(tError.contains(mMachine.request().mInstallDir));
 }
 
 TEST_F(UpdateRunTest, RunsOnceAtATimeAndEndsWithItsObject)
