@@ -1,0 +1,126 @@
+// What a machine trusts, and which servers it passes over for it.
+
+#include "UpdateFixture.h"
+
+#include "tuf/Hashes.h"
+
+#include <QtCore/QProcess>
+
+using namespace tarn::vkservice;
+using namespace tarn::vkservice::update;
+
+class TrustTest : public UpdateFixture
+{
+protected:
+    // What the machine trusts.
+    QString metadata() const
+    {
+        const QString tHash = q(tarn::tuf::sha256(mRepository.root()));
+        return mMachine.path(q("state/trust/%1/metadata").arg(tHash));
+    }
+
+    // The address of a copy of the repository as it is now.
+    QString mirror(const char* pName) const
+    {
+        const QString tCopy = mMachine.path(q(pName));
+        QProcess::execute(q("cp"), {q("-a"), mRepository.path(), tCopy});
+        return QUrl::fromLocalFile(tCopy).toString();
+    }
+};
+TEST_F(TrustTest, SaysWhatToDoWhenItsTrustIsDamaged)
+{
+    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
+    writeFile(metadata() + q("/root.json"), "damaged");
+    mRepository.publish();
+    mMachine.setServers({mRepository.uri(), mRepository.uri() + u'/'});
+    EXPECT_TRUE(run(ResultStoreDamaged).mText.contains(metadata())) << "another server does not help";
+    QDir(metadata()).removeRecursively();
+    run(ResultSuccess);
+}
+
+TEST_F(TrustTest, PassesOverAServerThatIsBehind)
+{
+    const QString tAsked = mirror("asked");
+    const QString tNeverAsked = mirror("never-asked");
+    mMachine.setServers({tAsked});
+    run(ResultSuccess);
+    mRepository.publish(); // changes nothing for this machine
+    mMachine.setServers({mRepository.uri()});
+    run(ResultSuccess);
+    for (const QStringList& tServers : {QStringList{tAsked}, {tNeverAsked}, {tAsked, tNeverAsked}}) {
+        mMachine.setServers(tServers);
+        const RunResult tResult = run(ResultVerificationFailed);
+        EXPECT_TRUE(tResult.mText.startsWith(q("Every update server that answered is out of date")));
+        mMachine.setServers(tServers + QStringList{mRepository.uri()});
+        run(ResultSuccess);
+        EXPECT_EQ(mMachine.mMessages.filter(q("out of date")).size(), tServers.size());
+    }
+}
+
+// Each has one package that it can't give, but only one has the newest state.
+TEST_F(TrustTest, TakesNothingOfAnOlderStateOnceItKnowsANewerOne)
+{
+    QFile::remove(mTargets.value(q("maps")));
+    const QString tOld = mirror("old");
+    package("lib").mVersion = q("2.0");
+    mRepository.add(package("lib"));
+    mRepository.publish();
+    mMachine.setServers({tOld, mRepository.uri()});
+    run(ResultInstallFailed);
+    EXPECT_EQ(text(mMachine.packages()), "app 1.0.0\nlib 2.0.0");
+}
+
+// Version 1.0.0 had trusted metadata for each address.
+TEST_F(TrustTest, TakesOverTheTrustOfVersionOne)
+{
+    const QByteArray tRootHash = tarn::tuf::sha256(mRepository.root());
+    const QString tOldMirror = mirror("old");
+    const QString tKeep = mMachine.path(q("keep"));
+    run(ResultSuccess);
+    QDir().rename(metadata(), tKeep + q("1"));
+    mRepository.publish();
+    run(ResultSuccess);
+    QDir().rename(metadata(), tKeep + q("2"));
+    for (int i = 0, tFailed = true; tFailed != 0; ++i) { // 0: nothing fails
+        SCOPED_TRACE(i);
+        TestMachine tMachine(mRepository.root());
+        const QString tTrust = tMachine.path(q("state/trust/"));
+        QDir().mkpath(tTrust);
+        int tNumber = 0;
+        for (const QString& tUri : {tOldMirror, mRepository.uri(), q("https://other")}) {
+            const QString tOld = tTrust + q(tarn::tuf::sha256(tUri.toUtf8()).left(32));
+            QProcess::execute(q("cp"), {q("-a"), tKeep + (++tNumber == 2 ? u'2' : u'1'), tOld});
+            writeFile(tOld + q(".note.json"), tNumber == 3 ? "" : "{\"root\": \"" + tRootHash + "\"}");
+        }
+        if (i % 2 == 1) { // it was needed once only
+            QFile::remove(tMachine.request().mRootFile);
+        }
+        tMachine.setServers({tOldMirror});
+        tMachine.fileSystem().mForGood = true;
+        tMachine.fileSystem().failAt(i, EIO);
+        tMachine.run();
+        tFailed = i == 0 || tMachine.fileSystem().hasFailed();
+        tMachine.fileSystem().failAt(0, 0);
+        const RunResult tResult = tMachine.run();
+        EXPECT_TRUE(tResult.mText.contains(q("out of date"))) << tResult.mText;
+        EXPECT_EQ(QDir(tTrust).entryList(QDir::Dirs | QDir::NoDotAndDotDot), QStringList{q(tRootHash)});
+        EXPECT_EQ(QDir(tTrust).entryList(QDir::Files), QStringList{q("current")});
+        tMachine.setServers({mRepository.uri()});
+        EXPECT_EQ(tMachine.run().mCode, ResultSuccess);
+        ASSERT_LT(i, 1000);
+    }
+}
+
+// The clock can't be set here, so what an earlier run proved is put in its place.
+TEST_F(TrustTest, NothingIsUpToDateThatHasExpired)
+{
+    run(ResultSuccess);
+    const QString tTimestamp = mRepository.path(q("metadata/timestamp.json"));
+    const QByteArray tGood = readFile(tTimestamp);
+    mRepository.setExpiry(QDateTime::currentDateTimeUtc().addDays(20));
+    mRepository.publish();
+    writeFile(metadata() + q("/timestamp.refused"), readFile(tTimestamp));
+    writeFile(tTimestamp, tGood);
+    const RunResult tResult = run(ResultVerificationFailed);
+    EXPECT_TRUE(tResult.mText.contains(q("clock"))) << tResult.mText;
+}
