@@ -1,0 +1,140 @@
+#include "UpdateFixture.h"
+
+#include "os/Confinement.h"
+
+#include <QtCore/QProcess>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace tarn::vkservice;
+using namespace tarn::vkservice::update;
+
+using DownloadsTest = UpdateFixture;
+
+// With the key of the targets one can sign any text as a hash; none becomes the name of a file.
+TEST_F(DownloadsTest, ASignedHashNamesNoFileOutsideTheDownloads)
+{
+    const QString tFile = mTargets.value(q("lib"));
+    mRepository.setHash(tFile, q("../../victim"));
+    mRepository.publish();
+    const QString tCopy = mMachine.path(q("one/two/mirror"));
+    QDir().mkpath(mMachine.path(q("one/two")));
+    QProcess::execute(q("cp"), {q("-a"), mRepository.path(), tCopy});
+    mMachine.setServers({QUrl::fromLocalFile(tCopy).toString()});
+    const QString tVictim = mMachine.path(q("victim"));
+    run(ResultVerificationFailed);
+    EXPECT_FALSE(QFile::exists(tVictim)) << "it is not made";
+    // What the server would send for it.
+    writeFile(mMachine.path(q("one/two/victim.") + QFileInfo(tFile).fileName().section(u'.', 1)), "more");
+    writeFile(tVictim, "mine");
+    run(ResultVerificationFailed);
+    EXPECT_EQ(readFile(tVictim), "mine") << "nothing is added, and it is not removed";
+}
+
+TEST_F(DownloadsTest, WhatIsPutUnderTheNameOfADownloadHarmsNothing)
+{
+    const QString tDownloads = mMachine.path(q("state/downloads"));
+    const QString tHash = QFileInfo(mTargets.value(q("lib"))).fileName().section(u'.', 0, 0);
+    const QByteArray tName = QFile::encodeName(tDownloads + u'/' + tHash);
+    const QByteArray tVictim = QFile::encodeName(mMachine.path(q("victim")));
+    const struct
+    {
+        const char* mName;
+        std::function<int()> mPut;
+        ResultCode mCode;
+    } tCases[] = {
+        {"link", [&] { return ::symlink(tVictim, tName); }, ResultSuccess},
+        {"second name", [&] { return ::link(tVictim, tName); }, ResultSuccess},
+        {"pipe", [&] { return ::mkfifo(tName, 0600); }, ResultSuccess},
+        {"folder", [&] { return ::mkdir(tName, 0700); }, ResultInstallFailed},
+        {"link for the folder",
+         [&] {
+             return ::rmdir(QFile::encodeName(tDownloads)) + ::symlink("..", QFile::encodeName(tDownloads));
+         },
+         ResultInstallFailed},
+    };
+    for (const auto& tCase : tCases) {
+        SCOPED_TRACE(tCase.mName);
+        QFile::remove(mMachine.path(q("install/current")));
+        QDir(tDownloads).removeRecursively();
+        QDir().mkpath(tDownloads);
+        writeFile(mMachine.path(q("victim")), "mine");
+        ASSERT_EQ(tCase.mPut(), 0);
+        run(tCase.mCode);
+        EXPECT_EQ(readFile(mMachine.path(q("victim"))), "mine");
+    }
+}
+
+// The second wall: whatever path a fault in the run came up with, the kernel refuses it.
+TEST_F(DownloadsTest, TheKernelRefusesARunEveryWrongPath)
+{
+    if (!os::Confinement::isAvailable()) {
+        GTEST_SKIP() << "this kernel has no Landlock";
+    }
+    const QByteArray tFile = QFile::encodeName(mMachine.path(q("victim")));
+    const QByteArray tNew = tFile + ".new";
+    const QByteArray tOwn = QFile::encodeName(mMachine.path(q("state/own")));
+    const QByteArray tLink = QFile::encodeName(mMachine.path(q("state/link")));
+    writeFile(mMachine.path(q("victim")), "mine");
+    QDir().mkpath(mMachine.path(q("state")));
+    ASSERT_EQ(::symlink(tFile, tLink), 0);
+    const auto tOpen = [](const QByteArray& pPath, int pFlags) {
+        const int tFd = ::open(pPath, pFlags | O_CLOEXEC, 0600);
+        return tFd < 0 ? -1 : ::close(tFd);
+    };
+    const struct
+    {
+        const char* mName;
+        std::function<int()> mTry;
+        int mErrno; // 0: it has to work
+    } tCases[] = {
+        {"make", [&] { return tOpen(tNew, O_WRONLY | O_CREAT); }, EACCES},
+        {"append", [&] { return tOpen(tFile, O_WRONLY | O_APPEND); }, EACCES},
+        {"empty", [&] { return tOpen(tFile, O_WRONLY | O_TRUNC); }, EACCES},
+        {"read", [&] { return tOpen(tFile, O_RDONLY); }, EACCES},
+        {"through a link", [&] { return tOpen(tLink, O_WRONLY); }, EACCES},
+        {"remove", [&] { return ::unlink(tFile); }, EACCES},
+        {"move here", [&] { return ::rename(tFile, tOwn); }, EACCES},
+        {"move there", [&] { return tOpen(tOwn, O_WRONLY | O_CREAT) + ::rename(tOwn, tNew); }, EACCES},
+        {"folder", [&] { return ::mkdir(tNew, 0700); }, EACCES},
+        {"link", [&] { return ::symlink("x", tNew); }, EACCES},
+        {"second name", [&] { return ::link(tFile, tLink + "2"); }, EXDEV},
+        {"in its own folder", [&] { return ::truncate(tOwn, 1) + ::unlink(tOwn); }, 0},
+    };
+    // Its last one before it installs.
+    const QByteArray tLast = "unlinkat " + QFileInfo(mTargets.value(q("lib"))).fileName().left(64).toUtf8();
+    QList<int> tErrors;
+    // Called on the thread of the run.
+    mMachine.fileSystem().mObserver = [&](int, const QByteArray& pWhat) {
+        if (tErrors.isEmpty() && pWhat == tLast) {
+            for (const auto& tCase : tCases) {
+                tErrors.append(tCase.mTry() == 0 ? 0 : errno);
+            }
+        }
+    };
+    run(ResultSuccess);
+    expectInstalled();
+    ASSERT_EQ(tErrors.size(), std::size(tCases));
+    for (qsizetype tIndex = 0; tIndex < tErrors.size(); ++tIndex) {
+        EXPECT_EQ(tErrors.at(tIndex), tCases[tIndex].mErrno) << tCases[tIndex].mName;
+    }
+    EXPECT_EQ(readFile(mMachine.path(q("victim"))), "mine");
+    EXPECT_EQ(tOpen(tFile, O_RDWR), 0) << "this thread is free";
+}
+
+// While an application stays open, one release after the other is fetched and none installed.
+TEST_F(DownloadsTest, KeepsNoDownloadsThatNoPlanNames)
+{
+    const QString tFile = mTargets.value(q("lib"));
+    const QString tPart = QFileInfo(tFile).fileName().section(u'.', 0, 0);
+    const QDir tDownloads(mMachine.path(q("state/downloads")));
+    for (const QString& tName : {tPart, QString(64, u'0'), QString(128, u'0'), q("notes")}) {
+        writeFile(tDownloads.filePath(tName), readFile(tFile).first(10));
+    }
+    QFile::remove(tFile);
+    run(ResultInstallFailed);
+    const QString tApp = QFileInfo(mTargets.value(q("app"))).fileName().section(u'.', 0, 0);
+    const QStringList tNames = tDownloads.entryList(QDir::Files);
+    EXPECT_EQ(QSet<QString>(tNames.begin(), tNames.end()), (QSet<QString>{tApp, tPart, q("notes")}));
+}
