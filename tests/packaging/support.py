@@ -2,6 +2,7 @@
 import collections
 import json
 import os
+import shutil
 import socket
 import subprocess
 import threading
@@ -20,6 +21,17 @@ def run(*words, **kwargs):
     if result.returncode != 0:
         raise AssertionError(f"{words} ended with {result.returncode}: {result.stderr}{result.stdout}")
     return result.stdout
+
+
+def installation(folder, config):
+    """An installation of rkm in a folder, with this configuration; gives the path of rkm."""
+    for name in ("bin", "etc/vk"):
+        os.makedirs(os.path.join(folder, name))
+    for name in ("lib", "share"):
+        os.symlink(os.path.join(BUILD, name), os.path.join(folder, name))
+    with open(os.path.join(folder, "etc/vk/vk.cfg"), "w", encoding="utf-8") as file:
+        file.write(config)
+    return shutil.copy(os.path.join(BIN, "rkm"), os.path.join(folder, "bin"))
 
 
 def options():

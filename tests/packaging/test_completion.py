@@ -3,19 +3,17 @@ import os
 import pty
 import re
 import select
-import shutil
 import socket
 import subprocess
 import tempfile
 import time
 import unittest
 
-from support import BIN, BUILD, SHARE, StandIn, options_by_command, run
+from support import BIN, SHARE, StandIn, installation, options_by_command, run
 
 BASH_FILE = os.path.join(SHARE, "bash-completion/completions/rkm")
 FISH_FILE = os.path.join(SHARE, "fish/vendor_completions.d/rkm.fish")
 ZSH_FOLDER = os.path.join(SHARE, "zsh/vendor-completions")
-RKM = os.path.join(BIN, "rkm")
 
 BASH_CALL = """
 compopt() { :; }
@@ -148,14 +146,7 @@ SERVERS = {"revision": 1, "servers": [
 class WithService(Folder):
     def setUp(self):
         super().setUp()
-        os.makedirs(self.folder + "/etc/vk")
-        os.mkdir(self.folder + "/bin")
-        shutil.copy(RKM, self.folder + "/bin")
-        for name in ("lib", "share"):
-            os.symlink(os.path.join(BUILD, name), os.path.join(self.folder, name))
-        with open(self.folder + "/etc/vk/vk.cfg", "w", encoding="utf-8") as file:
-            file.write('[service]\nsocketName = "vkservice"\n')
-        self.rkm = self.folder + "/bin/rkm"
+        self.rkm = installation(self.folder, '[service]\nsocketName = "vkservice"\n')
         self.environment["PATH"] = self.folder + "/bin:/usr/bin:/bin"
 
     @unittest.skipIf(os.geteuid() != 0, "only root can take on other users")

@@ -8,7 +8,7 @@ import tempfile
 import unittest
 import xml.etree.ElementTree
 
-from support import BIN, BUILD, SHARE, SOURCE, StandIn, run
+from support import SHARE, SOURCE, StandIn, installation, run
 
 LUPDATE = os.environ["RKM_LUPDATE"]
 PARTS = {"vkc_de.ts": "src/vkc", "vkcore_de.ts": "src/vkcore"}
@@ -58,13 +58,8 @@ class German(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.folder = folder.name
-        for name in ("bin", "etc/vk"):
-            os.makedirs(os.path.join(self.folder, name))
-        self.rkm = shutil.copy(os.path.join(BIN, "rkm"), os.path.join(self.folder, "bin"))
-        for name in ("lib", "share"):
-            os.symlink(os.path.join(BUILD, name), os.path.join(self.folder, name))
-        with open(os.path.join(self.folder, "etc/vk/vk.cfg"), "w", encoding="utf-8") as file:
-            file.write('[application]\nlanguage = "de"\nlogDir = "%s/log"\n' % self.folder)
+        self.rkm = installation(self.folder, '[application]\nlanguage = "de"\nlogDir = "%s/log"\n'
+                                             '[service]\nsocketName = "vkservice"\n' % self.folder)
 
     def call(self, *words):
         result = subprocess.run([self.rkm, *words], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False,
