@@ -73,12 +73,13 @@ Failure Leftovers::remove(const std::function<void(int, int)>& pProgress, const 
     if (const Failure tFailure = find(&tItems)) {
         return tFailure;
     }
+    const QStringList tPutOff = putOff(tItems, pPutOff);
     for (size_t tIndex = 0; tIndex < tItems.size(); ++tIndex) {
         if (pProgress) {
             pProgress(static_cast<int>(tIndex), static_cast<int>(tItems.size()));
         }
         const Item& tItem = tItems[tIndex];
-        if (!removeItem(tItem, pPutOff)) {
+        if (!removeItem(tItem, tPutOff)) {
             continue;
         }
         note(tItem.mGeneration == 0 ? os::removeTree(mFileSystem, mFolders.intentFile())
@@ -92,8 +93,22 @@ Failure Leftovers::remove(const std::function<void(int, int)>& pProgress, const 
     return mFirst;
 }
 
+QStringList Leftovers::putOff(const std::vector<Item>& pItems, const PutOff& pPutOff) const
+{
+    QStringList tFolders;
+    for (const Item& tItem : pItems) {
+        for (const PackagePlace& tPlace : tItem.mPackages) {
+            const QString tFolder = PackageFolders::below(mFolders.rootOf(tPlace), tPlace);
+            if (QFileInfo(tFolder).isDir() && !tFolders.contains(tFolder)) {
+                tFolders.append(tFolder);
+            }
+        }
+    }
+    return pPutOff && !tFolders.isEmpty() ? pPutOff(tFolders) : QStringList();
+}
+
 // True where nothing of it is left that this installation may remove.
-bool Leftovers::removeItem(const Item& pItem, const PutOff& pPutOff)
+bool Leftovers::removeItem(const Item& pItem, const QStringList& pPutOff)
 {
     bool tAllGone = true;
     for (const PackagePlace& tPlace : pItem.mStagings) {
@@ -103,7 +118,7 @@ bool Leftovers::removeItem(const Item& pItem, const PutOff& pPutOff)
         const QString tRoot = mFolders.rootOf(tPlace);
         if (mRoots.fd(tRoot) < 0) {
             tAllGone = tAllGone && !mRoots.knows(tRoot);
-        } else if (pPutOff && pPutOff(PackageFolders::below(tRoot, tPlace))) {
+        } else if (pPutOff.contains(PackageFolders::below(tRoot, tPlace))) {
             tAllGone = false;
         } else {
             tAllGone = note(removePackage(tPlace)) && tAllGone;

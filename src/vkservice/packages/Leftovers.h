@@ -9,8 +9,9 @@ namespace tarn::vkservice::packages {
 
 class Roots;
 
-// True for a package folder (an absolute path) that is to stay for now; asked again at the next removal.
-using PutOff = std::function<bool(const QString&)>;
+// Those of some package folders (absolute paths) that are to stay for now; asked once, and again at the next
+// removal.
+using PutOff = std::function<QStringList(const QStringList&)>;
 
 // What is no longer needed: package folders of superseded generations, and what a run announced and did not
 // come to use. Whatever no manifest of this installation names is not looked at. A generation goes when all
@@ -41,7 +42,8 @@ private:
     };
 
     os::Failure find(std::vector<Item>* pTo);
-    bool removeItem(const Item& pItem, const PutOff& pPutOff);
+    QStringList putOff(const std::vector<Item>& pItems, const PutOff& pPutOff) const;
+    bool removeItem(const Item& pItem, const QStringList& pPutOff);
     os::Failure removeGeneration(qint64 pNumber);
     bool note(const os::Failure& pFailure);
 

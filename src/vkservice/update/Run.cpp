@@ -26,7 +26,7 @@ constexpr qint64 sStateBytes = 4 * 1024 * 1024;
 Run::Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
          Reporter& pReporter, const os::AbortFlag& pAbort)
     : mRequest(pRequest), mFileSystem(pFileSystem), mProcesses(pProcesses), mReporter(pReporter),
-      mAbort(pAbort), mWorkplace(pFileSystem, pRequest),
+      mAbort(pAbort), mWorkplace(pFileSystem, pProcesses, pRequest),
       mDownloads(pFileSystem, pRequest.mStateDir, pReporter, pAbort)
 {
 }
@@ -253,14 +253,20 @@ Trouble Run::switchToNew(const Plan& pPlan)
 void Run::removeObsolete()
 {
     mReporter.begin(vkcore::ActivityRemovingObsolete, false, 0, false);
-    const os::Failure tFailure = mWorkplace.generations().removeLeftovers([this](int pDone, int pTotal) {
+    const auto tProgress = [this](int pDone, int pTotal) {
         if (pDone == 0) {
             mReporter.begin(vkcore::ActivityRemovingObsolete, false, pTotal, false);
         } else {
             mReporter.advance(1);
         }
-    });
-    warn(tFailure.mText);
+    };
+    QStringList tInUse;
+    warn(mWorkplace.removeLeftovers(tProgress, &tInUse).mText);
+    if (!tInUse.isEmpty()) {
+        mReporter.notify(MessageInformation,
+                         QStringLiteral("These old packages are still in use and will be removed later: %1")
+                             .arg(tInUse.join(QStringLiteral(", "))));
+    }
 }
 
 // What a plan depends on besides the offers.

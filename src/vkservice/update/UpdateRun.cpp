@@ -80,7 +80,7 @@ UpdateRun::~UpdateRun()
 
 bool UpdateRun::recover(const RunRequest& pRequest, QString* pError)
 {
-    Workplace tWorkplace(d->mFileSystem, pRequest);
+    Workplace tWorkplace(d->mFileSystem, d->mProcesses, pRequest);
     if (const Trouble tTrouble = tWorkplace.open(packages::NewRoots::Leave)) {
         *pError = tTrouble.mText;
         return false;

@@ -1,6 +1,7 @@
 #include "update/Workplace.h"
 
 #include "os/FileTools.h"
+#include "os/ProcessList.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
@@ -18,8 +19,9 @@ constexpr mode_t sStateDir = 0755; // the install log in it is for everybody
 
 } // namespace
 
-Workplace::Workplace(os::FileSystem& pFileSystem, const RunRequest& pRequest)
-    : mFileSystem(pFileSystem), mRequest(pRequest), mFolders(pRequest.mInstallDir, pRequest.mDataDir),
+Workplace::Workplace(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, const RunRequest& pRequest)
+    : mFileSystem(pFileSystem), mProcesses(pProcesses), mRequest(pRequest),
+      mFolders(pRequest.mInstallDir, pRequest.mDataDir),
       mRoots(pFileSystem, QDir::cleanPath(pRequest.mStateDir)), mGenerations(pFileSystem, mFolders, mRoots),
       mRunLog(pFileSystem, pRequest.mStateDir)
 {
@@ -158,7 +160,15 @@ QStringList Workplace::writableFolders() const
 
 QString Workplace::tidyUp()
 {
-    return mGenerations.removeLeftovers().mText;
+    QStringList tInUse;
+    return removeLeftovers(nullptr, &tInUse).mText;
+}
+
+os::Failure Workplace::removeLeftovers(const std::function<void(int, int)>& pProgress, QStringList* pInUse)
+{
+    return mGenerations.removeLeftovers(pProgress, [this, pInUse](const QStringList& pFolders) {
+        return *pInUse = mProcesses.inUse(pFolders);
+    });
 }
 
 os::Failure Workplace::updateInstallLog(QString* pWarning)

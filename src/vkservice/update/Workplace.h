@@ -14,7 +14,7 @@ namespace tarn::vkservice::update {
 class Workplace
 {
 public:
-    Workplace(os::FileSystem& pFileSystem, const RunRequest& pRequest);
+    Workplace(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, const RunRequest& pRequest);
 
     // Claims the folders and reads what is installed.
     Trouble open(packages::NewRoots pNew);
@@ -25,7 +25,11 @@ public:
     // The state folder and all claimed roots, also those of earlier data folders; absolute paths.
     QStringList writableFolders() const;
 
-    // Removes what killed runs left. A failure does no harm to the next run; its text is for people.
+    // Removes what neither the current generation nor the one before it needs, and what killed runs left;
+    // what a process uses stays for a later time and comes in *pInUse. Goes on behind a failure, which does
+    // no harm to the next run. pProgress gets how many of how many are done.
+    os::Failure removeLeftovers(const std::function<void(int, int)>& pProgress, QStringList* pInUse);
+    // The same, with a text for people.
     QString tidyUp();
     // Enters the run that made the current generation into the install log, unless it is there already, or
     // keeps it for later. A failure where neither worked: the manifest is then the only one to know of the
@@ -48,6 +52,7 @@ private:
     void forgetMissingPackages();
 
     os::FileSystem& mFileSystem;
+    os::ProcessList& mProcesses;
     const RunRequest& mRequest;
     packages::PackageFolders mFolders;
     packages::Roots mRoots;

@@ -216,7 +216,7 @@ TEST_F(GenerationsTest, PutsOffWhatIsInUse)
 {
     ASSERT_FALSE(install({stage("app", 1)}));
     const QString tOld = mFolders->absolute(q("packages/app/")) + list(q("install/packages/app")).value(0);
-    const auto tInUse = [&tOld](const QString& pFolder) { return pFolder == tOld; };
+    const auto tInUse = [&tOld](const QStringList& pFolders) { return pFolders.filter(tOld); };
     for (int tVersion = 2; tVersion <= 4; ++tVersion) {
         ASSERT_FALSE(install({stage("app", tVersion)}));
         EXPECT_FALSE(mGenerations->removeLeftovers(nullptr, tInUse));

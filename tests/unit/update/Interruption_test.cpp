@@ -331,6 +331,24 @@ TEST_F(InterruptionTest, WaitsForScriptsHoweverTheyWereStarted)
     run(ResultSuccess);
 }
 
+TEST_F(InterruptionTest, WhatAProcessUsesIsRemovedByALaterRun)
+{
+    run(ResultSuccess);
+    const QString tOld = QFileInfo(mMachine.installed(q("app"))).canonicalFilePath();
+    {
+        const Child tUser([&tOld] { return ::chdir(QFile::encodeName(tOld).constData()) == 0; });
+        for (int tRound = 0; tRound < 3; ++tRound) {
+            publishNext();
+            run(ResultSuccess);
+        }
+        EXPECT_TRUE(mMachine.restart());
+        EXPECT_TRUE(QFileInfo::exists(tOld + q("/bin/app")));
+        EXPECT_EQ(mMachine.mMessages.filter(q("in use")).filter(tOld).size(), 1) << text(mMachine.mMessages);
+    }
+    run(ResultSuccess);
+    EXPECT_FALSE(QFileInfo::exists(tOld));
+}
+
 TEST(ProcessListTest, FindsFoldersInUseInWhateverWay)
 {
     const QTemporaryDir tDir;
