@@ -13,8 +13,8 @@ struct Process
     pid_t mPid = 0;
     QString mName;       // as the system's tools show it
     QString mExecutable; // absolute path of the file it runs, also when that file has been removed
-    QByteArrayList
-        mArguments; // the first ones, as absolute paths if they are paths; there may be no such files
+    // The first ones, as absolute paths if they are paths; there may be no such files.
+    QByteArrayList mArguments;
 };
 
 // The processes of this machine.
