@@ -360,10 +360,13 @@ bool Statement::run()
     return tOk;
 }
 
+// There is no statement where it could not be prepared, which SQLite takes everywhere but here.
 void Statement::reset()
 {
     sqlite3_reset(mStatement);
-    sqlite3_clear_bindings(mStatement);
+    if (mStatement != nullptr) {
+        sqlite3_clear_bindings(mStatement);
+    }
 }
 
 bool Statement::isNull(int pColumn) const
