@@ -13,7 +13,11 @@ bool MailMemory::ensureSchema()
 QString MailMemory::text(const QString& pName)
 {
     Statement tQuery(mDatabase, "SELECT value FROM mail_memory WHERE name = ?1");
-    return tQuery.bind(1, pName).step() ? tQuery.text(0) : QString();
+    if (tQuery.bind(1, pName).step()) {
+        return tQuery.text(0);
+    }
+    mReadFailed = mReadFailed || !tQuery.isOk();
+    return {};
 }
 
 bool MailMemory::setText(const QString& pName, const QString& pValue)

@@ -48,7 +48,10 @@ struct Notices::Story
 
 bool Notices::commit(const std::function<bool()>& pBody)
 {
-    const bool tOk = mDatabase.transaction(pBody);
+    const bool tOk = mDatabase.transaction([&] {
+        const bool tDone = pBody();
+        return !mMemory.takeReadFailure() && tDone;
+    });
     const QString tReason = mOutbox.errorText().isEmpty() ? mDatabase.errorText() : mOutbox.errorText();
     mErrorText = tOk ? QString() : tReason;
     return tOk;

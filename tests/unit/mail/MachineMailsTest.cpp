@@ -306,6 +306,21 @@ TEST_F(MachineMailsTest, AFullDiskLosesNoMail)
               "lab-pc-3: updates installed lab-pc-3: status of updates");
 }
 
+TEST_F(MachineMailsTest, AMemoryThatCantBeReadTellsNothingTwice)
+{
+    mRig.finish(someRun(q("1"), update::ResultSuccess, 1));
+    EXPECT_EQ(sent(), 1);
+    ASSERT_TRUE(mRig.mDatabase.execute(
+        "ALTER TABLE mail_memory RENAME TO real;"
+        "CREATE VIEW mail_memory AS SELECT name, json('damaged') AS value FROM real;"
+        "CREATE TRIGGER written INSTEAD OF INSERT ON mail_memory BEGIN SELECT 1; END;"
+        "CREATE TRIGGER forgotten INSTEAD OF DELETE ON mail_memory BEGIN SELECT 1; END"));
+    mRig.finish(someRun(q("1"), update::ResultSuccess, 1));
+    ASSERT_TRUE(mRig.mDatabase.execute("DROP VIEW mail_memory; ALTER TABLE real RENAME TO mail_memory"));
+    mRig.pass(60);
+    EXPECT_EQ(sent(), 0);
+}
+
 TEST_F(MachineMailsTest, AMailThatCantBeTakenOffTheQueueIsNotSentTwice)
 {
     mRig.mMailer->onRunFinished(someRun(q("1"), update::ResultSuccess, 1));
