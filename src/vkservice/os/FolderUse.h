@@ -6,6 +6,7 @@
 #include <QtCore/QStringList>
 
 #include <map>
+#include <set>
 
 namespace tarn::vkservice::os {
 
@@ -19,8 +20,8 @@ public:
     // Looks into a process: what it runs, where it is, what it has open and mapped, what its arguments name.
     // pProcDir is its folder below /proc. What may not be looked into counts as unused.
     void look(const QByteArray& pProcDir);
-    bool isAllUsed() const { return mUsed.size() == mFolders.size(); }
-    // Those found in use so far.
+    bool isAllUsed() const { return std::ssize(mUsed) == mFolders.size(); }
+    // Those found in use so far, in the order of the folders.
     QStringList used() const;
 
 private:
@@ -33,7 +34,7 @@ private:
     QStringList mFolders;
     std::map<FileId, qsizetype> mFiles; // to the place of their folder in mFolders
     QSet<QByteArray> mNames;            // last parts of their paths
-    QSet<qsizetype> mUsed;
+    std::set<qsizetype> mUsed;
 };
 
 } // namespace tarn::vkservice::os
