@@ -477,11 +477,12 @@ std::optional<update::RunRequest> Service::runRequest(QString* pReason)
     const auto tAppLanguage = mSettings.appLanguage();
     const auto tDataLanguage = mSettings.dataLanguage();
     const auto tDataDir = mSettings.dataDirectory();
-    if (!tServers || !tProxy || !tAppLanguage || !tDataLanguage || !tDataDir) {
+    update::RunRequest tRequest;
+    const bool tAllRead = readVariables(&tRequest);
+    if (!tServers || !tProxy || !tAppLanguage || !tDataLanguage || !tDataDir || !tAllRead) {
         *pReason = storeFailure(QStringLiteral("The settings of the update")).mMessage;
         return std::nullopt;
     }
-    update::RunRequest tRequest;
     for (const bool tDefault : {true, false}) {
         for (const store::ServerEntry& tEntry : *tServers) {
             if (tEntry.mEnabled && tEntry.mDefault == tDefault) {
@@ -495,16 +496,27 @@ std::optional<update::RunRequest> Service::runRequest(QString* pReason)
     tRequest.mAppLanguage = languageOr(tAppLanguage);
     tRequest.mDataLanguage = languageOr(tDataLanguage);
     tRequest.mStateDir = mApp.getStateDir();
-    tRequest.mInstallDir = mVariables.text(QStringLiteral("install.dir"));
     tRequest.mDataDir = *tDataDir;
-    tRequest.mRootFile = mVariables.text(QStringLiteral("update.rootFile"));
-    tRequest.mWaitForAppsSeconds = static_cast<int>(mVariables.number(QStringLiteral("update.waitForApps")));
-    tRequest.mParallelDownloads =
-        static_cast<int>(mVariables.number(QStringLiteral("update.parallelDownloads")));
-    tRequest.mBytesPerSecond = mVariables.number(QStringLiteral("update.bandwidthLimit"));
-    tRequest.mLeastBytesPerSecond = mVariables.number(QStringLiteral("update.minimumRate"));
-    tRequest.mCaFile = mVariables.text(QStringLiteral("update.caFile"));
     return tRequest;
+}
+
+// A value that could not be read must not be taken for one that is not set: an update without caFile trusts
+// other certificates.
+bool Service::readVariables(update::RunRequest* pTo) const
+{
+    bool tAllRead = true;
+    const auto tText = [&](const char* pName) { return mVariables.text(QLatin1String(pName), &tAllRead); };
+    const auto tNumber = [&](const char* pName) {
+        return mVariables.number(QLatin1String(pName), &tAllRead);
+    };
+    pTo->mInstallDir = tText("install.dir");
+    pTo->mRootFile = tText("update.rootFile");
+    pTo->mCaFile = tText("update.caFile");
+    pTo->mWaitForAppsSeconds = static_cast<int>(tNumber("update.waitForApps"));
+    pTo->mParallelDownloads = static_cast<int>(tNumber("update.parallelDownloads"));
+    pTo->mBytesPerSecond = tNumber("update.bandwidthLimit");
+    pTo->mLeastBytesPerSecond = tNumber("update.minimumRate");
+    return tAllRead;
 }
 
 ipc::Reply Service::storeFailure(const QString& pWhat)

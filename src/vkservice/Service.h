@@ -91,6 +91,7 @@ private:
     void replaceDamagedStore();
     void reportDamage(const QString& pDamagedFile);
     std::optional<update::RunRequest> runRequest(QString* pReason);
+    bool readVariables(update::RunRequest* pTo) const;
     bool isSuppressed();
     // What was chosen, else the language of the service.
     QString languageOr(const std::optional<QString>& pChosen) const;

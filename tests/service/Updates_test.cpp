@@ -226,6 +226,16 @@ TEST_F(UpdatesTest, OrderlyEndInTheMiddleOfARun)
     }
 }
 
+TEST_F(UpdatesTest, NoRunBeginsWithSettingsThatCantBeRead)
+{
+    start();
+    Database tStore;
+    ASSERT_TRUE(tStore.open(mRig.state("state.db"), Database::Mode::ReadWrite));
+    ASSERT_TRUE(tStore.execute("ALTER TABLE variables RENAME TO gone"));
+    EXPECT_FALSE(trigger());
+    EXPECT_TRUE(mRig.log().contains("The settings of the update: the store failed")) << mRig.log();
+}
+
 TEST_F(UpdatesTest, RunThatTheServiceDidNotSurviveHasAResult)
 {
     ASSERT_NO_FATAL_FAILURE(startHeldRun());

@@ -57,19 +57,22 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addPrefix(QStringLiteral("service."));
 }
 
-mail::SmtpSettings smtpSettings(const ConfigVariables& pVariables)
+std::optional<mail::SmtpSettings> smtpSettings(const ConfigVariables& pVariables)
 {
+    bool tAllRead = true;
+    const auto tText = [&](const char* pName) { return pVariables.text(QLatin1String(pName), &tAllRead); };
     mail::SmtpSettings tSettings;
-    tSettings.mUrl = pVariables.text(QStringLiteral("mail.url")).trimmed();
-    tSettings.mSender = pVariables.text(QStringLiteral("mail.sender")).trimmed();
-    tSettings.mUser = pVariables.text(QStringLiteral("mail.user")).trimmed();
-    tSettings.mPassword = pVariables.text(QStringLiteral("mail.password"));
-    tSettings.mStartTls =
-        static_cast<mail::SmtpSettings::StartTls>(pVariables.word(QStringLiteral("mail.startTls")));
-    tSettings.mCaFile = pVariables.text(QStringLiteral("mail.caFile"));
-    tSettings.mAllowPlaintext = pVariables.flag(QStringLiteral("mail.allowPlaintext"));
-    tSettings.mTimeoutSeconds = static_cast<int>(pVariables.number(QStringLiteral("mail.timeout")));
-    return tSettings;
+    tSettings.mUrl = tText("mail.url").trimmed();
+    tSettings.mSender = tText("mail.sender").trimmed();
+    tSettings.mUser = tText("mail.user").trimmed();
+    tSettings.mPassword = tText("mail.password");
+    tSettings.mStartTls = static_cast<mail::SmtpSettings::StartTls>(
+        pVariables.word(QStringLiteral("mail.startTls"), &tAllRead));
+    tSettings.mCaFile = tText("mail.caFile");
+    tSettings.mAllowPlaintext = pVariables.flag(QStringLiteral("mail.allowPlaintext"), &tAllRead);
+    tSettings.mTimeoutSeconds =
+        static_cast<int>(pVariables.number(QStringLiteral("mail.timeout"), &tAllRead));
+    return tAllRead ? std::optional(tSettings) : std::nullopt;
 }
 
 } // namespace tarn::vkservice::control

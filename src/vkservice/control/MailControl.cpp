@@ -45,18 +45,24 @@ bool MailControl::open(QString* pError)
     }
     // What is not among the settings would be forgotten.
     const auto tSettings = mSettings.monitoring();
-    if (!tSettings) {
+    const auto tSmtp = smtpSettings(mVariables);
+    if (!tSettings || !tSmtp) {
         *pError = QStringLiteral("Their settings can't be read");
         return false;
     }
-    onVariablesChanged();
+    mMailer.setSmtpSettings(*tSmtp);
     mMailer.setMonitoringSettings(*tSettings, Mailer::Reason::Loaded);
     return true;
 }
 
 void MailControl::onVariablesChanged()
 {
-    mMailer.setSmtpSettings(smtpSettings(mVariables));
+    if (const auto tSmtp = smtpSettings(mVariables)) {
+        mMailer.setSmtpSettings(*tSmtp);
+    } else {
+        Q_EMIT warning(
+            QStringLiteral("The settings of the mail server can't be read; the earlier ones stay."));
+    }
 }
 
 void MailControl::onMonitoringChanged(const MonitoringSettings& pSettings)

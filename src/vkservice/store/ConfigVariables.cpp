@@ -135,15 +135,24 @@ std::optional<QString> ConfigVariables::value(const QString& pName) const
     return tRule->mDefault;
 }
 
-bool ConfigVariables::flag(const QString& pName) const
+QString ConfigVariables::text(const QString& pName, bool* pAllRead) const
 {
-    return isYes(text(pName));
+    const auto tValue = value(pName);
+    if (!tValue && pAllRead != nullptr) {
+        *pAllRead = false;
+    }
+    return tValue.value_or(QString());
 }
 
-int ConfigVariables::word(const QString& pName) const
+bool ConfigVariables::flag(const QString& pName, bool* pAllRead) const
+{
+    return isYes(text(pName, pAllRead));
+}
+
+int ConfigVariables::word(const QString& pName, bool* pAllRead) const
 {
     const QStringList tWords = mRules.value(pName).mWords;
-    const QString tValue = text(pName);
+    const QString tValue = text(pName, pAllRead);
     const auto tFound = std::find_if(tWords.begin(), tWords.end(), [&tValue](const QString& pWord) {
         return pWord.compare(tValue, Qt::CaseInsensitive) == 0;
     });

@@ -57,12 +57,16 @@ public:
     // version took. False with a reason.
     bool set(const QString& pName, const QString& pValue, QString* pReason);
 
-    // Of known variables. A value of the configuration that breaks the rule is no value.
-    QString text(const QString& pName) const { return value(pName).value_or(QString()); }
-    qint64 number(const QString& pName) const { return text(pName).toLongLong(); }
-    bool flag(const QString& pName) const;
+    // Of known variables. A value of the configuration that breaks the rule is no value. *pAllRead becomes
+    // false, and is not changed otherwise, where the database can't be read: the value then says nothing.
+    QString text(const QString& pName, bool* pAllRead = nullptr) const;
+    qint64 number(const QString& pName, bool* pAllRead = nullptr) const
+    {
+        return text(pName, pAllRead).toLongLong();
+    }
+    bool flag(const QString& pName, bool* pAllRead = nullptr) const;
     // The position of the value among the words of its rule.
-    int word(const QString& pName) const;
+    int word(const QString& pName, bool* pAllRead = nullptr) const;
 
     // For the log: one line for each value that breaks its rule, and for each stored name that is a mistake.
     QStringList complaints() const;

@@ -133,13 +133,25 @@ TEST_F(ConfigVariablesTest, TheMailServerIsReadByTheSameRules)
             } else {
                 mConfiguration.insert(q("service.") + q(tCase.mName), q(tCase.mValue));
             }
-            const auto tSmtp = tarn::vkservice::control::smtpSettings(mVariables);
+            const auto tSmtp = *tarn::vkservice::control::smtpSettings(mVariables);
             EXPECT_EQ(tSmtp.mStartTls, tCase.mStartTls);
             EXPECT_EQ(tSmtp.mAllowPlaintext, tCase.mAllow);
             EXPECT_EQ(tSmtp.mTimeoutSeconds, tCase.mTimeout);
             EXPECT_TRUE(set(tCase.mName, QString())) << mReason;
         }
     }
+}
+
+TEST_F(ConfigVariablesTest, WhatCantBeReadIsNotTakenForUnset)
+{
+    tarn::vkservice::control::addKnownVariables(mVariables, q("/etc/vk"));
+    bool tAllRead = true;
+    mVariables.text(q("path"), &tAllRead);
+    EXPECT_TRUE(tAllRead && tarn::vkservice::control::smtpSettings(mVariables));
+    ASSERT_TRUE(mStore.database().execute("DROP TABLE variables"));
+    mVariables.flag(q("flag"), &tAllRead);
+    EXPECT_FALSE(tAllRead || tarn::vkservice::control::smtpSettings(mVariables));
+    EXPECT_FALSE(set("text", q("any")));
 }
 
 TEST_F(ConfigVariablesTest, MistypedOnesAreRefusedAndCanBeRemoved)
