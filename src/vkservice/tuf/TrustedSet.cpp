@@ -98,8 +98,8 @@ Error TrustedSet::checkExpiry(const QString& pRole, const Signed& pSigned) const
                         .arg(pSigned.mExpires.toString(Qt::ISODate));
     if (tIsGoodByTheClock) {
         tText += QStringLiteral(
-                     ". The clock of this machine seems to be wrong: it shows %1, and earlier updates have "
-                     "shown that it must be %2 or later")
+                     ". The clock of this machine is wrong, or was so earlier: it shows %1, and earlier "
+                     "updates took it to be %2 or later. If it is right now, wait for the next publication")
                      .arg(mNow.toString(Qt::ISODate), tProven.toString(Qt::ISODate));
     }
     return Error{ErrorKind::Expired, tText};
@@ -108,10 +108,16 @@ Error TrustedSet::checkExpiry(const QString& pRole, const Signed& pSigned) const
 QDateTime TrustedSet::provenTime() const
 {
     const QDateTime tSignedAt = mTimestamp ? mTimestamp->mSignedAt : QDateTime();
-    if (!tSignedAt.isValid() || !mRefusedUntil.isValid()) {
-        return tSignedAt.isValid() ? tSignedAt : mRefusedUntil;
+    const bool tRefusedCounts = mRefused && !(mTimestamp && isNewerThanRefused());
+    if (!tRefusedCounts || !tSignedAt.isValid()) {
+        return tRefusedCounts ? mRefused->mExpires : tSignedAt;
     }
-    return std::max(tSignedAt, mRefusedUntil);
+    return std::max(tSignedAt, mRefused->mExpires);
+}
+
+bool TrustedSet::isNewerThanRefused() const
+{
+    return !mRefused || mTimestamp->mVersion > mRefused->mVersion;
 }
 
 Error TrustedSet::verifyByRoot(const QString& pRole, const Signed& pSigned) const
@@ -199,7 +205,7 @@ void TrustedSet::addRefusedTimestamp(const QByteArray& pFile)
 {
     Timestamp tRefused;
     if (!parseTimestamp(pFile, &tRefused) && !verifyByRoot(sTimestamp, tRefused)) {
-        mRefusedUntil = tRefused.mExpires;
+        mRefused = tRefused;
     }
 }
 

@@ -20,7 +20,8 @@ namespace tarn::tuf {
 //
 // Expiry is measured against the clock, or against a later time that signed files prove: the trusted
 // timestamp says when it was signed, and one that was refused because it had expired says until when it was
-// good. So a clock that is set back brings nothing back to life.
+// good. So a clock that is set back brings nothing back to life. A newer timestamp puts an end to what the
+// refused one says, which may have been refused by a clock that was ahead.
 class TrustedSet
 {
 public:
@@ -37,6 +38,8 @@ public:
     Error addTimestamp(const QByteArray& pFile, bool* pSame);
     // A timestamp that an earlier run refused as expired. One that isn't valid is passed over.
     void addRefusedTimestamp(const QByteArray& pFile);
+    // Whether the trusted timestamp is newer than the refused one, or there is no refused one.
+    bool isNewerThanRefused() const;
     // What the signed files prove to have passed; invalid: nothing.
     QDateTime provenTime() const;
     Error addLocalSnapshot(const QByteArray& pFile);
@@ -61,8 +64,8 @@ private:
     Error verifyByDelegator(const QString& pRole, const QString& pDelegator, const Signed& pSigned) const;
 
     QDateTime mNow;
-    QDateTime mRefusedUntil;
     std::optional<Root> mRoot;
+    std::optional<Timestamp> mRefused;
     std::optional<Timestamp> mTimestamp;
     std::optional<Snapshot> mSnapshot;
     QHash<QString, std::shared_ptr<const Targets>> mTargets;

@@ -42,7 +42,6 @@ public:
     Fetcher& mFetcher;
     QDateTime mNow;
     QByteArray mStoredTimestamp;
-    QByteArray mRefusedTimestamp;
     Limits mLimits;
     TrustedSet mTrusted;
     bool mRefreshed = false;
@@ -154,9 +153,9 @@ Error Updater::Private::loadTimestamp()
         mTrusted.addTimestamp(mStoredTimestamp, &tSame);
     }
     if (tError.mKind != ErrorKind::Local) {
-        tError = mStore.load(sTimestamp, mLimits.mTimestampLength, &mRefusedTimestamp,
-                             MetadataStore::Copy::Refused);
-        mTrusted.addRefusedTimestamp(mRefusedTimestamp);
+        QByteArray tRefused;
+        tError = mStore.load(sTimestamp, mLimits.mTimestampLength, &tRefused, MetadataStore::Copy::Refused);
+        mTrusted.addRefusedTimestamp(tRefused);
     }
     return tError.mKind == ErrorKind::Local ? tError : Error();
 }
@@ -192,7 +191,7 @@ Error Updater::Private::updateTimestamp()
     }
     // Of two with the same version the stored one is the one that counts.
     const QByteArray& tCounts = tSame ? mStoredTimestamp : tFile;
-    if (tError.mKind == ErrorKind::Expired && tCounts != mRefusedTimestamp) {
+    if (tError.mKind == ErrorKind::Expired && mTrusted.isNewerThanRefused()) {
         // Where this fails, the next run refuses and stores it.
         mStore.save(sTimestamp, tCounts, MetadataStore::Copy::Refused);
     }

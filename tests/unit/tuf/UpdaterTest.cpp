@@ -114,6 +114,35 @@ TEST_F(UpdaterTest, AClockThatIsSetBackBringsNothingBackToLife)
     EXPECT_GOOD(refresh()); // the old keys prove nothing any more
 }
 
+// The next timestamp puts an end to it, also where the files below it expire earlier than the refused one.
+TEST_F(UpdaterTest, AClockThatWasAheadCostsOneTimestamp)
+{
+    ASSERT_FALSE(refresh());
+    const QDateTime tBegin = mNow;
+    mNow = tBegin.addYears(80);
+    mRepository.mRoles[sRootRole].mExpires = mNow.addDays(900);
+    mRepository.mRoles[sTimestampRole].mVersion = 2;
+    mRepository.mRoles[sTimestampRole].mExpires = tBegin.addDays(60);
+    mRepository.publishRoot();
+    mRepository.publishTimestamp();
+    const QByteArray tNewer = mRepository.mFiles[q("timestamp.json")];
+    EXPECT_EQ(refresh().mKind, ErrorKind::Expired);
+
+    // What is shown later and is older than the refused one takes nothing back.
+    mRepository.mRoles[sTimestampRole].mVersion = 1;
+    mRepository.mRoles[sTimestampRole].mExpires = tBegin.addDays(59);
+    mRepository.publishTimestamp();
+    EXPECT_EQ(refresh().mKind, ErrorKind::Expired);
+    mNow = tBegin;
+    EXPECT_EQ(refresh().mKind, ErrorKind::Expired);
+    mRepository.mFiles[q("timestamp.json")] = tNewer;
+    EXPECT_EQ(refresh().mKind, ErrorKind::Expired);
+
+    mRepository.mRoles[sTimestampRole].mVersion = 3;
+    mRepository.publishTimestamp();
+    EXPECT_GOOD(refresh());
+}
+
 TEST_F(UpdaterTest, TheTimeOfSigningIsTheLeastThatTheClockCanBe)
 {
     const struct
