@@ -19,6 +19,9 @@ const QLatin1String sMetaSuffix(".json");
 // Of a target's path and of the patterns it is held against, which takes time by the one length times the
 // other.
 constexpr qsizetype sMaxPath = 4096;
+// Of objects and arrays in a file. The parser takes some 200 bytes for each, so that a file which holds
+// little else would need many times its size. A package takes less than ten.
+constexpr qsizetype sMaxContainers = 500'000;
 
 Error untrusted(const QString& pRole, const QString& pProblem)
 {
@@ -67,6 +70,11 @@ QList<Signature> readSignatures(const QJsonArray& pArray, JsonReader* pReader)
 // Reads what all files have in common and gives the "signed" object.
 QJsonObject readSigned(const QByteArray& pFile, const QString& pType, JsonReader* pReader, Signed* pTo)
 {
+    // Those in texts count as well: no file that is meant well comes near.
+    if (pFile.count('{') + pFile.count('[') > sMaxContainers) {
+        pReader->fail(QStringLiteral("it has more than %1 objects and arrays").arg(sMaxContainers));
+        return QJsonObject();
+    }
     QJsonParseError tProblem;
     const QJsonDocument tDocument = QJsonDocument::fromJson(pFile, &tProblem);
     if (!tDocument.isObject()) {

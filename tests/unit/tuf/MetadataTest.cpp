@@ -206,6 +206,9 @@ TEST_F(MetadataTest, DamageOfAnyKindIsOnlyAnError)
             tBad[i] = static_cast<char>(tRandom());
             parse(tType, tBad);
         }
+        const QByteArray tDense = QByteArray("[0],").repeated(500'000) + "[0]";
+        const Error tError = parse(tType, R"({"x":[)" + tDense + "]," + tGood.mid(1));
+        EXPECT_TRUE(tError.mText.contains(q("500000 objects"))) << tError.mText;
         for (const QByteArray& tFile :
              {QByteArray(1000000, '['), QByteArray("{\"signed\":").repeated(100000), QByteArray("\0\xff", 2),
               QByteArray("[]"), QByteArray("null"), tGood + tGood}) {
