@@ -23,6 +23,7 @@ constexpr mode_t sPrivateDir = 0700;
 constexpr mode_t sFileMode = 0644;
 constexpr qint64 sMaxMetadataSize = 16 * 1024 * 1024;
 constexpr qsizetype sNameLength = 32;
+const QString sRootFile = QStringLiteral("root.json");
 const QString sNoteSuffix = QStringLiteral(".note.json");
 
 struct File
@@ -33,8 +34,14 @@ struct File
 
 using FileMap = QMap<QString, File>; // by name
 
-// The newer of each.
-tuf::Error addFiles(os::FileSystem& pFileSystem, const QDir& pFolder, FileMap* pTo)
+qint64 versionOf(const QByteArray& pFile)
+{
+    const QJsonObject tSigned =
+        QJsonDocument::fromJson(pFile).object().value(QLatin1String("signed")).toObject();
+    return tSigned.value(QLatin1String("version")).toInteger();
+}
+
+tuf::Error readFiles(os::FileSystem& pFileSystem, const QDir& pFolder, FileMap* pTo)
 {
     for (const QString& tName : pFolder.entryList({QStringLiteral("*.json")}, QDir::Files)) {
         QByteArray tBytes;
@@ -43,14 +50,25 @@ tuf::Error addFiles(os::FileSystem& pFileSystem, const QDir& pFolder, FileMap* p
         if (tError.mKind == tuf::ErrorKind::Local) {
             return tError;
         }
-        const QJsonObject tSigned =
-            QJsonDocument::fromJson(tBytes).object().value(QLatin1String("signed")).toObject();
-        const qint64 tVersion = tSigned.value(QLatin1String("version")).toInteger();
-        if (tVersion > pTo->value(tName).mVersion) {
-            pTo->insert(tName, {tVersion, tBytes});
-        }
+        pTo->insert(tName, {versionOf(tBytes), tBytes});
     }
     return {};
+}
+
+// The newest root, and the newest of each other role that was taken under it. What an older root let in may
+// be signed by keys that were stolen and replaced since.
+void takeNewest(const FileMap& pFiles, FileMap* pTo)
+{
+    const qint64 tRoot = pFiles.value(sRootFile).mVersion;
+    const qint64 tKnown = pTo->value(sRootFile).mVersion;
+    if (tRoot > tKnown) {
+        pTo->clear();
+    }
+    for (auto tIt = pFiles.cbegin(); tIt != pFiles.cend() && tRoot >= tKnown; ++tIt) {
+        if (tIt->mVersion > pTo->value(tIt.key()).mVersion) {
+            pTo->insert(tIt.key(), *tIt);
+        }
+    }
 }
 
 // Whole or not at all: the first files of it would look like a trust that has just begun.
@@ -107,13 +125,15 @@ Trouble TrustAdoption::adopt(const QByteArray& pRootHash, const QString& pTo) co
         tuf::Error tError = readNote(tName, &tNoted);
         // A note that was lost counts for the root file that is there, as that version had it.
         if (!tError && (tNoted.isEmpty() || tNoted == QLatin1String(pRootHash))) {
-            tError = addFiles(mFileSystem, QDir(mFolder + QLatin1Char('/') + tName), &tNewest);
+            FileMap tFiles;
+            tError = readFiles(mFileSystem, QDir(mFolder + QLatin1Char('/') + tName), &tFiles);
+            takeNewest(tFiles, &tNewest);
         }
         if (tError) {
             return Trouble::from(tError);
         }
     }
-    const bool tHasRoot = tNewest.value(QStringLiteral("root.json")).mVersion > 0;
+    const bool tHasRoot = tNewest.value(sRootFile).mVersion > 0;
     return tHasRoot ? makeFolder(mFileSystem, pTo, tNewest) : Trouble();
 }
 

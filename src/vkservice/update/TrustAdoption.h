@@ -21,8 +21,8 @@ public:
 
     // The root file by its SHA-256 in hex, as noted for this address; empty if nothing is noted.
     QByteArray rootHash(const QString& pUri) const;
-    // Makes the folder pTo of the newest file of each role that was trusted by this root file; makes none if
-    // there are no such files.
+    // Makes the folder pTo of what was trusted by this root file: the newest root, and the newest file of
+    // each other role beside it. Makes none if there is no such root.
     Trouble adopt(const QByteArray& pRootHash, const QString& pTo) const;
     // Removes all that is left of that version. What can't be removed stays for the next time.
     void remove() const;

@@ -2,7 +2,9 @@
 
 #include "UpdateFixture.h"
 
+#include "os/FileSystem.h"
 #include "tuf/Hashes.h"
+#include "update/TrustAdoption.h"
 
 #include <QtCore/QProcess>
 
@@ -108,6 +110,26 @@ TEST_F(TrustTest, TakesOverTheTrustOfVersionOne)
         tMachine.setServers({mRepository.uri()});
         EXPECT_EQ(tMachine.run().mCode, ResultSuccess);
         ASSERT_LT(i, 1000);
+    }
+}
+
+// Its keys may have been stolen and replaced since.
+TEST_F(TrustTest, TakesOverNothingThatAnOlderRootLetIn)
+{
+    const auto tFile = [](int pVersion) {
+        return "{\"signed\": {\"version\": " + QByteArray::number(pVersion) + "}}";
+    };
+    for (const QChar tNewer : {u'1', u'2'}) { // by its folder's name
+        const QString tTrust = mMachine.path(q("trust") + tNewer);
+        for (const QChar tName : {u'1', u'2'}) {
+            const QString tOld = tTrust + u'/' + QString(32, tName);
+            QDir().mkpath(tOld);
+            writeFile(tOld + q("/root.json"), tFile(tName == tNewer ? 2 : 1));
+            writeFile(tOld + q("/timestamp.json"), tFile(tName == tNewer ? 5 : 9));
+        }
+        EXPECT_FALSE(TrustAdoption(os::realFileSystem(), tTrust).adopt("hash", tTrust + q("/hash")));
+        EXPECT_EQ(readFile(tTrust + q("/hash/root.json")), tFile(2));
+        EXPECT_EQ(readFile(tTrust + q("/hash/timestamp.json")), tFile(5));
     }
 }
 
