@@ -185,9 +185,10 @@ private:
 
     void fail(qsizetype pIndex, const PlannedPackage& pCause, const QString& pText)
     {
-        Trouble& tTrouble = mPlan->mPackages[pIndex].mTrouble;
-        if (!tTrouble) {
-            tTrouble = {pCause.mTrouble.mKind, pText.arg(pCause.name())};
+        PlannedPackage& tPackage = mPlan->mPackages[pIndex];
+        if (!tPackage.mTrouble) {
+            tPackage.mTrouble = {pCause.mTrouble.mKind, pText.arg(pCause.name())};
+            tPackage.mIsFollowUp = true;
             mToDo.append(pIndex);
         }
     }

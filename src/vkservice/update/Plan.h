@@ -14,7 +14,8 @@ namespace tarn::vkservice::update {
 struct PlannedPackage
 {
     Offer mOffer;
-    Trouble mTrouble; // set as soon as the package can't be installed
+    Trouble mTrouble;         // set as soon as the package can't be installed
+    bool mIsFollowUp = false; // that it has only because another package has one
 
     const QString& name() const { return mOffer.mInfo.mName; }
 };

@@ -7,7 +7,7 @@ namespace tarn::vkservice::update {
 Trouble serversFault(const Plan& pPlan)
 {
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
-        if (tPackage.mTrouble.isServersFault()) {
+        if (tPackage.mTrouble.isServersFault() && !tPackage.mIsFollowUp) {
             return tPackage.mTrouble;
         }
     }
@@ -48,8 +48,10 @@ ResultCode failedPackagesCode(const Plan& pPlan)
 
 QString failedPackagesText(const Plan& pPlan)
 {
-    const auto tIt = std::find_if(pPlan.mPackages.begin(), pPlan.mPackages.end(),
-                                  [](const PlannedPackage& pPackage) { return !!pPackage.mTrouble; });
+    const auto tIt =
+        std::find_if(pPlan.mPackages.begin(), pPlan.mPackages.end(), [](const PlannedPackage& pPackage) {
+            return pPackage.mTrouble && !pPackage.mIsFollowUp;
+        });
     return QStringLiteral("%1 %2 of %3 packages could not be updated. %4: %5.")
         .arg(resultText(failedPackagesCode(pPlan)))
         .arg(pPlan.failedCount())

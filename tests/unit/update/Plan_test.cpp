@@ -166,6 +166,16 @@ TEST(PlanTest, WritesARecordForEachPackage)
     EXPECT_TRUE(failedPackagesText(tPlan).contains(q("1 of 3 packages"))) << failedPackagesText(tPlan);
 }
 
+TEST(PlanTest, TellsTheTroubleThatTheOthersCameFrom)
+{
+    Plan tPlan = PlanTest().plan("app 1 req=lib; lib 1", "");
+    tPlan.find(q("lib"))->mTrouble = {Trouble::Kind::Untrusted, q("It has a wrong hash")};
+    tPlan.spreadTroubles();
+    EXPECT_EQ(serversFault(tPlan).mText, q("It has a wrong hash"));
+    EXPECT_TRUE(failedPackagesText(tPlan).endsWith(q("lib: It has a wrong hash.")))
+        << failedPackagesText(tPlan);
+}
+
 // "rank folder/ name version", with "as=FILE" for another file name and "broken" for what can't be read.
 TEST(OffersTest, ANameBelongsToTheFirstRoleThatListsIt)
 {
