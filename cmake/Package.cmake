@@ -51,6 +51,7 @@ as a whole or not at all, by hand or on a schedule, and reports by e-mail.")
 
 set(CPACK_DEBIAN_PUBLISHER_PACKAGE_NAME vkpublish)
 set(CPACK_DEBIAN_PUBLISHER_PACKAGE_DEPENDS "libvkcore1 ${SAME_VERSION}")
+set(CPACK_DEBIAN_PUBLISHER_PACKAGE_RECOMMENDS "ca-certificates")
 set(CPACK_DEBIAN_PUBLISHER_DESCRIPTION "publisher of signed updates
 Packs folders, signs what machines may install, and keeps the signatures
 of an update repository fresh.")

@@ -1,6 +1,6 @@
 #include "HttpsFetcher.h"
 
-#include <QtCore/QFile>
+#include "net/TlsTrust.h"
 
 #include <curl/curl.h>
 
@@ -42,7 +42,7 @@ tuf::ErrorKind kindOf(CURLcode pCode, long pStatus)
 } // namespace
 
 HttpsFetcher::HttpsFetcher(const QString& pFolder, const QString& pCaFile)
-    : mFolder(pFolder), mCaFile(QFile::encodeName(pCaFile))
+    : mFolder(pFolder), mCaFile(pCaFile)
 {
     curl_global_init(CURL_GLOBAL_DEFAULT);
     mCurl = curl_easy_init();
@@ -54,7 +54,7 @@ HttpsFetcher::~HttpsFetcher()
     curl_global_cleanup();
 }
 
-void HttpsFetcher::setUp(const QByteArray& pUrl)
+bool HttpsFetcher::setUp(const QByteArray& pUrl)
 {
     curl_easy_reset(mCurl);
     curl_easy_setopt(mCurl, CURLOPT_URL, pUrl.constData());
@@ -62,17 +62,13 @@ void HttpsFetcher::setUp(const QByteArray& pUrl)
     curl_easy_setopt(mCurl, CURLOPT_REDIR_PROTOCOLS_STR, "https");
     curl_easy_setopt(mCurl, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(mCurl, CURLOPT_MAXREDIRS, sMaxRedirects);
-    curl_easy_setopt(mCurl, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     curl_easy_setopt(mCurl, CURLOPT_PATH_AS_IS, 1L);
     curl_easy_setopt(mCurl, CURLOPT_FAILONERROR, 1L);
     curl_easy_setopt(mCurl, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(mCurl, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_OPTIONAL));
     curl_easy_setopt(mCurl, CURLOPT_CONNECTTIMEOUT, sConnectSeconds);
     curl_easy_setopt(mCurl, CURLOPT_TIMEOUT, sTotalSeconds);
-    if (!mCaFile.isEmpty()) {
-        curl_easy_setopt(mCurl, CURLOPT_CAINFO, mCaFile.constData());
-        curl_easy_setopt(mCurl, CURLOPT_CAPATH, nullptr);
-    }
+    return vkservice::net::setTlsTrust(mCurl, mCaFile);
 }
 
 tuf::Error HttpsFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
@@ -81,7 +77,9 @@ tuf::Error HttpsFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArr
     const QString tUrl = mFolder + QLatin1Char('/') + pPath;
     Body tBody{pMaxLength, pTo};
     std::array<char, CURL_ERROR_SIZE> tReason{};
-    setUp(tUrl.toUtf8());
+    if (!setUp(tUrl.toUtf8())) {
+        return {tuf::ErrorKind::Unreachable, QStringLiteral("The transfer of %1 can't be set up").arg(tUrl)};
+    }
     curl_easy_setopt(mCurl, CURLOPT_ERRORBUFFER, tReason.data());
     curl_easy_setopt(mCurl, CURLOPT_WRITEFUNCTION, Body::take);
     curl_easy_setopt(mCurl, CURLOPT_WRITEDATA, &tBody);

@@ -2,7 +2,6 @@
 
 #include "tuf/Updater.h"
 
-#include <QtCore/QByteArray>
 #include <QtCore/QString>
 
 namespace tarn::vkpublish {
@@ -21,10 +20,10 @@ public:
     tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
 
 private:
-    void setUp(const QByteArray& pUrl);
+    bool setUp(const QByteArray& pUrl);
 
     QString mFolder;
-    QByteArray mCaFile;
+    QString mCaFile;
     void* mCurl; // CURL
 };
 

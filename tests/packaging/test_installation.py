@@ -118,7 +118,7 @@ class Folder(unittest.TestCase):
         depends = run("dpkg-deb", "-f", path, "Depends")
         wanted = {"rkm": ["libqt6core6", "libvkcore1 (=", "vkservice (="], "libvkcore1": ["libqt6core6", "libsqlite3-0"],
                   "vkservice": ["libcurl4", "libarchive13", "libsystemd0", "libssl3", "libvkcore1 (="],
-                  "vkpublish": ["libarchive13", "libssl3"], "libvkcore-dev": ["libvkcore1 (=", "qt6-base-dev"]}
+                  "vkpublish": ["libarchive13", "libcurl4", "libssl3"], "libvkcore-dev": ["libvkcore1 (=", "qt6-base-dev"]}
         for dependency in wanted[name]:
             self.assertIn(dependency, depends, name)
         self.assertNotRegex(depends, re.compile("gtest|gmock|optionparser|fastrtps"))
