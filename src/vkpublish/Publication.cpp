@@ -155,7 +155,7 @@ bool Publication::run(const PublicationTimes& pTimes, QString* pError)
     if (!mKeys.save(pError) || !signFiles(pTimes, pError) || !writeRoot(pError)) {
         return false;
     }
-    tRecord.mPublishedTargets = tRecord.mTargets;
+    noteWithdrawn();
     tRecord.mTimestampExpires = pTimes.mExpires;
     noteUnreferenced(pTimes.mNow);
     return mKeys.save(pError);
@@ -202,6 +202,17 @@ QSet<QString> Publication::referencedFiles() const
         tFiles.insert(tPath.mid(mRepository.size() + 1));
     }
     return tFiles;
+}
+
+void Publication::noteWithdrawn()
+{
+    Record& tRecord = mKeys.mRecord;
+    const QJsonObject tBefore = std::exchange(tRecord.mPublishedTargets, tRecord.mTargets);
+    for (const QString& tName : tBefore.keys()) {
+        if (!tRecord.mTargets.contains(tName)) {
+            tRecord.mWithdrawnTargets.insert(tName, tBefore[tName]);
+        }
+    }
 }
 
 void Publication::noteUnreferenced(const QDateTime& pNow)

@@ -44,6 +44,7 @@ private:
     bool catchUp(QString* pError);
     bool readKeys(QString* pError);
     bool signFiles(const PublicationTimes& pTimes, QString* pError);
+    void noteWithdrawn();
     void noteUnreferenced(const QDateTime& pNow);
     QSet<QString> referencedFiles() const;
     bool isFresh(const QString& pRole, const PublishedFile& pFile, const QDateTime& pExpires,

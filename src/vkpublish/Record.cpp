@@ -15,6 +15,7 @@ const QString sVersions = QStringLiteral("versions");
 const QString sRootName = QStringLiteral("root");
 const QString sTargetsName = QStringLiteral("targets");
 const QString sPublishedTargets = QStringLiteral("publishedTargets");
+const QString sWithdrawnTargets = QStringLiteral("withdrawnTargets");
 const QString sTargetsFile = QStringLiteral("targetsFile");
 const QString sSnapshotFile = QStringLiteral("snapshotFile");
 const QString sTimestampExpires = QStringLiteral("timestampExpires");
@@ -89,6 +90,7 @@ QByteArray Record::toJson() const
                                      {sRootName, QString::fromUtf8(mRoot)},
                                      {sTargetsName, mTargets},
                                      {sPublishedTargets, mPublishedTargets},
+                                     {sWithdrawnTargets, mWithdrawnTargets},
                                      {sTargetsFile, fileToJson(mPublishedTargetsFile)},
                                      {sSnapshotFile, fileToJson(mPublishedSnapshot)},
                                      {sTimestampExpires, dateToJson(mTimestampExpires)},
@@ -114,6 +116,7 @@ bool Record::fromJson(const QByteArray& pText, Record* pTo)
     pTo->mRoot = tObject[sRootName].toString().toUtf8();
     pTo->mTargets = tObject[sTargetsName].toObject();
     pTo->mPublishedTargets = tObject[sPublishedTargets].toObject();
+    pTo->mWithdrawnTargets = tObject[sWithdrawnTargets].toObject();
     pTo->mPublishedTargetsFile = fileFromJson(tObject[sTargetsFile]);
     pTo->mPublishedSnapshot = fileFromJson(tObject[sSnapshotFile]);
     pTo->mTimestampExpires = dateFromJson(tObject[sTimestampExpires]);

@@ -34,6 +34,7 @@ struct Record
     QByteArray mRoot;                 // the newest root, signed
     QJsonObject mTargets;             // name -> target, as the next publish will offer it
     QJsonObject mPublishedTargets;    // the same as the last publish offered it
+    QJsonObject mWithdrawnTargets;    // as they were published last
     PublishedFile mPublishedTargetsFile;
     PublishedFile mPublishedSnapshot;
     QDateTime mTimestampExpires;

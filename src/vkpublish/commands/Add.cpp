@@ -193,6 +193,7 @@ bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pRepo
     const QDateTime tDate = pInfo.mVersion.date();
     makeNewerThan(tKeys.mRecord.mTargets[tName].toObject(), &pInfo, &tTarget);
     makeNewerThan(tKeys.mRecord.mPublishedTargets[tName].toObject(), &pInfo, &tTarget);
+    makeNewerThan(tKeys.mRecord.mWithdrawnTargets[tName].toObject(), &pInfo, &tTarget);
     const QString tPath = targetPath(pLine.repository(), tName, tTarget);
     if (tFileSystem.rename(QFile::encodeName(tUnnamed), QFile::encodeName(tPath)) != 0) {
         *pError = QStringLiteral("%1 can't be written: %2")

@@ -172,13 +172,19 @@ TEST_F(ProgramTest, WhatReplacesAVersionIsNewerForMachines)
         const char* mContent; // of a file in the package
         const char* mPublished;
         bool mMoved;
+        bool mWithdrawn = false; // before
     } sCases[] = {
         {"2026-03-01", "new", "2026-03-01T00:00:01Z", true},
         {"2025-01-01", "older", "2026-03-01T00:00:02Z", true},
         {"2026-03-05", "newer", "2026-03-05T00:00:00Z", false},
         {"2026-03-05", "newer", "2026-03-05T00:00:00Z", false}, // the very same once more
+        {"2026-03-05", "newest", "2026-03-05T00:00:01Z", true, true},
     };
     for (const auto& tCase : sCases) {
+        if (tCase.mWithdrawn) {
+            succeed("remove @r viewer");
+            succeed("publish @r");
+        }
         write("f/data", tCase.mContent);
         const Program::Result tAdded = run(QByteArray(tAdd) + tCase.mDate);
         EXPECT_EQ(tAdded.mOut.contains("dated"), tCase.mMoved) << tAdded.mOut << tAdded.mErr;
