@@ -21,12 +21,37 @@ bool isFarAhead(const Record& pRecord, const RepositoryState& pSeen, const QStri
     return pSeen.mVersions.value(pRole) - pRecord.mVersions.value(pRole) > sMaxLead;
 }
 
+// A repository folder with the root of the record, which is not there where a rotate-key was cut off.
+class WithRootOfRecord : public FolderFetcher
+{
+public:
+    WithRootOfRecord(vkservice::os::FileSystem& pFileSystem, const QString& pRepository,
+                     const Record& pRecord)
+        : FolderFetcher(pFileSystem, metadataFolder(pRepository)),
+          mName(versionedName(tuf::sRoot, pRecord.mVersions[tuf::sRoot])), mRoot(pRecord.mRoot)
+    {
+    }
+
+    tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
+    {
+        if (pPath != mName) {
+            return FolderFetcher::fetch(pPath, pMaxLength, pTo);
+        }
+        *pTo = mRoot;
+        return {};
+    }
+
+private:
+    QString mName;
+    QByteArray mRoot;
+};
+
 // The first root, where the repository has it and its roots lead to that of the record: what is online may be
 // older than that.
 QByteArray rootToStartFrom(vkservice::os::FileSystem& pFileSystem, const QString& pRepository,
                            const Record& pRecord)
 {
-    FolderFetcher tFolder(pFileSystem, metadataFolder(pRepository));
+    WithRootOfRecord tFolder(pFileSystem, pRepository, pRecord);
     QByteArray tFirst;
     RepositoryState tState;
     if (!tFolder.fetch(versionedName(tuf::sRoot, 1), tuf::Limits().mRootLength, &tFirst)) {
