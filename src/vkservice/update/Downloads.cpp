@@ -2,6 +2,7 @@
 
 #include "os/AbortFlag.h"
 #include "update/ArchiveFile.h"
+#include "update/FreeSpace.h"
 
 #include <QtCore/QHash>
 
@@ -55,7 +56,7 @@ qint64 Downloads::bytesToCome(const Plan& pPlan) const
         if (!tPackage.mTrouble) {
             const Offer& tOffer = tPackage.mOffer;
             const ArchiveFile tArchive(mFileSystem, mFolder, tOffer.mTarget);
-            tBytes += qMax<qint64>(0, tOffer.mTarget.mLength - tArchive.onDisk());
+            addBytes(&tBytes, qMax<qint64>(0, tOffer.mTarget.mLength - tArchive.onDisk()));
         }
     }
     return tBytes;

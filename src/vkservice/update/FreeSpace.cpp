@@ -7,6 +7,7 @@
 #include <QtCore/QMap>
 
 #include <cerrno>
+#include <limits>
 
 namespace tarn::vkservice::update {
 
@@ -23,6 +24,13 @@ QString inWords(qint64 pBytes)
 
 } // namespace
 
+void addBytes(qint64* pTo, qint64 pBytes)
+{
+    if (__builtin_add_overflow(*pTo, pBytes, pTo)) {
+        *pTo = std::numeric_limits<qint64>::max();
+    }
+}
+
 Trouble checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNeeds)
 {
     QMap<dev_t, qint64> tTotals;
@@ -35,7 +43,7 @@ Trouble checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNee
             return Trouble::from(os::Failure::fromErrno(errno, tWhat));
         }
         qint64& tTotal = tTotals[tStat.st_dev];
-        tTotal += tNeed.mBytes;
+        addBytes(&tTotal, tNeed.mBytes);
         const qint64 tFree = static_cast<qint64>(tVfs.f_bavail) * static_cast<qint64>(tVfs.f_frsize);
         if (tTotal > tFree) {
             return {Trouble::Kind::NoSpace,
@@ -53,13 +61,15 @@ QList<SpaceNeed> unpackingNeeds(const Plan& pPlan, const packages::PackageFolder
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         if (!tPackage.mTrouble) {
             const packages::PackageInfo& tInfo = tPackage.mOffer.mInfo;
-            tBytes[pFolders.root(tInfo.mKind)] +=
-                tInfo.mInstalledSize + tInfo.mInstalledSize / sOverheadShare;
+            qint64& tOfRoot = tBytes[pFolders.root(tInfo.mKind)];
+            addBytes(&tOfRoot, tInfo.mInstalledSize);
+            addBytes(&tOfRoot, tInfo.mInstalledSize / sOverheadShare);
         }
     }
     QList<SpaceNeed> tNeeds;
     for (auto tIt = tBytes.constBegin(); tIt != tBytes.constEnd(); ++tIt) {
-        tNeeds.append({tIt.key(), tIt.value() + sOverheadBytes});
+        tNeeds.append({tIt.key(), sOverheadBytes});
+        addBytes(&tNeeds.last().mBytes, tIt.value());
     }
     return tNeeds;
 }

@@ -9,6 +9,9 @@ class FileSystem;
 
 namespace tarn::vkservice::update {
 
+// Adds sizes that others name: what is too much for the type becomes the most that it holds.
+void addBytes(qint64* pTo, qint64 pBytes);
+
 // What a run is going to write to one folder.
 struct SpaceNeed
 {

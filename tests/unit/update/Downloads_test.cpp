@@ -16,7 +16,7 @@ using DownloadsTest = UpdateFixture;
 TEST_F(DownloadsTest, ASignedHashNamesNoFileOutsideTheDownloads)
 {
     const QString tFile = mTargets.value(q("lib"));
-    mRepository.setHash(tFile, q("../../victim"));
+    mRepository.set(tFile, "hashes", QJsonObject{{q("sha256"), q("../../victim")}});
     mRepository.publish();
     const QString tCopy = mMachine.path(q("one/two/mirror"));
     QDir().mkpath(mMachine.path(q("one/two")));

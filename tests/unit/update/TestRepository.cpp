@@ -82,11 +82,11 @@ QString TestRepository::add(const PackageInfo& pInfo, const QByteArray& pArchive
     return tFile;
 }
 
-void TestRepository::setHash(const QString& pFile, const QString& pHash)
+void TestRepository::set(const QString& pFile, const char* pMember, const QJsonValue& pValue)
 {
     const QString tPath = QFileInfo(pFile).fileName().section(u'.', 1);
     QJsonObject tTarget = mTargets[tPath].toObject();
-    tTarget.insert(q("hashes"), QJsonObject{{q("sha256"), pHash}});
+    tTarget.insert(q(pMember), pValue);
     mTargets.insert(tPath, tTarget);
 }
 

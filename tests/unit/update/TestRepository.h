@@ -43,8 +43,8 @@ public:
     QString add(const TestPackage& pPackage);
     // The same with an archive of the test's own making.
     QString add(const tarn::vkservice::packages::PackageInfo& pInfo, const QByteArray& pArchive);
-    // The signed hash of what add() gave this path, whatever text it is.
-    void setHash(const QString& pFile, const QString& pHash);
+    // What is signed, sense or none, of the target that add() gave this path.
+    void set(const QString& pFile, const char* pMember, const QJsonValue& pValue);
     void remove(const QString& pName);
     void publish();
 

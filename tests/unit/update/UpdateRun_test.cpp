@@ -254,6 +254,16 @@ TEST_F(UpdateRunTest, LooksForSpaceBeforeTheFirstByte)
     EXPECT_EQ(mMachine.log().size(), 0);
     mMachine.fileSystem().mFreeBytes = -1;
     EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
+    // Together more than the type holds.
+    for (TestPackage& tPackage : mPackages) {
+        tPackage.mVersion = q("9");
+    }
+    publish();
+    for (const QString& tTarget : std::as_const(mTargets)) {
+        mRepository.set(tTarget, "length", qint64(1) << 62);
+    }
+    mRepository.publish();
+    run(ResultNoSpace);
 }
 
 TEST_F(UpdateRunTest, RunsOnceAtATimeAndEndsWithItsObject)
