@@ -23,7 +23,7 @@ struct Offer
 //
 // A package's file is named after it, and a name belongs to one role: the first in the search of the
 // delegations that lists any target of that name, usable or not. So a role that may sign "vendor/*" can't
-// replace a package of another role.
+// replace a package of a role before it.
 QList<Offer> usableOffers(const QList<tuf::TargetFile>& pTargets, QStringList* pWarnings);
 
 } // namespace tarn::vkservice::update
