@@ -10,6 +10,7 @@
 #include "os/FileSystem.h"
 #include "os/ProcessList.h"
 #include "process/InheritedSocket.h"
+#include "process/SignalWatch.h"
 #include "schedule/ScheduleRules.h"
 #include "ServiceApplication.h"
 #include "update/Source.h"
@@ -17,6 +18,7 @@
 
 #include <vkcore/LockFile.h>
 
+#include <QtCore/QDeadlineTimer>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 
@@ -37,6 +39,8 @@ using schedule::ScheduleSettings;
 namespace {
 
 constexpr int sLockWaitMs = 5000; // a service that is just ending lets go within this
+constexpr int sLockLookMs = 100;
+constexpr int sLastClientsMs = 3000; // less than sLockWaitMs, in which the next worker is kept waiting
 constexpr int sMinuteMs = 60000;
 constexpr int sLastAnswersMs = 1000;
 constexpr int sLastMailMs = 5000;
@@ -187,9 +191,15 @@ bool Service::lockState(QString* pError)
     }
     ::close(tFd);
     mStateLock = std::make_unique<LockFile>(&mApp, tPath, LockFile::Exclusive);
-    if (!mStateLock->lock(sLockWaitMs, 50, false)) {
-        *pError = QStringLiteral("Another service is using the state directory %1.").arg(tDir);
-        return false;
+    const QDeadlineTimer tDeadline(sLockWaitMs);
+    while (!mStateLock->lock(sLockLookMs, sLockLookMs / 2, false)) {
+        // A worker is not needed where another one serves the socket already, or who started it has done.
+        const bool tNeedless = isWorker() && (process::SignalWatch::isEndPending() ||
+                                              ipc::ListenSocket::isServed(protocol::socketPath(mSocketName)));
+        if (tNeedless || tDeadline.hasExpired()) {
+            *pError = QStringLiteral("Another service is using the state directory %1.").arg(tDir);
+            return false;
+        }
     }
     return true;
 }
@@ -366,6 +376,19 @@ void Service::quit()
     if (!mUpdates->abort()) {
         finish();
     }
+}
+
+void Service::leave(pid_t pAsker)
+{
+    mSockets.stopListening();
+    const auto tLook = [this, pAsker] {
+        if (!mSockets.hasPeerBeside(pAsker)) {
+            quit();
+        }
+    };
+    connect(&mSockets, &ipc::SocketServer::connectionClosed, this, tLook);
+    QTimer::singleShot(sLastClientsMs, this, &Service::quit);
+    tLook();
 }
 
 // Comes from the event loop, so that whatever is being answered now is answered first.

@@ -53,6 +53,9 @@ public:
     bool start(QString* pError);
     // Begins the orderly end: tells the monitors, ends a run at its next safe point, then ended() comes.
     void quit();
+    // The same for a worker that pAsker has started and needs no longer. Others may have found it meanwhile:
+    // it takes no more of them, and waits a few seconds for those that are there.
+    void leave(pid_t pAsker);
     bool isEnding() const { return mEnding; }
     // Takes up the configuration files. False with a reason.
     bool reload(QString* pError);

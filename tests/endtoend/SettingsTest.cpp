@@ -81,6 +81,22 @@ TEST(Settings, OutliveAKilledService)
     EXPECT_FALSE(tMachine.installation().readFile("log/vkservice.log").contains("secret"));
 }
 
+// Each brings a worker, and may find that of another one.
+TEST(Settings, CommandsAtOnceDoNotEndEachOthersWorkers)
+{
+    Machine tMachine;
+    std::vector<std::unique_ptr<Program>> tCommands;
+    for (int i = 0; i < 24; ++i) {
+        tCommands.push_back(tMachine.installation().start({"show-settings"}));
+        if (i % 6 == 5) {
+            for (const auto& tCommand : std::exchange(tCommands, {})) {
+                const Program::Result tResult = tCommand->wait();
+                EXPECT_EQ(tResult.mStatus, 0) << tResult.mErr;
+            }
+        }
+    }
+}
+
 TEST(Servers, TheListAndTheDefaultServerAreOneThing)
 {
     Machine tMachine;

@@ -121,6 +121,7 @@ TEST_F(ServiceTest, WorkerEndsWithItsParentAndItsLastClient)
         tClient->call("hello", R"({"protocol": 1, "client": "c", "version": ""})")[q("pid")].toInt();
     ASSERT_GT(tPid, 0);
     ASSERT_NE(tPid, tShell.pid());
+    EXPECT_EQ(tClient->errorOf("quitService"), 1) << "it belongs to the shell";
     tShell.signal(SIGKILL);
     EXPECT_EQ(tClient->call("ping"), true);
     tClient.reset();

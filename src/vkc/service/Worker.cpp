@@ -43,12 +43,12 @@ bool VKCApplication::startService()
     return tStarted;
 }
 
-// The client waits for a socket that a worker is to make; no worker, no socket. Where another process has
-// made one meanwhile, the client is connected and goes on.
+// The client waits for a socket that a worker is to make; no worker, no socket. A worker also ends where
+// another service has made one meanwhile: then the client goes on with that.
 bool VKCApplication::pingWorker(vkcore::IPCClient* pClient)
 {
     const auto tGiveUp = [this, pClient] {
-        if (!mCanceled && !pClient->isConnected()) {
+        if (!mCanceled && !pClient->isConnected() && !pClient->testConnect(5000)) {
             log(QStringLiteral("ERROR: the service has ended at once"));
             pClient->close();
         }

@@ -48,7 +48,9 @@ bool toAddress(const QByteArray& pPath, sockaddr_un* pAddress)
 Holder holderOf(const QByteArray& pPath)
 {
     sockaddr_un tAddress;
-    toAddress(pPath, &tAddress);
+    if (!toAddress(pPath, &tAddress)) {
+        return Holder::Nobody;
+    }
     const int tFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (tFd < 0) {
         return Holder::Service;
@@ -167,6 +169,11 @@ bool ListenSocket::listen(const QString& pPath, std::optional<gid_t> pGroup, QSt
     mInode = tStat.st_ino;
     watch(tFd);
     return true;
+}
+
+bool ListenSocket::isServed(const QString& pPath)
+{
+    return holderOf(QFile::encodeName(pPath)) == Holder::Service;
 }
 
 void ListenSocket::adopt(int pFd)

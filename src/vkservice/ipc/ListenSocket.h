@@ -32,6 +32,8 @@ public:
     // Listens on a socket that somebody else has made, and leaves its file to them. Owns the descriptor.
     void adopt(int pFd);
     void close();
+    // Does a service listen at the path?
+    static bool isServed(const QString& pPath);
 
 Q_SIGNALS:
     // The receiver owns the descriptor.

@@ -12,6 +12,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 namespace tarn::vkservice::ipc {
 
@@ -175,6 +177,13 @@ bool SocketServer::hasClient(const QString& pName, const Connection* pAsker) con
     });
 }
 
+bool SocketServer::hasPeerBeside(pid_t pPid) const
+{
+    return std::any_of(mConnections.keyBegin(), mConnections.keyEnd(), [&](const Connection* pConnection) {
+        return pConnection->isOpen() && pConnection->peer().mPid != pPid;
+    });
+}
+
 // A peer that was dropped meanwhile is none of the connections any more.
 void SocketServer::noteHeld(Connection* pConnection)
 {
@@ -193,15 +202,16 @@ void SocketServer::limitHeld()
     if (mHeld <= sMaxHeldForAll) {
         return;
     }
-    QList<Connection*> tPeers = mConnections.keys();
-    for (Connection* tPeer : std::as_const(tPeers)) {
+    // A burden grows with the time, so that each is asked for once.
+    std::vector<std::pair<qint64, Connection*>> tPeers;
+    const auto tConnections = mConnections.keys();
+    for (Connection* tPeer : tConnections) {
         noteHeld(tPeer);
+        tPeers.emplace_back(tPeer->burden(), tPeer);
     }
-    std::sort(tPeers.begin(), tPeers.end(), [](const Connection* pOne, const Connection* pOther) {
-        return pOne->burden() < pOther->burden();
-    });
-    while (mHeld > sMaxHeldForAll && !tPeers.isEmpty()) {
-        Connection* tPeer = tPeers.takeLast();
+    std::sort(tPeers.begin(), tPeers.end());
+    for (; mHeld > sMaxHeldForAll && !tPeers.empty(); tPeers.pop_back()) {
+        Connection* tPeer = tPeers.back().second;
         Q_EMIT peerRefused(
             QStringLiteral(
                 "Process %1 is dropped. All peers together make the service keep more than 128 MiB.")

@@ -40,6 +40,8 @@ public:
     bool hasMonitor() const;
     // Is a connection open whose hello gave this name, other than pAsker?
     bool hasClient(const QString& pName, const Connection* pAsker) const;
+    // Is a connection open of another process than pPid?
+    bool hasPeerBeside(pid_t pPid) const;
 
 Q_SIGNALS:
     void connectionClosed();

@@ -8,6 +8,8 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QPointer>
 
+#include <unistd.h>
+
 namespace tarn::vkservice::methods {
 
 using namespace vkcore;
@@ -55,10 +57,21 @@ Reply enterMonitorMode(Service& pService, Connection& pPeer)
     return Reply::done();
 }
 
-// The machine's own service has a schedule to keep, so it is not for a client to end it.
-Reply quit(Service& pService)
+// The machine's own service has a schedule to keep, so it is not for a client to end it. A worker belongs to
+// the process that started it; others have only found it.
+Reply quit(Service& pService, const Connection& pPeer)
 {
-    if (!pService.isWorker() && process::SystemdNotifier::isListening()) {
+    const pid_t tPeer = pPeer.peer().mPid;
+    if (pService.isWorker()) {
+        if (tPeer != ::getppid()) {
+            return Reply::refused(
+                QStringLiteral("This worker belongs to another process, and ends with it."));
+        }
+        QMetaObject::invokeMethod(
+            &pService, [&pService, tPeer] { pService.leave(tPeer); }, Qt::QueuedConnection);
+        return Reply::done();
+    }
+    if (process::SystemdNotifier::isListening()) {
         return Reply::refused(
             QStringLiteral("systemd runs this service, and ends it: systemctl stop vkservice."));
     }
@@ -82,7 +95,7 @@ void addSessionMethods(MethodTable& pTable, Service& pService)
     pTable.add(QStringLiteral("enterMonitorMode"), Kind::Query,
                [&](Connection& pPeer, const QJsonObject&) { return enterMonitorMode(pService, pPeer); });
     pTable.add(QStringLiteral("quitService"), Kind::Query,
-               [&](Connection&, const QJsonObject&) { return quit(pService); });
+               [&](Connection& pPeer, const QJsonObject&) { return quit(pService, pPeer); });
     pTable.add(QStringLiteral("reloadConfig"), Kind::Query, [&](Connection&, const QJsonObject&) {
         QString tReason;
         const bool tDone = pService.reload(&tReason);

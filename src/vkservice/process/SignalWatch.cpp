@@ -31,6 +31,13 @@ void SignalWatch::blockSignals()
     std::signal(SIGPIPE, SIG_IGN);
 }
 
+bool SignalWatch::isEndPending()
+{
+    sigset_t tPending;
+    ::sigpending(&tPending);
+    return ::sigismember(&tPending, SIGTERM) == 1 || ::sigismember(&tPending, SIGINT) == 1;
+}
+
 SignalWatch::SignalWatch(QObject* pParent) : QObject(pParent)
 {
     const sigset_t tSet = watchedSignals();

@@ -16,6 +16,8 @@ class SignalWatch : public QObject
 public:
     // Has to come before the process has a second thread: threads take the mask over.
     static void blockSignals();
+    // Has a signal come that asks for the end, which no event loop has read yet?
+    static bool isEndPending();
 
     explicit SignalWatch(QObject* pParent = nullptr);
     ~SignalWatch() override;
