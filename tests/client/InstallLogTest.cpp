@@ -38,15 +38,10 @@ protected:
                (pReport.isEmpty() ? QByteArray() : "Install report: " + pReport + '\n') + '\n';
     }
 
-    void expect(const QList<QByteArray>& pOptions, const QByteArray& pOut) const
+    void expect(const Words& pArguments, const QByteArray& pOut, const QByteArray& pErr = {}) const
     {
-        SCOPED_TRACE(pOptions.join(' '));
-        expectResult(mInstallation.run(QList<QByteArray>{"install-log"} + pOptions), pOut, "", 0);
-    }
-
-    void expectFailure(const QList<QByteArray>& pOptions, const QByteArray& pErr) const
-    {
-        expectResult(mInstallation.run(QList<QByteArray>{"install-log"} + pOptions), "", pErr, 1);
+        SCOPED_TRACE(pArguments.join(' '));
+        expectResult(mInstallation.run(pArguments), pOut, pErr, pErr.isEmpty() ? 0 : 1);
     }
 
     Installation mInstallation;
@@ -70,17 +65,19 @@ TEST_F(InstallLogTest, ShowsThePeriodThatIsAskedFor)
     const QByteArray tLastDay = block(tDay, "day") + tLastHour;
     const QByteArray tLastMonth = block(tMonth, "month") + tLastDay;
     const QByteArray tAll = block(tOld, "old") + tLastMonth;
-    expect({}, tLastMonth);
-    expect({"--interval=0d"}, "");
-    expect({"-i1h"}, tLastHour);
-    expect({"-i1d"}, tLastDay);
-    expect({"-i", "1m"}, tLastMonth);
-    expect({"-i1h", "--interval=6w"}, tAll);
-    expect({"-i2147483647m"}, tAll);
-    expect({"-i12345678901d"}, "");
-    expect({"-i596523h"}, tAll); // 68 years
-    expect({"-i596524h"}, "");   // wraps around, into the future
-    expect({"--socket=/nowhere", "-i1h"}, tLastHour);
+    expect("install-log", tLastMonth);
+    expect("install-log --interval=0d", "");
+    expect("install-log -i1h --socket=/nowhere", tLastHour);
+    expect("install-log -i1d", tLastDay);
+    expect("install-log -i 1m", tLastMonth);
+    expect("install-log -i1h --interval=6w", tAll);
+    expect("install-log -i2147483647m", tAll);
+    expect("install-log -i596523h", tAll); // 68 years
+    expect("install-log -i596524h", "");   // wraps around, into the future
+    for (const char* tInterval : {"3x", "d", "-1d", "", "1d\n", "1D", "%1"}) {
+        expect({"install-log", QByteArray("--interval=") + tInterval}, "",
+               QByteArray("Invalid interval '") + tInterval + "'\n");
+    }
 }
 
 TEST_F(InstallLogTest, ShowsWhatAnEntrySays)
@@ -95,16 +92,8 @@ TEST_F(InstallLogTest, ShowsWhatAnEntrySays)
     const QByteArray tTop = block(tTime, "a %1", "OK", "all\nwell %1") +
                             block(tTime, "b", "Warning", "nur deutsch") + block(tTime, "c", "Error") +
                             block(tTime, "d", "odd %2");
-    expect({}, tTop);
-    expect({"--all", "-a", "-i2d"}, tTop + block(tTime, "e", "OK"));
-}
-
-TEST_F(InstallLogTest, RefusesWhatIsNoInterval)
-{
-    for (const char* tInterval : {"3x", "d", "login", "-1d", "", "1d ", "1d\n", "1D", "%1"}) {
-        expectFailure({QByteArray("--interval=") + tInterval},
-                      QByteArray("Invalid interval '") + tInterval + "'\n");
-    }
+    expect("install-log", tTop);
+    expect("install-log --all -i2d", tTop + block(tTime, "e", "OK"));
 }
 
 // In a mount namespace of its own the machine's state is a folder of this test.
@@ -131,9 +120,7 @@ TEST_F(InstallLogTest, AUserWithoutALogOfTheirOwnGetsThatOfTheMachine)
 
 TEST_F(InstallLogTest, ALogThatIsMissingIsEmptyAndADamagedOneAFailure)
 {
-    expect({}, "");
+    expect("install-log", "");
     mInstallation.writeFile(q("state/") + InstallLogStore::fileName(), QByteArray(5000, 'x'));
-    expectFailure({}, "Could not get installation log.\n");
-    QFile::remove(mInstallation.path("lib"));
-    QDir().mkpath(mInstallation.path("lib"));
+    expect("install-log", "", "Could not get installation log.\n");
 }

@@ -11,210 +11,139 @@ static Script named(const QList<QByteArray>& pNames)
     return answers("getServerList", R"({"revision": 5, "servers": [)" + tServers.join(',') + "]}");
 }
 
+// The part of a call that tells of a server; flags: "e" for enabled, "d" for the default, "s" for saving the
+// password.
 static QByteArray server(const QByteArray& pName, const QByteArray& pUri, const QByteArray& pUser,
-                         bool pEnabled, bool pDefault, bool pSavePassword, const QByteArray& pPassword = {})
+                         const QByteArray& pFlags, const QByteArray& pPassword = {})
 {
-    const auto tBool = [](bool pValue) { return QByteArray(pValue ? "true" : "false"); };
-    return R"("server":{"default":)" + tBool(pDefault) + R"(,"enabled":)" + tBool(pEnabled) + R"(,"name":)" +
-           pName + (pPassword.isNull() ? QByteArray() : R"(,"password":)" + pPassword) +
-           R"(,"savePassword":)" + tBool(pSavePassword) + R"(,"uri":)" + pUri + R"(,"userName":)" + pUser +
-           '}';
+    const auto tFlag = [&](char pFlag) { return QByteArray(pFlags.contains(pFlag) ? "true" : "false"); };
+    return R"("server":{"default":)" + tFlag('d') + R"(,"enabled":)" + tFlag('e') + R"(,"name":)" + pName +
+           (pPassword.isNull() ? QByteArray() : R"(,"password":)" + pPassword) + R"(,"savePassword":)" +
+           tFlag('s') + R"(,"uri":")" + pUri + R"(","userName":)" + pUser + '}';
 }
 
-static QByteArray adds(const QByteArray& pServer)
+static QList<QByteArray> changes(const QByteArray& pIndex, const QByteArray& pServer)
 {
-    return "addServer {" + pServer + '}';
+    return guarded(
+        {"getServerList", R"(changeServer {"index":)" + pIndex + R"(,"revision":5,)" + pServer + '}'});
 }
 
-static QByteArray changes(const QByteArray& pIndex, const QByteArray& pServer)
+static QList<QByteArray> removes(const QByteArray& pIndex)
 {
-    return R"(changeServer {"index":)" + pIndex + R"(,"revision":5,)" + pServer + '}';
+    return guarded({"getServerList", R"(removeServer {"index":)" + pIndex + R"(,"revision":5})"});
 }
 
-static QByteArray removes(const QByteArray& pIndex)
+static QByteArray notUnique(const QByteArray& pName)
 {
-    return R"(removeServer {"index":)" + pIndex + R"(,"revision":5})";
+    return "The name '" + pName + "' does not uniquely identify a server.\n";
 }
 
-static const QByteArray sAlpha =
-    server(R"("alpha")", R"("https://alpha.example.org/kdml")", R"("anna")", true, true, true);
+static const QByteArray sAlpha = server(R"("alpha")", "https://alpha.example.org/kdml", R"("anna")", "eds");
+static const QByteArray sEnabled = "\nThe server was enabled successfully.\n";
+static const QList<QByteArray> sAsked = guarded({"getServerList"});
 
 TEST(ListServersTest, PrintsABlockForEach)
 {
     check({
-        ok({"list-servers"},
+        ok("list-servers",
            "1) alpha\n    Address: https://alpha.example.org/kdml\n    Username: anna\n    Enabled: yes\n"
            "    Default server: yes\n\n"
            "2) beta\n    Address: /srv/up dates\n    Username: \n    Enabled: no\n    Default server: no\n\n"
            "3) alphabet\n    Address: https://c.example.org\n    Username: \n    Enabled: yes\n"
            "    Default server: no\n\n",
            {"getServerList"}),
-        ok({"list-servers"},
+        ok("list-servers",
            "1) %2 %1\n    Address: https://x.org\n    Username: \n    Enabled: yes\n    Default server: "
            "no\n\n",
            {"getServerList"}, {named({"%2 %1"})}),
-        ok({"list-servers"}, "", {"getServerList"}, {named({})}),
-        fails({"list-servers"}, "Failed to get server list!\n", {"getServerList"},
-              {refuses("getServerList")}),
+        ok("list-servers", "", {"getServerList"}, {named({})}),
+        fails("list-servers", "Failed to get server list!\n", {"getServerList"}, {refuses("getServerList")}),
     });
-}
-
-TEST_F(ClientTest, ListsTenThousandServers)
-{
-    QList<QByteArray> tNames;
-    QByteArray tExpected;
-    for (int i = 1; i <= 10000; ++i) {
-        const QByteArray tNumber = QByteArray::number(i);
-        tNames.append("s" + tNumber);
-        tExpected +=
-            tNumber + ") s" + tNumber +
-            "\n    Address: https://x.org\n    Username: \n    Enabled: yes\n    Default server: no\n\n";
-    }
-    named(tNames)(mService);
-    EXPECT_EQ(mInstallation.run({"list-servers"}).mOut, tExpected);
-}
-
-TEST(ChangeServersTest, AllGuardThemselves)
-{
-    checkGuards({"add-server", "--address=/x"});
-    checkGuards({"update-server", "-M1"});
-    checkGuards({"remove-server"});
 }
 
 TEST(AddServerTest, AddsWhatTheOptionsSay)
 {
-    const auto tAdds = [](const QList<QByteArray>& pOptions, const QByteArray& pServer,
-                          const QByteArray& pOut = {}, const QByteArray& pInput = {}) {
-        return ok(QList<QByteArray>{"add-server"} + pOptions, pOut, guarded({"getServerList", adds(pServer)}),
-                  {}, pInput);
+    const auto tAdds = [](const Words& pOptions, const QByteArray& pServer, const QByteArray& pOut = {},
+                          const QByteArray& pInput = {}) {
+        return ok(Words("add-server") + pOptions, pOut, sAsked + QList{"addServer {" + pServer + '}'}, {},
+                  pInput);
     };
-    const QByteArray tUri = R"("https://h.org/x")";
-    const QByteArray tEnabled = "\nThe server was enabled successfully.\n";
+    const QByteArray tUri = "https://h.org/x";
     check({
-        tAdds({"-a", "https://h.org/x"}, server("null", tUri, "null", false, false, false)),
         tAdds({"-a", "/srv/ä b", "-n", "alpha", "-u", "%1"},
-              server(R"("alpha")", R"("file:///srv/%C3%A4%20b")", R"("%1")", false, false, false)),
-        tAdds({"-a", "https://h.org/x", "-de"}, server("null", tUri, "null", true, true, false), tEnabled),
-        tAdds({"-a", "https://h.org/x", "-eE"}, server("null", tUri, "null", false, false, false)),
-        tAdds({"-a", "https://h.org/x", "--disable", "--enable"},
-              server("null", tUri, "null", true, false, false), tEnabled),
-        tAdds({"-a", "https://h.org/x", "--password=p"},
-              server("null", tUri, "null", false, false, true, R"("p")")),
-        tAdds({"-a", "https://h.org/x", "--password="},
-              server("null", tUri, "null", false, false, true, R"("")")),
-        tAdds({"-a", "https://h.org/x", "--password"},
-              server("null", tUri, "null", false, false, true, R"("p q")"), "Server password: ", "p q\n"),
-        tAdds({"-a", "https://h.org/x", "--password", "--name=x"},
-              server("null", tUri, "null", false, false, true, R"("--name=x")")),
+              server(R"("alpha")", "file:///srv/%C3%A4%20b", R"("%1")", "")),
+        tAdds("-a https://h.org/x -de", server("null", tUri, "null", "ed"), sEnabled),
+        tAdds("-a https://h.org/x -eE", server("null", tUri, "null", "")),
+        tAdds("-a https://h.org/x --password=", server("null", tUri, "null", "s", R"("")")),
+        tAdds("-a https://h.org/x --password", server("null", tUri, "null", "s", R"("p q")"),
+              "Server password: ", "p q\n"),
+        tAdds("-a https://h.org/x --password --name=x", server("null", tUri, "null", "s", R"("--name=x")")),
     });
 }
 
 TEST(AddServerTest, RefusesWithoutAChange)
 {
-    const auto tRefuses = [](const QList<QByteArray>& pOptions, const QByteArray& pError) {
-        return fails(QList<QByteArray>{"add-server"} + pOptions, pError + '\n', guarded({"getServerList"}));
-    };
     check({
-        tRefuses({}, "Server address must be specified"),
-        tRefuses({"-p"}, "Server address must be specified"),
+        fails("add-server -p", "Server address must be specified\n", sAsked),
         // nobody is asked for a password in vain
-        tRefuses({"-a", "word", "-p"}, "Invalid or unsupported URL: word"),
-        tRefuses({"-a", "http://h.org"}, "Invalid or unsupported URL: http://h.org"),
-        tRefuses({"-a", ""}, "Invalid or unsupported URL: "),
-        fails({"add-server", "-a/x"}, "Failed to get server list!\n", guarded({"getServerList"}),
-              {refuses("getServerList")}),
-        fails({"add-server", "-a/x", "-e"}, "",
-              guarded({"getServerList", adds(server("null", R"("file:///x")", "null", true, false, false))}),
+        fails("add-server -a http://h.org -p", "Invalid or unsupported URL: http://h.org\n", sAsked),
+        fails("add-server -a/x", "Failed to get server list!\n", sAsked, {refuses("getServerList")}),
+        fails("add-server -a/x -e", "",
+              sAsked + QList{"addServer {" + server("null", "file:///x", "null", "e") + '}'},
               {refuses("addServer")}),
     });
 }
 
 TEST(UpdateServerTest, ChangesTheServerThatIsMeant)
 {
-    const auto tChanges = [](const QList<QByteArray>& pOptions, const QByteArray& pIndex,
-                             const QByteArray& pServer, const QByteArray& pOut = {}) {
-        return ok(QList<QByteArray>{"update-server"} + pOptions, pOut,
-                  guarded({"getServerList", changes(pIndex, pServer)}));
-    };
-    const QByteArray tBetaUri = R"("file:///srv/up%20dates")";
     check({
-        tChanges({"--match-index=1"}, "0", sAlpha),
-        tChanges({"-m", "alpha"}, "0", sAlpha),
-        tChanges({"--match-name=nobody", "-M", "1"}, "0", sAlpha),
-        tChanges({"-M1", "-e"}, "0", sAlpha, "\nThe server was enabled successfully.\n"),
-        tChanges({"-M", "002", "-n", "b", "-u", "u", "-d", "--password=p"}, "1",
-                 server(R"("b")", tBetaUri, R"("u")", false, true, true, R"("p")")),
+        ok("update-server -m alpha", "", changes("0", sAlpha)),
+        ok("update-server --match-name=nobody -M 1 -e", sEnabled, changes("0", sAlpha)),
+        ok("update-server -M 002 -n b -u u -d --password=p", "",
+           changes("1", server(R"("b")", "file:///srv/up%20dates", R"("u")", "ds", R"("p")"))),
         // The suggested name is that of the address before the change.
-        tChanges({"-M2", "--name=", "-a", "https://new.org"}, "1",
-                 server(R"("up dates")", R"("https://new.org")", R"("")", false, false, false)),
+        ok("update-server -M2 --name= -a https://new.org", "",
+           changes("1", server(R"("up dates")", "https://new.org", R"("")", ""))),
     });
 }
 
 TEST(UpdateServerTest, RefusesWithoutAChange)
 {
-    const QByteArray tNone = "Server name or number must be specified.\n";
     check({
-        fails({"update-server"}, tNone),
-        fails({"update-server", "--match-name="}, tNone),
-        fails({"update-server", "-M0", "-malpha"}, "Invalid server number 0.\n"),
-        fails({"update-server", "-Mabc%1"}, "Invalid server number abc%1.\n"),
-        fails({"update-server", "-M", "-1"}, "Invalid server number -1.\n"),
-        fails({"update-server", "-M2147483648"}, "Invalid server number 2147483648.\n"),
-        fails({"update-server", "-M007"}, "Invalid server number 7.\n", guarded({"getServerList"})),
-        fails({"update-server", "-malph"}, "The name 'alph' does not uniquely identify a server.\n",
-              guarded({"getServerList"})),
-        fails({"update-server", "-M1", "-ah"}, "Invalid or unsupported URL: h\n", guarded({"getServerList"})),
-        fails({"update-server", "-M1", "-e"}, "", guarded({"getServerList", changes("0", sAlpha)}),
-              {refuses("changeServer")}),
+        fails("update-server --match-name=", "Server name or number must be specified.\n"),
+        fails("update-server -M0 -malpha", "Invalid server number 0.\n"),
+        fails("update-server -Mabc%1", "Invalid server number abc%1.\n"),
+        fails("update-server -M007", "Invalid server number 7.\n", sAsked),
+        fails("update-server -malph", notUnique("alph"), sAsked),
+        fails("update-server -M1 -ah", "Invalid or unsupported URL: h\n", sAsked),
+        fails("update-server -M1 -e", "", changes("0", sAlpha), {refuses("changeServer")}),
     });
 }
 
 TEST(RemoveServerTest, RemovesTheServerThatIsMeant)
 {
-    const auto tRemoves = [](const QByteArray& pSelector, const QList<QByteArray>& pNames,
-                             const QByteArray& pIndex) {
-        return ok({"remove-server", pSelector}, "", guarded({"getServerList", removes(pIndex)}),
-                  {named(pNames)});
-    };
     check({
-        tRemoves("-M2", {"a", "b"}, "1"),
-        tRemoves("-malpha", {"alphabet", "alpha", "beta"}, "1"),
-        tRemoves("-mbet", {"alpha", "beta"}, "1"),
-        tRemoves("-mmain", {"main", "main", "mainline"}, "2"),
+        ok("remove-server -M2", "", removes("1"), {named({"a", "b"})}),
+        ok("remove-server -malpha", "", removes("1"), {named({"alphabet", "alpha", "beta"})}),
+        ok("remove-server -mbet", "", removes("1"), {named({"alpha", "beta"})}),
         // two exact matches are set aside
-        ok({"remove-server", "-mnobody", "-M1"}, "", guarded({"getServerList", removes("0")})),
-        fails({"remove-server", "-M1"}, "", guarded({"getServerList", removes("0")}),
-              {refuses("removeServer")}),
-        fails({"remove-server", "-M1"}, "", guarded({"getServerList", removes("0")}),
-              {answers("removeServer", "false")}),
+        ok("remove-server -mmain", "", removes("2"), {named({"main", "main", "mainline"})}),
+        ok("remove-server -mnobody -M1", "", removes("0")),
+        fails("remove-server -M1", "", removes("0"), {answers("removeServer", "false")}),
     });
 }
 
 TEST(RemoveServerTest, RefusesWithoutAChange)
 {
-    const auto tRefuses = [](const QList<QByteArray>& pOptions, const QList<QByteArray>& pNames,
-                             const QByteArray& pError) {
-        return fails(QList<QByteArray>{"remove-server"} + pOptions, pError + '\n', guarded({"getServerList"}),
-                     {named(pNames)});
-    };
-    const auto tNotUnique = [](const QByteArray& pName) {
-        return "The name '" + pName + "' does not uniquely identify a server.";
-    };
     check({
-        tRefuses({}, {"a"}, "Server name or number must be specified."),
-        tRefuses({"--match-name="}, {"a"}, "Server name to match against must not be empty."),
-        tRefuses({"-M2"}, {"a"}, "Invalid server number 2"),
-        tRefuses({"-M007"}, {"a"}, "Invalid server number 007"),
-        tRefuses({"-M0"}, {"a"}, "Invalid server number 0"),
-        tRefuses({"-Mx", "-ma"}, {"a"}, "Invalid server number x"),
-        tRefuses({"-M1"}, {}, "Invalid server number 1"),
-        tRefuses({"-ma"}, {}, tNotUnique("a")),
-        tRefuses({"-mALPHA"}, {"alpha"}, tNotUnique("ALPHA")),
-        tRefuses({"-m%1"}, {"alpha"}, tNotUnique("%1")),
-        tRefuses({"-malph"}, {"alpha", "alphabet"}, tNotUnique("alph")),
-        tRefuses({"-mmain"}, {"main", "main"}, tNotUnique("main")),
-        tRefuses({"-mmain"}, {"main", "main", "main1", "main2"}, tNotUnique("main")),
-        fails({"remove-server", "-M1"}, "Failed to get server list!\n", guarded({"getServerList"}),
-              {refuses("getServerList")}),
+        fails("remove-server", "Server name or number must be specified.\n", sAsked),
+        fails("remove-server --match-name=", "Server name to match against must not be empty.\n", sAsked),
+        fails("remove-server -M004", "Invalid server number 004\n", sAsked),
+        fails("remove-server -M0 -ma", "Invalid server number 0\n", sAsked),
+        fails("remove-server -M1", "Invalid server number 1\n", sAsked, {named({})}),
+        fails("remove-server -mALPHA", notUnique("ALPHA"), sAsked),
+        fails("remove-server -m%1", notUnique("%1"), sAsked),
+        fails("remove-server -mmain", notUnique("main"), sAsked, {named({"main", "main", "main1", "main2"})}),
+        fails("remove-server -M1", "Failed to get server list!\n", sAsked, {refuses("getServerList")}),
     });
 }

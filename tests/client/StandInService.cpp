@@ -46,7 +46,7 @@ static void script(ScriptedService& pService, const QByteArray& pBehaviour)
         pPeer.reply("true");
         sQuit = true;
     });
-    if (pBehaviour == "stubborn" || pBehaviour == "deaf") {
+    if (pBehaviour == "stubborn") {
         pService.refuse("quitService");
     } else if (pBehaviour == "mute") {
         pService.refuse("ping");
@@ -81,7 +81,7 @@ int main(int argc, char** argv)
     if (tBehaviour == "gone") {
         return 1;
     }
-    const bool tStays = tBehaviour == "deaf" || tBehaviour == "lingering";
+    const bool tStays = tBehaviour == "lingering";
     if (tStays) {
         lockLog();
     }

@@ -1,6 +1,5 @@
 #include "ClientTest.h"
 
-#include <QtCore/QDirIterator>
 #include <QtCore/QRegularExpression>
 
 namespace {

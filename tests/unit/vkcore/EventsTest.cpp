@@ -38,9 +38,8 @@ protected:
                 mService.hangUp(true);
             }
         });
-        for (IPCClient* tClient : {&mClient, &mMonitor}) {
-            tClient->setServerName(mSocket);
-        }
+        mClient.setServerName(mSocket);
+        mMonitor.setServerName(mSocket);
         const auto tNote = [this](const QString& pText) {
             EXPECT_FALSE(mInCall) << pText << " came during a blocking call";
             mSeen.append(pText);
@@ -136,22 +135,12 @@ TEST_F(EventsTest, AllKindsInOrderUpToTheEndOfTheConnection)
     EXPECT_FALSE(mMonitor.isConnected());
 }
 
-TEST_F(EventsTest, AReceiverMayCallTheServiceAndTheRestFollows)
-{
-    mAfterAnswer = status(2) + status(3) + status(0);
-    QObject::connect(&mMonitor, &IPCClient::serviceStatusChanged, &mClient,
-                     [&] { EXPECT_TRUE(blocking([&] { return mClient.ping(); })); });
-    ASSERT_TRUE(blocking([&] { return mMonitor.enterMonitorMode(); }));
-    ASSERT_TRUE(blocking([&] { return mClient.triggerUpdate(true); }));
-    EXPECT_TRUE(follow(q("status 0")));
-    EXPECT_EQ(mSeen.size(), 3);
-}
-
-TEST_F(EventsTest, TheRestComesInAnEventLoopOfAReceiver)
+TEST_F(EventsTest, AReceiverMayCallTheServiceAndRunALoopOfItsOwn)
 {
     mAfterAnswer = status(2) + status(3) + status(0);
     QEventLoop tOwn;
     QObject::connect(&mMonitor, &IPCClient::serviceStatusChanged, &tOwn, [&](ServiceStatus pStatus) {
+        EXPECT_TRUE(blocking([&] { return mClient.ping(); }));
         if (pStatus == StatusUpdating) {
             QTimer::singleShot(10000, &tOwn, [&] { tOwn.exit(1); });
             EXPECT_EQ(tOwn.exec(), 0);
@@ -207,14 +196,7 @@ TEST_F(EventsTest, AReceiverMayDeleteTheMonitor)
 
 TEST_F(EventsTest, BrokenEventsEndTheConnection)
 {
-    const QByteArray tCases[] = {
-        event("serviceStatusChanged", R"({"status": "0"})"),
-        event("serviceStatusChanged", "{}"),
-        event("serviceActivityChanged", R"({"activity": 1.5})"),
-        event("serviceErrorReceived", R"({"type": 0})"),
-        "{\"method\":\"serviceStatusChanged\",\"params\":[0]}\n",
-        "no JSON\n",
-    };
+    const QByteArray tCases[] = {event("serviceActivityChanged", R"({"activity": 1.5})"), "no JSON\n"};
     for (const QByteArray& tCase : tCases) {
         SCOPED_TRACE(tCase.constData());
         mSeen.clear();
@@ -230,12 +212,10 @@ TEST_F(EventsTest, BrokenEventsEndTheConnection)
 TEST_F(EventsTest, AFloodDuringACallEndsTheConnectionNotTheMemory)
 {
     ASSERT_TRUE(mMonitor.enterMonitorMode());
-    const QByteArray tEvent =
-        event("serviceNotificationReceived",
-              R"({"type": 2, "details": "", "text": ")" + QByteArray(1024 * 1024, 'x') + R"("})");
-    for (int i = 0; i < 40; ++i) {
-        mBeforeAnswer += tEvent;
-    }
+    const QByteArray tText(1024 * 1024, 'x');
+    mBeforeAnswer =
+        event("serviceNotificationReceived", R"({"type": 2, "details": "", "text": ")" + tText + R"("})")
+            .repeated(40);
     ASSERT_TRUE(mClient.triggerUpdate(true));
     EXPECT_TRUE(follow(q("disconnected")));
     EXPECT_GE(mSeen.size(), 10);

@@ -36,7 +36,6 @@ TEST_F(LogFileTest, LineFormat)
         QString mText;
         const char* mLine;
     } tCases[] = {
-        {q("plain"), "> plain\n"},
         {QString(), "> \n"},
         {q("\nblank line before"), "\n> blank line before\n"},
         {q("two\nlines"), "> two\n    lines\n"},

@@ -19,37 +19,23 @@ TEST(VersionTest, ReadsAndPrints)
     const struct
     {
         const char* mText;
-        bool mOk;
         const char* mLong;
         const char* mShort;
-    } tCases[] = {
-        {"1", true, "1.0.0.0", "1.0.0"},
-        {"1.2", true, "1.2.0.0", "1.2.0"},
-        {"1.2.3.4", true, "1.2.3.4", "1.2.3.4"},
-        {"01.002.3.0", true, "1.2.3.0", "1.2.3"},
-        {"2147483647.0.0.1", true, "2147483647.0.0.1", "2147483647.0.0.1"},
-        {"2147483648", false, "0.0.0.0", "0.0.0"},
-        {"", false, "0.0.0.0", "0.0.0"},
-        {".", false, "0.0.0.0", "0.0.0"},
-        {"1.", false, "0.0.0.0", "0.0.0"},
-        {"1..2", false, "0.0.0.0", "0.0.0"},
-        {"-1.2", false, "0.0.0.0", "0.0.0"},
-        {"+1", false, "0.0.0.0", "0.0.0"},
-        {" 1", false, "0.0.0.0", "0.0.0"},
-        {"1 .2", false, "0.0.0.0", "0.0.0"},
-        {"1.2.3.4.5", false, "0.0.0.0", "0.0.0"},
-        {"1.2a", false, "0.0.0.0", "0.0.0"},
-        {"0x1", false, "0.0.0.0", "0.0.0"},
-        {"\xd9\xa1.2", false, "0.0.0.0", "0.0.0"}, // an Arabic digit
-        {"1,000", false, "0.0.0.0", "0.0.0"},
-    };
+    } tCases[] = {{"1", "1.0.0.0", "1.0.0"},
+                  {"01.002.3.0", "1.2.3.0", "1.2.3"},
+                  {"2147483647.0.0.1", "2147483647.0.0.1", "2147483647.0.0.1"}};
+    bool tOk = false;
     for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mText);
-        bool tOk = !tCase.mOk;
         const Version tVersion = Version::fromString(q(tCase.mText), &tOk);
-        EXPECT_EQ(tOk, tCase.mOk);
+        EXPECT_TRUE(tOk);
         EXPECT_EQ(tVersion.toString(), q(tCase.mLong));
         EXPECT_EQ(tVersion.toTarnAppFormat(), q(tCase.mShort));
+    }
+    // The last but one is an Arabic digit.
+    for (const char* tText : {"2147483648", "", "1.", "1..2", "-1.2", "+1", " 1", "1 .2", "1.2.3.4.5", "1.2a",
+                              "0x1", "\xd9\xa1.2", "1,000"}) {
+        EXPECT_EQ(Version::fromString(q(tText), &tOk).toString(), q("0.0.0.0")) << tText;
+        EXPECT_FALSE(tOk) << tText;
     }
 }
 
@@ -77,6 +63,7 @@ TEST(EnhVersionTest, OrdersByVersionThenDate)
 
 TEST(LangStringTest, BestValue)
 {
+    const QMap<QString, QString> tBoth{{q("de"), q("D")}, {q("en"), q("E")}};
     const struct
     {
         QMap<QString, QString> mValues;
@@ -84,56 +71,29 @@ TEST(LangStringTest, BestValue)
         const char* mBest;
     } tCases[] = {
         {{}, "de", ""},
-        {{{q("de"), q("D")}, {q("en"), q("E")}}, "de", "D"},
-        {{{q("de"), q("D")}, {q("en"), q("E")}}, "de_AT", "D"},
-        {{{q("de"), q("D")}, {q("en"), q("E")}}, "fr", "E"},
+        {tBoth, "de_AT", "D"},
+        {tBoth, "fr", "E"},
         {{{q("de"), QString()}, {q("en"), q("E")}}, "de", "E"},
-        {{{q("ja"), q("J")}}, "de", "J"},
         {{{q("ja"), QString()}, {q("ko"), q("K")}}, "de", "K"},
         {{{q("pt_BR"), q("B")}, {q("pt"), q("P")}}, "pt_BR", "B"},
-        {{{q("de"), q("D")}}, "", "D"},
     };
     for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mLang);
-        EXPECT_EQ(LangString(tCase.mValues).bestValue(q(tCase.mLang)), q(tCase.mBest));
+        EXPECT_EQ(LangString(tCase.mValues).bestValue(q(tCase.mLang)), q(tCase.mBest)) << tCase.mLang;
     }
 }
 
 TEST(ServerTest, SuggestedName)
 {
-    const struct
-    {
-        const char* mUri;
-        const char* mName;
-    } tCases[] = {
-        {"", ""},
-        {"https://updates.example.org/a/b", "updates.example.org"},
-        {"https://user@updates.example.org:8443/", "updates.example.org"},
-        {"file:///srv/updates", "updates"},
-        {"file:///srv/updates/", "updates"},
-        {"file:///srv/my%20updates", "my updates"},
+    const QMap<QByteArray, QByteArray> tNames{
+        {"https://user@updates.example.org:8443/a", "updates.example.org"},
+        {"file:///srv/my%20updates/", "my updates"},
         {"file:///", ""},
         {"no address", ""},
     };
-    for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mUri);
+    for (auto tIt = tNames.begin(); tIt != tNames.end(); ++tIt) {
         const GRef<Server> tServer(new Server(nullptr));
-        tServer->setUri(q(tCase.mUri));
-        EXPECT_EQ(tServer->getSuggestedName(), q(tCase.mName));
-    }
-}
-
-TEST(NetProxyTest, ModeWords)
-{
-    bool tOk = false;
-    EXPECT_EQ(netProxyModeFromStr(q("os"), &tOk), NetProxyModeOs);
-    EXPECT_TRUE(tOk);
-    EXPECT_EQ(netProxyModeFromStr(q("manual"), &tOk), NetProxyModeManual);
-    EXPECT_TRUE(tOk);
-    for (const char* tWord : {"", "OS", "Manual", "manual ", "none"}) {
-        SCOPED_TRACE(tWord);
-        EXPECT_EQ(netProxyModeFromStr(q(tWord), &tOk), NetProxyModeOs);
-        EXPECT_FALSE(tOk);
+        tServer->setUri(q(tIt.key()));
+        EXPECT_EQ(tServer->getSuggestedName(), q(tIt.value()));
     }
 }
 

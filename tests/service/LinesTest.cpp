@@ -26,28 +26,16 @@ TEST_F(ServiceTest, LinesThatBreakTheRules)
         bool mEnds; // the connection
         bool mHasId = false;
     } tCases[] = {
-        {"no JSON", "hello there\n", sParseError, true},
         {"an empty line", "\n", sParseError, true},
-        {"half an object", "{\"jsonrpc\":\n", sParseError, true},
         {"bytes that are no text", QByteArray("{\"a\": \"\xff\xfe\"}\n"), sParseError, true},
-        {"zero bytes", QByteArray(10, '\0') + '\n', sParseError, true},
-        {"a number", "42\n", sParseError, true},
-        {"an array", "[]\n", sInvalidRequest, true},
         {"a batch", '[' + request(R"("id":1,)" + tPing).chopped(1) + "]\n", sInvalidRequest, true},
-        {"too deep",
-         request(R"("id":1,"method":"ping","params":{"a":)" + QByteArray(70, '[') + QByteArray(70, ']') +
-                 '}'),
+        {"too deep", request(R"("id":1,"method":"ping","params":{"a":)" + QByteArray(70, '[')),
          sInvalidRequest, true},
         {"too long", QByteArray(8 * 1024 * 1024 + 1, 'x') + '\n', sInvalidRequest, true},
-        {"no id", request(tPing), sInvalidRequest, false},
         {"id of text", request(R"("id":"1",)" + tPing), sInvalidRequest, false},
-        {"id null", request(R"("id":null,)" + tPing), sInvalidRequest, false},
         {"id not whole", request(R"("id":1.5,)" + tPing), sInvalidRequest, false},
-        {"no version",
-         R"({"id":7,"method":"ping","params":{}})"
-         "\n",
-         sInvalidRequest, false, true},
-        {"no method", request(R"("id":7,"params":{})"), sInvalidRequest, false, true},
+        {"no version", R"({"id":7,"method":"ping","params":{}})" + QByteArray("\n"), sInvalidRequest, false,
+         true},
         {"method no text", request(R"("id":7,"method":1,"params":{})"), sInvalidRequest, false, true},
         {"no params", request(R"("id":7,"method":"ping")"), sInvalidParams, false, true},
         {"params a list", request(R"("id":7,"method":"ping","params":[])"), sInvalidParams, false, true},
@@ -84,17 +72,8 @@ TEST_F(ServiceTest, AnswersComeInOrderHoweverTheBytesAreCut)
     for (int i = 0; i < 500; ++i) {
         ASSERT_EQ(Json(tPeer.readLine().value_or(QByteArray())).value(q("id")).toInt(-1), i);
     }
-}
-
-TEST_F(ServiceTest, RequestsOfAPeerThatHasGoneAreNoTrouble)
-{
-    mRig.start();
-    for (int i = 0; i < 50; ++i) {
-        RawPeer tPeer = mRig.connect();
-        tPeer.send(request(R"("id":1,"method":"getServerList","params":{})").repeated(20));
-        if (i % 2 == 0) {
-            tPeer.send(R"({"jsonrpc":"2.0","id":2,"meth)");
-        }
+    for (int i = 0; i < 50; ++i) { // peers that go without their answers
+        mRig.connect().send(tRequests);
     }
-    EXPECT_EQ(mRig.connect().call("ping"), true);
+    EXPECT_EQ(tPeer.call("ping"), true);
 }

@@ -1,0 +1,75 @@
+#include "ServiceRig.h"
+
+#include "sqlite/Database.h"
+
+using tarn::vkcore::Database;
+
+TEST_F(ServiceTest, ConfiguredServerComesWithTheFirstStartOnly)
+{
+    mRig.configure("defaultServer = \"https://updates.example.com/\"\n");
+    RawPeer tPeer = mRig.startAndConnect();
+    const QJsonObject tAsk = Json(R"({"withPassword": false})");
+    EXPECT_EQ(tPeer.call("getDefaultServer", tAsk)[q("uri")], q("https://updates.example.com/"));
+    ASSERT_EQ(tPeer.errorOf("removeServer", R"({"index": 0})"), 0);
+    mRig.killAndRestart();
+    RawPeer tAfter = mRig.connect();
+    EXPECT_EQ(tAfter.call("getDefaultServer", tAsk)[q("uri")], q(""));
+}
+
+TEST_F(ServiceTest, DamagedStoreIsSetAsideAndSaidSo)
+{
+    mRig.start();
+    ASSERT_EQ(mRig.connect().errorOf("setKdmlDataDirectory", R"({"path": "/data"})"), 0);
+    EXPECT_EQ(mRig.stop(), 0);
+    mRig.installation().writeFile("state/state.db", "not a database, whatever it was\n");
+    RawPeer tPeer = mRig.startAndConnect();
+    EXPECT_NE(tPeer.call("getKdmlDataDirectory"), q("/data"));
+    EXPECT_EQ(tPeer.call("getLastServiceResult", R"({"thisSession": false})"), 10);
+    EXPECT_EQ(tPeer.call("getServiceStatus"), 4);
+    ASSERT_EQ(tPeer.call("enterMonitorMode"), true);
+    EXPECT_TRUE(tPeer.waitForEvent("serviceErrorReceived"));
+    const QStringList tKept = QDir(mRig.installation().path("state")).entryList({q("state.db.damaged-*")});
+    EXPECT_FALSE(tKept.isEmpty());
+    EXPECT_TRUE(mRig.log().contains("store was damaged")) << mRig.log();
+}
+
+// The file is overwritten under the running service, which finds out when it reads what its cache can't hold.
+TEST_F(ServiceTest, StoreDamagedUnderTheServiceIsReplaced)
+{
+    mRig.start();
+    RawPeer tMonitor = mRig.connect();
+    ASSERT_EQ(tMonitor.call("enterMonitorMode"), true);
+    RawPeer tPeer = mRig.connect();
+    for (int i = 0; i < 8; ++i) {
+        const QJsonObject tBig{{q("name"), QString::number(i)}, {q("value"), QString(900 * 1024, u'x')}};
+        ASSERT_EQ(tPeer.errorOf("setConfigValue", tBig), 0);
+    }
+    for (const char* tFile : {"state.db", "state.db-wal"}) {
+        const QString tPath = mRig.state(tFile);
+        overwrite(tPath, 4096, QByteArray(QFileInfo(tPath).size() - 4096, '\xdb'));
+    }
+    int tErrors = 0;
+    for (int i = 0; i < 8; ++i) {
+        const QJsonObject tName{{q("name"), QString::number(i)}, {q("default"), QString()}};
+        tErrors += tPeer.errorOf("getConfigValue", tName) == 1 ? 1 : 0;
+    }
+    EXPECT_EQ(tErrors, 1) << "one request finds it out, the next ones have the fresh store";
+    EXPECT_TRUE(tMonitor.waitForEvent("serviceErrorReceived"));
+    ASSERT_EQ(tPeer.errorOf("setKdmlDataDirectory", R"({"path": "/data"})"), 0);
+    ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
+    EXPECT_EQ(mRig.connect().call("getKdmlDataDirectory"), q("/data"));
+}
+
+TEST_F(ServiceTest, StoreOfANewerVersionIsRefused)
+{
+    mRig.start();
+    EXPECT_EQ(mRig.stop(), 0);
+    Database tDatabase;
+    ASSERT_TRUE(tDatabase.open(mRig.state("state.db"), Database::Mode::ReadWrite));
+    ASSERT_TRUE(tDatabase.setSchemaVersion(1000));
+    tDatabase.close();
+    expectRefusal(mRig.startAnother()->wait(), "newer version");
+    EXPECT_EQ(QDir(mRig.state("")).entryList({q("state.db.*")}), QStringList()) << "it is left alone";
+    ASSERT_TRUE(tDatabase.open(mRig.state("state.db"), Database::Mode::ReadOnly));
+    EXPECT_EQ(tDatabase.schemaVersion(), 1000);
+}
