@@ -8,51 +8,41 @@
 
 namespace {
 
-// The other end of sd_notify.
-class NotifySocket
+// Reads on to a message with this text, at the other end of sd_notify.
+bool hears(int pFd, const char* pText)
 {
-public:
-    explicit NotifySocket(const QString& pPath) : mFd(boundSocket(pPath, SOCK_DGRAM)) {}
-    ~NotifySocket() { ::close(mFd); }
-
-    // Reads on to a message with this text.
-    bool waitFor(const char* pText)
-    {
-        pollfd tPoll = {mFd, POLLIN, 0};
-        while (::poll(&tPoll, 1, 20000) > 0) {
-            QByteArray tMessage(4096, '\0');
-            tMessage.resize(
-                std::max<ssize_t>(0, ::recv(mFd, tMessage.data(), static_cast<size_t>(tMessage.size()), 0)));
-            if (tMessage.contains(pText)) {
-                return true;
-            }
-        }
-        return false;
+    pollfd tPoll = {pFd, POLLIN, 0};
+    QByteArray tMessage;
+    while (!tMessage.contains(pText) && ::poll(&tPoll, 1, 20000) > 0) {
+        tMessage = QByteArray(4096, '\0');
+        tMessage.truncate(std::max<ssize_t>(0, ::recv(pFd, tMessage.data(), 4096, 0)));
     }
-
-private:
-    int mFd;
-};
+    return tMessage.contains(pText);
+}
 
 } // namespace
 
 TEST_F(ServiceTest, DaemonTellsSystemdHowItIs)
 {
     const QString tPath = mRig.installation().path("notify");
-    NotifySocket tNotify(tPath);
+    const int tFd = boundSocket(tPath, SOCK_DGRAM);
     mRig.installation().environment().insert("NOTIFY_SOCKET", QFile::encodeName(tPath));
     mRig.installation().environment().insert("WATCHDOG_USEC", "300000");
+    mRig.configure("update.waitForApps = \"soon\"\n");
     mRig.start({});
-    EXPECT_TRUE(tNotify.waitFor("READY=1"));
-    EXPECT_TRUE(tNotify.waitFor("WATCHDOG=1"));
+    EXPECT_TRUE(hears(tFd, "READY=1") && hears(tFd, "WATCHDOG=1"));
     mRig.program().signal(SIGHUP);
-    EXPECT_TRUE(tNotify.waitFor("RELOADING=1"));
-    EXPECT_TRUE(tNotify.waitFor("READY=1"));
+    EXPECT_TRUE(hears(tFd, "RELOADING=1") && hears(tFd, "READY=1"));
     EXPECT_EQ(mRig.connect().errorOf("quitService"), 1) << "the machine would be without its schedule";
     EXPECT_EQ(mRig.connect().call("ping"), true);
     mRig.program().signal(SIGTERM);
-    EXPECT_TRUE(tNotify.waitFor("STOPPING=1"));
-    EXPECT_EQ(mRig.program().wait().mStatus, 0);
+    EXPECT_TRUE(hears(tFd, "STOPPING=1"));
+    ::close(tFd);
+    const Program::Result tResult = mRig.program().wait();
+    EXPECT_EQ(tResult.mStatus, 0);
+    EXPECT_TRUE(tResult.mErr.contains("<5>The service listens on")) << tResult.mErr;
+    EXPECT_TRUE(tResult.mErr.contains("<4>The configuration key service.update.waitForApps is ignored"));
+    EXPECT_TRUE(mRig.log().isEmpty());
 }
 
 TEST_F(ServiceTest, SocketOfSystemdIsUsedAndLeftToIt)
@@ -72,40 +62,21 @@ TEST_F(ServiceTest, SocketOfSystemdIsUsedAndLeftToIt)
 // The unit as it is shipped, judged by systemd's own tools.
 TEST_F(ServiceTest, UnitIsSoundAndWellShut)
 {
-    const QString tFolder = mRig.installation().path("units");
-    QFile tTemplate(q(SOURCE_DIR "/packaging/systemd/vkservice.service.in"));
-    ASSERT_TRUE(tTemplate.open(QIODevice::ReadOnly));
-    QByteArray tUnit = tTemplate.readAll();
+    QByteArray tUnit = readFile(q(SOURCE_DIR "/packaging/systemd/vkservice.service.in"));
     EXPECT_TRUE(tUnit.contains("\nRestart=always\n") && tUnit.contains("\nMemoryMax="));
     tUnit.replace("@CMAKE_INSTALL_PREFIX@", mRig.installation().path(QString()).toUtf8());
     mRig.installation().writeFile("units/vkservice.service", tUnit);
-    ASSERT_TRUE(
-        QFile::copy(q(SOURCE_DIR "/packaging/systemd/vkservice.socket"), tFolder + q("/vkservice.socket")));
-    const QByteArray tService = (tFolder + q("/vkservice.service")).toUtf8();
-
-    Program tVerify(q("/usr/bin/systemd-analyze"), {"verify", "--man=no", tService},
-                    mRig.installation().environment());
-    const Program::Result tVerified = tVerify.wait();
+    mRig.installation().writeFile("units/vkservice.socket",
+                                  readFile(q(SOURCE_DIR "/packaging/systemd/vkservice.socket")));
+    const auto tAnalyze = [this](QList<QByteArray> pWords) {
+        pWords.append(mRig.installation().path("units/vkservice.service").toUtf8());
+        return Program(q("/usr/bin/systemd-analyze"), pWords, mRig.installation().environment()).wait();
+    };
+    const Program::Result tVerified = tAnalyze({"verify", "--man=no"});
     EXPECT_EQ(tVerified.mStatus, 0) << tVerified.mErr;
     EXPECT_FALSE(tVerified.mErr.contains("vkservice")) << tVerified.mErr;
-
     // Fails from an exposure of 2.0 on.
-    Program tSecurity(q("/usr/bin/systemd-analyze"),
-                      {"security", "--offline=true", "--threshold=19", tService},
-                      mRig.installation().environment());
-    const Program::Result tJudged = tSecurity.wait();
+    const Program::Result tJudged = tAnalyze({"security", "--offline=true", "--threshold=19"});
     EXPECT_EQ(tJudged.mStatus, 0) << tJudged.mOut;
     EXPECT_TRUE(tJudged.mOut.contains("Overall exposure level")) << tJudged.mErr;
-}
-
-TEST_F(ServiceTest, DaemonLogsForTheJournal)
-{
-    mRig.configure("update.waitForApps = \"soon\"\n");
-    mRig.start({});
-    mRig.program().signal(SIGTERM);
-    const Program::Result tResult = mRig.program().wait();
-    EXPECT_EQ(tResult.mStatus, 0);
-    EXPECT_TRUE(tResult.mErr.contains("<5>The service listens on")) << tResult.mErr;
-    EXPECT_TRUE(tResult.mErr.contains("<4>The configuration key service.update.waitForApps is ignored"));
-    EXPECT_TRUE(mRig.log().isEmpty());
 }
