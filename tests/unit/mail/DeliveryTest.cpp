@@ -1,12 +1,6 @@
-#include "Loopback.h"
 #include "Rig.h"
 #include "SmtpSink.h"
-#include "SystemCertificates.h"
 #include "Test.h"
-
-#include "mail/CurlTransport.h"
-
-#include <QtCore/QCoreApplication>
 
 namespace tarn::vkservice::mail {
 
@@ -74,68 +68,42 @@ TEST_F(DeliveryTest, TextAndHtmlOverStartTlsWithLogin)
     EXPECT_EQ(mRig.queued(), 0);
 }
 
-TEST_F(DeliveryTest, OverTlsFromTheStart)
-{
-    mSink.startSecure({q("--smtps")});
-    SmtpSettings tSettings = mSink.settings();
-    tSettings.mUrl = mSink.url(q("smtps"));
-    runUpdate(tSettings);
-    EXPECT_EQ(mSink.received().size(), 1) << warnings();
-}
-
 TEST_F(DeliveryTest, EachAddressGetsAMailOfItsOwn)
 {
-    mRig.mSettings.setNotificationEmailAddresses({});
-    mRig.address(q("gone@example.org"), true);
-    mRig.address(q("full@example.org"), true);
-    for (int i = 0; i < 5; ++i) {
-        mRig.address(q("a%1@example.org").arg(i), true);
+    for (const char* tAddress :
+         {"gone@example.org", "full@example.org", "second@example.org", "ADMIN@example.org"}) {
+        mRig.address(q(tAddress), true);
     }
-    mRig.address(q("A0@example.org"), true);
     mSink.startSecure({q("--refuse=gone@example.org"), q("--defer=full@example.org")});
     runUpdate(mSink.settings());
-
-    QStringList tRecipients;
-    QStringList tIds;
-    for (const SmtpSink::Received& tReceived : mSink.received()) {
-        const QJsonArray tTo = tReceived.mEnvelope[q("to")].toArray();
-        ASSERT_EQ(tTo.size(), 1);
-        tRecipients.append(tTo[0].toString());
-        EXPECT_EQ(decoded(tReceived.mMessage, q("to")).remove(u'<').remove(u'>'), tRecipients.last());
-        tIds.append(decoded(tReceived.mMessage, q("message-id")));
+    const QList<SmtpSink::Received> tReceived = mSink.received();
+    ASSERT_EQ(tReceived.size(), 2) << warnings();
+    for (int i = 0; i < 2; ++i) {
+        const QString tExpected = q(i == 0 ? "admin@example.org" : "second@example.org");
+        EXPECT_EQ(tReceived[i].mEnvelope[q("to")].toArray(), QJsonArray{tExpected});
+        EXPECT_EQ(decoded(tReceived[i].mMessage, q("to")).remove(u'<').remove(u'>'), tExpected);
     }
-    EXPECT_EQ(tRecipients.join(u' ').toStdString(),
-              "a0@example.org a1@example.org a2@example.org a3@example.org a4@example.org");
-    EXPECT_EQ(tIds.removeDuplicates(), 0);
+    EXPECT_NE(decoded(tReceived[0].mMessage, q("message-id")),
+              decoded(tReceived[1].mMessage, q("message-id")));
     EXPECT_TRUE(mRig.warned(q("Given up: mail about an update to gone@example.org: the mail server localhost "
                               "refused it: 550 5.1.1 no such mailbox")))
         << warnings();
     expectWaiting("Tried again later: mail about an update to full@example.org");
 }
 
-TEST_F(DeliveryTest, AWrongPasswordIsNamedAndTheRightOneSends)
+TEST_F(DeliveryTest, WaitsForAServerAndForTheRightPassword)
 {
-    mSink.startSecure();
     SmtpSettings tSettings = mSink.settings();
+    tSettings.mUrl = mSink.url(q("smtps"));
     tSettings.mPassword = q("guessed");
     runUpdate(tSettings);
-    EXPECT_TRUE(mSink.received().isEmpty());
-    EXPECT_TRUE(mRig.warned(q("refused mail.user and mail.password"))) << warnings();
+    expectWaiting("the mail server localhost gives no answer");
+    mSink.startSecure({q("--smtps")});
+    mRig.pass(60);
+    expectWaiting("refused mail.user and mail.password");
     EXPECT_FALSE(mRig.warned(q("guessed")));
-    EXPECT_EQ(mRig.queued(), 1);
-
-    set(mSink.settings());
-    EXPECT_EQ(mSink.received().size(), 1) << warnings();
-}
-
-TEST_F(DeliveryTest, WaitsForAServerThatIsDown)
-{
-    runUpdate(mSink.settings());
-    EXPECT_TRUE(mRig.warned(q("the mail server localhost gives no answer"))) << warnings();
-    mSink.startSecure();
-    mRig.pass(59);
-    EXPECT_TRUE(mSink.received().isEmpty());
-    mRig.pass(1);
+    tSettings.mPassword = mSink.settings().mPassword;
+    set(tSettings);
     EXPECT_EQ(mSink.received().size(), 1) << warnings();
 }
 
@@ -173,44 +141,13 @@ TEST_F(DeliveryTest, TellsItsPasswordToNoStranger)
     EXPECT_TRUE(mSink.received().isEmpty());
 }
 
-TEST_F(DeliveryTest, TrustsNoneOfTheSystemWhereAFileIsSet)
-{
-    using Outcome = SendResult::Outcome;
-    mSink.startSecure();
-    const QTemporaryDir tDir;
-    const QString tOther = tDir.filePath(q("cert.pem"));
-    makeCertificate(tOther, tDir.filePath(q("key.pem")), q("other"));
-    SmtpSettings tSettings = mSink.settings();
-    for (const auto& [tFile, tOutcome] :
-         {std::pair(QString(), Outcome::Sent), std::pair(tOther, Outcome::ServerFailed)}) {
-        tSettings.mCaFile = tFile;
-        const int tGot = withSystemCertificate(mSink.certificate(), [&tSettings] {
-            return CurlTransport()
-                .send({sAdmin, q("<1@x>"), QDateTime::currentDateTime(), q("s"), q("t"), q("h")}, tSettings)
-                .mOutcome;
-        });
-        if (tGot < 0) {
-            GTEST_SKIP() << "needs a mount namespace";
-        }
-        EXPECT_EQ(tGot, static_cast<int>(tOutcome)) << tFile;
-    }
-}
-
-TEST_F(DeliveryTest, ARefusedSenderIsAMatterOfTheSettings)
-{
-    mSink.startSecure({q("--refuse-sender")});
-    runUpdate(mSink.settings());
-    expectWaiting("550 5.7.1 sender not welcome");
-}
-
 TEST_F(DeliveryTest, NothingConfiguredAddsAHeaderARecipientOrAnotherMail)
 {
     const char* const tHostile[] = {
         "pc\r\nBcc: victim@example.org",
-        "pc\r\n\r\nA body of its own",
+        "pc\r\n\r\nA body of its own\xc2\x85\xe2\x80\xa8",
         "pc\r\n.\r\nQUIT\r\nMAIL FROM:<x@example.org>\r\nRCPT TO:<victim@example.org>",
         "=?UTF-8?Q?pc=0D=0ABcc:_victim@example.org?=",
-        "pc\n.\n",
     };
     mRig.address(q("x@example.org>\r\nRCPT TO:<victim@example.org"), true);
     mSink.startSecure();
@@ -245,41 +182,9 @@ TEST_F(DeliveryTest, NothingConfiguredAddsAHeaderARecipientOrAnotherMail)
     }
 }
 
-// A server that takes a mail and never says so: whoever dies then can't know, and sends it again, as the same
+// A server that takes a mail and never says so: whoever ends then can't know, and sends it again, as the same
 // mail.
-TEST_F(DeliveryTest, AKilledServiceSendsItsMailAgainAsTheSameMail)
-{
-    mSink.startSecure({q("--hang")});
-    mRig.mDatabase.close();
-    const QString tDatabase = mRig.mDir.filePath(q("service.db"));
-    QProcess tService;
-    tService.setProcessChannelMode(QProcess::ForwardedChannels);
-    tService.start(QCoreApplication::applicationFilePath(),
-                   {q("--send-one"), tDatabase, mSink.settings().mUrl, mSink.settings().mCaFile});
-    ASSERT_TRUE(tService.waitForStarted());
-    mSink.waitForMail();
-    tService.kill();
-    ASSERT_TRUE(tService.waitForFinished());
-    mSink.stop();
-    const QList<SmtpSink::Received> tBefore = mSink.received();
-    ASSERT_EQ(tBefore.size(), 1);
-
-    SmtpSink tSecond;
-    tSecond.startSecure();
-    ASSERT_TRUE(mRig.mDatabase.open(tDatabase, vkcore::Database::Mode::ReadWrite));
-    ASSERT_EQ(mRig.queued(), 1);
-    mRig.startReal(tSecond.settings());
-    mRig.settle();
-    const QList<SmtpSink::Received> tAfter = tSecond.received();
-    ASSERT_EQ(tAfter.size(), 1) << warnings();
-    for (const QString& tPart : {q("message-id"), q("date"), q("subject")}) {
-        EXPECT_FALSE(decoded(tAfter[0].mMessage, tPart).isEmpty());
-        EXPECT_EQ(decoded(tAfter[0].mMessage, tPart), decoded(tBefore[0].mMessage, tPart));
-    }
-    EXPECT_EQ(mRig.queued(), 0);
-}
-
-TEST_F(DeliveryTest, AServerThatHangsHoldsUpNeitherCallsNorTheEnd)
+TEST_F(DeliveryTest, AServerThatHangsHoldsUpNobodyAndTheSameMailIsSentAgain)
 {
     mSink.startSecure({q("--hang")});
     mRig.startReal(mSink.settings());
@@ -292,18 +197,20 @@ TEST_F(DeliveryTest, AServerThatHangsHoldsUpNeitherCallsNorTheEnd)
     tTimer.restart();
     mRig.stop();
     EXPECT_LT(tTimer.elapsed(), 10000) << "the bound is far below the server's time-out of a minute";
-    EXPECT_EQ(mRig.queued(), 1);
-}
-
-TEST_F(DeliveryTest, AServerThatDiesInTheMiddleLeavesTheMailQueued)
-{
-    mSink.startSecure({q("--hang")});
-    mRig.startReal(mSink.settings());
-    mRig.mMailer->onRunFinished(someRun(q("1"), update::ResultSuccess, 1));
-    mSink.waitForMail();
     mSink.stop();
+    EXPECT_EQ(mRig.queued(), 1);
+
+    SmtpSink tSecond;
+    tSecond.startSecure();
+    mRig.startReal(tSecond.settings());
     mRig.settle();
-    expectWaiting("Mails can't be sent now");
+    const QList<SmtpSink::Received> tMails = mSink.received() + tSecond.received();
+    ASSERT_EQ(tMails.size(), 2) << warnings();
+    for (const QString& tPart : {q("message-id"), q("date"), q("subject")}) {
+        EXPECT_FALSE(decoded(tMails[0].mMessage, tPart).isEmpty());
+        EXPECT_EQ(decoded(tMails[0].mMessage, tPart), decoded(tMails[1].mMessage, tPart));
+    }
+    EXPECT_EQ(mRig.queued(), 0);
 }
 
 TEST_F(DeliveryTest, AServerThatHangsIsGivenUpAfterTheTimeOut)

@@ -32,12 +32,6 @@ SendResult Post::answer(const Mail& pMail)
     return {pMail.mRecipient == mBadRecipient ? mBadOutcome : mOutcome, q("as the test wants it")};
 }
 
-void Post::setOutcome(SendResult::Outcome pOutcome)
-{
-    const QMutexLocker tLocker(&mMutex);
-    mOutcome = pOutcome;
-}
-
 QList<Mail> Post::take()
 {
     const QMutexLocker tLocker(&mMutex);
@@ -66,17 +60,9 @@ Rig::Rig() : mNow(QDate(2024, 3, 7), QTime(10, 0), Qt::UTC)
     mStatus.mLastSuccess = mNow;
 }
 
-Rig::~Rig() = default;
-
 void Rig::start()
 {
     start(std::make_unique<FakeTransport>(mPost));
-}
-
-void Rig::startReal(const SmtpSettings& pSmtp)
-{
-    mSmtp = pSmtp;
-    start(nullptr);
 }
 
 void Rig::start(std::unique_ptr<SmtpTransport> pTransport)
@@ -85,19 +71,12 @@ void Rig::start(std::unique_ptr<SmtpTransport> pTransport)
         mDatabase, [this] { return mStatus; }, nullptr, std::move(pTransport), [this] { return mNow; });
     QObject::connect(mMailer.get(), &Mailer::warning, mMailer.get(),
                      [this](const QString& tText) { mWarnings.append(tText); });
-    QObject::connect(mMailer.get(), &Mailer::information, mMailer.get(),
-                     [this](const QString& tText) { mInformation.append(tText); });
     QObject::connect(mMailer.get(), &Mailer::summaryQueued, mMailer.get(),
                      [this](const QDateTime& tWhen) { mSummaries.append(tWhen); });
     QString tError;
     ASSERT_TRUE(mMailer->open(&tError)) << tError;
     mMailer->setSmtpSettings(mSmtp);
     set(Mailer::Reason::Loaded);
-}
-
-void Rig::stop()
-{
-    mMailer.reset();
 }
 
 void Rig::settle()
@@ -131,21 +110,10 @@ void Rig::set(Mailer::Reason pReason)
     settle();
 }
 
-void Rig::finish(const RunReport& pRun)
-{
-    mMailer->onRunFinished(pRun);
-    settle();
-}
-
 int Rig::queued()
 {
     vkcore::Statement tQuery(mDatabase, "SELECT count(*) FROM mail_queue");
     return tQuery.step() ? static_cast<int>(tQuery.integer(0)) : -1;
-}
-
-bool Rig::warned(const QString& pPart) const
-{
-    return !mWarnings.filter(pPart).isEmpty();
 }
 
 RunReport someRun(const QString& pId, update::ResultCode pResult, int pPackages)

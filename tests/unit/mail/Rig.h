@@ -17,7 +17,11 @@ namespace tarn::vkservice::mail {
 struct Post
 {
     SendResult answer(const Mail& pMail);
-    void setOutcome(SendResult::Outcome pOutcome);
+    void setOutcome(SendResult::Outcome pOutcome)
+    {
+        const QMutexLocker tLocker(&mMutex);
+        mOutcome = pOutcome;
+    }
     // All mails that were handed to the transport, also those that failed; since the last call.
     QList<Mail> take();
     QStringList takeSubjects();
@@ -34,14 +38,15 @@ class Rig
 {
 public:
     Rig();
-    ~Rig();
-    Rig(const Rig&) = delete;
-    Rig& operator=(const Rig&) = delete;
 
     // Starts (again) with the fake transport, or with the real one.
     void start();
-    void startReal(const SmtpSettings& pSmtp);
-    void stop();
+    void startReal(const SmtpSettings& pSmtp)
+    {
+        mSmtp = pSmtp;
+        start(nullptr);
+    }
+    void stop() { mMailer.reset(); }
     void restart()
     {
         stop();
@@ -55,9 +60,13 @@ public:
     // Adds an address; a verified one counts as such from the start.
     void address(const QString& pAddress, bool pVerified);
     void set(Mailer::Reason pReason = Mailer::Reason::Changed);
-    void finish(const RunReport& pRun);
+    void finish(const RunReport& pRun)
+    {
+        mMailer->onRunFinished(pRun);
+        settle();
+    }
     int queued();
-    bool warned(const QString& pPart) const;
+    bool warned(const QString& pPart) const { return !mWarnings.filter(pPart).isEmpty(); }
 
     QTemporaryDir mDir;
     vkcore::Database mDatabase;
@@ -67,7 +76,6 @@ public:
     SmtpSettings mSmtp;
     Post mPost;
     QStringList mWarnings;
-    QStringList mInformation;
     QList<QDateTime> mSummaries;
     std::unique_ptr<Mailer> mMailer;
 

@@ -43,20 +43,14 @@ TEST_F(VerificationTest, TheMailedCodeOpensTheAddress)
     QString tTyped = u' ' + tCode.toLower();
     tTyped.remove(u'-');
     EXPECT_TRUE(mRig.mMailer->verify(sAddress.toLower(), tTyped).mOk);
+    mRig.restart(); // killed before the settings were stored
+    EXPECT_TRUE(verify(tCode));
     mRig.mSettings.setNotificationEmailAddresses(
         markVerified(mRig.mSettings.notificationEmailAddresses(), sAddress));
     mRig.set();
     EXPECT_EQ(mRig.mMailer->verificationState(sAddress), q("verified"));
     mRig.finish(someRun(q("run 2"), update::ResultSuccess, 1));
     EXPECT_EQ(mRig.mPost.takeSubjects(), QStringList{q("lab-pc-3: updates installed")});
-}
-
-TEST_F(VerificationTest, ARightCodeHoldsUntilItsUseIsStored)
-{
-    const QString tCode = nextCode();
-    EXPECT_TRUE(verify(tCode));
-    mRig.restart(); // killed before the settings were stored
-    EXPECT_TRUE(verify(tCode));
 }
 
 TEST_F(VerificationTest, WrongCodesUseItUp)
@@ -87,17 +81,12 @@ TEST_F(VerificationTest, CodesBelongToTheirAddressAndTime)
 TEST_F(VerificationTest, SettingAnAddressAgainSendsNothingWhileItsCodeHolds)
 {
     ASSERT_FALSE(nextCode().isEmpty());
-    for (int i = 0; i < 20; ++i) {
+    const vkcore::MonitoringEmailList tList = mRig.mSettings.notificationEmailAddresses();
+    for (const vkcore::MonitoringEmailList& tNow : {tList, {}, tList}) {
+        mRig.mSettings.setNotificationEmailAddresses(tNow);
         mRig.set();
         mRig.pass(60);
     }
-    const vkcore::MonitoringEmailList tList = mRig.mSettings.notificationEmailAddresses();
-    mRig.mSettings.setNotificationEmailAddresses({});
-    mRig.set();
-    mRig.mSettings.setNotificationEmailAddresses(tList);
-    mRig.set();
-    EXPECT_TRUE(mRig.mPost.take().isEmpty());
-
     mRig.pass(Verification::sValidHours * 60 * 60);
     mRig.restart();
     EXPECT_TRUE(mRig.mPost.take().isEmpty()) << "a start alone sends no further code";
@@ -116,31 +105,12 @@ TEST_F(VerificationTest, ANewCodeCanBeAskedForWithinLimits)
     EXPECT_FALSE(verify(tFirst));
     EXPECT_TRUE(verify(tSecond));
 
-    int tMails = 2;
     for (int i = 0; i < 20; ++i) {
         mRig.pass(Verification::sMinSecondsBetweenCodes);
         mRig.mMailer->verify(sAddress, q(" "));
         mRig.settle();
-        tMails += static_cast<int>(mRig.mPost.take().size());
     }
-    EXPECT_EQ(tMails, Verification::sMaxCodesPerDay);
-}
-
-TEST_F(VerificationTest, OnlyTheLastCodeIsMailed)
-{
-    const QString tOther = q("other@example.org");
-    mRig.mPost.take();
-    mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
-    mRig.address(tOther, false);
-    mRig.set();
-    mRig.pass(Verification::sMinSecondsBetweenCodes);
-    mRig.mMailer->verify(tOther, QString());
-    mRig.settle();
-    EXPECT_EQ(mRig.queued(), 1);
-    mRig.mPost.take();
-    mRig.mPost.setOutcome(SendResult::Outcome::Sent);
-    mRig.pass(60);
-    EXPECT_TRUE(mRig.mMailer->verify(tOther, nextCode()).mOk);
+    EXPECT_EQ(mRig.mPost.take().size(), Verification::sMaxCodesPerDay - 2);
 }
 
 TEST_F(VerificationTest, AListOfManyAddressesIsWrittenToSlowly)
@@ -154,19 +124,6 @@ TEST_F(VerificationTest, AListOfManyAddressesIsWrittenToSlowly)
     mRig.pass(60 * 60);
     EXPECT_EQ(mRig.mPost.take().size(), 50 - Verification::sMaxCodesPerHour + 1)
         << "the rest follows by itself";
-}
-
-TEST_F(VerificationTest, CodesWaitForAMailServer)
-{
-    Rig tRig;
-    tRig.mSmtp = {};
-    tRig.address(sAddress, false);
-    tRig.start();
-    EXPECT_TRUE(tRig.warned(q("mail.url is not set")));
-    EXPECT_FALSE(tRig.mMailer->verify(sAddress, QString()).mOk);
-    tRig.mMailer->setSmtpSettings(mRig.mSmtp);
-    tRig.settle();
-    EXPECT_EQ(tRig.mPost.take().size(), 1);
 }
 
 TEST_F(VerificationTest, TheDatabaseDoesNotTellTheCode)

@@ -20,12 +20,6 @@ class Sink:
         self.options = options
         self.count = 0
 
-    async def handle_MAIL(self, server, session, envelope, address, mail_options):
-        if self.options.refuse_sender:
-            return "550 5.7.1 sender not welcome"
-        envelope.mail_from = address
-        return "250 OK"
-
     async def handle_RCPT(self, server, session, envelope, address, rcpt_options):
         if address in self.options.refuse:
             return "550 5.1.1 no such mailbox"
@@ -99,6 +93,5 @@ if __name__ == "__main__":
     parser.add_argument("--login", help="USER:PASSWORD")
     parser.add_argument("--refuse", action="append", default=[])
     parser.add_argument("--defer", action="append", default=[])
-    parser.add_argument("--refuse-sender", action="store_true")
     parser.add_argument("--hang", action="store_true", help="never answer a mail")
     asyncio.run(main(parser.parse_args()))
