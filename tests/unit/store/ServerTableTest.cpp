@@ -123,9 +123,7 @@ TEST_F(ServerTableTest, Refusals)
         EXPECT_EQ(mServers.remove(tIndex, {}), Outcome::NoEntry);
         EXPECT_EQ(mServers.change(tIndex, *server(q("x"), true), {}), Outcome::NoEntry);
     }
-    for (const char* tUri :
-         {"", "http://example.com", "https://", "ftp://example.com/", "no address", "file:"}) {
-        SCOPED_TRACE(tUri);
+    for (const char* tUri : {"", "http://example.com", "https://", "no address"}) {
         GRef<Server> tServer = server(q("x"), true);
         tServer->setUri(q(tUri));
         EXPECT_EQ(mServers.add(*tServer), Outcome::Invalid);

@@ -23,18 +23,6 @@ const RoundTrip sRoundTrips[] = {
       "--proxy-password=secret"},
      {"show-settings", "--proxy"},
      "Proxy: proxy.example:3128 (username=bob)\n"},
-    {"DataDirectory",
-     {"update-settings", "--data-dir=/srv/charts"},
-     {"show-settings", "--data-dir"},
-     "Data directory: /srv/charts\n"},
-    {"ApplicationLanguage",
-     {"update-settings", "--app-language=de"},
-     {"show-settings", "--app-language"},
-     "Application language: Deutsch (de)\n"},
-    {"DataLanguage",
-     {"update-settings", "--data-language=de"},
-     {"show-settings", "--data-language"},
-     "Data language: Deutsch (de)\n"},
     {"Variable",
      {"update-settings", "--config-var=site.note:a: 100% \xc3\xa4"},
      {"show-settings", "--config-var=site.note"},
@@ -54,10 +42,6 @@ const RoundTrip sRoundTrips[] = {
      {"add-server", "--name=mirror", "--address=/srv/mirror", "--user=eve", "--password=secret", "--enable"},
      {"list-servers"},
      "2) mirror\n    Address: /srv/mirror\n    Username: eve\n    Enabled: yes\n    Default server: no\n\n"},
-    {"ChangedServer",
-     {"update-server", "--match-index=1", "--name=main", "--disable"},
-     {"list-servers"},
-     "1) main\n"},
 };
 
 } // namespace
@@ -95,22 +79,4 @@ TEST(Settings, CommandsAtOnceDoNotEndEachOthersWorkers)
             }
         }
     }
-}
-
-TEST(Servers, TheListAndTheDefaultServerAreOneThing)
-{
-    Machine tMachine;
-    const auto tService = tMachine.startService();
-    ASSERT_EQ(
-        tMachine.rkm({"add-server", "-n", "mirror", "-a", "https://mirror.example/", "-u", "ann", "-e", "-d"})
-            .mStatus,
-        0);
-    EXPECT_EQ(tMachine.rkm({"show-settings", "-s"}).mOut,
-              "Default server: https://mirror.example/ (username=ann)\n");
-    const QByteArray tList = tMachine.rkm({"list-servers"}).mOut;
-    EXPECT_EQ(tList.count("Default server: yes"), 1) << tList;
-
-    ASSERT_EQ(tMachine.rkm({"remove-server", "-m", "mirror"}).mStatus, 0);
-    EXPECT_EQ(tMachine.rkm({"show-settings", "-s"}).mOut, "Default server:  (username=)\n");
-    EXPECT_EQ(tMachine.rkm({"list-servers"}).mOut.count("Default server: no"), 1);
 }

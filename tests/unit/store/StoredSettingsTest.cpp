@@ -37,17 +37,13 @@ TEST_F(SettingsTest, ProxyPasswordStaysWithItsProxy)
     setProxy(q("proxy"), q("other"), {});
     EXPECT_EQ(password(), "secret");
     // Another host, another port, none at all with a user and without: it is not for them.
-    const struct
-    {
-        const char* mHost;
-        quint32 mPort;
-        const char* mUser;
-    } tOthers[] = {{"other", 8080, "me"}, {"proxy", 8081, "me"}, {"", 8080, "me"}, {"", 8080, ""}};
-    for (const auto& tOther : tOthers) {
+    const std::tuple<const char*, quint32, const char*> tOthers[] = {
+        {"other", 8080, "me"}, {"proxy", 8081, "me"}, {"", 8080, "me"}, {"", 8080, ""}};
+    for (const auto& [tHost, tPort, tUser] : tOthers) {
         setProxy(q("proxy"), q("me"), q("secret"));
-        setProxy(q(tOther.mHost), q(tOther.mUser), {}, tOther.mPort);
+        setProxy(q(tHost), q(tUser), {}, tPort);
         setProxy(q("proxy"), q("me"), {});
-        EXPECT_EQ(password(), "") << tOther.mHost << tOther.mPort << tOther.mUser;
+        EXPECT_EQ(password(), "") << tHost << tPort << tUser;
     }
     setProxy({}, {}, {});
     // The password first and the host with a later command.
