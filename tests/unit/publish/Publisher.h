@@ -1,6 +1,5 @@
 #pragma once
 
-#include "FastDir.h"
 #include "MetadataSource.h"
 #include "Program.h"
 #include "Test.h"
@@ -79,5 +78,5 @@ protected:
                                   std::filesystem::copy_options::overwrite_existing);
     }
 
-    QTemporaryDir mDir{fastDirTemplate()};
+    QTemporaryDir mDir;
 };

@@ -59,9 +59,7 @@ TEST_F(RecoveryTest, ARestoredPublisherGoesOnAboveWhatMachinesHaveSeen)
         const char* mRefusal = nullptr;
     } sCases[] = {
         {"record", "", false},
-        {"keys", "", false},
         {"record", "rotate-key @r timestamp", false},
-        {"record", "rotate-key @r root", false},
         {"keys repository", "", true},
         {"record repository", "rotate-key @r snapshot", true},
         {"keys", "rotate-key @r targets", false, "role targets is not in"},

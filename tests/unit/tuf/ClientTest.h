@@ -1,19 +1,9 @@
 #pragma once
 
-#include "FastDir.h"
 #include "Test.h"
 #include "TestRepository.h"
 
 #include "os/FileSystem.h"
-
-namespace tarn::tuf {
-inline void PrintTo(ErrorKind pKind, std::ostream* pStream)
-{
-    static const char* const sNames[] = {"None",      "Unreachable", "NotFound", "Untrusted",
-                                         "OutOfDate", "Expired",     "Local",    "Canceled"};
-    *pStream << sNames[static_cast<int>(pKind)];
-}
-} // namespace tarn::tuf
 
 // A client of the repository, started from its first root, with its trusted metadata in a folder of its own.
 class ClientTest : public testing::Test
@@ -72,7 +62,7 @@ protected:
         writeFile(mDir + u'/' + pName, pContent);
     }
 
-    QTemporaryDir mTemporary{fastDirTemplate()};
+    QTemporaryDir mTemporary;
     QString mDir = mTemporary.filePath(q("trusted"));
     TestRepository mRepository;
     QDateTime mNow = TestRepository::now();

@@ -5,7 +5,6 @@
 #include "tuf/Metadata.h"
 
 #include <limits>
-#include <random>
 
 using namespace tarn::tuf;
 
@@ -72,11 +71,11 @@ protected:
 
 TEST_F(MetadataTest, EveryMemberIsChecked)
 {
+    const QJsonValue tNone(QJsonValue::Undefined);
     const QJsonArray tTwice{q("a"), q("a")};
     const QJsonObject tSignature{{q("keyid"), q("a")}, {q("sig"), q("00")}};
-    const qint64 tLast = std::numeric_limits<qint64>::max();
+    const QJsonObject tTarget{{q("length"), 1}, {q("hashes"), QJsonObject{{q("sha256"), QString(64, u'0')}}}};
     const QList<QJsonValue> tNoHashes{q(""),
-                                      q("../../../etc/passwd"),
                                       q("../") + QString(61, u'a'),
                                       QString(63, u'a'),
                                       QString(66, u'a'),
@@ -85,74 +84,53 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
                                       QString(64, u'\0'),
                                       QString(64, QChar(0xff11))};
     const QByteArray tLongTarget = "signed/targets/" + QByteArray(4097, 'x');
+    const auto tFirstRole =
+        QJsonDocument::fromJson(mFiles[q("targets")])[q("signed")][q("delegations")][q("roles")][0];
     const struct
     {
         const char* mType;
         const char* mPath;
         QList<QJsonValue> mBad;
     } sCases[] = {
-        {"root",
-         "signatures",
-         {QJsonValue::Undefined, 1, QJsonObject(), QJsonArray{1}, QJsonArray{tSignature, tSignature}}},
-        {"root", "signatures/0/keyid", {QJsonValue::Undefined, 1}},
-        {"root", "signatures/0/sig", {QJsonValue::Undefined, QJsonValue::Null}},
-        {"root", "signed", {QJsonValue::Undefined, QJsonArray(), q("x")}},
-        {"root", "signed/_type", {QJsonValue::Undefined, q("targets"), 1}},
-        {"root",
-         "signed/spec_version",
-         {QJsonValue::Undefined, 1, q("2.0.0"), q("1"), q("1.x"), q("1.0.0.0"), q("")}},
-        {"root", "signed/version", {QJsonValue::Undefined, 0, -1, 1.5, 1e19, q("1"), true, tLast}},
-        {"root",
-         "signed/expires",
-         {QJsonValue::Undefined, 1, q(""), q("2030-01-01"), q("2030-13-01T00:00:00Z"),
-          q("2030-01-01T00:00:00+01:00"), q("2030-01-01T00:00:00"), q("2030-02-30T00:00:00Z")}},
-        {"root", "signed/consistent_snapshot", {1, q("true"), QJsonValue::Null}},
-        {"root", "signed/keys", {QJsonValue::Undefined, QJsonArray(), QJsonObject{{q("a"), 1}}}},
+        {"root", "signatures", {tNone, QJsonArray{1}, QJsonArray{tSignature, tSignature}}},
+        {"root", "signatures/0/sig", {tNone, QJsonValue::Null}},
+        {"root", "signed", {tNone, QJsonArray()}},
+        {"root", "signed/_type", {tNone, q("targets")}},
+        {"root", "signed/spec_version", {tNone, 1, q("2.0.0"), q("1"), q("1.x"), q("1.0.0.0")}},
+        {"root", "signed/version", {tNone, 0, 1.5, 1e19, q("1"), std::numeric_limits<qint64>::max()}},
+        {"root", "signed/expires", {tNone, q("2030-13-01T00:00:00Z"), q("2030-01-01T00:00:00+01:00")}},
+        {"root", "signed/consistent_snapshot", {q("true")}},
+        {"root", "signed/keys", {tNone, QJsonObject{{q("a"), 1}}}},
         {"root", "signed/keys/x", {QJsonObject{{q("keytype"), q("x")}, {q("scheme"), q("x")}}}},
-        {"root", "signed/roles", {QJsonValue::Undefined, QJsonArray()}},
-        {"root", "signed/roles/snapshot", {QJsonValue::Undefined, 1, QJsonObject()}},
-        {"root", "signed/roles/root/threshold", {QJsonValue::Undefined, 0, -1, 0.5, q("1")}},
-        {"root", "signed/roles/root/keyids", {QJsonValue::Undefined, q("a"), QJsonArray{1}, tTwice}},
-        {"timestamp", "signed/meta", {QJsonValue::Undefined, QJsonObject(), 1}},
-        {"timestamp", "signed/meta/snapshot.json/version", {QJsonValue::Undefined, 0, q("1")}},
-        {"timestamp", "signed/meta/snapshot.json/length", {0, -1, q("1"), 1e30}},
-        {"timestamp",
-         "signed/meta/snapshot.json/hashes",
-         {QJsonObject(), 1, QJsonObject{{q("md5"), q("00")}}, QJsonObject{{q("sha256"), 1}}}},
+        {"root", "signed/roles/snapshot", {tNone, QJsonObject()}},
+        {"root", "signed/roles/root/threshold", {tNone, 0, 0.5}},
+        {"root", "signed/roles/root/keyids", {tNone, QJsonArray{1}, tTwice}},
+        {"timestamp", "signed/meta", {tNone, QJsonObject()}},
+        {"timestamp", "signed/meta/snapshot.json/version", {tNone, 0, q("1")}},
+        {"timestamp", "signed/meta/snapshot.json/length", {0, q("1"), 1e30}},
+        {"timestamp", "signed/meta/snapshot.json/hashes", {QJsonObject(), QJsonObject{{q("md5"), q("00")}}}},
         {"timestamp", "signed/meta/snapshot.json/hashes/sha256", tNoHashes},
-        {"snapshot", "signed/meta/targets.json", {QJsonValue::Undefined, 1, QJsonObject()}},
-        {"snapshot", "signed/meta/other.json", {1, QJsonObject()}},
-        {"targets", "signed/targets", {QJsonValue::Undefined, QJsonArray()}},
-        {"targets",
-         "signed/targets/",
-         {QJsonObject{{q("length"), 1}, {q("hashes"), QJsonObject{{q("sha256"), QString(64, u'0')}}}}}},
-        {"targets",
-         tLongTarget.constData(),
-         {QJsonObject{{q("length"), 1}, {q("hashes"), QJsonObject{{q("sha256"), QString(64, u'0')}}}}}},
-        {"targets", "signed/targets/hello", {1, QJsonObject()}},
-        {"targets", "signed/targets/hello/length", {QJsonValue::Undefined, -1, 1.5, q("1")}},
-        {"targets",
-         "signed/targets/hello/hashes",
-         {QJsonValue::Undefined, QJsonObject(), QJsonObject{{q("x"), q("0")}}}},
+        {"snapshot", "signed/meta/targets.json", {tNone, QJsonObject()}},
+        {"snapshot", "signed/meta/other.json", {QJsonObject()}},
+        {"targets", "signed/targets", {tNone, QJsonArray()}},
+        {"targets", "signed/targets/", {tTarget}},
+        {"targets", tLongTarget.constData(), {tTarget}},
+        {"targets", "signed/targets/hello/length", {tNone, -1, 1.5, q("1")}},
+        {"targets", "signed/targets/hello/hashes", {tNone, QJsonObject(), QJsonObject{{q("x"), q("0")}}}},
         {"targets", "signed/targets/hello/hashes/sha256", tNoHashes},
         {"targets", "signed/targets/hello/hashes/sha512", {QString(64, u'a'), QString(127, u'a')}},
-        {"targets", "signed/targets/hello/custom", {1, QJsonArray(), 1.5}},
-        {"targets", "signed/delegations", {1, QJsonObject()}},
-        {"targets", "signed/delegations/keys", {QJsonValue::Undefined, 1}},
-        {"targets", "signed/delegations/roles", {QJsonValue::Undefined, 1, QJsonArray{1}}},
-        {"targets",
-         "signed/delegations/roles/0/name",
-         {QJsonValue::Undefined, 1, q(""), q("root"), q("timestamp"), q("snapshot"), q("targets"),
-          QString(300, u'x')}},
-        {"targets", "signed/delegations/roles/0/terminating", {QJsonValue::Undefined, 1}},
+        {"targets", "signed/targets/hello/custom", {QJsonArray(), 1.5}},
+        {"targets", "signed/delegations", {QJsonObject()}},
+        {"targets", "signed/delegations/keys", {tNone}},
+        {"targets", "signed/delegations/roles", {tNone, QJsonArray{1}}},
+        {"targets", "signed/delegations/roles/0/name", {tNone, q(""), q("root"), QString(300, u'x')}},
+        {"targets", "signed/delegations/roles/0/terminating", {tNone, 1}},
         {"targets", "signed/delegations/roles/0/threshold", {0}},
         {"targets",
          "signed/delegations/roles/0/paths",
-         {QJsonValue::Undefined, q("*"), QJsonArray{1}, QJsonArray{QString(4097, u'*')}}},
+         {tNone, QJsonArray{1}, QJsonArray{QString(4097, u'*')}}},
         {"targets", "signed/delegations/roles/0/path_hash_prefixes", {QJsonArray{q("00")}}}, // beside paths
-        {"targets",
-         "signed/delegations/roles/1",
-         {QJsonDocument::fromJson(mFiles[q("targets")])[q("signed")][q("delegations")][q("roles")][0]}},
+        {"targets", "signed/delegations/roles/1", {tFirstRole}},
         {"targets", "signed/delegations/succinct_roles", {QJsonObject()}}, // beside roles
     };
     for (const auto& tCase : sCases) {
@@ -175,7 +153,6 @@ TEST_F(MetadataTest, WhatIsNotKnownIsPassedOver)
     } sCases[] = {
         {"root", "more", 1},
         {"root", "signatures/0/sig", q("no hex")},
-        {"root", "signed/more", QJsonObject()},
         {"root", "signed/spec_version", q("1.99")},
         {"root", "signed/consistent_snapshot", QJsonValue::Undefined},
         {"root", "signed/roles/mirrors", QJsonObject{{q("keyids"), QJsonArray()}, {q("threshold"), 1}}},
@@ -187,7 +164,6 @@ TEST_F(MetadataTest, WhatIsNotKnownIsPassedOver)
         {"snapshot", "signed/meta/no-metadata", QJsonObject{{q("version"), 1}}},
         {"targets", "signed/targets/hello/hashes/new", q("../../x")},
         {"targets", "signed/targets/hello/hashes/sha512", QString(128, u'0')},
-        {"targets", "signed/delegations", QJsonValue::Undefined},
     };
     for (const auto& tCase : sCases) {
         const Error tError = parse(q(tCase.mType), with(q(tCase.mType), tCase.mPath, tCase.mValue));
@@ -195,26 +171,11 @@ TEST_F(MetadataTest, WhatIsNotKnownIsPassedOver)
     }
 }
 
-TEST_F(MetadataTest, DamageOfAnyKindIsOnlyAnError)
+TEST_F(MetadataTest, HasABoundForObjects)
 {
-    std::minstd_rand tRandom(1);
-    for (const QString& tType : mFiles.keys()) {
-        const QByteArray& tGood = mFiles[tType];
-        for (qsizetype i = 0; i < tGood.size(); ++i) {
-            EXPECT_EQ(parse(tType, tGood.left(i)).mKind, ErrorKind::Untrusted);
-            QByteArray tBad = tGood;
-            tBad[i] = static_cast<char>(tRandom());
-            parse(tType, tBad);
-        }
-        const QByteArray tDense = QByteArray("[0],").repeated(500'000) + "[0]";
-        const Error tError = parse(tType, R"({"x":[)" + tDense + "]," + tGood.mid(1));
-        EXPECT_TRUE(tError.mText.contains(q("500000 objects"))) << tError.mText;
-        for (const QByteArray& tFile :
-             {QByteArray(1000000, '['), QByteArray("{\"signed\":").repeated(100000), QByteArray("\0\xff", 2),
-              QByteArray("[]"), QByteArray("null"), tGood + tGood}) {
-            EXPECT_EQ(parse(tType, tFile).mKind, ErrorKind::Untrusted);
-        }
-    }
+    const QByteArray tDense = QByteArray("[0],").repeated(500'000) + "[0]";
+    const Error tError = parse(sTargetsRole, R"({"x":[)" + tDense + "]," + mFiles[sTargetsRole].mid(1));
+    EXPECT_TRUE(tError.mText.contains(q("500000 objects"))) << tError.mText;
 }
 
 } // namespace

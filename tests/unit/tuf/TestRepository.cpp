@@ -19,8 +19,6 @@ bool isTargets(const QString& pRole)
     return pRole != sRootRole && pRole != sTimestampRole && pRole != sSnapshotRole;
 }
 
-} // namespace
-
 QJsonObject keysJson(const QList<TestRepository::Key>& pKeys)
 {
     QJsonObject tKeys;
@@ -36,13 +34,15 @@ QJsonObject roleJson(const TestRepository::Role& pRole)
             {q("threshold"), pRole.mThreshold}};
 }
 
-TestRepository::TestRepository()
+} // namespace
+
+TestRepository::TestRepository(const QDateTime& pNow)
 {
     for (const QString& tRole : {sRootRole, sTimestampRole, sSnapshotRole, sTargetsRole}) {
         mRoles[tRole].mKeys = {newKey()};
-        mRoles[tRole].mExpires = now().addDays(30);
+        mRoles[tRole].mExpires = pNow.addDays(30);
     }
-    mRoles[sRootRole].mExpires = now().addDays(365);
+    mRoles[sRootRole].mExpires = pNow.addDays(365);
     mRoles[sTargetsRole].mTargets.insert(q("hello"), "Hello\n");
     publishRoot();
     publish();
@@ -83,9 +83,14 @@ QJsonObject TestRepository::targetsJson(const QString& pRole) const
     QJsonObject tTargets;
     const Role& tRole = *mRoles.constFind(pRole);
     for (auto tIt = tRole.mTargets.begin(); tIt != tRole.mTargets.end(); ++tIt) {
-        tTargets.insert(tIt.key(), QJsonObject{{q("length"), tIt->size()},
-                                               {q("hashes"), hashesOf(*tIt)},
-                                               {q("custom"), QJsonObject{{q("by"), pRole}}}});
+        QJsonObject tTarget{{q("length"), tIt->size()},
+                            {q("hashes"), hashesOf(*tIt)},
+                            {q("custom"), QJsonObject{{q("by"), pRole}}}};
+        const QJsonObject tStated = mStated.value(tIt.key());
+        for (const QString& tName : tStated.keys()) {
+            tTarget.insert(tName, tStated[tName]);
+        }
+        tTargets.insert(tIt.key(), tTarget);
     }
     QJsonObject tSigned = signedPart(pRole);
     tSigned.insert(q("targets"), tTargets);
@@ -139,35 +144,21 @@ QByteArray TestRepository::sign(const QString& pRole, const QJsonObject& pSigned
     return signMetadata(pSigned, mRoles[pRole].mKeys);
 }
 
-void TestRepository::publishRoot(const QList<Key>& pAlsoSignedBy)
-{
-    ++mRoles[sRootRole].mVersion;
-    serve(sRootRole, signMetadata(rootJson(), mRoles[sRootRole].mKeys + pAlsoSignedBy));
-}
-
-void TestRepository::publishTargets(const QString& pRole)
+void TestRepository::publishRole(const QString& pRole, const QList<Key>& pAlsoSignedBy)
 {
     ++mRoles[pRole].mVersion;
-    serve(pRole, sign(pRole, targetsJson(pRole)));
-}
-
-void TestRepository::publishSnapshot()
-{
-    ++mRoles[sSnapshotRole].mVersion;
-    serve(sSnapshotRole, sign(sSnapshotRole, snapshotJson()));
-}
-
-void TestRepository::publishTimestamp()
-{
-    ++mRoles[sTimestampRole].mVersion;
-    serve(sTimestampRole, sign(sTimestampRole, timestampJson()));
+    const QJsonObject tSigned = pRole == sRootRole        ? rootJson()
+                                : pRole == sSnapshotRole  ? snapshotJson()
+                                : pRole == sTimestampRole ? timestampJson()
+                                                          : targetsJson(pRole);
+    serve(pRole, signMetadata(tSigned, mRoles[pRole].mKeys + pAlsoSignedBy));
 }
 
 void TestRepository::publish()
 {
-    publishTargets();
-    publishSnapshot();
-    publishTimestamp();
+    for (const QString& tRole : {sTargetsRole, sSnapshotRole, sTimestampRole}) {
+        publishRole(tRole);
+    }
 }
 
 void TestRepository::delegate(const QString& pFrom, const QString& pTo, const QStringList& pPaths,

@@ -32,16 +32,17 @@ public:
         QJsonObject mDelegations;
     };
 
-    TestRepository();
+    explicit TestRepository(const QDateTime& pNow = now());
 
     static QDateTime now() { return {QDate(2026, 3, 1), QTime(12, 0), Qt::UTC}; }
     static Key newKey(const QString& pType = q("ed25519")) { return *Key::generate(pType); }
 
     // Each raises the role's version by one and serves the file; nothing else is published with it.
-    void publishRoot(const QList<Key>& pAlsoSignedBy = {});
-    void publishTargets(const QString& pRole = q("targets"));
-    void publishSnapshot();
-    void publishTimestamp();
+    void publishRole(const QString& pRole, const QList<Key>& pAlsoSignedBy = {});
+    void publishRoot(const QList<Key>& pAlsoSignedBy = {}) { publishRole(sRootRole, pAlsoSignedBy); }
+    void publishTargets(const QString& pRole = q("targets")) { publishRole(pRole); }
+    void publishSnapshot() { publishRole(sSnapshotRole); }
+    void publishTimestamp() { publishRole(sTimestampRole); }
     // Targets, snapshot and timestamp.
     void publish();
 
@@ -61,9 +62,10 @@ public:
     tarn::tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
 
     QMap<QString, Role> mRoles;
+    QMap<QString, QJsonObject> mStated; // path of a target -> what its metadata says in place of the truth
     bool mConsistentSnapshot = true;
     bool mHashesInMeta = true;
-    QDateTime mSignedAt; // of the timestamp; invalid: it doesn't say
+    QDateTime mSignedAt;               // of the timestamp; invalid: it doesn't say
     QMap<QString, QByteArray> mFiles;  // what is served: path -> content
     QStringList mRequests;             // paths, in order
     QMap<QString, qint64> mMaxLengths; // path -> what the client said it would take at most
@@ -74,6 +76,3 @@ private:
     QJsonObject metaOf(const QString& pRole) const;
     QString fileName(const QString& pRole) const;
 };
-
-QJsonObject roleJson(const TestRepository::Role& pRole);
-QJsonObject keysJson(const QList<TestRepository::Key>& pKeys);

@@ -40,17 +40,14 @@ bool TestMachine::restart(QString* pError)
             mOnActivity(pActivity);
         }
     });
-    QObject::connect(mRun.get(), &UpdateRun::notification, mRun.get(),
-                     [this](int, const QString& pText, const QString& pDetails) {
-                         mMessages.append(pText + u'|' + pDetails);
-                         if (mOnNotification) {
-                             mOnNotification(pText);
-                         }
-                     });
-    QObject::connect(mRun.get(), &UpdateRun::error, mRun.get(),
-                     [this](int, const QString& pText, const QString& pDetails) {
-                         mMessages.append(pText + u'|' + pDetails);
-                     });
+    const auto tHear = [this](int, const QString& pText, const QString& pDetails) {
+        mMessages.append(pText + u'|' + pDetails);
+        if (mOnMessage) {
+            mOnMessage(pText);
+        }
+    };
+    QObject::connect(mRun.get(), &UpdateRun::notification, mRun.get(), tHear);
+    QObject::connect(mRun.get(), &UpdateRun::error, mRun.get(), tHear);
     QString tError;
     return mRun->recover(mRequest, pError == nullptr ? &tError : pError);
 }
@@ -127,31 +124,29 @@ QStringList TestMachine::log(bool pTopLevelOnly) const
 
 QStringList TestMachine::litter() const
 {
-    const packages::Manifest tCurrent = manifest();
+    const auto tFilter = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
+    const auto tBelow = [tFilter](const QString& pDir) { return QDir(pDir).entryInfoList(tFilter); };
+    QStringList tLitter;
     QSet<QString> tNeeded;
-    packages::Manifest tPrevious;
-    QString tError;
-    packages::Manifest::fromBytes(
-        readFile(
-            path(q("install/generations/%1/%2").arg(tCurrent.mPrevious).arg(packages::manifestFileName()))),
-        &tPrevious, &tError);
-    for (const auto& tManifest : {tCurrent, tPrevious}) {
-        tNeeded.insert(path(q("install/generations/%1").arg(tManifest.mGeneration)));
-        for (const packages::InstalledPackage& tPackage : tManifest.mPackages) {
-            tNeeded.insert(QDir(mRequest.mInstallDir).absoluteFilePath(tPackage.mFolder));
+    const QStringList tKept{QString::number(generation()), QString::number(manifest().mPrevious)};
+    for (const QFileInfo& tGeneration : tBelow(mRequest.mInstallDir + q("/generations"))) {
+        if (!tKept.contains(tGeneration.fileName())) {
+            tLitter.append(tGeneration.filePath());
+        }
+        for (const QFileInfo& tLink : tBelow(tGeneration.filePath())) {
+            tNeeded.insert(tLink.canonicalFilePath());
         }
     }
-    QStringList tLitter;
-    const auto tFilter = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
     for (const QString& tRoot : {mRequest.mInstallDir, mRequest.mDataDir}) {
-        QFileInfoList tFound = QDir(tRoot + q("/.staging")).entryInfoList(tFilter);
-        tFound += QDir(tRoot + q("/generations")).entryInfoList(tFilter);
-        const QFileInfoList tPackages = QDir(tRoot + q("/packages")).entryInfoList(tFilter);
-        for (const QFileInfo& tPackage : tPackages) {
-            tFound += QDir(tPackage.filePath()).entryInfoList(tFilter);
+        if (tRoot.isEmpty()) {
+            continue;
+        }
+        QFileInfoList tFound = tBelow(tRoot + q("/.staging"));
+        for (const QFileInfo& tPackage : tBelow(tRoot + q("/packages"))) {
+            tFound += tBelow(tPackage.filePath());
         }
         for (const QFileInfo& tInfo : tFound) {
-            if (!tRoot.isEmpty() && !tNeeded.contains(tInfo.filePath())) {
+            if (!tNeeded.contains(tInfo.canonicalFilePath())) {
                 tLitter.append(tInfo.filePath());
             }
         }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "FaultyFileSystem.h"
-#include "TestRepository.h"
+#include "PackageRepository.h"
 
 #include "os/ProcessList.h"
 #include "packages/Manifest.h"
@@ -29,7 +29,7 @@ public:
     tarn::vkservice::update::RunResult run();
     // Called with each new activity, on the test's thread.
     std::function<void(tarn::vkcore::ServiceActivity)> mOnActivity;
-    std::function<void(const QString&)> mOnNotification;
+    std::function<void(const QString&)> mOnMessage;
     tarn::vkservice::update::UpdateRun& updater() { return *mRun; }
     // As when the service is started anew after a kill.
     bool restart(QString* pError = nullptr);

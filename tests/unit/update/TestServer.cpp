@@ -1,7 +1,7 @@
 #include "TestServer.h"
 #include "Loopback.h"
 
-#include "TestRepository.h"
+#include "PackageRepository.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QThread>
@@ -60,26 +60,21 @@ bool TestServer::start(bool pWait)
     for (const char* tKind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
         tTemporary += QByteArray(tKind) + "_temp_path " + tDir + "/" + tKind + ";\n";
     }
+    const QByteArray tConfiguration =
+        "daemon off; master_process off; error_log stderr crit; pid DIR/pid;\n"
+        "events { worker_connections 64; }\nhttp {\nTEMPORARY"
+        "map $http_range $part { default '?range'; '' ''; }\n"
+        "log_format short '$request_method $uri$part $status $remote_user';\naccess_log DIR/access.log "
+        "short;\n"
+        "server { listen 127.0.0.1:PORT ssl; server_name localhost; root FOLDER;\n"
+        "ssl_certificate DIR/cert.pem; ssl_certificate_key DIR/key.pem;\nMORE} }\n";
     writeFile(mDir.filePath(q("nginx.conf")),
-              QByteArray(::geteuid() == 0 ? "user root;\n" : "") +
-                  "daemon off; master_process off; error_log stderr crit; pid " + tDir +
-                  "/pid;\n"
-                  "events { worker_connections 64; }\n"
-                  "http {\n" +
-                  tTemporary +
-                  "map $http_range $part { default '?range'; '' ''; }\n"
-                  "log_format short '$request_method $uri$part $status $remote_user';\n"
-                  "access_log " +
-                  tDir +
-                  "/access.log short;\n"
-                  "server { listen 127.0.0.1:" +
-                  QByteArray::number(mPort) +
-                  " ssl; server_name localhost;\n"
-                  "ssl_certificate " +
-                  tDir + "/cert.pem; ssl_certificate_key " + tDir +
-                  "/key.pem;\n"
-                  "root " +
-                  mFolder.toUtf8() + ";\n" + mMore + "} }\n");
+              (::geteuid() == 0 ? "user root;\n" : "") + QByteArray(tConfiguration)
+                                                             .replace("TEMPORARY", tTemporary)
+                                                             .replace("PORT", QByteArray::number(mPort))
+                                                             .replace("DIR", tDir)
+                                                             .replace("FOLDER", mFolder.toUtf8())
+                                                             .replace("MORE", mMore));
     mProcess.start(q("/usr/sbin/nginx"), {q("-p"), mDir.path(), q("-c"), mDir.filePath(q("nginx.conf"))});
     return mProcess.waitForStarted() && (!pWait || waitForPort(mPort));
 }

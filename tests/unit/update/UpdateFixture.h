@@ -73,7 +73,7 @@ protected:
     }
 
     QList<TestPackage> mPackages;
-    TestRepository mRepository;
+    PackageRepository mRepository;
     QMap<QString, QString> mTargets; // name -> file of its archive in the repository
     TestMachine mMachine{mRepository.root()};
 };

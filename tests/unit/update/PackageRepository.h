@@ -2,12 +2,8 @@
 
 #include "Files.h"
 #include "packages/PackageInfo.h"
-#include "Text.h"
-#include "tuf/SigningKey.h"
+#include "TestRepository.h"
 
-#include <QtCore/QDateTime>
-#include <QtCore/QJsonObject>
-#include <QtCore/QMap>
 #include <QtCore/QTemporaryDir>
 #include <QtCore/QUrl>
 
@@ -27,17 +23,17 @@ struct TestPackage
 
 tarn::vkservice::packages::PackageInfo infoOf(const TestPackage& pPackage);
 
-// An update repository in a folder of its own, signed by one key for all roles, with consistent snapshots.
-class TestRepository
+// A repository of packages in a folder of its own.
+class PackageRepository : public TestRepository
 {
 public:
-    TestRepository();
+    PackageRepository();
 
-    QString path(const QString& pBelow = QString()) const;
+    QString path(const QString& pBelow = QString()) const { return mDir.filePath(pBelow); }
     QString uri() const { return QUrl::fromLocalFile(mDir.path()).toString(); }
-    QByteArray root() const { return mRoot; }
+    QByteArray root() const { return mFiles[q("1.root.json")]; }
     // Of later metadata files; ten days from now to begin with.
-    void setExpiry(const QDateTime& pExpires) { mExpires = pExpires; }
+    void setExpiry(const QDateTime& pExpires);
 
     // Offered from the next publish() on, in place of one with the same target path. The path of its file.
     QString add(const TestPackage& pPackage);
@@ -46,16 +42,9 @@ public:
     // What is signed, sense or none, of the target that add() gave this path.
     void set(const QString& pFile, const char* pMember, const QJsonValue& pValue);
     void remove(const QString& pName);
+    // All roles but the root, into the folder.
     void publish();
 
 private:
-    QByteArray write(const QString& pName, const QJsonObject& pSigned);
-    QJsonObject signedPart(const QString& pType) const;
-
     QTemporaryDir mDir;
-    tarn::tuf::SigningKey mKey;
-    QDateTime mExpires;
-    int mVersion = 0;
-    QByteArray mRoot;
-    QJsonObject mTargets;
 };

@@ -59,19 +59,6 @@ TEST_F(TrustTest, PassesOverAServerThatIsBehind)
     }
 }
 
-// Each has one package that it can't give, but only one has the newest state.
-TEST_F(TrustTest, TakesNothingOfAnOlderStateOnceItKnowsANewerOne)
-{
-    QFile::remove(mTargets.value(q("maps")));
-    const QString tOld = mirror("old");
-    package("lib").mVersion = q("2.0");
-    mRepository.add(package("lib"));
-    mRepository.publish();
-    mMachine.setServers({tOld, mRepository.uri()});
-    run(ResultInstallFailed);
-    EXPECT_EQ(text(mMachine.packages()), "app 1.0.0\nlib 2.0.0");
-}
-
 // Version 1.0.0 had trusted metadata for each address.
 TEST_F(TrustTest, TakesOverTheTrustOfVersionOne)
 {
@@ -103,13 +90,11 @@ TEST_F(TrustTest, TakesOverTheTrustOfVersionOne)
         tMachine.run();
         tFailed = i == 0 || tMachine.fileSystem().hasFailed();
         tMachine.fileSystem().failAt(0, 0);
-        const RunResult tResult = tMachine.run();
-        EXPECT_TRUE(tResult.mText.contains(q("out of date"))) << tResult.mText;
-        EXPECT_EQ(QDir(tTrust).entryList(QDir::Dirs | QDir::NoDotAndDotDot), QStringList{q(tRootHash)});
-        EXPECT_EQ(QDir(tTrust).entryList(QDir::Files), QStringList{q("current")});
+        EXPECT_TRUE(tMachine.run().mText.contains(q("out of date")));
+        EXPECT_EQ(QDir(tTrust).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+                  (QStringList{q(tRootHash), q("current")}));
         tMachine.setServers({mRepository.uri()});
         EXPECT_EQ(tMachine.run().mCode, ResultSuccess);
-        ASSERT_LT(i, 1000);
     }
 }
 

@@ -49,7 +49,7 @@ protected:
         return tPackage;
     }
 
-    os::Failure install(const QList<InstalledPackage>& pPackages, int pFailAt = 0)
+    os::Failure install(const QList<InstalledPackage>& pPackages)
     {
         Manifest tNext;
         Manifest tCurrent;
@@ -57,7 +57,6 @@ protected:
         tNext.mGeneration = mGenerations->nextNumber(tCurrent);
         tNext.mPrevious = tCurrent.mGeneration;
         tNext.mPackages = pPackages;
-        mFileSystem.failAt(pFailAt, EIO);
         const os::Failure tFailure = mGenerations->install(tNext, mStaged);
         mStaged.clear();
         return tFailure;
@@ -86,94 +85,13 @@ protected:
 
 } // namespace
 
-TEST_F(GenerationsTest, KeepsThePreviousGenerationAndNoOther)
+// What a killed run moved into place and never switched to: perhaps it is not whole.
+TEST_F(GenerationsTest, ReplacesAPackageFolderThatNobodyNeeds)
 {
-    const InstalledPackage tOther = stage("other", 7);
-    for (int tVersion = 1; tVersion <= 4; ++tVersion) {
-        ASSERT_FALSE(install({stage("app", tVersion), tOther}));
-        EXPECT_EQ(current("app"), QByteArray::number(tVersion));
-        EXPECT_EQ(current("other"), "7");
-        ASSERT_FALSE(mGenerations->removeLeftovers());
-    }
-    EXPECT_EQ(list(q("install/generations")), QStringList({q("3"), q("4")}));
-    EXPECT_EQ(list(q("install/packages/app")).size(), 2);
-    EXPECT_EQ(list(q("install/packages/other")).size(), 1);
-    EXPECT_EQ(list(q("install/.staging")).size(), 0);
-}
-
-TEST_F(GenerationsTest, LeavesNothingOfADataFolderThatWasGivenUp)
-{
-    useDataDir(mDir.filePath(q("data1")));
-    ASSERT_FALSE(install({stage("maps", 1, Kind::Data)}));
-    useDataDir(mDir.filePath(q("data2")));
-    ASSERT_FALSE(install({stage("maps", 1, Kind::Data)}));
-    ASSERT_FALSE(mGenerations->removeLeftovers());
-    EXPECT_EQ(list(q("data1/packages/maps")).size(), 1) << "the previous generation needs it";
-    ASSERT_FALSE(install({stage("maps", 2, Kind::Data)}));
-    ASSERT_FALSE(mGenerations->removeLeftovers());
-    EXPECT_EQ(current("maps"), "2");
-    EXPECT_EQ(list(q("data1/packages/maps")).size(), 0);
-    EXPECT_EQ(list(q("data2/packages/maps")).size(), 2);
-}
-
-TEST_F(GenerationsTest, ReplacesAPackageFolderThatNobodyNeedsAndKeepsOneThatIsNeeded)
-{
-    // What a killed run moved into place and never switched to: perhaps it is not whole.
     const InstalledPackage tApp = stage("app", 1);
     QDir().mkpath(mFolders->absolute(tApp.mFolder) + q("/half"));
     ASSERT_FALSE(install({tApp}));
     EXPECT_EQ(list(q("install/current/app")), QStringList(q("file")));
-
-    const QString tFile = mFolders->absolute(tApp.mFolder) + q("/file");
-    const auto tInode = [&tFile] {
-        struct stat tStat = {};
-        ::stat(QFile::encodeName(tFile).constData(), &tStat);
-        return tStat.st_ino;
-    };
-    const ino_t tBefore = tInode();
-    ASSERT_FALSE(install({stage("app", 1)}));
-    EXPECT_EQ(tInode(), tBefore);
-}
-
-// A failure at any step, and a kill there, which leaves the same: the old generation is whole, or the new one
-// is.
-TEST_F(GenerationsTest, IsOldOrNewWhereverItBreaks)
-{
-    ASSERT_FALSE(install({stage("app", 1), stage("lib", 1)}));
-    QByteArray tOld = "1";
-    int tCount = 1;
-    for (bool tFailed = true; tFailed; ++tCount) {
-        const int tNumber = tCount + 1;
-        const os::Failure tFailure = install({stage("app", tNumber), stage("lib", tNumber)}, tCount);
-        tFailed = mFileSystem.hasFailed();
-        SCOPED_TRACE(mFileSystem.failed());
-        mFileSystem.failAt(0, 0);
-        const QByteArray tExpected = tFailure ? tOld : QByteArray::number(tNumber);
-        EXPECT_EQ(current("app"), tExpected);
-        EXPECT_EQ(current("lib"), tExpected);
-        EXPECT_FALSE(mGenerations->removeLeftovers());
-        EXPECT_EQ(current("app"), tExpected);
-        EXPECT_EQ(current("lib"), tExpected);
-        EXPECT_EQ(list(q("install/.staging")).size(), 0);
-        EXPECT_EQ(list(q("install")).filter(q("current")).size(), 1);
-        tOld = tExpected;
-    }
-    EXPECT_GT(tCount, 15);
-}
-
-TEST_F(GenerationsTest, TouchesNothingWhenTheCurrentManifestIsDamaged)
-{
-    ASSERT_FALSE(install({stage("app", 1)}));
-    const QString tManifest = mDir.filePath(q("install/current/")) + manifestFileName();
-    for (const char* tBytes : {"", "{", "[]", "{\"format\":99}", "{\"format\":1,\"generation\":8}",
-                               "{\"format\":1,\"generation\":1,\"packages\":[{}]}"}) {
-        SCOPED_TRACE(tBytes);
-        os::writeFile(os::realFileSystem(), tManifest, tBytes, 0644);
-        Manifest tCurrent;
-        EXPECT_EQ(mGenerations->reader().current(&tCurrent).mKind, os::Failure::Kind::Content);
-        EXPECT_TRUE(mGenerations->removeLeftovers());
-        EXPECT_EQ(current("app"), "1");
-    }
 }
 
 // What others put beside it is not touched, and a link in the place of a folder leads nowhere.
@@ -212,21 +130,6 @@ TEST_F(GenerationsTest, LeavesAloneWhatItDidNotMake)
     EXPECT_EQ(list(q("data/packages/maps")).filter(q(".0.0.0-")).size(), 2);
 }
 
-TEST_F(GenerationsTest, PutsOffWhatIsInUse)
-{
-    ASSERT_FALSE(install({stage("app", 1)}));
-    const QString tOld = mFolders->absolute(q("packages/app/")) + list(q("install/packages/app")).value(0);
-    const auto tInUse = [&tOld](const QStringList& pFolders) { return pFolders.filter(tOld); };
-    for (int tVersion = 2; tVersion <= 4; ++tVersion) {
-        ASSERT_FALSE(install({stage("app", tVersion)}));
-        EXPECT_FALSE(mGenerations->removeLeftovers(nullptr, tInUse));
-        EXPECT_EQ(list(q("install/packages/app")).size(), qMin(tVersion, 3));
-    }
-    EXPECT_FALSE(mGenerations->removeLeftovers());
-    EXPECT_EQ(list(q("install/packages/app")).size(), 2);
-    EXPECT_EQ(list(q("install/generations")), QStringList({q("3"), q("4")}));
-}
-
 // Each of two installations, on a folder as somebody left it.
 TEST(RootsTest, TakeAFolderOrLeaveItAsItIs)
 {
@@ -247,30 +150,25 @@ TEST(RootsTest, TakeAFolderOrLeaveItAsItIs)
     } tCases[] = {
         {"true", Vouched::Nothing, true},
         {"mkdir root", Vouched::Nothing, true},
-        {"mkdir -p root/lost+found", Vouched::Nothing, true},
         {"mkdir -p root/packages root/.staging; touch root/.lock root/.vk-root.new", Vouched::Nothing, true},
         {"mkdir -p root/state", Vouched::Nothing, true},
         {"mkdir -p root/packages/other", Vouched::Nothing, false},
         {"mkdir root; touch root/file", Vouched::Nothing, false},
-        {"mkdir root; touch root/.hidden", Vouched::Nothing, false},
         {"mkdir root; ln -s / root/packages", Vouched::Nothing, false},
         {"mkdir root; touch root/file", Vouched::Present, true},
         {"mkdir root; touch root/file root/.vk-root", Vouched::Nothing, true},
         {"mkdir root; touch root/marker; ln -s marker root/.vk-root", Vouched::Present, false},
-        {"mkdir root; mkdir root/.vk-root", Vouched::Present, false},
         {"mkdir root; ln -s / root/packages; touch root/.vk-root", Vouched::Nothing, false},
         {"mkdir -m 777 root", Vouched::Nothing, false},
         {"mkdir -m 777 -p root/packages; chmod 755 root; chmod 777 root/packages", Vouched::Nothing, false},
         {"mkdir root; chown 1 root", Vouched::Nothing, ::geteuid() != 0},
         {"mkdir root; touch root/.vk-root; chown 1 root/.vk-root", Vouched::Present, ::geteuid() != 0},
         {"mkdir root", Vouched::Absent, false},
-        {"true", Vouched::Absent, false},
         {"mkdir root", Vouched::Nothing, true},
         // Known to the installation, which was there before.
         {"cp -a taken/root .", Vouched::Nothing, true},
         {"cp -a taken/root .; rm root/.vk-root", Vouched::Present, false},
         {"mkdir root", Vouched::Nothing, false},
-        {"true", Vouched::Nothing, false},
         {"mkdir root; touch root/.vk-root", Vouched::Nothing, true},
     };
     const QString tList = q("find %1 -printf '%p %i %m %U %s %T@\n'").arg(tRoot);
@@ -346,30 +244,21 @@ TEST(ManifestTest, KeepsEverything)
     ASSERT_TRUE(Manifest::fromBytes(tManifest.toBytes(), &tRead, &tError)) << tError;
     EXPECT_EQ(tRead.toBytes(), tManifest.toBytes());
     EXPECT_EQ(tRead.mRunDate, tManifest.mRunDate);
-    EXPECT_TRUE(tRead.mPackages.first().mParent.isNull());
-    EXPECT_EQ(tRead.mRecords.first().mParent, tRecord.mParent);
     EXPECT_EQ(tRead.mRecords.first().mTitle, tRecord.mTitle);
-    EXPECT_EQ(tRead.mRecords.first().mVersionDate, tRecord.mVersionDate);
 
     const QByteArray tHash = tPackage.mHash.toHex();
     for (const QByteArray& tBad : {QByteArray(), QByteArray("../../x"), tHash.toUpper(), tHash + "bb"}) {
         EXPECT_FALSE(Manifest::fromBytes(tManifest.toBytes().replace(tHash, tBad), &tRead, &tError)) << tBad;
     }
-    const struct
-    {
-        const char* mBefore; // of NAME/VERSION-HASH
-        const char* mAfter;
-        bool mIsSound;
-    } tFolders[] = {
-        {"/srv/my data/packages/", "", true}, {"../packages/", "", false},  {"/srv/../packages/", "", false},
-        {"/srv//packages/", "", false},       {"srv/packages/", "", false}, {"/srv/", "", false},
-        {"packages/../", "", false},          {"packages/", "/..", false},  {"packages/", "0", false},
-        {"packages/other/../", "", false},
-    };
+    const std::pair<const char*, const char*> tFolders[] = {
+        // before NAME/VERSION-HASH and behind it; only the first one is sound
+        {"/srv/my data/packages/", ""}, {"../packages/", ""},  {"/srv/../packages/", ""},
+        {"/srv//packages/", ""},        {"srv/packages/", ""}, {"/srv/", ""},
+        {"packages/", "/.."},           {"packages/", "0"},    {"packages/other/../", ""}};
     const QString tBelow = tPackage.mFolder.mid(9);
     for (const auto& tCase : tFolders) {
-        tManifest.mPackages.first().mFolder = q(tCase.mBefore) + tBelow + q(tCase.mAfter);
-        EXPECT_EQ(Manifest::fromBytes(tManifest.toBytes(), &tRead, &tError), tCase.mIsSound)
-            << tManifest.mPackages.first().mFolder.toStdString();
+        tManifest.mPackages.first().mFolder = q(tCase.first) + tBelow + q(tCase.second);
+        EXPECT_EQ(Manifest::fromBytes(tManifest.toBytes(), &tRead, &tError), &tCase == tFolders)
+            << tCase.first;
     }
 }

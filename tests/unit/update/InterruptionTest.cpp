@@ -70,71 +70,25 @@ protected:
     int mNumber = 3;
 };
 
-class FileErrorTest : public InterruptionTest, public testing::WithParamInterface<int>
+struct Interruption
 {
+    const char* mName;
+    enum class Kind
+    {
+        Error, // one operation fails with mErrno
+        Abort,
+        Kill
+    } mKind;
+    int mErrno = 0;
+    // As a version without markers left the folders, and with a new data folder beside the old one.
+    bool mBeforeMarkers = false;
 };
 
-} // namespace
+using Kind = Interruption::Kind;
 
-TEST_P(FileErrorTest, IsSurvivedAtAnyOperation)
-{
-    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
-    int tCount = 1;
-    for (bool tFailed = true; tFailed && !HasFailure(); ++tCount) {
-        const FileMap tBefore = mMachine.currentFiles();
-        publishNext();
-        mMachine.fileSystem().failAt(tCount, GetParam());
-        const RunResult tResult = mMachine.run();
-        tFailed = mMachine.fileSystem().hasFailed();
-        SCOPED_TRACE(testing::Message() << tCount << ' ' << mMachine.fileSystem().failed().constData());
-        mMachine.fileSystem().failAt(0, 0);
-        if (tResult.mCode == ResultSuccess) {
-            EXPECT_EQ(mMachine.currentFiles(), filesOf(mPackages));
-        } else {
-            EXPECT_GT(tResult.mText.size(), resultText(tResult.mCode).size());
-        }
-        expectOldOrNewAndRepair(tBefore);
-    }
-    EXPECT_GT(tCount, 100);
-}
-
-INSTANTIATE_TEST_SUITE_P(All, FileErrorTest, testing::Values(ENOSPC, EIO, EACCES),
-                         [](const testing::TestParamInfo<int>& pInfo) {
-                             return std::string(strerrorname_np(pInfo.param));
-                         });
-
-TEST_F(InterruptionTest, CanBeAbortedAnywhere)
-{
-    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
-    int tAborted = 0;
-    for (int tCount = 1;; ++tCount) {
-        const FileMap tBefore = mMachine.currentFiles();
-        publishNext();
-        mMachine.fileSystem().failAt(0, 0);
-        mMachine.fileSystem().mObserver = [this, tCount](int pNumber, const QByteArray&) {
-            if (pNumber == tCount) {
-                mMachine.updater().abort();
-            }
-        };
-        const RunResult tResult = mMachine.run();
-        mMachine.fileSystem().mObserver = nullptr;
-        SCOPED_TRACE(tCount);
-        EXPECT_TRUE(tResult.mCode == ResultAborted || tResult.mCode == ResultSuccess) << tResult.mCode;
-        EXPECT_EQ(mMachine.currentFiles(), tResult.mCode == ResultAborted ? tBefore : filesOf(mPackages));
-        tAborted += tResult.mCode == ResultAborted ? 1 : 0;
-        const bool tBehindTheEnd = mMachine.fileSystem().count() < tCount;
-        expectOldOrNewAndRepair(tBefore);
-        if (tBehindTheEnd || HasFailure()) {
-            break;
-        }
-    }
-    EXPECT_GT(tAborted, 50);
-}
-
-class KillTest : public InterruptionTest, public testing::WithParamInterface<bool>
+class InterruptedRunTest : public InterruptionTest, public testing::WithParamInterface<Interruption>
 {
 protected:
-    // As a version without markers left it, and with a new data folder beside the old one.
     void forgetRoots(int pCount)
     {
         QFile::remove(mMachine.path(q("state/installation.json")));
@@ -144,23 +98,15 @@ protected:
         }
         mMachine.request().mDataDir = mMachine.path(q("data%1").arg(pCount));
     }
-};
 
-TEST_P(KillTest, LeavesOldOrNewWhereverItComes)
-{
-    ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
-    for (int tCount = 1;; ++tCount) {
-        SCOPED_TRACE(tCount);
-        const FileMap tBefore = mMachine.currentFiles();
-        publishNext();
-        if (GetParam()) {
-            forgetRoots(tCount);
-        }
+    // These three say whether the run got so far.
+    bool killAt(int pCount, const FileMap& pBefore)
+    {
         const pid_t tChild = ::fork();
         if (tChild == 0) {
             FaultyFileSystem tFileSystem;
-            tFileSystem.mObserver = [tCount](int pNumber, const QByteArray&) {
-                if (pNumber == tCount) {
+            tFileSystem.mObserver = [pCount](int pNumber, const QByteArray&) {
+                if (pNumber == pCount) {
                     ::_exit(9);
                 }
             };
@@ -174,20 +120,69 @@ TEST_P(KillTest, LeavesOldOrNewWhereverItComes)
         int tStatus = 0;
         ::waitpid(tChild, &tStatus, 0);
         const FileMap tFiles = mMachine.currentFiles();
-        EXPECT_TRUE(tFiles == tBefore || tFiles == filesOf(mPackages));
+        EXPECT_TRUE(tFiles == pBefore || tFiles == filesOf(mPackages));
         QString tError;
         EXPECT_TRUE(mMachine.restart(&tError)) << tError;
         EXPECT_EQ(text(mMachine.litter()), "");
-        expectOldOrNewAndRepair(tBefore);
-        if (WEXITSTATUS(tStatus) == 0 || HasFailure()) {
-            break;
-        }
+        return WEXITSTATUS(tStatus) != 0;
     }
+    bool abortAt(int pCount, const FileMap& pBefore)
+    {
+        mMachine.fileSystem().failAt(0, 0);
+        mMachine.fileSystem().mObserver = [this, pCount](int pNumber, const QByteArray&) {
+            if (pNumber == pCount) {
+                mMachine.updater().abort();
+            }
+        };
+        const ResultCode tCode = mMachine.run().mCode;
+        mMachine.fileSystem().mObserver = nullptr;
+        EXPECT_TRUE(tCode == ResultAborted || tCode == ResultSuccess) << tCode;
+        EXPECT_EQ(mMachine.currentFiles(), tCode == ResultAborted ? pBefore : filesOf(mPackages));
+        return mMachine.fileSystem().count() >= pCount;
+    }
+    bool failAt(int pCount)
+    {
+        mMachine.fileSystem().failAt(pCount, GetParam().mErrno);
+        const RunResult tResult = mMachine.run();
+        const bool tFailed = mMachine.fileSystem().hasFailed();
+        if (tResult.mCode == ResultSuccess) {
+            EXPECT_EQ(mMachine.currentFiles(), filesOf(mPackages));
+        } else {
+            EXPECT_GT(tResult.mText.size(), resultText(tResult.mCode).size());
+        }
+        mMachine.fileSystem().failAt(0, 0);
+        return tFailed;
+    }
+};
+
+} // namespace
+
+TEST_P(InterruptedRunTest, LeavesOldOrNewWhereverItComes)
+{
+    run(ResultSuccess);
+    int tCount = 1;
+    for (bool tCame = true; tCame && !HasFailure(); ++tCount) {
+        SCOPED_TRACE(tCount);
+        const FileMap tBefore = mMachine.currentFiles();
+        publishNext();
+        if (GetParam().mBeforeMarkers) {
+            forgetRoots(tCount);
+        }
+        const Kind tKind = GetParam().mKind;
+        tCame = tKind == Kind::Kill    ? killAt(tCount, tBefore)
+                : tKind == Kind::Abort ? abortAt(tCount, tBefore)
+                                       : failAt(tCount);
+        expectOldOrNewAndRepair(tBefore);
+    }
+    EXPECT_GT(tCount, 100);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, KillTest, testing::Bool(), [](const testing::TestParamInfo<bool>& pInfo) {
-    return std::string(pInfo.param ? "BeforeMarkers" : "AsUsual");
-});
+INSTANTIATE_TEST_SUITE_P(All, InterruptedRunTest,
+                         testing::Values(Interruption{"FullDisk", Kind::Error, ENOSPC},
+                                         Interruption{"BadDisk", Kind::Error, EIO},
+                                         Interruption{"Abort", Kind::Abort}, Interruption{"Kill", Kind::Kill},
+                                         Interruption{"KillBeforeMarkers", Kind::Kill, 0, true}),
+                         [](const auto& pInfo) { return std::string(pInfo.param.mName); });
 
 namespace {
 
@@ -223,7 +218,7 @@ protected:
 TEST_F(RunningAppTest, IsWaitedForAndThenReplaced)
 {
     QString tText;
-    mMachine.mOnNotification = [&](const QString& pText) {
+    mMachine.mOnMessage = [&](const QString& pText) {
         tText = pText;
         EXPECT_EQ(mMachine.packages(), QStringList(q("app 1.0.0")));
         EXPECT_EQ(mMachine.updater().progress().mActivity, ActivityWaitingForApps);
@@ -232,16 +227,16 @@ TEST_F(RunningAppTest, IsWaitedForAndThenReplaced)
     };
     QElapsedTimer tTimer;
     tTimer.start();
-    EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
-    EXPECT_TRUE(tText.contains(q("Title of app"))) << tText;
-    EXPECT_TRUE(tText.contains(QString::number(mProcess.processId())) || tText.contains(q("process app")));
-    EXPECT_TRUE(mMachine.mActivities.contains(ActivityWaitingForApps));
+    run(ResultSuccess);
+    EXPECT_TRUE(tText.contains(q("Title of app")) && tText.contains(q("process app"))) << tText;
     EXPECT_LT(tTimer.elapsed(), 9000) << "it looked again only after a while";
     expectInstalled();
 }
 
+// Also where its file is gone, as that of a version is which was replaced while it ran.
 TEST_F(RunningAppTest, NeedsIntervention)
 {
+    QFile::remove(QFileInfo(mMachine.installed(q("app/bin/app"))).canonicalFilePath());
     mMachine.request().mWaitForAppsSeconds = 0;
     const RunResult tResult = run(ResultManualIntervention);
     EXPECT_TRUE(tResult.mText.contains(q("Title of app"))) << tResult.mText;
@@ -249,63 +244,14 @@ TEST_F(RunningAppTest, NeedsIntervention)
     EXPECT_EQ(text(mMachine.litter()), "");
     mProcess.kill();
     mProcess.waitForFinished();
-    EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
+    run(ResultSuccess);
 }
 
 TEST_F(RunningAppTest, CanBeAborted)
 {
-    mMachine.mOnNotification = [&](const QString&) { mMachine.updater().abort(); };
+    mMachine.mOnMessage = [&](const QString&) { mMachine.updater().abort(); };
     EXPECT_EQ(mMachine.run().mCode, ResultAborted);
     EXPECT_EQ(text(mMachine.packages()), "app 1.0.0");
-}
-
-namespace {
-
-// A kernel that can't tell of the end of a process; the program is closed behind the first look.
-class OldKernel : public os::ProcessList
-{
-public:
-    QList<os::Process> running() override
-    {
-        return mLooks++ > 0 ? QList<os::Process>() : QList<os::Process>{{4711, q("app"), mExecutable, {}}};
-    }
-    QStringList inUse(const QStringList&) override { return {}; }
-    int openProcess(pid_t) override
-    {
-        errno = ENOSYS;
-        return -1;
-    }
-
-    QString mExecutable;
-    int mLooks = 0;
-};
-
-} // namespace
-
-TEST_F(InterruptionTest, LooksAgainWhereTheKernelCantTell)
-{
-    package("app").mExecutables = {q("bin/app")};
-    mRepository.remove(q("app"));
-    publish();
-    OldKernel tKernel;
-    TestMachine tMachine(mRepository.root(), tKernel);
-    tMachine.setServers({mRepository.uri()});
-    ASSERT_EQ(tMachine.run().mCode, ResultSuccess);
-    EXPECT_EQ(tKernel.mLooks, 0) << "nothing is replaced";
-    tKernel.mExecutable = QFileInfo(tMachine.installed(q("app/bin/app"))).canonicalFilePath();
-    publishNext();
-    EXPECT_EQ(tMachine.run().mCode, ResultSuccess);
-    EXPECT_EQ(tKernel.mLooks, 2);
-    EXPECT_TRUE(text(tMachine.mMessages).find("process app, 4711") != std::string::npos)
-        << text(tMachine.mMessages);
-}
-
-// The program of a version that was replaced while it ran counts still, with its file gone.
-TEST_F(RunningAppTest, IsFoundAlsoWhenItsFileIsGone)
-{
-    QFile::remove(QFileInfo(mMachine.installed(q("app/bin/app"))).canonicalFilePath());
-    mMachine.request().mWaitForAppsSeconds = 0;
-    EXPECT_EQ(mMachine.run().mCode, ResultManualIntervention);
 }
 
 TEST_F(InterruptionTest, WaitsForScriptsHoweverTheyWereStarted)
@@ -356,8 +302,7 @@ TEST(ProcessListTest, FindsFoldersInUseInWhateverWay)
     const auto tOpen = [&tPath](const char* pBelow) { return ::open(tPath(pBelow).constData(), O_RDONLY); };
     const std::pair<const char*, std::function<bool()>> tWays[] = {
         {"nothing", [] { return true; }},
-        {"standing", [&] { return ::chdir(tPath("standing").constData()) == 0; }},
-        {"below", [&] { return ::chdir(tPath("below/bin").constData()) == 0; }},
+        {"standing", [&] { return ::chdir(tPath("standing/bin").constData()) == 0; }},
         {"root", [&] { return ::unshare(CLONE_NEWUSER) == 0 && ::chroot(tPath("root").constData()) == 0; }},
         {"open", [&] { return tOpen("open/bin/file") >= 0; }},
         {"mapped",
