@@ -3,19 +3,13 @@
 // the id 1, the call 2.
 #include "support/ScratchFolder.h"
 
-#include <vkcore/Application.h>
-#include <vkcore/IPCClient.h>
-#include <vkcore/MonitoringSettings.h>
-#include <vkcore/Server.h>
-#include <vkcore/ServerList.h>
+#include "ClientQueries.h"
+#include "UnixSocket.h"
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QFile>
 #include <QtCore/QHash>
 #include <QtCore/QSocketNotifier>
 
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -36,14 +30,9 @@ const fuzz::ScratchFolder& folder()
 class Service
 {
 public:
-    Service() : mFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    Service() : mFd(boundSocket(folder().path(QStringLiteral("socket"))))
     {
-        sockaddr_un tAddress = {};
-        tAddress.sun_family = AF_UNIX;
-        const QByteArray tPath = QFile::encodeName(folder().path(QStringLiteral("socket")));
-        std::copy(tPath.begin(), tPath.end(), tAddress.sun_path);
-        if (::bind(mFd, reinterpret_cast<const sockaddr*>(&tAddress), sizeof tAddress) != 0 ||
-            ::listen(mFd, 10) != 0) {
+        if (::listen(mFd, 10) != 0) {
             std::abort();
         }
         mNotifier = std::make_unique<QSocketNotifier>(mFd, QSocketNotifier::Read);
@@ -73,78 +62,22 @@ private:
 
 using Call = std::function<void(IPCClient&)>;
 
-void getServerList(IPCClient& pClient)
+QHash<QByteArray, Call> makeCalls()
 {
-    GRef<ServerList> tList(new ServerList(nullptr));
-    pClient.getServerList(tList.get());
-    pClient.removeServer(0);
-}
-
-void getSchedule(IPCClient& pClient)
-{
-    Scheduler::AutoUpdateMode tMode{};
-    Scheduler::PeriodUnit tUnit{};
-    int tFlags = 0;
-    int tCount = 0;
-    QDateTime tNext;
-    QString tExtra;
-    pClient.getScheduleParameters(&tMode, &tFlags, &tNext, &tCount, &tUnit, &tExtra);
-}
-
-void getProgress(IPCClient& pClient)
-{
-    ServiceActivity tActivity{};
-    bool tCancelable = false;
-    QString tText;
-    long long tNumbers[4] = {};
-    int tPackages[3] = {};
-    pClient.getServiceProgress(&tActivity, &tCancelable, &tText, &tNumbers[0], &tNumbers[1], &tNumbers[2],
-                               &tNumbers[3], &tPackages[0], &tPackages[1], &tPackages[2]);
-}
-
-void getTexts(IPCClient& pClient)
-{
-    QString tTexts[3];
-    pClient.getDefaultServer(&tTexts[0], &tTexts[1], &tTexts[2]);
-}
-
-void getLanguages(IPCClient& pClient)
-{
-    QString tTexts[2];
-    pClient.getLanguages(&tTexts[0], &tTexts[1]);
-}
-
-void getProxy(IPCClient& pClient)
-{
-    NetProxyMode tMode{};
-    NetProxy tProxy(false, false);
-    pClient.getNetProxySettings(&tMode, &tProxy);
-}
-
-void getMonitoring(IPCClient& pClient)
-{
-    MonitoringSettings tSettings;
-    pClient.getMonitoringSettings(&tSettings);
-}
-
-const QHash<QByteArray, Call>& calls()
-{
-    static const QHash<QByteArray, Call> sCalls{
-        {"ping", [](IPCClient& pClient) { pClient.ping(); }},
+    QHash<QByteArray, Call> tCalls{
         {"testConnect", [](IPCClient& pClient) { pClient.testConnect(1000); }},
         {"enterMonitorMode", [](IPCClient& pClient) { pClient.enterMonitorMode(); }},
-        {"getServiceStatus", [](IPCClient& pClient) { pClient.getServiceStatus(nullptr); }},
         {"getLastServiceResult", [](IPCClient& pClient) { pClient.getLastServiceResult(false); }},
         {"getConfigValue", [](IPCClient& pClient) { pClient.getConfigValue(QStringLiteral("a"), {}); }},
-        {"getServiceProgress", getProgress},
-        {"getDefaultServer", getTexts},
-        {"getLanguages", getLanguages},
-        {"getNetProxySettings", getProxy},
-        {"getScheduleParameters", getSchedule},
-        {"getMonitoringSettings", getMonitoring},
-        {"getServerList", getServerList},
     };
-    return sCalls;
+    for (const test::ClientQuery& tQuery : test::sClientQueries) {
+        tCalls.insert(tQuery.mMethod, tQuery.mCall);
+    }
+    tCalls[QByteArrayLiteral("getServerList")] = [](IPCClient& pClient) {
+        test::serverNames(pClient);
+        pClient.removeServer(0);
+    };
+    return tCalls;
 }
 
 } // namespace
@@ -160,8 +93,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
     static Service sService;
     const QByteArray tInput(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize));
     const qsizetype tEnd = tInput.indexOf('\n');
-    const auto tCall = calls().constFind(tInput.left(tEnd));
-    if (tEnd < 0 || tCall == calls().cend()) {
+    static const QHash<QByteArray, Call> sCalls = makeCalls();
+    const auto tCall = sCalls.constFind(tInput.left(tEnd));
+    if (tEnd < 0 || tCall == sCalls.cend()) {
         return -1;
     }
     sService.mBytes = tInput.mid(tEnd + 1);

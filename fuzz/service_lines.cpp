@@ -9,15 +9,13 @@
 #include "methods/Methods.h"
 #include "Service.h"
 #include "ServiceApplication.h"
+#include "UnixSocket.h"
 
 #include <vkcore/GRef.h>
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QFile>
 #include <QtCore/QJsonDocument>
 
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -64,18 +62,7 @@ public:
 
     bool isEnding() const { return mService->isEnding(); }
 
-    int connect() const
-    {
-        const int tFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un tAddress = {};
-        tAddress.sun_family = AF_UNIX;
-        const QByteArray tPath = QFile::encodeName(mFolder.path(QStringLiteral("socket")));
-        std::copy(tPath.begin(), tPath.end(), tAddress.sun_path);
-        if (::connect(tFd, reinterpret_cast<const sockaddr*>(&tAddress), sizeof tAddress) != 0) {
-            std::abort();
-        }
-        return tFd;
-    }
+    int connect() const { return connectedSocket(mFolder.path(QStringLiteral("socket"))); }
 
 private:
     static bool reachesOut(const QString& pMethod, const QJsonObject& pParams)

@@ -7,16 +7,14 @@ namespace {
 class StartUpTest : public ClientTest
 {
 protected:
-    // The application's configuration with the folder of the user's settings.
-    void configure(const QString& pSettingsDir)
+    // A configuration for the system, without a language of the application.
+    void configure(const QByteArray& pName, const QByteArray& pSettingsDir)
     {
-        mInstallation.writeFile("etc/vk/vk.cfg",
-                                q("[application]\nlogDir = \"%1\"\nsettingsDir.other = \"%2\"\n"
-                                  "[service]\nsocketName = \"vkservice\"\n")
-                                    .arg(mInstallation.path("log"), pSettingsDir)
-                                    .toUtf8());
+        mInstallation.writeFile("etc/vk/" + pName,
+                                "[application]\nlogDir = \"" + mInstallation.path("log").toUtf8() +
+                                    "\"\nlanguages = [\"da\", \"pt_BR\"]\nsettingsDir.other = \"" +
+                                    pSettingsDir + "\"\n[service]\nsocketName = \"vkservice\"\n");
     }
-
     QByteArray languages() const { return mInstallation.run({"update-settings", "-L"}).mOut; }
 };
 
@@ -39,24 +37,35 @@ TEST_F(StartUpTest, LogsItsStartAndItsEnd)
 
 TEST_F(StartUpTest, ReadsTheUsersConfigurationWhereTheSettingsLie)
 {
-    const struct
-    {
-        QString mSettingsDir;
-        QString mFile;
-    } tCases[] = {
-        {q("some/where"), q("home/some/where/etc/vk_user.cfg")},
-        {QString(), q("home/etc/vk_user.cfg")},
-        {mInstallation.path("abs"), q("abs/etc/vk_user.cfg")},
-    };
-    for (const auto& tCase : tCases) {
-        configure(tCase.mSettingsDir);
+    const QByteArray tAbsolute = mInstallation.path("abs").toUtf8();
+    const QByteArray tDirs[][2] = {{"some/where", "home/some/where"}, {"", "home"}, {tAbsolute, "abs"}};
+    for (const auto& tDir : tDirs) {
+        configure("vk.cfg", tDir[0]);
         EXPECT_FALSE(languages().contains("fi: suomi"));
-        EXPECT_FALSE(QFile::exists(QFileInfo(mInstallation.path(tCase.mFile)).path())) << "made something";
-        mInstallation.writeFile(tCase.mFile, "[data]\nlanguages = [\"fi\"]\n");
+        EXPECT_FALSE(QFile::exists(mInstallation.path(tDir[1] + "/etc"))) << "made something";
+        mInstallation.writeFile(tDir[1] + "/etc/vk_user.cfg", "[data]\nlanguages = [\"fi\"]\n");
         EXPECT_EQ(languages(), "Available data languages:\n  fi: suomi\n");
-        EXPECT_EQ(QDir(QFileInfo(mInstallation.path(tCase.mFile)).path()).entryList(QDir::Files).size(), 1);
-        QFile::remove(mInstallation.path(tCase.mFile));
+        EXPECT_EQ(QDir(mInstallation.path(tDir[1] + "/etc")).entryList(QDir::Files).size(), 1);
+        QFile::remove(mInstallation.path(tDir[1] + "/etc/vk_user.cfg"));
     }
+}
+
+// The first name that there is counts, and the user's beside it; the language is that of the locale.
+TEST_F(StartUpTest, FindsItsConfigurationBesideAMovableInstallation)
+{
+    QFile::remove(mInstallation.path("etc/vk/vk.cfg"));
+    configure("vkp.cfg", "settings");
+    mInstallation.writeFile("etc/vk/vkp_user.cfg", "[data]\nlanguages = [\"fi\"]\n");
+    EXPECT_EQ(languages(), "Available data languages:\n  fi: suomi\n");
+    for (const auto& [tLocale, tLanguage] : {std::pair("fr_CH", "fr"), {"pt_BR", "pt_BR"}}) {
+        mInstallation.environment().insert("LC_ALL", tLocale);
+        mInstallation.run({"--version"});
+        EXPECT_TRUE(mInstallation.log().contains(QByteArray("translation: vkc_") + tLanguage + '\n'));
+    }
+    configure("vk.cfg", "settings\n");
+    EXPECT_TRUE(mInstallation.run({"--version"})
+                    .mErr.startsWith("Failed to load file \"" + mInstallation.path("etc/vk/vk.cfg").toUtf8() +
+                                     "\": vk.cfg, line 4"));
 }
 
 TEST_F(StartUpTest, TellsOfAUsersConfigurationThatIsNoneAndGoesOn)

@@ -8,25 +8,10 @@
 
 #include <utility>
 
-namespace {
-
-int tryConnect(const QString& pSocket)
-{
-    const sockaddr_un tAddress = unixAddress(pSocket);
-    const int tFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (::connect(tFd, reinterpret_cast<const sockaddr*>(&tAddress), sizeof tAddress) != 0) {
-        ::close(tFd);
-        return -1;
-    }
-    return tFd;
-}
-
-} // namespace
-
 RawPeer::RawPeer(const QString& pSocket, int pTimeoutMs)
 {
     const QDeadlineTimer tDeadline(pTimeoutMs);
-    while ((mFd = tryConnect(pSocket)) < 0 && !tDeadline.hasExpired()) {
+    while ((mFd = connectedSocket(pSocket)) < 0 && !tDeadline.hasExpired()) {
         QThread::msleep(5);
     }
 }
@@ -45,16 +30,7 @@ RawPeer::~RawPeer()
 
 bool RawPeer::send(const QByteArray& pBytes) const
 {
-    qsizetype tSent = 0;
-    while (tSent < pBytes.size()) {
-        const ssize_t tCount =
-            ::send(mFd, pBytes.constData() + tSent, static_cast<size_t>(pBytes.size() - tSent), MSG_NOSIGNAL);
-        if (tCount <= 0) {
-            return false;
-        }
-        tSent += tCount;
-    }
-    return true;
+    return sendAll(mFd, pBytes);
 }
 
 void RawPeer::sendRequest(const Text& pMethod, const Json& pParams, qint64 pId) const

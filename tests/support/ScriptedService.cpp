@@ -86,15 +86,7 @@ void ScriptedService::Peer::refuse()
 
 void ScriptedService::Peer::send(const QByteArray& pBytes)
 {
-    qsizetype tSent = 0;
-    while (mFd >= 0 && tSent < pBytes.size()) {
-        const ssize_t tCount =
-            ::send(mFd, pBytes.constData() + tSent, static_cast<size_t>(pBytes.size() - tSent), MSG_NOSIGNAL);
-        if (tCount < 0) {
-            return; // the client has gone, as clients may
-        }
-        tSent += tCount;
-    }
+    sendAll(mFd, pBytes); // or the client has gone, as clients may
 }
 
 // The descriptor itself lives until the service's thread has seen the end.
@@ -115,7 +107,6 @@ ScriptedService::ScriptedService(const QString& pSocket, const Script& pScript)
         const QByteArray tArray = QJsonDocument(QJsonArray{tIt.value()}).toJson(QJsonDocument::Compact);
         answer(tIt.key(), tArray.mid(1, tArray.size() - 2));
     }
-
     if (pScript) {
         pScript(*this);
     }

@@ -4,6 +4,7 @@
 
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <cstring>
 
@@ -28,4 +29,30 @@ inline int boundSocket(const QString& pPath, int pType = SOCK_STREAM)
         qFatal("can't bind %s", qPrintable(pPath));
     }
     return tFd;
+}
+
+// -1 where nobody listens.
+inline int connectedSocket(const QString& pPath)
+{
+    const sockaddr_un tAddress = unixAddress(pPath);
+    const int tFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (::connect(tFd, reinterpret_cast<const sockaddr*>(&tAddress), sizeof tAddress) != 0) {
+        ::close(tFd);
+        return -1;
+    }
+    return tFd;
+}
+
+// False if the other end has hung up.
+inline bool sendAll(int pFd, const QByteArray& pBytes)
+{
+    ssize_t tCount = 0;
+    for (qsizetype tSent = 0; tSent < pBytes.size(); tSent += tCount) {
+        tCount =
+            ::send(pFd, pBytes.constData() + tSent, static_cast<size_t>(pBytes.size() - tSent), MSG_NOSIGNAL);
+        if (tCount <= 0) {
+            return false;
+        }
+    }
+    return true;
 }

@@ -18,7 +18,7 @@ public:
         QDir().mkpath(path(q("state")));
     }
 
-    void fatalError(const QString& pText) override { mFatalErrors.append(pText); }
+    void fatalError(const QString&) override {}
     bool saveUserConfig() override { return true; }
     void finalize() override
     {
@@ -34,7 +34,6 @@ public:
         return readFile(path(q("log/")) + getAppName() + q(".log"));
     }
 
-    QList<QString> mFatalErrors;
     int mFinalizeCount = 0;
 
 private:
