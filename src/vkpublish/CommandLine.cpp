@@ -2,6 +2,8 @@
 
 #include "MetadataSource.h"
 
+#include "internal/PlainText.h"
+
 #include <QtCore/QDir>
 
 #include <cstdio>
@@ -16,7 +18,9 @@ void say(const QString& pLine)
 void complain(const QString& pLine)
 {
     std::fflush(stdout);
-    std::fputs(("vkpublish: " + pLine.toLocal8Bit() + '\n').constData(), stderr);
+    // It may quote what a server or a stranger's repository says.
+    const QString tLine = vkcore::singleLine(pLine, vkcore::sMaxMessage);
+    std::fputs(("vkpublish: " + tLine.toLocal8Bit() + '\n').constData(), stderr);
 }
 
 CommandLine::CommandLine(const QString& pCommand, const QString& pDescription) : mCommand(pCommand)

@@ -7,6 +7,7 @@
 #include "RepositoryState.h"
 #include "Verification.h"
 
+#include "internal/PlainText.h"
 #include "os/FileSystem.h"
 #include "tuf/AtomicFile.h"
 #include "tuf/Metadata.h"
@@ -117,7 +118,7 @@ QStringList findProblems(const CommandLine& pLine, const QByteArray& pRoot, tuf:
     const VerificationResult tResult =
         verifyRepository(pLine.repository(), pRoot, QDateTime::currentDateTimeUtc());
     for (const QString& tPath : tResult.mUnused) {
-        say(QStringLiteral("Not referred to: %1").arg(tPath));
+        say(QStringLiteral("Not referred to: %1").arg(vkcore::singleLine(tPath, vkcore::sMaxMessage)));
     }
     *pPackageCount = tResult.mPackageCount;
     QStringList tProblems = tResult.mProblems;

@@ -103,6 +103,10 @@ TEST_F(RecoveryTest, WhatTheKeysHaveNotSignedRaisesNothing)
     EXPECT_EQ(run("publish @r").mErr, "");
     EXPECT_TRUE(readFile(path("r/metadata/timestamp.json")).contains("\"version\":4}"));
     EXPECT_EQ(run("publish @r --above @stranger").mStatus, 1);
+    write("stranger/metadata/2.root.json", R"({"signatures": [], "signed": {"_type": "root",
+        "spec_version": "\u001b]0;x\u0007\n"}})");
+    const QByteArray tQuoted = run("publish @r --above @stranger").mErr;
+    EXPECT_TRUE(tQuoted.contains("version \" ]0;x \"")) << "it goes to a terminal: " << tQuoted;
 }
 
 TEST_F(RecoveryTest, ReadsWhatIsOnlineOverHttps)
