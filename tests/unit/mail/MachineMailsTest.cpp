@@ -23,12 +23,8 @@ protected:
 
 TEST_F(MachineMailsTest, ARunIsToldOnceAndAFailureOnceAsLongAsItLasts)
 {
-    struct
-    {
-        update::ResultCode mResult;
-        int mPackages;
-        const char* mSubject; // null: no mail
-    } const tRuns[] = {
+    const std::tuple<update::ResultCode, int, const char*> tRuns[] = {
+        // result, packages, null: no mail
         {update::ResultSuccess, 2, "updates installed"},
         {update::ResultSuccess, 0, nullptr},
         {update::ResultUnreachable, 0, nullptr},
@@ -42,15 +38,15 @@ TEST_F(MachineMailsTest, ARunIsToldOnceAndAFailureOnceAsLongAsItLasts)
         {update::ResultManualIntervention, 0, "an update needs you"},
     };
     int tNumber = 0;
-    for (const auto& tRun : tRuns) {
+    for (const auto& [tResult, tPackages, tSubject] : tRuns) {
         SCOPED_TRACE(++tNumber);
         for (int tTwice = 0; tTwice < 2; ++tTwice) {
-            mRig.finish(someRun(QString::number(tNumber), tRun.mResult, tRun.mPackages));
+            mRig.finish(someRun(QString::number(tNumber), tResult, tPackages));
             mRig.restart();
         }
         QStringList tExpected;
-        if (tRun.mSubject != nullptr) {
-            tExpected.append(q("lab-pc-3: ") + q(tRun.mSubject));
+        if (tSubject != nullptr) {
+            tExpected.append(q("lab-pc-3: ") + q(tSubject));
         }
         EXPECT_EQ(mRig.mPost.takeSubjects(), tExpected);
     }
@@ -155,13 +151,7 @@ TEST_F(MachineMailsTest, SummaryOnChangeOnly)
     mRig.mStatus.mInstalled = {{q("Editor"), q("1.0"), {}, {}}, {q("Viewer"), q("1.0"), {}, {}}};
     mRig.set();
     MachineStatus& tStatus = mRig.mStatus;
-    const struct
-    {
-        const char* mWhat;
-        std::function<void()> mChange;
-        int mDays;
-        int mSent;
-    } tSteps[] = {
+    const std::tuple<const char*, std::function<void()>, int, int> tSteps[] = {
         {"the first one", [] {}, 0, 1},
         {"neither times nor the order of packages are a change",
          [&] {
@@ -174,10 +164,10 @@ TEST_F(MachineMailsTest, SummaryOnChangeOnly)
         {"goes out later", [] {}, 1, 1},
         {"getting overdue is a change", [] {}, 1000, 1},
     };
-    for (const auto& tStep : tSteps) {
-        tStep.mChange();
-        mRig.passDays(tStep.mDays);
-        EXPECT_EQ(sent(), tStep.mSent) << tStep.mWhat;
+    for (const auto& [tWhat, tChange, tDays, tSent] : tSteps) {
+        tChange();
+        mRig.passDays(tDays);
+        EXPECT_EQ(sent(), tSent) << tWhat;
     }
 }
 

@@ -142,12 +142,8 @@ TEST(RootsTest, TakeAFolderOrLeaveItAsItIs)
         tShell.waitForFinished();
         return tShell.readAllStandardOutput();
     };
-    const struct
-    {
-        const char* mPrepare; // in the folder above root
-        Vouched mVouched;
-        bool mTaken;
-    } tCases[] = {
+    const std::tuple<const char*, Vouched, bool> tCases[] = {
+        // in the folder above root, vouched, taken
         {"true", Vouched::Nothing, true},
         {"mkdir root", Vouched::Nothing, true},
         {"mkdir -p root/packages root/.staging; touch root/.lock root/.vk-root.new", Vouched::Nothing, true},
@@ -173,15 +169,15 @@ TEST(RootsTest, TakeAFolderOrLeaveItAsItIs)
     };
     const QString tList = q("find %1 -printf '%p %i %m %U %s %T@\n'").arg(tRoot);
     bool tIsKnown = false;
-    for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mPrepare);
-        tIsKnown = tIsKnown || q(tCase.mPrepare).startsWith(q("cp"));
+    for (const auto& [tPrepare, tVouched, tTaken] : tCases) {
+        SCOPED_TRACE(tPrepare);
+        tIsKnown = tIsKnown || q(tPrepare).startsWith(q("cp"));
         tRun(q("cd %1; rm -rf root; %2 %3")
-                 .arg(tDir.path(), tIsKnown ? q("") : q("rm -rf state;"), q(tCase.mPrepare)));
+                 .arg(tDir.path(), tIsKnown ? q("") : q("rm -rf state;"), q(tPrepare)));
         const QByteArray tBefore = tRun(tList);
         QDir().mkpath(tDir.filePath(q("state")));
         const auto tIsMade = [&] { return QFile::exists(tRoot + u'/' + Roots::markerName()); };
-        if (!tIsKnown && tCase.mTaken && tCase.mVouched == Vouched::Nothing && !tIsMade()) {
+        if (!tIsKnown && tTaken && tVouched == Vouched::Nothing && !tIsMade()) {
             Roots tStart(os::realFileSystem(), tDir.filePath(q("state")));
             ASSERT_FALSE(tStart.open(NewRoots::Leave));
             EXPECT_FALSE(tStart.claim(tRoot, {tRoot + q("/state")}, [] { return Vouched::Nothing; }));
@@ -190,11 +186,10 @@ TEST(RootsTest, TakeAFolderOrLeaveItAsItIs)
         }
         Roots tRoots(os::realFileSystem(), tDir.filePath(q("state")));
         ASSERT_FALSE(tRoots.open(NewRoots::Make));
-        const os::Failure tFailure =
-            tRoots.claim(tRoot, {tRoot + q("/state")}, [&] { return tCase.mVouched; });
-        EXPECT_EQ(!tFailure, tCase.mTaken) << tFailure.mText.toStdString();
-        EXPECT_EQ(tRoots.fd(tRoot) >= 0, tCase.mTaken);
-        if (!tCase.mTaken) {
+        const os::Failure tFailure = tRoots.claim(tRoot, {tRoot + q("/state")}, [&] { return tVouched; });
+        EXPECT_EQ(!tFailure, tTaken) << tFailure.mText.toStdString();
+        EXPECT_EQ(tRoots.fd(tRoot) >= 0, tTaken);
+        if (!tTaken) {
             EXPECT_EQ(tFailure.mText.contains(tRoot), true) << tFailure.mText.toStdString();
             EXPECT_EQ(tRun(tList), tBefore);
             continue;

@@ -90,21 +90,16 @@ TEST(ScheduleRules, ChangeLeavesAConsistentSchedule)
 
 TEST(ScheduleRules, CheckMovesOnBehindNow)
 {
-    const struct
-    {
-        ScheduleSettings mSchedule;
-        const char* mNow;
-        const char* mNext;
-    } tCases[] = {
+    const std::tuple<ScheduleSettings, const char*, const char*> tCases[] = {
         {automatic("2026-03-10 03:00", 1, sDay), "2026-03-10 03:00", "2026-03-11 03:00"},
         {automatic("2026-03-10 03:00", 6, sHour), "2026-03-10 04:00", "2026-03-10 09:00"},
         // Missed for years: one check, and the next in the old rhythm.
         {automatic("2020-03-10 03:00", 1, sDay), "2026-03-10 12:00", "2026-03-11 03:00"},
         {automatic("2026-03-10 03:00", -3, sMonth), "2026-03-10 03:00", "2026-03-11 03:00"},
     };
-    for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mNext);
-        EXPECT_EQ(text(afterCheck(tCase.mSchedule, date(tCase.mNow)).mNextCheck), tCase.mNext);
+    for (const auto& [tSchedule, tNow, tNext] : tCases) {
+        SCOPED_TRACE(tNext);
+        EXPECT_EQ(text(afterCheck(tSchedule, date(tNow)).mNextCheck), tNext);
     }
 }
 

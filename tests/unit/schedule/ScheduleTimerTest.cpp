@@ -99,28 +99,22 @@ TEST_F(ScheduleTimerTest, JitterDelaysEachCheckAlsoAfterDowntimeAndLeavesTheDate
 
 TEST_F(ScheduleTimerTest, ClockJumps)
 {
-    const struct
-    {
-        const char* mWhat;
-        const char* mTo;
-        int mChecks;
-        const char* mNext;
-    } tCases[] = {
+    const std::tuple<const char*, const char*, int, const char*> tCases[] = {
         {"a little back", "2026-03-10T11:00:00", 0, "2026-03-11T03:00:00"},
         {"years back", "2020-01-01T00:00:00", 0, "2020-01-02T03:00:00"},
         {"forward over the date", "2026-03-12T02:00:00", 1, "2026-03-12T03:00:00"},
         {"forward over many dates", "2026-03-20T09:00:00", 1, "2026-03-21T03:00:00"},
         {"years forward", "2036-01-01T00:00:00", 1, "2036-01-01T03:00:00"},
     };
-    for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mWhat);
+    for (const auto& [tWhat, tTo, tChecks, tNext] : tCases) {
+        SCOPED_TRACE(tWhat);
         mClock.jumpTo(date("2026-03-10T12:00:00"));
         mTimer.start(daily("2026-03-11T03:00:00"));
         mChecks.clear();
-        mClock.jumpTo(date(tCase.mTo));
-        EXPECT_EQ(mChecks.size(), tCase.mChecks);
-        EXPECT_EQ(mTimer.settings().mNextCheck, date(tCase.mNext));
-        EXPECT_EQ(mClock.mWake, date(tCase.mNext));
+        mClock.jumpTo(date(tTo));
+        EXPECT_EQ(mChecks.size(), tChecks);
+        EXPECT_EQ(mTimer.settings().mNextCheck, date(tNext));
+        EXPECT_EQ(mClock.mWake, date(tNext));
     }
 }
 

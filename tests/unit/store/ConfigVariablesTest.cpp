@@ -54,25 +54,20 @@ TEST_F(ConfigVariablesTest, UnknownOnesComeBackAsTheyWere)
 
 TEST_F(ConfigVariablesTest, KnownOnesAreChecked)
 {
-    const struct
-    {
-        const char* mName;
-        QStringList mGood;
-        QStringList mBad;
-    } tCases[] = {
+    const std::tuple<const char*, QStringList, QStringList> tCases[] = {
         {"number", {q("9")}, {q("10"), q("0"), q("3.5"), q("99999999999999999999")}},
         {"flag", {q("yes")}, {q("maybe")}},
         {"path", {q("/some/where")}, {q("some/where")}},
         {"text", {q("one line")}, {q("two\nlines")}},
         {"", {}, {q("value")}},
     };
-    for (const auto& tCase : tCases) {
-        for (const QString& tValue : tCase.mBad + tCase.mGood) {
-            SCOPED_TRACE(std::string(tCase.mName) + " = " + tValue.toStdString());
-            const bool tOk = tCase.mGood.contains(tValue);
-            EXPECT_EQ(set(tCase.mName, tValue), tOk);
+    for (const auto& [tName, tGood, tBad] : tCases) {
+        for (const QString& tValue : tBad + tGood) {
+            SCOPED_TRACE(std::string(tName) + " = " + tValue.toStdString());
+            const bool tOk = tGood.contains(tValue);
+            EXPECT_EQ(set(tName, tValue), tOk);
             EXPECT_EQ(mReason.isEmpty(), tOk);
-            EXPECT_TRUE(!tOk || value(tCase.mName) == tValue.toStdString());
+            EXPECT_TRUE(!tOk || value(tName) == tValue.toStdString());
         }
     }
 }

@@ -10,12 +10,7 @@ namespace {
 
 TEST(PathPattern, Table)
 {
-    const struct
-    {
-        const char* mPath;
-        const char* mPattern;
-        bool mFits;
-    } sCases[] = {
+    const std::tuple<const char*, const char*, bool> sCases[] = {
         {"foo.tgz", "foo.tgz", true},
         {"foo.tgz", "*.tgz", true},
         {"foo.tgz", "foo.t?z", true},
@@ -35,9 +30,9 @@ TEST(PathPattern, Table)
         {"", "*", true},
         {"", "?", false},
     };
-    for (const auto& tCase : sCases) {
-        SCOPED_TRACE(testing::Message() << tCase.mPath << " and " << tCase.mPattern);
-        EXPECT_EQ(matchesPattern(q(tCase.mPath), q(tCase.mPattern)), tCase.mFits);
+    for (const auto& [tPath, tPattern, tFits] : sCases) {
+        SCOPED_TRACE(testing::Message() << tPath << " and " << tPattern);
+        EXPECT_EQ(matchesPattern(q(tPath), q(tPattern)), tFits);
     }
 }
 

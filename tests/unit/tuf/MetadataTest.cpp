@@ -86,12 +86,7 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
     const QByteArray tLongTarget = "signed/targets/" + QByteArray(4097, 'x');
     const auto tFirstRole =
         QJsonDocument::fromJson(mFiles[q("targets")])[q("signed")][q("delegations")][q("roles")][0];
-    const struct
-    {
-        const char* mType;
-        const char* mPath;
-        QList<QJsonValue> mBad;
-    } sCases[] = {
+    const std::tuple<const char*, const char*, QList<QJsonValue>> sCases[] = {
         {"root", "signatures", {tNone, QJsonArray{1}, QJsonArray{tSignature, tSignature}}},
         {"root", "signatures/0/sig", {tNone, QJsonValue::Null}},
         {"root", "signed", {tNone, QJsonArray()}},
@@ -133,11 +128,11 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
         {"targets", "signed/delegations/roles/1", {tFirstRole}},
         {"targets", "signed/delegations/succinct_roles", {QJsonObject()}}, // beside roles
     };
-    for (const auto& tCase : sCases) {
-        const QString tType = q(tCase.mType);
+    for (const auto& [tRole, tPath, tBadValues] : sCases) {
+        const QString tType = q(tRole);
         ASSERT_FALSE(parse(tType, mFiles[tType]));
-        for (const QJsonValue& tBad : tCase.mBad) {
-            const QByteArray tFile = with(tType, tCase.mPath, tBad);
+        for (const QJsonValue& tBad : tBadValues) {
+            const QByteArray tFile = with(tType, tPath, tBad);
             EXPECT_EQ(parse(tType, tFile).mKind, ErrorKind::Untrusted) << tFile;
         }
     }
@@ -145,12 +140,7 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
 
 TEST_F(MetadataTest, WhatIsNotKnownIsPassedOver)
 {
-    const struct
-    {
-        const char* mType;
-        const char* mPath;
-        QJsonValue mValue;
-    } sCases[] = {
+    const std::tuple<const char*, const char*, QJsonValue> sCases[] = {
         {"root", "more", 1},
         {"root", "signatures/0/sig", q("no hex")},
         {"root", "signed/spec_version", q("1.99")},
@@ -165,9 +155,9 @@ TEST_F(MetadataTest, WhatIsNotKnownIsPassedOver)
         {"targets", "signed/targets/hello/hashes/new", q("../../x")},
         {"targets", "signed/targets/hello/hashes/sha512", QString(128, u'0')},
     };
-    for (const auto& tCase : sCases) {
-        const Error tError = parse(q(tCase.mType), with(q(tCase.mType), tCase.mPath, tCase.mValue));
-        EXPECT_FALSE(tError) << tCase.mPath << ": " << tError.mText;
+    for (const auto& [tType, tPath, tValue] : sCases) {
+        const Error tError = parse(q(tType), with(q(tType), tPath, tValue));
+        EXPECT_FALSE(tError) << tPath << ": " << tError.mText;
     }
 }
 

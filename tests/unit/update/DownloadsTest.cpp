@@ -29,12 +29,7 @@ TEST_F(DownloadsTest, WhatIsPutUnderTheNameOfADownloadHarmsNothing)
     const QString tHash = QFileInfo(mTargets.value(q("lib"))).fileName().section(u'.', 0, 0);
     const QByteArray tName = QFile::encodeName(tDownloads + u'/' + tHash);
     const QByteArray tVictim = QFile::encodeName(mMachine.path(q("victim")));
-    const struct
-    {
-        const char* mName;
-        std::function<int()> mPut;
-        ResultCode mCode;
-    } tCases[] = {
+    const std::tuple<const char*, std::function<int()>, ResultCode> tCases[] = {
         {"link", [&] { return ::symlink(tVictim, tName); }, ResultSuccess},
         {"second name", [&] { return ::link(tVictim, tName); }, ResultSuccess},
         {"pipe", [&] { return ::mkfifo(tName, 0600); }, ResultSuccess},
@@ -45,14 +40,14 @@ TEST_F(DownloadsTest, WhatIsPutUnderTheNameOfADownloadHarmsNothing)
          },
          ResultInstallFailed},
     };
-    for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mName);
+    for (const auto& [tWhat, tPut, tCode] : tCases) {
+        SCOPED_TRACE(tWhat);
         QFile::remove(mMachine.path(q("install/current")));
         QDir(tDownloads).removeRecursively();
         QDir().mkpath(tDownloads);
         writeFile(mMachine.path(q("victim")), "mine");
-        ASSERT_EQ(tCase.mPut(), 0);
-        run(tCase.mCode);
+        ASSERT_EQ(tPut(), 0);
+        run(tCode);
         EXPECT_EQ(readFile(mMachine.path(q("victim"))), "mine");
     }
 }

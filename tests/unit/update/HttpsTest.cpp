@@ -178,13 +178,7 @@ TEST_F(HttpsTest, GoesOnWithAPartOfAFile)
     const QByteArray tPath = libPath().toUtf8();
     const QByteArray tSize = QByteArray::number(tArchive.size());
     const QByteArray tHalf = tArchive.first(tArchive.size() / 2);
-    const struct
-    {
-        const char* mName;
-        QByteArray mPart;
-        QByteArray mConfiguration;
-        QString mRequests;
-    } tCases[] = {
+    const std::tuple<const char*, QByteArray, QByteArray, QString> tCases[] = {
         {"right part", tHalf, "", q("GET %1?range 206 -")},
         {"part with other bytes", QByteArray(100, '?'), "", q("GET %1?range 206 -\nGET %1 200 -")},
         {"server without ranges", tHalf, "max_ranges 0;", q("GET %1?range 200 -")},
@@ -195,18 +189,18 @@ TEST_F(HttpsTest, GoesOnWithAPartOfAFile)
         {"part refused", tHalf, "location = " + tPath + " { if ($http_range) { return 416; } }",
          q("GET %1?range 416 -\nGET %1 200 -")},
     };
-    for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mName);
+    for (const auto& [tName, tPart, tConfiguration, tRequests] : tCases) {
+        SCOPED_TRACE(tName);
         TestServer tServer(mRepository.path());
-        tServer.addConfiguration(tCase.mConfiguration);
+        tServer.addConfiguration(tConfiguration);
         ASSERT_TRUE(tServer.start());
         mMachine.request().mCaFile = tServer.caFile();
         mMachine.setServers({tServer.uri()});
         QDir(mMachine.path(q("state"))).removeRecursively();
         QDir(mMachine.path(q("install"))).removeRecursively();
-        leavePart(tCase.mPart);
+        leavePart(tPart);
         run(ResultSuccess);
-        EXPECT_EQ(text(tServer.requests().filter(libPath())), tCase.mRequests.arg(libPath()).toStdString());
+        EXPECT_EQ(text(tServer.requests().filter(libPath())), tRequests.arg(libPath()).toStdString());
         expectInstalled();
     }
 }
@@ -333,13 +327,7 @@ TEST(OsProxyTest, ReadsTheEnvironmentAndTheFileForLogins)
 {
     const QTemporaryDir tDir;
     const QString tFile = tDir.filePath(q("environment"));
-    const struct
-    {
-        QStringList mVariables;
-        const char* mFile;
-        const char* mProxy;
-        const char* mNoProxy;
-    } tCases[] = {
+    const std::tuple<QStringList, const char*, const char*, const char*> tCases[] = {
         {{q("https_proxy=http://a:1")}, "https_proxy=http://b:2\n", "http://a:1", ""},
         {{q("HTTPS_PROXY=http://a:1"), q("NO_PROXY=x")}, "", "http://a:1", "x"},
         {{q("http_proxy=http://a:1")}, "", "", ""},
@@ -349,14 +337,14 @@ TEST(OsProxyTest, ReadsTheEnvironmentAndTheFileForLogins)
          "y,z"},
         {{}, "https_proxy\n=x\nall_proxy=socks5h://s:1080\r\n", "socks5h://s:1080", ""},
     };
-    for (const auto& tCase : tCases) {
+    for (const auto& [tVariables, tContent, tUrl, tNoProxy] : tCases) {
         QProcessEnvironment tEnvironment;
-        for (const QString& tVariable : tCase.mVariables) {
+        for (const QString& tVariable : tVariables) {
             tEnvironment.insert(tVariable.section(u'=', 0, 0), tVariable.section(u'=', 1));
         }
-        writeFile(tFile, tCase.mFile);
+        writeFile(tFile, tContent);
         const OsProxy tProxy = osProxy(tEnvironment, tFile);
-        EXPECT_EQ(tProxy.mProxy, q(tCase.mProxy)) << tCase.mFile;
-        EXPECT_EQ(tProxy.mNoProxy, q(tCase.mNoProxy)) << tCase.mFile;
+        EXPECT_EQ(tProxy.mProxy, q(tUrl)) << tContent;
+        EXPECT_EQ(tProxy.mNoProxy, q(tNoProxy)) << tContent;
     }
 }

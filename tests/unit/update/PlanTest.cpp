@@ -93,13 +93,7 @@ struct PlanTest
 
 TEST(PlanTest, TakesWhatIsMissingOrNewer)
 {
-    const struct
-    {
-        const char* mName;
-        const char* mOffers;
-        const char* mInstalled;
-        const char* mPlan;
-    } tCases[] = {
+    const std::tuple<const char*, const char*, const char*, const char*> tCases[] = {
         {"missing", "a 1; b 2 data", "", "a 1.0; b 2.0"},
         {"newest of several", "a 1; a 3; a 2", "", "a 3.0"},
         {"newer", "a 2", "a 1", "a 2.0"},
@@ -126,8 +120,8 @@ TEST(PlanTest, TakesWhatIsMissingOrNewer)
          "a 1.0!; b 1.0!; c 1.0<a!; d 1.0<c!"},
         {"what needs a failed one", "a 1 req=b; b 1 req=x; c 1", "", "a 1.0!; b 1.0<a!; c 1.0"},
     };
-    for (const auto& tCase : tCases) {
-        EXPECT_EQ(shown(PlanTest().plan(tCase.mOffers, tCase.mInstalled)), tCase.mPlan) << tCase.mName;
+    for (const auto& [tName, tOffers, tInstalled, tPlan] : tCases) {
+        EXPECT_EQ(shown(PlanTest().plan(tOffers, tInstalled)), tPlan) << tName;
     }
     EXPECT_EQ(shown(PlanTest().plan("a 1 data; b 1; c 1 data", "a 1 data; b 1; c 2 data", "/old")), "a 1.0");
 }

@@ -59,13 +59,7 @@ TEST_F(UpdateRunTest, ChangesNothingWhenTheServerIsWrong)
     tCopy(mRepository.path(), tKeep);
 
     const auto tPath = [this](const char* pBelow) { return mRepository.path(q(pBelow)); };
-    const struct
-    {
-        const char* mName;
-        std::function<void()> mSpoil;
-        ResultCode mCode;
-        int mInstalled;
-    } tCases[] = {
+    const std::tuple<const char*, std::function<void()>, ResultCode, int> tCases[] = {
         {"changed targets", [&] { spoil(tPath("metadata/2.targets.json")); }, ResultVerificationFailed, 0},
         {"endless timestamp", [&] { writeFile(tPath("metadata/timestamp.json"), QByteArray(1 << 20, ' ')); },
          ResultVerificationFailed, 0},
@@ -85,20 +79,20 @@ TEST_F(UpdateRunTest, ChangesNothingWhenTheServerIsWrong)
          [&] { QFile::remove(tTarget) && QProcess::execute(q("mkfifo"), {tTarget}) == 0; },
          ResultInstallFailed, 2},
     };
-    for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mName);
+    for (const auto& [tName, tSpoil, tCode, tCount] : tCases) {
+        SCOPED_TRACE(tName);
         // Each on a machine of its own, in the state after the first run.
         TestMachine tMachine(mRepository.root());
         tMachine.setServers({mRepository.uri()});
         for (const char* tFolder : {"state", "install"}) {
             tCopy(mMachine.path(q(tFolder)), tMachine.path(q(tFolder)));
         }
-        tCase.mSpoil();
+        tSpoil();
         const RunResult tResult = tMachine.run();
-        EXPECT_EQ(tResult.mCode, tCase.mCode) << tResult.mText;
-        EXPECT_EQ(tResult.mInstalledCount, tCase.mInstalled);
+        EXPECT_EQ(tResult.mCode, tCode) << tResult.mText;
+        EXPECT_EQ(tResult.mInstalledCount, tCount);
         EXPECT_GT(tResult.mText.size(), resultText(tResult.mCode).size());
-        if (tCase.mInstalled == 0) {
+        if (tCount == 0) {
             EXPECT_EQ(tMachine.currentFiles(), tInstalled);
         } else {
             EXPECT_EQ(text(tMachine.packages()), "app 5.0.0\nlib 5.0.0\nmaps 3.1.0");
