@@ -229,7 +229,10 @@ TEST_F(MachineMailsTest, OneAddressDoesNotHoldUpTheOthers)
         mRig.mPost.mBadOutcome = tOutcome;
         mRig.finish(someRun(QString::number(static_cast<int>(tOutcome)), update::ResultSuccess, 1));
         mRig.pass(60);
-        EXPECT_EQ(mRig.mPost.take().last().mRecipient, q("second@example.org"));
+        const QList<Mail> tMails = mRig.mPost.take();
+        EXPECT_TRUE(std::any_of(tMails.begin(), tMails.end(), [](const Mail& pMail) {
+            return pMail.mRecipient == q("second@example.org");
+        }));
         EXPECT_EQ(mRig.queued(), tOutcome == Outcome::Refused ? 0 : 1);
         mRig.mPost.mBadOutcome = Outcome::Sent;
         mRig.pass(MailQueue::pauseSeconds(3));

@@ -72,42 +72,28 @@ using DelegationTest = ClientTest;
 
 TEST_F(DelegationTest, RolesAreSearchedInOrder)
 {
-    const struct
-    {
-        const char* mName;
-        QList<const char*>
-            mEdges;           // "FROM TO PATTERN", with a "!" in front where the delegation is terminating
-        const char* mHolders; // the roles that have the file "file", with blanks between
-        const char* mVisited; // the order in which delegated roles are fetched
-        const char* mFoundIn;
-    } sGraphs[] = {
-        {"FirstOneWins", {"targets A *", "targets B *"}, "A B", "A", "A"},
-        {"TheDelegatorComesFirst", {"targets A *"}, "targets A", "", "targets"},
-        {"DepthFirst", {"targets A *", "targets B *", "A C *", "B D *"}, "", "A C B D", ""},
-        {"PatternsKeepRolesOut", {"targets A x*", "targets B dir/*", "targets C f?le"}, "A C", "C", "C"},
-        {"ADelegateMayNotWidenItsShare", {"targets A x*", "A B *"}, "B", "", ""},
-        {"Terminating", {"targets A *", "!targets B *", "targets C *"}, "C", "A B", ""},
-        {"TerminatingInTheDepth",
-         {"targets A *", "targets B *", "!A C *", "A D *", "C E *"},
-         "B",
-         "A C E",
-         ""},
-        {"TerminatingThatDoesNotMatch", {"!targets A x", "targets B *"}, "B", "B", "B"},
-        {"DiamondAndCycle",
-         {"targets A *", "targets B *", "A C *", "C A *", "B C *", "B D *"},
-         "D",
-         "A C B D",
-         "D"},
+    // Delegations "FROM TO PATTERN", with a "!" in front where they are terminating; the roles that have the
+    // file "file"; the order in which delegated roles are fetched; and where it is found.
+    const char* const sGraphs[][4] = {
+        {"targets A *;targets B *", "A B", "A", "A"},
+        {"targets A *", "targets A", "", "targets"},
+        {"targets A *;targets B *;A C *;B D *", "", "A C B D", ""}, // depth first
+        {"targets A x*;targets B dir/*;targets C f?le", "A C", "C", "C"},
+        {"targets A x*;A B *", "B", "", ""}, // a delegate may not widen its share
+        {"targets A *;!targets B *;targets C *", "C", "A B", ""},
+        {"targets A *;targets B *;A D *;!A C *;C E *", "B", "A D C E", ""},
+        {"!targets A x;targets B *", "B", "B", "B"},
+        {"targets A *;targets B *;A C *;C A *;B C *;B D *", "D", "A C B D", "D"}, // a diamond and a ring
     };
-    for (const auto& tGraph : sGraphs) {
-        SCOPED_TRACE(tGraph.mName);
+    for (const auto& [tEdges, tHolders, tVisited, tExpected] : sGraphs) {
+        SCOPED_TRACE(tEdges);
         mRepository = TestRepository();
         initialize();
-        for (const char* tEdge : tGraph.mEdges) {
-            const QStringList tWords = q(tEdge).remove(u'!').split(u' ');
-            mRepository.delegate(tWords[0], tWords[1], {tWords[2]}, *tEdge == '!');
+        for (const QString& tEdge : q(tEdges).split(u';')) {
+            const QStringList tWords = QString(tEdge).remove(u'!').split(u' ');
+            mRepository.delegate(tWords[0], tWords[1], {tWords[2]}, tEdge.startsWith(u'!'));
         }
-        for (const QString& tHolder : words(tGraph.mHolders)) {
+        for (const QString& tHolder : words(tHolders)) {
             mRepository.mRoles[tHolder].mTargets.insert(q("file"), "Content\n");
         }
         for (const QString& tRole : mRepository.mRoles.keys()) {
@@ -117,19 +103,19 @@ TEST_F(DelegationTest, RolesAreSearchedInOrder)
         }
         mRepository.publish();
         QStringList tFetches;
-        for (const QString& tRole : words(tGraph.mVisited)) {
+        for (const QString& tRole : words(tVisited)) {
             tFetches.append(q("1.%1.json").arg(tRole));
         }
         QString tRole;
         ASSERT_FALSE(refresh());
         EXPECT_GOOD(find(q("file"), &tRole));
-        EXPECT_EQ(tRole.toStdString(), tGraph.mFoundIn);
+        EXPECT_EQ(tRole.toStdString(), tExpected);
         EXPECT_EQ(requests(), tFetches.join(q(", ")).toStdString());
 
         // The second time all comes from this machine.
         ASSERT_FALSE(refresh());
         EXPECT_GOOD(find(q("file"), &tRole));
-        EXPECT_EQ(tRole.toStdString(), tGraph.mFoundIn);
+        EXPECT_EQ(tRole.toStdString(), tExpected);
         EXPECT_EQ(requests(), "");
 
         // All targets together come from where a search finds them.
@@ -139,7 +125,7 @@ TEST_F(DelegationTest, RolesAreSearchedInOrder)
         for (const TargetFile& tTarget : tAll) {
             tFoundIn = tTarget.mPath == q("file") ? tTarget.mCustom[q("by")].toString() : tFoundIn;
         }
-        EXPECT_EQ(tFoundIn.toStdString(), tGraph.mFoundIn);
+        EXPECT_EQ(tFoundIn.toStdString(), tExpected);
     }
 }
 
