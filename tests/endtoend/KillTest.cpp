@@ -52,9 +52,12 @@ TEST(Kill, AtAnyMomentLeavesTheOldOrTheNewPackagesWhole)
     QElapsedTimer tTimer;
     tTimer.start();
     ASSERT_EQ(tMachine.rkm({"update"}).mStatus, 0);
-    // The run itself is only the middle part of the command.
-    std::uniform_int_distribution<qint64> tMoment(0, tTimer.nsecsElapsed() / 1000 / 3);
+    // In microseconds. It follows how long a run takes on this machine now: half of the kills should come
+    // before the switch, and half behind it.
+    qint64 tLatest = tTimer.nsecsElapsed() / 1000 / 3;
 
+    int tOld = 0;
+    int tNew = 0;
     for (int tRound = 2; tRound < tRounds + 2; ++tRound) {
         const QString tVersion = QString::number(tRound);
         const QString tLast = QString::number(tRound - 1);
@@ -63,12 +66,14 @@ TEST(Kill, AtAnyMomentLeavesTheOldOrTheNewPackagesWhole)
             tRound % 10 == 0 ? std::make_unique<ReadLock>(tMachine.path(q("state/install-log.db"))) : nullptr;
         const auto tService = tMachine.startService();
         ASSERT_EQ(tMachine.rkm({"update", "--no-wait"}).mStatus, 0);
-        QThread::usleep(static_cast<unsigned long>(tMoment(tRandom)));
+        QThread::usleep(std::uniform_int_distribution<unsigned long>(0, tLatest)(tRandom));
         tService->signal(SIGKILL);
         tService->wait();
 
         const QString tFound = tMachine.installedVersion(tPackages.first());
         ASSERT_TRUE(tFound == tVersion || tFound == tLast) << "round " << tRound << ": " << tFound;
+        (tFound == tVersion ? tNew : tOld) += 1;
+        tLatest = tFound == tVersion ? tLatest * 4 / 5 : tLatest * 5 / 4;
         for (const QString& tPackage : tPackages) {
             ASSERT_EQ(tMachine.installedVersion(tPackage), tFound) << "round " << tRound;
         }
@@ -78,6 +83,8 @@ TEST(Kill, AtAnyMomentLeavesTheOldOrTheNewPackagesWhole)
             ASSERT_EQ(tMachine.installedVersion(tPackage), tVersion) << "round " << tRound;
         }
     }
+    std::printf("%d rounds: %d times the old packages, %d times the new ones\n", tRounds, tOld, tNew);
+    EXPECT_GT(std::min(tOld, tNew), tRounds / 8) << "too many kills came on one side of the switch";
     const QByteArray tLog = tMachine.rkm({"install-log", "--all"}).mOut;
     EXPECT_EQ(tLog.count("Status: OK\n"), (tRounds + 1) * tPackages.size())
         << "an installation is missing in the log";
