@@ -72,12 +72,15 @@ expect 0 "Result=success" systemctl show -p Result vkservice
 expect 0 "Default server: /srv/updates" rkm show-settings
 expect 0 "active" systemctl is-active vkservice
 rm /etc/systemd/system/sockets.target.wants/vkservice.socket
-expect 0 "" /var/lib/dpkg/info/vkservice.postinst configure
+expect 0 "" dpkg -i /packages/vkservice_*.deb
 expect 0 "enabled" systemctl is-enabled vkservice.socket
 expect 0 "1.9 OK" systemd-analyze security --no-pager vkservice
 DEBIAN_FRONTEND=noninteractive expect 0 "" apt-get purge -y -qq rkm vkservice vkpublish libvkcore-dev libvkcore1
-for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /run/vkservice; do
-    [ ! -e "$left" ] || fail "$left is left behind"
+for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /run/vkservice \
+    /etc/systemd/system/*/vkservice.* /var/lib/systemd/deb-systemd-helper-enabled/vkservice.*; do
+    if [ -e "$left" ] || [ -L "$left" ]; then
+        fail "$left is left behind"
+    fi
 done
 expect 0 "it works" /opt/vk/current/tool/bin/tool
 echo PASSED
