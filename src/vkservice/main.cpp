@@ -8,6 +8,7 @@
 #include <vkcore/GRef.h>
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QTimer>
 
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -21,6 +22,7 @@ using namespace tarn::vkservice;
 namespace {
 
 constexpr int sWrongArgument = 2;
+constexpr int sUnusedMs = 60000;
 
 void prepareProcess(bool pWorker)
 {
@@ -43,14 +45,27 @@ void print(FILE* pStream, const QString& pText)
     std::fputs(pText.toLocal8Bit().constData(), pStream);
 }
 
-// Has the worker end when nobody needs it any more.
+// Has the worker end when nobody needs it any more. A parent that was killed before the worker could look for
+// it is never seen to go; but one that lives has a connection.
 void followParent(Service& pService, process::ParentWatch& pParent)
 {
-    const auto tLook = [&pService, &pParent] {
-        if (pParent.isGone() && pService.sockets().connectionCount() == 0) {
+    auto* tUnused = new QTimer(&pService);
+    const auto tLook = [&pService, &pParent, tUnused] {
+        if (pService.sockets().connectionCount() > 0) {
+            return;
+        }
+        if (pParent.isGone()) {
             pService.quit();
+        } else {
+            tUnused->start(sUnusedMs);
         }
     };
+    QObject::connect(tUnused, &QTimer::timeout, &pService, [&pService] {
+        if (pService.sockets().connectionCount() == 0) {
+            pService.quit();
+        }
+    });
+    tLook();
     QObject::connect(&pParent, &process::ParentWatch::gone, &pService, tLook);
     QObject::connect(&pService.sockets(), &ipc::SocketServer::connectionClosed, &pService, tLook);
 }
