@@ -4,10 +4,8 @@
 #include "ScriptedService.h"
 
 #include <QtCore/QDir>
-#include <QtCore/QFile>
 
 #include <atomic>
-#include <chrono>
 #include <csignal>
 
 #include <fcntl.h>
@@ -18,20 +16,11 @@ using Peer = ScriptedService::Peer;
 
 static std::atomic<bool> sQuit = false;
 static volatile std::sig_atomic_t sTerminated = 0;
+static int sLog = -1;
 
-static void note(const QString& pText)
+static void note(const QByteArray& pText)
 {
-    QFile tLog(QDir::tempPath() + q("/worker.log"));
-    if (tLog.open(QIODevice::Append)) {
-        tLog.write(pText.toUtf8() + '\n');
-    }
-}
-
-// Until this process has ended, whoever locks worker.log has to wait.
-static void lockLog()
-{
-    const QByteArray tLog = QFile::encodeName(QDir::tempPath() + q("/worker.log"));
-    ::flock(::open(tLog.constData(), O_RDONLY | O_CLOEXEC), LOCK_EX);
+    (void)!::write(sLog, (pText + '\n').constData(), static_cast<size_t>(pText.size() + 1));
 }
 
 static void pause(int pMs)
@@ -42,7 +31,7 @@ static void pause(int pMs)
 static void script(ScriptedService& pService, const QByteArray& pBehaviour)
 {
     pService.onCall("quitService", [](Peer& pPeer, const QJsonObject&) {
-        note(q("asked to quit"));
+        note("asked to quit");
         pPeer.reply("true");
         sQuit = true;
     });
@@ -64,40 +53,35 @@ static void script(ScriptedService& pService, const QByteArray& pBehaviour)
 int main(int argc, char** argv)
 {
     const QByteArray tBehaviour = qgetenv("STAND_IN");
-    QStringList tArguments;
+    QByteArray tStarted = "started";
     QString tName = q("vkservice");
     for (int i = 1; i < argc; ++i) {
-        tArguments.append(QString::fromLocal8Bit(argv[i]));
-        if (tArguments.last().startsWith(q("-s="))) {
-            tName = tArguments.last().mid(3);
-        }
+        tStarted += QByteArray(" ") + argv[i];
+        tName = QByteArrayView(argv[i]).startsWith("-s=") ? q(argv[i] + 3) : tName;
     }
-    note(q("started ") + tArguments.join(u' '));
+    sLog = ::open(qPrintable(QDir::tempPath() + q("/worker.log")), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC,
+                  0600);
+    note(tStarted);
     std::signal(SIGINT, SIG_IGN);
     std::signal(SIGTERM, [](int) { sTerminated = 1; });
-    if (tBehaviour == "slow") {
-        pause(400);
-    }
     if (tBehaviour == "gone") {
         return 1;
     }
-    const bool tStays = tBehaviour == "lingering";
-    if (tStays) {
-        lockLog();
+    if (tBehaviour == "lingering") { // whoever locks worker.log waits until this process has ended
+        ::flock(sLog, LOCK_EX);
     }
-
+    pause(tBehaviour == "slow" ? 400 : 0);
     const ScriptedService tService(QDir(QDir::tempPath()).absoluteFilePath(tName),
                                    [=](ScriptedService& pService) { script(pService, tBehaviour); });
     const pid_t tParent = ::getppid();
     while (!sQuit && sTerminated == 0 && ::getppid() == tParent) {
         pause(5);
     }
-    if (tBehaviour == "leaving") {
-        pause(500);
-    } else if (tStays) {
-        note(q("stays"));
+    if (tBehaviour == "lingering") {
+        note("stays");
         pause(90000);
     }
-    note(sTerminated != 0 ? q("terminated") : q("ended"));
+    pause(tBehaviour == "leaving" ? 500 : 0);
+    note(sTerminated != 0 ? "terminated" : "ended");
     return 0;
 }

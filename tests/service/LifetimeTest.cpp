@@ -7,24 +7,12 @@
 
 TEST_F(ServiceTest, CommandLine)
 {
-    const struct
-    {
-        QByteArray mArgument;
-        int mStatus;
-        const char* mOut;
-        const char* mErr;
-    } tCases[] = {
-        {"--help", 0, "Usage: vkservice", ""},
-        {"--version", 0, "vkservice ", ""},
-        {"-s=", 2, "", "Unknown argument: -s="},
-        {"update", 2, "", "Unknown argument: update"},
-    };
-    for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mArgument);
-        const Program::Result tResult = mRig.startAnother({tCase.mArgument})->wait();
-        EXPECT_EQ(tResult.mStatus, tCase.mStatus);
-        EXPECT_TRUE(tResult.mOut.startsWith(tCase.mOut)) << tResult.mOut;
-        EXPECT_TRUE(tResult.mErr.startsWith(tCase.mErr)) << tResult.mErr;
+    const auto tRun = [this](const char* pArgument) { return mRig.startAnother({pArgument})->wait(); };
+    EXPECT_TRUE(tRun("--help").mOut.startsWith("Usage: vkservice"));
+    EXPECT_TRUE(tRun("--version").mOut.startsWith("vkservice "));
+    for (const char* tWrong : {"-s=", "update"}) {
+        EXPECT_EQ(tRun(tWrong).mStatus, 2);
+        EXPECT_TRUE(tRun(tWrong).mErr.startsWith(QByteArray("Unknown argument: ") + tWrong));
     }
     EXPECT_FALSE(QFile::exists(mRig.state("state.db")));
 }
@@ -59,21 +47,12 @@ TEST_F(ServiceTest, WhatIsNotItsSocketIsLeftAlone)
 TEST_F(ServiceTest, PlaceOfTheSocket)
 {
     const QString tAbsolute = mRig.installation().path("named.socket");
-    const struct
-    {
-        QByteArray mConfigured;
-        QList<QByteArray> mArguments;
-        QString mSocket;
-    } tCases[] = {
-        {"", {"-e", "-worker", "-s=given"}, mRig.installation().socketPath("given")},
-        {"socketName = \"set\"\n", {"-e", "-worker"}, mRig.installation().socketPath("set")},
-        {"socketName = \"set\"\n", {"-e", "-worker", "-s=" + tAbsolute.toUtf8()}, tAbsolute},
-    };
-    for (const auto& tCase : tCases) {
-        SCOPED_TRACE(tCase.mSocket);
-        mRig.configure(tCase.mConfigured);
-        const auto tService = mRig.startAnother(tCase.mArguments);
-        EXPECT_EQ(RawPeer(tCase.mSocket).call("ping"), true);
+    mRig.configure("socketName = \"set\"\n");
+    for (const auto& [tGiven, tSocket] : {std::pair(q("-worker"), mRig.installation().socketPath("set")),
+                                          {q("-s=given"), mRig.installation().socketPath("given")},
+                                          {q("-s=") + tAbsolute, tAbsolute}}) {
+        const auto tService = mRig.startAnother({"-e", "-worker", tGiven.toUtf8()});
+        EXPECT_EQ(RawPeer(tSocket).call("ping"), true) << tSocket;
         tService->signal(SIGTERM);
         EXPECT_EQ(tService->wait().mStatus, 0);
     }

@@ -1,9 +1,5 @@
 #include "ServiceRig.h"
 
-#include "sqlite/Database.h"
-
-using tarn::vkcore::Database;
-
 TEST_F(ServiceTest, ConfiguredServerComesWithTheFirstStartOnly)
 {
     mRig.configure("defaultServer = \"https://updates.example.com/\"\n");
@@ -58,18 +54,4 @@ TEST_F(ServiceTest, StoreDamagedUnderTheServiceIsReplaced)
     ASSERT_EQ(tPeer.errorOf("setKdmlDataDirectory", R"({"path": "/data"})"), 0);
     ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
     EXPECT_EQ(mRig.connect().call("getKdmlDataDirectory"), q("/data"));
-}
-
-TEST_F(ServiceTest, StoreOfANewerVersionIsRefused)
-{
-    mRig.start();
-    EXPECT_EQ(mRig.stop(), 0);
-    Database tDatabase;
-    ASSERT_TRUE(tDatabase.open(mRig.state("state.db"), Database::Mode::ReadWrite));
-    ASSERT_TRUE(tDatabase.setSchemaVersion(1000));
-    tDatabase.close();
-    expectRefusal(mRig.startAnother()->wait(), "newer version");
-    EXPECT_EQ(QDir(mRig.state("")).entryList({q("state.db.*")}), QStringList()) << "it is left alone";
-    ASSERT_TRUE(tDatabase.open(mRig.state("state.db"), Database::Mode::ReadOnly));
-    EXPECT_EQ(tDatabase.schemaVersion(), 1000);
 }

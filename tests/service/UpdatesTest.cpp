@@ -230,15 +230,6 @@ TEST_F(UpdatesTest, NoRunBeginsWithSettingsThatCantBeRead)
     EXPECT_TRUE(mRig.log().contains("The settings of the update: the store failed")) << mRig.log();
 }
 
-TEST_F(UpdatesTest, RunThatTheServiceDidNotSurviveHasAResult)
-{
-    ASSERT_NO_FATAL_FAILURE(startHeldRun());
-    ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
-    mPeer = std::make_unique<RawPeer>(mRig.socket());
-    EXPECT_EQ(result(false), 4);
-    EXPECT_EQ(status(), Idle);
-}
-
 TEST_F(UpdatesTest, RunThatIsCutShortAgainAndAgainBeginsLaterEachTime)
 {
     ASSERT_NO_FATAL_FAILURE(startHeldRun());
@@ -254,6 +245,8 @@ TEST_F(UpdatesTest, RunThatIsCutShortAgainAndAgainBeginsLaterEachTime)
         start({"-e"});
     };
     ASSERT_NO_FATAL_FAILURE(tRestart(-1));
+    EXPECT_EQ(result(false), 4);
+    EXPECT_EQ(status(), Idle);
     ASSERT_EQ(mPeer->call("setScheduleParameters",
                           R"({"mode": 2, "flags": 0, "nextCheck": "2199-01-02T03:04:05", "periodCount": 1,
                               "unit": 1, "extra": null, "save": true})"),
@@ -300,15 +293,8 @@ TEST_F(UpdatesTest, AutomaticScheduleRunsByItselfAndMovesOn)
     const QString tMoved = tNext();
     mRig.program().signal(SIGKILL);
     mRig.program().wait();
-    start({"-e"});
+    start(); // as a worker, which has no schedule
     EXPECT_EQ(tNext(), tMoved);
-}
-
-TEST_F(UpdatesTest, WorkerHasNoSchedule)
-{
-    start();
-    QJsonObject tSchedule =
-        Json(R"({"mode": 2, "flags": 0, "periodCount": 1, "unit": 1, "extra": null, "save": true})");
     tSchedule.insert(q("nextCheck"), inSeconds(1));
     ASSERT_EQ(mPeer->call("setScheduleParameters", tSchedule), true);
     EXPECT_TRUE(mMonitor->event(2500).isEmpty());

@@ -164,13 +164,10 @@ TEST_F(EventsTest, ATimerThatCallsTheServiceAllTheTimeDoesNotStarveThem)
     EXPECT_TRUE(follow(q("status 0")));
 }
 
-TEST_F(EventsTest, NothingComesBeforeMonitorModeOrAfterClose)
+TEST_F(EventsTest, NothingComesAfterClose)
 {
-    ASSERT_TRUE(mMonitor.ping());
-    mService.hangUp();
-    EXPECT_FALSE(mMonitor.ping());
-    ASSERT_TRUE(mMonitor.enterMonitorMode());
     mAfterAnswer = status(0);
+    ASSERT_TRUE(mMonitor.enterMonitorMode());
     ASSERT_TRUE(mClient.triggerUpdate(true));
     ASSERT_TRUE(mClient.ping());
     mMonitor.close();
