@@ -1,18 +1,23 @@
 // rkm's command line: each line of an input is one argument. The commands run for real, against a service
 // that answers as an idle one does.
-#include "support/Arguments.h"
 #include "support/ScratchFolder.h"
 
 #include "ScriptedService.h"
 #include "vkc_Application.h"
 
+#include <vkcore/ProcessArgumentList.h>
+
+#include <QtCore/QByteArrayList>
 #include <QtCore/QCoreApplication>
 
-#include <cstdlib>
+#include <vector>
 
 using namespace tarn;
 
 namespace {
+
+// What ProcessArgumentList gives below, in place of the process's own arguments.
+std::vector<char*> sArguments;
 
 const fuzz::ScratchFolder& folder()
 {
@@ -48,6 +53,18 @@ void run()
 
 } // namespace
 
+vkcore::ProcessArgumentList::ProcessArgumentList() = default;
+
+int vkcore::ProcessArgumentList::argc() const
+{
+    return static_cast<int>(sArguments.size()) - 1;
+}
+
+char** vkcore::ProcessArgumentList::argv() const
+{
+    return sArguments.data();
+}
+
 extern "C" int LLVMFuzzerInitialize(int* pArgc, char*** pArgv)
 {
     // No service and no settings of this machine are met.
@@ -61,8 +78,14 @@ extern "C" int LLVMFuzzerInitialize(int* pArgc, char*** pArgv)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
 {
     static ScriptedService sService(socketPath());
-    fuzz::setArguments("rkm\n" +
-                       QByteArray(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize)));
+    const QByteArray tInput =
+        "rkm\n" + QByteArray(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize));
+    QByteArrayList tLines = (tInput.endsWith('\n') ? tInput.chopped(1) : tInput).split('\n');
+    sArguments.clear();
+    for (QByteArray& tLine : tLines) {
+        sArguments.push_back(tLine.data());
+    }
+    sArguments.push_back(nullptr);
     run();
     QCoreApplication::processEvents();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
