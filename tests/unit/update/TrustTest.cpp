@@ -59,6 +59,19 @@ TEST_F(TrustTest, PassesOverAServerThatIsBehind)
     }
 }
 
+// Each has one package that it can't give, but only one has the newest state.
+TEST_F(TrustTest, TakesNothingOfAnOlderStateOnceItKnowsANewerOne)
+{
+    QFile::remove(mTargets.value(q("maps")));
+    const QString tOld = mirror("old");
+    package("lib").mVersion = q("2.0");
+    mRepository.add(package("lib"));
+    mRepository.publish();
+    mMachine.setServers({tOld, mRepository.uri()});
+    run(ResultInstallFailed);
+    EXPECT_EQ(text(mMachine.packages()), "app 1.0.0\nlib 2.0.0");
+}
+
 // Version 1.0.0 had trusted metadata for each address.
 TEST_F(TrustTest, TakesOverTheTrustOfVersionOne)
 {
