@@ -39,7 +39,7 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addRule(wholeNumberRule(QStringLiteral("update.parallelDownloads"), 2, 1, 16));
     pVariables.addRule(wholeNumberRule(QStringLiteral("update.bandwidthLimit"), 0, 0, qint64(1) << 40));
     pVariables.addRule(wholeNumberRule(QStringLiteral("update.minimumRate"), 5000, 0, 1000 * 1000 * 1000));
-    pVariables.addRule(pathRule(QStringLiteral("update.caFile"), QString()));
+    pVariables.addRule(certificatesRule(QStringLiteral("update.caFile")));
     pVariables.addRule(
         pathRule(QStringLiteral("update.rootFile"), pConfigDir + QStringLiteral("/root.json")));
     pVariables.addRule(yesNoRule(QStringLiteral("update.suppressed"), false));
@@ -50,7 +50,7 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addRule(textRule(QStringLiteral("mail.user"), QString()));
     pVariables.addRule(textRule(QStringLiteral("mail.password"), QString()));
     pVariables.addRule(wordRule(QStringLiteral("mail.startTls"), startTlsWords()));
-    pVariables.addRule(pathRule(QStringLiteral("mail.caFile"), QString()));
+    pVariables.addRule(certificatesRule(QStringLiteral("mail.caFile")));
     pVariables.addRule(yesNoRule(QStringLiteral("mail.allowPlaintext"), false));
     pVariables.addRule(wholeNumberRule(QStringLiteral("mail.timeout"), 60, 1, 600));
     // Keys of the configuration file begin so. They are not variables.

@@ -74,6 +74,13 @@ VariableRule pathRule(const QString& pName, const QString& pDefault)
             }};
 }
 
+VariableRule certificatesRule(const QString& pName)
+{
+    VariableRule tRule = pathRule(pName, QString());
+    tRule.mKeepsWrong = true;
+    return tRule;
+}
+
 VariableRule textRule(const QString& pName, const QString& pDefault)
 {
     return {pName, pDefault, [](const QString& pText) {
@@ -115,7 +122,8 @@ QString ConfigVariables::configured(const VariableRule& pRule) const
 {
     const QString tValue =
         mConfiguration ? mConfiguration(QStringLiteral("service.") + pRule.mName) : QString();
-    return !tValue.isEmpty() && pRule.mCheck(tValue).isNull() ? tValue : QString();
+    const bool tCounts = !tValue.isEmpty() && (pRule.mKeepsWrong || pRule.mCheck(tValue).isNull());
+    return tCounts ? tValue : QString();
 }
 
 std::optional<QString> ConfigVariables::value(const QString& pName) const

@@ -22,6 +22,9 @@ struct VariableRule
     // Gives the reason why a text is no value of this variable, a null text if it is one.
     std::function<QString(const QString&)> mCheck;
     QStringList mWords = {}; // of a wordRule
+    // A wrong value of the configuration counts all the same, and fails where it is used: the default would
+    // be less safe than what was meant.
+    bool mKeepsWrong = false;
 };
 
 // The rules of values that several variables share.
@@ -30,6 +33,8 @@ VariableRule wholeNumberRule(const QString& pName, qint64 pDefault, qint64 pFrom
 VariableRule wordRule(const QString& pName, const QStringList& pWords);
 VariableRule yesNoRule(const QString& pName, bool pDefault);
 VariableRule pathRule(const QString& pName, const QString& pDefault);
+// The file of the only certificates that count; empty for those of the system.
+VariableRule certificatesRule(const QString& pName);
 VariableRule textRule(const QString& pName, const QString& pDefault);
 
 // The configuration variables, by name. Those that the service knows are checked, and have a default that the
@@ -57,8 +62,9 @@ public:
     // version took. False with a reason.
     bool set(const QString& pName, const QString& pValue, QString* pReason);
 
-    // Of known variables. A value of the configuration that breaks the rule is no value. *pAllRead becomes
-    // false, and is not changed otherwise, where the database can't be read: the value then says nothing.
+    // Of known variables. A value of the configuration that breaks the rule is no value, unless the rule
+    // keeps it. *pAllRead becomes false, and is not changed otherwise, where the database can't be read: the
+    // value then says nothing.
     QString text(const QString& pName, bool* pAllRead = nullptr) const;
     qint64 number(const QString& pName, bool* pAllRead = nullptr) const
     {

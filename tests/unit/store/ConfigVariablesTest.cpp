@@ -77,6 +77,11 @@ TEST_F(ConfigVariablesTest, ValueThenConfigurationThenRule)
     mConfiguration.insert(q("service.number"), q("much"));
     EXPECT_EQ(mVariables.number(q("number")), 5) << "a wrong value of the configuration is none";
     EXPECT_TRUE(mVariables.complaints().value(0).contains(q("service.number")));
+
+    mVariables.addRule(tarn::vkservice::store::certificatesRule(q("caFile")));
+    mConfiguration.insert(q("service.caFile"), q("ca.pem"));
+    EXPECT_EQ(mVariables.text(q("caFile")), q("ca.pem"))
+        << "no other certificates than those that were meant";
 }
 
 // From the configuration or stored, the two readers of a value agree on what it may be.
