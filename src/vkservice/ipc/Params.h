@@ -22,13 +22,6 @@ public:
         return tValue;
     }
 
-    // pDefault where the member is not there at all.
-    template <typename T>
-    T getOr(const char* pName, T pDefault)
-    {
-        return mParams.contains(QLatin1String(pName)) ? get<T>(pName) : pDefault;
-    }
-
     // A member that is an object with a reader of its own.
     template <typename T>
     void object(const char* pName, T* pTo)

@@ -28,11 +28,6 @@ void ScheduleTimer::start(const ScheduleSettings& pSettings)
     evaluate();
 }
 
-void ScheduleTimer::change(const ScheduleSettings& pWanted)
-{
-    start(afterChange(mSettings, pWanted, mClock.now()));
-}
-
 void ScheduleTimer::setJitter(int pSeconds)
 {
     if (pSeconds != mJitter) {

@@ -23,8 +23,6 @@ public:
     const ScheduleSettings& settings() const { return mSettings; }
     // Puts a schedule in force as it is. A check whose date went by meanwhile, however often, comes once.
     void start(const ScheduleSettings& pSettings);
-    // Makes the wish consistent (see afterChange) and puts it in force.
-    void change(const ScheduleSettings& pWanted);
     // A schedule that is paused is kept and changed, but never comes round.
     void pause() { mPaused = true; }
     void setJitter(int pSeconds);

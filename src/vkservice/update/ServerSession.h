@@ -22,11 +22,9 @@ public:
                   os::FileSystem& pFileSystem, const os::AbortFlag& pAbort);
     ~ServerSession();
 
-    // Asks the server. What is not a usable package goes to *pWarnings.
+    // Asks the server: for one small file if the last complete run saw this very state. What is not a usable
+    // package goes to *pWarnings.
     Trouble open(QStringList* pWarnings);
-    // True after open() if the last complete run saw this very state: the server was asked for one small
-    // file.
-    bool nothingNew() const { return mNothingNew; }
     // Of the state that it offers, 0 where nothing is new. Servers that open() has taken never go back in it.
     qint64 snapshotVersion() const { return mSnapshotVersion; }
     const QList<Offer>& offers() const { return mOffers; }
@@ -34,7 +32,7 @@ public:
     const QString& label() const { return mLabel; }
     Source& source() { return *mSource; }
 
-    // Remembers that all that this server offers is installed, for nothingNew() of later runs.
+    // Remembers that all that this server offers is installed, for open() of later runs.
     void markComplete(const QByteArray& pState);
 
 private:

@@ -134,11 +134,11 @@ TEST_F(ScheduleTimerTest, ADateThatComesBackWasNotChosen)
     mTimer.start({});
     ScheduleSettings tWanted;
     tWanted.mMode = Scheduler::AutoUpdateAutomatic;
-    mTimer.change(tWanted);
+    mTimer.start(afterChange(mTimer.settings(), tWanted, mClock.now()));
     EXPECT_EQ(mTimer.settings().mNextCheck, date("2026-03-10T12:10:00"));
     tWanted.mNextCheck = date("2026-03-10T12:10:00");
     tWanted.mPeriodCount = 3;
-    mTimer.change(tWanted);
+    mTimer.start(afterChange(mTimer.settings(), tWanted, mClock.now()));
     EXPECT_FALSE(mTimer.settings().mNextCheckChosen);
     EXPECT_EQ(mTimer.settings().mNextCheck, date("2026-03-12T12:10:00"));
 }
