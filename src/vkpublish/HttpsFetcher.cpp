@@ -22,7 +22,7 @@ struct Body
     static size_t take(char* pData, size_t pSize, size_t pCount, void* pSelf)
     {
         auto* tSelf = static_cast<Body*>(pSelf);
-        const auto tLength = static_cast<qint64>(pSize * pCount);
+        const auto tLength = static_cast<qint64>(pSize) * static_cast<qint64>(pCount);
         if (tLength > tSelf->mMaxLength - tSelf->mTo->size()) {
             return 0;
         }

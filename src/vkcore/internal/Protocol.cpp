@@ -171,14 +171,15 @@ QJsonObject error(std::optional<qint64> pId, int pCode, const QString& pMessage)
             {QStringLiteral("error"), tError}};
 }
 
-QJsonObject event(const QString& pMethod, QJsonObject pParams)
+QJsonObject event(const QString& pMethod, const QJsonObject& pParams)
 {
-    for (QJsonValueRef tValue : pParams) {
+    QJsonObject tParams = pParams;
+    for (QJsonValueRef tValue : tParams) {
         if (tValue.isString()) {
             tValue = singleLine(tValue.toString(), sMaxMessage);
         }
     }
-    return call(pMethod, pParams);
+    return call(pMethod, tParams);
 }
 
 QJsonValue toJson(const QString& pText)

@@ -44,7 +44,7 @@ QJsonObject result(qint64 pId, const QJsonValue& pResult);
 // The texts of errors and events are for people: they go out as singleLine, whatever they quote.
 // pId none: an error that answers no particular request (id null).
 QJsonObject error(std::optional<qint64> pId, int pCode, const QString& pMessage);
-QJsonObject event(const QString& pMethod, QJsonObject pParams);
+QJsonObject event(const QString& pMethod, const QJsonObject& pParams);
 
 // A null text is null, and back.
 QJsonValue toJson(const QString& pText);

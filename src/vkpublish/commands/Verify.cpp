@@ -12,6 +12,8 @@
 #include "tuf/AtomicFile.h"
 #include "tuf/Metadata.h"
 
+#include <QtCore/QFileInfo>
+
 #include <algorithm>
 
 namespace tarn::vkpublish {
