@@ -24,7 +24,7 @@ constexpr mode_t sManifestMode = 0644;
 } // namespace
 
 Generations::Generations(os::FileSystem& pFileSystem, const PackageFolders& pFolders, const Roots& pRoots)
-    : mFileSystem(pFileSystem), mFolders(pFolders), mRoots(pRoots), mReader(pFileSystem, mFolders),
+    : mFileSystem(pFileSystem), mFolders(pFolders), mReader(pFileSystem, mFolders),
       mLeftovers(pFileSystem, mFolders, pRoots, mReader)
 {
 }

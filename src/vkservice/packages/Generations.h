@@ -58,7 +58,6 @@ private:
 
     os::FileSystem& mFileSystem;
     PackageFolders mFolders;
-    const Roots& mRoots;
     GenerationReader mReader;
     Leftovers mLeftovers;
 };
