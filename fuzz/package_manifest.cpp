@@ -10,7 +10,7 @@
 #include <cstdlib>
 
 using namespace tarn::vkservice;
-using namespace tarn::vkservice::packages;
+using namespace tarn::packages;
 
 namespace {
 

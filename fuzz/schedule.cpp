@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <optional>
 
+using namespace tarn::vkservice;
 using namespace tarn::vkservice::schedule;
 using tarn::vkcore::Scheduler;
 

@@ -94,7 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
     Repository tRepository(QByteArray(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize)));
     const fuzz::ScratchFolder tFolder;
     const QDateTime tNow(QDate(2026, 3, 1), QTime(12, 0), Qt::UTC);
-    vkservice::os::FileSystem& tFiles = vkservice::os::realFileSystem();
+    os::FileSystem& tFiles = os::realFileSystem();
     if (Updater::initialize(tFiles, tFolder.path(), tRepository.file(QStringLiteral("root.json")))) {
         return 0;
     }

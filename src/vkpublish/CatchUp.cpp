@@ -25,8 +25,7 @@ bool isFarAhead(const Record& pRecord, const RepositoryState& pSeen, const QStri
 class WithRootOfRecord : public FolderFetcher
 {
 public:
-    WithRootOfRecord(vkservice::os::FileSystem& pFileSystem, const QString& pRepository,
-                     const Record& pRecord)
+    WithRootOfRecord(os::FileSystem& pFileSystem, const QString& pRepository, const Record& pRecord)
         : FolderFetcher(pFileSystem, metadataFolder(pRepository)),
           mName(versionedName(tuf::sRoot, pRecord.mVersions[tuf::sRoot])), mRoot(pRecord.mRoot)
     {
@@ -48,8 +47,7 @@ private:
 
 // The first root, where the repository has it and its roots lead to that of the record: what is online may be
 // older than that.
-QByteArray rootToStartFrom(vkservice::os::FileSystem& pFileSystem, const QString& pRepository,
-                           const Record& pRecord)
+QByteArray rootToStartFrom(os::FileSystem& pFileSystem, const QString& pRepository, const Record& pRecord)
 {
     WithRootOfRecord tFolder(pFileSystem, pRepository, pRecord);
     QByteArray tFirst;
@@ -73,8 +71,8 @@ bool dropKnownRoots(const Record& pRecord, RepositoryState* pSeen)
     return true;
 }
 
-bool writeRoots(vkservice::os::FileSystem& pFileSystem, const RepositoryState& pSeen,
-                const QString& pRepository, QString* pError)
+bool writeRoots(os::FileSystem& pFileSystem, const RepositoryState& pSeen, const QString& pRepository,
+                QString* pError)
 {
     qint64 tVersion = pSeen.mVersions[tuf::sRoot] - pSeen.mNewRoots.size();
     for (const QByteArray& tRoot : pSeen.mNewRoots) {
@@ -111,8 +109,8 @@ bool raiseVersions(KeyFolder* pKeys, const RepositoryState& pSeen, bool* pRaised
     return true;
 }
 
-bool takeOver(vkservice::os::FileSystem& pFileSystem, tuf::Fetcher& pFrom, const QString& pRepository,
-              KeyFolder* pKeys, bool* pRaised, QString* pError)
+bool takeOver(os::FileSystem& pFileSystem, tuf::Fetcher& pFrom, const QString& pRepository, KeyFolder* pKeys,
+              bool* pRaised, QString* pError)
 {
     RepositoryState tSeen;
     const QByteArray tRoot = rootToStartFrom(pFileSystem, pRepository, pKeys->mRecord);

@@ -17,7 +17,7 @@ bool raiseVersions(KeyFolder* pKeys, const RepositoryState& pSeen, bool* pRaised
 
 // The same with what a repository offers elsewhere, all of which has to be verified. Roots that the
 // repository in the folder pRepository lacks are written there.
-bool takeOver(vkservice::os::FileSystem& pFileSystem, tuf::Fetcher& pFrom, const QString& pRepository,
-              KeyFolder* pKeys, bool* pRaised, QString* pError);
+bool takeOver(os::FileSystem& pFileSystem, tuf::Fetcher& pFrom, const QString& pRepository, KeyFolder* pKeys,
+              bool* pRaised, QString* pError);
 
 } // namespace tarn::vkpublish

@@ -108,7 +108,7 @@ private:
         }
         pEntry->mLinkTarget = QByteArray(tTarget.data(), tLength);
         const int tDepth = static_cast<int>(pEntry->mPath.count('/'));
-        return vkservice::packages::linkStaysInside(pEntry->mLinkTarget, tDepth) ||
+        return packages::linkStaysInside(pEntry->mLinkTarget, tDepth) ||
                refuse(pEntry->mPath, QStringLiteral("the link to %1 leads, or may lead, out of the package")
                                          .arg(QFile::decodeName(pEntry->mLinkTarget)));
     }

@@ -68,7 +68,7 @@ bool HttpsFetcher::setUp(const QByteArray& pUrl)
     curl_easy_setopt(mCurl, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_OPTIONAL));
     curl_easy_setopt(mCurl, CURLOPT_CONNECTTIMEOUT, sConnectSeconds);
     curl_easy_setopt(mCurl, CURLOPT_TIMEOUT, sTotalSeconds);
-    return vkservice::net::setTlsTrust(mCurl, mCaFile);
+    return net::setTlsTrust(mCurl, mCaFile);
 }
 
 tuf::Error HttpsFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)

@@ -35,7 +35,7 @@ QString systemReason()
 
 } // namespace
 
-KeyFolder::KeyFolder(vkservice::os::FileSystem& pFileSystem, const QString& pPath)
+KeyFolder::KeyFolder(os::FileSystem& pFileSystem, const QString& pPath)
     : mFileSystem(pFileSystem), mPath(pPath)
 {
 }

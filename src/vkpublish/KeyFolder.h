@@ -6,7 +6,7 @@
 
 #include <QtCore/QString>
 
-namespace tarn::vkservice::os {
+namespace tarn::os {
 class FileSystem;
 }
 
@@ -16,7 +16,7 @@ namespace tarn::vkpublish {
 class KeyFolder
 {
 public:
-    KeyFolder(vkservice::os::FileSystem& pFileSystem, const QString& pPath);
+    KeyFolder(os::FileSystem& pFileSystem, const QString& pPath);
     ~KeyFolder(); // lets the lock go
     KeyFolder(const KeyFolder&) = delete;
     KeyFolder& operator=(const KeyFolder&) = delete;
@@ -53,7 +53,7 @@ private:
     bool readKeyFile(const QString& pName, std::optional<tuf::SigningKey>* pTo, QString* pError);
     QString findKeyFile(const QString& pRole, const QStringList& pIds);
 
-    vkservice::os::FileSystem& mFileSystem;
+    os::FileSystem& mFileSystem;
     QString mPath;
     int mLockFd = -1;
 };

@@ -11,7 +11,7 @@
 
 namespace tarn::vkpublish {
 
-FolderFetcher::FolderFetcher(vkservice::os::FileSystem& pFileSystem, const QString& pFolder)
+FolderFetcher::FolderFetcher(os::FileSystem& pFileSystem, const QString& pFolder)
     : mFileSystem(pFileSystem), mFolder(pFolder)
 {
 }
@@ -40,7 +40,7 @@ std::unique_ptr<tuf::Fetcher> openMetadata(const QString& pPlace, const QString&
         return nullptr;
     }
     const QString tFolder = tUrl.isLocalFile() ? tUrl.toLocalFile() : pPlace;
-    return std::make_unique<FolderFetcher>(vkservice::os::realFileSystem(),
+    return std::make_unique<FolderFetcher>(os::realFileSystem(),
                                            metadataFolder(QDir::current().absoluteFilePath(tFolder)));
 }
 

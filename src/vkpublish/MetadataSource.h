@@ -14,12 +14,12 @@ class FolderFetcher : public tuf::Fetcher
 {
 public:
     // pFolder: with the metadata itself.
-    FolderFetcher(vkservice::os::FileSystem& pFileSystem, const QString& pFolder);
+    FolderFetcher(os::FileSystem& pFileSystem, const QString& pFolder);
 
     tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
 
 private:
-    vkservice::os::FileSystem& mFileSystem;
+    os::FileSystem& mFileSystem;
     QString mFolder;
 };
 

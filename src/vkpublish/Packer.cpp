@@ -17,7 +17,7 @@
 
 namespace tarn::vkpublish {
 
-using vkservice::os::FileSystem;
+using os::FileSystem;
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include <vector>
 
-namespace tarn::vkservice::os {
+namespace tarn::os {
 class FileSystem;
 }
 
@@ -26,8 +26,8 @@ struct PackResult
 // permissions and times: owner and group are 0, write permission is the owner's alone, times are whole
 // seconds and not later than pLatest. The archive is on disk when this returns true. After false, with a
 // reason, there is none.
-bool packFolder(vkservice::os::FileSystem& pFileSystem, const QString& pFolder,
-                const std::vector<FolderEntry>& pEntries, const QDateTime& pLatest, int pLevel,
-                const QString& pArchive, PackResult* pTo, QString* pError);
+bool packFolder(os::FileSystem& pFileSystem, const QString& pFolder, const std::vector<FolderEntry>& pEntries,
+                const QDateTime& pLatest, int pLevel, const QString& pArchive, PackResult* pTo,
+                QString* pError);
 
 } // namespace tarn::vkpublish

@@ -35,7 +35,7 @@ bool isAsStated(const QString& pPath, const QJsonObject& pStated)
 
 } // namespace
 
-Publication::Publication(vkservice::os::FileSystem& pFileSystem, const QString& pRepository, KeyFolder& pKeys)
+Publication::Publication(os::FileSystem& pFileSystem, const QString& pRepository, KeyFolder& pKeys)
     : mFileSystem(pFileSystem), mRepository(pRepository), mKeys(pKeys)
 {
 }

@@ -25,7 +25,7 @@ class Publication
 {
 public:
     // The key folder must be open.
-    Publication(vkservice::os::FileSystem& pFileSystem, const QString& pRepository, KeyFolder& pKeys);
+    Publication(os::FileSystem& pFileSystem, const QString& pRepository, KeyFolder& pKeys);
 
     // Signs the timestamp anew, and the other files where their content changed or less than half of their
     // life is left. Where the repository is ahead of the record, by files that the record's keys have signed,
@@ -54,7 +54,7 @@ private:
                         PublishedFile* pTo, QString* pError);
     bool writeRoot(QString* pError);
 
-    vkservice::os::FileSystem& mFileSystem;
+    os::FileSystem& mFileSystem;
     QString mRepository;
     KeyFolder& mKeys;
     QMap<QString, QList<tuf::SigningKey>> mSigners; // role -> keys

@@ -49,8 +49,8 @@ tuf::KeyMap allKeys(const QString& pRepository)
     for (const QString& tName : tFolder.entryList({QStringLiteral("*.root.json")}, QDir::Files)) {
         QByteArray tFile;
         tuf::Root tRoot;
-        if (!tuf::readWholeFile(vkservice::os::realFileSystem(), tFolder.filePath(tName),
-                                tuf::Limits().mRootLength, &tFile) &&
+        if (!tuf::readWholeFile(os::realFileSystem(), tFolder.filePath(tName), tuf::Limits().mRootLength,
+                                &tFile) &&
             !tuf::parseRoot(tFile, &tRoot)) {
             tKeys.insert(tRoot.mKeys);
         }
@@ -76,8 +76,7 @@ class WatchedFolder : public FolderFetcher
 {
 public:
     explicit WatchedFolder(const QString& pRepository)
-        : FolderFetcher(vkservice::os::realFileSystem(), metadataFolder(pRepository)),
-          mRepository(pRepository)
+        : FolderFetcher(os::realFileSystem(), metadataFolder(pRepository)), mRepository(pRepository)
     {
     }
 
@@ -108,8 +107,8 @@ private:
 
 bool isPackage(const tuf::TargetFile& pTarget, QString* pReason)
 {
-    vkservice::packages::PackageInfo tInfo;
-    if (vkservice::packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, pReason)) {
+    packages::PackageInfo tInfo;
+    if (packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, pReason)) {
         return true;
     }
     *pReason = QStringLiteral("%1 is not described as a package: %2").arg(pTarget.mPath, *pReason);
@@ -139,7 +138,7 @@ VerificationResult verifyRepository(const QString& pRepository, const QByteArray
     VerificationResult tResult;
     const QTemporaryDir tTrusted;
     WatchedFolder tFetcher(pRepository);
-    vkservice::os::FileSystem& tFileSystem = vkservice::os::realFileSystem();
+    os::FileSystem& tFileSystem = os::realFileSystem();
     tuf::Updater tUpdater(tFileSystem, tTrusted.path(), tFetcher, pNow);
     QList<tuf::TargetFile> tTargets;
     tuf::Error tError = tuf::Updater::initialize(tFileSystem, tTrusted.path(), pRoot);

@@ -34,7 +34,6 @@ namespace tarn::vkservice {
 
 using namespace vkcore;
 using control::UpdateControl;
-using schedule::ScheduleSettings;
 
 namespace {
 
@@ -462,16 +461,16 @@ void Service::onDue()
 }
 
 // A machine that has just woken up may have no network yet, and its next check may be weeks away.
-void Service::onRunEnded(const store::RunRecord& pRecord, bool pManual)
+void Service::onRunEnded(const RunRecord& pRecord, bool pManual)
 {
-    mApp.write(pRecord.mCode == update::ResultSuccess ? LogLevel::Notice : LogLevel::Warning,
+    mApp.write(pRecord.mCode == ResultSuccess ? LogLevel::Notice : LogLevel::Warning,
                QStringLiteral("The update has ended: %1").arg(mUpdates->resultText(pRecord)));
     replaceDamagedStore();
     mMail->onRunEnded(pRecord);
     if (pManual || isWorker() || mEnding) {
         return;
     }
-    if (pRecord.mCode != update::ResultUnreachable || mRetries >= sMaxRetries) {
+    if (pRecord.mCode != ResultUnreachable || mRetries >= sMaxRetries) {
         mRetries = 0;
         return;
     }
@@ -568,7 +567,7 @@ void Service::reportDamage(const QString& pDamagedFile)
 {
     const QString tText = QStringLiteral("The service's store was damaged. Its settings are lost.");
     const QString tDetails = QStringLiteral("The damaged store was kept as %1.").arg(pDamagedFile);
-    mUpdates->note(update::ResultStoreDamaged, tText + u' ' + tDetails);
+    mUpdates->note(ResultStoreDamaged, tText + u' ' + tDetails);
     sendError(0, tText, tDetails);
     if (!mSockets.hasMonitor()) {
         mHeldErrors.append(messageParams(0, tText, tDetails));

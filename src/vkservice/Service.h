@@ -72,7 +72,7 @@ public:
     const QString& socketName() const { return mSocketName; }
 
     // pSave false: the stored schedule stays, and comes back with the next start.
-    bool changeSchedule(const schedule::ScheduleSettings& pWanted, bool pSave);
+    bool changeSchedule(const ScheduleSettings& pWanted, bool pSave);
     // What hangs on a variable or on the configuration looks anew.
     void onVariablesChanged();
     // The answer to a request that the store let down. A damaged store is replaced.
@@ -99,8 +99,8 @@ private:
     // What was chosen, else the language of the service.
     QString languageOr(const std::optional<QString>& pChosen) const;
     void onDue();
-    void onScheduleMoved(const schedule::ScheduleSettings& pSettings);
-    void onRunEnded(const store::RunRecord& pRecord, bool pManual);
+    void onScheduleMoved(const ScheduleSettings& pSettings);
+    void onRunEnded(const RunRecord& pRecord, bool pManual);
     void connectMail();
     void openMail();
     void sendError(int pType, const QString& pText, const QString& pDetails);

@@ -8,7 +8,7 @@ from support import SOURCE
 
 
 HEADERS = ["src/vkcore/include/vkcore/Server.h", "src/vkcore/internal/Protocol.h", "src/vkc/vkc_Application.h",
-           "src/vkservice/os/FileSystem.h", "src/vkservice/tuf/Updater.h", "src/vkservice/update/UpdateRun.h"]
+           "src/os/FileSystem.h", "src/tuf/Updater.h", "src/vkservice/update/UpdateRun.h"]
 
 
 class Lint(unittest.TestCase):
@@ -27,8 +27,8 @@ class Lint(unittest.TestCase):
             ("src/vkc/Run.cpp", '#include "internal/Protocol.h"\n', "which src/vkc may not"),
             ("src/vkc/Run.cpp", "#include <vkcore/Server.h>\n#include \"vkc_Application.h\"\n", None),
             ("src/vkservice/Service.cpp", '#include "../vkc/vkc_Application.h"\n', "only the client may"),
-            ("src/vkservice/os/Clock.cpp", '#include "tuf/Updater.h"\n', "which src/vkservice/os may not"),
-            ("src/vkservice/tuf/Keys.cpp", '#include "os/FileSystem.h"\n', None),
+            ("src/os/Clock.cpp", '#include "tuf/Updater.h"\n', "which src/os may not"),
+            ("src/tuf/Keys.cpp", '#include "os/FileSystem.h"\n', None),
             ("src/vkcore/include/vkcore/Config.h", "#pragma once\n#include <internal/Protocol.h>\n",
              "which src/vkcore/include may not"),
             ("src/vkc/Console.h", "class Console;\n", "no #pragma once"),

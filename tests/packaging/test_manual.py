@@ -108,8 +108,8 @@ class Manual(unittest.TestCase):
                     self.assertIn(kind, ["certificates", "path", "text"])
 
     def test_every_result_of_a_run(self):
-        codes = dict(re.findall(r"(Result\w+) = (\d+)", read("src/vkservice/update/ResultCode.h")))
-        texts = re.findall(r'case (Result\w+):\s+return QStringLiteral\("(.*?)"\)', read("src/vkservice/update/ResultCodes.cpp"))
+        codes = dict(re.findall(r"(Result\w+) = (\d+)", read("src/vkservice/values/ResultCode.h")))
+        texts = re.findall(r'case (Result\w+):\s+return QStringLiteral\("(.*?)"\)', read("src/vkservice/values/ResultCode.cpp"))
         self.assertEqual(len(codes), len(texts))
         explained = dict(re.findall(r"(?m)^\.It (\d+) \\\(en (.*)$", read("docs/man/vkservice.8")))
         self.assertEqual({codes[name]: text for name, text in texts},

@@ -18,8 +18,8 @@
 
 namespace tarn::vkpublish {
 
-using vkservice::packages::Kind;
-using vkservice::packages::PackageInfo;
+using packages::Kind;
+using packages::PackageInfo;
 
 namespace {
 
@@ -169,9 +169,9 @@ void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTa
 // Packs the folder and puts it into the record.
 bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pReport, QString* pError)
 {
-    vkservice::os::FileSystem& tFileSystem = vkservice::os::realFileSystem();
+    os::FileSystem& tFileSystem = os::realFileSystem();
     KeyFolder tKeys(tFileSystem, pLine.keys());
-    const QString tName = vkservice::packages::archiveName(pInfo);
+    const QString tName = packages::archiveName(pInfo);
     std::vector<FolderEntry> tEntries;
     if (!tKeys.open(pError) || !scanFolder(pLine.argument(1), &tEntries, pError) ||
         !checkExecutables(pInfo, tEntries, pError)) {

@@ -84,7 +84,7 @@ int cmdInit(const QStringList& pArguments)
         return StatusUsage;
     }
 
-    vkservice::os::FileSystem& tFileSystem = vkservice::os::realFileSystem();
+    os::FileSystem& tFileSystem = os::realFileSystem();
     KeyFolder tKeys(tFileSystem, tLine.keys());
     const QString tRootPath = versionedPath(tLine.repository(), tuf::sRoot, 1);
     QString tError;

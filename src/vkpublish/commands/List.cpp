@@ -12,7 +12,7 @@
 
 namespace tarn::vkpublish {
 
-using vkservice::packages::PackageInfo;
+using packages::PackageInfo;
 
 namespace {
 
@@ -21,8 +21,8 @@ QStringList row(const QJsonObject& pTarget, const QString& pState)
     PackageInfo tInfo;
     QString tProblem;
     PackageInfo::fromJson(pTarget[QLatin1String("custom")].toObject(), &tInfo, &tProblem);
-    const QString tKind = tInfo.mKind == vkservice::packages::Kind::Data ? QStringLiteral("data")
-                                                                         : QStringLiteral("application");
+    const QString tKind =
+        tInfo.mKind == packages::Kind::Data ? QStringLiteral("data") : QStringLiteral("application");
     return {tInfo.mName,
             tInfo.mVersion.version().toTarnAppFormat(),
             tInfo.mVersion.date().toString(QStringLiteral("yyyy-MM-dd")),
@@ -76,7 +76,7 @@ int cmdList(const QStringList& pArguments)
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
     }
-    KeyFolder tKeys(vkservice::os::realFileSystem(), tLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
     QString tError;
     if (!tKeys.openForReading(&tError)) {
         complain(tError);

@@ -93,7 +93,7 @@ bool readJob(const CommandLine& pLine, Job* pTo)
 
 bool publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys, QString* pError)
 {
-    vkservice::os::FileSystem& tFileSystem = vkservice::os::realFileSystem();
+    os::FileSystem& tFileSystem = os::realFileSystem();
     Publication tPublication(tFileSystem, pLine.repository(), *pKeys);
     bool tRaised = false;
     if (!pKeys->open(pError) ||
@@ -126,7 +126,7 @@ int cmdPublish(const QStringList& pArguments)
     if (!readJob(tLine, &tJob)) {
         return StatusUsage;
     }
-    KeyFolder tKeys(vkservice::os::realFileSystem(), tLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
     QString tError;
     if (!publish(tLine, tJob, &tKeys, &tError)) {
         complain(tError);

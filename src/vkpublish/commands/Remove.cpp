@@ -16,10 +16,10 @@ QStringList archivesOf(const QJsonObject& pTargets, const QString& pName,
 {
     QStringList tFound;
     for (auto tIt = pTargets.begin(); tIt != pTargets.end(); ++tIt) {
-        vkservice::packages::PackageInfo tInfo;
+        packages::PackageInfo tInfo;
         QString tProblem;
-        if (vkservice::packages::PackageInfo::fromJson(tIt.value()[QLatin1String("custom")].toObject(),
-                                                       &tInfo, &tProblem) &&
+        if (packages::PackageInfo::fromJson(tIt.value()[QLatin1String("custom")].toObject(), &tInfo,
+                                            &tProblem) &&
             tInfo.mName == pName && (!pVersion || tInfo.mVersion.version() == *pVersion)) {
             tFound.append(tIt.key());
         }
@@ -50,7 +50,7 @@ int cmdRemove(const QStringList& pArguments)
             return StatusUsage;
         }
     }
-    KeyFolder tKeys(vkservice::os::realFileSystem(), tLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
     QString tError;
     if (!tKeys.open(&tError)) {
         complain(tError);

@@ -41,8 +41,8 @@ int cmdRotateKey(const QStringList& pArguments)
 
     const QDateTime tNow = QDateTime::currentDateTimeUtc();
     const PublicationTimes tTimes{tNow, tNow.addDays(*tDays), tNow.addDays(365)};
-    KeyFolder tKeys(vkservice::os::realFileSystem(), tLine.keys());
-    Publication tPublication(vkservice::os::realFileSystem(), tLine.repository(), tKeys);
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
+    Publication tPublication(os::realFileSystem(), tLine.repository(), tKeys);
     QString tError;
     QDateTime tOldUntil;
     if (!tKeys.open(&tError) || !rotateKey(&tKeys, &tPublication, tRole, tType, tTimes,

@@ -47,7 +47,7 @@ bool hasVoucher(const CommandLine& pLine)
 // Whether the roots lead to the one in the key folder's record.
 bool isOfTheKeys(const CommandLine& pLine, const QList<QByteArray>& pRoots, QString* pError)
 {
-    KeyFolder tKeys(vkservice::os::realFileSystem(), pLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), pLine.keys());
     if (!tKeys.openForReading(pError)) {
         return false;
     }
@@ -102,7 +102,7 @@ bool isUpToDate(const RepositoryState& pHere, const RepositoryState& pThere, con
 
 bool compareWith(tuf::Fetcher& pOther, const CommandLine& pLine, const QByteArray& pRoot, QString* pError)
 {
-    FolderFetcher tFolder(vkservice::os::realFileSystem(), metadataFolder(pLine.repository()));
+    FolderFetcher tFolder(os::realFileSystem(), metadataFolder(pLine.repository()));
     RepositoryState tHere;
     RepositoryState tThere;
     tuf::Error tError = readState(tFolder, pRoot, &tHere);
@@ -154,8 +154,7 @@ int cmdVerify(const QStringList& pArguments)
     const QString tRootPath =
         tLine.isSet("root") ? tLine.value("root") : versionedPath(tLine.repository(), tuf::sRoot, 1);
     QByteArray tRoot;
-    if (const tuf::Error tError =
-            tuf::readWholeFile(vkservice::os::realFileSystem(), tRootPath, sMaxRoot, &tRoot)) {
+    if (const tuf::Error tError = tuf::readWholeFile(os::realFileSystem(), tRootPath, sMaxRoot, &tRoot)) {
         complain(tError.mText);
         return StatusFailed;
     }

@@ -70,12 +70,12 @@ void MailControl::onMonitoringChanged(const MonitoringSettings& pSettings)
     mMailer.setMonitoringSettings(pSettings, Mailer::Reason::Changed);
 }
 
-void MailControl::onRunEnded(const store::RunRecord& pRecord)
+void MailControl::onRunEnded(const RunRecord& pRecord)
 {
     if (pRecord.mBegan.isValid()) {
         mMailer.onRunFinished({pRecord.mBegan.toString(Qt::ISODateWithMs),
-                               static_cast<update::ResultCode>(pRecord.mCode), pRecord.mText,
-                               pRecord.mFinished, packagesSince(pRecord.mBegan)});
+                               static_cast<ResultCode>(pRecord.mCode), pRecord.mText, pRecord.mFinished,
+                               packagesSince(pRecord.mBegan)});
     }
 }
 
@@ -134,13 +134,9 @@ void MailControl::storeSummaryDate(const QDateTime& pWhen)
 
 mail::MachineStatus MailControl::machineStatus() const
 {
-    const store::RunRecord tRun = mSurroundings.mLastRun();
-    return {static_cast<update::ResultCode>(tRun.mCode),
-            tRun.mText,
-            tRun.mFinished,
-            tRun.mLastSuccess,
-            mSurroundings.mNextCheck(),
-            installedPackages()};
+    const RunRecord tRun = mSurroundings.mLastRun();
+    return {static_cast<ResultCode>(tRun.mCode), tRun.mText,         tRun.mFinished, tRun.mLastSuccess,
+            mSurroundings.mNextCheck(),          installedPackages()};
 }
 
 QList<PackageLine> MailControl::installedPackages() const

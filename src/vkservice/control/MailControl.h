@@ -2,7 +2,7 @@
 
 #include "mail/MachineStatus.h"
 #include "mail/Mailer.h"
-#include "store/RunRecord.h"
+#include "values/RunRecord.h"
 
 #include <vkcore/MonitoringSettings.h>
 
@@ -29,7 +29,7 @@ public:
     // What the mailer can't find in the store; the language is that of the packages' titles.
     struct Surroundings
     {
-        std::function<store::RunRecord()> mLastRun;
+        std::function<RunRecord()> mLastRun;
         std::function<QDateTime()> mNextCheck;
         std::function<QString()> mInstallDir;
         QString mStateDir;
@@ -44,7 +44,7 @@ public:
     void onVariablesChanged();
     void onMonitoringChanged(const vkcore::MonitoringSettings& pSettings);
     // Tells of a run once, however often it is called with the record of the same run.
-    void onRunEnded(const store::RunRecord& pRecord);
+    void onRunEnded(const RunRecord& pRecord);
     void tick() { mMailer.tick(); }
     // Gives a mail that is on its way a while to get there.
     void finish(int pTimeoutMs);

@@ -92,9 +92,9 @@ update::Progress UpdateControl::progress() const
     return tProgress;
 }
 
-QString UpdateControl::resultText(const store::RunRecord& pRecord) const
+QString UpdateControl::resultText(const RunRecord& pRecord) const
 {
-    return pRecord.mText.isEmpty() ? update::resultText(static_cast<ResultCode>(pRecord.mCode))
+    return pRecord.mText.isEmpty() ? vkservice::resultText(static_cast<ResultCode>(pRecord.mCode))
                                    : pRecord.mText;
 }
 
@@ -104,7 +104,7 @@ bool UpdateControl::trigger(bool pManual, QString* pReason)
         return true;
     }
     if (mSuppressed()) {
-        record(ResultSuppressed, update::resultText(ResultSuppressed));
+        record(ResultSuppressed, vkservice::resultText(ResultSuppressed));
         mSessionRun = mLastRun;
         mStatus = StatusSuppressed;
         // Said again whatever was said last: whoever asked for a run waits for its end.

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "store/RunRecord.h"
 #include "update/UpdateRun.h"
+#include "values/RunRecord.h"
 
 #include <vkcore/Types.h>
 
@@ -39,15 +39,15 @@ public:
     // and after the eighth: what ends the service so often is left to the schedule.
     std::optional<int> resumeSeconds() const;
     // Puts down a result that belongs to no run.
-    void note(update::ResultCode pCode, const QString& pText);
+    void note(ResultCode pCode, const QString& pText);
 
     vkcore::ServiceStatus status() const;
     bool isActive() const;
     update::Progress progress() const;
-    const store::RunRecord& lastRun() const { return mLastRun; }
+    const RunRecord& lastRun() const { return mLastRun; }
     // The last run of this process, code 0 if there was none.
-    const store::RunRecord& sessionRun() const { return mSessionRun; }
-    QString resultText(const store::RunRecord& pRecord) const;
+    const RunRecord& sessionRun() const { return mSessionRun; }
+    QString resultText(const RunRecord& pRecord) const;
 
     // A run under way is joined. Where updates are suppressed nothing starts, and that is the result.
     bool trigger(bool pManual, QString* pReason);
@@ -62,11 +62,11 @@ Q_SIGNALS:
     void notification(int pType, const QString& pText, const QString& pDetails);
     void error(int pType, const QString& pText, const QString& pDetails);
     // Comes before the status that ends the run.
-    void runEnded(const tarn::vkservice::store::RunRecord& pRecord, bool pManual);
+    void runEnded(const tarn::vkservice::RunRecord& pRecord, bool pManual);
 
 private:
     void finish(const update::RunResult& pResult);
-    void record(update::ResultCode pCode, const QString& pText, const QDateTime& pBegan = {});
+    void record(ResultCode pCode, const QString& pText, const QDateTime& pBegan = {});
     void setStatus(vkcore::ServiceStatus pStatus);
     vkcore::ServiceStatus restingStatus() const;
 
@@ -74,8 +74,8 @@ private:
     store::Settings& mSettings;
     RequestSource mRequests;
     std::function<bool()> mSuppressed;
-    store::RunRecord mLastRun;
-    store::RunRecord mSessionRun;
+    RunRecord mLastRun;
+    RunRecord mSessionRun;
     vkcore::ServiceStatus mStatus = vkcore::StatusIdle;
     QDateTime mBegan;
     bool mManual = false;

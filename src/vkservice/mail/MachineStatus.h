@@ -1,6 +1,6 @@
 #pragma once
 
-#include "update/ResultCode.h"
+#include "values/ResultCode.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QList>
@@ -22,7 +22,7 @@ struct PackageLine
 // What the machine looks like now.
 struct MachineStatus
 {
-    update::ResultCode mLastResult = update::ResultNone; // of the last run
+    ResultCode mLastResult = ResultNone; // of the last run
     QString mLastResultText;
     QDateTime mLastRun;     // its end; invalid before the first
     QDateTime mLastSuccess; // the end of the last run with success, also one that found nothing new; invalid
@@ -35,7 +35,7 @@ struct MachineStatus
 struct RunReport
 {
     QString mRunId; // tells this run from all others, also after a restart
-    update::ResultCode mResult = update::ResultNone;
+    ResultCode mResult = ResultNone;
     QString mText; // what happened, in words
     QDateTime mEnd;
     QList<PackageLine> mPackages; // those that it installed or failed to install

@@ -29,10 +29,10 @@ qint64 secondsOfDays(int pDays)
 
 // Failures that another run does not simply mend, as it does those of the network; time without success is
 // the matter of the overdue mail.
-bool isLastingFailure(update::ResultCode pResult)
+bool isLastingFailure(ResultCode pResult)
 {
-    return pResult == update::ResultVerificationFailed || pResult == update::ResultNoSpace ||
-           pResult == update::ResultInstallFailed || pResult == update::ResultStoreDamaged;
+    return pResult == ResultVerificationFailed || pResult == ResultNoSpace ||
+           pResult == ResultInstallFailed || pResult == ResultStoreDamaged;
 }
 
 } // namespace
@@ -72,13 +72,13 @@ Notices::Story Notices::storyOf(const Audience& pAudience, const RunReport& pRun
     const bool tReported = mMemory.text(sFailure) == tFailure;
     Story tStory;
     // A run that has installed something and was aborted is one that the service did not survive.
-    if (pRun.mResult == update::ResultSuccess || pRun.mResult == update::ResultAborted) {
-        tStory.mFailureChanges = pRun.mResult == update::ResultSuccess;
+    if (pRun.mResult == ResultSuccess || pRun.mResult == ResultAborted) {
+        tStory.mFailureChanges = pRun.mResult == ResultSuccess;
         if (tUpdateMails && !pRun.mPackages.isEmpty()) {
             tStory.mKind = MailKind::UpdateDone;
             tStory.mContent = updateDone(pAudience.mClient, pRun);
         }
-    } else if (pRun.mResult == update::ResultManualIntervention) {
+    } else if (pRun.mResult == ResultManualIntervention) {
         if (tMails && tSettings.eventMailOnManualIntervention() && !tReported) {
             tStory = {MailKind::ManualIntervention, manualIntervention(pAudience.mClient, pRun), true,
                       tFailure};

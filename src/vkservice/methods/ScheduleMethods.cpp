@@ -7,7 +7,6 @@ namespace tarn::vkservice::methods {
 
 using namespace vkcore;
 using namespace ipc;
-using schedule::ScheduleSettings;
 
 namespace {
 

@@ -27,7 +27,7 @@ Reply progress(Service& pService)
     });
 }
 
-const store::RunRecord& record(Service& pService, bool pThisSession)
+const RunRecord& record(Service& pService, bool pThisSession)
 {
     return pThisSession ? pService.updates().sessionRun() : pService.updates().lastRun();
 }

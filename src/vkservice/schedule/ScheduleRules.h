@@ -1,6 +1,6 @@
 #pragma once
 
-#include "schedule/ScheduleSettings.h"
+#include "values/ScheduleSettings.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>

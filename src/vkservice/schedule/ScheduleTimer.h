@@ -1,6 +1,6 @@
 #pragma once
 
-#include "schedule/ScheduleSettings.h"
+#include "values/ScheduleSettings.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
@@ -35,7 +35,7 @@ public:
 
 Q_SIGNALS:
     // The schedule has been moved on, before due().
-    void moved(const tarn::vkservice::schedule::ScheduleSettings& pSettings);
+    void moved(const tarn::vkservice::ScheduleSettings& pSettings);
     // It is time for a check.
     void due();
 

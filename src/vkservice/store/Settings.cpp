@@ -9,7 +9,6 @@
 namespace tarn::vkservice::store {
 
 using namespace vkcore;
-using schedule::ScheduleSettings;
 
 namespace {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "schedule/ScheduleSettings.h"
-#include "store/RunRecord.h"
+#include "values/RunRecord.h"
+#include "values/ScheduleSettings.h"
 
 #include <vkcore/MonitoringSettings.h>
 #include <vkcore/NetProxy.h>
@@ -45,8 +45,8 @@ public:
     // A null text leaves that language as it is.
     bool setLanguages(const QString& pApp, const QString& pData);
 
-    std::optional<schedule::ScheduleSettings> schedule() const;
-    bool setSchedule(const schedule::ScheduleSettings& pSchedule);
+    std::optional<ScheduleSettings> schedule() const;
+    bool setSchedule(const ScheduleSettings& pSchedule);
 
     std::optional<vkcore::MonitoringSettings> monitoring() const;
     bool setMonitoring(const vkcore::MonitoringSettings& pSettings);

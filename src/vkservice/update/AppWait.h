@@ -6,11 +6,11 @@
 #include "update/Plan.h"
 #include "update/Reporter.h"
 
-namespace tarn::vkservice::os {
+namespace tarn::os {
 class AbortFlag;
 class ProcessList;
 struct Process;
-} // namespace tarn::vkservice::os
+} // namespace tarn::os
 
 namespace tarn::vkservice::update {
 

@@ -8,7 +8,7 @@
 #include <functional>
 #include <memory>
 
-namespace tarn::vkservice::os {
+namespace tarn::os {
 class AbortFlag;
 }
 

@@ -3,7 +3,7 @@
 #include "packages/PackageFolders.h"
 #include "update/Plan.h"
 
-namespace tarn::vkservice::os {
+namespace tarn::os {
 class FileSystem;
 }
 

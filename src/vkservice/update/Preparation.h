@@ -7,10 +7,10 @@
 
 #include <functional>
 
-namespace tarn::vkservice::os {
+namespace tarn::os {
 class AbortFlag;
 class FileSystem;
-} // namespace tarn::vkservice::os
+} // namespace tarn::os
 
 namespace tarn::vkservice::update {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "update/UpdateRun.h"
+#include "update/RunRequest.h"
 
 #include <QtCore/QMutex>
 

@@ -9,11 +9,11 @@
 #include <memory>
 #include <vector>
 
-namespace tarn::vkservice::os {
+namespace tarn::os {
 class AbortFlag;
 class FileSystem;
 class ProcessList;
-} // namespace tarn::vkservice::os
+} // namespace tarn::os
 
 namespace tarn::vkservice::update {
 

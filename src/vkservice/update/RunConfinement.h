@@ -1,7 +1,7 @@
 #pragma once
 
 #include "os/Failure.h"
-#include "update/UpdateRun.h"
+#include "update/RunRequest.h"
 
 #include <QtCore/QStringList>
 

@@ -6,7 +6,7 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QString>
 
-namespace tarn::vkservice::os {
+namespace tarn::os {
 class FileSystem;
 }
 

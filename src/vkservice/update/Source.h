@@ -1,5 +1,6 @@
 #pragma once
 
+#include "update/RunRequest.h"
 #include "update/Sink.h"
 #include "update/Trouble.h"
 
@@ -9,10 +10,10 @@
 
 #include <memory>
 
-namespace tarn::vkservice::os {
+namespace tarn::os {
 class AbortFlag;
 class FileSystem;
-} // namespace tarn::vkservice::os
+} // namespace tarn::os
 
 namespace tarn::vkservice::update {
 

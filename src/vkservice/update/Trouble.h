@@ -2,7 +2,7 @@
 
 #include "os/Failure.h"
 #include "tuf/Updater.h"
-#include "update/UpdateRun.h"
+#include "values/ResultCode.h"
 
 #include <QtCore/QString>
 

@@ -6,7 +6,7 @@
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
-namespace tarn::vkservice::os {
+namespace tarn::os {
 class FileSystem;
 }
 

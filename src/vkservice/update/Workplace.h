@@ -5,7 +5,12 @@
 #include "packages/PackageFolders.h"
 #include "packages/Roots.h"
 #include "update/RunLog.h"
+#include "update/RunRequest.h"
 #include "update/Trouble.h"
+
+namespace tarn::os {
+class ProcessList;
+}
 
 namespace tarn::vkservice::update {
 

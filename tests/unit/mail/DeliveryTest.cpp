@@ -16,7 +16,7 @@ protected:
     void runUpdate(const SmtpSettings& pSettings)
     {
         mRig.startReal(pSettings);
-        mRig.finish(someRun(q("run"), update::ResultSuccess, 1));
+        mRig.finish(someRun(q("run"), ResultSuccess, 1));
     }
     void set(const SmtpSettings& pSettings)
     {
@@ -41,7 +41,7 @@ TEST_F(DeliveryTest, TextAndHtmlOverStartTlsWithLogin)
     mRig.mSettings.setClientName(tName);
     mSink.startSecure();
     mRig.startReal(mSink.settings());
-    RunReport tRun = someRun(q("1"), update::ResultSuccess, 1);
+    RunReport tRun = someRun(q("1"), ResultSuccess, 1);
     tRun.mPackages[0].mReport = q(".\n..dots\nüberlang ") + QString(1500, u'x');
     mRig.finish(tRun);
 
@@ -157,7 +157,7 @@ TEST_F(DeliveryTest, NothingConfiguredAddsAHeaderARecipientOrAnotherMail)
     for (const char* tText : tHostile) {
         mRig.mSettings.setClientName(q(tText));
         mRig.set();
-        RunReport tRun = someRun(q(tText), update::ResultSuccess, 1);
+        RunReport tRun = someRun(q(tText), ResultSuccess, 1);
         tRun.mText = q(tText);
         tRun.mPackages[0] = {q(tText), q(tText), q(tText), q(tText)};
         mRig.finish(tRun);
@@ -190,7 +190,7 @@ TEST_F(DeliveryTest, AServerThatHangsHoldsUpNobodyAndTheSameMailIsSentAgain)
     mRig.startReal(mSink.settings());
     QElapsedTimer tTimer;
     tTimer.start();
-    mRig.mMailer->onRunFinished(someRun(q("1"), update::ResultSuccess, 1));
+    mRig.mMailer->onRunFinished(someRun(q("1"), ResultSuccess, 1));
     mRig.mMailer->tick();
     EXPECT_LT(tTimer.elapsed(), 2000);
     mSink.waitForMail();

@@ -23,19 +23,19 @@ protected:
 
 TEST_F(MachineMailsTest, ARunIsToldOnceAndAFailureOnceAsLongAsItLasts)
 {
-    const std::tuple<update::ResultCode, int, const char*> tRuns[] = {
+    const std::tuple<ResultCode, int, const char*> tRuns[] = {
         // result, packages, null: no mail
-        {update::ResultSuccess, 2, "updates installed"},
-        {update::ResultSuccess, 0, nullptr},
-        {update::ResultUnreachable, 0, nullptr},
-        {update::ResultAborted, 1, "updates installed"},
-        {update::ResultVerificationFailed, 0, "update failed"},
-        {update::ResultVerificationFailed, 0, nullptr},
-        {update::ResultNoSpace, 0, "update failed"},
-        {update::ResultManualIntervention, 0, "an update needs you"},
-        {update::ResultManualIntervention, 0, nullptr},
-        {update::ResultSuccess, 0, nullptr},
-        {update::ResultManualIntervention, 0, "an update needs you"},
+        {ResultSuccess, 2, "updates installed"},
+        {ResultSuccess, 0, nullptr},
+        {ResultUnreachable, 0, nullptr},
+        {ResultAborted, 1, "updates installed"},
+        {ResultVerificationFailed, 0, "update failed"},
+        {ResultVerificationFailed, 0, nullptr},
+        {ResultNoSpace, 0, "update failed"},
+        {ResultManualIntervention, 0, "an update needs you"},
+        {ResultManualIntervention, 0, nullptr},
+        {ResultSuccess, 0, nullptr},
+        {ResultManualIntervention, 0, "an update needs you"},
     };
     int tNumber = 0;
     for (const auto& [tResult, tPackages, tSubject] : tRuns) {
@@ -62,8 +62,8 @@ TEST_F(MachineMailsTest, EachKindCanBeSwitchedOff)
         tRig.address(q("admin@example.org"), true);
         (tRig.mSettings.*tSwitch)(false);
         tRig.start();
-        tRig.finish(someRun(q("1"), update::ResultSuccess, 1));
-        tRig.finish(someRun(q("2"), update::ResultManualIntervention));
+        tRig.finish(someRun(q("1"), ResultSuccess, 1));
+        tRig.finish(someRun(q("2"), ResultManualIntervention));
         tRig.passDays(8);
         EXPECT_EQ(tRig.mPost.take().size(), tSwitch == &Settings::setEventMailsEnabled ? 0 : 2);
     }
@@ -160,7 +160,7 @@ TEST_F(MachineMailsTest, SummaryOnChangeOnly)
          },
          10, 0},
         {"a change when the period has passed", [&] { tStatus.mInstalled[0].mVersion = q("1.1"); }, 0, 1},
-        {"one before", [&] { tStatus.mLastResult = update::ResultInstallFailed; }, 1, 0},
+        {"one before", [&] { tStatus.mLastResult = ResultInstallFailed; }, 1, 0},
         {"goes out later", [] {}, 1, 1},
         {"getting overdue is a change", [] {}, 1000, 1},
     };
@@ -174,7 +174,7 @@ TEST_F(MachineMailsTest, SummaryOnChangeOnly)
 TEST_F(MachineMailsTest, RetriesWithGrowingPausesAndGivesUpInTheEnd)
 {
     mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
-    mRig.finish(someRun(q("1"), update::ResultSuccess, 1));
+    mRig.finish(someRun(q("1"), ResultSuccess, 1));
     const QString tId = mRig.mPost.take().value(0).mMessageId;
     for (int i = 1; i < MailQueue::sMaxAttempts; ++i) {
         mRig.pass(MailQueue::pauseSeconds(i) - 1);
@@ -204,7 +204,7 @@ TEST_F(MachineMailsTest, WhatWaitsIsTriedAgainWhenTheClockOrTheServerChangesUnle
     int tLeft = std::size(tChanges);
     for (const auto& tChange : tChanges) {
         mRig.mPost.setOutcome(SendResult::Outcome::ServerFailed);
-        mRig.finish(someRun(QString::number(tLeft), update::ResultSuccess, 1));
+        mRig.finish(someRun(QString::number(tLeft), ResultSuccess, 1));
         mRig.mPost.take();
         mRig.mPost.setOutcome(SendResult::Outcome::Sent);
         mRig.mMailer->setSmtpSettings(mRig.mSmtp); // the same
@@ -227,7 +227,7 @@ TEST_F(MachineMailsTest, OneAddressDoesNotHoldUpTheOthers)
     for (const Outcome tOutcome : {Outcome::Refused, Outcome::Deferred, Outcome::ServerFailed}) {
         SCOPED_TRACE(static_cast<int>(tOutcome));
         mRig.mPost.mBadOutcome = tOutcome;
-        mRig.finish(someRun(QString::number(static_cast<int>(tOutcome)), update::ResultSuccess, 1));
+        mRig.finish(someRun(QString::number(static_cast<int>(tOutcome)), ResultSuccess, 1));
         mRig.pass(60);
         const QList<Mail> tMails = mRig.mPost.take();
         EXPECT_TRUE(std::any_of(tMails.begin(), tMails.end(), [](const Mail& pMail) {
@@ -243,9 +243,9 @@ TEST_F(MachineMailsTest, OneAddressDoesNotHoldUpTheOthers)
 
 TEST_F(MachineMailsTest, AFullDiskLosesNoMail)
 {
-    mRig.finish(someRun(q("0"), update::ResultSuccess, 1));
+    mRig.finish(someRun(q("0"), ResultSuccess, 1));
     EXPECT_EQ(sent(), 1);
-    RunReport tRun = someRun(q("1"), update::ResultSuccess, 1);
+    RunReport tRun = someRun(q("1"), ResultSuccess, 1);
     tRun.mPackages[0].mReport = QString(2000, u'x').replace(7, 1, u'\n');
     for (int i = 0; i < 150; ++i) {
         tRun.mPackages.append(tRun.mPackages[0]);
@@ -273,14 +273,14 @@ TEST_F(MachineMailsTest, AFullDiskLosesNoMail)
 
 TEST_F(MachineMailsTest, AMemoryThatCantBeReadTellsNothingTwice)
 {
-    mRig.finish(someRun(q("1"), update::ResultSuccess, 1));
+    mRig.finish(someRun(q("1"), ResultSuccess, 1));
     EXPECT_EQ(sent(), 1);
     ASSERT_TRUE(mRig.mDatabase.execute(
         "ALTER TABLE mail_memory RENAME TO real;"
         "CREATE VIEW mail_memory AS SELECT name, json('damaged') AS value FROM real;"
         "CREATE TRIGGER written INSTEAD OF INSERT ON mail_memory BEGIN SELECT 1; END;"
         "CREATE TRIGGER forgotten INSTEAD OF DELETE ON mail_memory BEGIN SELECT 1; END"));
-    mRig.finish(someRun(q("1"), update::ResultSuccess, 1));
+    mRig.finish(someRun(q("1"), ResultSuccess, 1));
     ASSERT_TRUE(mRig.mDatabase.execute("DROP VIEW mail_memory; ALTER TABLE real RENAME TO mail_memory"));
     mRig.pass(60);
     EXPECT_EQ(sent(), 0);
@@ -288,7 +288,7 @@ TEST_F(MachineMailsTest, AMemoryThatCantBeReadTellsNothingTwice)
 
 TEST_F(MachineMailsTest, AMailThatCantBeTakenOffTheQueueIsNotSentTwice)
 {
-    mRig.mMailer->onRunFinished(someRun(q("1"), update::ResultSuccess, 1));
+    mRig.mMailer->onRunFinished(someRun(q("1"), ResultSuccess, 1));
     ASSERT_TRUE(mRig.mDatabase.execute("PRAGMA query_only = 1"));
     mRig.settle();
     for (int i = 0; i < 5; ++i) {

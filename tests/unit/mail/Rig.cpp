@@ -116,7 +116,7 @@ int Rig::queued()
     return tQuery.step() ? static_cast<int>(tQuery.integer(0)) : -1;
 }
 
-RunReport someRun(const QString& pId, update::ResultCode pResult, int pPackages)
+RunReport someRun(const QString& pId, ResultCode pResult, int pPackages)
 {
     RunReport tRun;
     tRun.mRunId = pId;

@@ -83,7 +83,7 @@ private:
     void start(std::unique_ptr<SmtpTransport> pTransport);
 };
 
-RunReport someRun(const QString& pId, update::ResultCode pResult, int pPackages = 0);
+RunReport someRun(const QString& pId, ResultCode pResult, int pPackages = 0);
 
 // The code in a verification mail's text; empty if there is none.
 QString codeIn(const QString& pText);

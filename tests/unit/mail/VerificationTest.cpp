@@ -32,7 +32,7 @@ protected:
 
 TEST_F(VerificationTest, TheMailedCodeOpensTheAddress)
 {
-    mRig.finish(someRun(q("run 1"), update::ResultSuccess, 1));
+    mRig.finish(someRun(q("run 1"), ResultSuccess, 1));
     const QList<Mail> tMails = mRig.mPost.take();
     ASSERT_EQ(tMails.size(), 1) << "an address that is not verified got a mail about the machine";
     EXPECT_EQ(tMails.first().mRecipient, sAddress);
@@ -49,7 +49,7 @@ TEST_F(VerificationTest, TheMailedCodeOpensTheAddress)
         markVerified(mRig.mSettings.notificationEmailAddresses(), sAddress));
     mRig.set();
     EXPECT_EQ(mRig.mMailer->verificationState(sAddress), q("verified"));
-    mRig.finish(someRun(q("run 2"), update::ResultSuccess, 1));
+    mRig.finish(someRun(q("run 2"), ResultSuccess, 1));
     EXPECT_EQ(mRig.mPost.takeSubjects(), QStringList{q("lab-pc-3: updates installed")});
 }
 

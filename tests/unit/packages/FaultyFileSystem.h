@@ -12,7 +12,7 @@
 
 // The real file system, in which one operation, counted from 1, fails with an error number. A failing write
 // writes half of its bytes first, as a disk does that gets full; a failing close closes.
-class FaultyFileSystem : public tarn::vkservice::os::FileSystem
+class FaultyFileSystem : public tarn::os::FileSystem
 {
 public:
     void failAt(int pOperation, int pErrno)
@@ -134,7 +134,7 @@ private:
         return true;
     }
 
-    tarn::vkservice::os::FileSystem& mReal = tarn::vkservice::os::realFileSystem();
+    tarn::os::FileSystem& mReal = tarn::os::realFileSystem();
     QMutex mMutex;
     int mFailAt = 0;
     int mErrno = 0;

@@ -10,8 +10,8 @@
 
 #include <unistd.h>
 
-using namespace tarn::vkservice;
-using namespace tarn::vkservice::packages;
+using namespace tarn;
+using namespace tarn::packages;
 using tarn::vkcore::EnhVersion;
 using tarn::vkcore::Version;
 

@@ -8,8 +8,8 @@
 
 #include <algorithm>
 
-using namespace tarn::vkservice;
-using namespace tarn::vkservice::packages;
+using namespace tarn;
+using namespace tarn::packages;
 using Kind = os::Failure::Kind;
 
 namespace {

@@ -1,7 +1,7 @@
 #include "packages/PackageInfo.h"
 #include "Test.h"
 
-using namespace tarn::vkservice::packages;
+using namespace tarn::packages;
 using tarn::vkcore::EnhVersion;
 using tarn::vkcore::LangString;
 using tarn::vkcore::Version;

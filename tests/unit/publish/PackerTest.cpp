@@ -39,7 +39,7 @@ protected:
 
     // The reason why the folder "f" can't be packed; empty if it was.
     QString pack(const QDateTime& pLatest = QDateTime::currentDateTimeUtc(),
-                 tarn::vkservice::os::FileSystem& pFileSystem = tarn::vkservice::os::realFileSystem())
+                 tarn::os::FileSystem& pFileSystem = tarn::os::realFileSystem())
     {
         QString tError;
         std::vector<FolderEntry> tEntries;

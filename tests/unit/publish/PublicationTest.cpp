@@ -81,7 +81,7 @@ protected:
         }
     }
 
-    bool rotate(tarn::vkservice::os::FileSystem& pFileSystem, const QString& pRole) const
+    bool rotate(tarn::os::FileSystem& pFileSystem, const QString& pRole) const
     {
         const QDateTime tNow = QDateTime::currentDateTimeUtc();
         KeyFolder tKeys(pFileSystem, path("r.keys"));
@@ -124,7 +124,7 @@ TEST_F(RotationTest, AKillAtAnyMomentLeavesWhatClientsAccept)
             tFileSystem.failAt(tNumber, EIO);
             EXPECT_FALSE(rotate(tFileSystem, tRole));
             expectAccepted("r");
-            EXPECT_TRUE(rotate(tarn::vkservice::os::realFileSystem(), tRole));
+            EXPECT_TRUE(rotate(tarn::os::realFileSystem(), tRole));
             expectAccepted("r");
         }
     }
@@ -163,7 +163,7 @@ TEST_F(RotationTest, EveryPartOfACopyIsAcceptedInTheOrderOfTheManual)
 
 TEST_F(RotationTest, AnOldKeySignsUntilNoCopyCanNeedIt)
 {
-    ASSERT_TRUE(rotate(tarn::vkservice::os::realFileSystem(), q("timestamp")));
+    ASSERT_TRUE(rotate(tarn::os::realFileSystem(), q("timestamp")));
     const auto tSignatures = [this] { return readFile(path("r/metadata/timestamp.json")).count("\"sig\""); };
     EXPECT_EQ(tSignatures(), 2);
     QByteArray tRecord = readFile(path("r.keys/record.json"));

@@ -50,7 +50,7 @@ protected:
     // A client with a memory: what it trusts outlives the call. Gives the paths of all targets, or the error.
     QString followAsClient(const char* pClient = "client", const char* pRepository = "r") const
     {
-        tarn::vkservice::os::FileSystem& tFileSystem = tarn::vkservice::os::realFileSystem();
+        tarn::os::FileSystem& tFileSystem = tarn::os::realFileSystem();
         if (!QFileInfo::exists(path(pClient) + q("/root.json"))) {
             tarn::tuf::Updater::initialize(tFileSystem, path(pClient),
                                            readFile(path("r/metadata/1.root.json")));

@@ -4,6 +4,7 @@
 #include <QtCore/QSet>
 
 using namespace tarn::vkcore;
+using namespace tarn::vkservice;
 using namespace tarn::vkservice::schedule;
 
 namespace {

@@ -5,6 +5,7 @@
 #include "schedule/ScheduleRules.h"
 
 using namespace tarn::vkcore;
+using namespace tarn::vkservice;
 using namespace tarn::vkservice::schedule;
 
 namespace {

@@ -2,8 +2,8 @@
 
 #include "store/Settings.h"
 
+using namespace tarn::vkservice;
 using namespace tarn::vkcore;
-using namespace tarn::vkservice::schedule;
 using namespace tarn::vkservice::store;
 
 namespace {

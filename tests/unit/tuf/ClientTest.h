@@ -16,7 +16,7 @@ protected:
 
     void initialize()
     {
-        const Error tError = tarn::tuf::Updater::initialize(tarn::vkservice::os::realFileSystem(), mDir,
+        const Error tError = tarn::tuf::Updater::initialize(tarn::os::realFileSystem(), mDir,
                                                             mRepository.mFiles[q("1.root.json")]);
         ASSERT_FALSE(tError) << tError.mText;
     }
@@ -25,7 +25,7 @@ protected:
     Error refresh()
     {
         mRepository.mRequests.clear();
-        mUpdater.emplace(tarn::vkservice::os::realFileSystem(), mDir, mRepository, mNow, mLimits);
+        mUpdater.emplace(tarn::os::realFileSystem(), mDir, mRepository, mNow, mLimits);
         return mUpdater->refresh();
     }
 

@@ -2,7 +2,7 @@
 #include "FaultyFileSystem.h"
 
 using namespace tarn::tuf;
-using tarn::vkservice::os::FileSystem;
+using tarn::os::FileSystem;
 
 namespace {
 
@@ -78,7 +78,7 @@ TEST_F(UpdaterTest, AClockThatIsSetBackBringsNothingBackToLife)
         const Error tError = refresh();
         EXPECT_EQ(tError.mKind, ErrorKind::Expired);
         EXPECT_TRUE(tError.mText.contains(q("clock"))) << tError.mText;
-        EXPECT_EQ(Updater::provenTime(tarn::vkservice::os::realFileSystem(), mDir),
+        EXPECT_EQ(Updater::provenTime(tarn::os::realFileSystem(), mDir),
                   mRepository.mRoles[sTimestampRole].mExpires);
     }
     mRepository.mRoles[sTimestampRole].mKeys = {TestRepository::newKey()};

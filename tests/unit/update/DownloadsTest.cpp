@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+using namespace tarn;
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::update;
 

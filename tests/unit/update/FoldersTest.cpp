@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+using namespace tarn;
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::update;
 

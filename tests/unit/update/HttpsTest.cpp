@@ -9,6 +9,7 @@
 #include "update/HttpSource.h"
 #include "update/OsProxy.h"
 
+using namespace tarn;
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::update;
 using namespace tarn::vkcore;

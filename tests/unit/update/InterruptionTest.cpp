@@ -17,6 +17,7 @@
 #include <cstring>
 #include <list>
 
+using namespace tarn;
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::update;
 using namespace tarn::vkcore;

@@ -3,7 +3,7 @@
 #include "TestArchive.h"
 #include "tuf/Hashes.h"
 
-using tarn::vkservice::packages::PackageInfo;
+using tarn::packages::PackageInfo;
 
 PackageInfo infoOf(const TestPackage& pPackage)
 {

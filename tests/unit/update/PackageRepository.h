@@ -17,11 +17,11 @@ struct TestPackage
     FileMap mFiles = {{q("readme.txt"), QByteArray("read me")}}; // those below bin/ are executable
     QStringList mRequires = {};
     QString mLanguage = {};
-    tarn::vkservice::packages::Kind mKind = tarn::vkservice::packages::Kind::Application;
+    tarn::packages::Kind mKind = tarn::packages::Kind::Application;
     QStringList mExecutables = {};
 };
 
-tarn::vkservice::packages::PackageInfo infoOf(const TestPackage& pPackage);
+tarn::packages::PackageInfo infoOf(const TestPackage& pPackage);
 
 // A repository of packages in a folder of its own.
 class PackageRepository : public TestRepository
@@ -38,7 +38,7 @@ public:
     // Offered from the next publish() on, in place of one with the same target path. The path of its file.
     QString add(const TestPackage& pPackage);
     // The same with an archive of the test's own making.
-    QString add(const tarn::vkservice::packages::PackageInfo& pInfo, const QByteArray& pArchive);
+    QString add(const tarn::packages::PackageInfo& pInfo, const QByteArray& pArchive);
     // What is signed, sense or none, of the target that add() gave this path.
     void set(const QString& pFile, const char* pMember, const QJsonValue& pValue);
     void remove(const QString& pName);

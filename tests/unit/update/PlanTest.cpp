@@ -5,6 +5,7 @@
 
 #include <QtCore/QStringList>
 
+using namespace tarn;
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::update;
 using packages::InstalledPackage;

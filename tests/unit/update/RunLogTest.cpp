@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 
+using namespace tarn::vkservice;
 using namespace tarn::vkservice::update;
 
 using RunLogTest = UpdateFixture;

@@ -7,6 +7,7 @@
 
 #include <climits>
 
+using namespace tarn;
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::update;
 using tarn::vkcore::ServiceActivity;

@@ -16,8 +16,8 @@
 class TestMachine
 {
 public:
-    explicit TestMachine(const QByteArray& pRoot, tarn::vkservice::os::ProcessList& pProcesses =
-                                                      tarn::vkservice::os::realProcessList());
+    explicit TestMachine(const QByteArray& pRoot,
+                         tarn::os::ProcessList& pProcesses = tarn::os::realProcessList());
 
     tarn::vkservice::update::RunRequest& request() { return mRequest; }
     void setServers(const QStringList& pUris);
@@ -48,10 +48,10 @@ public:
     QStringList litter() const;
 
 private:
-    tarn::vkservice::packages::Manifest manifest() const;
+    tarn::packages::Manifest manifest() const;
 
     QTemporaryDir mDir;
-    tarn::vkservice::os::ProcessList& mProcesses;
+    tarn::os::ProcessList& mProcesses;
     FaultyFileSystem mFileSystem;
     tarn::vkservice::update::RunRequest mRequest;
     std::unique_ptr<tarn::vkservice::update::UpdateRun> mRun;

@@ -9,6 +9,7 @@
 #include <QtCore/QProcess>
 #include <QtCore/QSet>
 
+using namespace tarn;
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::update;
 

@@ -29,7 +29,7 @@ class UpdateFixture : public testing::Test
 protected:
     UpdateFixture()
     {
-        using tarn::vkservice::packages::Kind;
+        using tarn::packages::Kind;
         mPackages = {
             {q("app"), q("1.0"), {{q("bin/app"), "one"}, {q("doc/a.txt"), "a"}}, {q("lib")}},
             {q("lib"), q("1.0"), {{q("lib.so"), noise(60000, 1)}}},
@@ -58,7 +58,7 @@ protected:
     }
 
     // A run of the machine, which has to end so; of the line that the test has.
-    tarn::vkservice::update::RunResult run(tarn::vkservice::update::ResultCode pExpected,
+    tarn::vkservice::update::RunResult run(tarn::vkservice::ResultCode pExpected,
                                            int pLine = __builtin_LINE())
     {
         const tarn::vkservice::update::RunResult tResult = mMachine.run();

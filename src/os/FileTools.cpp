@@ -1,0 +1,217 @@
+#include "os/FileTools.h"
+
+#include "os/Descriptor.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace tarn::os {
+
+namespace {
+
+// Empties the folder behind pDirFd; the first errno, or 0.
+int removeEntries(FileSystem& pFileSystem, int pDirFd);
+
+int removeEntry(FileSystem& pFileSystem, int pDirFd, const QByteArray& pName, bool pIsDir)
+{
+    int tErrno = 0;
+    if (pIsDir) {
+        Descriptor tDir(pFileSystem, pFileSystem.openAt(pDirFd, pName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+        tErrno = tDir.isOpen() ? removeEntries(pFileSystem, tDir.fd()) : errno;
+    }
+    if (pFileSystem.unlinkAt(pDirFd, pName, pIsDir ? AT_REMOVEDIR : 0) != 0 && errno != ENOENT &&
+        tErrno == 0) {
+        tErrno = errno;
+    }
+    return tErrno;
+}
+
+bool isDirAt(int pDirFd, const char* pName)
+{
+    struct stat tStat;
+    return ::fstatat(pDirFd, pName, &tStat, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(tStat.st_mode);
+}
+
+int removeEntries(FileSystem& pFileSystem, int pDirFd)
+{
+    // closedir() closes what it was given, and the caller still needs its own.
+    const int tCopy = ::fcntl(pDirFd, F_DUPFD_CLOEXEC, 0);
+    DIR* tDir = tCopy < 0 ? nullptr : ::fdopendir(tCopy);
+    if (tDir == nullptr) {
+        const int tErrno = errno;
+        if (tCopy >= 0) {
+            ::close(tCopy);
+        }
+        return tErrno;
+    }
+    int tFirst = 0;
+    while (const dirent* tEntry = ::readdir(tDir)) {
+        if (std::strcmp(tEntry->d_name, ".") == 0 || std::strcmp(tEntry->d_name, "..") == 0) {
+            continue;
+        }
+        const bool tIsDir =
+            tEntry->d_type == DT_UNKNOWN ? isDirAt(pDirFd, tEntry->d_name) : tEntry->d_type == DT_DIR;
+        const int tErrno = removeEntry(pFileSystem, pDirFd, tEntry->d_name, tIsDir);
+        tFirst = tFirst == 0 ? tErrno : tFirst;
+    }
+    ::closedir(tDir);
+    return tFirst;
+}
+
+int readAll(FileSystem& pFileSystem, int pFd, qint64 pMaxSize, QByteArray* pTo)
+{
+    char tBuffer[64 * 1024];
+    for (;;) {
+        const ssize_t tGot = pFileSystem.read(pFd, tBuffer, sizeof tBuffer);
+        if (tGot == 0) {
+            return 0;
+        }
+        if (tGot < 0 && errno == EINTR) {
+            continue;
+        }
+        if (tGot < 0) {
+            return errno;
+        }
+        if (pTo->size() + tGot > pMaxSize) {
+            return EFBIG;
+        }
+        pTo->append(tBuffer, tGot);
+    }
+}
+
+} // namespace
+
+int writeAll(FileSystem& pFileSystem, int pFd, const char* pData, size_t pSize)
+{
+    while (pSize > 0) {
+        const ssize_t tDone = pFileSystem.write(pFd, pData, pSize);
+        if (tDone < 0 && errno == EINTR) {
+            continue;
+        }
+        if (tDone < 0) {
+            return -1;
+        }
+        pData += tDone;
+        pSize -= static_cast<size_t>(tDone);
+    }
+    return 0;
+}
+
+Failure makePath(FileSystem& pFileSystem, const QString& pPath, mode_t pMode)
+{
+    const QByteArray tPath = QFile::encodeName(pPath);
+    for (qsizetype tEnd = tPath.indexOf('/', 1);; tEnd = tPath.indexOf('/', tEnd + 1)) {
+        const QByteArray tPart = tEnd < 0 ? tPath : tPath.left(tEnd);
+        struct stat tStat;
+        const bool tThere = ::stat(tPart.constData(), &tStat) == 0;
+        if (tThere && !S_ISDIR(tStat.st_mode)) {
+            return Failure::fromErrno(ENOTDIR, QStringLiteral("make the folder %1").arg(pPath));
+        }
+        if (!tThere && pFileSystem.makeDir(tPart, pMode) != 0 && errno != EEXIST) {
+            return Failure::fromErrno(errno, QStringLiteral("make the folder %1").arg(pPath));
+        }
+        if (tEnd < 0) {
+            return {};
+        }
+    }
+}
+
+Failure readFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxSize, QByteArray* pTo)
+{
+    pTo->clear();
+    // Not blocking: a pipe in place of the file must not hold the caller up.
+    Descriptor tFile(pFileSystem, pFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_NONBLOCK));
+    return tFile.isOpen() ? readOpenFile(pFileSystem, tFile.fd(), pPath, pMaxSize, pTo)
+                          : Failure::fromErrno(errno, QStringLiteral("read %1").arg(pPath));
+}
+
+Failure readOpenFile(FileSystem& pFileSystem, int pFd, const QString& pPath, qint64 pMaxSize, QByteArray* pTo)
+{
+    pTo->clear();
+    const int tErrno = readAll(pFileSystem, pFd, pMaxSize, pTo);
+    return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, QStringLiteral("read %1").arg(pPath));
+}
+
+Failure writeFile(FileSystem& pFileSystem, const QString& pPath, const QByteArray& pBytes, mode_t pMode)
+{
+    Descriptor tFile(pFileSystem,
+                     pFileSystem.open(QFile::encodeName(pPath), O_WRONLY | O_CREAT | O_TRUNC, pMode));
+    if (!tFile.isOpen() ||
+        writeAll(pFileSystem, tFile.fd(), pBytes.constData(), static_cast<size_t>(pBytes.size())) != 0 ||
+        tFile.close() != 0) {
+        return Failure::fromErrno(errno, QStringLiteral("write %1").arg(pPath));
+    }
+    return {};
+}
+
+Failure replaceFile(FileSystem& pFileSystem, const QString& pPath, const QByteArray& pBytes, mode_t pMode)
+{
+    const QByteArray tPath = QFile::encodeName(pPath);
+    const QByteArray tNew = tPath + ".new";
+    pFileSystem.unlink(tNew);
+    Descriptor tFile(pFileSystem, pFileSystem.open(tNew, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, pMode));
+    if (!tFile.isOpen() ||
+        writeAll(pFileSystem, tFile.fd(), pBytes.constData(), static_cast<size_t>(pBytes.size())) != 0 ||
+        pFileSystem.fsync(tFile.fd()) != 0 || tFile.close() != 0 || pFileSystem.rename(tNew, tPath) != 0) {
+        const Failure tFailure = Failure::fromErrno(errno, QStringLiteral("write %1").arg(pPath));
+        pFileSystem.unlink(tNew);
+        return tFailure;
+    }
+    return syncDir(pFileSystem, QFileInfo(pPath).path());
+}
+
+Failure removeTree(FileSystem& pFileSystem, const QString& pPath)
+{
+    const QByteArray tPath = QFile::encodeName(pPath);
+    struct stat tStat;
+    if (::lstat(tPath.constData(), &tStat) != 0) {
+        return errno == ENOENT ? Failure()
+                               : Failure::fromErrno(errno, QStringLiteral("remove %1").arg(pPath));
+    }
+    const int tErrno = removeEntry(pFileSystem, AT_FDCWD, tPath, S_ISDIR(tStat.st_mode));
+    return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, QStringLiteral("remove %1").arg(pPath));
+}
+
+int openBelow(FileSystem& pFileSystem, int pDirFd, const QByteArrayList& pNames)
+{
+    const int tFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
+    Descriptor tDir(pFileSystem, pFileSystem.openAt(pDirFd, ".", tFlags));
+    for (const QByteArray& tName : pNames) {
+        if (!tDir.isOpen()) {
+            return -1;
+        }
+        tDir = Descriptor(pFileSystem, pFileSystem.openAt(tDir.fd(), tName, tFlags));
+    }
+    return tDir.release();
+}
+
+Failure removeBelow(FileSystem& pFileSystem, int pDirFd, const QByteArrayList& pNames, const QString& pPath)
+{
+    const Descriptor tDir(pFileSystem, openBelow(pFileSystem, pDirFd, pNames.first(pNames.size() - 1)));
+    struct stat tStat;
+    int tErrno = 0;
+    if (!tDir.isOpen() || ::fstatat(tDir.fd(), pNames.last().constData(), &tStat, AT_SYMLINK_NOFOLLOW) != 0) {
+        tErrno = errno == ENOENT ? 0 : errno;
+    } else {
+        tErrno = removeEntry(pFileSystem, tDir.fd(), pNames.last(), S_ISDIR(tStat.st_mode));
+    }
+    return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, QStringLiteral("remove %1").arg(pPath));
+}
+
+Failure syncDir(FileSystem& pFileSystem, const QString& pPath)
+{
+    Descriptor tDir(pFileSystem, pFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_DIRECTORY));
+    if (!tDir.isOpen() || pFileSystem.fsync(tDir.fd()) != 0) {
+        return Failure::fromErrno(errno, QStringLiteral("write the folder %1 to the disk").arg(pPath));
+    }
+    return {};
+}
+
+} // namespace tarn::os

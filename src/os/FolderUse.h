@@ -1,0 +1,40 @@
+#pragma once
+
+#include "os/FileId.h"
+
+#include <QtCore/QSet>
+#include <QtCore/QStringList>
+
+#include <map>
+#include <set>
+
+namespace tarn::os {
+
+// Which of some folders are in use by a process. Files are told apart by device and inode, so that another
+// mount of what is in a folder, or another way to it, makes no difference.
+class FolderUse
+{
+public:
+    explicit FolderUse(const QStringList& pFolders);
+
+    // Looks into a process: what it runs, where it is, what it has open and mapped, what its arguments name.
+    // pProcDir is its folder below /proc. What may not be looked into counts as unused.
+    void look(const QByteArray& pProcDir);
+    bool isAllUsed() const { return std::ssize(mUsed) == mFolders.size(); }
+    // Those found in use so far, in the order of the folders.
+    QStringList used() const;
+
+private:
+    void index(qsizetype pFolder);
+    void lookAtLink(const QByteArray& pLink);
+    void lookAtMappings(const QByteArray& pProcDir);
+    void lookAtArguments(const QByteArray& pProcDir);
+    void note(const std::optional<FileId>& pFile);
+
+    QStringList mFolders;
+    std::map<FileId, qsizetype> mFiles; // to the place of their folder in mFolders
+    QSet<QByteArray> mNames;            // last parts of their paths
+    std::set<qsizetype> mUsed;
+};
+
+} // namespace tarn::os

@@ -1,0 +1,65 @@
+#include "os/ProcFiles.h"
+
+#include <QtCore/QFile>
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <climits>
+
+namespace tarn::os {
+
+namespace {
+
+// What the kernel puts behind the path of a file in use that was unlinked.
+const QByteArray sDeletedMark(" (deleted)");
+// The file that a process works on stands at the beginning.
+constexpr qsizetype sMaxArguments = 64;
+
+} // namespace
+
+QByteArrayList entries(const QByteArray& pDir)
+{
+    QByteArrayList tNames;
+    DIR* tDir = ::opendir(pDir.constData());
+    while (const dirent* tEntry = tDir == nullptr ? nullptr : ::readdir(tDir)) {
+        if (tEntry->d_name[0] != '.') {
+            tNames.append(tEntry->d_name);
+        }
+    }
+    if (tDir != nullptr) {
+        ::closedir(tDir);
+    }
+    return tNames;
+}
+
+QByteArray linkTarget(const QByteArray& pLink)
+{
+    char tBuffer[PATH_MAX];
+    const ssize_t tLength = ::readlink(pLink.constData(), tBuffer, sizeof tBuffer);
+    QByteArray tPath(tBuffer, qMax<ssize_t>(0, tLength));
+    if (tPath.endsWith(sDeletedMark)) {
+        tPath.chop(sDeletedMark.size());
+    }
+    return tPath;
+}
+
+QByteArray readProcFile(const QByteArray& pPath)
+{
+    QFile tFile(QFile::decodeName(pPath));
+    return tFile.open(QIODevice::ReadOnly) ? tFile.readAll() : QByteArray();
+}
+
+QByteArrayList argumentPaths(const QByteArray& pProcDir)
+{
+    QByteArrayList tPaths = readProcFile(pProcDir + "/cmdline").split('\0').mid(1, sMaxArguments);
+    const QByteArray tWorkingDir = linkTarget(pProcDir + "/cwd");
+    for (QByteArray& tPath : tPaths) {
+        if (!tPath.startsWith('/')) {
+            tPath.prepend(tWorkingDir + '/');
+        }
+    }
+    return tPaths;
+}
+
+} // namespace tarn::os

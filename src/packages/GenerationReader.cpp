@@ -1,0 +1,183 @@
+#include "packages/GenerationReader.h"
+
+#include "os/FileTools.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace tarn::packages {
+
+namespace {
+
+using os::Failure;
+
+constexpr qint64 sMaxManifestSize = 64 * 1024 * 1024;
+
+bool isMissing(const QString& pPath)
+{
+    struct stat tStat;
+    return ::lstat(QFile::encodeName(pPath).constData(), &tStat) != 0 && errno == ENOENT;
+}
+
+} // namespace
+
+bool GenerationReader::Kept::has(const QString& pFolder) const
+{
+    const QString tReal = QFileInfo(pFolder).canonicalFilePath();
+    return mFolders.contains(pFolder) || (!tReal.isEmpty() && mRealFolders.contains(tReal));
+}
+
+Failure GenerationReader::read(const QString& pPath, Manifest* pTo)
+{
+    QByteArray tBytes;
+    if (const Failure tFailure = os::readFile(mFileSystem, pPath, sMaxManifestSize, &tBytes)) {
+        return isMissing(pPath) ? Failure::content(QStringLiteral("%1 is missing").arg(pPath)) : tFailure;
+    }
+    QString tReason;
+    if (!Manifest::fromBytes(tBytes, pTo, &tReason)) {
+        return Failure::content(QStringLiteral("%1 is damaged: %2").arg(pPath, tReason));
+    }
+    return {};
+}
+
+Failure GenerationReader::manifest(qint64 pNumber, Manifest* pTo)
+{
+    const QString tPath = mFolders.generationDir(pNumber) + QLatin1Char('/') + manifestFileName();
+    if (const Failure tFailure = read(tPath, pTo)) {
+        return tFailure;
+    }
+    return pTo->mGeneration == pNumber
+               ? Failure()
+               : Failure::content(
+                     QStringLiteral("%1 is damaged: it is that of another generation").arg(tPath));
+}
+
+Failure GenerationReader::intent(Manifest* pTo)
+{
+    *pTo = Manifest();
+    return isMissing(mFolders.intentFile()) ? Failure() : read(mFolders.intentFile(), pTo);
+}
+
+Failure GenerationReader::currentNumber(qint64* pTo) const
+{
+    *pTo = 0;
+    const QString tLink = mFolders.currentLink();
+    const QFileInfo tInfo(tLink);
+    if (!tInfo.isSymLink()) {
+        return tInfo.exists() ? Failure::content(QStringLiteral("%1 is not a link").arg(tLink)) : Failure();
+    }
+    bool tIsNumber = false;
+    *pTo = QFileInfo(QFile::symLinkTarget(tLink)).fileName().toLongLong(&tIsNumber);
+    return tIsNumber ? Failure()
+                     : Failure::content(QStringLiteral("%1 does not name a generation").arg(tLink));
+}
+
+Failure GenerationReader::current(Manifest* pTo, QString* pDamage)
+{
+    *pTo = Manifest();
+    qint64 tNumber = 0;
+    Failure tFailure = currentNumber(&tNumber);
+    if (tFailure || tNumber == 0) {
+        return tFailure;
+    }
+    tFailure = manifest(tNumber, pTo);
+    if (tFailure.mKind != Failure::Kind::Content) {
+        return tFailure;
+    }
+    if (!newestSoundBefore(tNumber, pTo)) {
+        *pTo = Manifest();
+        return Failure::content(
+            QStringLiteral("%1, and no generation before it is sound. To have all packages installed again, "
+                           "remove the link %2 and start the update")
+                .arg(tFailure.mText, mFolders.currentLink()));
+    }
+    if (pDamage != nullptr) {
+        *pDamage =
+            QStringLiteral("%1. Generation %2 counts as installed until the next update has made a new one")
+                .arg(tFailure.mText)
+                .arg(pTo->mGeneration);
+    }
+    return {};
+}
+
+// What lies below the install folder must be there, too: a run that failed may have left a manifest.
+bool GenerationReader::newestSoundBefore(qint64 pNumber, Manifest* pTo)
+{
+    QList<qint64> tNumbers = numbers();
+    std::sort(tNumbers.begin(), tNumbers.end(), std::greater<>());
+    return std::any_of(tNumbers.cbegin(), tNumbers.cend(), [&](qint64 pCandidate) {
+        return pCandidate < pNumber && !manifest(pCandidate, pTo) &&
+               std::all_of(pTo->mPackages.cbegin(), pTo->mPackages.cend(), [this](const auto& pPackage) {
+                   return QDir::isAbsolutePath(pPackage.mFolder) ||
+                          QFileInfo(mFolders.absolute(pPackage.mFolder)).isDir();
+               });
+    });
+}
+
+QList<qint64> GenerationReader::numbers() const
+{
+    QList<qint64> tNumbers;
+    const QStringList tNames =
+        QDir(mFolders.generationsDir()).entryList(QDir::Dirs | QDir::NoSymLinks | QDir::NoDotAndDotDot);
+    for (const QString& tName : tNames) {
+        const qint64 tNumber = tName.toLongLong();
+        if (tNumber > 0 && QString::number(tNumber) == tName) {
+            tNumbers.append(tNumber);
+        }
+    }
+    return tNumbers;
+}
+
+QStringList GenerationReader::folders(qint64 pNumber)
+{
+    Manifest tManifest;
+    if (!manifest(pNumber, &tManifest)) {
+        return tManifest.folders();
+    }
+    QStringList tFolders;
+    const QDir tDir(mFolders.generationDir(pNumber));
+    const QStringList tNames = tDir.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+    for (const QString& tName : tNames) {
+        const auto tFolder = folderOfLink(tDir.filePath(tName));
+        if (tFolder && PackageFolders::place(*tFolder)->mName == tName) {
+            tFolders.append(*tFolder);
+        }
+    }
+    return tFolders;
+}
+
+void GenerationReader::keep(qint64 pNumber, const QStringList& pFolders, Kept* pTo) const
+{
+    pTo->mNumbers.insert(pNumber);
+    for (const QString& tFolder : pFolders) {
+        const QString tPath = mFolders.absolute(tFolder);
+        pTo->mFolders.insert(tPath);
+        pTo->mRealFolders.insert(QFileInfo(tPath).canonicalFilePath());
+    }
+}
+
+Failure GenerationReader::kept(Kept* pTo, Manifest* pCurrent, QString* pDamage)
+{
+    if (const Failure tFailure = current(pCurrent, pDamage)) {
+        return tFailure;
+    }
+    qint64 tLinked = 0;
+    if (const Failure tFailure = currentNumber(&tLinked)) {
+        return tFailure;
+    }
+    keep(pCurrent->mGeneration, pCurrent->folders(), pTo);
+    for (const qint64 tNumber : {tLinked, pCurrent->mPrevious}) {
+        if (!pTo->mNumbers.contains(tNumber)) {
+            keep(tNumber, folders(tNumber), pTo);
+        }
+    }
+    return {};
+}
+
+} // namespace tarn::packages

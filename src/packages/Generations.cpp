@@ -1,0 +1,165 @@
+#include "packages/Generations.h"
+
+#include "os/Descriptor.h"
+#include "os/FileTools.h"
+#include "packages/Roots.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+namespace tarn::packages {
+
+namespace {
+
+using os::Failure;
+
+constexpr mode_t sDirMode = 0755;
+constexpr mode_t sManifestMode = 0644;
+
+} // namespace
+
+Generations::Generations(os::FileSystem& pFileSystem, const PackageFolders& pFolders, const Roots& pRoots)
+    : mFileSystem(pFileSystem), mFolders(pFolders), mReader(pFileSystem, mFolders),
+      mLeftovers(pFileSystem, mFolders, pRoots, mReader)
+{
+}
+
+Failure Generations::announce(const QList<InstalledPackage>& pPackages)
+{
+    Manifest tIntent;
+    Failure tFailure = mReader.intent(&tIntent);
+    if (tFailure && tFailure.mKind != Failure::Kind::Content) {
+        return tFailure;
+    }
+    // What an earlier run left and could not be removed stays noted.
+    for (const InstalledPackage& tPackage : pPackages) {
+        tIntent.mPackages.removeIf([&](const auto& pOther) { return pOther.mFolder == tPackage.mFolder; });
+    }
+    tIntent.mPackages += pPackages;
+    tFailure = os::replaceFile(mFileSystem, mFolders.intentFile(), tIntent.toBytes(), sManifestMode);
+    for (const InstalledPackage& tPackage : pPackages) {
+        tFailure = tFailure ? tFailure : mLeftovers.removeStaging(*PackageFolders::place(tPackage.mFolder));
+    }
+    return tFailure;
+}
+
+qint64 Generations::nextNumber(const Manifest& pCurrent)
+{
+    qint64 tHighest = pCurrent.mGeneration;
+    const QList<qint64> tNumbers = mReader.numbers();
+    for (const qint64 tNumber : tNumbers) {
+        tHighest = qMax(tHighest, tNumber);
+    }
+    return tHighest + 1;
+}
+
+Failure Generations::install(const Manifest& pNext, const QList<StagedPackage>& pStaged)
+{
+    GenerationReader::Kept tKept;
+    Manifest tCurrent;
+    if (const Failure tFailure = mReader.kept(&tKept, &tCurrent)) {
+        return tFailure;
+    }
+    for (const StagedPackage& tStaged : pStaged) {
+        if (const Failure tFailure = moveIntoPlace(tStaged, tKept)) {
+            return tFailure;
+        }
+    }
+    if (const Failure tFailure = writeGeneration(pNext)) {
+        return tFailure;
+    }
+    // One sync of each file system instead of one of each file: thousands of them cost several times as much.
+    if (const Failure tFailure = syncRoots()) {
+        return tFailure;
+    }
+    return switchTo(pNext.mGeneration);
+}
+
+Failure Generations::moveIntoPlace(const StagedPackage& pStaged, const GenerationReader::Kept& pKept)
+{
+    const QString tTarget = mFolders.absolute(pStaged.mFolder);
+    if (const Failure tFailure = os::makePath(mFileSystem, QFileInfo(tTarget).path(), sDirMode)) {
+        return tFailure;
+    }
+    if (QFileInfo::exists(tTarget)) {
+        if (pKept.has(tTarget)) {
+            return {}; // the same bytes stand here already, and may be in use
+        }
+        if (const Failure tFailure = mLeftovers.removePackage(*PackageFolders::place(pStaged.mFolder))) {
+            return tFailure;
+        }
+        if (const Failure tFailure = os::makePath(mFileSystem, QFileInfo(tTarget).path(), sDirMode)) {
+            return tFailure;
+        }
+    }
+    if (mFileSystem.rename(QFile::encodeName(pStaged.mStagingFolder), QFile::encodeName(tTarget)) != 0) {
+        return Failure::fromErrno(errno, QStringLiteral("move the new package to %1").arg(tTarget));
+    }
+    return {};
+}
+
+Failure Generations::writeGeneration(const Manifest& pNext)
+{
+    const QString tDir = mFolders.generationDir(pNext.mGeneration);
+    if (const Failure tFailure = os::makePath(mFileSystem, tDir, sDirMode)) {
+        return tFailure;
+    }
+    for (const InstalledPackage& tPackage : pNext.mPackages) {
+        const QString tLink = tDir + QLatin1Char('/') + tPackage.mInfo.mName;
+        if (mFileSystem.symlink(QFile::encodeName(linkToFolder(tPackage.mFolder)),
+                                QFile::encodeName(tLink)) != 0) {
+            return Failure::fromErrno(errno, QStringLiteral("make the link %1").arg(tLink));
+        }
+    }
+    return os::writeFile(mFileSystem, tDir + QLatin1Char('/') + manifestFileName(), pNext.toBytes(),
+                         sManifestMode);
+}
+
+Failure Generations::syncRoots()
+{
+    QList<dev_t> tDone;
+    const QStringList tRoots = mFolders.roots();
+    for (const QString& tRoot : tRoots) {
+        os::Descriptor tDir(mFileSystem, mFileSystem.open(QFile::encodeName(tRoot), O_RDONLY | O_DIRECTORY));
+        struct stat tStat;
+        if (!tDir.isOpen() || ::fstat(tDir.fd(), &tStat) != 0) {
+            return Failure::fromErrno(errno, QStringLiteral("open the folder %1").arg(tRoot));
+        }
+        if (tDone.contains(tStat.st_dev)) {
+            continue;
+        }
+        tDone.append(tStat.st_dev);
+        if (mFileSystem.syncFs(tDir.fd()) != 0) {
+            return Failure::fromErrno(errno,
+                                      QStringLiteral("write the new packages in %1 to the disk").arg(tRoot));
+        }
+    }
+    return {};
+}
+
+Failure Generations::switchTo(qint64 pNumber)
+{
+    const QByteArray tNew = QFile::encodeName(mFolders.newLink());
+    mFileSystem.unlink(tNew);
+    if (mFileSystem.symlink("generations/" + QByteArray::number(pNumber), tNew) != 0 ||
+        mFileSystem.rename(tNew, QFile::encodeName(mFolders.currentLink())) != 0) {
+        return Failure::fromErrno(
+            errno, QStringLiteral("switch %1 to the new packages").arg(mFolders.currentLink()));
+    }
+    // Should this fail, a power cut can bring back the old generation, which is whole and kept; the switch as
+    // such has happened and is not to be reported as failed.
+    os::syncDir(mFileSystem, mFolders.installDir());
+    return {};
+}
+
+Failure Generations::removeLeftovers(const std::function<void(int, int)>& pProgress, const PutOff& pPutOff)
+{
+    return mLeftovers.remove(pProgress, pPutOff);
+}
+
+} // namespace tarn::packages

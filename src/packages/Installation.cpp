@@ -1,0 +1,81 @@
+#include "packages/Installation.h"
+
+#include "os/FileTools.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+
+namespace tarn::packages {
+
+using os::Failure;
+
+namespace {
+
+constexpr mode_t sPrivateFile = 0600;
+constexpr qint64 sMaxSize = 1024 * 1024;
+constexpr int sFormat = 1;
+
+} // namespace
+
+Installation::Installation(os::FileSystem& pFileSystem, const QString& pStateDir)
+    : mFileSystem(pFileSystem), mPath(pStateDir + QStringLiteral("/installation.json"))
+{
+}
+
+Failure Installation::read()
+{
+    if (!QFileInfo::exists(mPath)) {
+        return {};
+    }
+    QByteArray tBytes;
+    if (const Failure tFailure = os::readFile(mFileSystem, mPath, sMaxSize, &tBytes)) {
+        return tFailure;
+    }
+    const QJsonObject tObject = QJsonDocument::fromJson(tBytes).object();
+    const QString tId = tObject.value(QLatin1String("id")).toString();
+    QStringList tRoots;
+    bool tIsSound = tObject.value(QLatin1String("format")).toInt() == sFormat && !tId.isEmpty();
+    const QJsonArray tValues = tObject.value(QLatin1String("roots")).toArray();
+    for (const QJsonValue tValue : tValues) {
+        tRoots.append(tValue.toString());
+        tIsSound = tIsSound && QDir::isAbsolutePath(tRoots.last());
+    }
+    if (!tIsSound) {
+        return Failure::content(
+            QStringLiteral(
+                "%1 is damaged. Remove it: what it says is made again from the folders of packages")
+                .arg(mPath));
+    }
+    mId = tId;
+    mRoots = tRoots;
+    return {};
+}
+
+Failure Installation::setId(const QString& pId)
+{
+    return mId == pId ? Failure() : write(pId, mRoots);
+}
+
+Failure Installation::addRoot(const QString& pRoot)
+{
+    return mRoots.contains(pRoot) ? Failure() : write(mId, mRoots + QStringList{pRoot});
+}
+
+Failure Installation::write(const QString& pId, const QStringList& pRoots)
+{
+    const QJsonObject tObject{{QStringLiteral("format"), sFormat},
+                              {QStringLiteral("id"), pId},
+                              {QStringLiteral("roots"), QJsonArray::fromStringList(pRoots)}};
+    const Failure tFailure =
+        os::replaceFile(mFileSystem, mPath, QJsonDocument(tObject).toJson(), sPrivateFile);
+    if (!tFailure) {
+        mId = pId;
+        mRoots = pRoots;
+    }
+    return tFailure;
+}
+
+} // namespace tarn::packages

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "packages/PackageInfo.h"
+#include "tuf/Hash.h"
+
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+#include <optional>
+
+namespace tarn::packages {
+
+// Where one package lies.
+struct PackagePlace
+{
+    QString mRoot;    // empty for the install folder
+    QString mName;    // of the package
+    QString mVersion; // the folder's own name, VERSION-HASH
+
+    bool operator==(const PackagePlace&) const = default;
+};
+
+// What a generation's link to a package folder says: relative inside the install folder, so that the whole of
+// it can be moved.
+QString linkToFolder(const QString& pFolder);
+// The folder, in the form of manifests, that such a link names; none for what is not such a link.
+std::optional<QString> folderOfLink(const QString& pLink);
+
+// Where things lie. Two roots, which may be one and the same folder:
+//
+//   ROOT/.vk-root                      the marker: which installation the folder belongs to (Roots)
+//   ROOT/packages/NAME/VERSION-HASH/   an unpacked package, never changed once it stands here
+//   ROOT/.staging/NAME-VERSION-HASH/   what a run is unpacking
+//   INSTALLDIR/generations/N/NAME      a link to the package's folder
+//   INSTALLDIR/current                 a link to generations/N, the generation that counts
+//   INSTALLDIR/.intent.json            what a run is about to unpack, so that a killed run's leftovers are
+//   known
+//
+// A package's folder is named in manifests as a path relative to the install folder where it lies
+// below it, and as an absolute one otherwise.
+class PackageFolders
+{
+public:
+    // pDataDir empty: data packages lie below pInstallDir too. Both as absolute paths.
+    PackageFolders(const QString& pInstallDir, const QString& pDataDir);
+
+    const QString& installDir() const { return mInstallDir; }
+    const QString& root(Kind pKind) const { return pKind == Kind::Data ? mDataDir : mInstallDir; }
+    // The root folders, each once.
+    QStringList roots() const;
+
+    QString stagingDir(const QString& pRoot) const;
+    // Where a package is unpacked, before it is moved to its own folder.
+    QString stagingFolder(const PackageInfo& pInfo, const tuf::Hash& pHash) const;
+
+    // The package's own folder, in the form of manifests.
+    QString folder(const PackageInfo& pInfo, const tuf::Hash& pHash) const;
+    QString absolute(const QString& pFolder) const;
+    // The place that a folder in the form of manifests names; none for a text of another form. The text alone
+    // does not make the root one of this installation.
+    static std::optional<PackagePlace> place(const QString& pFolder);
+    // True where that place is the one of this package in some root.
+    static bool isPlaceOf(const QString& pFolder, const PackageInfo& pInfo, const tuf::Hash& pHash);
+    static QString below(const QString& pRoot, const PackagePlace& pPlace)
+    {
+        return QStringLiteral("%1/packages/%2/%3").arg(pRoot, pPlace.mName, pPlace.mVersion);
+    }
+    // The root of a place as an absolute path.
+    QString rootOf(const PackagePlace& pPlace) const
+    {
+        return pPlace.mRoot.isEmpty() ? mInstallDir : pPlace.mRoot;
+    }
+
+    QString generationsDir() const;
+    QString generationDir(qint64 pNumber) const;
+    QString currentLink() const;
+    // The link before it takes the place of the current one.
+    QString newLink() const;
+    QString intentFile() const;
+
+private:
+    QString mInstallDir;
+    QString mDataDir;
+};
+
+} // namespace tarn::packages

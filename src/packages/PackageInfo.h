@@ -1,0 +1,41 @@
+#pragma once
+
+#include <vkcore/EnhVersion.h>
+#include <vkcore/LangString.h>
+
+#include <QtCore/QJsonObject>
+#include <QtCore/QList>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+namespace tarn::packages {
+
+enum class Kind
+{
+    Application,
+    Data,
+};
+
+// What a publisher says about a package; the "custom" object of its target.
+struct PackageInfo
+{
+    QString mName; // [a-z0-9][a-z0-9._+-]*, at most 100 characters: it names a folder
+    Kind mKind = Kind::Application;
+    vkcore::EnhVersion mVersion;
+    vkcore::LangString mTitle;
+    QString mLanguage;          // empty: for all languages
+    QStringList mRequires;      // names of packages that come along with this one
+    QStringList mExecutables;   // relative paths in the package that must not run while it is replaced
+    vkcore::LangString mReport; // for the install log
+    qint64 mInstalledSize = 0;  // bytes
+
+    QJsonObject toJson() const;
+    // False, with the reason in *pError, for an object that breaks one of the rules above. Unknown members
+    // are ignored.
+    static bool fromJson(const QJsonObject& pFrom, PackageInfo* pTo, QString* pError);
+};
+
+// The name of a package's target: "NAME-VERSION[-LANGUAGE].tar.zst".
+QString archiveName(const PackageInfo& pInfo);
+
+} // namespace tarn::packages

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "os/Failure.h"
+
+#include <QtCore/QString>
+
+#include <functional>
+
+namespace tarn::os {
+class AbortFlag;
+class FileSystem;
+} // namespace tarn::os
+
+namespace tarn::packages {
+
+struct UnpackLimits
+{
+    qint64 mMaxBytes = 0; // of all files together
+    int mMaxEntries = 1000 * 1000;
+    int mMaxDepth = 64; // folders above a file
+};
+
+// Unpacks a .tar.zst into a folder that must not exist yet. Takes regular files, folders and symbolic links
+// that stay inside; an archive with anything else, or with a path that leads out, is refused as a whole.
+// Rights become 0755 or 0644, files keep their times; owner, group, set-id bits and extended attributes are
+// not taken over.
+//
+// The folder's parent must be one that no other user may write to. Nothing is synced. On failure the folder
+// is left as it is, for the caller to remove.
+class Unpacker
+{
+public:
+    explicit Unpacker(os::FileSystem& pFileSystem, const os::AbortFlag* pAbort = nullptr)
+        : mFileSystem(pFileSystem), mAbort(pAbort)
+    {
+    }
+
+    // pProgress gets the bytes written since its last call.
+    os::Failure unpack(const QString& pArchive, const QString& pFolder, const UnpackLimits& pLimits,
+                       const std::function<void(qint64)>& pProgress = nullptr);
+
+private:
+    os::FileSystem& mFileSystem;
+    const os::AbortFlag* mAbort;
+};
+
+} // namespace tarn::packages

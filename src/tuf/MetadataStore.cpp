@@ -1,0 +1,84 @@
+#include "tuf/MetadataStore.h"
+
+#include "os/FileSystem.h"
+#include "tuf/AtomicFile.h"
+#include "tuf/Names.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+
+#include <cerrno>
+#include <system_error>
+
+namespace tarn::tuf {
+
+namespace {
+
+constexpr mode_t sFileMode = 0644;
+constexpr mode_t sFolderMode = 0755;
+
+Error localError(const QString& pText, const QString& pPath)
+{
+    return Error{ErrorKind::Local,
+                 pText.arg(pPath, QString::fromStdString(std::generic_category().message(errno)))};
+}
+
+} // namespace
+
+MetadataStore::MetadataStore(os::FileSystem& pFileSystem, const QString& pFolder)
+    : mFileSystem(pFileSystem), mFolder(pFolder)
+{
+}
+
+QString MetadataStore::pathOf(const QString& pRole, Copy pCopy) const
+{
+    return QStringLiteral("%1/%2.%3")
+        .arg(mFolder, encodeName(pRole),
+             pCopy == Copy::Trusted ? QStringLiteral("json") : QStringLiteral("refused"));
+}
+
+Error MetadataStore::load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo, Copy pCopy)
+{
+    Error tError = readWholeFile(mFileSystem, pathOf(pRole, pCopy), pMaxLength, pTo);
+    if (tError.mKind == ErrorKind::Untrusted) {
+        tError.mKind = ErrorKind::NotFound;
+    }
+    return tError;
+}
+
+Error MetadataStore::save(const QString& pRole, const QByteArray& pFile, Copy pCopy)
+{
+    return writeFileAtomically(mFileSystem, pathOf(pRole, pCopy), pFile, sFileMode);
+}
+
+Error MetadataStore::remove(const QString& pRole)
+{
+    const Error tError = removeFile(pathOf(pRole, Copy::Refused));
+    return tError ? tError : removeFile(pathOf(pRole, Copy::Trusted));
+}
+
+Error MetadataStore::removeFile(const QString& pPath)
+{
+    if (mFileSystem.unlink(QFile::encodeName(pPath)) == 0 || errno == ENOENT) {
+        return Error();
+    }
+    return localError(QStringLiteral("The file %1 can't be removed: %2"), pPath);
+}
+
+Error MetadataStore::clear()
+{
+    if (!QDir().mkpath(QFileInfo(mFolder).absolutePath()) ||
+        (mFileSystem.makeDir(QFile::encodeName(mFolder), sFolderMode) != 0 && errno != EEXIST)) {
+        return localError(QStringLiteral("The folder %1 can't be made: %2"), mFolder);
+    }
+    const QStringList tNames = QDir(mFolder).entryList(
+        {QStringLiteral("*.json"), QStringLiteral("*.refused")}, QDir::Files | QDir::Hidden);
+    for (const QString& tName : tNames) {
+        if (const Error tError = removeFile(mFolder + QLatin1Char('/') + tName)) {
+            return tError;
+        }
+    }
+    return Error();
+}
+
+} // namespace tarn::tuf

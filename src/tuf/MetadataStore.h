@@ -1,0 +1,45 @@
+#pragma once
+
+#include "tuf/Error.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+namespace tarn::os {
+class FileSystem;
+}
+
+namespace tarn::tuf {
+
+// The folder of one repository's trusted metadata: ROLE.json for each role, its name percent-encoded. Beside
+// it may be ROLE.refused, which was rightly signed and had expired.
+class MetadataStore
+{
+public:
+    MetadataStore(os::FileSystem& pFileSystem, const QString& pFolder);
+
+    enum class Copy
+    {
+        Trusted,
+        Refused,
+    };
+
+    // ErrorKind::NotFound if the role has no file or one that is too long, ErrorKind::Local if the disk
+    // fails.
+    Error load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo, Copy pCopy = Copy::Trusted);
+    Error save(const QString& pRole, const QByteArray& pFile, Copy pCopy = Copy::Trusted);
+    // Both copies. Fine if there is none.
+    Error remove(const QString& pRole);
+
+    // Makes the folder, or removes all metadata from it.
+    Error clear();
+
+private:
+    QString pathOf(const QString& pRole, Copy pCopy) const;
+    Error removeFile(const QString& pPath);
+
+    os::FileSystem& mFileSystem;
+    QString mFolder;
+};
+
+} // namespace tarn::tuf

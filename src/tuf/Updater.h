@@ -1,0 +1,81 @@
+#pragma once
+
+#include "tuf/Error.h"
+#include "tuf/TargetFile.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QDateTime>
+#include <QtCore/QList>
+#include <QtCore/QString>
+
+#include <memory>
+#include <optional>
+
+namespace tarn::os {
+class FileSystem;
+}
+
+// A client of The Update Framework, version 1.0 of its standard: which files an update server offers, proven
+// by signatures that lead back to a root the administrator installed.
+namespace tarn::tuf {
+
+// Gets metadata files. The updater says the greatest length that it will take; a fetcher never hands out
+// more.
+class Fetcher
+{
+public:
+    virtual ~Fetcher() = default;
+    // pPath is relative to the repository's metadata folder, already percent-encoded ("3.root.json"). A file
+    // longer than pMaxLength is ErrorKind::Untrusted; over HTTP both 403 and 404 are ErrorKind::NotFound.
+    virtual Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) = 0;
+};
+
+struct Limits
+{
+    int mMaxRootRotations = 256;
+    int mMaxDelegations = 32;
+    qint64 mRootLength = 512 * 1024; // bytes, as are the others
+    qint64 mTimestampLength = 16 * 1024;
+    qint64 mSnapshotLength = 2 * 1024 * 1024;
+    qint64 mTargetsLength = 16 * 1024 * 1024;
+};
+
+// One repository, with the trusted metadata of this machine in a folder of its own: root.json,
+// timestamp.json, snapshot.json, targets.json and one file for each delegated role. Not for two threads at
+// once.
+class Updater
+{
+public:
+    // pMetadataDir must hold a trusted root.json. pNow is what the clock says; expiry is measured
+    // against it, or against a later time that stored files prove.
+    Updater(os::FileSystem& pFileSystem, const QString& pMetadataDir, Fetcher& pFetcher,
+            const QDateTime& pNow, const Limits& pLimits = Limits());
+    ~Updater();
+
+    // Starts the trust of a metadata folder from a root file; only the root's own signatures are checked.
+    // Makes the folder if it is missing, and replaces all that it held.
+    static Error initialize(os::FileSystem& pFileSystem, const QString& pMetadataDir,
+                            const QByteArray& pRoot);
+
+    // Root, timestamp, snapshot and top-level targets, in this order. What is verified is stored at once.
+    Error refresh();
+    // True after a refresh() that found the timestamp of the last one: nothing can be new.
+    bool unchanged() const;
+
+    // Of the state that refresh() has found; 0 before. Two servers with the same one offer the same.
+    qint64 snapshotVersion() const;
+    // The time that the stored files of a metadata folder prove to have passed; invalid: none.
+    static QDateTime provenTime(os::FileSystem& pFileSystem, const QString& pMetadataDir);
+
+    // Searches the target roles, fetching delegated ones as they come up. No value and no error: not offered.
+    Error findTarget(const QString& pPath, std::optional<TargetFile>* pTo);
+    // Every target of every role, each from the role that findTarget would take it from, with that role's
+    // rank.
+    Error allTargets(QList<TargetFile>* pTo);
+
+private:
+    class Private;
+    std::unique_ptr<Private> d;
+};
+
+} // namespace tarn::tuf

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QtCore/QString>
+
+namespace tarn::vkservice {
+
+// The outcome of a run; the low 8 bits are what clients get.
+enum ResultCode : int
+{
+    ResultNone = 0,
+    ResultSuccess = 1,
+    ResultUnreachable = 2,
+    ResultVerificationFailed = 3,
+    ResultAborted = 4,
+    ResultSuppressed = 5,
+    ResultNoSpace = 6,
+    ResultInstallFailed = 7,
+    ResultNoServer = 8,
+    ResultManualIntervention = 9,
+    ResultStoreDamaged = 10,
+};
+
+// The code in plain words, for people.
+QString resultText(ResultCode pCode);
+
+} // namespace tarn::vkservice
