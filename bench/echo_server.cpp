@@ -6,6 +6,8 @@
 #include <QtNetwork/QLocalServer>
 #include <QtNetwork/QLocalSocket>
 
+using namespace Qt::StringLiterals;
+
 int main(int argc, char** argv)
 {
     QCoreApplication tApp(argc, argv);
@@ -16,9 +18,8 @@ int main(int argc, char** argv)
         QObject::connect(tSocket, &QLocalSocket::readyRead, tSocket, [tSocket] {
             while (tSocket->canReadLine()) {
                 const QJsonObject tRequest = QJsonDocument::fromJson(tSocket->readLine()).object();
-                const QJsonObject tAnswer{{QStringLiteral("jsonrpc"), QStringLiteral("2.0")},
-                                          {QStringLiteral("id"), tRequest.value(QStringLiteral("id"))},
-                                          {QStringLiteral("result"), true}};
+                const QJsonObject tAnswer{
+                    {u"jsonrpc"_s, u"2.0"_s}, {u"id"_s, tRequest.value(u"id"_s)}, {u"result"_s, true}};
                 tSocket->write(QJsonDocument(tAnswer).toJson(QJsonDocument::Compact) + '\n');
             }
         });

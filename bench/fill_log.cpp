@@ -4,6 +4,8 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QTextStream>
 
+using namespace Qt::StringLiterals;
+
 using tarn::vkcore::InstallLogStore;
 
 int main(int argc, char** argv)
@@ -25,15 +27,15 @@ int main(int argc, char** argv)
         QList<InstallLogStore::Record> tRecords;
         for (qint64 i = 0; i < sPerRun; ++i) {
             InstallLogStore::Record tRecord;
-            tRecord.mPackage = QStringLiteral("package-%1").arg(i);
-            tRecord.mVersion = QStringLiteral("1.%1.0.0").arg(tDone / sPerRun);
-            tRecord.mStatus = QStringLiteral("ok");
+            tRecord.mPackage = u"package-%1"_s.arg(i);
+            tRecord.mVersion = u"1.%1.0.0"_s.arg(tDone / sPerRun);
+            tRecord.mStatus = u"ok"_s;
             tRecord.mVersionDate = tDate;
-            tRecord.mTitle.setValue(QStringLiteral("en"), QStringLiteral("Package %1").arg(i));
-            tRecord.mTitle.setValue(QStringLiteral("de"), QStringLiteral("Paket %1").arg(i));
+            tRecord.mTitle.setValue(u"en"_s, u"Package %1"_s.arg(i));
+            tRecord.mTitle.setValue(u"de"_s, u"Paket %1"_s.arg(i));
             tRecords.append(tRecord);
         }
-        if (!tLog.append(QStringLiteral("run-%1").arg(tDone), tDate, tRecords)) {
+        if (!tLog.append(u"run-%1"_s.arg(tDone), tDate, tRecords)) {
             QTextStream(stderr) << tLog.errorText() << '\n';
             return 1;
         }

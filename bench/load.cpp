@@ -16,6 +16,8 @@
 #include <thread>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 constexpr int sPings = 3000;
@@ -25,7 +27,7 @@ std::atomic<bool> sStop = false;
 
 double memoryMib(int pPid, const char* pField)
 {
-    QFile tFile(QStringLiteral("/proc/%1/status").arg(pPid));
+    QFile tFile(u"/proc/%1/status"_s.arg(pPid));
     tFile.open(QIODevice::ReadOnly);
     const QByteArray tStatus = tFile.readAll();
     const QByteArray tRest = tStatus.mid(tStatus.indexOf(pField) + qstrlen(pField)).trimmed();
@@ -40,7 +42,7 @@ double measure(const char* pName, const QString& pSocket, int pPid)
     for (int i = 0; i < sPings; ++i) {
         QElapsedTimer tTimer;
         tTimer.start();
-        if (tPeer.call(QStringLiteral("ping")) != QJsonValue(true)) {
+        if (tPeer.call(u"ping"_s) != QJsonValue(true)) {
             std::fprintf(stderr, "load: a ping was not answered\n");
             std::exit(1);
         }
@@ -61,7 +63,7 @@ QByteArray requests(const QByteArray& pMethod, const QByteArray& pParams, int pC
 void beBusy(const QString& pSocket)
 {
     RawPeer tPeer(pSocket);
-    while (!sStop && tPeer.call(QStringLiteral("getMonitoringSettings")).isObject()) {
+    while (!sStop && tPeer.call(u"getMonitoringSettings"_s).isObject()) {
     }
 }
 
@@ -102,13 +104,12 @@ int main(int argc, char** argv)
     std::vector<RawPeer> tIdle;
     for (int i = 0; i < 1000; ++i) {
         tIdle.emplace_back(tSocket);
-        tIdle.back().call(QStringLiteral("ping"));
+        tIdle.back().call(u"ping"_s);
     }
     tLongest = std::max(tLongest, measure("beside 1,000 idle connections", tSocket, tPid));
 
-    tIdle.front().call(QStringLiteral("setConfigValue"),
-                       {{QStringLiteral("name"), QStringLiteral("load")},
-                        {QStringLiteral("value"), QString(900 * 1024, u'x')}});
+    tIdle.front().call(u"setConfigValue"_s,
+                       {{u"name"_s, u"load"_s}, {u"value"_s, QString(900 * 1024, u'x')}});
     const struct
     {
         const char* mName;

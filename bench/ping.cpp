@@ -13,29 +13,28 @@
 
 #include <functional>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 class BenchApplication : public tarn::vkcore::OkiApplication
 {
 public:
-    BenchApplication() : OkiApplication({QStringLiteral("vk")}, 0) {}
+    BenchApplication() : OkiApplication({u"vk"_s}, 0) {}
     void fatalError(const QString&) override {}
     bool saveUserConfig() override { return true; }
 };
 
 bool barePing(QLocalSocket& pSocket, int pId)
 {
-    const QJsonObject tRequest{{QStringLiteral("jsonrpc"), QStringLiteral("2.0")},
-                               {QStringLiteral("id"), pId},
-                               {QStringLiteral("method"), QStringLiteral("ping")},
-                               {QStringLiteral("params"), QJsonObject()}};
+    const QJsonObject tRequest{
+        {u"jsonrpc"_s, u"2.0"_s}, {u"id"_s, pId}, {u"method"_s, u"ping"_s}, {u"params"_s, QJsonObject()}};
     pSocket.write(QJsonDocument(tRequest).toJson(QJsonDocument::Compact) + '\n');
     QEventLoop tLoop;
     bool tOk = false;
     const auto tConnection = QObject::connect(&pSocket, &QLocalSocket::readyRead, &tLoop, [&] {
         if (pSocket.canReadLine()) {
-            tOk =
-                QJsonDocument::fromJson(pSocket.readLine()).object().value(QStringLiteral("result")).toBool();
+            tOk = QJsonDocument::fromJson(pSocket.readLine()).object().value(u"result"_s).toBool();
             tLoop.quit();
         }
     });
@@ -64,7 +63,7 @@ int main(int argc, char** argv)
     QCoreApplication tApp(argc, argv);
     const QStringList tArguments = QCoreApplication::arguments();
     const int tCount = tArguments.value(3).toInt();
-    if (tArguments.value(1) == QLatin1String("bare")) {
+    if (tArguments.value(1) == "bare"_L1) {
         QLocalSocket tSocket;
         tSocket.connectToServer(tArguments.value(2));
         return tSocket.waitForConnected(5000) ? measure(tCount, [&](int i) { return barePing(tSocket, i); })

@@ -15,6 +15,8 @@
 #include <cstdlib>
 #include <functional>
 
+using namespace Qt::StringLiterals;
+
 using namespace tarn;
 using namespace tarn::vkcore;
 
@@ -30,7 +32,7 @@ const fuzz::ScratchFolder& folder()
 class Service
 {
 public:
-    Service() : mFd(boundSocket(folder().path(QStringLiteral("socket"))))
+    Service() : mFd(boundSocket(folder().path(u"socket"_s)))
     {
         if (::listen(mFd, 10) != 0) {
             std::abort();
@@ -68,7 +70,7 @@ QHash<QByteArray, Call> makeCalls()
         {"testConnect", [](IPCClient& pClient) { pClient.testConnect(1000); }},
         {"enterMonitorMode", [](IPCClient& pClient) { pClient.enterMonitorMode(); }},
         {"getLastServiceResult", [](IPCClient& pClient) { pClient.getLastServiceResult(false); }},
-        {"getConfigValue", [](IPCClient& pClient) { pClient.getConfigValue(QStringLiteral("a"), {}); }},
+        {"getConfigValue", [](IPCClient& pClient) { pClient.getConfigValue(u"a"_s, {}); }},
     };
     for (const test::ClientQuery& tQuery : test::sClientQueries) {
         tCalls.insert(tQuery.mMethod, tQuery.mCall);
@@ -100,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
     }
     sService.mBytes = tInput.mid(tEnd + 1);
     IPCClient tClient(nullptr, nullptr);
-    tClient.setServerName(folder().path(QStringLiteral("socket")));
+    tClient.setServerName(folder().path(u"socket"_s));
     (*tCall)(tClient);
     QCoreApplication::processEvents(); // the events that came along
     return 0;

@@ -12,6 +12,8 @@
 
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 using namespace tarn;
 
 namespace {
@@ -27,21 +29,21 @@ const fuzz::ScratchFolder& folder()
 
 QString socketPath()
 {
-    return folder().path(QStringLiteral("socket"));
+    return folder().path(u"socket"_s);
 }
 
 void run()
 {
-    const vkcore::GRef<vkc::VKCApplication> tApp(new vkc::VKCApplication({QStringLiteral("vk")}, 2));
+    const vkcore::GRef<vkc::VKCApplication> tApp(new vkc::VKCApplication({u"vk"_s}, 2));
     const struct
     {
         const char* mKey;
         QString mValue;
     } tValues[] = {
-        {"application.logDir", folder().path(QStringLiteral("log"))},
-        {"application.settingsDir.other", folder().path(QStringLiteral("settings"))},
+        {"application.logDir", folder().path(u"log"_s)},
+        {"application.settingsDir.other", folder().path(u"settings"_s)},
         {"service.socketName", socketPath()},
-        {"service.stateDir", folder().path(QStringLiteral("state"))},
+        {"service.stateDir", folder().path(u"state"_s)},
     };
     for (const auto& tValue : tValues) {
         tApp->getConfig()->setValue(QLatin1String(tValue.mKey), tValue.mValue, vkcore::Config::UserValue);

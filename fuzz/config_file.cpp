@@ -5,19 +5,21 @@
 
 #include <cstdlib>
 
+using namespace Qt::StringLiterals;
+
 using namespace tarn;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
 {
     static const fuzz::ScratchFolder sFolder;
-    const QString tName = QStringLiteral("vk.cfg");
+    const QString tName = u"vk.cfg"_s;
     sFolder.write(tName, QByteArray(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize)));
 
-    const QString tKey = QStringLiteral("service.socketName");
+    const QString tKey = u"service.socketName"_s;
     vkcore::Config tConfig;
-    tConfig.setValue(tKey, QStringLiteral("before"), vkcore::Config::DefaultValue);
+    tConfig.setValue(tKey, u"before"_s, vkcore::Config::DefaultValue);
     const bool tLoaded = tConfig.load(sFolder.path(tName), tName, vkcore::Config::SystemValue, true);
-    const bool tSame = tConfig.getStrValue(tKey) == QStringLiteral("before");
+    const bool tSame = tConfig.getStrValue(tKey) == u"before"_s;
     if (tLoaded != tConfig.errorText().isEmpty() || (!tLoaded && !tSame)) {
         std::abort();
     }

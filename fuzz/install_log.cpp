@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <limits>
 
+using namespace Qt::StringLiterals;
+
 using namespace tarn;
 using namespace tarn::vkcore;
 
@@ -71,7 +73,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
         tStore.read(&tEntries, {}, {}, tMost, tMost == 2);
         for (const GRef2<InstLogEntry>& tEntry : tEntries) {
             tEntry->mDate.toString(Qt::ISODate);
-            tEntry->mName.bestValue(QStringLiteral("de_AT"));
+            tEntry->mName.bestValue(u"de_AT"_s);
             tEntry->mVersion.toTarnAppFormat();
         }
     }

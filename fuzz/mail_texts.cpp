@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+using namespace Qt::StringLiterals;
+
 using namespace tarn::vkservice::mail;
 using tarn::vkcore::manyLines;
 using tarn::vkcore::singleLine;
@@ -64,9 +66,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
         }
         const Sender tSender = Sender::fromString(tText);
         Mail tMail;
-        tMail.mRecipient = isMailAddress(tText) ? tText : QStringLiteral("a@example.com");
+        tMail.mRecipient = isMailAddress(tText) ? tText : u"a@example.com"_s;
         tMail.mSubject = tText;
-        tMail.mMessageId = QStringLiteral("<1@example.com>");
+        tMail.mMessageId = u"<1@example.com>"_s;
         tMail.mDate = QDateTime(QDate(2026, 3, 7), QTime(2, 15), Qt::UTC);
         for (const QByteArray& tHeader : mailHeaders(tMail, tSender)) {
             checkHeader(tHeader);

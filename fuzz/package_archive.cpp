@@ -14,6 +14,8 @@
 
 #include <cstdlib>
 
+using namespace Qt::StringLiterals;
+
 using namespace tarn;
 using namespace tarn::vkservice;
 
@@ -71,8 +73,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
 {
     static const fuzz::ScratchFolder sFolder;
     const QByteArray tInput(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize));
-    const QString tArchive = QStringLiteral("package.tar.zst");
-    const QString tTarget = QFileInfo(sFolder.path()).canonicalFilePath() + QStringLiteral("/package");
+    const QString tArchive = u"package.tar.zst"_s;
+    const QString tTarget = QFileInfo(sFolder.path()).canonicalFilePath() + u"/package"_s;
     sFolder.write(tArchive, tInput.startsWith(sZstdMagic) ? tInput : stored(tInput));
 
     packages::Unpacker tUnpacker(os::realFileSystem());

@@ -9,6 +9,8 @@
 
 #include <cstdlib>
 
+using namespace Qt::StringLiterals;
+
 using namespace tarn::vkservice;
 using namespace tarn::packages;
 
@@ -33,9 +35,8 @@ void plan(const Manifest& pManifest)
     for (const InstalledPackage& tPackage : pManifest.mPackages) {
         tOffers.append({tPackage.mInfo, {}});
     }
-    const PackageFolders tFolders(QStringLiteral("/opt/vk"), QString());
-    const update::Plan tPlan =
-        update::makePlan(tOffers, tInstalled, tFolders, {QStringLiteral("de"), QStringLiteral("en")});
+    const PackageFolders tFolders(u"/opt/vk"_s, QString());
+    const update::Plan tPlan = update::makePlan(tOffers, tInstalled, tFolders, {u"de"_s, u"en"_s});
     update::runRecords(tPlan);
     update::packagesAfter(tInstalled, tPlan, tFolders);
 }

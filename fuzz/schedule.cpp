@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <optional>
 
+using namespace Qt::StringLiterals;
+
 using namespace tarn::vkservice;
 using namespace tarn::vkservice::schedule;
 using tarn::vkcore::Scheduler;
@@ -17,7 +19,7 @@ namespace {
 
 std::optional<QDateTime> dateOf(const QByteArray& pText)
 {
-    const QString tName = QStringLiteral("date");
+    const QString tName = u"date"_s;
     const QJsonValue tValue = pText == "null" ? QJsonValue() : QJsonValue(QString::fromUtf8(pText));
     QDateTime tDate;
     return tarn::vkcore::protocol::read({{tName, tValue}}, tName, &tDate) ? std::optional(tDate)

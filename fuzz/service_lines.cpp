@@ -21,6 +21,8 @@
 #include <cstdlib>
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 using namespace tarn;
 using namespace tarn::vkservice;
 
@@ -36,12 +38,11 @@ class Rig
 public:
     Rig() : mApp(new ServiceApplication(false)), mServer(mFiltered)
     {
-        mApp->getConfig()->setValue(QStringLiteral("service.stateDir"), mFolder.path(QStringLiteral("state")),
+        mApp->getConfig()->setValue(u"service.stateDir"_s, mFolder.path(u"state"_s),
                                     vkcore::Config::UserValue);
-        mApp->getConfig()->setValue(QStringLiteral("service.install.dir"), mFolder.path(QStringLiteral("vk")),
+        mApp->getConfig()->setValue(u"service.install.dir"_s, mFolder.path(u"vk"_s),
                                     vkcore::Config::UserValue);
-        mService =
-            std::make_unique<Service>(*mApp, Service::Options{mFolder.path(QStringLiteral("own")), true});
+        mService = std::make_unique<Service>(*mApp, Service::Options{mFolder.path(u"own"_s), true});
         QString tError;
         if (!mService->start(&tError)) {
             std::abort();
@@ -55,21 +56,20 @@ public:
                                                                 : mAll.call(pPeer, tName, pParams);
                           });
         }
-        if (!mServer.listen(mFolder.path(QStringLiteral("socket")), {}, &tError)) {
+        if (!mServer.listen(mFolder.path(u"socket"_s), {}, &tError)) {
             std::abort();
         }
     }
 
     bool isEnding() const { return mService->isEnding(); }
 
-    int connect() const { return connectedSocket(mFolder.path(QStringLiteral("socket"))); }
+    int connect() const { return connectedSocket(mFolder.path(u"socket"_s)); }
 
 private:
     static bool reachesOut(const QString& pMethod, const QJsonObject& pParams)
     {
-        return pMethod == QStringLiteral("triggerUpdate") ||
-               (pMethod == QStringLiteral("setConfigValue") &&
-                pParams.value(QStringLiteral("name")) == QStringLiteral("mail.url"));
+        return pMethod == u"triggerUpdate"_s ||
+               (pMethod == u"setConfigValue"_s && pParams.value(u"name"_s) == u"mail.url"_s);
     }
 
     fuzz::ScratchFolder mFolder;
@@ -127,8 +127,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
         sRig.reset();
         sRig = std::make_unique<Rig>();
     }
-    const QByteArray tLast =
-        vkcore::protocol::toLine(vkcore::protocol::request(sLastId, QStringLiteral("ping"), {}));
+    const QByteArray tLast = vkcore::protocol::toLine(vkcore::protocol::request(sLastId, u"ping"_s, {}));
     const QByteArray tBytes =
         QByteArray(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize)) + '\n' + tLast;
     const int tFd = sRig->connect();

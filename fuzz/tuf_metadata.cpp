@@ -6,6 +6,8 @@
 
 #include <cstdlib>
 
+using namespace Qt::StringLiterals;
+
 using namespace tarn::tuf;
 
 namespace {
@@ -13,7 +15,7 @@ namespace {
 void checkSignatures(const Signed& pFile, const KeyMap& pKeys)
 {
     const RoleKeys tAll{pKeys.keys(), 2};
-    verifyThreshold(QStringLiteral("fuzzed"), pFile, tAll, pKeys);
+    verifyThreshold(u"fuzzed"_s, pFile, tAll, pKeys);
 }
 
 void searchDelegations(const Delegations& pDelegations, const QMap<QString, TargetFile>& pTargets)
@@ -28,7 +30,7 @@ void searchDelegations(const Delegations& pDelegations, const QMap<QString, Targ
     for (auto tIt = pTargets.begin(); tIt != pTargets.end(); ++tIt) {
         rolesForTarget(pDelegations, tIt.key());
     }
-    rolesForTarget(pDelegations, QStringLiteral("applications/viewer-1.0.0.0.tar.zst"));
+    rolesForTarget(pDelegations, u"applications/viewer-1.0.0.0.tar.zst"_s);
 }
 
 } // namespace

@@ -15,6 +15,8 @@
 
 #include <cstdlib>
 
+using namespace Qt::StringLiterals;
+
 using namespace tarn;
 using namespace tarn::tuf;
 
@@ -28,8 +30,8 @@ const QHash<QString, SigningKey>& keys()
                                     "\n-----END PRIVATE KEY-----\n");
     };
     static const QHash<QString, SigningKey> sKeys{
-        {QStringLiteral("alice"), tKey("MC4CAQAwBQYDK2VwBCIEIJ1hsZ3v/VpguoRK9JLsLMREScVpezJpGXA7rAMcrn9g")},
-        {QStringLiteral("bob"), tKey("MC4CAQAwBQYDK2VwBCIEIEzNCJso/5banbbDRuwRTg9bijGfNaumJNqM9u1PuKb7")},
+        {u"alice"_s, tKey("MC4CAQAwBQYDK2VwBCIEIJ1hsZ3v/VpguoRK9JLsLMREScVpezJpGXA7rAMcrn9g")},
+        {u"bob"_s, tKey("MC4CAQAwBQYDK2VwBCIEIEzNCJso/5banbbDRuwRTg9bijGfNaumJNqM9u1PuKb7")},
     };
     return sKeys;
 }
@@ -38,19 +40,19 @@ QByteArray signedAnew(const QByteArray& pFile)
 {
     QJsonObject tFile = QJsonDocument::fromJson(pFile).object();
     QByteArray tMessage;
-    if (tFile.isEmpty() || !canonicalJson(tFile.value(QStringLiteral("signed")), &tMessage)) {
+    if (tFile.isEmpty() || !canonicalJson(tFile.value(u"signed"_s), &tMessage)) {
         return pFile;
     }
-    QJsonArray tSignatures = tFile.value(QStringLiteral("signatures")).toArray();
+    QJsonArray tSignatures = tFile.value(u"signatures"_s).toArray();
     for (QJsonValueRef tSignature : tSignatures) {
         QJsonObject tObject = tSignature.toObject();
-        const auto tKey = keys().constFind(tObject.value(QStringLiteral("keyid")).toString());
+        const auto tKey = keys().constFind(tObject.value(u"keyid"_s).toString());
         if (tKey != keys().cend()) {
-            tObject.insert(QStringLiteral("sig"), QString::fromLatin1(tKey->sign(tMessage).toHex()));
+            tObject.insert(u"sig"_s, QString::fromLatin1(tKey->sign(tMessage).toHex()));
             tSignature = tObject;
         }
     }
-    tFile.insert(QStringLiteral("signatures"), tSignatures);
+    tFile.insert(u"signatures"_s, tSignatures);
     return QJsonDocument(tFile).toJson(QJsonDocument::Compact);
 }
 
@@ -95,7 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
     const fuzz::ScratchFolder tFolder;
     const QDateTime tNow(QDate(2026, 3, 1), QTime(12, 0), Qt::UTC);
     os::FileSystem& tFiles = os::realFileSystem();
-    if (Updater::initialize(tFiles, tFolder.path(), tRepository.file(QStringLiteral("root.json")))) {
+    if (Updater::initialize(tFiles, tFolder.path(), tRepository.file(u"root.json"_s))) {
         return 0;
     }
     QList<TargetFile> tFirst;

@@ -5,14 +5,16 @@
 
 #include <cstdlib>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::fuzz {
 
 namespace {
 
 QString nameTemplate()
 {
-    const QString tMemory = QStringLiteral("/dev/shm");
-    return (QDir(tMemory).exists() ? tMemory : QDir::tempPath()) + QStringLiteral("/rkm-fuzz.XXXXXX");
+    const QString tMemory = u"/dev/shm"_s;
+    return (QDir(tMemory).exists() ? tMemory : QDir::tempPath()) + u"/rkm-fuzz.XXXXXX"_s;
 }
 
 } // namespace

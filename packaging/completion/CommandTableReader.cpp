@@ -8,6 +8,8 @@
 #include <cstring>
 #include <map>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 namespace {
@@ -91,7 +93,7 @@ std::map<std::string, std::string> commandHelps(const std::string& pUsage)
 
 std::vector<CommandWords> CommandTableReader::read()
 {
-    const vkcore::GRef<VKCApplication> tApp(new VKCApplication({QStringLiteral("vk")}, 0));
+    const vkcore::GRef<VKCApplication> tApp(new VKCApplication({u"vk"_s}, 0));
     const option::Descriptor* tUsage = tApp->getUsageOptDescriptor();
     while (tUsage[1].shortopt != nullptr) {
         ++tUsage;

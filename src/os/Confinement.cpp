@@ -11,6 +11,8 @@
 
 #include <cerrno>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::os {
 
 namespace {
@@ -91,7 +93,7 @@ void Confinement::allow(const QString& pPath, std::uint64_t pAccess)
 
 Failure Confinement::enter()
 {
-    const auto tFailed = [] { return Failure::fromErrno(errno, QStringLiteral("confine the update")); };
+    const auto tFailed = [] { return Failure::fromErrno(errno, u"confine the update"_s); };
     landlock_ruleset_attr tWhat = {};
     tWhat.handled_access_fs = handled();
     const int tRuleset = static_cast<int>(makeRuleset(&tWhat, sizeof tWhat, 0));

@@ -12,6 +12,8 @@
 #include <cerrno>
 #include <cstring>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::os {
 
 namespace {
@@ -112,10 +114,10 @@ Failure makePath(FileSystem& pFileSystem, const QString& pPath, mode_t pMode)
         struct stat tStat;
         const bool tThere = ::stat(tPart.constData(), &tStat) == 0;
         if (tThere && !S_ISDIR(tStat.st_mode)) {
-            return Failure::fromErrno(ENOTDIR, QStringLiteral("make the folder %1").arg(pPath));
+            return Failure::fromErrno(ENOTDIR, u"make the folder %1"_s.arg(pPath));
         }
         if (!tThere && pFileSystem.makeDir(tPart, pMode) != 0 && errno != EEXIST) {
-            return Failure::fromErrno(errno, QStringLiteral("make the folder %1").arg(pPath));
+            return Failure::fromErrno(errno, u"make the folder %1"_s.arg(pPath));
         }
         if (tEnd < 0) {
             return {};
@@ -129,14 +131,14 @@ Failure readFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxSize,
     // Not blocking: a pipe in place of the file must not hold the caller up.
     Descriptor tFile(pFileSystem, pFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_NONBLOCK));
     return tFile.isOpen() ? readOpenFile(pFileSystem, tFile.fd(), pPath, pMaxSize, pTo)
-                          : Failure::fromErrno(errno, QStringLiteral("read %1").arg(pPath));
+                          : Failure::fromErrno(errno, u"read %1"_s.arg(pPath));
 }
 
 Failure readOpenFile(FileSystem& pFileSystem, int pFd, const QString& pPath, qint64 pMaxSize, QByteArray* pTo)
 {
     pTo->clear();
     const int tErrno = readAll(pFileSystem, pFd, pMaxSize, pTo);
-    return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, QStringLiteral("read %1").arg(pPath));
+    return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, u"read %1"_s.arg(pPath));
 }
 
 Failure writeFile(FileSystem& pFileSystem, const QString& pPath, const QByteArray& pBytes, mode_t pMode)
@@ -146,7 +148,7 @@ Failure writeFile(FileSystem& pFileSystem, const QString& pPath, const QByteArra
     if (!tFile.isOpen() ||
         writeAll(pFileSystem, tFile.fd(), pBytes.constData(), static_cast<size_t>(pBytes.size())) != 0 ||
         tFile.close() != 0) {
-        return Failure::fromErrno(errno, QStringLiteral("write %1").arg(pPath));
+        return Failure::fromErrno(errno, u"write %1"_s.arg(pPath));
     }
     return {};
 }
@@ -160,7 +162,7 @@ Failure replaceFile(FileSystem& pFileSystem, const QString& pPath, const QByteAr
     if (!tFile.isOpen() ||
         writeAll(pFileSystem, tFile.fd(), pBytes.constData(), static_cast<size_t>(pBytes.size())) != 0 ||
         pFileSystem.fsync(tFile.fd()) != 0 || tFile.close() != 0 || pFileSystem.rename(tNew, tPath) != 0) {
-        const Failure tFailure = Failure::fromErrno(errno, QStringLiteral("write %1").arg(pPath));
+        const Failure tFailure = Failure::fromErrno(errno, u"write %1"_s.arg(pPath));
         pFileSystem.unlink(tNew);
         return tFailure;
     }
@@ -172,11 +174,10 @@ Failure removeTree(FileSystem& pFileSystem, const QString& pPath)
     const QByteArray tPath = QFile::encodeName(pPath);
     struct stat tStat;
     if (::lstat(tPath.constData(), &tStat) != 0) {
-        return errno == ENOENT ? Failure()
-                               : Failure::fromErrno(errno, QStringLiteral("remove %1").arg(pPath));
+        return errno == ENOENT ? Failure() : Failure::fromErrno(errno, u"remove %1"_s.arg(pPath));
     }
     const int tErrno = removeEntry(pFileSystem, AT_FDCWD, tPath, S_ISDIR(tStat.st_mode));
-    return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, QStringLiteral("remove %1").arg(pPath));
+    return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, u"remove %1"_s.arg(pPath));
 }
 
 int openBelow(FileSystem& pFileSystem, int pDirFd, const QByteArrayList& pNames)
@@ -202,14 +203,14 @@ Failure removeBelow(FileSystem& pFileSystem, int pDirFd, const QByteArrayList& p
     } else {
         tErrno = removeEntry(pFileSystem, tDir.fd(), pNames.last(), S_ISDIR(tStat.st_mode));
     }
-    return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, QStringLiteral("remove %1").arg(pPath));
+    return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, u"remove %1"_s.arg(pPath));
 }
 
 Failure syncDir(FileSystem& pFileSystem, const QString& pPath)
 {
     Descriptor tDir(pFileSystem, pFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_DIRECTORY));
     if (!tDir.isOpen() || pFileSystem.fsync(tDir.fd()) != 0) {
-        return Failure::fromErrno(errno, QStringLiteral("write the folder %1 to the disk").arg(pPath));
+        return Failure::fromErrno(errno, u"write the folder %1 to the disk"_s.arg(pPath));
     }
     return {};
 }

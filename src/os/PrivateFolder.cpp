@@ -10,6 +10,8 @@
 
 #include <cerrno>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::os {
 
 namespace {
@@ -30,7 +32,7 @@ Failure PrivateFolder::open(const QString& pPath)
     if (const Failure tFailure = makePath(mFileSystem, pPath, sFolderMode)) {
         return tFailure;
     }
-    const QString tWhat = QStringLiteral("use the folder %1").arg(pPath);
+    const QString tWhat = u"use the folder %1"_s.arg(pPath);
     mFolder = Descriptor(mFileSystem,
                          mFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
     struct stat tStat;
@@ -39,8 +41,7 @@ Failure PrivateFolder::open(const QString& pPath)
     }
     if (tStat.st_uid != ::geteuid()) {
         mFolder.close();
-        return {Failure::Kind::Io,
-                QStringLiteral("Can't %1: it belongs to another user. Remove it").arg(tWhat)};
+        return {Failure::Kind::Io, u"Can't %1: it belongs to another user. Remove it"_s.arg(tWhat)};
     }
     if ((tStat.st_mode & 07777) != sFolderMode && mFileSystem.changeMode(mFolder.fd(), sFolderMode) != 0) {
         return Failure::fromErrno(errno, tWhat);
@@ -50,7 +51,7 @@ Failure PrivateFolder::open(const QString& pPath)
 
 QString PrivateFolder::pathOf(const QByteArray& pName) const
 {
-    return mPath + QLatin1Char('/') + QFile::decodeName(pName);
+    return mPath + u'/' + QFile::decodeName(pName);
 }
 
 bool PrivateFolder::isSound(const Descriptor& pFile, qint64 pMaxSize) const
@@ -62,7 +63,7 @@ bool PrivateFolder::isSound(const Descriptor& pFile, qint64 pMaxSize) const
 
 Failure PrivateFolder::openFile(const QByteArray& pName, qint64 pMaxSize, Descriptor* pTo) const
 {
-    const QString tWhat = QStringLiteral("write %1").arg(pathOf(pName));
+    const QString tWhat = u"write %1"_s.arg(pathOf(pName));
     if (!isPlainName(pName)) {
         return Failure::fromErrno(EINVAL, tWhat);
     }
@@ -115,11 +116,11 @@ QList<QByteArray> PrivateFolder::names() const
 Failure PrivateFolder::remove(const QByteArray& pName) const
 {
     if (!isPlainName(pName)) {
-        return Failure::fromErrno(EINVAL, QStringLiteral("remove %1").arg(pathOf(pName)));
+        return Failure::fromErrno(EINVAL, u"remove %1"_s.arg(pathOf(pName)));
     }
     return mFileSystem.unlinkAt(mFolder.fd(), pName, 0) == 0 || errno == ENOENT
                ? Failure()
-               : Failure::fromErrno(errno, QStringLiteral("remove %1").arg(pathOf(pName)));
+               : Failure::fromErrno(errno, u"remove %1"_s.arg(pathOf(pName)));
 }
 
 } // namespace tarn::os

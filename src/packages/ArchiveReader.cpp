@@ -8,6 +8,8 @@
 
 #include <cerrno>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::packages {
 
 namespace {
@@ -35,7 +37,7 @@ Failure ArchiveReader::open(const QString& pPath)
     mPath = pPath;
     mFile = os::Descriptor(mFileSystem, mFileSystem.open(QFile::encodeName(pPath), O_RDONLY));
     if (!mFile.isOpen()) {
-        return Failure::fromErrno(errno, QStringLiteral("open %1").arg(pPath));
+        return Failure::fromErrno(errno, u"open %1"_s.arg(pPath));
     }
     return archive_read_open(mArchive, this, nullptr, &ArchiveReader::readBlock, nullptr) == ARCHIVE_OK
                ? Failure()
@@ -60,11 +62,11 @@ ssize_t ArchiveReader::readBlock(archive* pArchive, void* pSelf, const void** pB
 Failure ArchiveReader::failure() const
 {
     if (mReadErrno != 0) {
-        return Failure::fromErrno(mReadErrno, QStringLiteral("read %1").arg(mPath));
+        return Failure::fromErrno(mReadErrno, u"read %1"_s.arg(mPath));
     }
     const char* tText = archive_error_string(mArchive);
-    return Failure::content(QStringLiteral("The package %1 is no readable archive: %2")
-                                .arg(mPath, QString::fromUtf8(tText == nullptr ? "unknown format" : tText)));
+    return Failure::content(u"The package %1 is no readable archive: %2"_s.arg(
+        mPath, QString::fromUtf8(tText == nullptr ? "unknown format" : tText)));
 }
 
 QByteArray ArchiveReader::pathOf(archive_entry* pEntry)

@@ -6,6 +6,8 @@
 
 #include <cerrno>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::packages {
 
 namespace {
@@ -19,11 +21,11 @@ os::Failure FolderChain::start(const QString& pRoot)
 {
     const QByteArray tRoot = QFile::encodeName(pRoot);
     if (mFileSystem.makeDir(tRoot, sFolderMode) != 0) {
-        return os::Failure::fromErrno(errno, QStringLiteral("make the folder %1").arg(pRoot));
+        return os::Failure::fromErrno(errno, u"make the folder %1"_s.arg(pRoot));
     }
     mFolders.emplace_back(mFileSystem, mFileSystem.open(tRoot, sOpenFlags));
     if (!mFolders.back().isOpen() || mFileSystem.changeMode(mFolders.back().fd(), sFolderMode) != 0) {
-        return os::Failure::fromErrno(errno, QStringLiteral("open the folder %1").arg(pRoot));
+        return os::Failure::fromErrno(errno, u"open the folder %1"_s.arg(pRoot));
     }
     return {};
 }

@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cerrno>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::packages {
 
 namespace {
@@ -37,25 +39,24 @@ Failure GenerationReader::read(const QString& pPath, Manifest* pTo)
 {
     QByteArray tBytes;
     if (const Failure tFailure = os::readFile(mFileSystem, pPath, sMaxManifestSize, &tBytes)) {
-        return isMissing(pPath) ? Failure::content(QStringLiteral("%1 is missing").arg(pPath)) : tFailure;
+        return isMissing(pPath) ? Failure::content(u"%1 is missing"_s.arg(pPath)) : tFailure;
     }
     QString tReason;
     if (!Manifest::fromBytes(tBytes, pTo, &tReason)) {
-        return Failure::content(QStringLiteral("%1 is damaged: %2").arg(pPath, tReason));
+        return Failure::content(u"%1 is damaged: %2"_s.arg(pPath, tReason));
     }
     return {};
 }
 
 Failure GenerationReader::manifest(qint64 pNumber, Manifest* pTo)
 {
-    const QString tPath = mFolders.generationDir(pNumber) + QLatin1Char('/') + manifestFileName();
+    const QString tPath = mFolders.generationDir(pNumber) + u'/' + manifestFileName();
     if (const Failure tFailure = read(tPath, pTo)) {
         return tFailure;
     }
     return pTo->mGeneration == pNumber
                ? Failure()
-               : Failure::content(
-                     QStringLiteral("%1 is damaged: it is that of another generation").arg(tPath));
+               : Failure::content(u"%1 is damaged: it is that of another generation"_s.arg(tPath));
 }
 
 Failure GenerationReader::intent(Manifest* pTo)
@@ -70,12 +71,11 @@ Failure GenerationReader::currentNumber(qint64* pTo) const
     const QString tLink = mFolders.currentLink();
     const QFileInfo tInfo(tLink);
     if (!tInfo.isSymLink()) {
-        return tInfo.exists() ? Failure::content(QStringLiteral("%1 is not a link").arg(tLink)) : Failure();
+        return tInfo.exists() ? Failure::content(u"%1 is not a link"_s.arg(tLink)) : Failure();
     }
     bool tIsNumber = false;
     *pTo = QFileInfo(QFile::symLinkTarget(tLink)).fileName().toLongLong(&tIsNumber);
-    return tIsNumber ? Failure()
-                     : Failure::content(QStringLiteral("%1 does not name a generation").arg(tLink));
+    return tIsNumber ? Failure() : Failure::content(u"%1 does not name a generation"_s.arg(tLink));
 }
 
 Failure GenerationReader::current(Manifest* pTo, QString* pDamage)
@@ -93,15 +93,13 @@ Failure GenerationReader::current(Manifest* pTo, QString* pDamage)
     if (!newestSoundBefore(tNumber, pTo)) {
         *pTo = Manifest();
         return Failure::content(
-            QStringLiteral("%1, and no generation before it is sound. To have all packages installed again, "
-                           "remove the link %2 and start the update")
-                .arg(tFailure.mText, mFolders.currentLink()));
+            u"%1, and no generation before it is sound. To have all packages installed again, "
+            "remove the link %2 and start the update"_s.arg(tFailure.mText, mFolders.currentLink()));
     }
     if (pDamage != nullptr) {
-        *pDamage =
-            QStringLiteral("%1. Generation %2 counts as installed until the next update has made a new one")
-                .arg(tFailure.mText)
-                .arg(pTo->mGeneration);
+        *pDamage = u"%1. Generation %2 counts as installed until the next update has made a new one"_s
+                       .arg(tFailure.mText)
+                       .arg(pTo->mGeneration);
     }
     return {};
 }

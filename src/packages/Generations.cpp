@@ -12,6 +12,8 @@
 
 #include <cerrno>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::packages {
 
 namespace {
@@ -98,7 +100,7 @@ Failure Generations::moveIntoPlace(const StagedPackage& pStaged, const Generatio
         }
     }
     if (mFileSystem.rename(QFile::encodeName(pStaged.mStagingFolder), QFile::encodeName(tTarget)) != 0) {
-        return Failure::fromErrno(errno, QStringLiteral("move the new package to %1").arg(tTarget));
+        return Failure::fromErrno(errno, u"move the new package to %1"_s.arg(tTarget));
     }
     return {};
 }
@@ -110,14 +112,13 @@ Failure Generations::writeGeneration(const Manifest& pNext)
         return tFailure;
     }
     for (const InstalledPackage& tPackage : pNext.mPackages) {
-        const QString tLink = tDir + QLatin1Char('/') + tPackage.mInfo.mName;
+        const QString tLink = tDir + u'/' + tPackage.mInfo.mName;
         if (mFileSystem.symlink(QFile::encodeName(linkToFolder(tPackage.mFolder)),
                                 QFile::encodeName(tLink)) != 0) {
-            return Failure::fromErrno(errno, QStringLiteral("make the link %1").arg(tLink));
+            return Failure::fromErrno(errno, u"make the link %1"_s.arg(tLink));
         }
     }
-    return os::writeFile(mFileSystem, tDir + QLatin1Char('/') + manifestFileName(), pNext.toBytes(),
-                         sManifestMode);
+    return os::writeFile(mFileSystem, tDir + u'/' + manifestFileName(), pNext.toBytes(), sManifestMode);
 }
 
 Failure Generations::syncRoots()
@@ -128,15 +129,14 @@ Failure Generations::syncRoots()
         os::Descriptor tDir(mFileSystem, mFileSystem.open(QFile::encodeName(tRoot), O_RDONLY | O_DIRECTORY));
         struct stat tStat;
         if (!tDir.isOpen() || ::fstat(tDir.fd(), &tStat) != 0) {
-            return Failure::fromErrno(errno, QStringLiteral("open the folder %1").arg(tRoot));
+            return Failure::fromErrno(errno, u"open the folder %1"_s.arg(tRoot));
         }
         if (tDone.contains(tStat.st_dev)) {
             continue;
         }
         tDone.append(tStat.st_dev);
         if (mFileSystem.syncFs(tDir.fd()) != 0) {
-            return Failure::fromErrno(errno,
-                                      QStringLiteral("write the new packages in %1 to the disk").arg(tRoot));
+            return Failure::fromErrno(errno, u"write the new packages in %1 to the disk"_s.arg(tRoot));
         }
     }
     return {};
@@ -148,8 +148,7 @@ Failure Generations::switchTo(qint64 pNumber)
     mFileSystem.unlink(tNew);
     if (mFileSystem.symlink("generations/" + QByteArray::number(pNumber), tNew) != 0 ||
         mFileSystem.rename(tNew, QFile::encodeName(mFolders.currentLink())) != 0) {
-        return Failure::fromErrno(
-            errno, QStringLiteral("switch %1 to the new packages").arg(mFolders.currentLink()));
+        return Failure::fromErrno(errno, u"switch %1 to the new packages"_s.arg(mFolders.currentLink()));
     }
     // Should this fail, a power cut can bring back the old generation, which is whole and kept; the switch as
     // such has happened and is not to be reported as failed.

@@ -8,6 +8,8 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::packages {
 
 using os::Failure;
@@ -21,7 +23,7 @@ constexpr int sFormat = 1;
 } // namespace
 
 Installation::Installation(os::FileSystem& pFileSystem, const QString& pStateDir)
-    : mFileSystem(pFileSystem), mPath(pStateDir + QStringLiteral("/installation.json"))
+    : mFileSystem(pFileSystem), mPath(pStateDir + u"/installation.json"_s)
 {
 }
 
@@ -35,19 +37,18 @@ Failure Installation::read()
         return tFailure;
     }
     const QJsonObject tObject = QJsonDocument::fromJson(tBytes).object();
-    const QString tId = tObject.value(QLatin1String("id")).toString();
+    const QString tId = tObject.value("id"_L1).toString();
     QStringList tRoots;
-    bool tIsSound = tObject.value(QLatin1String("format")).toInt() == sFormat && !tId.isEmpty();
-    const QJsonArray tValues = tObject.value(QLatin1String("roots")).toArray();
+    bool tIsSound = tObject.value("format"_L1).toInt() == sFormat && !tId.isEmpty();
+    const QJsonArray tValues = tObject.value("roots"_L1).toArray();
     for (const QJsonValue tValue : tValues) {
         tRoots.append(tValue.toString());
         tIsSound = tIsSound && QDir::isAbsolutePath(tRoots.last());
     }
     if (!tIsSound) {
         return Failure::content(
-            QStringLiteral(
-                "%1 is damaged. Remove it: what it says is made again from the folders of packages")
-                .arg(mPath));
+            u"%1 is damaged. Remove it: what it says is made again from the folders of packages"_s.arg(
+                mPath));
     }
     mId = tId;
     mRoots = tRoots;
@@ -66,9 +67,8 @@ Failure Installation::addRoot(const QString& pRoot)
 
 Failure Installation::write(const QString& pId, const QStringList& pRoots)
 {
-    const QJsonObject tObject{{QStringLiteral("format"), sFormat},
-                              {QStringLiteral("id"), pId},
-                              {QStringLiteral("roots"), QJsonArray::fromStringList(pRoots)}};
+    const QJsonObject tObject{
+        {u"format"_s, sFormat}, {u"id"_s, pId}, {u"roots"_s, QJsonArray::fromStringList(pRoots)}};
     const Failure tFailure =
         os::replaceFile(mFileSystem, mPath, QJsonDocument(tObject).toJson(), sPrivateFile);
     if (!tFailure) {

@@ -11,6 +11,8 @@
 
 #include <cerrno>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::packages {
 
 using os::Failure;
@@ -130,11 +132,11 @@ bool Leftovers::removeItem(const Item& pItem, const QStringList& pPutOff)
 Failure Leftovers::removeStaging(const PackagePlace& pPlace)
 {
     const QString tRoot = mFolders.rootOf(pPlace);
-    const QString tName = pPlace.mName + QLatin1Char('-') + pPlace.mVersion;
+    const QString tName = pPlace.mName + u'-' + pPlace.mVersion;
     const int tFd = mRoots.fd(tRoot);
     return tFd < 0 ? Failure()
                    : os::removeBelow(mFileSystem, tFd, {sStaging, QFile::encodeName(tName)},
-                                     mFolders.stagingDir(tRoot) + QLatin1Char('/') + tName);
+                                     mFolders.stagingDir(tRoot) + u'/' + tName);
 }
 
 Failure Leftovers::removePackage(const PackagePlace& pPlace)
@@ -165,9 +167,8 @@ Failure Leftovers::removeGeneration(qint64 pNumber)
     bool tDone = tDir.isOpen();
     const QStringList tNames = QDir(tPath).entryList(QDir::AllEntries | QDir::Hidden | QDir::System);
     for (const QString& tName : tNames) {
-        const bool tIsManifest =
-            tName == manifestFileName() || tName == manifestFileName() + QLatin1String(".new");
-        if (tDone && (tIsManifest || folderOfLink(tPath + QLatin1Char('/') + tName))) {
+        const bool tIsManifest = tName == manifestFileName() || tName == manifestFileName() + ".new"_L1;
+        if (tDone && (tIsManifest || folderOfLink(tPath + u'/' + tName))) {
             tDone = mFileSystem.unlinkAt(tDir.fd(), QFile::encodeName(tName), 0) == 0 || errno == ENOENT;
         }
     }
@@ -175,7 +176,7 @@ Failure Leftovers::removeGeneration(qint64 pNumber)
                   errno == EEXIST || errno == ENOENT)) {
         return {};
     }
-    return Failure::fromErrno(errno, QStringLiteral("remove %1").arg(tPath));
+    return Failure::fromErrno(errno, u"remove %1"_s.arg(tPath));
 }
 
 } // namespace tarn::packages

@@ -6,6 +6,8 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::packages {
 
 namespace {
@@ -52,47 +54,46 @@ LangString langFrom(const QJsonValue& pFrom)
 
 QJsonObject recordObject(const Record& pRecord)
 {
-    return {{QStringLiteral("package"), pRecord.mPackage},
-            {QStringLiteral("parent"), textValue(pRecord.mParent)},
-            {QStringLiteral("version"), pRecord.mVersion},
-            {QStringLiteral("status"), pRecord.mStatus},
-            {QStringLiteral("versionDate"), dateText(pRecord.mVersionDate)},
-            {QStringLiteral("title"), langObject(pRecord.mTitle)},
-            {QStringLiteral("report"), langObject(pRecord.mReport)}};
+    return {{u"package"_s, pRecord.mPackage},
+            {u"parent"_s, textValue(pRecord.mParent)},
+            {u"version"_s, pRecord.mVersion},
+            {u"status"_s, pRecord.mStatus},
+            {u"versionDate"_s, dateText(pRecord.mVersionDate)},
+            {u"title"_s, langObject(pRecord.mTitle)},
+            {u"report"_s, langObject(pRecord.mReport)}};
 }
 
 Record recordFrom(const QJsonObject& pFrom)
 {
     Record tRecord;
-    tRecord.mPackage = pFrom.value(QLatin1String("package")).toString();
-    tRecord.mParent = pFrom.value(QLatin1String("parent")).toString();
-    tRecord.mVersion = pFrom.value(QLatin1String("version")).toString();
-    tRecord.mStatus = pFrom.value(QLatin1String("status")).toString();
-    tRecord.mVersionDate = dateFrom(pFrom.value(QLatin1String("versionDate")));
-    tRecord.mTitle = langFrom(pFrom.value(QLatin1String("title")));
-    tRecord.mReport = langFrom(pFrom.value(QLatin1String("report")));
+    tRecord.mPackage = pFrom.value("package"_L1).toString();
+    tRecord.mParent = pFrom.value("parent"_L1).toString();
+    tRecord.mVersion = pFrom.value("version"_L1).toString();
+    tRecord.mStatus = pFrom.value("status"_L1).toString();
+    tRecord.mVersionDate = dateFrom(pFrom.value("versionDate"_L1));
+    tRecord.mTitle = langFrom(pFrom.value("title"_L1));
+    tRecord.mReport = langFrom(pFrom.value("report"_L1));
     return tRecord;
 }
 
 QJsonObject packageObject(const InstalledPackage& pPackage)
 {
-    return {{QStringLiteral("info"), pPackage.mInfo.toJson()},
-            {QStringLiteral("hash"), QString::fromLatin1(pPackage.mHash.toHex())},
-            {QStringLiteral("folder"), pPackage.mFolder},
-            {QStringLiteral("parent"), textValue(pPackage.mParent)}};
+    return {{u"info"_s, pPackage.mInfo.toJson()},
+            {u"hash"_s, QString::fromLatin1(pPackage.mHash.toHex())},
+            {u"folder"_s, pPackage.mFolder},
+            {u"parent"_s, textValue(pPackage.mParent)}};
 }
 
 bool packageFrom(const QJsonObject& pFrom, InstalledPackage* pTo, QString* pError)
 {
-    if (!PackageInfo::fromJson(pFrom.value(QLatin1String("info")).toObject(), &pTo->mInfo, pError)) {
+    if (!PackageInfo::fromJson(pFrom.value("info"_L1).toObject(), &pTo->mInfo, pError)) {
         return false;
     }
-    const auto tHash = tuf::Hash::fromHex(pFrom.value(QLatin1String("hash")).toString());
-    pTo->mFolder = pFrom.value(QLatin1String("folder")).toString();
-    pTo->mParent = pFrom.value(QLatin1String("parent")).toString();
+    const auto tHash = tuf::Hash::fromHex(pFrom.value("hash"_L1).toString());
+    pTo->mFolder = pFrom.value("folder"_L1).toString();
+    pTo->mParent = pFrom.value("parent"_L1).toString();
     if (!tHash || !PackageFolders::isPlaceOf(pTo->mFolder, pTo->mInfo, *tHash)) {
-        *pError =
-            QStringLiteral("the hash or the folder of the package %1 is not right").arg(pTo->mInfo.mName);
+        *pError = u"the hash or the folder of the package %1 is not right"_s.arg(pTo->mInfo.mName);
         return false;
     }
     pTo->mHash = *tHash;
@@ -130,11 +131,10 @@ QByteArray Manifest::toBytes() const
     for (const Record& tRecord : mRecords) {
         tRecords.append(recordObject(tRecord));
     }
-    const QJsonObject tRoot{
-        {QStringLiteral("format"), sFormat},          {QStringLiteral("generation"), mGeneration},
-        {QStringLiteral("previous"), mPrevious},      {QStringLiteral("run"), mRunId},
-        {QStringLiteral("date"), dateText(mRunDate)}, {QStringLiteral("records"), tRecords},
-        {QStringLiteral("packages"), tPackages}};
+    const QJsonObject tRoot{{u"format"_s, sFormat},          {u"generation"_s, mGeneration},
+                            {u"previous"_s, mPrevious},      {u"run"_s, mRunId},
+                            {u"date"_s, dateText(mRunDate)}, {u"records"_s, tRecords},
+                            {u"packages"_s, tPackages}};
     return QJsonDocument(tRoot).toJson();
 }
 
@@ -142,21 +142,21 @@ bool Manifest::fromBytes(const QByteArray& pBytes, Manifest* pTo, QString* pErro
 {
     QJsonParseError tParseError;
     const QJsonObject tRoot = QJsonDocument::fromJson(pBytes, &tParseError).object();
-    if (tRoot.value(QLatin1String("format")).toInt() != sFormat) {
-        *pError = tParseError.error == QJsonParseError::NoError ? QStringLiteral("it has an unknown format")
+    if (tRoot.value("format"_L1).toInt() != sFormat) {
+        *pError = tParseError.error == QJsonParseError::NoError ? u"it has an unknown format"_s
                                                                 : tParseError.errorString();
         return false;
     }
     Manifest tManifest;
-    tManifest.mGeneration = tRoot.value(QLatin1String("generation")).toInteger();
-    tManifest.mPrevious = tRoot.value(QLatin1String("previous")).toInteger();
-    tManifest.mRunId = tRoot.value(QLatin1String("run")).toString();
-    tManifest.mRunDate = dateFrom(tRoot.value(QLatin1String("date"))).toLocalTime();
-    const QJsonArray tRecords = tRoot.value(QLatin1String("records")).toArray();
+    tManifest.mGeneration = tRoot.value("generation"_L1).toInteger();
+    tManifest.mPrevious = tRoot.value("previous"_L1).toInteger();
+    tManifest.mRunId = tRoot.value("run"_L1).toString();
+    tManifest.mRunDate = dateFrom(tRoot.value("date"_L1)).toLocalTime();
+    const QJsonArray tRecords = tRoot.value("records"_L1).toArray();
     for (const QJsonValue tRecord : tRecords) {
         tManifest.mRecords.append(recordFrom(tRecord.toObject()));
     }
-    const QJsonArray tPackages = tRoot.value(QLatin1String("packages")).toArray();
+    const QJsonArray tPackages = tRoot.value("packages"_L1).toArray();
     for (const QJsonValue tValue : tPackages) {
         InstalledPackage tPackage;
         if (!packageFrom(tValue.toObject(), &tPackage, pError)) {

@@ -8,6 +8,8 @@
 
 #include <climits>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::packages {
 
 namespace {
@@ -16,8 +18,8 @@ constexpr int sHashDigits = 16;
 
 QString versionFolder(const PackageInfo& pInfo, const tuf::Hash& pHash)
 {
-    return QStringLiteral("%1-%2").arg(pInfo.mVersion.version().toString(),
-                                       QString::fromLatin1(pHash.toHex().left(sHashDigits)));
+    return u"%1-%2"_s.arg(pInfo.mVersion.version().toString(),
+                          QString::fromLatin1(pHash.toHex().left(sHashDigits)));
 }
 
 constexpr QLatin1String sOutOfGeneration("../../");
@@ -55,32 +57,30 @@ QStringList PackageFolders::roots() const
 
 QString PackageFolders::stagingDir(const QString& pRoot) const
 {
-    return pRoot + QStringLiteral("/.staging");
+    return pRoot + u"/.staging"_s;
 }
 
 QString PackageFolders::stagingFolder(const PackageInfo& pInfo, const tuf::Hash& pHash) const
 {
-    return QStringLiteral("%1/%2-%3")
-        .arg(stagingDir(root(pInfo.mKind)), pInfo.mName, versionFolder(pInfo, pHash));
+    return u"%1/%2-%3"_s.arg(stagingDir(root(pInfo.mKind)), pInfo.mName, versionFolder(pInfo, pHash));
 }
 
 QString PackageFolders::folder(const PackageInfo& pInfo, const tuf::Hash& pHash) const
 {
-    const QString tBelow = QStringLiteral("packages/%1/%2").arg(pInfo.mName, versionFolder(pInfo, pHash));
+    const QString tBelow = u"packages/%1/%2"_s.arg(pInfo.mName, versionFolder(pInfo, pHash));
     const QString& tRoot = root(pInfo.mKind);
-    return tRoot == mInstallDir ? tBelow : tRoot + QLatin1Char('/') + tBelow;
+    return tRoot == mInstallDir ? tBelow : tRoot + u'/' + tBelow;
 }
 
 QString PackageFolders::absolute(const QString& pFolder) const
 {
-    return QDir::isAbsolutePath(pFolder) ? pFolder : mInstallDir + QLatin1Char('/') + pFolder;
+    return QDir::isAbsolutePath(pFolder) ? pFolder : mInstallDir + u'/' + pFolder;
 }
 
 std::optional<PackagePlace> PackageFolders::place(const QString& pFolder)
 {
-    static const QRegularExpression sForm(
-        QStringLiteral("\\A(?:(/[^\\0]*)/)?packages/([a-z0-9][a-z0-9._+-]{0,99})/"
-                       "([0-9]{1,10}(?:\\.[0-9]{1,10}){0,3}-[0-9a-f]{16})\\z"));
+    static const QRegularExpression sForm(u"\\A(?:(/[^\\0]*)/)?packages/([a-z0-9][a-z0-9._+-]{0,99})/"
+                                          "([0-9]{1,10}(?:\\.[0-9]{1,10}){0,3}-[0-9a-f]{16})\\z"_s);
     const QRegularExpressionMatch tMatch = sForm.match(pFolder);
     const QString tRoot = tMatch.captured(1);
     if (!tMatch.hasMatch() || (!tRoot.isEmpty() && QDir::cleanPath(tRoot) != tRoot)) {
@@ -97,27 +97,27 @@ bool PackageFolders::isPlaceOf(const QString& pFolder, const PackageInfo& pInfo,
 
 QString PackageFolders::generationsDir() const
 {
-    return mInstallDir + QStringLiteral("/generations");
+    return mInstallDir + u"/generations"_s;
 }
 
 QString PackageFolders::generationDir(qint64 pNumber) const
 {
-    return QStringLiteral("%1/%2").arg(generationsDir()).arg(pNumber);
+    return u"%1/%2"_s.arg(generationsDir()).arg(pNumber);
 }
 
 QString PackageFolders::currentLink() const
 {
-    return mInstallDir + QStringLiteral("/current");
+    return mInstallDir + u"/current"_s;
 }
 
 QString PackageFolders::newLink() const
 {
-    return mInstallDir + QStringLiteral("/.current.new");
+    return mInstallDir + u"/.current.new"_s;
 }
 
 QString PackageFolders::intentFile() const
 {
-    return mInstallDir + QStringLiteral("/.intent.json");
+    return mInstallDir + u"/.intent.json"_s;
 }
 
 } // namespace tarn::packages

@@ -4,6 +4,8 @@
 #include <QtCore/QJsonValue>
 #include <QtCore/QRegularExpression>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::packages {
 
 namespace {
@@ -13,17 +15,17 @@ constexpr qsizetype sMaxReport = 64 * 1024;
 constexpr qsizetype sMaxPath = 4096;
 constexpr qsizetype sMaxEntries = 1000; // languages of a text, required packages, executables
 
-const QLatin1String sKinds[] = {QLatin1String("application"), QLatin1String("data")};
+const QLatin1String sKinds[] = {"application"_L1, "data"_L1};
 
 bool isName(const QString& pText)
 {
-    static const QRegularExpression sFormat(QStringLiteral("\\A[a-z0-9][a-z0-9._+-]{0,99}\\z"));
+    static const QRegularExpression sFormat(u"\\A[a-z0-9][a-z0-9._+-]{0,99}\\z"_s);
     return sFormat.match(pText).hasMatch();
 }
 
 bool isLanguage(const QString& pText)
 {
-    static const QRegularExpression sFormat(QStringLiteral("\\A[A-Za-z]{2,8}([_-][A-Za-z0-9]{1,8}){0,3}\\z"));
+    static const QRegularExpression sFormat(u"\\A[A-Za-z]{2,8}([_-][A-Za-z0-9]{1,8}){0,3}\\z"_s);
     return sFormat.match(pText).hasMatch();
 }
 
@@ -32,8 +34,8 @@ bool isRelativePath(const QString& pText)
     if (pText.size() > sMaxPath || pText.contains(QChar(0))) {
         return false;
     }
-    for (const QString& tPart : pText.split(QLatin1Char('/'))) {
-        if (tPart.isEmpty() || tPart == QLatin1String(".") || tPart == QLatin1String("..")) {
+    for (const QString& tPart : pText.split(u'/')) {
+        if (tPart.isEmpty() || tPart == "."_L1 || tPart == ".."_L1) {
             return false;
         }
     }
@@ -51,7 +53,7 @@ public:
     void require(bool pCondition, const char* pName)
     {
         if (!pCondition && mProblem.isEmpty()) {
-            mProblem = QStringLiteral("\"%1\" is missing or not valid").arg(QLatin1String(pName));
+            mProblem = u"\"%1\" is missing or not valid"_s.arg(QLatin1String(pName));
         }
     }
 
@@ -135,26 +137,26 @@ QJsonObject textsToJson(const vkcore::LangString& pTexts)
 QJsonObject PackageInfo::toJson() const
 {
     QJsonObject tObject{
-        {QStringLiteral("name"), mName},
-        {QStringLiteral("kind"), sKinds[mKind == Kind::Data ? 1 : 0]},
-        {QStringLiteral("version"), mVersion.version().toString()},
-        {QStringLiteral("title"), textsToJson(mTitle)},
-        {QStringLiteral("installedSize"), mInstalledSize},
+        {u"name"_s, mName},
+        {u"kind"_s, sKinds[mKind == Kind::Data ? 1 : 0]},
+        {u"version"_s, mVersion.version().toString()},
+        {u"title"_s, textsToJson(mTitle)},
+        {u"installedSize"_s, mInstalledSize},
     };
     if (mVersion.date().isValid()) {
-        tObject.insert(QStringLiteral("date"), mVersion.date().toUTC().toString(Qt::ISODate));
+        tObject.insert(u"date"_s, mVersion.date().toUTC().toString(Qt::ISODate));
     }
     if (!mLanguage.isEmpty()) {
-        tObject.insert(QStringLiteral("language"), mLanguage);
+        tObject.insert(u"language"_s, mLanguage);
     }
     if (!mRequires.isEmpty()) {
-        tObject.insert(QStringLiteral("requires"), QJsonArray::fromStringList(mRequires));
+        tObject.insert(u"requires"_s, QJsonArray::fromStringList(mRequires));
     }
     if (!mExecutables.isEmpty()) {
-        tObject.insert(QStringLiteral("executables"), QJsonArray::fromStringList(mExecutables));
+        tObject.insert(u"executables"_s, QJsonArray::fromStringList(mExecutables));
     }
     if (!mReport.isEmpty()) {
-        tObject.insert(QStringLiteral("report"), textsToJson(mReport));
+        tObject.insert(u"report"_s, textsToJson(mReport));
     }
     return tObject;
 }
@@ -179,8 +181,8 @@ bool PackageInfo::fromJson(const QJsonObject& pFrom, PackageInfo* pTo, QString* 
 
 QString archiveName(const PackageInfo& pInfo)
 {
-    const QString tLanguage = pInfo.mLanguage.isEmpty() ? QString() : QLatin1Char('-') + pInfo.mLanguage;
-    return QStringLiteral("%1-%2%3.tar.zst").arg(pInfo.mName, pInfo.mVersion.version().toString(), tLanguage);
+    const QString tLanguage = pInfo.mLanguage.isEmpty() ? QString() : u'-' + pInfo.mLanguage;
+    return u"%1-%2%3.tar.zst"_s.arg(pInfo.mName, pInfo.mVersion.version().toString(), tLanguage);
 }
 
 } // namespace tarn::packages

@@ -16,6 +16,8 @@
 #include <algorithm>
 #include <cerrno>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::packages {
 
 using os::Failure;
@@ -36,14 +38,13 @@ Failure refused(const QString& pText)
 // installed.
 bool isAsGoodAsNothing(const QFileInfo& pInfo)
 {
-    static const QStringList sFiles{QStringLiteral(".lock"), Roots::markerName() + QStringLiteral(".new")};
-    static const QStringList sFolders{QStringLiteral("packages"), QStringLiteral(".staging"),
-                                      QStringLiteral("generations")};
+    static const QStringList sFiles{u".lock"_s, Roots::markerName() + u".new"_s};
+    static const QStringList sFolders{u"packages"_s, u".staging"_s, u"generations"_s};
     if (pInfo.isSymLink()) {
         return false;
     }
     if (pInfo.isDir()) {
-        return pInfo.fileName() == QLatin1String("lost+found") ||
+        return pInfo.fileName() == "lost+found"_L1 ||
                (sFolders.contains(pInfo.fileName()) &&
                 QDir(pInfo.filePath())
                     .isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot));
@@ -56,11 +57,10 @@ bool isEmpty(const QString& pFolder, const QStringList& pInside)
     const QFileInfoList tEntries =
         QDir(pFolder).entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     return std::all_of(tEntries.begin(), tEntries.end(), [&pInside](const QFileInfo& pInfo) {
-        const QString tBelow = pInfo.filePath() + QLatin1Char('/');
+        const QString tBelow = pInfo.filePath() + u'/';
         return isAsGoodAsNothing(pInfo) ||
-               std::any_of(pInside.begin(), pInside.end(), [&tBelow](const QString& pPath) {
-                   return (pPath + QLatin1Char('/')).startsWith(tBelow);
-               });
+               std::any_of(pInside.begin(), pInside.end(),
+                           [&tBelow](const QString& pPath) { return (pPath + u'/').startsWith(tBelow); });
     });
 }
 
@@ -71,11 +71,9 @@ bool isOurs(const struct stat& pStat)
 
 Failure notMounted(const QString& pRoot)
 {
-    return refused(
-        QStringLiteral("The packages in %1 are not there: its file %2 is missing, as when a disk is not "
-                       "mounted. Nothing was written to it. Mount the disk. If its contents are lost, make "
-                       "%1 with an empty file %2 in it, and start the update")
-            .arg(pRoot, Roots::markerName()));
+    return refused(u"The packages in %1 are not there: its file %2 is missing, as when a disk is not "
+                   "mounted. Nothing was written to it. Mount the disk. If its contents are lost, make "
+                   "%1 with an empty file %2 in it, and start the update"_s.arg(pRoot, Roots::markerName()));
 }
 
 } // namespace
@@ -172,7 +170,7 @@ Failure Roots::openFolder(Claim* pClaim, const std::function<Vouched()>& pVouche
         return pClaim->mRoot.mFolder.isOpen();
     };
     const auto tCantOpen = [&] {
-        return Failure::fromErrno(errno, QStringLiteral("open the folder %1").arg(pClaim->mPath));
+        return Failure::fromErrno(errno, u"open the folder %1"_s.arg(pClaim->mPath));
     };
     const bool tIsThere = tOpen();
     if (!tIsThere && errno != ENOENT) {
@@ -189,11 +187,9 @@ Failure Roots::openFolder(Claim* pClaim, const std::function<Vouched()>& pVouche
         return notMounted(pClaim->mPath);
     }
     if (tIsThere && tVouched == Vouched::Nothing && !isEmpty(pClaim->mPath, pClaim->mInside)) {
-        return refused(
-            QStringLiteral("The folder %1 is not empty and does not belong to this installation; nothing in "
-                           "it was touched. Choose an empty folder. To have packages installed beside what "
-                           "is there, make an empty file %2 in it")
-                .arg(pClaim->mPath, markerName()));
+        return refused(u"The folder %1 is not empty and does not belong to this installation; nothing in "
+                       "it was touched. Choose an empty folder. To have packages installed beside what "
+                       "is there, make an empty file %2 in it"_s.arg(pClaim->mPath, markerName()));
     }
     pClaim->mIsLeft = tVouched == Vouched::Nothing && mNew == NewRoots::Leave;
     if (tIsThere || pClaim->mIsLeft) {
@@ -208,9 +204,8 @@ Failure Roots::checkFolder(const Claim& pClaim) const
 {
     const auto tRefuse = [](const QString& pPath) {
         return refused(
-            QStringLiteral("%1 is a link, belongs to another user or may be written to by all users, so "
-                           "packages in it would not be safe. Correct that, or choose another folder")
-                .arg(pPath));
+            u"%1 is a link, belongs to another user or may be written to by all users, so "
+            "packages in it would not be safe. Correct that, or choose another folder"_s.arg(pPath));
     };
     struct stat tStat;
     if (::fstat(pClaim.mRoot.mFolder.fd(), &tStat) != 0 || !isOurs(tStat)) {
@@ -219,7 +214,7 @@ Failure Roots::checkFolder(const Claim& pClaim) const
     for (const char* tName : {"packages", ".staging", "generations"}) {
         if (::fstatat(pClaim.mRoot.mFolder.fd(), tName, &tStat, AT_SYMLINK_NOFOLLOW) == 0 &&
             (!S_ISDIR(tStat.st_mode) || !isOurs(tStat))) {
-            return tRefuse(pClaim.mPath + QLatin1Char('/') + QLatin1String(tName));
+            return tRefuse(pClaim.mPath + u'/' + QLatin1String(tName));
         }
     }
     return {};
@@ -227,17 +222,17 @@ Failure Roots::checkFolder(const Claim& pClaim) const
 
 Failure Roots::readMarker(Claim* pClaim)
 {
-    const QString tPath = pClaim->mPath + QLatin1Char('/') + markerName();
+    const QString tPath = pClaim->mPath + u'/' + markerName();
     os::Descriptor tMarker(mFileSystem,
                            mFileSystem.openAt(pClaim->mRoot.mFolder.fd(), QFile::encodeName(markerName()),
                                               O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
     if (!tMarker.isOpen()) {
-        return errno == ENOENT ? Failure() : Failure::fromErrno(errno, QStringLiteral("open %1").arg(tPath));
+        return errno == ENOENT ? Failure() : Failure::fromErrno(errno, u"open %1"_s.arg(tPath));
     }
     struct stat tStat;
     QByteArray tBytes;
     if (::fstat(tMarker.fd(), &tStat) != 0 || !S_ISREG(tStat.st_mode) || tStat.st_uid != ::geteuid()) {
-        return refused(QStringLiteral("%1 is not a file of the user that the service runs as").arg(tPath));
+        return refused(u"%1 is not a file of the user that the service runs as"_s.arg(tPath));
     }
     if (const Failure tFailure =
             os::readOpenFile(mFileSystem, tMarker.fd(), tPath, sMaxMarkerSize, &tBytes)) {
@@ -248,19 +243,17 @@ Failure Roots::readMarker(Claim* pClaim)
         return {};
     }
     const QJsonObject tObject = QJsonDocument::fromJson(tBytes).object();
-    const QString tId = tObject.value(QLatin1String("installation")).toString();
-    const bool tIsSound = tObject.value(QLatin1String("format")).toInt() == sFormat && !tId.isEmpty();
+    const QString tId = tObject.value("installation"_L1).toString();
+    const bool tIsSound = tObject.value("format"_L1).toInt() == sFormat && !tId.isEmpty();
     if (tIsSound && pClaim->mGivesId) {
         if (const Failure tFailure = mInstallation.setId(tId)) {
             return tFailure;
         }
     } else if (!tIsSound || tId != mInstallation.id()) {
         return refused(
-            QStringLiteral(
-                "The folder %1 belongs to another installation, as its file %2 says; nothing in it was "
-                "touched. Choose another folder. If that installation is gone, empty the file: "
-                "truncate -s 0 %1/%2")
-                .arg(pClaim->mPath, markerName()));
+            u"The folder %1 belongs to another installation, as its file %2 says; nothing in it was "
+            "touched. Choose another folder. If that installation is gone, empty the file: "
+            "truncate -s 0 %1/%2"_s.arg(pClaim->mPath, markerName()));
     }
     pClaim->mFound = Claim::Marker::Ours;
     pClaim->mRoot.mMarker = std::move(tMarker);
@@ -277,17 +270,15 @@ Failure Roots::writeMarker(Claim* pClaim)
             return tFailure;
         }
     }
-    const QJsonObject tObject{{QStringLiteral("format"), sFormat},
-                              {QStringLiteral("installation"), mInstallation.id()}};
+    const QJsonObject tObject{{u"format"_s, sFormat}, {u"installation"_s, mInstallation.id()}};
     const Failure tFailure =
-        os::replaceFile(mFileSystem, pClaim->mPath + QLatin1Char('/') + markerName(),
+        os::replaceFile(mFileSystem, pClaim->mPath + u'/' + markerName(),
                         QJsonDocument(tObject).toJson(QJsonDocument::Compact) + '\n', sMarkerMode);
     if (tFailure) {
         return tFailure;
     }
     if (mFileSystem.syncFs(pClaim->mRoot.mFolder.fd()) != 0) {
-        return Failure::fromErrno(errno,
-                                  QStringLiteral("write the folder %1 to the disk").arg(pClaim->mPath));
+        return Failure::fromErrno(errno, u"write the folder %1 to the disk"_s.arg(pClaim->mPath));
     }
     return readMarker(pClaim);
 }
@@ -316,9 +307,9 @@ Failure Roots::lock(Claim* pClaim)
     }
     if (errno == EWOULDBLOCK) {
         return {Failure::Kind::Io,
-                QStringLiteral("Another service is updating %1: wait until it has ended").arg(pClaim->mPath)};
+                u"Another service is updating %1: wait until it has ended"_s.arg(pClaim->mPath)};
     }
-    return Failure::fromErrno(errno, QStringLiteral("lock %1/%2").arg(pClaim->mPath, markerName()));
+    return Failure::fromErrno(errno, u"lock %1/%2"_s.arg(pClaim->mPath, markerName()));
 }
 
 } // namespace tarn::packages

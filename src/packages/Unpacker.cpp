@@ -15,6 +15,8 @@
 #include <algorithm>
 #include <cerrno>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::packages {
 
 namespace {
@@ -55,7 +57,7 @@ public:
                 return mReader.failure();
             }
             if (tCount >= mLimits.mMaxEntries) {
-                return refuse(QStringLiteral("it has too many entries"));
+                return refuse(u"it has too many entries"_s);
             }
             if (const Failure tFailure = takeEntry(tEntry)) {
                 return tFailure;
@@ -66,11 +68,11 @@ public:
 private:
     Failure refuse(const QString& pWhy) const
     {
-        return Failure::content(QStringLiteral("The package %1 is refused: %2").arg(mArchiveName, pWhy));
+        return Failure::content(u"The package %1 is refused: %2"_s.arg(mArchiveName, pWhy));
     }
     Failure refuseEntry(const QByteArray& pPath, const char* pWhy) const
     {
-        return refuse(QStringLiteral("\"%1\" %2").arg(QString::fromUtf8(pPath), QLatin1String(pWhy)));
+        return refuse(u"\"%1\" %2"_s.arg(QString::fromUtf8(pPath), QLatin1String(pWhy)));
     }
     Failure systemFailure(const QByteArray& pPath) const
     {
@@ -81,8 +83,7 @@ private:
         if (errno == ELOOP || errno == ENOTDIR) {
             return refuseEntry(pPath, "leads through something that is no folder");
         }
-        return Failure::fromErrno(errno,
-                                  QStringLiteral("write %1/%2").arg(mFolder, QString::fromUtf8(pPath)));
+        return Failure::fromErrno(errno, u"write %1/%2"_s.arg(mFolder, QString::fromUtf8(pPath)));
     }
 
     Failure takeEntry(archive_entry* pEntry);
@@ -147,8 +148,7 @@ Failure Unpacking::takeFile(archive_entry* pEntry, const QByteArray& pPath, int 
 {
     const qint64 tSize = archive_entry_size(pEntry);
     if (tSize > mRoom) {
-        return refuse(
-            QStringLiteral("it holds more than the %1 bytes it was announced with").arg(mLimits.mMaxBytes));
+        return refuse(u"it holds more than the %1 bytes it was announced with"_s.arg(mLimits.mMaxBytes));
     }
     const mode_t tMode = (archive_entry_perm(pEntry) & 0111) != 0 ? sProgramMode : sFileMode;
     const int tFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
@@ -210,8 +210,7 @@ Failure Unpacking::write(int pFd, const QByteArray& pPath, const char* pData, qi
         return Failure::canceled();
     }
     if (pSize > mRoom) {
-        return refuse(
-            QStringLiteral("it holds more than the %1 bytes it was announced with").arg(mLimits.mMaxBytes));
+        return refuse(u"it holds more than the %1 bytes it was announced with"_s.arg(mLimits.mMaxBytes));
     }
     if (os::writeAll(mFileSystem, pFd, pData, static_cast<size_t>(pSize)) != 0) {
         return systemFailure(pPath);

@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <system_error>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::tuf {
 
 using os::FileSystem;
@@ -91,7 +93,7 @@ Error writeFileAtomically(FileSystem& pFileSystem, const QString& pPath, const Q
         syncFolder(pFileSystem, tFolder)) {
         return Error();
     }
-    const Error tError = localError(QStringLiteral("The file %1 can't be written: %2"), pPath);
+    const Error tError = localError(u"The file %1 can't be written: %2"_s, pPath);
     pFileSystem.unlink(tNew);
     return tError;
 }
@@ -103,11 +105,11 @@ Error readWholeFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxLe
     const bool tRead = tFd >= 0 && readAll(pFileSystem, tFd, pMaxLength, pTo);
     Error tError;
     if (!tRead) {
-        tError = localError(QStringLiteral("The file %1 can't be read: %2"), pPath);
+        tError = localError(u"The file %1 can't be read: %2"_s, pPath);
         tError.mKind = errno == ENOENT ? ErrorKind::NotFound : ErrorKind::Local;
     } else if (pTo->size() > pMaxLength) {
-        tError = Error{ErrorKind::Untrusted,
-                       QStringLiteral("The file %1 has more than %2 bytes").arg(pPath).arg(pMaxLength)};
+        tError =
+            Error{ErrorKind::Untrusted, u"The file %1 has more than %2 bytes"_s.arg(pPath).arg(pMaxLength)};
     }
     if (tFd >= 0) {
         pFileSystem.close(tFd);

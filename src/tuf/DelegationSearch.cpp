@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::tuf {
 
 namespace {
@@ -21,7 +23,7 @@ bool isFor(const DelegatedRole& pRole, const QString& pPath, const QString& pPat
 QString succinctName(const SuccinctRoles& pRoles, quint64 pNumber)
 {
     const int tDigits = (pRoles.mBitLength + 3) / 4;
-    return QStringLiteral("%1-%2").arg(pRoles.mNamePrefix).arg(pNumber, tDigits, 16, QLatin1Char('0'));
+    return u"%1-%2"_s.arg(pRoles.mNamePrefix).arg(pNumber, tDigits, 16, '0'_L1);
 }
 
 } // namespace
@@ -66,9 +68,8 @@ const RoleKeys* keysOfRole(const Delegations& pDelegations, const QString& pRole
 {
     if (pDelegations.mSuccinct) {
         // Only rolesForTarget and delegatedRoleNames make these names, so that the prefix tells enough.
-        return pRole.startsWith(pDelegations.mSuccinct->mNamePrefix + QLatin1Char('-'))
-                   ? &pDelegations.mSuccinct->mKeys
-                   : nullptr;
+        return pRole.startsWith(pDelegations.mSuccinct->mNamePrefix + u'-') ? &pDelegations.mSuccinct->mKeys
+                                                                            : nullptr;
     }
     const auto tFound = std::find_if(pDelegations.mRoles.begin(), pDelegations.mRoles.end(),
                                      [&](const DelegatedRole& pOther) { return pOther.mName == pRole; });

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::tuf {
 
 namespace {
@@ -66,7 +68,7 @@ std::optional<HashAlgorithm> hashAlgorithm(const QString& pName)
 
 QString hashAlgorithmName(HashAlgorithm pAlgorithm)
 {
-    return pAlgorithm == HashAlgorithm::Sha256 ? QStringLiteral("sha256") : QStringLiteral("sha512");
+    return pAlgorithm == HashAlgorithm::Sha256 ? u"sha256"_s : u"sha512"_s;
 }
 
 } // namespace tarn::tuf

@@ -1,5 +1,7 @@
 #include "tuf/JsonReader.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::tuf {
 
 void JsonReader::fail(const QString& pProblem)
@@ -15,8 +17,7 @@ QJsonValue JsonReader::member(const QJsonObject& pFrom, const char* pName, QJson
     if (tValue.type() == pType) {
         return tValue;
     }
-    fail((tValue.isUndefined() ? QStringLiteral("\"%1\" is missing")
-                               : QStringLiteral("\"%1\" is of a wrong type"))
+    fail((tValue.isUndefined() ? u"\"%1\" is missing"_s : u"\"%1\" is of a wrong type"_s)
              .arg(QLatin1String(pName)));
     return QJsonValue();
 }
@@ -46,7 +47,7 @@ qint64 JsonReader::integer(const QJsonObject& pFrom, const char* pName, qint64 p
     const QJsonValue tValue = member(pFrom, pName, QJsonValue::Double);
     const qint64 tNumber = tValue.toInteger(pLeast - 1);
     if (tNumber < pLeast) {
-        fail(QStringLiteral("\"%1\" is no whole number of %2 or more").arg(QLatin1String(pName)).arg(pLeast));
+        fail(u"\"%1\" is no whole number of %2 or more"_s.arg(QLatin1String(pName)).arg(pLeast));
         return pLeast;
     }
     return tNumber;
@@ -58,7 +59,7 @@ QStringList JsonReader::strings(const QJsonObject& pFrom, const char* pName)
     const QJsonArray tArray = array(pFrom, pName);
     for (const QJsonValue tValue : tArray) {
         if (!tValue.isString()) {
-            fail(QStringLiteral("\"%1\" holds something other than texts").arg(QLatin1String(pName)));
+            fail(u"\"%1\" holds something other than texts"_s.arg(QLatin1String(pName)));
             break;
         }
         tResult.append(tValue.toString());

@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <limits>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::tuf {
 
 namespace {
@@ -25,27 +27,25 @@ constexpr qsizetype sMaxContainers = 500'000;
 
 Error untrusted(const QString& pRole, const QString& pProblem)
 {
-    return Error{ErrorKind::Untrusted,
-                 QStringLiteral("The %1 metadata is not valid: %2").arg(pRole, pProblem)};
+    return Error{ErrorKind::Untrusted, u"The %1 metadata is not valid: %2"_s.arg(pRole, pProblem)};
 }
 
 void checkSpecVersion(const QString& pVersion, JsonReader* pReader)
 {
-    static const QRegularExpression sFormat(QStringLiteral("\\A1(\\.[0-9]{1,9}){1,2}\\z"));
+    static const QRegularExpression sFormat(u"\\A1(\\.[0-9]{1,9}){1,2}\\z"_s);
     if (!sFormat.match(pVersion).hasMatch()) {
-        pReader->fail(QStringLiteral("it follows version \"%1\" of the standard, not version 1")
-                          .arg(pVersion.left(20)));
+        pReader->fail(u"it follows version \"%1\" of the standard, not version 1"_s.arg(pVersion.left(20)));
     }
 }
 
 QDateTime readDate(const QJsonObject& pFrom, const char* pName, JsonReader* pReader)
 {
     static const QRegularExpression sFormat(
-        QStringLiteral("\\A[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z\\z"));
+        u"\\A[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z\\z"_s);
     const QString tText = pReader->string(pFrom, pName);
     const QDateTime tDate = QDateTime::fromString(tText, Qt::ISODate);
     if (!sFormat.match(tText).hasMatch() || !tDate.isValid()) {
-        pReader->fail(QStringLiteral("\"%1\" is not a date").arg(QLatin1String(pName)));
+        pReader->fail(u"\"%1\" is not a date"_s.arg(QLatin1String(pName)));
     }
     return tDate;
 }
@@ -59,7 +59,7 @@ QList<Signature> readSignatures(const QJsonArray& pArray, JsonReader* pReader)
         const QString tKeyId = pReader->string(tObject, "keyid");
         const QByteArray tHex = pReader->string(tObject, "sig").toLatin1();
         if (tSeen.contains(tKeyId)) {
-            pReader->fail(QStringLiteral("it has two signatures of one key"));
+            pReader->fail(u"it has two signatures of one key"_s);
         }
         tSeen.insert(tKeyId);
         tSignatures.append(Signature{tKeyId, QByteArray::fromHex(tHex)});
@@ -72,29 +72,29 @@ QJsonObject readSigned(const QByteArray& pFile, const QString& pType, JsonReader
 {
     // Those in texts count as well: no file that is meant well comes near.
     if (pFile.count('{') + pFile.count('[') > sMaxContainers) {
-        pReader->fail(QStringLiteral("it has more than %1 objects and arrays").arg(sMaxContainers));
+        pReader->fail(u"it has more than %1 objects and arrays"_s.arg(sMaxContainers));
         return QJsonObject();
     }
     QJsonParseError tProblem;
     const QJsonDocument tDocument = QJsonDocument::fromJson(pFile, &tProblem);
     if (!tDocument.isObject()) {
         pReader->fail(tProblem.error != QJsonParseError::NoError ? tProblem.errorString()
-                                                                 : QStringLiteral("it is no object"));
+                                                                 : u"it is no object"_s);
         return QJsonObject();
     }
     pTo->mSignatures = readSignatures(pReader->array(tDocument.object(), "signatures"), pReader);
     const QJsonObject tSigned = pReader->object(tDocument.object(), "signed");
     if (pReader->string(tSigned, "_type") != pType) {
-        pReader->fail(QStringLiteral("its type is not \"%1\"").arg(pType));
+        pReader->fail(u"its type is not \"%1\""_s.arg(pType));
     }
     checkSpecVersion(pReader->string(tSigned, "spec_version"), pReader);
     pTo->mVersion = pReader->integer(tSigned, "version", 1);
     if (pTo->mVersion == std::numeric_limits<qint64>::max()) {
-        pReader->fail(QStringLiteral("no version can follow on its own"));
+        pReader->fail(u"no version can follow on its own"_s);
     }
     pTo->mExpires = readDate(tSigned, "expires", pReader);
     if (!pReader->failed() && !canonicalJson(tSigned, &pTo->mMessage)) {
-        pReader->fail(QStringLiteral("it has no canonical form"));
+        pReader->fail(u"it has no canonical form"_s);
     }
     return tSigned;
 }
@@ -107,7 +107,7 @@ KeyMap readKeys(const QJsonObject& pKeys, JsonReader* pReader)
         const QString tType = pReader->string(tKey, "keytype");
         const QString tScheme = pReader->string(tKey, "scheme");
         // How the value is laid out depends on the type, and a type that isn't known is no error.
-        const QString tValue = pReader->object(tKey, "keyval").value(QLatin1String("public")).toString();
+        const QString tValue = pReader->object(tKey, "keyval").value("public"_L1).toString();
         tKeys.insert(tIt.key(), PublicKey(tType, tScheme, tValue));
     }
     return tKeys;
@@ -119,7 +119,7 @@ RoleKeys readRoleKeys(const QJsonObject& pRole, JsonReader* pReader)
     tKeys.mKeyIds = pReader->strings(pRole, "keyids");
     tKeys.mThreshold = pReader->integer(pRole, "threshold", 1);
     if (QSet<QString>(tKeys.mKeyIds.begin(), tKeys.mKeyIds.end()).size() != tKeys.mKeyIds.size()) {
-        pReader->fail(QStringLiteral("a role lists a key twice"));
+        pReader->fail(u"a role lists a key twice"_s);
     }
     return tKeys;
 }
@@ -130,7 +130,7 @@ HashList readHashes(const QJsonObject& pHashes, JsonReader* pReader)
     HashList tHashes;
     for (auto tIt = pHashes.begin(); tIt != pHashes.end(); ++tIt) {
         if (!tIt.value().isString()) {
-            pReader->fail(QStringLiteral("a hash is no text"));
+            pReader->fail(u"a hash is no text"_s);
         }
         const auto tAlgorithm = hashAlgorithm(tIt.key());
         if (!tAlgorithm) {
@@ -139,11 +139,11 @@ HashList readHashes(const QJsonObject& pHashes, JsonReader* pReader)
         if (const auto tHash = Hash::fromHex(*tAlgorithm, tIt.value().toString())) {
             tHashes.append(*tHash);
         } else {
-            pReader->fail(QStringLiteral("a hash is not one of its algorithm"));
+            pReader->fail(u"a hash is not one of its algorithm"_s);
         }
     }
     if (tHashes.isEmpty()) {
-        pReader->fail(QStringLiteral("a file has no hash of a known kind"));
+        pReader->fail(u"a file has no hash of a known kind"_s);
     }
     return tHashes;
 }
@@ -152,10 +152,10 @@ MetaFile readMetaFile(const QJsonObject& pMeta, JsonReader* pReader)
 {
     MetaFile tFile;
     tFile.mVersion = pReader->integer(pMeta, "version", 1);
-    if (pMeta.contains(QLatin1String("length"))) {
+    if (pMeta.contains("length"_L1)) {
         tFile.mLength = pReader->integer(pMeta, "length", 1);
     }
-    if (pMeta.contains(QLatin1String("hashes"))) {
+    if (pMeta.contains("hashes"_L1)) {
         tFile.mHashes = readHashes(pReader->object(pMeta, "hashes"), pReader);
     }
     return tFile;
@@ -167,9 +167,9 @@ DelegatedRole readDelegatedRole(const QJsonObject& pRole, JsonReader* pReader)
     tRole.mName = pReader->string(pRole, "name");
     tRole.mKeys = readRoleKeys(pRole, pReader);
     tRole.mTerminating = pReader->boolean(pRole, "terminating");
-    const bool tByPath = pRole.contains(QLatin1String("paths"));
-    if (tByPath == pRole.contains(QLatin1String("path_hash_prefixes"))) {
-        pReader->fail(QStringLiteral("a delegated role needs either \"paths\" or \"path_hash_prefixes\""));
+    const bool tByPath = pRole.contains("paths"_L1);
+    if (tByPath == pRole.contains("path_hash_prefixes"_L1)) {
+        pReader->fail(u"a delegated role needs either \"paths\" or \"path_hash_prefixes\""_s);
     } else if (tByPath) {
         tRole.mPaths = pReader->strings(pRole, "paths");
     } else {
@@ -177,11 +177,10 @@ DelegatedRole readDelegatedRole(const QJsonObject& pRole, JsonReader* pReader)
     }
     if (std::any_of(tRole.mPaths.begin(), tRole.mPaths.end(),
                     [](const QString& pPattern) { return pPattern.size() > sMaxPath; })) {
-        pReader->fail(QStringLiteral("it delegates by a path of more than %1 characters").arg(sMaxPath));
+        pReader->fail(u"it delegates by a path of more than %1 characters"_s.arg(sMaxPath));
     }
     if (!isDelegatedRoleName(tRole.mName)) {
-        pReader->fail(
-            QStringLiteral("\"%1\" can't be the name of a delegated role").arg(tRole.mName.left(40)));
+        pReader->fail(u"\"%1\" can't be the name of a delegated role"_s.arg(tRole.mName.left(40)));
     }
     return tRole;
 }
@@ -192,8 +191,8 @@ SuccinctRoles readSuccinctRoles(const QJsonObject& pRoles, JsonReader* pReader)
     tRoles.mKeys = readRoleKeys(pRoles, pReader);
     tRoles.mNamePrefix = pReader->string(pRoles, "name_prefix");
     const qint64 tBits = pReader->integer(pRoles, "bit_length", 1);
-    if (tBits > 32 || !isDelegatedRoleName(tRoles.mNamePrefix + QLatin1String("-00000000"))) {
-        pReader->fail(QStringLiteral("\"succinct_roles\" is not valid"));
+    if (tBits > 32 || !isDelegatedRoleName(tRoles.mNamePrefix + "-00000000"_L1)) {
+        pReader->fail(u"\"succinct_roles\" is not valid"_s);
         return tRoles;
     }
     tRoles.mBitLength = static_cast<int>(tBits);
@@ -204,9 +203,9 @@ Delegations readDelegations(const QJsonObject& pDelegations, JsonReader* pReader
 {
     Delegations tDelegations;
     tDelegations.mKeys = readKeys(pReader->object(pDelegations, "keys"), pReader);
-    if (pDelegations.contains(QLatin1String("succinct_roles"))) {
-        if (pDelegations.contains(QLatin1String("roles"))) {
-            pReader->fail(QStringLiteral("it has both \"roles\" and \"succinct_roles\""));
+    if (pDelegations.contains("succinct_roles"_L1)) {
+        if (pDelegations.contains("roles"_L1)) {
+            pReader->fail(u"it has both \"roles\" and \"succinct_roles\""_s);
         }
         tDelegations.mSuccinct = readSuccinctRoles(pReader->object(pDelegations, "succinct_roles"), pReader);
         return tDelegations;
@@ -216,7 +215,7 @@ Delegations readDelegations(const QJsonObject& pDelegations, JsonReader* pReader
         tDelegations.mRoles.append(readDelegatedRole(tRole.toObject(), pReader));
         const QString& tName = tDelegations.mRoles.last().mName;
         if (tNames.contains(tName)) {
-            pReader->fail(QStringLiteral("it delegates to \"%1\" twice").arg(tName.left(40)));
+            pReader->fail(u"it delegates to \"%1\" twice"_s.arg(tName.left(40)));
         }
         tNames.insert(tName);
     }
@@ -229,12 +228,11 @@ TargetFile readTarget(const QString& pPath, const QJsonObject& pTarget, JsonRead
     tTarget.mPath = pPath;
     tTarget.mLength = pReader->integer(pTarget, "length", 0);
     tTarget.mHashes = readHashes(pReader->object(pTarget, "hashes"), pReader);
-    if (pTarget.contains(QLatin1String("custom"))) {
+    if (pTarget.contains("custom"_L1)) {
         tTarget.mCustom = pReader->object(pTarget, "custom");
     }
     if (pPath.isEmpty() || pPath.size() > sMaxPath) {
-        pReader->fail(
-            QStringLiteral("a target has no path, or one of more than %1 characters").arg(sMaxPath));
+        pReader->fail(u"a target has no path, or one of more than %1 characters"_s.arg(sMaxPath));
     }
     return tTarget;
 }
@@ -250,7 +248,7 @@ Error parseRoot(const QByteArray& pFile, Root* pTo)
 {
     JsonReader tReader;
     const QJsonObject tSigned = readSigned(pFile, sRoot, &tReader, pTo);
-    if (tSigned.contains(QLatin1String("consistent_snapshot"))) {
+    if (tSigned.contains("consistent_snapshot"_L1)) {
         pTo->mConsistentSnapshot = tReader.boolean(tSigned, "consistent_snapshot");
     }
     pTo->mKeys = readKeys(tReader.object(tSigned, "keys"), &tReader);
@@ -260,7 +258,7 @@ Error parseRoot(const QByteArray& pFile, Root* pTo)
     }
     for (const QString& tRole : {sRoot, sTimestamp, sSnapshot, sTargets}) {
         if (!pTo->mRoles.contains(tRole)) {
-            tReader.fail(QStringLiteral("it names no keys for the role %1").arg(tRole));
+            tReader.fail(u"it names no keys for the role %1"_s.arg(tRole));
         }
     }
     return result(tReader, sRoot);
@@ -271,7 +269,7 @@ Error parseTimestamp(const QByteArray& pFile, Timestamp* pTo)
     JsonReader tReader;
     const QJsonObject tSigned = readSigned(pFile, sTimestamp, &tReader, pTo);
     pTo->mSnapshot = readMetaFile(tReader.object(tReader.object(tSigned, "meta"), "snapshot.json"), &tReader);
-    if (tSigned.contains(QLatin1String("signed_at"))) {
+    if (tSigned.contains("signed_at"_L1)) {
         const QDateTime tSignedAt = readDate(tSigned, "signed_at", &tReader);
         pTo->mSignedAt = tSignedAt < pTo->mExpires ? tSignedAt : QDateTime();
     }
@@ -290,7 +288,7 @@ Error parseSnapshot(const QByteArray& pFile, Snapshot* pTo)
         }
     }
     if (!pTo->mRoles.contains(sTargets)) {
-        tReader.fail(QStringLiteral("it does not list targets.json"));
+        tReader.fail(u"it does not list targets.json"_s);
     }
     return result(tReader, sSnapshot);
 }
@@ -303,7 +301,7 @@ Error parseTargets(const QByteArray& pFile, const QString& pRole, Targets* pTo)
     for (auto tIt = tTargets.begin(); tIt != tTargets.end() && !tReader.failed(); ++tIt) {
         pTo->mTargets.insert(tIt.key(), readTarget(tIt.key(), tIt.value().toObject(), &tReader));
     }
-    if (tSigned.contains(QLatin1String("delegations"))) {
+    if (tSigned.contains("delegations"_L1)) {
         pTo->mDelegations = readDelegations(tReader.object(tSigned, "delegations"), &tReader);
     }
     return result(tReader, pRole);

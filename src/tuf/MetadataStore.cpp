@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <system_error>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::tuf {
 
 namespace {
@@ -32,9 +34,7 @@ MetadataStore::MetadataStore(os::FileSystem& pFileSystem, const QString& pFolder
 
 QString MetadataStore::pathOf(const QString& pRole, Copy pCopy) const
 {
-    return QStringLiteral("%1/%2.%3")
-        .arg(mFolder, encodeName(pRole),
-             pCopy == Copy::Trusted ? QStringLiteral("json") : QStringLiteral("refused"));
+    return u"%1/%2.%3"_s.arg(mFolder, encodeName(pRole), pCopy == Copy::Trusted ? u"json"_s : u"refused"_s);
 }
 
 Error MetadataStore::load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo, Copy pCopy)
@@ -62,19 +62,19 @@ Error MetadataStore::removeFile(const QString& pPath)
     if (mFileSystem.unlink(QFile::encodeName(pPath)) == 0 || errno == ENOENT) {
         return Error();
     }
-    return localError(QStringLiteral("The file %1 can't be removed: %2"), pPath);
+    return localError(u"The file %1 can't be removed: %2"_s, pPath);
 }
 
 Error MetadataStore::clear()
 {
     if (!QDir().mkpath(QFileInfo(mFolder).absolutePath()) ||
         (mFileSystem.makeDir(QFile::encodeName(mFolder), sFolderMode) != 0 && errno != EEXIST)) {
-        return localError(QStringLiteral("The folder %1 can't be made: %2"), mFolder);
+        return localError(u"The folder %1 can't be made: %2"_s, mFolder);
     }
-    const QStringList tNames = QDir(mFolder).entryList(
-        {QStringLiteral("*.json"), QStringLiteral("*.refused")}, QDir::Files | QDir::Hidden);
+    const QStringList tNames =
+        QDir(mFolder).entryList({u"*.json"_s, u"*.refused"_s}, QDir::Files | QDir::Hidden);
     for (const QString& tName : tNames) {
-        if (const Error tError = removeFile(mFolder + QLatin1Char('/') + tName)) {
+        if (const Error tError = removeFile(mFolder + u'/' + tName)) {
             return tError;
         }
     }

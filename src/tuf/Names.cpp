@@ -5,6 +5,8 @@
 #include <QtCore/QStringList>
 #include <QtCore/QUrl>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::tuf {
 
 namespace {
@@ -14,8 +16,8 @@ constexpr qsizetype sMaxEncodedRole = 200;
 
 QString encodePart(const QString& pPart)
 {
-    if (pPart == QLatin1String(".") || pPart == QLatin1String("..")) {
-        return QString(pPart).replace(QLatin1Char('.'), QLatin1String("%2E"));
+    if (pPart == "."_L1 || pPart == ".."_L1) {
+        return QString(pPart).replace(u'.', "%2E"_L1);
     }
     return encodeName(pPart);
 }
@@ -29,14 +31,14 @@ QString encodeName(const QString& pName)
 
 QString targetFetchPath(const QString& pPath, const HashList& pHashes, bool pHashPrefix)
 {
-    QStringList tParts = pPath.split(QLatin1Char('/'));
+    QStringList tParts = pPath.split(u'/');
     if (pHashPrefix) {
-        tParts.last().prepend(QString::fromLatin1(namingHash(pHashes).toHex()) + QLatin1Char('.'));
+        tParts.last().prepend(QString::fromLatin1(namingHash(pHashes).toHex()) + u'.');
     }
     for (QString& tPart : tParts) {
         tPart = encodePart(tPart);
     }
-    return tParts.join(QLatin1Char('/'));
+    return tParts.join(u'/');
 }
 
 bool isDelegatedRoleName(const QString& pName)

@@ -12,6 +12,8 @@
 
 #include <array>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::tuf {
 
 struct SigningKey::Data
@@ -69,20 +71,19 @@ SigningKey::SigningKey(std::shared_ptr<const Data> pData) : d(std::move(pData)) 
 
 QStringList SigningKey::types()
 {
-    return {QStringLiteral("ed25519"), QStringLiteral("ecdsa"), QStringLiteral("ecdsa-p384"),
-            QStringLiteral("rsa")};
+    return {u"ed25519"_s, u"ecdsa"_s, u"ecdsa-p384"_s, u"rsa"_s};
 }
 
 std::optional<SigningKey> SigningKey::generate(const QString& pType)
 {
     auto tData = std::make_shared<Data>();
-    if (pType == QLatin1String("ed25519")) {
+    if (pType == "ed25519"_L1) {
         tData->mKey.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"));
-    } else if (pType == QLatin1String("ecdsa")) {
+    } else if (pType == "ecdsa"_L1) {
         tData->mKey.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
-    } else if (pType == QLatin1String("ecdsa-p384")) {
+    } else if (pType == "ecdsa-p384"_L1) {
         tData->mKey.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-384"));
-    } else if (pType == QLatin1String("rsa")) {
+    } else if (pType == "rsa"_L1) {
         tData->mKey.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", sRsaBits));
     }
     if (!tData->mKey) {
@@ -116,11 +117,10 @@ QByteArray SigningKey::toPem() const
 
 QJsonObject SigningKey::publicJson() const
 {
-    const QJsonObject tValue{
-        {QStringLiteral("public"), QString::fromLatin1(publicValue(d->mKey.get(), *d->mScheme))}};
-    return QJsonObject{{QStringLiteral("keytype"), QLatin1String(d->mScheme->mType)},
-                       {QStringLiteral("scheme"), QLatin1String(d->mScheme->mScheme)},
-                       {QStringLiteral("keyval"), tValue}};
+    const QJsonObject tValue{{u"public"_s, QString::fromLatin1(publicValue(d->mKey.get(), *d->mScheme))}};
+    return QJsonObject{{u"keytype"_s, QLatin1String(d->mScheme->mType)},
+                       {u"scheme"_s, QLatin1String(d->mScheme->mScheme)},
+                       {u"keyval"_s, tValue}};
 }
 
 QString SigningKey::id() const
@@ -164,13 +164,11 @@ QByteArray signMetadata(const QJsonObject& pSigned, const QList<SigningKey>& pKe
         if (tSignature.isEmpty()) {
             return QByteArray();
         }
-        tSignatures.append(QJsonObject{{QStringLiteral("keyid"), tKey.id()},
-                                       {QStringLiteral("sig"), QString::fromLatin1(tSignature.toHex())}});
+        tSignatures.append(
+            QJsonObject{{u"keyid"_s, tKey.id()}, {u"sig"_s, QString::fromLatin1(tSignature.toHex())}});
     }
     QByteArray tFile;
-    canonicalJson(
-        QJsonObject{{QStringLiteral("signatures"), tSignatures}, {QStringLiteral("signed"), pSigned}},
-        &tFile);
+    canonicalJson(QJsonObject{{u"signatures"_s, tSignatures}, {u"signed"_s, pSigned}}, &tFile);
     return tFile;
 }
 

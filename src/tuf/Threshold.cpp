@@ -2,6 +2,8 @@
 
 #include <QtCore/QSet>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::tuf {
 
 Error verifyThreshold(const QString& pRole, const Signed& pSigned, const RoleKeys& pRoleKeys,
@@ -20,8 +22,7 @@ Error verifyThreshold(const QString& pRole, const Signed& pSigned, const RoleKey
         return Error();
     }
     return Error{ErrorKind::Untrusted,
-                 QStringLiteral("The %1 metadata, version %2, has %3 of the %4 signatures that it needs")
-                     .arg(pRole)
+                 u"The %1 metadata, version %2, has %3 of the %4 signatures that it needs"_s.arg(pRole)
                      .arg(pSigned.mVersion)
                      .arg(tSigners.size())
                      .arg(pRoleKeys.mThreshold)};

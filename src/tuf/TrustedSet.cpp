@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::tuf {
 
 namespace {
@@ -18,25 +20,21 @@ Error untrusted(const QString& pText)
 Error checkFile(const QString& pRole, const MetaFile& pMeta, const QByteArray& pFile)
 {
     if (pMeta.mLength && *pMeta.mLength != pFile.size()) {
-        return untrusted(QStringLiteral("The %1 metadata has %2 bytes instead of %3")
-                             .arg(pRole)
-                             .arg(pFile.size())
-                             .arg(*pMeta.mLength));
+        return untrusted(
+            u"The %1 metadata has %2 bytes instead of %3"_s.arg(pRole).arg(pFile.size()).arg(*pMeta.mLength));
     }
     if (!pMeta.mHashes.isEmpty() && !hashesAgree(pMeta.mHashes, pFile)) {
-        return untrusted(
-            QStringLiteral("The %1 metadata does not have the hash that was signed for it").arg(pRole));
+        return untrusted(u"The %1 metadata does not have the hash that was signed for it"_s.arg(pRole));
     }
     return Error();
 }
 
 Error checkVersion(const QString& pRole, qint64 pVersion, qint64 pExpected)
 {
-    return pVersion == pExpected ? Error()
-                                 : untrusted(QStringLiteral("The %1 metadata has version %2 instead of %3")
-                                                 .arg(pRole)
-                                                 .arg(pVersion)
-                                                 .arg(pExpected));
+    return pVersion == pExpected
+               ? Error()
+               : untrusted(u"The %1 metadata has version %2 instead of %3"_s.arg(pRole).arg(pVersion).arg(
+                     pExpected));
 }
 
 Error checkNotOlder(const QString& pRole, qint64 pVersion, qint64 pTrusted)
@@ -44,10 +42,8 @@ Error checkNotOlder(const QString& pRole, qint64 pVersion, qint64 pTrusted)
     return pVersion >= pTrusted
                ? Error()
                : Error{ErrorKind::OutOfDate,
-                       QStringLiteral(
-                           "It is out of date: it offers version %2 of the %1 metadata, and this machine "
-                           "has seen version %3 already")
-                           .arg(pRole)
+                       u"It is out of date: it offers version %2 of the %1 metadata, and this machine "
+                       "has seen version %3 already"_s.arg(pRole)
                            .arg(pVersion)
                            .arg(pTrusted)};
 }
@@ -92,15 +88,13 @@ Error TrustedSet::checkExpiry(const QString& pRole, const Signed& pSigned) const
     if (tIsGoodByTheClock && (!tProven.isValid() || pSigned.mExpires > tProven)) {
         return Error();
     }
-    QString tText = QStringLiteral("The %1 metadata, version %2, expired on %3")
-                        .arg(pRole)
+    QString tText = u"The %1 metadata, version %2, expired on %3"_s.arg(pRole)
                         .arg(pSigned.mVersion)
                         .arg(pSigned.mExpires.toString(Qt::ISODate));
     if (tIsGoodByTheClock) {
-        tText += QStringLiteral(
-                     ". The clock of this machine is wrong, or was so earlier: it shows %1, and earlier "
-                     "updates took it to be %2 or later. If it is right now, wait for the next publication")
-                     .arg(mNow.toString(Qt::ISODate), tProven.toString(Qt::ISODate));
+        tText += u". The clock of this machine is wrong, or was so earlier: it shows %1, and earlier "
+                 "updates took it to be %2 or later. If it is right now, wait for the next publication"_s.arg(
+                     mNow.toString(Qt::ISODate), tProven.toString(Qt::ISODate));
     }
     return Error{ErrorKind::Expired, tText};
 }
@@ -134,7 +128,7 @@ Error TrustedSet::verifyByDelegator(const QString& pRole, const QString& pDelega
     const Delegations& tDelegations = mTargets[pDelegator]->mDelegations;
     const RoleKeys* tKeys = keysOfRole(tDelegations, pRole);
     if (tKeys == nullptr) {
-        return untrusted(QStringLiteral("The role %1 does not delegate to %2").arg(pDelegator, pRole));
+        return untrusted(u"The role %1 does not delegate to %2"_s.arg(pDelegator, pRole));
     }
     return verifyThreshold(pRole, pSigned, *tKeys, tDelegations.mKeys);
 }
@@ -259,8 +253,7 @@ Error TrustedSet::checkSnapshotRollback(const Snapshot& pNew) const
     for (auto tOld = mSnapshot->mRoles.begin(); tOld != mSnapshot->mRoles.end(); ++tOld) {
         const auto tNew = pNew.mRoles.constFind(tOld.key());
         if (tNew == pNew.mRoles.constEnd()) {
-            return untrusted(
-                QStringLiteral("The new snapshot metadata leaves out the role %1").arg(tOld.key()));
+            return untrusted(u"The new snapshot metadata leaves out the role %1"_s.arg(tOld.key()));
         }
         if (const Error tError = checkNotOlder(tOld.key(), tNew->mVersion, tOld->mVersion)) {
             return tError;
@@ -279,7 +272,7 @@ Error TrustedSet::addTargets(const QByteArray& pFile, const QString& pRole, cons
 {
     const auto tMeta = mSnapshot->mRoles.constFind(pRole);
     if (tMeta == mSnapshot->mRoles.constEnd()) {
-        return untrusted(QStringLiteral("The snapshot metadata does not list the role %1").arg(pRole));
+        return untrusted(u"The snapshot metadata does not list the role %1"_s.arg(pRole));
     }
     auto tTargets = std::make_shared<Targets>();
     Error tError = checkFile(pRole, *tMeta, pFile);

@@ -9,6 +9,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::tuf {
 
 class Updater::Private
@@ -54,7 +56,7 @@ Error Updater::Private::fetch(const QString& pName, qint64 pMaxLength, QByteArra
     const Error tError = mFetcher.fetch(pName, pMaxLength, pTo);
     if (!tError && pTo->size() > pMaxLength) {
         return Error{ErrorKind::Untrusted,
-                     QStringLiteral("The file %1 has more than %2 bytes").arg(pName).arg(pMaxLength)};
+                     u"The file %1 has more than %2 bytes"_s.arg(pName).arg(pMaxLength)};
     }
     return tError;
 }
@@ -62,9 +64,9 @@ Error Updater::Private::fetch(const QString& pName, qint64 pMaxLength, QByteArra
 Error Updater::Private::fetchVersioned(const QString& pRole, const MetaFile& pMeta, qint64 pLimit,
                                        QByteArray* pTo)
 {
-    const QString tFile = encodeName(pRole) + QLatin1String(".json");
+    const QString tFile = encodeName(pRole) + ".json"_L1;
     const QString tName =
-        mTrusted.root()->mConsistentSnapshot ? QStringLiteral("%1.%2").arg(pMeta.mVersion).arg(tFile) : tFile;
+        mTrusted.root()->mConsistentSnapshot ? u"%1.%2"_s.arg(pMeta.mVersion).arg(tFile) : tFile;
     return fetch(tName, std::min(pMeta.mLength.value_or(pLimit), pLimit), pTo);
 }
 
@@ -104,8 +106,7 @@ Error Updater::Private::loadRoot()
         tError = mTrusted.setRoot(tFile);
     }
     if (tError) {
-        tError = Error{ErrorKind::Local,
-                       QStringLiteral("There is no trusted root to start from. ") + tError.mText};
+        tError = Error{ErrorKind::Local, u"There is no trusted root to start from. "_s + tError.mText};
     }
     return tError;
 }
@@ -114,8 +115,8 @@ Error Updater::Private::updateRoot()
 {
     for (int i = 0; i < mLimits.mMaxRootRotations; ++i) {
         QByteArray tFile;
-        Error tError = fetch(QStringLiteral("%1.root.json").arg(mTrusted.root()->mVersion + 1),
-                             mLimits.mRootLength, &tFile);
+        Error tError =
+            fetch(u"%1.root.json"_s.arg(mTrusted.root()->mVersion + 1), mLimits.mRootLength, &tFile);
         if (tError.mKind == ErrorKind::NotFound) {
             return Error();
         }
@@ -166,8 +167,7 @@ bool Updater::Private::serverLacksRoot()
     QByteArray tFile;
     const qint64 tVersion = mTrusted.root()->mVersion;
     return tVersion > 1 &&
-           fetch(QStringLiteral("%1.root.json").arg(tVersion), mLimits.mRootLength, &tFile).mKind ==
-               ErrorKind::NotFound;
+           fetch(u"%1.root.json"_s.arg(tVersion), mLimits.mRootLength, &tFile).mKind == ErrorKind::NotFound;
 }
 
 Error Updater::Private::updateTimestamp()
@@ -178,15 +178,13 @@ Error Updater::Private::updateTimestamp()
     if (tError) {
         return tError;
     }
-    tError = fetch(QStringLiteral("timestamp.json"), mLimits.mTimestampLength, &tFile);
+    tError = fetch(u"timestamp.json"_s, mLimits.mTimestampLength, &tFile);
     if (!tError) {
         tError = mTrusted.addTimestamp(tFile, &tSame);
         if (tError.mKind == ErrorKind::Untrusted && serverLacksRoot()) {
-            return Error{
-                ErrorKind::OutOfDate,
-                QStringLiteral("It is out of date: it does not have version %1 of the root metadata, which "
-                               "this machine has seen already")
-                    .arg(mTrusted.root()->mVersion)};
+            return Error{ErrorKind::OutOfDate,
+                         u"It is out of date: it does not have version %1 of the root metadata, which "
+                         "this machine has seen already"_s.arg(mTrusted.root()->mVersion)};
         }
     }
     // Of two with the same version the stored one is the one that counts.
@@ -233,8 +231,7 @@ Error Updater::Private::updateTargets(const QString& pRole, const QString& pDele
     mUnchanged = false;
     const QMap<QString, MetaFile>& tRoles = mTrusted.snapshot()->mRoles;
     if (!tRoles.contains(pRole)) {
-        return Error{ErrorKind::Untrusted,
-                     QStringLiteral("The snapshot metadata does not list the role %1").arg(pRole)};
+        return Error{ErrorKind::Untrusted, u"The snapshot metadata does not list the role %1"_s.arg(pRole)};
     }
     tError = fetchVersioned(pRole, tRoles[pRole], mLimits.mTargetsLength, &tFile);
     if (!tError) {
@@ -296,8 +293,7 @@ Error Updater::Private::loadAllRoles(QStringList* pRoles)
         }
         if (pRoles->size() > mLimits.mMaxDelegations) {
             return Error{ErrorKind::Untrusted,
-                         QStringLiteral("The repository has more than %1 delegated roles")
-                             .arg(mLimits.mMaxDelegations)};
+                         u"The repository has more than %1 delegated roles"_s.arg(mLimits.mMaxDelegations)};
         }
         pRoles->append(tRole);
         const QStringList tNames =
@@ -385,7 +381,7 @@ Error Updater::findTarget(const QString& pPath, std::optional<TargetFile>* pTo)
 {
     pTo->reset();
     if (!d->mRefreshed) {
-        return Error{ErrorKind::Local, QStringLiteral("The metadata was not refreshed")};
+        return Error{ErrorKind::Local, u"The metadata was not refreshed"_s};
     }
     return d->find(pPath, pTo);
 }
@@ -394,7 +390,7 @@ Error Updater::allTargets(QList<TargetFile>* pTo)
 {
     pTo->clear();
     if (!d->mRefreshed) {
-        return Error{ErrorKind::Local, QStringLiteral("The metadata was not refreshed")};
+        return Error{ErrorKind::Local, u"The metadata was not refreshed"_s};
     }
     return d->all(pTo);
 }

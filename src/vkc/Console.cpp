@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <termios.h>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 static void write(QTextStream& pStream, const QString& pText, bool pNewline, bool pFlush)
@@ -34,7 +36,7 @@ int VKCApplication::fail(const QString& pText)
 
 void VKCApplication::clearCurrentLine()
 {
-    writeStdOut(QStringLiteral("\x1b[1G\x1b[K"), false, true);
+    writeStdOut(u"\x1b[1G\x1b[K"_s, false, true);
 }
 
 void VKCApplication::writeMsgType(int pMsgType)
@@ -76,7 +78,7 @@ QString VKCApplication::readPassword(const QString& pPrompt)
     if (tIsTerminal) {
         tcsetattr(tFd, TCSANOW, &tKept);
     }
-    return tLine.isNull() ? QStringLiteral("") : tLine; // a null text would count as none given
+    return tLine.isNull() ? u""_s : tLine; // a null text would count as none given
 }
 
 QString VKCApplication::yesNo(bool pValue)

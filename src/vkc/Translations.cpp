@@ -2,6 +2,8 @@
 
 #include <QtCore/QCoreApplication>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 void VKCApplication::reloadTranslations()
@@ -13,10 +15,9 @@ void VKCApplication::reloadTranslations()
     }
 
     const QString tLang = getAppLang();
-    const QString tDir = getAppEtcDir() + QStringLiteral("/locale/messages");
+    const QString tDir = getAppEtcDir() + u"/locale/messages"_s;
     // Qt searches the last one first.
-    const QString tCatalogues[] = {QStringLiteral("qt_%1"), QStringLiteral("vkcommon_%1"),
-                                   QStringLiteral("vkcore_%1"), QStringLiteral("vkc_%1")};
+    const QString tCatalogues[] = {u"qt_%1"_s, u"vkcommon_%1"_s, u"vkcore_%1"_s, u"vkc_%1"_s};
     for (const QString& tPattern : tCatalogues) {
         const QString tName = tPattern.arg(tLang);
         QTranslator* const tTranslator = new QTranslator();
@@ -24,7 +25,7 @@ void VKCApplication::reloadTranslations()
             QCoreApplication::installTranslator(tTranslator);
             mTranslators.append(tTranslator);
         } else {
-            log(QStringLiteral("Failed to load translation: %1").arg(tName));
+            log(u"Failed to load translation: %1"_s.arg(tName));
             tTranslator->deleteLater();
         }
     }

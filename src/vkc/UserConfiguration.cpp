@@ -5,6 +5,8 @@
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 void VKCApplication::initUserDirs()
@@ -13,16 +15,16 @@ void VKCApplication::initUserDirs()
 
     QFileInfo tSettingsDir;
     tSettingsDir.setFile(QDir(QDir::homePath()),
-                         getConfig()->getStrValue(QStringLiteral("application.settingsDir.other")));
-    mUserConfigFile = QDir(tSettingsDir.absoluteFilePath())
-                          .absoluteFilePath(QStringLiteral("etc/%1_user.cfg").arg(getConfigPrefix()));
+                         getConfig()->getStrValue(u"application.settingsDir.other"_s));
+    mUserConfigFile =
+        QDir(tSettingsDir.absoluteFilePath()).absoluteFilePath(u"etc/%1_user.cfg"_s.arg(getConfigPrefix()));
 }
 
 void VKCApplication::initLogFile()
 {
     const QDir tLogDir(getLogDir());
     if (!tLogDir.exists()) {
-        tLogDir.mkpath(QStringLiteral("."));
+        tLogDir.mkpath(u"."_s);
     }
     OkiApplication::initLogFile();
 }
@@ -37,8 +39,7 @@ bool VKCApplication::loadUserConfig()
         return true;
     }
 
-    const QString tLockPath =
-        tFile.dir().absoluteFilePath(tFile.completeBaseName() + QStringLiteral(".lock"));
+    const QString tLockPath = tFile.dir().absoluteFilePath(tFile.completeBaseName() + u".lock"_s);
     vkcore::LockFile tLock(this, tLockPath, vkcore::LockFile::Shared);
     // Without a lock file nobody writes the configuration, and none is made here.
     if (QFileInfo::exists(tLockPath)) {

@@ -6,9 +6,11 @@
 #include <QtCore/QString>
 #include <QtCore/QTimer>
 
+using namespace Qt::StringLiterals;
+
 using tarn::vkc::VKCApplication;
 
-static const QList<QString> sConfigPrefixes{QStringLiteral("vk"), QStringLiteral("vkp")};
+static const QList<QString> sConfigPrefixes{u"vk"_s, u"vkp"_s};
 
 static QString currentTime()
 {
@@ -21,13 +23,13 @@ int main(int argc, char** argv)
     const tarn::vkcore::GRef<VKCApplication> tApp(new VKCApplication(sConfigPrefixes, 2));
 
     tApp->init();
-    tApp->log(QStringLiteral("Application startup %1").arg(currentTime()));
-    tApp->log(QStringLiteral("%1 %2").arg(tApp->getAppName(), tApp->getAppVersion().toString()));
-    tApp->log(QStringLiteral("Operating system: %1").arg(tApp->getUtil()->prettyOsVersion()));
+    tApp->log(u"Application startup %1"_s.arg(currentTime()));
+    tApp->log(u"%1 %2"_s.arg(tApp->getAppName(), tApp->getAppVersion().toString()));
+    tApp->log(u"Operating system: %1"_s.arg(tApp->getUtil()->prettyOsVersion()));
     tApp->reloadTranslations();
 
     QTimer::singleShot(0, tApp.get(), &VKCApplication::run);
     const int tStatus = QCoreApplication::exec();
-    tApp->log(QStringLiteral("\nApplication shutdown %1").arg(currentTime()));
+    tApp->log(u"\nApplication shutdown %1"_s.arg(currentTime()));
     return tStatus;
 }

@@ -10,6 +10,8 @@
 #include <csignal>
 #include <utility>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 VKCApplication* sApp = nullptr;
@@ -34,7 +36,7 @@ VKCApplication::VKCApplication(const QList<QString>& pPrefixes, int pLogLevels)
     : OkiApplication(pPrefixes, pLogLevels), mStdIn(stdin, QIODevice::ReadOnly),
       mStdOut(stdout, QIODevice::WriteOnly), mStdErr(stderr, QIODevice::WriteOnly)
 {
-    setLogDirName(QStringLiteral("vkc_log"));
+    setLogDirName(u"vkc_log"_s);
 
     mProgressTimer.setInterval(1000);
     connect(&mProgressTimer, &QTimer::timeout, this, &VKCApplication::updateProgress);
@@ -144,7 +146,7 @@ void VKCApplication::waitForFinished()
 
 QString VKCApplication::dateTimeText(const QDateTime& pDate)
 {
-    return QLocale(QLocale::C).toString(pDate, QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    return QLocale(QLocale::C).toString(pDate, u"yyyy-MM-dd hh:mm:ss"_s);
 }
 
 } // namespace tarn::vkc

@@ -8,6 +8,8 @@
 
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 namespace {
@@ -28,19 +30,19 @@ bool exists(const QString& pPath)
 QString xdgDir(const char* pVariable, const QString& pBelowHome)
 {
     const QString tDir = qEnvironmentVariable(pVariable);
-    return tDir.startsWith(QLatin1Char('/')) ? tDir : QDir::homePath() + QLatin1Char('/') + pBelowHome;
+    return tDir.startsWith(u'/') ? tDir : QDir::homePath() + u'/' + pBelowHome;
 }
 
 QString xdgConfigDir()
 {
-    return xdgDir("XDG_CONFIG_HOME", QStringLiteral(".config")) + QStringLiteral("/vk");
+    return xdgDir("XDG_CONFIG_HOME", u".config"_s) + u"/vk"_s;
 }
 
 // The folder above that of the program. The kernel's word is without links already; Qt would look at each of
 // its folders once more.
 QString installationPrefix()
 {
-    return QFile::symLinkTarget(QStringLiteral("/proc/self/exe")).section(QLatin1Char('/'), 0, -3);
+    return QFile::symLinkTarget(u"/proc/self/exe"_s).section(u'/', 0, -3);
 }
 
 } // namespace
@@ -60,20 +62,19 @@ Application::~Application() = default;
 void Application::initApplicationDirs()
 {
     const QString tPrefix = installationPrefix();
-    const QString tMovable = tPrefix + QStringLiteral("/etc/vk");
-    if (!tPrefix.isEmpty() && tPrefix != QLatin1String("/usr") && exists(tMovable)) {
+    const QString tMovable = tPrefix + u"/etc/vk"_s;
+    if (!tPrefix.isEmpty() && tPrefix != "/usr"_L1 && exists(tMovable)) {
         mConfigDir = tMovable;
     } else {
-        mConfigDir = isRoot() ? QStringLiteral("/etc/vk") : xdgConfigDir();
+        mConfigDir = isRoot() ? u"/etc/vk"_s : xdgConfigDir();
     }
-    mConfig->setValue(QStringLiteral("application.settingsDir.other"), xdgConfigDir(), Config::DefaultValue);
+    mConfig->setValue(u"application.settingsDir.other"_s, xdgConfigDir(), Config::DefaultValue);
 }
 
 void Application::initUserDirs()
 {
-    const QString tDefault =
-        (isRoot() ? QStringLiteral("/var/log") : getStateDir()) + QLatin1Char('/') + mLogDirName;
-    mLogDir = mConfig->getStrValue(QStringLiteral("application.logDir"), tDefault);
+    const QString tDefault = (isRoot() ? u"/var/log"_s : getStateDir()) + u'/' + mLogDirName;
+    mLogDir = mConfig->getStrValue(u"application.logDir"_s, tDefault);
 }
 
 void Application::finalizeDirs()
@@ -87,8 +88,7 @@ void Application::eraseAppUserDir() {}
 void Application::initLogFile()
 {
     const QMutexLocker tLocker(&mLogMutex);
-    mLogFile = std::make_unique<LogFile>(mLogDir + QLatin1Char('/') + getAppName() + QStringLiteral(".log"),
-                                         mKeptLogFiles);
+    mLogFile = std::make_unique<LogFile>(mLogDir + u'/' + getAppName() + u".log"_s, mKeptLogFiles);
     for (const QString& tText : std::exchange(mEarlyLog, {})) {
         mLogFile->write(tText);
     }
@@ -99,7 +99,7 @@ void Application::saveLogFile() {}
 
 bool Application::loadConfigFile(const QString& pFileName, Config::ValueType pType)
 {
-    const QString tPath = mConfigDir + QLatin1Char('/') + pFileName;
+    const QString tPath = mConfigDir + u'/' + pFileName;
     if (mConfig->load(tPath, pFileName, pType, false)) {
         return true;
     }
@@ -112,9 +112,9 @@ bool Application::loadConfigFile(const QString& pFileName, Config::ValueType pTy
 bool Application::loadApplicationConfig()
 {
     for (const QString& tPrefix : mPrefixes) {
-        if (exists(mConfigDir + QLatin1Char('/') + tPrefix + QStringLiteral(".cfg"))) {
+        if (exists(mConfigDir + u'/' + tPrefix + u".cfg"_s)) {
             mConfigPrefix = tPrefix;
-            return loadConfigFile(tPrefix + QStringLiteral(".cfg"), Config::SystemValue);
+            return loadConfigFile(tPrefix + u".cfg"_s, Config::SystemValue);
         }
     }
     return true;
@@ -122,7 +122,7 @@ bool Application::loadApplicationConfig()
 
 bool Application::loadUserConfig()
 {
-    return loadConfigFile(mConfigPrefix + QStringLiteral("_user.cfg"), Config::UserValue);
+    return loadConfigFile(mConfigPrefix + u"_user.cfg"_s, Config::UserValue);
 }
 
 void Application::finalize()
@@ -143,8 +143,8 @@ void Application::log(const QString& pText)
 
 void Application::logAssertFailed(const char* pExpression, const char* pFile, int pLine)
 {
-    log(QStringLiteral("Assertion failed: %1 (%2:%3)")
-            .arg(QString::fromUtf8(pExpression), QString::fromUtf8(pFile), QString::number(pLine)));
+    log(u"Assertion failed: %1 (%2:%3)"_s.arg(QString::fromUtf8(pExpression), QString::fromUtf8(pFile),
+                                              QString::number(pLine)));
 }
 
 QString Application::getAppName() const
@@ -161,7 +161,7 @@ Version Application::getAppVersion() const
 
 QString Application::getAppEtcDir() const
 {
-    return installationPrefix() + QStringLiteral("/share/rkm");
+    return installationPrefix() + u"/share/rkm"_s;
 }
 
 QString Application::getLogDir() const
@@ -172,9 +172,8 @@ QString Application::getLogDir() const
 QString Application::getStateDir() const
 {
     const QString tDefault =
-        isRoot() ? QStringLiteral("/var/lib/vkservice")
-                 : xdgDir("XDG_STATE_HOME", QStringLiteral(".local/state")) + QStringLiteral("/vkservice");
-    return mConfig->getStrValue(QStringLiteral("service.stateDir"), tDefault);
+        isRoot() ? u"/var/lib/vkservice"_s : xdgDir("XDG_STATE_HOME", u".local/state"_s) + u"/vkservice"_s;
+    return mConfig->getStrValue(u"service.stateDir"_s, tDefault);
 }
 
 } // namespace tarn::vkcore

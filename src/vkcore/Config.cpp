@@ -7,6 +7,8 @@
 #include <QtCore/QLocale>
 #include <QtCore/QStringList>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 namespace {
@@ -22,23 +24,21 @@ QString toText(std::string_view pText)
 
 QString toText(const toml::date& pDate)
 {
-    return QStringLiteral("%1-%2-%3")
-        .arg(pDate.year, 4, 10, QLatin1Char('0'))
-        .arg(pDate.month, 2, 10, QLatin1Char('0'))
-        .arg(pDate.day, 2, 10, QLatin1Char('0'));
+    return u"%1-%2-%3"_s.arg(pDate.year, 4, 10, '0'_L1)
+        .arg(pDate.month, 2, 10, '0'_L1)
+        .arg(pDate.day, 2, 10, '0'_L1);
 }
 
 QString toText(const toml::time& pTime)
 {
-    return QStringLiteral("%1:%2:%3")
-        .arg(pTime.hour, 2, 10, QLatin1Char('0'))
-        .arg(pTime.minute, 2, 10, QLatin1Char('0'))
-        .arg(pTime.second, 2, 10, QLatin1Char('0'));
+    return u"%1:%2:%3"_s.arg(pTime.hour, 2, 10, '0'_L1)
+        .arg(pTime.minute, 2, 10, '0'_L1)
+        .arg(pTime.second, 2, 10, '0'_L1);
 }
 
 QString toText(const toml::date_time& pDateTime)
 {
-    return toText(pDateTime.date) + QLatin1Char('T') + toText(pDateTime.time);
+    return toText(pDateTime.date) + u'T' + toText(pDateTime.time);
 }
 
 QString toText(const toml::node& pNode)
@@ -53,7 +53,7 @@ QString toText(const toml::node& pNode)
         return QString::number(tNumber->get(), 'g', QLocale::FloatingPointShortest);
     }
     if (const auto* tTruth = pNode.as_boolean()) {
-        return tTruth->get() ? QStringLiteral("true") : QStringLiteral("false");
+        return tTruth->get() ? u"true"_s : u"false"_s;
     }
     if (const auto* tDate = pNode.as_date()) {
         return toText(tDate->get());
@@ -70,7 +70,7 @@ QString toText(const toml::node& pNode)
             tParts.append(toText(tPart));
         }
     }
-    return tParts.join(QLatin1Char(','));
+    return tParts.join(u',');
 }
 
 // The values of a table and of those in it, under their whole keys. False if one of these is too long.
@@ -82,7 +82,7 @@ bool flatten(const toml::table& pTable, const QString& pPrefix, QHash<QString, Q
             return false;
         }
         if (const auto* tTable = tNode.as_table()) {
-            if (!flatten(*tTable, tWhole + QLatin1Char('.'), pTo)) {
+            if (!flatten(*tTable, tWhole + u'.', pTo)) {
                 return false;
             }
         } else {
@@ -126,35 +126,33 @@ bool Config::load(const QString& pPath, const QString& pName, ValueType pType, b
         return true;
     }
     if (!tFile.open(QIODevice::ReadOnly)) {
-        mErrorText = QStringLiteral("%1: %2").arg(pName, tFile.errorString());
+        mErrorText = u"%1: %2"_s.arg(pName, tFile.errorString());
         return false;
     }
     const QByteArray tBytes = tFile.read(sMaxFileSize + 1);
     if (tFile.error() != QFileDevice::NoError) {
-        mErrorText = QStringLiteral("%1: %2").arg(pName, tFile.errorString());
+        mErrorText = u"%1: %2"_s.arg(pName, tFile.errorString());
         return false;
     }
     if (tBytes.size() > sMaxFileSize) {
-        mErrorText = QStringLiteral("%1: larger than %2 bytes").arg(pName).arg(sMaxFileSize);
+        mErrorText = u"%1: larger than %2 bytes"_s.arg(pName).arg(sMaxFileSize);
         return false;
     }
     const std::string_view tToml(tBytes.constData(), static_cast<size_t>(tBytes.size()));
     if (hasDeepKey(tToml)) {
-        mErrorText = QStringLiteral("%1: a key has more than %2 parts").arg(pName).arg(sMaxKeyParts);
+        mErrorText = u"%1: a key has more than %2 parts"_s.arg(pName).arg(sMaxKeyParts);
         return false;
     }
     const toml::parse_result tResult = toml::parse(tToml);
     if (!tResult) {
         const toml::parse_error& tError = tResult.error();
-        mErrorText = QStringLiteral("%1, line %2: %3")
-                         .arg(pName)
-                         .arg(tError.source().begin.line)
-                         .arg(toText(tError.description()));
+        mErrorText =
+            u"%1, line %2: %3"_s.arg(pName).arg(tError.source().begin.line).arg(toText(tError.description()));
         return false;
     }
     QHash<QString, QString> tValues;
     if (!flatten(tResult.table(), QString(), &tValues)) {
-        mErrorText = QStringLiteral("%1: a key is longer than %2 characters").arg(pName).arg(sMaxKeyLength);
+        mErrorText = u"%1: a key is longer than %2 characters"_s.arg(pName).arg(sMaxKeyLength);
         return false;
     }
     for (auto tValue = tValues.cbegin(); tValue != tValues.cend(); ++tValue) {

@@ -5,6 +5,8 @@
 #include <array>
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 // QDate::toString takes longer than all the rest of such a text, and lists of versions are long.
@@ -26,7 +28,7 @@ QString EnhVersion::toString() const
     if (!mDate.isValid()) {
         return mVersion.toTarnAppFormat();
     }
-    return mVersion.toTarnAppFormat() % QLatin1String(" (") % isoDate(mDate.date()) % QLatin1Char(')');
+    return mVersion.toTarnAppFormat() % " ("_L1 % isoDate(mDate.date()) % u')';
 }
 
 std::weak_ordering EnhVersion::operator<=>(const EnhVersion& pOther) const

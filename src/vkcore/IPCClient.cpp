@@ -11,6 +11,8 @@
 
 #include <QtCore/QJsonArray>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 using protocol::read;
@@ -20,9 +22,9 @@ namespace {
 
 QJsonObject helloOf(const Application* pApp)
 {
-    return {{QStringLiteral("protocol"), protocol::sVersion},
-            {QStringLiteral("client"), pApp == nullptr ? QString() : pApp->getAppName()},
-            {QStringLiteral("version"), pApp == nullptr ? QString() : pApp->getAppVersion().toString()}};
+    return {{u"protocol"_s, protocol::sVersion},
+            {u"client"_s, pApp == nullptr ? QString() : pApp->getAppName()},
+            {u"version"_s, pApp == nullptr ? QString() : pApp->getAppVersion().toString()}};
 }
 
 QString defaultServerName(const Application* pApp)
@@ -30,7 +32,7 @@ QString defaultServerName(const Application* pApp)
     // Found once, so that all clients of a process speak to the same service.
     static const QString sDefault = protocol::defaultSocketName();
     const QString tName =
-        pApp == nullptr ? QString() : pApp->getConfig()->getStrValue(QStringLiteral("service.socketName"));
+        pApp == nullptr ? QString() : pApp->getConfig()->getStrValue(u"service.socketName"_s);
     return tName.isEmpty() ? sDefault : tName;
 }
 
@@ -54,7 +56,7 @@ bool readNumber(const QJsonObject& pFrom, const QString& pName, T* pTo)
 
 bool readServers(const QJsonObject& pFrom, Application* pApp, QList<GRef2<Server>>* pTo)
 {
-    const QJsonValue tValue = pFrom.value(QLatin1String("servers"));
+    const QJsonValue tValue = pFrom.value("servers"_L1);
     const QJsonArray tArray = tValue.toArray();
     pTo->reserve(tArray.size());
     for (const QJsonValue tEntry : tArray) {
@@ -70,33 +72,32 @@ bool readServers(const QJsonObject& pFrom, Application* pApp, QList<GRef2<Server
 // The deliveries of the events, each with its parameters read.
 bool readEvent(IPCClient* pClient, const QString& pMethod, const QJsonObject& pParams, Event* pEvent)
 {
-    if (pMethod == QLatin1String("serviceStatusChanged")) {
+    if (pMethod == "serviceStatusChanged"_L1) {
         ServiceStatus tStatus{};
-        const bool tOk = readNumber(pParams, QStringLiteral("status"), &tStatus);
+        const bool tOk = readNumber(pParams, u"status"_s, &tStatus);
         const bool tEndsRun = tStatus == StatusIdle || tStatus == StatusSuppressed || tStatus == StatusError;
         *pEvent = {[pClient, tStatus] { Q_EMIT pClient->serviceStatusChanged(tStatus); }, tEndsRun};
         return tOk;
     }
-    if (pMethod == QLatin1String("serviceActivityChanged")) {
+    if (pMethod == "serviceActivityChanged"_L1) {
         ServiceActivity tActivity{};
-        const bool tOk = readNumber(pParams, QStringLiteral("activity"), &tActivity);
+        const bool tOk = readNumber(pParams, u"activity"_s, &tActivity);
         pEvent->mDeliver = [pClient, tActivity] { Q_EMIT pClient->serviceActivityChanged(tActivity); };
         return tOk;
     }
-    const bool tIsError = pMethod == QLatin1String("serviceErrorReceived");
-    if (tIsError || pMethod == QLatin1String("serviceNotificationReceived")) {
+    const bool tIsError = pMethod == "serviceErrorReceived"_L1;
+    if (tIsError || pMethod == "serviceNotificationReceived"_L1) {
         int tType = 0;
         QString tText;
         QString tDetails;
-        const bool tOk = read(pParams, QStringLiteral("type"), &tType) &&
-                         read(pParams, QStringLiteral("text"), &tText) &&
-                         read(pParams, QStringLiteral("details"), &tDetails);
+        const bool tOk = read(pParams, u"type"_s, &tType) && read(pParams, u"text"_s, &tText) &&
+                         read(pParams, u"details"_s, &tDetails);
         const auto tSignal =
             tIsError ? &IPCClient::serviceErrorReceived : &IPCClient::serviceNotificationReceived;
         pEvent->mDeliver = [=] { Q_EMIT(pClient->*tSignal)(tType, tText, tDetails); };
         return tOk;
     }
-    if (pMethod == QLatin1String("quitRequestReceived")) {
+    if (pMethod == "quitRequestReceived"_L1) {
         pEvent->mDeliver = [pClient] { Q_EMIT pClient->quitRequestReceived(); };
     }
     return true;
@@ -126,8 +127,7 @@ public:
     {
         const std::shared_ptr<Session> tKeep = shared_from_this();
         const std::optional<QJsonValue> tResult = call(pMethod, pParams, pStartsRun);
-        return tResult && (read({{QStringLiteral("result"), *tResult}}, QStringLiteral("result"), pTo) ||
-                           malformed(pMethod));
+        return tResult && (read({{u"result"_s, *tResult}}, u"result"_s, pTo) || malformed(pMethod));
     }
     // As above, for a result of several members, which pRead takes apart.
     bool askObject(const QString& pMethod, const QJsonObject& pParams,
@@ -145,9 +145,9 @@ public:
     }
     QJsonObject withRevision(int pIndex) const
     {
-        QJsonObject tParams{{QStringLiteral("index"), pIndex}};
+        QJsonObject tParams{{u"index"_s, pIndex}};
         if (!mRevision.isUndefined()) {
-            tParams.insert(QLatin1String("revision"), mRevision);
+            tParams.insert("revision"_L1, mRevision);
         }
         return tParams;
     }
@@ -188,7 +188,7 @@ bool IPCClient::testConnect(int pTimeoutMs)
 
 bool IPCClient::ping()
 {
-    return d->order(QStringLiteral("ping"));
+    return d->order(u"ping"_s);
 }
 
 bool IPCClient::isConnected() const
@@ -212,20 +212,20 @@ bool IPCClient::enterMonitorMode()
 bool IPCClient::isServiceActive(bool* pOk)
 {
     bool tActive = false;
-    const bool tOk = d->ask(QStringLiteral("isServiceActive"), {}, &tActive);
+    const bool tOk = d->ask(u"isServiceActive"_s, {}, &tActive);
     put(pOk, tOk);
     return tActive;
 }
 
 bool IPCClient::isVKClientActive()
 {
-    return d->order(QStringLiteral("isVKClientActive"));
+    return d->order(u"isVKClientActive"_s);
 }
 
 ServiceStatus IPCClient::getServiceStatus(bool* pOk)
 {
     int tStatus = StatusIdle;
-    const bool tOk = d->ask(QStringLiteral("getServiceStatus"), {}, &tStatus);
+    const bool tOk = d->ask(u"getServiceStatus"_s, {}, &tStatus);
     put(pOk, tOk);
     return static_cast<ServiceStatus>(tStatus);
 }
@@ -244,16 +244,12 @@ bool IPCClient::getServiceProgress(ServiceActivity* pActivity, bool* pCancelable
     int tPackage = 0;
     int tPackageCount = 0;
     int tFailedCount = 0;
-    const bool tOk = d->askObject(QStringLiteral("getServiceProgress"), {}, [&](const QJsonObject& pFrom) {
-        return readNumber(pFrom, QStringLiteral("activity"), &tActivity) &&
-               read(pFrom, QStringLiteral("cancelable"), &tCancelable) &&
-               read(pFrom, QStringLiteral("text"), &tText) &&
-               read(pFrom, QStringLiteral("bytesDone"), &tBytesDone) &&
-               read(pFrom, QStringLiteral("bytesTotal"), &tBytesTotal) &&
-               read(pFrom, QStringLiteral("done"), &tDone) && read(pFrom, QStringLiteral("total"), &tTotal) &&
-               read(pFrom, QStringLiteral("package"), &tPackage) &&
-               read(pFrom, QStringLiteral("packageCount"), &tPackageCount) &&
-               read(pFrom, QStringLiteral("failedCount"), &tFailedCount);
+    const bool tOk = d->askObject(u"getServiceProgress"_s, {}, [&](const QJsonObject& pFrom) {
+        return readNumber(pFrom, u"activity"_s, &tActivity) && read(pFrom, u"cancelable"_s, &tCancelable) &&
+               read(pFrom, u"text"_s, &tText) && read(pFrom, u"bytesDone"_s, &tBytesDone) &&
+               read(pFrom, u"bytesTotal"_s, &tBytesTotal) && read(pFrom, u"done"_s, &tDone) &&
+               read(pFrom, u"total"_s, &tTotal) && read(pFrom, u"package"_s, &tPackage) &&
+               read(pFrom, u"packageCount"_s, &tPackageCount) && read(pFrom, u"failedCount"_s, &tFailedCount);
     });
     if (tOk) {
         put(pActivity, tActivity);
@@ -273,36 +269,35 @@ bool IPCClient::getServiceProgress(ServiceActivity* pActivity, bool* pCancelable
 int IPCClient::getLastServiceResult(bool pThisSession)
 {
     int tResult = 0;
-    d->ask(QStringLiteral("getLastServiceResult"), {{QStringLiteral("thisSession"), pThisSession}}, &tResult);
+    d->ask(u"getLastServiceResult"_s, {{u"thisSession"_s, pThisSession}}, &tResult);
     return tResult;
 }
 
 QString IPCClient::getLastServiceResultStr(bool pThisSession)
 {
     QString tText;
-    d->ask(QStringLiteral("getLastServiceResultStr"), {{QStringLiteral("thisSession"), pThisSession}},
-           &tText);
+    d->ask(u"getLastServiceResultStr"_s, {{u"thisSession"_s, pThisSession}}, &tText);
     return tText;
 }
 
 bool IPCClient::triggerUpdate(bool pManual)
 {
-    return d->order(QStringLiteral("triggerUpdate"), {{QStringLiteral("manual"), pManual}}, true);
+    return d->order(u"triggerUpdate"_s, {{u"manual"_s, pManual}}, true);
 }
 
 bool IPCClient::abortUpdate()
 {
-    return d->order(QStringLiteral("abortUpdate"));
+    return d->order(u"abortUpdate"_s);
 }
 
 bool IPCClient::quitService()
 {
-    return d->order(QStringLiteral("quitService"));
+    return d->order(u"quitService"_s);
 }
 
 bool IPCClient::reloadConfig()
 {
-    return d->order(QStringLiteral("reloadConfig"));
+    return d->order(u"reloadConfig"_s);
 }
 
 bool IPCClient::getDefaultServer(QString* pUri, QString* pUser, QString* pPassword)
@@ -310,13 +305,11 @@ bool IPCClient::getDefaultServer(QString* pUri, QString* pUser, QString* pPasswo
     QString tUri;
     QString tUser;
     QString tPassword;
-    const bool tOk =
-        d->askObject(QStringLiteral("getDefaultServer"),
-                     {{QStringLiteral("withPassword"), pPassword != nullptr}}, [&](const QJsonObject& pFrom) {
-                         return read(pFrom, QStringLiteral("uri"), &tUri) &&
-                                read(pFrom, QStringLiteral("user"), &tUser) &&
-                                read(pFrom, QStringLiteral("password"), &tPassword);
-                     });
+    const bool tOk = d->askObject(u"getDefaultServer"_s, {{u"withPassword"_s, pPassword != nullptr}},
+                                  [&](const QJsonObject& pFrom) {
+                                      return read(pFrom, u"uri"_s, &tUri) && read(pFrom, u"user"_s, &tUser) &&
+                                             read(pFrom, u"password"_s, &tPassword);
+                                  });
     if (tOk) {
         put(pUri, tUri);
         put(pUser, tUser);
@@ -327,18 +320,17 @@ bool IPCClient::getDefaultServer(QString* pUri, QString* pUser, QString* pPasswo
 
 bool IPCClient::updateDefaultServer(const QString& pUri, const QString& pUser, const QString& pPassword)
 {
-    return d->order(QStringLiteral("updateDefaultServer"), {{QStringLiteral("uri"), toJson(pUri)},
-                                                            {QStringLiteral("user"), toJson(pUser)},
-                                                            {QStringLiteral("password"), toJson(pPassword)}});
+    return d->order(
+        u"updateDefaultServer"_s,
+        {{u"uri"_s, toJson(pUri)}, {u"user"_s, toJson(pUser)}, {u"password"_s, toJson(pPassword)}});
 }
 
 bool IPCClient::getNetProxySettings(NetProxyMode* pMode, NetProxy* pProxy)
 {
     NetProxyMode tMode{};
     NetProxy tProxy(false, false);
-    const bool tOk = d->askObject(QStringLiteral("getNetProxySettings"), {}, [&](const QJsonObject& pFrom) {
-        return readNumber(pFrom, QStringLiteral("mode"), &tMode) &&
-               read(pFrom.value(QLatin1String("proxy")).toObject(), &tProxy);
+    const bool tOk = d->askObject(u"getNetProxySettings"_s, {}, [&](const QJsonObject& pFrom) {
+        return readNumber(pFrom, u"mode"_s, &tMode) && read(pFrom.value("proxy"_L1).toObject(), &tProxy);
     });
     if (tOk) {
         put(pMode, tMode);
@@ -349,28 +341,27 @@ bool IPCClient::getNetProxySettings(NetProxyMode* pMode, NetProxy* pProxy)
 
 bool IPCClient::setNetProxySettings(NetProxyMode pMode, const NetProxy& pProxy)
 {
-    return d->order(QStringLiteral("setNetProxySettings"),
-                    {{QStringLiteral("mode"), int{pMode}}, {QStringLiteral("proxy"), toJson(pProxy)}});
+    return d->order(u"setNetProxySettings"_s, {{u"mode"_s, int{pMode}}, {u"proxy"_s, toJson(pProxy)}});
 }
 
 QString IPCClient::getKdmlDataDirectory()
 {
     QString tPath;
-    d->ask(QStringLiteral("getKdmlDataDirectory"), {}, &tPath);
+    d->ask(u"getKdmlDataDirectory"_s, {}, &tPath);
     return tPath;
 }
 
 bool IPCClient::setKdmlDataDirectory(const QString& pPath)
 {
-    return d->order(QStringLiteral("setKdmlDataDirectory"), {{QStringLiteral("path"), toJson(pPath)}});
+    return d->order(u"setKdmlDataDirectory"_s, {{u"path"_s, toJson(pPath)}});
 }
 
 bool IPCClient::getLanguages(QString* pAppLang, QString* pDataLang)
 {
     QString tApp;
     QString tData;
-    const bool tOk = d->askObject(QStringLiteral("getLanguages"), {}, [&](const QJsonObject& pFrom) {
-        return read(pFrom, QStringLiteral("app"), &tApp) && read(pFrom, QStringLiteral("data"), &tData);
+    const bool tOk = d->askObject(u"getLanguages"_s, {}, [&](const QJsonObject& pFrom) {
+        return read(pFrom, u"app"_s, &tApp) && read(pFrom, u"data"_s, &tData);
     });
     if (tOk) {
         put(pAppLang, tApp);
@@ -381,23 +372,20 @@ bool IPCClient::getLanguages(QString* pAppLang, QString* pDataLang)
 
 bool IPCClient::setLanguages(const QString& pAppLang, const QString& pDataLang)
 {
-    return d->order(QStringLiteral("setLanguages"),
-                    {{QStringLiteral("app"), toJson(pAppLang)}, {QStringLiteral("data"), toJson(pDataLang)}});
+    return d->order(u"setLanguages"_s, {{u"app"_s, toJson(pAppLang)}, {u"data"_s, toJson(pDataLang)}});
 }
 
 QString IPCClient::getConfigValue(const QString& pName, const QString& pDefault)
 {
     QString tValue;
-    const bool tOk = d->ask(
-        QStringLiteral("getConfigValue"),
-        {{QStringLiteral("name"), toJson(pName)}, {QStringLiteral("default"), toJson(pDefault)}}, &tValue);
+    const bool tOk =
+        d->ask(u"getConfigValue"_s, {{u"name"_s, toJson(pName)}, {u"default"_s, toJson(pDefault)}}, &tValue);
     return tOk ? tValue : pDefault;
 }
 
 bool IPCClient::setConfigValue(const QString& pName, const QString& pValue)
 {
-    return d->order(QStringLiteral("setConfigValue"),
-                    {{QStringLiteral("name"), toJson(pName)}, {QStringLiteral("value"), toJson(pValue)}});
+    return d->order(u"setConfigValue"_s, {{u"name"_s, toJson(pName)}, {u"value"_s, toJson(pValue)}});
 }
 
 bool IPCClient::getScheduleParameters(Scheduler::AutoUpdateMode* pMode, int* pFlags, QDateTime* pNextCheck,
@@ -409,13 +397,10 @@ bool IPCClient::getScheduleParameters(Scheduler::AutoUpdateMode* pMode, int* pFl
     int tPeriodCount = 0;
     Scheduler::PeriodUnit tUnit{};
     QString tExtra;
-    const bool tOk = d->askObject(QStringLiteral("getScheduleParameters"), {}, [&](const QJsonObject& pFrom) {
-        return readNumber(pFrom, QStringLiteral("mode"), &tMode) &&
-               read(pFrom, QStringLiteral("flags"), &tFlags) &&
-               read(pFrom, QStringLiteral("nextCheck"), &tNextCheck) &&
-               read(pFrom, QStringLiteral("periodCount"), &tPeriodCount) &&
-               readNumber(pFrom, QStringLiteral("unit"), &tUnit) &&
-               read(pFrom, QStringLiteral("extra"), &tExtra);
+    const bool tOk = d->askObject(u"getScheduleParameters"_s, {}, [&](const QJsonObject& pFrom) {
+        return readNumber(pFrom, u"mode"_s, &tMode) && read(pFrom, u"flags"_s, &tFlags) &&
+               read(pFrom, u"nextCheck"_s, &tNextCheck) && read(pFrom, u"periodCount"_s, &tPeriodCount) &&
+               readNumber(pFrom, u"unit"_s, &tUnit) && read(pFrom, u"extra"_s, &tExtra);
     });
     if (tOk) {
         put(pMode, tMode);
@@ -435,26 +420,24 @@ bool IPCClient::setScheduleParameters(Scheduler::AutoUpdateMode pMode, int pFlag
                                       bool pSave)
 // NOLINTEND(performance-unnecessary-value-param)
 {
-    return d->order(QStringLiteral("setScheduleParameters"),
-                    {{QStringLiteral("mode"), int{pMode}},
-                     {QStringLiteral("flags"), pFlags},
-                     {QStringLiteral("nextCheck"), toJson(pNextCheck)},
-                     {QStringLiteral("periodCount"), pPeriodCount},
-                     {QStringLiteral("unit"), int{pUnit}},
-                     {QStringLiteral("extra"), toJson(pExtra)},
-                     {QStringLiteral("save"), pSave}});
+    return d->order(u"setScheduleParameters"_s, {{u"mode"_s, int{pMode}},
+                                                 {u"flags"_s, pFlags},
+                                                 {u"nextCheck"_s, toJson(pNextCheck)},
+                                                 {u"periodCount"_s, pPeriodCount},
+                                                 {u"unit"_s, int{pUnit}},
+                                                 {u"extra"_s, toJson(pExtra)},
+                                                 {u"save"_s, pSave}});
 }
 
 bool IPCClient::getMonitoringSettings(MonitoringSettings* pSettings)
 {
-    return d->askObject(QStringLiteral("getMonitoringSettings"), {},
+    return d->askObject(u"getMonitoringSettings"_s, {},
                         [&](const QJsonObject& pFrom) { return read(pFrom, pSettings); });
 }
 
 bool IPCClient::setMonitoringSettings(const MonitoringSettings& pSettings)
 {
-    return d->order(QStringLiteral("setMonitoringSettings"),
-                    {{QStringLiteral("settings"), toJson(pSettings)}});
+    return d->order(u"setMonitoringSettings"_s, {{u"settings"_s, toJson(pSettings)}});
 }
 
 bool IPCClient::getServerList(ServerList* pList)
@@ -462,8 +445,8 @@ bool IPCClient::getServerList(ServerList* pList)
     const std::shared_ptr<Private> tPrivate = d;
     QList<GRef2<Server>> tServers;
     QJsonValue tRevision;
-    const bool tOk = tPrivate->askObject(QStringLiteral("getServerList"), {}, [&](const QJsonObject& pFrom) {
-        tRevision = pFrom.value(QLatin1String("revision"));
+    const bool tOk = tPrivate->askObject(u"getServerList"_s, {}, [&](const QJsonObject& pFrom) {
+        tRevision = pFrom.value("revision"_L1);
         return !tRevision.isUndefined() && readServers(pFrom, tPrivate->mApp, &tServers);
     });
     if (tOk) {
@@ -475,19 +458,19 @@ bool IPCClient::getServerList(ServerList* pList)
 
 bool IPCClient::addServer(Server* pServer)
 {
-    return d->order(QStringLiteral("addServer"), {{QStringLiteral("server"), toJson(*pServer)}});
+    return d->order(u"addServer"_s, {{u"server"_s, toJson(*pServer)}});
 }
 
 bool IPCClient::changeServer(int pIndex, Server* pServer)
 {
     QJsonObject tParams = d->withRevision(pIndex);
-    tParams.insert(QLatin1String("server"), toJson(*pServer));
-    return d->order(QStringLiteral("changeServer"), tParams);
+    tParams.insert("server"_L1, toJson(*pServer));
+    return d->order(u"changeServer"_s, tParams);
 }
 
 bool IPCClient::removeServer(int pIndex)
 {
-    return d->order(QStringLiteral("removeServer"), d->withRevision(pIndex));
+    return d->order(u"removeServer"_s, d->withRevision(pIndex));
 }
 
 } // namespace tarn::vkcore

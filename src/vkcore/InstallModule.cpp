@@ -9,6 +9,8 @@
 
 #include <dlfcn.h>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 namespace {
@@ -42,8 +44,8 @@ OpenInstallLog* loadReader(QString* pReason)
 // everybody may read.
 QString logPath(const Application& pApp)
 {
-    const QString tOwn = pApp.getStateDir() + QLatin1Char('/') + sInstallLogName;
-    const QString tMachine = QStringLiteral("/var/lib/vkservice/") + sInstallLogName;
+    const QString tOwn = pApp.getStateDir() + u'/' + sInstallLogName;
+    const QString tMachine = u"/var/lib/vkservice/"_s + sInstallLogName;
     return !QFileInfo::exists(tOwn) && QFileInfo::exists(tMachine) ? tMachine : tOwn;
 }
 
@@ -60,12 +62,12 @@ bool InstallModule::init()
     QString tReason;
     const QString tPath = logPath(*mApp);
     if (mModule != sServiceModule) {
-        tReason = QStringLiteral("there is no module %1").arg(mModule);
+        tReason = u"there is no module %1"_s.arg(mModule);
     } else if (OpenInstallLog* tOpen = loadReader(&tReason)) {
         mInstaller.reset(tOpen(mApp, tPath, &tReason));
     }
     if (!mInstaller) {
-        mApp->log(QStringLiteral("Failed to open the install log \"%1\": %2").arg(tPath, tReason));
+        mApp->log(u"Failed to open the install log \"%1\": %2"_s.arg(tPath, tReason));
     }
     return mInstaller != nullptr;
 }

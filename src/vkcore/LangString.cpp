@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 LangString::LangString(const QMap<QString, QString>& pValues) : mValues(pValues) {}
@@ -24,10 +26,10 @@ const QString& LangString::bestValue(const QString& pLang) const
     if (const QString& tExact = tText(pLang); !tExact.isEmpty()) {
         return tExact;
     }
-    if (const QString& tOfLanguage = tText(pLang.section(QLatin1Char('_'), 0, 0)); !tOfLanguage.isEmpty()) {
+    if (const QString& tOfLanguage = tText(pLang.section(u'_', 0, 0)); !tOfLanguage.isEmpty()) {
         return tOfLanguage;
     }
-    if (const QString& tEnglish = tText(QStringLiteral("en")); !tEnglish.isEmpty()) {
+    if (const QString& tEnglish = tText(u"en"_s); !tEnglish.isEmpty()) {
         return tEnglish;
     }
     const auto tAny =

@@ -3,16 +3,17 @@
 #include <QtCore/QLocale>
 #include <QtCore/QStringList>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 namespace {
 
 QList<QString> codesOf(const Config& pConfig, const QString& pKey)
 {
-    static const QString sBuiltIn = QStringLiteral("de,en,es,fr,it,ja,nl,pl,pt_BR,ru,sv,tr,zh_CN");
+    static const QString sBuiltIn = u"de,en,es,fr,it,ja,nl,pl,pt_BR,ru,sv,tr,zh_CN"_s;
     QList<QString> tCodes;
-    const QStringList tWords =
-        pConfig.getStrValue(pKey, sBuiltIn).split(QLatin1Char(','), Qt::SkipEmptyParts);
+    const QStringList tWords = pConfig.getStrValue(pKey, sBuiltIn).split(u',', Qt::SkipEmptyParts);
     for (const QString& tWord : tWords) {
         const QString tCode = tWord.trimmed();
         if (!tCode.isEmpty() && !tCodes.contains(tCode)) {
@@ -53,25 +54,25 @@ QString Application::getLangName(const QString& pCode) const
 
 QList<QString> Application::getAvailableAppLanguages() const
 {
-    return codesOf(*mConfig, QStringLiteral("application.languages"));
+    return codesOf(*mConfig, u"application.languages"_s);
 }
 
 QList<QString> Application::getAvailableDataLanguages() const
 {
-    return codesOf(*mConfig, QStringLiteral("data.languages"));
+    return codesOf(*mConfig, u"data.languages"_s);
 }
 
 void Application::chooseLanguage()
 {
-    mAppLang = mConfig->getStrValue(QStringLiteral("application.language"));
+    mAppLang = mConfig->getStrValue(u"application.language"_s);
     if (!mAppLang.isEmpty()) {
         return;
     }
     const QString tName = QLocale::system().name();
-    if (tName == QLatin1String("C")) {
-        mAppLang = QStringLiteral("en");
+    if (tName == "C"_L1) {
+        mAppLang = u"en"_s;
     } else {
-        mAppLang = getAvailableAppLanguages().contains(tName) ? tName : tName.section(QLatin1Char('_'), 0, 0);
+        mAppLang = getAvailableAppLanguages().contains(tName) ? tName : tName.section(u'_', 0, 0);
     }
 }
 

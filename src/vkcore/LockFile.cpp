@@ -13,6 +13,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 namespace {
@@ -64,7 +66,7 @@ bool LockFile::lock(int pTimeoutMs, int pIntervalMs, bool pLogFailure)
             }
             const qint64 tLeft = tDeadline.remainingTime();
             if (tLeft <= 0) {
-                tReason = QStringLiteral("held by another process for %1 ms").arg(pTimeoutMs);
+                tReason = u"held by another process for %1 ms"_s.arg(pTimeoutMs);
                 break;
             }
             QThread::msleep(static_cast<unsigned long>(std::clamp(qint64{pIntervalMs}, qint64{1}, tLeft)));
@@ -72,7 +74,7 @@ bool LockFile::lock(int pTimeoutMs, int pIntervalMs, bool pLogFailure)
         ::close(tFd);
     }
     if (pLogFailure && mApp != nullptr) {
-        mApp->log(QStringLiteral("Failed to lock file \"%1\": %2").arg(mPath, tReason));
+        mApp->log(u"Failed to lock file \"%1\": %2"_s.arg(mPath, tReason));
     }
     return false;
 }

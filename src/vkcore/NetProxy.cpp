@@ -1,12 +1,14 @@
 #include <vkcore/NetProxy.h>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 NetProxyMode netProxyModeFromStr(const QString& pWord, bool* pOk)
 {
-    const bool tManual = pWord == QLatin1String("manual");
+    const bool tManual = pWord == "manual"_L1;
     if (pOk != nullptr) {
-        *pOk = tManual || pWord == QLatin1String("os");
+        *pOk = tManual || pWord == "os"_L1;
     }
     return tManual ? NetProxyModeManual : NetProxyModeOs;
 }

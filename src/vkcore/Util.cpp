@@ -4,6 +4,8 @@
 
 #include <sys/utsname.h>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 QString Util::prettyOsVersion() const
@@ -13,9 +15,9 @@ QString Util::prettyOsVersion() const
     if (::uname(&tName) != 0) {
         return tProduct;
     }
-    return QStringLiteral("%1, %2 %3 %4")
-        .arg(tProduct, QString::fromLocal8Bit(tName.sysname), QString::fromLocal8Bit(tName.release),
-             QString::fromLocal8Bit(tName.machine));
+    return u"%1, %2 %3 %4"_s.arg(tProduct, QString::fromLocal8Bit(tName.sysname),
+                                 QString::fromLocal8Bit(tName.release),
+                                 QString::fromLocal8Bit(tName.machine));
 }
 
 } // namespace tarn::vkcore

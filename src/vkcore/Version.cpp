@@ -9,7 +9,7 @@ namespace tarn::vkcore {
 
 Version Version::fromString(const QString& pText, bool* pOk)
 {
-    const QStringList tParts = pText.split(QLatin1Char('.'));
+    const QStringList tParts = pText.split(u'.');
     std::array<int, 4> tNumbers{};
     bool tOk = tParts.size() <= 4;
     for (qsizetype i = 0; tOk && i < tParts.size(); ++i) {
@@ -28,15 +28,15 @@ Version Version::fromString(const QString& pText, bool* pOk)
 
 QString Version::toString() const
 {
-    return QString::number(mMajor) % QLatin1Char('.') % QString::number(mMinor) % QLatin1Char('.') %
-           QString::number(mPatch) % QLatin1Char('.') % QString::number(mBuild);
+    return QString::number(mMajor) % u'.' % QString::number(mMinor) % u'.' % QString::number(mPatch) % u'.' %
+           QString::number(mBuild);
 }
 
 QString Version::toTarnAppFormat() const
 {
-    return mBuild != 0 ? toString()
-                       : QString::number(mMajor) % QLatin1Char('.') % QString::number(mMinor) %
-                             QLatin1Char('.') % QString::number(mPatch);
+    return mBuild != 0
+               ? toString()
+               : QString::number(mMajor) % u'.' % QString::number(mMinor) % u'.' % QString::number(mPatch);
 }
 
 } // namespace tarn::vkcore

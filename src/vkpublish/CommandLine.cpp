@@ -8,6 +8,8 @@
 
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 void say(const QString& pLine)
@@ -26,8 +28,7 @@ void complain(const QString& pLine)
 CommandLine::CommandLine(const QString& pCommand, const QString& pDescription) : mCommand(pCommand)
 {
     mParser.setApplicationDescription(pDescription);
-    mParser.addOption(QCommandLineOption({QStringLiteral("h"), QStringLiteral("help")},
-                                         QStringLiteral("Shows this help.")));
+    mParser.addOption(QCommandLineOption({u"h"_s, u"help"_s}, u"Shows this help."_s));
 }
 
 void CommandLine::addArgument(const QString& pName, const QString& pDescription)
@@ -44,24 +45,22 @@ void CommandLine::addOption(const QString& pName, const QString& pDescription, c
 
 void CommandLine::addRepository()
 {
-    addArgument(QStringLiteral("DIR"), QStringLiteral("Folder of the repository"));
-    addOption(QStringLiteral("keys"), QStringLiteral("Folder of keys and record; by default DIR.keys"),
-              QStringLiteral("FOLDER"));
+    addArgument(u"DIR"_s, u"Folder of the repository"_s);
+    addOption(u"keys"_s, u"Folder of keys and record; by default DIR.keys"_s, u"FOLDER"_s);
 }
 
 std::optional<int> CommandLine::parse(const QStringList& pArguments)
 {
-    if (!mParser.parse(QStringList{QStringLiteral("vkpublish")} + pArguments)) {
+    if (!mParser.parse(QStringList{u"vkpublish"_s} + pArguments)) {
         complain(mParser.errorText());
         return StatusUsage;
     }
-    if (mParser.isSet(QStringLiteral("help"))) {
+    if (mParser.isSet(u"help"_s)) {
         say(help());
         return StatusDone;
     }
     if (mParser.positionalArguments().size() != mArguments.size()) {
-        complain(QStringLiteral("%1 takes %2 arguments, not %3; see \"vkpublish %1 --help\"")
-                     .arg(mCommand)
+        complain(u"%1 takes %2 arguments, not %3; see \"vkpublish %1 --help\""_s.arg(mCommand)
                      .arg(mArguments.size())
                      .arg(mParser.positionalArguments().size()));
         return StatusUsage;
@@ -72,11 +71,10 @@ std::optional<int> CommandLine::parse(const QStringList& pArguments)
 QString CommandLine::help() const
 {
     // The parser knows no commands, and would put the program's path here.
-    const QString tUsage = QStringList{QStringLiteral("Usage: vkpublish"), mCommand,
-                                       mArguments.join(QLatin1Char(' ')), QStringLiteral("[options]")}
-                               .join(QLatin1Char(' '));
+    const QString tUsage =
+        QStringList{u"Usage: vkpublish"_s, mCommand, mArguments.join(u' '), u"[options]"_s}.join(u' ');
     const QString tText = mParser.helpText().trimmed();
-    return tUsage + tText.mid(tText.indexOf(QLatin1Char('\n')));
+    return tUsage + tText.mid(tText.indexOf(u'\n'));
 }
 
 QString CommandLine::argument(int pIndex) const
@@ -104,7 +102,7 @@ QString CommandLine::repository() const
 QString CommandLine::keys() const
 {
     return isSet("keys") ? QDir::cleanPath(QDir::current().absoluteFilePath(value("keys")))
-                         : repository() + QLatin1String(".keys");
+                         : repository() + ".keys"_L1;
 }
 
 std::optional<int> CommandLine::number(const char* pName, int pLeast, int pMost) const
@@ -112,8 +110,7 @@ std::optional<int> CommandLine::number(const char* pName, int pLeast, int pMost)
     bool tOk = false;
     const int tNumber = value(pName).toInt(&tOk);
     if (!tOk || tNumber < pLeast || tNumber > pMost) {
-        complain(QStringLiteral("--%1 takes a number from %2 to %3, not \"%4\"")
-                     .arg(QLatin1String(pName))
+        complain(u"--%1 takes a number from %2 to %3, not \"%4\""_s.arg(QLatin1String(pName))
                      .arg(pLeast)
                      .arg(pMost)
                      .arg(value(pName)));
@@ -126,8 +123,8 @@ std::optional<QDateTime> CommandLine::date(const char* pName) const
 {
     const QDateTime tDate = QDateTime::fromString(value(pName), Qt::ISODate);
     if (!tDate.isValid()) {
-        complain(QStringLiteral("--%1 takes a date such as 2026-03-31 or 2026-03-31T12:00:00Z, not \"%2\"")
-                     .arg(QLatin1String(pName), value(pName)));
+        complain(u"--%1 takes a date such as 2026-03-31 or 2026-03-31T12:00:00Z, not \"%2\""_s.arg(
+            QLatin1String(pName), value(pName)));
         return std::nullopt;
     }
     return tDate;
@@ -138,7 +135,7 @@ bool CommandLine::openPlace(const char* pName, std::unique_ptr<tuf::Fetcher>* pT
     QString tError;
     *pTo = openMetadata(value(pName), value("ca-file"), &tError);
     if (!*pTo) {
-        complain(QStringLiteral("--%1: %2").arg(QLatin1String(pName), tError));
+        complain(u"--%1: %2"_s.arg(QLatin1String(pName), tError));
     }
     return *pTo != nullptr;
 }

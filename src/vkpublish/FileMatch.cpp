@@ -4,17 +4,19 @@
 
 #include <QtCore/QFile>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 bool fileMatches(const QString& pPath, qint64 pLength, const tuf::HashList& pHashes, QString* pReason)
 {
     QFile tFile(pPath);
     if (!tFile.open(QIODevice::ReadOnly)) {
-        *pReason = QStringLiteral("%1 can't be read: %2").arg(pPath, tFile.errorString());
+        *pReason = u"%1 can't be read: %2"_s.arg(pPath, tFile.errorString());
         return false;
     }
     if (tFile.size() != pLength) {
-        *pReason = QStringLiteral("%1 has %2 bytes instead of %3").arg(pPath).arg(tFile.size()).arg(pLength);
+        *pReason = u"%1 has %2 bytes instead of %3"_s.arg(pPath).arg(tFile.size()).arg(pLength);
         return false;
     }
     tuf::Hasher tHasher(pHashes);
@@ -22,7 +24,7 @@ bool fileMatches(const QString& pPath, qint64 pLength, const tuf::HashList& pHas
         tHasher.add(tPiece);
     }
     if (!tuf::hashesAgree(pHashes, tHasher.result())) {
-        *pReason = QStringLiteral("%1 does not have the hash that was signed for it").arg(pPath);
+        *pReason = u"%1 does not have the hash that was signed for it"_s.arg(pPath);
         return false;
     }
     return true;

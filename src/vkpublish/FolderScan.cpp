@@ -15,6 +15,8 @@
 #include <memory>
 #include <system_error>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
@@ -43,7 +45,7 @@ public:
 private:
     bool refuse(const QByteArray& pPath, const QString& pReason)
     {
-        mProblem = QStringLiteral("%1: %2").arg(QFile::decodeName(fullPath(pPath)), pReason);
+        mProblem = u"%1: %2"_s.arg(QFile::decodeName(fullPath(pPath)), pReason);
         return false;
     }
 
@@ -82,17 +84,17 @@ private:
         QStringDecoder tDecoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
         const QString tDecoded = tDecoder.decode(pPath);
         if (tDecoder.hasError() || tDecoded.isEmpty() || pPath.size() > sMaxPath) {
-            return refuse(pPath, QStringLiteral("the name is too long or isn't UTF-8"));
+            return refuse(pPath, u"the name is too long or isn't UTF-8"_s);
         }
         const mode_t tType = tEntry.mStat.st_mode & S_IFMT;
         if (tType == S_IFLNK && !link(&tEntry)) {
             return false;
         }
         if (tType != S_IFLNK && tType != S_IFREG && tType != S_IFDIR) {
-            return refuse(pPath, QStringLiteral("a package can't hold a device, pipe or socket"));
+            return refuse(pPath, u"a package can't hold a device, pipe or socket"_s);
         }
         if (tType == S_IFREG && (tEntry.mStat.st_mode & (S_ISUID | S_ISGID)) != 0) {
-            return refuse(pPath, QStringLiteral("a package can't hold a set-user-ID or set-group-ID file"));
+            return refuse(pPath, u"a package can't hold a set-user-ID or set-group-ID file"_s);
         }
         mTo->push_back(tEntry);
         return tType != S_IFDIR || folder(pPath);
@@ -109,8 +111,8 @@ private:
         pEntry->mLinkTarget = QByteArray(tTarget.data(), tLength);
         const int tDepth = static_cast<int>(pEntry->mPath.count('/'));
         return packages::linkStaysInside(pEntry->mLinkTarget, tDepth) ||
-               refuse(pEntry->mPath, QStringLiteral("the link to %1 leads, or may lead, out of the package")
-                                         .arg(QFile::decodeName(pEntry->mLinkTarget)));
+               refuse(pEntry->mPath, u"the link to %1 leads, or may lead, out of the package"_s.arg(
+                                         QFile::decodeName(pEntry->mLinkTarget)));
     }
 
     QByteArray mFolder;
@@ -128,7 +130,7 @@ bool scanFolder(const QString& pFolder, std::vector<FolderEntry>* pTo, QString* 
         return false;
     }
     if (pTo->empty()) {
-        *pError = QStringLiteral("%1 is empty").arg(pFolder);
+        *pError = u"%1 is empty"_s.arg(pFolder);
         return false;
     }
     return true;

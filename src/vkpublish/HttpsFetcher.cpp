@@ -6,6 +6,8 @@
 
 #include <array>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
@@ -74,11 +76,11 @@ bool HttpsFetcher::setUp(const QByteArray& pUrl)
 tuf::Error HttpsFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
 {
     pTo->clear();
-    const QString tUrl = mFolder + QLatin1Char('/') + pPath;
+    const QString tUrl = mFolder + u'/' + pPath;
     Body tBody{pMaxLength, pTo};
     std::array<char, CURL_ERROR_SIZE> tReason{};
     if (!setUp(tUrl.toUtf8())) {
-        return {tuf::ErrorKind::Unreachable, QStringLiteral("The transfer of %1 can't be set up").arg(tUrl)};
+        return {tuf::ErrorKind::Unreachable, u"The transfer of %1 can't be set up"_s.arg(tUrl)};
     }
     curl_easy_setopt(mCurl, CURLOPT_ERRORBUFFER, tReason.data());
     curl_easy_setopt(mCurl, CURLOPT_WRITEFUNCTION, Body::take);
@@ -89,10 +91,9 @@ tuf::Error HttpsFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArr
     }
     long tStatus = 0;
     curl_easy_getinfo(mCurl, CURLINFO_RESPONSE_CODE, &tStatus);
-    const QString tWhy = tCode == CURLE_WRITE_ERROR
-                             ? QStringLiteral("it has more than %1 bytes").arg(pMaxLength)
-                             : QString::fromLocal8Bit(tReason.data());
-    return {kindOf(tCode, tStatus), QStringLiteral("%1 can't be fetched: %2").arg(tUrl, tWhy)};
+    const QString tWhy = tCode == CURLE_WRITE_ERROR ? u"it has more than %1 bytes"_s.arg(pMaxLength)
+                                                    : QString::fromLocal8Bit(tReason.data());
+    return {kindOf(tCode, tStatus), u"%1 can't be fetched: %2"_s.arg(tUrl, tWhy)};
 }
 
 } // namespace tarn::vkpublish

@@ -16,6 +16,8 @@
 #include <cerrno>
 #include <system_error>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
@@ -25,8 +27,8 @@ constexpr mode_t sFolderMode = 0700;
 constexpr qint64 sMaxKeyLength = 64 * 1024;
 constexpr qint64 sMaxRecordLength = 256 * 1024 * 1024;
 
-const QString sRecordName = QStringLiteral("record.json");
-const QString sLockName = QStringLiteral("lock");
+const QString sRecordName = u"record.json"_s;
+const QString sLockName = u"lock"_s;
 
 QString systemReason()
 {
@@ -49,7 +51,7 @@ KeyFolder::~KeyFolder()
 
 QString KeyFolder::filePath(const QString& pName) const
 {
-    return mPath + QLatin1Char('/') + pName;
+    return mPath + u'/' + pName;
 }
 
 bool KeyFolder::checkPrivate(const QString& pPath, QString* pError) const
@@ -58,14 +60,12 @@ bool KeyFolder::checkPrivate(const QString& pPath, QString* pError) const
     {
     };
     if (::stat(QFile::encodeName(pPath).constData(), &tStat) != 0) {
-        *pError = QStringLiteral("%1 can't be used: %2").arg(pPath, systemReason());
+        *pError = u"%1 can't be used: %2"_s.arg(pPath, systemReason());
         return false;
     }
     if ((tStat.st_mode & 077) != 0) {
-        *pError =
-            QStringLiteral("%1 is open to other users; keys must not be. Check who had access, then take it "
-                           "away: chmod go= %1")
-                .arg(pPath);
+        *pError = u"%1 is open to other users; keys must not be. Check who had access, then take it "
+                  "away: chmod go= %1"_s.arg(pPath);
         return false;
     }
     return true;
@@ -78,9 +78,8 @@ bool KeyFolder::lock(QString* pError)
     if (mLockFd >= 0 && ::flock(mLockFd, LOCK_EX | LOCK_NB) == 0) {
         return true;
     }
-    *pError = errno == EWOULDBLOCK
-                  ? QStringLiteral("Another vkpublish is at work with the keys in %1").arg(mPath)
-                  : QStringLiteral("%1 can't be locked: %2").arg(mPath, systemReason());
+    *pError = errno == EWOULDBLOCK ? u"Another vkpublish is at work with the keys in %1"_s.arg(mPath)
+                                   : u"%1 can't be locked: %2"_s.arg(mPath, systemReason());
     return false;
 }
 
@@ -88,13 +87,13 @@ bool KeyFolder::create(QString* pError)
 {
     if (!QDir().mkpath(QFileInfo(mPath).absolutePath()) ||
         (mFileSystem.makeDir(QFile::encodeName(mPath), sFolderMode) != 0 && errno != EEXIST)) {
-        *pError = QStringLiteral("The key folder %1 can't be made: %2").arg(mPath, systemReason());
+        *pError = u"The key folder %1 can't be made: %2"_s.arg(mPath, systemReason());
         return false;
     }
     if (!QDir(mPath).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
         *pError = QFileInfo::exists(filePath(sRecordName))
-                      ? QStringLiteral("%1 holds the keys of a repository already").arg(mPath)
-                      : QStringLiteral("%1 is to be the key folder, but isn't empty").arg(mPath);
+                      ? u"%1 holds the keys of a repository already"_s.arg(mPath)
+                      : u"%1 is to be the key folder, but isn't empty"_s.arg(mPath);
         return false;
     }
     return checkPrivate(mPath, pError) && lock(pError);
@@ -103,9 +102,8 @@ bool KeyFolder::create(QString* pError)
 bool KeyFolder::open(QString* pError)
 {
     if (!QFileInfo::exists(filePath(sRecordName))) {
-        *pError = QStringLiteral("There is no key folder %1: name it with --keys, or make a repository with "
-                                 "\"vkpublish init\"")
-                      .arg(mPath);
+        *pError = u"There is no key folder %1: name it with --keys, or make a repository with "
+                  "\"vkpublish init\""_s.arg(mPath);
         return false;
     }
     return checkPrivate(mPath, pError) && lock(pError) && openForReading(pError);
@@ -120,7 +118,7 @@ bool KeyFolder::openForReading(QString* pError)
         return false;
     }
     if (!Record::fromJson(tText, &mRecord)) {
-        *pError = QStringLiteral("%1 is damaged").arg(filePath(sRecordName));
+        *pError = u"%1 is damaged"_s.arg(filePath(sRecordName));
         return false;
     }
     return true;
@@ -152,7 +150,7 @@ bool KeyFolder::readKeyFile(const QString& pName, std::optional<tuf::SigningKey>
     }
     *pTo = tuf::SigningKey::fromPem(tPem);
     if (!*pTo) {
-        *pError = QStringLiteral("%1 holds no key that can be used").arg(tPath);
+        *pError = u"%1 holds no key that can be used"_s.arg(tPath);
     }
     return pTo->has_value();
 }
@@ -177,7 +175,7 @@ bool KeyFolder::readSigners(const QString& pRole, QList<tuf::SigningKey>* pTo, Q
 
 QString KeyFolder::findKeyFile(const QString& pRole, const QStringList& pIds)
 {
-    const QStringList tNames = QDir(mPath).entryList({pRole + QLatin1String("-*.pem")}, QDir::Files);
+    const QStringList tNames = QDir(mPath).entryList({pRole + "-*.pem"_L1}, QDir::Files);
     for (const QString& tName : tNames) {
         std::optional<tuf::SigningKey> tKey;
         QString tReason;
@@ -200,9 +198,8 @@ bool KeyFolder::takeRoot(const QByteArray& pRoot, QString* pError)
         const QString tName = findKeyFile(tRole, tRoot.mRoles[tRole].mKeyIds);
         if (tName.isEmpty()) {
             *pError =
-                QStringLiteral("The repository has version %1 of the root, whose key for the role %2 is "
-                               "not in %3: put back the keys as they were after the last rotate-key")
-                    .arg(tRoot.mVersion)
+                u"The repository has version %1 of the root, whose key for the role %2 is "
+                "not in %3: put back the keys as they were after the last rotate-key"_s.arg(tRoot.mVersion)
                     .arg(tRole, mPath);
             return false;
         }
@@ -222,7 +219,7 @@ bool KeyFolder::takeRoot(const QByteArray& pRoot, QString* pError)
 
 bool KeyFolder::addKey(const QString& pRole, const tuf::SigningKey& pKey, QString* pError)
 {
-    const QString tName = QStringLiteral("%1-%2.pem").arg(pRole, pKey.id().left(16));
+    const QString tName = u"%1-%2.pem"_s.arg(pRole, pKey.id().left(16));
     const tuf::Error tError = tuf::writeFileAtomically(mFileSystem, filePath(tName), pKey.toPem(), sFileMode);
     *pError = tError.mText;
     if (!tError) {

@@ -3,6 +3,8 @@
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
@@ -12,8 +14,8 @@ QString realPath(const QString& pPath)
 {
     QString tExisting = QDir::cleanPath(QFileInfo(pPath).absoluteFilePath());
     QString tRest;
-    while (!QFileInfo::exists(tExisting) && tExisting != QLatin1String("/")) {
-        tRest.prepend(QLatin1Char('/') + QFileInfo(tExisting).fileName());
+    while (!QFileInfo::exists(tExisting) && tExisting != "/"_L1) {
+        tRest.prepend(u'/' + QFileInfo(tExisting).fileName());
         tExisting = QFileInfo(tExisting).absolutePath();
     }
     const QString tReal = QFileInfo(tExisting).canonicalFilePath();
@@ -24,46 +26,45 @@ QString realPath(const QString& pPath)
 
 QString metadataFolder(const QString& pRepository)
 {
-    return pRepository + QLatin1String("/metadata");
+    return pRepository + "/metadata"_L1;
 }
 
 QString targetsFolder(const QString& pRepository)
 {
-    return pRepository + QLatin1String("/targets");
+    return pRepository + "/targets"_L1;
 }
 
 QString versionedName(const QString& pRole, qint64 pVersion)
 {
-    return QStringLiteral("%1.%2.json").arg(pVersion).arg(pRole);
+    return u"%1.%2.json"_s.arg(pVersion).arg(pRole);
 }
 
 QString versionedPath(const QString& pRepository, const QString& pRole, qint64 pVersion)
 {
-    return metadataFolder(pRepository) + QLatin1Char('/') + versionedName(pRole, pVersion);
+    return metadataFolder(pRepository) + u'/' + versionedName(pRole, pVersion);
 }
 
 QString timestampPath(const QString& pRepository)
 {
-    return metadataFolder(pRepository) + QLatin1String("/timestamp.json");
+    return metadataFolder(pRepository) + "/timestamp.json"_L1;
 }
 
 tuf::Hash statedHash(const QJsonObject& pStated)
 {
-    const QString tHex = pStated[QLatin1String("hashes")].toObject()[QLatin1String("sha256")].toString();
+    const QString tHex = pStated["hashes"_L1].toObject()["sha256"_L1].toString();
     return tuf::Hash::fromHex(tuf::HashAlgorithm::Sha256, tHex).value_or(tuf::Hash());
 }
 
 QString targetPath(const QString& pRepository, const QString& pName, const QJsonObject& pTarget)
 {
-    return QStringLiteral("%1/%2.%3")
-        .arg(targetsFolder(pRepository), QString::fromLatin1(statedHash(pTarget).toHex()), pName);
+    return u"%1/%2.%3"_s.arg(targetsFolder(pRepository), QString::fromLatin1(statedHash(pTarget).toHex()),
+                             pName);
 }
 
 bool isInside(const QString& pPath, const QString& pFolder)
 {
     const QString tFolder = realPath(pFolder);
-    return (realPath(pPath) + QLatin1Char('/'))
-        .startsWith(tFolder.endsWith(QLatin1Char('/')) ? tFolder : tFolder + QLatin1Char('/'));
+    return (realPath(pPath) + u'/').startsWith(tFolder.endsWith(u'/') ? tFolder : tFolder + u'/');
 }
 
 } // namespace tarn::vkpublish

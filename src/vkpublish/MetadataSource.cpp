@@ -9,6 +9,8 @@
 #include <QtCore/QDir>
 #include <QtCore/QUrl>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 FolderFetcher::FolderFetcher(os::FileSystem& pFileSystem, const QString& pFolder)
@@ -18,25 +20,23 @@ FolderFetcher::FolderFetcher(os::FileSystem& pFileSystem, const QString& pFolder
 
 tuf::Error FolderFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
 {
-    return tuf::readWholeFile(mFileSystem,
-                              mFolder + QLatin1Char('/') + QUrl::fromPercentEncoding(pPath.toLatin1()),
+    return tuf::readWholeFile(mFileSystem, mFolder + u'/' + QUrl::fromPercentEncoding(pPath.toLatin1()),
                               pMaxLength, pTo);
 }
 
 std::unique_ptr<tuf::Fetcher> openMetadata(const QString& pPlace, const QString& pCaFile, QString* pError)
 {
     const QUrl tUrl(pPlace);
-    if (tUrl.scheme() == QLatin1String("https") && !tUrl.host().isEmpty()) {
+    if (tUrl.scheme() == "https"_L1 && !tUrl.host().isEmpty()) {
         if (!tUrl.userInfo().isEmpty()) {
-            *pError = QStringLiteral("An address with a password in it can be seen by everybody on this "
-                                     "machine: put user and password into ~/.netrc");
+            *pError = u"An address with a password in it can be seen by everybody on this "
+                      "machine: put user and password into ~/.netrc"_s;
             return nullptr;
         }
         return std::make_unique<HttpsFetcher>(metadataFolder(pPlace), pCaFile);
     }
-    if (pPlace.contains(QLatin1String("://")) && !tUrl.isLocalFile()) {
-        *pError = QStringLiteral("%1 is not a folder, nor an address that begins with https:// or file://")
-                      .arg(pPlace);
+    if (pPlace.contains("://"_L1) && !tUrl.isLocalFile()) {
+        *pError = u"%1 is not a folder, nor an address that begins with https:// or file://"_s.arg(pPlace);
         return nullptr;
     }
     const QString tFolder = tUrl.isLocalFile() ? tUrl.toLocalFile() : pPlace;

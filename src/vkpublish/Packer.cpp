@@ -15,6 +15,8 @@
 #include <memory>
 #include <system_error>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 using os::FileSystem;
@@ -132,17 +134,15 @@ public:
         }
         const int tErrno = archive_errno(mArchive.get());
         const QString tReason =
-            tErrno > 0
-                ? QStringLiteral(": ") + QString::fromStdString(std::generic_category().message(tErrno))
-                : QString();
+            tErrno > 0 ? u": "_s + QString::fromStdString(std::generic_category().message(tErrno))
+                       : QString();
         return QString::fromLocal8Bit(tText) + tReason;
     }
 
 private:
     bool fail(const FolderEntry& pEntry, const QString& pReason)
     {
-        mProblem = QStringLiteral("%1/%2: %3")
-                       .arg(QFile::decodeName(mFolder), QFile::decodeName(pEntry.mPath), pReason);
+        mProblem = u"%1/%2: %3"_s.arg(QFile::decodeName(mFolder), QFile::decodeName(pEntry.mPath), pReason);
         return false;
     }
 
@@ -171,7 +171,7 @@ private:
         if (tRead < 0) {
             return fail(pEntry, systemReason());
         }
-        return tTotal == pEntry.mStat.st_size || fail(pEntry, QStringLiteral("changed while it was packed"));
+        return tTotal == pEntry.mStat.st_size || fail(pEntry, u"changed while it was packed"_s);
     }
 
     FileSystem& mFileSystem;
@@ -190,7 +190,7 @@ bool packFolder(FileSystem& pFileSystem, const QString& pFolder, const std::vect
 {
     Output tOutput(pFileSystem, pArchive);
     if (!tOutput.isOpen()) {
-        *pError = QStringLiteral("%1 can't be written: %2").arg(pArchive, systemReason());
+        *pError = u"%1 can't be written: %2"_s.arg(pArchive, systemReason());
         return false;
     }
     Packer tPacker(pFileSystem, pFolder, pLatest);
@@ -200,11 +200,11 @@ bool packFolder(FileSystem& pFileSystem, const QString& pFolder, const std::vect
         pTo->mInstalledSize += S_ISREG(pEntries[i].mStat.st_mode) ? pEntries[i].mStat.st_size : 0;
     }
     if (!tOk || !tPacker.end()) {
-        *pError = QStringLiteral("The package can't be made: %1").arg(tPacker.problem());
+        *pError = u"The package can't be made: %1"_s.arg(tPacker.problem());
         return false;
     }
     if (!tOutput.finish(pTo)) {
-        *pError = QStringLiteral("%1 can't be written: %2").arg(pArchive, systemReason());
+        *pError = u"%1 can't be written: %2"_s.arg(pArchive, systemReason());
         return false;
     }
     return true;

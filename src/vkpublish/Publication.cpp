@@ -19,6 +19,8 @@
 #include <system_error>
 #include <utility>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
@@ -30,7 +32,7 @@ constexpr qint64 sMaxMetadata = 16 * 1024 * 1024;
 bool isAsStated(const QString& pPath, const QJsonObject& pStated)
 {
     QString tReason;
-    return fileMatches(pPath, pStated[QLatin1String("length")].toInteger(), {statedHash(pStated)}, &tReason);
+    return fileMatches(pPath, pStated["length"_L1].toInteger(), {statedHash(pStated)}, &tReason);
 }
 
 } // namespace
@@ -47,13 +49,12 @@ bool Publication::checkTarget(const QString& pName, QString* pError) const
     const QJsonObject tTarget = tRecord.mTargets[pName].toObject();
     const QString tPath = targetPath(mRepository, pName, tTarget);
     const bool tPublished = tRecord.mPublishedTargets[pName].toObject() == tTarget;
-    if (tPublished ? QFileInfo(tPath).size() == tTarget[QLatin1String("length")].toInteger()
+    if (tPublished ? QFileInfo(tPath).size() == tTarget["length"_L1].toInteger()
                    : isAsStated(tPath, tTarget)) {
         return true;
     }
     *pError =
-        QStringLiteral("%1 is missing or was changed: add the package again with --replace, or remove it")
-            .arg(tPath);
+        u"%1 is missing or was changed: add the package again with --replace, or remove it"_s.arg(tPath);
     return false;
 }
 
@@ -90,7 +91,7 @@ bool Publication::readKeys(QString* pError)
 bool Publication::isFresh(const QString& pRole, const PublishedFile& pFile, const QDateTime& pExpires,
                           const PublicationTimes& pTimes) const
 {
-    const qint64 tVersion = pFile.mMeta[QLatin1String("version")].toInteger();
+    const qint64 tVersion = pFile.mMeta["version"_L1].toInteger();
     return !pFile.mMeta.isEmpty() && pFile.mExpires > pTimes.mNow &&
            pTimes.mNow.secsTo(pFile.mExpires) >= pTimes.mNow.secsTo(pExpires) / 2 &&
            isAsStated(versionedPath(mRepository, pRole, tVersion), pFile.mMeta);
@@ -99,7 +100,7 @@ bool Publication::isFresh(const QString& pRole, const PublishedFile& pFile, cons
 bool Publication::write(const QString& pPath, const QByteArray& pFile, QString* pError)
 {
     if (pFile.isEmpty() || pFile.size() > sMaxMetadata) {
-        *pError = QStringLiteral("%1 can't be signed, or is too big").arg(pPath);
+        *pError = u"%1 can't be signed, or is too big"_s.arg(pPath);
         return false;
     }
     const tuf::Error tError = tuf::writeFileAtomically(mFileSystem, pPath, pFile, sFileMode);
@@ -192,7 +193,7 @@ QSet<QString> Publication::referencedFiles() const
     QStringList tPaths{timestampPath(mRepository)};
     for (const auto& [tRole, tFile] : {std::pair(tuf::sTargets, tRecord.mPublishedTargetsFile),
                                        std::pair(tuf::sSnapshot, tRecord.mPublishedSnapshot)}) {
-        tPaths.append(versionedPath(mRepository, tRole, tFile.mMeta[QLatin1String("version")].toInteger()));
+        tPaths.append(versionedPath(mRepository, tRole, tFile.mMeta["version"_L1].toInteger()));
     }
     for (const QString& tName : tRecord.mTargets.keys()) {
         tPaths.append(targetPath(mRepository, tName, tRecord.mTargets[tName].toObject()));
@@ -221,9 +222,9 @@ void Publication::noteUnreferenced(const QDateTime& pNow)
     const QMap<QString, QDateTime> tKnown = std::exchange(mKeys.mRecord.mUnreferenced, {});
     for (const QString& tFolder : {metadataFolder(mRepository), targetsFolder(mRepository)}) {
         for (const QFileInfo& tFile : QDir(tFolder).entryInfoList(QDir::Files | QDir::Hidden)) {
-            const QString tName = (tFolder + QLatin1Char('/') + tFile.fileName()).mid(mRepository.size() + 1);
+            const QString tName = (tFolder + u'/' + tFile.fileName()).mid(mRepository.size() + 1);
             // Every root stays: a client that slept for years climbs them one by one.
-            if (!tReferenced.contains(tName) && !tName.endsWith(QLatin1String(".root.json"))) {
+            if (!tReferenced.contains(tName) && !tName.endsWith(".root.json"_L1)) {
                 mKeys.mRecord.mUnreferenced.insert(tName, std::min(tKnown.value(tName, pNow), pNow));
             }
         }
@@ -234,14 +235,14 @@ bool Publication::prune(const QDateTime& pNow, qint64 pGrace, QString* pError)
 {
     QMap<QString, QDateTime>& tUnreferenced = mKeys.mRecord.mUnreferenced;
     for (auto tIt = tUnreferenced.begin(); tIt != tUnreferenced.end();) {
-        const QString tPath = mRepository + QLatin1Char('/') + tIt.key();
+        const QString tPath = mRepository + u'/' + tIt.key();
         if (tIt.value().secsTo(pNow) < pGrace) {
             ++tIt;
         } else if (mFileSystem.unlink(QFile::encodeName(tPath)) == 0 || errno == ENOENT) {
             tIt = tUnreferenced.erase(tIt);
         } else {
-            *pError = QStringLiteral("%1 can't be removed: %2")
-                          .arg(tPath, QString::fromStdString(std::generic_category().message(errno)));
+            *pError = u"%1 can't be removed: %2"_s.arg(
+                tPath, QString::fromStdString(std::generic_category().message(errno)));
             return false;
         }
     }

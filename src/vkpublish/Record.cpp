@@ -3,29 +3,31 @@
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
 
 constexpr int sFormat = 1;
 
-const QString sFormatName = QStringLiteral("format");
-const QString sKeys = QStringLiteral("keys");
-const QString sVersions = QStringLiteral("versions");
-const QString sRootName = QStringLiteral("root");
-const QString sTargetsName = QStringLiteral("targets");
-const QString sPublishedTargets = QStringLiteral("publishedTargets");
-const QString sWithdrawnTargets = QStringLiteral("withdrawnTargets");
-const QString sTargetsFile = QStringLiteral("targetsFile");
-const QString sSnapshotFile = QStringLiteral("snapshotFile");
-const QString sTimestampExpires = QStringLiteral("timestampExpires");
-const QString sRetiring = QStringLiteral("retiringKeys");
-const QString sRole = QStringLiteral("role");
-const QString sFile = QStringLiteral("file");
-const QString sUntil = QStringLiteral("until");
-const QString sUnreferenced = QStringLiteral("unreferenced");
-const QString sMeta = QStringLiteral("meta");
-const QString sExpires = QStringLiteral("expires");
+const QString sFormatName = u"format"_s;
+const QString sKeys = u"keys"_s;
+const QString sVersions = u"versions"_s;
+const QString sRootName = u"root"_s;
+const QString sTargetsName = u"targets"_s;
+const QString sPublishedTargets = u"publishedTargets"_s;
+const QString sWithdrawnTargets = u"withdrawnTargets"_s;
+const QString sTargetsFile = u"targetsFile"_s;
+const QString sSnapshotFile = u"snapshotFile"_s;
+const QString sTimestampExpires = u"timestampExpires"_s;
+const QString sRetiring = u"retiringKeys"_s;
+const QString sRole = u"role"_s;
+const QString sFile = u"file"_s;
+const QString sUntil = u"until"_s;
+const QString sUnreferenced = u"unreferenced"_s;
+const QString sMeta = u"meta"_s;
+const QString sExpires = u"expires"_s;
 
 QString dateToJson(const QDateTime& pDate)
 {

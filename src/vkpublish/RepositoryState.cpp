@@ -4,6 +4,8 @@
 
 #include "tuf/TrustedSet.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
@@ -51,8 +53,7 @@ private:
     tuf::Error readTimestamp()
     {
         bool tSame = false;
-        tuf::Error tError =
-            mFrom.fetch(QStringLiteral("timestamp.json"), mLimits.mTimestampLength, &mTo->mTimestamp);
+        tuf::Error tError = mFrom.fetch(u"timestamp.json"_s, mLimits.mTimestampLength, &mTo->mTimestamp);
         if (!tError) {
             tError = mTrusted.addTimestamp(mTo->mTimestamp, &tSame);
         }

@@ -5,21 +5,23 @@
 
 #include <QtCore/QJsonArray>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
 
 QJsonObject signedPart(const QString& pType, qint64 pVersion, const QDateTime& pExpires)
 {
-    return QJsonObject{{QStringLiteral("_type"), pType},
-                       {QStringLiteral("spec_version"), QStringLiteral("1.0.31")},
-                       {QStringLiteral("version"), pVersion},
-                       {QStringLiteral("expires"), pExpires.toUTC().toString(Qt::ISODate)}};
+    return QJsonObject{{u"_type"_s, pType},
+                       {u"spec_version"_s, u"1.0.31"_s},
+                       {u"version"_s, pVersion},
+                       {u"expires"_s, pExpires.toUTC().toString(Qt::ISODate)}};
 }
 
 QJsonObject metaMap(const QString& pName, const QJsonObject& pMeta)
 {
-    return QJsonObject{{pName + QLatin1String(".json"), pMeta}};
+    return QJsonObject{{pName + ".json"_L1, pMeta}};
 }
 
 } // namespace
@@ -37,13 +39,12 @@ QByteArray makeRoot(qint64 pVersion, const QDateTime& pExpires, const QMap<QStri
     QJsonObject tRoles;
     for (auto tIt = pKeys.begin(); tIt != pKeys.end(); ++tIt) {
         tKeys.insert(tIt->id(), tIt->publicJson());
-        tRoles.insert(tIt.key(), QJsonObject{{QStringLiteral("keyids"), QJsonArray{tIt->id()}},
-                                             {QStringLiteral("threshold"), 1}});
+        tRoles.insert(tIt.key(), QJsonObject{{u"keyids"_s, QJsonArray{tIt->id()}}, {u"threshold"_s, 1}});
     }
     QJsonObject tSigned = signedPart(tuf::sRoot, pVersion, pExpires);
-    tSigned.insert(QStringLiteral("consistent_snapshot"), true);
-    tSigned.insert(QStringLiteral("keys"), tKeys);
-    tSigned.insert(QStringLiteral("roles"), tRoles);
+    tSigned.insert(u"consistent_snapshot"_s, true);
+    tSigned.insert(u"keys"_s, tKeys);
+    tSigned.insert(u"roles"_s, tRoles);
     QList<tuf::SigningKey> tSigners{*pKeys.constFind(tuf::sRoot)};
     if (pOldRootKey && pOldRootKey->id() != tSigners.first().id()) {
         tSigners.append(*pOldRootKey);
@@ -55,7 +56,7 @@ QByteArray makeTargets(qint64 pVersion, const QDateTime& pExpires, const QJsonOb
                        const QList<tuf::SigningKey>& pKeys)
 {
     QJsonObject tSigned = signedPart(tuf::sTargets, pVersion, pExpires);
-    tSigned.insert(QStringLiteral("targets"), pTargets);
+    tSigned.insert(u"targets"_s, pTargets);
     return tuf::signMetadata(tSigned, pKeys);
 }
 
@@ -63,7 +64,7 @@ QByteArray makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonO
                         const QList<tuf::SigningKey>& pKeys)
 {
     QJsonObject tSigned = signedPart(tuf::sSnapshot, pVersion, pExpires);
-    tSigned.insert(QStringLiteral("meta"), metaMap(tuf::sTargets, pTargetsMeta));
+    tSigned.insert(u"meta"_s, metaMap(tuf::sTargets, pTargetsMeta));
     return tuf::signMetadata(tSigned, pKeys);
 }
 
@@ -71,17 +72,16 @@ QByteArray makeTimestamp(qint64 pVersion, const QDateTime& pExpires, const QJson
                          const QList<tuf::SigningKey>& pKeys)
 {
     QJsonObject tSigned = signedPart(tuf::sTimestamp, pVersion, pExpires);
-    tSigned.insert(QStringLiteral("meta"), metaMap(tuf::sSnapshot, pSnapshotMeta));
-    tSigned.insert(QStringLiteral("signed_at"), QDateTime::currentDateTimeUtc().toString(Qt::ISODate));
+    tSigned.insert(u"meta"_s, metaMap(tuf::sSnapshot, pSnapshotMeta));
+    tSigned.insert(u"signed_at"_s, QDateTime::currentDateTimeUtc().toString(Qt::ISODate));
     return tuf::signMetadata(tSigned, pKeys);
 }
 
 QJsonObject metaOf(qint64 pVersion, const QByteArray& pFile)
 {
-    return QJsonObject{{QStringLiteral("version"), pVersion},
-                       {QStringLiteral("length"), pFile.size()},
-                       {QStringLiteral("hashes"),
-                        QJsonObject{{QStringLiteral("sha256"), QString::fromLatin1(tuf::sha256(pFile))}}}};
+    return QJsonObject{{u"version"_s, pVersion},
+                       {u"length"_s, pFile.size()},
+                       {u"hashes"_s, QJsonObject{{u"sha256"_s, QString::fromLatin1(tuf::sha256(pFile))}}}};
 }
 
 } // namespace tarn::vkpublish

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
@@ -34,7 +36,7 @@ bool exchange(KeyFolder* pFolder, const QString& pRole, const QString& pType, co
     const tuf::SigningKey tOldRootKey = tKeys.find(tuf::sRoot).value();
     const std::optional<tuf::SigningKey> tNew = tuf::SigningKey::generate(pType);
     if (!tNew) {
-        *pError = QStringLiteral("A key of type %1 can't be made").arg(pType);
+        *pError = u"A key of type %1 can't be made"_s.arg(pType);
         return false;
     }
     Record& tRecord = pFolder->mRecord;

@@ -20,6 +20,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
@@ -32,8 +34,8 @@ bool isWrittenByUs(const QByteArray& pFile)
     if (!tuf::canonicalJson(tObject, &tCanonical) || tCanonical != pFile) {
         return false;
     }
-    for (const QJsonValue tSignature : tObject[QLatin1String("signatures")].toArray()) {
-        const QString tHex = tSignature[QLatin1String("sig")].toString();
+    for (const QJsonValue tSignature : tObject["signatures"_L1].toArray()) {
+        const QString tHex = tSignature["sig"_L1].toString();
         if (tHex != tHex.toLower()) {
             return false;
         }
@@ -46,7 +48,7 @@ tuf::KeyMap allKeys(const QString& pRepository)
 {
     tuf::KeyMap tKeys;
     const QDir tFolder(metadataFolder(pRepository));
-    for (const QString& tName : tFolder.entryList({QStringLiteral("*.root.json")}, QDir::Files)) {
+    for (const QString& tName : tFolder.entryList({u"*.root.json"_s}, QDir::Files)) {
         QByteArray tFile;
         tuf::Root tRoot;
         if (!tuf::readWholeFile(os::realFileSystem(), tFolder.filePath(tName), tuf::Limits().mRootLength,
@@ -84,13 +86,13 @@ public:
     {
         const tuf::Error tError = FolderFetcher::fetch(pPath, pMaxLength, pTo);
         if (!tError) {
-            const QString tPath = metadataFolder(mRepository) + QLatin1Char('/') + pPath;
+            const QString tPath = metadataFolder(mRepository) + u'/' + pPath;
             mUsed.insert(tPath);
             if (!isWrittenByUs(*pTo) ||
                 (tPath == timestampPath(mRepository) && !allSignaturesHold(*pTo, allKeys(mRepository)))) {
                 mChanged.append(tPath);
             }
-            if (pPath.endsWith(QLatin1String(".root.json"))) {
+            if (pPath.endsWith(".root.json"_L1)) {
                 mRoots.append(*pTo);
             }
         }
@@ -111,7 +113,7 @@ bool isPackage(const tuf::TargetFile& pTarget, QString* pReason)
     if (packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, pReason)) {
         return true;
     }
-    *pReason = QStringLiteral("%1 is not described as a package: %2").arg(pTarget.mPath, *pReason);
+    *pReason = u"%1 is not described as a package: %2"_s.arg(pTarget.mPath, *pReason);
     return false;
 }
 
@@ -120,9 +122,9 @@ QStringList unusedFiles(const QString& pRepository, const QSet<QString>& pUsed)
     QStringList tUnused;
     for (const QString& tFolder : {metadataFolder(pRepository), targetsFolder(pRepository)}) {
         for (const QFileInfo& tFile : QDir(tFolder).entryInfoList(QDir::Files | QDir::Hidden, QDir::Name)) {
-            const QString tPath = tFolder + QLatin1Char('/') + tFile.fileName();
+            const QString tPath = tFolder + u'/' + tFile.fileName();
             // Roots from before the first one in use are still climbed by clients that slept long.
-            if (!pUsed.contains(tPath) && !tPath.endsWith(QLatin1String(".root.json"))) {
+            if (!pUsed.contains(tPath) && !tPath.endsWith(".root.json"_L1)) {
                 tUnused.append(tPath);
             }
         }
@@ -152,15 +154,15 @@ VerificationResult verifyRepository(const QString& pRepository, const QByteArray
         tResult.mProblems.append(tError.mText);
     }
     if (!isWrittenByUs(pRoot)) {
-        tResult.mProblems.append(QStringLiteral("The root was changed since it was written"));
+        tResult.mProblems.append(u"The root was changed since it was written"_s);
     }
     for (const QString& tPath : tFetcher.mChanged) {
-        tResult.mProblems.append(QStringLiteral("%1 was changed since it was written").arg(tPath));
+        tResult.mProblems.append(u"%1 was changed since it was written"_s.arg(tPath));
     }
     QSet<QString> tUsed = tFetcher.mUsed;
     for (const tuf::TargetFile& tTarget : tTargets) {
-        const QString tPath = targetsFolder(pRepository) + QLatin1Char('/') +
-                              QUrl::fromPercentEncoding(tTarget.mFetchPath.toLatin1());
+        const QString tPath =
+            targetsFolder(pRepository) + u'/' + QUrl::fromPercentEncoding(tTarget.mFetchPath.toLatin1());
         QString tProblem;
         if (!fileMatches(tPath, tTarget.mLength, tTarget.mHashes, &tProblem) ||
             !isPackage(tTarget, &tProblem)) {

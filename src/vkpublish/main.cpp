@@ -8,6 +8,8 @@
 #include <array>
 #include <clocale>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 using namespace tarn::vkpublish;
@@ -31,27 +33,25 @@ constexpr std::array sCommands{
 
 QString usage()
 {
-    QString tText = QStringLiteral("Usage: vkpublish COMMAND DIR [arguments] [options]\n"
-                                   "Makes and signs the update repository in the folder DIR.\n\nCommands:\n");
+    QString tText = u"Usage: vkpublish COMMAND DIR [arguments] [options]\n"
+                    "Makes and signs the update repository in the folder DIR.\n\nCommands:\n"_s;
     for (const Command& tCommand : sCommands) {
-        tText += QStringLiteral("  %1 %2\n")
-                     .arg(QLatin1String(tCommand.mName), -12)
-                     .arg(QLatin1String(tCommand.mSummary));
+        tText += u"  %1 %2\n"_s.arg(QLatin1String(tCommand.mName), -12).arg(QLatin1String(tCommand.mSummary));
     }
-    tText += QStringLiteral(
-        "\n\"vkpublish COMMAND --help\" explains a command. --version shows the version.\n"
-        "Exit status: 0 done, 1 failed, 2 wrong usage, 3 good, but nothing vouches for the root (verify).");
+    tText +=
+        u"\n\"vkpublish COMMAND --help\" explains a command. --version shows the version.\n"
+        "Exit status: 0 done, 1 failed, 2 wrong usage, 3 good, but nothing vouches for the root (verify)."_s;
     return tText;
 }
 
 int run(const QStringList& pArguments)
 {
     const QString tName = pArguments.value(0);
-    if (tName == QLatin1String("--help") || tName == QLatin1String("-h")) {
+    if (tName == "--help"_L1 || tName == "-h"_L1) {
         say(usage());
         return StatusDone;
     }
-    if (tName == QLatin1String("--version") || tName == QLatin1String("-v")) {
+    if (tName == "--version"_L1 || tName == "-v"_L1) {
         say(QStringLiteral("vkpublish " VKPUBLISH_VERSION));
         return StatusDone;
     }
@@ -60,9 +60,8 @@ int run(const QStringList& pArguments)
             return tCommand.mRun(pArguments.mid(1));
         }
     }
-    complain(tName.isEmpty()
-                 ? QStringLiteral("A command is missing; see \"vkpublish --help\"")
-                 : QStringLiteral("There is no command \"%1\"; see \"vkpublish --help\"").arg(tName));
+    complain(tName.isEmpty() ? u"A command is missing; see \"vkpublish --help\""_s
+                             : u"There is no command \"%1\"; see \"vkpublish --help\""_s.arg(tName));
     return StatusUsage;
 }
 

@@ -1,28 +1,30 @@
 #include "CommandLine.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice {
 
 CommandLine CommandLine::parse(const QStringList& pArguments)
 {
     CommandLine tLine;
     for (const QString& tArgument : pArguments) {
-        if (tArgument == QLatin1String("--help")) {
+        if (tArgument == "--help"_L1) {
             tLine.mOrder = Order::Help;
             return tLine;
         }
-        if (tArgument == QLatin1String("--version")) {
+        if (tArgument == "--version"_L1) {
             tLine.mOrder = Order::Version;
             return tLine;
         }
-        if (tArgument == QLatin1String("-e")) {
+        if (tArgument == "-e"_L1) {
             tLine.mForeground = true;
-        } else if (tArgument == QLatin1String("-worker")) {
+        } else if (tArgument == "-worker"_L1) {
             tLine.mWorker = true;
-        } else if (tArgument.startsWith(QLatin1String("-s=")) && tArgument.size() > 3) {
+        } else if (tArgument.startsWith("-s="_L1) && tArgument.size() > 3) {
             tLine.mSocketName = tArgument.mid(3);
         } else {
             tLine.mOrder = Order::Refuse;
-            tLine.mComplaint = QStringLiteral("Unknown argument: %1").arg(tArgument);
+            tLine.mComplaint = u"Unknown argument: %1"_s.arg(tArgument);
             return tLine;
         }
     }
@@ -31,22 +33,21 @@ CommandLine CommandLine::parse(const QStringList& pArguments)
 
 QString CommandLine::usage()
 {
-    return QStringLiteral(
-        "Usage: vkservice [-e] [-worker] [-s=NAME]\n"
-        "\n"
-        "Installs updates by hand or on a schedule, and answers rkm on a local socket.\n"
-        "Without options it is the machine's service, which systemd starts.\n"
-        "\n"
-        "  -e         Run in the foreground of the caller and log to the log file.\n"
-        "  -worker    Serve the process that started this one: no schedule, and the end when\n"
-        "             that process has ended and no client is left.\n"
-        "  -s=NAME    Listen on this socket: a path, or a name in the temporary directory.\n"
-        "             Default: the configuration key service.socketName, else for root\n"
-        "             /run/vkservice/socket, for others $XDG_RUNTIME_DIR/vkservice.socket.\n"
-        "  --help     Show this text.\n"
-        "  --version  Show the version.\n"
-        "\n"
-        "Exit status: 0 after an orderly end, 1 if the service can't run, 2 for a wrong argument.\n");
+    return u"Usage: vkservice [-e] [-worker] [-s=NAME]\n"
+           "\n"
+           "Installs updates by hand or on a schedule, and answers rkm on a local socket.\n"
+           "Without options it is the machine's service, which systemd starts.\n"
+           "\n"
+           "  -e         Run in the foreground of the caller and log to the log file.\n"
+           "  -worker    Serve the process that started this one: no schedule, and the end when\n"
+           "             that process has ended and no client is left.\n"
+           "  -s=NAME    Listen on this socket: a path, or a name in the temporary directory.\n"
+           "             Default: the configuration key service.socketName, else for root\n"
+           "             /run/vkservice/socket, for others $XDG_RUNTIME_DIR/vkservice.socket.\n"
+           "  --help     Show this text.\n"
+           "  --version  Show the version.\n"
+           "\n"
+           "Exit status: 0 after an orderly end, 1 if the service can't run, 2 for a wrong argument.\n"_s;
 }
 
 } // namespace tarn::vkservice

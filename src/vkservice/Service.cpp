@@ -30,6 +30,8 @@
 #include <cerrno>
 #include <chrono>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice {
 
 using namespace vkcore;
@@ -48,7 +50,7 @@ constexpr int sMaxRetries = 3;
 
 QByteArray machineId()
 {
-    QFile tFile(QStringLiteral("/etc/machine-id"));
+    QFile tFile(u"/etc/machine-id"_s);
     const QByteArray tId = tFile.open(QIODevice::ReadOnly) ? tFile.readLine().trimmed() : QByteArray();
     return tId.isEmpty() ? QSysInfo::machineHostName().toUtf8() : tId;
 }
@@ -61,7 +63,7 @@ bool groupOf(const QString& pName, std::optional<gid_t>* pGroup, QString* pError
     errno = 0;
     const group* tEntry = ::getgrnam(QFile::encodeName(pName).constData());
     if (tEntry == nullptr) {
-        *pError = QStringLiteral("The group %1 of service.socketGroup does not exist.").arg(pName);
+        *pError = u"The group %1 of service.socketGroup does not exist."_s.arg(pName);
         return false;
     }
     *pGroup = tEntry->gr_gid;
@@ -88,17 +90,16 @@ QString disabledServerText(const QList<store::ServerEntry>& pServers)
     const auto tDefault =
         std::find_if(pServers.begin(), pServers.end(), [](const auto& pEntry) { return pEntry.mDefault; });
     const auto tNamed = tDefault == pServers.end() ? pServers.begin() : tDefault;
-    return QStringLiteral("The %1 %2 is disabled; \"rkm update-server --match-index=%3 --enable\" enables it")
-        .arg(tNamed->mDefault ? QStringLiteral("default server") : QStringLiteral("server"),
-             update::serverLabel(accessOf(*tNamed)))
+    return u"The %1 %2 is disabled; \"rkm update-server --match-index=%3 --enable\" enables it"_s
+        .arg(tNamed->mDefault ? u"default server"_s : u"server"_s, update::serverLabel(accessOf(*tNamed)))
         .arg(tNamed - pServers.begin() + 1);
 }
 
 QJsonObject messageParams(int pType, const QString& pText, const QString& pDetails)
 {
-    return {{QStringLiteral("type"), pType},
-            {QStringLiteral("text"), pText},
-            {QStringLiteral("details"), pDetails.isNull() ? QString(QLatin1String("")) : pDetails}};
+    return {{u"type"_s, pType},
+            {u"text"_s, pText},
+            {u"details"_s, pDetails.isNull() ? QString(QLatin1String("")) : pDetails}};
 }
 
 } // namespace
@@ -116,11 +117,10 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
     methods::addAll(mMethods, *this);
     mMethods.setChangeGuard([this] {
         if (mEnding) {
-            return QStringLiteral("The service is about to end.");
+            return u"The service is about to end."_s;
         }
-        return mUpdates->isActive()
-                   ? QStringLiteral("Settings can't be changed while an update is under way.")
-                   : QString();
+        return mUpdates->isActive() ? u"Settings can't be changed while an update is under way."_s
+                                    : QString();
     });
     connect(&mSockets, &ipc::SocketServer::peerRefused, this,
             [this](const QString& pReason) { mApp.write(LogLevel::Warning, pReason); });
@@ -144,7 +144,7 @@ bool Service::start(QString* pError)
 {
     mSocketName = mOptions.mSocketName;
     if (mSocketName.isEmpty()) {
-        const QString tConfigured = mApp.configValue(QStringLiteral("service.socketName"));
+        const QString tConfigured = mApp.configValue(u"service.socketName"_s);
         mSocketName = tConfigured.isEmpty() ? protocol::defaultSocketName() : tConfigured;
     }
     if (!lockState(pError) || !openStore(pError)) {
@@ -165,11 +165,10 @@ bool Service::start(QString* pError)
     mMinute.start(sMinuteMs);
     if (!os::Confinement::isAvailable()) {
         mApp.write(LogLevel::Notice,
-                   QStringLiteral("The kernel has no Landlock, or a first version of it: updates run without "
-                                  "being confined to their folders."));
+                   u"The kernel has no Landlock, or a first version of it: updates run without "
+                   "being confined to their folders."_s);
     }
-    mApp.write(LogLevel::Notice,
-               QStringLiteral("The service listens on %1.").arg(protocol::socketPath(mSocketName)));
+    mApp.write(LogLevel::Notice, u"The service listens on %1."_s.arg(protocol::socketPath(mSocketName)));
     return true;
 }
 
@@ -177,15 +176,15 @@ bool Service::lockState(QString* pError)
 {
     const QString tDir = mApp.getStateDir();
     if (!QDir().mkpath(tDir)) {
-        *pError = QStringLiteral("The state directory %1 can't be made: %2.").arg(tDir, qt_error_string());
+        *pError = u"The state directory %1 can't be made: %2."_s.arg(tDir, qt_error_string());
         return false;
     }
     // Nobody else may read it: whoever can open the file could hold the lock.
-    const QString tPath = tDir + QStringLiteral("/state.lock");
+    const QString tPath = tDir + u"/state.lock"_s;
     const int tFd =
         ::open(QFile::encodeName(tPath).constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (tFd < 0) {
-        *pError = QStringLiteral("The lock file %1 can't be opened: %2.").arg(tPath, qt_error_string());
+        *pError = u"The lock file %1 can't be opened: %2."_s.arg(tPath, qt_error_string());
         return false;
     }
     ::close(tFd);
@@ -196,7 +195,7 @@ bool Service::lockState(QString* pError)
         const bool tNeedless = isWorker() && (process::SignalWatch::isEndPending() ||
                                               ipc::ListenSocket::isServed(protocol::socketPath(mSocketName)));
         if (tNeedless || tDeadline.hasExpired()) {
-            *pError = QStringLiteral("Another service is using the state directory %1.").arg(tDir);
+            *pError = u"Another service is using the state directory %1."_s.arg(tDir);
             return false;
         }
     }
@@ -210,8 +209,7 @@ bool Service::openStore(QString* pError)
     }
     const auto tCutShort = mUpdates->load();
     if (!tCutShort) {
-        *pError = QStringLiteral("The record of the last update can't be read: %1.")
-                      .arg(mStore.database().errorText());
+        *pError = u"The record of the last update can't be read: %1."_s.arg(mStore.database().errorText());
         return false;
     }
     if (*tCutShort) {
@@ -220,11 +218,10 @@ bool Service::openStore(QString* pError)
     if (!mStore.damagedFile().isNull()) {
         reportDamage(mStore.damagedFile());
     }
-    const QString tServer = mApp.configValue(QStringLiteral("service.defaultServer"));
+    const QString tServer = mApp.configValue(u"service.defaultServer"_s);
     if (!tServer.isEmpty() && mServers.provide(tServer) != store::ServerTable::Outcome::Done) {
         mApp.write(LogLevel::Warning,
-                   QStringLiteral("The configuration key service.defaultServer is ignored. %1")
-                       .arg(mServers.reason()));
+                   u"The configuration key service.defaultServer is ignored. %1"_s.arg(mServers.reason()));
     }
     return true;
 }
@@ -232,7 +229,7 @@ bool Service::openStore(QString* pError)
 bool Service::listen(QString* pError)
 {
     std::optional<gid_t> tGroup;
-    if (!groupOf(mApp.configValue(QStringLiteral("service.socketGroup")), &tGroup, pError)) {
+    if (!groupOf(mApp.configValue(u"service.socketGroup"_s), &tGroup, pError)) {
         return false;
     }
     const QString tPath = protocol::socketPath(mSocketName);
@@ -257,7 +254,7 @@ bool Service::startSchedule(QString* pError)
 {
     const auto tSettings = mSettings.schedule();
     if (!tSettings) {
-        *pError = QStringLiteral("The schedule can't be read: %1.").arg(mStore.database().errorText());
+        *pError = u"The schedule can't be read: %1."_s.arg(mStore.database().errorText());
         return false;
     }
     connect(&mSchedule, &schedule::ScheduleTimer::moved, this, &Service::onScheduleMoved);
@@ -265,7 +262,7 @@ bool Service::startSchedule(QString* pError)
     if (isWorker()) {
         mSchedule.pause();
     }
-    mSchedule.setJitter(static_cast<int>(mVariables.number(QStringLiteral("schedule.jitter"))));
+    mSchedule.setJitter(static_cast<int>(mVariables.number(u"schedule.jitter"_s)));
     mSchedule.start(*tSettings);
     if (isWorker()) {
         return true;
@@ -291,14 +288,12 @@ void Service::resumeRun()
     }
     const auto tSeconds = mUpdates->resumeSeconds();
     if (!tSeconds) {
-        mApp.write(LogLevel::Warning,
-                   QStringLiteral("%1 updates in a row were cut short. The next one begins when "
-                                  "the schedule says so.")
-                       .arg(mUpdates->lastRun().mCutShort));
+        mApp.write(LogLevel::Warning, u"%1 updates in a row were cut short. The next one begins when "
+                                      "the schedule says so."_s.arg(mUpdates->lastRun().mCutShort));
         return;
     }
     mApp.write(LogLevel::Notice,
-               QStringLiteral("The update that was cut short begins again in %1 seconds.").arg(*tSeconds));
+               u"The update that was cut short begins again in %1 seconds."_s.arg(*tSeconds));
     if (tAtStart) {
         QTimer::singleShot(std::chrono::seconds(*tSeconds), &mSchedule,
                            &schedule::ScheduleTimer::userLoggedIn);
@@ -310,21 +305,18 @@ void Service::resumeRun()
 void Service::connectUpdates()
 {
     connect(mUpdates.get(), &UpdateControl::statusChanged, this, [this](ServiceStatus pStatus) {
-        mSockets.broadcast(QStringLiteral("serviceStatusChanged"),
-                           {{QStringLiteral("status"), int(pStatus)}});
+        mSockets.broadcast(u"serviceStatusChanged"_s, {{u"status"_s, int(pStatus)}});
         if (mEnding && !mUpdates->isActive()) {
             finish();
         }
     });
     connect(mUpdates.get(), &UpdateControl::activityChanged, this, [this](ServiceActivity pActivity) {
-        mSockets.broadcast(QStringLiteral("serviceActivityChanged"),
-                           {{QStringLiteral("activity"), int(pActivity)}});
+        mSockets.broadcast(u"serviceActivityChanged"_s, {{u"activity"_s, int(pActivity)}});
     });
     connect(mUpdates.get(), &UpdateControl::notification, this,
             [this](int pType, const QString& pText, const QString& pDetails) {
                 mApp.write(pType == 1 ? LogLevel::Warning : LogLevel::Info, pText + u' ' + pDetails);
-                mSockets.broadcast(QStringLiteral("serviceNotificationReceived"),
-                                   messageParams(pType, pText, pDetails));
+                mSockets.broadcast(u"serviceNotificationReceived"_s, messageParams(pType, pText, pDetails));
             });
     connect(mUpdates.get(), &UpdateControl::error, this, &Service::sendError);
     connect(mUpdates.get(), &UpdateControl::runEnded, this, &Service::onRunEnded);
@@ -338,7 +330,7 @@ void Service::connectMail()
         const ScheduleSettings& tSchedule = mSchedule.settings();
         return schedule::runsByDate(tSchedule) ? tSchedule.mNextCheck : QDateTime();
     };
-    tSurroundings.mInstallDir = [this] { return mVariables.text(QStringLiteral("install.dir")); };
+    tSurroundings.mInstallDir = [this] { return mVariables.text(u"install.dir"_s); };
     tSurroundings.mStateDir = mApp.getStateDir();
     tSurroundings.mLanguage = [this] { return languageOr(mSettings.appLanguage()); };
     mMail = std::make_unique<control::MailControl>(mStore, mSettings, mVariables, tSurroundings);
@@ -353,14 +345,14 @@ void Service::openMail()
 {
     QString tReason;
     if (!mMail->open(&tReason)) {
-        mApp.write(LogLevel::Error, QStringLiteral("No mails can be sent: %1").arg(tReason));
+        mApp.write(LogLevel::Error, u"No mails can be sent: %1"_s.arg(tReason));
     }
 }
 
 void Service::sendError(int pType, const QString& pText, const QString& pDetails)
 {
     mApp.write(LogLevel::Error, pText + u' ' + pDetails);
-    mSockets.broadcast(QStringLiteral("serviceErrorReceived"), messageParams(pType, pText, pDetails));
+    mSockets.broadcast(u"serviceErrorReceived"_s, messageParams(pType, pText, pDetails));
 }
 
 void Service::quit()
@@ -369,9 +361,9 @@ void Service::quit()
         return;
     }
     mEnding = true;
-    mApp.write(LogLevel::Notice, QStringLiteral("The service is about to end."));
+    mApp.write(LogLevel::Notice, u"The service is about to end."_s);
     mSchedule.pause();
-    mSockets.broadcast(QStringLiteral("quitRequestReceived"), {});
+    mSockets.broadcast(u"quitRequestReceived"_s, {});
     if (!mUpdates->abort()) {
         finish();
     }
@@ -423,7 +415,7 @@ bool Service::reload(QString* pError)
 
 void Service::onVariablesChanged()
 {
-    mSchedule.setJitter(static_cast<int>(mVariables.number(QStringLiteral("schedule.jitter"))));
+    mSchedule.setJitter(static_cast<int>(mVariables.number(u"schedule.jitter"_s)));
     mUpdates->checkSuppression();
     mMail->onVariablesChanged();
 }
@@ -443,20 +435,20 @@ bool Service::changeSchedule(const ScheduleSettings& pWanted, bool pSave)
 void Service::onScheduleMoved(const ScheduleSettings& pSettings)
 {
     if (mScheduleSaved && !mSettings.setSchedule(pSettings)) {
-        storeFailure(QStringLiteral("The next date of the schedule"));
+        storeFailure(u"The next date of the schedule"_s);
     }
 }
 
 void Service::onDue()
 {
     if (mSchedule.settings().mMode == Scheduler::AutoUpdateNotification) {
-        mSockets.broadcast(QStringLiteral("serviceNotificationReceived"),
-                           messageParams(4, QStringLiteral("It is time to look for updates."), {}));
+        mSockets.broadcast(u"serviceNotificationReceived"_s,
+                           messageParams(4, u"It is time to look for updates."_s, {}));
         return;
     }
     QString tReason;
     if (!mUpdates->trigger(false, &tReason)) {
-        mApp.write(LogLevel::Error, QStringLiteral("The scheduled update did not start. %1").arg(tReason));
+        mApp.write(LogLevel::Error, u"The scheduled update did not start. %1"_s.arg(tReason));
     }
 }
 
@@ -464,7 +456,7 @@ void Service::onDue()
 void Service::onRunEnded(const RunRecord& pRecord, bool pManual)
 {
     mApp.write(pRecord.mCode == ResultSuccess ? LogLevel::Notice : LogLevel::Warning,
-               QStringLiteral("The update has ended: %1").arg(mUpdates->resultText(pRecord)));
+               u"The update has ended: %1"_s.arg(mUpdates->resultText(pRecord)));
     replaceDamagedStore();
     mMail->onRunEnded(pRecord);
     if (pManual || isWorker() || mEnding) {
@@ -480,10 +472,10 @@ void Service::onRunEnded(const RunRecord& pRecord, bool pManual)
 
 bool Service::isSuppressed()
 {
-    if (mVariables.flag(QStringLiteral("update.suppressed"))) {
+    if (mVariables.flag(u"update.suppressed"_s)) {
         return true;
     }
-    const QString tFile = mVariables.text(QStringLiteral("update.suppressFile"));
+    const QString tFile = mVariables.text(u"update.suppressFile"_s);
     return !tFile.isEmpty() && QFile::exists(tFile);
 }
 
@@ -502,7 +494,7 @@ std::optional<update::RunRequest> Service::runRequest(QString* pReason)
     update::RunRequest tRequest;
     const bool tAllRead = readVariables(&tRequest);
     if (!tServers || !tProxy || !tAppLanguage || !tDataLanguage || !tDataDir || !tAllRead) {
-        *pReason = storeFailure(QStringLiteral("The settings of the update")).mMessage;
+        *pReason = storeFailure(u"The settings of the update"_s).mMessage;
         return std::nullopt;
     }
     for (const bool tDefault : {true, false}) {
@@ -543,8 +535,7 @@ bool Service::readVariables(update::RunRequest* pTo) const
 
 ipc::Reply Service::storeFailure(const QString& pWhat)
 {
-    const QString tText =
-        QStringLiteral("%1: the store failed (%2).").arg(pWhat, mStore.database().errorText());
+    const QString tText = u"%1: the store failed (%2)."_s.arg(pWhat, mStore.database().errorText());
     mApp.write(LogLevel::Error, tText);
     replaceDamagedStore();
     return ipc::Reply::refused(tText);
@@ -565,8 +556,8 @@ void Service::replaceDamagedStore()
 // Nobody may be listening yet when it is found out, and it must not go by unseen.
 void Service::reportDamage(const QString& pDamagedFile)
 {
-    const QString tText = QStringLiteral("The service's store was damaged. Its settings are lost.");
-    const QString tDetails = QStringLiteral("The damaged store was kept as %1.").arg(pDamagedFile);
+    const QString tText = u"The service's store was damaged. Its settings are lost."_s;
+    const QString tDetails = u"The damaged store was kept as %1."_s.arg(pDamagedFile);
     mUpdates->note(ResultStoreDamaged, tText + u' ' + tDetails);
     sendError(0, tText, tDetails);
     if (!mSockets.hasMonitor()) {

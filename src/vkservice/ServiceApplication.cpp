@@ -8,6 +8,8 @@
 
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice {
 
 using namespace vkcore;
@@ -28,9 +30,9 @@ QString levelName(LogLevel pLevel)
 {
     switch (pLevel) {
     case LogLevel::Error:
-        return QStringLiteral("ERROR: ");
+        return u"ERROR: "_s;
     case LogLevel::Warning:
-        return QStringLiteral("WARNING: ");
+        return u"WARNING: "_s;
     case LogLevel::Notice:
     case LogLevel::Info:
         break;
@@ -41,16 +43,16 @@ QString levelName(LogLevel pLevel)
 } // namespace
 
 ServiceApplication::ServiceApplication(bool pForeground)
-    : OkiApplication({QStringLiteral("vk"), QStringLiteral("vkp")}, sKeptLogFiles), mForeground(pForeground)
+    : OkiApplication({u"vk"_s, u"vkp"_s}, sKeptLogFiles), mForeground(pForeground)
 {
-    setAppName(QStringLiteral("vkservice"));
-    setLogDirName(QStringLiteral("vkc_log"));
+    setAppName(u"vkservice"_s);
+    setLogDirName(u"vkc_log"_s);
 }
 
 void ServiceApplication::fatalError(const QString& pText)
 {
     const QString tText = singleLine(pText, sMaxMessage);
-    toStandardError(mForeground ? tText : QStringLiteral("<3>") + tText);
+    toStandardError(mForeground ? tText : u"<3>"_s + tText);
 }
 
 void ServiceApplication::initLogFile()
@@ -68,7 +70,7 @@ void ServiceApplication::write(LogLevel pLevel, const QString& pText)
     } else if (::isatty(STDERR_FILENO) != 0) {
         toStandardError(levelName(pLevel) + tText);
     } else {
-        toStandardError(QStringLiteral("<%1>").arg(static_cast<int>(pLevel)) + tText);
+        toStandardError(u"<%1>"_s.arg(static_cast<int>(pLevel)) + tText);
     }
 }
 
@@ -81,13 +83,12 @@ bool ServiceApplication::reloadConfiguration(QString* pError)
         QString mName;
         Config::ValueType mType;
     } tFiles[] = {
-        {tPrefix + QStringLiteral(".cfg"), Config::SystemValue},
-        {tPrefix + QStringLiteral("_user.cfg"), Config::UserValue},
+        {tPrefix + u".cfg"_s, Config::SystemValue},
+        {tPrefix + u"_user.cfg"_s, Config::UserValue},
     };
     for (const auto& tFile : tFiles) {
         if (!tConfig->load(getConfigDir() + u'/' + tFile.mName, tFile.mName, tFile.mType, false)) {
-            *pError = QStringLiteral("The configuration file %1 can't be read: %2")
-                          .arg(tFile.mName, tConfig->errorText());
+            *pError = u"The configuration file %1 can't be read: %2"_s.arg(tFile.mName, tConfig->errorText());
             return false;
         }
     }

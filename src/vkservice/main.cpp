@@ -16,6 +16,8 @@
 
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
+
 using namespace tarn;
 using namespace tarn::vkservice;
 
@@ -92,7 +94,7 @@ int run(const CommandLine& pLine)
         QString tError;
         tSystemd.reloading();
         tService.reload(&tError);
-        tSystemd.ready(QStringLiteral("Ready"));
+        tSystemd.ready(u"Ready"_s);
     });
     QObject::connect(&tService, &Service::ended, tApp.get(), [&] { tApp->requestQuit(0); });
 
@@ -104,9 +106,9 @@ int run(const CommandLine& pLine)
         }
         return 1;
     }
-    tSystemd.ready(QStringLiteral("Ready"));
+    tSystemd.ready(u"Ready"_s);
     const int tStatus = QCoreApplication::exec();
-    tApp->write(LogLevel::Notice, QStringLiteral("The service has ended."));
+    tApp->write(LogLevel::Notice, u"The service has ended."_s);
     return tStatus;
 }
 
@@ -134,7 +136,7 @@ int main(int argc, char* argv[])
     }
     prepareProcess(tLine.mWorker);
     QCoreApplication tQtApp(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("vkservice"));
+    QCoreApplication::setApplicationName(u"vkservice"_s);
     QCoreApplication::setApplicationVersion(QStringLiteral(VKSERVICE_VERSION));
     return run(tLine);
 }

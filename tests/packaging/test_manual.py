@@ -74,7 +74,7 @@ class Manual(unittest.TestCase):
         used = set()
         for path in glob.glob(os.path.join(SOURCE, "src/**/*.cpp"), recursive=True):
             with open(path, encoding="utf-8") as file:
-                used.update(re.findall(r'(?:Rule|getStrValue|configValue|codesOf\([\w*]+,)\s*\(?\s*QStringLiteral\("([a-z]+\.[\w.]+)"\)',
+                used.update(re.findall(r'(?:Rule|getStrValue|configValue|codesOf\([\w*]+,)\s*\(?\s*u"([a-z]+\.[\w.]+)"_s',
                                        file.read()))
         documented_keys = set(re.findall(r"Va ([a-z]+\.[\w.]+)", read("docs/man/vk.cfg.5")))
         self.assertGreater(len(used), 15)
@@ -83,7 +83,7 @@ class Manual(unittest.TestCase):
 
     def test_every_variable_with_its_values_and_default(self):
         source = read("src/vkservice/control/KnownVariables.cpp")
-        rows = re.findall(r'addRule\(\s*(\w+)Rule\(QStringLiteral\("([\w.]+)"\)(?:,\s*(.*?))?\)\);', source, re.S)
+        rows = re.findall(r'addRule\(\s*(\w+)Rule\(u"([\w.]+)"_s(?:,\s*(.*?))?\)\);', source, re.S)
         self.assertEqual(len(rows), source.count("addRule("))
         entries = dict(re.findall(r"(?ms)^\.It Va ([\w.]+)(.*?)(?=^\.It|^\.El)", read("docs/man/vk.cfg.5")))
         entries["mail.password"] = entries["mail.user"]
@@ -109,7 +109,7 @@ class Manual(unittest.TestCase):
 
     def test_every_result_of_a_run(self):
         codes = dict(re.findall(r"(Result\w+) = (\d+)", read("src/vkservice/values/ResultCode.h")))
-        texts = re.findall(r'case (Result\w+):\s+return QStringLiteral\("(.*?)"\)', read("src/vkservice/values/ResultCode.cpp"))
+        texts = re.findall(r'case (Result\w+):\s+return u"(.*?)"_s', read("src/vkservice/values/ResultCode.cpp"))
         self.assertEqual(len(codes), len(texts))
         explained = dict(re.findall(r"(?m)^\.It (\d+) \\\(en (.*)$", read("docs/man/vkservice.8")))
         self.assertEqual({codes[name]: text for name, text in texts},

@@ -6,6 +6,8 @@
 #include <QtCore/QFile>
 #include <QtCore/QSaveFile>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::tuf {
 
 namespace {
@@ -18,8 +20,7 @@ constexpr qsizetype sMaxName = 240;
 QString fileName(const QString& pPath)
 {
     const QString tName = encodeName(pPath);
-    return tName.size() <= sMaxName ? tName
-                                    : QStringLiteral("sha256:") + QString::fromLatin1(sha256(pPath.toUtf8()));
+    return tName.size() <= sMaxName ? tName : u"sha256:"_s + QString::fromLatin1(sha256(pPath.toUtf8()));
 }
 
 bool isThere(const QString& pPath, const TargetFile& pTarget)
@@ -39,20 +40,19 @@ bool isThere(const QString& pPath, const TargetFile& pTarget)
 
 QString joinUrl(const QString& pBaseUrl, const QString& pPath)
 {
-    return pBaseUrl.endsWith(QLatin1Char('/')) ? pBaseUrl + pPath : pBaseUrl + QLatin1Char('/') + pPath;
+    return pBaseUrl.endsWith(u'/') ? pBaseUrl + pPath : pBaseUrl + u'/' + pPath;
 }
 
 Error downloadTarget(HttpClient& pClient, const QString& pBaseUrl, const TargetFile& pTarget,
                      const QString& pFolder)
 {
-    const QString tPath = pFolder + QLatin1Char('/') + fileName(pTarget.mPath);
+    const QString tPath = pFolder + u'/' + fileName(pTarget.mPath);
     if (isThere(tPath, pTarget)) {
         return Error();
     }
     QSaveFile tFile(tPath);
     if (!tFile.open(QIODevice::WriteOnly)) {
-        return Error{ErrorKind::Local,
-                     QStringLiteral("%1 can't be written: %2").arg(tPath, tFile.errorString())};
+        return Error{ErrorKind::Local, u"%1 can't be written: %2"_s.arg(tPath, tFile.errorString())};
     }
     Hasher tHasher(pTarget.mHashes);
     qint64 tLength = 0;
@@ -66,12 +66,11 @@ Error downloadTarget(HttpClient& pClient, const QString& pBaseUrl, const TargetF
         return tError;
     }
     if (tLength != pTarget.mLength || !hashesAgree(pTarget.mHashes, tHasher.result())) {
-        return Error{ErrorKind::Untrusted,
-                     QStringLiteral("%1 is not the file that was signed").arg(pTarget.mPath)};
+        return Error{ErrorKind::Untrusted, u"%1 is not the file that was signed"_s.arg(pTarget.mPath)};
     }
-    return tFile.commit() ? Error()
-                          : Error{ErrorKind::Local,
-                                  QStringLiteral("%1 can't be written: %2").arg(tPath, tFile.errorString())};
+    return tFile.commit()
+               ? Error()
+               : Error{ErrorKind::Local, u"%1 can't be written: %2"_s.arg(tPath, tFile.errorString())};
 }
 
 } // namespace tarn::tuf

@@ -4,6 +4,8 @@
 
 #include <array>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::tuf {
 
 namespace {
@@ -71,12 +73,11 @@ Error HttpClient::get(const QString& pUrl, qint64 pMaxLength, const Sink& pSink)
     long tStatus = 0;
     curl_easy_getinfo(mCurl, CURLINFO_RESPONSE_CODE, &tStatus);
     Error tError{ErrorKind::Unreachable,
-                 QStringLiteral("%1 can't be fetched: %2").arg(pUrl, QString::fromLocal8Bit(tReason.data()))};
+                 u"%1 can't be fetched: %2"_s.arg(pUrl, QString::fromLocal8Bit(tReason.data()))};
     if (tTransfer.mTooLong) {
-        tError = Error{ErrorKind::Untrusted,
-                       QStringLiteral("%1 has more than %2 bytes").arg(pUrl).arg(pMaxLength)};
+        tError = Error{ErrorKind::Untrusted, u"%1 has more than %2 bytes"_s.arg(pUrl).arg(pMaxLength)};
     } else if (tTransfer.mSinkFailed) {
-        tError = Error{ErrorKind::Local, QStringLiteral("%1 can't be stored").arg(pUrl)};
+        tError = Error{ErrorKind::Local, u"%1 can't be stored"_s.arg(pUrl)};
     } else if (tStatus == 403 || tStatus == 404) {
         tError.mKind = ErrorKind::NotFound;
     }

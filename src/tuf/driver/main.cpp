@@ -12,6 +12,8 @@
 
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 using namespace tarn::tuf;
@@ -48,8 +50,7 @@ Error init(const QString& pMetadataDir, const QString& pRootPath)
 {
     QFile tFile(pRootPath);
     if (!tFile.open(QIODevice::ReadOnly)) {
-        return Error{ErrorKind::Local,
-                     QStringLiteral("%1 can't be read: %2").arg(pRootPath, tFile.errorString())};
+        return Error{ErrorKind::Local, u"%1 can't be read: %2"_s.arg(pRootPath, tFile.errorString())};
     }
     return Updater::initialize(realFileSystem(), pMetadataDir, tFile.readAll());
 }
@@ -60,7 +61,7 @@ Error download(Updater& pUpdater, HttpClient& pClient, const Arguments& pArgumen
         std::optional<TargetFile> tTarget;
         Error tError = pUpdater.findTarget(tName, &tTarget);
         if (!tError && !tTarget) {
-            tError = Error{ErrorKind::NotFound, QStringLiteral("The repository has no target %1").arg(tName)};
+            tError = Error{ErrorKind::NotFound, u"The repository has no target %1"_s.arg(tName)};
         }
         if (!tError) {
             tError = downloadTarget(pClient, pArguments.mTargetBaseUrl, *tTarget, pArguments.mTargetDir);
@@ -83,20 +84,16 @@ Error update(const Arguments& pArguments, bool pDownload)
 
 void addOptions(QCommandLineParser* pParser)
 {
-    const QString tUrl = QStringLiteral("URL");
-    const QString tDir = QStringLiteral("DIR");
-    pParser->setApplicationDescription(QStringLiteral("Drives the TUF client, for conformance tests."));
+    const QString tUrl = u"URL"_s;
+    const QString tDir = u"DIR"_s;
+    pParser->setApplicationDescription(u"Drives the TUF client, for conformance tests."_s);
     pParser->addHelpOption();
-    pParser->addOption(
-        {QStringLiteral("metadata-dir"), QStringLiteral("Trusted metadata of the client"), tDir});
-    pParser->addOption({QStringLiteral("metadata-url"), QStringLiteral("Metadata of the repository"), tUrl});
-    pParser->addOption({QStringLiteral("target-name"), QStringLiteral("What to download; may be repeated"),
-                        QStringLiteral("NAME")});
-    pParser->addOption(
-        {QStringLiteral("target-base-url"), QStringLiteral("Targets of the repository"), tUrl});
-    pParser->addOption({QStringLiteral("target-dir"), QStringLiteral("Where to put downloads"), tDir});
-    pParser->addPositionalArgument(QStringLiteral("COMMAND"),
-                                   QStringLiteral("init ROOT, refresh or download"));
+    pParser->addOption({u"metadata-dir"_s, u"Trusted metadata of the client"_s, tDir});
+    pParser->addOption({u"metadata-url"_s, u"Metadata of the repository"_s, tUrl});
+    pParser->addOption({u"target-name"_s, u"What to download; may be repeated"_s, u"NAME"_s});
+    pParser->addOption({u"target-base-url"_s, u"Targets of the repository"_s, tUrl});
+    pParser->addOption({u"target-dir"_s, u"Where to put downloads"_s, tDir});
+    pParser->addPositionalArgument(u"COMMAND"_s, u"init ROOT, refresh or download"_s);
 }
 
 } // namespace
@@ -107,23 +104,21 @@ int main(int pArgc, char** pArgv)
     QCommandLineParser tParser;
     addOptions(&tParser);
     tParser.process(tApplication);
-    const Arguments tArguments{
-        tParser.value(QStringLiteral("metadata-dir")), tParser.value(QStringLiteral("metadata-url")),
-        tParser.values(QStringLiteral("target-name")), tParser.value(QStringLiteral("target-base-url")),
-        tParser.value(QStringLiteral("target-dir"))};
+    const Arguments tArguments{tParser.value(u"metadata-dir"_s), tParser.value(u"metadata-url"_s),
+                               tParser.values(u"target-name"_s), tParser.value(u"target-base-url"_s),
+                               tParser.value(u"target-dir"_s)};
     const QStringList tWords = tParser.positionalArguments();
     const QString tCommand = tWords.value(0);
 
     Error tError;
     if (tArguments.mMetadataDir.isEmpty()) {
-        tError = Error{ErrorKind::Local, QStringLiteral("--metadata-dir is missing")};
-    } else if (tCommand == QLatin1String("init") && tWords.size() == 2) {
+        tError = Error{ErrorKind::Local, u"--metadata-dir is missing"_s};
+    } else if (tCommand == "init"_L1 && tWords.size() == 2) {
         tError = init(tArguments.mMetadataDir, tWords[1]);
-    } else if ((tCommand == QLatin1String("refresh") || tCommand == QLatin1String("download")) &&
-               tWords.size() == 1) {
-        tError = update(tArguments, tCommand == QLatin1String("download"));
+    } else if ((tCommand == "refresh"_L1 || tCommand == "download"_L1) && tWords.size() == 1) {
+        tError = update(tArguments, tCommand == "download"_L1);
     } else {
-        tError = Error{ErrorKind::Local, QStringLiteral("The command is init ROOT, refresh or download")};
+        tError = Error{ErrorKind::Local, u"The command is init ROOT, refresh or download"_s};
     }
     if (tError) {
         std::fputs(("vktuf: " + tError.mText.toLocal8Bit() + '\n').constData(), stderr);

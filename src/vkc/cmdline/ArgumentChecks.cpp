@@ -6,6 +6,8 @@
 
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 static void writeLine(const QString& pText)
@@ -23,10 +25,10 @@ static QString nameAsTyped(const option::Option& pOption)
 static QString nameForMessage(const option::Option& pOption)
 {
     if (pOption.desc->longopt != nullptr) {
-        return QStringLiteral("--%1").arg(QString::fromLocal8Bit(pOption.desc->longopt));
+        return u"--%1"_s.arg(QString::fromLocal8Bit(pOption.desc->longopt));
     }
     if (pOption.desc->shortopt != nullptr) {
-        return QStringLiteral("-%1").arg(QString::fromLocal8Bit(pOption.desc->shortopt));
+        return u"-%1"_s.arg(QString::fromLocal8Bit(pOption.desc->shortopt));
     }
     return nameAsTyped(pOption);
 }

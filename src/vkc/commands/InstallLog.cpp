@@ -8,6 +8,8 @@
 
 #include <limits>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 using vkcore::GRef;
@@ -23,7 +25,7 @@ static int wrappedProduct(int pCount, int pFactor)
 // The start of the period that a text such as "3d" tells; false if it tells none.
 static bool readPeriod(const QString& pTyped, QDateTime* pFrom)
 {
-    const QRegularExpressionMatch tMatch = wholeMatch(QStringLiteral("^([0-9]+)([hdwm])$"), pTyped);
+    const QRegularExpressionMatch tMatch = wholeMatch(u"^([0-9]+)([hdwm])$"_s, pTyped);
     if (!tMatch.hasMatch()) {
         return false;
     }
@@ -101,13 +103,13 @@ int VKCApplication::cmdInstallLog()
 
 QString VKCApplication::getInstallLogStatusText(const QString& pStatus)
 {
-    if (pStatus == QStringLiteral("ok") || pStatus == QStringLiteral("child_packages_updated")) {
+    if (pStatus == u"ok"_s || pStatus == u"child_packages_updated"_s) {
         return tr("OK");
     }
-    if (pStatus == QStringLiteral("warning")) {
+    if (pStatus == u"warning"_s) {
         return tr("Warning");
     }
-    if (pStatus == QStringLiteral("error")) {
+    if (pStatus == u"error"_s) {
         return tr("Error");
     }
     return pStatus;

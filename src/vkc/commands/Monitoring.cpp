@@ -5,6 +5,8 @@
 
 #include <QtCore/QSysInfo>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 using vkcore::MonitoringSettings;
@@ -19,7 +21,7 @@ int VKCApplication::cmdShowMonitoringSettings()
         return fail(tr("Failed to get monitoring settings"));
     }
 
-    const QString tIndent = QStringLiteral("  ");
+    const QString tIndent = u"  "_s;
     const QString tLines[] = {
         tr("Send event e-mails: %1").arg(yesNo(tSettings.eventMailsEnabled())),
         tIndent + tr("When an update is performed: %1").arg(yesNo(tSettings.eventMailOnUpdate())),
@@ -35,14 +37,14 @@ int VKCApplication::cmdShowMonitoringSettings()
         QString(),
         tr("Computer name: %1").arg(tSettings.clientName()),
         QString(),
-        QStringLiteral("Notification e-mail addresses:"),
+        u"Notification e-mail addresses:"_s,
     };
     for (const QString& tLine : tLines) {
         writeStdOut(tLine, true, true);
     }
     for (const vkcore::MonitoringEmail& tEmail : tSettings.notificationEmailAddresses()) {
-        const QString tState = tEmail.isVerified() ? tr("verified") : QStringLiteral("not verified");
-        writeStdOut(QStringLiteral("  %1 (%2)").arg(tEmail.mAddress, tState), true, true);
+        const QString tState = tEmail.isVerified() ? tr("verified") : u"not verified"_s;
+        writeStdOut(u"  %1 (%2)"_s.arg(tEmail.mAddress, tState), true, true);
     }
     return 0;
 }
@@ -79,8 +81,8 @@ static bool readDays(const QString& pTyped, int* pDays)
 // Comma separated. On failure *pInvalid is the first entry that is no address.
 static bool readAddresses(const QString& pTyped, QList<QString>* pAddresses, QString* pInvalid)
 {
-    const QRegularExpression tComma(QStringLiteral("\\s*,\\s*"));
-    const QString tPattern = QStringLiteral("^[a-z0-9._%+-]+@[a-z0-9.-]+\\.[a-z]{2,}$");
+    const QRegularExpression tComma(u"\\s*,\\s*"_s);
+    const QString tPattern = u"^[a-z0-9._%+-]+@[a-z0-9.-]+\\.[a-z]{2,}$"_s;
     *pAddresses = pTyped.split(tComma, Qt::SkipEmptyParts);
     for (const QString& tAddress : *pAddresses) {
         if (!wholeMatch(tPattern, tAddress, QRegularExpression::CaseInsensitiveOption).hasMatch()) {

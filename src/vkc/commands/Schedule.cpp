@@ -5,6 +5,8 @@
 
 #include <QtCore/QLocale>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 using vkcore::Scheduler;
@@ -116,15 +118,15 @@ bool VKCApplication::readMode(Scheduler::AutoUpdateMode* pMode)
         return true;
     }
     const QString tWord = optArg(OPT_MODE, QString());
-    if (tWord == QStringLiteral("manual")) {
+    if (tWord == u"manual"_s) {
         *pMode = Scheduler::AutoUpdateManual;
         return true;
     }
-    if (tWord == QStringLiteral("automatic")) {
+    if (tWord == u"automatic"_s) {
         *pMode = Scheduler::AutoUpdateAutomatic;
         return true;
     }
-    if (tWord == QStringLiteral("notification")) {
+    if (tWord == u"notification"_s) {
         writeStdErr(tr("Update notifications are not available on your operating system"), true, true);
         return false;
     }
@@ -139,12 +141,12 @@ bool VKCApplication::readInterval(Scheduler::AutoUpdateMode pMode, int* pFlags, 
         return true;
     }
     const QString tTyped = optArg(OPT_INTERVAL, QString());
-    const QRegularExpressionMatch tMatch = wholeMatch(QStringLiteral("^(?:([0-9]+)([hdwm])|login)$"), tTyped);
+    const QRegularExpressionMatch tMatch = wholeMatch(u"^(?:([0-9]+)([hdwm])|login)$"_s, tTyped);
     if (!tMatch.hasMatch()) {
         writeStdErr(tr("Invalid interval '%1'").arg(tTyped), true, true);
         return false;
     }
-    if (tTyped == QStringLiteral("login")) {
+    if (tTyped == u"login"_s) {
         if (pMode == Scheduler::AutoUpdateAutomatic) {
             writeStdErr(tr("The interval 'login' only works in the notification mode."), true, true);
             return false;
@@ -154,7 +156,7 @@ bool VKCApplication::readInterval(Scheduler::AutoUpdateMode pMode, int* pFlags, 
     }
     *pFlags &= ~sLoginFlag;
     *pCount = tMatch.captured(1).toInt(); // 0 for what no int can hold
-    *pUnit = static_cast<Scheduler::PeriodUnit>(QStringLiteral("hdwm").indexOf(tMatch.captured(2)));
+    *pUnit = static_cast<Scheduler::PeriodUnit>(u"hdwm"_s.indexOf(tMatch.captured(2)));
     return true;
 }
 
@@ -164,7 +166,7 @@ bool VKCApplication::readNextUpdate(QDateTime* pNextCheck, int pCount, Scheduler
         return true;
     }
     const QString tTyped = optArg(OPT_NEXT_UPDATE, QString());
-    *pNextCheck = QLocale(QLocale::C).toDateTime(tTyped, QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    *pNextCheck = QLocale(QLocale::C).toDateTime(tTyped, u"yyyy-MM-dd hh:mm:ss"_s);
     if (!pNextCheck->isValid()) {
         writeStdErr(tr("Invalid date for next update '%1'").arg(tTyped), true, true);
         return false;

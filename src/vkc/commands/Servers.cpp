@@ -5,6 +5,8 @@
 #include <QtCore/QDir>
 #include <QtCore/QRegularExpression>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 using vkcore::GRef;
@@ -26,7 +28,7 @@ GRef<ServerList> VKCApplication::fetchServerList()
 bool VKCApplication::readAddress(const QString& pTyped, QString* pUri)
 {
     const QUrl tUrl = QUrl::fromUserInput(pTyped, QString());
-    const QRegularExpression tSchemes(QStringLiteral("^(file|https)$"));
+    const QRegularExpression tSchemes(u"^(file|https)$"_s);
     if (!tUrl.isValid() || !tSchemes.match(tUrl.scheme()).hasMatch()) {
         writeStdErr(tr("Invalid or unsupported URL: %1").arg(pTyped), true, true);
         return false;
@@ -37,7 +39,7 @@ bool VKCApplication::readAddress(const QString& pTyped, QString* pUri)
 
 QString VKCApplication::addressText(const QUrl& pUrl, const QString& pStored)
 {
-    return pUrl.scheme() == QStringLiteral("file") ? QDir::toNativeSeparators(pUrl.toLocalFile()) : pStored;
+    return pUrl.scheme() == u"file"_s ? QDir::toNativeSeparators(pUrl.toLocalFile()) : pStored;
 }
 
 int VKCApplication::cmdListServers()
@@ -49,11 +51,11 @@ int VKCApplication::cmdListServers()
     if (!tList) {
         return 1;
     }
-    const QString tIndent = QStringLiteral("    ");
+    const QString tIndent = u"    "_s;
     for (qsizetype i = 0; i < tList->mServers.size(); ++i) {
         const GRef<Server> tServer = tList->mServers.at(i);
         const QString tAddress = addressText(tServer->getUrl(), tServer->getUri());
-        writeStdOut(QStringLiteral("%1) %2").arg(QString::number(i + 1), tServer->getName()), true, true);
+        writeStdOut(u"%1) %2"_s.arg(QString::number(i + 1), tServer->getName()), true, true);
         writeStdOut(tIndent + tr("Address: %1").arg(tAddress), true, true);
         writeStdOut(tIndent + tr("Username: %1").arg(tServer->getUserName()), true, true);
         writeStdOut(tIndent + tr("Enabled: %1").arg(yesNo(tServer->isEnabled())), true, true);

@@ -4,6 +4,8 @@
 
 #include <vkcore/NetProxy.h>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 using vkcore::NetProxy;
@@ -110,10 +112,10 @@ void VKCApplication::showConfigVars()
     }
     for (const QString& tName : optArgs(OPT_CONFIG_VAR)) {
         QString tValue = mClient->getConfigValue(tName, QString());
-        if (tName.contains(QStringLiteral("password"), Qt::CaseInsensitive)) {
+        if (tName.contains(u"password"_s, Qt::CaseInsensitive)) {
             tValue.fill(u'*');
         }
-        writeStdOut(QStringLiteral("%1: %2").arg(tName, tValue), true, true);
+        writeStdOut(u"%1: %2"_s.arg(tName, tValue), true, true);
     }
 }
 
@@ -287,7 +289,7 @@ std::optional<int> VKCApplication::updateLanguage(const LanguageGroup& pGroup)
     }
     writeStdOut(pGroup.mHeadline, true, true);
     for (const QString& tCode : tLanguages) {
-        writeStdOut(QStringLiteral("  %1: %2").arg(tCode, getLangName(tCode)), true, true);
+        writeStdOut(u"  %1: %2"_s.arg(tCode, getLangName(tCode)), true, true);
     }
     return tStatus;
 }

@@ -4,6 +4,8 @@
 
 #include <QtCore/QLocale>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 static int resultCode(int pResult)
@@ -39,8 +41,8 @@ int VKCApplication::cmdServiceStatus()
     const QString tResultText = mClient->getLastServiceResultStr(false);
     QString tLastRun = tr("never");
     if (resultCode(tResult) != 0) {
-        const QString tStored = mClient->getConfigValue(QStringLiteral("service.lastRun"), QString());
-        tLastRun = dateTimeText(QLocale(QLocale::C).toDateTime(tStored, QStringLiteral("yyyyMMddhhmmss")));
+        const QString tStored = mClient->getConfigValue(u"service.lastRun"_s, QString());
+        tLastRun = dateTimeText(QLocale(QLocale::C).toDateTime(tStored, u"yyyyMMddhhmmss"_s));
     }
     writeStdOut(tr("Last update: %1").arg(tLastRun), true, true);
     writeStdOut(tr("Last result: %1").arg(tResultText), true, true);
@@ -140,7 +142,7 @@ void VKCApplication::checkCanceled()
     }
 
     if (!mUpdateRunning) {
-        log(QStringLiteral("Current operation was canceled"));
+        log(u"Current operation was canceled"_s);
     } else if (!safeToCancelUpate() && tRequest == 1) {
         clearCurrentLine();
         writeStdOut(
@@ -168,8 +170,7 @@ void VKCApplication::checkCanceled()
 // True if the service has taken the order: the run then ends through the monitor, in the usual way.
 bool VKCApplication::abortUpdate()
 {
-    log(QStringLiteral("Update was canceled (activity  = %1")
-            .arg(vkcore::Types::serviceActivityToStr(mServiceActivity)));
+    log(u"Update was canceled (activity  = %1"_s.arg(vkcore::Types::serviceActivityToStr(mServiceActivity)));
     clearCurrentLine();
     writeStdOut(tr("Aborting update ..."), true, true);
 

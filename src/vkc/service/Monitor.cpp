@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <limits>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 using vkcore::IPCClient;
@@ -67,7 +69,7 @@ void VKCApplication::writeServiceMessage(int pMsgType, const QString& pText, con
         writeStdOut(tr("Details:"), true, true);
         writeStdOut(pDetails, true, true);
     }
-    writeStdOut(QStringLiteral("\n"), true, true);
+    writeStdOut(u"\n"_s, true, true);
 }
 
 void VKCApplication::onMonitorQuitRequestReceived()

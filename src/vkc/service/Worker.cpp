@@ -4,6 +4,8 @@
 
 #include <QtCore/QCoreApplication>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkc {
 
 // A service process of this run. QProcess kills what still runs when it is destroyed; a service
@@ -26,10 +28,10 @@ bool VKCApplication::startService()
     }
     mService = new WorkerProcess(this);
 
-    const QString tProgram = QCoreApplication::applicationDirPath() + QStringLiteral("/vkservice");
-    QStringList tArguments{QStringLiteral("-e"), QStringLiteral("-worker")};
+    const QString tProgram = QCoreApplication::applicationDirPath() + u"/vkservice"_s;
+    QStringList tArguments{u"-e"_s, u"-worker"_s};
     if (optPassed(OPT_SOCKET)) {
-        tArguments.append(QStringLiteral("-s=%1").arg(optArg(OPT_SOCKET, QString())));
+        tArguments.append(u"-s=%1"_s.arg(optArg(OPT_SOCKET, QString())));
     }
     mService->start(tProgram, tArguments, QIODevice::ReadWrite);
     const bool tStarted = mService->waitForStarted(30000);
@@ -38,7 +40,7 @@ bool VKCApplication::startService()
         mService->closeReadChannel(QProcess::StandardOutput);
         mService->closeReadChannel(QProcess::StandardError);
     } else {
-        log(QStringLiteral("ERROR: could not start %1").arg(tProgram));
+        log(u"ERROR: could not start %1"_s.arg(tProgram));
     }
     return tStarted;
 }
@@ -49,7 +51,7 @@ bool VKCApplication::pingWorker(vkcore::IPCClient* pClient)
 {
     const auto tGiveUp = [this, pClient] {
         if (!mCanceled && !pClient->isConnected() && !pClient->testConnect(5000)) {
-            log(QStringLiteral("ERROR: the service has ended at once"));
+            log(u"ERROR: the service has ended at once"_s);
             pClient->close();
         }
     };
@@ -81,11 +83,11 @@ void VKCApplication::cleanupServiceWorker()
         return;
     }
     if (!tAsked) {
-        log(QStringLiteral("Service did not react to quit request, terminating process"));
+        log(u"Service did not react to quit request, terminating process"_s);
         mService->terminate();
     }
     if (!mService->waitForFinished(60000) && mService->state() != QProcess::NotRunning) {
-        log(QStringLiteral("Timeout while waiting for service quit, killing process"));
+        log(u"Timeout while waiting for service quit, killing process"_s);
         mService->kill();
     }
     mService->deleteLater();

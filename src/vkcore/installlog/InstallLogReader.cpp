@@ -5,6 +5,8 @@
 
 #include "sqlite/InstallLogStore.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 namespace {
@@ -29,7 +31,7 @@ public:
         if (mStore.read(pEntries, pFrom, pTo, pMaxCount, pTopLevelOnly)) {
             return true;
         }
-        mApp->log(QStringLiteral("Failed to read the install log: %1").arg(mStore.errorText()));
+        mApp->log(u"Failed to read the install log: %1"_s.arg(mStore.errorText()));
         return false;
     }
 

@@ -1,12 +1,14 @@
 #include "internal/PlainText.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 namespace {
 
 bool isLineEnd(QChar pChar)
 {
-    return pChar == QLatin1Char('\n') || pChar.category() == QChar::Separator_Line ||
+    return pChar == u'\n' || pChar.category() == QChar::Separator_Line ||
            pChar.category() == QChar::Separator_Paragraph || pChar.unicode() == 0x85;
 }
 
@@ -36,7 +38,7 @@ QString clean(const QString& pText, QChar pLineEnd)
         if (isLineEnd(tChar)) {
             tResult += pLineEnd;
         } else if (tChar.category() == QChar::Other_Control) {
-            tResult += QLatin1Char(' ');
+            tResult += u' ';
         } else if (tChar.isHighSurrogate() && i + 1 < pText.size() && pText.at(i + 1).isLowSurrogate()) {
             tResult += tChar;
             tResult += pText.at(++i);
@@ -53,14 +55,14 @@ QString clean(const QString& pText, QChar pLineEnd)
 
 QString singleLine(const QString& pText, int pMaxLength)
 {
-    return cut(clean(pText.left(4 * pMaxLength), QLatin1Char(' ')).simplified(), pMaxLength);
+    return cut(clean(pText.left(4 * pMaxLength), u' ').simplified(), pMaxLength);
 }
 
 QString manyLines(const QString& pText, int pMaxLength)
 {
     QString tText = pText.left(4 * pMaxLength);
-    tText.replace(QLatin1String("\r\n"), QLatin1String("\n")).replace(QLatin1Char('\r'), QLatin1Char('\n'));
-    return cut(clean(tText, QLatin1Char('\n')).trimmed(), pMaxLength);
+    tText.replace("\r\n"_L1, "\n"_L1).replace(u'\r', u'\n');
+    return cut(clean(tText, u'\n').trimmed(), pMaxLength);
 }
 
 } // namespace tarn::vkcore

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <limits>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore::protocol {
 
 namespace {
@@ -38,8 +40,7 @@ bool hasDateForm(const QString& pText)
 {
     static constexpr QLatin1String sForm("dddd-dd-ddTdd:dd:dd");
     return std::equal(pText.cbegin(), pText.cend(), sForm.begin(), sForm.end(), [](QChar pHas, char pWants) {
-        return pWants == 'd' ? pHas >= QLatin1Char('0') && pHas <= QLatin1Char('9')
-                             : pHas == QLatin1Char(pWants);
+        return pWants == 'd' ? pHas >= u'0' && pHas <= u'9' : pHas == QLatin1Char(pWants);
     });
 }
 
@@ -54,8 +55,7 @@ bool readAddresses(const QJsonObject& pFrom, const QString& pName, MonitoringEma
         const QJsonObject tObject = tEntry.toObject();
         QString tAddress;
         bool tVerified = false;
-        if (!read(tObject, QStringLiteral("address"), &tAddress) ||
-            !read(tObject, QStringLiteral("verified"), &tVerified)) {
+        if (!read(tObject, u"address"_s, &tAddress) || !read(tObject, u"verified"_s, &tVerified)) {
             return false;
         }
         pTo->append(MonitoringEmail(tAddress, tVerified));
@@ -67,8 +67,8 @@ QJsonArray addressesToJson(const MonitoringEmailList& pList)
 {
     QJsonArray tArray;
     for (const MonitoringEmail& tEmail : pList) {
-        tArray.append(QJsonObject{{QStringLiteral("address"), toJson(tEmail.mAddress)},
-                                  {QStringLiteral("verified"), tEmail.isVerified()}});
+        tArray.append(
+            QJsonObject{{u"address"_s, toJson(tEmail.mAddress)}, {u"verified"_s, tEmail.isVerified()}});
     }
     return tArray;
 }
@@ -76,23 +76,17 @@ QJsonArray addressesToJson(const MonitoringEmailList& pList)
 QJsonObject clientToJson(const MonitoringSettings::ClientSettings& pSettings)
 {
     return {
-        {QStringLiteral("text1"), toJson(pSettings.mText1)},
-        {QStringLiteral("text2"), toJson(pSettings.mText2)},
-        {QStringLiteral("text3"), toJson(pSettings.mText3)},
-        {QStringLiteral("text4"), toJson(pSettings.mText4)},
-        {QStringLiteral("date1"), toJson(pSettings.mDate1)},
-        {QStringLiteral("date2"), toJson(pSettings.mDate2)},
+        {u"text1"_s, toJson(pSettings.mText1)}, {u"text2"_s, toJson(pSettings.mText2)},
+        {u"text3"_s, toJson(pSettings.mText3)}, {u"text4"_s, toJson(pSettings.mText4)},
+        {u"date1"_s, toJson(pSettings.mDate1)}, {u"date2"_s, toJson(pSettings.mDate2)},
     };
 }
 
 bool readClient(const QJsonObject& pFrom, MonitoringSettings::ClientSettings* pTo)
 {
-    return read(pFrom, QStringLiteral("text1"), &pTo->mText1) &&
-           read(pFrom, QStringLiteral("text2"), &pTo->mText2) &&
-           read(pFrom, QStringLiteral("text3"), &pTo->mText3) &&
-           read(pFrom, QStringLiteral("text4"), &pTo->mText4) &&
-           read(pFrom, QStringLiteral("date1"), &pTo->mDate1) &&
-           read(pFrom, QStringLiteral("date2"), &pTo->mDate2);
+    return read(pFrom, u"text1"_s, &pTo->mText1) && read(pFrom, u"text2"_s, &pTo->mText2) &&
+           read(pFrom, u"text3"_s, &pTo->mText3) && read(pFrom, u"text4"_s, &pTo->mText4) &&
+           read(pFrom, u"date1"_s, &pTo->mDate1) && read(pFrom, u"date2"_s, &pTo->mDate2);
 }
 
 // Reads a value into the setter of a settings object.
@@ -110,9 +104,7 @@ bool readInto(const QJsonObject& pFrom, const QString& pName, MonitoringSettings
 
 QJsonObject call(const QString& pMethod, const QJsonObject& pParams)
 {
-    return {{QStringLiteral("jsonrpc"), QStringLiteral("2.0")},
-            {QStringLiteral("method"), pMethod},
-            {QStringLiteral("params"), pParams}};
+    return {{u"jsonrpc"_s, u"2.0"_s}, {u"method"_s, pMethod}, {u"params"_s, pParams}};
 }
 
 } // namespace
@@ -151,24 +143,19 @@ QByteArray toLine(const QJsonObject& pObject)
 QJsonObject request(qint64 pId, const QString& pMethod, const QJsonObject& pParams)
 {
     QJsonObject tObject = call(pMethod, pParams);
-    tObject.insert(QLatin1String("id"), pId);
+    tObject.insert("id"_L1, pId);
     return tObject;
 }
 
 QJsonObject result(qint64 pId, const QJsonValue& pResult)
 {
-    return {{QStringLiteral("jsonrpc"), QStringLiteral("2.0")},
-            {QStringLiteral("id"), pId},
-            {QStringLiteral("result"), pResult}};
+    return {{u"jsonrpc"_s, u"2.0"_s}, {u"id"_s, pId}, {u"result"_s, pResult}};
 }
 
 QJsonObject error(std::optional<qint64> pId, int pCode, const QString& pMessage)
 {
-    const QJsonObject tError{{QStringLiteral("code"), pCode},
-                             {QStringLiteral("message"), singleLine(pMessage, sMaxMessage)}};
-    return {{QStringLiteral("jsonrpc"), QStringLiteral("2.0")},
-            {QStringLiteral("id"), pId ? QJsonValue(*pId) : QJsonValue()},
-            {QStringLiteral("error"), tError}};
+    const QJsonObject tError{{u"code"_s, pCode}, {u"message"_s, singleLine(pMessage, sMaxMessage)}};
+    return {{u"jsonrpc"_s, u"2.0"_s}, {u"id"_s, pId ? QJsonValue(*pId) : QJsonValue()}, {u"error"_s, tError}};
 }
 
 QJsonObject event(const QString& pMethod, const QJsonObject& pParams)
@@ -189,54 +176,52 @@ QJsonValue toJson(const QString& pText)
 
 QJsonValue toJson(const QDateTime& pDate)
 {
-    return pDate.isValid() ? pDate.toLocalTime().toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss"))
-                           : QJsonValue();
+    return pDate.isValid() ? pDate.toLocalTime().toString(u"yyyy-MM-ddTHH:mm:ss"_s) : QJsonValue();
 }
 
 QJsonObject toJson(const NetProxy& pProxy)
 {
     return {
-        {QStringLiteral("enabled"), pProxy.mEnabled},
-        {QStringLiteral("configured"), pProxy.mConfigured},
-        {QStringLiteral("host"), toJson(pProxy.mHost)},
-        {QStringLiteral("port"), qint64{pProxy.mPort}},
-        {QStringLiteral("user"), toJson(pProxy.mUser)},
-        {QStringLiteral("password"), toJson(pProxy.mPassword)},
-        {QStringLiteral("passwordChanged"), pProxy.mPasswordChanged},
+        {u"enabled"_s, pProxy.mEnabled},
+        {u"configured"_s, pProxy.mConfigured},
+        {u"host"_s, toJson(pProxy.mHost)},
+        {u"port"_s, qint64{pProxy.mPort}},
+        {u"user"_s, toJson(pProxy.mUser)},
+        {u"password"_s, toJson(pProxy.mPassword)},
+        {u"passwordChanged"_s, pProxy.mPasswordChanged},
     };
 }
 
 QJsonObject toJson(const MonitoringSettings& pSettings)
 {
     return {
-        {QStringLiteral("eventMailsEnabled"), pSettings.eventMailsEnabled()},
-        {QStringLiteral("eventMailOnUpdate"), pSettings.eventMailOnUpdate()},
-        {QStringLiteral("eventMailOnOverdue"), pSettings.eventMailOnOverdue()},
-        {QStringLiteral("eventMailOnManualIntervention"), pSettings.eventMailOnManualIntervention()},
-        {QStringLiteral("summarizedMailsEnabled"), pSettings.summarizedMailsEnabled()},
-        {QStringLiteral("summarizedMailsOnChangeOnly"), pSettings.summarizedMailsOnChangeOnly()},
-        {QStringLiteral("summarizedMailPeriod"), pSettings.summarizedMailPeriod()},
-        {QStringLiteral("updateOverduePeriod"), pSettings.updateOverduePeriod()},
-        {QStringLiteral("clientName"), toJson(pSettings.clientName())},
-        {QStringLiteral("notificationEmailAddresses"),
-         addressesToJson(pSettings.notificationEmailAddresses())},
-        {QStringLiteral("lastSummary"), toJson(pSettings.mLastSummary)},
-        {QStringLiteral("clientSettings"), clientToJson(pSettings.mClientSettings)},
+        {u"eventMailsEnabled"_s, pSettings.eventMailsEnabled()},
+        {u"eventMailOnUpdate"_s, pSettings.eventMailOnUpdate()},
+        {u"eventMailOnOverdue"_s, pSettings.eventMailOnOverdue()},
+        {u"eventMailOnManualIntervention"_s, pSettings.eventMailOnManualIntervention()},
+        {u"summarizedMailsEnabled"_s, pSettings.summarizedMailsEnabled()},
+        {u"summarizedMailsOnChangeOnly"_s, pSettings.summarizedMailsOnChangeOnly()},
+        {u"summarizedMailPeriod"_s, pSettings.summarizedMailPeriod()},
+        {u"updateOverduePeriod"_s, pSettings.updateOverduePeriod()},
+        {u"clientName"_s, toJson(pSettings.clientName())},
+        {u"notificationEmailAddresses"_s, addressesToJson(pSettings.notificationEmailAddresses())},
+        {u"lastSummary"_s, toJson(pSettings.mLastSummary)},
+        {u"clientSettings"_s, clientToJson(pSettings.mClientSettings)},
     };
 }
 
 QJsonObject toJson(const Server& pServer)
 {
     QJsonObject tObject{
-        {QStringLiteral("name"), toJson(pServer.getName())},
-        {QStringLiteral("uri"), toJson(pServer.getUri())},
-        {QStringLiteral("userName"), toJson(pServer.getUserName())},
-        {QStringLiteral("enabled"), pServer.isEnabled()},
-        {QStringLiteral("default"), pServer.isDefault()},
-        {QStringLiteral("savePassword"), pServer.savePassword()},
+        {u"name"_s, toJson(pServer.getName())},
+        {u"uri"_s, toJson(pServer.getUri())},
+        {u"userName"_s, toJson(pServer.getUserName())},
+        {u"enabled"_s, pServer.isEnabled()},
+        {u"default"_s, pServer.isDefault()},
+        {u"savePassword"_s, pServer.savePassword()},
     };
     if (pServer.getPassword()) {
-        tObject.insert(QLatin1String("password"), toJson(*pServer.getPassword()));
+        tObject.insert("password"_L1, toJson(*pServer.getPassword()));
     }
     return tObject;
 }
@@ -281,9 +266,8 @@ bool read(const QJsonObject& pFrom, const QString& pName, QDateTime* pTo)
         *pTo = QDateTime();
         return true;
     }
-    const QDateTime tDate = hasDateForm(tText)
-                                ? QDateTime::fromString(tText, QStringLiteral("yyyy-MM-ddTHH:mm:ss"))
-                                : QDateTime();
+    const QDateTime tDate =
+        hasDateForm(tText) ? QDateTime::fromString(tText, u"yyyy-MM-ddTHH:mm:ss"_s) : QDateTime();
     if (!tDate.isValid()) {
         return false;
     }
@@ -295,12 +279,10 @@ bool read(const QJsonObject& pFrom, NetProxy* pTo)
 {
     NetProxy tProxy(false, false);
     long long tPort = 0;
-    if (!read(pFrom, QStringLiteral("enabled"), &tProxy.mEnabled) ||
-        !read(pFrom, QStringLiteral("configured"), &tProxy.mConfigured) ||
-        !read(pFrom, QStringLiteral("host"), &tProxy.mHost) || !read(pFrom, QStringLiteral("port"), &tPort) ||
-        !read(pFrom, QStringLiteral("user"), &tProxy.mUser) ||
-        !read(pFrom, QStringLiteral("password"), &tProxy.mPassword) ||
-        !read(pFrom, QStringLiteral("passwordChanged"), &tProxy.mPasswordChanged) || tPort < 0 ||
+    if (!read(pFrom, u"enabled"_s, &tProxy.mEnabled) || !read(pFrom, u"configured"_s, &tProxy.mConfigured) ||
+        !read(pFrom, u"host"_s, &tProxy.mHost) || !read(pFrom, u"port"_s, &tPort) ||
+        !read(pFrom, u"user"_s, &tProxy.mUser) || !read(pFrom, u"password"_s, &tProxy.mPassword) ||
+        !read(pFrom, u"passwordChanged"_s, &tProxy.mPasswordChanged) || tPort < 0 ||
         tPort > std::numeric_limits<quint16>::max()) {
         return false;
     }
@@ -316,24 +298,20 @@ bool read(const QJsonObject& pFrom, MonitoringSettings* pTo)
     MonitoringEmailList tAddresses;
     QJsonObject tClient;
     const bool tOk =
-        readInto(pFrom, QStringLiteral("eventMailsEnabled"), &tSettings, &Settings::setEventMailsEnabled) &&
-        readInto(pFrom, QStringLiteral("eventMailOnUpdate"), &tSettings, &Settings::setEventMailOnUpdate) &&
-        readInto(pFrom, QStringLiteral("eventMailOnOverdue"), &tSettings, &Settings::setEventMailOnOverdue) &&
-        readInto(pFrom, QStringLiteral("eventMailOnManualIntervention"), &tSettings,
+        readInto(pFrom, u"eventMailsEnabled"_s, &tSettings, &Settings::setEventMailsEnabled) &&
+        readInto(pFrom, u"eventMailOnUpdate"_s, &tSettings, &Settings::setEventMailOnUpdate) &&
+        readInto(pFrom, u"eventMailOnOverdue"_s, &tSettings, &Settings::setEventMailOnOverdue) &&
+        readInto(pFrom, u"eventMailOnManualIntervention"_s, &tSettings,
                  &Settings::setEventMailOnManualIntervention) &&
-        readInto(pFrom, QStringLiteral("summarizedMailsEnabled"), &tSettings,
-                 &Settings::setSummarizedMailsEnabled) &&
-        readInto(pFrom, QStringLiteral("summarizedMailsOnChangeOnly"), &tSettings,
+        readInto(pFrom, u"summarizedMailsEnabled"_s, &tSettings, &Settings::setSummarizedMailsEnabled) &&
+        readInto(pFrom, u"summarizedMailsOnChangeOnly"_s, &tSettings,
                  &Settings::setSummarizedMailsOnChangeOnly) &&
-        readInto(pFrom, QStringLiteral("summarizedMailPeriod"), &tSettings,
-                 &Settings::setSummarizedMailPeriod) &&
-        readInto(pFrom, QStringLiteral("updateOverduePeriod"), &tSettings,
-                 &Settings::setUpdateOverduePeriod) &&
-        readInto(pFrom, QStringLiteral("clientName"), &tSettings, &Settings::setClientName) &&
-        readAddresses(pFrom, QStringLiteral("notificationEmailAddresses"), &tAddresses) &&
-        read(pFrom, QStringLiteral("lastSummary"), &tSettings.mLastSummary) &&
-        readObject(pFrom, QStringLiteral("clientSettings"), &tClient) &&
-        readClient(tClient, &tSettings.mClientSettings);
+        readInto(pFrom, u"summarizedMailPeriod"_s, &tSettings, &Settings::setSummarizedMailPeriod) &&
+        readInto(pFrom, u"updateOverduePeriod"_s, &tSettings, &Settings::setUpdateOverduePeriod) &&
+        readInto(pFrom, u"clientName"_s, &tSettings, &Settings::setClientName) &&
+        readAddresses(pFrom, u"notificationEmailAddresses"_s, &tAddresses) &&
+        read(pFrom, u"lastSummary"_s, &tSettings.mLastSummary) &&
+        readObject(pFrom, u"clientSettings"_s, &tClient) && readClient(tClient, &tSettings.mClientSettings);
     if (!tOk) {
         return false;
     }
@@ -351,13 +329,11 @@ bool read(const QJsonObject& pFrom, Server* pTo)
     bool tDefault = false;
     bool tSavePassword = false;
     QString tPassword;
-    const bool tHasPassword = pFrom.contains(QLatin1String("password"));
-    if (!read(pFrom, QStringLiteral("name"), &tName) || !read(pFrom, QStringLiteral("uri"), &tUri) ||
-        !read(pFrom, QStringLiteral("userName"), &tUserName) ||
-        !read(pFrom, QStringLiteral("enabled"), &tEnabled) ||
-        !read(pFrom, QStringLiteral("default"), &tDefault) ||
-        !read(pFrom, QStringLiteral("savePassword"), &tSavePassword) ||
-        (tHasPassword && !read(pFrom, QStringLiteral("password"), &tPassword))) {
+    const bool tHasPassword = pFrom.contains("password"_L1);
+    if (!read(pFrom, u"name"_s, &tName) || !read(pFrom, u"uri"_s, &tUri) ||
+        !read(pFrom, u"userName"_s, &tUserName) || !read(pFrom, u"enabled"_s, &tEnabled) ||
+        !read(pFrom, u"default"_s, &tDefault) || !read(pFrom, u"savePassword"_s, &tSavePassword) ||
+        (tHasPassword && !read(pFrom, u"password"_s, &tPassword))) {
         return false;
     }
     pTo->setName(tName);

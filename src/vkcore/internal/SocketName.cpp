@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore::protocol {
 
 namespace {
@@ -20,9 +22,8 @@ bool mayWriteTo(const QString& pSocket)
 bool isOwnFolder(const QString& pFolder, uid_t pUser)
 {
     struct stat tStat = {};
-    return pFolder.startsWith(QLatin1Char('/')) &&
-           ::stat(QFile::encodeName(pFolder).constData(), &tStat) == 0 && S_ISDIR(tStat.st_mode) &&
-           tStat.st_uid == pUser && (tStat.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    return pFolder.startsWith(u'/') && ::stat(QFile::encodeName(pFolder).constData(), &tStat) == 0 &&
+           S_ISDIR(tStat.st_mode) && tStat.st_uid == pUser && (tStat.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
 } // namespace
@@ -39,15 +40,14 @@ QString defaultSocketName(const SocketPlace& pPlace)
         return pPlace.mMachineSocket;
     }
     if (isOwnFolder(pPlace.mRuntimeDir, pPlace.mUser)) {
-        return QDir::cleanPath(pPlace.mRuntimeDir) + QLatin1String("/vkservice.socket");
+        return QDir::cleanPath(pPlace.mRuntimeDir) + "/vkservice.socket"_L1;
     }
-    return QStringLiteral("vkservice");
+    return u"vkservice"_s;
 }
 
 QString socketPath(const QString& pName)
 {
-    return pName.startsWith(QLatin1Char('/')) ? pName
-                                              : QDir::cleanPath(QDir::tempPath()) + QLatin1Char('/') + pName;
+    return pName.startsWith(u'/') ? pName : QDir::cleanPath(QDir::tempPath()) + u'/' + pName;
 }
 
 } // namespace tarn::vkcore::protocol

@@ -13,6 +13,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 namespace {
@@ -44,7 +46,7 @@ bool isTrusted(int pFd, QString* pReason)
         return false;
     }
     if (tPeer.uid != 0 && tPeer.uid != ::geteuid()) {
-        *pReason = QStringLiteral("the socket belongs to the user with the number %1").arg(tPeer.uid);
+        *pReason = u"the socket belongs to the user with the number %1"_s.arg(tPeer.uid);
         return false;
     }
     return true;
@@ -75,7 +77,7 @@ Connection::Outcome Connection::open(const QString& pName, QString* pReason)
     close();
     sockaddr_un tAddress{};
     if (!makeAddress(pName, &tAddress)) {
-        *pReason = QStringLiteral("the name of the socket is too long");
+        *pReason = u"the name of the socket is too long"_s;
         return Outcome::Failed;
     }
     const int tFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -186,8 +188,7 @@ void Connection::read()
             return;
         }
         if (tCount <= 0) {
-            lose(tCount == 0 ? QStringLiteral("the service has ended the connection")
-                             : qt_error_string(errno));
+            lose(tCount == 0 ? u"the service has ended the connection"_s : qt_error_string(errno));
             return;
         }
         mInput.append(QByteArray::fromRawData(tBytes, tCount));
@@ -198,7 +199,7 @@ void Connection::read()
             }
         }
         if (mInput.tooLong()) {
-            lose(QStringLiteral("the service has sent a line of more than %1 bytes").arg(protocol::sMaxLine));
+            lose(u"the service has sent a line of more than %1 bytes"_s.arg(protocol::sMaxLine));
             return;
         }
         if (tCount < static_cast<ssize_t>(sReadSize)) {

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <utility>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 namespace {
@@ -59,7 +61,7 @@ std::optional<QJsonValue> Session::call(const QString& pMethod, const QJsonObjec
 
 bool Session::enterMonitorMode(const Monitor& pMonitor)
 {
-    const QString tMethod = QStringLiteral("enterMonitorMode");
+    const QString tMethod = u"enterMonitorMode"_s;
     mMonitor = pMonitor;
     Waiting tWaiting;
     tWaiting.mEntersMonitorMode = true;
@@ -72,14 +74,14 @@ bool Session::enterMonitorMode(const Monitor& pMonitor)
 std::optional<QJsonValue> Session::resultOf(const QString& pMethod, const Waiting& pWaiting)
 {
     if (!pWaiting.mResult) {
-        mLog(QStringLiteral("%1 failed: %2").arg(pMethod, pWaiting.mReason));
+        mLog(u"%1 failed: %2"_s.arg(pMethod, pWaiting.mReason));
     }
     return pWaiting.mResult;
 }
 
 bool Session::malformed(const QString& pMethod)
 {
-    mLog(QStringLiteral("%1 failed: the service has sent an answer of another type").arg(pMethod));
+    mLog(u"%1 failed: the service has sent an answer of another type"_s.arg(pMethod));
     return false;
 }
 
@@ -122,7 +124,7 @@ bool Session::test(int pTimeoutMs)
     }
     if (isConnected()) {
         const qint64 tId = ++mLastId;
-        if (send(protocol::request(tId, QStringLiteral("ping"), {}), &tWaiting.mReason)) {
+        if (send(protocol::request(tId, u"ping"_s, {}), &tWaiting.mReason)) {
             awaitAnswer(tId, &tWaiting, tDeadline);
         }
         return tWaiting.mAnswered;
@@ -150,7 +152,7 @@ void Session::close()
     mMonitoring = false;
     mConnection.close();
     mEvents.clear();
-    failAll(QStringLiteral("the client has closed the connection"));
+    failAll(u"the client has closed the connection"_s);
 }
 
 bool Session::connect(QString* pReason)
@@ -159,12 +161,12 @@ bool Session::connect(QString* pReason)
         mConnection.drain();
     }
     if (mClosed) {
-        *pReason = QStringLiteral("the client has closed the connection");
+        *pReason = u"the client has closed the connection"_s;
         return false;
     }
     if (mLink == Link::JustLost && !mConnection.isOpen()) {
         mLink = Link::Lost;
-        *pReason = QStringLiteral("the connection has been lost");
+        *pReason = u"the connection has been lost"_s;
         return false;
     }
     const QDeadlineTimer tDeadline(mTimeoutMs);
@@ -194,9 +196,9 @@ Connection::Outcome Session::tryConnect(QString* pReason)
     const Connection::Outcome tOutcome = mConnection.open(mServerName, pReason);
     if (tOutcome == Connection::Outcome::Connected) {
         mHelloId = ++mLastId;
-        send(protocol::request(mHelloId, QStringLiteral("hello"), mHello), pReason);
+        send(protocol::request(mHelloId, u"hello"_s, mHello), pReason);
     } else {
-        *pReason = QStringLiteral("no connection to \"%1\": %2").arg(mServerName, *pReason);
+        *pReason = u"no connection to \"%1\": %2"_s.arg(mServerName, *pReason);
     }
     return tOutcome;
 }
@@ -205,11 +207,11 @@ bool Session::send(const QJsonObject& pRequest, QString* pReason)
 {
     const QByteArray tLine = protocol::toLine(pRequest);
     if (tLine.size() > protocol::sMaxLine) {
-        *pReason = QStringLiteral("the request is larger than %1 bytes").arg(protocol::sMaxLine);
+        *pReason = u"the request is larger than %1 bytes"_s.arg(protocol::sMaxLine);
         return false;
     }
     if (!mConnection.send(tLine)) {
-        *pReason = QStringLiteral("the service does not read its requests");
+        *pReason = u"the service does not read its requests"_s;
         return false;
     }
     return true;
@@ -231,7 +233,7 @@ void Session::awaitAnswer(qint64 pId, Waiting* pWaiting, const QDeadlineTimer& p
     mWaiting.insert(pId, pWaiting);
     wait(pDeadline, [pWaiting] { return pWaiting->mDone; });
     if (mWaiting.remove(pId)) {
-        pWaiting->mReason = QStringLiteral("no answer in time");
+        pWaiting->mReason = u"no answer in time"_s;
     }
 }
 
@@ -241,11 +243,11 @@ void Session::onLine(const QByteArray& pLine)
     const QJsonDocument tDocument =
         protocol::isTooComplex(pLine) ? QJsonDocument() : QJsonDocument::fromJson(pLine, &tError);
     if (!tDocument.isObject()) {
-        breakOff(QStringLiteral("the service has sent a line that is no message"));
+        breakOff(u"the service has sent a line that is no message"_s);
         return;
     }
     const QJsonObject tObject = tDocument.object();
-    if (tObject.contains(QLatin1String("method"))) {
+    if (tObject.contains("method"_L1)) {
         onEvent(tObject);
     } else {
         onAnswer(tObject);
@@ -255,14 +257,13 @@ void Session::onLine(const QByteArray& pLine)
 void Session::onAnswer(const QJsonObject& pObject)
 {
     long long tId = 0;
-    const QJsonValue tResult = pObject.value(QLatin1String("result"));
-    const QJsonValue tError = pObject.value(QLatin1String("error"));
-    const bool tIdKnown = protocol::read(pObject, QStringLiteral("id"), &tId) && tId > 0 && tId <= mLastId;
+    const QJsonValue tResult = pObject.value("result"_L1);
+    const QJsonValue tError = pObject.value("error"_L1);
+    const bool tIdKnown = protocol::read(pObject, u"id"_s, &tId) && tId > 0 && tId <= mLastId;
     if (!tIdKnown || tResult.isUndefined() == tError.isUndefined() ||
         (!tError.isUndefined() && !tError.isObject())) {
-        const QString tMessage = tError.toObject().value(QLatin1String("message")).toString();
-        breakOff(tMessage.isEmpty() ? QStringLiteral("the service has sent an answer to no request")
-                                    : tMessage);
+        const QString tMessage = tError.toObject().value("message"_L1).toString();
+        breakOff(tMessage.isEmpty() ? u"the service has sent an answer to no request"_s : tMessage);
         return;
     }
     mLink = Link::Up;
@@ -274,7 +275,7 @@ void Session::onAnswer(const QJsonObject& pObject)
     tWaiting->mDone = true;
     tWaiting->mAnswered = true;
     if (tResult.isUndefined()) {
-        tWaiting->mReason = tError.toObject().value(QLatin1String("message")).toString();
+        tWaiting->mReason = tError.toObject().value("message"_L1).toString();
     } else {
         tWaiting->mResult = tResult;
         mMonitoring = mMonitoring || (tWaiting->mEntersMonitorMode && tResult.toBool());
@@ -283,19 +284,19 @@ void Session::onAnswer(const QJsonObject& pObject)
 
 void Session::onEvent(const QJsonObject& pObject)
 {
-    const QJsonValue tMethod = pObject.value(QLatin1String("method"));
-    const QJsonValue tParams = pObject.value(QLatin1String("params"));
+    const QJsonValue tMethod = pObject.value("method"_L1);
+    const QJsonValue tParams = pObject.value("params"_L1);
     Event tEvent;
     if (!tMethod.isString() || !tParams.isObject() ||
         (mMonitoring && !mMonitor.mRead(tMethod.toString(), tParams.toObject(), &tEvent))) {
-        breakOff(QStringLiteral("the service has sent a malformed event"));
+        breakOff(u"the service has sent a malformed event"_s);
         return;
     }
     if (tEvent.mDeliver) {
         mEvents.add(protocol::toLine(pObject).size(), tEvent);
     }
     if (mEvents.heldBytes() > sMaxHeldBytes) {
-        breakOff(QStringLiteral("the service has sent more events than can be held"));
+        breakOff(u"the service has sent more events than can be held"_s);
     }
 }
 

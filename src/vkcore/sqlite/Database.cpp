@@ -15,6 +15,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 namespace {
@@ -61,8 +63,7 @@ bool isTaken(const QByteArray& pPath)
 QByteArray freeName(const QByteArray& pPath)
 {
     const QByteArray tBase =
-        pPath + ".damaged-" +
-        QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMddhhmmss")).toLatin1();
+        pPath + ".damaged-" + QDateTime::currentDateTime().toString(u"yyyyMMddhhmmss"_s).toLatin1();
     QByteArray tName = tBase;
     for (int i = 2; isTaken(tName); ++i) {
         tName = tBase + '-' + QByteArray::number(i);
@@ -89,7 +90,7 @@ bool Database::open(const QString& pPath, Mode pMode)
     const QByteArray tPath = QFile::encodeName(pPath);
     const bool tWrite = pMode == Mode::ReadWrite;
     if (tWrite && !makePrivateFile(tPath)) {
-        return refuse(QStringLiteral("%1: %2").arg(pPath, qt_error_string(errno)));
+        return refuse(u"%1: %2"_s.arg(pPath, qt_error_string(errno)));
     }
     const int tFlags = (tWrite ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY) | SQLITE_OPEN_NOMUTEX;
     if (sqlite3_open_v2(tPath.constData(), &mHandle, tFlags, nullptr) != SQLITE_OK) {
@@ -98,7 +99,7 @@ bool Database::open(const QString& pPath, Mode pMode)
     // Without permission to write SQLite opens for reading only.
     if (tWrite && sqlite3_db_readonly(mHandle, "main") == 1) {
         close();
-        return refuse(QStringLiteral("%1: %2").arg(pPath, qt_error_string(EACCES)));
+        return refuse(u"%1: %2"_s.arg(pPath, qt_error_string(EACCES)));
     }
     sqlite3_extended_result_codes(mHandle, 1);
     sqlite3_busy_handler(mHandle, &Database::onBusy, this);
@@ -148,9 +149,9 @@ bool Database::fail(int pExtendedCode, const QString& pText)
     mHealth = tCode == SQLITE_CORRUPT || tCode == SQLITE_NOTADB ? Health::Corrupt : Health::Unknown;
     mErrorText = pText;
     if (pExtendedCode == SQLITE_READONLY_ROLLBACK) {
-        mErrorText = QStringLiteral("a change was cut short and has to be undone by who may write the file");
+        mErrorText = u"a change was cut short and has to be undone by who may write the file"_s;
     } else if (tCode == SQLITE_BUSY) {
-        mErrorText = QStringLiteral("it is locked by %1").arg(lockHolder(mPath));
+        mErrorText = u"it is locked by %1"_s.arg(lockHolder(mPath));
     }
     return false;
 }
@@ -201,18 +202,15 @@ bool Database::migrate(std::span<const char* const> pSteps)
     const int tLast = static_cast<int>(pSteps.size());
     const int tFirst = schemaVersion();
     if (tFirst > tLast) {
-        return refuse(
-            QStringLiteral("it was written by a newer version of this program (its format is %1, this "
-                           "version knows up to %2)")
-                .arg(tFirst)
-                .arg(tLast));
+        return refuse(u"it was written by a newer version of this program (its format is %1, this "
+                      "version knows up to %2)"_s.arg(tFirst)
+                          .arg(tLast));
     }
     if (tFirst == 0) {
         Statement tTables(*this, "SELECT name FROM sqlite_schema LIMIT 1");
         if (tTables.step()) {
-            return refuse(
-                QStringLiteral("it has tables but no version of them (user_version is 0), so it is not "
-                               "from this program, or it is a copy that lost its version"));
+            return refuse(u"it has tables but no version of them (user_version is 0), so it is not "
+                          "from this program, or it is a copy that lost its version"_s);
         }
         if (!tTables.isOk()) {
             return false;
@@ -236,7 +234,7 @@ bool Database::isWhole()
         return false;
     }
     const QString tFinding = tQuery.text(0).section(u'\n', -1);
-    return tFinding == QLatin1String("ok") || fail(SQLITE_CORRUPT, tFinding);
+    return tFinding == "ok"_L1 || fail(SQLITE_CORRUPT, tFinding);
 }
 
 bool Database::copyTo(Database* pCopy)
@@ -273,7 +271,7 @@ Database::Health Database::lookAgain() const
 QString Database::setAside()
 {
     if (mHealth != Health::Corrupt || lookAgain() != Health::Corrupt) {
-        refuse(QStringLiteral("it could not be read (%1), and no damage was found in it").arg(mErrorText));
+        refuse(u"it could not be read (%1), and no damage was found in it"_s.arg(mErrorText));
         return {};
     }
     close();
@@ -286,7 +284,7 @@ QString Database::setAside()
     if (tMoved && move(tFrom, tTo)) {
         return QFile::decodeName(tTo);
     }
-    refuse(QStringLiteral("it is damaged and can't be set aside: %1").arg(qt_error_string(errno)));
+    refuse(u"it is damaged and can't be set aside: %1"_s.arg(qt_error_string(errno)));
     return {};
 }
 

@@ -12,6 +12,8 @@
 
 #include <sys/stat.h>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 namespace {
@@ -84,7 +86,7 @@ public:
         tEntry->mDate = mDates.date(pRow.integer(0));
         tEntry->mName = cached(mTexts, pRow.rawBytes(5), fromJsonText);
         if (tEntry->mName.isEmpty()) {
-            tEntry->mName.setValue(QStringLiteral("en"), pRow.text(1));
+            tEntry->mName.setValue(u"en"_s, pRow.text(1));
         }
         tEntry->mVersion = cached(mVersions, pRow.rawBytes(2), [](const QByteArray& pText) {
             return Version::fromString(QString::fromUtf8(pText));
@@ -165,7 +167,7 @@ bool InstallLogStore::checkVersion()
     if (tVersion < 0) {
         return fail();
     }
-    mErrorText = QStringLiteral("the log has the unknown format %1").arg(tVersion);
+    mErrorText = u"the log has the unknown format %1"_s.arg(tVersion);
     return false;
 }
 

@@ -8,6 +8,8 @@
 
 #include <cstdlib>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkcore {
 
 namespace {
@@ -74,7 +76,7 @@ QString lockHolder(const QString& pPath)
     tLock.l_len = sLockBytes;
     const int tFd = descriptorOf(pPath);
     if (tFd < 0 || ::fcntl(tFd, F_GETLK, &tLock) != 0 || tLock.l_type == F_UNLCK || tLock.l_pid <= 0) {
-        return QStringLiteral("another process");
+        return u"another process"_s;
     }
     const QByteArray tProcess = "/proc/" + QByteArray::number(tLock.l_pid);
     struct stat tStat
@@ -82,9 +84,8 @@ QString lockHolder(const QString& pPath)
     };
     const QString tPid = QString::number(tLock.l_pid);
     return ::stat(tProcess.constData(), &tStat) == 0
-               ? QStringLiteral("the process %1 (%2, user %3)")
-                     .arg(tPid, nameOf(tProcess), QString::number(tStat.st_uid))
-               : QStringLiteral("the process %1").arg(tPid);
+               ? u"the process %1 (%2, user %3)"_s.arg(tPid, nameOf(tProcess), QString::number(tStat.st_uid))
+               : u"the process %1"_s.arg(tPid);
 }
 
 } // namespace tarn::vkcore

@@ -16,6 +16,8 @@
 #include <cerrno>
 #include <system_error>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 using packages::Kind;
@@ -26,41 +28,30 @@ namespace {
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
-    pLine->addArgument(QStringLiteral("FOLDER"), QStringLiteral("What to pack"));
-    pLine->addOption(QStringLiteral("name"), QStringLiteral("Name of the package: a-z 0-9 . _ + -"),
-                     QStringLiteral("NAME"));
-    pLine->addOption(QStringLiteral("version"), QStringLiteral("One to four numbers with dots"),
-                     QStringLiteral("VERSION"));
-    pLine->addOption(QStringLiteral("date"), QStringLiteral("Date of the version; by default now"),
-                     QStringLiteral("DATE"));
-    pLine->addOption(QStringLiteral("kind"), QStringLiteral("application or data"), QStringLiteral("KIND"),
-                     QStringLiteral("application"));
-    pLine->addOption(QStringLiteral("title"),
-                     QStringLiteral("Title in one language, as in de=Karten; may be repeated"),
-                     QStringLiteral("LANG=TEXT"));
-    pLine->addOption(QStringLiteral("language"),
-                     QStringLiteral("Language of the package; by default for all"), QStringLiteral("LANG"));
-    pLine->addOption(QStringLiteral("requires"),
-                     QStringLiteral("A package that must come along; may be repeated"),
-                     QStringLiteral("NAME"));
-    pLine->addOption(
-        QStringLiteral("executable"),
-        QStringLiteral("A program in FOLDER that must not run while it is replaced; may be repeated"),
-        QStringLiteral("PATH"));
-    pLine->addOption(QStringLiteral("report"),
-                     QStringLiteral("What is new, for the install log, in one language; may be repeated"),
-                     QStringLiteral("LANG=TEXT"));
-    pLine->addOption(QStringLiteral("level"), QStringLiteral("Effort of the compression, 1 to 19"),
-                     QStringLiteral("LEVEL"), QStringLiteral("9"));
-    pLine->addOption(QStringLiteral("replace"), QStringLiteral("Take the place of the same version"));
+    pLine->addArgument(u"FOLDER"_s, u"What to pack"_s);
+    pLine->addOption(u"name"_s, u"Name of the package: a-z 0-9 . _ + -"_s, u"NAME"_s);
+    pLine->addOption(u"version"_s, u"One to four numbers with dots"_s, u"VERSION"_s);
+    pLine->addOption(u"date"_s, u"Date of the version; by default now"_s, u"DATE"_s);
+    pLine->addOption(u"kind"_s, u"application or data"_s, u"KIND"_s, u"application"_s);
+    pLine->addOption(u"title"_s, u"Title in one language, as in de=Karten; may be repeated"_s,
+                     u"LANG=TEXT"_s);
+    pLine->addOption(u"language"_s, u"Language of the package; by default for all"_s, u"LANG"_s);
+    pLine->addOption(u"requires"_s, u"A package that must come along; may be repeated"_s, u"NAME"_s);
+    pLine->addOption(u"executable"_s,
+                     u"A program in FOLDER that must not run while it is replaced; may be repeated"_s,
+                     u"PATH"_s);
+    pLine->addOption(u"report"_s, u"What is new, for the install log, in one language; may be repeated"_s,
+                     u"LANG=TEXT"_s);
+    pLine->addOption(u"level"_s, u"Effort of the compression, 1 to 19"_s, u"LEVEL"_s, u"9"_s);
+    pLine->addOption(u"replace"_s, u"Take the place of the same version"_s);
 }
 
 bool readTexts(const CommandLine& pLine, const char* pOption, vkcore::LangString* pTo)
 {
     for (const QString& tValue : pLine.values(pOption)) {
-        const qsizetype tEquals = tValue.indexOf(QLatin1Char('='));
+        const qsizetype tEquals = tValue.indexOf(u'=');
         if (tEquals <= 0) {
-            complain(QStringLiteral("--%1 takes LANG=TEXT, not \"%2\"").arg(QLatin1String(pOption), tValue));
+            complain(u"--%1 takes LANG=TEXT, not \"%2\""_s.arg(QLatin1String(pOption), tValue));
             return false;
         }
         pTo->setValue(tValue.left(tEquals), tValue.mid(tEquals + 1));
@@ -74,8 +65,7 @@ bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
     bool tOk = false;
     const vkcore::Version tVersion = vkcore::Version::fromString(pLine.value("version"), &tOk);
     if (!tOk) {
-        complain(QStringLiteral("--version takes one to four numbers with dots, not \"%1\"")
-                     .arg(pLine.value("version")));
+        complain(u"--version takes one to four numbers with dots, not \"%1\""_s.arg(pLine.value("version")));
         return false;
     }
     QDateTime tDate = QDateTime::currentDateTimeUtc();
@@ -87,13 +77,13 @@ bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
         tDate = *tGiven;
     }
     const QString tKind = pLine.value("kind");
-    if (tKind != QLatin1String("application") && tKind != QLatin1String("data")) {
-        complain(QStringLiteral("--kind takes application or data, not \"%1\"").arg(tKind));
+    if (tKind != "application"_L1 && tKind != "data"_L1) {
+        complain(u"--kind takes application or data, not \"%1\""_s.arg(tKind));
         return false;
     }
     PackageInfo tInfo;
     tInfo.mName = pLine.value("name");
-    tInfo.mKind = tKind == QLatin1String("data") ? Kind::Data : Kind::Application;
+    tInfo.mKind = tKind == "data"_L1 ? Kind::Data : Kind::Application;
     tInfo.mVersion = vkcore::EnhVersion(tVersion, tDate);
     tInfo.mLanguage = pLine.value("language");
     tInfo.mRequires = pLine.values("requires");
@@ -104,7 +94,7 @@ bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
     // What a client would refuse is refused here.
     QString tProblem;
     if (!PackageInfo::fromJson(tInfo.toJson(), pTo, &tProblem)) {
-        complain(QStringLiteral("The package can't be described so: %1").arg(tProblem));
+        complain(u"The package can't be described so: %1"_s.arg(tProblem));
         return false;
     }
     return true;
@@ -117,8 +107,7 @@ bool checkExecutables(const PackageInfo& pInfo, const std::vector<FolderEntry>& 
             return S_ISREG(pEntry.mStat.st_mode) && pEntry.mPath == tPath.toUtf8();
         });
         if (!tFound) {
-            *pError =
-                QStringLiteral("There is no file %1 in the folder, which --executable names").arg(tPath);
+            *pError = u"There is no file %1 in the folder, which --executable names"_s.arg(tPath);
             return false;
         }
     }
@@ -130,12 +119,10 @@ bool checkExecutables(const PackageInfo& pInfo, const std::vector<FolderEntry>& 
 void warnOfScripts(const PackageInfo& pInfo, const QString& pFolder)
 {
     for (const QString& tPath : pInfo.mExecutables) {
-        QFile tFile(pFolder + QLatin1Char('/') + tPath);
+        QFile tFile(pFolder + u'/' + tPath);
         if (tFile.open(QIODevice::ReadOnly) && tFile.read(2) == "#!") {
-            complain(QStringLiteral(
-                         "%1 is a script: machines wait for it only where its path is an argument of the "
-                         "interpreter that runs it. A program of its own is safer for --executable")
-                         .arg(tPath));
+            complain(u"%1 is a script: machines wait for it only where its path is an argument of the "
+                     "interpreter that runs it. A program of its own is safer for --executable"_s.arg(tPath));
         }
     }
 }
@@ -146,9 +133,7 @@ QJsonObject targetOf(const PackResult& pPacked, const PackageInfo& pInfo)
     for (const tuf::Hash& tHash : pPacked.mHashes) {
         tHashes.insert(tuf::hashAlgorithmName(tHash.algorithm()), QString::fromLatin1(tHash.toHex()));
     }
-    return QJsonObject{{QStringLiteral("length"), pPacked.mLength},
-                       {QStringLiteral("hashes"), tHashes},
-                       {QStringLiteral("custom"), pInfo.toJson()}};
+    return QJsonObject{{u"length"_s, pPacked.mLength}, {u"hashes"_s, tHashes}, {u"custom"_s, pInfo.toJson()}};
 }
 
 // Machines take the same version again only with a later date. The target gets one where it differs from
@@ -157,13 +142,12 @@ void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTa
 {
     PackageInfo tOld;
     QString tReason;
-    if (*pTarget == pOld ||
-        !PackageInfo::fromJson(pOld[QLatin1String("custom")].toObject(), &tOld, &tReason) ||
+    if (*pTarget == pOld || !PackageInfo::fromJson(pOld["custom"_L1].toObject(), &tOld, &tReason) ||
         pInfo->mVersion > tOld.mVersion) {
         return;
     }
     pInfo->mVersion = vkcore::EnhVersion(pInfo->mVersion.version(), tOld.mVersion.date().addSecs(1));
-    pTarget->insert(QStringLiteral("custom"), pInfo->toJson());
+    pTarget->insert(u"custom"_s, pInfo->toJson());
 }
 
 // Packs the folder and puts it into the record.
@@ -178,12 +162,12 @@ bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pRepo
         return false;
     }
     if (tKeys.mRecord.mTargets.contains(tName) && !pLine.isSet("replace")) {
-        *pError = QStringLiteral("%1 is there already: give a higher --version, or --replace").arg(tName);
+        *pError = u"%1 is there already: give a higher --version, or --replace"_s.arg(tName);
         return false;
     }
     warnOfScripts(pInfo, pLine.argument(1));
     PackResult tPacked;
-    const QString tUnnamed = QStringLiteral("%1/.%2.new").arg(targetsFolder(pLine.repository()), tName);
+    const QString tUnnamed = u"%1/.%2.new"_s.arg(targetsFolder(pLine.repository()), tName);
     if (!packFolder(tFileSystem, pLine.argument(1), tEntries, pInfo.mVersion.date(), pLevel, tUnnamed,
                     &tPacked, pError)) {
         return false;
@@ -196,19 +180,18 @@ bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pRepo
     makeNewerThan(tKeys.mRecord.mWithdrawnTargets[tName].toObject(), &pInfo, &tTarget);
     const QString tPath = targetPath(pLine.repository(), tName, tTarget);
     if (tFileSystem.rename(QFile::encodeName(tUnnamed), QFile::encodeName(tPath)) != 0) {
-        *pError = QStringLiteral("%1 can't be written: %2")
-                      .arg(tPath, QString::fromStdString(std::generic_category().message(errno)));
+        *pError = u"%1 can't be written: %2"_s.arg(
+            tPath, QString::fromStdString(std::generic_category().message(errno)));
         return false;
     }
     tKeys.mRecord.mTargets.insert(tName, tTarget);
-    *pReport = QStringLiteral("Added %1: %2 files and folders, %3 unpacked, %4 packed")
-                   .arg(tName)
+    *pReport = u"Added %1: %2 files and folders, %3 unpacked, %4 packed"_s.arg(tName)
                    .arg(tEntries.size())
                    .arg(QLocale::c().formattedDataSize(tPacked.mInstalledSize),
                         QLocale::c().formattedDataSize(tPacked.mLength));
     if (pInfo.mVersion.date() != tDate) {
-        *pReport += QStringLiteral(", dated %1 to replace the other one on machines")
-                        .arg(pInfo.mVersion.date().toUTC().toString(Qt::ISODate));
+        *pReport += u", dated %1 to replace the other one on machines"_s.arg(
+            pInfo.mVersion.date().toUTC().toString(Qt::ISODate));
     }
     return tKeys.save(pError);
 }
@@ -217,11 +200,9 @@ bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pRepo
 
 int cmdAdd(const QStringList& pArguments)
 {
-    CommandLine tLine(
-        QStringLiteral("add"),
-        QStringLiteral("Packs a folder as a package, to be offered from the next \"publish\" on.\n"
-                       "The package gets the folder's content with its permissions (writable by the "
-                       "owner alone) and its times, which are not later than --date."));
+    CommandLine tLine(u"add"_s, u"Packs a folder as a package, to be offered from the next \"publish\" on.\n"
+                                "The package gets the folder's content with its permissions (writable by the "
+                                "owner alone) and its times, which are not later than --date."_s);
     declare(&tLine);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;

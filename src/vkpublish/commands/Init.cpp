@@ -11,6 +11,8 @@
 
 #include <QtCore/QDir>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
@@ -19,13 +21,11 @@ bool checkPlaces(const QString& pRepository, const QString& pKeys, QString* pErr
 {
     if (isInside(pKeys, pRepository)) {
         *pError =
-            QStringLiteral("The key folder %1 lies in the repository: what lies there is given to everybody")
-                .arg(pKeys);
+            u"The key folder %1 lies in the repository: what lies there is given to everybody"_s.arg(pKeys);
     } else if (isInside(pRepository, pKeys)) {
-        *pError = QStringLiteral("The repository %1 lies in the key folder, where nobody may read it")
-                      .arg(pRepository);
+        *pError = u"The repository %1 lies in the key folder, where nobody may read it"_s.arg(pRepository);
     } else if (QFileInfo::exists(metadataFolder(pRepository))) {
-        *pError = QStringLiteral("%1 holds a repository already").arg(pRepository);
+        *pError = u"%1 holds a repository already"_s.arg(pRepository);
     }
     return pError->isEmpty();
 }
@@ -34,7 +34,7 @@ bool makeFolders(const QString& pRepository, QString* pError)
 {
     for (const QString& tFolder : {metadataFolder(pRepository), targetsFolder(pRepository)}) {
         if (!QDir().mkpath(tFolder)) {
-            *pError = QStringLiteral("The folder %1 can't be made").arg(tFolder);
+            *pError = u"The folder %1 can't be made"_s.arg(tFolder);
             return false;
         }
     }
@@ -47,7 +47,7 @@ bool makeKeys(KeyFolder* pFolder, const QString& pType, const QDateTime& pExpire
     for (const QString& tRole : roleNames()) {
         const std::optional<tuf::SigningKey> tKey = tuf::SigningKey::generate(pType);
         if (!tKey) {
-            *pError = QStringLiteral("A key of type %1 can't be made").arg(pType);
+            *pError = u"A key of type %1 can't be made"_s.arg(pType);
             return false;
         }
         if (!pFolder->addKey(tRole, *tKey, pError)) {
@@ -64,20 +64,17 @@ bool makeKeys(KeyFolder* pFolder, const QString& pType, const QDateTime& pExpire
 
 int cmdInit(const QStringList& pArguments)
 {
-    CommandLine tLine(QStringLiteral("init"),
-                      QStringLiteral("Makes the keys and the first root of a new repository."));
+    CommandLine tLine(u"init"_s, u"Makes the keys and the first root of a new repository."_s);
     tLine.addRepository();
-    tLine.addOption(QStringLiteral("key-type"), QStringLiteral("ed25519, ecdsa, ecdsa-p384 or rsa"),
-                    QStringLiteral("TYPE"), QStringLiteral("ed25519"));
-    tLine.addOption(QStringLiteral("root-days"), QStringLiteral("How long the root holds, in days"),
-                    QStringLiteral("DAYS"), QStringLiteral("3650"));
+    tLine.addOption(u"key-type"_s, u"ed25519, ecdsa, ecdsa-p384 or rsa"_s, u"TYPE"_s, u"ed25519"_s);
+    tLine.addOption(u"root-days"_s, u"How long the root holds, in days"_s, u"DAYS"_s, u"3650"_s);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
     }
     const std::optional<int> tDays = tLine.number("root-days", 1, 36500);
     const QString tType = tLine.value("key-type");
     if (!tuf::SigningKey::types().contains(tType)) {
-        complain(QStringLiteral("There is no key type \"%1\"").arg(tType));
+        complain(u"There is no key type \"%1\""_s.arg(tType));
         return StatusUsage;
     }
     if (!tDays) {
@@ -99,10 +96,10 @@ int cmdInit(const QStringList& pArguments)
         complain(tWrite.mText);
         return StatusFailed;
     }
-    say(QStringLiteral("Keys:               %1 (keep it private, and keep a copy)").arg(tLine.keys()));
-    say(QStringLiteral("Root for clients:   %1").arg(tRootPath));
-    say(QStringLiteral("Next:               vkpublish add %1 FOLDER --name NAME --version VERSION")
-            .arg(tLine.argument(0)));
+    say(u"Keys:               %1 (keep it private, and keep a copy)"_s.arg(tLine.keys()));
+    say(u"Root for clients:   %1"_s.arg(tRootPath));
+    say(u"Next:               vkpublish add %1 FOLDER --name NAME --version VERSION"_s.arg(
+        tLine.argument(0)));
     return StatusDone;
 }
 

@@ -10,6 +10,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 using packages::PackageInfo;
@@ -20,15 +22,14 @@ QStringList row(const QJsonObject& pTarget, const QString& pState)
 {
     PackageInfo tInfo;
     QString tProblem;
-    PackageInfo::fromJson(pTarget[QLatin1String("custom")].toObject(), &tInfo, &tProblem);
-    const QString tKind =
-        tInfo.mKind == packages::Kind::Data ? QStringLiteral("data") : QStringLiteral("application");
+    PackageInfo::fromJson(pTarget["custom"_L1].toObject(), &tInfo, &tProblem);
+    const QString tKind = tInfo.mKind == packages::Kind::Data ? u"data"_s : u"application"_s;
     return {tInfo.mName,
             tInfo.mVersion.version().toTarnAppFormat(),
-            tInfo.mVersion.date().toString(QStringLiteral("yyyy-MM-dd")),
+            tInfo.mVersion.date().toString(u"yyyy-MM-dd"_s),
             tKind,
-            tInfo.mLanguage.isEmpty() ? QStringLiteral("-") : tInfo.mLanguage,
-            QLocale::c().formattedDataSize(pTarget[QLatin1String("length")].toInteger()),
+            tInfo.mLanguage.isEmpty() ? u"-"_s : tInfo.mLanguage,
+            QLocale::c().formattedDataSize(pTarget["length"_L1].toInteger()),
             pState};
 }
 
@@ -38,12 +39,11 @@ QList<QStringList> rows(const Record& pRecord)
     QList<QStringList> tRows;
     for (auto tIt = pRecord.mTargets.begin(); tIt != pRecord.mTargets.end(); ++tIt) {
         const bool tPublished = pRecord.mPublishedTargets[tIt.key()] == tIt.value();
-        tRows.append(
-            row(tIt.value().toObject(), tPublished ? QStringLiteral("published") : QStringLiteral("new")));
+        tRows.append(row(tIt.value().toObject(), tPublished ? u"published"_s : u"new"_s));
     }
     for (auto tIt = pRecord.mPublishedTargets.begin(); tIt != pRecord.mPublishedTargets.end(); ++tIt) {
         if (!pRecord.mTargets.contains(tIt.key())) {
-            tRows.append(row(tIt.value().toObject(), QStringLiteral("removed")));
+            tRows.append(row(tIt.value().toObject(), u"removed"_s));
         }
     }
     return tRows;
@@ -70,8 +70,7 @@ void print(const QList<QStringList>& pRows)
 
 int cmdList(const QStringList& pArguments)
 {
-    CommandLine tLine(QStringLiteral("list"),
-                      QStringLiteral("Shows the packages, and what the next \"publish\" will change."));
+    CommandLine tLine(u"list"_s, u"Shows the packages, and what the next \"publish\" will change."_s);
     tLine.addRepository();
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
@@ -82,13 +81,12 @@ int cmdList(const QStringList& pArguments)
         complain(tError);
         return StatusFailed;
     }
-    const QStringList tHead{QStringLiteral("NAME"), QStringLiteral("VERSION"),  QStringLiteral("DATE"),
-                            QStringLiteral("KIND"), QStringLiteral("LANGUAGE"), QStringLiteral("SIZE"),
-                            QStringLiteral("STATE")};
+    const QStringList tHead{u"NAME"_s,     u"VERSION"_s, u"DATE"_s, u"KIND"_s,
+                            u"LANGUAGE"_s, u"SIZE"_s,    u"STATE"_s};
     print(QList<QStringList>{tHead} + rows(tKeys.mRecord));
     say(tKeys.mRecord.mTimestampExpires.isValid()
-            ? QStringLiteral("Valid until %1").arg(tKeys.mRecord.mTimestampExpires.toString(Qt::ISODate))
-            : QStringLiteral("Not published yet"));
+            ? u"Valid until %1"_s.arg(tKeys.mRecord.mTimestampExpires.toString(Qt::ISODate))
+            : u"Not published yet"_s);
     return StatusDone;
 }
 

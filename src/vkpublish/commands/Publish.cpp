@@ -8,6 +8,8 @@
 #include "os/FileSystem.h"
 #include "tuf/Metadata.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
@@ -39,37 +41,31 @@ std::optional<PublicationTimes> readTimes(const CommandLine& pLine)
 void warn(const PublicationTimes& pTimes, const QByteArray& pRoot)
 {
     if (pTimes.mExpires <= pTimes.mNow) {
-        complain(QStringLiteral("Warning: what was signed has expired already, and clients will refuse it"));
+        complain(u"Warning: what was signed has expired already, and clients will refuse it"_s);
     }
     tuf::Root tRoot;
     if (!tuf::parseRoot(pRoot, &tRoot) && pTimes.mNow.daysTo(tRoot.mExpires) < sRootWarningDays) {
-        complain(QStringLiteral(
-                     "Warning: the root holds only until %1; renew it with \"vkpublish rotate-key DIR root\"")
-                     .arg(tRoot.mExpires.toString(Qt::ISODate)));
+        complain(
+            u"Warning: the root holds only until %1; renew it with \"vkpublish rotate-key DIR root\""_s.arg(
+                tRoot.mExpires.toString(Qt::ISODate)));
     }
 }
 
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
-    pLine->addOption(QStringLiteral("expires-days"),
-                     QStringLiteral("How long timestamp and snapshot hold, in days"), QStringLiteral("DAYS"),
-                     QStringLiteral("14"));
-    pLine->addOption(QStringLiteral("expires"), QStringLiteral("The date until which they hold, instead"),
-                     QStringLiteral("DATE"));
-    pLine->addOption(QStringLiteral("targets-days"),
-                     QStringLiteral("How long the list of packages holds, in days"), QStringLiteral("DAYS"),
-                     QStringLiteral("365"));
-    pLine->addOption(QStringLiteral("prune"),
-                     QStringLiteral("Then delete the files that nothing has referred to for a while"));
-    pLine->addOption(QStringLiteral("prune-days"), QStringLiteral("How long that while is, in days"),
-                     QStringLiteral("DAYS"), QStringLiteral("1"));
-    pLine->addOption(QStringLiteral("above"),
-                     QStringLiteral("Go on above the versions of the repository in that folder or at that "
-                                    "https address: after the record came back from a backup"),
-                     QStringLiteral("PLACE"));
-    pLine->addOption(QStringLiteral("ca-file"), QStringLiteral("The authorities to trust for that address"),
-                     QStringLiteral("FILE"));
+    pLine->addOption(u"expires-days"_s, u"How long timestamp and snapshot hold, in days"_s, u"DAYS"_s,
+                     u"14"_s);
+    pLine->addOption(u"expires"_s, u"The date until which they hold, instead"_s, u"DATE"_s);
+    pLine->addOption(u"targets-days"_s, u"How long the list of packages holds, in days"_s, u"DAYS"_s,
+                     u"365"_s);
+    pLine->addOption(u"prune"_s, u"Then delete the files that nothing has referred to for a while"_s);
+    pLine->addOption(u"prune-days"_s, u"How long that while is, in days"_s, u"DAYS"_s, u"1"_s);
+    pLine->addOption(u"above"_s,
+                     u"Go on above the versions of the repository in that folder or at that "
+                     "https address: after the record came back from a backup"_s,
+                     u"PLACE"_s);
+    pLine->addOption(u"ca-file"_s, u"The authorities to trust for that address"_s, u"FILE"_s);
 }
 
 struct Job
@@ -102,10 +98,9 @@ bool publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys, QStrin
         return false;
     }
     if (tRaised || tPublication.hasRaised()) {
-        complain(
-            QStringLiteral("Warning: the record is older than what was published, and went on above its "
-                           "versions. Packages that were added or removed since have to be so again; see "
-                           "\"vkpublish list\""));
+        complain(u"Warning: the record is older than what was published, and went on above its "
+                 "versions. Packages that were added or removed since have to be so again; see "
+                 "\"vkpublish list\""_s);
     }
     return !pLine.isSet("prune") || tPublication.prune(pJob.mTimes.mNow, pJob.mGrace, pError);
 }
@@ -114,10 +109,9 @@ bool publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys, QStrin
 
 int cmdPublish(const QStringList& pArguments)
 {
-    CommandLine tLine(
-        QStringLiteral("publish"),
-        QStringLiteral("Offers what was added since the last time, and keeps the repository fresh: run "
-                       "it more often than it expires."));
+    CommandLine tLine(u"publish"_s,
+                      u"Offers what was added since the last time, and keeps the repository fresh: run "
+                      "it more often than it expires."_s);
     declare(&tLine);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
@@ -134,8 +128,7 @@ int cmdPublish(const QStringList& pArguments)
     }
     warn(tJob.mTimes, tKeys.mRecord.mRoot);
     const qsizetype tCount = tKeys.mRecord.mTargets.size();
-    say(QStringLiteral("Published %1, valid until %2")
-            .arg(tCount == 1 ? QStringLiteral("1 package") : QStringLiteral("%1 packages").arg(tCount))
+    say(u"Published %1, valid until %2"_s.arg(tCount == 1 ? u"1 package"_s : u"%1 packages"_s.arg(tCount))
             .arg(tJob.mTimes.mExpires.toUTC().toString(Qt::ISODate)));
     return StatusDone;
 }

@@ -6,6 +6,8 @@
 #include "os/FileSystem.h"
 #include "packages/PackageInfo.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
@@ -18,8 +20,7 @@ QStringList archivesOf(const QJsonObject& pTargets, const QString& pName,
     for (auto tIt = pTargets.begin(); tIt != pTargets.end(); ++tIt) {
         packages::PackageInfo tInfo;
         QString tProblem;
-        if (packages::PackageInfo::fromJson(tIt.value()[QLatin1String("custom")].toObject(), &tInfo,
-                                            &tProblem) &&
+        if (packages::PackageInfo::fromJson(tIt.value()["custom"_L1].toObject(), &tInfo, &tProblem) &&
             tInfo.mName == pName && (!pVersion || tInfo.mVersion.version() == *pVersion)) {
             tFound.append(tIt.key());
         }
@@ -31,13 +32,11 @@ QStringList archivesOf(const QJsonObject& pTargets, const QString& pName,
 
 int cmdRemove(const QStringList& pArguments)
 {
-    CommandLine tLine(
-        QStringLiteral("remove"),
-        QStringLiteral("Withdraws a package from the next \"publish\" on. Machines that have it keep it."));
+    CommandLine tLine(u"remove"_s,
+                      u"Withdraws a package from the next \"publish\" on. Machines that have it keep it."_s);
     tLine.addRepository();
-    tLine.addArgument(QStringLiteral("NAME"), QStringLiteral("Name of the package"));
-    tLine.addOption(QStringLiteral("version"), QStringLiteral("Only this version; by default all"),
-                    QStringLiteral("VERSION"));
+    tLine.addArgument(u"NAME"_s, u"Name of the package"_s);
+    tLine.addOption(u"version"_s, u"Only this version; by default all"_s, u"VERSION"_s);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
     }
@@ -46,7 +45,7 @@ int cmdRemove(const QStringList& pArguments)
         bool tOk = false;
         tVersion = vkcore::Version::fromString(tLine.value("version"), &tOk);
         if (!tOk) {
-            complain(QStringLiteral("\"%1\" is no version").arg(tLine.value("version")));
+            complain(u"\"%1\" is no version"_s.arg(tLine.value("version")));
             return StatusUsage;
         }
     }
@@ -58,7 +57,7 @@ int cmdRemove(const QStringList& pArguments)
     }
     const QStringList tArchives = archivesOf(tKeys.mRecord.mTargets, tLine.argument(1), tVersion);
     if (tArchives.isEmpty()) {
-        complain(QStringLiteral("There is no such package: %1").arg(tLine.argument(1)));
+        complain(u"There is no such package: %1"_s.arg(tLine.argument(1)));
         return StatusFailed;
     }
     for (const QString& tArchive : tArchives) {
@@ -69,7 +68,7 @@ int cmdRemove(const QStringList& pArguments)
         return StatusFailed;
     }
     for (const QString& tArchive : tArchives) {
-        say(QStringLiteral("Removed %1").arg(tArchive));
+        say(u"Removed %1"_s.arg(tArchive));
     }
     return StatusDone;
 }

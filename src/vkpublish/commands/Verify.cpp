@@ -16,6 +16,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkpublish {
 
 namespace {
@@ -25,23 +27,21 @@ constexpr qint64 sMaxRoot = 512 * 1024;
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
-    pLine->addOption(QStringLiteral("root"),
-                     QStringLiteral("The root to start from, which you trust; by default the repository's "
-                                    "first, if the key folder knows it"),
-                     QStringLiteral("FILE"));
-    pLine->addOption(QStringLiteral("against"),
-                     QStringLiteral("Compare the versions with those of the repository in that folder or at "
-                                    "that https address"),
-                     QStringLiteral("PLACE"));
-    pLine->addOption(QStringLiteral("ca-file"), QStringLiteral("The authorities to trust for that address"),
-                     QStringLiteral("FILE"));
+    pLine->addOption(u"root"_s,
+                     u"The root to start from, which you trust; by default the repository's "
+                     "first, if the key folder knows it"_s,
+                     u"FILE"_s);
+    pLine->addOption(u"against"_s,
+                     u"Compare the versions with those of the repository in that folder or at "
+                     "that https address"_s,
+                     u"PLACE"_s);
+    pLine->addOption(u"ca-file"_s, u"The authorities to trust for that address"_s, u"FILE"_s);
 }
 
 // Somebody knows that this is the root of the right repository: whoever named it, or the key folder.
 bool hasVoucher(const CommandLine& pLine)
 {
-    return pLine.isSet("root") || pLine.isSet("keys") ||
-           QFileInfo::exists(pLine.keys() + QLatin1String("/record.json"));
+    return pLine.isSet("root") || pLine.isSet("keys") || QFileInfo::exists(pLine.keys() + "/record.json"_L1);
 }
 
 // Whether the roots lead to the one in the key folder's record.
@@ -52,20 +52,16 @@ bool isOfTheKeys(const CommandLine& pLine, const QList<QByteArray>& pRoots, QStr
         return false;
     }
     if (!pRoots.contains(tKeys.mRecord.mRoot)) {
-        *pError =
-            QStringLiteral("The roots do not lead to the one that the record in %1 has: this is another "
-                           "repository, or a rotate-key was cut off, and \"vkpublish publish\" makes it "
-                           "good")
-                .arg(tKeys.path());
+        *pError = u"The roots do not lead to the one that the record in %1 has: this is another "
+                  "repository, or a rotate-key was cut off, and \"vkpublish publish\" makes it "
+                  "good"_s.arg(tKeys.path());
     }
     return pError->isEmpty();
 }
 
 QString compare(qint64 pHere, qint64 pThere)
 {
-    return pHere < pThere   ? QStringLiteral("behind")
-           : pHere > pThere ? QStringLiteral("ahead")
-                            : QStringLiteral("the same");
+    return pHere < pThere ? u"behind"_s : pHere > pThere ? u"ahead"_s : u"the same"_s;
 }
 
 // Writes the versions of both. False, with a reason, if machines that know the other one refuse this one.
@@ -74,28 +70,23 @@ bool isUpToDate(const RepositoryState& pHere, const RepositoryState& pThere, con
 {
     for (auto tIt = pThere.mVersions.begin(); tIt != pThere.mVersions.end(); ++tIt) {
         const qint64 tHere = pHere.mVersions.value(tIt.key());
-        say(QStringLiteral("%1: version %2 here, %3 there: %4")
-                .arg(tIt.key())
+        say(u"%1: version %2 here, %3 there: %4"_s.arg(tIt.key())
                 .arg(tHere)
                 .arg(tIt.value())
                 .arg(compare(tHere, tIt.value())));
         if (tHere < tIt.value()) {
-            *pError =
-                QStringLiteral("The repository is behind %1, and machines that know that one refuse it: "
-                               "publish with --above %1")
-                    .arg(pPlace);
+            *pError = u"The repository is behind %1, and machines that know that one refuse it: "
+                      "publish with --above %1"_s.arg(pPlace);
         }
     }
     const qsizetype tRoots = std::min(pHere.mNewRoots.size(), pThere.mNewRoots.size());
     if (pHere.mNewRoots.first(tRoots) != pThere.mNewRoots.first(tRoots)) {
-        *pError = QStringLiteral("The roots are others than those at %1, and machines that know these refuse "
-                                 "the repository: a key was replaced twice, from the same backup")
-                      .arg(pPlace);
+        *pError = u"The roots are others than those at %1, and machines that know these refuse "
+                  "the repository: a key was replaced twice, from the same backup"_s.arg(pPlace);
     } else if (pError->isEmpty() && pHere.mVersions[tuf::sTimestamp] == pThere.mVersions[tuf::sTimestamp] &&
                pHere.mTimestamp != pThere.mTimestamp) {
-        *pError = QStringLiteral("The timestamp has the same version at %1, but another content: machines "
-                                 "keep the one that they saw first. Publish with --above %1")
-                      .arg(pPlace);
+        *pError = u"The timestamp has the same version at %1, but another content: machines "
+                  "keep the one that they saw first. Publish with --above %1"_s.arg(pPlace);
     }
     return pError->isEmpty();
 }
@@ -120,7 +111,7 @@ QStringList findProblems(const CommandLine& pLine, const QByteArray& pRoot, tuf:
     const VerificationResult tResult =
         verifyRepository(pLine.repository(), pRoot, QDateTime::currentDateTimeUtc());
     for (const QString& tPath : tResult.mUnused) {
-        say(QStringLiteral("Not referred to: %1").arg(vkcore::singleLine(tPath, vkcore::sMaxMessage)));
+        say(u"Not referred to: %1"_s.arg(vkcore::singleLine(tPath, vkcore::sMaxMessage)));
     }
     *pPackageCount = tResult.mPackageCount;
     QStringList tProblems = tResult.mProblems;
@@ -139,10 +130,9 @@ QStringList findProblems(const CommandLine& pLine, const QByteArray& pRoot, tuf:
 
 int cmdVerify(const QStringList& pArguments)
 {
-    CommandLine tLine(
-        QStringLiteral("verify"),
-        QStringLiteral("Checks a repository, or a copy of it, as a client would, and the hash of every "
-                       "package. Needs no keys, but a root that you trust."));
+    CommandLine tLine(u"verify"_s,
+                      u"Checks a repository, or a copy of it, as a client would, and the hash of every "
+                      "package. Needs no keys, but a root that you trust."_s);
     declare(&tLine);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
@@ -167,13 +157,11 @@ int cmdVerify(const QStringList& pArguments)
         return StatusFailed;
     }
     if (!hasVoucher(tLine)) {
-        complain(
-            QStringLiteral("The repository is whole: %1 packages. But nothing vouches for its root, which "
-                           "a stranger could have made: name one that you trust with --root")
-                .arg(tPackageCount));
+        complain(u"The repository is whole: %1 packages. But nothing vouches for its root, which "
+                 "a stranger could have made: name one that you trust with --root"_s.arg(tPackageCount));
         return StatusUnvouched;
     }
-    say(QStringLiteral("The repository is good: %1 packages").arg(tPackageCount));
+    say(u"The repository is good: %1 packages"_s.arg(tPackageCount));
     return StatusDone;
 }
 

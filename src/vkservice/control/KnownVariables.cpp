@@ -7,6 +7,8 @@
 
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::control {
 
 using namespace store;
@@ -17,15 +19,15 @@ constexpr qint64 sDay = 86400;
 
 QString defaultInstallDir()
 {
-    return ::geteuid() == 0 ? QStringLiteral("/opt/vk")
-                            : QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
-                                  QStringLiteral("/vk");
+    return ::geteuid() == 0
+               ? u"/opt/vk"_s
+               : QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + u"/vk"_s;
 }
 
 // The words of mail.startTls, in the order of mail::SmtpSettings::StartTls.
 QStringList startTlsWords()
 {
-    return {QStringLiteral("required"), QStringLiteral("ifOffered"), QStringLiteral("never")};
+    return {u"required"_s, u"ifOffered"_s, u"never"_s};
 }
 
 } // namespace
@@ -34,27 +36,26 @@ QStringList startTlsWords()
 // page vk.cfg.5 has to say the same; a test compares them.
 void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
 {
-    pVariables.addRule(pathRule(QStringLiteral("install.dir"), defaultInstallDir()));
-    pVariables.addRule(wholeNumberRule(QStringLiteral("update.waitForApps"), 600, 0, 7 * sDay));
-    pVariables.addRule(wholeNumberRule(QStringLiteral("update.parallelDownloads"), 2, 1, 16));
-    pVariables.addRule(wholeNumberRule(QStringLiteral("update.bandwidthLimit"), 0, 0, qint64(1) << 40));
-    pVariables.addRule(wholeNumberRule(QStringLiteral("update.minimumRate"), 5000, 0, 1000 * 1000 * 1000));
-    pVariables.addRule(certificatesRule(QStringLiteral("update.caFile")));
-    pVariables.addRule(
-        pathRule(QStringLiteral("update.rootFile"), pConfigDir + QStringLiteral("/root.json")));
-    pVariables.addRule(yesNoRule(QStringLiteral("update.suppressed"), false));
-    pVariables.addRule(pathRule(QStringLiteral("update.suppressFile"), QString()));
-    pVariables.addRule(wholeNumberRule(QStringLiteral("schedule.jitter"), 0, 0, 7 * sDay));
-    pVariables.addRule(textRule(QStringLiteral("mail.url"), QString()));
-    pVariables.addRule(textRule(QStringLiteral("mail.sender"), QString()));
-    pVariables.addRule(textRule(QStringLiteral("mail.user"), QString()));
-    pVariables.addRule(textRule(QStringLiteral("mail.password"), QString()));
-    pVariables.addRule(wordRule(QStringLiteral("mail.startTls"), startTlsWords()));
-    pVariables.addRule(certificatesRule(QStringLiteral("mail.caFile")));
-    pVariables.addRule(yesNoRule(QStringLiteral("mail.allowPlaintext"), false));
-    pVariables.addRule(wholeNumberRule(QStringLiteral("mail.timeout"), 60, 1, 600));
+    pVariables.addRule(pathRule(u"install.dir"_s, defaultInstallDir()));
+    pVariables.addRule(wholeNumberRule(u"update.waitForApps"_s, 600, 0, 7 * sDay));
+    pVariables.addRule(wholeNumberRule(u"update.parallelDownloads"_s, 2, 1, 16));
+    pVariables.addRule(wholeNumberRule(u"update.bandwidthLimit"_s, 0, 0, qint64(1) << 40));
+    pVariables.addRule(wholeNumberRule(u"update.minimumRate"_s, 5000, 0, 1000 * 1000 * 1000));
+    pVariables.addRule(certificatesRule(u"update.caFile"_s));
+    pVariables.addRule(pathRule(u"update.rootFile"_s, pConfigDir + u"/root.json"_s));
+    pVariables.addRule(yesNoRule(u"update.suppressed"_s, false));
+    pVariables.addRule(pathRule(u"update.suppressFile"_s, QString()));
+    pVariables.addRule(wholeNumberRule(u"schedule.jitter"_s, 0, 0, 7 * sDay));
+    pVariables.addRule(textRule(u"mail.url"_s, QString()));
+    pVariables.addRule(textRule(u"mail.sender"_s, QString()));
+    pVariables.addRule(textRule(u"mail.user"_s, QString()));
+    pVariables.addRule(textRule(u"mail.password"_s, QString()));
+    pVariables.addRule(wordRule(u"mail.startTls"_s, startTlsWords()));
+    pVariables.addRule(certificatesRule(u"mail.caFile"_s));
+    pVariables.addRule(yesNoRule(u"mail.allowPlaintext"_s, false));
+    pVariables.addRule(wholeNumberRule(u"mail.timeout"_s, 60, 1, 600));
     // Keys of the configuration file begin so. They are not variables.
-    pVariables.addPrefix(QStringLiteral("service."));
+    pVariables.addPrefix(u"service."_s);
 }
 
 std::optional<mail::SmtpSettings> smtpSettings(const ConfigVariables& pVariables)
@@ -66,12 +67,11 @@ std::optional<mail::SmtpSettings> smtpSettings(const ConfigVariables& pVariables
     tSettings.mSender = tText("mail.sender").trimmed();
     tSettings.mUser = tText("mail.user").trimmed();
     tSettings.mPassword = tText("mail.password");
-    tSettings.mStartTls = static_cast<mail::SmtpSettings::StartTls>(
-        pVariables.word(QStringLiteral("mail.startTls"), &tAllRead));
+    tSettings.mStartTls =
+        static_cast<mail::SmtpSettings::StartTls>(pVariables.word(u"mail.startTls"_s, &tAllRead));
     tSettings.mCaFile = tText("mail.caFile");
-    tSettings.mAllowPlaintext = pVariables.flag(QStringLiteral("mail.allowPlaintext"), &tAllRead);
-    tSettings.mTimeoutSeconds =
-        static_cast<int>(pVariables.number(QStringLiteral("mail.timeout"), &tAllRead));
+    tSettings.mAllowPlaintext = pVariables.flag(u"mail.allowPlaintext"_s, &tAllRead);
+    tSettings.mTimeoutSeconds = static_cast<int>(pVariables.number(u"mail.timeout"_s, &tAllRead));
     return tAllRead ? std::optional(tSettings) : std::nullopt;
 }
 

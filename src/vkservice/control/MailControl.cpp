@@ -15,6 +15,8 @@
 #include <QtCore/QEventLoop>
 #include <QtCore/QTimer>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::control {
 
 using namespace vkcore;
@@ -47,7 +49,7 @@ bool MailControl::open(QString* pError)
     const auto tSettings = mSettings.monitoring();
     const auto tSmtp = smtpSettings(mVariables);
     if (!tSettings || !tSmtp) {
-        *pError = QStringLiteral("Their settings can't be read");
+        *pError = u"Their settings can't be read"_s;
         return false;
     }
     mMailer.setSmtpSettings(*tSmtp);
@@ -60,8 +62,7 @@ void MailControl::onVariablesChanged()
     if (const auto tSmtp = smtpSettings(mVariables)) {
         mMailer.setSmtpSettings(*tSmtp);
     } else {
-        Q_EMIT warning(
-            QStringLiteral("The settings of the mail server can't be read; the earlier ones stay."));
+        Q_EMIT warning(u"The settings of the mail server can't be read; the earlier ones stay."_s);
     }
 }
 
@@ -114,7 +115,7 @@ bool MailControl::verify(const QString& pVariable, const QString& pCode, QString
             mail::markVerified(tSettings->notificationEmailAddresses(), tAddress));
     }
     if (!tSettings || !mSettings.setMonitoring(*tSettings)) {
-        *pReason = QStringLiteral("That the address is verified can't be stored.");
+        *pReason = u"That the address is verified can't be stored."_s;
         return false;
     }
     onMonitoringChanged(*tSettings);
@@ -128,7 +129,7 @@ void MailControl::storeSummaryDate(const QDateTime& pWhen)
         tSettings->mLastSummary = pWhen.toLocalTime();
     }
     if (!tSettings || !mSettings.setMonitoring(*tSettings)) {
-        Q_EMIT warning(QStringLiteral("The time of the last summary mail can't be stored."));
+        Q_EMIT warning(u"The time of the last summary mail can't be stored."_s);
     }
 }
 

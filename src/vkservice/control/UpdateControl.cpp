@@ -3,6 +3,8 @@
 #include "internal/PlainText.h"
 #include "store/Settings.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::control {
 
 using namespace vkcore;
@@ -38,7 +40,7 @@ std::optional<bool> UpdateControl::load()
     const bool tCutShort = !tUnfinished->isEmpty();
     if (tCutShort) {
         ++mLastRun.mCutShort;
-        record(ResultAborted, QStringLiteral("The service ended in the middle of the update."),
+        record(ResultAborted, u"The service ended in the middle of the update."_s,
                QDateTime::fromString(*tUnfinished, Qt::ISODateWithMs));
     }
     mStatus = restingStatus();
@@ -120,7 +122,7 @@ bool UpdateControl::trigger(bool pManual, QString* pReason)
     // Without the mark a run still runs: it only would not be known as cut short if the service was killed.
     mSettings.beginRun(mBegan.toString(Qt::ISODateWithMs));
     if (!mRun.start(*tRequest)) {
-        *pReason = QStringLiteral("The update can't be started.");
+        *pReason = u"The update can't be started."_s;
         mSettings.beginRun({});
         return false;
     }
@@ -157,7 +159,7 @@ void UpdateControl::record(ResultCode pCode, const QString& pText, const QDateTi
         mLastRun.mLastSuccess = mLastRun.mFinished;
     }
     if (!mSettings.setLastRun(mLastRun)) {
-        Q_EMIT error(0, QStringLiteral("The result of the update could not be stored."), pText);
+        Q_EMIT error(0, u"The result of the update could not be stored."_s, pText);
     }
 }
 

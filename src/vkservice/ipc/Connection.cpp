@@ -6,6 +6,8 @@
 #include <QtCore/QJsonDocument>
 #include <QtNetwork/QLocalSocket>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::ipc {
 
 using namespace vkcore;
@@ -55,7 +57,7 @@ bool Connection::turn(const QDeadlineTimer& pDeadline)
             }
         }
         if (mLines.tooLong()) {
-            offend(protocol::InvalidRequest, QStringLiteral("A line is longer than 8 MiB."));
+            offend(protocol::InvalidRequest, u"A line is longer than 8 MiB."_s);
             return false;
         }
         const QByteArray tBytes = mSocket->read(sReadSize);
@@ -72,18 +74,17 @@ void Connection::handleLine(const QByteArray& pLine)
 {
     if (protocol::isTooComplex(pLine)) {
         offend(protocol::InvalidRequest,
-               QStringLiteral(
-                   "A line nests deeper than 64 levels, or holds more than 250,000 objects and arrays."));
+               u"A line nests deeper than 64 levels, or holds more than 250,000 objects and arrays."_s);
         return;
     }
     QJsonParseError tError;
     const QJsonDocument tDocument = QJsonDocument::fromJson(pLine, &tError);
     if (tError.error != QJsonParseError::NoError) {
-        offend(protocol::ParseError, QStringLiteral("A line is no JSON: %1.").arg(tError.errorString()));
+        offend(protocol::ParseError, u"A line is no JSON: %1."_s.arg(tError.errorString()));
         return;
     }
     if (!tDocument.isObject()) {
-        offend(protocol::InvalidRequest, QStringLiteral("A line is no JSON object."));
+        offend(protocol::InvalidRequest, u"A line is no JSON object."_s);
         return;
     }
     handleRequest(tDocument.object());
@@ -92,23 +93,19 @@ void Connection::handleLine(const QByteArray& pLine)
 void Connection::handleRequest(const QJsonObject& pRequest)
 {
     long long tId = 0;
-    if (!protocol::read(pRequest, QStringLiteral("id"), &tId)) {
-        send(protocol::error({}, protocol::InvalidRequest,
-                             QStringLiteral("A request needs a whole number as id.")));
+    if (!protocol::read(pRequest, u"id"_s, &tId)) {
+        send(protocol::error({}, protocol::InvalidRequest, u"A request needs a whole number as id."_s));
         return;
     }
-    const QJsonValue tMethod = pRequest.value(QLatin1String("method"));
-    if (pRequest.value(QLatin1String("jsonrpc")) != QJsonValue(QStringLiteral("2.0")) ||
-        !tMethod.isString()) {
-        send(protocol::error(
-            tId, protocol::InvalidRequest,
-            QStringLiteral("A request needs \"jsonrpc\": \"2.0\" and the name of a method.")));
+    const QJsonValue tMethod = pRequest.value("method"_L1);
+    if (pRequest.value("jsonrpc"_L1) != QJsonValue(u"2.0"_s) || !tMethod.isString()) {
+        send(protocol::error(tId, protocol::InvalidRequest,
+                             u"A request needs \"jsonrpc\": \"2.0\" and the name of a method."_s));
         return;
     }
-    const QJsonValue tParams = pRequest.value(QLatin1String("params"));
+    const QJsonValue tParams = pRequest.value("params"_L1);
     if (!tParams.isObject()) {
-        send(protocol::error(tId, protocol::InvalidParams,
-                             QStringLiteral("The parameters have to be an object.")));
+        send(protocol::error(tId, protocol::InvalidParams, u"The parameters have to be an object."_s));
         return;
     }
     const Reply tReply = mMethods.call(*this, tMethod.toString(), tParams.toObject());
@@ -139,7 +136,7 @@ void Connection::write(const QByteArray& pLine)
     }
     mSocket->flush();
     if (owed() > sMaxOwed) {
-        Q_EMIT offended(QStringLiteral("It is owed more than 16 MiB that it does not read."));
+        Q_EMIT offended(u"It is owed more than 16 MiB that it does not read."_s);
         abort();
     }
 }

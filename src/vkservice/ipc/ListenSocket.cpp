@@ -19,6 +19,8 @@
 #include <cstdio>
 #include <cstring>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::ipc {
 
 namespace {
@@ -122,9 +124,9 @@ bool bindPrivately(int pFd, const sockaddr_un& pAddress, std::optional<gid_t> pG
 QString reasonFor(const QString& pPath)
 {
     if (errno == EADDRINUSE) {
-        return QStringLiteral("Another service is listening on %1 already.").arg(pPath);
+        return u"Another service is listening on %1 already."_s.arg(pPath);
     }
-    return QStringLiteral("The socket %1 can't be made: %2.").arg(pPath, qt_error_string());
+    return u"The socket %1 can't be made: %2."_s.arg(pPath, qt_error_string());
 }
 
 } // namespace
@@ -141,9 +143,9 @@ bool ListenSocket::listen(const QString& pPath, std::optional<gid_t> pGroup, QSt
     const QByteArray tPath = QFile::encodeName(pPath);
     sockaddr_un tAddress;
     if (!toAddress(tPath, &tAddress)) {
-        *pError = QStringLiteral("The socket's path is too long (%1 bytes at most): %2.")
-                      .arg(sizeof(tAddress.sun_path) - 1)
-                      .arg(pPath);
+        *pError =
+            u"The socket's path is too long (%1 bytes at most): %2."_s.arg(sizeof(tAddress.sun_path) - 1)
+                .arg(pPath);
         return false;
     }
     const bool tMachine = pPath == QLatin1String(vkcore::protocol::sMachineSocket);

@@ -2,6 +2,8 @@
 
 #include "internal/Protocol.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::ipc {
 
 using namespace vkcore;
@@ -25,7 +27,7 @@ Reply MethodTable::call(Connection& pPeer, const QString& pName, const QJsonObje
 {
     const auto tMethod = mMethods.constFind(pName);
     if (tMethod == mMethods.constEnd()) {
-        return {{}, protocol::MethodNotFound, QStringLiteral("There is no method of this name.")};
+        return {{}, protocol::MethodNotFound, u"There is no method of this name."_s};
     }
     if (tMethod->mKind == Kind::Change && mGuard) {
         const QString tReason = mGuard();

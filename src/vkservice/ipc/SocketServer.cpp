@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::ipc {
 
 using namespace vkcore;
@@ -93,14 +95,13 @@ void SocketServer::addPeer(int pSocket)
     const auto tPeer = peerCredentials(pSocket);
     if (!tPeer || !maySpeak(*tPeer, ::geteuid(), mGroup)) {
         ::close(pSocket);
-        Q_EMIT peerRefused(QStringLiteral("A process of user %1 tried to connect and was turned away.")
-                               .arg(tPeer ? QString::number(tPeer->mUid) : QStringLiteral("(unknown)")));
+        Q_EMIT peerRefused(u"A process of user %1 tried to connect and was turned away."_s.arg(
+            tPeer ? QString::number(tPeer->mUid) : u"(unknown)"_s));
         return;
     }
     if (mConnections.size() >= connectionLimit()) {
         ::close(pSocket);
-        Q_EMIT peerRefused(QStringLiteral("Process %1 was turned away: %2 connections are open already.")
-                               .arg(tPeer->mPid)
+        Q_EMIT peerRefused(u"Process %1 was turned away: %2 connections are open already."_s.arg(tPeer->mPid)
                                .arg(mConnections.size()));
         return;
     }
@@ -109,8 +110,7 @@ void SocketServer::addPeer(int pSocket)
     connect(tConnection, &Connection::readable, this, [this, tConnection] { serve(tConnection); });
     connect(tConnection, &Connection::closed, this, [this, tConnection] { remove(tConnection); });
     connect(tConnection, &Connection::offended, this, [this, tConnection](const QString& pReason) {
-        Q_EMIT peerRefused(
-            QStringLiteral("Process %1 is dropped. %2").arg(tConnection->peer().mPid).arg(pReason));
+        Q_EMIT peerRefused(u"Process %1 is dropped. %2"_s.arg(tConnection->peer().mPid).arg(pReason));
     });
 }
 
@@ -213,9 +213,8 @@ void SocketServer::limitHeld()
     for (; mHeld > sMaxHeldForAll && !tPeers.empty(); tPeers.pop_back()) {
         Connection* tPeer = tPeers.back().second;
         Q_EMIT peerRefused(
-            QStringLiteral(
-                "Process %1 is dropped. All peers together make the service keep more than 128 MiB.")
-                .arg(tPeer->peer().mPid));
+            u"Process %1 is dropped. All peers together make the service keep more than 128 MiB."_s.arg(
+                tPeer->peer().mPid));
         tPeer->abort();
         remove(tPeer);
     }

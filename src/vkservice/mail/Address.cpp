@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::mail {
 
 using vkcore::singleLine;
@@ -22,7 +24,7 @@ bool isAsciiLetter(QChar pChar)
 bool consistsOf(QStringView pText, QLatin1String pOthers)
 {
     for (const QChar tChar : pText) {
-        const bool tDigit = tChar >= QLatin1Char('0') && tChar <= QLatin1Char('9');
+        const bool tDigit = tChar >= u'0' && tChar <= u'9';
         if (!isAsciiLetter(tChar) && !tDigit && !pOthers.contains(tChar)) {
             return false;
         }
@@ -32,7 +34,7 @@ bool consistsOf(QStringView pText, QLatin1String pOthers)
 
 bool endsInTopLevel(QStringView pDomain)
 {
-    const QStringView tTop = pDomain.mid(pDomain.lastIndexOf(QLatin1Char('.')) + 1);
+    const QStringView tTop = pDomain.mid(pDomain.lastIndexOf(u'.') + 1);
     if (tTop.size() < 2 || tTop.size() == pDomain.size()) {
         return false;
     }
@@ -41,10 +43,10 @@ bool endsInTopLevel(QStringView pDomain)
 
 bool isAddressOnAnyHost(const QString& pAddress)
 {
-    const qsizetype tAt = pAddress.indexOf(QLatin1Char('@'));
+    const qsizetype tAt = pAddress.indexOf(u'@');
     return tAt > 0 && tAt <= 64 && pAddress.size() <= 254 &&
-           consistsOf(QStringView(pAddress).left(tAt), QLatin1String("._%+-")) &&
-           consistsOf(QStringView(pAddress).mid(tAt + 1), QLatin1String(".-"));
+           consistsOf(QStringView(pAddress).left(tAt), "._%+-"_L1) &&
+           consistsOf(QStringView(pAddress).mid(tAt + 1), ".-"_L1);
 }
 
 } // namespace
@@ -52,7 +54,7 @@ bool isAddressOnAnyHost(const QString& pAddress)
 bool isMailAddress(const QString& pAddress)
 {
     return isAddressOnAnyHost(pAddress) &&
-           endsInTopLevel(QStringView(pAddress).mid(pAddress.indexOf(QLatin1Char('@')) + 1));
+           endsInTopLevel(QStringView(pAddress).mid(pAddress.indexOf(u'@') + 1));
 }
 
 QString addressKey(const QString& pAddress)
@@ -64,8 +66,8 @@ Sender Sender::fromString(const QString& pText)
 {
     const QString tText = pText.trimmed();
     Sender tSender;
-    const qsizetype tOpen = tText.lastIndexOf(QLatin1Char('<'));
-    if (tOpen >= 0 && tText.endsWith(QLatin1Char('>'))) {
+    const qsizetype tOpen = tText.lastIndexOf(u'<');
+    if (tOpen >= 0 && tText.endsWith(u'>')) {
         tSender.mName = singleLine(tText.left(tOpen), 64);
         tSender.mAddress = tText.mid(tOpen + 1).chopped(1);
     } else {

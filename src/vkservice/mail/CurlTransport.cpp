@@ -11,6 +11,8 @@
 
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::mail {
 
 using vkcore::singleLine;
@@ -102,7 +104,7 @@ public:
             return {SendResult::Outcome::Sent, {}};
         }
         if (pCanceled) {
-            return {SendResult::Outcome::Canceled, QStringLiteral("sending was cut short")};
+            return {SendResult::Outcome::Canceled, u"sending was cut short"_s};
         }
         const SendResult::Outcome tOutcome = outcomeOfFailure();
         return {tOutcome, reason(tCode, tOutcome, pSettings)};
@@ -216,26 +218,23 @@ private:
             singleLine(mErrorText[0] != '\0' ? QString::fromUtf8(mErrorText)
                                              : QString::fromUtf8(curl_easy_strerror(pCode)));
         if (pOutcome != SendResult::Outcome::ServerFailed) {
-            return QStringLiteral("the mail server %1 refused it: %2").arg(tServer, tReply);
+            return u"the mail server %1 refused it: %2"_s.arg(tServer, tReply);
         }
         switch (pCode) {
         case CURLE_LOGIN_DENIED:
-            return QStringLiteral("the mail server %1 refused mail.user and mail.password: %2")
-                .arg(tServer, tReply);
+            return u"the mail server %1 refused mail.user and mail.password: %2"_s.arg(tServer, tReply);
         case CURLE_USE_SSL_FAILED:
-            return QStringLiteral("the mail server %1 offers no encryption (STARTTLS): %2")
-                .arg(tServer, tDetail);
+            return u"the mail server %1 offers no encryption (STARTTLS): %2"_s.arg(tServer, tDetail);
         case CURLE_PEER_FAILED_VERIFICATION:
-            return QStringLiteral("the certificate of the mail server %1 is not trusted: %2")
-                .arg(tServer, tDetail);
+            return u"the certificate of the mail server %1 is not trusted: %2"_s.arg(tServer, tDetail);
         case CURLE_COULDNT_RESOLVE_HOST:
         case CURLE_COULDNT_CONNECT:
         case CURLE_OPERATION_TIMEDOUT:
-            return QStringLiteral("the mail server %1 gives no answer: %2").arg(tServer, tDetail);
+            return u"the mail server %1 gives no answer: %2"_s.arg(tServer, tDetail);
         default:
-            return tReply.isEmpty() ? QStringLiteral("the mail server %1: %2").arg(tServer, tDetail)
-                                    : QStringLiteral("the mail server %1: %2 (its last reply: %3)")
-                                          .arg(tServer, tDetail, tReply);
+            return tReply.isEmpty()
+                       ? u"the mail server %1: %2"_s.arg(tServer, tDetail)
+                       : u"the mail server %1: %2 (its last reply: %3)"_s.arg(tServer, tDetail, tReply);
         }
     }
 
@@ -262,18 +261,18 @@ CurlTransport::~CurlTransport()
 SendResult CurlTransport::send(const Mail& pMail, const SmtpSettings& pSettings)
 {
     if (mCanceled) {
-        return {SendResult::Outcome::Canceled, QStringLiteral("sending was cut short")};
+        return {SendResult::Outcome::Canceled, u"sending was cut short"_s};
     }
     const QString tProblem = pSettings.problem();
     if (!tProblem.isEmpty()) {
         return {SendResult::Outcome::ServerFailed, tProblem};
     }
     if (!isMailAddress(pMail.mRecipient)) {
-        return {SendResult::Outcome::Refused, QStringLiteral("the address is not valid")};
+        return {SendResult::Outcome::Refused, u"the address is not valid"_s};
     }
     Transfer tTransfer;
     if (!tTransfer.prepare(pMail, pSettings, &mCanceled)) {
-        return {SendResult::Outcome::ServerFailed, QStringLiteral("the transfer could not be set up")};
+        return {SendResult::Outcome::ServerFailed, u"the transfer could not be set up"_s};
     }
     return tTransfer.perform(pSettings, mCanceled);
 }

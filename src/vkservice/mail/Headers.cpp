@@ -7,6 +7,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::mail {
 
 using vkcore::singleLine;
@@ -19,8 +21,8 @@ constexpr qsizetype sMaxWordBytes = 39;
 
 bool isPlain(const QString& pText)
 {
-    return !pText.contains(QLatin1String("=?")) && std::all_of(pText.begin(), pText.end(), [](QChar tChar) {
-        return tChar >= QLatin1Char(' ') && tChar <= QLatin1Char('~');
+    return !pText.contains("=?"_L1) && std::all_of(pText.begin(), pText.end(), [](QChar tChar) {
+        return tChar >= u' ' && tChar <= u'~';
     });
 }
 
@@ -62,7 +64,7 @@ QByteArray encodedMailbox(const Sender& pSender)
     if (!isPlain(tName)) {
         return encodedWords(tName) + " " + tAddress;
     }
-    tName.replace(QLatin1Char('\\'), QLatin1String("\\\\")).replace(QLatin1Char('"'), QLatin1String("\\\""));
+    tName.replace(u'\\', "\\\\"_L1).replace(u'"', "\\\""_L1);
     return "\"" + tName.toLatin1() + "\" " + tAddress;
 }
 

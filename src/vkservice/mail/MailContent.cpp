@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::mail {
 
 using vkcore::manyLines;
@@ -15,9 +17,9 @@ constexpr qsizetype sMaxPackages = 200;
 
 QString packageTitle(const PackageLine& pPackage)
 {
-    QString tTitle = singleLine(pPackage.mTitle) + QLatin1Char(' ') + singleLine(pPackage.mVersion, 64);
-    if (!pPackage.mStatus.isEmpty() && pPackage.mStatus != QLatin1String("ok")) {
-        tTitle += QStringLiteral(" [%1]").arg(singleLine(pPackage.mStatus, 64));
+    QString tTitle = singleLine(pPackage.mTitle) + u' ' + singleLine(pPackage.mVersion, 64);
+    if (!pPackage.mStatus.isEmpty() && pPackage.mStatus != "ok"_L1) {
+        tTitle += u" [%1]"_s.arg(singleLine(pPackage.mStatus, 64));
     }
     return tTitle;
 }
@@ -25,7 +27,7 @@ QString packageTitle(const PackageLine& pPackage)
 QString omittedPackages(const MailContent& pContent)
 {
     const qsizetype tCount = pContent.mPackages.size() - sMaxPackages;
-    return tCount > 0 ? QStringLiteral("and %1 more").arg(tCount) : QString();
+    return tCount > 0 ? u"and %1 more"_s.arg(tCount) : QString();
 }
 
 QString escaped(const QString& pText)
@@ -41,10 +43,9 @@ QString factsAsText(const QList<MailContent::Fact>& pFacts)
     }
     QString tText;
     for (const MailContent::Fact& tFact : pFacts) {
-        tText += (tFact.mLabel + QLatin1Char(':')).leftJustified(tWidth + 2) + singleLine(tFact.mValue) +
-                 QLatin1Char('\n');
+        tText += (tFact.mLabel + u':').leftJustified(tWidth + 2) + singleLine(tFact.mValue) + u'\n';
     }
-    return tText.isEmpty() ? tText : tText + QLatin1Char('\n');
+    return tText.isEmpty() ? tText : tText + u'\n';
 }
 
 // Reports are indented behind a bar, so that none can pass for a line of the mail itself.
@@ -53,27 +54,26 @@ QString packagesAsText(const MailContent& pContent)
     if (pContent.mPackages.isEmpty()) {
         return {};
     }
-    QString tText = pContent.mPackagesTitle + QLatin1String(":\n");
+    QString tText = pContent.mPackagesTitle + ":\n"_L1;
     for (const PackageLine& tPackage : pContent.mPackages.mid(0, sMaxPackages)) {
-        tText += QLatin1String("  * ") + packageTitle(tPackage) + QLatin1Char('\n');
+        tText += "  * "_L1 + packageTitle(tPackage) + u'\n';
         const QString tReport = manyLines(tPackage.mReport);
-        for (const QString& tLine : tReport.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
-            tText += QLatin1String("      | ") + tLine + QLatin1Char('\n');
+        for (const QString& tLine : tReport.split(u'\n', Qt::SkipEmptyParts)) {
+            tText += "      | "_L1 + tLine + u'\n';
         }
     }
     const QString tOmitted = omittedPackages(pContent);
-    return tText + (tOmitted.isEmpty() ? QString() : QLatin1String("  ") + tOmitted + QLatin1Char('\n')) +
-           QLatin1Char('\n');
+    return tText + (tOmitted.isEmpty() ? QString() : "  "_L1 + tOmitted + u'\n') + u'\n';
 }
 
 QString factsAsHtml(const QList<MailContent::Fact>& pFacts)
 {
     QString tHtml;
     for (const MailContent::Fact& tFact : pFacts) {
-        tHtml += QLatin1String("<tr><th align=\"left\">") + escaped(tFact.mLabel) +
-                 QLatin1String("</th><td>") + escaped(tFact.mValue) + QLatin1String("</td></tr>\n");
+        tHtml += "<tr><th align=\"left\">"_L1 + escaped(tFact.mLabel) + "</th><td>"_L1 +
+                 escaped(tFact.mValue) + "</td></tr>\n"_L1;
     }
-    return tHtml.isEmpty() ? tHtml : QLatin1String("<table>\n") + tHtml + QLatin1String("</table>\n");
+    return tHtml.isEmpty() ? tHtml : "<table>\n"_L1 + tHtml + "</table>\n"_L1;
 }
 
 QString packagesAsHtml(const MailContent& pContent)
@@ -81,19 +81,17 @@ QString packagesAsHtml(const MailContent& pContent)
     if (pContent.mPackages.isEmpty()) {
         return {};
     }
-    QString tHtml = QLatin1String("<p>") + escaped(pContent.mPackagesTitle) + QLatin1String(":</p>\n<ul>\n");
+    QString tHtml = "<p>"_L1 + escaped(pContent.mPackagesTitle) + ":</p>\n<ul>\n"_L1;
     for (const PackageLine& tPackage : pContent.mPackages.mid(0, sMaxPackages)) {
-        tHtml += QLatin1String("<li>") + escaped(packageTitle(tPackage));
+        tHtml += "<li>"_L1 + escaped(packageTitle(tPackage));
         const QString tReport = manyLines(tPackage.mReport);
         if (!tReport.isEmpty()) {
-            tHtml += QLatin1String("<pre>") + tReport.toHtmlEscaped() + QLatin1String("</pre>");
+            tHtml += "<pre>"_L1 + tReport.toHtmlEscaped() + "</pre>"_L1;
         }
-        tHtml += QLatin1String("</li>\n");
+        tHtml += "</li>\n"_L1;
     }
     const QString tOmitted = omittedPackages(pContent);
-    return tHtml +
-           (tOmitted.isEmpty() ? QString() : QLatin1String("<li>") + tOmitted + QLatin1String("</li>\n")) +
-           QLatin1String("</ul>\n");
+    return tHtml + (tOmitted.isEmpty() ? QString() : "<li>"_L1 + tOmitted + "</li>\n"_L1) + "</ul>\n"_L1;
 }
 
 } // namespace
@@ -102,22 +100,21 @@ QString plainText(const MailContent& pContent)
 {
     QString tText;
     for (const QString& tParagraph : pContent.mParagraphs) {
-        tText += singleLine(tParagraph, 1000) + QLatin1String("\n\n");
+        tText += singleLine(tParagraph, 1000) + "\n\n"_L1;
     }
-    return tText + factsAsText(pContent.mFacts) + packagesAsText(pContent) + QLatin1String("-- \n") +
-           singleLine(pContent.mFooter) + QLatin1Char('\n');
+    return tText + factsAsText(pContent.mFacts) + packagesAsText(pContent) + "-- \n"_L1 +
+           singleLine(pContent.mFooter) + u'\n';
 }
 
 QString html(const MailContent& pContent)
 {
-    QString tHtml = QLatin1String("<!DOCTYPE html>\n<html>\n<head><meta charset=\"utf-8\"><title>") +
-                    escaped(pContent.mSubject) + QLatin1String("</title></head>\n<body>\n");
+    QString tHtml = "<!DOCTYPE html>\n<html>\n<head><meta charset=\"utf-8\"><title>"_L1 +
+                    escaped(pContent.mSubject) + "</title></head>\n<body>\n"_L1;
     for (const QString& tParagraph : pContent.mParagraphs) {
-        tHtml += QLatin1String("<p>") + escaped(tParagraph) + QLatin1String("</p>\n");
+        tHtml += "<p>"_L1 + escaped(tParagraph) + "</p>\n"_L1;
     }
-    return tHtml + factsAsHtml(pContent.mFacts) + packagesAsHtml(pContent) +
-           QLatin1String("<hr>\n<p><small>") + escaped(pContent.mFooter) +
-           QLatin1String("</small></p>\n</body>\n</html>\n");
+    return tHtml + factsAsHtml(pContent.mFacts) + packagesAsHtml(pContent) + "<hr>\n<p><small>"_L1 +
+           escaped(pContent.mFooter) + "</small></p>\n</body>\n</html>\n"_L1;
 }
 
 } // namespace tarn::vkservice::mail

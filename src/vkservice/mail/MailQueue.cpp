@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::mail {
 
 using vkcore::Statement;
@@ -27,19 +29,19 @@ QString mailKindText(MailKind pKind)
 {
     switch (pKind) {
     case MailKind::Verification:
-        return QStringLiteral("verification mail");
+        return u"verification mail"_s;
     case MailKind::UpdateDone:
-        return QStringLiteral("mail about an update");
+        return u"mail about an update"_s;
     case MailKind::UpdateFailed:
-        return QStringLiteral("mail about a failed update");
+        return u"mail about a failed update"_s;
     case MailKind::ManualIntervention:
-        return QStringLiteral("mail about manual intervention");
+        return u"mail about manual intervention"_s;
     case MailKind::Overdue:
-        return QStringLiteral("mail about an overdue update");
+        return u"mail about an overdue update"_s;
     case MailKind::Summary:
-        return QStringLiteral("summary mail");
+        return u"summary mail"_s;
     }
-    return QStringLiteral("mail");
+    return u"mail"_s;
 }
 
 int MailQueue::pauseSeconds(int pAttempts)
@@ -74,7 +76,7 @@ int MailQueue::count()
 bool MailQueue::add(const QueuedMail& pMail, const QDateTime& pNow)
 {
     if (count() >= sMaxMails) {
-        mErrorText = QStringLiteral("%1 mails are waiting already").arg(sMaxMails);
+        mErrorText = u"%1 mails are waiting already"_s.arg(sMaxMails);
         return false;
     }
     Statement tInsert(

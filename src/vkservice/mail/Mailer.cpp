@@ -17,6 +17,8 @@
 #include <optional>
 #include <utility>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::mail {
 
 using vkcore::singleLine;
@@ -25,7 +27,7 @@ namespace {
 
 constexpr int sMaxAddresses = 100;
 constexpr int sMaxUnstoredRuns = 100;
-const QString sVerifyPrefix = QStringLiteral("mail.verify.");
+const QString sVerifyPrefix = u"mail.verify."_s;
 
 } // namespace
 
@@ -114,16 +116,16 @@ QString Mailer::Private::objection(const QueuedMail& pMail) const
 {
     const vkcore::MonitoringEmail* tEntry = find(pMail.mMail.mRecipient);
     if (tEntry == nullptr) {
-        return QStringLiteral("the address has been removed from the settings");
+        return u"the address has been removed from the settings"_s;
     }
     if (pMail.mKind != MailKind::Verification) {
-        return tEntry->isVerified() ? QString() : QStringLiteral("the address is not verified");
+        return tEntry->isVerified() ? QString() : u"the address is not verified"_s;
     }
     if (tEntry->isVerified()) {
-        return QStringLiteral("the address is verified already");
+        return u"the address is verified already"_s;
     }
     if (pMail.mExpires <= mClock()) {
-        return QStringLiteral("its code is out of date");
+        return u"its code is out of date"_s;
     }
     return {};
 }
@@ -134,8 +136,7 @@ void Mailer::Private::warnAboutSettings()
     const SmtpSettings& tSmtp = mOutbox.settings();
     const bool tAnyAddress = mSettings && !mSettings->notificationEmailAddresses().isEmpty();
     if (tAnyAddress && !tSmtp.problem().isEmpty()) {
-        tWarning =
-            QStringLiteral("There are addresses for mails, but none can be sent: %1").arg(tSmtp.problem());
+        tWarning = u"There are addresses for mails, but none can be sent: %1"_s.arg(tSmtp.problem());
     }
     if (tWarning != mLastSettingsWarning && !tWarning.isEmpty()) {
         Q_EMIT mMailer->warning(tWarning);
@@ -153,7 +154,7 @@ void Mailer::Private::noteStoring(bool pOk, const QString& pWhat)
     const QString tReason = mNotices.errorText().isEmpty() ? mDatabase.errorText() : mNotices.errorText();
     if (mStoreWarnings.value(pWhat) != tReason) {
         mStoreWarnings.insert(pWhat, tReason);
-        Q_EMIT mMailer->warning(QStringLiteral("%1 can't be queued: %2").arg(pWhat, tReason));
+        Q_EMIT mMailer->warning(u"%1 can't be queued: %2"_s.arg(pWhat, tReason));
     }
 }
 
@@ -168,7 +169,7 @@ Verification::Issue Mailer::Private::sendCode(const QString& pAddress, bool pRep
             return tIssue != Verification::Issue::NotStored;
         }
         const QString tCommand =
-            QStringLiteral("rkm update-settings --config-var=%1%2:%3").arg(sVerifyPrefix, pAddress, tCode);
+            u"rkm update-settings --config-var=%1%2:%3"_s.arg(sVerifyPrefix, pAddress, tCode);
         return mOutbox.withdraw(MailKind::Verification, pAddress) &&
                mOutbox.add(MailKind::Verification, {pAddress}, verification(client(), tCommand, tExpires),
                            tExpires);
@@ -190,31 +191,30 @@ void Mailer::Private::sendCodes(Reason pReason)
         tStored = tStored && tIssue != Verification::Issue::NotStored;
         if (tIssue == Verification::Issue::TooSoon && pReason == Reason::Changed) {
             Q_EMIT mMailer->information(
-                QStringLiteral("No new code is mailed to %1 now: too many were sent lately").arg(tAddress));
+                u"No new code is mailed to %1 now: too many were sent lately"_s.arg(tAddress));
         }
     }
-    noteStoring(tStored, QStringLiteral("Verification mails"));
+    noteStoring(tStored, u"Verification mails"_s);
 }
 
 Mailer::Answer Mailer::Private::requestCode(const QString& pAddress)
 {
     const QString tProblem = mOutbox.settings().problem();
     if (!tProblem.isEmpty()) {
-        return {false, QStringLiteral("No code can be mailed: %1").arg(tProblem)};
+        return {false, u"No code can be mailed: %1"_s.arg(tProblem)};
     }
     switch (sendCode(pAddress, true)) {
     case Verification::Issue::Issued:
     case Verification::Issue::StillValid:
         break;
     case Verification::Issue::TooSoon:
-        return {false,
-                QStringLiteral("No new code is mailed to %1 now: too many were sent lately. Try again later")
-                    .arg(pAddress)};
+        return {false, u"No new code is mailed to %1 now: too many were sent lately. Try again later"_s.arg(
+                           pAddress)};
     case Verification::Issue::NotStored:
-        return {false, QStringLiteral("The code could not be stored: %1").arg(mDatabase.errorText())};
+        return {false, u"The code could not be stored: %1"_s.arg(mDatabase.errorText())};
     }
     mOutbox.wake();
-    return {true, QStringLiteral("A new code is being mailed to %1").arg(pAddress)};
+    return {true, u"A new code is being mailed to %1"_s.arg(pAddress)};
 }
 
 void Mailer::Private::reportRuns()
@@ -226,7 +226,7 @@ void Mailer::Private::reportRuns()
             mRuns.removeFirst();
         }
     }
-    noteStoring(tOk, QStringLiteral("The mail about an update"));
+    noteStoring(tOk, u"The mail about an update"_s);
 }
 
 void Mailer::Private::checkMachine()
@@ -242,7 +242,7 @@ void Mailer::Private::checkMachine()
     QDateTime tSummary;
     bool tOk = mNotices.checkOverdue(tAudience, tStatus, tNow);
     tOk = mNotices.checkSummary(tAudience, tStatus, tNow, &tSummary) && tOk;
-    noteStoring(tOk, QStringLiteral("A mail about the machine"));
+    noteStoring(tOk, u"A mail about the machine"_s);
     if (tSummary.isValid()) {
         mSettings->mLastSummary = tSummary;
         Q_EMIT mMailer->summaryQueued(tSummary);
@@ -288,8 +288,8 @@ void Mailer::setMonitoringSettings(const vkcore::MonitoringSettings& pSettings, 
     for (const vkcore::MonitoringEmail& tEntry : pSettings.notificationEmailAddresses()) {
         tKnown.append(tEntry.mAddress);
         if (!isMailAddress(tEntry.mAddress)) {
-            Q_EMIT warning(QStringLiteral("No mails are sent to %1: it is no valid address")
-                               .arg(singleLine(tEntry.mAddress)));
+            Q_EMIT warning(
+                u"No mails are sent to %1: it is no valid address"_s.arg(singleLine(tEntry.mAddress)));
         }
     }
     for (const QString& tVerified : d->addresses(true)) {
@@ -336,38 +336,38 @@ Mailer::Answer Mailer::verify(const QString& pAddress, const QString& pCode)
     const vkcore::MonitoringEmail* tEntry = d->mSettings ? d->find(pAddress) : nullptr;
     const QString tShown = singleLine(pAddress);
     if (tEntry == nullptr || !isMailAddress(tEntry->mAddress)) {
-        return {false, QStringLiteral("%1 is none of the addresses for mails").arg(tShown)};
+        return {false, u"%1 is none of the addresses for mails"_s.arg(tShown)};
     }
     if (tEntry->isVerified()) {
-        return {true, QStringLiteral("%1 is verified already").arg(tShown)};
+        return {true, u"%1 is verified already"_s.arg(tShown)};
     }
     if (pCode.trimmed().isEmpty()) {
         return d->requestCode(tEntry->mAddress);
     }
     switch (d->mVerification.check(pAddress, pCode, d->mClock())) {
     case Verification::Check::Right:
-        return {true, QStringLiteral("%1 is verified").arg(tShown)};
+        return {true, u"%1 is verified"_s.arg(tShown)};
     case Verification::Check::Wrong:
-        return {false, QStringLiteral("The code for %1 is wrong").arg(tShown)};
+        return {false, u"The code for %1 is wrong"_s.arg(tShown)};
     case Verification::Check::NoCode:
-        return {false, QStringLiteral("There is no code for %1; set %2%1 to nothing to get a new one")
-                           .arg(tShown, sVerifyPrefix)};
+        return {false, u"There is no code for %1; set %2%1 to nothing to get a new one"_s.arg(tShown,
+                                                                                              sVerifyPrefix)};
     case Verification::Check::Expired:
-        return {false, QStringLiteral("The code for %1 is out of date; set %2%1 to nothing to get a new one")
-                           .arg(tShown, sVerifyPrefix)};
+        return {false, u"The code for %1 is out of date; set %2%1 to nothing to get a new one"_s.arg(
+                           tShown, sVerifyPrefix)};
     case Verification::Check::NotStored:
         break;
     }
-    return {false, QStringLiteral("The code could not be checked: %1").arg(d->mDatabase.errorText())};
+    return {false, u"The code could not be checked: %1"_s.arg(d->mDatabase.errorText())};
 }
 
 QString Mailer::verificationState(const QString& pAddress) const
 {
     const vkcore::MonitoringEmail* tEntry = d->mSettings ? d->find(pAddress) : nullptr;
     if (tEntry == nullptr) {
-        return QStringLiteral("unknown");
+        return u"unknown"_s;
     }
-    return tEntry->isVerified() ? QStringLiteral("verified") : QStringLiteral("not verified");
+    return tEntry->isVerified() ? u"verified"_s : u"not verified"_s;
 }
 
 bool Mailer::isSending() const

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <tuple>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::mail {
 
 using vkcore::singleLine;
@@ -17,19 +19,16 @@ constexpr int sMaxClientName = 64;
 
 QString dateText(const QDateTime& pDate)
 {
-    return pDate.isValid() ? pDate.toLocalTime().toString(QStringLiteral("yyyy-MM-dd hh:mm"))
-                           : QStringLiteral("never");
+    return pDate.isValid() ? pDate.toLocalTime().toString(u"yyyy-MM-dd hh:mm"_s) : u"never"_s;
 }
 
 MailContent begin(const QString& pClient, const QString& pWhat)
 {
     const QString tClient = singleLine(pClient, sMaxClientName);
     MailContent tContent;
-    tContent.mSubject = QStringLiteral("%1: %2").arg(tClient, pWhat);
-    tContent.mFooter =
-        QStringLiteral("Sent by the update service of %1. Which mails it sends is set with the command "
-                       "rkm update-monitoring-settings there.")
-            .arg(tClient);
+    tContent.mSubject = u"%1: %2"_s.arg(tClient, pWhat);
+    tContent.mFooter = u"Sent by the update service of %1. Which mails it sends is set with the command "
+                       "rkm update-monitoring-settings there."_s.arg(tClient);
     return tContent;
 }
 
@@ -38,10 +37,10 @@ MailContent aboutRun(const QString& pClient, const RunReport& pRun, const QStrin
 {
     MailContent tContent = begin(pClient, pWhat);
     tContent.mParagraphs.append(pParagraph);
-    tContent.mFacts = {{QStringLiteral("Computer"), singleLine(pClient, sMaxClientName)},
-                       {QStringLiteral("Result"), pRun.mText},
-                       {QStringLiteral("Ended"), dateText(pRun.mEnd)}};
-    tContent.mPackagesTitle = QStringLiteral("Packages");
+    tContent.mFacts = {{u"Computer"_s, singleLine(pClient, sMaxClientName)},
+                       {u"Result"_s, pRun.mText},
+                       {u"Ended"_s, dateText(pRun.mEnd)}};
+    tContent.mPackagesTitle = u"Packages"_s;
     tContent.mPackages = pRun.mPackages;
     return tContent;
 }
@@ -50,77 +49,69 @@ MailContent aboutRun(const QString& pClient, const RunReport& pRun, const QStrin
 
 MailContent updateDone(const QString& pClient, const RunReport& pRun)
 {
-    return aboutRun(
-        pClient, pRun, QStringLiteral("updates installed"),
-        QStringLiteral("Updates have been installed. Number of packages: %1.").arg(pRun.mPackages.size()));
+    return aboutRun(pClient, pRun, u"updates installed"_s,
+                    u"Updates have been installed. Number of packages: %1."_s.arg(pRun.mPackages.size()));
 }
 
 MailContent updateFailed(const QString& pClient, const RunReport& pRun)
 {
-    return aboutRun(
-        pClient, pRun, QStringLiteral("update failed"),
-        QStringLiteral("An update has failed; what was installed before it is still in use. You get no "
-                       "further mail as long as later updates fail for the same reason."));
+    return aboutRun(pClient, pRun, u"update failed"_s,
+                    u"An update has failed; what was installed before it is still in use. You get no "
+                    "further mail as long as later updates fail for the same reason."_s);
 }
 
 MailContent manualIntervention(const QString& pClient, const RunReport& pRun)
 {
-    return aboutRun(
-        pClient, pRun, QStringLiteral("an update needs you"),
-        QStringLiteral("An update can't go on by itself: manual intervention is needed. You get no further "
-                       "mail about this until an update has succeeded."));
+    return aboutRun(pClient, pRun, u"an update needs you"_s,
+                    u"An update can't go on by itself: manual intervention is needed. You get no further "
+                    "mail about this until an update has succeeded."_s);
 }
 
 MailContent updateOverdue(const QString& pClient, const MachineStatus& pStatus, const QDateTime& pSince,
                           int pDays)
 {
-    MailContent tContent = begin(pClient, QStringLiteral("update overdue"));
+    MailContent tContent = begin(pClient, u"update overdue"_s);
     tContent.mParagraphs.append(
-        QStringLiteral("No update has succeeded since %1, longer than the tolerance of %2 "
-                       "day(s). You get no further mail about this until an update has succeeded.")
-            .arg(dateText(pSince))
+        u"No update has succeeded since %1, longer than the tolerance of %2 "
+        "day(s). You get no further mail about this until an update has succeeded."_s.arg(dateText(pSince))
             .arg(pDays));
     if (pStatus.mLastSuccess > pSince) {
         tContent.mParagraphs.append(
-            QStringLiteral("The last success lies in the future of this computer's clock. Check the clock."));
+            u"The last success lies in the future of this computer's clock. Check the clock."_s);
     }
-    tContent.mFacts = {{QStringLiteral("Computer"), singleLine(pClient, sMaxClientName)},
-                       {QStringLiteral("Last update"), dateText(pStatus.mLastRun)},
-                       {QStringLiteral("Its result"), pStatus.mLastResultText},
-                       {QStringLiteral("Last success"), dateText(pStatus.mLastSuccess)}};
+    tContent.mFacts = {{u"Computer"_s, singleLine(pClient, sMaxClientName)},
+                       {u"Last update"_s, dateText(pStatus.mLastRun)},
+                       {u"Its result"_s, pStatus.mLastResultText},
+                       {u"Last success"_s, dateText(pStatus.mLastSuccess)}};
     return tContent;
 }
 
 MailContent summary(const QString& pClient, const MachineStatus& pStatus, bool pOverdue)
 {
-    MailContent tContent = begin(pClient, QStringLiteral("status of updates"));
-    tContent.mParagraphs.append(pOverdue ? QStringLiteral("Updates of this computer are overdue.")
-                                         : QStringLiteral("This is the state of this computer's updates."));
-    tContent.mFacts = {{QStringLiteral("Computer"), singleLine(pClient, sMaxClientName)},
-                       {QStringLiteral("Last update"), dateText(pStatus.mLastRun)},
-                       {QStringLiteral("Its result"), pStatus.mLastResultText},
-                       {QStringLiteral("Last success"), dateText(pStatus.mLastSuccess)},
-                       {QStringLiteral("Next check"), pStatus.mNextCheck.isValid()
-                                                          ? dateText(pStatus.mNextCheck)
-                                                          : QStringLiteral("not scheduled")},
-                       {QStringLiteral("Installed packages"), QString::number(pStatus.mInstalled.size())}};
-    tContent.mPackagesTitle = QStringLiteral("Installed");
+    MailContent tContent = begin(pClient, u"status of updates"_s);
+    tContent.mParagraphs.append(pOverdue ? u"Updates of this computer are overdue."_s
+                                         : u"This is the state of this computer's updates."_s);
+    tContent.mFacts = {
+        {u"Computer"_s, singleLine(pClient, sMaxClientName)},
+        {u"Last update"_s, dateText(pStatus.mLastRun)},
+        {u"Its result"_s, pStatus.mLastResultText},
+        {u"Last success"_s, dateText(pStatus.mLastSuccess)},
+        {u"Next check"_s, pStatus.mNextCheck.isValid() ? dateText(pStatus.mNextCheck) : u"not scheduled"_s},
+        {u"Installed packages"_s, QString::number(pStatus.mInstalled.size())}};
+    tContent.mPackagesTitle = u"Installed"_s;
     tContent.mPackages = pStatus.mInstalled;
     return tContent;
 }
 
 MailContent verification(const QString& pClient, const QString& pCommand, const QDateTime& pExpires)
 {
-    MailContent tContent = begin(pClient, QStringLiteral("please confirm this address"));
+    MailContent tContent = begin(pClient, u"please confirm this address"_s);
     tContent.mParagraphs = {
-        QStringLiteral(
-            "This address was entered for mails about the updates of a computer. They are only sent once it "
-            "has been confirmed there, by this command:"),
+        u"This address was entered for mails about the updates of a computer. They are only sent once it "
+        "has been confirmed there, by this command:"_s,
         pCommand,
-        QStringLiteral(
-            "The code in it is valid until %1. If you don't know what this is about, do nothing: you will "
-            "not get such mails.")
-            .arg(dateText(pExpires))};
+        u"The code in it is valid until %1. If you don't know what this is about, do nothing: you will "
+        "not get such mails."_s.arg(dateText(pExpires))};
     return tContent;
 }
 

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <optional>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::mail {
 
 namespace {
@@ -12,15 +14,14 @@ namespace {
 constexpr qint64 sDay = 24 * 60 * 60;
 
 // Names in the memory; they stand in databases.
-const QString sWatchingSince = QStringLiteral("watchingSince");
-const QString sLastRun = QStringLiteral("lastRun");
-const QString sFailure = QStringLiteral("failure"); // the result that was reported as a failure last
-const QString sOverdueSince =
-    QStringLiteral("overdueSince"); // the last success before the overdue time reported
+const QString sWatchingSince = u"watchingSince"_s;
+const QString sLastRun = u"lastRun"_s;
+const QString sFailure = u"failure"_s;           // the result that was reported as a failure last
+const QString sOverdueSince = u"overdueSince"_s; // the last success before the overdue time reported
 // When the clock was first seen to be behind the last success; only as long as it is.
-const QString sClockBehindSince = QStringLiteral("clockBehindSince");
-const QString sLastSummary = QStringLiteral("lastSummary");
-const QString sSummaryDigest = QStringLiteral("summaryDigest");
+const QString sClockBehindSince = u"clockBehindSince"_s;
+const QString sLastSummary = u"lastSummary"_s;
+const QString sSummaryDigest = u"summaryDigest"_s;
 
 qint64 secondsOfDays(int pDays)
 {

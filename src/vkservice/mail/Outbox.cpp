@@ -8,6 +8,8 @@
 #include <optional>
 #include <utility>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::mail {
 
 using vkcore::singleLine;
@@ -29,7 +31,7 @@ Outbox::Outbox(vkcore::Database& pDatabase, std::unique_ptr<SmtpTransport> pTran
     : QObject(pParent), mTransport(std::move(pTransport)), mClock(std::move(pClock)), mGate(std::move(pGate)),
       mQueue(pDatabase), mWorker(new QObject)
 {
-    mThread.setObjectName(QStringLiteral("mail"));
+    mThread.setObjectName(u"mail"_s);
     mWorker->moveToThread(&mThread);
     connect(&mThread, &QThread::finished, mWorker, &QObject::deleteLater);
     mThread.start();
@@ -49,16 +51,16 @@ void Outbox::setSettings(const SmtpSettings& pSettings)
     mSettings = pSettings;
     mSettingsKnown = true;
     if (tChanged && !mQueue.hurry(mClock())) {
-        Q_EMIT warning(QStringLiteral("The waiting mails can't be changed: %1").arg(errorText()));
+        Q_EMIT warning(u"The waiting mails can't be changed: %1"_s.arg(errorText()));
     }
 }
 
 QString Outbox::newMessageId() const
 {
     const QString tSender = Sender::fromString(mSettings.mSender).mAddress;
-    const QString tDomain = tSender.mid(tSender.indexOf(QLatin1Char('@')) + 1);
-    return QStringLiteral("<%1@%2>").arg(QString::fromLatin1(randomBytes(16).toHex()),
-                                         tDomain.isEmpty() ? QStringLiteral("vkservice.invalid") : tDomain);
+    const QString tDomain = tSender.mid(tSender.indexOf(u'@') + 1);
+    return u"<%1@%2>"_s.arg(QString::fromLatin1(randomBytes(16).toHex()),
+                            tDomain.isEmpty() ? u"vkservice.invalid"_s : tDomain);
 }
 
 bool Outbox::add(MailKind pKind, const QStringList& pRecipients, const MailContent& pContent,
@@ -97,15 +99,15 @@ void Outbox::sendNext()
             send(*tMail);
             return;
         }
-        Q_EMIT warning(QStringLiteral("A %1 to %2 is not sent: %3")
-                           .arg(mailKindText(tMail->mKind), singleLine(tMail->mMail.mRecipient), tObjection));
+        Q_EMIT warning(u"A %1 to %2 is not sent: %3"_s.arg(mailKindText(tMail->mKind),
+                                                           singleLine(tMail->mMail.mRecipient), tObjection));
         discard(*tMail);
         if (!mQueueWritable) {
             break;
         }
     }
     if (mQueueWritable && !errorText().isEmpty()) {
-        Q_EMIT warning(QStringLiteral("The queue of mails can't be read: %1").arg(errorText()));
+        Q_EMIT warning(u"The queue of mails can't be read: %1"_s.arg(errorText()));
     }
     Q_EMIT idle();
 }
@@ -125,26 +127,24 @@ void Outbox::send(const QueuedMail& pMail)
 void Outbox::onSent(const QueuedMail& pMail, const SmtpSettings& pSettings, const SendResult& pResult)
 {
     mSending = false;
-    const QString tWhat =
-        QStringLiteral("%1 to %2").arg(mailKindText(pMail.mKind), singleLine(pMail.mMail.mRecipient));
+    const QString tWhat = u"%1 to %2"_s.arg(mailKindText(pMail.mKind), singleLine(pMail.mMail.mRecipient));
     switch (pResult.mOutcome) {
     case SendResult::Outcome::Sent:
-        Q_EMIT information(QStringLiteral("Sent: %1").arg(tWhat));
+        Q_EMIT information(u"Sent: %1"_s.arg(tWhat));
         discard(pMail);
         break;
     case SendResult::Outcome::Refused:
-        Q_EMIT warning(QStringLiteral("Given up: %1: %2").arg(tWhat, pResult.mText));
+        Q_EMIT warning(u"Given up: %1: %2"_s.arg(tWhat, pResult.mText));
         discard(pMail);
         break;
     case SendResult::Outcome::Deferred:
-        Q_EMIT warning(QStringLiteral("Tried again later: %1: %2").arg(tWhat, pResult.mText));
+        Q_EMIT warning(u"Tried again later: %1: %2"_s.arg(tWhat, pResult.mText));
         postpone(pMail, pResult);
         break;
     case SendResult::Outcome::ServerFailed:
         // A failure under settings that have been replaced since says nothing about the present ones.
         if (pSettings == mSettings) {
-            Q_EMIT warning(
-                QStringLiteral("Mails can't be sent now and are tried again later: %1").arg(pResult.mText));
+            Q_EMIT warning(u"Mails can't be sent now and are tried again later: %1"_s.arg(pResult.mText));
             postpone(pMail, pResult);
         }
         break;
@@ -165,14 +165,13 @@ void Outbox::postpone(const QueuedMail& pMail, const SendResult& pResult)
     QList<QueuedMail> tGivenUp;
     mQueueWritable = mQueue.postpone(pMail.mMail.mMessageId, tAll, mClock(), &tGivenUp);
     if (!mQueueWritable) {
-        Q_EMIT warning(
-            QStringLiteral("The queue of mails can't be written, so none are sent: %1").arg(errorText()));
+        Q_EMIT warning(u"The queue of mails can't be written, so none are sent: %1"_s.arg(errorText()));
         return;
     }
     for (const QueuedMail& tMail : std::as_const(tGivenUp)) {
-        Q_EMIT warning(QStringLiteral("Given up after %1 attempts: %2 to %3: %4")
-                           .arg(QString::number(tMail.mAttempts), mailKindText(tMail.mKind),
-                                singleLine(tMail.mMail.mRecipient), pResult.mText));
+        Q_EMIT warning(u"Given up after %1 attempts: %2 to %3: %4"_s.arg(
+            QString::number(tMail.mAttempts), mailKindText(tMail.mKind), singleLine(tMail.mMail.mRecipient),
+            pResult.mText));
     }
 }
 
@@ -182,8 +181,7 @@ void Outbox::discard(const QueuedMail& pMail)
     mQueueWritable = mQueue.remove(pMail.mMail.mMessageId);
     if (!mQueueWritable) {
         mLeftovers.append(pMail.mMail.mMessageId);
-        Q_EMIT warning(
-            QStringLiteral("The queue of mails can't be written, so none are sent: %1").arg(errorText()));
+        Q_EMIT warning(u"The queue of mails can't be written, so none are sent: %1"_s.arg(errorText()));
     }
 }
 

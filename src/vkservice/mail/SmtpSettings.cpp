@@ -7,6 +7,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::mail {
 
 namespace {
@@ -20,19 +22,17 @@ bool hasControlCharacters(const QString& pText)
 QString urlProblem(const QString& pUrl)
 {
     const QUrl tUrl(pUrl, QUrl::StrictMode);
-    const bool tScheme = tUrl.scheme() == QLatin1String("smtp") || tUrl.scheme() == QLatin1String("smtps");
+    const bool tScheme = tUrl.scheme() == "smtp"_L1 || tUrl.scheme() == "smtps"_L1;
     if (!tUrl.isValid() || !tScheme || tUrl.host().isEmpty() || tUrl.port(25) == 0) {
-        return QStringLiteral("mail.url has to be smtp://HOST[:PORT] or smtps://HOST[:PORT]");
+        return u"mail.url has to be smtp://HOST[:PORT] or smtps://HOST[:PORT]"_s;
     }
     if (!tUrl.userInfo().isEmpty()) {
-        return QStringLiteral(
-            "mail.url must not hold a user or a password; they belong in mail.user and mail.password");
+        return u"mail.url must not hold a user or a password; they belong in mail.user and mail.password"_s;
     }
     // The path is the name that the machine gives itself in front of the mail server.
-    static const QRegularExpression sPath(QStringLiteral("\\A(/[A-Za-z0-9.-]*)?\\z"));
+    static const QRegularExpression sPath(u"\\A(/[A-Za-z0-9.-]*)?\\z"_s);
     if (tUrl.hasQuery() || tUrl.hasFragment() || !sPath.match(tUrl.path(QUrl::FullyEncoded)).hasMatch()) {
-        return QStringLiteral(
-            "mail.url may hold nothing behind the host and port but the name of this machine");
+        return u"mail.url may hold nothing behind the host and port but the name of this machine"_s;
     }
     return {};
 }
@@ -42,25 +42,25 @@ QString urlProblem(const QString& pUrl)
 QString SmtpSettings::problem() const
 {
     if (!isOn()) {
-        return QStringLiteral("mail.url is not set");
+        return u"mail.url is not set"_s;
     }
     QString tUrlProblem = urlProblem(mUrl);
     if (!tUrlProblem.isEmpty()) {
         return tUrlProblem;
     }
     if (Sender::fromString(mSender).mAddress.isEmpty()) {
-        return QStringLiteral("mail.sender has to be an e-mail address, alone or as NAME <ADDRESS>");
+        return u"mail.sender has to be an e-mail address, alone or as NAME <ADDRESS>"_s;
     }
     if (mUser.isEmpty() && !mPassword.isEmpty()) {
-        return QStringLiteral("mail.password is set without mail.user");
+        return u"mail.password is set without mail.user"_s;
     }
     if (hasControlCharacters(mUser) || hasControlCharacters(mPassword)) {
-        return QStringLiteral("mail.user and mail.password must not hold control characters");
+        return u"mail.user and mail.password must not hold control characters"_s;
     }
-    const bool tEncrypted = mUrl.startsWith(QLatin1String("smtps:"), Qt::CaseInsensitive);
+    const bool tEncrypted = mUrl.startsWith("smtps:"_L1, Qt::CaseInsensitive);
     if (!tEncrypted && !mUser.isEmpty() && mStartTls == StartTls::Never && !mAllowPlaintext) {
-        return QStringLiteral("the password would travel unencrypted: set mail.startTls to required, or "
-                              "mail.allowPlaintext to true where the way to the mail server is safe");
+        return u"the password would travel unencrypted: set mail.startTls to required, or "
+               "mail.allowPlaintext to true where the way to the mail server is safe"_s;
     }
     return {};
 }

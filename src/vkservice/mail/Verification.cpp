@@ -24,7 +24,7 @@ QString newCode()
     QString tCode;
     for (const char tByte : randomBytes(12)) {
         if (tCode.size() == 4 || tCode.size() == 9) {
-            tCode += QLatin1Char('-');
+            tCode += u'-';
         }
         tCode += QLatin1Char(sAlphabet[static_cast<unsigned char>(tByte) % 32]);
     }
@@ -34,8 +34,8 @@ QString newCode()
 QByteArray hashOf(const QString& pAddress, const QString& pCode)
 {
     QString tCode = pCode.toUpper();
-    tCode.remove(QLatin1Char('-')).remove(QLatin1Char(' '));
-    return QCryptographicHash::hash((addressKey(pAddress) + QLatin1Char('\n') + tCode).toUtf8(),
+    tCode.remove(u'-').remove(u' ');
+    return QCryptographicHash::hash((addressKey(pAddress) + u'\n' + tCode).toUtf8(),
                                     QCryptographicHash::Sha256);
 }
 

@@ -7,6 +7,8 @@
 
 #include <QtCore/QJsonDocument>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::methods {
 
 using namespace vkcore;
@@ -20,23 +22,22 @@ Reply getMonitoring(Service& pService)
 {
     const auto tSettings = pService.settings().monitoring();
     return tSettings ? Reply::result(protocol::toJson(*tSettings))
-                     : pService.storeFailure(QStringLiteral("The monitoring settings"));
+                     : pService.storeFailure(u"The monitoring settings"_s);
 }
 
 // A null text if the settings can be taken.
 QString complaint(const MonitoringSettings& pSettings)
 {
     if (pSettings.summarizedMailPeriod() < 1 || pSettings.updateOverduePeriod() < 1) {
-        return QStringLiteral("A period of the monitoring has at least one day.");
+        return u"A period of the monitoring has at least one day."_s;
     }
     for (const MonitoringEmail& tEmail : pSettings.notificationEmailAddresses()) {
         if (!mail::isMailAddress(tEmail.mAddress)) {
-            return QStringLiteral("This is no e-mail address that can be written to: %1")
-                .arg(tEmail.mAddress.left(254));
+            return u"This is no e-mail address that can be written to: %1"_s.arg(tEmail.mAddress.left(254));
         }
     }
     const auto tJson = QJsonDocument(protocol::toJson(pSettings)).toJson(QJsonDocument::Compact);
-    return tJson.size() > sMaxBytes ? QStringLiteral("The monitoring settings are too long.") : QString();
+    return tJson.size() > sMaxBytes ? u"The monitoring settings are too long."_s : QString();
 }
 
 // The service alone knows which addresses are verified and when the last summary went out.
@@ -54,13 +55,13 @@ Reply setMonitoring(Service& pService, const QJsonObject& pParams)
     }
     const auto tOld = pService.settings().monitoring();
     if (!tOld) {
-        return pService.storeFailure(QStringLiteral("The monitoring settings"));
+        return pService.storeFailure(u"The monitoring settings"_s);
     }
     tWanted.mLastSummary = tOld->mLastSummary;
     tWanted.setNotificationEmailAddresses(
         mail::keepVerified(tOld->notificationEmailAddresses(), tWanted.notificationEmailAddresses()));
     if (!pService.settings().setMonitoring(tWanted)) {
-        return pService.storeFailure(QStringLiteral("The monitoring settings"));
+        return pService.storeFailure(u"The monitoring settings"_s);
     }
     pService.mail().onMonitoringChanged(tWanted);
     return Reply::done();
@@ -71,9 +72,9 @@ Reply setMonitoring(Service& pService, const QJsonObject& pParams)
 void addMonitoringMethods(MethodTable& pTable, Service& pService)
 {
     using Kind = MethodTable::Kind;
-    pTable.add(QStringLiteral("getMonitoringSettings"), Kind::Query,
+    pTable.add(u"getMonitoringSettings"_s, Kind::Query,
                [&](Connection&, const QJsonObject&) { return getMonitoring(pService); });
-    pTable.add(QStringLiteral("setMonitoringSettings"), Kind::Change,
+    pTable.add(u"setMonitoringSettings"_s, Kind::Change,
                [&](Connection&, const QJsonObject& pParams) { return setMonitoring(pService, pParams); });
 }
 

@@ -3,6 +3,8 @@
 #include "methods/Methods.h"
 #include "Service.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::methods {
 
 using namespace vkcore;
@@ -16,12 +18,12 @@ Reply getSchedule(Service& pService)
 {
     const ScheduleSettings& tSchedule = pService.schedule().settings();
     return Reply::result(QJsonObject{
-        {QStringLiteral("mode"), static_cast<int>(tSchedule.mMode)},
-        {QStringLiteral("flags"), tSchedule.mFlags},
-        {QStringLiteral("nextCheck"), protocol::toJson(tSchedule.mNextCheck)},
-        {QStringLiteral("periodCount"), tSchedule.mPeriodCount},
-        {QStringLiteral("unit"), static_cast<int>(tSchedule.mUnit)},
-        {QStringLiteral("extra"), protocol::toJson(tSchedule.mExtra)},
+        {u"mode"_s, static_cast<int>(tSchedule.mMode)},
+        {u"flags"_s, tSchedule.mFlags},
+        {u"nextCheck"_s, protocol::toJson(tSchedule.mNextCheck)},
+        {u"periodCount"_s, tSchedule.mPeriodCount},
+        {u"unit"_s, static_cast<int>(tSchedule.mUnit)},
+        {u"extra"_s, protocol::toJson(tSchedule.mExtra)},
     });
 }
 
@@ -40,13 +42,12 @@ Reply setSchedule(Service& pService, const QJsonObject& pParams)
         return tParams.invalid();
     }
     if (tWanted.mPeriodCount < 0) {
-        return Reply::refused(QStringLiteral("A period can't be negative."));
+        return Reply::refused(u"A period can't be negative."_s);
     }
     if (tWanted.mExtra.size() > sMaxExtra) {
-        return Reply::refused(QStringLiteral("The extra text of the schedule is too long."));
+        return Reply::refused(u"The extra text of the schedule is too long."_s);
     }
-    return pService.changeSchedule(tWanted, tSave) ? Reply::done()
-                                                   : pService.storeFailure(QStringLiteral("The schedule"));
+    return pService.changeSchedule(tWanted, tSave) ? Reply::done() : pService.storeFailure(u"The schedule"_s);
 }
 
 } // namespace
@@ -54,9 +55,9 @@ Reply setSchedule(Service& pService, const QJsonObject& pParams)
 void addScheduleMethods(MethodTable& pTable, Service& pService)
 {
     using Kind = MethodTable::Kind;
-    pTable.add(QStringLiteral("getScheduleParameters"), Kind::Query,
+    pTable.add(u"getScheduleParameters"_s, Kind::Query,
                [&](Connection&, const QJsonObject&) { return getSchedule(pService); });
-    pTable.add(QStringLiteral("setScheduleParameters"), Kind::Change,
+    pTable.add(u"setScheduleParameters"_s, Kind::Change,
                [&](Connection&, const QJsonObject& pParams) { return setSchedule(pService, pParams); });
 }
 

@@ -7,6 +7,8 @@
 
 #include <QtCore/QJsonArray>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::methods {
 
 using namespace vkcore;
@@ -29,13 +31,13 @@ Reply answer(Service& pService, ServerTable::Outcome pOutcome)
     case ServerTable::Outcome::Stale:
         return Reply::result(false);
     case ServerTable::Outcome::NoEntry:
-        return Reply::refused(QStringLiteral("The server list has no entry at this position."));
+        return Reply::refused(u"The server list has no entry at this position."_s);
     case ServerTable::Outcome::Invalid:
         return Reply::refused(pService.servers().reason());
     case ServerTable::Outcome::Failed:
         break;
     }
-    return pService.storeFailure(QStringLiteral("The server list"));
+    return pService.storeFailure(u"The server list"_s);
 }
 
 Reply getDefaultServer(Service& pService, const QJsonObject& pParams)
@@ -47,12 +49,12 @@ Reply getDefaultServer(Service& pService, const QJsonObject& pParams)
     }
     const auto tEntry = pService.servers().defaultEntry();
     if (!tEntry) {
-        return pService.storeFailure(QStringLiteral("The default server"));
+        return pService.storeFailure(u"The default server"_s);
     }
     return Reply::result(QJsonObject{
-        {QStringLiteral("uri"), present(tEntry->mUri)},
-        {QStringLiteral("user"), present(tEntry->mUser)},
-        {QStringLiteral("password"), tWithPassword ? protocol::toJson(tEntry->mPassword) : QJsonValue()},
+        {u"uri"_s, present(tEntry->mUri)},
+        {u"user"_s, present(tEntry->mUser)},
+        {u"password"_s, tWithPassword ? protocol::toJson(tEntry->mPassword) : QJsonValue()},
     });
 }
 
@@ -83,19 +85,18 @@ Reply getServerList(Service& pService)
     const auto tEntries = pService.servers().entries();
     const auto tRevision = pService.servers().revision();
     if (!tEntries || !tRevision) {
-        return pService.storeFailure(QStringLiteral("The server list"));
+        return pService.storeFailure(u"The server list"_s);
     }
     QJsonArray tServers;
     for (const ServerEntry& tEntry : *tEntries) {
         tServers.append(toJson(tEntry));
     }
-    return Reply::result(
-        QJsonObject{{QStringLiteral("revision"), *tRevision}, {QStringLiteral("servers"), tServers}});
+    return Reply::result(QJsonObject{{u"revision"_s, *tRevision}, {u"servers"_s, tServers}});
 }
 
 std::optional<qint64> revisionOf(Params& pParams, const QJsonObject& pObject)
 {
-    if (!pObject.contains(QLatin1String("revision"))) {
+    if (!pObject.contains("revision"_L1)) {
         return std::nullopt;
     }
     return pParams.get<long long>("revision");
@@ -141,7 +142,7 @@ void addServerMethods(MethodTable& pTable, Service& pService)
     };
     tAdd("getDefaultServer", Kind::Query, &getDefaultServer);
     tAdd("updateDefaultServer", Kind::Change, &updateDefaultServer);
-    pTable.add(QStringLiteral("getServerList"), Kind::Query,
+    pTable.add(u"getServerList"_s, Kind::Query,
                [&](Connection&, const QJsonObject&) { return getServerList(pService); });
     tAdd("addServer", Kind::Change, &addServer);
     tAdd("changeServer", Kind::Change, &changeServer);

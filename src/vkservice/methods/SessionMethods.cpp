@@ -10,6 +10,8 @@
 
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::methods {
 
 using namespace vkcore;
@@ -29,16 +31,15 @@ Reply hello(Service& pService, Connection& pPeer, const QJsonObject& pParams)
         return tParams.invalid();
     }
     if (tProtocol != protocol::sVersion) {
-        return Reply::refused(
-            QStringLiteral("This service speaks version %1 of the protocol.").arg(protocol::sVersion));
+        return Reply::refused(u"This service speaks version %1 of the protocol."_s.arg(protocol::sVersion));
     }
     pPeer.setClientName(tClient.left(sMaxClientName));
     return Reply::result(QJsonObject{
-        {QStringLiteral("protocol"), protocol::sVersion},
-        {QStringLiteral("service"), QStringLiteral("vkservice")},
-        {QStringLiteral("version"), QCoreApplication::applicationVersion()},
-        {QStringLiteral("pid"), QCoreApplication::applicationPid()},
-        {QStringLiteral("worker"), pService.isWorker()},
+        {u"protocol"_s, protocol::sVersion},
+        {u"service"_s, u"vkservice"_s},
+        {u"version"_s, QCoreApplication::applicationVersion()},
+        {u"pid"_s, QCoreApplication::applicationPid()},
+        {u"worker"_s, pService.isWorker()},
     });
 }
 
@@ -49,8 +50,7 @@ Reply enterMonitorMode(Service& pService, Connection& pPeer)
     const QList<QJsonObject> tHeld = pService.takeHeldErrors();
     const QPointer<Connection> tPeer(&pPeer);
     for (const QJsonObject& tError : tHeld) {
-        const QByteArray tLine =
-            protocol::toLine(protocol::event(QStringLiteral("serviceErrorReceived"), tError));
+        const QByteArray tLine = protocol::toLine(protocol::event(u"serviceErrorReceived"_s, tError));
         QMetaObject::invokeMethod(
             &pPeer, [tPeer, tLine] { tPeer->sendEvent(tLine); }, Qt::QueuedConnection);
     }
@@ -64,16 +64,14 @@ Reply quit(Service& pService, const Connection& pPeer)
     const pid_t tPeer = pPeer.peer().mPid;
     if (pService.isWorker()) {
         if (tPeer != ::getppid()) {
-            return Reply::refused(
-                QStringLiteral("This worker belongs to another process, and ends with it."));
+            return Reply::refused(u"This worker belongs to another process, and ends with it."_s);
         }
         QMetaObject::invokeMethod(
             &pService, [&pService, tPeer] { pService.leave(tPeer); }, Qt::QueuedConnection);
         return Reply::done();
     }
     if (process::SystemdNotifier::isListening()) {
-        return Reply::refused(
-            QStringLiteral("systemd runs this service, and ends it: systemctl stop vkservice."));
+        return Reply::refused(u"systemd runs this service, and ends it: systemctl stop vkservice."_s);
     }
     QMetaObject::invokeMethod(&pService, &Service::quit, Qt::QueuedConnection);
     return Reply::done();
@@ -84,19 +82,18 @@ Reply quit(Service& pService, const Connection& pPeer)
 void addSessionMethods(MethodTable& pTable, Service& pService)
 {
     using Kind = MethodTable::Kind;
-    pTable.add(QStringLiteral("hello"), Kind::Query, [&](Connection& pPeer, const QJsonObject& pParams) {
+    pTable.add(u"hello"_s, Kind::Query, [&](Connection& pPeer, const QJsonObject& pParams) {
         return hello(pService, pPeer, pParams);
     });
-    pTable.add(QStringLiteral("ping"), Kind::Query,
-               [](Connection&, const QJsonObject&) { return Reply::done(); });
-    pTable.add(QStringLiteral("isVKClientActive"), Kind::Query, [&](Connection& pPeer, const QJsonObject&) {
-        return Reply::result(pService.sockets().hasClient(QStringLiteral("wizard"), &pPeer));
+    pTable.add(u"ping"_s, Kind::Query, [](Connection&, const QJsonObject&) { return Reply::done(); });
+    pTable.add(u"isVKClientActive"_s, Kind::Query, [&](Connection& pPeer, const QJsonObject&) {
+        return Reply::result(pService.sockets().hasClient(u"wizard"_s, &pPeer));
     });
-    pTable.add(QStringLiteral("enterMonitorMode"), Kind::Query,
+    pTable.add(u"enterMonitorMode"_s, Kind::Query,
                [&](Connection& pPeer, const QJsonObject&) { return enterMonitorMode(pService, pPeer); });
-    pTable.add(QStringLiteral("quitService"), Kind::Query,
+    pTable.add(u"quitService"_s, Kind::Query,
                [&](Connection& pPeer, const QJsonObject&) { return quit(pService, pPeer); });
-    pTable.add(QStringLiteral("reloadConfig"), Kind::Query, [&](Connection&, const QJsonObject&) {
+    pTable.add(u"reloadConfig"_s, Kind::Query, [&](Connection&, const QJsonObject&) {
         QString tReason;
         const bool tDone = pService.reload(&tReason);
         return Reply::of(tDone, tReason);

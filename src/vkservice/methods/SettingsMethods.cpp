@@ -9,6 +9,8 @@
 #include <QtCore/QDir>
 #include <QtCore/QRegularExpression>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::methods {
 
 using namespace vkcore;
@@ -16,7 +18,7 @@ using namespace ipc;
 
 namespace {
 
-const QString sLastRun = QStringLiteral("service.lastRun");
+const QString sLastRun = u"service.lastRun"_s;
 constexpr qsizetype sMaxText = 64 * 1024;
 
 // The password stays here: a client sends the proxy back with passwordChanged false, and then the stored one
@@ -25,12 +27,12 @@ Reply getProxy(Service& pService)
 {
     auto tProxy = pService.settings().proxy();
     if (!tProxy) {
-        return pService.storeFailure(QStringLiteral("The proxy settings"));
+        return pService.storeFailure(u"The proxy settings"_s);
     }
     tProxy->mProxy.mPassword = QString();
     return Reply::result(QJsonObject{
-        {QStringLiteral("mode"), static_cast<int>(tProxy->mMode)},
-        {QStringLiteral("proxy"), protocol::toJson(tProxy->mProxy)},
+        {u"mode"_s, static_cast<int>(tProxy->mMode)},
+        {u"proxy"_s, protocol::toJson(tProxy->mProxy)},
     });
 }
 
@@ -45,20 +47,19 @@ Reply setProxy(Service& pService, const QJsonObject& pParams)
     }
     const NetProxy& tNew = tProxy.mProxy;
     if (tNew.mHost.size() + tNew.mUser.size() + tNew.mPassword.size() > sMaxText) {
-        return Reply::refused(QStringLiteral("The texts of the proxy are too long."));
+        return Reply::refused(u"The texts of the proxy are too long."_s);
     }
     return pService.settings().setProxy(tProxy) ? Reply::done()
-                                                : pService.storeFailure(QStringLiteral("The proxy settings"));
+                                                : pService.storeFailure(u"The proxy settings"_s);
 }
 
 Reply getDataDirectory(Service& pService)
 {
     const auto tPath = pService.settings().dataDirectory();
     if (!tPath) {
-        return pService.storeFailure(QStringLiteral("The data directory"));
+        return pService.storeFailure(u"The data directory"_s);
     }
-    return Reply::result(tPath->isEmpty() ? pService.variables().text(QStringLiteral("install.dir"))
-                                          : *tPath);
+    return Reply::result(tPath->isEmpty() ? pService.variables().text(u"install.dir"_s) : *tPath);
 }
 
 // Whether the directory is there and can be written is looked at when it is used: it may be a disk that
@@ -72,12 +73,10 @@ Reply setDataDirectory(Service& pService, const QJsonObject& pParams)
     }
     if ((!tPath.isEmpty() && !QDir::isAbsolutePath(tPath)) || tPath.contains(QChar(0)) ||
         tPath.size() > sMaxText) {
-        return Reply::refused(
-            QStringLiteral("The data directory has to be an absolute path, or empty for the default."));
+        return Reply::refused(u"The data directory has to be an absolute path, or empty for the default."_s);
     }
-    return pService.settings().setDataDirectory(tPath)
-               ? Reply::done()
-               : pService.storeFailure(QStringLiteral("The data directory"));
+    return pService.settings().setDataDirectory(tPath) ? Reply::done()
+                                                       : pService.storeFailure(u"The data directory"_s);
 }
 
 Reply getLanguages(Service& pService)
@@ -85,19 +84,19 @@ Reply getLanguages(Service& pService)
     const auto tApp = pService.settings().appLanguage();
     const auto tData = pService.settings().dataLanguage();
     if (!tApp || !tData) {
-        return pService.storeFailure(QStringLiteral("The languages"));
+        return pService.storeFailure(u"The languages"_s);
     }
     const QString tDefault = pService.app().getAppLang();
     return Reply::result(QJsonObject{
-        {QStringLiteral("app"), tApp->isEmpty() ? tDefault : *tApp},
-        {QStringLiteral("data"), tData->isEmpty() ? tDefault : *tData},
+        {u"app"_s, tApp->isEmpty() ? tDefault : *tApp},
+        {u"data"_s, tData->isEmpty() ? tDefault : *tData},
     });
 }
 
 bool isLanguage(const QString& pCode)
 {
     static const QRegularExpression sForm(
-        QStringLiteral("\\A[A-Za-z]{2,8}([_-][A-Za-z0-9]{1,8}){0,3}(@[A-Za-z]{1,16})?\\z"),
+        u"\\A[A-Za-z]{2,8}([_-][A-Za-z0-9]{1,8}){0,3}(@[A-Za-z]{1,16})?\\z"_s,
         QRegularExpression::DontCaptureOption);
     return pCode.isNull() || sForm.match(pCode).hasMatch();
 }
@@ -111,23 +110,22 @@ Reply setLanguages(Service& pService, const QJsonObject& pParams)
         return tParams.invalid();
     }
     if (!isLanguage(tApp) || !isLanguage(tData)) {
-        return Reply::refused(QStringLiteral("A language is a code such as \"de\" or \"pt_BR\"."));
+        return Reply::refused(u"A language is a code such as \"de\" or \"pt_BR\"."_s);
     }
-    return pService.settings().setLanguages(tApp, tData)
-               ? Reply::done()
-               : pService.storeFailure(QStringLiteral("The languages"));
+    return pService.settings().setLanguages(tApp, tData) ? Reply::done()
+                                                         : pService.storeFailure(u"The languages"_s);
 }
 
 QString lastRunText(Service& pService, const QString& pDefault)
 {
     const QDateTime tFinished = pService.updates().lastRun().mFinished;
-    return tFinished.isValid() ? tFinished.toString(QStringLiteral("yyyyMMddhhmmss")) : pDefault;
+    return tFinished.isValid() ? tFinished.toString(u"yyyyMMddhhmmss"_s) : pDefault;
 }
 
 // A secret stays here, whoever asks. Its length is told, so that a client can show that there is one.
 QString shown(const QString& pName, const QString& pValue)
 {
-    const bool tSecret = pName.contains(QLatin1String("password"), Qt::CaseInsensitive);
+    const bool tSecret = pName.contains("password"_L1, Qt::CaseInsensitive);
     return tSecret ? QString(pValue.size(), u'*') : pValue;
 }
 
@@ -147,7 +145,7 @@ Reply getVariable(Service& pService, const QJsonObject& pParams)
     }
     const auto tValue = pService.variables().value(tName);
     if (!tValue) {
-        return pService.storeFailure(QStringLiteral("The configuration variable"));
+        return pService.storeFailure(u"The configuration variable"_s);
     }
     return Reply::result(protocol::toJson(tValue->isNull() ? tDefault : shown(tName, *tValue)));
 }
@@ -161,7 +159,7 @@ Reply setVariable(Service& pService, const QJsonObject& pParams)
         return tParams.invalid();
     }
     if (tName == sLastRun) {
-        return Reply::refused(QStringLiteral("The variable service.lastRun is set by the service alone."));
+        return Reply::refused(u"The variable service.lastRun is set by the service alone."_s);
     }
     QString tReason;
     if (control::MailControl::isVerification(tName)) {

@@ -3,6 +3,8 @@
 #include "methods/Methods.h"
 #include "Service.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::methods {
 
 using namespace ipc;
@@ -14,16 +16,16 @@ Reply progress(Service& pService)
     const update::Progress tProgress = pService.updates().progress();
     const QString tText = tProgress.mText.isNull() ? QString(QLatin1String("")) : tProgress.mText;
     return Reply::result(QJsonObject{
-        {QStringLiteral("activity"), static_cast<int>(tProgress.mActivity)},
-        {QStringLiteral("cancelable"), tProgress.mCancelable},
-        {QStringLiteral("text"), tText},
-        {QStringLiteral("bytesDone"), tProgress.mBytesDone},
-        {QStringLiteral("bytesTotal"), tProgress.mBytesTotal},
-        {QStringLiteral("done"), tProgress.mDone},
-        {QStringLiteral("total"), tProgress.mTotal},
-        {QStringLiteral("package"), tProgress.mPackage},
-        {QStringLiteral("packageCount"), tProgress.mPackageCount},
-        {QStringLiteral("failedCount"), tProgress.mFailedCount},
+        {u"activity"_s, static_cast<int>(tProgress.mActivity)},
+        {u"cancelable"_s, tProgress.mCancelable},
+        {u"text"_s, tText},
+        {u"bytesDone"_s, tProgress.mBytesDone},
+        {u"bytesTotal"_s, tProgress.mBytesTotal},
+        {u"done"_s, tProgress.mDone},
+        {u"total"_s, tProgress.mTotal},
+        {u"package"_s, tProgress.mPackage},
+        {u"packageCount"_s, tProgress.mPackageCount},
+        {u"failedCount"_s, tProgress.mFailedCount},
     });
 }
 
@@ -55,7 +57,7 @@ Reply trigger(Service& pService, const QJsonObject& pParams)
         return tParams.invalid();
     }
     if (pService.isEnding()) {
-        return Reply::refused(QStringLiteral("The service is about to end."));
+        return Reply::refused(u"The service is about to end."_s);
     }
     QString tReason;
     const bool tStarted = pService.updates().trigger(tManual, &tReason);
@@ -67,21 +69,21 @@ Reply trigger(Service& pService, const QJsonObject& pParams)
 void addUpdateMethods(MethodTable& pTable, Service& pService)
 {
     using Kind = MethodTable::Kind;
-    pTable.add(QStringLiteral("isServiceActive"), Kind::Query,
+    pTable.add(u"isServiceActive"_s, Kind::Query,
                [&](Connection&, const QJsonObject&) { return Reply::result(pService.updates().isActive()); });
-    pTable.add(QStringLiteral("getServiceStatus"), Kind::Query, [&](Connection&, const QJsonObject&) {
+    pTable.add(u"getServiceStatus"_s, Kind::Query, [&](Connection&, const QJsonObject&) {
         return Reply::result(static_cast<int>(pService.updates().status()));
     });
-    pTable.add(QStringLiteral("getServiceProgress"), Kind::Query,
+    pTable.add(u"getServiceProgress"_s, Kind::Query,
                [&](Connection&, const QJsonObject&) { return progress(pService); });
-    pTable.add(QStringLiteral("getLastServiceResult"), Kind::Query,
+    pTable.add(u"getLastServiceResult"_s, Kind::Query,
                [&](Connection&, const QJsonObject& pParams) { return lastResult(pService, pParams); });
-    pTable.add(QStringLiteral("getLastServiceResultStr"), Kind::Query,
+    pTable.add(u"getLastServiceResultStr"_s, Kind::Query,
                [&](Connection&, const QJsonObject& pParams) { return lastResultText(pService, pParams); });
-    pTable.add(QStringLiteral("triggerUpdate"), Kind::Query,
+    pTable.add(u"triggerUpdate"_s, Kind::Query,
                [&](Connection&, const QJsonObject& pParams) { return trigger(pService, pParams); });
-    pTable.add(QStringLiteral("abortUpdate"), Kind::Query, [&](Connection&, const QJsonObject&) {
-        return Reply::of(pService.updates().abort(), QStringLiteral("No update is under way."));
+    pTable.add(u"abortUpdate"_s, Kind::Query, [&](Connection&, const QJsonObject&) {
+        return Reply::of(pService.updates().abort(), u"No update is under way."_s);
     });
 }
 

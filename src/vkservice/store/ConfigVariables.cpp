@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::store {
 
 using vkcore::Statement;
@@ -21,11 +23,11 @@ bool isOneOf(const QString& pText, const QStringList& pWords)
 }
 bool isYes(const QString& pText)
 {
-    return isOneOf(pText, {QStringLiteral("yes"), QStringLiteral("true"), QStringLiteral("1")});
+    return isOneOf(pText, {u"yes"_s, u"true"_s, u"1"_s});
 }
 bool isNo(const QString& pText)
 {
-    return isOneOf(pText, {QStringLiteral("no"), QStringLiteral("false"), QStringLiteral("0")});
+    return isOneOf(pText, {u"no"_s, u"false"_s, u"0"_s});
 }
 
 QString prefixOf(const QString& pName)
@@ -42,7 +44,7 @@ VariableRule wholeNumberRule(const QString& pName, qint64 pDefault, qint64 pFrom
                 const qint64 tNumber = pText.toLongLong(&tOk);
                 return tOk && tNumber >= pFrom && tNumber <= pTo
                            ? QString()
-                           : QStringLiteral("a whole number from %1 to %2 is expected").arg(pFrom).arg(pTo);
+                           : u"a whole number from %1 to %2 is expected"_s.arg(pFrom).arg(pTo);
             }};
 }
 
@@ -50,18 +52,16 @@ VariableRule wordRule(const QString& pName, const QStringList& pWords)
 {
     return {pName, pWords.first(),
             [pWords](const QString& pText) {
-                return isOneOf(pText, pWords)
-                           ? QString()
-                           : QStringLiteral("one of %1 is expected").arg(pWords.join(QStringLiteral(", ")));
+                return isOneOf(pText, pWords) ? QString()
+                                              : u"one of %1 is expected"_s.arg(pWords.join(u", "_s));
             },
             pWords};
 }
 
 VariableRule yesNoRule(const QString& pName, bool pDefault)
 {
-    return {pName, pDefault ? QStringLiteral("yes") : QStringLiteral("no"), [](const QString& pText) {
-                return isYes(pText) || isNo(pText) ? QString()
-                                                   : QStringLiteral("\"yes\" or \"no\" is expected");
+    return {pName, pDefault ? u"yes"_s : u"no"_s, [](const QString& pText) {
+                return isYes(pText) || isNo(pText) ? QString() : u"\"yes\" or \"no\" is expected"_s;
             }};
 }
 
@@ -70,7 +70,7 @@ VariableRule pathRule(const QString& pName, const QString& pDefault)
     return {pName, pDefault, [](const QString& pText) {
                 return QDir::isAbsolutePath(pText) && !pText.contains(QChar(0))
                            ? QString()
-                           : QStringLiteral("an absolute path is expected");
+                           : u"an absolute path is expected"_s;
             }};
 }
 
@@ -86,7 +86,7 @@ VariableRule textRule(const QString& pName, const QString& pDefault)
     return {pName, pDefault, [](const QString& pText) {
                 for (const QChar tChar : pText) {
                     if (tChar.category() == QChar::Other_Control) {
-                        return QStringLiteral("a single line without control characters is expected");
+                        return u"a single line without control characters is expected"_s;
                     }
                 }
                 return QString();
@@ -120,8 +120,7 @@ std::optional<QString> ConfigVariables::stored(const QString& pName) const
 
 QString ConfigVariables::configured(const VariableRule& pRule) const
 {
-    const QString tValue =
-        mConfiguration ? mConfiguration(QStringLiteral("service.") + pRule.mName) : QString();
+    const QString tValue = mConfiguration ? mConfiguration(u"service."_s + pRule.mName) : QString();
     const bool tCounts = !tValue.isEmpty() && (pRule.mKeepsWrong || pRule.mCheck(tValue).isNull());
     return tCounts ? tValue : QString();
 }
@@ -171,22 +170,20 @@ int ConfigVariables::word(const QString& pName, bool* pAllRead) const
 QString ConfigVariables::objection(const QString& pName, const QString& pValue) const
 {
     if (pName.isEmpty() || pName.size() > sMaxName) {
-        return QStringLiteral("The name of a configuration variable has 1 to %1 characters.").arg(sMaxName);
+        return u"The name of a configuration variable has 1 to %1 characters."_s.arg(sMaxName);
     }
     if (pValue.toUtf8().size() > sMaxValueBytes) {
-        return QStringLiteral("The value of a configuration variable has at most %1 bytes.")
-            .arg(sMaxValueBytes);
+        return u"The value of a configuration variable has at most %1 bytes."_s.arg(sMaxValueBytes);
     }
     if (isMistaken(pName) && (!pValue.isEmpty() || stored(pName).value_or(QString()).isNull())) {
-        return QStringLiteral("There is no variable %1, and names with %2 in front belong to the service.")
-            .arg(pName, prefixOf(pName));
+        return u"There is no variable %1, and names with %2 in front belong to the service."_s.arg(
+            pName, prefixOf(pName));
     }
     const auto tRule = mRules.constFind(pName);
     const QString tComplaint =
         tRule != mRules.constEnd() && !pValue.isEmpty() ? tRule->mCheck(pValue) : QString();
-    return tComplaint.isNull()
-               ? QString()
-               : QStringLiteral("The variable %1 can't have this value: %2.").arg(pName, tComplaint);
+    return tComplaint.isNull() ? QString()
+                               : u"The variable %1 can't have this value: %2."_s.arg(pName, tComplaint);
 }
 
 bool ConfigVariables::set(const QString& pName, const QString& pValue, QString* pReason)
@@ -207,7 +204,7 @@ bool ConfigVariables::set(const QString& pName, const QString& pValue, QString* 
         return tChange.run();
     });
     if (!tDone) {
-        *pReason = QStringLiteral("The variable can't be stored: %1.").arg(mDatabase.errorText());
+        *pReason = u"The variable can't be stored: %1."_s.arg(mDatabase.errorText());
     }
     return tDone;
 }
@@ -216,12 +213,11 @@ QStringList ConfigVariables::complaints() const
 {
     QStringList tComplaints;
     for (const VariableRule& tRule : mRules) {
-        const QString tKey = QStringLiteral("service.") + tRule.mName;
+        const QString tKey = u"service."_s + tRule.mName;
         const QString tValue = mConfiguration ? mConfiguration(tKey) : QString();
         const QString tComplaint = tValue.isEmpty() ? QString() : tRule.mCheck(tValue);
         if (!tComplaint.isNull()) {
-            tComplaints.append(
-                QStringLiteral("The configuration key %1 is ignored: %2.").arg(tKey, tComplaint));
+            tComplaints.append(u"The configuration key %1 is ignored: %2."_s.arg(tKey, tComplaint));
         }
     }
     Statement tStored(mDatabase, "SELECT name, value FROM variables");
@@ -230,13 +226,11 @@ QStringList ConfigVariables::complaints() const
         const auto tRule = mRules.constFind(tName);
         const QString tComplaint = tRule != mRules.constEnd() ? tRule->mCheck(tStored.text(1)) : QString();
         if (!tComplaint.isNull()) {
-            tComplaints.append(
-                QStringLiteral("The stored value of %1 is ignored: %2.").arg(tName, tComplaint));
+            tComplaints.append(u"The stored value of %1 is ignored: %2."_s.arg(tName, tComplaint));
         } else if (isMistaken(tName)) {
             tComplaints.append(
-                QStringLiteral(
-                    "The stored variable %1 is not known and does nothing. An empty value removes it.")
-                    .arg(tName));
+                u"The stored variable %1 is not known and does nothing. An empty value removes it."_s.arg(
+                    tName));
         }
     }
     tComplaints.sort();

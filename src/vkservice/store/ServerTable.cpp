@@ -8,6 +8,8 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QUrl>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::store {
 
 using namespace vkcore;
@@ -49,10 +51,10 @@ qsizetype answerBytes(const ServerEntry& pEntry)
 bool isUsableAddress(const QString& pUri)
 {
     const QUrl tUrl = QUrl::fromEncoded(pUri.toUtf8(), QUrl::TolerantMode);
-    if (tUrl.isValid() && tUrl.scheme() == QLatin1String("https")) {
+    if (tUrl.isValid() && tUrl.scheme() == "https"_L1) {
         return !tUrl.host().isEmpty();
     }
-    return tUrl.isValid() && tUrl.scheme() == QLatin1String("file") && !tUrl.path().isEmpty();
+    return tUrl.isValid() && tUrl.scheme() == "file"_L1 && !tUrl.path().isEmpty();
 }
 
 } // namespace
@@ -126,7 +128,7 @@ bool ServerTable::moveRevision()
 
 ServerTable::Outcome ServerTable::failed()
 {
-    mReason = QStringLiteral("The server list can't be stored: %1.").arg(mDatabase.errorText());
+    mReason = u"The server list can't be stored: %1."_s.arg(mDatabase.errorText());
     return Outcome::Failed;
 }
 
@@ -160,7 +162,7 @@ ServerTable::Outcome ServerTable::inTransaction(std::optional<qint64> pRevision,
 ServerTable::Outcome ServerTable::check(const ServerEntry& pEntry)
 {
     if (!isUsableAddress(pEntry.mUri)) {
-        mReason = QStringLiteral("A server needs an address of the form https://HOST/... or file:///...");
+        mReason = u"A server needs an address of the form https://HOST/... or file:///..."_s;
         return Outcome::Invalid;
     }
     const auto tBytes = listBytes();
@@ -168,7 +170,7 @@ ServerTable::Outcome ServerTable::check(const ServerEntry& pEntry)
         return failed();
     }
     if (*tBytes + answerBytes(pEntry) > sMaxListBytes) {
-        mReason = QStringLiteral("The server list is full.");
+        mReason = u"The server list is full."_s;
         return Outcome::Invalid;
     }
     return Outcome::Done;

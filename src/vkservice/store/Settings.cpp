@@ -6,6 +6,8 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::store {
 
 using namespace vkcore;
@@ -14,11 +16,11 @@ namespace {
 
 QString fromBool(bool pValue)
 {
-    return pValue ? QStringLiteral("1") : QStringLiteral("0");
+    return pValue ? u"1"_s : u"0"_s;
 }
 bool toBool(const QString& pText)
 {
-    return pText == QLatin1String("1");
+    return pText == "1"_L1;
 }
 QString fromDate(const QDateTime& pDate)
 {
@@ -72,7 +74,7 @@ bool Settings::set(const Values& pValues)
 
 std::optional<ProxySettings> Settings::proxy() const
 {
-    const auto tStored = values(QStringLiteral("proxy."));
+    const auto tStored = values(u"proxy."_s);
     if (!tStored) {
         return std::nullopt;
     }
@@ -80,14 +82,14 @@ std::optional<ProxySettings> Settings::proxy() const
     if (tStored->isEmpty()) {
         return tSettings;
     }
-    tSettings.mMode = static_cast<NetProxyMode>(tStored->value(QStringLiteral("proxy.mode")).toInt());
+    tSettings.mMode = static_cast<NetProxyMode>(tStored->value(u"proxy.mode"_s).toInt());
     NetProxy& tProxy = tSettings.mProxy;
-    tProxy.mEnabled = toBool(tStored->value(QStringLiteral("proxy.enabled")));
-    tProxy.mConfigured = toBool(tStored->value(QStringLiteral("proxy.configured")));
-    tProxy.mHost = tStored->value(QStringLiteral("proxy.host"));
-    tProxy.mPort = tStored->value(QStringLiteral("proxy.port")).toUInt();
-    tProxy.mUser = tStored->value(QStringLiteral("proxy.user"));
-    tProxy.mPassword = tStored->value(QStringLiteral("proxy.password"));
+    tProxy.mEnabled = toBool(tStored->value(u"proxy.enabled"_s));
+    tProxy.mConfigured = toBool(tStored->value(u"proxy.configured"_s));
+    tProxy.mHost = tStored->value(u"proxy.host"_s);
+    tProxy.mPort = tStored->value(u"proxy.port"_s).toUInt();
+    tProxy.mUser = tStored->value(u"proxy.user"_s);
+    tProxy.mPassword = tStored->value(u"proxy.password"_s);
     return tSettings;
 }
 
@@ -99,54 +101,53 @@ bool Settings::setProxy(const ProxySettings& pProxy)
     }
     const NetProxy& tProxy = pProxy.mProxy;
     Values tValues{
-        {QStringLiteral("proxy.mode"), QString::number(pProxy.mMode)},
-        {QStringLiteral("proxy.enabled"), fromBool(tProxy.mEnabled)},
-        {QStringLiteral("proxy.configured"), fromBool(tProxy.mConfigured)},
-        {QStringLiteral("proxy.host"), tProxy.mHost},
-        {QStringLiteral("proxy.port"), QString::number(tProxy.mPort)},
-        {QStringLiteral("proxy.user"), tProxy.mUser},
+        {u"proxy.mode"_s, QString::number(pProxy.mMode)},
+        {u"proxy.enabled"_s, fromBool(tProxy.mEnabled)},
+        {u"proxy.configured"_s, fromBool(tProxy.mConfigured)},
+        {u"proxy.host"_s, tProxy.mHost},
+        {u"proxy.port"_s, QString::number(tProxy.mPort)},
+        {u"proxy.user"_s, tProxy.mUser},
     };
     if (tProxy.mPasswordChanged || isAnotherProxy(tOld->mProxy, tProxy)) {
-        tValues.insert(QStringLiteral("proxy.password"),
-                       tProxy.mPasswordChanged ? tProxy.mPassword : QString());
+        tValues.insert(u"proxy.password"_s, tProxy.mPasswordChanged ? tProxy.mPassword : QString());
     }
     return set(tValues);
 }
 
 std::optional<QString> Settings::dataDirectory() const
 {
-    return value(QStringLiteral("dataDirectory"));
+    return value(u"dataDirectory"_s);
 }
 
 bool Settings::setDataDirectory(const QString& pPath)
 {
-    return set({{QStringLiteral("dataDirectory"), pPath}});
+    return set({{u"dataDirectory"_s, pPath}});
 }
 
 std::optional<QString> Settings::appLanguage() const
 {
-    return value(QStringLiteral("language.app"));
+    return value(u"language.app"_s);
 }
 std::optional<QString> Settings::dataLanguage() const
 {
-    return value(QStringLiteral("language.data"));
+    return value(u"language.data"_s);
 }
 
 bool Settings::setLanguages(const QString& pApp, const QString& pData)
 {
     Values tValues;
     if (!pApp.isNull()) {
-        tValues.insert(QStringLiteral("language.app"), pApp);
+        tValues.insert(u"language.app"_s, pApp);
     }
     if (!pData.isNull()) {
-        tValues.insert(QStringLiteral("language.data"), pData);
+        tValues.insert(u"language.data"_s, pData);
     }
     return tValues.isEmpty() || set(tValues);
 }
 
 std::optional<ScheduleSettings> Settings::schedule() const
 {
-    const auto tStored = values(QStringLiteral("schedule."));
+    const auto tStored = values(u"schedule."_s);
     if (!tStored) {
         return std::nullopt;
     }
@@ -154,36 +155,34 @@ std::optional<ScheduleSettings> Settings::schedule() const
     if (tStored->isEmpty()) {
         return tSchedule;
     }
-    tSchedule.mMode =
-        static_cast<Scheduler::AutoUpdateMode>(tStored->value(QStringLiteral("schedule.mode")).toInt());
-    tSchedule.mFlags = tStored->value(QStringLiteral("schedule.flags")).toInt();
-    tSchedule.mNextCheck = toDate(tStored->value(QStringLiteral("schedule.nextCheck")));
-    tSchedule.mAnchor = toDate(tStored->value(QStringLiteral("schedule.anchor")));
-    tSchedule.mPeriodCount = tStored->value(QStringLiteral("schedule.periodCount")).toInt();
-    tSchedule.mUnit =
-        static_cast<Scheduler::PeriodUnit>(tStored->value(QStringLiteral("schedule.unit")).toInt());
-    tSchedule.mExtra = tStored->value(QStringLiteral("schedule.extra"));
-    tSchedule.mNextCheckChosen = toBool(tStored->value(QStringLiteral("schedule.nextCheckChosen")));
+    tSchedule.mMode = static_cast<Scheduler::AutoUpdateMode>(tStored->value(u"schedule.mode"_s).toInt());
+    tSchedule.mFlags = tStored->value(u"schedule.flags"_s).toInt();
+    tSchedule.mNextCheck = toDate(tStored->value(u"schedule.nextCheck"_s));
+    tSchedule.mAnchor = toDate(tStored->value(u"schedule.anchor"_s));
+    tSchedule.mPeriodCount = tStored->value(u"schedule.periodCount"_s).toInt();
+    tSchedule.mUnit = static_cast<Scheduler::PeriodUnit>(tStored->value(u"schedule.unit"_s).toInt());
+    tSchedule.mExtra = tStored->value(u"schedule.extra"_s);
+    tSchedule.mNextCheckChosen = toBool(tStored->value(u"schedule.nextCheckChosen"_s));
     return tSchedule;
 }
 
 bool Settings::setSchedule(const ScheduleSettings& pSchedule)
 {
     return set({
-        {QStringLiteral("schedule.mode"), QString::number(pSchedule.mMode)},
-        {QStringLiteral("schedule.flags"), QString::number(pSchedule.mFlags)},
-        {QStringLiteral("schedule.nextCheck"), fromDate(pSchedule.mNextCheck)},
-        {QStringLiteral("schedule.anchor"), fromDate(pSchedule.mAnchor)},
-        {QStringLiteral("schedule.periodCount"), QString::number(pSchedule.mPeriodCount)},
-        {QStringLiteral("schedule.unit"), QString::number(pSchedule.mUnit)},
-        {QStringLiteral("schedule.extra"), pSchedule.mExtra},
-        {QStringLiteral("schedule.nextCheckChosen"), fromBool(pSchedule.mNextCheckChosen)},
+        {u"schedule.mode"_s, QString::number(pSchedule.mMode)},
+        {u"schedule.flags"_s, QString::number(pSchedule.mFlags)},
+        {u"schedule.nextCheck"_s, fromDate(pSchedule.mNextCheck)},
+        {u"schedule.anchor"_s, fromDate(pSchedule.mAnchor)},
+        {u"schedule.periodCount"_s, QString::number(pSchedule.mPeriodCount)},
+        {u"schedule.unit"_s, QString::number(pSchedule.mUnit)},
+        {u"schedule.extra"_s, pSchedule.mExtra},
+        {u"schedule.nextCheckChosen"_s, fromBool(pSchedule.mNextCheckChosen)},
     });
 }
 
 std::optional<MonitoringSettings> Settings::monitoring() const
 {
-    const auto tStored = value(QStringLiteral("monitoring"));
+    const auto tStored = value(u"monitoring"_s);
     if (!tStored) {
         return std::nullopt;
     }
@@ -195,47 +194,46 @@ std::optional<MonitoringSettings> Settings::monitoring() const
 bool Settings::setMonitoring(const MonitoringSettings& pSettings)
 {
     const QByteArray tJson = QJsonDocument(protocol::toJson(pSettings)).toJson(QJsonDocument::Compact);
-    return set({{QStringLiteral("monitoring"), QString::fromUtf8(tJson)}});
+    return set({{u"monitoring"_s, QString::fromUtf8(tJson)}});
 }
 
 std::optional<RunRecord> Settings::lastRun() const
 {
-    const auto tStored = values(QStringLiteral("lastRun."));
+    const auto tStored = values(u"lastRun."_s);
     if (!tStored) {
         return std::nullopt;
     }
     RunRecord tRecord;
-    tRecord.mCode = tStored->value(QStringLiteral("lastRun.code")).toInt();
-    tRecord.mText = tStored->value(QStringLiteral("lastRun.text"));
-    tRecord.mFinished = toDate(tStored->value(QStringLiteral("lastRun.finished")));
-    tRecord.mLastSuccess = toDate(tStored->value(QStringLiteral("lastRun.lastSuccess")));
-    tRecord.mCutShort = tStored->value(QStringLiteral("lastRun.cutShort")).toInt();
-    tRecord.mBegan =
-        QDateTime::fromString(tStored->value(QStringLiteral("lastRun.began")), Qt::ISODateWithMs);
+    tRecord.mCode = tStored->value(u"lastRun.code"_s).toInt();
+    tRecord.mText = tStored->value(u"lastRun.text"_s);
+    tRecord.mFinished = toDate(tStored->value(u"lastRun.finished"_s));
+    tRecord.mLastSuccess = toDate(tStored->value(u"lastRun.lastSuccess"_s));
+    tRecord.mCutShort = tStored->value(u"lastRun.cutShort"_s).toInt();
+    tRecord.mBegan = QDateTime::fromString(tStored->value(u"lastRun.began"_s), Qt::ISODateWithMs);
     return tRecord;
 }
 
 bool Settings::setLastRun(const RunRecord& pRecord)
 {
     return set({
-        {QStringLiteral("lastRun.code"), QString::number(pRecord.mCode)},
-        {QStringLiteral("lastRun.text"), pRecord.mText},
-        {QStringLiteral("lastRun.finished"), fromDate(pRecord.mFinished)},
-        {QStringLiteral("lastRun.lastSuccess"), fromDate(pRecord.mLastSuccess)},
-        {QStringLiteral("lastRun.began"), pRecord.mBegan.toString(Qt::ISODateWithMs)},
-        {QStringLiteral("lastRun.cutShort"), QString::number(pRecord.mCutShort)},
-        {QStringLiteral("unfinishedRun"), QString()},
+        {u"lastRun.code"_s, QString::number(pRecord.mCode)},
+        {u"lastRun.text"_s, pRecord.mText},
+        {u"lastRun.finished"_s, fromDate(pRecord.mFinished)},
+        {u"lastRun.lastSuccess"_s, fromDate(pRecord.mLastSuccess)},
+        {u"lastRun.began"_s, pRecord.mBegan.toString(Qt::ISODateWithMs)},
+        {u"lastRun.cutShort"_s, QString::number(pRecord.mCutShort)},
+        {u"unfinishedRun"_s, QString()},
     });
 }
 
 std::optional<QString> Settings::unfinishedRun() const
 {
-    return value(QStringLiteral("unfinishedRun"));
+    return value(u"unfinishedRun"_s);
 }
 
 bool Settings::beginRun(const QString& pDate)
 {
-    return set({{QStringLiteral("unfinishedRun"), pDate}});
+    return set({{u"unfinishedRun"_s, pDate}});
 }
 
 } // namespace tarn::vkservice::store

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::store {
 
 using vkcore::Database;
@@ -51,7 +53,7 @@ constexpr const char* sProbes[] = {
 
 bool StateStore::open(const QString& pStateDir, QString* pError)
 {
-    mPath = pStateDir + QStringLiteral("/state.db");
+    mPath = pStateDir + u"/state.db"_s;
     mDamagedFile.clear();
     return openFile(pError) || replaceIfDamaged(pError);
 }
@@ -67,10 +69,9 @@ bool StateStore::openFile(QString* pError)
 
 bool StateStore::fail(QString* pError)
 {
-    *pError =
-        QStringLiteral("The state database %1 can't be used and is left as it is: %2. Start the service "
-                       "again when the cause is gone, or move the file away to begin without settings.")
-            .arg(mPath, mDatabase.errorText());
+    *pError = u"The state database %1 can't be used and is left as it is: %2. Start the service "
+              "again when the cause is gone, or move the file away to begin without settings."_s.arg(
+                  mPath, mDatabase.errorText());
     return false;
 }
 

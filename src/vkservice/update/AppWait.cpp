@@ -15,6 +15,8 @@
 #include <climits>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -59,14 +61,14 @@ void AppWait::watch(const packages::InstalledPackage& pPackage, const packages::
 {
     const QString tVersions = QFileInfo(pFolders.absolute(pPackage.mFolder)).path();
     const QString tCanonical = QFileInfo(tVersions).canonicalFilePath();
-    const QString tPrefix = (tCanonical.isEmpty() ? tVersions : tCanonical) + QLatin1Char('/');
-    const QString tTitle = pPackage.mInfo.mTitle.bestValue(QStringLiteral("en"));
+    const QString tPrefix = (tCanonical.isEmpty() ? tVersions : tCanonical) + u'/';
+    const QString tTitle = pPackage.mInfo.mTitle.bestValue(u"en"_s);
     Watched tWatched{
         tTitle.isEmpty() ? pPackage.mInfo.mName : tTitle, tPrefix, pPackage.mInfo.mExecutables, {}};
     const QStringList tFolders = QDir(tPrefix).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     for (const QString& tFolder : tFolders) {
         for (const QString& tExecutable : tWatched.mExecutables) {
-            const QString tPath = tPrefix + tFolder + QLatin1Char('/') + tExecutable;
+            const QString tPath = tPrefix + tFolder + u'/' + tExecutable;
             if (const auto tFile = os::fileIdAt(QFile::encodeName(tPath)); tFile && needsInterpreter(tPath)) {
                 tWatched.mScripts.append(*tFile);
             }
@@ -103,7 +105,7 @@ const AppWait::Watched* AppWait::watchedOf(const os::Process& pProcess) const
             continue;
         }
         const QString tBelow = pProcess.mExecutable.mid(tWatched.mPrefix.size());
-        if (tWatched.mExecutables.contains(tBelow.section(QLatin1Char('/'), 1))) {
+        if (tWatched.mExecutables.contains(tBelow.section(u'/', 1))) {
             return &tWatched;
         }
     }
@@ -118,9 +120,7 @@ QStringList AppWait::running(QList<pid_t>* pPids)
     for (const os::Process& tProcess : tAll) {
         if (const Watched* tWatched = watchedOf(tProcess)) {
             pPids->append(tProcess.mPid);
-            tNames.append(QStringLiteral("%1 (process %2, %3)")
-                              .arg(tWatched->mTitle, tProcess.mName)
-                              .arg(tProcess.mPid));
+            tNames.append(u"%1 (process %2, %3)"_s.arg(tWatched->mTitle, tProcess.mName).arg(tProcess.mPid));
         }
     }
     return tNames;
@@ -141,19 +141,16 @@ Trouble AppWait::wait(int pSeconds)
         if (tTold.isEmpty()) {
             mReporter.begin(vkcore::ActivityWaitingForApps, true, 0, false);
         }
-        const QString tList = tNames.join(QStringLiteral(", "));
+        const QString tList = tNames.join(u", "_s);
         if (tDeadline.hasExpired()) {
             return {Trouble::Kind::AppsRunning,
-                    QStringLiteral(
-                        "The update could not be installed because applications were running: %1. Close "
-                        "them and start the update again")
-                        .arg(tList)};
+                    u"The update could not be installed because applications were running: %1. Close "
+                    "them and start the update again"_s.arg(tList)};
         }
         if (tTold != tNames) {
             tTold = tNames;
             mReporter.setText(tList);
-            mReporter.notify(MessageInformation,
-                             QStringLiteral("Please close these applications: %1").arg(tList));
+            mReporter.notify(MessageInformation, u"Please close these applications: %1"_s.arg(tList));
         }
         waitForEnd(tPids, static_cast<int>(qMin<qint64>(tDeadline.remainingTime(), INT_MAX)));
     }

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -15,8 +17,7 @@ constexpr qsizetype sBufferSize = 1024 * 1024;
 
 Trouble notTheSigned(const tuf::TargetFile& pTarget)
 {
-    return {Trouble::Kind::Untrusted,
-            QStringLiteral("The file %1 is not the one that was signed").arg(pTarget.mPath)};
+    return {Trouble::Kind::Untrusted, u"The file %1 is not the one that was signed"_s.arg(pTarget.mPath)};
 }
 
 ArchiveFile::ArchiveFile(os::FileSystem& pFileSystem, const os::PrivateFolder& pFolder,
@@ -29,8 +30,7 @@ ArchiveFile::~ArchiveFile() = default;
 
 Trouble ArchiveFile::ioTrouble(int pErrno) const
 {
-    return Trouble::from(
-        os::Failure::fromErrno(pErrno, QStringLiteral("write %1").arg(mFolder.pathOf(mName))));
+    return Trouble::from(os::Failure::fromErrno(pErrno, u"write %1"_s.arg(mFolder.pathOf(mName))));
 }
 
 Trouble ArchiveFile::open(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress)
@@ -59,8 +59,7 @@ Trouble ArchiveFile::hashFound(const os::AbortFlag& pAbort, const std::function<
             continue;
         }
         if (tGot < 0) {
-            return Trouble::from(
-                os::Failure::fromErrno(errno, QStringLiteral("read %1").arg(mFolder.pathOf(mName))));
+            return Trouble::from(os::Failure::fromErrno(errno, u"read %1"_s.arg(mFolder.pathOf(mName))));
         }
         mHasher->add(QByteArrayView(tBlock.constData(), tGot));
         mReceived += tGot;
@@ -88,8 +87,7 @@ Trouble ArchiveFile::write(QByteArrayView pData)
 {
     if (mReceived + pData.size() > mTarget.mLength) {
         return {Trouble::Kind::Untrusted,
-                QStringLiteral("The server sent more than the %1 bytes that were signed for %2")
-                    .arg(mTarget.mLength)
+                u"The server sent more than the %1 bytes that were signed for %2"_s.arg(mTarget.mLength)
                     .arg(mTarget.mPath)};
     }
     mReceived += pData.size();

@@ -9,15 +9,17 @@
 #include <memory>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
 
-const QString sTargetsFolder = QStringLiteral("targets/");
+const QString sTargetsFolder = u"targets/"_s;
 
 QString packageLabel(const Offer& pOffer)
 {
-    return QStringLiteral("%1 %2").arg(pOffer.mInfo.mName, pOffer.mInfo.mVersion.version().toTarnAppFormat());
+    return u"%1 %2"_s.arg(pOffer.mInfo.mName, pOffer.mInfo.mVersion.version().toTarnAppFormat());
 }
 
 } // namespace
@@ -34,7 +36,7 @@ struct Downloads::Item
 
 Downloads::Downloads(os::FileSystem& pFileSystem, const QString& pStateDir, Reporter& pReporter,
                      const os::AbortFlag& pAbort)
-    : mFileSystem(pFileSystem), mPath(pStateDir + QStringLiteral("/downloads")), mFolder(pFileSystem),
+    : mFileSystem(pFileSystem), mPath(pStateDir + u"/downloads"_s), mFolder(pFileSystem),
       mReporter(pReporter), mAbort(pAbort)
 {
 }

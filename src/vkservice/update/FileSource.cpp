@@ -13,6 +13,8 @@
 #include <cerrno>
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -30,14 +32,14 @@ void FileSource::run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pA
 {
     for (Transfer* tTransfer : pTransfers) {
         const QByteArray tBelow = QByteArray::fromPercentEncoding(tTransfer->mPath.toUtf8());
-        const QString tPath = mFolder + QLatin1Char('/') + QString::fromUtf8(tBelow);
+        const QString tPath = mFolder + u'/' + QString::fromUtf8(tBelow);
         tTransfer->mTrouble = copy(tPath, *tTransfer->mSink, pAbort);
     }
 }
 
 Trouble FileSource::openFailed(int pErrno, const QString& pPath) const
 {
-    const QString tText = QStringLiteral("Can't read %1: %2").arg(pPath, qt_error_string(pErrno));
+    const QString tText = u"Can't read %1: %2"_s.arg(pPath, qt_error_string(pErrno));
     // A missing file says something about the repository only where there is one.
     const bool tNotFound = (pErrno == ENOENT || pErrno == ENOTDIR) && QFileInfo(mFolder).isDir();
     return {tNotFound ? Trouble::Kind::NotFound : Trouble::Kind::Unreachable, tText};
@@ -52,7 +54,7 @@ Trouble FileSource::copy(const QString& pPath, Sink& pSink, const os::AbortFlag&
         return openFailed(errno, pPath);
     }
     if (!S_ISREG(tStat.st_mode)) {
-        return {Trouble::Kind::NotFound, QStringLiteral("%1 is no regular file").arg(pPath)};
+        return {Trouble::Kind::NotFound, u"%1 is no regular file"_s.arg(pPath)};
     }
     if (::lseek(tFile.fd(), pSink.received(), SEEK_SET) < 0) {
         return openFailed(errno, pPath);

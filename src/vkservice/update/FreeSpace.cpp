@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <limits>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -39,7 +41,7 @@ Trouble checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNee
         struct statvfs tVfs;
         struct stat tStat;
         if (pFileSystem.statVfs(tPath, &tVfs) != 0 || ::stat(tPath.constData(), &tStat) != 0) {
-            const QString tWhat = QStringLiteral("find out the free space of %1").arg(tNeed.mFolder);
+            const QString tWhat = u"find out the free space of %1"_s.arg(tNeed.mFolder);
             return Trouble::from(os::Failure::fromErrno(errno, tWhat));
         }
         qint64& tTotal = tTotals[tStat.st_dev];
@@ -47,9 +49,8 @@ Trouble checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNee
         const qint64 tFree = static_cast<qint64>(tVfs.f_bavail) * static_cast<qint64>(tVfs.f_frsize);
         if (tTotal > tFree) {
             return {Trouble::Kind::NoSpace,
-                    QStringLiteral("The update needs %1 on the disk of %2, where %3 are free: make room and "
-                                   "start it again")
-                        .arg(inWords(tTotal), tNeed.mFolder, inWords(tFree))};
+                    u"The update needs %1 on the disk of %2, where %3 are free: make room and "
+                    "start it again"_s.arg(inWords(tTotal), tNeed.mFolder, inWords(tFree))};
         }
     }
     return {};

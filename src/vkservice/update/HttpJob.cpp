@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -53,11 +55,11 @@ QString statusText(long pStatus)
 {
     switch (pStatus) {
     case 401:
-        return QStringLiteral("the server refuses the user name or the password (status 401)");
+        return u"the server refuses the user name or the password (status 401)"_s;
     case 407:
-        return QStringLiteral("the proxy refuses the user name or the password (status 407)");
+        return u"the proxy refuses the user name or the password (status 407)"_s;
     default:
-        return QStringLiteral("the server answers with status %1").arg(pStatus);
+        return u"the server answers with status %1"_s.arg(pStatus);
     }
 }
 
@@ -101,7 +103,7 @@ bool HttpJob::begin(CURLM* pMulti)
     mMulti = pMulti;
     mHandle = curl_easy_init();
     if (!mSettings.apply(mHandle)) {
-        fail(Trouble::Kind::Failed, QStringLiteral("the transfer could not be set up"));
+        fail(Trouble::Kind::Failed, u"the transfer could not be set up"_s);
         return false;
     }
     curl_easy_setopt(mHandle, CURLOPT_URL, mUrl.constData());
@@ -222,9 +224,8 @@ bool HttpJob::judge(CURLcode pResult, long pStatus)
     constexpr long sRangeNotSatisfiable = 416;
     if (mRangeWrong || pStatus == sRangeNotSatisfiable) {
         mTransfer.mTrouble = restartSink();
-        return mTransfer.mTrouble ||
-               retryOrFail(Trouble::Kind::Unreachable,
-                           QStringLiteral("the server sends another part than it was asked for"));
+        return mTransfer.mTrouble || retryOrFail(Trouble::Kind::Unreachable,
+                                                 u"the server sends another part than it was asked for"_s);
     }
     if (saysNotFound(pStatus)) {
         return fail(Trouble::Kind::NotFound, statusText(pStatus));
@@ -289,7 +290,7 @@ bool HttpJob::retryOrFail(Trouble::Kind pKind, const QString& pWhy)
 
 bool HttpJob::fail(Trouble::Kind pKind, const QString& pWhy)
 {
-    mTransfer.mTrouble = {pKind, QStringLiteral("Can't get %1: %2").arg(QString::fromUtf8(mUrl), pWhy)};
+    mTransfer.mTrouble = {pKind, u"Can't get %1: %2"_s.arg(QString::fromUtf8(mUrl), pWhy)};
     return true;
 }
 

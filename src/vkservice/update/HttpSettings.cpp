@@ -5,12 +5,14 @@
 
 #include <QtCore/QUrl>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
 
 constexpr long sMaxRedirects = 5;
-const QString sEnvironmentFile = QStringLiteral("/etc/environment");
+const QString sEnvironmentFile = u"/etc/environment"_s;
 
 } // namespace
 
@@ -32,7 +34,7 @@ HttpSettings::HttpSettings(const ServerAccess& pServer, const RunRequest& pReque
         mProxy = tOs.mProxy.toUtf8();
         mNoProxy = tOs.mNoProxy.toUtf8();
     } else if (tProxy.mEnabled && tProxy.mConfigured) {
-        mProxy = QStringLiteral("%1:%2").arg(tProxy.mHost).arg(tProxy.mPort).toUtf8();
+        mProxy = u"%1:%2"_s.arg(tProxy.mHost).arg(tProxy.mPort).toUtf8();
         mProxyUser = tProxy.mUser.toUtf8();
         mProxyPassword = tProxy.mPassword.toUtf8();
     }

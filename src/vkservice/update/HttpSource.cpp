@@ -9,6 +9,8 @@
 #include <list>
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -116,15 +118,15 @@ private:
     {
         const auto tNow = Clock::now();
         if (tNow >= mDeadline) {
-            return QStringLiteral("the server took more than %1 seconds for its metadata")
-                .arg(mSettings.mPatience.mMetadataSeconds);
+            return u"the server took more than %1 seconds for its metadata"_s.arg(
+                mSettings.mPatience.mMetadataSeconds);
         }
         // What the bandwidth limit held back is not the server's fault.
         const auto tReady = mActive.empty() ? tNow : std::max(pBegin, mRateLimit.next());
         return mRateFloor.isKept(tNow - tReady, mRateLimit.taken())
                    ? QString()
-                   : QStringLiteral("for %1 seconds the server sent fewer than %2 bytes a second; "
-                                    "update.minimumRate says how slow a server may be")
+                   : u"for %1 seconds the server sent fewer than %2 bytes a second; "
+                     "update.minimumRate says how slow a server may be"_s
                          .arg(mSettings.mPatience.mRatePeriodSeconds)
                          .arg(mSettings.mLeastBytesPerSecond);
     }

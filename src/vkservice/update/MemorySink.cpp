@@ -1,5 +1,7 @@
 #include "update/Sink.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 Trouble MemorySink::restart()
@@ -12,8 +14,7 @@ Trouble MemorySink::write(QByteArrayView pData)
 {
     if (mBytes.size() + pData.size() > mMaxLength) {
         return {Trouble::Kind::Untrusted,
-                QStringLiteral("The server sent a file of more than the %1 bytes that it may have")
-                    .arg(mMaxLength)};
+                u"The server sent a file of more than the %1 bytes that it may have"_s.arg(mMaxLength)};
     }
     mBytes.append(pData.data(), pData.size());
     return {};

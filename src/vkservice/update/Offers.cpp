@@ -2,6 +2,8 @@
 
 #include <QtCore/QHash>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -13,7 +15,7 @@ constexpr qsizetype sMaxWarnings = 20;
 // What the target claims to be, also where it is of no use.
 QString claimedName(const TargetFile& pTarget)
 {
-    return pTarget.mCustom.value(QLatin1String("name")).toString();
+    return pTarget.mCustom.value("name"_L1).toString();
 }
 
 using OwnerMap = QHash<QString, const TargetFile*>; // package name -> a target of the role that has it
@@ -38,15 +40,13 @@ QString readOffer(const TargetFile& pTarget, const OwnerMap& pOwners, Offer* pOf
         return tReason;
     }
     const QString tFileName = packages::archiveName(pOffer->mInfo);
-    if (pTarget.mPath.section(QLatin1Char('/'), -1) != tFileName) {
-        return QStringLiteral("the file of this package must be named \"%1\"").arg(tFileName);
+    if (pTarget.mPath.section(u'/', -1) != tFileName) {
+        return u"the file of this package must be named \"%1\""_s.arg(tFileName);
     }
     const TargetFile* tOwner = pOwners.value(pOffer->mInfo.mName);
     if (tOwner->mRoleRank != pTarget.mRoleRank) {
-        return QStringLiteral(
-                   "the package name \"%1\" belongs to the role \"%2\", and the role \"%3\" may not "
-                   "use it")
-            .arg(pOffer->mInfo.mName, tOwner->mRole, pTarget.mRole);
+        return u"the package name \"%1\" belongs to the role \"%2\", and the role \"%3\" may not "
+               "use it"_s.arg(pOffer->mInfo.mName, tOwner->mRole, pTarget.mRole);
     }
     pOffer->mTarget = pTarget;
     return {};
@@ -68,11 +68,11 @@ QList<Offer> usableOffers(const QList<TargetFile>& pTargets, QStringList* pWarni
         if (tReason.isEmpty()) {
             tOffers.append(tOffer);
         } else if (++tUnusable <= sMaxWarnings) {
-            pWarnings->append(QStringLiteral("%1: %2").arg(tTarget.mPath, tReason));
+            pWarnings->append(u"%1: %2"_s.arg(tTarget.mPath, tReason));
         }
     }
     if (tUnusable > sMaxWarnings) {
-        pWarnings->append(QStringLiteral("%1 more files").arg(tUnusable - sMaxWarnings));
+        pWarnings->append(u"%1 more files"_s.arg(tUnusable - sMaxWarnings));
     }
     return tOffers;
 }

@@ -2,6 +2,8 @@
 
 #include <QtCore/QFile>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -16,7 +18,7 @@ QString valueOf(const QProcessEnvironment& pEnvironment, const QString& pName)
 QString unquoted(const QString& pText)
 {
     const bool tQuoted = pText.size() >= 2 && pText.front() == pText.back() &&
-                         (pText.front() == QLatin1Char('"') || pText.front() == QLatin1Char('\''));
+                         (pText.front() == u'"' || pText.front() == u'\'');
     return tQuoted ? pText.mid(1, pText.size() - 2) : pText;
 }
 
@@ -27,14 +29,14 @@ QProcessEnvironment readFile(const QString& pPath)
     if (!tFile.open(QIODevice::ReadOnly)) {
         return tEnvironment;
     }
-    const QStringList tLines = QString::fromUtf8(tFile.read(sMaxFileSize)).split(QLatin1Char('\n'));
+    const QStringList tLines = QString::fromUtf8(tFile.read(sMaxFileSize)).split(u'\n');
     for (QString tLine : tLines) {
         tLine = tLine.trimmed();
-        if (tLine.startsWith(QLatin1String("export "))) {
+        if (tLine.startsWith("export "_L1)) {
             tLine = tLine.mid(7).trimmed();
         }
-        const qsizetype tEquals = tLine.indexOf(QLatin1Char('='));
-        if (tEquals > 0 && !tLine.startsWith(QLatin1Char('#'))) {
+        const qsizetype tEquals = tLine.indexOf(u'=');
+        if (tEquals > 0 && !tLine.startsWith(u'#')) {
             tEnvironment.insert(tLine.left(tEquals), unquoted(tLine.mid(tEquals + 1)));
         }
     }
@@ -43,9 +45,9 @@ QProcessEnvironment readFile(const QString& pPath)
 
 OsProxy proxyOf(const QProcessEnvironment& pEnvironment)
 {
-    const QString tHttps = valueOf(pEnvironment, QStringLiteral("https_proxy"));
-    return {tHttps.isEmpty() ? valueOf(pEnvironment, QStringLiteral("all_proxy")) : tHttps,
-            valueOf(pEnvironment, QStringLiteral("no_proxy"))};
+    const QString tHttps = valueOf(pEnvironment, u"https_proxy"_s);
+    return {tHttps.isEmpty() ? valueOf(pEnvironment, u"all_proxy"_s) : tHttps,
+            valueOf(pEnvironment, u"no_proxy"_s)};
 }
 
 } // namespace

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <functional>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -119,7 +121,7 @@ Trouble missingRequirement(const PackageInfo& pInfo, const OfferMap& pChosen, co
     for (const QString& tName : pInfo.mRequires) {
         if (!pChosen.contains(tName) && pInstalled.find(tName) == nullptr) {
             return {Trouble::Kind::Failed,
-                    QStringLiteral("It requires the package %1, which the server does not offer").arg(tName)};
+                    u"It requires the package %1, which the server does not offer"_s.arg(tName)};
         }
     }
     return {};
@@ -173,12 +175,12 @@ private:
     void spreadFrom(const PlannedPackage& pFailed)
     {
         for (const qsizetype tIndex : mDependents.value(pFailed.name())) {
-            fail(tIndex, pFailed, QStringLiteral("It requires the package %1, which could not be updated"));
+            fail(tIndex, pFailed, u"It requires the package %1, which could not be updated"_s);
         }
         for (const QString& tName : requirements(pFailed)) {
             if (--mSound[tName] == 0 && mPlan->mParents.contains(tName)) {
                 fail(mIndexes.value(tName), pFailed,
-                     QStringLiteral("It comes along with the package %1, which could not be updated"));
+                     u"It comes along with the package %1, which could not be updated"_s);
             }
         }
     }

@@ -14,6 +14,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -54,7 +56,7 @@ RunResult Run::run()
         return failed(tTrouble);
     }
     for (const QString& tWarning : mWorkplace.warnings()) {
-        warn(tWarning + QLatin1Char('.'));
+        warn(tWarning + u'.');
     }
     if (const os::Failure tFailure = confineRun(mRequest, mWorkplace.writableFolders())) {
         return failed(Trouble::from(tFailure));
@@ -128,8 +130,7 @@ Trouble Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pA
         return tTrouble;
     }
     for (const QString& tWarning : tWarnings) {
-        warn(QStringLiteral("The server %1 offers what is not a usable package. %2")
-                 .arg(tSession->label(), tWarning));
+        warn(u"The server %1 offers what is not a usable package. %2"_s.arg(tSession->label(), tWarning));
     }
     (*pAttempt)->mPlan = makePlan(tSession->offers(), mWorkplace.installed(), mWorkplace.folders(),
                                   {mRequest.mAppLanguage, mRequest.mDataLanguage});
@@ -166,8 +167,7 @@ void Run::serverFailed(const QString& pServer, const Trouble& pTrouble, bool pIs
     mServerTroubles.push_back({pServer, pTrouble});
     // That of the last one, and with it of the only one, stands in the result.
     if (!pIsLast) {
-        mReporter.notify(MessageWarning,
-                         QStringLiteral("The server %1 can't be used, trying the next one.").arg(pServer),
+        mReporter.notify(MessageWarning, u"The server %1 can't be used, trying the next one."_s.arg(pServer),
                          pTrouble.mText);
     }
 }
@@ -263,9 +263,9 @@ void Run::removeObsolete()
     QStringList tInUse;
     warn(mWorkplace.removeLeftovers(tProgress, &tInUse).mText);
     if (!tInUse.isEmpty()) {
-        mReporter.notify(MessageInformation,
-                         QStringLiteral("These old packages are still in use and will be removed later: %1")
-                             .arg(tInUse.join(QStringLiteral(", "))));
+        mReporter.notify(
+            MessageInformation,
+            u"These old packages are still in use and will be removed later: %1"_s.arg(tInUse.join(u", "_s)));
     }
 }
 
@@ -281,7 +281,7 @@ QByteArray Run::machineState() const
     for (const packages::InstalledPackage& tPackage : mWorkplace.installed().mPackages) {
         tParts.append(tPackage.mFolder);
     }
-    return tuf::sha256(tParts.join(QLatin1Char('\n')).toUtf8());
+    return tuf::sha256(tParts.join(u'\n').toUtf8());
 }
 
 RunResult Run::failed(const Trouble& pTrouble) const
@@ -300,7 +300,7 @@ RunResult Run::allServersFailed() const
     Trouble tWorst{Trouble::Kind::NoServer, QString()};
     QStringList tTexts;
     for (const ServerTrouble& tServer : mServerTroubles) {
-        tTexts.append(QStringLiteral("%1: %2").arg(tServer.mServer, tServer.mTrouble.mText));
+        tTexts.append(u"%1: %2"_s.arg(tServer.mServer, tServer.mTrouble.mText));
         const bool tIsAsBad = tServer.mTrouble.code() == tWorst.code();
         if (sWeights.indexOf(tServer.mTrouble.code()) > sWeights.indexOf(tWorst.code()) ||
             (tIsAsBad && tWorst.mKind == Trouble::Kind::OutOfDate)) {
@@ -311,7 +311,7 @@ RunResult Run::allServersFailed() const
     if (tWorst.mKind == Trouble::Kind::NotFound) {
         tWorst.mKind = Trouble::Kind::Unreachable;
     }
-    tWorst.mText = tTexts.join(QStringLiteral("; "));
+    tWorst.mText = tTexts.join(u"; "_s);
     return failed(tWorst);
 }
 
@@ -320,7 +320,7 @@ RunResult Run::finish(Attempt* pAttempt)
     const Plan& tPlan = pAttempt->mPlan;
     for (const PlannedPackage& tPackage : tPlan.mPackages) {
         if (tPackage.mTrouble) {
-            mReporter.error(QStringLiteral("The package %1 could not be updated.").arg(tPackage.name()),
+            mReporter.error(u"The package %1 could not be updated."_s.arg(tPackage.name()),
                             tPackage.mTrouble.mText);
         }
     }

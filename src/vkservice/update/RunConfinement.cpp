@@ -7,6 +7,8 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QUrl>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -23,7 +25,7 @@ constexpr const char* sVariables[] = {"SSL_CERT_FILE", "SSL_CERT_DIR", "OPENSSL_
 // Where this program is installed, bin/ and lib/ beside each other.
 QString ownFolder()
 {
-    const QDir tPrograms = QFileInfo(QFile::symLinkTarget(QStringLiteral("/proc/self/exe"))).dir();
+    const QDir tPrograms = QFileInfo(QFile::symLinkTarget(u"/proc/self/exe"_s)).dir();
     return QFileInfo(tPrograms.path()).path();
 }
 
@@ -46,12 +48,12 @@ void allowSystem(os::Confinement* pTo)
         pTo->allowReading(QLatin1String(tPath));
     }
     for (const char* tName : sVariables) {
-        const QStringList tPaths = qEnvironmentVariable(tName).split(QLatin1Char(':'), Qt::SkipEmptyParts);
+        const QStringList tPaths = qEnvironmentVariable(tName).split(u':', Qt::SkipEmptyParts);
         for (const QString& tPath : tPaths) {
             pTo->allowReading(tPath);
         }
     }
-    if (const QString tOwn = ownFolder(); tOwn != QLatin1String("/")) {
+    if (const QString tOwn = ownFolder(); tOwn != "/"_L1) {
         pTo->allowReading(tOwn);
     }
 }

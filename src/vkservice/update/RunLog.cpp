@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cerrno>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -30,8 +32,7 @@ QString fileName(const Manifest& pRun)
 {
     const qint64 tDate = pRun.mRunDate.isValid() ? pRun.mRunDate.toMSecsSinceEpoch() : 0;
     const QByteArray tHash = QCryptographicHash::hash(pRun.mRunId.toUtf8(), QCryptographicHash::Sha256);
-    return QStringLiteral("%1-%2.json")
-        .arg(std::max<qint64>(tDate, 0), 15, 10, QLatin1Char('0'))
+    return u"%1-%2.json"_s.arg(std::max<qint64>(tDate, 0), 15, 10, '0'_L1)
         .arg(QString::fromLatin1(tHash.first(8).toHex()));
 }
 
@@ -39,8 +40,8 @@ QString fileName(const Manifest& pRun)
 
 RunLog::RunLog(os::FileSystem& pFileSystem, const QString& pStateDir)
     : mFileSystem(pFileSystem), mStateDir(pStateDir),
-      mLogPath(pStateDir + QLatin1Char('/') + InstallLogStore::fileName()),
-      mFolder(pStateDir + QStringLiteral("/install-log.waiting")), mWaitMs(sWaitMs)
+      mLogPath(pStateDir + u'/' + InstallLogStore::fileName()),
+      mFolder(pStateDir + u"/install-log.waiting"_s), mWaitMs(sWaitMs)
 {
 }
 
@@ -51,16 +52,14 @@ Failure RunLog::enter(const Manifest& pRun, Kind pKind, QString* pWarning)
     if (!enterAll(pRun)) {
         mWaitMs = 0;
         tFailure = keep(pRun, pKind);
-        const QString tWhat =
-            QStringLiteral("The install log %1 can't be written: %2.").arg(mLogPath, mReason);
+        const QString tWhat = u"The install log %1 can't be written: %2."_s.arg(mLogPath, mReason);
         if (tFailure) {
-            tFailure.mText =
-                tWhat + QStringLiteral(" The run can't be kept for it either: ") + tFailure.mText;
+            tFailure.mText = tWhat + u" The run can't be kept for it either: "_s + tFailure.mText;
         } else {
-            mWarnings.append(tWhat + QStringLiteral(" The entries wait in %1 until it can.").arg(mFolder));
+            mWarnings.append(tWhat + u" The entries wait in %1 until it can."_s.arg(mFolder));
         }
     }
-    *pWarning = mWarnings.join(QLatin1Char(' '));
+    *pWarning = mWarnings.join(u' ');
     return tFailure;
 }
 
@@ -80,8 +79,7 @@ bool RunLog::enterAll(const Manifest& pRun)
         return false;
     }
     mWarnings.append(
-        QStringLiteral("The install log was damaged. It was kept as %1, and an empty one was begun.")
-            .arg(tAside));
+        u"The install log was damaged. It was kept as %1, and an empty one was begun."_s.arg(tAside));
     return tryToEnterAll(&tLog, pRun);
 }
 
@@ -117,12 +115,10 @@ bool RunLog::enterWaiting(InstallLogStore* pLog, const QString& pPath)
     Manifest tRun;
     QString tError;
     if (!Manifest::fromBytes(tBytes, &tRun, &tError)) {
-        const QString tAside =
-            mStateDir + QLatin1Char('/') + QFileInfo(pPath).fileName() + QStringLiteral(".damaged");
+        const QString tAside = mStateDir + u'/' + QFileInfo(pPath).fileName() + u".damaged"_s;
         mWarnings.append(
-            QStringLiteral("A run that waits for the install log is damaged and was kept as %1: %2.")
-                .arg(tAside, tError));
-        mReason = QStringLiteral("%1 can't be moved away").arg(pPath);
+            u"A run that waits for the install log is damaged and was kept as %1: %2."_s.arg(tAside, tError));
+        mReason = u"%1 can't be moved away"_s.arg(pPath);
         return mFileSystem.rename(QFile::encodeName(pPath), QFile::encodeName(tAside)) == 0;
     }
     if (!append(pLog, tRun)) {
@@ -135,12 +131,12 @@ bool RunLog::enterWaiting(InstallLogStore* pLog, const QString& pPath)
 
 Failure RunLog::keep(const Manifest& pRun, Kind pKind)
 {
-    const QString tPath = mFolder + QLatin1Char('/') + fileName(pRun);
+    const QString tPath = mFolder + u'/' + fileName(pRun);
     if (QFileInfo::exists(tPath)) {
         return {};
     }
     if (pKind == Kind::ChangedNothing && waiting().size() >= sMaxIdleRuns) {
-        return {Failure::Kind::Io, QStringLiteral("%1 runs wait already").arg(sMaxIdleRuns)};
+        return {Failure::Kind::Io, u"%1 runs wait already"_s.arg(sMaxIdleRuns)};
     }
     if (const Failure tFailure = os::makePath(mFileSystem, mFolder, sFolderMode)) {
         return tFailure;
@@ -154,9 +150,9 @@ Failure RunLog::keep(const Manifest& pRun, Kind pKind)
 QStringList RunLog::waiting() const
 {
     QStringList tPaths;
-    const QStringList tNames = QDir(mFolder).entryList({QStringLiteral("*.json")}, QDir::Files, QDir::Name);
+    const QStringList tNames = QDir(mFolder).entryList({u"*.json"_s}, QDir::Files, QDir::Name);
     for (const QString& tName : tNames) {
-        tPaths.append(mFolder + QLatin1Char('/') + tName);
+        tPaths.append(mFolder + u'/' + tName);
     }
     return tPaths;
 }

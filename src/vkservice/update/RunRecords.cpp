@@ -7,6 +7,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -79,11 +81,10 @@ QList<Record> runRecords(const Plan& pPlan)
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         const PackageInfo& tInfo = tPackage.mOffer.mInfo;
         const bool tFailed = static_cast<bool>(tPackage.mTrouble);
-        Record tRecord = recordOf(tInfo, pPlan, tFailed ? QStringLiteral("error") : QStringLiteral("ok"));
+        Record tRecord = recordOf(tInfo, pPlan, tFailed ? u"error"_s : u"ok"_s);
         if (tFailed) {
-            tRecord.mReport.setValue(QStringLiteral("en"),
-                                     vkcore::singleLine(tPackage.mTrouble.mText, vkcore::sMaxMessage) +
-                                         QLatin1Char('.'));
+            tRecord.mReport.setValue(u"en"_s,
+                                     vkcore::singleLine(tPackage.mTrouble.mText, vkcore::sMaxMessage) + u'.');
         } else {
             tRecord.mReport = plain(tInfo.mReport, vkcore::manyLines, sMaxReport);
         }
@@ -92,7 +93,7 @@ QList<Record> runRecords(const Plan& pPlan)
     const QSet<QString> tParents = parentsOfUpdated(pPlan);
     for (const PackageInfo& tInfo : pPlan.mChosen) {
         if (tParents.contains(tInfo.mName)) {
-            tRecords.append(recordOf(tInfo, pPlan, QStringLiteral("child_packages_updated")));
+            tRecords.append(recordOf(tInfo, pPlan, u"child_packages_updated"_s));
         }
     }
     return tRecords;

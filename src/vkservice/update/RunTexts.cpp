@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 Trouble serversFault(const Plan& pPlan)
@@ -17,21 +19,20 @@ Trouble serversFault(const Plan& pPlan)
 QString successText(int pInstalled)
 {
     if (pInstalled == 0) {
-        return QStringLiteral("All packages are up to date.");
+        return u"All packages are up to date."_s;
     }
-    return pInstalled == 1 ? QStringLiteral("1 package was updated.")
-                           : QStringLiteral("%1 packages were updated.").arg(pInstalled);
+    return pInstalled == 1 ? u"1 package was updated."_s : u"%1 packages were updated."_s.arg(pInstalled);
 }
 
 QString troubleText(const Trouble& pTrouble)
 {
     const QString tText = pTrouble.mKind == Trouble::Kind::OutOfDate
-                              ? QStringLiteral("Every update server that answered is out of date.")
+                              ? u"Every update server that answered is out of date."_s
                               : resultText(pTrouble.code());
     if (pTrouble.mText.isEmpty() || pTrouble.mKind == Trouble::Kind::Canceled) {
         return tText;
     }
-    return QStringLiteral("%1 %2.").arg(tText, pTrouble.mText);
+    return u"%1 %2."_s.arg(tText, pTrouble.mText);
 }
 
 ResultCode failedPackagesCode(const Plan& pPlan)
@@ -52,8 +53,7 @@ QString failedPackagesText(const Plan& pPlan)
         std::find_if(pPlan.mPackages.begin(), pPlan.mPackages.end(), [](const PlannedPackage& pPackage) {
             return pPackage.mTrouble && !pPackage.mIsFollowUp;
         });
-    return QStringLiteral("%1 %2 of %3 packages could not be updated. %4: %5.")
-        .arg(resultText(failedPackagesCode(pPlan)))
+    return u"%1 %2 of %3 packages could not be updated. %4: %5."_s.arg(resultText(failedPackagesCode(pPlan)))
         .arg(pPlan.failedCount())
         .arg(pPlan.mPackages.size())
         .arg(tIt->name(), tIt->mTrouble.mText);

@@ -9,6 +9,8 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -49,13 +51,13 @@ void ServerNote::setComplete(const QByteArray& pState, const QByteArray& pTimest
 {
     const QDateTime tUntil = mTrust.earliestExpiry();
     const QJsonObject tNote{
-        {QStringLiteral("complete"), QString::fromUtf8(pState)},
-        {QStringLiteral("until"), tUntil.toUTC().toString(Qt::ISODate)},
-        {QStringLiteral("timestamp"), QString::fromUtf8(tuf::sha256(pTimestamp))},
-        {QStringLiteral("etag"), QString::fromUtf8(pValidators.mEtag)},
-        {QStringLiteral("lastModified"), QString::fromUtf8(pValidators.mLastModified)},
+        {u"complete"_s, QString::fromUtf8(pState)},
+        {u"until"_s, tUntil.toUTC().toString(Qt::ISODate)},
+        {u"timestamp"_s, QString::fromUtf8(tuf::sha256(pTimestamp))},
+        {u"etag"_s, QString::fromUtf8(pValidators.mEtag)},
+        {u"lastModified"_s, QString::fromUtf8(pValidators.mLastModified)},
     };
-    const QString tNew = mPath + QStringLiteral(".new");
+    const QString tNew = mPath + u".new"_s;
     if (!os::writeFile(mFileSystem, tNew, QJsonDocument(tNote).toJson(), sPrivateFile)) {
         mFileSystem.rename(QFile::encodeName(tNew), QFile::encodeName(mPath));
     }

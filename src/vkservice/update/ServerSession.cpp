@@ -5,12 +5,14 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QUrl>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
 
-const QString sMetadataFolder = QStringLiteral("metadata/");
-const QString sTimestampFile = QStringLiteral("timestamp.json");
+const QString sMetadataFolder = u"metadata/"_s;
+const QString sTimestampFile = u"timestamp.json"_s;
 constexpr qint64 sMaxTimestampLength = 16 * 1024;
 
 tuf::ErrorKind tufKind(Trouble::Kind pKind)
@@ -83,7 +85,7 @@ QString serverLabel(const ServerAccess& pServer)
     // A server without a name may come with its address for one, which may hold a password.
     return pServer.mName.isEmpty() || pServer.mName == pServer.mUri
                ? tAddress
-               : QStringLiteral("%1 (%2)").arg(pServer.mName, tAddress);
+               : u"%1 (%2)"_s.arg(pServer.mName, tAddress);
 }
 
 ServerSession::ServerSession(const RunRequest& pRequest, const ServerAccess& pServer,
@@ -132,9 +134,8 @@ Trouble ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings
         return Trouble::canceled();
     }
     if (tError.mKind == tuf::ErrorKind::Local) {
-        const QString tText =
-            QStringLiteral("%1. If it stays so, remove the folder %2: the next update starts "
-                           "again from the root file");
+        const QString tText = u"%1. If it stays so, remove the folder %2: the next update starts "
+                              "again from the root file"_s;
         return {Trouble::Kind::Damaged, tText.arg(tError.mText, mTrust.path())};
     }
     if (tError) {

@@ -5,6 +5,8 @@
 
 #include <QtCore/QUrl>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 std::unique_ptr<Source> makeSource(const ServerAccess& pServer, const RunRequest& pRequest,
@@ -14,10 +16,10 @@ std::unique_ptr<Source> makeSource(const ServerAccess& pServer, const RunRequest
     if (tUrl.isLocalFile() && !tUrl.toLocalFile().isEmpty()) {
         return std::make_unique<FileSource>(pFileSystem, tUrl.toLocalFile());
     }
-    if (tUrl.scheme() == QLatin1String("https") && !tUrl.host().isEmpty()) {
+    if (tUrl.scheme() == "https"_L1 && !tUrl.host().isEmpty()) {
         return std::make_unique<HttpSource>(pServer, pRequest);
     }
-    *pReason = QStringLiteral("Its address must begin with https:// or file://");
+    *pReason = u"Its address must begin with https:// or file://"_s;
     return nullptr;
 }
 

@@ -15,6 +15,8 @@
 
 #include <cerrno>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -23,8 +25,8 @@ constexpr mode_t sPrivateDir = 0700;
 constexpr mode_t sFileMode = 0644;
 constexpr qint64 sMaxMetadataSize = 16 * 1024 * 1024;
 constexpr qsizetype sNameLength = 32;
-const QString sRootFile = QStringLiteral("root.json");
-const QString sNoteSuffix = QStringLiteral(".note.json");
+const QString sRootFile = u"root.json"_s;
+const QString sNoteSuffix = u".note.json"_s;
 
 struct File
 {
@@ -36,14 +38,13 @@ using FileMap = QMap<QString, File>; // by name
 
 qint64 versionOf(const QByteArray& pFile)
 {
-    const QJsonObject tSigned =
-        QJsonDocument::fromJson(pFile).object().value(QLatin1String("signed")).toObject();
-    return tSigned.value(QLatin1String("version")).toInteger();
+    const QJsonObject tSigned = QJsonDocument::fromJson(pFile).object().value("signed"_L1).toObject();
+    return tSigned.value("version"_L1).toInteger();
 }
 
 tuf::Error readFiles(os::FileSystem& pFileSystem, const QDir& pFolder, FileMap* pTo)
 {
-    for (const QString& tName : pFolder.entryList({QStringLiteral("*.json")}, QDir::Files)) {
+    for (const QString& tName : pFolder.entryList({u"*.json"_s}, QDir::Files)) {
         QByteArray tBytes;
         const tuf::Error tError =
             tuf::readWholeFile(pFileSystem, pFolder.filePath(tName), sMaxMetadataSize, &tBytes);
@@ -74,20 +75,20 @@ void takeNewest(const FileMap& pFiles, FileMap* pTo)
 // Whole or not at all: the first files of it would look like a trust that has just begun.
 Trouble makeFolder(os::FileSystem& pFileSystem, const QString& pPath, const FileMap& pFiles)
 {
-    const QString tNew = pPath + QStringLiteral(".new");
+    const QString tNew = pPath + u".new"_s;
     os::Failure tFailure = os::removeTree(pFileSystem, tNew);
     tFailure = tFailure ? tFailure : os::makePath(pFileSystem, tNew, sPrivateDir);
     if (tFailure) {
         return Trouble::from(tFailure);
     }
     for (auto tIt = pFiles.cbegin(); tIt != pFiles.cend(); ++tIt) {
-        const QString tFile = tNew + QLatin1Char('/') + tIt.key();
+        const QString tFile = tNew + u'/' + tIt.key();
         if (const tuf::Error tError = tuf::writeFileAtomically(pFileSystem, tFile, tIt->mBytes, sFileMode)) {
             return Trouble::from(tError);
         }
     }
     if (pFileSystem.rename(QFile::encodeName(tNew), QFile::encodeName(pPath)) != 0) {
-        return Trouble::from(os::Failure::fromErrno(errno, QStringLiteral("make the folder ") + pPath));
+        return Trouble::from(os::Failure::fromErrno(errno, u"make the folder "_s + pPath));
     }
     return Trouble::from(os::syncDir(pFileSystem, QFileInfo(pPath).path()));
 }
@@ -97,16 +98,16 @@ Trouble makeFolder(os::FileSystem& pFileSystem, const QString& pPath, const File
 TrustAdoption::TrustAdoption(os::FileSystem& pFileSystem, const QString& pFolder)
     : mFileSystem(pFileSystem), mFolder(pFolder)
 {
-    static const QRegularExpression sName(QStringLiteral("\\A[0-9a-f]{32}\\z"));
+    static const QRegularExpression sName(u"\\A[0-9a-f]{32}\\z"_s);
     mOld = QDir(pFolder).entryList(QDir::Dirs | QDir::NoSymLinks | QDir::NoDotAndDotDot).filter(sName);
 }
 
 tuf::Error TrustAdoption::readNote(const QString& pFolder, QString* pRootHash) const
 {
     QByteArray tBytes;
-    const tuf::Error tError = tuf::readWholeFile(
-        mFileSystem, mFolder + QLatin1Char('/') + pFolder + sNoteSuffix, sMaxMetadataSize, &tBytes);
-    *pRootHash = QJsonDocument::fromJson(tBytes).object().value(QLatin1String("root")).toString();
+    const tuf::Error tError =
+        tuf::readWholeFile(mFileSystem, mFolder + u'/' + pFolder + sNoteSuffix, sMaxMetadataSize, &tBytes);
+    *pRootHash = QJsonDocument::fromJson(tBytes).object().value("root"_L1).toString();
     return tError.mKind == tuf::ErrorKind::Local ? tError : tuf::Error();
 }
 
@@ -126,7 +127,7 @@ Trouble TrustAdoption::adopt(const QByteArray& pRootHash, const QString& pTo) co
         // A note that was lost counts for the root file that is there, as that version had it.
         if (!tError && (tNoted.isEmpty() || tNoted == QLatin1String(pRootHash))) {
             FileMap tFiles;
-            tError = readFiles(mFileSystem, QDir(mFolder + QLatin1Char('/') + tName), &tFiles);
+            tError = readFiles(mFileSystem, QDir(mFolder + u'/' + tName), &tFiles);
             takeNewest(tFiles, &tNewest);
         }
         if (tError) {
@@ -140,8 +141,8 @@ Trouble TrustAdoption::adopt(const QByteArray& pRootHash, const QString& pTo) co
 void TrustAdoption::remove() const
 {
     for (const QString& tName : mOld) {
-        const QString tPath = mFolder + QLatin1Char('/') + tName;
-        for (const QString& tSuffix : {sNoteSuffix, sNoteSuffix + QStringLiteral(".new"), QString()}) {
+        const QString tPath = mFolder + u'/' + tName;
+        for (const QString& tSuffix : {sNoteSuffix, sNoteSuffix + u".new"_s, QString()}) {
             os::removeTree(mFileSystem, tPath + tSuffix);
         }
     }

@@ -12,6 +12,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -24,35 +26,33 @@ constexpr qsizetype sNoteNameLength = 32;
 
 Trouble noRootFile(const QString& pReason)
 {
-    return {
-        Trouble::Kind::Untrusted,
-        QStringLiteral("No server can be trusted without the root file of its repository. %1. Get the file "
-                       "from the publisher of the updates and put it there")
-            .arg(pReason)};
+    return {Trouble::Kind::Untrusted,
+            u"No server can be trusted without the root file of its repository. %1. Get the file "
+            "from the publisher of the updates and put it there"_s.arg(pReason)};
 }
 
 } // namespace
 
 TrustFolder::TrustFolder(os::FileSystem& pFileSystem, const QString& pStateDir)
-    : mFileSystem(pFileSystem), mFolder(pStateDir + QStringLiteral("/trust"))
+    : mFileSystem(pFileSystem), mFolder(pStateDir + u"/trust"_s)
 {
 }
 
 QString TrustFolder::path() const
 {
-    return QStringLiteral("%1/%2/metadata").arg(mFolder, QString::fromLatin1(mRootHash));
+    return u"%1/%2/metadata"_s.arg(mFolder, QString::fromLatin1(mRootHash));
 }
 
 QString TrustFolder::notePath(const QString& pUri) const
 {
     const QByteArray tName = tuf::sha256(pUri.toUtf8()).left(sNoteNameLength);
-    return QStringLiteral("%1/%2/servers/%3.json")
-        .arg(mFolder, QString::fromLatin1(mRootHash), QString::fromLatin1(tName));
+    return u"%1/%2/servers/%3.json"_s.arg(mFolder, QString::fromLatin1(mRootHash),
+                                          QString::fromLatin1(tName));
 }
 
 QString TrustFolder::currentPath() const
 {
-    return mFolder + QStringLiteral("/current");
+    return mFolder + u"/current"_s;
 }
 
 Trouble TrustFolder::prepare(const QString& pRootFile, const QString& pUri)
@@ -63,7 +63,7 @@ Trouble TrustFolder::prepare(const QString& pRootFile, const QString& pUri)
     if (mRootHash.isEmpty()) {
         return noRootFile(tFailure.mText);
     }
-    const auto tHasTrust = [this] { return QFileInfo::exists(path() + QStringLiteral("/root.json")); };
+    const auto tHasTrust = [this] { return QFileInfo::exists(path() + u"/root.json"_s); };
     const TrustAdoption tOld(mFileSystem, mFolder);
     if (const os::Failure tNoFolder =
             os::makePath(mFileSystem, QFileInfo(notePath(pUri)).path(), sPrivateDir)) {
@@ -112,20 +112,19 @@ Trouble TrustFolder::noteCurrent()
 QByteArray TrustFolder::timestampHash() const
 {
     QByteArray tBytes;
-    const QString tFile = path() + QStringLiteral("/timestamp.json");
+    const QString tFile = path() + u"/timestamp.json"_s;
     return os::readFile(mFileSystem, tFile, sMaxMetadataSize, &tBytes) ? QByteArray() : tuf::sha256(tBytes);
 }
 
 QDateTime TrustFolder::earliestExpiry() const
 {
     QDateTime tEarliest;
-    const QStringList tNames = QDir(path()).entryList({QStringLiteral("*.json")}, QDir::Files);
+    const QStringList tNames = QDir(path()).entryList({u"*.json"_s}, QDir::Files);
     for (const QString& tName : tNames) {
         QByteArray tBytes;
-        os::readFile(mFileSystem, path() + QLatin1Char('/') + tName, sMaxMetadataSize, &tBytes);
-        const QJsonObject tSigned =
-            QJsonDocument::fromJson(tBytes).object().value(QLatin1String("signed")).toObject();
-        const QString tExpires = tSigned.value(QLatin1String("expires")).toString();
+        os::readFile(mFileSystem, path() + u'/' + tName, sMaxMetadataSize, &tBytes);
+        const QJsonObject tSigned = QJsonDocument::fromJson(tBytes).object().value("signed"_L1).toObject();
+        const QString tExpires = tSigned.value("expires"_L1).toString();
         const QDateTime tDate = QDateTime::fromString(tExpires, Qt::ISODate);
         if (!tDate.isValid()) {
             return {};

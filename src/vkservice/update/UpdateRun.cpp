@@ -10,6 +10,8 @@
 
 #include <thread>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 class UpdateRun::Private
@@ -93,7 +95,7 @@ bool UpdateRun::recover(const RunRequest& pRequest, QString* pError)
     }
     tTexts.append(tLogText);
     tTexts.removeAll(QString());
-    *pError = tTexts.join(QStringLiteral(". "));
+    *pError = tTexts.join(u". "_s);
     return pError->isEmpty();
 }
 

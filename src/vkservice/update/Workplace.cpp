@@ -8,6 +8,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice::update {
 
 namespace {
@@ -32,7 +34,7 @@ Trouble Workplace::open(packages::NewRoots pNew)
     if (!QDir::isAbsolutePath(mRequest.mInstallDir) || !QDir::isAbsolutePath(mRequest.mStateDir) ||
         (!mRequest.mDataDir.isEmpty() && !QDir::isAbsolutePath(mRequest.mDataDir))) {
         return {Trouble::Kind::Failed,
-                QStringLiteral("The folders for packages, data and state must be set as absolute paths")};
+                u"The folders for packages, data and state must be set as absolute paths"_s};
     }
     os::Failure tFailure = os::makePath(mFileSystem, mRequest.mStateDir, sStateDir);
     tFailure = tFailure ? tFailure : mRoots.open(pNew);
@@ -146,10 +148,8 @@ void Workplace::forgetMissingPackages()
         return tIsMissing;
     });
     if (!tMissing.isEmpty()) {
-        mWarnings.append(
-            QStringLiteral("These folders of packages are missing, and the packages do not count as "
-                           "installed: %1")
-                .arg(tMissing.join(QLatin1String(", "))));
+        mWarnings.append(u"These folders of packages are missing, and the packages do not count as "
+                         "installed: %1"_s.arg(tMissing.join(", "_L1)));
     }
 }
 

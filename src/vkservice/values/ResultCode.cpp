@@ -1,34 +1,36 @@
 #include "values/ResultCode.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::vkservice {
 
 QString resultText(ResultCode pCode)
 {
     switch (pCode) {
     case ResultNone:
-        return QStringLiteral("No update has been run yet.");
+        return u"No update has been run yet."_s;
     case ResultSuccess:
-        return QStringLiteral("The update was successful.");
+        return u"The update was successful."_s;
     case ResultUnreachable:
-        return QStringLiteral("No update server could be reached.");
+        return u"No update server could be reached."_s;
     case ResultVerificationFailed:
-        return QStringLiteral("What an update server offers could not be verified.");
+        return u"What an update server offers could not be verified."_s;
     case ResultAborted:
-        return QStringLiteral("The update was aborted.");
+        return u"The update was aborted."_s;
     case ResultSuppressed:
-        return QStringLiteral("Updates are suppressed on this machine.");
+        return u"Updates are suppressed on this machine."_s;
     case ResultNoSpace:
-        return QStringLiteral("There is not enough free space on the disk.");
+        return u"There is not enough free space on the disk."_s;
     case ResultInstallFailed:
-        return QStringLiteral("The installation failed.");
+        return u"The installation failed."_s;
     case ResultNoServer:
-        return QStringLiteral("No usable update server is configured.");
+        return u"No usable update server is configured."_s;
     case ResultManualIntervention:
-        return QStringLiteral("Manual intervention is needed.");
+        return u"Manual intervention is needed."_s;
     case ResultStoreDamaged:
-        return QStringLiteral("The records of the service are damaged.");
+        return u"The records of the service are damaged."_s;
     }
-    return QStringLiteral("Unknown result %1.").arg(static_cast<int>(pCode));
+    return u"Unknown result %1."_s.arg(static_cast<int>(pCode));
 }
 
 } // namespace tarn::vkservice
