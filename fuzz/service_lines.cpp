@@ -6,9 +6,8 @@
 #include "internal/Protocol.h"
 #include "ipc/MethodTable.h"
 #include "ipc/SocketServer.h"
-#include "methods/Methods.h"
+#include "process/ServiceApplication.h"
 #include "Service.h"
-#include "ServiceApplication.h"
 #include "UnixSocket.h"
 
 #include <vkcore/GRef.h>
@@ -36,7 +35,7 @@ constexpr qint64 sLastId = 4611686018427387904;
 class Rig
 {
 public:
-    Rig() : mApp(new ServiceApplication(false)), mServer(mFiltered)
+    Rig() : mApp(new process::ServiceApplication(false)), mServer(mFiltered)
     {
         mApp->getConfig()->setValue(u"service.stateDir"_s, mFolder.path(u"state"_s),
                                     vkcore::Config::UserValue);
@@ -47,13 +46,13 @@ public:
         if (!mService->start(&tError)) {
             std::abort();
         }
-        methods::addAll(mAll, *mService);
-        const QStringList tNames = mAll.names();
+        const ipc::MethodTable& tAll = mService->methods();
+        const QStringList tNames = tAll.names();
         for (const QString& tName : tNames) {
             mFiltered.add(tName, ipc::MethodTable::Kind::Query,
-                          [this, tName](ipc::Connection& pPeer, const QJsonObject& pParams) {
+                          [&tAll, tName](ipc::Connection& pPeer, const QJsonObject& pParams) {
                               return reachesOut(tName, pParams) ? ipc::Reply::done()
-                                                                : mAll.call(pPeer, tName, pParams);
+                                                                : tAll.call(pPeer, tName, pParams);
                           });
         }
         if (!mServer.listen(mFolder.path(u"socket"_s), {}, &tError)) {
@@ -61,7 +60,7 @@ public:
         }
     }
 
-    bool isEnding() const { return mService->isEnding(); }
+    bool isEnding() const { return mService->lifetime().isEnding(); }
 
     int connect() const { return connectedSocket(mFolder.path(u"socket"_s)); }
 
@@ -73,9 +72,8 @@ private:
     }
 
     fuzz::ScratchFolder mFolder;
-    vkcore::GRef<ServiceApplication> mApp;
+    vkcore::GRef<process::ServiceApplication> mApp;
     std::unique_ptr<Service> mService;
-    ipc::MethodTable mAll;
     ipc::MethodTable mFiltered;
     ipc::SocketServer mServer;
 };

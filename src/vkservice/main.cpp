@@ -1,9 +1,9 @@
 #include "CommandLine.h"
 #include "process/ParentWatch.h"
+#include "process/ServiceApplication.h"
 #include "process/SignalWatch.h"
 #include "process/SystemdNotifier.h"
 #include "Service.h"
-#include "ServiceApplication.h"
 
 #include <vkcore/GRef.h>
 
@@ -20,6 +20,8 @@ using namespace Qt::StringLiterals;
 
 using namespace tarn;
 using namespace tarn::vkservice;
+using process::LogLevel;
+using process::ServiceApplication;
 
 namespace {
 
@@ -57,14 +59,14 @@ void followParent(Service& pService, process::ParentWatch& pParent)
             return;
         }
         if (pParent.isGone()) {
-            pService.quit();
+            pService.lifetime().quit();
         } else {
             tUnused->start(sUnusedMs);
         }
     };
     QObject::connect(tUnused, &QTimer::timeout, &pService, [&pService] {
         if (pService.sockets().connectionCount() == 0) {
-            pService.quit();
+            pService.lifetime().quit();
         }
     });
     tLook();
@@ -88,15 +90,16 @@ int run(const CommandLine& pLine)
     }
     QObject::connect(&tSignals, &process::SignalWatch::endRequested, &tService, [&] {
         tSystemd.stopping();
-        tService.quit();
+        tService.lifetime().quit();
     });
     QObject::connect(&tSignals, &process::SignalWatch::reloadRequested, &tService, [&] {
         QString tError;
         tSystemd.reloading();
-        tService.reload(&tError);
+        tService.configuration().reload(&tError);
         tSystemd.ready(u"Ready"_s);
     });
-    QObject::connect(&tService, &Service::ended, tApp.get(), [&] { tApp->requestQuit(0); });
+    QObject::connect(&tService.lifetime(), &control::Lifetime::ended, tApp.get(),
+                     [&] { tApp->requestQuit(0); });
 
     QString tError;
     if (!tService.start(&tError)) {

@@ -1,10 +1,13 @@
 #include "control/MailControl.h"
 
 #include "control/KnownVariables.h"
+#include "control/ScheduleControl.h"
+#include "control/UpdateControl.h"
 #include "mail/Address.h"
 #include "mail/SmtpTransport.h"
 #include "os/FileSystem.h"
 #include "packages/GenerationReader.h"
+#include "process/ServiceApplication.h"
 #include "sqlite/InstallLogStore.h"
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
@@ -29,14 +32,12 @@ constexpr int sMaxPackagesOfRun = 1000;
 
 } // namespace
 
-MailControl::MailControl(store::StateStore& pStore, store::Settings& pSettings,
-                         store::ConfigVariables& pVariables, const Surroundings& pSurroundings,
-                         QObject* pParent)
-    : QObject(pParent), mSettings(pSettings), mVariables(pVariables), mSurroundings(pSurroundings),
-      mMailer(pStore.database(), [this] { return machineStatus(); })
+MailControl::MailControl(const Parts& pParts)
+    : mParts(pParts), mMailer(pParts.mStore.database(), [this] { return machineStatus(); })
 {
-    connect(&mMailer, &Mailer::information, this, &MailControl::information);
-    connect(&mMailer, &Mailer::warning, this, &MailControl::warning);
+    connect(&mMailer, &Mailer::information, this,
+            [this](const QString& pText) { mParts.mApp.write(process::LogLevel::Info, pText); });
+    connect(&mMailer, &Mailer::warning, this, &MailControl::warn);
     connect(&mMailer, &Mailer::summaryQueued, this, &MailControl::storeSummaryDate);
 }
 
@@ -46,8 +47,8 @@ bool MailControl::open(QString* pError)
         return false;
     }
     // What is not among the settings would be forgotten.
-    const auto tSettings = mSettings.monitoring();
-    const auto tSmtp = smtpSettings(mVariables);
+    const auto tSettings = mParts.mSettings.monitoring();
+    const auto tSmtp = smtpSettings(mParts.mVariables);
     if (!tSettings || !tSmtp) {
         *pError = u"Their settings can't be read"_s;
         return false;
@@ -59,10 +60,10 @@ bool MailControl::open(QString* pError)
 
 void MailControl::onVariablesChanged()
 {
-    if (const auto tSmtp = smtpSettings(mVariables)) {
+    if (const auto tSmtp = smtpSettings(mParts.mVariables)) {
         mMailer.setSmtpSettings(*tSmtp);
     } else {
-        Q_EMIT warning(u"The settings of the mail server can't be read; the earlier ones stay."_s);
+        warn(u"The settings of the mail server can't be read; the earlier ones stay."_s);
     }
 }
 
@@ -109,12 +110,12 @@ bool MailControl::verify(const QString& pVariable, const QString& pCode, QString
     if (!tAnswer.mOk || pCode.trimmed().isEmpty()) {
         return tAnswer.mOk;
     }
-    auto tSettings = mSettings.monitoring();
+    auto tSettings = mParts.mSettings.monitoring();
     if (tSettings) {
         tSettings->setNotificationEmailAddresses(
             mail::markVerified(tSettings->notificationEmailAddresses(), tAddress));
     }
-    if (!tSettings || !mSettings.setMonitoring(*tSettings)) {
+    if (!tSettings || !mParts.mSettings.setMonitoring(*tSettings)) {
         *pReason = u"That the address is verified can't be stored."_s;
         return false;
     }
@@ -122,31 +123,42 @@ bool MailControl::verify(const QString& pVariable, const QString& pCode, QString
     return true;
 }
 
+QString MailControl::language() const
+{
+    return mParts.mApp.languageOr(mParts.mSettings.appLanguage().value_or(QString()));
+}
+
+void MailControl::warn(const QString& pText) const
+{
+    mParts.mApp.write(process::LogLevel::Warning, pText);
+}
+
 void MailControl::storeSummaryDate(const QDateTime& pWhen)
 {
-    auto tSettings = mSettings.monitoring();
+    auto tSettings = mParts.mSettings.monitoring();
     if (tSettings) {
         tSettings->mLastSummary = pWhen.toLocalTime();
     }
-    if (!tSettings || !mSettings.setMonitoring(*tSettings)) {
-        Q_EMIT warning(u"The time of the last summary mail can't be stored."_s);
+    if (!tSettings || !mParts.mSettings.setMonitoring(*tSettings)) {
+        warn(u"The time of the last summary mail can't be stored."_s);
     }
 }
 
 mail::MachineStatus MailControl::machineStatus() const
 {
-    const RunRecord tRun = mSurroundings.mLastRun();
+    const RunRecord& tRun = mParts.mUpdates.lastRun();
     return {static_cast<ResultCode>(tRun.mCode), tRun.mText,         tRun.mFinished, tRun.mLastSuccess,
-            mSurroundings.mNextCheck(),          installedPackages()};
+            mParts.mSchedule.nextCheck(),        installedPackages()};
 }
 
 QList<PackageLine> MailControl::installedPackages() const
 {
-    const QString tDataDir = mSettings.dataDirectory().value_or(QString());
-    packages::GenerationReader tReader(os::realFileSystem(), {mSurroundings.mInstallDir(), tDataDir});
+    const QString tDataDir = mParts.mSettings.dataDirectory().value_or(QString());
+    packages::GenerationReader tReader(os::realFileSystem(),
+                                       {mParts.mVariables.text(u"install.dir"_s), tDataDir});
     packages::Manifest tManifest;
     tReader.current(&tManifest);
-    const QString tLanguage = mSurroundings.mLanguage();
+    const QString tLanguage = language();
     QList<PackageLine> tLines;
     for (const packages::InstalledPackage& tPackage : std::as_const(tManifest.mPackages)) {
         const QString tTitle = tPackage.mInfo.mTitle.bestValue(tLanguage);
@@ -162,11 +174,11 @@ QList<PackageLine> MailControl::packagesSince(const QDateTime& pBegan) const
     QList<GRef2<InstLogEntry>> tEntries;
     const QDateTime tFrom = QDateTime::fromSecsSinceEpoch(pBegan.toSecsSinceEpoch());
     QList<PackageLine> tLines;
-    if (!tLog.openForReading(mSurroundings.mStateDir + u'/' + InstallLogStore::fileName()) ||
+    if (!tLog.openForReading(mParts.mApp.getStateDir() + u'/' + InstallLogStore::fileName()) ||
         !tLog.read(&tEntries, tFrom, {}, sMaxPackagesOfRun, false)) {
         return tLines;
     }
-    const QString tLanguage = mSurroundings.mLanguage();
+    const QString tLanguage = language();
     for (const auto& tEntry : std::as_const(tEntries)) {
         tLines.append({tEntry->mName.bestValue(tLanguage),
                        EnhVersion(tEntry->mVersion, tEntry->mVersionDate).toString(), tEntry->mStatus,

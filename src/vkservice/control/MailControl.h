@@ -2,7 +2,6 @@
 
 #include "mail/MachineStatus.h"
 #include "mail/Mailer.h"
-#include "values/RunRecord.h"
 
 #include <vkcore/MonitoringSettings.h>
 
@@ -10,15 +9,22 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
-#include <functional>
-
+namespace tarn::vkservice {
+struct RunRecord;
+}
 namespace tarn::vkservice::store {
 class ConfigVariables;
 class Settings;
 class StateStore;
 } // namespace tarn::vkservice::store
+namespace tarn::vkservice::process {
+class ServiceApplication;
+}
 
 namespace tarn::vkservice::control {
+
+class ScheduleControl;
+class UpdateControl;
 
 // The mailer with what it needs of the service: its settings, its log of installed packages, its variables.
 class MailControl : public QObject
@@ -26,18 +32,17 @@ class MailControl : public QObject
     Q_OBJECT
 
 public:
-    // What the mailer can't find in the store; the language is that of the packages' titles.
-    struct Surroundings
+    struct Parts
     {
-        std::function<RunRecord()> mLastRun;
-        std::function<QDateTime()> mNextCheck;
-        std::function<QString()> mInstallDir;
-        QString mStateDir;
-        std::function<QString()> mLanguage; // asked for each mail
+        store::StateStore& mStore;
+        store::Settings& mSettings;
+        const store::ConfigVariables& mVariables;
+        const UpdateControl& mUpdates;
+        const ScheduleControl& mSchedule;
+        process::ServiceApplication& mApp;
     };
 
-    MailControl(store::StateStore& pStore, store::Settings& pSettings, store::ConfigVariables& pVariables,
-                const Surroundings& pSurroundings, QObject* pParent = nullptr);
+    explicit MailControl(const Parts& pParts);
 
     // Takes up what is stored; once more after the store was replaced. False with a reason for the log.
     bool open(QString* pError);
@@ -54,19 +59,16 @@ public:
     QString verificationState(const QString& pVariable) const;
     bool verify(const QString& pVariable, const QString& pCode, QString* pReason);
 
-Q_SIGNALS:
-    void information(const QString& pText);
-    void warning(const QString& pText);
-
 private:
     mail::MachineStatus machineStatus() const;
     QList<mail::PackageLine> installedPackages() const;
     QList<mail::PackageLine> packagesSince(const QDateTime& pBegan) const;
+    // Of the packages' titles; looked up for each mail.
+    QString language() const;
+    void warn(const QString& pText) const;
     void storeSummaryDate(const QDateTime& pWhen);
 
-    store::Settings& mSettings;
-    store::ConfigVariables& mVariables;
-    Surroundings mSurroundings;
+    Parts mParts;
     mail::Mailer mMailer;
 };
 

@@ -1,7 +1,11 @@
 #include "control/UpdateControl.h"
 
+#include "control/StoreCare.h"
 #include "internal/PlainText.h"
+#include "store/ConfigVariables.h"
 #include "store/Settings.h"
+
+#include <QtCore/QFile>
 
 using namespace Qt::StringLiterals;
 
@@ -17,10 +21,8 @@ constexpr int sMaxResumes = 8;
 
 } // namespace
 
-UpdateControl::UpdateControl(UpdateRun& pRun, store::Settings& pSettings, RequestSource pRequests,
-                             std::function<bool()> pSuppressed, QObject* pParent)
-    : QObject(pParent), mRun(pRun), mSettings(pSettings), mRequests(std::move(pRequests)),
-      mSuppressed(std::move(pSuppressed))
+UpdateControl::UpdateControl(UpdateRun& pRun, const RunSources& pSources, StoreCare& pStore)
+    : mRun(pRun), mSources(pSources), mStore(pStore)
 {
     connect(&mRun, &UpdateRun::activityChanged, this, &UpdateControl::activityChanged);
     connect(&mRun, &UpdateRun::notification, this, &UpdateControl::notification);
@@ -30,8 +32,8 @@ UpdateControl::UpdateControl(UpdateRun& pRun, store::Settings& pSettings, Reques
 
 std::optional<bool> UpdateControl::load()
 {
-    const auto tLastRun = mSettings.lastRun();
-    const auto tUnfinished = mSettings.unfinishedRun();
+    const auto tLastRun = mSources.mSettings.lastRun();
+    const auto tUnfinished = mSources.mSettings.unfinishedRun();
     if (!tLastRun || !tUnfinished) {
         return std::nullopt;
     }
@@ -45,6 +47,21 @@ std::optional<bool> UpdateControl::load()
     }
     mStatus = restingStatus();
     return tCutShort;
+}
+
+bool UpdateControl::recover(QString* pError)
+{
+    const auto tRequest = request(pError);
+    return tRequest && mRun.recover(*tRequest, pError);
+}
+
+std::optional<RunRequest> UpdateControl::request(QString* pReason)
+{
+    auto tRequest = runRequest(mSources);
+    if (!tRequest) {
+        *pReason = mStore.failed(u"The settings of the update"_s);
+    }
+    return tRequest;
 }
 
 std::optional<int> UpdateControl::resumeSeconds() const
@@ -61,9 +78,18 @@ void UpdateControl::note(ResultCode pCode, const QString& pText)
     }
 }
 
+bool UpdateControl::isSuppressed() const
+{
+    if (mSources.mVariables.flag(u"update.suppressed"_s)) {
+        return true;
+    }
+    const QString tFile = mSources.mVariables.text(u"update.suppressFile"_s);
+    return !tFile.isEmpty() && QFile::exists(tFile);
+}
+
 ServiceStatus UpdateControl::restingStatus() const
 {
-    if (mSuppressed()) {
+    if (isSuppressed()) {
         return StatusSuppressed;
     }
     switch (mLastRun.mCode) {
@@ -102,10 +128,14 @@ QString UpdateControl::resultText(const RunRecord& pRecord) const
 
 bool UpdateControl::trigger(bool pManual, QString* pReason)
 {
+    if (mStopped) {
+        *pReason = u"The service is about to end."_s;
+        return false;
+    }
     if (isActive()) {
         return true;
     }
-    if (mSuppressed()) {
+    if (isSuppressed()) {
         record(ResultSuppressed, vkservice::resultText(ResultSuppressed));
         mSessionRun = mLastRun;
         mStatus = StatusSuppressed;
@@ -113,17 +143,17 @@ bool UpdateControl::trigger(bool pManual, QString* pReason)
         Q_EMIT statusChanged(StatusSuppressed);
         return true;
     }
-    const auto tRequest = mRequests(pReason);
+    const auto tRequest = request(pReason);
     if (!tRequest) {
         return false;
     }
     mBegan = QDateTime::currentDateTimeUtc();
     mManual = pManual;
     // Without the mark a run still runs: it only would not be known as cut short if the service was killed.
-    mSettings.beginRun(mBegan.toString(Qt::ISODateWithMs));
+    mSources.mSettings.beginRun(mBegan.toString(Qt::ISODateWithMs));
     if (!mRun.start(*tRequest)) {
         *pReason = u"The update can't be started."_s;
-        mSettings.beginRun({});
+        mSources.mSettings.beginRun({});
         return false;
     }
     setStatus(StatusUpdating);
@@ -138,6 +168,12 @@ bool UpdateControl::abort()
     setStatus(StatusAborting);
     mRun.abort();
     return true;
+}
+
+bool UpdateControl::stop()
+{
+    mStopped = true;
+    return abort();
 }
 
 void UpdateControl::finish(const RunResult& pResult)
@@ -158,7 +194,7 @@ void UpdateControl::record(ResultCode pCode, const QString& pText, const QDateTi
     if (pCode == ResultSuccess) {
         mLastRun.mLastSuccess = mLastRun.mFinished;
     }
-    if (!mSettings.setLastRun(mLastRun)) {
+    if (!mSources.mSettings.setLastRun(mLastRun)) {
         Q_EMIT error(0, u"The result of the update could not be stored."_s, pText);
     }
 }

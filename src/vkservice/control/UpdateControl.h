@@ -1,5 +1,6 @@
 #pragma once
 
+#include "control/RunRequests.h"
 #include "update/UpdateRun.h"
 #include "values/RunRecord.h"
 
@@ -9,14 +10,11 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
-#include <functional>
 #include <optional>
 
-namespace tarn::vkservice::store {
-class Settings;
-}
-
 namespace tarn::vkservice::control {
+
+class StoreCare;
 
 // The update runs of the service: whether one may start, what status that makes for clients, and how the last
 // one ended.
@@ -25,15 +23,13 @@ class UpdateControl : public QObject
     Q_OBJECT
 
 public:
-    // Gives none, with a reason, where what a run needs can't be had.
-    using RequestSource = std::function<std::optional<update::RunRequest>(QString* pReason)>;
-
-    UpdateControl(update::UpdateRun& pRun, store::Settings& pSettings, RequestSource pRequests,
-                  std::function<bool()> pSuppressed, QObject* pParent = nullptr);
+    UpdateControl(update::UpdateRun& pRun, const RunSources& pSources, StoreCare& pStore);
 
     // Takes up the record of the last run; a run that the service did not survive gets its result here. True
     // if there was one; none if the store can't be read.
     std::optional<bool> load();
+    // Repairs what a killed run left behind. False with a reason for the log.
+    bool recover(QString* pError);
     // When a run that was cut short is to begin again, in seconds from the start of the service: a minute
     // after the first one, twice as long after each further one in a row. None where there is no such run,
     // and after the eighth: what ends the service so often is left to the schedule.
@@ -53,6 +49,8 @@ public:
     bool trigger(bool pManual, QString* pReason);
     // False if no run is under way.
     bool abort();
+    // As abort, and from now on no run is started or joined.
+    bool stop();
     // Suppression may have begun or ended.
     void checkSuppression();
 
@@ -65,20 +63,22 @@ Q_SIGNALS:
     void runEnded(const tarn::vkservice::RunRecord& pRecord, bool pManual);
 
 private:
+    bool isSuppressed() const;
+    std::optional<update::RunRequest> request(QString* pReason);
     void finish(const update::RunResult& pResult);
     void record(ResultCode pCode, const QString& pText, const QDateTime& pBegan = {});
     void setStatus(vkcore::ServiceStatus pStatus);
     vkcore::ServiceStatus restingStatus() const;
 
     update::UpdateRun& mRun;
-    store::Settings& mSettings;
-    RequestSource mRequests;
-    std::function<bool()> mSuppressed;
+    RunSources mSources;
+    StoreCare& mStore;
     RunRecord mLastRun;
     RunRecord mSessionRun;
     vkcore::ServiceStatus mStatus = vkcore::StatusIdle;
     QDateTime mBegan;
     bool mManual = false;
+    bool mStopped = false;
 };
 
 } // namespace tarn::vkservice::control

@@ -1,15 +1,13 @@
 #include "methods/Methods.h"
 
+#include "control/StoreCare.h"
+#include "ipc/MethodTable.h"
+
 namespace tarn::vkservice::methods {
 
-void addAll(ipc::MethodTable& pTable, Service& pService)
+ipc::Reply storeFailure(control::StoreCare& pStore, const QString& pWhat)
 {
-    addSessionMethods(pTable, pService);
-    addUpdateMethods(pTable, pService);
-    addSettingsMethods(pTable, pService);
-    addScheduleMethods(pTable, pService);
-    addMonitoringMethods(pTable, pService);
-    addServerMethods(pTable, pService);
+    return ipc::Reply::refused(pStore.failed(pWhat));
 }
 
 } // namespace tarn::vkservice::methods

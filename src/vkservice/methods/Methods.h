@@ -1,24 +1,80 @@
 #pragma once
 
+#include <QtCore/QString>
+
 namespace tarn::vkservice {
 
-class Service;
-
+namespace control {
+class Configuration;
+class Events;
+class Lifetime;
+class MailControl;
+class ScheduleControl;
+class StoreCare;
+class UpdateControl;
+} // namespace control
 namespace ipc {
 class MethodTable;
+class SocketServer;
+struct Reply;
+} // namespace ipc
+namespace process {
+class ServiceApplication;
 }
+namespace store {
+class ServerTable;
+class Settings;
+} // namespace store
 
-// The methods of the socket, one group a file.
+// The methods of the socket, one group a file, each with the parts of the service that it uses.
 namespace methods {
 
-void addAll(ipc::MethodTable& pTable, Service& pService);
+struct SessionParts
+{
+    const ipc::SocketServer& mSockets;
+    control::Events& mEvents;
+    control::Lifetime& mLifetime;
+    control::Configuration& mConfiguration;
+};
+void addSessionMethods(ipc::MethodTable& pTable, const SessionParts& pParts);
 
-void addSessionMethods(ipc::MethodTable& pTable, Service& pService);
-void addUpdateMethods(ipc::MethodTable& pTable, Service& pService);
-void addSettingsMethods(ipc::MethodTable& pTable, Service& pService);
-void addScheduleMethods(ipc::MethodTable& pTable, Service& pService);
-void addMonitoringMethods(ipc::MethodTable& pTable, Service& pService);
-void addServerMethods(ipc::MethodTable& pTable, Service& pService);
+void addUpdateMethods(ipc::MethodTable& pTable, control::UpdateControl& pUpdates);
+
+struct SettingsParts
+{
+    store::Settings& mSettings;
+    control::Configuration& mConfiguration;
+    control::MailControl& mMail;
+    const control::UpdateControl& mUpdates;
+    control::StoreCare& mStore;
+    const process::ServiceApplication& mApp;
+};
+void addSettingsMethods(ipc::MethodTable& pTable, const SettingsParts& pParts);
+
+struct ScheduleParts
+{
+    control::ScheduleControl& mSchedule;
+    control::StoreCare& mStore;
+};
+void addScheduleMethods(ipc::MethodTable& pTable, const ScheduleParts& pParts);
+
+struct MonitoringParts
+{
+    store::Settings& mSettings;
+    control::MailControl& mMail;
+    control::StoreCare& mStore;
+};
+void addMonitoringMethods(ipc::MethodTable& pTable, const MonitoringParts& pParts);
+
+struct ServerParts
+{
+    store::ServerTable& mServers;
+    control::StoreCare& mStore;
+};
+void addServerMethods(ipc::MethodTable& pTable, const ServerParts& pParts);
+
+// The answer to a request for pWhat that the store let down.
+ipc::Reply storeFailure(control::StoreCare& pStore, const QString& pWhat);
 
 } // namespace methods
 } // namespace tarn::vkservice

@@ -3,7 +3,7 @@
 #include "ipc/Params.h"
 #include "mail/Address.h"
 #include "methods/Methods.h"
-#include "Service.h"
+#include "store/Settings.h"
 
 #include <QtCore/QJsonDocument>
 
@@ -18,11 +18,11 @@ namespace {
 
 constexpr qsizetype sMaxBytes = 1024 * 1024;
 
-Reply getMonitoring(Service& pService)
+Reply getMonitoring(const MonitoringParts& pParts)
 {
-    const auto tSettings = pService.settings().monitoring();
+    const auto tSettings = pParts.mSettings.monitoring();
     return tSettings ? Reply::result(protocol::toJson(*tSettings))
-                     : pService.storeFailure(u"The monitoring settings"_s);
+                     : storeFailure(pParts.mStore, u"The monitoring settings"_s);
 }
 
 // A null text if the settings can be taken.
@@ -41,7 +41,7 @@ QString complaint(const MonitoringSettings& pSettings)
 }
 
 // The service alone knows which addresses are verified and when the last summary went out.
-Reply setMonitoring(Service& pService, const QJsonObject& pParams)
+Reply setMonitoring(const MonitoringParts& pParts, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     MonitoringSettings tWanted;
@@ -53,29 +53,29 @@ Reply setMonitoring(Service& pService, const QJsonObject& pParams)
     if (!tComplaint.isNull()) {
         return Reply::refused(tComplaint);
     }
-    const auto tOld = pService.settings().monitoring();
+    const auto tOld = pParts.mSettings.monitoring();
     if (!tOld) {
-        return pService.storeFailure(u"The monitoring settings"_s);
+        return storeFailure(pParts.mStore, u"The monitoring settings"_s);
     }
     tWanted.mLastSummary = tOld->mLastSummary;
     tWanted.setNotificationEmailAddresses(
         mail::keepVerified(tOld->notificationEmailAddresses(), tWanted.notificationEmailAddresses()));
-    if (!pService.settings().setMonitoring(tWanted)) {
-        return pService.storeFailure(u"The monitoring settings"_s);
+    if (!pParts.mSettings.setMonitoring(tWanted)) {
+        return storeFailure(pParts.mStore, u"The monitoring settings"_s);
     }
-    pService.mail().onMonitoringChanged(tWanted);
+    pParts.mMail.onMonitoringChanged(tWanted);
     return Reply::done();
 }
 
 } // namespace
 
-void addMonitoringMethods(MethodTable& pTable, Service& pService)
+void addMonitoringMethods(MethodTable& pTable, const MonitoringParts& pParts)
 {
     using Kind = MethodTable::Kind;
     pTable.add(u"getMonitoringSettings"_s, Kind::Query,
-               [&](Connection&, const QJsonObject&) { return getMonitoring(pService); });
+               [pParts](Connection&, const QJsonObject&) { return getMonitoring(pParts); });
     pTable.add(u"setMonitoringSettings"_s, Kind::Change,
-               [&](Connection&, const QJsonObject& pParams) { return setMonitoring(pService, pParams); });
+               [pParts](Connection&, const QJsonObject& pParams) { return setMonitoring(pParts, pParams); });
 }
 
 } // namespace tarn::vkservice::methods

@@ -1,7 +1,7 @@
+#include "control/ScheduleControl.h"
 #include "internal/Protocol.h"
 #include "ipc/Params.h"
 #include "methods/Methods.h"
-#include "Service.h"
 
 using namespace Qt::StringLiterals;
 
@@ -14,9 +14,9 @@ namespace {
 
 constexpr qsizetype sMaxExtra = 64 * 1024;
 
-Reply getSchedule(Service& pService)
+Reply getSchedule(const ScheduleParts& pParts)
 {
-    const ScheduleSettings& tSchedule = pService.schedule().settings();
+    const ScheduleSettings& tSchedule = pParts.mSchedule.settings();
     return Reply::result(QJsonObject{
         {u"mode"_s, static_cast<int>(tSchedule.mMode)},
         {u"flags"_s, tSchedule.mFlags},
@@ -27,7 +27,7 @@ Reply getSchedule(Service& pService)
     });
 }
 
-Reply setSchedule(Service& pService, const QJsonObject& pParams)
+Reply setSchedule(const ScheduleParts& pParts, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     ScheduleSettings tWanted;
@@ -47,18 +47,19 @@ Reply setSchedule(Service& pService, const QJsonObject& pParams)
     if (tWanted.mExtra.size() > sMaxExtra) {
         return Reply::refused(u"The extra text of the schedule is too long."_s);
     }
-    return pService.changeSchedule(tWanted, tSave) ? Reply::done() : pService.storeFailure(u"The schedule"_s);
+    return pParts.mSchedule.change(tWanted, tSave) ? Reply::done()
+                                                   : storeFailure(pParts.mStore, u"The schedule"_s);
 }
 
 } // namespace
 
-void addScheduleMethods(MethodTable& pTable, Service& pService)
+void addScheduleMethods(MethodTable& pTable, const ScheduleParts& pParts)
 {
     using Kind = MethodTable::Kind;
     pTable.add(u"getScheduleParameters"_s, Kind::Query,
-               [&](Connection&, const QJsonObject&) { return getSchedule(pService); });
+               [pParts](Connection&, const QJsonObject&) { return getSchedule(pParts); });
     pTable.add(u"setScheduleParameters"_s, Kind::Change,
-               [&](Connection&, const QJsonObject& pParams) { return setSchedule(pService, pParams); });
+               [pParts](Connection&, const QJsonObject& pParams) { return setSchedule(pParts, pParams); });
 }
 
 } // namespace tarn::vkservice::methods

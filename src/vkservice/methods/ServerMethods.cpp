@@ -1,7 +1,7 @@
 #include "internal/Protocol.h"
 #include "ipc/Params.h"
 #include "methods/Methods.h"
-#include "Service.h"
+#include "store/ServerTable.h"
 
 #include <vkcore/Server.h>
 
@@ -23,7 +23,7 @@ QString present(const QString& pText)
     return pText.isNull() ? QString(QLatin1String("")) : pText;
 }
 
-Reply answer(Service& pService, ServerTable::Outcome pOutcome)
+Reply answer(const ServerParts& pParts, ServerTable::Outcome pOutcome)
 {
     switch (pOutcome) {
     case ServerTable::Outcome::Done:
@@ -33,23 +33,23 @@ Reply answer(Service& pService, ServerTable::Outcome pOutcome)
     case ServerTable::Outcome::NoEntry:
         return Reply::refused(u"The server list has no entry at this position."_s);
     case ServerTable::Outcome::Invalid:
-        return Reply::refused(pService.servers().reason());
+        return Reply::refused(pParts.mServers.reason());
     case ServerTable::Outcome::Failed:
         break;
     }
-    return pService.storeFailure(u"The server list"_s);
+    return storeFailure(pParts.mStore, u"The server list"_s);
 }
 
-Reply getDefaultServer(Service& pService, const QJsonObject& pParams)
+Reply getDefaultServer(const ServerParts& pParts, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     const bool tWithPassword = tParams.get<bool>("withPassword");
     if (!tParams.ok()) {
         return tParams.invalid();
     }
-    const auto tEntry = pService.servers().defaultEntry();
+    const auto tEntry = pParts.mServers.defaultEntry();
     if (!tEntry) {
-        return pService.storeFailure(u"The default server"_s);
+        return storeFailure(pParts.mStore, u"The default server"_s);
     }
     return Reply::result(QJsonObject{
         {u"uri"_s, present(tEntry->mUri)},
@@ -58,13 +58,13 @@ Reply getDefaultServer(Service& pService, const QJsonObject& pParams)
     });
 }
 
-Reply updateDefaultServer(Service& pService, const QJsonObject& pParams)
+Reply updateDefaultServer(const ServerParts& pParts, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     const QString tUri = tParams.get<QString>("uri");
     const QString tUser = tParams.get<QString>("user");
     const QString tPassword = tParams.get<QString>("password");
-    return tParams.ok() ? answer(pService, pService.servers().setDefault(tUri, tUser, tPassword))
+    return tParams.ok() ? answer(pParts, pParts.mServers.setDefault(tUri, tUser, tPassword))
                         : tParams.invalid();
 }
 
@@ -80,12 +80,12 @@ QJsonObject toJson(const ServerEntry& pEntry)
     return protocol::toJson(*tServer);
 }
 
-Reply getServerList(Service& pService)
+Reply getServerList(const ServerParts& pParts)
 {
-    const auto tEntries = pService.servers().entries();
-    const auto tRevision = pService.servers().revision();
+    const auto tEntries = pParts.mServers.entries();
+    const auto tRevision = pParts.mServers.revision();
     if (!tEntries || !tRevision) {
-        return pService.storeFailure(u"The server list"_s);
+        return storeFailure(pParts.mStore, u"The server list"_s);
     }
     QJsonArray tServers;
     for (const ServerEntry& tEntry : *tEntries) {
@@ -102,48 +102,48 @@ std::optional<qint64> revisionOf(Params& pParams, const QJsonObject& pObject)
     return pParams.get<long long>("revision");
 }
 
-Reply addServer(Service& pService, const QJsonObject& pParams)
+Reply addServer(const ServerParts& pParts, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     GRef<Server> tServer(new Server(nullptr));
     tParams.object("server", tServer.get());
-    return tParams.ok() ? answer(pService, pService.servers().add(*tServer)) : tParams.invalid();
+    return tParams.ok() ? answer(pParts, pParts.mServers.add(*tServer)) : tParams.invalid();
 }
 
-Reply changeServer(Service& pService, const QJsonObject& pParams)
+Reply changeServer(const ServerParts& pParts, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     const int tIndex = tParams.get<int>("index");
     GRef<Server> tServer(new Server(nullptr));
     tParams.object("server", tServer.get());
     const auto tRevision = revisionOf(tParams, pParams);
-    return tParams.ok() ? answer(pService, pService.servers().change(tIndex, *tServer, tRevision))
+    return tParams.ok() ? answer(pParts, pParts.mServers.change(tIndex, *tServer, tRevision))
                         : tParams.invalid();
 }
 
-Reply removeServer(Service& pService, const QJsonObject& pParams)
+Reply removeServer(const ServerParts& pParts, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     const int tIndex = tParams.get<int>("index");
     const auto tRevision = revisionOf(tParams, pParams);
-    return tParams.ok() ? answer(pService, pService.servers().remove(tIndex, tRevision)) : tParams.invalid();
+    return tParams.ok() ? answer(pParts, pParts.mServers.remove(tIndex, tRevision)) : tParams.invalid();
 }
 
 } // namespace
 
-void addServerMethods(MethodTable& pTable, Service& pService)
+void addServerMethods(MethodTable& pTable, const ServerParts& pParts)
 {
     using Kind = MethodTable::Kind;
-    const auto tAdd = [&](const char* pName, Kind pKind, Reply (*pHandler)(Service&, const QJsonObject&)) {
-        pTable.add(QLatin1String(pName), pKind,
-                   [&pService, pHandler](Connection&, const QJsonObject& pParams) {
-                       return pHandler(pService, pParams);
-                   });
+    const auto tAdd = [&](const char* pName, Kind pKind,
+                          Reply (*pHandler)(const ServerParts&, const QJsonObject&)) {
+        pTable.add(QLatin1String(pName), pKind, [pParts, pHandler](Connection&, const QJsonObject& pParams) {
+            return pHandler(pParts, pParams);
+        });
     };
     tAdd("getDefaultServer", Kind::Query, &getDefaultServer);
     tAdd("updateDefaultServer", Kind::Change, &updateDefaultServer);
     pTable.add(u"getServerList"_s, Kind::Query,
-               [&](Connection&, const QJsonObject&) { return getServerList(pService); });
+               [pParts](Connection&, const QJsonObject&) { return getServerList(pParts); });
     tAdd("addServer", Kind::Change, &addServer);
     tAdd("changeServer", Kind::Change, &changeServer);
     tAdd("removeServer", Kind::Change, &removeServer);

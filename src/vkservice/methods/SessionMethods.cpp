@@ -1,9 +1,12 @@
+#include "control/Configuration.h"
+#include "control/Events.h"
+#include "control/Lifetime.h"
 #include "internal/Protocol.h"
 #include "ipc/Connection.h"
 #include "ipc/Params.h"
+#include "ipc/SocketServer.h"
 #include "methods/Methods.h"
 #include "process/SystemdNotifier.h"
-#include "Service.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QPointer>
@@ -21,7 +24,7 @@ namespace {
 
 constexpr qsizetype sMaxClientName = 100;
 
-Reply hello(Service& pService, Connection& pPeer, const QJsonObject& pParams)
+Reply hello(const SessionParts& pParts, Connection& pPeer, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     const int tProtocol = tParams.get<int>("protocol");
@@ -39,15 +42,15 @@ Reply hello(Service& pService, Connection& pPeer, const QJsonObject& pParams)
         {u"service"_s, u"vkservice"_s},
         {u"version"_s, QCoreApplication::applicationVersion()},
         {u"pid"_s, QCoreApplication::applicationPid()},
-        {u"worker"_s, pService.isWorker()},
+        {u"worker"_s, pParts.mLifetime.isWorker()},
     });
 }
 
 // Errors that came before anybody listened follow the answer.
-Reply enterMonitorMode(Service& pService, Connection& pPeer)
+Reply enterMonitorMode(const SessionParts& pParts, Connection& pPeer)
 {
     pPeer.setMonitor();
-    const QList<QJsonObject> tHeld = pService.takeHeldErrors();
+    const QList<QJsonObject> tHeld = pParts.mEvents.takeKeptErrors();
     const QPointer<Connection> tPeer(&pPeer);
     for (const QJsonObject& tError : tHeld) {
         const QByteArray tLine = protocol::toLine(protocol::event(u"serviceErrorReceived"_s, tError));
@@ -59,43 +62,44 @@ Reply enterMonitorMode(Service& pService, Connection& pPeer)
 
 // The machine's own service has a schedule to keep, so it is not for a client to end it. A worker belongs to
 // the process that started it; others have only found it.
-Reply quit(Service& pService, const Connection& pPeer)
+Reply quit(const SessionParts& pParts, const Connection& pPeer)
 {
     const pid_t tPeer = pPeer.peer().mPid;
-    if (pService.isWorker()) {
+    if (pParts.mLifetime.isWorker()) {
         if (tPeer != ::getppid()) {
             return Reply::refused(u"This worker belongs to another process, and ends with it."_s);
         }
         QMetaObject::invokeMethod(
-            &pService, [&pService, tPeer] { pService.leave(tPeer); }, Qt::QueuedConnection);
+            &pParts.mLifetime, [&tLifetime = pParts.mLifetime, tPeer] { tLifetime.leave(tPeer); },
+            Qt::QueuedConnection);
         return Reply::done();
     }
     if (process::SystemdNotifier::isListening()) {
         return Reply::refused(u"systemd runs this service, and ends it: systemctl stop vkservice."_s);
     }
-    QMetaObject::invokeMethod(&pService, &Service::quit, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(&pParts.mLifetime, &control::Lifetime::quit, Qt::QueuedConnection);
     return Reply::done();
 }
 
 } // namespace
 
-void addSessionMethods(MethodTable& pTable, Service& pService)
+void addSessionMethods(MethodTable& pTable, const SessionParts& pParts)
 {
     using Kind = MethodTable::Kind;
-    pTable.add(u"hello"_s, Kind::Query, [&](Connection& pPeer, const QJsonObject& pParams) {
-        return hello(pService, pPeer, pParams);
+    pTable.add(u"hello"_s, Kind::Query, [pParts](Connection& pPeer, const QJsonObject& pParams) {
+        return hello(pParts, pPeer, pParams);
     });
     pTable.add(u"ping"_s, Kind::Query, [](Connection&, const QJsonObject&) { return Reply::done(); });
-    pTable.add(u"isVKClientActive"_s, Kind::Query, [&](Connection& pPeer, const QJsonObject&) {
-        return Reply::result(pService.sockets().hasClient(u"wizard"_s, &pPeer));
+    pTable.add(u"isVKClientActive"_s, Kind::Query, [pParts](Connection& pPeer, const QJsonObject&) {
+        return Reply::result(pParts.mSockets.hasClient(u"wizard"_s, &pPeer));
     });
     pTable.add(u"enterMonitorMode"_s, Kind::Query,
-               [&](Connection& pPeer, const QJsonObject&) { return enterMonitorMode(pService, pPeer); });
+               [pParts](Connection& pPeer, const QJsonObject&) { return enterMonitorMode(pParts, pPeer); });
     pTable.add(u"quitService"_s, Kind::Query,
-               [&](Connection& pPeer, const QJsonObject&) { return quit(pService, pPeer); });
-    pTable.add(u"reloadConfig"_s, Kind::Query, [&](Connection&, const QJsonObject&) {
+               [pParts](Connection& pPeer, const QJsonObject&) { return quit(pParts, pPeer); });
+    pTable.add(u"reloadConfig"_s, Kind::Query, [pParts](Connection&, const QJsonObject&) {
         QString tReason;
-        const bool tDone = pService.reload(&tReason);
+        const bool tDone = pParts.mConfiguration.reload(&tReason);
         return Reply::of(tDone, tReason);
     });
 }

@@ -1,10 +1,12 @@
+#include "control/Configuration.h"
 #include "control/MailControl.h"
 #include "control/UpdateControl.h"
 #include "internal/Protocol.h"
 #include "ipc/Params.h"
 #include "methods/Methods.h"
-#include "Service.h"
-#include "ServiceApplication.h"
+#include "process/ServiceApplication.h"
+#include "store/ConfigVariables.h"
+#include "store/Settings.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QRegularExpression>
@@ -23,11 +25,11 @@ constexpr qsizetype sMaxText = 64 * 1024;
 
 // The password stays here: a client sends the proxy back with passwordChanged false, and then the stored one
 // stays.
-Reply getProxy(Service& pService)
+Reply getProxy(const SettingsParts& pParts)
 {
-    auto tProxy = pService.settings().proxy();
+    auto tProxy = pParts.mSettings.proxy();
     if (!tProxy) {
-        return pService.storeFailure(u"The proxy settings"_s);
+        return storeFailure(pParts.mStore, u"The proxy settings"_s);
     }
     tProxy->mProxy.mPassword = QString();
     return Reply::result(QJsonObject{
@@ -36,7 +38,7 @@ Reply getProxy(Service& pService)
     });
 }
 
-Reply setProxy(Service& pService, const QJsonObject& pParams)
+Reply setProxy(const SettingsParts& pParts, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     store::ProxySettings tProxy;
@@ -49,22 +51,23 @@ Reply setProxy(Service& pService, const QJsonObject& pParams)
     if (tNew.mHost.size() + tNew.mUser.size() + tNew.mPassword.size() > sMaxText) {
         return Reply::refused(u"The texts of the proxy are too long."_s);
     }
-    return pService.settings().setProxy(tProxy) ? Reply::done()
-                                                : pService.storeFailure(u"The proxy settings"_s);
+    return pParts.mSettings.setProxy(tProxy) ? Reply::done()
+                                             : storeFailure(pParts.mStore, u"The proxy settings"_s);
 }
 
-Reply getDataDirectory(Service& pService)
+Reply getDataDirectory(const SettingsParts& pParts)
 {
-    const auto tPath = pService.settings().dataDirectory();
+    const auto tPath = pParts.mSettings.dataDirectory();
     if (!tPath) {
-        return pService.storeFailure(u"The data directory"_s);
+        return storeFailure(pParts.mStore, u"The data directory"_s);
     }
-    return Reply::result(tPath->isEmpty() ? pService.variables().text(u"install.dir"_s) : *tPath);
+    return Reply::result(tPath->isEmpty() ? pParts.mConfiguration.variables().text(u"install.dir"_s)
+                                          : *tPath);
 }
 
 // Whether the directory is there and can be written is looked at when it is used: it may be a disk that
 // is not mounted yet.
-Reply setDataDirectory(Service& pService, const QJsonObject& pParams)
+Reply setDataDirectory(const SettingsParts& pParts, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     const QString tPath = tParams.get<QString>("path");
@@ -75,21 +78,20 @@ Reply setDataDirectory(Service& pService, const QJsonObject& pParams)
         tPath.size() > sMaxText) {
         return Reply::refused(u"The data directory has to be an absolute path, or empty for the default."_s);
     }
-    return pService.settings().setDataDirectory(tPath) ? Reply::done()
-                                                       : pService.storeFailure(u"The data directory"_s);
+    return pParts.mSettings.setDataDirectory(tPath) ? Reply::done()
+                                                    : storeFailure(pParts.mStore, u"The data directory"_s);
 }
 
-Reply getLanguages(Service& pService)
+Reply getLanguages(const SettingsParts& pParts)
 {
-    const auto tApp = pService.settings().appLanguage();
-    const auto tData = pService.settings().dataLanguage();
+    const auto tApp = pParts.mSettings.appLanguage();
+    const auto tData = pParts.mSettings.dataLanguage();
     if (!tApp || !tData) {
-        return pService.storeFailure(u"The languages"_s);
+        return storeFailure(pParts.mStore, u"The languages"_s);
     }
-    const QString tDefault = pService.app().getAppLang();
     return Reply::result(QJsonObject{
-        {u"app"_s, tApp->isEmpty() ? tDefault : *tApp},
-        {u"data"_s, tData->isEmpty() ? tDefault : *tData},
+        {u"app"_s, pParts.mApp.languageOr(*tApp)},
+        {u"data"_s, pParts.mApp.languageOr(*tData)},
     });
 }
 
@@ -101,7 +103,7 @@ bool isLanguage(const QString& pCode)
     return pCode.isNull() || sForm.match(pCode).hasMatch();
 }
 
-Reply setLanguages(Service& pService, const QJsonObject& pParams)
+Reply setLanguages(const SettingsParts& pParts, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     const QString tApp = tParams.get<QString>("app");
@@ -112,13 +114,13 @@ Reply setLanguages(Service& pService, const QJsonObject& pParams)
     if (!isLanguage(tApp) || !isLanguage(tData)) {
         return Reply::refused(u"A language is a code such as \"de\" or \"pt_BR\"."_s);
     }
-    return pService.settings().setLanguages(tApp, tData) ? Reply::done()
-                                                         : pService.storeFailure(u"The languages"_s);
+    return pParts.mSettings.setLanguages(tApp, tData) ? Reply::done()
+                                                      : storeFailure(pParts.mStore, u"The languages"_s);
 }
 
-QString lastRunText(Service& pService, const QString& pDefault)
+QString lastRunText(const SettingsParts& pParts, const QString& pDefault)
 {
-    const QDateTime tFinished = pService.updates().lastRun().mFinished;
+    const QDateTime tFinished = pParts.mUpdates.lastRun().mFinished;
     return tFinished.isValid() ? tFinished.toString(u"yyyyMMddhhmmss"_s) : pDefault;
 }
 
@@ -129,7 +131,7 @@ QString shown(const QString& pName, const QString& pValue)
     return tSecret ? QString(pValue.size(), u'*') : pValue;
 }
 
-Reply getVariable(Service& pService, const QJsonObject& pParams)
+Reply getVariable(const SettingsParts& pParts, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     const QString tName = tParams.get<QString>("name");
@@ -138,19 +140,19 @@ Reply getVariable(Service& pService, const QJsonObject& pParams)
         return tParams.invalid();
     }
     if (tName == sLastRun) {
-        return Reply::result(protocol::toJson(lastRunText(pService, tDefault)));
+        return Reply::result(protocol::toJson(lastRunText(pParts, tDefault)));
     }
     if (control::MailControl::isVerification(tName)) {
-        return Reply::result(pService.mail().verificationState(tName));
+        return Reply::result(pParts.mMail.verificationState(tName));
     }
-    const auto tValue = pService.variables().value(tName);
+    const auto tValue = pParts.mConfiguration.variables().value(tName);
     if (!tValue) {
-        return pService.storeFailure(u"The configuration variable"_s);
+        return storeFailure(pParts.mStore, u"The configuration variable"_s);
     }
     return Reply::result(protocol::toJson(tValue->isNull() ? tDefault : shown(tName, *tValue)));
 }
 
-Reply setVariable(Service& pService, const QJsonObject& pParams)
+Reply setVariable(const SettingsParts& pParts, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     const QString tName = tParams.get<QString>("name");
@@ -163,30 +165,27 @@ Reply setVariable(Service& pService, const QJsonObject& pParams)
     }
     QString tReason;
     if (control::MailControl::isVerification(tName)) {
-        const bool tDone = pService.mail().verify(tName, tValue, &tReason);
+        const bool tDone = pParts.mMail.verify(tName, tValue, &tReason);
         return Reply::of(tDone, tReason);
     }
-    if (!pService.variables().set(tName, tValue, &tReason)) {
-        return Reply::refused(tReason);
-    }
-    pService.onVariablesChanged();
-    return Reply::done();
+    const bool tDone = pParts.mConfiguration.set(tName, tValue, &tReason);
+    return Reply::of(tDone, tReason);
 }
 
 } // namespace
 
-void addSettingsMethods(MethodTable& pTable, Service& pService)
+void addSettingsMethods(MethodTable& pTable, const SettingsParts& pParts)
 {
     using Kind = MethodTable::Kind;
-    const auto tAdd = [&](const char* pName, Kind pKind, Reply (*pHandler)(Service&, const QJsonObject&)) {
-        pTable.add(QLatin1String(pName), pKind,
-                   [&pService, pHandler](Connection&, const QJsonObject& pParams) {
-                       return pHandler(pService, pParams);
-                   });
+    const auto tAdd = [&](const char* pName, Kind pKind,
+                          Reply (*pHandler)(const SettingsParts&, const QJsonObject&)) {
+        pTable.add(QLatin1String(pName), pKind, [pParts, pHandler](Connection&, const QJsonObject& pParams) {
+            return pHandler(pParts, pParams);
+        });
     };
-    const auto tAddGetter = [&](const char* pName, Reply (*pHandler)(Service&)) {
+    const auto tAddGetter = [&](const char* pName, Reply (*pHandler)(const SettingsParts&)) {
         pTable.add(QLatin1String(pName), Kind::Query,
-                   [&pService, pHandler](Connection&, const QJsonObject&) { return pHandler(pService); });
+                   [pParts, pHandler](Connection&, const QJsonObject&) { return pHandler(pParts); });
     };
     tAddGetter("getNetProxySettings", &getProxy);
     tAdd("setNetProxySettings", Kind::Change, &setProxy);

@@ -1,19 +1,19 @@
 #include "control/UpdateControl.h"
 #include "ipc/Params.h"
 #include "methods/Methods.h"
-#include "Service.h"
 
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkservice::methods {
 
+using control::UpdateControl;
 using namespace ipc;
 
 namespace {
 
-Reply progress(Service& pService)
+Reply progress(const UpdateControl& pUpdates)
 {
-    const update::Progress tProgress = pService.updates().progress();
+    const update::Progress tProgress = pUpdates.progress();
     const QString tText = tProgress.mText.isNull() ? QString(QLatin1String("")) : tProgress.mText;
     return Reply::result(QJsonObject{
         {u"activity"_s, static_cast<int>(tProgress.mActivity)},
@@ -29,61 +29,60 @@ Reply progress(Service& pService)
     });
 }
 
-const RunRecord& record(Service& pService, bool pThisSession)
+const RunRecord& record(const UpdateControl& pUpdates, bool pThisSession)
 {
-    return pThisSession ? pService.updates().sessionRun() : pService.updates().lastRun();
+    return pThisSession ? pUpdates.sessionRun() : pUpdates.lastRun();
 }
 
-Reply lastResult(Service& pService, const QJsonObject& pParams)
+Reply lastResult(const UpdateControl& pUpdates, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     const bool tThisSession = tParams.get<bool>("thisSession");
-    return tParams.ok() ? Reply::result(record(pService, tThisSession).mCode) : tParams.invalid();
+    return tParams.ok() ? Reply::result(record(pUpdates, tThisSession).mCode) : tParams.invalid();
 }
 
-Reply lastResultText(Service& pService, const QJsonObject& pParams)
+Reply lastResultText(const UpdateControl& pUpdates, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     const bool tThisSession = tParams.get<bool>("thisSession");
-    return tParams.ok() ? Reply::result(pService.updates().resultText(record(pService, tThisSession)))
+    return tParams.ok() ? Reply::result(pUpdates.resultText(record(pUpdates, tThisSession)))
                         : tParams.invalid();
 }
 
-Reply trigger(Service& pService, const QJsonObject& pParams)
+Reply trigger(UpdateControl& pUpdates, const QJsonObject& pParams)
 {
     Params tParams(pParams);
     const bool tManual = tParams.get<bool>("manual");
     if (!tParams.ok()) {
         return tParams.invalid();
     }
-    if (pService.isEnding()) {
-        return Reply::refused(u"The service is about to end."_s);
-    }
     QString tReason;
-    const bool tStarted = pService.updates().trigger(tManual, &tReason);
+    const bool tStarted = pUpdates.trigger(tManual, &tReason);
     return Reply::of(tStarted, tReason);
 }
 
 } // namespace
 
-void addUpdateMethods(MethodTable& pTable, Service& pService)
+void addUpdateMethods(MethodTable& pTable, UpdateControl& pUpdates)
 {
     using Kind = MethodTable::Kind;
     pTable.add(u"isServiceActive"_s, Kind::Query,
-               [&](Connection&, const QJsonObject&) { return Reply::result(pService.updates().isActive()); });
-    pTable.add(u"getServiceStatus"_s, Kind::Query, [&](Connection&, const QJsonObject&) {
-        return Reply::result(static_cast<int>(pService.updates().status()));
+               [&pUpdates](Connection&, const QJsonObject&) { return Reply::result(pUpdates.isActive()); });
+    pTable.add(u"getServiceStatus"_s, Kind::Query, [&pUpdates](Connection&, const QJsonObject&) {
+        return Reply::result(static_cast<int>(pUpdates.status()));
     });
     pTable.add(u"getServiceProgress"_s, Kind::Query,
-               [&](Connection&, const QJsonObject&) { return progress(pService); });
-    pTable.add(u"getLastServiceResult"_s, Kind::Query,
-               [&](Connection&, const QJsonObject& pParams) { return lastResult(pService, pParams); });
-    pTable.add(u"getLastServiceResultStr"_s, Kind::Query,
-               [&](Connection&, const QJsonObject& pParams) { return lastResultText(pService, pParams); });
+               [&pUpdates](Connection&, const QJsonObject&) { return progress(pUpdates); });
+    pTable.add(u"getLastServiceResult"_s, Kind::Query, [&pUpdates](Connection&, const QJsonObject& pParams) {
+        return lastResult(pUpdates, pParams);
+    });
+    pTable.add(
+        u"getLastServiceResultStr"_s, Kind::Query,
+        [&pUpdates](Connection&, const QJsonObject& pParams) { return lastResultText(pUpdates, pParams); });
     pTable.add(u"triggerUpdate"_s, Kind::Query,
-               [&](Connection&, const QJsonObject& pParams) { return trigger(pService, pParams); });
-    pTable.add(u"abortUpdate"_s, Kind::Query, [&](Connection&, const QJsonObject&) {
-        return Reply::of(pService.updates().abort(), u"No update is under way."_s);
+               [&pUpdates](Connection&, const QJsonObject& pParams) { return trigger(pUpdates, pParams); });
+    pTable.add(u"abortUpdate"_s, Kind::Query, [&pUpdates](Connection&, const QJsonObject&) {
+        return Reply::of(pUpdates.abort(), u"No update is under way."_s);
     });
 }
 

@@ -1,4 +1,4 @@
-#include "ServiceApplication.h"
+#include "process/ServiceApplication.h"
 
 #include "internal/PlainText.h"
 
@@ -10,7 +10,7 @@
 
 using namespace Qt::StringLiterals;
 
-namespace tarn::vkservice {
+namespace tarn::vkservice::process {
 
 using namespace vkcore;
 
@@ -101,4 +101,4 @@ QString ServiceApplication::configValue(const QString& pKey) const
     return (mReloaded ? mReloaded : getConfig())->getStrValue(pKey);
 }
 
-} // namespace tarn::vkservice
+} // namespace tarn::vkservice::process

@@ -6,7 +6,7 @@
 
 #include <memory>
 
-namespace tarn::vkservice {
+namespace tarn::vkservice::process {
 
 // The levels of syslog, as the journal knows them.
 enum class LogLevel : int
@@ -39,10 +39,12 @@ public:
     // A value of the configuration in force.
     QString configValue(const QString& pKey) const;
     QString configDir() const { return getConfigDir(); }
+    // pChosen, or where none was chosen the language of the service.
+    QString languageOr(const QString& pChosen) const { return pChosen.isEmpty() ? getAppLang() : pChosen; }
 
 private:
     bool mForeground;
     std::shared_ptr<vkcore::Config> mReloaded; // null before the first reload
 };
 
-} // namespace tarn::vkservice
+} // namespace tarn::vkservice::process

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+namespace tarn::vkservice::store {
+class ConfigVariables;
+}
+namespace tarn::vkservice::process {
+class ServiceApplication;
+}
+
+namespace tarn::vkservice::control {
+
+// The variables together with the configuration files that give their defaults.
+class Configuration : public QObject
+{
+    Q_OBJECT
+
+public:
+    Configuration(store::ConfigVariables& pVariables, process::ServiceApplication& pApp);
+
+    const store::ConfigVariables& variables() const { return mVariables; }
+    // False with a reason.
+    bool set(const QString& pName, const QString& pValue, QString* pReason);
+    // Reads the configuration files again. False with a reason, which is in the log, too.
+    bool reload(QString* pError);
+    // Logs each value that is ignored.
+    void logComplaints() const;
+
+Q_SIGNALS:
+    // A variable may have another value now.
+    void changed();
+
+private:
+    store::ConfigVariables& mVariables;
+    process::ServiceApplication& mApp;
+};
+
+} // namespace tarn::vkservice::control

@@ -1,0 +1,79 @@
+#include "control/Lifetime.h"
+
+#include "control/MailControl.h"
+#include "control/ScheduleControl.h"
+#include "control/UpdateControl.h"
+#include "ipc/SocketServer.h"
+#include "process/ServiceApplication.h"
+
+#include <QtCore/QTimer>
+
+using namespace Qt::StringLiterals;
+
+namespace tarn::vkservice::control {
+
+namespace {
+
+constexpr int sLastClientsMs = 3000; // the next worker waits longer for the lock of the state directory
+constexpr int sLastAnswersMs = 1000;
+constexpr int sLastMailMs = 5000;
+
+} // namespace
+
+Lifetime::Lifetime(bool pWorker, const Parts& pParts) : mParts(pParts), mWorker(pWorker)
+{
+    connect(&mParts.mUpdates, &UpdateControl::statusChanged, this, &Lifetime::onStatusChanged);
+}
+
+void Lifetime::onStatusChanged()
+{
+    if (mEnding && !mParts.mUpdates.isActive()) {
+        finish();
+    }
+}
+
+void Lifetime::quit()
+{
+    if (mEnding) {
+        return;
+    }
+    mEnding = true;
+    mParts.mApp.write(process::LogLevel::Notice, u"The service is about to end."_s);
+    mParts.mSchedule.pause();
+    mParts.mSockets.broadcast(u"quitRequestReceived"_s, {});
+    if (!mParts.mUpdates.stop()) {
+        finish();
+    }
+}
+
+void Lifetime::leave(pid_t pAsker)
+{
+    mParts.mSockets.stopListening();
+    const auto tLook = [this, pAsker] {
+        if (!mParts.mSockets.hasPeerBeside(pAsker)) {
+            quit();
+        }
+    };
+    connect(&mParts.mSockets, &ipc::SocketServer::connectionClosed, this, tLook);
+    QTimer::singleShot(sLastClientsMs, this, &Lifetime::quit);
+    tLook();
+}
+
+// Comes from the event loop, so that whatever is being answered now is answered first.
+void Lifetime::finish()
+{
+    if (mFinished) {
+        return;
+    }
+    mFinished = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            mParts.mSockets.closeAll(sLastAnswersMs);
+            mParts.mMail.finish(sLastMailMs);
+            Q_EMIT ended();
+        },
+        Qt::QueuedConnection);
+}
+
+} // namespace tarn::vkservice::control

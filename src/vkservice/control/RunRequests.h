@@ -1,0 +1,30 @@
+#pragma once
+
+#include "update/RunRequest.h"
+
+#include <optional>
+
+namespace tarn::vkservice::store {
+class ConfigVariables;
+class ServerTable;
+class Settings;
+} // namespace tarn::vkservice::store
+namespace tarn::vkservice::process {
+class ServiceApplication;
+}
+
+namespace tarn::vkservice::control {
+
+// Where it is found what a run needs to know.
+struct RunSources
+{
+    store::ServerTable& mServers;
+    store::Settings& mSettings;
+    const store::ConfigVariables& mVariables;
+    const process::ServiceApplication& mApp;
+};
+
+// None if the store can't be read.
+std::optional<update::RunRequest> runRequest(const RunSources& pSources);
+
+} // namespace tarn::vkservice::control

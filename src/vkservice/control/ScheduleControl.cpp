@@ -1,0 +1,156 @@
+#include "control/ScheduleControl.h"
+
+#include "control/StoreCare.h"
+#include "control/UpdateControl.h"
+#include "process/ServiceApplication.h"
+#include "schedule/ScheduleRules.h"
+#include "store/ConfigVariables.h"
+#include "store/Settings.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QSysInfo>
+#include <QtCore/QTimer>
+
+#include <unistd.h>
+
+#include <chrono>
+
+using namespace Qt::StringLiterals;
+
+namespace tarn::vkservice::control {
+
+using process::LogLevel;
+using schedule::LoginWatch;
+using schedule::ScheduleTimer;
+using vkcore::Scheduler;
+
+namespace {
+
+constexpr int sRetrySeconds = 900; // after a run that found no server, doubled each time
+constexpr int sMaxRetries = 3;
+
+QByteArray machineId()
+{
+    QFile tFile(u"/etc/machine-id"_s);
+    const QByteArray tId = tFile.open(QIODevice::ReadOnly) ? tFile.readLine().trimmed() : QByteArray();
+    return tId.isEmpty() ? QSysInfo::machineHostName().toUtf8() : tId;
+}
+
+// A service of a user is started with the user's session.
+bool startsWithSession()
+{
+    return ::geteuid() != 0;
+}
+
+} // namespace
+
+ScheduleControl::ScheduleControl(const Parts& pParts) : mParts(pParts), mTimer(mClock, machineId())
+{
+    connect(&mTimer, &ScheduleTimer::moved, this, &ScheduleControl::onMoved);
+    connect(&mTimer, &ScheduleTimer::due, this, &ScheduleControl::onDue);
+    connect(&mLogins, &LoginWatch::userLoggedIn, &mTimer, &ScheduleTimer::userLoggedIn);
+}
+
+bool ScheduleControl::start(bool pWorker, QString* pError)
+{
+    const auto tSettings = mParts.mSettings.schedule();
+    if (!tSettings) {
+        *pError = u"The schedule can't be read: %1."_s.arg(mParts.mStore.reason());
+        return false;
+    }
+    if (pWorker) {
+        mTimer.pause();
+    }
+    onVariablesChanged();
+    mTimer.start(*tSettings);
+    if (pWorker) {
+        return true;
+    }
+    mLogins.start();
+    if (mParts.mUpdates.lastRun().mCutShort > 0) {
+        resumeRun();
+    } else if (startsWithSession()) {
+        mTimer.userLoggedIn();
+    }
+    return true;
+}
+
+// What cut the last run short may do so again.
+void ScheduleControl::resumeRun()
+{
+    const bool tAtStart = settings().atLogin() && startsWithSession();
+    if (settings().mMode == Scheduler::AutoUpdateManual || !(tAtStart || schedule::runsByDate(settings()))) {
+        return;
+    }
+    const auto tSeconds = mParts.mUpdates.resumeSeconds();
+    if (!tSeconds) {
+        mParts.mApp.write(LogLevel::Warning,
+                          u"%1 updates in a row were cut short. The next one begins when "
+                          "the schedule says so."_s.arg(mParts.mUpdates.lastRun().mCutShort));
+        return;
+    }
+    mParts.mApp.write(LogLevel::Notice,
+                      u"The update that was cut short begins again in %1 seconds."_s.arg(*tSeconds));
+    if (tAtStart) {
+        QTimer::singleShot(std::chrono::seconds(*tSeconds), &mTimer, &ScheduleTimer::userLoggedIn);
+    } else {
+        mTimer.retryIn(*tSeconds);
+    }
+}
+
+QDateTime ScheduleControl::nextCheck() const
+{
+    return schedule::runsByDate(settings()) ? settings().mNextCheck : QDateTime();
+}
+
+bool ScheduleControl::change(const ScheduleSettings& pWanted, bool pSave)
+{
+    const ScheduleSettings tNew = schedule::afterChange(settings(), pWanted, mClock.now());
+    if (pSave && !mParts.mSettings.setSchedule(tNew)) {
+        return false;
+    }
+    mSaved = pSave;
+    mRetries = 0;
+    mTimer.start(tNew);
+    return true;
+}
+
+void ScheduleControl::onVariablesChanged()
+{
+    mTimer.setJitter(static_cast<int>(mParts.mVariables.number(u"schedule.jitter"_s)));
+}
+
+void ScheduleControl::onMoved(const ScheduleSettings& pSettings)
+{
+    if (mSaved && !mParts.mSettings.setSchedule(pSettings)) {
+        mParts.mStore.failed(u"The next date of the schedule"_s);
+    }
+}
+
+void ScheduleControl::onDue()
+{
+    if (settings().mMode == Scheduler::AutoUpdateNotification) {
+        Q_EMIT checkIsDue();
+        return;
+    }
+    QString tReason;
+    if (!mParts.mUpdates.trigger(false, &tReason)) {
+        mParts.mApp.write(LogLevel::Error, u"The scheduled update did not start. %1"_s.arg(tReason));
+    }
+}
+
+// A machine that has just woken up may have no network yet, and its next check may be weeks away.
+void ScheduleControl::onRunEnded(const RunRecord& pRecord, bool pManual)
+{
+    if (pManual) {
+        return;
+    }
+    if (pRecord.mCode != ResultUnreachable || mRetries >= sMaxRetries) {
+        mRetries = 0;
+        return;
+    }
+    mTimer.retryIn(sRetrySeconds << mRetries);
+    ++mRetries;
+}
+
+} // namespace tarn::vkservice::control

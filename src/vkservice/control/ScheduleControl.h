@@ -1,0 +1,76 @@
+#pragma once
+
+#include "schedule/LoginWatch.h"
+#include "schedule/ScheduleTimer.h"
+#include "schedule/SystemClock.h"
+
+#include <QtCore/QDateTime>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+namespace tarn::vkservice {
+struct RunRecord;
+}
+namespace tarn::vkservice::store {
+class ConfigVariables;
+class Settings;
+} // namespace tarn::vkservice::store
+namespace tarn::vkservice::process {
+class ServiceApplication;
+}
+
+namespace tarn::vkservice::control {
+
+class StoreCare;
+class UpdateControl;
+
+// The schedule with what it starts: the checks at their time, at logins, and those that have to be repeated.
+class ScheduleControl : public QObject
+{
+    Q_OBJECT
+
+public:
+    struct Parts
+    {
+        store::Settings& mSettings;
+        const store::ConfigVariables& mVariables;
+        UpdateControl& mUpdates;
+        StoreCare& mStore;
+        process::ServiceApplication& mApp;
+    };
+
+    explicit ScheduleControl(const Parts& pParts);
+
+    // Puts the stored schedule in force. A worker has none to keep: it never comes round. False with a reason
+    // if the store can't be read.
+    bool start(bool pWorker, QString* pError);
+    // Nothing begins by itself any more.
+    void pause() { mTimer.pause(); }
+
+    const ScheduleSettings& settings() const { return mTimer.settings(); }
+    // Invalid where no check is scheduled by date.
+    QDateTime nextCheck() const;
+    // pSave false: the stored schedule stays, and comes back with the next start. False if the store fails.
+    bool change(const ScheduleSettings& pWanted, bool pSave);
+
+    void onVariablesChanged();
+    void onRunEnded(const RunRecord& pRecord, bool pManual);
+
+Q_SIGNALS:
+    // It is time for a check, and people are to decide on it.
+    void checkIsDue();
+
+private:
+    void onDue();
+    void onMoved(const ScheduleSettings& pSettings);
+    void resumeRun();
+
+    Parts mParts;
+    schedule::SystemClock mClock;
+    schedule::ScheduleTimer mTimer;
+    schedule::LoginWatch mLogins;
+    bool mSaved = true; // the schedule in force is the stored one
+    int mRetries = 0;
+};
+
+} // namespace tarn::vkservice::control

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+namespace tarn::vkservice::store {
+class StateStore;
+}
+namespace tarn::vkservice::process {
+class ServiceApplication;
+}
+
+namespace tarn::vkservice::control {
+
+// What becomes of a store that fails: the log says so, and a damaged one is replaced by an empty one.
+class StoreCare : public QObject
+{
+    Q_OBJECT
+
+public:
+    StoreCare(store::StateStore& pStore, process::ServiceApplication& pApp);
+
+    // pWhat could not be read or stored. Gives the text for whoever asked for it.
+    QString failed(const QString& pWhat);
+    // Why the last operation failed.
+    QString reason() const;
+    // For operations that may have failed meanwhile.
+    void replaceIfDamaged();
+
+Q_SIGNALS:
+    // The store is empty now.
+    void replaced(const QString& pDamagedFile);
+
+private:
+    store::StateStore& mStore;
+    process::ServiceApplication& mApp;
+};
+
+} // namespace tarn::vkservice::control
