@@ -63,8 +63,8 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
     : mApp(pApp), mSocketPath(socketPath(pApp, pOptions.mSocketName)), mSettings(mStore.database()),
       mServers(mStore.database()), mVariables(mStore.database()), mSockets(mMethods),
       mStoreCare(mStore, pApp), mConfiguration(mVariables, pApp),
-      mRun(os::realFileSystem(), os::realProcessList()),
-      mUpdates(mRun, {mServers, mSettings, mVariables, pApp}, mStoreCare),
+      mUpdateThread(os::realFileSystem(), os::realProcessList()),
+      mUpdates(mUpdateThread, {mServers, mSettings, mVariables, pApp}, mStoreCare),
       mSchedule({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mMail({mStore, mSettings, mVariables, mUpdates, mSchedule, pApp}), mEvents(mSockets, mUpdates, pApp),
       mLifetime(pOptions.mWorker, {mSockets, mSchedule, mUpdates, mMail, pApp})

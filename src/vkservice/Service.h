@@ -74,7 +74,7 @@ private:
     ipc::SocketServer mSockets;
     control::StoreCare mStoreCare;
     control::Configuration mConfiguration;
-    update::UpdateRun mRun;
+    update::UpdateThread mUpdateThread;
     control::UpdateControl mUpdates;
     control::ScheduleControl mSchedule;
     control::MailControl mMail;

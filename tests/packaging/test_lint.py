@@ -8,7 +8,7 @@ from support import SOURCE
 
 
 HEADERS = ["src/vkcore/include/vkcore/Server.h", "src/vkcore/internal/Protocol.h", "src/vkc/vkc_Application.h",
-           "src/os/FileSystem.h", "src/tuf/Updater.h", "src/vkservice/update/UpdateRun.h"]
+           "src/os/FileSystem.h", "src/tuf/Updater.h", "src/vkservice/update/UpdateThread.h"]
 
 
 class Lint(unittest.TestCase):

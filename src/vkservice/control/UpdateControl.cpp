@@ -21,13 +21,13 @@ constexpr int sMaxResumes = 8;
 
 } // namespace
 
-UpdateControl::UpdateControl(UpdateRun& pRun, const RunSources& pSources, StoreCare& pStore)
-    : mRun(pRun), mSources(pSources), mStore(pStore)
+UpdateControl::UpdateControl(UpdateThread& pThread, const RunSources& pSources, StoreCare& pStore)
+    : mThread(pThread), mSources(pSources), mStore(pStore)
 {
-    connect(&mRun, &UpdateRun::activityChanged, this, &UpdateControl::activityChanged);
-    connect(&mRun, &UpdateRun::notification, this, &UpdateControl::notification);
-    connect(&mRun, &UpdateRun::error, this, &UpdateControl::error);
-    connect(&mRun, &UpdateRun::finished, this, &UpdateControl::finish);
+    connect(&mThread, &UpdateThread::activityChanged, this, &UpdateControl::activityChanged);
+    connect(&mThread, &UpdateThread::notification, this, &UpdateControl::notification);
+    connect(&mThread, &UpdateThread::error, this, &UpdateControl::error);
+    connect(&mThread, &UpdateThread::finished, this, &UpdateControl::finish);
 }
 
 std::optional<bool> UpdateControl::load()
@@ -52,7 +52,7 @@ std::optional<bool> UpdateControl::load()
 bool UpdateControl::recover(QString* pError)
 {
     const auto tRequest = request(pError);
-    return tRequest && mRun.recover(*tRequest, pError);
+    return tRequest && mThread.recover(*tRequest, pError);
 }
 
 std::optional<RunRequest> UpdateControl::request(QString* pReason)
@@ -115,7 +115,7 @@ bool UpdateControl::isActive() const
 
 update::Progress UpdateControl::progress() const
 {
-    update::Progress tProgress = mRun.progress();
+    update::Progress tProgress = mThread.progress();
     tProgress.mText = singleLine(tProgress.mText, sMaxMessage);
     return tProgress;
 }
@@ -151,7 +151,7 @@ bool UpdateControl::trigger(bool pManual, QString* pReason)
     mManual = pManual;
     // Without the mark a run still runs: it only would not be known as cut short if the service was killed.
     mSources.mSettings.beginRun(mBegan.toString(Qt::ISODateWithMs));
-    if (!mRun.start(*tRequest)) {
+    if (!mThread.start(*tRequest)) {
         *pReason = u"The update can't be started."_s;
         mSources.mSettings.beginRun({});
         return false;
@@ -166,7 +166,7 @@ bool UpdateControl::abort()
         return false;
     }
     setStatus(StatusAborting);
-    mRun.abort();
+    mThread.abort();
     return true;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "control/RunRequests.h"
-#include "update/UpdateRun.h"
+#include "update/UpdateThread.h"
 #include "values/RunRecord.h"
 
 #include <vkcore/Types.h>
@@ -23,7 +23,7 @@ class UpdateControl : public QObject
     Q_OBJECT
 
 public:
-    UpdateControl(update::UpdateRun& pRun, const RunSources& pSources, StoreCare& pStore);
+    UpdateControl(update::UpdateThread& pThread, const RunSources& pSources, StoreCare& pStore);
 
     // Takes up the record of the last run; a run that the service did not survive gets its result here. True
     // if there was one; none if the store can't be read.
@@ -70,7 +70,7 @@ private:
     void setStatus(vkcore::ServiceStatus pStatus);
     vkcore::ServiceStatus restingStatus() const;
 
-    update::UpdateRun& mRun;
+    update::UpdateThread& mThread;
     RunSources mSources;
     StoreCare& mStore;
     RunRecord mLastRun;

@@ -17,8 +17,8 @@ class ProcessList;
 
 namespace tarn::vkservice::update {
 
-// One update from its begin to its end, on the thread that calls run(). The steps lie in files of their own;
-// here is what follows on what.
+// The job of the worker thread: one update from its begin to its end. The steps are in files of their own;
+// here is their order.
 class Run
 {
 public:

@@ -34,21 +34,22 @@ void TestMachine::setServers(const QStringList& pUris)
 
 bool TestMachine::restart(QString* pError)
 {
-    mRun = std::make_unique<UpdateRun>(mFileSystem, mProcesses);
-    QObject::connect(mRun.get(), &UpdateRun::activityChanged, mRun.get(), [this](ServiceActivity pActivity) {
-        mActivities.append(pActivity);
-        if (mOnActivity) {
-            mOnActivity(pActivity);
-        }
-    });
+    mRun = std::make_unique<UpdateThread>(mFileSystem, mProcesses);
+    QObject::connect(mRun.get(), &UpdateThread::activityChanged, mRun.get(),
+                     [this](ServiceActivity pActivity) {
+                         mActivities.append(pActivity);
+                         if (mOnActivity) {
+                             mOnActivity(pActivity);
+                         }
+                     });
     const auto tHear = [this](int, const QString& pText, const QString& pDetails) {
         mMessages.append(pText + u'|' + pDetails);
         if (mOnMessage) {
             mOnMessage(pText);
         }
     };
-    QObject::connect(mRun.get(), &UpdateRun::notification, mRun.get(), tHear);
-    QObject::connect(mRun.get(), &UpdateRun::error, mRun.get(), tHear);
+    QObject::connect(mRun.get(), &UpdateThread::notification, mRun.get(), tHear);
+    QObject::connect(mRun.get(), &UpdateThread::error, mRun.get(), tHear);
     QString tError;
     return mRun->recover(mRequest, pError == nullptr ? &tError : pError);
 }
@@ -60,7 +61,7 @@ RunResult TestMachine::run()
     RunResult tResult;
     QEventLoop tLoop;
     const auto tConnection =
-        QObject::connect(mRun.get(), &UpdateRun::finished, &tLoop, [&](const RunResult& pResult) {
+        QObject::connect(mRun.get(), &UpdateThread::finished, &tLoop, [&](const RunResult& pResult) {
             tResult = pResult;
             tLoop.quit();
         });

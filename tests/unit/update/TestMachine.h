@@ -6,13 +6,13 @@
 #include "os/ProcessList.h"
 #include "packages/Manifest.h"
 #include "sqlite/InstallLogStore.h"
-#include "update/UpdateRun.h"
+#include "update/UpdateThread.h"
 
 #include <QtCore/QStringList>
 
 #include <memory>
 
-// A machine that is updated: folders of its own, and an UpdateRun whose runs are waited for.
+// A machine that is updated: folders of its own, and an UpdateThread whose runs the test waits for.
 class TestMachine
 {
 public:
@@ -30,7 +30,7 @@ public:
     // Called with each new activity, on the test's thread.
     std::function<void(tarn::vkcore::ServiceActivity)> mOnActivity;
     std::function<void(const QString&)> mOnMessage;
-    tarn::vkservice::update::UpdateRun& updater() { return *mRun; }
+    tarn::vkservice::update::UpdateThread& updater() { return *mRun; }
     // As when the service is started anew after a kill.
     bool restart(QString* pError = nullptr);
 
@@ -54,7 +54,7 @@ private:
     tarn::os::ProcessList& mProcesses;
     FaultyFileSystem mFileSystem;
     tarn::vkservice::update::RunRequest mRequest;
-    std::unique_ptr<tarn::vkservice::update::UpdateRun> mRun;
+    std::unique_ptr<tarn::vkservice::update::UpdateThread> mRun;
 };
 
 // What files() of TestPackages look like below "current".

@@ -1,4 +1,4 @@
-#include "update/UpdateRun.h"
+#include "update/UpdateThread.h"
 
 #include "os/AbortFlag.h"
 #include "os/FreeProcessList.h"
@@ -14,10 +14,10 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::vkservice::update {
 
-class UpdateRun::Private
+class UpdateThread::Private
 {
 public:
-    Private(UpdateRun* pOwner, os::FileSystem& pFileSystem, os::ProcessList& pProcesses)
+    Private(UpdateThread* pOwner, os::FileSystem& pFileSystem, os::ProcessList& pProcesses)
         : mOwner(pOwner), mFileSystem(pFileSystem), mProcesses(pProcesses)
     {
     }
@@ -57,7 +57,7 @@ public:
             });
     }
 
-    UpdateRun* mOwner;
+    UpdateThread* mOwner;
     os::FileSystem& mFileSystem;
     os::ProcessList& mProcesses;
     RunRequest mRequest;
@@ -67,12 +67,12 @@ public:
     std::thread mThread;
 };
 
-UpdateRun::UpdateRun(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, QObject* pParent)
+UpdateThread::UpdateThread(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, QObject* pParent)
     : QObject(pParent), d(std::make_unique<Private>(this, pFileSystem, pProcesses))
 {
 }
 
-UpdateRun::~UpdateRun()
+UpdateThread::~UpdateThread()
 {
     if (isRunning()) {
         d->mAbort.set();
@@ -80,7 +80,7 @@ UpdateRun::~UpdateRun()
     }
 }
 
-bool UpdateRun::recover(const RunRequest& pRequest, QString* pError)
+bool UpdateThread::recover(const RunRequest& pRequest, QString* pError)
 {
     Workplace tWorkplace(d->mFileSystem, d->mProcesses, pRequest);
     if (const Trouble tTrouble = tWorkplace.open(packages::NewRoots::Leave)) {
@@ -99,7 +99,7 @@ bool UpdateRun::recover(const RunRequest& pRequest, QString* pError)
     return pError->isEmpty();
 }
 
-bool UpdateRun::start(const RunRequest& pRequest)
+bool UpdateThread::start(const RunRequest& pRequest)
 {
     if (isRunning()) {
         return false;
@@ -112,19 +112,19 @@ bool UpdateRun::start(const RunRequest& pRequest)
     return true;
 }
 
-void UpdateRun::abort()
+void UpdateThread::abort()
 {
     if (isRunning()) {
         d->mAbort.set();
     }
 }
 
-bool UpdateRun::isRunning() const
+bool UpdateThread::isRunning() const
 {
     return d->mReporter != nullptr;
 }
 
-Progress UpdateRun::progress() const
+Progress UpdateThread::progress() const
 {
     return isRunning() ? d->mReporter->progress() : Progress();
 }

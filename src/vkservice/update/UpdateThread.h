@@ -16,16 +16,16 @@ class ProcessList;
 
 namespace tarn::vkservice::update {
 
-// One update at a time, on a thread of its own. The object lives on the main thread and its signals come
-// there.
-class UpdateRun : public QObject
+// The updates as the main thread sees them: at most one at a time, each a Run on a thread of its own. The
+// object lives on the main thread, and its signals come there.
+class UpdateThread : public QObject
 {
     Q_OBJECT
 
 public:
-    UpdateRun(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, QObject* pParent = nullptr);
+    UpdateThread(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, QObject* pParent = nullptr);
     // Aborts a run under way and waits for its end.
-    ~UpdateRun() override;
+    ~UpdateThread() override;
 
     // Repairs what a killed run left behind and brings the install log up to the current generation. Called
     // once, before the first run. False with a reason for the log if the folders can't be used.
