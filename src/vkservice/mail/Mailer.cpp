@@ -3,18 +3,12 @@
 #include "internal/PlainText.h"
 #include "mail/Address.h"
 #include "mail/CurlTransport.h"
-#include "mail/MailMemory.h"
 #include "mail/Messages.h"
-#include "mail/Notices.h"
-#include "mail/Outbox.h"
-#include "mail/Verification.h"
 
-#include <QtCore/QHash>
 #include <QtCore/QSet>
 #include <QtCore/QSysInfo>
 
 #include <algorithm>
-#include <optional>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -31,58 +25,28 @@ const QString sVerifyPrefix = u"mail.verify."_s;
 
 } // namespace
 
-class Mailer::Private
+Mailer::Mailer(vkcore::Database& pDatabase, StatusSource pStatus, QObject* pParent,
+               std::unique_ptr<SmtpTransport> pTransport, const Clock& pClock)
+    : QObject(pParent), mDatabase(pDatabase), mStatus(std::move(pStatus)), mClock(pClock), mMemory(pDatabase),
+      mVerification(pDatabase),
+      mOutbox(pDatabase, pTransport ? std::move(pTransport) : std::make_unique<CurlTransport>(), pClock,
+              [this](const QueuedMail& tMail) { return objection(tMail); }),
+      mNotices(pDatabase, mMemory, mOutbox)
 {
-public:
-    Private(Mailer* pMailer, vkcore::Database& pDatabase, StatusSource pStatus,
-            std::unique_ptr<SmtpTransport> pTransport, const Clock& pClock)
-        : mMailer(pMailer), mDatabase(pDatabase), mStatus(std::move(pStatus)), mClock(pClock),
-          mMemory(pDatabase), mVerification(pDatabase),
-          mOutbox(
-              pDatabase, std::move(pTransport), pClock,
-              [this](const QueuedMail& tMail) { return objection(tMail); }, pMailer),
-          mNotices(pDatabase, mMemory, mOutbox)
-    {
-        connect(&mOutbox, &Outbox::idle, mMailer, &Mailer::idle);
-        connect(&mOutbox, &Outbox::information, mMailer, &Mailer::information);
-        connect(&mOutbox, &Outbox::warning, mMailer, &Mailer::warning);
-    }
+    connect(&mOutbox, &Outbox::idle, this, &Mailer::idle);
+    connect(&mOutbox, &Outbox::information, this, &Mailer::information);
+    connect(&mOutbox, &Outbox::warning, this, &Mailer::warning);
+}
 
-    QString client() const;
-    const vkcore::MonitoringEmail* find(const QString& pAddress) const;
-    QStringList addresses(bool pVerified) const;
-    Notices::Audience audience() const { return {*mSettings, client(), addresses(true)}; }
-    QString objection(const QueuedMail& pMail) const;
-    void warnAboutSettings();
-    void noteStoring(bool pOk, const QString& pWhat);
+Mailer::~Mailer() = default;
 
-    Verification::Issue sendCode(const QString& pAddress, bool pReplace);
-    void sendCodes(Reason pReason);
-    Answer requestCode(const QString& pAddress);
-    void reportRuns();
-    void checkMachine();
-
-    Mailer* mMailer;
-    vkcore::Database& mDatabase;
-    StatusSource mStatus;
-    Clock mClock;
-    MailMemory mMemory;
-    Verification mVerification;
-    Outbox mOutbox;
-    Notices mNotices;
-    std::optional<vkcore::MonitoringSettings> mSettings;
-    QList<RunReport> mRuns; // ended, and not yet in the database
-    QString mLastSettingsWarning;
-    QHash<QString, QString> mStoreWarnings; // what could not be queued, and why
-};
-
-QString Mailer::Private::client() const
+QString Mailer::client() const
 {
     const QString tName = singleLine(mSettings->clientName(), 64);
     return tName.isEmpty() ? singleLine(QSysInfo::machineHostName(), 64) : tName;
 }
 
-const vkcore::MonitoringEmail* Mailer::Private::find(const QString& pAddress) const
+const vkcore::MonitoringEmail* Mailer::find(const QString& pAddress) const
 {
     const vkcore::MonitoringEmailList& tList = mSettings->notificationEmailAddresses();
     const auto tFound = std::find_if(tList.begin(), tList.end(), [&](const vkcore::MonitoringEmail& tEntry) {
@@ -92,7 +56,7 @@ const vkcore::MonitoringEmail* Mailer::Private::find(const QString& pAddress) co
 }
 
 // Each usable address once.
-QStringList Mailer::Private::addresses(bool pVerified) const
+QStringList Mailer::addresses(bool pVerified) const
 {
     QStringList tAddresses;
     QSet<QString> tSeen;
@@ -112,7 +76,7 @@ QStringList Mailer::Private::addresses(bool pVerified) const
 }
 
 // The last word on who gets what, right before a mail goes: settings may have changed while it waited.
-QString Mailer::Private::objection(const QueuedMail& pMail) const
+QString Mailer::objection(const QueuedMail& pMail) const
 {
     const vkcore::MonitoringEmail* tEntry = find(pMail.mMail.mRecipient);
     if (tEntry == nullptr) {
@@ -130,7 +94,7 @@ QString Mailer::Private::objection(const QueuedMail& pMail) const
     return {};
 }
 
-void Mailer::Private::warnAboutSettings()
+void Mailer::warnAboutSettings()
 {
     QString tWarning;
     const SmtpSettings& tSmtp = mOutbox.settings();
@@ -139,13 +103,13 @@ void Mailer::Private::warnAboutSettings()
         tWarning = u"There are addresses for mails, but none can be sent: %1"_s.arg(tSmtp.problem());
     }
     if (tWarning != mLastSettingsWarning && !tWarning.isEmpty()) {
-        Q_EMIT mMailer->warning(tWarning);
+        Q_EMIT warning(tWarning);
     }
     mLastSettingsWarning = tWarning;
 }
 
 // A full disk is worth one line for each thing that it stops, not one a minute.
-void Mailer::Private::noteStoring(bool pOk, const QString& pWhat)
+void Mailer::noteStoring(bool pOk, const QString& pWhat)
 {
     if (pOk) {
         mStoreWarnings.remove(pWhat);
@@ -154,11 +118,11 @@ void Mailer::Private::noteStoring(bool pOk, const QString& pWhat)
     const QString tReason = mNotices.errorText().isEmpty() ? mDatabase.errorText() : mNotices.errorText();
     if (mStoreWarnings.value(pWhat) != tReason) {
         mStoreWarnings.insert(pWhat, tReason);
-        Q_EMIT mMailer->warning(u"%1 can't be queued: %2"_s.arg(pWhat, tReason));
+        Q_EMIT warning(u"%1 can't be queued: %2"_s.arg(pWhat, tReason));
     }
 }
 
-Verification::Issue Mailer::Private::sendCode(const QString& pAddress, bool pReplace)
+Verification::Issue Mailer::sendCode(const QString& pAddress, bool pReplace)
 {
     const QDateTime tExpires = mClock().addSecs(Verification::sValidHours * 60 * 60);
     Verification::Issue tIssue = Verification::Issue::NotStored;
@@ -177,7 +141,7 @@ Verification::Issue Mailer::Private::sendCode(const QString& pAddress, bool pRep
     return tStored ? tIssue : Verification::Issue::NotStored;
 }
 
-void Mailer::Private::sendCodes(Reason pReason)
+void Mailer::sendCodes(Reason pReason)
 {
     if (!mOutbox.settings().isOn()) {
         return;
@@ -190,14 +154,13 @@ void Mailer::Private::sendCodes(Reason pReason)
         const Verification::Issue tIssue = sendCode(tAddress, false);
         tStored = tStored && tIssue != Verification::Issue::NotStored;
         if (tIssue == Verification::Issue::TooSoon && pReason == Reason::Changed) {
-            Q_EMIT mMailer->information(
-                u"No new code is mailed to %1 now: too many were sent lately"_s.arg(tAddress));
+            Q_EMIT information(u"No new code is mailed to %1 now: too many were sent lately"_s.arg(tAddress));
         }
     }
     noteStoring(tStored, u"Verification mails"_s);
 }
 
-Mailer::Answer Mailer::Private::requestCode(const QString& pAddress)
+Mailer::Answer Mailer::requestCode(const QString& pAddress)
 {
     const QString tProblem = mOutbox.settings().problem();
     if (!tProblem.isEmpty()) {
@@ -217,7 +180,7 @@ Mailer::Answer Mailer::Private::requestCode(const QString& pAddress)
     return {true, u"A new code is being mailed to %1"_s.arg(pAddress)};
 }
 
-void Mailer::Private::reportRuns()
+void Mailer::reportRuns()
 {
     bool tOk = true;
     while (tOk && !mRuns.isEmpty()) {
@@ -229,7 +192,7 @@ void Mailer::Private::reportRuns()
     noteStoring(tOk, u"The mail about an update"_s);
 }
 
-void Mailer::Private::checkMachine()
+void Mailer::checkMachine()
 {
     const Notices::Audience tAudience = audience();
     const bool tOverdueAsked =
@@ -245,45 +208,33 @@ void Mailer::Private::checkMachine()
     noteStoring(tOk, u"A mail about the machine"_s);
     if (tSummary.isValid()) {
         mSettings->mLastSummary = tSummary;
-        Q_EMIT mMailer->summaryQueued(tSummary);
+        Q_EMIT summaryQueued(tSummary);
     }
 }
-
-Mailer::Mailer(vkcore::Database& pDatabase, StatusSource pStatus, QObject* pParent,
-               std::unique_ptr<SmtpTransport> pTransport, const Clock& pClock)
-    : QObject(pParent)
-{
-    if (!pTransport) {
-        pTransport = std::make_unique<CurlTransport>();
-    }
-    d = std::make_unique<Private>(this, pDatabase, std::move(pStatus), std::move(pTransport), pClock);
-}
-
-Mailer::~Mailer() = default;
 
 bool Mailer::open(QString* pError)
 {
-    const bool tOk = d->mMemory.ensureSchema() && d->mVerification.ensureSchema() &&
-                     d->mOutbox.ensureSchema() && d->mNotices.startWatching(d->mClock());
+    const bool tOk = mMemory.ensureSchema() && mVerification.ensureSchema() && mOutbox.ensureSchema() &&
+                     mNotices.startWatching(mClock());
     if (!tOk) {
-        *pError = d->mDatabase.errorText();
+        *pError = mDatabase.errorText();
     }
     return tOk;
 }
 
 void Mailer::setSmtpSettings(const SmtpSettings& pSettings)
 {
-    d->mOutbox.setSettings(pSettings);
-    if (d->mSettings) {
-        d->warnAboutSettings();
-        d->sendCodes(Reason::Loaded);
-        d->mOutbox.wake();
+    mOutbox.setSettings(pSettings);
+    if (mSettings) {
+        warnAboutSettings();
+        sendCodes(Reason::Loaded);
+        mOutbox.wake();
     }
 }
 
 void Mailer::setMonitoringSettings(const vkcore::MonitoringSettings& pSettings, Reason pReason)
 {
-    d->mSettings = pSettings;
+    mSettings = pSettings;
     QStringList tKnown;
     for (const vkcore::MonitoringEmail& tEntry : pSettings.notificationEmailAddresses()) {
         tKnown.append(tEntry.mAddress);
@@ -292,38 +243,38 @@ void Mailer::setMonitoringSettings(const vkcore::MonitoringSettings& pSettings, 
                 u"No mails are sent to %1: it is no valid address"_s.arg(singleLine(tEntry.mAddress)));
         }
     }
-    for (const QString& tVerified : d->addresses(true)) {
-        d->mVerification.forget(tVerified);
+    for (const QString& tVerified : addresses(true)) {
+        mVerification.forget(tVerified);
     }
-    d->mVerification.retain(tKnown, d->mClock());
-    d->warnAboutSettings();
-    d->sendCodes(pReason);
-    d->mOutbox.wake();
+    mVerification.retain(tKnown, mClock());
+    warnAboutSettings();
+    sendCodes(pReason);
+    mOutbox.wake();
 }
 
 void Mailer::onRunFinished(const RunReport& pRun)
 {
-    if (d->mRuns.size() >= sMaxUnstoredRuns) {
-        d->mRuns.removeFirst();
+    if (mRuns.size() >= sMaxUnstoredRuns) {
+        mRuns.removeFirst();
     }
-    d->mRuns.append(pRun);
-    if (d->mSettings) {
-        d->reportRuns();
-        d->mOutbox.wake();
+    mRuns.append(pRun);
+    if (mSettings) {
+        reportRuns();
+        mOutbox.wake();
     }
 }
 
 void Mailer::tick()
 {
-    if (!d->mSettings) {
+    if (!mSettings) {
         return;
     }
-    if (d->mOutbox.settings().isOn()) {
-        d->reportRuns();
-        d->sendCodes(Reason::Loaded);
-        d->checkMachine();
+    if (mOutbox.settings().isOn()) {
+        reportRuns();
+        sendCodes(Reason::Loaded);
+        checkMachine();
     }
-    d->mOutbox.wake();
+    mOutbox.wake();
 }
 
 QString Mailer::verificationAddress(const QString& pVariable)
@@ -333,7 +284,7 @@ QString Mailer::verificationAddress(const QString& pVariable)
 
 Mailer::Answer Mailer::verify(const QString& pAddress, const QString& pCode)
 {
-    const vkcore::MonitoringEmail* tEntry = d->mSettings ? d->find(pAddress) : nullptr;
+    const vkcore::MonitoringEmail* tEntry = mSettings ? find(pAddress) : nullptr;
     const QString tShown = singleLine(pAddress);
     if (tEntry == nullptr || !isMailAddress(tEntry->mAddress)) {
         return {false, u"%1 is none of the addresses for mails"_s.arg(tShown)};
@@ -342,9 +293,9 @@ Mailer::Answer Mailer::verify(const QString& pAddress, const QString& pCode)
         return {true, u"%1 is verified already"_s.arg(tShown)};
     }
     if (pCode.trimmed().isEmpty()) {
-        return d->requestCode(tEntry->mAddress);
+        return requestCode(tEntry->mAddress);
     }
-    switch (d->mVerification.check(pAddress, pCode, d->mClock())) {
+    switch (mVerification.check(pAddress, pCode, mClock())) {
     case Verification::Check::Right:
         return {true, u"%1 is verified"_s.arg(tShown)};
     case Verification::Check::Wrong:
@@ -358,12 +309,12 @@ Mailer::Answer Mailer::verify(const QString& pAddress, const QString& pCode)
     case Verification::Check::NotStored:
         break;
     }
-    return {false, u"The code could not be checked: %1"_s.arg(d->mDatabase.errorText())};
+    return {false, u"The code could not be checked: %1"_s.arg(mDatabase.errorText())};
 }
 
 QString Mailer::verificationState(const QString& pAddress) const
 {
-    const vkcore::MonitoringEmail* tEntry = d->mSettings ? d->find(pAddress) : nullptr;
+    const vkcore::MonitoringEmail* tEntry = mSettings ? find(pAddress) : nullptr;
     if (tEntry == nullptr) {
         return u"unknown"_s;
     }
@@ -372,7 +323,7 @@ QString Mailer::verificationState(const QString& pAddress) const
 
 bool Mailer::isSending() const
 {
-    return d->mOutbox.isSending();
+    return mOutbox.isSending();
 }
 
 } // namespace tarn::vkservice::mail

@@ -1,16 +1,22 @@
 #pragma once
 
 #include "mail/MachineStatus.h"
-#include "mail/SmtpSettings.h"
+#include "mail/MailMemory.h"
+#include "mail/Notices.h"
+#include "mail/Outbox.h"
+#include "mail/Verification.h"
 
 #include <vkcore/MonitoringSettings.h>
 
 #include <QtCore/QDateTime>
+#include <QtCore/QHash>
+#include <QtCore/QList>
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace tarn::vkcore {
 class Database;
@@ -94,8 +100,31 @@ Q_SIGNALS:
     void warning(const QString& pText);
 
 private:
-    class Private;
-    std::unique_ptr<Private> d;
+    QString client() const;
+    const vkcore::MonitoringEmail* find(const QString& pAddress) const;
+    QStringList addresses(bool pVerified) const;
+    Notices::Audience audience() const { return {*mSettings, client(), addresses(true)}; }
+    QString objection(const QueuedMail& pMail) const;
+    void warnAboutSettings();
+    void noteStoring(bool pOk, const QString& pWhat);
+
+    Verification::Issue sendCode(const QString& pAddress, bool pReplace);
+    void sendCodes(Reason pReason);
+    Answer requestCode(const QString& pAddress);
+    void reportRuns();
+    void checkMachine();
+
+    vkcore::Database& mDatabase;
+    StatusSource mStatus;
+    Clock mClock;
+    MailMemory mMemory;
+    Verification mVerification;
+    Outbox mOutbox;
+    Notices mNotices;
+    std::optional<vkcore::MonitoringSettings> mSettings;
+    QList<RunReport> mRuns; // ended, and not yet in the database
+    QString mLastSettingsWarning;
+    QHash<QString, QString> mStoreWarnings; // what could not be queued, and why
 };
 
 } // namespace tarn::vkservice::mail

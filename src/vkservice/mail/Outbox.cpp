@@ -27,8 +27,8 @@ void blockAllSignals()
 } // namespace
 
 Outbox::Outbox(vkcore::Database& pDatabase, std::unique_ptr<SmtpTransport> pTransport, Clock pClock,
-               Gate pGate, QObject* pParent)
-    : QObject(pParent), mTransport(std::move(pTransport)), mClock(std::move(pClock)), mGate(std::move(pGate)),
+               Gate pGate)
+    : mTransport(std::move(pTransport)), mClock(std::move(pClock)), mGate(std::move(pGate)),
       mQueue(pDatabase), mWorker(new QObject)
 {
     mThread.setObjectName(u"mail"_s);

@@ -26,8 +26,7 @@ public:
     // Asked right before a mail goes: an empty text lets it, anything else says why it is dropped.
     using Gate = std::function<QString(const QueuedMail& pMail)>;
 
-    Outbox(vkcore::Database& pDatabase, std::unique_ptr<SmtpTransport> pTransport, Clock pClock, Gate pGate,
-           QObject* pParent);
+    Outbox(vkcore::Database& pDatabase, std::unique_ptr<SmtpTransport> pTransport, Clock pClock, Gate pGate);
     // Cuts a transfer under way short; its mail stays in the queue.
     ~Outbox() override;
 
