@@ -76,10 +76,10 @@ public:
 
     QByteArray file(const QString& pName) const { return mFiles.value(pName); }
 
-    Error fetch(const QString& pPath, qint64, QByteArray* pTo) override
+    Failure fetch(const QString& pPath, qint64, QByteArray* pTo) override
     {
         if (!mFiles.contains(pPath)) {
-            return {ErrorKind::NotFound, pPath};
+            return {Failure::Kind::NotFound, pPath};
         }
         *pTo = mFiles.value(pPath);
         return {};

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "os/Failure.h"
+#include "internal/Failure.h"
 #include "os/FileSystem.h"
 
 #include <QtCore/QByteArray>

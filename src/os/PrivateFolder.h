@@ -1,7 +1,7 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "os/Descriptor.h"
-#include "os/Failure.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QList>

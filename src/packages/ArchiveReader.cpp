@@ -14,8 +14,6 @@ namespace tarn::packages {
 
 namespace {
 
-using os::Failure;
-
 constexpr size_t sBlockSize = 256 * 1024;
 
 } // namespace

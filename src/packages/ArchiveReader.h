@@ -1,7 +1,7 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "os/Descriptor.h"
-#include "os/Failure.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
@@ -23,10 +23,10 @@ public:
     ArchiveReader(const ArchiveReader&) = delete;
     ArchiveReader& operator=(const ArchiveReader&) = delete;
 
-    os::Failure open(const QString& pPath);
+    Failure open(const QString& pPath);
     archive* handle() const { return mArchive; }
     // Why the last call on handle() failed: a read error of the file, or bytes that are no archive.
-    os::Failure failure() const;
+    Failure failure() const;
 
     // Names as bytes, whatever the locale: archives that carry theirs as UTF-8 and those that don't.
     static QByteArray pathOf(archive_entry* pEntry);

@@ -17,15 +17,15 @@ constexpr int sOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 
 } // namespace
 
-os::Failure FolderChain::start(const QString& pRoot)
+Failure FolderChain::start(const QString& pRoot)
 {
     const QByteArray tRoot = QFile::encodeName(pRoot);
     if (mFileSystem.makeDir(tRoot, sFolderMode) != 0) {
-        return os::Failure::fromErrno(errno, u"make the folder %1"_s.arg(pRoot));
+        return Failure::fromErrno(errno, u"make the folder %1"_s.arg(pRoot));
     }
     mFolders.emplace_back(mFileSystem, mFileSystem.open(tRoot, sOpenFlags));
     if (!mFolders.back().isOpen() || mFileSystem.changeMode(mFolders.back().fd(), sFolderMode) != 0) {
-        return os::Failure::fromErrno(errno, u"open the folder %1"_s.arg(pRoot));
+        return Failure::fromErrno(errno, u"open the folder %1"_s.arg(pRoot));
     }
     return {};
 }

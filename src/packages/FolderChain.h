@@ -1,7 +1,7 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "os/Descriptor.h"
-#include "os/Failure.h"
 
 #include <QtCore/QByteArrayList>
 #include <QtCore/QString>
@@ -19,7 +19,7 @@ public:
     explicit FolderChain(os::FileSystem& pFileSystem) : mFileSystem(pFileSystem) {}
 
     // Makes the root folder, which must not exist.
-    os::Failure start(const QString& pRoot);
+    Failure start(const QString& pRoot);
     // The descriptor of the folder below the root, made where it is missing; valid until the next call.
     // -1 and errno on failure.
     int enter(const QByteArrayList& pNames);

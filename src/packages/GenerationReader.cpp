@@ -17,8 +17,6 @@ namespace tarn::packages {
 
 namespace {
 
-using os::Failure;
-
 constexpr qint64 sMaxManifestSize = 64 * 1024 * 1024;
 
 bool isMissing(const QString& pPath)

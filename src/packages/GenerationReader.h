@@ -1,6 +1,6 @@
 #pragma once
 
-#include "os/Failure.h"
+#include "internal/Failure.h"
 #include "packages/Manifest.h"
 #include "packages/PackageFolders.h"
 
@@ -25,8 +25,8 @@ public:
     // The manifest of what is installed; an empty one where nothing ever was. Where that of the current
     // generation is damaged, the newest sound one before it counts, and *pDamage says so (a sentence without
     // its full stop).
-    os::Failure current(Manifest* pTo, QString* pDamage = nullptr);
-    os::Failure manifest(qint64 pNumber, Manifest* pTo);
+    Failure current(Manifest* pTo, QString* pDamage = nullptr);
+    Failure manifest(qint64 pNumber, Manifest* pTo);
 
     // All generations that are there, in no order.
     QList<qint64> numbers() const;
@@ -45,15 +45,15 @@ public:
         bool has(const QString& pFolder) const;
     };
     // With what current() gives. Nothing is kept where that fails.
-    os::Failure kept(Kept* pTo, Manifest* pCurrent, QString* pDamage = nullptr);
+    Failure kept(Kept* pTo, Manifest* pCurrent, QString* pDamage = nullptr);
 
     // What runs announced to unpack and may have left behind; empty where all of them ended in order.
-    os::Failure intent(Manifest* pTo);
+    Failure intent(Manifest* pTo);
 
 private:
-    os::Failure currentNumber(qint64* pTo) const;
+    Failure currentNumber(qint64* pTo) const;
     bool newestSoundBefore(qint64 pNumber, Manifest* pTo);
-    os::Failure read(const QString& pPath, Manifest* pTo);
+    Failure read(const QString& pPath, Manifest* pTo);
     void keep(qint64 pNumber, const QStringList& pFolders, Kept* pTo) const;
 
     os::FileSystem& mFileSystem;

@@ -18,8 +18,6 @@ namespace tarn::packages {
 
 namespace {
 
-using os::Failure;
-
 constexpr mode_t sDirMode = 0755;
 constexpr mode_t sManifestMode = 0644;
 
@@ -152,7 +150,7 @@ Failure Generations::switchTo(qint64 pNumber)
     }
     // Should this fail, a power cut can bring back the old generation, which is whole and kept; the switch as
     // such has happened and is not to be reported as failed.
-    os::syncDir(mFileSystem, mFolders.installDir());
+    (void)os::syncDir(mFileSystem, mFolders.installDir());
     return {};
 }
 

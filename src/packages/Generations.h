@@ -1,6 +1,6 @@
 #pragma once
 
-#include "os/Failure.h"
+#include "internal/Failure.h"
 #include "packages/GenerationReader.h"
 #include "packages/Leftovers.h"
 #include "packages/Manifest.h"
@@ -36,25 +36,25 @@ public:
     // To be called before the first of these packages is unpacked: notes their folders on the disk, so that
     // what a run leaves that ends too early can be told from what others put there. Empties their staging
     // folders.
-    os::Failure announce(const QList<InstalledPackage>& pPackages);
+    Failure announce(const QList<InstalledPackage>& pPackages);
 
     // Makes pNext the current generation: moves the staged packages to their folders, writes the generation,
     // brings all of it to the disk, and switches. pNext has the number of nextNumber(). On failure the old
     // generation is still the current one, and what was begun is left to removeLeftovers().
-    os::Failure install(const Manifest& pNext, const QList<StagedPackage>& pStaged);
+    Failure install(const Manifest& pNext, const QList<StagedPackage>& pStaged);
     qint64 nextNumber(const Manifest& pCurrent);
 
     // Removes every generation, package folder and staging folder that was made here and that neither the
     // current generation nor the one before it needs: what is obsolete, and what a killed or failed run left.
     // Goes on behind a failure. pProgress gets how many of how many are done.
-    os::Failure removeLeftovers(const std::function<void(int, int)>& pProgress = nullptr,
-                                const PutOff& pPutOff = nullptr);
+    Failure removeLeftovers(const std::function<void(int, int)>& pProgress = nullptr,
+                            const PutOff& pPutOff = nullptr);
 
 private:
-    os::Failure moveIntoPlace(const StagedPackage& pStaged, const GenerationReader::Kept& pKept);
-    os::Failure writeGeneration(const Manifest& pNext);
-    os::Failure syncRoots();
-    os::Failure switchTo(qint64 pNumber);
+    Failure moveIntoPlace(const StagedPackage& pStaged, const GenerationReader::Kept& pKept);
+    Failure writeGeneration(const Manifest& pNext);
+    Failure syncRoots();
+    Failure switchTo(qint64 pNumber);
 
     os::FileSystem& mFileSystem;
     PackageFolders mFolders;

@@ -12,8 +12,6 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::packages {
 
-using os::Failure;
-
 namespace {
 
 constexpr mode_t sPrivateFile = 0600;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "os/Failure.h"
+#include "internal/Failure.h"
 
 #include <QtCore/QString>
 #include <QtCore/QStringList>
@@ -20,17 +20,17 @@ public:
     Installation(os::FileSystem& pFileSystem, const QString& pStateDir);
 
     // A file that is not there is that of a new installation.
-    os::Failure read();
+    Failure read();
 
     const QString& id() const { return mId; } // empty before the first setId()
     const QStringList& roots() const { return mRoots; }
 
     // Both are on the disk when they return, or have changed nothing.
-    os::Failure setId(const QString& pId);
-    os::Failure addRoot(const QString& pRoot);
+    Failure setId(const QString& pId);
+    Failure addRoot(const QString& pRoot);
 
 private:
-    os::Failure write(const QString& pId, const QStringList& pRoots);
+    Failure write(const QString& pId, const QStringList& pRoots);
 
     os::FileSystem& mFileSystem;
     QString mPath;

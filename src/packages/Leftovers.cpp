@@ -15,8 +15,6 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::packages {
 
-using os::Failure;
-
 namespace {
 
 const char* const sPackages = "packages";

@@ -27,10 +27,10 @@ public:
     }
 
     // Goes on behind a failure and reports the first one. pProgress gets how many of how many are done.
-    os::Failure remove(const std::function<void(int, int)>& pProgress, const PutOff& pPutOff);
+    Failure remove(const std::function<void(int, int)>& pProgress, const PutOff& pPutOff);
     // Empties the place in which a package is to be unpacked.
-    os::Failure removeStaging(const PackagePlace& pPlace);
-    os::Failure removePackage(const PackagePlace& pPlace);
+    Failure removeStaging(const PackagePlace& pPlace);
+    Failure removePackage(const PackagePlace& pPlace);
 
 private:
     // What one record names, and what becomes of the record itself when all of that has gone.
@@ -41,17 +41,17 @@ private:
         qint64 mGeneration = 0; // 0: that of the intent
     };
 
-    os::Failure find(std::vector<Item>* pTo);
+    Failure find(std::vector<Item>* pTo);
     QStringList putOff(const std::vector<Item>& pItems, const PutOff& pPutOff) const;
     bool removeItem(const Item& pItem, const QStringList& pPutOff);
-    os::Failure removeGeneration(qint64 pNumber);
-    bool note(const os::Failure& pFailure);
+    Failure removeGeneration(qint64 pNumber);
+    bool note(const Failure& pFailure);
 
     os::FileSystem& mFileSystem;
     const PackageFolders& mFolders;
     const Roots& mRoots;
     GenerationReader& mReader;
-    os::Failure mFirst;
+    Failure mFirst;
 };
 
 } // namespace tarn::packages

@@ -20,8 +20,6 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::packages {
 
-using os::Failure;
-
 namespace {
 
 constexpr mode_t sFolderMode = 0755;

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "os/Descriptor.h"
-#include "os/Failure.h"
 #include "packages/Installation.h"
 
 #include <QtCore/QString>
@@ -42,19 +42,18 @@ public:
     Roots(os::FileSystem& pFileSystem, const QString& pStateDir);
 
     // Reads which installation this is. To be called first.
-    os::Failure open(NewRoots pNew);
+    Failure open(NewRoots pNew);
     // True until the installation has had its first root: what an earlier version installed may be taken
     // over.
     bool isNewInstallation() const { return mInstallation.roots().isEmpty(); }
 
     // Takes the folder for as long as this object lives. pInside: other folders of this installation that may
     // lie in it. Kind::Person where the folder is not this installation's to use; never waits for a lock.
-    os::Failure claim(const QString& pRoot, const QStringList& pInside,
-                      const std::function<Vouched()>& pVouched);
+    Failure claim(const QString& pRoot, const QStringList& pInside, const std::function<Vouched()>& pVouched);
     // The same for the install folder, the first to be claimed. What is installed belongs to whoever has that
     // folder: a new installation, as after the loss of the state folder, takes its id from the marker there.
-    os::Failure claimInstallDir(const QString& pRoot, const QStringList& pInside,
-                                const std::function<Vouched()>& pVouched);
+    Failure claimInstallDir(const QString& pRoot, const QStringList& pInside,
+                            const std::function<Vouched()>& pVouched);
 
     // All of the claimed ones, as absolute paths.
     QStringList paths() const;
@@ -72,13 +71,13 @@ private:
         os::Descriptor mFolder;
         os::Descriptor mMarker; // locked; closed where another root is the same folder
     };
-    os::Failure make(Claim* pClaim, const std::function<Vouched()>& pVouched);
-    os::Failure openFolder(Claim* pClaim, const std::function<Vouched()>& pVouched);
-    os::Failure take(Claim* pClaim);
-    os::Failure checkFolder(const Claim& pClaim) const;
-    os::Failure readMarker(Claim* pClaim);
-    os::Failure writeMarker(Claim* pClaim);
-    os::Failure lock(Claim* pClaim);
+    Failure make(Claim* pClaim, const std::function<Vouched()>& pVouched);
+    Failure openFolder(Claim* pClaim, const std::function<Vouched()>& pVouched);
+    Failure take(Claim* pClaim);
+    Failure checkFolder(const Claim& pClaim) const;
+    Failure readMarker(Claim* pClaim);
+    Failure writeMarker(Claim* pClaim);
+    Failure lock(Claim* pClaim);
     bool isSameAsAnother(int pMarkerFd) const;
 
     os::FileSystem& mFileSystem;

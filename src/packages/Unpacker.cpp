@@ -21,8 +21,6 @@ namespace tarn::packages {
 
 namespace {
 
-using os::Failure;
-
 constexpr mode_t sProgramMode = 0755;
 constexpr mode_t sFileMode = 0644;
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "os/Failure.h"
+#include "internal/Failure.h"
 
 #include <QtCore/QString>
 
@@ -36,8 +36,8 @@ public:
     }
 
     // pProgress gets the bytes written since its last call.
-    os::Failure unpack(const QString& pArchive, const QString& pFolder, const UnpackLimits& pLimits,
-                       const std::function<void(qint64)>& pProgress = nullptr);
+    Failure unpack(const QString& pArchive, const QString& pFolder, const UnpackLimits& pLimits,
+                   const std::function<void(qint64)>& pProgress = nullptr);
 
 private:
     os::FileSystem& mFileSystem;

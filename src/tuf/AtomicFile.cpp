@@ -19,10 +19,10 @@ using os::FileSystem;
 
 namespace {
 
-Error localError(const QString& pText, const QString& pPath)
+Failure localError(const QString& pText, const QString& pPath)
 {
     const std::string tReason = std::generic_category().message(errno);
-    return Error{ErrorKind::Local, pText.arg(pPath, QString::fromStdString(tReason))};
+    return Failure{Failure::Kind::Damaged, pText.arg(pPath, QString::fromStdString(tReason))};
 }
 
 bool writeAll(FileSystem& pFileSystem, int pFd, QByteArrayView pContent)
@@ -83,38 +83,38 @@ bool readAll(FileSystem& pFileSystem, int pFd, qint64 pMaxLength, QByteArray* pT
 
 } // namespace
 
-Error writeFileAtomically(FileSystem& pFileSystem, const QString& pPath, const QByteArray& pContent,
-                          mode_t pMode)
+Failure writeFileAtomically(FileSystem& pFileSystem, const QString& pPath, const QByteArray& pContent,
+                            mode_t pMode)
 {
     const QByteArray tPath = QFile::encodeName(pPath);
     const QByteArray tNew = tPath + ".new";
     const QByteArray tFolder = QFile::encodeName(QFileInfo(pPath).path());
     if (writeAndSync(pFileSystem, tNew, pContent, pMode) && pFileSystem.rename(tNew, tPath) == 0 &&
         syncFolder(pFileSystem, tFolder)) {
-        return Error();
+        return Failure();
     }
-    const Error tError = localError(u"The file %1 can't be written: %2"_s, pPath);
+    const Failure tFailure = localError(u"The file %1 can't be written: %2"_s, pPath);
     pFileSystem.unlink(tNew);
-    return tError;
+    return tFailure;
 }
 
-Error readWholeFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
+Failure readWholeFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
 {
     pTo->clear();
     const int tFd = pFileSystem.open(QFile::encodeName(pPath), O_RDONLY);
     const bool tRead = tFd >= 0 && readAll(pFileSystem, tFd, pMaxLength, pTo);
-    Error tError;
+    Failure tFailure;
     if (!tRead) {
-        tError = localError(u"The file %1 can't be read: %2"_s, pPath);
-        tError.mKind = errno == ENOENT ? ErrorKind::NotFound : ErrorKind::Local;
+        tFailure = localError(u"The file %1 can't be read: %2"_s, pPath);
+        tFailure.mKind = errno == ENOENT ? Failure::Kind::NotFound : Failure::Kind::Damaged;
     } else if (pTo->size() > pMaxLength) {
-        tError =
-            Error{ErrorKind::Untrusted, u"The file %1 has more than %2 bytes"_s.arg(pPath).arg(pMaxLength)};
+        tFailure = Failure{Failure::Kind::Untrusted,
+                           u"The file %1 has more than %2 bytes"_s.arg(pPath).arg(pMaxLength)};
     }
     if (tFd >= 0) {
         pFileSystem.close(tFd);
     }
-    return tError;
+    return tFailure;
 }
 
 } // namespace tarn::tuf

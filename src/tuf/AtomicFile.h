@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tuf/Error.h"
+#include "internal/Failure.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
@@ -15,11 +15,12 @@ namespace tarn::tuf {
 
 // Replaces a file as a whole: after a crash at any moment the old or the new content is there. A file
 // pPath + ".new" may be left behind by a crash and is overwritten by the next call. Errors are
-// ErrorKind::Local.
-Error writeFileAtomically(os::FileSystem& pFileSystem, const QString& pPath, const QByteArray& pContent,
-                          mode_t pMode);
+// Failure::Kind::Damaged.
+Failure writeFileAtomically(os::FileSystem& pFileSystem, const QString& pPath, const QByteArray& pContent,
+                            mode_t pMode);
 
-// ErrorKind::NotFound if there is no such file, ErrorKind::Untrusted if it has more than pMaxLength bytes.
-Error readWholeFile(os::FileSystem& pFileSystem, const QString& pPath, qint64 pMaxLength, QByteArray* pTo);
+// Failure::Kind::NotFound if there is no such file, Failure::Kind::Untrusted if it has more than pMaxLength
+// bytes.
+Failure readWholeFile(os::FileSystem& pFileSystem, const QString& pPath, qint64 pMaxLength, QByteArray* pTo);
 
 } // namespace tarn::tuf

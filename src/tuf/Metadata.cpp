@@ -25,9 +25,9 @@ constexpr qsizetype sMaxPath = 4096;
 // little else would need many times its size. A package takes less than ten.
 constexpr qsizetype sMaxContainers = 500'000;
 
-Error untrusted(const QString& pRole, const QString& pProblem)
+Failure untrusted(const QString& pRole, const QString& pProblem)
 {
-    return Error{ErrorKind::Untrusted, u"The %1 metadata is not valid: %2"_s.arg(pRole, pProblem)};
+    return Failure{Failure::Kind::Untrusted, u"The %1 metadata is not valid: %2"_s.arg(pRole, pProblem)};
 }
 
 void checkSpecVersion(const QString& pVersion, JsonReader* pReader)
@@ -237,14 +237,14 @@ TargetFile readTarget(const QString& pPath, const QJsonObject& pTarget, JsonRead
     return tTarget;
 }
 
-Error result(const JsonReader& pReader, const QString& pRole)
+Failure result(const JsonReader& pReader, const QString& pRole)
 {
-    return pReader.failed() ? untrusted(pRole, pReader.problem()) : Error();
+    return pReader.failed() ? untrusted(pRole, pReader.problem()) : Failure();
 }
 
 } // namespace
 
-Error parseRoot(const QByteArray& pFile, Root* pTo)
+Failure parseRoot(const QByteArray& pFile, Root* pTo)
 {
     JsonReader tReader;
     const QJsonObject tSigned = readSigned(pFile, sRoot, &tReader, pTo);
@@ -264,7 +264,7 @@ Error parseRoot(const QByteArray& pFile, Root* pTo)
     return result(tReader, sRoot);
 }
 
-Error parseTimestamp(const QByteArray& pFile, Timestamp* pTo)
+Failure parseTimestamp(const QByteArray& pFile, Timestamp* pTo)
 {
     JsonReader tReader;
     const QJsonObject tSigned = readSigned(pFile, sTimestamp, &tReader, pTo);
@@ -276,7 +276,7 @@ Error parseTimestamp(const QByteArray& pFile, Timestamp* pTo)
     return result(tReader, sTimestamp);
 }
 
-Error parseSnapshot(const QByteArray& pFile, Snapshot* pTo)
+Failure parseSnapshot(const QByteArray& pFile, Snapshot* pTo)
 {
     JsonReader tReader;
     const QJsonObject tSigned = readSigned(pFile, sSnapshot, &tReader, pTo);
@@ -293,7 +293,7 @@ Error parseSnapshot(const QByteArray& pFile, Snapshot* pTo)
     return result(tReader, sSnapshot);
 }
 
-Error parseTargets(const QByteArray& pFile, const QString& pRole, Targets* pTo)
+Failure parseTargets(const QByteArray& pFile, const QString& pRole, Targets* pTo)
 {
     JsonReader tReader;
     const QJsonObject tSigned = readSigned(pFile, sTargets, &tReader, pTo);

@@ -1,7 +1,7 @@
 // The metadata files as values. Reading one checks its format, and nothing of who signed it.
 #pragma once
 
-#include "tuf/Error.h"
+#include "internal/Failure.h"
 #include "tuf/Hash.h"
 #include "tuf/PublicKey.h"
 #include "tuf/TargetFile.h"
@@ -105,11 +105,11 @@ struct Targets : Signed
     Delegations mDelegations;
 };
 
-// An error is always ErrorKind::Untrusted, and *pTo is then of no use.
-Error parseRoot(const QByteArray& pFile, Root* pTo);
-Error parseTimestamp(const QByteArray& pFile, Timestamp* pTo);
-Error parseSnapshot(const QByteArray& pFile, Snapshot* pTo);
+// An error is always Failure::Kind::Untrusted, and *pTo is then of no use.
+Failure parseRoot(const QByteArray& pFile, Root* pTo);
+Failure parseTimestamp(const QByteArray& pFile, Timestamp* pTo);
+Failure parseSnapshot(const QByteArray& pFile, Snapshot* pTo);
 // pRole is for the error's text.
-Error parseTargets(const QByteArray& pFile, const QString& pRole, Targets* pTo);
+Failure parseTargets(const QByteArray& pFile, const QString& pRole, Targets* pTo);
 
 } // namespace tarn::tuf

@@ -19,10 +19,10 @@ namespace {
 constexpr mode_t sFileMode = 0644;
 constexpr mode_t sFolderMode = 0755;
 
-Error localError(const QString& pText, const QString& pPath)
+Failure localError(const QString& pText, const QString& pPath)
 {
-    return Error{ErrorKind::Local,
-                 pText.arg(pPath, QString::fromStdString(std::generic_category().message(errno)))};
+    return Failure{Failure::Kind::Damaged,
+                   pText.arg(pPath, QString::fromStdString(std::generic_category().message(errno)))};
 }
 
 } // namespace
@@ -37,35 +37,35 @@ QString MetadataStore::pathOf(const QString& pRole, Copy pCopy) const
     return u"%1/%2.%3"_s.arg(mFolder, encodeName(pRole), pCopy == Copy::Trusted ? u"json"_s : u"refused"_s);
 }
 
-Error MetadataStore::load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo, Copy pCopy)
+Failure MetadataStore::load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo, Copy pCopy)
 {
-    Error tError = readWholeFile(mFileSystem, pathOf(pRole, pCopy), pMaxLength, pTo);
-    if (tError.mKind == ErrorKind::Untrusted) {
-        tError.mKind = ErrorKind::NotFound;
+    Failure tFailure = readWholeFile(mFileSystem, pathOf(pRole, pCopy), pMaxLength, pTo);
+    if (tFailure.mKind == Failure::Kind::Untrusted) {
+        tFailure.mKind = Failure::Kind::NotFound;
     }
-    return tError;
+    return tFailure;
 }
 
-Error MetadataStore::save(const QString& pRole, const QByteArray& pFile, Copy pCopy)
+Failure MetadataStore::save(const QString& pRole, const QByteArray& pFile, Copy pCopy)
 {
     return writeFileAtomically(mFileSystem, pathOf(pRole, pCopy), pFile, sFileMode);
 }
 
-Error MetadataStore::remove(const QString& pRole)
+Failure MetadataStore::remove(const QString& pRole)
 {
-    const Error tError = removeFile(pathOf(pRole, Copy::Refused));
-    return tError ? tError : removeFile(pathOf(pRole, Copy::Trusted));
+    const Failure tFailure = removeFile(pathOf(pRole, Copy::Refused));
+    return tFailure ? tFailure : removeFile(pathOf(pRole, Copy::Trusted));
 }
 
-Error MetadataStore::removeFile(const QString& pPath)
+Failure MetadataStore::removeFile(const QString& pPath)
 {
     if (mFileSystem.unlink(QFile::encodeName(pPath)) == 0 || errno == ENOENT) {
-        return Error();
+        return Failure();
     }
     return localError(u"The file %1 can't be removed: %2"_s, pPath);
 }
 
-Error MetadataStore::clear()
+Failure MetadataStore::clear()
 {
     if (!QDir().mkpath(QFileInfo(mFolder).absolutePath()) ||
         (mFileSystem.makeDir(QFile::encodeName(mFolder), sFolderMode) != 0 && errno != EEXIST)) {
@@ -74,11 +74,11 @@ Error MetadataStore::clear()
     const QStringList tNames =
         QDir(mFolder).entryList({u"*.json"_s, u"*.refused"_s}, QDir::Files | QDir::Hidden);
     for (const QString& tName : tNames) {
-        if (const Error tError = removeFile(mFolder + u'/' + tName)) {
-            return tError;
+        if (const Failure tFailure = removeFile(mFolder + u'/' + tName)) {
+            return tFailure;
         }
     }
-    return Error();
+    return Failure();
 }
 
 } // namespace tarn::tuf

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tuf/Error.h"
+#include "internal/Failure.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
@@ -24,19 +24,19 @@ public:
         Refused,
     };
 
-    // ErrorKind::NotFound if the role has no file or one that is too long, ErrorKind::Local if the disk
-    // fails.
-    Error load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo, Copy pCopy = Copy::Trusted);
-    Error save(const QString& pRole, const QByteArray& pFile, Copy pCopy = Copy::Trusted);
+    // Failure::Kind::NotFound if the role has no file or one that is too long, Failure::Kind::Damaged if the
+    // disk fails.
+    Failure load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo, Copy pCopy = Copy::Trusted);
+    Failure save(const QString& pRole, const QByteArray& pFile, Copy pCopy = Copy::Trusted);
     // Both copies. Fine if there is none.
-    Error remove(const QString& pRole);
+    Failure remove(const QString& pRole);
 
     // Makes the folder, or removes all metadata from it.
-    Error clear();
+    Failure clear();
 
 private:
     QString pathOf(const QString& pRole, Copy pCopy) const;
-    Error removeFile(const QString& pPath);
+    Failure removeFile(const QString& pPath);
 
     os::FileSystem& mFileSystem;
     QString mFolder;

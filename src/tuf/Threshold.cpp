@@ -6,8 +6,8 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::tuf {
 
-Error verifyThreshold(const QString& pRole, const Signed& pSigned, const RoleKeys& pRoleKeys,
-                      const KeyMap& pKeys)
+Failure verifyThreshold(const QString& pRole, const Signed& pSigned, const RoleKeys& pRoleKeys,
+                        const KeyMap& pKeys)
 {
     QSet<QByteArray> tSigners;
     for (const Signature& tSignature : pSigned.mSignatures) {
@@ -19,13 +19,13 @@ Error verifyThreshold(const QString& pRole, const Signed& pSigned, const RoleKey
         }
     }
     if (tSigners.size() >= pRoleKeys.mThreshold) {
-        return Error();
+        return Failure();
     }
-    return Error{ErrorKind::Untrusted,
-                 u"The %1 metadata, version %2, has %3 of the %4 signatures that it needs"_s.arg(pRole)
-                     .arg(pSigned.mVersion)
-                     .arg(tSigners.size())
-                     .arg(pRoleKeys.mThreshold)};
+    return Failure{Failure::Kind::Untrusted,
+                   u"The %1 metadata, version %2, has %3 of the %4 signatures that it needs"_s.arg(pRole)
+                       .arg(pSigned.mVersion)
+                       .arg(tSigners.size())
+                       .arg(pRoleKeys.mThreshold)};
 }
 
 } // namespace tarn::tuf

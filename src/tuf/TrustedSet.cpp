@@ -12,12 +12,12 @@ namespace tarn::tuf {
 
 namespace {
 
-Error untrusted(const QString& pText)
+Failure untrusted(const QString& pText)
 {
-    return Error{ErrorKind::Untrusted, pText};
+    return Failure{Failure::Kind::Untrusted, pText};
 }
 
-Error checkFile(const QString& pRole, const MetaFile& pMeta, const QByteArray& pFile)
+Failure checkFile(const QString& pRole, const MetaFile& pMeta, const QByteArray& pFile)
 {
     if (pMeta.mLength && *pMeta.mLength != pFile.size()) {
         return untrusted(
@@ -26,26 +26,26 @@ Error checkFile(const QString& pRole, const MetaFile& pMeta, const QByteArray& p
     if (!pMeta.mHashes.isEmpty() && !hashesAgree(pMeta.mHashes, pFile)) {
         return untrusted(u"The %1 metadata does not have the hash that was signed for it"_s.arg(pRole));
     }
-    return Error();
+    return Failure();
 }
 
-Error checkVersion(const QString& pRole, qint64 pVersion, qint64 pExpected)
+Failure checkVersion(const QString& pRole, qint64 pVersion, qint64 pExpected)
 {
     return pVersion == pExpected
-               ? Error()
+               ? Failure()
                : untrusted(u"The %1 metadata has version %2 instead of %3"_s.arg(pRole).arg(pVersion).arg(
                      pExpected));
 }
 
-Error checkNotOlder(const QString& pRole, qint64 pVersion, qint64 pTrusted)
+Failure checkNotOlder(const QString& pRole, qint64 pVersion, qint64 pTrusted)
 {
     return pVersion >= pTrusted
-               ? Error()
-               : Error{ErrorKind::OutOfDate,
-                       u"It is out of date: it offers version %2 of the %1 metadata, and this machine "
-                       "has seen version %3 already"_s.arg(pRole)
-                           .arg(pVersion)
-                           .arg(pTrusted)};
+               ? Failure()
+               : Failure{Failure::Kind::OutOfDate,
+                         u"It is out of date: it offers version %2 of the %1 metadata, and this machine "
+                         "has seen version %3 already"_s.arg(pRole)
+                             .arg(pVersion)
+                             .arg(pTrusted)};
 }
 
 bool removesKey(const Root& pOld, const Root& pNew, const QString& pRole)
@@ -81,12 +81,12 @@ const Targets* TrustedSet::targets(const QString& pRole) const
     return mTargets.value(pRole).get();
 }
 
-Error TrustedSet::checkExpiry(const QString& pRole, const Signed& pSigned) const
+Failure TrustedSet::checkExpiry(const QString& pRole, const Signed& pSigned) const
 {
     const QDateTime tProven = provenTime();
     const bool tIsGoodByTheClock = pSigned.mExpires > mNow;
     if (tIsGoodByTheClock && (!tProven.isValid() || pSigned.mExpires > tProven)) {
-        return Error();
+        return Failure();
     }
     QString tText = u"The %1 metadata, version %2, expired on %3"_s.arg(pRole)
                         .arg(pSigned.mVersion)
@@ -96,7 +96,7 @@ Error TrustedSet::checkExpiry(const QString& pRole, const Signed& pSigned) const
                  "updates took it to be %2 or later. If it is right now, wait for the next publication"_s.arg(
                      mNow.toString(Qt::ISODate), tProven.toString(Qt::ISODate));
     }
-    return Error{ErrorKind::Expired, tText};
+    return Failure{Failure::Kind::Expired, tText};
 }
 
 QDateTime TrustedSet::provenTime() const
@@ -114,13 +114,13 @@ bool TrustedSet::isNewerThanRefused() const
     return !mRefused || mTimestamp->mVersion > mRefused->mVersion;
 }
 
-Error TrustedSet::verifyByRoot(const QString& pRole, const Signed& pSigned) const
+Failure TrustedSet::verifyByRoot(const QString& pRole, const Signed& pSigned) const
 {
     return verifyThreshold(pRole, pSigned, mRoot->mRoles[pRole], mRoot->mKeys);
 }
 
-Error TrustedSet::verifyByDelegator(const QString& pRole, const QString& pDelegator,
-                                    const Signed& pSigned) const
+Failure TrustedSet::verifyByDelegator(const QString& pRole, const QString& pDelegator,
+                                      const Signed& pSigned) const
 {
     if (pRole == sTargets) {
         return verifyByRoot(pRole, pSigned);
@@ -133,61 +133,61 @@ Error TrustedSet::verifyByDelegator(const QString& pRole, const QString& pDelega
     return verifyThreshold(pRole, pSigned, *tKeys, tDelegations.mKeys);
 }
 
-Error TrustedSet::setRoot(const QByteArray& pFile)
+Failure TrustedSet::setRoot(const QByteArray& pFile)
 {
     Root tRoot;
-    Error tError = parseRoot(pFile, &tRoot);
-    if (!tError) {
-        tError = verifyThreshold(sRoot, tRoot, tRoot.mRoles[sRoot], tRoot.mKeys);
+    Failure tFailure = parseRoot(pFile, &tRoot);
+    if (!tFailure) {
+        tFailure = verifyThreshold(sRoot, tRoot, tRoot.mRoles[sRoot], tRoot.mKeys);
     }
-    if (!tError) {
+    if (!tFailure) {
         mRoot = tRoot;
     }
-    return tError;
+    return tFailure;
 }
 
-Error TrustedSet::addRoot(const QByteArray& pFile, bool* pKeysRemoved)
+Failure TrustedSet::addRoot(const QByteArray& pFile, bool* pKeysRemoved)
 {
     Root tRoot;
-    Error tError = parseRoot(pFile, &tRoot);
-    if (!tError) {
-        tError = verifyByRoot(sRoot, tRoot);
+    Failure tFailure = parseRoot(pFile, &tRoot);
+    if (!tFailure) {
+        tFailure = verifyByRoot(sRoot, tRoot);
     }
-    if (!tError) {
-        tError = verifyThreshold(sRoot, tRoot, tRoot.mRoles[sRoot], tRoot.mKeys);
+    if (!tFailure) {
+        tFailure = verifyThreshold(sRoot, tRoot, tRoot.mRoles[sRoot], tRoot.mKeys);
     }
-    if (!tError) {
-        tError = checkVersion(sRoot, tRoot.mVersion, mRoot->mVersion + 1);
+    if (!tFailure) {
+        tFailure = checkVersion(sRoot, tRoot.mVersion, mRoot->mVersion + 1);
     }
-    if (!tError) {
+    if (!tFailure) {
         *pKeysRemoved = removesKey(*mRoot, tRoot, sTimestamp) || removesKey(*mRoot, tRoot, sSnapshot);
         mRoot = tRoot;
     }
-    return tError;
+    return tFailure;
 }
 
-Error TrustedSet::checkRootExpiry() const
+Failure TrustedSet::checkRootExpiry() const
 {
     return checkExpiry(sRoot, *mRoot);
 }
 
-Error TrustedSet::addTimestamp(const QByteArray& pFile, bool* pSame)
+Failure TrustedSet::addTimestamp(const QByteArray& pFile, bool* pSame)
 {
     *pSame = false;
     Timestamp tNew;
-    Error tError = parseTimestamp(pFile, &tNew);
-    if (!tError) {
-        tError = verifyByRoot(sTimestamp, tNew);
+    Failure tFailure = parseTimestamp(pFile, &tNew);
+    if (!tFailure) {
+        tFailure = verifyByRoot(sTimestamp, tNew);
     }
-    if (!tError && mTimestamp) {
-        tError = checkNotOlder(sTimestamp, tNew.mVersion, mTimestamp->mVersion);
+    if (!tFailure && mTimestamp) {
+        tFailure = checkNotOlder(sTimestamp, tNew.mVersion, mTimestamp->mVersion);
         *pSame = tNew.mVersion == mTimestamp->mVersion;
-        if (!tError && !*pSame) {
-            tError = checkNotOlder(sSnapshot, tNew.mSnapshot.mVersion, mTimestamp->mSnapshot.mVersion);
+        if (!tFailure && !*pSame) {
+            tFailure = checkNotOlder(sSnapshot, tNew.mSnapshot.mVersion, mTimestamp->mSnapshot.mVersion);
         }
     }
-    if (tError) {
-        return tError;
+    if (tFailure) {
+        return tFailure;
     }
     if (!*pSame) {
         mTimestamp = tNew;
@@ -203,108 +203,108 @@ void TrustedSet::addRefusedTimestamp(const QByteArray& pFile)
     }
 }
 
-Error TrustedSet::checkTimestampExpiry() const
+Failure TrustedSet::checkTimestampExpiry() const
 {
     return checkExpiry(sTimestamp, *mTimestamp);
 }
 
-Error TrustedSet::addLocalSnapshot(const QByteArray& pFile)
+Failure TrustedSet::addLocalSnapshot(const QByteArray& pFile)
 {
     Snapshot tSnapshot;
-    Error tError = parseSnapshot(pFile, &tSnapshot);
-    if (!tError) {
-        tError = verifyByRoot(sSnapshot, tSnapshot);
+    Failure tFailure = parseSnapshot(pFile, &tSnapshot);
+    if (!tFailure) {
+        tFailure = verifyByRoot(sSnapshot, tSnapshot);
     }
-    if (tError) {
-        return tError;
+    if (tFailure) {
+        return tFailure;
     }
     mSnapshot = tSnapshot;
-    tError = checkFile(sSnapshot, mTimestamp->mSnapshot, pFile);
-    return tError ? tError : checkIsCurrent(*mSnapshot);
+    tFailure = checkFile(sSnapshot, mTimestamp->mSnapshot, pFile);
+    return tFailure ? tFailure : checkIsCurrent(*mSnapshot);
 }
 
-Error TrustedSet::addSnapshot(const QByteArray& pFile)
+Failure TrustedSet::addSnapshot(const QByteArray& pFile)
 {
     Snapshot tNew;
-    Error tError = checkFile(sSnapshot, mTimestamp->mSnapshot, pFile);
-    if (!tError) {
-        tError = parseSnapshot(pFile, &tNew);
+    Failure tFailure = checkFile(sSnapshot, mTimestamp->mSnapshot, pFile);
+    if (!tFailure) {
+        tFailure = parseSnapshot(pFile, &tNew);
     }
-    if (!tError) {
-        tError = verifyByRoot(sSnapshot, tNew);
+    if (!tFailure) {
+        tFailure = verifyByRoot(sSnapshot, tNew);
     }
-    if (!tError) {
-        tError = checkSnapshotRollback(tNew);
+    if (!tFailure) {
+        tFailure = checkSnapshotRollback(tNew);
     }
-    if (!tError) {
-        tError = checkIsCurrent(tNew);
+    if (!tFailure) {
+        tFailure = checkIsCurrent(tNew);
     }
-    if (!tError) {
+    if (!tFailure) {
         mSnapshot = tNew;
     }
-    return tError;
+    return tFailure;
 }
 
-Error TrustedSet::checkSnapshotRollback(const Snapshot& pNew) const
+Failure TrustedSet::checkSnapshotRollback(const Snapshot& pNew) const
 {
     if (!mSnapshot) {
-        return Error();
+        return Failure();
     }
     for (auto tOld = mSnapshot->mRoles.begin(); tOld != mSnapshot->mRoles.end(); ++tOld) {
         const auto tNew = pNew.mRoles.constFind(tOld.key());
         if (tNew == pNew.mRoles.constEnd()) {
             return untrusted(u"The new snapshot metadata leaves out the role %1"_s.arg(tOld.key()));
         }
-        if (const Error tError = checkNotOlder(tOld.key(), tNew->mVersion, tOld->mVersion)) {
-            return tError;
+        if (const Failure tFailure = checkNotOlder(tOld.key(), tNew->mVersion, tOld->mVersion)) {
+            return tFailure;
         }
     }
-    return Error();
+    return Failure();
 }
 
-Error TrustedSet::checkIsCurrent(const Snapshot& pSnapshot) const
+Failure TrustedSet::checkIsCurrent(const Snapshot& pSnapshot) const
 {
-    const Error tError = checkVersion(sSnapshot, pSnapshot.mVersion, mTimestamp->mSnapshot.mVersion);
-    return tError ? tError : checkExpiry(sSnapshot, pSnapshot);
+    const Failure tFailure = checkVersion(sSnapshot, pSnapshot.mVersion, mTimestamp->mSnapshot.mVersion);
+    return tFailure ? tFailure : checkExpiry(sSnapshot, pSnapshot);
 }
 
-Error TrustedSet::addTargets(const QByteArray& pFile, const QString& pRole, const QString& pDelegator)
+Failure TrustedSet::addTargets(const QByteArray& pFile, const QString& pRole, const QString& pDelegator)
 {
     const auto tMeta = mSnapshot->mRoles.constFind(pRole);
     if (tMeta == mSnapshot->mRoles.constEnd()) {
         return untrusted(u"The snapshot metadata does not list the role %1"_s.arg(pRole));
     }
     auto tTargets = std::make_shared<Targets>();
-    Error tError = checkFile(pRole, *tMeta, pFile);
-    if (!tError) {
-        tError = parseTargets(pFile, pRole, tTargets.get());
+    Failure tFailure = checkFile(pRole, *tMeta, pFile);
+    if (!tFailure) {
+        tFailure = parseTargets(pFile, pRole, tTargets.get());
     }
-    if (!tError) {
-        tError = verifyByDelegator(pRole, pDelegator, *tTargets);
+    if (!tFailure) {
+        tFailure = verifyByDelegator(pRole, pDelegator, *tTargets);
     }
-    if (!tError) {
-        tError = checkVersion(pRole, tTargets->mVersion, tMeta->mVersion);
+    if (!tFailure) {
+        tFailure = checkVersion(pRole, tTargets->mVersion, tMeta->mVersion);
     }
-    if (!tError) {
-        tError = checkExpiry(pRole, *tTargets);
+    if (!tFailure) {
+        tFailure = checkExpiry(pRole, *tTargets);
     }
-    if (!tError) {
+    if (!tFailure) {
         mTargets.insert(pRole, tTargets);
         mVerified.insert({pRole, pDelegator});
     }
-    return tError;
+    return tFailure;
 }
 
-Error TrustedSet::checkDelegator(const QString& pRole, const QString& pDelegator)
+Failure TrustedSet::checkDelegator(const QString& pRole, const QString& pDelegator)
 {
     if (mVerified.contains({pRole, pDelegator})) {
-        return Error();
+        return Failure();
     }
-    const Error tError = verifyByDelegator(pRole, pDelegator, *mTargets[pRole]);
-    if (!tError) {
+    const Failure tFailure = verifyByDelegator(pRole, pDelegator, *mTargets[pRole]);
+    if (!tFailure) {
         mVerified.insert({pRole, pDelegator});
     }
-    return tError;
+    return tFailure;
 }
 
 } // namespace tarn::tuf

@@ -28,26 +28,26 @@ public:
     // pNow: what the clock says.
     explicit TrustedSet(const QDateTime& pNow);
 
-    Error setRoot(const QByteArray& pFile);
+    Failure setRoot(const QByteArray& pFile);
     // The next root. *pKeysRemoved: a key of the timestamp or the snapshot role is not theirs any more, so
     // that what the old keys signed must be forgotten.
-    Error addRoot(const QByteArray& pFile, bool* pKeysRemoved);
-    Error checkRootExpiry() const;
+    Failure addRoot(const QByteArray& pFile, bool* pKeysRemoved);
+    Failure checkRootExpiry() const;
 
     // *pSame: it has the version of the trusted one, which stays.
-    Error addTimestamp(const QByteArray& pFile, bool* pSame);
+    Failure addTimestamp(const QByteArray& pFile, bool* pSame);
     // A timestamp that an earlier run refused as expired. One that isn't valid is passed over.
     void addRefusedTimestamp(const QByteArray& pFile);
     // Whether the trusted timestamp is newer than the refused one, or there is no refused one.
     bool isNewerThanRefused() const;
     // What the signed files prove to have passed; invalid: nothing.
     QDateTime provenTime() const;
-    Error addLocalSnapshot(const QByteArray& pFile);
-    Error addSnapshot(const QByteArray& pFile);
+    Failure addLocalSnapshot(const QByteArray& pFile);
+    Failure addSnapshot(const QByteArray& pFile);
     // The top-level targets, or a delegated role by the word of pDelegator, which is already here. A role
     // that is here already is only checked against this delegator, without its file.
-    Error addTargets(const QByteArray& pFile, const QString& pRole, const QString& pDelegator);
-    Error checkDelegator(const QString& pRole, const QString& pDelegator);
+    Failure addTargets(const QByteArray& pFile, const QString& pRole, const QString& pDelegator);
+    Failure checkDelegator(const QString& pRole, const QString& pDelegator);
 
     // The files that are trusted by now; null before.
     const Root* root() const;
@@ -56,12 +56,12 @@ public:
     const Targets* targets(const QString& pRole) const;
 
 private:
-    Error checkExpiry(const QString& pRole, const Signed& pSigned) const;
-    Error checkTimestampExpiry() const;
-    Error checkSnapshotRollback(const Snapshot& pNew) const;
-    Error checkIsCurrent(const Snapshot& pSnapshot) const;
-    Error verifyByRoot(const QString& pRole, const Signed& pSigned) const;
-    Error verifyByDelegator(const QString& pRole, const QString& pDelegator, const Signed& pSigned) const;
+    Failure checkExpiry(const QString& pRole, const Signed& pSigned) const;
+    Failure checkTimestampExpiry() const;
+    Failure checkSnapshotRollback(const Snapshot& pNew) const;
+    Failure checkIsCurrent(const Snapshot& pSnapshot) const;
+    Failure verifyByRoot(const QString& pRole, const Signed& pSigned) const;
+    Failure verifyByDelegator(const QString& pRole, const QString& pDelegator, const Signed& pSigned) const;
 
     QDateTime mNow;
     std::optional<Root> mRoot;

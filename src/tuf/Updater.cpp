@@ -22,22 +22,22 @@ public:
     {
     }
 
-    Error refresh();
-    Error loadRoot();
-    Error loadTimestamp();
+    Failure refresh();
+    Failure loadRoot();
+    Failure loadTimestamp();
     bool serverLacksRoot();
-    Error updateRoot();
-    Error takeRoot(const QByteArray& pFile);
-    Error updateTimestamp();
-    Error updateSnapshot();
-    Error updateTargets(const QString& pRole, const QString& pDelegator);
+    Failure updateRoot();
+    Failure takeRoot(const QByteArray& pFile);
+    Failure updateTimestamp();
+    Failure updateSnapshot();
+    Failure updateTargets(const QString& pRole, const QString& pDelegator);
 
-    Error find(const QString& pPath, std::optional<TargetFile>* pTo);
-    Error loadAllRoles(QStringList* pRoles);
-    Error all(QList<TargetFile>* pTo);
+    Failure find(const QString& pPath, std::optional<TargetFile>* pTo);
+    Failure loadAllRoles(QStringList* pRoles);
+    Failure all(QList<TargetFile>* pTo);
 
-    Error fetch(const QString& pName, qint64 pMaxLength, QByteArray* pTo);
-    Error fetchVersioned(const QString& pRole, const MetaFile& pMeta, qint64 pLimit, QByteArray* pTo);
+    Failure fetch(const QString& pName, qint64 pMaxLength, QByteArray* pTo);
+    Failure fetchVersioned(const QString& pRole, const MetaFile& pMeta, qint64 pLimit, QByteArray* pTo);
     TargetFile complete(TargetFile pTarget, const QString& pRole) const;
 
     MetadataStore mStore;
@@ -50,19 +50,19 @@ public:
     bool mUnchanged = false;
 };
 
-Error Updater::Private::fetch(const QString& pName, qint64 pMaxLength, QByteArray* pTo)
+Failure Updater::Private::fetch(const QString& pName, qint64 pMaxLength, QByteArray* pTo)
 {
     pTo->clear();
-    const Error tError = mFetcher.fetch(pName, pMaxLength, pTo);
-    if (!tError && pTo->size() > pMaxLength) {
-        return Error{ErrorKind::Untrusted,
-                     u"The file %1 has more than %2 bytes"_s.arg(pName).arg(pMaxLength)};
+    const Failure tFailure = mFetcher.fetch(pName, pMaxLength, pTo);
+    if (!tFailure && pTo->size() > pMaxLength) {
+        return Failure{Failure::Kind::Untrusted,
+                       u"The file %1 has more than %2 bytes"_s.arg(pName).arg(pMaxLength)};
     }
-    return tError;
+    return tFailure;
 }
 
-Error Updater::Private::fetchVersioned(const QString& pRole, const MetaFile& pMeta, qint64 pLimit,
-                                       QByteArray* pTo)
+Failure Updater::Private::fetchVersioned(const QString& pRole, const MetaFile& pMeta, qint64 pLimit,
+                                         QByteArray* pTo)
 {
     const QString tFile = encodeName(pRole) + ".json"_L1;
     const QString tName =
@@ -70,95 +70,96 @@ Error Updater::Private::fetchVersioned(const QString& pRole, const MetaFile& pMe
     return fetch(tName, std::min(pMeta.mLength.value_or(pLimit), pLimit), pTo);
 }
 
-Error Updater::Private::refresh()
+Failure Updater::Private::refresh()
 {
     mTrusted = TrustedSet(mNow);
     mRefreshed = false;
     mUnchanged = false;
-    Error tError = loadRoot();
-    if (!tError) {
-        tError = updateRoot();
+    Failure tFailure = loadRoot();
+    if (!tFailure) {
+        tFailure = updateRoot();
     }
-    if (!tError) {
-        tError = mTrusted.checkRootExpiry();
+    if (!tFailure) {
+        tFailure = mTrusted.checkRootExpiry();
     }
-    if (!tError) {
-        tError = updateTimestamp();
+    if (!tFailure) {
+        tFailure = updateTimestamp();
     }
-    if (!tError) {
-        tError = mTrusted.checkRootExpiry(); // the timestamp may know better than the clock
+    if (!tFailure) {
+        tFailure = mTrusted.checkRootExpiry(); // the timestamp may know better than the clock
     }
-    if (!tError) {
-        tError = updateSnapshot();
+    if (!tFailure) {
+        tFailure = updateSnapshot();
     }
-    if (!tError) {
-        tError = updateTargets(sTargets, sRoot);
+    if (!tFailure) {
+        tFailure = updateTargets(sTargets, sRoot);
     }
-    mRefreshed = !tError;
-    return tError;
+    mRefreshed = !tFailure;
+    return tFailure;
 }
 
-Error Updater::Private::loadRoot()
+Failure Updater::Private::loadRoot()
 {
     QByteArray tFile;
-    Error tError = mStore.load(sRoot, mLimits.mRootLength, &tFile);
-    if (!tError) {
-        tError = mTrusted.setRoot(tFile);
+    Failure tFailure = mStore.load(sRoot, mLimits.mRootLength, &tFile);
+    if (!tFailure) {
+        tFailure = mTrusted.setRoot(tFile);
     }
-    if (tError) {
-        tError = Error{ErrorKind::Local, u"There is no trusted root to start from. "_s + tError.mText};
+    if (tFailure) {
+        tFailure =
+            Failure{Failure::Kind::Damaged, u"There is no trusted root to start from. "_s + tFailure.mText};
     }
-    return tError;
+    return tFailure;
 }
 
-Error Updater::Private::updateRoot()
+Failure Updater::Private::updateRoot()
 {
     for (int i = 0; i < mLimits.mMaxRootRotations; ++i) {
         QByteArray tFile;
-        Error tError =
+        Failure tFailure =
             fetch(u"%1.root.json"_s.arg(mTrusted.root()->mVersion + 1), mLimits.mRootLength, &tFile);
-        if (tError.mKind == ErrorKind::NotFound) {
-            return Error();
+        if (tFailure.mKind == Failure::Kind::NotFound) {
+            return Failure();
         }
-        if (!tError) {
-            tError = takeRoot(tFile);
+        if (!tFailure) {
+            tFailure = takeRoot(tFile);
         }
-        if (tError) {
-            return tError;
+        if (tFailure) {
+            return tFailure;
         }
     }
-    return Error();
+    return Failure();
 }
 
-Error Updater::Private::takeRoot(const QByteArray& pFile)
+Failure Updater::Private::takeRoot(const QByteArray& pFile)
 {
     bool tKeysRemoved = false;
-    Error tError = mTrusted.addRoot(pFile, &tKeysRemoved);
+    Failure tFailure = mTrusted.addRoot(pFile, &tKeysRemoved);
     // Whoever had the old keys may have signed a version that no honest one can ever reach. What they signed
     // goes first: a crash in between leaves the old root, and the next refresh does all of this again.
-    if (!tError && tKeysRemoved) {
-        tError = mStore.remove(sTimestamp);
-        if (!tError) {
-            tError = mStore.remove(sSnapshot);
+    if (!tFailure && tKeysRemoved) {
+        tFailure = mStore.remove(sTimestamp);
+        if (!tFailure) {
+            tFailure = mStore.remove(sSnapshot);
         }
     }
-    return tError ? tError : mStore.save(sRoot, pFile);
+    return tFailure ? tFailure : mStore.save(sRoot, pFile);
 }
 
 // What this machine has stored; files that aren't valid count as none.
-Error Updater::Private::loadTimestamp()
+Failure Updater::Private::loadTimestamp()
 {
     bool tSame = false;
-    Error tError = mStore.load(sTimestamp, mLimits.mTimestampLength, &mStoredTimestamp);
-    if (!tError) {
-        mTrusted.addTimestamp(mStoredTimestamp, &tSame);
+    Failure tFailure = mStore.load(sTimestamp, mLimits.mTimestampLength, &mStoredTimestamp);
+    if (!tFailure) {
+        (void)mTrusted.addTimestamp(mStoredTimestamp, &tSame); // one that is not valid counts as none
     }
-    if (tError.mKind != ErrorKind::Local) {
+    if (tFailure.mKind != Failure::Kind::Damaged) {
         QByteArray tRefused;
-        tError = mStore.load(sTimestamp, mLimits.mTimestampLength, &tRefused, MetadataStore::Copy::Refused);
+        tFailure = mStore.load(sTimestamp, mLimits.mTimestampLength, &tRefused, MetadataStore::Copy::Refused);
         mTrusted.addRefusedTimestamp(tRefused);
     }
-    return tError.mKind == ErrorKind::Local ? tError : Error();
+    return tFailure.mKind == Failure::Kind::Damaged ? tFailure : Failure();
 }
 
 // A server that was left behind has neither the newest root nor what is signed by its keys.
@@ -166,78 +167,79 @@ bool Updater::Private::serverLacksRoot()
 {
     QByteArray tFile;
     const qint64 tVersion = mTrusted.root()->mVersion;
-    return tVersion > 1 &&
-           fetch(u"%1.root.json"_s.arg(tVersion), mLimits.mRootLength, &tFile).mKind == ErrorKind::NotFound;
+    return tVersion > 1 && fetch(u"%1.root.json"_s.arg(tVersion), mLimits.mRootLength, &tFile).mKind ==
+                               Failure::Kind::NotFound;
 }
 
-Error Updater::Private::updateTimestamp()
+Failure Updater::Private::updateTimestamp()
 {
     QByteArray tFile;
     bool tSame = false;
-    Error tError = loadTimestamp();
-    if (tError) {
-        return tError;
+    Failure tFailure = loadTimestamp();
+    if (tFailure) {
+        return tFailure;
     }
-    tError = fetch(u"timestamp.json"_s, mLimits.mTimestampLength, &tFile);
-    if (!tError) {
-        tError = mTrusted.addTimestamp(tFile, &tSame);
-        if (tError.mKind == ErrorKind::Untrusted && serverLacksRoot()) {
-            return Error{ErrorKind::OutOfDate,
-                         u"It is out of date: it does not have version %1 of the root metadata, which "
-                         "this machine has seen already"_s.arg(mTrusted.root()->mVersion)};
+    tFailure = fetch(u"timestamp.json"_s, mLimits.mTimestampLength, &tFile);
+    if (!tFailure) {
+        tFailure = mTrusted.addTimestamp(tFile, &tSame);
+        if (tFailure.mKind == Failure::Kind::Untrusted && serverLacksRoot()) {
+            return Failure{Failure::Kind::OutOfDate,
+                           u"It is out of date: it does not have version %1 of the root metadata, which "
+                           "this machine has seen already"_s.arg(mTrusted.root()->mVersion)};
         }
     }
     // Of two with the same version the stored one is the one that counts.
     const QByteArray& tCounts = tSame ? mStoredTimestamp : tFile;
-    if (tError.mKind == ErrorKind::Expired && mTrusted.isNewerThanRefused()) {
+    if (tFailure.mKind == Failure::Kind::Expired && mTrusted.isNewerThanRefused()) {
         // Where this fails, the next run refuses and stores it.
-        mStore.save(sTimestamp, tCounts, MetadataStore::Copy::Refused);
+        (void)mStore.save(sTimestamp, tCounts, MetadataStore::Copy::Refused);
     }
     mUnchanged = tSame;
-    return tError || tSame ? tError : mStore.save(sTimestamp, tFile);
+    return tFailure || tSame ? tFailure : mStore.save(sTimestamp, tFile);
 }
 
-Error Updater::Private::updateSnapshot()
+Failure Updater::Private::updateSnapshot()
 {
     QByteArray tFile;
-    Error tError = mStore.load(sSnapshot, mLimits.mSnapshotLength, &tFile);
-    if (tError.mKind == ErrorKind::Local) {
-        return tError;
+    Failure tFailure = mStore.load(sSnapshot, mLimits.mSnapshotLength, &tFile);
+    if (tFailure.mKind == Failure::Kind::Damaged) {
+        return tFailure;
     }
-    if (!tError && !mTrusted.addLocalSnapshot(tFile)) {
-        return Error();
+    if (!tFailure && !mTrusted.addLocalSnapshot(tFile)) {
+        return Failure();
     }
     mUnchanged = false;
-    tError = fetchVersioned(sSnapshot, mTrusted.timestamp()->mSnapshot, mLimits.mSnapshotLength, &tFile);
-    if (!tError) {
-        tError = mTrusted.addSnapshot(tFile);
+    tFailure = fetchVersioned(sSnapshot, mTrusted.timestamp()->mSnapshot, mLimits.mSnapshotLength, &tFile);
+    if (!tFailure) {
+        tFailure = mTrusted.addSnapshot(tFile);
     }
-    return tError ? tError : mStore.save(sSnapshot, tFile);
+    return tFailure ? tFailure : mStore.save(sSnapshot, tFile);
 }
 
-Error Updater::Private::updateTargets(const QString& pRole, const QString& pDelegator)
+Failure Updater::Private::updateTargets(const QString& pRole, const QString& pDelegator)
 {
     if (mTrusted.targets(pRole) != nullptr) {
         return mTrusted.checkDelegator(pRole, pDelegator);
     }
     QByteArray tFile;
-    Error tError = mStore.load(pRole, mLimits.mTargetsLength, &tFile);
-    if (tError.mKind == ErrorKind::Local) {
-        return tError;
+    Failure tFailure = mStore.load(pRole, mLimits.mTargetsLength, &tFile);
+    if (tFailure.mKind == Failure::Kind::Damaged) {
+        return tFailure;
     }
-    if (!tError && !mTrusted.addTargets(tFile, pRole, pDelegator)) {
-        return Error();
+    if (!tFailure && !mTrusted.addTargets(tFile, pRole, pDelegator)) {
+        return Failure();
     }
     mUnchanged = false;
     const QMap<QString, MetaFile>& tRoles = mTrusted.snapshot()->mRoles;
     if (!tRoles.contains(pRole)) {
-        return Error{ErrorKind::Untrusted, u"The snapshot metadata does not list the role %1"_s.arg(pRole)};
+        return Failure{Failure::Kind::Untrusted,
+                       u"The snapshot metadata does not list the role %1"_s.arg(pRole)};
     }
-    tError = fetchVersioned(pRole, tRoles[pRole], mLimits.mTargetsLength, &tFile);
-    if (!tError) {
-        tError = mTrusted.addTargets(tFile, pRole, pDelegator);
+    tFailure = fetchVersioned(pRole, tRoles[pRole], mLimits.mTargetsLength, &tFile);
+    if (!tFailure) {
+        tFailure = mTrusted.addTargets(tFile, pRole, pDelegator);
     }
-    return tError ? tError : mStore.save(pRole, tFile);
+    return tFailure ? tFailure : mStore.save(pRole, tFile);
 }
 
 TargetFile Updater::Private::complete(TargetFile pTarget, const QString& pRole) const
@@ -249,7 +251,7 @@ TargetFile Updater::Private::complete(TargetFile pTarget, const QString& pRole) 
 }
 
 // Depth first, a role before those that it delegates to, these in their order.
-Error Updater::Private::find(const QString& pPath, std::optional<TargetFile>* pTo)
+Failure Updater::Private::find(const QString& pPath, std::optional<TargetFile>* pTo)
 {
     QList<std::pair<QString, QString>> tToVisit{{sTargets, sRoot}}; // role, delegator; the last one is next
     QSet<QString> tVisited;
@@ -258,15 +260,15 @@ Error Updater::Private::find(const QString& pPath, std::optional<TargetFile>* pT
         if (tVisited.contains(tRole)) {
             continue;
         }
-        if (const Error tError = updateTargets(tRole, tDelegator)) {
-            return tError;
+        if (const Failure tFailure = updateTargets(tRole, tDelegator)) {
+            return tFailure;
         }
         tVisited.insert(tRole);
         const Targets* tTargets = mTrusted.targets(tRole);
         const auto tFound = tTargets->mTargets.constFind(pPath);
         if (tFound != tTargets->mTargets.constEnd()) {
             *pTo = complete(*tFound, tRole);
-            return Error();
+            return Failure();
         }
         const QList<RoleChoice> tChoices = rolesForTarget(tTargets->mDelegations, pPath);
         if (!tChoices.isEmpty() && tChoices.last().mTerminating) {
@@ -276,24 +278,24 @@ Error Updater::Private::find(const QString& pPath, std::optional<TargetFile>* pT
             tToVisit.append({tIt->mRole, tRole});
         }
     }
-    return Error();
+    return Failure();
 }
 
 // In the order of find, as if every role could have what is searched for.
-Error Updater::Private::loadAllRoles(QStringList* pRoles)
+Failure Updater::Private::loadAllRoles(QStringList* pRoles)
 {
     QList<std::pair<QString, QString>> tToVisit{{sTargets, sRoot}};
     while (!tToVisit.isEmpty()) {
         const auto [tRole, tDelegator] = tToVisit.takeLast();
-        if (const Error tError = updateTargets(tRole, tDelegator)) {
-            return tError;
+        if (const Failure tFailure = updateTargets(tRole, tDelegator)) {
+            return tFailure;
         }
         if (pRoles->contains(tRole)) {
             continue;
         }
         if (pRoles->size() > mLimits.mMaxDelegations) {
-            return Error{ErrorKind::Untrusted,
-                         u"The repository has more than %1 delegated roles"_s.arg(mLimits.mMaxDelegations)};
+            return Failure{Failure::Kind::Untrusted,
+                           u"The repository has more than %1 delegated roles"_s.arg(mLimits.mMaxDelegations)};
         }
         pRoles->append(tRole);
         const QStringList tNames =
@@ -302,14 +304,14 @@ Error Updater::Private::loadAllRoles(QStringList* pRoles)
             tToVisit.append({*tIt, tRole});
         }
     }
-    return Error();
+    return Failure();
 }
 
-Error Updater::Private::all(QList<TargetFile>* pTo)
+Failure Updater::Private::all(QList<TargetFile>* pTo)
 {
     QStringList tRoles;
-    if (const Error tError = loadAllRoles(&tRoles)) {
-        return tError;
+    if (const Failure tFailure = loadAllRoles(&tRoles)) {
+        return tFailure;
     }
     QSet<QString> tPaths;
     for (const QString& tRole : tRoles) {
@@ -319,8 +321,8 @@ Error Updater::Private::all(QList<TargetFile>* pTo)
     }
     for (const QString& tPath : tPaths) {
         std::optional<TargetFile> tTarget;
-        if (const Error tError = find(tPath, &tTarget)) {
-            return tError;
+        if (const Failure tFailure = find(tPath, &tTarget)) {
+            return tFailure;
         }
         if (tTarget) {
             tTarget->mRoleRank = static_cast<int>(tRoles.indexOf(tTarget->mRole));
@@ -329,7 +331,7 @@ Error Updater::Private::all(QList<TargetFile>* pTo)
     }
     std::sort(pTo->begin(), pTo->end(),
               [](const TargetFile& pA, const TargetFile& pB) { return pA.mPath < pB.mPath; });
-    return Error();
+    return Failure();
 }
 
 Updater::Updater(os::FileSystem& pFileSystem, const QString& pMetadataDir, Fetcher& pFetcher,
@@ -340,18 +342,18 @@ Updater::Updater(os::FileSystem& pFileSystem, const QString& pMetadataDir, Fetch
 
 Updater::~Updater() = default;
 
-Error Updater::initialize(os::FileSystem& pFileSystem, const QString& pMetadataDir, const QByteArray& pRoot)
+Failure Updater::initialize(os::FileSystem& pFileSystem, const QString& pMetadataDir, const QByteArray& pRoot)
 {
     TrustedSet tTrusted{QDateTime()};
-    if (Error tError = tTrusted.setRoot(pRoot)) {
-        return tError;
+    if (Failure tFailure = tTrusted.setRoot(pRoot)) {
+        return tFailure;
     }
     MetadataStore tStore(pFileSystem, pMetadataDir);
-    const Error tError = tStore.clear();
-    return tError ? tError : tStore.save(sRoot, pRoot);
+    const Failure tFailure = tStore.clear();
+    return tFailure ? tFailure : tStore.save(sRoot, pRoot);
 }
 
-Error Updater::refresh()
+Failure Updater::refresh()
 {
     return d->refresh();
 }
@@ -370,27 +372,30 @@ QDateTime Updater::provenTime(os::FileSystem& pFileSystem, const QString& pMetad
 {
     class NoFetcher : public Fetcher
     {
-        Error fetch(const QString&, qint64, QByteArray*) override { return {ErrorKind::Unreachable, {}}; }
+        Failure fetch(const QString&, qint64, QByteArray*) override
+        {
+            return {Failure::Kind::Unreachable, {}};
+        }
     };
     NoFetcher tFetcher;
     Private tStored(pFileSystem, pMetadataDir, tFetcher, QDateTime(), Limits());
     return tStored.loadRoot() || tStored.loadTimestamp() ? QDateTime() : tStored.mTrusted.provenTime();
 }
 
-Error Updater::findTarget(const QString& pPath, std::optional<TargetFile>* pTo)
+Failure Updater::findTarget(const QString& pPath, std::optional<TargetFile>* pTo)
 {
     pTo->reset();
     if (!d->mRefreshed) {
-        return Error{ErrorKind::Local, u"The metadata was not refreshed"_s};
+        return Failure{Failure::Kind::Damaged, u"The metadata was not refreshed"_s};
     }
     return d->find(pPath, pTo);
 }
 
-Error Updater::allTargets(QList<TargetFile>* pTo)
+Failure Updater::allTargets(QList<TargetFile>* pTo)
 {
     pTo->clear();
     if (!d->mRefreshed) {
-        return Error{ErrorKind::Local, u"The metadata was not refreshed"_s};
+        return Failure{Failure::Kind::Damaged, u"The metadata was not refreshed"_s};
     }
     return d->all(pTo);
 }

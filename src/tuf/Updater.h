@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tuf/Error.h"
+#include "internal/Failure.h"
 #include "tuf/TargetFile.h"
 
 #include <QtCore/QByteArray>
@@ -26,8 +26,9 @@ class Fetcher
 public:
     virtual ~Fetcher() = default;
     // pPath is relative to the repository's metadata folder, already percent-encoded ("3.root.json"). A file
-    // longer than pMaxLength is ErrorKind::Untrusted; over HTTP both 403 and 404 are ErrorKind::NotFound.
-    virtual Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) = 0;
+    // longer than pMaxLength is Failure::Kind::Untrusted; over HTTP both 403 and 404 are
+    // Failure::Kind::NotFound.
+    virtual Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) = 0;
 };
 
 struct Limits
@@ -54,11 +55,11 @@ public:
 
     // Starts the trust of a metadata folder from a root file; only the root's own signatures are checked.
     // Makes the folder if it is missing, and replaces all that it held.
-    static Error initialize(os::FileSystem& pFileSystem, const QString& pMetadataDir,
-                            const QByteArray& pRoot);
+    static Failure initialize(os::FileSystem& pFileSystem, const QString& pMetadataDir,
+                              const QByteArray& pRoot);
 
     // Root, timestamp, snapshot and top-level targets, in this order. What is verified is stored at once.
-    Error refresh();
+    Failure refresh();
     // True after a refresh() that found the timestamp of the last one: nothing can be new.
     bool unchanged() const;
 
@@ -68,10 +69,10 @@ public:
     static QDateTime provenTime(os::FileSystem& pFileSystem, const QString& pMetadataDir);
 
     // Searches the target roles, fetching delegated ones as they come up. No value and no error: not offered.
-    Error findTarget(const QString& pPath, std::optional<TargetFile>* pTo);
+    Failure findTarget(const QString& pPath, std::optional<TargetFile>* pTo);
     // Every target of every role, each from the role that findTarget would take it from, with that role's
     // rank.
-    Error allTargets(QList<TargetFile>* pTo);
+    Failure allTargets(QList<TargetFile>* pTo);
 
 private:
     class Private;

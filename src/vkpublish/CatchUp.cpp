@@ -33,7 +33,7 @@ public:
     {
     }
 
-    tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
+    Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
     {
         if (pPath != mName) {
             return FolderFetcher::fetch(pPath, pMaxLength, pTo);
@@ -55,7 +55,7 @@ QByteArray rootToStartFrom(os::FileSystem& pFileSystem, const QString& pReposito
     QByteArray tFirst;
     RepositoryState tState;
     if (!tFolder.fetch(versionedName(tuf::sRoot, 1), tuf::Limits().mRootLength, &tFirst)) {
-        readState(tFolder, tFirst, &tState); // its roots are all that counts
+        (void)readState(tFolder, tFirst, &tState); // its roots are all that counts
     }
     return tState.mNewRoots.contains(pRecord.mRoot) ? tFirst : pRecord.mRoot;
 }
@@ -79,7 +79,7 @@ bool writeRoots(os::FileSystem& pFileSystem, const RepositoryState& pSeen, const
     qint64 tVersion = pSeen.mVersions[tuf::sRoot] - pSeen.mNewRoots.size();
     for (const QByteArray& tRoot : pSeen.mNewRoots) {
         const QString tPath = versionedPath(pRepository, tuf::sRoot, ++tVersion);
-        if (const tuf::Error tError = tuf::writeFileAtomically(pFileSystem, tPath, tRoot, sFileMode)) {
+        if (const Failure tError = tuf::writeFileAtomically(pFileSystem, tPath, tRoot, sFileMode)) {
             *pError = tError.mText;
             return false;
         }
@@ -116,7 +116,7 @@ bool takeOver(os::FileSystem& pFileSystem, tuf::Fetcher& pFrom, const QString& p
 {
     RepositoryState tSeen;
     const QByteArray tRoot = rootToStartFrom(pFileSystem, pRepository, pKeys->mRecord);
-    if (const tuf::Error tError = readState(pFrom, tRoot, &tSeen)) {
+    if (const Failure tError = readState(pFrom, tRoot, &tSeen)) {
         *pError = tError.mText;
         return false;
     }

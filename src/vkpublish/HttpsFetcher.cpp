@@ -33,12 +33,12 @@ struct Body
     }
 };
 
-tuf::ErrorKind kindOf(CURLcode pCode, long pStatus)
+Failure::Kind kindOf(CURLcode pCode, long pStatus)
 {
     if (pCode == CURLE_WRITE_ERROR) {
-        return tuf::ErrorKind::Untrusted; // longer than it may be
+        return Failure::Kind::Untrusted; // longer than it may be
     }
-    return pStatus == 403 || pStatus == 404 ? tuf::ErrorKind::NotFound : tuf::ErrorKind::Unreachable;
+    return pStatus == 403 || pStatus == 404 ? Failure::Kind::NotFound : Failure::Kind::Unreachable;
 }
 
 } // namespace
@@ -73,14 +73,14 @@ bool HttpsFetcher::setUp(const QByteArray& pUrl)
     return net::setTlsTrust(mCurl, mCaFile);
 }
 
-tuf::Error HttpsFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
+Failure HttpsFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
 {
     pTo->clear();
     const QString tUrl = mFolder + u'/' + pPath;
     Body tBody{pMaxLength, pTo};
     std::array<char, CURL_ERROR_SIZE> tReason{};
     if (!setUp(tUrl.toUtf8())) {
-        return {tuf::ErrorKind::Unreachable, u"The transfer of %1 can't be set up"_s.arg(tUrl)};
+        return {Failure::Kind::Unreachable, u"The transfer of %1 can't be set up"_s.arg(tUrl)};
     }
     curl_easy_setopt(mCurl, CURLOPT_ERRORBUFFER, tReason.data());
     curl_easy_setopt(mCurl, CURLOPT_WRITEFUNCTION, Body::take);

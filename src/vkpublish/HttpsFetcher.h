@@ -17,7 +17,7 @@ public:
     HttpsFetcher(const HttpsFetcher&) = delete;
     HttpsFetcher& operator=(const HttpsFetcher&) = delete;
 
-    tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
+    Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
 
 private:
     bool setUp(const QByteArray& pUrl);

@@ -112,7 +112,7 @@ bool KeyFolder::open(QString* pError)
 bool KeyFolder::openForReading(QString* pError)
 {
     QByteArray tText;
-    if (const tuf::Error tError =
+    if (const Failure tError =
             tuf::readWholeFile(mFileSystem, filePath(sRecordName), sMaxRecordLength, &tText)) {
         *pError = tError.mText;
         return false;
@@ -126,7 +126,7 @@ bool KeyFolder::openForReading(QString* pError)
 
 bool KeyFolder::save(QString* pError)
 {
-    const tuf::Error tError =
+    const Failure tError =
         tuf::writeFileAtomically(mFileSystem, filePath(sRecordName), mRecord.toJson(), sFileMode);
     *pError = tError.mText;
     return !tError;
@@ -144,7 +144,7 @@ bool KeyFolder::readKeyFile(const QString& pName, std::optional<tuf::SigningKey>
     if (!checkPrivate(tPath, pError)) {
         return false;
     }
-    if (const tuf::Error tError = tuf::readWholeFile(mFileSystem, tPath, sMaxKeyLength, &tPem)) {
+    if (const Failure tError = tuf::readWholeFile(mFileSystem, tPath, sMaxKeyLength, &tPem)) {
         *pError = tError.mText;
         return false;
     }
@@ -189,7 +189,7 @@ QString KeyFolder::findKeyFile(const QString& pRole, const QStringList& pIds)
 bool KeyFolder::takeRoot(const QByteArray& pRoot, QString* pError)
 {
     tuf::Root tRoot;
-    if (const tuf::Error tError = tuf::parseRoot(pRoot, &tRoot)) {
+    if (const Failure tError = tuf::parseRoot(pRoot, &tRoot)) {
         *pError = tError.mText;
         return false;
     }
@@ -220,7 +220,7 @@ bool KeyFolder::takeRoot(const QByteArray& pRoot, QString* pError)
 bool KeyFolder::addKey(const QString& pRole, const tuf::SigningKey& pKey, QString* pError)
 {
     const QString tName = u"%1-%2.pem"_s.arg(pRole, pKey.id().left(16));
-    const tuf::Error tError = tuf::writeFileAtomically(mFileSystem, filePath(tName), pKey.toPem(), sFileMode);
+    const Failure tError = tuf::writeFileAtomically(mFileSystem, filePath(tName), pKey.toPem(), sFileMode);
     *pError = tError.mText;
     if (!tError) {
         mRecord.mKeyFiles.insert(pRole, tName);

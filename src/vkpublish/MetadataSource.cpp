@@ -18,7 +18,7 @@ FolderFetcher::FolderFetcher(os::FileSystem& pFileSystem, const QString& pFolder
 {
 }
 
-tuf::Error FolderFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
+Failure FolderFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
 {
     return tuf::readWholeFile(mFileSystem, mFolder + u'/' + QUrl::fromPercentEncoding(pPath.toLatin1()),
                               pMaxLength, pTo);

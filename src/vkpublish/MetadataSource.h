@@ -16,7 +16,7 @@ public:
     // pFolder: with the metadata itself.
     FolderFetcher(os::FileSystem& pFileSystem, const QString& pFolder);
 
-    tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
+    Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
 
 private:
     os::FileSystem& mFileSystem;

@@ -73,7 +73,7 @@ bool Publication::catchUp(QString* pError)
     FolderFetcher tFolder(mFileSystem, metadataFolder(mRepository));
     RepositoryState tSeen;
     // What can't be verified says nothing, and is written again.
-    readState(tFolder, mKeys.mRecord.mRoot, &tSeen);
+    (void)readState(tFolder, mKeys.mRecord.mRoot, &tSeen);
     return raiseVersions(&mKeys, tSeen, &mRaised, pError);
 }
 
@@ -103,7 +103,7 @@ bool Publication::write(const QString& pPath, const QByteArray& pFile, QString* 
         *pError = u"%1 can't be signed, or is too big"_s.arg(pPath);
         return false;
     }
-    const tuf::Error tError = tuf::writeFileAtomically(mFileSystem, pPath, pFile, sFileMode);
+    const Failure tError = tuf::writeFileAtomically(mFileSystem, pPath, pFile, sFileMode);
     *pError = tError.mText;
     return !tError;
 }
@@ -123,7 +123,7 @@ bool Publication::writeRoot(QString* pError)
 {
     const QString tPath = versionedPath(mRepository, tuf::sRoot, mKeys.mRecord.mVersions[tuf::sRoot]);
     QByteArray tPresent;
-    const tuf::Error tError = tuf::readWholeFile(mFileSystem, tPath, sMaxMetadata, &tPresent);
+    const Failure tError = tuf::readWholeFile(mFileSystem, tPath, sMaxMetadata, &tPresent);
     return (!tError && tPresent == mKeys.mRecord.mRoot) || write(tPath, mKeys.mRecord.mRoot, pError);
 }
 

@@ -15,9 +15,9 @@ class Reader
 public:
     Reader(tuf::Fetcher& pFrom, RepositoryState* pTo) : mFrom(pFrom), mTo(pTo) {}
 
-    tuf::Error read(const QByteArray& pRoot)
+    Failure read(const QByteArray& pRoot)
     {
-        tuf::Error tError = mTrusted.setRoot(pRoot);
+        Failure tError = mTrusted.setRoot(pRoot);
         if (!tError) {
             tError = climb();
             mTo->mVersions[tuf::sRoot] = mTrusted.root()->mVersion;
@@ -29,13 +29,13 @@ public:
     }
 
 private:
-    tuf::Error climb()
+    Failure climb()
     {
         for (int i = 0; i < mLimits.mMaxRootRotations; ++i) {
             QByteArray tFile;
-            tuf::Error tError = mFrom.fetch(versionedName(tuf::sRoot, mTrusted.root()->mVersion + 1),
-                                            mLimits.mRootLength, &tFile);
-            if (tError.mKind == tuf::ErrorKind::NotFound) {
+            Failure tError = mFrom.fetch(versionedName(tuf::sRoot, mTrusted.root()->mVersion + 1),
+                                         mLimits.mRootLength, &tFile);
+            if (tError.mKind == Failure::Kind::NotFound) {
                 break;
             }
             bool tKeysRemoved = false;
@@ -50,10 +50,10 @@ private:
         return {};
     }
 
-    tuf::Error readTimestamp()
+    Failure readTimestamp()
     {
         bool tSame = false;
-        tuf::Error tError = mFrom.fetch(u"timestamp.json"_s, mLimits.mTimestampLength, &mTo->mTimestamp);
+        Failure tError = mFrom.fetch(u"timestamp.json"_s, mLimits.mTimestampLength, &mTo->mTimestamp);
         if (!tError) {
             tError = mTrusted.addTimestamp(mTo->mTimestamp, &tSame);
         }
@@ -64,11 +64,11 @@ private:
         return tError;
     }
 
-    tuf::Error readSnapshot()
+    Failure readSnapshot()
     {
         QByteArray tFile;
-        tuf::Error tError = mFrom.fetch(versionedName(tuf::sSnapshot, mTo->mVersions[tuf::sSnapshot]),
-                                        mLimits.mSnapshotLength, &tFile);
+        Failure tError = mFrom.fetch(versionedName(tuf::sSnapshot, mTo->mVersions[tuf::sSnapshot]),
+                                     mLimits.mSnapshotLength, &tFile);
         if (!tError) {
             tError = mTrusted.addSnapshot(tFile);
         }
@@ -87,7 +87,7 @@ private:
 
 } // namespace
 
-tuf::Error readState(tuf::Fetcher& pFrom, const QByteArray& pRoot, RepositoryState* pTo)
+Failure readState(tuf::Fetcher& pFrom, const QByteArray& pRoot, RepositoryState* pTo)
 {
     *pTo = RepositoryState();
     return Reader(pFrom, pTo).read(pRoot);

@@ -19,6 +19,6 @@ struct RepositoryState
 
 // Follows the roots from pRoot on and reads the versions, also of metadata that has expired. With an error
 // *pTo has what was verified before it.
-tuf::Error readState(tuf::Fetcher& pFrom, const QByteArray& pRoot, RepositoryState* pTo);
+Failure readState(tuf::Fetcher& pFrom, const QByteArray& pRoot, RepositoryState* pTo);
 
 } // namespace tarn::vkpublish

@@ -82,9 +82,9 @@ public:
     {
     }
 
-    tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
+    Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
     {
-        const tuf::Error tError = FolderFetcher::fetch(pPath, pMaxLength, pTo);
+        const Failure tError = FolderFetcher::fetch(pPath, pMaxLength, pTo);
         if (!tError) {
             const QString tPath = metadataFolder(mRepository) + u'/' + pPath;
             mUsed.insert(tPath);
@@ -143,7 +143,7 @@ VerificationResult verifyRepository(const QString& pRepository, const QByteArray
     os::FileSystem& tFileSystem = os::realFileSystem();
     tuf::Updater tUpdater(tFileSystem, tTrusted.path(), tFetcher, pNow);
     QList<tuf::TargetFile> tTargets;
-    tuf::Error tError = tuf::Updater::initialize(tFileSystem, tTrusted.path(), pRoot);
+    Failure tError = tuf::Updater::initialize(tFileSystem, tTrusted.path(), pRoot);
     if (!tError) {
         tError = tUpdater.refresh();
     }

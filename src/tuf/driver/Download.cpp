@@ -43,34 +43,34 @@ QString joinUrl(const QString& pBaseUrl, const QString& pPath)
     return pBaseUrl.endsWith(u'/') ? pBaseUrl + pPath : pBaseUrl + u'/' + pPath;
 }
 
-Error downloadTarget(HttpClient& pClient, const QString& pBaseUrl, const TargetFile& pTarget,
-                     const QString& pFolder)
+Failure downloadTarget(HttpClient& pClient, const QString& pBaseUrl, const TargetFile& pTarget,
+                       const QString& pFolder)
 {
     const QString tPath = pFolder + u'/' + fileName(pTarget.mPath);
     if (isThere(tPath, pTarget)) {
-        return Error();
+        return Failure();
     }
     QSaveFile tFile(tPath);
     if (!tFile.open(QIODevice::WriteOnly)) {
-        return Error{ErrorKind::Local, u"%1 can't be written: %2"_s.arg(tPath, tFile.errorString())};
+        return Failure{Failure::Kind::Damaged, u"%1 can't be written: %2"_s.arg(tPath, tFile.errorString())};
     }
     Hasher tHasher(pTarget.mHashes);
     qint64 tLength = 0;
-    const Error tError =
+    const Failure tFailure =
         pClient.get(joinUrl(pBaseUrl, pTarget.mFetchPath), pTarget.mLength, [&](QByteArrayView pPiece) {
             tHasher.add(pPiece);
             tLength += pPiece.size();
             return tFile.write(pPiece.data(), pPiece.size()) == pPiece.size();
         });
-    if (tError) {
-        return tError;
+    if (tFailure) {
+        return tFailure;
     }
     if (tLength != pTarget.mLength || !hashesAgree(pTarget.mHashes, tHasher.result())) {
-        return Error{ErrorKind::Untrusted, u"%1 is not the file that was signed"_s.arg(pTarget.mPath)};
+        return Failure{Failure::Kind::Untrusted, u"%1 is not the file that was signed"_s.arg(pTarget.mPath)};
     }
-    return tFile.commit()
-               ? Error()
-               : Error{ErrorKind::Local, u"%1 can't be written: %2"_s.arg(tPath, tFile.errorString())};
+    return tFile.commit() ? Failure()
+                          : Failure{Failure::Kind::Damaged,
+                                    u"%1 can't be written: %2"_s.arg(tPath, tFile.errorString())};
 }
 
 } // namespace tarn::tuf

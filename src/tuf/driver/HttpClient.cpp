@@ -49,7 +49,7 @@ HttpClient::~HttpClient()
     curl_global_cleanup();
 }
 
-Error HttpClient::get(const QString& pUrl, qint64 pMaxLength, const Sink& pSink)
+Failure HttpClient::get(const QString& pUrl, qint64 pMaxLength, const Sink& pSink)
 {
     Transfer tTransfer{pMaxLength, pSink};
     std::array<char, CURL_ERROR_SIZE> tReason{};
@@ -68,20 +68,21 @@ Error HttpClient::get(const QString& pUrl, qint64 pMaxLength, const Sink& pSink)
     curl_easy_setopt(mCurl, CURLOPT_WRITEDATA, &tTransfer);
     const CURLcode tCode = curl_easy_perform(mCurl);
     if (tCode == CURLE_OK) {
-        return Error();
+        return Failure();
     }
     long tStatus = 0;
     curl_easy_getinfo(mCurl, CURLINFO_RESPONSE_CODE, &tStatus);
-    Error tError{ErrorKind::Unreachable,
-                 u"%1 can't be fetched: %2"_s.arg(pUrl, QString::fromLocal8Bit(tReason.data()))};
+    Failure tFailure{Failure::Kind::Unreachable,
+                     u"%1 can't be fetched: %2"_s.arg(pUrl, QString::fromLocal8Bit(tReason.data()))};
     if (tTransfer.mTooLong) {
-        tError = Error{ErrorKind::Untrusted, u"%1 has more than %2 bytes"_s.arg(pUrl).arg(pMaxLength)};
+        tFailure =
+            Failure{Failure::Kind::Untrusted, u"%1 has more than %2 bytes"_s.arg(pUrl).arg(pMaxLength)};
     } else if (tTransfer.mSinkFailed) {
-        tError = Error{ErrorKind::Local, u"%1 can't be stored"_s.arg(pUrl)};
+        tFailure = Failure{Failure::Kind::Damaged, u"%1 can't be stored"_s.arg(pUrl)};
     } else if (tStatus == 403 || tStatus == 404) {
-        tError.mKind = ErrorKind::NotFound;
+        tFailure.mKind = Failure::Kind::NotFound;
     }
-    return tError;
+    return tFailure;
 }
 
 } // namespace tarn::tuf

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tuf/Error.h"
+#include "internal/Failure.h"
 
 #include <QtCore/QByteArrayView>
 #include <QtCore/QString>
@@ -22,8 +22,8 @@ public:
     // Takes a piece of the file; false ends the transfer as a failure of this machine.
     using Sink = std::function<bool(QByteArrayView pPiece)>;
 
-    // A file of more than pMaxLength bytes is ErrorKind::Untrusted, and pSink never sees more than that.
-    Error get(const QString& pUrl, qint64 pMaxLength, const Sink& pSink);
+    // A file of more than pMaxLength bytes is Failure::Kind::Untrusted, and pSink never sees more than that.
+    Failure get(const QString& pUrl, qint64 pMaxLength, const Sink& pSink);
 
 private:
     struct Transfer;

@@ -17,6 +17,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 using namespace tarn::tuf;
+using tarn::Failure;
 using tarn::os::realFileSystem;
 
 class UrlFetcher : public Fetcher
@@ -24,7 +25,7 @@ class UrlFetcher : public Fetcher
 public:
     UrlFetcher(HttpClient& pClient, const QString& pBaseUrl) : mClient(pClient), mBaseUrl(pBaseUrl) {}
 
-    Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
+    Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
     {
         return mClient.get(joinUrl(mBaseUrl, pPath), pMaxLength, [pTo](QByteArrayView pPiece) {
             pTo->append(pPiece);
@@ -46,40 +47,40 @@ struct Arguments
     QString mTargetDir;
 };
 
-Error init(const QString& pMetadataDir, const QString& pRootPath)
+Failure init(const QString& pMetadataDir, const QString& pRootPath)
 {
     QFile tFile(pRootPath);
     if (!tFile.open(QIODevice::ReadOnly)) {
-        return Error{ErrorKind::Local, u"%1 can't be read: %2"_s.arg(pRootPath, tFile.errorString())};
+        return Failure{Failure::Kind::Damaged, u"%1 can't be read: %2"_s.arg(pRootPath, tFile.errorString())};
     }
     return Updater::initialize(realFileSystem(), pMetadataDir, tFile.readAll());
 }
 
-Error download(Updater& pUpdater, HttpClient& pClient, const Arguments& pArguments)
+Failure download(Updater& pUpdater, HttpClient& pClient, const Arguments& pArguments)
 {
     for (const QString& tName : pArguments.mTargetNames) {
         std::optional<TargetFile> tTarget;
-        Error tError = pUpdater.findTarget(tName, &tTarget);
-        if (!tError && !tTarget) {
-            tError = Error{ErrorKind::NotFound, u"The repository has no target %1"_s.arg(tName)};
+        Failure tFailure = pUpdater.findTarget(tName, &tTarget);
+        if (!tFailure && !tTarget) {
+            tFailure = Failure{Failure::Kind::NotFound, u"The repository has no target %1"_s.arg(tName)};
         }
-        if (!tError) {
-            tError = downloadTarget(pClient, pArguments.mTargetBaseUrl, *tTarget, pArguments.mTargetDir);
+        if (!tFailure) {
+            tFailure = downloadTarget(pClient, pArguments.mTargetBaseUrl, *tTarget, pArguments.mTargetDir);
         }
-        if (tError) {
-            return tError;
+        if (tFailure) {
+            return tFailure;
         }
     }
-    return Error();
+    return Failure();
 }
 
-Error update(const Arguments& pArguments, bool pDownload)
+Failure update(const Arguments& pArguments, bool pDownload)
 {
     HttpClient tClient;
     UrlFetcher tFetcher(tClient, pArguments.mMetadataUrl);
     Updater tUpdater(realFileSystem(), pArguments.mMetadataDir, tFetcher, QDateTime::currentDateTimeUtc());
-    const Error tError = tUpdater.refresh();
-    return tError || !pDownload ? tError : download(tUpdater, tClient, pArguments);
+    const Failure tFailure = tUpdater.refresh();
+    return tFailure || !pDownload ? tFailure : download(tUpdater, tClient, pArguments);
 }
 
 void addOptions(QCommandLineParser* pParser)
@@ -110,18 +111,18 @@ int main(int pArgc, char** pArgv)
     const QStringList tWords = tParser.positionalArguments();
     const QString tCommand = tWords.value(0);
 
-    Error tError;
+    Failure tFailure;
     if (tArguments.mMetadataDir.isEmpty()) {
-        tError = Error{ErrorKind::Local, u"--metadata-dir is missing"_s};
+        tFailure = Failure{Failure::Kind::Damaged, u"--metadata-dir is missing"_s};
     } else if (tCommand == "init"_L1 && tWords.size() == 2) {
-        tError = init(tArguments.mMetadataDir, tWords[1]);
+        tFailure = init(tArguments.mMetadataDir, tWords[1]);
     } else if ((tCommand == "refresh"_L1 || tCommand == "download"_L1) && tWords.size() == 1) {
-        tError = update(tArguments, tCommand == "download"_L1);
+        tFailure = update(tArguments, tCommand == "download"_L1);
     } else {
-        tError = Error{ErrorKind::Local, u"The command is init ROOT, refresh or download"_s};
+        tFailure = Failure{Failure::Kind::Damaged, u"The command is init ROOT, refresh or download"_s};
     }
-    if (tError) {
-        std::fputs(("vktuf: " + tError.mText.toLocal8Bit() + '\n').constData(), stderr);
+    if (tFailure) {
+        std::fputs(("vktuf: " + tFailure.mText.toLocal8Bit() + '\n').constData(), stderr);
     }
-    return tError ? 1 : 0;
+    return tFailure ? 1 : 0;
 }

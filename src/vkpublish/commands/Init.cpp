@@ -91,8 +91,7 @@ int cmdInit(const QStringList& pArguments)
         complain(tError);
         return StatusFailed;
     }
-    if (const tuf::Error tWrite =
-            tuf::writeFileAtomically(tFileSystem, tRootPath, tKeys.mRecord.mRoot, 0644)) {
+    if (const Failure tWrite = tuf::writeFileAtomically(tFileSystem, tRootPath, tKeys.mRecord.mRoot, 0644)) {
         complain(tWrite.mText);
         return StatusFailed;
     }

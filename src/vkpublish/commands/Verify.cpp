@@ -96,7 +96,7 @@ bool compareWith(tuf::Fetcher& pOther, const CommandLine& pLine, const QByteArra
     FolderFetcher tFolder(os::realFileSystem(), metadataFolder(pLine.repository()));
     RepositoryState tHere;
     RepositoryState tThere;
-    tuf::Error tError = readState(tFolder, pRoot, &tHere);
+    Failure tError = readState(tFolder, pRoot, &tHere);
     if (!tError) {
         tError = readState(pOther, pRoot, &tThere);
     }
@@ -144,7 +144,7 @@ int cmdVerify(const QStringList& pArguments)
     const QString tRootPath =
         tLine.isSet("root") ? tLine.value("root") : versionedPath(tLine.repository(), tuf::sRoot, 1);
     QByteArray tRoot;
-    if (const tuf::Error tError = tuf::readWholeFile(os::realFileSystem(), tRootPath, sMaxRoot, &tRoot)) {
+    if (const Failure tError = tuf::readWholeFile(os::realFileSystem(), tRootPath, sMaxRoot, &tRoot)) {
         complain(tError.mText);
         return StatusFailed;
     }

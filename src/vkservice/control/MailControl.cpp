@@ -157,7 +157,7 @@ QList<PackageLine> MailControl::installedPackages() const
     packages::GenerationReader tReader(os::realFileSystem(),
                                        {mParts.mVariables.text(u"install.dir"_s), tDataDir});
     packages::Manifest tManifest;
-    tReader.current(&tManifest);
+    (void)tReader.current(&tManifest); // what can't be read has no lines
     const QString tLanguage = language();
     QList<PackageLine> tLines;
     for (const packages::InstalledPackage& tPackage : std::as_const(tManifest.mPackages)) {

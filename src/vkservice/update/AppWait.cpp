@@ -50,7 +50,7 @@ AppWait::AppWait(os::ProcessList& pProcesses, const packages::Manifest& pInstall
     }
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         const packages::InstalledPackage* tInstalled = pInstalled.find(tPackage.name());
-        if (!tPackage.mTrouble && tInstalled != nullptr && !tInstalled->mInfo.mExecutables.isEmpty()) {
+        if (!tPackage.mFailure && tInstalled != nullptr && !tInstalled->mInfo.mExecutables.isEmpty()) {
             watch(*tInstalled, pFolders);
         }
     }
@@ -126,7 +126,7 @@ QStringList AppWait::running(QList<pid_t>* pPids)
     return tNames;
 }
 
-Trouble AppWait::wait(int pSeconds)
+Failure AppWait::wait(int pSeconds)
 {
     if (mWatched.isEmpty()) {
         return {};
@@ -136,14 +136,14 @@ Trouble AppWait::wait(int pSeconds)
     QList<pid_t> tPids;
     for (QStringList tNames = running(&tPids); !tNames.isEmpty(); tNames = running(&tPids)) {
         if (mAbort.isSet()) {
-            return Trouble::canceled();
+            return Failure::canceled();
         }
         if (tTold.isEmpty()) {
             mReporter.begin(vkcore::ActivityWaitingForApps, true, 0, false);
         }
         const QString tList = tNames.join(u", "_s);
         if (tDeadline.hasExpired()) {
-            return {Trouble::Kind::AppsRunning,
+            return {Failure::Kind::AppsRunning,
                     u"The update could not be installed because applications were running: %1. Close "
                     "them and start the update again"_s.arg(tList)};
         }
@@ -154,7 +154,7 @@ Trouble AppWait::wait(int pSeconds)
         }
         waitForEnd(tPids, static_cast<int>(qMin<qint64>(tDeadline.remainingTime(), INT_MAX)));
     }
-    return mAbort.isSet() ? Trouble::canceled() : Trouble();
+    return mAbort.isSet() ? Failure::canceled() : Failure();
 }
 
 // Until one of them ends, the abort comes or the time is over.

@@ -22,8 +22,8 @@ public:
             const packages::PackageFolders& pFolders, const Plan& pPlan, Reporter& pReporter,
             const os::AbortFlag& pAbort);
 
-    // Trouble of the kind AppsRunning, naming them, if some still run after pSeconds.
-    Trouble wait(int pSeconds);
+    // Failure of the kind AppsRunning, naming them, if some still run after pSeconds.
+    Failure wait(int pSeconds);
 
 private:
     struct Watched

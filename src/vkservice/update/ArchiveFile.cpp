@@ -15,9 +15,9 @@ constexpr qsizetype sBufferSize = 1024 * 1024;
 
 } // namespace
 
-Trouble notTheSigned(const tuf::TargetFile& pTarget)
+Failure notTheSigned(const tuf::TargetFile& pTarget)
 {
-    return {Trouble::Kind::Untrusted, u"The file %1 is not the one that was signed"_s.arg(pTarget.mPath)};
+    return {Failure::Kind::Untrusted, u"The file %1 is not the one that was signed"_s.arg(pTarget.mPath)};
 }
 
 ArchiveFile::ArchiveFile(os::FileSystem& pFileSystem, const os::PrivateFolder& pFolder,
@@ -28,15 +28,15 @@ ArchiveFile::ArchiveFile(os::FileSystem& pFileSystem, const os::PrivateFolder& p
 
 ArchiveFile::~ArchiveFile() = default;
 
-Trouble ArchiveFile::ioTrouble(int pErrno) const
+Failure ArchiveFile::ioFailure(int pErrno) const
 {
-    return Trouble::from(os::Failure::fromErrno(pErrno, u"write %1"_s.arg(mFolder.pathOf(mName))));
+    return Failure::fromErrno(pErrno, u"write %1"_s.arg(mFolder.pathOf(mName)));
 }
 
-Trouble ArchiveFile::open(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress)
+Failure ArchiveFile::open(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress)
 {
-    if (const os::Failure tFailure = mFolder.openFile(mName, mTarget.mLength, &mFile)) {
-        return Trouble::from(tFailure);
+    if (const Failure tFailure = mFolder.openFile(mName, mTarget.mLength, &mFile)) {
+        return tFailure;
     }
     mHasher = std::make_unique<tuf::Hasher>(mTarget.mHashes);
     mReceived = 0;
@@ -44,12 +44,12 @@ Trouble ArchiveFile::open(const os::AbortFlag& pAbort, const std::function<void(
     return hashFound(pAbort, pProgress);
 }
 
-Trouble ArchiveFile::hashFound(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress)
+Failure ArchiveFile::hashFound(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress)
 {
     QByteArray tBlock(sBufferSize, Qt::Uninitialized);
     for (;;) {
         if (pAbort.isSet()) {
-            return Trouble::canceled();
+            return Failure::canceled();
         }
         const ssize_t tGot = mFileSystem.read(mFile.fd(), tBlock.data(), static_cast<size_t>(tBlock.size()));
         if (tGot == 0) {
@@ -59,7 +59,7 @@ Trouble ArchiveFile::hashFound(const os::AbortFlag& pAbort, const std::function<
             continue;
         }
         if (tGot < 0) {
-            return Trouble::from(os::Failure::fromErrno(errno, u"read %1"_s.arg(mFolder.pathOf(mName))));
+            return Failure::fromErrno(errno, u"read %1"_s.arg(mFolder.pathOf(mName)));
         }
         mHasher->add(QByteArrayView(tBlock.constData(), tGot));
         mReceived += tGot;
@@ -67,14 +67,14 @@ Trouble ArchiveFile::hashFound(const os::AbortFlag& pAbort, const std::function<
     }
 }
 
-Trouble ArchiveFile::restart()
+Failure ArchiveFile::restart()
 {
     if (mReceived == 0) {
         return {};
     }
     mFile.close();
-    if (const Trouble tTrouble = discard()) {
-        return tTrouble;
+    if (const Failure tFailure = discard()) {
+        return tFailure;
     }
     if (mProgress) {
         mProgress(-mReceived);
@@ -83,10 +83,10 @@ Trouble ArchiveFile::restart()
     return open(sNever, [](qint64) {});
 }
 
-Trouble ArchiveFile::write(QByteArrayView pData)
+Failure ArchiveFile::write(QByteArrayView pData)
 {
     if (mReceived + pData.size() > mTarget.mLength) {
-        return {Trouble::Kind::Untrusted,
+        return {Failure::Kind::Untrusted,
                 u"The server sent more than the %1 bytes that were signed for %2"_s.arg(mTarget.mLength)
                     .arg(mTarget.mPath)};
     }
@@ -99,45 +99,45 @@ Trouble ArchiveFile::write(QByteArrayView pData)
         mHasher->add(pData);
         const int tResult =
             os::writeAll(mFileSystem, mFile.fd(), pData.data(), static_cast<size_t>(pData.size()));
-        return tResult == 0 ? Trouble() : ioTrouble(errno);
+        return tResult == 0 ? Failure() : ioFailure(errno);
     }
     mBuffer.append(pData.data(), pData.size());
-    return mBuffer.size() >= sBufferSize ? flush() : Trouble();
+    return mBuffer.size() >= sBufferSize ? flush() : Failure();
 }
 
-Trouble ArchiveFile::flush()
+Failure ArchiveFile::flush()
 {
     mHasher->add(mBuffer);
     const int tResult =
         os::writeAll(mFileSystem, mFile.fd(), mBuffer.constData(), static_cast<size_t>(mBuffer.size()));
     const int tErrno = errno;
     mBuffer.resize(0);
-    return tResult == 0 ? Trouble() : ioTrouble(tErrno);
+    return tResult == 0 ? Failure() : ioFailure(tErrno);
 }
 
-Trouble ArchiveFile::close()
+Failure ArchiveFile::close()
 {
     if (!mFile.isOpen()) {
         return {};
     }
-    const Trouble tTrouble = flush();
-    return mFile.close() != 0 && !tTrouble ? ioTrouble(errno) : tTrouble;
+    const Failure tFailure = flush();
+    return mFile.close() != 0 && !tFailure ? ioFailure(errno) : tFailure;
 }
 
-Trouble ArchiveFile::verify()
+Failure ArchiveFile::verify()
 {
     if (mReceived == mTarget.mLength && tuf::hashesAgree(mTarget.mHashes, mHasher->result())) {
         return {};
     }
-    if (const Trouble tTrouble = discard()) {
-        return tTrouble;
+    if (const Failure tFailure = discard()) {
+        return tFailure;
     }
     return notTheSigned(mTarget);
 }
 
-Trouble ArchiveFile::discard()
+Failure ArchiveFile::discard()
 {
-    return Trouble::from(mFolder.remove(mName));
+    return mFolder.remove(mName);
 }
 
 } // namespace tarn::vkservice::update

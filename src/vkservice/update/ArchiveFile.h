@@ -14,7 +14,7 @@ class AbortFlag;
 
 namespace tarn::vkservice::update {
 
-Trouble notTheSigned(const tuf::TargetFile& pTarget);
+Failure notTheSigned(const tuf::TargetFile& pTarget);
 
 // A package on its way from a server: a file in the folder of downloads, named by the hash that it must have
 // and by nothing else, so that a later run can go on with what is there and bytes of another file can never
@@ -37,26 +37,26 @@ public:
 
     // Makes the file, or opens the one that is there and hashes what it holds. pProgress gets the bytes
     // hashed since its last call.
-    Trouble open(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress);
+    Failure open(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress);
     // Called with the bytes that came since its last call.
     void setProgress(const std::function<void(qint64)>& pProgress) { mProgress = pProgress; }
 
     qint64 received() const override { return mReceived; }
     qint64 maxLength() const override { return mTarget.mLength; }
     bool isResumable() const override { return true; }
-    Trouble restart() override;
-    Trouble write(QByteArrayView pData) override;
+    Failure restart() override;
+    Failure write(QByteArrayView pData) override;
     // Puts what was received on the disk, as far as it goes.
-    Trouble close();
+    Failure close();
 
     // After close(): whether this is the file that was signed. Removes the file if it isn't.
-    Trouble verify();
-    Trouble discard();
+    Failure verify();
+    Failure discard();
 
 private:
-    Trouble hashFound(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress);
-    Trouble flush();
-    Trouble ioTrouble(int pErrno) const;
+    Failure hashFound(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress);
+    Failure flush();
+    Failure ioFailure(int pErrno) const;
 
     os::FileSystem& mFileSystem;
     const os::PrivateFolder& mFolder;

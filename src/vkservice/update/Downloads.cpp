@@ -2,6 +2,7 @@
 
 #include "os/AbortFlag.h"
 #include "update/ArchiveFile.h"
+#include "update/FailurePolicy.h"
 #include "update/FreeSpace.h"
 
 #include <QtCore/QHash>
@@ -31,7 +32,7 @@ struct Downloads::Item
     bool mHashed = false; // every byte of it went through the hash in this run
     bool mResumed = false;
 
-    Trouble& trouble() { return mPackage->mTrouble; }
+    Failure& failure() { return mPackage->mFailure; }
 };
 
 Downloads::Downloads(os::FileSystem& pFileSystem, const QString& pStateDir, Reporter& pReporter,
@@ -41,9 +42,9 @@ Downloads::Downloads(os::FileSystem& pFileSystem, const QString& pStateDir, Repo
 {
 }
 
-Trouble Downloads::open()
+Failure Downloads::open()
 {
-    return Trouble::from(mFolder.open(mPath));
+    return mFolder.open(mPath);
 }
 
 QString Downloads::pathOf(const Offer& pOffer) const
@@ -55,7 +56,7 @@ qint64 Downloads::bytesToCome(const Plan& pPlan) const
 {
     qint64 tBytes = 0;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
-        if (!tPackage.mTrouble) {
+        if (!tPackage.mFailure) {
             const Offer& tOffer = tPackage.mOffer;
             const ArchiveFile tArchive(mFileSystem, mFolder, tOffer.mTarget);
             addBytes(&tBytes, qMax<qint64>(0, tOffer.mTarget.mLength - tArchive.onDisk()));
@@ -64,14 +65,14 @@ qint64 Downloads::bytesToCome(const Plan& pPlan) const
     return tBytes;
 }
 
-Trouble Downloads::fetch(Source& pSource, Plan* pPlan)
+Failure Downloads::fetch(Source& pSource, Plan* pPlan)
 {
     Items tItems;
     // Packages with the same contents have one archive, which comes once.
     QHash<QByteArray, PlannedPackage*> tFirsts;
     QList<std::pair<PlannedPackage*, PlannedPackage*>> tTwins;
     for (PlannedPackage& tPackage : pPlan->mPackages) {
-        if (tPackage.mTrouble) {
+        if (tPackage.mFailure) {
             continue;
         }
         const tuf::TargetFile& tTarget = tPackage.mOffer.mTarget;
@@ -83,23 +84,23 @@ Trouble Downloads::fetch(Source& pSource, Plan* pPlan)
         tFirst = &tPackage;
         tItems.push_back({&tPackage, std::make_unique<ArchiveFile>(mFileSystem, mFolder, tTarget)});
     }
-    const Trouble tTrouble = fetch(pSource, &tItems);
+    const Failure tFailure = fetch(pSource, &tItems);
     for (const auto& [tTwin, tFirst] : tTwins) {
         const bool tIsSame = tTwin->mOffer.mTarget.mLength == tFirst->mOffer.mTarget.mLength &&
                              tTwin->mOffer.mTarget.mHashes == tFirst->mOffer.mTarget.mHashes;
-        tTwin->mTrouble = tIsSame ? tFirst->mTrouble : notTheSigned(tTwin->mOffer.mTarget);
+        tTwin->mFailure = tIsSame ? tFirst->mFailure : notTheSigned(tTwin->mOffer.mTarget);
     }
-    return tTrouble;
+    return tFailure;
 }
 
-Trouble Downloads::fetch(Source& pSource, Items* pItems)
+Failure Downloads::fetch(Source& pSource, Items* pItems)
 {
     std::vector<Item*> tSpoiled;
-    if (const Trouble tTrouble = download(pSource, pItems)) {
-        return tTrouble;
+    if (const Failure tFailure = download(pSource, pItems)) {
+        return tFailure;
     }
-    if (const Trouble tTrouble = verify(pItems, &tSpoiled)) {
-        return tTrouble;
+    if (const Failure tFailure = verify(pItems, &tSpoiled)) {
+        return tFailure;
     }
     if (tSpoiled.empty()) {
         return {};
@@ -107,16 +108,16 @@ Trouble Downloads::fetch(Source& pSource, Items* pItems)
     // The part that was here may have been the wrong one: this server gets the chance to send the whole.
     Items tAgain;
     for (Item* tItem : tSpoiled) {
-        tItem->trouble() = Trouble();
+        tItem->failure() = Failure();
         tAgain.push_back({tItem->mPackage, std::move(tItem->mArchive)});
     }
-    if (const Trouble tTrouble = download(pSource, &tAgain)) {
-        return tTrouble;
+    if (const Failure tFailure = download(pSource, &tAgain)) {
+        return tFailure;
     }
     return verify(&tAgain, &tSpoiled);
 }
 
-Trouble Downloads::download(Source& pSource, Items* pItems)
+Failure Downloads::download(Source& pSource, Items* pItems)
 {
     qint64 tTotal = 0;
     for (const Item& tItem : *pItems) {
@@ -131,8 +132,8 @@ Trouble Downloads::download(Source& pSource, Items* pItems)
             tAdvance(tItem.mArchive->maxLength());
             continue;
         }
-        if (const Trouble tTrouble = tItem.mArchive->open(mAbort, tAdvance)) {
-            return tTrouble;
+        if (const Failure tFailure = tItem.mArchive->open(mAbort, tAdvance)) {
+            return tFailure;
         }
         tItem.mHashed = true;
         tItem.mResumed = tItem.mArchive->received() > 0;
@@ -148,19 +149,19 @@ Trouble Downloads::download(Source& pSource, Items* pItems)
     if (!tToDo.isEmpty()) {
         pSource.run(tToDo, mAbort);
     }
-    Trouble tFirst;
+    Failure tFirst;
     for (auto& [tItem, tTransfer] : tTransfers) {
-        Trouble tTrouble = tItem->mArchive->close();
-        tTrouble = tTransfer.mTrouble ? tTransfer.mTrouble : tTrouble;
-        if (tTrouble && !tTrouble.isServersFault()) {
-            tFirst = tFirst ? tFirst : tTrouble;
+        Failure tFailure = tItem->mArchive->close();
+        tFailure = tTransfer.mFailure ? tTransfer.mFailure : tFailure;
+        if (tFailure && !isServersFault(tFailure)) {
+            tFirst = tFirst ? tFirst : tFailure;
         }
-        tItem->trouble() = tTrouble;
+        tItem->failure() = tFailure;
     }
-    return mAbort.isSet() ? Trouble::canceled() : tFirst;
+    return mAbort.isSet() ? Failure::canceled() : tFirst;
 }
 
-Trouble Downloads::verify(Items* pItems, std::vector<Item*>* pSpoiled)
+Failure Downloads::verify(Items* pItems, std::vector<Item*>* pSpoiled)
 {
     qint64 tTotal = 0;
     for (const Item& tItem : *pItems) {
@@ -171,36 +172,37 @@ Trouble Downloads::verify(Items* pItems, std::vector<Item*>* pSpoiled)
     int tIndex = 0;
     for (Item& tItem : *pItems) {
         mReporter.atPackage(++tIndex, static_cast<int>(pItems->size()), packageLabel(tItem.mPackage->mOffer));
-        if (tItem.trouble()) {
-            if (tItem.trouble().mKind == Trouble::Kind::Untrusted) {
-                tItem.mArchive->discard();
+        if (tItem.failure()) {
+            if (tItem.failure().mKind == Failure::Kind::Untrusted) {
+                (void)tItem.mArchive->discard(); // it has failed already
             }
             continue;
         }
         if (!tItem.mHashed) {
             tItem.mResumed = true;
             const auto tAdvance = [this](qint64 pBytes) { mReporter.advance(pBytes); };
-            if (const Trouble tTrouble = tItem.mArchive->open(mAbort, tAdvance)) {
-                return tTrouble;
+            if (const Failure tFailure = tItem.mArchive->open(mAbort, tAdvance)) {
+                return tFailure;
             }
-            tItem.mArchive->close();
+            (void)tItem.mArchive->close(); // nothing was written
         }
-        tItem.trouble() = tItem.mArchive->verify();
-        if (tItem.trouble() && !tItem.trouble().isServersFault()) {
-            return tItem.trouble();
+        tItem.failure() = tItem.mArchive->verify();
+        if (tItem.failure() && !isServersFault(tItem.failure())) {
+            return tItem.failure();
         }
-        if (tItem.trouble() && tItem.mResumed) {
+        if (tItem.failure() && tItem.mResumed) {
             pSpoiled->push_back(&tItem);
         }
     }
-    return mAbort.isSet() ? Trouble::canceled() : Trouble();
+    return mAbort.isSet() ? Failure::canceled() : Failure();
 }
 
 void Downloads::remove(const Plan& pPlan)
 {
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
-        if (!tPackage.mTrouble) {
-            mFolder.remove(ArchiveFile::nameOf(tPackage.mOffer.mTarget));
+        if (!tPackage.mFailure) {
+            // What stays only takes space, and the next run tries again.
+            (void)mFolder.remove(ArchiveFile::nameOf(tPackage.mOffer.mTarget));
         }
     }
 }
@@ -224,7 +226,7 @@ void Downloads::removeAllBut(const QSet<QByteArray>& pKept)
     const QList<QByteArray> tNames = mFolder.names();
     for (const QByteArray& tName : tNames) {
         if (!pKept.contains(tName) && tuf::Hash::fromHex(QString::fromLatin1(tName))) {
-            mFolder.remove(tName);
+            (void)mFolder.remove(tName); // it only takes space, and the next run tries again
         }
     }
 }

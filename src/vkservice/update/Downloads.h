@@ -19,7 +19,7 @@ public:
     Downloads(os::FileSystem& pFileSystem, const QString& pStateDir, Reporter& pReporter,
               const os::AbortFlag& pAbort);
 
-    Trouble open();
+    Failure open();
     const QString& folder() const { return mFolder.path(); }
     QString pathOf(const Offer& pOffer) const;
     // Removes the archives that neither this plan nor an earlier one of this object names.
@@ -28,7 +28,7 @@ public:
 
     // Gets and verifies the archive of each package that has no trouble yet, and notes in the others what is
     // wrong with them. A trouble that is returned is one of this machine or an abort, and ends the run.
-    Trouble fetch(Source& pSource, Plan* pPlan);
+    Failure fetch(Source& pSource, Plan* pPlan);
 
     // Removes the archives of the packages without trouble.
     void remove(const Plan& pPlan);
@@ -39,10 +39,10 @@ private:
     struct Item;
     using Items = std::vector<Item>;
 
-    Trouble fetch(Source& pSource, Items* pItems);
-    Trouble download(Source& pSource, Items* pItems);
+    Failure fetch(Source& pSource, Items* pItems);
+    Failure download(Source& pSource, Items* pItems);
     void removeAllBut(const QSet<QByteArray>& pKept);
-    Trouble verify(Items* pItems, std::vector<Item*>* pSpoiled);
+    Failure verify(Items* pItems, std::vector<Item*>* pSpoiled);
 
     os::FileSystem& mFileSystem;
     QString mPath;

@@ -33,19 +33,19 @@ void FileSource::run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pA
     for (Transfer* tTransfer : pTransfers) {
         const QByteArray tBelow = QByteArray::fromPercentEncoding(tTransfer->mPath.toUtf8());
         const QString tPath = mFolder + u'/' + QString::fromUtf8(tBelow);
-        tTransfer->mTrouble = copy(tPath, *tTransfer->mSink, pAbort);
+        tTransfer->mFailure = copy(tPath, *tTransfer->mSink, pAbort);
     }
 }
 
-Trouble FileSource::openFailed(int pErrno, const QString& pPath) const
+Failure FileSource::openFailed(int pErrno, const QString& pPath) const
 {
     const QString tText = u"Can't read %1: %2"_s.arg(pPath, qt_error_string(pErrno));
     // A missing file says something about the repository only where there is one.
     const bool tNotFound = (pErrno == ENOENT || pErrno == ENOTDIR) && QFileInfo(mFolder).isDir();
-    return {tNotFound ? Trouble::Kind::NotFound : Trouble::Kind::Unreachable, tText};
+    return {tNotFound ? Failure::Kind::NotFound : Failure::Kind::Unreachable, tText};
 }
 
-Trouble FileSource::copy(const QString& pPath, Sink& pSink, const os::AbortFlag& pAbort)
+Failure FileSource::copy(const QString& pPath, Sink& pSink, const os::AbortFlag& pAbort)
 {
     // Not blocking: a pipe that lies in place of the file must not hold the run up.
     os::Descriptor tFile(mFileSystem, mFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_NONBLOCK));
@@ -54,7 +54,7 @@ Trouble FileSource::copy(const QString& pPath, Sink& pSink, const os::AbortFlag&
         return openFailed(errno, pPath);
     }
     if (!S_ISREG(tStat.st_mode)) {
-        return {Trouble::Kind::NotFound, u"%1 is no regular file"_s.arg(pPath)};
+        return {Failure::Kind::NotFound, u"%1 is no regular file"_s.arg(pPath)};
     }
     if (::lseek(tFile.fd(), pSink.received(), SEEK_SET) < 0) {
         return openFailed(errno, pPath);
@@ -62,7 +62,7 @@ Trouble FileSource::copy(const QString& pPath, Sink& pSink, const os::AbortFlag&
     const auto tBuffer = std::make_unique<char[]>(sBlockSize);
     for (;;) {
         if (pAbort.isSet()) {
-            return Trouble::canceled();
+            return Failure::canceled();
         }
         const ssize_t tGot = mFileSystem.read(tFile.fd(), tBuffer.get(), sBlockSize);
         if (tGot == 0) {
@@ -74,8 +74,8 @@ Trouble FileSource::copy(const QString& pPath, Sink& pSink, const os::AbortFlag&
         if (tGot < 0) {
             return openFailed(errno, pPath);
         }
-        if (const Trouble tTrouble = pSink.write(QByteArrayView(tBuffer.get(), tGot))) {
-            return tTrouble;
+        if (const Failure tFailure = pSink.write(QByteArrayView(tBuffer.get(), tGot))) {
+            return tFailure;
         }
     }
 }

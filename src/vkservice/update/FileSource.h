@@ -13,8 +13,8 @@ public:
     void run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pAbort) override;
 
 private:
-    Trouble copy(const QString& pPath, Sink& pSink, const os::AbortFlag& pAbort);
-    Trouble openFailed(int pErrno, const QString& pPath) const;
+    Failure copy(const QString& pPath, Sink& pSink, const os::AbortFlag& pAbort);
+    Failure openFailed(int pErrno, const QString& pPath) const;
 
     os::FileSystem& mFileSystem;
     QString mFolder;

@@ -33,7 +33,7 @@ void addBytes(qint64* pTo, qint64 pBytes)
     }
 }
 
-Trouble checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNeeds)
+Failure checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNeeds)
 {
     QMap<dev_t, qint64> tTotals;
     for (const SpaceNeed& tNeed : pNeeds) {
@@ -42,13 +42,13 @@ Trouble checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNee
         struct stat tStat;
         if (pFileSystem.statVfs(tPath, &tVfs) != 0 || ::stat(tPath.constData(), &tStat) != 0) {
             const QString tWhat = u"find out the free space of %1"_s.arg(tNeed.mFolder);
-            return Trouble::from(os::Failure::fromErrno(errno, tWhat));
+            return Failure::fromErrno(errno, tWhat);
         }
         qint64& tTotal = tTotals[tStat.st_dev];
         addBytes(&tTotal, tNeed.mBytes);
         const qint64 tFree = static_cast<qint64>(tVfs.f_bavail) * static_cast<qint64>(tVfs.f_frsize);
         if (tTotal > tFree) {
-            return {Trouble::Kind::NoSpace,
+            return {Failure::Kind::NoSpace,
                     u"The update needs %1 on the disk of %2, where %3 are free: make room and "
                     "start it again"_s.arg(inWords(tTotal), tNeed.mFolder, inWords(tFree))};
         }
@@ -60,7 +60,7 @@ QList<SpaceNeed> unpackingNeeds(const Plan& pPlan, const packages::PackageFolder
 {
     QMap<QString, qint64> tBytes;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
-        if (!tPackage.mTrouble) {
+        if (!tPackage.mFailure) {
             const packages::PackageInfo& tInfo = tPackage.mOffer.mInfo;
             qint64& tOfRoot = tBytes[pFolders.root(tInfo.mKind)];
             addBytes(&tOfRoot, tInfo.mInstalledSize);

@@ -19,8 +19,8 @@ struct SpaceNeed
     qint64 mBytes = 0;
 };
 
-// Trouble of the kind NoSpace if a file system has less than what is needed in all of its folders together.
-Trouble checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNeeds);
+// Failure of the kind NoSpace if a file system has less than what is needed in all of its folders together.
+Failure checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNeeds);
 
 // What unpacking the plan's packages takes in each of their root folders: files fill whole blocks, and
 // folders take some too.

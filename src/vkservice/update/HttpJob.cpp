@@ -92,7 +92,7 @@ bool HttpJob::begin(CURLM* pMulti)
 {
     Sink& tSink = *mTransfer.mSink;
     if (!tSink.isResumable()) {
-        tSink.restart();
+        (void)tSink.restart(); // memory alone: it can't fail
     }
     mOffset = tSink.received();
     mIgnored = 0;
@@ -103,7 +103,7 @@ bool HttpJob::begin(CURLM* pMulti)
     mMulti = pMulti;
     mHandle = curl_easy_init();
     if (!mSettings.apply(mHandle)) {
-        fail(Trouble::Kind::Failed, u"the transfer could not be set up"_s);
+        fail(Failure::Kind::Content, u"the transfer could not be set up"_s);
         return false;
     }
     curl_easy_setopt(mHandle, CURLOPT_URL, mUrl.constData());
@@ -141,7 +141,7 @@ size_t HttpJob::take(QByteArrayView pData)
         mBodyBegun = true;
         mBodyTaken = takesBody();
     }
-    if (mSinkTrouble || mRangeWrong) {
+    if (mSinkFailure || mRangeWrong) {
         return 0;
     }
     if (mBodyTaken) {
@@ -151,8 +151,8 @@ size_t HttpJob::take(QByteArrayView pData)
             return CURL_WRITEFUNC_PAUSE;
         }
         mRateLimit.take(pData.size(), tNow);
-        mSinkTrouble = mTransfer.mSink->write(pData);
-        return mSinkTrouble ? 0 : static_cast<size_t>(pData.size());
+        mSinkFailure = mTransfer.mSink->write(pData);
+        return mSinkFailure ? 0 : static_cast<size_t>(pData.size());
     }
     mIgnored += pData.size();
     return mIgnored > sMaxIgnored ? 0 : static_cast<size_t>(pData.size());
@@ -168,7 +168,7 @@ bool HttpJob::takesBody()
 {
     const long tStatus = status();
     if (tStatus == sOk && mOffset > 0) {
-        mSinkTrouble = restartSink(); // a server that knows no ranges sends the whole
+        mSinkFailure = restartSink(); // a server that knows no ranges sends the whole
     }
     mRangeWrong = tStatus == sPartial && !rangeIsRight();
     return tStatus == sOk || tStatus == sPartial;
@@ -205,45 +205,45 @@ bool HttpJob::end(CURLcode pResult)
 
 void HttpJob::cancel()
 {
-    mTransfer.mTrouble = Trouble::canceled();
+    mTransfer.mFailure = Failure::canceled();
     finish();
 }
 
 void HttpJob::giveUp(const QString& pWhy)
 {
-    fail(Trouble::Kind::Unreachable, pWhy);
+    fail(Failure::Kind::Unreachable, pWhy);
     finish();
 }
 
 bool HttpJob::judge(CURLcode pResult, long pStatus)
 {
-    if (mSinkTrouble) {
-        mTransfer.mTrouble = mSinkTrouble;
+    if (mSinkFailure) {
+        mTransfer.mFailure = mSinkFailure;
         return true;
     }
     constexpr long sRangeNotSatisfiable = 416;
     if (mRangeWrong || pStatus == sRangeNotSatisfiable) {
-        mTransfer.mTrouble = restartSink();
-        return mTransfer.mTrouble || retryOrFail(Trouble::Kind::Unreachable,
+        mTransfer.mFailure = restartSink();
+        return mTransfer.mFailure || retryOrFail(Failure::Kind::Unreachable,
                                                  u"the server sends another part than it was asked for"_s);
     }
     if (saysNotFound(pStatus)) {
-        return fail(Trouble::Kind::NotFound, statusText(pStatus));
+        return fail(Failure::Kind::NotFound, statusText(pStatus));
     }
     if (pStatus >= 400) {
         const bool tRetry = isWorthRetrying(pStatus);
-        return tRetry ? retryOrFail(Trouble::Kind::Unreachable, statusText(pStatus))
-                      : fail(Trouble::Kind::Unreachable, statusText(pStatus));
+        return tRetry ? retryOrFail(Failure::Kind::Unreachable, statusText(pStatus))
+                      : fail(Failure::Kind::Unreachable, statusText(pStatus));
     }
     if (pResult != CURLE_OK) {
         const QString tWhy =
             QString::fromUtf8(mErrorText[0] != '\0' ? mErrorText : curl_easy_strerror(pResult));
-        return isWorthRetrying(pResult) ? retryOrFail(Trouble::Kind::Unreachable, tWhy)
-                                        : fail(Trouble::Kind::Unreachable, tWhy);
+        return isWorthRetrying(pResult) ? retryOrFail(Failure::Kind::Unreachable, tWhy)
+                                        : fail(Failure::Kind::Unreachable, tWhy);
     }
     mTransfer.mNotModified = pStatus == sNotModified && !mTransfer.mKnown.isEmpty();
     if (pStatus != sOk && pStatus != sPartial && !mTransfer.mNotModified) {
-        return fail(Trouble::Kind::Unreachable, statusText(pStatus));
+        return fail(Failure::Kind::Unreachable, statusText(pStatus));
     }
     mTransfer.mValidators = validators();
     return true;
@@ -261,13 +261,13 @@ Validators HttpJob::validators() const
     return tSafe ? Validators{header("ETag"), tModified} : Validators();
 }
 
-Trouble HttpJob::restartSink()
+Failure HttpJob::restartSink()
 {
     ++mRestarts;
     return mTransfer.mSink->restart();
 }
 
-bool HttpJob::retryOrFail(Trouble::Kind pKind, const QString& pWhy)
+bool HttpJob::retryOrFail(Failure::Kind pKind, const QString& pWhy)
 {
     const qint64 tReceived = mTransfer.mSink->received();
     if (mTransfer.mSink->isResumable() && tReceived == mTransfer.mSink->maxLength()) {
@@ -288,9 +288,9 @@ bool HttpJob::retryOrFail(Trouble::Kind pKind, const QString& pWhy)
     return false;
 }
 
-bool HttpJob::fail(Trouble::Kind pKind, const QString& pWhy)
+bool HttpJob::fail(Failure::Kind pKind, const QString& pWhy)
 {
-    mTransfer.mTrouble = {pKind, u"Can't get %1: %2"_s.arg(QString::fromUtf8(mUrl), pWhy)};
+    mTransfer.mFailure = {pKind, u"Can't get %1: %2"_s.arg(QString::fromUtf8(mUrl), pWhy)};
     return true;
 }
 

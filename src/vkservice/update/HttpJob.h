@@ -44,9 +44,9 @@ private:
     Validators validators() const;
     long status() const;
     bool judge(CURLcode pResult, long pStatus);
-    Trouble restartSink();
-    bool retryOrFail(Trouble::Kind pKind, const QString& pWhy);
-    bool fail(Trouble::Kind pKind, const QString& pWhy);
+    Failure restartSink();
+    bool retryOrFail(Failure::Kind pKind, const QString& pWhy);
+    bool fail(Failure::Kind pKind, const QString& pWhy);
     void finish();
 
     Transfer& mTransfer;
@@ -71,7 +71,7 @@ private:
     bool mBodyBegun = false;
     bool mBodyTaken = false;
     bool mRangeWrong = false;
-    Trouble mSinkTrouble;
+    Failure mSinkFailure;
 };
 
 } // namespace tarn::vkservice::update

@@ -4,16 +4,16 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::vkservice::update {
 
-Trouble MemorySink::restart()
+Failure MemorySink::restart()
 {
     mBytes.clear();
     return {};
 }
 
-Trouble MemorySink::write(QByteArrayView pData)
+Failure MemorySink::write(QByteArrayView pData)
 {
     if (mBytes.size() + pData.size() > mMaxLength) {
-        return {Trouble::Kind::Untrusted,
+        return {Failure::Kind::Untrusted,
                 u"The server sent a file of more than the %1 bytes that it may have"_s.arg(mMaxLength)};
     }
     mBytes.append(pData.data(), pData.size());

@@ -116,11 +116,11 @@ bool isNeeded(const Offer& pOffer, const InstalledPackage* pInstalled, const Pac
     return tMoved || pOffer.mInfo.mLanguage != pInstalled->mInfo.mLanguage;
 }
 
-Trouble missingRequirement(const PackageInfo& pInfo, const OfferMap& pChosen, const Manifest& pInstalled)
+Failure missingRequirement(const PackageInfo& pInfo, const OfferMap& pChosen, const Manifest& pInstalled)
 {
     for (const QString& tName : pInfo.mRequires) {
         if (!pChosen.contains(tName) && pInstalled.find(tName) == nullptr) {
-            return {Trouble::Kind::Failed,
+            return {Failure::Kind::Content,
                     u"It requires the package %1, which the server does not offer"_s.arg(tName)};
         }
     }
@@ -150,7 +150,7 @@ public:
     void run()
     {
         for (qsizetype i = 0; i < mPlan->mPackages.size(); ++i) {
-            if (mPlan->mPackages[i].mTrouble) {
+            if (mPlan->mPackages[i].mFailure) {
                 mToDo.append(i);
             }
         }
@@ -188,8 +188,8 @@ private:
     void fail(qsizetype pIndex, const PlannedPackage& pCause, const QString& pText)
     {
         PlannedPackage& tPackage = mPlan->mPackages[pIndex];
-        if (!tPackage.mTrouble) {
-            tPackage.mTrouble = {pCause.mTrouble.mKind, pText.arg(pCause.name())};
+        if (!tPackage.mFailure) {
+            tPackage.mFailure = {pCause.mFailure.mKind, pText.arg(pCause.name())};
             tPackage.mIsFollowUp = true;
             mToDo.append(pIndex);
         }
@@ -216,10 +216,10 @@ int Plan::failedCount() const
 {
     return static_cast<int>(
         std::count_if(mPackages.begin(), mPackages.end(),
-                      [](const PlannedPackage& pPackage) { return static_cast<bool>(pPackage.mTrouble); }));
+                      [](const PlannedPackage& pPackage) { return static_cast<bool>(pPackage.mFailure); }));
 }
 
-void Plan::spreadTroubles()
+void Plan::spreadFailures()
 {
     Spread(this).run();
 }
@@ -239,7 +239,7 @@ Plan makePlan(const QList<Offer>& pOffers, const Manifest& pInstalled, const Pac
             tPlan.mPackages.append({tOffer, missingRequirement(tOffer.mInfo, tChosen, pInstalled)});
         }
     }
-    tPlan.spreadTroubles();
+    tPlan.spreadFailures();
     return tPlan;
 }
 

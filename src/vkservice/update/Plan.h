@@ -1,9 +1,9 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "packages/Manifest.h"
 #include "packages/PackageFolders.h"
 #include "update/Offers.h"
-#include "update/Trouble.h"
 
 #include <QtCore/QList>
 #include <QtCore/QMap>
@@ -14,7 +14,7 @@ namespace tarn::vkservice::update {
 struct PlannedPackage
 {
     Offer mOffer;
-    Trouble mTrouble;         // set as soon as the package can't be installed
+    Failure mFailure;         // set as soon as the package can't be installed
     bool mIsFollowUp = false; // that it has only because another package has one
 
     const QString& name() const { return mOffer.mInfo.mName; }
@@ -35,7 +35,7 @@ struct Plan
 
     // A package fails with one that it requires, and a package that came along fails with all those in the
     // plan that require it: only whole sets are installed, and unrelated packages go their way.
-    void spreadTroubles();
+    void spreadFailures();
 };
 
 struct Wishes

@@ -33,12 +33,12 @@ Preparation::Preparation(os::FileSystem& pFileSystem, const packages::PackageFol
 {
 }
 
-Trouble Preparation::unpack(Plan* pPlan, const std::function<QString(const Offer&)>& pArchiveOf)
+Failure Preparation::unpack(Plan* pPlan, const std::function<QString(const Offer&)>& pArchiveOf)
 {
     Work tWork;
     qint64 tTotal = 0;
     for (PlannedPackage& tPackage : pPlan->mPackages) {
-        if (!tPackage.mTrouble) {
+        if (!tPackage.mFailure) {
             tTotal += tPackage.mOffer.mInfo.mInstalledSize;
             tWork.mPackages.push_back(&tPackage);
         }
@@ -49,8 +49,8 @@ Trouble Preparation::unpack(Plan* pPlan, const std::function<QString(const Offer
     mReporter.begin(vkcore::ActivityPreparing, true, tTotal, true);
     const QStringList tRoots = mFolders.roots();
     for (const QString& tRoot : tRoots) {
-        if (const os::Failure tFailure = os::makePath(mFileSystem, mFolders.stagingDir(tRoot), sPrivateDir)) {
-            return Trouble::from(tFailure);
+        if (const Failure tFailure = os::makePath(mFileSystem, mFolders.stagingDir(tRoot), sPrivateDir)) {
+            return tFailure;
         }
     }
     const auto tLoop = [this, &tWork, &pArchiveOf] {
@@ -71,11 +71,11 @@ Trouble Preparation::unpack(Plan* pPlan, const std::function<QString(const Offer
         tThread.join();
     }
     if (mAbort.isSet()) {
-        return Trouble::canceled();
+        return Failure::canceled();
     }
     for (const PlannedPackage* tPackage : tWork.mPackages) {
-        if (tPackage->mTrouble.mKind == Trouble::Kind::NoSpace) {
-            return tPackage->mTrouble;
+        if (tPackage->mFailure.mKind == Failure::Kind::NoSpace) {
+            return tPackage->mFailure;
         }
     }
     return {};
@@ -88,9 +88,9 @@ void Preparation::unpackOne(PlannedPackage* pPackage, const QString& pArchive, W
     tLimits.mMaxBytes = tInfo.mInstalledSize;
     const QString tFolder = mFolders.stagingFolder(tInfo, pPackage->mOffer.hash());
     packages::Unpacker tUnpacker(mFileSystem, &mAbort);
-    pPackage->mTrouble = Trouble::from(
-        tUnpacker.unpack(pArchive, tFolder, tLimits, [this](qint64 pBytes) { mReporter.advance(pBytes); }));
-    if (pPackage->mTrouble.mKind == Trouble::Kind::NoSpace) {
+    pPackage->mFailure =
+        (tUnpacker.unpack(pArchive, tFolder, tLimits, [this](qint64 pBytes) { mReporter.advance(pBytes); }));
+    if (pPackage->mFailure.mKind == Failure::Kind::NoSpace) {
         pWork->mStop = true;
     }
 }
@@ -100,7 +100,7 @@ QList<packages::StagedPackage> Preparation::staged(const Plan& pPlan,
 {
     QList<packages::StagedPackage> tStaged;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
-        if (!tPackage.mTrouble) {
+        if (!tPackage.mFailure) {
             const packages::PackageInfo& tInfo = tPackage.mOffer.mInfo;
             const tuf::Hash tHash = tPackage.mOffer.hash();
             tStaged.append({pFolders.stagingFolder(tInfo, tHash), pFolders.folder(tInfo, tHash)});

@@ -23,7 +23,7 @@ public:
 
     // A package with contents that can't be unpacked gets its trouble in the plan. A trouble that is returned
     // is one of this machine or an abort, and ends the run.
-    Trouble unpack(Plan* pPlan, const std::function<QString(const Offer&)>& pArchiveOf);
+    Failure unpack(Plan* pPlan, const std::function<QString(const Offer&)>& pArchiveOf);
 
     static QList<packages::StagedPackage> staged(const Plan& pPlan, const packages::PackageFolders& pFolders);
 

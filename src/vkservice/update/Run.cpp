@@ -3,6 +3,7 @@
 #include "os/AbortFlag.h"
 #include "tuf/Hashes.h"
 #include "update/AppWait.h"
+#include "update/FailurePolicy.h"
 #include "update/FreeSpace.h"
 #include "update/Preparation.h"
 #include "update/RunConfinement.h"
@@ -40,10 +41,10 @@ void Run::warn(const QString& pText)
     }
 }
 
-os::Failure Run::updateInstallLog()
+Failure Run::updateInstallLog()
 {
     QString tWarning;
-    os::Failure tFailure = mWorkplace.updateInstallLog(&tWarning);
+    Failure tFailure = mWorkplace.updateInstallLog(&tWarning);
     warn(tWarning);
     warn(tFailure.mText);
     return tFailure;
@@ -52,59 +53,59 @@ os::Failure Run::updateInstallLog()
 RunResult Run::run()
 {
     mReporter.begin(vkcore::ActivityDownloading, true, 0, true);
-    if (const Trouble tTrouble = mWorkplace.open(packages::NewRoots::Make)) {
-        return failed(tTrouble);
+    if (const Failure tFailure = mWorkplace.open(packages::NewRoots::Make)) {
+        return failed(tFailure);
     }
     for (const QString& tWarning : mWorkplace.warnings()) {
         warn(tWarning + u'.');
     }
-    if (const os::Failure tFailure = confineRun(mRequest, mWorkplace.writableFolders())) {
-        return failed(Trouble::from(tFailure));
+    if (const Failure tFailure = confineRun(mRequest, mWorkplace.writableFolders())) {
+        return failed(tFailure);
     }
     warn(mWorkplace.tidyUp());
-    const os::Failure tUnlogged = updateInstallLog();
-    Trouble tTrouble = mDownloads.open();
-    if (!tTrouble) {
-        tTrouble = checkFreeSpace(mFileSystem, {{mRequest.mStateDir, sStateBytes}});
+    const Failure tUnlogged = updateInstallLog();
+    Failure tFailure = mDownloads.open();
+    if (!tFailure) {
+        tFailure = checkFreeSpace(mFileSystem, {{mRequest.mStateDir, sStateBytes}});
     }
     // Only the current manifest knows of that run, and another generation would bring its end nearer.
-    if (!tTrouble) {
-        tTrouble = Trouble::from(tUnlogged);
+    if (!tFailure) {
+        tFailure = (tUnlogged);
     }
     std::unique_ptr<Attempt> tBest;
-    if (!tTrouble) {
-        tTrouble = findPackages(&tBest);
+    if (!tFailure) {
+        tFailure = findPackages(&tBest);
     }
-    if (tTrouble) {
-        return failed(tTrouble);
+    if (tFailure) {
+        return failed(tFailure);
     }
     if (!tBest) {
         return allServersFailed();
     }
     if (!tBest->mPlan.mPackages.isEmpty() || mWorkplace.needsNewGeneration()) {
-        tTrouble = installPackages(&tBest->mPlan);
+        tFailure = installPackages(&tBest->mPlan);
     }
-    return tTrouble ? failed(tTrouble) : finish(tBest.get());
+    return tFailure ? failed(tFailure) : finish(tBest.get());
 }
 
-Trouble Run::findPackages(std::unique_ptr<Attempt>* pBest)
+Failure Run::findPackages(std::unique_ptr<Attempt>* pBest)
 {
     for (qsizetype tIndex = 0; tIndex < mRequest.mServers.size(); ++tIndex) {
         const ServerAccess& tServer = mRequest.mServers.at(tIndex);
         const bool tIsLast = tIndex + 1 == mRequest.mServers.size();
         auto tAttempt = std::make_unique<Attempt>();
-        Trouble tTrouble = askServer(tServer, &tAttempt);
-        if (!tTrouble) {
-            tTrouble = fetchPackages(tAttempt.get());
+        Failure tFailure = askServer(tServer, &tAttempt);
+        if (!tFailure) {
+            tFailure = fetchPackages(tAttempt.get());
         }
-        if (tTrouble && !tTrouble.mayAskAnotherServer()) {
-            return tTrouble;
+        if (tFailure && !mayAskAnotherServer(tFailure)) {
+            return tFailure;
         }
-        if (tTrouble) {
-            serverFailed(serverLabel(tServer), tTrouble, tIsLast);
+        if (tFailure) {
+            serverFailed(serverLabel(tServer), tFailure, tIsLast);
             continue;
         }
-        const Trouble tServersFault = serversFault(tAttempt->mPlan);
+        const Failure tServersFault = serversFault(tAttempt->mPlan);
         // What an earlier server had is out of date by now.
         if (*pBest && (*pBest)->mSession->snapshotVersion() != tAttempt->mSession->snapshotVersion()) {
             pBest->reset();
@@ -120,14 +121,14 @@ Trouble Run::findPackages(std::unique_ptr<Attempt>* pBest)
     return {};
 }
 
-Trouble Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pAttempt)
+Failure Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pAttempt)
 {
     mReporter.begin(vkcore::ActivityDownloading, true, 0, true);
     mReporter.setText(serverLabel(pServer));
     auto tSession = std::make_unique<ServerSession>(mRequest, pServer, machineState(), mFileSystem, mAbort);
     QStringList tWarnings;
-    if (const Trouble tTrouble = tSession->open(&tWarnings)) {
-        return tTrouble;
+    if (const Failure tFailure = tSession->open(&tWarnings)) {
+        return tFailure;
     }
     for (const QString& tWarning : tWarnings) {
         warn(u"The server %1 offers what is not a usable package. %2"_s.arg(tSession->label(), tWarning));
@@ -138,84 +139,84 @@ Trouble Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pA
     return {};
 }
 
-Trouble Run::fetchPackages(Attempt* pAttempt)
+Failure Run::fetchPackages(Attempt* pAttempt)
 {
     Plan& tPlan = pAttempt->mPlan;
     mDownloads.keep(tPlan);
     if (tPlan.failedCount() == tPlan.mPackages.size()) {
         return {};
     }
-    if (const Trouble tTrouble = checkSpace(tPlan)) {
-        return tTrouble;
+    if (const Failure tFailure = checkSpace(tPlan)) {
+        return tFailure;
     }
-    if (const Trouble tTrouble = mDownloads.fetch(pAttempt->mSession->source(), &tPlan)) {
-        return tTrouble;
+    if (const Failure tFailure = mDownloads.fetch(pAttempt->mSession->source(), &tPlan)) {
+        return tFailure;
     }
-    tPlan.spreadTroubles();
+    tPlan.spreadFailures();
     return {};
 }
 
-Trouble Run::checkSpace(const Plan& pPlan)
+Failure Run::checkSpace(const Plan& pPlan)
 {
     QList<SpaceNeed> tNeeds = unpackingNeeds(pPlan, mWorkplace.folders());
     tNeeds.append({mDownloads.folder(), mDownloads.bytesToCome(pPlan)});
     return checkFreeSpace(mFileSystem, tNeeds);
 }
 
-void Run::serverFailed(const QString& pServer, const Trouble& pTrouble, bool pIsLast)
+void Run::serverFailed(const QString& pServer, const Failure& pFailure, bool pIsLast)
 {
-    mServerTroubles.push_back({pServer, pTrouble});
+    mServerTroubles.push_back({pServer, pFailure});
     // That of the last one, and with it of the only one, stands in the result.
     if (!pIsLast) {
         mReporter.notify(MessageWarning, u"The server %1 can't be used, trying the next one."_s.arg(pServer),
-                         pTrouble.mText);
+                         pFailure.mText);
     }
 }
 
-Trouble Run::installPackages(Plan* pPlan)
+Failure Run::installPackages(Plan* pPlan)
 {
     mReporter.setFailedCount(pPlan->failedCount());
     if (pPlan->failedCount() < pPlan->mPackages.size()) {
-        if (const Trouble tTrouble = prepare(pPlan)) {
+        if (const Failure tFailure = prepare(pPlan)) {
             warn(mWorkplace.tidyUp()); // at once: unpacked packages may be what fills the disk
-            return tTrouble;
+            return tFailure;
         }
     }
     if (!pPlan->mPackages.isEmpty() && pPlan->failedCount() == pPlan->mPackages.size()) {
         warn(mWorkplace.tidyUp());
         QString tWarning;
-        const os::Failure tFailure = mWorkplace.logRun(nextGeneration(*pPlan), &tWarning);
+        const Failure tFailure = mWorkplace.logRun(nextGeneration(*pPlan), &tWarning);
         warn(tWarning);
         warn(tFailure.mText);
         return {};
     }
-    if (const Trouble tTrouble = waitAndSwitch(*pPlan)) {
+    if (const Failure tFailure = waitAndSwitch(*pPlan)) {
         warn(mWorkplace.tidyUp());
-        return tTrouble;
+        return tFailure;
     }
     removeObsolete();
     return {};
 }
 
-Trouble Run::waitAndSwitch(const Plan& pPlan)
+Failure Run::waitAndSwitch(const Plan& pPlan)
 {
     AppWait tWait(mProcesses, mWorkplace.installed(), mWorkplace.folders(), pPlan, mReporter, mAbort);
-    const Trouble tTrouble = tWait.wait(mRequest.mWaitForAppsSeconds);
-    return tTrouble ? tTrouble : switchToNew(pPlan);
+    const Failure tFailure = tWait.wait(mRequest.mWaitForAppsSeconds);
+    return tFailure ? tFailure : switchToNew(pPlan);
 }
 
-Trouble Run::prepare(Plan* pPlan)
+Failure Run::prepare(Plan* pPlan)
 {
-    if (const os::Failure tFailure =
+    if (const Failure tFailure =
             mWorkplace.generations().announce(newPackages(*pPlan, mWorkplace.folders()))) {
-        return Trouble::from(tFailure);
+        return tFailure;
     }
     Preparation tPreparation(mFileSystem, mWorkplace.folders(), mReporter, mAbort);
-    Trouble tTrouble =
+    Failure tFailure =
         tPreparation.unpack(pPlan, [this](const Offer& pOffer) { return mDownloads.pathOf(pOffer); });
-    pPlan->spreadTroubles();
+    pPlan->spreadFailures();
     mReporter.setFailedCount(pPlan->failedCount());
-    return tTrouble;
+    return tFailure;
 }
 
 packages::Manifest Run::nextGeneration(const Plan& pPlan)
@@ -230,23 +231,23 @@ packages::Manifest Run::nextGeneration(const Plan& pPlan)
     return tNext;
 }
 
-Trouble Run::switchToNew(const Plan& pPlan)
+Failure Run::switchToNew(const Plan& pPlan)
 {
     const QList<packages::StagedPackage> tStaged = Preparation::staged(pPlan, mWorkplace.folders());
     mReporter.begin(vkcore::ActivityInstalling, false, tStaged.size(), false);
     // From here on the run goes to its end.
     if (mAbort.isSet()) {
-        return Trouble::canceled();
+        return Failure::canceled();
     }
     const packages::Manifest tNext = nextGeneration(pPlan);
     // Before the sync, which then has them not to write.
     mDownloads.remove(pPlan);
-    if (const os::Failure tFailure = mWorkplace.generations().install(tNext, tStaged)) {
-        return Trouble::from(tFailure);
+    if (const Failure tFailure = mWorkplace.generations().install(tNext, tStaged)) {
+        return tFailure;
     }
     mReporter.advance(tStaged.size());
     mWorkplace.setInstalled(tNext);
-    updateInstallLog();
+    (void)updateInstallLog(); // it has warned, and the next run makes up for it
     return {};
 }
 
@@ -284,32 +285,32 @@ QByteArray Run::machineState() const
     return tuf::sha256(tParts.join(u'\n').toUtf8());
 }
 
-RunResult Run::failed(const Trouble& pTrouble) const
+RunResult Run::failed(const Failure& pFailure) const
 {
-    return {pTrouble.code(), troubleText(pTrouble), 0};
+    return {resultCode(pFailure), failureText(pFailure), 0};
 }
 
 RunResult Run::allServersFailed() const
 {
     if (mRequest.mServers.isEmpty()) {
-        return failed({Trouble::Kind::NoServer, mRequest.mWhyNoServer});
+        return failed({Failure::Kind::NoServer, mRequest.mWhyNoServer});
     }
     // From what says least to what people should know of first.
     static const QList<ResultCode> sWeights{ResultNoServer, ResultUnreachable, ResultInstallFailed,
                                             ResultVerificationFailed};
-    Trouble tWorst{Trouble::Kind::NoServer, QString()};
+    Failure tWorst{Failure::Kind::NoServer, QString()};
     QStringList tTexts;
     for (const ServerTrouble& tServer : mServerTroubles) {
-        tTexts.append(u"%1: %2"_s.arg(tServer.mServer, tServer.mTrouble.mText));
-        const bool tIsAsBad = tServer.mTrouble.code() == tWorst.code();
-        if (sWeights.indexOf(tServer.mTrouble.code()) > sWeights.indexOf(tWorst.code()) ||
-            (tIsAsBad && tWorst.mKind == Trouble::Kind::OutOfDate)) {
-            tWorst = tServer.mTrouble;
+        tTexts.append(u"%1: %2"_s.arg(tServer.mServer, tServer.mFailure.mText));
+        const bool tIsAsBad = resultCode(tServer.mFailure) == resultCode(tWorst);
+        if (sWeights.indexOf(resultCode(tServer.mFailure)) > sWeights.indexOf(resultCode(tWorst)) ||
+            (tIsAsBad && tWorst.mKind == Failure::Kind::OutOfDate)) {
+            tWorst = tServer.mFailure;
         }
     }
     // A server that has none of the files that make a repository is as good as none.
-    if (tWorst.mKind == Trouble::Kind::NotFound) {
-        tWorst.mKind = Trouble::Kind::Unreachable;
+    if (tWorst.mKind == Failure::Kind::NotFound) {
+        tWorst.mKind = Failure::Kind::Unreachable;
     }
     tWorst.mText = tTexts.join(u"; "_s);
     return failed(tWorst);
@@ -319,9 +320,9 @@ RunResult Run::finish(Attempt* pAttempt)
 {
     const Plan& tPlan = pAttempt->mPlan;
     for (const PlannedPackage& tPackage : tPlan.mPackages) {
-        if (tPackage.mTrouble) {
+        if (tPackage.mFailure) {
             mReporter.error(u"The package %1 could not be updated."_s.arg(tPackage.name()),
-                            tPackage.mTrouble.mText);
+                            tPackage.mFailure.mText);
         }
     }
     const int tFailed = tPlan.failedCount();

@@ -37,28 +37,28 @@ private:
     struct ServerTrouble
     {
         QString mServer;
-        Trouble mTrouble;
+        Failure mFailure;
     };
 
     // Asks the servers in their order until one has everything; else takes the one that had most.
     // No value in *pBest: mServerTroubles say why.
-    Trouble findPackages(std::unique_ptr<Attempt>* pBest);
-    Trouble askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pAttempt);
-    Trouble fetchPackages(Attempt* pAttempt);
-    Trouble checkSpace(const Plan& pPlan);
-    void serverFailed(const QString& pServer, const Trouble& pTrouble, bool pIsLast);
+    Failure findPackages(std::unique_ptr<Attempt>* pBest);
+    Failure askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pAttempt);
+    Failure fetchPackages(Attempt* pAttempt);
+    Failure checkSpace(const Plan& pPlan);
+    void serverFailed(const QString& pServer, const Failure& pFailure, bool pIsLast);
 
-    Trouble installPackages(Plan* pPlan);
-    Trouble prepare(Plan* pPlan);
-    Trouble waitAndSwitch(const Plan& pPlan);
+    Failure installPackages(Plan* pPlan);
+    Failure prepare(Plan* pPlan);
+    Failure waitAndSwitch(const Plan& pPlan);
     packages::Manifest nextGeneration(const Plan& pPlan);
-    Trouble switchToNew(const Plan& pPlan);
+    Failure switchToNew(const Plan& pPlan);
     void removeObsolete();
 
     QByteArray machineState() const;
     void warn(const QString& pText);
-    os::Failure updateInstallLog();
-    RunResult failed(const Trouble& pTrouble) const;
+    Failure updateInstallLog();
+    RunResult failed(const Failure& pFailure) const;
     RunResult allServersFailed() const;
     RunResult finish(Attempt* pAttempt);
 

@@ -60,7 +60,7 @@ void allowSystem(os::Confinement* pTo)
 
 } // namespace
 
-os::Failure confineRun(const RunRequest& pRequest, const QStringList& pWritable)
+Failure confineRun(const RunRequest& pRequest, const QStringList& pWritable)
 {
     if (!os::Confinement::isAvailable()) {
         return {};

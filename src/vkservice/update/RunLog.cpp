@@ -17,7 +17,6 @@ namespace tarn::vkservice::update {
 
 namespace {
 
-using os::Failure;
 using packages::Manifest;
 using vkcore::InstallLogStore;
 
@@ -143,8 +142,7 @@ Failure RunLog::keep(const Manifest& pRun, Kind pKind)
     }
     Manifest tKept = pRun;
     tKept.mPackages.clear();
-    const tuf::Error tError = tuf::writeFileAtomically(mFileSystem, tPath, tKept.toBytes(), sFileMode);
-    return tError ? Failure{Failure::Kind::Io, tError.mText} : Failure();
+    return tuf::writeFileAtomically(mFileSystem, tPath, tKept.toBytes(), sFileMode).as(Failure::Kind::Io);
 }
 
 QStringList RunLog::waiting() const

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "os/Failure.h"
+#include "internal/Failure.h"
 #include "packages/Manifest.h"
 #include "sqlite/InstallLogStore.h"
 
@@ -30,14 +30,14 @@ public:
     // Enters all runs that wait, and then pRun. A failure: pRun is neither in the log nor kept. *pWarning is
     // for people: which runs wait and why, or what became of a damaged log. All calls together wait one
     // second for the locks of others.
-    os::Failure enter(const packages::Manifest& pRun, Kind pKind, QString* pWarning);
+    Failure enter(const packages::Manifest& pRun, Kind pKind, QString* pWarning);
 
 private:
     bool enterAll(const packages::Manifest& pRun);
     bool tryToEnterAll(vkcore::InstallLogStore* pLog, const packages::Manifest& pRun);
     bool append(vkcore::InstallLogStore* pLog, const packages::Manifest& pRun);
     bool enterWaiting(vkcore::InstallLogStore* pLog, const QString& pPath);
-    os::Failure keep(const packages::Manifest& pRun, Kind pKind);
+    Failure keep(const packages::Manifest& pRun, Kind pKind);
     QStringList waiting() const;
 
     os::FileSystem& mFileSystem;

@@ -50,7 +50,7 @@ QSet<QString> parentsOfUpdated(const Plan& pPlan)
     QStringList tToDo;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         tPlanned.insert(tPackage.name());
-        if (!tPackage.mTrouble) {
+        if (!tPackage.mFailure) {
             tToDo.append(tPackage.name());
         }
     }
@@ -80,11 +80,11 @@ QList<Record> runRecords(const Plan& pPlan)
     QList<Record> tRecords;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         const PackageInfo& tInfo = tPackage.mOffer.mInfo;
-        const bool tFailed = static_cast<bool>(tPackage.mTrouble);
+        const bool tFailed = static_cast<bool>(tPackage.mFailure);
         Record tRecord = recordOf(tInfo, pPlan, tFailed ? u"error"_s : u"ok"_s);
         if (tFailed) {
             tRecord.mReport.setValue(u"en"_s,
-                                     vkcore::singleLine(tPackage.mTrouble.mText, vkcore::sMaxMessage) + u'.');
+                                     vkcore::singleLine(tPackage.mFailure.mText, vkcore::sMaxMessage) + u'.');
         } else {
             tRecord.mReport = plain(tInfo.mReport, vkcore::manyLines, sMaxReport);
         }
@@ -103,7 +103,7 @@ QList<InstalledPackage> newPackages(const Plan& pPlan, const packages::PackageFo
 {
     QList<InstalledPackage> tNew;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
-        if (!tPackage.mTrouble) {
+        if (!tPackage.mFailure) {
             const PackageInfo& tInfo = tPackage.mOffer.mInfo;
             const tuf::Hash tHash = tPackage.mOffer.hash();
             tNew.append({tInfo, tHash, pFolders.folder(tInfo, tHash), pPlan.mParents.value(tInfo.mName)});

@@ -1,16 +1,18 @@
 #include "update/RunTexts.h"
 
+#include "update/FailurePolicy.h"
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkservice::update {
 
-Trouble serversFault(const Plan& pPlan)
+Failure serversFault(const Plan& pPlan)
 {
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
-        if (tPackage.mTrouble.isServersFault() && !tPackage.mIsFollowUp) {
-            return tPackage.mTrouble;
+        if (isServersFault(tPackage.mFailure) && !tPackage.mIsFollowUp) {
+            return tPackage.mFailure;
         }
     }
     return {};
@@ -24,25 +26,25 @@ QString successText(int pInstalled)
     return pInstalled == 1 ? u"1 package was updated."_s : u"%1 packages were updated."_s.arg(pInstalled);
 }
 
-QString troubleText(const Trouble& pTrouble)
+QString failureText(const Failure& pFailure)
 {
-    const QString tText = pTrouble.mKind == Trouble::Kind::OutOfDate
+    const QString tText = pFailure.mKind == Failure::Kind::OutOfDate
                               ? u"Every update server that answered is out of date."_s
-                              : resultText(pTrouble.code());
-    if (pTrouble.mText.isEmpty() || pTrouble.mKind == Trouble::Kind::Canceled) {
+                              : resultText(resultCode(pFailure));
+    if (pFailure.mText.isEmpty() || pFailure.mKind == Failure::Kind::Canceled) {
         return tText;
     }
-    return u"%1 %2."_s.arg(tText, pTrouble.mText);
+    return u"%1 %2."_s.arg(tText, pFailure.mText);
 }
 
 ResultCode failedPackagesCode(const Plan& pPlan)
 {
     bool tAllUnreachable = true;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
-        if (tPackage.mTrouble.code() == ResultVerificationFailed) {
+        if (resultCode(tPackage.mFailure) == ResultVerificationFailed) {
             return ResultVerificationFailed;
         }
-        tAllUnreachable = tAllUnreachable && tPackage.mTrouble.code() == ResultUnreachable;
+        tAllUnreachable = tAllUnreachable && resultCode(tPackage.mFailure) == ResultUnreachable;
     }
     return tAllUnreachable ? ResultUnreachable : ResultInstallFailed;
 }
@@ -51,12 +53,12 @@ QString failedPackagesText(const Plan& pPlan)
 {
     const auto tIt =
         std::find_if(pPlan.mPackages.begin(), pPlan.mPackages.end(), [](const PlannedPackage& pPackage) {
-            return pPackage.mTrouble && !pPackage.mIsFollowUp;
+            return pPackage.mFailure && !pPackage.mIsFollowUp;
         });
     return u"%1 %2 of %3 packages could not be updated. %4: %5."_s.arg(resultText(failedPackagesCode(pPlan)))
         .arg(pPlan.failedCount())
         .arg(pPlan.mPackages.size())
-        .arg(tIt->name(), tIt->mTrouble.mText);
+        .arg(tIt->name(), tIt->mFailure.mText);
 }
 
 } // namespace tarn::vkservice::update

@@ -24,7 +24,7 @@ ServerNote::ServerNote(os::FileSystem& pFileSystem, const TrustFolder& pTrust, c
     : mFileSystem(pFileSystem), mTrust(pTrust), mPath(pTrust.notePath(pUri))
 {
     QByteArray tBytes;
-    os::readFile(mFileSystem, mPath, sMaxNoteSize, &tBytes);
+    (void)os::readFile(mFileSystem, mPath, sMaxNoteSize, &tBytes);
     const QJsonObject tNote = QJsonDocument::fromJson(tBytes).object();
     const auto tText = [&tNote](const char* pName) {
         return tNote.value(QLatin1String(pName)).toString().toUtf8();

@@ -1,6 +1,7 @@
 #include "update/ServerSession.h"
 
 #include "os/AbortFlag.h"
+#include "tuf/Updater.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QUrl>
@@ -15,20 +16,13 @@ const QString sMetadataFolder = u"metadata/"_s;
 const QString sTimestampFile = u"timestamp.json"_s;
 constexpr qint64 sMaxTimestampLength = 16 * 1024;
 
-tuf::ErrorKind tufKind(Trouble::Kind pKind)
+// Whatever else keeps a file of the metadata from coming, the server did not give it.
+Failure metadataFailure(const Failure& pFailure)
 {
-    switch (pKind) {
-    case Trouble::Kind::None:
-        return tuf::ErrorKind::None;
-    case Trouble::Kind::NotFound:
-        return tuf::ErrorKind::NotFound;
-    case Trouble::Kind::Untrusted:
-        return tuf::ErrorKind::Untrusted;
-    case Trouble::Kind::Canceled:
-        return tuf::ErrorKind::Canceled;
-    default:
-        return tuf::ErrorKind::Unreachable;
-    }
+    using Kind = Failure::Kind;
+    const bool tIsKnown = pFailure.mKind == Kind::NotFound || pFailure.mKind == Kind::Untrusted ||
+                          pFailure.mKind == Kind::Canceled;
+    return tIsKnown ? pFailure : pFailure.as(Kind::Unreachable);
 }
 
 } // namespace
@@ -40,30 +34,30 @@ class ServerSession::MetadataFetcher : public tuf::Fetcher
 public:
     MetadataFetcher(Source& pSource, const os::AbortFlag& pAbort) : mSource(pSource), mAbort(pAbort) {}
 
-    Trouble askTimestamp(const Validators& pKnown)
+    Failure askTimestamp(const Validators& pKnown)
     {
         MemorySink tSink(sMaxTimestampLength);
         Transfer tTransfer{sMetadataFolder + sTimestampFile, &tSink, pKnown, {}, false, {}};
         mSource.run({&tTransfer}, mAbort);
         mNotModified = tTransfer.mNotModified;
-        mHasTimestamp = !tTransfer.mTrouble && !mNotModified;
+        mHasTimestamp = !tTransfer.mFailure && !mNotModified;
         mTimestamp = tSink.bytes();
         mValidators = tTransfer.mValidators;
-        return tTransfer.mTrouble;
+        return tTransfer.mFailure;
     }
 
-    tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
+    Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
     {
         if (pPath == sTimestampFile) {
-            const Trouble tTrouble = mHasTimestamp ? Trouble() : askTimestamp({});
+            const Failure tFailure = mHasTimestamp ? Failure() : askTimestamp({});
             *pTo = mTimestamp;
-            return {tufKind(tTrouble.mKind), tTrouble.mText};
+            return metadataFailure(tFailure);
         }
         MemorySink tSink(pMaxLength);
         Transfer tTransfer{sMetadataFolder + pPath, &tSink, {}, {}, false, {}};
         mSource.run({&tTransfer}, mAbort);
         *pTo = tSink.bytes();
-        return {tufKind(tTransfer.mTrouble.mKind), tTransfer.mTrouble.mText};
+        return metadataFailure(tTransfer.mFailure);
     }
 
     bool notModified() const { return mNotModified; }
@@ -98,21 +92,21 @@ ServerSession::ServerSession(const RunRequest& pRequest, const ServerAccess& pSe
 
 ServerSession::~ServerSession() = default;
 
-Trouble ServerSession::open(QStringList* pWarnings)
+Failure ServerSession::open(QStringList* pWarnings)
 {
     QString tReason;
     mSource = makeSource(mServer, mRequest, mFileSystem, &tReason);
     if (!mSource) {
-        return {Trouble::Kind::NoServer, tReason};
+        return {Failure::Kind::NoServer, tReason};
     }
-    if (const Trouble tTrouble = mTrust.prepare(mRequest.mRootFile, mServer.mUri)) {
-        return tTrouble;
+    if (const Failure tFailure = mTrust.prepare(mRequest.mRootFile, mServer.mUri)) {
+        return tFailure;
     }
     mNote.emplace(mFileSystem, mTrust, mServer.mUri);
     MetadataFetcher tFetcher(*mSource, mAbort);
     if (mNote->isComplete(mState)) {
-        if (const Trouble tTrouble = tFetcher.askTimestamp(mNote->timestampValidators())) {
-            return tTrouble;
+        if (const Failure tFailure = tFetcher.askTimestamp(mNote->timestampValidators())) {
+            return tFailure;
         }
         mNothingNew = tFetcher.notModified() || mNote->isTimestamp(tFetcher.timestamp());
         if (mNothingNew) {
@@ -122,24 +116,24 @@ Trouble ServerSession::open(QStringList* pWarnings)
     return refresh(tFetcher, pWarnings);
 }
 
-Trouble ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings)
+Failure ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings)
 {
     tuf::Updater tUpdater(mFileSystem, mTrust.path(), pFetcher, QDateTime::currentDateTimeUtc());
     QList<tuf::TargetFile> tTargets;
-    tuf::Error tError = tUpdater.refresh();
-    if (!tError) {
-        tError = tUpdater.allTargets(&tTargets);
+    Failure tFailure = tUpdater.refresh();
+    if (!tFailure) {
+        tFailure = tUpdater.allTargets(&tTargets);
     }
     if (mAbort.isSet()) {
-        return Trouble::canceled();
+        return Failure::canceled();
     }
-    if (tError.mKind == tuf::ErrorKind::Local) {
+    if (tFailure.mKind == Failure::Kind::Damaged) {
         const QString tText = u"%1. If it stays so, remove the folder %2: the next update starts "
                               "again from the root file"_s;
-        return {Trouble::Kind::Damaged, tText.arg(tError.mText, mTrust.path())};
+        return {Failure::Kind::Damaged, tText.arg(tFailure.mText, mTrust.path())};
     }
-    if (tError) {
-        return Trouble::from(tError);
+    if (tFailure) {
+        return tFailure;
     }
     mOffers = usableOffers(tTargets, pWarnings);
     mSnapshotVersion = tUpdater.snapshotVersion();

@@ -24,7 +24,7 @@ public:
 
     // Asks the server: for one small file if the last complete run saw this very state. What is not a usable
     // package goes to *pWarnings.
-    Trouble open(QStringList* pWarnings);
+    Failure open(QStringList* pWarnings);
     // Of the state that it offers, 0 where nothing is new. Servers that open() has taken never go back in it.
     qint64 snapshotVersion() const { return mSnapshotVersion; }
     const QList<Offer>& offers() const { return mOffers; }
@@ -37,7 +37,7 @@ public:
 
 private:
     class MetadataFetcher;
-    Trouble refresh(MetadataFetcher& pFetcher, QStringList* pWarnings);
+    Failure refresh(MetadataFetcher& pFetcher, QStringList* pWarnings);
 
     const RunRequest& mRequest;
     const ServerAccess& mServer;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "update/Trouble.h"
+#include "internal/Failure.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QByteArrayView>
@@ -20,8 +20,8 @@ public:
     // False for a file that must come in one piece: what a broken attempt got of it is of no use.
     virtual bool isResumable() const = 0;
     // Forgets what was received: the file comes from its beginning.
-    virtual Trouble restart() = 0;
-    virtual Trouble write(QByteArrayView pData) = 0;
+    virtual Failure restart() = 0;
+    virtual Failure write(QByteArrayView pData) = 0;
 };
 
 // Keeps a small file in memory.
@@ -33,8 +33,8 @@ public:
     qint64 received() const override { return mBytes.size(); }
     qint64 maxLength() const override { return mMaxLength; }
     bool isResumable() const override { return false; }
-    Trouble restart() override;
-    Trouble write(QByteArrayView pData) override;
+    Failure restart() override;
+    Failure write(QByteArrayView pData) override;
 
     const QByteArray& bytes() const { return mBytes; }
 

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "update/RunRequest.h"
 #include "update/Sink.h"
-#include "update/Trouble.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QList>
@@ -34,7 +34,7 @@ struct Transfer
     Validators mKnown; // not empty: only if the file has changed since
 
     // How it went.
-    Trouble mTrouble;
+    Failure mFailure;
     bool mNotModified = false;
     Validators mValidators;
 };

@@ -42,14 +42,14 @@ qint64 versionOf(const QByteArray& pFile)
     return tSigned.value("version"_L1).toInteger();
 }
 
-tuf::Error readFiles(os::FileSystem& pFileSystem, const QDir& pFolder, FileMap* pTo)
+Failure readFiles(os::FileSystem& pFileSystem, const QDir& pFolder, FileMap* pTo)
 {
     for (const QString& tName : pFolder.entryList({u"*.json"_s}, QDir::Files)) {
         QByteArray tBytes;
-        const tuf::Error tError =
+        const Failure tFailure =
             tuf::readWholeFile(pFileSystem, pFolder.filePath(tName), sMaxMetadataSize, &tBytes);
-        if (tError.mKind == tuf::ErrorKind::Local) {
-            return tError;
+        if (tFailure.mKind == Failure::Kind::Damaged) {
+            return tFailure;
         }
         pTo->insert(tName, {versionOf(tBytes), tBytes});
     }
@@ -73,24 +73,24 @@ void takeNewest(const FileMap& pFiles, FileMap* pTo)
 }
 
 // Whole or not at all: the first files of it would look like a trust that has just begun.
-Trouble makeFolder(os::FileSystem& pFileSystem, const QString& pPath, const FileMap& pFiles)
+Failure makeFolder(os::FileSystem& pFileSystem, const QString& pPath, const FileMap& pFiles)
 {
     const QString tNew = pPath + u".new"_s;
-    os::Failure tFailure = os::removeTree(pFileSystem, tNew);
+    Failure tFailure = os::removeTree(pFileSystem, tNew);
     tFailure = tFailure ? tFailure : os::makePath(pFileSystem, tNew, sPrivateDir);
     if (tFailure) {
-        return Trouble::from(tFailure);
+        return tFailure;
     }
     for (auto tIt = pFiles.cbegin(); tIt != pFiles.cend(); ++tIt) {
         const QString tFile = tNew + u'/' + tIt.key();
-        if (const tuf::Error tError = tuf::writeFileAtomically(pFileSystem, tFile, tIt->mBytes, sFileMode)) {
-            return Trouble::from(tError);
+        if (const Failure tFailure = tuf::writeFileAtomically(pFileSystem, tFile, tIt->mBytes, sFileMode)) {
+            return tFailure;
         }
     }
     if (pFileSystem.rename(QFile::encodeName(tNew), QFile::encodeName(pPath)) != 0) {
-        return Trouble::from(os::Failure::fromErrno(errno, u"make the folder "_s + pPath));
+        return Failure::fromErrno(errno, u"make the folder "_s + pPath);
     }
-    return Trouble::from(os::syncDir(pFileSystem, QFileInfo(pPath).path()));
+    return os::syncDir(pFileSystem, QFileInfo(pPath).path());
 }
 
 } // namespace
@@ -102,40 +102,40 @@ TrustAdoption::TrustAdoption(os::FileSystem& pFileSystem, const QString& pFolder
     mOld = QDir(pFolder).entryList(QDir::Dirs | QDir::NoSymLinks | QDir::NoDotAndDotDot).filter(sName);
 }
 
-tuf::Error TrustAdoption::readNote(const QString& pFolder, QString* pRootHash) const
+Failure TrustAdoption::readNote(const QString& pFolder, QString* pRootHash) const
 {
     QByteArray tBytes;
-    const tuf::Error tError =
+    const Failure tFailure =
         tuf::readWholeFile(mFileSystem, mFolder + u'/' + pFolder + sNoteSuffix, sMaxMetadataSize, &tBytes);
     *pRootHash = QJsonDocument::fromJson(tBytes).object().value("root"_L1).toString();
-    return tError.mKind == tuf::ErrorKind::Local ? tError : tuf::Error();
+    return tFailure.mKind == Failure::Kind::Damaged ? tFailure : Failure();
 }
 
 QByteArray TrustAdoption::rootHash(const QString& pUri) const
 {
     QString tHash;
-    readNote(QString::fromLatin1(tuf::sha256(pUri.toUtf8()).left(sNameLength)), &tHash);
+    (void)readNote(QString::fromLatin1(tuf::sha256(pUri.toUtf8()).left(sNameLength)), &tHash);
     return tuf::Hash::fromHex(tuf::HashAlgorithm::Sha256, tHash) ? tHash.toLatin1() : QByteArray();
 }
 
-Trouble TrustAdoption::adopt(const QByteArray& pRootHash, const QString& pTo) const
+Failure TrustAdoption::adopt(const QByteArray& pRootHash, const QString& pTo) const
 {
     FileMap tNewest;
     for (const QString& tName : mOld) {
         QString tNoted;
-        tuf::Error tError = readNote(tName, &tNoted);
+        Failure tFailure = readNote(tName, &tNoted);
         // A note that was lost counts for the root file that is there, as that version had it.
-        if (!tError && (tNoted.isEmpty() || tNoted == QLatin1String(pRootHash))) {
+        if (!tFailure && (tNoted.isEmpty() || tNoted == QLatin1String(pRootHash))) {
             FileMap tFiles;
-            tError = readFiles(mFileSystem, QDir(mFolder + u'/' + tName), &tFiles);
+            tFailure = readFiles(mFileSystem, QDir(mFolder + u'/' + tName), &tFiles);
             takeNewest(tFiles, &tNewest);
         }
-        if (tError) {
-            return Trouble::from(tError);
+        if (tFailure) {
+            return tFailure;
         }
     }
     const bool tHasRoot = tNewest.value(sRootFile).mVersion > 0;
-    return tHasRoot ? makeFolder(mFileSystem, pTo, tNewest) : Trouble();
+    return tHasRoot ? makeFolder(mFileSystem, pTo, tNewest) : Failure();
 }
 
 void TrustAdoption::remove() const
@@ -143,7 +143,7 @@ void TrustAdoption::remove() const
     for (const QString& tName : mOld) {
         const QString tPath = mFolder + u'/' + tName;
         for (const QString& tSuffix : {sNoteSuffix, sNoteSuffix + u".new"_s, QString()}) {
-            os::removeTree(mFileSystem, tPath + tSuffix);
+            (void)os::removeTree(mFileSystem, tPath + tSuffix);
         }
     }
 }

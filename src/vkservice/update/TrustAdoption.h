@@ -1,6 +1,6 @@
 #pragma once
 
-#include "update/Trouble.h"
+#include "internal/Failure.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
@@ -23,12 +23,12 @@ public:
     QByteArray rootHash(const QString& pUri) const;
     // Makes the folder pTo of what was trusted by this root file: the newest root, and the newest file of
     // each other role beside it. Makes none if there is no such root.
-    Trouble adopt(const QByteArray& pRootHash, const QString& pTo) const;
+    Failure adopt(const QByteArray& pRootHash, const QString& pTo) const;
     // Removes all that is left of that version. What can't be removed stays for the next time.
     void remove() const;
 
 private:
-    tuf::Error readNote(const QString& pFolder, QString* pRootHash) const;
+    Failure readNote(const QString& pFolder, QString* pRootHash) const;
 
     os::FileSystem& mFileSystem;
     QString mFolder;

@@ -3,6 +3,7 @@
 #include "os/FileTools.h"
 #include "tuf/AtomicFile.h"
 #include "tuf/Hashes.h"
+#include "tuf/Updater.h"
 #include "update/TrustAdoption.h"
 
 #include <QtCore/QDir>
@@ -24,9 +25,9 @@ constexpr qint64 sMaxRootSize = 512 * 1024;
 constexpr qint64 sMaxMetadataSize = 16 * 1024 * 1024;
 constexpr qsizetype sNoteNameLength = 32;
 
-Trouble noRootFile(const QString& pReason)
+Failure noRootFile(const QString& pReason)
 {
-    return {Trouble::Kind::Untrusted,
+    return {Failure::Kind::Untrusted,
             u"No server can be trusted without the root file of its repository. %1. Get the file "
             "from the publisher of the updates and put it there"_s.arg(pReason)};
 }
@@ -55,35 +56,34 @@ QString TrustFolder::currentPath() const
     return mFolder + u"/current"_s;
 }
 
-Trouble TrustFolder::prepare(const QString& pRootFile, const QString& pUri)
+Failure TrustFolder::prepare(const QString& pRootFile, const QString& pUri)
 {
     QByteArray tRoot;
-    const os::Failure tFailure = os::readFile(mFileSystem, pRootFile, sMaxRootSize, &tRoot);
-    mRootHash = tFailure ? lastRoot(pUri) : tuf::sha256(tRoot);
+    const Failure tNoRoot = os::readFile(mFileSystem, pRootFile, sMaxRootSize, &tRoot);
+    mRootHash = tNoRoot ? lastRoot(pUri) : tuf::sha256(tRoot);
     if (mRootHash.isEmpty()) {
-        return noRootFile(tFailure.mText);
+        return noRootFile(tNoRoot.mText);
     }
     const auto tHasTrust = [this] { return QFileInfo::exists(path() + u"/root.json"_s); };
     const TrustAdoption tOld(mFileSystem, mFolder);
-    if (const os::Failure tNoFolder =
-            os::makePath(mFileSystem, QFileInfo(notePath(pUri)).path(), sPrivateDir)) {
-        return Trouble::from(tNoFolder);
+    if (Failure tFailure = os::makePath(mFileSystem, QFileInfo(notePath(pUri)).path(), sPrivateDir)) {
+        return tFailure;
     }
     if (!tHasTrust()) {
-        if (const Trouble tTrouble = tOld.adopt(mRootHash, path())) {
-            return tTrouble;
+        if (const Failure tFailure = tOld.adopt(mRootHash, path())) {
+            return tFailure;
         }
     }
     if (!tHasTrust()) {
-        const Trouble tTrouble = tFailure
-                                     ? noRootFile(tFailure.mText)
-                                     : Trouble::from(tuf::Updater::initialize(mFileSystem, path(), tRoot));
-        if (tTrouble) {
-            return tTrouble;
+        if (tNoRoot) {
+            return noRootFile(tNoRoot.mText);
+        }
+        if (Failure tFailure = tuf::Updater::initialize(mFileSystem, path(), tRoot)) {
+            return tFailure;
         }
     }
-    if (const Trouble tTrouble = noteCurrent()) {
-        return tTrouble;
+    if (const Failure tFailure = noteCurrent()) {
+        return tFailure;
     }
     tOld.remove();
     return {};
@@ -93,20 +93,20 @@ Trouble TrustFolder::prepare(const QString& pRootFile, const QString& pUri)
 QByteArray TrustFolder::lastRoot(const QString& pUri) const
 {
     QByteArray tHash;
-    tuf::readWholeFile(mFileSystem, currentPath(), sMaxRootSize, &tHash);
+    (void)tuf::readWholeFile(mFileSystem, currentPath(), sMaxRootSize, &tHash);
     if (!tuf::Hash::fromHex(tuf::HashAlgorithm::Sha256, QString::fromLatin1(tHash))) {
         tHash = TrustAdoption(mFileSystem, mFolder).rootHash(pUri);
     }
     return tHash;
 }
 
-Trouble TrustFolder::noteCurrent()
+Failure TrustFolder::noteCurrent()
 {
     QByteArray tNoted;
-    tuf::readWholeFile(mFileSystem, currentPath(), sMaxRootSize, &tNoted);
+    (void)tuf::readWholeFile(mFileSystem, currentPath(), sMaxRootSize, &tNoted);
     return tNoted == mRootHash
-               ? Trouble()
-               : Trouble::from(tuf::writeFileAtomically(mFileSystem, currentPath(), mRootHash, sPrivateFile));
+               ? Failure()
+               : tuf::writeFileAtomically(mFileSystem, currentPath(), mRootHash, sPrivateFile);
 }
 
 QByteArray TrustFolder::timestampHash() const
@@ -122,7 +122,7 @@ QDateTime TrustFolder::earliestExpiry() const
     const QStringList tNames = QDir(path()).entryList({u"*.json"_s}, QDir::Files);
     for (const QString& tName : tNames) {
         QByteArray tBytes;
-        os::readFile(mFileSystem, path() + u'/' + tName, sMaxMetadataSize, &tBytes);
+        (void)os::readFile(mFileSystem, path() + u'/' + tName, sMaxMetadataSize, &tBytes);
         const QJsonObject tSigned = QJsonDocument::fromJson(tBytes).object().value("signed"_L1).toObject();
         const QString tExpires = tSigned.value("expires"_L1).toString();
         const QDateTime tDate = QDateTime::fromString(tExpires, Qt::ISODate);

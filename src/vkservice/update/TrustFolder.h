@@ -1,6 +1,6 @@
 #pragma once
 
-#include "update/Trouble.h"
+#include "internal/Failure.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
@@ -26,7 +26,7 @@ public:
     TrustFolder(os::FileSystem& pFileSystem, const QString& pStateDir);
 
     // Finds the trust of the root file, or starts it from that file. pUri: of the server that will be asked.
-    Trouble prepare(const QString& pRootFile, const QString& pUri);
+    Failure prepare(const QString& pRootFile, const QString& pUri);
 
     // After prepare(). The folder for tuf::Updater.
     QString path() const;
@@ -42,7 +42,7 @@ public:
 private:
     QString currentPath() const;
     QByteArray lastRoot(const QString& pUri) const;
-    Trouble noteCurrent();
+    Failure noteCurrent();
 
     os::FileSystem& mFileSystem;
     QString mFolder;

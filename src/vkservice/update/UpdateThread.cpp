@@ -83,14 +83,14 @@ UpdateThread::~UpdateThread()
 bool UpdateThread::recover(const RunRequest& pRequest, QString* pError)
 {
     Workplace tWorkplace(d->mFileSystem, d->mProcesses, pRequest);
-    if (const Trouble tTrouble = tWorkplace.open(packages::NewRoots::Leave)) {
-        *pError = tTrouble.mText;
+    if (const Failure tFailure = tWorkplace.open(packages::NewRoots::Leave)) {
+        *pError = tFailure.mText;
         return false;
     }
     QStringList tTexts = tWorkplace.warnings();
     tTexts.append(tWorkplace.tidyUp());
     QString tLogText;
-    if (const os::Failure tFailure = tWorkplace.updateInstallLog(&tLogText)) {
+    if (const Failure tFailure = tWorkplace.updateInstallLog(&tLogText)) {
         tLogText = tFailure.mText;
     }
     tTexts.append(tLogText);

@@ -29,29 +29,29 @@ Workplace::Workplace(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, c
 {
 }
 
-Trouble Workplace::open(packages::NewRoots pNew)
+Failure Workplace::open(packages::NewRoots pNew)
 {
     if (!QDir::isAbsolutePath(mRequest.mInstallDir) || !QDir::isAbsolutePath(mRequest.mStateDir) ||
         (!mRequest.mDataDir.isEmpty() && !QDir::isAbsolutePath(mRequest.mDataDir))) {
-        return {Trouble::Kind::Failed,
+        return {Failure::Kind::Content,
                 u"The folders for packages, data and state must be set as absolute paths"_s};
     }
-    os::Failure tFailure = os::makePath(mFileSystem, mRequest.mStateDir, sStateDir);
+    Failure tFailure = os::makePath(mFileSystem, mRequest.mStateDir, sStateDir);
     tFailure = tFailure ? tFailure : mRoots.open(pNew);
     tFailure = tFailure ? tFailure : claimRoots();
-    if (tFailure.mKind == os::Failure::Kind::Content) {
-        return {Trouble::Kind::Damaged, tFailure.mText};
+    if (tFailure.mKind == Failure::Kind::Content) {
+        return {Failure::Kind::Damaged, tFailure.mText};
     }
-    return Trouble::from(tFailure);
+    return tFailure;
 }
 
-os::Failure Workplace::claimRoots()
+Failure Workplace::claimRoots()
 {
-    if (const os::Failure tFailure = claimInstallDir()) {
+    if (const Failure tFailure = claimInstallDir()) {
         return tFailure;
     }
     QString tDamage;
-    os::Failure tFailure = mGenerations.reader().kept(&mKept, &mInstalled, &tDamage);
+    Failure tFailure = mGenerations.reader().kept(&mKept, &mInstalled, &tDamage);
     const QString tDataDir = mFolders.root(packages::Kind::Data);
     tFailure = tFailure ? tFailure : mRoots.claim(tDataDir, {mRequest.mStateDir, mFolders.installDir()}, [&] {
         return vouchedData(tDataDir);
@@ -68,7 +68,7 @@ os::Failure Workplace::claimRoots()
     return {};
 }
 
-os::Failure Workplace::claimInstallDir()
+Failure Workplace::claimInstallDir()
 {
     return mRoots.claimInstallDir(mFolders.installDir(),
                                   {mRequest.mStateDir, mFolders.root(packages::Kind::Data)},
@@ -115,7 +115,7 @@ void Workplace::claimEarlierRoots()
         }
     }
     packages::Manifest tIntent;
-    mGenerations.reader().intent(&tIntent);
+    (void)mGenerations.reader().intent(&tIntent); // one that can't be read names no folder
     tFolders += tIntent.folders();
     for (const QString& tFolder : std::as_const(tFolders)) {
         const auto tPlace = PackageFolders::place(tFolder);
@@ -126,7 +126,7 @@ void Workplace::claimEarlierRoots()
         if (!mRoots.knows(tRoot) && tVouched != Vouched::Present) {
             continue;
         }
-        const os::Failure tFailure = mRoots.claim(tRoot, {}, [tVouched] { return tVouched; });
+        const Failure tFailure = mRoots.claim(tRoot, {}, [tVouched] { return tVouched; });
         if (tFailure && tVouched != Vouched::Nothing) {
             mWarnings.append(tFailure.mText);
         }
@@ -164,21 +164,21 @@ QString Workplace::tidyUp()
     return removeLeftovers(nullptr, &tInUse).mText;
 }
 
-os::Failure Workplace::removeLeftovers(const std::function<void(int, int)>& pProgress, QStringList* pInUse)
+Failure Workplace::removeLeftovers(const std::function<void(int, int)>& pProgress, QStringList* pInUse)
 {
     return mGenerations.removeLeftovers(pProgress, [this, pInUse](const QStringList& pFolders) {
         return *pInUse = mProcesses.inUse(pFolders);
     });
 }
 
-os::Failure Workplace::updateInstallLog(QString* pWarning)
+Failure Workplace::updateInstallLog(QString* pWarning)
 {
     pWarning->clear();
-    return mInstalled.mGeneration == 0 ? os::Failure()
+    return mInstalled.mGeneration == 0 ? Failure()
                                        : mRunLog.enter(mInstalled, RunLog::Kind::Installed, pWarning);
 }
 
-os::Failure Workplace::logRun(const packages::Manifest& pRun, QString* pWarning)
+Failure Workplace::logRun(const packages::Manifest& pRun, QString* pWarning)
 {
     return mRunLog.enter(pRun, RunLog::Kind::ChangedNothing, pWarning);
 }

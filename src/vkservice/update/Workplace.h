@@ -1,12 +1,12 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "packages/Generations.h"
 #include "packages/Manifest.h"
 #include "packages/PackageFolders.h"
 #include "packages/Roots.h"
 #include "update/RunLog.h"
 #include "update/RunRequest.h"
-#include "update/Trouble.h"
 
 namespace tarn::os {
 class ProcessList;
@@ -22,7 +22,7 @@ public:
     Workplace(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, const RunRequest& pRequest);
 
     // Claims the folders and reads what is installed.
-    Trouble open(packages::NewRoots pNew);
+    Failure open(packages::NewRoots pNew);
     // What open() found that people should know of, each a sentence without its full stop.
     const QStringList& warnings() const { return mWarnings; }
     // True where the current generation is damaged, and an earlier one counts as installed.
@@ -33,15 +33,15 @@ public:
     // Removes what neither the current generation nor the one before it needs, and what killed runs left;
     // what a process uses stays for a later time and comes in *pInUse. Goes on behind a failure, which does
     // no harm to the next run. pProgress gets how many of how many are done.
-    os::Failure removeLeftovers(const std::function<void(int, int)>& pProgress, QStringList* pInUse);
+    Failure removeLeftovers(const std::function<void(int, int)>& pProgress, QStringList* pInUse);
     // The same, with a text for people.
     QString tidyUp();
     // Enters the run that made the current generation into the install log, unless it is there already, or
     // keeps it for later. A failure where neither worked: the manifest is then the only one to know of the
     // run.
-    os::Failure updateInstallLog(QString* pWarning);
+    Failure updateInstallLog(QString* pWarning);
     // Enters or keeps a run that changed nothing.
-    os::Failure logRun(const packages::Manifest& pRun, QString* pWarning);
+    Failure logRun(const packages::Manifest& pRun, QString* pWarning);
 
     const packages::PackageFolders& folders() const { return mFolders; }
     packages::Generations& generations() { return mGenerations; }
@@ -49,8 +49,8 @@ public:
     void setInstalled(const packages::Manifest& pManifest) { mInstalled = pManifest; }
 
 private:
-    os::Failure claimRoots();
-    os::Failure claimInstallDir();
+    Failure claimRoots();
+    Failure claimInstallDir();
     void claimEarlierRoots();
     packages::Vouched vouchedInstallDir();
     packages::Vouched vouchedData(const QString& pRoot) const;

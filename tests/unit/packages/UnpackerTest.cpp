@@ -10,7 +10,7 @@
 
 using namespace tarn;
 using namespace tarn::packages;
-using Kind = os::Failure::Kind;
+using Kind = Failure::Kind;
 
 namespace {
 
@@ -21,7 +21,7 @@ constexpr mode_t sDir = S_IFDIR | 0755;
 class UnpackerTest : public testing::Test
 {
 protected:
-    os::Failure unpack(const QByteArray& pArchive, const UnpackLimits& pLimits = {1000, 50, 8})
+    Failure unpack(const QByteArray& pArchive, const UnpackLimits& pLimits = {1000, 50, 8})
     {
         const QString tPath = mDir.filePath(q("archive"));
         writeFile(tPath, pArchive);
@@ -54,15 +54,15 @@ TEST_F(UnpackerTest, UnpacksFilesFoldersAndLinks)
     const QByteArray tName("\xc3\xa4 b");
     const QByteArray tLong(200, 'n'); // longer than the plain header's field
     const mode_t tOldMask = ::umask(077);
-    const os::Failure tFailure = unpack(makeArchive({{"./", "", sDir},
-                                                     {"bin/", "", S_IFDIR | 0700},
-                                                     {"./bin/tool", "#!", S_IFREG | 06711},
-                                                     {"lib/deep/er/file", "f", S_IFREG | 0600},
-                                                     {"lib/link", "deep/er/file", sLink},
-                                                     {"lib/deep/up", "../../bin/tool", sLink},
-                                                     {tName, "umlaut"},
-                                                     {"d/" + tLong, "long"},
-                                                     {"empty", ""}}));
+    const Failure tFailure = unpack(makeArchive({{"./", "", sDir},
+                                                 {"bin/", "", S_IFDIR | 0700},
+                                                 {"./bin/tool", "#!", S_IFREG | 06711},
+                                                 {"lib/deep/er/file", "f", S_IFREG | 0600},
+                                                 {"lib/link", "deep/er/file", sLink},
+                                                 {"lib/deep/up", "../../bin/tool", sLink},
+                                                 {tName, "umlaut"},
+                                                 {"d/" + tLong, "long"},
+                                                 {"empty", ""}}));
     ::umask(tOldMask);
     EXPECT_FALSE(tFailure) << tFailure.mText;
     const QMap<QString, QByteArray> tExpected{{q("bin/tool"), "#!"},
@@ -118,7 +118,7 @@ TEST_F(UnpackerTest, RefusesWhatLeadsOutOrIsNoPlainFile)
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mName);
-        const os::Failure tFailure = unpack(makeArchive(tCase.mEntries));
+        const Failure tFailure = unpack(makeArchive(tCase.mEntries));
         EXPECT_EQ(tFailure.mKind, Kind::Content) << tFailure.mText;
         EXPECT_FALSE(tFailure.mText.isEmpty());
         EXPECT_EQ(QDir(mDir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
@@ -152,7 +152,7 @@ TEST_F(UnpackerTest, ReportsEveryFailedOperation)
     int tCount = 1;
     for (;; ++tCount) {
         mFileSystem.failAt(tCount, ENOSPC);
-        const os::Failure tFailure = unpack(tArchive);
+        const Failure tFailure = unpack(tArchive);
         if (!mFileSystem.hasFailed()) {
             EXPECT_FALSE(tFailure);
             break;

@@ -52,21 +52,21 @@ protected:
     {
         tarn::os::FileSystem& tFileSystem = tarn::os::realFileSystem();
         if (!QFileInfo::exists(path(pClient) + q("/root.json"))) {
-            tarn::tuf::Updater::initialize(tFileSystem, path(pClient),
-                                           readFile(path("r/metadata/1.root.json")));
+            (void)tarn::tuf::Updater::initialize(tFileSystem, path(pClient),
+                                                 readFile(path("r/metadata/1.root.json")));
         }
         tarn::vkpublish::FolderFetcher tFetcher(tFileSystem, path(pRepository) + q("/metadata"));
         tarn::tuf::Updater tUpdater(tFileSystem, path(pClient), tFetcher, QDateTime::currentDateTimeUtc());
         QList<tarn::tuf::TargetFile> tTargets;
-        tarn::tuf::Error tError = tUpdater.refresh();
-        if (!tError) {
-            tError = tUpdater.allTargets(&tTargets);
+        tarn::Failure tFailure = tUpdater.refresh();
+        if (!tFailure) {
+            tFailure = tUpdater.allTargets(&tTargets);
         }
         QStringList tPaths;
         for (const tarn::tuf::TargetFile& tTarget : tTargets) {
             tPaths.append(tTarget.mPath);
         }
-        return tError ? tError.mText : tPaths.join(u' ');
+        return tFailure ? tFailure.mText : tPaths.join(u' ');
     }
 
     // In place of what is there.

@@ -94,7 +94,7 @@ TEST_F(AttackTest, AreRefused)
         Step mDo;
         QList<int>
             mStored; // versions of root, timestamp, snapshot and targets in the end; before it 1, 2, 2, 2
-        ErrorKind mExpected = ErrorKind::Untrusted;
+        Failure::Kind mExpected = Failure::Kind::Untrusted;
     } sAttacks[] = {
         {"software without a key",
          withoutKeysOf({sTargetsRole, sSnapshotRole, sTimestampRole}),
@@ -106,22 +106,22 @@ TEST_F(AttackTest, AreRefused)
         {"snapshot longer than signed", tooLong("3.snapshot.json", 1), {1, 3, 2, 2}},
         {"snapshot that claims to be endless", [this] { endlessSnapshot(); }, {1, 4, 2, 2}},
         {"extraneous dependencies", [this] { moreTargets(); }, {1, 3, 3, 2}},
-        {"frozen", [this] { mNow = role(sTimestampRole).mExpires; }, {1, 2, 2, 2}, ErrorKind::Expired},
-        {"frozen snapshot", expired(sSnapshotRole), {1, 3, 2, 2}, ErrorKind::Expired},
-        {"frozen targets", expired(sTargetsRole), {1, 3, 3, 2}, ErrorKind::Expired},
-        {"frozen root", expired(sRootRole), {2, 2, 2, 2}, ErrorKind::Expired},
+        {"frozen", [this] { mNow = role(sTimestampRole).mExpires; }, {1, 2, 2, 2}, Failure::Kind::Expired},
+        {"frozen snapshot", expired(sSnapshotRole), {1, 3, 2, 2}, Failure::Kind::Expired},
+        {"frozen targets", expired(sTargetsRole), {1, 3, 3, 2}, Failure::Kind::Expired},
+        {"frozen root", expired(sRootRole), {2, 2, 2, 2}, Failure::Kind::Expired},
         {"slow",
          [this] {
-             mRepository.mFailure = {ErrorKind::Unreachable, q("Slow")};
+             mRepository.mFailure = {Failure::Kind::Unreachable, q("Slow")};
          },
          {1, 2, 2, 2},
-         ErrorKind::Unreachable},
+         Failure::Kind::Unreachable},
         {"mixed snapshot", mixed("snapshot.json", true), {1, 3, 2, 2}},
         {"mixed snapshot without hashes", mixed("snapshot.json", false), {1, 3, 2, 2}},
         {"mixed targets without hashes", mixed("targets.json", false), {1, 3, 3, 2}},
-        {"older timestamp", rolledBack(sTimestampRole, 0), {1, 2, 2, 2}, ErrorKind::OutOfDate},
-        {"older snapshot", rolledBack(sSnapshotRole, 0), {1, 2, 2, 2}, ErrorKind::OutOfDate},
-        {"older targets", rolledBack(sTargetsRole, 1), {1, 3, 2, 2}, ErrorKind::OutOfDate},
+        {"older timestamp", rolledBack(sTimestampRole, 0), {1, 2, 2, 2}, Failure::Kind::OutOfDate},
+        {"older snapshot", rolledBack(sSnapshotRole, 0), {1, 2, 2, 2}, Failure::Kind::OutOfDate},
+        {"older targets", rolledBack(sTargetsRole, 1), {1, 3, 2, 2}, Failure::Kind::OutOfDate},
         {"role that disappears", [this] { roleThatDisappears(); }, {1, 3, 2, 2}},
     };
     for (const auto& tAttack : sAttacks) {
@@ -136,9 +136,9 @@ TEST_F(AttackTest, AreRefused)
         ASSERT_EQ(stored(), "root 1, snapshot 2, targets 2, timestamp 2");
 
         tAttack.mDo();
-        const Error tError = refresh();
-        EXPECT_EQ(tError.mKind, tAttack.mExpected) << tError.mText;
-        EXPECT_FALSE(tError.mText.isEmpty());
+        const Failure tFailure = refresh();
+        EXPECT_EQ(tFailure.mKind, tAttack.mExpected) << tFailure.mText;
+        EXPECT_FALSE(tFailure.mText.isEmpty());
         EXPECT_EQ(stored(), q("root %1, snapshot %3, targets %4, timestamp %2")
                                 .arg(tAttack.mStored[0])
                                 .arg(tAttack.mStored[1])
@@ -163,7 +163,7 @@ protected:
         mRepository.mRoles[sTimestampRole].mThreshold = 2;
     }
 
-    ErrorKind kindAfter(const QByteArray& pTimestamp)
+    Failure::Kind kindAfter(const QByteArray& pTimestamp)
     {
         mRepository.mFiles[q("timestamp.json")] = pTimestamp;
         return refresh().mKind;
@@ -177,11 +177,12 @@ TEST_F(KeyCompromiseTest, ThresholdCountsKeysAndNotSignatures)
     needTwo();
     mRepository.publishRoot();
     const QJsonObject tSigned = mRepository.timestampJson();
-    EXPECT_EQ(kindAfter(signMetadata(tSigned, {mTwo[0]})), ErrorKind::Untrusted);
-    EXPECT_EQ(kindAfter(signMetadata(tSigned, {mTwo[0], mTwo[0]})), ErrorKind::Untrusted);
-    EXPECT_EQ(kindAfter(signMetadata(tSigned, {mTwo[0], TestRepository::newKey()})), ErrorKind::Untrusted);
+    EXPECT_EQ(kindAfter(signMetadata(tSigned, {mTwo[0]})), Failure::Kind::Untrusted);
+    EXPECT_EQ(kindAfter(signMetadata(tSigned, {mTwo[0], mTwo[0]})), Failure::Kind::Untrusted);
+    EXPECT_EQ(kindAfter(signMetadata(tSigned, {mTwo[0], TestRepository::newKey()})),
+              Failure::Kind::Untrusted);
     EXPECT_EQ(kindAfter(signMetadata(tSigned, {TestRepository::newKey(), mTwo[1], mTwo[0]})),
-              ErrorKind::None);
+              Failure::Kind::None);
 }
 
 TEST_F(KeyCompromiseTest, AKeyUnderTwoIdsCountsOnce)
@@ -205,7 +206,7 @@ TEST_F(KeyCompromiseTest, AKeyUnderTwoIdsCountsOnce)
         QByteArray tTwice = signMetadata(mRepository.timestampJson(), {tKey, tKey});
         tTwice.replace(tTwice.indexOf(tKey.id().toUtf8()), tKey.id().size(), "alias");
         initialize();
-        EXPECT_EQ(kindAfter(tTwice), tThreshold == 2 ? ErrorKind::Untrusted : ErrorKind::None);
+        EXPECT_EQ(kindAfter(tTwice), tThreshold == 2 ? Failure::Kind::Untrusted : Failure::Kind::None);
     }
 }
 

@@ -9,20 +9,19 @@
 class ClientTest : public testing::Test
 {
 protected:
-    using Error = tarn::tuf::Error;
-    using ErrorKind = tarn::tuf::ErrorKind;
+    using Failure = tarn::Failure;
 
     ClientTest() { initialize(); }
 
     void initialize()
     {
-        const Error tError = tarn::tuf::Updater::initialize(tarn::os::realFileSystem(), mDir,
-                                                            mRepository.mFiles[q("1.root.json")]);
-        ASSERT_FALSE(tError) << tError.mText;
+        const Failure tFailure = tarn::tuf::Updater::initialize(tarn::os::realFileSystem(), mDir,
+                                                                mRepository.mFiles[q("1.root.json")]);
+        ASSERT_FALSE(tFailure) << tFailure.mText;
     }
 
     // A run of the client from its stored metadata; mRequests then holds those of this run alone.
-    Error refresh()
+    Failure refresh()
     {
         mRepository.mRequests.clear();
         mUpdater.emplace(tarn::os::realFileSystem(), mDir, mRepository, mNow, mLimits);
@@ -33,13 +32,13 @@ protected:
     std::string requests() const { return mRepository.mRequests.join(q(", ")).toStdString(); }
 
     // The role that offers the target; empty: not offered.
-    Error find(const QString& pPath, QString* pRole)
+    Failure find(const QString& pPath, QString* pRole)
     {
         mRepository.mRequests.clear();
         std::optional<tarn::tuf::TargetFile> tTarget;
-        const Error tError = mUpdater->findTarget(pPath, &tTarget);
+        const Failure tFailure = mUpdater->findTarget(pPath, &tTarget);
         *pRole = tTarget ? tTarget->mCustom[q("by")].toString() : QString();
-        return tError;
+        return tFailure;
     }
 
     // "root 1, snapshot 1, ...": all that is stored, by name.
@@ -72,6 +71,6 @@ protected:
 
 #define EXPECT_GOOD(pError)                                                                                  \
     do {                                                                                                     \
-        const tarn::tuf::Error tResult = (pError);                                                           \
+        const tarn::Failure tResult = (pError);                                                              \
         EXPECT_FALSE(tResult) << tResult.mText;                                                              \
     } while (false)

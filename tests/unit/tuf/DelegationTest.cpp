@@ -149,12 +149,12 @@ TEST_F(DelegationTest, EveryDelegatorChecksTheRoleForItself)
     EXPECT_GOOD(find(q("a1"), &tRole));
     EXPECT_EQ(tRole, q("C"));
     for (int i = 0; i < 2; ++i) { // with C in memory, then only in the folder
-        EXPECT_EQ(find(q("b1"), &tRole).mKind, ErrorKind::Untrusted);
+        EXPECT_EQ(find(q("b1"), &tRole).mKind, Failure::Kind::Untrusted);
         EXPECT_EQ(tRole, QString());
         ASSERT_FALSE(refresh());
     }
     QList<TargetFile> tAll;
-    EXPECT_EQ(mUpdater->allTargets(&tAll).mKind, ErrorKind::Untrusted);
+    EXPECT_EQ(mUpdater->allTargets(&tAll).mKind, Failure::Kind::Untrusted);
 }
 
 TEST_F(DelegationTest, RanksRolesInTheOrderOfTheSearch)
@@ -193,14 +193,14 @@ TEST_F(DelegationTest, ADelegatedRoleIsHeldToTheSnapshot)
     };
     const QByteArray tGood = mRepository.mFiles[q("1.A.json")];
     mRepository.mFiles[q("1.A.json")].append(' ');
-    EXPECT_EQ(tFind(), ErrorKind::Untrusted);
+    EXPECT_EQ(tFind(), Failure::Kind::Untrusted);
     mRepository.mFiles[q("1.A.json")] = tGood;
     QJsonObject tSigned = mRepository.snapshotJson();
     tSigned[q("meta")] = QJsonObject{{q("targets.json"), tSigned[q("meta")][q("targets.json")]}};
     mRepository.serve(sSnapshotRole, mRepository.sign(sSnapshotRole, tSigned));
     mRepository.publishTimestamp();
     initialize();
-    EXPECT_EQ(tFind(), ErrorKind::Untrusted) << "it is not in the snapshot";
+    EXPECT_EQ(tFind(), Failure::Kind::Untrusted) << "it is not in the snapshot";
     EXPECT_EQ(read(q("A.json")), QByteArray());
 }
 
@@ -237,7 +237,7 @@ TEST_F(DelegationTest, TheNumberOfRolesIsBounded)
     EXPECT_GOOD(find(q("file"), &tRole));
     EXPECT_EQ(requests(), "1.R0.json, 1.R1.json, 1.R2.json, 1.R3.json");
     QList<TargetFile> tAll;
-    EXPECT_EQ(mUpdater->allTargets(&tAll).mKind, ErrorKind::Untrusted);
+    EXPECT_EQ(mUpdater->allTargets(&tAll).mKind, Failure::Kind::Untrusted);
 }
 
 TEST_F(DelegationTest, FetchPathsOfTargets)

@@ -7,10 +7,11 @@
 #include <limits>
 
 using namespace tarn::tuf;
+using tarn::Failure;
 
 namespace {
 
-Error parse(const QString& pType, const QByteArray& pFile)
+Failure parse(const QString& pType, const QByteArray& pFile)
 {
     Root tRoot;
     Timestamp tTimestamp;
@@ -133,7 +134,7 @@ TEST_F(MetadataTest, EveryMemberIsChecked)
         ASSERT_FALSE(parse(tType, mFiles[tType]));
         for (const QJsonValue& tBad : tBadValues) {
             const QByteArray tFile = with(tType, tPath, tBad);
-            EXPECT_EQ(parse(tType, tFile).mKind, ErrorKind::Untrusted) << tFile;
+            EXPECT_EQ(parse(tType, tFile).mKind, Failure::Kind::Untrusted) << tFile;
         }
     }
 }
@@ -156,16 +157,16 @@ TEST_F(MetadataTest, WhatIsNotKnownIsPassedOver)
         {"targets", "signed/targets/hello/hashes/sha512", QString(128, u'0')},
     };
     for (const auto& [tType, tPath, tValue] : sCases) {
-        const Error tError = parse(q(tType), with(q(tType), tPath, tValue));
-        EXPECT_FALSE(tError) << tPath << ": " << tError.mText;
+        const Failure tFailure = parse(q(tType), with(q(tType), tPath, tValue));
+        EXPECT_FALSE(tFailure) << tPath << ": " << tFailure.mText;
     }
 }
 
 TEST_F(MetadataTest, HasABoundForObjects)
 {
     const QByteArray tDense = QByteArray("[0],").repeated(500'000) + "[0]";
-    const Error tError = parse(sTargetsRole, R"({"x":[)" + tDense + "]," + mFiles[sTargetsRole].mid(1));
-    EXPECT_TRUE(tError.mText.contains(q("500000 objects"))) << tError.mText;
+    const Failure tFailure = parse(sTargetsRole, R"({"x":[)" + tDense + "]," + mFiles[sTargetsRole].mid(1));
+    EXPECT_TRUE(tFailure.mText.contains(q("500000 objects"))) << tFailure.mText;
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <QtCore/QJsonArray>
 
 using namespace tarn::tuf;
+using tarn::Failure;
 
 namespace {
 
@@ -182,7 +183,7 @@ void TestRepository::delegate(const QString& pFrom, const QString& pTo, const QS
     tDelegations = {{q("roles"), tRoles}, {q("keys"), tKeys}};
 }
 
-Error TestRepository::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
+Failure TestRepository::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
 {
     mRequests.append(pPath);
     mMaxLengths[pPath] = pMaxLength;
@@ -190,7 +191,7 @@ Error TestRepository::fetch(const QString& pPath, qint64 pMaxLength, QByteArray*
         return mFailure;
     }
     if (!mFiles.contains(pPath)) {
-        return {ErrorKind::NotFound, pPath};
+        return {Failure::Kind::NotFound, pPath};
     }
     // Hands out what is too long as well: the client must not rely on its fetcher.
     *pTo = mFiles[pPath];

@@ -59,7 +59,7 @@ public:
     void delegate(const QString& pFrom, const QString& pTo, const QStringList& pPaths,
                   bool pTerminating = false);
 
-    tarn::tuf::Error fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
+    tarn::Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
 
     QMap<QString, Role> mRoles;
     QMap<QString, QJsonObject> mStated; // path of a target -> what its metadata says in place of the truth
@@ -69,7 +69,7 @@ public:
     QMap<QString, QByteArray> mFiles;  // what is served: path -> content
     QStringList mRequests;             // paths, in order
     QMap<QString, qint64> mMaxLengths; // path -> what the client said it would take at most
-    tarn::tuf::Error mFailure;         // if set, what every fetch fails with
+    tarn::Failure mFailure;            // if set, what every fetch fails with
 
 private:
     QJsonObject signedPart(const QString& pRole) const;

@@ -56,7 +56,7 @@ TEST_F(UpdaterTest, DamagedLocalFilesCountAsAbsent)
         }
     }
     write(sRootRole + q(".json"), "{}");
-    EXPECT_EQ(refresh().mKind, ErrorKind::Local);
+    EXPECT_EQ(refresh().mKind, Failure::Kind::Damaged);
     EXPECT_EQ(requests(), "");
 }
 
@@ -73,11 +73,11 @@ TEST_F(UpdaterTest, AClockThatIsSetBackBringsNothingBackToLife)
         mNow = mRepository.mRoles[sTimestampRole].mExpires.addDays(1);
         mRepository.mRoles[sRootRole].mExpires = mNow.addDays(900);
         mRepository.publishRoot();
-        EXPECT_EQ(refresh().mKind, ErrorKind::Expired);
+        EXPECT_EQ(refresh().mKind, Failure::Kind::Expired);
         mNow = tBegin;
-        const Error tError = refresh();
-        EXPECT_EQ(tError.mKind, ErrorKind::Expired);
-        EXPECT_TRUE(tError.mText.contains(q("clock"))) << tError.mText;
+        const Failure tFailure = refresh();
+        EXPECT_EQ(tFailure.mKind, Failure::Kind::Expired);
+        EXPECT_TRUE(tFailure.mText.contains(q("clock"))) << tFailure.mText;
         EXPECT_EQ(Updater::provenTime(tarn::os::realFileSystem(), mDir),
                   mRepository.mRoles[sTimestampRole].mExpires);
     }
@@ -99,17 +99,17 @@ TEST_F(UpdaterTest, AClockThatWasAheadCostsOneTimestamp)
     mRepository.publishRoot();
     mRepository.publishTimestamp();
     const QByteArray tNewer = mRepository.mFiles[q("timestamp.json")];
-    EXPECT_EQ(refresh().mKind, ErrorKind::Expired);
+    EXPECT_EQ(refresh().mKind, Failure::Kind::Expired);
 
     // What is shown later and is older than the refused one takes nothing back.
     mRepository.mRoles[sTimestampRole].mVersion = 1;
     mRepository.mRoles[sTimestampRole].mExpires = tBegin.addDays(59);
     mRepository.publishTimestamp();
-    EXPECT_EQ(refresh().mKind, ErrorKind::Expired);
+    EXPECT_EQ(refresh().mKind, Failure::Kind::Expired);
     mNow = tBegin;
-    EXPECT_EQ(refresh().mKind, ErrorKind::Expired);
+    EXPECT_EQ(refresh().mKind, Failure::Kind::Expired);
     mRepository.mFiles[q("timestamp.json")] = tNewer;
-    EXPECT_EQ(refresh().mKind, ErrorKind::Expired);
+    EXPECT_EQ(refresh().mKind, Failure::Kind::Expired);
 
     mRepository.mRoles[sTimestampRole].mVersion = 3;
     mRepository.publishTimestamp();
@@ -133,7 +133,7 @@ TEST_F(UpdaterTest, TheTimeOfSigningIsTheLeastThatTheClockCanBe)
         mRepository.mRoles[sRootRole].mExpires = mNow.addDays(tRoot);
         mRepository.publishRoot();
         mRepository.publish();
-        EXPECT_EQ(refresh().mKind, tGood != 0 ? ErrorKind::None : ErrorKind::Expired);
+        EXPECT_EQ(refresh().mKind, tGood != 0 ? Failure::Kind::None : Failure::Kind::Expired);
     }
 }
 
@@ -145,7 +145,7 @@ TEST_F(UpdaterTest, AServerWithoutTheNewestRootIsOutOfDate)
     mRepository.publish();
     ASSERT_FALSE(refresh());
     mRepository.mFiles = tOld;
-    EXPECT_EQ(refresh().mKind, ErrorKind::OutOfDate);
+    EXPECT_EQ(refresh().mKind, Failure::Kind::OutOfDate);
     EXPECT_EQ(stored(), "root 2, snapshot 2, targets 2, timestamp 2");
 }
 
@@ -185,7 +185,7 @@ TEST_F(UpdaterTest, RootNeedsThresholdsOfOldAndNew)
     for (const QList<SigningKey>& tSigners :
          {QList{tNew[0], tNew[1]}, {tOld, tNew[0]}, {tOld}, {tOld, tNew[0], tNew[2]}}) {
         mRepository.serve(sRootRole, signMetadata(mRepository.rootJson(), tSigners));
-        EXPECT_EQ(refresh().mKind, tSigners.size() == 3 ? ErrorKind::None : ErrorKind::Untrusted);
+        EXPECT_EQ(refresh().mKind, tSigners.size() == 3 ? Failure::Kind::None : Failure::Kind::Untrusted);
     }
 }
 
@@ -203,7 +203,7 @@ TEST_F(UpdaterTest, RecoversFromFastForwardWhenKeysChange)
                 mRepository.mRoles[tRole].mVersion = tVersion;
             }
             mRepository.publish();
-            EXPECT_EQ(refresh().mKind, tVersion == 1 ? ErrorKind::OutOfDate : ErrorKind::None);
+            EXPECT_EQ(refresh().mKind, tVersion == 1 ? Failure::Kind::OutOfDate : Failure::Kind::None);
         }
         for (const QString& tRole : tChanged) {
             mRepository.mRoles[tRole].mKeys = {TestRepository::newKey()};
@@ -262,13 +262,14 @@ TEST_F(UpdaterTest, AnyFailureOfTheDiskIsReportedAndMadeGoodByTheNextRun)
             tFileSystem.mForGood = tForGood;
             tFileSystem.failAt(i, ENOSPC);
             Updater tUpdater(tFileSystem, mDir, mRepository, mNow);
-            const Error tError = tUpdater.refresh();
+            const Failure tFailure = tUpdater.refresh();
             tFailed = tFileSystem.hasFailed();
             SCOPED_TRACE(testing::Message() << i << ": " << tFileSystem.failed());
             // To close a file that was read takes nothing away from what was read.
             const bool tHarmless =
                 !tFailed || (tFileSystem.failed() == "close" && (!tForGood || tFileSystem.count() == i));
-            EXPECT_EQ(tError.mKind, tHarmless ? ErrorKind::None : ErrorKind::Local) << tError.mText;
+            EXPECT_EQ(tFailure.mKind, tHarmless ? Failure::Kind::None : Failure::Kind::Damaged)
+                << tFailure.mText;
             EXPECT_GOOD(refresh());
             EXPECT_EQ(stored(), "root 2, snapshot 2, targets 2, timestamp 2");
             ASSERT_LT(i, 200);

@@ -115,14 +115,14 @@ TEST_F(HttpsTest, TrustsNoneOfTheSystemWhereAFileIsSet)
     const QString tOther = mMachine.path(q("other.pem"));
     makeCertificate(tOther, mMachine.path(q("key.pem")), q("other"));
     for (const auto& [tFile, tKind] :
-         {std::pair(QString(), Trouble::Kind::None), std::pair(tOther, Trouble::Kind::Unreachable)}) {
+         {std::pair(QString(), Failure::Kind::None), std::pair(tOther, Failure::Kind::Unreachable)}) {
         mMachine.request().mCaFile = tFile;
         const int tGot = withSystemCertificate(mServer.caFile(), [this] {
             const os::AbortFlag tAbort;
             MemorySink tSink(100000);
             Transfer tTransfer{q("metadata/timestamp.json"), &tSink, {}, {}, false, {}};
             HttpSource(mMachine.request().mServers.first(), mMachine.request()).run({&tTransfer}, tAbort);
-            return tTransfer.mTrouble.mKind;
+            return tTransfer.mFailure.mKind;
         });
         if (tGot < 0) {
             GTEST_SKIP() << "needs a mount namespace";

@@ -60,7 +60,7 @@ std::string shown(const Plan& pPlan)
         if (pPlan.mParents.contains(tPackage.name())) {
             tLine += u'<' + pPlan.mParents.value(tPackage.name());
         }
-        tLines.append(tLine + (tPackage.mTrouble ? q("!") : QString()));
+        tLines.append(tLine + (tPackage.mFailure ? q("!") : QString()));
     }
     return tLines.join(q("; ")).toStdString();
 }
@@ -130,7 +130,7 @@ TEST(PlanTest, TakesWhatIsMissingOrNewer)
 TEST(PlanTest, WritesARecordForEachPackage)
 {
     Plan tPlan = PlanTest().plan("top 1 req=mid; mid 1 req=low; low 2; new 1; bad 1", "top 1; mid 1; low 1");
-    tPlan.find(q("bad"))->mTrouble = {Trouble::Kind::Untrusted, q("It \x1b is\nbad")};
+    tPlan.find(q("bad"))->mFailure = {Failure::Kind::Untrusted, q("It \x1b is\nbad")};
     PackageInfo& tNew = tPlan.find(q("new"))->mOffer.mInfo;
     tNew.mTitle.setValue(q("en"), q("\x1b]0;x\x07 title\n"));
     tNew.mReport.setValue(q("en"), q("one\r\n\x1b[2Jtwo"));
@@ -153,8 +153,8 @@ TEST(PlanTest, WritesARecordForEachPackage)
 TEST(PlanTest, TellsTheTroubleThatTheOthersCameFrom)
 {
     Plan tPlan = PlanTest().plan("app 1 req=lib; lib 1", "");
-    tPlan.find(q("lib"))->mTrouble = {Trouble::Kind::Untrusted, q("It has a wrong hash")};
-    tPlan.spreadTroubles();
+    tPlan.find(q("lib"))->mFailure = {Failure::Kind::Untrusted, q("It has a wrong hash")};
+    tPlan.spreadFailures();
     EXPECT_EQ(serversFault(tPlan).mText, q("It has a wrong hash"));
     EXPECT_TRUE(failedPackagesText(tPlan).endsWith(q("lib: It has a wrong hash.")))
         << failedPackagesText(tPlan);

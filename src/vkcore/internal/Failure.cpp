@@ -1,10 +1,10 @@
-#include "os/Failure.h"
+#include "internal/Failure.h"
 
 #include <cerrno>
 
 using namespace Qt::StringLiterals;
 
-namespace tarn::os {
+namespace tarn {
 
 Failure Failure::fromErrno(int pErrno, const QString& pWhat)
 {
@@ -17,4 +17,4 @@ Failure Failure::canceled()
     return {Kind::Canceled, u"The update was aborted"_s};
 }
 
-} // namespace tarn::os
+} // namespace tarn

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QtCore/QString>
+
+namespace tarn {
+
+// Why something could not be done. True if there is one; a default one is none.
+struct [[nodiscard]] Failure
+{
+    enum class Kind
+    {
+        None,
+        Unreachable, // the server gave no answer, or one that is not a file: another server may do better
+        NotFound,    // there is no such file
+        Untrusted,   // signature, hash, length, version or format is wrong: somebody changed something
+        OutOfDate,   // correctly signed, but older than what this machine has seen already
+        Expired,     // correctly signed, but too old: also a sign of a frozen mirror
+        NoServer,    // nobody to ask
+        NoSpace,     // the disk or the user's share of it is full
+        Io,          // any other failed operation of the system
+        Content,     // the data itself, or what it asks for, is not what it must be
+        Damaged,     // the records of this machine can't be read or written
+        AppsRunning, // programs that must end first still run
+        Person,      // nothing is broken, but only a person can say how to go on
+        Canceled,
+    };
+
+    Kind mKind = Kind::None;
+    QString mText; // a sentence without its full stop: what could not be done, and why
+
+    explicit operator bool() const { return mKind != Kind::None; }
+    // The same, as another kind; none stays none.
+    Failure as(Kind pKind) const { return {*this ? pKind : Kind::None, mText}; }
+
+    // pWhat is what could not be done ("write DIR/file").
+    static Failure fromErrno(int pErrno, const QString& pWhat);
+    static Failure content(const QString& pText) { return {Kind::Content, pText}; }
+    static Failure untrusted(const QString& pText) { return {Kind::Untrusted, pText}; }
+    static Failure canceled();
+};
+
+} // namespace tarn
