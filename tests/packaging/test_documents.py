@@ -1,10 +1,14 @@
-"""The documents point to what there is: links, files, scripts, and the tests behind the promises."""
+"""The documents are true: links, paths, the tests behind the promises, and the examples of file formats."""
 import glob
+import json
 import os
 import re
+import shutil
+import sqlite3
+import tempfile
 import unittest
 
-from support import SOURCE, read
+from support import BIN, SOURCE, installation, read, run
 
 DOCUMENTS = sorted(glob.glob(os.path.join(SOURCE, "*.md")) + glob.glob(os.path.join(SOURCE, "docs/*.md")))
 
@@ -19,6 +23,55 @@ def tests_of_the_tree():
     for script in glob.glob(os.path.join(SOURCE, "tests/packaging/test_*.py")):
         names.add("packaging." + os.path.basename(script)[len("test_"):-len(".py")])
     return names
+
+
+def shape(value):
+    """The member names and types of a JSON value. The names of files, which have dots, are all alike."""
+    if isinstance(value, dict):
+        return {"FILE" if "." in name else name: shape(member) for name, member in value.items()}
+    return [shape(value[0])] if isinstance(value, list) and value else type(value).__name__
+
+
+def real_files(folder):
+    """A publisher, an update, and one whose run waits for the install log; gives the files by their headings."""
+    repository, state = os.path.join(folder, "repository"), os.path.join(folder, "state")
+    rkm = installation(os.path.join(folder, "machine"), f"""
+        application.logDir = "{folder}/log"
+        [service]
+        socketName = "{folder}/socket"
+        stateDir = "{state}"
+        install.dir = "{folder}/installed"
+        defaultServer = "file://{repository}"
+        update.rootFile = "{repository}/metadata/1.root.json"
+        """)
+    shutil.copy(os.path.join(BIN, "vkservice"), os.path.dirname(rkm))
+    os.makedirs(os.path.join(folder, "package/bin"))
+    shutil.copy("/bin/true", os.path.join(folder, "package/bin/viewer"))
+
+    def publish(command, *words):
+        run(os.path.join(BIN, "vkpublish"), command, repository, *words)
+
+    def add(name, version):
+        publish("add", os.path.join(folder, "package"), "--name", name, "--version", version,
+                "--executable", "bin/viewer", "--title", "en=Viewer", "--report", "en=New.")
+
+    publish("init")
+    add("old", "1.0")
+    add("viewer", "1.0")
+    publish("publish")
+    publish("remove", "old")
+    publish("rotate-key", "timestamp")
+    run(rkm, "update")
+    add("viewer", "1.1")
+    publish("publish")
+    log = sqlite3.connect(os.path.join(state, "install-log.db"))
+    log.execute("BEGIN IMMEDIATE")
+    run(rkm, "update")
+    log.close()
+    places = {".manifest.json": "installed/generations/1/.manifest.json", ".vk-root": "installed/.vk-root",
+              "installation.json": "state/installation.json", "The note on a server": "state/trust/*/servers/*.json",
+              "install-log.waiting": "state/install-log.waiting/*.json", "record.json": "repository.keys/record.json"}
+    return {heading: json.loads(read(*glob.glob(os.path.join(folder, place)))) for heading, place in places.items()}
 
 
 class Documents(unittest.TestCase):
@@ -48,6 +101,17 @@ class Documents(unittest.TestCase):
             self.assertTrue(named, promise)
             for name in named:
                 self.assertIn(name, known, promise)
+
+    def test_examples_of_file_formats_are_like_real_files(self):
+        sections = re.findall(r"(?ms)^## (.*?)$.*?```json\n(.*?)```", read("docs/file-formats.md"))
+        examples = {heading: json.loads(example) for heading, example in sections}
+        with tempfile.TemporaryDirectory() as folder:
+            files = real_files(folder)
+        for heading, content in files.items():
+            with self.subTest(heading=heading):
+                self.assertEqual(shape(examples[heading]), shape(content))
+        self.assertEqual(examples[".intent.json"].keys(), files[".manifest.json"].keys())
+        self.assertEqual(examples.keys(), files.keys() | {".intent.json"})
 
 
 if __name__ == "__main__":

@@ -175,9 +175,9 @@ bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pRepo
     pInfo.mInstalledSize = tPacked.mInstalledSize;
     QJsonObject tTarget = targetOf(tPacked, pInfo);
     const QDateTime tDate = pInfo.mVersion.date();
-    makeNewerThan(tKeys.mRecord.mTargets[tName].toObject(), &pInfo, &tTarget);
-    makeNewerThan(tKeys.mRecord.mPublishedTargets[tName].toObject(), &pInfo, &tTarget);
-    makeNewerThan(tKeys.mRecord.mWithdrawnTargets[tName].toObject(), &pInfo, &tTarget);
+    makeNewerThan(tKeys.mRecord.mTargets.value(tName).toObject(), &pInfo, &tTarget);
+    makeNewerThan(tKeys.mRecord.mPublishedTargets.value(tName).toObject(), &pInfo, &tTarget);
+    makeNewerThan(tKeys.mRecord.mWithdrawnTargets.value(tName).toObject(), &pInfo, &tTarget);
     const QString tPath = targetPath(pLine.repository(), tName, tTarget);
     if (tFileSystem.rename(QFile::encodeName(tUnnamed), QFile::encodeName(tPath)) != 0) {
         *pError = u"%1 can't be written: %2"_s.arg(
