@@ -1,6 +1,5 @@
-// Reads the rows of the last month from an install log through SQLite's C interface and prints them, a line
-// for each column: the baseline for install-log. With "flush" each line is flushed, as those of install-log
-// are.
+// Reads the rows of the last month from an install log through SQLite's C interface and prints a line for
+// each column: the baseline for install-log. With "flush" it flushes each line, as install-log does.
 #include <sqlite3.h>
 
 #include <cstdio>

@@ -1,5 +1,4 @@
-// Parses each JSON line that comes in and answers it with a result of true, as plainly as Qt lets one write
-// it.
+// Parses each incoming JSON line and answers with the result true, in the simplest way with Qt.
 #include <QtCore/QCoreApplication>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>

@@ -1,4 +1,4 @@
-// The least that a program on Qt Core and Network does: the baseline for start-up.
+// An empty program with Qt Core and Network: the baseline for start-up.
 #include <QtCore/QCoreApplication>
 #include <QtCore/QTimer>
 

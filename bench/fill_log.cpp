@@ -1,4 +1,4 @@
-// Makes an install log of COUNT entries that end now and begin PERIOD days ago: "fill_log FILE COUNT PERIOD".
+// Makes an install log of COUNT entries over the last PERIOD days: "fill_log FILE COUNT PERIOD".
 #include "sqlite/InstallLogStore.h"
 
 #include <QtCore/QCoreApplication>

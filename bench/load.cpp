@@ -1,5 +1,5 @@
-// Measures how soon a service answers a ping while others make its life hard: "load SOCKET PID". Each row
-// adds to the ones before it. Ends with status 1 if an answer took longer than the service promises.
+// Measures how fast a service answers a ping under load: "load SOCKET PID". Each row adds to the load of the
+// ones before it. Exits with 1 if an answer took longer than the service promises.
 #include "RawPeer.h"
 
 #include <QtCore/QElapsedTimer>
@@ -34,7 +34,7 @@ double memoryMib(int pPid, const char* pField)
     return tRest.left(tRest.indexOf(' ')).toDouble() / 1024;
 }
 
-// The longest time in milliseconds, after the row has been printed.
+// Prints the row and returns the longest time in milliseconds.
 double measure(const char* pName, const QString& pSocket, int pPid)
 {
     RawPeer tPeer(pSocket);
@@ -67,7 +67,7 @@ void beBusy(const QString& pSocket)
     }
 }
 
-// Asks for more than the service keeps for it, is dropped, and comes again.
+// Requests more than the service keeps for it, is disconnected, and connects again.
 void neverRead(const QString& pSocket)
 {
     while (!sStop) {
@@ -78,7 +78,7 @@ void neverRead(const QString& pSocket)
     }
 }
 
-// Sends as fast as the service takes it, and reads all answers.
+// Sends as fast as the service reads, and reads all answers.
 void flood(const QString& pSocket)
 {
     RawPeer tPeer(pSocket);

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the folders of six packages, some 4,600 files and 285 MB, which pack to about 82 MB."""
+"""Makes the folders of six packages: about 4,600 files and 285 MB, 82 MB compressed."""
 import pathlib
 import random
 import sys
@@ -14,7 +14,7 @@ text = b" ".join(chance.choices(words, k=400_000))
 
 
 def content(size):
-    """A share of bytes that can't be packed, the rest words."""
+    """Some incompressible bytes, the rest words."""
     random_size = size * 17 // 100
     start = chance.randrange(len(text) - 1)
     repeated = (text[start:] + text * (size // len(text) + 1))[: size - random_size]

@@ -1,5 +1,5 @@
-// Times pings on an open connection: "ping bare SOCKET COUNT" as a plain Qt client of the echo server,
-// "ping rkm SOCKET COUNT" through the client library. Prints the microseconds of one ping.
+// Times pings on an open connection: "ping bare SOCKET COUNT" as a plain Qt client of the echo server, "ping
+// rkm SOCKET COUNT" through the client library. Prints the microseconds for one ping.
 #include <vkcore/IPCClient.h>
 #include <vkcore/OkiApplication.h>
 

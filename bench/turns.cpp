@@ -1,9 +1,9 @@
-// Runs commands in turn, round by round, and prints for each its median time, the ratio to the first one
-// and its peak memory. Taking turns spreads what else the machine does over all of them alike.
+// Runs commands in turn, round by round, and prints the median time, the ratio to the first one and the peak
+// memory of each. Alternating spreads other load on the machine evenly.
 //
 //   turns ROUNDS [prepare SHELL-COMMAND] NAME COMMAND ... [--- NAME COMMAND ...]
 //
-// The preparation runs before every single run and is not measured.
+// The preparation runs before every run and is not measured.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

@@ -1,4 +1,4 @@
-# What belongs to which package. Each component becomes one Debian package; see Package.cmake.
+# Assigns files to components. Each component becomes one Debian package; see Package.cmake.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME client)
 set(SHARE ${CMAKE_INSTALL_DATADIR})
 set(BUILT_SHARE ${CMAKE_BINARY_DIR}/share)
@@ -25,7 +25,7 @@ if(TARGET vkservice)
 install(TARGETS vkservice RUNTIME COMPONENT service)
 endif()
 install(FILES docs/man/vkservice.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT service)
-# The unit names the program by its path, which is known only now.
+# The unit has the path of the program, which is known only at installation.
 install(CODE "
     configure_file(${PROJECT_SOURCE_DIR}/packaging/systemd/vkservice.service.in
         ${CMAKE_BINARY_DIR}/packaging/vkservice.service @ONLY)" COMPONENT service)

@@ -1,4 +1,4 @@
-# The Debian packages, one a component of Install.cmake: "cpack" in the build folder, or script/package.
+# The Debian packages, one per component of Install.cmake: "cpack" in the build folder, or script/package.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VENDOR "the rkm authors")
 set(CPACK_PACKAGE_CONTACT ${RKM_MAINTAINER})
@@ -6,7 +6,7 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/Polish.cmake)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL client library development service publisher)
-# With DESTDIR the install rules see the path that the files will have in the end.
+# With DESTDIR the install rules see the final path of the files.
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_INSTALL_PREFIX /usr)
 
@@ -18,7 +18,7 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 set(SAME_VERSION "(= ${PROJECT_VERSION})")
 
-# The library of this very version: the service and it share the socket's lines and the stores.
+# The library of exactly this version: it shares the protocol and the stores with the service.
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libvkcore1)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
 configure_file(packaging/debian/shlibs.in packaging/shlibs @ONLY)
@@ -46,14 +46,14 @@ set(CPACK_DEBIAN_SERVICE_PACKAGE_RECOMMENDS "rkm, ca-certificates")
 set(CPACK_DEBIAN_SERVICE_PACKAGE_CONTROL_EXTRA
     ${PROJECT_SOURCE_DIR}/packaging/debian/postinst;${PROJECT_SOURCE_DIR}/packaging/debian/prerm;${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
 set(CPACK_DEBIAN_SERVICE_DESCRIPTION "service that installs signed updates
-Follows signed repositories over https or in folders, installs what is new
-as a whole or not at all, by hand or on a schedule, and reports by e-mail.")
+Installs new packages from signed repositories over https or in folders,
+atomically, on request or on a schedule, and reports by e-mail.")
 
 set(CPACK_DEBIAN_PUBLISHER_PACKAGE_NAME vkpublish)
 set(CPACK_DEBIAN_PUBLISHER_PACKAGE_DEPENDS "libvkcore1 ${SAME_VERSION}")
 set(CPACK_DEBIAN_PUBLISHER_PACKAGE_RECOMMENDS "ca-certificates")
 set(CPACK_DEBIAN_PUBLISHER_DESCRIPTION "publisher of signed updates
-Packs folders, signs what machines may install, and keeps the signatures
-of an update repository fresh.")
+Packs folders, signs what machines may install, and renews the signatures
+of an update repository.")
 
 include(CPack)

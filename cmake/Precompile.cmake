@@ -1,5 +1,5 @@
-# Most of the time that a source takes is spent on Qt's headers. They are compiled once, for all targets
-# alike; the tests have their own set with GoogleTest in it. No source relies on this: -DRKM_PCH=OFF builds too.
+# Qt's headers take most of the time to compile a source, so they are compiled once for all targets. The tests have
+# their own set with GoogleTest. No source depends on this: -DRKM_PCH=OFF builds, too.
 option(RKM_PCH "Precompile the headers of Qt and GoogleTest" ON)
 
 function(rkm_add_pch NAME)
@@ -12,7 +12,7 @@ function(rkm_add_pch NAME)
     set_target_properties(${NAME} PROPERTIES AUTOMOC OFF)
 endfunction()
 
-# Lets every target below DIR use the precompiled headers: those of the tests where it links GoogleTest.
+# Makes every target below DIR use the precompiled headers: those with GoogleTest if it links GoogleTest.
 function(rkm_use_pch DIR)
     get_property(TARGETS DIRECTORY ${DIR} PROPERTY BUILDSYSTEM_TARGETS)
     foreach(CANDIDATE ${TARGETS})

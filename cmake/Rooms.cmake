@@ -1,5 +1,5 @@
-# A room is a folder whose headers others include as "room/File.h". Its include root holds nothing but a link to it, so the compiler finds
-# the headers of the rooms that a target links, and no others.
+# A room is a folder whose headers others include as "room/File.h". Its include root contains only a link to it, so the
+# compiler finds only the headers of the rooms that a target links.
 function(rkm_room TARGET)
     get_filename_component(ROOM ${CMAKE_CURRENT_SOURCE_DIR} NAME)
     set(ROOT ${CMAKE_BINARY_DIR}/rooms/${ROOM})

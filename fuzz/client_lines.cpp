@@ -1,6 +1,5 @@
-// What a service writes to its clients: the first line of an input names the method that is called, all
-// behind it is the service's side of the connection. Its answers may come before their requests; hello has
-// the id 1, the call 2.
+// What a service sends to its clients. The first line of an input names the method to call, the rest is what
+// the service sends. Answers may come before their requests; hello has the id 1, the call 2.
 #include "support/ScratchFolder.h"
 
 #include "ClientQueries.h"
@@ -28,7 +27,7 @@ const fuzz::ScratchFolder& folder()
     return sFolder;
 }
 
-// Says the same to every client, and hangs up.
+// Sends the same to every client and closes the connection.
 class Service
 {
 public:
@@ -49,8 +48,7 @@ private:
         const int tPeer = ::accept4(mFd, nullptr, nullptr, SOCK_CLOEXEC);
         [[maybe_unused]] const ssize_t tSent = ::send(
             tPeer, mBytes.constData(), static_cast<size_t>(mBytes.size()), MSG_NOSIGNAL | MSG_DONTWAIT);
-        // A close would take back what the client has not read yet, since the service has not read its
-        // requests.
+        // A close would discard what the client has not read yet, because its requests are unread.
         ::shutdown(tPeer, SHUT_WR);
         char tRequests[4096];
         while (::recv(tPeer, tRequests, sizeof tRequests, MSG_DONTWAIT) > 0) {
@@ -104,6 +102,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
     IPCClient tClient(nullptr, nullptr);
     tClient.setServerName(folder().path(u"socket"_s));
     (*tCall)(tClient);
-    QCoreApplication::processEvents(); // the events that came along
+    QCoreApplication::processEvents(); // the events after the answer
     return 0;
 }

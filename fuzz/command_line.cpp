@@ -1,5 +1,5 @@
-// rkm's command line: each line of an input is one argument. The commands run for real, against a service
-// that answers as an idle one does.
+// rkm's command line: each line of an input is one argument. The commands run against a service that answers
+// like an idle one.
 #include "support/ScratchFolder.h"
 
 #include "ScriptedService.h"
@@ -18,7 +18,7 @@ using namespace tarn;
 
 namespace {
 
-// What ProcessArgumentList gives below, in place of the process's own arguments.
+// Returned by ProcessArgumentList below instead of the arguments of the process.
 std::vector<char*> sArguments;
 
 const fuzz::ScratchFolder& folder()
@@ -69,7 +69,7 @@ char** vkcore::ProcessArgumentList::argv() const
 
 extern "C" int LLVMFuzzerInitialize(int* pArgc, char*** pArgv)
 {
-    // No service and no settings of this machine are met.
+    // Keeps away from services and settings of this machine.
     for (const char* tName : {"HOME", "TMPDIR", "XDG_CONFIG_HOME", "XDG_STATE_HOME"}) {
         qputenv(tName, folder().path().toUtf8());
     }

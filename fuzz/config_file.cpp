@@ -1,4 +1,4 @@
-// vk.cfg: any bytes either load or are refused with a reason, and then leave the configuration as it was.
+// vk.cfg: any bytes either load, or are refused with a reason and leave the configuration unchanged.
 #include "support/ScratchFolder.h"
 
 #include <vkcore/Config.h>

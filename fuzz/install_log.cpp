@@ -1,6 +1,6 @@
-// Rows of the install log that nobody has written as they should be. Each line of an input is a row, its
-// columns parted by tabs: date, package, parent, version, date of the version, status, title, report. SQLite
-// takes any text in any column.
+// Malformed rows of the install log. Each line of an input is a row with tabs between its columns: date,
+// package, parent, version, date of the version, status, title, report. SQLite accepts any text in any
+// column.
 #include "support/ScratchFolder.h"
 
 #include "sqlite/InstallLogStore.h"
@@ -18,7 +18,7 @@ using namespace tarn::vkcore;
 
 namespace {
 
-// A number where the text is one, as the service writes it.
+// A number if the text is one, as the service writes it.
 void bind(Statement& pStatement, int pIndex, const QByteArray& pText)
 {
     bool tIsNumber = false;

@@ -1,6 +1,5 @@
-// Texts of others on their way into a mail: senders of the configuration, names of machines, titles and
-// reports of packages. No text may begin a header of its own, and every line has to be one that mail servers
-// take.
+// Foreign texts in a mail: senders from the configuration, names of machines, titles and reports of packages.
+// No text may inject a header, and mail servers have to accept every line.
 #include "internal/PlainText.h"
 #include "mail/Address.h"
 #include "mail/Headers.h"
@@ -17,7 +16,7 @@ using tarn::vkcore::singleLine;
 
 namespace {
 
-// Lines are folded by a line end and a blank.
+// Lines are folded with a line end and a space.
 void checkHeader(const QByteArray& pHeader)
 {
     constexpr qsizetype sMaxLine = 998;
@@ -47,11 +46,11 @@ void checkLine(const QString& pLine, int pMaxLength)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
 {
-    // Files that people write end in a newline.
+    // Seeds written by hand end in a newline.
     if (pSize > 0 && pData[pSize - 1] == '\n') {
         --pSize;
     }
-    // As UTF-16 too, since JSON can say what UTF-8 can't.
+    // Also as UTF-16, because JSON can express what UTF-8 can't.
     const QString tUtf8 =
         QString::fromUtf8(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize));
     QString tUtf16(static_cast<qsizetype>(pSize / 2), QChar(0));

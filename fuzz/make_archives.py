@@ -1,11 +1,11 @@
 #!/usr/bin/python3
-"""Makes package archives out of their descriptions.
+"""Makes package archives from their descriptions.
 
    fuzz/make_archives.py FROM TO     NAME.json in FROM becomes NAME.tar and NAME.tar.zst in TO
 
 A description is an object: "format" is one of Python's tarfile ("ustar", "gnu", "pax"), "entries" a list of objects
 with the members of a TarInfo ("name", "type" as one letter, "linkname", "mode", "mtime", "size", "uname",
-"pax_headers") and "content", a text. A "size" stands in the header instead of the content's own.
+"pax_headers") and "content", a text. A "size" replaces the content's own in the header.
 """
 import io
 import json
@@ -27,7 +27,7 @@ def archive(description):
             info.type = members.get("type", "0").encode()
             for name in ("linkname", "mode", "mtime", "uname", "size", "pax_headers"):
                 setattr(info, name, members.get(name, getattr(info, name)))
-            # Written by hand: tarfile itself would not write a header that contradicts the content.
+            # Written by hand, because tarfile would not write a header that contradicts the content.
             file.write(info.tobuf(tar.format, "utf-8", "surrogateescape"))
             file.write(content + b"\0" * (-len(content) % tarfile.BLOCKSIZE))
     return file.getvalue()

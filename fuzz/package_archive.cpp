@@ -1,8 +1,7 @@
-// A package's archive, unpacked for real. Whatever its bytes are, nothing outside its folder changes, and
-// what a package is taken for has only files, folders and links that stay inside, no larger than announced.
+// A package's archive, unpacked to disk. Whatever its bytes, nothing outside its folder changes, and an
+// accepted package has only files, folders and links that stay inside, and is not larger than announced.
 //
-// An input that does not begin as zstd does is taken for the tar file inside, so that the fuzzer can get at
-// it.
+// An input without the magic number of zstd is used as the tar file inside, so that the fuzzer can reach it.
 #include "support/ScratchFolder.h"
 
 #include "os/FileSystem.h"
@@ -24,7 +23,7 @@ namespace {
 constexpr qint64 sMaxBytes = 1024 * 1024;
 const QByteArray sZstdMagic = QByteArrayLiteral("\x28\xb5\x2f\xfd");
 
-// A zstd frame that stores the bytes as they are.
+// A zstd frame with the bytes uncompressed.
 QByteArray stored(const QByteArray& pTar)
 {
     constexpr qsizetype sMaxBlock = 128 * 1024;
@@ -52,7 +51,7 @@ void checkUnpacked(const QString& pFolder)
     while (tIt.hasNext()) {
         const QFileInfo tInfo(tIt.next());
         if (tInfo.isSymLink()) {
-            const QString tTarget = tInfo.canonicalFilePath(); // empty where it leads to nothing
+            const QString tTarget = tInfo.canonicalFilePath(); // empty for a dangling link
             if (!tTarget.isEmpty() && tTarget != pFolder && !tTarget.startsWith(pFolder + u'/')) {
                 std::abort();
             }

@@ -1,5 +1,5 @@
-// What publishers say about packages and what a generation remembers of them, and the plan that is made of
-// both. What was read and is written again has to read as the same.
+// Publishers' descriptions of packages, manifests of generations, and the plan made from both. What was read
+// and is written again has to read as the same.
 #include "packages/Manifest.h"
 #include "packages/PackageFolders.h"
 #include "update/Plan.h"
@@ -26,7 +26,7 @@ void checkInfo(const PackageInfo& pInfo)
     }
 }
 
-// The packages of the manifest, as they would be offered to a machine that has the first of them.
+// The packages of the manifest as offers to a machine that has the first of them.
 void plan(const Manifest& pManifest)
 {
     Manifest tInstalled;

@@ -1,6 +1,6 @@
-// The rules of the schedule. The first line of an input is the present date, each further one a schedule that
-// replaces the one before:
-//   MODE FLAGS COUNT UNIT NEXTCHECK     as numbers, and a date as on the socket or "null"
+// The rules of the schedule. The first line of an input is the current date, each further one a schedule that
+// replaces the previous one:
+//   MODE FLAGS COUNT UNIT NEXTCHECK     numbers, and a date as in the protocol or "null"
 #include "internal/Protocol.h"
 #include "schedule/ScheduleRules.h"
 
@@ -80,7 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
     const QByteArray tInput(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize));
     const QByteArrayList tLines = tInput.split('\n');
     const auto tNow = dateOf(tLines.first());
-    // A clock may be wrong by years, but not by thousands of them.
+    // A clock may be wrong by years, but not by thousands of years.
     if (!tNow || !tNow->isValid() || tNow->date().year() < 1970 || tNow->date().year() > 9000) {
         return -1;
     }

@@ -1,6 +1,5 @@
-// What a peer writes to the service's socket: the real service, its methods and its store, without an event
-// loop of its own. Every line of an answer has to be a JSON object, and the service has to serve the next
-// peer.
+// What a peer sends to the service: the real service, its methods and its store, without its own event loop.
+// Every line of an answer has to be a JSON object, and the service has to serve the next peer.
 #include "support/ScratchFolder.h"
 
 #include "internal/Protocol.h"
@@ -30,8 +29,7 @@ namespace {
 constexpr int sRunsOfAService = 250;
 constexpr qint64 sLastId = 4611686018427387904;
 
-// A service in a folder of its own. Of its methods those are left out that would reach beyond it: to servers
-// and mail servers whose addresses were made up here.
+// A service in a private folder, without the methods that would contact the made-up servers and mail servers.
 class Rig
 {
 public:
@@ -78,7 +76,8 @@ private:
     ipc::SocketServer mServer;
 };
 
-// Sends pBytes as fast as the service takes them. Gives what it answers up to pLast, or until it hangs up.
+// Sends pBytes as fast as the service reads. Returns what it answers up to pLast, or until it closes the
+// connection.
 QByteArray talk(int pFd, QByteArrayView pBytes, const QByteArray& pLast)
 {
     QByteArray tAnswers;
@@ -117,8 +116,7 @@ extern "C" int LLVMFuzzerInitialize(int* pArgc, char*** pArgv)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
 {
-    // A service of its own for each input would be far too slow, and one for all would drown in what it was
-    // told to remember.
+    // A new service for each input would be too slow, and one for all would accumulate too much state.
     static std::unique_ptr<Rig> sRig;
     static int sRuns = 0;
     if (!sRig || sRig->isEnding() || ++sRuns % sRunsOfAService == 0) {

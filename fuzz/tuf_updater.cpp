@@ -1,6 +1,6 @@
-// A client of The Update Framework against a repository that says anything. An input holds the files that are
-// served, each behind a line "== NAME"; root.json is the one that the client starts from. Signatures of the
-// keys "alice" and "bob" are made anew, so that the search gets behind them: the fuzzer has their keys.
+// A client of The Update Framework against an arbitrary repository. An input has the files of the repository,
+// each after a line "== NAME"; root.json is the one that the client starts from. Signatures of the keys
+// "alice" and "bob" are recomputed, so that the fuzzer gets past them.
 #include "support/ScratchFolder.h"
 
 #include "os/FileSystem.h"
@@ -106,7 +106,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
     if (tUpdater.refresh() || tUpdater.allTargets(&tFirst)) {
         return 0;
     }
-    // What was taken once is taken again, from the files that were stored.
+    // What was accepted once is accepted again, from the stored files.
     Updater tAgain(tFiles, tFolder.path(), tRepository, tNow);
     if (tAgain.refresh() || tAgain.allTargets(&tSecond) || !tAgain.unchanged() ||
         tFirst.size() != tSecond.size()) {

@@ -19,7 +19,7 @@ QString nameTemplate()
 
 } // namespace
 
-// Without a place to work in there is nothing to find.
+// Nothing can be found without a folder to work in.
 ScratchFolder::ScratchFolder() : mFolder(nameTemplate())
 {
     if (!mFolder.isValid()) {

@@ -6,8 +6,8 @@
 
 namespace tarn::fuzz {
 
-// A private folder in memory where the machine has one: a target makes and removes files thousands of times a
-// minute. It is gone with the object.
+// A private folder, in memory if possible, because a target creates and removes files thousands of times a
+// minute. The destructor removes it.
 class ScratchFolder
 {
 public:

@@ -18,7 +18,7 @@ struct OptionWords
     std::string mLong;
     std::string mShort; // one letter, or empty
     ValueUse mValue = ValueUse::None;
-    std::string mValueName;          // "PATH"; empty where the table names none
+    std::string mValueName;          // "PATH"; empty if the table names none
     std::vector<std::string> mWords; // the values that the table lists
     std::string mHelp;
 };
@@ -30,8 +30,7 @@ struct CommandWords
     std::vector<OptionWords> mOptions;
 };
 
-// The commands of rkm in the order of their table, read from the very tables that it parses its command line
-// with.
+// The commands of rkm in the order of their table, read from the tables that rkm itself uses.
 class CommandTableReader
 {
 public:

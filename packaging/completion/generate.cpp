@@ -1,6 +1,6 @@
 // Fills a completion script from the tables of commands and options:
 //   rkm-completions list|bash|zsh|fish [TEMPLATE]
-// "list" prints one row an option, for the tests of the manual and of the completions themselves.
+// "list" prints one row per option, for the tests of the manual and of the completions.
 
 #include "CommandTableReader.h"
 
@@ -108,7 +108,7 @@ std::string bash(const Commands& pCommands, std::string pTemplate)
     return pTemplate;
 }
 
-// A text between single quotes of zsh's _arguments or _describe, where a few characters have a meaning.
+// A text in single quotes for zsh's _arguments or _describe, with its special characters escaped.
 std::string zshText(std::string pText)
 {
     replaceAll(&pText, "'", "'\\''");

@@ -1,4 +1,4 @@
-# Runs over a package's files before they are packed: manual pages and changelogs are compressed in Debian.
+# Runs on a package's files before packing: Debian compresses manual pages and changelogs.
 file(GLOB_RECURSE PAGES ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/usr/share/man/*
     ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/usr/share/doc/*/changelog)
 file(GLOB_RECURSE NEWS ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/usr/share/doc/*/CHANGELOG.md)
