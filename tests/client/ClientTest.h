@@ -5,7 +5,7 @@
 #include "Test.h"
 #include "UnixSocket.h"
 
-// rkm in an installation of its own, beside a service that does as it is told.
+// rkm in a private installation with a scripted service.
 class ClientTest : public testing::Test
 {
 protected:
@@ -13,7 +13,7 @@ protected:
     ScriptedService mService{mInstallation.socketPath()};
 };
 
-// Something that a service does other than an idle one.
+// Something that the service does differently from an idle one.
 using Script = ScriptedService::Script;
 
 inline Script answers(const char* pMethod, const QByteArray& pResult)
@@ -26,7 +26,7 @@ inline Script refuses(const char* pMethod)
     return [=](ScriptedService& pService) { pService.refuse(pMethod); };
 }
 
-// Arguments, also given as one text where none of them has a blank.
+// Arguments, also given as one text if none of them contains a space.
 class Words : public QList<QByteArray>
 {
 public:
@@ -35,7 +35,7 @@ public:
     Words(const QList<QByteArray>& pWords) : QList(pWords) {}
 };
 
-// One run of rkm against a service of its own, and what has to come of it.
+// One run of rkm against a scripted service, with the expected results.
 struct Case
 {
     Words mArguments;
@@ -64,7 +64,7 @@ inline QByteArray text(const QStringList& pLines)
     return pLines.join(u'\n').toUtf8();
 }
 
-// pLine: where the test expects it.
+// pLine: of the expectation in the test.
 inline void expectResult(const Program::Result& pResult, const QByteArray& pOut, const QByteArray& pErr,
                          int pStatus, int pLine = __builtin_LINE())
 {
@@ -89,7 +89,7 @@ inline void check(const QList<Case>& pCases)
     }
 }
 
-// The calls with which every changing command begins, and more.
+// The calls at the start of every changing command, and more.
 inline QList<QByteArray> guarded(const QList<QByteArray>& pCalls)
 {
     return QList<QByteArray>{"isServiceActive", "isVKClientActive"} + pCalls;

@@ -12,7 +12,7 @@ static QByteArray failure(const QString& pDir)
     return "Connection to the service failed!\nPlease check the permissions of " + pDir.toUtf8() + '\n';
 }
 
-// A name, an absolute path that leads nowhere, and a socket that was left behind.
+// A name, an absolute path to nothing, and a stale socket.
 TEST(ConnectionTest, BlamesTheFolderOfTheSocket)
 {
     const Installation tInstallation;
@@ -108,7 +108,7 @@ TEST_F(WorkerTest, IsKilledWhenItDoesNotEndWithinAMinute)
 {
     Program::Environment& tEnvironment = mInstallation.environment();
     tEnvironment.insert("LD_PRELOAD", SHORT_MINUTE);
-    tEnvironment["ASAN_OPTIONS"].append(":verify_asan_link_order=0"); // which it would look for in front
+    tEnvironment["ASAN_OPTIONS"].append(":verify_asan_link_order=0"); // which it expects first
     EXPECT_EQ(run("lingering", "show-settings -d").mStatus, 0);
     QFile tStory(mInstallation.path("tmp/worker.log"));
     ASSERT_TRUE(tStory.open(QIODevice::ReadOnly));
@@ -123,7 +123,7 @@ TEST_F(WorkerTest, ThatDoesNotAnswerAPingIsAFailedConnection)
     EXPECT_EQ(story(), "started -e -worker\nterminated\n");
 }
 
-// Long before the half minute that a socket is waited for, and without a word about a process to kill.
+// Long before the timeout of 30 seconds, and without a message about a process to kill.
 TEST_F(WorkerTest, ThatEndsAtOnceIsNotWaitedFor)
 {
     QElapsedTimer tTimer;

@@ -1,6 +1,6 @@
 #include "ClientTest.h"
 
-// rkm on a terminal, at the prompt for a password.
+// rkm on a terminal at the password prompt.
 TEST_F(ClientTest, APasswordThatIsTypedIsNotShown)
 {
     const struct
@@ -10,7 +10,7 @@ TEST_F(ClientTest, APasswordThatIsTypedIsNotShown)
     } tCases[] = {
         {"geheim ü\n", "geheim ü"},
         {"\x04", ""},
-        {"half\x03whole\n", nullptr}, // an interrupt takes effect behind the line
+        {"half\x03whole\n", nullptr}, // an interrupt takes effect after the line
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mTyped);
@@ -39,7 +39,7 @@ TEST_F(ClientTest, APasswordThatIsTypedIsNotShown)
     }
 }
 
-// Each line is out when its call has returned, and not only at the end of the program.
+// Each line is written when its call returns, not only at the end of the program.
 TEST_F(ClientTest, LinesComeOutOneByOne)
 {
     mService.ignore("getKdmlDataDirectory");

@@ -5,13 +5,13 @@
 using Peer = ScriptedService::Peer;
 
 #ifdef __SANITIZE_ADDRESS__
-constexpr qint64 sSecondMs = 2000; // the sanitizer looks for leaks when a process ends
+constexpr qint64 sSecondMs = 2000; // the sanitizer searches for leaks when a process ends
 #else
 constexpr qint64 sSecondMs = 1000;
 #endif
 
-// Commands against a service that never answers one of their calls: while they connect, ask, change, and
-// begin to wait for an update.
+// Commands against a service that never answers one of their calls: while connecting, asking, changing, and
+// waiting for an update.
 TEST(InterruptTest, EndsTheCommandByItsOwnFailurePath)
 {
     const struct
@@ -25,7 +25,7 @@ TEST(InterruptTest, EndsTheCommandByItsOwnFailurePath)
         {"hello", "list-servers", "",
          "Connection to the service failed!\nPlease check the permissions of TMP\n"},
         {"setKdmlDataDirectory", "update-settings -dx", "", "Failed to set the kdml data directory\n"},
-        {"getServiceStatus", "service-status", // a status that can't be had is shown as the fall-back
+        {"getServiceStatus", "service-status", // an unavailable status is shown as the fallback
          "Last update: \nLast result: All is well\nCurrent status: Idle\n", "", 0},
         {"enterMonitorMode", "update", "", ""},
     };
@@ -46,8 +46,8 @@ TEST(InterruptTest, EndsTheCommandByItsOwnFailurePath)
     }
 }
 
-// The first interrupt warns, since an update may be under way. The second one gets its abort through to a
-// service that is slow, and ends a trigger that hangs.
+// The first interrupt warns, because an update may be running. The second one gets its abort to a slow
+// service, and ends a trigger that hangs.
 TEST_F(ClientTest, TheSecondInterruptEndsATriggerThatHangs)
 {
     for (const bool tSlow : {true, false}) {

@@ -56,12 +56,12 @@ TEST(UpdateMonitoringTest, RefusesWithoutAChange)
     });
 }
 
-// The settings that are written back, but for what the case names as changed.
+// The settings that are written back, except for those that the case changes.
 struct MonitoringChange
 {
     Words mOptions;
     QByteArray mChanges;       // members of the object
-    QByteArray mBefore = "{}"; // other than an ordinary one
+    QByteArray mBefore = "{}"; // differences to the usual object
 };
 
 TEST_F(ClientTest, UpdateMonitoringChangesWhatTheOptionsName)

@@ -65,7 +65,7 @@ TEST(UpdateScheduleTest, ChangesWhatTheOptionsName)
         tChanges("--interval=login --mode=manual", has("2", "0"), sets("0", "1")),
         tChanges({"--next-update=2040-12-31 23:59:59"}, has("2", "0"),
                  sets("2", "0", "3", "1", R"("2040-12-31T23:59:59")")),
-        // A stored date goes back as it came.
+        // A stored date is sent back unchanged.
         tChanges("-i1d", has("2", "0", "3", "1", R"("2001-01-01T00:00:00")"),
                  sets("2", "0", "1", "1", R"("2001-01-01T00:00:00")")),
     });
@@ -97,7 +97,7 @@ TEST(UpdateScheduleTest, RefusesWithoutAChange)
     }
 }
 
-// What becomes of the date depends on the clock: it has to be the next one of the new period.
+// The resulting date depends on the clock: it has to be the next one of the new period.
 TEST_F(ClientTest, ADateInThePastIsMovedOnByTheNewPeriod)
 {
     const QDateTime tBefore = QDateTime::currentDateTime();

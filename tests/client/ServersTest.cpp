@@ -11,7 +11,7 @@ static Script named(const QList<QByteArray>& pNames)
     return answers("getServerList", R"({"revision": 5, "servers": [)" + tServers.join(',') + "]}");
 }
 
-// The part of a call that tells of a server; flags: "e" for enabled, "d" for the default, "s" for saving the
+// The part of a call that describes a server; flags: "e" for enabled, "d" for the default, "s" for saving the
 // password.
 static QByteArray server(const QByteArray& pName, const QByteArray& pUri, const QByteArray& pUser,
                          const QByteArray& pFlags, const QByteArray& pPassword = {})
@@ -85,7 +85,7 @@ TEST(AddServerTest, RefusesWithoutAChange)
 {
     check({
         fails("add-server -p", "Server address must be specified\n", sAsked),
-        // nobody is asked for a password in vain
+        // no prompt for a password that is not needed
         fails("add-server -a http://h.org -p", "Invalid or unsupported URL: http://h.org\n", sAsked),
         fails("add-server -a/x", "Failed to get server list!\n", sAsked, {refuses("getServerList")}),
         fails("add-server -a/x -e", "",
@@ -101,7 +101,7 @@ TEST(UpdateServerTest, ChangesTheServerThatIsMeant)
         ok("update-server --match-name=nobody -M 1 -e", sEnabled, changes("0", sAlpha)),
         ok("update-server -M 002 -n b -u u -d --password=p", "",
            changes("1", server(R"("b")", "file:///srv/up%20dates", R"("u")", "ds", R"("p")"))),
-        // The suggested name is that of the address before the change.
+        // The suggested name is that of the old address.
         ok("update-server -M2 --name= -a https://new.org", "",
            changes("1", server(R"("up dates")", "https://new.org", R"("")", ""))),
     });
@@ -126,7 +126,7 @@ TEST(RemoveServerTest, RemovesTheServerThatIsMeant)
         ok("remove-server -M2", "", removes("1"), {named({"a", "b"})}),
         ok("remove-server -malpha", "", removes("1"), {named({"alphabet", "alpha", "beta"})}),
         ok("remove-server -mbet", "", removes("1"), {named({"alpha", "beta"})}),
-        // two exact matches are set aside
+        // two exact matches are ignored
         ok("remove-server -mmain", "", removes("2"), {named({"main", "main", "mainline"})}),
         ok("remove-server -mnobody -M1", "", removes("0")),
         fails("remove-server -M1", "", removes("0"), {answers("removeServer", "false")}),

@@ -32,7 +32,7 @@ static QByteArray setDataDir(const QByteArray& pPath)
     return R"(setKdmlDataDirectory {"path":")" + pPath + R"("})";
 }
 
-// The password stays as it is where pPassword is null.
+// With pPassword null the password stays unchanged.
 static QByteArray setProxy(const QByteArray& pMode, bool pOn, const QByteArray& pHost,
                            const QByteArray& pPort, const QByteArray& pUser,
                            const QByteArray& pPassword = "null")
@@ -49,7 +49,7 @@ static Case shows(const Words& pOptions, const QByteArray& pOut, const QList<QBy
     return ok(Words("show-settings") + pOptions, pOut, pCalls, {answers(pMethod, pAnswer)});
 }
 
-// Of update-settings: options that are applied with these calls, and such that end it behind these.
+// Of update-settings: options that are applied with these calls, and options that end it after these.
 static Case sets(const Words& pOptions, const QList<QByteArray>& pCalls, const QByteArray& pOut = {},
                  const QByteArray& pInput = {})
 {
@@ -141,7 +141,7 @@ TEST(UpdateSettingsTest, ChangesNothingWhileOthersAreActive)
     });
 }
 
-// The frame counts as one option however often it was given.
+// A common option counts as an option, however often it is given.
 TEST_F(ClientTest, ASocketGivenTwiceCountsAsAnOption)
 {
     const QByteArray tSocket = "--socket=" + mInstallation.socketPath().toUtf8();
@@ -214,7 +214,7 @@ TEST(UpdateSettingsTest, RefusesWhatIsNoProxy)
         stops("--proxy=h:1", "Failed to query proxy settings", {sGetProxy}, {refuses("getNetProxySettings")}),
         stops("--proxy=:1", "Failed to update proxy settings",
               {sGetProxy, setProxy("2", false, R"("")", "1", R"("paul")")}, {refuses("setNetProxySettings")}),
-        // What an earlier group has sent stays sent.
+        // What an earlier group has sent stays changed.
         stops("--proxy=x --user=y", "Invalid proxy 'x'",
               {sGetServerForChange, setServer(sOldUri, "y", "secret"), sGetProxy}),
     });
@@ -242,7 +242,7 @@ TEST(UpdateSettingsTest, SetsTheDataDirectoryAndVariables)
 {
     check({
         sets("--data-dir=", {setDataDir("")}),
-        // The next word is the value, whatever it looks like; the last one counts.
+        // The next word is the value, whatever its form; the last one counts.
         sets("-dpath --data-d=a --data-dir --config-var=a:b", {setDataDir("--config-var=a:b")}),
         stops("--data-dir=x -lde", "Failed to set the kdml data directory", {setDataDir("x")},
               {refuses("setKdmlDataDirectory")}),
@@ -267,7 +267,7 @@ TEST(SettingsTest, CarriesAnyValueUnharmed)
     check({
         sets({"--config-var=a:" + tOdd}, {setValue("a", tOddJson)}),
         shows("--config-var=a", "a: " + tOdd + '\n', {getValue("a")}, "getConfigValue", '"' + tOddJson + '"'),
-        // Bytes that are no text become the sign for that.
+        // Bytes that are not UTF-8 become the replacement character.
         sets({"--config-var=a:x\xff\xfey"}, {setValue("a", "x\xef\xbf\xbd\xef\xbf\xbdy")}),
         sets({"--config-var=a:" + tLong}, {setValue("a", tLong)}),
         shows("--config-var=a", "a: " + tMegabyte + '\n', {getValue("a")}, "getConfigValue",

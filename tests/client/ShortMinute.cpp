@@ -1,5 +1,5 @@
-// Preloaded into rkm, where the minute that a worker is given for its end passes in a moment. Every other
-// wait stays as it is, so another bound than a minute would be felt.
+// Preloaded into rkm: the minute that a worker may take to quit passes at once. All other waits are
+// unchanged, so a different limit than a minute is noticed.
 
 #include <csignal>
 

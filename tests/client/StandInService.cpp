@@ -1,5 +1,5 @@
-// Takes the place of the service executable where rkm starts it as its worker. The variable STAND_IN
-// says how it behaves, and worker.log beside its socket tells what happened to it.
+// Replaces the service executable when rkm starts it as its worker. The variable STAND_IN sets its behavior,
+// and worker.log beside its socket records what happened to it.
 
 #include "ScriptedService.h"
 
@@ -67,7 +67,7 @@ int main(int argc, char** argv)
     if (tBehaviour == "gone") {
         return 1;
     }
-    if (tBehaviour == "lingering") { // whoever locks worker.log waits until this process has ended
+    if (tBehaviour == "lingering") { // a lock on worker.log waits until this process has ended
         ::flock(sLog, LOCK_EX);
     }
     pause(tBehaviour == "slow" ? 400 : 0);

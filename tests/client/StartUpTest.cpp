@@ -7,7 +7,7 @@ namespace {
 class StartUpTest : public ClientTest
 {
 protected:
-    // A configuration for the system, without a language of the application.
+    // A system configuration without an application language.
     void configure(const QByteArray& pName, const QByteArray& pSettingsDir)
     {
         mInstallation.writeFile("etc/vk/" + pName,
@@ -50,7 +50,7 @@ TEST_F(StartUpTest, ReadsTheUsersConfigurationWhereTheSettingsLie)
     }
 }
 
-// The first name that there is counts, and the user's beside it; the language is that of the locale.
+// The first existing name counts, and the user's file beside it; the language is that of the locale.
 TEST_F(StartUpTest, FindsItsConfigurationBesideAMovableInstallation)
 {
     QFile::remove(mInstallation.path("etc/vk/vk.cfg"));

@@ -76,8 +76,8 @@ TEST(ServiceStatusTest, SaysWhenTheServiceRan)
     });
 }
 
-// What the service does when the update is triggered; events come before its answer, and all of
-// them are on their way before rkm can wait for any.
+// What the service does when the update is triggered. It sends all events before its answer, so before rkm
+// can wait for any.
 static Script onTrigger(const QList<QByteArray>& pEvents)
 {
     return [=](ScriptedService& pService) {
@@ -139,10 +139,10 @@ TEST(UpdateTest, EndsWithTheResultOfTheService)
     }
 }
 
-// A run that has nothing to do is over before rkm waits for its end.
+// A run with nothing to do ends before rkm waits for it.
 TEST(UpdateTest, ARunThatEndsAtOnceIsNotWaitedForForever)
 {
-    // The end of the run before it is none; this one comes to its end while it is asked for its progress.
+    // The end of the previous run does not count; this one ends while it is asked for its progress.
     const auto tOldEnd = [](ScriptedService& pService) {
         pService.onCall("enterMonitorMode", [](Peer& pPeer, const QJsonObject&) {
             pPeer.send(pPeer.answerLine("true") +
@@ -191,7 +191,7 @@ TEST(UpdateTest, TellsALostLinkFromAnOrderlyEnd)
         return [=](ScriptedService& pService) {
             pService.onCall("triggerUpdate", [=, &pService](Peer& pPeer, const QJsonObject&) {
                 pPeer.reply("true");
-                // Ahead of the announcement, at which the client looks at this link.
+                // Before the announcement, after which the client reads this link.
                 if (!pMonitorsOnly) {
                     pPeer.hangUp();
                 }
@@ -211,7 +211,7 @@ TEST(UpdateTest, TellsALostLinkFromAnOrderlyEnd)
     });
 }
 
-// On a terminal Ctrl-C reaches all that runs there, and the progress line is in the way.
+// On a terminal Ctrl-C reaches all processes there, and a progress line is visible.
 TEST_F(ClientTest, TheProgressLineIsRewrittenAndGivesWayToMessages)
 {
     mService.answer("getServiceProgress", progress("1", "1", "3"));
@@ -235,7 +235,7 @@ TEST_F(ClientTest, TheProgressLineIsRewrittenAndGivesWayToMessages)
 
 namespace {
 
-// An update that is under way, followed in silence.
+// A running update, followed quietly.
 class CancelTest : public ClientTest
 {
 protected:
@@ -244,7 +244,7 @@ protected:
         onTrigger({R"(serviceActivityChanged {"activity": )" + QByteArray::number(pActivity) + "}",
                    message("serviceNotificationReceived", 4, "under way", "")})(mService);
         mProgram = mInstallation.start({"update", "--quiet"});
-        // Once the message is out the activity before it has been heard.
+        // When the message is printed, the activity before it has been received.
         ASSERT_TRUE(mProgram->waitForOutput("under way\n\n\n"));
         mSoFar = mProgram->output();
     }
@@ -298,13 +298,13 @@ TEST_F(CancelTest, AServiceThatRefusesToAbortIsLeft)
     start(1);
     mProgram->signal(SIGINT);
     ASSERT_TRUE(mService.waitForCall("abortUpdate"));
-    // The run goes on and comes to its end, which is heard all the same.
+    // The run continues, and its end is still received.
     ASSERT_TRUE(mService.waitForHangUp());
     end(1, sClear + sAborting + sClear, "Lost connection to the service\n", 1);
     EXPECT_FALSE(mService.calls().contains(q("quitService")));
 }
 
-// Nobody is left to be asked then, also where the stop comes in the middle of a question.
+// The service is gone then, even if the stop comes in the middle of a request.
 TEST(UpdateTest, TheProgressLineEndsWithTheHardStop)
 {
     const Installation tInstallation;

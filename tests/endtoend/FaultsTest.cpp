@@ -24,8 +24,8 @@ QStringList filesBelow(const QString& pFolder)
 
 } // namespace
 
-// Whatever file of the repository somebody changes: the update fails with its reason, what is installed
-// stays, and the honest repository is taken again afterwards.
+// Whichever file of the repository is changed: the update fails with its reason, installed packages stay, and
+// the original repository is accepted afterwards.
 TEST(Faults, AChangedByteInAnyFileOfTheRepository)
 {
     Machine tMachine;
@@ -39,7 +39,7 @@ TEST(Faults, AChangedByteInAnyFileOfTheRepository)
 
     int tTried = 0;
     for (const QString& tFile : filesBelow(tMachine.path("repository"))) {
-        // Only what the update has to read: files of the state before are not.
+        // Only files that the update has to read, not those of the previous state.
         const bool tIsRead = tFile.endsWith(q("/timestamp.json")) || !tBefore.contains(tFile);
         if (!tIsRead || tFile.contains(q("/."))) {
             continue;
@@ -60,7 +60,7 @@ TEST(Faults, AChangedByteInAnyFileOfTheRepository)
     EXPECT_EQ(tMachine.installedVersion("viewer"), q("2.0"));
 }
 
-// A real file system without room, for the downloads and for the packages.
+// A full file system for the downloads, then for the packages.
 TEST(Faults, AFullDisk)
 {
     if (::geteuid() != 0) {
@@ -79,7 +79,7 @@ TEST(Faults, AFullDisk)
         tMachine.publish();
         EXPECT_EQ(tMachine.rkm({"update"}).mStatus, 0);
 
-        // Random bytes, so that the package is as large in the repository.
+        // Random bytes, so that compression does not shrink the package.
         QFile tRandom(q("/dev/urandom"));
         ASSERT_TRUE(tRandom.open(QIODevice::ReadOnly));
         Machine::Files tFiles = Machine::files("large", "1.0");

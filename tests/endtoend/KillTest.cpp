@@ -9,7 +9,7 @@
 
 namespace {
 
-// A reader's lock on the whole of an SQLite database, for as long as the object lives.
+// A reader's lock on a whole SQLite database for the lifetime of the object.
 class ReadLock
 {
 public:
@@ -25,9 +25,9 @@ private:
 
 } // namespace
 
-// The service is killed at a moment of an update that chance chooses. The packages are the old ones or the
-// new ones, all of them alike and each file whole, and the next run brings the new ones. Nothing else is left
-// behind, and no run is missing in the install log, though that can't be written in each tenth round.
+// The service is killed at a random moment of an update. All packages are old or all are new, each file is
+// complete, and the next run installs the new ones. Nothing else is left behind, and no run is missing in the
+// install log, although that can't be written in each tenth round.
 TEST(Kill, AtAnyMomentLeavesTheOldOrTheNewPackagesWhole)
 {
     const int tWanted = qEnvironmentVariableIntValue("RKM_KILL_ROUNDS");
@@ -52,8 +52,8 @@ TEST(Kill, AtAnyMomentLeavesTheOldOrTheNewPackagesWhole)
     QElapsedTimer tTimer;
     tTimer.start();
     ASSERT_EQ(tMachine.rkm({"update"}).mStatus, 0);
-    // In microseconds. It follows how long a run takes on this machine now: half of the kills should come
-    // before the switch, and half behind it.
+    // In microseconds. Adapts to the duration of a run on this machine: half of the kills should come before
+    // the switch, and half after it.
     qint64 tLatest = tTimer.nsecsElapsed() / 1000 / 3;
 
     int tOld = 0;

@@ -1,7 +1,7 @@
 #include "Machine.h"
 #include "Test.h"
 
-// What one command sets the next one shows, also when the service was killed in between.
+// The next command shows what one has set, even if the service was killed in between.
 
 namespace {
 
@@ -65,7 +65,7 @@ TEST(Settings, OutliveAKilledService)
     EXPECT_FALSE(tMachine.installation().readFile("log/vkservice.log").contains("secret"));
 }
 
-// Each brings a worker, and may find that of another one.
+// Each starts a worker, or finds that of another command.
 TEST(Settings, CommandsAtOnceDoNotEndEachOthersWorkers)
 {
     Machine tMachine;

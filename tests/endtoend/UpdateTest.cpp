@@ -3,7 +3,7 @@
 
 #include <QtCore/QProcess>
 
-// The whole way of an update: vkpublish, rkm, the worker that it starts, and what is on the disk afterwards.
+// A complete update: vkpublish, rkm, the worker that it starts, and the result on the disk.
 
 TEST(Update, InstallsThenFindsNothingThenTakesTheNewerVersion)
 {

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Runs as root inside a clean root under its own systemd, with the packages installed: sets up a machine as an
-# administrator would and looks at each result. Writes what it did to /result; the last line is "PASSED" or the failure.
+# Runs as root in a clean root with its own systemd and the packages installed: sets up a machine as an administrator
+# would and checks each result. Writes its steps to /result; the last line is "PASSED" or the failure.
 exec >/result 2>&1
 set -uo pipefail
 export LC_ALL=C.UTF-8
@@ -39,12 +39,12 @@ expect 0 "Update finished: 1 package was updated." rkm update --quiet
 expect 0 "Name: tool" rkm install-log
 expect 0 "it works" /opt/vk/current/tool/bin/tool
 
-# Another user: no settings, but the log; and the socket is where it says.
+# Another user: no settings, but the log; the message names the right socket.
 expect 1 "Please check the permissions of /run/vkservice" as_somebody --clear-groups rkm show-settings --socket=/run/vkservice/socket
 expect 0 "Name: tool" as_somebody --clear-groups rkm install-log
 
-# A reload takes up the configuration. A group lets its members in, after a restart of the socket, which takes the
-# service along.
+# A reload reads the configuration. After a restart of the socket, and with it of the service, the group's members may
+# connect.
 printf '[service]\nsocketGroup = "updaters"\nschedule.jitter = 60\n' >/etc/vk/vk.cfg
 expect 0 "" systemctl reload vkservice
 expect 0 "active" systemctl is-active vkservice
@@ -56,7 +56,7 @@ expect 0 "" systemctl restart vkservice.socket
 expect 0 "Default server: /srv/updates" as_somebody --groups=updaters rkm show-settings
 expect 1 "Connection to the service failed" as_somebody --clear-groups rkm show-settings --socket=/run/vkservice/socket
 
-# A killed service comes back with what it had.
+# A killed service is restarted with its state.
 expect 0 "successfully applied" rkm update-schedule-settings --mode=automatic --interval=1d
 systemctl kill --signal=KILL vkservice
 for _ in $(seq 100); do
@@ -66,7 +66,7 @@ done
 expect 0 "Automatic installation mode: Automatic updates" rkm show-schedule-settings
 expect 0 "Last result" rkm service-status
 
-# The socket stays, and starts the service for the next client. An upgrade enables it where it was not.
+# The socket stays and starts the service for the next client. An upgrade enables it if it was not.
 expect 0 "" systemctl stop vkservice
 expect 0 "Result=success" systemctl show -p Result vkservice
 expect 0 "Default server: /srv/updates" rkm show-settings

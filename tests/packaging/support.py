@@ -1,4 +1,4 @@
-"""What the tests of this folder share: the places of the build, and the command tables as rkm has them."""
+"""Shared by the tests of this folder: the paths of the build, and rkm's command tables."""
 import collections
 import os
 import shutil
@@ -13,7 +13,7 @@ Option = collections.namedtuple("Option", "long short value")
 
 
 def run(*words, **kwargs):
-    """Runs a program that has to succeed and gives its standard output."""
+    """Runs a program that has to succeed and returns its standard output."""
     result = subprocess.run(words, capture_output=True, text=True, timeout=120, **kwargs)
     if result.returncode != 0:
         raise AssertionError(f"{words} ended with {result.returncode}: {result.stderr}{result.stdout}")
@@ -21,7 +21,7 @@ def run(*words, **kwargs):
 
 
 def installation(folder, config):
-    """An installation of rkm in a folder, with this configuration; gives the path of rkm."""
+    """Creates an installation of rkm in a folder, with this configuration; returns the path of rkm."""
     for name in ("bin", "etc/vk"):
         os.makedirs(os.path.join(folder, name))
     for name in ("lib", "share"):
@@ -32,7 +32,7 @@ def installation(folder, config):
 
 
 def options_by_command():
-    """The options of each command; short is None where there is no letter."""
+    """The options of each command; short is None if there is no letter."""
     commands = collections.OrderedDict()
     for line in run(os.path.join(BUILD, "packaging/completion/rkm-completions"), "list").splitlines():
         command, long, short, value = line.split("\t")

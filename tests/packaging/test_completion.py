@@ -1,4 +1,4 @@
-"""The completions offer what the command tables have, in the shells themselves, and never wait or start a service."""
+"""The completions offer what the command tables have, in real shells, and never wait or start a service."""
 import json
 import os
 import pty
@@ -105,7 +105,7 @@ class Typing(Folder):
                          "rkm update-schedule-settings --mode=automatic ")
 
     def zsh(self, typed):
-        """The command line after a tab, in an interactive shell on a terminal of its own."""
+        """The command line after a tab, in an interactive shell on its own terminal."""
         result = os.path.join(self.folder, "line")
         script = (f"fpath=({ZSH_FOLDER} $fpath) ; autoload -Uz compinit ; compinit -u -D ; "
                   f"show() {{ print -r -- $BUFFER'|' > {result} ; exit }} ; zle -N show ; bindkey '^X' show ; print re''ady\n")

@@ -33,7 +33,7 @@ def shape(value):
 
 
 def real_files(folder):
-    """A publisher, an update, and one whose run waits for the install log; gives the files by their headings."""
+    """The files of a publisher and a machine after two updates, the second with a locked install log; by their headings."""
     repository, state = os.path.join(folder, "repository"), os.path.join(folder, "state")
     rkm = installation(os.path.join(folder, "machine"), f"""
         application.logDir = "{folder}/log"

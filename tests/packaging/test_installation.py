@@ -1,4 +1,4 @@
-"""What gets installed is complete and works where it is put; the Debian packages hold the same."""
+"""An installation is complete and works in any folder; the Debian packages contain the same files."""
 import glob
 import os
 import re
@@ -31,7 +31,7 @@ def files_below(folder):
 
 
 class RunPath(unittest.TestCase):
-    """Regression: an empty entry in it had the loader look for every library in the current folder first."""
+    """Regression: an empty entry made the loader search the current folder for every library first."""
 
     def test_leads_beside_the_program_and_nowhere_else(self):
         libraries = glob.glob(os.path.join(BUILD, "**", "lib*.so"), recursive=True)

@@ -1,4 +1,4 @@
-"""script/lint finds what it is there for, and nothing in a tree that keeps the rules."""
+"""script/lint finds each kind of violation, and nothing in a tree that follows the rules."""
 import os
 import subprocess
 import tempfile

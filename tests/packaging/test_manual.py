@@ -1,4 +1,4 @@
-"""The manual says what the programs do: every command, option and message, and none that isn't there."""
+"""The manual has every command, option and message of the programs, and no others."""
 import glob
 import os
 import re
@@ -18,7 +18,7 @@ def sections(page):
 
 
 def documented(section):
-    """The options that stand in the heads of a section's lists, long ones and letters."""
+    """The options in the list heads of a section, long ones and letters."""
     heads = "\n".join(re.findall(r"(?m)^\.It (.*)$", section))
     return set(re.findall(r"Fl Fl ([a-z][a-z-]*)", heads)), set(re.findall(r"(?<!Fl )Fl ([A-Za-z])\b", heads))
 

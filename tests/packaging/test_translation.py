@@ -1,4 +1,4 @@
-"""The German catalogues: rkm speaks German with them, and no text of the code is missing from them."""
+"""The German catalogues: rkm uses them, and they have every text of the code."""
 import glob
 import os
 import re

@@ -77,7 +77,7 @@ TEST_F(ServiceTest, SignalsEndItInOrder)
     }
 }
 
-// The shell is the worker's parent; it is killed while a client is still there.
+// The shell is the worker's parent; it is killed while a client is still connected.
 TEST_F(ServiceTest, WorkerEndsWithItsParentAndItsLastClient)
 {
     const QByteArray tService = mRig.installation().path("bin/vkservice").toUtf8();

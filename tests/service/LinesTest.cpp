@@ -13,7 +13,7 @@ QByteArray request(const QByteArray& pRest)
 
 } // namespace
 
-// Each on a connection of its own; the service goes on with all others.
+// Each on its own connection; the service keeps serving all others.
 TEST_F(ServiceTest, LinesThatBreakTheRules)
 {
     mRig.start();
@@ -72,7 +72,7 @@ TEST_F(ServiceTest, AnswersComeInOrderHoweverTheBytesAreCut)
     for (int i = 0; i < 500; ++i) {
         ASSERT_EQ(Json(tPeer.readLine().value_or(QByteArray())).value(q("id")).toInt(-1), i);
     }
-    for (int i = 0; i < 50; ++i) { // peers that go without their answers
+    for (int i = 0; i < 50; ++i) { // peers that disconnect without reading their answers
         mRig.connect().send(tRequests);
     }
     EXPECT_EQ(tPeer.call("ping"), true);

@@ -13,14 +13,14 @@ using tarn::vkcore::Database;
 
 namespace {
 
-// The most memory that the process has had in use so far, in KiB.
+// The peak memory of the process so far, in KiB.
 qint64 peakKb(int pPid)
 {
     const QString tStatus = q(readFile(q("/proc/%1/status").arg(pPid)));
     return tStatus.section(q("VmHWM:"), 1).simplified().section(u' ', 0, 0).toLongLong();
 }
 
-#ifdef __SANITIZE_ADDRESS__ // which keeps freed memory back for a while, up to 256 MiB
+#ifdef __SANITIZE_ADDRESS__ // which delays freeing up to 256 MiB
 constexpr qint64 sMaxGrowthKb = 512 * 1024;
 #else
 constexpr qint64 sMaxGrowthKb = 64 * 1024;
@@ -59,7 +59,7 @@ TEST_F(ServiceTest, ManyPeersIdleBusyDeafAndFlooding)
             }
         });
     }
-    // Floods with requests and takes all answers.
+    // Floods with requests and reads all answers.
     tThreads.emplace_back([&] {
         RawPeer tFlood(mRig.socket());
         std::thread tReader([&] { tFlood.waitForEnd(60000); });
@@ -124,7 +124,7 @@ TEST_F(ServiceTest, ManyHalfLinesTogetherAreBounded)
     RawPeer tLong = mRig.connect();
     ASSERT_TRUE(tLong.send(request(QByteArray(7 * 1024 * 1024, 'x'), "{}")));
     EXPECT_EQ(Json(tLong.readLine().value_or(QByteArray()))[q("error")][q("code")], -32601);
-    // A line that takes the parser eighty times its bytes.
+    // A line that takes eighty times its size to parse.
     RawPeer tDense = mRig.connect();
     const QByteArray tDeep = QByteArray(55, '[') + '0' + QByteArray(55, ']') + ',';
     tDense.send(request("ping", R"({"a":[)" + tDeep.repeated(70000) + "0]}"));

@@ -45,7 +45,7 @@ protected:
         tSettings.insert(q("eventMailOnUpdate"), true);
         return mRig.connect().call("setMonitoringSettings", {{q("settings"), tSettings}}) == QJsonValue(true);
     }
-    // A service with a mail server, and an address that has got its code; gives the code.
+    // A service with a mail server and an address that was sent its code; returns the code.
     void startAndAsk(QString* pCode)
     {
         ASSERT_NO_FATAL_FAILURE(mUpdate.prepare(mRig));
@@ -112,7 +112,7 @@ TEST_F(MailTest, VerifiedAddressGetsTheMailAboutAnUpdate)
     EXPECT_FALSE(mRig.log().contains("secret") || mRig.log().contains(tCode.toUtf8()));
 }
 
-// The store takes the record of the run and not its mail, or neither of them; then the service is killed.
+// The store accepts the record of the run but not its mail, or neither; then the service is killed.
 TEST_F(MailTest, MailThatAKillKeptFromBeingQueuedComesOnce)
 {
     QString tCode;
@@ -141,7 +141,7 @@ TEST_F(MailTest, MailThatAKillKeptFromBeingQueuedComesOnce)
             mUpdate.letGo();
         }
     }
-    // A mail that came twice would come in front of this one.
+    // A duplicate mail would arrive before this one.
     ASSERT_TRUE(setAddresses({q("a@example.com"), q("b@example.com")}));
     EXPECT_TRUE(mail(3).contains(q("mail.verify.b@example.com")));
 }

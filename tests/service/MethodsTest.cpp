@@ -52,7 +52,7 @@ struct Row
     QByteArray mResult;
 };
 
-// In this order: later rows rely on what earlier ones have set.
+// In this order: later rows depend on earlier ones.
 const Row sFirst[] = {
     {"ping", R"({"more": [1, 2]})", "true"},
     {"isServiceActive", "{}", "false"},
@@ -84,7 +84,7 @@ const Row sFirst[] = {
     {"removeServer", R"({"index": 0, "revision": 1})", "false"},
 };
 
-// Asked before and behind a kill.
+// Asked before and after a kill.
 const Row sShown[] = {
     {"getDefaultServer", R"({"withPassword": true})",
      R"({"password":"secret","uri":"file:///srv/u","user":"me"})"},
@@ -103,7 +103,7 @@ const Row sShown[] = {
     {"getConfigValue", R"({"name": "mail.verify.a@example.com", "default": ""})", R"("not verified")"},
     {"getScheduleParameters", "{}", sSchedule},
     {"getMonitoringSettings", "{}", monitoring("false").replace("\\u6a5f", "機")},
-    // What is not saved counts until the end of the service.
+    // A value that is not saved lasts until the service ends.
     {"setScheduleParameters", schedule("0", "false"), "true"},
     {"getScheduleParameters", "{}", QByteArray(sSchedule).replace(R"("mode":2)", R"("mode":0)")},
 };
@@ -139,7 +139,7 @@ protected:
     }
     static QJsonObject with(QJsonObject pObject, const QString& pName, const QJsonValue& pValue)
     {
-        pObject.insert(pName, pValue); // removes it where the value is undefined
+        pObject.insert(pName, pValue); // removes it if the value is undefined
         return pObject;
     }
 };

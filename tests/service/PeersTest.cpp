@@ -37,7 +37,7 @@ protected:
             GTEST_SKIP() << "only root can take on other users";
         }
     }
-    // Other users have to get as far as the socket.
+    // Other users have to reach the socket.
     void openTheWay()
     {
         for (const char* tDir : {"", "tmp"}) {
@@ -90,7 +90,7 @@ TEST_F(PeersTest, MembersOfTheGroupMaySpeak)
     EXPECT_FALSE(speaksAs(sStranger, {42}, mRig.socket()));
 }
 
-// Each in a mount name space with an empty /run, whatever lies in the folder for temporary files.
+// Each in a mount namespace with an empty /run, whatever is in the folder for temporary files.
 TEST_F(PeersTest, TheServiceOfRootListensWhereNobodyElseCanPutAnything)
 {
     const auto tUnshare = [this](QList<QByteArray> pCommand) {
@@ -126,7 +126,7 @@ TEST_F(PeersTest, TheServiceOfRootListensWhereNobodyElseCanPutAnything)
     EXPECT_EQ(mRig.log().count("nobody else may write to"), 3);
 }
 
-// Somebody sits on the name in a shared directory, and is no service.
+// A process that is not a service occupies the name in a shared folder.
 TEST_F(PeersTest, SocketOfAStrangerIsTakenOver)
 {
     openTheWay();

@@ -29,7 +29,7 @@ TEST_F(ServiceTest, DamagedStoreIsSetAsideAndSaidSo)
     EXPECT_TRUE(mRig.log().contains("store was damaged")) << mRig.log();
 }
 
-// The file is overwritten under the running service, which finds out when it reads what its cache can't hold.
+// The file is overwritten while the service runs, which notices when it reads more than its cache holds.
 TEST_F(ServiceTest, StoreDamagedUnderTheServiceIsReplaced)
 {
     mRig.start();

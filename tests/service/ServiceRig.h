@@ -4,7 +4,7 @@
 #include "RawPeer.h"
 #include "Test.h"
 
-// A service in an installation of its own, started as the worker of this test.
+// A service in a private installation, started as the worker of this test.
 class ServiceRig
 {
 public:
@@ -14,9 +14,9 @@ public:
     void configure(const QByteArray& pServiceKeys);
     void start(const QList<QByteArray>& pArguments = {"-e", "-worker"});
     std::unique_ptr<Program> startAnother(const QList<QByteArray>& pArguments = {"-e", "-worker"}) const;
-    // SIGTERM; the status with which it ends.
+    // Sends SIGTERM; returns the exit status.
     int stop();
-    // SIGKILL, and a new one on the same state.
+    // Sends SIGKILL, then starts a new one on the same state.
     void killAndRestart();
     Program& program() { return *mProgram; }
 
@@ -39,7 +39,7 @@ private:
 class ServiceTest : public testing::Test
 {
 protected:
-    // A program that says why it does not start; pLine: where the test expects it.
+    // A program that reports why it does not start; pLine: of the expectation in the test.
     static void expectRefusal(const Program::Result& pResult, const char* pReason,
                               int pLine = __builtin_LINE())
     {
@@ -50,12 +50,12 @@ protected:
     ServiceRig mRig;
 };
 
-// A real update that waits: an application of the installed package runs while a newer version of it is
-// offered, so the run gets as far as waiting for its end, and stays there.
+// A real update that waits: an application of the installed package runs while a newer version is offered, so
+// the run waits for it to end.
 class HeldUpdate
 {
 public:
-    // Publishes version 1 and configures the service to get it.
+    // Publishes version 1 and configures the service to install it.
     void prepare(ServiceRig& pRig);
     // Once version 1 is installed: starts the application, and publishes version 2.
     void hold();

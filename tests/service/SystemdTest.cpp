@@ -8,7 +8,7 @@
 
 namespace {
 
-// Reads on to a message with this text, at the other end of sd_notify.
+// Reads up to a message with this text from the sd_notify socket.
 bool hears(int pFd, const char* pText)
 {
     pollfd tPoll = {pFd, POLLIN, 0};
@@ -59,7 +59,7 @@ TEST_F(ServiceTest, SocketOfSystemdIsUsedAndLeftToIt)
     EXPECT_TRUE(QFile::exists(mRig.socket()));
 }
 
-// The unit as it is shipped, judged by systemd's own tools.
+// The installed unit, checked by systemd's tools.
 TEST_F(ServiceTest, UnitIsSoundAndWellShut)
 {
     QByteArray tUnit = readFile(q(SOURCE_DIR "/packaging/systemd/vkservice.service.in"));
@@ -75,7 +75,7 @@ TEST_F(ServiceTest, UnitIsSoundAndWellShut)
     const Program::Result tVerified = tAnalyze({"verify", "--man=no"});
     EXPECT_EQ(tVerified.mStatus, 0) << tVerified.mErr;
     EXPECT_FALSE(tVerified.mErr.contains("vkservice")) << tVerified.mErr;
-    // Fails from an exposure of 2.0 on.
+    // Fails at an exposure of 2.0 or more.
     const Program::Result tJudged = tAnalyze({"security", "--offline=true", "--threshold=19"});
     EXPECT_EQ(tJudged.mStatus, 0) << tJudged.mOut;
     EXPECT_TRUE(tJudged.mOut.contains("Overall exposure level")) << tJudged.mErr;

@@ -21,7 +21,7 @@ enum Status
 
 constexpr int sWaitingForApps = 3;
 
-// In the service's time zone, as dates travel.
+// In the service's time zone, like dates in the protocol.
 QString inSeconds(int pSeconds)
 {
     return QDateTime::currentDateTime().addSecs(pSeconds).toString(q("yyyy-MM-ddTHH:mm:ss"));
@@ -30,7 +30,7 @@ QString inSeconds(int pSeconds)
 class UpdatesTest : public ServiceTest
 {
 protected:
-    // A service in the middle of a run that goes on until somebody ends it, with a monitor on it.
+    // A service in the middle of a run that continues until it is ended, with a monitor.
     void startHeldRun()
     {
         ASSERT_NO_FATAL_FAILURE(mHeld.prepare(mRig));
@@ -142,8 +142,7 @@ TEST_F(UpdatesTest, ADisabledDefaultServerIsNamed)
     EXPECT_TRUE(mRig.log().contains(tText.toUtf8()));
 }
 
-// Names, metadata and what a server answers, with what steers a terminal, begins a line or turns a text
-// round.
+// Names, metadata and answers of a server with control characters, line breaks and bidirectional marks.
 TEST_F(UpdatesTest, TextsOfOthersReachNobodyRaw)
 {
     ASSERT_NO_FATAL_FAILURE(mHeld.prepare(mRig));
@@ -254,7 +253,7 @@ TEST_F(UpdatesTest, RunThatIsCutShortAgainAndAgainBeginsLaterEachTime)
     const struct
     {
         bool mOneEnds;
-        int mCutShortBefore; // -1: as it is
+        int mCutShortBefore; // -1: unchanged
         const char* mLine;
     } tCases[] = {
         {false, -1, "begins again in 120 seconds"},       {false, -1, "begins again in 240 seconds"},
@@ -274,8 +273,7 @@ TEST_F(UpdatesTest, RunThatIsCutShortAgainAndAgainBeginsLaterEachTime)
     }
 }
 
-// The real clock and the real daemon. A date that lies less than a second ahead counts as past, and the way
-// to the service takes a moment.
+// The real clock and daemon. A date less than a second ahead counts as past, and the request takes a moment.
 TEST_F(UpdatesTest, AutomaticScheduleRunsByItselfAndMovesOn)
 {
     start({"-e"});

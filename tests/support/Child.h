@@ -5,11 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// A process that has done something and then stays until it is killed, at the latest with this object.
+// A process that does something and then waits until it is killed, at the latest by the destructor.
 class Child
 {
 public:
-    // pBody runs in the child; isReady() tells, once it is through, what it gave.
+    // pBody runs in the child; isReady() waits for it and returns its result.
     template <typename T>
     explicit Child(T pBody)
     {

@@ -13,11 +13,11 @@ namespace tarn::test {
 
 using namespace vkcore;
 
-// Each call of the client library that reads an answer of several members, and some that read one value.
+// Each call of the client library that reads an answer with several members, and some that read one value.
 struct ClientQuery
 {
     const char* mMethod;
-    // What it gives, as one text; "failed" where it failed and changed nothing.
+    // Its result as one text; "failed" if it failed and changed nothing.
     QString (*mCall)(tarn::vkcore::IPCClient&);
     const char* mAnswer;
     const char* mGives; // for that answer

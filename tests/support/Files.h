@@ -6,14 +6,14 @@
 
 // Whole files, for tests.
 
-// Empty where the file can't be read.
+// Empty if the file can't be read.
 inline QByteArray readFile(const QString& pPath)
 {
     QFile tFile(pPath);
     return tFile.open(QIODevice::ReadOnly) ? tFile.readAll() : QByteArray();
 }
 
-// With the folders on the way to it.
+// Also creates the folders above it.
 inline void writeFile(const QString& pPath, const QByteArray& pContent)
 {
     QDir().mkpath(QFileInfo(pPath).path());
@@ -23,7 +23,7 @@ inline void writeFile(const QString& pPath, const QByteArray& pContent)
     }
 }
 
-// Exchanges the bytes from a place on; the rest stays.
+// Overwrites the bytes from an offset on.
 inline void overwrite(const QString& pPath, qint64 pFrom, const QByteArray& pBytes)
 {
     QByteArray tContent = readFile(pPath);
@@ -31,7 +31,7 @@ inline void overwrite(const QString& pPath, qint64 pFrom, const QByteArray& pByt
     writeFile(pPath, tContent);
 }
 
-// Changes one bit in the middle of a file; a second time changes it back.
+// Flips one bit in the middle of a file; a second call restores it.
 inline void spoil(const QString& pPath)
 {
     QByteArray tContent = readFile(pPath);

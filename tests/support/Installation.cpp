@@ -3,7 +3,7 @@
 
 #include <unistd.h>
 
-// The name is short, since the path of a socket has little room.
+// The name is short, because the length of a socket path is limited.
 Installation::Installation(const QList<QString>& pPrograms) : mDir(QDir::tempPath() + q("/rkm-XXXXXX"))
 {
     const QString tBuild = q(BUILD_DIR);
@@ -43,7 +43,7 @@ QString Installation::socketPath(const Text& pName) const
     return path(q("tmp/") + pName);
 }
 
-// The programs find their installation from the place of the executable itself, which a symbolic link is not.
+// The programs find their installation by the path of the executable, so a symbolic link would not do.
 void Installation::addProgram(const Text& pSource, const Text& pName)
 {
     const QString tTarget = path(q("bin/") + pName);

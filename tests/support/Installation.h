@@ -7,9 +7,8 @@
 
 #include <memory>
 
-// An installation of the built programs in a folder of its own, with its own configuration, log, state, home
-// and place for sockets: what runs in it touches nothing of the machine, also as root. It has no
-// translations.
+// A private installation of the built programs, with its own configuration, log, state, home and socket
+// folder: programs in it do not touch the machine, even as root. It has no translations.
 class Installation
 {
 public:
@@ -17,7 +16,7 @@ public:
     explicit Installation(const QList<QString>& pPrograms = {q("rkm")});
 
     QString path(const Text& pBelow) const;
-    // Where a socket of a relative name lies; of the configured name if none is given.
+    // The path of a socket with a relative name; by default the configured one.
     QString socketPath(const Text& pName = "vkservice") const;
     void addProgram(const Text& pSource, const Text& pName);
     void writeFile(const Text& pBelow, const QByteArray& pContent) const;
@@ -29,7 +28,7 @@ public:
     std::unique_ptr<Program> start(const QList<QByteArray>& pArguments,
                                    Program::Console pConsole = Program::Console::Pipes,
                                    const Text& pProgram = "rkm") const;
-    // A command of vkpublish on the folder "repository", with what follows it; it has to succeed.
+    // Runs a command of vkpublish on the folder "repository" with these arguments; it has to succeed.
     void publish(QList<QByteArray> pArguments) const;
     Program::Result run(const QList<QByteArray>& pArguments, const QByteArray& pInput = {}) const;
 

@@ -17,7 +17,7 @@ inline sockaddr_in loopback(quint16 pPort)
     return tAddress;
 }
 
-// A socket on a port of this machine that was free, which *pPort gets; it does not listen yet.
+// A socket on a free port of this machine, stored in *pPort; it does not listen yet.
 inline int loopbackSocket(quint16* pPort)
 {
     sockaddr_in tAddress = loopback(0);
@@ -31,11 +31,11 @@ inline int loopbackSocket(quint16* pPort)
     return tFd;
 }
 
-// Writes a certificate that signs itself, and its key.
+// Writes a self-signed certificate and its key.
 inline void makeCertificate(const QString& pCertificate, const QString& pKey,
                             const QString& pName = q("localhost"))
 {
-    QProcess tOpenssl; // its chatter goes nowhere
+    QProcess tOpenssl; // its output is dropped
     const QString tWords = q("req -x509 -nodes -newkey ec -pkeyopt ec_paramgen_curve:P-256 -days 2 "
                              "-subj /CN=%1 -addext subjectAltName=DNS:%1")
                                .arg(pName);

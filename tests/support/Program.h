@@ -7,7 +7,7 @@
 
 #include <functional>
 
-// A child process with its three streams on pipes, or on a terminal of its own.
+// A child process with its three streams on pipes, or on its own terminal.
 class Program
 {
 public:
@@ -21,17 +21,17 @@ public:
 
     struct Result
     {
-        QByteArray mOut; // of a terminal: all that it shows
+        QByteArray mOut; // of a terminal: everything that it shows
         QByteArray mErr;
-        int mStatus = -1; // -1 if it was ended by a signal, or had to be
+        int mStatus = -1; // -1 if it was ended by a signal
         int mSignal = 0;
         bool mTimedOut = false;
-        bool mEchoes = false; // whether it left a terminal that shows what is typed
+        bool mEchoes = false; // whether it left a terminal with echo
     };
 
     Program(const QString& pPath, const QList<QByteArray>& pArguments, const Environment& pEnvironment,
             Console pConsole = Console::Pipes);
-    ~Program(); // kills what still runs
+    ~Program(); // kills it if it still runs
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
@@ -39,10 +39,10 @@ public:
     void signal(int pSignal) const;
     void write(const QByteArray& pBytes) const;
     void closeInput();
-    // Whether the terminal shows what is typed.
+    // Whether the terminal echoes input.
     bool echoes() const;
 
-    // Reads until standard output holds the text pCount times. False if it ends or the time is over before.
+    // Reads until standard output holds the text pCount times. False if it ends or times out before.
     bool waitForOutput(const QByteArray& pText, int pCount = 1, int pTimeoutMs = 20000);
     const QByteArray& output() const { return mResult.mOut; }
     // Ends the input and reads to the end.

@@ -8,7 +8,7 @@
 
 #include <optional>
 
-// An object, also given as the text of one: R"({"a": 1})".
+// An object, also given as JSON text: R"({"a": 1})".
 class Json : public QJsonObject
 {
 public:
@@ -19,7 +19,7 @@ public:
     Json(std::initializer_list<QPair<QString, QJsonValue>> pMembers) : QJsonObject(pMembers) {}
 };
 
-// A client that knows sockets and lines only, so it can also send what no proper client would.
+// A client on the level of sockets and lines, which can also send what a correct client would not.
 class RawPeer
 {
 public:
@@ -31,23 +31,23 @@ public:
 
     bool isConnected() const { return mFd >= 0; }
     int descriptor() const { return mFd; }
-    // False if the service has hung up.
+    // False if the service has closed the connection.
     bool send(const QByteArray& pBytes) const;
     void sendRequest(const Text& pMethod, const Json& pParams = {}, qint64 pId = 1) const;
 
-    // The next line; none when the service has hung up or the time is over.
+    // The next line; none if the service has closed the connection, or on timeout.
     std::optional<QByteArray> readLine(int pTimeoutMs = 20000);
-    // Waits for the end of the connection and drops what comes before it.
+    // Waits for the end of the connection and drops all data before it.
     bool waitForEnd(int pTimeoutMs = 20000);
 
-    // The answer to one request: its "result"; an object {"code", "message"} of an error is in *pError.
-    // Events that come before it are dropped.
+    // The "result" of one request; on an error, *pError is its object {"code", "message"}. Drops events
+    // before the answer.
     QJsonValue call(const Text& pMethod, const Json& pParams = {}, QJsonObject* pError = nullptr);
-    // The code of the error that answers the request, 0 for a result.
+    // The error code of the answer, 0 for a result.
     int errorOf(const Text& pMethod, const Json& pParams = {});
-    // The next event: {"method", "params"}, an empty object if none comes.
+    // The next event: {"method", "params"}, or an empty object on timeout.
     QJsonObject event(int pTimeoutMs = 20000);
-    // Reads on to an event with this method and, where it is given, this member in its parameters.
+    // Reads up to an event with this method and, if given, this member in its parameters.
     bool waitForEvent(const Text& pMethod, const Text& pMember = {}, const QJsonValue& pValue = {});
 
 private:

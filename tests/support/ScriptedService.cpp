@@ -15,7 +15,7 @@
 
 namespace {
 
-// What an idle service answers.
+// The answers of an idle service.
 const char sAnswers[] = R"({
     "hello": {"protocol": 1, "service": "scripted", "version": "1.0.0.0", "pid": 1, "worker": false},
     "ping": true, "isServiceActive": false, "isVKClientActive": false, "getServiceStatus": 0,
@@ -86,10 +86,10 @@ void ScriptedService::Peer::refuse()
 
 void ScriptedService::Peer::send(const QByteArray& pBytes)
 {
-    sendAll(mFd, pBytes); // or the client has gone, as clients may
+    sendAll(mFd, pBytes); // a client may be gone already
 }
 
-// The descriptor itself lives until the service's thread has seen the end.
+// The descriptor stays open until the service's thread has seen the end.
 void ScriptedService::Peer::hangUp()
 {
     ::shutdown(mFd, SHUT_RDWR);
@@ -278,7 +278,7 @@ void ScriptedService::handle(Peer& pPeer, const QByteArray& pLine)
     if (tHandler) {
         tHandler(pPeer, tParams);
     }
-    // Told only now: whoever waits for a call may rely on its answer having been written.
+    // Announced only now, so that a waiting test knows that the answer was written.
     const std::lock_guard tLock(mMutex);
     mMethods.append(tMethod);
     mChanged.notify_all();

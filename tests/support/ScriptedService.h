@@ -13,8 +13,8 @@
 #include <mutex>
 #include <thread>
 
-// A service that does as it is told, on a thread of its own. Without a script it answers every method as an
-// idle service with a few settings does. Texts of JSON are given as such: R"({"app": "de"})".
+// A scripted service on its own thread. Without a script it answers every method like an idle service with a
+// few settings. Values are given as JSON text: R"({"app": "de"})".
 class ScriptedService
 {
 public:
@@ -24,11 +24,11 @@ public:
     public:
         void reply(const QByteArray& pResult);
         void refuse();
-        void send(const QByteArray& pBytes); // as they are, in one write
+        void send(const QByteArray& pBytes); // unchanged, in one write
         void hangUp();
-        // The id of the call under way.
+        // The id of the current call.
         QByteArray callId() const { return QByteArray::number(mCallId.toInteger()); }
-        // The line of an answer to it, for a write together with others.
+        // The line of an answer to it, to be written together with others.
         QByteArray answerLine(const QByteArray& pResult) const;
 
     private:
@@ -42,7 +42,7 @@ public:
 
     using Script = std::function<void(ScriptedService&)>;
 
-    // pScript runs before the first client is let in.
+    // pScript runs before the first client is accepted.
     explicit ScriptedService(const QString& pSocket, const Script& pScript = {});
     ~ScriptedService();
     ScriptedService(const ScriptedService&) = delete;
@@ -52,20 +52,20 @@ public:
     void answer(const Text& pMethod, const QByteArray& pResult);
     void refuse(const Text& pMethod);
     void ignore(const Text& pMethod); // never answers
-    // Bytes as they are, for all connections in monitor mode.
+    // Sends these bytes to all connections in monitor mode.
     void send(const QByteArray& pBytes);
-    // The line of an event, and the way of it to them.
+    // The line of an event, and sending it to them.
     static QByteArray eventLine(const Text& pMethod, const QByteArray& pParams);
     void sendEvent(const Text& pMethod, const QByteArray& pParams);
-    // Ends all connections, or those in monitor mode; others can still be made.
+    // Closes all connections, or those in monitor mode; new ones are still accepted.
     void hangUp(bool pMonitorsOnly = false);
 
-    // The calls so far without "hello" and "ping", each as its method and, where it has any, its parameters:
+    // The calls so far without "hello" and "ping", each as its method and, if any, its parameters:
     // setLanguages {"app":"de","data":null}
     QStringList calls() const;
     QStringList allCalls() const;
     bool waitForCall(const Text& pMethod, int pCount = 1, int pTimeoutMs = 20000) const;
-    // Until only connections in monitor mode are left.
+    // Waits until only connections in monitor mode are left.
     bool waitForHangUp(int pTimeoutMs = 20000) const;
 
 private:

@@ -11,8 +11,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// What pBody returns in a child for which the certificate is one that the system trusts, in its folder and in
-// its bundle; -1 where the kernel allows no mount namespace.
+// The result of pBody in a child process in which the system trusts the certificate, in its folder and in its
+// bundle; -1 where the kernel allows no mount namespace.
 template <typename T>
 int withSystemCertificate(const QString& pCertificate, T pBody)
 {

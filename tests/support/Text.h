@@ -5,13 +5,13 @@
 
 #include <ostream>
 
-// The text of bytes in UTF-8.
+// Decodes UTF-8.
 inline QString q(QByteArrayView pBytes)
 {
     return QString::fromUtf8(pBytes);
 }
 
-// What helpers take where a text is given as a literal, as bytes in UTF-8 or as a text.
+// A parameter type of helpers: a literal, bytes in UTF-8 or a QString.
 class Text : public QString
 {
 public:
@@ -21,7 +21,7 @@ public:
     Text(const QString& pText) : QString(pText) {}
 };
 
-// How messages and GoogleTest show texts, and not as lists of characters.
+// Makes GoogleTest print texts instead of lists of characters.
 inline std::ostream& operator<<(std::ostream& pStream, const QByteArray& pBytes)
 {
     return pStream << pBytes.toStdString();

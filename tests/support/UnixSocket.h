@@ -20,7 +20,7 @@ inline sockaddr_un unixAddress(const QString& pPath)
     return tAddress;
 }
 
-// A socket of its own under this name; nobody listens on it yet.
+// A socket with this name that does not listen yet.
 inline int boundSocket(const QString& pPath, int pType = SOCK_STREAM)
 {
     const sockaddr_un tAddress = unixAddress(pPath);
@@ -31,7 +31,7 @@ inline int boundSocket(const QString& pPath, int pType = SOCK_STREAM)
     return tFd;
 }
 
-// -1 where nobody listens.
+// -1 if nobody listens.
 inline int connectedSocket(const QString& pPath)
 {
     const sockaddr_un tAddress = unixAddress(pPath);
@@ -43,7 +43,7 @@ inline int connectedSocket(const QString& pPath)
     return tFd;
 }
 
-// False if the other end has hung up.
+// False if the peer has closed the connection.
 inline bool sendAll(int pFd, const QByteArray& pBytes)
 {
     ssize_t tCount = 0;

@@ -7,7 +7,7 @@
 
 namespace {
 
-// These tests write thousands of small files and databases; in memory that takes a tenth of the time.
+// These tests write thousands of small files and databases; in memory this takes a tenth of the time.
 void useMemoryForFiles()
 {
     const char* tFolder = "/dev/shm";

@@ -12,7 +12,7 @@ class DeliveryTest : public ::testing::Test
 {
 protected:
     DeliveryTest() { mRig.address(sAdmin, true); }
-    // Starts the mailer and has it tell of an update.
+    // Starts the mailer and makes it report an update.
     void runUpdate(const SmtpSettings& pSettings)
     {
         mRig.startReal(pSettings);
@@ -23,7 +23,7 @@ protected:
         mRig.mMailer->setSmtpSettings(pSettings);
         mRig.settle();
     }
-    // One mail waits, since this went wrong.
+    // One mail waits because of this error.
     void expectWaiting(const char* pWarning)
     {
         EXPECT_TRUE(mRig.warned(q(pWarning))) << warnings();
@@ -127,11 +127,11 @@ TEST_F(DeliveryTest, TellsItsPasswordToNoStranger)
 {
     mSink.startSecure();
     SmtpSettings tSettings = mSink.settings();
-    tSettings.mCaFile.clear(); // the system knows nothing of the sink's certificate
+    tSettings.mCaFile.clear(); // the system does not trust the sink's certificate
     runUpdate(tSettings);
     EXPECT_TRUE(mRig.warned(q("certificate of the mail server localhost is not trusted"))) << warnings();
 
-    // The certificate is right, but for another name.
+    // The certificate is valid, but for another name.
     tSettings = mSink.settings();
     tSettings.mUrl.replace(q("localhost"), q("127.0.0.1"));
     mRig.mWarnings.clear();
@@ -182,8 +182,8 @@ TEST_F(DeliveryTest, NothingConfiguredAddsAHeaderARecipientOrAnotherMail)
     }
 }
 
-// A server that takes a mail and never says so: whoever ends then can't know, and sends it again, as the same
-// mail.
+// A server that accepts a mail without confirming it: after a restart, the mailer sends the identical mail
+// again.
 TEST_F(DeliveryTest, AServerThatHangsHoldsUpNobodyAndTheSameMailIsSentAgain)
 {
     mSink.startSecure({q("--hang")});

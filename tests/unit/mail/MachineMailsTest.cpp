@@ -82,7 +82,7 @@ TEST_F(MachineMailsTest, OverdueOnceForEachTimeWithoutSuccess)
         EXPECT_EQ(mRig.mPost.takeSubjects(), QStringList{q("lab-pc-3: update overdue")});
         mRig.passDays(10);
         mRig.restart();
-        mRig.passDays(-60); // a clock that goes back and forth
+        mRig.passDays(-60); // a clock that jumps back and forth
         mRig.passDays(60);
         EXPECT_EQ(sent(), 0);
         mRig.mStatus.mLastSuccess = mRig.mNow;
@@ -254,7 +254,7 @@ TEST_F(MachineMailsTest, AFullDiskLosesNoMail)
     mRig.mSettings.setEventMailOnOverdue(false);
     mRig.mSettings.setSummarizedMailsEnabled(true);
     mRig.set();
-    // Less than the database has already: SQLite takes it as the present size, so it can't grow.
+    // Less than the current size: SQLite uses the current size as the limit, so the database can't grow.
     ASSERT_TRUE(mRig.mDatabase.execute("PRAGMA max_page_count = 1"));
     mRig.finish(tRun);
     for (int i = 0; i < 3; ++i) {

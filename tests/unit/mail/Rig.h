@@ -13,7 +13,7 @@
 
 namespace tarn::vkservice::mail {
 
-// What the transport of a test sends, and what it answers. Lives longer than the mailer that it serves.
+// The mails and answers of a test's transport. It outlives the mailer.
 struct Post
 {
     SendResult answer(const Mail& pMail);
@@ -22,7 +22,7 @@ struct Post
         const QMutexLocker tLocker(&mMutex);
         mOutcome = pOutcome;
     }
-    // All mails that were handed to the transport, also those that failed; since the last call.
+    // All mails handed to the transport since the last call, also failed ones.
     QList<Mail> take();
     QStringList takeSubjects();
 
@@ -33,7 +33,7 @@ struct Post
     SendResult::Outcome mBadOutcome = SendResult::Outcome::Refused;
 };
 
-// A mailer with a database, a clock that the test moves, and the log that it wrote.
+// A mailer with a database, a clock that the test moves, and its log.
 class Rig
 {
 public:
@@ -54,10 +54,10 @@ public:
     }
     // Waits until nothing is being sent.
     void settle();
-    // Moves the clock, and lets the mailer do what is due then.
+    // Moves the clock and runs what is due.
     void pass(qint64 pSeconds);
     void passDays(int pDays) { pass(qint64{pDays} * 24 * 60 * 60); }
-    // Adds an address; a verified one counts as such from the start.
+    // Adds an address, optionally as verified.
     void address(const QString& pAddress, bool pVerified);
     void set(Mailer::Reason pReason = Mailer::Reason::Changed);
     void finish(const RunReport& pRun)

@@ -25,12 +25,12 @@ SmtpSink::~SmtpSink()
 
 void SmtpSink::start(const QStringList& pOptions)
 {
-    // Listening before the server runs: what connects in between waits for it.
+    // Listens before the server runs, so that early connections wait for it.
     if (::listen(mSocket, 64) != 0) {
         qFatal("the mail server's port can't be listened on");
     }
     mProcess.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    // The server gets the socket, and a test that crashes must not leave it behind.
+    // The server inherits the socket and must not survive a test that crashes.
     mProcess.setChildProcessModifier([this] {
         ::fcntl(mSocket, F_SETFD, 0);
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);

@@ -11,7 +11,7 @@
 
 namespace tarn::vkservice::mail {
 
-// A real mail server on a loopback port of its own, with a certificate of its own for "localhost".
+// A real mail server on a loopback port, with its own certificate for "localhost".
 class SmtpSink
 {
 public:
@@ -21,7 +21,7 @@ public:
         QJsonObject mEnvelope; // from, to, tls, user
     };
 
-    // Takes the port; connections to it are refused until start().
+    // Reserves the port; connections are refused until start().
     SmtpSink();
     ~SmtpSink();
     SmtpSink(const SmtpSink&) = delete;
@@ -39,7 +39,7 @@ public:
     int port() const { return mPort; }
     QString certificate() const { return mDir.filePath(q("cert.pem")); }
 
-    // Until the first mail has arrived.
+    // Waits until the first mail has arrived.
     void waitForMail() const;
     QList<Received> received() const;
     QByteArray logins() const;
@@ -51,8 +51,8 @@ private:
     int mSocket;
 };
 
-// A part of a received message, decoded by another implementation: "subject", "text" or "html", or a header's
-// name.
+// A part of a received message, decoded by another implementation: "subject", "text", "html", or the name of
+// a header.
 QString decoded(const QByteArray& pMessage, const QString& pPart);
 
 } // namespace tarn::vkservice::mail

@@ -1,6 +1,6 @@
-"""A mail server that keeps what it gets, for tests.
+"""A mail server that stores what it receives, for tests.
 
-It listens on a socket that the caller has bound and handed down, and writes each mail to NUMBER.eml (the message) and
+It listens on an inherited socket, and writes each mail to NUMBER.eml (the message) and
 NUMBER.json (the rest) in a folder, and each login attempt as a line to "logins" there.
 """
 

@@ -10,8 +10,8 @@
 #include <functional>
 #include <unistd.h>
 
-// The real file system, in which one operation, counted from 1, fails with an error number. A failing write
-// writes half of its bytes first, as a disk does that gets full; a failing close closes.
+// The real file system, in which one operation, counted from 1, fails with an errno. A failing write first
+// writes half of its bytes, like a disk that fills up; a failing close closes.
 class FaultyFileSystem : public tarn::os::FileSystem
 {
 public:
@@ -25,13 +25,13 @@ public:
     }
     int count() const { return mCount; }
     bool hasFailed() const { return mFailAt > 0 && mCount >= mFailAt; }
-    // What the operations were, for the message of a test that fails.
+    // The operations so far, for the message of a failing test.
     QByteArray failed() const { return hasFailed() ? mLog.at(mFailAt - 1) : QByteArray(); }
-    // Everything behind the operation that fails does so too, as when the process had been killed there.
+    // All operations after the failing one fail, too, as after a kill.
     bool mForGood = false;
-    // What the file systems say that they have left; as it is if negative.
+    // The free space that the file systems report; the real one if negative.
     qint64 mFreeBytes = -1;
-    // Called before each operation, on whatever thread does it, with its number and name.
+    // Called before each operation, on its thread, with its number and name.
     std::function<void(int, const QByteArray&)> mObserver;
 
     int open(const QByteArray& pPath, int pFlags, mode_t pMode) override
@@ -73,7 +73,7 @@ public:
     {
         return fails("utime") ? -1 : mReal.changeTime(pFd, pModified);
     }
-    // Nobody cuts the power of a test, and these would write out the machine's disk thousands of times.
+    // No power is cut in these tests, and syncing the machine's disk thousands of times would be slow.
     int fsync(int) override { return fails("fsync") ? -1 : 0; }
     int syncFs(int) override { return fails("syncfs") ? -1 : 0; }
     int makeDir(const QByteArray& pPath, mode_t pMode) override

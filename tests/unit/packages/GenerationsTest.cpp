@@ -86,7 +86,7 @@ protected:
 
 } // namespace
 
-// What a killed run moved into place and never switched to: perhaps it is not whole.
+// A folder that a killed run moved into place without switching to it may be incomplete.
 TEST_F(GenerationsTest, ReplacesAPackageFolderThatNobodyNeeds)
 {
     const InstalledPackage tApp = stage("app", 1);
@@ -95,7 +95,7 @@ TEST_F(GenerationsTest, ReplacesAPackageFolderThatNobodyNeeds)
     EXPECT_EQ(list(q("install/current/app")), QStringList(q("file")));
 }
 
-// What others put beside it is not touched, and a link in the place of a folder leads nowhere.
+// Foreign files beside it are not touched, and a link in place of a folder is not followed.
 TEST_F(GenerationsTest, LeavesAloneWhatItDidNotMake)
 {
     useDataDir(mDir.filePath(q("data")));
@@ -115,7 +115,7 @@ TEST_F(GenerationsTest, LeavesAloneWhatItDidNotMake)
         tWrite(tFolder + q("/folder/file"));
         QFile::link(mDir.filePath(q("outside")), mDir.filePath(tFolder + q("/link")));
     }
-    // A package folder that is to go, and on the way to it a link to where one of the same name is.
+    // A package folder to be deleted; a folder above it is a link to another place with the same names.
     const QString tMoved = mDir.filePath(q("install/packages/gone"));
     QFile::rename(tMoved, mDir.filePath(q("outside/gone")));
     QFile::link(mDir.filePath(q("outside/gone")), tMoved);
@@ -131,7 +131,7 @@ TEST_F(GenerationsTest, LeavesAloneWhatItDidNotMake)
     EXPECT_EQ(list(q("data/packages/maps")).filter(q(".0.0.0-")).size(), 2);
 }
 
-// Each of two installations, on a folder as somebody left it.
+// Two installations, each on a folder in the state of the case.
 TEST(RootsTest, TakeAFolderOrLeaveItAsItIs)
 {
     QTemporaryDir tDir;
@@ -162,7 +162,7 @@ TEST(RootsTest, TakeAFolderOrLeaveItAsItIs)
         {"mkdir root; touch root/.vk-root; chown 1 root/.vk-root", Vouched::Present, ::geteuid() != 0},
         {"mkdir root", Vouched::Absent, false},
         {"mkdir root", Vouched::Nothing, true},
-        // Known to the installation, which was there before.
+        // A folder that the installation knows from before.
         {"cp -a taken/root .", Vouched::Nothing, true},
         {"cp -a taken/root .; rm root/.vk-root", Vouched::Present, false},
         {"mkdir root", Vouched::Nothing, false},
@@ -246,7 +246,7 @@ TEST(ManifestTest, KeepsEverything)
         EXPECT_FALSE(Manifest::fromBytes(tManifest.toBytes().replace(tHash, tBad), &tRead, &tError)) << tBad;
     }
     const std::pair<const char*, const char*> tFolders[] = {
-        // before NAME/VERSION-HASH and behind it; only the first one is sound
+        // before and after NAME/VERSION-HASH; only the first one is valid
         {"/srv/my data/packages/", ""}, {"../packages/", ""},  {"/srv/../packages/", ""},
         {"/srv//packages/", ""},        {"srv/packages/", ""}, {"/srv/", ""},
         {"packages/", "/.."},           {"packages/", "0"},    {"packages/other/../", ""}};

@@ -7,19 +7,19 @@
 
 #include <sys/stat.h>
 
-// An entry of an archive as a publisher's tool, or somebody who means harm, could write it.
+// An entry of an archive, possibly malicious.
 struct TestEntry
 {
     QByteArray mPath;
     QByteArray mContent; // of a link: its target
     mode_t mMode = S_IFREG | 0644;
     bool mHardLink = false;
-    QList<QPair<qint64, qint64>> mHoles = {}; // a sparse file: offset and length of what is no hole
+    QList<QPair<qint64, qint64>> mHoles = {}; // a sparse file: offset and length of its data
 };
 
 // The bytes of a .tar.zst.
 QByteArray makeArchive(const QList<TestEntry>& pEntries);
 
-// Every file and link below a folder, relative path to content; a link's content is "-> TARGET". Hidden ones
-// too.
+// Every file and link below a folder, also hidden ones: relative path to content; the content of a link is
+// "-> TARGET".
 QMap<QString, QByteArray> readTree(const QString& pFolder);

@@ -157,7 +157,7 @@ TEST_F(UnpackerTest, ReportsEveryFailedOperation)
             EXPECT_FALSE(tFailure);
             break;
         }
-        // How the closing of a folder or of a file that was only read went is of no interest.
+        // A failure to close a folder, or a file that was only read, does not matter.
         if (mFileSystem.failed() != "close") {
             EXPECT_EQ(tFailure.mKind, Kind::NoSpace) << mFileSystem.failed().constData();
         }

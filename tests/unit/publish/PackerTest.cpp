@@ -19,7 +19,7 @@ class PackerTest : public testing::Test
 protected:
     PackerTest()
     {
-        // As the program does; libarchive gives no names in UTF-8 otherwise.
+        // Like the program; otherwise libarchive does not use UTF-8 for names.
         std::setlocale(LC_CTYPE, "C.UTF-8");
     }
 

@@ -14,7 +14,7 @@ namespace {
 class ProgramTest : public PublisherTest
 {
 protected:
-    // What was said when its program was added.
+    // The output when its program was added.
     Program::Result makeRepository() const
     {
         succeed("init @r");
@@ -127,7 +127,7 @@ TEST_F(ProgramTest, RefreshesWithoutNews)
 TEST_F(ProgramTest, TheRepositoryFolderIsNeverBelieved)
 {
     makeRepository();
-    // Somebody who can write to the web server puts his own list there, and an old timestamp.
+    // An attacker with write access to the web server replaces the list and restores an old timestamp.
     write("r/metadata/1.targets.json", "{}");
     write("r/metadata/timestamp.json", "{}");
     succeed("publish @r");
@@ -159,7 +159,7 @@ TEST_F(ProgramTest, WhatReplacesAVersionIsNewerForMachines)
         {"2026-03-01", "new", "2026-03-01T00:00:01Z", true},
         {"2025-01-01", "older", "2026-03-01T00:00:02Z", true},
         {"2026-03-05", "newer", "2026-03-05T00:00:00Z", false},
-        {"2026-03-05", "newer", "2026-03-05T00:00:00Z", false}, // the very same once more
+        {"2026-03-05", "newer", "2026-03-05T00:00:00Z", false}, // the same again
         {"2026-03-05", "newest", "2026-03-05T00:00:01Z", true, true},
     };
     for (const auto& tCase : sCases) {
@@ -184,7 +184,7 @@ TEST_F(ProgramTest, VerifiesWhatSomebodyVouchesFor)
     succeed("publish @stranger");
     copy("r", "mirror");
     copy("stranger", "other");
-    copy("stranger", "mix"); // a stranger's, with the right root beside it
+    copy("stranger", "mix"); // a stranger's repository with the right root
     QFile::copy(path("r/metadata/2.root.json"), path("mix/metadata/3.root.json"));
     const std::tuple<const char*, int, const char*> sCases[] = {
         {"verify @r", 0, ""},
@@ -215,7 +215,7 @@ TEST_F(ProgramTest, RemovesAndPrunes)
     EXPECT_EQ(files("r/targets").size(), 3) << "machines may be in the middle of it";
     QByteArray tRecord = readFile(path("r.keys/record.json"));
     EXPECT_EQ(tRecord.count("targets/"), 1);
-    // As if that had been published two days ago.
+    // As if published two days ago.
     const QDate tToday = QDateTime::currentDateTimeUtc().date();
     tRecord.replace(tToday.toString(Qt::ISODate).toUtf8(), tToday.addDays(-2).toString(Qt::ISODate).toUtf8());
     write("r.keys/record.json", tRecord);

@@ -1,4 +1,4 @@
-// A publication that is cut off, or a disk that fails, at every moment.
+// An interruption or a disk failure at every moment of a publication.
 #include "Publication.h"
 #include "FaultyFileSystem.h"
 #include "Publisher.h"
@@ -10,8 +10,8 @@ namespace {
 
 using PublicationTest = PublisherTest;
 
-// What follows goes on, or takes the change back, and asks for less time: none of it may go back to what
-// clients have seen already.
+// The next run continues, or reverts the change, with a shorter validity: it must never go below a version
+// that clients have seen.
 TEST_F(PublicationTest, ClientsSeeTheOldStateOrTheNewOne)
 {
     const QString tOne = q("a-1.0.0.0.tar.zst");
@@ -37,8 +37,7 @@ TEST_F(PublicationTest, ClientsSeeTheOldStateOrTheNewOne)
                 Publication tPublication(tFileSystem, path("r"), tKeys);
                 const bool tDone = tKeys.open(&tError) && tPublication.run(tTimes, &tError);
                 tFailed = tFileSystem.hasFailed();
-                // A single failure, or one of the very last operation, may be made good at once or do no
-                // harm.
+                // A single failure, or one of the last operation, may be repaired at once or do no harm.
                 EXPECT_TRUE(tDone ? !tFailed || !tForGood || tFileSystem.count() == i : tFailed) << tError;
                 EXPECT_EQ(tError.isEmpty(), tDone);
             }
@@ -57,7 +56,7 @@ TEST_F(PublicationTest, ClientsSeeTheOldStateOrTheNewOne)
     EXPECT_EQ(run("verify @r").mErr, "");
 }
 
-// Who follows the repository sees the same packages while a role gets a new key, at every moment of it.
+// Clients see the same packages at every moment of a key rotation.
 class RotationTest : public PublisherTest
 {
 protected:
@@ -69,7 +68,7 @@ protected:
         expectAccepted("r");
     }
 
-    // By machines that have seen it before, and by new ones.
+    // For machines that have seen it before, and for new ones.
     void expectAccepted(const char* pRepository) const
     {
         const QString tAll = q("a-1.0.0.0.tar.zst");
@@ -105,7 +104,7 @@ TEST_F(RotationTest, AKillAtAnyMomentLeavesWhatClientsAccept)
         followAsClient("seen");
     };
     for (const QString& tRole : {q("root"), q("targets"), q("snapshot"), q("timestamp")}) {
-        QList<std::pair<int, QByteArray>> tMoments; // nothing else changes a file that clients see
+        QList<std::pair<int, QByteArray>> tMoments; // no other operation changes a file that clients see
         FaultyFileSystem tSound;
         tSound.mObserver = [&](int pNumber, const QByteArray& pWhat) {
             if (pWhat.startsWith("rename")) {
@@ -130,7 +129,8 @@ TEST_F(RotationTest, AKillAtAnyMomentLeavesWhatClientsAccept)
     }
 }
 
-// The manual says in which order to copy. Two keys in a row, and a publication behind them, make it hardest.
+// The manual gives the order of copying. Two rotations in a row followed by a publication are the hardest
+// case.
 TEST_F(RotationTest, EveryPartOfACopyIsAcceptedInTheOrderOfTheManual)
 {
     for (const char* tRotation :

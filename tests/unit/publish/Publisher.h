@@ -9,8 +9,7 @@
 
 #include <filesystem>
 
-// A place with a folder "f" to pack, where the built vkpublish makes a repository "r", and a client that
-// follows it.
+// A folder "f" to pack, a repository "r" made by the built vkpublish, and a client of it.
 class PublisherTest : public testing::Test
 {
 protected:
@@ -24,7 +23,7 @@ protected:
 
     void write(const char* pBelow, const QByteArray& pContent) const { writeFile(path(pBelow), pContent); }
 
-    // Words beginning with '@' are paths below the place.
+    // Words beginning with '@' are paths in the test's folder.
     Program::Result run(const QByteArray& pWords) const
     {
         QList<QByteArray> tArguments;
@@ -47,7 +46,7 @@ protected:
         return QDir(path(pFolder)).entryList(QDir::Files | QDir::Hidden, QDir::Name);
     }
 
-    // A client with a memory: what it trusts outlives the call. Gives the paths of all targets, or the error.
+    // A client whose trusted state survives the call. Returns the paths of all targets, or the error.
     QString followAsClient(const char* pClient = "client", const char* pRepository = "r") const
     {
         tarn::os::FileSystem& tFileSystem = tarn::os::realFileSystem();
@@ -69,7 +68,7 @@ protected:
         return tFailure ? tFailure.mText : tPaths.join(u' ');
     }
 
-    // In place of what is there.
+    // Replaces an existing one.
     void copy(const char* pFrom, const char* pTo) const
     {
         QDir(path(pTo)).removeRecursively();

@@ -1,4 +1,4 @@
-// A publisher whose disk came back from a backup, and machines that have seen what came after it.
+// A publisher whose disk was restored from a backup, and machines that have seen later states.
 #include "Publisher.h"
 #include "TestServer.h"
 
@@ -7,7 +7,7 @@ namespace {
 class RecoveryTest : public PublisherTest
 {
 protected:
-    // A backup, and behind it three states of the repository, which are online and which a machine has seen.
+    // A backup, followed by three states of the repository that are online and that a machine has seen.
     void prepare(const char* pRotation)
     {
         succeed("init @r");
@@ -90,7 +90,7 @@ TEST_F(RecoveryTest, ARestoredPublisherGoesOnAboveWhatMachinesHaveSeen)
     }
 }
 
-// Whoever can write to the repository, and has none of its keys, can't use the versions up.
+// Write access to the repository without its keys can't use up the versions.
 TEST_F(RecoveryTest, WhatTheKeysHaveNotSignedRaisesNothing)
 {
     prepare("");
@@ -137,7 +137,7 @@ TEST_F(RecoveryTest, KnowsOlderRootsAndOthersOnline)
     copy("r", "first");
     copy("r.keys", "first.keys");
     succeed("rotate-key @r timestamp");
-    QFile::remove(path("r/metadata/3.root.json")); // as if it had been cut off before its end
+    QFile::remove(path("r/metadata/3.root.json")); // as if it had been interrupted
     succeed("publish @r --above @online");
     succeed("publish @r --above @first");
     EXPECT_TRUE(QFile::exists(path("r/metadata/3.root.json")));
@@ -149,7 +149,7 @@ TEST_F(RecoveryTest, KnowsOlderRootsAndOthersOnline)
     EXPECT_TRUE(run("verify @r --against @online").mErr.contains("replaced twice"));
 }
 
-// Two publishers with the same keys: a restored one went on without looking at what is online.
+// Two publishers with the same keys: a restored one continued without comparing with what is online.
 TEST_F(RecoveryTest, TheSameVersionWithAnotherContentIsTold)
 {
     prepare("");

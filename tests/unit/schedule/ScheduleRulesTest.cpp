@@ -94,7 +94,7 @@ TEST(ScheduleRules, CheckMovesOnBehindNow)
     const std::tuple<ScheduleSettings, const char*, const char*> tCases[] = {
         {automatic("2026-03-10 03:00", 1, sDay), "2026-03-10 03:00", "2026-03-11 03:00"},
         {automatic("2026-03-10 03:00", 6, sHour), "2026-03-10 04:00", "2026-03-10 09:00"},
-        // Missed for years: one check, and the next in the old rhythm.
+        // Missed for years: one check, then the old rhythm.
         {automatic("2020-03-10 03:00", 1, sDay), "2026-03-10 12:00", "2026-03-11 03:00"},
         {automatic("2026-03-10 03:00", -3, sMonth), "2026-03-10 03:00", "2026-03-11 03:00"},
     };

@@ -15,7 +15,7 @@ QDateTime date(const char* pText)
     return QDateTime::fromString(q(pText), Qt::ISODate);
 }
 
-// A clock that stands still until the test moves it, in the middle of a second as all clocks are.
+// A clock that only the test moves, in the middle of a second like real clocks.
 class MovedClock : public Clock
 {
 public:
@@ -23,7 +23,7 @@ public:
 
     void wakeAt(const QDateTime& pWhen) override { mWake = pWhen; }
 
-    // Time goes by, with every wake-up on the way.
+    // Time passes, with every wake-up.
     void runUntil(const QDateTime& pWhen)
     {
         while (mWake.isValid() && mWake <= pWhen) {
@@ -33,7 +33,7 @@ public:
         }
         mNow = pWhen;
     }
-    // The clock is set, or the machine slept: no wake-up on the way, one at the end.
+    // The clock is set, or the machine slept: only one wake-up at the end.
     void jumpTo(const QDateTime& pWhen)
     {
         mNow = pWhen;
@@ -129,7 +129,7 @@ TEST_F(ScheduleTimerTest, ClockThatGoesBackWhileACheckIsMadeUpFor)
     EXPECT_LE(mClock.mWake, date("2026-03-05T13:00:00")) << "not at the date of the clock that was wrong";
 }
 
-// A client sends back what it does not change, and knows no part of a second.
+// A client sends unchanged values back, with whole seconds.
 TEST_F(ScheduleTimerTest, ADateThatComesBackWasNotChosen)
 {
     mTimer.start({});

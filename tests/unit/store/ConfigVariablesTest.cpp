@@ -26,7 +26,7 @@ protected:
     }
     std::string value(const char* pName) { return mVariables.value(q(pName))->toStdString(); }
 
-    // As a version with other rules would.
+    // Like a version with other rules.
     void storeUnchecked(const char* pName, const char* pValue)
     {
         ConfigVariables tUnchecked(mStore.database());
@@ -84,12 +84,12 @@ TEST_F(ConfigVariablesTest, ValueThenConfigurationThenRule)
         << "no other certificates than those that were meant";
 }
 
-// From the configuration or stored, the two readers of a value agree on what it may be.
+// The readers of configured and of stored values accept the same values.
 TEST_F(ConfigVariablesTest, TheMailServerIsReadByTheSameRules)
 {
     using StartTls = tarn::vkservice::mail::SmtpSettings::StartTls;
     tarn::vkservice::control::addKnownVariables(mVariables, q("/etc/vk"));
-    for (const char* tLine : {"IFOFFERED Yes 600", "sometimes maybe 601"}) { // right and wrong
+    for (const char* tLine : {"IFOFFERED Yes 600", "sometimes maybe 601"}) { // valid and invalid
         for (const bool tStored : {false, true}) {
             SCOPED_TRACE(tLine);
             mConfiguration.clear();
@@ -139,7 +139,7 @@ TEST_F(ConfigVariablesTest, MistypedOnesAreRefusedAndCanBeRemoved)
     for (const char* tName : {"updates.x", "Update.suppressed", "update", "site.update.x"}) {
         EXPECT_TRUE(set(tName, q("yes"))) << mReason;
     }
-    // What an earlier version took.
+    // A value that an earlier version accepted.
     storeUnchecked("update.supressed", "yes");
     EXPECT_EQ(value("update.supressed"), "yes");
     ASSERT_EQ(mVariables.complaints().size(), 1);

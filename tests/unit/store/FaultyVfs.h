@@ -2,7 +2,8 @@
 
 #include <sqlite3.h>
 
-// SQLite's files, of which one operation, counted from 1, fails with a code; for as long as the object lives.
+// A file layer for SQLite in which one operation, counted from 1, fails with a code, for the lifetime of the
+// object.
 class FaultyVfs
 {
 public:
@@ -45,7 +46,7 @@ private:
         const int tFault = fault();
         return tFault != 0 ? tFault : (sMethods[tMain].*tMember)(pFile, pArgs...);
     }
-    // The database has other methods than the files beside it.
+    // The database has other methods than its journal files.
     template <bool tMain>
     static void replaceMethods(sqlite3_file* pFile)
     {

@@ -24,7 +24,7 @@ TEST_F(StoreTest, IsClosedToOthers)
 TEST_F(StoreTest, DamagedOneIsSetAsideWholeAndAFreshOneBegun)
 {
     ASSERT_TRUE(Settings(mStore.database()).setDataDirectory(q("/data")));
-    const std::pair<qint64, QByteArray> tCases[] = {{0, QByteArray(100, 'x')}, // no database at all
+    const std::pair<qint64, QByteArray> tCases[] = {{0, QByteArray(100, 'x')}, // not a database
                                                     {4096, QByteArray(8192, '\xee')}};
     for (const auto& [tFrom, tBytes] : tCases) {
         mStore.database().close();
@@ -38,7 +38,7 @@ TEST_F(StoreTest, DamagedOneIsSetAsideWholeAndAFreshOneBegun)
     EXPECT_EQ(QDir(mDir.path()).entryList({q("state.db.damaged-*")}).size(), 2) << "both are kept";
 }
 
-// Neither a damaged one, whatever else may be wrong with it, nor one that this service can use.
+// Neither damaged, whatever else is wrong with it, nor usable by this service.
 TEST_F(StoreTest, OneThatIsNotOursIsRefusedAndLeftAlone)
 {
     const std::pair<const char*, const char*> tCases[] = {{"DROP TABLE servers", "no such table: servers"},
@@ -62,7 +62,7 @@ TEST_F(StoreTest, OneThatIsNotOursIsRefusedAndLeftAlone)
     }
 }
 
-// Every operation on the way to an open store fails once, with each code that says nothing about the bytes.
+// Every operation of opening a store fails once, with each code that does not mean damage.
 TEST_F(StoreTest, AFaultOfTheMomentLeavesASoundOneAlone)
 {
     ASSERT_TRUE(Settings(mStore.database()).setDataDirectory(q("/data")));

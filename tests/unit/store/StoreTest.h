@@ -3,7 +3,7 @@
 #include "store/StateStore.h"
 #include "Test.h"
 
-// A store in a folder of its own. What has to outlive the process is read after reopen().
+// A store in a private folder. What has to survive the process is read after reopen().
 class StoreTest : public testing::Test
 {
 protected:

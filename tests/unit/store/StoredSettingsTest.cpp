@@ -36,7 +36,7 @@ TEST_F(SettingsTest, ProxyPasswordStaysWithItsProxy)
     EXPECT_EQ(password(), "secret");
     setProxy(q("proxy"), q("other"), {});
     EXPECT_EQ(password(), "secret");
-    // Another host, another port, none at all with a user and without: it is not for them.
+    // Another host, another port, no proxy with and without a user: the password is deleted.
     const std::tuple<const char*, quint32, const char*> tOthers[] = {
         {"other", 8080, "me"}, {"proxy", 8081, "me"}, {"", 8080, "me"}, {"", 8080, ""}};
     for (const auto& [tHost, tPort, tUser] : tOthers) {
@@ -46,7 +46,7 @@ TEST_F(SettingsTest, ProxyPasswordStaysWithItsProxy)
         EXPECT_EQ(password(), "") << tHost << tPort << tUser;
     }
     setProxy({}, {}, {});
-    // The password first and the host with a later command.
+    // First the password, then the host with a later command.
     setProxy({}, {}, q("secret"));
     setProxy(q("proxy"), {}, {});
     EXPECT_EQ(password(), "secret");

@@ -1,5 +1,5 @@
-// The attacks that the standard names. Each follows a good refresh, and must neither get through nor move the
-// trusted state any further than what was rightly signed.
+// The attacks that the standard names. Each follows a successful refresh, and must neither succeed nor move
+// the trusted state beyond what was correctly signed.
 #include "ClientTest.h"
 
 #include <functional>
@@ -16,7 +16,7 @@ protected:
     TestRepository::Role& role(const QString& pRole) { return mRepository.mRoles[pRole]; }
     QByteArray& file(const char* pName) { return mRepository.mFiles[q(pName)]; }
 
-    // Whoever does it has keys of his own for these roles, and the publisher's for the others.
+    // The attacker has own keys for these roles, and the publisher's for the others.
     Step withoutKeysOf(const QStringList& pRoles)
     {
         return [=, this] {
@@ -40,7 +40,7 @@ protected:
             pRole == sRootRole ? mRepository.publishRoot() : mRepository.publish();
         };
     }
-    // The file of version 2 in the place of version 3.
+    // The file of version 2 in place of version 3.
     Step mixed(const QByteArray& pFile, bool pHashes)
     {
         return [=, this] {
@@ -93,7 +93,7 @@ TEST_F(AttackTest, AreRefused)
         const char* mName;
         Step mDo;
         QList<int>
-            mStored; // versions of root, timestamp, snapshot and targets in the end; before it 1, 2, 2, 2
+            mStored; // versions of root, timestamp, snapshot and targets afterwards; before: 1, 2, 2, 2
         Failure::Kind mExpected = Failure::Kind::Untrusted;
     } sAttacks[] = {
         {"software without a key",
@@ -145,18 +145,18 @@ TEST_F(AttackTest, AreRefused)
                                 .arg(tAttack.mStored[2])
                                 .arg(tAttack.mStored[3])
                                 .toStdString());
-        // Nothing is offered on the strength of a refresh that failed.
+        // Nothing is offered after a failed refresh.
         std::optional<TargetFile> tTarget;
         EXPECT_TRUE(mUpdater->findTarget(q("hello"), &tTarget));
         EXPECT_FALSE(tTarget);
     }
 }
 
-// What a thief of some keys, but not enough of them, may try.
+// Attacks with some stolen keys, but fewer than the threshold.
 class KeyCompromiseTest : public ClientTest
 {
 protected:
-    // A root by which the timestamp needs two of two keys.
+    // A root in which the timestamp needs two of two keys.
     void needTwo()
     {
         mRepository.mRoles[sTimestampRole].mKeys = mTwo;
@@ -187,7 +187,7 @@ TEST_F(KeyCompromiseTest, ThresholdCountsKeysAndNotSignatures)
 
 TEST_F(KeyCompromiseTest, AKeyUnderTwoIdsCountsOnce)
 {
-    // The second statement of the key has another text, and so another id by hash too.
+    // The second entry of the key has another text, and so another hash as its id.
     const SigningKey tKey = TestRepository::newKey(q("ecdsa"));
     mRepository.mRoles[sTimestampRole].mKeys = {tKey};
     QJsonObject tOther = tKey.publicJson();

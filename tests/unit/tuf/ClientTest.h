@@ -5,7 +5,7 @@
 
 #include "os/FileSystem.h"
 
-// A client of the repository, started from its first root, with its trusted metadata in a folder of its own.
+// A client of the repository that starts from its first root, with its trusted metadata in a private folder.
 class ClientTest : public testing::Test
 {
 protected:
@@ -20,7 +20,7 @@ protected:
         ASSERT_FALSE(tFailure) << tFailure.mText;
     }
 
-    // A run of the client from its stored metadata; mRequests then holds those of this run alone.
+    // A run of the client from its stored metadata; afterwards mRequests has only those of this run.
     Failure refresh()
     {
         mRepository.mRequests.clear();
@@ -28,7 +28,7 @@ protected:
         return mUpdater->refresh();
     }
 
-    // What the last refresh or search asked the server for.
+    // The requests of the last refresh or search.
     std::string requests() const { return mRepository.mRequests.join(q(", ")).toStdString(); }
 
     // The role that offers the target; empty: not offered.
@@ -41,7 +41,7 @@ protected:
         return tFailure;
     }
 
-    // "root 1, snapshot 1, ...": all that is stored, by name.
+    // "root 1, snapshot 1, ...": everything stored, by name.
     std::string stored() const
     {
         QStringList tRoles;

@@ -72,18 +72,18 @@ using DelegationTest = ClientTest;
 
 TEST_F(DelegationTest, RolesAreSearchedInOrder)
 {
-    // Delegations "FROM TO PATTERN", with a "!" in front where they are terminating; the roles that have the
-    // file "file"; the order in which delegated roles are fetched; and where it is found.
+    // Delegations "FROM TO PATTERN", terminating ones with "!" in front; the roles that have the file "file";
+    // the order in which delegated roles are fetched; and where it is found.
     const char* const sGraphs[][4] = {
         {"targets A *;targets B *", "A B", "A", "A"},
         {"targets A *", "targets A", "", "targets"},
         {"targets A *;targets B *;A C *;B D *", "", "A C B D", ""}, // depth first
         {"targets A x*;targets B dir/*;targets C f?le", "A C", "C", "C"},
-        {"targets A x*;A B *", "B", "", ""}, // a delegate may not widen its share
+        {"targets A x*;A B *", "B", "", ""}, // a delegate may not extend its share
         {"targets A *;!targets B *;targets C *", "C", "A B", ""},
         {"targets A *;targets B *;A D *;!A C *;C E *", "B", "A D C E", ""},
         {"!targets A x;targets B *", "B", "B", "B"},
-        {"targets A *;targets B *;A C *;C A *;B C *;B D *", "D", "A C B D", "D"}, // a diamond and a ring
+        {"targets A *;targets B *;A C *;C A *;B C *;B D *", "D", "A C B D", "D"}, // a diamond and a cycle
     };
     for (const auto& [tEdges, tHolders, tVisited, tExpected] : sGraphs) {
         SCOPED_TRACE(tEdges);
@@ -112,13 +112,13 @@ TEST_F(DelegationTest, RolesAreSearchedInOrder)
         EXPECT_EQ(tRole.toStdString(), tExpected);
         EXPECT_EQ(requests(), tFetches.join(q(", ")).toStdString());
 
-        // The second time all comes from this machine.
+        // The second time, everything comes from this machine.
         ASSERT_FALSE(refresh());
         EXPECT_GOOD(find(q("file"), &tRole));
         EXPECT_EQ(tRole.toStdString(), tExpected);
         EXPECT_EQ(requests(), "");
 
-        // All targets together come from where a search finds them.
+        // The list of all targets has each from the role where a search finds it.
         QList<TargetFile> tAll;
         EXPECT_GOOD(mUpdater->allTargets(&tAll));
         QString tFoundIn;

@@ -34,7 +34,7 @@ protected:
         mUrl = "http://127.0.0.1:" + mServer.output().split(' ').value(5);
     }
 
-    // Where the server has the content of a target.
+    // The path of a target's content on the server.
     QString target(const QString& pPath) const
     {
         const qsizetype tName = pPath.lastIndexOf(u'/') + 1;

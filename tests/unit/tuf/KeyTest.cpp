@@ -57,7 +57,7 @@ TEST(KeyTest, VerifiesWhatItSignedAndNothingElse)
                                          SigningKey::generate(tType)->sign("message")}) {
             EXPECT_FALSE(tPublic.verify("message", tOther, &tIdentity));
         }
-        // From its file, and however it is written, it is the same.
+        // Read from its file, in whatever format, it is the same.
         const std::optional<SigningKey> tRead = SigningKey::fromPem(tKey.toPem());
         ASSERT_TRUE(tRead);
         EXPECT_EQ(tRead->id(), tKey.id());

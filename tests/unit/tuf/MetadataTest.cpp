@@ -1,4 +1,4 @@
-// Metadata that no honest publisher makes must be refused, and must not bring the client down.
+// Malformed metadata must be refused and must not crash the client.
 #include "Test.h"
 #include "TestRepository.h"
 
@@ -23,7 +23,7 @@ Failure parse(const QString& pType, const QByteArray& pFile)
                                      : parseTargets(pFile, pType, &tTargets);
 }
 
-// Sets or, for undefined, removes the value at "a/b/c"; numbers are positions in arrays.
+// Sets the value at "a/b/c", or removes it if undefined; numbers are positions in arrays.
 QJsonValue changed(const QJsonValue& pIn, QStringList pPath, const QJsonValue& pTo)
 {
     if (pPath.isEmpty()) {

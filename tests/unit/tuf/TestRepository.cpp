@@ -193,7 +193,7 @@ Failure TestRepository::fetch(const QString& pPath, qint64 pMaxLength, QByteArra
     if (!mFiles.contains(pPath)) {
         return {Failure::Kind::NotFound, pPath};
     }
-    // Hands out what is too long as well: the client must not rely on its fetcher.
+    // Also returns what is too long: the client must not rely on its fetcher.
     *pTo = mFiles[pPath];
     return {};
 }

@@ -15,8 +15,8 @@ inline const QString sTimestampRole = q("timestamp");
 inline const QString sSnapshotRole = q("snapshot");
 inline const QString sTargetsRole = q("targets");
 
-// A repository in memory that signs whatever a test wants, also what no honest one would, and notes what a
-// client asks for. It begins with version 1 of every top-level role published.
+// A repository in memory that signs whatever a test wants, also invalid metadata, and records the requests of
+// a client. Initially, version 1 of every top-level role is published.
 class TestRepository : public tarn::tuf::Fetcher
 {
 public:
@@ -24,7 +24,7 @@ public:
 
     struct Role
     {
-        QList<Key> mKeys; // those that the role's delegator names
+        QList<Key> mKeys; // those in the delegating role
         int mThreshold = 1;
         qint64 mVersion = 0;
         QDateTime mExpires;
@@ -37,7 +37,7 @@ public:
     static QDateTime now() { return {QDate(2026, 3, 1), QTime(12, 0), Qt::UTC}; }
     static Key newKey(const QString& pType = q("ed25519")) { return *Key::generate(pType); }
 
-    // Each raises the role's version by one and serves the file; nothing else is published with it.
+    // Each increments the role's version and serves the file, without publishing the others.
     void publishRole(const QString& pRole, const QList<Key>& pAlsoSignedBy = {});
     void publishRoot(const QList<Key>& pAlsoSignedBy = {}) { publishRole(sRootRole, pAlsoSignedBy); }
     void publishTargets(const QString& pRole = q("targets")) { publishRole(pRole); }
@@ -55,21 +55,21 @@ public:
     // Signs with the role's keys.
     QByteArray sign(const QString& pRole, const QJsonObject& pSigned) const;
 
-    // Adds a delegation to an existing role, and makes the new role if it is not there. Publishes neither.
+    // Adds a delegation to an existing role, and creates the new role if needed. Publishes neither.
     void delegate(const QString& pFrom, const QString& pTo, const QStringList& pPaths,
                   bool pTerminating = false);
 
     tarn::Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
 
     QMap<QString, Role> mRoles;
-    QMap<QString, QJsonObject> mStated; // path of a target -> what its metadata says in place of the truth
+    QMap<QString, QJsonObject> mStated; // path of a target -> false metadata for it
     bool mConsistentSnapshot = true;
     bool mHashesInMeta = true;
-    QDateTime mSignedAt;               // of the timestamp; invalid: it doesn't say
+    QDateTime mSignedAt;               // of the timestamp; invalid: not stated
     QMap<QString, QByteArray> mFiles;  // what is served: path -> content
     QStringList mRequests;             // paths, in order
-    QMap<QString, qint64> mMaxLengths; // path -> what the client said it would take at most
-    tarn::Failure mFailure;            // if set, what every fetch fails with
+    QMap<QString, qint64> mMaxLengths; // path -> the maximum length that the client requested
+    tarn::Failure mFailure;            // if set, the failure of every fetch
 
 private:
     QJsonObject signedPart(const QString& pRole) const;

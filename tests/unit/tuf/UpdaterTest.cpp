@@ -24,7 +24,7 @@ TEST_F(UpdaterTest, StoresEachFileAndAsksForRootAndTimestampAloneWithoutNews)
     std::optional<TargetFile> tTarget;
     EXPECT_GOOD(mUpdater->findTarget(q("hello"), &tTarget));
     EXPECT_TRUE(tTarget);
-    mRepository.publishTimestamp(); // signed anew, nothing else
+    mRepository.publishTimestamp(); // signed again, unchanged
     ASSERT_FALSE(refresh());
     EXPECT_FALSE(mUpdater->unchanged());
     EXPECT_EQ(stored(), "root 1, snapshot 1, targets 1, timestamp 2");
@@ -60,7 +60,7 @@ TEST_F(UpdaterTest, DamagedLocalFilesCountAsAbsent)
     EXPECT_EQ(requests(), "");
 }
 
-// What a machine has refused as expired stays so when its clock goes back, until there is a newer one.
+// What a machine has refused as expired stays refused when its clock is set back, until there is a newer one.
 TEST_F(UpdaterTest, AClockThatIsSetBackBringsNothingBackToLife)
 {
     ASSERT_FALSE(refresh());
@@ -84,10 +84,10 @@ TEST_F(UpdaterTest, AClockThatIsSetBackBringsNothingBackToLife)
     mRepository.mRoles[sTimestampRole].mKeys = {TestRepository::newKey()};
     mRepository.publishRoot();
     mRepository.publishTimestamp();
-    EXPECT_GOOD(refresh()); // the old keys prove nothing any more
+    EXPECT_GOOD(refresh()); // the old keys are no longer accepted
 }
 
-// The next timestamp puts an end to it, also where the files below it expire earlier than the refused one.
+// The next timestamp resolves it, even if other files expire before the refused one.
 TEST_F(UpdaterTest, AClockThatWasAheadCostsOneTimestamp)
 {
     ASSERT_FALSE(refresh());
@@ -101,7 +101,7 @@ TEST_F(UpdaterTest, AClockThatWasAheadCostsOneTimestamp)
     const QByteArray tNewer = mRepository.mFiles[q("timestamp.json")];
     EXPECT_EQ(refresh().mKind, Failure::Kind::Expired);
 
-    // What is shown later and is older than the refused one takes nothing back.
+    // Older metadata than the refused one does not lift the refusal.
     mRepository.mRoles[sTimestampRole].mVersion = 1;
     mRepository.mRoles[sTimestampRole].mExpires = tBegin.addDays(59);
     mRepository.publishTimestamp();
@@ -122,7 +122,7 @@ TEST_F(UpdaterTest, TheTimeOfSigningIsTheLeastThatTheClockCanBe)
     const int sCases[][4] = {{10, 15, 99, true},
                              {10, 5, 99, false},
                              {10, 15, 5, false},
-                             {30, 5, 99, true}}; // signed behind its own expiry, which counts for nothing
+                             {30, 5, 99, true}}; // signed after its own expiry, which is ignored
     for (const auto& [tSigned, tTargets, tRoot, tGood] : sCases) {
         SCOPED_TRACE(testing::Message() << tSigned << ' ' << tTargets << ' ' << tRoot);
         mRepository = TestRepository();
@@ -154,7 +154,7 @@ TEST_F(UpdaterTest, FollowsRootsOneByOne)
     SigningKey tOld = mRepository.mRoles[sRootRole].mKeys.first();
     for (int i = 0; i < 4; ++i) {
         mRepository.mRoles[sRootRole].mKeys = {TestRepository::newKey()};
-        // Only the last one has to be young.
+        // Only the last one must not have expired.
         mRepository.mRoles[sRootRole].mExpires = mNow.addDays(i - 3).addSecs(1);
         mRepository.publishRoot({tOld});
         tOld = mRepository.mRoles[sRootRole].mKeys.first();
@@ -173,7 +173,7 @@ TEST_F(UpdaterTest, BoundsTheNumberOfRoots)
     }
     EXPECT_GOOD(refresh());
     EXPECT_EQ(stored(), "root 3, snapshot 1, targets 1, timestamp 1");
-    EXPECT_GOOD(refresh()); // and goes on the next time
+    EXPECT_GOOD(refresh()); // and continues the next time
     EXPECT_EQ(stored(), "root 4, snapshot 1, targets 1, timestamp 1");
 }
 
@@ -198,7 +198,7 @@ TEST_F(UpdaterTest, RecoversFromFastForwardWhenKeysChange)
     for (const auto& [tForwarded, tChanged] : sCases) {
         mRepository = TestRepository();
         initialize();
-        for (const qint64 tVersion : {9000000, 1}) { // whoever had the keys used up all numbers
+        for (const qint64 tVersion : {9000000, 1}) { // an attacker with the keys used up all versions
             for (const QString& tRole : tForwarded) {
                 mRepository.mRoles[tRole].mVersion = tVersion;
             }
@@ -217,7 +217,7 @@ TEST_F(UpdaterTest, RecoversFromFastForwardWhenKeysChange)
 
 TEST_F(UpdaterTest, ARemovedKeyIsForgottenAlsoWhenItComesBack)
 {
-    // The timestamp's key goes and returns within one refresh: what it signed in between times must not bind.
+    // The timestamp's key is removed and returns within one refresh: what it signed before must not count.
     mRepository.mRoles[sTimestampRole].mVersion = 9000000;
     mRepository.publishTimestamp();
     ASSERT_FALSE(refresh());
@@ -265,7 +265,7 @@ TEST_F(UpdaterTest, AnyFailureOfTheDiskIsReportedAndMadeGoodByTheNextRun)
             const Failure tFailure = tUpdater.refresh();
             tFailed = tFileSystem.hasFailed();
             SCOPED_TRACE(testing::Message() << i << ": " << tFileSystem.failed());
-            // To close a file that was read takes nothing away from what was read.
+            // A failure to close does not affect a file that was read.
             const bool tHarmless =
                 !tFailed || (tFileSystem.failed() == "close" && (!tForGood || tFileSystem.count() == i));
             EXPECT_EQ(tFailure.mKind, tHarmless ? Failure::Kind::None : Failure::Kind::Damaged)

@@ -11,7 +11,7 @@ using namespace tarn::vkservice::update;
 
 using DownloadsTest = UpdateFixture;
 
-// With the key of the targets one can sign any text as a hash; none becomes the name of a file.
+// The targets key can sign any text as a hash; none becomes the name of a file.
 TEST_F(DownloadsTest, ASignedHashNamesNoFileOutsideTheDownloads)
 {
     mRepository.set(mTargets.value(q("lib")), "hashes", QJsonObject{{q("sha256"), q("../../victim")}});
@@ -53,7 +53,7 @@ TEST_F(DownloadsTest, WhatIsPutUnderTheNameOfADownloadHarmsNothing)
     }
 }
 
-// The second wall: whatever path a fault in the run came up with, the kernel refuses it.
+// The second line of defense: the kernel denies any wrong path that a bug in the run uses.
 TEST_F(DownloadsTest, TheKernelRefusesARunEveryWrongPath)
 {
     if (!os::Confinement::isAvailable()) {
@@ -82,7 +82,7 @@ TEST_F(DownloadsTest, TheKernelRefusesARunEveryWrongPath)
         {EXDEV, [&] { return ::link(tFile, tLink + "2"); }},
         {0, [&] { return ::truncate(tOwn, 1) + ::unlink(tOwn); }}, // in its own folder
     };
-    // Its last one before it installs.
+    // The last activity before it installs.
     const QByteArray tLast = "unlinkat " + QFileInfo(mTargets.value(q("lib"))).fileName().left(64).toUtf8();
     QList<int> tErrors;
     QList<int> tExpected;
@@ -104,7 +104,7 @@ TEST_F(DownloadsTest, TheKernelRefusesARunEveryWrongPath)
     EXPECT_EQ(tOpen(tFile, O_RDWR), 0) << "this thread is free";
 }
 
-// While an application stays open, one release after the other is fetched and none installed.
+// While an application stays open, releases are downloaded one after the other and none is installed.
 TEST_F(DownloadsTest, KeepsNoDownloadsThatNoPlanNames)
 {
     const QString tFile = mTargets.value(q("lib"));

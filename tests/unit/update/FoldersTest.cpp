@@ -1,4 +1,4 @@
-// Which folders a run may use, and what it makes of what it finds in them.
+// Which folders a run may use, and how it treats their contents.
 
 #include "UpdateFixture.h"
 
@@ -10,7 +10,7 @@ using namespace tarn::vkservice::update;
 
 using FoldersTest = UpdateFixture;
 
-// The generation before it counts, and a new one is made, whether or not a server has something new.
+// The generation before it counts, and a new one is made even if no server has anything new.
 TEST_F(FoldersTest, GoesBackOverADamagedManifest)
 {
     const QString tManifest = mMachine.installed(packages::manifestFileName());
@@ -50,7 +50,7 @@ TEST_F(FoldersTest, GoesBackOverADamagedManifest)
     expectInstalled();
 }
 
-// A data folder that is not this installation's to use is refused at the run and at the start, untouched.
+// A data folder of another installation is refused unchanged, at the run and at the start.
 TEST_F(FoldersTest, RefusesADataFolderThatIsNotItsOwn)
 {
     const QString tData = mMachine.path(q("data"));
@@ -77,7 +77,7 @@ TEST_F(FoldersTest, RefusesADataFolderThatIsNotItsOwn)
     tOther.request().mDataDir = tData;
     tRefused(tOther, q("another installation"));
 
-    // Its disk goes away and comes back.
+    // Its disk is unmounted and mounted again.
     QDir().rename(tData, tData + q(".away"));
     tRefused(mMachine, q("not mounted"));
     QDir().mkpath(tData);
@@ -88,14 +88,14 @@ TEST_F(FoldersTest, RefusesADataFolderThatIsNotItsOwn)
     run(ResultSuccess);
     expectInstalled();
 
-    // It is lost, and an administrator says so.
+    // It is lost, and an administrator confirms it.
     QDir(tData).removeRecursively();
     writeFile(tData + q("/.vk-root"), "");
     EXPECT_EQ(run(ResultSuccess).mInstalledCount, 1);
     expectInstalled();
 }
 
-// Of a version that knew no markers, and where the state folder was lost.
+// After a version without markers, and after the loss of the state folder.
 TEST_F(FoldersTest, TakesOverWhatItsManifestsVouchFor)
 {
     const QString tData = mMachine.path(q("data"));
@@ -117,8 +117,8 @@ TEST_F(FoldersTest, TakesOverWhatItsManifestsVouchFor)
     QDir().rename(tData + q(".away"), tData);
     EXPECT_EQ(run(ResultSuccess).mInstalledCount, 0);
 
-    // An earlier data folder is taken over as well, and emptied when nothing in it is needed, at the latest
-    // when its disk is back.
+    // An earlier data folder is taken over, too, and emptied when its packages are not needed, at the latest
+    // when its disk is mounted again.
     tForgetMarkers();
     mMachine.request().mDataDir = mMachine.path(q("data2"));
     EXPECT_EQ(run(ResultSuccess).mInstalledCount, 1);

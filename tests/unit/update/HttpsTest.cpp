@@ -38,7 +38,7 @@ protected:
     }
 
     QString libPath() const { return q("/targets/") + QFileInfo(mTargets.value(q("lib"))).fileName(); }
-    // Puts the first bytes of the library's archive where downloads lie.
+    // Puts the first bytes of the library's archive into the download folder.
     void leavePart(const QByteArray& pBytes)
     {
         const QString tHash = QFileInfo(libPath()).fileName().section(u'.', 0, 0);
@@ -83,8 +83,8 @@ TEST_F(HttpsTest, UpdatesAndThenAsksForOneSmallFile)
     EXPECT_EQ(mServer.requests().filter(q("/targets/")).size(), 1);
 }
 
-// A server that tells files apart by their second and size must not hide a second publication within the same
-// one.
+// A server that distinguishes files by time in seconds and size must not hide a second publication within one
+// second.
 TEST_F(HttpsTest, SeesAPublicationRightBehindAnother)
 {
     ASSERT_TRUE(mServer.start());
@@ -136,7 +136,7 @@ TEST_F(HttpsTest, LogsInAndKeepsThePasswordToItself)
     mServer.setUser("me", "s e%cr@t");
     TestServer tOther(mRepository.path());
     ASSERT_TRUE(tOther.start());
-    // Another host by its port alone, which is as good as another name.
+    // The same host name with another port is another host.
     mServer.addConfiguration("location /moved/ { rewrite ^/moved/(.*) " + tOther.uri(q("/")).toUtf8() +
                              "$1 redirect; }\n");
     ASSERT_TRUE(mServer.start());
@@ -156,7 +156,7 @@ TEST_F(HttpsTest, LogsInAndKeepsThePasswordToItself)
     EXPECT_GT(tOther.requests().size(), 0);
     EXPECT_EQ(tOther.requests().filter(q(" me")).size(), 0);
 
-    // User and password may stand in the address, and don't show in messages.
+    // User and password may be in the address, and are in no message.
     tServer = {QString(), mServer.uri(q("/private/")).replace(q("://"), q("://me:s%20e%25cr%40t@")), {}, {}};
     run(ResultSuccess);
     mServer.stop();
@@ -283,7 +283,7 @@ TEST_F(HttpsTest, KeepsToTheBandwidth)
     publish();
     ASSERT_TRUE(mServer.start());
     mMachine.request().mBytesPerSecond = 400000;
-    // Time in which the limit holds the downloads back is not the server's fault.
+    // Time in which the limit delays the downloads is not the server's fault.
     mMachine.request().mLeastBytesPerSecond = 450000;
     mMachine.request().mPatience.mRatePeriodSeconds = 1;
     QElapsedTimer tTimer;

@@ -1,4 +1,4 @@
-// What can stop an update in the middle: an abort, a failing disk, a kill, and applications that run.
+// Interruptions of an update: an abort, a failing disk, a kill, and running applications.
 
 #include "Child.h"
 #include "UpdateFixture.h"
@@ -27,7 +27,7 @@ namespace {
 class InterruptionTest : public UpdateFixture
 {
 protected:
-    // A new version of everything, with contents that tell it.
+    // A new version of all packages, recognizable by their contents.
     void publishNext()
     {
         ++mNumber;
@@ -53,8 +53,7 @@ protected:
         return tFiles;
     }
 
-    // After whatever happened in a run that began with pBefore installed: what belongs together is old or
-    // new.
+    // After any interruption of a run that began with pBefore installed: the state is old or new.
     void expectOldOrNewAndRepair(const FileMap& pBefore)
     {
         const FileMap tFiles = mMachine.currentFiles();
@@ -81,7 +80,7 @@ struct Interruption
         Kill
     } mKind;
     int mErrno = 0;
-    // As a version without markers left the folders, and with a new data folder beside the old one.
+    // With the folders of a version without markers, and a new data folder beside the old one.
     bool mBeforeMarkers = false;
 };
 
@@ -100,7 +99,7 @@ protected:
         mMachine.request().mDataDir = mMachine.path(q("data%1").arg(pCount));
     }
 
-    // These three say whether the run got so far.
+    // These three tell how far the run got.
     bool killAt(int pCount, const FileMap& pBefore)
     {
         const pid_t tChild = ::fork();
@@ -187,7 +186,7 @@ INSTANTIATE_TEST_SUITE_P(All, InterruptedRunTest,
 
 namespace {
 
-// A package with a program that runs until it is ended.
+// A package with a program that runs until it is killed.
 class RunningAppTest : public InterruptionTest
 {
 protected:
@@ -234,7 +233,7 @@ TEST_F(RunningAppTest, IsWaitedForAndThenReplaced)
     expectInstalled();
 }
 
-// Also where its file is gone, as that of a version is which was replaced while it ran.
+// Even if its file was deleted, as after a replacement while it ran.
 TEST_F(RunningAppTest, NeedsIntervention)
 {
     QFile::remove(QFileInfo(mMachine.installed(q("app/bin/app"))).canonicalFilePath());

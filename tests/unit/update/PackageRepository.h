@@ -9,7 +9,7 @@
 
 using FileMap = QMap<QString, QByteArray>;
 
-// What a test says about a package; "1.2" and the like for its version.
+// A package of a test; its version is a text such as "1.2".
 struct TestPackage
 {
     QString mName;
@@ -23,7 +23,7 @@ struct TestPackage
 
 tarn::packages::PackageInfo infoOf(const TestPackage& pPackage);
 
-// A repository of packages in a folder of its own.
+// A repository of packages in a private folder.
 class PackageRepository : public TestRepository
 {
 public:
@@ -32,14 +32,15 @@ public:
     QString path(const QString& pBelow = QString()) const { return mDir.filePath(pBelow); }
     QString uri() const { return QUrl::fromLocalFile(mDir.path()).toString(); }
     QByteArray root() const { return mFiles[q("1.root.json")]; }
-    // Of later metadata files; ten days from now to begin with.
+    // Of later metadata files; initially ten days from now.
     void setExpiry(const QDateTime& pExpires);
 
-    // Offered from the next publish() on, in place of one with the same target path. The path of its file.
+    // Offered from the next publish() on; replaces one with the same target path. Returns the path of its
+    // file.
     QString add(const TestPackage& pPackage);
-    // The same with an archive of the test's own making.
+    // The same with an archive made by the test.
     QString add(const tarn::packages::PackageInfo& pInfo, const QByteArray& pArchive);
-    // What is signed, sense or none, of the target that add() gave this path.
+    // Replaces the signed description, valid or not, of a target of add().
     void set(const QString& pFile, const char* pMember, const QJsonValue& pValue);
     void remove(const QString& pName);
     // All roles but the root, into the folder.

@@ -14,7 +14,7 @@ using packages::PackageInfo;
 
 namespace {
 
-// "name version", with "data", "lang=X", "req=A,B" and "date=YYYY-MM-DD" behind it in any order.
+// "name version", followed by "data", "lang=X", "req=A,B" and "date=YYYY-MM-DD" in any order.
 PackageInfo parse(const QString& pText)
 {
     PackageInfo tInfo;
@@ -47,7 +47,7 @@ QList<PackageInfo> parseAll(const char* pText)
     return tInfos;
 }
 
-// "name version<parent", and "!" where it has a trouble.
+// "name version<parent", and "!" if it can't be installed.
 std::string shown(const Plan& pPlan)
 {
     QStringList tLines;
@@ -160,7 +160,7 @@ TEST(PlanTest, TellsTheTroubleThatTheOthersCameFrom)
         << failedPackagesText(tPlan);
 }
 
-// "rank folder/ name version", with "as=FILE" for another file name and "broken" for what can't be read.
+// "rank folder/ name version", with "as=FILE" for another file name and "broken" for an invalid description.
 TEST(OffersTest, ANameBelongsToTheFirstRoleThatListsIt)
 {
     const std::tuple<const char*, const char*, qsizetype> tCases[] = {
@@ -168,7 +168,7 @@ TEST(OffersTest, ANameBelongsToTheFirstRoleThatListsIt)
         {"0 / a 1; 1 v/ b 2", "a 1; b 2", 0},
         {"1 v/ a 9; 0 / a 1", "a 1", 1},
         {"2 w/ a 9; 1 v/ a 1; 2 w/ b 5", "a 1; b 5", 1},
-        {"0 / a 1 broken; 1 v/ a 9", "", 2}, // a name of which its role offers nothing usable
+        {"0 / a 1 broken; 1 v/ a 9", "", 2}, // a name for which its role offers nothing usable
         {"0 / a 1 as=other.tar.zst; 1 v/ a 9", "", 2},
         {"0 / a 1 as=b-1.0.0.0.tar.zst; 0 / b 1", "b 1", 1},
     };

@@ -8,7 +8,7 @@ using namespace tarn::vkservice::update;
 
 using RunLogTest = UpdateFixture;
 
-// Whoever may read the log may lock it.
+// Any user who may read the log can lock it.
 TEST_F(RunLogTest, RunsThatTheInstallLogCantTakeWaitForIt)
 {
     run(ResultSuccess);
@@ -30,8 +30,8 @@ TEST_F(RunLogTest, RunsThatTheInstallLogCantTakeWaitForIt)
     }
     EXPECT_EQ(text(mMachine.log().filter(q("lib"))), "lib 1.0.0 ok");
 
-    // One that can be neither entered nor kept holds up the next, which would be a step to its manifest's
-    // end.
+    // A run that can be neither entered nor kept blocks the next one, which would replace the manifest with
+    // its records.
     const QString tFolder = mMachine.path(q("state/install-log.waiting"));
     ASSERT_TRUE(QFile::rename(tFolder, tFolder + q("-away")));
     writeFile(tFolder, "in the way");

@@ -31,20 +31,20 @@ public:
     std::function<void(tarn::vkcore::ServiceActivity)> mOnActivity;
     std::function<void(const QString&)> mOnMessage;
     tarn::vkservice::update::UpdateThread& updater() { return *mRun; }
-    // As when the service is started anew after a kill.
+    // Like a new start of the service after a kill.
     bool restart(QString* pError = nullptr);
 
     QList<tarn::vkcore::ServiceActivity> mActivities; // of the last run
-    QStringList mMessages;                            // notifications and errors of it, with their details
+    QStringList mMessages;                            // its notifications and errors, with their details
 
-    // "name version" of what the current generation's manifest says, in order.
+    // "name version" from the current generation's manifest, in order.
     QStringList packages() const;
     qint64 generation() const;
-    // Every file that can be reached through the link "current", following links to packages.
+    // Every file below the link "current", following links to packages.
     FileMap currentFiles() const;
-    // "package version status" of the install log, in its order, with "<parent" where there is one.
+    // "package version status" of the install log, in its order, with "<parent" if there is one.
     QStringList log(bool pTopLevelOnly = false) const;
-    // What lies in staging folders, or below generations/ and packages/ without being needed.
+    // The contents of staging folders, and unneeded folders below generations/ and packages/.
     QStringList litter() const;
 
 private:
@@ -57,5 +57,5 @@ private:
     std::unique_ptr<tarn::vkservice::update::UpdateThread> mRun;
 };
 
-// What files() of TestPackages look like below "current".
+// The files() of TestPackages as seen below "current".
 FileMap filesOf(const QList<TestPackage>& pPackages);

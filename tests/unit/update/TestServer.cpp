@@ -85,8 +85,8 @@ void TestServer::stop()
     mProcess.waitForFinished();
 }
 
-// The server writes the line of a request behind its answer, and nothing tells when: the log counts as whole
-// when it has been quiet for a moment.
+// The server logs a request after its answer, at an unknown time: the log counts as complete when nothing was
+// added for a moment.
 QStringList TestServer::requests() const
 {
     const QString tLog = mDir.filePath(q("access.log"));

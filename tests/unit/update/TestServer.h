@@ -7,11 +7,10 @@
 
 // A port of this machine that nobody listens on.
 quint16 freePort();
-// Waits until somebody listens on the port; false after ten seconds.
+// Waits until a process listens on the port; false after ten seconds.
 bool waitForPort(quint16 pPort);
 
-// An nginx that serves a folder over https as "localhost", with a certificate that ca.pem in its own folder
-// signs.
+// An nginx that serves a folder over https as "localhost", with a certificate signed by ca.pem in its folder.
 class TestServer
 {
 public:
@@ -23,12 +22,12 @@ public:
     QString caFile() const { return mDir.filePath(q("cert.pem")); }
     // Asks for this user and password below "/private/".
     void setUser(const QByteArray& pUser, const QByteArray& pPassword);
-    // Before start(): what to add to the server's configuration.
+    // To be called before start(): adds to the server's configuration.
     void addConfiguration(const QByteArray& pLines) { mMore += pLines; }
     // Starts it and waits until it listens; may be called again after stop().
     bool start(bool pWait = true);
     void stop();
-    // "METHOD PATH STATUS USER" of each request so far, PATH with "?range" behind it for a request of a part.
+    // "METHOD PATH STATUS USER" of each request so far, with "?range" after PATH for a range request.
     QStringList requests() const;
     void forgetRequests();
 
@@ -40,7 +39,7 @@ private:
     QProcess mProcess;
 };
 
-// hostile_server.py, which serves a folder over https as "localhost" and holds its clients up.
+// hostile_server.py, which serves a folder over https as "localhost" and delays its clients.
 class HostileServer
 {
 public:
@@ -56,7 +55,7 @@ private:
     QProcess mProcess;
 };
 
-// A tinyproxy that lets clients with a user and a password through to one port.
+// A tinyproxy that forwards clients with a user and a password to one port.
 class TestProxy
 {
 public:
@@ -64,7 +63,7 @@ public:
     ~TestProxy();
 
     quint16 port() const { return mPort; }
-    // What it wrote about its connections.
+    // Its log of connections.
     QByteArray log() const;
 
 private:

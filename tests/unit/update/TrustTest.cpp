@@ -1,4 +1,4 @@
-// What a machine trusts, and which servers it passes over for it.
+// What a machine trusts, and which servers it skips because of that.
 
 #include "UpdateFixture.h"
 
@@ -23,7 +23,7 @@ protected:
         return mMachine.path(q("state/trust/%1/metadata").arg(tHash));
     }
 
-    // The address of a copy of the repository as it is now.
+    // The address of a copy of the repository in its current state.
     QString mirror(const char* pName) const
     {
         const QString tCopy = mMachine.path(q(pName));
@@ -62,7 +62,7 @@ TEST_F(TrustTest, PassesOverAServerThatIsBehind)
     }
 }
 
-// Each has one package that it can't give, but only one has the newest state.
+// Each lacks one package, but only one has the newest state.
 TEST_F(TrustTest, TakesNothingOfAnOlderStateOnceItKnowsANewerOne)
 {
     QFile::remove(mTargets.value(q("maps")));
@@ -97,7 +97,7 @@ TEST_F(TrustTest, TakesOverTheTrustOfVersionOne)
             QProcess::execute(q("cp"), {q("-a"), tKeep + (++tNumber == 2 ? u'2' : u'1'), tOld});
             writeFile(tOld + q(".note.json"), tNumber == 3 ? "" : "{\"root\": \"" + tRootHash + "\"}");
         }
-        if (i % 2 == 1) { // it was needed once only
+        if (i % 2 == 1) { // it was needed only once
             QFile::remove(tMachine.request().mRootFile);
         }
         tMachine.setServers({tOldMirror});
@@ -114,7 +114,7 @@ TEST_F(TrustTest, TakesOverTheTrustOfVersionOne)
     }
 }
 
-// Its keys may have been stolen and replaced since.
+// Its keys may have been stolen and replaced since then.
 TEST_F(TrustTest, TakesOverNothingThatAnOlderRootLetIn)
 {
     const auto tFile = [](int pVersion) {
@@ -134,7 +134,7 @@ TEST_F(TrustTest, TakesOverNothingThatAnOlderRootLetIn)
     }
 }
 
-// The clock can't be set here, so what an earlier run proved is put in its place.
+// The clock can't be set here, so the test stores the time that an earlier run proved.
 TEST_F(TrustTest, NothingIsUpToDateThatHasExpired)
 {
     run(ResultSuccess);

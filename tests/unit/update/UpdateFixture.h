@@ -11,7 +11,7 @@ inline std::string text(const QStringList& pLines)
     return pLines.join(u'\n').toStdString();
 }
 
-// Bytes that do not get less when they are packed.
+// Incompressible bytes.
 inline QByteArray noise(qsizetype pSize, quint32 pSeed)
 {
     QByteArray tNoise(pSize, '\0');
@@ -23,7 +23,7 @@ inline QByteArray noise(qsizetype pSize, quint32 pSeed)
     return tNoise;
 }
 
-// A repository with an application, a library that it requires, and data; and a machine that knows it.
+// A repository with an application, a library that it requires, and data; and a machine that uses it.
 class UpdateFixture : public testing::Test
 {
 protected:
@@ -57,7 +57,7 @@ protected:
         return mPackages.first();
     }
 
-    // A run of the machine, which has to end so; of the line that the test has.
+    // Runs an update and checks its result; failures name the line of the test.
     tarn::vkservice::update::RunResult run(tarn::vkservice::ResultCode pExpected,
                                            int pLine = __builtin_LINE())
     {

@@ -29,7 +29,7 @@ TEST_F(UpdateRunTest, InstallsEverythingAndThenNothing)
 
     const QString tOld = QFileInfo(mMachine.installed(q("lib"))).canonicalFilePath();
     package("lib").mVersion = q("1.0.1");
-    mRepository.remove(q("maps")); // no longer offered, and stays
+    mRepository.remove(q("maps")); // no longer offered, but stays installed
     mRepository.add(package("lib"));
     mRepository.publish();
     EXPECT_EQ(run(ResultSuccess).mInstalledCount, 1);
@@ -38,8 +38,8 @@ TEST_F(UpdateRunTest, InstallsEverythingAndThenNothing)
     EXPECT_EQ(text(mMachine.log(true)), "app 1.0.0 child_packages_updated\napp 1.0.0 ok\nmaps 3.1.0 ok");
 }
 
-// Whatever is wrong with a server: the result says so, nothing that was installed changes, and the next run
-// with a sound server succeeds.
+// Whatever is wrong with a server: the result names it, installed packages do not change, and the next run
+// with a good server succeeds.
 TEST_F(UpdateRunTest, ChangesNothingWhenTheServerIsWrong)
 {
     ASSERT_EQ(mMachine.run().mCode, ResultSuccess);
@@ -81,7 +81,7 @@ TEST_F(UpdateRunTest, ChangesNothingWhenTheServerIsWrong)
     };
     for (const auto& [tName, tSpoil, tCode, tCount] : tCases) {
         SCOPED_TRACE(tName);
-        // Each on a machine of its own, in the state after the first run.
+        // Each on its own machine, in the state after the first run.
         TestMachine tMachine(mRepository.root());
         tMachine.setServers({mRepository.uri()});
         for (const char* tFolder : {"state", "install"}) {
@@ -151,7 +151,7 @@ TEST_F(UpdateRunTest, SaysWhatIsMissingForARun)
 
 TEST_F(UpdateRunTest, FallsBackToAServerThatIsSound)
 {
-    PackageRepository tLying; // of the same publisher, but with other files
+    PackageRepository tLying; // of the same publisher, with other files
     const QString tCopy = mMachine.path(q("mirror"));
     QProcess::execute(q("cp"), {q("-a"), mRepository.path(), tCopy});
     spoil(QDir(tCopy + q("/targets")).entryInfoList({q("*lib*")}).first().filePath());
@@ -162,8 +162,8 @@ TEST_F(UpdateRunTest, FallsBackToAServerThatIsSound)
     EXPECT_EQ(mMachine.mMessages.size(), 3) << text(mMachine.mMessages);
 }
 
-// A server may have what is newest and not be able to give all of it: the rest is installed, and the result
-// tells of it. One that is behind is no help.
+// A server may have the newest state but lack some packages: the others are installed, and the result names
+// the missing ones. A server that is behind does not help.
 TEST_F(UpdateRunTest, TellsOfWhatNoServerCouldGive)
 {
     const QString tMirror = mMachine.path(q("mirror"));
@@ -194,7 +194,7 @@ TEST_F(UpdateRunTest, GoesOnWithAPartialDownloadUnlessItIsWrong)
     for (const qsizetype tSize : {qsizetype(1), tArchive.size(), tArchive.size() + 1}) {
         tRunFrom(QByteArray(tSize, '?'));
     }
-    // Only the rest of the file can be had from the server.
+    // The server has only the rest of the file.
     writeFile(mTargets.value(q("lib")), QByteArray(tHalf, '?') + tArchive.mid(tHalf));
     tRunFrom(tArchive.first(tHalf));
 }
@@ -209,7 +209,7 @@ TEST_F(UpdateRunTest, LooksForSpaceBeforeTheFirstByte)
     EXPECT_EQ(mMachine.log().size(), 0);
     mMachine.fileSystem().mFreeBytes = -1;
     EXPECT_EQ(mMachine.run().mCode, ResultSuccess);
-    // Together more than the type holds.
+    // The sum overflows the type.
     for (TestPackage& tPackage : mPackages) {
         tPackage.mVersion = q("9");
     }

@@ -1,5 +1,5 @@
-"""An https server that holds its clients up, for tests. Each way to do so is a folder of its address; what it does not spoil,
-and what it is asked for after ten times, it serves as it is.
+"""An https server that delays its clients, for tests. Each way to do so is a folder of its address; it serves what it does
+not spoil, and anything requested more than ten times, unchanged.
 
 usage: hostile_server.py FOLDER CERTIFICATE KEY PORT
 """

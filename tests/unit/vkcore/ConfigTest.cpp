@@ -72,7 +72,7 @@ TEST_F(ConfigTest, BadFilesChangeNothingAndNameTheReason)
         {"a = 'new'\nb = \n", "line 2"},
         {QByteArray("a = 'new'\nb = '\0'\n", 18), "line 2"},
         {"a = '" + QByteArray(1024 * 1024, 'x') + "'", "larger than"},
-        // What toml++ alone would die of, or take more memory for than there is.
+        // Files that would make toml++ crash or exhaust the memory.
         {"[[[a]]]\n", "line 1"},
         {"a" + QByteArray(".a").repeated(400000) + " = 1", "more than 32 parts"},
         {"x = {a = [[\n{b = '#', c" + QByteArray(".\"\\\"\"").repeated(100000) + " = 1}",

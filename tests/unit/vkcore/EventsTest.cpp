@@ -69,7 +69,7 @@ protected:
         mInCall = false;
         return tResult;
     }
-    // Runs the plain event loop until pEndMark was seen.
+    // Runs the event loop until pEndMark was seen.
     bool follow(const QString& pEndMark)
     {
         mEndMark = pEndMark;
@@ -96,11 +96,10 @@ using Texts = QList<QString>;
 
 } // namespace
 
-// Regression: an update that ended at once reported its end while the call that started it still waited, and
-// was never noticed.
+// Regression: an update ended while the call that started it was still waiting, and its end was missed.
 TEST_F(EventsTest, AnEndThatComesBeforeTheAnswerIsDeliveredAfterIt)
 {
-    // The end of an earlier run is not that of this one.
+    // The end of an earlier run does not end this one.
     mWithMonitorAnswer = status(2) + status(4);
     for (const bool tBefore : {true, false}) {
         SCOPED_TRACE(tBefore);

@@ -19,7 +19,7 @@
 
 using namespace tarn::vkcore;
 
-// In the place of the system's, for the library too.
+// Replaces the system's function, for the library, too.
 static int sInterruptedPolls = 0;
 extern "C" __attribute__((visibility("default"))) int poll(pollfd* pPolls, nfds_t pCount, int pTimeout)
 {
@@ -45,7 +45,7 @@ protected:
     }
     QString nowhere() const { return mApp->path(q("nowhere")); }
     QString socket() const { return mApp->path(q("service")); }
-    // A service that says hello and leaves all else unanswered.
+    // A service that answers only hello.
     std::unique_ptr<ScriptedService> silentService() const
     {
         return std::make_unique<ScriptedService>(socket(), [](ScriptedService& pService) {
@@ -55,7 +55,7 @@ protected:
         });
     }
 
-    // Behind each test: no wait has come to its bound of thirty seconds.
+    // After each test: no wait has reached its limit of thirty seconds.
     void TearDown() override { EXPECT_LT(mTimer.elapsed(), mLongestMs); }
 
     GRef<TestApplication> mApp{new TestApplication};
@@ -80,7 +80,7 @@ TEST_F(IPCClientTest, NameAndItsDefault)
     EXPECT_FALSE(tClient.ping());
     EXPECT_TRUE(mApp->logText().contains("too long"));
 
-    const QString tRelative = q("vkcore-test-%1").arg(::getpid()); // lies in the temporary folder
+    const QString tRelative = q("vkcore-test-%1").arg(::getpid()); // in the temporary folder
     const ScriptedService tService(QDir::tempPath() + u'/' + tRelative);
     EXPECT_TRUE(clientOf(tRelative)->testConnect(5000));
     QFile::remove(QDir::tempPath() + u'/' + tRelative);
@@ -295,8 +295,7 @@ TEST_F(IPCClientTest, AnswersThatComeInSmallPiecesOrTooLate)
     ScriptedService tService(socket());
     for (const char* tMethod : {"hello", "ping"}) {
         tService.onCall(tMethod, [](Peer& pPeer, const QJsonObject&) {
-            // An id that was given out but that nobody waits for, as a call that has timed out leaves it
-            // behind.
+            // An id that was used but that nobody waits for, as after a call that has timed out.
             const QByteArray tLate = R"({"id":1,"jsonrpc":"2.0","result":5})";
             for (const char tByte : tLate + '\n' + pPeer.answerLine("true")) {
                 pPeer.send(QByteArray(1, tByte));

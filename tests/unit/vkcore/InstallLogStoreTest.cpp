@@ -55,7 +55,7 @@ protected:
         return tNames;
     }
 
-    // What pBody gives in a process of its own, where this is root as a user who may only read.
+    // The result of pBody in a child process; if the test is root, as a user who may only read.
     template <typename T>
     std::string asAnotherUser(T pBody)
     {
@@ -272,7 +272,7 @@ TEST_F(InstallLogStoreTest, AKilledWriterLeavesTheLogWhole)
     }
     ::waitpid(tChild, nullptr, 0);
     ASSERT_TRUE(QFile::exists(mPath + q("-journal")));
-    // A reader sees the whole log or says why not, but never half of the change.
+    // A reader sees the whole log or gives a reason, but never half of the change.
     const std::string tRead = asAnotherUser([&] { return names({}, {}, sAll, false); });
     EXPECT_TRUE(tRead == "abcde" || tRead.find("cut short") != std::string::npos) << tRead;
     InstallLogStore tStore;

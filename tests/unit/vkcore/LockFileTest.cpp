@@ -59,5 +59,5 @@ TEST(LockFileTest, PlacesThatCanNotBeLocked)
     EXPECT_FALSE(LockFile(nullptr, tDir.path(), LockFile::Exclusive).lock(50, 1, true));
     const QString tPipe = tDir.filePath(q("pipe"));
     ASSERT_EQ(::mkfifo(QFile::encodeName(tPipe).constData(), 0600), 0);
-    LockFile(nullptr, tPipe, LockFile::Shared).lock(0, 1, true); // only must not hang
+    LockFile(nullptr, tPipe, LockFile::Shared).lock(0, 1, true); // must not hang
 }

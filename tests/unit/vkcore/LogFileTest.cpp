@@ -16,7 +16,7 @@ namespace {
 class LogFileTest : public ::testing::Test
 {
 protected:
-    // The log with every stamp replaced.
+    // The log with all timestamps replaced.
     std::string text() const
     {
         static const QRegularExpression sStamp(q(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[\d+\] )"));

@@ -7,8 +7,8 @@
 using namespace tarn::vkcore;
 using namespace tarn::test;
 
-// What rkm asks of the service and makes of its answers is the business of its own tests; here the calls that
-// read answers of several members, and those that only other clients make.
+// The tests of rkm cover its calls and their results. Here are the calls that read answers with several
+// members, and those that only other clients make.
 
 namespace {
 
@@ -29,7 +29,7 @@ TEST_F(OperationsTest, ReadAnswersWholeOrNotAtAll)
     for (const ClientQuery& tQuery : sClientQueries) {
         mService.answer(tQuery.mMethod, tQuery.mAnswer);
         EXPECT_EQ(tQuery.mCall(mClient), q(tQuery.mGives)) << tQuery.mMethod;
-        // Of an object each member in turn is missing, or of another type.
+        // In turn, each member of the object is missing or of another type.
         QJsonArray tWrong{1.5, QJsonArray(), QJsonObject()};
         const Json tGood(tQuery.mAnswer);
         for (const QString& tKey : tGood.keys()) {

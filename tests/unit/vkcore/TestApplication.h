@@ -7,7 +7,7 @@
 
 #include <QtCore/QTemporaryDir>
 
-// An application that keeps its log in a folder of its own.
+// An application with its log in a private folder.
 class TestApplication : public tarn::vkcore::OkiApplication
 {
 public:
