@@ -1,7 +1,7 @@
 // The rules of the schedule. The first line of an input is the current date, each further one a schedule that
 // replaces the previous one:
 //   MODE FLAGS COUNT UNIT NEXTCHECK     numbers, and a date as in the protocol or "null"
-#include "internal/Protocol.h"
+#include "internal/Fields.h"
 #include "schedule/ScheduleRules.h"
 
 #include <QtCore/QByteArrayList>
@@ -19,11 +19,12 @@ namespace {
 
 std::optional<QDateTime> dateOf(const QByteArray& pText)
 {
-    const QString tName = u"date"_s;
     const QJsonValue tValue = pText == "null" ? QJsonValue() : QJsonValue(QString::fromUtf8(pText));
+    QString tFault;
+    tarn::vkcore::JsonReader tReader(QJsonObject{{u"date"_s, tValue}}, &tFault);
     QDateTime tDate;
-    return tarn::vkcore::protocol::read({{tName, tValue}}, tName, &tDate) ? std::optional(tDate)
-                                                                          : std::nullopt;
+    tarn::vkcore::protocol::read(tReader, "date", &tDate);
+    return tReader.ok() ? std::optional(tDate) : std::nullopt;
 }
 
 std::optional<ScheduleSettings> settingsOf(const QByteArray& pLine)

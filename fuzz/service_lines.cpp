@@ -48,7 +48,7 @@ public:
         const QStringList tNames = tAll.names();
         for (const QString& tName : tNames) {
             mFiltered.add(tName, ipc::MethodTable::Kind::Query,
-                          [&tAll, tName](ipc::Connection& pPeer, const QJsonObject& pParams) {
+                          [&tAll, tName](ipc::Peer& pPeer, const QJsonObject& pParams) {
                               return reachesOut(tName, pParams) ? ipc::Reply::done()
                                                                 : tAll.call(pPeer, tName, pParams);
                           });

@@ -7,24 +7,25 @@
 
 #include "internal/Protocol.h"
 #include "internal/SocketName.h"
+#include "internal/Values.h"
 #include "ipc/Session.h"
-
-#include <QtCore/QJsonArray>
 
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkcore {
 
-using protocol::read;
-using protocol::toJson;
+using namespace protocol;
 
 namespace {
 
 QJsonObject helloOf(const Application* pApp)
 {
-    return {{u"protocol"_s, protocol::sVersion},
-            {u"client"_s, pApp == nullptr ? QString() : pApp->getAppName()},
-            {u"version"_s, pApp == nullptr ? QString() : pApp->getAppVersion().toString()}};
+    Hello tHello{.mProtocol = protocol::sVersion, .mClient = {}, .mVersion = {}};
+    if (pApp != nullptr) {
+        tHello.mClient = pApp->getAppName();
+        tHello.mVersion = pApp->getAppVersion().toString();
+    }
+    return toJson(tHello);
 }
 
 QString defaultServerName(const Application* pApp)
@@ -44,58 +45,68 @@ void put(T* pTo, const T& pValue)
     }
 }
 
-// An enumeration travels as its number, also one that this library does not know.
-template <typename T>
-bool readNumber(const QJsonObject& pFrom, const QString& pName, T* pTo)
+ServerEntry toEntry(const Server& pServer)
 {
-    int tNumber = 0;
-    const bool tOk = read(pFrom, pName, &tNumber);
-    *pTo = static_cast<T>(tNumber);
-    return tOk;
+    return {.mName = pServer.getName(),
+            .mUri = pServer.getUri(),
+            .mUser = pServer.getUserName(),
+            .mPassword = pServer.getPassword(),
+            .mEnabled = pServer.isEnabled(),
+            .mDefault = pServer.isDefault(),
+            .mSavePassword = pServer.savePassword()};
 }
 
-bool readServers(const QJsonObject& pFrom, Application* pApp, QList<GRef2<Server>>* pTo)
+GRef2<Server> fromEntry(const ServerEntry& pEntry, Application* pApp)
 {
-    const QJsonValue tValue = pFrom.value("servers"_L1);
-    const QJsonArray tArray = tValue.toArray();
-    pTo->reserve(tArray.size());
-    for (const QJsonValue tEntry : tArray) {
-        const GRef2<Server> tServer(new Server(pApp));
-        if (!tEntry.isObject() || !read(tEntry.toObject(), tServer.get())) {
-            return false;
-        }
-        pTo->append(tServer);
+    const GRef2<Server> tServer(new Server(pApp));
+    tServer->setName(pEntry.mName);
+    tServer->setUri(pEntry.mUri);
+    tServer->setUserName(pEntry.mUser);
+    tServer->setEnabled(pEntry.mEnabled);
+    tServer->setDefault(pEntry.mDefault);
+    tServer->setSavePassword(pEntry.mSavePassword);
+    if (pEntry.mPassword) {
+        tServer->setPassword(*pEntry.mPassword);
     }
-    return tValue.isArray();
+    return tServer;
+}
+
+// Reads the parameters of an event; pSetDelivery(const T&) makes its delivery of them.
+template <typename T, typename F>
+bool readEvent(const QJsonObject& pParams, F pSetDelivery)
+{
+    QString tFault;
+    const auto tValue = fromJson<T>(pParams, &tFault);
+    if (tValue) {
+        pSetDelivery(*tValue);
+    }
+    return tValue.has_value();
 }
 
 // The deliveries of the events, each with its parameters read.
 bool readEvent(IPCClient* pClient, const QString& pMethod, const QJsonObject& pParams, Event* pEvent)
 {
     if (pMethod == "serviceStatusChanged"_L1) {
-        ServiceStatus tStatus{};
-        const bool tOk = readNumber(pParams, u"status"_s, &tStatus);
-        const bool tEndsRun = tStatus == StatusIdle || tStatus == StatusSuppressed || tStatus == StatusError;
-        *pEvent = {[pClient, tStatus] { Q_EMIT pClient->serviceStatusChanged(tStatus); }, tEndsRun};
-        return tOk;
+        return readEvent<StatusChange>(pParams, [=](const StatusChange& pChange) {
+            const ServiceStatus tStatus = pChange.mStatus;
+            pEvent->mDeliver = [=] { Q_EMIT pClient->serviceStatusChanged(tStatus); };
+            pEvent->mEndsRun = tStatus == StatusIdle || tStatus == StatusSuppressed || tStatus == StatusError;
+        });
     }
     if (pMethod == "serviceActivityChanged"_L1) {
-        ServiceActivity tActivity{};
-        const bool tOk = readNumber(pParams, u"activity"_s, &tActivity);
-        pEvent->mDeliver = [pClient, tActivity] { Q_EMIT pClient->serviceActivityChanged(tActivity); };
-        return tOk;
+        return readEvent<ActivityChange>(pParams, [=](const ActivityChange& pChange) {
+            pEvent->mDeliver = [=] { Q_EMIT pClient->serviceActivityChanged(pChange.mActivity); };
+        });
     }
     const bool tIsError = pMethod == "serviceErrorReceived"_L1;
     if (tIsError || pMethod == "serviceNotificationReceived"_L1) {
-        int tType = 0;
-        QString tText;
-        QString tDetails;
-        const bool tOk = read(pParams, u"type"_s, &tType) && read(pParams, u"text"_s, &tText) &&
-                         read(pParams, u"details"_s, &tDetails);
         const auto tSignal =
             tIsError ? &IPCClient::serviceErrorReceived : &IPCClient::serviceNotificationReceived;
-        pEvent->mDeliver = [=] { Q_EMIT(pClient->*tSignal)(tType, tText, tDetails); };
-        return tOk;
+        return readEvent<Message>(pParams, [=](const Message& pMessage) {
+            pEvent->mDeliver = [=] {
+                Q_EMIT(pClient->*tSignal)(pMessage.mType, pMessage.mText, pMessage.mDetails);
+            };
+        });
     }
     if (pMethod == "quitRequestReceived"_L1) {
         pEvent->mDeliver = [pClient] { Q_EMIT pClient->quitRequestReceived(); };
@@ -121,35 +132,25 @@ public:
         setServerName(defaultServerName(pApp));
     }
 
-    // The result of a method where it has the type of *pTo, which is left alone on failure.
+    // The result of a method where it is a whole T.
     template <typename T>
-    bool ask(const QString& pMethod, const QJsonObject& pParams, T* pTo, bool pStartsRun = false)
+    std::optional<T> get(const QString& pMethod, const QJsonObject& pParams = {}, bool pStartsRun = false)
     {
         const std::shared_ptr<Session> tKeep = shared_from_this();
         const std::optional<QJsonValue> tResult = call(pMethod, pParams, pStartsRun);
-        return tResult && (read({{u"result"_s, *tResult}}, u"result"_s, pTo) || malformed(pMethod));
-    }
-    // As above, for a result of several members, which pRead takes apart.
-    bool askObject(const QString& pMethod, const QJsonObject& pParams,
-                   const std::function<bool(const QJsonObject&)>& pRead)
-    {
-        const std::shared_ptr<Session> tKeep = shared_from_this();
-        const std::optional<QJsonValue> tResult = call(pMethod, pParams);
-        return tResult && ((tResult->isObject() && pRead(tResult->toObject())) || malformed(pMethod));
+        if (!tResult) {
+            return std::nullopt;
+        }
+        QString tFault;
+        JsonReader tReader(QJsonObject{{u"result"_s, *tResult}}, &tFault);
+        T tValue{};
+        read(tReader, "result", &tValue);
+        return tReader.ok() || malformed(pMethod) ? std::optional(tValue) : std::nullopt;
     }
     // A method whose result says whether it was done.
     bool order(const QString& pMethod, const QJsonObject& pParams = {}, bool pStartsRun = false)
     {
-        bool tDone = false;
-        return ask(pMethod, pParams, &tDone, pStartsRun) && tDone;
-    }
-    QJsonObject withRevision(int pIndex) const
-    {
-        QJsonObject tParams{{u"index"_s, pIndex}};
-        if (!mRevision.isUndefined()) {
-            tParams.insert("revision"_L1, mRevision);
-        }
-        return tParams;
+        return get<bool>(pMethod, pParams, pStartsRun).value_or(false);
     }
 
     Application* mApp;
@@ -211,10 +212,9 @@ bool IPCClient::enterMonitorMode()
 
 bool IPCClient::isServiceActive(bool* pOk)
 {
-    bool tActive = false;
-    const bool tOk = d->ask(u"isServiceActive"_s, {}, &tActive);
-    put(pOk, tOk);
-    return tActive;
+    const auto tActive = d->get<bool>(u"isServiceActive"_s);
+    put(pOk, tActive.has_value());
+    return tActive.value_or(false);
 }
 
 bool IPCClient::isVKClientActive()
@@ -224,65 +224,45 @@ bool IPCClient::isVKClientActive()
 
 ServiceStatus IPCClient::getServiceStatus(bool* pOk)
 {
-    int tStatus = StatusIdle;
-    const bool tOk = d->ask(u"getServiceStatus"_s, {}, &tStatus);
-    put(pOk, tOk);
-    return static_cast<ServiceStatus>(tStatus);
+    const auto tStatus = d->get<ServiceStatus>(u"getServiceStatus"_s);
+    put(pOk, tStatus.has_value());
+    return tStatus.value_or(StatusIdle);
 }
 
 bool IPCClient::getServiceProgress(ServiceActivity* pActivity, bool* pCancelable, QString* pText,
                                    long long* pBytesDone, long long* pBytesTotal, long long* pDone,
                                    long long* pTotal, int* pPackage, int* pPackageCount, int* pFailedCount)
 {
-    ServiceActivity tActivity{};
-    bool tCancelable = false;
-    QString tText;
-    long long tBytesDone = 0;
-    long long tBytesTotal = 0;
-    long long tDone = 0;
-    long long tTotal = 0;
-    int tPackage = 0;
-    int tPackageCount = 0;
-    int tFailedCount = 0;
-    const bool tOk = d->askObject(u"getServiceProgress"_s, {}, [&](const QJsonObject& pFrom) {
-        return readNumber(pFrom, u"activity"_s, &tActivity) && read(pFrom, u"cancelable"_s, &tCancelable) &&
-               read(pFrom, u"text"_s, &tText) && read(pFrom, u"bytesDone"_s, &tBytesDone) &&
-               read(pFrom, u"bytesTotal"_s, &tBytesTotal) && read(pFrom, u"done"_s, &tDone) &&
-               read(pFrom, u"total"_s, &tTotal) && read(pFrom, u"package"_s, &tPackage) &&
-               read(pFrom, u"packageCount"_s, &tPackageCount) && read(pFrom, u"failedCount"_s, &tFailedCount);
-    });
-    if (tOk) {
-        put(pActivity, tActivity);
-        put(pCancelable, tCancelable);
-        put(pText, tText);
-        put(pBytesDone, tBytesDone);
-        put(pBytesTotal, tBytesTotal);
-        put(pDone, tDone);
-        put(pTotal, tTotal);
-        put(pPackage, tPackage);
-        put(pPackageCount, tPackageCount);
-        put(pFailedCount, tFailedCount);
+    const auto tProgress = d->get<Progress>(u"getServiceProgress"_s);
+    if (!tProgress) {
+        return false;
     }
-    return tOk;
+    put(pActivity, tProgress->mActivity);
+    put(pCancelable, tProgress->mCancelable);
+    put(pText, tProgress->mText);
+    put(pBytesDone, tProgress->mBytesDone);
+    put(pBytesTotal, tProgress->mBytesTotal);
+    put(pDone, tProgress->mDone);
+    put(pTotal, tProgress->mTotal);
+    put(pPackage, tProgress->mPackage);
+    put(pPackageCount, tProgress->mPackageCount);
+    put(pFailedCount, tProgress->mFailedCount);
+    return true;
 }
 
 int IPCClient::getLastServiceResult(bool pThisSession)
 {
-    int tResult = 0;
-    d->ask(u"getLastServiceResult"_s, {{u"thisSession"_s, pThisSession}}, &tResult);
-    return tResult;
+    return d->get<int>(u"getLastServiceResult"_s, toJson(ResultOf{pThisSession})).value_or(0);
 }
 
 QString IPCClient::getLastServiceResultStr(bool pThisSession)
 {
-    QString tText;
-    d->ask(u"getLastServiceResultStr"_s, {{u"thisSession"_s, pThisSession}}, &tText);
-    return tText;
+    return d->get<QString>(u"getLastServiceResultStr"_s, toJson(ResultOf{pThisSession})).value_or(QString());
 }
 
 bool IPCClient::triggerUpdate(bool pManual)
 {
-    return d->order(u"triggerUpdate"_s, {{u"manual"_s, pManual}}, true);
+    return d->order(u"triggerUpdate"_s, toJson(Trigger{pManual}), true);
 }
 
 bool IPCClient::abortUpdate()
@@ -302,115 +282,90 @@ bool IPCClient::reloadConfig()
 
 bool IPCClient::getDefaultServer(QString* pUri, QString* pUser, QString* pPassword)
 {
-    QString tUri;
-    QString tUser;
-    QString tPassword;
-    const bool tOk = d->askObject(u"getDefaultServer"_s, {{u"withPassword"_s, pPassword != nullptr}},
-                                  [&](const QJsonObject& pFrom) {
-                                      return read(pFrom, u"uri"_s, &tUri) && read(pFrom, u"user"_s, &tUser) &&
-                                             read(pFrom, u"password"_s, &tPassword);
-                                  });
-    if (tOk) {
-        put(pUri, tUri);
-        put(pUser, tUser);
-        put(pPassword, tPassword);
+    const auto tServer =
+        d->get<DefaultServer>(u"getDefaultServer"_s, toJson(WithPassword{pPassword != nullptr}));
+    if (!tServer) {
+        return false;
     }
-    return tOk;
+    put(pUri, tServer->mUri);
+    put(pUser, tServer->mUser);
+    put(pPassword, tServer->mPassword);
+    return true;
 }
 
 bool IPCClient::updateDefaultServer(const QString& pUri, const QString& pUser, const QString& pPassword)
 {
-    return d->order(
-        u"updateDefaultServer"_s,
-        {{u"uri"_s, toJson(pUri)}, {u"user"_s, toJson(pUser)}, {u"password"_s, toJson(pPassword)}});
+    return d->order(u"updateDefaultServer"_s,
+                    toJson(DefaultServer{.mUri = pUri, .mUser = pUser, .mPassword = pPassword}));
 }
 
 bool IPCClient::getNetProxySettings(NetProxyMode* pMode, NetProxy* pProxy)
 {
-    NetProxyMode tMode{};
-    NetProxy tProxy(false, false);
-    const bool tOk = d->askObject(u"getNetProxySettings"_s, {}, [&](const QJsonObject& pFrom) {
-        return readNumber(pFrom, u"mode"_s, &tMode) && read(pFrom.value("proxy"_L1).toObject(), &tProxy);
-    });
-    if (tOk) {
-        put(pMode, tMode);
-        put(pProxy, tProxy);
+    const auto tSettings = d->get<ProxySettings>(u"getNetProxySettings"_s);
+    if (!tSettings) {
+        return false;
     }
-    return tOk;
+    put(pMode, tSettings->mMode);
+    put(pProxy, tSettings->mProxy);
+    return true;
 }
 
 bool IPCClient::setNetProxySettings(NetProxyMode pMode, const NetProxy& pProxy)
 {
-    return d->order(u"setNetProxySettings"_s, {{u"mode"_s, int{pMode}}, {u"proxy"_s, toJson(pProxy)}});
+    return d->order(u"setNetProxySettings"_s, toJson(ProxySettings{.mMode = pMode, .mProxy = pProxy}));
 }
 
 QString IPCClient::getKdmlDataDirectory()
 {
-    QString tPath;
-    d->ask(u"getKdmlDataDirectory"_s, {}, &tPath);
-    return tPath;
+    return d->get<QString>(u"getKdmlDataDirectory"_s).value_or(QString());
 }
 
 bool IPCClient::setKdmlDataDirectory(const QString& pPath)
 {
-    return d->order(u"setKdmlDataDirectory"_s, {{u"path"_s, toJson(pPath)}});
+    return d->order(u"setKdmlDataDirectory"_s, toJson(DataDirectory{pPath}));
 }
 
 bool IPCClient::getLanguages(QString* pAppLang, QString* pDataLang)
 {
-    QString tApp;
-    QString tData;
-    const bool tOk = d->askObject(u"getLanguages"_s, {}, [&](const QJsonObject& pFrom) {
-        return read(pFrom, u"app"_s, &tApp) && read(pFrom, u"data"_s, &tData);
-    });
-    if (tOk) {
-        put(pAppLang, tApp);
-        put(pDataLang, tData);
+    const auto tLanguages = d->get<LanguageChoice>(u"getLanguages"_s);
+    if (!tLanguages) {
+        return false;
     }
-    return tOk;
+    put(pAppLang, tLanguages->mApp);
+    put(pDataLang, tLanguages->mData);
+    return true;
 }
 
 bool IPCClient::setLanguages(const QString& pAppLang, const QString& pDataLang)
 {
-    return d->order(u"setLanguages"_s, {{u"app"_s, toJson(pAppLang)}, {u"data"_s, toJson(pDataLang)}});
+    return d->order(u"setLanguages"_s, toJson(LanguageChoice{.mApp = pAppLang, .mData = pDataLang}));
 }
 
 QString IPCClient::getConfigValue(const QString& pName, const QString& pDefault)
 {
-    QString tValue;
-    const bool tOk =
-        d->ask(u"getConfigValue"_s, {{u"name"_s, toJson(pName)}, {u"default"_s, toJson(pDefault)}}, &tValue);
-    return tOk ? tValue : pDefault;
+    const VariableQuery tQuery{.mName = pName, .mDefault = pDefault};
+    return d->get<QString>(u"getConfigValue"_s, toJson(tQuery)).value_or(pDefault);
 }
 
 bool IPCClient::setConfigValue(const QString& pName, const QString& pValue)
 {
-    return d->order(u"setConfigValue"_s, {{u"name"_s, toJson(pName)}, {u"value"_s, toJson(pValue)}});
+    return d->order(u"setConfigValue"_s, toJson(Variable{.mName = pName, .mValue = pValue}));
 }
 
 bool IPCClient::getScheduleParameters(Scheduler::AutoUpdateMode* pMode, int* pFlags, QDateTime* pNextCheck,
                                       int* pPeriodCount, Scheduler::PeriodUnit* pUnit, QString* pExtra)
 {
-    Scheduler::AutoUpdateMode tMode{};
-    int tFlags = 0;
-    QDateTime tNextCheck;
-    int tPeriodCount = 0;
-    Scheduler::PeriodUnit tUnit{};
-    QString tExtra;
-    const bool tOk = d->askObject(u"getScheduleParameters"_s, {}, [&](const QJsonObject& pFrom) {
-        return readNumber(pFrom, u"mode"_s, &tMode) && read(pFrom, u"flags"_s, &tFlags) &&
-               read(pFrom, u"nextCheck"_s, &tNextCheck) && read(pFrom, u"periodCount"_s, &tPeriodCount) &&
-               readNumber(pFrom, u"unit"_s, &tUnit) && read(pFrom, u"extra"_s, &tExtra);
-    });
-    if (tOk) {
-        put(pMode, tMode);
-        put(pFlags, tFlags);
-        put(pNextCheck, tNextCheck);
-        put(pPeriodCount, tPeriodCount);
-        put(pUnit, tUnit);
-        put(pExtra, tExtra);
+    const auto tSchedule = d->get<Schedule>(u"getScheduleParameters"_s);
+    if (!tSchedule) {
+        return false;
     }
-    return tOk;
+    put(pMode, tSchedule->mMode);
+    put(pFlags, tSchedule->mFlags);
+    put(pNextCheck, tSchedule->mNextCheck);
+    put(pPeriodCount, tSchedule->mPeriodCount);
+    put(pUnit, tSchedule->mUnit);
+    put(pExtra, tSchedule->mExtra);
+    return true;
 }
 
 // Values as the header promises them.
@@ -420,57 +375,57 @@ bool IPCClient::setScheduleParameters(Scheduler::AutoUpdateMode pMode, int pFlag
                                       bool pSave)
 // NOLINTEND(performance-unnecessary-value-param)
 {
-    return d->order(u"setScheduleParameters"_s, {{u"mode"_s, int{pMode}},
-                                                 {u"flags"_s, pFlags},
-                                                 {u"nextCheck"_s, toJson(pNextCheck)},
-                                                 {u"periodCount"_s, pPeriodCount},
-                                                 {u"unit"_s, int{pUnit}},
-                                                 {u"extra"_s, toJson(pExtra)},
-                                                 {u"save"_s, pSave}});
+    const Schedule tSchedule{.mMode = pMode,
+                             .mFlags = pFlags,
+                             .mNextCheck = pNextCheck,
+                             .mPeriodCount = pPeriodCount,
+                             .mUnit = pUnit,
+                             .mExtra = pExtra};
+    return d->order(u"setScheduleParameters"_s, toJson(ScheduleChange{tSchedule, pSave}));
 }
 
 bool IPCClient::getMonitoringSettings(MonitoringSettings* pSettings)
 {
-    return d->askObject(u"getMonitoringSettings"_s, {},
-                        [&](const QJsonObject& pFrom) { return read(pFrom, pSettings); });
+    const auto tSettings = d->get<MonitoringSettings>(u"getMonitoringSettings"_s);
+    *pSettings = tSettings.value_or(*pSettings);
+    return tSettings.has_value();
 }
 
 bool IPCClient::setMonitoringSettings(const MonitoringSettings& pSettings)
 {
-    return d->order(u"setMonitoringSettings"_s, {{u"settings"_s, toJson(pSettings)}});
+    return d->order(u"setMonitoringSettings"_s, toJson(MonitoringChange{pSettings}));
 }
 
 bool IPCClient::getServerList(ServerList* pList)
 {
+    const QString tMethod = u"getServerList"_s;
     const std::shared_ptr<Private> tPrivate = d;
-    QList<GRef2<Server>> tServers;
-    QJsonValue tRevision;
-    const bool tOk = tPrivate->askObject(u"getServerList"_s, {}, [&](const QJsonObject& pFrom) {
-        tRevision = pFrom.value("revision"_L1);
-        return !tRevision.isUndefined() && readServers(pFrom, tPrivate->mApp, &tServers);
-    });
-    if (tOk) {
-        tPrivate->mRevision = tRevision;
-        pList->mServers = tServers;
+    const auto tList = tPrivate->get<ServerEntries>(tMethod);
+    if (!tList || (tList->mRevision.isUndefined() && !tPrivate->malformed(tMethod))) {
+        return false;
     }
-    return tOk;
+    tPrivate->mRevision = tList->mRevision;
+    pList->mServers.clear();
+    pList->mServers.reserve(tList->mServers.size());
+    for (const ServerEntry& tEntry : tList->mServers) {
+        pList->mServers.append(fromEntry(tEntry, tPrivate->mApp));
+    }
+    return true;
 }
 
 bool IPCClient::addServer(Server* pServer)
 {
-    return d->order(u"addServer"_s, {{u"server"_s, toJson(*pServer)}});
+    return d->order(u"addServer"_s, toJson(NewServer{toEntry(*pServer)}));
 }
 
 bool IPCClient::changeServer(int pIndex, Server* pServer)
 {
-    QJsonObject tParams = d->withRevision(pIndex);
-    tParams.insert("server"_L1, toJson(*pServer));
-    return d->order(u"changeServer"_s, tParams);
+    return d->order(u"changeServer"_s, toJson(ServerChange{{pIndex, d->mRevision}, toEntry(*pServer)}));
 }
 
 bool IPCClient::removeServer(int pIndex)
 {
-    return d->order(u"removeServer"_s, d->withRevision(pIndex));
+    return d->order(u"removeServer"_s, toJson(ServerPosition{pIndex, d->mRevision}));
 }
 
 } // namespace tarn::vkcore

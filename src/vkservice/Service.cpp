@@ -78,7 +78,7 @@ Service::~Service() = default;
 void Service::addMethods()
 {
     methods::addSessionMethods(mMethods, {mSockets, mEvents, mLifetime, mConfiguration});
-    methods::addUpdateMethods(mMethods, mUpdates);
+    methods::addUpdateMethods(mMethods, {mUpdates});
     methods::addSettingsMethods(mMethods, {mSettings, mConfiguration, mMail, mUpdates, mStoreCare, mApp});
     methods::addScheduleMethods(mMethods, {mSchedule, mStoreCare});
     methods::addMonitoringMethods(mMethods, {mSettings, mMail, mStoreCare});

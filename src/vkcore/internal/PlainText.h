@@ -15,4 +15,10 @@ QString singleLine(const QString& pText, int pMaxLength = 200);
 // The same, but with its line ends, each a "\n".
 QString manyLines(const QString& pText, int pMaxLength = 2000);
 
+// An empty text instead of a null one.
+inline QString present(const QString& pText)
+{
+    return pText.isNull() ? QLatin1String("") : pText;
+}
+
 } // namespace tarn::vkcore

@@ -1,5 +1,6 @@
 #include "ipc/Session.h"
 
+#include "internal/JsonReader.h"
 #include "internal/Protocol.h"
 
 #include <QtCore/QEventLoop>
@@ -130,13 +131,13 @@ bool Session::test(int pTimeoutMs)
         return tWaiting.mAnswered;
     }
     mConnection.drain();
-    Connection::Outcome tOutcome = tryConnect(&tWaiting.mReason);
-    while (tOutcome == Connection::Outcome::Busy && !tDeadline.hasExpired()) {
+    ServiceSocket::Outcome tOutcome = tryConnect(&tWaiting.mReason);
+    while (tOutcome == ServiceSocket::Outcome::Busy && !tDeadline.hasExpired()) {
         wait(QDeadlineTimer(std::min(sLongestPauseMs, tDeadline.remainingTime())),
              [this] { return mClosed || mConnection.isOpen(); });
-        tOutcome = mClosed ? Connection::Outcome::Failed : tryConnect(&tWaiting.mReason);
+        tOutcome = mClosed ? ServiceSocket::Outcome::Failed : tryConnect(&tWaiting.mReason);
     }
-    if (tOutcome != Connection::Outcome::Connected) {
+    if (tOutcome != ServiceSocket::Outcome::Connected) {
         return false;
     }
     awaitAnswer(mHelloId, &tWaiting, tDeadline);
@@ -172,10 +173,10 @@ bool Session::connect(QString* pReason)
     const QDeadlineTimer tDeadline(mTimeoutMs);
     qint64 tPauseMs = 1;
     while (!mClosed && !mConnection.isOpen()) {
-        const Connection::Outcome tOutcome = tryConnect(pReason);
-        const bool tHope = tOutcome == Connection::Outcome::Busy ||
-                           (tOutcome == Connection::Outcome::NobodyListens && mLink == Link::Never);
-        if (tOutcome == Connection::Outcome::Connected) {
+        const ServiceSocket::Outcome tOutcome = tryConnect(pReason);
+        const bool tHope = tOutcome == ServiceSocket::Outcome::Busy ||
+                           (tOutcome == ServiceSocket::Outcome::NobodyListens && mLink == Link::Never);
+        if (tOutcome == ServiceSocket::Outcome::Connected) {
             return true;
         }
         if (!tHope || tDeadline.hasExpired()) {
@@ -188,13 +189,13 @@ bool Session::connect(QString* pReason)
     return mConnection.isOpen();
 }
 
-Connection::Outcome Session::tryConnect(QString* pReason)
+ServiceSocket::Outcome Session::tryConnect(QString* pReason)
 {
     if (mConnection.isOpen()) {
-        return Connection::Outcome::Connected;
+        return ServiceSocket::Outcome::Connected;
     }
-    const Connection::Outcome tOutcome = mConnection.open(mServerName, pReason);
-    if (tOutcome == Connection::Outcome::Connected) {
+    const ServiceSocket::Outcome tOutcome = mConnection.open(mServerName, pReason);
+    if (tOutcome == ServiceSocket::Outcome::Connected) {
         mHelloId = ++mLastId;
         send(protocol::request(mHelloId, u"hello"_s, mHello), pReason);
     } else {
@@ -256,11 +257,11 @@ void Session::onLine(const QByteArray& pLine)
 
 void Session::onAnswer(const QJsonObject& pObject)
 {
-    long long tId = 0;
+    QString tFault;
+    const qint64 tId = JsonReader(pObject, &tFault).integer("id", 1, mLastId);
     const QJsonValue tResult = pObject.value("result"_L1);
     const QJsonValue tError = pObject.value("error"_L1);
-    const bool tIdKnown = protocol::read(pObject, u"id"_s, &tId) && tId > 0 && tId <= mLastId;
-    if (!tIdKnown || tResult.isUndefined() == tError.isUndefined() ||
+    if (!tFault.isNull() || tResult.isUndefined() == tError.isUndefined() ||
         (!tError.isUndefined() && !tError.isObject())) {
         const QString tMessage = tError.toObject().value("message"_L1).toString();
         breakOff(tMessage.isEmpty() ? u"the service has sent an answer to no request"_s : tMessage);

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ipc/Connection.h"
 #include "ipc/EventGate.h"
+#include "ipc/ServiceSocket.h"
 
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QHash>
@@ -70,7 +70,7 @@ private:
 
     bool exchange(const QString& pMethod, const QJsonObject& pParams, Waiting* pWaiting);
     bool connect(QString* pReason);
-    Connection::Outcome tryConnect(QString* pReason);
+    ServiceSocket::Outcome tryConnect(QString* pReason);
     bool send(const QJsonObject& pRequest, QString* pReason);
     void wait(const QDeadlineTimer& pDeadline, const std::function<bool()>& pDone);
     void awaitAnswer(qint64 pId, Waiting* pWaiting, const QDeadlineTimer& pDeadline);
@@ -89,7 +89,7 @@ private:
     QJsonObject mHello;
     QString mServerName;
     qint64 mTimeoutMs = 30000;
-    Connection mConnection;
+    ServiceSocket mConnection;
     Link mLink = Link::Never;
     bool mClosed = false;
     qint64 mLastId = 0;

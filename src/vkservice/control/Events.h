@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QtCore/QJsonObject>
+#include "internal/Values.h"
+
 #include <QtCore/QList>
 #include <QtCore/QObject>
 #include <QtCore/QString>
@@ -30,13 +31,13 @@ public:
     // Kept for the first monitor if there is none yet.
     void errorToKeep(const QString& pText, const QString& pDetails);
     void checkIsDue();
-    // The parameters of the errors that were kept.
-    QList<QJsonObject> takeKeptErrors() { return std::exchange(mKeptErrors, {}); }
+    // The errors that were kept.
+    QList<vkcore::protocol::Message> takeKeptErrors() { return std::exchange(mKeptErrors, {}); }
 
 private:
     ipc::SocketServer& mSockets;
     process::ServiceApplication& mApp;
-    QList<QJsonObject> mKeptErrors;
+    QList<vkcore::protocol::Message> mKeptErrors;
 };
 
 } // namespace tarn::vkservice::control

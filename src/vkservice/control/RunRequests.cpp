@@ -22,7 +22,7 @@ update::ServerAccess accessOf(const ServerEntry& pEntry)
     return {.mName = pEntry.mName.isEmpty() ? pEntry.mUri : pEntry.mName,
             .mUri = pEntry.mUri,
             .mUser = pEntry.mUser,
-            .mPassword = pEntry.mPassword};
+            .mPassword = pEntry.mPassword.value_or(QString())};
 }
 
 // Names the server that people may take for the one in use: the default one, else the first.

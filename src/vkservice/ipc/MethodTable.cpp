@@ -12,9 +12,9 @@ Reply Reply::refused(const QString& pMessage)
 {
     return {{}, protocol::Refused, pMessage};
 }
-Reply Reply::invalidParams(const QString& pMessage)
+Reply Reply::invalidParams(const QString& pFault)
 {
-    return {{}, protocol::InvalidParams, pMessage};
+    return {{}, protocol::InvalidParams, u"Invalid parameters: %1."_s.arg(pFault)};
 }
 
 void MethodTable::add(const QString& pName, Kind pKind, Handler pHandler)
@@ -23,7 +23,7 @@ void MethodTable::add(const QString& pName, Kind pKind, Handler pHandler)
     mMethods.insert(pName, {pKind, std::move(pHandler)});
 }
 
-Reply MethodTable::call(Connection& pPeer, const QString& pName, const QJsonObject& pParams) const
+Reply MethodTable::call(Peer& pPeer, const QString& pName, const QJsonObject& pParams) const
 {
     const auto tMethod = mMethods.constFind(pName);
     if (tMethod == mMethods.constEnd()) {

@@ -10,7 +10,7 @@
 
 namespace tarn::vkservice::ipc {
 
-class Connection;
+class Peer;
 
 // What a method answers: a result, or an error with its code of the protocol and a text for people.
 struct Reply
@@ -22,7 +22,8 @@ struct Reply
     static Reply result(const QJsonValue& pResult) { return {pResult, 0, {}}; }
     static Reply done() { return result(true); }
     static Reply refused(const QString& pMessage);
-    static Reply invalidParams(const QString& pMessage);
+    // pFault: "settings.clientName is not a text".
+    static Reply invalidParams(const QString& pFault);
     // Success, or a refusal with the reason.
     static Reply of(bool pDone, const QString& pReason) { return pDone ? done() : refused(pReason); }
 
@@ -33,7 +34,7 @@ struct Reply
 class MethodTable
 {
 public:
-    using Handler = std::function<Reply(Connection& pPeer, const QJsonObject& pParams)>;
+    using Handler = std::function<Reply(Peer& pPeer, const QJsonObject& pParams)>;
 
     enum class Kind
     {
@@ -45,7 +46,7 @@ public:
     // Gives the reason why settings can't be changed now, a null text if they can.
     void setChangeGuard(std::function<QString()> pGuard) { mGuard = std::move(pGuard); }
 
-    Reply call(Connection& pPeer, const QString& pName, const QJsonObject& pParams) const;
+    Reply call(Peer& pPeer, const QString& pName, const QJsonObject& pParams) const;
     QStringList names() const { return mMethods.keys(); }
 
 private:

@@ -1,8 +1,8 @@
 #include "ipc/SocketServer.h"
 
 #include "internal/Protocol.h"
-#include "ipc/Connection.h"
 #include "ipc/MethodTable.h"
+#include "ipc/Peer.h"
 #include "ipc/PeerCredentials.h"
 
 #include <QtCore/QDeadlineTimer>
@@ -73,70 +73,71 @@ void SocketServer::closeAll(int pTimeoutMs)
     QEventLoop tLoop;
     QTimer::singleShot(pTimeoutMs, &tLoop, &QEventLoop::quit);
     connect(this, &SocketServer::connectionClosed, &tLoop, [this, &tLoop] {
-        if (mConnections.isEmpty()) {
+        if (mPeers.isEmpty()) {
             tLoop.quit();
         }
     });
-    const auto tConnections = mConnections.keys();
-    for (Connection* tConnection : tConnections) {
-        tConnection->closeGently();
+    const auto tPeers = mPeers.keys();
+    for (Peer* tPeer : tPeers) {
+        tPeer->closeGently();
     }
-    if (!mConnections.isEmpty()) {
+    if (!mPeers.isEmpty()) {
         tLoop.exec(QEventLoop::ExcludeUserInputEvents);
     }
-    qDeleteAll(mConnections.keys());
-    mConnections.clear();
+    qDeleteAll(mPeers.keys());
+    mPeers.clear();
     mHeld = 0;
     mWaiting.clear();
 }
 
 void SocketServer::addPeer(int pSocket)
 {
-    const auto tPeer = peerCredentials(pSocket);
-    if (!tPeer || !maySpeak(*tPeer, ::geteuid(), mGroup)) {
+    const auto tCredentials = peerCredentials(pSocket);
+    if (!tCredentials || !maySpeak(*tCredentials, ::geteuid(), mGroup)) {
         ::close(pSocket);
         Q_EMIT peerRefused(u"A process of user %1 tried to connect and was turned away."_s.arg(
-            tPeer ? QString::number(tPeer->mUid) : u"(unknown)"_s));
+            tCredentials ? QString::number(tCredentials->mUid) : u"(unknown)"_s));
         return;
     }
-    if (mConnections.size() >= connectionLimit()) {
+    if (mPeers.size() >= connectionLimit()) {
         ::close(pSocket);
-        Q_EMIT peerRefused(u"Process %1 was turned away: %2 connections are open already."_s.arg(tPeer->mPid)
-                               .arg(mConnections.size()));
+        Q_EMIT peerRefused(
+            u"Process %1 was turned away: %2 connections are open already."_s.arg(tCredentials->mPid)
+                .arg(mPeers.size()));
         return;
     }
-    auto* tConnection = new Connection(pSocket, *tPeer, mMethods, this);
-    mConnections.insert(tConnection, 0);
-    connect(tConnection, &Connection::readable, this, [this, tConnection] { serve(tConnection); });
-    connect(tConnection, &Connection::closed, this, [this, tConnection] { remove(tConnection); });
-    connect(tConnection, &Connection::offended, this, [this, tConnection](const QString& pReason) {
-        Q_EMIT peerRefused(u"Process %1 is dropped. %2"_s.arg(tConnection->peer().mPid).arg(pReason));
+    auto* tPeer = new Peer(pSocket, *tCredentials, mMethods, this);
+    mPeers.insert(tPeer, 0);
+    connect(tPeer, &Peer::readable, this, [this, tPeer] { serve(tPeer); });
+    connect(tPeer, &Peer::closed, this, [this, tPeer] { remove(tPeer); });
+    connect(tPeer, &Peer::offended, this, [this, tPeer](const QString& pReason) {
+        Q_EMIT peerRefused(u"Process %1 is dropped. %2"_s.arg(tPeer->credentials().mPid).arg(pReason));
     });
 }
 
-void SocketServer::remove(Connection* pConnection)
+void SocketServer::remove(Peer* pPeer)
 {
-    const auto tFound = mConnections.constFind(pConnection);
-    if (tFound != mConnections.cend()) {
+    const auto tFound = mPeers.constFind(pPeer);
+    if (tFound != mPeers.cend()) {
         mHeld -= *tFound;
-        mConnections.erase(tFound);
-        mWaiting.removeAll(pConnection);
-        pConnection->deleteLater();
+        mPeers.erase(tFound);
+        mWaiting.removeAll(pPeer);
+        pPeer->deleteLater();
         Q_EMIT connectionClosed();
     }
 }
 
 // A peer with lines left waits for its turn, whatever more it sends.
-void SocketServer::serve(Connection* pConnection)
+void SocketServer::serve(Peer* pPeer)
 {
-    if (mWaiting.contains(pConnection)) {
+    if (mWaiting.contains(pPeer)) {
         return;
     }
-    if (pConnection->turn(QDeadlineTimer(sTurnMs)) && mConnections.contains(pConnection)) {
-        mWaiting.append(pConnection);
+    if (pPeer->turn(QDeadlineTimer(sTurnMs)) && mPeers.contains(pPeer)) {
+        mWaiting.append(pPeer);
         mNextTurn.start(0);
     }
-    noteHeld(pConnection);
+    noteHeld(pPeer);
     limitHeld();
 }
 
@@ -154,11 +155,11 @@ void SocketServer::serveWaiting()
 void SocketServer::broadcast(const QString& pMethod, const QJsonObject& pParams)
 {
     const QByteArray tLine = protocol::toLine(protocol::event(pMethod, pParams));
-    const auto tConnections = mConnections.keys();
-    for (Connection* tConnection : tConnections) {
-        if (tConnection->isMonitor()) {
-            tConnection->sendEvent(tLine);
-            noteHeld(tConnection);
+    const auto tPeers = mPeers.keys();
+    for (Peer* tPeer : tPeers) {
+        if (tPeer->isMonitor()) {
+            tPeer->sendEvent(tLine);
+            noteHeld(tPeer);
         }
     }
     limitHeld();
@@ -166,30 +167,30 @@ void SocketServer::broadcast(const QString& pMethod, const QJsonObject& pParams)
 
 bool SocketServer::hasMonitor() const
 {
-    return std::any_of(mConnections.keyBegin(), mConnections.keyEnd(),
-                       [](const Connection* pConnection) { return pConnection->isMonitor(); });
+    return std::any_of(mPeers.keyBegin(), mPeers.keyEnd(),
+                       [](const Peer* pPeer) { return pPeer->isMonitor(); });
 }
 
-bool SocketServer::hasClient(const QString& pName, const Connection* pAsker) const
+bool SocketServer::hasClient(const QString& pName, const Peer* pAsker) const
 {
-    return std::any_of(mConnections.keyBegin(), mConnections.keyEnd(), [&](const Connection* pConnection) {
-        return pConnection != pAsker && pConnection->isOpen() && pConnection->clientName() == pName;
+    return std::any_of(mPeers.keyBegin(), mPeers.keyEnd(), [&](const Peer* pPeer) {
+        return pPeer != pAsker && pPeer->isOpen() && pPeer->clientName() == pName;
     });
 }
 
 bool SocketServer::hasPeerBeside(pid_t pPid) const
 {
-    return std::any_of(mConnections.keyBegin(), mConnections.keyEnd(), [&](const Connection* pConnection) {
-        return pConnection->isOpen() && pConnection->peer().mPid != pPid;
+    return std::any_of(mPeers.keyBegin(), mPeers.keyEnd(), [&](const Peer* pPeer) {
+        return pPeer->isOpen() && pPeer->credentials().mPid != pPid;
     });
 }
 
 // A peer that was dropped meanwhile is none of the connections any more.
-void SocketServer::noteHeld(Connection* pConnection)
+void SocketServer::noteHeld(Peer* pPeer)
 {
-    const auto tFound = mConnections.find(pConnection);
-    if (tFound != mConnections.end()) {
-        const qint64 tHeld = pConnection->held();
+    const auto tFound = mPeers.find(pPeer);
+    if (tFound != mPeers.end()) {
+        const qint64 tHeld = pPeer->held();
         mHeld += tHeld - *tFound;
         *tFound = tHeld;
     }
@@ -203,18 +204,18 @@ void SocketServer::limitHeld()
         return;
     }
     // A burden grows with the time, so that each is asked for once.
-    std::vector<std::pair<qint64, Connection*>> tPeers;
-    const auto tConnections = mConnections.keys();
-    for (Connection* tPeer : tConnections) {
+    std::vector<std::pair<qint64, Peer*>> tBurdens;
+    const auto tPeers = mPeers.keys();
+    for (Peer* tPeer : tPeers) {
         noteHeld(tPeer);
-        tPeers.emplace_back(tPeer->burden(), tPeer);
+        tBurdens.emplace_back(tPeer->burden(), tPeer);
     }
-    std::sort(tPeers.begin(), tPeers.end());
-    for (; mHeld > sMaxHeldForAll && !tPeers.empty(); tPeers.pop_back()) {
-        Connection* tPeer = tPeers.back().second;
+    std::sort(tBurdens.begin(), tBurdens.end());
+    for (; mHeld > sMaxHeldForAll && !tBurdens.empty(); tBurdens.pop_back()) {
+        Peer* tPeer = tBurdens.back().second;
         Q_EMIT peerRefused(
             u"Process %1 is dropped. All peers together make the service keep more than 128 MiB."_s.arg(
-                tPeer->peer().mPid));
+                tPeer->credentials().mPid));
         tPeer->abort();
         remove(tPeer);
     }

@@ -13,7 +13,7 @@
 
 namespace tarn::vkservice::ipc {
 
-class Connection;
+class Peer;
 class MethodTable;
 
 // The service's socket: lets peers in, gives each its turn, and sends events to those that listen for them.
@@ -36,10 +36,10 @@ public:
 
     // An event to every connection in monitor mode.
     void broadcast(const QString& pMethod, const QJsonObject& pParams);
-    qsizetype connectionCount() const { return mConnections.size(); }
+    qsizetype connectionCount() const { return mPeers.size(); }
     bool hasMonitor() const;
     // Is a connection open whose hello gave this name, other than pAsker?
-    bool hasClient(const QString& pName, const Connection* pAsker) const;
+    bool hasClient(const QString& pName, const Peer* pAsker) const;
     // Is a connection open of another process than pPid?
     bool hasPeerBeside(pid_t pPid) const;
 
@@ -50,18 +50,18 @@ Q_SIGNALS:
 
 private:
     void addPeer(int pSocket);
-    void remove(Connection* pConnection);
-    void serve(Connection* pConnection);
+    void remove(Peer* pPeer);
+    void serve(Peer* pPeer);
     void serveWaiting();
-    void noteHeld(Connection* pConnection);
+    void noteHeld(Peer* pPeer);
     void limitHeld();
 
     const MethodTable& mMethods;
     ListenSocket mListener;
     std::optional<gid_t> mGroup;
-    QHash<Connection*, qint64> mConnections; // with what each held when it was last looked at
+    QHash<Peer*, qint64> mPeers; // with what each held when it was last looked at
     qint64 mHeld = 0;            // the sum of these; output that was taken meanwhile makes it less
-    QList<Connection*> mWaiting; // those with lines left from their last turn, in the order of their next
+    QList<Peer*> mWaiting;       // those with lines left from their last turn, in the order of their next
     QTimer mNextTurn;
 };
 

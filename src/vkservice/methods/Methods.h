@@ -38,7 +38,11 @@ struct SessionParts
 };
 void addSessionMethods(ipc::MethodTable& pTable, const SessionParts& pParts);
 
-void addUpdateMethods(ipc::MethodTable& pTable, control::UpdateControl& pUpdates);
+struct UpdateParts
+{
+    control::UpdateControl& mUpdates;
+};
+void addUpdateMethods(ipc::MethodTable& pTable, const UpdateParts& pParts);
 
 struct SettingsParts
 {

@@ -1,7 +1,6 @@
 #include "control/MailControl.h"
-#include "internal/Protocol.h"
-#include "ipc/Params.h"
 #include "mail/Address.h"
+#include "methods/Group.h"
 #include "methods/Methods.h"
 #include "store/Settings.h"
 
@@ -12,7 +11,9 @@ using namespace Qt::StringLiterals;
 namespace tarn::vkservice::methods {
 
 using namespace vkcore;
-using namespace ipc;
+using namespace vkcore::protocol;
+using ipc::MethodTable;
+using ipc::Reply;
 
 namespace {
 
@@ -21,7 +22,7 @@ constexpr qsizetype sMaxBytes = 1024 * 1024;
 Reply getMonitoring(const MonitoringParts& pParts)
 {
     const auto tSettings = pParts.mSettings.monitoring();
-    return tSettings ? Reply::result(protocol::toJson(*tSettings))
+    return tSettings ? Reply::result(toJson(*tSettings))
                      : storeFailure(pParts.mStore, u"The monitoring settings"_s);
 }
 
@@ -36,19 +37,14 @@ QString complaint(const MonitoringSettings& pSettings)
             return u"This is no e-mail address that can be written to: %1"_s.arg(tEmail.mAddress.left(254));
         }
     }
-    const auto tJson = QJsonDocument(protocol::toJson(pSettings)).toJson(QJsonDocument::Compact);
+    const auto tJson = QJsonDocument(toJson(pSettings)).toJson(QJsonDocument::Compact);
     return tJson.size() > sMaxBytes ? u"The monitoring settings are too long."_s : QString();
 }
 
 // The service alone knows which addresses are verified and when the last summary went out.
-Reply setMonitoring(const MonitoringParts& pParts, const QJsonObject& pParams)
+Reply setMonitoring(const MonitoringParts& pParts, const MonitoringChange& pChange)
 {
-    Params tParams(pParams);
-    MonitoringSettings tWanted;
-    tParams.object("settings", &tWanted);
-    if (!tParams.ok()) {
-        return tParams.invalid();
-    }
+    MonitoringSettings tWanted = pChange.mSettings;
     const QString tComplaint = complaint(tWanted);
     if (!tComplaint.isNull()) {
         return Reply::refused(tComplaint);
@@ -71,11 +67,9 @@ Reply setMonitoring(const MonitoringParts& pParts, const QJsonObject& pParams)
 
 void addMonitoringMethods(MethodTable& pTable, const MonitoringParts& pParts)
 {
-    using Kind = MethodTable::Kind;
-    pTable.add(u"getMonitoringSettings"_s, Kind::Query,
-               [pParts](Connection&, const QJsonObject&) { return getMonitoring(pParts); });
-    pTable.add(u"setMonitoringSettings"_s, Kind::Change,
-               [pParts](Connection&, const QJsonObject& pParams) { return setMonitoring(pParts, pParams); });
+    const Group tGroup(pTable, pParts);
+    tGroup.add("getMonitoringSettings", &getMonitoring);
+    tGroup.add("setMonitoringSettings", MethodTable::Kind::Change, &setMonitoring);
 }
 
 } // namespace tarn::vkservice::methods

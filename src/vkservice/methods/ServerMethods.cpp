@@ -1,27 +1,19 @@
-#include "internal/Protocol.h"
-#include "ipc/Params.h"
+#include "internal/PlainText.h"
+#include "methods/Group.h"
 #include "methods/Methods.h"
 #include "store/ServerTable.h"
-
-#include <vkcore/Server.h>
-
-#include <QtCore/QJsonArray>
 
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkservice::methods {
 
 using namespace vkcore;
-using namespace ipc;
-using store::ServerEntry;
+using namespace vkcore::protocol;
+using ipc::MethodTable;
+using ipc::Reply;
 using store::ServerTable;
 
 namespace {
-
-QString present(const QString& pText)
-{
-    return pText.isNull() ? QString(QLatin1String("")) : pText;
-}
 
 Reply answer(const ServerParts& pParts, ServerTable::Outcome pOutcome)
 {
@@ -40,93 +32,65 @@ Reply answer(const ServerParts& pParts, ServerTable::Outcome pOutcome)
     return storeFailure(pParts.mStore, u"The server list"_s);
 }
 
-Reply getDefaultServer(const ServerParts& pParts, const QJsonObject& pParams)
+Reply getDefaultServer(const ServerParts& pParts, const WithPassword& pQuery)
 {
-    Params tParams(pParams);
-    const bool tWithPassword = tParams.get<bool>("withPassword");
-    if (!tParams.ok()) {
-        return tParams.invalid();
-    }
     const auto tEntry = pParts.mServers.defaultEntry();
     if (!tEntry) {
         return storeFailure(pParts.mStore, u"The default server"_s);
     }
-    return Reply::result(QJsonObject{
-        {u"uri"_s, present(tEntry->mUri)},
-        {u"user"_s, present(tEntry->mUser)},
-        {u"password"_s, tWithPassword ? protocol::toJson(tEntry->mPassword) : QJsonValue()},
-    });
+    const bool tTold = pQuery.mWithPassword && tEntry->mPassword;
+    return Reply::result(toJson(DefaultServer{.mUri = present(tEntry->mUri),
+                                              .mUser = present(tEntry->mUser),
+                                              .mPassword = tTold ? *tEntry->mPassword : QString()}));
 }
 
-Reply updateDefaultServer(const ServerParts& pParts, const QJsonObject& pParams)
+Reply updateDefaultServer(const ServerParts& pParts, const DefaultServer& pServer)
 {
-    Params tParams(pParams);
-    const QString tUri = tParams.get<QString>("uri");
-    const QString tUser = tParams.get<QString>("user");
-    const QString tPassword = tParams.get<QString>("password");
-    return tParams.ok() ? answer(pParts, pParts.mServers.setDefault(tUri, tUser, tPassword))
-                        : tParams.invalid();
-}
-
-QJsonObject toJson(const ServerEntry& pEntry)
-{
-    GRef<Server> tServer(new Server(nullptr));
-    tServer->setName(pEntry.mName);
-    tServer->setUri(pEntry.mUri);
-    tServer->setUserName(pEntry.mUser);
-    tServer->setEnabled(pEntry.mEnabled);
-    tServer->setDefault(pEntry.mDefault);
-    tServer->setSavePassword(pEntry.mSavePassword);
-    return protocol::toJson(*tServer);
+    return answer(pParts, pParts.mServers.setDefault(pServer.mUri, pServer.mUser, pServer.mPassword));
 }
 
 Reply getServerList(const ServerParts& pParts)
 {
-    const auto tEntries = pParts.mServers.entries();
+    auto tEntries = pParts.mServers.entries();
     const auto tRevision = pParts.mServers.revision();
     if (!tEntries || !tRevision) {
         return storeFailure(pParts.mStore, u"The server list"_s);
     }
-    QJsonArray tServers;
-    for (const ServerEntry& tEntry : *tEntries) {
-        tServers.append(toJson(tEntry));
+    for (ServerEntry& tEntry : *tEntries) {
+        tEntry.mPassword.reset();
     }
-    return Reply::result(QJsonObject{{u"revision"_s, *tRevision}, {u"servers"_s, tServers}});
+    return Reply::result(toJson(ServerEntries{.mRevision = *tRevision, .mServers = *tEntries}));
 }
 
-std::optional<qint64> revisionOf(Params& pParams, const QJsonObject& pObject)
+Reply addServer(const ServerParts& pParts, const NewServer& pNew)
 {
-    if (!pObject.contains("revision"_L1)) {
-        return std::nullopt;
-    }
-    return pParams.get<long long>("revision");
+    return answer(pParts, pParts.mServers.add(pNew.mServer));
 }
 
-Reply addServer(const ServerParts& pParts, const QJsonObject& pParams)
+// Calls pChange with the revision that the client has seen. Clients may take any value for one; this service
+// has whole numbers.
+template <typename F>
+Reply withRevision(const ServerParts& pParts, const ServerPosition& pPosition, F pChange)
 {
-    Params tParams(pParams);
-    GRef<Server> tServer(new Server(nullptr));
-    tParams.object("server", tServer.get());
-    return tParams.ok() ? answer(pParts, pParts.mServers.add(*tServer)) : tParams.invalid();
+    QString tFault;
+    std::optional<qint64> tRevision;
+    JsonReader tReader(toJson(pPosition), &tFault);
+    read(tReader, "revision", &tRevision);
+    return tReader.ok() ? answer(pParts, pChange(tRevision)) : Reply::invalidParams(tFault);
 }
 
-Reply changeServer(const ServerParts& pParts, const QJsonObject& pParams)
+Reply changeServer(const ServerParts& pParts, const ServerChange& pChange)
 {
-    Params tParams(pParams);
-    const int tIndex = tParams.get<int>("index");
-    GRef<Server> tServer(new Server(nullptr));
-    tParams.object("server", tServer.get());
-    const auto tRevision = revisionOf(tParams, pParams);
-    return tParams.ok() ? answer(pParts, pParts.mServers.change(tIndex, *tServer, tRevision))
-                        : tParams.invalid();
+    return withRevision(pParts, pChange, [&](std::optional<qint64> pRevision) {
+        return pParts.mServers.change(pChange.mIndex, pChange.mServer, pRevision);
+    });
 }
 
-Reply removeServer(const ServerParts& pParts, const QJsonObject& pParams)
+Reply removeServer(const ServerParts& pParts, const ServerPosition& pPosition)
 {
-    Params tParams(pParams);
-    const int tIndex = tParams.get<int>("index");
-    const auto tRevision = revisionOf(tParams, pParams);
-    return tParams.ok() ? answer(pParts, pParts.mServers.remove(tIndex, tRevision)) : tParams.invalid();
+    return withRevision(pParts, pPosition, [&](std::optional<qint64> pRevision) {
+        return pParts.mServers.remove(pPosition.mIndex, pRevision);
+    });
 }
 
 } // namespace
@@ -134,19 +98,13 @@ Reply removeServer(const ServerParts& pParts, const QJsonObject& pParams)
 void addServerMethods(MethodTable& pTable, const ServerParts& pParts)
 {
     using Kind = MethodTable::Kind;
-    const auto tAdd = [&](const char* pName, Kind pKind,
-                          Reply (*pHandler)(const ServerParts&, const QJsonObject&)) {
-        pTable.add(QLatin1String(pName), pKind, [pParts, pHandler](Connection&, const QJsonObject& pParams) {
-            return pHandler(pParts, pParams);
-        });
-    };
-    tAdd("getDefaultServer", Kind::Query, &getDefaultServer);
-    tAdd("updateDefaultServer", Kind::Change, &updateDefaultServer);
-    pTable.add(u"getServerList"_s, Kind::Query,
-               [pParts](Connection&, const QJsonObject&) { return getServerList(pParts); });
-    tAdd("addServer", Kind::Change, &addServer);
-    tAdd("changeServer", Kind::Change, &changeServer);
-    tAdd("removeServer", Kind::Change, &removeServer);
+    const Group tGroup(pTable, pParts);
+    tGroup.add("getDefaultServer", Kind::Query, &getDefaultServer);
+    tGroup.add("updateDefaultServer", Kind::Change, &updateDefaultServer);
+    tGroup.add("getServerList", &getServerList);
+    tGroup.add("addServer", Kind::Change, &addServer);
+    tGroup.add("changeServer", Kind::Change, &changeServer);
+    tGroup.add("removeServer", Kind::Change, &removeServer);
 }
 
 } // namespace tarn::vkservice::methods

@@ -2,9 +2,9 @@
 #include "control/Events.h"
 #include "control/Lifetime.h"
 #include "internal/Protocol.h"
-#include "ipc/Connection.h"
-#include "ipc/Params.h"
+#include "ipc/Peer.h"
 #include "ipc/SocketServer.h"
+#include "methods/Group.h"
 #include "methods/Methods.h"
 #include "process/SystemdNotifier.h"
 
@@ -17,43 +17,44 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::vkservice::methods {
 
-using namespace vkcore;
+using namespace vkcore::protocol;
 using namespace ipc;
 
 namespace {
 
 constexpr qsizetype sMaxClientName = 100;
 
-Reply hello(const SessionParts& pParts, Connection& pPeer, const QJsonObject& pParams)
+Reply hello(const SessionParts& pParts, Peer& pPeer, const Hello& pHello)
 {
-    Params tParams(pParams);
-    const int tProtocol = tParams.get<int>("protocol");
-    const QString tClient = tParams.get<QString>("client");
-    tParams.get<QString>("version");
-    if (!tParams.ok()) {
-        return tParams.invalid();
+    if (pHello.mProtocol != sVersion) {
+        return Reply::refused(u"This service speaks version %1 of the protocol."_s.arg(sVersion));
     }
-    if (tProtocol != protocol::sVersion) {
-        return Reply::refused(u"This service speaks version %1 of the protocol."_s.arg(protocol::sVersion));
-    }
-    pPeer.setClientName(tClient.left(sMaxClientName));
-    return Reply::result(QJsonObject{
-        {u"protocol"_s, protocol::sVersion},
-        {u"service"_s, u"vkservice"_s},
-        {u"version"_s, QCoreApplication::applicationVersion()},
-        {u"pid"_s, QCoreApplication::applicationPid()},
-        {u"worker"_s, pParts.mLifetime.isWorker()},
-    });
+    pPeer.setClientName(pHello.mClient.left(sMaxClientName));
+    return Reply::result(toJson(Greeting{.mProtocol = sVersion,
+                                         .mService = u"vkservice"_s,
+                                         .mVersion = QCoreApplication::applicationVersion(),
+                                         .mPid = QCoreApplication::applicationPid(),
+                                         .mWorker = pParts.mLifetime.isWorker()}));
+}
+
+Reply ping(const SessionParts&)
+{
+    return Reply::done();
+}
+
+Reply hasWizard(const SessionParts& pParts, Peer& pPeer)
+{
+    return Reply::result(pParts.mSockets.hasClient(u"wizard"_s, &pPeer));
 }
 
 // Errors that came before anybody listened follow the answer.
-Reply enterMonitorMode(const SessionParts& pParts, Connection& pPeer)
+Reply enterMonitorMode(const SessionParts& pParts, Peer& pPeer)
 {
     pPeer.setMonitor();
-    const QList<QJsonObject> tHeld = pParts.mEvents.takeKeptErrors();
-    const QPointer<Connection> tPeer(&pPeer);
-    for (const QJsonObject& tError : tHeld) {
-        const QByteArray tLine = protocol::toLine(protocol::event(u"serviceErrorReceived"_s, tError));
+    const QList<Message> tErrors = pParts.mEvents.takeKeptErrors();
+    const QPointer<Peer> tPeer(&pPeer);
+    for (const Message& tError : tErrors) {
+        const QByteArray tLine = toLine(event(u"serviceErrorReceived"_s, toJson(tError)));
         QMetaObject::invokeMethod(
             &pPeer, [tPeer, tLine] { tPeer->sendEvent(tLine); }, Qt::QueuedConnection);
     }
@@ -62,9 +63,9 @@ Reply enterMonitorMode(const SessionParts& pParts, Connection& pPeer)
 
 // The machine's own service has a schedule to keep, so it is not for a client to end it. A worker belongs to
 // the process that started it; others have only found it.
-Reply quit(const SessionParts& pParts, const Connection& pPeer)
+Reply quit(const SessionParts& pParts, Peer& pPeer)
 {
-    const pid_t tPeer = pPeer.peer().mPid;
+    const pid_t tPeer = pPeer.credentials().mPid;
     if (pParts.mLifetime.isWorker()) {
         if (tPeer != ::getppid()) {
             return Reply::refused(u"This worker belongs to another process, and ends with it."_s);
@@ -81,27 +82,24 @@ Reply quit(const SessionParts& pParts, const Connection& pPeer)
     return Reply::done();
 }
 
+Reply reload(const SessionParts& pParts)
+{
+    QString tReason;
+    const bool tDone = pParts.mConfiguration.reload(&tReason);
+    return Reply::of(tDone, tReason);
+}
+
 } // namespace
 
 void addSessionMethods(MethodTable& pTable, const SessionParts& pParts)
 {
-    using Kind = MethodTable::Kind;
-    pTable.add(u"hello"_s, Kind::Query, [pParts](Connection& pPeer, const QJsonObject& pParams) {
-        return hello(pParts, pPeer, pParams);
-    });
-    pTable.add(u"ping"_s, Kind::Query, [](Connection&, const QJsonObject&) { return Reply::done(); });
-    pTable.add(u"isVKClientActive"_s, Kind::Query, [pParts](Connection& pPeer, const QJsonObject&) {
-        return Reply::result(pParts.mSockets.hasClient(u"wizard"_s, &pPeer));
-    });
-    pTable.add(u"enterMonitorMode"_s, Kind::Query,
-               [pParts](Connection& pPeer, const QJsonObject&) { return enterMonitorMode(pParts, pPeer); });
-    pTable.add(u"quitService"_s, Kind::Query,
-               [pParts](Connection& pPeer, const QJsonObject&) { return quit(pParts, pPeer); });
-    pTable.add(u"reloadConfig"_s, Kind::Query, [pParts](Connection&, const QJsonObject&) {
-        QString tReason;
-        const bool tDone = pParts.mConfiguration.reload(&tReason);
-        return Reply::of(tDone, tReason);
-    });
+    const Group tGroup(pTable, pParts);
+    tGroup.add("hello", MethodTable::Kind::Query, &hello);
+    tGroup.add("ping", &ping);
+    tGroup.add("isVKClientActive", &hasWizard);
+    tGroup.add("enterMonitorMode", &enterMonitorMode);
+    tGroup.add("quitService", &quit);
+    tGroup.add("reloadConfig", &reload);
 }
 
 } // namespace tarn::vkservice::methods

@@ -1,8 +1,7 @@
 #include "control/Configuration.h"
 #include "control/MailControl.h"
 #include "control/UpdateControl.h"
-#include "internal/Protocol.h"
-#include "ipc/Params.h"
+#include "methods/Group.h"
 #include "methods/Methods.h"
 #include "process/ServiceApplication.h"
 #include "store/ConfigVariables.h"
@@ -16,7 +15,9 @@ using namespace Qt::StringLiterals;
 namespace tarn::vkservice::methods {
 
 using namespace vkcore;
-using namespace ipc;
+using namespace vkcore::protocol;
+using ipc::MethodTable;
+using ipc::Reply;
 
 namespace {
 
@@ -32,26 +33,19 @@ Reply getProxy(const SettingsParts& pParts)
         return storeFailure(pParts.mStore, u"The proxy settings"_s);
     }
     tProxy->mProxy.mPassword = QString();
-    return Reply::result(QJsonObject{
-        {u"mode"_s, static_cast<int>(tProxy->mMode)},
-        {u"proxy"_s, protocol::toJson(tProxy->mProxy)},
-    });
+    return Reply::result(toJson(*tProxy));
 }
 
-Reply setProxy(const SettingsParts& pParts, const QJsonObject& pParams)
+Reply setProxy(const SettingsParts& pParts, const ProxySettings& pProxy)
 {
-    Params tParams(pParams);
-    store::ProxySettings tProxy;
-    tProxy.mMode = tParams.enumerator<NetProxyMode>("mode", NetProxyModeManual);
-    tParams.object("proxy", &tProxy.mProxy);
-    if (!tParams.ok()) {
-        return tParams.invalid();
+    if (!isKnown(pProxy.mMode, NetProxyModeManual)) {
+        return Reply::invalidParams(u"mode is not one from 0 to 2"_s);
     }
-    const NetProxy& tNew = tProxy.mProxy;
+    const NetProxy& tNew = pProxy.mProxy;
     if (tNew.mHost.size() + tNew.mUser.size() + tNew.mPassword.size() > sMaxText) {
         return Reply::refused(u"The texts of the proxy are too long."_s);
     }
-    return pParts.mSettings.setProxy(tProxy) ? Reply::done()
+    return pParts.mSettings.setProxy(pProxy) ? Reply::done()
                                              : storeFailure(pParts.mStore, u"The proxy settings"_s);
 }
 
@@ -67,13 +61,9 @@ Reply getDataDirectory(const SettingsParts& pParts)
 
 // Whether the directory is there and can be written is looked at when it is used: it may be a disk that
 // is not mounted yet.
-Reply setDataDirectory(const SettingsParts& pParts, const QJsonObject& pParams)
+Reply setDataDirectory(const SettingsParts& pParts, const DataDirectory& pDirectory)
 {
-    Params tParams(pParams);
-    const QString tPath = tParams.get<QString>("path");
-    if (!tParams.ok()) {
-        return tParams.invalid();
-    }
+    const QString& tPath = pDirectory.mPath;
     if ((!tPath.isEmpty() && !QDir::isAbsolutePath(tPath)) || tPath.contains(QChar(0)) ||
         tPath.size() > sMaxText) {
         return Reply::refused(u"The data directory has to be an absolute path, or empty for the default."_s);
@@ -89,10 +79,8 @@ Reply getLanguages(const SettingsParts& pParts)
     if (!tApp || !tData) {
         return storeFailure(pParts.mStore, u"The languages"_s);
     }
-    return Reply::result(QJsonObject{
-        {u"app"_s, pParts.mApp.languageOr(*tApp)},
-        {u"data"_s, pParts.mApp.languageOr(*tData)},
-    });
+    return Reply::result(toJson(
+        LanguageChoice{.mApp = pParts.mApp.languageOr(*tApp), .mData = pParts.mApp.languageOr(*tData)}));
 }
 
 bool isLanguage(const QString& pCode)
@@ -103,19 +91,14 @@ bool isLanguage(const QString& pCode)
     return pCode.isNull() || sForm.match(pCode).hasMatch();
 }
 
-Reply setLanguages(const SettingsParts& pParts, const QJsonObject& pParams)
+Reply setLanguages(const SettingsParts& pParts, const LanguageChoice& pChoice)
 {
-    Params tParams(pParams);
-    const QString tApp = tParams.get<QString>("app");
-    const QString tData = tParams.get<QString>("data");
-    if (!tParams.ok()) {
-        return tParams.invalid();
-    }
-    if (!isLanguage(tApp) || !isLanguage(tData)) {
+    if (!isLanguage(pChoice.mApp) || !isLanguage(pChoice.mData)) {
         return Reply::refused(u"A language is a code such as \"de\" or \"pt_BR\"."_s);
     }
-    return pParts.mSettings.setLanguages(tApp, tData) ? Reply::done()
-                                                      : storeFailure(pParts.mStore, u"The languages"_s);
+    return pParts.mSettings.setLanguages(pChoice.mApp, pChoice.mData)
+               ? Reply::done()
+               : storeFailure(pParts.mStore, u"The languages"_s);
 }
 
 QString lastRunText(const SettingsParts& pParts, const QString& pDefault)
@@ -131,16 +114,11 @@ QString shown(const QString& pName, const QString& pValue)
     return tSecret ? QString(pValue.size(), u'*') : pValue;
 }
 
-Reply getVariable(const SettingsParts& pParts, const QJsonObject& pParams)
+Reply getVariable(const SettingsParts& pParts, const VariableQuery& pQuery)
 {
-    Params tParams(pParams);
-    const QString tName = tParams.get<QString>("name");
-    const QString tDefault = tParams.get<QString>("default");
-    if (!tParams.ok()) {
-        return tParams.invalid();
-    }
+    const QString& tName = pQuery.mName;
     if (tName == sLastRun) {
-        return Reply::result(protocol::toJson(lastRunText(pParts, tDefault)));
+        return Reply::result(toJson(lastRunText(pParts, pQuery.mDefault)));
     }
     if (control::MailControl::isVerification(tName)) {
         return Reply::result(pParts.mMail.verificationState(tName));
@@ -149,26 +127,21 @@ Reply getVariable(const SettingsParts& pParts, const QJsonObject& pParams)
     if (!tValue) {
         return storeFailure(pParts.mStore, u"The configuration variable"_s);
     }
-    return Reply::result(protocol::toJson(tValue->isNull() ? tDefault : shown(tName, *tValue)));
+    return Reply::result(toJson(tValue->isNull() ? pQuery.mDefault : shown(tName, *tValue)));
 }
 
-Reply setVariable(const SettingsParts& pParts, const QJsonObject& pParams)
+Reply setVariable(const SettingsParts& pParts, const Variable& pVariable)
 {
-    Params tParams(pParams);
-    const QString tName = tParams.get<QString>("name");
-    const QString tValue = tParams.get<QString>("value");
-    if (!tParams.ok()) {
-        return tParams.invalid();
-    }
+    const QString& tName = pVariable.mName;
     if (tName == sLastRun) {
         return Reply::refused(u"The variable service.lastRun is set by the service alone."_s);
     }
     QString tReason;
     if (control::MailControl::isVerification(tName)) {
-        const bool tDone = pParts.mMail.verify(tName, tValue, &tReason);
+        const bool tDone = pParts.mMail.verify(tName, pVariable.mValue, &tReason);
         return Reply::of(tDone, tReason);
     }
-    const bool tDone = pParts.mConfiguration.set(tName, tValue, &tReason);
+    const bool tDone = pParts.mConfiguration.set(tName, pVariable.mValue, &tReason);
     return Reply::of(tDone, tReason);
 }
 
@@ -177,24 +150,15 @@ Reply setVariable(const SettingsParts& pParts, const QJsonObject& pParams)
 void addSettingsMethods(MethodTable& pTable, const SettingsParts& pParts)
 {
     using Kind = MethodTable::Kind;
-    const auto tAdd = [&](const char* pName, Kind pKind,
-                          Reply (*pHandler)(const SettingsParts&, const QJsonObject&)) {
-        pTable.add(QLatin1String(pName), pKind, [pParts, pHandler](Connection&, const QJsonObject& pParams) {
-            return pHandler(pParts, pParams);
-        });
-    };
-    const auto tAddGetter = [&](const char* pName, Reply (*pHandler)(const SettingsParts&)) {
-        pTable.add(QLatin1String(pName), Kind::Query,
-                   [pParts, pHandler](Connection&, const QJsonObject&) { return pHandler(pParts); });
-    };
-    tAddGetter("getNetProxySettings", &getProxy);
-    tAdd("setNetProxySettings", Kind::Change, &setProxy);
-    tAddGetter("getKdmlDataDirectory", &getDataDirectory);
-    tAdd("setKdmlDataDirectory", Kind::Change, &setDataDirectory);
-    tAddGetter("getLanguages", &getLanguages);
-    tAdd("setLanguages", Kind::Change, &setLanguages);
-    tAdd("getConfigValue", Kind::Query, &getVariable);
-    tAdd("setConfigValue", Kind::Change, &setVariable);
+    const Group tGroup(pTable, pParts);
+    tGroup.add("getNetProxySettings", &getProxy);
+    tGroup.add("setNetProxySettings", Kind::Change, &setProxy);
+    tGroup.add("getKdmlDataDirectory", &getDataDirectory);
+    tGroup.add("setKdmlDataDirectory", Kind::Change, &setDataDirectory);
+    tGroup.add("getLanguages", &getLanguages);
+    tGroup.add("setLanguages", Kind::Change, &setLanguages);
+    tGroup.add("getConfigValue", Kind::Query, &getVariable);
+    tGroup.add("setConfigValue", Kind::Change, &setVariable);
 }
 
 } // namespace tarn::vkservice::methods

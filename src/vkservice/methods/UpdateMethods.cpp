@@ -1,89 +1,76 @@
 #include "control/UpdateControl.h"
-#include "ipc/Params.h"
+#include "internal/PlainText.h"
+#include "methods/Group.h"
 #include "methods/Methods.h"
 
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkservice::methods {
 
-using control::UpdateControl;
-using namespace ipc;
+using namespace vkcore;
+using namespace vkcore::protocol;
+using ipc::MethodTable;
+using ipc::Reply;
 
 namespace {
 
-Reply progress(const UpdateControl& pUpdates)
+Reply isActive(const UpdateParts& pParts)
 {
-    const update::Progress tProgress = pUpdates.progress();
-    const QString tText = tProgress.mText.isNull() ? QString(QLatin1String("")) : tProgress.mText;
-    return Reply::result(QJsonObject{
-        {u"activity"_s, static_cast<int>(tProgress.mActivity)},
-        {u"cancelable"_s, tProgress.mCancelable},
-        {u"text"_s, tText},
-        {u"bytesDone"_s, tProgress.mBytesDone},
-        {u"bytesTotal"_s, tProgress.mBytesTotal},
-        {u"done"_s, tProgress.mDone},
-        {u"total"_s, tProgress.mTotal},
-        {u"package"_s, tProgress.mPackage},
-        {u"packageCount"_s, tProgress.mPackageCount},
-        {u"failedCount"_s, tProgress.mFailedCount},
-    });
+    return Reply::result(pParts.mUpdates.isActive());
 }
 
-const RunRecord& record(const UpdateControl& pUpdates, bool pThisSession)
+Reply status(const UpdateParts& pParts)
 {
-    return pThisSession ? pUpdates.sessionRun() : pUpdates.lastRun();
+    return Reply::result(toJson(pParts.mUpdates.status()));
 }
 
-Reply lastResult(const UpdateControl& pUpdates, const QJsonObject& pParams)
+Reply progress(const UpdateParts& pParts)
 {
-    Params tParams(pParams);
-    const bool tThisSession = tParams.get<bool>("thisSession");
-    return tParams.ok() ? Reply::result(record(pUpdates, tThisSession).mCode) : tParams.invalid();
+    Progress tProgress = pParts.mUpdates.progress();
+    tProgress.mText = present(tProgress.mText);
+    return Reply::result(toJson(tProgress));
 }
 
-Reply lastResultText(const UpdateControl& pUpdates, const QJsonObject& pParams)
+const RunRecord& record(const UpdateParts& pParts, const ResultOf& pRun)
 {
-    Params tParams(pParams);
-    const bool tThisSession = tParams.get<bool>("thisSession");
-    return tParams.ok() ? Reply::result(pUpdates.resultText(record(pUpdates, tThisSession)))
-                        : tParams.invalid();
+    return pRun.mThisSession ? pParts.mUpdates.sessionRun() : pParts.mUpdates.lastRun();
 }
 
-Reply trigger(UpdateControl& pUpdates, const QJsonObject& pParams)
+Reply lastResult(const UpdateParts& pParts, const ResultOf& pRun)
 {
-    Params tParams(pParams);
-    const bool tManual = tParams.get<bool>("manual");
-    if (!tParams.ok()) {
-        return tParams.invalid();
-    }
+    return Reply::result(record(pParts, pRun).mCode);
+}
+
+Reply lastResultText(const UpdateParts& pParts, const ResultOf& pRun)
+{
+    return Reply::result(pParts.mUpdates.resultText(record(pParts, pRun)));
+}
+
+Reply trigger(const UpdateParts& pParts, const Trigger& pTrigger)
+{
     QString tReason;
-    const bool tStarted = pUpdates.trigger(tManual, &tReason);
+    const bool tStarted = pParts.mUpdates.trigger(pTrigger.mManual, &tReason);
     return Reply::of(tStarted, tReason);
+}
+
+Reply abort(const UpdateParts& pParts)
+{
+    return Reply::of(pParts.mUpdates.abort(), u"No update is under way."_s);
 }
 
 } // namespace
 
-void addUpdateMethods(MethodTable& pTable, UpdateControl& pUpdates)
+void addUpdateMethods(MethodTable& pTable, const UpdateParts& pParts)
 {
     using Kind = MethodTable::Kind;
-    pTable.add(u"isServiceActive"_s, Kind::Query,
-               [&pUpdates](Connection&, const QJsonObject&) { return Reply::result(pUpdates.isActive()); });
-    pTable.add(u"getServiceStatus"_s, Kind::Query, [&pUpdates](Connection&, const QJsonObject&) {
-        return Reply::result(static_cast<int>(pUpdates.status()));
-    });
-    pTable.add(u"getServiceProgress"_s, Kind::Query,
-               [&pUpdates](Connection&, const QJsonObject&) { return progress(pUpdates); });
-    pTable.add(u"getLastServiceResult"_s, Kind::Query, [&pUpdates](Connection&, const QJsonObject& pParams) {
-        return lastResult(pUpdates, pParams);
-    });
-    pTable.add(
-        u"getLastServiceResultStr"_s, Kind::Query,
-        [&pUpdates](Connection&, const QJsonObject& pParams) { return lastResultText(pUpdates, pParams); });
-    pTable.add(u"triggerUpdate"_s, Kind::Query,
-               [&pUpdates](Connection&, const QJsonObject& pParams) { return trigger(pUpdates, pParams); });
-    pTable.add(u"abortUpdate"_s, Kind::Query, [&pUpdates](Connection&, const QJsonObject&) {
-        return Reply::of(pUpdates.abort(), u"No update is under way."_s);
-    });
+    const Group tGroup(pTable, pParts);
+    tGroup.add("isServiceActive", &isActive);
+    tGroup.add("getServiceStatus", &status);
+    tGroup.add("getServiceProgress", &progress);
+    tGroup.add("getLastServiceResult", Kind::Query, &lastResult);
+    tGroup.add("getLastServiceResultStr", Kind::Query, &lastResultText);
+    tGroup.add("triggerUpdate", Kind::Query, &trigger);
+    tGroup.add("abortUpdate", &abort);
 }
 
 } // namespace tarn::vkservice::methods

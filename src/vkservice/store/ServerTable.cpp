@@ -1,5 +1,6 @@
 #include "store/ServerTable.h"
 
+#include "internal/PlainText.h"
 #include "internal/Protocol.h"
 #include "sqlite/Database.h"
 
@@ -19,33 +20,18 @@ namespace {
 // The whole list has to fit into one answer, which is a line of 8 MiB.
 constexpr qsizetype sMaxListBytes = 7 * 1024 * 1024;
 
-// A text of SQL has to be there, if empty.
-QString present(const QString& pText)
+QString suggestedName(const QString& pUri)
 {
-    return pText.isNull() ? QLatin1String("") : pText;
-}
-
-GRef<Server> nameless(const QString& pUri)
-{
-    GRef<Server> tServer(new Server(nullptr));
+    const GRef<Server> tServer(new Server(nullptr));
     tServer->setUri(pUri);
-    return tServer;
+    return tServer->getSuggestedName();
 }
 
-ServerEntry toEntry(const Server& pServer)
+// Answers hold no passwords.
+qsizetype answerBytes(ServerEntry pEntry)
 {
-    return {pServer.getName(),     pServer.getUri(),
-            pServer.getUserName(), pServer.getPassword().value_or(QString()),
-            pServer.isEnabled(),   pServer.isDefault(),
-            pServer.savePassword()};
-}
-
-qsizetype answerBytes(const ServerEntry& pEntry)
-{
-    GRef<Server> tServer = nameless(pEntry.mUri);
-    tServer->setName(pEntry.mName);
-    tServer->setUserName(pEntry.mUser);
-    return protocol::toLine(protocol::toJson(*tServer)).size();
+    pEntry.mPassword.reset();
+    return protocol::toLine(protocol::toJson(pEntry)).size();
 }
 
 bool isUsableAddress(const QString& pUri)
@@ -72,9 +58,17 @@ std::optional<QList<ServerTable::Row>> ServerTable::rows(const char* pTail, std:
     while (tQuery.step()) {
         const qint64 tId = tQuery.integer(0);
         const QString tPassword = mUnsavedPasswords.value(tId, tQuery.text(4));
-        tRows.append({tId,
-                      {tQuery.text(1), tQuery.text(2), tQuery.text(3), tPassword, tQuery.integer(5) != 0,
-                       tQuery.integer(6) != 0, tQuery.integer(7) != 0}});
+        ServerEntry tEntry{.mName = tQuery.text(1),
+                           .mUri = tQuery.text(2),
+                           .mUser = tQuery.text(3),
+                           .mPassword = {},
+                           .mEnabled = tQuery.integer(5) != 0,
+                           .mDefault = tQuery.integer(6) != 0,
+                           .mSavePassword = tQuery.integer(7) != 0};
+        if (!tPassword.isNull()) {
+            tEntry.mPassword = tPassword;
+        }
+        tRows.append({tId, tEntry});
     }
     if (!tQuery.isOk()) {
         mReason = mDatabase.errorText();
@@ -230,7 +224,8 @@ bool ServerTable::update(qint64 pId, const ServerEntry& pEntry)
     Statement tUpdate(mDatabase, "UPDATE servers SET name = ?, uri = ?, user = ?, password = ?, enabled = ?, "
                                  "isDefault = ?, savePassword = ? WHERE id = ?");
     tUpdate.bind(1, present(pEntry.mName)).bind(2, present(pEntry.mUri)).bind(3, present(pEntry.mUser));
-    tUpdate.bind(4, pEntry.mSavePassword ? pEntry.mPassword : QString());
+    const QString tPassword = pEntry.mPassword.value_or(QString());
+    tUpdate.bind(4, pEntry.mSavePassword ? tPassword : QString());
     tUpdate.bind(5, qint64(pEntry.mEnabled))
         .bind(6, qint64(pEntry.mDefault))
         .bind(7, qint64(pEntry.mSavePassword));
@@ -238,45 +233,45 @@ bool ServerTable::update(qint64 pId, const ServerEntry& pEntry)
     if (!tUpdate.run()) {
         return false;
     }
-    if (pEntry.mSavePassword || pEntry.mPassword.isNull()) {
+    if (pEntry.mSavePassword || tPassword.isNull()) {
         mUnsavedPasswords.remove(pId);
     } else {
-        mUnsavedPasswords.insert(pId, pEntry.mPassword);
+        mUnsavedPasswords.insert(pId, tPassword);
     }
     return true;
 }
 
-ServerTable::Outcome ServerTable::add(const Server& pServer)
+ServerTable::Outcome ServerTable::add(const ServerEntry& pServer)
 {
-    const ServerEntry tEntry = toEntry(pServer);
     const auto tBytesBefore = listBytes();
     const Outcome tOutcome = inTransaction({}, [&] {
-        const Outcome tChecked = check(tEntry);
+        const Outcome tChecked = check(pServer);
         if (tChecked != Outcome::Done) {
             return tChecked;
         }
-        return (!tEntry.mDefault || clearDefault()) && insert(tEntry) ? Outcome::Done : failed();
+        return (!pServer.mDefault || clearDefault()) && insert(pServer) ? Outcome::Done : failed();
     });
     // Counted on, so that a long list can be built without counting it anew for each entry.
     if (tOutcome == Outcome::Done && tBytesBefore) {
-        mListBytes = *tBytesBefore + answerBytes(tEntry);
+        mListBytes = *tBytesBefore + answerBytes(pServer);
     }
     return tOutcome;
 }
 
-ServerTable::Outcome ServerTable::change(int pIndex, const Server& pServer, std::optional<qint64> pRevision)
+ServerTable::Outcome ServerTable::change(int pIndex, const ServerEntry& pServer,
+                                         std::optional<qint64> pRevision)
 {
     return inTransaction(pRevision, [&] {
         const auto tId = idAt(pIndex);
         if (!tId) {
             return Outcome::NoEntry;
         }
-        ServerEntry tEntry = toEntry(pServer);
+        ServerEntry tEntry = pServer;
         const Outcome tChecked = check(tEntry);
         if (tChecked != Outcome::Done) {
             return tChecked;
         }
-        if (!pServer.getPassword()) {
+        if (!pServer.mPassword) {
             const auto tStored = rows("WHERE id = ?", *tId);
             if (!tStored || tStored->isEmpty()) {
                 return failed();
@@ -314,11 +309,11 @@ ServerTable::Outcome ServerTable::setDefault(const QString& pUri, const QString&
         ServerEntry tEntry = tRows->isEmpty() ? ServerEntry{} : tRows->first().mEntry;
         tEntry.mUri = pUri;
         tEntry.mUser = pUser;
-        tEntry.mSavePassword = tEntry.mSavePassword || pPassword != tEntry.mPassword;
+        tEntry.mSavePassword = tEntry.mSavePassword || pPassword != tEntry.mPassword.value_or(QString());
         tEntry.mPassword = pPassword;
         tEntry.mDefault = true;
         if (tRows->isEmpty()) {
-            tEntry.mName = nameless(pUri)->getSuggestedName();
+            tEntry.mName = suggestedName(pUri);
         }
         const Outcome tChecked = check(tEntry);
         if (tChecked != Outcome::Done) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "internal/Values.h"
+
 #include <QtCore/QHash>
 #include <QtCore/QList>
 #include <QtCore/QString>
@@ -9,21 +11,11 @@
 
 namespace tarn::vkcore {
 class Database;
-class Server;
-} // namespace tarn::vkcore
+}
 
 namespace tarn::vkservice::store {
 
-struct ServerEntry
-{
-    QString mName;
-    QString mUri;
-    QString mUser;
-    QString mPassword; // null where there is none
-    bool mEnabled = true;
-    bool mDefault = false;
-    bool mSavePassword = false;
-};
+using vkcore::protocol::ServerEntry;
 
 // The list of update servers. At most one of them is the default server, and the "default server" of the
 // settings is that entry and nothing beside it. Each setter is one transaction and moves the revision on, so
@@ -42,15 +34,16 @@ public:
 
     explicit ServerTable(vkcore::Database& pDatabase) : mDatabase(pDatabase) {}
 
-    // In the order of the list; none if the database can't be read. Passwords are in it.
+    // In the order of the list; none if the database can't be read. Passwords are in it; an entry without one
+    // has none set.
     std::optional<QList<ServerEntry>> entries();
     // The default entry; an entry without an address where there is none.
     std::optional<ServerEntry> defaultEntry();
     std::optional<qint64> revision();
 
-    Outcome add(const vkcore::Server& pServer);
-    // Keeps the stored password where pServer has none set. pRevision none: whatever the list is now.
-    Outcome change(int pIndex, const vkcore::Server& pServer, std::optional<qint64> pRevision);
+    Outcome add(const ServerEntry& pServer);
+    // Keeps the stored password where pServer has none. pRevision none: whatever the list is now.
+    Outcome change(int pIndex, const ServerEntry& pServer, std::optional<qint64> pRevision);
     Outcome remove(int pIndex, std::optional<qint64> pRevision);
     // Changes the default entry, or makes one that is enabled.
     Outcome setDefault(const QString& pUri, const QString& pUser, const QString& pPassword);

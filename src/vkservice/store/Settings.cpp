@@ -1,6 +1,5 @@
 #include "store/Settings.h"
 
-#include "internal/Protocol.h"
 #include "sqlite/Database.h"
 
 #include <QtCore/QJsonDocument>
@@ -186,9 +185,9 @@ std::optional<MonitoringSettings> Settings::monitoring() const
     if (!tStored) {
         return std::nullopt;
     }
-    MonitoringSettings tSettings;
-    protocol::read(QJsonDocument::fromJson(tStored->toUtf8()).object(), &tSettings);
-    return tSettings;
+    QString tFault;
+    const QJsonObject tJson = QJsonDocument::fromJson(tStored->toUtf8()).object();
+    return protocol::fromJson<MonitoringSettings>(tJson, &tFault).value_or(MonitoringSettings());
 }
 
 bool Settings::setMonitoring(const MonitoringSettings& pSettings)

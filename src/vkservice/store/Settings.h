@@ -1,10 +1,8 @@
 #pragma once
 
+#include "internal/Values.h"
 #include "values/RunRecord.h"
 #include "values/ScheduleSettings.h"
-
-#include <vkcore/MonitoringSettings.h>
-#include <vkcore/NetProxy.h>
 
 #include <QtCore/QHash>
 #include <QtCore/QString>
@@ -17,11 +15,7 @@ class Database;
 
 namespace tarn::vkservice::store {
 
-struct ProxySettings
-{
-    vkcore::NetProxyMode mMode = vkcore::NetProxyModeOs;
-    vkcore::NetProxy mProxy{false, true};
-};
+using vkcore::protocol::ProxySettings;
 
 // The settings of which there is one each. A getter gives none if the database can't be read, and what a
 // fresh machine has where nothing was stored; a setter is one transaction, durable when it returns true.

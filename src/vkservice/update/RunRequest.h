@@ -1,9 +1,9 @@
 #pragma once
 
+#include "internal/Values.h"
 #include "values/ResultCode.h"
 
 #include <vkcore/NetProxy.h>
-#include <vkcore/Types.h>
 
 #include <QtCore/QList>
 #include <QtCore/QString>
@@ -52,19 +52,7 @@ struct RunRequest
     Patience mPatience;
 };
 
-struct Progress
-{
-    vkcore::ServiceActivity mActivity = vkcore::ActivityNone;
-    bool mCancelable = false;
-    QString mText;
-    qint64 mBytesDone = 0;
-    qint64 mBytesTotal = 0;
-    qint64 mDone = 0; // of mTotal: the share of the activity to show
-    qint64 mTotal = 0;
-    int mPackage = 0; // counted from 1
-    int mPackageCount = 0;
-    int mFailedCount = 0;
-};
+using vkcore::protocol::Progress;
 
 struct RunResult
 {

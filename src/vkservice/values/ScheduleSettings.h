@@ -1,6 +1,6 @@
 #pragma once
 
-#include <vkcore/Scheduler.h>
+#include "internal/Values.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QString>
@@ -18,18 +18,12 @@ struct Period
     bool operator==(const Period&) const = default;
 };
 
-// When the service updates by itself.
-struct ScheduleSettings
+// What clients see of the schedule, and what the service remembers of it.
+struct ScheduleSettings : vkcore::protocol::Schedule
 {
-    vkcore::Scheduler::AutoUpdateMode mMode = vkcore::Scheduler::AutoUpdateManual;
-    int mFlags = 0;
-    QDateTime mNextCheck; // local time
-    int mPeriodCount = 1;
-    vkcore::Scheduler::PeriodUnit mUnit = vkcore::Scheduler::PeriodDay;
     // The date that periods are counted from, so that the 31st comes back after a short month, and the hour
     // after the night that lacks it. Invalid: the next check itself.
-    QDateTime mAnchor;
-    QString mExtra; // of other clients, only carried along
+    QDateTime mAnchor = {};
     // Somebody named this very date, so it may lie further ahead than one period.
     bool mNextCheckChosen = false;
 

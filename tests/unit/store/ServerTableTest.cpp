@@ -2,22 +2,19 @@
 
 #include "store/ServerTable.h"
 
-#include <vkcore/Server.h>
-
 using namespace tarn::vkcore;
 using namespace tarn::vkservice::store;
 using Outcome = ServerTable::Outcome;
 
 namespace {
 
-GRef<Server> server(const QString& pName, bool pDefault = false)
+ServerEntry server(const QString& pName, bool pDefault = false)
 {
-    GRef<Server> tServer(new Server(nullptr));
-    tServer->setName(pName);
-    tServer->setUri(q("https://%1.example.com/updates").arg(pName));
-    tServer->setUserName(q("user"));
-    tServer->setDefault(pDefault);
-    return tServer;
+    return {.mName = pName,
+            .mUri = q("https://%1.example.com/updates").arg(pName),
+            .mUser = q("user"),
+            .mPassword = {},
+            .mDefault = pDefault};
 }
 
 class ServerTableTest : public StoreTest
@@ -35,9 +32,12 @@ protected:
     }
     void add(const char* pName, bool pDefault = false)
     {
-        ASSERT_EQ(mServers.add(*server(q(pName), pDefault)), Outcome::Done);
+        ASSERT_EQ(mServers.add(server(q(pName), pDefault)), Outcome::Done);
     }
-    std::string password(int pIndex) { return mServers.entries()->at(pIndex).mPassword.toStdString(); }
+    std::string password(int pIndex)
+    {
+        return mServers.entries()->at(pIndex).mPassword.value_or(QString()).toStdString();
+    }
 
     ServerTable mServers{mStore.database()};
 };
@@ -50,7 +50,7 @@ TEST_F(ServerTableTest, AtMostOneDefault)
     add("b", true);
     add("c", true);
     EXPECT_EQ(list(), "a b c*");
-    ASSERT_EQ(mServers.change(0, *server(q("a"), true), {}), Outcome::Done);
+    ASSERT_EQ(mServers.change(0, server(q("a"), true), {}), Outcome::Done);
     EXPECT_EQ(list(), "a* b c");
     reopen();
     ASSERT_EQ(mServers.remove(0, {}), Outcome::Done);
@@ -64,11 +64,11 @@ TEST_F(ServerTableTest, DefaultServerIsTheEntry)
     ASSERT_EQ(mServers.setDefault(q("file:///srv/updates"), q("me"), q("pw")), Outcome::Done);
     EXPECT_EQ(list(), "a updates*");
     EXPECT_EQ(password(1), "pw");
-    GRef<Server> tChanged = server(q("b"), true);
-    tChanged->setEnabled(false);
-    tChanged->setSavePassword(true);
-    ASSERT_EQ(mServers.change(1, *tChanged, {}), Outcome::Done);
-    EXPECT_EQ(mServers.defaultEntry()->mUri, tChanged->getUri());
+    ServerEntry tChanged = server(q("b"), true);
+    tChanged.mEnabled = false;
+    tChanged.mSavePassword = true;
+    ASSERT_EQ(mServers.change(1, tChanged, {}), Outcome::Done);
+    EXPECT_EQ(mServers.defaultEntry()->mUri, tChanged.mUri);
     ASSERT_EQ(mServers.setDefault(q("https://new.example.com/"), q("you"), {}), Outcome::Done);
     EXPECT_EQ(list(), "a b*-") << "name and state of the entry stay";
     EXPECT_EQ(mServers.defaultEntry()->mUser, q("you"));
@@ -77,27 +77,27 @@ TEST_F(ServerTableTest, DefaultServerIsTheEntry)
 
 TEST_F(ServerTableTest, PasswordStaysWhereNoneIsSet)
 {
-    GRef<Server> tWith = server(q("a"));
-    tWith->setPassword(q("secret"));
-    tWith->setSavePassword(true);
-    ASSERT_EQ(mServers.add(*tWith), Outcome::Done);
-    GRef<Server> tWithout = server(q("b"));
-    tWithout->setSavePassword(true);
-    ASSERT_EQ(mServers.change(0, *tWithout, {}), Outcome::Done);
+    ServerEntry tWith = server(q("a"));
+    tWith.mPassword = q("secret");
+    tWith.mSavePassword = true;
+    ASSERT_EQ(mServers.add(tWith), Outcome::Done);
+    ServerEntry tWithout = server(q("b"));
+    tWithout.mSavePassword = true;
+    ASSERT_EQ(mServers.change(0, tWithout, {}), Outcome::Done);
     EXPECT_EQ(list(), "b");
     EXPECT_EQ(password(0), "secret");
-    tWithout->setPassword(QString());
-    ASSERT_EQ(mServers.change(0, *tWithout, {}), Outcome::Done);
+    tWithout.mPassword = QString();
+    ASSERT_EQ(mServers.change(0, tWithout, {}), Outcome::Done);
     EXPECT_EQ(password(0), "");
 }
 
 TEST_F(ServerTableTest, PasswordThatIsNotToBeSavedNeverReachesTheDisk)
 {
-    GRef<Server> tServer = server(q("a"));
-    tServer->setPassword(q("secret"));
-    ASSERT_EQ(mServers.add(*tServer), Outcome::Done);
+    ServerEntry tServer = server(q("a"));
+    tServer.mPassword = q("secret");
+    ASSERT_EQ(mServers.add(tServer), Outcome::Done);
     EXPECT_EQ(password(0), "secret");
-    EXPECT_TRUE(ServerTable(mStore.database()).entries()->at(0).mPassword.isNull());
+    EXPECT_FALSE(ServerTable(mStore.database()).entries()->at(0).mPassword);
 }
 
 TEST_F(ServerTableTest, StaleRevisionChangesNothing)
@@ -107,7 +107,7 @@ TEST_F(ServerTableTest, StaleRevisionChangesNothing)
     add("b");
     const auto tNow = mServers.revision();
     EXPECT_EQ(mServers.remove(0, tSeen), Outcome::Stale);
-    EXPECT_EQ(mServers.change(0, *server(q("x")), tSeen), Outcome::Stale);
+    EXPECT_EQ(mServers.change(0, server(q("x")), tSeen), Outcome::Stale);
     EXPECT_EQ(list(), "a b");
     EXPECT_EQ(mServers.revision(), tNow);
     EXPECT_EQ(mServers.remove(0, tNow), Outcome::Done);
@@ -121,17 +121,17 @@ TEST_F(ServerTableTest, Refusals)
     const auto tRevision = mServers.revision();
     for (const int tIndex : {-1, 1, 2147483647}) {
         EXPECT_EQ(mServers.remove(tIndex, {}), Outcome::NoEntry);
-        EXPECT_EQ(mServers.change(tIndex, *server(q("x"), true), {}), Outcome::NoEntry);
+        EXPECT_EQ(mServers.change(tIndex, server(q("x"), true), {}), Outcome::NoEntry);
     }
     for (const char* tUri : {"", "http://example.com", "https://", "no address"}) {
-        GRef<Server> tServer = server(q("x"), true);
-        tServer->setUri(q(tUri));
-        EXPECT_EQ(mServers.add(*tServer), Outcome::Invalid);
-        EXPECT_EQ(mServers.change(0, *tServer, {}), Outcome::Invalid);
+        ServerEntry tServer = server(q("x"), true);
+        tServer.mUri = q(tUri);
+        EXPECT_EQ(mServers.add(tServer), Outcome::Invalid);
+        EXPECT_EQ(mServers.change(0, tServer, {}), Outcome::Invalid);
         EXPECT_EQ(mServers.setDefault(q(tUri), {}, {}), Outcome::Invalid);
     }
-    GRef<Server> tLong = server(QString(8 * 1024 * 1024, u'x'));
-    EXPECT_EQ(mServers.add(*tLong), Outcome::Invalid) << "the list would not fit into an answer";
+    ServerEntry tLong = server(QString(8 * 1024 * 1024, u'x'));
+    EXPECT_EQ(mServers.add(tLong), Outcome::Invalid) << "the list would not fit into an answer";
     EXPECT_EQ(list(), "a*");
     EXPECT_EQ(mServers.revision(), tRevision);
 }

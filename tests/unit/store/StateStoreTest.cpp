@@ -114,9 +114,9 @@ TEST_F(StoreTest, OneOfVersionOneKeepsAllItsValues)
     EXPECT_EQ(tSettings.lastRun()->mFinished, QDateTime({2026, 11, 25}, {9, 48, 32}));
     const auto tServers = ServerTable(mStore.database()).entries();
     ASSERT_EQ(tServers->size(), 2);
-    EXPECT_EQ(tServers->at(0).mUri + tServers->at(0).mPassword,
+    EXPECT_EQ(tServers->at(0).mUri + *tServers->at(0).mPassword,
               q("https://updates.example.com/stablesecret one"));
-    EXPECT_EQ(tServers->at(1).mName + tServers->at(1).mPassword, q("secondsecret two"));
+    EXPECT_EQ(tServers->at(1).mName + *tServers->at(1).mPassword, q("secondsecret two"));
     EXPECT_EQ(ConfigVariables(mStore.database()).value(q("own.variable")), q("it's \"quoted\""));
 }
 

@@ -1,5 +1,7 @@
 #include "internal/Protocol.h"
+#include "internal/Fields.h"
 #include "internal/LineBuffer.h"
+#include "internal/Values.h"
 #include "Test.h"
 
 using namespace tarn::vkcore;
@@ -10,8 +12,11 @@ namespace {
 template <typename T>
 bool reads(const QByteArray& pJson)
 {
+    QString tFault;
+    JsonReader tReader(QJsonDocument::fromJson(pJson).object(), &tFault);
     T tValue{};
-    return read(QJsonDocument::fromJson(pJson).object(), q("v"), &tValue);
+    read(tReader, "v", &tValue);
+    return tReader.ok();
 }
 
 std::string lines(LineBuffer& pBuffer)
@@ -117,5 +122,31 @@ TEST(ProtocolTest, ReadersAreStrict)
             EXPECT_FALSE(tCase.mReads("{\"v\":" + tValue + "}")) << tValue;
         }
         EXPECT_FALSE(tCase.mReads("{\"w\":0}"));
+    }
+}
+
+TEST(ProtocolTest, TheFirstFaultHasItsPath)
+{
+    const QByteArray tServer =
+        R"({"name":"","uri":"","userName":null,"enabled":true,"default":false,"savePassword":false})";
+    const std::pair<QByteArray, const char*> tCases[] = {
+        {R"({"revision":1,"servers":[)" + tServer + "]}", ""},
+        {R"({"servers":[)" + tServer + ',' + QByteArray(tServer).replace(R"("uri":"")", R"("uri":1)") + "]}",
+         "servers[1].uri is not a text"},
+        {R"({"servers":[)" + QByteArray(tServer).replace("true", "1").replace("null", "2") + "]}",
+         "servers[0].userName is not a text"},
+        {R"({"servers":[7,8]})", "servers[0] is not an object"},
+        {R"({"servers":{}})", "servers is not an array"},
+        {"{}", "servers is missing"},
+        {"[]", "it is not an object"},
+    };
+    for (const auto& [tJson, tExpected] : tCases) {
+        const QJsonDocument tDocument = QJsonDocument::fromJson(tJson);
+        QString tFault;
+        const auto tList = fromJson<ServerEntries>(
+            tDocument.isArray() ? QJsonValue(tDocument.array()) : QJsonValue(tDocument.object()), &tFault);
+        EXPECT_EQ(tFault, q(tExpected));
+        EXPECT_EQ(tList.has_value(), tFault.isNull());
+        EXPECT_TRUE(!tList || toJson(*tList) == tDocument.object()) << tJson;
     }
 }

@@ -1,19 +1,16 @@
 #pragma once
 
-#include "internal/LineBuffer.h"
+#include "internal/LineSocket.h"
 
 #include <QtCore/QByteArray>
-#include <QtCore/QSocketNotifier>
 #include <QtCore/QString>
 
 #include <functional>
-#include <memory>
 
 namespace tarn::vkcore {
 
-// A connected Unix socket that carries lines. It never blocks: what the peer does not take yet is sent
-// from the event loop, and so is read what comes.
-class Connection
+// The client's end of the service's socket. It never blocks.
+class ServiceSocket
 {
 public:
     enum class Outcome
@@ -24,23 +21,19 @@ public:
         Failed,        // no permission, no socket, or a peer that is not to be trusted
     };
 
-    Connection() = default;
-    ~Connection();
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
+    ServiceSocket();
 
     // One line from the peer, without its line end; called from the event loop, one by one while isOpen().
     std::function<void(const QByteArray&)> mOnLine;
     // The peer has ended the connection or broken the rules of the transport; it is closed already.
     std::function<void(const QString& pReason)> mOnLost;
 
-    // A relative name lies in QDir::tempPath(). The peer has to run as root or as this user. *pReason is set
-    // unless Connected.
+    // A relative name is one in QDir::tempPath(). The peer has to run as root or as this user. *pReason is
+    // set unless Connected.
     Outcome open(const QString& pName, QString* pReason);
-    bool isOpen() const { return mFd >= 0; }
-    // Whether the peer has already ended an open connection, also where that was not read yet.
-    bool hasHungUp() const;
-    void close();
+    bool isOpen() const { return mSocket.isOpen(); }
+    bool hasHungUp() const { return mSocket.hasHungUp(); }
+    void close() { mSocket.close(); }
     // Reads what has come so far from an open connection.
     void read();
     // Reads what a peer that has hung up left behind, to the end.
@@ -49,14 +42,9 @@ public:
     bool send(const QByteArray& pLine);
 
 private:
-    void flush();
     void lose(const QString& pReason);
 
-    int mFd = -1;
-    std::unique_ptr<QSocketNotifier> mReadable;
-    std::unique_ptr<QSocketNotifier> mWritable;
-    protocol::LineBuffer mInput;
-    QByteArray mOutput;
+    LineSocket mSocket;
 };
 
 } // namespace tarn::vkcore

@@ -1,10 +1,12 @@
-#include "ipc/Connection.h"
+#include "ipc/Peer.h"
 
+#include "internal/JsonReader.h"
 #include "internal/Protocol.h"
 #include "ipc/MethodTable.h"
 
 #include <QtCore/QJsonDocument>
-#include <QtNetwork/QLocalSocket>
+
+#include <limits>
 
 using namespace Qt::StringLiterals;
 
@@ -12,65 +14,66 @@ namespace tarn::vkservice::ipc {
 
 using namespace vkcore;
 
-namespace {
-
-constexpr qint64 sReadSize = 64 * 1024;
-
-} // namespace
-
-Connection::Connection(int pSocket, const PeerCredentials& pPeer, const MethodTable& pMethods,
-                       QObject* pParent)
-    : QObject(pParent), mSocket(new QLocalSocket(this)), mPeer(pPeer), mMethods(pMethods)
+Peer::Peer(int pSocket, const PeerCredentials& pCredentials, const MethodTable& pMethods, QObject* pParent)
+    : QObject(pParent), mCredentials(pCredentials), mMethods(pMethods)
 {
-    // What the peer sends beyond this waits in the kernel, which makes the peer wait.
-    mSocket->setReadBufferSize(sReadSize);
-    connect(mSocket, &QLocalSocket::readyRead, this, &Connection::readable);
-    connect(mSocket, &QLocalSocket::disconnected, this, &Connection::closed);
-    connect(mSocket, &QLocalSocket::bytesWritten, this, [this] { mSinceProgress.start(); });
-    mSocket->setSocketDescriptor(pSocket);
+    mSocket.mOnReadable = [this] { Q_EMIT readable(); };
+    mSocket.mOnSent = [this] { onSent(); };
+    mSocket.open(pSocket);
     mSinceProgress.start();
 }
 
-Connection::~Connection()
+// What the peer sends until its next turn waits in the kernel, which makes the peer wait.
+bool Peer::turn(const QDeadlineTimer& pDeadline)
 {
-    disconnect(mSocket, nullptr, this, nullptr);
-    mSocket->abort();
+    const bool tMore = work(pDeadline);
+    mSocket.flush();
+    mSocket.setReading(isOpen() && !tMore);
+    return tMore && isOpen();
 }
 
-bool Connection::isOpen() const
+bool Peer::work(const QDeadlineTimer& pDeadline)
 {
-    return !mClosing && mSocket->state() == QLocalSocket::ConnectedState;
-}
-
-bool Connection::turn(const QDeadlineTimer& pDeadline)
-{
-    while (isOpen()) {
-        while (const auto tLine = mLines.takeLine()) {
+    for (;;) {
+        while (const auto tLine = mSocket.takeLine()) {
             mSinceProgress.start();
             handleLine(*tLine);
-            if (!isOpen()) {
-                return false;
-            }
-            if (pDeadline.hasExpired()) {
-                mSocket->flush();
+            if (!isOpen() || pDeadline.hasExpired()) {
                 return true;
             }
         }
-        if (mLines.tooLong()) {
+        if (mSocket.tooLong()) {
             offend(protocol::InvalidRequest, u"A line is longer than 8 MiB."_s);
+        }
+        if (!isOpen() || !receive()) {
             return false;
         }
-        const QByteArray tBytes = mSocket->read(sReadSize);
-        if (tBytes.isEmpty()) {
-            mSocket->flush();
-            return false;
+        if (pDeadline.hasExpired()) {
+            return true;
         }
-        mLines.append(tBytes);
     }
+}
+
+// False if nothing has come. A peer that sends no more may still wait for its answers.
+bool Peer::receive()
+{
+    switch (mSocket.receive()) {
+    case LineSocket::Received::Some:
+    case LineSocket::Received::All:
+        return true;
+    case LineSocket::Received::None:
+        return false;
+    case LineSocket::Received::Ended:
+        closeGently();
+        return false;
+    case LineSocket::Received::Failed:
+        break;
+    }
+    abort();
     return false;
 }
 
-void Connection::handleLine(const QByteArray& pLine)
+void Peer::handleLine(const QByteArray& pLine)
 {
     if (protocol::isTooComplex(pLine)) {
         offend(protocol::InvalidRequest,
@@ -90,10 +93,11 @@ void Connection::handleLine(const QByteArray& pLine)
     handleRequest(tDocument.object());
 }
 
-void Connection::handleRequest(const QJsonObject& pRequest)
+void Peer::handleRequest(const QJsonObject& pRequest)
 {
-    long long tId = 0;
-    if (!protocol::read(pRequest, u"id"_s, &tId)) {
+    QString tFault;
+    const qint64 tId = JsonReader(pRequest, &tFault).integer("id", std::numeric_limits<qint64>::min());
+    if (!tFault.isNull()) {
         send(protocol::error({}, protocol::InvalidRequest, u"A request needs a whole number as id."_s));
         return;
     }
@@ -113,68 +117,73 @@ void Connection::handleRequest(const QJsonObject& pRequest)
                           : protocol::result(tId, tReply.mResult));
 }
 
-void Connection::sendEvent(const QByteArray& pLine)
+void Peer::sendEvent(const QByteArray& pLine)
 {
     if (isOpen()) {
         write(pLine);
-        mSocket->flush();
+        mSocket.flush();
     }
 }
 
-void Connection::send(const QJsonObject& pObject)
+void Peer::send(const QJsonObject& pObject)
 {
     if (isOpen()) {
         write(protocol::toLine(pObject));
     }
 }
 
-void Connection::write(const QByteArray& pLine)
+void Peer::write(const QByteArray& pLine)
 {
-    mSocket->write(pLine);
-    if (owed() <= sMaxOwed) {
+    mSocket.queue(pLine);
+    if (mSocket.unsent() <= sMaxOwed) {
         return;
     }
-    mSocket->flush();
-    if (owed() > sMaxOwed) {
+    mSocket.flush();
+    if (mSocket.unsent() > sMaxOwed) {
         Q_EMIT offended(u"It is owed more than 16 MiB that it does not read."_s);
         abort();
     }
 }
 
-qint64 Connection::owed() const
+void Peer::onSent()
 {
-    return mSocket->bytesToWrite();
+    mSinceProgress.start();
+    if (mClosing && mSocket.unsent() == 0) {
+        abort();
+    }
 }
 
-qint64 Connection::held() const
-{
-    return owed() + mLines.capacity() + mSocket->bytesAvailable();
-}
-
-qint64 Connection::burden() const
+qint64 Peer::burden() const
 {
     return held() * (1 + mSinceProgress.elapsed());
 }
 
-void Connection::offend(int pCode, const QString& pReason)
+void Peer::offend(int pCode, const QString& pReason)
 {
     Q_EMIT offended(pReason);
     send(protocol::error({}, pCode, pReason));
     closeGently();
 }
 
-void Connection::abort()
+void Peer::abort()
 {
     mClosing = true;
-    mSocket->abort();
+    if (mSocket.isOpen()) {
+        mSocket.close();
+        Q_EMIT closed();
+    }
 }
 
-void Connection::closeGently()
+void Peer::closeGently()
 {
-    if (!mClosing) {
-        mClosing = true;
-        mSocket->flush();
-        mSocket->disconnectFromServer();
+    if (mClosing || !mSocket.isOpen()) {
+        return;
+    }
+    mClosing = true;
+    mSocket.setReading(false);
+    mSocket.flush();
+    if (mSocket.unsent() == 0) {
+        abort();
     }
 }
 

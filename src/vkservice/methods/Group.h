@@ -1,0 +1,69 @@
+#pragma once
+
+#include "internal/Values.h"
+#include "ipc/MethodTable.h"
+
+#include <QtCore/QJsonObject>
+
+namespace tarn::vkservice::methods {
+
+// Adds the methods of one group to the table. Their handlers get the parts of the service that the group uses
+// and, where they take any, the request's parameters: they are called only where all of these could be read.
+template <typename Parts>
+class Group
+{
+public:
+    using Kind = ipc::MethodTable::Kind;
+
+    Group(ipc::MethodTable& pTable, const Parts& pParts) : mTable(pTable), mParts(pParts) {}
+
+    void add(const char* pName, ipc::Reply (*pHandler)(const Parts&)) const
+    {
+        mTable.add(QLatin1String(pName), Kind::Query,
+                   [tParts = mParts, pHandler](ipc::Peer&, const QJsonObject&) { return pHandler(tParts); });
+    }
+    template <vkcore::protocol::HasFields T>
+    void add(const char* pName, Kind pKind, ipc::Reply (*pHandler)(const Parts&, const T&)) const
+    {
+        addReading<T>(pName, pKind, [pHandler](const Parts& pParts, ipc::Peer&, const T& pValue) {
+            return pHandler(pParts, pValue);
+        });
+    }
+    // Handlers of the peer itself.
+    void add(const char* pName, ipc::Reply (*pHandler)(const Parts&, ipc::Peer&)) const
+    {
+        mTable.add(QLatin1String(pName), Kind::Query,
+                   [tParts = mParts, pHandler](ipc::Peer& pPeer, const QJsonObject&) {
+                       return pHandler(tParts, pPeer);
+                   });
+    }
+    template <vkcore::protocol::HasFields T>
+    void add(const char* pName, Kind pKind, ipc::Reply (*pHandler)(const Parts&, ipc::Peer&, const T&)) const
+    {
+        addReading<T>(pName, pKind, pHandler);
+    }
+
+private:
+    template <typename T, typename F>
+    void addReading(const char* pName, Kind pKind, F pHandler) const
+    {
+        mTable.add(QLatin1String(pName), pKind,
+                   [tParts = mParts, pHandler](ipc::Peer& pPeer, const QJsonObject& pParams) {
+                       QString tFault;
+                       const auto tValue = vkcore::protocol::fromJson<T>(pParams, &tFault);
+                       return tValue ? pHandler(tParts, pPeer, *tValue) : ipc::Reply::invalidParams(tFault);
+                   });
+    }
+
+    ipc::MethodTable& mTable;
+    Parts mParts;
+};
+
+// Is it one of the values of an enumeration, which go from 0 to pLast?
+template <typename T>
+bool isKnown(T pValue, T pLast)
+{
+    return pValue >= 0 && pValue <= pLast;
+}
+
+} // namespace tarn::vkservice::methods
