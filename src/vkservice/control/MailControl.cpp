@@ -75,9 +75,11 @@ void MailControl::onMonitoringChanged(const MonitoringSettings& pSettings)
 void MailControl::onRunEnded(const RunRecord& pRecord)
 {
     if (pRecord.mBegan.isValid()) {
-        mMailer.onRunFinished({pRecord.mBegan.toString(Qt::ISODateWithMs),
-                               static_cast<ResultCode>(pRecord.mCode), pRecord.mText, pRecord.mFinished,
-                               packagesSince(pRecord.mBegan)});
+        mMailer.onRunFinished({.mRunId = pRecord.mBegan.toString(Qt::ISODateWithMs),
+                               .mResult = static_cast<ResultCode>(pRecord.mCode),
+                               .mText = pRecord.mText,
+                               .mEnd = pRecord.mFinished,
+                               .mPackages = packagesSince(pRecord.mBegan)});
     }
 }
 
@@ -147,8 +149,12 @@ void MailControl::storeSummaryDate(const QDateTime& pWhen)
 mail::MachineStatus MailControl::machineStatus() const
 {
     const RunRecord& tRun = mParts.mUpdates.lastRun();
-    return {static_cast<ResultCode>(tRun.mCode), tRun.mText,         tRun.mFinished, tRun.mLastSuccess,
-            mParts.mSchedule.nextCheck(),        installedPackages()};
+    return {.mLastResult = static_cast<ResultCode>(tRun.mCode),
+            .mLastResultText = tRun.mText,
+            .mLastRun = tRun.mFinished,
+            .mLastSuccess = tRun.mLastSuccess,
+            .mNextCheck = mParts.mSchedule.nextCheck(),
+            .mInstalled = installedPackages()};
 }
 
 QList<PackageLine> MailControl::installedPackages() const
@@ -162,8 +168,10 @@ QList<PackageLine> MailControl::installedPackages() const
     QList<PackageLine> tLines;
     for (const packages::InstalledPackage& tPackage : std::as_const(tManifest.mPackages)) {
         const QString tTitle = tPackage.mInfo.mTitle.bestValue(tLanguage);
-        tLines.append(
-            {tTitle.isEmpty() ? tPackage.mInfo.mName : tTitle, tPackage.mInfo.mVersion.toString(), {}, {}});
+        tLines.append({.mTitle = tTitle.isEmpty() ? tPackage.mInfo.mName : tTitle,
+                       .mVersion = tPackage.mInfo.mVersion.toString(),
+                       .mStatus = {},
+                       .mReport = {}});
     }
     return tLines;
 }
@@ -180,9 +188,10 @@ QList<PackageLine> MailControl::packagesSince(const QDateTime& pBegan) const
     }
     const QString tLanguage = language();
     for (const auto& tEntry : std::as_const(tEntries)) {
-        tLines.append({tEntry->mName.bestValue(tLanguage),
-                       EnhVersion(tEntry->mVersion, tEntry->mVersionDate).toString(), tEntry->mStatus,
-                       tEntry->mInstallReport.bestValue(tLanguage)});
+        tLines.append({.mTitle = tEntry->mName.bestValue(tLanguage),
+                       .mVersion = EnhVersion(tEntry->mVersion, tEntry->mVersionDate).toString(),
+                       .mStatus = tEntry->mStatus,
+                       .mReport = tEntry->mInstallReport.bestValue(tLanguage)});
     }
     return tLines;
 }

@@ -108,8 +108,12 @@ QList<QueuedMail> MailQueue::due(const QDateTime& pNow, int pLimit)
     while (tQuery.step()) {
         QueuedMail tMail;
         tMail.mKind = static_cast<MailKind>(tQuery.integer(0));
-        tMail.mMail = {tQuery.text(2), tQuery.text(1), fromStored(tQuery.integer(3)),
-                       tQuery.text(4), tQuery.text(5), tQuery.text(6)};
+        tMail.mMail = {.mRecipient = tQuery.text(2),
+                       .mMessageId = tQuery.text(1),
+                       .mDate = fromStored(tQuery.integer(3)),
+                       .mSubject = tQuery.text(4),
+                       .mText = tQuery.text(5),
+                       .mHtml = tQuery.text(6)};
         tMail.mAttempts = static_cast<int>(tQuery.integer(7));
         tMail.mExpires = fromStored(tQuery.integer(8));
         tMails.append(tMail);

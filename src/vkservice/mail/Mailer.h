@@ -103,7 +103,10 @@ private:
     QString client() const;
     const vkcore::MonitoringEmail* find(const QString& pAddress) const;
     QStringList addresses(bool pVerified) const;
-    Notices::Audience audience() const { return {*mSettings, client(), addresses(true)}; }
+    Notices::Audience audience() const
+    {
+        return {.mSettings = *mSettings, .mClient = client(), .mAddresses = addresses(true)};
+    }
     QString objection(const QueuedMail& pMail) const;
     void warnAboutSettings();
     void noteStoring(bool pOk, const QString& pWhat);

@@ -81,11 +81,16 @@ Notices::Story Notices::storyOf(const Audience& pAudience, const RunReport& pRun
         }
     } else if (pRun.mResult == ResultManualIntervention) {
         if (tMails && tSettings.eventMailOnManualIntervention() && !tReported) {
-            tStory = {MailKind::ManualIntervention, manualIntervention(pAudience.mClient, pRun), true,
-                      tFailure};
+            tStory = {.mKind = MailKind::ManualIntervention,
+                      .mContent = manualIntervention(pAudience.mClient, pRun),
+                      .mFailureChanges = true,
+                      .mFailure = tFailure};
         }
     } else if (isLastingFailure(pRun.mResult) && tUpdateMails && !tReported) {
-        tStory = {MailKind::UpdateFailed, updateFailed(pAudience.mClient, pRun), true, tFailure};
+        tStory = {.mKind = MailKind::UpdateFailed,
+                  .mContent = updateFailed(pAudience.mClient, pRun),
+                  .mFailureChanges = true,
+                  .mFailure = tFailure};
     }
     return tStory;
 }

@@ -69,8 +69,12 @@ std::optional<Verification::Entry> Verification::entry(const QString& pAddress)
     if (!tQuery.bind(1, addressKey(pAddress)).step()) {
         return std::nullopt;
     }
-    return Entry{tQuery.bytes(0),   tQuery.integer(1), tQuery.integer(2),
-                 tQuery.integer(3), tQuery.integer(4), tQuery.integer(5)};
+    return Entry{.mHash = tQuery.bytes(0),
+                 .mExpires = tQuery.integer(1),
+                 .mAttemptsLeft = tQuery.integer(2),
+                 .mLastSent = tQuery.integer(3),
+                 .mDayStart = tQuery.integer(4),
+                 .mSentInDay = tQuery.integer(5)};
 }
 
 bool Verification::store(const QString& pAddress, const Entry& pEntry)

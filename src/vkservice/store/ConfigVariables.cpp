@@ -39,35 +39,38 @@ QString prefixOf(const QString& pName)
 
 VariableRule wholeNumberRule(const QString& pName, qint64 pDefault, qint64 pFrom, qint64 pTo)
 {
-    return {pName, QString::number(pDefault), [pFrom, pTo](const QString& pText) {
-                bool tOk = false;
-                const qint64 tNumber = pText.toLongLong(&tOk);
-                return tOk && tNumber >= pFrom && tNumber <= pTo
-                           ? QString()
-                           : u"a whole number from %1 to %2 is expected"_s.arg(pFrom).arg(pTo);
-            }};
+    return {
+        .mName = pName, .mDefault = QString::number(pDefault), .mCheck = [pFrom, pTo](const QString& pText) {
+            bool tOk = false;
+            const qint64 tNumber = pText.toLongLong(&tOk);
+            return tOk && tNumber >= pFrom && tNumber <= pTo
+                       ? QString()
+                       : u"a whole number from %1 to %2 is expected"_s.arg(pFrom).arg(pTo);
+        }};
 }
 
 VariableRule wordRule(const QString& pName, const QStringList& pWords)
 {
-    return {pName, pWords.first(),
-            [pWords](const QString& pText) {
-                return isOneOf(pText, pWords) ? QString()
-                                              : u"one of %1 is expected"_s.arg(pWords.join(u", "_s));
-            },
-            pWords};
+    return {.mName = pName,
+            .mDefault = pWords.first(),
+            .mCheck =
+                [pWords](const QString& pText) {
+                    return isOneOf(pText, pWords) ? QString()
+                                                  : u"one of %1 is expected"_s.arg(pWords.join(u", "_s));
+                },
+            .mWords = pWords};
 }
 
 VariableRule yesNoRule(const QString& pName, bool pDefault)
 {
-    return {pName, pDefault ? u"yes"_s : u"no"_s, [](const QString& pText) {
+    return {.mName = pName, .mDefault = pDefault ? u"yes"_s : u"no"_s, .mCheck = [](const QString& pText) {
                 return isYes(pText) || isNo(pText) ? QString() : u"\"yes\" or \"no\" is expected"_s;
             }};
 }
 
 VariableRule pathRule(const QString& pName, const QString& pDefault)
 {
-    return {pName, pDefault, [](const QString& pText) {
+    return {.mName = pName, .mDefault = pDefault, .mCheck = [](const QString& pText) {
                 return QDir::isAbsolutePath(pText) && !pText.contains(QChar(0))
                            ? QString()
                            : u"an absolute path is expected"_s;
@@ -83,7 +86,7 @@ VariableRule certificatesRule(const QString& pName)
 
 VariableRule textRule(const QString& pName, const QString& pDefault)
 {
-    return {pName, pDefault, [](const QString& pText) {
+    return {.mName = pName, .mDefault = pDefault, .mCheck = [](const QString& pText) {
                 for (const QChar tChar : pText) {
                     if (tChar.category() == QChar::Other_Control) {
                         return u"a single line without control characters is expected"_s;
