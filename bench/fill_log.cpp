@@ -24,9 +24,9 @@ int main(int argc, char** argv)
     const QDateTime tNow = QDateTime::currentDateTime();
     for (qint64 tDone = 0; tDone < tCount; tDone += sPerRun) {
         const QDateTime tDate = tNow.addSecs(-tSeconds + tSeconds * tDone / tCount);
-        QList<InstallLogStore::Record> tRecords;
+        QList<LogRecord> tRecords;
         for (qint64 i = 0; i < sPerRun; ++i) {
-            InstallLogStore::Record tRecord;
+            LogRecord tRecord;
             tRecord.mPackage = u"package-%1"_s.arg(i);
             tRecord.mVersion = u"1.%1.0.0"_s.arg(tDone / sPerRun);
             tRecord.mStatus = u"ok"_s;

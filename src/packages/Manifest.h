@@ -1,7 +1,7 @@
 #pragma once
 
+#include "internal/LogRecord.h"
 #include "packages/PackageInfo.h"
-#include "sqlite/InstallLogStore.h"
 #include "tuf/Hash.h"
 
 #include <QtCore/QByteArray>
@@ -28,7 +28,7 @@ struct Manifest
     qint64 mPrevious = 0;   // the generation before it, which is kept as well
     QString mRunId;
     QDateTime mRunDate;
-    QList<vkcore::InstallLogStore::Record> mRecords;
+    QList<vkcore::LogRecord> mRecords;
     QList<InstalledPackage> mPackages;
 
     const InstalledPackage* find(const QString& pName) const;

@@ -4,6 +4,7 @@
 
 using tarn::vkcore::InstallLogStore;
 using tarn::vkcore::LangString;
+using tarn::vkcore::LogRecord;
 
 namespace {
 
@@ -19,7 +20,7 @@ protected:
              const QMap<QString, QString>& pReport = {}, const QString& pParent = QString())
     {
         ASSERT_TRUE(mStore.openForWriting(logPath()));
-        InstallLogStore::Record tRecord;
+        LogRecord tRecord;
         tRecord.mPackage = q(pName);
         tRecord.mParent = pParent;
         tRecord.mVersion = q("1.2.3.0");

@@ -203,7 +203,7 @@ std::optional<bool> InstallLogStore::knows(const QString& pRunId)
     return tKnown.isOk() ? std::optional(tIsThere) : std::nullopt;
 }
 
-bool InstallLogStore::append(const QString& pRunId, const QDateTime& pDate, const QList<Record>& pRecords)
+bool InstallLogStore::append(const QString& pRunId, const QDateTime& pDate, const QList<LogRecord>& pRecords)
 {
     // Without a transaction, which would take a lock that others can hold back.
     if (const auto tKnown = knows(pRunId); !tKnown || *tKnown) {
@@ -219,7 +219,7 @@ bool InstallLogStore::append(const QString& pRunId, const QDateTime& pDate, cons
             mDatabase,
             "INSERT INTO entry (date, package, parent, version, version_date, status, title, report)"
             " VALUES (?, ?, ?, ?, ?, ?, ?, ?)");
-        return std::all_of(pRecords.cbegin(), pRecords.cend(), [&](const Record& pRecord) {
+        return std::all_of(pRecords.cbegin(), pRecords.cend(), [&](const LogRecord& pRecord) {
             tInsert.bind(1, tDate)
                 .bind(2, pRecord.mPackage)
                 .bind(3, pRecord.mParent)

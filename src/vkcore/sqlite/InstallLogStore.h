@@ -1,5 +1,6 @@
 #pragma once
 
+#include "internal/LogRecord.h"
 #include "sqlite/Database.h"
 
 #include <vkcore/InstLogEntry.h>
@@ -17,18 +18,6 @@ namespace tarn::vkcore {
 class InstallLogStore
 {
 public:
-    // A package of one run. A child is a package that only came along with another one.
-    struct Record
-    {
-        QString mPackage; // the package's technical name
-        QString mParent;  // that of the package it came along with; null for one of the top level
-        QString mVersion; // Version::toString
-        QString mStatus;  // "ok", "child_packages_updated", "warning", "error"
-        QDateTime mVersionDate;
-        LangString mTitle;
-        LangString mReport;
-    };
-
     static QString fileName(); // "install-log.db", below the state directory
 
     // From here on, wait for the locks of others for so long in all; else it is 5 s for each operation.
@@ -38,7 +27,7 @@ public:
 
     // Adds the records of one run at the time pDate, all or none. A run that is in the log already is left
     // as it is and counts as added: a run is told by pRunId.
-    bool append(const QString& pRunId, const QDateTime& pDate, const QList<Record>& pRecords);
+    bool append(const QString& pRunId, const QDateTime& pDate, const QList<LogRecord>& pRecords);
 
     // As Installer::getInstallLog.
     bool read(QList<GRef2<InstLogEntry>>* pEntries, const QDateTime& pFrom, const QDateTime& pTo,

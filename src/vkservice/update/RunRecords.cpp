@@ -16,7 +16,7 @@ namespace {
 using packages::InstalledPackage;
 using packages::PackageInfo;
 using vkcore::LangString;
-using Record = vkcore::InstallLogStore::Record;
+using vkcore::LogRecord;
 
 constexpr int sMaxTitle = 1000;
 constexpr int sMaxReport = 64 * 1024;
@@ -31,9 +31,9 @@ LangString plain(const LangString& pText, QString (*pClean)(const QString&, int)
     return tPlain;
 }
 
-Record recordOf(const PackageInfo& pInfo, const Plan& pPlan, const QString& pStatus)
+LogRecord recordOf(const PackageInfo& pInfo, const Plan& pPlan, const QString& pStatus)
 {
-    Record tRecord;
+    LogRecord tRecord;
     tRecord.mPackage = pInfo.mName;
     tRecord.mParent = pPlan.mParents.value(pInfo.mName);
     tRecord.mVersion = pInfo.mVersion.version().toString();
@@ -75,13 +75,13 @@ QSet<QString> parentsOfUpdated(const Plan& pPlan)
 
 } // namespace
 
-QList<Record> runRecords(const Plan& pPlan)
+QList<LogRecord> runRecords(const Plan& pPlan)
 {
-    QList<Record> tRecords;
+    QList<LogRecord> tRecords;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         const PackageInfo& tInfo = tPackage.mOffer.mInfo;
         const bool tFailed = static_cast<bool>(tPackage.mFailure);
-        Record tRecord = recordOf(tInfo, pPlan, tFailed ? u"error"_s : u"ok"_s);
+        LogRecord tRecord = recordOf(tInfo, pPlan, tFailed ? u"error"_s : u"ok"_s);
         if (tFailed) {
             tRecord.mReport.setValue(u"en"_s,
                                      vkcore::singleLine(tPackage.mFailure.mText, vkcore::sMaxMessage) + u'.');

@@ -8,7 +8,7 @@ namespace tarn::vkservice::update {
 
 // The entries of the install log for what a run did: one for each package of the plan, and one for each other
 // package of which only children were updated.
-QList<vkcore::InstallLogStore::Record> runRecords(const Plan& pPlan);
+QList<vkcore::LogRecord> runRecords(const Plan& pPlan);
 
 // The plan's packages without trouble, as they will be installed.
 QList<packages::InstalledPackage> newPackages(const Plan& pPlan, const packages::PackageFolders& pFolders);

@@ -224,7 +224,7 @@ TEST(ManifestTest, KeepsEverything)
     tPackage.mHash = *tarn::tuf::Hash::fromHex(QString(128, u'b'));
     tPackage.mFolder = q("packages/app/1.2.3.4-bbbbbbbbbbbbbbbb");
     tManifest.mPackages = {tPackage};
-    tarn::vkcore::InstallLogStore::Record tRecord;
+    tarn::vkcore::LogRecord tRecord;
     tRecord.mPackage = q("app");
     tRecord.mParent = q("suite");
     tRecord.mVersion = q("1.2.3.4");

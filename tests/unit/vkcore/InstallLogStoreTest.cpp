@@ -19,9 +19,9 @@ QDateTime day(int pDay)
     return {QDate(2024, 3, pDay), QTime(12, 0)};
 }
 
-InstallLogStore::Record record(const char* pPackage, const char* pParent = nullptr)
+LogRecord record(const char* pPackage, const char* pParent = nullptr)
 {
-    InstallLogStore::Record tRecord;
+    LogRecord tRecord;
     tRecord.mPackage = q(pPackage);
     tRecord.mParent = pParent == nullptr ? QString() : QString(q(pParent));
     tRecord.mVersion = q("1.0.0.0");
@@ -116,7 +116,7 @@ TEST_F(InstallLogStoreTest, LimitsAndOrder)
 
 TEST_F(InstallLogStoreTest, CarriesEveryField)
 {
-    InstallLogStore::Record tRecord = record("p");
+    LogRecord tRecord = record("p");
     tRecord.mVersion = q("1.2.3.4");
     tRecord.mVersionDate = day(1);
     tRecord.mStatus = q("some other word");
