@@ -5,9 +5,9 @@
 #include "os/Confinement.h"
 #include "os/FileSystem.h"
 #include "os/ProcessList.h"
-#include "process/InheritedSocket.h"
 #include "process/ServiceApplication.h"
 #include "process/SignalWatch.h"
+#include "process/Systemd.h"
 
 #include <vkcore/LockFile.h>
 

@@ -2,7 +2,7 @@
 #include "process/ParentWatch.h"
 #include "process/ServiceApplication.h"
 #include "process/SignalWatch.h"
-#include "process/SystemdNotifier.h"
+#include "process/Systemd.h"
 #include "Service.h"
 
 #include <vkcore/GRef.h>

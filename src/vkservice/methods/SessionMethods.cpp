@@ -6,7 +6,7 @@
 #include "ipc/SocketServer.h"
 #include "methods/Group.h"
 #include "methods/Methods.h"
-#include "process/SystemdNotifier.h"
+#include "process/Systemd.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QPointer>

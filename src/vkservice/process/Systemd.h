@@ -6,6 +6,10 @@
 
 namespace tarn::vkservice::process {
 
+// The listening socket of this path that systemd has opened for the service, -1 if there is none. Others
+// that it handed over are closed. The caller owns the descriptor.
+int inheritedSocket(const QString& pPath);
+
 // Tells systemd how the service is. Does nothing where systemd did not start it.
 class SystemdNotifier : public QObject
 {
