@@ -13,6 +13,7 @@
 #include "store/ServerTable.h"
 #include "store/Settings.h"
 #include "store/StateStore.h"
+#include "update/UpdateThread.h"
 
 #include <QtCore/QObject>
 #include <QtCore/QString>

@@ -4,7 +4,6 @@
 #include "control/ScheduleControl.h"
 #include "control/UpdateControl.h"
 #include "mail/Address.h"
-#include "mail/SmtpTransport.h"
 #include "os/FileSystem.h"
 #include "packages/GenerationReader.h"
 #include "process/ServiceApplication.h"
@@ -12,6 +11,7 @@
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
 #include "store/StateStore.h"
+#include "values/RunRecord.h"
 
 #include <vkcore/EnhVersion.h>
 

@@ -3,12 +3,13 @@
 #include "mail/MachineStatus.h"
 #include "mail/Mailer.h"
 
-#include <vkcore/MonitoringSettings.h>
-
 #include <QtCore/QDateTime>
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
+namespace tarn::vkcore {
+class MonitoringSettings;
+}
 namespace tarn::vkservice {
 struct RunRecord;
 }

@@ -4,6 +4,7 @@
 #include "internal/PlainText.h"
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
+#include "update/UpdateThread.h"
 
 #include <QtCore/QFile>
 

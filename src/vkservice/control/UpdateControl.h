@@ -1,7 +1,6 @@
 #pragma once
 
 #include "control/RunRequests.h"
-#include "update/UpdateThread.h"
 #include "values/RunRecord.h"
 
 #include <vkcore/Types.h>
@@ -11,6 +10,10 @@
 #include <QtCore/QString>
 
 #include <optional>
+
+namespace tarn::vkservice::update {
+class UpdateThread;
+}
 
 namespace tarn::vkservice::control {
 

@@ -3,6 +3,8 @@
 #include "internal/PlainText.h"
 #include "mail/Address.h"
 #include "mail/Headers.h"
+#include "mail/Mail.h"
+#include "mail/SmtpSettings.h"
 #include "net/TlsTrust.h"
 
 #include <curl/curl.h>

@@ -2,6 +2,7 @@
 
 #include "internal/PlainText.h"
 #include "mail/Address.h"
+#include "mail/Mail.h"
 
 #include <QtCore/QStringList>
 

@@ -1,12 +1,11 @@
 #pragma once
 
-#include "mail/Mail.h"
-
 #include <QtCore/QByteArray>
 #include <QtCore/QList>
 
 namespace tarn::vkservice::mail {
 
+struct Mail;
 struct Sender;
 
 // A text as the value of a header, after RFC 2047: plain where it is printable ASCII, else in encoded words

@@ -1,5 +1,7 @@
 #include "mail/MailMemory.h"
 
+#include "sqlite/Database.h"
+
 namespace tarn::vkservice::mail {
 
 using vkcore::Statement;

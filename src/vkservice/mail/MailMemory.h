@@ -1,11 +1,13 @@
 #pragma once
 
-#include "sqlite/Database.h"
-
 #include <QtCore/QDateTime>
 #include <QtCore/QString>
 
 #include <utility>
+
+namespace tarn::vkcore {
+class Database;
+}
 
 namespace tarn::vkservice::mail {
 

@@ -1,5 +1,7 @@
 #include "mail/MailQueue.h"
 
+#include "sqlite/Database.h"
+
 #include <algorithm>
 #include <array>
 

@@ -1,13 +1,16 @@
 #pragma once
 
 #include "mail/Mail.h"
-#include "sqlite/Database.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QList>
 #include <QtCore/QString>
 
 #include <optional>
+
+namespace tarn::vkcore {
+class Database;
+}
 
 namespace tarn::vkservice::mail {
 

@@ -3,7 +3,9 @@
 #include "internal/PlainText.h"
 #include "mail/Address.h"
 #include "mail/CurlTransport.h"
+#include "mail/MailContent.h"
 #include "mail/Messages.h"
+#include "sqlite/Database.h"
 
 #include <QtCore/QSet>
 #include <QtCore/QSysInfo>

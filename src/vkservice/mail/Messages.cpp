@@ -1,6 +1,7 @@
 #include "mail/Messages.h"
 
 #include "internal/PlainText.h"
+#include "mail/MachineStatus.h"
 
 #include <QtCore/QCryptographicHash>
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "mail/MachineStatus.h"
 #include "mail/MailContent.h"
 
 #include <QtCore/QByteArray>
@@ -9,6 +8,9 @@
 
 // The wording of each kind of mail. pClient is the name of this machine, as set by the administrator.
 namespace tarn::vkservice::mail {
+
+struct MachineStatus;
+struct RunReport;
 
 MailContent updateDone(const QString& pClient, const RunReport& pRun);
 MailContent updateFailed(const QString& pClient, const RunReport& pRun);

@@ -1,6 +1,11 @@
 #include "mail/Notices.h"
 
+#include "mail/MachineStatus.h"
+#include "mail/MailContent.h"
+#include "mail/MailMemory.h"
 #include "mail/Messages.h"
+#include "mail/Outbox.h"
+#include "sqlite/Database.h"
 
 #include <algorithm>
 #include <optional>

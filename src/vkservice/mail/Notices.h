@@ -1,9 +1,5 @@
 #pragma once
 
-#include "mail/MachineStatus.h"
-#include "mail/MailMemory.h"
-#include "mail/Outbox.h"
-
 #include <vkcore/MonitoringSettings.h>
 
 #include <QtCore/QDateTime>
@@ -12,7 +8,16 @@
 
 #include <functional>
 
+namespace tarn::vkcore {
+class Database;
+}
+
 namespace tarn::vkservice::mail {
+
+class MailMemory;
+class Outbox;
+struct MachineStatus;
+struct RunReport;
 
 // Decides which mails about the machine are due, and queues each once. What has been told is noted in the
 // same transaction as the mail, so an end of the process in between neither loses nor doubles one.

@@ -2,6 +2,7 @@
 
 #include "internal/PlainText.h"
 #include "mail/Address.h"
+#include "mail/MailContent.h"
 #include "mail/Random.h"
 
 #include <csignal>

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "mail/MailContent.h"
 #include "mail/MailQueue.h"
 #include "mail/SmtpSettings.h"
 #include "mail/SmtpTransport.h"
@@ -14,6 +13,8 @@
 #include <memory>
 
 namespace tarn::vkservice::mail {
+
+struct MailContent;
 
 // The queue and the thread that empties it, one mail after the other. The object and the database belong to
 // the main thread; only the transport works on the other one.

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "mail/Mail.h"
-#include "mail/SmtpSettings.h"
-
 #include <QtCore/QString>
 
 namespace tarn::vkservice::mail {
+
+struct Mail;
+struct SmtpSettings;
 
 struct SendResult
 {

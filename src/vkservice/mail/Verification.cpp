@@ -2,6 +2,7 @@
 
 #include "mail/Address.h"
 #include "mail/Random.h"
+#include "sqlite/Database.h"
 
 #include <openssl/crypto.h>
 

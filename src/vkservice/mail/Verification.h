@@ -1,12 +1,14 @@
 #pragma once
 
-#include "sqlite/Database.h"
-
 #include <QtCore/QDateTime>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
 #include <optional>
+
+namespace tarn::vkcore {
+class Database;
+}
 
 namespace tarn::vkservice::mail {
 
