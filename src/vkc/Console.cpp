@@ -28,9 +28,20 @@ void VKCApplication::writeStdErr(const QString& pText, bool pNewline, bool pFlus
     write(mStdErr, pText, pNewline, pFlush);
 }
 
-int VKCApplication::fail(const QString& pText)
+void VKCApplication::printLine(const QString& pText)
+{
+    writeStdOut(pText, true, true);
+}
+
+bool VKCApplication::printError(const QString& pText)
 {
     writeStdErr(pText, true, true);
+    return false;
+}
+
+int VKCApplication::fail(const QString& pText)
+{
+    printError(pText);
     return 1;
 }
 

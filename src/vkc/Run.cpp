@@ -35,7 +35,7 @@ void VKCApplication::run()
             }
         }
         if (tHandler == nullptr) {
-            writeStdErr(tr("Unknown command: %1").arg(QString::fromUtf8(tWord)), true, true);
+            printError(tr("Unknown command: %1").arg(QString::fromUtf8(tWord)));
         }
     }
     if (tHandler == nullptr) {
@@ -70,7 +70,7 @@ int VKCApplication::runHandler(int (VKCApplication::*pHandler)(), bool pNoComman
         return fail(tr("Unhandled argument '%1'").arg(QString::fromLocal8Bit(mOptParser->nonOption(0))));
     }
     if (optPassed(OPT_VERSION)) {
-        writeStdOut(getAppVersion().toTarnAppFormat(), true, true);
+        printLine(getAppVersion().toTarnAppFormat());
         return 0;
     }
     if (optPassed(OPT_HELP) || pHandler == nullptr) {

@@ -8,6 +8,7 @@
 #include <optionparser.h>
 
 #include <csignal>
+#include <cstdio>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -36,6 +37,7 @@ VKCApplication::VKCApplication(const QList<QString>& pPrefixes, int pLogLevels)
     : OkiApplication(pPrefixes, pLogLevels), mStdIn(stdin, QIODevice::ReadOnly),
       mStdOut(stdout, QIODevice::WriteOnly), mStdErr(stderr, QIODevice::WriteOnly)
 {
+    std::setvbuf(stdout, nullptr, _IONBF, 0); // mStdOut has buffers of its own
     setLogDirName(u"vkc_log"_s);
 
     mProgressTimer.setInterval(1000);
@@ -49,13 +51,7 @@ VKCApplication::VKCApplication(const QList<QString>& pPrefixes, int pLogLevels)
 
 VKCApplication::~VKCApplication()
 {
-    while (!mTranslators.isEmpty()) {
-        QTranslator* const tTranslator = mTranslators.takeFirst();
-        if (QCoreApplication::instance() != nullptr) {
-            QCoreApplication::removeTranslator(tTranslator);
-        }
-        tTranslator->deleteLater();
-    }
+    removeTranslations();
 
     delete mOptStats;
     delete mOptParser;
@@ -107,8 +103,39 @@ bool VKCApplication::init()
 
 void VKCApplication::fatalError(const QString& pText)
 {
-    writeStdErr(pText, true, true);
+    printError(pText);
     QCoreApplication::exit(1);
+}
+
+void VKCApplication::removeTranslations()
+{
+    while (!mTranslators.isEmpty()) {
+        QTranslator* const tTranslator = mTranslators.takeFirst();
+        if (QCoreApplication::instance() != nullptr) {
+            QCoreApplication::removeTranslator(tTranslator);
+        }
+        tTranslator->deleteLater();
+    }
+}
+
+void VKCApplication::reloadTranslations()
+{
+    removeTranslations();
+    const QString tLang = getAppLang();
+    const QString tDir = getAppEtcDir() + u"/locale/messages"_s;
+    // Qt searches the last one first.
+    const QString tCatalogues[] = {u"qt_%1"_s, u"vkcommon_%1"_s, u"vkcore_%1"_s, u"vkc_%1"_s};
+    for (const QString& tPattern : tCatalogues) {
+        const QString tName = tPattern.arg(tLang);
+        QTranslator* const tTranslator = new QTranslator();
+        if (tTranslator->load(tName, tDir)) {
+            QCoreApplication::installTranslator(tTranslator);
+            mTranslators.append(tTranslator);
+        } else {
+            log(u"Failed to load translation: %1"_s.arg(tName));
+            tTranslator->deleteLater();
+        }
+    }
 }
 
 void VKCApplication::exitMainloop(int pStatus)

@@ -84,6 +84,8 @@ private:
     };
     struct LanguageGroup;
 
+    void removeTranslations();
+
     // Run.cpp
     void parseOptions(int pArgc, char** pArgv);
     int runHandler(int (VKCApplication::*pHandler)(), bool pNoCommand);
@@ -91,7 +93,11 @@ private:
     // Console.cpp
     void writeStdOut(const QString& pText, bool pNewline, bool pFlush);
     void writeStdErr(const QString& pText, bool pNewline, bool pFlush);
-    // Writes the line to standard error and returns the exit status of a failure.
+    // A line to standard output.
+    void printLine(const QString& pText);
+    // A line to standard error; false, the result of a step that fails with it.
+    bool printError(const QString& pText);
+    // The same, with the exit status of a command that fails.
     int fail(const QString& pText);
     void clearCurrentLine();
     void writeMsgType(int pMsgType);

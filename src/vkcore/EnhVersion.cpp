@@ -3,11 +3,17 @@
 #include <QtCore/QStringBuilder>
 
 #include <array>
-#include <cstdio>
 
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkcore {
+
+static char* putTwoDigits(char* pAt, int pNumber)
+{
+    *pAt++ = static_cast<char>('0' + pNumber / 10);
+    *pAt++ = static_cast<char>('0' + pNumber % 10);
+    return pAt;
+}
 
 // QDate::toString takes longer than all the rest of such a text, and lists of versions are long.
 static QString isoDate(const QDate& pDate)
@@ -16,9 +22,16 @@ static QString isoDate(const QDate& pDate)
     int tMonth = 0;
     int tDay = 0;
     pDate.getDate(&tYear, &tMonth, &tDay);
-    std::array<char, 32> tText{};
-    std::snprintf(tText.data(), tText.size(), "%04d-%02d-%02d", tYear, tMonth, tDay);
-    return QString::fromLatin1(tText.data());
+    if (tYear < 0 || tYear > 9999) {
+        return pDate.toString(u"yyyy-MM-dd");
+    }
+    std::array<char, 10> tText{};
+    char* tEnd = putTwoDigits(putTwoDigits(tText.data(), tYear / 100), tYear % 100);
+    *tEnd++ = '-';
+    tEnd = putTwoDigits(tEnd, tMonth);
+    *tEnd++ = '-';
+    putTwoDigits(tEnd, tDay);
+    return QString::fromLatin1(tText.data(), tText.size());
 }
 
 EnhVersion::EnhVersion(const Version& pVersion, const QDateTime& pDate) : mVersion(pVersion), mDate(pDate) {}

@@ -1,9 +1,9 @@
 #include <vkcore/Version.h>
 
-#include <QtCore/QStringBuilder>
 #include <QtCore/QStringList>
 
 #include <array>
+#include <charconv>
 
 namespace tarn::vkcore {
 
@@ -26,17 +26,26 @@ Version Version::fromString(const QString& pText, bool* pOk)
     return tOk ? Version(tNumbers[0], tNumbers[1], tNumbers[2], tNumbers[3]) : Version();
 }
 
+// QString::number takes memory for each number, and lists of versions are long.
+static QString joined(std::initializer_list<int> pNumbers)
+{
+    std::array<char, 48> tText{};
+    char* tEnd = tText.data();
+    for (const int tNumber : pNumbers) {
+        tEnd = std::to_chars(tEnd, tText.data() + tText.size(), tNumber).ptr;
+        *tEnd++ = '.';
+    }
+    return QString::fromLatin1(tText.data(), tEnd - 1 - tText.data());
+}
+
 QString Version::toString() const
 {
-    return QString::number(mMajor) % u'.' % QString::number(mMinor) % u'.' % QString::number(mPatch) % u'.' %
-           QString::number(mBuild);
+    return joined({mMajor, mMinor, mPatch, mBuild});
 }
 
 QString Version::toTarnAppFormat() const
 {
-    return mBuild != 0
-               ? toString()
-               : QString::number(mMajor) % u'.' % QString::number(mMinor) % u'.' % QString::number(mPatch);
+    return mBuild != 0 ? toString() : joined({mMajor, mMinor, mPatch});
 }
 
 } // namespace tarn::vkcore

@@ -6,6 +6,8 @@
 #include <vkcore/EnhVersion.h>
 #include <vkcore/InstallModule.h>
 
+#include <QtCore/QStringBuilder>
+
 #include <limits>
 
 using namespace Qt::StringLiterals;
@@ -55,6 +57,27 @@ static bool fetchLog(vkcore::InstallModule* pModule, QList<GRef2<InstLogEntry>>*
                                                         std::numeric_limits<int>::max(), pTopLevelOnly);
 }
 
+namespace {
+
+// A text with a place for a value. A month can take half a million of them: QString::arg would look for the
+// place in each.
+class LineText
+{
+public:
+    explicit LineText(const QString& pText)
+        : mBefore(pText.section(u"%1"_s, 0, 0)), mAfter(pText.section(u"%1"_s, 1))
+    {
+    }
+
+    QString with(const QString& pValue) const { return mBefore % pValue % mAfter; }
+
+private:
+    QString mBefore;
+    QString mAfter;
+};
+
+} // namespace
+
 int VKCApplication::cmdInstallLog()
 {
     QDateTime tFrom = QDateTime::currentDateTime();
@@ -75,11 +98,11 @@ int VKCApplication::cmdInstallLog()
     }
 
     const QString tLang = getAppLang();
-    const QString tNameLine = tr("Name: %1");
-    const QString tDateLine = tr("Date: %1");
-    const QString tVersionLine = tr("Version: %1");
-    const QString tStatusLine = tr("Status: %1");
-    const QString tReportLine = tr("Install report: %1");
+    const LineText tNameLine(tr("Name: %1"));
+    const LineText tDateLine(tr("Date: %1"));
+    const LineText tVersionLine(tr("Version: %1"));
+    const LineText tStatusLine(tr("Status: %1"));
+    const LineText tReportLine(tr("Install report: %1"));
     QDateTime tDate;
     QString tDateText; // of tDate: the packages of one run have the same
     for (const GRef2<InstLogEntry>& tEntry : tEntries) {
@@ -89,14 +112,14 @@ int VKCApplication::cmdInstallLog()
             tDate = tEntry->mDate;
             tDateText = dateTimeText(tDate);
         }
-        writeStdOut(tNameLine.arg(tEntry->mName.bestValue(tLang)), true, true);
-        writeStdOut(tDateLine.arg(tDateText), true, true);
-        writeStdOut(tVersionLine.arg(tVersion), true, true);
-        writeStdOut(tStatusLine.arg(getInstallLogStatusText(tEntry->mStatus)), true, true);
+        printLine(tNameLine.with(tEntry->mName.bestValue(tLang)));
+        printLine(tDateLine.with(tDateText));
+        printLine(tVersionLine.with(tVersion));
+        printLine(tStatusLine.with(getInstallLogStatusText(tEntry->mStatus)));
         if (!tReport.isEmpty()) {
-            writeStdOut(tReportLine.arg(tReport), true, true);
+            printLine(tReportLine.with(tReport));
         }
-        writeStdOut(QString(), true, true);
+        printLine(QString());
     }
     return 0;
 }

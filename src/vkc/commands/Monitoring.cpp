@@ -40,11 +40,11 @@ int VKCApplication::cmdShowMonitoringSettings()
         u"Notification e-mail addresses:"_s,
     };
     for (const QString& tLine : tLines) {
-        writeStdOut(tLine, true, true);
+        printLine(tLine);
     }
     for (const vkcore::MonitoringEmail& tEmail : tSettings.notificationEmailAddresses()) {
         const QString tState = tEmail.isVerified() ? tr("verified") : u"not verified"_s;
-        writeStdOut(u"  %1 (%2)"_s.arg(tEmail.mAddress, tState), true, true);
+        printLine(u"  %1 (%2)"_s.arg(tEmail.mAddress, tState));
     }
     return 0;
 }
@@ -67,7 +67,7 @@ int VKCApplication::cmdUpdateMonitoringSettings()
     if (!mClient->setMonitoringSettings(tSettings)) {
         return fail(tr("Failed to update monitoring settings"));
     }
-    writeStdOut(tr("The changes were successfully applied."), true, true);
+    printLine(tr("The changes were successfully applied."));
     return 0;
 }
 
@@ -117,16 +117,14 @@ bool VKCApplication::applyMonitoringOptions(MonitoringSettings* pSettings)
     if (optPassed(OPT_SUMMARY_INTERVAL)) {
         const QString tTyped = optArg(OPT_SUMMARY_INTERVAL, QString());
         if (!readDays(tTyped, &tDays)) {
-            writeStdErr(tr("Invalid summary interval '%1'").arg(tTyped), true, true);
-            return false;
+            return printError(tr("Invalid summary interval '%1'").arg(tTyped));
         }
         pSettings->setSummarizedMailPeriod(tDays);
     }
     if (optPassed(OPT_OVERDUE_TOLERANCE)) {
         const QString tTyped = optArg(OPT_OVERDUE_TOLERANCE, QString());
         if (!readDays(tTyped, &tDays)) {
-            writeStdErr(tr("Invalid overdue tolerance '%1'").arg(tTyped), true, true);
-            return false;
+            return printError(tr("Invalid overdue tolerance '%1'").arg(tTyped));
         }
         pSettings->setUpdateOverduePeriod(tDays);
     }
@@ -143,8 +141,7 @@ bool VKCApplication::applyMonitoringOptions(MonitoringSettings* pSettings)
         QList<QString> tAddresses;
         QString tInvalid;
         if (!readAddresses(optArg(OPT_ADDRESSES, QString()), &tAddresses, &tInvalid)) {
-            writeStdErr(tr("Invalid e-mail address '%1'").arg(tInvalid), true, true);
-            return false;
+            return printError(tr("Invalid e-mail address '%1'").arg(tInvalid));
         }
         pSettings->setNotificationEmailAddresses(vkcore::MonitoringEmailList(tAddresses));
     }

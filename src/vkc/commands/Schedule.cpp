@@ -74,13 +74,13 @@ int VKCApplication::cmdShowScheduleSettings()
     if (!fetch(mClient, &tSchedule)) {
         return fail(tr("Failed to get current schedule parameters."));
     }
-    writeStdOut(tr("Automatic installation mode: %1").arg(modeText(tSchedule.mMode)), true, true);
+    printLine(tr("Automatic installation mode: %1").arg(modeText(tSchedule.mMode)));
     if (tSchedule.mMode == Scheduler::AutoUpdateManual) {
         return 0;
     }
-    writeStdOut(tr("Update period: %1").arg(periodText(tSchedule)), true, true);
+    printLine(tr("Update period: %1").arg(periodText(tSchedule)));
     if ((tSchedule.mFlags & sLoginFlag) == 0) {
-        writeStdOut(tr("Next scheduled check: %1").arg(dateTimeText(tSchedule.mNextCheck)), true, true);
+        printLine(tr("Next scheduled check: %1").arg(dateTimeText(tSchedule.mNextCheck)));
     }
     return 0;
 }
@@ -108,7 +108,7 @@ int VKCApplication::cmdUpdateScheduleSettings()
                                         tSchedule.mPeriodCount, tSchedule.mUnit, tSchedule.mExtra, true)) {
         return fail(tr("Failed to update settings."));
     }
-    writeStdOut(tr("The changes were successfully applied."), true, true);
+    printLine(tr("The changes were successfully applied."));
     return 0;
 }
 
@@ -127,11 +127,9 @@ bool VKCApplication::readMode(Scheduler::AutoUpdateMode* pMode)
         return true;
     }
     if (tWord == u"notification"_s) {
-        writeStdErr(tr("Update notifications are not available on your operating system"), true, true);
-        return false;
+        return printError(tr("Update notifications are not available on your operating system"));
     }
-    writeStdErr(tr("Invalid mode '%1'").arg(tWord), true, true);
-    return false;
+    return printError(tr("Invalid mode '%1'").arg(tWord));
 }
 
 bool VKCApplication::readInterval(Scheduler::AutoUpdateMode pMode, int* pFlags, int* pCount,
@@ -143,13 +141,11 @@ bool VKCApplication::readInterval(Scheduler::AutoUpdateMode pMode, int* pFlags, 
     const QString tTyped = optArg(OPT_INTERVAL, QString());
     const QRegularExpressionMatch tMatch = wholeMatch(u"^(?:([0-9]+)([hdwm])|login)$"_s, tTyped);
     if (!tMatch.hasMatch()) {
-        writeStdErr(tr("Invalid interval '%1'").arg(tTyped), true, true);
-        return false;
+        return printError(tr("Invalid interval '%1'").arg(tTyped));
     }
     if (tTyped == u"login"_s) {
         if (pMode == Scheduler::AutoUpdateAutomatic) {
-            writeStdErr(tr("The interval 'login' only works in the notification mode."), true, true);
-            return false;
+            return printError(tr("The interval 'login' only works in the notification mode."));
         }
         *pFlags |= sLoginFlag;
         return true;
@@ -168,14 +164,12 @@ bool VKCApplication::readNextUpdate(QDateTime* pNextCheck, int pCount, Scheduler
     const QString tTyped = optArg(OPT_NEXT_UPDATE, QString());
     *pNextCheck = QLocale(QLocale::C).toDateTime(tTyped, u"yyyy-MM-dd hh:mm:ss"_s);
     if (!pNextCheck->isValid()) {
-        writeStdErr(tr("Invalid date for next update '%1'").arg(tTyped), true, true);
-        return false;
+        return printError(tr("Invalid date for next update '%1'").arg(tTyped));
     }
     if (*pNextCheck < QDateTime::currentDateTime()) {
         *pNextCheck = Scheduler::nextValidUpdateTime(*pNextCheck, pCount, pUnit, QDateTime(), 600);
-        writeStdErr(tr("NOTICE: the date '%1' is in the past and has been adjusted to '%2'")
-                        .arg(tTyped, dateTimeText(*pNextCheck)),
-                    true, true);
+        printError(tr("NOTICE: the date '%1' is in the past and has been adjusted to '%2'")
+                       .arg(tTyped, dateTimeText(*pNextCheck)));
     }
     return true;
 }

@@ -19,7 +19,7 @@ GRef<ServerList> VKCApplication::fetchServerList()
 {
     GRef<ServerList> tList(new ServerList(this));
     if (!mClient->getServerList(tList.get())) {
-        writeStdErr(tr("Failed to get server list!"), true, true);
+        printError(tr("Failed to get server list!"));
         return GRef<ServerList>();
     }
     return tList;
@@ -30,8 +30,7 @@ bool VKCApplication::readAddress(const QString& pTyped, QString* pUri)
     const QUrl tUrl = QUrl::fromUserInput(pTyped, QString());
     const QRegularExpression tSchemes(u"^(file|https)$"_s);
     if (!tUrl.isValid() || !tSchemes.match(tUrl.scheme()).hasMatch()) {
-        writeStdErr(tr("Invalid or unsupported URL: %1").arg(pTyped), true, true);
-        return false;
+        return printError(tr("Invalid or unsupported URL: %1").arg(pTyped));
     }
     *pUri = QString::fromUtf8(tUrl.toEncoded(QUrl::FullyEncoded));
     return true;
@@ -55,12 +54,12 @@ int VKCApplication::cmdListServers()
     for (qsizetype i = 0; i < tList->mServers.size(); ++i) {
         const GRef<Server> tServer = tList->mServers.at(i);
         const QString tAddress = addressText(tServer->getUrl(), tServer->getUri());
-        writeStdOut(u"%1) %2"_s.arg(QString::number(i + 1), tServer->getName()), true, true);
-        writeStdOut(tIndent + tr("Address: %1").arg(tAddress), true, true);
-        writeStdOut(tIndent + tr("Username: %1").arg(tServer->getUserName()), true, true);
-        writeStdOut(tIndent + tr("Enabled: %1").arg(yesNo(tServer->isEnabled())), true, true);
-        writeStdOut(tIndent + tr("Default server: %1").arg(yesNo(tServer->isDefault())), true, true);
-        writeStdOut(QString(), true, true);
+        printLine(u"%1) %2"_s.arg(QString::number(i + 1), tServer->getName()));
+        printLine(tIndent + tr("Address: %1").arg(tAddress));
+        printLine(tIndent + tr("Username: %1").arg(tServer->getUserName()));
+        printLine(tIndent + tr("Enabled: %1").arg(yesNo(tServer->isEnabled())));
+        printLine(tIndent + tr("Default server: %1").arg(yesNo(tServer->isDefault())));
+        printLine(QString());
     }
     return 0;
 }
@@ -126,7 +125,7 @@ int VKCApplication::addOrChangeServer(int pNumber, const QString& pName)
         return 1;
     }
     if (optEnabled(OPT_ENABLE, false) && tServer->isEnabled()) {
-        writeStdOut(u'\n' + tr("The server was enabled successfully."), true, true);
+        printLine(u'\n' + tr("The server was enabled successfully."));
     }
     return 0;
 }
@@ -148,8 +147,7 @@ bool VKCApplication::applyServerOptions(Server* pServer)
         pServer->setUri(tUri);
     }
     if (pServer->getUri().isEmpty()) {
-        writeStdErr(tr("Server address must be specified"), true, true);
-        return false;
+        return printError(tr("Server address must be specified"));
     }
     if (optPassed(OPT_USER)) {
         pServer->setUserName(optArg(OPT_USER, QString()));
@@ -200,7 +198,7 @@ int VKCApplication::cmdRemoveServer()
 int VKCApplication::findServerByName(ServerList* pServerList, const QString& pName)
 {
     if (pName.isEmpty()) {
-        writeStdErr(tr("Server name to match against must not be empty."), true, true);
+        printError(tr("Server name to match against must not be empty."));
         return -1;
     }
     QList<int> tExact;
@@ -219,7 +217,7 @@ int VKCApplication::findServerByName(ServerList* pServerList, const QString& pNa
     if (tPartial.size() == 1) {
         return tPartial.first();
     }
-    writeStdErr(tr("The name '%1' does not uniquely identify a server.").arg(pName), true, true);
+    printError(tr("The name '%1' does not uniquely identify a server.").arg(pName));
     return -1;
 }
 

@@ -40,11 +40,10 @@ bool VKCApplication::showDefaultServer()
     QString tUrl;
     QString tUser;
     if (!mClient->getDefaultServer(&tUrl, &tUser, nullptr)) {
-        writeStdErr(tr("Failed to query current server"), true, true);
-        return false;
+        return printError(tr("Failed to query current server"));
     }
     const QString tAddress = addressText(QUrl::fromEncoded(tUrl.toUtf8(), QUrl::TolerantMode), tUrl);
-    writeStdOut(tr("Default server: %1 (username=%2)").arg(tAddress, tUser), true, true);
+    printLine(tr("Default server: %1 (username=%2)").arg(tAddress, tUser));
     return true;
 }
 
@@ -53,8 +52,7 @@ bool VKCApplication::showProxy()
     NetProxyMode tMode = vkcore::NetProxyModeNone;
     NetProxy tProxy(false, true);
     if (!mClient->getNetProxySettings(&tMode, &tProxy)) {
-        writeStdErr(tr("Failed to query proxy settings"), true, true);
-        return false;
+        return printError(tr("Failed to query proxy settings"));
     }
     QString tDescription;
     switch (tMode) {
@@ -71,7 +69,7 @@ bool VKCApplication::showProxy()
         tDescription = tr("Using operating system settings");
         break;
     }
-    writeStdOut(tr("Proxy: %1").arg(tDescription), true, true);
+    printLine(tr("Proxy: %1").arg(tDescription));
     return true;
 }
 
@@ -79,10 +77,9 @@ bool VKCApplication::showDataDirectory()
 {
     const QString tPath = mClient->getKdmlDataDirectory();
     if (tPath.isNull()) {
-        writeStdErr(tr("Failed to query the kdml data directory"), true, true);
-        return false;
+        return printError(tr("Failed to query the kdml data directory"));
     }
-    writeStdOut(tr("Data directory: %1").arg(tPath), true, true);
+    printLine(tr("Data directory: %1").arg(tPath));
     return true;
 }
 
@@ -95,13 +92,13 @@ void VKCApplication::showLanguages(bool pApp, bool pData)
     QString tAppLang;
     QString tDataLang;
     if (!mClient->getLanguages(&tAppLang, &tDataLang)) {
-        writeStdErr(tr("Failed to query languages."), true, true);
+        printError(tr("Failed to query languages."));
     }
     if (pApp) {
-        writeStdOut(tr("Application language: %1 (%2)").arg(getLangName(tAppLang), tAppLang), true, true);
+        printLine(tr("Application language: %1 (%2)").arg(getLangName(tAppLang), tAppLang));
     }
     if (pData) {
-        writeStdOut(tr("Data language: %1 (%2)").arg(getLangName(tDataLang), tDataLang), true, true);
+        printLine(tr("Data language: %1 (%2)").arg(getLangName(tDataLang), tDataLang));
     }
 }
 
@@ -115,7 +112,7 @@ void VKCApplication::showConfigVars()
         if (tName.contains(u"password"_s, Qt::CaseInsensitive)) {
             tValue.fill(u'*');
         }
-        writeStdOut(u"%1: %2"_s.arg(tName, tValue), true, true);
+        printLine(u"%1: %2"_s.arg(tName, tValue));
     }
 }
 
@@ -141,18 +138,20 @@ int VKCApplication::cmdUpdateSettings()
         return 1;
     }
     const LanguageGroup tGroups[] = {
-        {OPT_APP_LANGUAGE, &VKCApplication::getAvailableAppLanguages,
-         [](vkcore::IPCClient* pClient, const QString& pLang) {
-             return pClient->setLanguages(pLang, QString());
-         },
-         tr("Invalid application language '%1'"), tr("Failed to set the application language"),
-         tr("Available application languages:")},
-        {OPT_DATA_LANGUAGE, &VKCApplication::getAvailableDataLanguages,
-         [](vkcore::IPCClient* pClient, const QString& pLang) {
-             return pClient->setLanguages(QString(), pLang);
-         },
-         tr("Invalid data language '%1'"), tr("Failed to set the data language"),
-         tr("Available data languages:")},
+        {.mOption = OPT_APP_LANGUAGE,
+         .mAvailable = &VKCApplication::getAvailableAppLanguages,
+         .mSet = [](vkcore::IPCClient* pClient,
+                    const QString& pLang) { return pClient->setLanguages(pLang, QString()); },
+         .mInvalid = tr("Invalid application language '%1'"),
+         .mFailed = tr("Failed to set the application language"),
+         .mHeadline = tr("Available application languages:")},
+        {.mOption = OPT_DATA_LANGUAGE,
+         .mAvailable = &VKCApplication::getAvailableDataLanguages,
+         .mSet = [](vkcore::IPCClient* pClient,
+                    const QString& pLang) { return pClient->setLanguages(QString(), pLang); },
+         .mInvalid = tr("Invalid data language '%1'"),
+         .mFailed = tr("Failed to set the data language"),
+         .mHeadline = tr("Available data languages:")},
     };
     for (const LanguageGroup& tGroup : tGroups) {
         if (const std::optional<int> tStatus = updateLanguage(tGroup)) {
@@ -165,7 +164,7 @@ int VKCApplication::cmdUpdateSettings()
     if (!mClient->reloadConfig()) {
         return fail(tr("Failed to reload the service configuration"));
     }
-    writeStdOut(tr("The changes were successfully applied."), true, true);
+    printLine(tr("The changes were successfully applied."));
     return 0;
 }
 
@@ -178,8 +177,7 @@ bool VKCApplication::updateDefaultServer()
     QString tUser;
     QString tPassword;
     if (!mClient->getDefaultServer(&tUrl, &tUser, &tPassword)) {
-        writeStdErr(tr("Failed to query current server"), true, true);
-        return false;
+        return printError(tr("Failed to query current server"));
     }
     if (optPassed(OPT_SERVER) && !readAddress(optArg(OPT_SERVER, QString()), &tUrl)) {
         return false;
@@ -191,8 +189,7 @@ bool VKCApplication::updateDefaultServer()
         tPassword = optPassword(OPT_PASSWORD, tr("Server password:"));
     }
     if (!mClient->updateDefaultServer(tUrl, tUser, tPassword)) {
-        writeStdErr(tr("Failed to update default server"), true, true);
-        return false;
+        return printError(tr("Failed to update default server"));
     }
     return true;
 }
@@ -227,21 +224,18 @@ bool VKCApplication::updateProxy()
     NetProxyMode tMode = vkcore::NetProxyModeNone;
     NetProxy tProxy(false, true);
     if (!mClient->getNetProxySettings(&tMode, &tProxy)) {
-        writeStdErr(tr("Failed to query proxy settings"), true, true);
-        return false;
+        return printError(tr("Failed to query proxy settings"));
     }
     if (optPassed(OPT_PROXY_MODE)) {
         bool tOk = false;
         const QString tWord = optArg(OPT_PROXY_MODE, QString());
         tMode = vkcore::netProxyModeFromStr(tWord, &tOk);
         if (!tOk) {
-            writeStdErr(tr("Invalid proxy mode %1").arg(tWord), true, true);
-            return false;
+            return printError(tr("Invalid proxy mode %1").arg(tWord));
         }
     }
     if (optPassed(OPT_PROXY) && !readProxy(optArg(OPT_PROXY, QString()), &tProxy)) {
-        writeStdErr(tr("Invalid proxy '%1'").arg(optArg(OPT_PROXY, QString())), true, true);
-        return false;
+        return printError(tr("Invalid proxy '%1'").arg(optArg(OPT_PROXY, QString())));
     }
     if (optPassed(OPT_PROXY_USER)) {
         tProxy.mUser = optArg(OPT_PROXY_USER, QString());
@@ -253,8 +247,7 @@ bool VKCApplication::updateProxy()
     tProxy.mEnabled = !tProxy.mHost.isEmpty();
     tProxy.mConfigured = tProxy.mEnabled;
     if (!mClient->setNetProxySettings(tMode, tProxy)) {
-        writeStdErr(tr("Failed to update proxy settings"), true, true);
-        return false;
+        return printError(tr("Failed to update proxy settings"));
     }
     return true;
 }
@@ -262,8 +255,7 @@ bool VKCApplication::updateProxy()
 bool VKCApplication::updateDataDirectory()
 {
     if (optPassed(OPT_DATA_DIR) && !mClient->setKdmlDataDirectory(optArg(OPT_DATA_DIR, QString()))) {
-        writeStdErr(tr("Failed to set the kdml data directory"), true, true);
-        return false;
+        return printError(tr("Failed to set the kdml data directory"));
     }
     return true;
 }
@@ -287,9 +279,9 @@ std::optional<int> VKCApplication::updateLanguage(const LanguageGroup& pGroup)
         }
         tStatus = fail(pGroup.mInvalid.arg(tLang));
     }
-    writeStdOut(pGroup.mHeadline, true, true);
+    printLine(pGroup.mHeadline);
     for (const QString& tCode : tLanguages) {
-        writeStdOut(u"  %1: %2"_s.arg(tCode, getLangName(tCode)), true, true);
+        printLine(u"  %1: %2"_s.arg(tCode, getLangName(tCode)));
     }
     return tStatus;
 }
@@ -299,13 +291,11 @@ bool VKCApplication::updateConfigVars()
     for (const QString& tArg : optArgs(OPT_CONFIG_VAR)) {
         const qsizetype tColon = tArg.indexOf(u':');
         if (tColon < 0) {
-            writeStdErr(tr("Invalid argument to --config-var: '%1'").arg(tArg), true, true);
-            return false;
+            return printError(tr("Invalid argument to --config-var: '%1'").arg(tArg));
         }
         const QString tName = tArg.left(tColon);
         if (!mClient->setConfigValue(tName, tArg.mid(tColon + 1))) {
-            writeStdErr(tr("Failed to set configuration variable '%1'").arg(tName), true, true);
-            return false;
+            return printError(tr("Failed to set configuration variable '%1'").arg(tName));
         }
     }
     return true;

@@ -28,12 +28,11 @@ int VKCApplication::cmdServiceStatus()
         return fail(tr("Failed to get current schedule parameters."));
     }
     if (tMode != vkcore::Scheduler::AutoUpdateAutomatic) {
-        writeStdOut(tr("Automatic updates are not enabled."), true, true);
+        printLine(tr("Automatic updates are not enabled."));
         return 0;
     }
     if (mService != nullptr) {
-        writeStdOut(tr("Automatic updates are enabled but the service is currently not running."), true,
-                    true);
+        printLine(tr("Automatic updates are enabled but the service is currently not running."));
         return 0;
     }
 
@@ -44,14 +43,14 @@ int VKCApplication::cmdServiceStatus()
         const QString tStored = mClient->getConfigValue(u"service.lastRun"_s, QString());
         tLastRun = dateTimeText(QLocale(QLocale::C).toDateTime(tStored, u"yyyyMMddhhmmss"_s));
     }
-    writeStdOut(tr("Last update: %1").arg(tLastRun), true, true);
-    writeStdOut(tr("Last result: %1").arg(tResultText), true, true);
+    printLine(tr("Last update: %1").arg(tLastRun));
+    printLine(tr("Last result: %1").arg(tResultText));
 
     const QString tStatus = serviceStatusText();
     const QString tProgress = serviceProgressText();
-    writeStdOut(tr("Current status: %1").arg(tStatus), true, true);
+    printLine(tr("Current status: %1").arg(tStatus));
     if (!tProgress.isEmpty()) {
-        writeStdOut(tr("Current progress: %1").arg(tProgress), true, true);
+        printLine(tr("Current progress: %1").arg(tProgress));
     }
     return 0;
 }
@@ -104,7 +103,7 @@ int VKCApplication::reportUpdateResult()
     }
     const QString tText = mClient->getLastServiceResultStr(true);
     const int tCode = resultCode(mClient->getLastServiceResult(true));
-    writeStdOut(tr("Update finished: %1").arg(tText), true, true);
+    printLine(tr("Update finished: %1").arg(tText));
     return tCode == 1 ? 0 : tCode + 100;
 }
 
@@ -145,10 +144,9 @@ void VKCApplication::checkCanceled()
         log(u"Current operation was canceled"_s);
     } else if (!safeToCancelUpate() && tRequest == 1) {
         clearCurrentLine();
-        writeStdOut(
+        printLine(
             tr("Aborting the installation process can lead to inconsistent installations. If you want to "
-               "abort the update anyway, please press Ctrl-C again."),
-            true, true);
+               "abort the update anyway, please press Ctrl-C again."));
         return;
     } else if (abortUpdate()) {
         return;
@@ -172,7 +170,7 @@ bool VKCApplication::abortUpdate()
 {
     log(u"Update was canceled (activity  = %1"_s.arg(vkcore::Types::serviceActivityToStr(mServiceActivity)));
     clearCurrentLine();
-    writeStdOut(tr("Aborting update ..."), true, true);
+    printLine(tr("Aborting update ..."));
 
     mCanceled = true;
     vkcore::IPCClient tClient(this, nullptr);

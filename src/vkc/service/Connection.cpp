@@ -15,11 +15,10 @@ bool VKCApplication::connectToServer(bool pStartService)
     if (connectToServer(mClient, pStartService)) {
         return true;
     }
-    writeStdErr(tr("Connection to the service failed!"), true, true);
+    printError(tr("Connection to the service failed!"));
     const QFileInfo tSocket(mClient->serverName());
     const QString tDir = tSocket.isRelative() ? QDir::tempPath() : tSocket.dir().absolutePath();
-    writeStdErr(tr("Please check the permissions of %1").arg(tDir), true, true);
-    return false;
+    return printError(tr("Please check the permissions of %1").arg(tDir));
 }
 
 bool VKCApplication::connectToServer(vkcore::IPCClient* pClient, bool pStartService)
@@ -39,12 +38,10 @@ bool VKCApplication::connectForChange()
         return false;
     }
     if (mClient->isServiceActive(nullptr)) {
-        writeStdErr(tr("Cannot update settings while the service is active."), true, true);
-        return false;
+        return printError(tr("Cannot update settings while the service is active."));
     }
     if (mClient->isVKClientActive()) {
-        writeStdErr(tr("Cannot update settings while the wizard is active."), true, true);
-        return false;
+        return printError(tr("Cannot update settings while the wizard is active."));
     }
     return true;
 }

@@ -64,12 +64,12 @@ void VKCApplication::writeServiceMessage(int pMsgType, const QString& pText, con
 {
     clearCurrentLine();
     writeMsgType(pMsgType);
-    writeStdOut(pText, true, true);
+    printLine(pText);
     if (!pDetails.isEmpty()) {
-        writeStdOut(tr("Details:"), true, true);
-        writeStdOut(pDetails, true, true);
+        printLine(tr("Details:"));
+        printLine(pDetails);
     }
-    writeStdOut(u"\n"_s, true, true);
+    printLine(u"\n"_s);
 }
 
 void VKCApplication::onMonitorQuitRequestReceived()
