@@ -89,7 +89,7 @@ QString VKCApplication::readPassword(const QString& pPrompt)
     if (tIsTerminal) {
         tcsetattr(tFd, TCSANOW, &tKept);
     }
-    return tLine.isNull() ? u""_s : tLine; // a null text would count as none given
+    return tLine.isNull() ? u""_s : tLine; // a null text would mean that none was given
 }
 
 QString VKCApplication::yesNo(bool pValue)

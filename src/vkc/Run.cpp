@@ -59,8 +59,8 @@ void VKCApplication::parseOptions(int pArgc, char** pArgv)
     mOptParser->parse(tGnu, mOptDesc, pArgc, pArgv, mOptions, mOptBuffer, tMinAbbrLen);
 }
 
-// Answers what the frame answers itself, in a fixed order, and else runs the command. A null
-// handler stands for no command or an unknown one.
+// Handles the common options in a fixed order, and otherwise runs the command. A null handler means no
+// command or an unknown one.
 int VKCApplication::runHandler(int (VKCApplication::*pHandler)(), bool pNoCommand)
 {
     if (mOptParser->error()) {

@@ -41,7 +41,7 @@ bool VKCApplication::loadUserConfig()
 
     const QString tLockPath = tFile.dir().absoluteFilePath(tFile.completeBaseName() + u".lock"_s);
     vkcore::LockFile tLock(this, tLockPath, vkcore::LockFile::Shared);
-    // Without a lock file nobody writes the configuration, and none is made here.
+    // Without a lock file no process writes the configuration, and none is created here.
     if (QFileInfo::exists(tLockPath)) {
         tLock.lock(1000, 50, false);
     }

@@ -19,7 +19,7 @@ VKCApplication* sApp = nullptr;
 QMutex sAppMutex; // guards sApp
 QMutex sAppRunMutex;
 
-// Only leaves a request, which checkCanceled takes up.
+// Only stores a request for checkCanceled.
 static void handle_signals(int pSignal)
 {
     sAppMutex.lock();
@@ -64,7 +64,7 @@ VKCApplication::~VKCApplication()
         }
     }
 
-    // A signal handler that ran inside the lock would wait for it for ever.
+    // A signal handler that ran inside the lock would deadlock.
     sigset_t tAll;
     sigset_t tBefore;
     sigfillset(&tAll);

@@ -30,11 +30,11 @@ struct Stats;
 
 namespace tarn::vkc {
 
-// The source that logAssertFailed is told, for all of the class.
+// The source name for logAssertFailed, for the whole class.
 inline constexpr char sSourcePath[] = "src/vkc/vkc_Application";
 
-// The whole program: the frame, and one cmd... method a command, which returns the exit status.
-// The methods lie in one source file a subject, as the comments below say.
+// The whole program: the common parts, and one cmd... method per command, which returns the exit status. The
+// methods are in one source file per subject, named in the comments below.
 class VKCApplication : public vkcore::OkiApplication
 {
     Q_OBJECT
@@ -56,7 +56,7 @@ public:
     void waitForFinished();
     void reloadTranslations();
 
-    // The form in which people read dates, whatever their locale; empty for an invalid date.
+    // The format of dates in output, independent of the locale; empty for an invalid date.
     static QString dateTimeText(const QDateTime& pDate);
 
 public Q_SLOTS:
@@ -74,7 +74,7 @@ private Q_SLOTS:
     void onMonitorDisconnected();
 
 private:
-    friend class CommandTableReader; // makes the completions of the shells
+    friend class CommandTableReader; // generates the shell completions
 
     struct CommandEntry
     {
@@ -116,16 +116,16 @@ private:
     QString optArg(unsigned long pOptIndex, const QString& pDefault);
     QList<QString> optArgs(unsigned long pOptIndex);
     bool optHasArg(unsigned long pOptIndex);
-    // The option's value, or what is typed at the prompt where it was given without one.
+    // The option's value, or the input at the prompt if it was given without one.
     QString optPassword(unsigned long pOptIndex, const QString& pPrompt);
-    // The command line has no option but the frame's.
+    // The command line has only common options.
     bool noOwnOptions() const;
 
     // service/Connection.cpp
     bool connectToServer(bool pStartService);
     bool connectToServer(vkcore::IPCClient* pClient, bool pStartService);
-    // Connects for a command that changes settings: false, with the reason on standard error, if
-    // there is no connection or somebody else is at work on the service.
+    // Connects for a command that changes settings: false, with the reason on standard error, if there is no
+    // connection or the service is busy.
     bool connectForChange();
 
     // service/Worker.cpp
@@ -178,9 +178,9 @@ private:
     int findServerByName(vkcore::ServerList* pServerList, const QString& pName);
     // Null, with the reason on standard error, if the service does not deliver it.
     vkcore::GRef<vkcore::ServerList> fetchServerList();
-    // The address rule: false, with the reason on standard error, for what is no https or file address.
+    // The address rule: false, with the reason on standard error, if it is not an https or file address.
     bool readAddress(const QString& pTyped, QString* pUri);
-    // A file address as a path, any other as it is stored.
+    // A file address as a path, any other unchanged.
     static QString addressText(const QUrl& pUrl, const QString& pStored);
 
     // commands/Update.cpp
@@ -196,7 +196,7 @@ private:
 
     // cmdline/CommandTables.cpp; a row of nulls ends each table.
     static const CommandEntry sCommands[];
-    static option::Descriptor sOptsNone[]; // its last row takes the list of commands
+    static option::Descriptor sOptsNone[]; // its last row is for the list of commands
 
     QString mUserConfigFile;
     QList<QTranslator*> mTranslators; // owned
@@ -222,7 +222,7 @@ private:
     QTimer mCancelTimer;
     bool mQuitRequested = false; // the service has asked its clients to quit
     int mCancelRequest = 0;      // 0 none, 1 polite, 2 forced; set by the signal handler
-    int mCancelCount = 0;        // polite requests taken so far
+    int mCancelCount = 0;        // polite requests handled so far
     bool mCanceled = false;      // no worker is started any more
 };
 

@@ -33,7 +33,7 @@ static QString nameForMessage(const option::Option& pOption)
     return nameAsTyped(pOption);
 }
 
-// The class is named in full below since lupdate takes the name as it stands for the context of the text.
+// The class name is qualified below because lupdate uses it literally as the context of the text.
 option::ArgStatus argUnkown(const option::Option& pOption, bool pMessage)
 {
     if (pMessage) {

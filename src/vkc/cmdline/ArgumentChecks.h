@@ -7,11 +7,11 @@ namespace tarn::vkc {
 // The check functions of the option tables. They write their message, if pMessage is true, to
 // standard error.
 
-// Of the row that takes every unknown option: refuses it.
+// For the row that matches every unknown option: refuses it.
 option::ArgStatus argUnkown(const option::Option& pOption, bool pMessage);
 // Refuses the option without a value.
 option::ArgStatus argRequired(const option::Option& pOption, bool pMessage);
-// Takes the option with a value or without.
+// Accepts the option with or without a value.
 option::ArgStatus argOptional(const option::Option& pOption, bool pMessage);
 
 } // namespace tarn::vkc

@@ -7,7 +7,7 @@
 
 namespace tarn::vkc {
 
-// The help column is printed as it stands: a tab ends a column, a newline a line.
+// The help column is printed literally: a tab ends a column, a newline a line.
 
 // clang-format off
 

@@ -2,8 +2,8 @@
 
 namespace tarn::vkc {
 
-// What the commands ask for. Two spellings of one option share an index, and so do options of
-// different commands that are read by the same code. 17 to 19 are not assigned.
+// The options of the commands. Two spellings of one option share an index, and so do options of different
+// commands with the same code. 17 to 19 are not used.
 enum OptionIndex : unsigned
 {
     OPT_UNKNOWN = 0,

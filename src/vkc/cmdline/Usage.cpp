@@ -8,7 +8,7 @@
 
 namespace tarn::vkc {
 
-// "monitoring" and "scheduling" stand crossed: the text is kept as users and scripts know it.
+// "monitoring" and "scheduling" are swapped; the text is kept because users and scripts know it.
 static const char sSettingsCommands[] = "\nAvailable commands:\n"
                                         "  show-settings  \tShow current settings\n"
                                         "  update-settings  \tChange current settings\n\n"

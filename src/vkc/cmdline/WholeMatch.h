@@ -5,8 +5,8 @@
 
 namespace tarn::vkc {
 
-// A match of the pattern, which is anchored at both ends, that takes the whole text: "$" alone
-// would let a newline at the end pass.
+// A match of the whole text with a pattern that is anchored at both ends: "$" alone would allow a newline at
+// the end.
 inline QRegularExpressionMatch
 wholeMatch(const QString& pPattern, const QString& pText,
            QRegularExpression::PatternOptions pOptions = QRegularExpression::NoPatternOption)

@@ -24,14 +24,14 @@ static int wrappedProduct(int pCount, int pFactor)
     return static_cast<int>(static_cast<unsigned>(pCount) * static_cast<unsigned>(pFactor));
 }
 
-// The start of the period that a text such as "3d" tells; false if it tells none.
+// The start of the period in a text such as "3d"; false if it is not one.
 static bool readPeriod(const QString& pTyped, QDateTime* pFrom)
 {
     const QRegularExpressionMatch tMatch = wholeMatch(u"^([0-9]+)([hdwm])$"_s, pTyped);
     if (!tMatch.hasMatch()) {
         return false;
     }
-    const int tCount = tMatch.captured(1).toInt(); // 0 for what no int can hold
+    const int tCount = tMatch.captured(1).toInt(); // 0 if it exceeds an int
     switch (tMatch.captured(2).at(0).unicode()) {
     case u'h':
         *pFrom = pFrom->addSecs(wrappedProduct(tCount, -3600));

@@ -78,7 +78,7 @@ static bool readDays(const QString& pTyped, int* pDays)
     return tOk && *pDays >= 1;
 }
 
-// Comma separated. On failure *pInvalid is the first entry that is no address.
+// Separated by commas. On failure *pInvalid is the first entry that is not an address.
 static bool readAddresses(const QString& pTyped, QList<QString>* pAddresses, QString* pInvalid)
 {
     const QRegularExpression tComma(u"\\s*,\\s*"_s);
@@ -132,8 +132,8 @@ bool VKCApplication::applyMonitoringOptions(MonitoringSettings* pSettings)
     if (optPassed(OPT_COMPUTER_NAME)) {
         pSettings->setClientName(optArg(OPT_COMPUTER_NAME, QString()));
     } else if (pSettings->clientName().isEmpty()) {
-        // What QHostInfo::localHostName() answers, without the network module: its libraries would make every
-        // command start a third slower.
+        // Same as QHostInfo::localHostName(), but without the network module, whose libraries would make
+        // every command start a third slower.
         pSettings->setClientName(QSysInfo::machineHostName());
     }
 

@@ -15,7 +15,7 @@ static constexpr int sLoginFlag = 1; // the check happens at the user's login, n
 
 namespace {
 
-// The schedule as it travels: always all of it.
+// The schedule as it is sent: always all of it.
 struct Schedule
 {
     Scheduler::AutoUpdateMode mMode = Scheduler::AutoUpdateManual;
@@ -85,7 +85,7 @@ int VKCApplication::cmdShowScheduleSettings()
     return 0;
 }
 
-// All checks come before the one call that writes: a refused command has changed nothing.
+// All checks come before the only call that writes, so a refused command has changed nothing.
 int VKCApplication::cmdUpdateScheduleSettings()
 {
     if (noOwnOptions()) {
@@ -151,7 +151,7 @@ bool VKCApplication::readInterval(Scheduler::AutoUpdateMode pMode, int* pFlags, 
         return true;
     }
     *pFlags &= ~sLoginFlag;
-    *pCount = tMatch.captured(1).toInt(); // 0 for what no int can hold
+    *pCount = tMatch.captured(1).toInt(); // 0 if it exceeds an int
     *pUnit = static_cast<Scheduler::PeriodUnit>(u"hdwm"_s.indexOf(tMatch.captured(2)));
     return true;
 }

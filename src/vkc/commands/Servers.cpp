@@ -73,7 +73,7 @@ int VKCApplication::cmdUpdateServer()
 {
     if (optPassed(OPT_MATCH_INDEX)) {
         const QString tTyped = optArg(OPT_MATCH_INDEX, QString());
-        const int tNumber = tTyped.toInt(); // 0 for what is no number
+        const int tNumber = tTyped.toInt(); // 0 if it is not a number
         if (tNumber < 1) {
             return fail(tr("Invalid server number %1.").arg(tTyped));
         }
@@ -86,8 +86,8 @@ int VKCApplication::cmdUpdateServer()
     return addOrChangeServer(-1, tName);
 }
 
-// A number above 0 changes the server of that number, else a name the server of that name; without
-// both a server is added. The service hears of it in the one call at the end.
+// A number above 0 changes the server with that number, otherwise a name the server with that name; without
+// both a server is added. Only the call at the end changes the service.
 int VKCApplication::addOrChangeServer(int pNumber, const QString& pName)
 {
     if (!connectForChange()) {
@@ -178,7 +178,7 @@ int VKCApplication::cmdRemoveServer()
     int tPosition = -1;
     if (optPassed(OPT_MATCH_INDEX)) {
         const QString tTyped = optArg(OPT_MATCH_INDEX, QString());
-        const int tNumber = tTyped.toInt(); // 0 for what is no number
+        const int tNumber = tTyped.toInt(); // 0 if it is not a number
         if (tNumber < 1 || tNumber > tList->mServers.size()) {
             return fail(tr("Invalid server number %1").arg(tTyped));
         }
@@ -194,7 +194,7 @@ int VKCApplication::cmdRemoveServer()
     return mClient->removeServer(tPosition) ? 0 : 1;
 }
 
-// The one exact match counts, else the one partial match, even beside several exact ones.
+// The only exact match counts, otherwise the only partial match, even if there are several exact ones.
 int VKCApplication::findServerByName(ServerList* pServerList, const QString& pName)
 {
     if (pName.isEmpty()) {

@@ -83,7 +83,7 @@ bool VKCApplication::showDataDirectory()
     return true;
 }
 
-// A failed query is told, but does not end the command: scripts rely on the lines that follow.
+// A failed query is reported but does not end the command: scripts depend on the lines that follow.
 void VKCApplication::showLanguages(bool pApp, bool pData)
 {
     if (!pApp && !pData) {
@@ -127,8 +127,8 @@ struct VKCApplication::LanguageGroup
     QString mHeadline;
 };
 
-// Each part is read, changed and sent back as a whole. What has been sent stays sent when a later
-// part fails.
+// Each part is read, changed and sent back as a whole. Parts already sent stay changed when a later one
+// fails.
 int VKCApplication::cmdUpdateSettings()
 {
     if (noOwnOptions()) {
@@ -260,8 +260,8 @@ bool VKCApplication::updateDataDirectory()
     return true;
 }
 
-// Without a value, or with one that can't be chosen, the option lists what can be chosen, and
-// the command ends with the list: nothing is reloaded.
+// Without a value, or with an invalid one, the option lists the possible values, and the command ends without
+// a reload.
 std::optional<int> VKCApplication::updateLanguage(const LanguageGroup& pGroup)
 {
     if (!optPassed(pGroup.mOption)) {

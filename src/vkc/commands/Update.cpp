@@ -109,10 +109,10 @@ int VKCApplication::reportUpdateResult()
 
 void VKCApplication::updateProgress()
 {
-    // The tick must not pile up behind its own blocking call.
+    // Ticks must not queue up behind their own blocking call.
     mProgressTimer.stop();
     writeProgress(serviceProgressText());
-    // The hard stop, which may have come meanwhile, leaves nobody to ask.
+    // After a hard stop, which may have happened meanwhile, there is no service to ask.
     if (mCancelTimer.isActive()) {
         mProgressTimer.start();
     }
@@ -152,7 +152,7 @@ void VKCApplication::checkCanceled()
         return;
     }
 
-    // The hard stop: whatever call the command waits in fails now.
+    // The hard stop: a call that the command waits for fails now.
     mCanceled = true;
     mCancelTimer.stop();
     mProgressTimer.stop();
@@ -165,7 +165,7 @@ void VKCApplication::checkCanceled()
     cleanupServiceWorker();
 }
 
-// True if the service has taken the order: the run then ends through the monitor, in the usual way.
+// True if the service has accepted the request: the run then ends through the monitor as usual.
 bool VKCApplication::abortUpdate()
 {
     log(u"Update was canceled (activity  = %1"_s.arg(vkcore::Types::serviceActivityToStr(mServiceActivity)));

@@ -108,7 +108,7 @@ QString VKCApplication::serviceStatusText()
     return QString();
 }
 
-// Cut, not rounded, and not clamped to 100; only what no int can hold is brought to its ends.
+// Truncated, not rounded, and not limited to 100, only to the range of int.
 static int percentage(long long pDone, long long pTotal)
 {
     if (pTotal <= 0) {

@@ -8,8 +8,8 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::vkc {
 
-// A service process of this run. QProcess kills what still runs when it is destroyed; a service
-// that has announced its own end is left to come to it.
+// A service process of this run. QProcess kills a running process when it is destroyed; a service that has
+// announced its end may finish.
 class WorkerProcess : public QProcess
 {
 public:
@@ -45,8 +45,8 @@ bool VKCApplication::startService()
     return tStarted;
 }
 
-// The client waits for a socket that a worker is to make; no worker, no socket. A worker also ends where
-// another service has made one meanwhile: then the client goes on with that.
+// The client waits for the socket of the worker; without a worker there will be none. A worker also ends if
+// another service has created the socket meanwhile: then the client uses that one.
 bool VKCApplication::pingWorker(vkcore::IPCClient* pClient)
 {
     const auto tGiveUp = [this, pClient] {
@@ -78,7 +78,7 @@ void VKCApplication::cleanupServiceWorker()
     tClient.setConnectTimeout(2);
     const bool tAsked = connectToServer(&tClient, false) && tClient.quitService();
 
-    // A cancel request that came up in these calls may have been here and done it all.
+    // A cancel request during these calls may have done all of this already.
     if (mService == nullptr) {
         return;
     }

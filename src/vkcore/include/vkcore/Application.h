@@ -17,11 +17,11 @@ namespace tarn::vkcore {
 
 class LogFile;
 
-// The frame of a program: directories, configuration, log, language. A counted object; the program holds it
-// by a GRef. The order of the virtual functions is part of the interface.
+// The common parts of a program: directories, configuration, log, language. A reference-counted object; the
+// program owns it through a GRef. The order of the virtual functions is part of the interface.
 //
-// finalize() is called once, when the event loop of the QCoreApplication has stopped and before exec()
-// returns to the program, so blocking calls made there still work.
+// finalize() is called once, after the event loop of the QCoreApplication has stopped and before exec()
+// returns, so blocking calls in it still work.
 class VKCORE_EXPORT Application : public QObject, public CountedObject
 {
     Q_OBJECT
@@ -38,7 +38,7 @@ public:
     virtual void initApplicationDirs();
     virtual void initUserDirs();
     virtual void finalizeDirs();
-    // Removes this application's own directory of temporary data, if one was made.
+    // Removes this application's directory of temporary data, if one was created.
     virtual void eraseAppUserDir();
     // Opens the log. A log that can't be written never disturbs the program.
     virtual void initLogFile();
@@ -50,24 +50,25 @@ public:
     virtual void finalize();
 
     // Appends one line with time and process number to the log, in a single write. May be called on any
-    // thread. What comes before initLogFile is written then.
+    // thread. Lines before initLogFile are written by it.
     void log(const QString& pText);
     // Logs a failed check and returns.
     void logAssertFailed(const char* pExpression, const char* pFile, int pLine);
 
-    // QCoreApplication's name and version where the program has set none, the executable's and the library's.
+    // QCoreApplication's name and version; if the program has set none, the executable's name and the
+    // library's version.
     QString getAppName() const;
     Version getAppVersion() const;
     // "de", "pt_BR": the key application.language, else the language of the locale.
     const QString& getAppLang() const { return mAppLang; }
-    // <prefix>/share/rkm beside the executable's bin folder, without a closing slash.
+    // <prefix>/share/rkm beside the executable's bin folder, without a trailing slash.
     QString getAppEtcDir() const;
     QString getConfigPrefix() const { return mConfigPrefix; }
     const std::shared_ptr<Config>& getConfig() const { return mConfig; }
     QString getLogDir() const;
     // Names the log directory; takes effect in initUserDirs.
     void setLogDirName(const QString& pName) { mLogDirName = pName; }
-    // The language's own name ("Deutsch"); the code itself where it is unknown, also an empty one.
+    // The language's own name ("Deutsch"); for an unknown or empty code the code itself.
     QString getLangName(const QString& pCode) const;
     // The codes that can be chosen, from the keys application.languages and data.languages, else the
     // library's own list.
@@ -104,7 +105,7 @@ private:
     std::unique_ptr<Util> mUtil;
     QMutex mLogMutex; // log() may be called on any thread
     std::unique_ptr<LogFile> mLogFile;
-    QList<QString> mEarlyLog; // what was logged before the log file was known
+    QList<QString> mEarlyLog; // lines logged before the log file was known
 };
 
 } // namespace tarn::vkcore

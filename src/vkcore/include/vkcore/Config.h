@@ -12,7 +12,7 @@ namespace tarn::vkcore {
 class VKCORE_EXPORT Config
 {
 public:
-    // Where a value comes from; higher kinds win over lower ones whatever the order of loading.
+    // The origin of a value; higher kinds override lower ones, in whatever order they are loaded.
     enum ValueType : int
     {
         DefaultValue = -1, // built into the library
@@ -20,17 +20,16 @@ public:
         UserValue = 1,     // the user's file
     };
 
-    // The value of a key, an empty text where it has none. Numbers, dates and truth values come as
-    // they stand in the file, lists joined by commas.
+    // The value of a key; empty if it has none. Numbers, dates and booleans are returned as written in the
+    // file, lists joined by commas.
     QString getStrValue(const QString& pKey) const;
     QString getStrValue(const QString& pKey, const QString& pDefault) const;
     bool hasValue(const QString& pKey) const;
     void setValue(const QString& pKey, const QString& pValue, ValueType pType);
 
-    // Reads the file pPath into the configuration under the name pName, which stands in error
-    // texts. pMustExist true makes a missing file an error. False, with errorText() set and the configuration
-    // as before, if the file can't be read, is no TOML, is larger than 1 MiB, or has a key of more than 32
-    // parts or 255 characters.
+    // Reads the file pPath into the configuration; error texts call it pName. With pMustExist a missing file
+    // is an error. False, with errorText() set and the configuration unchanged, if the file can't be read, is
+    // not TOML, is larger than 1 MiB, or has a key of more than 32 parts or 255 characters.
     bool load(const QString& pPath, const QString& pName, ValueType pType, bool pMustExist);
     const QString& errorText() const { return mErrorText; }
 

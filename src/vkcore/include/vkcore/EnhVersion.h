@@ -9,8 +9,7 @@
 
 namespace tarn::vkcore {
 
-// A version with the date of its making: two packages of the same version number
-// are told apart by it.
+// A version with its date, which distinguishes packages with the same version number.
 class VKCORE_EXPORT EnhVersion
 {
 public:
@@ -20,7 +19,7 @@ public:
     const Version& version() const { return mVersion; }
     const QDateTime& date() const { return mDate; }
 
-    // "1.2.3 (2024-03-07)"; the version alone where the date is not valid.
+    // "1.2.3 (2024-03-07)"; only the version if the date is not valid.
     QString toString() const;
 
     // By version, then by date; an invalid date is older than any valid one.

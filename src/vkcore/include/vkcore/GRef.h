@@ -8,8 +8,8 @@
 
 namespace tarn::vkcore {
 
-// Base of the objects that are held by counted handles. A new object has the
-// count 0; the release that brings the count back to 0 deletes the object.
+// Base of reference-counted objects. A new object has the count 0; the release that brings the count back to
+// 0 deletes the object.
 class VKCORE_EXPORT CountedObject
 {
 public:
@@ -32,8 +32,8 @@ private:
     mutable QAtomicInt mRefCount{0};
 };
 
-// A handle on a counted object: takes one reference, and lets it go with itself.
-// T needs addRef() and release().
+// A handle on a reference-counted object: holds one reference until it is destroyed. T needs addRef() and
+// release().
 template <typename T>
 class GRef
 {

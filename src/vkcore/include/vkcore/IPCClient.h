@@ -20,20 +20,19 @@ class ServerList;
 
 // The client end of the service's socket.
 //
-// Every operation blocks until its answer is there, at most 30 seconds or as setConnectTimeout() says, in a
-// local event loop: timers fire while it waits. The operations are re-entrant: one may begin while another
-// waits, on the same or another client, and close() from inside ends every waiting call of this client with
-// its failure value; so does the end of the client itself. All clients of a process belong to one thread,
-// which needs a QCoreApplication.
+// Every operation blocks in a local event loop until its answer arrives, for at most 30 seconds or the time
+// of setConnectTimeout(). Timers fire while it waits. The operations are reentrant: one may begin while
+// another waits, on the same or another client. close() during a wait ends every waiting call of this client
+// with its failure value, and so does the destructor. All clients of a process belong to one thread, which
+// needs a QCoreApplication.
 //
-// The first operation connects. A link that the service has ended fails the calls that wait for an answer, or
-// else the next one; the call behind that connects anew, without waiting for a service that is not there.
-// Nothing connects after close().
+// The first operation connects. If the service closes the connection, the waiting calls fail, or otherwise
+// the next one; the call after that connects again, without waiting for a missing service. Nothing connects
+// after close().
 //
-// The signals come only after enterMonitorMode(), and only from the plain event loop: while any
-// blocking call of the process is under way they are held back, so that none comes at a moment when its
-// receiver can't act on it. Their order is kept, and none is lost but for the end of an earlier run, see
-// triggerUpdate().
+// The signals are emitted only after enterMonitorMode(), and only from the main event loop: they are delayed
+// during any blocking call of the process, when a receiver could not act on them. They keep their order, and
+// none is lost, except for the end of an earlier run, see triggerUpdate().
 //
 // Failure is false, or the value named below; the reason is written to the application's log.
 class VKCORE_EXPORT IPCClient : public QObject
@@ -44,33 +43,32 @@ public:
     IPCClient(Application* pApp, QObject* pParent);
     ~IPCClient() override;
 
-    // A name, which lies in QDir::tempPath(), or an absolute path. If none is set it is the configuration key
-    // service.socketName. Without that key it is /run/vkservice/socket for root and for whoever may write to
-    // that socket, $XDG_RUNTIME_DIR/vkservice.socket for others, and "vkservice" where they have no such
-    // folder.
+    // A name in QDir::tempPath(), or an absolute path. If none is set, the configuration key
+    // service.socketName is used. Without that key it is /run/vkservice/socket for root and for users who may
+    // write to that socket, $XDG_RUNTIME_DIR/vkservice.socket for others, and "vkservice" if they have no
+    // such folder.
     void setServerName(const QString& pName);
     const QString& serverName() const;
-    // How long a connection may take, and then each answer on it, in seconds; 30 if not set. A socket that
-    // does not exist or that nobody listens on yet is waited for as long, since a service may just be
-    // starting.
+    // How long a connection may take, and then each answer on it, in seconds; 30 if not set. An operation
+    // waits that long for a missing or unused socket, because a service may be starting.
     void setConnectTimeout(int pSeconds);
 
-    // True if a service answers within pTimeoutMs milliseconds. False at once where nobody listens, and
-    // where the peer runs neither as root nor as this user. A false result is not logged.
+    // True if a service answers within pTimeoutMs milliseconds. False at once if no process listens, or if
+    // the peer runs neither as root nor as this user. A false result is not logged.
     bool testConnect(int pTimeoutMs);
     bool ping();
     bool isConnected() const;
-    // Drops the connection for good: waiting calls and all later ones fail, and no more signals come.
-    // Harmless if never connected.
+    // Closes the connection for good: waiting and later calls fail, and no more signals are emitted. Harmless
+    // if never connected.
     void close();
     bool enterMonitorMode();
 
-    // *pOk, which may be null, is false where the result is only the fall-back.
+    // *pOk, if not null, is false if the result is only the fallback.
     bool isServiceActive(bool* pOk);           // false on failure
     bool isVKClientActive();                   // false on failure
     ServiceStatus getServiceStatus(bool* pOk); // StatusIdle on failure
-    // Bytes and steps of the activity under way, and the packages of the run; any pointer may be null.
-    // pDone of pTotal is the share to show, in no unit.
+    // Bytes and steps of the current activity, and the packages of the run; any pointer may be null. pDone of
+    // pTotal is the share to show, without a unit.
     bool getServiceProgress(ServiceActivity* pActivity, bool* pCancelable, QString* pText,
                             long long* pBytesDone, long long* pBytesTotal, long long* pDone,
                             long long* pTotal, int* pPackage, int* pPackageCount, int* pFailedCount);
@@ -78,14 +76,14 @@ public:
     int getLastServiceResult(bool pThisSession);
     QString getLastServiceResultStr(bool pThisSession);
 
-    // The monitors of this process are no longer told of a run that had ended before the order was sent: a
-    // status of idle, suppressed or error that was there by then is dropped.
+    // The monitors of this process no longer receive the end of a run that had ended before the request was
+    // sent: an undelivered status of idle, suppressed or error is dropped.
     bool triggerUpdate(bool pManual);
     bool abortUpdate();
     bool quitService();
     bool reloadConfig();
 
-    // Each pointer may be null; the password is asked for only where pPassword is given.
+    // Each pointer may be null; the password is requested only if pPassword is given.
     bool getDefaultServer(QString* pUri, QString* pUser, QString* pPassword);
     bool updateDefaultServer(const QString& pUri, const QString& pUser, const QString& pPassword);
     bool getNetProxySettings(NetProxyMode* pMode, NetProxy* pProxy);
@@ -93,7 +91,7 @@ public:
     QString getKdmlDataDirectory(); // null on failure
     bool setKdmlDataDirectory(const QString& pPath);
     bool getLanguages(QString* pAppLang, QString* pDataLang);
-    // A null text leaves that language as it is.
+    // A null text leaves that language unchanged.
     bool setLanguages(const QString& pAppLang, const QString& pDataLang);
     QString getConfigValue(const QString& pName, const QString& pDefault); // pDefault on failure
     bool setConfigValue(const QString& pName, const QString& pValue);
@@ -126,7 +124,7 @@ Q_SIGNALS:
 
 private:
     class Private;
-    std::shared_ptr<Private> d; // shared with the calls under way
+    std::shared_ptr<Private> d; // shared with waiting calls
 };
 
 } // namespace tarn::vkcore

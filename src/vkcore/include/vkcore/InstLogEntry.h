@@ -16,8 +16,8 @@ class VKCORE_EXPORT InstLogEntry : public CountedObject
 public:
     LangString mName;
     Version mVersion;
-    QDateTime mVersionDate; // when this version was made; invalid where the package does not say
-    QDateTime mDate;        // when the entry was made, local time
+    QDateTime mVersionDate; // date of this version; invalid if the package has none
+    QDateTime mDate;        // date of the entry, local time
     QString mStatus;        // "ok", "child_packages_updated", "warning", "error"
     LangString mInstallReport;
 

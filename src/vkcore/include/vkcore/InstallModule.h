@@ -13,16 +13,16 @@ namespace tarn::vkcore {
 
 class Application;
 
-// What an install module hands out to read the log of installed updates.
+// Reads the log of installed updates; provided by an install module.
 class VKCORE_EXPORT Installer
 {
 public:
     virtual ~Installer();
 
-    // Appends the entries made from pFrom to pTo, both included, oldest first, at most pMaxCount of them:
-    // the newest ones where there are more. An invalid date is no limit. pTopLevelOnly leaves out
-    // packages that came along with another one. False if the log can't be read; the reason is in the
-    // application log and pEntries is as before.
+    // Appends the entries made from pFrom to pTo, both included, oldest first, at most pMaxCount of them: the
+    // newest ones where there are more. An invalid date is no limit. pTopLevelOnly omits packages that were
+    // only required by another one. False if the log can't be read; the reason is in the application log and
+    // pTo is unchanged.
     virtual bool getInstallLog(QList<GRef2<InstLogEntry>>* pEntries, const QDateTime& pFrom,
                                const QDateTime& pTo, int pMaxCount, bool pTopLevelOnly) = 0;
 };
@@ -32,7 +32,7 @@ public:
 class VKCORE_EXPORT InstallModule : public CountedObject
 {
 public:
-    // pModule says which log: 14 is that of the service's packages, the only one there is.
+    // pModule selects the log: 14 is that of the service's packages, the only one.
     InstallModule(Application* pApp, int pModule);
 
     // False if the log can't be opened; the reason is in the application log. A log

@@ -18,9 +18,8 @@ public:
     const QMap<QString, QString>& values() const { return mValues; }
     bool isEmpty() const { return mValues.isEmpty(); }
 
-    // The text in pLang, else in its language without the country, else in English, else in
-    // the first language that has one. The reference holds until the next change; it is
-    // an empty text where there is none.
+    // The text in pLang, else in its language without the country, else in English, else in the first
+    // language that has one. Empty if there is none. The reference is valid until the next change.
     const QString& bestValue(const QString& pLang) const;
 
     bool operator==(const LangString&) const = default;

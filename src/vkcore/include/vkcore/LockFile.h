@@ -8,8 +8,8 @@ namespace tarn::vkcore {
 
 class Application;
 
-// An advisory lock between processes, held on a file that is made if it is missing and
-// never removed. The lock ends with the object or with the process.
+// An advisory lock between processes on a file, which is created if missing and never removed. The lock ends
+// with the object or the process.
 class VKCORE_EXPORT LockFile
 {
 public:
@@ -24,8 +24,8 @@ public:
     LockFile(const LockFile&) = delete;
     LockFile& operator=(const LockFile&) = delete;
 
-    // Tries for pTimeoutMs milliseconds, every pIntervalMs. False if the lock could not be had in time or
-    // the file could not be opened; the reason goes to the application log where pLogFailure is true.
+    // Tries for pTimeoutMs milliseconds, every pIntervalMs. False if the lock was not acquired in time or the
+    // file could not be opened; the reason is logged if pLogFailure is true.
     bool lock(int pTimeoutMs, int pIntervalMs, bool pLogFailure);
 
 private:

@@ -28,8 +28,8 @@ class VKCORE_EXPORT MonitoringEmailList : public QList<MonitoringEmail>
 {
 public:
     MonitoringEmailList() = default;
-    // One unverified entry for each address. The service keeps the flag of an address that
-    // its old list holds too.
+    // One unverified entry for each address. The service keeps the flag of an address that is in its old
+    // list, too.
     explicit MonitoringEmailList(const QList<QString>& pAddresses);
 };
 

@@ -8,7 +8,7 @@
 
 namespace tarn::vkcore {
 
-// What the service reports by e-mail. Periods count days.
+// What the service reports by e-mail. Periods are in days.
 class VKCORE_EXPORT MonitoringSettings
 {
 public:

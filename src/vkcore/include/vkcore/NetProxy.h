@@ -13,7 +13,7 @@ enum NetProxyMode : int
     NetProxyModeManual = 2, // the stored NetProxy counts
 };
 
-// "os" and "manual", exactly so. Any other word sets *pOk to false and gives NetProxyModeOs.
+// Exactly "os" or "manual". Any other word sets *pOk to false and returns NetProxyModeOs.
 VKCORE_EXPORT NetProxyMode netProxyModeFromStr(const QString& pWord, bool* pOk);
 
 // A proxy for the service's downloads. It counts as set up only if mEnabled and mConfigured are both true.
@@ -31,7 +31,7 @@ struct VKCORE_EXPORT NetProxy
     QString mUser;
     QString mPassword;
     bool mPasswordChanged =
-        false; // the service takes mPassword only where this is true, and keeps the stored one else
+        false; // the service uses mPassword only if this is true, and otherwise keeps the stored one
 };
 
 } // namespace tarn::vkcore

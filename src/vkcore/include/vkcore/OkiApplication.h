@@ -16,7 +16,7 @@ public:
     ~OkiApplication() override;
 
     // Calls initApplicationDirs, loadApplicationConfig, initUserDirs, initLogFile and loadUserConfig in this
-    // order, all of them whatever the others return. False if one of them failed.
+    // order, all of them even if some fail. False if one of them failed.
     bool init() override;
     // Ends the event loop with the status.
     void requestQuit(int pStatus) override;

@@ -4,15 +4,15 @@
 
 namespace tarn::vkcore {
 
-// The arguments of this process, its own name first, byte for byte as the process was given them.
-// The strings live to the end of the process, also behind the object's own end.
+// The arguments of this process, its name first, byte for byte. The strings live until the process ends, also
+// after the object was destroyed.
 class VKCORE_EXPORT ProcessArgumentList
 {
 public:
     ProcessArgumentList();
 
     int argc() const;
-    char** argv() const; // argc() strings and a null pointer behind them
+    char** argv() const; // argc() strings, then a null pointer
 };
 
 } // namespace tarn::vkcore

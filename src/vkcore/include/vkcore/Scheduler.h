@@ -25,11 +25,10 @@ public:
         PeriodMonth = 3,
     };
 
-    // The first of pDate + k * period, k = 0, 1, 2, ..., that lies at least pLeadSeconds behind pNow
-    // (behind the present moment where pNow is invalid). Months are counted from the day of pDate:
-    // 31 January, 28 February, 31 March. It is computed in one step however long ago pDate is.
-    // Where that lies behind the year 9999 it is the last day of that year.
-    // A pCount of 0 or less, or an invalid pDate, gives pNow + pLeadSeconds.
+    // The first of pDate + k * period, k = 0, 1, 2, ..., that is at least pLeadSeconds after pNow (the
+    // current time if pNow is invalid). Months are counted from the day of pDate: 31 January, 28 February, 31
+    // March. Takes constant time, however long ago pDate is. After the year 9999 it is the last day of that
+    // year. With a pCount of 0 or less, or an invalid pDate, it is pNow + pLeadSeconds.
     static QDateTime nextValidUpdateTime(const QDateTime& pDate, int pCount, PeriodUnit pUnit,
                                          const QDateTime& pNow, int pLeadSeconds);
 };

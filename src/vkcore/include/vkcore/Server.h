@@ -12,21 +12,22 @@ namespace tarn::vkcore {
 
 class Application;
 
-// An update server of the service's list. A new one is enabled, not the default, and has no texts.
+// An update server of the service's list. A new one is enabled, is not the default, and has no texts.
 class VKCORE_EXPORT Server : public CountedObject
 {
 public:
     explicit Server(Application* pApp);
 
     const QString& getName() const { return mName; }
-    // A name made from the address: the host, or the last folder of a file address; empty without an address.
+    // A name derived from the address: the host, or the last folder of a file address; empty without an
+    // address.
     QString getSuggestedName() const;
     // The address as stored, a fully encoded URL.
     const QString& getUri() const { return mUri; }
     QUrl getUrl() const;
     const QString& getUserName() const { return mUserName; }
-    // The password that was set on this object; none where setPassword was not called, which
-    // leaves the stored password of a changed server as it is.
+    // The password that was set on this object; none if setPassword was not called, which keeps the stored
+    // password of a changed server.
     const std::optional<QString>& getPassword() const { return mPassword; }
     bool savePassword() const { return mSavePassword; }
     bool isDefault() const { return mDefault; }

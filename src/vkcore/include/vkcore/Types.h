@@ -10,7 +10,7 @@ class QDebug;
 
 namespace tarn::vkcore {
 
-// What phase the update machine of the service is in.
+// The state of the service's updates.
 enum ServiceStatus : int
 {
     StatusIdle = 0,

@@ -18,8 +18,8 @@ public:
     {
     }
 
-    // Reads one to four numbers joined by dots, each 0 to 2147483647; missing ones are 0.
-    // Anything else sets *pOk to false and gives 0.0.0.0. pOk may be null.
+    // Reads one to four numbers joined by dots, each 0 to 2147483647; missing ones are 0. Anything else sets
+    // *pOk to false and returns 0.0.0.0. pOk may be null.
     static Version fromString(const QString& pText, bool* pOk = nullptr);
 
     // "1.2.3.4": always all four numbers; the form of logs and files.
