@@ -63,7 +63,7 @@ Failure ArchiveReader::failure() const
         return Failure::fromErrno(mReadErrno, u"read %1"_s.arg(mPath));
     }
     const char* tText = archive_error_string(mArchive);
-    return Failure::content(u"The package %1 is no readable archive: %2"_s.arg(
+    return Failure::content(u"The package %1 is not a readable archive: %2"_s.arg(
         mPath, QString::fromUtf8(tText == nullptr ? "unknown format" : tText)));
 }
 

@@ -54,7 +54,7 @@ Failure GenerationReader::manifest(qint64 pNumber, Manifest* pTo)
     }
     return pTo->mGeneration == pNumber
                ? Failure()
-               : Failure::content(u"%1 is damaged: it is that of another generation"_s.arg(tPath));
+               : Failure::content(u"%1 is damaged: it belongs to another generation"_s.arg(tPath));
 }
 
 Failure GenerationReader::intent(Manifest* pTo)
@@ -91,7 +91,7 @@ Failure GenerationReader::current(Manifest* pTo, QString* pDamage)
     if (!newestSoundBefore(tNumber, pTo)) {
         *pTo = Manifest();
         return Failure::content(
-            u"%1, and no generation before it is sound. To have all packages installed again, "
+            u"%1, and no earlier generation is valid. To install all packages again, "
             "remove the link %2 and start the update"_s.arg(tFailure.mText, mFolders.currentLink()));
     }
     if (pDamage != nullptr) {

@@ -45,8 +45,7 @@ Failure Installation::read()
     }
     if (!tIsSound) {
         return Failure::content(
-            u"%1 is damaged. Remove it: what it says is made again from the folders of packages"_s.arg(
-                mPath));
+            u"%1 is damaged. Remove it: it is rebuilt from the folders of packages"_s.arg(mPath));
     }
     mId = tId;
     mRoots = tRoots;

@@ -93,7 +93,7 @@ bool packageFrom(const QJsonObject& pFrom, InstalledPackage* pTo, QString* pErro
     pTo->mFolder = pFrom.value("folder"_L1).toString();
     pTo->mParent = pFrom.value("parent"_L1).toString();
     if (!tHash || !PackageFolders::isPlaceOf(pTo->mFolder, pTo->mInfo, *tHash)) {
-        *pError = u"the hash or the folder of the package %1 is not right"_s.arg(pTo->mInfo.mName);
+        *pError = u"the hash or the folder of the package %1 is invalid"_s.arg(pTo->mInfo.mName);
         return false;
     }
     pTo->mHash = *tHash;

@@ -69,9 +69,10 @@ bool isOurs(const struct stat& pStat)
 
 Failure notMounted(const QString& pRoot)
 {
-    return refused(u"The packages in %1 are not there: its file %2 is missing, as when a disk is not "
-                   "mounted. Nothing was written to it. Mount the disk. If its contents are lost, make "
-                   "%1 with an empty file %2 in it, and start the update"_s.arg(pRoot, Roots::markerName()));
+    return refused(
+        u"The packages in %1 are missing: its file %2 does not exist, perhaps because a disk is not "
+        "mounted. Nothing was written to it. Mount the disk. If its contents are lost, create "
+        "%1 with an empty file %2 in it, and start the update"_s.arg(pRoot, Roots::markerName()));
 }
 
 } // namespace
@@ -186,8 +187,8 @@ Failure Roots::openFolder(Claim* pClaim, const std::function<Vouched()>& pVouche
     }
     if (tIsThere && tVouched == Vouched::Nothing && !isEmpty(pClaim->mPath, pClaim->mInside)) {
         return refused(u"The folder %1 is not empty and does not belong to this installation; nothing in "
-                       "it was touched. Choose an empty folder. To have packages installed beside what "
-                       "is there, make an empty file %2 in it"_s.arg(pClaim->mPath, markerName()));
+                       "it was changed. Choose an empty folder. To install packages beside the existing "
+                       "files, create an empty file %2 in it"_s.arg(pClaim->mPath, markerName()));
     }
     pClaim->mIsLeft = tVouched == Vouched::Nothing && mNew == NewRoots::Leave;
     if (tIsThere || pClaim->mIsLeft) {
@@ -250,7 +251,7 @@ Failure Roots::readMarker(Claim* pClaim)
     } else if (!tIsSound || tId != mInstallation.id()) {
         return refused(
             u"The folder %1 belongs to another installation, as its file %2 says; nothing in it was "
-            "touched. Choose another folder. If that installation is gone, empty the file: "
+            "changed. Choose another folder. If that installation is gone, empty the file: "
             "truncate -s 0 %1/%2"_s.arg(pClaim->mPath, markerName()));
     }
     pClaim->mFound = Claim::Marker::Ours;

@@ -76,10 +76,10 @@ private:
     {
         // The folder is new and only this archive writes to it: what is there already came out of it, too.
         if (errno == EEXIST) {
-            return refuseEntry(pPath, "is in it twice");
+            return refuseEntry(pPath, "occurs twice");
         }
         if (errno == ELOOP || errno == ENOTDIR) {
-            return refuseEntry(pPath, "leads through something that is no folder");
+            return refuseEntry(pPath, "goes through something that is not a folder");
         }
         return Failure::fromErrno(errno, u"write %1/%2"_s.arg(mFolder, QString::fromUtf8(pPath)));
     }
@@ -111,7 +111,7 @@ Failure Unpacking::takeEntry(archive_entry* pEntry)
     const QByteArray tPath = ArchiveReader::pathOf(pEntry);
     const std::optional<QByteArrayList> tNames = entryPath(tPath, mLimits.mMaxDepth);
     if (!tNames) {
-        return refuseEntry(tPath, "is no path inside a package");
+        return refuseEntry(tPath, "is not a path inside a package");
     }
     if (archive_entry_hardlink(pEntry) != nullptr) {
         return refuseEntry(tPath, "is a hard link");
@@ -121,7 +121,7 @@ Failure Unpacking::takeEntry(archive_entry* pEntry)
         return mChain.enter(*tNames) < 0 ? systemFailure(tPath) : Failure();
     }
     if (tNames->isEmpty() || (tType != AE_IFREG && tType != AE_IFLNK)) {
-        return refuseEntry(tPath, "is no file, folder or link");
+        return refuseEntry(tPath, "is not a file, folder or link");
     }
     const int tDirFd = mChain.enter(tNames->first(tNames->size() - 1));
     if (tDirFd < 0) {
@@ -136,7 +136,7 @@ Failure Unpacking::takeLink(archive_entry* pEntry, const QByteArray& pPath, int 
 {
     const QByteArray tTarget = ArchiveReader::linkTargetOf(pEntry);
     if (!linkStaysInside(tTarget, static_cast<int>(pNames.size()) - 1)) {
-        return refuseEntry(pPath, "is a link that leads out of the package");
+        return refuseEntry(pPath, "is a link that points outside the package");
     }
     return mFileSystem.symlinkAt(tTarget, pDirFd, pNames.last()) != 0 ? systemFailure(pPath) : Failure();
 }
@@ -146,7 +146,7 @@ Failure Unpacking::takeFile(archive_entry* pEntry, const QByteArray& pPath, int 
 {
     const qint64 tSize = archive_entry_size(pEntry);
     if (tSize > mRoom) {
-        return refuse(u"it holds more than the %1 bytes it was announced with"_s.arg(mLimits.mMaxBytes));
+        return refuse(u"it has more than the announced %1 bytes"_s.arg(mLimits.mMaxBytes));
     }
     const mode_t tMode = (archive_entry_perm(pEntry) & 0111) != 0 ? sProgramMode : sFileMode;
     const int tFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
@@ -208,7 +208,7 @@ Failure Unpacking::write(int pFd, const QByteArray& pPath, const char* pData, qi
         return Failure::canceled();
     }
     if (pSize > mRoom) {
-        return refuse(u"it holds more than the %1 bytes it was announced with"_s.arg(mLimits.mMaxBytes));
+        return refuse(u"it has more than the announced %1 bytes"_s.arg(mLimits.mMaxBytes));
     }
     if (os::writeAll(mFileSystem, pFd, pData, static_cast<size_t>(pSize)) != 0) {
         return systemFailure(pPath);

@@ -47,7 +47,7 @@ qint64 JsonReader::integer(const QJsonObject& pFrom, const char* pName, qint64 p
     const QJsonValue tValue = member(pFrom, pName, QJsonValue::Double);
     const qint64 tNumber = tValue.toInteger(pLeast - 1);
     if (tNumber < pLeast) {
-        fail(u"\"%1\" is no whole number of %2 or more"_s.arg(QLatin1String(pName)).arg(pLeast));
+        fail(u"\"%1\" is not an integer of %2 or more"_s.arg(QLatin1String(pName)).arg(pLeast));
         return pLeast;
     }
     return tNumber;
@@ -59,7 +59,7 @@ QStringList JsonReader::strings(const QJsonObject& pFrom, const char* pName)
     const QJsonArray tArray = array(pFrom, pName);
     for (const QJsonValue tValue : tArray) {
         if (!tValue.isString()) {
-            fail(u"\"%1\" holds something other than texts"_s.arg(QLatin1String(pName)));
+            fail(u"\"%1\" has an element that is not a text"_s.arg(QLatin1String(pName)));
             break;
         }
         tResult.append(tValue.toString());

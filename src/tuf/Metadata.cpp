@@ -79,7 +79,7 @@ QJsonObject readSigned(const QByteArray& pFile, const QString& pType, JsonReader
     const QJsonDocument tDocument = QJsonDocument::fromJson(pFile, &tProblem);
     if (!tDocument.isObject()) {
         pReader->fail(tProblem.error != QJsonParseError::NoError ? tProblem.errorString()
-                                                                 : u"it is no object"_s);
+                                                                 : u"it is not an object"_s);
         return QJsonObject();
     }
     pTo->mSignatures = readSignatures(pReader->array(tDocument.object(), "signatures"), pReader);
@@ -130,7 +130,7 @@ HashList readHashes(const QJsonObject& pHashes, JsonReader* pReader)
     HashList tHashes;
     for (auto tIt = pHashes.begin(); tIt != pHashes.end(); ++tIt) {
         if (!tIt.value().isString()) {
-            pReader->fail(u"a hash is no text"_s);
+            pReader->fail(u"a hash is not a text"_s);
         }
         const auto tAlgorithm = hashAlgorithm(tIt.key());
         if (!tAlgorithm) {
@@ -139,7 +139,7 @@ HashList readHashes(const QJsonObject& pHashes, JsonReader* pReader)
         if (const auto tHash = Hash::fromHex(*tAlgorithm, tIt.value().toString())) {
             tHashes.append(*tHash);
         } else {
-            pReader->fail(u"a hash is not one of its algorithm"_s);
+            pReader->fail(u"a hash is invalid for its algorithm"_s);
         }
     }
     if (tHashes.isEmpty()) {

@@ -69,7 +69,7 @@ Failure MetadataStore::clear()
 {
     if (!QDir().mkpath(QFileInfo(mFolder).absolutePath()) ||
         (mFileSystem.makeDir(QFile::encodeName(mFolder), sFolderMode) != 0 && errno != EEXIST)) {
-        return localError(u"The folder %1 can't be made: %2"_s, mFolder);
+        return localError(u"The folder %1 can't be created: %2"_s, mFolder);
     }
     const QStringList tNames =
         QDir(mFolder).entryList({u"*.json"_s, u"*.refused"_s}, QDir::Files | QDir::Hidden);

@@ -92,8 +92,8 @@ Failure TrustedSet::checkExpiry(const QString& pRole, const Signed& pSigned) con
                         .arg(pSigned.mVersion)
                         .arg(pSigned.mExpires.toString(Qt::ISODate));
     if (tIsGoodByTheClock) {
-        tText += u". The clock of this machine is wrong, or was so earlier: it shows %1, and earlier "
-                 "updates took it to be %2 or later. If it is right now, wait for the next publication"_s.arg(
+        tText += u". The clock of this machine is or was wrong: it shows %1, but earlier "
+                 "updates proved %2 or later. If it is right now, wait for the next publication"_s.arg(
                      mNow.toString(Qt::ISODate), tProven.toString(Qt::ISODate));
     }
     return Failure{Failure::Kind::Expired, tText};
@@ -253,7 +253,7 @@ Failure TrustedSet::checkSnapshotRollback(const Snapshot& pNew) const
     for (auto tOld = mSnapshot->mRoles.begin(); tOld != mSnapshot->mRoles.end(); ++tOld) {
         const auto tNew = pNew.mRoles.constFind(tOld.key());
         if (tNew == pNew.mRoles.constEnd()) {
-            return untrusted(u"The new snapshot metadata leaves out the role %1"_s.arg(tOld.key()));
+            return untrusted(u"The new snapshot metadata omits the role %1"_s.arg(tOld.key()));
         }
         if (const Failure tFailure = checkNotOlder(tOld.key(), tNew->mVersion, tOld->mVersion)) {
             return tFailure;

@@ -121,16 +121,15 @@ bool takeOver(os::FileSystem& pFileSystem, tuf::Fetcher& pFrom, const QString& p
         return false;
     }
     if (!dropKnownRoots(pKeys->mRecord, &tSeen)) {
-        *pError = u"Version %1 of the root is another there than in the record: a key was "
-                  "replaced twice, from the same backup. Put back the later key folder"_s.arg(
+        *pError = u"Version %1 of the root there differs from the one in the record: a key was "
+                  "replaced twice, from the same backup. Restore the later key folder"_s.arg(
                       pKeys->mRecord.mVersions[tuf::sRoot]);
         return false;
     }
     for (const QString& tRole : tSeen.mVersions.keys()) {
         if (isFarAhead(pKeys->mRecord, tSeen, tRole)) {
-            *pError = u"Version %1 of the %2 metadata was signed, which this publisher has not "
-                      "done: its key was stolen. Replace it: vkpublish rotate-key DIR %2"_s
-                          .arg(tSeen.mVersions[tRole])
+            *pError = u"Version %1 of the %2 metadata was not signed by this publisher: its key was "
+                      "stolen. Replace it: vkpublish rotate-key DIR %2"_s.arg(tSeen.mVersions[tRole])
                           .arg(tRole);
             return false;
         }

@@ -91,10 +91,10 @@ private:
             return false;
         }
         if (tType != S_IFLNK && tType != S_IFREG && tType != S_IFDIR) {
-            return refuse(pPath, u"a package can't hold a device, pipe or socket"_s);
+            return refuse(pPath, u"a package can't contain a device, pipe or socket"_s);
         }
         if (tType == S_IFREG && (tEntry.mStat.st_mode & (S_ISUID | S_ISGID)) != 0) {
-            return refuse(pPath, u"a package can't hold a set-user-ID or set-group-ID file"_s);
+            return refuse(pPath, u"a package can't contain a set-user-ID or set-group-ID file"_s);
         }
         mTo->push_back(tEntry);
         return tType != S_IFDIR || folder(pPath);
@@ -111,7 +111,7 @@ private:
         pEntry->mLinkTarget = QByteArray(tTarget.data(), tLength);
         const int tDepth = static_cast<int>(pEntry->mPath.count('/'));
         return packages::linkStaysInside(pEntry->mLinkTarget, tDepth) ||
-               refuse(pEntry->mPath, u"the link to %1 leads, or may lead, out of the package"_s.arg(
+               refuse(pEntry->mPath, u"the link to %1 points, or may point, outside the package"_s.arg(
                                          QFile::decodeName(pEntry->mLinkTarget)));
     }
 

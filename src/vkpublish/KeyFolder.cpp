@@ -64,8 +64,8 @@ bool KeyFolder::checkPrivate(const QString& pPath, QString* pError) const
         return false;
     }
     if ((tStat.st_mode & 077) != 0) {
-        *pError = u"%1 is open to other users; keys must not be. Check who had access, then take it "
-                  "away: chmod go= %1"_s.arg(pPath);
+        *pError = u"%1 is accessible to other users. Check who had access, then remove it: "
+                  "chmod go= %1"_s.arg(pPath);
         return false;
     }
     return true;
@@ -78,7 +78,7 @@ bool KeyFolder::lock(QString* pError)
     if (mLockFd >= 0 && ::flock(mLockFd, LOCK_EX | LOCK_NB) == 0) {
         return true;
     }
-    *pError = errno == EWOULDBLOCK ? u"Another vkpublish is at work with the keys in %1"_s.arg(mPath)
+    *pError = errno == EWOULDBLOCK ? u"Another vkpublish is using the keys in %1"_s.arg(mPath)
                                    : u"%1 can't be locked: %2"_s.arg(mPath, systemReason());
     return false;
 }
@@ -87,13 +87,13 @@ bool KeyFolder::create(QString* pError)
 {
     if (!QDir().mkpath(QFileInfo(mPath).absolutePath()) ||
         (mFileSystem.makeDir(QFile::encodeName(mPath), sFolderMode) != 0 && errno != EEXIST)) {
-        *pError = u"The key folder %1 can't be made: %2"_s.arg(mPath, systemReason());
+        *pError = u"The key folder %1 can't be created: %2"_s.arg(mPath, systemReason());
         return false;
     }
     if (!QDir(mPath).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
         *pError = QFileInfo::exists(filePath(sRecordName))
-                      ? u"%1 holds the keys of a repository already"_s.arg(mPath)
-                      : u"%1 is to be the key folder, but isn't empty"_s.arg(mPath);
+                      ? u"%1 already contains the keys of a repository"_s.arg(mPath)
+                      : u"The key folder %1 is not empty"_s.arg(mPath);
         return false;
     }
     return checkPrivate(mPath, pError) && lock(pError);
@@ -102,7 +102,7 @@ bool KeyFolder::create(QString* pError)
 bool KeyFolder::open(QString* pError)
 {
     if (!QFileInfo::exists(filePath(sRecordName))) {
-        *pError = u"There is no key folder %1: name it with --keys, or make a repository with "
+        *pError = u"The key folder %1 does not exist: name it with --keys, or create a repository with "
                   "\"vkpublish init\""_s.arg(mPath);
         return false;
     }
@@ -150,7 +150,7 @@ bool KeyFolder::readKeyFile(const QString& pName, std::optional<tuf::SigningKey>
     }
     *pTo = tuf::SigningKey::fromPem(tPem);
     if (!*pTo) {
-        *pError = u"%1 holds no key that can be used"_s.arg(tPath);
+        *pError = u"%1 does not contain a usable key"_s.arg(tPath);
     }
     return pTo->has_value();
 }
@@ -199,7 +199,7 @@ bool KeyFolder::takeRoot(const QByteArray& pRoot, QString* pError)
         if (tName.isEmpty()) {
             *pError =
                 u"The repository has version %1 of the root, whose key for the role %2 is "
-                "not in %3: put back the keys as they were after the last rotate-key"_s.arg(tRoot.mVersion)
+                "not in %3: restore the keys as they were after the last rotate-key"_s.arg(tRoot.mVersion)
                     .arg(tRole, mPath);
             return false;
         }

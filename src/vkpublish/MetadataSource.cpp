@@ -29,14 +29,14 @@ std::unique_ptr<tuf::Fetcher> openMetadata(const QString& pPlace, const QString&
     const QUrl tUrl(pPlace);
     if (tUrl.scheme() == "https"_L1 && !tUrl.host().isEmpty()) {
         if (!tUrl.userInfo().isEmpty()) {
-            *pError = u"An address with a password in it can be seen by everybody on this "
-                      "machine: put user and password into ~/.netrc"_s;
+            *pError = u"Other users of this machine can see a password in an address: put user "
+                      "and password into ~/.netrc"_s;
             return nullptr;
         }
         return std::make_unique<HttpsFetcher>(metadataFolder(pPlace), pCaFile);
     }
     if (pPlace.contains("://"_L1) && !tUrl.isLocalFile()) {
-        *pError = u"%1 is not a folder, nor an address that begins with https:// or file://"_s.arg(pPlace);
+        *pError = u"%1 is neither a folder nor an address that begins with https:// or file://"_s.arg(pPlace);
         return nullptr;
     }
     const QString tFolder = tUrl.isLocalFile() ? tUrl.toLocalFile() : pPlace;

@@ -200,7 +200,7 @@ bool packFolder(FileSystem& pFileSystem, const QString& pFolder, const std::vect
         pTo->mInstalledSize += S_ISREG(pEntries[i].mStat.st_mode) ? pEntries[i].mStat.st_size : 0;
     }
     if (!tOk || !tPacker.end()) {
-        *pError = u"The package can't be made: %1"_s.arg(tPacker.problem());
+        *pError = u"The package can't be created: %1"_s.arg(tPacker.problem());
         return false;
     }
     if (!tOutput.finish(pTo)) {

@@ -100,7 +100,7 @@ bool Publication::isFresh(const QString& pRole, const PublishedFile& pFile, cons
 bool Publication::write(const QString& pPath, const QByteArray& pFile, QString* pError)
 {
     if (pFile.isEmpty() || pFile.size() > sMaxMetadata) {
-        *pError = u"%1 can't be signed, or is too big"_s.arg(pPath);
+        *pError = u"%1 can't be signed, or is too large"_s.arg(pPath);
         return false;
     }
     const Failure tError = tuf::writeFileAtomically(mFileSystem, pPath, pFile, sFileMode);

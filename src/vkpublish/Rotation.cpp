@@ -36,7 +36,7 @@ bool exchange(KeyFolder* pFolder, const QString& pRole, const QString& pType, co
     const tuf::SigningKey tOldRootKey = tKeys.find(tuf::sRoot).value();
     const std::optional<tuf::SigningKey> tNew = tuf::SigningKey::generate(pType);
     if (!tNew) {
-        *pError = u"A key of type %1 can't be made"_s.arg(pType);
+        *pError = u"A key of type %1 can't be created"_s.arg(pType);
         return false;
     }
     Record& tRecord = pFolder->mRecord;

@@ -113,7 +113,7 @@ bool isPackage(const tuf::TargetFile& pTarget, QString* pReason)
     if (packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, pReason)) {
         return true;
     }
-    *pReason = u"%1 is not described as a package: %2"_s.arg(pTarget.mPath, *pReason);
+    *pReason = u"%1 has an invalid package description: %2"_s.arg(pTarget.mPath, *pReason);
     return false;
 }
 

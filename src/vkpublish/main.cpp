@@ -22,10 +22,10 @@ struct Command
 };
 
 constexpr std::array sCommands{
-    Command{"init", "make the keys and the first root of a new repository", cmdInit},
+    Command{"init", "create the keys and the first root of a new repository", cmdInit},
     Command{"add", "pack a folder as a package", cmdAdd},
     Command{"remove", "withdraw a package", cmdRemove},
-    Command{"publish", "offer what was added, and keep the repository fresh", cmdPublish},
+    Command{"publish", "publish what was added, and renew the signatures", cmdPublish},
     Command{"list", "show the packages", cmdList},
     Command{"verify", "check a repository as a client would", cmdVerify},
     Command{"rotate-key", "give a role a new key", cmdRotateKey},
@@ -34,13 +34,13 @@ constexpr std::array sCommands{
 QString usage()
 {
     QString tText = u"Usage: vkpublish COMMAND DIR [arguments] [options]\n"
-                    "Makes and signs the update repository in the folder DIR.\n\nCommands:\n"_s;
+                    "Creates and signs the update repository in the folder DIR.\n\nCommands:\n"_s;
     for (const Command& tCommand : sCommands) {
         tText += u"  %1 %2\n"_s.arg(QLatin1String(tCommand.mName), -12).arg(QLatin1String(tCommand.mSummary));
     }
     tText +=
         u"\n\"vkpublish COMMAND --help\" explains a command. --version shows the version.\n"
-        "Exit status: 0 done, 1 failed, 2 wrong usage, 3 good, but nothing vouches for the root (verify)."_s;
+        "Exit status: 0 success, 1 failure, 2 invalid usage, 3 valid, but the root is not trusted (verify)."_s;
     return tText;
 }
 
@@ -61,7 +61,7 @@ int run(const QStringList& pArguments)
         }
     }
     complain(tName.isEmpty() ? u"A command is missing; see \"vkpublish --help\""_s
-                             : u"There is no command \"%1\"; see \"vkpublish --help\""_s.arg(tName));
+                             : u"Unknown command \"%1\"; see \"vkpublish --help\""_s.arg(tName));
     return StatusUsage;
 }
 

@@ -35,19 +35,19 @@ QString CommandLine::usage()
 {
     return u"Usage: vkservice [-e] [-worker] [-s=NAME]\n"
            "\n"
-           "Installs updates by hand or on a schedule, and answers rkm on a local socket.\n"
+           "Installs updates on request or on a schedule, and answers rkm on a local socket.\n"
            "Without options it is the machine's service, which systemd starts.\n"
            "\n"
            "  -e         Run in the foreground of the caller and log to the log file.\n"
-           "  -worker    Serve the process that started this one: no schedule, and the end when\n"
-           "             that process has ended and no client is left.\n"
+           "  -worker    Serve the process that started this one, without the schedule, and quit\n"
+           "             when it has ended and no client is left.\n"
            "  -s=NAME    Listen on this socket: a path, or a name in the temporary directory.\n"
            "             Default: the configuration key service.socketName, else for root\n"
            "             /run/vkservice/socket, for others $XDG_RUNTIME_DIR/vkservice.socket.\n"
            "  --help     Show this text.\n"
            "  --version  Show the version.\n"
            "\n"
-           "Exit status: 0 after an orderly end, 1 if the service can't run, 2 for a wrong argument.\n"_s;
+           "Exit status: 0 after a clean shutdown, 1 if the service can't run, 2 for an invalid argument.\n"_s;
 }
 
 } // namespace tarn::vkservice

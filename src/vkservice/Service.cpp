@@ -85,9 +85,9 @@ void Service::addMethods()
     methods::addServerMethods(mMethods, {mServers, mStoreCare});
     mMethods.setChangeGuard([this] {
         if (mLifetime.isEnding()) {
-            return u"The service is about to end."_s;
+            return u"The service is about to quit."_s;
         }
-        return mUpdates.isActive() ? u"Settings can't be changed while an update is under way."_s : QString();
+        return mUpdates.isActive() ? u"Settings can't be changed while an update is running."_s : QString();
     });
 }
 
@@ -125,8 +125,8 @@ bool Service::start(QString* pError)
     mMinute.start(sMinuteMs);
     if (!os::Confinement::isAvailable()) {
         mApp.write(LogLevel::Notice,
-                   u"The kernel has no Landlock, or a first version of it: updates run without "
-                   "being confined to their folders."_s);
+                   u"The kernel has no Landlock, or only its first version: updates are not confined "
+                   "to their folders."_s);
     }
     mApp.write(LogLevel::Notice, u"The service listens on %1."_s.arg(mSocketPath));
     return true;
@@ -136,7 +136,7 @@ bool Service::lockState(QString* pError)
 {
     const QString tDir = mApp.getStateDir();
     if (!QDir().mkpath(tDir)) {
-        *pError = u"The state directory %1 can't be made: %2."_s.arg(tDir, qt_error_string());
+        *pError = u"The state directory %1 can't be created: %2."_s.arg(tDir, qt_error_string());
         return false;
     }
     // Nobody else may read it: whoever can open the file could hold the lock.

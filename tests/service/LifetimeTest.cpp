@@ -25,7 +25,8 @@ TEST_F(ServiceTest, SecondServiceRefusesAndLeavesTheFirstAlone)
 
     ServiceRig tOther;
     const QByteArray tSocket = "-s=" + QFile::encodeName(mRig.socket());
-    expectRefusal(tOther.startAnother({"-e", "-worker", tSocket})->wait(), "Another service is listening");
+    expectRefusal(tOther.startAnother({"-e", "-worker", tSocket})->wait(),
+                  "Another service is already listening");
 
     EXPECT_EQ(mRig.connect().call("ping"), true);
 }
@@ -33,7 +34,7 @@ TEST_F(ServiceTest, SecondServiceRefusesAndLeavesTheFirstAlone)
 TEST_F(ServiceTest, WhatIsNotItsSocketIsLeftAlone)
 {
     mRig.installation().writeFile("tmp/vkservice", "precious");
-    expectRefusal(mRig.startAnother()->wait(), "can't be made");
+    expectRefusal(mRig.startAnother()->wait(), "can't be created");
     EXPECT_EQ(mRig.installation().readFile("tmp/vkservice"), "precious");
     ASSERT_TRUE(QFile::remove(mRig.socket()));
     RawPeer tPeer = mRig.startAndConnect();

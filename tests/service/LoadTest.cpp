@@ -100,7 +100,7 @@ TEST_F(ServiceTest, PeerThatNeverReadsIsDroppedAndOthersAreNot)
     }
     EXPECT_TRUE(tDeaf.waitForEnd());
     EXPECT_LT(peakKb(tPid) - tBefore, sMaxGrowthKb);
-    EXPECT_TRUE(mRig.log().contains("owed more than 16 MiB")) << mRig.log().toStdString();
+    EXPECT_TRUE(mRig.log().contains("left more than 16 MiB unread")) << mRig.log().toStdString();
 
     tSlow.send("ng\",\"params\":{}}\n");
     EXPECT_EQ(Json(tSlow.readLine().value_or(QByteArray())).value(q("result")), true);

@@ -256,9 +256,11 @@ TEST_F(UpdatesTest, RunThatIsCutShortAgainAndAgainBeginsLaterEachTime)
         int mCutShortBefore; // -1: unchanged
         const char* mLine;
     } tCases[] = {
-        {false, -1, "begins again in 120 seconds"},       {false, -1, "begins again in 240 seconds"},
-        {true, -1, "begins again in 60 seconds"},         {false, 7, "begins again in 7680 seconds"},
-        {false, -1, "9 updates in a row were cut short"},
+        {false, -1, "retried in 120 seconds"},
+        {false, -1, "retried in 240 seconds"},
+        {true, -1, "retried in 60 seconds"},
+        {false, 7, "retried in 7680 seconds"},
+        {false, -1, "9 updates in a row were interrupted"},
     };
     for (const auto& tCase : tCases) {
         SCOPED_TRACE(tCase.mLine);

@@ -36,14 +36,14 @@ void declare(CommandLine* pLine)
     pLine->addOption(u"title"_s, u"Title in one language, as in de=Karten; may be repeated"_s,
                      u"LANG=TEXT"_s);
     pLine->addOption(u"language"_s, u"Language of the package; by default for all"_s, u"LANG"_s);
-    pLine->addOption(u"requires"_s, u"A package that must come along; may be repeated"_s, u"NAME"_s);
+    pLine->addOption(u"requires"_s, u"A package that must be installed, too; may be repeated"_s, u"NAME"_s);
     pLine->addOption(u"executable"_s,
                      u"A program in FOLDER that must not run while it is replaced; may be repeated"_s,
                      u"PATH"_s);
     pLine->addOption(u"report"_s, u"What is new, for the install log, in one language; may be repeated"_s,
                      u"LANG=TEXT"_s);
-    pLine->addOption(u"level"_s, u"Effort of the compression, 1 to 19"_s, u"LEVEL"_s, u"9"_s);
-    pLine->addOption(u"replace"_s, u"Take the place of the same version"_s);
+    pLine->addOption(u"level"_s, u"Compression level, 1 to 19"_s, u"LEVEL"_s, u"9"_s);
+    pLine->addOption(u"replace"_s, u"Replace the same version"_s);
 }
 
 bool readTexts(const CommandLine& pLine, const char* pOption, vkcore::LangString* pTo)
@@ -94,7 +94,7 @@ bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
     // What a client would refuse is refused here.
     QString tProblem;
     if (!PackageInfo::fromJson(tInfo.toJson(), pTo, &tProblem)) {
-        complain(u"The package can't be described so: %1"_s.arg(tProblem));
+        complain(u"Invalid package options: %1"_s.arg(tProblem));
         return false;
     }
     return true;
@@ -107,7 +107,7 @@ bool checkExecutables(const PackageInfo& pInfo, const std::vector<FolderEntry>& 
             return S_ISREG(pEntry.mStat.st_mode) && pEntry.mPath == tPath.toUtf8();
         });
         if (!tFound) {
-            *pError = u"There is no file %1 in the folder, which --executable names"_s.arg(tPath);
+            *pError = u"The file %1, which --executable names, is not in the folder"_s.arg(tPath);
             return false;
         }
     }
@@ -121,8 +121,8 @@ void warnOfScripts(const PackageInfo& pInfo, const QString& pFolder)
     for (const QString& tPath : pInfo.mExecutables) {
         QFile tFile(pFolder + u'/' + tPath);
         if (tFile.open(QIODevice::ReadOnly) && tFile.read(2) == "#!") {
-            complain(u"%1 is a script: machines wait for it only where its path is an argument of the "
-                     "interpreter that runs it. A program of its own is safer for --executable"_s.arg(tPath));
+            complain(u"%1 is a script: machines wait for it only if its path is an argument of its "
+                     "interpreter. A binary is safer for --executable"_s.arg(tPath));
         }
     }
 }
@@ -162,7 +162,7 @@ bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pRepo
         return false;
     }
     if (tKeys.mRecord.mTargets.contains(tName) && !pLine.isSet("replace")) {
-        *pError = u"%1 is there already: give a higher --version, or --replace"_s.arg(tName);
+        *pError = u"%1 already exists: use a higher --version, or --replace"_s.arg(tName);
         return false;
     }
     warnOfScripts(pInfo, pLine.argument(1));

@@ -20,12 +20,11 @@ namespace {
 bool checkPlaces(const QString& pRepository, const QString& pKeys, QString* pError)
 {
     if (isInside(pKeys, pRepository)) {
-        *pError =
-            u"The key folder %1 lies in the repository: what lies there is given to everybody"_s.arg(pKeys);
+        *pError = u"The key folder %1 is in the repository, whose files are public"_s.arg(pKeys);
     } else if (isInside(pRepository, pKeys)) {
-        *pError = u"The repository %1 lies in the key folder, where nobody may read it"_s.arg(pRepository);
+        *pError = u"The repository %1 is in the key folder, which nobody else can read"_s.arg(pRepository);
     } else if (QFileInfo::exists(metadataFolder(pRepository))) {
-        *pError = u"%1 holds a repository already"_s.arg(pRepository);
+        *pError = u"%1 already contains a repository"_s.arg(pRepository);
     }
     return pError->isEmpty();
 }
@@ -34,7 +33,7 @@ bool makeFolders(const QString& pRepository, QString* pError)
 {
     for (const QString& tFolder : {metadataFolder(pRepository), targetsFolder(pRepository)}) {
         if (!QDir().mkpath(tFolder)) {
-            *pError = u"The folder %1 can't be made"_s.arg(tFolder);
+            *pError = u"The folder %1 can't be created"_s.arg(tFolder);
             return false;
         }
     }
@@ -47,7 +46,7 @@ bool makeKeys(KeyFolder* pFolder, const QString& pType, const QDateTime& pExpire
     for (const QString& tRole : roleNames()) {
         const std::optional<tuf::SigningKey> tKey = tuf::SigningKey::generate(pType);
         if (!tKey) {
-            *pError = u"A key of type %1 can't be made"_s.arg(pType);
+            *pError = u"A key of type %1 can't be created"_s.arg(pType);
             return false;
         }
         if (!pFolder->addKey(tRole, *tKey, pError)) {
@@ -64,17 +63,17 @@ bool makeKeys(KeyFolder* pFolder, const QString& pType, const QDateTime& pExpire
 
 int cmdInit(const QStringList& pArguments)
 {
-    CommandLine tLine(u"init"_s, u"Makes the keys and the first root of a new repository."_s);
+    CommandLine tLine(u"init"_s, u"Creates the keys and the first root of a new repository."_s);
     tLine.addRepository();
     tLine.addOption(u"key-type"_s, u"ed25519, ecdsa, ecdsa-p384 or rsa"_s, u"TYPE"_s, u"ed25519"_s);
-    tLine.addOption(u"root-days"_s, u"How long the root holds, in days"_s, u"DAYS"_s, u"3650"_s);
+    tLine.addOption(u"root-days"_s, u"How long the root is valid, in days"_s, u"DAYS"_s, u"3650"_s);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
     }
     const std::optional<int> tDays = tLine.number("root-days", 1, 36500);
     const QString tType = tLine.value("key-type");
     if (!tuf::SigningKey::types().contains(tType)) {
-        complain(u"There is no key type \"%1\""_s.arg(tType));
+        complain(u"Unknown key type \"%1\""_s.arg(tType));
         return StatusUsage;
     }
     if (!tDays) {

@@ -41,31 +41,30 @@ std::optional<PublicationTimes> readTimes(const CommandLine& pLine)
 void warn(const PublicationTimes& pTimes, const QByteArray& pRoot)
 {
     if (pTimes.mExpires <= pTimes.mNow) {
-        complain(u"Warning: what was signed has expired already, and clients will refuse it"_s);
+        complain(u"Warning: the signed files have already expired, and clients will refuse them"_s);
     }
     tuf::Root tRoot;
     if (!tuf::parseRoot(pRoot, &tRoot) && pTimes.mNow.daysTo(tRoot.mExpires) < sRootWarningDays) {
-        complain(
-            u"Warning: the root holds only until %1; renew it with \"vkpublish rotate-key DIR root\""_s.arg(
-                tRoot.mExpires.toString(Qt::ISODate)));
+        complain(u"Warning: the root expires on %1; renew it with \"vkpublish rotate-key DIR root\""_s.arg(
+            tRoot.mExpires.toString(Qt::ISODate)));
     }
 }
 
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
-    pLine->addOption(u"expires-days"_s, u"How long timestamp and snapshot hold, in days"_s, u"DAYS"_s,
+    pLine->addOption(u"expires-days"_s, u"How long timestamp and snapshot are valid, in days"_s, u"DAYS"_s,
                      u"14"_s);
-    pLine->addOption(u"expires"_s, u"The date until which they hold, instead"_s, u"DATE"_s);
-    pLine->addOption(u"targets-days"_s, u"How long the list of packages holds, in days"_s, u"DAYS"_s,
+    pLine->addOption(u"expires"_s, u"The same as a date"_s, u"DATE"_s);
+    pLine->addOption(u"targets-days"_s, u"How long the list of packages is valid, in days"_s, u"DAYS"_s,
                      u"365"_s);
-    pLine->addOption(u"prune"_s, u"Then delete the files that nothing has referred to for a while"_s);
-    pLine->addOption(u"prune-days"_s, u"How long that while is, in days"_s, u"DAYS"_s, u"1"_s);
+    pLine->addOption(u"prune"_s, u"Then delete files that have been unreferenced for a while"_s);
+    pLine->addOption(u"prune-days"_s, u"Minimum time without a reference, in days"_s, u"DAYS"_s, u"1"_s);
     pLine->addOption(u"above"_s,
-                     u"Go on above the versions of the repository in that folder or at that "
-                     "https address: after the record came back from a backup"_s,
+                     u"Continue above the versions of the repository in that folder or at that "
+                     "https address, after the record was restored from a backup"_s,
                      u"PLACE"_s);
-    pLine->addOption(u"ca-file"_s, u"The authorities to trust for that address"_s, u"FILE"_s);
+    pLine->addOption(u"ca-file"_s, u"CA certificates to trust for that address"_s, u"FILE"_s);
 }
 
 struct Job
@@ -98,8 +97,8 @@ bool publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys, QStrin
         return false;
     }
     if (tRaised || tPublication.hasRaised()) {
-        complain(u"Warning: the record is older than what was published, and went on above its "
-                 "versions. Packages that were added or removed since have to be so again; see "
+        complain(u"Warning: the record is older than the published repository, and continued above "
+                 "its versions. Repeat what was added or removed since; see "
                  "\"vkpublish list\""_s);
     }
     return !pLine.isSet("prune") || tPublication.prune(pJob.mTimes.mNow, pJob.mGrace, pError);
@@ -110,8 +109,8 @@ bool publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys, QStrin
 int cmdPublish(const QStringList& pArguments)
 {
     CommandLine tLine(u"publish"_s,
-                      u"Offers what was added since the last time, and keeps the repository fresh: run "
-                      "it more often than it expires."_s);
+                      u"Publishes what was added since the last time, and renews the signatures: run it "
+                      "before they expire."_s);
     declare(&tLine);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;

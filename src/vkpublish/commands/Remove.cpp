@@ -45,7 +45,7 @@ int cmdRemove(const QStringList& pArguments)
         bool tOk = false;
         tVersion = vkcore::Version::fromString(tLine.value("version"), &tOk);
         if (!tOk) {
-            complain(u"\"%1\" is no version"_s.arg(tLine.value("version")));
+            complain(u"\"%1\" is not a version"_s.arg(tLine.value("version")));
             return StatusUsage;
         }
     }
@@ -57,7 +57,7 @@ int cmdRemove(const QStringList& pArguments)
     }
     const QStringList tArchives = archivesOf(tKeys.mRecord.mTargets, tLine.argument(1), tVersion);
     if (tArchives.isEmpty()) {
-        complain(u"There is no such package: %1"_s.arg(tLine.argument(1)));
+        complain(u"Unknown package: %1"_s.arg(tLine.argument(1)));
         return StatusFailed;
     }
     for (const QString& tArchive : tArchives) {

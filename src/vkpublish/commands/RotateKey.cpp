@@ -14,13 +14,13 @@ namespace tarn::vkpublish {
 int cmdRotateKey(const QStringList& pArguments)
 {
     CommandLine tLine(u"rotate-key"_s,
-                      u"Gives a role a new key and publishes. Clients follow by themselves; the old key "
-                      "alone is worth nothing from then on."_s);
+                      u"Gives a role a new key and publishes. Clients follow automatically and no longer "
+                      "accept the old key alone."_s);
     tLine.addRepository();
     tLine.addArgument(u"ROLE"_s, u"root, targets, snapshot or timestamp"_s);
     tLine.addOption(u"key-type"_s, u"ed25519, ecdsa, ecdsa-p384 or rsa"_s, u"TYPE"_s, u"ed25519"_s);
-    tLine.addOption(u"root-days"_s, u"How long the new root holds, in days"_s, u"DAYS"_s, u"3650"_s);
-    tLine.addOption(u"expires-days"_s, u"How long timestamp and snapshot hold, in days"_s, u"DAYS"_s,
+    tLine.addOption(u"root-days"_s, u"How long the new root is valid, in days"_s, u"DAYS"_s, u"3650"_s);
+    tLine.addOption(u"expires-days"_s, u"How long timestamp and snapshot are valid, in days"_s, u"DAYS"_s,
                     u"14"_s);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
@@ -30,7 +30,7 @@ int cmdRotateKey(const QStringList& pArguments)
     const std::optional<int> tRootDays = tLine.number("root-days", 1, 36500);
     const std::optional<int> tDays = tLine.number("expires-days", 1, 3650);
     if (!roleNames().contains(tRole) || !tuf::SigningKey::types().contains(tType)) {
-        complain(u"There is no role \"%1\" or no key type \"%2\""_s.arg(tRole, tType));
+        complain(u"Unknown role \"%1\" or key type \"%2\""_s.arg(tRole, tType));
         return StatusUsage;
     }
     if (!tRootDays || !tDays) {
@@ -50,10 +50,9 @@ int cmdRotateKey(const QStringList& pArguments)
     }
     say(u"The role %1 has a new key: %2/%3. %4"_s.arg(
         tRole, tLine.keys(), tKeys.mRecord.mKeyFiles[tRole],
-        tRole == tuf::sRoot
-            ? u"The old key's file may be deleted."_s
-            : u"Keep the old key's file until %1: it goes on signing beside the new one."_s.arg(
-                  tOldUntil.toUTC().toString(Qt::ISODate))));
+        tRole == tuf::sRoot ? u"The old key's file may be deleted."_s
+                            : u"Keep the old key's file until %1: until then both keys sign."_s.arg(
+                                  tOldUntil.toUTC().toString(Qt::ISODate))));
     return StatusDone;
 }
 

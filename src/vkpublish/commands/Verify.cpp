@@ -35,7 +35,7 @@ void declare(CommandLine* pLine)
                      u"Compare the versions with those of the repository in that folder or at "
                      "that https address"_s,
                      u"PLACE"_s);
-    pLine->addOption(u"ca-file"_s, u"The authorities to trust for that address"_s, u"FILE"_s);
+    pLine->addOption(u"ca-file"_s, u"CA certificates to trust for that address"_s, u"FILE"_s);
 }
 
 // Somebody knows that this is the root of the right repository: whoever named it, or the key folder.
@@ -52,8 +52,8 @@ bool isOfTheKeys(const CommandLine& pLine, const QList<QByteArray>& pRoots, QStr
         return false;
     }
     if (!pRoots.contains(tKeys.mRecord.mRoot)) {
-        *pError = u"The roots do not lead to the one that the record in %1 has: this is another "
-                  "repository, or a rotate-key was cut off, and \"vkpublish publish\" makes it "
+        *pError = u"The roots do not lead to the one in the record of %1: this is another "
+                  "repository, or a rotate-key was interrupted, and \"vkpublish publish\" makes it "
                   "good"_s.arg(tKeys.path());
     }
     return pError->isEmpty();
@@ -81,11 +81,11 @@ bool isUpToDate(const RepositoryState& pHere, const RepositoryState& pThere, con
     }
     const qsizetype tRoots = std::min(pHere.mNewRoots.size(), pThere.mNewRoots.size());
     if (pHere.mNewRoots.first(tRoots) != pThere.mNewRoots.first(tRoots)) {
-        *pError = u"The roots are others than those at %1, and machines that know these refuse "
+        *pError = u"The roots differ from those at %1, and machines that know these refuse "
                   "the repository: a key was replaced twice, from the same backup"_s.arg(pPlace);
     } else if (pError->isEmpty() && pHere.mVersions[tuf::sTimestamp] == pThere.mVersions[tuf::sTimestamp] &&
                pHere.mTimestamp != pThere.mTimestamp) {
-        *pError = u"The timestamp has the same version at %1, but another content: machines "
+        *pError = u"The timestamp has the same version at %1, but other content: machines "
                   "keep the one that they saw first. Publish with --above %1"_s.arg(pPlace);
     }
     return pError->isEmpty();
@@ -111,7 +111,7 @@ QStringList findProblems(const CommandLine& pLine, const QByteArray& pRoot, tuf:
     const VerificationResult tResult =
         verifyRepository(pLine.repository(), pRoot, QDateTime::currentDateTimeUtc());
     for (const QString& tPath : tResult.mUnused) {
-        say(u"Not referred to: %1"_s.arg(vkcore::singleLine(tPath, vkcore::sMaxMessage)));
+        say(u"Unreferenced: %1"_s.arg(vkcore::singleLine(tPath, vkcore::sMaxMessage)));
     }
     *pPackageCount = tResult.mPackageCount;
     QStringList tProblems = tResult.mProblems;
@@ -157,11 +157,11 @@ int cmdVerify(const QStringList& pArguments)
         return StatusFailed;
     }
     if (!hasVoucher(tLine)) {
-        complain(u"The repository is whole: %1 packages. But nothing vouches for its root, which "
-                 "a stranger could have made: name one that you trust with --root"_s.arg(tPackageCount));
+        complain(u"The repository is complete: %1 packages. But its root is not trusted, so anybody "
+                 "could have made it: give one that you trust with --root"_s.arg(tPackageCount));
         return StatusUnvouched;
     }
-    say(u"The repository is good: %1 packages"_s.arg(tPackageCount));
+    say(u"The repository is valid: %1 packages"_s.arg(tPackageCount));
     return StatusDone;
 }
 

@@ -38,7 +38,7 @@ void Lifetime::quit()
         return;
     }
     mEnding = true;
-    mParts.mApp.write(process::LogLevel::Notice, u"The service is about to end."_s);
+    mParts.mApp.write(process::LogLevel::Notice, u"The service is about to quit."_s);
     mParts.mSchedule.pause();
     mParts.mSockets.broadcast(u"quitRequestReceived"_s, {});
     if (!mParts.mUpdates.stop()) {

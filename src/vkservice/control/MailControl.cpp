@@ -63,7 +63,7 @@ void MailControl::onVariablesChanged()
     if (const auto tSmtp = smtpSettings(mParts.mVariables)) {
         mMailer.setSmtpSettings(*tSmtp);
     } else {
-        warn(u"The settings of the mail server can't be read; the earlier ones stay."_s);
+        warn(u"The settings of the mail server can't be read; the previous ones stay in use."_s);
     }
 }
 
@@ -118,7 +118,7 @@ bool MailControl::verify(const QString& pVariable, const QString& pCode, QString
             mail::markVerified(tSettings->notificationEmailAddresses(), tAddress));
     }
     if (!tSettings || !mParts.mSettings.setMonitoring(*tSettings)) {
-        *pReason = u"That the address is verified can't be stored."_s;
+        *pReason = u"The verification could not be saved."_s;
         return false;
     }
     onMonitoringChanged(*tSettings);
@@ -142,7 +142,7 @@ void MailControl::storeSummaryDate(const QDateTime& pWhen)
         tSettings->mLastSummary = pWhen.toLocalTime();
     }
     if (!tSettings || !mParts.mSettings.setMonitoring(*tSettings)) {
-        warn(u"The time of the last summary mail can't be stored."_s);
+        warn(u"The time of the last summary mail could not be saved."_s);
     }
 }
 

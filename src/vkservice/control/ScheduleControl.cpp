@@ -84,13 +84,11 @@ void ScheduleControl::resumeRun()
     }
     const auto tSeconds = mParts.mUpdates.resumeSeconds();
     if (!tSeconds) {
-        mParts.mApp.write(LogLevel::Warning,
-                          u"%1 updates in a row were cut short. The next one begins when "
-                          "the schedule says so."_s.arg(mParts.mUpdates.lastRun().mCutShort));
+        mParts.mApp.write(LogLevel::Warning, u"%1 updates in a row were interrupted. The next one waits for "
+                                             "the schedule."_s.arg(mParts.mUpdates.lastRun().mCutShort));
         return;
     }
-    mParts.mApp.write(LogLevel::Notice,
-                      u"The update that was cut short begins again in %1 seconds."_s.arg(*tSeconds));
+    mParts.mApp.write(LogLevel::Notice, u"The interrupted update is retried in %1 seconds."_s.arg(*tSeconds));
     if (tAtStart) {
         QTimer::singleShot(std::chrono::seconds(*tSeconds), &mTimer, &ScheduleTimer::userLoggedIn);
     } else {

@@ -130,7 +130,7 @@ QString UpdateControl::resultText(const RunRecord& pRecord) const
 bool UpdateControl::trigger(bool pManual, QString* pReason)
 {
     if (mStopped) {
-        *pReason = u"The service is about to end."_s;
+        *pReason = u"The service is about to quit."_s;
         return false;
     }
     if (isActive()) {

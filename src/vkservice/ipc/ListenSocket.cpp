@@ -124,9 +124,9 @@ bool bindPrivately(int pFd, const sockaddr_un& pAddress, std::optional<gid_t> pG
 QString reasonFor(const QString& pPath)
 {
     if (errno == EADDRINUSE) {
-        return u"Another service is listening on %1 already."_s.arg(pPath);
+        return u"Another service is already listening on %1."_s.arg(pPath);
     }
-    return u"The socket %1 can't be made: %2."_s.arg(pPath, qt_error_string());
+    return u"The socket %1 can't be created: %2."_s.arg(pPath, qt_error_string());
 }
 
 } // namespace

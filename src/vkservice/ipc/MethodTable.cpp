@@ -27,7 +27,7 @@ Reply MethodTable::call(Peer& pPeer, const QString& pName, const QJsonObject& pP
 {
     const auto tMethod = mMethods.constFind(pName);
     if (tMethod == mMethods.constEnd()) {
-        return {{}, protocol::MethodNotFound, u"There is no method of this name."_s};
+        return {{}, protocol::MethodNotFound, u"Unknown method."_s};
     }
     if (tMethod->mKind == Kind::Change && mGuard) {
         const QString tReason = mGuard();

@@ -77,17 +77,17 @@ void Peer::handleLine(const QByteArray& pLine)
 {
     if (protocol::isTooComplex(pLine)) {
         offend(protocol::InvalidRequest,
-               u"A line nests deeper than 64 levels, or holds more than 250,000 objects and arrays."_s);
+               u"A line nests deeper than 64 levels, or has more than 250,000 objects and arrays."_s);
         return;
     }
     QJsonParseError tError;
     const QJsonDocument tDocument = QJsonDocument::fromJson(pLine, &tError);
     if (tError.error != QJsonParseError::NoError) {
-        offend(protocol::ParseError, u"A line is no JSON: %1."_s.arg(tError.errorString()));
+        offend(protocol::ParseError, u"A line is not JSON: %1."_s.arg(tError.errorString()));
         return;
     }
     if (!tDocument.isObject()) {
-        offend(protocol::InvalidRequest, u"A line is no JSON object."_s);
+        offend(protocol::InvalidRequest, u"A line is not a JSON object."_s);
         return;
     }
     handleRequest(tDocument.object());
@@ -140,7 +140,7 @@ void Peer::write(const QByteArray& pLine)
     }
     mSocket.flush();
     if (mSocket.unsent() > sMaxOwed) {
-        Q_EMIT offended(u"It is owed more than 16 MiB that it does not read."_s);
+        Q_EMIT offended(u"It has left more than 16 MiB unread."_s);
         abort();
     }
 }

@@ -95,14 +95,14 @@ void SocketServer::addPeer(int pSocket)
     const auto tCredentials = peerCredentials(pSocket);
     if (!tCredentials || !maySpeak(*tCredentials, ::geteuid(), mGroup)) {
         ::close(pSocket);
-        Q_EMIT peerRefused(u"A process of user %1 tried to connect and was turned away."_s.arg(
+        Q_EMIT peerRefused(u"A process of user %1 tried to connect and was refused."_s.arg(
             tCredentials ? QString::number(tCredentials->mUid) : u"(unknown)"_s));
         return;
     }
     if (mPeers.size() >= connectionLimit()) {
         ::close(pSocket);
         Q_EMIT peerRefused(
-            u"Process %1 was turned away: %2 connections are open already."_s.arg(tCredentials->mPid)
+            u"Process %1 was refused: %2 connections are already open."_s.arg(tCredentials->mPid)
                 .arg(mPeers.size()));
         return;
     }
@@ -111,7 +111,7 @@ void SocketServer::addPeer(int pSocket)
     connect(tPeer, &Peer::readable, this, [this, tPeer] { serve(tPeer); });
     connect(tPeer, &Peer::closed, this, [this, tPeer] { remove(tPeer); });
     connect(tPeer, &Peer::offended, this, [this, tPeer](const QString& pReason) {
-        Q_EMIT peerRefused(u"Process %1 is dropped. %2"_s.arg(tPeer->credentials().mPid).arg(pReason));
+        Q_EMIT peerRefused(u"Process %1 was disconnected. %2"_s.arg(tPeer->credentials().mPid).arg(pReason));
     });
 }
 
@@ -213,9 +213,8 @@ void SocketServer::limitHeld()
     std::sort(tBurdens.begin(), tBurdens.end());
     for (; mHeld > sMaxHeldForAll && !tBurdens.empty(); tBurdens.pop_back()) {
         Peer* tPeer = tBurdens.back().second;
-        Q_EMIT peerRefused(
-            u"Process %1 is dropped. All peers together make the service keep more than 128 MiB."_s.arg(
-                tPeer->credentials().mPid));
+        Q_EMIT peerRefused(u"Process %1 was disconnected. All peers together used more than 128 MiB."_s.arg(
+            tPeer->credentials().mPid));
         tPeer->abort();
         remove(tPeer);
     }

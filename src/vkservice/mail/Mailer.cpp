@@ -88,10 +88,10 @@ QString Mailer::objection(const QueuedMail& pMail) const
         return tEntry->isVerified() ? QString() : u"the address is not verified"_s;
     }
     if (tEntry->isVerified()) {
-        return u"the address is verified already"_s;
+        return u"the address is already verified"_s;
     }
     if (pMail.mExpires <= mClock()) {
-        return u"its code is out of date"_s;
+        return u"its code has expired"_s;
     }
     return {};
 }
@@ -102,7 +102,7 @@ void Mailer::warnAboutSettings()
     const SmtpSettings& tSmtp = mOutbox.settings();
     const bool tAnyAddress = mSettings && !mSettings->notificationEmailAddresses().isEmpty();
     if (tAnyAddress && !tSmtp.problem().isEmpty()) {
-        tWarning = u"There are addresses for mails, but none can be sent: %1"_s.arg(tSmtp.problem());
+        tWarning = u"Mail addresses are set, but no mails can be sent: %1"_s.arg(tSmtp.problem());
     }
     if (tWarning != mLastSettingsWarning && !tWarning.isEmpty()) {
         Q_EMIT warning(tWarning);
@@ -242,7 +242,7 @@ void Mailer::setMonitoringSettings(const vkcore::MonitoringSettings& pSettings, 
         tKnown.append(tEntry.mAddress);
         if (!isMailAddress(tEntry.mAddress)) {
             Q_EMIT warning(
-                u"No mails are sent to %1: it is no valid address"_s.arg(singleLine(tEntry.mAddress)));
+                u"No mails are sent to %1: it is not a valid address"_s.arg(singleLine(tEntry.mAddress)));
         }
     }
     for (const QString& tVerified : addresses(true)) {
@@ -289,10 +289,10 @@ Mailer::Answer Mailer::verify(const QString& pAddress, const QString& pCode)
     const vkcore::MonitoringEmail* tEntry = mSettings ? find(pAddress) : nullptr;
     const QString tShown = singleLine(pAddress);
     if (tEntry == nullptr || !isMailAddress(tEntry->mAddress)) {
-        return {false, u"%1 is none of the addresses for mails"_s.arg(tShown)};
+        return {false, u"%1 is not one of the mail addresses"_s.arg(tShown)};
     }
     if (tEntry->isVerified()) {
-        return {true, u"%1 is verified already"_s.arg(tShown)};
+        return {true, u"%1 is already verified"_s.arg(tShown)};
     }
     if (pCode.trimmed().isEmpty()) {
         return requestCode(tEntry->mAddress);
@@ -303,10 +303,10 @@ Mailer::Answer Mailer::verify(const QString& pAddress, const QString& pCode)
     case Verification::Check::Wrong:
         return {false, u"The code for %1 is wrong"_s.arg(tShown)};
     case Verification::Check::NoCode:
-        return {false, u"There is no code for %1; set %2%1 to nothing to get a new one"_s.arg(tShown,
-                                                                                              sVerifyPrefix)};
+        return {false, u"There is no code for %1; set %2%1 to an empty value to get a new one"_s.arg(
+                           tShown, sVerifyPrefix)};
     case Verification::Check::Expired:
-        return {false, u"The code for %1 is out of date; set %2%1 to nothing to get a new one"_s.arg(
+        return {false, u"The code for %1 has expired; set %2%1 to an empty value to get a new one"_s.arg(
                            tShown, sVerifyPrefix)};
     case Verification::Check::NotStored:
         break;

@@ -28,7 +28,7 @@ MailContent begin(const QString& pClient, const QString& pWhat)
     const QString tClient = singleLine(pClient, sMaxClientName);
     MailContent tContent;
     tContent.mSubject = u"%1: %2"_s.arg(tClient, pWhat);
-    tContent.mFooter = u"Sent by the update service of %1. Which mails it sends is set with the command "
+    tContent.mFooter = u"Sent by the update service of %1. To change which mails it sends, use the command "
                        "rkm update-monitoring-settings there."_s.arg(tClient);
     return tContent;
 }
@@ -64,7 +64,7 @@ MailContent updateFailed(const QString& pClient, const RunReport& pRun)
 MailContent manualIntervention(const QString& pClient, const RunReport& pRun)
 {
     return aboutRun(pClient, pRun, u"an update needs you"_s,
-                    u"An update can't go on by itself: manual intervention is needed. You get no further "
+                    u"An update can't continue: manual intervention is needed. You get no further "
                     "mail about this until an update has succeeded."_s);
 }
 
@@ -78,7 +78,7 @@ MailContent updateOverdue(const QString& pClient, const MachineStatus& pStatus, 
             .arg(pDays));
     if (pStatus.mLastSuccess > pSince) {
         tContent.mParagraphs.append(
-            u"The last success lies in the future of this computer's clock. Check the clock."_s);
+            u"The last success is in the future according to this computer's clock. Check the clock."_s);
     }
     tContent.mFacts = {{u"Computer"_s, singleLine(pClient, sMaxClientName)},
                        {u"Last update"_s, dateText(pStatus.mLastRun)},

@@ -139,13 +139,13 @@ void Outbox::onSent(const QueuedMail& pMail, const SmtpSettings& pSettings, cons
         discard(pMail);
         break;
     case SendResult::Outcome::Deferred:
-        Q_EMIT warning(u"Tried again later: %1: %2"_s.arg(tWhat, pResult.mText));
+        Q_EMIT warning(u"Will be retried: %1: %2"_s.arg(tWhat, pResult.mText));
         postpone(pMail, pResult);
         break;
     case SendResult::Outcome::ServerFailed:
         // A failure under settings that have been replaced since says nothing about the present ones.
         if (pSettings == mSettings) {
-            Q_EMIT warning(u"Mails can't be sent now and are tried again later: %1"_s.arg(pResult.mText));
+            Q_EMIT warning(u"Mails can't be sent now and will be retried: %1"_s.arg(pResult.mText));
             postpone(pMail, pResult);
         }
         break;

@@ -27,12 +27,12 @@ QString urlProblem(const QString& pUrl)
         return u"mail.url has to be smtp://HOST[:PORT] or smtps://HOST[:PORT]"_s;
     }
     if (!tUrl.userInfo().isEmpty()) {
-        return u"mail.url must not hold a user or a password; they belong in mail.user and mail.password"_s;
+        return u"mail.url must not contain a user or a password; use mail.user and mail.password"_s;
     }
     // The path is the name that the machine gives itself in front of the mail server.
     static const QRegularExpression sPath(u"\\A(/[A-Za-z0-9.-]*)?\\z"_s);
     if (tUrl.hasQuery() || tUrl.hasFragment() || !sPath.match(tUrl.path(QUrl::FullyEncoded)).hasMatch()) {
-        return u"mail.url may hold nothing behind the host and port but the name of this machine"_s;
+        return u"mail.url may have only the name of this machine after host and port"_s;
     }
     return {};
 }
@@ -55,12 +55,12 @@ QString SmtpSettings::problem() const
         return u"mail.password is set without mail.user"_s;
     }
     if (hasControlCharacters(mUser) || hasControlCharacters(mPassword)) {
-        return u"mail.user and mail.password must not hold control characters"_s;
+        return u"mail.user and mail.password must not contain control characters"_s;
     }
     const bool tEncrypted = mUrl.startsWith("smtps:"_L1, Qt::CaseInsensitive);
     if (!tEncrypted && !mUser.isEmpty() && mStartTls == StartTls::Never && !mAllowPlaintext) {
-        return u"the password would travel unencrypted: set mail.startTls to required, or "
-               "mail.allowPlaintext to true where the way to the mail server is safe"_s;
+        return u"the password would be sent unencrypted: set mail.startTls to required, or "
+               "mail.allowPlaintext to true if the connection to the mail server is secure"_s;
     }
     return {};
 }

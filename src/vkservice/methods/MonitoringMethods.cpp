@@ -30,11 +30,11 @@ Reply getMonitoring(const MonitoringParts& pParts)
 QString complaint(const MonitoringSettings& pSettings)
 {
     if (pSettings.summarizedMailPeriod() < 1 || pSettings.updateOverduePeriod() < 1) {
-        return u"A period of the monitoring has at least one day."_s;
+        return u"A monitoring period must be at least one day."_s;
     }
     for (const MonitoringEmail& tEmail : pSettings.notificationEmailAddresses()) {
         if (!mail::isMailAddress(tEmail.mAddress)) {
-            return u"This is no e-mail address that can be written to: %1"_s.arg(tEmail.mAddress.left(254));
+            return u"Invalid e-mail address: %1"_s.arg(tEmail.mAddress.left(254));
         }
     }
     const auto tJson = QJsonDocument(toJson(pSettings)).toJson(QJsonDocument::Compact);

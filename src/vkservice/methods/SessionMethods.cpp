@@ -76,7 +76,7 @@ Reply quit(const SessionParts& pParts, Peer& pPeer)
         return Reply::done();
     }
     if (process::SystemdNotifier::isListening()) {
-        return Reply::refused(u"systemd runs this service, and ends it: systemctl stop vkservice."_s);
+        return Reply::refused(u"This service is managed by systemd: use systemctl stop vkservice."_s);
     }
     QMetaObject::invokeMethod(&pParts.mLifetime, &control::Lifetime::quit, Qt::QueuedConnection);
     return Reply::done();

@@ -134,7 +134,7 @@ Reply setVariable(const SettingsParts& pParts, const Variable& pVariable)
 {
     const QString& tName = pVariable.mName;
     if (tName == sLastRun) {
-        return Reply::refused(u"The variable service.lastRun is set by the service alone."_s);
+        return Reply::refused(u"Only the service can set the variable service.lastRun."_s);
     }
     QString tReason;
     if (control::MailControl::isVerification(tName)) {

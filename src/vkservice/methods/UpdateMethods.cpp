@@ -55,7 +55,7 @@ Reply trigger(const UpdateParts& pParts, const Trigger& pTrigger)
 
 Reply abort(const UpdateParts& pParts)
 {
-    return Reply::of(pParts.mUpdates.abort(), u"No update is under way."_s);
+    return Reply::of(pParts.mUpdates.abort(), u"No update is running."_s);
 }
 
 } // namespace

@@ -179,14 +179,14 @@ QString ConfigVariables::objection(const QString& pName, const QString& pValue) 
         return u"The value of a configuration variable has at most %1 bytes."_s.arg(sMaxValueBytes);
     }
     if (isMistaken(pName) && (!pValue.isEmpty() || stored(pName).value_or(QString()).isNull())) {
-        return u"There is no variable %1, and names with %2 in front belong to the service."_s.arg(
+        return u"Unknown variable %1: names with the prefix %2 are reserved for the service."_s.arg(
             pName, prefixOf(pName));
     }
     const auto tRule = mRules.constFind(pName);
     const QString tComplaint =
         tRule != mRules.constEnd() && !pValue.isEmpty() ? tRule->mCheck(pValue) : QString();
     return tComplaint.isNull() ? QString()
-                               : u"The variable %1 can't have this value: %2."_s.arg(pName, tComplaint);
+                               : u"Invalid value for the variable %1: %2."_s.arg(pName, tComplaint);
 }
 
 bool ConfigVariables::set(const QString& pName, const QString& pValue, QString* pReason)
@@ -232,7 +232,7 @@ QStringList ConfigVariables::complaints() const
             tComplaints.append(u"The stored value of %1 is ignored: %2."_s.arg(tName, tComplaint));
         } else if (isMistaken(tName)) {
             tComplaints.append(
-                u"The stored variable %1 is not known and does nothing. An empty value removes it."_s.arg(
+                u"The stored variable %1 is unknown and has no effect. An empty value removes it."_s.arg(
                     tName));
         }
     }

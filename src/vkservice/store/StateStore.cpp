@@ -69,8 +69,8 @@ bool StateStore::openFile(QString* pError)
 
 bool StateStore::fail(QString* pError)
 {
-    *pError = u"The state database %1 can't be used and is left as it is: %2. Start the service "
-              "again when the cause is gone, or move the file away to begin without settings."_s.arg(
+    *pError = u"The state database %1 can't be used and was not changed: %2. Fix the cause and start "
+              "the service again, or move the file away to start without settings."_s.arg(
                   mPath, mDatabase.errorText());
     return false;
 }

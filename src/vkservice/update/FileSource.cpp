@@ -54,7 +54,7 @@ Failure FileSource::copy(const QString& pPath, Sink& pSink, const os::AbortFlag&
         return openFailed(errno, pPath);
     }
     if (!S_ISREG(tStat.st_mode)) {
-        return {Failure::Kind::NotFound, u"%1 is no regular file"_s.arg(pPath)};
+        return {Failure::Kind::NotFound, u"%1 is not a regular file"_s.arg(pPath)};
     }
     if (::lseek(tFile.fd(), pSink.received(), SEEK_SET) < 0) {
         return openFailed(errno, pPath);

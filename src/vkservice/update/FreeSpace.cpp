@@ -49,7 +49,7 @@ Failure checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNee
         const qint64 tFree = static_cast<qint64>(tVfs.f_bavail) * static_cast<qint64>(tVfs.f_frsize);
         if (tTotal > tFree) {
             return {Failure::Kind::NoSpace,
-                    u"The update needs %1 on the disk of %2, where %3 are free: make room and "
+                    u"The update needs %1 on the disk of %2, where %3 are free: free some space and "
                     "start it again"_s.arg(inWords(tTotal), tNeed.mFolder, inWords(tFree))};
         }
     }

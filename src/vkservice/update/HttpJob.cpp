@@ -224,8 +224,8 @@ bool HttpJob::judge(CURLcode pResult, long pStatus)
     constexpr long sRangeNotSatisfiable = 416;
     if (mRangeWrong || pStatus == sRangeNotSatisfiable) {
         mTransfer.mFailure = restartSink();
-        return mTransfer.mFailure || retryOrFail(Failure::Kind::Unreachable,
-                                                 u"the server sends another part than it was asked for"_s);
+        return mTransfer.mFailure ||
+               retryOrFail(Failure::Kind::Unreachable, u"the server sent another range than requested"_s);
     }
     if (saysNotFound(pStatus)) {
         return fail(Failure::Kind::NotFound, statusText(pStatus));

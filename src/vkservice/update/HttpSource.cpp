@@ -125,9 +125,8 @@ private:
         const auto tReady = mActive.empty() ? tNow : std::max(pBegin, mRateLimit.next());
         return mRateFloor.isKept(tNow - tReady, mRateLimit.taken())
                    ? QString()
-                   : u"for %1 seconds the server sent fewer than %2 bytes a second; "
-                     "update.minimumRate says how slow a server may be"_s
-                         .arg(mSettings.mPatience.mRatePeriodSeconds)
+                   : u"for %1 seconds the server sent fewer than %2 bytes per second; "
+                     "update.minimumRate sets this limit"_s.arg(mSettings.mPatience.mRatePeriodSeconds)
                          .arg(mSettings.mLeastBytesPerSecond);
     }
 

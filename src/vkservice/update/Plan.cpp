@@ -180,7 +180,7 @@ private:
         for (const QString& tName : requirements(pFailed)) {
             if (--mSound[tName] == 0 && mPlan->mParents.contains(tName)) {
                 fail(mIndexes.value(tName), pFailed,
-                     u"It comes along with the package %1, which could not be updated"_s);
+                     u"It is only required by the package %1, which could not be updated"_s);
             }
         }
     }

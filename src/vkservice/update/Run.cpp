@@ -131,7 +131,7 @@ Failure Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pA
         return tFailure;
     }
     for (const QString& tWarning : tWarnings) {
-        warn(u"The server %1 offers what is not a usable package. %2"_s.arg(tSession->label(), tWarning));
+        warn(u"The server %1 offers an unusable package. %2"_s.arg(tSession->label(), tWarning));
     }
     (*pAttempt)->mPlan = makePlan(tSession->offers(), mWorkplace.installed(), mWorkplace.folders(),
                                   {mRequest.mAppLanguage, mRequest.mDataLanguage});

@@ -53,7 +53,7 @@ Failure RunLog::enter(const Manifest& pRun, Kind pKind, QString* pWarning)
         tFailure = keep(pRun, pKind);
         const QString tWhat = u"The install log %1 can't be written: %2."_s.arg(mLogPath, mReason);
         if (tFailure) {
-            tFailure.mText = tWhat + u" The run can't be kept for it either: "_s + tFailure.mText;
+            tFailure.mText = tWhat + u" The run can't be kept for later either: "_s + tFailure.mText;
         } else {
             mWarnings.append(tWhat + u" The entries wait in %1 until it can."_s.arg(mFolder));
         }
@@ -78,7 +78,7 @@ bool RunLog::enterAll(const Manifest& pRun)
         return false;
     }
     mWarnings.append(
-        u"The install log was damaged. It was kept as %1, and an empty one was begun."_s.arg(tAside));
+        u"The install log was damaged. It was renamed to %1, and an empty one was started."_s.arg(tAside));
     return tryToEnterAll(&tLog, pRun);
 }
 
@@ -115,8 +115,8 @@ bool RunLog::enterWaiting(InstallLogStore* pLog, const QString& pPath)
     QString tError;
     if (!Manifest::fromBytes(tBytes, &tRun, &tError)) {
         const QString tAside = mStateDir + u'/' + QFileInfo(pPath).fileName() + u".damaged"_s;
-        mWarnings.append(
-            u"A run that waits for the install log is damaged and was kept as %1: %2."_s.arg(tAside, tError));
+        mWarnings.append(u"A run that waits for the install log is damaged and was renamed to %1: %2."_s.arg(
+            tAside, tError));
         mReason = u"%1 can't be moved away"_s.arg(pPath);
         return mFileSystem.rename(QFile::encodeName(pPath), QFile::encodeName(tAside)) == 0;
     }
@@ -135,7 +135,7 @@ Failure RunLog::keep(const Manifest& pRun, Kind pKind)
         return {};
     }
     if (pKind == Kind::ChangedNothing && waiting().size() >= sMaxIdleRuns) {
-        return {Failure::Kind::Io, u"%1 runs wait already"_s.arg(sMaxIdleRuns)};
+        return {Failure::Kind::Io, u"%1 runs are already waiting"_s.arg(sMaxIdleRuns)};
     }
     if (const Failure tFailure = os::makePath(mFileSystem, mFolder, sFolderMode)) {
         return tFailure;

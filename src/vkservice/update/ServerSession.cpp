@@ -128,7 +128,7 @@ Failure ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings
         return Failure::canceled();
     }
     if (tFailure.mKind == Failure::Kind::Damaged) {
-        const QString tText = u"%1. If it stays so, remove the folder %2: the next update starts "
+        const QString tText = u"%1. If the problem persists, remove the folder %2: the next update starts "
                               "again from the root file"_s;
         return {Failure::Kind::Damaged, tText.arg(tFailure.mText, mTrust.path())};
     }

@@ -88,7 +88,7 @@ TEST_F(DeliveryTest, EachAddressGetsAMailOfItsOwn)
     EXPECT_TRUE(mRig.warned(q("Given up: mail about an update to gone@example.org: the mail server localhost "
                               "refused it: 550 5.1.1 no such mailbox")))
         << warnings();
-    expectWaiting("Tried again later: mail about an update to full@example.org");
+    expectWaiting("Will be retried: mail about an update to full@example.org");
 }
 
 TEST_F(DeliveryTest, WaitsForAServerAndForTheRightPassword)

@@ -75,7 +75,7 @@ TEST_F(VerificationTest, CodesBelongToTheirAddressAndTime)
     EXPECT_FALSE(mRig.mMailer->verify(tOther, tCode).mOk);
     EXPECT_FALSE(mRig.mMailer->verify(q("stranger@example.org"), tCode).mOk);
     mRig.pass(Verification::sValidHours * 60 * 60);
-    EXPECT_TRUE(refusal(tCode).contains(q("out of date")));
+    EXPECT_TRUE(refusal(tCode).contains(q("has expired")));
 }
 
 TEST_F(VerificationTest, SettingAnAddressAgainSendsNothingWhileItsCodeHolds)

@@ -51,7 +51,7 @@ TEST_F(ProgramTest, PublishesWhatClientsCanFollow)
     EXPECT_EQ(followAsClient(), q("charts-7.0.0.0-de.tar.zst viewer-1.2.0.0.tar.zst"));
     const Program::Result tVerified = run("verify @r");
     EXPECT_EQ(tVerified.mStatus, 0);
-    EXPECT_EQ(tVerified.mOut, "The repository is good: 2 packages\n");
+    EXPECT_EQ(tVerified.mOut, "The repository is valid: 2 packages\n");
     EXPECT_EQ(tVerified.mErr, QByteArray());
     const QByteArray tList = run("list @r").mOut;
     EXPECT_TRUE(tList.contains("\nviewer  1.2.0    2026-03-01  application  -         ")) << tList;
@@ -86,7 +86,7 @@ TEST_F(ProgramTest, KeepsKeysPrivateAndTheRestPublic)
     ::chmod(tKey.toUtf8().constData(), 0640);
     const Program::Result tResult = run("publish @r");
     EXPECT_EQ(tResult.mStatus, 1);
-    EXPECT_TRUE(tResult.mErr.contains("open to other users")) << tResult.mErr;
+    EXPECT_TRUE(tResult.mErr.contains("accessible to other users")) << tResult.mErr;
 }
 
 TEST_F(ProgramTest, AnyChangedFileIsFound)
@@ -188,10 +188,10 @@ TEST_F(ProgramTest, VerifiesWhatSomebodyVouchesFor)
     QFile::copy(path("r/metadata/2.root.json"), path("mix/metadata/3.root.json"));
     const std::tuple<const char*, int, const char*> sCases[] = {
         {"verify @r", 0, ""},
-        {"verify @mirror", 3, "nothing vouches"},
+        {"verify @mirror", 3, "root is not trusted"},
         {"verify @mirror --root @r/metadata/1.root.json", 0, ""},
         {"verify @mirror --keys @r.keys", 0, ""},
-        {"verify @other", 3, "nothing vouches"},
+        {"verify @other", 3, "root is not trusted"},
         {"verify @other --root @r/metadata/1.root.json", 1, "signatures"},
         {"verify @other --keys @r.keys", 1, "another repository"},
         {"verify @mix --keys @r.keys", 1, "another repository"},
@@ -201,7 +201,7 @@ TEST_F(ProgramTest, VerifiesWhatSomebodyVouchesFor)
         const Program::Result tResult = run(tCommand);
         EXPECT_EQ(tResult.mStatus, tStatus) << tCommand << tResult.mErr;
         EXPECT_TRUE(tResult.mErr.contains(tSays)) << tResult.mErr;
-        EXPECT_EQ(tResult.mOut.contains("is good"), tStatus == 0);
+        EXPECT_EQ(tResult.mOut.contains("is valid"), tStatus == 0);
     }
 }
 
@@ -249,24 +249,24 @@ TEST_F(ProgramTest, RefusesInOneLine)
     makeRepository();
     const std::tuple<const char*, int, const char*> sCases[] = {
         {"", 2, "A command is missing"},
-        {"init @r", 1, "holds a repository already"},
-        {"init @new --keys @r.keys", 1, "holds the keys of a repository already"},
-        {"init @new --keys @new/keys", 1, "lies in the repository"},
-        {"init @keys/repository --keys @keys", 1, "lies in the key folder"},
-        {"init @new --key-type dsa", 2, "no key type \"dsa\""},
+        {"init @r", 1, "already contains a repository"},
+        {"init @new --keys @r.keys", 1, "already contains the keys of a repository"},
+        {"init @new --keys @new/keys", 1, "is in the repository"},
+        {"init @keys/repository --keys @keys", 1, "is in the key folder"},
+        {"init @new --key-type dsa", 2, "Unknown key type \"dsa\""},
         {"add @r @f --name x", 2, "--version takes"},
         {"add @r @f --name x --version 1 --title Viewer", 2, "--title takes LANG=TEXT"},
         {"add @r @f --name x --version 1 --date soon", 2, "--date takes"},
-        {"add @r @f --name x --version 1 --executable bin/none", 1, "no file bin/none"},
-        {"add @r @f --name viewer --version 1.2", 1, "is there already"},
+        {"add @r @f --name x --version 1 --executable bin/none", 1, "bin/none, which --executable names"},
+        {"add @r @f --name viewer --version 1.2", 1, "already exists"},
         {"add @r @f --name x --version 1 --unknown", 2, "nknown option"},
-        {"remove @r none", 1, "no such package"},
-        {"publish @none", 1, "no key folder"},
+        {"remove @r none", 1, "Unknown package"},
+        {"publish @none", 1, "does not exist"},
         {"publish @r --expires-days 0", 2, "--expires-days takes"},
         {"publish @r --above http://localhost/r", 2, "https://"},
         {"publish @r --above https://me:pw@localhost/r", 2, "netrc"},
         {"verify @none", 1, "1.root.json"},
-        {"rotate-key @r mirrors", 2, "no role \"mirrors\""},
+        {"rotate-key @r mirrors", 2, "Unknown role \"mirrors\""},
     };
     for (const auto& [tCommand, tStatus, tSays] : sCases) {
         const Program::Result tResult = run(tCommand);

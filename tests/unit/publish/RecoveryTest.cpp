@@ -80,7 +80,7 @@ TEST_F(RecoveryTest, ARestoredPublisherGoesOnAboveWhatMachinesHaveSeen)
             EXPECT_TRUE(tResult.mErr.contains(tCase.mRefusal)) << tResult.mErr;
             continue;
         }
-        EXPECT_TRUE(tResult.mErr.contains("older than what was published")) << tResult.mErr;
+        EXPECT_TRUE(tResult.mErr.contains("older than the published repository")) << tResult.mErr;
         EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst"));
         expectBehind("@online", false);
         EXPECT_EQ(run("publish @r").mErr, "") << "said once";
@@ -160,7 +160,7 @@ TEST_F(RecoveryTest, TheSameVersionWithAnotherContentIsTold)
     const Program::Result tResult = run("verify @r --against @online");
     EXPECT_EQ(tResult.mStatus, 1);
     EXPECT_EQ(tResult.mOut.count(": the same\n"), 4) << tResult.mOut;
-    EXPECT_TRUE(tResult.mErr.contains("another content")) << tResult.mErr;
+    EXPECT_TRUE(tResult.mErr.contains("other content")) << tResult.mErr;
 }
 
 TEST_F(RecoveryTest, ReadsTheRecordOfEarlierVersions)
