@@ -6,7 +6,7 @@ namespace tarn::net {
 
 namespace {
 
-// libcurl searches the system's folder of certificates beside a file that it is given.
+// libcurl searches the system's folder of certificates in addition to a given file.
 bool trustFileAlone(CURL* pHandle, const QByteArray& pFile)
 {
     return curl_easy_setopt(pHandle, CURLOPT_CAINFO, pFile.constData()) == CURLE_OK &&

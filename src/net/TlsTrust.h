@@ -6,9 +6,9 @@
 
 namespace tarn::net {
 
-// Has a transfer take TLS 1.2 and later alone, and no peer whose certificate and name are not verified:
-// against the certificates of pCaFile and no others, or where it is empty against those of the system. False
-// if libcurl can't; then the transfer is not to be begun.
+// Restricts a transfer to TLS 1.2 or later and to peers with a verified certificate and name: by the
+// certificates in pCaFile only, or by the system's if it is empty. False if libcurl can't; then the transfer
+// must not start.
 [[nodiscard]] bool setTlsTrust(CURL* pHandle, const QString& pCaFile);
 
 } // namespace tarn::net

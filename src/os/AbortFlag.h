@@ -4,7 +4,7 @@
 
 namespace tarn::os {
 
-// An order to stop that one thread gives and others look at, or wait for together with other descriptors.
+// A stop request from one thread. Others poll it, or wait for it together with other descriptors.
 class AbortFlag
 {
 public:

@@ -17,7 +17,7 @@ namespace tarn::os {
 
 namespace {
 
-// Rights that came behind those of the kernel's header on this system, with the version that brought them.
+// Rights newer than this system's kernel headers, with the version that introduced them.
 constexpr std::uint64_t sTruncate = 1ULL << 14;
 constexpr int sTruncateVersion = 3;
 constexpr std::uint64_t sDeviceControl = 1ULL << 15;

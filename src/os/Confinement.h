@@ -9,15 +9,15 @@
 
 namespace tarn::os {
 
-// Which files a thread may still open: what is named here, and nothing else. The kernel (Landlock) refuses
-// the rest with EACCES, whatever path a fault in the program or a text from elsewhere leads to, and also
-// behind links. Descriptors that are open already are not touched. It is a wall against wrong paths, not
-// against foreign code in the process: the other threads share its memory and are free.
+// Confines a thread to the files that are named here. The kernel (Landlock) denies all others with EACCES,
+// whatever path a bug or a foreign text produces, also through links. Open descriptors are not affected. This
+// protects against wrong paths, not against injected code: the other threads share the memory and are not
+// confined.
 class Confinement
 {
 public:
-    // False where the kernel has no Landlock, has it switched off, or has its first version, which could not
-    // move a file from one folder to another.
+    // False if the kernel has no Landlock, has it disabled, or has its first version, which can't move files
+    // between folders.
     static bool isAvailable();
 
     Confinement() = default;
@@ -25,7 +25,7 @@ public:
     Confinement(const Confinement&) = delete;
     Confinement& operator=(const Confinement&) = delete;
 
-    // The file, or the folder with all below it, as the path leads to it now. What is not there is left out.
+    // The file, or the folder with everything below it, that the path leads to now. Missing ones are ignored.
     void allowReading(const QString& pPath);
     // Reading, and running the programs in it.
     void allowPrograms(const QString& pPath);

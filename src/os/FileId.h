@@ -10,7 +10,7 @@
 
 namespace tarn::os {
 
-// Which file it is, whatever path leads to it. Ordered by the inode first.
+// Identifies a file independently of its path. Ordered by the inode first.
 struct FileId
 {
     ino_t mInode = 0;
@@ -19,7 +19,7 @@ struct FileId
     auto operator<=>(const FileId&) const = default;
 };
 
-// Of the file or folder at the path, behind links; none where there is nothing.
+// Of the file or folder at the path, following links; none if there is nothing.
 inline std::optional<FileId> fileIdAt(const QByteArray& pPath)
 {
     struct stat tStat;

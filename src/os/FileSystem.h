@@ -8,8 +8,8 @@
 
 namespace tarn::os {
 
-// The file operations of an update run, in the shape of their system calls: -1 and errno on failure.
-// Everything that the service writes outside its databases goes through here, so a test can make any single
+// The file operations of an update run, with the signatures of their system calls: -1 and errno on failure.
+// Everything that the service writes outside its databases uses this interface, so a test can make any
 // operation fail.
 class FileSystem
 {

@@ -43,7 +43,7 @@ bool isDirAt(int pDirFd, const char* pName)
 
 int removeEntries(FileSystem& pFileSystem, int pDirFd)
 {
-    // closedir() closes what it was given, and the caller still needs its own.
+    // closedir() closes its descriptor, and the caller still needs pDirFd.
     const int tCopy = ::fcntl(pDirFd, F_DUPFD_CLOEXEC, 0);
     DIR* tDir = tCopy < 0 ? nullptr : ::fdopendir(tCopy);
     if (tDir == nullptr) {
@@ -128,7 +128,7 @@ Failure makePath(FileSystem& pFileSystem, const QString& pPath, mode_t pMode)
 Failure readFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxSize, QByteArray* pTo)
 {
     pTo->clear();
-    // Not blocking: a pipe in place of the file must not hold the caller up.
+    // Not blocking: a pipe in place of the file must not block the caller.
     Descriptor tFile(pFileSystem, pFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_NONBLOCK));
     return tFile.isOpen() ? readOpenFile(pFileSystem, tFile.fd(), pPath, pMaxSize, pTo)
                           : Failure::fromErrno(errno, u"read %1"_s.arg(pPath));

@@ -9,36 +9,36 @@
 
 namespace tarn::os {
 
-// Writes all of the bytes, however many calls that takes. -1 and errno on failure.
+// Writes all bytes, in several calls if needed. -1 and errno on failure.
 int writeAll(FileSystem& pFileSystem, int pFd, const char* pData, size_t pSize);
 
 // A folder with all folders above it; one that is there already is fine.
 Failure makePath(FileSystem& pFileSystem, const QString& pPath, mode_t pMode);
 
-// The whole of a regular file, or a failure if it is longer than pMaxSize bytes.
+// Reads a whole regular file; fails if it is longer than pMaxSize bytes.
 Failure readFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxSize, QByteArray* pTo);
 
-// The same of a file that is open; pPath is what messages call it.
+// The same for an open file; pPath is its name in messages.
 Failure readOpenFile(FileSystem& pFileSystem, int pFd, const QString& pPath, qint64 pMaxSize,
                      QByteArray* pTo);
 
-// Makes or replaces a file, without syncing it.
+// Creates or overwrites a file, without syncing it.
 Failure writeFile(FileSystem& pFileSystem, const QString& pPath, const QByteArray& pBytes, mode_t pMode);
 
-// Replaces a file as a whole and brings it to the disk: after a crash the old or the new bytes are there.
-// What a crash leaves is named pPath + ".new", and the next call replaces it.
+// Replaces a file atomically and durably: after a crash it has the old or the new bytes. A crash may leave
+// pPath + ".new", which the next call replaces.
 Failure replaceFile(FileSystem& pFileSystem, const QString& pPath, const QByteArray& pBytes, mode_t pMode);
 
-// Removes a file, a link or a whole folder; links are not followed. What is not there counts as removed. Goes
-// on behind a failure and reports the first one.
+// Removes a file, a link or a whole folder; links are not followed. A missing one counts as removed.
+// Continues after a failure and returns the first one.
 Failure removeTree(FileSystem& pFileSystem, const QString& pPath);
 
-// The same for what the last of pNames is called in the folder that the others lead to, one below the other
-// from pDirFd on. A link or a file among these others is a failure: nothing is removed behind it. pPath is
-// what messages call it.
+// The same for the entry named by the last of pNames; the others are the folders above it, starting at
+// pDirFd. A link or a file among these folders is a failure, and nothing is removed. pPath is its name in
+// messages.
 Failure removeBelow(FileSystem& pFileSystem, int pDirFd, const QByteArrayList& pNames, const QString& pPath);
 
-// The folder that pNames lead to, one below the other from pDirFd on, without following a link. -1 and errno.
+// Opens the folder below pDirFd that pNames lead to, without following links. -1 and errno on failure.
 int openBelow(FileSystem& pFileSystem, int pDirFd, const QByteArrayList& pNames);
 
 // fsync of a folder: its names are on the disk after it.

@@ -43,7 +43,8 @@ void FolderUse::look(const QByteArray& pProcDir)
     lookAtArguments(pProcDir);
 }
 
-// A link is followed only where its name fits: the file may be on a disk or a server that doesn't answer.
+// A link is followed only if its name matches, because the file may be on a disk or a server that doesn't
+// answer.
 void FolderUse::lookAtLink(const QByteArray& pLink)
 {
     const QByteArray tTarget = linkTarget(pLink);
@@ -52,8 +53,8 @@ void FolderUse::lookAtLink(const QByteArray& pLink)
     }
 }
 
-// A line is "FROM-TO RIGHTS OFFSET MAJOR:MINOR INODE PATH". Its device is not that of stat() on every file
-// system: where only the inode is one of ours, the path tells.
+// A line is "FROM-TO RIGHTS OFFSET MAJOR:MINOR INODE PATH". On some file systems its device differs from that
+// of stat(): if only the inode matches, the path decides.
 void FolderUse::lookAtMappings(const QByteArray& pProcDir)
 {
     const QByteArrayList tLines = readProcFile(pProcDir + "/maps").split('\n');
@@ -74,7 +75,7 @@ void FolderUse::lookAtMappings(const QByteArray& pProcDir)
     }
 }
 
-// A script that its interpreter has read needs its folder without having anything of it open.
+// An interpreter may need the folder of a script without having any of its files open.
 void FolderUse::lookAtArguments(const QByteArray& pProcDir)
 {
     const QByteArrayList tArguments = argumentPaths(pProcDir);

@@ -10,15 +10,15 @@
 
 namespace tarn::os {
 
-// Which of some folders are in use by a process. Files are told apart by device and inode, so that another
-// mount of what is in a folder, or another way to it, makes no difference.
+// Which of some folders are in use by a process. Files are compared by device and inode, so other mounts of
+// and other paths to a folder count as well.
 class FolderUse
 {
 public:
     explicit FolderUse(const QStringList& pFolders);
 
-    // Looks into a process: what it runs, where it is, what it has open and mapped, what its arguments name.
-    // pProcDir is its folder below /proc. What may not be looked into counts as unused.
+    // Checks a process: its executable, working directory, open and mapped files, and arguments. pProcDir is
+    // its folder in /proc. What can't be read counts as unused.
     void look(const QByteArray& pProcDir);
     bool isAllUsed() const { return std::ssize(mUsed) == mFolders.size(); }
     // Those found in use so far, in the order of the folders.

@@ -9,9 +9,9 @@
 
 namespace tarn::os {
 
-// Another list whose look-ups are done by a thread of its own, which may do what the thread may that made
-// this object. A confined thread needs it: the kernel lets it look into no process outside of its
-// confinement. Calls from several threads wait for each other.
+// Runs the queries of another list on a separate thread with the rights of the thread that created this
+// object. A confined thread needs it, because the kernel does not let it inspect processes outside its
+// confinement. Calls from several threads are serialized.
 class FreeProcessList : public ProcessList
 {
 public:
@@ -24,11 +24,11 @@ public:
 
 private:
     void work();
-    // Has the thread do it, and comes back with its errno when that is done.
+    // Runs it on the thread, waits, and restores its errno.
     void call(const std::function<void()>& pWhat);
 
     ProcessList& mList;
-    std::mutex mCalls; // held for the whole of a call
+    std::mutex mCalls; // held during a call
     std::mutex mMutex;
     std::condition_variable mChanged;
     const std::function<void()>* mWhat = nullptr;

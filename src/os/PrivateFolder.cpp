@@ -72,7 +72,7 @@ Failure PrivateFolder::openFile(const QByteArray& pName, qint64 pMaxSize, Descri
     if (pTo->isOpen() && isSound(*pTo, pMaxSize)) {
         return {};
     }
-    // A link (ELOOP) and the end of a pipe or a socket that nobody serves (ENXIO) are removed as well.
+    // A link (ELOOP), and a pipe or a socket without a peer (ENXIO), are removed as well.
     if (!pTo->isOpen() && errno != ENOENT && errno != ELOOP && errno != ENXIO) {
         return Failure::fromErrno(errno, tWhat);
     }
@@ -97,7 +97,7 @@ qint64 PrivateFolder::sizeOf(const QByteArray& pName) const
 
 QList<QByteArray> PrivateFolder::names() const
 {
-    // A descriptor of its own: it has a place in the folder, and closedir() closes it.
+    // A separate descriptor: it has a read position, and closedir() closes it.
     const int tFd = ::openat(mFolder.fd(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     DIR* tFolder = tFd < 0 ? nullptr : ::fdopendir(tFd);
     QList<QByteArray> tNames;

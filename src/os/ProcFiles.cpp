@@ -11,9 +11,9 @@ namespace tarn::os {
 
 namespace {
 
-// What the kernel puts behind the path of a file in use that was unlinked.
+// The kernel's suffix for the path of a deleted file.
 const QByteArray sDeletedMark(" (deleted)");
-// The file that a process works on stands at the beginning.
+// The file that a process works on is among its first arguments.
 constexpr qsizetype sMaxArguments = 64;
 
 } // namespace

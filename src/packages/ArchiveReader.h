@@ -25,10 +25,10 @@ public:
 
     Failure open(const QString& pPath);
     archive* handle() const { return mArchive; }
-    // Why the last call on handle() failed: a read error of the file, or bytes that are no archive.
+    // Why the last call on handle() failed: a read error, or bytes that are not an archive.
     Failure failure() const;
 
-    // Names as bytes, whatever the locale: archives that carry theirs as UTF-8 and those that don't.
+    // Names as bytes, independent of the locale, whether the archive marks them as UTF-8 or not.
     static QByteArray pathOf(archive_entry* pEntry);
     static QByteArray linkTargetOf(archive_entry* pEntry);
 

@@ -11,9 +11,8 @@ namespace tarn::packages {
 // path that is absolute, has "..", is too deep or can't be a file name.
 std::optional<QByteArrayList> entryPath(const QByteArray& pPath, int pMaxDepth);
 
-// Whether a link with this text, in a folder pDepth below the package's root, stays inside the package.
-// ".." may stand in front only: behind a name it would climb out of wherever that name, itself perhaps a
-// link, leads.
+// Whether a link with this text, in a folder pDepth below the package's root, stays inside the package. ".."
+// is only allowed at the start: after a name, which may be a link, it would leave the link's target.
 bool linkStaysInside(const QByteArray& pTarget, int pDepth);
 
 } // namespace tarn::packages

@@ -10,18 +10,18 @@
 
 namespace tarn::packages {
 
-// The open folders from a root down to the one being filled. Each is opened from the one above it without
-// following links, so no link that was unpacked before can redirect what is written; archives go folder by
-// folder, so few of them are opened twice.
+// The open folders from a root down to the current one. Each is opened from the one above it without
+// following links, so an unpacked link can't redirect a write. Archives are ordered by folder, so few are
+// opened twice.
 class FolderChain
 {
 public:
     explicit FolderChain(os::FileSystem& pFileSystem) : mFileSystem(pFileSystem) {}
 
-    // Makes the root folder, which must not exist.
+    // Creates the root folder, which must not exist.
     Failure start(const QString& pRoot);
-    // The descriptor of the folder below the root, made where it is missing; valid until the next call.
-    // -1 and errno on failure.
+    // The descriptor of the folder below the root, created if missing; valid until the next call. -1 and
+    // errno on failure.
     int enter(const QByteArrayList& pNames);
 
 private:

@@ -102,7 +102,7 @@ Failure GenerationReader::current(Manifest* pTo, QString* pDamage)
     return {};
 }
 
-// What lies below the install folder must be there, too: a run that failed may have left a manifest.
+// Its packages below the install folder must exist, too: a failed run may have left a manifest.
 bool GenerationReader::newestSoundBefore(qint64 pNumber, Manifest* pTo)
 {
     QList<qint64> tNumbers = numbers();

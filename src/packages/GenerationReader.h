@@ -13,7 +13,7 @@ class FileSystem;
 
 namespace tarn::packages {
 
-// Reads what the generations below an install folder say. Changes nothing and needs no lock.
+// Reads the generations of an install folder. Changes nothing and needs no lock.
 class GenerationReader
 {
 public:
@@ -22,32 +22,32 @@ public:
     {
     }
 
-    // The manifest of what is installed; an empty one where nothing ever was. Where that of the current
-    // generation is damaged, the newest sound one before it counts, and *pDamage says so (a sentence without
+    // The manifest of the installed packages; empty if nothing was ever installed. If that of the current
+    // generation is damaged, the newest valid one before it counts, and *pDamage says so (a sentence without
     // its full stop).
     Failure current(Manifest* pTo, QString* pDamage = nullptr);
     Failure manifest(qint64 pNumber, Manifest* pTo);
 
     // All generations that are there, in no order.
     QList<qint64> numbers() const;
-    // The package folders, in the form of manifests, that a generation names: in its manifest or, where that
-    // is damaged, by its links.
+    // The package folders, in manifest form, that a generation refers to: in its manifest or, if that is
+    // damaged, by its links.
     QStringList folders(qint64 pNumber);
 
-    // What must stay: the current generation and the one before it, with their package folders.
+    // What must be kept: the current generation and the one before it, with their package folders.
     struct Kept
     {
         QSet<qint64> mNumbers;
         QSet<QString> mFolders;     // absolute paths
-        QSet<QString> mRealFolders; // without links on the way
+        QSet<QString> mRealFolders; // without links
 
-        // True for one of these folders, by whatever way its absolute path goes there.
+        // True for one of these folders, by any absolute path.
         bool has(const QString& pFolder) const;
     };
-    // With what current() gives. Nothing is kept where that fails.
+    // Based on current(). Nothing is kept if that fails.
     Failure kept(Kept* pTo, Manifest* pCurrent, QString* pDamage = nullptr);
 
-    // What runs announced to unpack and may have left behind; empty where all of them ended in order.
+    // What runs recorded before unpacking and may have left behind; empty if all of them ended cleanly.
     Failure intent(Manifest* pTo);
 
 private:

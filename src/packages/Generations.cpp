@@ -36,7 +36,7 @@ Failure Generations::announce(const QList<InstalledPackage>& pPackages)
     if (tFailure && tFailure.mKind != Failure::Kind::Content) {
         return tFailure;
     }
-    // What an earlier run left and could not be removed stays noted.
+    // Leftovers of an earlier run that could not be removed stay recorded.
     for (const InstalledPackage& tPackage : pPackages) {
         tIntent.mPackages.removeIf([&](const auto& pOther) { return pOther.mFolder == tPackage.mFolder; });
     }
@@ -88,7 +88,7 @@ Failure Generations::moveIntoPlace(const StagedPackage& pStaged, const Generatio
     }
     if (QFileInfo::exists(tTarget)) {
         if (pKept.has(tTarget)) {
-            return {}; // the same bytes stand here already, and may be in use
+            return {}; // the same package is already here, and may be in use
         }
         if (const Failure tFailure = mLeftovers.removePackage(*PackageFolders::place(pStaged.mFolder))) {
             return tFailure;
@@ -148,8 +148,8 @@ Failure Generations::switchTo(qint64 pNumber)
         mFileSystem.rename(tNew, QFile::encodeName(mFolders.currentLink())) != 0) {
         return Failure::fromErrno(errno, u"switch %1 to the new packages"_s.arg(mFolders.currentLink()));
     }
-    // Should this fail, a power cut can bring back the old generation, which is whole and kept; the switch as
-    // such has happened and is not to be reported as failed.
+    // If this fails, a power failure can bring back the old generation, which is complete and kept. The
+    // switch itself has succeeded and must not be reported as failed.
     (void)os::syncDir(mFileSystem, mFolders.installDir());
     return {};
 }

@@ -16,16 +16,16 @@ namespace tarn::packages {
 
 class Roots;
 
-// A package that is unpacked in its staging folder and now takes its place.
+// A package that is unpacked in its staging folder.
 struct StagedPackage
 {
     QString mStagingFolder; // absolute
     QString mFolder;        // as PackageFolders::folder
 };
 
-// The generations below one install folder. The link "current" is the only thing that ever changes in place,
-// with one rename, so whoever reads through it sees the old state or the new one and nothing between. Changes
-// nothing outside of the claimed roots, which must outlive the object.
+// The generations of one install folder. Only the link "current" ever changes in place, with one rename, so
+// readers see either the old or the new state. Changes nothing outside the claimed roots, which must outlive
+// the object.
 class Generations
 {
 public:
@@ -33,20 +33,19 @@ public:
 
     GenerationReader& reader() { return mReader; }
 
-    // To be called before the first of these packages is unpacked: notes their folders on the disk, so that
-    // what a run leaves that ends too early can be told from what others put there. Empties their staging
-    // folders.
+    // To be called before the first of these packages is unpacked: records their folders on disk, so that
+    // leftovers of an interrupted run can be distinguished from foreign files. Empties their staging folders.
     Failure announce(const QList<InstalledPackage>& pPackages);
 
     // Makes pNext the current generation: moves the staged packages to their folders, writes the generation,
-    // brings all of it to the disk, and switches. pNext has the number of nextNumber(). On failure the old
-    // generation is still the current one, and what was begun is left to removeLeftovers().
+    // syncs everything, and switches. pNext has the number of nextNumber(). On failure the old generation
+    // stays current, and removeLeftovers() cleans up.
     Failure install(const Manifest& pNext, const QList<StagedPackage>& pStaged);
     qint64 nextNumber(const Manifest& pCurrent);
 
-    // Removes every generation, package folder and staging folder that was made here and that neither the
-    // current generation nor the one before it needs: what is obsolete, and what a killed or failed run left.
-    // Goes on behind a failure. pProgress gets how many of how many are done.
+    // Removes every generation, package folder and staging folder that was created here and that neither the
+    // current generation nor the one before it needs: obsolete ones, and leftovers of killed or failed runs.
+    // Continues after a failure. pProgress receives how many of how many are done.
     Failure removeLeftovers(const std::function<void(int, int)>& pProgress = nullptr,
                             const PutOff& pPutOff = nullptr);
 

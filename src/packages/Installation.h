@@ -25,7 +25,7 @@ public:
     const QString& id() const { return mId; } // empty before the first setId()
     const QStringList& roots() const { return mRoots; }
 
-    // Both are on the disk when they return, or have changed nothing.
+    // Both are synced when they return, or have changed nothing.
     Failure setId(const QString& pId);
     Failure addRoot(const QString& pRoot);
 

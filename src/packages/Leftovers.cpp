@@ -107,7 +107,7 @@ QStringList Leftovers::putOff(const std::vector<Item>& pItems, const PutOff& pPu
     return pPutOff && !tFolders.isEmpty() ? pPutOff(tFolders) : QStringList();
 }
 
-// True where nothing of it is left that this installation may remove.
+// True if nothing is left that this installation may remove.
 bool Leftovers::removeItem(const Item& pItem, const QStringList& pPutOff)
 {
     bool tAllGone = true;
@@ -145,7 +145,7 @@ Failure Leftovers::removePackage(const PackagePlace& pPlace)
     const Failure tFailure =
         os::removeBelow(mFileSystem, tFd, {sPackages, tName, QFile::encodeName(pPlace.mVersion)},
                         PackageFolders::below(tRoot, pPlace));
-    // The package's own folder, if that was the last version and nobody else put something into it.
+    // The package's own folder, if that was the last version and there are no foreign files in it.
     const os::Descriptor tPackages(mFileSystem, os::openBelow(mFileSystem, tFd, {sPackages}));
     if (!tFailure && tPackages.isOpen()) {
         mFileSystem.unlinkAt(tPackages.fd(), tName, AT_REMOVEDIR);
@@ -153,7 +153,7 @@ Failure Leftovers::removePackage(const PackagePlace& pPlace)
     return tFailure;
 }
 
-// Its links and its manifest; the folder itself goes only where that was all.
+// Its links and its manifest; the folder itself only if it is empty then.
 Failure Leftovers::removeGeneration(qint64 pNumber)
 {
     const QString tPath = mFolders.generationDir(pNumber);

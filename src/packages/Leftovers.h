@@ -9,14 +9,12 @@ namespace tarn::packages {
 
 class Roots;
 
-// Those of some package folders (absolute paths) that are to stay for now; asked once, and again at the next
-// removal.
+// Those of some package folders (absolute paths) that must be kept for now; called once per removal.
 using PutOff = std::function<QStringList(const QStringList&)>;
 
-// What is no longer needed: package folders of superseded generations, and what a run announced and did not
-// come to use. Whatever no manifest of this installation names is not looked at. A generation goes when all
-// of its package folders have gone, so that what is put off, fails, or is on a disk that is not there now
-// stays known.
+// What is no longer needed: package folders of superseded generations, and unused ones that a run recorded.
+// Only what a manifest of this installation names is considered. A generation is removed when all of its
+// package folders are, so that folders that are postponed, fail, or are on an unmounted disk stay recorded.
 class Leftovers
 {
 public:
@@ -26,14 +24,14 @@ public:
     {
     }
 
-    // Goes on behind a failure and reports the first one. pProgress gets how many of how many are done.
+    // Continues after a failure and returns the first one. pProgress receives how many of how many are done.
     Failure remove(const std::function<void(int, int)>& pProgress, const PutOff& pPutOff);
     // Empties the place in which a package is to be unpacked.
     Failure removeStaging(const PackagePlace& pPlace);
     Failure removePackage(const PackagePlace& pPlace);
 
 private:
-    // What one record names, and what becomes of the record itself when all of that has gone.
+    // The folders of one record; the record itself is removed after them.
     struct Item
     {
         QList<PackagePlace> mStagings;

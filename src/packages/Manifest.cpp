@@ -27,7 +27,7 @@ QDateTime dateFrom(const QJsonValue& pFrom)
     return QDateTime::fromString(pFrom.toString(), Qt::ISODateWithMs);
 }
 
-// A null text stays apart from an empty one: a record without a parent is one of the top level.
+// A null text differs from an empty one: a record without a parent is at the top level.
 QJsonValue textValue(const QString& pText)
 {
     return pText.isNull() ? QJsonValue() : QJsonValue(pText);

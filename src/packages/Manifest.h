@@ -15,16 +15,17 @@ namespace tarn::packages {
 struct InstalledPackage
 {
     PackageInfo mInfo;
-    tuf::Hash mHash; // of the archive it came from
+    tuf::Hash mHash; // of its archive
     QString mFolder; // as PackageFolders::folder
     QString mParent; // null for a package of the top level
 };
 
-// What a generation holds, kept in it as a file: the one place that says what is installed. It carries the
-// log records of the run that made it, so a run that is killed behind the switch loses none.
+// The contents of a generation, stored as a file in it: the only record of what is installed. It includes the
+// log records of its run, so a run that is killed after the switch loses none. docs/file-formats.md has an
+// example.
 struct Manifest
 {
-    qint64 mGeneration = 0; // 0: nothing has been installed yet
+    qint64 mGeneration = 0; // 0: nothing is installed yet
     qint64 mPrevious = 0;   // the generation before it, which is kept as well
     QString mRunId;
     QDateTime mRunDate;
@@ -35,8 +36,8 @@ struct Manifest
     QStringList folders() const; // of its packages
 
     QByteArray toBytes() const;
-    // False, with the reason in *pError, for bytes that toBytes did not make. Each folder then has the form
-    // of PackageFolders::place, with the name, the version and the hash of its package.
+    // False, with the reason in *pError, for bytes that are not from toBytes. On success, each folder has the
+    // form of PackageFolders::place, with the name, the version and the hash of its package.
     static bool fromBytes(const QByteArray& pBytes, Manifest* pTo, QString* pError);
 };
 

@@ -10,7 +10,7 @@
 
 namespace tarn::packages {
 
-// Where one package lies.
+// The place of one package.
 struct PackagePlace
 {
     QString mRoot;    // empty for the install folder
@@ -20,13 +20,13 @@ struct PackagePlace
     bool operator==(const PackagePlace&) const = default;
 };
 
-// What a generation's link to a package folder says: relative inside the install folder, so that the whole of
-// it can be moved.
+// The target of a generation's link to a package folder: relative inside the install folder, so that this can
+// be moved.
 QString linkToFolder(const QString& pFolder);
-// The folder, in the form of manifests, that such a link names; none for what is not such a link.
+// The folder, in manifest form, that such a link names; none if it is not such a link.
 std::optional<QString> folderOfLink(const QString& pLink);
 
-// Where things lie. Two roots, which may be one and the same folder:
+// The layout of the two root folders, which may be the same:
 //
 //   ROOT/.vk-root                      the marker: which installation the folder belongs to (Roots)
 //   ROOT/packages/NAME/VERSION-HASH/   an unpacked package, never changed once it stands here
@@ -36,12 +36,12 @@ std::optional<QString> folderOfLink(const QString& pLink);
 //   INSTALLDIR/.intent.json            what a run is about to unpack, so that a killed run's leftovers are
 //   known
 //
-// A package's folder is named in manifests as a path relative to the install folder where it lies
-// below it, and as an absolute one otherwise.
+// Manifests name a package's folder by a path relative to the install folder if it is below that, and
+// otherwise by an absolute path.
 class PackageFolders
 {
 public:
-    // pDataDir empty: data packages lie below pInstallDir too. Both as absolute paths.
+    // pDataDir empty: data packages are in pInstallDir, too. Both are absolute paths.
     PackageFolders(const QString& pInstallDir, const QString& pDataDir);
 
     const QString& installDir() const { return mInstallDir; }
@@ -50,16 +50,16 @@ public:
     QStringList roots() const;
 
     QString stagingDir(const QString& pRoot) const;
-    // Where a package is unpacked, before it is moved to its own folder.
+    // Where a package is unpacked before it is moved to its own folder.
     QString stagingFolder(const PackageInfo& pInfo, const tuf::Hash& pHash) const;
 
-    // The package's own folder, in the form of manifests.
+    // The package's own folder, in manifest form.
     QString folder(const PackageInfo& pInfo, const tuf::Hash& pHash) const;
     QString absolute(const QString& pFolder) const;
-    // The place that a folder in the form of manifests names; none for a text of another form. The text alone
-    // does not make the root one of this installation.
+    // The place of a folder in manifest form; none for a text of another form. Its root is not necessarily
+    // one of this installation.
     static std::optional<PackagePlace> place(const QString& pFolder);
-    // True where that place is the one of this package in some root.
+    // True if that place is the one of this package in some root.
     static bool isPlaceOf(const QString& pFolder, const PackageInfo& pInfo, const tuf::Hash& pHash);
     static QString below(const QString& pRoot, const PackagePlace& pPlace)
     {

@@ -42,7 +42,7 @@ bool isRelativePath(const QString& pText)
     return true;
 }
 
-// Takes members out of the object; keeps the first reason why one can't be used.
+// Reads members of the object; keeps the first error.
 class Reader
 {
 public:
@@ -57,7 +57,7 @@ public:
         }
     }
 
-    // An empty text where the member is missing.
+    // Empty if the member is missing.
     QString string(const char* pName)
     {
         const QJsonValue tValue = mFrom.value(QLatin1String(pName));

@@ -16,7 +16,7 @@ enum class Kind
     Data,
 };
 
-// What a publisher says about a package; the "custom" object of its target.
+// A publisher's description of a package; the "custom" object of its target.
 struct PackageInfo
 {
     QString mName; // [a-z0-9][a-z0-9._+-]*, at most 100 characters: it names a folder
@@ -24,7 +24,7 @@ struct PackageInfo
     vkcore::EnhVersion mVersion;
     vkcore::LangString mTitle;
     QString mLanguage;          // empty: for all languages
-    QStringList mRequires;      // names of packages that come along with this one
+    QStringList mRequires;      // names of packages that have to be installed with this one
     QStringList mExecutables;   // relative paths in the package that must not run while it is replaced
     vkcore::LangString mReport; // for the install log
     qint64 mInstalledSize = 0;  // bytes

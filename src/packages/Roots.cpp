@@ -23,7 +23,7 @@ namespace tarn::packages {
 namespace {
 
 constexpr mode_t sFolderMode = 0755;
-constexpr mode_t sMarkerMode = 0600; // whoever could read it could hold its lock
+constexpr mode_t sMarkerMode = 0600; // a user who could read it could lock it
 constexpr qint64 sMaxMarkerSize = 64 * 1024;
 constexpr int sFormat = 1;
 
@@ -32,8 +32,7 @@ Failure refused(const QString& pText)
     return {Failure::Kind::Person, pText};
 }
 
-// What a disk that was just formatted has, and what an earlier version left behind where nothing was
-// installed.
+// Entries of a newly formatted disk, and leftovers of an earlier version that installed nothing.
 bool isAsGoodAsNothing(const QFileInfo& pInfo)
 {
     static const QStringList sFiles{u".lock"_s, Roots::markerName() + u".new"_s};
@@ -83,12 +82,12 @@ struct Roots::Claim
     {
         Missing,
         Ours,
-        Empty, // an administrator made it
+        Empty, // created by an administrator
     };
 
     QString mPath;
     QStringList mInside;
-    bool mGivesId = false; // its marker says which installation this is
+    bool mGivesId = false; // its marker determines the id of this installation
     bool mIsLeft = false;  // for NewRoots::Leave
     Marker mFound = Marker::Missing;
     Root mRoot;
@@ -198,7 +197,7 @@ Failure Roots::openFolder(Claim* pClaim, const std::function<Vouched()>& pVouche
     return tFailure || tOpen() ? tFailure : tCantOpen();
 }
 
-// Nobody else may be able to put something else in the place of what is installed.
+// Nobody else may be able to replace what is installed.
 Failure Roots::checkFolder(const Claim& pClaim) const
 {
     const auto tRefuse = [](const QString& pPath) {
@@ -259,8 +258,7 @@ Failure Roots::readMarker(Claim* pClaim)
     return {};
 }
 
-// The folder itself goes to the disk too: a root that the installation knows must not be missing after a
-// crash.
+// Syncs the folder itself, too: a known root must not be missing after a crash.
 Failure Roots::writeMarker(Claim* pClaim)
 {
     if (mInstallation.id().isEmpty()) {

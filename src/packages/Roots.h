@@ -12,7 +12,7 @@
 
 namespace tarn::packages {
 
-// What manifests of this installation say of a folder that has no marker.
+// What manifests of this installation say about a folder without a marker.
 enum class Vouched
 {
     Nothing, // none names a package in it
@@ -20,22 +20,21 @@ enum class Vouched
     Absent,  // one does, and none of its packages is there
 };
 
-// What becomes of a missing or empty folder that is not a root yet.
+// How to handle a missing or empty folder that is not a root yet.
 enum class NewRoots
 {
     Make,
     Leave, // it is not claimed, which is not a failure
 };
 
-// The root folders that this process may change. A folder becomes one by its marker ROOT/.vk-root, a file
-// with the id of the installation, which is also the folder's lock and open to nobody else:
+// The root folders that this process may change. A folder becomes one by its marker ROOT/.vk-root, a private
+// file with the id of the installation, which is also the folder's lock:
 //
 //   {"format": 1, "installation": "6f1c..."}
 //
-// An empty file under that name is an administrator's order to take the folder, whatever is in it. A folder
-// without a marker is taken where it is missing or empty, or where manifests vouch for it; a root that the
-// installation knows and that has no marker now is a disk that is not mounted. Everything else is refused,
-// and then nothing in the folder has been touched.
+// An empty marker is an administrator's permission to claim the folder, whatever is in it. A folder without a
+// marker is claimed if it is missing or empty, or if manifests vouch for it. A known root without a marker is
+// on a disk that is not mounted. All others are refused unchanged.
 class Roots
 {
 public:
@@ -43,15 +42,14 @@ public:
 
     // Reads which installation this is. To be called first.
     Failure open(NewRoots pNew);
-    // True until the installation has had its first root: what an earlier version installed may be taken
-    // over.
+    // True until the installation has its first root: packages of an earlier version may be taken over.
     bool isNewInstallation() const { return mInstallation.roots().isEmpty(); }
 
-    // Takes the folder for as long as this object lives. pInside: other folders of this installation that may
-    // lie in it. Kind::Person where the folder is not this installation's to use; never waits for a lock.
+    // Claims the folder for the lifetime of this object. pInside: other folders of this installation that may
+    // be in it. Kind::Person if this installation must not use the folder; never waits for a lock.
     Failure claim(const QString& pRoot, const QStringList& pInside, const std::function<Vouched()>& pVouched);
-    // The same for the install folder, the first to be claimed. What is installed belongs to whoever has that
-    // folder: a new installation, as after the loss of the state folder, takes its id from the marker there.
+    // The same for the install folder, which has to be claimed first. A new installation, such as after the
+    // loss of the state folder, reads its id from the marker there.
     Failure claimInstallDir(const QString& pRoot, const QStringList& pInside,
                             const std::function<Vouched()>& pVouched);
 
@@ -59,7 +57,7 @@ public:
     QStringList paths() const;
     // The claimed folder; -1 for one that is not. Valid as long as this object.
     int fd(const QString& pRoot) const;
-    // True for a root that this installation has had, be it there now or not.
+    // True for a root that this installation has had, whether it exists now or not.
     bool knows(const QString& pRoot) const { return mInstallation.roots().contains(pRoot); }
 
     static QString markerName() { return QStringLiteral(".vk-root"); }
@@ -69,7 +67,7 @@ private:
     struct Root
     {
         os::Descriptor mFolder;
-        os::Descriptor mMarker; // locked; closed where another root is the same folder
+        os::Descriptor mMarker; // locked; closed if another root is the same folder
     };
     Failure make(Claim* pClaim, const std::function<Vouched()>& pVouched);
     Failure openFolder(Claim* pClaim, const std::function<Vouched()>& pVouched);

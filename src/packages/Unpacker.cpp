@@ -74,7 +74,7 @@ private:
     }
     Failure systemFailure(const QByteArray& pPath) const
     {
-        // The folder is new and only this archive writes to it: what is there already came out of it, too.
+        // The folder is new and only this archive writes to it, so what exists is from the same archive.
         if (errno == EEXIST) {
             return refuseEntry(pPath, "occurs twice");
         }
@@ -100,7 +100,7 @@ private:
     FolderChain mChain;
     UnpackLimits mLimits;
     const std::function<void(qint64)>& mProgress;
-    qint64 mRoom; // bytes that may still come
+    qint64 mRoom; // bytes that are still allowed
 };
 
 Failure Unpacking::takeEntry(archive_entry* pEntry)
@@ -151,7 +151,7 @@ Failure Unpacking::takeFile(archive_entry* pEntry, const QByteArray& pPath, int 
     const mode_t tMode = (archive_entry_perm(pEntry) & 0111) != 0 ? sProgramMode : sFileMode;
     const int tFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
     os::Descriptor tFile(mFileSystem, mFileSystem.openAt(pDirFd, pName, tFlags, tMode));
-    // The rights again, since the umask of the service took some away.
+    // Sets the mode again, because the service's umask has reduced it.
     if (!tFile.isOpen() || mFileSystem.changeMode(tFile.fd(), tMode) != 0) {
         return systemFailure(pPath);
     }

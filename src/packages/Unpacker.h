@@ -20,13 +20,12 @@ struct UnpackLimits
     int mMaxDepth = 64; // folders above a file
 };
 
-// Unpacks a .tar.zst into a folder that must not exist yet. Takes regular files, folders and symbolic links
-// that stay inside; an archive with anything else, or with a path that leads out, is refused as a whole.
-// Rights become 0755 or 0644, files keep their times; owner, group, set-id bits and extended attributes are
-// not taken over.
+// Unpacks a .tar.zst into a folder that must not exist yet. Accepts regular files, folders and symbolic links
+// that stay inside; refuses an archive with anything else, or with a path that points outside. Modes become
+// 0755 or 0644, files keep their times; owner, group, set-id bits and extended attributes are ignored.
 //
-// The folder's parent must be one that no other user may write to. Nothing is synced. On failure the folder
-// is left as it is, for the caller to remove.
+// No other user may have write access to the folder's parent. Nothing is synced. On failure the caller has to
+// remove the folder.
 class Unpacker
 {
 public:

@@ -13,9 +13,8 @@ class FileSystem;
 
 namespace tarn::tuf {
 
-// Replaces a file as a whole: after a crash at any moment the old or the new content is there. A file
-// pPath + ".new" may be left behind by a crash and is overwritten by the next call. Errors are
-// Failure::Kind::Damaged.
+// Replaces a file atomically: after a crash it has the old or the new content. A crash may leave pPath +
+// ".new", which the next call overwrites. Errors are Failure::Kind::Damaged.
 Failure writeFileAtomically(os::FileSystem& pFileSystem, const QString& pPath, const QByteArray& pContent,
                             mode_t pMode);
 

@@ -36,7 +36,7 @@ bool appendString(const QString& pText, QByteArray* pTo)
 
 bool appendNumber(const QJsonValue& pValue, QByteArray* pTo)
 {
-    // toInteger gives its default for everything that isn't a whole number of 64 bits.
+    // toInteger returns its default for everything except integers of 64 bits.
     const qint64 tNumber = pValue.toInteger(0);
     if (tNumber != pValue.toInteger(1)) {
         return false;

@@ -5,9 +5,9 @@
 
 namespace tarn::tuf {
 
-// The one byte form of a JSON value that signatures are made over: members sorted by code point, no blanks,
-// whole numbers only, and no escapes but those of the quote and the backslash.
-// False for a value that has no such form: a fraction, a number beyond 64 bits, a text that isn't Unicode.
+// The canonical bytes of a JSON value, over which signatures are made: members sorted by code point, no
+// spaces, integers only, and only quote and backslash escaped. False for a value without such a form: a
+// fraction, a number beyond 64 bits, a text that isn't Unicode.
 bool canonicalJson(const QJsonValue& pValue, QByteArray* pTo);
 
 } // namespace tarn::tuf

@@ -67,7 +67,7 @@ QStringList delegatedRoleNames(const Delegations& pDelegations, int pMax)
 const RoleKeys* keysOfRole(const Delegations& pDelegations, const QString& pRole)
 {
     if (pDelegations.mSuccinct) {
-        // Only rolesForTarget and delegatedRoleNames make these names, so that the prefix tells enough.
+        // Only rolesForTarget and delegatedRoleNames make these names, so checking the prefix is enough.
         return pRole.startsWith(pDelegations.mSuccinct->mNamePrefix + u'-') ? &pDelegations.mSuccinct->mKeys
                                                                             : nullptr;
     }

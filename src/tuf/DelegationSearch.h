@@ -11,10 +11,10 @@ namespace tarn::tuf {
 struct RoleChoice
 {
     QString mRole;
-    bool mTerminating = false; // no role behind this one is to be asked
+    bool mTerminating = false; // no role after this one is searched
 };
 
-// The roles that may speak for a target's path, in the order to ask them; a terminating one is the last.
+// The roles that are responsible for a target's path, in search order; a terminating one is the last.
 QList<RoleChoice> rolesForTarget(const Delegations& pDelegations, const QString& pPath);
 
 // The names of all roles, or the first pMax of them.

@@ -15,8 +15,8 @@ enum class HashAlgorithm
     Sha512,
 };
 
-// The hash of a file: always exactly as many bytes as its algorithm makes. Text that came from outside ends
-// where one is made of it; toHex() holds nothing but 0-9 and a-f, so a name made of it stays in its folder.
+// The hash of a file, always with the length of its algorithm. It is created from foreign text only after a
+// check; toHex() has only 0-9 and a-f, so a file name made from it stays in its folder.
 class Hash
 {
 public:
@@ -26,9 +26,9 @@ public:
     static qsizetype sizeOf(HashAlgorithm pAlgorithm); // in bytes
     // None for text that is not lower-case hex of the algorithm's length.
     static std::optional<Hash> fromHex(HashAlgorithm pAlgorithm, const QString& pHex);
-    // The same with whatever algorithm has this length.
+    // The same with the algorithm of this length.
     static std::optional<Hash> fromHex(const QString& pHex);
-    // None for another number of bytes than the algorithm makes.
+    // None if the length is not that of the algorithm.
     static std::optional<Hash> fromBytes(HashAlgorithm pAlgorithm, QByteArrayView pBytes);
 
     HashAlgorithm algorithm() const { return mAlgorithm; }

@@ -14,7 +14,7 @@ class Hasher
 {
 public:
     explicit Hasher(HashAlgorithm pAlgorithm);
-    // With the algorithms of these hashes, which the result is to be held against.
+    // With the algorithms of these hashes, to compare the result with them.
     explicit Hasher(const HashList& pExpected);
     ~Hasher();
     Hasher(const Hasher&) = delete;

@@ -7,8 +7,8 @@
 
 namespace tarn::tuf {
 
-// Takes typed members out of JSON objects and remembers the first thing that was wrong, so that a parser can
-// read straight on and ask once at its end. What is missing or of a wrong type reads as an empty value.
+// Reads typed members of JSON objects and remembers the first error, so that a parser can check once at its
+// end. A missing member, or one of a wrong type, reads as an empty value.
 class JsonReader
 {
 public:
@@ -20,7 +20,7 @@ public:
     QJsonArray array(const QJsonObject& pFrom, const char* pName);
     QString string(const QJsonObject& pFrom, const char* pName);
     bool boolean(const QJsonObject& pFrom, const char* pName);
-    // A whole number of pLeast or more.
+    // An integer of at least pLeast.
     qint64 integer(const QJsonObject& pFrom, const char* pName, qint64 pLeast);
     QStringList strings(const QJsonObject& pFrom, const char* pName);
 

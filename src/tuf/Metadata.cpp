@@ -18,11 +18,10 @@ namespace tarn::tuf {
 namespace {
 
 const QLatin1String sMetaSuffix(".json");
-// Of a target's path and of the patterns it is held against, which takes time by the one length times the
-// other.
+// Of a target's path and of patterns; matching takes time proportional to the product of their lengths.
 constexpr qsizetype sMaxPath = 4096;
-// Of objects and arrays in a file. The parser takes some 200 bytes for each, so that a file which holds
-// little else would need many times its size. A package takes less than ten.
+// Of objects and arrays in a file. The parser needs about 200 bytes for each, so a dense file would need many
+// times its size. A package has fewer than ten.
 constexpr qsizetype sMaxContainers = 500'000;
 
 Failure untrusted(const QString& pRole, const QString& pProblem)
@@ -67,10 +66,10 @@ QList<Signature> readSignatures(const QJsonArray& pArray, JsonReader* pReader)
     return tSignatures;
 }
 
-// Reads what all files have in common and gives the "signed" object.
+// Reads the common parts of all files and returns the "signed" object.
 QJsonObject readSigned(const QByteArray& pFile, const QString& pType, JsonReader* pReader, Signed* pTo)
 {
-    // Those in texts count as well: no file that is meant well comes near.
+    // Brackets in texts count as well: legitimate files are far below the limit.
     if (pFile.count('{') + pFile.count('[') > sMaxContainers) {
         pReader->fail(u"it has more than %1 objects and arrays"_s.arg(sMaxContainers));
         return QJsonObject();
@@ -106,7 +105,7 @@ KeyMap readKeys(const QJsonObject& pKeys, JsonReader* pReader)
         const QJsonObject tKey = tIt.value().toObject();
         const QString tType = pReader->string(tKey, "keytype");
         const QString tScheme = pReader->string(tKey, "scheme");
-        // How the value is laid out depends on the type, and a type that isn't known is no error.
+        // The format of the value depends on the type, and an unknown type is not an error.
         const QString tValue = pReader->object(tKey, "keyval").value("public"_L1).toString();
         tKeys.insert(tIt.key(), PublicKey(tType, tScheme, tValue));
     }
@@ -124,7 +123,7 @@ RoleKeys readRoleKeys(const QJsonObject& pRole, JsonReader* pReader)
     return tKeys;
 }
 
-// Hashes of other algorithms are for others; their text goes no further than here.
+// Hashes of other algorithms are ignored.
 HashList readHashes(const QJsonObject& pHashes, JsonReader* pReader)
 {
     HashList tHashes;

@@ -1,4 +1,4 @@
-// The metadata files as values. Reading one checks its format, and nothing of who signed it.
+// The metadata files as values. Reading checks the format, not the signatures.
 #pragma once
 
 #include "internal/Failure.h"
@@ -38,7 +38,7 @@ struct Signature
     QByteArray mBytes;
 };
 
-// What every metadata file has.
+// The common parts of every metadata file.
 struct Signed
 {
     qint64 mVersion = 0;
@@ -54,7 +54,7 @@ struct Root : Signed
     QMap<QString, RoleKeys> mRoles; // has the four top-level roles at least
 };
 
-// What one metadata file says about another.
+// The reference from one metadata file to another.
 struct MetaFile
 {
     qint64 mVersion = 0;
@@ -65,8 +65,7 @@ struct MetaFile
 struct Timestamp : Signed
 {
     MetaFile mSnapshot;
-    // When it was signed. Invalid where the file doesn't say so, or says a time that is not before its
-    // expiry.
+    // The time of signing. Invalid if the file does not have it, or if it is not before its expiry.
     QDateTime mSignedAt;
 };
 
@@ -80,11 +79,11 @@ struct DelegatedRole
     QString mName;
     RoleKeys mKeys;
     bool mTerminating = false;
-    QStringList mPaths;        // patterns; empty where the role is found by hash
+    QStringList mPaths;        // patterns; empty if the role is found by hash
     QStringList mHashPrefixes; // lower-case hex
 };
 
-// Delegation to 2^mBitLength roles at once, each with the target paths whose hash begins with its number.
+// Delegation to 2^mBitLength roles, each responsible for the target paths whose hash begins with its number.
 struct SuccinctRoles
 {
     RoleKeys mKeys;

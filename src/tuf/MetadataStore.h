@@ -11,8 +11,8 @@ class FileSystem;
 
 namespace tarn::tuf {
 
-// The folder of one repository's trusted metadata: ROLE.json for each role, its name percent-encoded. Beside
-// it may be ROLE.refused, which was rightly signed and had expired.
+// The folder of one repository's trusted metadata: ROLE.json for each role, its name percent-encoded.
+// ROLE.refused beside it was correctly signed but expired.
 class MetadataStore
 {
 public:
@@ -31,7 +31,7 @@ public:
     // Both copies. Fine if there is none.
     Failure remove(const QString& pRole);
 
-    // Makes the folder, or removes all metadata from it.
+    // Creates the folder, or removes all metadata from it.
     Failure clear();
 
 private:

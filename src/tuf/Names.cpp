@@ -11,7 +11,7 @@ namespace tarn::tuf {
 
 namespace {
 
-// File names have 255 bytes; a version goes in front of this and ".json" behind it.
+// File names have 255 bytes; a version precedes this and ".json" follows.
 constexpr qsizetype sMaxEncodedRole = 200;
 
 QString encodePart(const QString& pPart)

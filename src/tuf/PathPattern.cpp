@@ -6,12 +6,12 @@ namespace tarn::tuf {
 
 bool matchesPattern(const QString& pPath, const QString& pPattern)
 {
-    // Code points, so that '?' takes a whole character.
+    // Code points, so that '?' matches a whole character.
     const QList<uint> tPath = pPath.toUcs4();
     const QList<uint> tPattern = pPattern.toUcs4();
     qsizetype i = 0;
     qsizetype j = 0;
-    qsizetype tStar = -1; // the last '*' met; going back to it alone is enough, and keeps the time quadratic
+    qsizetype tStar = -1; // the last '*'; backtracking only to it suffices and keeps the time quadratic
     qsizetype tRetry = 0;
     while (i < tPath.size()) {
         const uint tWanted = j < tPattern.size() ? tPattern[j] : 0;

@@ -4,8 +4,8 @@
 
 namespace tarn::tuf {
 
-// Whether a target's path fits a delegation's pattern: '*' stands for any number of characters and '?' for
-// one, neither for a '/'.
+// Whether a target's path matches a delegation's pattern: '*' matches any number of characters and '?' one,
+// but neither a '/'.
 bool matchesPattern(const QString& pPath, const QString& pPattern);
 
 } // namespace tarn::tuf

@@ -18,7 +18,7 @@ EvpKey readEd25519(const QString& pHex)
 {
     const QByteArray tHex = pHex.toLatin1();
     const QByteArray tBytes = QByteArray::fromHex(tHex);
-    // fromHex skips what is no digit.
+    // fromHex skips non-digits.
     if (tBytes.size() != sEd25519Length || tBytes.toHex() != tHex.toLower()) {
         return nullptr;
     }

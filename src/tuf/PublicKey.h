@@ -5,7 +5,7 @@
 
 namespace tarn::tuf {
 
-// A key as metadata states it. One that is broken, or of a kind that isn't known here, verifies nothing.
+// A key from metadata. An invalid key, or one of an unknown kind, verifies nothing.
 class PublicKey
 {
 public:
@@ -13,8 +13,8 @@ public:
     // pValue: hex for ed25519, PEM for the others.
     PublicKey(const QString& pType, const QString& pScheme, const QString& pValue);
 
-    // True if pSignature is this key's over pMessage. *pIdentity then names the key itself: two statements of
-    // one key, however they differ in text, have the same.
+    // True if pSignature is this key's over pMessage. *pIdentity is then the identity of the key: equal for
+    // all encodings of one key.
     bool verify(const QByteArray& pMessage, const QByteArray& pSignature, QByteArray* pIdentity) const;
 
     bool operator==(const PublicKey&) const = default;

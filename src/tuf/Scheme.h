@@ -13,7 +13,7 @@ struct Scheme
     const char* mScheme; // "scheme"
     int mKeyKind;        // EVP_PKEY_...
     const char* mGroup;  // the curve, for elliptic curves
-    const char* mDigest; // null where the scheme has its own
+    const char* mDigest; // null if the scheme has its own
     bool mPss;
 };
 

@@ -16,12 +16,12 @@ namespace tarn::tuf {
 class SigningKey
 {
 public:
-    // The kinds of key that generate() takes.
+    // The kinds of key for generate().
     static QStringList types();
     // "ed25519", "ecdsa" (P-256), "ecdsa-p384" or "rsa" (3072 bits). No value for another type or if the
     // random numbers fail.
     static std::optional<SigningKey> generate(const QString& pType);
-    // From the text that toPem() gives; no value if it is none or of a kind that can't sign metadata.
+    // From the text of toPem(); no value if it is invalid or of a kind that can't sign metadata.
     static std::optional<SigningKey> fromPem(const QByteArray& pPem);
 
     QByteArray toPem() const;
@@ -35,8 +35,8 @@ private:
     std::shared_ptr<const Data> d;
 };
 
-// The metadata file that holds pSigned with a signature of each key, in canonical form; empty if pSigned has
-// none.
+// The metadata file with pSigned and a signature of each key, in canonical form; empty if pSigned has no such
+// form.
 QByteArray signMetadata(const QJsonObject& pSigned, const QList<SigningKey>& pKeys);
 
 } // namespace tarn::tuf

@@ -4,8 +4,8 @@
 
 namespace tarn::tuf {
 
-// Whether enough keys of a role signed. A key counts once, under however many ids it is listed; signatures of
-// keys that aren't the role's are passed over.
+// Whether enough keys of a role have signed. A key counts once, even if listed under several ids; signatures
+// of other keys are ignored.
 Failure verifyThreshold(const QString& pRole, const Signed& pSigned, const RoleKeys& pRoleKeys,
                         const KeyMap& pKeys);
 

@@ -11,26 +11,25 @@
 
 namespace tarn::tuf {
 
-// The metadata that is trusted, and the rules by which more becomes so. Knows neither files nor servers:
-// bytes go in, in the order root, timestamp, snapshot, targets, and are taken or refused.
+// The trusted metadata, and the rules for extending it. Knows neither files nor servers: it accepts or
+// refuses bytes, in the order root, timestamp, snapshot, targets.
 //
-// Timestamp and snapshot may go in twice: first the copy that this machine kept, which may be out of date and
-// still says what must not be rolled back, then the server's. Only what was taken without an error may be
-// stored.
+// Timestamp and snapshot may be loaded twice: first this machine's copy, which may be expired but still
+// protects against rollback, then the server's. Only what was accepted without an error may be stored.
 //
-// Expiry is measured against the clock, or against a later time that signed files prove: the trusted
-// timestamp says when it was signed, and one that was refused because it had expired says until when it was
-// good. So a clock that is set back brings nothing back to life. A newer timestamp puts an end to what the
-// refused one says, which may have been refused by a clock that was ahead.
+// Expiry is checked against the clock, or against a later time that signed files prove: the signing time of
+// the trusted timestamp, or the expiry of one that was refused as expired. So a clock that is set back does
+// not revive anything. A newer timestamp replaces the proof of the refused one, in case the clock was ahead
+// when it was refused.
 class TrustedSet
 {
 public:
-    // pNow: what the clock says.
+    // pNow: the time of the clock.
     explicit TrustedSet(const QDateTime& pNow);
 
     Failure setRoot(const QByteArray& pFile);
-    // The next root. *pKeysRemoved: a key of the timestamp or the snapshot role is not theirs any more, so
-    // that what the old keys signed must be forgotten.
+    // The next root. *pKeysRemoved: it removes a key of the timestamp or the snapshot role, so that what the
+    // old keys signed must be forgotten.
     Failure addRoot(const QByteArray& pFile, bool* pKeysRemoved);
     Failure checkRootExpiry() const;
 
@@ -40,7 +39,7 @@ public:
     void addRefusedTimestamp(const QByteArray& pFile);
     // Whether the trusted timestamp is newer than the refused one, or there is no refused one.
     bool isNewerThanRefused() const;
-    // What the signed files prove to have passed; invalid: nothing.
+    // The time that the signed files prove to have passed; invalid: none.
     QDateTime provenTime() const;
     Failure addLocalSnapshot(const QByteArray& pFile);
     Failure addSnapshot(const QByteArray& pFile);

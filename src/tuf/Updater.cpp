@@ -135,8 +135,8 @@ Failure Updater::Private::takeRoot(const QByteArray& pFile)
 {
     bool tKeysRemoved = false;
     Failure tFailure = mTrusted.addRoot(pFile, &tKeysRemoved);
-    // Whoever had the old keys may have signed a version that no honest one can ever reach. What they signed
-    // goes first: a crash in between leaves the old root, and the next refresh does all of this again.
+    // An attacker with the old keys may have signed a very high version. Files signed by them are removed
+    // first: a crash in between leaves the old root, and the next refresh repeats this.
     if (!tFailure && tKeysRemoved) {
         tFailure = mStore.remove(sTimestamp);
         if (!tFailure) {
@@ -146,7 +146,7 @@ Failure Updater::Private::takeRoot(const QByteArray& pFile)
     return tFailure ? tFailure : mStore.save(sRoot, pFile);
 }
 
-// What this machine has stored; files that aren't valid count as none.
+// Loads the stored files; invalid ones are ignored.
 Failure Updater::Private::loadTimestamp()
 {
     bool tSame = false;
@@ -162,7 +162,7 @@ Failure Updater::Private::loadTimestamp()
     return tFailure.mKind == Failure::Kind::Damaged ? tFailure : Failure();
 }
 
-// A server that was left behind has neither the newest root nor what is signed by its keys.
+// An outdated server has neither the newest root nor files signed by its keys.
 bool Updater::Private::serverLacksRoot()
 {
     QByteArray tFile;
@@ -191,7 +191,7 @@ Failure Updater::Private::updateTimestamp()
     // Of two with the same version the stored one is the one that counts.
     const QByteArray& tCounts = tSame ? mStoredTimestamp : tFile;
     if (tFailure.mKind == Failure::Kind::Expired && mTrusted.isNewerThanRefused()) {
-        // Where this fails, the next run refuses and stores it.
+        // If this fails, the next run refuses and stores it.
         (void)mStore.save(sTimestamp, tCounts, MetadataStore::Copy::Refused);
     }
     mUnchanged = tSame;
@@ -281,7 +281,7 @@ Failure Updater::Private::find(const QString& pPath, std::optional<TargetFile>* 
     return Failure();
 }
 
-// In the order of find, as if every role could have what is searched for.
+// In the order of find, as if every role might have the target.
 Failure Updater::Private::loadAllRoles(QStringList* pRoles)
 {
     QList<std::pair<QString, QString>> tToVisit{{sTargets, sRoot}};

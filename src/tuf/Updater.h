@@ -15,12 +15,11 @@ namespace tarn::os {
 class FileSystem;
 }
 
-// A client of The Update Framework, version 1.0 of its standard: which files an update server offers, proven
-// by signatures that lead back to a root the administrator installed.
+// A client of The Update Framework, version 1.0 of its standard: which files an update server offers,
+// verified by signatures back to the root that the administrator installed.
 namespace tarn::tuf {
 
-// Gets metadata files. The updater says the greatest length that it will take; a fetcher never hands out
-// more.
+// Fetches metadata files. The updater gives the maximum length; a fetcher never returns more.
 class Fetcher
 {
 public:
@@ -41,24 +40,24 @@ struct Limits
     qint64 mTargetsLength = 16 * 1024 * 1024;
 };
 
-// One repository, with the trusted metadata of this machine in a folder of its own: root.json,
-// timestamp.json, snapshot.json, targets.json and one file for each delegated role. Not for two threads at
-// once.
+// One repository, with this machine's trusted metadata in its own folder: root.json, timestamp.json,
+// snapshot.json, targets.json and one file for each delegated role. Not for two threads at once.
 class Updater
 {
 public:
-    // pMetadataDir must hold a trusted root.json. pNow is what the clock says; expiry is measured
-    // against it, or against a later time that stored files prove.
+    // pMetadataDir must contain a trusted root.json. pNow is the time of the clock; expiry is checked against
+    // it, or against a later time that stored files prove.
     Updater(os::FileSystem& pFileSystem, const QString& pMetadataDir, Fetcher& pFetcher,
             const QDateTime& pNow, const Limits& pLimits = Limits());
     ~Updater();
 
-    // Starts the trust of a metadata folder from a root file; only the root's own signatures are checked.
-    // Makes the folder if it is missing, and replaces all that it held.
+    // Initializes a metadata folder with a root file; only the root's own signatures are checked. Creates the
+    // folder if missing, and replaces its contents.
     static Failure initialize(os::FileSystem& pFileSystem, const QString& pMetadataDir,
                               const QByteArray& pRoot);
 
-    // Root, timestamp, snapshot and top-level targets, in this order. What is verified is stored at once.
+    // Root, timestamp, snapshot and top-level targets, in this order. Each is stored as soon as it is
+    // verified.
     Failure refresh();
     // True after a refresh() that found the timestamp of the last one: nothing can be new.
     bool unchanged() const;
@@ -68,10 +67,9 @@ public:
     // The time that the stored files of a metadata folder prove to have passed; invalid: none.
     static QDateTime provenTime(os::FileSystem& pFileSystem, const QString& pMetadataDir);
 
-    // Searches the target roles, fetching delegated ones as they come up. No value and no error: not offered.
+    // Searches the target roles, fetching delegated ones as needed. No value and no error: not offered.
     Failure findTarget(const QString& pPath, std::optional<TargetFile>* pTo);
-    // Every target of every role, each from the role that findTarget would take it from, with that role's
-    // rank.
+    // Every target of every role, each from the role where findTarget finds it, with that role's rank.
     Failure allTargets(QList<TargetFile>* pTo);
 
 private:

@@ -38,8 +38,8 @@ QString xdgConfigDir()
     return xdgDir("XDG_CONFIG_HOME", u".config"_s) + u"/vk"_s;
 }
 
-// The folder above that of the program. The kernel's word is without links already; Qt would look at each of
-// its folders once more.
+// The parent of the program's folder. The kernel's path has no links; Qt would check each of its folders
+// again.
 QString installationPrefix()
 {
     return QFile::symLinkTarget(u"/proc/self/exe"_s).section(u'/', 0, -3);
@@ -82,7 +82,7 @@ void Application::finalizeDirs()
     eraseAppUserDir();
 }
 
-// Nothing in the library makes such a directory; a program that does removes it here.
+// The library creates no such directory; a program that does removes it here.
 void Application::eraseAppUserDir() {}
 
 void Application::initLogFile()

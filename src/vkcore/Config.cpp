@@ -14,7 +14,7 @@ namespace tarn::vkcore {
 namespace {
 
 constexpr qint64 sMaxFileSize = 1024 * 1024;
-// Each value keeps its whole key, and one long table name may stand in front of very many of them.
+// Each value stores its full key, and very many keys may begin with one long table name.
 constexpr qsizetype sMaxKeyLength = 255;
 
 QString toText(std::string_view pText)
@@ -73,7 +73,7 @@ QString toText(const toml::node& pNode)
     return tParts.join(u',');
 }
 
-// The values of a table and of those in it, under their whole keys. False if one of these is too long.
+// The values of a table and its subtables by their full keys. False if a key is too long.
 bool flatten(const toml::table& pTable, const QString& pPrefix, QHash<QString, QString>* pTo)
 {
     for (const auto& [tKey, tNode] : pTable) {

@@ -6,7 +6,7 @@ namespace tarn::vkcore {
 
 namespace {
 
-// The parts of a key and what may stand between them. Some characters beyond ASCII count as blanks.
+// The parts of a key and their separators. Some non-ASCII characters count as spaces.
 bool continuesKey(char pChar)
 {
     const bool tLetter = (pChar >= 'a' && pChar <= 'z') || (pChar >= 'A' && pChar <= 'Z');
@@ -15,7 +15,7 @@ bool continuesKey(char pChar)
            static_cast<unsigned char>(pChar) >= 0x80;
 }
 
-// The position behind the string that begins at pStart.
+// The position after the string that begins at pStart.
 size_t endOfString(std::string_view pToml, size_t pStart)
 {
     const char tQuote = pToml[pStart];

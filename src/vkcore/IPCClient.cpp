@@ -30,7 +30,7 @@ QJsonObject helloOf(const Application* pApp)
 
 QString defaultServerName(const Application* pApp)
 {
-    // Found once, so that all clients of a process speak to the same service.
+    // Determined once, so that all clients of a process use the same service.
     static const QString sDefault = protocol::defaultSocketName();
     const QString tName =
         pApp == nullptr ? QString() : pApp->getConfig()->getStrValue(u"service.socketName"_s);
@@ -147,7 +147,7 @@ public:
         read(tReader, "result", &tValue);
         return tReader.ok() || malformed(pMethod) ? std::optional(tValue) : std::nullopt;
     }
-    // A method whose result says whether it was done.
+    // A method whose result is whether it succeeded.
     bool order(const QString& pMethod, const QJsonObject& pParams = {}, bool pStartsRun = false)
     {
         return get<bool>(pMethod, pParams, pStartsRun).value_or(false);

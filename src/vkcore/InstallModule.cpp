@@ -17,7 +17,7 @@ namespace {
 
 constexpr int sServiceModule = 14;
 
-// The reader lies in a folder beside this library, wherever that has been installed.
+// The reader is in a folder beside this library.
 QByteArray readerPath()
 {
     static const char sHere = 0;
@@ -29,7 +29,7 @@ QByteArray readerPath()
     return tLibrary.left(tLibrary.lastIndexOf('/') + 1) + "vkcore/libinstalllog.so";
 }
 
-// Once loaded the reader stays: the entries that it made may outlive the module.
+// The reader is never unloaded, because its entries may outlive the module.
 OpenInstallLog* loadReader(QString* pReason)
 {
     void* tLibrary = ::dlopen(readerPath().constData(), RTLD_NOW | RTLD_LOCAL);
@@ -40,8 +40,7 @@ OpenInstallLog* loadReader(QString* pReason)
     return reinterpret_cast<OpenInstallLog*>(tSymbol);
 }
 
-// The service that serves a user is either the user's own or that of the machine, whose log
-// everybody may read.
+// A user's service is either the user's own or that of the machine, whose log everybody may read.
 QString logPath(const Application& pApp)
 {
     const QString tOwn = pApp.getStateDir() + u'/' + sInstallLogName;

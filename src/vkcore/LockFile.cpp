@@ -19,7 +19,7 @@ namespace tarn::vkcore {
 
 namespace {
 
-// O_NONBLOCK: a pipe in the file's place must not hold up the open.
+// O_NONBLOCK: a pipe in place of the file must not block the open.
 int openLockFile(const QByteArray& pPath, bool pReadOnlyWillDo)
 {
     const int tFlags = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;

@@ -32,7 +32,7 @@ QByteArray stamp()
     return {tText, tLength};
 }
 
-// O_NONBLOCK: a pipe in the file's place must not hold up the program.
+// O_NONBLOCK: a pipe in place of the file must not block the program.
 int openForAppending(const QByteArray& pPath)
 {
     constexpr int tFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
@@ -48,14 +48,14 @@ bool isPlain(char pByte)
 void appendEscaped(QByteArray& pTo, char pByte)
 {
     if (pByte == '\n') {
-        // Indented, so that a text from elsewhere can't pass for a line of its own.
+        // Indented, so that foreign text can't look like a separate log line.
         pTo += "\n    ";
     } else {
         pTo += "\\x" + QByteArray(&pByte, 1).toHex();
     }
 }
 
-// Line ends in front stand before the stamp and leave blank lines.
+// Leading line ends come before the timestamp and make blank lines.
 QByteArray lineOf(const QString& pText)
 {
     const QByteArray tText = pText.toUtf8();
@@ -127,8 +127,8 @@ QByteArray LogFile::pathOf(int pAge) const
     return pAge == 0 ? mPath : mPath + '.' + QByteArray::number(pAge);
 }
 
-// Under the lock of the full file itself: a process that was second finds that the path leads elsewhere by
-// then. Who can't have the lock at once leaves the work to its holder.
+// Under a lock on the full file itself: a second process then finds another file at the path. A process that
+// does not get the lock at once leaves the rotation to its holder.
 void LogFile::rotate()
 {
     if (::flock(mFd, LOCK_EX | LOCK_NB) != 0) {
@@ -152,7 +152,7 @@ void LogFile::rotate()
 void LogFile::write(const QString& pText)
 {
     const QByteArray tLine = lineOf(pText);
-    // Other processes may turn the file over in between; the last try writes wherever it leads.
+    // Other processes may rotate the file in between; the last attempt writes to any file.
     for (int tTry = 0; tTry < 3; ++tTry) {
         if (mFd < 0 && !open()) {
             return;

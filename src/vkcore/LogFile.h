@@ -7,16 +7,15 @@
 
 namespace tarn::vkcore {
 
-// The log of a program: lines with time and process number, each call appended with one write, so that many
-// processes can log into one file at once. At sMaxSize bytes the file moves on to PATH.1, PATH.1 to
-// PATH.2 and so on. The folder is made if it is missing. No failure ever reaches the caller: a log that can't
-// be written is no log.
+// The log of a program: lines with time and process id, each call appended with one write, so that many
+// processes can use one file. At sMaxSize bytes the file is renamed to PATH.1, PATH.1 to PATH.2 and so on.
+// The folder is created if missing. Failures are never reported to the caller.
 class LogFile
 {
 public:
     static constexpr qint64 sMaxSize = 1024 * 1024;
 
-    // pKeep: how many old files stay.
+    // pKeep: how many old files are kept.
     LogFile(const QString& pPath, int pKeep, qint64 pMaxSize = sMaxSize);
     ~LogFile();
     LogFile(const LogFile&) = delete;
@@ -27,7 +26,7 @@ public:
 private:
     bool open();
     void close();
-    // Whether the open file is still the one that the path leads to, and has room for pBytes more.
+    // Whether the open file is still the one at the path, and has room for pBytes more.
     enum class State
     {
         Ready,

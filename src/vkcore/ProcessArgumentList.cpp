@@ -9,8 +9,8 @@ namespace {
 int sArgc = 0;
 char** sArgv = nullptr;
 
-// The C library hands main's arguments to the initialisers of shared libraries too. The pointers are copied
-// here, before QCoreApplication takes its own arguments out of the array; the copy is never freed.
+// The C library passes main's arguments to the initializers of shared libraries, too. The pointers are copied
+// here, before QCoreApplication removes its own arguments from the array; the copy is never freed.
 __attribute__((constructor)) void keepArguments(int pArgc, char** pArgv, char**)
 {
     sArgc = pArgc;

@@ -6,8 +6,7 @@ namespace tarn::vkcore {
 
 namespace {
 
-// How many periods fit between two dates, give or take one or two: local days and months do not all have the
-// same length.
+// How many periods fit between two dates, off by at most two: local days and months differ in length.
 qint64 periodsBetween(const QDateTime& pFrom, const QDateTime& pTo, int pCount, Scheduler::PeriodUnit pUnit)
 {
     switch (pUnit) {
@@ -25,11 +24,11 @@ qint64 periodsBetween(const QDateTime& pFrom, const QDateTime& pTo, int pCount, 
     return ((qint64{tTo.year()} - tFrom.year()) * 12 + tTo.month() - tFrom.month()) / pCount;
 }
 
-// The last year that a date may have on its way to and from the service.
+// The last year of a date in the protocol.
 constexpr int sLastYear = 9999;
 constexpr qint64 sLastYearDays = qint64{sLastYear} * 366;
 
-// Invalid behind the last year.
+// Invalid after the last year.
 QDateTime advanced(const QDateTime& pDate, qint64 pSteps, Scheduler::PeriodUnit pUnit)
 {
     QDateTime tDate;
@@ -58,8 +57,8 @@ QDateTime Scheduler::nextValidUpdateTime(const QDateTime& pDate, int pCount, Per
     if (pDate >= tEarliest) {
         return pDate;
     }
-    // The estimate may be off by two, so the last steps are walked; each is counted from pDate, since a step
-    // from a shortened month, or from an hour that the clock left out, would carry its error on.
+    // The estimate may be off by two, so the last steps are searched. Each is counted from pDate, because a
+    // step from a shortened month or a skipped hour would keep its error.
     qint64 tPeriods = std::max<qint64>(0, periodsBetween(pDate, tEarliest, pCount, pUnit) - 2);
     QDateTime tResult = advanced(pDate, tPeriods * pCount, pUnit);
     while (tResult.isValid() && tResult < tEarliest) {

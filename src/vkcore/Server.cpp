@@ -4,7 +4,7 @@
 
 namespace tarn::vkcore {
 
-// The application is part of the signature that programs are built against; an entry needs nothing of it.
+// The application is part of the public signature, but unused.
 Server::Server(Application*) {}
 Server::~Server() = default;
 

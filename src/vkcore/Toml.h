@@ -1,15 +1,15 @@
 #pragma once
 
-// toml++ as it can be used on files that anybody may have written.
+// Makes toml++ safe for untrusted files.
 
-// It asserts what it checks right behind, so that a bad file would end the program instead of being refused.
-// With NDEBUG it turns its assertions into assumptions, which is worse.
+// It asserts what it checks afterwards, so a bad file would abort the program. With NDEBUG the assertions
+// become assumptions, which is worse.
 #undef NDEBUG
 #define TOML_ASSERT(expression) static_cast<void>(0)
 #define TOML_EXCEPTIONS 0
 #define TOML_ENABLE_FORMATTERS 0
 
-// Its tables of characters have an end that they take for unreachable, and is reached: by U+FEBF, for one.
+// Its character tables mark an end as unreachable that U+FEBF, for example, reaches.
 #include <toml++/impl/preprocessor.h>
 #undef TOML_UNREACHABLE
 #define TOML_UNREACHABLE return false

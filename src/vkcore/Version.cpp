@@ -14,7 +14,7 @@ Version Version::fromString(const QString& pText, bool* pOk)
     bool tOk = tParts.size() <= 4;
     for (qsizetype i = 0; tOk && i < tParts.size(); ++i) {
         const QString& tPart = tParts[i];
-        // toInt alone would take signs and blanks.
+        // toInt alone would accept signs and spaces.
         tOk = !tPart.isEmpty() && tPart[0].isDigit() && tPart.back().isDigit();
         if (tOk) {
             tNumbers[static_cast<size_t>(i)] = tPart.toInt(&tOk);

@@ -13,7 +13,7 @@ namespace tarn::tuf {
 namespace {
 
 constexpr qint64 sPiece = 1 << 20;
-// File names have 255 bytes, and QSaveFile needs some for the name that it writes under.
+// File names have 255 bytes, and QSaveFile needs some for its temporary name.
 constexpr qsizetype sMaxName = 240;
 
 // No encoded path has a colon, so no two paths share a file.

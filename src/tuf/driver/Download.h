@@ -8,9 +8,9 @@
 
 namespace tarn::tuf {
 
-// Puts a target into pFolder, as one file named after its percent-encoded path, or where that is too long for
-// a file's name "sha256:" and the path's hash. One that is there already with the right length and hashes is
-// not fetched; a wrong one is replaced as a whole, and only by a right one.
+// Stores a target in pFolder, in a file named by its percent-encoded path, or if that is too long, by
+// "sha256:" and the path's hash. An existing file with the right length and hashes is not fetched; a wrong
+// one is replaced atomically, and only by a correct one.
 Failure downloadTarget(HttpClient& pClient, const QString& pBaseUrl, const TargetFile& pTarget,
                        const QString& pFolder);
 

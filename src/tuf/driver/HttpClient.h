@@ -19,7 +19,7 @@ public:
     HttpClient(const HttpClient&) = delete;
     HttpClient& operator=(const HttpClient&) = delete;
 
-    // Takes a piece of the file; false ends the transfer as a failure of this machine.
+    // Receives a piece of the file; false ends the transfer as a failure of this machine.
     using Sink = std::function<bool(QByteArrayView pPiece)>;
 
     // A file of more than pMaxLength bytes is Failure::Kind::Untrusted, and pSink never sees more than that.

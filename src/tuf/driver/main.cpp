@@ -1,5 +1,5 @@
-// Drives the TUF client from the command line, as conformance tests expect it. Not for use on a real machine:
-// it also speaks plain http.
+// Drives the TUF client from the command line for conformance tests. Not for real machines: it also accepts
+// plain http.
 #include "Download.h"
 #include "HttpClient.h"
 

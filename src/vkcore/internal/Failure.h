@@ -12,7 +12,7 @@ struct [[nodiscard]] Failure
         None,
         Unreachable, // the server gave no answer, or one that is not a file: another server may do better
         NotFound,    // there is no such file
-        Untrusted,   // signature, hash, length, version or format is wrong: somebody changed something
+        Untrusted,   // signature, hash, length, version or format is wrong
         OutOfDate,   // correctly signed, but older than what this machine has seen already
         Expired,     // correctly signed, but too old: also a sign of a frozen mirror
         NoServer,    // nobody to ask
@@ -21,12 +21,12 @@ struct [[nodiscard]] Failure
         Content,     // the data itself, or what it asks for, is not what it must be
         Damaged,     // the records of this machine can't be read or written
         AppsRunning, // programs that must end first still run
-        Person,      // nothing is broken, but only a person can say how to go on
+        Person,      // nothing is broken, but a person has to decide
         Canceled,
     };
 
     Kind mKind = Kind::None;
-    QString mText; // a sentence without its full stop: what could not be done, and why
+    QString mText; // a sentence without its full stop: what failed, and why
 
     explicit operator bool() const { return mKind != Kind::None; }
     // The same, as another kind; none stays none.

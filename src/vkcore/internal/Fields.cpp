@@ -8,7 +8,7 @@ namespace tarn::vkcore::protocol {
 
 namespace {
 
-// Each letter d of the form stands for a digit.
+// Each letter d of the format is a digit.
 bool hasDateForm(const QString& pText)
 {
     static constexpr QLatin1String sForm("dddd-dd-ddTdd:dd:dd");

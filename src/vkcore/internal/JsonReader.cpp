@@ -57,7 +57,7 @@ bool JsonReader::boolean(const char* pName)
 qint64 JsonReader::integer(const char* pName, qint64 pLeast, qint64 pMost)
 {
     const QJsonValue tValue = member(pName, QJsonValue::Double, "a number");
-    // A number that is not whole, or too large for 64 bits, gives the default.
+    // A number that is not an integer of 64 bits gives the default.
     const qint64 tNumber = tValue.toInteger(0);
     if (ok() && (tNumber != tValue.toInteger(1) || tNumber < pLeast || tNumber > pMost)) {
         fail(pName, u"is not a whole number from %1 to %2"_s.arg(pLeast).arg(pMost));

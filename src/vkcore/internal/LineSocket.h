@@ -43,7 +43,7 @@ public:
     void close();
     // Whether mOnReadable is called.
     void setReading(bool pReading);
-    // Whether the peer has already ended an open connection, also where that was not read yet.
+    // Whether the peer has already closed an open connection, even if that was not read yet.
     bool hasHungUp() const;
 
     // Reads once from an open connection; takeLine gives what has come.

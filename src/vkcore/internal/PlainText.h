@@ -2,10 +2,10 @@
 
 #include <QtCore/QString>
 
-// Texts of others (names, titles, reports, what a server answers, what its metadata says) on their way to a
-// person: into a line of the socket, the log, a record or a mail. What comes out is valid UTF-16 and holds no
-// control characters and none that change the direction of writing, so it can neither steer a terminal, nor
-// start a line of its own, nor show itself as something else.
+// Sanitizes foreign text (names, titles, reports, answers and metadata of servers) for people, in the
+// protocol, the log, a record or a mail. The result is valid UTF-16 without control characters and without
+// characters that change the writing direction. So it can't control a terminal, start a new line or spoof
+// other text.
 namespace tarn::vkcore {
 
 inline constexpr int sMaxMessage = 4000; // for a message that quotes others

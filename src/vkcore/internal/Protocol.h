@@ -25,16 +25,16 @@ enum ErrorCode : int
     Refused = 1, // not permitted to this peer, or not possible now
 };
 
-// Deeper than sMaxNesting objects and arrays, or more than sMaxContainers of them, each of which takes a
-// parser many times its bytes? Looks at the bytes only, so that it can come before the parser.
+// Whether the line nests deeper than sMaxNesting objects and arrays, or has more than sMaxContainers of them,
+// each of which takes many times its size to parse. Checks the bytes before parsing.
 bool isTooComplex(const QByteArray& pLine);
 
 // One compact line with its line end.
 QByteArray toLine(const QJsonObject& pObject);
 QJsonObject request(qint64 pId, const QString& pMethod, const QJsonObject& pParams);
 QJsonObject result(qint64 pId, const QJsonValue& pResult);
-// The texts of errors and events are for people: they go out as singleLine, whatever they quote.
-// pId none: an error that answers no particular request (id null).
+// The texts of errors and events are for people, so they are sent as singleLine. pId none: an error that
+// answers no particular request (id null).
 QJsonObject error(std::optional<qint64> pId, int pCode, const QString& pMessage);
 QJsonObject event(const QString& pMethod, const QJsonObject& pParams);
 

@@ -18,7 +18,7 @@ bool mayWriteTo(const QString& pSocket)
     return ::faccessat(AT_FDCWD, QFile::encodeName(pSocket).constData(), W_OK, AT_EACCESS) == 0;
 }
 
-// The variable outlives a change of the user, and then names the folder of somebody else.
+// The variable survives a change of user and then names another user's folder.
 bool isOwnFolder(const QString& pFolder, uid_t pUser)
 {
     struct stat tStat = {};

@@ -4,13 +4,13 @@
 
 #include <sys/types.h>
 
-// Where the service's socket is. Both ends ask here, so that they meet.
+// The path of the service's socket, for both ends.
 namespace tarn::vkcore::protocol {
 
-// The socket of the service that root runs, in a folder in which only root can make files.
+// The socket of root's service, in a folder where only root can create files.
 inline constexpr auto sMachineSocket = "/run/vkservice/socket";
 
-// Whose default is asked for, and what it depends on.
+// The user and environment that the default depends on.
 struct SocketPlace
 {
     uid_t mUser;
@@ -18,13 +18,13 @@ struct SocketPlace
     QString mRuntimeDir; // $XDG_RUNTIME_DIR, empty if not set
 };
 
-// The name of the socket where none was configured. Root's is sMachineSocket. A user who may write to that
-// one is led there too: its service lets this user in. All others get a socket of their own, in their runtime
-// folder, or in the temporary folder where they have none.
+// The default name of the socket. Root's is sMachineSocket. A user who may write to that one uses it, too,
+// because its service admits the user. All others get a socket of their own in their runtime folder, or in
+// the temporary folder if they have none.
 QString defaultSocketName();
 QString defaultSocketName(const SocketPlace& pPlace);
 
-// An absolute path as it is; any other name lies in QDir::tempPath().
+// An absolute path unchanged; any other name is in QDir::tempPath().
 QString socketPath(const QString& pName);
 
 } // namespace tarn::vkcore::protocol

@@ -86,8 +86,8 @@ bool EventQueue::event(QEvent* pEvent)
     return true;
 }
 
-// A receiver may begin a blocking call, run an event loop of its own, or delete the queue. So the next event
-// is on its way before this one is delivered, and nothing is touched behind that.
+// A receiver may begin a blocking call, run its own event loop, or delete the queue. So the next event is
+// scheduled before this one is delivered, and nothing is accessed afterwards.
 void EventQueue::deliverNext()
 {
     const Held tHeld = mEvents.takeFirst();

@@ -7,8 +7,8 @@
 
 namespace tarn::vkcore {
 
-// Alive while a blocking call is under way. While there is any in the process, all event queues hold back
-// what they have; when the last one ends they go on, but only once control is back in the event loop.
+// Exists during a blocking call. While there is any in the process, all event queues are paused. When the
+// last one ends they continue, but only from the event loop.
 class BlockingCall
 {
 public:
@@ -18,21 +18,21 @@ public:
     BlockingCall& operator=(const BlockingCall&) = delete;
 };
 
-// Something that the service has told, as the receiver is told of it.
+// An event of the service.
 struct Event
 {
-    std::function<void()> mDeliver; // empty: nobody needs it
-    bool mEndsRun = false;          // it says that no update is under way any more
+    std::function<void()> mDeliver; // empty: not needed
+    bool mEndsRun = false;          // it reports that no update is running any more
 };
 
-// The events of one connection on their way to their receivers, in order.
+// The pending events of one connection, in order.
 class EventQueue : public QObject
 {
 public:
     EventQueue() = default;
     ~EventQueue() override;
 
-    // pSize: about how many bytes of text the event holds on to.
+    // pSize: the approximate size of the event's texts in bytes.
     void add(qsizetype pSize, const Event& pEvent);
     // Drops the events that end a run.
     void forgetEndedRuns();

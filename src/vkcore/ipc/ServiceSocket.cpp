@@ -19,7 +19,7 @@ namespace tarn::vkcore {
 namespace {
 
 constexpr qsizetype sMaxUnsent = 2 * protocol::sMaxLine;
-// After so many reads without a pause other events have their turn.
+// After this many reads in a row, other events are processed.
 constexpr int sReadsAtOnce = 16;
 
 bool makeAddress(const QString& pName, sockaddr_un* pTo)
@@ -33,8 +33,7 @@ bool makeAddress(const QString& pName, sockaddr_un* pTo)
     return true;
 }
 
-// Anybody may make a socket of the service's name in a shared folder, but not in the name of root or of this
-// user.
+// Any user can create a socket with the service's name in a shared folder, but not as root or as this user.
 bool isTrusted(int pFd, QString* pReason)
 {
     ucred tPeer{};

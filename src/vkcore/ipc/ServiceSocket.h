@@ -17,7 +17,7 @@ public:
     {
         Connected,
         NobodyListens, // no socket, or one that no process listens on
-        Busy,          // the service has no room for one more just now
+        Busy,          // the service has no room for another connection at the moment
         Failed,        // no permission, no socket, or a peer that is not to be trusted
     };
 
@@ -34,11 +34,11 @@ public:
     bool isOpen() const { return mSocket.isOpen(); }
     bool hasHungUp() const { return mSocket.hasHungUp(); }
     void close() { mSocket.close(); }
-    // Reads what has come so far from an open connection.
+    // Reads the data received so far from an open connection.
     void read();
-    // Reads what a peer that has hung up left behind, to the end.
+    // Reads the remaining data of a peer that has closed the connection.
     void drain();
-    // False if the peer has left so much unread that no more is taken; the line is then not sent.
+    // False if the peer has left too much unread; the line is then not sent.
     bool send(const QByteArray& pLine);
 
 private:

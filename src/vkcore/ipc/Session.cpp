@@ -16,7 +16,7 @@ namespace tarn::vkcore {
 namespace {
 
 constexpr qint64 sLongestPauseMs = 25;
-// As much as a service keeps for a client that does not read.
+// The same limit as in the service for a client that does not read.
 constexpr qsizetype sMaxHeldBytes = 16 * 1024 * 1024;
 
 // All of this process.
@@ -103,7 +103,8 @@ bool Session::exchange(const QString& pMethod, const QJsonObject& pParams, Waiti
     return pWaiting->mResult.has_value();
 }
 
-// What waits in a socket has come before the order, too. This session's own socket is left to its calls.
+// Data waiting in other sockets was also sent before the request. This session's own socket is read by its
+// calls.
 void Session::forgetEndedRuns()
 {
     for (Session* tSession : std::as_const(sessions())) {
@@ -218,7 +219,7 @@ bool Session::send(const QJsonObject& pRequest, QString* pReason)
     return true;
 }
 
-// Pauses are waited for in the event loop too, so that timers fire and close() is heard.
+// Pauses also run the event loop, so that timers fire and close() works.
 void Session::wait(const QDeadlineTimer& pDeadline, const std::function<bool()>& pDone)
 {
     QObject tAlarm;
@@ -268,7 +269,7 @@ void Session::onAnswer(const QJsonObject& pObject)
         return;
     }
     mLink = Link::Up;
-    // The answer to a call that has given up comes too late.
+    // A late answer to a call that has timed out.
     Waiting* tWaiting = mWaiting.take(tId);
     if (tWaiting == nullptr) {
         return;

@@ -15,9 +15,9 @@
 
 namespace tarn::vkcore {
 
-// One client's talk with the service: requests that wait for their answers, events on their way out, and the
-// life of the connection. It knows no operation. Whoever calls it holds it by a shared pointer, since
-// anything may happen to its owner while a call waits.
+// A client's session with the service: pending requests, pending events, and the lifetime of the connection.
+// It knows no operation. Callers hold a shared pointer, because the owner may be destroyed while a call
+// waits.
 class Session : public std::enable_shared_from_this<Session>
 {
 public:
@@ -26,8 +26,8 @@ public:
     // The receiver of events.
     struct Monitor
     {
-        // False for an event that breaks the protocol. Called at the event's arrival; its delivery comes when
-        // the time has come for it.
+        // False for an event that violates the protocol. Called when the event arrives; it is delivered
+        // later.
         std::function<bool(const QString& pMethod, const QJsonObject& pParams, Event* pEvent)> mRead;
         // The delivery of the connection's end.
         std::function<void()> mOnLost;
@@ -42,13 +42,13 @@ public:
     // For a connection, and for each answer to a call.
     void setTimeout(int pSeconds) { mTimeoutMs = qint64{pSeconds} * 1000; }
 
-    // The result of a method; none, with the reason in the log, on any failure. pStartsRun: what the monitors
-    // of this process have been sent so far about the end of a run is out of date once the request is sent.
+    // The result of a method; none, with the reason in the log, on any failure. pStartsRun: once the request
+    // is sent, earlier events about the end of a run are dropped for all monitors of this process.
     std::optional<QJsonValue> call(const QString& pMethod, const QJsonObject& pParams,
                                    bool pStartsRun = false);
     // True if the service answers anything within the time.
     bool test(int pTimeoutMs);
-    // As call; from the answer on, pMonitor gets what the service sends until the connection ends.
+    // As call; after the answer, pMonitor receives the events of the service until the connection ends.
     bool enterMonitorMode(const Monitor& pMonitor);
 
     // Logs that the answer to the method has another type than it should; false.
@@ -64,7 +64,7 @@ private:
     {
         Never,    // the service has not answered yet
         Up,       // it has
-        JustLost, // the link is gone, and no call has failed for it yet
+        JustLost, // the connection is lost, and no call has failed because of it yet
         Lost,
     };
 

@@ -23,12 +23,11 @@ namespace {
 
 constexpr int sBusyTimeoutMs = 5000;
 constexpr int sLookAgainMs = 10;
-// What may belong to a database and must not stay behind: it would be played into the next one.
+// Files of a database that must be moved with it, or they would be applied to the next one.
 constexpr const char* sCompanions[] = {"-wal", "-journal", "-shm"};
 
-// SQLite would make the file with the umask's rights; a file of passwords must never be open to others. A
-// file that is there is not opened: closing it would end the locks that this process has on it through other
-// connections.
+// SQLite would create the file with the mode of the umask, but a file with passwords must never be open to
+// others. An existing file is not opened here, because closing it would release this process's locks on it.
 bool makePrivateFile(const QByteArray& pPath)
 {
     const int tFd = ::open(pPath.constData(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
@@ -103,8 +102,8 @@ bool Database::open(const QString& pPath, Mode pMode)
     }
     sqlite3_extended_result_codes(mHandle, 1);
     sqlite3_busy_handler(mHandle, &Database::onBusy, this);
-    // Otherwise the end of a transaction, the removal of its journal, could be lost with the power. A thread
-    // that may write in its own folders alone has no folder for temporary files.
+    // Otherwise a power failure could undo the removal of the journal, which ends a transaction. A confined
+    // thread has no folder for temporary files.
     return !tWrite || execute("PRAGMA synchronous = EXTRA; PRAGMA temp_store = MEMORY") || refuseToOpen();
 }
 
@@ -255,8 +254,8 @@ Database::Health Database::check()
     return isWhole() ? Health::Sound : mHealth;
 }
 
-// SQLite tells of damage also where the system can't read a page at this moment. In a copy in memory it can
-// only be the bytes.
+// SQLite also reports damage if the system can't read a page at the moment. In a copy in memory, damage can
+// only be in the data.
 Database::Health Database::lookAgain() const
 {
     Database tFile;
@@ -358,7 +357,7 @@ bool Statement::run()
     return tOk;
 }
 
-// There is no statement where it could not be prepared, which SQLite takes everywhere but here.
+// The statement is null if it could not be prepared; only this function of SQLite does not accept that.
 void Statement::reset()
 {
     sqlite3_reset(mStatement);

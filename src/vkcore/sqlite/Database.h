@@ -15,8 +15,8 @@ namespace tarn::vkcore {
 
 class Statement;
 
-// An open SQLite database. Failures are false, with errorText() set, and health() tells what they say about
-// the file.
+// An open SQLite database. Failures return false and set errorText(); health() is what they mean for the
+// file.
 class Database
 {
 public:
@@ -27,21 +27,21 @@ public:
 
     enum class Mode
     {
-        ReadOnly,  // fails where the file does not exist
-        ReadWrite, // makes the file, with mode 0600 under any umask
+        ReadOnly,  // fails if the file does not exist
+        ReadWrite, // creates the file with mode 0600 under any umask
     };
     enum class Health
     {
         Sound,   // nothing has failed
-        Corrupt, // SQLITE_CORRUPT or SQLITE_NOTADB; SQLite says so of some errors of the disk, too
+        Corrupt, // SQLITE_CORRUPT or SQLITE_NOTADB; SQLite also reports some disk errors so
         Unknown, // something else failed (no memory, no space, no permission, a lock): the file may be sound
     };
 
     bool open(const QString& pPath, Mode pMode);
     void close();
     bool isOpen() const { return mHandle != nullptr; }
-    // Statements wait for the locks of others for up to 5 s each; from here on, also of a file that is opened
-    // later, for so long in all.
+    // Statements wait for the locks of others for up to 5 s each; from here on, also for a file that is
+    // opened later, for this long in total.
     void waitInAll(int pMilliseconds) { mDeadline.emplace(pMilliseconds); }
 
     // One or more statements without values.
@@ -52,21 +52,19 @@ public:
     // PRAGMA user_version: 0 in a new file; -1 if the file can't be read.
     int schemaVersion();
     bool setSchemaVersion(int pVersion);
-    // Brings the tables up to the version that has all of pSteps behind it: step i leads from version i to i
-    // + 1, in a transaction of its own. A file of a newer version is refused, and so is one that has tables
-    // and the version 0: no step leaves such a file, so it is foreign, or a copy that lost its version.
-    // Neither is touched.
+    // Migrates the tables by all of pSteps: step i leads from version i to i + 1, each in its own
+    // transaction. A file of a newer version is refused unchanged, and so is one with tables and version 0:
+    // no step creates such a file, so it is foreign, or a copy that lost its version.
     bool migrate(std::span<const char* const> pSteps);
     // Reads all of the file: PRAGMA quick_check.
     Health check();
 
-    // Of the file, as the last failure told it.
+    // Of the file, according to the last failure.
     Health health() const { return mHealth; }
     const QString& errorText() const { return mErrorText; }
 
-    // Looks again at a file that is Corrupt. If its bytes are damaged, and not only their reading, it is
-    // closed and moved, with its journals, to a new name beside it. Returns that name; null, with
-    // errorText(), where it stays.
+    // Checks a Corrupt file again. If its data is damaged, and not only unreadable, the file is closed and
+    // renamed, with its journals. Returns the new name; null, with errorText(), if the file stays.
     QString setAside();
 
 private:
@@ -101,7 +99,7 @@ public:
     Statement& bind(int pIndex, const QString& pValue);
     Statement& bind(int pIndex, const QByteArray& pValue);
 
-    // True for a row; false at the end and on failure, which isOk() tells apart.
+    // True for a row; false at the end and on failure, see isOk().
     bool step();
     // For a statement without rows: steps once and resets, so that it can be bound again.
     bool run();
@@ -112,7 +110,7 @@ public:
     qint64 integer(int pColumn) const;
     QString text(int pColumn) const;
     QByteArray bytes(int pColumn) const;
-    // The bytes in place: they hold until the next step.
+    // Not copied: valid until the next step.
     QByteArray rawBytes(int pColumn) const;
 
 private:

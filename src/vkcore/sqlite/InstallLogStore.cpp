@@ -18,7 +18,7 @@ namespace tarn::vkcore {
 
 namespace {
 
-// Dates are milliseconds since 1970, UTC. A text by language is a JSON object, NULL where it is empty.
+// Dates are milliseconds since 1970, UTC. A text by language is a JSON object, NULL if empty.
 constexpr const char* sSteps[] = {R"(
 CREATE TABLE run (
     key TEXT PRIMARY KEY,
@@ -63,7 +63,7 @@ LangString fromJsonText(const QByteArray& pJson)
 
 constexpr int sNoLimit = std::numeric_limits<int>::max();
 
-// Oldest first, as the rows lie in the file. Only a limit takes the newest ones first and turns them round.
+// Oldest first, in file order. Only with a limit, the newest ones are read first and then reversed.
 QByteArray queryOf(int pMaxCount, bool pTopLevelOnly)
 {
     const QByteArray tRows =
@@ -75,8 +75,8 @@ QByteArray queryOf(int pMaxCount, bool pTopLevelOnly)
                : "SELECT * FROM (" + tRows + " ORDER BY date DESC, id DESC LIMIT ?) ORDER BY date, id";
 }
 
-// Makes entries of the rows of that query. The same few titles, versions, words and dates stand in very many
-// rows: each is parsed once.
+// Makes entries from the rows of that query. Many rows share the same few titles, versions, words and dates:
+// each is parsed once.
 class RowReader
 {
 public:
@@ -103,7 +103,7 @@ public:
 private:
     static constexpr qsizetype sMaxCached = 4096;
 
-    // pRaw holds only for the moment, so the cache keeps a copy.
+    // pRaw is only valid temporarily, so the cache keeps a copy.
     template <typename T, typename Make>
     static T cached(QHash<QByteArray, T>& pCache, const QByteArray& pRaw, Make pMake)
     {
@@ -120,7 +120,7 @@ private:
         return *pCache.insert(QByteArray(pRaw.constData(), pRaw.size()), pMake(pRaw));
     }
 
-    // The rules of the time zone are slow to ask, and the entries of a run mostly have one date.
+    // Time zone rules are slow to query, and the entries of a run mostly have one date.
     class DateReader
     {
     public:
@@ -205,7 +205,7 @@ std::optional<bool> InstallLogStore::knows(const QString& pRunId)
 
 bool InstallLogStore::append(const QString& pRunId, const QDateTime& pDate, const QList<LogRecord>& pRecords)
 {
-    // Without a transaction, which would take a lock that others can hold back.
+    // Without a transaction, whose lock others can block.
     if (const auto tKnown = knows(pRunId); !tKnown || *tKnown) {
         return tKnown || fail();
     }

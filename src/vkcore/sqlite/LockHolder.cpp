@@ -14,7 +14,7 @@ namespace tarn::vkcore {
 
 namespace {
 
-// Where SQLite locks a database file: one byte each for a pending and a reserved change, 510 for readers.
+// SQLite's lock bytes in a database file: one each for a pending and a reserved change, 510 for readers.
 constexpr off_t sFirstLockByte = 0x40000000;
 constexpr off_t sLockBytes = 512;
 
