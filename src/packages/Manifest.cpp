@@ -1,5 +1,6 @@
 #include "packages/Manifest.h"
 
+#include "internal/LangStringJson.h"
 #include "packages/PackageFolders.h"
 
 #include <QtCore/QJsonArray>
@@ -12,8 +13,7 @@ namespace tarn::packages {
 
 namespace {
 
-using vkcore::LangString;
-using vkcore::LogRecord;
+using Record = vkcore::InstallLogStore::Record;
 
 constexpr int sFormat = 1;
 
@@ -27,52 +27,33 @@ QDateTime dateFrom(const QJsonValue& pFrom)
     return QDateTime::fromString(pFrom.toString(), Qt::ISODateWithMs);
 }
 
-// A null text differs from an empty one: a record without a parent is at the top level.
+// A null text stays apart from an empty one: a record without a parent is one of the top level.
 QJsonValue textValue(const QString& pText)
 {
     return pText.isNull() ? QJsonValue() : QJsonValue(pText);
 }
 
-QJsonObject langObject(const LangString& pText)
-{
-    QJsonObject tObject;
-    for (auto tIt = pText.values().begin(); tIt != pText.values().end(); ++tIt) {
-        tObject.insert(tIt.key(), tIt.value());
-    }
-    return tObject;
-}
-
-LangString langFrom(const QJsonValue& pFrom)
-{
-    LangString tText;
-    const QJsonObject tObject = pFrom.toObject();
-    for (auto tIt = tObject.begin(); tIt != tObject.end(); ++tIt) {
-        tText.setValue(tIt.key(), tIt.value().toString());
-    }
-    return tText;
-}
-
-QJsonObject recordObject(const LogRecord& pRecord)
+QJsonObject recordObject(const Record& pRecord)
 {
     return {{u"package"_s, pRecord.mPackage},
             {u"parent"_s, textValue(pRecord.mParent)},
             {u"version"_s, pRecord.mVersion},
             {u"status"_s, pRecord.mStatus},
             {u"versionDate"_s, dateText(pRecord.mVersionDate)},
-            {u"title"_s, langObject(pRecord.mTitle)},
-            {u"report"_s, langObject(pRecord.mReport)}};
+            {u"title"_s, toJson(pRecord.mTitle)},
+            {u"report"_s, toJson(pRecord.mReport)}};
 }
 
-LogRecord recordFrom(const QJsonObject& pFrom)
+Record recordFrom(const QJsonObject& pFrom)
 {
-    LogRecord tRecord;
+    Record tRecord;
     tRecord.mPackage = pFrom.value("package"_L1).toString();
     tRecord.mParent = pFrom.value("parent"_L1).toString();
     tRecord.mVersion = pFrom.value("version"_L1).toString();
     tRecord.mStatus = pFrom.value("status"_L1).toString();
     tRecord.mVersionDate = dateFrom(pFrom.value("versionDate"_L1));
-    tRecord.mTitle = langFrom(pFrom.value("title"_L1));
-    tRecord.mReport = langFrom(pFrom.value("report"_L1));
+    tRecord.mTitle = vkcore::langStringFrom(pFrom.value("title"_L1).toObject());
+    tRecord.mReport = vkcore::langStringFrom(pFrom.value("report"_L1).toObject());
     return tRecord;
 }
 
@@ -93,7 +74,7 @@ bool packageFrom(const QJsonObject& pFrom, InstalledPackage* pTo, QString* pErro
     pTo->mFolder = pFrom.value("folder"_L1).toString();
     pTo->mParent = pFrom.value("parent"_L1).toString();
     if (!tHash || !PackageFolders::isPlaceOf(pTo->mFolder, pTo->mInfo, *tHash)) {
-        *pError = u"the hash or the folder of the package %1 is invalid"_s.arg(pTo->mInfo.mName);
+        *pError = u"the hash or the folder of the package %1 is not right"_s.arg(pTo->mInfo.mName);
         return false;
     }
     pTo->mHash = *tHash;
@@ -128,7 +109,7 @@ QByteArray Manifest::toBytes() const
         tPackages.append(packageObject(tPackage));
     }
     QJsonArray tRecords;
-    for (const LogRecord& tRecord : mRecords) {
+    for (const Record& tRecord : mRecords) {
         tRecords.append(recordObject(tRecord));
     }
     const QJsonObject tRoot{{u"format"_s, sFormat},          {u"generation"_s, mGeneration},

@@ -1,12 +1,19 @@
 #include "packages/PackageInfo.h"
 
+#include "internal/JsonReader.h"
+#include "internal/LangStringJson.h"
+
 #include <QtCore/QJsonArray>
-#include <QtCore/QJsonValue>
 #include <QtCore/QRegularExpression>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
 namespace tarn::packages {
+
+using vkcore::JsonReader;
+using vkcore::LangString;
 
 namespace {
 
@@ -42,94 +49,57 @@ bool isRelativePath(const QString& pText)
     return true;
 }
 
-// Reads members of the object; keeps the first error.
-class Reader
+void require(JsonReader* pReader, bool pHolds, const char* pName)
 {
-public:
-    explicit Reader(const QJsonObject& pFrom) : mFrom(pFrom) {}
+    pReader->require(pHolds, pName, u"is not valid"_s);
+}
 
-    const QString& problem() const { return mProblem; }
-
-    void require(bool pCondition, const char* pName)
-    {
-        if (!pCondition && mProblem.isEmpty()) {
-            mProblem = u"\"%1\" is missing or not valid"_s.arg(QLatin1String(pName));
-        }
-    }
-
-    // Empty if the member is missing.
-    QString string(const char* pName)
-    {
-        const QJsonValue tValue = mFrom.value(QLatin1String(pName));
-        require(tValue.isString() || tValue.isUndefined(), pName);
-        return tValue.toString();
-    }
-
-    QStringList strings(const char* pName, bool (*pIsValid)(const QString&))
-    {
-        const QJsonValue tValue = mFrom.value(QLatin1String(pName));
-        const QJsonArray tArray = tValue.toArray();
-        require((tValue.isArray() || tValue.isUndefined()) && tArray.size() <= sMaxEntries, pName);
-        QStringList tResult;
-        for (const QJsonValue tEntry : tArray) {
-            require(tEntry.isString() && pIsValid(tEntry.toString()), pName);
-            tResult.append(tEntry.toString());
-        }
-        return tResult;
-    }
-
-    vkcore::LangString texts(const char* pName, qsizetype pMaxLength)
-    {
-        const QJsonValue tValue = mFrom.value(QLatin1String(pName));
-        const QJsonObject tObject = tValue.toObject();
-        require((tValue.isObject() || tValue.isUndefined()) && tObject.size() <= sMaxEntries, pName);
-        vkcore::LangString tResult;
-        for (auto tIt = tObject.begin(); tIt != tObject.end(); ++tIt) {
-            const QString tText = tIt.value().toString();
-            require(tIt.value().isString() && isLanguage(tIt.key()) && tText.size() <= pMaxLength, pName);
-            tResult.setValue(tIt.key(), tText);
-        }
-        return tResult;
-    }
-
-    Kind kind(const char* pName)
-    {
-        const QString tText = string(pName);
-        require(tText == sKinds[0] || tText == sKinds[1], pName);
-        return tText == sKinds[1] ? Kind::Data : Kind::Application;
-    }
-
-    vkcore::EnhVersion version(const char* pVersion, const char* pDate)
-    {
-        bool tOk = false;
-        const vkcore::Version tVersion = vkcore::Version::fromString(string(pVersion), &tOk);
-        require(tOk, pVersion);
-        const QString tText = string(pDate);
-        const QDateTime tDate = QDateTime::fromString(tText, Qt::ISODate);
-        require(tText.isEmpty() || tDate.isValid(), pDate);
-        return {tVersion, tDate};
-    }
-
-    qint64 size(const char* pName)
-    {
-        const QJsonValue tValue = mFrom.value(QLatin1String(pName));
-        const qint64 tSize = tValue.isUndefined() ? 0 : tValue.toInteger(-1);
-        require(tSize >= 0, pName);
-        return tSize;
-    }
-
-private:
-    const QJsonObject& mFrom;
-    QString mProblem;
-};
-
-QJsonObject textsToJson(const vkcore::LangString& pTexts)
+// Empty where the member is missing, as with all but the name, the kind and the version.
+QString readText(JsonReader* pReader, const char* pName)
 {
-    QJsonObject tObject;
-    for (auto tIt = pTexts.values().begin(); tIt != pTexts.values().end(); ++tIt) {
-        tObject.insert(tIt.key(), tIt.value());
+    return pReader->has(pName) ? pReader->text(pName) : QString();
+}
+
+QStringList readTexts(JsonReader* pReader, const char* pName, bool (*pIsValid)(const QString&))
+{
+    const QStringList tTexts = pReader->has(pName) ? pReader->texts(pName) : QStringList();
+    require(pReader, tTexts.size() <= sMaxEntries && std::all_of(tTexts.begin(), tTexts.end(), pIsValid),
+            pName);
+    return tTexts;
+}
+
+LangString readLangString(JsonReader* pReader, const char* pName, qsizetype pMaxLength)
+{
+    if (!pReader->has(pName)) {
+        return {};
     }
-    return tObject;
+    const QJsonObject tObject = pReader->object(pName).json();
+    require(pReader, tObject.size() <= sMaxEntries, pName);
+    for (auto tIt = tObject.begin(); tIt != tObject.end(); ++tIt) {
+        require(pReader,
+                tIt.value().isString() && isLanguage(tIt.key()) &&
+                    tIt.value().toString().size() <= pMaxLength,
+                pName);
+    }
+    return vkcore::langStringFrom(tObject);
+}
+
+Kind readKind(JsonReader* pReader)
+{
+    const QString tText = pReader->text("kind");
+    require(pReader, tText == sKinds[0] || tText == sKinds[1], "kind");
+    return tText == sKinds[1] ? Kind::Data : Kind::Application;
+}
+
+vkcore::EnhVersion readVersion(JsonReader* pReader)
+{
+    bool tOk = false;
+    const vkcore::Version tVersion = vkcore::Version::fromString(pReader->text("version"), &tOk);
+    require(pReader, tOk, "version");
+    const QString tText = readText(pReader, "date");
+    const QDateTime tDate = QDateTime::fromString(tText, Qt::ISODate);
+    require(pReader, tText.isEmpty() || tDate.isValid(), "date");
+    return {tVersion, tDate};
 }
 
 } // namespace
@@ -140,7 +110,7 @@ QJsonObject PackageInfo::toJson() const
         {u"name"_s, mName},
         {u"kind"_s, sKinds[mKind == Kind::Data ? 1 : 0]},
         {u"version"_s, mVersion.version().toString()},
-        {u"title"_s, textsToJson(mTitle)},
+        {u"title"_s, vkcore::toJson(mTitle)},
         {u"installedSize"_s, mInstalledSize},
     };
     if (mVersion.date().isValid()) {
@@ -156,27 +126,27 @@ QJsonObject PackageInfo::toJson() const
         tObject.insert(u"executables"_s, QJsonArray::fromStringList(mExecutables));
     }
     if (!mReport.isEmpty()) {
-        tObject.insert(u"report"_s, textsToJson(mReport));
+        tObject.insert(u"report"_s, vkcore::toJson(mReport));
     }
     return tObject;
 }
 
 bool PackageInfo::fromJson(const QJsonObject& pFrom, PackageInfo* pTo, QString* pError)
 {
-    Reader tReader(pFrom);
-    pTo->mName = tReader.string("name");
-    tReader.require(isName(pTo->mName), "name");
-    pTo->mKind = tReader.kind("kind");
-    pTo->mVersion = tReader.version("version", "date");
-    pTo->mTitle = tReader.texts("title", sMaxTitle);
-    pTo->mLanguage = tReader.string("language");
-    tReader.require(pTo->mLanguage.isEmpty() || isLanguage(pTo->mLanguage), "language");
-    pTo->mRequires = tReader.strings("requires", isName);
-    pTo->mExecutables = tReader.strings("executables", isRelativePath);
-    pTo->mReport = tReader.texts("report", sMaxReport);
-    pTo->mInstalledSize = tReader.size("installedSize");
-    *pError = tReader.problem();
-    return pError->isEmpty();
+    pError->clear();
+    JsonReader tReader(pFrom, pError);
+    pTo->mName = tReader.text("name");
+    require(&tReader, isName(pTo->mName), "name");
+    pTo->mKind = readKind(&tReader);
+    pTo->mVersion = readVersion(&tReader);
+    pTo->mTitle = readLangString(&tReader, "title", sMaxTitle);
+    pTo->mLanguage = readText(&tReader, "language");
+    require(&tReader, pTo->mLanguage.isEmpty() || isLanguage(pTo->mLanguage), "language");
+    pTo->mRequires = readTexts(&tReader, "requires", isName);
+    pTo->mExecutables = readTexts(&tReader, "executables", isRelativePath);
+    pTo->mReport = readLangString(&tReader, "report", sMaxReport);
+    pTo->mInstalledSize = tReader.has("installedSize") ? tReader.integer("installedSize", 0) : 0;
+    return tReader.ok();
 }
 
 QString archiveName(const PackageInfo& pInfo)

@@ -1,7 +1,7 @@
 #include "tuf/Metadata.h"
 
+#include "internal/JsonReader.h"
 #include "tuf/CanonicalJson.h"
-#include "tuf/JsonReader.h"
 #include "tuf/Names.h"
 
 #include <QtCore/QJsonDocument>
@@ -15,13 +15,16 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::tuf {
 
+using vkcore::JsonReader;
+
 namespace {
 
 const QLatin1String sMetaSuffix(".json");
-// Of a target's path and of patterns; matching takes time proportional to the product of their lengths.
+// Of a target's path and of the patterns it is held against, which takes time by the one length times the
+// other.
 constexpr qsizetype sMaxPath = 4096;
-// Of objects and arrays in a file. The parser needs about 200 bytes for each, so a dense file would need many
-// times its size. A package has fewer than ten.
+// Of objects and arrays in a file. The parser takes some 200 bytes for each, so that a file which holds
+// little else would need many times its size. A package takes less than ten.
 constexpr qsizetype sMaxContainers = 500'000;
 
 Failure untrusted(const QString& pRole, const QString& pProblem)
@@ -37,99 +40,90 @@ void checkSpecVersion(const QString& pVersion, JsonReader* pReader)
     }
 }
 
-QDateTime readDate(const QJsonObject& pFrom, const char* pName, JsonReader* pReader)
+QDateTime readDate(const char* pName, JsonReader* pReader)
 {
     static const QRegularExpression sFormat(
         u"\\A[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z\\z"_s);
-    const QString tText = pReader->string(pFrom, pName);
+    const QString tText = pReader->text(pName);
     const QDateTime tDate = QDateTime::fromString(tText, Qt::ISODate);
-    if (!sFormat.match(tText).hasMatch() || !tDate.isValid()) {
-        pReader->fail(u"\"%1\" is not a date"_s.arg(QLatin1String(pName)));
-    }
+    pReader->require(sFormat.match(tText).hasMatch() && tDate.isValid(), pName, u"is not a date"_s);
     return tDate;
 }
 
-QList<Signature> readSignatures(const QJsonArray& pArray, JsonReader* pReader)
+QList<Signature> readSignatures(JsonReader* pFile)
 {
     QList<Signature> tSignatures;
     QSet<QString> tSeen;
-    for (const QJsonValue tValue : pArray) {
-        const QJsonObject tObject = tValue.toObject();
-        const QString tKeyId = pReader->string(tObject, "keyid");
-        const QByteArray tHex = pReader->string(tObject, "sig").toLatin1();
-        if (tSeen.contains(tKeyId)) {
-            pReader->fail(u"it has two signatures of one key"_s);
-        }
+    pFile->each("signatures", [&](JsonReader& pSignature) {
+        const QString tKeyId = pSignature.text("keyid");
+        const QByteArray tHex = pSignature.text("sig").toLatin1();
+        pSignature.require(!tSeen.contains(tKeyId), "keyid", u"has signed twice"_s);
         tSeen.insert(tKeyId);
         tSignatures.append(Signature{tKeyId, QByteArray::fromHex(tHex)});
-    }
+    });
     return tSignatures;
 }
 
-// Reads the common parts of all files and returns the "signed" object.
-QJsonObject readSigned(const QByteArray& pFile, const QString& pType, JsonReader* pReader, Signed* pTo)
+// Reads what all files have in common and gives the "signed" object.
+JsonReader readSigned(const QByteArray& pFile, const QString& pType, QString* pFault, Signed* pTo)
 {
-    // Brackets in texts count as well: legitimate files are far below the limit.
+    // Those in texts count as well: no file that is meant well comes near.
     if (pFile.count('{') + pFile.count('[') > sMaxContainers) {
-        pReader->fail(u"it has more than %1 objects and arrays"_s.arg(sMaxContainers));
-        return QJsonObject();
+        *pFault = u"it has more than %1 objects and arrays"_s.arg(sMaxContainers);
+        return JsonReader({}, pFault);
     }
     QJsonParseError tProblem;
     const QJsonDocument tDocument = QJsonDocument::fromJson(pFile, &tProblem);
-    if (!tDocument.isObject()) {
-        pReader->fail(tProblem.error != QJsonParseError::NoError ? tProblem.errorString()
-                                                                 : u"it is not an object"_s);
-        return QJsonObject();
+    if (tProblem.error != QJsonParseError::NoError) {
+        *pFault = tProblem.errorString();
     }
-    pTo->mSignatures = readSignatures(pReader->array(tDocument.object(), "signatures"), pReader);
-    const QJsonObject tSigned = pReader->object(tDocument.object(), "signed");
-    if (pReader->string(tSigned, "_type") != pType) {
-        pReader->fail(u"its type is not \"%1\""_s.arg(pType));
-    }
-    checkSpecVersion(pReader->string(tSigned, "spec_version"), pReader);
-    pTo->mVersion = pReader->integer(tSigned, "version", 1);
-    if (pTo->mVersion == std::numeric_limits<qint64>::max()) {
-        pReader->fail(u"no version can follow on its own"_s);
-    }
-    pTo->mExpires = readDate(tSigned, "expires", pReader);
-    if (!pReader->failed() && !canonicalJson(tSigned, &pTo->mMessage)) {
-        pReader->fail(u"it has no canonical form"_s);
+    JsonReader tFile(tDocument.isObject() ? tDocument.object() : QJsonValue(), pFault);
+    pTo->mSignatures = readSignatures(&tFile);
+    JsonReader tSigned = tFile.object("signed");
+    tSigned.require(tSigned.text("_type") == pType, "_type", u"is not \"%1\""_s.arg(pType));
+    checkSpecVersion(tSigned.text("spec_version"), &tSigned);
+    pTo->mVersion = tSigned.integer("version", 1);
+    tSigned.require(pTo->mVersion < std::numeric_limits<qint64>::max(), "version",
+                    u"leaves no number for the next one"_s);
+    pTo->mExpires = readDate("expires", &tSigned);
+    if (tSigned.ok() && !canonicalJson(tSigned.json(), &pTo->mMessage)) {
+        tSigned.fail(u"it has no canonical form"_s);
     }
     return tSigned;
 }
 
-KeyMap readKeys(const QJsonObject& pKeys, JsonReader* pReader)
+KeyMap readKeys(JsonReader pKeys)
 {
     KeyMap tKeys;
-    for (auto tIt = pKeys.begin(); tIt != pKeys.end(); ++tIt) {
-        const QJsonObject tKey = tIt.value().toObject();
-        const QString tType = pReader->string(tKey, "keytype");
-        const QString tScheme = pReader->string(tKey, "scheme");
-        // The format of the value depends on the type, and an unknown type is not an error.
-        const QString tValue = pReader->object(tKey, "keyval").value("public"_L1).toString();
-        tKeys.insert(tIt.key(), PublicKey(tType, tScheme, tValue));
-    }
+    pKeys.eachMember([&](const QString& pId, JsonReader& pKey) {
+        const QString tType = pKey.text("keytype");
+        const QString tScheme = pKey.text("scheme");
+        // How the value is laid out depends on the type, and a type that isn't known is no error.
+        const QString tValue = pKey.object("keyval").json().value("public"_L1).toString();
+        tKeys.insert(pId, PublicKey(tType, tScheme, tValue));
+    });
     return tKeys;
 }
 
-RoleKeys readRoleKeys(const QJsonObject& pRole, JsonReader* pReader)
+RoleKeys readRoleKeys(JsonReader* pReader)
 {
     RoleKeys tKeys;
-    tKeys.mKeyIds = pReader->strings(pRole, "keyids");
-    tKeys.mThreshold = pReader->integer(pRole, "threshold", 1);
+    tKeys.mKeyIds = pReader->texts("keyids");
+    tKeys.mThreshold = pReader->integer("threshold", 1);
     if (QSet<QString>(tKeys.mKeyIds.begin(), tKeys.mKeyIds.end()).size() != tKeys.mKeyIds.size()) {
         pReader->fail(u"a role lists a key twice"_s);
     }
     return tKeys;
 }
 
-// Hashes of other algorithms are ignored.
-HashList readHashes(const QJsonObject& pHashes, JsonReader* pReader)
+// Hashes of other algorithms are for others; their text goes no further than here.
+HashList readHashes(JsonReader pReader)
 {
     HashList tHashes;
-    for (auto tIt = pHashes.begin(); tIt != pHashes.end(); ++tIt) {
+    const QJsonObject& tObject = pReader.json();
+    for (auto tIt = tObject.begin(); tIt != tObject.end(); ++tIt) {
         if (!tIt.value().isString()) {
-            pReader->fail(u"a hash is not a text"_s);
+            pReader.fail(u"a hash is no text"_s);
         }
         const auto tAlgorithm = hashAlgorithm(tIt.key());
         if (!tAlgorithm) {
@@ -138,41 +132,41 @@ HashList readHashes(const QJsonObject& pHashes, JsonReader* pReader)
         if (const auto tHash = Hash::fromHex(*tAlgorithm, tIt.value().toString())) {
             tHashes.append(*tHash);
         } else {
-            pReader->fail(u"a hash is invalid for its algorithm"_s);
+            pReader.fail(u"a hash is not one of its algorithm"_s);
         }
     }
     if (tHashes.isEmpty()) {
-        pReader->fail(u"a file has no hash of a known kind"_s);
+        pReader.fail(u"a file has no hash of a known kind"_s);
     }
     return tHashes;
 }
 
-MetaFile readMetaFile(const QJsonObject& pMeta, JsonReader* pReader)
+MetaFile readMetaFile(JsonReader* pReader)
 {
     MetaFile tFile;
-    tFile.mVersion = pReader->integer(pMeta, "version", 1);
-    if (pMeta.contains("length"_L1)) {
-        tFile.mLength = pReader->integer(pMeta, "length", 1);
+    tFile.mVersion = pReader->integer("version", 1);
+    if (pReader->has("length")) {
+        tFile.mLength = pReader->integer("length", 1);
     }
-    if (pMeta.contains("hashes"_L1)) {
-        tFile.mHashes = readHashes(pReader->object(pMeta, "hashes"), pReader);
+    if (pReader->has("hashes")) {
+        tFile.mHashes = readHashes(pReader->object("hashes"));
     }
     return tFile;
 }
 
-DelegatedRole readDelegatedRole(const QJsonObject& pRole, JsonReader* pReader)
+DelegatedRole readDelegatedRole(JsonReader* pReader)
 {
     DelegatedRole tRole;
-    tRole.mName = pReader->string(pRole, "name");
-    tRole.mKeys = readRoleKeys(pRole, pReader);
-    tRole.mTerminating = pReader->boolean(pRole, "terminating");
-    const bool tByPath = pRole.contains("paths"_L1);
-    if (tByPath == pRole.contains("path_hash_prefixes"_L1)) {
+    tRole.mName = pReader->text("name");
+    tRole.mKeys = readRoleKeys(pReader);
+    tRole.mTerminating = pReader->boolean("terminating");
+    const bool tByPath = pReader->has("paths");
+    if (tByPath == pReader->has("path_hash_prefixes")) {
         pReader->fail(u"a delegated role needs either \"paths\" or \"path_hash_prefixes\""_s);
     } else if (tByPath) {
-        tRole.mPaths = pReader->strings(pRole, "paths");
+        tRole.mPaths = pReader->texts("paths");
     } else {
-        tRole.mHashPrefixes = pReader->strings(pRole, "path_hash_prefixes");
+        tRole.mHashPrefixes = pReader->texts("path_hash_prefixes");
     }
     if (std::any_of(tRole.mPaths.begin(), tRole.mPaths.end(),
                     [](const QString& pPattern) { return pPattern.size() > sMaxPath; })) {
@@ -184,12 +178,12 @@ DelegatedRole readDelegatedRole(const QJsonObject& pRole, JsonReader* pReader)
     return tRole;
 }
 
-SuccinctRoles readSuccinctRoles(const QJsonObject& pRoles, JsonReader* pReader)
+SuccinctRoles readSuccinctRoles(JsonReader* pReader)
 {
     SuccinctRoles tRoles;
-    tRoles.mKeys = readRoleKeys(pRoles, pReader);
-    tRoles.mNamePrefix = pReader->string(pRoles, "name_prefix");
-    const qint64 tBits = pReader->integer(pRoles, "bit_length", 1);
+    tRoles.mKeys = readRoleKeys(pReader);
+    tRoles.mNamePrefix = pReader->text("name_prefix");
+    const qint64 tBits = pReader->integer("bit_length", 1);
     if (tBits > 32 || !isDelegatedRoleName(tRoles.mNamePrefix + "-00000000"_L1)) {
         pReader->fail(u"\"succinct_roles\" is not valid"_s);
         return tRoles;
@@ -198,37 +192,38 @@ SuccinctRoles readSuccinctRoles(const QJsonObject& pRoles, JsonReader* pReader)
     return tRoles;
 }
 
-Delegations readDelegations(const QJsonObject& pDelegations, JsonReader* pReader)
+Delegations readDelegations(JsonReader* pReader)
 {
     Delegations tDelegations;
-    tDelegations.mKeys = readKeys(pReader->object(pDelegations, "keys"), pReader);
-    if (pDelegations.contains("succinct_roles"_L1)) {
-        if (pDelegations.contains("roles"_L1)) {
+    tDelegations.mKeys = readKeys(pReader->object("keys"));
+    if (pReader->has("succinct_roles")) {
+        if (pReader->has("roles")) {
             pReader->fail(u"it has both \"roles\" and \"succinct_roles\""_s);
         }
-        tDelegations.mSuccinct = readSuccinctRoles(pReader->object(pDelegations, "succinct_roles"), pReader);
+        JsonReader tSuccinct = pReader->object("succinct_roles");
+        tDelegations.mSuccinct = readSuccinctRoles(&tSuccinct);
         return tDelegations;
     }
     QSet<QString> tNames;
-    for (const QJsonValue tRole : pReader->array(pDelegations, "roles")) {
-        tDelegations.mRoles.append(readDelegatedRole(tRole.toObject(), pReader));
+    pReader->each("roles", [&](JsonReader& pRole) {
+        tDelegations.mRoles.append(readDelegatedRole(&pRole));
         const QString& tName = tDelegations.mRoles.last().mName;
         if (tNames.contains(tName)) {
-            pReader->fail(u"it delegates to \"%1\" twice"_s.arg(tName.left(40)));
+            pRole.fail(u"it delegates to \"%1\" twice"_s.arg(tName.left(40)));
         }
         tNames.insert(tName);
-    }
+    });
     return tDelegations;
 }
 
-TargetFile readTarget(const QString& pPath, const QJsonObject& pTarget, JsonReader* pReader)
+TargetFile readTarget(const QString& pPath, JsonReader* pReader)
 {
     TargetFile tTarget;
     tTarget.mPath = pPath;
-    tTarget.mLength = pReader->integer(pTarget, "length", 0);
-    tTarget.mHashes = readHashes(pReader->object(pTarget, "hashes"), pReader);
-    if (pTarget.contains("custom"_L1)) {
-        tTarget.mCustom = pReader->object(pTarget, "custom");
+    tTarget.mLength = pReader->integer("length", 0);
+    tTarget.mHashes = readHashes(pReader->object("hashes"));
+    if (pReader->has("custom")) {
+        tTarget.mCustom = pReader->object("custom").json();
     }
     if (pPath.isEmpty() || pPath.size() > sMaxPath) {
         pReader->fail(u"a target has no path, or one of more than %1 characters"_s.arg(sMaxPath));
@@ -236,74 +231,72 @@ TargetFile readTarget(const QString& pPath, const QJsonObject& pTarget, JsonRead
     return tTarget;
 }
 
-Failure result(const JsonReader& pReader, const QString& pRole)
+Failure result(const QString& pFault, const QString& pRole)
 {
-    return pReader.failed() ? untrusted(pRole, pReader.problem()) : Failure();
+    return pFault.isEmpty() ? Failure() : untrusted(pRole, pFault);
 }
 
 } // namespace
 
 Failure parseRoot(const QByteArray& pFile, Root* pTo)
 {
-    JsonReader tReader;
-    const QJsonObject tSigned = readSigned(pFile, sRoot, &tReader, pTo);
-    if (tSigned.contains("consistent_snapshot"_L1)) {
-        pTo->mConsistentSnapshot = tReader.boolean(tSigned, "consistent_snapshot");
+    QString tFault;
+    JsonReader tSigned = readSigned(pFile, sRoot, &tFault, pTo);
+    if (tSigned.has("consistent_snapshot")) {
+        pTo->mConsistentSnapshot = tSigned.boolean("consistent_snapshot");
     }
-    pTo->mKeys = readKeys(tReader.object(tSigned, "keys"), &tReader);
-    const QJsonObject tRoles = tReader.object(tSigned, "roles");
-    for (auto tIt = tRoles.begin(); tIt != tRoles.end(); ++tIt) {
-        pTo->mRoles.insert(tIt.key(), readRoleKeys(tIt.value().toObject(), &tReader));
-    }
+    pTo->mKeys = readKeys(tSigned.object("keys"));
+    tSigned.object("roles").eachMember(
+        [pTo](const QString& pName, JsonReader& pRole) { pTo->mRoles.insert(pName, readRoleKeys(&pRole)); });
     for (const QString& tRole : {sRoot, sTimestamp, sSnapshot, sTargets}) {
         if (!pTo->mRoles.contains(tRole)) {
-            tReader.fail(u"it names no keys for the role %1"_s.arg(tRole));
+            tSigned.fail(u"it names no keys for the role %1"_s.arg(tRole));
         }
     }
-    return result(tReader, sRoot);
+    return result(tFault, sRoot);
 }
 
 Failure parseTimestamp(const QByteArray& pFile, Timestamp* pTo)
 {
-    JsonReader tReader;
-    const QJsonObject tSigned = readSigned(pFile, sTimestamp, &tReader, pTo);
-    pTo->mSnapshot = readMetaFile(tReader.object(tReader.object(tSigned, "meta"), "snapshot.json"), &tReader);
-    if (tSigned.contains("signed_at"_L1)) {
-        const QDateTime tSignedAt = readDate(tSigned, "signed_at", &tReader);
+    QString tFault;
+    JsonReader tSigned = readSigned(pFile, sTimestamp, &tFault, pTo);
+    JsonReader tSnapshot = tSigned.object("meta").object("snapshot.json");
+    pTo->mSnapshot = readMetaFile(&tSnapshot);
+    if (tSigned.has("signed_at")) {
+        const QDateTime tSignedAt = readDate("signed_at", &tSigned);
         pTo->mSignedAt = tSignedAt < pTo->mExpires ? tSignedAt : QDateTime();
     }
-    return result(tReader, sTimestamp);
+    return result(tFault, sTimestamp);
 }
 
 Failure parseSnapshot(const QByteArray& pFile, Snapshot* pTo)
 {
-    JsonReader tReader;
-    const QJsonObject tSigned = readSigned(pFile, sSnapshot, &tReader, pTo);
-    const QJsonObject tMeta = tReader.object(tSigned, "meta");
-    for (auto tIt = tMeta.begin(); tIt != tMeta.end(); ++tIt) {
-        const MetaFile tFile = readMetaFile(tIt.value().toObject(), &tReader);
-        if (tIt.key().endsWith(sMetaSuffix)) {
-            pTo->mRoles.insert(tIt.key().chopped(sMetaSuffix.size()), tFile);
+    QString tFault;
+    JsonReader tSigned = readSigned(pFile, sSnapshot, &tFault, pTo);
+    tSigned.object("meta").eachMember([pTo](const QString& pName, JsonReader& pMeta) {
+        const MetaFile tFile = readMetaFile(&pMeta);
+        if (pName.endsWith(sMetaSuffix)) {
+            pTo->mRoles.insert(pName.chopped(sMetaSuffix.size()), tFile);
         }
-    }
+    });
     if (!pTo->mRoles.contains(sTargets)) {
-        tReader.fail(u"it does not list targets.json"_s);
+        tSigned.fail(u"it does not list targets.json"_s);
     }
-    return result(tReader, sSnapshot);
+    return result(tFault, sSnapshot);
 }
 
 Failure parseTargets(const QByteArray& pFile, const QString& pRole, Targets* pTo)
 {
-    JsonReader tReader;
-    const QJsonObject tSigned = readSigned(pFile, sTargets, &tReader, pTo);
-    const QJsonObject tTargets = tReader.object(tSigned, "targets");
-    for (auto tIt = tTargets.begin(); tIt != tTargets.end() && !tReader.failed(); ++tIt) {
-        pTo->mTargets.insert(tIt.key(), readTarget(tIt.key(), tIt.value().toObject(), &tReader));
+    QString tFault;
+    JsonReader tSigned = readSigned(pFile, sTargets, &tFault, pTo);
+    tSigned.object("targets").eachMember([pTo](const QString& pPath, JsonReader& pTarget) {
+        pTo->mTargets.insert(pPath, readTarget(pPath, &pTarget));
+    });
+    if (tSigned.has("delegations")) {
+        JsonReader tDelegations = tSigned.object("delegations");
+        pTo->mDelegations = readDelegations(&tDelegations);
     }
-    if (tSigned.contains("delegations"_L1)) {
-        pTo->mDelegations = readDelegations(tReader.object(tSigned, "delegations"), &tReader);
-    }
-    return result(tReader, pRole);
+    return result(tFault, pRole);
 }
 
 } // namespace tarn::tuf

@@ -17,10 +17,10 @@ namespace tarn::vkcore {
 class JsonReader
 {
 public:
-    // *pFault belongs to the caller, is null where nothing is wrong, and has to outlive all readers.
+    // *pFault belongs to the caller, is empty where nothing is wrong, and has to outlive all readers.
     JsonReader(const QJsonValue& pFrom, QString* pFault);
 
-    bool ok() const { return mFault->isNull(); }
+    bool ok() const { return mFault->isEmpty(); }
     void fail(const QString& pProblem);
     // About a member: "is not a date".
     void fail(const char* pName, const QString& pProblem);
@@ -56,12 +56,14 @@ public:
     void eachMember(F pRead)
     {
         for (auto tIt = mObject.begin(); tIt != mObject.end() && ok(); ++tIt) {
-            JsonReader tMember(tIt.value(), mFault, mPath + tIt.key());
+            JsonReader tMember(tIt.value(), mFault, mPath + tIt.key().left(sMaxKey));
             pRead(tIt.key(), tMember);
         }
     }
 
 private:
+    static constexpr qsizetype sMaxKey = 80; // of a foreign name in a fault
+
     JsonReader(const QJsonValue& pFrom, QString* pFault, const QString& pPath);
     QJsonValue member(const char* pName, QJsonValue::Type pType, const char* pKind);
     QJsonArray array(const char* pName) { return member(pName, QJsonValue::Array, "an array").toArray(); }

@@ -1,6 +1,7 @@
 #include "sqlite/InstallLogStore.h"
 
 #include "installlog/InstallLogReader.h"
+#include "internal/LangStringJson.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QHash>
@@ -44,21 +45,12 @@ QString toJsonText(const LangString& pText)
     if (pText.isEmpty()) {
         return {};
     }
-    QJsonObject tObject;
-    for (auto tValue = pText.values().cbegin(); tValue != pText.values().cend(); ++tValue) {
-        tObject.insert(tValue.key(), tValue.value());
-    }
-    return QString::fromUtf8(QJsonDocument(tObject).toJson(QJsonDocument::Compact));
+    return QString::fromUtf8(QJsonDocument(toJson(pText)).toJson(QJsonDocument::Compact));
 }
 
 LangString fromJsonText(const QByteArray& pJson)
 {
-    LangString tText;
-    const QJsonObject tObject = QJsonDocument::fromJson(pJson).object();
-    for (auto tValue = tObject.constBegin(); tValue != tObject.constEnd(); ++tValue) {
-        tText.setValue(tValue.key(), tValue.value().toString());
-    }
-    return tText;
+    return langStringFrom(QJsonDocument::fromJson(pJson).object());
 }
 
 constexpr int sNoLimit = std::numeric_limits<int>::max();
