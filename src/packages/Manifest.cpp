@@ -27,7 +27,7 @@ QDateTime dateFrom(const QJsonValue& pFrom)
     return QDateTime::fromString(pFrom.toString(), Qt::ISODateWithMs);
 }
 
-// A null text stays apart from an empty one: a record without a parent is one of the top level.
+// A null text differs from an empty one: a record without a parent is at the top level.
 QJsonValue textValue(const QString& pText)
 {
     return pText.isNull() ? QJsonValue() : QJsonValue(pText);
@@ -74,7 +74,7 @@ bool packageFrom(const QJsonObject& pFrom, InstalledPackage* pTo, QString* pErro
     pTo->mFolder = pFrom.value("folder"_L1).toString();
     pTo->mParent = pFrom.value("parent"_L1).toString();
     if (!tHash || !PackageFolders::isPlaceOf(pTo->mFolder, pTo->mInfo, *tHash)) {
-        *pError = u"the hash or the folder of the package %1 is not right"_s.arg(pTo->mInfo.mName);
+        *pError = u"the hash or the folder of the package %1 is invalid"_s.arg(pTo->mInfo.mName);
         return false;
     }
     pTo->mHash = *tHash;

@@ -20,11 +20,10 @@ using vkcore::JsonReader;
 namespace {
 
 const QLatin1String sMetaSuffix(".json");
-// Of a target's path and of the patterns it is held against, which takes time by the one length times the
-// other.
+// Of a target's path and of patterns; matching takes time proportional to the product of their lengths.
 constexpr qsizetype sMaxPath = 4096;
-// Of objects and arrays in a file. The parser takes some 200 bytes for each, so that a file which holds
-// little else would need many times its size. A package takes less than ten.
+// Of objects and arrays in a file. The parser needs about 200 bytes for each, so a dense file would need many
+// times its size. A package has fewer than ten.
 constexpr qsizetype sMaxContainers = 500'000;
 
 Failure untrusted(const QString& pRole, const QString& pProblem)
@@ -64,10 +63,10 @@ QList<Signature> readSignatures(JsonReader* pFile)
     return tSignatures;
 }
 
-// Reads what all files have in common and gives the "signed" object.
+// Reads the common parts of all files and returns the "signed" object.
 JsonReader readSigned(const QByteArray& pFile, const QString& pType, QString* pFault, Signed* pTo)
 {
-    // Those in texts count as well: no file that is meant well comes near.
+    // Brackets in texts count as well: legitimate files are far below the limit.
     if (pFile.count('{') + pFile.count('[') > sMaxContainers) {
         *pFault = u"it has more than %1 objects and arrays"_s.arg(sMaxContainers);
         return JsonReader({}, pFault);
@@ -98,7 +97,7 @@ KeyMap readKeys(JsonReader pKeys)
     pKeys.eachMember([&](const QString& pId, JsonReader& pKey) {
         const QString tType = pKey.text("keytype");
         const QString tScheme = pKey.text("scheme");
-        // How the value is laid out depends on the type, and a type that isn't known is no error.
+        // The format of the value depends on the type, and an unknown type is not an error.
         const QString tValue = pKey.object("keyval").json().value("public"_L1).toString();
         tKeys.insert(pId, PublicKey(tType, tScheme, tValue));
     });
@@ -116,14 +115,14 @@ RoleKeys readRoleKeys(JsonReader* pReader)
     return tKeys;
 }
 
-// Hashes of other algorithms are for others; their text goes no further than here.
+// Hashes of other algorithms are ignored.
 HashList readHashes(JsonReader pReader)
 {
     HashList tHashes;
     const QJsonObject& tObject = pReader.json();
     for (auto tIt = tObject.begin(); tIt != tObject.end(); ++tIt) {
         if (!tIt.value().isString()) {
-            pReader.fail(u"a hash is no text"_s);
+            pReader.fail(u"a hash is not a text"_s);
         }
         const auto tAlgorithm = hashAlgorithm(tIt.key());
         if (!tAlgorithm) {
@@ -132,7 +131,7 @@ HashList readHashes(JsonReader pReader)
         if (const auto tHash = Hash::fromHex(*tAlgorithm, tIt.value().toString())) {
             tHashes.append(*tHash);
         } else {
-            pReader.fail(u"a hash is not one of its algorithm"_s);
+            pReader.fail(u"a hash is invalid for its algorithm"_s);
         }
     }
     if (tHashes.isEmpty()) {
