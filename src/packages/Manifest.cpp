@@ -13,7 +13,7 @@ namespace tarn::packages {
 
 namespace {
 
-using Record = vkcore::InstallLogStore::Record;
+using vkcore::LogRecord;
 
 constexpr int sFormat = 1;
 
@@ -33,7 +33,7 @@ QJsonValue textValue(const QString& pText)
     return pText.isNull() ? QJsonValue() : QJsonValue(pText);
 }
 
-QJsonObject recordObject(const Record& pRecord)
+QJsonObject recordObject(const LogRecord& pRecord)
 {
     return {{u"package"_s, pRecord.mPackage},
             {u"parent"_s, textValue(pRecord.mParent)},
@@ -44,9 +44,9 @@ QJsonObject recordObject(const Record& pRecord)
             {u"report"_s, toJson(pRecord.mReport)}};
 }
 
-Record recordFrom(const QJsonObject& pFrom)
+LogRecord recordFrom(const QJsonObject& pFrom)
 {
-    Record tRecord;
+    LogRecord tRecord;
     tRecord.mPackage = pFrom.value("package"_L1).toString();
     tRecord.mParent = pFrom.value("parent"_L1).toString();
     tRecord.mVersion = pFrom.value("version"_L1).toString();
@@ -109,7 +109,7 @@ QByteArray Manifest::toBytes() const
         tPackages.append(packageObject(tPackage));
     }
     QJsonArray tRecords;
-    for (const Record& tRecord : mRecords) {
+    for (const LogRecord& tRecord : mRecords) {
         tRecords.append(recordObject(tRecord));
     }
     const QJsonObject tRoot{{u"format"_s, sFormat},          {u"generation"_s, mGeneration},
