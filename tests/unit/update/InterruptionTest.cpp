@@ -1,6 +1,7 @@
-// Interruptions of an update: an abort, a failing disk, a kill, and running applications.
+// Interruptions of an update: an abort, a failing disk, a kill, a power cut, and running applications.
 
 #include "Child.h"
+#include "PowerCut.h"
 #include "UpdateFixture.h"
 
 #include "os/AbortFlag.h"
@@ -77,7 +78,9 @@ struct Interruption
     {
         Error, // one operation fails with mErrno
         Abort,
-        Kill
+        Kill,
+        PowerCut,      // only what was synced is on the disk
+        PowerCutBytes, // names are there too, but not the bytes of their files
     } mKind;
     int mErrno = 0;
     // With the folders of a version without markers, and a new data folder beside the old one.
@@ -110,21 +113,37 @@ protected:
                     ::_exit(9);
                 }
             };
-            const os::AbortFlag tAbort;
-            Reporter tReporter([](ServiceActivity) {}, [](int, const QString&, const QString&) {},
-                               [](int, const QString&, const QString&) {});
-            const RunRequest tRequest = mMachine.request();
-            update::Run(tRequest, tFileSystem, os::realProcessList(), tReporter, tAbort).run();
+            runOn(tFileSystem);
             ::_exit(0);
         }
         int tStatus = 0;
         ::waitpid(tChild, &tStatus, 0);
+        expectOldOrNewAfterRestart(pBefore);
+        return WEXITSTATUS(tStatus) != 0;
+    }
+    bool cutPowerAt(int pCount, PowerCut::Loses pLoses, const FileMap& pBefore)
+    {
+        PowerCut tPower(mMachine.path(QString()), pLoses);
+        const bool tCame = tPower.during([this](os::FileSystem& pDisk) { runOn(pDisk); }, pCount);
+        // What a finished run has installed stays installed.
+        expectOldOrNewAfterRestart(tCame ? pBefore : filesOf(mPackages));
+        return tCame;
+    }
+    void runOn(os::FileSystem& pFileSystem)
+    {
+        const os::AbortFlag tAbort;
+        Reporter tReporter([](ServiceActivity) {}, [](int, const QString&, const QString&) {},
+                           [](int, const QString&, const QString&) {});
+        const RunRequest tRequest = mMachine.request();
+        update::Run(tRequest, pFileSystem, os::realProcessList(), tReporter, tAbort).run();
+    }
+    void expectOldOrNewAfterRestart(const FileMap& pBefore)
+    {
         const FileMap tFiles = mMachine.currentFiles();
         EXPECT_TRUE(tFiles == pBefore || tFiles == filesOf(mPackages));
         QString tError;
         EXPECT_TRUE(mMachine.restart(&tError)) << tError;
         EXPECT_EQ(text(mMachine.litter()), "");
-        return WEXITSTATUS(tStatus) != 0;
     }
     bool abortAt(int pCount, const FileMap& pBefore)
     {
@@ -169,19 +188,23 @@ TEST_P(InterruptedRunTest, LeavesOldOrNewWhereverItComes)
             forgetRoots(tCount);
         }
         const Kind tKind = GetParam().mKind;
-        tCame = tKind == Kind::Kill    ? killAt(tCount, tBefore)
-                : tKind == Kind::Abort ? abortAt(tCount, tBefore)
-                                       : failAt(tCount);
+        tCame = tKind == Kind::Kill            ? killAt(tCount, tBefore)
+                : tKind == Kind::PowerCut      ? cutPowerAt(tCount, PowerCut::Loses::BytesAndNames, tBefore)
+                : tKind == Kind::PowerCutBytes ? cutPowerAt(tCount, PowerCut::Loses::Bytes, tBefore)
+                : tKind == Kind::Abort         ? abortAt(tCount, tBefore)
+                                               : failAt(tCount);
         expectOldOrNewAndRepair(tBefore);
     }
-    EXPECT_GT(tCount, 100);
+    EXPECT_GT(tCount, 60);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, InterruptedRunTest,
                          testing::Values(Interruption{"FullDisk", Kind::Error, ENOSPC},
                                          Interruption{"BadDisk", Kind::Error, EIO},
                                          Interruption{"Abort", Kind::Abort}, Interruption{"Kill", Kind::Kill},
-                                         Interruption{"KillBeforeMarkers", Kind::Kill, 0, true}),
+                                         Interruption{"KillBeforeMarkers", Kind::Kill, 0, true},
+                                         Interruption{"PowerCut", Kind::PowerCut},
+                                         Interruption{"PowerCutWithoutBytes", Kind::PowerCutBytes}),
                          [](const auto& pInfo) { return std::string(pInfo.param.mName); });
 
 namespace {
