@@ -26,7 +26,7 @@ Failure checkFile(const QString& pRole, const MetaFile& pMeta, const QByteArray&
     if (!pMeta.mHashes.isEmpty() && !hashesAgree(pMeta.mHashes, pFile)) {
         return untrusted(u"The %1 metadata does not have the hash that was signed for it"_s.arg(pRole));
     }
-    return Failure();
+    return {};
 }
 
 Failure checkVersion(const QString& pRole, qint64 pVersion, qint64 pExpected)
@@ -86,7 +86,7 @@ Failure TrustedSet::checkExpiry(const QString& pRole, const Signed& pSigned) con
     const QDateTime tProven = provenTime();
     const bool tIsGoodByTheClock = pSigned.mExpires > mNow;
     if (tIsGoodByTheClock && (!tProven.isValid() || pSigned.mExpires > tProven)) {
-        return Failure();
+        return {};
     }
     QString tText = u"The %1 metadata, version %2, expired on %3"_s.arg(pRole)
                         .arg(pSigned.mVersion)
@@ -136,34 +136,34 @@ Failure TrustedSet::verifyByDelegator(const QString& pRole, const QString& pDele
 Failure TrustedSet::setRoot(const QByteArray& pFile)
 {
     Root tRoot;
-    Failure tFailure = parseRoot(pFile, &tRoot);
-    if (!tFailure) {
-        tFailure = verifyThreshold(sRoot, tRoot, tRoot.mRoles[sRoot], tRoot.mKeys);
+    if (const Failure tFailure = parseRoot(pFile, &tRoot)) {
+        return tFailure;
     }
-    if (!tFailure) {
-        mRoot = tRoot;
+    if (const Failure tFailure = verifyThreshold(sRoot, tRoot, tRoot.mRoles[sRoot], tRoot.mKeys)) {
+        return tFailure;
     }
-    return tFailure;
+    mRoot = tRoot;
+    return {};
 }
 
 Failure TrustedSet::addRoot(const QByteArray& pFile, bool* pKeysRemoved)
 {
     Root tRoot;
-    Failure tFailure = parseRoot(pFile, &tRoot);
-    if (!tFailure) {
-        tFailure = verifyByRoot(sRoot, tRoot);
+    if (const Failure tFailure = parseRoot(pFile, &tRoot)) {
+        return tFailure;
     }
-    if (!tFailure) {
-        tFailure = verifyThreshold(sRoot, tRoot, tRoot.mRoles[sRoot], tRoot.mKeys);
+    if (const Failure tFailure = verifyByRoot(sRoot, tRoot)) {
+        return tFailure;
     }
-    if (!tFailure) {
-        tFailure = checkVersion(sRoot, tRoot.mVersion, mRoot->mVersion + 1);
+    if (const Failure tFailure = verifyThreshold(sRoot, tRoot, tRoot.mRoles[sRoot], tRoot.mKeys)) {
+        return tFailure;
     }
-    if (!tFailure) {
-        *pKeysRemoved = removesKey(*mRoot, tRoot, sTimestamp) || removesKey(*mRoot, tRoot, sSnapshot);
-        mRoot = tRoot;
+    if (const Failure tFailure = checkVersion(sRoot, tRoot.mVersion, mRoot->mVersion + 1)) {
+        return tFailure;
     }
-    return tFailure;
+    *pKeysRemoved = removesKey(*mRoot, tRoot, sTimestamp) || removesKey(*mRoot, tRoot, sSnapshot);
+    mRoot = tRoot;
+    return {};
 }
 
 Failure TrustedSet::checkRootExpiry() const
@@ -175,19 +175,23 @@ Failure TrustedSet::addTimestamp(const QByteArray& pFile, bool* pSame)
 {
     *pSame = false;
     Timestamp tNew;
-    Failure tFailure = parseTimestamp(pFile, &tNew);
-    if (!tFailure) {
-        tFailure = verifyByRoot(sTimestamp, tNew);
-    }
-    if (!tFailure && mTimestamp) {
-        tFailure = checkNotOlder(sTimestamp, tNew.mVersion, mTimestamp->mVersion);
-        *pSame = tNew.mVersion == mTimestamp->mVersion;
-        if (!tFailure && !*pSame) {
-            tFailure = checkNotOlder(sSnapshot, tNew.mSnapshot.mVersion, mTimestamp->mSnapshot.mVersion);
-        }
-    }
-    if (tFailure) {
+    if (const Failure tFailure = parseTimestamp(pFile, &tNew)) {
         return tFailure;
+    }
+    if (const Failure tFailure = verifyByRoot(sTimestamp, tNew)) {
+        return tFailure;
+    }
+    if (mTimestamp) {
+        if (const Failure tFailure = checkNotOlder(sTimestamp, tNew.mVersion, mTimestamp->mVersion)) {
+            return tFailure;
+        }
+        *pSame = tNew.mVersion == mTimestamp->mVersion;
+    }
+    if (mTimestamp && !*pSame) {
+        if (const Failure tFailure =
+                checkNotOlder(sSnapshot, tNew.mSnapshot.mVersion, mTimestamp->mSnapshot.mVersion)) {
+            return tFailure;
+        }
     }
     if (!*pSame) {
         mTimestamp = tNew;
@@ -211,44 +215,45 @@ Failure TrustedSet::checkTimestampExpiry() const
 Failure TrustedSet::addLocalSnapshot(const QByteArray& pFile)
 {
     Snapshot tSnapshot;
-    Failure tFailure = parseSnapshot(pFile, &tSnapshot);
-    if (!tFailure) {
-        tFailure = verifyByRoot(sSnapshot, tSnapshot);
+    if (const Failure tFailure = parseSnapshot(pFile, &tSnapshot)) {
+        return tFailure;
     }
-    if (tFailure) {
+    if (const Failure tFailure = verifyByRoot(sSnapshot, tSnapshot)) {
         return tFailure;
     }
     mSnapshot = tSnapshot;
-    tFailure = checkFile(sSnapshot, mTimestamp->mSnapshot, pFile);
-    return tFailure ? tFailure : checkIsCurrent(*mSnapshot);
+    if (const Failure tFailure = checkFile(sSnapshot, mTimestamp->mSnapshot, pFile)) {
+        return tFailure;
+    }
+    return checkIsCurrent(*mSnapshot);
 }
 
 Failure TrustedSet::addSnapshot(const QByteArray& pFile)
 {
     Snapshot tNew;
-    Failure tFailure = checkFile(sSnapshot, mTimestamp->mSnapshot, pFile);
-    if (!tFailure) {
-        tFailure = parseSnapshot(pFile, &tNew);
+    if (const Failure tFailure = checkFile(sSnapshot, mTimestamp->mSnapshot, pFile)) {
+        return tFailure;
     }
-    if (!tFailure) {
-        tFailure = verifyByRoot(sSnapshot, tNew);
+    if (const Failure tFailure = parseSnapshot(pFile, &tNew)) {
+        return tFailure;
     }
-    if (!tFailure) {
-        tFailure = checkSnapshotRollback(tNew);
+    if (const Failure tFailure = verifyByRoot(sSnapshot, tNew)) {
+        return tFailure;
     }
-    if (!tFailure) {
-        tFailure = checkIsCurrent(tNew);
+    if (const Failure tFailure = checkSnapshotRollback(tNew)) {
+        return tFailure;
     }
-    if (!tFailure) {
-        mSnapshot = tNew;
+    if (const Failure tFailure = checkIsCurrent(tNew)) {
+        return tFailure;
     }
-    return tFailure;
+    mSnapshot = tNew;
+    return {};
 }
 
 Failure TrustedSet::checkSnapshotRollback(const Snapshot& pNew) const
 {
     if (!mSnapshot) {
-        return Failure();
+        return {};
     }
     for (auto tOld = mSnapshot->mRoles.begin(); tOld != mSnapshot->mRoles.end(); ++tOld) {
         const auto tNew = pNew.mRoles.constFind(tOld.key());
@@ -259,13 +264,16 @@ Failure TrustedSet::checkSnapshotRollback(const Snapshot& pNew) const
             return tFailure;
         }
     }
-    return Failure();
+    return {};
 }
 
 Failure TrustedSet::checkIsCurrent(const Snapshot& pSnapshot) const
 {
-    const Failure tFailure = checkVersion(sSnapshot, pSnapshot.mVersion, mTimestamp->mSnapshot.mVersion);
-    return tFailure ? tFailure : checkExpiry(sSnapshot, pSnapshot);
+    if (const Failure tFailure =
+            checkVersion(sSnapshot, pSnapshot.mVersion, mTimestamp->mSnapshot.mVersion)) {
+        return tFailure;
+    }
+    return checkExpiry(sSnapshot, pSnapshot);
 }
 
 Failure TrustedSet::addTargets(const QByteArray& pFile, const QString& pRole, const QString& pDelegator)
@@ -275,36 +283,36 @@ Failure TrustedSet::addTargets(const QByteArray& pFile, const QString& pRole, co
         return untrusted(u"The snapshot metadata does not list the role %1"_s.arg(pRole));
     }
     auto tTargets = std::make_shared<Targets>();
-    Failure tFailure = checkFile(pRole, *tMeta, pFile);
-    if (!tFailure) {
-        tFailure = parseTargets(pFile, pRole, tTargets.get());
+    if (const Failure tFailure = checkFile(pRole, *tMeta, pFile)) {
+        return tFailure;
     }
-    if (!tFailure) {
-        tFailure = verifyByDelegator(pRole, pDelegator, *tTargets);
+    if (const Failure tFailure = parseTargets(pFile, pRole, tTargets.get())) {
+        return tFailure;
     }
-    if (!tFailure) {
-        tFailure = checkVersion(pRole, tTargets->mVersion, tMeta->mVersion);
+    if (const Failure tFailure = verifyByDelegator(pRole, pDelegator, *tTargets)) {
+        return tFailure;
     }
-    if (!tFailure) {
-        tFailure = checkExpiry(pRole, *tTargets);
+    if (const Failure tFailure = checkVersion(pRole, tTargets->mVersion, tMeta->mVersion)) {
+        return tFailure;
     }
-    if (!tFailure) {
-        mTargets.insert(pRole, tTargets);
-        mVerified.insert({pRole, pDelegator});
+    if (const Failure tFailure = checkExpiry(pRole, *tTargets)) {
+        return tFailure;
     }
-    return tFailure;
+    mTargets.insert(pRole, tTargets);
+    mVerified.insert({pRole, pDelegator});
+    return {};
 }
 
 Failure TrustedSet::checkDelegator(const QString& pRole, const QString& pDelegator)
 {
     if (mVerified.contains({pRole, pDelegator})) {
-        return Failure();
+        return {};
     }
-    const Failure tFailure = verifyByDelegator(pRole, pDelegator, *mTargets[pRole]);
-    if (!tFailure) {
-        mVerified.insert({pRole, pDelegator});
+    if (const Failure tFailure = verifyByDelegator(pRole, pDelegator, *mTargets[pRole])) {
+        return tFailure;
     }
-    return tFailure;
+    mVerified.insert({pRole, pDelegator});
+    return {};
 }
 
 } // namespace tarn::tuf

@@ -75,27 +75,30 @@ Failure Updater::Private::refresh()
     mTrusted = TrustedSet(mNow);
     mRefreshed = false;
     mUnchanged = false;
-    Failure tFailure = loadRoot();
-    if (!tFailure) {
-        tFailure = updateRoot();
+    if (const Failure tFailure = loadRoot()) {
+        return tFailure;
     }
-    if (!tFailure) {
-        tFailure = mTrusted.checkRootExpiry();
+    if (const Failure tFailure = updateRoot()) {
+        return tFailure;
     }
-    if (!tFailure) {
-        tFailure = updateTimestamp();
+    if (const Failure tFailure = mTrusted.checkRootExpiry()) {
+        return tFailure;
     }
-    if (!tFailure) {
-        tFailure = mTrusted.checkRootExpiry(); // the timestamp may know better than the clock
+    if (const Failure tFailure = updateTimestamp()) {
+        return tFailure;
     }
-    if (!tFailure) {
-        tFailure = updateSnapshot();
+    // the timestamp may know better than the clock
+    if (const Failure tFailure = mTrusted.checkRootExpiry()) {
+        return tFailure;
     }
-    if (!tFailure) {
-        tFailure = updateTargets(sTargets, sRoot);
+    if (const Failure tFailure = updateSnapshot()) {
+        return tFailure;
     }
-    mRefreshed = !tFailure;
-    return tFailure;
+    if (const Failure tFailure = updateTargets(sTargets, sRoot)) {
+        return tFailure;
+    }
+    mRefreshed = true;
+    return {};
 }
 
 Failure Updater::Private::loadRoot()
@@ -119,7 +122,7 @@ Failure Updater::Private::updateRoot()
         Failure tFailure =
             fetch(u"%1.root.json"_s.arg(mTrusted.root()->mVersion + 1), mLimits.mRootLength, &tFile);
         if (tFailure.mKind == Failure::Kind::NotFound) {
-            return Failure();
+            return {};
         }
         if (!tFailure) {
             tFailure = takeRoot(tFile);
@@ -128,22 +131,25 @@ Failure Updater::Private::updateRoot()
             return tFailure;
         }
     }
-    return Failure();
+    return {};
 }
 
 Failure Updater::Private::takeRoot(const QByteArray& pFile)
 {
     bool tKeysRemoved = false;
-    Failure tFailure = mTrusted.addRoot(pFile, &tKeysRemoved);
+    if (const Failure tFailure = mTrusted.addRoot(pFile, &tKeysRemoved)) {
+        return tFailure;
+    }
     // An attacker with the old keys may have signed a very high version. Files signed by them are removed
     // first: a crash in between leaves the old root, and the next refresh repeats this.
-    if (!tFailure && tKeysRemoved) {
-        tFailure = mStore.remove(sTimestamp);
-        if (!tFailure) {
-            tFailure = mStore.remove(sSnapshot);
+    if (tKeysRemoved) {
+        for (const QString& tRole : {sTimestamp, sSnapshot}) {
+            if (const Failure tFailure = mStore.remove(tRole)) {
+                return tFailure;
+            }
         }
     }
-    return tFailure ? tFailure : mStore.save(sRoot, pFile);
+    return mStore.save(sRoot, pFile);
 }
 
 // Loads the stored files; invalid ones are ignored.
@@ -206,14 +212,17 @@ Failure Updater::Private::updateSnapshot()
         return tFailure;
     }
     if (!tFailure && !mTrusted.addLocalSnapshot(tFile)) {
-        return Failure();
+        return {};
     }
     mUnchanged = false;
-    tFailure = fetchVersioned(sSnapshot, mTrusted.timestamp()->mSnapshot, mLimits.mSnapshotLength, &tFile);
-    if (!tFailure) {
-        tFailure = mTrusted.addSnapshot(tFile);
+    if (const Failure tFetched =
+            fetchVersioned(sSnapshot, mTrusted.timestamp()->mSnapshot, mLimits.mSnapshotLength, &tFile)) {
+        return tFetched;
     }
-    return tFailure ? tFailure : mStore.save(sSnapshot, tFile);
+    if (const Failure tRefused = mTrusted.addSnapshot(tFile)) {
+        return tRefused;
+    }
+    return mStore.save(sSnapshot, tFile);
 }
 
 Failure Updater::Private::updateTargets(const QString& pRole, const QString& pDelegator)
@@ -227,7 +236,7 @@ Failure Updater::Private::updateTargets(const QString& pRole, const QString& pDe
         return tFailure;
     }
     if (!tFailure && !mTrusted.addTargets(tFile, pRole, pDelegator)) {
-        return Failure();
+        return {};
     }
     mUnchanged = false;
     const QMap<QString, MetaFile>& tRoles = mTrusted.snapshot()->mRoles;
@@ -235,11 +244,13 @@ Failure Updater::Private::updateTargets(const QString& pRole, const QString& pDe
         return Failure{Failure::Kind::Untrusted,
                        u"The snapshot metadata does not list the role %1"_s.arg(pRole)};
     }
-    tFailure = fetchVersioned(pRole, tRoles[pRole], mLimits.mTargetsLength, &tFile);
-    if (!tFailure) {
-        tFailure = mTrusted.addTargets(tFile, pRole, pDelegator);
+    if (const Failure tFetched = fetchVersioned(pRole, tRoles[pRole], mLimits.mTargetsLength, &tFile)) {
+        return tFetched;
     }
-    return tFailure ? tFailure : mStore.save(pRole, tFile);
+    if (const Failure tRefused = mTrusted.addTargets(tFile, pRole, pDelegator)) {
+        return tRefused;
+    }
+    return mStore.save(pRole, tFile);
 }
 
 TargetFile Updater::Private::complete(TargetFile pTarget, const QString& pRole) const
@@ -268,7 +279,7 @@ Failure Updater::Private::find(const QString& pPath, std::optional<TargetFile>* 
         const auto tFound = tTargets->mTargets.constFind(pPath);
         if (tFound != tTargets->mTargets.constEnd()) {
             *pTo = complete(*tFound, tRole);
-            return Failure();
+            return {};
         }
         const QList<RoleChoice> tChoices = rolesForTarget(tTargets->mDelegations, pPath);
         if (!tChoices.isEmpty() && tChoices.last().mTerminating) {
@@ -278,7 +289,7 @@ Failure Updater::Private::find(const QString& pPath, std::optional<TargetFile>* 
             tToVisit.append({tIt->mRole, tRole});
         }
     }
-    return Failure();
+    return {};
 }
 
 // In the order of find, as if every role might have the target.
@@ -304,7 +315,7 @@ Failure Updater::Private::loadAllRoles(QStringList* pRoles)
             tToVisit.append({*tIt, tRole});
         }
     }
-    return Failure();
+    return {};
 }
 
 Failure Updater::Private::all(QList<TargetFile>* pTo)
@@ -331,7 +342,7 @@ Failure Updater::Private::all(QList<TargetFile>* pTo)
     }
     std::sort(pTo->begin(), pTo->end(),
               [](const TargetFile& pA, const TargetFile& pB) { return pA.mPath < pB.mPath; });
-    return Failure();
+    return {};
 }
 
 Updater::Updater(os::FileSystem& pFileSystem, const QString& pMetadataDir, Fetcher& pFetcher,
