@@ -51,14 +51,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
     if (PackageInfo::fromJson(QJsonDocument::fromJson(tBytes).object(), &tInfo, &tError)) {
         checkInfo(tInfo);
     }
-    Manifest tManifest;
-    if (Manifest::fromBytes(tBytes, &tManifest, &tError)) {
-        Manifest tAgain;
-        if (!Manifest::fromBytes(tManifest.toBytes(), &tAgain, &tError) ||
-            tAgain.toBytes() != tManifest.toBytes()) {
+    if (const auto tManifest = Manifest::fromBytes(tBytes)) {
+        const auto tAgain = Manifest::fromBytes(tManifest->toBytes());
+        if (!tAgain || tAgain->toBytes() != tManifest->toBytes()) {
             std::abort();
         }
-        plan(tManifest);
+        plan(*tManifest);
     }
     return 0;
 }

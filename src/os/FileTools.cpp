@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -67,27 +68,6 @@ int removeEntries(FileSystem& pFileSystem, int pDirFd)
     return tFirst;
 }
 
-int readAll(FileSystem& pFileSystem, int pFd, qint64 pMaxSize, QByteArray* pTo)
-{
-    char tBuffer[64 * 1024];
-    for (;;) {
-        const ssize_t tGot = pFileSystem.read(pFd, tBuffer, sizeof tBuffer);
-        if (tGot == 0) {
-            return 0;
-        }
-        if (tGot < 0 && errno == EINTR) {
-            continue;
-        }
-        if (tGot < 0) {
-            return errno;
-        }
-        if (pTo->size() + tGot > pMaxSize) {
-            return EFBIG;
-        }
-        pTo->append(tBuffer, tGot);
-    }
-}
-
 } // namespace
 
 int writeAll(FileSystem& pFileSystem, int pFd, const char* pData, size_t pSize)
@@ -125,20 +105,34 @@ Failure makePath(FileSystem& pFileSystem, const QString& pPath, mode_t pMode)
     }
 }
 
-Failure readFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxSize, QByteArray* pTo)
+Result<QByteArray> readFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxSize)
 {
-    pTo->clear();
     // Not blocking: a pipe in place of the file must not block the caller.
-    Descriptor tFile(pFileSystem, pFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_NONBLOCK));
-    return tFile.isOpen() ? readOpenFile(pFileSystem, tFile.fd(), pPath, pMaxSize, pTo)
-                          : Failure::fromErrno(errno, u"read %1"_s.arg(pPath));
+    const Descriptor tFile(pFileSystem, pFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_NONBLOCK));
+    if (!tFile.isOpen()) {
+        const Failure::Kind tKind = errno == ENOENT ? Failure::Kind::NotFound : Failure::Kind::Io;
+        return Failure::fromErrno(errno, u"read %1"_s.arg(pPath)).as(tKind);
+    }
+    return readOpenFile(pFileSystem, tFile.fd(), pPath, pMaxSize);
 }
 
-Failure readOpenFile(FileSystem& pFileSystem, int pFd, const QString& pPath, qint64 pMaxSize, QByteArray* pTo)
+Result<QByteArray> readOpenFile(FileSystem& pFileSystem, int pFd, const QString& pPath, qint64 pMaxSize)
 {
-    pTo->clear();
-    const int tErrno = readAll(pFileSystem, pFd, pMaxSize, pTo);
-    return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, u"read %1"_s.arg(pPath));
+    QByteArray tBytes;
+    char tBuffer[64 * 1024];
+    for (;;) {
+        const ssize_t tGot = pFileSystem.read(pFd, tBuffer, sizeof tBuffer);
+        if (tGot == 0) {
+            return tBytes;
+        }
+        if (tGot < 0 && errno != EINTR) {
+            return Failure::fromErrno(errno, u"read %1"_s.arg(pPath)).as(Failure::Kind::Io);
+        }
+        if (tBytes.size() + tGot > pMaxSize) {
+            return Failure::content(u"%1 has more than %2 bytes"_s.arg(pPath).arg(pMaxSize));
+        }
+        tBytes.append(tBuffer, std::max<ssize_t>(tGot, 0));
+    }
 }
 
 Failure writeFile(FileSystem& pFileSystem, const QString& pPath, const QByteArray& pBytes, mode_t pMode)
@@ -157,7 +151,9 @@ Failure replaceFile(FileSystem& pFileSystem, const QString& pPath, const QByteAr
 {
     const QByteArray tPath = QFile::encodeName(pPath);
     const QByteArray tNew = tPath + ".new";
-    pFileSystem.unlink(tNew);
+    if (pFileSystem.unlink(tNew) != 0 && errno != ENOENT) {
+        return Failure::fromErrno(errno, u"write %1"_s.arg(pPath));
+    }
     Descriptor tFile(pFileSystem, pFileSystem.open(tNew, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, pMode));
     if (!tFile.isOpen() ||
         writeAll(pFileSystem, tFile.fd(), pBytes.constData(), static_cast<size_t>(pBytes.size())) != 0 ||

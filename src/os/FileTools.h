@@ -15,12 +15,11 @@ int writeAll(FileSystem& pFileSystem, int pFd, const char* pData, size_t pSize);
 // A folder with all folders above it; one that is there already is fine.
 Failure makePath(FileSystem& pFileSystem, const QString& pPath, mode_t pMode);
 
-// Reads a whole regular file; fails if it is longer than pMaxSize bytes.
-Failure readFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxSize, QByteArray* pTo);
+// Reads a whole regular file. NotFound if there is none, Content if it is longer than pMaxSize bytes.
+Result<QByteArray> readFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxSize);
 
 // The same for an open file; pPath is its name in messages.
-Failure readOpenFile(FileSystem& pFileSystem, int pFd, const QString& pPath, qint64 pMaxSize,
-                     QByteArray* pTo);
+Result<QByteArray> readOpenFile(FileSystem& pFileSystem, int pFd, const QString& pPath, qint64 pMaxSize);
 
 // Creates or overwrites a file, without syncing it.
 Failure writeFile(FileSystem& pFileSystem, const QString& pPath, const QByteArray& pBytes, mode_t pMode);

@@ -35,14 +35,16 @@ bool GenerationReader::Kept::has(const QString& pFolder) const
 
 Failure GenerationReader::read(const QString& pPath, Manifest* pTo)
 {
-    QByteArray tBytes;
-    if (const Failure tFailure = os::readFile(mFileSystem, pPath, sMaxManifestSize, &tBytes)) {
-        return isMissing(pPath) ? Failure::content(u"%1 is missing"_s.arg(pPath)) : tFailure;
+    const Result<QByteArray> tBytes = os::readFile(mFileSystem, pPath, sMaxManifestSize);
+    if (!tBytes) {
+        return isMissing(pPath) ? Failure::content(u"%1 is missing"_s.arg(pPath))
+                                : tBytes.failure().as(Failure::Kind::Io);
     }
-    QString tReason;
-    if (!Manifest::fromBytes(tBytes, pTo, &tReason)) {
-        return Failure::content(u"%1 is damaged: %2"_s.arg(pPath, tReason));
+    Result<Manifest> tManifest = Manifest::fromBytes(*tBytes);
+    if (!tManifest) {
+        return Failure::content(u"%1 is damaged: %2"_s.arg(pPath, tManifest.failure().mText));
     }
+    *pTo = std::move(*tManifest);
     return {};
 }
 

@@ -30,11 +30,11 @@ Failure Installation::read()
     if (!QFileInfo::exists(mPath)) {
         return {};
     }
-    QByteArray tBytes;
-    if (const Failure tFailure = os::readFile(mFileSystem, mPath, sMaxSize, &tBytes)) {
-        return tFailure;
+    const Result<QByteArray> tBytes = os::readFile(mFileSystem, mPath, sMaxSize);
+    if (!tBytes) {
+        return tBytes.failure();
     }
-    const QJsonObject tObject = QJsonDocument::fromJson(tBytes).object();
+    const QJsonObject tObject = QJsonDocument::fromJson(*tBytes).object();
     const QString tId = tObject.value("id"_L1).toString();
     QStringList tRoots;
     bool tIsSound = tObject.value("format"_L1).toInt() == sFormat && !tId.isEmpty();

@@ -65,20 +65,20 @@ QJsonObject packageObject(const InstalledPackage& pPackage)
             {u"parent"_s, textValue(pPackage.mParent)}};
 }
 
-bool packageFrom(const QJsonObject& pFrom, InstalledPackage* pTo, QString* pError)
+Result<InstalledPackage> packageFrom(const QJsonObject& pFrom)
 {
-    if (!PackageInfo::fromJson(pFrom.value("info"_L1).toObject(), &pTo->mInfo, pError)) {
-        return false;
+    PackageInfo tInfo;
+    QString tReason;
+    if (!PackageInfo::fromJson(pFrom.value("info"_L1).toObject(), &tInfo, &tReason)) {
+        return Failure::content(tReason);
     }
     const auto tHash = tuf::Hash::fromHex(pFrom.value("hash"_L1).toString());
-    pTo->mFolder = pFrom.value("folder"_L1).toString();
-    pTo->mParent = pFrom.value("parent"_L1).toString();
-    if (!tHash || !PackageFolders::isPlaceOf(pTo->mFolder, pTo->mInfo, *tHash)) {
-        *pError = u"the hash or the folder of the package %1 is invalid"_s.arg(pTo->mInfo.mName);
-        return false;
+    const QString tFolder = pFrom.value("folder"_L1).toString();
+    if (!tHash || !PackageFolders::isPlaceOf(tFolder, tInfo, *tHash)) {
+        return Failure::content(u"the hash or the folder of the package %1 is invalid"_s.arg(tInfo.mName));
     }
-    pTo->mHash = *tHash;
-    return true;
+    return InstalledPackage{
+        .mInfo = tInfo, .mHash = *tHash, .mFolder = tFolder, .mParent = pFrom.value("parent"_L1).toString()};
 }
 
 } // namespace
@@ -119,14 +119,13 @@ QByteArray Manifest::toBytes() const
     return QJsonDocument(tRoot).toJson();
 }
 
-bool Manifest::fromBytes(const QByteArray& pBytes, Manifest* pTo, QString* pError)
+Result<Manifest> Manifest::fromBytes(const QByteArray& pBytes)
 {
     QJsonParseError tParseError;
     const QJsonObject tRoot = QJsonDocument::fromJson(pBytes, &tParseError).object();
     if (tRoot.value("format"_L1).toInt() != sFormat) {
-        *pError = tParseError.error == QJsonParseError::NoError ? u"it has an unknown format"_s
-                                                                : tParseError.errorString();
-        return false;
+        return Failure::content(tParseError.error == QJsonParseError::NoError ? u"it has an unknown format"_s
+                                                                              : tParseError.errorString());
     }
     Manifest tManifest;
     tManifest.mGeneration = tRoot.value("generation"_L1).toInteger();
@@ -139,14 +138,13 @@ bool Manifest::fromBytes(const QByteArray& pBytes, Manifest* pTo, QString* pErro
     }
     const QJsonArray tPackages = tRoot.value("packages"_L1).toArray();
     for (const QJsonValue tValue : tPackages) {
-        InstalledPackage tPackage;
-        if (!packageFrom(tValue.toObject(), &tPackage, pError)) {
-            return false;
+        const Result<InstalledPackage> tPackage = packageFrom(tValue.toObject());
+        if (!tPackage) {
+            return tPackage.failure();
         }
-        tManifest.mPackages.append(tPackage);
+        tManifest.mPackages.append(*tPackage);
     }
-    *pTo = tManifest;
-    return true;
+    return tManifest;
 }
 
 } // namespace tarn::packages

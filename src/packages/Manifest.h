@@ -1,5 +1,6 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "internal/LogRecord.h"
 #include "packages/PackageInfo.h"
 #include "tuf/Hash.h"
@@ -36,9 +37,9 @@ struct Manifest
     QStringList folders() const; // of its packages
 
     QByteArray toBytes() const;
-    // False, with the reason in *pError, for bytes that are not from toBytes. On success, each folder has the
-    // form of PackageFolders::place, with the name, the version and the hash of its package.
-    static bool fromBytes(const QByteArray& pBytes, Manifest* pTo, QString* pError);
+    // A failure for bytes that are not from toBytes. On success, each folder has the form of
+    // PackageFolders::place, with the name, the version and the hash of its package.
+    static Result<Manifest> fromBytes(const QByteArray& pBytes);
 };
 
 inline QString manifestFileName()

@@ -143,8 +143,10 @@ Failure Roots::make(Claim* pClaim, const std::function<Vouched()>& pVouched)
     if (fd(pClaim->mPath) >= 0) {
         return {};
     }
-    const Failure tFailure = openFolder(pClaim, pVouched);
-    return tFailure || pClaim->mIsLeft ? tFailure : take(pClaim);
+    if (Failure tFailure = openFolder(pClaim, pVouched)) {
+        return tFailure;
+    }
+    return pClaim->mIsLeft ? Failure() : take(pClaim);
 }
 
 Failure Roots::take(Claim* pClaim)
@@ -228,19 +230,18 @@ Failure Roots::readMarker(Claim* pClaim)
         return errno == ENOENT ? Failure() : Failure::fromErrno(errno, u"open %1"_s.arg(tPath));
     }
     struct stat tStat;
-    QByteArray tBytes;
     if (::fstat(tMarker.fd(), &tStat) != 0 || !S_ISREG(tStat.st_mode) || tStat.st_uid != ::geteuid()) {
         return refused(u"%1 is not a file of the user that the service runs as"_s.arg(tPath));
     }
-    if (const Failure tFailure =
-            os::readOpenFile(mFileSystem, tMarker.fd(), tPath, sMaxMarkerSize, &tBytes)) {
-        return tFailure;
+    const Result<QByteArray> tBytes = os::readOpenFile(mFileSystem, tMarker.fd(), tPath, sMaxMarkerSize);
+    if (!tBytes) {
+        return tBytes.failure().as(Failure::Kind::Io);
     }
-    if (tBytes.isEmpty()) {
+    if (tBytes->isEmpty()) {
         pClaim->mFound = Claim::Marker::Empty;
         return {};
     }
-    const QJsonObject tObject = QJsonDocument::fromJson(tBytes).object();
+    const QJsonObject tObject = QJsonDocument::fromJson(*tBytes).object();
     const QString tId = tObject.value("installation"_L1).toString();
     const bool tIsSound = tObject.value("format"_L1).toInt() == sFormat && !tId.isEmpty();
     if (tIsSound && pClaim->mGivesId) {
@@ -268,10 +269,9 @@ Failure Roots::writeMarker(Claim* pClaim)
         }
     }
     const QJsonObject tObject{{u"format"_s, sFormat}, {u"installation"_s, mInstallation.id()}};
-    const Failure tFailure =
-        os::replaceFile(mFileSystem, pClaim->mPath + u'/' + markerName(),
-                        QJsonDocument(tObject).toJson(QJsonDocument::Compact) + '\n', sMarkerMode);
-    if (tFailure) {
+    if (Failure tFailure =
+            os::replaceFile(mFileSystem, pClaim->mPath + u'/' + markerName(),
+                            QJsonDocument(tObject).toJson(QJsonDocument::Compact) + '\n', sMarkerMode)) {
         return tFailure;
     }
     if (mFileSystem.syncFs(pClaim->mRoot.mFolder.fd()) != 0) {

@@ -1,14 +1,12 @@
 #include "tuf/MetadataStore.h"
 
-#include "os/FileSystem.h"
-#include "tuf/AtomicFile.h"
+#include "os/FileTools.h"
 #include "tuf/Names.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 
 #include <cerrno>
-#include <system_error>
 
 using namespace Qt::StringLiterals;
 
@@ -18,12 +16,6 @@ namespace {
 
 constexpr mode_t sFileMode = 0644;
 constexpr mode_t sFolderMode = 0755;
-
-Failure localError(const QString& pText, const QString& pPath)
-{
-    return Failure{Failure::Kind::Damaged,
-                   pText.arg(pPath, QString::fromStdString(std::generic_category().message(errno)))};
-}
 
 } // namespace
 
@@ -39,22 +31,23 @@ QString MetadataStore::pathOf(const QString& pRole, Copy pCopy) const
 
 Failure MetadataStore::load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo, Copy pCopy)
 {
-    Failure tFailure = readWholeFile(mFileSystem, pathOf(pRole, pCopy), pMaxLength, pTo);
-    if (tFailure.mKind == Failure::Kind::Untrusted) {
-        tFailure.mKind = Failure::Kind::NotFound;
-    }
-    return tFailure;
+    Result<QByteArray> tFile = os::readFile(mFileSystem, pathOf(pRole, pCopy), pMaxLength);
+    *pTo = tFile.valueOr({});
+    return tFile.failure().as(tFile.failure().mKind == Failure::Kind::Io ? Failure::Kind::Damaged
+                                                                         : Failure::Kind::NotFound);
 }
 
 Failure MetadataStore::save(const QString& pRole, const QByteArray& pFile, Copy pCopy)
 {
-    return writeFileAtomically(mFileSystem, pathOf(pRole, pCopy), pFile, sFileMode);
+    return os::replaceFile(mFileSystem, pathOf(pRole, pCopy), pFile, sFileMode).as(Failure::Kind::Damaged);
 }
 
 Failure MetadataStore::remove(const QString& pRole)
 {
-    const Failure tFailure = removeFile(pathOf(pRole, Copy::Refused));
-    return tFailure ? tFailure : removeFile(pathOf(pRole, Copy::Trusted));
+    if (Failure tFailure = removeFile(pathOf(pRole, Copy::Refused))) {
+        return tFailure;
+    }
+    return removeFile(pathOf(pRole, Copy::Trusted));
 }
 
 Failure MetadataStore::removeFile(const QString& pPath)
@@ -62,14 +55,14 @@ Failure MetadataStore::removeFile(const QString& pPath)
     if (mFileSystem.unlink(QFile::encodeName(pPath)) == 0 || errno == ENOENT) {
         return Failure();
     }
-    return localError(u"The file %1 can't be removed: %2"_s, pPath);
+    return Failure::fromErrno(errno, u"remove %1"_s.arg(pPath)).as(Failure::Kind::Damaged);
 }
 
 Failure MetadataStore::clear()
 {
     if (!QDir().mkpath(QFileInfo(mFolder).absolutePath()) ||
         (mFileSystem.makeDir(QFile::encodeName(mFolder), sFolderMode) != 0 && errno != EEXIST)) {
-        return localError(u"The folder %1 can't be created: %2"_s, mFolder);
+        return Failure::fromErrno(errno, u"create the folder %1"_s.arg(mFolder)).as(Failure::Kind::Damaged);
     }
     const QStringList tNames =
         QDir(mFolder).entryList({u"*.json"_s, u"*.refused"_s}, QDir::Files | QDir::Hidden);

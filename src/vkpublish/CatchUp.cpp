@@ -5,7 +5,7 @@
 #include "MetadataSource.h"
 #include "RepositoryState.h"
 
-#include "tuf/AtomicFile.h"
+#include "os/FileTools.h"
 #include "tuf/Metadata.h"
 
 using namespace Qt::StringLiterals;
@@ -73,28 +73,26 @@ bool dropKnownRoots(const Record& pRecord, RepositoryState* pSeen)
     return true;
 }
 
-bool writeRoots(os::FileSystem& pFileSystem, const RepositoryState& pSeen, const QString& pRepository,
-                QString* pError)
+Failure writeRoots(os::FileSystem& pFileSystem, const RepositoryState& pSeen, const QString& pRepository)
 {
     qint64 tVersion = pSeen.mVersions[tuf::sRoot] - pSeen.mNewRoots.size();
     for (const QByteArray& tRoot : pSeen.mNewRoots) {
         const QString tPath = versionedPath(pRepository, tuf::sRoot, ++tVersion);
-        if (const Failure tError = tuf::writeFileAtomically(pFileSystem, tPath, tRoot, sFileMode)) {
-            *pError = tError.mText;
-            return false;
+        if (Failure tFailure = os::replaceFile(pFileSystem, tPath, tRoot, sFileMode)) {
+            return tFailure;
         }
     }
-    return true;
+    return {};
 }
 
 } // namespace
 
-bool raiseVersions(KeyFolder* pKeys, const RepositoryState& pSeen, bool* pRaised, QString* pError)
+Failure raiseVersions(KeyFolder* pKeys, const RepositoryState& pSeen, bool* pRaised)
 {
     Record& tRecord = pKeys->mRecord;
     if (!pSeen.mNewRoots.isEmpty()) {
-        if (!pKeys->takeRoot(pSeen.mNewRoots.last(), pError)) {
-            return false;
+        if (Failure tFailure = pKeys->takeRoot(pSeen.mNewRoots.last())) {
+            return tFailure;
         }
         *pRaised = true;
     }
@@ -108,34 +106,34 @@ bool raiseVersions(KeyFolder* pKeys, const RepositoryState& pSeen, bool* pRaised
         tRecord.mPublishedTargetsFile = PublishedFile();
         tRecord.mPublishedSnapshot = PublishedFile();
     }
-    return true;
+    return {};
 }
 
-bool takeOver(os::FileSystem& pFileSystem, tuf::Fetcher& pFrom, const QString& pRepository, KeyFolder* pKeys,
-              bool* pRaised, QString* pError)
+Failure takeOver(os::FileSystem& pFileSystem, tuf::Fetcher& pFrom, const QString& pRepository,
+                 KeyFolder* pKeys, bool* pRaised)
 {
     RepositoryState tSeen;
     const QByteArray tRoot = rootToStartFrom(pFileSystem, pRepository, pKeys->mRecord);
-    if (const Failure tError = readState(pFrom, tRoot, &tSeen)) {
-        *pError = tError.mText;
-        return false;
+    if (Failure tFailure = readState(pFrom, tRoot, &tSeen)) {
+        return tFailure;
     }
     if (!dropKnownRoots(pKeys->mRecord, &tSeen)) {
-        *pError = u"Version %1 of the root there differs from the one in the record: a key was "
-                  "replaced twice, from the same backup. Restore the later key folder"_s.arg(
-                      pKeys->mRecord.mVersions[tuf::sRoot]);
-        return false;
+        return Failure::content(u"Version %1 of the root there differs from the one in the record: a key was "
+                                "replaced twice, from the same backup. Restore the later key folder"_s.arg(
+                                    pKeys->mRecord.mVersions[tuf::sRoot]));
     }
     for (const QString& tRole : tSeen.mVersions.keys()) {
         if (isFarAhead(pKeys->mRecord, tSeen, tRole)) {
-            *pError = u"Version %1 of the %2 metadata was not signed by this publisher: its key was "
-                      "stolen. Replace it: vkpublish rotate-key DIR %2"_s.arg(tSeen.mVersions[tRole])
-                          .arg(tRole);
-            return false;
+            return Failure::content(
+                u"Version %1 of the %2 metadata was not signed by this publisher: its key "
+                "was stolen. Replace it: vkpublish rotate-key DIR %2"_s.arg(tSeen.mVersions[tRole])
+                    .arg(tRole));
         }
     }
-    return writeRoots(pFileSystem, tSeen, pRepository, pError) &&
-           raiseVersions(pKeys, tSeen, pRaised, pError);
+    if (Failure tFailure = writeRoots(pFileSystem, tSeen, pRepository)) {
+        return tFailure;
+    }
+    return raiseVersions(pKeys, tSeen, pRaised);
 }
 
 } // namespace tarn::vkpublish

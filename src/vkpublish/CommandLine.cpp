@@ -132,12 +132,13 @@ std::optional<QDateTime> CommandLine::date(const char* pName) const
 
 bool CommandLine::openPlace(const char* pName, std::unique_ptr<tuf::Fetcher>* pTo) const
 {
-    QString tError;
-    *pTo = openMetadata(value(pName), value("ca-file"), &tError);
-    if (!*pTo) {
-        complain(u"--%1: %2"_s.arg(QLatin1String(pName), tError));
+    Result<std::unique_ptr<tuf::Fetcher>> tPlace = openMetadata(value(pName), value("ca-file"));
+    if (!tPlace) {
+        complain(u"--%1: %2"_s.arg(QLatin1String(pName), tPlace.failure().mText));
+        return false;
     }
-    return *pTo != nullptr;
+    *pTo = std::move(*tPlace);
+    return true;
 }
 
 } // namespace tarn::vkpublish

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "tuf/Hash.h"
 
 #include <QtCore/QString>
 
 namespace tarn::vkpublish {
 
-// Whether a file has this length and these hashes; *pReason says what it is that differs, or why it can't be
-// read.
-bool fileMatches(const QString& pPath, qint64 pLength, const tuf::HashList& pHashes, QString* pReason);
+// A failure if a file has not this length and these hashes, or can't be read.
+Failure fileMatches(const QString& pPath, qint64 pLength, const tuf::HashList& pHashes);
 
 } // namespace tarn::vkpublish

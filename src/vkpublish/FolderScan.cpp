@@ -13,7 +13,6 @@
 #include <cerrno>
 #include <climits>
 #include <memory>
-#include <system_error>
 
 using namespace Qt::StringLiterals;
 
@@ -28,54 +27,55 @@ class Scan
 public:
     Scan(const QByteArray& pFolder, std::vector<FolderEntry>* pTo) : mFolder(pFolder), mTo(pTo) {}
 
-    bool folder(const QByteArray& pPath)
+    Failure folder(const QByteArray& pPath)
     {
-        std::vector<QByteArray> tNames;
-        if (!names(pPath, &tNames)) {
-            return false;
+        Result<std::vector<QByteArray>> tNames = names(pPath);
+        if (!tNames) {
+            return tNames.failure();
         }
-        std::sort(tNames.begin(), tNames.end());
-        return std::all_of(tNames.begin(), tNames.end(), [&](const QByteArray& pName) {
-            return entry(pPath.isEmpty() ? pName : pPath + '/' + pName);
-        });
+        std::sort(tNames->begin(), tNames->end());
+        for (const QByteArray& tName : *tNames) {
+            if (Failure tFailure = entry(pPath.isEmpty() ? tName : pPath + '/' + tName)) {
+                return tFailure;
+            }
+        }
+        return {};
     }
-
-    const QString& problem() const { return mProblem; }
 
 private:
-    bool refuse(const QByteArray& pPath, const QString& pReason)
+    Failure refuse(const QByteArray& pPath, const QString& pReason) const
     {
-        mProblem = u"%1: %2"_s.arg(QFile::decodeName(fullPath(pPath)), pReason);
-        return false;
+        return Failure::content(u"%1: %2"_s.arg(QFile::decodeName(fullPath(pPath)), pReason));
     }
 
-    bool refuseErrno(const QByteArray& pPath)
-    {
-        return refuse(pPath, QString::fromStdString(std::generic_category().message(errno)));
-    }
+    Failure refuseErrno(const QByteArray& pPath) const { return refuse(pPath, qt_error_string(errno)); }
 
     QByteArray fullPath(const QByteArray& pPath) const
     {
         return pPath.isEmpty() ? mFolder : mFolder + '/' + pPath;
     }
 
-    bool names(const QByteArray& pPath, std::vector<QByteArray>* pTo)
+    Result<std::vector<QByteArray>> names(const QByteArray& pPath) const
     {
         const std::unique_ptr<DIR, int (*)(DIR*)> tDir(::opendir(fullPath(pPath).constData()), ::closedir);
         if (!tDir) {
             return refuseErrno(pPath);
         }
+        std::vector<QByteArray> tNames;
         errno = 0;
         while (const dirent* tEntry = ::readdir(tDir.get())) {
             const QByteArray tName(tEntry->d_name);
             if (tName != "." && tName != "..") {
-                pTo->push_back(tName);
+                tNames.push_back(tName);
             }
         }
-        return errno == 0 || refuseErrno(pPath);
+        if (errno != 0) {
+            return refuseErrno(pPath);
+        }
+        return tNames;
     }
 
-    bool entry(const QByteArray& pPath)
+    Failure entry(const QByteArray& pPath)
     {
         FolderEntry tEntry{pPath, {}, {}};
         if (::lstat(fullPath(pPath).constData(), &tEntry.mStat) != 0) {
@@ -87,8 +87,10 @@ private:
             return refuse(pPath, u"the name is too long or isn't UTF-8"_s);
         }
         const mode_t tType = tEntry.mStat.st_mode & S_IFMT;
-        if (tType == S_IFLNK && !link(&tEntry)) {
-            return false;
+        if (tType == S_IFLNK) {
+            if (Failure tFailure = link(&tEntry)) {
+                return tFailure;
+            }
         }
         if (tType != S_IFLNK && tType != S_IFREG && tType != S_IFDIR) {
             return refuse(pPath, u"a package can't contain a device, pipe or socket"_s);
@@ -97,10 +99,10 @@ private:
             return refuse(pPath, u"a package can't contain a set-user-ID or set-group-ID file"_s);
         }
         mTo->push_back(tEntry);
-        return tType != S_IFDIR || folder(pPath);
+        return tType == S_IFDIR ? folder(pPath) : Failure();
     }
 
-    bool link(FolderEntry* pEntry)
+    Failure link(FolderEntry* pEntry)
     {
         std::array<char, PATH_MAX> tTarget{};
         const ssize_t tLength =
@@ -110,30 +112,28 @@ private:
         }
         pEntry->mLinkTarget = QByteArray(tTarget.data(), tLength);
         const int tDepth = static_cast<int>(pEntry->mPath.count('/'));
-        return packages::linkStaysInside(pEntry->mLinkTarget, tDepth) ||
-               refuse(pEntry->mPath, u"the link to %1 points, or may point, outside the package"_s.arg(
-                                         QFile::decodeName(pEntry->mLinkTarget)));
+        return packages::linkStaysInside(pEntry->mLinkTarget, tDepth)
+                   ? Failure()
+                   : refuse(pEntry->mPath, u"the link to %1 points, or may point, outside the package"_s.arg(
+                                               QFile::decodeName(pEntry->mLinkTarget)));
     }
 
     QByteArray mFolder;
     std::vector<FolderEntry>* mTo;
-    QString mProblem;
 };
 
 } // namespace
 
-bool scanFolder(const QString& pFolder, std::vector<FolderEntry>* pTo, QString* pError)
+Failure scanFolder(const QString& pFolder, std::vector<FolderEntry>* pTo)
 {
     Scan tScan(QFile::encodeName(pFolder), pTo);
-    if (!tScan.folder(QByteArray())) {
-        *pError = tScan.problem();
-        return false;
+    if (Failure tFailure = tScan.folder(QByteArray())) {
+        return tFailure;
     }
     if (pTo->empty()) {
-        *pError = u"%1 is empty"_s.arg(pFolder);
-        return false;
+        return Failure::content(u"%1 is empty"_s.arg(pFolder));
     }
-    return true;
+    return {};
 }
 
 } // namespace tarn::vkpublish

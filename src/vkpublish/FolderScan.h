@@ -1,5 +1,7 @@
 #pragma once
 
+#include "internal/Failure.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
 
@@ -19,8 +21,8 @@ struct FolderEntry
 };
 
 // Lists what is in a folder, each folder before its content and sorted by bytes, so that the same folder
-// always makes the same package. False with a reason for what can't be in a package: special files, links
+// always makes the same package. A failure for what can't be in a package: special files, links
 // that lead out of the folder, set-user-ID and set-group-ID files, names that aren't UTF-8.
-bool scanFolder(const QString& pFolder, std::vector<FolderEntry>* pTo, QString* pError);
+Failure scanFolder(const QString& pFolder, std::vector<FolderEntry>* pTo);
 
 } // namespace tarn::vkpublish

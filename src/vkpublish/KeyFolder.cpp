@@ -3,7 +3,7 @@
 #include "Roles.h"
 
 #include "os/FileSystem.h"
-#include "tuf/AtomicFile.h"
+#include "os/FileTools.h"
 #include "tuf/Metadata.h"
 
 #include <QtCore/QDir>
@@ -14,7 +14,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <system_error>
 
 using namespace Qt::StringLiterals;
 
@@ -29,11 +28,6 @@ constexpr qint64 sMaxRecordLength = 256 * 1024 * 1024;
 
 const QString sRecordName = u"record.json"_s;
 const QString sLockName = u"lock"_s;
-
-QString systemReason()
-{
-    return QString::fromStdString(std::generic_category().message(errno));
-}
 
 } // namespace
 
@@ -54,108 +48,104 @@ QString KeyFolder::filePath(const QString& pName) const
     return mPath + u'/' + pName;
 }
 
-bool KeyFolder::checkPrivate(const QString& pPath, QString* pError) const
+Failure KeyFolder::checkPrivate(const QString& pPath) const
 {
     struct stat tStat
     {
     };
     if (::stat(QFile::encodeName(pPath).constData(), &tStat) != 0) {
-        *pError = u"%1 can't be used: %2"_s.arg(pPath, systemReason());
-        return false;
+        return Failure::fromErrno(errno, u"use %1"_s.arg(pPath));
     }
     if ((tStat.st_mode & 077) != 0) {
-        *pError = u"%1 is accessible to other users. Check who had access, then remove it: "
-                  "chmod go= %1"_s.arg(pPath);
-        return false;
+        return Failure::content(u"%1 is accessible to other users. Check who had access, then remove it: "
+                                "chmod go= %1"_s.arg(pPath));
     }
-    return true;
+    return {};
 }
 
-bool KeyFolder::lock(QString* pError)
+Failure KeyFolder::lock()
 {
     mLockFd =
         ::open(QFile::encodeName(filePath(sLockName)).constData(), O_RDWR | O_CREAT | O_CLOEXEC, sFileMode);
     if (mLockFd >= 0 && ::flock(mLockFd, LOCK_EX | LOCK_NB) == 0) {
-        return true;
+        return {};
     }
-    *pError = errno == EWOULDBLOCK ? u"Another vkpublish is using the keys in %1"_s.arg(mPath)
-                                   : u"%1 can't be locked: %2"_s.arg(mPath, systemReason());
-    return false;
+    return errno == EWOULDBLOCK ? Failure::content(u"Another vkpublish is using the keys in %1"_s.arg(mPath))
+                                : Failure::fromErrno(errno, u"lock %1"_s.arg(mPath));
 }
 
-bool KeyFolder::create(QString* pError)
+Failure KeyFolder::create()
 {
     if (!QDir().mkpath(QFileInfo(mPath).absolutePath()) ||
         (mFileSystem.makeDir(QFile::encodeName(mPath), sFolderMode) != 0 && errno != EEXIST)) {
-        *pError = u"The key folder %1 can't be created: %2"_s.arg(mPath, systemReason());
-        return false;
+        return Failure::fromErrno(errno, u"create the key folder %1"_s.arg(mPath));
     }
     if (!QDir(mPath).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
-        *pError = QFileInfo::exists(filePath(sRecordName))
-                      ? u"%1 already contains the keys of a repository"_s.arg(mPath)
-                      : u"The key folder %1 is not empty"_s.arg(mPath);
-        return false;
+        return Failure::content(QFileInfo::exists(filePath(sRecordName))
+                                    ? u"%1 already contains the keys of a repository"_s.arg(mPath)
+                                    : u"The key folder %1 is not empty"_s.arg(mPath));
     }
-    return checkPrivate(mPath, pError) && lock(pError);
+    if (Failure tFailure = checkPrivate(mPath)) {
+        return tFailure;
+    }
+    return lock();
 }
 
-bool KeyFolder::open(QString* pError)
+Failure KeyFolder::open()
 {
     if (!QFileInfo::exists(filePath(sRecordName))) {
-        *pError = u"The key folder %1 does not exist: name it with --keys, or create a repository with "
-                  "\"vkpublish init\""_s.arg(mPath);
-        return false;
+        return Failure::content(
+            u"The key folder %1 does not exist: name it with --keys, or create a repository with "
+            "\"vkpublish init\""_s.arg(mPath));
     }
-    return checkPrivate(mPath, pError) && lock(pError) && openForReading(pError);
-}
-
-bool KeyFolder::openForReading(QString* pError)
-{
-    QByteArray tText;
-    if (const Failure tError =
-            tuf::readWholeFile(mFileSystem, filePath(sRecordName), sMaxRecordLength, &tText)) {
-        *pError = tError.mText;
-        return false;
+    if (Failure tFailure = checkPrivate(mPath)) {
+        return tFailure;
     }
-    if (!Record::fromJson(tText, &mRecord)) {
-        *pError = u"%1 is damaged"_s.arg(filePath(sRecordName));
-        return false;
+    if (Failure tFailure = lock()) {
+        return tFailure;
     }
-    return true;
+    return openForReading();
 }
 
-bool KeyFolder::save(QString* pError)
+Failure KeyFolder::openForReading()
 {
-    const Failure tError =
-        tuf::writeFileAtomically(mFileSystem, filePath(sRecordName), mRecord.toJson(), sFileMode);
-    *pError = tError.mText;
-    return !tError;
+    const auto tText = os::readFile(mFileSystem, filePath(sRecordName), sMaxRecordLength);
+    if (!tText) {
+        return tText.failure();
+    }
+    if (!Record::fromJson(*tText, &mRecord)) {
+        return Failure::content(u"%1 is damaged"_s.arg(filePath(sRecordName)));
+    }
+    return {};
 }
 
-bool KeyFolder::readKey(const QString& pRole, std::optional<tuf::SigningKey>* pTo, QString* pError)
+Failure KeyFolder::save()
 {
-    return readKeyFile(mRecord.mKeyFiles.value(pRole), pTo, pError);
+    return os::replaceFile(mFileSystem, filePath(sRecordName), mRecord.toJson(), sFileMode);
 }
 
-bool KeyFolder::readKeyFile(const QString& pName, std::optional<tuf::SigningKey>* pTo, QString* pError)
+Result<tuf::SigningKey> KeyFolder::readKey(const QString& pRole) const
+{
+    return readKeyFile(mRecord.mKeyFiles.value(pRole));
+}
+
+Result<tuf::SigningKey> KeyFolder::readKeyFile(const QString& pName) const
 {
     const QString tPath = filePath(pName);
-    QByteArray tPem;
-    if (!checkPrivate(tPath, pError)) {
-        return false;
+    if (Failure tFailure = checkPrivate(tPath)) {
+        return tFailure;
     }
-    if (const Failure tError = tuf::readWholeFile(mFileSystem, tPath, sMaxKeyLength, &tPem)) {
-        *pError = tError.mText;
-        return false;
+    const Result<QByteArray> tPem = os::readFile(mFileSystem, tPath, sMaxKeyLength);
+    if (!tPem) {
+        return tPem.failure();
     }
-    *pTo = tuf::SigningKey::fromPem(tPem);
-    if (!*pTo) {
-        *pError = u"%1 does not contain a usable key"_s.arg(tPath);
+    if (std::optional<tuf::SigningKey> tKey = tuf::SigningKey::fromPem(*tPem)) {
+        return *tKey;
     }
-    return pTo->has_value();
+    return Failure::content(u"%1 does not contain a usable key"_s.arg(tPath));
 }
 
-bool KeyFolder::readSigners(const QString& pRole, QList<tuf::SigningKey>* pTo, QString* pError)
+Result<QList<tuf::SigningKey>> KeyFolder::readSigners(const QString& pRole) const
 {
     QStringList tNames{mRecord.mKeyFiles.value(pRole)};
     for (const RetiringKey& tKey : mRecord.mRetiring) {
@@ -163,45 +153,43 @@ bool KeyFolder::readSigners(const QString& pRole, QList<tuf::SigningKey>* pTo, Q
             tNames.append(tKey.mFile);
         }
     }
+    QList<tuf::SigningKey> tKeys;
     for (const QString& tName : tNames) {
-        std::optional<tuf::SigningKey> tKey;
-        if (!readKeyFile(tName, &tKey, pError)) {
-            return false;
+        const Result<tuf::SigningKey> tKey = readKeyFile(tName);
+        if (!tKey) {
+            return tKey.failure();
         }
-        pTo->append(*tKey);
+        tKeys.append(*tKey);
     }
-    return true;
+    return tKeys;
 }
 
-QString KeyFolder::findKeyFile(const QString& pRole, const QStringList& pIds)
+QString KeyFolder::findKeyFile(const QString& pRole, const QStringList& pIds) const
 {
     const QStringList tNames = QDir(mPath).entryList({pRole + "-*.pem"_L1}, QDir::Files);
     for (const QString& tName : tNames) {
-        std::optional<tuf::SigningKey> tKey;
-        QString tReason;
-        if (readKeyFile(tName, &tKey, &tReason) && pIds.contains(tKey->id())) {
+        const Result<tuf::SigningKey> tKey = readKeyFile(tName);
+        if (tKey && pIds.contains(tKey->id())) {
             return tName;
         }
     }
     return QString();
 }
 
-bool KeyFolder::takeRoot(const QByteArray& pRoot, QString* pError)
+Failure KeyFolder::takeRoot(const QByteArray& pRoot)
 {
     tuf::Root tRoot;
-    if (const Failure tError = tuf::parseRoot(pRoot, &tRoot)) {
-        *pError = tError.mText;
-        return false;
+    if (Failure tFailure = tuf::parseRoot(pRoot, &tRoot)) {
+        return tFailure;
     }
     QMap<QString, QString> tFiles;
     for (const QString& tRole : roleNames()) {
         const QString tName = findKeyFile(tRole, tRoot.mRoles[tRole].mKeyIds);
         if (tName.isEmpty()) {
-            *pError =
+            return Failure::content(
                 u"The repository has version %1 of the root, whose key for the role %2 is "
                 "not in %3: restore the keys as they were after the last rotate-key"_s.arg(tRoot.mVersion)
-                    .arg(tRole, mPath);
-            return false;
+                    .arg(tRole, mPath));
         }
         tFiles.insert(tRole, tName);
     }
@@ -214,18 +202,17 @@ bool KeyFolder::takeRoot(const QByteArray& pRoot, QString* pError)
     mRecord.mKeyFiles = tFiles;
     mRecord.mVersions[tuf::sRoot] = tRoot.mVersion;
     mRecord.mRoot = pRoot;
-    return true;
+    return {};
 }
 
-bool KeyFolder::addKey(const QString& pRole, const tuf::SigningKey& pKey, QString* pError)
+Failure KeyFolder::addKey(const QString& pRole, const tuf::SigningKey& pKey)
 {
     const QString tName = u"%1-%2.pem"_s.arg(pRole, pKey.id().left(16));
-    const Failure tError = tuf::writeFileAtomically(mFileSystem, filePath(tName), pKey.toPem(), sFileMode);
-    *pError = tError.mText;
-    if (!tError) {
-        mRecord.mKeyFiles.insert(pRole, tName);
+    if (Failure tFailure = os::replaceFile(mFileSystem, filePath(tName), pKey.toPem(), sFileMode)) {
+        return tFailure;
     }
-    return !tError;
+    mRecord.mKeyFiles.insert(pRole, tName);
+    return {};
 }
 
 } // namespace tarn::vkpublish

@@ -2,6 +2,7 @@
 
 #include "Record.h"
 
+#include "internal/Failure.h"
 #include "tuf/SigningKey.h"
 
 #include <QtCore/QString>
@@ -23,35 +24,33 @@ public:
 
     const QString& path() const { return mPath; }
 
-    // All of these: false with a sentence for the user in *pError.
-
     // Makes the folder, which must be new or empty, and locks it.
-    bool create(QString* pError);
+    Failure create();
     // Locks the folder against a second publisher and reads the record.
-    bool open(QString* pError);
+    Failure open();
     // Only reads the record.
-    bool openForReading(QString* pError);
+    Failure openForReading();
 
     // To be written with save().
     Record mRecord;
-    bool save(QString* pError);
+    Failure save();
 
-    bool readKey(const QString& pRole, std::optional<tuf::SigningKey>* pTo, QString* pError);
+    Result<tuf::SigningKey> readKey(const QString& pRole) const;
     // The keys that a role's files get a signature of: its own first, then those that retire. One whose file
     // is gone does not sign any more.
-    bool readSigners(const QString& pRole, QList<tuf::SigningKey>* pTo, QString* pError);
+    Result<QList<tuf::SigningKey>> readSigners(const QString& pRole) const;
     // Has mRecord name this root, and the keys in the folder that the root gives to the roles. Those that it
     // replaces retire.
-    bool takeRoot(const QByteArray& pRoot, QString* pError);
+    Failure takeRoot(const QByteArray& pRoot);
     // Writes the key into a file of its own and has mRecord name it.
-    bool addKey(const QString& pRole, const tuf::SigningKey& pKey, QString* pError);
+    Failure addKey(const QString& pRole, const tuf::SigningKey& pKey);
 
 private:
     QString filePath(const QString& pName) const;
-    bool checkPrivate(const QString& pPath, QString* pError) const;
-    bool lock(QString* pError);
-    bool readKeyFile(const QString& pName, std::optional<tuf::SigningKey>* pTo, QString* pError);
-    QString findKeyFile(const QString& pRole, const QStringList& pIds);
+    Failure checkPrivate(const QString& pPath) const;
+    Failure lock();
+    Result<tuf::SigningKey> readKeyFile(const QString& pName) const;
+    QString findKeyFile(const QString& pRole, const QStringList& pIds) const;
 
     os::FileSystem& mFileSystem;
     QString mPath;

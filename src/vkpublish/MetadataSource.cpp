@@ -4,7 +4,7 @@
 #include "Layout.h"
 
 #include "os/FileSystem.h"
-#include "tuf/AtomicFile.h"
+#include "os/FileTools.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QUrl>
@@ -20,28 +20,30 @@ FolderFetcher::FolderFetcher(os::FileSystem& pFileSystem, const QString& pFolder
 
 Failure FolderFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
 {
-    return tuf::readWholeFile(mFileSystem, mFolder + u'/' + QUrl::fromPercentEncoding(pPath.toLatin1()),
-                              pMaxLength, pTo);
+    const QString tPath = mFolder + u'/' + QUrl::fromPercentEncoding(pPath.toLatin1());
+    const Result<QByteArray> tFile = os::readFile(mFileSystem, tPath, pMaxLength);
+    *pTo = tFile.valueOr({});
+    return tFile.failure().mKind == Failure::Kind::Content ? tFile.failure().as(Failure::Kind::Untrusted)
+                                                           : tFile.failure();
 }
 
-std::unique_ptr<tuf::Fetcher> openMetadata(const QString& pPlace, const QString& pCaFile, QString* pError)
+Result<std::unique_ptr<tuf::Fetcher>> openMetadata(const QString& pPlace, const QString& pCaFile)
 {
     const QUrl tUrl(pPlace);
     if (tUrl.scheme() == "https"_L1 && !tUrl.host().isEmpty()) {
         if (!tUrl.userInfo().isEmpty()) {
-            *pError = u"Other users of this machine can see a password in an address: put user "
-                      "and password into ~/.netrc"_s;
-            return nullptr;
+            return Failure::content(u"Other users of this machine can see a password in an address: put user "
+                                    "and password into ~/.netrc"_s);
         }
-        return std::make_unique<HttpsFetcher>(metadataFolder(pPlace), pCaFile);
+        return std::unique_ptr<tuf::Fetcher>(new HttpsFetcher(metadataFolder(pPlace), pCaFile));
     }
     if (pPlace.contains("://"_L1) && !tUrl.isLocalFile()) {
-        *pError = u"%1 is neither a folder nor an address that begins with https:// or file://"_s.arg(pPlace);
-        return nullptr;
+        return Failure::content(
+            u"%1 is neither a folder nor an address that begins with https:// or file://"_s.arg(pPlace));
     }
     const QString tFolder = tUrl.isLocalFile() ? tUrl.toLocalFile() : pPlace;
-    return std::make_unique<FolderFetcher>(os::realFileSystem(),
-                                           metadataFolder(QDir::current().absoluteFilePath(tFolder)));
+    return std::unique_ptr<tuf::Fetcher>(
+        new FolderFetcher(os::realFileSystem(), metadataFolder(QDir::current().absoluteFilePath(tFolder))));
 }
 
 } // namespace tarn::vkpublish

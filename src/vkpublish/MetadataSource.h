@@ -24,8 +24,8 @@ private:
 };
 
 // pPlace: the folder of a repository, or its address that begins with "file://" or "https://". pCaFile:
-// certificates of the only authorities that an https server may have its own from; empty: the system's. Null,
-// with a reason, for another text. Nothing is asked for yet.
-std::unique_ptr<tuf::Fetcher> openMetadata(const QString& pPlace, const QString& pCaFile, QString* pError);
+// certificates of the only authorities that an https server may have its own from; empty: the system's. A
+// failure for another text. Nothing is asked for yet.
+Result<std::unique_ptr<tuf::Fetcher>> openMetadata(const QString& pPlace, const QString& pCaFile);
 
 } // namespace tarn::vkpublish

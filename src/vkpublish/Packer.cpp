@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <system_error>
 
 using namespace Qt::StringLiterals;
 
@@ -24,11 +23,6 @@ using os::FileSystem;
 namespace {
 
 constexpr mode_t sKeptPermissions = 0755;
-
-QString systemReason()
-{
-    return QString::fromStdString(std::generic_category().message(errno));
-}
 
 // The archive's file: takes the packed bytes and hashes them on their way.
 class Output
@@ -133,9 +127,7 @@ public:
             return mProblem;
         }
         const int tErrno = archive_errno(mArchive.get());
-        const QString tReason =
-            tErrno > 0 ? u": "_s + QString::fromStdString(std::generic_category().message(tErrno))
-                       : QString();
+        const QString tReason = tErrno > 0 ? u": "_s + qt_error_string(tErrno) : QString();
         return QString::fromLocal8Bit(tText) + tReason;
     }
 
@@ -150,7 +142,7 @@ private:
     {
         const int tFd = mFileSystem.open(mFolder + '/' + pEntry.mPath, O_RDONLY | O_NOFOLLOW);
         if (tFd < 0) {
-            return fail(pEntry, systemReason());
+            return fail(pEntry, qt_error_string(errno));
         }
         const bool tDone = copy(tFd, pEntry);
         mFileSystem.close(tFd);
@@ -169,7 +161,7 @@ private:
             }
         }
         if (tRead < 0) {
-            return fail(pEntry, systemReason());
+            return fail(pEntry, qt_error_string(errno));
         }
         return tTotal == pEntry.mStat.st_size || fail(pEntry, u"changed while it was packed"_s);
     }
@@ -184,14 +176,12 @@ private:
 
 } // namespace
 
-bool packFolder(FileSystem& pFileSystem, const QString& pFolder, const std::vector<FolderEntry>& pEntries,
-                const QDateTime& pLatest, int pLevel, const QString& pArchive, PackResult* pTo,
-                QString* pError)
+Failure packFolder(FileSystem& pFileSystem, const QString& pFolder, const std::vector<FolderEntry>& pEntries,
+                   const QDateTime& pLatest, int pLevel, const QString& pArchive, PackResult* pTo)
 {
     Output tOutput(pFileSystem, pArchive);
     if (!tOutput.isOpen()) {
-        *pError = u"%1 can't be written: %2"_s.arg(pArchive, systemReason());
-        return false;
+        return Failure::fromErrno(errno, u"write %1"_s.arg(pArchive));
     }
     Packer tPacker(pFileSystem, pFolder, pLatest);
     bool tOk = tPacker.begin(&tOutput, pLevel);
@@ -200,14 +190,12 @@ bool packFolder(FileSystem& pFileSystem, const QString& pFolder, const std::vect
         pTo->mInstalledSize += S_ISREG(pEntries[i].mStat.st_mode) ? pEntries[i].mStat.st_size : 0;
     }
     if (!tOk || !tPacker.end()) {
-        *pError = u"The package can't be created: %1"_s.arg(tPacker.problem());
-        return false;
+        return Failure::content(u"The package can't be created: %1"_s.arg(tPacker.problem()));
     }
     if (!tOutput.finish(pTo)) {
-        *pError = u"%1 can't be written: %2"_s.arg(pArchive, systemReason());
-        return false;
+        return Failure::fromErrno(errno, u"write %1"_s.arg(pArchive));
     }
-    return true;
+    return {};
 }
 
 } // namespace tarn::vkpublish

@@ -24,10 +24,10 @@ struct PackResult
 
 // Packs the entries of a folder into a .tar.zst that depends on nothing but their names, contents,
 // permissions and times: owner and group are 0, write permission is the owner's alone, times are whole
-// seconds and not later than pLatest. The archive is on disk when this returns true. After false, with a
-// reason, there is none.
-bool packFolder(os::FileSystem& pFileSystem, const QString& pFolder, const std::vector<FolderEntry>& pEntries,
-                const QDateTime& pLatest, int pLevel, const QString& pArchive, PackResult* pTo,
-                QString* pError);
+// seconds and not later than pLatest. The archive is on disk when this returns; after a failure there is
+// none.
+Failure packFolder(os::FileSystem& pFileSystem, const QString& pFolder,
+                   const std::vector<FolderEntry>& pEntries, const QDateTime& pLatest, int pLevel,
+                   const QString& pArchive, PackResult* pTo);
 
 } // namespace tarn::vkpublish

@@ -8,7 +8,7 @@
 #include "Roles.h"
 
 #include "os/FileSystem.h"
-#include "tuf/AtomicFile.h"
+#include "os/FileTools.h"
 #include "tuf/Metadata.h"
 
 #include <QtCore/QDir>
@@ -16,7 +16,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <system_error>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -31,8 +30,7 @@ constexpr qint64 sMaxMetadata = 16 * 1024 * 1024;
 // pStated: "length" and "hashes", as metadata states them.
 bool isAsStated(const QString& pPath, const QJsonObject& pStated)
 {
-    QString tReason;
-    return fileMatches(pPath, pStated["length"_L1].toInteger(), {statedHash(pStated)}, &tReason);
+    return !fileMatches(pPath, pStated["length"_L1].toInteger(), {statedHash(pStated)});
 }
 
 } // namespace
@@ -43,7 +41,7 @@ Publication::Publication(os::FileSystem& pFileSystem, const QString& pRepository
 }
 
 // What was published once is looked at only for its presence: "verify" is there for the rest.
-bool Publication::checkTarget(const QString& pName, QString* pError) const
+Failure Publication::checkTarget(const QString& pName) const
 {
     const Record& tRecord = mKeys.mRecord;
     const QJsonObject tTarget = tRecord.mTargets[pName].toObject();
@@ -51,41 +49,42 @@ bool Publication::checkTarget(const QString& pName, QString* pError) const
     const bool tPublished = tRecord.mPublishedTargets[pName].toObject() == tTarget;
     if (tPublished ? QFileInfo(tPath).size() == tTarget["length"_L1].toInteger()
                    : isAsStated(tPath, tTarget)) {
-        return true;
+        return {};
     }
-    *pError =
-        u"%1 is missing or was changed: add the package again with --replace, or remove it"_s.arg(tPath);
-    return false;
+    return Failure::content(
+        u"%1 is missing or was changed: add the package again with --replace, or remove it"_s.arg(tPath));
 }
 
-bool Publication::checkTargets(QString* pError) const
+Failure Publication::checkTargets() const
 {
     for (const QString& tName : mKeys.mRecord.mTargets.keys()) {
-        if (!checkTarget(tName, pError)) {
-            return false;
+        if (Failure tFailure = checkTarget(tName)) {
+            return tFailure;
         }
     }
-    return true;
+    return {};
 }
 
-bool Publication::catchUp(QString* pError)
+Failure Publication::catchUp()
 {
     FolderFetcher tFolder(mFileSystem, metadataFolder(mRepository));
     RepositoryState tSeen;
     // What can't be verified says nothing, and is written again.
     (void)readState(tFolder, mKeys.mRecord.mRoot, &tSeen);
-    return raiseVersions(&mKeys, tSeen, &mRaised, pError);
+    return raiseVersions(&mKeys, tSeen, &mRaised);
 }
 
-bool Publication::readKeys(QString* pError)
+Failure Publication::readKeys()
 {
     mSigners.clear();
     for (const QString& tRole : {tuf::sTargets, tuf::sSnapshot, tuf::sTimestamp}) {
-        if (!mKeys.readSigners(tRole, &mSigners[tRole], pError)) {
-            return false;
+        const Result<QList<tuf::SigningKey>> tKeys = mKeys.readSigners(tRole);
+        if (!tKeys) {
+            return tKeys.failure();
         }
+        mSigners.insert(tRole, *tKeys);
     }
-    return true;
+    return {};
 }
 
 bool Publication::isFresh(const QString& pRole, const PublishedFile& pFile, const QDateTime& pExpires,
@@ -97,42 +96,44 @@ bool Publication::isFresh(const QString& pRole, const PublishedFile& pFile, cons
            isAsStated(versionedPath(mRepository, pRole, tVersion), pFile.mMeta);
 }
 
-bool Publication::write(const QString& pPath, const QByteArray& pFile, QString* pError)
+Failure Publication::write(const QString& pPath, const QByteArray& pFile)
 {
     if (pFile.isEmpty() || pFile.size() > sMaxMetadata) {
-        *pError = u"%1 can't be signed, or is too large"_s.arg(pPath);
-        return false;
+        return Failure::content(u"%1 can't be signed, or is too large"_s.arg(pPath));
     }
-    const Failure tError = tuf::writeFileAtomically(mFileSystem, pPath, pFile, sFileMode);
-    *pError = tError.mText;
-    return !tError;
+    return os::replaceFile(mFileSystem, pPath, pFile, sFileMode);
 }
 
-bool Publication::writeVersioned(const QString& pRole, const QByteArray& pFile, const QDateTime& pExpires,
-                                 PublishedFile* pTo, QString* pError)
+Failure Publication::writeVersioned(const QString& pRole, const QByteArray& pFile, const QDateTime& pExpires,
+                                    PublishedFile* pTo)
 {
     const qint64 tVersion = mKeys.mRecord.mVersions[pRole];
-    if (!write(versionedPath(mRepository, pRole, tVersion), pFile, pError)) {
-        return false;
+    if (Failure tFailure = write(versionedPath(mRepository, pRole, tVersion), pFile)) {
+        return tFailure;
     }
     *pTo = PublishedFile{metaOf(tVersion, pFile), pExpires};
-    return true;
+    return {};
 }
 
-bool Publication::writeRoot(QString* pError)
+Failure Publication::writeRoot()
 {
     const QString tPath = versionedPath(mRepository, tuf::sRoot, mKeys.mRecord.mVersions[tuf::sRoot]);
-    QByteArray tPresent;
-    const Failure tError = tuf::readWholeFile(mFileSystem, tPath, sMaxMetadata, &tPresent);
-    return (!tError && tPresent == mKeys.mRecord.mRoot) || write(tPath, mKeys.mRecord.mRoot, pError);
+    const Result<QByteArray> tPresent = os::readFile(mFileSystem, tPath, sMaxMetadata);
+    return tPresent && *tPresent == mKeys.mRecord.mRoot ? Failure() : write(tPath, mKeys.mRecord.mRoot);
 }
 
-bool Publication::run(const PublicationTimes& pTimes, QString* pError)
+Failure Publication::run(const PublicationTimes& pTimes)
 {
     Record& tRecord = mKeys.mRecord;
     tRecord.mRetiring.removeIf([&](const RetiringKey& pKey) { return pKey.mUntil <= pTimes.mNow; });
-    if (!catchUp(pError) || !checkTargets(pError) || !readKeys(pError)) {
-        return false;
+    if (Failure tFailure = catchUp()) {
+        return tFailure;
+    }
+    if (Failure tFailure = checkTargets()) {
+        return tFailure;
+    }
+    if (Failure tFailure = readKeys()) {
+        return tFailure;
     }
     const bool tNewTargets =
         tRecord.mTargets != tRecord.mPublishedTargets ||
@@ -153,37 +154,44 @@ bool Publication::run(const PublicationTimes& pTimes, QString* pError)
     }
     ++tRecord.mVersions[tuf::sTimestamp];
     // Clients that have the new root refuse what only the old keys signed, so it comes last.
-    if (!mKeys.save(pError) || !signFiles(pTimes, pError) || !writeRoot(pError)) {
-        return false;
+    if (Failure tFailure = mKeys.save()) {
+        return tFailure;
+    }
+    if (Failure tFailure = signFiles(pTimes)) {
+        return tFailure;
+    }
+    if (Failure tFailure = writeRoot()) {
+        return tFailure;
     }
     noteWithdrawn();
     tRecord.mTimestampExpires = pTimes.mExpires;
     noteUnreferenced(pTimes.mNow);
-    return mKeys.save(pError);
+    return mKeys.save();
 }
 
 // Those that were given up, and the timestamp.
-bool Publication::signFiles(const PublicationTimes& pTimes, QString* pError)
+Failure Publication::signFiles(const PublicationTimes& pTimes)
 {
     Record& tRecord = mKeys.mRecord;
-    if (tRecord.mPublishedTargetsFile.mMeta.isEmpty() &&
-        !writeVersioned(tuf::sTargets,
-                        makeTargets(tRecord.mVersions[tuf::sTargets], pTimes.mTargetsExpires,
-                                    tRecord.mTargets, mSigners[tuf::sTargets]),
-                        pTimes.mTargetsExpires, &tRecord.mPublishedTargetsFile, pError)) {
-        return false;
+    if (tRecord.mPublishedTargetsFile.mMeta.isEmpty()) {
+        const QByteArray tFile = makeTargets(tRecord.mVersions[tuf::sTargets], pTimes.mTargetsExpires,
+                                             tRecord.mTargets, mSigners[tuf::sTargets]);
+        if (Failure tFailure = writeVersioned(tuf::sTargets, tFile, pTimes.mTargetsExpires,
+                                              &tRecord.mPublishedTargetsFile)) {
+            return tFailure;
+        }
     }
-    if (tRecord.mPublishedSnapshot.mMeta.isEmpty() &&
-        !writeVersioned(tuf::sSnapshot,
-                        makeSnapshot(tRecord.mVersions[tuf::sSnapshot], pTimes.mExpires,
-                                     tRecord.mPublishedTargetsFile.mMeta, mSigners[tuf::sSnapshot]),
-                        pTimes.mExpires, &tRecord.mPublishedSnapshot, pError)) {
-        return false;
+    if (tRecord.mPublishedSnapshot.mMeta.isEmpty()) {
+        const QByteArray tFile = makeSnapshot(tRecord.mVersions[tuf::sSnapshot], pTimes.mExpires,
+                                              tRecord.mPublishedTargetsFile.mMeta, mSigners[tuf::sSnapshot]);
+        if (Failure tFailure =
+                writeVersioned(tuf::sSnapshot, tFile, pTimes.mExpires, &tRecord.mPublishedSnapshot)) {
+            return tFailure;
+        }
     }
     return write(timestampPath(mRepository),
                  makeTimestamp(tRecord.mVersions[tuf::sTimestamp], pTimes.mExpires,
-                               tRecord.mPublishedSnapshot.mMeta, mSigners[tuf::sTimestamp]),
-                 pError);
+                               tRecord.mPublishedSnapshot.mMeta, mSigners[tuf::sTimestamp]));
 }
 
 // Relative to the repository.
@@ -231,7 +239,7 @@ void Publication::noteUnreferenced(const QDateTime& pNow)
     }
 }
 
-bool Publication::prune(const QDateTime& pNow, qint64 pGrace, QString* pError)
+Failure Publication::prune(const QDateTime& pNow, qint64 pGrace)
 {
     QMap<QString, QDateTime>& tUnreferenced = mKeys.mRecord.mUnreferenced;
     for (auto tIt = tUnreferenced.begin(); tIt != tUnreferenced.end();) {
@@ -241,12 +249,10 @@ bool Publication::prune(const QDateTime& pNow, qint64 pGrace, QString* pError)
         } else if (mFileSystem.unlink(QFile::encodeName(tPath)) == 0 || errno == ENOENT) {
             tIt = tUnreferenced.erase(tIt);
         } else {
-            *pError = u"%1 can't be removed: %2"_s.arg(
-                tPath, QString::fromStdString(std::generic_category().message(errno)));
-            return false;
+            return Failure::fromErrno(errno, u"remove %1"_s.arg(tPath));
         }
     }
-    return mKeys.save(pError);
+    return mKeys.save();
 }
 
 } // namespace tarn::vkpublish

@@ -30,29 +30,29 @@ public:
     // Signs the timestamp anew, and the other files where their content changed or less than half of their
     // life is left. Where the repository is ahead of the record, by files that the record's keys have signed,
     // the record is from a backup and is raised first.
-    bool run(const PublicationTimes& pTimes, QString* pError);
+    Failure run(const PublicationTimes& pTimes);
 
     // Whether a run() found the record behind the repository.
     bool hasRaised() const { return mRaised; }
 
     // After run(): removes what no metadata has referred to for pGrace seconds, or more.
-    bool prune(const QDateTime& pNow, qint64 pGrace, QString* pError);
+    Failure prune(const QDateTime& pNow, qint64 pGrace);
 
 private:
-    bool checkTarget(const QString& pName, QString* pError) const;
-    bool checkTargets(QString* pError) const;
-    bool catchUp(QString* pError);
-    bool readKeys(QString* pError);
-    bool signFiles(const PublicationTimes& pTimes, QString* pError);
+    Failure checkTarget(const QString& pName) const;
+    Failure checkTargets() const;
+    Failure catchUp();
+    Failure readKeys();
+    Failure signFiles(const PublicationTimes& pTimes);
     void noteWithdrawn();
     void noteUnreferenced(const QDateTime& pNow);
     QSet<QString> referencedFiles() const;
     bool isFresh(const QString& pRole, const PublishedFile& pFile, const QDateTime& pExpires,
                  const PublicationTimes& pTimes) const;
-    bool write(const QString& pPath, const QByteArray& pFile, QString* pError);
-    bool writeVersioned(const QString& pRole, const QByteArray& pFile, const QDateTime& pExpires,
-                        PublishedFile* pTo, QString* pError);
-    bool writeRoot(QString* pError);
+    Failure write(const QString& pPath, const QByteArray& pFile);
+    Failure writeVersioned(const QString& pRole, const QByteArray& pFile, const QDateTime& pExpires,
+                           PublishedFile* pTo);
+    Failure writeRoot();
 
     os::FileSystem& mFileSystem;
     QString mRepository;

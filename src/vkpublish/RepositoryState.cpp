@@ -17,15 +17,18 @@ public:
 
     Failure read(const QByteArray& pRoot)
     {
-        Failure tError = mTrusted.setRoot(pRoot);
-        if (!tError) {
-            tError = climb();
-            mTo->mVersions[tuf::sRoot] = mTrusted.root()->mVersion;
+        if (Failure tFailure = mTrusted.setRoot(pRoot)) {
+            return tFailure;
         }
-        if (!tError) {
-            tError = readTimestamp();
+        const Failure tStopped = climb();
+        mTo->mVersions[tuf::sRoot] = mTrusted.root()->mVersion;
+        if (tStopped) {
+            return tStopped;
         }
-        return tError ? tError : readSnapshot();
+        if (Failure tFailure = readTimestamp()) {
+            return tFailure;
+        }
+        return readSnapshot();
     }
 
 private:
@@ -33,17 +36,13 @@ private:
     {
         for (int i = 0; i < mLimits.mMaxRootRotations; ++i) {
             QByteArray tFile;
-            Failure tError = mFrom.fetch(versionedName(tuf::sRoot, mTrusted.root()->mVersion + 1),
-                                         mLimits.mRootLength, &tFile);
-            if (tError.mKind == Failure::Kind::NotFound) {
-                break;
+            if (Failure tFailure = mFrom.fetch(versionedName(tuf::sRoot, mTrusted.root()->mVersion + 1),
+                                               mLimits.mRootLength, &tFile)) {
+                return tFailure.mKind == Failure::Kind::NotFound ? Failure() : tFailure;
             }
             bool tKeysRemoved = false;
-            if (!tError) {
-                tError = mTrusted.addRoot(tFile, &tKeysRemoved);
-            }
-            if (tError) {
-                return tError;
+            if (Failure tFailure = mTrusted.addRoot(tFile, &tKeysRemoved)) {
+                return tFailure;
             }
             mTo->mNewRoots.append(tFile);
         }
@@ -53,29 +52,29 @@ private:
     Failure readTimestamp()
     {
         bool tSame = false;
-        Failure tError = mFrom.fetch(u"timestamp.json"_s, mLimits.mTimestampLength, &mTo->mTimestamp);
-        if (!tError) {
-            tError = mTrusted.addTimestamp(mTo->mTimestamp, &tSame);
+        if (Failure tFailure = mFrom.fetch(u"timestamp.json"_s, mLimits.mTimestampLength, &mTo->mTimestamp)) {
+            return tFailure;
         }
-        if (!tError) {
-            mTo->mVersions[tuf::sTimestamp] = mTrusted.timestamp()->mVersion;
-            mTo->mVersions[tuf::sSnapshot] = mTrusted.timestamp()->mSnapshot.mVersion;
+        if (Failure tFailure = mTrusted.addTimestamp(mTo->mTimestamp, &tSame)) {
+            return tFailure;
         }
-        return tError;
+        mTo->mVersions[tuf::sTimestamp] = mTrusted.timestamp()->mVersion;
+        mTo->mVersions[tuf::sSnapshot] = mTrusted.timestamp()->mSnapshot.mVersion;
+        return {};
     }
 
     Failure readSnapshot()
     {
         QByteArray tFile;
-        Failure tError = mFrom.fetch(versionedName(tuf::sSnapshot, mTo->mVersions[tuf::sSnapshot]),
-                                     mLimits.mSnapshotLength, &tFile);
-        if (!tError) {
-            tError = mTrusted.addSnapshot(tFile);
+        if (Failure tFailure = mFrom.fetch(versionedName(tuf::sSnapshot, mTo->mVersions[tuf::sSnapshot]),
+                                           mLimits.mSnapshotLength, &tFile)) {
+            return tFailure;
         }
-        if (!tError) {
-            mTo->mVersions[tuf::sTargets] = mTrusted.snapshot()->mRoles[tuf::sTargets].mVersion;
+        if (Failure tFailure = mTrusted.addSnapshot(tFile)) {
+            return tFailure;
         }
-        return tError;
+        mTo->mVersions[tuf::sTargets] = mTrusted.snapshot()->mRoles[tuf::sTargets].mVersion;
+        return {};
     }
 
     tuf::Fetcher& mFrom;

@@ -12,60 +12,62 @@ namespace tarn::vkpublish {
 
 namespace {
 
-bool readAllKeys(KeyFolder* pFolder, QMap<QString, tuf::SigningKey>* pTo, QString* pError)
+Failure readAllKeys(KeyFolder* pFolder, QMap<QString, tuf::SigningKey>* pTo)
 {
     for (const QString& tRole : roleNames()) {
-        std::optional<tuf::SigningKey> tKey;
-        if (!pFolder->readKey(tRole, &tKey, pError)) {
-            return false;
+        const Result<tuf::SigningKey> tKey = pFolder->readKey(tRole);
+        if (!tKey) {
+            return tKey.failure();
         }
         pTo->insert(tRole, *tKey);
     }
-    return true;
+    return {};
 }
 
 // Puts a new key and the root that names it into the record. The old root's key has signed that root, and is
 // not needed longer.
-bool exchange(KeyFolder* pFolder, const QString& pRole, const QString& pType, const QDateTime& pRootExpires,
-              const QDateTime& pOldUntil, QString* pError)
+Failure exchange(KeyFolder* pFolder, const QString& pRole, const QString& pType,
+                 const QDateTime& pRootExpires, const QDateTime& pOldUntil)
 {
     QMap<QString, tuf::SigningKey> tKeys;
-    if (!readAllKeys(pFolder, &tKeys, pError)) {
-        return false;
+    if (Failure tFailure = readAllKeys(pFolder, &tKeys)) {
+        return tFailure;
     }
     const tuf::SigningKey tOldRootKey = tKeys.find(tuf::sRoot).value();
     const std::optional<tuf::SigningKey> tNew = tuf::SigningKey::generate(pType);
     if (!tNew) {
-        *pError = u"A key of type %1 can't be created"_s.arg(pType);
-        return false;
+        return Failure::content(u"A key of type %1 can't be created"_s.arg(pType));
     }
     Record& tRecord = pFolder->mRecord;
     if (pRole != tuf::sRoot) {
         tRecord.mRetiring.append({pRole, tRecord.mKeyFiles[pRole], pOldUntil});
     }
-    if (!pFolder->addKey(pRole, *tNew, pError)) {
-        return false;
+    if (Failure tFailure = pFolder->addKey(pRole, *tNew)) {
+        return tFailure;
     }
     tKeys.insert(pRole, *tNew);
     const qint64 tVersion = ++tRecord.mVersions[tuf::sRoot];
     tRecord.mRoot = makeRoot(tVersion, pRootExpires, tKeys, tOldRootKey);
     tRecord.mPublishedTargetsFile = PublishedFile();
     tRecord.mPublishedSnapshot = PublishedFile();
-    return pFolder->save(pError);
+    return pFolder->save();
 }
 
 } // namespace
 
-bool rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pRole, const QString& pKeyType,
-               const PublicationTimes& pTimes, const QDateTime& pRootExpires, QDateTime* pOldUntil,
-               QString* pError)
+Failure rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pRole, const QString& pKeyType,
+                  const PublicationTimes& pTimes, const QDateTime& pRootExpires, QDateTime* pOldUntil)
 {
     QDateTime& tSigned = pKeys->mRecord.mTimestampExpires;
     *pOldUntil = tSigned.isValid() ? std::max(tSigned, pTimes.mExpires) : pTimes.mExpires;
     // The first run brings out a root that an interrupted rotation left behind: no version may be missing.
-    return pPublication->run(pTimes, pError) &&
-           exchange(pKeys, pRole, pKeyType, pRootExpires, *pOldUntil, pError) &&
-           pPublication->run(pTimes, pError);
+    if (Failure tFailure = pPublication->run(pTimes)) {
+        return tFailure;
+    }
+    if (Failure tFailure = exchange(pKeys, pRole, pKeyType, pRootExpires, *pOldUntil)) {
+        return tFailure;
+    }
+    return pPublication->run(pTimes);
 }
 
 } // namespace tarn::vkpublish

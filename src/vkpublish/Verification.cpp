@@ -5,8 +5,8 @@
 #include "MetadataSource.h"
 
 #include "os/FileSystem.h"
+#include "os/FileTools.h"
 #include "packages/PackageInfo.h"
-#include "tuf/AtomicFile.h"
 #include "tuf/CanonicalJson.h"
 #include "tuf/Metadata.h"
 #include "tuf/Updater.h"
@@ -49,11 +49,10 @@ tuf::KeyMap allKeys(const QString& pRepository)
     tuf::KeyMap tKeys;
     const QDir tFolder(metadataFolder(pRepository));
     for (const QString& tName : tFolder.entryList({u"*.root.json"_s}, QDir::Files)) {
-        QByteArray tFile;
+        const auto tFile =
+            os::readFile(os::realFileSystem(), tFolder.filePath(tName), tuf::Limits().mRootLength);
         tuf::Root tRoot;
-        if (!tuf::readWholeFile(os::realFileSystem(), tFolder.filePath(tName), tuf::Limits().mRootLength,
-                                &tFile) &&
-            !tuf::parseRoot(tFile, &tRoot)) {
+        if (tFile && !tuf::parseRoot(*tFile, &tRoot)) {
             tKeys.insert(tRoot.mKeys);
         }
     }
@@ -84,19 +83,19 @@ public:
 
     Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
     {
-        const Failure tError = FolderFetcher::fetch(pPath, pMaxLength, pTo);
-        if (!tError) {
-            const QString tPath = metadataFolder(mRepository) + u'/' + pPath;
-            mUsed.insert(tPath);
-            if (!isWrittenByUs(*pTo) ||
-                (tPath == timestampPath(mRepository) && !allSignaturesHold(*pTo, allKeys(mRepository)))) {
-                mChanged.append(tPath);
-            }
-            if (pPath.endsWith(".root.json"_L1)) {
-                mRoots.append(*pTo);
-            }
+        if (Failure tFailure = FolderFetcher::fetch(pPath, pMaxLength, pTo)) {
+            return tFailure;
         }
-        return tError;
+        const QString tPath = metadataFolder(mRepository) + u'/' + pPath;
+        mUsed.insert(tPath);
+        if (!isWrittenByUs(*pTo) ||
+            (tPath == timestampPath(mRepository) && !allSignaturesHold(*pTo, allKeys(mRepository)))) {
+            mChanged.append(tPath);
+        }
+        if (pPath.endsWith(".root.json"_L1)) {
+            mRoots.append(*pTo);
+        }
+        return {};
     }
 
     QSet<QString> mUsed;
@@ -107,14 +106,14 @@ private:
     QString mRepository;
 };
 
-bool isPackage(const tuf::TargetFile& pTarget, QString* pReason)
+Failure checkPackage(const tuf::TargetFile& pTarget)
 {
     packages::PackageInfo tInfo;
-    if (packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, pReason)) {
-        return true;
+    QString tReason;
+    if (packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, &tReason)) {
+        return {};
     }
-    *pReason = u"%1 has an invalid package description: %2"_s.arg(pTarget.mPath, *pReason);
-    return false;
+    return Failure::content(u"%1 has an invalid package description: %2"_s.arg(pTarget.mPath, tReason));
 }
 
 QStringList unusedFiles(const QString& pRepository, const QSet<QString>& pUsed)
@@ -143,15 +142,17 @@ VerificationResult verifyRepository(const QString& pRepository, const QByteArray
     os::FileSystem& tFileSystem = os::realFileSystem();
     tuf::Updater tUpdater(tFileSystem, tTrusted.path(), tFetcher, pNow);
     QList<tuf::TargetFile> tTargets;
-    Failure tError = tuf::Updater::initialize(tFileSystem, tTrusted.path(), pRoot);
-    if (!tError) {
-        tError = tUpdater.refresh();
-    }
-    if (!tError) {
-        tError = tUpdater.allTargets(&tTargets);
-    }
-    if (tError) {
-        tResult.mProblems.append(tError.mText);
+    const auto tFollow = [&]() -> Failure {
+        if (Failure tFailure = tuf::Updater::initialize(tFileSystem, tTrusted.path(), pRoot)) {
+            return tFailure;
+        }
+        if (Failure tFailure = tUpdater.refresh()) {
+            return tFailure;
+        }
+        return tUpdater.allTargets(&tTargets);
+    };
+    if (const Failure tFailure = tFollow()) {
+        tResult.mProblems.append(tFailure.mText);
     }
     if (!isWrittenByUs(pRoot)) {
         tResult.mProblems.append(u"The root was changed since it was written"_s);
@@ -163,10 +164,10 @@ VerificationResult verifyRepository(const QString& pRepository, const QByteArray
     for (const tuf::TargetFile& tTarget : tTargets) {
         const QString tPath =
             targetsFolder(pRepository) + u'/' + QUrl::fromPercentEncoding(tTarget.mFetchPath.toLatin1());
-        QString tProblem;
-        if (!fileMatches(tPath, tTarget.mLength, tTarget.mHashes, &tProblem) ||
-            !isPackage(tTarget, &tProblem)) {
-            tResult.mProblems.append(tProblem);
+        if (const Failure tChanged = fileMatches(tPath, tTarget.mLength, tTarget.mHashes)) {
+            tResult.mProblems.append(tChanged.mText);
+        } else if (const Failure tNoPackage = checkPackage(tTarget)) {
+            tResult.mProblems.append(tNoPackage.mText);
         }
         tUsed.insert(tPath);
     }

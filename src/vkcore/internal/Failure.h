@@ -2,6 +2,9 @@
 
 #include <QtCore/QString>
 
+#include <optional>
+#include <utility>
+
 namespace tarn {
 
 // Why something could not be done. True if there is one; a default one is none.
@@ -37,6 +40,28 @@ struct [[nodiscard]] Failure
     static Failure content(const QString& pText) { return {Kind::Content, pText}; }
     static Failure untrusted(const QString& pText) { return {Kind::Untrusted, pText}; }
     static Failure canceled();
+};
+
+// A value, or why there is none.
+template <typename T>
+class [[nodiscard]] Result
+{
+public:
+    Result(T pValue) : mValue(std::move(pValue)) {}
+    Result(Failure pFailure) : mFailure(std::move(pFailure)) {}
+
+    explicit operator bool() const { return mValue.has_value(); }
+    T& operator*() { return *mValue; }
+    const T& operator*() const { return *mValue; }
+    T* operator->() { return &*mValue; }
+    const T* operator->() const { return &*mValue; }
+    // For where it does not matter why there is none.
+    T valueOr(T pOther) const { return mValue.value_or(std::move(pOther)); }
+    const Failure& failure() const { return mFailure; }
+
+private:
+    std::optional<T> mValue;
+    Failure mFailure;
 };
 
 } // namespace tarn

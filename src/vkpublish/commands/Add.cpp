@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <system_error>
 
 using namespace Qt::StringLiterals;
 
@@ -100,18 +99,18 @@ bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
     return true;
 }
 
-bool checkExecutables(const PackageInfo& pInfo, const std::vector<FolderEntry>& pEntries, QString* pError)
+Failure checkExecutables(const PackageInfo& pInfo, const std::vector<FolderEntry>& pEntries)
 {
     for (const QString& tPath : pInfo.mExecutables) {
         const bool tFound = std::any_of(pEntries.begin(), pEntries.end(), [&](const FolderEntry& pEntry) {
             return S_ISREG(pEntry.mStat.st_mode) && pEntry.mPath == tPath.toUtf8();
         });
         if (!tFound) {
-            *pError = u"The file %1, which --executable names, is not in the folder"_s.arg(tPath);
-            return false;
+            return Failure::content(
+                u"The file %1, which --executable names, is not in the folder"_s.arg(tPath));
         }
     }
-    return true;
+    return {};
 }
 
 // Machines know a script by what its interpreter was started with, which is less sure than a program's own
@@ -151,26 +150,30 @@ void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTa
 }
 
 // Packs the folder and puts it into the record.
-bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pReport, QString* pError)
+Failure add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pReport)
 {
     os::FileSystem& tFileSystem = os::realFileSystem();
     KeyFolder tKeys(tFileSystem, pLine.keys());
     const QString tName = packages::archiveName(pInfo);
     std::vector<FolderEntry> tEntries;
-    if (!tKeys.open(pError) || !scanFolder(pLine.argument(1), &tEntries, pError) ||
-        !checkExecutables(pInfo, tEntries, pError)) {
-        return false;
+    if (Failure tFailure = tKeys.open()) {
+        return tFailure;
+    }
+    if (Failure tFailure = scanFolder(pLine.argument(1), &tEntries)) {
+        return tFailure;
+    }
+    if (Failure tFailure = checkExecutables(pInfo, tEntries)) {
+        return tFailure;
     }
     if (tKeys.mRecord.mTargets.contains(tName) && !pLine.isSet("replace")) {
-        *pError = u"%1 already exists: use a higher --version, or --replace"_s.arg(tName);
-        return false;
+        return Failure::content(u"%1 already exists: use a higher --version, or --replace"_s.arg(tName));
     }
     warnOfScripts(pInfo, pLine.argument(1));
     PackResult tPacked;
     const QString tUnnamed = u"%1/.%2.new"_s.arg(targetsFolder(pLine.repository()), tName);
-    if (!packFolder(tFileSystem, pLine.argument(1), tEntries, pInfo.mVersion.date(), pLevel, tUnnamed,
-                    &tPacked, pError)) {
-        return false;
+    if (Failure tFailure = packFolder(tFileSystem, pLine.argument(1), tEntries, pInfo.mVersion.date(), pLevel,
+                                      tUnnamed, &tPacked)) {
+        return tFailure;
     }
     pInfo.mInstalledSize = tPacked.mInstalledSize;
     QJsonObject tTarget = targetOf(tPacked, pInfo);
@@ -180,9 +183,7 @@ bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pRepo
     makeNewerThan(tKeys.mRecord.mWithdrawnTargets.value(tName).toObject(), &pInfo, &tTarget);
     const QString tPath = targetPath(pLine.repository(), tName, tTarget);
     if (tFileSystem.rename(QFile::encodeName(tUnnamed), QFile::encodeName(tPath)) != 0) {
-        *pError = u"%1 can't be written: %2"_s.arg(
-            tPath, QString::fromStdString(std::generic_category().message(errno)));
-        return false;
+        return Failure::fromErrno(errno, u"write %1"_s.arg(tPath));
     }
     tKeys.mRecord.mTargets.insert(tName, tTarget);
     *pReport = u"Added %1: %2 files and folders, %3 unpacked, %4 packed"_s.arg(tName)
@@ -193,7 +194,7 @@ bool add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pRepo
         *pReport += u", dated %1 to replace the other one on machines"_s.arg(
             pInfo.mVersion.date().toUTC().toString(Qt::ISODate));
     }
-    return tKeys.save(pError);
+    return tKeys.save();
 }
 
 } // namespace
@@ -213,9 +214,8 @@ int cmdAdd(const QStringList& pArguments)
         return StatusUsage;
     }
     QString tReport;
-    QString tError;
-    if (!add(tLine, tInfo, *tLevel, &tReport, &tError)) {
-        complain(tError);
+    if (const Failure tFailure = add(tLine, tInfo, *tLevel, &tReport)) {
+        complain(tFailure.mText);
         return StatusFailed;
     }
     say(tReport);

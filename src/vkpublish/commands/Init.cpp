@@ -6,7 +6,7 @@
 #include "Roles.h"
 
 #include "os/FileSystem.h"
-#include "tuf/AtomicFile.h"
+#include "os/FileTools.h"
 #include "tuf/Metadata.h"
 
 #include <QtCore/QDir>
@@ -17,46 +17,71 @@ namespace tarn::vkpublish {
 
 namespace {
 
-bool checkPlaces(const QString& pRepository, const QString& pKeys, QString* pError)
+Failure checkPlaces(const QString& pRepository, const QString& pKeys)
 {
     if (isInside(pKeys, pRepository)) {
-        *pError = u"The key folder %1 is in the repository, whose files are public"_s.arg(pKeys);
-    } else if (isInside(pRepository, pKeys)) {
-        *pError = u"The repository %1 is in the key folder, which nobody else can read"_s.arg(pRepository);
-    } else if (QFileInfo::exists(metadataFolder(pRepository))) {
-        *pError = u"%1 already contains a repository"_s.arg(pRepository);
+        return Failure::content(
+            u"The key folder %1 is in the repository, whose files are public"_s.arg(pKeys));
     }
-    return pError->isEmpty();
+    if (isInside(pRepository, pKeys)) {
+        return Failure::content(
+            u"The repository %1 is in the key folder, which nobody else can read"_s.arg(pRepository));
+    }
+    if (QFileInfo::exists(metadataFolder(pRepository))) {
+        return Failure::content(u"%1 already contains a repository"_s.arg(pRepository));
+    }
+    return {};
 }
 
-bool makeFolders(const QString& pRepository, QString* pError)
+Failure makeFolders(const QString& pRepository)
 {
     for (const QString& tFolder : {metadataFolder(pRepository), targetsFolder(pRepository)}) {
         if (!QDir().mkpath(tFolder)) {
-            *pError = u"The folder %1 can't be created"_s.arg(tFolder);
-            return false;
+            return Failure::content(u"The folder %1 can't be created"_s.arg(tFolder));
         }
     }
-    return true;
+    return {};
 }
 
-bool makeKeys(KeyFolder* pFolder, const QString& pType, const QDateTime& pExpires, QString* pError)
+Failure makeKeys(KeyFolder* pFolder, const QString& pType, const QDateTime& pExpires)
 {
     QMap<QString, tuf::SigningKey> tKeys;
     for (const QString& tRole : roleNames()) {
         const std::optional<tuf::SigningKey> tKey = tuf::SigningKey::generate(pType);
         if (!tKey) {
-            *pError = u"A key of type %1 can't be created"_s.arg(pType);
-            return false;
+            return Failure::content(u"A key of type %1 can't be created"_s.arg(pType));
         }
-        if (!pFolder->addKey(tRole, *tKey, pError)) {
-            return false;
+        if (Failure tFailure = pFolder->addKey(tRole, *tKey)) {
+            return tFailure;
         }
         tKeys.insert(tRole, *tKey);
     }
     pFolder->mRecord.mVersions[tuf::sRoot] = 1;
     pFolder->mRecord.mRoot = makeRoot(1, pExpires, tKeys, std::nullopt);
-    return pFolder->save(pError);
+    return pFolder->save();
+}
+
+QString rootPath(const CommandLine& pLine)
+{
+    return versionedPath(pLine.repository(), tuf::sRoot, 1);
+}
+
+Failure makeRepository(const CommandLine& pLine, KeyFolder* pKeys, const QString& pKeyType,
+                       const QDateTime& pExpires)
+{
+    if (Failure tFailure = checkPlaces(pLine.repository(), pLine.keys())) {
+        return tFailure;
+    }
+    if (Failure tFailure = pKeys->create()) {
+        return tFailure;
+    }
+    if (Failure tFailure = makeKeys(pKeys, pKeyType, pExpires)) {
+        return tFailure;
+    }
+    if (Failure tFailure = makeFolders(pLine.repository())) {
+        return tFailure;
+    }
+    return os::replaceFile(os::realFileSystem(), rootPath(pLine), pKeys->mRecord.mRoot, 0644);
 }
 
 } // namespace
@@ -80,22 +105,14 @@ int cmdInit(const QStringList& pArguments)
         return StatusUsage;
     }
 
-    os::FileSystem& tFileSystem = os::realFileSystem();
-    KeyFolder tKeys(tFileSystem, tLine.keys());
-    const QString tRootPath = versionedPath(tLine.repository(), tuf::sRoot, 1);
-    QString tError;
-    if (!checkPlaces(tLine.repository(), tLine.keys(), &tError) || !tKeys.create(&tError) ||
-        !makeKeys(&tKeys, tType, QDateTime::currentDateTimeUtc().addDays(*tDays), &tError) ||
-        !makeFolders(tLine.repository(), &tError)) {
-        complain(tError);
-        return StatusFailed;
-    }
-    if (const Failure tWrite = tuf::writeFileAtomically(tFileSystem, tRootPath, tKeys.mRecord.mRoot, 0644)) {
-        complain(tWrite.mText);
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
+    if (const Failure tFailure =
+            makeRepository(tLine, &tKeys, tType, QDateTime::currentDateTimeUtc().addDays(*tDays))) {
+        complain(tFailure.mText);
         return StatusFailed;
     }
     say(u"Keys:               %1 (keep it private, and keep a copy)"_s.arg(tLine.keys()));
-    say(u"Root for clients:   %1"_s.arg(tRootPath));
+    say(u"Root for clients:   %1"_s.arg(rootPath(tLine)));
     say(u"Next:               vkpublish add %1 FOLDER --name NAME --version VERSION"_s.arg(
         tLine.argument(0)));
     return StatusDone;

@@ -76,9 +76,8 @@ int cmdList(const QStringList& pArguments)
         return *tStatus;
     }
     KeyFolder tKeys(os::realFileSystem(), tLine.keys());
-    QString tError;
-    if (!tKeys.openForReading(&tError)) {
-        complain(tError);
+    if (const Failure tFailure = tKeys.openForReading()) {
+        complain(tFailure.mText);
         return StatusFailed;
     }
     const QStringList tHead{u"NAME"_s,     u"VERSION"_s, u"DATE"_s, u"KIND"_s,

@@ -86,22 +86,28 @@ bool readJob(const CommandLine& pLine, Job* pTo)
     return !pLine.isSet("above") || pLine.openPlace("above", &pTo->mAbove);
 }
 
-bool publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys, QString* pError)
+Failure publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys)
 {
     os::FileSystem& tFileSystem = os::realFileSystem();
     Publication tPublication(tFileSystem, pLine.repository(), *pKeys);
     bool tRaised = false;
-    if (!pKeys->open(pError) ||
-        (pJob.mAbove && !takeOver(tFileSystem, *pJob.mAbove, pLine.repository(), pKeys, &tRaised, pError)) ||
-        !tPublication.run(pJob.mTimes, pError)) {
-        return false;
+    if (Failure tFailure = pKeys->open()) {
+        return tFailure;
+    }
+    if (pJob.mAbove) {
+        if (Failure tFailure = takeOver(tFileSystem, *pJob.mAbove, pLine.repository(), pKeys, &tRaised)) {
+            return tFailure;
+        }
+    }
+    if (Failure tFailure = tPublication.run(pJob.mTimes)) {
+        return tFailure;
     }
     if (tRaised || tPublication.hasRaised()) {
         complain(u"Warning: the record is older than the published repository, and continued above "
                  "its versions. Repeat what was added or removed since; see "
                  "\"vkpublish list\""_s);
     }
-    return !pLine.isSet("prune") || tPublication.prune(pJob.mTimes.mNow, pJob.mGrace, pError);
+    return pLine.isSet("prune") ? tPublication.prune(pJob.mTimes.mNow, pJob.mGrace) : Failure();
 }
 
 } // namespace
@@ -120,9 +126,8 @@ int cmdPublish(const QStringList& pArguments)
         return StatusUsage;
     }
     KeyFolder tKeys(os::realFileSystem(), tLine.keys());
-    QString tError;
-    if (!publish(tLine, tJob, &tKeys, &tError)) {
-        complain(tError);
+    if (const Failure tFailure = publish(tLine, tJob, &tKeys)) {
+        complain(tFailure.mText);
         return StatusFailed;
     }
     warn(tJob.mTimes, tKeys.mRecord.mRoot);

@@ -50,9 +50,8 @@ int cmdRemove(const QStringList& pArguments)
         }
     }
     KeyFolder tKeys(os::realFileSystem(), tLine.keys());
-    QString tError;
-    if (!tKeys.open(&tError)) {
-        complain(tError);
+    if (const Failure tFailure = tKeys.open()) {
+        complain(tFailure.mText);
         return StatusFailed;
     }
     const QStringList tArchives = archivesOf(tKeys.mRecord.mTargets, tLine.argument(1), tVersion);
@@ -63,8 +62,8 @@ int cmdRemove(const QStringList& pArguments)
     for (const QString& tArchive : tArchives) {
         tKeys.mRecord.mTargets.remove(tArchive);
     }
-    if (!tKeys.save(&tError)) {
-        complain(tError);
+    if (const Failure tFailure = tKeys.save()) {
+        complain(tFailure.mText);
         return StatusFailed;
     }
     for (const QString& tArchive : tArchives) {

@@ -38,14 +38,18 @@ int cmdRotateKey(const QStringList& pArguments)
     }
 
     const QDateTime tNow = QDateTime::currentDateTimeUtc();
-    const PublicationTimes tTimes{tNow, tNow.addDays(*tDays), tNow.addDays(365)};
+    const PublicationTimes tTimes{
+        .mNow = tNow, .mExpires = tNow.addDays(*tDays), .mTargetsExpires = tNow.addDays(365)};
     KeyFolder tKeys(os::realFileSystem(), tLine.keys());
     Publication tPublication(os::realFileSystem(), tLine.repository(), tKeys);
-    QString tError;
     QDateTime tOldUntil;
-    if (!tKeys.open(&tError) || !rotateKey(&tKeys, &tPublication, tRole, tType, tTimes,
-                                           tNow.addDays(*tRootDays), &tOldUntil, &tError)) {
-        complain(tError);
+    Failure tFailure = tKeys.open();
+    if (!tFailure) {
+        tFailure =
+            rotateKey(&tKeys, &tPublication, tRole, tType, tTimes, tNow.addDays(*tRootDays), &tOldUntil);
+    }
+    if (tFailure) {
+        complain(tFailure.mText);
         return StatusFailed;
     }
     say(u"The role %1 has a new key: %2/%3. %4"_s.arg(

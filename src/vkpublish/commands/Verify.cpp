@@ -9,7 +9,7 @@
 
 #include "internal/PlainText.h"
 #include "os/FileSystem.h"
-#include "tuf/AtomicFile.h"
+#include "os/FileTools.h"
 #include "tuf/Metadata.h"
 
 #include <QtCore/QFileInfo>
@@ -44,19 +44,20 @@ bool hasVoucher(const CommandLine& pLine)
     return pLine.isSet("root") || pLine.isSet("keys") || QFileInfo::exists(pLine.keys() + "/record.json"_L1);
 }
 
-// Whether the roots lead to the one in the key folder's record.
-bool isOfTheKeys(const CommandLine& pLine, const QList<QByteArray>& pRoots, QString* pError)
+// A failure if the roots don't lead to the one in the key folder's record.
+Failure checkKeys(const CommandLine& pLine, const QList<QByteArray>& pRoots)
 {
     KeyFolder tKeys(os::realFileSystem(), pLine.keys());
-    if (!tKeys.openForReading(pError)) {
-        return false;
+    if (Failure tFailure = tKeys.openForReading()) {
+        return tFailure;
     }
     if (!pRoots.contains(tKeys.mRecord.mRoot)) {
-        *pError = u"The roots do not lead to the one in the record of %1: this is another "
-                  "repository, or a rotate-key was interrupted, and \"vkpublish publish\" makes it "
-                  "good"_s.arg(tKeys.path());
+        return Failure::content(
+            u"The roots do not lead to the one in the record of %1: this is another "
+            "repository, or a rotate-key was interrupted, and \"vkpublish publish\" makes it "
+            "good"_s.arg(tKeys.path()));
     }
-    return pError->isEmpty();
+    return {};
 }
 
 QString compare(qint64 pHere, qint64 pThere)
@@ -64,10 +65,10 @@ QString compare(qint64 pHere, qint64 pThere)
     return pHere < pThere ? u"behind"_s : pHere > pThere ? u"ahead"_s : u"the same"_s;
 }
 
-// Writes the versions of both. False, with a reason, if machines that know the other one refuse this one.
-bool isUpToDate(const RepositoryState& pHere, const RepositoryState& pThere, const QString& pPlace,
-                QString* pError)
+// Writes the versions of both. A failure if machines that know the other one refuse this one.
+Failure checkVersions(const RepositoryState& pHere, const RepositoryState& pThere, const QString& pPlace)
 {
+    Failure tFailure;
     for (auto tIt = pThere.mVersions.begin(); tIt != pThere.mVersions.end(); ++tIt) {
         const qint64 tHere = pHere.mVersions.value(tIt.key());
         say(u"%1: version %2 here, %3 there: %4"_s.arg(tIt.key())
@@ -75,33 +76,37 @@ bool isUpToDate(const RepositoryState& pHere, const RepositoryState& pThere, con
                 .arg(tIt.value())
                 .arg(compare(tHere, tIt.value())));
         if (tHere < tIt.value()) {
-            *pError = u"The repository is behind %1, and machines that know that one refuse it: "
-                      "publish with --above %1"_s.arg(pPlace);
+            tFailure =
+                Failure::content(u"The repository is behind %1, and machines that know that one refuse it: "
+                                 "publish with --above %1"_s.arg(pPlace));
         }
     }
     const qsizetype tRoots = std::min(pHere.mNewRoots.size(), pThere.mNewRoots.size());
     if (pHere.mNewRoots.first(tRoots) != pThere.mNewRoots.first(tRoots)) {
-        *pError = u"The roots differ from those at %1, and machines that know these refuse "
-                  "the repository: a key was replaced twice, from the same backup"_s.arg(pPlace);
-    } else if (pError->isEmpty() && pHere.mVersions[tuf::sTimestamp] == pThere.mVersions[tuf::sTimestamp] &&
-               pHere.mTimestamp != pThere.mTimestamp) {
-        *pError = u"The timestamp has the same version at %1, but other content: machines "
-                  "keep the one that they saw first. Publish with --above %1"_s.arg(pPlace);
+        return Failure::content(
+            u"The roots differ from those at %1, and machines that know these refuse "
+            "the repository: a key was replaced twice, from the same backup"_s.arg(pPlace));
     }
-    return pError->isEmpty();
+    if (!tFailure && pHere.mVersions[tuf::sTimestamp] == pThere.mVersions[tuf::sTimestamp] &&
+        pHere.mTimestamp != pThere.mTimestamp) {
+        return Failure::content(u"The timestamp has the same version at %1, but other content: machines "
+                                "keep the one that they saw first. Publish with --above %1"_s.arg(pPlace));
+    }
+    return tFailure;
 }
 
-bool compareWith(tuf::Fetcher& pOther, const CommandLine& pLine, const QByteArray& pRoot, QString* pError)
+Failure compareWith(tuf::Fetcher& pOther, const CommandLine& pLine, const QByteArray& pRoot)
 {
     FolderFetcher tFolder(os::realFileSystem(), metadataFolder(pLine.repository()));
     RepositoryState tHere;
     RepositoryState tThere;
-    Failure tError = readState(tFolder, pRoot, &tHere);
-    if (!tError) {
-        tError = readState(pOther, pRoot, &tThere);
+    if (Failure tFailure = readState(tFolder, pRoot, &tHere)) {
+        return tFailure;
     }
-    *pError = tError.mText;
-    return !tError && isUpToDate(tHere, tThere, pLine.value("against"), pError);
+    if (Failure tFailure = readState(pOther, pRoot, &tThere)) {
+        return tFailure;
+    }
+    return checkVersions(tHere, tThere, pLine.value("against"));
 }
 
 // The reasons why the repository is not good.
@@ -115,13 +120,15 @@ QStringList findProblems(const CommandLine& pLine, const QByteArray& pRoot, tuf:
     }
     *pPackageCount = tResult.mPackageCount;
     QStringList tProblems = tResult.mProblems;
-    QString tError;
-    if (!pLine.isSet("root") && hasVoucher(pLine) && !isOfTheKeys(pLine, tResult.mRoots, &tError)) {
-        tProblems.append(tError);
+    if (!pLine.isSet("root") && hasVoucher(pLine)) {
+        if (const Failure tFailure = checkKeys(pLine, tResult.mRoots)) {
+            tProblems.append(tFailure.mText);
+        }
     }
-    tError.clear();
-    if (pOther != nullptr && !compareWith(*pOther, pLine, pRoot, &tError)) {
-        tProblems.append(tError);
+    if (pOther != nullptr) {
+        if (const Failure tFailure = compareWith(*pOther, pLine, pRoot)) {
+            tProblems.append(tFailure.mText);
+        }
     }
     return tProblems;
 }
@@ -143,13 +150,13 @@ int cmdVerify(const QStringList& pArguments)
     }
     const QString tRootPath =
         tLine.isSet("root") ? tLine.value("root") : versionedPath(tLine.repository(), tuf::sRoot, 1);
-    QByteArray tRoot;
-    if (const Failure tError = tuf::readWholeFile(os::realFileSystem(), tRootPath, sMaxRoot, &tRoot)) {
-        complain(tError.mText);
+    const Result<QByteArray> tRoot = os::readFile(os::realFileSystem(), tRootPath, sMaxRoot);
+    if (!tRoot) {
+        complain(tRoot.failure().mText);
         return StatusFailed;
     }
     int tPackageCount = 0;
-    const QStringList tProblems = findProblems(tLine, tRoot, tOther.get(), &tPackageCount);
+    const QStringList tProblems = findProblems(tLine, *tRoot, tOther.get(), &tPackageCount);
     for (const QString& tProblem : tProblems) {
         complain(tProblem);
     }

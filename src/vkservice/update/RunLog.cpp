@@ -1,7 +1,6 @@
 #include "update/RunLog.h"
 
 #include "os/FileTools.h"
-#include "tuf/AtomicFile.h"
 
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QDir>
@@ -106,21 +105,20 @@ bool RunLog::append(InstallLogStore* pLog, const Manifest& pRun)
 
 bool RunLog::enterWaiting(InstallLogStore* pLog, const QString& pPath)
 {
-    QByteArray tBytes;
-    if (const Failure tFailure = os::readFile(mFileSystem, pPath, sMaxFileSize, &tBytes)) {
-        mReason = tFailure.mText;
+    const Result<QByteArray> tBytes = os::readFile(mFileSystem, pPath, sMaxFileSize);
+    if (!tBytes) {
+        mReason = tBytes.failure().mText;
         return false;
     }
-    Manifest tRun;
-    QString tError;
-    if (!Manifest::fromBytes(tBytes, &tRun, &tError)) {
+    const Result<Manifest> tRun = Manifest::fromBytes(*tBytes);
+    if (!tRun) {
         const QString tAside = mStateDir + u'/' + QFileInfo(pPath).fileName() + u".damaged"_s;
         mWarnings.append(u"A run that waits for the install log is damaged and was renamed to %1: %2."_s.arg(
-            tAside, tError));
+            tAside, tRun.failure().mText));
         mReason = u"%1 can't be moved away"_s.arg(pPath);
         return mFileSystem.rename(QFile::encodeName(pPath), QFile::encodeName(tAside)) == 0;
     }
-    if (!append(pLog, tRun)) {
+    if (!append(pLog, *tRun)) {
         return false;
     }
     // One that stays is in the log already, and a later run finds that out.
@@ -142,7 +140,7 @@ Failure RunLog::keep(const Manifest& pRun, Kind pKind)
     }
     Manifest tKept = pRun;
     tKept.mPackages.clear();
-    return tuf::writeFileAtomically(mFileSystem, tPath, tKept.toBytes(), sFileMode).as(Failure::Kind::Io);
+    return os::replaceFile(mFileSystem, tPath, tKept.toBytes(), sFileMode).as(Failure::Kind::Io);
 }
 
 QStringList RunLog::waiting() const

@@ -23,8 +23,7 @@ constexpr qint64 sMaxNoteSize = 64 * 1024;
 ServerNote::ServerNote(os::FileSystem& pFileSystem, const TrustFolder& pTrust, const QString& pUri)
     : mFileSystem(pFileSystem), mTrust(pTrust), mPath(pTrust.notePath(pUri))
 {
-    QByteArray tBytes;
-    (void)os::readFile(mFileSystem, mPath, sMaxNoteSize, &tBytes);
+    const QByteArray tBytes = os::readFile(mFileSystem, mPath, sMaxNoteSize).valueOr({});
     const QJsonObject tNote = QJsonDocument::fromJson(tBytes).object();
     const auto tText = [&tNote](const char* pName) {
         return tNote.value(QLatin1String(pName)).toString().toUtf8();
@@ -57,10 +56,8 @@ void ServerNote::setComplete(const QByteArray& pState, const QByteArray& pTimest
         {u"etag"_s, QString::fromUtf8(pValidators.mEtag)},
         {u"lastModified"_s, QString::fromUtf8(pValidators.mLastModified)},
     };
-    const QString tNew = mPath + u".new"_s;
-    if (!os::writeFile(mFileSystem, tNew, QJsonDocument(tNote).toJson(), sPrivateFile)) {
-        mFileSystem.rename(QFile::encodeName(tNew), QFile::encodeName(mPath));
-    }
+    // Without a note, the next run only asks for more.
+    (void)os::replaceFile(mFileSystem, mPath, QJsonDocument(tNote).toJson(), sPrivateFile);
 }
 
 } // namespace tarn::vkservice::update

@@ -2,7 +2,6 @@
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
-#include "tuf/AtomicFile.h"
 #include "tuf/Hashes.h"
 
 #include <QtCore/QDir>
@@ -45,13 +44,13 @@ qint64 versionOf(const QByteArray& pFile)
 Failure readFiles(os::FileSystem& pFileSystem, const QDir& pFolder, FileMap* pTo)
 {
     for (const QString& tName : pFolder.entryList({u"*.json"_s}, QDir::Files)) {
-        QByteArray tBytes;
-        const Failure tFailure =
-            tuf::readWholeFile(pFileSystem, pFolder.filePath(tName), sMaxMetadataSize, &tBytes);
-        if (tFailure.mKind == Failure::Kind::Damaged) {
-            return tFailure;
+        const auto tBytes = os::readFile(pFileSystem, pFolder.filePath(tName), sMaxMetadataSize);
+        if (tBytes.failure().mKind == Failure::Kind::Io) {
+            return tBytes.failure().as(Failure::Kind::Damaged);
         }
-        pTo->insert(tName, {versionOf(tBytes), tBytes});
+        if (tBytes) {
+            pTo->insert(tName, {versionOf(*tBytes), *tBytes});
+        }
     }
     return {};
 }
@@ -76,15 +75,16 @@ void takeNewest(const FileMap& pFiles, FileMap* pTo)
 Failure makeFolder(os::FileSystem& pFileSystem, const QString& pPath, const FileMap& pFiles)
 {
     const QString tNew = pPath + u".new"_s;
-    Failure tFailure = os::removeTree(pFileSystem, tNew);
-    tFailure = tFailure ? tFailure : os::makePath(pFileSystem, tNew, sPrivateDir);
-    if (tFailure) {
+    if (Failure tFailure = os::removeTree(pFileSystem, tNew)) {
+        return tFailure;
+    }
+    if (Failure tFailure = os::makePath(pFileSystem, tNew, sPrivateDir)) {
         return tFailure;
     }
     for (auto tIt = pFiles.cbegin(); tIt != pFiles.cend(); ++tIt) {
         const QString tFile = tNew + u'/' + tIt.key();
-        if (const Failure tFailure = tuf::writeFileAtomically(pFileSystem, tFile, tIt->mBytes, sFileMode)) {
-            return tFailure;
+        if (Failure tFailure = os::replaceFile(pFileSystem, tFile, tIt->mBytes, sFileMode)) {
+            return tFailure.as(Failure::Kind::Damaged);
         }
     }
     if (pFileSystem.rename(QFile::encodeName(tNew), QFile::encodeName(pPath)) != 0) {
@@ -102,19 +102,19 @@ TrustAdoption::TrustAdoption(os::FileSystem& pFileSystem, const QString& pFolder
     mOld = QDir(pFolder).entryList(QDir::Dirs | QDir::NoSymLinks | QDir::NoDotAndDotDot).filter(sName);
 }
 
-Failure TrustAdoption::readNote(const QString& pFolder, QString* pRootHash) const
+Result<QString> TrustAdoption::readNote(const QString& pFolder) const
 {
-    QByteArray tBytes;
-    const Failure tFailure =
-        tuf::readWholeFile(mFileSystem, mFolder + u'/' + pFolder + sNoteSuffix, sMaxMetadataSize, &tBytes);
-    *pRootHash = QJsonDocument::fromJson(tBytes).object().value("root"_L1).toString();
-    return tFailure.mKind == Failure::Kind::Damaged ? tFailure : Failure();
+    const auto tBytes = os::readFile(mFileSystem, mFolder + u'/' + pFolder + sNoteSuffix, sMaxMetadataSize);
+    if (tBytes.failure().mKind == Failure::Kind::Io) {
+        return tBytes.failure().as(Failure::Kind::Damaged);
+    }
+    return QJsonDocument::fromJson(tBytes.valueOr({})).object().value("root"_L1).toString();
 }
 
 QByteArray TrustAdoption::rootHash(const QString& pUri) const
 {
-    QString tHash;
-    (void)readNote(QString::fromLatin1(tuf::sha256(pUri.toUtf8()).left(sNameLength)), &tHash);
+    const QString tFolder = QString::fromLatin1(tuf::sha256(pUri.toUtf8()).left(sNameLength));
+    const QString tHash = readNote(tFolder).valueOr({});
     return tuf::Hash::fromHex(tuf::HashAlgorithm::Sha256, tHash) ? tHash.toLatin1() : QByteArray();
 }
 
@@ -122,17 +122,19 @@ Failure TrustAdoption::adopt(const QByteArray& pRootHash, const QString& pTo) co
 {
     FileMap tNewest;
     for (const QString& tName : mOld) {
-        QString tNoted;
-        Failure tFailure = readNote(tName, &tNoted);
-        // A note that was lost counts for the root file that is there, as that version had it.
-        if (!tFailure && (tNoted.isEmpty() || tNoted == QLatin1String(pRootHash))) {
-            FileMap tFiles;
-            tFailure = readFiles(mFileSystem, QDir(mFolder + u'/' + tName), &tFiles);
-            takeNewest(tFiles, &tNewest);
+        const Result<QString> tNoted = readNote(tName);
+        if (!tNoted) {
+            return tNoted.failure();
         }
-        if (tFailure) {
+        // A note that was lost counts for the root file that is there, as that version had it.
+        if (!tNoted->isEmpty() && *tNoted != QLatin1String(pRootHash)) {
+            continue;
+        }
+        FileMap tFiles;
+        if (Failure tFailure = readFiles(mFileSystem, QDir(mFolder + u'/' + tName), &tFiles)) {
             return tFailure;
         }
+        takeNewest(tFiles, &tNewest);
     }
     const bool tHasRoot = tNewest.value(sRootFile).mVersion > 0;
     return tHasRoot ? makeFolder(mFileSystem, pTo, tNewest) : Failure();

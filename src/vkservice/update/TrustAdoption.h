@@ -28,7 +28,7 @@ public:
     void remove() const;
 
 private:
-    Failure readNote(const QString& pFolder, QString* pRootHash) const;
+    Result<QString> readNote(const QString& pFolder) const;
 
     os::FileSystem& mFileSystem;
     QString mFolder;

@@ -1,7 +1,6 @@
 #include "update/TrustFolder.h"
 
 #include "os/FileTools.h"
-#include "tuf/AtomicFile.h"
 #include "tuf/Hashes.h"
 #include "tuf/Updater.h"
 #include "update/TrustAdoption.h"
@@ -58,11 +57,10 @@ QString TrustFolder::currentPath() const
 
 Failure TrustFolder::prepare(const QString& pRootFile, const QString& pUri)
 {
-    QByteArray tRoot;
-    const Failure tNoRoot = os::readFile(mFileSystem, pRootFile, sMaxRootSize, &tRoot);
-    mRootHash = tNoRoot ? lastRoot(pUri) : tuf::sha256(tRoot);
+    const Result<QByteArray> tRoot = os::readFile(mFileSystem, pRootFile, sMaxRootSize);
+    mRootHash = tRoot ? tuf::sha256(*tRoot) : lastRoot(pUri);
     if (mRootHash.isEmpty()) {
-        return noRootFile(tNoRoot.mText);
+        return noRootFile(tRoot.failure().mText);
     }
     const auto tHasTrust = [this] { return QFileInfo::exists(path() + u"/root.json"_s); };
     const TrustAdoption tOld(mFileSystem, mFolder);
@@ -75,10 +73,10 @@ Failure TrustFolder::prepare(const QString& pRootFile, const QString& pUri)
         }
     }
     if (!tHasTrust()) {
-        if (tNoRoot) {
-            return noRootFile(tNoRoot.mText);
+        if (!tRoot) {
+            return noRootFile(tRoot.failure().mText);
         }
-        if (Failure tFailure = tuf::Updater::initialize(mFileSystem, path(), tRoot)) {
+        if (Failure tFailure = tuf::Updater::initialize(mFileSystem, path(), *tRoot)) {
             return tFailure;
         }
     }
@@ -92,8 +90,7 @@ Failure TrustFolder::prepare(const QString& pRootFile, const QString& pUri)
 // Of the run before this one; empty: not known.
 QByteArray TrustFolder::lastRoot(const QString& pUri) const
 {
-    QByteArray tHash;
-    (void)tuf::readWholeFile(mFileSystem, currentPath(), sMaxRootSize, &tHash);
+    QByteArray tHash = os::readFile(mFileSystem, currentPath(), sMaxRootSize).valueOr({});
     if (!tuf::Hash::fromHex(tuf::HashAlgorithm::Sha256, QString::fromLatin1(tHash))) {
         tHash = TrustAdoption(mFileSystem, mFolder).rootHash(pUri);
     }
@@ -102,18 +99,16 @@ QByteArray TrustFolder::lastRoot(const QString& pUri) const
 
 Failure TrustFolder::noteCurrent()
 {
-    QByteArray tNoted;
-    (void)tuf::readWholeFile(mFileSystem, currentPath(), sMaxRootSize, &tNoted);
-    return tNoted == mRootHash
-               ? Failure()
-               : tuf::writeFileAtomically(mFileSystem, currentPath(), mRootHash, sPrivateFile);
+    if (os::readFile(mFileSystem, currentPath(), sMaxRootSize).valueOr({}) == mRootHash) {
+        return {};
+    }
+    return os::replaceFile(mFileSystem, currentPath(), mRootHash, sPrivateFile).as(Failure::Kind::Damaged);
 }
 
 QByteArray TrustFolder::timestampHash() const
 {
-    QByteArray tBytes;
-    const QString tFile = path() + u"/timestamp.json"_s;
-    return os::readFile(mFileSystem, tFile, sMaxMetadataSize, &tBytes) ? QByteArray() : tuf::sha256(tBytes);
+    const auto tBytes = os::readFile(mFileSystem, path() + u"/timestamp.json"_s, sMaxMetadataSize);
+    return tBytes ? tuf::sha256(*tBytes) : QByteArray();
 }
 
 QDateTime TrustFolder::earliestExpiry() const
@@ -121,8 +116,8 @@ QDateTime TrustFolder::earliestExpiry() const
     QDateTime tEarliest;
     const QStringList tNames = QDir(path()).entryList({u"*.json"_s}, QDir::Files);
     for (const QString& tName : tNames) {
-        QByteArray tBytes;
-        (void)os::readFile(mFileSystem, path() + u'/' + tName, sMaxMetadataSize, &tBytes);
+        const QByteArray tBytes =
+            os::readFile(mFileSystem, path() + u'/' + tName, sMaxMetadataSize).valueOr({});
         const QJsonObject tSigned = QJsonDocument::fromJson(tBytes).object().value("signed"_L1).toObject();
         const QString tExpires = tSigned.value("expires"_L1).toString();
         const QDateTime tDate = QDateTime::fromString(tExpires, Qt::ISODate);

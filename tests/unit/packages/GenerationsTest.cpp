@@ -65,10 +65,8 @@ protected:
 
     QByteArray current(const char* pPackage) const
     {
-        QByteArray tBytes;
-        (void)os::readFile(os::realFileSystem(), mDir.filePath(q("install/current/%1/file").arg(q(pPackage))),
-                           100, &tBytes);
-        return tBytes;
+        const QString tFile = mDir.filePath(q("install/current/%1/file").arg(q(pPackage)));
+        return os::readFile(os::realFileSystem(), tFile, 100).valueOr({});
     }
 
     QStringList list(const QString& pBelow) const
@@ -234,16 +232,15 @@ TEST(ManifestTest, KeepsEverything)
     tRecord.mReport.setValue(q("en"), q("a\nb"));
     tManifest.mRecords = {tRecord};
 
-    Manifest tRead;
-    QString tError;
-    ASSERT_TRUE(Manifest::fromBytes(tManifest.toBytes(), &tRead, &tError)) << tError;
-    EXPECT_EQ(tRead.toBytes(), tManifest.toBytes());
-    EXPECT_EQ(tRead.mRunDate, tManifest.mRunDate);
-    EXPECT_EQ(tRead.mRecords.first().mTitle, tRecord.mTitle);
+    const auto tRead = Manifest::fromBytes(tManifest.toBytes());
+    ASSERT_TRUE(tRead) << tRead.failure().mText;
+    EXPECT_EQ(tRead->toBytes(), tManifest.toBytes());
+    EXPECT_EQ(tRead->mRunDate, tManifest.mRunDate);
+    EXPECT_EQ(tRead->mRecords.first().mTitle, tRecord.mTitle);
 
     const QByteArray tHash = tPackage.mHash.toHex();
     for (const QByteArray& tBad : {QByteArray(), QByteArray("../../x"), tHash.toUpper(), tHash + "bb"}) {
-        EXPECT_FALSE(Manifest::fromBytes(tManifest.toBytes().replace(tHash, tBad), &tRead, &tError)) << tBad;
+        EXPECT_FALSE(Manifest::fromBytes(tManifest.toBytes().replace(tHash, tBad))) << tBad;
     }
     const std::pair<const char*, const char*> tFolders[] = {
         // before and after NAME/VERSION-HASH; only the first one is valid
@@ -253,7 +250,7 @@ TEST(ManifestTest, KeepsEverything)
     const QString tBelow = tPackage.mFolder.mid(9);
     for (const auto& tCase : tFolders) {
         tManifest.mPackages.first().mFolder = q(tCase.first) + tBelow + q(tCase.second);
-        EXPECT_EQ(Manifest::fromBytes(tManifest.toBytes(), &tRead, &tError), &tCase == tFolders)
+        EXPECT_EQ(static_cast<bool>(Manifest::fromBytes(tManifest.toBytes())), &tCase == tFolders)
             << tCase.first;
     }
 }

@@ -41,14 +41,14 @@ protected:
     QString pack(const QDateTime& pLatest = QDateTime::currentDateTimeUtc(),
                  tarn::os::FileSystem& pFileSystem = tarn::os::realFileSystem())
     {
-        QString tError;
         std::vector<FolderEntry> tEntries;
         mResult = PackResult();
-        if (scanFolder(mDir.filePath(q("f")), &tEntries, &tError)) {
-            packFolder(pFileSystem, mDir.filePath(q("f")), tEntries, pLatest, 3, mDir.filePath(q("archive")),
-                       &mResult, &tError);
+        tarn::Failure tFailure = scanFolder(mDir.filePath(q("f")), &tEntries);
+        if (!tFailure) {
+            tFailure = packFolder(pFileSystem, mDir.filePath(q("f")), tEntries, pLatest, 3,
+                                  mDir.filePath(q("archive")), &mResult);
         }
-        return tError;
+        return tFailure.mText;
     }
 
     QTemporaryDir mDir;

@@ -31,15 +31,19 @@ TEST_F(PublicationTest, ClientsSeeTheOldStateOrTheNewOne)
             FaultyFileSystem tFileSystem;
             tFileSystem.mForGood = tForGood;
             tFileSystem.failAt(i, ENOSPC);
-            QString tError;
             {
                 KeyFolder tKeys(tFileSystem, path("r.keys"));
                 Publication tPublication(tFileSystem, path("r"), tKeys);
-                const bool tDone = tKeys.open(&tError) && tPublication.run(tTimes, &tError);
+                tarn::Failure tFailure = tKeys.open();
+                if (!tFailure) {
+                    tFailure = tPublication.run(tTimes);
+                }
+                const bool tDone = !tFailure;
                 tFailed = tFileSystem.hasFailed();
                 // A single failure, or one of the last operation, may be repaired at once or do no harm.
-                EXPECT_TRUE(tDone ? !tFailed || !tForGood || tFileSystem.count() == i : tFailed) << tError;
-                EXPECT_EQ(tError.isEmpty(), tDone);
+                EXPECT_TRUE(tDone ? !tFailed || !tForGood || tFileSystem.count() == i : tFailed)
+                    << tFailure.mText;
+                EXPECT_EQ(tFailure.mText.isEmpty(), tDone);
             }
             const QString tSeen = followAsClient();
             EXPECT_TRUE(tSeen == tTwo || (tFailed && tSeen == tOne)) << tSeen;
@@ -86,10 +90,9 @@ protected:
         KeyFolder tKeys(pFileSystem, path("r.keys"));
         Publication tPublication(pFileSystem, path("r"), tKeys);
         QDateTime tUntil;
-        QString tError;
-        return tKeys.open(&tError) &&
-               rotateKey(&tKeys, &tPublication, pRole, q("ed25519"), {tNow, tNow.addDays(1), tNow.addDays(1)},
-                         tNow.addDays(9), &tUntil, &tError);
+        return !tKeys.open() &&
+               !rotateKey(&tKeys, &tPublication, pRole, q("ed25519"),
+                          {tNow, tNow.addDays(1), tNow.addDays(1)}, tNow.addDays(9), &tUntil);
     }
 };
 

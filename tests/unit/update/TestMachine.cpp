@@ -74,10 +74,7 @@ RunResult TestMachine::run()
 
 packages::Manifest TestMachine::manifest() const
 {
-    packages::Manifest tManifest;
-    QString tError;
-    packages::Manifest::fromBytes(readFile(installed(packages::manifestFileName())), &tManifest, &tError);
-    return tManifest;
+    return packages::Manifest::fromBytes(readFile(installed(packages::manifestFileName()))).valueOr({});
 }
 
 QStringList TestMachine::packages() const
