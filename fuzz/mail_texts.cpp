@@ -3,7 +3,10 @@
 #include "internal/PlainText.h"
 #include "mail/Address.h"
 #include "mail/Headers.h"
+#include "mail/Mail.h"
 #include "mail/SmtpSettings.h"
+
+#include <QtCore/QDateTime>
 
 #include <algorithm>
 #include <cstdlib>

@@ -16,7 +16,6 @@
 using namespace Qt::StringLiterals;
 
 using namespace tarn;
-using namespace tarn::vkservice;
 
 namespace {
 

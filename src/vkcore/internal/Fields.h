@@ -28,6 +28,8 @@ struct Field
 
     const V& get(const T& pFrom) const { return pFrom.*mMember; }
 };
+template <typename T, typename V>
+Field(const char*, V T::*) -> Field<T, V>;
 
 // One that T keeps behind functions: V get(const T&) and void set(T&, V).
 template <typename G, typename S>
@@ -43,6 +45,8 @@ struct Property
         return std::invoke(mGet, pFrom);
     }
 };
+template <typename G, typename S>
+Property(const char*, G, S) -> Property<G, S>;
 
 // Specialised for each type that travels: a tuple of Field and Property.
 template <typename T>
