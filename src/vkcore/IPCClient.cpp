@@ -10,6 +10,8 @@
 #include "internal/Values.h"
 #include "ipc/Session.h"
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkcore {
@@ -377,10 +379,10 @@ bool IPCClient::setScheduleParameters(Scheduler::AutoUpdateMode pMode, int pFlag
 {
     const Schedule tSchedule{.mMode = pMode,
                              .mFlags = pFlags,
-                             .mNextCheck = pNextCheck,
+                             .mNextCheck = std::move(pNextCheck),
                              .mPeriodCount = pPeriodCount,
                              .mUnit = pUnit,
-                             .mExtra = pExtra};
+                             .mExtra = std::move(pExtra)};
     return d->order(u"setScheduleParameters"_s, toJson(ScheduleChange{tSchedule, pSave}));
 }
 
