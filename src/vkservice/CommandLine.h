@@ -5,7 +5,7 @@
 
 namespace tarn::vkservice {
 
-// What the service was started with.
+// The options that the service was started with.
 struct CommandLine
 {
     enum class Order
@@ -13,7 +13,7 @@ struct CommandLine
         Run,
         Help,
         Version,
-        Refuse, // mComplaint says what is wrong
+        Refuse, // mComplaint holds the error
     };
 
     Order mOrder = Order::Run;
@@ -22,7 +22,7 @@ struct CommandLine
     bool mWorker = false;     // -worker: for the parent process alone
     QString mSocketName;      // -s=NAME, empty if not given
 
-    // pArguments without the program's own name.
+    // pArguments without the program name.
     static CommandLine parse(const QStringList& pArguments);
     static QString usage();
 };

@@ -32,7 +32,7 @@ using process::ServiceApplication;
 
 namespace {
 
-constexpr int sLockWaitMs = 5000; // a service that is just ending lets go within this
+constexpr int sLockWaitMs = 5000; // a service that is shutting down releases it within this time
 constexpr int sLockLookMs = 100;
 constexpr int sMinuteMs = 60000;
 
@@ -116,8 +116,8 @@ bool Service::start(QString* pError)
     if (!mUpdates.recover(&tReason)) {
         mApp.write(LogLevel::Error, tReason);
     }
-    // The service may have been killed before the mail about the run was queued; the log of what it installed
-    // is complete now.
+    // The service may have been killed before it queued the mail about the run; by now the log of the
+    // installed packages is complete.
     mMail.onRunEnded(mUpdates.lastRun());
     if (!listen(pError) || !mSchedule.start(mLifetime.isWorker(), pError)) {
         return false;
@@ -139,7 +139,7 @@ bool Service::lockState(QString* pError)
         *pError = u"The state directory %1 can't be created: %2."_s.arg(tDir, qt_error_string());
         return false;
     }
-    // Nobody else may read it: whoever can open the file could hold the lock.
+    // Only the owner may read the file: any process that can open it could hold the lock.
     const QString tPath = tDir + u"/state.lock"_s;
     const int tFd =
         ::open(QFile::encodeName(tPath).constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -151,7 +151,7 @@ bool Service::lockState(QString* pError)
     mStateLock = std::make_unique<LockFile>(&mApp, tPath, LockFile::Exclusive);
     const QDeadlineTimer tDeadline(sLockWaitMs);
     while (!mStateLock->lock(sLockLookMs, sLockLookMs / 2, false)) {
-        // A worker is not needed where another one serves the socket already, or who started it has done.
+        // A worker is superfluous if another one already serves the socket, or if its parent has finished.
         const bool tNeedless = mLifetime.isWorker() && (process::SignalWatch::isEndPending() ||
                                                         ipc::ListenSocket::isServed(mSocketPath));
         if (tNeedless || tDeadline.hasExpired()) {
@@ -216,7 +216,7 @@ void Service::onStoreReplaced(const QString& pDamagedFile)
     reportDamage(pDamagedFile);
 }
 
-// Nobody may be listening yet when it is found out, and it must not go by unseen.
+// At the time of detection there may be no monitor yet, and the error must not be lost.
 void Service::reportDamage(const QString& pDamagedFile)
 {
     const QString tText = u"The service's store was damaged. Its settings are lost."_s;

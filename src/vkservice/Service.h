@@ -42,8 +42,8 @@ public:
     Service(process::ServiceApplication& pApp, const Options& pOptions);
     ~Service() override;
 
-    // Takes the state directory and the socket for this process alone. False, with a reason, where another
-    // service has them or they can't be had.
+    // Claims the state directory and the socket for this process. False, with a reason, if another service
+    // has them or they are not available.
     bool start(QString* pError);
 
     const ipc::MethodTable& methods() const { return mMethods; }

@@ -49,8 +49,8 @@ void print(FILE* pStream, const QString& pText)
     std::fputs(pText.toLocal8Bit().constData(), pStream);
 }
 
-// Has the worker end when nobody needs it any more. A parent that was killed before the worker could look for
-// it is never seen to go; but one that lives has a connection.
+// Ends the worker when nobody needs it. If the parent was killed before the worker began to watch it, its end
+// is never reported; but a live parent has a connection.
 void followParent(Service& pService, process::ParentWatch& pParent)
 {
     auto* tUnused = new QTimer(&pService);

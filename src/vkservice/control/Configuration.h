@@ -12,7 +12,7 @@ class ServiceApplication;
 
 namespace tarn::vkservice::control {
 
-// The variables together with the configuration files that give their defaults.
+// The variables, and the configuration files that give their defaults.
 class Configuration : public QObject
 {
     Q_OBJECT
@@ -23,7 +23,7 @@ public:
     const store::ConfigVariables& variables() const { return mVariables; }
     // False with a reason.
     bool set(const QString& pName, const QString& pValue, QString* pReason);
-    // Reads the configuration files again. False with a reason, which is in the log, too.
+    // Reads the configuration files again. On failure returns false with a reason, which is also logged.
     bool reload(QString* pError);
     // Logs each value that is ignored.
     void logComplaints() const;

@@ -17,21 +17,21 @@ namespace tarn::vkservice::control {
 
 class UpdateControl;
 
-// What the service says without being asked: to the log, and to the peers that monitor it.
+// Sends unsolicited events to the log and to the peers that monitor the service.
 class Events : public QObject
 {
     Q_OBJECT
 
 public:
-    // Passes on what pUpdates reports.
+    // Forwards what pUpdates reports.
     Events(ipc::SocketServer& pSockets, UpdateControl& pUpdates, process::ServiceApplication& pApp);
 
     // Types as on the socket: 0 error, 1 warning, 4 information.
     void error(int pType, const QString& pText, const QString& pDetails);
-    // Kept for the first monitor if there is none yet.
+    // Saved for the first monitor if none is connected yet.
     void errorToKeep(const QString& pText, const QString& pDetails);
     void checkIsDue();
-    // The errors that were kept.
+    // The saved errors.
     QList<vkcore::protocol::Message> takeKeptErrors() { return std::exchange(mKeptErrors, {}); }
 
 private:

@@ -32,8 +32,8 @@ QStringList startTlsWords()
 
 } // namespace
 
-// A row for each variable: its name, its default, and for a number the least and the greatest. The manual
-// page vk.cfg.5 has to say the same; a test compares them.
+// One row for each variable: its name, its default, and for a number the minimum and the maximum. The manual
+// page vk.cfg.5 must list the same; a test compares them.
 void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
 {
     pVariables.addRule(pathRule(u"install.dir"_s, defaultInstallDir()));
@@ -54,7 +54,7 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addRule(certificatesRule(u"mail.caFile"_s));
     pVariables.addRule(yesNoRule(u"mail.allowPlaintext"_s, false));
     pVariables.addRule(wholeNumberRule(u"mail.timeout"_s, 60, 1, 600));
-    // Keys of the configuration file begin so. They are not variables.
+    // Prefixes of keys in the configuration file. They are not variables.
     pVariables.addPrefix(u"service."_s);
 }
 

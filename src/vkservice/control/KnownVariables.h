@@ -14,7 +14,7 @@ namespace tarn::vkservice::control {
 
 // The configuration variables that the service reads, with their rules and defaults.
 void addKnownVariables(store::ConfigVariables& pVariables, const QString& pConfigDir);
-// What they say of the mail server; none if the database can't be read.
+// The variables that set up the mail server; empty if the database cannot be read.
 std::optional<mail::SmtpSettings> smtpSettings(const store::ConfigVariables& pVariables);
 
 } // namespace tarn::vkservice::control

@@ -59,7 +59,7 @@ void Lifetime::leave(pid_t pAsker)
     tLook();
 }
 
-// Comes from the event loop, so that whatever is being answered now is answered first.
+// Queued through the event loop, so that answers in progress are sent first.
 void Lifetime::finish()
 {
     if (mFinished) {

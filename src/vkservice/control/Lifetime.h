@@ -17,7 +17,7 @@ class MailControl;
 class ScheduleControl;
 class UpdateControl;
 
-// How long the service lives: until it is told to end, or until nobody needs this worker any more.
+// Decides how long the service runs: until it is asked to stop or, for a worker, until no client needs it.
 class Lifetime : public QObject
 {
     Q_OBJECT
@@ -36,10 +36,11 @@ public:
 
     bool isWorker() const { return mWorker; }
     bool isEnding() const { return mEnding; }
-    // Begins the orderly end: tells the monitors, ends a run at its next safe point, then ended() comes.
+    // Starts an orderly shutdown: notifies the monitors, ends a run at its next safe point, then emits
+    // ended().
     void quit();
-    // The same for a worker that pAsker has started and needs no longer. Others may have found it meanwhile:
-    // it takes no more of them, and waits a few seconds for those that are there.
+    // The same for a worker that pAsker started and no longer needs. Other clients may have connected
+    // meanwhile: the worker accepts no new ones and waits a few seconds for those that are connected.
     void leave(pid_t pAsker);
 
 Q_SIGNALS:

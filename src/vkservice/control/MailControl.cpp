@@ -46,7 +46,7 @@ bool MailControl::open(QString* pError)
     if (!mMailer.open(pError)) {
         return false;
     }
-    // What is not among the settings would be forgotten.
+    // The mailer forgets addresses that are missing in the settings.
     const auto tSettings = mParts.mSettings.monitoring();
     const auto tSmtp = smtpSettings(mParts.mVariables);
     if (!tSettings || !tSmtp) {
@@ -163,7 +163,7 @@ QList<PackageLine> MailControl::installedPackages() const
     packages::GenerationReader tReader(os::realFileSystem(),
                                        {mParts.mVariables.text(u"install.dir"_s), tDataDir});
     packages::Manifest tManifest;
-    (void)tReader.current(&tManifest); // what can't be read has no lines
+    (void)tReader.current(&tManifest); // an unreadable log counts as empty
     const QString tLanguage = language();
     QList<PackageLine> tLines;
     for (const packages::InstalledPackage& tPackage : std::as_const(tManifest.mPackages)) {

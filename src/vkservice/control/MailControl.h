@@ -27,7 +27,7 @@ namespace tarn::vkservice::control {
 class ScheduleControl;
 class UpdateControl;
 
-// The mailer with what it needs of the service: its settings, its log of installed packages, its variables.
+// Connects the mailer to the service: its settings, its log of installed packages, its variables.
 class MailControl : public QObject
 {
     Q_OBJECT
@@ -45,14 +45,14 @@ public:
 
     explicit MailControl(const Parts& pParts);
 
-    // Takes up what is stored; once more after the store was replaced. False with a reason for the log.
+    // Loads the stored settings; called again after the store was replaced. False with a reason for the log.
     bool open(QString* pError);
     void onVariablesChanged();
     void onMonitoringChanged(const vkcore::MonitoringSettings& pSettings);
-    // Tells of a run once, however often it is called with the record of the same run.
+    // Reports a run once, however often it is called with the record of that run.
     void onRunEnded(const RunRecord& pRecord);
     void tick() { mMailer.tick(); }
-    // Gives a mail that is on its way a while to get there.
+    // Gives a mail that is being sent some time to finish.
     void finish(int pTimeoutMs);
 
     // The variables by which an administrator shows that an address is read: mail.verify.ADDRESS.

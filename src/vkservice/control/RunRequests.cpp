@@ -25,7 +25,7 @@ update::ServerAccess accessOf(const ServerEntry& pEntry)
             .mPassword = pEntry.mPassword.value_or(QString())};
 }
 
-// Names the server that people may take for the one in use: the default one, else the first.
+// Names the server that users will assume to be in use: the default one, else the first.
 QString disabledServerText(const QList<ServerEntry>& pServers)
 {
     if (pServers.isEmpty()) {
@@ -52,8 +52,7 @@ QList<update::ServerAccess> enabledServers(const QList<ServerEntry>& pServers)
     return tEnabled;
 }
 
-// A value that could not be read must not be taken for one that is not set: an update without caFile trusts
-// other certificates.
+// An unreadable value must not count as unset: an update without caFile trusts other certificates.
 bool readVariables(const store::ConfigVariables& pVariables, RunRequest* pTo)
 {
     bool tAllRead = true;

@@ -15,7 +15,7 @@ class ServiceApplication;
 
 namespace tarn::vkservice::control {
 
-// Where it is found what a run needs to know.
+// The sources of the data that a run needs.
 struct RunSources
 {
     store::ServerTable& mServers;

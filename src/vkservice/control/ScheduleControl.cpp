@@ -75,7 +75,7 @@ bool ScheduleControl::start(bool pWorker, QString* pError)
     return true;
 }
 
-// What cut the last run short may do so again.
+// The cause of the last interruption may still be present.
 void ScheduleControl::resumeRun()
 {
     const bool tAtStart = settings().atLogin() && startsWithSession();

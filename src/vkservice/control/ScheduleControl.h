@@ -24,7 +24,7 @@ namespace tarn::vkservice::control {
 class StoreCare;
 class UpdateControl;
 
-// The schedule with what it starts: the checks at their time, at logins, and those that have to be repeated.
+// The schedule and the checks that it starts: at their time, at logins, and as retries.
 class ScheduleControl : public QObject
 {
     Q_OBJECT
@@ -41,16 +41,17 @@ public:
 
     explicit ScheduleControl(const Parts& pParts);
 
-    // Puts the stored schedule in force. A worker has none to keep: it never comes round. False with a reason
-    // if the store can't be read.
+    // Activates the stored schedule. A worker has no schedule. False with a reason if the store cannot be
+    // read.
     bool start(bool pWorker, QString* pError);
-    // Nothing begins by itself any more.
+    // From here on no check starts automatically.
     void pause() { mTimer.pause(); }
 
     const ScheduleSettings& settings() const { return mTimer.settings(); }
-    // Invalid where no check is scheduled by date.
+    // Invalid if no check is scheduled by date.
     QDateTime nextCheck() const;
-    // pSave false: the stored schedule stays, and comes back with the next start. False if the store fails.
+    // pSave false: the stored schedule is unchanged and applies again after a restart. False if the store
+    // fails.
     bool change(const ScheduleSettings& pWanted, bool pSave);
 
     void onVariablesChanged();

@@ -12,7 +12,7 @@ class ServiceApplication;
 
 namespace tarn::vkservice::control {
 
-// What becomes of a store that fails: the log says so, and a damaged one is replaced by an empty one.
+// Handles a store that fails: logs the error, and replaces a damaged store by an empty one.
 class StoreCare : public QObject
 {
     Q_OBJECT
@@ -20,7 +20,7 @@ class StoreCare : public QObject
 public:
     StoreCare(store::StateStore& pStore, process::ServiceApplication& pApp);
 
-    // pWhat could not be read or stored. Gives the text for whoever asked for it.
+    // pWhat could not be read or stored. Returns the text for the caller.
     QString failed(const QString& pWhat);
     // Why the last operation failed.
     QString reason() const;

@@ -39,7 +39,7 @@ std::optional<bool> UpdateControl::load()
         return std::nullopt;
     }
     mLastRun = *tLastRun;
-    mLastRun.mText = singleLine(mLastRun.mText, sMaxMessage); // an earlier version stored it as it came
+    mLastRun.mText = singleLine(mLastRun.mText, sMaxMessage); // an earlier version stored it unchanged
     const bool tCutShort = !tUnfinished->isEmpty();
     if (tCutShort) {
         ++mLastRun.mCutShort;
@@ -140,7 +140,7 @@ bool UpdateControl::trigger(bool pManual, QString* pReason)
         record(ResultSuppressed, vkservice::resultText(ResultSuppressed));
         mSessionRun = mLastRun;
         mStatus = StatusSuppressed;
-        // Said again whatever was said last: whoever asked for a run waits for its end.
+        // Repeated even if the status did not change: a client that asked for a run waits for its end.
         Q_EMIT statusChanged(StatusSuppressed);
         return true;
     }

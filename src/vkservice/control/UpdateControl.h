@@ -19,8 +19,7 @@ namespace tarn::vkservice::control {
 
 class StoreCare;
 
-// The update runs of the service: whether one may start, what status that makes for clients, and how the last
-// one ended.
+// The update runs of the service: whether one may start, the status for clients, and the last result.
 class UpdateControl : public QObject
 {
     Q_OBJECT
@@ -28,16 +27,16 @@ class UpdateControl : public QObject
 public:
     UpdateControl(update::UpdateThread& pThread, const RunSources& pSources, StoreCare& pStore);
 
-    // Takes up the record of the last run; a run that the service did not survive gets its result here. True
-    // if there was one; none if the store can't be read.
+    // Loads the record of the last run; a run that the service did not survive gets its result here. True if
+    // there was such a run; no value if the store cannot be read.
     std::optional<bool> load();
-    // Repairs what a killed run left behind. False with a reason for the log.
+    // Repairs what a killed run left. False with a reason for the log.
     bool recover(QString* pError);
-    // When a run that was cut short is to begin again, in seconds from the start of the service: a minute
-    // after the first one, twice as long after each further one in a row. None where there is no such run,
-    // and after the eighth: what ends the service so often is left to the schedule.
+    // When to restart a run that was interrupted, in seconds from the start of the service: one minute after
+    // the first interruption, twice as long after each further one in a row. No value if no run was
+    // interrupted, or after the eighth time: then only the schedule starts the next run.
     std::optional<int> resumeSeconds() const;
-    // Puts down a result that belongs to no run.
+    // Stores a result that does not belong to a run.
     void note(ResultCode pCode, const QString& pText);
 
     vkcore::ServiceStatus status() const;
@@ -48,13 +47,13 @@ public:
     const RunRecord& sessionRun() const { return mSessionRun; }
     QString resultText(const RunRecord& pRecord) const;
 
-    // A run under way is joined. Where updates are suppressed nothing starts, and that is the result.
+    // Joins a run in progress. If updates are suppressed, nothing starts, and the result says so.
     bool trigger(bool pManual, QString* pReason);
-    // False if no run is under way.
+    // False if no run is in progress.
     bool abort();
     // As abort, and from now on no run is started or joined.
     bool stop();
-    // Suppression may have begun or ended.
+    // To be called when suppression may have started or ended.
     void checkSuppression();
 
 Q_SIGNALS:
@@ -62,7 +61,7 @@ Q_SIGNALS:
     void activityChanged(tarn::vkcore::ServiceActivity pActivity);
     void notification(int pType, const QString& pText, const QString& pDetails);
     void error(int pType, const QString& pText, const QString& pDetails);
-    // Comes before the status that ends the run.
+    // Emitted before the status that ends the run.
     void runEnded(const tarn::vkservice::RunRecord& pRecord, bool pManual);
 
 private:

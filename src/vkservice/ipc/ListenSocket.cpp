@@ -32,7 +32,7 @@ constexpr int sPauseMs = 100;
 enum class Holder
 {
     Nobody,
-    Service,  // root or this user, or somebody who does not let us in
+    Service,  // root or this user, or a process that does not accept us
     Stranger, // another user, who can't be a service
 };
 
@@ -73,8 +73,8 @@ Holder holderOf(const QByteArray& pPath)
     return tHolder;
 }
 
-// Moves the file aside before it looks a second time: between the first look and the removal another service
-// may have begun to listen there, and its socket has to go back to its place.
+// Renames the file before the second check: between the first check and the removal another service may have
+// started to listen there, and then its socket must go back.
 bool removeAbandoned(const QByteArray& pPath)
 {
     struct stat tStat = {};
@@ -225,7 +225,7 @@ void ListenSocket::accept()
     }
 }
 
-// The kernel would report the waiting connection again and again while there is no descriptor for it.
+// Without a free descriptor the kernel would report the waiting connection again and again.
 void ListenSocket::pause()
 {
     const int tError = errno;

@@ -12,7 +12,7 @@ namespace tarn::vkservice::ipc {
 
 class Peer;
 
-// What a method answers: a result, or an error with its code of the protocol and a text for people.
+// The answer of a method: a result, or an error with its protocol code and a readable text.
 struct Reply
 {
     QJsonValue mResult;
@@ -43,7 +43,7 @@ public:
     };
 
     void add(const QString& pName, Kind pKind, Handler pHandler);
-    // Gives the reason why settings can't be changed now, a null text if they can.
+    // Returns the reason why settings cannot be changed now, a null text if they can.
     void setChangeGuard(std::function<QString()> pGuard) { mGuard = std::move(pGuard); }
 
     Reply call(Peer& pPeer, const QString& pName, const QJsonObject& pParams) const;

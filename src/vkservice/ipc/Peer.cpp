@@ -23,7 +23,7 @@ Peer::Peer(int pSocket, const PeerCredentials& pCredentials, const MethodTable& 
     mSinceProgress.start();
 }
 
-// What the peer sends until its next turn waits in the kernel, which makes the peer wait.
+// Whatever the peer sends before its next turn waits in the kernel, which throttles the peer.
 bool Peer::turn(const QDeadlineTimer& pDeadline)
 {
     const bool tMore = work(pDeadline);
@@ -54,7 +54,7 @@ bool Peer::work(const QDeadlineTimer& pDeadline)
     }
 }
 
-// False if nothing has come. A peer that sends no more may still wait for its answers.
+// False if there is no data. A peer that has stopped sending may still wait for its answers.
 bool Peer::receive()
 {
     switch (mSocket.receive()) {

@@ -13,36 +13,36 @@ namespace tarn::vkservice::ipc {
 
 class MethodTable;
 
-// One peer on the socket. It reads in slices, so a peer that floods the service gets its turns like any
-// other, and it ends itself when the peer breaks the rules of the line protocol or does not take its answers.
+// One peer on the socket. It reads in slices, so a peer that floods the service cannot starve the others. It
+// disconnects if the peer breaks the rules of the line protocol or does not read its answers.
 class Peer : public QObject
 {
     Q_OBJECT
 
 public:
-    static constexpr qint64 sMaxOwed = 16 * 1024 * 1024; // bytes of output that the peer has not taken
+    static constexpr qint64 sMaxOwed = 16 * 1024 * 1024; // bytes of output that the peer has not read
 
-    // Takes over the descriptor.
+    // Owns the descriptor.
     Peer(int pSocket, const PeerCredentials& pCredentials, const MethodTable& pMethods, QObject* pParent);
 
     bool isOpen() const { return !mClosing && mSocket.isOpen(); }
-    // Works on what has been read until pDeadline. True if there is more to do at once.
+    // Works on the received data until pDeadline. True if there is more to do at once.
     bool turn(const QDeadlineTimer& pDeadline);
     void sendEvent(const QByteArray& pLine);
-    // Bytes that it keeps in memory: of a line that is not whole, and of output that the peer has not taken.
+    // Bytes that it keeps in memory: of an incomplete line, and of output that the peer has not read.
     qint64 held() const { return mSocket.held(); }
-    // How little it deserves to keep them: the more, and the longer without a whole line or a read, the
-    // higher.
+    // The priority for dropping this peer: rises with the memory, and with the time since the last complete
+    // line or read.
     qint64 burden() const;
     // Drops the peer without another word.
     void abort();
-    // Drops the peer when it has taken what it is owed.
+    // Drops the peer when it has read all its output.
     void closeGently();
 
     const PeerCredentials& credentials() const { return mCredentials; }
     bool isMonitor() const { return mMonitor; }
     void setMonitor() { mMonitor = true; }
-    // What the peer called itself in hello, null before.
+    // The name that the peer gave in hello, null before.
     const QString& clientName() const { return mClientName; }
     void setClientName(const QString& pName) { mClientName = pName; }
 

@@ -8,7 +8,7 @@ namespace tarn::vkservice::ipc {
 
 namespace {
 
-// Asked of the kernel and not of the user database, which may be a slow one behind a network.
+// Asks the kernel, not the user database, which may be slow or on the network.
 QList<gid_t> peerGroups(int pSocket)
 {
     QList<gid_t> tGroups(32);

@@ -17,10 +17,10 @@ struct PeerCredentials
     QList<gid_t> mGroups; // supplementary groups
 };
 
-// None if the kernel does not tell.
+// No value if the kernel does not report them.
 std::optional<PeerCredentials> peerCredentials(int pSocket);
 
-// The service's own user and root may speak, and the members of pGroup where one is set.
+// Access is for the service's own user and root, and for the members of pGroup if one is set.
 bool maySpeak(const PeerCredentials& pPeer, uid_t pOwnUid, std::optional<gid_t> pGroup);
 
 } // namespace tarn::vkservice::ipc

@@ -47,8 +47,8 @@ SocketServer::SocketServer(const MethodTable& pMethods, QObject* pParent)
     : QObject(pParent), mMethods(pMethods)
 {
     connect(&mListener, &ListenSocket::accepted, this, &SocketServer::addPeer);
-    // A timer and not a posted event: the event loop looks at the sockets between two timers, so a fresh
-    // request comes before the leftovers of a flood.
+    // A timer, not a posted event: the event loop polls the sockets between two timers, so a new request is
+    // served before the backlog of a flood.
     mNextTurn.setSingleShot(true);
     connect(&mNextTurn, &QTimer::timeout, this, &SocketServer::serveWaiting);
 }
@@ -127,7 +127,7 @@ void SocketServer::remove(Peer* pPeer)
     }
 }
 
-// A peer with lines left waits for its turn, whatever more it sends.
+// A peer with unprocessed lines waits for its turn, even if it sends more.
 void SocketServer::serve(Peer* pPeer)
 {
     if (mWaiting.contains(pPeer)) {
@@ -185,7 +185,7 @@ bool SocketServer::hasPeerBeside(pid_t pPid) const
     });
 }
 
-// A peer that was dropped meanwhile is none of the connections any more.
+// A peer that was dropped meanwhile is not in the list of connections any longer.
 void SocketServer::noteHeld(Peer* pPeer)
 {
     const auto tFound = mPeers.find(pPeer);

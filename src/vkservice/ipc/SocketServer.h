@@ -16,7 +16,7 @@ namespace tarn::vkservice::ipc {
 class Peer;
 class MethodTable;
 
-// The service's socket: lets peers in, gives each its turn, and sends events to those that listen for them.
+// The service's socket: accepts peers, schedules them fairly, and sends events to those that subscribed.
 class SocketServer : public QObject
 {
     Q_OBJECT
@@ -29,9 +29,9 @@ public:
     bool listen(const QString& pPath, std::optional<gid_t> pGroup, QString* pError);
     // As ListenSocket::adopt.
     void adopt(int pFd, std::optional<gid_t> pGroup);
-    // Takes no more peers; those that are there stay.
+    // Accepts no more peers; existing connections stay open.
     void stopListening() { mListener.close(); }
-    // Gives what is owed to the peers that take it, for pTimeoutMs at most, and drops them all.
+    // Sends pending output to the peers that read it, for at most pTimeoutMs, then drops all peers.
     void closeAll(int pTimeoutMs);
 
     // An event to every connection in monitor mode.
@@ -59,8 +59,8 @@ private:
     const MethodTable& mMethods;
     ListenSocket mListener;
     std::optional<gid_t> mGroup;
-    QHash<Peer*, qint64> mPeers; // with what each held when it was last looked at
-    qint64 mHeld = 0;            // the sum of these; output that was taken meanwhile makes it less
+    QHash<Peer*, qint64> mPeers; // with the memory that each used at the last check
+    qint64 mHeld = 0;            // the sum of these; an upper limit, since peers may have read output since
     QList<Peer*> mWaiting;       // those with lines left from their last turn, in the order of their next
     QTimer mNextTurn;
 };

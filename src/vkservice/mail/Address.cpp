@@ -14,7 +14,7 @@ using vkcore::singleLine;
 
 namespace {
 
-// Regular expressions that ignore case take in letters beyond ASCII; this doesn't.
+// Case-insensitive regular expressions match some letters outside ASCII; this does not.
 bool isAsciiLetter(QChar pChar)
 {
     const char16_t tLower = pChar.unicode() | 0x20;

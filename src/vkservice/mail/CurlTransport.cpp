@@ -23,12 +23,12 @@ namespace {
 
 constexpr long sConnectTimeoutSeconds = 30;
 
-// What went over the connection last, to tell which command a refusal belongs to.
+// The last traffic on the connection, to find out which command was refused.
 struct Dialogue
 {
-    QByteArray mLastCommand; // its verb alone: what stands behind it may be a password
+    QByteArray mLastCommand; // only the verb: the arguments may contain a password
     QByteArray mLastReply;
-    bool mOver = false; // the farewell follows on any failure; what came before it counts
+    bool mOver = false; // QUIT follows any failure; the command before it counts
 
     int lastCode() const { return mLastReply.left(3).toInt(); }
 };
@@ -80,7 +80,7 @@ QByteArray withMailLineEnds(const QString& pText)
     return pText.toUtf8().replace("\n", "\r\n");
 }
 
-// One mail's transfer; libcurl copies every text that it is given but the lists, which live here.
+// The transfer of one mail. libcurl copies all strings but not the lists, which are stored here.
 class Transfer
 {
 public:
@@ -164,7 +164,7 @@ private:
             !mRecipients.append("<" + pMail.mRecipient.toLatin1() + ">")) {
             return false;
         }
-        // The content type of libcurl's own would be multipart/mixed, which some readers show as attachments.
+        // libcurl's default content type would be multipart/mixed, which some readers show as attachments.
         QList<QByteArray> tHeaders = mailHeaders(pMail, tSender);
         tHeaders.append("Content-Type: multipart/alternative");
         for (const QByteArray& tHeader : tHeaders) {
@@ -192,9 +192,9 @@ private:
                addPart(pMail.mHtml, "text/html; charset=utf-8") && set(CURLOPT_MIMEPOST, mBody);
     }
 
-    // A reply to the address or to the content concerns this mail alone. One at another point (the greeting,
-    // the login, the sender) concerns the settings, as does the demand for a login or the end of the session
-    // wherever it comes.
+    // A reply to the address or to the content concerns this mail only. A reply at another point (the
+    // greeting, the login, the sender) concerns the settings, as does a demand for a login or the end of the
+    // session at any point.
     SendResult::Outcome outcomeOfFailure() const
     {
         const int tReply = mDialogue.lastCode();

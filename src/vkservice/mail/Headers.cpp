@@ -16,7 +16,7 @@ using vkcore::singleLine;
 
 namespace {
 
-// In base64 and with its frame an encoded word stays below 75 characters, and the line of the longest
+// In base64 and with its delimiters an encoded word stays below 75 characters, and the line with the longest
 // header name below the 76 that the standard allows.
 constexpr qsizetype sMaxWordBytes = 39;
 
@@ -77,7 +77,7 @@ QList<QByteArray> mailHeaders(const Mail& pMail, const Sender& pSender)
         "To: <" + pMail.mRecipient.toLatin1() + ">",
         "Message-ID: " + pMail.mMessageId.toLatin1(),
         "Subject: " + encodedText(pMail.mSubject),
-        // Keeps holiday notes and other robots from answering.
+        // Stops holiday notes and other automatic replies.
         "Auto-Submitted: auto-generated",
     };
 }

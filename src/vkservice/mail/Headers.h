@@ -8,8 +8,8 @@ namespace tarn::vkservice::mail {
 struct Mail;
 struct Sender;
 
-// A text as the value of a header, after RFC 2047: plain where it is printable ASCII, else in encoded words
-// of UTF-8, folded into lines. Control characters are gone.
+// A text as the value of a header, after RFC 2047: plain if it is printable ASCII, else in encoded words of
+// UTF-8, folded into lines. Control characters are removed.
 QByteArray encodedText(const QString& pText);
 
 // "NAME <ADDRESS>", the name quoted or encoded.

@@ -11,15 +11,15 @@ namespace tarn::vkservice::mail {
 // A package as a person reads of it.
 struct PackageLine
 {
-    QString mTitle;   // in the service's language; its name where it has none
+    QString mTitle;   // in the service's language, else the package name
     QString mVersion; // "1.2.3 (2024-03-07)"
-    QString mStatus;  // as in the install log ("ok", "error", ...); empty in a list of what is installed
+    QString mStatus;  // as in the install log ("ok", "error", ...); empty in a list of installed packages
     QString mReport;  // may be empty
 
     bool operator==(const PackageLine&) const = default;
 };
 
-// What the machine looks like now.
+// The current state of the machine.
 struct MachineStatus
 {
     ResultCode mLastResult = ResultNone; // of the last run
@@ -27,16 +27,16 @@ struct MachineStatus
     QDateTime mLastRun;     // its end; invalid before the first
     QDateTime mLastSuccess; // the end of the last run with success, also one that found nothing new; invalid
                             // if none
-    QDateTime mNextCheck;   // invalid where nothing is scheduled
+    QDateTime mNextCheck;   // invalid if nothing is scheduled
     QList<PackageLine> mInstalled;
 };
 
 // One run of the updater that has ended.
 struct RunReport
 {
-    QString mRunId; // tells this run from all others, also after a restart
+    QString mRunId; // identifies this run, also after a restart
     ResultCode mResult = ResultNone;
-    QString mText; // what happened, in words
+    QString mText; // what happened, as text
     QDateTime mEnd;
     QList<PackageLine> mPackages; // those that it installed or failed to install
 };

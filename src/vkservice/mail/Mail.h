@@ -5,7 +5,7 @@
 
 namespace tarn::vkservice::mail {
 
-// One mail to one address, as it waits in the queue and goes to the mail server.
+// One mail to one address, as stored in the queue and sent to the mail server.
 struct Mail
 {
     QString mRecipient;

@@ -48,7 +48,7 @@ QString factsAsText(const QList<MailContent::Fact>& pFacts)
     return tText.isEmpty() ? tText : tText + u'\n';
 }
 
-// Reports are indented behind a bar, so that none can pass for a line of the mail itself.
+// Reports are indented after a bar, so that no line of a report can imitate a line of the mail itself.
 QString packagesAsText(const MailContent& pContent)
 {
     if (pContent.mPackages.isEmpty()) {

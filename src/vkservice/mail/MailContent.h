@@ -8,8 +8,8 @@
 
 namespace tarn::vkservice::mail {
 
-// What a mail says, apart from how it looks. All texts may come from anywhere: the two renderings clean and
-// escape them, and shorten lists and reports that have no end.
+// The content of a mail, without its layout. The texts are untrusted: both renderings clean and escape them,
+// and shorten very long lists and reports.
 struct MailContent
 {
     struct Fact

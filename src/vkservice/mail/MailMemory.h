@@ -11,8 +11,8 @@ class Database;
 
 namespace tarn::vkservice::mail {
 
-// What has been told by mail already, so that it is not told twice. Lies beside the queue, and is changed in
-// the same transaction as the mail is queued in.
+// Records what was already reported by mail, so that it is not reported twice. Stored with the queue, and
+// changed in the same transaction that queues the mail.
 class MailMemory
 {
 public:
@@ -20,12 +20,12 @@ public:
 
     bool ensureSchema();
 
-    // A null text where nothing is stored, or where it can't be read. Writing a null text forgets it.
+    // A null text if nothing is stored, or if it cannot be read. Writing a null text removes the entry.
     QString text(const QString& pName);
     bool setText(const QString& pName, const QString& pValue);
     QDateTime time(const QString& pName);
     bool setTime(const QString& pName, const QDateTime& pValue);
-    // Whether something could not be read since the last call: then nothing may be concluded from what was.
+    // True if a read has failed since the last call: then the results of the reads must not be used.
     bool takeReadFailure() { return std::exchange(mReadFailed, false); }
 
 private:

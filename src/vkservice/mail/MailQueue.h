@@ -16,7 +16,7 @@ namespace tarn::vkservice::mail {
 
 enum class MailKind : int
 {
-    Verification = 0, // the numbers stand in the database
+    Verification = 0, // the numbers are stored in the database
     UpdateDone = 1,
     UpdateFailed = 2,
     ManualIntervention = 3,
@@ -32,11 +32,11 @@ struct QueuedMail
     MailKind mKind = MailKind::Summary;
     Mail mMail;
     int mAttempts = 0;  // failed ones
-    QDateTime mExpires; // of no more use after it; invalid for none
+    QDateTime mExpires; // obsolete after it; invalid for none
 };
 
-// The mails that wait to be sent, in tables of the service's database. What add() has put in stays through
-// any end of the process until remove().
+// The mails that wait to be sent, in tables of the service's database. A mail from add() survives any end of
+// the process until remove().
 class MailQueue
 {
 public:
@@ -50,17 +50,17 @@ public:
 
     // False, with errorText(), if it was not stored.
     bool add(const QueuedMail& pMail, const QDateTime& pNow);
-    // One that is due: the oldest of those that have failed least, so that none holds up the others.
+    // A mail that is due: the oldest of those with the fewest failures, so that none blocks the others.
     std::optional<QueuedMail> nextDue(const QDateTime& pNow);
-    // A mail is named by its Message-ID, which no other database can have given to another mail.
+    // A mail is identified by its Message-ID, which is unique across databases.
     bool remove(const QString& pMessageId);
     // Removes all mails of one kind to one address.
     bool removeAll(MailKind pKind, const QString& pRecipient);
-    // After a failed attempt to send a mail: counts it and puts the mail off for a pause that grows with its
-    // attempts. pAll: the failure was not the mail's own, so the others that are due are treated alike. Those
-    // that have been tried for too long are removed, and named in *pGivenUp.
+    // After a failed attempt: counts it and delays the mail by a pause that grows with its attempts. pAll:
+    // the mail did not cause the failure, so the other due mails are delayed, too. Removes those that were
+    // tried for too long, and lists them in *pGivenUp.
     bool postpone(const QString& pMessageId, bool pAll, const QDateTime& pNow, QList<QueuedMail>* pGivenUp);
-    // Makes all mails due.
+    // Makes all mails due now.
     bool hurry(const QDateTime& pNow);
     int count();
 

@@ -77,7 +77,7 @@ QStringList Mailer::addresses(bool pVerified) const
     return tAddresses;
 }
 
-// The last word on who gets what, right before a mail goes: settings may have changed while it waited.
+// The final check of the recipient, right before a mail is sent: settings may have changed while it waited.
 QString Mailer::objection(const QueuedMail& pMail) const
 {
     const vkcore::MonitoringEmail* tEntry = find(pMail.mMail.mRecipient);

@@ -28,10 +28,10 @@ class SmtpTransport;
 
 // The service's mails about the machine: event mails, summaries, and the verification of addresses.
 //
-// Lives on the main thread, as does the database, in which it keeps tables of its own (mail_...). No call
-// waits for the mail server: sending has its own thread. A mail that is queued stays so over any end of the
-// process, is sent at least once, always with the same Message-ID, and is only given up with a warning: when
-// the server refuses it for good, or after about five days of attempts.
+// Lives on the main thread, as does the database, in which it has its own tables (mail_...). No call waits
+// for the mail server: sending has its own thread. A queued mail survives any end of the process, is sent at
+// least once, always with the same Message-ID, and is only dropped with a warning: when the server refuses it
+// permanently, or after about five days of attempts.
 //
 // Order of calls: open(), both settings, then the others in any order. The settings belong to the caller.
 class Mailer : public QObject
@@ -44,14 +44,14 @@ public:
 
     enum class Reason
     {
-        Loaded,  // the settings as they were stored
-        Changed, // somebody has set them
+        Loaded,  // the settings as stored
+        Changed, // false until a client sets them
     };
 
     struct Answer
     {
         bool mOk = false;
-        QString mText; // what happened, in a sentence without its full stop
+        QString mText; // what happened, a sentence without its full stop
     };
 
     // pDatabase and pStatus have to outlive the mailer; pStatus is asked in tick() only. A transport of null
@@ -59,17 +59,16 @@ public:
     Mailer(vkcore::Database& pDatabase, StatusSource pStatus, QObject* pParent = nullptr,
            std::unique_ptr<SmtpTransport> pTransport = nullptr,
            const Clock& pClock = &QDateTime::currentDateTimeUtc);
-    // Cuts sending short; what was not sent stays queued.
+    // Cancels sending; unsent mails stay queued.
     ~Mailer() override;
 
-    // Makes the tables. False, with a reason, if the database can't take them.
+    // Creates the tables. False, with a reason, if the database fails.
     bool open(QString* pError);
 
     // Waiting mails are tried again at once when these are others than before.
     void setSmtpSettings(const SmtpSettings& pSettings);
-    // Sends a code to each address that needs one: with Loaded to those that never got one, with Changed
-    // also to those whose code is used up or out of date. Limits on the number of such mails hold in any
-    // case.
+    // Sends a code to each address that needs one: with Loaded to those that never got one, with Changed also
+    // to those whose code is used up or expired. Limits on the number of such mails always apply.
     void setMonitoringSettings(const vkcore::MonitoringSettings& pSettings, Reason pReason);
 
     // To be called once for each run that has ended; a second call with the same run id does nothing.
@@ -79,16 +78,16 @@ public:
 
     // The address in the name of a configuration variable "mail.verify.ADDRESS"; null for any other name.
     static QString verificationAddress(const QString& pVariable);
-    // What such a variable is set to. The code: mOk says that it is right, and the caller then marks the
-    // address as verified in its settings (markVerified), stores them, and hands them back with
-    // setMonitoringSettings. An empty text: mails a new code.
+    // Sets such a variable. With a code: mOk says that it is right; the caller then marks the address as
+    // verified in its settings (markVerified), stores them, and passes them back with setMonitoringSettings.
+    // With an empty text: mails a new code.
     Answer verify(const QString& pAddress, const QString& pCode);
-    // What such a variable reads as: "verified", "not verified" or, for an address that is not in the
+    // The value of such a variable: "verified", "not verified" or, for an address that is not in the
     // settings, "unknown".
     QString verificationState(const QString& pAddress) const;
 
-    // False once nothing is being sent; idle() comes at that moment. A service that ends may wait for it a
-    // while.
+    // False when no mail is being sent; idle() is emitted at that moment. The service may wait for it before
+    // it ends.
     bool isSending() const;
 
 Q_SIGNALS:
@@ -127,7 +126,7 @@ private:
     std::optional<vkcore::MonitoringSettings> mSettings;
     QList<RunReport> mRuns; // ended, and not yet in the database
     QString mLastSettingsWarning;
-    QHash<QString, QString> mStoreWarnings; // what could not be queued, and why
+    QHash<QString, QString> mStoreWarnings; // the mails that could not be queued, with the reason
 };
 
 } // namespace tarn::vkservice::mail

@@ -121,7 +121,7 @@ QByteArray summaryDigest(const QString& pClient, const MachineStatus& pStatus, b
     QCryptographicHash tHash(QCryptographicHash::Sha256);
     const auto tAdd = [&tHash](const QString& pText) {
         const QByteArray tUtf8 = pText.toUtf8();
-        // The length in front keeps neighbouring texts apart.
+        // The length prefix separates neighbouring texts.
         tHash.addData(QByteArray::number(tUtf8.size()) + ':' + tUtf8);
     };
     tAdd(pClient);

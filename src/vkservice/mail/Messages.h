@@ -19,11 +19,11 @@ MailContent manualIntervention(const QString& pClient, const RunReport& pRun);
 MailContent updateOverdue(const QString& pClient, const MachineStatus& pStatus, const QDateTime& pSince,
                           int pDays);
 MailContent summary(const QString& pClient, const MachineStatus& pStatus, bool pOverdue);
-// pCommand: what the administrator enters. Says nothing about the machine but its name.
+// pCommand: the command for the administrator to enter. Reveals only the name of the machine.
 MailContent verification(const QString& pClient, const QString& pCommand, const QDateTime& pExpires);
 
-// The same for two summaries that tell the same of the machine; times and wording of runs and
-// the order of the packages don't count.
+// Equal for two summaries with the same facts about the machine; ignores times and wording of runs and the
+// order of packages.
 QByteArray summaryDigest(const QString& pClient, const MachineStatus& pStatus, bool pOverdue);
 
 } // namespace tarn::vkservice::mail

@@ -18,12 +18,12 @@ namespace {
 
 constexpr qint64 sDay = 24 * 60 * 60;
 
-// Names in the memory; they stand in databases.
+// Keys in the mail memory; they are stored in databases and must not change.
 const QString sWatchingSince = u"watchingSince"_s;
 const QString sLastRun = u"lastRun"_s;
 const QString sFailure = u"failure"_s;           // the result that was reported as a failure last
 const QString sOverdueSince = u"overdueSince"_s; // the last success before the overdue time reported
-// When the clock was first seen to be behind the last success; only as long as it is.
+// When the clock was first seen to be earlier than the last success; removed when that ends.
 const QString sClockBehindSince = u"clockBehindSince"_s;
 const QString sLastSummary = u"lastSummary"_s;
 const QString sSummaryDigest = u"summaryDigest"_s;
@@ -33,8 +33,8 @@ qint64 secondsOfDays(int pDays)
     return qint64{std::max(pDays, 1)} * sDay;
 }
 
-// Failures that another run does not simply mend, as it does those of the network; time without success is
-// the matter of the overdue mail.
+// Failures that another run does not simply fix, unlike those of the network; the overdue mail covers the
+// time without success.
 bool isLastingFailure(ResultCode pResult)
 {
     return pResult == ResultVerificationFailed || pResult == ResultNoSpace ||
@@ -43,7 +43,7 @@ bool isLastingFailure(ResultCode pResult)
 
 } // namespace
 
-// What a run comes to: perhaps a mail, perhaps a failure that begins or ends.
+// The consequences of a run: perhaps a mail, perhaps the start or the end of a failure.
 struct Notices::Story
 {
     std::optional<MailKind> mKind;
@@ -119,8 +119,8 @@ QDateTime Notices::lastGood(const MachineStatus& pStatus)
     return pStatus.mLastSuccess.isValid() ? pStatus.mLastSuccess : mMemory.time(sWatchingSince);
 }
 
-// A last success in the future says that the clock ran ahead then or is behind now. How long ago it was is
-// not known any more, so the time is counted from when that was first seen.
+// A last success in the future means that the clock was ahead then or is behind now. The true age of the
+// success is unknown, so the time counts from the moment when that was first noticed.
 bool Notices::noteClock(const QDateTime& pLastGood, const QDateTime& pNow)
 {
     const QDateTime tNoted = mMemory.time(sClockBehindSince);
@@ -175,7 +175,7 @@ bool Notices::isSummaryDue(const Audience& pAudience, const QDateTime& pNow)
         return true;
     }
     const qint64 tPassed = tLast.secsTo(pNow);
-    // A last summary that lies well ahead was sent before the clock went back.
+    // A last summary far in the future was sent before the clock was set back.
     return tPassed >= secondsOfDays(pAudience.mSettings.summarizedMailPeriod()) || tPassed < -sDay;
 }
 

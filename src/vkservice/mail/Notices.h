@@ -19,10 +19,10 @@ class Outbox;
 struct MachineStatus;
 struct RunReport;
 
-// Decides which mails about the machine are due, and queues each once. What has been told is noted in the
-// same transaction as the mail, so an end of the process in between neither loses nor doubles one.
-// All methods give false, with errorText(), if the database could not take it; then nothing is
-// noted, and the same call later does it.
+// Decides which mails about the machine are due, and queues each once. The note about a mail is written in
+// the same transaction as the mail, so a killed process neither loses nor repeats one. All methods return
+// false, with errorText(), if the database fails; then nothing is changed, and the caller can try again
+// later.
 class Notices
 {
 public:
@@ -30,7 +30,7 @@ public:
     {
         vkcore::MonitoringSettings mSettings;
         QString mClient;        // the machine's name
-        QStringList mAddresses; // the verified ones; none: there is nobody to write to
+        QStringList mAddresses; // the verified ones; empty: no mails are written
     };
 
     Notices(vkcore::Database& pDatabase, MailMemory& pMemory, Outbox& pOutbox)
@@ -38,9 +38,9 @@ public:
     {
     }
 
-    // From here on a machine that has never had a successful run is waited for.
+    // Starts the overdue period for a machine that never had a successful run.
     bool startWatching(const QDateTime& pNow);
-    // A run that was reported before, told by its id, does nothing.
+    // Ignores a run whose id was already reported.
     bool runFinished(const Audience& pAudience, const RunReport& pRun);
     // One mail for each time without success that gets longer than the tolerance.
     bool checkOverdue(const Audience& pAudience, const MachineStatus& pStatus, const QDateTime& pNow);

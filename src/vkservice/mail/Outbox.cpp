@@ -143,7 +143,7 @@ void Outbox::onSent(const QueuedMail& pMail, const SmtpSettings& pSettings, cons
         postpone(pMail, pResult);
         break;
     case SendResult::Outcome::ServerFailed:
-        // A failure under settings that have been replaced since says nothing about the present ones.
+        // A failure with settings that were replaced meanwhile does not say anything about the current ones.
         if (pSettings == mSettings) {
             Q_EMIT warning(u"Mails can't be sent now and will be retried: %1"_s.arg(pResult.mText));
             postpone(pMail, pResult);
@@ -176,7 +176,7 @@ void Outbox::postpone(const QueuedMail& pMail, const SendResult& pResult)
     }
 }
 
-// A mail that can't be removed must not be sent again: nothing is, until it can.
+// A mail that cannot be removed must not be sent again: sending stops until the removal succeeds.
 void Outbox::discard(const QueuedMail& pMail)
 {
     mQueueWritable = mQueue.remove(pMail.mMail.mMessageId);

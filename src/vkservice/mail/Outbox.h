@@ -24,32 +24,32 @@ class Outbox : public QObject
 
 public:
     using Clock = std::function<QDateTime()>;
-    // Asked right before a mail goes: an empty text lets it, anything else says why it is dropped.
+    // Called right before a mail is sent: an empty text allows it, any other is the reason to drop it.
     using Gate = std::function<QString(const QueuedMail& pMail)>;
 
     Outbox(vkcore::Database& pDatabase, std::unique_ptr<SmtpTransport> pTransport, Clock pClock, Gate pGate);
-    // Cuts a transfer under way short; its mail stays in the queue.
+    // Cancels a running transfer; its mail stays in the queue.
     ~Outbox() override;
 
     bool ensureSchema() { return mQueue.ensureSchema(); }
-    // Other settings than the ones before make all waiting mails due.
+    // If the settings differ from the previous ones, all waiting mails become due.
     void setSettings(const SmtpSettings& pSettings);
     const SmtpSettings& settings() const { return mSettings; }
 
-    // Queues one mail for each recipient. False, with errorText(), at the first that could not be stored:
-    // meant to stand in a transaction together with the note that the mail has been written.
+    // Queues one mail for each recipient. Stops at the first that could not be stored and returns false, with
+    // errorText(). Meant for a transaction that also records the mail as written.
     bool add(MailKind pKind, const QStringList& pRecipients, const MailContent& pContent,
              const QDateTime& pExpires = QDateTime());
-    // Takes back what has not been sent yet.
+    // Removes mails that were not sent yet.
     bool withdraw(MailKind pKind, const QString& pRecipient) { return mQueue.removeAll(pKind, pRecipient); }
     QString errorText() const { return mQueue.errorText(); }
 
-    // Sends what is due, if nothing is being sent yet.
+    // Sends the due mails, unless a transfer is running.
     void wake();
     bool isSending() const { return mSending; }
 
 Q_SIGNALS:
-    // Nothing is being sent any more, and nothing is due.
+    // Emitted when no transfer is running and no mail is due.
     void idle();
     void information(const QString& pText);
     void warning(const QString& pText);
@@ -71,7 +71,7 @@ private:
     bool mSettingsKnown = false;
     bool mSending = false;
     bool mQueueWritable = true; // as of the last attempt
-    QStringList mLeftovers;     // done with, but the database would not let go of them
+    QStringList mLeftovers;     // processed, but the database could not remove them
     QThread mThread;
     QObject* mWorker; // lives on mThread
 };

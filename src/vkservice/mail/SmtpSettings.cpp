@@ -29,7 +29,7 @@ QString urlProblem(const QString& pUrl)
     if (!tUrl.userInfo().isEmpty()) {
         return u"mail.url must not contain a user or a password; use mail.user and mail.password"_s;
     }
-    // The path is the name that the machine gives itself in front of the mail server.
+    // libcurl takes the path of the address as the machine's name in EHLO.
     static const QRegularExpression sPath(u"\\A(/[A-Za-z0-9.-]*)?\\z"_s);
     if (tUrl.hasQuery() || tUrl.hasFragment() || !sPath.match(tUrl.path(QUrl::FullyEncoded)).hasMatch()) {
         return u"mail.url may have only the name of this machine after host and port"_s;

@@ -4,7 +4,7 @@
 
 namespace tarn::vkservice::mail {
 
-// The mail server, as the configuration has it. The variable of each field stands beside it.
+// The mail server, as configured. Each field names its variable.
 struct SmtpSettings
 {
     enum class StartTls
@@ -24,9 +24,11 @@ struct SmtpSettings
     int mTimeoutSeconds = 60;                // mail.timeout: for each answer of the server
 
     bool isOn() const { return !mUrl.isEmpty(); }
-    // Why no mail can be sent with these, for the administrator; empty if nothing speaks against it.
+    // The reason, for the administrator, why no mail can be sent with these settings; empty if they are
+    // usable.
     QString problem() const;
-    // What mStartTls comes to: a password makes encryption a must unless the settings say otherwise.
+    // The effective value of mStartTls: with a password, encryption is required unless the settings say
+    // otherwise.
     StartTls effectiveStartTls() const;
 
     bool operator==(const SmtpSettings&) const = default;

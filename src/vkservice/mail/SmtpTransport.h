@@ -11,10 +11,10 @@ struct SendResult
 {
     enum class Outcome
     {
-        Sent,         // the mail server has taken the mail over
-        Refused,      // the mail server will never take this mail to this address
-        Deferred,     // the mail server does not take this mail to this address now, and may take others
-        ServerFailed, // nothing is wrong with the mail: the server, the way to it or the settings are
+        Sent,         // the mail server has accepted the mail
+        Refused,      // the mail server permanently rejects this mail to this address
+        Deferred,     // the mail server rejects this mail to this address for now, and may accept others
+        ServerFailed, // not caused by the mail: the server, the connection or the settings failed
         Canceled,
     };
 
@@ -22,15 +22,15 @@ struct SendResult
     QString mText; // why, for the log; empty when sent
 };
 
-// The way to the mail server.
+// The connection to the mail server.
 class SmtpTransport
 {
 public:
     virtual ~SmtpTransport() = default;
 
-    // Blocks until the mail has gone or failed. Called on one thread at a time.
+    // Blocks until the mail was sent or has failed. Called on one thread at a time.
     virtual SendResult send(const Mail& pMail, const SmtpSettings& pSettings) = 0;
-    // Ends a send() under way soon, and all later ones at once. For any thread.
+    // Cancels a running send() soon, and all later ones at once. Thread-safe.
     virtual void cancel() = 0;
 };
 

@@ -16,7 +16,8 @@ using vkcore::Statement;
 namespace {
 
 constexpr qint64 sDay = 24 * 60 * 60;
-// 32 characters that can't be taken for each other, so five bits of a random byte choose one without favour.
+// 32 characters that cannot be confused with each other, so five bits of a random byte select one without
+// bias.
 constexpr char sAlphabet[] = "23456789ABCDEFGHJKLMNPQRSTUVWXYZ";
 static_assert(sizeof(sAlphabet) == 32 + 1);
 
@@ -46,7 +47,7 @@ bool equalInConstantTime(const QByteArray& pLeft, const QByteArray& pRight)
            CRYPTO_memcmp(pLeft.constData(), pRight.constData(), static_cast<size_t>(pLeft.size())) == 0;
 }
 
-// A moment ahead of now was noted before the clock went back, and limits nothing.
+// A time in the future was stored before the clock was set back, and does not limit anything.
 bool isWithin(qint64 pMoment, qint64 pSeconds, qint64 pNow)
 {
     return pMoment <= pNow && pMoment > pNow - pSeconds;
@@ -143,7 +144,7 @@ Verification::Check Verification::check(const QString& pAddress, const QString& 
     if (tEntry->mExpires <= pNow.toSecsSinceEpoch()) {
         return Check::Expired;
     }
-    // Counted before the comparison, so that no end of the process gives an attempt back.
+    // Counted before the comparison, so that a killed process does not restore the attempt.
     --tEntry->mAttemptsLeft;
     if (!store(pAddress, *tEntry)) {
         return Check::NotStored;

@@ -12,7 +12,8 @@ class Database;
 
 namespace tarn::vkservice::mail {
 
-// The codes that prove that whoever set an address also reads its mail. Only a hash of each code is kept.
+// The codes that prove that the person who set an address also reads its mail. Only a hash of each code is
+// stored.
 class Verification
 {
 public:
@@ -22,13 +23,13 @@ public:
         Wrong,
         NoCode, // none was sent, or it has been used up by wrong attempts
         Expired,
-        NotStored, // the attempt could not be counted, so it was not made
+        NotStored, // the attempt could not be counted, so it was rejected
     };
 
     enum class Issue
     {
         Issued,
-        StillValid, // one that was sent before still holds
+        StillValid, // a code that was sent before is still valid
         TooSoon,    // a limit on mails to this address, or to all, is reached
         NotStored,
     };
@@ -43,22 +44,23 @@ public:
 
     bool ensureSchema();
 
-    // Makes a new code for an address and puts it into *pCode. pReplace: also where one holds still.
+    // Creates a new code for an address and puts it into *pCode. pReplace: even if an existing code is still
+    // valid.
     Issue issue(const QString& pAddress, const QDateTime& pNow, bool pReplace, QString* pCode);
-    // Has a code ever been sent to this address, as far as is remembered?
+    // True if a code was ever sent to this address, as far as the records go back.
     bool isKnown(const QString& pAddress);
     // A right code stays valid until forget(), so that it can be entered again if its use could not be
-    // stored. A wrong one costs an attempt. Case, blanks and dashes of pCode don't count.
+    // stored. A wrong one costs an attempt. Ignores case, blanks and dashes of pCode.
     Check check(const QString& pAddress, const QString& pCode, const QDateTime& pNow);
-    // The address needs no code any more. What limits the number of mails to it stays.
+    // The address does not need a code any longer. The limits on the number of mails to it remain.
     bool forget(const QString& pAddress);
-    // Drops what is known of addresses other than these, once it limits nothing any more.
+    // Removes the data of all other addresses once it does not limit anything any longer.
     bool retain(const QStringList& pAddresses, const QDateTime& pNow);
 
 private:
     struct Entry
     {
-        QByteArray mHash;    // empty: no code holds
+        QByteArray mHash;    // empty: no valid code
         qint64 mExpires = 0; // seconds since the epoch, as are the other times
         qint64 mAttemptsLeft = 0;
         qint64 mLastSent = 0;

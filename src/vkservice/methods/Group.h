@@ -7,8 +7,8 @@
 
 namespace tarn::vkservice::methods {
 
-// Adds the methods of one group to the table. Their handlers get the parts of the service that the group uses
-// and, where they take any, the request's parameters: they are called only where all of these could be read.
+// Adds the methods of one group to the table. The handlers get the parts of the service that the group uses
+// and, if they take any, the parameters of the request. They are only called if all parameters could be read.
 template <typename Parts>
 class Group
 {

@@ -77,7 +77,7 @@ struct ServerParts
 };
 void addServerMethods(ipc::MethodTable& pTable, const ServerParts& pParts);
 
-// The answer to a request for pWhat that the store let down.
+// The answer to a request that failed because the store could not read or write pWhat.
 ipc::Reply storeFailure(control::StoreCare& pStore, const QString& pWhat);
 
 } // namespace methods

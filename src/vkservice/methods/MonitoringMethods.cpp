@@ -26,7 +26,7 @@ Reply getMonitoring(const MonitoringParts& pParts)
                      : storeFailure(pParts.mStore, u"The monitoring settings"_s);
 }
 
-// A null text if the settings can be taken.
+// A null text if the settings are valid.
 QString complaint(const MonitoringSettings& pSettings)
 {
     if (pSettings.summarizedMailPeriod() < 1 || pSettings.updateOverduePeriod() < 1) {

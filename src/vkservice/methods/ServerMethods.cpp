@@ -67,8 +67,8 @@ Reply addServer(const ServerParts& pParts, const NewServer& pNew)
     return answer(pParts, pParts.mServers.add(pNew.mServer));
 }
 
-// Calls pChange with the revision that the client has seen. Clients may take any value for one; this service
-// has whole numbers.
+// Calls pChange with the revision that the client knows. For clients a revision is opaque; this service uses
+// whole numbers.
 template <typename F>
 Reply withRevision(const ServerParts& pParts, const ServerPosition& pPosition, F pChange)
 {

@@ -47,7 +47,7 @@ Reply hasWizard(const SessionParts& pParts, Peer& pPeer)
     return Reply::result(pParts.mSockets.hasClient(u"wizard"_s, &pPeer));
 }
 
-// Errors that came before anybody listened follow the answer.
+// Errors from before the first monitor follow the answer.
 Reply enterMonitorMode(const SessionParts& pParts, Peer& pPeer)
 {
     pPeer.setMonitor();
@@ -61,8 +61,8 @@ Reply enterMonitorMode(const SessionParts& pParts, Peer& pPeer)
     return Reply::done();
 }
 
-// The machine's own service has a schedule to keep, so it is not for a client to end it. A worker belongs to
-// the process that started it; others have only found it.
+// Clients may not end the machine's own service, because it runs the schedule. A worker belongs to the
+// process that started it; other processes only found it.
 Reply quit(const SessionParts& pParts, Peer& pPeer)
 {
     const pid_t tPeer = pPeer.credentials().mPid;

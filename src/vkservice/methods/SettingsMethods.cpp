@@ -24,8 +24,8 @@ namespace {
 const QString sLastRun = u"service.lastRun"_s;
 constexpr qsizetype sMaxText = 64 * 1024;
 
-// The password stays here: a client sends the proxy back with passwordChanged false, and then the stored one
-// stays.
+// The password is never sent to clients: a client returns the proxy with passwordChanged false, which keeps
+// the stored password.
 Reply getProxy(const SettingsParts& pParts)
 {
     auto tProxy = pParts.mSettings.proxy();
@@ -107,7 +107,7 @@ QString lastRunText(const SettingsParts& pParts, const QString& pDefault)
     return tFinished.isValid() ? tFinished.toString(u"yyyyMMddhhmmss"_s) : pDefault;
 }
 
-// A secret stays here, whoever asks. Its length is told, so that a client can show that there is one.
+// A secret is never sent to any client. Its length is sent, so that a client can show that it is set.
 QString shown(const QString& pName, const QString& pValue)
 {
     const bool tSecret = pName.contains("password"_L1, Qt::CaseInsensitive);

@@ -37,7 +37,7 @@ ParentWatch::~ParentWatch()
     }
 }
 
-// The kernel gives an orphan to another process before it tells of the parent's end.
+// The kernel assigns an orphan to another process before it reports the parent's end.
 void ParentWatch::look()
 {
     if (mGone || ::getppid() == mParentPid) {

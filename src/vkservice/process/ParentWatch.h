@@ -9,7 +9,7 @@ class QTimer;
 
 namespace tarn::vkservice::process {
 
-// Tells when the process that started this one has ended.
+// Reports when the parent process has ended.
 class ParentWatch : public QObject
 {
     Q_OBJECT
@@ -18,7 +18,7 @@ public:
     explicit ParentWatch(QObject* pParent = nullptr);
     ~ParentWatch() override;
 
-    // True from the moment at which the parent has gone.
+    // True from the moment when the parent has ended.
     bool isGone() const { return mGone; }
 
 Q_SIGNALS:
@@ -31,7 +31,7 @@ private:
     int mFd = -1;
     bool mGone = false;
     std::unique_ptr<QSocketNotifier> mNotifier;
-    std::unique_ptr<QTimer> mPoll; // where the kernel has no descriptors of processes
+    std::unique_ptr<QTimer> mPoll; // for kernels without process descriptors
 };
 
 } // namespace tarn::vkservice::process

@@ -18,7 +18,7 @@ namespace {
 
 constexpr int sKeptLogFiles = 4;
 
-// One write a line: lines of threads and of other processes on the same journal stay whole.
+// One write per line, so that lines of other threads and processes in the same journal do not mix.
 void toStandardError(const QString& pText)
 {
     const QByteArray tLine = pText.toUtf8() + '\n';

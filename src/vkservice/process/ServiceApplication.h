@@ -23,23 +23,23 @@ class ServiceApplication : public vkcore::OkiApplication
     Q_OBJECT
 
 public:
-    // pForeground: the log goes to the log file, else to standard error for the journal.
+    // pForeground: log to the log file, else to standard error for the journal.
     explicit ServiceApplication(bool pForeground);
 
-    // To standard error, whatever the log is.
+    // Writes to standard error, in either mode.
     void fatalError(const QString& pText) override;
     void initLogFile() override;
     bool saveUserConfig() override { return true; }
 
     void write(LogLevel pLevel, const QString& pText);
 
-    // Reads the configuration files anew. False, with a reason and the old configuration still in force, if
-    // one of them can't be read.
+    // Reads the configuration files again. False, with a reason and the old configuration still active, if
+    // one of them cannot be read.
     bool reloadConfiguration(QString* pError);
     // A value of the configuration in force.
     QString configValue(const QString& pKey) const;
     QString configDir() const { return getConfigDir(); }
-    // pChosen, or where none was chosen the language of the service.
+    // pChosen, or the language of the service if none was chosen.
     QString languageOr(const QString& pChosen) const { return pChosen.isEmpty() ? getAppLang() : pChosen; }
 
 private:

@@ -14,9 +14,9 @@ class SignalWatch : public QObject
     Q_OBJECT
 
 public:
-    // Has to come before the process has a second thread: threads take the mask over.
+    // To be called before the process starts a second thread, because threads inherit the mask.
     static void blockSignals();
-    // Has a signal come that asks for the end, which no event loop has read yet?
+    // True if a termination signal is pending that no event loop has read yet.
     static bool isEndPending();
 
     explicit SignalWatch(QObject* pParent = nullptr);

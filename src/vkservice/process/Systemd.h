@@ -10,19 +10,19 @@ namespace tarn::vkservice::process {
 // that it handed over are closed. The caller owns the descriptor.
 int inheritedSocket(const QString& pPath);
 
-// Tells systemd how the service is. Does nothing where systemd did not start it.
+// Reports the state of the service to systemd. Does nothing if systemd did not start it.
 class SystemdNotifier : public QObject
 {
     Q_OBJECT
 
 public:
     explicit SystemdNotifier(QObject* pParent = nullptr);
-    // Does systemd look after this process, as its unit says?
+    // True if the unit enables systemd's watchdog for this process.
     static bool isListening() { return qEnvironmentVariableIsSet("NOTIFY_SOCKET"); }
 
     void ready(const QString& pStatus);
     void reloading();
-    // From here on the time that systemd gives for the end is asked for anew, as long as the event loop runs.
+    // From here on asks systemd again and again to extend the stop timeout, as long as the event loop runs.
     void stopping();
 
 private:

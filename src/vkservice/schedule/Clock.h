@@ -13,7 +13,7 @@ class Clock : public QObject
 public:
     using QObject::QObject;
 
-    // In whole seconds: dates travel and are stored so, and one that is made of this comes back as it was.
+    // In whole seconds: dates are sent and stored in this unit, so a date from this clock survives unchanged.
     QDateTime now() const
     {
         const QDateTime tMoment = moment();
@@ -23,8 +23,8 @@ public:
     virtual void wakeAt(const QDateTime& pWhen) = 0;
 
 Q_SIGNALS:
-    // The moment has come, or the clock was set, or the machine woke up, or the time zone may have changed.
-    // The receiver looks at the time anew and asks for its next wake-up.
+    // The requested time has come, or the clock was set, the machine woke up, or the time zone may have
+    // changed. The receiver reads the time again and requests its next wake-up.
     void woke();
 
 private:

@@ -11,7 +11,7 @@ struct sd_login_monitor;
 
 namespace tarn::vkservice::schedule {
 
-// Tells when a person begins a session on this machine.
+// Reports when a user starts a session on this machine.
 class LoginWatch : public QObject
 {
     Q_OBJECT
@@ -20,7 +20,7 @@ public:
     explicit LoginWatch(QObject* pParent = nullptr);
     ~LoginWatch() override;
 
-    // False on a machine that keeps no record of sessions.
+    // False on a machine without a record of sessions.
     bool start();
 
 Q_SIGNALS:

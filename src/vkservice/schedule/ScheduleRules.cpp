@@ -9,18 +9,18 @@ using vkcore::Scheduler;
 
 namespace {
 
-constexpr int sLastYear = 9999;            // what a date on the socket can say
-constexpr qint64 sToleranceSeconds = 7200; // an hour that comes twice, and some
+constexpr int sLastYear = 9999;            // the last year that a date on the socket can have
+constexpr qint64 sToleranceSeconds = 7200; // covers an hour that occurs twice, with a margin
 
-// A period beyond the years that a date can say. Qt counts months up one year after the other, so it must not
-// be asked for them.
+// True for a period beyond the largest possible date. Qt adds months in a loop over the years, so it must not
+// be called with such a period.
 bool isEndless(const Period& pPeriod)
 {
     constexpr qint64 sHours[] = {1, 24, 7 * 24, 28 * 24};
     return pPeriod.mCount * sHours[pPeriod.mUnit] > qint64(sLastYear) * 366 * 24;
 }
 
-// pPeriods may be negative. Invalid where the calendar ends.
+// pPeriods may be negative. Invalid if the result is outside the calendar.
 QDateTime shifted(const QDateTime& pDate, int pPeriods, const Period& pPeriod)
 {
     if (isEndless(pPeriod)) {
@@ -60,7 +60,7 @@ QDateTime anchorOf(const ScheduleSettings& pSchedule)
     return pSchedule.mAnchor.isValid() ? pSchedule.mAnchor : pSchedule.mNextCheck;
 }
 
-// The date from which a new period counts: where the old one began, or now where that can't be said.
+// The date from which a new period counts: the start of the old one, or now if that is not known.
 QDateTime beginOfPeriod(const ScheduleSettings& pOld, const QDateTime& pNow)
 {
     const QDateTime tBegin = shifted(pOld.mNextCheck, -1, pOld.period());

@@ -11,7 +11,7 @@ namespace tarn::vkservice::schedule {
 namespace {
 
 constexpr qint64 sOnTimeSeconds = 60;       // later than this a check has been missed
-constexpr qint64 sLoginPauseSeconds = 3600; // a machine with many short sessions is no reason for many checks
+constexpr qint64 sLoginPauseSeconds = 3600; // many short sessions on a machine must not cause many checks
 
 } // namespace
 
@@ -37,7 +37,8 @@ void ScheduleTimer::setJitter(int pSeconds)
     }
 }
 
-// Machines that were all off at their time, and come on together, are spread like those that were on.
+// Machines that were all off at the time of the check, and start together, are spread like those that were
+// on.
 QDateTime ScheduleTimer::dueTime(const QDateTime& pNow)
 {
     const int tOffset = jitterOffset(mSettings.mNextCheck, mJitter, mMachine);

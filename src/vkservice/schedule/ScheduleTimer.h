@@ -10,31 +10,29 @@ namespace tarn::vkservice::schedule {
 
 class Clock;
 
-// Lets the schedule come round. It holds the schedule in force and moves it on; what it does not do is the
-// check itself.
+// Signals when a check is due. Owns the active schedule and advances it; the check itself is done elsewhere.
 class ScheduleTimer : public QObject
 {
     Q_OBJECT
 
 public:
-    // pMachine tells this machine from others, for the jitter.
+    // pMachine identifies this machine, for the jitter.
     ScheduleTimer(Clock& pClock, const QByteArray& pMachine, QObject* pParent = nullptr);
 
     const ScheduleSettings& settings() const { return mSettings; }
-    // Puts a schedule in force as it is. A check whose date went by meanwhile, however often, comes once.
+    // Activates a schedule unchanged. A check that was missed, once or several times, is signalled once.
     void start(const ScheduleSettings& pSettings);
-    // A schedule that is paused is kept and changed, but never comes round.
+    // A paused schedule can still be read and changed, but does not start checks.
     void pause() { mPaused = true; }
     void setJitter(int pSeconds);
-    // One more check after this while, beside those of the schedule; none if the schedule does not run by
-    // date.
+    // Adds one check after this delay, in addition to those of the schedule. Does nothing if the schedule
+    // does not run by date.
     void retryIn(int pSeconds);
-    // A user has begun a session. With the login bit that is a check, but not more often than once in an
-    // hour.
+    // A user has started a session. With the login bit this triggers a check, at most once an hour.
     void userLoggedIn();
 
 Q_SIGNALS:
-    // The schedule has been moved on, before due().
+    // The schedule was advanced; emitted before due().
     void moved(const tarn::vkservice::ScheduleSettings& pSettings);
     // It is time for a check.
     void due();
@@ -49,7 +47,7 @@ private:
     QByteArray mMachine;
     ScheduleSettings mSettings;
     int mJitter = 0;
-    QDateTime mMissedUntil; // when a check that was missed is made up for
+    QDateTime mMissedUntil; // when a missed check is caught up on
     QDateTime mRetryAt;
     QDateTime mLastLoginCheck;
     bool mPaused = false;

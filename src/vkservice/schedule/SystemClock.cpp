@@ -12,14 +12,14 @@ namespace tarn::vkservice::schedule {
 
 namespace {
 
-// A new time zone is announced by nobody, so the time is looked at again after this while at the latest.
+// A change of the time zone is not announced, so the time is checked at least this often.
 constexpr qint64 sLongestSleepSeconds = 600;
 
 } // namespace
 
 SystemClock::SystemClock(QObject* pParent) : Clock(pParent)
 {
-    // Of the real-time clock, since that one goes on while the machine sleeps.
+    // On the real-time clock, because it continues while the machine sleeps.
     mTimerFd = ::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC);
     if (mTimerFd >= 0) {
         mNotifier = std::make_unique<QSocketNotifier>(mTimerFd, QSocketNotifier::Read);
@@ -63,7 +63,7 @@ void SystemClock::wakeAt(const QDateTime& pWhen)
 
 void SystemClock::onTimer()
 {
-    // A clock that was set makes the read fail, which is as good a reason to look at it.
+    // When the clock is set, the read fails; that is a reason to check the time, too.
     quint64 tExpirations = 0;
     [[maybe_unused]] const ssize_t tRead = ::read(mTimerFd, &tExpirations, sizeof(tExpirations));
     Q_EMIT woke();

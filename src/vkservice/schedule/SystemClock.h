@@ -26,7 +26,7 @@ private:
 
     int mTimerFd = -1;
     std::unique_ptr<QSocketNotifier> mNotifier;
-    std::unique_ptr<QTimer> mFallback; // where the kernel gives no timer
+    std::unique_ptr<QTimer> mFallback; // used if the kernel has no timer
 };
 
 } // namespace tarn::vkservice::schedule

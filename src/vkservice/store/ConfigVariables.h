@@ -14,16 +14,16 @@ class Database;
 
 namespace tarn::vkservice::store {
 
-// A variable that the service reads, with what it may hold.
+// A variable that the service reads, with its allowed values.
 struct VariableRule
 {
     QString mName;
-    QString mDefault; // where neither a value nor the configuration has one
-    // Gives the reason why a text is no value of this variable, a null text if it is one.
+    QString mDefault; // used if neither a value nor the configuration sets one
+    // Returns the reason why a text is not a valid value of this variable, a null text if it is valid.
     std::function<QString(const QString&)> mCheck;
     QStringList mWords = {}; // of a wordRule
-    // A wrong value of the configuration counts all the same, and fails where it is used: the default would
-    // be less safe than what was meant.
+    // An invalid value in the configuration still counts, and fails where it is used: the default would be
+    // less safe than what the administrator intended.
     bool mKeepsWrong = false;
 };
 
@@ -38,33 +38,33 @@ VariableRule certificatesRule(const QString& pName);
 VariableRule textRule(const QString& pName, const QString& pDefault);
 
 // The configuration variables, by name. Those that the service knows are checked, and have a default that the
-// configuration may change: the key of the variable update.caFile is service.update.caFile. A name that
-// begins as theirs do, up to the first dot, and is not one of them is a mistake. All others are stored and
-// given back as they are.
+// configuration may change: the key for the variable update.caFile is service.update.caFile. An unknown name
+// that shares the prefix of a known one, up to the first dot, is an error. All others are stored and returned
+// unchanged.
 class ConfigVariables
 {
 public:
     explicit ConfigVariables(vkcore::Database& pDatabase);
 
     void addRule(const VariableRule& pRule);
-    // Names with this in front belong to the service, too.
+    // Names with this prefix belong to the service, too.
     void addPrefix(const QString& pPrefix) { mPrefixes.insert(pPrefix); }
-    // How a key of the configuration is read; gives an empty text for a key without a value.
+    // How a key of the configuration is read; returns an empty text for a key without a value.
     void setConfiguration(std::function<QString(const QString& pKey)> pRead)
     {
         mConfiguration = std::move(pRead);
     }
 
-    // The stored value where the rule takes it, else that of the configuration, else the rule's default, else
-    // a null text; none if the database can't be read.
+    // The stored value if the rule accepts it, else that of the configuration, else the rule's default, else
+    // a null text. No value if the database cannot be read.
     std::optional<QString> value(const QString& pName) const;
-    // An empty text takes a known variable back to its default, and removes a mistaken one that an earlier
-    // version took. False with a reason.
+    // An empty text resets a known variable to its default, and removes an invalid name that an earlier
+    // version accepted. False with a reason.
     bool set(const QString& pName, const QString& pValue, QString* pReason);
 
-    // Of known variables. A value of the configuration that breaks the rule is no value, unless the rule
-    // keeps it. *pAllRead becomes false, and is not changed otherwise, where the database can't be read: the
-    // value then says nothing.
+    // For known variables. An invalid value in the configuration is ignored, unless the rule keeps it. Sets
+    // *pAllRead to false if the database cannot be read, else leaves it unchanged; then the returned value is
+    // meaningless.
     QString text(const QString& pName, bool* pAllRead = nullptr) const;
     qint64 number(const QString& pName, bool* pAllRead = nullptr) const
     {

@@ -17,7 +17,7 @@ using namespace vkcore;
 
 namespace {
 
-// The whole list has to fit into one answer, which is a line of 8 MiB.
+// The complete list must fit into one answer, which is a line of 8 MiB.
 constexpr qsizetype sMaxListBytes = 7 * 1024 * 1024;
 
 QString suggestedName(const QString& pUri)
@@ -27,7 +27,7 @@ QString suggestedName(const QString& pUri)
     return tServer->getSuggestedName();
 }
 
-// Answers hold no passwords.
+// Answers never contain passwords.
 qsizetype answerBytes(ServerEntry pEntry)
 {
     pEntry.mPassword.reset();
@@ -107,8 +107,8 @@ std::optional<qint64> ServerTable::revision()
     return tQuery.isOk() ? std::optional(tRevision) : std::nullopt;
 }
 
-// The first revision of a list is the time: a store that had to begin anew must not come to a revision that
-// a client still holds of the old one.
+// The first revision of a list is the time: an emptied store must not reach a revision that a client still
+// has from the old one.
 bool ServerTable::moveRevision()
 {
     const auto tOld = revision();
@@ -251,7 +251,7 @@ ServerTable::Outcome ServerTable::add(const ServerEntry& pServer)
         }
         return (!pServer.mDefault || clearDefault()) && insert(pServer) ? Outcome::Done : failed();
     });
-    // Counted on, so that a long list can be built without counting it anew for each entry.
+    // A running total, so that adding an entry to a long list does not count the list again.
     if (tOutcome == Outcome::Done && tBytesBefore) {
         mListBytes = *tBytesBefore + answerBytes(pServer);
     }

@@ -17,19 +17,19 @@ namespace tarn::vkservice::store {
 
 using vkcore::protocol::ServerEntry;
 
-// The list of update servers. At most one of them is the default server, and the "default server" of the
-// settings is that entry and nothing beside it. Each setter is one transaction and moves the revision on, so
-// that two clients can't overwrite each other's change by a position that no longer holds.
+// The list of update servers. At most one of them is the default server; the "default server" of the settings
+// is this entry. Each setter is one transaction and changes the revision, so that a client with an outdated
+// position cannot overwrite the change of another client.
 class ServerTable
 {
 public:
     enum class Outcome
     {
         Done,
-        Stale,   // the revision is no longer current
+        Stale,   // the revision is outdated
         NoEntry, // no entry at this position
         Invalid, // the entry breaks a rule, which reason() names
-        Failed,  // the database; reason() says why
+        Failed,  // the database failed; reason() has the details
     };
 
     explicit ServerTable(vkcore::Database& pDatabase) : mDatabase(pDatabase) {}
@@ -37,17 +37,17 @@ public:
     // In the order of the list; none if the database can't be read. Passwords are in it; an entry without one
     // has none set.
     std::optional<QList<ServerEntry>> entries();
-    // The default entry; an entry without an address where there is none.
+    // The default entry; an entry without an address if there is none.
     std::optional<ServerEntry> defaultEntry();
     std::optional<qint64> revision();
 
     Outcome add(const ServerEntry& pServer);
-    // Keeps the stored password where pServer has none. pRevision none: whatever the list is now.
+    // Keeps the stored password if pServer has none. Without pRevision: applies to the current list.
     Outcome change(int pIndex, const ServerEntry& pServer, std::optional<qint64> pRevision);
     Outcome remove(int pIndex, std::optional<qint64> pRevision);
-    // Changes the default entry, or makes one that is enabled.
+    // Changes the default entry, or creates one that is enabled.
     Outcome setDefault(const QString& pUri, const QString& pUser, const QString& pPassword);
-    // Gives a machine its first default server. Does nothing once the list has been changed in any way.
+    // Sets the first default server of a machine. Does nothing if the list was ever changed.
     Outcome provide(const QString& pUri);
 
     const QString& reason() const { return mReason; }
@@ -76,7 +76,7 @@ private:
     QString mReason;
     // Passwords that their owners do not want on the disk: they end with this process.
     QHash<qint64, QString> mUnsavedPasswords;
-    std::optional<qsizetype> mListBytes; // what the list takes in an answer, once it was counted
+    std::optional<qsizetype> mListBytes; // bytes of the list in an answer, once it was counted
 };
 
 } // namespace tarn::vkservice::store

@@ -30,7 +30,7 @@ QDateTime toDate(const QString& pText)
     return QDateTime::fromString(pText, Qt::ISODate);
 }
 
-// A password that was given before there was a host is for the first one.
+// A password that was set before the host belongs to the first host.
 bool isAnotherProxy(const NetProxy& pOld, const NetProxy& pNew)
 {
     const bool tChanged = pOld.mHost != pNew.mHost || pOld.mPort != pNew.mPort;

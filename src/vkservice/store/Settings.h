@@ -17,26 +17,26 @@ namespace tarn::vkservice::store {
 
 using vkcore::protocol::ProxySettings;
 
-// The settings of which there is one each. A getter gives none if the database can't be read, and what a
-// fresh machine has where nothing was stored; a setter is one transaction, durable when it returns true.
+// The settings that exist once each. A getter returns no value if the database cannot be read, and the
+// initial value if nothing was stored. A setter is one transaction, durable when it returns true.
 class Settings
 {
 public:
     explicit Settings(vkcore::Database& pDatabase) : mDatabase(pDatabase) {}
 
-    // The password is in it; it is for the service's own use.
+    // Contains the password; only for use inside the service.
     std::optional<ProxySettings> proxy() const;
-    // Keeps the stored password where pProxy has not changed it and has the same host and port: a password is
-    // only ever sent to the proxy that it was given for.
+    // Keeps the stored password if pProxy does not change it and has the same host and port: a password is
+    // only ever sent to the proxy that it was set for.
     bool setProxy(const ProxySettings& pProxy);
 
     std::optional<QString> dataDirectory() const;
     bool setDataDirectory(const QString& pPath);
 
-    // Null where none was chosen.
+    // Null if none was chosen.
     std::optional<QString> appLanguage() const;
     std::optional<QString> dataLanguage() const;
-    // A null text leaves that language as it is.
+    // A null text leaves that language unchanged.
     bool setLanguages(const QString& pApp, const QString& pData);
 
     std::optional<ScheduleSettings> schedule() const;

@@ -12,12 +12,11 @@ using vkcore::Statement;
 
 namespace {
 
-// An answer means that the change has come to stay. With a write-ahead log that takes one sync, where
-// a rollback journal takes four: the service answers nobody while it waits for the disk.
+// An answer promises that the change is durable. A write-ahead log needs one sync for that, a rollback
+// journal four: the service answers no client while it waits for the disk.
 constexpr auto sPragmas = "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON;";
 
-// Each leads from one version of the tables to the next. What stands here has been released and never
-// changes.
+// Each migrates from one version of the tables to the next. Released entries never change.
 constexpr const char* sSteps[] = {R"(
 CREATE TABLE settings (
     name TEXT PRIMARY KEY,

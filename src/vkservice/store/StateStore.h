@@ -6,24 +6,24 @@
 
 namespace tarn::vkservice::store {
 
-// The database of all that the service has to remember: state.db, mode 0600, in the state directory. The
-// tables are read and written by the classes beside this one.
+// The database of the service's persistent state: state.db, mode 0600, in the state directory. The other
+// classes in this folder read and write the tables.
 class StateStore
 {
 public:
     static constexpr int sSchemaVersion = 1;
 
-    // Makes the database where there is none, and brings one of an earlier version up to this one. A damaged
-    // one is set aside, never overwritten: damagedFile() then names it, and the store is empty. False with a
-    // reason, and the file left alone, if the database can't be read now, lacks a table, comes from a newer
-    // version of the service, or from elsewhere.
+    // Creates the database if there is none, and migrates one of an earlier version. A damaged one is moved
+    // aside, never overwritten: damagedFile() then names it, and the store is empty. False with a reason, and
+    // the file unchanged, if the database cannot be read now, lacks a table, or was written by a newer
+    // version of the service or another program.
     bool open(const QString& pStateDir, QString* pError);
 
-    // For a failed operation: if it failed because the database is damaged, sets that aside and begins an
-    // empty one. True if so.
+    // For a failed operation: if the cause is a damaged database, moves it aside and creates an empty one.
+    // True if so.
     bool replaceIfDamaged(QString* pError);
 
-    // Where the last damaged database was moved to, null if none was.
+    // The path that the last damaged database was moved to, null if there was none.
     const QString& damagedFile() const { return mDamagedFile; }
     vkcore::Database& database() { return mDatabase; }
 

@@ -4,7 +4,7 @@
 
 namespace tarn::vkservice {
 
-// The outcome of a run; the low 8 bits are what clients get.
+// The outcome of a run; clients get the low 8 bits.
 enum ResultCode : int
 {
     ResultNone = 0,

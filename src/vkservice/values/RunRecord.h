@@ -12,9 +12,9 @@ struct RunRecord
     QString mText;
     QDateTime mFinished;    // local time
     QDateTime mLastSuccess; // when a run last ended well; invalid before the first
-    // UTC, to the millisecond: tells this run from all others. Invalid for a result that belongs to no run.
+    // UTC, to the millisecond: identifies the run. Invalid for a result that does not belong to a run.
     QDateTime mBegan;
-    // How many runs in a row up to now the service did not survive; a run that ends makes it 0.
+    // How many runs in a row the service did not survive; a run that ends resets it to 0.
     int mCutShort = 0;
 
     bool operator==(const RunRecord&) const = default;
