@@ -21,12 +21,12 @@ namespace tarn::vkservice::update {
 
 namespace {
 
-// Between two looks at the processes where the kernel can't tell of their end, and where it can: a
-// number may have gone to another process before it was opened.
+// How often to scan the processes: if the kernel cannot report their end, and if it can (a process id may
+// have been reused before it was opened).
 constexpr int sPollMs = 500;
 constexpr int sRecheckMs = 10 * 1000;
 
-// What the kernel runs by itself; anything else is read by another program.
+// True unless the kernel can run the file itself; other files are read by an interpreter.
 bool needsInterpreter(const QString& pPath)
 {
     QFile tFile(pPath);
@@ -77,8 +77,8 @@ void AppWait::watch(const packages::InstalledPackage& pPackage, const packages::
     mWatched.append(tWatched);
 }
 
-// An interpreter runs a script that its arguments name. They are anybody's words: only where administrators
-// alone put files is looked for them, not on disks and servers that may never answer.
+// An interpreter runs a script that its arguments name. Any user can choose the arguments, so scripts are
+// only looked up in folders of administrators, not on disks and servers that may never answer.
 bool AppWait::isRunBy(const os::Process& pProcess, const Watched& pWatched) const
 {
     if (pWatched.mScripts.isEmpty()) {
@@ -157,7 +157,7 @@ Failure AppWait::wait(int pSeconds)
     return mAbort.isSet() ? Failure::canceled() : Failure();
 }
 
-// Until one of them ends, the abort comes or the time is over.
+// Until one of them ends, the run is aborted or the time is over.
 void AppWait::waitForEnd(const QList<pid_t>& pPids, int pMilliseconds)
 {
     std::vector<pollfd> tPolls{{mAbort.fd(), POLLIN, 0}};

@@ -14,7 +14,7 @@ struct Process;
 
 namespace tarn::vkservice::update {
 
-// Waits until nobody runs an executable of a package that is about to be replaced.
+// Waits until no process runs an executable of a package that is about to be replaced.
 class AppWait
 {
 public:
@@ -29,7 +29,7 @@ private:
     struct Watched
     {
         QString mTitle;
-        QString mPrefix; // absolute path of the folder that holds the package's versions, with a slash
+        QString mPrefix; // absolute path of the folder with the package's versions, with a slash
         QStringList mExecutables;
         QList<os::FileId> mScripts; // those of all versions that need an interpreter
     };

@@ -94,7 +94,7 @@ Failure ArchiveFile::write(QByteArrayView pData)
     if (mProgress) {
         mProgress(pData.size());
     }
-    // Blocks that are large as they are need no copy.
+    // Large blocks are written without a copy.
     if (mBuffer.isEmpty() && pData.size() >= sBufferSize) {
         mHasher->add(pData);
         const int tResult =

@@ -16,9 +16,9 @@ namespace tarn::vkservice::update {
 
 Failure notTheSigned(const tuf::TargetFile& pTarget);
 
-// A package on its way from a server: a file in the folder of downloads, named by the hash that it must have
-// and by nothing else, so that a later run can go on with what is there and bytes of another file can never
-// get in. Every byte is hashed when it comes, or when it is found there.
+// A package during its download: a file in the folder of downloads, named only by its expected hash. So a
+// later run can resume it, and bytes of another file can never get in. Every byte is hashed, on arrival or
+// when the file is opened again.
 class ArchiveFile : public Sink
 {
 public:
@@ -31,14 +31,14 @@ public:
     {
         return tuf::namingHash(pTarget.mHashes).toHex();
     }
-    // Bytes of the file that lie on the disk, without opening it.
+    // Size of the file on disk, without opening it.
     qint64 onDisk() const { return mFolder.sizeOf(mName); }
     bool isComplete() const { return onDisk() == mTarget.mLength; }
 
-    // Makes the file, or opens the one that is there and hashes what it holds. pProgress gets the bytes
-    // hashed since its last call.
+    // Creates the file, or opens an existing one and hashes its content. pProgress gets the bytes hashed
+    // since its last call.
     Failure open(const os::AbortFlag& pAbort, const std::function<void(qint64)>& pProgress);
-    // Called with the bytes that came since its last call.
+    // Called with the bytes received since its last call.
     void setProgress(const std::function<void(qint64)>& pProgress) { mProgress = pProgress; }
 
     qint64 received() const override { return mReceived; }
@@ -46,7 +46,7 @@ public:
     bool isResumable() const override { return true; }
     Failure restart() override;
     Failure write(QByteArrayView pData) override;
-    // Puts what was received on the disk, as far as it goes.
+    // Writes what was received to disk, as far as possible.
     Failure close();
 
     // After close(): whether this is the file that was signed. Removes the file if it isn't.

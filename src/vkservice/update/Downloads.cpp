@@ -68,7 +68,7 @@ qint64 Downloads::bytesToCome(const Plan& pPlan) const
 Failure Downloads::fetch(Source& pSource, Plan* pPlan)
 {
     Items tItems;
-    // Packages with the same contents have one archive, which comes once.
+    // Packages with the same contents share one archive, which is downloaded once.
     QHash<QByteArray, PlannedPackage*> tFirsts;
     QList<std::pair<PlannedPackage*, PlannedPackage*>> tTwins;
     for (PlannedPackage& tPackage : pPlan->mPackages) {
@@ -105,7 +105,7 @@ Failure Downloads::fetch(Source& pSource, Items* pItems)
     if (tSpoiled.empty()) {
         return {};
     }
-    // The part that was here may have been the wrong one: this server gets the chance to send the whole.
+    // The old part may have been wrong: this server gets the chance to send the complete file.
     Items tAgain;
     for (Item* tItem : tSpoiled) {
         tItem->failure() = Failure();
@@ -201,7 +201,7 @@ void Downloads::remove(const Plan& pPlan)
 {
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         if (!tPackage.mFailure) {
-            // What stays only takes space, and the next run tries again.
+            // A leftover file only takes space, and the next run tries again.
             (void)mFolder.remove(ArchiveFile::nameOf(tPackage.mOffer.mTarget));
         }
     }

@@ -11,8 +11,8 @@ namespace tarn::vkservice::update {
 
 class ArchiveFile;
 
-// The archives of a plan, in the folder of downloads. What lies there from an earlier run, or from another
-// server, is used; what can't be verified is removed.
+// The archives of a plan, in the folder of downloads. Uses what an earlier run or another server left there,
+// and removes what cannot be verified.
 class Downloads
 {
 public:
@@ -26,8 +26,8 @@ public:
     void keep(const Plan& pPlan);
     qint64 bytesToCome(const Plan& pPlan) const;
 
-    // Gets and verifies the archive of each package that has no trouble yet, and notes in the others what is
-    // wrong with them. A trouble that is returned is one of this machine or an abort, and ends the run.
+    // Gets and verifies the archive of each package that has not failed yet, and stores a failure in each
+    // package that fails now. The return value is a failure of this machine or an abort, and ends the run.
     Failure fetch(Source& pSource, Plan* pPlan);
 
     // Removes the archives of the packages without trouble.

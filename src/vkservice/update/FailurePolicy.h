@@ -3,12 +3,12 @@
 #include "internal/Failure.h"
 #include "values/ResultCode.h"
 
-// What a failure means for a run that may ask several servers.
+// The consequences of a failure for a run with several servers.
 namespace tarn::vkservice::update {
 
-// True for what the server is to blame for.
+// True if the server caused the failure.
 bool isServersFault(const Failure& pFailure);
-// True where another server may do better.
+// True if another server may succeed.
 bool mayAskAnotherServer(const Failure& pFailure);
 ResultCode resultCode(const Failure& pFailure);
 

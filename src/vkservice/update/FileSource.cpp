@@ -40,14 +40,14 @@ void FileSource::run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pA
 Failure FileSource::openFailed(int pErrno, const QString& pPath) const
 {
     const QString tText = u"Can't read %1: %2"_s.arg(pPath, qt_error_string(pErrno));
-    // A missing file says something about the repository only where there is one.
+    // A missing file only says something about the repository if the repository exists.
     const bool tNotFound = (pErrno == ENOENT || pErrno == ENOTDIR) && QFileInfo(mFolder).isDir();
     return {tNotFound ? Failure::Kind::NotFound : Failure::Kind::Unreachable, tText};
 }
 
 Failure FileSource::copy(const QString& pPath, Sink& pSink, const os::AbortFlag& pAbort)
 {
-    // Not blocking: a pipe that lies in place of the file must not hold the run up.
+    // Non-blocking: a pipe in place of the file must not block the run.
     os::Descriptor tFile(mFileSystem, mFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_NONBLOCK));
     struct stat tStat;
     if (!tFile.isOpen() || ::fstat(tFile.fd(), &tStat) != 0) {

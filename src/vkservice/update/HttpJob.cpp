@@ -8,10 +8,9 @@ namespace tarn::vkservice::update {
 
 namespace {
 
-// An error page may have so many bytes; from a longer one the connection is cut.
+// The most bytes of an error page; if it is longer, the connection is cut.
 constexpr qint64 sMaxIgnored = 64 * 1024;
-// An attempt that brought so much of what had never come before was worth it, and attempts count from one
-// again.
+// An attempt that brought this many new bytes was worth it: the count of attempts starts again.
 constexpr qint64 sWorthwhileBytes = 1024 * 1024;
 constexpr int sPauseGrowth = 3;
 constexpr int sLongestPauseMs = 60 * 1000;
@@ -134,7 +133,7 @@ size_t HttpJob::onData(char* pData, size_t pOne, size_t pSize, void* pSelf)
     return static_cast<HttpJob*>(pSelf)->take(QByteArrayView(pData, static_cast<qsizetype>(pOne * pSize)));
 }
 
-// Anything but the number of bytes given, or a pause, ends the attempt.
+// Any value except the number of bytes given, or a pause, ends the attempt.
 size_t HttpJob::take(QByteArrayView pData)
 {
     if (!mBodyBegun) {
@@ -168,7 +167,7 @@ bool HttpJob::takesBody()
 {
     const long tStatus = status();
     if (tStatus == sOk && mOffset > 0) {
-        mSinkFailure = restartSink(); // a server that knows no ranges sends the whole
+        mSinkFailure = restartSink(); // a server without support for ranges sends the complete file
     }
     mRangeWrong = tStatus == sPartial && !rangeIsRight();
     return tStatus == sOk || tStatus == sPartial;
@@ -249,8 +248,8 @@ bool HttpJob::judge(CURLcode pResult, long pStatus)
     return true;
 }
 
-// A file that was changed just before it was sent may change again without another date, and many servers
-// make the tag from the date and the size: then neither is good for asking later.
+// A file that was changed just before it was sent may change again without a new date, and many servers
+// derive the tag from date and size: then neither is usable for a later conditional request.
 Validators HttpJob::validators() const
 {
     constexpr time_t sSafeSeconds = 60;
@@ -271,7 +270,7 @@ bool HttpJob::retryOrFail(Failure::Kind pKind, const QString& pWhy)
 {
     const qint64 tReceived = mTransfer.mSink->received();
     if (mTransfer.mSink->isResumable() && tReceived == mTransfer.mSink->maxLength()) {
-        return true; // the connection broke behind the last byte
+        return true; // the connection broke after the last byte
     }
     if (tReceived - mFurthest >= sWorthwhileBytes) {
         mAttempts = 1;

@@ -8,8 +8,7 @@
 
 namespace tarn::vkservice::update {
 
-// One file over https, through as many attempts as it takes. Runs on a curl multi handle that somebody else
-// drives.
+// One file over https, with retries. Runs on a curl multi handle that the caller drives.
 class HttpJob
 {
 public:
@@ -20,19 +19,19 @@ public:
 
     using Clock = RateLimit::Clock;
 
-    // Not before this moment the next attempt may begin.
+    // The earliest time of the next attempt.
     Clock::time_point notBefore() const { return mNotBefore; }
     // False if the attempt can't be set up; the job is over then.
     bool begin(CURLM* pMulti);
     CURL* handle() const { return mHandle; }
-    // True while the attempt holds back bytes for the rate limit; resume() takes them, as far as they may
-    // come.
+    // True while the attempt is paused by the rate limit; resume() continues it as far as the limit allows.
     bool isPaused() const { return mPaused; }
     void resume();
-    // The attempt is over. True if the file is done, well or not; false if it is to be begun again.
+    // The attempt is over. True if the file is finished, with or without success; false if it must be tried
+    // again.
     bool end(CURLcode pResult);
     void cancel();
-    // Ends it as failed because of the server, whatever attempts are left.
+    // Fails the file because of the server, even if attempts remain.
     void giveUp(const QString& pWhy);
 
 private:
@@ -58,14 +57,14 @@ private:
     curl_slist* mHeaders = nullptr;
     char mErrorText[CURL_ERROR_SIZE] = {};
     Clock::time_point mNotBefore;
-    // What a server can use up for good: only bytes behind the furthest that ever was reached give attempts
-    // back, and nothing gives back a beginning from the start.
+    // The budget of retries. Only bytes beyond the furthest position so far restore attempts, and nothing
+    // restores restarts from the beginning of the file.
     int mAttempts = 0;
     int mRestarts = 0;
     qint64 mFurthest;
 
     // Of the present attempt.
-    qint64 mOffset = 0;  // where it was asked to go on
+    qint64 mOffset = 0;  // the position that the request asked for
     qint64 mIgnored = 0; // bytes of an answer that is not the file
     bool mPaused = false;
     bool mBodyBegun = false;

@@ -56,7 +56,7 @@ bool HttpSettings::apply(CURL* pHandle) const
         curl_easy_setopt(pHandle, CURLOPT_USERNAME, mUser.constData());
         curl_easy_setopt(pHandle, CURLOPT_PASSWORD, mPassword.constData());
     }
-    // An empty text keeps curl from looking for a proxy on its own.
+    // An empty text stops curl from looking for a proxy itself.
     curl_easy_setopt(pHandle, CURLOPT_PROXY, mProxy.constData());
     curl_easy_setopt(pHandle, CURLOPT_NOPROXY, mNoProxy.constData());
     if (!mProxyUser.isEmpty()) {

@@ -8,12 +8,12 @@
 
 namespace tarn::vkservice::update {
 
-// How to speak to one https server: what is the same for all its files.
+// How to access one https server: the settings that all its files share.
 struct HttpSettings
 {
     HttpSettings(const ServerAccess& pServer, const RunRequest& pRequest);
 
-    // Everything but the file's own address and callbacks. False if the transfer is not to be begun.
+    // Sets everything except the address and the callbacks of the file. False if the transfer must not start.
     [[nodiscard]] bool apply(CURL* pHandle) const;
 
     QByteArray mBase; // address without user, password and trailing slash

@@ -27,7 +27,7 @@ void initCurl()
 
 } // namespace
 
-// The way of a number of files through the connections of one server.
+// Transfers a number of files over the connections of one server.
 class HttpSource::Loop
 {
 public:
@@ -70,7 +70,7 @@ public:
     }
 
 private:
-    // Begins as many files as may run; how long to wait at most for the next one to become due.
+    // Starts as many files as allowed. Returns the longest time to wait for the next one to become due.
     int beginDue()
     {
         using namespace std::chrono;
@@ -95,7 +95,8 @@ private:
         return tWait;
     }
 
-    // Lets the files go on that the rate limit holds, by turns; how long to wait at most for the next one.
+    // Resumes the files that the rate limit has paused, in turn. Returns the longest time to wait for the
+    // next one.
     int resumePaused()
     {
         using namespace std::chrono;
@@ -113,7 +114,7 @@ private:
         return static_cast<int>(std::clamp<qint64>(tLeft, 0, sLongestWaitMs));
     }
 
-    // Why the server is not worth more time, after a round that began then; empty as long as it is.
+    // Why to give up on the server, after a round that started at pBegin; empty if there is no reason.
     QString complaint(Clock::time_point pBegin)
     {
         const auto tNow = Clock::now();
@@ -121,7 +122,7 @@ private:
             return u"the server took more than %1 seconds for its metadata"_s.arg(
                 mSettings.mPatience.mMetadataSeconds);
         }
-        // What the bandwidth limit held back is not the server's fault.
+        // The server is not to blame for what the bandwidth limit delayed.
         const auto tReady = mActive.empty() ? tNow : std::max(pBegin, mRateLimit.next());
         return mRateFloor.isKept(tNow - tReady, mRateLimit.taken())
                    ? QString()

@@ -21,7 +21,7 @@ private:
 
     HttpSettings mSettings;
     CURLM* mMulti;
-    std::chrono::steady_clock::duration mMetadataTime; // what is left of it
+    std::chrono::steady_clock::duration mMetadataTime; // the rest of it
 };
 
 } // namespace tarn::vkservice::update

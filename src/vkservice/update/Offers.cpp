@@ -12,7 +12,7 @@ using tuf::TargetFile;
 
 constexpr qsizetype sMaxWarnings = 20;
 
-// What the target claims to be, also where it is of no use.
+// The name in the target's data, even if the target is unusable.
 QString claimedName(const TargetFile& pTarget)
 {
     return pTarget.mCustom.value("name"_L1).toString();

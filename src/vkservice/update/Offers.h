@@ -18,8 +18,8 @@ struct Offer
     tuf::Hash hash() const { return tuf::namingHash(mTarget.mHashes); }
 };
 
-// The packages among the targets of a repository. A file without "custom" is for somebody else and is passed
-// over in silence; what can't be used otherwise goes to *pWarnings, of which there are not more than a few.
+// The packages among the targets of a repository. A file without "custom" is meant for other programs and is
+// skipped without a message; other unusable files go to *pWarnings, which is limited to a few.
 //
 // A package's file is named after it, and a name belongs to one role: the first in the search of the
 // delegations that lists any target of that name, usable or not. So a role that may sign "vendor/*" can't

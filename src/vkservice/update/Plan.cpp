@@ -25,8 +25,8 @@ bool isWished(const PackageInfo& pInfo, const Wishes& pWishes)
     return pInfo.mLanguage.isEmpty() || pInfo.mLanguage == tWished;
 }
 
-// Whether pOffer is to be taken rather than pOther of the same name. The path settles what nothing else does,
-// so that a plan never depends on the order of the offers.
+// True if pOffer is preferred to pOther of the same name. The path decides last, so that a plan never depends
+// on the order of the offers.
 bool isBetter(const Offer& pOffer, const Offer& pOther)
 {
     if (pOffer.mInfo.mVersion != pOther.mInfo.mVersion) {
@@ -69,8 +69,8 @@ void addRequired(const OfferMap& pAny, OfferMap* pChosen)
     }
 }
 
-// Walks from the packages that nobody requires down to what they require. A ring of packages that
-// require each other has no such top; its first name is taken for one.
+// Walks from the packages that nothing requires down to their requirements. A cycle of packages has no such
+// top, so its first name becomes the top.
 QMap<QString, QString> findParents(const OfferMap& pChosen)
 {
     QSet<QString> tRequired;
@@ -111,7 +111,7 @@ bool isNeeded(const Offer& pOffer, const InstalledPackage* pInstalled, const Pac
     if (pOffer.mInfo.mVersion < pInstalled->mInfo.mVersion) {
         return false;
     }
-    // Where it would lie today, were it installed anew.
+    // True if a new installation would use another folder.
     const bool tMoved = pInstalled->mFolder != pFolders.folder(pInstalled->mInfo, pInstalled->mHash);
     return tMoved || pOffer.mInfo.mLanguage != pInstalled->mInfo.mLanguage;
 }
@@ -197,7 +197,7 @@ private:
 
     Plan* mPlan;
     QHash<QString, qsizetype> mIndexes;
-    QHash<QString, QList<qsizetype>> mDependents; // by what they require
+    QHash<QString, QList<qsizetype>> mDependents; // key: the required package
     QHash<QString, qsizetype> mSound;             // how many of these have no trouble
     QList<qsizetype> mToDo;
 };

@@ -20,21 +20,21 @@ struct PlannedPackage
     const QString& name() const { return mOffer.mInfo.mName; }
 };
 
-// What a run has to do.
+// The actions of a run.
 struct Plan
 {
     // In the order of their names.
     QList<PlannedPackage> mPackages;
     // All packages of this machine that the server offers, also those that are up to date.
     QMap<QString, packages::PackageInfo> mChosen;
-    // Of each chosen package that came along with another one, the name of that other one.
+    // For each package that was added as a requirement, the name of the package that requires it.
     QMap<QString, QString> mParents;
 
     PlannedPackage* find(const QString& pName);
     int failedCount() const;
 
-    // A package fails with one that it requires, and a package that came along fails with all those in the
-    // plan that require it: only whole sets are installed, and unrelated packages go their way.
+    // A package fails if one that it requires fails, and an added package fails all those in the plan that
+    // require it: only complete sets are installed, and unrelated packages are not affected.
     void spreadFailures();
 };
 
@@ -44,10 +44,10 @@ struct Wishes
     QString mDataLanguage;
 };
 
-// Takes the newest package of each name in the wished language, and what these require in whatever language
-// there is; plans those that are missing, newer than what is installed, or installed in another language or
-// in another data folder. Never an older version in place of a newer one. A package that requires what nobody
-// has is in the plan with its trouble.
+// Selects the newest package of each name in the chosen language, and their requirements in any available
+// language. Plans those that are missing, newer than the installed ones, or installed in another language or
+// data folder. Never replaces a newer version by an older one. A package with an unavailable requirement is
+// in the plan, marked as failed.
 Plan makePlan(const QList<Offer>& pOffers, const packages::Manifest& pInstalled,
               const packages::PackageFolders& pFolders, const Wishes& pWishes);
 

@@ -13,13 +13,13 @@ namespace tarn::vkservice::update {
 
 namespace {
 
-// One thread inflates while the other writes; more than two gain nothing on a single disk.
+// One thread inflates while the other writes; more than two do not help on a single disk.
 constexpr size_t sThreads = 2;
 constexpr mode_t sPrivateDir = 0700;
 
 } // namespace
 
-// What the threads share.
+// The data that the threads share.
 struct Preparation::Work
 {
     std::vector<PlannedPackage*> mPackages; // the largest first, so that no thread is left with it at the end

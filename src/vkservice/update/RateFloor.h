@@ -7,24 +7,24 @@
 
 namespace tarn::vkservice::update {
 
-// The least that a server has to give, all files together: an average in each period. What comes beside the
-// files (headers, pages of redirects) does not count, so that nothing of it can go on for ever.
+// The lowest rate that a server must reach, over all files: an average in each period. Data around the files
+// (headers, pages of redirects) does not count, so that it cannot keep a transfer alive forever.
 class RateFloor
 {
 public:
     using Clock = std::chrono::steady_clock;
 
-    // pBytesPerSecond 0: a server may be as slow as it likes.
+    // pBytesPerSecond 0: no limit.
     RateFloor(qint64 pBytesPerSecond, std::chrono::seconds pPeriod)
         : mNeeded(pBytesPerSecond * pPeriod.count()), mPeriod(pPeriod)
     {
     }
 
-    // A stretch of time in which this machine was ready to take bytes, and how many the server has given so
-    // far, since the beginning. False if a period is over and it gave too little in it.
+    // Adds a time span in which this machine was ready to receive. pBytesSoFar: the total that the server has
+    // sent. False if a period is over and the server sent too little in it.
     bool isKept(Clock::duration pTime, qint64 pBytesSoFar)
     {
-        // A longer stretch is one in which this process stood still.
+        // A longer span means that this process was suspended.
         constexpr Clock::duration sLongest = std::chrono::seconds(2);
         mTime += std::clamp(pTime, Clock::duration::zero(), sLongest);
         if (mTime < mPeriod) {

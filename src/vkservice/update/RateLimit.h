@@ -7,8 +7,8 @@
 
 namespace tarn::vkservice::update {
 
-// The bandwidth that all files of a server share. Each amount taken puts off the next one; time in which
-// nothing was taken is not saved up.
+// The bandwidth that all files of a server share. Each amount received delays the next one; unused time is
+// not saved up.
 class RateLimit
 {
 public:
@@ -18,7 +18,7 @@ public:
 
     bool isFree(Clock::time_point pNow) const { return mBytesPerSecond <= 0 || pNow >= mNext; }
     Clock::time_point next() const { return mNext; }
-    // All bytes that were taken.
+    // The total number of bytes received.
     qint64 taken() const { return mTaken; }
     void take(qint64 pBytes, Clock::time_point pNow)
     {

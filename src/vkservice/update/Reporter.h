@@ -15,7 +15,7 @@ enum MessageType : int
     MessageInformation = 4,
 };
 
-// What a run tells of itself: the progress that others read at any time, and messages. For any thread.
+// The reports of a run: its progress, which can be read at any time, and messages. Thread-safe.
 class Reporter
 {
 public:
@@ -24,10 +24,10 @@ public:
 
     Reporter(ActivityFunction pOnActivity, MessageFunction pOnNotification, MessageFunction pOnError);
 
-    // A new activity, with nothing of pTotal done. pInBytes: the amounts are bytes.
+    // Starts a new activity at 0 of pTotal. pInBytes: the amounts are bytes.
     void begin(vkcore::ServiceActivity pActivity, bool pCancelable, qint64 pTotal, bool pInBytes);
     void advance(qint64 pAmount);
-    // Says on which package the run works, counted from 1.
+    // Sets the package that the run works on, counted from 1.
     void atPackage(int pIndex, int pCount, const QString& pText);
     void setText(const QString& pText);
     void setFailedCount(int pCount);

@@ -21,7 +21,7 @@ namespace tarn::vkservice::update {
 
 namespace {
 
-// Room for metadata and notes; what the packages take is known only when these are read.
+// Space for metadata and notes; the space for packages is only known after these were read.
 constexpr qint64 sStateBytes = 4 * 1024 * 1024;
 
 } // namespace
@@ -106,7 +106,7 @@ Failure Run::findPackages(std::unique_ptr<Attempt>* pBest)
             continue;
         }
         const Failure tServersFault = serversFault(tAttempt->mPlan);
-        // What an earlier server had is out of date by now.
+        // The results of an earlier server are outdated now.
         if (*pBest && (*pBest)->mSession->snapshotVersion() != tAttempt->mSession->snapshotVersion()) {
             pBest->reset();
         }
@@ -166,7 +166,7 @@ Failure Run::checkSpace(const Plan& pPlan)
 void Run::serverFailed(const QString& pServer, const Failure& pFailure, bool pIsLast)
 {
     mServerTroubles.push_back({pServer, pFailure});
-    // That of the last one, and with it of the only one, stands in the result.
+    // The result of the run reports the failure of the last server, which may be the only one.
     if (!pIsLast) {
         mReporter.notify(MessageWarning, u"The server %1 can't be used, trying the next one."_s.arg(pServer),
                          pFailure.mText);
@@ -235,19 +235,19 @@ Failure Run::switchToNew(const Plan& pPlan)
 {
     const QList<packages::StagedPackage> tStaged = Preparation::staged(pPlan, mWorkplace.folders());
     mReporter.begin(vkcore::ActivityInstalling, false, tStaged.size(), false);
-    // From here on the run goes to its end.
+    // The last check: from here on the run cannot be aborted.
     if (mAbort.isSet()) {
         return Failure::canceled();
     }
     const packages::Manifest tNext = nextGeneration(pPlan);
-    // Before the sync, which then has them not to write.
+    // Before the sync, which then does not have to write them.
     mDownloads.remove(pPlan);
     if (const Failure tFailure = mWorkplace.generations().install(tNext, tStaged)) {
         return tFailure;
     }
     mReporter.advance(tStaged.size());
     mWorkplace.setInstalled(tNext);
-    (void)updateInstallLog(); // it has warned, and the next run makes up for it
+    (void)updateInstallLog(); // it has warned, and the next run tries again
     return {};
 }
 
@@ -270,7 +270,7 @@ void Run::removeObsolete()
     }
 }
 
-// What a plan depends on besides the offers.
+// The inputs of a plan besides the offers.
 QByteArray Run::machineState() const
 {
     QStringList tParts{mRequest.mAppLanguage,
@@ -295,7 +295,7 @@ RunResult Run::allServersFailed() const
     if (mRequest.mServers.isEmpty()) {
         return failed({Failure::Kind::NoServer, mRequest.mWhyNoServer});
     }
-    // From what says least to what people should know of first.
+    // From the least to the most important for users.
     static const QList<ResultCode> sWeights{ResultNoServer, ResultUnreachable, ResultInstallFailed,
                                             ResultVerificationFailed};
     Failure tWorst{Failure::Kind::NoServer, QString()};
@@ -308,7 +308,7 @@ RunResult Run::allServersFailed() const
             tWorst = tServer.mFailure;
         }
     }
-    // A server that has none of the files that make a repository is as good as none.
+    // A server without any of the files of a repository counts as unreachable.
     if (tWorst.mKind == Failure::Kind::NotFound) {
         tWorst.mKind = Failure::Kind::Unreachable;
     }

@@ -17,8 +17,8 @@ class ProcessList;
 
 namespace tarn::vkservice::update {
 
-// The job of the worker thread: one update from its begin to its end. The steps are in files of their own;
-// here is their order.
+// The job of the worker thread: one update from start to end. The steps are in their own files; this class
+// calls them in order.
 class Run
 {
 public:
@@ -28,7 +28,7 @@ public:
     RunResult run();
 
 private:
-    // What one server had for this machine.
+    // The result of one server for this machine.
     struct Attempt
     {
         std::unique_ptr<ServerSession> mSession;
@@ -40,8 +40,8 @@ private:
         Failure mFailure;
     };
 
-    // Asks the servers in their order until one has everything; else takes the one that had most.
-    // No value in *pBest: mServerTroubles say why.
+    // Asks the servers in order until one has everything; else selects the one that has most. If *pBest has
+    // no value, mServerTroubles holds the reasons.
     Failure findPackages(std::unique_ptr<Attempt>* pBest);
     Failure askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pAttempt);
     Failure fetchPackages(Attempt* pAttempt);

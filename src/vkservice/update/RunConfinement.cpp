@@ -13,16 +13,16 @@ namespace tarn::vkservice::update {
 
 namespace {
 
-// Libraries that are loaded late, and what a sanitizer runs for its report.
+// For libraries that are loaded late, and for the programs that a sanitizer runs for its report.
 constexpr const char* sPrograms[] = {"/usr", "/bin", "/lib", "/lib32", "/lib64", "/libx32"};
-// Names, certificates, time zones, resolvers. What may be a link stands here by itself, too.
+// Names, certificates, time zones, resolvers. Files that may be links are listed separately, too.
 constexpr const char* sSystem[] = {
     "/etc", "/etc/resolv.conf", "/etc/localtime",         "/etc/ssl/certs/ca-certificates.crt", "/proc",
     "/run", "/dev/urandom",     "/sys/devices/system/cpu"};
-// Variables that lead OpenSSL to other files.
+// Variables that point OpenSSL to other files.
 constexpr const char* sVariables[] = {"SSL_CERT_FILE", "SSL_CERT_DIR", "OPENSSL_CONF", "OPENSSL_MODULES"};
 
-// Where this program is installed, bin/ and lib/ beside each other.
+// The folder of this installation, with bin/ and lib/.
 QString ownFolder()
 {
     const QDir tPrograms = QFileInfo(QFile::symLinkTarget(u"/proc/self/exe"_s)).dir();

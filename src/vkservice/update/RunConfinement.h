@@ -7,9 +7,9 @@
 
 namespace tarn::vkservice::update {
 
-// Confines the calling thread to what a run works with, for good: it may write in these folders alone, and
-// read them, the files of the configuration, the folders of servers that are one, and what the system's
-// libraries need. Does nothing where the kernel can't.
+// Permanently confines the calling thread to the folders of a run. It may only write in these folders, and
+// read them, the files of the configuration, the folders that serve as servers, and what the system's
+// libraries need. Does nothing if the kernel has no support for it.
 Failure confineRun(const RunRequest& pRequest, const QStringList& pWritable);
 
 } // namespace tarn::vkservice::update

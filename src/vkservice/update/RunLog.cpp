@@ -70,7 +70,7 @@ bool RunLog::enterAll(const Manifest& pRun)
     if (!tLog.isDamaged()) {
         return false;
     }
-    // What can still be saved of it is for people to find out; new entries must not be lost meanwhile.
+    // Users can recover what is left of it; new entries must not be lost meanwhile.
     const QString tAside = tLog.setAside();
     if (tAside.isNull()) {
         mReason = tLog.errorText();
@@ -121,7 +121,7 @@ bool RunLog::enterWaiting(InstallLogStore* pLog, const QString& pPath)
     if (!append(pLog, *tRun)) {
         return false;
     }
-    // One that stays is in the log already, and a later run finds that out.
+    // A file that remains is already in the log; a later run will detect that.
     mFileSystem.unlink(QFile::encodeName(pPath));
     return true;
 }

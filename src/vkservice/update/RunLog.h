@@ -13,23 +13,23 @@ class FileSystem;
 
 namespace tarn::vkservice::update {
 
-// The way of the runs into the install log. Anybody may read the log, and so can hold a lock that keeps the
-// service from writing it; a disk may be full. A run that can't be entered now waits in a file of its own, in
-// the folder install-log.waiting beside the log, and is entered by a later run: in order, and once.
+// Writes the runs to the install log. All users may read the log, so any of them can hold a lock that stops
+// the service from writing it; also, the disk may be full. A run that cannot be written now waits in its own
+// file, in the folder install-log.waiting next to the log. A later run writes it: in order, and once.
 class RunLog
 {
 public:
     enum class Kind
     {
-        Installed,      // the run made the current generation
-        ChangedNothing, // where 1000 runs wait already, such a run is not kept
+        Installed,      // the run created the current generation
+        ChangedNothing, // if 1000 runs already wait, such a run is dropped
     };
 
     RunLog(os::FileSystem& pFileSystem, const QString& pStateDir);
 
-    // Enters all runs that wait, and then pRun. A failure: pRun is neither in the log nor kept. *pWarning is
-    // for people: which runs wait and why, or what became of a damaged log. All calls together wait one
-    // second for the locks of others.
+    // Writes all waiting runs, and then pRun. On failure pRun is neither in the log nor waiting. *pWarning is
+    // for users: which runs wait and why, or how a damaged log was handled. All calls together wait one
+    // second for the locks of other processes.
     Failure enter(const packages::Manifest& pRun, Kind pKind, QString* pWarning);
 
 private:

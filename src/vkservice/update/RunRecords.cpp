@@ -21,7 +21,7 @@ using vkcore::LogRecord;
 constexpr int sMaxTitle = 1000;
 constexpr int sMaxReport = 64 * 1024;
 
-// As the publisher wrote it, without what only a terminal would understand.
+// As the publisher wrote it, without control sequences for terminals.
 LangString plain(const LangString& pText, QString (*pClean)(const QString&, int), int pMaxLength)
 {
     LangString tPlain;

@@ -6,14 +6,14 @@
 
 namespace tarn::vkservice::update {
 
-// The entries of the install log for what a run did: one for each package of the plan, and one for each other
-// package of which only children were updated.
+// The entries of the install log for a run: one for each package of the plan, and one for each other package
+// of which only children were updated.
 QList<vkcore::LogRecord> runRecords(const Plan& pPlan);
 
-// The plan's packages without trouble, as they will be installed.
+// The plan's packages that have not failed, as they will be installed.
 QList<packages::InstalledPackage> newPackages(const Plan& pPlan, const packages::PackageFolders& pFolders);
 
-// What is installed when the plan's packages without trouble are: these, and all others as they were.
+// The installed packages after the run: the plan's packages that have not failed, and all others unchanged.
 QList<packages::InstalledPackage> packagesAfter(const packages::Manifest& pBefore, const Plan& pPlan,
                                                 const packages::PackageFolders& pFolders);
 

@@ -18,36 +18,36 @@ struct ServerAccess
     QString mPassword;
 };
 
-// How long a run bears with a server before it tries again, or the next one.
+// How long a run waits for a server before it retries, or tries the next one.
 struct Patience
 {
     int mConnectSeconds = 15;
     int mSlowBytesPerSecond = 1000; // slower than this
-    int mSlowSeconds = 30;          // for so long is too slow
-    int mSmallFileSeconds = 120;    // for a whole metadata file
-    int mAttempts = 4;              // for one file, and how often it may begin again
+    int mSlowSeconds = 30;          // for this long is too slow
+    int mSmallFileSeconds = 120;    // for a complete metadata file
+    int mAttempts = 4;              // for one file, and how often it may restart
     int mFirstPauseMs = 1000;       // before the second attempt; each later pause is three times as long
     int mMetadataSeconds = 600;     // for all metadata files of a server
     int mRatePeriodSeconds = 180;   // over which RunRequest::mLeastBytesPerSecond is an average
 };
 
-// All that a run needs to know; it asks nobody while it runs.
+// All inputs of a run; it does not ask for anything while it runs.
 struct RunRequest
 {
     QList<ServerAccess> mServers; // in the order to try: the default server first
-    QString mWhyNoServer;         // a sentence without its full stop, where it is known why mServers is empty
+    QString mWhyNoServer;         // why mServers is empty, if known; a sentence without its full stop
     vkcore::NetProxyMode mProxyMode = vkcore::NetProxyModeOs;
     vkcore::NetProxy mProxy{false, true};
     QString mAppLanguage;
     QString mDataLanguage;
-    QString mStateDir;   // trusted metadata and unfinished downloads lie here
-    QString mInstallDir; // holds packages/, generations/, current
+    QString mStateDir;   // folder of the trusted metadata and of unfinished downloads
+    QString mInstallDir; // contains packages/, generations/, current
     QString mDataDir;    // packages of the kind data; empty: below mInstallDir
     QString mRootFile;   // first trusted TUF root, installed by the administrator
     int mWaitForAppsSeconds = 600;
     int mParallelDownloads = 2;
     qint64 mBytesPerSecond = 0;         // 0: no limit
-    qint64 mLeastBytesPerSecond = 5000; // a server that gives less is left for the next one; 0: no matter
+    qint64 mLeastBytesPerSecond = 5000; // the run leaves a slower server for the next one; 0: no limit
     QString mCaFile;                    // empty: the system's certificates
     Patience mPatience;
 };
@@ -57,7 +57,7 @@ using vkcore::protocol::Progress;
 struct RunResult
 {
     ResultCode mCode = ResultNone;
-    QString mText; // resultText, or more exactly what happened
+    QString mText; // resultText, or more details
     int mInstalledCount = 0;
 };
 

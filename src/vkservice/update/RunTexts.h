@@ -5,8 +5,8 @@
 
 namespace tarn::vkservice::update {
 
-// The failure that a server is to blame for, if any of the plan's packages has one; another server may
-// have what is missing.
+// The first failure among the plan's packages that a server caused, if any; another server may have the
+// missing files.
 Failure serversFault(const Plan& pPlan);
 
 // For the result of a run.

@@ -14,14 +14,15 @@ namespace tarn::vkservice::update {
 
 class TrustFolder;
 
-// What one server offered when all of it was installed, so that a later run can ask it for one small file.
+// What one server offered when all of it was installed, so that a later run only has to ask it for one small
+// file.
 class ServerNote
 {
 public:
     ServerNote(os::FileSystem& pFileSystem, const TrustFolder& pTrust, const QString& pUri);
 
-    // True if the last complete run with this server saw pState, nothing of the metadata has expired since,
-    // and no server has shown anything newer.
+    // True if the last complete run with this server saw pState, no metadata has expired since, and no server
+    // has offered anything newer.
     bool isComplete(const QByteArray& pState) const;
     // Of the timestamp that the last complete run saw.
     const Validators& timestampValidators() const { return mTimestampValidators; }

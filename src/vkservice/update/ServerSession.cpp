@@ -16,7 +16,7 @@ const QString sMetadataFolder = u"metadata/"_s;
 const QString sTimestampFile = u"timestamp.json"_s;
 constexpr qint64 sMaxTimestampLength = 16 * 1024;
 
-// Whatever else keeps a file of the metadata from coming, the server did not give it.
+// Any other failure to get a metadata file counts as a file that the server did not deliver.
 Failure metadataFailure(const Failure& pFailure)
 {
     using Kind = Failure::Kind;
@@ -76,7 +76,7 @@ private:
 QString serverLabel(const ServerAccess& pServer)
 {
     const QString tAddress = QUrl(pServer.mUri).toDisplayString(QUrl::RemoveUserInfo);
-    // A server without a name may come with its address for one, which may hold a password.
+    // The address of a server may stand in for its name, and may contain a password.
     return pServer.mName.isEmpty() || pServer.mName == pServer.mUri
                ? tAddress
                : u"%1 (%2)"_s.arg(pServer.mName, tAddress);

@@ -12,20 +12,21 @@
 
 namespace tarn::vkservice::update {
 
-// One server in one run: what it offers, proven by its metadata.
+// One server in one run: its offers, verified by its metadata.
 class ServerSession
 {
 public:
-    // pState stands for all on this machine that a plan depends on: as long as it is the same and the
-    // server's timestamp too, there is nothing to do.
+    // pState identifies everything on this machine that a plan depends on: while it and the server's
+    // timestamp are unchanged, there is nothing to do.
     ServerSession(const RunRequest& pRequest, const ServerAccess& pServer, const QByteArray& pState,
                   os::FileSystem& pFileSystem, const os::AbortFlag& pAbort);
     ~ServerSession();
 
-    // Asks the server: for one small file if the last complete run saw this very state. What is not a usable
-    // package goes to *pWarnings.
+    // Asks the server: only for one small file if the last complete run saw the same state. Unusable packages
+    // go to *pWarnings.
     Failure open(QStringList* pWarnings);
-    // Of the state that it offers, 0 where nothing is new. Servers that open() has taken never go back in it.
+    // The version of the offered state, 0 if nothing is new. It never decreases for servers that open()
+    // accepted.
     qint64 snapshotVersion() const { return mSnapshotVersion; }
     const QList<Offer>& offers() const { return mOffers; }
 

@@ -7,24 +7,24 @@
 
 namespace tarn::vkservice::update {
 
-// Where the bytes of a transfer go.
+// Receives the bytes of a transfer.
 class Sink
 {
 public:
     virtual ~Sink() = default;
 
-    // How many bytes of the file are here already; the transfer may go on behind them.
+    // How many bytes of the file were already received; the transfer may continue from there.
     virtual qint64 received() const = 0;
     // How many bytes the file may have at most.
     virtual qint64 maxLength() const = 0;
-    // False for a file that must come in one piece: what a broken attempt got of it is of no use.
+    // False for a file that must arrive in one piece: the data of a failed attempt is discarded.
     virtual bool isResumable() const = 0;
-    // Forgets what was received: the file comes from its beginning.
+    // Discards what was received: the file starts again from its beginning.
     virtual Failure restart() = 0;
     virtual Failure write(QByteArrayView pData) = 0;
 };
 
-// Keeps a small file in memory.
+// Stores a small file in memory.
 class MemorySink : public Sink
 {
 public:

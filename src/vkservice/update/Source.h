@@ -17,7 +17,7 @@ class FileSystem;
 
 namespace tarn::vkservice::update {
 
-// What a server said about the state of a file, to ask it later whether it has changed since.
+// The validators that a server sent for a file, for a later request that asks if the file has changed.
 struct Validators
 {
     QByteArray mEtag;
@@ -39,19 +39,18 @@ struct Transfer
     Validators mValidators;
 };
 
-// A server, whatever the way to it. For one thread at a time.
+// A server, with any protocol. For one thread at a time.
 class Source
 {
 public:
     virtual ~Source() = default;
 
-    // Gets all of the files, or says in each transfer why not; returns early when pAbort is set. Each file is
-    // tried again a few times where that can help.
+    // Gets all of the files, or stores the failure in each transfer; returns early when pAbort is set.
+    // Retries each file a few times if that can help.
     virtual void run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pAbort) = 0;
 };
 
-// For a server with an address that makeSource takes: https or file. Null, with the reason in *pReason, for
-// others.
+// For a server with an https or file address. Null, with the reason in *pReason, for others.
 std::unique_ptr<Source> makeSource(const ServerAccess& pServer, const RunRequest& pRequest,
                                    os::FileSystem& pFileSystem, QString* pReason);
 

@@ -55,8 +55,8 @@ Failure readFiles(os::FileSystem& pFileSystem, const QDir& pFolder, FileMap* pTo
     return {};
 }
 
-// The newest root, and the newest of each other role that was taken under it. What an older root let in may
-// be signed by keys that were stolen and replaced since.
+// The newest root, and the newest file of each other role that was accepted under it. What an older root
+// accepted may be signed by keys that were stolen and replaced since.
 void takeNewest(const FileMap& pFiles, FileMap* pTo)
 {
     const qint64 tRoot = pFiles.value(sRootFile).mVersion;
@@ -71,7 +71,7 @@ void takeNewest(const FileMap& pFiles, FileMap* pTo)
     }
 }
 
-// Whole or not at all: the first files of it would look like a trust that has just begun.
+// All or nothing: an incomplete folder would look like a new trust.
 Failure makeFolder(os::FileSystem& pFileSystem, const QString& pPath, const FileMap& pFiles)
 {
     const QString tNew = pPath + u".new"_s;
@@ -126,7 +126,7 @@ Failure TrustAdoption::adopt(const QByteArray& pRootHash, const QString& pTo) co
         if (!tNoted) {
             return tNoted.failure();
         }
-        // A note that was lost counts for the root file that is there, as that version had it.
+        // If the note is missing, the current root file applies, as in that version.
         if (!tNoted->isEmpty() && *tNoted != QLatin1String(pRootHash)) {
             continue;
         }

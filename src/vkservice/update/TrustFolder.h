@@ -12,14 +12,14 @@ class FileSystem;
 
 namespace tarn::vkservice::update {
 
-// What this machine trusts, below "trust" in the state directory. It belongs to the administrator's root
-// file:
+// The trusted metadata of this machine, below "trust" in the state directory. It depends on the
+// administrator's root file:
 //
-//   trust/HASH/metadata/   what is trusted by the root file with this SHA-256, whatever server it came from
+//   trust/HASH/metadata/   what the root file with this SHA-256 makes trusted, from any server
 //   trust/HASH/servers/    a note on each server, see ServerNote
-//   trust/current          the HASH that was used last, for when the root file is gone
+//   trust/current          the HASH that was used last, in case the root file is missing
 //
-// Servers are ways to the same truth: what one of them has shown, no other one can take back.
+// Servers are mirrors of the same repository: no server can revert what another one has shown.
 class TrustFolder
 {
 public:
@@ -34,7 +34,7 @@ public:
 
     // SHA-256 of the trusted timestamp, in hex; empty if there is none.
     QByteArray timestampHash() const;
-    // The moment when the first of the trusted files expires; invalid where that is not known.
+    // When the first of the trusted files expires; invalid if that is not known.
     QDateTime earliestExpiry() const;
     // The clock, or a later time that the trusted files prove.
     QDateTime now() const;

@@ -16,24 +16,24 @@ class ProcessList;
 
 namespace tarn::vkservice::update {
 
-// The updates as the main thread sees them: at most one at a time, each a Run on a thread of its own. The
-// object lives on the main thread, and its signals come there.
+// The updates as the main thread sees them: at most one at a time, each a Run on its own thread. The object
+// lives on the main thread and emits its signals there.
 class UpdateThread : public QObject
 {
     Q_OBJECT
 
 public:
     UpdateThread(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, QObject* pParent = nullptr);
-    // Aborts a run under way and waits for its end.
+    // Aborts a run in progress and waits for its end.
     ~UpdateThread() override;
 
-    // Repairs what a killed run left behind and brings the install log up to the current generation. Called
-    // once, before the first run. False with a reason for the log if the folders can't be used.
+    // Repairs what a killed run left and brings the install log up to the current generation. Called once,
+    // before the first run. False with a reason for the log if the folders are unusable.
     bool recover(const RunRequest& pRequest, QString* pError);
 
-    // False if a run is under way.
+    // False if a run is in progress.
     bool start(const RunRequest& pRequest);
-    // Ends the run at its next safe point; harmless when none is under way.
+    // Ends the run at its next safe point; harmless if none is in progress.
     void abort();
     bool isRunning() const;
     Progress progress() const;

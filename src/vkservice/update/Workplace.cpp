@@ -75,7 +75,7 @@ Failure Workplace::claimInstallDir()
                                   [this] { return vouchedInstallDir(); });
 }
 
-// What a version without markers installed is taken over once.
+// An installation of a version without markers is adopted once.
 Vouched Workplace::vouchedInstallDir()
 {
     packages::Manifest tCurrent;
@@ -103,7 +103,7 @@ Vouched Workplace::vouchedData(const QString& pRoot) const
     return tVouched;
 }
 
-// Data folders that were given up may hold packages that are still in use, or that are to be removed.
+// Former data folders may contain packages that are still in use, or that must be removed.
 void Workplace::claimEarlierRoots()
 {
     QSet<QString> tRoots;
@@ -133,8 +133,8 @@ void Workplace::claimEarlierRoots()
     }
 }
 
-// A package without its folder is not installed, whatever the manifest says. One on a disk that is not there
-// may be.
+// A package without its folder is not installed, even if the manifest lists it. Exception: one on a disk that
+// is not mounted.
 void Workplace::forgetMissingPackages()
 {
     QStringList tMissing;

@@ -14,33 +14,33 @@ class ProcessList;
 
 namespace tarn::vkservice::update {
 
-// The folders of this machine that a run works in, this installation's and locked against a second service
-// for as long as the object lives. Behind open() nothing outside of writableFolders() is written to.
+// The folders of this machine that a run works in. They belong to this installation, and are locked against a
+// second service for the lifetime of the object. After open() nothing outside of writableFolders() is
+// written.
 class Workplace
 {
 public:
     Workplace(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, const RunRequest& pRequest);
 
-    // Claims the folders and reads what is installed.
+    // Claims the folders and reads the installed packages.
     Failure open(packages::NewRoots pNew);
-    // What open() found that people should know of, each a sentence without its full stop.
+    // The warnings of open() for users, each a sentence without its full stop.
     const QStringList& warnings() const { return mWarnings; }
-    // True where the current generation is damaged, and an earlier one counts as installed.
+    // True if the current generation is damaged and an earlier one counts as installed.
     bool needsNewGeneration() const { return mNeedsNewGeneration; }
     // The state folder and all claimed roots, also those of earlier data folders; absolute paths.
     QStringList writableFolders() const;
 
-    // Removes what neither the current generation nor the one before it needs, and what killed runs left;
-    // what a process uses stays for a later time and comes in *pInUse. Goes on behind a failure, which does
-    // no harm to the next run. pProgress gets how many of how many are done.
+    // Removes what neither the current generation nor the one before it needs, and what killed runs left.
+    // What a process uses remains for a later time and is listed in *pInUse. Continues after a failure, which
+    // does not harm the next run. pProgress gets the number done and the total.
     Failure removeLeftovers(const std::function<void(int, int)>& pProgress, QStringList* pInUse);
     // The same, with a text for people.
     QString tidyUp();
-    // Enters the run that made the current generation into the install log, unless it is there already, or
-    // keeps it for later. A failure where neither worked: the manifest is then the only one to know of the
-    // run.
+    // Writes the run that created the current generation to the install log, unless it is already there, or
+    // stores it for later. A failure if neither worked: then only the manifest records the run.
     Failure updateInstallLog(QString* pWarning);
-    // Enters or keeps a run that changed nothing.
+    // Writes or stores a run that changed nothing.
     Failure logRun(const packages::Manifest& pRun, QString* pWarning);
 
     const packages::PackageFolders& folders() const { return mFolders; }
