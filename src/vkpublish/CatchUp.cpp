@@ -15,7 +15,8 @@ namespace tarn::vkpublish {
 namespace {
 
 constexpr mode_t sFileMode = 0644;
-// No backup is so old. Whoever signs such a version has stolen a key and wants to use the versions up.
+// No backup is that old. A larger lead means that somebody stole a key and tries to exhaust the version
+// numbers.
 constexpr qint64 sMaxLead = 1'000'000;
 
 bool isFarAhead(const Record& pRecord, const RepositoryState& pSeen, const QString& pRole)
@@ -23,7 +24,7 @@ bool isFarAhead(const Record& pRecord, const RepositoryState& pSeen, const QStri
     return pSeen.mVersions.value(pRole) - pRecord.mVersions.value(pRole) > sMaxLead;
 }
 
-// A repository folder with the root of the record, which is not there where a rotate-key was cut off.
+// A repository folder with the root of the record, which is missing if a rotate-key was interrupted.
 class WithRootOfRecord : public FolderFetcher
 {
 public:
@@ -47,8 +48,8 @@ private:
     QByteArray mRoot;
 };
 
-// The first root, where the repository has it and its roots lead to that of the record: what is online may be
-// older than that.
+// The first root, if the repository has it and its roots lead to that of the record: the root online may be
+// older than that. Else the root of the record.
 QByteArray rootToStartFrom(os::FileSystem& pFileSystem, const QString& pRepository, const Record& pRecord)
 {
     WithRootOfRecord tFolder(pFileSystem, pRepository, pRecord);
@@ -60,7 +61,7 @@ QByteArray rootToStartFrom(os::FileSystem& pFileSystem, const QString& pReposito
     return tState.mNewRoots.contains(pRecord.mRoot) ? tFirst : pRecord.mRoot;
 }
 
-// Leaves the roots that come behind that of the record. False if that one is another there.
+// Keeps only the roots after that of the record. False if the repository has another root of that version.
 bool dropKnownRoots(const Record& pRecord, RepositoryState* pSeen)
 {
     const qint64 tKnown = pRecord.mVersions[tuf::sRoot];

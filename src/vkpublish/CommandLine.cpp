@@ -20,7 +20,7 @@ void say(const QString& pLine)
 void complain(const QString& pLine)
 {
     std::fflush(stdout);
-    // It may quote what a server or a stranger's repository says.
+    // The text may quote an untrusted server or repository.
     const QString tLine = vkcore::singleLine(pLine, vkcore::sMaxMessage);
     std::fputs(("vkpublish: " + tLine.toLocal8Bit() + '\n').constData(), stderr);
 }

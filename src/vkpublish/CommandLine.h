@@ -20,7 +20,7 @@ enum Status : int
     StatusDone = 0,
     StatusFailed = 1,
     StatusUsage = 2,
-    StatusUnvouched = 3, // of verify: nothing is wrong, but nobody knows whose repository it is
+    StatusUnvouched = 3, // of verify: no errors, but no trusted root to compare with
 };
 
 // The options and arguments of one command, with its help.
@@ -29,7 +29,7 @@ class CommandLine
 public:
     CommandLine(const QString& pCommand, const QString& pDescription);
 
-    // Arguments come in the order in which they are declared; all are needed.
+    // Arguments are parsed in the order of these calls; all are required.
     void addArgument(const QString& pName, const QString& pDescription);
     // An option with a value has a pValueName.
     void addOption(const QString& pName, const QString& pDescription, const QString& pValueName = QString(),
@@ -45,9 +45,9 @@ public:
     QString value(const char* pName) const;
     QStringList values(const char* pName) const;
     QString repository() const; // absolute
-    QString keys() const;       // absolute; beside the repository where it isn't said
+    QString keys() const;       // absolute; by default next to the repository
 
-    // A whole number from pLeast to pMost; no value, and an error written, for another text.
+    // An integer from pLeast to pMost; no value, after an error message, for any other text.
     std::optional<int> number(const char* pName, int pLeast, int pMost) const;
     std::optional<QDateTime> date(const char* pName) const;
     // The metadata of the repository that an option names, with the certificates of --ca-file; false, and an

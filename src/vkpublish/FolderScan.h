@@ -20,9 +20,9 @@ struct FolderEntry
     QByteArray mLinkTarget; // of a symbolic link
 };
 
-// Lists what is in a folder, each folder before its content and sorted by bytes, so that the same folder
-// always makes the same package. A failure for what can't be in a package: special files, links
-// that lead out of the folder, set-user-ID and set-group-ID files, names that aren't UTF-8.
+// Lists the content of a folder, each folder before its content and sorted by bytes, so that the same folder
+// always gives the same package. A failure for content that a package cannot have: special files, links that
+// point outside the folder, set-user-ID and set-group-ID files, names that are not UTF-8.
 Failure scanFolder(const QString& pFolder, std::vector<FolderEntry>* pTo);
 
 } // namespace tarn::vkpublish

@@ -6,8 +6,8 @@
 
 namespace tarn::vkpublish {
 
-// The metadata that a web server offers, over https alone. User and password come from ~/.netrc, a proxy from
-// the environment. No file takes longer than two minutes.
+// Fetches metadata from a web server, over https only. User and password are from ~/.netrc, a proxy from the
+// environment. A fetch takes at most two minutes.
 class HttpsFetcher : public tuf::Fetcher
 {
 public:

@@ -18,13 +18,13 @@ class KeyFolder
 {
 public:
     KeyFolder(os::FileSystem& pFileSystem, const QString& pPath);
-    ~KeyFolder(); // lets the lock go
+    ~KeyFolder(); // releases the lock
     KeyFolder(const KeyFolder&) = delete;
     KeyFolder& operator=(const KeyFolder&) = delete;
 
     const QString& path() const { return mPath; }
 
-    // Makes the folder, which must be new or empty, and locks it.
+    // Creates the folder, which must be new or empty, and locks it.
     Failure create();
     // Locks the folder against a second publisher and reads the record.
     Failure open();
@@ -36,13 +36,13 @@ public:
     Failure save();
 
     Result<tuf::SigningKey> readKey(const QString& pRole) const;
-    // The keys that a role's files get a signature of: its own first, then those that retire. One whose file
-    // is gone does not sign any more.
+    // The keys that sign a role's files: its current key first, then its retiring keys. A retiring key whose
+    // file is missing does not sign any longer.
     Result<QList<tuf::SigningKey>> readSigners(const QString& pRole) const;
-    // Has mRecord name this root, and the keys in the folder that the root gives to the roles. Those that it
-    // replaces retire.
+    // Sets this root in mRecord, and the key files in the folder that match the root's roles. The replaced
+    // keys retire.
     Failure takeRoot(const QByteArray& pRoot);
-    // Writes the key into a file of its own and has mRecord name it.
+    // Writes the key to its own file and sets the file name in mRecord.
     Failure addKey(const QString& pRole, const tuf::SigningKey& pKey);
 
 private:

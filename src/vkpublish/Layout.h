@@ -1,4 +1,4 @@
-// Where things lie in a repository folder.
+// The paths in a repository folder.
 #pragma once
 
 #include "tuf/Hash.h"
@@ -13,12 +13,12 @@ QString targetsFolder(const QString& pRepository);
 QString versionedName(const QString& pRole, qint64 pVersion);
 QString versionedPath(const QString& pRepository, const QString& pRole, qint64 pVersion);
 QString timestampPath(const QString& pRepository);
-// Of "hashes" in pStated, an object as metadata states it; Hash() where it has none of ours.
+// The hash from "hashes" in pStated, a file entry in metadata; Hash() if no known algorithm is listed.
 tuf::Hash statedHash(const QJsonObject& pStated);
 // pTarget: as in the targets metadata. Its hash is part of the file's name.
 QString targetPath(const QString& pRepository, const QString& pName, const QJsonObject& pTarget);
 
-// Whether pPath is pFolder or lies in it, also by way of links; neither needs to exist.
+// True if pPath is pFolder or inside it, also by way of links; neither needs to exist.
 bool isInside(const QString& pPath, const QString& pFolder);
 
 } // namespace tarn::vkpublish

@@ -1,4 +1,4 @@
-// Where published metadata is read from: a folder, or what a web server makes of one.
+// The source of published metadata: a folder, or a web server.
 #pragma once
 
 #include "tuf/Updater.h"
@@ -23,9 +23,9 @@ private:
     QString mFolder;
 };
 
-// pPlace: the folder of a repository, or its address that begins with "file://" or "https://". pCaFile:
-// certificates of the only authorities that an https server may have its own from; empty: the system's. A
-// failure for another text. Nothing is asked for yet.
+// pPlace: the folder of a repository, or an address with "file://" or "https://". pCaFile: the only
+// certificate authorities to trust for an https server; empty: those of the system. A failure for any other
+// text. Does not fetch anything yet.
 Result<std::unique_ptr<tuf::Fetcher>> openMetadata(const QString& pPlace, const QString& pCaFile);
 
 } // namespace tarn::vkpublish

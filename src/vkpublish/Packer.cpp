@@ -24,7 +24,7 @@ namespace {
 
 constexpr mode_t sKeptPermissions = 0755;
 
-// The archive's file: takes the packed bytes and hashes them on their way.
+// The archive file: receives the packed bytes and hashes them.
 class Output
 {
 public:
@@ -119,7 +119,7 @@ public:
 
     bool end() { return archive_write_close(mArchive.get()) == ARCHIVE_OK; }
 
-    // What went wrong: the packer's own word, else the archive library's.
+    // The error: from the packer, else from the archive library.
     QString problem() const
     {
         const char* tText = archive_error_string(mArchive.get());

@@ -40,7 +40,7 @@ Publication::Publication(os::FileSystem& pFileSystem, const QString& pRepository
 {
 }
 
-// What was published once is looked at only for its presence: "verify" is there for the rest.
+// For files that were already published this only checks that they exist: "verify" does the rest.
 Failure Publication::checkTarget(const QString& pName) const
 {
     const Record& tRecord = mKeys.mRecord;
@@ -69,7 +69,7 @@ Failure Publication::catchUp()
 {
     FolderFetcher tFolder(mFileSystem, metadataFolder(mRepository));
     RepositoryState tSeen;
-    // What can't be verified says nothing, and is written again.
+    // Metadata that cannot be verified is ignored, and written again.
     (void)readState(tFolder, mKeys.mRecord.mRoot, &tSeen);
     return raiseVersions(&mKeys, tSeen, &mRaised);
 }
@@ -141,9 +141,9 @@ Failure Publication::run(const PublicationTimes& pTimes)
     const bool tNewSnapshot =
         tNewTargets || !isFresh(tuf::sSnapshot, tRecord.mPublishedSnapshot, pTimes.mExpires, pTimes);
 
-    // The versions are taken, and the old files given up, before anything is written: if this run is cut off,
-    // no later one signs other content under a version that a client may have seen, or goes back to an older
-    // file.
+    // Increments the versions, and drops the old files from the record, before anything is written. If this
+    // run is interrupted, no later run signs other content under a version that a client may have seen, or
+    // returns to an older file.
     if (tNewTargets) {
         ++tRecord.mVersions[tuf::sTargets];
         tRecord.mPublishedTargetsFile = PublishedFile();
@@ -169,7 +169,7 @@ Failure Publication::run(const PublicationTimes& pTimes)
     return mKeys.save();
 }
 
-// Those that were given up, and the timestamp.
+// Signs the files that were dropped from the record, and the timestamp.
 Failure Publication::signFiles(const PublicationTimes& pTimes)
 {
     Record& tRecord = mKeys.mRecord;
@@ -231,7 +231,7 @@ void Publication::noteUnreferenced(const QDateTime& pNow)
     for (const QString& tFolder : {metadataFolder(mRepository), targetsFolder(mRepository)}) {
         for (const QFileInfo& tFile : QDir(tFolder).entryInfoList(QDir::Files | QDir::Hidden)) {
             const QString tName = (tFolder + u'/' + tFile.fileName()).mid(mRepository.size() + 1);
-            // Every root stays: a client that slept for years climbs them one by one.
+            // All roots are kept: a client that was off for years follows them one by one.
             if (!tReferenced.contains(tName) && !tName.endsWith(".root.json"_L1)) {
                 mKeys.mRecord.mUnreferenced.insert(tName, std::min(tKnown.value(tName, pNow), pNow));
             }

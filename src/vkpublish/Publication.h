@@ -17,25 +17,25 @@ struct PublicationTimes
     QDateTime mTargetsExpires;
 };
 
-// Brings a repository folder to what the record says. The file timestamp.json is replaced by one rename, when
-// all that it leads to is there: until then clients see the old state, from then on the new one, whole.
-// Behind it comes only a new root; keys that it replaces have signed all of the state as well, so clients
-// accept that under either root. A publication that was cut off at any moment is made good by the next one.
+// Updates a repository folder to match the record. When all new files are there, one rename replaces
+// timestamp.json: clients see either the complete old state or the complete new one. Only a new root is
+// written after it; the keys that it replaces have signed the complete state, too, so clients accept that
+// state under either root. The next publication repairs one that was interrupted at any point.
 class Publication
 {
 public:
     // The key folder must be open.
     Publication(os::FileSystem& pFileSystem, const QString& pRepository, KeyFolder& pKeys);
 
-    // Signs the timestamp anew, and the other files where their content changed or less than half of their
-    // life is left. Where the repository is ahead of the record, by files that the record's keys have signed,
-    // the record is from a backup and is raised first.
+    // Signs a new timestamp, and the other files if their content changed or less than half of their lifetime
+    // is left. If the repository is ahead of the record, with files signed by the record's keys, the record
+    // is from a backup, and its versions are raised first.
     Failure run(const PublicationTimes& pTimes);
 
-    // Whether a run() found the record behind the repository.
+    // True if a run() found the record to be older than the repository.
     bool hasRaised() const { return mRaised; }
 
-    // After run(): removes what no metadata has referred to for pGrace seconds, or more.
+    // After run(): removes files that no metadata has referred to for at least pGrace seconds.
     Failure prune(const QDateTime& pNow, qint64 pGrace);
 
 private:

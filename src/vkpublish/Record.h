@@ -12,12 +12,12 @@ namespace tarn::vkpublish {
 // A metadata file that was published, as the file above it states it.
 struct PublishedFile
 {
-    QJsonObject mMeta; // "version", "length", "hashes"; empty: none, or it must be signed anew
+    QJsonObject mMeta; // "version", "length", "hashes"; empty: none, or it must be signed again
     QDateTime mExpires;
 };
 
-// A key that was replaced and goes on signing for a while, beside the new one: machines accept what both have
-// signed, whichever of the two roots they know.
+// A replaced key that still signs for a while, in addition to the new one: clients accept files with both
+// signatures, whichever of the two roots they have.
 struct RetiringKey
 {
     QString mRole;
@@ -25,8 +25,8 @@ struct RetiringKey
     QDateTime mUntil;
 };
 
-// What the publisher knows of a repository. It is the truth, and the repository folder is made from it:
-// whoever can write there, but not here, gets nothing signed.
+// The publisher's data about a repository. It is authoritative, and the repository folder is generated from
+// it: write access to the repository alone is not enough to get anything signed.
 struct Record
 {
     QMap<QString, QString> mKeyFiles; // role -> name of its file in the key folder
@@ -34,15 +34,16 @@ struct Record
     QByteArray mRoot;                 // the newest root, signed
     QJsonObject mTargets;             // name -> target, as the next publish will offer it
     QJsonObject mPublishedTargets;    // the same as the last publish offered it
-    QJsonObject mWithdrawnTargets;    // as they were published last
+    QJsonObject mWithdrawnTargets;    // as they were last published
     PublishedFile mPublishedTargetsFile;
     PublishedFile mPublishedSnapshot;
     QDateTime mTimestampExpires;
     QList<RetiringKey> mRetiring;
-    QMap<QString, QDateTime> mUnreferenced; // file, relative to the repository -> since when nothing names it
+    QMap<QString, QDateTime>
+        mUnreferenced; // file, relative to the repository -> when it lost its last reference
 
     QByteArray toJson() const;
-    // False if the text isn't what toJson() writes.
+    // False if the text is not valid output of toJson().
     static bool fromJson(const QByteArray& pText, Record* pTo);
 };
 

@@ -80,7 +80,7 @@ private:
     tuf::Fetcher& mFrom;
     RepositoryState* mTo;
     const tuf::Limits mLimits;
-    // Measured against so early a moment, nothing has expired.
+    // Compared with a time this early, nothing has expired.
     tuf::TrustedSet mTrusted{QDateTime::fromSecsSinceEpoch(0)};
 };
 

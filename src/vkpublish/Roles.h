@@ -1,4 +1,4 @@
-// Builds and signs the metadata of a repository; writes nothing.
+// Builds and signs the metadata of a repository; does not write files.
 #pragma once
 
 #include "tuf/SigningKey.h"
@@ -11,11 +11,11 @@
 
 namespace tarn::vkpublish {
 
-// The four top-level roles; each has a key of its own.
+// The four top-level roles; each has its own key.
 const QStringList& roleNames();
 
-// All of these give the file, or nothing if signing fails.
-// pKeys: role -> its key. pOldRootKey also signs, so that clients follow from a root that trusts it.
+// All of these return the file, or an empty one if signing fails. pKeys: role -> its key. pOldRootKey signs,
+// too, so that clients that trust it follow to the new root.
 QByteArray makeRoot(qint64 pVersion, const QDateTime& pExpires, const QMap<QString, tuf::SigningKey>& pKeys,
                     const std::optional<tuf::SigningKey>& pOldRootKey);
 QByteArray makeTargets(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets,
@@ -25,7 +25,7 @@ QByteArray makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonO
 QByteArray makeTimestamp(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pSnapshotMeta,
                          const QList<tuf::SigningKey>& pKeys);
 
-// What the file above says about this one: "version", "length", "hashes".
+// The entry for this file in the file above it: "version", "length", "hashes".
 QJsonObject metaOf(qint64 pVersion, const QByteArray& pFile);
 
 } // namespace tarn::vkpublish

@@ -60,7 +60,7 @@ Failure rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pR
 {
     QDateTime& tSigned = pKeys->mRecord.mTimestampExpires;
     *pOldUntil = tSigned.isValid() ? std::max(tSigned, pTimes.mExpires) : pTimes.mExpires;
-    // The first run brings out a root that an interrupted rotation left behind: no version may be missing.
+    // The first run publishes a root that an interrupted rotation left: no version may be missing.
     if (Failure tFailure = pPublication->run(pTimes)) {
         return tFailure;
     }

@@ -4,9 +4,10 @@
 
 namespace tarn::vkpublish {
 
-// Gives a role a new key and publishes, in such an order that clients accept the repository at every moment
-// of it, whichever root they know: for as long as a copy of the state before may count as the newest, the
-// role's old key signs beside the new one. *pOldUntil: when that ends. The key folder must be open.
+// Replaces the key of a role and publishes. The order of the steps ensures that clients accept the repository
+// at every moment, whichever root they have: as long as a copy of the previous state may count as the newest,
+// the role's old key signs in addition to the new one. *pOldUntil: when that ends. The key folder must be
+// open.
 Failure rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pRole, const QString& pKeyType,
                   const PublicationTimes& pTimes, const QDateTime& pRootExpires, QDateTime* pOldUntil);
 

@@ -43,7 +43,7 @@ bool isWrittenByUs(const QByteArray& pFile)
     return true;
 }
 
-// Keys of every root in the folder: those that retire have signed, too.
+// Keys of every root in the folder, because retiring keys have signed, too.
 tuf::KeyMap allKeys(const QString& pRepository)
 {
     tuf::KeyMap tKeys;
@@ -59,7 +59,7 @@ tuf::KeyMap allKeys(const QString& pRepository)
     return tKeys;
 }
 
-// Clients need one of them. No hash tells of a change to the others.
+// Clients need only one of the signatures. No hash covers the others, so they are checked here.
 bool allSignaturesHold(const QByteArray& pTimestamp, const tuf::KeyMap& pKeys)
 {
     tuf::Timestamp tTimestamp;
@@ -72,7 +72,7 @@ bool allSignaturesHold(const QByteArray& pTimestamp, const tuf::KeyMap& pKeys)
                        });
 }
 
-// Serves the repository's metadata to the client, and remembers what it asked for.
+// Serves the repository's metadata to the client, and records the requested files.
 class WatchedFolder : public FolderFetcher
 {
 public:

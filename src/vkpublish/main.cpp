@@ -70,10 +70,10 @@ int run(const QStringList& pArguments)
 int main(int pArgc, char** pArgv)
 {
     const QCoreApplication tApplication(pArgc, pArgv);
-    // What is published is for everybody to read, also where the user's own files are not. Keys are made with
+    // Published files are readable for everybody, even if the user's own files are not. Keys are created with
     // their own, stricter mode.
     ::umask(022);
-    // File names are packed as UTF-8, whatever the user's language.
+    // File names are packed as UTF-8, in any locale of the user.
     std::setlocale(LC_CTYPE, "C.UTF-8");
     return run(QCoreApplication::arguments().mid(1));
 }

@@ -90,7 +90,7 @@ bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
     if (!readTexts(pLine, "title", &tInfo.mTitle) || !readTexts(pLine, "report", &tInfo.mReport)) {
         return false;
     }
-    // What a client would refuse is refused here.
+    // Refuses here what a client would refuse.
     QString tProblem;
     if (!PackageInfo::fromJson(tInfo.toJson(), pTo, &tProblem)) {
         complain(u"Invalid package options: %1"_s.arg(tProblem));
@@ -113,8 +113,8 @@ Failure checkExecutables(const PackageInfo& pInfo, const std::vector<FolderEntry
     return {};
 }
 
-// Machines know a script by what its interpreter was started with, which is less sure than a program's own
-// file.
+// Clients recognise a running script by the arguments of its interpreter, which is less reliable than the
+// file of a program.
 void warnOfScripts(const PackageInfo& pInfo, const QString& pFolder)
 {
     for (const QString& tPath : pInfo.mExecutables) {
@@ -135,8 +135,8 @@ QJsonObject targetOf(const PackResult& pPacked, const PackageInfo& pInfo)
     return QJsonObject{{u"length"_s, pPacked.mLength}, {u"hashes"_s, tHashes}, {u"custom"_s, pInfo.toJson()}};
 }
 
-// Machines take the same version again only with a later date. The target gets one where it differs from
-// pOld; an empty one is none.
+// Clients accept the same version again only with a later date. Sets one in the target if it differs from
+// pOld; an empty pOld is not a target.
 void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTarget)
 {
     PackageInfo tOld;

@@ -4,7 +4,7 @@
 
 namespace tarn::vkpublish {
 
-// Each command gets the arguments behind its name and gives the exit status.
+// Each command gets the arguments after its name and returns the exit status.
 int cmdInit(const QStringList& pArguments);
 int cmdAdd(const QStringList& pArguments);
 int cmdRemove(const QStringList& pArguments);

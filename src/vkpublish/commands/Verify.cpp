@@ -38,13 +38,13 @@ void declare(CommandLine* pLine)
     pLine->addOption(u"ca-file"_s, u"CA certificates to trust for that address"_s, u"FILE"_s);
 }
 
-// Somebody knows that this is the root of the right repository: whoever named it, or the key folder.
+// True if the root is known to be of the right repository: the user named it, or the key folder has it.
 bool hasVoucher(const CommandLine& pLine)
 {
     return pLine.isSet("root") || pLine.isSet("keys") || QFileInfo::exists(pLine.keys() + "/record.json"_L1);
 }
 
-// A failure if the roots don't lead to the one in the key folder's record.
+// A failure if the roots do not lead to the one in the key folder's record.
 Failure checkKeys(const CommandLine& pLine, const QList<QByteArray>& pRoots)
 {
     KeyFolder tKeys(os::realFileSystem(), pLine.keys());
