@@ -14,7 +14,7 @@ namespace tarn::vkcore {
 namespace {
 
 constexpr qint64 sMaxFileSize = 1024 * 1024;
-// Each value stores its full key, and very many keys may begin with one long table name.
+// Each value stores its full key, and a long table name may be the prefix of very many keys.
 constexpr qsizetype sMaxKeyLength = 255;
 
 QString toText(std::string_view pText)

@@ -15,7 +15,7 @@ bool continuesKey(char pChar)
            static_cast<unsigned char>(pChar) >= 0x80;
 }
 
-// The position after the string that begins at pStart.
+// The position after the string that starts at pStart.
 size_t endOfString(std::string_view pToml, size_t pStart)
 {
     const char tQuote = pToml[pStart];

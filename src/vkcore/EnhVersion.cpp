@@ -15,7 +15,7 @@ static char* putTwoDigits(char* pAt, int pNumber)
     return pAt;
 }
 
-// QDate::toString takes longer than all the rest of such a text, and lists of versions are long.
+// QDate::toString takes longer than the rest of the conversion, and lists of versions are long.
 static QString isoDate(const QDate& pDate)
 {
     int tYear = 0;

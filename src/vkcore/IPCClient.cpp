@@ -73,7 +73,7 @@ GRef2<Server> fromEntry(const ServerEntry& pEntry, Application* pApp)
     return tServer;
 }
 
-// Reads the parameters of an event; pSetDelivery(const T&) makes its delivery of them.
+// Reads the parameters of an event; pSetDelivery(const T&) creates its delivery from them.
 template <typename T, typename F>
 bool readEvent(const QJsonObject& pParams, F pSetDelivery)
 {
@@ -134,7 +134,7 @@ public:
         setServerName(defaultServerName(pApp));
     }
 
-    // The result of a method where it is a whole T.
+    // The result of a method whose result is one T.
     template <typename T>
     std::optional<T> get(const QString& pMethod, const QJsonObject& pParams = {}, bool pStartsRun = false)
     {

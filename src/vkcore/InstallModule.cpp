@@ -17,7 +17,7 @@ namespace {
 
 constexpr int sServiceModule = 14;
 
-// The reader is in a folder beside this library.
+// The reader is in a folder next to this library.
 QByteArray readerPath()
 {
     static const char sHere = 0;
@@ -40,7 +40,7 @@ OpenInstallLog* loadReader(QString* pReason)
     return reinterpret_cast<OpenInstallLog*>(tSymbol);
 }
 
-// A user's service is either the user's own or that of the machine, whose log everybody may read.
+// A user's service is either the user's own or that of the machine, whose log all users may read.
 QString logPath(const Application& pApp)
 {
     const QString tOwn = pApp.getStateDir() + u'/' + sInstallLogName;

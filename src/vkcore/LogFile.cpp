@@ -55,7 +55,7 @@ void appendEscaped(QByteArray& pTo, char pByte)
     }
 }
 
-// Leading line ends come before the timestamp and make blank lines.
+// Leading line ends precede the timestamp and give blank lines.
 QByteArray lineOf(const QString& pText)
 {
     const QByteArray tText = pText.toUtf8();

@@ -14,17 +14,17 @@ struct [[nodiscard]] Failure
     {
         None,
         Unreachable, // the server gave no answer, or one that is not a file: another server may do better
-        NotFound,    // there is no such file
+        NotFound,    // the file does not exist
         Untrusted,   // signature, hash, length, version or format is wrong
-        OutOfDate,   // correctly signed, but older than what this machine has seen already
+        OutOfDate,   // correctly signed, but older than what this machine has already seen
         Expired,     // correctly signed, but too old: also a sign of a frozen mirror
-        NoServer,    // nobody to ask
+        NoServer,    // there is no usable server
         NoSpace,     // the disk or the user's share of it is full
         Io,          // any other failed operation of the system
-        Content,     // the data itself, or what it asks for, is not what it must be
+        Content,     // the data itself, or what it asks for, is invalid
         Damaged,     // the records of this machine can't be read or written
         AppsRunning, // programs that must end first still run
-        Person,      // nothing is broken, but a person has to decide
+        Person,      // nothing is broken, but a person must decide
         Canceled,
     };
 
@@ -32,10 +32,10 @@ struct [[nodiscard]] Failure
     QString mText; // a sentence without its full stop: what failed, and why
 
     explicit operator bool() const { return mKind != Kind::None; }
-    // The same, as another kind; none stays none.
+    // The same failure with another kind; no failure stays no failure.
     Failure as(Kind pKind) const { return {*this ? pKind : Kind::None, mText}; }
 
-    // pWhat is what could not be done ("write DIR/file").
+    // pWhat is the action that failed ("write DIR/file").
     static Failure fromErrno(int pErrno, const QString& pWhat);
     static Failure content(const QString& pText) { return {Kind::Content, pText}; }
     static Failure untrusted(const QString& pText) { return {Kind::Untrusted, pText}; }
@@ -55,7 +55,7 @@ public:
     const T& operator*() const { return *mValue; }
     T* operator->() { return &*mValue; }
     const T* operator->() const { return &*mValue; }
-    // For where it does not matter why there is none.
+    // For callers that do not need the reason.
     T valueOr(T pOther) const { return mValue.value_or(std::move(pOther)); }
     const Failure& failure() const { return mFailure; }
 

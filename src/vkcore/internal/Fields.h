@@ -31,7 +31,7 @@ struct Field
 template <typename T, typename V>
 Field(const char*, V T::*) -> Field<T, V>;
 
-// One that T keeps behind functions: V get(const T&) and void set(T&, V).
+// A member of T with accessors: V get(const T&) and void set(T&, V).
 template <typename G, typename S>
 struct Property
 {
@@ -109,7 +109,7 @@ QJsonObject toJson(const T& pValue)
     return tObject;
 }
 
-// The readers. What they give is of no use once pFrom has a fault.
+// The readers. Their results are meaningless once pFrom has a fault.
 void read(JsonReader& pFrom, const char* pName, QString* pTo);   // a text or null
 void read(JsonReader& pFrom, const char* pName, QDateTime* pTo); // a date or null
 template <HasFields T>
@@ -130,7 +130,7 @@ void read(JsonReader& pFrom, const char* pName, T* pTo)
         pFrom.integer(pName, std::numeric_limits<Number>::min(), std::numeric_limits<Number>::max()));
 }
 
-// Anything; undefined where it is missing.
+// Any value; undefined if it is missing.
 inline void read(JsonReader& pFrom, const char* pName, QJsonValue* pTo)
 {
     *pTo = pFrom.json().value(QLatin1String(pName));
@@ -176,7 +176,7 @@ void read(JsonReader& pFrom, T* pTo)
     std::apply([&](const auto&... pField) { (readField(pFrom, pField, pTo), ...); }, sFields<T>);
 }
 
-// The whole value, or none with the reason in *pFault.
+// The complete value, or none with the reason in *pFault.
 template <HasFields T>
 std::optional<T> fromJson(const QJsonValue& pFrom, QString* pFault)
 {

@@ -10,21 +10,20 @@
 
 namespace tarn::vkcore {
 
-// Takes typed members out of a JSON object. All readers of a document share one fault: the first thing that
-// is wrong, with its path, "servers[2].uri is not a text". From then on nothing is read any more and all
-// values are empty ones, so that a parser can read straight on and ask once at its end. Unknown members are
-// ignored.
+// Reads typed members of a JSON object. All readers of a document share one fault: the first error, with its
+// path, "servers[2].uri is not a text". After it nothing is read and all values are empty, so that a parser
+// can read all members and check once at its end. Unknown members are ignored.
 class JsonReader
 {
 public:
-    // *pFault belongs to the caller, is empty where nothing is wrong, and has to outlive all readers.
+    // The caller owns *pFault, which is empty if there is no error, and must outlive all readers.
     JsonReader(const QJsonValue& pFrom, QString* pFault);
 
     bool ok() const { return mFault->isEmpty(); }
     void fail(const QString& pProblem);
     // About a member: "is not a date".
     void fail(const char* pName, const QString& pProblem);
-    // A fault of the member unless the condition holds.
+    // Sets a fault of the member unless the condition is true.
     void require(bool pHolds, const char* pName, const QString& pProblem);
 
     const QJsonObject& json() const { return mObject; }
@@ -33,7 +32,7 @@ public:
     // Each of these members has to be there.
     QJsonValue value(const char* pName);
     bool boolean(const char* pName);
-    // A whole number.
+    // An integer.
     qint64 integer(const char* pName, qint64 pLeast, qint64 pMost = std::numeric_limits<qint64>::max());
     QString text(const char* pName);
     QString textOrNull(const char* pName);
@@ -51,7 +50,8 @@ public:
             pRead(tEntry);
         }
     }
-    // Calls pRead(const QString& pName, JsonReader&) for each member of this object, which are objects, too.
+    // Calls pRead(const QString& pName, JsonReader&) for each member of this object; the members are objects,
+    // too.
     template <typename F>
     void eachMember(F pRead)
     {
@@ -70,7 +70,7 @@ private:
 
     QJsonObject mObject;
     QString* mFault;
-    QString mPath; // what the names of the members follow
+    QString mPath; // the prefix of the members' names
 };
 
 } // namespace tarn::vkcore

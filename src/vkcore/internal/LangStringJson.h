@@ -16,7 +16,7 @@ inline QJsonObject toJson(const LangString& pText)
     return tObject;
 }
 
-// What is not a text becomes an empty one.
+// Any value except a text becomes an empty text.
 inline LangString langStringFrom(const QJsonObject& pFrom)
 {
     LangString tText;

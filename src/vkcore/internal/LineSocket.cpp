@@ -94,7 +94,7 @@ void LineSocket::flush()
             mOutput.remove(0, tSent);
         }
     } while (!mOutput.isEmpty() && (tSent >= 0 || errno == EINTR));
-    // A lasting error shows when reading, with what the peer has still said before it.
+    // A permanent error is found by the next read, after the data that the peer sent before it.
     if (mOutput.isEmpty() || !wouldBlock()) {
         mOutput = {};
     }

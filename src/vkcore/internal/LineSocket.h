@@ -11,9 +11,8 @@
 
 namespace tarn::vkcore {
 
-// A connected Unix socket that carries lines, for both ends. It never blocks: what the peer does not take yet
-// is sent from the event loop, which also says when there is something to read. How much of either it may
-// hold is its owner's business.
+// A connected Unix socket for lines, used by both ends. It never blocks: the event loop sends what the peer
+// cannot receive yet, and reports new data. The owner limits how much may be buffered in either direction.
 class LineSocket
 {
 public:
@@ -21,9 +20,9 @@ public:
     {
         Some,
         All,   // Some, and there was no more at that moment
-        None,  // nothing for now
-        Ended, // the peer sends no more
-        Failed // errno says why
+        None,  // no data for now
+        Ended, // the peer has closed its sending side
+        Failed // see errno
     };
 
     LineSocket() = default;
@@ -31,32 +30,32 @@ public:
     LineSocket(const LineSocket&) = delete;
     LineSocket& operator=(const LineSocket&) = delete;
 
-    // Something has come, or the peer has ended; from the event loop.
+    // New data, or the peer has closed the connection; called from the event loop.
     std::function<void()> mOnReadable;
-    // The peer has taken some of what is unsent, or will never take the rest of it.
+    // The peer has received some of the unsent data, or will never receive the rest.
     std::function<void()> mOnSent;
 
-    // Takes over a connected, non-blocking descriptor.
+    // Takes ownership of a connected, non-blocking descriptor.
     void open(int pFd);
     bool isOpen() const { return mFd >= 0; }
-    // Drops what is unsent. May be called from the two functions above.
+    // Drops unsent data. May be called from the two functions above.
     void close();
     // Whether mOnReadable is called.
     void setReading(bool pReading);
     // Whether the peer has already closed an open connection, even if that was not read yet.
     bool hasHungUp() const;
 
-    // Reads once from an open connection; takeLine gives what has come.
+    // Reads once from an open connection; takeLine returns the lines.
     Received receive();
     std::optional<QByteArray> takeLine() { return mInput.takeLine(); }
     // As LineBuffer::tooLong.
     bool tooLong() const { return mInput.tooLong(); }
 
-    // The line goes out with the next flush.
+    // The next flush sends the line.
     void queue(const QByteArray& pLine) { mOutput += pLine; }
     void flush();
     qsizetype unsent() const { return mOutput.size(); }
-    // Bytes in memory: of a line that is not whole, and of what is unsent.
+    // Bytes in memory: of an incomplete line, and of unsent data.
     qsizetype held() const { return mOutput.size() + mInput.capacity(); }
 
 private:

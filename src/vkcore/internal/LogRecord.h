@@ -7,12 +7,12 @@
 
 namespace tarn::vkcore {
 
-// What the install log says of one package of a run. A child is a package that only came along with another
-// one.
+// The entry of one package in the install log of a run. A child is a package that was only installed as a
+// requirement of another one.
 struct LogRecord
 {
     QString mPackage; // the package's technical name
-    QString mParent;  // that of the package it came along with; null for one of the top level
+    QString mParent;  // that of the package that required it; null at the top level
     QString mVersion; // Version::toString
     QString mStatus;  // "ok", "child_packages_updated", "warning", "error"
     QDateTime mVersionDate;

@@ -7,8 +7,7 @@
 
 #include <optional>
 
-// The lines of the service socket: JSON-RPC 2.0, one object a line. Values.h has what is in
-// them.
+// The lines of the service socket: JSON-RPC 2.0, one object per line. Values.h defines their content.
 namespace tarn::vkcore::protocol {
 
 inline constexpr int sVersion = 1;

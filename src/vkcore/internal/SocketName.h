@@ -19,8 +19,8 @@ struct SocketPlace
 };
 
 // The default name of the socket. Root's is sMachineSocket. A user who may write to that one uses it, too,
-// because its service admits the user. All others get a socket of their own in their runtime folder, or in
-// the temporary folder if they have none.
+// because its service admits the user. All others get their own socket in their runtime folder, or in the
+// temporary folder if they have none.
 QString defaultSocketName();
 QString defaultSocketName(const SocketPlace& pPlace);
 

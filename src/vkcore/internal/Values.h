@@ -14,8 +14,8 @@
 
 #include <optional>
 
-// All that travels on the service's socket: the parameters of requests and events, and the results that have
-// members. docs/protocol.md says what they mean.
+// All values on the service's socket: the parameters of requests and events, and the results that have
+// members. docs/protocol.md explains them.
 namespace tarn::vkcore::protocol {
 
 struct Hello
@@ -34,7 +34,7 @@ struct Greeting
     bool mWorker = false;
 };
 
-// How far the run under way is.
+// The progress of the current run.
 struct Progress
 {
     ServiceActivity mActivity = ActivityNone;
@@ -68,7 +68,7 @@ struct DefaultServer
 {
     QString mUri;
     QString mUser;
-    QString mPassword; // null where it was not asked for
+    QString mPassword; // null if it was not requested
 };
 
 struct ProxySettings
@@ -84,7 +84,7 @@ struct DataDirectory
 
 struct LanguageChoice
 {
-    QString mApp; // null leaves it as it is
+    QString mApp; // null leaves it unchanged
     QString mData;
 };
 
@@ -129,7 +129,7 @@ struct ServerEntry
     QString mName;
     QString mUri;
     QString mUser;
-    // In requests only; where it is not set, the stored one stays.
+    // Only in requests; if it is not set, the stored one remains.
     std::optional<QString> mPassword = {};
     bool mEnabled = true;
     bool mDefault = false;
@@ -138,7 +138,7 @@ struct ServerEntry
 
 struct ServerEntries
 {
-    QJsonValue mRevision = QJsonValue::Undefined; // whatever the service counts by
+    QJsonValue mRevision = QJsonValue::Undefined; // opaque to clients
     QList<ServerEntry> mServers;
 };
 
@@ -150,7 +150,7 @@ struct NewServer
 struct ServerPosition
 {
     int mIndex = 0;
-    QJsonValue mRevision = QJsonValue::Undefined; // undefined: whatever the list is now
+    QJsonValue mRevision = QJsonValue::Undefined; // undefined: applies to the current list
 };
 
 struct ServerChange : ServerPosition

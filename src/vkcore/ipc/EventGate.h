@@ -22,7 +22,7 @@ public:
 struct Event
 {
     std::function<void()> mDeliver; // empty: not needed
-    bool mEndsRun = false;          // it reports that no update is running any more
+    bool mEndsRun = false;          // it reports that no update is running
 };
 
 // The pending events of one connection, in order.

@@ -17,7 +17,7 @@ public:
     {
         Connected,
         NobodyListens, // no socket, or one that no process listens on
-        Busy,          // the service has no room for another connection at the moment
+        Busy,          // the service cannot accept another connection at the moment
         Failed,        // no permission, no socket, or a peer that is not to be trusted
     };
 

@@ -15,8 +15,7 @@ namespace tarn::vkcore {
 
 class Statement;
 
-// An open SQLite database. Failures return false and set errorText(); health() is what they mean for the
-// file.
+// An open SQLite database. Failures return false and set errorText(); health() classifies the last failure.
 class Database
 {
 public:
@@ -32,7 +31,7 @@ public:
     };
     enum class Health
     {
-        Sound,   // nothing has failed
+        Sound,   // no failure
         Corrupt, // SQLITE_CORRUPT or SQLITE_NOTADB; SQLite also reports some disk errors so
         Unknown, // something else failed (no memory, no space, no permission, a lock): the file may be sound
     };
@@ -52,9 +51,9 @@ public:
     // PRAGMA user_version: 0 in a new file; -1 if the file can't be read.
     int schemaVersion();
     bool setSchemaVersion(int pVersion);
-    // Migrates the tables by all of pSteps: step i leads from version i to i + 1, each in its own
-    // transaction. A file of a newer version is refused unchanged, and so is one with tables and version 0:
-    // no step creates such a file, so it is foreign, or a copy that lost its version.
+    // Migrates the tables with pSteps: step i converts version i to i + 1, each in its own transaction. A
+    // file of a newer version is rejected unchanged, and so is one with tables and version 0: no step creates
+    // such a file, so it is foreign, or a copy that lost its version.
     bool migrate(std::span<const char* const> pSteps);
     // Reads all of the file: PRAGMA quick_check.
     Health check();

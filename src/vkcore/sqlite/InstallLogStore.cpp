@@ -67,7 +67,7 @@ QByteArray queryOf(int pMaxCount, bool pTopLevelOnly)
                : "SELECT * FROM (" + tRows + " ORDER BY date DESC, id DESC LIMIT ?) ORDER BY date, id";
 }
 
-// Makes entries from the rows of that query. Many rows share the same few titles, versions, words and dates:
+// Converts the rows of that query to entries. Many rows share the same few titles, versions, words and dates:
 // each is parsed once.
 class RowReader
 {

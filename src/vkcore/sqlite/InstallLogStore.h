@@ -25,8 +25,8 @@ public:
     bool openForWriting(const QString& pPath);
     bool openForReading(const QString& pPath);
 
-    // Adds the records of one run at the time pDate, all or none. A run that is in the log already is left
-    // as it is and counts as added: a run is told by pRunId.
+    // Adds the records of one run at the time pDate, all or none. A run that is already in the log is not
+    // changed and counts as added; pRunId identifies the run.
     bool append(const QString& pRunId, const QDateTime& pDate, const QList<LogRecord>& pRecords);
 
     // As Installer::getInstallLog.

@@ -24,7 +24,7 @@ struct RunSources
     const process::ServiceApplication& mApp;
 };
 
-// None if the store can't be read.
+// No value if the store cannot be read.
 std::optional<update::RunRequest> runRequest(const RunSources& pSources);
 
 } // namespace tarn::vkservice::control

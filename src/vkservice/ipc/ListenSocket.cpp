@@ -33,7 +33,7 @@ enum class Holder
 {
     Nobody,
     Service,  // root or this user, or a process that does not accept us
-    Stranger, // another user, who can't be a service
+    Stranger, // another user, so not a service
 };
 
 bool toAddress(const QByteArray& pPath, sockaddr_un* pAddress)

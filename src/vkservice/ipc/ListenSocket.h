@@ -33,7 +33,7 @@ public:
     // descriptor.
     void adopt(int pFd);
     void close();
-    // Does a service listen at the path?
+    // True if a service listens at the path.
     static bool isServed(const QString& pPath);
 
 Q_SIGNALS:

@@ -196,14 +196,14 @@ void SocketServer::noteHeld(Peer* pPeer)
     }
 }
 
-// Each peer alone may be owed much, and send a long line; all together must not fill the memory. Those go
-// first that keep most of it for longest without moving on.
+// Each peer may have much pending output and send a long line; all together must not fill the memory. Drops
+// the peers first that use the most of it for the longest time without progress.
 void SocketServer::limitHeld()
 {
     if (mHeld <= sMaxHeldForAll) {
         return;
     }
-    // A burden grows with the time, so that each is asked for once.
+    // A burden grows with time, so it is read once for each peer.
     std::vector<std::pair<qint64, Peer*>> tBurdens;
     const auto tPeers = mPeers.keys();
     for (Peer* tPeer : tPeers) {

@@ -45,7 +45,7 @@ public:
     enum class Reason
     {
         Loaded,  // the settings as stored
-        Changed, // false until a client sets them
+        Changed, // a client has set them
     };
 
     struct Answer

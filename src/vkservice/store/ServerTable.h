@@ -34,8 +34,8 @@ public:
 
     explicit ServerTable(vkcore::Database& pDatabase) : mDatabase(pDatabase) {}
 
-    // In the order of the list; none if the database can't be read. Passwords are in it; an entry without one
-    // has none set.
+    // In the order of the list; no value if the database cannot be read. Contains the passwords; an entry
+    // without one has none set.
     std::optional<QList<ServerEntry>> entries();
     // The default entry; an entry without an address if there is none.
     std::optional<ServerEntry> defaultEntry();

@@ -21,9 +21,9 @@ struct Offer
 // The packages among the targets of a repository. A file without "custom" is meant for other programs and is
 // skipped without a message; other unusable files go to *pWarnings, which is limited to a few.
 //
-// A package's file is named after it, and a name belongs to one role: the first in the search of the
-// delegations that lists any target of that name, usable or not. So a role that may sign "vendor/*" can't
-// replace a package of a role before it.
+// The name of a package is part of its target's name, and each target name belongs to one role: the first in
+// the search of the delegations that lists it, usable or not. So a role that may sign "vendor/*" cannot
+// replace a package of an earlier role.
 QList<Offer> usableOffers(const QList<tuf::TargetFile>& pTargets, QStringList* pWarnings);
 
 } // namespace tarn::vkservice::update

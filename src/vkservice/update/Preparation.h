@@ -21,8 +21,8 @@ public:
     Preparation(os::FileSystem& pFileSystem, const packages::PackageFolders& pFolders, Reporter& pReporter,
                 const os::AbortFlag& pAbort);
 
-    // A package with contents that can't be unpacked gets its trouble in the plan. A trouble that is returned
-    // is one of this machine or an abort, and ends the run.
+    // If the contents of a package cannot be unpacked, its failure is stored in the plan. The return value is
+    // a failure of this machine or an abort, and ends the run.
     Failure unpack(Plan* pPlan, const std::function<QString(const Offer&)>& pArchiveOf);
 
     static QList<packages::StagedPackage> staged(const Plan& pPlan, const packages::PackageFolders& pFolders);

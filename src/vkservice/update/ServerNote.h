@@ -28,7 +28,7 @@ public:
     const Validators& timestampValidators() const { return mTimestampValidators; }
     bool isTimestamp(const QByteArray& pFile) const;
 
-    // Left out silently if it can't be written: without it, more is asked than needed.
+    // Skipped silently if it cannot be written: without the note, a later run only sends more requests.
     void setComplete(const QByteArray& pState, const QByteArray& pTimestamp, const Validators& pValidators);
 
 private:

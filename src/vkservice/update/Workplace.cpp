@@ -115,7 +115,7 @@ void Workplace::claimEarlierRoots()
         }
     }
     packages::Manifest tIntent;
-    (void)mGenerations.reader().intent(&tIntent); // one that can't be read names no folder
+    (void)mGenerations.reader().intent(&tIntent); // an unreadable one does not name a folder
     tFolders += tIntent.folders();
     for (const QString& tFolder : std::as_const(tFolders)) {
         const auto tPlace = PackageFolders::place(tFolder);
