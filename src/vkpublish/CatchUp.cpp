@@ -56,7 +56,7 @@ QByteArray rootToStartFrom(os::FileSystem& pFileSystem, const QString& pReposito
     QByteArray tFirst;
     RepositoryState tState;
     if (!tFolder.fetch(versionedName(tuf::sRoot, 1), tuf::Limits().mRootLength, &tFirst)) {
-        (void)readState(tFolder, tFirst, &tState); // its roots are all that counts
+        (void)readState(tFolder, tFirst, &tState); // only its roots matter
     }
     return tState.mNewRoots.contains(pRecord.mRoot) ? tFirst : pRecord.mRoot;
 }

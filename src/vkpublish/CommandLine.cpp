@@ -70,7 +70,7 @@ std::optional<int> CommandLine::parse(const QStringList& pArguments)
 
 QString CommandLine::help() const
 {
-    // The parser knows no commands, and would put the program's path here.
+    // The parser does not support commands, and would use the program's path here.
     const QString tUsage =
         QStringList{u"Usage: vkpublish"_s, mCommand, mArguments.join(u' '), u"[options]"_s}.join(u' ');
     const QString tText = mParser.helpText().trimmed();

@@ -37,7 +37,7 @@ public:
     // --keys, and the argument DIR before it.
     void addRepository();
 
-    // No value: go on. Else the status to end with; help or error are written already.
+    // No value: continue. Else the exit status; help or error were already written.
     std::optional<int> parse(const QStringList& pArguments);
 
     QString argument(int pIndex) const;
@@ -50,8 +50,8 @@ public:
     // An integer from pLeast to pMost; no value, after an error message, for any other text.
     std::optional<int> number(const char* pName, int pLeast, int pMost) const;
     std::optional<QDateTime> date(const char* pName) const;
-    // The metadata of the repository that an option names, with the certificates of --ca-file; false, and an
-    // error written, for a text that names none.
+    // The metadata of the repository that an option names, with the certificates of --ca-file. False, after
+    // an error message, for any other text.
     bool openPlace(const char* pName, std::unique_ptr<tuf::Fetcher>* pTo) const;
 
 private:

@@ -7,7 +7,7 @@
 
 namespace tarn::vkpublish {
 
-// A failure if a file has not this length and these hashes, or can't be read.
+// A failure if a file does not have this length and these hashes, or cannot be read.
 Failure fileMatches(const QString& pPath, qint64 pLength, const tuf::HashList& pHashes);
 
 } // namespace tarn::vkpublish

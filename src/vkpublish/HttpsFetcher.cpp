@@ -36,7 +36,7 @@ struct Body
 Failure::Kind kindOf(CURLcode pCode, long pStatus)
 {
     if (pCode == CURLE_WRITE_ERROR) {
-        return Failure::Kind::Untrusted; // longer than it may be
+        return Failure::Kind::Untrusted; // longer than allowed
     }
     return pStatus == 403 || pStatus == 404 ? Failure::Kind::NotFound : Failure::Kind::Unreachable;
 }

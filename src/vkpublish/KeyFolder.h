@@ -13,7 +13,7 @@ class FileSystem;
 
 namespace tarn::vkpublish {
 
-// The publisher's private folder: the keys, a file each, and the record. Only its owner may enter it.
+// The publisher's private folder: one file for each key, and the record. Only its owner has access.
 class KeyFolder
 {
 public:
@@ -31,7 +31,7 @@ public:
     // Only reads the record.
     Failure openForReading();
 
-    // To be written with save().
+    // save() writes it.
     Record mRecord;
     Failure save();
 

@@ -13,7 +13,7 @@ namespace tarn::vkpublish {
 class FolderFetcher : public tuf::Fetcher
 {
 public:
-    // pFolder: with the metadata itself.
+    // pFolder: the folder of the metadata itself.
     FolderFetcher(os::FileSystem& pFileSystem, const QString& pFolder);
 
     Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;

@@ -27,7 +27,7 @@ namespace {
 constexpr mode_t sFileMode = 0644;
 constexpr qint64 sMaxMetadata = 16 * 1024 * 1024;
 
-// pStated: "length" and "hashes", as metadata states them.
+// pStated: "length" and "hashes", as in metadata.
 bool isAsStated(const QString& pPath, const QJsonObject& pStated)
 {
     return !fileMatches(pPath, pStated["length"_L1].toInteger(), {statedHash(pStated)});

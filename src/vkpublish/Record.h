@@ -9,7 +9,7 @@
 
 namespace tarn::vkpublish {
 
-// A metadata file that was published, as the file above it states it.
+// A published metadata file, as described in the file above it.
 struct PublishedFile
 {
     QJsonObject mMeta; // "version", "length", "hashes"; empty: none, or it must be signed again

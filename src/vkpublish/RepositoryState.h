@@ -13,7 +13,7 @@ namespace tarn::vkpublish {
 struct RepositoryState
 {
     QMap<QString, qint64> mVersions; // role -> version; no entry for a role without a valid signature
-    QList<QByteArray> mNewRoots;     // that follow the one to start from, each signed by the one before
+    QList<QByteArray> mNewRoots;     // that follow the starting root, each signed by the one before
     QByteArray mTimestamp;           // the file
 };
 

@@ -24,8 +24,8 @@ Failure readAllKeys(KeyFolder* pFolder, QMap<QString, tuf::SigningKey>* pTo)
     return {};
 }
 
-// Puts a new key and the root that names it into the record. The old root's key has signed that root, and is
-// not needed longer.
+// Puts a new key and the root with it into the record. The old root's key has signed that root, and is not
+// needed any longer.
 Failure exchange(KeyFolder* pFolder, const QString& pRole, const QString& pType,
                  const QDateTime& pRootExpires, const QDateTime& pOldUntil)
 {

@@ -26,7 +26,7 @@ namespace tarn::vkpublish {
 
 namespace {
 
-// Signatures leave some bytes of a metadata file free: blanks, and the case of hexadecimal digits.
+// Signatures do not cover some bytes of a metadata file: blanks, and the case of hexadecimal digits.
 bool isWrittenByUs(const QByteArray& pFile)
 {
     const QJsonObject tObject = QJsonDocument::fromJson(pFile).object();
@@ -122,7 +122,7 @@ QStringList unusedFiles(const QString& pRepository, const QSet<QString>& pUsed)
     for (const QString& tFolder : {metadataFolder(pRepository), targetsFolder(pRepository)}) {
         for (const QFileInfo& tFile : QDir(tFolder).entryInfoList(QDir::Files | QDir::Hidden, QDir::Name)) {
             const QString tPath = tFolder + u'/' + tFile.fileName();
-            // Roots from before the first one in use are still climbed by clients that slept long.
+            // Clients that were off for a long time still follow roots from before the first one in use.
             if (!pUsed.contains(tPath) && !tPath.endsWith(".root.json"_L1)) {
                 tUnused.append(tPath);
             }

@@ -19,7 +19,7 @@ struct CommandLine
     Order mOrder = Order::Run;
     QString mComplaint;
     bool mForeground = false; // -e: log to the log file
-    bool mWorker = false;     // -worker: for the parent process alone
+    bool mWorker = false;     // -worker: only for the parent process
     QString mSocketName;      // -s=NAME, empty if not given
 
     // pArguments without the program name.

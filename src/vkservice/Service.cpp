@@ -186,7 +186,7 @@ bool Service::openStore(QString* pError)
     return true;
 }
 
-// Updates go on without mails.
+// Updates continue without mails.
 void Service::openMail()
 {
     QString tReason;

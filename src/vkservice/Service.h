@@ -27,7 +27,7 @@ class LockFile;
 
 namespace tarn::vkservice {
 
-// The parts of the service, joined, and how they start. None of them knows this class.
+// Connects the parts of the service and starts them. None of them depends on this class.
 class Service : public QObject
 {
     Q_OBJECT

@@ -37,8 +37,8 @@ void prepareProcess(bool pWorker)
         tFiles.rlim_cur = tFiles.rlim_max;
         ::setrlimit(RLIMIT_NOFILE, &tFiles);
     }
-    // A Ctrl-C at the terminal is meant for the program that started the worker, which knows whether this is
-    // a moment to stop.
+    // Ctrl-C at the terminal is meant for the program that started the worker. That program decides whether
+    // to stop.
     if (pWorker) {
         ::setpgid(0, 0);
     }

@@ -58,7 +58,7 @@ bool readTexts(const CommandLine& pLine, const char* pOption, vkcore::LangString
     return true;
 }
 
-// The options as a package's description; false, with the error written, if they aren't one.
+// Builds a package's description from the options; false, after an error message, if they are invalid.
 bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
 {
     bool tOk = false;
@@ -149,7 +149,7 @@ void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTa
     pTarget->insert(u"custom"_s, pInfo->toJson());
 }
 
-// Packs the folder and puts it into the record.
+// Packs the folder and adds the package to the record.
 Failure add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pReport)
 {
     os::FileSystem& tFileSystem = os::realFileSystem();

@@ -33,7 +33,7 @@ QStringList row(const QJsonObject& pTarget, const QString& pState)
             pState};
 }
 
-// A state for each archive, as the last publish and the next one see it.
+// The state of each archive in the last and in the next publication.
 QList<QStringList> rows(const Record& pRecord)
 {
     QList<QStringList> tRows;

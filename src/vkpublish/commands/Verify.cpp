@@ -65,7 +65,7 @@ QString compare(qint64 pHere, qint64 pThere)
     return pHere < pThere ? u"behind"_s : pHere > pThere ? u"ahead"_s : u"the same"_s;
 }
 
-// Writes the versions of both. A failure if machines that know the other one refuse this one.
+// Prints the versions of both. A failure if clients that have seen the other one refuse this one.
 Failure checkVersions(const RepositoryState& pHere, const RepositoryState& pThere, const QString& pPlace)
 {
     Failure tFailure;
@@ -109,7 +109,7 @@ Failure compareWith(tuf::Fetcher& pOther, const CommandLine& pLine, const QByteA
     return checkVersions(tHere, tThere, pLine.value("against"));
 }
 
-// The reasons why the repository is not good.
+// The reasons why the repository is invalid.
 QStringList findProblems(const CommandLine& pLine, const QByteArray& pRoot, tuf::Fetcher* pOther,
                          int* pPackageCount)
 {

@@ -29,7 +29,7 @@ public:
     void logComplaints() const;
 
 Q_SIGNALS:
-    // A variable may have another value now.
+    // The value of a variable may have changed.
     void changed();
 
 private:

@@ -55,7 +55,7 @@ public:
     // Gives a mail that is being sent some time to finish.
     void finish(int pTimeoutMs);
 
-    // The variables by which an administrator shows that an address is read: mail.verify.ADDRESS.
+    // The variables that verify mail addresses: mail.verify.ADDRESS.
     static bool isVerification(const QString& pVariable);
     QString verificationState(const QString& pVariable) const;
     bool verify(const QString& pVariable, const QString& pCode, QString* pReason);

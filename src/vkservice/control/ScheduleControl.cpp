@@ -137,7 +137,7 @@ void ScheduleControl::onDue()
     }
 }
 
-// A machine that has just woken up may have no network yet, and its next check may be weeks away.
+// A machine that has just woken up may not have a network yet, and its next check may be weeks away.
 void ScheduleControl::onRunEnded(const RunRecord& pRecord, bool pManual)
 {
     if (pManual) {

@@ -58,7 +58,7 @@ public:
     void onRunEnded(const RunRecord& pRecord, bool pManual);
 
 Q_SIGNALS:
-    // It is time for a check, and people are to decide on it.
+    // A check is due, and users decide on it.
     void checkIsDue();
 
 private:
@@ -70,7 +70,7 @@ private:
     schedule::SystemClock mClock;
     schedule::ScheduleTimer mTimer;
     schedule::LoginWatch mLogins;
-    bool mSaved = true; // the schedule in force is the stored one
+    bool mSaved = true; // the active schedule is the stored one
     int mRetries = 0;
 };
 

@@ -150,7 +150,7 @@ bool UpdateControl::trigger(bool pManual, QString* pReason)
     }
     mBegan = QDateTime::currentDateTimeUtc();
     mManual = pManual;
-    // Without the mark a run still runs: it only would not be known as cut short if the service was killed.
+    // The run continues without the mark, but will not count as interrupted if the service is killed.
     mSources.mSettings.beginRun(mBegan.toString(Qt::ISODateWithMs));
     if (!mThread.start(*tRequest)) {
         *pReason = u"The update can't be started."_s;

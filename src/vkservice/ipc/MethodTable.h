@@ -30,7 +30,7 @@ struct Reply
     bool isError() const { return mErrorCode != 0; }
 };
 
-// The methods of the socket by name. A handler runs to its end before the next line of any peer is looked at.
+// The methods of the socket by name. A handler returns before the next line of any peer is read.
 class MethodTable
 {
 public:

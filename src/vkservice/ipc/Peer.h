@@ -34,7 +34,7 @@ public:
     // The priority for dropping this peer: rises with the memory, and with the time since the last complete
     // line or read.
     qint64 burden() const;
-    // Drops the peer without another word.
+    // Drops the peer at once.
     void abort();
     // Drops the peer when it has read all its output.
     void closeGently();
@@ -49,7 +49,7 @@ public:
 Q_SIGNALS:
     void readable();
     void closed();
-    // The peer broke a rule and is being dropped, for the log.
+    // The peer broke a rule and is being dropped; for the log.
     void offended(const QString& pReason);
 
 private:

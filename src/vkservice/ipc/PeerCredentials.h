@@ -8,7 +8,7 @@
 
 namespace tarn::vkservice::ipc {
 
-// Who opened a connection, as the kernel recorded it at that moment.
+// The user and process that opened a connection, as the kernel recorded them at that moment.
 struct PeerCredentials
 {
     pid_t mPid = 0;

@@ -38,9 +38,9 @@ public:
     void broadcast(const QString& pMethod, const QJsonObject& pParams);
     qsizetype connectionCount() const { return mPeers.size(); }
     bool hasMonitor() const;
-    // Is a connection open whose hello gave this name, other than pAsker?
+    // True if a connection other than pAsker gave this name in hello.
     bool hasClient(const QString& pName, const Peer* pAsker) const;
-    // Is a connection open of another process than pPid?
+    // True if a process other than pPid has a connection.
     bool hasPeerBeside(pid_t pPid) const;
 
 Q_SIGNALS:
@@ -61,7 +61,7 @@ private:
     std::optional<gid_t> mGroup;
     QHash<Peer*, qint64> mPeers; // with the memory that each used at the last check
     qint64 mHeld = 0;            // the sum of these; an upper limit, since peers may have read output since
-    QList<Peer*> mWaiting;       // those with lines left from their last turn, in the order of their next
+    QList<Peer*> mWaiting; // those with lines left from their last turn, in the order of their next turn
     QTimer mNextTurn;
 };
 

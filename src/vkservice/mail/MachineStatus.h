@@ -8,7 +8,7 @@
 
 namespace tarn::vkservice::mail {
 
-// A package as a person reads of it.
+// A package as shown to users.
 struct PackageLine
 {
     QString mTitle;   // in the service's language, else the package name
@@ -38,7 +38,7 @@ struct RunReport
     ResultCode mResult = ResultNone;
     QString mText; // what happened, as text
     QDateTime mEnd;
-    QList<PackageLine> mPackages; // those that it installed or failed to install
+    QList<PackageLine> mPackages; // those that were installed or failed
 };
 
 } // namespace tarn::vkservice::mail

@@ -99,7 +99,7 @@ bool MailQueue::add(const QueuedMail& pMail, const QDateTime& pNow)
 
 QList<QueuedMail> MailQueue::due(const QDateTime& pNow, int pLimit)
 {
-    // A time further ahead than the longest pause was set before the clock went back.
+    // A time further ahead than the longest pause was set before the clock was set back.
     Statement tQuery(
         mDatabase,
         "SELECT kind, message_id, recipient, date, subject, text, html, attempts, expires "

@@ -110,7 +110,7 @@ void Mailer::warnAboutSettings()
     mLastSettingsWarning = tWarning;
 }
 
-// A full disk is worth one line for each thing that it stops, not one a minute.
+// A full disk is worth one warning for each action that it stops, not one a minute.
 void Mailer::noteStoring(bool pOk, const QString& pWhat)
 {
     if (pOk) {

@@ -33,7 +33,7 @@ class SmtpTransport;
 // least once, always with the same Message-ID, and is only dropped with a warning: when the server refuses it
 // permanently, or after about five days of attempts.
 //
-// Order of calls: open(), both settings, then the others in any order. The settings belong to the caller.
+// Order of calls: open(), both settings, then the others in any order. The caller owns the settings.
 class Mailer : public QObject
 {
     Q_OBJECT
@@ -54,8 +54,8 @@ public:
         QString mText; // what happened, a sentence without its full stop
     };
 
-    // pDatabase and pStatus have to outlive the mailer; pStatus is asked in tick() only. A transport of null
-    // is the real one.
+    // pDatabase and pStatus must outlive the mailer; pStatus is only called in tick(). A null transport
+    // selects the real one.
     Mailer(vkcore::Database& pDatabase, StatusSource pStatus, QObject* pParent = nullptr,
            std::unique_ptr<SmtpTransport> pTransport = nullptr,
            const Clock& pClock = &QDateTime::currentDateTimeUtc);
@@ -65,7 +65,7 @@ public:
     // Creates the tables. False, with a reason, if the database fails.
     bool open(QString* pError);
 
-    // Waiting mails are tried again at once when these are others than before.
+    // If these settings differ from the previous ones, waiting mails are tried again at once.
     void setSmtpSettings(const SmtpSettings& pSettings);
     // Sends a code to each address that needs one: with Loaded to those that never got one, with Changed also
     // to those whose code is used up or expired. Limits on the number of such mails always apply.

@@ -15,7 +15,8 @@ struct RunReport;
 MailContent updateDone(const QString& pClient, const RunReport& pRun);
 MailContent updateFailed(const QString& pClient, const RunReport& pRun);
 MailContent manualIntervention(const QString& pClient, const RunReport& pRun);
-// pSince: the last success, or since when one is waited for. Before the last success: the clock is wrong.
+// pSince: the last success, or the start of the wait for the first one. Before the last success: the clock is
+// wrong.
 MailContent updateOverdue(const QString& pClient, const MachineStatus& pStatus, const QDateTime& pSince,
                           int pDays);
 MailContent summary(const QString& pClient, const MachineStatus& pStatus, bool pOverdue);

@@ -77,7 +77,7 @@ Notices::Story Notices::storyOf(const Audience& pAudience, const RunReport& pRun
     const QString tFailure = QString::number(pRun.mResult);
     const bool tReported = mMemory.text(sFailure) == tFailure;
     Story tStory;
-    // A run that has installed something and was aborted is one that the service did not survive.
+    // If an aborted run has installed something, the service did not survive it.
     if (pRun.mResult == ResultSuccess || pRun.mResult == ResultAborted) {
         tStory.mFailureChanges = pRun.mResult == ResultSuccess;
         if (tUpdateMails && !pRun.mPackages.isEmpty()) {
@@ -113,7 +113,7 @@ bool Notices::runFinished(const Audience& pAudience, const RunReport& pRun)
     });
 }
 
-// The last success, or since when the first one is waited for.
+// The last success, or the start of the wait for the first one.
 QDateTime Notices::lastGood(const MachineStatus& pStatus)
 {
     return pStatus.mLastSuccess.isValid() ? pStatus.mLastSuccess : mMemory.time(sWatchingSince);

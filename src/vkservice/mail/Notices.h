@@ -42,9 +42,9 @@ public:
     bool startWatching(const QDateTime& pNow);
     // Ignores a run whose id was already reported.
     bool runFinished(const Audience& pAudience, const RunReport& pRun);
-    // One mail for each time without success that gets longer than the tolerance.
+    // One mail for each period without success that exceeds the tolerance.
     bool checkOverdue(const Audience& pAudience, const MachineStatus& pStatus, const QDateTime& pNow);
-    // *pQueued is the time of a summary that was queued, invalid if none was.
+    // *pQueued is the time of the queued summary, invalid if none was queued.
     bool checkSummary(const Audience& pAudience, const MachineStatus& pStatus, const QDateTime& pNow,
                       QDateTime* pQueued);
 

@@ -16,7 +16,7 @@ namespace tarn::vkservice::mail {
 
 struct MailContent;
 
-// The queue and the thread that empties it, one mail after the other. The object and the database belong to
+// The queue and the thread that sends its mails, one after the other. The object and the database belong to
 // the main thread; only the transport works on the other one.
 class Outbox : public QObject
 {

@@ -16,7 +16,7 @@ QByteArray randomBytes(int pCount)
         if (tGot > 0) {
             tDone += tGot;
         } else if (errno != EINTR) {
-            // A kernel without random numbers: a guessable secret would be worse than no service.
+            // If the kernel has no random numbers, abort: a guessable secret would be worse than no service.
             std::abort();
         }
     }

@@ -4,7 +4,7 @@
 
 namespace tarn::vkservice::mail {
 
-// pCount bytes from the system's random generator, fit for secrets.
+// pCount bytes from the system's random generator, suitable for secrets.
 QByteArray randomBytes(int pCount);
 
 } // namespace tarn::vkservice::mail

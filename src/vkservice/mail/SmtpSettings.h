@@ -15,7 +15,7 @@ struct SmtpSettings
     };
 
     QString mUrl; // mail.url: smtp://HOST[:PORT] or smtps://HOST[:PORT]; empty: no mails
-    StartTls mStartTls = StartTls::Required; // mail.startTls; of no meaning with smtps
+    StartTls mStartTls = StartTls::Required; // mail.startTls; ignored with smtps
     QString mUser;                           // mail.user; empty: no login
     QString mPassword;                       // mail.password
     QString mSender;                         // mail.sender: "ADDRESS" or "NAME <ADDRESS>"

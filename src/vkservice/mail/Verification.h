@@ -21,7 +21,7 @@ public:
     {
         Right,
         Wrong,
-        NoCode, // none was sent, or it has been used up by wrong attempts
+        NoCode, // none was sent, or wrong attempts have used it up
         Expired,
         NotStored, // the attempt could not be counted, so it was rejected
     };

@@ -59,7 +59,7 @@ private:
     Parts mParts;
 };
 
-// Is it one of the values of an enumeration, which go from 0 to pLast?
+// True if it is a value of an enumeration from 0 to pLast.
 template <typename T>
 bool isKnown(T pValue, T pLast)
 {

@@ -26,7 +26,7 @@ class ServerTable;
 class Settings;
 } // namespace store
 
-// The methods of the socket, one group a file, each with the parts of the service that it uses.
+// The methods of the socket, one file for each group, with the parts of the service that the group uses.
 namespace methods {
 
 struct SessionParts

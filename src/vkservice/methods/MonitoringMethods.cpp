@@ -41,7 +41,7 @@ QString complaint(const MonitoringSettings& pSettings)
     return tJson.size() > sMaxBytes ? u"The monitoring settings are too long."_s : QString();
 }
 
-// The service alone knows which addresses are verified and when the last summary went out.
+// Only the service knows which addresses are verified and when the last summary was sent.
 Reply setMonitoring(const MonitoringParts& pParts, const MonitoringChange& pChange)
 {
     MonitoringSettings tWanted = pChange.mSettings;

@@ -59,8 +59,7 @@ Reply getDataDirectory(const SettingsParts& pParts)
                                           : *tPath);
 }
 
-// Whether the directory is there and can be written is looked at when it is used: it may be a disk that
-// is not mounted yet.
+// The directory is checked when it is used, not here: it may be on a disk that is not mounted yet.
 Reply setDataDirectory(const SettingsParts& pParts, const DataDirectory& pDirectory)
 {
     const QString& tPath = pDirectory.mPath;

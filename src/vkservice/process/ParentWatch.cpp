@@ -25,7 +25,7 @@ ParentWatch::ParentWatch(QObject* pParent) : QObject(pParent), mParentPid(::getp
         connect(mPoll.get(), &QTimer::timeout, this, &ParentWatch::look);
         mPoll->start(sPollMs);
     }
-    // It may have ended before the descriptor was there.
+    // The parent may have ended before the descriptor existed.
     QTimer::singleShot(0, this, &ParentWatch::look);
 }
 

@@ -8,7 +8,7 @@
 
 namespace tarn::vkservice::process {
 
-// The levels of syslog, as the journal knows them.
+// The syslog levels that the journal uses.
 enum class LogLevel : int
 {
     Error = 3,
@@ -17,7 +17,7 @@ enum class LogLevel : int
     Info = 6,
 };
 
-// The frame of the service: its configuration and its log.
+// The configuration and the log of the service process.
 class ServiceApplication : public vkcore::OkiApplication
 {
     Q_OBJECT
@@ -36,7 +36,7 @@ public:
     // Reads the configuration files again. False, with a reason and the old configuration still active, if
     // one of them cannot be read.
     bool reloadConfiguration(QString* pError);
-    // A value of the configuration in force.
+    // A value of the active configuration.
     QString configValue(const QString& pKey) const;
     QString configDir() const { return getConfigDir(); }
     // pChosen, or the language of the service if none was chosen.

@@ -8,7 +8,7 @@ class QSocketNotifier;
 
 namespace tarn::vkservice::process {
 
-// The signals that ask something of the service, brought into the event loop.
+// Forwards the signals of the service to the event loop.
 class SignalWatch : public QObject
 {
     Q_OBJECT

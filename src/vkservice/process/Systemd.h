@@ -6,8 +6,8 @@
 
 namespace tarn::vkservice::process {
 
-// The listening socket of this path that systemd has opened for the service, -1 if there is none. Others
-// that it handed over are closed. The caller owns the descriptor.
+// The listening socket with this path that systemd passed to the service, -1 if there is none. Closes other
+// passed descriptors. The caller owns the descriptor.
 int inheritedSocket(const QString& pPath);
 
 // Reports the state of the service to systemd. Does nothing if systemd did not start it.

@@ -5,7 +5,7 @@
 
 namespace tarn::vkservice::schedule {
 
-// The time of day, and a wake-up at a moment of it. A test has one that it moves by hand.
+// The time of day, and a wake-up at a given time. Tests have one that they set by hand.
 class Clock : public QObject
 {
     Q_OBJECT
@@ -19,7 +19,7 @@ public:
         const QDateTime tMoment = moment();
         return tMoment.addMSecs(-tMoment.time().msec());
     }
-    // Replaces the wake-up that was asked for before; an invalid date asks for none.
+    // Replaces the previous wake-up; an invalid date cancels it.
     virtual void wakeAt(const QDateTime& pWhen) = 0;
 
 Q_SIGNALS:

@@ -28,7 +28,7 @@ bool LoginWatch::start()
     return true;
 }
 
-// Sessions of people only; the login screen and background work have sessions too.
+// Only sessions of users; the login screen and background work have sessions, too.
 QSet<QString> LoginWatch::userSessions()
 {
     QSet<QString> tSessions;

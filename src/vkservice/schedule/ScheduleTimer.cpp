@@ -10,7 +10,7 @@ namespace tarn::vkservice::schedule {
 
 namespace {
 
-constexpr qint64 sOnTimeSeconds = 60;       // later than this a check has been missed
+constexpr qint64 sOnTimeSeconds = 60;       // a check that is later than this was missed
 constexpr qint64 sLoginPauseSeconds = 3600; // many short sessions on a machine must not cause many checks
 
 } // namespace

@@ -34,7 +34,7 @@ public:
 Q_SIGNALS:
     // The schedule was advanced; emitted before due().
     void moved(const tarn::vkservice::ScheduleSettings& pSettings);
-    // It is time for a check.
+    // A check is due.
     void due();
 
 private:

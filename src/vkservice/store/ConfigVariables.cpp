@@ -15,7 +15,7 @@ using vkcore::Statement;
 namespace {
 
 constexpr qsizetype sMaxName = 1024;
-constexpr qsizetype sMaxValueBytes = 1024 * 1024; // escaped at its worst it still fits into an answer
+constexpr qsizetype sMaxValueBytes = 1024 * 1024; // still fits into an answer when every byte is escaped
 
 bool isOneOf(const QString& pText, const QStringList& pWords)
 {

@@ -29,11 +29,11 @@ struct VariableRule
 
 // The rules of values that several variables share.
 VariableRule wholeNumberRule(const QString& pName, qint64 pDefault, qint64 pFrom, qint64 pTo);
-// One of these words, in capitals or not; the first is the default.
+// One of these words, in any case; the first is the default.
 VariableRule wordRule(const QString& pName, const QStringList& pWords);
 VariableRule yesNoRule(const QString& pName, bool pDefault);
 VariableRule pathRule(const QString& pName, const QString& pDefault);
-// The file of the only certificates that count; empty for those of the system.
+// The file with the only trusted certificates; empty for those of the system.
 VariableRule certificatesRule(const QString& pName);
 VariableRule textRule(const QString& pName, const QString& pDefault);
 
@@ -74,7 +74,7 @@ public:
     // The position of the value among the words of its rule.
     int word(const QString& pName, bool* pAllRead = nullptr) const;
 
-    // For the log: one line for each value that breaks its rule, and for each stored name that is a mistake.
+    // For the log: one line for each invalid value, and for each stored name that is invalid.
     QStringList complaints() const;
 
 private:

@@ -74,7 +74,7 @@ private:
 
     vkcore::Database& mDatabase;
     QString mReason;
-    // Passwords that their owners do not want on the disk: they end with this process.
+    // Passwords that must not be written to disk: they are lost when this process ends.
     QHash<qint64, QString> mUnsavedPasswords;
     std::optional<qsizetype> mListBytes; // bytes of the list in an answer, once it was counted
 };

@@ -47,8 +47,8 @@ public:
 
     std::optional<RunRecord> lastRun() const;
     bool setLastRun(const RunRecord& pRecord);
-    // When a run began that has not ended yet, as text of QDateTime; setLastRun ends it. A run that
-    // the service did not survive is found by this mark.
+    // The start of a run that has not ended yet, as text of QDateTime; setLastRun clears it. This mark shows
+    // that the service did not survive a run.
     std::optional<QString> unfinishedRun() const;
     bool beginRun(const QString& pDate);
 

@@ -56,7 +56,7 @@ AppWait::AppWait(os::ProcessList& pProcesses, const packages::Manifest& pInstall
     }
 }
 
-// All versions of the package count: one that was started before an earlier update may still run.
+// All versions of the package count: one that was started before an earlier update may still be running.
 void AppWait::watch(const packages::InstalledPackage& pPackage, const packages::PackageFolders& pFolders)
 {
     const QString tVersions = QFileInfo(pFolders.absolute(pPackage.mFolder)).path();

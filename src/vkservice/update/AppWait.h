@@ -22,7 +22,7 @@ public:
             const packages::PackageFolders& pFolders, const Plan& pPlan, Reporter& pReporter,
             const os::AbortFlag& pAbort);
 
-    // Failure of the kind AppsRunning, naming them, if some still run after pSeconds.
+    // Failure of the kind AppsRunning with their names if some still run after pSeconds.
     Failure wait(int pSeconds);
 
 private:

@@ -49,7 +49,7 @@ public:
     // Writes what was received to disk, as far as possible.
     Failure close();
 
-    // After close(): whether this is the file that was signed. Removes the file if it isn't.
+    // After close(): checks that this is the signed file. Removes the file if it is not.
     Failure verify();
     Failure discard();
 

@@ -174,7 +174,7 @@ Failure Downloads::verify(Items* pItems, std::vector<Item*>* pSpoiled)
         mReporter.atPackage(++tIndex, static_cast<int>(pItems->size()), packageLabel(tItem.mPackage->mOffer));
         if (tItem.failure()) {
             if (tItem.failure().mKind == Failure::Kind::Untrusted) {
-                (void)tItem.mArchive->discard(); // it has failed already
+                (void)tItem.mArchive->discard(); // it has already failed
             }
             continue;
         }
@@ -220,7 +220,7 @@ void Downloads::keep(const Plan& pPlan)
     removeAllBut(mKept);
 }
 
-// Files with other names are not of this folder's making.
+// Files with other names were not created by this class.
 void Downloads::removeAllBut(const QSet<QByteArray>& pKept)
 {
     const QList<QByteArray> tNames = mFolder.names();

@@ -22,7 +22,7 @@ public:
     Failure open();
     const QString& folder() const { return mFolder.path(); }
     QString pathOf(const Offer& pOffer) const;
-    // Removes the archives that neither this plan nor an earlier one of this object names.
+    // Removes the archives that are neither in this plan nor in an earlier one of this object.
     void keep(const Plan& pPlan);
     qint64 bytesToCome(const Plan& pPlan) const;
 
@@ -30,7 +30,7 @@ public:
     // package that fails now. The return value is a failure of this machine or an abort, and ends the run.
     Failure fetch(Source& pSource, Plan* pPlan);
 
-    // Removes the archives of the packages without trouble.
+    // Removes the archives of the packages that have not failed.
     void remove(const Plan& pPlan);
     // Removes all archives.
     void clear();

@@ -4,7 +4,7 @@
 
 namespace tarn::vkservice::update {
 
-// A server that is a folder of this machine, or one that is mounted.
+// A server that is a local or mounted folder.
 class FileSource : public Source
 {
 public:

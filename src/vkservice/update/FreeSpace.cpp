@@ -15,7 +15,7 @@ namespace tarn::vkservice::update {
 
 namespace {
 
-// For the ends of files that fill no block, folders, links and manifests.
+// For partly filled blocks, folders, links and manifests.
 constexpr qint64 sOverheadShare = 32;
 constexpr qint64 sOverheadBytes = 1024 * 1024;
 

@@ -44,7 +44,7 @@ bool isWorthRetrying(long pStatus)
     return pStatus == 408 || pStatus == 429 || pStatus >= 500;
 }
 
-// Servers that keep files in buckets answer 403 for one that isn't there.
+// Servers with object storage answer 403 for a missing file.
 bool saysNotFound(long pStatus)
 {
     return pStatus == 403 || pStatus == 404 || pStatus == 410;
@@ -91,7 +91,7 @@ bool HttpJob::begin(CURLM* pMulti)
 {
     Sink& tSink = *mTransfer.mSink;
     if (!tSink.isResumable()) {
-        (void)tSink.restart(); // memory alone: it can't fail
+        (void)tSink.restart(); // in memory: cannot fail
     }
     mOffset = tSink.received();
     mIgnored = 0;

@@ -21,7 +21,7 @@ public:
 
     // The earliest time of the next attempt.
     Clock::time_point notBefore() const { return mNotBefore; }
-    // False if the attempt can't be set up; the job is over then.
+    // False if the attempt cannot be set up; then the job is over.
     bool begin(CURLM* pMulti);
     CURL* handle() const { return mHandle; }
     // True while the attempt is paused by the rate limit; resume() continues it as far as the limit allows.
@@ -63,7 +63,7 @@ private:
     int mRestarts = 0;
     qint64 mFurthest;
 
-    // Of the present attempt.
+    // State of the current attempt.
     qint64 mOffset = 0;  // the position that the request asked for
     qint64 mIgnored = 0; // bytes of an answer that is not the file
     bool mPaused = false;

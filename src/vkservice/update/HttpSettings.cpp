@@ -50,8 +50,8 @@ bool HttpSettings::apply(CURL* pHandle) const
     curl_easy_setopt(pHandle, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(pHandle, CURLOPT_MAXREDIRS, sMaxRedirects);
     if (!mUser.isEmpty()) {
-        // Sent at once: the connection is encrypted, and a refused first request would double them all.
-        // Another host than the one asked for never gets them.
+        // Sent with the first request: the connection is encrypted, and waiting for a refusal would double
+        // all requests. Never sent to another host.
         curl_easy_setopt(pHandle, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC));
         curl_easy_setopt(pHandle, CURLOPT_USERNAME, mUser.constData());
         curl_easy_setopt(pHandle, CURLOPT_PASSWORD, mPassword.constData());

@@ -32,7 +32,7 @@ OwnerMap findOwners(const QList<TargetFile>& pTargets)
     return tOwners;
 }
 
-// Null, or why the target is not a package to install.
+// Null, or the reason why the target is not an installable package.
 QString readOffer(const TargetFile& pTarget, const OwnerMap& pOwners, Offer* pOffer)
 {
     QString tReason;

@@ -5,7 +5,7 @@
 
 namespace tarn::vkservice::update {
 
-// The proxy that this machine is set up to use for https.
+// The machine's proxy settings for https.
 struct OsProxy
 {
     QString mProxy;   // an address, with user and password if required; empty: none

@@ -127,7 +127,7 @@ Failure missingRequirement(const PackageInfo& pInfo, const OfferMap& pChosen, co
     return {};
 }
 
-// Spreads troubles from package to package, each of which is looked at once.
+// Passes failures from package to package; visits each package once.
 class Spread
 {
 public:
@@ -160,7 +160,7 @@ public:
     }
 
 private:
-    // Those that are in the plan, each once.
+    // Those in the plan, each once.
     QSet<QString> requirements(const PlannedPackage& pPackage) const
     {
         QSet<QString> tNames;
@@ -198,7 +198,7 @@ private:
     Plan* mPlan;
     QHash<QString, qsizetype> mIndexes;
     QHash<QString, QList<qsizetype>> mDependents; // key: the required package
-    QHash<QString, qsizetype> mSound;             // how many of these have no trouble
+    QHash<QString, qsizetype> mSound;             // how many of these have not failed
     QList<qsizetype> mToDo;
 };
 

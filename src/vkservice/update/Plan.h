@@ -14,8 +14,8 @@ namespace tarn::vkservice::update {
 struct PlannedPackage
 {
     Offer mOffer;
-    Failure mFailure;         // set as soon as the package can't be installed
-    bool mIsFollowUp = false; // that it has only because another package has one
+    Failure mFailure;         // set as soon as the package cannot be installed
+    bool mIsFollowUp = false; // true if the failure is only that of another package
 
     const QString& name() const { return mOffer.mInfo.mName; }
 };
@@ -23,7 +23,7 @@ struct PlannedPackage
 // The actions of a run.
 struct Plan
 {
-    // In the order of their names.
+    // Sorted by name.
     QList<PlannedPackage> mPackages;
     // All packages of this machine that the server offers, also those that are up to date.
     QMap<QString, packages::PackageInfo> mChosen;

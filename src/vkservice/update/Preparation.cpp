@@ -22,7 +22,8 @@ constexpr mode_t sPrivateDir = 0700;
 // The data that the threads share.
 struct Preparation::Work
 {
-    std::vector<PlannedPackage*> mPackages; // the largest first, so that no thread is left with it at the end
+    std::vector<PlannedPackage*>
+        mPackages; // the largest first, so that no thread works on it alone at the end
     std::atomic<size_t> mNext{0};
     std::atomic<bool> mStop{false};
 };

@@ -68,7 +68,7 @@ RunResult Run::run()
     if (!tFailure) {
         tFailure = checkFreeSpace(mFileSystem, {{mRequest.mStateDir, sStateBytes}});
     }
-    // Only the current manifest knows of that run, and another generation would bring its end nearer.
+    // Only the current manifest records that run, and another generation would make its removal more likely.
     if (!tFailure) {
         tFailure = (tUnlogged);
     }

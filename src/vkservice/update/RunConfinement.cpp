@@ -29,7 +29,7 @@ QString ownFolder()
     return QFileInfo(tPrograms.path()).path();
 }
 
-// A repository may have its two parts elsewhere, by links.
+// The two parts of a repository may be links to other folders.
 void allowServer(os::Confinement* pTo, const QUrl& pServer)
 {
     if (pServer.isLocalFile() && !pServer.toLocalFile().isEmpty()) {

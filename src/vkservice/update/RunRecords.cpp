@@ -43,7 +43,7 @@ LogRecord recordOf(const PackageInfo& pInfo, const Plan& pPlan, const QString& p
     return tRecord;
 }
 
-// The packages above updated ones that are not in the plan themselves.
+// The parents of updated packages that are not in the plan themselves.
 QSet<QString> parentsOfUpdated(const Plan& pPlan)
 {
     QSet<QString> tPlanned;

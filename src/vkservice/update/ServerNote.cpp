@@ -56,7 +56,7 @@ void ServerNote::setComplete(const QByteArray& pState, const QByteArray& pTimest
         {u"etag"_s, QString::fromUtf8(pValidators.mEtag)},
         {u"lastModified"_s, QString::fromUtf8(pValidators.mLastModified)},
     };
-    // Without a note, the next run only asks for more.
+    // Without a note, the next run only sends more requests.
     (void)os::replaceFile(mFileSystem, mPath, QJsonDocument(tNote).toJson(), sPrivateFile);
 }
 

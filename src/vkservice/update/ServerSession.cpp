@@ -27,8 +27,7 @@ Failure metadataFailure(const Failure& pFailure)
 
 } // namespace
 
-// Gets the metadata. The timestamp that was asked for already, to see whether anything is new, is not asked
-// for again.
+// Gets the metadata. Uses the timestamp that was already fetched to check for changes.
 class ServerSession::MetadataFetcher : public tuf::Fetcher
 {
 public:

@@ -33,7 +33,7 @@ public:
     const QString& label() const { return mLabel; }
     Source& source() { return *mSource; }
 
-    // Remembers that all that this server offers is installed, for open() of later runs.
+    // Records that everything this server offers is installed, for open() in later runs.
     void markComplete(const QByteArray& pState);
 
 private:

@@ -15,7 +15,7 @@ public:
 
     // How many bytes of the file were already received; the transfer may continue from there.
     virtual qint64 received() const = 0;
-    // How many bytes the file may have at most.
+    // The maximum size of the file.
     virtual qint64 maxLength() const = 0;
     // False for a file that must arrive in one piece: the data of a failed attempt is discarded.
     virtual bool isResumable() const = 0;

@@ -33,7 +33,7 @@ struct Transfer
     Sink* mSink = nullptr;
     Validators mKnown; // not empty: only if the file has changed since
 
-    // How it went.
+    // The result.
     Failure mFailure;
     bool mNotModified = false;
     Validators mValidators;
@@ -54,7 +54,7 @@ public:
 std::unique_ptr<Source> makeSource(const ServerAccess& pServer, const RunRequest& pRequest,
                                    os::FileSystem& pFileSystem, QString* pReason);
 
-// The server for messages: its name, else its address without user and password.
+// The label of the server in messages: its name, else its address without user and password.
 QString serverLabel(const ServerAccess& pServer);
 
 } // namespace tarn::vkservice::update

@@ -87,7 +87,7 @@ Failure TrustFolder::prepare(const QString& pRootFile, const QString& pUri)
     return {};
 }
 
-// Of the run before this one; empty: not known.
+// Of the previous run; empty: not known.
 QByteArray TrustFolder::lastRoot(const QString& pUri) const
 {
     QByteArray tHash = os::readFile(mFileSystem, currentPath(), sMaxRootSize).valueOr({});

@@ -25,7 +25,7 @@ class TrustFolder
 public:
     TrustFolder(os::FileSystem& pFileSystem, const QString& pStateDir);
 
-    // Finds the trust of the root file, or starts it from that file. pUri: of the server that will be asked.
+    // Finds the trust of the root file, or creates it from that file. pUri: of the server to be asked.
     Failure prepare(const QString& pRootFile, const QString& pUri);
 
     // After prepare(). The folder for tuf::Updater.

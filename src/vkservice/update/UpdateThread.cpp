@@ -38,7 +38,7 @@ public:
         Q_EMIT mOwner->finished(pResult);
     }
 
-    // Signals go out on the thread of the owner, in the order in which things happened.
+    // Emits signals on the owner's thread, in the order of the events.
     std::unique_ptr<Reporter> makeReporter()
     {
         const auto tPost = [this](auto pCall) {

@@ -17,7 +17,7 @@ namespace {
 using packages::PackageFolders;
 using packages::Vouched;
 
-constexpr mode_t sStateDir = 0755; // the install log in it is for everybody
+constexpr mode_t sStateDir = 0755; // all users may read the install log in it
 
 } // namespace
 

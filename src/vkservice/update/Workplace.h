@@ -35,7 +35,7 @@ public:
     // What a process uses remains for a later time and is listed in *pInUse. Continues after a failure, which
     // does not harm the next run. pProgress gets the number done and the total.
     Failure removeLeftovers(const std::function<void(int, int)>& pProgress, QStringList* pInUse);
-    // The same, with a text for people.
+    // The same, with a text for users.
     QString tidyUp();
     // Writes the run that created the current generation to the install log, unless it is already there, or
     // stores it for later. A failure if neither worked: then only the manifest records the run.

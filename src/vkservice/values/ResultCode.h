@@ -20,7 +20,7 @@ enum ResultCode : int
     ResultStoreDamaged = 10,
 };
 
-// The code in plain words, for people.
+// The code as a text for users.
 QString resultText(ResultCode pCode);
 
 } // namespace tarn::vkservice

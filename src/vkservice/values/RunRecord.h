@@ -5,13 +5,13 @@
 
 namespace tarn::vkservice {
 
-// How the last update run ended.
+// The result of the last update run.
 struct RunRecord
 {
-    int mCode = 0; // an ResultCode; 0: there was no run yet
+    int mCode = 0; // a ResultCode; 0: there was no run yet
     QString mText;
     QDateTime mFinished;    // local time
-    QDateTime mLastSuccess; // when a run last ended well; invalid before the first
+    QDateTime mLastSuccess; // the end of the last successful run; invalid before the first
     // UTC, to the millisecond: identifies the run. Invalid for a result that does not belong to a run.
     QDateTime mBegan;
     // How many runs in a row the service did not survive; a run that ends resets it to 0.
