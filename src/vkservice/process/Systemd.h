@@ -17,7 +17,7 @@ class SystemdNotifier : public QObject
 
 public:
     explicit SystemdNotifier(QObject* pParent = nullptr);
-    // True if the unit enables systemd's watchdog for this process.
+    // True if systemd expects notifications from this process.
     static bool isListening() { return qEnvironmentVariableIsSet("NOTIFY_SOCKET"); }
 
     void ready(const QString& pStatus);
