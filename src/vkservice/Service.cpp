@@ -151,9 +151,9 @@ bool Service::lockState(QString* pError)
     mStateLock = std::make_unique<LockFile>(&mApp, tPath, LockFile::Exclusive);
     const QDeadlineTimer tDeadline(sLockWaitMs);
     while (!mStateLock->lock(sLockLookMs, sLockLookMs / 2, false)) {
-        // A worker is superfluous if another one already serves the socket, or if its parent has finished.
-        const bool tNeedless = mLifetime.isWorker() && (process::SignalWatch::isEndPending() ||
-                                                        ipc::ListenSocket::isServed(mSocketPath));
+        // Another worker may serve the socket, but end before the client of this one has connected. So a
+        // worker waits until that client asks it to end.
+        const bool tNeedless = mLifetime.isWorker() && process::SignalWatch::isEndPending();
         if (tNeedless || tDeadline.hasExpired()) {
             *pError = u"Another service is using the state directory %1."_s.arg(tDir);
             return false;

@@ -59,14 +59,14 @@ void followParent(Service& pService, process::ParentWatch& pParent)
             return;
         }
         if (pParent.isGone()) {
-            pService.lifetime().quit();
+            pService.lifetime().leave(::getppid());
         } else {
             tUnused->start(sUnusedMs);
         }
     };
     QObject::connect(tUnused, &QTimer::timeout, &pService, [&pService] {
         if (pService.sockets().connectionCount() == 0) {
-            pService.lifetime().quit();
+            pService.lifetime().leave(::getppid());
         }
     });
     tLook();
@@ -90,7 +90,11 @@ int run(const CommandLine& pLine)
     }
     QObject::connect(&tSignals, &process::SignalWatch::endRequested, &tService, [&] {
         tSystemd.stopping();
-        tService.lifetime().quit();
+        if (pLine.mWorker) {
+            tService.lifetime().leave(::getppid());
+        } else {
+            tService.lifetime().quit();
+        }
     });
     QObject::connect(&tSignals, &process::SignalWatch::reloadRequested, &tService, [&] {
         QString tError;

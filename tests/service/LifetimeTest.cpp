@@ -31,6 +31,19 @@ TEST_F(ServiceTest, SecondServiceRefusesAndLeavesTheFirstAlone)
     EXPECT_EQ(mRig.connect().call("ping"), true);
 }
 
+// The other one may end before the client of this one has connected.
+TEST_F(ServiceTest, WorkerWaitsForAnotherOneOnItsSocket)
+{
+    mRig.start();
+    const auto tSecond = mRig.startAnother({"-e", "-worker"});
+    EXPECT_FALSE(tSecond->waitForOutput("ends at once", 1, 500));
+    EXPECT_EQ(mRig.stop(), 0);
+    RawPeer tPeer(mRig.socket());
+    const pid_t tPid =
+        tPeer.call("hello", R"({"protocol": 1, "client": "c", "version": ""})")[q("pid")].toInt();
+    EXPECT_EQ(tPid, tSecond->pid());
+}
+
 TEST_F(ServiceTest, WhatIsNotItsSocketIsLeftAlone)
 {
     mRig.installation().writeFile("tmp/vkservice", "precious");

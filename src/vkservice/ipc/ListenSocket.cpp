@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 
 using namespace Qt::StringLiterals;
 
@@ -173,11 +174,6 @@ bool ListenSocket::listen(const QString& pPath, std::optional<gid_t> pGroup, QSt
     return true;
 }
 
-bool ListenSocket::isServed(const QString& pPath)
-{
-    return holderOf(QFile::encodeName(pPath)) == Holder::Service;
-}
-
 void ListenSocket::adopt(int pFd)
 {
     close();
@@ -189,7 +185,18 @@ void ListenSocket::watch(int pFd)
 {
     mFd = pFd;
     mNotifier = std::make_unique<QSocketNotifier>(mFd, QSocketNotifier::Read);
-    connect(mNotifier.get(), &QSocketNotifier::activated, this, &ListenSocket::accept);
+    connect(mNotifier.get(), &QSocketNotifier::activated, this, [this] { accept(sAcceptsPerTurn); });
+}
+
+// Closing alone would reset the connections that wait to be accepted. A socket that somebody else has made
+// keeps them for its next service.
+void ListenSocket::finish()
+{
+    if (mFd >= 0 && !mPath.isEmpty()) {
+        ::shutdown(mFd, SHUT_RD);
+        accept(std::numeric_limits<int>::max());
+    }
+    close();
 }
 
 void ListenSocket::close()
@@ -208,9 +215,9 @@ void ListenSocket::close()
     }
 }
 
-void ListenSocket::accept()
+void ListenSocket::accept(int pMost)
 {
-    for (int tCount = 0; tCount < sAcceptsPerTurn && mFd >= 0; ++tCount) {
+    for (int tCount = 0; tCount < pMost && mFd >= 0; ++tCount) {
         const int tSocket = ::accept4(mFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (tSocket >= 0) {
             Q_EMIT accepted(tSocket);

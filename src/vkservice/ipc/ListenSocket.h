@@ -32,9 +32,9 @@ public:
     // Listens on a socket that another process created, and leaves the file to that process. Owns the
     // descriptor.
     void adopt(int pFd);
+    // Accepts those who have connected so far, refuses all others, and closes.
+    void finish();
     void close();
-    // True if a service listens at the path.
-    static bool isServed(const QString& pPath);
 
 Q_SIGNALS:
     // The receiver owns the descriptor.
@@ -42,7 +42,7 @@ Q_SIGNALS:
 
 private:
     void watch(int pFd);
-    void accept();
+    void accept(int pMost);
     void pause();
 
     int mFd = -1;

@@ -29,9 +29,9 @@ public:
     bool listen(const QString& pPath, std::optional<gid_t> pGroup, QString* pError);
     // As ListenSocket::adopt.
     void adopt(int pFd, std::optional<gid_t> pGroup);
-    // Accepts no more peers; existing connections stay open.
-    void stopListening() { mListener.close(); }
-    // Sends pending output to the peers that read it, for at most pTimeoutMs, then drops all peers.
+    // Takes no more peers; those that have connected stay.
+    void stopListening() { mListener.finish(); }
+    // Gives what is owed to the peers that take it, for pTimeoutMs at most, and drops them all.
     void closeAll(int pTimeoutMs);
 
     // An event to every connection in monitor mode.
