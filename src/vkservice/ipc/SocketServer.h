@@ -29,9 +29,9 @@ public:
     bool listen(const QString& pPath, std::optional<gid_t> pGroup, QString* pError);
     // As ListenSocket::adopt.
     void adopt(int pFd, std::optional<gid_t> pGroup);
-    // Takes no more peers; those that have connected stay.
+    // Accepts no more peers; existing connections stay open, and so do those that wait to be accepted.
     void stopListening() { mListener.finish(); }
-    // Gives what is owed to the peers that take it, for pTimeoutMs at most, and drops them all.
+    // Sends pending output to the peers that read it, for at most pTimeoutMs, then drops all peers.
     void closeAll(int pTimeoutMs);
 
     // An event to every connection in monitor mode.
