@@ -87,7 +87,7 @@ Failure Updater::Private::refresh()
     if (const Failure tFailure = updateTimestamp()) {
         return tFailure;
     }
-    // the timestamp may know better than the clock
+    // Again: the timestamp may know better than the clock.
     if (const Failure tFailure = mTrusted.checkRootExpiry()) {
         return tFailure;
     }
