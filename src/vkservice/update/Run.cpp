@@ -64,28 +64,29 @@ RunResult Run::run()
     }
     warn(mWorkplace.tidyUp());
     const Failure tUnlogged = updateInstallLog();
-    Failure tFailure = mDownloads.open();
-    if (!tFailure) {
-        tFailure = checkFreeSpace(mFileSystem, {{mRequest.mStateDir, sStateBytes}});
+    if (const Failure tFailure = mDownloads.open()) {
+        return failed(tFailure);
+    }
+    if (const Failure tFailure = checkFreeSpace(mFileSystem, {{mRequest.mStateDir, sStateBytes}})) {
+        return failed(tFailure);
     }
     // Only the current manifest records that run, and another generation would make its removal more likely.
-    if (!tFailure) {
-        tFailure = (tUnlogged);
+    if (tUnlogged) {
+        return failed(tUnlogged);
     }
     std::unique_ptr<Attempt> tBest;
-    if (!tFailure) {
-        tFailure = findPackages(&tBest);
-    }
-    if (tFailure) {
+    if (const Failure tFailure = findPackages(&tBest)) {
         return failed(tFailure);
     }
     if (!tBest) {
         return allServersFailed();
     }
     if (!tBest->mPlan.mPackages.isEmpty() || mWorkplace.needsNewGeneration()) {
-        tFailure = installPackages(&tBest->mPlan);
+        if (const Failure tFailure = installPackages(&tBest->mPlan)) {
+            return failed(tFailure);
+        }
     }
-    return tFailure ? failed(tFailure) : finish(tBest.get());
+    return finish(tBest.get());
 }
 
 Failure Run::findPackages(std::unique_ptr<Attempt>* pBest)
