@@ -7,6 +7,7 @@
 using namespace Qt::StringLiterals;
 
 using tarn::vkcore::InstallLogStore;
+using tarn::vkcore::LogRecord;
 
 int main(int argc, char** argv)
 {
