@@ -2,7 +2,7 @@
 
 #include <vkcore/Application.h>
 
-#include "installlog/InstallLogReader.h"
+#include "internal/InstallLogModule.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>

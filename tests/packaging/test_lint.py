@@ -7,30 +7,23 @@ import unittest
 from support import SOURCE
 
 
-HEADERS = ["src/vkcore/include/vkcore/Server.h", "src/vkcore/internal/Protocol.h", "src/vkc/vkc_Application.h",
-           "src/os/FileSystem.h", "src/tuf/Updater.h", "src/vkservice/update/UpdateThread.h"]
-
-
 class Lint(unittest.TestCase):
     def lint(self, path, text):
         with tempfile.TemporaryDirectory() as folder:
-            for name, content in [*((header, "#pragma once\n") for header in HEADERS), (path, text)]:
-                os.makedirs(os.path.join(folder, os.path.dirname(name)), exist_ok=True)
-                with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
-                    file.write(content)
+            os.makedirs(os.path.join(folder, os.path.dirname(path)))
+            with open(os.path.join(folder, path), "w", encoding="utf-8") as file:
+                file.write(text)
             result = subprocess.run([os.path.join(SOURCE, "script/lint"), folder], capture_output=True, text=True, check=False)
             self.assertEqual(result.returncode, 1 if result.stdout else 0)
             return result.stdout
 
     def test_findings(self):
         cases = [
-            ("src/vkc/Run.cpp", '#include "internal/Protocol.h"\n', "which src/vkc may not"),
-            ("src/vkc/Run.cpp", "#include <vkcore/Server.h>\n#include \"vkc_Application.h\"\n", None),
-            ("src/vkservice/Service.cpp", '#include "../vkc/vkc_Application.h"\n', "only the client may"),
-            ("src/os/Clock.cpp", '#include "tuf/Updater.h"\n', "which src/os may not"),
+            ("src/os/Clock.cpp", '#include "../vkc/vkc_Application.h"\n', "past the folders"),
             ("src/tuf/Keys.cpp", '#include "os/FileSystem.h"\n', None),
-            ("src/vkcore/include/vkcore/Config.h", "#pragma once\n#include <internal/Protocol.h>\n",
-             "which src/vkcore/include may not"),
+            ("src/vkcore/include/vkcore/Config.h", "#pragma once\n#include <internal/Protocol.h>\n", "not public"),
+            ("src/vkcore/include/vkcore/Config.h", '#pragma once\n#include "vkcore/Server.h"\n', "not public"),
+            ("src/vkcore/include/vkcore/Config.h", "#pragma once\n#include <vkcore/Server.h>\n#include <QtCore/QList>\n", None),
             ("src/vkc/Console.h", "class Console;\n", "no #pragma once"),
             ("src/vkc/Console.cpp", "int i; \n", "blanks at its end"),
             ("src/vkc/Console.cpp", "int i;", "does not end in a newline"),

@@ -1,4 +1,4 @@
-#include "installlog/InstallLogReader.h"
+#include "internal/InstallLogModule.h"
 
 #include <vkcore/Application.h>
 #include <vkcore/InstallModule.h>

@@ -1,6 +1,6 @@
 #include "sqlite/InstallLogStore.h"
 
-#include "installlog/InstallLogReader.h"
+#include "internal/InstallLogModule.h"
 #include "internal/LangStringJson.h"
 
 #include <QtCore/QFile>
