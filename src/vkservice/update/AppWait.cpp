@@ -2,6 +2,10 @@
 
 #include "os/AbortFlag.h"
 #include "os/ProcessList.h"
+#include "packages/Manifest.h"
+#include "packages/PackageFolders.h"
+#include "update/Plan.h"
+#include "update/Reporter.h"
 
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QDir>

@@ -1,11 +1,17 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "os/FileId.h"
-#include "packages/Manifest.h"
-#include "packages/PackageFolders.h"
-#include "update/Plan.h"
-#include "update/Reporter.h"
 
+#include <QtCore/QList>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+namespace tarn::packages {
+class PackageFolders;
+struct InstalledPackage;
+struct Manifest;
+} // namespace tarn::packages
 namespace tarn::os {
 class AbortFlag;
 class ProcessList;
@@ -13,6 +19,9 @@ struct Process;
 } // namespace tarn::os
 
 namespace tarn::vkservice::update {
+
+class Reporter;
+struct Plan;
 
 // Waits until no process runs an executable of a package that is about to be replaced.
 class AppWait

@@ -2,7 +2,7 @@
 
 #include "os/PrivateFolder.h"
 #include "tuf/Hashes.h"
-#include "tuf/Updater.h"
+#include "tuf/TargetFile.h"
 #include "update/Sink.h"
 
 #include <functional>

@@ -4,6 +4,9 @@
 #include "update/ArchiveFile.h"
 #include "update/FailurePolicy.h"
 #include "update/FreeSpace.h"
+#include "update/Plan.h"
+#include "update/Reporter.h"
+#include "update/Source.h"
 
 #include <QtCore/QHash>
 

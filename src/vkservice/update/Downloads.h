@@ -1,15 +1,23 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "os/PrivateFolder.h"
-#include "update/Plan.h"
-#include "update/Reporter.h"
-#include "update/Source.h"
 
 #include <QtCore/QSet>
+
+#include <vector>
+
+namespace tarn::os {
+class AbortFlag;
+}
 
 namespace tarn::vkservice::update {
 
 class ArchiveFile;
+class Reporter;
+class Source;
+struct Offer;
+struct Plan;
 
 // The archives of a plan, in the folder of downloads. Uses what an earlier run or another server left there,
 // and removes what cannot be verified.

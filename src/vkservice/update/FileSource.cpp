@@ -2,6 +2,7 @@
 
 #include "os/AbortFlag.h"
 #include "os/Descriptor.h"
+#include "update/Sink.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>

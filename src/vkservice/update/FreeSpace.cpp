@@ -1,6 +1,8 @@
 #include "update/FreeSpace.h"
 
 #include "os/FileSystem.h"
+#include "packages/PackageFolders.h"
+#include "update/Plan.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QLocale>

@@ -1,13 +1,20 @@
 #pragma once
 
-#include "packages/PackageFolders.h"
-#include "update/Plan.h"
+#include "internal/Failure.h"
 
+#include <QtCore/QList>
+#include <QtCore/QString>
+
+namespace tarn::packages {
+class PackageFolders;
+}
 namespace tarn::os {
 class FileSystem;
 }
 
 namespace tarn::vkservice::update {
+
+struct Plan;
 
 // Adds untrusted sizes; an overflow gives the maximum of the type.
 void addBytes(qint64* pTo, qint64 pBytes);

@@ -1,5 +1,7 @@
 #include "update/HttpJob.h"
 
+#include "update/Sink.h"
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;

@@ -4,6 +4,7 @@
 #include "update/HttpJob.h"
 #include "update/RateFloor.h"
 #include "update/RateLimit.h"
+#include "update/Sink.h"
 
 #include <algorithm>
 #include <list>

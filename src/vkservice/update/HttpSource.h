@@ -1,6 +1,7 @@
 #pragma once
 
 #include "update/HttpSettings.h"
+#include "update/RunRequest.h"
 #include "update/Source.h"
 
 #include <chrono>

@@ -1,5 +1,7 @@
 #include "update/Plan.h"
 
+#include "packages/PackageFolders.h"
+
 #include <QtCore/QHash>
 #include <QtCore/QSet>
 

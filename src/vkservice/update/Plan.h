@@ -2,12 +2,15 @@
 
 #include "internal/Failure.h"
 #include "packages/Manifest.h"
-#include "packages/PackageFolders.h"
 #include "update/Offers.h"
 
 #include <QtCore/QList>
 #include <QtCore/QMap>
 #include <QtCore/QString>
+
+namespace tarn::packages {
+class PackageFolders;
+}
 
 namespace tarn::vkservice::update {
 

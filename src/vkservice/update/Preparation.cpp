@@ -2,7 +2,10 @@
 
 #include "os/AbortFlag.h"
 #include "os/FileTools.h"
+#include "packages/PackageFolders.h"
 #include "packages/Unpacker.h"
+#include "update/Plan.h"
+#include "update/Reporter.h"
 
 #include <algorithm>
 #include <atomic>

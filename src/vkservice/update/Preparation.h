@@ -1,18 +1,23 @@
 #pragma once
 
 #include "packages/Generations.h"
-#include "packages/PackageFolders.h"
-#include "update/Plan.h"
-#include "update/Reporter.h"
 
 #include <functional>
 
+namespace tarn::packages {
+class PackageFolders;
+}
 namespace tarn::os {
 class AbortFlag;
 class FileSystem;
 } // namespace tarn::os
 
 namespace tarn::vkservice::update {
+
+class Reporter;
+struct Offer;
+struct Plan;
+struct PlannedPackage;
 
 // Unpacks the verified archives of a plan into staging folders, several at a time.
 class Preparation

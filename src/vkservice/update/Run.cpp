@@ -6,6 +6,7 @@
 #include "update/FailurePolicy.h"
 #include "update/FreeSpace.h"
 #include "update/Preparation.h"
+#include "update/Reporter.h"
 #include "update/RunConfinement.h"
 #include "update/RunRecords.h"
 #include "update/RunTexts.h"

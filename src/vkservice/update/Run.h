@@ -2,7 +2,7 @@
 
 #include "update/Downloads.h"
 #include "update/Plan.h"
-#include "update/Reporter.h"
+#include "update/RunRequest.h"
 #include "update/ServerSession.h"
 #include "update/Workplace.h"
 
@@ -16,6 +16,8 @@ class ProcessList;
 } // namespace tarn::os
 
 namespace tarn::vkservice::update {
+
+class Reporter;
 
 // The job of the worker thread: one update from start to end. The steps are in their own files; this class
 // calls them in order.

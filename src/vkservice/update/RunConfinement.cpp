@@ -1,6 +1,7 @@
 #include "update/RunConfinement.h"
 
 #include "os/Confinement.h"
+#include "update/RunRequest.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>

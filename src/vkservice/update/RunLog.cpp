@@ -1,6 +1,8 @@
 #include "update/RunLog.h"
 
 #include "os/FileTools.h"
+#include "packages/Manifest.h"
+#include "sqlite/InstallLogStore.h"
 
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QDir>

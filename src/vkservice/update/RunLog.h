@@ -1,12 +1,16 @@
 #pragma once
 
 #include "internal/Failure.h"
-#include "packages/Manifest.h"
-#include "sqlite/InstallLogStore.h"
 
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
+namespace tarn::vkcore {
+class InstallLogStore;
+}
+namespace tarn::packages {
+struct Manifest;
+}
 namespace tarn::os {
 class FileSystem;
 }

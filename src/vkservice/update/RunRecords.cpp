@@ -1,6 +1,8 @@
 #include "update/RunRecords.h"
 
 #include "internal/PlainText.h"
+#include "packages/PackageFolders.h"
+#include "update/Plan.h"
 
 #include <QtCore/QHash>
 #include <QtCore/QSet>

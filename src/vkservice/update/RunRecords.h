@@ -1,10 +1,14 @@
 #pragma once
 
 #include "packages/Manifest.h"
-#include "packages/PackageFolders.h"
-#include "update/Plan.h"
+
+namespace tarn::packages {
+class PackageFolders;
+}
 
 namespace tarn::vkservice::update {
+
+struct Plan;
 
 // The entries of the install log for a run: one for each package of the plan, and one for each other package
 // of which only children were updated.

@@ -1,6 +1,7 @@
 #include "update/RunTexts.h"
 
 #include "update/FailurePolicy.h"
+#include "update/Plan.h"
 
 #include <algorithm>
 

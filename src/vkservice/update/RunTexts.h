@@ -1,9 +1,11 @@
 #pragma once
 
-#include "update/Plan.h"
+#include "internal/Failure.h"
 #include "values/ResultCode.h"
 
 namespace tarn::vkservice::update {
+
+struct Plan;
 
 // The first failure among the plan's packages that a server caused, if any; another server may have the
 // missing files.

@@ -2,6 +2,8 @@
 
 #include "os/AbortFlag.h"
 #include "tuf/Updater.h"
+#include "update/RunRequest.h"
+#include "update/Sink.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QUrl>

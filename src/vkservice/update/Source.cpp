@@ -2,6 +2,7 @@
 
 #include "update/FileSource.h"
 #include "update/HttpSource.h"
+#include "update/RunRequest.h"
 
 #include <QtCore/QUrl>
 

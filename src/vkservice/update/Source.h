@@ -1,8 +1,6 @@
 #pragma once
 
 #include "internal/Failure.h"
-#include "update/RunRequest.h"
-#include "update/Sink.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QList>
@@ -16,6 +14,10 @@ class FileSystem;
 } // namespace tarn::os
 
 namespace tarn::vkservice::update {
+
+class Sink;
+struct RunRequest;
+struct ServerAccess;
 
 // The validators that a server sent for a file, for a later request that asks if the file has changed.
 struct Validators

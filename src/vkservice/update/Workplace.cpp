@@ -2,6 +2,7 @@
 
 #include "os/FileTools.h"
 #include "os/ProcessList.h"
+#include "update/RunRequest.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>

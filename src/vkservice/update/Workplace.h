@@ -6,13 +6,14 @@
 #include "packages/PackageFolders.h"
 #include "packages/Roots.h"
 #include "update/RunLog.h"
-#include "update/RunRequest.h"
 
 namespace tarn::os {
 class ProcessList;
 }
 
 namespace tarn::vkservice::update {
+
+struct RunRequest;
 
 // The folders of this machine that a run works in. They belong to this installation, and are locked against a
 // second service for the lifetime of the object. After open() nothing outside of writableFolders() is

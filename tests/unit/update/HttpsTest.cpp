@@ -8,6 +8,7 @@
 #include "os/AbortFlag.h"
 #include "update/HttpSource.h"
 #include "update/OsProxy.h"
+#include "update/Sink.h"
 
 using namespace tarn;
 using namespace tarn::vkservice;

@@ -5,6 +5,7 @@
 #include "UpdateFixture.h"
 
 #include "os/AbortFlag.h"
+#include "update/Reporter.h"
 #include "update/Run.h"
 
 #include <QtCore/QProcess>

@@ -1,4 +1,5 @@
 #include "update/Plan.h"
+#include "packages/PackageFolders.h"
 #include "Test.h"
 #include "update/RunRecords.h"
 #include "update/RunTexts.h"
