@@ -1,0 +1,44 @@
+#pragma once
+
+#include "os/Descriptor.h"
+#include "os/Failure.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+#include <memory>
+
+struct ZSTD_DCtx_s;
+
+namespace tarn::trees {
+
+// The lines of a text packed with zstd, one after the other. Needs some MiB, however long the text is.
+class ZstdLines
+{
+public:
+    explicit ZstdLines(os::FileSystem& pFileSystem);
+    ~ZstdLines();
+
+    os::Failure open(const QString& pPath);
+    // The next line without its end; a null one behind the last. A line of more than 64 KiB, a last one
+    // without end, and more than 4 GiB of text are failures.
+    os::Failure next(QByteArray* pLine);
+
+private:
+    os::Failure fill();
+    os::Failure readPacked();
+
+    os::FileSystem& mFileSystem;
+    QString mPath;
+    os::Descriptor mFile;
+    std::unique_ptr<ZSTD_DCtx_s, size_t (*)(ZSTD_DCtx_s*)> mDecoder;
+    QByteArray mPacked;
+    qsizetype mPackedDone = 0;
+    QByteArray mText;
+    qsizetype mTextDone = 0;
+    qint64 mTotal = 0;
+    size_t mOpenFrame = 0; // not 0: bytes of a frame must follow
+    bool mAtEnd = false;
+};
+
+} // namespace tarn::trees
