@@ -8,6 +8,7 @@ find_package(LibArchive REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(ZSTD REQUIRED IMPORTED_TARGET libzstd)
+pkg_check_modules(DIVSUFSORT REQUIRED IMPORTED_TARGET libdivsufsort)
 
 find_path(OPTIONPARSER_INCLUDE_DIR optionparser.h
     PATH_SUFFIXES fastdds/thirdparty/optionparser/optionparser

@@ -30,9 +30,10 @@ ZstdLines::ZstdLines(os::FileSystem& pFileSystem)
 
 ZstdLines::~ZstdLines() = default;
 
-Failure ZstdLines::open(const QString& pPath)
+Failure ZstdLines::open(const QString& pPath, Extent pExtent)
 {
     mPath = pPath;
+    mExtent = pExtent;
     mFile = os::Descriptor(mFileSystem, mFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_NOFOLLOW));
     return mFile.isOpen() ? Failure() : Failure::fromErrno(errno, u"open %1"_s.arg(pPath));
 }
@@ -83,7 +84,9 @@ Failure ZstdLines::fill()
         return Failure::content(
             u"%1 cannot be unpacked: %2"_s.arg(mPath, QLatin1String(ZSTD_getErrorName(mOpenFrame))));
     }
+    mPackedTotal += static_cast<qint64>(tIn.pos) - mPackedDone;
     mPackedDone = static_cast<qsizetype>(tIn.pos);
+    mAtEnd = mExtent == Extent::FirstFrame && mOpenFrame == 0;
     mText.resize(tBefore + static_cast<qsizetype>(tOut.pos));
     mTotal += static_cast<qint64>(tOut.pos);
     return mTotal <= sMaxText ? Failure() : Failure::content(u"%1 is too long"_s.arg(mPath));

@@ -19,7 +19,15 @@ public:
     explicit ZstdLines(os::FileSystem& pFileSystem);
     ~ZstdLines();
 
-    os::Failure open(const QString& pPath);
+    enum class Extent
+    {
+        WholeFile,
+        FirstFrame, // what follows it is not read as text
+    };
+
+    os::Failure open(const QString& pPath, Extent pExtent = Extent::WholeFile);
+    // Bytes of the file that the lines up to here were made of, to the end of a frame once the text ends.
+    qint64 packedEnd() const { return mPackedTotal; }
     // The next line without its end; a null one behind the last. A line of more than 64 KiB, a last one
     // without end, and more than 4 GiB of text are failures.
     os::Failure next(QByteArray* pLine);
@@ -30,10 +38,12 @@ private:
 
     os::FileSystem& mFileSystem;
     QString mPath;
+    Extent mExtent = Extent::WholeFile;
     os::Descriptor mFile;
     std::unique_ptr<ZSTD_DCtx_s, size_t (*)(ZSTD_DCtx_s*)> mDecoder;
     QByteArray mPacked;
     qsizetype mPackedDone = 0;
+    qint64 mPackedTotal = 0;
     QByteArray mText;
     qsizetype mTextDone = 0;
     qint64 mTotal = 0;

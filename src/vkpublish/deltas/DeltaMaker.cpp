@@ -1,0 +1,223 @@
+#include "deltas/DeltaMaker.h"
+
+#include "deltas/DeltaPlan.h"
+#include "deltas/SegmentPacker.h"
+
+#include "os/Descriptor.h"
+#include "os/FileTools.h"
+#include "trees/IndexWriter.h"
+#include "tuf/Hashes.h"
+
+#include <QtCore/QFile>
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <thread>
+
+using namespace Qt::StringLiterals;
+
+namespace tarn::vkpublish {
+
+using os::Descriptor;
+using os::Failure;
+using os::FileSystem;
+using trees::Segment;
+
+namespace {
+
+constexpr qsizetype sBlockSize = 256 * 1024;
+
+// A new file that is removed again unless it is kept.
+class NewFile
+{
+public:
+    NewFile(FileSystem& pFileSystem, const QString& pPath)
+        : mFileSystem(pFileSystem), mPath(pPath),
+          mFile(pFileSystem, pFileSystem.open(QFile::encodeName(pPath),
+                                              O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644))
+    {
+    }
+    ~NewFile()
+    {
+        if (!mIsKept) {
+            mFileSystem.unlink(QFile::encodeName(mPath));
+        }
+    }
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    Failure write(const QByteArray& pBytes)
+    {
+        return os::writeAll(mFileSystem, mFile.fd(), pBytes.constData(),
+                            static_cast<size_t>(pBytes.size())) == 0
+                   ? Failure()
+                   : failure();
+    }
+    Failure keep()
+    {
+        if (mFileSystem.fsync(mFile.fd()) != 0 || mFile.close() != 0) {
+            return failure();
+        }
+        mIsKept = true;
+        return {};
+    }
+    const QString& path() const { return mPath; }
+
+private:
+    Failure failure() const { return Failure::fromErrno(errno, u"write %1"_s.arg(mPath)); }
+
+    FileSystem& mFileSystem;
+    QString mPath;
+    Descriptor mFile;
+    bool mIsKept = false;
+};
+
+// Packs the segments, several at a time, and writes them in their order.
+class Work
+{
+public:
+    Work(const PackageVersion& pOld, const PackageVersion& pNew, std::vector<Segment>* pSegments,
+         NewFile* pOutput)
+        : mOld(pOld), mNew(pNew), mSegments(*pSegments), mOutput(pOutput)
+    {
+    }
+
+    Failure run(int pThreads)
+    {
+        mMaxWaiting = static_cast<size_t>(2 * pThreads);
+        std::vector<std::thread> tThreads;
+        for (int i = 0; i < pThreads; ++i) {
+            tThreads.emplace_back([this] { packAll(); });
+        }
+        for (std::thread& tThread : tThreads) {
+            tThread.join();
+        }
+        return mFailure;
+    }
+
+private:
+    void packAll()
+    {
+        SegmentPacker tPacker;
+        while (const std::optional<size_t> tNumber = take()) {
+            PackedSegment tPacked;
+            const Failure tFailure = pack(mSegments[*tNumber], &tPacker, &tPacked);
+            finish(*tNumber, tFailure, tPacked);
+        }
+    }
+
+    // The number of the next segment to pack, once the one that all wait for is not too far behind.
+    std::optional<size_t> take()
+    {
+        std::unique_lock tLock(mMutex);
+        mChanged.wait(tLock, [this] { return mFailure || mTaken < mWritten + mMaxWaiting; });
+        return mFailure || mTaken == mSegments.size() ? std::nullopt : std::optional(mTaken++);
+    }
+
+    Failure pack(const Segment& pSegment, SegmentPacker* pPacker, PackedSegment* pTo) const
+    {
+        QByteArray tBase;
+        QByteArray tMade;
+        for (const trees::Piece& tPiece : pSegment.mFrom) {
+            if (Failure tFailure = mOld.read(tPiece, &tBase)) {
+                return tFailure;
+            }
+        }
+        for (const trees::Piece& tPiece : pSegment.mMakes) {
+            if (Failure tFailure = mNew.read(tPiece, &tMade)) {
+                return tFailure;
+            }
+        }
+        *pTo = pPacker->pack(tBase, tMade);
+        return pTo->mBytes.isEmpty() ? Failure::content(u"A segment of a delta cannot be packed"_s)
+                                     : Failure();
+    }
+
+    void finish(size_t pNumber, const Failure& pFailure, const PackedSegment& pPacked)
+    {
+        const std::lock_guard tLock(mMutex);
+        mFailure = mFailure ? mFailure : pFailure;
+        mReady.emplace(pNumber, pPacked);
+        while (!mFailure && !mReady.empty() && mReady.begin()->first == mWritten) {
+            const PackedSegment& tNext = mReady.begin()->second;
+            mSegments[mWritten].mMethod = tNext.mMethod;
+            mSegments[mWritten].mPacked.mLength = tNext.mBytes.size();
+            mFailure = mOutput->write(tNext.mBytes);
+            mReady.erase(mReady.begin());
+            ++mWritten;
+        }
+        mChanged.notify_all();
+    }
+
+    const PackageVersion& mOld;
+    const PackageVersion& mNew;
+    std::vector<Segment>& mSegments;
+    NewFile* mOutput;
+    size_t mMaxWaiting = 0;
+
+    std::mutex mMutex; // guards what follows, and the segments' methods and lengths
+    std::condition_variable mChanged;
+    size_t mTaken = 0;
+    size_t mWritten = 0;
+    std::map<size_t, PackedSegment> mReady;
+    Failure mFailure;
+};
+
+QByteArray header(const PackageVersion& pOld, const PackageVersion& pNew,
+                  const std::vector<Segment>& pSegments)
+{
+    trees::DeltaHeader tHeader{
+        .mOld = pOld.index(), .mNew = pNew.index(), .mSegments = static_cast<qint64>(pSegments.size())};
+    QByteArray tLines;
+    for (const Segment& tSegment : pSegments) {
+        tHeader.mPacked += tSegment.mPacked.mLength;
+        tLines += toLine(tSegment, pOld.sizes(), pNew.sizes()) + '\n';
+    }
+    return trees::packIndex(toLine(tHeader) + '\n' + tLines);
+}
+
+// The header, and behind it what the other file holds.
+Failure putTogether(FileSystem& pFileSystem, const QByteArray& pHeader, const QString& pSegments,
+                    NewFile* pOutput, DeltaResult* pTo)
+{
+    const Descriptor tFrom(pFileSystem, pFileSystem.open(QFile::encodeName(pSegments), O_RDONLY | O_CLOEXEC));
+    tuf::Hasher tHasher(tuf::HashAlgorithm::Sha256);
+    QByteArray tBytes = pHeader;
+    ssize_t tGot = 0;
+    do {
+        tHasher.add(tBytes);
+        pTo->mLength += tBytes.size();
+        if (Failure tFailure = pOutput->write(tBytes)) {
+            return tFailure;
+        }
+        tBytes.resize(sBlockSize);
+        tGot = pFileSystem.read(tFrom.fd(), tBytes.data(), static_cast<size_t>(sBlockSize));
+        tBytes.resize(std::max<ssize_t>(tGot, 0));
+    } while (tGot > 0);
+    pTo->mHash = tHasher.result().front();
+    return tGot == 0 ? Failure() : Failure::fromErrno(errno, u"read %1"_s.arg(pSegments));
+}
+
+} // namespace
+
+Failure makeDelta(FileSystem& pFileSystem, const PackageVersion& pOld, const PackageVersion& pNew,
+                  int pThreads, const QString& pOutput, DeltaResult* pTo)
+{
+    std::vector<Segment> tSegments = planDelta(pOld, pNew);
+    NewFile tPacked(pFileSystem, pOutput + u".segments"_s);
+    if (Failure tFailure = Work(pOld, pNew, &tSegments, &tPacked).run(std::max(pThreads, 1))) {
+        return tFailure;
+    }
+    NewFile tOutput(pFileSystem, pOutput);
+    if (Failure tFailure =
+            putTogether(pFileSystem, header(pOld, pNew, tSegments), tPacked.path(), &tOutput, pTo)) {
+        return tFailure;
+    }
+    return tOutput.keep();
+}
+
+} // namespace tarn::vkpublish
