@@ -1,8 +1,10 @@
-// A package's archive, unpacked to disk. Whatever its bytes, nothing outside its folder changes, and an
-// accepted package has only files, folders and links that stay inside, and is not larger than announced.
+// A package's archive, unpacked for real. Whatever its bytes are, nothing outside its folder changes, and
+// what a package is taken for has only files, folders and links that stay inside, no larger than announced.
 //
-// An input without the magic number of zstd is used as the tar file inside, so that the fuzzer can reach it.
+// An input that does not begin as zstd does is taken for the tar file inside, so that the fuzzer can get at
+// it.
 #include "support/ScratchFolder.h"
+#include "support/StoredFrame.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
@@ -16,31 +18,11 @@
 using namespace Qt::StringLiterals;
 
 using namespace tarn;
+using namespace tarn::vkservice;
 
 namespace {
 
 constexpr qint64 sMaxBytes = 1024 * 1024;
-const QByteArray sZstdMagic = QByteArrayLiteral("\x28\xb5\x2f\xfd");
-
-// A zstd frame with the bytes uncompressed.
-QByteArray stored(const QByteArray& pTar)
-{
-    constexpr qsizetype sMaxBlock = 128 * 1024;
-    constexpr quint32 sLast = 1;
-    QByteArray tFrame = sZstdMagic + QByteArrayLiteral("\x00\x58"); // no checksum, no size, a window of 2 MiB
-    const auto tAppend = [&tFrame](const QByteArray& pBlock, quint32 pFlags) {
-        const quint32 tHeader = pFlags | static_cast<quint32>(pBlock.size()) << 3;
-        for (const int tShift : {0, 8, 16}) {
-            tFrame.append(static_cast<char>(tHeader >> tShift));
-        }
-        tFrame.append(pBlock);
-    };
-    for (qsizetype i = 0; i < pTar.size(); i += sMaxBlock) {
-        tAppend(pTar.mid(i, sMaxBlock), 0);
-    }
-    tAppend({}, sLast);
-    return tFrame;
-}
 
 void checkUnpacked(const QString& pFolder)
 {
@@ -50,7 +32,7 @@ void checkUnpacked(const QString& pFolder)
     while (tIt.hasNext()) {
         const QFileInfo tInfo(tIt.next());
         if (tInfo.isSymLink()) {
-            const QString tTarget = tInfo.canonicalFilePath(); // empty for a dangling link
+            const QString tTarget = tInfo.canonicalFilePath(); // empty where it leads to nothing
             if (!tTarget.isEmpty() && tTarget != pFolder && !tTarget.startsWith(pFolder + u'/')) {
                 std::abort();
             }
@@ -73,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
     const QByteArray tInput(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize));
     const QString tArchive = u"package.tar.zst"_s;
     const QString tTarget = QFileInfo(sFolder.path()).canonicalFilePath() + u"/package"_s;
-    sFolder.write(tArchive, tInput.startsWith(sZstdMagic) ? tInput : stored(tInput));
+    sFolder.write(tArchive, tInput.startsWith(fuzz::sZstdMagic) ? tInput : fuzz::storedFrame(tInput));
 
     packages::Unpacker tUnpacker(os::realFileSystem());
     constexpr int sMaxEntries = 200;

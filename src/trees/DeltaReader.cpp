@@ -4,8 +4,6 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::trees {
 
-using os::Failure;
-
 Failure DeltaReader::refuse(const QString& pWhy) const
 {
     return Failure::content(u"The delta %1 is refused: %2"_s.arg(mPath, pWhy));

@@ -17,7 +17,7 @@ public:
     explicit DeltaReader(os::FileSystem& pFileSystem) : mLines(pFileSystem) {}
 
     // pLength: bytes of the file.
-    os::Failure open(const QString& pPath, qint64 pLength);
+    Failure open(const QString& pPath, qint64 pLength);
     const DeltaHeader& header() const { return mHeader; }
 
     // The sizes that the entries of the two indexes have; at 0 whatever stands there. Before this is called,
@@ -25,12 +25,12 @@ public:
     void setEntries(EntrySizes pOld, EntrySizes pNew);
 
     // False behind the last segment; *pFailure says whether all of them were there.
-    bool next(Segment* pTo, os::Failure* pFailure);
+    bool next(Segment* pTo, Failure* pFailure);
 
 private:
-    os::Failure refuse(const QString& pWhy) const;
-    os::Failure readSegment(Segment* pTo);
-    os::Failure checkEnd();
+    Failure refuse(const QString& pWhy) const;
+    Failure readSegment(Segment* pTo);
+    Failure checkEnd();
     bool isComplete() const;
     bool follows(const Piece& pPiece) const;
 

@@ -8,8 +8,6 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::trees {
 
-using os::Failure;
-
 Failure IndexReader::refuse(const QString& pWhy) const
 {
     return Failure::content(u"The index %1 is refused: %2"_s.arg(mPath, pWhy));

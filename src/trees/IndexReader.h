@@ -22,18 +22,18 @@ public:
     explicit IndexReader(os::FileSystem& pFileSystem) : mLines(pFileSystem) {}
 
     // Reads the header and the frames.
-    os::Failure open(const QString& pPath, const IndexLimits& pLimits);
+    Failure open(const QString& pPath, const IndexLimits& pLimits);
     const IndexHeader& header() const { return mHeader; }
     const FrameTable& frames() const { return mFrames; }
 
     // False behind the last entry; *pFailure says whether all of them were there.
-    bool next(IndexEntry* pTo, os::Failure* pFailure);
+    bool next(IndexEntry* pTo, Failure* pFailure);
 
 private:
-    os::Failure refuse(const QString& pWhy) const;
-    os::Failure readFrames();
-    os::Failure readEntry(IndexEntry* pTo);
-    os::Failure check(const IndexEntry& pEntry);
+    Failure refuse(const QString& pWhy) const;
+    Failure readFrames();
+    Failure readEntry(IndexEntry* pTo);
+    Failure check(const IndexEntry& pEntry);
 
     ZstdLines mLines;
     QString mPath;

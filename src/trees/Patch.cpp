@@ -11,8 +11,6 @@ namespace tarn::trees {
 
 namespace {
 
-using os::Failure;
-
 void appendNumber(quint64 pValue, QByteArray* pTo)
 {
     for (; pValue > 0x7f; pValue >>= 7) {

@@ -13,8 +13,6 @@ namespace tarn::trees {
 
 namespace {
 
-using os::Failure;
-
 constexpr qsizetype sBlockSize = 128 * 1024;
 constexpr qsizetype sMaxLine = 64 * 1024;
 constexpr qint64 sMaxText = qint64(4) * 1024 * 1024 * 1024;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "os/Descriptor.h"
-#include "os/Failure.h"
+#include "internal/Failure.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
@@ -25,16 +25,16 @@ public:
         FirstFrame, // what follows it is not read as text
     };
 
-    os::Failure open(const QString& pPath, Extent pExtent = Extent::WholeFile);
+    Failure open(const QString& pPath, Extent pExtent = Extent::WholeFile);
     // Bytes of the file that the lines up to here were made of, to the end of a frame once the text ends.
     qint64 packedEnd() const { return mPackedTotal; }
     // The next line without its end; a null one behind the last. A line of more than 64 KiB, a last one
     // without end, and more than 4 GiB of text are failures.
-    os::Failure next(QByteArray* pLine);
+    Failure next(QByteArray* pLine);
 
 private:
-    os::Failure fill();
-    os::Failure readPacked();
+    Failure fill();
+    Failure readPacked();
 
     os::FileSystem& mFileSystem;
     QString mPath;

@@ -23,7 +23,7 @@ using namespace Qt::StringLiterals;
 namespace tarn::vkpublish {
 
 using os::Descriptor;
-using os::Failure;
+
 using os::FileSystem;
 using trees::Segment;
 
@@ -102,10 +102,9 @@ public:
 private:
     void packAll()
     {
-        SegmentPacker tPacker;
         while (const std::optional<size_t> tNumber = take()) {
             PackedSegment tPacked;
-            const Failure tFailure = pack(mSegments[*tNumber], &tPacker, &tPacked);
+            const Failure tFailure = pack(mSegments[*tNumber], &tPacked);
             finish(*tNumber, tFailure, tPacked);
         }
     }
@@ -118,7 +117,7 @@ private:
         return mFailure || mTaken == mSegments.size() ? std::nullopt : std::optional(mTaken++);
     }
 
-    Failure pack(const Segment& pSegment, SegmentPacker* pPacker, PackedSegment* pTo) const
+    Failure pack(const Segment& pSegment, PackedSegment* pTo) const
     {
         QByteArray tBase;
         QByteArray tMade;
@@ -132,7 +131,7 @@ private:
                 return tFailure;
             }
         }
-        *pTo = pPacker->pack(tBase, tMade);
+        *pTo = packSegment(tBase, tMade);
         return pTo->mBytes.isEmpty() ? Failure::content(u"A segment of a delta cannot be packed"_s)
                                      : Failure();
     }

@@ -16,7 +16,7 @@ struct DeltaResult
 // they are meanwhile. The same versions make the same bytes, whatever the number of threads is; each of
 // these needs some 40 MiB. The file is on the disk after success, and not there after a failure;
 // pOutput + ".segments" is used meanwhile.
-os::Failure makeDelta(os::FileSystem& pFileSystem, const PackageVersion& pOld, const PackageVersion& pNew,
+Failure makeDelta(os::FileSystem& pFileSystem, const PackageVersion& pOld, const PackageVersion& pNew,
                       int pThreads, const QString& pOutput, DeltaResult* pTo);
 
 } // namespace tarn::vkpublish

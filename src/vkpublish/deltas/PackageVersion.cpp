@@ -17,7 +17,6 @@ using namespace Qt::StringLiterals;
 namespace tarn::vkpublish {
 
 using os::Descriptor;
-using os::Failure;
 
 namespace {
 

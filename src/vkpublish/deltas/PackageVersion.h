@@ -21,21 +21,21 @@ public:
 
     // pIndex as it is published; pScratch a folder for the files of this object, which must not be there and
     // whose parent only this user may write to.
-    os::Failure open(const QString& pIndex, const trees::IndexLimits& pLimits, const QString& pScratch);
+    Failure open(const QString& pIndex, const trees::IndexLimits& pLimits, const QString& pScratch);
     // Where the files of the entries are: unpacked from the archive into the scratch folder, or in a folder
     // that has them. One of the two follows open().
-    os::Failure unpack(const QString& pArchive);
+    Failure unpack(const QString& pArchive);
     void useFolder(const QString& pFolder) { mFolder = pFolder; }
 
     const trees::IndexName& index() const { return mIndex; }
     const std::vector<trees::IndexEntry>& entries() const { return mEntries; }
     const trees::EntrySizes& sizes() const { return mSizes; } // numbered as in a delta
     // Adds the bytes of a piece. May be called by several threads at a time.
-    os::Failure read(const trees::Piece& pPiece, QByteArray* pTo) const;
+    Failure read(const trees::Piece& pPiece, QByteArray* pTo) const;
 
 private:
-    os::Failure copyText(const QString& pIndex);
-    os::Failure readEntries(const QString& pIndex, const trees::IndexLimits& pLimits);
+    Failure copyText(const QString& pIndex);
+    Failure readEntries(const QString& pIndex, const trees::IndexLimits& pLimits);
     QString textPath() const;
 
     os::FileSystem& mFileSystem;

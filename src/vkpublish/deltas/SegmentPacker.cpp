@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <memory>
 
 namespace tarn::vkpublish {
 
@@ -17,18 +18,13 @@ constexpr int sLevel = 19;
 constexpr int sMinWindowLog = 10; // the library's least
 constexpr int sMaxTableLog = 22;  // entries of four bytes: more would take more memory than they save bytes
 
-} // namespace
-
-SegmentPacker::SegmentPacker() : mEncoder(ZSTD_createCCtx(), ZSTD_freeCCtx) {}
-
-SegmentPacker::~SegmentPacker() = default;
-
-QByteArray SegmentPacker::frame(QByteArrayView pContent, QByteArrayView pPrefix)
+// The encoder goes with the frame: its tables and the sorted suffixes are not there at the same time.
+QByteArray frame(QByteArrayView pContent, QByteArrayView pPrefix)
 {
     const auto tWithin = static_cast<quint64>(pContent.size() + pPrefix.size());
     const int tWindowLog = std::max(sMinWindowLog, static_cast<int>(std::bit_width(tWithin)));
-    ZSTD_CCtx* tEncoder = mEncoder.get();
-    ZSTD_CCtx_reset(tEncoder, ZSTD_reset_session_and_parameters);
+    const std::unique_ptr<ZSTD_CCtx, size_t (*)(ZSTD_CCtx*)> tOwner(ZSTD_createCCtx(), ZSTD_freeCCtx);
+    ZSTD_CCtx* tEncoder = tOwner.get();
     ZSTD_CCtx_setParameter(tEncoder, ZSTD_c_compressionLevel, sLevel);
     ZSTD_CCtx_setParameter(tEncoder, ZSTD_c_windowLog, tWindowLog);
     ZSTD_CCtx_setParameter(tEncoder, ZSTD_c_hashLog, std::min(tWindowLog, sMaxTableLog - 1));
@@ -44,7 +40,7 @@ QByteArray SegmentPacker::frame(QByteArrayView pContent, QByteArrayView pPrefix)
     return tPacked;
 }
 
-QByteArray SegmentPacker::steps(QByteArrayView pBase, QByteArrayView pMade)
+QByteArray steps(QByteArrayView pBase, QByteArrayView pMade)
 {
     const Difference tDifference = difference(pBase, pMade);
     const QByteArray tControl = frame(tDifference.mControl, {});
@@ -55,7 +51,9 @@ QByteArray SegmentPacker::steps(QByteArrayView pBase, QByteArrayView pMade)
     return tIsUsable ? tControl + tBytes + tExtra : QByteArray();
 }
 
-PackedSegment SegmentPacker::pack(QByteArrayView pBase, QByteArrayView pMade)
+} // namespace
+
+PackedSegment packSegment(QByteArrayView pBase, QByteArrayView pMade)
 {
     PackedSegment tBest;
     const auto tTake = [&tBest](PatchMethod pMethod, const QByteArray& pBytes) {

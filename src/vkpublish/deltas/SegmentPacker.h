@@ -5,10 +5,6 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QByteArrayView>
 
-#include <memory>
-
-struct ZSTD_CCtx_s;
-
 namespace tarn::vkpublish {
 
 struct PackedSegment
@@ -17,21 +13,8 @@ struct PackedSegment
     QByteArray mBytes;
 };
 
-// Packs segments by the method that makes the fewest bytes of each; the same bytes from the same input.
-class SegmentPacker
-{
-public:
-    SegmentPacker();
-    ~SegmentPacker();
-
-    // Without bytes if there is no memory for it.
-    PackedSegment pack(QByteArrayView pBase, QByteArrayView pMade);
-
-private:
-    QByteArray frame(QByteArrayView pContent, QByteArrayView pPrefix);
-    QByteArray steps(QByteArrayView pBase, QByteArrayView pMade);
-
-    std::unique_ptr<ZSTD_CCtx_s, size_t (*)(ZSTD_CCtx_s*)> mEncoder;
-};
+// What makes pMade out of pBase, by the method that takes the fewest bytes; the same bytes from the same
+// input. Without bytes if there is no memory for it: it takes some 30 MiB.
+PackedSegment packSegment(QByteArrayView pBase, QByteArrayView pMade);
 
 } // namespace tarn::vkpublish

@@ -52,7 +52,7 @@ protected:
     QByteArray make(const PackageVersion& pOld, const PackageVersion& pNew, int pThreads)
     {
         vkpublish::DeltaResult tResult;
-        const os::Failure tFailure =
+        const Failure tFailure =
             makeDelta(os::realFileSystem(), pOld, pNew, pThreads, deltaPath(), &tResult);
         EXPECT_FALSE(tFailure) << tFailure.mText;
         const QByteArray tBytes = readFile(deltaPath());
@@ -66,7 +66,7 @@ protected:
     {
         const QByteArray tDelta = readFile(deltaPath());
         DeltaReader tReader(os::realFileSystem());
-        os::Failure tFailure = tReader.open(deltaPath(), tDelta.size());
+        Failure tFailure = tReader.open(deltaPath(), tDelta.size());
         Files tMade;
         Segment tSegment;
         while (!tFailure && tReader.next(&tSegment, &tFailure)) {
@@ -206,7 +206,7 @@ TEST_F(DeltaTest, RefusesAHeaderThatBreaksARule)
     const auto tRead = [this](const QByteArray& pFile) {
         writeFile(deltaPath(), pFile);
         DeltaReader tReader(os::realFileSystem());
-        os::Failure tFailure = tReader.open(deltaPath(), pFile.size());
+        Failure tFailure = tReader.open(deltaPath(), pFile.size());
         Segment tSegment;
         int tCount = 0;
         constexpr qint64 sHuge = qint64(1) << 40;
@@ -218,7 +218,7 @@ TEST_F(DeltaTest, RefusesAHeaderThatBreaksARule)
         return tFailure.mKind;
     };
     const QByteArray tPacked(60, 'p');
-    ASSERT_EQ(tRead(packIndex(tSound) + tPacked), os::Failure::Kind::None);
+    ASSERT_EQ(tRead(packIndex(tSound) + tPacked), Failure::Kind::None);
     const struct
     {
         const char* mWhat;
@@ -268,14 +268,14 @@ TEST_F(DeltaTest, RefusesAHeaderThatBreaksARule)
         const qsizetype tAt = tSound.indexOf(tRow.mFrom);
         ASSERT_GE(tAt, 0) << tRow.mWhat;
         EXPECT_EQ(tRead(packIndex(QByteArray(tSound).replace(tAt, qstrlen(tRow.mFrom), tRow.mTo)) + tPacked),
-                  os::Failure::Kind::Content)
+                  Failure::Kind::Content)
             << tRow.mWhat;
     }
-    EXPECT_EQ(tRead(packIndex(tSound) + "x" + tPacked), os::Failure::Kind::Content);
-    EXPECT_EQ(tRead(packIndex(tSound).chopped(9)), os::Failure::Kind::Content);
+    EXPECT_EQ(tRead(packIndex(tSound) + "x" + tPacked), Failure::Kind::Content);
+    EXPECT_EQ(tRead(packIndex(tSound).chopped(9)), Failure::Kind::Content);
     const QByteArray tMany = "[" + QByteArray("[1],").repeated(1000) + "[1]]";
     EXPECT_EQ(tRead(packIndex(QByteArray(tSound).replace("[[3]]", tMany)) + tPacked),
-              os::Failure::Kind::Content);
+              Failure::Kind::Content);
 }
 
 TEST_F(DeltaTest, RefusesASegmentThatMakesSomethingElse)
@@ -292,7 +292,7 @@ TEST_F(DeltaTest, RefusesASegmentThatMakesSomethingElse)
         return packIndex(tControl) + packIndex(QByteArray(pDifference, 'd')) +
                packIndex(QByteArray(pExtra, 'e'));
     };
-    constexpr auto sNone = os::Failure::Kind::None;
+    constexpr auto sNone = Failure::Kind::None;
     constexpr qint64 sMost = std::numeric_limits<qint64>::max();
     const QByteArray tSound = tSteps({{1, 3, 1}, {-4, 2, 0}}, 5, 1);
     ASSERT_EQ(tApply(PatchMethod::Bsdiff, tSound), sNone);
@@ -326,7 +326,7 @@ TEST_F(DeltaTest, RefusesASegmentThatMakesSomethingElse)
          packIndex(QByteArray(30, '\xff')) + packIndex("123") + packIndex("456")},
     };
     for (const auto& tRow : tRows) {
-        EXPECT_EQ(tApply(tRow.mMethod, tRow.mPacked), os::Failure::Kind::Content) << tRow.mWhat;
+        EXPECT_EQ(tApply(tRow.mMethod, tRow.mPacked), Failure::Kind::Content) << tRow.mWhat;
     }
     EXPECT_NE(tApply(PatchMethod::Bsdiff, tSound, "base that is longer"), sNone);
 }

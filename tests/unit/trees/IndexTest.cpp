@@ -38,7 +38,7 @@ protected:
     }
 
     QTemporaryDir mDir;
-    os::Failure mFailure;
+    Failure mFailure;
 };
 
 } // namespace
@@ -101,7 +101,7 @@ TEST_F(IndexTest, RefusesWhatBreaksARule)
         ASSERT_GE(tAt, 0) << tRow.mWhat;
         EXPECT_EQ(read(packIndex(QByteArray(sSound).replace(tAt, tRow.mFrom.size(), tRow.mTo))), -1)
             << tRow.mWhat;
-        EXPECT_EQ(mFailure.mKind, os::Failure::Kind::Content) << tRow.mWhat;
+        EXPECT_EQ(mFailure.mKind, Failure::Kind::Content) << tRow.mWhat;
     }
 }
 
