@@ -18,7 +18,6 @@
 using namespace Qt::StringLiterals;
 
 using namespace tarn;
-using namespace tarn::vkservice;
 
 namespace {
 
