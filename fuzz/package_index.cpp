@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
         const auto tNames = packages::entryPath(tEntry.mPath, sMaxDepth);
         require(tNames && comesBefore(tLast, *tNames));
         tLast = *tNames;
-        require(entryFromLine(toLine(tEntry)) == tEntry);
+        require(entryFromLine(toLine(tEntry, tEnd), tEnd) == tEntry);
         if (tEntry.mKind == EntryKind::File) {
             require(tEntry.mAt >= tEnd && tEntry.mSize >= 0);
             tEnd = tEntry.mAt + tEntry.mSize;

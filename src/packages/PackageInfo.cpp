@@ -22,6 +22,9 @@ constexpr qsizetype sMaxReport = 64 * 1024;
 constexpr qsizetype sMaxPath = 4096;
 constexpr qsizetype sMaxEntries = 1000; // languages of a text, required packages, executables
 
+constexpr qsizetype sMaxDeltas = 16;
+constexpr qint64 sMaxIndexText = qint64(4) * 1024 * 1024 * 1024;
+
 const QLatin1String sKinds[] = {"application"_L1, "data"_L1};
 
 bool isName(const QString& pText)
@@ -102,6 +105,56 @@ vkcore::EnhVersion readVersion(JsonReader* pReader)
     return {tVersion, tDate};
 }
 
+tuf::Hash readHash(JsonReader* pReader)
+{
+    const auto tHash = tuf::Hash::fromHex(tuf::HashAlgorithm::Sha256, pReader->text("sha256"));
+    require(pReader, tHash.has_value(), "sha256");
+    return tHash.value_or(tuf::Hash());
+}
+
+SideFile readSideFile(JsonReader* pReader)
+{
+    return {.mLength = pReader->integer("length", 1), .mHash = readHash(pReader)};
+}
+
+IndexName readIndexName(JsonReader pReader)
+{
+    return {.mHash = readHash(&pReader), .mLength = pReader.integer("length", 1, sMaxIndexText)};
+}
+
+std::optional<IndexFile> readIndex(JsonReader* pReader)
+{
+    if (!pReader->has("index")) {
+        return std::nullopt;
+    }
+    JsonReader tIndex = pReader->object("index");
+    return IndexFile{.mFile = readSideFile(&tIndex), .mText = readIndexName(tIndex.object("text"))};
+}
+
+QList<DeltaFile> readDeltas(JsonReader* pReader)
+{
+    QList<DeltaFile> tDeltas;
+    if (pReader->has("deltas")) {
+        pReader->each("deltas", [&tDeltas](JsonReader& pDelta) {
+            tDeltas.append({.mFile = readSideFile(&pDelta), .mFrom = readIndexName(pDelta.object("from"))});
+        });
+        require(pReader, tDeltas.size() <= sMaxDeltas, "deltas");
+    }
+    return tDeltas;
+}
+
+QJsonObject toJson(const tuf::Hash& pHash, qint64 pLength)
+{
+    return {{u"length"_s, pLength}, {u"sha256"_s, QString::fromLatin1(pHash.toHex())}};
+}
+
+QJsonObject toJson(const SideFile& pFile, QLatin1String pTextName, const IndexName& pText)
+{
+    QJsonObject tObject = toJson(pFile.mHash, pFile.mLength);
+    tObject.insert(pTextName, toJson(pText.mHash, pText.mLength));
+    return tObject;
+}
+
 } // namespace
 
 QJsonObject PackageInfo::toJson() const
@@ -128,6 +181,16 @@ QJsonObject PackageInfo::toJson() const
     if (!mReport.isEmpty()) {
         tObject.insert(u"report"_s, vkcore::toJson(mReport));
     }
+    if (mIndex) {
+        tObject.insert(u"index"_s, packages::toJson(mIndex->mFile, "text"_L1, mIndex->mText));
+    }
+    if (!mDeltas.isEmpty()) {
+        QJsonArray tDeltas;
+        for (const DeltaFile& tDelta : mDeltas) {
+            tDeltas.append(packages::toJson(tDelta.mFile, "from"_L1, tDelta.mFrom));
+        }
+        tObject.insert(u"deltas"_s, tDeltas);
+    }
     return tObject;
 }
 
@@ -146,6 +209,8 @@ bool PackageInfo::fromJson(const QJsonObject& pFrom, PackageInfo* pTo, QString* 
     pTo->mExecutables = readTexts(&tReader, "executables", isRelativePath);
     pTo->mReport = readLangString(&tReader, "report", sMaxReport);
     pTo->mInstalledSize = tReader.has("installedSize") ? tReader.integer("installedSize", 0) : 0;
+    pTo->mIndex = readIndex(&tReader);
+    pTo->mDeltas = readDeltas(&tReader);
     return tReader.ok();
 }
 

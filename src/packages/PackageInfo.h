@@ -1,5 +1,7 @@
 #pragma once
 
+#include "packages/TreeFiles.h"
+
 #include <vkcore/EnhVersion.h>
 #include <vkcore/LangString.h>
 
@@ -7,6 +9,8 @@
 #include <QtCore/QList>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
+
+#include <optional>
 
 namespace tarn::packages {
 
@@ -23,11 +27,13 @@ struct PackageInfo
     Kind mKind = Kind::Application;
     vkcore::EnhVersion mVersion;
     vkcore::LangString mTitle;
-    QString mLanguage;          // empty: for all languages
-    QStringList mRequires;      // names of packages that have to be installed with this one
-    QStringList mExecutables;   // relative paths in the package that must not run while it is replaced
-    vkcore::LangString mReport; // for the install log
-    qint64 mInstalledSize = 0;  // bytes
+    QString mLanguage;               // empty: for all languages
+    QStringList mRequires;           // names of packages that have to be installed with this one
+    QStringList mExecutables;        // relative paths in the package that must not run while it is replaced
+    vkcore::LangString mReport;      // for the install log
+    qint64 mInstalledSize = 0;       // bytes
+    std::optional<IndexFile> mIndex; // none: the package can only be unpacked as a whole
+    QList<DeltaFile> mDeltas;        // at most 16
 
     QJsonObject toJson() const;
     // False, with the reason in *pError, for an object that breaks one of the rules above. Unknown members

@@ -1,6 +1,6 @@
 #include "trees/Delta.h"
 
-#include "tuf/JsonReader.h"
+#include "internal/JsonReader.h"
 
 #include <QtCore/QJsonDocument>
 
@@ -65,15 +65,11 @@ std::optional<Pieces> piecesFrom(const QJsonArray& pArray, const EntrySizes& pSi
     return tPieces;
 }
 
-IndexName indexName(tuf::JsonReader* pReader, const QJsonObject& pObject, const char* pHash,
-                    const char* pLength)
+IndexName indexName(vkcore::JsonReader* pReader, const char* pHash, const char* pLength)
 {
-    const auto tHash = tuf::Hash::fromHex(tuf::HashAlgorithm::Sha256, pReader->string(pObject, pHash));
-    const IndexName tName{tHash.value_or(tuf::Hash()), pReader->integer(pObject, pLength, 1)};
-    if (!tHash || tName.mLength > DeltaLimits::sIndexText) {
-        pReader->fail(u"no index"_s);
-    }
-    return tName;
+    const auto tHash = tuf::Hash::fromHex(tuf::HashAlgorithm::Sha256, pReader->text(pHash));
+    pReader->require(tHash.has_value(), pHash, u"is not a SHA-256"_s);
+    return {tHash.value_or(tuf::Hash()), pReader->integer(pLength, 1, DeltaLimits::sIndexText)};
 }
 
 // The text of an index is made from nothing but such a text, and files are made from files.
@@ -118,27 +114,26 @@ QByteArray toLine(const Segment& pSegment, const EntrySizes& pOld, const EntrySi
 
 std::optional<DeltaHeader> deltaHeaderFromLine(const QByteArray& pLine)
 {
-    const QJsonObject tObject = QJsonDocument::fromJson(pLine).object();
-    tuf::JsonReader tReader;
-    const qint64 tFormat = tReader.integer(tObject, "format", sFormat);
-    const DeltaHeader tHeader{.mOld = indexName(&tReader, tObject, "old", "oldBytes"),
-                              .mNew = indexName(&tReader, tObject, "new", "newBytes"),
-                              .mPacked = tReader.integer(tObject, "packed", 1),
-                              .mSegments = tReader.integer(tObject, "segments", 1)};
-    return !tReader.failed() && tFormat == sFormat ? std::optional(tHeader) : std::nullopt;
+    QString tFault;
+    vkcore::JsonReader tReader(QJsonDocument::fromJson(pLine).object(), &tFault);
+    (void)tReader.integer("format", sFormat, sFormat);
+    const DeltaHeader tHeader{.mOld = indexName(&tReader, "old", "oldBytes"),
+                              .mNew = indexName(&tReader, "new", "newBytes"),
+                              .mPacked = tReader.integer("packed", 1),
+                              .mSegments = tReader.integer("segments", 1)};
+    return tReader.ok() ? std::optional(tHeader) : std::nullopt;
 }
 
 std::optional<Segment> segmentFromLine(const QByteArray& pLine, const EntrySizes& pOld,
                                        const EntrySizes& pNew)
 {
-    const QJsonObject tObject = QJsonDocument::fromJson(pLine).object();
-    tuf::JsonReader tReader;
-    const QString tMethod = tReader.string(tObject, "method");
-    const auto tFound = std::find(std::begin(sMethods), std::end(sMethods), tMethod);
-    const qint64 tPacked = tReader.integer(tObject, "packed", 1);
-    const auto tMakes = piecesFrom(tReader.array(tObject, "makes"), pNew, DeltaLimits::sMakes);
-    const auto tFrom = piecesFrom(tReader.array(tObject, "from"), pOld, DeltaLimits::sBase);
-    if (tReader.failed() || tFound == std::end(sMethods) || !tMakes || tMakes->empty() || !tFrom) {
+    QString tFault;
+    vkcore::JsonReader tReader(QJsonDocument::fromJson(pLine).object(), &tFault);
+    const auto tFound = std::find(std::begin(sMethods), std::end(sMethods), tReader.text("method"));
+    const qint64 tPacked = tReader.integer("packed", 1);
+    const auto tMakes = piecesFrom(tReader.value("makes").toArray(), pNew, DeltaLimits::sMakes);
+    const auto tFrom = piecesFrom(tReader.value("from").toArray(), pOld, DeltaLimits::sBase);
+    if (!tReader.ok() || tFound == std::end(sMethods) || !tMakes || tMakes->empty() || !tFrom) {
         return std::nullopt;
     }
     const Segment tSegment{

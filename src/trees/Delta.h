@@ -1,5 +1,6 @@
 #pragma once
 
+#include "packages/TreeFiles.h"
 #include "trees/FrameTable.h"
 
 #include <optional>
@@ -77,14 +78,7 @@ struct Segment
     bool operator==(const Segment&) const = default;
 };
 
-// The text of an index.
-struct IndexName
-{
-    tuf::Hash mHash; // SHA-256
-    qint64 mLength = 0;
-
-    bool operator==(const IndexName&) const = default;
-};
+using packages::IndexName;
 
 struct DeltaHeader
 {

@@ -40,9 +40,9 @@ private:
     DeltaHeader mHeader;
     EntrySizes mOld;
     EntrySizes mNew;
-    qint64 mCount = 0;         // of segments
-    qint64 mPackedEnd = 0;     // of the last segment, from the end of the header
-    Piece mLast{-1, {}}; // the last one that is made
+    qint64 mCount = 0;     // of segments
+    qint64 mPackedEnd = 0; // of the last segment, from the end of the header
+    Piece mLast{-1, {}};   // the last one that is made
 };
 
 } // namespace tarn::trees

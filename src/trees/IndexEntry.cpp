@@ -4,6 +4,7 @@
 #include <QtCore/QJsonObject>
 
 #include <algorithm>
+#include <limits>
 
 using namespace Qt::StringLiterals;
 
@@ -93,7 +94,7 @@ QByteArray toLine(const Frame& pFrame)
                    {u"sha256"_s, QString::fromLatin1(pFrame.mHash.toHex())}});
 }
 
-QByteArray toLine(const IndexEntry& pEntry)
+QByteArray toLine(const IndexEntry& pEntry, qint64 pEnd)
 {
     QJsonObject tObject{{u"path"_s, QString::fromUtf8(pEntry.mPath)},
                         {u"kind"_s, sKinds[static_cast<int>(pEntry.mKind)]}};
@@ -107,7 +108,7 @@ QByteArray toLine(const IndexEntry& pEntry)
         tObject.insert(u"time"_s, pEntry.mTime);
         tObject.insert(u"size"_s, pEntry.mSize);
         tObject.insert(u"sha256"_s, QString::fromLatin1(pEntry.mHash.toHex()));
-        tObject.insert(u"at"_s, pEntry.mAt);
+        tObject.insert(u"gap"_s, pEntry.mAt - pEnd);
     }
     return lineOf(tObject);
 }
@@ -131,7 +132,7 @@ std::optional<Frame> frameFromLine(const QByteArray& pLine)
     return tLine.isValid() ? std::optional(tFrame) : std::nullopt;
 }
 
-std::optional<IndexEntry> entryFromLine(const QByteArray& pLine)
+std::optional<IndexEntry> entryFromLine(const QByteArray& pLine, qint64 pEnd)
 {
     Line tLine(pLine);
     IndexEntry tEntry;
@@ -145,7 +146,9 @@ std::optional<IndexEntry> entryFromLine(const QByteArray& pLine)
         tEntry.mTime = tLine.time("time"_L1);
         tEntry.mSize = tLine.size("size"_L1);
         tEntry.mHash = tLine.hash("sha256"_L1);
-        tEntry.mAt = tLine.size("at"_L1);
+        const qint64 tGap = tLine.size("gap"_L1);
+        tLine.require(tGap <= std::numeric_limits<qint64>::max() - pEnd);
+        tEntry.mAt = tLine.isValid() ? pEnd + tGap : 0;
     }
     return tLine.isValid() ? std::optional(tEntry) : std::nullopt;
 }

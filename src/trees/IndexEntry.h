@@ -56,12 +56,14 @@ struct IndexHeader
 
 QByteArray toLine(const IndexHeader& pHeader); // without the end of the line
 QByteArray toLine(const Frame& pFrame);
-QByteArray toLine(const IndexEntry& pEntry);
+// pEnd is where the last file before this entry ends in the unpacked archive. A line has the gap behind it,
+// so that a file that changes its size leaves the lines of all others as they were.
+QByteArray toLine(const IndexEntry& pEntry, qint64 pEnd);
 
 // None for a line that breaks one of the rules above. Unknown members are ignored.
 std::optional<IndexHeader> headerFromLine(const QByteArray& pLine);
 std::optional<Frame> frameFromLine(const QByteArray& pLine);
-std::optional<IndexEntry> entryFromLine(const QByteArray& pLine);
+std::optional<IndexEntry> entryFromLine(const QByteArray& pLine, qint64 pEnd);
 
 // Entries stand in the order of their paths, taken name by name: each folder before what is in it.
 bool comesBefore(const QByteArrayList& pNames, const QByteArrayList& pOther);

@@ -74,7 +74,7 @@ Failure IndexReader::readEntry(IndexEntry* pTo)
         return tFailure;
     }
     ++mCount;
-    std::optional<IndexEntry> tEntry = entryFromLine(tLine);
+    std::optional<IndexEntry> tEntry = entryFromLine(tLine, mArchiveEnd);
     if (!tEntry) {
         return refuse(u"entry %1 is not valid"_s.arg(mCount));
     }
@@ -106,8 +106,8 @@ Failure IndexReader::check(const IndexEntry& pEntry)
     if (pEntry.mKind != EntryKind::File) {
         return {};
     }
-    if (pEntry.mSize > mHeader.mBytes - mBytes || pEntry.mAt < mArchiveEnd ||
-        pEntry.mAt > mFrames.unpackedSize() || pEntry.mSize > mFrames.unpackedSize() - pEntry.mAt) {
+    if (pEntry.mSize > mHeader.mBytes - mBytes || pEntry.mAt > mFrames.unpackedSize() ||
+        pEntry.mSize > mFrames.unpackedSize() - pEntry.mAt) {
         return refuse(u"\"%1\" lies outside of the archive"_s.arg(tPath));
     }
     mBytes += pEntry.mSize;

@@ -22,8 +22,10 @@ QByteArray indexText(const std::vector<Frame>& pFrames, const std::vector<IndexE
     for (const Frame& tFrame : pFrames) {
         tText += toLine(tFrame) + '\n';
     }
+    qint64 tEnd = 0;
     for (const IndexEntry& tEntry : pEntries) {
-        tText += toLine(tEntry) + '\n';
+        tText += toLine(tEntry, tEnd) + '\n';
+        tEnd = tEntry.mKind == EntryKind::File ? tEntry.mAt + tEntry.mSize : tEnd;
     }
     return tText;
 }

@@ -26,7 +26,6 @@ bool takeStep(QByteArrayView* pControl, PatchStep* pTo);
 // What a segment makes out of its base and its packed bytes, which are its signed ones: the caller hands in
 // as many as the segment tells. Needs no more memory than twice what it makes and some 100 KiB. Whatever
 // the bytes are, the result has the length that the segment tells, or there is a failure.
-Failure applySegment(const Segment& pSegment, QByteArrayView pBase, QByteArrayView pPacked,
-                         QByteArray* pTo);
+Failure applySegment(const Segment& pSegment, QByteArrayView pBase, QByteArrayView pPacked, QByteArray* pTo);
 
 } // namespace tarn::trees

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "os/Descriptor.h"
 #include "internal/Failure.h"
+#include "os/Descriptor.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>

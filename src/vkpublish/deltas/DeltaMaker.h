@@ -17,6 +17,6 @@ struct DeltaResult
 // these needs some 40 MiB. The file is on the disk after success, and not there after a failure;
 // pOutput + ".segments" is used meanwhile.
 Failure makeDelta(os::FileSystem& pFileSystem, const PackageVersion& pOld, const PackageVersion& pNew,
-                      int pThreads, const QString& pOutput, DeltaResult* pTo);
+                  int pThreads, const QString& pOutput, DeltaResult* pTo);
 
 } // namespace tarn::vkpublish

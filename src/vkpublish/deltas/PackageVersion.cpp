@@ -28,7 +28,7 @@ constexpr mode_t sPrivate = 0700;
 PackageVersion::~PackageVersion()
 {
     if (!mScratch.isEmpty()) {
-        os::removeTree(mFileSystem, mScratch);
+        (void)os::removeTree(mFileSystem, mScratch); // the next publication removes what is left
     }
 }
 

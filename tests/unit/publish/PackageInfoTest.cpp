@@ -20,7 +20,15 @@ PackageInfo full()
     tInfo.mExecutables = {q("bin/viewer")};
     tInfo.mReport = LangString({{q("en"), q("News\nin two lines")}});
     tInfo.mInstalledSize = 5000000000;
+    tInfo.mIndex = IndexFile{.mFile = {.mLength = 9}, .mText = {.mLength = 70}};
+    tInfo.mDeltas = {{.mFile = {.mLength = 3}, .mFrom = {.mLength = 60}}};
     return tInfo;
+}
+
+QJsonObject sideFile(int pLength, int pDigits)
+{
+    const QJsonObject tText{{q("length"), 1}, {q("sha256"), QString(64, u'a')}};
+    return {{q("length"), pLength}, {q("sha256"), QString(pDigits, u'a')}, {q("text"), tText}};
 }
 
 TEST(PackageInfo, ComesBackFromJson)
@@ -34,6 +42,8 @@ TEST(PackageInfo, ComesBackFromJson)
         EXPECT_EQ(tRead.toJson(), tInfo.toJson());
         EXPECT_EQ(tRead.mVersion, tInfo.mVersion);
         EXPECT_EQ(tRead.mInstalledSize, tInfo.mInstalledSize);
+        EXPECT_EQ(tRead.mIndex, tInfo.mIndex);
+        EXPECT_EQ(tRead.mDeltas, tInfo.mDeltas);
     }
     EXPECT_EQ(archiveName(full()), q("viewer-1.2.3.4-de.tar.zst"));
 }
@@ -55,6 +65,8 @@ TEST(PackageInfo, RefusesWhatBreaksARule)
          {QJsonArray{q("/bin/sh")}, QJsonArray{q("a/../../b")}, QJsonArray{q("a//b")}, QJsonArray{1}}},
         {"report", {2}},
         {"installedSize", {-1, 1.5, 1e30}},
+        {"index", {1, QJsonObject{}, sideFile(0, 64), sideFile(9, 63)}},
+        {"deltas", {QJsonArray{1}, QJsonArray{sideFile(9, 64)}}},
     };
     for (const auto& [tName, tBad] : sCases) {
         for (const QJsonValue& tBad : tBad) {

@@ -52,8 +52,7 @@ protected:
     QByteArray make(const PackageVersion& pOld, const PackageVersion& pNew, int pThreads)
     {
         vkpublish::DeltaResult tResult;
-        const Failure tFailure =
-            makeDelta(os::realFileSystem(), pOld, pNew, pThreads, deltaPath(), &tResult);
+        const Failure tFailure = makeDelta(os::realFileSystem(), pOld, pNew, pThreads, deltaPath(), &tResult);
         EXPECT_FALSE(tFailure) << tFailure.mText;
         const QByteArray tBytes = readFile(deltaPath());
         EXPECT_EQ(tResult.mLength, tBytes.size());
@@ -274,8 +273,7 @@ TEST_F(DeltaTest, RefusesAHeaderThatBreaksARule)
     EXPECT_EQ(tRead(packIndex(tSound) + "x" + tPacked), Failure::Kind::Content);
     EXPECT_EQ(tRead(packIndex(tSound).chopped(9)), Failure::Kind::Content);
     const QByteArray tMany = "[" + QByteArray("[1],").repeated(1000) + "[1]]";
-    EXPECT_EQ(tRead(packIndex(QByteArray(tSound).replace("[[3]]", tMany)) + tPacked),
-              Failure::Kind::Content);
+    EXPECT_EQ(tRead(packIndex(QByteArray(tSound).replace("[[3]]", tMany)) + tPacked), Failure::Kind::Content);
 }
 
 TEST_F(DeltaTest, RefusesASegmentThatMakesSomethingElse)

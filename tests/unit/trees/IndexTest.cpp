@@ -14,8 +14,8 @@ const QByteArray sSound = R"({"format":1,"frames":1,"entries":4,"bytes":10}
 {"packed":100,"unpacked":4096,"sha256":")" +
                           sHash + R"("}
 {"path":"a","kind":"folder"}
-{"path":"a/f",)" + sFile + R"(,"at":512}
-{"path":"a-g",)" + sFile + R"(,"executable":true,"at":1024}
+{"path":"a/f",)" + sFile + R"(,"gap":512}
+{"path":"a-g",)" + sFile + R"(,"executable":true,"gap":507}
 {"path":"l","kind":"link","target":"a/f","later":1}
 )";
 
@@ -65,10 +65,10 @@ TEST_F(IndexTest, RefusesWhatBreaksARule)
         {"frames of another archive", "\"packed\":100", "\"packed\":99"},
         {"empty frame", "\"unpacked\":4096", "\"unpacked\":0"},
         {"frame without hash", "4096,\"sha256\":\"aa", "4096,\"sha256\":\"a"},
-        {"bytes behind the archive", "\"at\":1024", "\"at\":4092"},
-        {"place that overflows", "\"at\":1024", "\"at\":9223372036854775807"},
+        {"bytes behind the archive", "\"gap\":507", "\"gap\":3575"},
+        {"place that overflows", "\"gap\":507", "\"gap\":9223372036854775807"},
         {"size that overflows", "\"size\":5", "\"size\":9223372036854775807"},
-        {"two files in the same bytes", "\"at\":1024", "\"at\":516"},
+        {"two files in the same bytes", "\"gap\":507", "\"gap\":-1"},
         {"leads out", "\"a-g\"", "\"../g\""},
         {"leads out later", "\"a-g\"", "\"a/../../g\""},
         {"absolute", "\"a-g\"", "\"/g\""},
@@ -90,7 +90,7 @@ TEST_F(IndexTest, RefusesWhatBreaksARule)
         {"link without target", "\"target\":\"a/f\"", "\"target\":\"\""},
         {"flag that is no flag", "true", "1"},
         {"time that is no number", "-1", "\"-1\""},
-        {"hash that is none", sHash + "\",\"at\":512", "aa\",\"at\":512"},
+        {"hash that is none", sHash + "\",\"gap\":512", "aa\",\"gap\":512"},
         {"no object", "{\"path\":\"a\",\"kind\":\"folder\"}", "[]"},
         {"line too long", "\"later\":1", "\"later\":\"" + QByteArray(70000, 'x') + '"'},
         {"last line without end", "1}\n", "1}"},
@@ -125,6 +125,6 @@ TEST_F(IndexTest, ReadsWhatItWrites)
     tEntries[1].mPath = "\xc3\xa4";
     ASSERT_EQ(read(packIndex(indexText({{100, 12, {}}}, tEntries))), 3) << mFailure.mText;
     for (const IndexEntry& tEntry : tEntries) {
-        EXPECT_EQ(entryFromLine(toLine(tEntry)), tEntry);
+        EXPECT_EQ(entryFromLine(toLine(tEntry, 0), 0), tEntry);
     }
 }
