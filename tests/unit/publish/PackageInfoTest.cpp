@@ -20,8 +20,8 @@ PackageInfo full()
     tInfo.mExecutables = {q("bin/viewer")};
     tInfo.mReport = LangString({{q("en"), q("News\nin two lines")}});
     tInfo.mInstalledSize = 5000000000;
-    tInfo.mIndex = IndexFile{.mFile = {.mLength = 9}, .mText = {.mLength = 70}};
-    tInfo.mDeltas = {{.mFile = {.mLength = 3}, .mFrom = {.mLength = 60}}};
+    tInfo.mIndex = IndexFile{.mFile = {.mLength = 9, .mHash = {}}, .mText = {.mHash = {}, .mLength = 70}};
+    tInfo.mDeltas = {{.mFile = {.mLength = 3, .mHash = {}}, .mFrom = {.mHash = {}, .mLength = 60}}};
     return tInfo;
 }
 
