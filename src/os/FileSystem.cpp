@@ -1,6 +1,8 @@
 #include "os/FileSystem.h"
 
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -47,6 +49,13 @@ public:
     {
         return ::symlinkat(pTarget.constData(), pDirFd, pPath.constData());
     }
+    int linkAt(int pFd, int pDirFd, const QByteArray& pName) override
+    {
+        // Without a privilege this is the only way to name an open file.
+        const QByteArray tOpen = "/proc/self/fd/" + QByteArray::number(pFd);
+        return ::linkat(AT_FDCWD, tOpen.constData(), pDirFd, pName.constData(), AT_SYMLINK_FOLLOW);
+    }
+    int cloneFile(int pToFd, int pFromFd) override { return ::ioctl(pToFd, FICLONE, pFromFd); }
     int rename(const QByteArray& pFrom, const QByteArray& pTo) override
     {
         return ::rename(pFrom.constData(), pTo.constData());

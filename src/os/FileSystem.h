@@ -29,6 +29,10 @@ public:
     virtual int makeDirAt(int pDirFd, const QByteArray& pPath, mode_t pMode) = 0;
     virtual int symlink(const QByteArray& pTarget, const QByteArray& pPath) = 0;
     virtual int symlinkAt(const QByteArray& pTarget, int pDirFd, const QByteArray& pPath) = 0;
+    // A second name, in the folder pDirFd, for the file that is open as pFd.
+    virtual int linkAt(int pFd, int pDirFd, const QByteArray& pName) = 0;
+    // Makes the empty file pToFd share the bytes of pFromFd until one of them changes (FICLONE).
+    virtual int cloneFile(int pToFd, int pFromFd) = 0;
     virtual int rename(const QByteArray& pFrom, const QByteArray& pTo) = 0;
     virtual int unlink(const QByteArray& pPath) = 0;
     virtual int unlinkAt(int pDirFd, const QByteArray& pPath, int pFlags) = 0;

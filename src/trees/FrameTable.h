@@ -6,6 +6,10 @@
 
 namespace tarn::trees {
 
+// The largest window that the zstd frames of an archive, an index or a delta's header may ask for, as a power
+// of two: 8 MiB, which is what level 19 uses. A reader needs that much memory.
+inline constexpr int sMaxWindowLog = 23;
+
 // A stretch of bytes.
 struct ByteRange
 {

@@ -7,8 +7,9 @@ namespace tarn::trees {
 
 struct IndexLimits
 {
-    qint64 mMaxBytes = 0;    // of all files together
-    qint64 mArchiveSize = 0; // which the frames add up to
+    qint64 mMaxBytes = 0;           // of all files together
+    qint64 mArchiveSize = sUnknown; // which the frames add up to
+    static constexpr qint64 sUnknown = -1;
     qint64 mMaxEntries = 1000 * 1000;
     int mMaxDepth = 64; // folders above a file
 };

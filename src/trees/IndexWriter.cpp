@@ -1,5 +1,7 @@
 #include "trees/IndexWriter.h"
 
+#include "trees/FrameTable.h"
+
 #include <zstd.h>
 
 namespace tarn::trees {
@@ -7,7 +9,6 @@ namespace tarn::trees {
 namespace {
 
 constexpr int sLevel = 19;
-constexpr int sWindowLog = 23; // what readers have room for
 
 } // namespace
 
@@ -34,7 +35,7 @@ QByteArray packIndex(const QByteArray& pText)
 {
     const std::unique_ptr<ZSTD_CCtx, size_t (*)(ZSTD_CCtx*)> tEncoder(ZSTD_createCCtx(), ZSTD_freeCCtx);
     ZSTD_CCtx_setParameter(tEncoder.get(), ZSTD_c_compressionLevel, sLevel);
-    ZSTD_CCtx_setParameter(tEncoder.get(), ZSTD_c_windowLog, sWindowLog);
+    ZSTD_CCtx_setParameter(tEncoder.get(), ZSTD_c_windowLog, sMaxWindowLog);
     ZSTD_CCtx_setParameter(tEncoder.get(), ZSTD_c_checksumFlag, 1);
     QByteArray tPacked(static_cast<qsizetype>(ZSTD_compressBound(static_cast<size_t>(pText.size()))),
                        Qt::Uninitialized);

@@ -1,5 +1,7 @@
 #include "trees/ZstdLines.h"
 
+#include "trees/FrameTable.h"
+
 #include <QtCore/QFile>
 
 #include <fcntl.h>
@@ -16,7 +18,6 @@ namespace {
 constexpr qsizetype sBlockSize = 128 * 1024;
 constexpr qsizetype sMaxLine = 64 * 1024;
 constexpr qint64 sMaxText = qint64(4) * 1024 * 1024 * 1024;
-constexpr int sMaxWindowLog = 23; // 8 MiB
 
 } // namespace
 

@@ -33,6 +33,7 @@ public:
 
     HashAlgorithm algorithm() const { return mAlgorithm; }
     QByteArray toHex() const { return mBytes.toHex(); }
+    const QByteArray& bytes() const { return mBytes; }
 
     bool operator==(const Hash&) const = default;
 

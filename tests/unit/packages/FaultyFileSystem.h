@@ -92,6 +92,14 @@ public:
     {
         return fails("symlinkat " + pPath) ? -1 : mReal.symlinkAt(pTarget, pDirFd, pPath);
     }
+    int linkAt(int pFd, int pDirFd, const QByteArray& pName) override
+    {
+        return fails("linkat " + pName) ? -1 : mReal.linkAt(pFd, pDirFd, pName);
+    }
+    int cloneFile(int pToFd, int pFromFd) override
+    {
+        return fails("clone") ? -1 : mReal.cloneFile(pToFd, pFromFd);
+    }
     int rename(const QByteArray& pFrom, const QByteArray& pTo) override
     {
         return fails("rename to " + pTo) ? -1 : mReal.rename(pFrom, pTo);

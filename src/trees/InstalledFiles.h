@@ -1,0 +1,59 @@
+#pragma once
+
+#include "trees/Tree.h"
+
+#include <QtCore/QSet>
+
+#include <memory>
+#include <optional>
+
+namespace tarn::trees {
+
+// The files of the installed packages by their hashes, as the indexes of the packages name them. Whether a
+// file still is what its index says is checked when it is used. May be read by several threads.
+class InstalledFiles
+{
+public:
+    explicit InstalledFiles(os::FileSystem& pFileSystem) : mFileSystem(pFileSystem) {}
+
+    struct Package
+    {
+        QString mFolder; // absolute
+        std::optional<packages::IndexName> mIndex;
+        Tree mTree;
+    };
+    struct Place
+    {
+        const Package* mPackage;
+        const Tree::Node* mNode;
+
+        QByteArray path() const { return mPackage->mTree.path(*mNode); }
+    };
+
+    // A package with its packed index. Its files are of no use if the index cannot be read.
+    Failure add(const QString& pFolder, const QString& pIndexFile, const packages::IndexName& pName,
+                const IndexLimits& pLimits);
+    // A package without an index: its files of these sizes are hashed.
+    void addUnindexed(const QString& pFolder, const QSet<qint64>& pSizes);
+
+    // All files that should have this hash, in the order in which their packages were added.
+    std::vector<Place> find(const Tree::Node& pFile) const;
+    // None if no package has this index.
+    const Package* withIndex(const packages::IndexName& pName) const;
+
+private:
+    struct Item
+    {
+        Tree::Digest mHash;
+        quint32 mPackage;
+        quint32 mEntry;
+    };
+
+    void addItems(const Package& pPackage);
+
+    os::FileSystem& mFileSystem;
+    std::vector<std::unique_ptr<const Package>> mPackages;
+    std::vector<Item> mItems; // sorted by hash
+};
+
+} // namespace tarn::trees
