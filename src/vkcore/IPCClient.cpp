@@ -5,6 +5,7 @@
 #include <vkcore/Server.h>
 #include <vkcore/ServerList.h>
 
+#include "internal/Methods.h"
 #include "internal/Protocol.h"
 #include "internal/SocketName.h"
 #include "internal/Values.h"
@@ -88,20 +89,20 @@ bool readEvent(const QJsonObject& pParams, F pSetDelivery)
 // The deliveries of the events, each with its parameters read.
 bool readEvent(IPCClient* pClient, const QString& pMethod, const QJsonObject& pParams, Event* pEvent)
 {
-    if (pMethod == "serviceStatusChanged"_L1) {
+    if (pMethod == method::sServiceStatusChanged) {
         return readEvent<StatusChange>(pParams, [=](const StatusChange& pChange) {
             const ServiceStatus tStatus = pChange.mStatus;
             pEvent->mDeliver = [=] { Q_EMIT pClient->serviceStatusChanged(tStatus); };
             pEvent->mEndsRun = tStatus == StatusIdle || tStatus == StatusSuppressed || tStatus == StatusError;
         });
     }
-    if (pMethod == "serviceActivityChanged"_L1) {
+    if (pMethod == method::sServiceActivityChanged) {
         return readEvent<ActivityChange>(pParams, [=](const ActivityChange& pChange) {
             pEvent->mDeliver = [=] { Q_EMIT pClient->serviceActivityChanged(pChange.mActivity); };
         });
     }
-    const bool tIsError = pMethod == "serviceErrorReceived"_L1;
-    if (tIsError || pMethod == "serviceNotificationReceived"_L1) {
+    const bool tIsError = pMethod == method::sServiceErrorReceived;
+    if (tIsError || pMethod == method::sServiceNotificationReceived) {
         const auto tSignal =
             tIsError ? &IPCClient::serviceErrorReceived : &IPCClient::serviceNotificationReceived;
         return readEvent<Message>(pParams, [=](const Message& pMessage) {
@@ -110,7 +111,7 @@ bool readEvent(IPCClient* pClient, const QString& pMethod, const QJsonObject& pP
             };
         });
     }
-    if (pMethod == "quitRequestReceived"_L1) {
+    if (pMethod == method::sQuitRequestReceived) {
         pEvent->mDeliver = [pClient] { Q_EMIT pClient->quitRequestReceived(); };
     }
     return true;
@@ -191,7 +192,7 @@ bool IPCClient::testConnect(int pTimeoutMs)
 
 bool IPCClient::ping()
 {
-    return d->order(u"ping"_s);
+    return d->order(method::sPing);
 }
 
 bool IPCClient::isConnected() const
@@ -214,19 +215,19 @@ bool IPCClient::enterMonitorMode()
 
 bool IPCClient::isServiceActive(bool* pOk)
 {
-    const auto tActive = d->get<bool>(u"isServiceActive"_s);
+    const auto tActive = d->get<bool>(method::sIsServiceActive);
     put(pOk, tActive.has_value());
     return tActive.value_or(false);
 }
 
 bool IPCClient::isVKClientActive()
 {
-    return d->order(u"isVKClientActive"_s);
+    return d->order(method::sIsVKClientActive);
 }
 
 ServiceStatus IPCClient::getServiceStatus(bool* pOk)
 {
-    const auto tStatus = d->get<ServiceStatus>(u"getServiceStatus"_s);
+    const auto tStatus = d->get<ServiceStatus>(method::sGetServiceStatus);
     put(pOk, tStatus.has_value());
     return tStatus.value_or(StatusIdle);
 }
@@ -235,7 +236,7 @@ bool IPCClient::getServiceProgress(ServiceActivity* pActivity, bool* pCancelable
                                    long long* pBytesDone, long long* pBytesTotal, long long* pDone,
                                    long long* pTotal, int* pPackage, int* pPackageCount, int* pFailedCount)
 {
-    const auto tProgress = d->get<Progress>(u"getServiceProgress"_s);
+    const auto tProgress = d->get<Progress>(method::sGetServiceProgress);
     if (!tProgress) {
         return false;
     }
@@ -254,38 +255,39 @@ bool IPCClient::getServiceProgress(ServiceActivity* pActivity, bool* pCancelable
 
 int IPCClient::getLastServiceResult(bool pThisSession)
 {
-    return d->get<int>(u"getLastServiceResult"_s, toJson(ResultOf{pThisSession})).value_or(0);
+    return d->get<int>(method::sGetLastServiceResult, toJson(ResultOf{pThisSession})).value_or(0);
 }
 
 QString IPCClient::getLastServiceResultStr(bool pThisSession)
 {
-    return d->get<QString>(u"getLastServiceResultStr"_s, toJson(ResultOf{pThisSession})).value_or(QString());
+    return d->get<QString>(method::sGetLastServiceResultStr, toJson(ResultOf{pThisSession}))
+        .value_or(QString());
 }
 
 bool IPCClient::triggerUpdate(bool pManual)
 {
-    return d->order(u"triggerUpdate"_s, toJson(Trigger{pManual}), true);
+    return d->order(method::sTriggerUpdate, toJson(Trigger{pManual}), true);
 }
 
 bool IPCClient::abortUpdate()
 {
-    return d->order(u"abortUpdate"_s);
+    return d->order(method::sAbortUpdate);
 }
 
 bool IPCClient::quitService()
 {
-    return d->order(u"quitService"_s);
+    return d->order(method::sQuitService);
 }
 
 bool IPCClient::reloadConfig()
 {
-    return d->order(u"reloadConfig"_s);
+    return d->order(method::sReloadConfig);
 }
 
 bool IPCClient::getDefaultServer(QString* pUri, QString* pUser, QString* pPassword)
 {
     const auto tServer =
-        d->get<DefaultServer>(u"getDefaultServer"_s, toJson(WithPassword{pPassword != nullptr}));
+        d->get<DefaultServer>(method::sGetDefaultServer, toJson(WithPassword{pPassword != nullptr}));
     if (!tServer) {
         return false;
     }
@@ -297,13 +299,13 @@ bool IPCClient::getDefaultServer(QString* pUri, QString* pUser, QString* pPasswo
 
 bool IPCClient::updateDefaultServer(const QString& pUri, const QString& pUser, const QString& pPassword)
 {
-    return d->order(u"updateDefaultServer"_s,
+    return d->order(method::sUpdateDefaultServer,
                     toJson(DefaultServer{.mUri = pUri, .mUser = pUser, .mPassword = pPassword}));
 }
 
 bool IPCClient::getNetProxySettings(NetProxyMode* pMode, NetProxy* pProxy)
 {
-    const auto tSettings = d->get<ProxySettings>(u"getNetProxySettings"_s);
+    const auto tSettings = d->get<ProxySettings>(method::sGetNetProxySettings);
     if (!tSettings) {
         return false;
     }
@@ -314,22 +316,22 @@ bool IPCClient::getNetProxySettings(NetProxyMode* pMode, NetProxy* pProxy)
 
 bool IPCClient::setNetProxySettings(NetProxyMode pMode, const NetProxy& pProxy)
 {
-    return d->order(u"setNetProxySettings"_s, toJson(ProxySettings{.mMode = pMode, .mProxy = pProxy}));
+    return d->order(method::sSetNetProxySettings, toJson(ProxySettings{.mMode = pMode, .mProxy = pProxy}));
 }
 
 QString IPCClient::getKdmlDataDirectory()
 {
-    return d->get<QString>(u"getKdmlDataDirectory"_s).value_or(QString());
+    return d->get<QString>(method::sGetKdmlDataDirectory).value_or(QString());
 }
 
 bool IPCClient::setKdmlDataDirectory(const QString& pPath)
 {
-    return d->order(u"setKdmlDataDirectory"_s, toJson(DataDirectory{pPath}));
+    return d->order(method::sSetKdmlDataDirectory, toJson(DataDirectory{pPath}));
 }
 
 bool IPCClient::getLanguages(QString* pAppLang, QString* pDataLang)
 {
-    const auto tLanguages = d->get<LanguageChoice>(u"getLanguages"_s);
+    const auto tLanguages = d->get<LanguageChoice>(method::sGetLanguages);
     if (!tLanguages) {
         return false;
     }
@@ -340,24 +342,24 @@ bool IPCClient::getLanguages(QString* pAppLang, QString* pDataLang)
 
 bool IPCClient::setLanguages(const QString& pAppLang, const QString& pDataLang)
 {
-    return d->order(u"setLanguages"_s, toJson(LanguageChoice{.mApp = pAppLang, .mData = pDataLang}));
+    return d->order(method::sSetLanguages, toJson(LanguageChoice{.mApp = pAppLang, .mData = pDataLang}));
 }
 
 QString IPCClient::getConfigValue(const QString& pName, const QString& pDefault)
 {
     const VariableQuery tQuery{.mName = pName, .mDefault = pDefault};
-    return d->get<QString>(u"getConfigValue"_s, toJson(tQuery)).value_or(pDefault);
+    return d->get<QString>(method::sGetConfigValue, toJson(tQuery)).value_or(pDefault);
 }
 
 bool IPCClient::setConfigValue(const QString& pName, const QString& pValue)
 {
-    return d->order(u"setConfigValue"_s, toJson(Variable{.mName = pName, .mValue = pValue}));
+    return d->order(method::sSetConfigValue, toJson(Variable{.mName = pName, .mValue = pValue}));
 }
 
 bool IPCClient::getScheduleParameters(Scheduler::AutoUpdateMode* pMode, int* pFlags, QDateTime* pNextCheck,
                                       int* pPeriodCount, Scheduler::PeriodUnit* pUnit, QString* pExtra)
 {
-    const auto tSchedule = d->get<Schedule>(u"getScheduleParameters"_s);
+    const auto tSchedule = d->get<Schedule>(method::sGetScheduleParameters);
     if (!tSchedule) {
         return false;
     }
@@ -383,24 +385,24 @@ bool IPCClient::setScheduleParameters(Scheduler::AutoUpdateMode pMode, int pFlag
                              .mPeriodCount = pPeriodCount,
                              .mUnit = pUnit,
                              .mExtra = std::move(pExtra)};
-    return d->order(u"setScheduleParameters"_s, toJson(ScheduleChange{tSchedule, pSave}));
+    return d->order(method::sSetScheduleParameters, toJson(ScheduleChange{tSchedule, pSave}));
 }
 
 bool IPCClient::getMonitoringSettings(MonitoringSettings* pSettings)
 {
-    const auto tSettings = d->get<MonitoringSettings>(u"getMonitoringSettings"_s);
+    const auto tSettings = d->get<MonitoringSettings>(method::sGetMonitoringSettings);
     *pSettings = tSettings.value_or(*pSettings);
     return tSettings.has_value();
 }
 
 bool IPCClient::setMonitoringSettings(const MonitoringSettings& pSettings)
 {
-    return d->order(u"setMonitoringSettings"_s, toJson(MonitoringChange{pSettings}));
+    return d->order(method::sSetMonitoringSettings, toJson(MonitoringChange{pSettings}));
 }
 
 bool IPCClient::getServerList(ServerList* pList)
 {
-    const QString tMethod = u"getServerList"_s;
+    const QString tMethod = method::sGetServerList;
     const std::shared_ptr<Private> tPrivate = d;
     const auto tList = tPrivate->get<ServerEntries>(tMethod);
     if (!tList || (tList->mRevision.isUndefined() && !tPrivate->malformed(tMethod))) {
@@ -417,17 +419,17 @@ bool IPCClient::getServerList(ServerList* pList)
 
 bool IPCClient::addServer(Server* pServer)
 {
-    return d->order(u"addServer"_s, toJson(NewServer{toEntry(*pServer)}));
+    return d->order(method::sAddServer, toJson(NewServer{toEntry(*pServer)}));
 }
 
 bool IPCClient::changeServer(int pIndex, Server* pServer)
 {
-    return d->order(u"changeServer"_s, toJson(ServerChange{{pIndex, d->mRevision}, toEntry(*pServer)}));
+    return d->order(method::sChangeServer, toJson(ServerChange{{pIndex, d->mRevision}, toEntry(*pServer)}));
 }
 
 bool IPCClient::removeServer(int pIndex)
 {
-    return d->order(u"removeServer"_s, toJson(ServerPosition{pIndex, d->mRevision}));
+    return d->order(method::sRemoveServer, toJson(ServerPosition{pIndex, d->mRevision}));
 }
 
 } // namespace tarn::vkcore

@@ -1,6 +1,7 @@
 #include "ipc/Session.h"
 
 #include "internal/JsonReader.h"
+#include "internal/Methods.h"
 #include "internal/Protocol.h"
 
 #include <QtCore/QEventLoop>
@@ -62,7 +63,7 @@ std::optional<QJsonValue> Session::call(const QString& pMethod, const QJsonObjec
 
 bool Session::enterMonitorMode(const Monitor& pMonitor)
 {
-    const QString tMethod = u"enterMonitorMode"_s;
+    const QString tMethod = protocol::method::sEnterMonitorMode;
     mMonitor = pMonitor;
     Waiting tWaiting;
     tWaiting.mEntersMonitorMode = true;
@@ -126,7 +127,7 @@ bool Session::test(int pTimeoutMs)
     }
     if (isConnected()) {
         const qint64 tId = ++mLastId;
-        if (send(protocol::request(tId, u"ping"_s, {}), &tWaiting.mReason)) {
+        if (send(protocol::request(tId, protocol::method::sPing, {}), &tWaiting.mReason)) {
             awaitAnswer(tId, &tWaiting, tDeadline);
         }
         return tWaiting.mAnswered;
@@ -198,7 +199,7 @@ ServiceSocket::Outcome Session::tryConnect(QString* pReason)
     const ServiceSocket::Outcome tOutcome = mConnection.open(mServerName, pReason);
     if (tOutcome == ServiceSocket::Outcome::Connected) {
         mHelloId = ++mLastId;
-        send(protocol::request(mHelloId, u"hello"_s, mHello), pReason);
+        send(protocol::request(mHelloId, protocol::method::sHello, mHello), pReason);
     } else {
         *pReason = u"no connection to \"%1\": %2"_s.arg(mServerName, *pReason);
     }

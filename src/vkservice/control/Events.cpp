@@ -1,6 +1,7 @@
 #include "control/Events.h"
 
 #include "control/UpdateControl.h"
+#include "internal/Methods.h"
 #include "internal/PlainText.h"
 #include "ipc/SocketServer.h"
 #include "process/ServiceApplication.h"
@@ -17,15 +18,15 @@ Events::Events(ipc::SocketServer& pSockets, UpdateControl& pUpdates, process::Se
     : mSockets(pSockets), mApp(pApp)
 {
     connect(&pUpdates, &UpdateControl::statusChanged, this, [this](ServiceStatus pStatus) {
-        mSockets.broadcast(u"serviceStatusChanged"_s, toJson(StatusChange{pStatus}));
+        mSockets.broadcast(method::sServiceStatusChanged, toJson(StatusChange{pStatus}));
     });
     connect(&pUpdates, &UpdateControl::activityChanged, this, [this](ServiceActivity pActivity) {
-        mSockets.broadcast(u"serviceActivityChanged"_s, toJson(ActivityChange{pActivity}));
+        mSockets.broadcast(method::sServiceActivityChanged, toJson(ActivityChange{pActivity}));
     });
     connect(&pUpdates, &UpdateControl::notification, this,
             [this](int pType, const QString& pText, const QString& pDetails) {
                 mApp.write(pType == 1 ? LogLevel::Warning : LogLevel::Info, pText + u' ' + pDetails);
-                mSockets.broadcast(u"serviceNotificationReceived"_s,
+                mSockets.broadcast(method::sServiceNotificationReceived,
                                    toJson(Message{pType, present(pText), present(pDetails)}));
             });
     connect(&pUpdates, &UpdateControl::error, this, &Events::error);
@@ -34,7 +35,8 @@ Events::Events(ipc::SocketServer& pSockets, UpdateControl& pUpdates, process::Se
 void Events::error(int pType, const QString& pText, const QString& pDetails)
 {
     mApp.write(LogLevel::Error, pText + u' ' + pDetails);
-    mSockets.broadcast(u"serviceErrorReceived"_s, toJson(Message{pType, present(pText), present(pDetails)}));
+    mSockets.broadcast(method::sServiceErrorReceived,
+                       toJson(Message{pType, present(pText), present(pDetails)}));
 }
 
 void Events::errorToKeep(const QString& pText, const QString& pDetails)
@@ -47,7 +49,7 @@ void Events::errorToKeep(const QString& pText, const QString& pDetails)
 
 void Events::checkIsDue()
 {
-    mSockets.broadcast(u"serviceNotificationReceived"_s,
+    mSockets.broadcast(method::sServiceNotificationReceived,
                        toJson(Message{4, u"It is time to look for updates."_s, u""_s}));
 }
 

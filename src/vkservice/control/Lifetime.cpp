@@ -3,6 +3,7 @@
 #include "control/MailControl.h"
 #include "control/ScheduleControl.h"
 #include "control/UpdateControl.h"
+#include "internal/Methods.h"
 #include "ipc/SocketServer.h"
 #include "process/ServiceApplication.h"
 
@@ -40,7 +41,7 @@ void Lifetime::quit()
     mEnding = true;
     mParts.mApp.write(process::LogLevel::Notice, u"The service is about to quit."_s);
     mParts.mSchedule.pause();
-    mParts.mSockets.broadcast(u"quitRequestReceived"_s, {});
+    mParts.mSockets.broadcast(vkcore::protocol::method::sQuitRequestReceived, {});
     if (!mParts.mUpdates.stop()) {
         finish();
     }

@@ -17,42 +17,41 @@ public:
 
     Group(ipc::MethodTable& pTable, const Parts& pParts) : mTable(pTable), mParts(pParts) {}
 
-    void add(const char* pName, ipc::Reply (*pHandler)(const Parts&)) const
+    void add(QLatin1StringView pName, ipc::Reply (*pHandler)(const Parts&)) const
     {
-        mTable.add(QLatin1String(pName), Kind::Query,
+        mTable.add(pName, Kind::Query,
                    [tParts = mParts, pHandler](ipc::Peer&, const QJsonObject&) { return pHandler(tParts); });
     }
     template <vkcore::protocol::HasFields T>
-    void add(const char* pName, Kind pKind, ipc::Reply (*pHandler)(const Parts&, const T&)) const
+    void add(QLatin1StringView pName, Kind pKind, ipc::Reply (*pHandler)(const Parts&, const T&)) const
     {
         addReading<T>(pName, pKind, [pHandler](const Parts& pParts, ipc::Peer&, const T& pValue) {
             return pHandler(pParts, pValue);
         });
     }
     // Handlers of the peer itself.
-    void add(const char* pName, ipc::Reply (*pHandler)(const Parts&, ipc::Peer&)) const
+    void add(QLatin1StringView pName, ipc::Reply (*pHandler)(const Parts&, ipc::Peer&)) const
     {
-        mTable.add(QLatin1String(pName), Kind::Query,
-                   [tParts = mParts, pHandler](ipc::Peer& pPeer, const QJsonObject&) {
-                       return pHandler(tParts, pPeer);
-                   });
+        mTable.add(pName, Kind::Query, [tParts = mParts, pHandler](ipc::Peer& pPeer, const QJsonObject&) {
+            return pHandler(tParts, pPeer);
+        });
     }
     template <vkcore::protocol::HasFields T>
-    void add(const char* pName, Kind pKind, ipc::Reply (*pHandler)(const Parts&, ipc::Peer&, const T&)) const
+    void add(QLatin1StringView pName, Kind pKind,
+             ipc::Reply (*pHandler)(const Parts&, ipc::Peer&, const T&)) const
     {
         addReading<T>(pName, pKind, pHandler);
     }
 
 private:
     template <typename T, typename F>
-    void addReading(const char* pName, Kind pKind, F pHandler) const
+    void addReading(QLatin1StringView pName, Kind pKind, F pHandler) const
     {
-        mTable.add(QLatin1String(pName), pKind,
-                   [tParts = mParts, pHandler](ipc::Peer& pPeer, const QJsonObject& pParams) {
-                       QString tFault;
-                       const auto tValue = vkcore::protocol::fromJson<T>(pParams, &tFault);
-                       return tValue ? pHandler(tParts, pPeer, *tValue) : ipc::Reply::invalidParams(tFault);
-                   });
+        mTable.add(pName, pKind, [tParts = mParts, pHandler](ipc::Peer& pPeer, const QJsonObject& pParams) {
+            QString tFault;
+            const auto tValue = vkcore::protocol::fromJson<T>(pParams, &tFault);
+            return tValue ? pHandler(tParts, pPeer, *tValue) : ipc::Reply::invalidParams(tFault);
+        });
     }
 
     ipc::MethodTable& mTable;

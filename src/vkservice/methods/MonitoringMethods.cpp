@@ -1,4 +1,5 @@
 #include "control/MailControl.h"
+#include "internal/Methods.h"
 #include "mail/Address.h"
 #include "methods/Group.h"
 #include "methods/Methods.h"
@@ -68,8 +69,8 @@ Reply setMonitoring(const MonitoringParts& pParts, const MonitoringChange& pChan
 void addMonitoringMethods(MethodTable& pTable, const MonitoringParts& pParts)
 {
     const Group tGroup(pTable, pParts);
-    tGroup.add("getMonitoringSettings", &getMonitoring);
-    tGroup.add("setMonitoringSettings", MethodTable::Kind::Change, &setMonitoring);
+    tGroup.add(method::sGetMonitoringSettings, &getMonitoring);
+    tGroup.add(method::sSetMonitoringSettings, MethodTable::Kind::Change, &setMonitoring);
 }
 
 } // namespace tarn::vkservice::methods

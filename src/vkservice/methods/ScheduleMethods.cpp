@@ -1,4 +1,5 @@
 #include "control/ScheduleControl.h"
+#include "internal/Methods.h"
 #include "methods/Group.h"
 #include "methods/Methods.h"
 
@@ -42,8 +43,8 @@ Reply setSchedule(const ScheduleParts& pParts, const ScheduleChange& pWanted)
 void addScheduleMethods(MethodTable& pTable, const ScheduleParts& pParts)
 {
     const Group tGroup(pTable, pParts);
-    tGroup.add("getScheduleParameters", &getSchedule);
-    tGroup.add("setScheduleParameters", MethodTable::Kind::Change, &setSchedule);
+    tGroup.add(method::sGetScheduleParameters, &getSchedule);
+    tGroup.add(method::sSetScheduleParameters, MethodTable::Kind::Change, &setSchedule);
 }
 
 } // namespace tarn::vkservice::methods

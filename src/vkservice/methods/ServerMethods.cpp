@@ -1,3 +1,4 @@
+#include "internal/Methods.h"
 #include "internal/PlainText.h"
 #include "methods/Group.h"
 #include "methods/Methods.h"
@@ -99,12 +100,12 @@ void addServerMethods(MethodTable& pTable, const ServerParts& pParts)
 {
     using Kind = MethodTable::Kind;
     const Group tGroup(pTable, pParts);
-    tGroup.add("getDefaultServer", Kind::Query, &getDefaultServer);
-    tGroup.add("updateDefaultServer", Kind::Change, &updateDefaultServer);
-    tGroup.add("getServerList", &getServerList);
-    tGroup.add("addServer", Kind::Change, &addServer);
-    tGroup.add("changeServer", Kind::Change, &changeServer);
-    tGroup.add("removeServer", Kind::Change, &removeServer);
+    tGroup.add(method::sGetDefaultServer, Kind::Query, &getDefaultServer);
+    tGroup.add(method::sUpdateDefaultServer, Kind::Change, &updateDefaultServer);
+    tGroup.add(method::sGetServerList, &getServerList);
+    tGroup.add(method::sAddServer, Kind::Change, &addServer);
+    tGroup.add(method::sChangeServer, Kind::Change, &changeServer);
+    tGroup.add(method::sRemoveServer, Kind::Change, &removeServer);
 }
 
 } // namespace tarn::vkservice::methods

@@ -1,6 +1,7 @@
 #include "control/Configuration.h"
 #include "control/Events.h"
 #include "control/Lifetime.h"
+#include "internal/Methods.h"
 #include "internal/Protocol.h"
 #include "ipc/Peer.h"
 #include "ipc/SocketServer.h"
@@ -54,7 +55,7 @@ Reply enterMonitorMode(const SessionParts& pParts, Peer& pPeer)
     const QList<Message> tErrors = pParts.mEvents.takeKeptErrors();
     const QPointer<Peer> tPeer(&pPeer);
     for (const Message& tError : tErrors) {
-        const QByteArray tLine = toLine(event(u"serviceErrorReceived"_s, toJson(tError)));
+        const QByteArray tLine = toLine(event(method::sServiceErrorReceived, toJson(tError)));
         QMetaObject::invokeMethod(
             &pPeer, [tPeer, tLine] { tPeer->sendEvent(tLine); }, Qt::QueuedConnection);
     }
@@ -94,12 +95,12 @@ Reply reload(const SessionParts& pParts)
 void addSessionMethods(MethodTable& pTable, const SessionParts& pParts)
 {
     const Group tGroup(pTable, pParts);
-    tGroup.add("hello", MethodTable::Kind::Query, &hello);
-    tGroup.add("ping", &ping);
-    tGroup.add("isVKClientActive", &hasWizard);
-    tGroup.add("enterMonitorMode", &enterMonitorMode);
-    tGroup.add("quitService", &quit);
-    tGroup.add("reloadConfig", &reload);
+    tGroup.add(method::sHello, MethodTable::Kind::Query, &hello);
+    tGroup.add(method::sPing, &ping);
+    tGroup.add(method::sIsVKClientActive, &hasWizard);
+    tGroup.add(method::sEnterMonitorMode, &enterMonitorMode);
+    tGroup.add(method::sQuitService, &quit);
+    tGroup.add(method::sReloadConfig, &reload);
 }
 
 } // namespace tarn::vkservice::methods

@@ -1,6 +1,7 @@
 #include "control/Configuration.h"
 #include "control/MailControl.h"
 #include "control/UpdateControl.h"
+#include "internal/Methods.h"
 #include "methods/Group.h"
 #include "methods/Methods.h"
 #include "process/ServiceApplication.h"
@@ -150,14 +151,14 @@ void addSettingsMethods(MethodTable& pTable, const SettingsParts& pParts)
 {
     using Kind = MethodTable::Kind;
     const Group tGroup(pTable, pParts);
-    tGroup.add("getNetProxySettings", &getProxy);
-    tGroup.add("setNetProxySettings", Kind::Change, &setProxy);
-    tGroup.add("getKdmlDataDirectory", &getDataDirectory);
-    tGroup.add("setKdmlDataDirectory", Kind::Change, &setDataDirectory);
-    tGroup.add("getLanguages", &getLanguages);
-    tGroup.add("setLanguages", Kind::Change, &setLanguages);
-    tGroup.add("getConfigValue", Kind::Query, &getVariable);
-    tGroup.add("setConfigValue", Kind::Change, &setVariable);
+    tGroup.add(method::sGetNetProxySettings, &getProxy);
+    tGroup.add(method::sSetNetProxySettings, Kind::Change, &setProxy);
+    tGroup.add(method::sGetKdmlDataDirectory, &getDataDirectory);
+    tGroup.add(method::sSetKdmlDataDirectory, Kind::Change, &setDataDirectory);
+    tGroup.add(method::sGetLanguages, &getLanguages);
+    tGroup.add(method::sSetLanguages, Kind::Change, &setLanguages);
+    tGroup.add(method::sGetConfigValue, Kind::Query, &getVariable);
+    tGroup.add(method::sSetConfigValue, Kind::Change, &setVariable);
 }
 
 } // namespace tarn::vkservice::methods

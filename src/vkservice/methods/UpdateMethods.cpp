@@ -1,4 +1,5 @@
 #include "control/UpdateControl.h"
+#include "internal/Methods.h"
 #include "internal/PlainText.h"
 #include "methods/Group.h"
 #include "methods/Methods.h"
@@ -64,13 +65,13 @@ void addUpdateMethods(MethodTable& pTable, const UpdateParts& pParts)
 {
     using Kind = MethodTable::Kind;
     const Group tGroup(pTable, pParts);
-    tGroup.add("isServiceActive", &isActive);
-    tGroup.add("getServiceStatus", &status);
-    tGroup.add("getServiceProgress", &progress);
-    tGroup.add("getLastServiceResult", Kind::Query, &lastResult);
-    tGroup.add("getLastServiceResultStr", Kind::Query, &lastResultText);
-    tGroup.add("triggerUpdate", Kind::Query, &trigger);
-    tGroup.add("abortUpdate", &abort);
+    tGroup.add(method::sIsServiceActive, &isActive);
+    tGroup.add(method::sGetServiceStatus, &status);
+    tGroup.add(method::sGetServiceProgress, &progress);
+    tGroup.add(method::sGetLastServiceResult, Kind::Query, &lastResult);
+    tGroup.add(method::sGetLastServiceResultStr, Kind::Query, &lastResultText);
+    tGroup.add(method::sTriggerUpdate, Kind::Query, &trigger);
+    tGroup.add(method::sAbortUpdate, &abort);
 }
 
 } // namespace tarn::vkservice::methods
