@@ -22,6 +22,13 @@ namespace {
 
 constexpr qsizetype sMaxPath = 4096;
 
+bool isUtf8(const QByteArray& pText)
+{
+    QStringDecoder tDecoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString tDecoded = tDecoder.decode(pText);
+    return !tDecoder.hasError() && !tDecoded.isEmpty();
+}
+
 class Scan
 {
 public:
@@ -81,9 +88,7 @@ private:
         if (::lstat(fullPath(pPath).constData(), &tEntry.mStat) != 0) {
             return refuseErrno(pPath);
         }
-        QStringDecoder tDecoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-        const QString tDecoded = tDecoder.decode(pPath);
-        if (tDecoder.hasError() || tDecoded.isEmpty() || pPath.size() > sMaxPath) {
+        if (!isUtf8(pPath) || pPath.size() > sMaxPath) {
             return refuse(pPath, u"the name is too long or isn't UTF-8"_s);
         }
         const mode_t tType = tEntry.mStat.st_mode & S_IFMT;
@@ -111,6 +116,9 @@ private:
             return refuseErrno(pEntry->mPath);
         }
         pEntry->mLinkTarget = QByteArray(tTarget.data(), tLength);
+        if (!isUtf8(pEntry->mLinkTarget)) {
+            return refuse(pEntry->mPath, u"the link's target isn't UTF-8"_s);
+        }
         const int tDepth = static_cast<int>(pEntry->mPath.count('/'));
         return packages::linkStaysInside(pEntry->mLinkTarget, tDepth)
                    ? Failure()

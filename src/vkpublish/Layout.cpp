@@ -1,5 +1,7 @@
 #include "Layout.h"
 
+#include "packages/PackageInfo.h"
+
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 
@@ -59,6 +61,31 @@ QString targetPath(const QString& pRepository, const QString& pName, const QJson
 {
     return u"%1/%2.%3"_s.arg(targetsFolder(pRepository), QString::fromLatin1(statedHash(pTarget).toHex()),
                              pName);
+}
+
+QStringList sidePaths(const QString& pRepository, const QJsonObject& pTarget)
+{
+    packages::PackageInfo tInfo;
+    QString tReason;
+    if (!packages::PackageInfo::fromJson(pTarget["custom"_L1].toObject(), &tInfo, &tReason)) {
+        return {};
+    }
+    QStringList tPaths;
+    if (tInfo.mIndex) {
+        tPaths.append(targetsFolder(pRepository) + u'/' + tInfo.mIndex->name());
+    }
+    for (const packages::DeltaFile& tDelta : tInfo.mDeltas) {
+        tPaths.append(targetsFolder(pRepository) + u'/' + tDelta.name());
+    }
+    return tPaths;
+}
+
+QJsonObject withoutDeltas(QJsonObject pTarget)
+{
+    QJsonObject tCustom = pTarget["custom"_L1].toObject();
+    tCustom.remove("deltas"_L1);
+    pTarget.insert("custom"_L1, tCustom);
+    return pTarget;
 }
 
 bool isInside(const QString& pPath, const QString& pFolder)

@@ -5,6 +5,7 @@
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace tarn::vkpublish {
 
@@ -17,6 +18,10 @@ QString timestampPath(const QString& pRepository);
 tuf::Hash statedHash(const QJsonObject& pStated);
 // pTarget: as in the targets metadata. Its hash is part of the file's name.
 QString targetPath(const QString& pRepository, const QString& pName, const QJsonObject& pTarget);
+// The index and the deltas that the target names.
+QStringList sidePaths(const QString& pRepository, const QJsonObject& pTarget);
+// The target as "add" makes it.
+QJsonObject withoutDeltas(QJsonObject pTarget);
 
 // True if pPath is pFolder or inside it, also by way of links; neither needs to exist.
 bool isInside(const QString& pPath, const QString& pFolder);

@@ -1,16 +1,17 @@
 #include "Packer.h"
 
-#include "os/FileSystem.h"
-#include "tuf/Hashes.h"
+#include "FrameCutter.h"
+#include "FramePacker.h"
+#include "FrameSize.h"
 
-#include <archive.h>
-#include <archive_entry.h>
+#include "os/Descriptor.h"
+#include "os/FileTools.h"
+#include "tuf/Hashes.h"
 
 #include <QtCore/QFile>
 
 #include <fcntl.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <memory>
 
@@ -22,180 +23,176 @@ using os::FileSystem;
 
 namespace {
 
-constexpr mode_t sKeptPermissions = 0755;
-
 // The archive file: receives the packed bytes and hashes them.
 class Output
 {
 public:
     Output(FileSystem& pFileSystem, const QString& pPath)
-        : mFileSystem(pFileSystem), mPath(QFile::encodeName(pPath))
+        : mFileSystem(pFileSystem), mPath(pPath),
+          mFile(pFileSystem, pFileSystem.open(QFile::encodeName(pPath),
+                                              O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644))
     {
-        mFd = mFileSystem.open(mPath, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0644);
     }
     ~Output()
     {
-        if (mFd >= 0) {
-            mFileSystem.close(mFd);
-        }
         if (!mFinished) {
-            mFileSystem.unlink(mPath);
+            mFileSystem.unlink(QFile::encodeName(mPath));
         }
     }
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
-    bool isOpen() const { return mFd >= 0; }
+    bool isOpen() const { return mFile.isOpen(); }
 
-    static la_ssize_t write(archive* pArchive, void* pSelf, const void* pData, size_t pSize)
+    Failure write(const QByteArray& pBytes)
     {
-        auto* tSelf = static_cast<Output*>(pSelf);
-        const ssize_t tWritten = tSelf->mFileSystem.write(tSelf->mFd, pData, pSize);
-        if (tWritten < 0) {
-            archive_set_error(pArchive, errno, "the archive can't be written");
-            return tWritten;
-        }
-        tSelf->mHasher.add(QByteArrayView(static_cast<const char*>(pData), tWritten));
-        tSelf->mLength += tWritten;
-        return tWritten;
+        mHasher.add(pBytes);
+        mLength += pBytes.size();
+        return os::writeAll(mFileSystem, mFile.fd(), pBytes.constData(),
+                            static_cast<size_t>(pBytes.size())) == 0
+                   ? Failure()
+                   : failure();
     }
 
-    bool finish(PackResult* pTo)
+    Failure finish(PackResult* pTo)
     {
-        if (mFileSystem.fsync(mFd) != 0) {
-            return false;
+        if (mFileSystem.fsync(mFile.fd()) != 0 || mFile.close() != 0) {
+            return failure();
         }
-        const int tFd = mFd;
-        mFd = -1;
-        mFinished = mFileSystem.close(tFd) == 0;
+        mFinished = true;
         pTo->mLength = mLength;
         pTo->mHashes = mHasher.result();
-        return mFinished;
+        return {};
     }
+
+    Failure failure() const { return Failure::fromErrno(errno, u"write %1"_s.arg(mPath)); }
 
 private:
     FileSystem& mFileSystem;
-    QByteArray mPath;
-    int mFd = -1;
+    QString mPath;
+    os::Descriptor mFile;
     bool mFinished = false;
     qint64 mLength = 0;
     tuf::Hasher mHasher{tuf::HashAlgorithm::Sha256};
 };
 
-class Packer
+// Cuts the stream into frames, and notes where each file is in it.
+class Frames : public TarSink
 {
 public:
-    Packer(FileSystem& pFileSystem, const QString& pFolder, const QDateTime& pLatest)
-        : mFileSystem(pFileSystem), mFolder(QFile::encodeName(pFolder)), mLatest(pLatest.toSecsSinceEpoch())
-    {
-    }
+    Frames(qint64 pFrameSize, FramePacker* pPacker) : mCutter(pFrameSize), mPacker(pPacker) {}
 
-    bool begin(Output* pOutput, int pLevel)
-    {
-        return archive_write_add_filter_zstd(mArchive.get()) == ARCHIVE_OK &&
-               archive_write_set_filter_option(mArchive.get(), "zstd", "compression-level",
-                                               QByteArray::number(pLevel).constData()) == ARCHIVE_OK &&
-               archive_write_set_format_pax_restricted(mArchive.get()) == ARCHIVE_OK &&
-               archive_write_set_bytes_in_last_block(mArchive.get(), 1) == ARCHIVE_OK &&
-               archive_write_open(mArchive.get(), pOutput, nullptr, Output::write, nullptr) == ARCHIVE_OK;
-    }
+    Failure beginEntry(qint64 pLength) override { return mCutter.begin(pLength) ? flush() : Failure(); }
 
-    bool add(const FolderEntry& pEntry)
+    Failure write(QByteArrayView pBytes) override
     {
-        const std::unique_ptr<archive_entry, void (*)(archive_entry*)> tHeader(archive_entry_new(),
-                                                                               archive_entry_free);
-        archive_entry_set_pathname_utf8(tHeader.get(), pEntry.mPath.constData());
-        archive_entry_set_filetype(tHeader.get(), pEntry.mStat.st_mode & S_IFMT);
-        archive_entry_set_perm(tHeader.get(), pEntry.mStat.st_mode & sKeptPermissions);
-        archive_entry_set_mtime(tHeader.get(), std::min<time_t>(pEntry.mStat.st_mtime, mLatest), 0);
-        if (S_ISLNK(pEntry.mStat.st_mode)) {
-            archive_entry_set_perm(tHeader.get(), 0777);
-            archive_entry_set_symlink_utf8(tHeader.get(), pEntry.mLinkTarget.constData());
+        if (mContent) {
+            mContent->add(pBytes);
         }
-        archive_entry_set_size(tHeader.get(), S_ISREG(pEntry.mStat.st_mode) ? pEntry.mStat.st_size : 0);
-        return archive_write_header(mArchive.get(), tHeader.get()) == ARCHIVE_OK &&
-               (!S_ISREG(pEntry.mStat.st_mode) || content(pEntry));
-    }
-
-    bool end() { return archive_write_close(mArchive.get()) == ARCHIVE_OK; }
-
-    // The error: from the packer, else from the archive library.
-    QString problem() const
-    {
-        const char* tText = archive_error_string(mArchive.get());
-        if (!mProblem.isEmpty() || tText == nullptr) {
-            return mProblem;
-        }
-        const int tErrno = archive_errno(mArchive.get());
-        const QString tReason = tErrno > 0 ? u": "_s + qt_error_string(tErrno) : QString();
-        return QString::fromLocal8Bit(tText) + tReason;
-    }
-
-private:
-    bool fail(const FolderEntry& pEntry, const QString& pReason)
-    {
-        mProblem = u"%1/%2: %3"_s.arg(QFile::decodeName(mFolder), QFile::decodeName(pEntry.mPath), pReason);
-        return false;
-    }
-
-    bool content(const FolderEntry& pEntry)
-    {
-        const int tFd = mFileSystem.open(mFolder + '/' + pEntry.mPath, O_RDONLY | O_NOFOLLOW);
-        if (tFd < 0) {
-            return fail(pEntry, qt_error_string(errno));
-        }
-        const bool tDone = copy(tFd, pEntry);
-        mFileSystem.close(tFd);
-        return tDone;
-    }
-
-    bool copy(int pFd, const FolderEntry& pEntry)
-    {
-        qint64 tTotal = 0;
-        ssize_t tRead = 0;
-        while ((tRead = mFileSystem.read(pFd, mBuffer.data(), mBuffer.size())) > 0) {
-            tTotal += tRead;
-            if (tTotal <= pEntry.mStat.st_size &&
-                archive_write_data(mArchive.get(), mBuffer.data(), static_cast<size_t>(tRead)) != tRead) {
-                return false;
+        mPosition += pBytes.size();
+        while (!pBytes.isEmpty()) {
+            const qint64 tCount = std::min<qint64>(mCutter.room(), pBytes.size());
+            mFrame.append(pBytes.first(tCount));
+            pBytes = pBytes.sliced(tCount);
+            if (mCutter.advance(tCount)) {
+                if (Failure tFailure = flush()) {
+                    return tFailure;
+                }
             }
         }
-        if (tRead < 0) {
-            return fail(pEntry, qt_error_string(errno));
-        }
-        return tTotal == pEntry.mStat.st_size || fail(pEntry, u"changed while it was packed"_s);
+        return {};
     }
 
-    FileSystem& mFileSystem;
-    QByteArray mFolder;
-    time_t mLatest;
-    std::unique_ptr<archive, int (*)(archive*)> mArchive{archive_write_new(), archive_write_free};
-    std::vector<char> mBuffer = std::vector<char>(256 * 1024);
-    QString mProblem;
+    void beginContent(const FolderEntry& /*pEntry*/) override
+    {
+        mContent = std::make_unique<tuf::Hasher>(tuf::HashAlgorithm::Sha256);
+        mFiles.push_back({.mAt = mPosition, .mHash = {}});
+    }
+    void endContent() override
+    {
+        mFiles.back().mHash = mContent->result().front();
+        mContent.reset();
+    }
+
+    Failure flush()
+    {
+        return mFrame.isEmpty() ? Failure() : mPacker->add(std::exchange(mFrame, QByteArray()));
+    }
+
+    struct File
+    {
+        qint64 mAt = 0; // in the stream
+        tuf::Hash mHash;
+    };
+    const std::vector<File>& files() const { return mFiles; }
+
+private:
+    FrameCutter mCutter;
+    FramePacker* mPacker;
+    QByteArray mFrame;
+    qint64 mPosition = 0; // in the stream
+    std::unique_ptr<tuf::Hasher> mContent;
+    std::vector<File> mFiles;
 };
+
+std::vector<trees::IndexEntry> indexEntries(const TarStream& pStream,
+                                            const std::vector<FolderEntry>& pEntries,
+                                            const std::vector<Frames::File>& pFiles)
+{
+    std::vector<trees::IndexEntry> tEntries;
+    auto tFile = pFiles.begin();
+    for (const FolderEntry& tEntry : pEntries) {
+        trees::IndexEntry tNew;
+        tNew.mPath = tEntry.mPath;
+        if (S_ISLNK(tEntry.mStat.st_mode)) {
+            tNew.mKind = trees::EntryKind::Link;
+            tNew.mTarget = tEntry.mLinkTarget;
+        } else if (S_ISREG(tEntry.mStat.st_mode)) {
+            tNew.mKind = trees::EntryKind::File;
+            tNew.mIsExecutable = TarStream::isExecutable(tEntry);
+            tNew.mTime = pStream.timeOf(tEntry);
+            tNew.mSize = tEntry.mStat.st_size;
+            tNew.mHash = tFile->mHash;
+            tNew.mAt = tFile->mAt;
+            ++tFile;
+        }
+        tEntries.push_back(tNew);
+    }
+    return tEntries;
+}
 
 } // namespace
 
 Failure packFolder(FileSystem& pFileSystem, const QString& pFolder, const std::vector<FolderEntry>& pEntries,
-                   const QDateTime& pLatest, int pLevel, const QString& pArchive, PackResult* pTo)
+                   const PackOptions& pOptions, const QString& pArchive, PackResult* pTo)
 {
     Output tOutput(pFileSystem, pArchive);
     if (!tOutput.isOpen()) {
-        return Failure::fromErrno(errno, u"write %1"_s.arg(pArchive));
+        return tOutput.failure();
     }
-    Packer tPacker(pFileSystem, pFolder, pLatest);
-    bool tOk = tPacker.begin(&tOutput, pLevel);
-    for (size_t i = 0; tOk && i < pEntries.size(); ++i) {
-        tOk = tPacker.add(pEntries[i]);
-        pTo->mInstalledSize += S_ISREG(pEntries[i].mStat.st_mode) ? pEntries[i].mStat.st_size : 0;
+    TarStream tStream(pFileSystem, pFolder, pOptions.mLatest);
+    const Result<qint64> tFrameSize = chooseFrameSize(tStream, pEntries);
+    if (!tFrameSize) {
+        return tFrameSize.failure();
     }
-    if (!tOk || !tPacker.end()) {
-        return Failure::content(u"The package can't be created: %1"_s.arg(tPacker.problem()));
+    FramePacker tPacker(pOptions.mLevel, pOptions.mThreads,
+                        [&](const QByteArray& pPacked) { return tOutput.write(pPacked); });
+    Frames tFrames(*tFrameSize, &tPacker);
+    if (Failure tFailure = tStream.run(pEntries, &tFrames)) {
+        return tFailure;
     }
-    if (!tOutput.finish(pTo)) {
-        return Failure::fromErrno(errno, u"write %1"_s.arg(pArchive));
+    if (Failure tFailure = tFrames.flush()) {
+        return tFailure;
     }
-    return {};
+    if (Failure tFailure = tPacker.finish()) {
+        return tFailure;
+    }
+    pTo->mFrames = tPacker.frames();
+    pTo->mEntries = indexEntries(tStream, pEntries, tFrames.files());
+    for (const trees::IndexEntry& tEntry : pTo->mEntries) {
+        pTo->mInstalledSize += tEntry.mSize;
+    }
+    return tOutput.finish(pTo);
 }
 
 } // namespace tarn::vkpublish

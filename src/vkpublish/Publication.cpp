@@ -204,7 +204,9 @@ QSet<QString> Publication::referencedFiles() const
         tPaths.append(versionedPath(mRepository, tRole, tFile.mMeta["version"_L1].toInteger()));
     }
     for (const QString& tName : tRecord.mTargets.keys()) {
-        tPaths.append(targetPath(mRepository, tName, tRecord.mTargets[tName].toObject()));
+        const QJsonObject tTarget = tRecord.mTargets[tName].toObject();
+        tPaths.append(targetPath(mRepository, tName, tTarget));
+        tPaths.append(sidePaths(mRepository, tTarget));
     }
     QSet<QString> tFiles;
     for (const QString& tPath : tPaths) {

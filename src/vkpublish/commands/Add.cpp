@@ -6,7 +6,10 @@
 #include "Packer.h"
 
 #include "os/FileSystem.h"
+#include "os/FileTools.h"
 #include "packages/PackageInfo.h"
+#include "trees/IndexWriter.h"
+#include "tuf/Hashes.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -14,6 +17,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -41,7 +45,7 @@ void declare(CommandLine* pLine)
                      u"PATH"_s);
     pLine->addOption(u"report"_s, u"What is new, for the install log, in one language; may be repeated"_s,
                      u"LANG=TEXT"_s);
-    pLine->addOption(u"level"_s, u"Compression level, 1 to 19"_s, u"LEVEL"_s, u"9"_s);
+    pLine->addOption(u"level"_s, u"Compression level, 1 to 19"_s, u"LEVEL"_s, u"19"_s);
     pLine->addOption(u"replace"_s, u"Replace the same version"_s);
 }
 
@@ -135,14 +139,37 @@ QJsonObject targetOf(const PackResult& pPacked, const PackageInfo& pInfo)
     return QJsonObject{{u"length"_s, pPacked.mLength}, {u"hashes"_s, tHashes}, {u"custom"_s, pInfo.toJson()}};
 }
 
+packages::SideFile sideFile(QByteArrayView pBytes)
+{
+    tuf::Hasher tHasher(tuf::HashAlgorithm::Sha256);
+    tHasher.add(pBytes);
+    return {.mLength = pBytes.size(), .mHash = tHasher.result().front()};
+}
+
+// Writes the index of what was packed beside the archive.
+Failure writeIndex(const QString& pRepository, const PackResult& pPacked, PackageInfo* pInfo)
+{
+    const QByteArray tText = trees::indexText(pPacked.mFrames, pPacked.mEntries);
+    const QByteArray tFile = trees::packIndex(tText);
+    const packages::SideFile tName = sideFile(tText);
+    pInfo->mIndex = packages::IndexFile{.mFile = sideFile(tFile),
+                                        .mText = {.mHash = tName.mHash, .mLength = tName.mLength}};
+    return os::replaceFile(os::realFileSystem(), targetsFolder(pRepository) + u'/' + pInfo->mIndex->name(),
+                           tFile, 0644);
+}
+
 // Clients accept the same version again only with a later date. Sets one in the target if it differs from
-// pOld; an empty pOld is not a target.
+// pOld; an empty pOld is not a target. The same package keeps the deltas that lead to it.
 void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTarget)
 {
     PackageInfo tOld;
     QString tReason;
-    if (*pTarget == pOld || !PackageInfo::fromJson(pOld["custom"_L1].toObject(), &tOld, &tReason) ||
+    if (!PackageInfo::fromJson(pOld["custom"_L1].toObject(), &tOld, &tReason) ||
         pInfo->mVersion > tOld.mVersion) {
+        return;
+    }
+    if (withoutDeltas(*pTarget) == withoutDeltas(pOld)) {
+        *pTarget = pOld;
         return;
     }
     pInfo->mVersion = vkcore::EnhVersion(pInfo->mVersion.version(), tOld.mVersion.date().addSecs(1));
@@ -171,11 +198,17 @@ Failure add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pR
     warnOfScripts(pInfo, pLine.argument(1));
     PackResult tPacked;
     const QString tUnnamed = u"%1/.%2.new"_s.arg(targetsFolder(pLine.repository()), tName);
-    if (Failure tFailure = packFolder(tFileSystem, pLine.argument(1), tEntries, pInfo.mVersion.date(), pLevel,
-                                      tUnnamed, &tPacked)) {
+    const PackOptions tOptions{.mLatest = pInfo.mVersion.date(),
+                               .mLevel = pLevel,
+                               .mThreads = static_cast<int>(std::thread::hardware_concurrency())};
+    if (Failure tFailure =
+            packFolder(tFileSystem, pLine.argument(1), tEntries, tOptions, tUnnamed, &tPacked)) {
         return tFailure;
     }
     pInfo.mInstalledSize = tPacked.mInstalledSize;
+    if (Failure tFailure = writeIndex(pLine.repository(), tPacked, &pInfo)) {
+        return tFailure;
+    }
     QJsonObject tTarget = targetOf(tPacked, pInfo);
     const QDateTime tDate = pInfo.mVersion.date();
     makeNewerThan(tKeys.mRecord.mTargets.value(tName).toObject(), &pInfo, &tTarget);

@@ -45,13 +45,15 @@ protected:
         mResult = PackResult();
         tarn::Failure tFailure = scanFolder(mDir.filePath(q("f")), &tEntries);
         if (!tFailure) {
-            tFailure = packFolder(pFileSystem, mDir.filePath(q("f")), tEntries, pLatest, 3,
+            tFailure = packFolder(pFileSystem, mDir.filePath(q("f")), tEntries,
+                                  {.mLatest = pLatest, .mLevel = 3, .mThreads = mThreads},
                                   mDir.filePath(q("archive")), &mResult);
         }
         return tFailure.mText;
     }
 
     QTemporaryDir mDir;
+    int mThreads = 2;
     PackResult mResult;
 };
 
