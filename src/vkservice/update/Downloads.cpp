@@ -1,7 +1,7 @@
 #include "update/Downloads.h"
 
 #include "os/AbortFlag.h"
-#include "update/ArchiveFile.h"
+#include "update/DownloadFile.h"
 #include "update/FailurePolicy.h"
 #include "update/FreeSpace.h"
 #include "update/Plan.h"
@@ -30,12 +30,13 @@ QString packageLabel(const Offer& pOffer)
 
 struct Downloads::Item
 {
-    PlannedPackage* mPackage;
-    std::unique_ptr<ArchiveFile> mArchive;
+    Download* mDownload;
+    std::unique_ptr<DownloadFile> mFile;
     bool mHashed = false; // every byte of it went through the hash in this run
     bool mResumed = false;
 
-    Failure& failure() { return mPackage->mFailure; }
+    Failure& failure() { return mDownload->mFailure; }
+    qint64 length() const { return mDownload->mWanted.mLength; }
 };
 
 Downloads::Downloads(os::FileSystem& pFileSystem, const QString& pStateDir, Reporter& pReporter,
@@ -52,7 +53,12 @@ Failure Downloads::open()
 
 QString Downloads::pathOf(const Offer& pOffer) const
 {
-    return mFolder.pathOf(ArchiveFile::nameOf(pOffer.mTarget));
+    return mFolder.pathOf(Wanted::nameOf(pOffer.mTarget));
+}
+
+bool Downloads::isComplete(const Wanted& pWanted) const
+{
+    return mFolder.sizeOf(pWanted.mName) == pWanted.mLength;
 }
 
 qint64 Downloads::bytesToCome(const Plan& pPlan) const
@@ -60,9 +66,9 @@ qint64 Downloads::bytesToCome(const Plan& pPlan) const
     qint64 tBytes = 0;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         if (!tPackage.mFailure) {
-            const Offer& tOffer = tPackage.mOffer;
-            const ArchiveFile tArchive(mFileSystem, mFolder, tOffer.mTarget);
-            addBytes(&tBytes, qMax<qint64>(0, tOffer.mTarget.mLength - tArchive.onDisk()));
+            const tuf::TargetFile& tTarget = tPackage.mOffer.mTarget;
+            const qint64 tOnDisk = mFolder.sizeOf(Wanted::nameOf(tTarget));
+            addBytes(&tBytes, qMax<qint64>(0, tTarget.mLength - tOnDisk));
         }
     }
     return tBytes;
@@ -70,28 +76,44 @@ qint64 Downloads::bytesToCome(const Plan& pPlan) const
 
 Failure Downloads::fetch(Source& pSource, Plan* pPlan)
 {
-    Items tItems;
-    // Packages with the same contents share one archive, which is downloaded once.
-    QHash<QByteArray, PlannedPackage*> tFirsts;
-    QList<std::pair<PlannedPackage*, PlannedPackage*>> tTwins;
+    std::vector<Download> tDownloads;
+    std::vector<PlannedPackage*> tPackages;
     for (PlannedPackage& tPackage : pPlan->mPackages) {
-        if (tPackage.mFailure) {
-            continue;
+        if (!tPackage.mFailure) {
+            const Offer& tOffer = tPackage.mOffer;
+            tDownloads.push_back({Wanted::archive(tOffer.mTarget), packageLabel(tOffer), {}});
+            tPackages.push_back(&tPackage);
         }
-        const tuf::TargetFile& tTarget = tPackage.mOffer.mTarget;
-        PlannedPackage*& tFirst = tFirsts[ArchiveFile::nameOf(tTarget)];
-        if (tFirst != nullptr) {
-            tTwins.emplaceBack(&tPackage, tFirst);
-            continue;
-        }
-        tFirst = &tPackage;
-        tItems.push_back({&tPackage, std::make_unique<ArchiveFile>(mFileSystem, mFolder, tTarget)});
     }
-    const Failure tFailure = fetch(pSource, &tItems);
+    Failure tFailure = fetch(pSource, &tDownloads);
+    for (size_t tIndex = 0; tIndex < tDownloads.size(); ++tIndex) {
+        tPackages[tIndex]->mFailure = tDownloads[tIndex].mFailure;
+    }
+    return tFailure;
+}
+
+Failure Downloads::fetch(Source& pSource, std::vector<Download>* pDownloads)
+{
+    Items tItems;
+    // Packages with the same contents share their files.
+    QHash<QByteArray, Download*> tFirsts;
+    QList<std::pair<Download*, Download*>> tTwins;
+    for (Download& tDownload : *pDownloads) {
+        Download*& tFirst = tFirsts[tDownload.mWanted.mName];
+        if (tFirst != nullptr) {
+            tTwins.emplaceBack(&tDownload, tFirst);
+            continue;
+        }
+        tFirst = &tDownload;
+        tItems.push_back(
+            {&tDownload, std::make_unique<DownloadFile>(mFileSystem, mFolder, tDownload.mWanted)});
+    }
+    Failure tFailure = fetch(pSource, &tItems);
     for (const auto& [tTwin, tFirst] : tTwins) {
-        const bool tIsSame = tTwin->mOffer.mTarget.mLength == tFirst->mOffer.mTarget.mLength &&
-                             tTwin->mOffer.mTarget.mHashes == tFirst->mOffer.mTarget.mHashes;
-        tTwin->mFailure = tIsSame ? tFirst->mFailure : notTheSigned(tTwin->mOffer.mTarget);
+        const bool tIsSame = tTwin->mWanted.mLength == tFirst->mWanted.mLength &&
+                             tTwin->mWanted.mPieces == tFirst->mWanted.mPieces;
+        tTwin->mFailure = tIsSame ? tFirst->mFailure : tTwin->mWanted.notTheSigned();
+        tTwin->mHasNoParts = tIsSame && tFirst->mHasNoParts;
     }
     return tFailure;
 }
@@ -112,7 +134,7 @@ Failure Downloads::fetch(Source& pSource, Items* pItems)
     Items tAgain;
     for (Item* tItem : tSpoiled) {
         tItem->failure() = Failure();
-        tAgain.push_back({tItem->mPackage, std::move(tItem->mArchive)});
+        tAgain.push_back({tItem->mDownload, std::move(tItem->mFile)});
     }
     if (const Failure tFailure = download(pSource, &tAgain)) {
         return tFailure;
@@ -124,25 +146,26 @@ Failure Downloads::download(Source& pSource, Items* pItems)
 {
     qint64 tTotal = 0;
     for (const Item& tItem : *pItems) {
-        tTotal += tItem.mPackage->mOffer.mTarget.mLength;
+        tTotal += tItem.length();
     }
     mReporter.begin(vkcore::ActivityDownloading, true, tTotal, true);
     const auto tAdvance = [this](qint64 pBytes) { mReporter.advance(pBytes); };
 
     std::vector<std::pair<Item*, Transfer>> tTransfers;
     for (Item& tItem : *pItems) {
-        if (tItem.mArchive->isComplete()) {
-            tAdvance(tItem.mArchive->maxLength());
+        if (tItem.mFile->isComplete()) {
+            tAdvance(tItem.mFile->maxLength());
             continue;
         }
-        if (const Failure tFailure = tItem.mArchive->open(mAbort, tAdvance)) {
+        if (const Failure tFailure = tItem.mFile->open(mAbort, tAdvance)) {
             return tFailure;
         }
         tItem.mHashed = true;
-        tItem.mResumed = tItem.mArchive->received() > 0;
-        tItem.mArchive->setProgress(tAdvance);
-        const QString tPath = sTargetsFolder + tItem.mPackage->mOffer.mTarget.mFetchPath;
-        tTransfers.push_back({&tItem, {tPath, tItem.mArchive.get(), {}, {}, false, {}}});
+        tItem.mResumed = tItem.mFile->received() > 0;
+        tItem.mFile->setProgress(tAdvance);
+        const Wanted& tWanted = tItem.mDownload->mWanted;
+        const QString tPath = sTargetsFolder + tWanted.mFetchPath;
+        tTransfers.push_back({&tItem, {tPath, tItem.mFile.get(), {}, {}, false, {}, tWanted.mPart}});
     }
     QList<Transfer*> tToDo;
     for (auto& tPair : tTransfers) {
@@ -154,12 +177,13 @@ Failure Downloads::download(Source& pSource, Items* pItems)
     }
     Failure tFirst;
     for (auto& [tItem, tTransfer] : tTransfers) {
-        Failure tFailure = tItem->mArchive->close();
+        Failure tFailure = tItem->mFile->close();
         tFailure = tTransfer.mFailure ? tTransfer.mFailure : tFailure;
         if (tFailure && !isServersFault(tFailure)) {
             tFirst = tFirst ? tFirst : tFailure;
         }
         tItem->failure() = tFailure;
+        tItem->mDownload->mHasNoParts = tTransfer.mHasNoParts;
     }
     return mAbort.isSet() ? Failure::canceled() : tFirst;
 }
@@ -168,28 +192,28 @@ Failure Downloads::verify(Items* pItems, std::vector<Item*>* pSpoiled)
 {
     qint64 tTotal = 0;
     for (const Item& tItem : *pItems) {
-        tTotal += tItem.mHashed ? 0 : tItem.mPackage->mOffer.mTarget.mLength;
+        tTotal += tItem.mHashed ? 0 : tItem.length();
     }
     mReporter.begin(vkcore::ActivityVerifying, true, tTotal, true);
     pSpoiled->clear();
     int tIndex = 0;
     for (Item& tItem : *pItems) {
-        mReporter.atPackage(++tIndex, static_cast<int>(pItems->size()), packageLabel(tItem.mPackage->mOffer));
+        mReporter.atPackage(++tIndex, static_cast<int>(pItems->size()), tItem.mDownload->mLabel);
         if (tItem.failure()) {
             if (tItem.failure().mKind == Failure::Kind::Untrusted) {
-                (void)tItem.mArchive->discard(); // it has already failed
+                (void)tItem.mFile->discard(); // it has already failed
             }
             continue;
         }
         if (!tItem.mHashed) {
             tItem.mResumed = true;
             const auto tAdvance = [this](qint64 pBytes) { mReporter.advance(pBytes); };
-            if (const Failure tFailure = tItem.mArchive->open(mAbort, tAdvance)) {
+            if (const Failure tFailure = tItem.mFile->open(mAbort, tAdvance)) {
                 return tFailure;
             }
-            (void)tItem.mArchive->close(); // nothing was written
+            (void)tItem.mFile->close(); // nothing was written
         }
-        tItem.failure() = tItem.mArchive->verify();
+        tItem.failure() = tItem.mFile->verify();
         if (tItem.failure() && !isServersFault(tItem.failure())) {
             return tItem.failure();
         }
@@ -200,36 +224,56 @@ Failure Downloads::verify(Items* pItems, std::vector<Item*>* pSpoiled)
     return mAbort.isSet() ? Failure::canceled() : Failure();
 }
 
+namespace {
+
+// The names of all files that a package may be downloaded as, without those of their parts.
+QSet<QByteArray> namesFor(const Offer& pOffer)
+{
+    QSet<QByteArray> tNames{Wanted::nameOf(pOffer.mTarget)};
+    if (pOffer.mInfo.mIndex) {
+        tNames.insert(pOffer.mInfo.mIndex->mFile.mHash.toHex());
+    }
+    for (const packages::DeltaFile& tDelta : pOffer.mInfo.mDeltas) {
+        tNames.insert(tDelta.mFile.mHash.toHex());
+    }
+    return tNames;
+}
+
+} // namespace
+
 void Downloads::remove(const Plan& pPlan)
 {
+    QSet<QByteArray> tDone;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         if (!tPackage.mFailure) {
-            // A leftover file only takes space, and the next run tries again.
-            (void)mFolder.remove(ArchiveFile::nameOf(tPackage.mOffer.mTarget));
+            tDone += namesFor(tPackage.mOffer);
         }
     }
+    removeIf([&tDone](const QByteArray& pWhole) { return tDone.contains(pWhole); });
 }
 
 void Downloads::clear()
 {
-    removeAllBut({});
+    removeIf([](const QByteArray&) { return true; });
 }
 
 void Downloads::keep(const Plan& pPlan)
 {
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
-        mKept.insert(ArchiveFile::nameOf(tPackage.mOffer.mTarget));
+        mKept += namesFor(tPackage.mOffer);
     }
-    removeAllBut(mKept);
+    removeIf([this](const QByteArray& pWhole) { return !mKept.contains(pWhole); });
 }
 
-// Files with other names were not created by this class.
-void Downloads::removeAllBut(const QSet<QByteArray>& pKept)
+// Files with other names were not created by this class. What is left only takes space, and the next run
+// tries again.
+void Downloads::removeIf(const std::function<bool(const QByteArray&)>& pCondition)
 {
     const QList<QByteArray> tNames = mFolder.names();
     for (const QByteArray& tName : tNames) {
-        if (!pKept.contains(tName) && tuf::Hash::fromHex(QString::fromLatin1(tName))) {
-            (void)mFolder.remove(tName); // it only takes space, and the next run tries again
+        const QByteArray tWhole = Wanted::wholeOf(tName);
+        if (!tWhole.isEmpty() && pCondition(tWhole)) {
+            (void)mFolder.remove(tName);
         }
     }
 }

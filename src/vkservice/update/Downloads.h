@@ -2,9 +2,11 @@
 
 #include "internal/Failure.h"
 #include "os/PrivateFolder.h"
+#include "update/DownloadFile.h"
 
 #include <QtCore/QSet>
 
+#include <functional>
 #include <vector>
 
 namespace tarn::os {
@@ -13,14 +15,21 @@ class AbortFlag;
 
 namespace tarn::vkservice::update {
 
-class ArchiveFile;
 class Reporter;
-class Source;
 struct Offer;
 struct Plan;
 
-// The archives of a plan, in the folder of downloads. Uses what an earlier run or another server left there,
-// and removes what cannot be verified.
+// Something to download, and what came of it.
+struct Download
+{
+    Wanted mWanted;
+    QString mLabel; // of its package
+    Failure mFailure;
+    bool mHasNoParts = false; // the failure is that the server only sends whole files
+};
+
+// What a run downloads, in a folder. Uses what an earlier run or another server left there, and removes what
+// cannot be verified.
 class Downloads
 {
 public:
@@ -30,17 +39,21 @@ public:
     Failure open();
     const QString& folder() const { return mFolder.path(); }
     QString pathOf(const Offer& pOffer) const;
-    // Removes the archives that are neither in this plan nor in an earlier one of this object.
+    QString pathOf(const Wanted& pWanted) const { return mFolder.pathOf(pWanted.mName); }
+    // Removes what belongs neither to this plan nor to an earlier one of this object.
     void keep(const Plan& pPlan);
     qint64 bytesToCome(const Plan& pPlan) const;
 
     // Gets and verifies the archive of each package that has not failed yet, and stores a failure in each
     // package that fails now. The return value is a failure of this machine or an abort, and ends the run.
     Failure fetch(Source& pSource, Plan* pPlan);
+    // The same for any files. What comes twice is downloaded once.
+    Failure fetch(Source& pSource, std::vector<Download>* pDownloads);
+    bool isComplete(const Wanted& pWanted) const;
 
-    // Removes the archives of the packages that have not failed.
+    // Removes what belongs to the packages that have not failed.
     void remove(const Plan& pPlan);
-    // Removes all archives.
+    // Removes everything.
     void clear();
 
 private:
@@ -49,7 +62,7 @@ private:
 
     Failure fetch(Source& pSource, Items* pItems);
     Failure download(Source& pSource, Items* pItems);
-    void removeAllBut(const QSet<QByteArray>& pKept);
+    void removeIf(const std::function<bool(const QByteArray&)>& pCondition);
     Failure verify(Items* pItems, std::vector<Item*>* pSpoiled);
 
     os::FileSystem& mFileSystem;

@@ -11,7 +11,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -20,7 +22,7 @@ namespace tarn::vkservice::update {
 
 namespace {
 
-constexpr size_t sBlockSize = 1024 * 1024;
+constexpr qint64 sBlockSize = 1024 * 1024;
 
 } // namespace
 
@@ -34,7 +36,7 @@ void FileSource::run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pA
     for (Transfer* tTransfer : pTransfers) {
         const QByteArray tBelow = QByteArray::fromPercentEncoding(tTransfer->mPath.toUtf8());
         const QString tPath = mFolder + u'/' + QString::fromUtf8(tBelow);
-        tTransfer->mFailure = copy(tPath, *tTransfer->mSink, pAbort);
+        tTransfer->mFailure = copy(tPath, *tTransfer, pAbort);
     }
 }
 
@@ -46,8 +48,9 @@ Failure FileSource::openFailed(int pErrno, const QString& pPath) const
     return {tNotFound ? Failure::Kind::NotFound : Failure::Kind::Unreachable, tText};
 }
 
-Failure FileSource::copy(const QString& pPath, Sink& pSink, const os::AbortFlag& pAbort)
+Failure FileSource::copy(const QString& pPath, const Transfer& pTransfer, const os::AbortFlag& pAbort)
 {
+    Sink& tSink = *pTransfer.mSink;
     // Non-blocking: a pipe in place of the file must not block the run.
     os::Descriptor tFile(mFileSystem, mFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_NONBLOCK));
     struct stat tStat;
@@ -57,7 +60,14 @@ Failure FileSource::copy(const QString& pPath, Sink& pSink, const os::AbortFlag&
     if (!S_ISREG(tStat.st_mode)) {
         return {Failure::Kind::NotFound, u"%1 is not a regular file"_s.arg(pPath)};
     }
-    if (::lseek(tFile.fd(), pSink.received(), SEEK_SET) < 0) {
+    if (pTransfer.mPart && tStat.st_size != pTransfer.mPart->mFileLength) {
+        return {Failure::Kind::Unreachable, u"%1 has another length than expected"_s.arg(pPath)};
+    }
+    const qint64 tFirst = pTransfer.mPart ? pTransfer.mPart->mFirst : 0;
+    // A whole file is read to its end, wherever that is: its sink notices one that is too long.
+    constexpr qint64 sToTheEnd = std::numeric_limits<qint64>::max();
+    qint64 tLeft = pTransfer.mPart ? tSink.maxLength() - tSink.received() : sToTheEnd;
+    if (::lseek(tFile.fd(), tFirst + tSink.received(), SEEK_SET) < 0) {
         return openFailed(errno, pPath);
     }
     const auto tBuffer = std::make_unique<char[]>(sBlockSize);
@@ -65,9 +75,10 @@ Failure FileSource::copy(const QString& pPath, Sink& pSink, const os::AbortFlag&
         if (pAbort.isSet()) {
             return Failure::canceled();
         }
-        const ssize_t tGot = mFileSystem.read(tFile.fd(), tBuffer.get(), sBlockSize);
+        const size_t tMost = static_cast<size_t>(std::min<qint64>(tLeft, sBlockSize));
+        const ssize_t tGot = tMost == 0 ? 0 : mFileSystem.read(tFile.fd(), tBuffer.get(), tMost);
         if (tGot == 0) {
-            return {};
+            return {}; // what is missing is found when the file is verified
         }
         if (tGot < 0 && errno == EINTR) {
             continue;
@@ -75,9 +86,10 @@ Failure FileSource::copy(const QString& pPath, Sink& pSink, const os::AbortFlag&
         if (tGot < 0) {
             return openFailed(errno, pPath);
         }
-        if (const Failure tFailure = pSink.write(QByteArrayView(tBuffer.get(), tGot))) {
+        if (const Failure tFailure = tSink.write(QByteArrayView(tBuffer.get(), tGot))) {
             return tFailure;
         }
+        tLeft -= tGot;
     }
 }
 

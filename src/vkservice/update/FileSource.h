@@ -13,7 +13,7 @@ public:
     void run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pAbort) override;
 
 private:
-    Failure copy(const QString& pPath, Sink& pSink, const os::AbortFlag& pAbort);
+    Failure copy(const QString& pPath, const Transfer& pTransfer, const os::AbortFlag& pAbort);
     Failure openFailed(int pErrno, const QString& pPath) const;
 
     os::FileSystem& mFileSystem;

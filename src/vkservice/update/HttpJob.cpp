@@ -115,8 +115,10 @@ bool HttpJob::begin(CURLM* pMulti)
     if (!tSink.isResumable()) {
         curl_easy_setopt(mHandle, CURLOPT_TIMEOUT, static_cast<long>(mSettings.mPatience.mSmallFileSeconds));
     }
-    if (mOffset > 0) {
-        curl_easy_setopt(mHandle, CURLOPT_RANGE, (QByteArray::number(mOffset) + '-').constData());
+    if (const QByteArray tRange = rangeToAsk(); !tRange.isEmpty()) {
+        curl_easy_setopt(mHandle, CURLOPT_RANGE, tRange.constData());
+        // The parts of a file share a connection, if the server can do that.
+        curl_easy_setopt(mHandle, CURLOPT_PIPEWAIT, 1L);
     }
     if (!mTransfer.mKnown.mEtag.isEmpty()) {
         mHeaders = curl_slist_append(mHeaders, ("If-None-Match: " + mTransfer.mKnown.mEtag).constData());
@@ -142,7 +144,7 @@ size_t HttpJob::take(QByteArrayView pData)
         mBodyBegun = true;
         mBodyTaken = takesBody();
     }
-    if (mSinkFailure || mRangeWrong) {
+    if (mSinkFailure || mRangeWrong || mTransfer.mHasNoParts) {
         return 0;
     }
     if (mBodyTaken) {
@@ -165,9 +167,24 @@ void HttpJob::resume()
     curl_easy_pause(mHandle, CURLPAUSE_CONT);
 }
 
+// Empty: all of the file.
+QByteArray HttpJob::rangeToAsk() const
+{
+    if (isPart()) {
+        const qint64 tFirst = mTransfer.mPart->mFirst;
+        return QByteArray::number(tFirst + mOffset) + '-' +
+               QByteArray::number(tFirst + mTransfer.mSink->maxLength() - 1);
+    }
+    return mOffset > 0 ? QByteArray::number(mOffset) + '-' : QByteArray();
+}
+
 bool HttpJob::takesBody()
 {
     const long tStatus = status();
+    if (tStatus == sOk && isPart()) {
+        mTransfer.mHasNoParts = true;
+        return false;
+    }
     if (tStatus == sOk && mOffset > 0) {
         mSinkFailure = restartSink(); // a server without support for ranges sends the complete file
     }
@@ -177,10 +194,14 @@ bool HttpJob::takesBody()
 
 bool HttpJob::rangeIsRight() const
 {
-    const QByteArray tExpected = QByteArrayLiteral("bytes ") + QByteArray::number(mOffset) + '-' +
-                                 QByteArray::number(mTransfer.mSink->maxLength() - 1) + '/' +
-                                 QByteArray::number(mTransfer.mSink->maxLength());
-    return mOffset > 0 && header("Content-Range") == tExpected;
+    const qint64 tLength = mTransfer.mSink->maxLength();
+    const FilePart tPart = mTransfer.mPart.value_or(FilePart{0, tLength});
+    const QByteArray tExpected = QByteArrayLiteral("bytes ") + QByteArray::number(tPart.mFirst + mOffset) +
+                                 '-' + QByteArray::number(tPart.mFirst + tLength - 1) + '/' +
+                                 QByteArray::number(tPart.mFileLength);
+    const QByteArray tEncoding = header("Content-Encoding");
+    return (mOffset > 0 || isPart()) && header("Content-Range") == tExpected &&
+           (tEncoding.isEmpty() || tEncoding == "identity");
 }
 
 QByteArray HttpJob::header(const char* pName) const
@@ -216,8 +237,19 @@ void HttpJob::giveUp(const QString& pWhy)
     finish();
 }
 
+void HttpJob::refusePart()
+{
+    mTransfer.mHasNoParts = true;
+    fail(Failure::Kind::Unreachable, u"the server does not send parts of files"_s);
+    finish();
+}
+
 bool HttpJob::judge(CURLcode pResult, long pStatus)
 {
+    if (isPart() && pStatus == sOk) {
+        refusePart();
+        return true;
+    }
     if (mSinkFailure) {
         mTransfer.mFailure = mSinkFailure;
         return true;
@@ -245,6 +277,9 @@ bool HttpJob::judge(CURLcode pResult, long pStatus)
     mTransfer.mNotModified = pStatus == sNotModified && !mTransfer.mKnown.isEmpty();
     if (pStatus != sOk && pStatus != sPartial && !mTransfer.mNotModified) {
         return fail(Failure::Kind::Unreachable, statusText(pStatus));
+    }
+    if (isPart() && mTransfer.mSink->received() != mTransfer.mSink->maxLength()) {
+        return retryOrFail(Failure::Kind::Unreachable, u"the server sent less than requested"_s);
     }
     mTransfer.mValidators = validators();
     return true;

@@ -8,7 +8,7 @@
 
 namespace tarn::vkservice::update {
 
-// One file over https, with retries. Runs on a curl multi handle that the caller drives.
+// One file, or a part of it, over https, with retries. Runs on a curl multi handle that the caller drives.
 class HttpJob
 {
 public:
@@ -33,11 +33,16 @@ public:
     void cancel();
     // Fails the file because of the server, even if attempts remain.
     void giveUp(const QString& pWhy);
+    bool isPart() const { return mTransfer.mPart.has_value(); }
+    bool hasNoParts() const { return mTransfer.mHasNoParts; }
+    // Fails a part because the server only sends whole files.
+    void refusePart();
 
 private:
     static size_t onData(char* pData, size_t pOne, size_t pSize, void* pSelf);
     size_t take(QByteArrayView pData);
     bool takesBody();
+    QByteArray rangeToAsk() const;
     bool rangeIsRight() const;
     QByteArray header(const char* pName) const;
     Validators validators() const;
@@ -64,7 +69,7 @@ private:
     qint64 mFurthest;
 
     // State of the current attempt.
-    qint64 mOffset = 0;  // the position that the request asked for
+    qint64 mOffset = 0;  // the position that the request asked for, in what the sink gets
     qint64 mIgnored = 0; // bytes of an answer that is not the file
     bool mPaused = false;
     bool mBodyBegun = false;

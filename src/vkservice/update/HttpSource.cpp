@@ -79,6 +79,11 @@ private:
         int tWait = sLongestWaitMs;
         for (auto tIt = mWaiting.begin(); tIt != mWaiting.end();) {
             const auto tJob = tIt++;
+            if (mHasNoParts && (*tJob)->isPart()) {
+                (*tJob)->refusePart();
+                mWaiting.erase(tJob);
+                continue;
+            }
             if (mActive.size() >= static_cast<size_t>(mSettings.mParallel)) {
                 break;
             }
@@ -145,6 +150,7 @@ private:
             const auto tJob = std::find_if(mActive.begin(), mActive.end(),
                                            [tHandle](const auto& pJob) { return pJob->handle() == tHandle; });
             if ((*tJob)->end(tResult)) {
+                mHasNoParts = mHasNoParts || (*tJob)->hasNoParts();
                 mActive.erase(tJob);
             } else {
                 mWaiting.splice(mWaiting.end(), mActive, tJob);
@@ -161,6 +167,7 @@ private:
     Clock::time_point mDeadline;
     JobList mWaiting;
     JobList mActive;
+    bool mHasNoParts = false; // the server has said so
 };
 
 HttpSource::HttpSource(const ServerAccess& pServer, const RunRequest& pRequest)

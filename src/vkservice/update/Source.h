@@ -7,6 +7,7 @@
 #include <QtCore/QString>
 
 #include <memory>
+#include <optional>
 
 namespace tarn::os {
 class AbortFlag;
@@ -28,7 +29,14 @@ struct Validators
     bool isEmpty() const { return mEtag.isEmpty() && mLastModified.isEmpty(); }
 };
 
-// One file to get.
+// A stretch of a file on a server, as long as the maxLength() of its sink.
+struct FilePart
+{
+    qint64 mFirst = 0;
+    qint64 mFileLength = 0; // of the whole file
+};
+
+// One file to get, or a part of it.
 struct Transfer
 {
     QString mPath; // below the server's address, percent-encoded
@@ -39,6 +47,9 @@ struct Transfer
     Failure mFailure;
     bool mNotModified = false;
     Validators mValidators;
+
+    std::optional<FilePart> mPart = std::nullopt; // none: the whole file
+    bool mHasNoParts = false; // a result, with a failure: the server only sends whole files
 };
 
 // A server, with any protocol. For one thread at a time.

@@ -110,12 +110,14 @@ TEST_F(DownloadsTest, KeepsNoDownloadsThatNoPlanNames)
     const QString tFile = mTargets.value(q("lib"));
     const QString tPart = QFileInfo(tFile).fileName().section(u'.', 0, 0);
     const QDir tDownloads(mMachine.path(q("state/downloads")));
-    for (const QString& tName : {tPart, QString(64, u'0'), QString(128, u'0'), q("notes")}) {
+    const QString tFrames = tPart + q(".7-12");
+    for (const QString& tName :
+         {tPart, tFrames, QString(64, u'0'), QString(128, u'0'), QString(64, u'0') + q(".1-2"), q("notes")}) {
         writeFile(tDownloads.filePath(tName), readFile(tFile).first(10));
     }
     QFile::remove(tFile);
     run(ResultInstallFailed);
     const QString tApp = QFileInfo(mTargets.value(q("app"))).fileName().section(u'.', 0, 0);
     const QStringList tNames = tDownloads.entryList(QDir::Files);
-    EXPECT_EQ(QSet<QString>(tNames.begin(), tNames.end()), (QSet<QString>{tApp, tPart, q("notes")}));
+    EXPECT_EQ(QSet<QString>(tNames.begin(), tNames.end()), (QSet<QString>{tApp, tPart, tFrames, q("notes")}));
 }

@@ -6,8 +6,11 @@
 #include "UpdateFixture.h"
 
 #include "os/AbortFlag.h"
+#include "trees/FrameTable.h"
+#include "update/Downloads.h"
 #include "update/HttpSource.h"
 #include "update/OsProxy.h"
+#include "update/Reporter.h"
 #include "update/Sink.h"
 
 using namespace tarn;
@@ -205,6 +208,114 @@ TEST_F(HttpsTest, GoesOnWithAPartOfAFile)
         EXPECT_EQ(text(tServer.requests().filter(libPath())), tRequests.arg(libPath()).toStdString());
         expectInstalled();
     }
+}
+
+namespace {
+
+// Downloads frames of the library's archive: pieces of 1000 bytes, for this purpose.
+class FramesTest : public HttpsTest
+{
+protected:
+    FramesTest()
+    {
+        mArchive = readFile(mTargets.value(q("lib")));
+        mTarget = {q("lib"), mArchive.size(), {hash(mArchive)}, {}, libPath().section(u'/', 2), {}, 0};
+        for (qsizetype tAt = 0; tAt + 1000 <= mArchive.size(); tAt += 1000) {
+            mFrames.append({1000, 1000, hash(mArchive.sliced(tAt, 1000))});
+        }
+    }
+
+    static tuf::Hash hash(const QByteArray& pBytes) { return *tuf::Hash::fromHex(q(tuf::sha256(pBytes))); }
+    // Frames 2 to 5, 10 to 12 and 20 from this server.
+    std::vector<Download> fetch(const QString& pUri)
+    {
+        std::vector<Download> tDownloads;
+        for (const auto& [tFirst, tCount] : {std::pair(2, 4), {10, 3}, {20, 1}}) {
+            tDownloads.push_back({Wanted::frames(mTarget, mFrames, tFirst, tCount), {}, {}});
+        }
+        mMachine.setServers({pUri});
+        QString tReason;
+        const auto tSource = makeSource(mMachine.request().mServers.first(), mMachine.request(),
+                                        os::realFileSystem(), &tReason);
+        const os::AbortFlag tAbort;
+        Reporter tReporter([](ServiceActivity) {}, [](int, const QString&, const QString&) {},
+                           [](int, const QString&, const QString&) {});
+        Downloads tFolder(os::realFileSystem(), mMachine.path(q("state")), tReporter, tAbort);
+        EXPECT_FALSE(tFolder.open());
+        EXPECT_FALSE(tFolder.fetch(*tSource, &tDownloads));
+        for (const Download& tDownload : tDownloads) {
+            const QByteArray tGot = readFile(tFolder.pathOf(tDownload.mWanted));
+            const qint64 tFirst = tDownload.mWanted.mPart->mFirst;
+            EXPECT_TRUE(tDownload.mFailure || tGot == mArchive.mid(tFirst, tDownload.mWanted.mLength));
+        }
+        return tDownloads;
+    }
+
+    QByteArray mArchive;
+    tuf::TargetFile mTarget;
+    trees::FrameTable mFrames;
+};
+
+} // namespace
+
+TEST_F(FramesTest, ComeFromServersThatSendThem)
+{
+    const QByteArray tTarget = libPath().toUtf8();
+    const std::tuple<const char*, QByteArray, Failure::Kind, QString, int> tCases[] = {
+        {"right", "", Failure::Kind::None, q("206"), 3},
+        {"goes on with a part", "1", Failure::Kind::None, q("206"), 3},
+        {"goes on with a spoiled part", "2", Failure::Kind::None, q("206"), 4},
+        {"no ranges", "max_ranges 0;", Failure::Kind::Unreachable, q("200"), 1},
+        {"another range",
+         "location = " + tTarget + " { if ($http_range) { add_header Content-Range 'bytes 0-9/" +
+             QByteArray::number(mArchive.size()) + "'; return 206 'wrong part'; } }",
+         Failure::Kind::Unreachable, q("206"), 6},
+        {"packed", "location = " + tTarget + " { add_header Content-Encoding gzip; }",
+         Failure::Kind::Unreachable, q("206"), 6},
+    };
+    const QString tPart =
+        mMachine.path(q("state/downloads/")) + q(mTarget.mHashes.first().toHex()) + q(".2-4");
+    mMachine.request().mParallelDownloads = 1;
+    for (const auto& [tName, tSetting, tKind, tStatus, tRequests] : tCases) {
+        SCOPED_TRACE(tName);
+        TestServer tServer(mRepository.path());
+        const bool tHasPart = tSetting.size() == 1;
+        tServer.addConfiguration(tHasPart ? QByteArray() : tSetting);
+        ASSERT_TRUE(tServer.start());
+        mMachine.request().mCaFile = tServer.caFile();
+        QDir(mMachine.path(q("state"))).removeRecursively();
+        if (tHasPart) {
+            writeFile(tPart, mArchive.mid(tSetting == "1" ? 2000 : 2001, 1500));
+        }
+        for (const Download& tDownload : fetch(tServer.uri())) {
+            EXPECT_EQ(tDownload.mFailure.mKind, tKind) << tDownload.mFailure.mText;
+            EXPECT_EQ(tDownload.mHasNoParts, tStatus == q("200"));
+        }
+        EXPECT_EQ(tServer.requests().size(), tRequests);
+        EXPECT_EQ(tServer.requests().filter(q("?range ") + tStatus).size(), tRequests);
+    }
+}
+
+TEST_F(FramesTest, ComeFromAServerThatCutsThemAndFromAFolder)
+{
+    const HostileServer tCutting(mRepository.path());
+    trust({tCutting.caFile()});
+    mMachine.request().mPatience.mAttempts = 5; // each brings half of what is left
+    for (const QString& tUri : {tCutting.uri(q("cut")), mRepository.uri()}) {
+        for (const Download& tDownload : fetch(tUri)) {
+            EXPECT_FALSE(tDownload.mFailure) << tDownload.mFailure.mText;
+        }
+        QDir(mMachine.path(q("state"))).removeRecursively();
+    }
+    QByteArray tOther = mArchive;
+    tOther[11500] = static_cast<char>(tOther[11500] + 1);
+    writeFile(mTargets.value(q("lib")), tOther);
+    const std::vector<Download> tDownloads = fetch(mRepository.uri());
+    EXPECT_FALSE(tDownloads[0].mFailure);
+    EXPECT_EQ(tDownloads[1].mFailure.mKind, Failure::Kind::Untrusted);
+    EXPECT_FALSE(QFile::exists(mMachine.path(q("state/downloads/")) + q(tDownloads[1].mWanted.mName)));
+    writeFile(mTargets.value(q("lib")), mArchive.chopped(1));
+    EXPECT_EQ(fetch(mRepository.uri())[1].mFailure.mKind, Failure::Kind::Unreachable);
 }
 
 TEST_F(HttpsTest, TwoPackagesWithTheSameContentsComeAsOneFile)

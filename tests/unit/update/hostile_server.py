@@ -49,7 +49,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
             return self.answer(404, b"")
         with open(path, "rb") as file:
             body = file.read()
-        first = int(self.headers.get("Range", "bytes=0-")[6:-1])
+        first, last = self.headers.get("Range", "bytes=0-")[6:].split("-")
+        first, last = int(first), int(last or len(body) - 1)
         count = asked[way, name] = asked.get((way, name), 0) + 1
         if way == "metadata" and name.startswith("metadata"):
             time.sleep(1)
@@ -67,9 +68,14 @@ class Handler(http.server.BaseHTTPRequestHandler):
                 self.send_header("Content-Length", str(len(body)))
                 self.end_headers()
                 return self.trickle(body, 400, 0.1) if way == "trickle" else self.wfile.write(body[:CUT])
-        last = len(body) - 1
-        part = [("Content-Range", "bytes %d-%d/%d" % (first, last, last + 1))]
-        return self.answer(206 if first else 200, body[first:], *(part if first else []))
+        part = [("Content-Range", "bytes %d-%d/%d" % (first, last, len(body)))]
+        if way == "cut" and last - first > 700:
+            self.send_response(206)
+            self.send_header(*part[0])
+            self.end_headers()  # without a length: the end of the connection is that of the answer
+            self.close_connection = True
+            return self.wfile.write(body[first:(first + last) // 2])
+        return self.answer(206 if first else 200, body[first:last + 1], *(part if first else []))
 
 
 server = http.server.ThreadingHTTPServer(("127.0.0.1", int(PORT)), Handler)
