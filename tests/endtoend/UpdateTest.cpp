@@ -70,3 +70,19 @@ TEST(Update, WaitsForTheApplicationAndObeysTheSecondCtrlC)
     EXPECT_EQ(tMachine.rkm({"update"}).mStatus, 0);
     EXPECT_EQ(tMachine.installedVersion("viewer"), q("2.0.0"));
 }
+
+// Each starts a worker, or finds that of another command.
+TEST(Workers, CommandsAtOnceDoNotEndEachOthersWorkers)
+{
+    Machine tMachine;
+    std::vector<std::unique_ptr<Program>> tCommands;
+    for (int i = 0; i < 24; ++i) {
+        tCommands.push_back(tMachine.installation().start({"show-settings"}));
+        if (i % 6 == 5) {
+            for (const auto& tCommand : std::exchange(tCommands, {})) {
+                const Program::Result tResult = tCommand->wait();
+                EXPECT_EQ(tResult.mStatus, 0) << tResult.mErr;
+            }
+        }
+    }
+}

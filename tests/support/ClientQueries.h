@@ -13,7 +13,8 @@ namespace tarn::test {
 
 using namespace vkcore;
 
-// Each call of the client library that reads an answer with several members, and some that read one value.
+// Calls of the client library by the shape of their answers: one value, an object, objects in objects, a
+// list.
 struct ClientQuery
 {
     const char* mMethod;
@@ -46,13 +47,6 @@ inline QString serverNames(IPCClient& pClient)
 
 inline const ClientQuery sClientQueries[] = {
     {"ping", [](IPCClient& c) { return words(c.ping(), true, "true"); }, "true", "true"},
-    {"getServiceStatus",
-     [](IPCClient& c) {
-         bool tOk = false;
-         const int tStatus = c.getServiceStatus(&tOk);
-         return words(tOk, tStatus == StatusIdle, tStatus);
-     },
-     "3", "3"},
     {"getServiceProgress",
      [](IPCClient& c) {
          ServiceActivity tActivity{};
@@ -68,48 +62,6 @@ inline const ClientQuery sClientQueries[] = {
      R"({"activity":1,"cancelable":true,"text":"t","bytesDone":5000000000,"bytesTotal":2,"done":3,"total":4,
          "package":5,"packageCount":6,"failedCount":7})",
      "1 1 t 5000000000 2 3 4 5 6 7"},
-    {"getDefaultServer",
-     [](IPCClient& c) {
-         QString tUri = q("kept");
-         QString tPassword;
-         const bool tOk = c.getDefaultServer(&tUri, nullptr, &tPassword);
-         return words(tOk, tUri == q("kept"), tUri, tPassword);
-     },
-     R"({"uri":"https://x","user":"u","password":"p"})", "https://x p"},
-    {"getNetProxySettings",
-     [](IPCClient& c) {
-         NetProxyMode tMode{};
-         NetProxy p(false, true);
-         p.mHost = q("kept");
-         const bool tOk = c.getNetProxySettings(&tMode, &p);
-         return words(tOk, p.mHost == q("kept"), int{tMode}, p.mHost, p.mPort, p.mUser, int{p.mEnabled},
-                      int{p.mConfigured});
-     },
-     R"({"mode":2,"proxy":{"configured":false,"enabled":true,"host":"h","password":null,"passwordChanged":false,
-         "port":3128,"user":"u"}})",
-     "2 h 3128 u 1 0"},
-    {"getLanguages",
-     [](IPCClient& c) {
-         QString tApp;
-         QString tData;
-         const bool tOk = c.getLanguages(&tApp, &tData);
-         return words(tOk, tApp.isNull(), tApp, tData);
-     },
-     R"({"app":"de","data":"en"})", "de en"},
-    {"getScheduleParameters",
-     [](IPCClient& c) {
-         Scheduler::AutoUpdateMode tMode{};
-         Scheduler::PeriodUnit tUnit{};
-         int tFlags = 0;
-         int tCount = 0;
-         QDateTime tDate;
-         QString tExtra;
-         const bool tOk = c.getScheduleParameters(&tMode, &tFlags, &tDate, &tCount, &tUnit, &tExtra);
-         return words(tOk, tDate.isNull(), int{tMode}, tFlags, tDate.toString(Qt::ISODate), tCount,
-                      int{tUnit}, tExtra);
-     },
-     R"({"mode":2,"flags":1,"nextCheck":"2024-03-07T01:02:03","periodCount":5,"unit":3,"extra":"x"})",
-     "2 1 2024-03-07T01:02:03 5 3 x"},
     {"getMonitoringSettings",
      [](IPCClient& c) {
          MonitoringSettings tSettings;

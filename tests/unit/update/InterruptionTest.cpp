@@ -239,24 +239,6 @@ protected:
 
 } // namespace
 
-TEST_F(RunningAppTest, IsWaitedForAndThenReplaced)
-{
-    QString tText;
-    mMachine.mOnMessage = [&](const QString& pText) {
-        tText = pText;
-        EXPECT_EQ(mMachine.packages(), QStringList(q("app 1.0.0")));
-        EXPECT_EQ(mMachine.updater().progress().mActivity, ActivityWaitingForApps);
-        mProcess.kill();
-        mProcess.waitForFinished();
-    };
-    QElapsedTimer tTimer;
-    tTimer.start();
-    run(ResultSuccess);
-    EXPECT_TRUE(tText.contains(q("Title of app")) && tText.contains(q("process app"))) << tText;
-    EXPECT_LT(tTimer.elapsed(), 9000) << "it looked again only after a while";
-    expectInstalled();
-}
-
 // Even if its file was deleted, as after a replacement while it ran.
 TEST_F(RunningAppTest, NeedsIntervention)
 {
@@ -269,13 +251,6 @@ TEST_F(RunningAppTest, NeedsIntervention)
     mProcess.kill();
     mProcess.waitForFinished();
     run(ResultSuccess);
-}
-
-TEST_F(RunningAppTest, CanBeAborted)
-{
-    mMachine.mOnMessage = [&](const QString&) { mMachine.updater().abort(); };
-    EXPECT_EQ(mMachine.run().mCode, ResultAborted);
-    EXPECT_EQ(text(mMachine.packages()), "app 1.0.0");
 }
 
 TEST_F(InterruptionTest, WaitsForScriptsHoweverTheyWereStarted)

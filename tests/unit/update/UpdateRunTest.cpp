@@ -131,24 +131,6 @@ TEST_F(UpdateRunTest, NeedsTheRootFileOfTheRepository)
     }
 }
 
-TEST_F(UpdateRunTest, SaysWhatIsMissingForARun)
-{
-    writeFile(mMachine.path(q("file")), "");
-    const RunRequest tGood = mMachine.request();
-    RunRequest& tRequest = mMachine.request();
-    for (const char* tUri : {"http://localhost/", ""}) {
-        tRequest.mServers[0].mUri = q(tUri);
-        run(ResultNoServer);
-    }
-    tRequest.mServers.clear();
-    run(ResultNoServer);
-    for (const QString& tFolder : {mMachine.path(q("file/install")), q("install")}) {
-        tRequest = tGood;
-        tRequest.mInstallDir = tFolder;
-        run(ResultInstallFailed);
-    }
-}
-
 TEST_F(UpdateRunTest, FallsBackToAServerThatIsSound)
 {
     PackageRepository tLying; // of the same publisher, with other files

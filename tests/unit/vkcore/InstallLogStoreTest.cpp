@@ -114,31 +114,6 @@ TEST_F(InstallLogStoreTest, LimitsAndOrder)
     }
 }
 
-TEST_F(InstallLogStoreTest, CarriesEveryField)
-{
-    LogRecord tRecord = record("p");
-    tRecord.mVersion = q("1.2.3.4");
-    tRecord.mVersionDate = day(1);
-    tRecord.mStatus = q("some other word");
-    tRecord.mTitle.setValue(q("de"), q("\u00dcber \"alles\"\n\\"));
-    tRecord.mReport.setValue(q("de"), QString(100000, u'x'));
-    const QDateTime tDate = day(2).addMSecs(123);
-    InstallLogStore tStore;
-    ASSERT_TRUE(tStore.openForWriting(mPath));
-    ASSERT_TRUE(tStore.append(q("r"), tDate, {tRecord, record("q")}));
-    QList<GRef2<InstLogEntry>> tEntries;
-    ASSERT_TRUE(tStore.read(&tEntries, {}, {}, sAll, false));
-    ASSERT_EQ(tEntries.size(), 2);
-    EXPECT_EQ(tEntries[0]->mName, tRecord.mTitle);
-    EXPECT_EQ(tEntries[0]->mVersion, Version(1, 2, 3, 4));
-    EXPECT_EQ(tEntries[0]->mVersionDate, day(1));
-    EXPECT_EQ(tEntries[0]->mDate, tDate);
-    EXPECT_EQ(tEntries[0]->mStatus, tRecord.mStatus);
-    EXPECT_EQ(tEntries[0]->mInstallReport, tRecord.mReport);
-    EXPECT_FALSE(tEntries[1]->mVersionDate.isValid());
-    EXPECT_TRUE(tEntries[1]->mInstallReport.isEmpty());
-}
-
 TEST_F(InstallLogStoreTest, ARunIsAddedOnce)
 {
     fill();

@@ -7,8 +7,8 @@
 using namespace tarn::vkcore;
 using namespace tarn::test;
 
-// The tests of rkm cover its calls and their results. Here are the calls that read answers with several
-// members, and those that only other clients make.
+// The tests of rkm cover its calls and their results. Here are broken answers of each shape, and calls that
+// only other clients make.
 
 namespace {
 

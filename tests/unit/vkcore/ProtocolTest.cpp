@@ -19,31 +19,7 @@ bool reads(const QByteArray& pJson)
     return tReader.ok();
 }
 
-std::string lines(LineBuffer& pBuffer)
-{
-    std::string tText;
-    while (const std::optional<QByteArray> tLine = pBuffer.takeLine()) {
-        tText += "[" + tLine->toStdString() + "]";
-    }
-    return tText;
-}
-
 } // namespace
-
-TEST(LineBufferTest, CutsLinesHoweverTheBytesCome)
-{
-    const QByteArray tStream("one\n\ntwo\r\n\0x\nhalf", 17);
-    for (qsizetype tSize = 1; tSize <= tStream.size(); ++tSize) {
-        SCOPED_TRACE(tSize);
-        LineBuffer tBuffer;
-        std::string tLines;
-        for (qsizetype i = 0; i < tStream.size(); i += tSize) {
-            tBuffer.append(tStream.mid(i, tSize));
-            tLines += lines(tBuffer);
-        }
-        EXPECT_EQ(tLines, std::string("[one][][two\r][\0x]", 17));
-    }
-}
 
 TEST(LineBufferTest, TheLongestLineAndOneByteMore)
 {
