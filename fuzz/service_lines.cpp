@@ -40,8 +40,7 @@ public:
         mApp->getConfig()->setValue(u"service.install.dir"_s, mFolder.path(u"vk"_s),
                                     vkcore::Config::UserValue);
         mService = std::make_unique<Service>(*mApp, Service::Options{mFolder.path(u"own"_s), true});
-        QString tError;
-        if (!mService->start(&tError)) {
+        if (mService->start()) {
             std::abort();
         }
         const ipc::MethodTable& tAll = mService->methods();
@@ -53,7 +52,7 @@ public:
                                                                 : tAll.call(pPeer, tName, pParams);
                           });
         }
-        if (!mServer.listen(mFolder.path(u"socket"_s), {}, &tError)) {
+        if (mServer.listen(mFolder.path(u"socket"_s), {})) {
             std::abort();
         }
     }

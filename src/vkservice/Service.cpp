@@ -36,19 +36,17 @@ constexpr int sLockWaitMs = 5000; // a service that is shutting down releases it
 constexpr int sLockLookMs = 100;
 constexpr int sMinuteMs = 60000;
 
-bool groupOf(const QString& pName, std::optional<gid_t>* pGroup, QString* pError)
+Result<std::optional<gid_t>> groupOf(const QString& pName)
 {
     if (pName.isEmpty()) {
-        return true;
+        return std::optional<gid_t>();
     }
     errno = 0;
     const group* tEntry = ::getgrnam(QFile::encodeName(pName).constData());
     if (tEntry == nullptr) {
-        *pError = u"The group %1 of service.socketGroup does not exist."_s.arg(pName);
-        return false;
+        return Failure::content(u"The group %1 of service.socketGroup does not exist"_s.arg(pName));
     }
-    *pGroup = tEntry->gr_gid;
-    return true;
+    return std::optional(tEntry->gr_gid);
 }
 
 QString socketPath(const ServiceApplication& pApp, const QString& pName)
@@ -105,22 +103,27 @@ void Service::connectParts()
     connect(&mMinute, &QTimer::timeout, &mMail, &MailControl::tick);
 }
 
-bool Service::start(QString* pError)
+Failure Service::start()
 {
-    if (!lockState(pError) || !openStore(pError)) {
-        return false;
+    if (const Failure tFailure = lockState()) {
+        return tFailure;
+    }
+    if (const Failure tFailure = openStore()) {
+        return tFailure;
     }
     mConfiguration.logComplaints();
     openMail();
-    QString tReason;
-    if (!mUpdates.recover(&tReason)) {
-        mApp.write(LogLevel::Error, tReason);
+    if (const Failure tFailure = mUpdates.recover()) {
+        mApp.write(LogLevel::Error, tFailure.mText);
     }
     // The service may have been killed before it queued the mail about the run; by now the log of the
     // installed packages is complete.
     mMail.onRunEnded(mUpdates.lastRun());
-    if (!listen(pError) || !mSchedule.start(mLifetime.isWorker(), pError)) {
-        return false;
+    if (const Failure tFailure = listen()) {
+        return tFailure;
+    }
+    if (const Failure tFailure = mSchedule.start(mLifetime.isWorker())) {
+        return tFailure;
     }
     mMinute.start(sMinuteMs);
     if (!os::Confinement::isAvailable()) {
@@ -129,23 +132,21 @@ bool Service::start(QString* pError)
                    "to their folders."_s);
     }
     mApp.write(LogLevel::Notice, u"The service listens on %1."_s.arg(mSocketPath));
-    return true;
+    return {};
 }
 
-bool Service::lockState(QString* pError)
+Failure Service::lockState()
 {
     const QString tDir = mApp.getStateDir();
     if (!QDir().mkpath(tDir)) {
-        *pError = u"The state directory %1 can't be created: %2."_s.arg(tDir, qt_error_string());
-        return false;
+        return Failure::fromErrno(errno, u"create the state directory %1"_s.arg(tDir));
     }
     // Only the owner may read the file: any process that can open it could hold the lock.
     const QString tPath = tDir + u"/state.lock"_s;
     const int tFd =
         ::open(QFile::encodeName(tPath).constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (tFd < 0) {
-        *pError = u"The lock file %1 can't be opened: %2."_s.arg(tPath, qt_error_string());
-        return false;
+        return Failure::fromErrno(errno, u"open the lock file %1"_s.arg(tPath));
     }
     ::close(tFd);
     mStateLock = std::make_unique<LockFile>(&mApp, tPath, LockFile::Exclusive);
@@ -155,22 +156,21 @@ bool Service::lockState(QString* pError)
         // worker waits until that client asks it to end.
         const bool tNeedless = mLifetime.isWorker() && process::SignalWatch::isEndPending();
         if (tNeedless || tDeadline.hasExpired()) {
-            *pError = u"Another service is using the state directory %1."_s.arg(tDir);
-            return false;
+            return {Failure::Kind::Io, u"Another service is using the state directory %1"_s.arg(tDir)};
         }
     }
-    return true;
+    return {};
 }
 
-bool Service::openStore(QString* pError)
+Failure Service::openStore()
 {
-    if (!mStore.open(mApp.getStateDir(), pError)) {
-        return false;
+    if (const Failure tFailure = mStore.open(mApp.getStateDir())) {
+        return tFailure;
     }
     const auto tCutShort = mUpdates.load();
     if (!tCutShort) {
-        *pError = u"The record of the last update can't be read: %1."_s.arg(mStoreCare.reason());
-        return false;
+        return {Failure::Kind::Damaged,
+                u"The record of the last update can't be read: %1"_s.arg(mStoreCare.reason())};
     }
     if (*tCutShort) {
         mApp.write(LogLevel::Warning, mUpdates.lastRun().mText);
@@ -183,30 +183,29 @@ bool Service::openStore(QString* pError)
         mApp.write(LogLevel::Warning,
                    u"The configuration key service.defaultServer is ignored. %1"_s.arg(mServers.reason()));
     }
-    return true;
+    return {};
 }
 
 // Updates continue without mails.
 void Service::openMail()
 {
-    QString tReason;
-    if (!mMail.open(&tReason)) {
-        mApp.write(LogLevel::Error, u"No mails can be sent: %1"_s.arg(tReason));
+    if (const Failure tFailure = mMail.open()) {
+        mApp.write(LogLevel::Error, u"No mails can be sent: %1"_s.arg(tFailure.mText));
     }
 }
 
-bool Service::listen(QString* pError)
+Failure Service::listen()
 {
-    std::optional<gid_t> tGroup;
-    if (!groupOf(mApp.configValue(u"service.socketGroup"_s), &tGroup, pError)) {
-        return false;
+    const auto tGroup = groupOf(mApp.configValue(u"service.socketGroup"_s));
+    if (!tGroup) {
+        return tGroup.failure();
     }
     const int tInherited = process::inheritedSocket(mSocketPath);
     if (tInherited >= 0) {
-        mSockets.adopt(tInherited, tGroup);
-        return true;
+        mSockets.adopt(tInherited, *tGroup);
+        return {};
     }
-    return mSockets.listen(mSocketPath, tGroup, pError);
+    return mSockets.listen(mSocketPath, *tGroup);
 }
 
 void Service::onStoreReplaced(const QString& pDamagedFile)

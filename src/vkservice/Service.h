@@ -7,6 +7,7 @@
 #include "control/ScheduleControl.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
+#include "internal/Failure.h"
 #include "ipc/MethodTable.h"
 #include "ipc/SocketServer.h"
 #include "store/ConfigVariables.h"
@@ -42,9 +43,9 @@ public:
     Service(process::ServiceApplication& pApp, const Options& pOptions);
     ~Service() override;
 
-    // Claims the state directory and the socket for this process. False, with a reason, if another service
-    // has them or they are not available.
-    bool start(QString* pError);
+    // Claims the state directory and the socket for this process. A failure if another service has them or
+    // they are not available.
+    Failure start();
 
     const ipc::MethodTable& methods() const { return mMethods; }
     const ipc::SocketServer& sockets() const { return mSockets; }
@@ -54,10 +55,10 @@ public:
 private:
     void addMethods();
     void connectParts();
-    bool lockState(QString* pError);
-    bool openStore(QString* pError);
+    Failure lockState();
+    Failure openStore();
     void openMail();
-    bool listen(QString* pError);
+    Failure listen();
     void onStoreReplaced(const QString& pDamagedFile);
     void reportDamage(const QString& pDamagedFile);
     void onRunEnded(const RunRecord& pRecord, bool pManual);

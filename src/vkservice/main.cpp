@@ -97,19 +97,18 @@ int run(const CommandLine& pLine)
         }
     });
     QObject::connect(&tSignals, &process::SignalWatch::reloadRequested, &tService, [&] {
-        QString tError;
         tSystemd.reloading();
-        tService.configuration().reload(&tError);
+        (void)tService.configuration().reload(); // a failure is in the log
         tSystemd.ready(u"Ready"_s);
     });
     QObject::connect(&tService.lifetime(), &control::Lifetime::ended, tApp.get(),
                      [&] { tApp->requestQuit(0); });
 
-    QString tError;
-    if (!tService.start(&tError)) {
-        tApp->write(LogLevel::Error, tError);
+    if (const Failure tFailure = tService.start()) {
+        const QString tText = tFailure.mText + u'.';
+        tApp->write(LogLevel::Error, tText);
         if (pLine.mForeground) {
-            tApp->fatalError(tError);
+            tApp->fatalError(tText);
         }
         return 1;
     }

@@ -47,7 +47,7 @@ TEST_F(ServiceTest, WorkerWaitsForAnotherOneOnItsSocket)
 TEST_F(ServiceTest, WhatIsNotItsSocketIsLeftAlone)
 {
     mRig.installation().writeFile("tmp/vkservice", "precious");
-    expectRefusal(mRig.startAnother()->wait(), "can't be created");
+    expectRefusal(mRig.startAnother()->wait(), "Can't create the socket");
     EXPECT_EQ(mRig.installation().readFile("tmp/vkservice"), "precious");
     ASSERT_TRUE(QFile::remove(mRig.socket()));
     RawPeer tPeer = mRig.startAndConnect();

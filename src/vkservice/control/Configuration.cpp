@@ -15,24 +15,24 @@ Configuration::Configuration(store::ConfigVariables& pVariables, process::Servic
     mVariables.setConfiguration([this](const QString& pKey) { return mApp.configValue(pKey); });
 }
 
-bool Configuration::set(const QString& pName, const QString& pValue, QString* pReason)
+Failure Configuration::set(const QString& pName, const QString& pValue)
 {
-    if (!mVariables.set(pName, pValue, pReason)) {
-        return false;
+    const Failure tFailure = mVariables.set(pName, pValue);
+    if (!tFailure) {
+        Q_EMIT changed();
     }
-    Q_EMIT changed();
-    return true;
+    return tFailure;
 }
 
-bool Configuration::reload(QString* pError)
+Failure Configuration::reload()
 {
-    if (!mApp.reloadConfiguration(pError)) {
-        mApp.write(LogLevel::Error, *pError);
-        return false;
+    if (const Failure tFailure = mApp.reloadConfiguration()) {
+        mApp.write(LogLevel::Error, tFailure.mText + u'.');
+        return tFailure;
     }
     logComplaints();
     Q_EMIT changed();
-    return true;
+    return {};
 }
 
 void Configuration::logComplaints() const

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "internal/Failure.h"
+
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
@@ -21,10 +23,9 @@ public:
     Configuration(store::ConfigVariables& pVariables, process::ServiceApplication& pApp);
 
     const store::ConfigVariables& variables() const { return mVariables; }
-    // False with a reason.
-    bool set(const QString& pName, const QString& pValue, QString* pReason);
-    // Reads the configuration files again. On failure returns false with a reason, which is also logged.
-    bool reload(QString* pError);
+    Failure set(const QString& pName, const QString& pValue);
+    // Reads the configuration files again. Also logs a failure.
+    Failure reload();
     // Logs each value that is ignored.
     void logComplaints() const;
 

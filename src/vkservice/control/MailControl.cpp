@@ -41,21 +41,20 @@ MailControl::MailControl(const Parts& pParts)
     connect(&mMailer, &Mailer::summaryQueued, this, &MailControl::storeSummaryDate);
 }
 
-bool MailControl::open(QString* pError)
+Failure MailControl::open()
 {
-    if (!mMailer.open(pError)) {
-        return false;
+    if (const Failure tFailure = mMailer.open()) {
+        return tFailure;
     }
     // The mailer forgets addresses that are missing in the settings.
     const auto tSettings = mParts.mSettings.monitoring();
     const auto tSmtp = smtpSettings(mParts.mVariables);
     if (!tSettings || !tSmtp) {
-        *pError = u"Their settings can't be read"_s;
-        return false;
+        return {Failure::Kind::Damaged, u"Their settings can't be read"_s};
     }
     mMailer.setSmtpSettings(*tSmtp);
     mMailer.setMonitoringSettings(*tSettings, Mailer::Reason::Loaded);
-    return true;
+    return {};
 }
 
 void MailControl::onVariablesChanged()
@@ -104,13 +103,12 @@ QString MailControl::verificationState(const QString& pVariable) const
     return mMailer.verificationState(Mailer::verificationAddress(pVariable));
 }
 
-bool MailControl::verify(const QString& pVariable, const QString& pCode, QString* pReason)
+Failure MailControl::verify(const QString& pVariable, const QString& pCode)
 {
     const QString tAddress = Mailer::verificationAddress(pVariable);
-    const Mailer::Answer tAnswer = mMailer.verify(tAddress, pCode);
-    *pReason = tAnswer.mText + u'.';
-    if (!tAnswer.mOk || pCode.trimmed().isEmpty()) {
-        return tAnswer.mOk;
+    const Failure tFailure = mMailer.verify(tAddress, pCode);
+    if (tFailure || pCode.trimmed().isEmpty()) {
+        return tFailure;
     }
     auto tSettings = mParts.mSettings.monitoring();
     if (tSettings) {
@@ -118,11 +116,10 @@ bool MailControl::verify(const QString& pVariable, const QString& pCode, QString
             mail::markVerified(tSettings->notificationEmailAddresses(), tAddress));
     }
     if (!tSettings || !mParts.mSettings.setMonitoring(*tSettings)) {
-        *pReason = u"The verification could not be saved."_s;
-        return false;
+        return {Failure::Kind::Io, u"The verification could not be saved"_s};
     }
     onMonitoringChanged(*tSettings);
-    return true;
+    return {};
 }
 
 QString MailControl::language() const

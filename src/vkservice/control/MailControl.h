@@ -1,5 +1,6 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "mail/MachineStatus.h"
 #include "mail/Mailer.h"
 
@@ -45,8 +46,8 @@ public:
 
     explicit MailControl(const Parts& pParts);
 
-    // Loads the stored settings; called again after the store was replaced. False with a reason for the log.
-    bool open(QString* pError);
+    // Loads the stored settings; called again after the store was replaced. A failure is for the log.
+    Failure open();
     void onVariablesChanged();
     void onMonitoringChanged(const vkcore::MonitoringSettings& pSettings);
     // Reports a run once, however often it is called with the record of that run.
@@ -58,7 +59,7 @@ public:
     // The variables that verify mail addresses: mail.verify.ADDRESS.
     static bool isVerification(const QString& pVariable);
     QString verificationState(const QString& pVariable) const;
-    bool verify(const QString& pVariable, const QString& pCode, QString* pReason);
+    Failure verify(const QString& pVariable, const QString& pCode);
 
 private:
     mail::MachineStatus machineStatus() const;

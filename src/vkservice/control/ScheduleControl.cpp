@@ -51,12 +51,11 @@ ScheduleControl::ScheduleControl(const Parts& pParts) : mParts(pParts), mTimer(m
     connect(&mLogins, &LoginWatch::userLoggedIn, &mTimer, &ScheduleTimer::userLoggedIn);
 }
 
-bool ScheduleControl::start(bool pWorker, QString* pError)
+Failure ScheduleControl::start(bool pWorker)
 {
     const auto tSettings = mParts.mSettings.schedule();
     if (!tSettings) {
-        *pError = u"The schedule can't be read: %1."_s.arg(mParts.mStore.reason());
-        return false;
+        return {Failure::Kind::Damaged, u"The schedule can't be read: %1"_s.arg(mParts.mStore.reason())};
     }
     if (pWorker) {
         mTimer.pause();
@@ -64,7 +63,7 @@ bool ScheduleControl::start(bool pWorker, QString* pError)
     onVariablesChanged();
     mTimer.start(*tSettings);
     if (pWorker) {
-        return true;
+        return {};
     }
     mLogins.start();
     if (mParts.mUpdates.lastRun().mCutShort > 0) {
@@ -72,7 +71,7 @@ bool ScheduleControl::start(bool pWorker, QString* pError)
     } else if (startsWithSession()) {
         mTimer.userLoggedIn();
     }
-    return true;
+    return {};
 }
 
 // The cause of the last interruption may still be present.
@@ -121,7 +120,7 @@ void ScheduleControl::onVariablesChanged()
 void ScheduleControl::onMoved(const ScheduleSettings& pSettings)
 {
     if (mSaved && !mParts.mSettings.setSchedule(pSettings)) {
-        mParts.mStore.failed(u"The next date of the schedule"_s);
+        (void)mParts.mStore.failure(u"The next date of the schedule"_s); // it is in the log
     }
 }
 
@@ -131,9 +130,8 @@ void ScheduleControl::onDue()
         Q_EMIT checkIsDue();
         return;
     }
-    QString tReason;
-    if (!mParts.mUpdates.trigger(false, &tReason)) {
-        mParts.mApp.write(LogLevel::Error, u"The scheduled update did not start. %1"_s.arg(tReason));
+    if (const Failure tFailure = mParts.mUpdates.trigger(false)) {
+        mParts.mApp.write(LogLevel::Error, u"The scheduled update did not start. %1."_s.arg(tFailure.mText));
     }
 }
 

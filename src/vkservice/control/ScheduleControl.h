@@ -1,5 +1,6 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "schedule/LoginWatch.h"
 #include "schedule/ScheduleTimer.h"
 #include "schedule/SystemClock.h"
@@ -41,9 +42,8 @@ public:
 
     explicit ScheduleControl(const Parts& pParts);
 
-    // Activates the stored schedule. A worker has no schedule. False with a reason if the store cannot be
-    // read.
-    bool start(bool pWorker, QString* pError);
+    // Activates the stored schedule. A worker has no schedule. A failure if the store cannot be read.
+    Failure start(bool pWorker);
     // From here on no check starts automatically.
     void pause() { mTimer.pause(); }
 

@@ -19,21 +19,23 @@ QString StoreCare::reason() const
     return mStore.database().errorText();
 }
 
-QString StoreCare::failed(const QString& pWhat)
+Failure StoreCare::failure(const QString& pWhat)
 {
-    const QString tText = u"%1: the store failed (%2)."_s.arg(pWhat, reason());
-    mApp.write(LogLevel::Error, tText);
+    const Failure tFailure{Failure::Kind::Damaged, u"%1: the store failed (%2)"_s.arg(pWhat, reason())};
+    mApp.write(LogLevel::Error, tFailure.mText + u'.');
     replaceIfDamaged();
-    return tText;
+    return tFailure;
 }
 
 void StoreCare::replaceIfDamaged()
 {
-    QString tReason;
-    if (mStore.replaceIfDamaged(&tReason)) {
+    if (!mStore.isDamaged()) {
+        return;
+    }
+    if (const Failure tFailure = mStore.replace()) {
+        mApp.write(LogLevel::Error, tFailure.mText + u'.');
+    } else {
         Q_EMIT replaced(mStore.damagedFile());
-    } else if (!tReason.isEmpty()) {
-        mApp.write(LogLevel::Error, tReason);
     }
 }
 

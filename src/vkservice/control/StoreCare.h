@@ -1,5 +1,7 @@
 #pragma once
 
+#include "internal/Failure.h"
+
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
@@ -20,8 +22,8 @@ class StoreCare : public QObject
 public:
     StoreCare(store::StateStore& pStore, process::ServiceApplication& pApp);
 
-    // pWhat could not be read or stored. Returns the text for the caller.
-    QString failed(const QString& pWhat);
+    // pWhat could not be read or stored.
+    Failure failure(const QString& pWhat);
     // Why the last operation failed.
     QString reason() const;
     // For operations that may have failed meanwhile.

@@ -50,19 +50,22 @@ std::optional<bool> UpdateControl::load()
     return tCutShort;
 }
 
-bool UpdateControl::recover(QString* pError)
+Failure UpdateControl::recover()
 {
-    const auto tRequest = request(pError);
-    return tRequest && mThread.recover(*tRequest, pError);
+    const Result<RunRequest> tRequest = request();
+    if (!tRequest) {
+        return tRequest.failure();
+    }
+    QString tError;
+    return mThread.recover(*tRequest, &tError) ? Failure() : Failure{Failure::Kind::Damaged, tError};
 }
 
-std::optional<RunRequest> UpdateControl::request(QString* pReason)
+Result<RunRequest> UpdateControl::request()
 {
-    auto tRequest = runRequest(mSources);
-    if (!tRequest) {
-        *pReason = mStore.failed(u"The settings of the update"_s);
+    if (auto tRequest = runRequest(mSources)) {
+        return *tRequest;
     }
-    return tRequest;
+    return mStore.failure(u"The settings of the update"_s);
 }
 
 std::optional<int> UpdateControl::resumeSeconds() const
@@ -127,14 +130,13 @@ QString UpdateControl::resultText(const RunRecord& pRecord) const
                                    : pRecord.mText;
 }
 
-bool UpdateControl::trigger(bool pManual, QString* pReason)
+Failure UpdateControl::trigger(bool pManual)
 {
     if (mStopped) {
-        *pReason = u"The service is about to quit."_s;
-        return false;
+        return {Failure::Kind::Canceled, u"The service is about to quit"_s};
     }
     if (isActive()) {
-        return true;
+        return {};
     }
     if (isSuppressed()) {
         record(ResultSuppressed, vkservice::resultText(ResultSuppressed));
@@ -142,23 +144,22 @@ bool UpdateControl::trigger(bool pManual, QString* pReason)
         mStatus = StatusSuppressed;
         // Repeated even if the status did not change: a client that asked for a run waits for its end.
         Q_EMIT statusChanged(StatusSuppressed);
-        return true;
+        return {};
     }
-    const auto tRequest = request(pReason);
+    const Result<RunRequest> tRequest = request();
     if (!tRequest) {
-        return false;
+        return tRequest.failure();
     }
     mBegan = QDateTime::currentDateTimeUtc();
     mManual = pManual;
     // The run continues without the mark, but will not count as interrupted if the service is killed.
     mSources.mSettings.beginRun(mBegan.toString(Qt::ISODateWithMs));
     if (!mThread.start(*tRequest)) {
-        *pReason = u"The update can't be started."_s;
         mSources.mSettings.beginRun({});
-        return false;
+        return {Failure::Kind::Io, u"The update can't be started"_s};
     }
     setStatus(StatusUpdating);
-    return true;
+    return {};
 }
 
 bool UpdateControl::abort()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "control/RunRequests.h"
+#include "internal/Failure.h"
 #include "values/RunRecord.h"
 
 #include <vkcore/Types.h>
@@ -30,8 +31,8 @@ public:
     // Loads the record of the last run; a run that the service did not survive gets its result here. True if
     // there was such a run; no value if the store cannot be read.
     std::optional<bool> load();
-    // Repairs what a killed run left. False with a reason for the log.
-    bool recover(QString* pError);
+    // Repairs what a killed run left. A failure is for the log.
+    Failure recover();
     // When to restart a run that was interrupted, in seconds from the start of the service: one minute after
     // the first interruption, twice as long after each further one in a row. No value if no run was
     // interrupted, or after the eighth time: then only the schedule starts the next run.
@@ -48,7 +49,7 @@ public:
     QString resultText(const RunRecord& pRecord) const;
 
     // Joins a run in progress. If updates are suppressed, nothing starts, and the result says so.
-    bool trigger(bool pManual, QString* pReason);
+    Failure trigger(bool pManual);
     // False if no run is in progress.
     bool abort();
     // As abort, and from now on no run is started or joined.
@@ -66,7 +67,7 @@ Q_SIGNALS:
 
 private:
     bool isSuppressed() const;
-    std::optional<update::RunRequest> request(QString* pReason);
+    Result<update::RunRequest> request();
     void finish(const update::RunResult& pResult);
     void record(ResultCode pCode, const QString& pText, const QDateTime& pBegan = {});
     void setStatus(vkcore::ServiceStatus pStatus);

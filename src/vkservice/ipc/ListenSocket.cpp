@@ -122,12 +122,12 @@ bool bindPrivately(int pFd, const sockaddr_un& pAddress, std::optional<gid_t> pG
     return false;
 }
 
-QString reasonFor(const QString& pPath)
+Failure failure(const QString& pPath)
 {
     if (errno == EADDRINUSE) {
-        return u"Another service is already listening on %1."_s.arg(pPath);
+        return {Failure::Kind::Io, u"Another service is already listening on %1"_s.arg(pPath)};
     }
-    return u"The socket %1 can't be created: %2."_s.arg(pPath, qt_error_string());
+    return Failure::fromErrno(errno, u"create the socket %1"_s.arg(pPath));
 }
 
 } // namespace
@@ -138,40 +138,39 @@ ListenSocket::~ListenSocket()
     close();
 }
 
-bool ListenSocket::listen(const QString& pPath, std::optional<gid_t> pGroup, QString* pError)
+Failure ListenSocket::listen(const QString& pPath, std::optional<gid_t> pGroup)
 {
     close();
     const QByteArray tPath = QFile::encodeName(pPath);
     sockaddr_un tAddress;
     if (!toAddress(tPath, &tAddress)) {
-        *pError =
-            u"The socket's path is too long (%1 bytes at most): %2."_s.arg(sizeof(tAddress.sun_path) - 1)
-                .arg(pPath);
-        return false;
+        return Failure::content(
+            u"The socket's path is too long (%1 bytes at most): %2"_s.arg(sizeof(tAddress.sun_path) - 1)
+                .arg(pPath));
     }
-    const bool tMachine = pPath == QLatin1String(vkcore::protocol::sMachineSocket);
-    if (tMachine && !makeSocketFolder(QFileInfo(pPath).path(), pError)) {
-        return false;
+    if (pPath == QLatin1String(vkcore::protocol::sMachineSocket)) {
+        if (const Failure tFailure = makeSocketFolder(QFileInfo(pPath).path())) {
+            return tFailure;
+        }
     }
     if (!removeAbandoned(tPath)) {
-        *pError = reasonFor(pPath);
-        return false;
+        return failure(pPath);
     }
     const int tFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     struct stat tStat = {};
     if (tFd < 0 || !bindPrivately(tFd, tAddress, pGroup) || ::lstat(tPath.constData(), &tStat) != 0 ||
         ::listen(tFd, sBacklog) != 0) {
-        *pError = reasonFor(pPath);
+        const Failure tFailure = failure(pPath);
         if (tFd >= 0) {
             ::close(tFd);
         }
-        return false;
+        return tFailure;
     }
     mPath = tPath;
     mDevice = tStat.st_dev;
     mInode = tStat.st_ino;
     watch(tFd);
-    return true;
+    return {};
 }
 
 void ListenSocket::adopt(int pFd)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "internal/Failure.h"
+
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
@@ -26,9 +28,9 @@ public:
     ~ListenSocket() override;
 
     // Mode 0600, or 0660 and the group. Replaces a socket file without a listener, and also one of a process
-    // that runs neither as root nor as this user: that is not a service. False, with the reason in *pError,
-    // if a service already answers or the file cannot be created.
-    bool listen(const QString& pPath, std::optional<gid_t> pGroup, QString* pError);
+    // that runs neither as root nor as this user: that is not a service. A failure if
+    // a service already answers or the file cannot be created.
+    Failure listen(const QString& pPath, std::optional<gid_t> pGroup);
     // Listens on a socket that another process created, and leaves the file to that process. Owns the
     // descriptor.
     void adopt(int pFd);

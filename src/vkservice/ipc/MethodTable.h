@@ -1,5 +1,7 @@
 #pragma once
 
+#include "internal/Failure.h"
+
 #include <QtCore/QHash>
 #include <QtCore/QJsonObject>
 #include <QtCore/QJsonValue>
@@ -26,6 +28,7 @@ struct Reply
     static Reply invalidParams(const QString& pFault);
     // Success, or a refusal with the reason.
     static Reply of(bool pDone, const QString& pReason) { return pDone ? done() : refused(pReason); }
+    static Reply of(const Failure& pFailure) { return of(!pFailure, pFailure.mText + u'.'); }
 
     bool isError() const { return mErrorCode != 0; }
 };

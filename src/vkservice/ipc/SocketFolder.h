@@ -1,11 +1,13 @@
 #pragma once
 
+#include "internal/Failure.h"
+
 #include <QtCore/QString>
 
 namespace tarn::vkservice::ipc {
 
-// Creates the folder of the machine's socket, mode 0755, if it is missing. False, with the reason in *pError,
-// if that fails or if a user other than root and this one could write to the folder.
-bool makeSocketFolder(const QString& pFolder, QString* pError);
+// Creates the folder of the machine's socket, mode 0755, if it is missing. A failure if
+// that fails or if a user other than root and this one could write to the folder.
+Failure makeSocketFolder(const QString& pFolder);
 
 } // namespace tarn::vkservice::ipc

@@ -55,10 +55,10 @@ SocketServer::SocketServer(const MethodTable& pMethods, QObject* pParent)
 
 SocketServer::~SocketServer() = default;
 
-bool SocketServer::listen(const QString& pPath, std::optional<gid_t> pGroup, QString* pError)
+Failure SocketServer::listen(const QString& pPath, std::optional<gid_t> pGroup)
 {
     mGroup = pGroup;
-    return mListener.listen(pPath, pGroup, pError);
+    return mListener.listen(pPath, pGroup);
 }
 
 void SocketServer::adopt(int pFd, std::optional<gid_t> pGroup)

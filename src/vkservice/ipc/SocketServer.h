@@ -25,8 +25,8 @@ public:
     explicit SocketServer(const MethodTable& pMethods, QObject* pParent = nullptr);
     ~SocketServer() override;
 
-    // False with a reason, as ListenSocket::listen.
-    bool listen(const QString& pPath, std::optional<gid_t> pGroup, QString* pError);
+    // As ListenSocket::listen.
+    Failure listen(const QString& pPath, std::optional<gid_t> pGroup);
     // As ListenSocket::adopt.
     void adopt(int pFd, std::optional<gid_t> pGroup);
     // Accepts no more peers; existing connections stay open, and so do those that wait to be accepted.

@@ -162,24 +162,24 @@ void Mailer::sendCodes(Reason pReason)
     noteStoring(tStored, u"Verification mails"_s);
 }
 
-Mailer::Answer Mailer::requestCode(const QString& pAddress)
+Failure Mailer::requestCode(const QString& pAddress)
 {
     const QString tProblem = mOutbox.settings().problem();
     if (!tProblem.isEmpty()) {
-        return {false, u"No code can be mailed: %1"_s.arg(tProblem)};
+        return Failure::content(u"No code can be mailed: %1"_s.arg(tProblem));
     }
     switch (sendCode(pAddress, true)) {
     case Verification::Issue::Issued:
     case Verification::Issue::StillValid:
         break;
     case Verification::Issue::TooSoon:
-        return {false, u"No new code is mailed to %1 now: too many were sent lately. Try again later"_s.arg(
-                           pAddress)};
+        return Failure::content(
+            u"No new code is mailed to %1 now: too many were sent lately. Try again later"_s.arg(pAddress));
     case Verification::Issue::NotStored:
-        return {false, u"The code could not be stored: %1"_s.arg(mDatabase.errorText())};
+        return {Failure::Kind::Io, u"The code could not be stored: %1"_s.arg(mDatabase.errorText())};
     }
     mOutbox.wake();
-    return {true, u"A new code is being mailed to %1"_s.arg(pAddress)};
+    return {};
 }
 
 void Mailer::reportRuns()
@@ -214,14 +214,11 @@ void Mailer::checkMachine()
     }
 }
 
-bool Mailer::open(QString* pError)
+Failure Mailer::open()
 {
     const bool tOk = mMemory.ensureSchema() && mVerification.ensureSchema() && mOutbox.ensureSchema() &&
                      mNotices.startWatching(mClock());
-    if (!tOk) {
-        *pError = mDatabase.errorText();
-    }
-    return tOk;
+    return tOk ? Failure() : Failure{Failure::Kind::Damaged, mDatabase.errorText()};
 }
 
 void Mailer::setSmtpSettings(const SmtpSettings& pSettings)
@@ -284,34 +281,35 @@ QString Mailer::verificationAddress(const QString& pVariable)
     return pVariable.startsWith(sVerifyPrefix) ? pVariable.mid(sVerifyPrefix.size()) : QString();
 }
 
-Mailer::Answer Mailer::verify(const QString& pAddress, const QString& pCode)
+Failure Mailer::verify(const QString& pAddress, const QString& pCode)
 {
     const vkcore::MonitoringEmail* tEntry = mSettings ? find(pAddress) : nullptr;
     const QString tShown = singleLine(pAddress);
     if (tEntry == nullptr || !isMailAddress(tEntry->mAddress)) {
-        return {false, u"%1 is not one of the mail addresses"_s.arg(tShown)};
+        return Failure::content(u"%1 is not one of the mail addresses"_s.arg(tShown));
     }
     if (tEntry->isVerified()) {
-        return {true, u"%1 is already verified"_s.arg(tShown)};
+        return {};
     }
     if (pCode.trimmed().isEmpty()) {
         return requestCode(tEntry->mAddress);
     }
     switch (mVerification.check(pAddress, pCode, mClock())) {
     case Verification::Check::Right:
-        return {true, u"%1 is verified"_s.arg(tShown)};
+        return {};
     case Verification::Check::Wrong:
-        return {false, u"The code for %1 is wrong"_s.arg(tShown)};
+        return Failure::content(u"The code for %1 is wrong"_s.arg(tShown));
     case Verification::Check::NoCode:
-        return {false, u"There is no code for %1; set %2%1 to an empty value to get a new one"_s.arg(
-                           tShown, sVerifyPrefix)};
+        return Failure::content(u"There is no code for %1; set %2%1 to an empty value to get a new one"_s.arg(
+            tShown, sVerifyPrefix));
     case Verification::Check::Expired:
-        return {false, u"The code for %1 has expired; set %2%1 to an empty value to get a new one"_s.arg(
-                           tShown, sVerifyPrefix)};
+        return Failure::content(
+            u"The code for %1 has expired; set %2%1 to an empty value to get a new one"_s.arg(tShown,
+                                                                                              sVerifyPrefix));
     case Verification::Check::NotStored:
         break;
     }
-    return {false, u"The code could not be checked: %1"_s.arg(mDatabase.errorText())};
+    return {Failure::Kind::Io, u"The code could not be checked: %1"_s.arg(mDatabase.errorText())};
 }
 
 QString Mailer::verificationState(const QString& pAddress) const

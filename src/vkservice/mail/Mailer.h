@@ -1,5 +1,6 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "mail/MachineStatus.h"
 #include "mail/MailMemory.h"
 #include "mail/Notices.h"
@@ -48,12 +49,6 @@ public:
         Changed, // a client has set them
     };
 
-    struct Answer
-    {
-        bool mOk = false;
-        QString mText; // what happened, a sentence without its full stop
-    };
-
     // pDatabase and pStatus must outlive the mailer; pStatus is only called in tick(). A null transport
     // selects the real one.
     Mailer(vkcore::Database& pDatabase, StatusSource pStatus, QObject* pParent = nullptr,
@@ -62,8 +57,8 @@ public:
     // Cancels sending; unsent mails stay queued.
     ~Mailer() override;
 
-    // Creates the tables. False, with a reason, if the database fails.
-    bool open(QString* pError);
+    // Creates the tables. A failure if the database fails.
+    Failure open();
 
     // If these settings differ from the previous ones, waiting mails are tried again at once.
     void setSmtpSettings(const SmtpSettings& pSettings);
@@ -78,10 +73,10 @@ public:
 
     // The address in the name of a configuration variable "mail.verify.ADDRESS"; null for any other name.
     static QString verificationAddress(const QString& pVariable);
-    // Sets such a variable. With a code: mOk says that it is right; the caller then marks the address as
+    // Sets such a variable. With a code: none if it is right; the caller then marks the address as
     // verified in its settings (markVerified), stores them, and passes them back with setMonitoringSettings.
     // With an empty text: mails a new code.
-    Answer verify(const QString& pAddress, const QString& pCode);
+    Failure verify(const QString& pAddress, const QString& pCode);
     // The value of such a variable: "verified", "not verified" or, for an address that is not in the
     // settings, "unknown".
     QString verificationState(const QString& pAddress) const;
@@ -112,7 +107,7 @@ private:
 
     Verification::Issue sendCode(const QString& pAddress, bool pReplace);
     void sendCodes(Reason pReason);
-    Answer requestCode(const QString& pAddress);
+    Failure requestCode(const QString& pAddress);
     void reportRuns();
     void checkMachine();
 

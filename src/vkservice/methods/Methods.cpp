@@ -7,7 +7,7 @@ namespace tarn::vkservice::methods {
 
 ipc::Reply storeFailure(control::StoreCare& pStore, const QString& pWhat)
 {
-    return ipc::Reply::refused(pStore.failed(pWhat));
+    return ipc::Reply::of(pStore.failure(pWhat));
 }
 
 } // namespace tarn::vkservice::methods

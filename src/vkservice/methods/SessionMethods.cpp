@@ -85,9 +85,7 @@ Reply quit(const SessionParts& pParts, Peer& pPeer)
 
 Reply reload(const SessionParts& pParts)
 {
-    QString tReason;
-    const bool tDone = pParts.mConfiguration.reload(&tReason);
-    return Reply::of(tDone, tReason);
+    return Reply::of(pParts.mConfiguration.reload());
 }
 
 } // namespace

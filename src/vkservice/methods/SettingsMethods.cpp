@@ -136,13 +136,9 @@ Reply setVariable(const SettingsParts& pParts, const Variable& pVariable)
     if (tName == sLastRun) {
         return Reply::refused(u"Only the service can set the variable service.lastRun."_s);
     }
-    QString tReason;
-    if (control::MailControl::isVerification(tName)) {
-        const bool tDone = pParts.mMail.verify(tName, pVariable.mValue, &tReason);
-        return Reply::of(tDone, tReason);
-    }
-    const bool tDone = pParts.mConfiguration.set(tName, pVariable.mValue, &tReason);
-    return Reply::of(tDone, tReason);
+    return Reply::of(control::MailControl::isVerification(tName)
+                         ? pParts.mMail.verify(tName, pVariable.mValue)
+                         : pParts.mConfiguration.set(tName, pVariable.mValue));
 }
 
 } // namespace

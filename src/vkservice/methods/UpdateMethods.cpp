@@ -49,9 +49,7 @@ Reply lastResultText(const UpdateParts& pParts, const ResultOf& pRun)
 
 Reply trigger(const UpdateParts& pParts, const Trigger& pTrigger)
 {
-    QString tReason;
-    const bool tStarted = pParts.mUpdates.trigger(pTrigger.mManual, &tReason);
-    return Reply::of(tStarted, tReason);
+    return Reply::of(pParts.mUpdates.trigger(pTrigger.mManual));
 }
 
 Reply abort(const UpdateParts& pParts)

@@ -74,7 +74,7 @@ void ServiceApplication::write(LogLevel pLevel, const QString& pText)
     }
 }
 
-bool ServiceApplication::reloadConfiguration(QString* pError)
+Failure ServiceApplication::reloadConfiguration()
 {
     const auto tConfig = std::make_shared<Config>();
     const QString tPrefix = getConfigPrefix();
@@ -88,12 +88,12 @@ bool ServiceApplication::reloadConfiguration(QString* pError)
     };
     for (const auto& tFile : tFiles) {
         if (!tConfig->load(getConfigDir() + u'/' + tFile.mName, tFile.mName, tFile.mType, false)) {
-            *pError = u"The configuration file %1 can't be read: %2"_s.arg(tFile.mName, tConfig->errorText());
-            return false;
+            return Failure::content(
+                u"The configuration file %1 can't be read: %2"_s.arg(tFile.mName, tConfig->errorText()));
         }
     }
     mReloaded = tConfig;
-    return true;
+    return {};
 }
 
 QString ServiceApplication::configValue(const QString& pKey) const

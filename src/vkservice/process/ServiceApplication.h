@@ -1,5 +1,7 @@
 #pragma once
 
+#include "internal/Failure.h"
+
 #include <vkcore/OkiApplication.h>
 
 #include <QtCore/QString>
@@ -33,9 +35,8 @@ public:
 
     void write(LogLevel pLevel, const QString& pText);
 
-    // Reads the configuration files again. False, with a reason and the old configuration still active, if
-    // one of them cannot be read.
-    bool reloadConfiguration(QString* pError);
+    // Reads the configuration files again. If one of them cannot be read, the old configuration stays active.
+    Failure reloadConfiguration();
     // A value of the active configuration.
     QString configValue(const QString& pKey) const;
     QString configDir() const { return getConfigDir(); }

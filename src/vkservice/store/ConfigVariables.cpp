@@ -169,32 +169,34 @@ int ConfigVariables::word(const QString& pName, bool* pAllRead) const
     return static_cast<int>(tFound - tWords.begin());
 }
 
-// A null text if the value can be stored.
-QString ConfigVariables::objection(const QString& pName, const QString& pValue) const
+// Why the value can't be stored, if so.
+Failure ConfigVariables::objection(const QString& pName, const QString& pValue) const
 {
     if (pName.isEmpty() || pName.size() > sMaxName) {
-        return u"The name of a configuration variable has 1 to %1 characters."_s.arg(sMaxName);
+        return Failure::content(
+            u"The name of a configuration variable has 1 to %1 characters"_s.arg(sMaxName));
     }
     if (pValue.toUtf8().size() > sMaxValueBytes) {
-        return u"The value of a configuration variable has at most %1 bytes."_s.arg(sMaxValueBytes);
+        return Failure::content(
+            u"The value of a configuration variable has at most %1 bytes"_s.arg(sMaxValueBytes));
     }
     if (isMistaken(pName) && (!pValue.isEmpty() || stored(pName).value_or(QString()).isNull())) {
-        return u"Unknown variable %1: names with the prefix %2 are reserved for the service."_s.arg(
-            pName, prefixOf(pName));
+        return Failure::content(
+            u"Unknown variable %1: names with the prefix %2 are reserved for the service"_s.arg(
+                pName, prefixOf(pName)));
     }
     const auto tRule = mRules.constFind(pName);
     const QString tComplaint =
         tRule != mRules.constEnd() && !pValue.isEmpty() ? tRule->mCheck(pValue) : QString();
-    return tComplaint.isNull() ? QString()
-                               : u"Invalid value for the variable %1: %2."_s.arg(pName, tComplaint);
+    return tComplaint.isNull()
+               ? Failure()
+               : Failure::content(u"Invalid value for the variable %1: %2"_s.arg(pName, tComplaint));
 }
 
-bool ConfigVariables::set(const QString& pName, const QString& pValue, QString* pReason)
+Failure ConfigVariables::set(const QString& pName, const QString& pValue)
 {
-    const QString tObjection = objection(pName, pValue);
-    if (!tObjection.isNull()) {
-        *pReason = tObjection;
-        return false;
+    if (const Failure tFailure = objection(pName, pValue)) {
+        return tFailure;
     }
     const bool tReset = pValue.isEmpty() && (mRules.contains(pName) || isMistaken(pName));
     const bool tDone = mDatabase.transaction([&] {
@@ -206,10 +208,9 @@ bool ConfigVariables::set(const QString& pName, const QString& pValue, QString* 
         }
         return tChange.run();
     });
-    if (!tDone) {
-        *pReason = u"The variable can't be stored: %1."_s.arg(mDatabase.errorText());
-    }
-    return tDone;
+    return tDone
+               ? Failure()
+               : Failure{Failure::Kind::Io, u"The variable can't be stored: %1"_s.arg(mDatabase.errorText())};
 }
 
 QStringList ConfigVariables::complaints() const

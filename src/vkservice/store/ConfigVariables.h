@@ -1,5 +1,7 @@
 #pragma once
 
+#include "internal/Failure.h"
+
 #include <QtCore/QHash>
 #include <QtCore/QSet>
 #include <QtCore/QString>
@@ -59,8 +61,8 @@ public:
     // a null text. No value if the database cannot be read.
     std::optional<QString> value(const QString& pName) const;
     // An empty text resets a known variable to its default, and removes an invalid name that an earlier
-    // version accepted. False with a reason.
-    bool set(const QString& pName, const QString& pValue, QString* pReason);
+    // version accepted.
+    Failure set(const QString& pName, const QString& pValue);
 
     // For known variables. An invalid value in the configuration is ignored, unless the rule keeps it. Sets
     // *pAllRead to false if the database cannot be read, else leaves it unchanged; then the returned value is
@@ -81,7 +83,7 @@ private:
     QString configured(const VariableRule& pRule) const;
     std::optional<QString> stored(const QString& pName) const;
     bool isMistaken(const QString& pName) const;
-    QString objection(const QString& pName, const QString& pValue) const;
+    Failure objection(const QString& pName, const QString& pValue) const;
 
     vkcore::Database& mDatabase;
     QHash<QString, VariableRule> mRules;

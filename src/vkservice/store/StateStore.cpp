@@ -50,28 +50,29 @@ constexpr const char* sProbes[] = {
 
 } // namespace
 
-bool StateStore::open(const QString& pStateDir, QString* pError)
+Failure StateStore::open(const QString& pStateDir)
 {
     mPath = pStateDir + u"/state.db"_s;
     mDamagedFile.clear();
-    return openFile(pError) || replaceIfDamaged(pError);
+    const Failure tFailure = openFile();
+    return tFailure && isDamaged() ? replace() : tFailure;
 }
 
-bool StateStore::openFile(QString* pError)
+Failure StateStore::openFile()
 {
     // All of it is read before anything is written.
     const bool tOk = mDatabase.open(mPath, Database::Mode::ReadWrite) &&
                      mDatabase.check() == Database::Health::Sound && mDatabase.migrate(sSteps) &&
                      mDatabase.execute(sPragmas) && tablesAreThere();
-    return tOk || fail(pError);
+    return tOk ? Failure() : unusable();
 }
 
-bool StateStore::fail(QString* pError)
+Failure StateStore::unusable() const
 {
-    *pError = u"The state database %1 can't be used and was not changed: %2. Fix the cause and start "
-              "the service again, or move the file away to start without settings."_s.arg(
-                  mPath, mDatabase.errorText());
-    return false;
+    return {
+        Failure::Kind::Damaged,
+        u"The state database %1 can't be used and was not changed: %2. Fix the cause and start the service "
+        "again, or move the file away to start without settings"_s.arg(mPath, mDatabase.errorText())};
 }
 
 bool StateStore::tablesAreThere()
@@ -83,17 +84,14 @@ bool StateStore::tablesAreThere()
     });
 }
 
-bool StateStore::replaceIfDamaged(QString* pError)
+Failure StateStore::replace()
 {
-    if (mDatabase.health() != Database::Health::Corrupt) {
-        return false;
-    }
     const QString tAside = mDatabase.setAside();
     if (tAside.isNull()) {
-        return fail(pError);
+        return unusable();
     }
     mDamagedFile = tAside;
-    return openFile(pError);
+    return openFile();
 }
 
 } // namespace tarn::vkservice::store

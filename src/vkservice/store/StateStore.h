@@ -1,5 +1,6 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "sqlite/Database.h"
 
 #include <QtCore/QString>
@@ -14,23 +15,24 @@ public:
     static constexpr int sSchemaVersion = 1;
 
     // Creates the database if there is none, and migrates one of an earlier version. A damaged one is moved
-    // aside, never overwritten: damagedFile() then names it, and the store is empty. False with a reason, and
-    // the file unchanged, if the database cannot be read now, lacks a table, or was written by a newer
+    // aside, never overwritten: damagedFile() then names it, and the store is empty. A failure, and the
+    // file unchanged, if the database cannot be read now, lacks a table, or was written by a newer
     // version of the service or another program.
-    bool open(const QString& pStateDir, QString* pError);
+    Failure open(const QString& pStateDir);
 
-    // For a failed operation: if the cause is a damaged database, moves it aside and creates an empty one.
-    // True if so.
-    bool replaceIfDamaged(QString* pError);
+    // Whether the last operation failed because the database is damaged.
+    bool isDamaged() const { return mDatabase.health() == vkcore::Database::Health::Corrupt; }
+    // Moves the damaged database aside and creates an empty one.
+    Failure replace();
 
     // The path that the last damaged database was moved to, null if there was none.
     const QString& damagedFile() const { return mDamagedFile; }
     vkcore::Database& database() { return mDatabase; }
 
 private:
-    bool openFile(QString* pError);
+    Failure openFile();
     bool tablesAreThere();
-    bool fail(QString* pError);
+    Failure unusable() const;
 
     vkcore::Database mDatabase;
     QString mPath;

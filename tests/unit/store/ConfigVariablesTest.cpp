@@ -21,8 +21,9 @@ protected:
 
     bool set(const char* pName, const QString& pValue)
     {
-        mReason.clear();
-        return mVariables.set(q(pName), pValue, &mReason);
+        const tarn::Failure tFailure = mVariables.set(q(pName), pValue);
+        mReason = tFailure.mText;
+        return !tFailure;
     }
     std::string value(const char* pName) { return mVariables.value(q(pName))->toStdString(); }
 
@@ -30,7 +31,7 @@ protected:
     void storeUnchecked(const char* pName, const char* pValue)
     {
         ConfigVariables tUnchecked(mStore.database());
-        ASSERT_TRUE(tUnchecked.set(q(pName), q(pValue), &mReason)) << mReason;
+        ASSERT_FALSE(tUnchecked.set(q(pName), q(pValue)));
     }
 
     QHash<QString, QString> mConfiguration;

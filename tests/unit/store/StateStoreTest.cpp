@@ -51,9 +51,8 @@ TEST_F(StoreTest, OneThatIsNotOursIsRefusedAndLeftAlone)
         ASSERT_TRUE(mStore.database().execute("COMMIT"));
         mStore.database().close();
         const QByteArray tContent = readFile(file());
-        QString tError;
-        EXPECT_FALSE(mStore.open(mDir.path(), &tError));
-        EXPECT_TRUE(tError.contains(q(tReason))) << tError;
+        const tarn::Failure tFailure = mStore.open(mDir.path());
+        EXPECT_TRUE(tFailure.mText.contains(q(tReason))) << tFailure.mText;
         mStore.database().close();
         EXPECT_EQ(readFile(file()), tContent);
         EXPECT_EQ(QDir(mDir.path()).entryList(QDir::Files), QStringList(q("state.db")));
@@ -74,12 +73,12 @@ TEST_F(StoreTest, AFaultOfTheMomentLeavesASoundOneAlone)
         for (int tOperation = 1;; ++tOperation) {
             SCOPED_TRACE(testing::Message() << "operation " << tOperation << ", code " << tCode);
             tVfs.failAt(tOperation, tCode);
-            QString tError;
-            const bool tOpened = mStore.open(mDir.path(), &tError);
+            const tarn::Failure tFailure = mStore.open(mDir.path());
+            const bool tOpened = !tFailure;
             const bool tFailed = tVfs.hasFailed();
             tVfs.failAt(0, 0);
             tRefused += tOpened ? 0 : 1;
-            EXPECT_NE(tOpened, tError.contains(q("was not changed"))) << tError;
+            EXPECT_NE(tOpened, tFailure.mText.contains(q("was not changed"))) << tFailure.mText;
             EXPECT_TRUE(!tOpened || Settings(mStore.database()).dataDirectory() == q("/data"));
             mStore.database().close();
             ASSERT_EQ(QDir(mDir.path()).entryList(QDir::Files), QStringList(q("state.db")));
@@ -125,7 +124,5 @@ TEST_F(StoreTest, HealthyOneThatFailsIsNotReplaced)
     Settings tSettings(mStore.database());
     ASSERT_TRUE(mStore.database().execute("PRAGMA query_only = ON"));
     EXPECT_FALSE(tSettings.setDataDirectory(q("/data")));
-    QString tError;
-    EXPECT_FALSE(mStore.replaceIfDamaged(&tError));
-    EXPECT_TRUE(mStore.damagedFile().isNull());
+    EXPECT_FALSE(mStore.isDamaged());
 }

@@ -12,8 +12,8 @@ protected:
     void reopen()
     {
         mStore.database().close();
-        QString tError;
-        ASSERT_TRUE(mStore.open(mDir.path(), &tError)) << tError;
+        const tarn::Failure tFailure = mStore.open(mDir.path());
+        ASSERT_FALSE(tFailure) << tFailure.mText;
     }
     QString file() const { return mDir.path() + q("/state.db"); }
 
