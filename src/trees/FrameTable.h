@@ -20,9 +20,6 @@ struct ByteRange
     bool operator==(const ByteRange&) const = default;
 };
 
-// Readers of frames must allow a window of two to this power, 8 MiB, and refuse a larger one.
-constexpr int sFrameWindowLog = 23;
-
 // The frames of an archive, which follow each other without gaps.
 class FrameTable
 {

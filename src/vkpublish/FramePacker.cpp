@@ -52,7 +52,7 @@ void FramePacker::work()
 {
     const std::unique_ptr<ZSTD_CCtx, size_t (*)(ZSTD_CCtx*)> tEncoder(ZSTD_createCCtx(), ZSTD_freeCCtx);
     ZSTD_CCtx_setParameter(tEncoder.get(), ZSTD_c_compressionLevel, mLevel);
-    ZSTD_CCtx_setParameter(tEncoder.get(), ZSTD_c_windowLog, trees::sFrameWindowLog);
+    ZSTD_CCtx_setParameter(tEncoder.get(), ZSTD_c_windowLog, trees::sMaxWindowLog);
     std::unique_lock tLock(mMutex);
     for (;;) {
         mChanged.wait(tLock, [this] { return mIsEnding || !mWaiting.empty(); });

@@ -42,7 +42,7 @@ public:
     explicit Trial(qint64 pFrameSize) : mCutter(pFrameSize)
     {
         ZSTD_CCtx_setParameter(mEncoder.get(), ZSTD_c_compressionLevel, sLevel);
-        ZSTD_CCtx_setParameter(mEncoder.get(), ZSTD_c_windowLog, trees::sFrameWindowLog);
+        ZSTD_CCtx_setParameter(mEncoder.get(), ZSTD_c_windowLog, trees::sMaxWindowLog);
     }
 
     void add(const Batch& pBatch)

@@ -63,21 +63,24 @@ QString targetPath(const QString& pRepository, const QString& pName, const QJson
                              pName);
 }
 
-QStringList sidePaths(const QString& pRepository, const QJsonObject& pTarget)
+QList<FileAt> sideFiles(const QString& pRepository, const QJsonObject& pTarget)
 {
     packages::PackageInfo tInfo;
     QString tReason;
     if (!packages::PackageInfo::fromJson(pTarget["custom"_L1].toObject(), &tInfo, &tReason)) {
         return {};
     }
-    QStringList tPaths;
+    QList<FileAt> tFiles;
+    const auto tAdd = [&](const packages::SideFile& pFile, const QString& pName) {
+        tFiles.append({targetsFolder(pRepository) + u'/' + pName, pFile.mLength, pFile.mHash});
+    };
     if (tInfo.mIndex) {
-        tPaths.append(targetsFolder(pRepository) + u'/' + tInfo.mIndex->name());
+        tAdd(tInfo.mIndex->mFile, tInfo.mIndex->name());
     }
     for (const packages::DeltaFile& tDelta : tInfo.mDeltas) {
-        tPaths.append(targetsFolder(pRepository) + u'/' + tDelta.name());
+        tAdd(tDelta.mFile, tDelta.name());
     }
-    return tPaths;
+    return tFiles;
 }
 
 QJsonObject withoutDeltas(QJsonObject pTarget)

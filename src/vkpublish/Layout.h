@@ -4,8 +4,8 @@
 #include "tuf/Hash.h"
 
 #include <QtCore/QJsonObject>
+#include <QtCore/QList>
 #include <QtCore/QString>
-#include <QtCore/QStringList>
 
 namespace tarn::vkpublish {
 
@@ -18,8 +18,15 @@ QString timestampPath(const QString& pRepository);
 tuf::Hash statedHash(const QJsonObject& pStated);
 // pTarget: as in the targets metadata. Its hash is part of the file's name.
 QString targetPath(const QString& pRepository, const QString& pName, const QJsonObject& pTarget);
+struct FileAt
+{
+    QString mPath;
+    qint64 mLength = 0;
+    tuf::Hash mHash;
+};
+
 // The index and the deltas that the target names.
-QStringList sidePaths(const QString& pRepository, const QJsonObject& pTarget);
+QList<FileAt> sideFiles(const QString& pRepository, const QJsonObject& pTarget);
 // The target as "add" makes it.
 QJsonObject withoutDeltas(QJsonObject pTarget);
 

@@ -45,14 +45,18 @@ Failure Publication::checkTarget(const QString& pName) const
 {
     const Record& tRecord = mKeys.mRecord;
     const QJsonObject tTarget = tRecord.mTargets[pName].toObject();
-    const QString tPath = targetPath(mRepository, pName, tTarget);
     const bool tPublished = tRecord.mPublishedTargets[pName].toObject() == tTarget;
-    if (tPublished ? QFileInfo(tPath).size() == tTarget["length"_L1].toInteger()
-                   : isAsStated(tPath, tTarget)) {
-        return {};
+    QList<FileAt> tFiles = sideFiles(mRepository, tTarget);
+    tFiles.prepend(
+        {targetPath(mRepository, pName, tTarget), tTarget["length"_L1].toInteger(), statedHash(tTarget)});
+    for (const FileAt& tFile : std::as_const(tFiles)) {
+        if (tPublished ? QFileInfo(tFile.mPath).size() != tFile.mLength
+                       : bool(fileMatches(tFile.mPath, tFile.mLength, {tFile.mHash}))) {
+            return Failure::content(u"%1 is missing or was changed: add the package again with --replace, or "
+                                    "remove it"_s.arg(tFile.mPath));
+        }
     }
-    return Failure::content(
-        u"%1 is missing or was changed: add the package again with --replace, or remove it"_s.arg(tPath));
+    return {};
 }
 
 Failure Publication::checkTargets() const
@@ -206,7 +210,9 @@ QSet<QString> Publication::referencedFiles() const
     for (const QString& tName : tRecord.mTargets.keys()) {
         const QJsonObject tTarget = tRecord.mTargets[tName].toObject();
         tPaths.append(targetPath(mRepository, tName, tTarget));
-        tPaths.append(sidePaths(mRepository, tTarget));
+        for (const FileAt& tFile : sideFiles(mRepository, tTarget)) {
+            tPaths.append(tFile.mPath);
+        }
     }
     QSet<QString> tFiles;
     for (const QString& tPath : tPaths) {

@@ -3,6 +3,7 @@
 #include "FileMatch.h"
 #include "Layout.h"
 #include "MetadataSource.h"
+#include "SideFileCheck.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
@@ -106,14 +107,25 @@ private:
     QString mRepository;
 };
 
-Failure checkPackage(const tuf::TargetFile& pTarget)
+// Adds the files beside the archive to *pUsed.
+Failure checkPackage(const tuf::TargetFile& pTarget, const QString& pTargets, const QString& pArchive,
+                     QSet<QString>* pUsed)
 {
     packages::PackageInfo tInfo;
     QString tReason;
-    if (packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, &tReason)) {
-        return {};
+    if (!packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, &tReason)) {
+        return Failure::content(u"%1 has an invalid package description: %2"_s.arg(pTarget.mPath, tReason));
     }
-    return Failure::content(u"%1 has an invalid package description: %2"_s.arg(pTarget.mPath, tReason));
+    Failure tFailure;
+    if (tInfo.mIndex) {
+        pUsed->insert(pTargets + u'/' + tInfo.mIndex->name());
+        tFailure = checkIndex(pTargets, tInfo, pArchive, pTarget.mLength);
+    }
+    for (const packages::DeltaFile& tDelta : tInfo.mDeltas) {
+        pUsed->insert(pTargets + u'/' + tDelta.name());
+        tFailure = tFailure ? tFailure : checkDelta(pTargets, tInfo, tDelta);
+    }
+    return tFailure;
 }
 
 QStringList unusedFiles(const QString& pRepository, const QSet<QString>& pUsed)
@@ -161,12 +173,12 @@ VerificationResult verifyRepository(const QString& pRepository, const QByteArray
         tResult.mProblems.append(u"%1 was changed since it was written"_s.arg(tPath));
     }
     QSet<QString> tUsed = tFetcher.mUsed;
+    const QString tFolder = targetsFolder(pRepository);
     for (const tuf::TargetFile& tTarget : tTargets) {
-        const QString tPath =
-            targetsFolder(pRepository) + u'/' + QUrl::fromPercentEncoding(tTarget.mFetchPath.toLatin1());
+        const QString tPath = tFolder + u'/' + QUrl::fromPercentEncoding(tTarget.mFetchPath.toLatin1());
         if (const Failure tChanged = fileMatches(tPath, tTarget.mLength, tTarget.mHashes)) {
             tResult.mProblems.append(tChanged.mText);
-        } else if (const Failure tNoPackage = checkPackage(tTarget)) {
+        } else if (const Failure tNoPackage = checkPackage(tTarget, tFolder, tPath, &tUsed)) {
             tResult.mProblems.append(tNoPackage.mText);
         }
         tUsed.insert(tPath);

@@ -18,6 +18,19 @@ using packages::PackageInfo;
 
 namespace {
 
+// How many deltas lead to a package, and their size; "-" for a package without an index, which has none.
+QString deltas(const PackageInfo& pInfo)
+{
+    qint64 tBytes = 0;
+    for (const packages::DeltaFile& tDelta : pInfo.mDeltas) {
+        tBytes += tDelta.mFile.mLength;
+    }
+    const QString tCount = QString::number(pInfo.mDeltas.size());
+    return !pInfo.mIndex             ? u"-"_s
+           : pInfo.mDeltas.isEmpty() ? tCount
+                                     : u"%1, %2"_s.arg(tCount, QLocale::c().formattedDataSize(tBytes));
+}
+
 QStringList row(const QJsonObject& pTarget, const QString& pState)
 {
     PackageInfo tInfo;
@@ -30,6 +43,7 @@ QStringList row(const QJsonObject& pTarget, const QString& pState)
             tKind,
             tInfo.mLanguage.isEmpty() ? u"-"_s : tInfo.mLanguage,
             QLocale::c().formattedDataSize(pTarget["length"_L1].toInteger()),
+            deltas(tInfo),
             pState};
 }
 
@@ -80,8 +94,8 @@ int cmdList(const QStringList& pArguments)
         complain(tFailure.mText);
         return StatusFailed;
     }
-    const QStringList tHead{u"NAME"_s,     u"VERSION"_s, u"DATE"_s, u"KIND"_s,
-                            u"LANGUAGE"_s, u"SIZE"_s,    u"STATE"_s};
+    const QStringList tHead{u"NAME"_s,     u"VERSION"_s, u"DATE"_s,   u"KIND"_s,
+                            u"LANGUAGE"_s, u"SIZE"_s,    u"DELTAS"_s, u"STATE"_s};
     print(QList<QStringList>{tHead} + rows(tKeys.mRecord));
     say(tKeys.mRecord.mTimestampExpires.isValid()
             ? u"Valid until %1"_s.arg(tKeys.mRecord.mTimestampExpires.toString(Qt::ISODate))

@@ -3,6 +3,7 @@
 #include "CatchUp.h"
 #include "CommandLine.h"
 #include "MetadataSource.h"
+#include "NewDeltas.h"
 #include "Publication.h"
 
 #include "os/FileSystem.h"
@@ -58,6 +59,9 @@ void declare(CommandLine* pLine)
     pLine->addOption(u"expires"_s, u"The same as a date"_s, u"DATE"_s);
     pLine->addOption(u"targets-days"_s, u"How long the list of packages is valid, in days"_s, u"DAYS"_s,
                      u"365"_s);
+    pLine->addOption(u"deltas"_s,
+                     u"From how many versions before to make deltas to each new package, 0 to 16"_s, u"N"_s,
+                     u"2"_s);
     pLine->addOption(u"prune"_s, u"Then delete files that have been unreferenced for a while"_s);
     pLine->addOption(u"prune-days"_s, u"Minimum time without a reference, in days"_s, u"DAYS"_s, u"1"_s);
     pLine->addOption(u"above"_s,
@@ -71,6 +75,7 @@ struct Job
 {
     PublicationTimes mTimes;
     qint64 mGrace = 0;
+    int mDeltas = 0; // to each new package, at most
     std::unique_ptr<tuf::Fetcher> mAbove;
 };
 
@@ -78,9 +83,11 @@ bool readJob(const CommandLine& pLine, Job* pTo)
 {
     const std::optional<PublicationTimes> tTimes = readTimes(pLine);
     const std::optional<int> tPruneDays = pLine.number("prune-days", 0, 3650);
-    if (!tTimes || !tPruneDays) {
+    const std::optional<int> tDeltas = pLine.number("deltas", 0, 16);
+    if (!tTimes || !tPruneDays || !tDeltas) {
         return false;
     }
+    pTo->mDeltas = *tDeltas;
     pTo->mTimes = *tTimes;
     pTo->mGrace = *tPruneDays * sSecondsPerDay;
     return !pLine.isSet("above") || pLine.openPlace("above", &pTo->mAbove);
@@ -98,6 +105,10 @@ Failure publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys)
         if (Failure tFailure = takeOver(tFileSystem, *pJob.mAbove, pLine.repository(), pKeys, &tRaised)) {
             return tFailure;
         }
+    }
+    NewDeltas tDeltas(tFileSystem, pLine.repository(), *pKeys);
+    if (Failure tFailure = tDeltas.make(pJob.mDeltas)) {
+        return tFailure;
     }
     if (Failure tFailure = tPublication.run(pJob.mTimes)) {
         return tFailure;

@@ -35,21 +35,25 @@ constexpr qsizetype sBlockSize = 256 * 1024;
 class NewFile
 {
 public:
-    NewFile(FileSystem& pFileSystem, const QString& pPath)
-        : mFileSystem(pFileSystem), mPath(pPath),
-          mFile(pFileSystem, pFileSystem.open(QFile::encodeName(pPath),
-                                              O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644))
-    {
-    }
+    NewFile(FileSystem& pFileSystem, const QString& pPath) : mFileSystem(pFileSystem), mPath(pPath) {}
     ~NewFile()
     {
-        if (!mIsKept) {
+        if (mIsMade && !mIsKept) {
             mFileSystem.unlink(QFile::encodeName(mPath));
         }
     }
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
 
+    // What is left there from before is overwritten; anything but a file is a failure.
+    Failure open()
+    {
+        mFile = Descriptor(mFileSystem,
+                           mFileSystem.open(QFile::encodeName(mPath),
+                                            O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
+        mIsMade = mFile.isOpen();
+        return mIsMade ? Failure() : failure();
+    }
     Failure write(const QByteArray& pBytes)
     {
         return os::writeAll(mFileSystem, mFile.fd(), pBytes.constData(),
@@ -73,6 +77,7 @@ private:
     FileSystem& mFileSystem;
     QString mPath;
     Descriptor mFile;
+    bool mIsMade = false;
     bool mIsKept = false;
 };
 
@@ -184,6 +189,9 @@ Failure putTogether(FileSystem& pFileSystem, const QByteArray& pHeader, const QS
                     NewFile* pOutput, DeltaResult* pTo)
 {
     const Descriptor tFrom(pFileSystem, pFileSystem.open(QFile::encodeName(pSegments), O_RDONLY | O_CLOEXEC));
+    if (!tFrom.isOpen()) {
+        return Failure::fromErrno(errno, u"read %1"_s.arg(pSegments));
+    }
     tuf::Hasher tHasher(tuf::HashAlgorithm::Sha256);
     QByteArray tBytes = pHeader;
     ssize_t tGot = 0;
@@ -206,12 +214,17 @@ Failure putTogether(FileSystem& pFileSystem, const QByteArray& pHeader, const QS
 Failure makeDelta(FileSystem& pFileSystem, const PackageVersion& pOld, const PackageVersion& pNew,
                   int pThreads, const QString& pOutput, DeltaResult* pTo)
 {
-    std::vector<Segment> tSegments = planDelta(pOld, pNew);
     NewFile tPacked(pFileSystem, pOutput + u".segments"_s);
+    NewFile tOutput(pFileSystem, pOutput);
+    for (NewFile* tFile : {&tPacked, &tOutput}) {
+        if (Failure tFailure = tFile->open()) {
+            return tFailure;
+        }
+    }
+    std::vector<Segment> tSegments = planDelta(pOld, pNew);
     if (Failure tFailure = Work(pOld, pNew, &tSegments, &tPacked).run(std::max(pThreads, 1))) {
         return tFailure;
     }
-    NewFile tOutput(pFileSystem, pOutput);
     if (Failure tFailure =
             putTogether(pFileSystem, header(pOld, pNew, tSegments), tPacked.path(), &tOutput, pTo)) {
         return tFailure;

@@ -3,7 +3,7 @@
 #include "os/Descriptor.h"
 #include "os/FileTools.h"
 #include "packages/Unpacker.h"
-#include "tuf/Hashes.h"
+#include "trees/IndexText.h"
 
 #include <QtCore/QFile>
 
@@ -20,7 +20,6 @@ using os::Descriptor;
 
 namespace {
 
-constexpr qsizetype sBlockSize = 1024 * 1024;
 constexpr mode_t sPrivate = 0700;
 
 } // namespace
@@ -40,7 +39,8 @@ Failure PackageVersion::open(const QString& pIndex, const trees::IndexLimits& pL
     }
     mScratch = pScratch;
     mMaxBytes = pLimits.mMaxBytes;
-    if (Failure tFailure = copyText(pIndex)) {
+    // The text is there unpacked, so that any part of it can be read.
+    if (Failure tFailure = trees::unpackIndex(mFileSystem, pIndex, textPath(), &mIndex)) {
         return tFailure;
     }
     return readEntries(pIndex, pLimits);
@@ -49,40 +49,6 @@ Failure PackageVersion::open(const QString& pIndex, const trees::IndexLimits& pL
 QString PackageVersion::textPath() const
 {
     return mScratch + u"/index"_s;
-}
-
-// The text of the index, unpacked, so that any part of it can be read.
-Failure PackageVersion::copyText(const QString& pIndex)
-{
-    trees::ZstdLines tLines(mFileSystem);
-    if (Failure tFailure = tLines.open(pIndex)) {
-        return tFailure;
-    }
-    Descriptor tFile(mFileSystem, mFileSystem.open(QFile::encodeName(textPath()),
-                                                   O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    tuf::Hasher tHasher(tuf::HashAlgorithm::Sha256);
-    QByteArray tLine;
-    do {
-        QByteArray tText;
-        Failure tFailure;
-        while (!(tFailure = tLines.next(&tLine)) && !tLine.isNull() && tText.size() < sBlockSize) {
-            tText += tLine + '\n';
-        }
-        if (tFailure) {
-            return tFailure;
-        }
-        if (!tLine.isNull()) {
-            tText += tLine + '\n';
-        }
-        tHasher.add(tText);
-        mIndex.mLength += tText.size();
-        if (os::writeAll(mFileSystem, tFile.fd(), tText.constData(), static_cast<size_t>(tText.size())) !=
-            0) {
-            return Failure::fromErrno(errno, u"write %1"_s.arg(textPath()));
-        }
-    } while (!tLine.isNull());
-    mIndex.mHash = tHasher.result().front();
-    return {};
 }
 
 Failure PackageVersion::readEntries(const QString& pIndex, const trees::IndexLimits& pLimits)

@@ -34,7 +34,6 @@ public:
     Failure read(const trees::Piece& pPiece, QByteArray* pTo) const;
 
 private:
-    Failure copyText(const QString& pIndex);
     Failure readEntries(const QString& pIndex, const trees::IndexLimits& pLimits);
     QString textPath() const;
 

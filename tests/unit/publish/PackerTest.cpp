@@ -1,15 +1,22 @@
 #include "Packer.h"
+#include "SideFileCheck.h"
 #include "Test.h"
+
+#include "trees/IndexWriter.h"
+#include "tuf/Hashes.h"
 
 #include "FaultyFileSystem.h"
 
 #include <archive.h>
 #include <archive_entry.h>
 
+#include <QtCore/QRandomGenerator>
+
 #include <sys/time.h>
 
 #include <clocale>
 
+using namespace tarn;
 using namespace tarn::vkpublish;
 
 namespace {
@@ -50,6 +57,31 @@ protected:
                                   mDir.filePath(q("archive")), &mResult);
         }
         return tFailure.mText;
+    }
+
+    // What checkIndex() says about an index whose entries are changed like this.
+    QString checkPacked(const std::function<void(trees::IndexEntry&)>& pChange) const
+    {
+        std::vector<trees::IndexEntry> tEntries = mResult.mEntries;
+        std::for_each(tEntries.begin(), tEntries.end(), pChange);
+        const QByteArray tText = trees::indexText(mResult.mFrames, tEntries);
+        const QByteArray tFile = trees::packIndex(tText);
+        const auto tHash = [](const QByteArray& pBytes) {
+            return *tuf::Hash::fromHex(tuf::HashAlgorithm::Sha256, q(tuf::sha256(pBytes)));
+        };
+        packages::PackageInfo tInfo;
+        tInfo.mInstalledSize = mResult.mInstalledSize;
+        tInfo.mIndex = packages::IndexFile{.mFile = {.mLength = tFile.size(), .mHash = tHash(tFile)},
+                                           .mText = {.mHash = tHash(tText), .mLength = tText.size()}};
+        writeFile(mDir.filePath(tInfo.mIndex->name()), tFile);
+        return checkIndex(mDir.path(), tInfo, mDir.filePath(q("archive")), mResult.mLength).mText;
+    }
+
+    static QByteArray noise(qsizetype pSize, quint32 pSeed)
+    {
+        QByteArray tBytes((pSize + 3) / 4 * 4, '\0');
+        QRandomGenerator(pSeed).fillRange(reinterpret_cast<quint32*>(tBytes.data()), tBytes.size() / 4);
+        return tBytes.first(pSize);
     }
 
     QTemporaryDir mDir;
@@ -97,10 +129,55 @@ TEST_F(PackerTest, TheSameFolderMakesTheSameArchive)
             const timeval tTimes[] = {{1700000000, 5}, {1700000000, pOrder.first() == tName}};
             ::utimes(path(tName), tTimes);
         }
+        ++mThreads;
         EXPECT_EQ(pack(QDateTime(QDate(2020, 1, 1), QTime(0, 0), Qt::UTC)), QString());
         return mResult.mHashes;
     };
     EXPECT_EQ(tBuild({"f/a", "f/d/b", "f/d/c"}), tBuild({"f/d/c", "f/d/b", "f/a"}));
+}
+
+TEST_F(PackerTest, TheIndexIsThatOfTheArchive)
+{
+    // Small ones, two that do not fit into a frame, one with frames of its own, small ones again.
+    const qsizetype tMiB = 1024 * 1024;
+    file("f/a/small", "1");
+    file("f/b", noise(2 * tMiB, 1));
+    file("f/c", noise(3 * tMiB, 2), 0755);
+    file("f/d", noise(9 * tMiB + 1, 3));
+    file("f/e/\xc3\xa4", "");
+    file("f/z", "2");
+    link("../z", "f/a/link");
+    QDir().mkpath(mDir.filePath(q("f/empty")));
+    ASSERT_EQ(pack(), QString());
+    const tuf::HashList tHashes = mResult.mHashes;
+    QList<qint64> tUnpacked;
+    for (const trees::Frame& tFrame : mResult.mFrames) {
+        tUnpacked.append(tFrame.mUnpacked / 1024);
+    }
+    EXPECT_EQ(tUnpacked, (QList<qint64>{2050, 3072, 3072, 3072, 3072, 4})) << "KiB";
+    EXPECT_EQ(checkPacked([](trees::IndexEntry&) {}), QString());
+    const std::pair<const char*, std::function<void(trees::IndexEntry&)>> sLies[] = {
+        {"a/small", [](trees::IndexEntry& pEntry) { pEntry.mTime += 1; }},
+        {"a/link", [](trees::IndexEntry& pEntry) { pEntry.mTarget = "../b"; }},
+        {"c", [](trees::IndexEntry& pEntry) { pEntry.mIsExecutable = false; }},
+        {"d", [](trees::IndexEntry& pEntry) { pEntry.mAt += 1; }},
+        {"z", [](trees::IndexEntry& pEntry) { pEntry.mPath = "zz"; }},
+        {"z", [](trees::IndexEntry& pEntry) { pEntry.mHash = tuf::Hash(); }},
+    };
+    for (const auto& [tPath, tLie] : sLies) {
+        const QString tFound = checkPacked([&, tPath = tPath, tLie = tLie](trees::IndexEntry& pEntry) {
+            if (pEntry.mPath == tPath) {
+                tLie(pEntry);
+            }
+        });
+        EXPECT_NE(tFound, QString()) << tPath;
+    }
+    mResult.mEntries.pop_back();
+    EXPECT_NE(checkPacked([](trees::IndexEntry&) {}), QString()) << "more in the archive";
+
+    mThreads = 7;
+    ASSERT_EQ(pack(), QString());
+    EXPECT_EQ(mResult.mHashes, tHashes) << "depends on the threads";
 }
 
 TEST_F(PackerTest, RefusesWhatAPackageMustNotHold)
@@ -132,7 +209,7 @@ TEST_F(PackerTest, RefusesWhatAPackageMustNotHold)
 
 TEST_F(PackerTest, LeavesNoArchiveWhenTheDiskFails)
 {
-    file("f/a", QByteArray(300000, 'a'));
+    file("f/a", noise(5'000'000, 1));
     file("f/b");
     bool tFailed = true;
     for (int i = 1; tFailed; ++i) {

@@ -212,9 +212,9 @@ TEST_F(ProgramTest, RemovesAndPrunes)
     succeed("remove @r viewer --version 1.2");
     EXPECT_TRUE(run("list @r").mOut.contains("removed"));
     succeed("publish @r --prune");
-    EXPECT_EQ(files("r/targets").size(), 3) << "machines may be in the middle of it";
+    EXPECT_EQ(files("r/targets").size(), 5) << "machines may be in the middle of it";
     QByteArray tRecord = readFile(path("r.keys/record.json"));
-    EXPECT_EQ(tRecord.count("targets/"), 1);
+    EXPECT_EQ(tRecord.count("targets/"), 2) << "archive and index";
     // As if published two days ago.
     const QDate tToday = QDateTime::currentDateTimeUtc().date();
     tRecord.replace(tToday.toString(Qt::ISODate).toUtf8(), tToday.addDays(-2).toString(Qt::ISODate).toUtf8());
@@ -225,11 +225,58 @@ TEST_F(ProgramTest, RemovesAndPrunes)
     EXPECT_EQ(followAsClient(), q("charts-7.0.0.0-de.tar.zst viewer-1.3.0.0.tar.zst"));
     EXPECT_EQ(files("r/metadata"), (QStringList{q("1.root.json"), q("2.snapshot.json"), q("2.targets.json"),
                                                 q("timestamp.json")}));
-    EXPECT_EQ(files("r/targets").size(), 2);
+    EXPECT_EQ(files("r/targets").size(), 3) << "two archives with the same content, one index";
     succeed("remove @r viewer");
     succeed("publish @r --prune --prune-days 0");
-    EXPECT_EQ(files("r/targets").size(), 1);
+    EXPECT_EQ(files("r/targets").size(), 2);
     EXPECT_EQ(followAsClient(), q("charts-7.0.0.0-de.tar.zst"));
+}
+
+TEST_F(ProgramTest, MakesDeltasFromTheVersionsBefore)
+{
+    succeed("init @r");
+    const auto tAdd = [this](int pVersion) {
+        write("f/data", QByteArray(20000, 'x') + char('0' + pVersion));
+        write("f/noise", readFile(q(VKPUBLISH)).mid(pVersion, 100000));
+        succeed(qPrintable(q("add @r @f --level 1 --name charts --version %1").arg(pVersion)));
+    };
+    const auto tDeltas = [this] { return files("r/targets").filter(q(".delta")).size(); };
+    for (const int tVersion : {1, 2, 3}) {
+        tAdd(tVersion);
+        succeed(tVersion == 2 ? "publish @r --deltas 0" : "publish @r");
+    }
+    EXPECT_EQ(tDeltas(), 2) << "to the third";
+    EXPECT_TRUE(run("list @r").mOut.contains("  2, ")) << run("list @r").mOut;
+    EXPECT_EQ(run("verify @r").mStatus, 0);
+
+    // What a version of before 1.1 has added has no index; what is new gets a delta from the others alone.
+    QJsonObject tRecord = QJsonDocument::fromJson(readFile(path("r.keys/record.json"))).object();
+    for (const QString& tList : {q("targets"), q("publishedTargets")}) {
+        QJsonObject tTargets = tRecord[tList].toObject();
+        QJsonObject tOld = tTargets[q("charts-2.0.0.0.tar.zst")].toObject();
+        QJsonObject tCustom = tOld[q("custom")].toObject();
+        tCustom.remove(q("index"));
+        tOld.insert(q("custom"), tCustom);
+        tTargets.insert(q("charts-2.0.0.0.tar.zst"), tOld);
+        tRecord.insert(tList, tTargets);
+    }
+    write("r.keys/record.json", QJsonDocument(tRecord).toJson());
+    write("r.keys/scratch/old/package/left", "by a killed publish");
+    write("r/targets/.delta.new.segments", "likewise");
+    succeed("remove @r charts --version 1");
+    succeed("publish @r");
+    tAdd(4);
+    succeed("publish @r --deltas 3");
+    EXPECT_EQ(tDeltas(), 4) << "from 3, and from 1, which is withdrawn but still there";
+    succeed("remove @r charts --version 3");
+    QFile::remove(path("r/targets/") + files("r/targets").filter(q("-1.0.0.0.tar.zst")).first());
+    tAdd(5);
+    succeed("publish @r --deltas 3 --prune --prune-days 0");
+    EXPECT_EQ(run("verify @r").mErr, "");
+    EXPECT_FALSE(run("verify @r").mOut.contains("Unreferenced"));
+    EXPECT_FALSE(QFileInfo::exists(path("r.keys/scratch")));
+    EXPECT_EQ(files("r.keys").size(), 6);
+    EXPECT_EQ(files("r/targets").size(), 1 + 4 + 4) << files("r/targets").join(u'\n');
 }
 
 TEST_F(ProgramTest, TwoPublishersDoNotMix)

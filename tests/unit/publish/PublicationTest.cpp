@@ -1,6 +1,7 @@
 // An interruption or a disk failure at every moment of a publication.
 #include "Publication.h"
 #include "FaultyFileSystem.h"
+#include "NewDeltas.h"
 #include "Publisher.h"
 #include "Rotation.h"
 
@@ -61,6 +62,41 @@ TEST_F(PublicationTest, ClientsSeeTheOldStateOrTheNewOne)
 }
 
 // Clients see the same packages at every moment of a key rotation.
+// What a failure or a kill leaves is gone after the next publication, which makes the missing deltas.
+TEST_F(PublicationTest, DeltasComeInSpiteOfWhatStoppedThem)
+{
+    succeed("init @r");
+    for (const char tVersion : {'1', '2', '3'}) {
+        write("f/data", readFile(q(VKPUBLISH)).first(50000) + tVersion);
+        succeed((QByteArray("add @r @f --level 1 --name a --version ") + tVersion).constData());
+        if (tVersion == '2') {
+            succeed("publish @r");
+        }
+    }
+    copy("r", "r.before");
+    copy("r.keys", "r.keys.before");
+    bool tFailed = true;
+    for (int i = 1; tFailed; i += i > 40 ? 5 : 1) {
+        SCOPED_TRACE(testing::Message() << "operation " << i);
+        copy("r.before", "r");
+        copy("r.keys.before", "r.keys");
+        FaultyFileSystem tFileSystem;
+        tFileSystem.mForGood = true;
+        tFileSystem.failAt(i, ENOSPC);
+        {
+            KeyFolder tKeys(tFileSystem, path("r.keys"));
+            tarn::Failure tFailure = tKeys.open();
+            tFailure = tFailure ? tFailure : NewDeltas(tFileSystem, path("r"), tKeys).make(2);
+            tFailed = tFileSystem.hasFailed();
+        }
+        succeed("publish @r --prune --prune-days 0");
+        EXPECT_FALSE(QFileInfo::exists(path("r.keys/scratch")));
+        EXPECT_EQ(files("r/targets").size(), 3 * 2 + 3) << files("r/targets").join(u' ');
+        ASSERT_LT(i, 1000);
+    }
+    EXPECT_EQ(run("verify @r").mErr, "");
+}
+
 class RotationTest : public PublisherTest
 {
 protected:

@@ -1,3 +1,4 @@
+#include "FaultyFileSystem.h"
 #include "Test.h"
 #include "TestArchive.h"
 
@@ -169,6 +170,42 @@ TEST_F(DeltaTest, UnpacksAnArchiveForThePublisher)
     EXPECT_FALSE(tVersion->read({1, {3, 4}}, &tBytes));
     EXPECT_EQ(tBytes, "tent");
     EXPECT_TRUE(tVersion->read({1, {3, 5}}, &tBytes)) << "shorter than the index tells";
+}
+
+TEST_F(DeltaTest, LeavesNothingWhenTheDiskFails)
+{
+    writeFile(mDir.filePath(q("archive")), makeArchive({{"f", "content"}}));
+    const auto tNew = version(q("new"), {{"f", "contents"}, {"g", noise(100)}});
+    const QByteArray tGood = make(*version(q("old"), {{"f", "content"}}), *tNew, 1);
+    QFile::remove(deltaPath());
+    bool tFailed = true;
+    for (int i = 1; tFailed; ++i) {
+        FaultyFileSystem tFileSystem;
+        tFileSystem.failAt(i, ENOSPC);
+        Failure tFailure;
+        {
+            PackageVersion tOld(tFileSystem);
+            tFailure = tOld.open(mDir.filePath(q("old.index")), {.mMaxBytes = 7, .mArchiveSize = 1},
+                                 mDir.filePath(q("scratch")));
+            tFailure = tFailure ? tFailure : tOld.unpack(mDir.filePath(q("archive")));
+            tOld.useFolder(mDir.filePath(q("old")));
+            vkpublish::DeltaResult tResult;
+            tFailure = tFailure ? tFailure : makeDelta(tFileSystem, tOld, *tNew, 2, deltaPath(), &tResult);
+        }
+        tFailed = tFileSystem.hasFailed();
+        EXPECT_TRUE(tFailure ? !QFile::exists(deltaPath()) : readFile(deltaPath()) == tGood)
+            << tFileSystem.failed();
+        EXPECT_TRUE(!tFailure || tFailure.mKind == Failure::Kind::NoSpace) << tFailure.mText;
+        QFile::remove(deltaPath());
+        QFile::remove(deltaPath() + q(".segments")); // where its removal failed
+        QDir(mDir.filePath(q("scratch"))).removeRecursively();
+        ASSERT_LT(i, 200);
+    }
+    ASSERT_TRUE(QDir().mkpath(deltaPath()));
+    vkpublish::DeltaResult tResult;
+    const Failure tFailure = makeDelta(os::realFileSystem(), *tNew, *tNew, 1, deltaPath(), &tResult);
+    EXPECT_TRUE(tFailure.mText.contains(deltaPath())) << tFailure.mText;
+    EXPECT_FALSE(QFile::exists(deltaPath() + q(".segments")));
 }
 
 TEST_F(DeltaTest, DiffersInBytesOfAllKinds)

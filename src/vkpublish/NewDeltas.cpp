@@ -1,0 +1,227 @@
+#include "NewDeltas.h"
+
+#include "deltas/DeltaMaker.h"
+#include "FileMatch.h"
+#include "Layout.h"
+
+#include "os/FileSystem.h"
+#include "os/FileTools.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QSet>
+
+#include <algorithm>
+#include <cerrno>
+#include <thread>
+
+using namespace Qt::StringLiterals;
+
+namespace tarn::vkpublish {
+
+using packages::DeltaFile;
+using packages::PackageInfo;
+
+namespace {
+
+constexpr mode_t sPrivate = 0700;
+constexpr unsigned sMostThreads = 2; // each takes 35 MiB
+constexpr qint64 sMostPercent = 90;  // of the archive; a delta of as many saves too little
+
+// The target with the deltas of pInfo.
+QJsonObject withDeltas(const QJsonObject& pTarget, const PackageInfo& pInfo)
+{
+    QJsonObject tTarget = withoutDeltas(pTarget);
+    if (!pInfo.mDeltas.isEmpty()) {
+        QJsonObject tCustom = tTarget["custom"_L1].toObject();
+        tCustom.insert("deltas"_L1, pInfo.toJson()["deltas"_L1]);
+        tTarget.insert("custom"_L1, tCustom);
+    }
+    return tTarget;
+}
+
+} // namespace
+
+NewDeltas::NewDeltas(os::FileSystem& pFileSystem, const QString& pRepository, KeyFolder& pKeys)
+    : mFileSystem(pFileSystem), mTargets(targetsFolder(pRepository)), mRepository(pRepository), mKeys(pKeys)
+{
+}
+
+NewDeltas::~NewDeltas()
+{
+    (void)os::removeTree(mFileSystem, scratch()); // the next publication tries again
+}
+
+QString NewDeltas::scratch() const
+{
+    return mKeys.path() + "/scratch"_L1;
+}
+
+Failure NewDeltas::make(int pCount)
+{
+    if (Failure tFailure = os::removeTree(mFileSystem, scratch())) {
+        return tFailure;
+    }
+    for (const QString& tName : mKeys.mRecord.mTargets.keys()) {
+        if (Failure tFailure = makeFor(tName, pCount)) {
+            return tFailure;
+        }
+    }
+    return {};
+}
+
+std::optional<NewDeltas::Version> NewDeltas::versionOf(const QString& pName, const QJsonObject& pTarget) const
+{
+    Version tVersion;
+    QString tReason;
+    if (!PackageInfo::fromJson(pTarget["custom"_L1].toObject(), &tVersion.mInfo, &tReason) ||
+        !tVersion.mInfo.mIndex) {
+        return std::nullopt;
+    }
+    tVersion.mArchive = targetPath(mRepository, pName, pTarget);
+    tVersion.mArchiveSize = pTarget["length"_L1].toInteger();
+    tVersion.mArchiveHash = statedHash(pTarget);
+    return tVersion;
+}
+
+bool NewDeltas::isThere(const packages::SideFile& pFile, const QString& pName) const
+{
+    return !fileMatches(mTargets + u'/' + pName, pFile.mLength, {pFile.mHash});
+}
+
+bool NewDeltas::isThere(const Version& pVersion) const
+{
+    return isThere(pVersion.mInfo.mIndex->mFile, pVersion.mInfo.mIndex->name()) &&
+           !fileMatches(pVersion.mArchive, pVersion.mArchiveSize, {pVersion.mArchiveHash});
+}
+
+// All versions before this one, the newest first; the files of some may be gone.
+QList<NewDeltas::Version> NewDeltas::versionsBefore(const Version& pNew) const
+{
+    const Record& tRecord = mKeys.mRecord;
+    QList<Version> tBases;
+    QSet<QByteArray> tKnown{pNew.mInfo.mIndex->mText.mHash.toHex()};
+    for (const QJsonObject* tTargets :
+         {&tRecord.mTargets, &tRecord.mPublishedTargets, &tRecord.mWithdrawnTargets}) {
+        for (auto tIt = tTargets->begin(); tIt != tTargets->end(); ++tIt) {
+            const std::optional<Version> tOld = versionOf(tIt.key(), tIt.value().toObject());
+            if (!tOld || tOld->mInfo.mName != pNew.mInfo.mName ||
+                tOld->mInfo.mLanguage != pNew.mInfo.mLanguage ||
+                !(tOld->mInfo.mVersion < pNew.mInfo.mVersion)) {
+                continue;
+            }
+            const QByteArray tText = tOld->mInfo.mIndex->mText.mHash.toHex();
+            if (!tKnown.contains(tText)) {
+                tKnown.insert(tText);
+                tBases.append(*tOld);
+            }
+        }
+    }
+    std::stable_sort(tBases.begin(), tBases.end(), [](const Version& pOne, const Version& pOther) {
+        return pOne.mInfo.mVersion > pOther.mInfo.mVersion;
+    });
+    return tBases;
+}
+
+Failure NewDeltas::makeFor(const QString& pName, int pCount)
+{
+    const QJsonObject tTarget = mKeys.mRecord.mTargets[pName].toObject();
+    std::optional<Version> tNew = versionOf(pName, tTarget);
+    if (!tNew) {
+        return {};
+    }
+    tNew->mInfo.mDeltas.removeIf(
+        [&](const DeltaFile& pDelta) { return !isThere(pDelta.mFile, pDelta.name()); });
+    const QJsonObject tPublished = mKeys.mRecord.mPublishedTargets[pName].toObject();
+    if (tPublished.isEmpty() || withoutDeltas(tPublished) != withoutDeltas(tTarget)) {
+        QList<DeltaFile> tDeltas;
+        if (Failure tFailure = makeAll(*tNew, pCount, &tDeltas)) {
+            return tFailure;
+        }
+        tNew->mInfo.mDeltas = tDeltas;
+    }
+    const QJsonObject tNamed = withDeltas(tTarget, tNew->mInfo);
+    if (tNamed == tTarget) {
+        return {};
+    }
+    mKeys.mRecord.mTargets.insert(pName, tNamed);
+    return mKeys.save();
+}
+
+Failure NewDeltas::makeAll(const Version& pNew, int pCount, QList<DeltaFile>* pTo)
+{
+    const QString tScratch = scratch() + "/new"_L1;
+    std::unique_ptr<PackageVersion> tNew; // laid open for the first delta
+    int tLeft = pCount;
+    for (const Version& tBase : versionsBefore(pNew)) {
+        if (tLeft == 0) {
+            break;
+        }
+        const auto tFound =
+            std::find_if(pNew.mInfo.mDeltas.begin(), pNew.mInfo.mDeltas.end(),
+                         [&](const DeltaFile& pDelta) { return pDelta.mFrom == tBase.mInfo.mIndex->mText; });
+        if (tFound != pNew.mInfo.mDeltas.end()) {
+            pTo->append(*tFound);
+            --tLeft;
+            continue;
+        }
+        if (!isThere(tBase)) {
+            continue;
+        }
+        --tLeft;
+        if (!tNew) {
+            if (Failure tFailure = os::makePath(mFileSystem, scratch(), sPrivate)) {
+                return tFailure;
+            }
+            tNew = std::make_unique<PackageVersion>(mFileSystem);
+            if (Failure tFailure = layOpen(pNew, tScratch, tNew.get())) {
+                return tFailure;
+            }
+        }
+        const qint64 tMost = pNew.mArchiveSize * sMostPercent / 100;
+        if (Failure tFailure = makeOne(tBase, *tNew, tMost, pTo)) {
+            return tFailure;
+        }
+    }
+    return {};
+}
+
+Failure NewDeltas::makeOne(const Version& pOld, const PackageVersion& pNew, qint64 pMostBytes,
+                           QList<DeltaFile>* pTo)
+{
+    PackageVersion tOld(mFileSystem);
+    if (Failure tFailure = layOpen(pOld, scratch() + "/old"_L1, &tOld)) {
+        return tFailure;
+    }
+    const QString tUnnamed = mTargets + "/.delta.new"_L1;
+    const auto tThreads = static_cast<int>(std::min(std::thread::hardware_concurrency(), sMostThreads));
+    DeltaResult tResult;
+    if (Failure tFailure = makeDelta(mFileSystem, tOld, pNew, tThreads, tUnnamed, &tResult)) {
+        return tFailure;
+    }
+    const DeltaFile tDelta{.mFile = {.mLength = tResult.mLength, .mHash = tResult.mHash},
+                           .mFrom = tOld.index()};
+    if (tResult.mLength >= pMostBytes) {
+        mFileSystem.unlink(QFile::encodeName(tUnnamed));
+        return {};
+    }
+    const QString tPath = mTargets + u'/' + tDelta.name();
+    if (mFileSystem.rename(QFile::encodeName(tUnnamed), QFile::encodeName(tPath)) != 0) {
+        return Failure::fromErrno(errno, u"write %1"_s.arg(tPath));
+    }
+    pTo->append(tDelta);
+    ++mMade;
+    return os::syncDir(mFileSystem, mTargets);
+}
+
+Failure NewDeltas::layOpen(const Version& pVersion, const QString& pScratch, PackageVersion* pTo)
+{
+    const QString tIndex = mTargets + u'/' + pVersion.mInfo.mIndex->name();
+    if (Failure tFailure = pTo->open(
+            tIndex, {.mMaxBytes = pVersion.mInfo.mInstalledSize, .mArchiveSize = pVersion.mArchiveSize},
+            pScratch)) {
+        return tFailure;
+    }
+    return pTo->unpack(pVersion.mArchive);
+}
+
+} // namespace tarn::vkpublish

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "KeyFolder.h"
+
+#include "internal/Failure.h"
+#include "packages/PackageInfo.h"
+
+#include <QtCore/QStringList>
+
+#include <memory>
+
+namespace tarn::vkpublish {
+
+class PackageVersion;
+
+// Makes the deltas of the packages that the next publication offers for the first time: from each of the
+// versions before, of the same name and language, that have an index and are still in the targets folder.
+// The record's targets name them afterwards.
+//
+// Needs below 100 MiB, and for each package that gets deltas the space of two versions in the key folder,
+// which nobody else can write to. What a killed run leaves is overwritten or removed by the next one.
+class NewDeltas
+{
+public:
+    // The key folder must be open.
+    NewDeltas(os::FileSystem& pFileSystem, const QString& pRepository, KeyFolder& pKeys);
+    ~NewDeltas();
+    NewDeltas(const NewDeltas&) = delete;
+    NewDeltas& operator=(const NewDeltas&) = delete;
+
+    // From at most pCount versions each, 16 or fewer. Deltas that are there already are not made again, and
+    // those of packages that were published before stay as they are, as long as their files do.
+    Failure make(int pCount);
+
+    int made() const { return mMade; }
+
+private:
+    struct Version
+    {
+        QString mArchive;
+        qint64 mArchiveSize = 0;
+        tuf::Hash mArchiveHash;
+        packages::PackageInfo mInfo;
+    };
+
+    std::optional<Version> versionOf(const QString& pName, const QJsonObject& pTarget) const;
+    QList<Version> versionsBefore(const Version& pNew) const;
+    bool isThere(const Version& pVersion) const;
+    bool isThere(const packages::SideFile& pFile, const QString& pName) const;
+    Failure makeFor(const QString& pName, int pCount);
+    Failure makeAll(const Version& pNew, int pCount, QList<packages::DeltaFile>* pTo);
+    Failure makeOne(const Version& pOld, const PackageVersion& pNew, qint64 pMostBytes,
+                    QList<packages::DeltaFile>* pTo);
+    Failure layOpen(const Version& pVersion, const QString& pScratch, PackageVersion* pTo);
+    QString scratch() const;
+
+    os::FileSystem& mFileSystem;
+    QString mTargets;
+    QString mRepository;
+    KeyFolder& mKeys;
+    int mMade = 0;
+};
+
+} // namespace tarn::vkpublish
