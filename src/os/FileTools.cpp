@@ -42,8 +42,18 @@ bool isDirAt(int pDirFd, const char* pName)
     return ::fstatat(pDirFd, pName, &tStat, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(tStat.st_mode);
 }
 
+// Nothing can be removed from a read-only folder.
+void makeWritable(FileSystem& pFileSystem, int pDirFd)
+{
+    struct stat tStat;
+    if (::fstat(pDirFd, &tStat) == 0 && (tStat.st_mode & S_IRWXU) != S_IRWXU) {
+        (void)pFileSystem.changeMode(pDirFd, (tStat.st_mode & 07777) | S_IRWXU); // the removal tells
+    }
+}
+
 int removeEntries(FileSystem& pFileSystem, int pDirFd)
 {
+    makeWritable(pFileSystem, pDirFd);
     // closedir() closes its descriptor, and the caller still needs pDirFd.
     const int tCopy = ::fcntl(pDirFd, F_DUPFD_CLOEXEC, 0);
     DIR* tDir = tCopy < 0 ? nullptr : ::fdopendir(tCopy);

@@ -28,7 +28,8 @@ Failure writeFile(FileSystem& pFileSystem, const QString& pPath, const QByteArra
 // pPath + ".new", which the next call replaces.
 Failure replaceFile(FileSystem& pFileSystem, const QString& pPath, const QByteArray& pBytes, mode_t pMode);
 
-// Removes a file, a link or a whole folder; links are not followed. A missing one counts as removed.
+// Removes a file, a link or a whole folder, also one with read-only folders in it; links are not followed. A
+// missing one counts as removed.
 // Continues after a failure and returns the first one.
 Failure removeTree(FileSystem& pFileSystem, const QString& pPath);
 

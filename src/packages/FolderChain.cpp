@@ -1,5 +1,7 @@
 #include "packages/FolderChain.h"
 
+#include "packages/PackageModes.h"
+
 #include <QtCore/QFile>
 
 #include <fcntl.h>
@@ -12,7 +14,6 @@ namespace tarn::packages {
 
 namespace {
 
-constexpr mode_t sFolderMode = 0755;
 constexpr int sOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 
 } // namespace
@@ -20,11 +21,11 @@ constexpr int sOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 Failure FolderChain::start(const QString& pRoot)
 {
     const QByteArray tRoot = QFile::encodeName(pRoot);
-    if (mFileSystem.makeDir(tRoot, sFolderMode) != 0) {
+    if (mFileSystem.makeDir(tRoot, sNewFolderMode) != 0) {
         return Failure::fromErrno(errno, u"make the folder %1"_s.arg(pRoot));
     }
     mFolders.emplace_back(mFileSystem, mFileSystem.open(tRoot, sOpenFlags));
-    if (!mFolders.back().isOpen() || mFileSystem.changeMode(mFolders.back().fd(), sFolderMode) != 0) {
+    if (!mFolders.back().isOpen() || mFileSystem.changeMode(mFolders.back().fd(), sNewFolderMode) != 0) {
         return Failure::fromErrno(errno, u"open the folder %1"_s.arg(pRoot));
     }
     return {};
@@ -32,16 +33,19 @@ Failure FolderChain::start(const QString& pRoot)
 
 int FolderChain::openFolder(int pParentFd, const QByteArray& pName)
 {
-    const bool tMade = mFileSystem.makeDirAt(pParentFd, pName, sFolderMode) == 0;
+    const bool tMade = mFileSystem.makeDirAt(pParentFd, pName, sNewFolderMode) == 0;
     if (!tMade && errno != EEXIST) {
         return -1;
     }
     os::Descriptor tFolder(mFileSystem, mFileSystem.openAt(pParentFd, pName, sOpenFlags));
-    if (!tFolder.isOpen() || (tMade && mFileSystem.changeMode(tFolder.fd(), sFolderMode) != 0)) {
+    if (!tFolder.isOpen() || (tMade && mFileSystem.changeMode(tFolder.fd(), sNewFolderMode) != 0)) {
         return -1;
     }
     mNames.append(pName);
     mFolders.push_back(std::move(tFolder));
+    if (tMade) {
+        mMade.append(mNames);
+    }
     return mFolders.back().fd();
 }
 
@@ -59,6 +63,17 @@ int FolderChain::enter(const QByteArrayList& pNames)
         }
     }
     return mFolders.back().fd();
+}
+
+int FolderChain::finish()
+{
+    for (const QByteArrayList& tNames : std::as_const(mMade)) {
+        const int tFd = enter(tNames);
+        if (tFd < 0 || mFileSystem.changeMode(tFd, sFolderMode) != 0) {
+            return -1;
+        }
+    }
+    return 0;
 }
 
 } // namespace tarn::packages

@@ -23,12 +23,15 @@ public:
     // The descriptor of the folder below the root, created if missing; valid until the next call. -1 and
     // errno on failure.
     int enter(const QByteArrayList& pNames);
+    // Makes the folders below the root read-only that this object has created. -1 and errno on failure.
+    int finish();
 
 private:
     int openFolder(int pParentFd, const QByteArray& pName);
 
     os::FileSystem& mFileSystem;
     QByteArrayList mNames;
+    QList<QByteArrayList> mMade;
     std::vector<os::Descriptor> mFolders; // the root first, then one for each name
 };
 

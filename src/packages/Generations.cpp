@@ -2,6 +2,7 @@
 
 #include "os/Descriptor.h"
 #include "os/FileTools.h"
+#include "packages/PackageModes.h"
 #include "packages/Roots.h"
 
 #include <QtCore/QFile>
@@ -100,7 +101,12 @@ Failure Generations::moveIntoPlace(const StagedPackage& pStaged, const Generatio
     if (mFileSystem.rename(QFile::encodeName(pStaged.mStagingFolder), QFile::encodeName(tTarget)) != 0) {
         return Failure::fromErrno(errno, u"move the new package to %1"_s.arg(tTarget));
     }
-    return {};
+    // Only now: a read-only folder can't be moved to another one.
+    const os::Descriptor tFolder(
+        mFileSystem, mFileSystem.open(QFile::encodeName(tTarget), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+    return tFolder.isOpen() && mFileSystem.changeMode(tFolder.fd(), sFolderMode) == 0
+               ? Failure()
+               : Failure::fromErrno(errno, u"make %1 read-only"_s.arg(tTarget));
 }
 
 Failure Generations::writeGeneration(const Manifest& pNext)

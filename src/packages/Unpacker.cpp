@@ -5,6 +5,7 @@
 #include "packages/ArchiveReader.h"
 #include "packages/EntryPath.h"
 #include "packages/FolderChain.h"
+#include "packages/PackageModes.h"
 
 #include <QtCore/QFile>
 
@@ -20,9 +21,6 @@ using namespace Qt::StringLiterals;
 namespace tarn::packages {
 
 namespace {
-
-constexpr mode_t sProgramMode = 0755;
-constexpr mode_t sFileMode = 0644;
 
 // The work on one archive.
 class Unpacking
@@ -49,7 +47,7 @@ public:
         for (int tCount = 0;; ++tCount) {
             const int tResult = archive_read_next_header(mReader.handle(), &tEntry);
             if (tResult == ARCHIVE_EOF) {
-                return {};
+                return mChain.finish() != 0 ? systemFailure({}) : Failure();
             }
             if (tResult != ARCHIVE_OK && tResult != ARCHIVE_WARN) {
                 return mReader.failure();
@@ -148,7 +146,7 @@ Failure Unpacking::takeFile(archive_entry* pEntry, const QByteArray& pPath, int 
     if (tSize > mRoom) {
         return refuse(u"it has more than the announced %1 bytes"_s.arg(mLimits.mMaxBytes));
     }
-    const mode_t tMode = (archive_entry_perm(pEntry) & 0111) != 0 ? sProgramMode : sFileMode;
+    const mode_t tMode = fileMode((archive_entry_perm(pEntry) & 0111) != 0);
     const int tFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
     os::Descriptor tFile(mFileSystem, mFileSystem.openAt(pDirFd, pName, tFlags, tMode));
     // Sets the mode again, because the service's umask has reduced it.

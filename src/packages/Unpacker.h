@@ -21,8 +21,9 @@ struct UnpackLimits
 };
 
 // Unpacks a .tar.zst into a folder that must not exist yet. Accepts regular files, folders and symbolic links
-// that stay inside; refuses an archive with anything else, or with a path that points outside. Modes become
-// 0755 or 0644, files keep their times; owner, group, set-id bits and extended attributes are ignored.
+// that stay inside; refuses an archive with anything else, or with a path that points outside. Files
+// become 0444 or 0555 and keep their times, folders become 0555 but for the top one, which is 0755 to be
+// moved; owner, group, set-id bits and extended attributes are ignored.
 //
 // No other user may have write access to the folder's parent. Nothing is synced. On failure the caller has to
 // remove the folder.

@@ -1,6 +1,7 @@
 #include "trees/NewFile.h"
 
 #include "os/FileTools.h"
+#include "packages/PackageModes.h"
 #include "trees/OldFile.h"
 
 #include <fcntl.h>
@@ -56,7 +57,7 @@ Result<bool> NewFile::finish(const Tree::Node& pWanted)
         discard();
         return false;
     }
-    if (mFileSystem.changeMode(mFile.fd(), fileMode(pWanted.mIsExecutable)) != 0 ||
+    if (mFileSystem.changeMode(mFile.fd(), packages::fileMode(pWanted.mIsExecutable)) != 0 ||
         mFileSystem.changeTime(mFile.fd(), pWanted.mTime) != 0 || mFile.close() != 0) {
         return failure();
     }

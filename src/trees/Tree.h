@@ -48,12 +48,6 @@ private:
     QByteArray mTexts;
 };
 
-// The mode of an installed file.
-constexpr mode_t fileMode(bool pIsExecutable)
-{
-    return pIsExecutable ? 0555 : 0444;
-}
-
 Tree::Digest digestOf(const tuf::Hash& pHash);
 
 } // namespace tarn::trees

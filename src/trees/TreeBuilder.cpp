@@ -2,6 +2,7 @@
 
 #include "os/AbortFlag.h"
 #include "os/FileTools.h"
+#include "packages/PackageModes.h"
 #include "trees/FrameStream.h"
 #include "trees/OldFile.h"
 
@@ -157,7 +158,7 @@ Failure TreeBuilder::reuseFile(size_t pEntry, const InstalledFiles::Place& pPlac
     }
     const Tree::Node& tNode = mTree.at(pEntry);
     const bool tIsSame =
-        tStat.st_mtime == tNode.mTime && (tStat.st_mode & 07777) == fileMode(tNode.mIsExecutable);
+        tStat.st_mtime == tNode.mTime && (tStat.st_mode & 07777) == packages::fileMode(tNode.mIsExecutable);
     if (mCanLink && tIsSame) {
         const std::optional<tuf::Hash> tHash = hashOf(mFileSystem, tOld.fd());
         if (!tHash || digestOf(*tHash) != tNode.mHash) {
@@ -307,18 +308,9 @@ FrameRuns TreeBuilder::missingFrames() const
     return framesOf(mTree, tMissing);
 }
 
-// The deepest first: what is inside of a read-only folder can still be changed, but not found by a removal.
 Failure TreeBuilder::finish()
 {
-    for (size_t tEntry = mTree.count(); tEntry-- > 0;) {
-        if (mTree.at(tEntry).mKind == EntryKind::Folder) {
-            const int tFd = mChain.enter(mTree.path(mTree.at(tEntry)).split('/'));
-            if (tFd < 0 || mFileSystem.changeMode(tFd, 0555) != 0) {
-                return Failure::fromErrno(errno, u"write %1"_s.arg(label(tEntry)));
-            }
-        }
-    }
-    return {};
+    return mChain.finish() != 0 ? Failure::fromErrno(errno, u"write %1"_s.arg(mFolder)) : Failure();
 }
 
 } // namespace tarn::trees

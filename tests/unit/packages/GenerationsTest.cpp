@@ -91,6 +91,7 @@ TEST_F(GenerationsTest, ReplacesAPackageFolderThatNobodyNeeds)
     QDir().mkpath(mFolders->absolute(tApp.mFolder) + q("/half"));
     ASSERT_FALSE(install({tApp}));
     EXPECT_EQ(list(q("install/current/app")), QStringList(q("file")));
+    EXPECT_EQ(QFile::permissions(mFolders->absolute(tApp.mFolder)) & QFile::WriteOwner, 0);
 }
 
 // Foreign files beside it are not touched, and a link in place of a folder is not followed.
@@ -127,6 +128,28 @@ TEST_F(GenerationsTest, LeavesAloneWhatItDidNotMake)
     EXPECT_EQ(list(q("outside/gone")).size(), 4);
     EXPECT_EQ(list(q("install/packages/app")).filter(q(".0.0.0-")).size(), 2);
     EXPECT_EQ(list(q("data/packages/maps")).filter(q(".0.0.0-")).size(), 2);
+}
+
+// As a user who is not above the modes of files.
+TEST(FileToolsTest, RemovesReadOnlyFoldersAndFollowsNoLinks)
+{
+    const QTemporaryDir tDir;
+    const uid_t tSelf = ::geteuid();
+    const uid_t tOther = tSelf == 0 ? 65534 : tSelf;
+    ASSERT_EQ(::chown(QFile::encodeName(tDir.path()).constData(), tOther, gid_t(-1)), 0);
+    ASSERT_EQ(::seteuid(tOther), 0);
+    writeFile(tDir.filePath(q("a/b/c/file")), "x");
+    writeFile(tDir.filePath(q("outside/file")), "x");
+    QFile::link(tDir.filePath(q("outside")), tDir.filePath(q("a/b/link")));
+    const auto tReadOnly = QFile::ReadOwner | QFile::ExeOwner;
+    for (const QString& tFolder : {q("a/b/c"), q("a/b"), q("a"), q("outside")}) {
+        QFile::setPermissions(tDir.filePath(tFolder), tReadOnly);
+    }
+    EXPECT_FALSE(os::removeTree(os::realFileSystem(), tDir.filePath(q("a"))));
+    EXPECT_FALSE(QFile::exists(tDir.filePath(q("a"))));
+    EXPECT_TRUE(QFile::exists(tDir.filePath(q("outside/file"))));
+    EXPECT_EQ(QFile::permissions(tDir.filePath(q("outside"))) & QFile::WriteOwner, 0);
+    EXPECT_EQ(::seteuid(tSelf), 0);
 }
 
 // Two installations, each on a folder in the state of the case.

@@ -74,9 +74,9 @@ TEST_F(UnpackerTest, UnpacksFilesFoldersAndLinks)
                                               {q("empty"), ""}};
     EXPECT_EQ(readTree(mFolder), tExpected);
     EXPECT_EQ(mBytes, 13);
-    EXPECT_EQ(modeOf("bin/tool"), S_IFREG | 0755);
-    EXPECT_EQ(modeOf("lib/deep/er/file"), S_IFREG | 0644);
-    EXPECT_EQ(modeOf("bin"), S_IFDIR | 0755);
+    EXPECT_EQ(modeOf("bin/tool"), S_IFREG | 0555);
+    EXPECT_EQ(modeOf("lib/deep/er/file"), S_IFREG | 0444);
+    EXPECT_EQ(modeOf("bin"), S_IFDIR | 0555);
     EXPECT_EQ(modeOf("."), S_IFDIR | 0755);
 }
 
