@@ -16,10 +16,11 @@ namespace {
 
 constexpr int sHashDigits = 16;
 
-QString versionFolder(const PackageInfo& pInfo, const tuf::Hash& pHash)
+QString versionFolder(const PackageInfo& pInfo, const tuf::Hash& pHash, int pRepair)
 {
-    return u"%1-%2"_s.arg(pInfo.mVersion.version().toString(),
-                          QString::fromLatin1(pHash.toHex().left(sHashDigits)));
+    const QString tName = u"%1-%2"_s.arg(pInfo.mVersion.version().toString(),
+                                         QString::fromLatin1(pHash.toHex().left(sHashDigits)));
+    return pRepair > 0 ? u"%1-r%2"_s.arg(tName).arg(pRepair) : tName;
 }
 
 constexpr QLatin1String sOutOfGeneration("../../");
@@ -60,14 +61,15 @@ QString PackageFolders::stagingDir(const QString& pRoot) const
     return pRoot + u"/.staging"_s;
 }
 
-QString PackageFolders::stagingFolder(const PackageInfo& pInfo, const tuf::Hash& pHash) const
+QString PackageFolders::stagingFolder(const PackageInfo& pInfo, const tuf::Hash& pHash, int pRepair) const
 {
-    return u"%1/%2-%3"_s.arg(stagingDir(root(pInfo.mKind)), pInfo.mName, versionFolder(pInfo, pHash));
+    return u"%1/%2-%3"_s.arg(stagingDir(root(pInfo.mKind)), pInfo.mName,
+                             versionFolder(pInfo, pHash, pRepair));
 }
 
-QString PackageFolders::folder(const PackageInfo& pInfo, const tuf::Hash& pHash) const
+QString PackageFolders::folder(const PackageInfo& pInfo, const tuf::Hash& pHash, int pRepair) const
 {
-    const QString tBelow = u"packages/%1/%2"_s.arg(pInfo.mName, versionFolder(pInfo, pHash));
+    const QString tBelow = u"packages/%1/%2"_s.arg(pInfo.mName, versionFolder(pInfo, pHash, pRepair));
     const QString& tRoot = root(pInfo.mKind);
     return tRoot == mInstallDir ? tBelow : tRoot + u'/' + tBelow;
 }
@@ -79,20 +81,28 @@ QString PackageFolders::absolute(const QString& pFolder) const
 
 std::optional<PackagePlace> PackageFolders::place(const QString& pFolder)
 {
-    static const QRegularExpression sForm(u"\\A(?:(/[^\\0]*)/)?packages/([a-z0-9][a-z0-9._+-]{0,99})/"
-                                          "([0-9]{1,10}(?:\\.[0-9]{1,10}){0,3}-[0-9a-f]{16})\\z"_s);
+    static const QRegularExpression sForm(
+        u"\\A(?:(/[^\\0]*)/)?packages/([a-z0-9][a-z0-9._+-]{0,99})/"
+        "([0-9]{1,10}(?:\\.[0-9]{1,10}){0,3}-[0-9a-f]{16}(?:-r([1-9][0-9]{0,7}))?)\\z"_s);
     const QRegularExpressionMatch tMatch = sForm.match(pFolder);
     const QString tRoot = tMatch.captured(1);
     if (!tMatch.hasMatch() || (!tRoot.isEmpty() && QDir::cleanPath(tRoot) != tRoot)) {
         return std::nullopt;
     }
-    return PackagePlace{tRoot, tMatch.captured(2), tMatch.captured(3)};
+    return PackagePlace{tRoot, tMatch.captured(2), tMatch.captured(3), tMatch.captured(4).toInt()};
+}
+
+int PackageFolders::repairOf(const QString& pFolder)
+{
+    const auto tPlace = place(pFolder);
+    return tPlace ? tPlace->mRepair : 0;
 }
 
 bool PackageFolders::isPlaceOf(const QString& pFolder, const PackageInfo& pInfo, const tuf::Hash& pHash)
 {
     const auto tPlace = place(pFolder);
-    return tPlace && tPlace->mName == pInfo.mName && tPlace->mVersion == versionFolder(pInfo, pHash);
+    return tPlace && tPlace->mName == pInfo.mName &&
+           tPlace->mVersion == versionFolder(pInfo, pHash, tPlace->mRepair);
 }
 
 QString PackageFolders::generationsDir() const

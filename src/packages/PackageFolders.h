@@ -15,7 +15,8 @@ struct PackagePlace
 {
     QString mRoot;    // empty for the install folder
     QString mName;    // of the package
-    QString mVersion; // the folder's own name, VERSION-HASH
+    QString mVersion; // the folder's own name, VERSION-HASH[-rN]
+    int mRepair = 0;  // N
 
     bool operator==(const PackagePlace&) const = default;
 };
@@ -30,7 +31,8 @@ std::optional<QString> folderOfLink(const QString& pLink);
 //
 //   ROOT/.vk-root                      the marker: which installation the folder belongs to (Roots)
 //   ROOT/packages/NAME/VERSION-HASH/   an unpacked package, never changed once it stands here
-//   ROOT/.staging/NAME-VERSION-HASH/   what a run is unpacking
+//   ROOT/packages/NAME/VERSION-HASH-rN/  the same package after its Nth repair
+//   ROOT/.staging/NAME-VERSION-HASH[-rN]/  what a run is unpacking
 //   INSTALLDIR/generations/N/NAME      a link to the package's folder
 //   INSTALLDIR/current                 a link to generations/N, the generation that counts
 //   INSTALLDIR/.intent.json            what a run is about to unpack, so that a killed run's leftovers are
@@ -50,16 +52,19 @@ public:
     QStringList roots() const;
 
     QString stagingDir(const QString& pRoot) const;
-    // Where a package is unpacked before it is moved to its own folder.
-    QString stagingFolder(const PackageInfo& pInfo, const tuf::Hash& pHash) const;
+    // Where a package is unpacked before it is moved to its own folder. pRepair: the N of its folder, 0 for
+    // one that was never repaired; the same below.
+    QString stagingFolder(const PackageInfo& pInfo, const tuf::Hash& pHash, int pRepair = 0) const;
 
     // The package's own folder, in manifest form.
-    QString folder(const PackageInfo& pInfo, const tuf::Hash& pHash) const;
+    QString folder(const PackageInfo& pInfo, const tuf::Hash& pHash, int pRepair = 0) const;
     QString absolute(const QString& pFolder) const;
     // The place of a folder in manifest form; none for a text of another form. Its root is not necessarily
     // one of this installation.
     static std::optional<PackagePlace> place(const QString& pFolder);
-    // True if that place is the one of this package in some root.
+    // The N of a package's folder; 0 for a text of another form.
+    static int repairOf(const QString& pFolder);
+    // True if that place is the one of this package in some root, repaired or not.
     static bool isPlaceOf(const QString& pFolder, const PackageInfo& pInfo, const tuf::Hash& pHash);
     static QString below(const QString& pRoot, const PackagePlace& pPlace)
     {

@@ -1,7 +1,5 @@
 #include "update/Plan.h"
 
-#include "packages/PackageFolders.h"
-
 #include <QtCore/QHash>
 #include <QtCore/QSet>
 
@@ -114,7 +112,8 @@ bool isNeeded(const Offer& pOffer, const InstalledPackage* pInstalled, const Pac
         return false;
     }
     // True if a new installation would use another folder.
-    const bool tMoved = pInstalled->mFolder != pFolders.folder(pInstalled->mInfo, pInstalled->mHash);
+    const int tRepair = PackageFolders::repairOf(pInstalled->mFolder);
+    const bool tMoved = pInstalled->mFolder != pFolders.folder(pInstalled->mInfo, pInstalled->mHash, tRepair);
     return tMoved || pOffer.mInfo.mLanguage != pInstalled->mInfo.mLanguage;
 }
 
@@ -127,6 +126,48 @@ Failure missingRequirement(const PackageInfo& pInfo, const OfferMap& pChosen, co
         }
     }
     return {};
+}
+
+// The offer that replaces a damaged package: the very same one or, if its publisher has packed the version
+// again, that one.
+const Offer* replacement(const InstalledPackage& pDamaged, const QList<Offer>& pOffers,
+                         const OfferMap& pChosen)
+{
+    for (const Offer& tOffer : pOffers) {
+        if (tOffer.mInfo.mName == pDamaged.mInfo.mName && tOffer.hash() == pDamaged.mHash &&
+            tOffer.mInfo.mVersion == pDamaged.mInfo.mVersion) {
+            return &tOffer;
+        }
+    }
+    const auto tChosen = pChosen.constFind(pDamaged.mInfo.mName);
+    return tChosen != pChosen.constEnd() && tChosen->mInfo.mVersion == pDamaged.mInfo.mVersion ? &*tChosen
+                                                                                               : nullptr;
+}
+
+void addRepairs(const Manifest& pInstalled, const QSet<QString>& pDamaged, const QList<Offer>& pOffers,
+                const OfferMap& pChosen, Plan* pPlan)
+{
+    for (const InstalledPackage& tPackage : pInstalled.mPackages) {
+        const QString& tName = tPackage.mInfo.mName;
+        if (!pDamaged.contains(tPackage.mFolder) || pPlan->find(tName) != nullptr) {
+            continue;
+        }
+        const Offer* tOffer = replacement(tPackage, pOffers, pChosen);
+        if (tOffer == nullptr) {
+            pPlan->mBeyondRepair.append(tName);
+            continue;
+        }
+        const bool tIsSame = tOffer->hash() == tPackage.mHash;
+        pPlan->mPackages.append({.mOffer = *tOffer,
+                                 .mFailure = missingRequirement(tOffer->mInfo, pChosen, pInstalled),
+                                 .mIsFollowUp = false,
+                                 .mRepair = tIsSame ? PackageFolders::repairOf(tPackage.mFolder) + 1 : 0});
+        if (!pChosen.contains(tName) && !tPackage.mParent.isNull()) {
+            pPlan->mParents.insert(tName, tPackage.mParent);
+        }
+    }
+    std::sort(pPlan->mPackages.begin(), pPlan->mPackages.end(),
+              [](const auto& pLeft, const auto& pRight) { return pLeft.name() < pRight.name(); });
 }
 
 // Passes failures from package to package; visits each package once.
@@ -227,7 +268,7 @@ void Plan::spreadFailures()
 }
 
 Plan makePlan(const QList<Offer>& pOffers, const Manifest& pInstalled, const PackageFolders& pFolders,
-              const Wishes& pWishes)
+              const Wishes& pWishes, const QSet<QString>& pDamaged)
 {
     OfferMap tChosen =
         bestOffers(pOffers, [&pWishes](const PackageInfo& pInfo) { return isWished(pInfo, pWishes); });
@@ -240,6 +281,9 @@ Plan makePlan(const QList<Offer>& pOffers, const Manifest& pInstalled, const Pac
         if (isNeeded(tOffer, pInstalled.find(tOffer.mInfo.mName), pFolders)) {
             tPlan.mPackages.append({tOffer, missingRequirement(tOffer.mInfo, tChosen, pInstalled)});
         }
+    }
+    if (!pDamaged.isEmpty()) {
+        addRepairs(pInstalled, pDamaged, pOffers, tChosen, &tPlan);
     }
     tPlan.spreadFailures();
     return tPlan;

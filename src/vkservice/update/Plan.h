@@ -2,15 +2,14 @@
 
 #include "internal/Failure.h"
 #include "packages/Manifest.h"
+#include "packages/PackageFolders.h"
 #include "update/Offers.h"
 
 #include <QtCore/QList>
 #include <QtCore/QMap>
+#include <QtCore/QSet>
 #include <QtCore/QString>
-
-namespace tarn::packages {
-class PackageFolders;
-}
+#include <QtCore/QStringList>
 
 namespace tarn::vkservice::update {
 
@@ -19,8 +18,18 @@ struct PlannedPackage
     Offer mOffer;
     Failure mFailure;         // set as soon as the package cannot be installed
     bool mIsFollowUp = false; // true if the failure is only that of another package
+    int mRepair = 0;          // N of the new folder of a package that is damaged; 0: it is not a repair
 
     const QString& name() const { return mOffer.mInfo.mName; }
+    // As in PackageFolders.
+    QString folder(const packages::PackageFolders& pFolders) const
+    {
+        return pFolders.folder(mOffer.mInfo, mOffer.hash(), mRepair);
+    }
+    QString stagingFolder(const packages::PackageFolders& pFolders) const
+    {
+        return pFolders.stagingFolder(mOffer.mInfo, mOffer.hash(), mRepair);
+    }
 };
 
 // The actions of a run.
@@ -32,6 +41,8 @@ struct Plan
     QMap<QString, packages::PackageInfo> mChosen;
     // For each package that was added as a requirement, the name of the package that requires it.
     QMap<QString, QString> mParents;
+    // Names of damaged packages that this plan does not replace: the server does not offer their versions.
+    QStringList mBeyondRepair;
 
     PlannedPackage* find(const QString& pName);
     int failedCount() const;
@@ -50,8 +61,10 @@ struct Wishes
 // Selects the newest package of each name in the chosen language, and their requirements in any available
 // language. Plans those that are missing, newer than the installed ones, or installed in another language or
 // data folder. Never replaces a newer version by an older one. A package with an unavailable requirement is
-// in the plan, marked as failed.
+// in the plan, marked as failed. pDamaged: folders of installed packages, in manifest form, that get the same
+// version again in a new folder.
 Plan makePlan(const QList<Offer>& pOffers, const packages::Manifest& pInstalled,
-              const packages::PackageFolders& pFolders, const Wishes& pWishes);
+              const packages::PackageFolders& pFolders, const Wishes& pWishes,
+              const QSet<QString>& pDamaged = {});
 
 } // namespace tarn::vkservice::update

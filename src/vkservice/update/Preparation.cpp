@@ -90,7 +90,7 @@ void Preparation::unpackOne(PlannedPackage* pPackage, const QString& pArchive, W
     const packages::PackageInfo& tInfo = pPackage->mOffer.mInfo;
     packages::UnpackLimits tLimits;
     tLimits.mMaxBytes = tInfo.mInstalledSize;
-    const QString tFolder = mFolders.stagingFolder(tInfo, pPackage->mOffer.hash());
+    const QString tFolder = pPackage->stagingFolder(mFolders);
     packages::Unpacker tUnpacker(mFileSystem, &mAbort);
     pPackage->mFailure =
         (tUnpacker.unpack(pArchive, tFolder, tLimits, [this](qint64 pBytes) { mReporter.advance(pBytes); }));
@@ -105,9 +105,7 @@ QList<packages::StagedPackage> Preparation::staged(const Plan& pPlan,
     QList<packages::StagedPackage> tStaged;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         if (!tPackage.mFailure) {
-            const packages::PackageInfo& tInfo = tPackage.mOffer.mInfo;
-            const tuf::Hash tHash = tPackage.mOffer.hash();
-            tStaged.append({pFolders.stagingFolder(tInfo, tHash), pFolders.folder(tInfo, tHash)});
+            tStaged.append({tPackage.stagingFolder(pFolders), tPackage.folder(pFolders)});
         }
     }
     return tStaged;

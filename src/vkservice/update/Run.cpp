@@ -136,7 +136,7 @@ Failure Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pA
         warn(u"The server %1 offers an unusable package. %2"_s.arg(tSession->label(), tWarning));
     }
     (*pAttempt)->mPlan = makePlan(tSession->offers(), mWorkplace.installed(), mWorkplace.folders(),
-                                  {mRequest.mAppLanguage, mRequest.mDataLanguage});
+                                  {mRequest.mAppLanguage, mRequest.mDataLanguage}, mRequest.mDamaged);
     (*pAttempt)->mSession = std::move(tSession);
     return {};
 }
@@ -283,6 +283,9 @@ QByteArray Run::machineState() const
                        mWorkplace.installed().mRunId};
     for (const packages::InstalledPackage& tPackage : mWorkplace.installed().mPackages) {
         tParts.append(tPackage.mFolder);
+        if (mRequest.mDamaged.contains(tPackage.mFolder)) {
+            tParts.append(u"damaged"_s);
+        }
     }
     return tuf::sha256(tParts.join(u'\n').toUtf8());
 }
@@ -333,6 +336,11 @@ RunResult Run::finish(Attempt* pAttempt)
         return {failedPackagesCode(tPlan), failedPackagesText(tPlan), tInstalled};
     }
     mDownloads.clear();
+    if (!tPlan.mBeyondRepair.isEmpty()) {
+        const QString tText = beyondRepairText(tPlan.mBeyondRepair);
+        mReporter.error(tText, {});
+        return {ResultSuccess, successText(tInstalled) + u' ' + tText, tInstalled};
+    }
     pAttempt->mSession->markComplete(machineState());
     return {ResultSuccess, successText(tInstalled), tInstalled};
 }

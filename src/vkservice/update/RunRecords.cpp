@@ -87,6 +87,8 @@ QList<LogRecord> runRecords(const Plan& pPlan)
         if (tFailed) {
             tRecord.mReport.setValue(u"en"_s,
                                      vkcore::singleLine(tPackage.mFailure.mText, vkcore::sMaxMessage) + u'.');
+        } else if (tPackage.mRepair > 0) {
+            tRecord.mReport.setValue(u"en"_s, u"Files of this package were damaged; it was repaired."_s);
         } else {
             tRecord.mReport = plain(tInfo.mReport, vkcore::manyLines, sMaxReport);
         }
@@ -107,8 +109,8 @@ QList<InstalledPackage> newPackages(const Plan& pPlan, const packages::PackageFo
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         if (!tPackage.mFailure) {
             const PackageInfo& tInfo = tPackage.mOffer.mInfo;
-            const tuf::Hash tHash = tPackage.mOffer.hash();
-            tNew.append({tInfo, tHash, pFolders.folder(tInfo, tHash), pPlan.mParents.value(tInfo.mName)});
+            tNew.append({tInfo, tPackage.mOffer.hash(), tPackage.folder(pFolders),
+                         pPlan.mParents.value(tInfo.mName)});
         }
     }
     return tNew;

@@ -6,6 +6,7 @@
 #include <vkcore/NetProxy.h>
 
 #include <QtCore/QList>
+#include <QtCore/QSet>
 #include <QtCore/QString>
 
 namespace tarn::vkservice::update {
@@ -48,6 +49,7 @@ struct RunRequest
     int mParallelDownloads = 2;
     qint64 mBytesPerSecond = 0;         // 0: no limit
     qint64 mLeastBytesPerSecond = 5000; // the run leaves a slower server for the next one; 0: no limit
+    QSet<QString> mDamaged;             // folders of damaged packages, in manifest form
     QString mCaFile;                    // empty: the system's certificates
     Patience mPatience;
 };

@@ -27,6 +27,12 @@ QString successText(int pInstalled)
     return pInstalled == 1 ? u"1 package was updated."_s : u"%1 packages were updated."_s.arg(pInstalled);
 }
 
+QString beyondRepairText(const QStringList& pNames)
+{
+    return u"These packages are damaged, and the server does not offer their installed versions any more: %1."_s
+        .arg(pNames.join(u", "_s));
+}
+
 QString failureText(const Failure& pFailure)
 {
     const QString tText = pFailure.mKind == Failure::Kind::OutOfDate

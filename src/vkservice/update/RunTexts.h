@@ -3,6 +3,9 @@
 #include "internal/Failure.h"
 #include "values/ResultCode.h"
 
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
 namespace tarn::vkservice::update {
 
 struct Plan;
@@ -13,6 +16,7 @@ Failure serversFault(const Plan& pPlan);
 
 // For the result of a run.
 QString successText(int pInstalled);
+QString beyondRepairText(const QStringList& pNames);
 QString failureText(const Failure& pFailure);
 ResultCode failedPackagesCode(const Plan& pPlan);
 QString failedPackagesText(const Plan& pPlan);

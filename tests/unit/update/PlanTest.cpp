@@ -128,6 +128,50 @@ TEST(PlanTest, TakesWhatIsMissingOrNewer)
     EXPECT_EQ(shown(PlanTest().plan("a 1 data; b 1; c 1 data", "a 1 data; b 1; c 2 data", "/old")), "a 1.0");
 }
 
+// The installed packages are damaged, but for x. A number after ">" is the N of the new folder.
+TEST(PlanTest, PlansDamagedPackagesAgain)
+{
+    const std::tuple<const char*, int, const char*, int, const char*, const char*> tCases[] = {
+        // offers, of which hash, installed, their N, plan, beyond repair
+        {"a 1; b 1", 1, "a 1; b 1; x 1", 0, "a 1.0>1; b 1.0>1", ""},
+        {"a 1", 1, "a 1", 3, "a 1.0>4", ""},
+        {"a 2", 1, "a 1", 0, "a 2.0>0", ""},
+        {"a 1", 1, "a 2; b 1", 0, "", "a b"},
+        {"a 1", 2, "a 1", 1, "a 1.0>0", ""}, // packed again
+        {"a 1 lang=fr", 1, "a 1 lang=fr", 0, "a 1.0 fr>1", ""},
+        {"x 1", 1, "x 1", 5, "", ""}, // a repaired one is in its place
+    };
+    for (const auto& [tOffered, tHash, tInstalled, tRepair, tExpected, tBeyond] : tCases) {
+        const PlanTest tTest;
+        QList<Offer> tOffers;
+        for (const PackageInfo& tInfo : parseAll(tOffered)) {
+            tOffers.append({tInfo, {}});
+            tOffers.last().mTarget.mHashes.append(
+                tarn::tuf::Hash::fromHex(QString(64, QChar(u'0' + tHash))).value());
+        }
+        packages::Manifest tManifest;
+        QSet<QString> tDamaged;
+        const tarn::tuf::Hash tOld = tarn::tuf::Hash::fromHex(QString(64, u'1')).value();
+        for (const PackageInfo& tInfo : parseAll(tInstalled)) {
+            const QString tFolder = tTest.mFolders.folder(tInfo, tOld, tRepair);
+            tManifest.mPackages.append({tInfo, tOld, tFolder, QString()});
+            if (tInfo.mName != q("x")) {
+                tDamaged.insert(tFolder);
+            }
+        }
+        tManifest = *packages::Manifest::fromBytes(tManifest.toBytes());
+        const Plan tPlan = makePlan(tOffers, tManifest, tTest.mFolders, {q("en"), q("de")}, tDamaged);
+        QStringList tShown = q(shown(tPlan).c_str()).split(q("; "), Qt::SkipEmptyParts);
+        for (qsizetype i = 0; i < tShown.size(); ++i) {
+            tShown[i] += u'>' + QString::number(tPlan.mPackages[i].mRepair);
+            EXPECT_EQ(packages::PackageFolders::repairOf(tPlan.mPackages[i].folder(tTest.mFolders)),
+                      tPlan.mPackages[i].mRepair);
+        }
+        EXPECT_EQ(tShown.join(q("; ")).toStdString(), tExpected) << tOffered;
+        EXPECT_EQ(tPlan.mBeyondRepair.join(u' ').toStdString(), tBeyond) << tOffered;
+    }
+}
+
 TEST(PlanTest, WritesARecordForEachPackage)
 {
     Plan tPlan = PlanTest().plan("top 1 req=mid; mid 1 req=low; low 2; new 1; bad 1", "top 1; mid 1; low 1");

@@ -38,6 +38,31 @@ TEST_F(UpdateRunTest, InstallsEverythingAndThenNothing)
     EXPECT_EQ(text(mMachine.log(true)), "app 1.0.0 child_packages_updated\napp 1.0.0 ok\nmaps 3.1.0 ok");
 }
 
+TEST_F(UpdateRunTest, PutsADamagedPackageInANewFolder)
+{
+    run(ResultSuccess);
+    const QString tLink = mMachine.installed(q("lib"));
+    const QString tOld = QFileInfo(tLink).canonicalFilePath();
+    writeFile(tOld + q("/lib.so"), "damaged");
+    for (const char* tEnd : {"-r1", "-r2"}) {
+        const QString tFolder = QFileInfo(tLink).canonicalFilePath();
+        mMachine.request().mDamaged = {QDir(mMachine.path(q("install"))).relativeFilePath(tFolder)};
+        EXPECT_EQ(run(ResultSuccess).mInstalledCount, 1) << "although the server has nothing new";
+        EXPECT_EQ(QFileInfo(tLink).canonicalFilePath(), tOld + q(tEnd));
+        expectInstalled();
+    }
+    EXPECT_FALSE(QFileInfo::exists(tOld)) << "no generation needs it";
+    EXPECT_EQ(run(ResultSuccess).mInstalledCount, 0) << "what was damaged is not installed any more";
+
+    mMachine.request().mDamaged = {QDir(mMachine.path(q("install"))).relativeFilePath(tOld + q("-r2"))};
+    mPackages.removeIf([](const TestPackage& pPackage) { return pPackage.mName == q("lib"); });
+    mRepository.remove(q("lib"));
+    mRepository.publish();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(run(ResultSuccess).mText.contains(q("any more: lib."))) << "each time";
+    }
+}
+
 // Whatever is wrong with a server: the result names it, installed packages do not change, and the next run
 // with a good server succeeds.
 TEST_F(UpdateRunTest, ChangesNothingWhenTheServerIsWrong)
