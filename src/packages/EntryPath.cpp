@@ -25,7 +25,8 @@ std::optional<QByteArrayList> entryPath(const QByteArray& pPath, int pMaxDepth)
 
 bool linkStaysInside(const QByteArray& pTarget, int pDepth)
 {
-    if (pTarget.isEmpty() || pTarget.startsWith('/') || pTarget.size() >= PATH_MAX) {
+    if (pTarget.isEmpty() || pTarget.startsWith('/') || pTarget.contains('\0') ||
+        pTarget.size() >= PATH_MAX) {
         return false;
     }
     int tUp = 0;

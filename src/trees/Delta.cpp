@@ -130,7 +130,7 @@ std::optional<Segment> segmentFromLine(const QByteArray& pLine, const EntrySizes
     QString tFault;
     vkcore::JsonReader tReader(QJsonDocument::fromJson(pLine).object(), &tFault);
     const auto tFound = std::find(std::begin(sMethods), std::end(sMethods), tReader.text("method"));
-    const qint64 tPacked = tReader.integer("packed", 1);
+    const qint64 tPacked = tReader.integer("packed", 1, DeltaLimits::sPacked);
     const auto tMakes = piecesFrom(tReader.value("makes").toArray(), pNew, DeltaLimits::sMakes);
     const auto tFrom = piecesFrom(tReader.value("from").toArray(), pOld, DeltaLimits::sBase);
     if (!tReader.ok() || tFound == std::end(sMethods) || !tMakes || tMakes->empty() || !tFrom) {

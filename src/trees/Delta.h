@@ -47,9 +47,10 @@ enum class PatchMethod
 
 struct DeltaLimits
 {
-    static constexpr qint64 sMakes = 8 * 1024 * 1024; // bytes that a segment may make
-    static constexpr qint64 sBase = 16 * 1024 * 1024; // bytes of its base
-    static constexpr qsizetype sPieces = 1000;        // of what it makes, and of its base
+    static constexpr qint64 sMakes = 8 * 1024 * 1024;   // bytes that a segment may make
+    static constexpr qint64 sBase = 16 * 1024 * 1024;   // bytes of its base
+    static constexpr qint64 sPacked = 18 * 1024 * 1024; // its packed bytes
+    static constexpr qsizetype sPieces = 1000;          // of what it makes, and of its base
     // Bytes of the control of a segment that makes so many.
     static constexpr qint64 maxControl(qint64 pMakes) { return pMakes + 64; }
     static constexpr qint64 sIndexText = qint64(4) * 1024 * 1024 * 1024;

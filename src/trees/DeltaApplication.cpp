@@ -125,10 +125,14 @@ Failure DeltaApplication::run(const QString& pDelta, qint64 pLength)
             tFailure = apply(tSegment);
         }
     }
-    if (mOpen) {
-        mOpen->discard();
-        mOpen.reset();
-    }
+    Failure tOther = discardOpen();
+    return tOther ? tOther : tFailure;
+}
+
+Failure DeltaApplication::discardOpen()
+{
+    Failure tFailure = mOpen ? mOpen->discard() : Failure();
+    mOpen.reset();
     return tFailure;
 }
 
@@ -157,8 +161,7 @@ Failure DeltaApplication::apply(const Segment& pSegment)
 {
     QByteArray tBase;
     if (!readBase(pSegment, &tBase)) {
-        abandon(pSegment);
-        return {};
+        return abandon(pSegment);
     }
     QByteArray tPacked;
     QByteArray tMade;
@@ -166,19 +169,15 @@ Failure DeltaApplication::apply(const Segment& pSegment)
         return tFailure;
     }
     if (applySegment(pSegment, tBase, tPacked, &tMade)) {
-        abandon(pSegment);
-        return {};
+        return abandon(pSegment);
     }
     return put(pSegment, tMade);
 }
 
 // The pieces that follow of a file that was begun find it closed, and are passed over.
-void DeltaApplication::abandon(const Segment& pSegment)
+Failure DeltaApplication::abandon(const Segment& pSegment)
 {
-    if (mOpen && pSegment.mMakes.front().mEntry == mOpenEntry) {
-        mOpen->discard();
-        mOpen.reset();
-    }
+    return mOpen && pSegment.mMakes.front().mEntry == mOpenEntry ? discardOpen() : Failure();
 }
 
 Failure DeltaApplication::put(const Segment& pSegment, const QByteArray& pMade)
@@ -216,15 +215,19 @@ Failure DeltaApplication::putPiece(const Piece& pPiece, QByteArrayView pBytes)
     if (pPiece.mBytes.end() < mBuilder.mTree.at(tEntry).mSize) {
         return {};
     }
-    bool tIsRight = false;
-    Failure tFailure = mBuilder.completeFile(tEntry, &*mOpen, &tIsRight);
+    Failure tFailure = mBuilder.completeFile(tEntry, mOpen->finish(mBuilder.mTree.at(tEntry)));
     mOpen.reset();
     return tFailure;
 }
 
 Failure TreeBuilder::applyDelta(const QString& pDelta, qint64 pLength, const InstalledFiles::Package& pOld)
 {
-    return DeltaApplication(*this, pOld).run(pDelta, pLength);
+    Failure tFailure = DeltaApplication(*this, pOld).run(pDelta, pLength);
+    if (tFailure && tFailure.mKind != Failure::Kind::Content) {
+        return tFailure;
+    }
+    Failure tOfTwins = makeTwins();
+    return tOfTwins ? tOfTwins : tFailure;
 }
 
 } // namespace tarn::trees

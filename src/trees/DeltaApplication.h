@@ -29,7 +29,8 @@ private:
     Failure putPiece(const Piece& pPiece, QByteArrayView pBytes);
     bool readBase(const Segment& pSegment, QByteArray* pTo);
     bool isWanted(const Segment& pSegment) const;
-    void abandon(const Segment& pSegment);
+    Failure abandon(const Segment& pSegment);
+    Failure discardOpen();
 
     TreeBuilder& mBuilder;
     const InstalledFiles::Package& mOld;

@@ -1,8 +1,10 @@
 #include "trees/FrameRuns.h"
 
+#include "os/FileId.h"
 #include "trees/InstalledFiles.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace tarn::trees {
 
@@ -28,9 +30,17 @@ void append(const FrameTable& pFrames, qsizetype pFirst, qsizetype pLast, FrameR
     pTo->push_back({pFirst, pLast + 1 - pFirst, {tBegin, pFrames.packed(pLast).end() - tBegin}});
 }
 
-bool canBeLinked(const Tree::Node& pNew, const Tree::Node& pOld)
+std::vector<size_t> oneOfEach(const Tree& pTree, std::vector<size_t> pEntries)
 {
-    return pNew.mTime == pOld.mTime && pNew.mIsExecutable == pOld.mIsExecutable;
+    std::sort(pEntries.begin(), pEntries.end(), [&pTree](size_t pLeft, size_t pRight) {
+        return std::tie(pTree.at(pLeft).mHash, pLeft) < std::tie(pTree.at(pRight).mHash, pRight);
+    });
+    const auto tEnd = std::unique(pEntries.begin(), pEntries.end(), [&pTree](size_t pLeft, size_t pRight) {
+        return pTree.at(pLeft).mHash == pTree.at(pRight).mHash;
+    });
+    pEntries.erase(tEnd, pEntries.end());
+    std::sort(pEntries.begin(), pEntries.end());
+    return pEntries;
 }
 
 } // namespace
@@ -38,7 +48,7 @@ bool canBeLinked(const Tree::Node& pNew, const Tree::Node& pOld)
 FrameRuns framesOf(const Tree& pTree, const std::vector<size_t>& pEntries)
 {
     FrameRuns tRuns;
-    for (const size_t tEntry : pEntries) {
+    for (const size_t tEntry : oneOfEach(pTree, pEntries)) {
         const Tree::Node& tNode = pTree.at(tEntry);
         if (tNode.mSize > 0) {
             append(pTree.frames(), pTree.frames().frameAt(tNode.mAt),
@@ -57,9 +67,10 @@ qint64 packedBytes(const FrameRuns& pRuns)
     return tBytes;
 }
 
-TreeNeeds needsOf(const Tree& pTree, const InstalledFiles& pInstalled)
+TreeNeeds needsOf(const Tree& pTree, const InstalledFiles& pInstalled, const QString& pRoot)
 {
     TreeNeeds tNeeds;
+    const auto tRoot = os::fileIdAt(QFile::encodeName(pRoot));
     for (size_t tEntry = 0; tEntry < pTree.count(); ++tEntry) {
         const Tree::Node& tNode = pTree.at(tEntry);
         if (tNode.mKind != EntryKind::File || tNode.mSize == 0) {
@@ -70,8 +81,8 @@ TreeNeeds needsOf(const Tree& pTree, const InstalledFiles& pInstalled)
             tNeeds.mMissing.push_back(tEntry);
             tNeeds.mMissingBytes += tNode.mSize;
         }
-        if (std::none_of(tPlaces.begin(), tPlaces.end(), [&tNode](const InstalledFiles::Place& pPlace) {
-                return canBeLinked(tNode, *pPlace.mNode);
+        if (std::none_of(tPlaces.begin(), tPlaces.end(), [&](const InstalledFiles::Place& pPlace) {
+                return pPlace.canBeLinked(tNode) && tRoot && pPlace.mPackage->mDevice == tRoot->mDevice;
             })) {
             tNeeds.mWrite += tNode.mSize;
         }

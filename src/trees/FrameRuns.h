@@ -2,6 +2,8 @@
 
 #include "trees/FrameTable.h"
 
+#include <QtCore/QString>
+
 #include <vector>
 
 namespace tarn::trees {
@@ -21,7 +23,8 @@ struct FrameRun
 using FrameRuns = std::vector<FrameRun>;
 
 // The frames that hold the bytes of these entries, which are files in their order. Frames between them are
-// included if they are smaller than a request would cost.
+// included if they are smaller than a request would cost. Of files with the same content only the first
+// counts.
 FrameRuns framesOf(const Tree& pTree, const std::vector<size_t>& pEntries);
 qint64 packedBytes(const FrameRuns& pRuns);
 
@@ -30,9 +33,10 @@ struct TreeNeeds
 {
     std::vector<size_t> mMissing; // files
     qint64 mMissingBytes = 0;
-    // Bytes to write at most: missing files, and those that can neither be linked nor, perhaps, cloned.
+    // Bytes to write at most: missing files, and those that can't be linked. Clones may make it less.
     qint64 mWrite = 0;
 };
-TreeNeeds needsOf(const Tree& pTree, const InstalledFiles& pInstalled);
+// pRoot: an existing folder on the file system where the package will be.
+TreeNeeds needsOf(const Tree& pTree, const InstalledFiles& pInstalled, const QString& pRoot);
 
 } // namespace tarn::trees

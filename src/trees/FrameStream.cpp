@@ -1,5 +1,6 @@
 #include "trees/FrameStream.h"
 
+#include "os/AbortFlag.h"
 #include "tuf/Hashes.h"
 
 #include <QtCore/QFile>
@@ -27,7 +28,7 @@ os::Descriptor openFile(os::FileSystem& pFileSystem, const QString& pFile)
 } // namespace
 
 Failure checkFrames(os::FileSystem& pFileSystem, const QString& pFile, const FrameTable& pFrames,
-                    const FrameRun& pRun)
+                    const FrameRun& pRun, const os::AbortFlag* pAbort)
 {
     const os::Descriptor tFile = openFile(pFileSystem, pFile);
     if (!tFile.isOpen()) {
@@ -41,6 +42,9 @@ Failure checkFrames(os::FileSystem& pFileSystem, const QString& pFile, const Fra
                 tFile.fd(), tBlock.data(), static_cast<size_t>(std::min<qint64>(tLeft, tBlock.size())));
             if (tGot < 0 && errno != EINTR) {
                 return Failure::fromErrno(errno, u"read %1"_s.arg(pFile));
+            }
+            if (pAbort != nullptr && pAbort->isSet()) {
+                return Failure::canceled();
             }
             if (tGot == 0) {
                 return Failure::content(u"%1 is cut off"_s.arg(pFile));

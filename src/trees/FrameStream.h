@@ -8,11 +8,15 @@
 
 struct ZSTD_DCtx_s;
 
+namespace tarn::os {
+class AbortFlag;
+}
+
 namespace tarn::trees {
 
-// Whether a file has exactly the bytes of these frames. Content if it does not.
+// Whether a file has exactly the bytes of these frames. Content if it does not. pAbort may be null.
 Failure checkFrames(os::FileSystem& pFileSystem, const QString& pFile, const FrameTable& pFrames,
-                    const FrameRun& pRun);
+                    const FrameRun& pRun, const os::AbortFlag* pAbort = nullptr);
 
 // The content of checked frames, from one position to a later one. Needs some 10 MiB.
 class FrameStream

@@ -2,11 +2,8 @@
 
 #include "os/FileTools.h"
 #include "trees/IndexText.h"
-#include "tuf/Hashes.h"
 
 #include <QtCore/QFile>
-
-#include <fcntl.h>
 
 #include <cerrno>
 
@@ -23,27 +20,6 @@ constexpr char sText[] = ".text";
 Failure wrongText()
 {
     return Failure::content(u"The index is not the one that its package names"_s);
-}
-
-Result<packages::IndexName> nameOfText(os::FileSystem& pFileSystem, const QString& pFile)
-{
-    const os::Descriptor tFile(pFileSystem,
-                               pFileSystem.open(QFile::encodeName(pFile), O_RDONLY | O_NOFOLLOW));
-    QByteArray tBlock(256 * 1024, Qt::Uninitialized);
-    tuf::Hasher tHasher(tuf::HashAlgorithm::Sha256);
-    packages::IndexName tName;
-    for (ssize_t tGot = tFile.isOpen() ? 1 : -1; tGot != 0;) {
-        tGot = tFile.isOpen()
-                   ? pFileSystem.read(tFile.fd(), tBlock.data(), static_cast<size_t>(tBlock.size()))
-                   : -1;
-        if (tGot < 0) {
-            return Failure::fromErrno(errno, u"read %1"_s.arg(pFile));
-        }
-        tHasher.add(QByteArrayView(tBlock).first(tGot));
-        tName.mLength += tGot;
-    }
-    tName.mHash = tHasher.result().front();
-    return tName;
 }
 
 Failure checkRules(os::FileSystem& pFileSystem, const QString& pFile, const IndexLimits& pLimits)
@@ -80,7 +56,8 @@ QString IndexStore::path(const packages::IndexName& pName, const char* pSuffix) 
 
 bool IndexStore::has(const packages::IndexName& pName) const
 {
-    return mFolder.sizeOf(fileName(pName, sStored)) > 0;
+    const Result<packages::IndexName> tFound = nameOfIndex(mFileSystem, pathOf(pName));
+    return tFound && *tFound == pName;
 }
 
 QString IndexStore::pathOf(const packages::IndexName& pName) const
@@ -112,9 +89,7 @@ Failure IndexStore::takePacked(const QString& pFile, const packages::IndexName& 
     discardText(pName);
     packages::IndexName tFound;
     Failure tFailure = unpackIndex(mFileSystem, pFile, textPath(pName), &tFound);
-    if (!tFailure) {
-        tFailure = tFound == pName ? takeText(textPath(pName), pName, pLimits) : wrongText();
-    }
+    tFailure = tFailure ? tFailure : takeText(textPath(pName), pName, pLimits);
     discardText(pName);
     return tFailure;
 }
@@ -122,32 +97,29 @@ Failure IndexStore::takePacked(const QString& pFile, const packages::IndexName& 
 Failure IndexStore::takeText(const QString& pFile, const packages::IndexName& pName,
                              const IndexLimits& pLimits)
 {
-    const Result<packages::IndexName> tFound = nameOfText(mFileSystem, pFile);
-    if (!tFound) {
-        return tFound.failure();
-    }
-    if (!(*tFound == pName)) {
-        return wrongText();
-    }
     if (Failure tFailure = mFolder.remove(fileName(pName, sNew))) {
         return tFailure;
     }
     Failure tFailure = packIndexFile(mFileSystem, pFile, path(pName, sNew));
-    if (!tFailure) {
-        tFailure = store(pName, pLimits);
-    }
+    tFailure = tFailure ? tFailure : store(pName, pLimits);
     if (tFailure) {
         (void)mFolder.remove(fileName(pName, sNew)); // it only takes space, and keepOnly() tries again
     }
     return tFailure;
 }
 
+// Proves what was written, so that nothing can change between the two.
 Failure IndexStore::store(const packages::IndexName& pName, const IndexLimits& pLimits)
 {
-    if (Failure tFailure = checkRules(mFileSystem, path(pName, sNew), pLimits)) {
+    const QString tNew = path(pName, sNew);
+    const Result<packages::IndexName> tFound = nameOfIndex(mFileSystem, tNew);
+    if (!tFound || !(*tFound == pName)) {
+        return tFound ? wrongText() : tFound.failure();
+    }
+    if (Failure tFailure = checkRules(mFileSystem, tNew, pLimits)) {
         return tFailure;
     }
-    if (mFileSystem.rename(QFile::encodeName(path(pName, sNew)), QFile::encodeName(pathOf(pName))) != 0) {
+    if (mFileSystem.rename(QFile::encodeName(tNew), QFile::encodeName(pathOf(pName))) != 0) {
         return Failure::fromErrno(errno, u"write %1"_s.arg(pathOf(pName)));
     }
     return os::syncDir(mFileSystem, mPath);

@@ -16,6 +16,7 @@ public:
     IndexStore(os::FileSystem& pFileSystem, const QString& pStateDir);
 
     Failure open(); // makes the folder
+    // False also for one that is damaged: reads all of it.
     bool has(const packages::IndexName& pName) const;
     QString pathOf(const packages::IndexName& pName) const;
 

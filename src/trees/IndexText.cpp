@@ -54,34 +54,39 @@ Failure nextBlock(ZstdLines* pLines, QByteArray* pTo)
 
 } // namespace
 
+Result<packages::IndexName> nameOfIndex(os::FileSystem& pFileSystem, const QString& pPacked,
+                                        const std::function<Failure(const QByteArray&)>& pSink)
+{
+    ZstdLines tLines(pFileSystem);
+    Failure tFailure = tLines.open(pPacked);
+    tuf::Hasher tHasher(tuf::HashAlgorithm::Sha256);
+    packages::IndexName tName;
+    QByteArray tBlock;
+    while (!tFailure && !(tFailure = nextBlock(&tLines, &tBlock)) && !tBlock.isEmpty()) {
+        tHasher.add(tBlock);
+        tName.mLength += tBlock.size();
+        tFailure = pSink ? pSink(tBlock) : Failure();
+    }
+    tName.mHash = tHasher.result().front();
+    return tFailure ? Result<packages::IndexName>(tFailure) : tName;
+}
+
 Failure unpackIndex(os::FileSystem& pFileSystem, const QString& pPacked, const QString& pText,
                     packages::IndexName* pTo)
 {
-    ZstdLines tLines(pFileSystem);
-    if (Failure tFailure = tLines.open(pPacked)) {
-        return tFailure;
-    }
     os::Descriptor tFile = newFile(pFileSystem, pText);
     if (!tFile.isOpen()) {
         return Failure::fromErrno(errno, u"write %1"_s.arg(pText));
     }
-    tuf::Hasher tHasher(tuf::HashAlgorithm::Sha256);
-    *pTo = {};
-    for (QByteArray tBlock;;) {
-        if (Failure tFailure = nextBlock(&tLines, &tBlock)) {
-            return tFailure;
-        }
-        if (tBlock.isEmpty()) {
-            break;
-        }
-        tHasher.add(tBlock);
-        pTo->mLength += tBlock.size();
-        if (Failure tFailure = write(pFileSystem, tFile.fd(), tBlock.constData(),
-                                     static_cast<size_t>(tBlock.size()), pText)) {
-            return tFailure;
-        }
+    const Result<packages::IndexName> tName =
+        nameOfIndex(pFileSystem, pPacked, [&](const QByteArray& pBlock) {
+            return write(pFileSystem, tFile.fd(), pBlock.constData(), static_cast<size_t>(pBlock.size()),
+                         pText);
+        });
+    if (!tName) {
+        return tName.failure();
     }
-    pTo->mHash = tHasher.result().front();
+    *pTo = *tName;
     return tFile.close() != 0 ? Failure::fromErrno(errno, u"write %1"_s.arg(pText)) : Failure();
 }
 

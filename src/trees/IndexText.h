@@ -3,11 +3,17 @@
 #include "internal/Failure.h"
 #include "packages/TreeFiles.h"
 
+#include <functional>
+
 namespace tarn::os {
 class FileSystem;
 }
 
 namespace tarn::trees {
+
+// Which text a packed index has. pSink, if there is one, gets the text in pieces.
+Result<packages::IndexName> nameOfIndex(os::FileSystem& pFileSystem, const QString& pPacked,
+                                        const std::function<Failure(const QByteArray&)>& pSink = nullptr);
 
 // Writes the text of a packed index to a new file, which only this user may read. Failure of the kind Content
 // if the index cannot be unpacked. The text is what was read: its name is in *pTo.

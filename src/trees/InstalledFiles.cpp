@@ -1,5 +1,6 @@
 #include "trees/InstalledFiles.h"
 
+#include "os/FileId.h"
 #include "trees/OldFile.h"
 
 #include <QtCore/QDirIterator>
@@ -18,12 +19,12 @@ Failure InstalledFiles::add(const QString& pFolder, const QString& pIndexFile,
     if (Failure tFailure = tPackage->mTree.read(mFileSystem, pIndexFile, pLimits)) {
         return tFailure;
     }
-    addItems(*tPackage);
-    mPackages.push_back(std::move(tPackage));
+    addPackage(std::move(tPackage));
     return {};
 }
 
-void InstalledFiles::addUnindexed(const QString& pFolder, const QSet<qint64>& pSizes)
+void InstalledFiles::addUnindexed(const QString& pFolder, const QSet<qint64>& pSizes,
+                                  const os::AbortFlag* pAbort)
 {
     auto tPackage = std::make_unique<Package>();
     tPackage->mFolder = pFolder;
@@ -35,7 +36,7 @@ void InstalledFiles::addUnindexed(const QString& pFolder, const QSet<qint64>& pS
                                          ? openInstalled(mFileSystem, pFolder, tPath, &tStat)
                                          : os::Descriptor();
         const std::optional<tuf::Hash> tHash =
-            tFile.isOpen() ? hashOf(mFileSystem, tFile.fd()) : std::nullopt;
+            tFile.isOpen() ? hashOf(mFileSystem, tFile.fd(), pAbort) : std::nullopt;
         if (tHash) {
             tPackage->mTree.append({.mPath = tPath,
                                     .mKind = EntryKind::File,
@@ -47,36 +48,40 @@ void InstalledFiles::addUnindexed(const QString& pFolder, const QSet<qint64>& pS
                                     .mAt = 0});
         }
     }
-    addItems(*tPackage);
-    mPackages.push_back(std::move(tPackage));
+    addPackage(std::move(tPackage));
 }
 
-void InstalledFiles::addItems(const Package& pPackage)
+void InstalledFiles::addPackage(std::unique_ptr<Package> pPackage)
 {
-    for (size_t tEntry = 0; tEntry < pPackage.mTree.count(); ++tEntry) {
-        const Tree::Node& tNode = pPackage.mTree.at(tEntry);
-        if (tNode.mKind == EntryKind::File && tNode.mSize > 0) {
-            mItems.push_back(
-                {tNode.mHash, static_cast<quint32>(mPackages.size()), static_cast<quint32>(tEntry)});
+    const auto tFolder = os::fileIdAt(QFile::encodeName(pPackage->mFolder));
+    pPackage->mDevice = tFolder ? tFolder->mDevice : 0;
+    mPackages.push_back(std::move(pPackage));
+    const Tree& tTree = mPackages.back()->mTree;
+    const auto tOld = static_cast<ptrdiff_t>(mItems.size());
+    for (size_t tEntry = 0; tEntry < tTree.count(); ++tEntry) {
+        if (tTree.at(tEntry).mKind == EntryKind::File && tTree.at(tEntry).mSize > 0) {
+            mItems.push_back({static_cast<quint32>(mPackages.size() - 1), static_cast<quint32>(tEntry)});
         }
     }
-    std::stable_sort(mItems.begin(), mItems.end(),
-                     [](const Item& pLeft, const Item& pRight) { return pLeft.mHash < pRight.mHash; });
+    const auto tIsBefore = [this](const Item& pLeft, const Item& pRight) {
+        return nodeOf(pLeft).mHash < nodeOf(pRight).mHash;
+    };
+    std::sort(mItems.begin() + tOld, mItems.end(), tIsBefore);
+    std::inplace_merge(mItems.begin(), mItems.begin() + tOld, mItems.end(), tIsBefore);
 }
 
 std::vector<InstalledFiles::Place> InstalledFiles::find(const Tree::Node& pFile) const
 {
     std::vector<Place> tPlaces;
-    auto tIt =
-        std::lower_bound(mItems.begin(), mItems.end(), pFile.mHash,
-                         [](const Item& pItem, const Tree::Digest& pHash) { return pItem.mHash < pHash; });
-    for (; tIt != mItems.end() && tIt->mHash == pFile.mHash; ++tIt) {
-        const Package& tPackage = *mPackages[tIt->mPackage];
-        const Tree::Node& tNode = tPackage.mTree.at(tIt->mEntry);
-        if (tNode.mSize == pFile.mSize) {
-            tPlaces.push_back({&tPackage, &tNode});
+    auto tIt = std::partition_point(mItems.begin(), mItems.end(),
+                                    [&](const Item& pItem) { return nodeOf(pItem).mHash < pFile.mHash; });
+    for (; tIt != mItems.end() && nodeOf(*tIt).mHash == pFile.mHash; ++tIt) {
+        if (nodeOf(*tIt).mSize == pFile.mSize) {
+            tPlaces.push_back({mPackages[tIt->mPackage].get(), &nodeOf(*tIt)});
         }
     }
+    std::stable_partition(tPlaces.begin(), tPlaces.end(),
+                          [&pFile](const Place& pPlace) { return pPlace.canBeLinked(pFile); });
     return tPlaces;
 }
 

@@ -7,6 +7,10 @@
 #include <memory>
 #include <optional>
 
+namespace tarn::os {
+class AbortFlag;
+}
+
 namespace tarn::trees {
 
 // The files of the installed packages by their hashes, as the indexes of the packages name them. Whether a
@@ -20,6 +24,7 @@ public:
     {
         QString mFolder; // absolute
         std::optional<packages::IndexName> mIndex;
+        dev_t mDevice = 0;
         Tree mTree;
     };
     struct Place
@@ -28,15 +33,22 @@ public:
         const Tree::Node* mNode;
 
         QByteArray path() const { return mPackage->mTree.path(*mNode); }
+        // Whether it should have the mode and time of the other, as far as is known without looking.
+        bool canBeLinked(const Tree::Node& pNew) const
+        {
+            return mPackage->mIndex && mNode->mTime == pNew.mTime &&
+                   mNode->mIsExecutable == pNew.mIsExecutable;
+        }
     };
 
     // A package with its packed index. Its files are of no use if the index cannot be read.
     Failure add(const QString& pFolder, const QString& pIndexFile, const packages::IndexName& pName,
                 const IndexLimits& pLimits);
     // A package without an index: its files of these sizes are hashed.
-    void addUnindexed(const QString& pFolder, const QSet<qint64>& pSizes);
+    void addUnindexed(const QString& pFolder, const QSet<qint64>& pSizes,
+                      const os::AbortFlag* pAbort = nullptr);
 
-    // All files that should have this hash, in the order in which their packages were added.
+    // All files that should have this hash, those that can be linked first.
     std::vector<Place> find(const Tree::Node& pFile) const;
     // None if no package has this index.
     const Package* withIndex(const packages::IndexName& pName) const;
@@ -44,12 +56,15 @@ public:
 private:
     struct Item
     {
-        Tree::Digest mHash;
         quint32 mPackage;
         quint32 mEntry;
     };
+    const Tree::Node& nodeOf(const Item& pItem) const
+    {
+        return mPackages[pItem.mPackage]->mTree.at(pItem.mEntry);
+    }
 
-    void addItems(const Package& pPackage);
+    void addPackage(std::unique_ptr<Package> pPackage);
 
     os::FileSystem& mFileSystem;
     std::vector<std::unique_ptr<const Package>> mPackages;

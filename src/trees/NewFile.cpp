@@ -2,7 +2,6 @@
 
 #include "os/FileTools.h"
 #include "packages/PackageModes.h"
-#include "trees/OldFile.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -22,10 +21,13 @@ Failure NewFile::create(int pDirFd, const QByteArray& pName)
 {
     mDir = os::Descriptor(mFileSystem, mFileSystem.openAt(pDirFd, ".", O_RDONLY | O_DIRECTORY));
     mName = pName;
+    if (!mDir.isOpen()) {
+        return failure();
+    }
     mFile = os::Descriptor(mFileSystem,
                            mFileSystem.openAt(pDirFd, pName, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
     mHasher.emplace(tuf::HashAlgorithm::Sha256);
-    return mDir.isOpen() && mFile.isOpen() ? Failure() : failure();
+    return mFile.isOpen() ? Failure() : failure();
 }
 
 Failure NewFile::write(QByteArrayView pData)
@@ -36,26 +38,16 @@ Failure NewFile::write(QByteArrayView pData)
                : Failure();
 }
 
-Failure NewFile::hashContent()
-{
-    QByteArray tBlock(256 * 1024, Qt::Uninitialized);
-    for (;;) {
-        const ssize_t tGot = mFileSystem.read(mFile.fd(), tBlock.data(), static_cast<size_t>(tBlock.size()));
-        if (tGot < 0 && errno != EINTR) {
-            return failure();
-        }
-        if (tGot == 0) {
-            return {};
-        }
-        mHasher->add(QByteArrayView(tBlock).first(std::max<ssize_t>(tGot, 0)));
-    }
-}
-
 Result<bool> NewFile::finish(const Tree::Node& pWanted)
 {
-    if (digestOf(mHasher->result().front()) != pWanted.mHash) {
-        discard();
-        return false;
+    return finish(mHasher->result().front(), pWanted);
+}
+
+Result<bool> NewFile::finish(const tuf::Hash& pHash, const Tree::Node& pWanted)
+{
+    if (digestOf(pHash) != pWanted.mHash) {
+        Failure tFailure = discard();
+        return tFailure ? Result<bool>(tFailure) : Result<bool>(false);
     }
     if (mFileSystem.changeMode(mFile.fd(), packages::fileMode(pWanted.mIsExecutable)) != 0 ||
         mFileSystem.changeTime(mFile.fd(), pWanted.mTime) != 0 || mFile.close() != 0) {
@@ -64,10 +56,13 @@ Result<bool> NewFile::finish(const Tree::Node& pWanted)
     return true;
 }
 
-void NewFile::discard()
+Failure NewFile::discard()
 {
-    (void)mFile.close(); // the file goes
-    mFileSystem.unlinkAt(mDir.fd(), mName, 0);
+    if (!mFile.isOpen()) {
+        return {};
+    }
+    (void)mFile.close(); // it goes
+    return mFileSystem.unlinkAt(mDir.fd(), mName, 0) != 0 ? failure() : Failure();
 }
 
 } // namespace tarn::trees

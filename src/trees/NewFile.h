@@ -20,11 +20,11 @@ public:
     bool isOpen() const { return mFile.isOpen(); }
     int fd() const { return mFile.fd(); }
     Failure write(QByteArrayView pData);
-    // Reads the bytes of the file instead, which were cloned.
-    Failure hashContent();
     // Whether the file is the wanted one. It then has its mode and time and is closed; else it is removed.
     Result<bool> finish(const Tree::Node& pWanted);
-    void discard();
+    // The same for one that was not written by this object, and has this hash.
+    Result<bool> finish(const tuf::Hash& pHash, const Tree::Node& pWanted);
+    Failure discard(); // removes it
 
 private:
     Failure failure() const;

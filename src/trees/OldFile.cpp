@@ -1,5 +1,6 @@
 #include "trees/OldFile.h"
 
+#include "os/AbortFlag.h"
 #include "os/FileTools.h"
 #include "tuf/Hashes.h"
 
@@ -36,14 +37,11 @@ os::Descriptor openInstalled(os::FileSystem& pFileSystem, const QString& pFolder
     if (!tFile.isOpen() || ::fstat(tFile.fd(), pStat) != 0) {
         return {};
     }
-    if (!S_ISREG(pStat->st_mode)) {
-        errno = EINVAL;
-        return {};
-    }
-    return tFile;
+    return S_ISREG(pStat->st_mode) && pStat->st_uid == ::geteuid() ? std::move(tFile) : os::Descriptor();
 }
 
-std::optional<tuf::Hash> hashOf(os::FileSystem& pFileSystem, int pFd)
+std::optional<tuf::Hash> hashOf(os::FileSystem& pFileSystem, int pFd, const os::AbortFlag* pAbort,
+                                const std::function<void(qint64)>& pProgress)
 {
     if (::lseek(pFd, 0, SEEK_SET) < 0) {
         return std::nullopt;
@@ -52,13 +50,16 @@ std::optional<tuf::Hash> hashOf(os::FileSystem& pFileSystem, int pFd)
     tuf::Hasher tHasher(tuf::HashAlgorithm::Sha256);
     for (;;) {
         const ssize_t tGot = pFileSystem.read(pFd, tBlock.data(), static_cast<size_t>(tBlock.size()));
-        if (tGot < 0 && errno != EINTR) {
+        if ((tGot < 0 && errno != EINTR) || (pAbort != nullptr && pAbort->isSet())) {
             return std::nullopt;
         }
         if (tGot == 0) {
             return tHasher.result().front();
         }
         tHasher.add(QByteArrayView(tBlock).first(std::max<ssize_t>(tGot, 0)));
+        if (pProgress) {
+            pProgress(std::max<ssize_t>(tGot, 0));
+        }
     }
 }
 

@@ -10,39 +10,49 @@ Failure Tree::read(os::FileSystem& pFileSystem, const QString& pIndexFile, const
     if (Failure tFailure = tReader.open(pIndexFile, pLimits)) {
         return tFailure;
     }
+    mHeader = tReader.header();
+    mFrames = tReader.frames();
+    mNodes.reserve(static_cast<size_t>(mHeader.mEntries));
+    std::vector<quint32> tFolders; // the last one at each depth
     IndexEntry tEntry;
     Failure tFailure;
     while (tReader.next(&tEntry, &tFailure)) {
-        append(tEntry);
+        const auto tDepth = static_cast<size_t>(tEntry.mPath.count('/'));
+        append(tEntry, tDepth == 0 ? 0 : tFolders[tDepth - 1],
+               QByteArrayView(tEntry.mPath).sliced(tEntry.mPath.lastIndexOf('/') + 1));
+        if (tEntry.mKind == EntryKind::Folder) {
+            tFolders.resize(tDepth);
+            tFolders.push_back(static_cast<quint32>(mNodes.size()));
+        }
     }
-    mHeader = tReader.header();
-    mFrames = tReader.frames();
     return tFailure;
 }
 
-void Tree::append(const IndexEntry& pEntry)
+void Tree::append(const IndexEntry& pEntry, quint32 pFolder, QByteArrayView pName)
 {
     mNodes.push_back({.mHash = digestOf(pEntry.mHash),
                       .mSize = pEntry.mSize,
                       .mAt = pEntry.mAt,
                       .mTime = pEntry.mTime,
-                      .mPath = static_cast<quint64>(mTexts.size()),
-                      .mPathLength = static_cast<quint32>(pEntry.mPath.size()),
-                      .mTargetLength = static_cast<quint32>(pEntry.mTarget.size()),
+                      .mFolder = pFolder,
+                      .mName = static_cast<quint32>(mTexts.size()),
                       .mKind = pEntry.mKind,
                       .mIsExecutable = pEntry.mIsExecutable});
-    mTexts += pEntry.mPath;
-    mTexts += pEntry.mTarget;
+    mTexts.append(pName).append('\0');
+    if (pEntry.mKind == EntryKind::Link) {
+        mTexts.append(pEntry.mTarget).append('\0');
+    }
 }
 
 QByteArray Tree::path(const Node& pNode) const
 {
-    return mTexts.mid(static_cast<qsizetype>(pNode.mPath), pNode.mPathLength);
+    const QByteArray tName(mTexts.constData() + pNode.mName);
+    return pNode.mFolder == 0 ? tName : path(mNodes[pNode.mFolder - 1]) + '/' + tName;
 }
 
 QByteArray Tree::target(const Node& pNode) const
 {
-    return mTexts.mid(static_cast<qsizetype>(pNode.mPath) + pNode.mPathLength, pNode.mTargetLength);
+    return mTexts.constData() + mTexts.indexOf('\0', pNode.mName) + 1;
 }
 
 EntrySizes Tree::sizes() const

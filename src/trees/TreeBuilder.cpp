@@ -13,26 +13,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
 namespace tarn::trees {
 
-namespace {
-
-// How a file system refuses to share a file.
-bool isRefusal(int pErrno)
-{
-    static constexpr int sRefusals[] = {EXDEV, EOPNOTSUPP, EINVAL, ENOTTY, ENOSYS, EPERM, EACCES, EBADF};
-    return std::find(std::begin(sRefusals), std::end(sRefusals), pErrno) != std::end(sRefusals);
-}
-
-} // namespace
-
 TreeBuilder::TreeBuilder(os::FileSystem& pFileSystem, const os::AbortFlag* pAbort, const Tree& pTree,
                          const QString& pFolder, const std::function<void(qint64)>& pProgress)
-    : mFileSystem(pFileSystem), mAbort(pAbort), mTree(pTree), mFolder(pFolder), mProgress(pProgress),
-      mChain(pFileSystem), mIsThere(pTree.count(), true)
+    : mFileSystem(pFileSystem), mAbort(pAbort), mTree(pTree), mFolder(pFolder),
+      mProgress(pProgress ? pProgress : [](qint64) {}), mChain(pFileSystem), mIsThere(pTree.count(), true)
 {
 }
 
@@ -99,8 +90,7 @@ Failure TreeBuilder::makeEntry(size_t pEntry)
     if (Failure tFailure = createFile(pEntry, &tFile)) {
         return tFailure;
     }
-    bool tIsRight = false;
-    return completeFile(pEntry, &tFile, &tIsRight);
+    return completeFile(pEntry, tFile.finish(tNode));
 }
 
 Failure TreeBuilder::createFile(size_t pEntry, NewFile* pTo)
@@ -111,14 +101,12 @@ Failure TreeBuilder::createFile(size_t pEntry, NewFile* pTo)
                       : pTo->create(tDirFd, tName);
 }
 
-Failure TreeBuilder::completeFile(size_t pEntry, NewFile* pFile, bool* pIsRight)
+Failure TreeBuilder::completeFile(size_t pEntry, const Result<bool>& pIsRight)
 {
-    const Result<bool> tIsRight = pFile->finish(mTree.at(pEntry));
-    *pIsRight = tIsRight && *tIsRight;
-    if (*pIsRight) {
+    if (pIsRight && *pIsRight) {
         nowThere(pEntry);
     }
-    return tIsRight.failure();
+    return pIsRight.failure();
 }
 
 Failure TreeBuilder::reuse(const InstalledFiles& pInstalled)
@@ -128,14 +116,10 @@ Failure TreeBuilder::reuse(const InstalledFiles& pInstalled)
             continue;
         }
         for (const InstalledFiles::Place& tPlace : pInstalled.find(mTree.at(tEntry))) {
-            if (Failure tFailure = aborted()) {
-                return tFailure;
-            }
-            if (Failure tFailure = reuseFile(tEntry, tPlace)) {
+            if (Failure tFailure = makeFrom(tEntry, tPlace.mPackage->mFolder, tPlace.path())) {
                 return tFailure;
             }
             if (mIsThere[tEntry]) {
-                mProgress(mTree.at(tEntry).mSize);
                 break;
             }
         }
@@ -143,73 +127,99 @@ Failure TreeBuilder::reuse(const InstalledFiles& pInstalled)
     return {};
 }
 
-// An old file that cannot be read, or is not what its index says, leaves the new one missing.
-Failure TreeBuilder::reuseFile(size_t pEntry, const InstalledFiles::Place& pPlace)
+// A content that several files have is in a delta once, and is fetched once.
+Failure TreeBuilder::makeTwins()
 {
+    std::multimap<Tree::Digest, size_t> tMissing;
+    for (size_t tEntry = 0; tEntry < mTree.count(); ++tEntry) {
+        if (!mIsThere[tEntry]) {
+            tMissing.emplace(mTree.at(tEntry).mHash, tEntry);
+        }
+    }
+    for (size_t tEntry = 0; tEntry < mTree.count() && !tMissing.empty(); ++tEntry) {
+        const Tree::Node& tNode = mTree.at(tEntry);
+        if (!mIsThere[tEntry] || tNode.mKind != EntryKind::File) {
+            continue;
+        }
+        const auto [tFirst, tEnd] = tMissing.equal_range(tNode.mHash);
+        for (auto tTwin = tFirst; tTwin != tEnd; tTwin = tMissing.erase(tTwin)) {
+            if (Failure tFailure = makeFrom(tTwin->second, mFolder, mTree.path(tNode))) {
+                return tFailure;
+            }
+        }
+    }
+    return {};
+}
+
+// An old file that cannot be read, or is not what its index says, leaves the new one missing.
+Failure TreeBuilder::makeFrom(size_t pEntry, const QString& pFolder, const QByteArray& pPath)
+{
+    if (Failure tFailure = aborted()) {
+        return tFailure;
+    }
     struct stat tStat;
-    const os::Descriptor tOld = openInstalled(mFileSystem, pPlace.mPackage->mFolder, pPlace.path(), &tStat);
+    const os::Descriptor tOld = openInstalled(mFileSystem, pFolder, pPath, &tStat);
     if (!tOld.isOpen() || tStat.st_size != mTree.at(pEntry).mSize) {
         return {};
     }
-    if (mCanClone) {
-        if (Failure tFailure = cloneFile(pEntry, tOld.fd()); tFailure || mIsThere[pEntry] || mCanClone) {
-            return tFailure;
-        }
+    bool tIsDecided = false;
+    Failure tFailure = mCanClone ? cloneFile(pEntry, tOld.fd(), &tIsDecided) : Failure();
+    if (!tFailure && !tIsDecided && mCanLink) {
+        tFailure = linkFile(pEntry, tOld.fd(), tStat, &tIsDecided);
     }
-    const Tree::Node& tNode = mTree.at(pEntry);
-    const bool tIsSame =
-        tStat.st_mtime == tNode.mTime && (tStat.st_mode & 07777) == packages::fileMode(tNode.mIsExecutable);
-    if (mCanLink && tIsSame) {
-        const std::optional<tuf::Hash> tHash = hashOf(mFileSystem, tOld.fd());
-        if (!tHash || digestOf(*tHash) != tNode.mHash) {
-            return {};
-        }
-        if (Failure tFailure = linkFile(pEntry, tOld.fd(), tStat); tFailure || mIsThere[pEntry]) {
-            return tFailure;
-        }
+    if (!tFailure && !tIsDecided) {
+        tFailure = copyFile(pEntry, tOld.fd());
     }
-    return copyFile(pEntry, tOld.fd());
+    if (mIsThere[pEntry]) {
+        mProgress(tStat.st_size);
+    }
+    return tFailure;
 }
 
-// The clone is hashed, not the original: nobody can change it between the two.
-Failure TreeBuilder::cloneFile(size_t pEntry, int pOldFd)
+// The clone is hashed, not the original: nobody can change it between the two. *pIsDecided stays false where
+// the file system does not do it; if it can do it for other files is not known if these are on another one.
+Failure TreeBuilder::cloneFile(size_t pEntry, int pOldFd, bool* pIsDecided)
 {
     NewFile tFile(mFileSystem, label(pEntry));
     if (Failure tFailure = createFile(pEntry, &tFile)) {
         return tFailure;
     }
     if (mFileSystem.cloneFile(tFile.fd(), pOldFd) != 0) {
-        const int tErrno = errno;
-        tFile.discard();
-        mCanClone = !isRefusal(tErrno);
-        return mCanClone ? Failure::fromErrno(tErrno, u"write %1"_s.arg(label(pEntry))) : Failure();
+        mCanClone = errno == EXDEV;
+        return tFile.discard();
     }
-    if (Failure tFailure = tFile.hashContent()) {
-        return tFailure;
+    *pIsDecided = true;
+    const std::optional<tuf::Hash> tHash = hashOf(mFileSystem, tFile.fd(), mAbort);
+    if (!tHash) {
+        Failure tFailure = tFile.discard();
+        return tFailure ? tFailure : aborted();
     }
-    bool tIsRight = false;
-    return completeFile(pEntry, &tFile, &tIsRight);
+    return completeFile(pEntry, tFile.finish(*tHash, mTree.at(pEntry)));
 }
 
-Failure TreeBuilder::linkFile(size_t pEntry, int pOldFd, const struct stat& pStat)
+Failure TreeBuilder::linkFile(size_t pEntry, int pOldFd, const struct stat& pStat, bool* pIsDecided)
 {
-    QByteArray tName;
-    const int tDirFd = enterFolderOf(pEntry, &tName);
-    struct stat tNow;
-    if (tDirFd >= 0 && mFileSystem.linkAt(pOldFd, tDirFd, tName) == 0) {
-        // Hashing may have taken long.
-        if (::fstat(pOldFd, &tNow) == 0 && tNow.st_mtime == pStat.st_mtime && tNow.st_size == pStat.st_size) {
-            nowThere(pEntry);
-        } else {
-            mFileSystem.unlinkAt(tDirFd, tName, 0);
-        }
+    const Tree::Node& tNode = mTree.at(pEntry);
+    if (pStat.st_mtime != tNode.mTime || (pStat.st_mode & 07777) != packages::fileMode(tNode.mIsExecutable)) {
         return {};
     }
-    if (tDirFd >= 0 && errno == EMLINK) {
-        return {}; // this file has too many names; others may still be linked
+    const std::optional<tuf::Hash> tHash = hashOf(mFileSystem, pOldFd, mAbort);
+    if (!tHash || digestOf(*tHash) != tNode.mHash) {
+        *pIsDecided = true;
+        return aborted();
     }
-    mCanLink = tDirFd >= 0 && !isRefusal(errno);
-    return tDirFd < 0 || mCanLink ? Failure::fromErrno(errno, u"write %1"_s.arg(label(pEntry))) : Failure();
+    QByteArray tName;
+    const int tDirFd = enterFolderOf(pEntry, &tName);
+    if (tDirFd < 0) {
+        return Failure::fromErrno(errno, u"write %1"_s.arg(label(pEntry)));
+    }
+    if (mFileSystem.linkAt(pOldFd, tDirFd, tName) != 0) {
+        mCanLink = errno == EXDEV || errno == EMLINK; // that is about this file
+        return {};
+    }
+    *pIsDecided = true;
+    nowThere(pEntry);
+    return {};
 }
 
 Failure TreeBuilder::copyFile(size_t pEntry, int pOldFd)
@@ -228,22 +238,23 @@ Failure TreeBuilder::copyFile(size_t pEntry, int pOldFd)
         }
         const ssize_t tGot = mFileSystem.read(pOldFd, tBlock.data(),
                                               static_cast<size_t>(std::min<qint64>(tLeft, tBlock.size())));
+        if (tGot < 0 && errno == EINTR) {
+            continue;
+        }
         if (tGot <= 0) {
-            tFile.discard();
-            return {};
+            return tFile.discard();
         }
         if (Failure tFailure = tFile.write(QByteArrayView(tBlock).first(tGot))) {
             return tFailure;
         }
         tLeft -= tGot;
     }
-    bool tIsRight = false;
-    return completeFile(pEntry, &tFile, &tIsRight);
+    return completeFile(pEntry, tFile.finish(mTree.at(pEntry)));
 }
 
 Failure TreeBuilder::takeFrames(const QString& pFile, const FrameRun& pRun)
 {
-    if (Failure tFailure = checkFrames(mFileSystem, pFile, mTree.frames(), pRun)) {
+    if (Failure tFailure = checkFrames(mFileSystem, pFile, mTree.frames(), pRun, mAbort)) {
         return tFailure;
     }
     const qint64 tBegin = mTree.frames().unpacked(pRun.mFirst).mFirst;
@@ -274,18 +285,17 @@ Failure TreeBuilder::takeFrames(const QString& pFile, const FrameRun& pRun)
                 tFailure = tFile.write(tBytes);
             }
             if (tFailure) {
-                tFile.discard();
-                return tFailure;
+                Failure tOther = tFile.discard();
+                return tOther ? tOther : tFailure;
             }
             tLeft -= tBytes.size();
             mProgress(tBytes.size());
         }
-        bool tIsRight = false;
-        if (Failure tFailure = completeFile(tEntry, &tFile, &tIsRight)) {
+        if (Failure tFailure = completeFile(tEntry, tFile.finish(tNode))) {
             return tFailure;
         }
     }
-    return {};
+    return makeTwins();
 }
 
 qint64 TreeBuilder::missingBytes() const

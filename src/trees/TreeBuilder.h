@@ -22,10 +22,10 @@ namespace tarn::trees {
 class TreeBuilder
 {
 public:
-    // pProgress gets the bytes of files that are complete now or were written. pAbort may be null. All must
-    // outlive the object.
+    // pProgress gets the bytes of files that are complete now or were written. pAbort may be null. The
+    // others must outlive the object.
     TreeBuilder(os::FileSystem& pFileSystem, const os::AbortFlag* pAbort, const Tree& pTree,
-                const QString& pFolder, const std::function<void(qint64)>& pProgress);
+                const QString& pFolder, const std::function<void(qint64)>& pProgress = nullptr);
 
     // Makes the folder, which must not exist, with all folders, links and empty files.
     Failure start();
@@ -45,19 +45,13 @@ public:
 
 private:
     friend class DeltaApplication;
-    enum class Way
-    {
-        Clone,
-        Link,
-        Copy,
-    };
-
     Failure makeEntry(size_t pEntry);
     Failure createFile(size_t pEntry, NewFile* pTo);
-    Failure completeFile(size_t pEntry, NewFile* pFile, bool* pIsRight);
-    Failure reuseFile(size_t pEntry, const InstalledFiles::Place& pPlace);
-    Failure cloneFile(size_t pEntry, int pOldFd);
-    Failure linkFile(size_t pEntry, int pOldFd, const struct stat& pStat);
+    Failure completeFile(size_t pEntry, const Result<bool>& pIsRight);
+    Failure makeTwins();
+    Failure makeFrom(size_t pEntry, const QString& pFolder, const QByteArray& pPath);
+    Failure cloneFile(size_t pEntry, int pOldFd, bool* pIsDecided);
+    Failure linkFile(size_t pEntry, int pOldFd, const struct stat& pStat, bool* pIsDecided);
     Failure copyFile(size_t pEntry, int pOldFd);
     Failure aborted() const;
     QString label(size_t pEntry) const;
@@ -68,7 +62,7 @@ private:
     const os::AbortFlag* mAbort;
     const Tree& mTree;
     QString mFolder;
-    const std::function<void(qint64)>& mProgress;
+    const std::function<void(qint64)> mProgress;
     packages::FolderChain mChain;
     std::vector<bool> mIsThere;
     size_t mMissing = 0; // files

@@ -87,6 +87,7 @@ TEST_F(IndexTest, RefusesWhatBreaksARule)
         {"unknown kind", "\"folder\"", "\"device\""},
         {"link that leads out", "\"a/f\",\"later\"", "\"../a\",\"later\""},
         {"link that is absolute", "\"a/f\",\"later\"", "\"/etc\",\"later\""},
+        {"link with a null byte", "\"target\":\"a/f\"", "\"target\":\"a\\u0000f\""},
         {"link without target", "\"target\":\"a/f\"", "\"target\":\"\""},
         {"flag that is no flag", "true", "1"},
         {"time that is no number", "-1", "\"-1\""},
