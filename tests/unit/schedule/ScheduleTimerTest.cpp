@@ -175,10 +175,13 @@ TEST_F(ScheduleTimerTest, LoginChecksOnceInAnHour)
     mClock.jumpTo(date("2026-03-10T13:00:00"));
     mTimer.userLoggedIn();
     EXPECT_EQ(mChecks.size(), 2);
+    mClock.jumpTo(date("2026-03-10T08:00:00"));
+    mTimer.userLoggedIn();
+    EXPECT_EQ(mChecks.size(), 3) << "a check of a clock that ran ahead holds nothing up";
     mTimer.start(daily("2026-03-11T03:00:00"));
     mClock.jumpTo(date("2026-03-10T16:00:00"));
     mTimer.userLoggedIn();
-    EXPECT_EQ(mChecks.size(), 2) << "a login means nothing without the bit";
+    EXPECT_EQ(mChecks.size(), 3) << "a login means nothing without the bit";
 }
 
 TEST_F(ScheduleTimerTest, RetryComesOnceBesideTheSchedule)
