@@ -11,6 +11,12 @@ install(FILES ${BUILT_SHARE}/zsh/vendor-completions/_rkm DESTINATION ${SHARE}/zs
 install(FILES ${BUILT_SHARE}/fish/vendor_completions.d/rkm.fish
     DESTINATION ${SHARE}/fish/vendor_completions.d COMPONENT client)
 install(PROGRAMS packaging/completion/service-words DESTINATION ${SHARE}/rkm/completion COMPONENT client)
+if(TARGET vkctl)
+    install(TARGETS vkctl RUNTIME COMPONENT client)
+    install(FILES docs/man/vkctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT client)
+    install(FILES packaging/completion/vkctl.bash DESTINATION ${SHARE}/bash-completion/completions RENAME vkctl
+        COMPONENT client)
+endif()
 install(DIRECTORY ${BUILT_SHARE}/rkm/locale DESTINATION ${SHARE}/rkm COMPONENT library FILES_MATCHING PATTERN *.qm)
 
 if(NOT VKCORE_ROOT)

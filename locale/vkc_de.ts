@@ -2,6 +2,13 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="de" sourcelanguage="en">
 <context>
+    <name>tarn::vkc::ClientApplication</name>
+    <message>
+        <source>Failed to load file &quot;%1&quot;. Application will be terminated now.</source>
+        <translation>Die Datei „%1“ konnte nicht geladen werden. Das Programm wird beendet.</translation>
+    </message>
+</context>
+<context>
     <name>tarn::vkc::VKCApplication</name>
     <message>
         <source>Unknown option: &apos;%1&apos;</source>
@@ -521,10 +528,6 @@
     <message>
         <source>Removing obsolete files (%1% complete)</source>
         <translation>Veraltete Dateien werden entfernt (%1% fertig)</translation>
-    </message>
-    <message>
-        <source>Failed to load file &quot;%1&quot;. Application will be terminated now.</source>
-        <translation>Die Datei „%1“ konnte nicht geladen werden. Das Programm wird beendet.</translation>
     </message>
 </context>
 </TS>

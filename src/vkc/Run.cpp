@@ -79,6 +79,7 @@ int VKCApplication::runHandler(int (VKCApplication::*pHandler)(), bool pNoComman
     }
     if (optPassed(OPT_SOCKET)) {
         ++mBaseOptCount;
+        mLink.setSocket(optArg(OPT_SOCKET, QString()));
     }
     mCancelTimer.start();
     return (this->*pHandler)();

@@ -26,7 +26,7 @@ int main(int argc, char** argv)
     tApp->log(u"Application startup %1"_s.arg(currentTime()));
     tApp->log(u"%1 %2"_s.arg(tApp->getAppName(), tApp->getAppVersion().toString()));
     tApp->log(u"Operating system: %1"_s.arg(tApp->getUtil()->prettyOsVersion()));
-    tApp->reloadTranslations();
+    tApp->reloadTranslations({u"vkc"_s});
 
     QTimer::singleShot(0, tApp.get(), &VKCApplication::run);
     const int tStatus = QCoreApplication::exec();

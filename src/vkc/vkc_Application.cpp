@@ -9,7 +9,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -34,11 +33,10 @@ static void handle_signals(int pSignal)
 }
 
 VKCApplication::VKCApplication(const QList<QString>& pPrefixes, int pLogLevels)
-    : OkiApplication(pPrefixes, pLogLevels), mStdIn(stdin, QIODevice::ReadOnly),
+    : ClientApplication(pPrefixes, pLogLevels), mStdIn(stdin, QIODevice::ReadOnly),
       mStdOut(stdout, QIODevice::WriteOnly), mStdErr(stderr, QIODevice::WriteOnly)
 {
     std::setvbuf(stdout, nullptr, _IONBF, 0); // mStdOut has buffers of its own
-    setLogDirName(u"vkc_log"_s);
 
     mProgressTimer.setInterval(1000);
     connect(&mProgressTimer, &QTimer::timeout, this, &VKCApplication::updateProgress);
@@ -51,8 +49,6 @@ VKCApplication::VKCApplication(const QList<QString>& pPrefixes, int pLogLevels)
 
 VKCApplication::~VKCApplication()
 {
-    removeTranslations();
-
     delete mOptStats;
     delete mOptParser;
     delete[] mOptions;
@@ -79,7 +75,7 @@ VKCApplication::~VKCApplication()
 
 bool VKCApplication::init()
 {
-    const bool tResult = OkiApplication::init();
+    const bool tResult = ClientApplication::init();
 
     for (QTextStream* tStream : {&mStdIn, &mStdOut, &mStdErr}) {
         tStream->setEncoding(QStringConverter::System);
@@ -107,37 +103,6 @@ void VKCApplication::fatalError(const QString& pText)
     QCoreApplication::exit(1);
 }
 
-void VKCApplication::removeTranslations()
-{
-    while (!mTranslators.isEmpty()) {
-        QTranslator* const tTranslator = mTranslators.takeFirst();
-        if (QCoreApplication::instance() != nullptr) {
-            QCoreApplication::removeTranslator(tTranslator);
-        }
-        tTranslator->deleteLater();
-    }
-}
-
-void VKCApplication::reloadTranslations()
-{
-    removeTranslations();
-    const QString tLang = getAppLang();
-    const QString tDir = getAppEtcDir() + u"/locale/messages"_s;
-    // Qt searches the last one first.
-    const QString tCatalogues[] = {u"qt_%1"_s, u"vkcommon_%1"_s, u"vkcore_%1"_s, u"vkc_%1"_s};
-    for (const QString& tPattern : tCatalogues) {
-        const QString tName = tPattern.arg(tLang);
-        QTranslator* const tTranslator = new QTranslator();
-        if (tTranslator->load(tName, tDir)) {
-            QCoreApplication::installTranslator(tTranslator);
-            mTranslators.append(tTranslator);
-        } else {
-            log(u"Failed to load translation: %1"_s.arg(tName));
-            tTranslator->deleteLater();
-        }
-    }
-}
-
 void VKCApplication::exitMainloop(int pStatus)
 {
     QCoreApplication::exit(pStatus);
@@ -146,7 +111,7 @@ void VKCApplication::exitMainloop(int pStatus)
 void VKCApplication::finalize()
 {
     cleanupServiceWorker();
-    OkiApplication::finalize();
+    ClientApplication::finalize();
 
     const QMutexLocker tLocker(&mRunMutex);
     mRunning = false;

@@ -1,9 +1,10 @@
 #pragma once
 
+#include "program/ClientApplication.h"
+
 #include <vkcore/GRef.h>
 #include <vkcore/IPCClient.h>
 #include <vkcore/MonitoringSettings.h>
-#include <vkcore/OkiApplication.h>
 #include <vkcore/ServerList.h>
 #include <vkcore/Types.h>
 
@@ -11,11 +12,9 @@
 #include <QtCore/QEventLoop>
 #include <QtCore/QList>
 #include <QtCore/QMutex>
-#include <QtCore/QProcess>
 #include <QtCore/QString>
 #include <QtCore/QTextStream>
 #include <QtCore/QTimer>
-#include <QtCore/QTranslator>
 #include <QtCore/QUrl>
 #include <QtCore/QWaitCondition>
 
@@ -35,7 +34,7 @@ inline constexpr char sSourcePath[] = "src/vkc/vkc_Application";
 
 // The whole program: the common parts, and one cmd... method per command, which returns the exit status. The
 // methods are in one source file per subject, named in the comments below.
-class VKCApplication : public vkcore::OkiApplication
+class VKCApplication : public ClientApplication
 {
     Q_OBJECT
 
@@ -45,16 +44,11 @@ public:
 
     bool init() override;
     void fatalError(const QString& pText) override;
-    void initUserDirs() override;
-    void initLogFile() override;
-    bool loadUserConfig() override;
-    bool saveUserConfig() override;
     void finalize() override;
 
     void exitMainloop(int pStatus);
     // Blocks until finalize has run.
     void waitForFinished();
-    void reloadTranslations();
 
     // The format of dates in output, independent of the locale; empty for an invalid date.
     static QString dateTimeText(const QDateTime& pDate);
@@ -83,8 +77,6 @@ private:
         int (VKCApplication::*handler)();
     };
     struct LanguageGroup;
-
-    void removeTranslations();
 
     // Run.cpp
     void parseOptions(int pArgc, char** pArgv);
@@ -123,15 +115,10 @@ private:
 
     // service/Connection.cpp
     bool connectToServer(bool pStartService);
-    bool connectToServer(vkcore::IPCClient* pClient, bool pStartService);
     // Connects for a command that changes settings: false, with the reason on standard error, if there is no
     // connection or the service is busy.
     bool connectForChange();
 
-    // service/Worker.cpp
-    bool startService();
-    // Asks a worker that was just started for a sign of life, as long as its process runs.
-    bool pingWorker(vkcore::IPCClient* pClient);
     void cleanupServiceWorker();
 
     // service/Monitor.cpp
@@ -198,8 +185,6 @@ private:
     static const CommandEntry sCommands[];
     static option::Descriptor sOptsNone[]; // its last row is for the list of commands
 
-    QString mUserConfigFile;
-    QList<QTranslator*> mTranslators; // owned
     QTextStream mStdIn;
     QTextStream mStdOut;
     QTextStream mStdErr;
@@ -211,7 +196,6 @@ private:
     int mBaseOptCount = 0;                        // parsed options that belong to the frame
     vkcore::IPCClient* mClient = nullptr;         // the connection of the command
     vkcore::IPCClient* mMonitorClient = nullptr;  // the connection in monitor mode
-    QProcess* mService = nullptr;                 // the worker that this run has tried to start
     bool mRunning = true;                         // until finalize has run
     QMutex mRunMutex;                             // guards mRunning
     QWaitCondition mRunCondition;
@@ -223,7 +207,6 @@ private:
     bool mQuitRequested = false; // the service has asked its clients to quit
     int mCancelRequest = 0;      // 0 none, 1 polite, 2 forced; set by the signal handler
     int mCancelCount = 0;        // polite requests handled so far
-    bool mCanceled = false;      // no worker is started any more
 };
 
 } // namespace tarn::vkc

@@ -11,6 +11,8 @@
 #include "internal/Values.h"
 #include "ipc/Session.h"
 
+#include <QtCore/QMetaMethod>
+
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -208,7 +210,12 @@ void IPCClient::close()
 bool IPCClient::enterMonitorMode()
 {
     const auto tRead = [this](const QString& pMethod, const QJsonObject& pParams, Event* pEvent) {
-        return readEvent(this, pMethod, pParams, pEvent);
+        const bool tIsSound = readEvent(this, pMethod, pParams, pEvent);
+        const bool tIsOther = tIsSound && !pEvent->mDeliver;
+        if (tIsOther && isSignalConnected(QMetaMethod::fromSignal(&IPCClient::eventReceived))) {
+            pEvent->mDeliver = [=, this] { Q_EMIT eventReceived(pMethod, pParams); };
+        }
+        return tIsSound;
     };
     return d->enterMonitorMode({tRead, [this] { Q_EMIT disconnected(); }});
 }
@@ -425,6 +432,12 @@ bool IPCClient::addServer(Server* pServer)
 bool IPCClient::changeServer(int pIndex, Server* pServer)
 {
     return d->order(method::sChangeServer, toJson(ServerChange{{pIndex, d->mRevision}, toEntry(*pServer)}));
+}
+
+std::optional<QJsonValue> IPCClient::call(const QString& pMethod, const QJsonObject& pParams)
+{
+    const std::shared_ptr<Session> tKeep = d;
+    return tKeep->call(pMethod, pParams);
 }
 
 bool IPCClient::removeServer(int pIndex)

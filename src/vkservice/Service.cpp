@@ -61,11 +61,13 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
     : mApp(pApp), mSocketPath(socketPath(pApp, pOptions.mSocketName)), mSettings(mStore.database()),
       mServers(mStore.database()), mVariables(mStore.database()), mSockets(mMethods),
       mStoreCare(mStore, pApp), mConfiguration(mVariables, pApp),
-      mUpdateThread(os::realFileSystem(), os::realProcessList()),
-      mUpdates(mUpdateThread, {mServers, mSettings, mVariables, pApp}, mStoreCare),
+      mUpdateThread(os::realFileSystem(), os::realProcessList()), mChecks(os::realFileSystem()),
+      mUpdates(mUpdateThread, {mServers, mSettings, mVariables, mChecks, pApp}, mStoreCare),
+      mVerifications(os::realFileSystem(), {mChecks, mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mSchedule({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
-      mMail({mStore, mSettings, mVariables, mUpdates, mSchedule, pApp}), mEvents(mSockets, mUpdates, pApp),
-      mLifetime(pOptions.mWorker, {mSockets, mSchedule, mUpdates, mMail, pApp})
+      mMail({mStore, mSettings, mVariables, mUpdates, mSchedule, pApp}),
+      mEvents(mSockets, mUpdates, mVerifications, pApp),
+      mLifetime(pOptions.mWorker, {mSockets, mSchedule, mUpdates, mVerifications, mMail, pApp})
 {
     addMethods();
     connectParts();
@@ -77,6 +79,7 @@ void Service::addMethods()
 {
     methods::addSessionMethods(mMethods, {mSockets, mEvents, mLifetime, mConfiguration});
     methods::addUpdateMethods(mMethods, {mUpdates});
+    methods::addPackageMethods(mMethods, {mVerifications});
     methods::addSettingsMethods(mMethods, {mSettings, mConfiguration, mMail, mUpdates, mStoreCare, mApp});
     methods::addScheduleMethods(mMethods, {mSchedule, mStoreCare});
     methods::addMonitoringMethods(mMethods, {mSettings, mMail, mStoreCare});
@@ -99,8 +102,9 @@ void Service::connectParts()
     connect(&mConfiguration, &Configuration::changed, &mMail, &MailControl::onVariablesChanged);
     connect(&mSchedule, &ScheduleControl::checkIsDue, &mEvents, &Events::checkIsDue);
     connect(&mUpdates, &UpdateControl::runEnded, this, &Service::onRunEnded);
-    connect(&mMinute, &QTimer::timeout, &mUpdates, &UpdateControl::checkSuppression);
-    connect(&mMinute, &QTimer::timeout, &mMail, &MailControl::tick);
+    connect(&mVerifications, &VerifyControl::ended, this,
+            [this] { mMail.onVerified(mVerifications.damaged()); });
+    connect(&mMinute, &QTimer::timeout, this, &Service::onMinute);
 }
 
 Failure Service::start()
@@ -112,6 +116,7 @@ Failure Service::start()
         return tFailure;
     }
     mConfiguration.logComplaints();
+    mVerifications.load();
     openMail();
     if (const Failure tFailure = mUpdates.recover()) {
         mApp.write(LogLevel::Error, tFailure.mText);
@@ -119,6 +124,7 @@ Failure Service::start()
     // The service may have been killed before it queued the mail about the run; by now the log of the
     // installed packages is complete.
     mMail.onRunEnded(mUpdates.lastRun());
+    mMail.onVerified(mVerifications.damaged());
     if (const Failure tFailure = listen()) {
         return tFailure;
     }
@@ -224,12 +230,23 @@ void Service::reportDamage(const QString& pDamagedFile)
     mEvents.errorToKeep(tText, tDetails);
 }
 
+void Service::onMinute()
+{
+    mUpdates.checkSuppression();
+    mMail.tick();
+    if (!mLifetime.isWorker()) {
+        mVerifications.tick();
+    }
+}
+
 void Service::onRunEnded(const RunRecord& pRecord, bool pManual)
 {
     mApp.write(pRecord.mCode == ResultSuccess ? LogLevel::Notice : LogLevel::Warning,
                u"The update has ended: %1"_s.arg(mUpdates.resultText(pRecord)));
     mStoreCare.replaceIfDamaged();
+    mVerifications.onRunEnded();
     mMail.onRunEnded(pRecord);
+    mMail.onVerified(mVerifications.damaged());
     mSchedule.onRunEnded(pRecord, pManual);
 }
 

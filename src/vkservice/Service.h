@@ -7,9 +7,11 @@
 #include "control/ScheduleControl.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
+#include "control/VerifyControl.h"
 #include "internal/Failure.h"
 #include "ipc/MethodTable.h"
 #include "ipc/SocketServer.h"
+#include "packages/CheckRecord.h"
 #include "store/ConfigVariables.h"
 #include "store/ServerTable.h"
 #include "store/Settings.h"
@@ -62,6 +64,7 @@ private:
     void onStoreReplaced(const QString& pDamagedFile);
     void reportDamage(const QString& pDamagedFile);
     void onRunEnded(const RunRecord& pRecord, bool pManual);
+    void onMinute();
 
     process::ServiceApplication& mApp;
     QString mSocketPath;
@@ -77,7 +80,9 @@ private:
     control::StoreCare mStoreCare;
     control::Configuration mConfiguration;
     update::UpdateThread mUpdateThread;
+    packages::CheckRecordFile mChecks;
     control::UpdateControl mUpdates;
+    control::VerifyControl mVerifications;
     control::ScheduleControl mSchedule;
     control::MailControl mMail;
     control::Events mEvents;

@@ -5,7 +5,7 @@
 #include <QtCore/QDirIterator>
 
 Machine::Machine(const QString& pStateDir, const QString& pInstallDir)
-    : mInstallation({q("rkm"), q("vkservice"), q("vkpublish")}), mInstallDir(pInstallDir)
+    : mInstallation({q("rkm"), q("vkctl"), q("vkservice"), q("vkpublish")}), mInstallDir(pInstallDir)
 {
     mInstallation.writeFile(
         "etc/vk/vk.cfg",

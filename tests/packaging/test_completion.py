@@ -12,7 +12,7 @@ import threading
 import time
 import unittest
 
-from support import BIN, SHARE, installation, options_by_command, run
+from support import BIN, SHARE, SOURCE, installation, options_by_command, run
 
 BASH_FILE = os.path.join(SHARE, "bash-completion/completions/rkm")
 FISH_FILE = os.path.join(SHARE, "fish/vendor_completions.d/rkm.fish")
@@ -49,6 +49,18 @@ class Folder(unittest.TestCase):
         out = run("fish", "--no-config", "-c", 'source $argv[1]; complete -C "$argv[2]"', FISH_FILE, line,
                   env=self.environment)
         return [row.split("\t")[0] for row in out.splitlines()]
+
+
+class Vkctl(Folder):
+    def test_bash_offers_what_its_help_lists(self):
+        help_text = run(os.path.join(BIN, "vkctl"), "--help", env=self.environment)
+        call = BASH_CALL.replace("_rkm", "_vkctl")
+        offer = lambda *words: set(run("bash", "--norc", "-c", call, "bash", os.path.join(SOURCE, "packaging/completion/vkctl.bash"),
+                                       "vkctl", *words, env=self.environment).splitlines())
+        options = set(re.findall(r"--[a-z]+", help_text))
+        commands = set(re.findall(r"(?m)^  ([a-z]+) ", help_text))
+        self.assertEqual(offer(""), options | commands)
+        self.assertEqual(offer("verify", "--j"), {"--json"})
 
 
 class Tables(Folder):

@@ -5,6 +5,7 @@ import os
 import re
 import shutil
 import sqlite3
+import subprocess
 import tempfile
 import unittest
 
@@ -32,6 +33,19 @@ def shape(value):
     return [shape(value[0])] if isinstance(value, list) and value else type(value).__name__
 
 
+def damage_a_package(folder):
+    """Changes an installed file. The machine gets the package's index if the update has not kept it."""
+    package = json.loads(read(folder, "installed/current/.manifest.json"))["packages"][0]
+    index = package["info"]["index"]
+    os.makedirs(os.path.join(folder, "state/indexes"), exist_ok=True)
+    shutil.copy(os.path.join(folder, f"repository/targets/{index['sha256']}.index.zst"),
+                os.path.join(folder, f"state/indexes/{index['text']['sha256']}.zst"))
+    path = os.path.join(folder, "installed", package["folder"], "bin/viewer")
+    os.chmod(path, 0o755)
+    with open(path, "ab") as file:
+        file.write(b"x")
+
+
 def real_files(folder):
     """The files of a publisher and a machine after two updates, the second with a locked install log; by their headings."""
     repository, state = os.path.join(folder, "repository"), os.path.join(folder, "state")
@@ -44,7 +58,8 @@ def real_files(folder):
         defaultServer = "file://{repository}"
         update.rootFile = "{repository}/metadata/1.root.json"
         """)
-    shutil.copy(os.path.join(BIN, "vkservice"), os.path.dirname(rkm))
+    for program in ("vkservice", "vkctl"):
+        shutil.copy(os.path.join(BIN, program), os.path.dirname(rkm))
     os.makedirs(os.path.join(folder, "package/bin"))
     shutil.copy("/bin/true", os.path.join(folder, "package/bin/viewer"))
 
@@ -68,8 +83,11 @@ def real_files(folder):
     log.execute("BEGIN IMMEDIATE")
     run(rkm, "update")
     log.close()
+    damage_a_package(folder)
+    subprocess.run([os.path.join(os.path.dirname(rkm), "vkctl"), "verify"], capture_output=True, check=False)
     places = {".manifest.json": "installed/generations/1/.manifest.json", ".vk-root": "installed/.vk-root",
-              "installation.json": "state/installation.json", "The note on a server": "state/trust/*/servers/*.json",
+              "installation.json": "state/installation.json", "damage.json": "state/damage.json",
+              "The note on a server": "state/trust/*/servers/*.json",
               "install-log.waiting": "state/install-log.waiting/*.json", "record.json": "repository.keys/record.json"}
     return {heading: json.loads(read(*glob.glob(os.path.join(folder, place)))) for heading, place in places.items()}
 

@@ -9,11 +9,13 @@ import unittest
 
 from support import BUILD, SOURCE, run
 
-PROGRAMS = {"rkm": "rkm", "vkservice": "vkservice", "vkpublish": "vkpublish"}
+PROGRAMS = {"rkm": "rkm", "vkctl": "rkm", "vkservice": "vkservice", "vkpublish": "vkpublish"}
 FILES = {
-    "rkm": ["bin/rkm", "share/man/man1/rkm.1", "share/bash-completion/completions/rkm", "share/zsh/vendor-completions/_rkm",
+    "rkm": ["bin/rkm", "share/man/man1/rkm.1", "share/bash-completion/completions/rkm", "bin/vkctl",
+            "share/man/man1/vkctl.1", "share/bash-completion/completions/vkctl", "share/zsh/vendor-completions/_rkm",
             "share/fish/vendor_completions.d/rkm.fish", "share/rkm/completion/service-words"],
     "libvkcore1": ["lib/libvkcore.so.1", "lib/vkcore/libinstalllog.so", "share/rkm/locale/messages/vkc_de.qm",
+                   "share/rkm/locale/messages/vkctl_de.qm",
                    "share/rkm/locale/messages/vkcore_de.qm", "share/man/man5/vk.cfg.5"],
     "libvkcore-dev": ["include/vkcore/IPCClient.h", "include/vkcore/Application.h", "lib/libvkcore.so"],
     "vkservice": ["bin/vkservice", "share/man/man8/vkservice.8", "lib/systemd/system/vkservice.service",

@@ -59,6 +59,15 @@ class Manual(unittest.TestCase):
                 self.assertTrue(wanted)
                 self.assertEqual(documented(parts[command])[0], wanted)
 
+    def test_every_command_and_option_of_vkctl(self):
+        page = read("docs/man/vkctl.1")
+        help_text = run(os.path.join(BIN, "vkctl"), "--help")
+        self.assertEqual(documented(sections(page)["Options"])[0], set(re.findall(r"--([a-z]+)", help_text)))
+        for command in re.findall(r"(?m)^  ([a-z]+) ", help_text):
+            self.assertIn(command, sections(page))
+        statuses = dict(re.findall(r"Status(\w+) = (\d)", read("src/vkctl/ExitStatus.h")))
+        self.assertEqual(re.findall(r"(?m)^\.It (\d)$", page), sorted(statuses.values()))
+
     def test_every_option_of_the_service(self):
         options = re.findall(r"(?m)^  (-[a-z-]+)", run(os.path.join(BIN, "vkservice"), "--help"))
         long, short = documented(read("docs/man/vkservice.8"))

@@ -11,7 +11,7 @@ import xml.etree.ElementTree
 from support import SOURCE, installation, run
 
 LUPDATE = os.environ["RKM_LUPDATE"]
-PARTS = {"vkc_de.ts": "src/vkc", "vkcore_de.ts": "src/vkcore"}
+PARTS = {"vkc_de.ts": "src/vkc", "vkctl_de.ts": "src/vkctl", "vkcore_de.ts": "src/vkcore"}
 
 
 def messages(path):
@@ -40,7 +40,7 @@ class Catalogue(unittest.TestCase):
         for path in glob.glob(os.path.join(SOURCE, "locale/*.ts")):
             for (context, source, _), (state, plural, forms) in messages(path).items():
                 with self.subTest(source):
-                    self.assertRegex(context, r"^tarn::(vkc|vkcore)::")
+                    self.assertRegex(context, r"^tarn::(vkc|vkctl|vkcore)::")
                     self.assertIsNone(state)
                     self.assertEqual(len(forms), 2 if plural else 1)
                     for form in forms:

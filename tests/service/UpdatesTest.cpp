@@ -125,6 +125,24 @@ TEST_F(UpdatesTest, RunIsJoinedGuardsTheSettingsAndCanBeAborted)
     EXPECT_EQ(result(), 1) << "an aborted run is made up for by the next";
 }
 
+TEST_F(UpdatesTest, AVerificationWaitsForTheEndOfARun)
+{
+    ASSERT_NO_FATAL_FAILURE(startHeldRun());
+    EXPECT_EQ(mPeer->call("startVerification"), true);
+    EXPECT_EQ(mPeer->call("stopVerification"), true);
+    EXPECT_EQ(mPeer->errorOf("stopVerification"), 1);
+    EXPECT_EQ(mPeer->call("startVerification"), true);
+    const QJsonValue tWaiting = mPeer->call("getVerification");
+    EXPECT_EQ(tWaiting[q("running")], true);
+    EXPECT_EQ(tWaiting[q("waiting")], true);
+    EXPECT_EQ(tWaiting[q("ended")], QJsonValue());
+    mHeld.letGo();
+    EXPECT_TRUE(waitForStatus(Idle));
+    EXPECT_TRUE(mMonitor->waitForEvent("verificationChanged", "running", false));
+    EXPECT_TRUE(mPeer->call("getVerification")[q("ended")].isString());
+    EXPECT_TRUE(mPeer->call("getPackages")[q("packages")][0][q("checked")].isString());
+}
+
 TEST_F(UpdatesTest, ADisabledDefaultServerIsNamed)
 {
     start();

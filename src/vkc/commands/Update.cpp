@@ -31,7 +31,7 @@ int VKCApplication::cmdServiceStatus()
         printLine(tr("Automatic updates are not enabled."));
         return 0;
     }
-    if (mService != nullptr) {
+    if (mLink.hasWorker()) {
         printLine(tr("Automatic updates are enabled but the service is currently not running."));
         return 0;
     }
@@ -153,7 +153,7 @@ void VKCApplication::checkCanceled()
     }
 
     // The hard stop: a call that the command waits for fails now.
-    mCanceled = true;
+    mLink.cancel();
     mCancelTimer.stop();
     mProgressTimer.stop();
     if (mClient != nullptr) {
@@ -172,10 +172,10 @@ bool VKCApplication::abortUpdate()
     clearCurrentLine();
     printLine(tr("Aborting update ..."));
 
-    mCanceled = true;
+    mLink.cancel();
     vkcore::IPCClient tClient(this, nullptr);
     tClient.setConnectTimeout(2);
-    return connectToServer(&tClient, false) && tClient.abortUpdate();
+    return mLink.connect(&tClient, false) && tClient.abortUpdate();
 }
 
 } // namespace tarn::vkc

@@ -1,7 +1,5 @@
 #include "vkc_Application.h"
 
-#include "cmdline/OptionIndex.h"
-
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 
@@ -12,7 +10,7 @@ bool VKCApplication::connectToServer(bool pStartService)
     if (mClient == nullptr) {
         mClient = new vkcore::IPCClient(this, nullptr);
     }
-    if (connectToServer(mClient, pStartService)) {
+    if (mLink.connect(mClient, pStartService)) {
         return true;
     }
     printError(tr("Connection to the service failed!"));
@@ -21,15 +19,12 @@ bool VKCApplication::connectToServer(bool pStartService)
     return printError(tr("Please check the permissions of %1").arg(tDir));
 }
 
-bool VKCApplication::connectToServer(vkcore::IPCClient* pClient, bool pStartService)
+void VKCApplication::cleanupServiceWorker()
 {
-    if (optPassed(OPT_SOCKET)) {
-        pClient->setServerName(optArg(OPT_SOCKET, QString()));
+    if (mQuitRequested) {
+        mLink.releaseWorker();
     }
-    if (pClient->testConnect(5000)) {
-        return pClient->ping();
-    }
-    return pStartService && startService() && pingWorker(pClient);
+    mLink.endWorker();
 }
 
 bool VKCApplication::connectForChange()

@@ -1,7 +1,5 @@
 #include "vkc_Application.h"
 
-#include "cmdline/OptionIndex.h"
-
 #include <algorithm>
 #include <limits>
 
@@ -17,9 +15,7 @@ bool VKCApplication::connectMonitor()
         mMonitorClient->deleteLater();
     }
     mMonitorClient = new IPCClient(this, nullptr);
-    if (optPassed(OPT_SOCKET)) {
-        mMonitorClient->setServerName(optArg(OPT_SOCKET, QString()));
-    }
+    mLink.prepare(mMonitorClient);
     connect(mMonitorClient, &IPCClient::serviceStatusChanged, this,
             &VKCApplication::onMonitorServiceStatusChanged);
     connect(mMonitorClient, &IPCClient::serviceActivityChanged, this,

@@ -20,6 +20,11 @@ inline constexpr QLatin1StringView sGetLastServiceResultStr("getLastServiceResul
 inline constexpr QLatin1StringView sTriggerUpdate("triggerUpdate");
 inline constexpr QLatin1StringView sAbortUpdate("abortUpdate");
 
+inline constexpr QLatin1StringView sGetPackages("getPackages");
+inline constexpr QLatin1StringView sGetVerification("getVerification");
+inline constexpr QLatin1StringView sStartVerification("startVerification");
+inline constexpr QLatin1StringView sStopVerification("stopVerification");
+
 inline constexpr QLatin1StringView sGetDefaultServer("getDefaultServer");
 inline constexpr QLatin1StringView sUpdateDefaultServer("updateDefaultServer");
 inline constexpr QLatin1StringView sGetServerList("getServerList");
@@ -47,6 +52,7 @@ inline constexpr QLatin1StringView sServiceStatusChanged("serviceStatusChanged")
 inline constexpr QLatin1StringView sServiceActivityChanged("serviceActivityChanged");
 inline constexpr QLatin1StringView sServiceErrorReceived("serviceErrorReceived");
 inline constexpr QLatin1StringView sServiceNotificationReceived("serviceNotificationReceived");
+inline constexpr QLatin1StringView sVerificationChanged("verificationChanged");
 inline constexpr QLatin1StringView sQuitRequestReceived("quitRequestReceived");
 
 } // namespace tarn::vkcore::protocol::method

@@ -168,6 +168,47 @@ struct ActivityChange
     ServiceActivity mActivity = ActivityNone;
 };
 
+// One thing that is wrong in an installed package.
+struct DamageEntry
+{
+    QString mPath; // in the package
+    QString mProblem;
+};
+
+struct PackageEntry
+{
+    QString mName;
+    QString mVersion;
+    QString mFolder;
+    bool mIndexed = false;
+    QString mState;     // "sound", "damaged", "unproven", "unchecked"
+    QDateTime mChecked; // local time
+    qint64 mFiles = 0;
+    qint64 mBytes = 0;
+    qint64 mDamageCount = 0;
+    QList<DamageEntry> mDamage; // the first of them
+};
+
+struct PackageEntries
+{
+    QList<PackageEntry> mPackages;
+};
+
+// The verification of the installed files.
+struct VerificationState
+{
+    bool mRunning = false;
+    bool mWaiting = false; // for the end of an update
+    QString mPackage;
+    qint64 mBytesDone = 0;
+    qint64 mBytesTotal = 0;
+    QDateTime mBegan; // of the last one
+    QDateTime mEnded; // of the last complete one
+    int mDamaged = 0; // packages
+    int mUnproven = 0;
+    QString mFailure; // why the last one did not come to its end
+};
+
 // A notification or an error for people.
 struct Message
 {
@@ -338,6 +379,36 @@ inline constexpr auto sFields<StatusChange> = std::tuple{Field{"status", &Status
 
 template <>
 inline constexpr auto sFields<ActivityChange> = std::tuple{Field{"activity", &ActivityChange::mActivity}};
+
+template <>
+inline constexpr auto sFields<DamageEntry> =
+    std::tuple{Field{"path", &DamageEntry::mPath}, Field{"problem", &DamageEntry::mProblem}};
+
+template <>
+inline constexpr auto sFields<PackageEntry> = std::tuple{
+    Field{"name", &PackageEntry::mName},
+    Field{"version", &PackageEntry::mVersion},
+    Field{"folder", &PackageEntry::mFolder},
+    Field{"indexed", &PackageEntry::mIndexed},
+    Field{"state", &PackageEntry::mState},
+    Field{"checked", &PackageEntry::mChecked},
+    Field{"files", &PackageEntry::mFiles},
+    Field{"bytes", &PackageEntry::mBytes},
+    Field{"damageCount", &PackageEntry::mDamageCount},
+    Field{"damage", &PackageEntry::mDamage},
+};
+
+template <>
+inline constexpr auto sFields<PackageEntries> = std::tuple{Field{"packages", &PackageEntries::mPackages}};
+
+template <>
+inline constexpr auto sFields<VerificationState> = std::tuple{
+    Field{"running", &VerificationState::mRunning},       Field{"waiting", &VerificationState::mWaiting},
+    Field{"package", &VerificationState::mPackage},       Field{"bytesDone", &VerificationState::mBytesDone},
+    Field{"bytesTotal", &VerificationState::mBytesTotal}, Field{"began", &VerificationState::mBegan},
+    Field{"ended", &VerificationState::mEnded},           Field{"damaged", &VerificationState::mDamaged},
+    Field{"unproven", &VerificationState::mUnproven},     Field{"failure", &VerificationState::mFailure},
+};
 
 template <>
 inline constexpr auto sFields<Message> = std::tuple{

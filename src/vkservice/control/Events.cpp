@@ -1,6 +1,7 @@
 #include "control/Events.h"
 
 #include "control/UpdateControl.h"
+#include "control/VerifyControl.h"
 #include "internal/Methods.h"
 #include "internal/PlainText.h"
 #include "ipc/SocketServer.h"
@@ -14,7 +15,8 @@ using namespace vkcore;
 using namespace vkcore::protocol;
 using process::LogLevel;
 
-Events::Events(ipc::SocketServer& pSockets, UpdateControl& pUpdates, process::ServiceApplication& pApp)
+Events::Events(ipc::SocketServer& pSockets, UpdateControl& pUpdates, VerifyControl& pVerifications,
+               process::ServiceApplication& pApp)
     : mSockets(pSockets), mApp(pApp)
 {
     connect(&pUpdates, &UpdateControl::statusChanged, this, [this](ServiceStatus pStatus) {
@@ -30,6 +32,11 @@ Events::Events(ipc::SocketServer& pSockets, UpdateControl& pUpdates, process::Se
                                    toJson(Message{pType, present(pText), present(pDetails)}));
             });
     connect(&pUpdates, &UpdateControl::error, this, &Events::error);
+    connect(&pVerifications, &VerifyControl::changed, this, [this, &pVerifications] {
+        mSockets.broadcast(method::sVerificationChanged, toJson(pVerifications.state()));
+    });
+    connect(&pVerifications, &VerifyControl::damageFound, this,
+            [this](const QString& pText, const QString& pDetails) { error(0, pText, pDetails); });
 }
 
 void Events::error(int pType, const QString& pText, const QString& pDetails)

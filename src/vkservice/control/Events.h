@@ -16,6 +16,7 @@ class ServiceApplication;
 namespace tarn::vkservice::control {
 
 class UpdateControl;
+class VerifyControl;
 
 // Sends unsolicited events to the log and to the peers that monitor the service.
 class Events : public QObject
@@ -23,8 +24,9 @@ class Events : public QObject
     Q_OBJECT
 
 public:
-    // Forwards what pUpdates reports.
-    Events(ipc::SocketServer& pSockets, UpdateControl& pUpdates, process::ServiceApplication& pApp);
+    // Forwards what these report.
+    Events(ipc::SocketServer& pSockets, UpdateControl& pUpdates, VerifyControl& pVerifications,
+           process::ServiceApplication& pApp);
 
     // Types as on the socket: 0 error, 1 warning, 4 information.
     void error(int pType, const QString& pText, const QString& pDetails);

@@ -3,6 +3,7 @@
 #include "control/MailControl.h"
 #include "control/ScheduleControl.h"
 #include "control/UpdateControl.h"
+#include "control/VerifyControl.h"
 #include "internal/Methods.h"
 #include "ipc/SocketServer.h"
 #include "process/ServiceApplication.h"
@@ -23,12 +24,13 @@ constexpr int sLastMailMs = 5000;
 
 Lifetime::Lifetime(bool pWorker, const Parts& pParts) : mParts(pParts), mWorker(pWorker)
 {
-    connect(&mParts.mUpdates, &UpdateControl::statusChanged, this, &Lifetime::onStatusChanged);
+    connect(&mParts.mUpdates, &UpdateControl::statusChanged, this, &Lifetime::finishIfIdle);
+    connect(&mParts.mVerifications, &VerifyControl::idle, this, &Lifetime::finishIfIdle);
 }
 
-void Lifetime::onStatusChanged()
+void Lifetime::finishIfIdle()
 {
-    if (mEnding && !mParts.mUpdates.isActive()) {
+    if (mEnding && !mParts.mUpdates.isActive() && !mParts.mVerifications.isReading()) {
         finish();
     }
 }
@@ -42,9 +44,9 @@ void Lifetime::quit()
     mParts.mApp.write(process::LogLevel::Notice, u"The service is about to quit."_s);
     mParts.mSchedule.pause();
     mParts.mSockets.broadcast(vkcore::protocol::method::sQuitRequestReceived, {});
-    if (!mParts.mUpdates.stop()) {
-        finish();
-    }
+    mParts.mVerifications.shutDown();
+    mParts.mUpdates.stop();
+    finishIfIdle();
 }
 
 void Lifetime::leave(pid_t pAsker)

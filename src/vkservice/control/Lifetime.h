@@ -16,6 +16,7 @@ namespace tarn::vkservice::control {
 class MailControl;
 class ScheduleControl;
 class UpdateControl;
+class VerifyControl;
 
 // Decides how long the service runs: until it is asked to stop or, for a worker, until no client needs it.
 class Lifetime : public QObject
@@ -28,6 +29,7 @@ public:
         ipc::SocketServer& mSockets;
         ScheduleControl& mSchedule;
         UpdateControl& mUpdates;
+        VerifyControl& mVerifications;
         MailControl& mMail;
         process::ServiceApplication& mApp;
     };
@@ -36,8 +38,8 @@ public:
 
     bool isWorker() const { return mWorker; }
     bool isEnding() const { return mEnding; }
-    // Starts an orderly shutdown: notifies the monitors, ends a run at its next safe point, then emits
-    // ended().
+    // Starts an orderly shutdown: notifies the monitors, ends a run at its next safe point and a verification
+    // at once, then emits ended().
     void quit();
     // The same for a worker that pAsker started and no longer needs. Other clients may have connected
     // meanwhile: the worker accepts no new ones and waits a few seconds for those that are connected.
@@ -47,7 +49,7 @@ Q_SIGNALS:
     void ended();
 
 private:
-    void onStatusChanged();
+    void finishIfIdle();
     void finish();
 
     Parts mParts;

@@ -6,6 +6,7 @@
 #include "mail/Address.h"
 #include "os/FileSystem.h"
 #include "packages/GenerationReader.h"
+#include "packages/PackageFolders.h"
 #include "process/ServiceApplication.h"
 #include "sqlite/InstallLogStore.h"
 #include "store/ConfigVariables.h"
@@ -80,6 +81,29 @@ void MailControl::onRunEnded(const RunRecord& pRecord)
                                .mEnd = pRecord.mFinished,
                                .mPackages = packagesSince(pRecord.mBegan)});
     }
+}
+
+void MailControl::onVerified(const QList<packages::PackageCheck>& pDamaged)
+{
+    mail::DamageReport tReport;
+    for (const packages::PackageCheck& tCheck : pDamaged) {
+        const packages::PackagePlace tPlace =
+            packages::PackageFolders::place(tCheck.mFolder).value_or(packages::PackagePlace());
+        QStringList tLines;
+        for (const packages::Finding& tFinding : tCheck.mFindings) {
+            tLines.append(packages::problemText(tFinding));
+        }
+        if (tCheck.mCount > tCheck.mFindings.size()) {
+            tLines.append(u"and %1 more"_s.arg(tCheck.mCount - tCheck.mFindings.size()));
+        }
+        tReport.mFolders.append(tCheck.mFolder);
+        tReport.mPackages.append({.mTitle = tPlace.mName,
+                                  .mVersion = tPlace.mVersion.section(u'-', 0, 0),
+                                  .mStatus = u"damaged"_s,
+                                  .mReport = tLines.join(u'\n')});
+    }
+    tReport.mFolders.sort();
+    mMailer.onDamageKnown(tReport);
 }
 
 void MailControl::finish(int pTimeoutMs)

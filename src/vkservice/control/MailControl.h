@@ -3,6 +3,7 @@
 #include "internal/Failure.h"
 #include "mail/MachineStatus.h"
 #include "mail/Mailer.h"
+#include "packages/CheckRecord.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QObject>
@@ -52,6 +53,8 @@ public:
     void onMonitoringChanged(const vkcore::MonitoringSettings& pSettings);
     // Reports a run once, however often it is called with the record of that run.
     void onRunEnded(const RunRecord& pRecord);
+    // Reports each damaged package once; pDamaged are all of them.
+    void onVerified(const QList<packages::PackageCheck>& pDamaged);
     void tick() { mMailer.tick(); }
     // Gives a mail that is being sent some time to finish.
     void finish(int pTimeoutMs);

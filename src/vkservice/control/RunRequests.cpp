@@ -1,5 +1,6 @@
 #include "control/RunRequests.h"
 
+#include "packages/CheckRecord.h"
 #include "process/ServiceApplication.h"
 #include "store/ConfigVariables.h"
 #include "store/ServerTable.h"
@@ -92,6 +93,7 @@ std::optional<RunRequest> runRequest(const RunSources& pSources)
     tRequest.mDataLanguage = pSources.mApp.languageOr(*tDataLanguage);
     tRequest.mStateDir = pSources.mApp.getStateDir();
     tRequest.mDataDir = *tDataDir;
+    tRequest.mDamaged = pSources.mChecks.record().damagedFolders();
     return tRequest;
 }
 

@@ -4,6 +4,9 @@
 
 #include <optional>
 
+namespace tarn::packages {
+class CheckRecordFile;
+}
 namespace tarn::vkservice::store {
 class ConfigVariables;
 class ServerTable;
@@ -21,6 +24,7 @@ struct RunSources
     store::ServerTable& mServers;
     store::Settings& mSettings;
     const store::ConfigVariables& mVariables;
+    const packages::CheckRecordFile& mChecks;
     const process::ServiceApplication& mApp;
 };
 

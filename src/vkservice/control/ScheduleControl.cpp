@@ -1,5 +1,6 @@
 #include "control/ScheduleControl.h"
 
+#include "control/MachineId.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
 #include "process/ServiceApplication.h"
@@ -7,8 +8,6 @@
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
 
-#include <QtCore/QFile>
-#include <QtCore/QSysInfo>
 #include <QtCore/QTimer>
 
 #include <unistd.h>
@@ -28,13 +27,6 @@ namespace {
 
 constexpr int sRetrySeconds = 900; // after a run that found no server, doubled each time
 constexpr int sMaxRetries = 3;
-
-QByteArray machineId()
-{
-    QFile tFile(u"/etc/machine-id"_s);
-    const QByteArray tId = tFile.open(QIODevice::ReadOnly) ? tFile.readLine().trimmed() : QByteArray();
-    return tId.isEmpty() ? QSysInfo::machineHostName().toUtf8() : tId;
-}
 
 // A service of a user is started with the user's session.
 bool startsWithSession()

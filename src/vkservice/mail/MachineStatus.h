@@ -5,6 +5,7 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QList>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace tarn::vkservice::mail {
 
@@ -29,6 +30,13 @@ struct MachineStatus
                             // if none
     QDateTime mNextCheck;   // invalid if nothing is scheduled
     QList<PackageLine> mInstalled;
+};
+
+// The installed packages with damaged files.
+struct DamageReport
+{
+    QStringList mFolders; // identify the packages, also after a restart
+    QList<PackageLine> mPackages;
 };
 
 // One run of the updater that has ended.

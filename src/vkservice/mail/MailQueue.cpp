@@ -40,6 +40,8 @@ QString mailKindText(MailKind pKind)
         return u"mail about manual intervention"_s;
     case MailKind::Overdue:
         return u"mail about an overdue update"_s;
+    case MailKind::Damage:
+        return u"damage mail"_s;
     case MailKind::Summary:
         return u"summary mail"_s;
     }

@@ -22,6 +22,7 @@ enum class MailKind : int
     ManualIntervention = 3,
     Overdue = 4,
     Summary = 5,
+    Damage = 6,
 };
 
 // "summary mail", for the log.

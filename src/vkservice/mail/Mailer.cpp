@@ -194,6 +194,18 @@ void Mailer::reportRuns()
     noteStoring(tOk, u"The mail about an update"_s);
 }
 
+void Mailer::reportDamage()
+{
+    if (!mDamage) {
+        return;
+    }
+    const bool tOk = mNotices.damageKnown(audience(), *mDamage);
+    noteStoring(tOk, u"The mail about damaged packages"_s);
+    if (tOk) {
+        mDamage.reset();
+    }
+}
+
 void Mailer::checkMachine()
 {
     const Notices::Audience tAudience = audience();
@@ -263,6 +275,15 @@ void Mailer::onRunFinished(const RunReport& pRun)
     }
 }
 
+void Mailer::onDamageKnown(const DamageReport& pDamage)
+{
+    mDamage = pDamage;
+    if (mSettings) {
+        reportDamage();
+        mOutbox.wake();
+    }
+}
+
 void Mailer::tick()
 {
     if (!mSettings) {
@@ -270,6 +291,7 @@ void Mailer::tick()
     }
     if (mOutbox.settings().isOn()) {
         reportRuns();
+        reportDamage();
         sendCodes(Reason::Loaded);
         checkMachine();
     }

@@ -68,6 +68,8 @@ public:
 
     // To be called once for each run that has ended; a second call with the same run id does nothing.
     void onRunFinished(const RunReport& pRun);
+    // To be called with all packages that are damaged, whenever that may have changed.
+    void onDamageKnown(const DamageReport& pDamage);
     // To be called about once a minute: overdue, summary, retries.
     void tick();
 
@@ -109,6 +111,7 @@ private:
     void sendCodes(Reason pReason);
     Failure requestCode(const QString& pAddress);
     void reportRuns();
+    void reportDamage();
     void checkMachine();
 
     vkcore::Database& mDatabase;
@@ -119,7 +122,8 @@ private:
     Outbox mOutbox;
     Notices mNotices;
     std::optional<vkcore::MonitoringSettings> mSettings;
-    QList<RunReport> mRuns; // ended, and not yet in the database
+    QList<RunReport> mRuns;              // ended, and not yet in the database
+    std::optional<DamageReport> mDamage; // likewise
     QString mLastSettingsWarning;
     QHash<QString, QString> mStoreWarnings; // the mails that could not be queued, with the reason
 };

@@ -68,6 +68,20 @@ MailContent manualIntervention(const QString& pClient, const RunReport& pRun)
                     "mail about this until an update has succeeded."_s);
 }
 
+MailContent damageFound(const QString& pClient, const DamageReport& pDamage)
+{
+    MailContent tContent = begin(pClient, u"installed files are damaged"_s);
+    tContent.mParagraphs = {
+        u"Files of installed packages are not as they were published. The next update "
+        "repairs them; the command vkctl repair does it now. If it happens again, check the "
+        "disk and who may write to it. You get no further mail about these packages."_s};
+    tContent.mFacts = {{u"Computer"_s, singleLine(pClient, sMaxClientName)},
+                       {u"Damaged packages"_s, QString::number(pDamage.mPackages.size())}};
+    tContent.mPackagesTitle = u"Damaged"_s;
+    tContent.mPackages = pDamage.mPackages;
+    return tContent;
+}
+
 MailContent updateOverdue(const QString& pClient, const MachineStatus& pStatus, const QDateTime& pSince,
                           int pDays)
 {

@@ -9,6 +9,7 @@
 // The wording of each kind of mail. pClient is the name of this machine, as set by the administrator.
 namespace tarn::vkservice::mail {
 
+struct DamageReport;
 struct MachineStatus;
 struct RunReport;
 
@@ -19,6 +20,7 @@ MailContent manualIntervention(const QString& pClient, const RunReport& pRun);
 // wrong.
 MailContent updateOverdue(const QString& pClient, const MachineStatus& pStatus, const QDateTime& pSince,
                           int pDays);
+MailContent damageFound(const QString& pClient, const DamageReport& pDamage);
 MailContent summary(const QString& pClient, const MachineStatus& pStatus, bool pOverdue);
 // pCommand: the command for the administrator to enter. Reveals only the name of the machine.
 MailContent verification(const QString& pClient, const QString& pCommand, const QDateTime& pExpires);

@@ -25,6 +25,7 @@ const QString sFailure = u"failure"_s;           // the result that was reported
 const QString sOverdueSince = u"overdueSince"_s; // the last success before the overdue time reported
 // When the clock was first seen to be earlier than the last success; removed when that ends.
 const QString sClockBehindSince = u"clockBehindSince"_s;
+const QString sDamaged = u"damaged"_s; // the folders of the packages that were reported
 const QString sLastSummary = u"lastSummary"_s;
 const QString sSummaryDigest = u"summaryDigest"_s;
 
@@ -110,6 +111,25 @@ bool Notices::runFinished(const Audience& pAudience, const RunReport& pRun)
         return (!tStory.mKind || mOutbox.add(*tStory.mKind, pAudience.mAddresses, tStory.mContent)) &&
                (!tStory.mFailureChanges || mMemory.setText(sFailure, tStory.mFailure)) &&
                mMemory.setText(sLastRun, pRun.mRunId);
+    });
+}
+
+bool Notices::damageKnown(const Audience& pAudience, const DamageReport& pDamage)
+{
+    const vkcore::MonitoringSettings& tSettings = pAudience.mSettings;
+    const QStringList tReported = mMemory.text(sDamaged).split(u'\n', Qt::SkipEmptyParts);
+    const bool tIsNew = std::any_of(pDamage.mFolders.begin(), pDamage.mFolders.end(),
+                                    [&](const QString& pFolder) { return !tReported.contains(pFolder); });
+    const bool tMails = tSettings.eventMailsEnabled() && tSettings.eventMailOnManualIntervention() &&
+                        !pAudience.mAddresses.isEmpty();
+    if (tReported == pDamage.mFolders || (tIsNew && !tMails)) {
+        return !mMemory.takeReadFailure();
+    }
+    return commit([&] {
+        return (!tIsNew || mOutbox.add(MailKind::Damage, pAudience.mAddresses,
+                                       damageFound(pAudience.mClient, pDamage))) &&
+               mMemory.setText(sDamaged,
+                               pDamage.mFolders.isEmpty() ? QString() : pDamage.mFolders.join(u'\n'));
     });
 }
 

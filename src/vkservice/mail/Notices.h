@@ -16,6 +16,7 @@ namespace tarn::vkservice::mail {
 
 class MailMemory;
 class Outbox;
+struct DamageReport;
 struct MachineStatus;
 struct RunReport;
 
@@ -42,6 +43,8 @@ public:
     bool startWatching(const QDateTime& pNow);
     // Ignores a run whose id was already reported.
     bool runFinished(const Audience& pAudience, const RunReport& pRun);
+    // One mail for each package that becomes damaged. pDamage: all that are damaged now.
+    bool damageKnown(const Audience& pAudience, const DamageReport& pDamage);
     // One mail for each period without success that exceeds the tolerance.
     bool checkOverdue(const Audience& pAudience, const MachineStatus& pStatus, const QDateTime& pNow);
     // *pQueued is the time of the queued summary, invalid if none was queued.

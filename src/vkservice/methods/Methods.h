@@ -12,6 +12,7 @@ class MailControl;
 class ScheduleControl;
 class StoreCare;
 class UpdateControl;
+class VerifyControl;
 } // namespace control
 namespace ipc {
 class MethodTable;
@@ -43,6 +44,12 @@ struct UpdateParts
     control::UpdateControl& mUpdates;
 };
 void addUpdateMethods(ipc::MethodTable& pTable, const UpdateParts& pParts);
+
+struct PackageParts
+{
+    control::VerifyControl& mVerifications;
+};
+void addPackageMethods(ipc::MethodTable& pTable, const PackageParts& pParts);
 
 struct SettingsParts
 {

@@ -3,13 +3,17 @@
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QtEndian>
 
+#include <algorithm>
+
 namespace tarn::vkservice::schedule {
 
 using vkcore::Scheduler;
 
 namespace {
 
-constexpr int sLastYear = 9999;            // the last year that a date on the socket can have
+constexpr int sLastYear = 9999; // the last year that a date on the socket can have
+constexpr int sVerifySpreadSeconds = 24 * 3600;
+constexpr int sMissedVerifySpreadSeconds = 600;
 constexpr qint64 sToleranceSeconds = 7200; // covers an hour that occurs twice, with a margin
 
 // True for a period beyond the largest possible date. Qt adds months in a loop over the years, so it must not
@@ -134,6 +138,14 @@ int jitterOffset(const QDateTime& pNextCheck, int pJitterSeconds, const QByteArr
     tHash.addData(pNextCheck.toString(Qt::ISODate).toUtf8());
     const auto tNumber = qFromBigEndian<quint32>(tHash.result().constData());
     return static_cast<int>(tNumber % (quint32(pJitterSeconds) + 1));
+}
+
+QDateTime verificationDue(const QDateTime& pSince, int pDays, const QDateTime& pNotBefore,
+                          const QByteArray& pMachine)
+{
+    const QDateTime tDate = pSince.addDays(pDays);
+    return std::max(tDate.addSecs(jitterOffset(tDate, sVerifySpreadSeconds, pMachine)),
+                    pNotBefore.addSecs(jitterOffset(tDate, sMissedVerifySpreadSeconds, pMachine)));
 }
 
 } // namespace tarn::vkservice::schedule

@@ -32,4 +32,9 @@ ScheduleSettings afterClockChange(const ScheduleSettings& pSchedule, const QDate
 // 0 to pJitterSeconds, the same for the same machine and date, and evenly spread over machines.
 int jitterOffset(const QDateTime& pNextCheck, int pJitterSeconds, const QByteArray& pMachine);
 
+// When the next verification of the installed files is due. pSince: the begin of the wait. Those that are on
+// time are spread over a day, those that were missed over ten minutes after pNotBefore.
+QDateTime verificationDue(const QDateTime& pSince, int pDays, const QDateTime& pNotBefore,
+                          const QByteArray& pMachine);
+
 } // namespace tarn::vkservice::schedule

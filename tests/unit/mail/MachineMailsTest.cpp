@@ -69,6 +69,34 @@ TEST_F(MachineMailsTest, EachKindCanBeSwitchedOff)
     }
 }
 
+TEST_F(MachineMailsTest, EachPackageThatBecomesDamagedIsToldOnce)
+{
+    const std::pair<const char*, bool> tReports[] = {
+        {"", false}, {"a", true}, {"a", false}, {"a b", true}, {"b", false}, {"", false}, {"a", true},
+    };
+    int tNumber = 0;
+    for (const auto& [tNames, tIsNews] : tReports) {
+        SCOPED_TRACE(++tNumber);
+        const QStringList tFolders = q(tNames).split(u' ', Qt::SkipEmptyParts);
+        for (int tTwice = 0; tTwice < 2; ++tTwice) {
+            DamageReport tReport{tFolders, {}};
+            for (const QString& tFolder : tFolders) {
+                tReport.mPackages.append({tFolder, q("1.0"), q("damaged"), q("bin/x has other content")});
+            }
+            mRig.mMailer->onDamageKnown(tReport);
+            mRig.settle();
+            mRig.restart();
+        }
+        EXPECT_EQ(mRig.mPost.takeSubjects(),
+                  tIsNews ? QStringList{q("lab-pc-3: installed files are damaged")} : QStringList());
+    }
+    mRig.mSettings.setEventMailOnManualIntervention(false);
+    mRig.set();
+    mRig.mMailer->onDamageKnown({{q("c")}, {}});
+    mRig.settle();
+    EXPECT_EQ(sent(), 0);
+}
+
 TEST_F(MachineMailsTest, OverdueOnceForEachTimeWithoutSuccess)
 {
     mRig.mSettings.setUpdateOverduePeriod(3);

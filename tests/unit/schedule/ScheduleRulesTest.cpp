@@ -145,3 +145,19 @@ TEST(ScheduleRules, JitterIsStableInRangeAndSpread)
     EXPECT_GT(tOffsets.size(), 700);
     EXPECT_NEAR(tFirstHalf, 500, 80);
 }
+
+TEST(ScheduleRules, AVerificationIsDueAfterItsPeriodAndNotAtOnceAfterAStart)
+{
+    const QDateTime tSince = date("2026-03-10 03:00");
+    const QDateTime tEarly = date("2026-03-11 08:00");
+    const QDateTime tLate = date("2026-06-01 08:00");
+    for (const char* tMachine : {"a", "b", "c"}) {
+        const QDateTime tOnTime = verificationDue(tSince, 30, tEarly, tMachine);
+        EXPECT_GE(tOnTime, tSince.addDays(30));
+        EXPECT_LE(tOnTime, tSince.addDays(31));
+        EXPECT_EQ(verificationDue(tSince, 30, tEarly.addDays(1), tMachine), tOnTime)
+            << "whatever is restarted";
+        EXPECT_LE(tLate.secsTo(verificationDue(tSince, 30, tLate, tMachine)), 600);
+    }
+    EXPECT_NE(verificationDue(tSince, 30, tLate, "a"), verificationDue(tSince, 30, tLate, "b"));
+}

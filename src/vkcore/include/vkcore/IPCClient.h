@@ -6,10 +6,13 @@
 #include <vkcore/Types.h>
 
 #include <QtCore/QDateTime>
+#include <QtCore/QJsonObject>
+#include <QtCore/QJsonValue>
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
 #include <memory>
+#include <optional>
 
 namespace tarn::vkcore {
 
@@ -113,12 +116,17 @@ public:
     bool changeServer(int pIndex, Server* pServer);
     bool removeServer(int pIndex);
 
+    // Any method of the socket by its name.
+    std::optional<QJsonValue> call(const QString& pMethod, const QJsonObject& pParams = {});
+
 Q_SIGNALS:
     void serviceStatusChanged(tarn::vkcore::ServiceStatus pStatus);
     void serviceActivityChanged(tarn::vkcore::ServiceActivity pActivity);
     void serviceNotificationReceived(int pMsgType, const QString& pText, const QString& pDetails);
     void serviceErrorReceived(int pMsgType, const QString& pText, const QString& pDetails);
     void quitRequestReceived();
+    // An event of another name than the ones above.
+    void eventReceived(const QString& pMethod, const QJsonObject& pParams);
     // The connection in monitor mode has ended, with or without a quit request, other than by close().
     void disconnected();
 

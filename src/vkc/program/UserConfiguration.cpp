@@ -1,4 +1,4 @@
-#include "vkc_Application.h"
+#include "program/ClientApplication.h"
 
 #include <vkcore/LockFile.h>
 
@@ -9,7 +9,7 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::vkc {
 
-void VKCApplication::initUserDirs()
+void ClientApplication::initUserDirs()
 {
     OkiApplication::initUserDirs();
 
@@ -20,7 +20,7 @@ void VKCApplication::initUserDirs()
         QDir(tSettingsDir.absoluteFilePath()).absoluteFilePath(u"etc/%1_user.cfg"_s.arg(getConfigPrefix()));
 }
 
-void VKCApplication::initLogFile()
+void ClientApplication::initLogFile()
 {
     const QDir tLogDir(getLogDir());
     if (!tLogDir.exists()) {
@@ -29,7 +29,7 @@ void VKCApplication::initLogFile()
     OkiApplication::initLogFile();
 }
 
-bool VKCApplication::loadUserConfig()
+bool ClientApplication::loadUserConfig()
 {
     if (!OkiApplication::loadUserConfig()) {
         return false;
@@ -53,7 +53,7 @@ bool VKCApplication::loadUserConfig()
     return true;
 }
 
-bool VKCApplication::saveUserConfig()
+bool ClientApplication::saveUserConfig()
 {
     return true;
 }

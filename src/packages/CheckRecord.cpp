@@ -1,0 +1,180 @@
+#include "packages/CheckRecord.h"
+
+#include "internal/JsonReader.h"
+#include "os/FileTools.h"
+#include "packages/PackageFolders.h"
+
+#include <QtCore/QHash>
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace tarn::packages {
+
+namespace {
+
+using vkcore::JsonReader;
+
+constexpr int sFormat = 1;
+constexpr mode_t sPrivateFile = 0600;
+constexpr qint64 sMaxSize = 64 * 1024 * 1024;
+constexpr PackageCheck::State sStates[] = {PackageCheck::State::Sound, PackageCheck::State::Damaged,
+                                           PackageCheck::State::Unproven};
+
+QJsonValue dateValue(const QDateTime& pDate)
+{
+    return pDate.isValid() ? QJsonValue(pDate.toUTC().toString(Qt::ISODate)) : QJsonValue();
+}
+
+QDateTime readDate(JsonReader* pFrom, const char* pName)
+{
+    const QString tText = pFrom->textOrNull(pName);
+    const QDateTime tDate = QDateTime::fromString(tText, Qt::ISODate);
+    pFrom->require(tText.isNull() || tDate.isValid(), pName, u"is not a date"_s);
+    return tDate;
+}
+
+QJsonObject checkObject(const PackageCheck& pCheck)
+{
+    QJsonArray tFindings;
+    for (const Finding& tFinding : pCheck.mFindings) {
+        tFindings.append(QJsonObject{{u"path"_s, tFinding.mPath}, {u"problem"_s, tFinding.mProblem}});
+    }
+    return {{u"folder"_s, pCheck.mFolder},
+            {u"state"_s, stateWord(pCheck.mState)},
+            {u"checked"_s, dateValue(pCheck.mChecked)},
+            {u"files"_s, pCheck.mFiles},
+            {u"bytes"_s, pCheck.mBytes},
+            {u"count"_s, pCheck.mCount},
+            {u"findings"_s, tFindings}};
+}
+
+PackageCheck readCheck(JsonReader* pFrom)
+{
+    PackageCheck tCheck;
+    tCheck.mFolder = pFrom->text("folder");
+    pFrom->require(PackageFolders::place(tCheck.mFolder).has_value(), "folder", u"is not a package folder"_s);
+    const QString tWord = pFrom->text("state");
+    const auto tState = std::find_if(std::begin(sStates), std::end(sStates),
+                                     [&](auto pState) { return stateWord(pState) == tWord; });
+    pFrom->require(tState != std::end(sStates), "state", u"is not a state"_s);
+    tCheck.mState = tState == std::end(sStates) ? PackageCheck::State::Unproven : *tState;
+    tCheck.mChecked = readDate(pFrom, "checked");
+    tCheck.mFiles = pFrom->integer("files", 0);
+    tCheck.mBytes = pFrom->integer("bytes", 0);
+    tCheck.mCount = pFrom->integer("count", 0);
+    pFrom->each("findings", [&tCheck](JsonReader& pFinding) {
+        tCheck.mFindings.append({pFinding.text("path"), pFinding.text("problem")});
+    });
+    return tCheck;
+}
+
+} // namespace
+
+QString stateWord(PackageCheck::State pState)
+{
+    switch (pState) {
+    case PackageCheck::State::Sound:
+        return u"sound"_s;
+    case PackageCheck::State::Damaged:
+        return u"damaged"_s;
+    case PackageCheck::State::Unproven:
+        break;
+    }
+    return u"unproven"_s;
+}
+
+QString problemText(const Finding& pFinding)
+{
+    static const QHash<QString, QString> sTexts{
+        {u"missing"_s, u"is missing"_s},      {u"extra"_s, u"does not belong to the package"_s},
+        {u"kind"_s, u"is of another kind"_s}, {u"mode"_s, u"has other permissions or another owner"_s},
+        {u"size"_s, u"has another size"_s},   {u"content"_s, u"has other content"_s},
+        {u"target"_s, u"leads elsewhere"_s},  {u"unreadable"_s, u"can't be read"_s}};
+    return (pFinding.mPath.isEmpty() ? u"."_s : pFinding.mPath) + u' ' +
+           sTexts.value(pFinding.mProblem, u"is wrong"_s);
+}
+
+const PackageCheck* CheckRecord::find(const QString& pFolder) const
+{
+    const auto tIt = std::find_if(mPackages.begin(), mPackages.end(),
+                                  [&](const PackageCheck& pCheck) { return pCheck.mFolder == pFolder; });
+    return tIt == mPackages.end() ? nullptr : &*tIt;
+}
+
+void CheckRecord::put(const PackageCheck& pCheck)
+{
+    mPackages.removeIf([&](const PackageCheck& pOther) { return pOther.mFolder == pCheck.mFolder; });
+    mPackages.append(pCheck);
+}
+
+bool CheckRecord::keepOnly(const QStringList& pFolders)
+{
+    return mPackages.removeIf(
+               [&](const PackageCheck& pCheck) { return !pFolders.contains(pCheck.mFolder); }) > 0;
+}
+
+QSet<QString> CheckRecord::damagedFolders() const
+{
+    QSet<QString> tFolders;
+    for (const PackageCheck& tCheck : mPackages) {
+        if (tCheck.mState == PackageCheck::State::Damaged) {
+            tFolders.insert(tCheck.mFolder);
+        }
+    }
+    return tFolders;
+}
+
+QByteArray CheckRecord::toBytes() const
+{
+    QJsonArray tPackages;
+    for (const PackageCheck& tCheck : mPackages) {
+        tPackages.append(checkObject(tCheck));
+    }
+    return QJsonDocument(QJsonObject{{u"format"_s, sFormat},
+                                     {u"since"_s, dateValue(mSince)},
+                                     {u"began"_s, dateValue(mBegan)},
+                                     {u"ended"_s, dateValue(mEnded)},
+                                     {u"packages"_s, tPackages}})
+        .toJson();
+}
+
+Result<CheckRecord> CheckRecord::fromBytes(const QByteArray& pBytes)
+{
+    QString tFault;
+    JsonReader tReader(QJsonDocument::fromJson(pBytes).object(), &tFault);
+    CheckRecord tRecord;
+    tReader.integer("format", sFormat, sFormat);
+    tRecord.mSince = readDate(&tReader, "since");
+    tRecord.mBegan = readDate(&tReader, "began");
+    tRecord.mEnded = readDate(&tReader, "ended");
+    tReader.each("packages",
+                 [&tRecord](JsonReader& pPackage) { tRecord.mPackages.append(readCheck(&pPackage)); });
+    return tReader.ok() ? Result<CheckRecord>(tRecord) : Failure::content(tFault);
+}
+
+Failure CheckRecordFile::open(const QString& pStateDir)
+{
+    mPath = pStateDir + u"/damage.json"_s;
+    const Result<QByteArray> tBytes = os::readFile(mFileSystem, mPath, sMaxSize);
+    if (!tBytes) {
+        return tBytes.failure().mKind == Failure::Kind::NotFound ? Failure() : tBytes.failure();
+    }
+    const Result<CheckRecord> tRecord = CheckRecord::fromBytes(*tBytes);
+    if (!tRecord) {
+        return Failure::content(u"%1 is damaged (%2)"_s.arg(mPath, tRecord.failure().mText));
+    }
+    mRecord = *tRecord;
+    return {};
+}
+
+Failure CheckRecordFile::write()
+{
+    return os::replaceFile(mFileSystem, mPath, mRecord.toBytes(), sPrivateFile);
+}
+
+} // namespace tarn::packages

@@ -1,0 +1,361 @@
+#include "CtlApplication.h"
+
+#include "internal/Methods.h"
+#include "internal/PlainText.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonValue>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace tarn::vkctl {
+
+using namespace vkcore;
+using namespace vkcore::protocol;
+
+namespace {
+
+constexpr int sLogLevels = 2;
+constexpr int sProgressMs = 1000;
+
+void write(FILE* pTo, const QString& pText)
+{
+    std::fputs(pText.toLocal8Bit().constData(), pTo);
+    std::fflush(pTo);
+}
+
+template <typename T>
+std::optional<T> valueOf(const std::optional<QJsonValue>& pResult)
+{
+    QString tFault;
+    return pResult ? fromJson<T>(*pResult, &tFault) : std::nullopt;
+}
+
+qint64 percentage(qint64 pDone, qint64 pTotal)
+{
+    return pTotal > 0
+               ? std::clamp<qint64>(100.0 * static_cast<double>(pDone) / static_cast<double>(pTotal), 0, 100)
+               : 0;
+}
+
+} // namespace
+
+CtlApplication::CtlApplication()
+    : ClientApplication({u"vk"_s, u"vkp"_s}, sLogLevels), mIsTerminal(::isatty(STDOUT_FILENO) == 1)
+{
+    mProgress.setInterval(sProgressMs);
+    connect(&mProgress, &QTimer::timeout, this, &CtlApplication::showProgress);
+    connect(&mInterrupt, &Interrupt::received, this, &CtlApplication::onInterrupt);
+}
+
+void CtlApplication::fatalError(const QString& pText)
+{
+    QCoreApplication::exit(fail(pText));
+}
+
+void CtlApplication::finalize()
+{
+    mLink.cancel();
+    if (mServiceEnds) {
+        mLink.releaseWorker();
+    }
+    mLink.endWorker();
+    ClientApplication::finalize();
+}
+
+void CtlApplication::run()
+{
+    QString tError;
+    const auto tArguments = Arguments::parse(QCoreApplication::arguments().mid(1), &tError);
+    if (!tArguments) {
+        QCoreApplication::exit(fail(tError));
+        return;
+    }
+    mArguments = *tArguments;
+    if (mArguments.mSocket) {
+        mLink.setSocket(*mArguments.mSocket);
+    }
+    int tStatus = carryOut();
+    if (mIsInterrupted) {
+        const QString tText = mWhat.isEmpty() ? tr("Interrupted.")
+                              : mLink.hasWorker()
+                                  ? tr("Interrupted. %1 ends with the service that vkctl has started.")
+                                  : tr("Interrupted. %1 continues in the service.");
+        write(stderr, (mWhat.isEmpty() ? tText : tText.arg(mWhat)) + u'\n');
+        tStatus = StatusInterrupted;
+    }
+    QCoreApplication::exit(tStatus);
+}
+
+int CtlApplication::carryOut()
+{
+    switch (mArguments.mCommand) {
+    case Arguments::Command::Help:
+        print(Arguments::usage());
+        return StatusSound;
+    case Arguments::Command::Version:
+        print(getAppVersion().toTarnAppFormat());
+        return StatusSound;
+    case Arguments::Command::Status:
+        return showStatus();
+    case Arguments::Command::Verify:
+        return verify();
+    case Arguments::Command::Repair:
+        break;
+    }
+    return repair();
+}
+
+int CtlApplication::showStatus()
+{
+    if (!connectToService()) {
+        return StatusFailed;
+    }
+    const auto tReport = report();
+    if (!tReport) {
+        return StatusFailed;
+    }
+    if (mArguments.mIsJson) {
+        printJson(tReport->json());
+    } else {
+        print(tReport->overview());
+        if (tReport->hasDamage()) {
+            print(tReport->damage());
+        }
+    }
+    return tReport->hasDamage() ? StatusDamaged : StatusSound;
+}
+
+int CtlApplication::verify()
+{
+    if (!connectToService() || !connectMonitor()) {
+        return StatusFailed;
+    }
+    if (!mClient->call(method::sStartVerification)) {
+        return fail(tr("Failed to start the verification."));
+    }
+    mWhat = tr("The verification");
+    if (!follow()) {
+        return StatusFailed;
+    }
+    const auto tReport = report();
+    if (!tReport) {
+        return StatusFailed;
+    }
+    if (!tReport->failure().isEmpty()) {
+        return fail(tr("The verification did not come to its end: %1").arg(tReport->failure()));
+    }
+    if (mArguments.mIsJson) {
+        printJson(tReport->json());
+    } else {
+        print(tReport->summary());
+    }
+    return tReport->status();
+}
+
+int CtlApplication::repair()
+{
+    if (!connectToService()) {
+        return StatusFailed;
+    }
+    const auto tBefore = report();
+    if (!tBefore) {
+        return StatusFailed;
+    }
+    QJsonObject tUpdate;
+    if (tBefore->hasDamage()) {
+        if (mClient->isVKClientActive()) {
+            return fail(tr("Cannot perform an update while the wizard is active."));
+        }
+        mIsUpdate = true;
+        if (!connectMonitor()) {
+            return StatusFailed;
+        }
+        if (!mClient->triggerUpdate(true)) {
+            return fail(tr("Failed to start update"));
+        }
+        mWhat = tr("The repair");
+        if (!follow()) {
+            return StatusFailed;
+        }
+        const QString tText = singleLine(mClient->getLastServiceResultStr(true), sMaxMessage);
+        const int tCode = mClient->getLastServiceResult(true) & 0xff;
+        if (tCode != 1) {
+            return fail(tr("The packages were not repaired: %1").arg(tText));
+        }
+        tUpdate = {{u"code"_s, tCode}, {u"text"_s, tText}};
+        if (!mArguments.mIsJson) {
+            print(tr("Update finished: %1").arg(tText));
+        }
+    }
+    const auto tAfter = report();
+    if (!tAfter) {
+        return StatusFailed;
+    }
+    if (mArguments.mIsJson) {
+        QJsonObject tJson = tAfter->json();
+        tJson.insert("update"_L1, tUpdate.isEmpty() ? QJsonValue() : QJsonValue(tUpdate));
+        printJson(tJson);
+    } else if (tAfter->hasDamage()) {
+        print(tAfter->damage());
+    } else {
+        print(tBefore->hasDamage()
+                  ? tr("The damaged packages were installed again.")
+                  : tr("No package is known to be damaged; \"vkctl verify\" looks for damage."));
+    }
+    return tAfter->hasDamage() ? StatusDamaged : StatusSound;
+}
+
+bool CtlApplication::connectToService()
+{
+    mClient = std::make_unique<IPCClient>(this, nullptr);
+    const bool tDone = mLink.connect(mClient.get(), true);
+    if (!tDone) {
+        fail(tr("Connection to the service failed!"));
+    }
+    return tDone;
+}
+
+bool CtlApplication::connectMonitor()
+{
+    mMonitor = std::make_unique<IPCClient>(this, nullptr);
+    connect(mMonitor.get(), &IPCClient::eventReceived, this, &CtlApplication::onEvent);
+    connect(mMonitor.get(), &IPCClient::serviceStatusChanged, this, &CtlApplication::onStatus);
+    connect(mMonitor.get(), &IPCClient::quitRequestReceived, this, [this] {
+        mServiceEnds = true;
+        mLoop.quit();
+    });
+    connect(mMonitor.get(), &IPCClient::disconnected, &mLoop, &QEventLoop::quit);
+    mLink.prepare(mMonitor.get());
+    const bool tDone = mMonitor->enterMonitorMode();
+    if (!tDone) {
+        fail(tr("Connection to the service failed!"));
+    }
+    return tDone;
+}
+
+bool CtlApplication::follow()
+{
+    if (mIsTerminal && !mArguments.mIsJson) {
+        mProgress.start();
+    }
+    while (!mIsDone && !mIsInterrupted && !mServiceEnds && mMonitor->isConnected()) {
+        mLoop.exec();
+        mIsDone = mIsDone && (mIsUpdate || !isVerifying());
+    }
+    mProgress.stop();
+    showLine({});
+    if (!mIsDone) {
+        fail(tr("Lost connection to the service"));
+    }
+    return mIsDone;
+}
+
+// What has ended may be an earlier verification than the one that was asked for.
+bool CtlApplication::isVerifying()
+{
+    const auto tState = valueOf<VerificationState>(mClient->call(method::sGetVerification));
+    return tState && tState->mRunning;
+}
+
+std::optional<Report> CtlApplication::report()
+{
+    const auto tPackages = valueOf<PackageEntries>(mClient->call(method::sGetPackages));
+    const auto tState =
+        tPackages ? valueOf<VerificationState>(mClient->call(method::sGetVerification)) : std::nullopt;
+    if (!tPackages || !tState) {
+        fail(tr("Failed to get the installed packages."));
+        return std::nullopt;
+    }
+    return Report(*tPackages, *tState);
+}
+
+void CtlApplication::onEvent(const QString& pMethod, const QJsonObject& pParams)
+{
+    const auto tState = pMethod == method::sVerificationChanged
+                            ? valueOf<VerificationState>(QJsonValue(pParams))
+                            : std::nullopt;
+    if (!tState) {
+        return;
+    }
+    // An event from before the request tells of an earlier verification.
+    const bool tEnded = mState.mRunning && !tState->mRunning;
+    mState = *tState;
+    if (tEnded && !mIsUpdate) {
+        mIsDone = true;
+        mLoop.quit();
+    }
+}
+
+void CtlApplication::onStatus(ServiceStatus pStatus)
+{
+    if (mIsUpdate && pStatus != StatusUpdating && pStatus != StatusAborting) {
+        mIsDone = true;
+        mLoop.quit();
+    }
+}
+
+void CtlApplication::onInterrupt()
+{
+    mIsInterrupted = true;
+    mLink.cancel();
+    if (mClient) {
+        mClient->close();
+    }
+    mLoop.quit();
+}
+
+void CtlApplication::showProgress()
+{
+    if (!mIsUpdate) {
+        showLine(mState.mWaiting ? tr("Waiting for the end of the update")
+                                 : tr("Verifying %1 (%2% complete)")
+                                       .arg(singleLine(mState.mPackage))
+                                       .arg(percentage(mState.mBytesDone, mState.mBytesTotal)));
+        return;
+    }
+    long long tDone = 0;
+    long long tTotal = 0;
+    mProgress.stop(); // the call waits
+    if (mClient->getServiceProgress(nullptr, nullptr, nullptr, nullptr, nullptr, &tDone, &tTotal, nullptr,
+                                    nullptr, nullptr)) {
+        showLine(tr("Repairing (%1% complete)").arg(percentage(tDone, tTotal)));
+    }
+    if (!mIsInterrupted) {
+        mProgress.start();
+    }
+}
+
+void CtlApplication::print(const QString& pText)
+{
+    write(stdout, pText + u'\n');
+}
+
+void CtlApplication::printJson(QJsonObject pObject)
+{
+    write(stdout, QString::fromUtf8(QJsonDocument(pObject).toJson(QJsonDocument::Compact)) + u'\n');
+}
+
+int CtlApplication::fail(const QString& pText)
+{
+    if (!mIsInterrupted) {
+        write(stderr, pText + u'\n');
+    }
+    return StatusFailed;
+}
+
+// Replaces the line of the progress on a terminal.
+void CtlApplication::showLine(const QString& pText)
+{
+    if (mIsTerminal && !mArguments.mIsJson) {
+        write(stdout, u"\x1b[1G\x1b[K"_s + pText);
+    }
+}
+
+} // namespace tarn::vkctl

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "ExitStatus.h"
+
+#include "internal/Values.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QJsonObject>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+#include <optional>
+
+namespace tarn::vkctl {
+
+// What the service knows about the installed files, as text and as JSON. All texts of others are plain here.
+class Report
+{
+    Q_DECLARE_TR_FUNCTIONS(tarn::vkctl::Report)
+
+public:
+    Report(const vkcore::protocol::PackageEntries& pPackages,
+           const vkcore::protocol::VerificationState& pVerification);
+
+    // Damaged before unproven before sound; a package that was never checked is unproven.
+    ExitStatus status() const;
+    // Why the last verification did not come to its end; empty if it did.
+    const QString& failure() const { return mVerification.mFailure; }
+    bool hasDamage() const { return status() == StatusDamaged; }
+
+    QString overview() const; // of all packages
+    QString summary() const;  // of a verification that has ended
+    QString damage() const;   // the damaged packages with what is wrong; empty if there are none
+    QJsonObject json() const;
+
+    static QString bytesText(qint64 pBytes);
+
+private:
+    QStringList names(QLatin1StringView pState) const;
+    static QString stateText(const QString& pState);
+    static QString problemText(const QString& pProblem);
+
+    vkcore::protocol::PackageEntries mPackages;
+    vkcore::protocol::VerificationState mVerification;
+};
+
+} // namespace tarn::vkctl

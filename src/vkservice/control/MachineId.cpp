@@ -1,0 +1,17 @@
+#include "control/MachineId.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QSysInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace tarn::vkservice::control {
+
+QByteArray machineId()
+{
+    QFile tFile(u"/etc/machine-id"_s);
+    const QByteArray tId = tFile.open(QIODevice::ReadOnly) ? tFile.readLine().trimmed() : QByteArray();
+    return tId.isEmpty() ? QSysInfo::machineHostName().toUtf8() : tId;
+}
+
+} // namespace tarn::vkservice::control
