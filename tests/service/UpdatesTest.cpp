@@ -3,6 +3,7 @@
 #include "sqlite/Database.h"
 
 #include <QtCore/QDateTime>
+#include <QtCore/QElapsedTimer>
 
 #include <csignal>
 
@@ -112,16 +113,21 @@ TEST_F(UpdatesTest, RunIsJoinedGuardsTheSettingsAndCanBeAborted)
                                 "setMonitoringSettings", "addServer", "changeServer", "removeServer"}) {
         EXPECT_EQ(mPeer->errorOf(tMethod), 1) << tMethod;
     }
+    QElapsedTimer tTimer;
+    tTimer.start();
     EXPECT_EQ(mPeer->call("abortUpdate"), true);
     EXPECT_TRUE(waitForStatus(Aborting));
     EXPECT_TRUE(waitForStatus(Idle));
+    EXPECT_LT(tTimer.elapsed(), 9000) << "it looked again only after a while";
     EXPECT_EQ(result(), 4);
     EXPECT_EQ(mPeer->call("isServiceActive"), false);
     EXPECT_EQ(mPeer->errorOf("setLanguages", R"({"app": "fr", "data": null})"), 0);
 
     ASSERT_NO_FATAL_FAILURE(triggerHeldRun());
     mHeld.letGo();
+    tTimer.start();
     EXPECT_TRUE(waitForStatus(Idle));
+    EXPECT_LT(tTimer.elapsed(), 9000) << "it looked again only after a while";
     EXPECT_EQ(result(), 1) << "an aborted run is made up for by the next";
 }
 
