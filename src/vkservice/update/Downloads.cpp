@@ -21,11 +21,6 @@ namespace {
 
 const QString sTargetsFolder = u"targets/"_s;
 
-QString packageLabel(const Offer& pOffer)
-{
-    return u"%1 %2"_s.arg(pOffer.mInfo.mName, pOffer.mInfo.mVersion.version().toTarnAppFormat());
-}
-
 } // namespace
 
 struct Downloads::Item
@@ -59,37 +54,6 @@ QString Downloads::pathOf(const Offer& pOffer) const
 bool Downloads::isComplete(const Wanted& pWanted) const
 {
     return mFolder.sizeOf(pWanted.mName) == pWanted.mLength;
-}
-
-qint64 Downloads::bytesToCome(const Plan& pPlan) const
-{
-    qint64 tBytes = 0;
-    for (const PlannedPackage& tPackage : pPlan.mPackages) {
-        if (!tPackage.mFailure) {
-            const tuf::TargetFile& tTarget = tPackage.mOffer.mTarget;
-            const qint64 tOnDisk = mFolder.sizeOf(Wanted::nameOf(tTarget));
-            addBytes(&tBytes, qMax<qint64>(0, tTarget.mLength - tOnDisk));
-        }
-    }
-    return tBytes;
-}
-
-Failure Downloads::fetch(Source& pSource, Plan* pPlan)
-{
-    std::vector<Download> tDownloads;
-    std::vector<PlannedPackage*> tPackages;
-    for (PlannedPackage& tPackage : pPlan->mPackages) {
-        if (!tPackage.mFailure) {
-            const Offer& tOffer = tPackage.mOffer;
-            tDownloads.push_back({Wanted::archive(tOffer.mTarget), packageLabel(tOffer), {}});
-            tPackages.push_back(&tPackage);
-        }
-    }
-    Failure tFailure = fetch(pSource, &tDownloads);
-    for (size_t tIndex = 0; tIndex < tDownloads.size(); ++tIndex) {
-        tPackages[tIndex]->mFailure = tDownloads[tIndex].mFailure;
-    }
-    return tFailure;
 }
 
 Failure Downloads::fetch(Source& pSource, std::vector<Download>* pDownloads)
@@ -162,7 +126,10 @@ Failure Downloads::download(Source& pSource, Items* pItems)
         }
         tItem.mHashed = true;
         tItem.mResumed = tItem.mFile->received() > 0;
-        tItem.mFile->setProgress(tAdvance);
+        tItem.mFile->setProgress([this](qint64 pBytes) {
+            mReceived += pBytes;
+            mReporter.advance(pBytes);
+        });
         const Wanted& tWanted = tItem.mDownload->mWanted;
         const QString tPath = sTargetsFolder + tWanted.mFetchPath;
         tTransfers.push_back({&tItem, {tPath, tItem.mFile.get(), {}, {}, false, {}, tWanted.mPart}});

@@ -42,14 +42,15 @@ public:
     QString pathOf(const Wanted& pWanted) const { return mFolder.pathOf(pWanted.mName); }
     // Removes what belongs neither to this plan nor to an earlier one of this object.
     void keep(const Plan& pPlan);
-    qint64 bytesToCome(const Plan& pPlan) const;
 
-    // Gets and verifies the archive of each package that has not failed yet, and stores a failure in each
-    // package that fails now. The return value is a failure of this machine or an abort, and ends the run.
-    Failure fetch(Source& pSource, Plan* pPlan);
-    // The same for any files. What comes twice is downloaded once.
+    // Gets and verifies each of these, and stores the failures. What comes twice is downloaded once. The
+    // return value is a failure of this machine or an abort, and ends the run.
     Failure fetch(Source& pSource, std::vector<Download>* pDownloads);
+    // Bytes that are here already.
+    qint64 onDisk(const Wanted& pWanted) const { return mFolder.sizeOf(pWanted.mName); }
     bool isComplete(const Wanted& pWanted) const;
+    // Bytes that servers have sent.
+    qint64 received() const { return mReceived; }
 
     // Removes what belongs to the packages that have not failed.
     void remove(const Plan& pPlan);
@@ -69,6 +70,7 @@ private:
     QString mPath;
     os::PrivateFolder mFolder;
     QSet<QByteArray> mKept;
+    qint64 mReceived = 0;
     Reporter& mReporter;
     const os::AbortFlag& mAbort;
 };

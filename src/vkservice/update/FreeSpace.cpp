@@ -1,8 +1,6 @@
 #include "update/FreeSpace.h"
 
 #include "os/FileSystem.h"
-#include "packages/PackageFolders.h"
-#include "update/Plan.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QLocale>
@@ -58,23 +56,12 @@ Failure checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNee
     return {};
 }
 
-QList<SpaceNeed> unpackingNeeds(const Plan& pPlan, const packages::PackageFolders& pFolders)
+SpaceNeed unpackingNeed(const QString& pRoot, qint64 pBytes)
 {
-    QMap<QString, qint64> tBytes;
-    for (const PlannedPackage& tPackage : pPlan.mPackages) {
-        if (!tPackage.mFailure) {
-            const packages::PackageInfo& tInfo = tPackage.mOffer.mInfo;
-            qint64& tOfRoot = tBytes[pFolders.root(tInfo.mKind)];
-            addBytes(&tOfRoot, tInfo.mInstalledSize);
-            addBytes(&tOfRoot, tInfo.mInstalledSize / sOverheadShare);
-        }
-    }
-    QList<SpaceNeed> tNeeds;
-    for (auto tIt = tBytes.constBegin(); tIt != tBytes.constEnd(); ++tIt) {
-        tNeeds.append({tIt.key(), sOverheadBytes});
-        addBytes(&tNeeds.last().mBytes, tIt.value());
-    }
-    return tNeeds;
+    SpaceNeed tNeed{pRoot, sOverheadBytes};
+    addBytes(&tNeed.mBytes, pBytes);
+    addBytes(&tNeed.mBytes, pBytes / sOverheadShare);
+    return tNeed;
 }
 
 } // namespace tarn::vkservice::update

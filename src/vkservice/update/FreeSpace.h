@@ -5,16 +5,11 @@
 #include <QtCore/QList>
 #include <QtCore/QString>
 
-namespace tarn::packages {
-class PackageFolders;
-}
 namespace tarn::os {
 class FileSystem;
 }
 
 namespace tarn::vkservice::update {
-
-struct Plan;
 
 // Adds untrusted sizes; an overflow gives the maximum of the type.
 void addBytes(qint64* pTo, qint64 pBytes);
@@ -29,8 +24,8 @@ struct SpaceNeed
 // Failure of the kind NoSpace if a file system has less space than all of its folders together need.
 Failure checkFreeSpace(os::FileSystem& pFileSystem, const QList<SpaceNeed>& pNeeds);
 
-// The space that the unpacked packages of the plan need in each of their root folders: files fill whole
-// blocks, and folders need some too.
-QList<SpaceNeed> unpackingNeeds(const Plan& pPlan, const packages::PackageFolders& pFolders);
+// What the files of a package need below a root folder: they fill whole blocks, and folders need some space
+// too.
+SpaceNeed unpackingNeed(const QString& pRoot, qint64 pBytes);
 
 } // namespace tarn::vkservice::update

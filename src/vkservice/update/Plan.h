@@ -17,6 +17,7 @@ struct PlannedPackage
 {
     Offer mOffer;
     Failure mFailure;         // set as soon as the package cannot be installed
+    bool mIsStaged = false;   // stands complete in its staging folder
     bool mIsFollowUp = false; // true if the failure is only that of another package
     int mRepair = 0;          // N of the new folder of a package that is damaged; 0: it is not a repair
 

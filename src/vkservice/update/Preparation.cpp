@@ -42,7 +42,7 @@ Failure Preparation::unpack(Plan* pPlan, const std::function<QString(const Offer
     Work tWork;
     qint64 tTotal = 0;
     for (PlannedPackage& tPackage : pPlan->mPackages) {
-        if (!tPackage.mFailure) {
+        if (!tPackage.mFailure && !tPackage.mIsStaged) {
             tTotal += tPackage.mOffer.mInfo.mInstalledSize;
             tWork.mPackages.push_back(&tPackage);
         }
@@ -50,6 +50,9 @@ Failure Preparation::unpack(Plan* pPlan, const std::function<QString(const Offer
     std::stable_sort(tWork.mPackages.begin(), tWork.mPackages.end(), [](auto* pLeft, auto* pRight) {
         return pLeft->mOffer.mInfo.mInstalledSize > pRight->mOffer.mInfo.mInstalledSize;
     });
+    if (tWork.mPackages.empty()) {
+        return {};
+    }
     mReporter.begin(vkcore::ActivityPreparing, true, tTotal, true);
     const QStringList tRoots = mFolders.roots();
     for (const QString& tRoot : tRoots) {

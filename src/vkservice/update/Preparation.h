@@ -19,7 +19,8 @@ struct Offer;
 struct Plan;
 struct PlannedPackage;
 
-// Unpacks the verified archives of a plan into staging folders, several at a time.
+// Unpacks the verified archives of a plan into staging folders, several at a time. Packages that are staged
+// already are left alone.
 class Preparation
 {
 public:

@@ -25,13 +25,23 @@ namespace {
 // Space for metadata and notes; the space for packages is only known after these were read.
 constexpr qint64 sStateBytes = 4 * 1024 * 1024;
 
+qint64 archiveBytes(const Plan& pPlan)
+{
+    qint64 tBytes = 0;
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        addBytes(&tBytes, tPackage.mOffer.mTarget.mLength);
+    }
+    return tBytes;
+}
+
 } // namespace
 
 Run::Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
          Reporter& pReporter, const os::AbortFlag& pAbort)
     : mRequest(pRequest), mFileSystem(pFileSystem), mProcesses(pProcesses), mReporter(pReporter),
       mAbort(pAbort), mWorkplace(pFileSystem, pProcesses, pRequest),
-      mDownloads(pFileSystem, pRequest.mStateDir, pReporter, pAbort)
+      mDownloads(pFileSystem, pRequest.mStateDir, pReporter, pAbort),
+      mIndexes(pFileSystem, pRequest.mStateDir)
 {
 }
 
@@ -68,6 +78,9 @@ RunResult Run::run()
     if (const Failure tFailure = mDownloads.open()) {
         return failed(tFailure);
     }
+    if (const Failure tFailure = mIndexes.open()) {
+        return failed(tFailure);
+    }
     if (const Failure tFailure = checkFreeSpace(mFileSystem, {{mRequest.mStateDir, sStateBytes}})) {
         return failed(tFailure);
     }
@@ -83,7 +96,7 @@ RunResult Run::run()
         return allServersFailed();
     }
     if (!tBest->mPlan.mPackages.isEmpty() || mWorkplace.needsNewGeneration()) {
-        if (const Failure tFailure = installPackages(&tBest->mPlan)) {
+        if (const Failure tFailure = installPackages(tBest.get())) {
             return failed(tFailure);
         }
     }
@@ -145,24 +158,22 @@ Failure Run::fetchPackages(Attempt* pAttempt)
 {
     Plan& tPlan = pAttempt->mPlan;
     mDownloads.keep(tPlan);
+    pAttempt->mSupply = std::make_unique<Supply>(SupplyParts{.mFileSystem = mFileSystem,
+                                                             .mFolders = mWorkplace.folders(),
+                                                             .mInstalled = mWorkplace.installed(),
+                                                             .mDownloads = mDownloads,
+                                                             .mIndexes = mIndexes,
+                                                             .mReporter = mReporter,
+                                                             .mAbort = mAbort},
+                                                 pAttempt->mSession->source(), tPlan);
     if (tPlan.failedCount() == tPlan.mPackages.size()) {
         return {};
     }
-    if (const Failure tFailure = checkSpace(tPlan)) {
-        return tFailure;
-    }
-    if (const Failure tFailure = mDownloads.fetch(pAttempt->mSession->source(), &tPlan)) {
+    if (const Failure tFailure = pAttempt->mSupply->fetch()) {
         return tFailure;
     }
     tPlan.spreadFailures();
     return {};
-}
-
-Failure Run::checkSpace(const Plan& pPlan)
-{
-    QList<SpaceNeed> tNeeds = unpackingNeeds(pPlan, mWorkplace.folders());
-    tNeeds.append({mDownloads.folder(), mDownloads.bytesToCome(pPlan)});
-    return checkFreeSpace(mFileSystem, tNeeds);
 }
 
 void Run::serverFailed(const QString& pServer, const Failure& pFailure, bool pIsLast)
@@ -175,24 +186,25 @@ void Run::serverFailed(const QString& pServer, const Failure& pFailure, bool pIs
     }
 }
 
-Failure Run::installPackages(Plan* pPlan)
+Failure Run::installPackages(Attempt* pAttempt)
 {
-    mReporter.setFailedCount(pPlan->failedCount());
-    if (pPlan->failedCount() < pPlan->mPackages.size()) {
-        if (const Failure tFailure = prepare(pPlan)) {
+    Plan* tPlan = &pAttempt->mPlan;
+    mReporter.setFailedCount(tPlan->failedCount());
+    if (tPlan->failedCount() < tPlan->mPackages.size()) {
+        if (const Failure tFailure = prepare(pAttempt)) {
             warn(mWorkplace.tidyUp()); // at once: unpacked packages may be what fills the disk
             return tFailure;
         }
     }
-    if (!pPlan->mPackages.isEmpty() && pPlan->failedCount() == pPlan->mPackages.size()) {
+    if (!tPlan->mPackages.isEmpty() && tPlan->failedCount() == tPlan->mPackages.size()) {
         warn(mWorkplace.tidyUp());
         QString tWarning;
-        const Failure tFailure = mWorkplace.logRun(nextGeneration(*pPlan), &tWarning);
+        const Failure tFailure = mWorkplace.logRun(nextGeneration(*tPlan), &tWarning);
         warn(tWarning);
         warn(tFailure.mText);
         return {};
     }
-    if (const Failure tFailure = waitAndSwitch(*pPlan)) {
+    if (const Failure tFailure = waitAndSwitch(*tPlan)) {
         warn(mWorkplace.tidyUp());
         return tFailure;
     }
@@ -207,17 +219,16 @@ Failure Run::waitAndSwitch(const Plan& pPlan)
     return tFailure ? tFailure : switchToNew(pPlan);
 }
 
-Failure Run::prepare(Plan* pPlan)
+Failure Run::prepare(Attempt* pAttempt)
 {
+    Plan* tPlan = &pAttempt->mPlan;
     if (const Failure tFailure =
-            mWorkplace.generations().announce(newPackages(*pPlan, mWorkplace.folders()))) {
+            mWorkplace.generations().announce(newPackages(*tPlan, mWorkplace.folders()))) {
         return tFailure;
     }
-    Preparation tPreparation(mFileSystem, mWorkplace.folders(), mReporter, mAbort);
-    Failure tFailure =
-        tPreparation.unpack(pPlan, [this](const Offer& pOffer) { return mDownloads.pathOf(pOffer); });
-    pPlan->spreadFailures();
-    mReporter.setFailedCount(pPlan->failedCount());
+    Failure tFailure = pAttempt->mSupply->prepare();
+    tPlan->spreadFailures();
+    mReporter.setFailedCount(tPlan->failedCount());
     return tFailure;
 }
 
@@ -250,7 +261,22 @@ Failure Run::switchToNew(const Plan& pPlan)
     mReporter.advance(tStaged.size());
     mWorkplace.setInstalled(tNext);
     (void)updateInstallLog(); // it has warned, and the next run tries again
+    forgetOldIndexes();
     return {};
+}
+
+void Run::forgetOldIndexes()
+{
+    packages::Manifest tPrevious;
+    (void)mWorkplace.generations().reader().manifest(mWorkplace.installed().mPrevious,
+                                                     &tPrevious); // then it has none
+    QSet<QByteArray> tTexts;
+    for (const auto& tPackage : mWorkplace.installed().mPackages + tPrevious.mPackages) {
+        if (tPackage.mInfo.mIndex) {
+            tTexts.insert(tPackage.mInfo.mIndex->mText.mHash.toHex());
+        }
+    }
+    mIndexes.keepOnly(tTexts);
 }
 
 void Run::removeObsolete()
@@ -339,10 +365,12 @@ RunResult Run::finish(Attempt* pAttempt)
     if (!tPlan.mBeyondRepair.isEmpty()) {
         const QString tText = beyondRepairText(tPlan.mBeyondRepair);
         mReporter.error(tText, {});
-        return {ResultSuccess, successText(tInstalled) + u' ' + tText, tInstalled};
+        return {ResultSuccess,
+                successText(tInstalled, mDownloads.received(), archiveBytes(tPlan)) + u' ' + tText,
+                tInstalled};
     }
     pAttempt->mSession->markComplete(machineState());
-    return {ResultSuccess, successText(tInstalled), tInstalled};
+    return {ResultSuccess, successText(tInstalled, mDownloads.received(), archiveBytes(tPlan)), tInstalled};
 }
 
 } // namespace tarn::vkservice::update

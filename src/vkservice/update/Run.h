@@ -1,9 +1,11 @@
 #pragma once
 
+#include "trees/IndexStore.h"
 #include "update/Downloads.h"
 #include "update/Plan.h"
 #include "update/RunRequest.h"
 #include "update/ServerSession.h"
+#include "update/Supply.h"
 #include "update/Workplace.h"
 
 #include <memory>
@@ -35,6 +37,7 @@ private:
     {
         std::unique_ptr<ServerSession> mSession;
         Plan mPlan;
+        std::unique_ptr<Supply> mSupply;
     };
     struct ServerTrouble
     {
@@ -47,14 +50,14 @@ private:
     Failure findPackages(std::unique_ptr<Attempt>* pBest);
     Failure askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pAttempt);
     Failure fetchPackages(Attempt* pAttempt);
-    Failure checkSpace(const Plan& pPlan);
     void serverFailed(const QString& pServer, const Failure& pFailure, bool pIsLast);
 
-    Failure installPackages(Plan* pPlan);
-    Failure prepare(Plan* pPlan);
+    Failure installPackages(Attempt* pAttempt);
+    Failure prepare(Attempt* pAttempt);
     Failure waitAndSwitch(const Plan& pPlan);
     packages::Manifest nextGeneration(const Plan& pPlan);
     Failure switchToNew(const Plan& pPlan);
+    void forgetOldIndexes();
     void removeObsolete();
 
     QByteArray machineState() const;
@@ -71,6 +74,7 @@ private:
     const os::AbortFlag& mAbort;
     Workplace mWorkplace;
     Downloads mDownloads;
+    trees::IndexStore mIndexes;
     std::vector<ServerTrouble> mServerTroubles;
 };
 

@@ -108,7 +108,8 @@ QList<InstalledPackage> newPackages(const Plan& pPlan, const packages::PackageFo
     QList<InstalledPackage> tNew;
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         if (!tPackage.mFailure) {
-            const PackageInfo& tInfo = tPackage.mOffer.mInfo;
+            PackageInfo tInfo = tPackage.mOffer.mInfo;
+            tInfo.mDeltas.clear(); // they lead here, and are of no further use
             tNew.append({tInfo, tPackage.mOffer.hash(), tPackage.folder(pFolders),
                          pPlan.mParents.value(tInfo.mName)});
         }

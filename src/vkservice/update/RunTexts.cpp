@@ -3,6 +3,8 @@
 #include "update/FailurePolicy.h"
 #include "update/Plan.h"
 
+#include <QtCore/QLocale>
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -19,12 +21,25 @@ Failure serversFault(const Plan& pPlan)
     return {};
 }
 
-QString successText(int pInstalled)
+namespace {
+
+QString inWords(qint64 pBytes)
+{
+    return QLocale::c().formattedDataSize(pBytes, 1, QLocale::DataSizeSIFormat);
+}
+
+} // namespace
+
+QString successText(int pInstalled, qint64 pReceived, qint64 pWhole)
 {
     if (pInstalled == 0) {
         return u"All packages are up to date."_s;
     }
-    return pInstalled == 1 ? u"1 package was updated."_s : u"%1 packages were updated."_s.arg(pInstalled);
+    const QString tText =
+        pInstalled == 1 ? u"1 package was updated"_s : u"%1 packages were updated"_s.arg(pInstalled);
+    return pReceived <= pWhole - pWhole / 10 && pReceived > 0
+               ? u"%1; %2 of %3 were downloaded."_s.arg(tText, inWords(pReceived), inWords(pWhole))
+               : tText + u'.';
 }
 
 QString beyondRepairText(const QStringList& pNames)

@@ -15,7 +15,9 @@ struct Plan;
 Failure serversFault(const Plan& pPlan);
 
 // For the result of a run.
-QString successText(int pInstalled);
+// pReceived: bytes that were downloaded; pWhole: bytes of the archives. Says what was saved if it is a tenth
+// at least.
+QString successText(int pInstalled, qint64 pReceived, qint64 pWhole);
 QString beyondRepairText(const QStringList& pNames);
 QString failureText(const Failure& pFailure);
 ResultCode failedPackagesCode(const Plan& pPlan);

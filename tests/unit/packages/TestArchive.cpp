@@ -15,6 +15,7 @@ void describe(archive_entry* pEntry, const TestEntry& pFrom)
 {
     archive_entry_set_pathname(pEntry, pFrom.mPath.constData());
     archive_entry_set_mode(pEntry, pFrom.mMode);
+    archive_entry_set_mtime(pEntry, 1, 0);
     archive_entry_set_size(pEntry, 0);
     if (pFrom.mHardLink) {
         archive_entry_set_hardlink(pEntry, pFrom.mContent.constData());
@@ -28,9 +29,7 @@ void describe(archive_entry* pEntry, const TestEntry& pFrom)
     }
 }
 
-} // namespace
-
-QByteArray makeArchive(const QList<TestEntry>& pEntries)
+QByteArray pack(const QList<TestEntry>& pEntries, int (*pAddFilter)(archive*))
 {
     size_t tSize = 1024 * 1024;
     for (const TestEntry& tEntry : pEntries) {
@@ -40,7 +39,7 @@ QByteArray makeArchive(const QList<TestEntry>& pEntries)
     size_t tUsed = 0;
     archive* tArchive = archive_write_new();
     archive_write_set_format_pax_restricted(tArchive);
-    archive_write_add_filter_zstd(tArchive);
+    pAddFilter(tArchive);
     archive_write_open_memory(tArchive, tBytes.data(), tSize, &tUsed);
     for (const TestEntry& tFrom : pEntries) {
         archive_entry* tEntry = archive_entry_new();
@@ -56,6 +55,18 @@ QByteArray makeArchive(const QList<TestEntry>& pEntries)
     archive_write_free(tArchive);
     tBytes.resize(static_cast<qsizetype>(tUsed));
     return tBytes;
+}
+
+} // namespace
+
+QByteArray makeArchive(const QList<TestEntry>& pEntries)
+{
+    return pack(pEntries, archive_write_add_filter_zstd);
+}
+
+QByteArray makeTar(const QList<TestEntry>& pEntries)
+{
+    return pack(pEntries, archive_write_add_filter_none);
 }
 
 QMap<QString, QByteArray> readTree(const QString& pFolder)

@@ -19,6 +19,7 @@ struct TestEntry
 
 // The bytes of a .tar.zst.
 QByteArray makeArchive(const QList<TestEntry>& pEntries);
+QByteArray makeTar(const QList<TestEntry>& pEntries);
 
 // Every file and link below a folder, also hidden ones: relative path to content; the content of a link is
 // "-> TARGET".

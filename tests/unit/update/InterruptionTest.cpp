@@ -36,9 +36,11 @@ protected:
         for (TestPackage& tPackage : mPackages) {
             mRepository.remove(tPackage.mName);
             tPackage.mVersion = q("%1.0").arg(mNumber);
-            for (QByteArray& tContent : tPackage.mFiles) {
-                tContent =
-                    tContent.leftJustified(4).replace(0, 4, QByteArray::number(mNumber).rightJustified(4));
+            for (auto tFile = tPackage.mFiles.begin(); tFile != tPackage.mFiles.end(); ++tFile) {
+                if (tFile.key() != q("same")) {
+                    *tFile =
+                        tFile->leftJustified(4).replace(0, 4, QByteArray::number(mNumber).rightJustified(4));
+                }
             }
         }
         publish();
@@ -86,9 +88,11 @@ struct Interruption
     int mErrno = 0;
     // With the folders of a version without markers, and a new data folder beside the old one.
     bool mBeforeMarkers = false;
+    PackageRepository::Beside mBeside = PackageRepository::Beside::Nothing;
 };
 
 using Kind = Interruption::Kind;
+using Beside = PackageRepository::Beside;
 
 class InterruptedRunTest : public InterruptionTest, public testing::WithParamInterface<Interruption>
 {
@@ -179,6 +183,13 @@ protected:
 
 TEST_P(InterruptedRunTest, LeavesOldOrNewWhereverItComes)
 {
+    if (GetParam().mBeside != Beside::Nothing) {
+        mRepository.setBeside(GetParam().mBeside);
+        mRepository.remove(q("app"));
+        mRepository.remove(q("maps"));
+        mPackages = {{q("lib"), q("1.0"), {{q("lib.so"), noise(30000, 1)}, {q("same"), noise(60000, 2)}}}};
+        publish();
+    }
     run(ResultSuccess);
     int tCount = 1;
     for (bool tCame = true; tCame && !HasFailure(); ++tCount) {
@@ -199,14 +210,21 @@ TEST_P(InterruptedRunTest, LeavesOldOrNewWhereverItComes)
     EXPECT_GT(tCount, 60);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, InterruptedRunTest,
-                         testing::Values(Interruption{"FullDisk", Kind::Error, ENOSPC},
-                                         Interruption{"BadDisk", Kind::Error, EIO},
-                                         Interruption{"Abort", Kind::Abort}, Interruption{"Kill", Kind::Kill},
-                                         Interruption{"KillBeforeMarkers", Kind::Kill, 0, true},
-                                         Interruption{"PowerCut", Kind::PowerCut},
-                                         Interruption{"PowerCutWithoutBytes", Kind::PowerCutBytes}),
-                         [](const auto& pInfo) { return std::string(pInfo.param.mName); });
+INSTANTIATE_TEST_SUITE_P(
+    All, InterruptedRunTest,
+    testing::Values(Interruption{"FullDisk", Kind::Error, ENOSPC}, Interruption{"BadDisk", Kind::Error, EIO},
+                    Interruption{"Abort", Kind::Abort}, Interruption{"Kill", Kind::Kill},
+                    Interruption{"KillBeforeMarkers", Kind::Kill, 0, true},
+                    Interruption{"PowerCut", Kind::PowerCut},
+                    Interruption{"PowerCutWithoutBytes", Kind::PowerCutBytes},
+                    Interruption{"FullDiskInRanges", Kind::Error, ENOSPC, false, Beside::Index},
+                    Interruption{"FullDiskInDelta", Kind::Error, ENOSPC, false, Beside::IndexAndDelta},
+                    Interruption{"BadDiskInDelta", Kind::Error, EIO, false, Beside::IndexAndDelta},
+                    Interruption{"AbortInRanges", Kind::Abort, 0, false, Beside::Index},
+                    Interruption{"KillInRanges", Kind::Kill, 0, false, Beside::Index},
+                    Interruption{"KillInDelta", Kind::Kill, 0, false, Beside::IndexAndDelta},
+                    Interruption{"PowerCutInDelta", Kind::PowerCut, 0, false, Beside::IndexAndDelta}),
+    [](const auto& pInfo) { return std::string(pInfo.param.mName); });
 
 namespace {
 

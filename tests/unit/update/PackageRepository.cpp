@@ -1,9 +1,25 @@
 #include "PackageRepository.h"
 
+#include "deltas/DeltaMaker.h"
 #include "TestArchive.h"
+#include "trees/IndexWriter.h"
 #include "tuf/Hashes.h"
 
+#include <gtest/gtest.h>
+#include <zstd.h>
+
+using namespace tarn::trees;
 using tarn::packages::PackageInfo;
+using tarn::vkpublish::PackageVersion;
+
+namespace {
+
+tarn::tuf::Hash hashOf(const QByteArray& pBytes)
+{
+    return *tarn::tuf::Hash::fromHex(q(tarn::tuf::sha256(pBytes)));
+}
+
+} // namespace
 
 PackageInfo infoOf(const TestPackage& pPackage)
 {
@@ -45,7 +61,87 @@ QString PackageRepository::add(const TestPackage& pPackage)
         const mode_t tRights = tIt.key().startsWith(q("bin/")) ? 0755 : 0644;
         tEntries.append({tIt.key().toUtf8(), tIt.value(), S_IFREG | tRights});
     }
-    return add(infoOf(pPackage), makeArchive(tEntries));
+    PackageInfo tInfo = infoOf(pPackage);
+    if (mBeside == Beside::Nothing) {
+        return add(tInfo, makeArchive(tEntries));
+    }
+    const QByteArray tArchive = addIndex(tEntries, &tInfo);
+    const QString tFile = path(q("targets/%1.%2").arg(q(tarn::tuf::sha256(tArchive)), archiveName(tInfo)));
+    writeFile(tFile, tArchive);
+    if (mBeside == Beside::IndexAndDelta) {
+        addDelta(tFile, &tInfo);
+    }
+    mBefore[pPackage.mName] = {tInfo, tFile};
+    return add(tInfo, tArchive);
+}
+
+// Returns the archive.
+QByteArray PackageRepository::addIndex(const QList<TestEntry>& pFiles, PackageInfo* pInfo)
+{
+    QList<TestEntry> tEntries;
+    std::vector<IndexEntry> tIndex;
+    for (const TestEntry& tFile : pFiles) {
+        for (qsizetype tEnd = tFile.mPath.indexOf('/'); tEnd > 0; tEnd = tFile.mPath.indexOf('/', tEnd + 1)) {
+            const QByteArray tFolder = tFile.mPath.first(tEnd);
+            if (tEntries.isEmpty() || !tEntries.last().mPath.startsWith(tFolder + '/')) {
+                tEntries.append({tFolder, {}, S_IFDIR | 0755});
+                tIndex.push_back({tFolder, EntryKind::Folder, {}, false, 0, 0, {}, 0});
+            }
+        }
+        tEntries.append(tFile);
+        tIndex.push_back({tFile.mPath,
+                          EntryKind::File,
+                          {},
+                          (tFile.mMode & 0100) != 0,
+                          1,
+                          tFile.mContent.size(),
+                          hashOf(tFile.mContent),
+                          0});
+    }
+    const QByteArray tTar = makeTar(tEntries);
+    qsizetype tAt = 0;
+    for (IndexEntry& tEntry : tIndex) {
+        tEntry.mAt = tAt + 512; // behind its header
+        tAt += 512 + (tEntry.mSize + 511) / 512 * 512;
+    }
+    constexpr qsizetype sFrame = 20000;
+    QByteArray tArchive;
+    std::vector<Frame> tFrames;
+    for (tAt = 0; tAt < tTar.size(); tAt += sFrame) {
+        const QByteArray tPart = tTar.mid(tAt, sFrame);
+        QByteArray tPacked(static_cast<qsizetype>(ZSTD_compressBound(sFrame)), '\0');
+        tPacked.resize(
+            static_cast<qsizetype>(ZSTD_compress(tPacked.data(), static_cast<size_t>(tPacked.size()),
+                                                 tPart.constData(), static_cast<size_t>(tPart.size()), 1)));
+        tFrames.push_back({tPacked.size(), tPart.size(), hashOf(tPacked)});
+        tArchive += tPacked;
+    }
+    const QByteArray tText = indexText(tFrames, tIndex);
+    const QByteArray tPacked = packIndex(tText);
+    pInfo->mIndex = {{tPacked.size(), hashOf(tPacked)}, {hashOf(tText), tText.size()}};
+    writeFile(path(q("targets/")) + pInfo->mIndex->name(), tPacked);
+    return tArchive;
+}
+
+void PackageRepository::addDelta(const QString& pArchive, PackageInfo* pInfo)
+{
+    const auto tBefore = mBefore.find(pInfo->mName);
+    if (tBefore == mBefore.end()) {
+        return;
+    }
+    const auto tOpen = [this](const PackageInfo& pOf, const QString& pFile, PackageVersion* pTo) {
+        const IndexLimits tLimits{.mMaxBytes = pOf.mInstalledSize, .mArchiveSize = QFileInfo(pFile).size()};
+        return !pTo->open(path(q("targets/")) + pOf.mIndex->name(), tLimits, pFile + q(".scratch")) &&
+               !pTo->unpack(pFile);
+    };
+    PackageVersion tOld(tarn::os::realFileSystem());
+    PackageVersion tNew(tarn::os::realFileSystem());
+    tarn::vkpublish::DeltaResult tResult;
+    const QString tDelta = path(q("delta"));
+    EXPECT_TRUE(tOpen(tBefore->first, tBefore->second, &tOld) && tOpen(*pInfo, pArchive, &tNew) &&
+                !makeDelta(tarn::os::realFileSystem(), tOld, tNew, 1, tDelta, &tResult));
+    pInfo->mDeltas = {{{tResult.mLength, tResult.mHash}, tBefore->first.mIndex->mText}};
+    QFile::rename(tDelta, path(q("targets/")) + pInfo->mDeltas.first().name());
 }
 
 QString PackageRepository::add(const PackageInfo& pInfo, const QByteArray& pArchive)

@@ -2,6 +2,7 @@
 
 #include "Files.h"
 #include "packages/PackageInfo.h"
+#include "TestArchive.h"
 #include "TestRepository.h"
 
 #include <QtCore/QTemporaryDir>
@@ -43,9 +44,22 @@ public:
     // Replaces the signed description, valid or not, of a target of add().
     void set(const QString& pFile, const char* pMember, const QJsonValue& pValue);
     void remove(const QString& pName);
+    // What packages get beside their archives from now on. Frames have some kB.
+    enum class Beside
+    {
+        Nothing,
+        Index,
+        IndexAndDelta, // from the version that was added before
+    };
+    void setBeside(Beside pBeside) { mBeside = pBeside; }
     // All roles but the root, into the folder.
     void publish();
 
 private:
+    QByteArray addIndex(const QList<TestEntry>& pEntries, tarn::packages::PackageInfo* pInfo);
+    void addDelta(const QString& pArchive, tarn::packages::PackageInfo* pInfo);
+
     QTemporaryDir mDir;
+    Beside mBeside = Beside::Nothing;
+    QMap<QString, std::pair<tarn::packages::PackageInfo, QString>> mBefore; // with its archive
 };

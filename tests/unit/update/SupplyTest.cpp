@@ -1,0 +1,131 @@
+// The ways to a package: a delta, ranges of its archive, the whole archive.
+
+#include "TestServer.h"
+#include "UpdateFixture.h"
+
+#include <sys/stat.h>
+
+using namespace tarn;
+using namespace tarn::vkservice;
+
+namespace {
+
+using Beside = PackageRepository::Beside;
+
+class SupplyTest : public UpdateFixture
+{
+protected:
+    SupplyTest()
+    {
+        mRepository.setBeside(Beside::IndexAndDelta);
+        mPackages = {{q("lib"),
+                      q("1.0"),
+                      {{q("a/same"), noise(70000, 1)}, {q("big"), noise(70000, 2)}, {q("bin/tool"), "1"}}}};
+        for (const char* tName : {"app", "lib", "maps"}) {
+            mRepository.remove(q(tName));
+        }
+        publish();
+        mMachine.request().mProxyMode = vkcore::NetProxyModeManual;
+        mMachine.request().mProxy = vkcore::NetProxy(false, false);
+        mMachine.request().mPatience = {5, 1000, 2, 10, 2, 10};
+    }
+
+    // A new version: one file has changed a bit, one has another name.
+    void publishNext(Beside pBeside)
+    {
+        mRepository.setBeside(pBeside);
+        TestPackage& tLib = mPackages.first();
+        tLib.mVersion = q("%1.0").arg(++mNumber);
+        tLib.mFiles[q("big")].replace(100, 4, QByteArray::number(1000 + mNumber));
+        tLib.mFiles.insert(q("moved%1").arg(mNumber), tLib.mFiles.take(q("bin/tool")));
+        tLib.mFiles.insert(q("bin/tool"), QByteArray::number(mNumber));
+        mRepository.remove(q("lib"));
+        publish();
+    }
+    QString target(const char* pSuffix) const
+    {
+        const QStringList tNames =
+            QDir(mRepository.path(q("targets"))).entryList({q("*") + q(pSuffix)}, QDir::Files, QDir::Time);
+        return mRepository.path(q("targets/")) + tNames.value(0);
+    }
+    void changeByte(const QString& pFile, qsizetype pAt)
+    {
+        QByteArray tBytes = readFile(pFile);
+        mSpoilt = {pFile, tBytes};
+        tBytes[pAt] = static_cast<char>(tBytes[pAt] ^ 1);
+        QFile::remove(pFile);
+        writeFile(pFile, tBytes);
+    }
+
+    int mNumber = 1;
+    std::pair<QString, QByteArray> mSpoilt; // what was there before
+};
+
+} // namespace
+
+TEST_F(SupplyTest, TakesTheCheapestWayThatWorks)
+{
+    struct Case
+    {
+        const char* mName;
+        Beside mBeside;
+        QString mRequests; // of targets: their kinds and statuses
+        int mWarnings;
+        std::function<void()> mSpoil = [] {};
+        QByteArray mConfiguration = {};
+    };
+    const QString tInstalled = mMachine.installed(q("lib/a/same"));
+    const Case tCases[] = {
+        {"delta", Beside::IndexAndDelta, q("delta 200"), 0},
+        {"ranges", Beside::Index, q("index 200, range 206"), 0},
+        {"nothing beside", Beside::Nothing, q("archive 200"), 0},
+        {"from a version without index", Beside::Index, q("index 200, range 206"), 0},
+        {"server without ranges", Beside::Index, q("index 200, range 200, archive 200"), 0, [] {},
+         "max_ranges 0;"},
+        {"changed byte in the delta", Beside::IndexAndDelta, q("delta 200, index 200, range 206"), 1,
+         [this] { changeByte(target(".delta"), 200); }},
+        {"changed byte in the index", Beside::Index, q("index 200, archive 200"), 1,
+         [this] { changeByte(target(".index.zst"), 100); }},
+        {"no index on the server", Beside::Index, q("index 404, archive 200"), 1,
+         [this] {
+             changeByte(target(".index.zst"), 0);
+             QFile::remove(mSpoilt.first);
+         }},
+        {"from a version whose index is missing", Beside::IndexAndDelta, q("index 200, range 206"), 0},
+        {"changed installed file and a delta", Beside::IndexAndDelta, q("delta 200, range 206"), 1,
+         [&] { changeByte(QFileInfo(tInstalled).canonicalFilePath(), 5); }},
+        {"archive is here", Beside::Index, q("index 200"), 0,
+         [this] {
+             const QString tArchive = mTargets.value(q("lib"));
+             const QString tName = QFileInfo(tArchive).fileName().section(u'.', 0, 0);
+             writeFile(mMachine.path(q("state/downloads/")) + tName, readFile(tArchive));
+         }},
+    };
+    run(ResultSuccess);
+    for (const Case& tCase : tCases) {
+        SCOPED_TRACE(tCase.mName);
+        publishNext(tCase.mBeside);
+        tCase.mSpoil();
+        TestServer tServer(mRepository.path());
+        tServer.addConfiguration(tCase.mConfiguration);
+        ASSERT_TRUE(tServer.start());
+        mMachine.request().mCaFile = tServer.caFile();
+        mMachine.setServers({tServer.uri()});
+        run(ResultSuccess);
+        EXPECT_TRUE(mMachine.currentFiles() == filesOf(mPackages));
+        EXPECT_EQ(text(mMachine.litter()), "");
+        EXPECT_EQ(mMachine.mMessages.size(), tCase.mWarnings) << text(mMachine.mMessages);
+        QStringList tRequests;
+        for (const QString& tLine : tServer.requests().filter(q("/targets/"))) {
+            const QString tKind = tLine.contains(q(".delta"))   ? q("delta ")
+                                  : tLine.contains(q(".index")) ? q("index ")
+                                  : tLine.contains(q("?range")) ? q("range ")
+                                                                : q("archive ");
+            tRequests.append(tKind + tLine.section(u' ', 2, 2));
+        }
+        EXPECT_EQ(tRequests.join(q(", ")), tCase.mRequests);
+        if (mSpoilt.first.startsWith(mRepository.path())) {
+            writeFile(mSpoilt.first, mSpoilt.second);
+        }
+    }
+}
