@@ -169,7 +169,7 @@ def peers_make(pair):
             ostree --repo={pair}/ostree-machine init --mode=bare
             ostree --repo={pair}/ostree-machine pull-local {web}/ostree pair
             ostree --repo={web}/ostree commit -b pair --tree=dir={pair}/new""")
-        row("ostree", "`ostree static-delta generate`", f"ostree --repo={web}/ostree static-delta generate pair >/dev/null;"
+        row("ostree", "`ostree static-delta generate`", f"ostree --repo={web}/ostree static-delta generate pair >/dev/null 2>&1;"
             f"ostree --repo={web}/ostree summary -u", "ostree/deltas")
     if has("zck"):
         for version in ("old", "new"):
@@ -256,6 +256,7 @@ class Machine:
         # Set aside instead of removed: see bench/run.
         self.folder.rename(self.folder.with_suffix(f".{time.monotonic_ns()}"))
         run("cp", "-a", self.folder.with_suffix(".old"), self.folder)
+        (self.folder / "state/state.db").unlink()  # it holds the address of the server
 
     def update(self, delay):
         state = self.folder
