@@ -38,7 +38,8 @@ set(CPACK_DEBIAN_CLIENT_PACKAGE_NAME rkm)
 set(CPACK_DEBIAN_CLIENT_PACKAGE_DEPENDS "libvkcore1 ${SAME_VERSION}, vkservice ${SAME_VERSION}")
 set(CPACK_DEBIAN_CLIENT_DESCRIPTION "command line client of the update service
 Shows and changes the settings of vkservice, starts an update and follows
-it to its end, and reads the log of what was installed.")
+it to its end, and reads the log of what was installed. With it comes vkctl,
+which proves and repairs the installed packages.")
 
 set(CPACK_DEBIAN_SERVICE_PACKAGE_NAME vkservice)
 set(CPACK_DEBIAN_SERVICE_PACKAGE_DEPENDS "libvkcore1 ${SAME_VERSION}")
