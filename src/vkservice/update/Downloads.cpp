@@ -10,6 +10,7 @@
 
 #include <QtCore/QHash>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -20,6 +21,7 @@ namespace tarn::vkservice::update {
 namespace {
 
 const QString sTargetsFolder = u"targets/"_s;
+constexpr size_t sMostOpen = 100; // files at a time
 
 } // namespace
 
@@ -110,49 +112,65 @@ Failure Downloads::download(Source& pSource, Items* pItems)
 {
     qint64 tTotal = 0;
     for (const Item& tItem : *pItems) {
-        tTotal += tItem.length();
+        addBytes(&tTotal, tItem.length());
     }
     mReporter.begin(vkcore::ActivityDownloading, true, tTotal, true);
-    const auto tAdvance = [this](qint64 pBytes) { mReporter.advance(pBytes); };
-
-    std::vector<std::pair<Item*, Transfer>> tTransfers;
+    mReporter.atPackage(1, static_cast<int>(pItems->size()), QString());
+    std::vector<Item*> tToCome;
     for (Item& tItem : *pItems) {
         if (tItem.mFile->isComplete()) {
-            tAdvance(tItem.mFile->maxLength());
-            continue;
+            mReporter.advance(tItem.length());
+        } else {
+            tToCome.push_back(&tItem);
         }
-        if (const Failure tFailure = tItem.mFile->open(mAbort, tAdvance)) {
+    }
+    const std::span<Item*> tItems(tToCome);
+    for (size_t tNext = 0; tNext < tItems.size(); tNext += sMostOpen) {
+        if (const Failure tFailure =
+                transfer(pSource, tItems.subspan(tNext, std::min(sMostOpen, tItems.size() - tNext)))) {
             return tFailure;
         }
-        tItem.mHashed = true;
-        tItem.mResumed = tItem.mFile->received() > 0;
-        tItem.mFile->setProgress([this](qint64 pBytes) {
-            mReceived += pBytes;
+    }
+    return mAbort.isSet() ? Failure::canceled() : Failure();
+}
+
+// A failure is one of this machine.
+Failure Downloads::transfer(Source& pSource, std::span<Item*> pItems)
+{
+    std::vector<Transfer> tTransfers;
+    for (Item* tItem : pItems) {
+        if (const Failure tFailure =
+                tItem->mFile->open(mAbort, [this](qint64 pBytes) { mReporter.advance(pBytes); })) {
+            return tFailure;
+        }
+        tItem->mHashed = true;
+        tItem->mResumed = tItem->mFile->received() > 0;
+        tItem->mFile->setProgress([this](qint64 pBytes) {
+            mReceived += qMax<qint64>(pBytes, 0);
             mReporter.advance(pBytes);
         });
-        const Wanted& tWanted = tItem.mDownload->mWanted;
+        const Wanted& tWanted = tItem->mDownload->mWanted;
         const QString tPath = sTargetsFolder + tWanted.mFetchPath;
-        tTransfers.push_back({&tItem, {tPath, tItem.mFile.get(), {}, {}, false, {}, tWanted.mPart}});
+        tTransfers.push_back({tPath, tItem->mFile.get(), {}, {}, false, {}, tWanted.mPart});
     }
     QList<Transfer*> tToDo;
-    for (auto& tPair : tTransfers) {
-        tToDo.append(&tPair.second);
+    for (Transfer& tTransfer : tTransfers) {
+        tToDo.append(&tTransfer);
     }
-    mReporter.atPackage(1, static_cast<int>(pItems->size()), QString());
-    if (!tToDo.isEmpty()) {
-        pSource.run(tToDo, mAbort);
-    }
+    pSource.run(tToDo, mAbort);
     Failure tFirst;
-    for (auto& [tItem, tTransfer] : tTransfers) {
-        Failure tFailure = tItem->mFile->close();
+    for (size_t tIndex = 0; tIndex < pItems.size(); ++tIndex) {
+        Item& tItem = *pItems[tIndex];
+        const Transfer& tTransfer = tTransfers[tIndex];
+        Failure tFailure = tItem.mFile->close();
         tFailure = tTransfer.mFailure ? tTransfer.mFailure : tFailure;
         if (tFailure && !isServersFault(tFailure)) {
             tFirst = tFirst ? tFirst : tFailure;
         }
-        tItem->failure() = tFailure;
-        tItem->mDownload->mHasNoParts = tTransfer.mHasNoParts;
+        tItem.failure() = tFailure;
+        tItem.mDownload->mHasNoParts = tTransfer.mHasNoParts;
     }
-    return mAbort.isSet() ? Failure::canceled() : tFirst;
+    return tFirst;
 }
 
 Failure Downloads::verify(Items* pItems, std::vector<Item*>* pSpoiled)

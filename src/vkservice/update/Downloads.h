@@ -7,6 +7,7 @@
 #include <QtCore/QSet>
 
 #include <functional>
+#include <span>
 #include <vector>
 
 namespace tarn::os {
@@ -63,6 +64,7 @@ private:
 
     Failure fetch(Source& pSource, Items* pItems);
     Failure download(Source& pSource, Items* pItems);
+    Failure transfer(Source& pSource, std::span<Item*> pItems);
     void removeIf(const std::function<bool(const QByteArray&)>& pCondition);
     Failure verify(Items* pItems, std::vector<Item*>* pSpoiled);
 

@@ -116,6 +116,9 @@ QByteArray PackageRepository::addIndex(const QList<TestEntry>& pFiles, PackageIn
         tFrames.push_back({tPacked.size(), tPart.size(), hashOf(tPacked)});
         tArchive += tPacked;
     }
+    if (mOnIndex) {
+        mOnIndex(&tIndex);
+    }
     const QByteArray tText = indexText(tFrames, tIndex);
     const QByteArray tPacked = packIndex(tText);
     pInfo->mIndex = {{tPacked.size(), hashOf(tPacked)}, {hashOf(tText), tText.size()}};

@@ -4,9 +4,13 @@
 #include "packages/PackageInfo.h"
 #include "TestArchive.h"
 #include "TestRepository.h"
+#include "trees/IndexEntry.h"
 
 #include <QtCore/QTemporaryDir>
 #include <QtCore/QUrl>
+
+#include <functional>
+#include <vector>
 
 using FileMap = QMap<QString, QByteArray>;
 
@@ -52,6 +56,10 @@ public:
         IndexAndDelta, // from the version that was added before
     };
     void setBeside(Beside pBeside) { mBeside = pBeside; }
+    // What was added last under a name, with an index.
+    tarn::packages::PackageInfo added(const QString& pName) const { return mBefore.value(pName).first; }
+    // Called with the entries of the next indexes, to change them.
+    std::function<void(std::vector<tarn::trees::IndexEntry>*)> mOnIndex;
     // All roles but the root, into the folder.
     void publish();
 

@@ -3,8 +3,6 @@
 #include "TestServer.h"
 #include "UpdateFixture.h"
 
-#include <sys/stat.h>
-
 using namespace tarn;
 using namespace tarn::vkservice;
 
@@ -75,6 +73,7 @@ TEST_F(SupplyTest, TakesTheCheapestWayThatWorks)
         QByteArray mConfiguration = {};
     };
     const QString tInstalled = mMachine.installed(q("lib/a/same"));
+    packages::SideFile tOldDelta;
     const Case tCases[] = {
         {"delta", Beside::IndexAndDelta, q("delta 200"), 0},
         {"ranges", Beside::Index, q("index 200, range 206"), 0},
@@ -94,6 +93,24 @@ TEST_F(SupplyTest, TakesTheCheapestWayThatWorks)
         {"from a version whose index is missing", Beside::IndexAndDelta, q("index 200, range 206"), 0},
         {"changed installed file and a delta", Beside::IndexAndDelta, q("delta 200, range 206"), 1,
          [&] { changeByte(QFileInfo(tInstalled).canonicalFilePath(), 5); }},
+        {"delta that starts from another version", Beside::IndexAndDelta,
+         q("delta 200, index 200, range 206"), 1,
+         [&] {
+             packages::PackageInfo tInfo = mRepository.added(q("lib"));
+             tInfo.mDeltas.first().mFile = tOldDelta;
+             mRepository.set(mTargets.value(q("lib")), "custom", tInfo.toJson());
+             mRepository.publish();
+         }},
+        {"index that lies about a file", Beside::Index, q("index 200, range 206, archive 200"), 1,
+         [this] {
+             mRepository.mOnIndex = [](std::vector<trees::IndexEntry>* pEntries) {
+                 for (trees::IndexEntry& tEntry : *pEntries) {
+                     tEntry.mHash = tEntry.mPath == "big" ? tuf::Hash() : tEntry.mHash;
+                 }
+             };
+             publishNext(Beside::Index);
+             mRepository.mOnIndex = nullptr;
+         }},
         {"archive is here", Beside::Index, q("index 200"), 0,
          [this] {
              const QString tArchive = mTargets.value(q("lib"));
@@ -104,6 +121,10 @@ TEST_F(SupplyTest, TakesTheCheapestWayThatWorks)
     run(ResultSuccess);
     for (const Case& tCase : tCases) {
         SCOPED_TRACE(tCase.mName);
+        const packages::PackageInfo tBefore = mRepository.added(q("lib"));
+        if (!tBefore.mDeltas.isEmpty()) {
+            tOldDelta = tBefore.mDeltas.first().mFile;
+        }
         publishNext(tCase.mBeside);
         tCase.mSpoil();
         TestServer tServer(mRepository.path());
