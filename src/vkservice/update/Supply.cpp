@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -24,12 +25,20 @@ using trees::FrameRun;
 namespace {
 
 constexpr size_t sMostRequests = 300; // of one package
-constexpr qint64 sMostPercent = 105;  // of the archive
+constexpr qint64 sMostMore = 20;      // a package costs at most a 20th more than its archive
 
 // Files of this machine, or of this server, that are not what was signed: another way may still work.
 bool isOfTheWay(const Failure& pFailure)
 {
     return pFailure.mKind == Failure::Kind::Content || isServersFault(pFailure);
+}
+
+// A frame that was taken gave all files that are inside of it, or the index does not belong to the archive.
+bool isInsideOf(const FrameRun& pRun, const trees::FrameRuns& pTaken)
+{
+    return std::any_of(pTaken.begin(), pTaken.end(), [&pRun](const FrameRun& pOther) {
+        return pOther.mFirst <= pRun.mFirst && pRun.mFirst + pRun.mCount <= pOther.mFirst + pOther.mCount;
+    });
 }
 
 } // namespace
@@ -101,7 +110,7 @@ void Supply::warn(const Parcel& pParcel, const Failure& pFailure)
 
 bool Supply::mayCost(const Parcel& pParcel, qint64 pBytes) const
 {
-    return pParcel.mSpent + pBytes <= pParcel.archiveLength() / 100 * sMostPercent;
+    return pParcel.mSpent + pBytes <= pParcel.archiveLength() + pParcel.archiveLength() / sMostMore;
 }
 
 Supply::Parcels Supply::parcels(bool (*pIsWanted)(const Parcel&))
@@ -156,15 +165,15 @@ void Supply::loadInstalled()
 void Supply::chooseWay(Parcel* pParcel)
 {
     const packages::PackageInfo& tInfo = pParcel->info();
-    const bool tIsHere = mParts.mDownloads.onDisk(pParcel->archive()) == pParcel->archiveLength();
-    if (!tInfo.mIndex || tIsHere || mParts.mInstalled.mPackages.isEmpty()) {
+    // An earlier run may have left a part of the archive, or all of it.
+    const qint64 tRest = pParcel->archiveLength() - mParts.mDownloads.onDisk(pParcel->archive());
+    if (!tInfo.mIndex || tRest <= tInfo.mIndex->mFile.mLength || mParts.mInstalled.mPackages.isEmpty()) {
         return;
     }
     pParcel->mWay = Way::Ranges;
     for (const DeltaFile& tDelta : tInfo.mDeltas) {
         const auto* tBase = mFiles.withIndex(tDelta.mFrom);
-        const qint64 tBest =
-            pParcel->mDelta == nullptr ? pParcel->archiveLength() : pParcel->mDelta->mFile.mLength;
+        const qint64 tBest = pParcel->mDelta == nullptr ? tRest : pParcel->mDelta->mFile.mLength;
         if (tBase != nullptr && tDelta.mFile.mLength < tBest) {
             pParcel->mWay = Way::Delta;
             pParcel->mDelta = &tDelta;
@@ -334,8 +343,8 @@ void Supply::chooseRanges(Parcel* pParcel)
     }
     pParcel->mRuns = trees::framesOf(*pParcel->mTree, pParcel->mNeeds.mMissing);
     const qint64 tBytes = trees::packedBytes(pParcel->mRuns);
-    if (pParcel->mRuns.size() > sMostRequests || tBytes >= pParcel->archiveLength() ||
-        !mayCost(*pParcel, tBytes)) {
+    const qint64 tRest = pParcel->archiveLength() - mParts.mDownloads.onDisk(pParcel->archive());
+    if (pParcel->mRuns.size() > sMostRequests || tBytes >= tRest || !mayCost(*pParcel, tBytes)) {
         pParcel->mWay = Way::Whole;
     }
 }
@@ -483,7 +492,12 @@ Failure Supply::build(Parcel* pParcel)
         return tFailure;
     }
     if (!tBuilder.isComplete()) {
-        pParcel->mRuns = tBuilder.missingFrames();
+        const trees::FrameRuns tTaken = std::exchange(pParcel->mRuns, tBuilder.missingFrames());
+        if (std::any_of(pParcel->mRuns.begin(), pParcel->mRuns.end(),
+                        [&tTaken](const FrameRun& pRun) { return isInsideOf(pRun, tTaken); })) {
+            distrustIndex(pParcel);
+            return {};
+        }
         if (pParcel->mRuns.size() > sMostRequests || !mayCost(*pParcel, trees::packedBytes(pParcel->mRuns))) {
             return {};
         }
@@ -492,6 +506,9 @@ Failure Supply::build(Parcel* pParcel)
         tFailure = fetchRuns({pParcel});
         if (!tFailure && pParcel->mWay == Way::Ranges) {
             tFailure = tTake();
+            if (!tFailure && !tBuilder.isComplete()) {
+                distrustIndex(pParcel);
+            }
         }
     }
     if (tFailure || !tBuilder.isComplete()) {
@@ -499,6 +516,13 @@ Failure Supply::build(Parcel* pParcel)
     }
     pParcel->mPackage->mIsStaged = true;
     return tBuilder.finish();
+}
+
+// The package is then installed as one without an index: nothing can be proven by a wrong one.
+void Supply::distrustIndex(Parcel* pParcel)
+{
+    warn(*pParcel, Failure::content(u"Its index is not that of its archive"_s));
+    pParcel->mPackage->mOffer.mInfo.mIndex.reset();
 }
 
 Failure Supply::unpackWhole()

@@ -75,6 +75,7 @@ private:
 
     Failure stage(Parcel* pParcel);
     Failure build(Parcel* pParcel);
+    void distrustIndex(Parcel* pParcel);
     Failure unpackWhole();
     void warn(const Parcel& pParcel, const Failure& pFailure);
     bool mayCost(const Parcel& pParcel, qint64 pBytes) const;
