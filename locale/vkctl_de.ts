@@ -204,8 +204,8 @@ Optionen:
         <translation>  und %1 weitere</translation>
     </message>
     <message>
-        <source>Verified: %1 files, %2, in %3 packages</source>
-        <translation>Geprüft: %1 Dateien, %2, in %3 Paketen</translation>
+        <source>Verified: %1 files, %2; packages: %3</source>
+        <translation>Geprüft: %1 Dateien, %2; Pakete: %3</translation>
     </message>
     <message>
         <source>These packages have no index and can&apos;t be proven: %1</source>

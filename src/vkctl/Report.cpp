@@ -145,7 +145,7 @@ QString Report::summary() const
         tFiles += tPackage.mFiles;
         tBytes += tPackage.mBytes;
     }
-    QStringList tLines{tr("Verified: %1 files, %2, in %3 packages")
+    QStringList tLines{tr("Verified: %1 files, %2; packages: %3")
                            .arg(tFiles)
                            .arg(bytesText(tBytes))
                            .arg(mPackages.mPackages.size())};

@@ -85,13 +85,13 @@ TEST(CtlTest, TellsByTextAndStatusWhatTheServiceKnows)
              sDamageText,
          "", 2},
         {"verify", "verify", machine(sSound),
-         "Verified: 2 files, 1.5 kB, in 1 packages\nAll files are as they were published.\n", "", 0},
+         "Verified: 2 files, 1.5 kB; packages: 1\nAll files are as they were published.\n", "", 0},
         {"verify without index", "verify", machine(sUnproven),
-         "Verified: 4 files, 3.0 kB, in 2 packages\n"
+         "Verified: 4 files, 3.0 kB; packages: 2\n"
          "These packages have no index and can't be proven: b 1.0.0.0\n",
          "", 3},
         {"verify damage", "verify", machine(sDamaged),
-         "Verified: 2 files, 1.5 kB, in 1 packages\n" + sDamageText +
+         "Verified: 2 files, 1.5 kB; packages: 1\n" + sDamageText +
              "The next update or \"vkctl repair\" installs the damaged packages again.\n",
          "", 2},
         {"verify cut short", "verify", machine(sSound, "It was stopped."), "",

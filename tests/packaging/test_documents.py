@@ -34,12 +34,8 @@ def shape(value):
 
 
 def damage_a_package(folder):
-    """Changes an installed file. The machine gets the package's index if the update has not kept it."""
+    """Changes an installed file."""
     package = json.loads(read(folder, "installed/current/.manifest.json"))["packages"][0]
-    index = package["info"]["index"]
-    os.makedirs(os.path.join(folder, "state/indexes"), exist_ok=True)
-    shutil.copy(os.path.join(folder, f"repository/targets/{index['sha256']}.index.zst"),
-                os.path.join(folder, f"state/indexes/{index['text']['sha256']}.zst"))
     path = os.path.join(folder, "installed", package["folder"], "bin/viewer")
     os.chmod(path, 0o755)
     with open(path, "ab") as file:
@@ -82,9 +78,9 @@ def real_files(folder):
     log = sqlite3.connect(os.path.join(state, "install-log.db"))
     log.execute("BEGIN IMMEDIATE")
     run(rkm, "update")
-    log.close()
     damage_a_package(folder)
     subprocess.run([os.path.join(os.path.dirname(rkm), "vkctl"), "verify"], capture_output=True, check=False)
+    log.close()
     places = {".manifest.json": "installed/generations/1/.manifest.json", ".vk-root": "installed/.vk-root",
               "installation.json": "state/installation.json", "damage.json": "state/damage.json",
               "The note on a server": "state/trust/*/servers/*.json",

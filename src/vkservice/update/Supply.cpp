@@ -501,7 +501,10 @@ Failure Supply::build(Parcel* pParcel)
         if (pParcel->mRuns.size() > sMostRequests || !mayCost(*pParcel, trees::packedBytes(pParcel->mRuns))) {
             return {};
         }
-        warn(*pParcel, {Failure::Kind::Content, u"Some installed files are not as they were installed"_s});
+        if (pParcel->mPackage->mRepair == 0) {
+            warn(*pParcel,
+                 {Failure::Kind::Content, u"Some installed files are not as they were installed"_s});
+        }
         pParcel->mWay = Way::Ranges;
         tFailure = fetchRuns({pParcel});
         if (!tFailure && pParcel->mWay == Way::Ranges) {
