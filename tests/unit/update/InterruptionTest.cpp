@@ -222,8 +222,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Interruption{"BadDiskInDelta", Kind::Error, EIO, false, Beside::IndexAndDelta},
                     Interruption{"AbortInRanges", Kind::Abort, 0, false, Beside::Index},
                     Interruption{"KillInRanges", Kind::Kill, 0, false, Beside::Index},
-                    Interruption{"KillInDelta", Kind::Kill, 0, false, Beside::IndexAndDelta},
-                    Interruption{"PowerCutInDelta", Kind::PowerCut, 0, false, Beside::IndexAndDelta}),
+                    Interruption{"KillInDelta", Kind::Kill, 0, false, Beside::IndexAndDelta}),
     [](const auto& pInfo) { return std::string(pInfo.param.mName); });
 
 namespace {
