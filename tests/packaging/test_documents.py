@@ -80,7 +80,7 @@ def real_files(folder):
     run(rkm, "update")
     damage_a_package(folder)
     subprocess.run([os.path.join(os.path.dirname(rkm), "vkctl"), "verify"], capture_output=True, check=False)
-    log.close()
+    log.close()  # its worker would have entered the run
     places = {".manifest.json": "installed/generations/1/.manifest.json", ".vk-root": "installed/.vk-root",
               "installation.json": "state/installation.json", "damage.json": "state/damage.json",
               "The note on a server": "state/trust/*/servers/*.json",
@@ -117,7 +117,7 @@ class Documents(unittest.TestCase):
                 self.assertIn(name, known, promise)
 
     def test_examples_of_file_formats_are_like_real_files(self):
-        sections = re.findall(r"(?ms)^## (.*?)$.*?```json\n(.*?)```", read("docs/file-formats.md"))
+        sections = re.findall(r"(?ms)^## ([^\n]*)$(?:(?!^## ).)*?```json\n(.*?)```", read("docs/file-formats.md"))
         examples = {heading: json.loads(example) for heading, example in sections}
         with tempfile.TemporaryDirectory() as folder:
             files = real_files(folder)
