@@ -131,7 +131,8 @@ bool applySteps(QByteArrayView pBase, Frames* pFrames, qint64 pLength, QByteArra
 
 void appendStep(const PatchStep& pStep, QByteArray* pControl)
 {
-    appendNumber(static_cast<quint64>(pStep.mSeek) << 1 ^ static_cast<quint64>(pStep.mSeek >> 63), pControl);
+    const quint64 tSign = pStep.mSeek < 0 ? ~quint64(0) : 0;
+    appendNumber(static_cast<quint64>(pStep.mSeek) << 1 ^ tSign, pControl);
     appendNumber(static_cast<quint64>(pStep.mAdd), pControl);
     appendNumber(static_cast<quint64>(pStep.mCopy), pControl);
 }

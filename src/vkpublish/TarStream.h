@@ -27,9 +27,9 @@ public:
     virtual void endContent() = 0;
 };
 
-// Makes the tar stream of a folder's entries. It only depends on their names, contents, permissions and times:
-// owner and group are 0, only the owner has write permission, times are whole seconds and not later than the
-// latest one.
+// Makes the tar stream of a folder's entries. It only depends on their names, contents, permissions and
+// times: owner and group are 0, only the owner has write permission, times are whole seconds and not later
+// than the latest one.
 class TarStream
 {
 public:
