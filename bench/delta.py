@@ -4,6 +4,7 @@
 delta.py PLACE PREFIX [PAIR ...]: PLACE is an empty folder, PREFIX has the installed programs. Pairs are two versions of
 Debian packages that apt can download, and tables. Other programs are compared where they are installed.
 """
+import atexit
 import os
 import pathlib
 import re
@@ -225,6 +226,7 @@ class Server:
             self.ports[delay] = free_port(), free_port()
             for near, far in zip(self.ports[delay], ports):
                 self.processes.append(spawn(sys.executable, HERE / "slow_proxy.py", near, far, delay)[0])
+        atexit.register(self.stop)
         for pair in self.ports.values():
             for port in pair:
                 wait_for_port(port)
