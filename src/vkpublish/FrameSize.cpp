@@ -18,7 +18,7 @@ namespace {
 constexpr qint64 sMiB = 1024 * 1024;
 constexpr std::array<qint64, 5> sFrameSizes{4 * sMiB, 8 * sMiB, 16 * sMiB, 32 * sMiB, 64 * sMiB};
 constexpr qint64 sOneFrame = std::numeric_limits<qint64>::max() / 4;
-constexpr qint64 sMostPercent = 4;
+constexpr qint64 sMostPercent = 2;
 constexpr int sLevel = 3;
 constexpr qsizetype sBatch = 8 * sMiB;
 
