@@ -49,6 +49,10 @@ Optionen:
 <context>
     <name>tarn::vkctl::CtlApplication</name>
     <message>
+        <source>The standard output can&apos;t be written.</source>
+        <translation>In die Standardausgabe kann nicht geschrieben werden.</translation>
+    </message>
+    <message>
         <source>Interrupted.</source>
         <translation>Unterbrochen.</translation>
     </message>

@@ -115,6 +115,20 @@ Failure makePath(FileSystem& pFileSystem, const QString& pPath, mode_t pMode)
     }
 }
 
+Descriptor openRegular(FileSystem& pFileSystem, const QByteArray& pPath)
+{
+    Descriptor tFile(pFileSystem, pFileSystem.open(pPath, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+    struct stat tStat;
+    if (!tFile.isOpen() || ::fstat(tFile.fd(), &tStat) != 0) {
+        return {};
+    }
+    if (!S_ISREG(tStat.st_mode)) {
+        errno = EINVAL;
+        return {};
+    }
+    return tFile;
+}
+
 Result<QByteArray> readFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxSize)
 {
     // Not blocking: a pipe in place of the file must not block the caller.

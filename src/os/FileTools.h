@@ -9,11 +9,17 @@
 
 namespace tarn::os {
 
+class Descriptor;
+
 // Writes all bytes, in several calls if needed. -1 and errno on failure.
 int writeAll(FileSystem& pFileSystem, int pFd, const char* pData, size_t pSize);
 
 // A folder with all folders above it; one that is there already is fine.
 Failure makePath(FileSystem& pFileSystem, const QString& pPath, mode_t pMode);
+
+// Opens a regular file to read it. Not open, with errno, for anything else with this name: no link is
+// followed, and a pipe does not block the caller.
+Descriptor openRegular(FileSystem& pFileSystem, const QByteArray& pPath);
 
 // Reads a whole regular file. NotFound if there is none, Content if it is longer than pMaxSize bytes.
 Result<QByteArray> readFile(FileSystem& pFileSystem, const QString& pPath, qint64 pMaxSize);

@@ -112,6 +112,17 @@ void CheckRecord::put(const PackageCheck& pCheck)
     mPackages.append(pCheck);
 }
 
+bool CheckRecord::forgetRestored(const std::function<bool(const QString&)>& pStands)
+{
+    return mPackages.removeIf([&pStands](const PackageCheck& pCheck) {
+        const bool tWasMissing =
+            std::any_of(pCheck.mFindings.begin(), pCheck.mFindings.end(), [](const Finding& pFinding) {
+                return pFinding.mPath.isEmpty() && pFinding.mProblem == "missing"_L1;
+            });
+        return tWasMissing && pStands(pCheck.mFolder);
+    }) > 0;
+}
+
 bool CheckRecord::keepOnly(const QStringList& pFolders)
 {
     return mPackages.removeIf(

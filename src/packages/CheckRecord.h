@@ -8,6 +8,8 @@
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
+#include <functional>
+
 namespace tarn::os {
 class FileSystem;
 }
@@ -60,6 +62,8 @@ struct CheckRecord
 
     const PackageCheck* find(const QString& pFolder) const;
     void put(const PackageCheck& pCheck); // replaces an earlier one of the folder
+    // Forgets a folder that was missing and stands there again; true if there was one.
+    bool forgetRestored(const std::function<bool(const QString&)>& pStands);
     // Forgets all other folders; true if there were any.
     bool keepOnly(const QStringList& pFolders);
     QSet<QString> damagedFolders() const;

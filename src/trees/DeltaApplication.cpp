@@ -18,11 +18,6 @@ namespace tarn::trees {
 
 namespace {
 
-os::Descriptor openFile(os::FileSystem& pFileSystem, const QString& pFile)
-{
-    return {pFileSystem, pFileSystem.open(QFile::encodeName(pFile), O_RDONLY | O_NOFOLLOW)};
-}
-
 // Adds the bytes of an open file; false, with errno, if it is shorter or cannot be read.
 bool readBytes(os::FileSystem& pFileSystem, int pFd, const ByteRange& pBytes, QByteArray* pTo)
 {
@@ -64,8 +59,8 @@ Failure makeIndexText(os::FileSystem& pFileSystem, const QString& pDelta, qint64
     if (!(tReader.header().mOld == pOld)) {
         return Failure::content(u"The delta starts from another version"_s);
     }
-    const os::Descriptor tDelta = openFile(pFileSystem, pDelta);
-    const os::Descriptor tOld = openFile(pFileSystem, pOldText);
+    const os::Descriptor tDelta = os::openRegular(pFileSystem, QFile::encodeName(pDelta));
+    const os::Descriptor tOld = os::openRegular(pFileSystem, QFile::encodeName(pOldText));
     os::Descriptor tNew(pFileSystem, pFileSystem.open(QFile::encodeName(pNewText),
                                                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
     if (!tDelta.isOpen() || !tOld.isOpen() || !tNew.isOpen()) {
@@ -108,7 +103,7 @@ Failure DeltaApplication::run(const QString& pDelta, qint64 pLength)
     if (!mOld.mIndex || !(tReader.header().mOld == *mOld.mIndex)) {
         return Failure::content(u"The delta starts from another version"_s);
     }
-    mDelta = openFile(mBuilder.mFileSystem, pDelta);
+    mDelta = os::openRegular(mBuilder.mFileSystem, QFile::encodeName(pDelta));
     if (!mDelta.isOpen()) {
         return Failure::fromErrno(errno, u"read %1"_s.arg(pDelta));
     }

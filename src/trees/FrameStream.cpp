@@ -1,6 +1,7 @@
 #include "trees/FrameStream.h"
 
 #include "os/AbortFlag.h"
+#include "os/FileTools.h"
 #include "tuf/Hashes.h"
 
 #include <QtCore/QFile>
@@ -20,17 +21,12 @@ namespace {
 
 constexpr qsizetype sBlockSize = 256 * 1024;
 
-os::Descriptor openFile(os::FileSystem& pFileSystem, const QString& pFile)
-{
-    return {pFileSystem, pFileSystem.open(QFile::encodeName(pFile), O_RDONLY | O_NOFOLLOW)};
-}
-
 } // namespace
 
 Failure checkFrames(os::FileSystem& pFileSystem, const QString& pFile, const FrameTable& pFrames,
                     const FrameRun& pRun, const os::AbortFlag* pAbort)
 {
-    const os::Descriptor tFile = openFile(pFileSystem, pFile);
+    const os::Descriptor tFile = os::openRegular(pFileSystem, QFile::encodeName(pFile));
     if (!tFile.isOpen()) {
         return Failure::fromErrno(errno, u"read %1"_s.arg(pFile));
     }
@@ -74,7 +70,7 @@ FrameStream::~FrameStream() = default;
 Failure FrameStream::open(const QString& pFile)
 {
     mPath = pFile;
-    mFile = openFile(mFileSystem, pFile);
+    mFile = os::openRegular(mFileSystem, QFile::encodeName(pFile));
     mText.resize(sBlockSize);
     mTextDone = mText.size();
     return mFile.isOpen() ? Failure() : Failure::fromErrno(errno, u"read %1"_s.arg(pFile));

@@ -92,8 +92,7 @@ Failure unpackIndex(os::FileSystem& pFileSystem, const QString& pPacked, const Q
 
 Failure packIndexFile(os::FileSystem& pFileSystem, const QString& pText, const QString& pPacked)
 {
-    const os::Descriptor tFrom(pFileSystem,
-                               pFileSystem.open(QFile::encodeName(pText), O_RDONLY | O_NOFOLLOW));
+    const os::Descriptor tFrom = os::openRegular(pFileSystem, QFile::encodeName(pText));
     if (!tFrom.isOpen()) {
         return Failure::fromErrno(errno, u"read %1"_s.arg(pText));
     }

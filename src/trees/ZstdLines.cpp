@@ -1,5 +1,6 @@
 #include "trees/ZstdLines.h"
 
+#include "os/FileTools.h"
 #include "trees/FrameTable.h"
 
 #include <QtCore/QFile>
@@ -33,7 +34,7 @@ Failure ZstdLines::open(const QString& pPath, Extent pExtent)
 {
     mPath = pPath;
     mExtent = pExtent;
-    mFile = os::Descriptor(mFileSystem, mFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_NOFOLLOW));
+    mFile = os::openRegular(mFileSystem, QFile::encodeName(pPath));
     return mFile.isOpen() ? Failure() : Failure::fromErrno(errno, u"open %1"_s.arg(pPath));
 }
 

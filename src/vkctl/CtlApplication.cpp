@@ -90,6 +90,10 @@ void CtlApplication::run()
         write(stderr, (mWhat.isEmpty() ? tText : tText.arg(mWhat)) + u'\n');
         tStatus = StatusInterrupted;
     }
+    // A script must not take an answer that was cut off, or is empty, for "sound".
+    if (std::ferror(stdout) != 0) {
+        tStatus = fail(tr("The standard output can't be written."));
+    }
     QCoreApplication::exit(tStatus);
 }
 

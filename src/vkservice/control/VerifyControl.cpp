@@ -10,6 +10,7 @@
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
 
+#include <QtCore/QFileInfo>
 #include <QtCore/QSet>
 
 #include <algorithm>
@@ -283,7 +284,14 @@ void VerifyControl::onRunEnded()
 {
     const auto tInstalled = installed();
     CheckRecord& tRecord = mParts.mRecord.record();
-    if (tInstalled && tRecord.keepOnly(tInstalled->folders())) {
+    const auto tFolders = folders();
+    if (!tInstalled || !tFolders) {
+        return;
+    }
+    const bool tAnyGone = tRecord.keepOnly(tInstalled->folders());
+    const bool tAnyRestored = tRecord.forgetRestored(
+        [&tFolders](const QString& pFolder) { return QFileInfo(tFolders->absolute(pFolder)).isDir(); });
+    if (tAnyGone || tAnyRestored) {
         store();
     }
 }

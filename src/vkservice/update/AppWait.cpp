@@ -1,6 +1,8 @@
 #include "update/AppWait.h"
 
 #include "os/AbortFlag.h"
+#include "os/Descriptor.h"
+#include "os/FileTools.h"
 #include "os/ProcessList.h"
 #include "packages/Manifest.h"
 #include "packages/PackageFolders.h"
@@ -33,9 +35,12 @@ constexpr int sRecheckMs = 10 * 1000;
 // True unless the kernel can run the file itself; other files are read by an interpreter.
 bool needsInterpreter(const QString& pPath)
 {
-    QFile tFile(pPath);
-    return tFile.open(QIODevice::ReadOnly) && tFile.read(4) != QByteArrayLiteral("\x7f"
-                                                                                 "ELF");
+    constexpr QByteArrayView sElf("\x7f"
+                                  "ELF");
+    const os::Descriptor tFile = os::openRegular(os::realFileSystem(), QFile::encodeName(pPath));
+    char tBegin[sElf.size()];
+    return tFile.isOpen() && (::read(tFile.fd(), tBegin, sizeof tBegin) != sElf.size() ||
+                              QByteArrayView(tBegin, sElf.size()) != sElf);
 }
 
 } // namespace

@@ -64,6 +64,11 @@ struct Supply::Parcel
     trees::FrameRuns mRuns;
     qint64 mSpent = 0; // bytes
 
+    void comeWhole()
+    {
+        mWay = Way::Whole;
+        mRuns.clear();
+    }
     const Offer& offer() const { return mPackage->mOffer; }
     const packages::PackageInfo& info() const { return mPackage->mOffer.mInfo; }
     qint64 archiveLength() const { return offer().mTarget.mLength; }
@@ -295,7 +300,7 @@ Failure Supply::fetchIndexes()
     for (Parcel* tParcel : tParcels) {
         const bool tHasIndex = mParts.mIndexes.has(tParcel->info().mIndex->mText);
         if (tParcel->mWay != Way::Whole && (!tHasIndex || readTree(tParcel))) {
-            tParcel->mWay = Way::Whole;
+            tParcel->comeWhole();
         }
     }
     return {};
@@ -345,7 +350,7 @@ void Supply::chooseRanges(Parcel* pParcel)
     const qint64 tBytes = trees::packedBytes(pParcel->mRuns);
     const qint64 tRest = pParcel->archiveLength() - mParts.mDownloads.onDisk(pParcel->archive());
     if (pParcel->mRuns.size() > sMostRequests || tBytes >= tRest || !mayCost(*pParcel, tBytes)) {
-        pParcel->mWay = Way::Whole;
+        pParcel->comeWhole();
     }
 }
 
@@ -401,7 +406,7 @@ Failure Supply::fetchRuns(const Parcels& pParcels)
             return tDownloads[i].mFailure;
         }
         if (tDownloads[i].mFailure || tDownloads[i].mHasNoParts) {
-            tOwners[i]->mWay = Way::Whole;
+            tOwners[i]->comeWhole();
         }
     }
     return {};
@@ -453,7 +458,7 @@ Failure Supply::stage(Parcel* pParcel)
     const QString tFolder = pParcel->mPackage->stagingFolder(mParts.mFolders);
     const Failure tLeft = os::removeTree(mParts.mFileSystem, tFolder);
     tFailure = tFailure ? tFailure : tLeft;
-    pParcel->mWay = Way::Whole;
+    pParcel->comeWhole();
     const bool tEndsTheRun =
         tFailure.mKind == Failure::Kind::Canceled || tFailure.mKind == Failure::Kind::NoSpace;
     if (!tEndsTheRun) {

@@ -3,6 +3,8 @@
 #include "TestServer.h"
 #include "UpdateFixture.h"
 
+#include <sys/stat.h>
+
 using namespace tarn;
 using namespace tarn::vkservice;
 
@@ -93,6 +95,14 @@ TEST_F(SupplyTest, TakesTheCheapestWayThatWorks)
         {"from a version whose index is missing", Beside::IndexAndDelta, q("index 200, range 206"), 0},
         {"changed installed file and a delta", Beside::IndexAndDelta, q("delta 200, range 206"), 1,
          [&] { changeByte(QFileInfo(tInstalled).canonicalFilePath(), 5); }},
+        {"pipe in place of the stored index", Beside::IndexAndDelta, q("index 200, range 206"), 0,
+         [this] {
+             const QDir tIndexes(mMachine.path(q("state/indexes")));
+             for (const QString& tName : tIndexes.entryList(QDir::Files)) {
+                 QFile::remove(tIndexes.filePath(tName));
+                 ASSERT_EQ(::mkfifo(QFile::encodeName(tIndexes.filePath(tName)), 0600), 0);
+             }
+         }},
         {"delta that starts from another version", Beside::IndexAndDelta,
          q("delta 200, index 200, range 206"), 1,
          [&] {
