@@ -126,4 +126,6 @@ TEST_F(VerifyTest, AWorkerServesItAndTheRecordOutlivesIt)
     }
     expectVkctl({"verify"}, 3,
                 "These packages have no index and can't be proven: charts 7.1.0.0, viewer 1.0.0.0\n");
+    mMachine.rkm({"update"});
+    expectVkctl({"verify"}, 2, "  share/1.txt: has other content\n");
 }

@@ -81,6 +81,7 @@ RunResult Run::run()
     if (const Failure tFailure = mIndexes.open()) {
         return failed(tFailure);
     }
+    findLostIndexes();
     if (const Failure tFailure = checkFreeSpace(mFileSystem, {{mRequest.mStateDir, sStateBytes}})) {
         return failed(tFailure);
     }
@@ -154,6 +155,17 @@ Failure Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pA
     return {};
 }
 
+// Without its index a package can't be proven, and its next update costs more.
+void Run::findLostIndexes()
+{
+    mLostIndexes.clear();
+    for (const packages::InstalledPackage& tPackage : mWorkplace.installed().mPackages) {
+        if (tPackage.mInfo.mIndex && !mIndexes.has(tPackage.mInfo.mIndex->mText)) {
+            mLostIndexes.append(tPackage);
+        }
+    }
+}
+
 Failure Run::fetchPackages(Attempt* pAttempt)
 {
     Plan& tPlan = pAttempt->mPlan;
@@ -166,6 +178,9 @@ Failure Run::fetchPackages(Attempt* pAttempt)
                                                              .mReporter = mReporter,
                                                              .mAbort = mAbort},
                                                  pAttempt->mSession->source(), tPlan);
+    if (const Failure tFailure = pAttempt->mSupply->fetchLostIndexes(&mLostIndexes)) {
+        return tFailure;
+    }
     if (tPlan.failedCount() == tPlan.mPackages.size()) {
         return {};
     }
@@ -260,6 +275,7 @@ Failure Run::switchToNew(const Plan& pPlan)
     }
     mReporter.advance(tStaged.size());
     mWorkplace.setInstalled(tNext);
+    findLostIndexes();
     (void)updateInstallLog(); // it has warned, and the next run tries again
     forgetOldIndexes();
     return {};
@@ -307,6 +323,9 @@ QByteArray Run::machineState() const
                        mWorkplace.folders().root(packages::Kind::Data),
                        QString::number(mWorkplace.installed().mGeneration),
                        mWorkplace.installed().mRunId};
+    for (const packages::InstalledPackage& tPackage : mLostIndexes) {
+        tParts.append(u"no index "_s + tPackage.mFolder);
+    }
     for (const packages::InstalledPackage& tPackage : mWorkplace.installed().mPackages) {
         tParts.append(tPackage.mFolder);
         if (mRequest.mDamaged.contains(tPackage.mFolder)) {

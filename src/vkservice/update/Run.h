@@ -49,6 +49,7 @@ private:
     // no value, mServerTroubles holds the reasons.
     Failure findPackages(std::unique_ptr<Attempt>* pBest);
     Failure askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pAttempt);
+    void findLostIndexes();
     Failure fetchPackages(Attempt* pAttempt);
     void serverFailed(const QString& pServer, const Failure& pFailure, bool pIsLast);
 
@@ -75,6 +76,7 @@ private:
     Workplace mWorkplace;
     Downloads mDownloads;
     trees::IndexStore mIndexes;
+    QList<packages::InstalledPackage> mLostIndexes; // of these the index is missing or damaged
     std::vector<ServerTrouble> mServerTroubles;
 };
 

@@ -129,6 +129,41 @@ Supply::Parcels Supply::parcels(bool (*pIsWanted)(const Parcel&))
     return tParcels;
 }
 
+Failure Supply::fetchLostIndexes(QList<packages::InstalledPackage>* pLost)
+{
+    std::vector<Download> tDownloads;
+    QList<packages::InstalledPackage> tOffered;
+    for (const packages::InstalledPackage& tPackage : std::as_const(*pLost)) {
+        const packages::IndexFile& tIndex = *tPackage.mInfo.mIndex;
+        if (mPlan.mChosen.value(tPackage.mInfo.mName).mIndex == tIndex) {
+            tDownloads.push_back({.mWanted = Wanted::sideFile(tIndex.mFile, tIndex.name()),
+                                  .mLabel = tPackage.mInfo.mName,
+                                  .mFailure = {},
+                                  .mHasNoParts = false});
+            tOffered.append(tPackage);
+        }
+    }
+    if (Failure tFailure = download(&tDownloads)) {
+        return tFailure;
+    }
+    for (size_t i = 0; i < tDownloads.size(); ++i) {
+        const packages::InstalledPackage& tPackage = tOffered[static_cast<qsizetype>(i)];
+        Failure tFailure = tDownloads[i].mFailure;
+        if (!tFailure) {
+            tFailure = mParts.mIndexes.takePacked(mParts.mDownloads.pathOf(tDownloads[i].mWanted),
+                                                  tPackage.mInfo.mIndex->mText,
+                                                  {.mMaxBytes = tPackage.mInfo.mInstalledSize});
+        }
+        if (tFailure && !isOfTheWay(tFailure)) {
+            return tFailure;
+        }
+        if (!tFailure) {
+            pLost->removeIf([&tPackage](const auto& pOther) { return pOther.mFolder == tPackage.mFolder; });
+        }
+    }
+    return {};
+}
+
 Failure Supply::fetch()
 {
     loadInstalled();

@@ -11,6 +11,7 @@
 
 namespace tarn::packages {
 class PackageFolders;
+struct InstalledPackage;
 struct Manifest;
 } // namespace tarn::packages
 
@@ -46,6 +47,9 @@ public:
     Supply(const SupplyParts& pParts, Source& pSource, Plan& pPlan);
     ~Supply();
 
+    // Downloads the indexes of these installed packages if the server offers just these packages, and takes
+    // them off the list. What the server does not have stays on it.
+    Failure fetchLostIndexes(QList<packages::InstalledPackage>* pLost);
     // Downloads what the chosen ways need. A package that the server does not have fails in the plan. The
     // return value is a failure of this machine or an abort, and ends the run; likewise below.
     Failure fetch();
