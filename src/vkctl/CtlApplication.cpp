@@ -341,7 +341,7 @@ void CtlApplication::print(const QString& pText)
     write(stdout, pText + u'\n');
 }
 
-void CtlApplication::printJson(QJsonObject pObject)
+void CtlApplication::printJson(const QJsonObject& pObject)
 {
     write(stdout, QString::fromUtf8(QJsonDocument(pObject).toJson(QJsonDocument::Compact)) + u'\n');
 }

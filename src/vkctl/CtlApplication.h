@@ -51,7 +51,7 @@ private:
     void showProgress();
 
     void print(const QString& pText);
-    void printJson(QJsonObject pObject);
+    void printJson(const QJsonObject& pObject);
     int fail(const QString& pText);
     void showLine(const QString& pText);
 

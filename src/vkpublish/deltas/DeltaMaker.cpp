@@ -93,8 +93,9 @@ public:
 
     Failure run(int pThreads)
     {
-        mMaxWaiting = static_cast<size_t>(2 * pThreads);
+        mMaxWaiting = 2 * static_cast<size_t>(pThreads);
         std::vector<std::thread> tThreads;
+        tThreads.reserve(static_cast<size_t>(pThreads));
         for (int i = 0; i < pThreads; ++i) {
             tThreads.emplace_back([this] { packAll(); });
         }
