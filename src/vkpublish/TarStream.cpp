@@ -49,17 +49,18 @@ public:
         const qint64 tBlocks = (tSize + sTarBlock - 1) / sTarBlock;
         return tMade && pass(mTo->beginEntry(mHeader.size() + tBlocks * sTarBlock)) &&
                pass(mTo->write(mHeader)) && (!tIsFile || content(pEntry)) &&
-               archive_write_finish_entry(mArchive.get()) == ARCHIVE_OK;
+               archive_write_finish_entry(mArchive.get()) == ARCHIVE_OK && !mFailure;
     }
 
     bool end()
     {
-        return pass(mTo->beginEntry(2 * sTarBlock)) && archive_write_close(mArchive.get()) == ARCHIVE_OK;
+        return pass(mTo->beginEntry(2 * sTarBlock)) && archive_write_close(mArchive.get()) == ARCHIVE_OK &&
+               !mFailure;
     }
 
     Failure failure()
     {
-        archive_write_fail(mArchive.get()); // else its end would write the rest of the entry
+        mIsOver = true;
         const char* tText = archive_error_string(mArchive.get());
         return mFailure ? mFailure
                         : Failure::content(u"The package can't be created: %1"_s.arg(
@@ -87,11 +88,16 @@ private:
     {
         auto* tSelf = static_cast<Stream*>(pSelf);
         const QByteArrayView tBytes(static_cast<const char*>(pData), static_cast<qsizetype>(pSize));
+        // The library would leak memory if this failed, so what it still writes is dropped.
+        if (tSelf->mIsOver || tSelf->mFailure) {
+            return tBytes.size();
+        }
         if (tSelf->mIsHeader) {
             tSelf->mHeader.append(tBytes);
             return tBytes.size();
         }
-        return tSelf->pass(tSelf->mTo->write(tBytes)) ? tBytes.size() : -1;
+        tSelf->pass(tSelf->mTo->write(tBytes));
+        return tBytes.size();
     }
 
     bool pass(const Failure& pFailure)
@@ -122,6 +128,9 @@ private:
                 archive_write_data(mArchive.get(), mBuffer.data(), static_cast<size_t>(tRead)) != tRead) {
                 return false;
             }
+            if (mFailure) {
+                return false;
+            }
         }
         mTo->endContent();
         if (tRead < 0) {
@@ -133,11 +142,13 @@ private:
     os::FileSystem& mFileSystem;
     const QByteArray& mFolder;
     TarSink* mTo;
-    std::unique_ptr<archive, int (*)(archive*)> mArchive{archive_write_new(), archive_write_free};
     std::vector<char> mBuffer = std::vector<char>(256 * 1024);
     QByteArray mHeader;
     bool mIsHeader = false;
+    bool mIsOver = false; // after a failure
     Failure mFailure;
+    // The last member: its end may still call take().
+    std::unique_ptr<archive, int (*)(archive*)> mArchive{archive_write_new(), archive_write_free};
 };
 
 } // namespace
