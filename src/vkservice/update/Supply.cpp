@@ -148,12 +148,8 @@ Failure Supply::fetchLostIndexes(QList<packages::InstalledPackage>* pLost)
     }
     for (size_t i = 0; i < tDownloads.size(); ++i) {
         const packages::InstalledPackage& tPackage = tOffered[static_cast<qsizetype>(i)];
-        Failure tFailure = tDownloads[i].mFailure;
-        if (!tFailure) {
-            tFailure = mParts.mIndexes.takePacked(mParts.mDownloads.pathOf(tDownloads[i].mWanted),
-                                                  tPackage.mInfo.mIndex->mText,
-                                                  {.mMaxBytes = tPackage.mInfo.mInstalledSize});
-        }
+        const Failure tFailure =
+            takeIndex(tDownloads[i], *tPackage.mInfo.mIndex, {.mMaxBytes = tPackage.mInfo.mInstalledSize});
         if (tFailure && !isOfTheWay(tFailure)) {
             return tFailure;
         }
@@ -162,6 +158,14 @@ Failure Supply::fetchLostIndexes(QList<packages::InstalledPackage>* pLost)
         }
     }
     return {};
+}
+
+Failure Supply::takeIndex(const Download& pDownload, const packages::IndexFile& pIndex,
+                          const trees::IndexLimits& pLimits)
+{
+    return pDownload.mFailure ? pDownload.mFailure
+                              : mParts.mIndexes.takePacked(mParts.mDownloads.pathOf(pDownload.mWanted),
+                                                           pIndex.mText, pLimits);
 }
 
 Failure Supply::fetch()
@@ -320,11 +324,7 @@ Failure Supply::fetchIndexes()
     for (size_t i = 0; i < tOrdered.size(); ++i) {
         const packages::IndexFile& tIndex = *tOrdered[i]->info().mIndex;
         tOrdered[i]->mSpent += tIndex.mFile.mLength;
-        Failure tFailure = tDownloads[i].mFailure;
-        if (!tFailure) {
-            tFailure = mParts.mIndexes.takePacked(mParts.mDownloads.pathOf(tOrdered[i]->index()),
-                                                  tIndex.mText, tOrdered[i]->limits());
-        }
+        const Failure tFailure = takeIndex(tDownloads[i], tIndex, tOrdered[i]->limits());
         if (tFailure && !isOfTheWay(tFailure)) {
             return tFailure;
         }

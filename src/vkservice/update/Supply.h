@@ -66,6 +66,8 @@ private:
     Failure fetchSideFiles();
     Failure fetchDeltas();
     Failure fetchIndexes();
+    Failure takeIndex(const Download& pDownload, const packages::IndexFile& pIndex,
+                      const trees::IndexLimits& pLimits);
     Failure readTree(Parcel* pParcel);
     Failure makeIndex(const Parcel& pParcel);
     const QString& rootOf(const Parcel& pParcel) const;
