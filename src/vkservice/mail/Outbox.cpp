@@ -29,21 +29,16 @@ void blockAllSignals()
 
 Outbox::Outbox(vkcore::Database& pDatabase, std::unique_ptr<SmtpTransport> pTransport, Clock pClock,
                Gate pGate)
-    : mTransport(std::move(pTransport)), mClock(std::move(pClock)), mGate(std::move(pGate)),
-      mQueue(pDatabase), mWorker(new QObject)
+    : mTransport(std::move(pTransport)), mClock(std::move(pClock)), mGate(std::move(pGate)), mQueue(pDatabase)
 {
-    mThread.setObjectName(u"mail"_s);
-    mWorker->moveToThread(&mThread);
-    connect(&mThread, &QThread::finished, mWorker, &QObject::deleteLater);
-    mThread.start();
-    QMetaObject::invokeMethod(mWorker, &blockAllSignals, Qt::QueuedConnection);
 }
 
 Outbox::~Outbox()
 {
     mTransport->cancel();
-    mThread.quit();
-    mThread.wait();
+    if (mThread.joinable()) {
+        mThread.join();
+    }
 }
 
 void Outbox::setSettings(const SmtpSettings& pSettings)
@@ -116,17 +111,18 @@ void Outbox::sendNext()
 void Outbox::send(const QueuedMail& pMail)
 {
     mSending = true;
-    const auto tJob = [this, tMail = pMail, tSettings = mSettings] {
+    mThread = std::thread([this, tMail = pMail, tSettings = mSettings] {
+        blockAllSignals();
         const SendResult tResult = mTransport->send(tMail.mMail, tSettings);
         QMetaObject::invokeMethod(
             this, [this, tMail, tSettings, tResult] { onSent(tMail, tSettings, tResult); },
             Qt::QueuedConnection);
-    };
-    QMetaObject::invokeMethod(mWorker, tJob, Qt::QueuedConnection);
+    });
 }
 
 void Outbox::onSent(const QueuedMail& pMail, const SmtpSettings& pSettings, const SendResult& pResult)
 {
+    mThread.join();
     mSending = false;
     const QString tWhat = u"%1 to %2"_s.arg(mailKindText(pMail.mKind), singleLine(pMail.mMail.mRecipient));
     switch (pResult.mOutcome) {

@@ -7,17 +7,17 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QObject>
 #include <QtCore/QStringList>
-#include <QtCore/QThread>
 
 #include <functional>
 #include <memory>
+#include <thread>
 
 namespace tarn::vkservice::mail {
 
 struct MailContent;
 
-// The queue and the thread that sends its mails, one after the other. The object and the database belong to
-// the main thread; only the transport works on the other one.
+// The queue of mails, which sends them one after the other, each on a thread of its own. The object and the
+// database belong to the main thread; only the transport works on the other one.
 class Outbox : public QObject
 {
     Q_OBJECT
@@ -72,8 +72,9 @@ private:
     bool mSending = false;
     bool mQueueWritable = true; // as of the last attempt
     QStringList mLeftovers;     // processed, but the database could not remove them
-    QThread mThread;
-    QObject* mWorker; // lives on mThread
+    // The running transfer. It is joined, so that nothing of it, libraries' data of the thread included,
+    // outlives the object.
+    std::thread mThread;
 };
 
 } // namespace tarn::vkservice::mail
