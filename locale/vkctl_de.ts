@@ -4,6 +4,10 @@
 <context>
     <name>tarn::vkctl::Arguments</name>
     <message>
+        <source>The command needs: %1</source>
+        <translation>Der Befehl braucht: %1</translation>
+    </message>
+    <message>
         <source>Option &apos;%1&apos; requires an argument</source>
         <translation>Die Option „%1“ braucht einen Wert</translation>
     </message>
@@ -19,31 +23,48 @@
         <source>Unhandled argument &apos;%1&apos;</source>
         <translation>Überzähliges Argument „%1“</translation>
     </message>
+</context>
+<context>
+    <name>tarn::vkctl::CommandTable</name>
     <message>
-        <source>USAGE: vkctl &lt;command&gt; [options]
-
-Commands:
-  status     Show the installed packages and what is known about their files
-  verify     Compare all installed files with what was published
-  repair     Install damaged packages again
-
-Options:
-  --json         Print one JSON object
-  --socket=NAME  Use the service that listens on this socket
-  -h, --help     Show this help
-  --version      Show the version</source>
-        <translation>Aufruf: vkctl &lt;Befehl&gt; [Optionen]
-
-Befehle:
-  status     Zeigt die installierten Pakete und was über ihre Dateien bekannt ist
-  verify     Vergleicht alle installierten Dateien mit dem Veröffentlichten
-  repair     Installiert beschädigte Pakete neu
-
-Optionen:
-  --json         Gibt ein JSON-Objekt aus
-  --socket=NAME  Benutzt den Dienst, der an diesem Socket lauscht
-  -h, --help     Zeigt diese Hilfe
-  --version      Zeigt die Version</translation>
+        <source>USAGE: vkctl &lt;command&gt; [options]</source>
+        <translation>Aufruf: vkctl &lt;Befehl&gt; [Optionen]</translation>
+    </message>
+    <message>
+        <source>Commands:</source>
+        <translation>Befehle:</translation>
+    </message>
+    <message>
+        <source>Options:</source>
+        <translation>Optionen:</translation>
+    </message>
+    <message>
+        <source>Show the installed packages and what is known about their files</source>
+        <translation>Zeigt die installierten Pakete und was über ihre Dateien bekannt ist</translation>
+    </message>
+    <message>
+        <source>Compare all installed files with what was published</source>
+        <translation>Vergleicht alle installierten Dateien mit dem Veröffentlichten</translation>
+    </message>
+    <message>
+        <source>Install damaged packages again</source>
+        <translation>Installiert beschädigte Pakete neu</translation>
+    </message>
+    <message>
+        <source>Print one JSON object</source>
+        <translation>Gibt ein JSON-Objekt aus</translation>
+    </message>
+    <message>
+        <source>Use the service that listens on this socket</source>
+        <translation>Benutzt den Dienst, der an diesem Socket lauscht</translation>
+    </message>
+    <message>
+        <source>Show this help</source>
+        <translation>Zeigt diese Hilfe</translation>
+    </message>
+    <message>
+        <source>Show the version</source>
+        <translation>Zeigt die Version</translation>
     </message>
 </context>
 <context>

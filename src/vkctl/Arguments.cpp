@@ -1,5 +1,7 @@
 #include "Arguments.h"
 
+#include "CommandTable.h"
+
 #include <QtCore/QCommandLineParser>
 
 using namespace Qt::StringLiterals;
@@ -8,17 +10,29 @@ namespace tarn::vkctl {
 
 namespace {
 
-std::optional<Arguments::Command> commandOf(const QString& pWord)
+void addOptions(QCommandLineParser* pParser)
 {
-    using Command = Arguments::Command;
-    constexpr std::pair<QLatin1StringView, Command> sCommands[] = {
-        {"status"_L1, Command::Status}, {"verify"_L1, Command::Verify}, {"repair"_L1, Command::Repair}};
-    for (const auto& [tWord, tCommand] : sCommands) {
-        if (pWord == tWord) {
-            return tCommand;
+    for (const Option& tOption : options()) {
+        const QStringList tNames =
+            tOption.mName == "help"_L1 ? QStringList{u"h"_s, tOption.mName} : QStringList{tOption.mName};
+        pParser->addOption({tNames, {}, tOption.mValue});
+    }
+}
+
+// Names an option without its value, or one that is unknown.
+QString faultOf(const QCommandLineParser& pParser)
+{
+    const QStringList tUnknown = pParser.unknownOptionNames();
+    if (!tUnknown.isEmpty()) {
+        return Arguments::tr("Unknown option: '%1'").arg(tUnknown.first());
+    }
+    for (const Option& tOption : options()) {
+        if (!tOption.mValue.isEmpty() && pParser.isSet(tOption.mName) &&
+            pParser.values(tOption.mName).last().isEmpty()) {
+            return Arguments::tr("Option '%1' requires an argument").arg(u"--"_s + tOption.mName);
         }
     }
-    return std::nullopt;
+    return pParser.errorText();
 }
 
 } // namespace
@@ -26,52 +40,50 @@ std::optional<Arguments::Command> commandOf(const QString& pWord)
 std::optional<Arguments> Arguments::parse(const QStringList& pWords, QString* pError)
 {
     QCommandLineParser tParser;
-    tParser.addOptions(
-        {{{u"h"_s, u"help"_s}, {}}, {u"version"_s, {}}, {u"json"_s, {}}, {u"socket"_s, {}, u"NAME"_s}});
+    addOptions(&tParser);
     if (!tParser.parse(QStringList{u"vkctl"_s} + pWords)) {
-        const QStringList tUnknown = tParser.unknownOptionNames();
-        *pError = tUnknown.isEmpty() ? tr("Option '%1' requires an argument").arg(u"--socket"_s)
-                                     : tr("Unknown option: '%1'").arg(tUnknown.first());
+        *pError = faultOf(tParser);
         return std::nullopt;
     }
     Arguments tArguments;
+    tArguments.mIsVersion = tParser.isSet(u"version"_s);
     tArguments.mIsJson = tParser.isSet(u"json"_s);
     if (tParser.isSet(u"socket"_s)) {
         tArguments.mSocket = tParser.value(u"socket"_s);
     }
-    const QStringList tWords = tParser.positionalArguments();
-    const auto tCommand = commandOf(tWords.value(0));
-    if (!tWords.isEmpty() && !tCommand) {
-        *pError = tr("Unknown command: %1").arg(tWords.first());
+    tArguments.mOperands = tParser.positionalArguments();
+    if (tArguments.mOperands.isEmpty()) {
+        return tArguments;
+    }
+    const QString tName = tArguments.mOperands.takeFirst();
+    const Command* tCommand = findCommand(tName);
+    if (tCommand == nullptr) {
+        *pError = tr("Unknown command: %1").arg(tName);
         return std::nullopt;
     }
-    if (tWords.size() > 1) {
-        *pError = tr("Unhandled argument '%1'").arg(tWords[1]);
+    if (tArguments.mOperands.size() > tCommand->mMostOperands) {
+        *pError = tr("Unhandled argument '%1'").arg(tArguments.mOperands[tCommand->mMostOperands]);
         return std::nullopt;
     }
-    tArguments.mCommand = tCommand.value_or(Command::Help);
-    if (tParser.isSet(u"version"_s)) {
-        tArguments.mCommand = Command::Version;
-    } else if (tParser.isSet(u"help"_s)) {
-        tArguments.mCommand = Command::Help;
+    for (const Option& tOption : options()) {
+        if (tOption.mIsCommon || !tParser.isSet(tOption.mName)) {
+            continue;
+        }
+        if (!tCommand->mOptions.contains(tOption.mName)) {
+            *pError = tr("Unknown option: '%1'").arg(tOption.mName);
+            return std::nullopt;
+        }
+        tArguments.mValues.insert(tOption.mName, tParser.value(tOption.mName));
     }
+    if (tParser.isSet(u"help"_s)) {
+        return tArguments;
+    }
+    if (tArguments.mOperands.size() < tCommand->mLeastOperands) {
+        *pError = tr("The command needs: %1").arg(QString::fromLatin1(tCommand->mOperands));
+        return std::nullopt;
+    }
+    tArguments.mCommand = tCommand;
     return tArguments;
-}
-
-QString Arguments::usage()
-{
-    return tr("USAGE: vkctl <command> [options]\n"
-              "\n"
-              "Commands:\n"
-              "  status     Show the installed packages and what is known about their files\n"
-              "  verify     Compare all installed files with what was published\n"
-              "  repair     Install damaged packages again\n"
-              "\n"
-              "Options:\n"
-              "  --json         Print one JSON object\n"
-              "  --socket=NAME  Use the service that listens on this socket\n"
-              "  -h, --help     Show this help\n"
-              "  --version      Show the version");
 }
 
 } // namespace tarn::vkctl

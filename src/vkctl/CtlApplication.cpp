@@ -1,5 +1,7 @@
 #include "CtlApplication.h"
 
+#include "CommandTable.h"
+
 #include "internal/Methods.h"
 #include "internal/PlainText.h"
 
@@ -28,13 +30,6 @@ void write(FILE* pTo, const QString& pText)
 {
     std::fputs(pText.toLocal8Bit().constData(), pTo);
     std::fflush(pTo);
-}
-
-template <typename T>
-std::optional<T> valueOf(const std::optional<QJsonValue>& pResult)
-{
-    QString tFault;
-    return pResult ? fromJson<T>(*pResult, &tFault) : std::nullopt;
 }
 
 qint64 percentage(qint64 pDone, qint64 pTotal)
@@ -99,121 +94,15 @@ void CtlApplication::run()
 
 int CtlApplication::carryOut()
 {
-    switch (mArguments.mCommand) {
-    case Arguments::Command::Help:
-        print(Arguments::usage());
-        return StatusSound;
-    case Arguments::Command::Version:
+    if (mArguments.mIsVersion) {
         print(getAppVersion().toTarnAppFormat());
         return StatusSound;
-    case Arguments::Command::Status:
-        return showStatus();
-    case Arguments::Command::Verify:
-        return verify();
-    case Arguments::Command::Repair:
-        break;
     }
-    return repair();
-}
-
-int CtlApplication::showStatus()
-{
-    if (!connectToService()) {
-        return StatusFailed;
+    if (mArguments.mCommand == nullptr) {
+        print(usage());
+        return StatusSound;
     }
-    const auto tReport = report();
-    if (!tReport) {
-        return StatusFailed;
-    }
-    if (mArguments.mIsJson) {
-        printJson(tReport->json());
-    } else {
-        print(tReport->overview());
-        if (tReport->hasDamage()) {
-            print(tReport->damage());
-        }
-    }
-    return tReport->hasDamage() ? StatusDamaged : StatusSound;
-}
-
-int CtlApplication::verify()
-{
-    if (!connectToService() || !connectMonitor()) {
-        return StatusFailed;
-    }
-    if (!mClient->call(method::sStartVerification)) {
-        return fail(tr("Failed to start the verification."));
-    }
-    mWhat = tr("The verification");
-    if (!follow()) {
-        return StatusFailed;
-    }
-    const auto tReport = report();
-    if (!tReport) {
-        return StatusFailed;
-    }
-    if (!tReport->failure().isEmpty()) {
-        return fail(tr("The verification did not come to its end: %1").arg(tReport->failure()));
-    }
-    if (mArguments.mIsJson) {
-        printJson(tReport->json());
-    } else {
-        print(tReport->summary());
-    }
-    return tReport->status();
-}
-
-int CtlApplication::repair()
-{
-    if (!connectToService()) {
-        return StatusFailed;
-    }
-    const auto tBefore = report();
-    if (!tBefore) {
-        return StatusFailed;
-    }
-    QJsonObject tUpdate;
-    if (tBefore->hasDamage()) {
-        if (mClient->isVKClientActive()) {
-            return fail(tr("Cannot perform an update while the wizard is active."));
-        }
-        mIsUpdate = true;
-        if (!connectMonitor()) {
-            return StatusFailed;
-        }
-        if (!mClient->triggerUpdate(true)) {
-            return fail(tr("Failed to start update"));
-        }
-        mWhat = tr("The repair");
-        if (!follow()) {
-            return StatusFailed;
-        }
-        const QString tText = singleLine(mClient->getLastServiceResultStr(true), sMaxMessage);
-        const int tCode = mClient->getLastServiceResult(true) & 0xff;
-        if (tCode != 1) {
-            return fail(tr("The packages were not repaired: %1").arg(tText));
-        }
-        tUpdate = {{u"code"_s, tCode}, {u"text"_s, tText}};
-        if (!mArguments.mIsJson) {
-            print(tr("Update finished: %1").arg(tText));
-        }
-    }
-    const auto tAfter = report();
-    if (!tAfter) {
-        return StatusFailed;
-    }
-    if (mArguments.mIsJson) {
-        QJsonObject tJson = tAfter->json();
-        tJson.insert("update"_L1, tUpdate.isEmpty() ? QJsonValue() : QJsonValue(tUpdate));
-        printJson(tJson);
-    } else if (tAfter->hasDamage()) {
-        print(tAfter->damage());
-    } else {
-        print(tBefore->hasDamage()
-                  ? tr("The damaged packages were installed again.")
-                  : tr("No package is known to be damaged; \"vkctl verify\" looks for damage."));
-    }
-    return tAfter->hasDamage() ? StatusDamaged : StatusSound;
+    return mArguments.mCommand->mRun(*this);
 }
 
 bool CtlApplication::connectToService()
@@ -226,8 +115,9 @@ bool CtlApplication::connectToService()
     return tDone;
 }
 
-bool CtlApplication::connectMonitor()
+bool CtlApplication::connectMonitor(Subject pSubject)
 {
+    mIsUpdate = pSubject == Subject::Update;
     mMonitor = std::make_unique<IPCClient>(this, nullptr);
     connect(mMonitor.get(), &IPCClient::eventReceived, this, &CtlApplication::onEvent);
     connect(mMonitor.get(), &IPCClient::serviceStatusChanged, this, &CtlApplication::onStatus);
@@ -244,8 +134,9 @@ bool CtlApplication::connectMonitor()
     return tDone;
 }
 
-bool CtlApplication::follow()
+bool CtlApplication::follow(const QString& pWhat)
 {
+    mWhat = pWhat;
     if (mIsTerminal && !mArguments.mIsJson) {
         mProgress.start();
     }
@@ -264,15 +155,14 @@ bool CtlApplication::follow()
 // What has ended may be an earlier verification than the one that was asked for.
 bool CtlApplication::isVerifying()
 {
-    const auto tState = valueOf<VerificationState>(mClient->call(method::sGetVerification));
+    const auto tState = call<VerificationState>(method::sGetVerification);
     return tState && tState->mRunning;
 }
 
 std::optional<Report> CtlApplication::report()
 {
-    const auto tPackages = valueOf<PackageEntries>(mClient->call(method::sGetPackages));
-    const auto tState =
-        tPackages ? valueOf<VerificationState>(mClient->call(method::sGetVerification)) : std::nullopt;
+    const auto tPackages = call<PackageEntries>(method::sGetPackages);
+    const auto tState = tPackages ? call<VerificationState>(method::sGetVerification) : std::nullopt;
     if (!tPackages || !tState) {
         fail(tr("Failed to get the installed packages."));
         return std::nullopt;
@@ -282,8 +172,9 @@ std::optional<Report> CtlApplication::report()
 
 void CtlApplication::onEvent(const QString& pMethod, const QJsonObject& pParams)
 {
+    QString tFault;
     const auto tState = pMethod == method::sVerificationChanged
-                            ? valueOf<VerificationState>(QJsonValue(pParams))
+                            ? fromJson<VerificationState>(QJsonValue(pParams), &tFault)
                             : std::nullopt;
     if (!tState) {
         return;

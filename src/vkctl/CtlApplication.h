@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Arguments.h"
+#include "ExitStatus.h"
 #include "Interrupt.h"
 #include "Report.h"
 
@@ -13,6 +14,7 @@
 #include <QtCore/QTimer>
 
 #include <memory>
+#include <optional>
 
 namespace tarn::vkctl {
 
@@ -23,6 +25,12 @@ class CtlApplication : public vkc::ClientApplication
     Q_OBJECT
 
 public:
+    enum class Subject
+    {
+        Verification,
+        Update,
+    };
+
     CtlApplication();
 
     void fatalError(const QString& pText) override;
@@ -30,29 +38,41 @@ public:
     // Ends the event loop with the status.
     void run();
 
-private:
-    int carryOut();
-    int showStatus();
-    int verify();
-    int repair();
-
+    // For the commands.
+    const Arguments& arguments() const { return mArguments; }
+    // False, with the reason on standard error; likewise below.
     bool connectToService();
-    // A second connection, for events; each of them can end mLoop.
-    bool connectMonitor();
-    // Waits for the end of the verification or the update. False, with the reason on standard error, if it
-    // will not come.
-    bool follow();
-    bool isVerifying();
+    // A second connection, for the events of what is started next.
+    bool connectMonitor(Subject pSubject);
+    // Valid once connectToService has succeeded.
+    vkcore::IPCClient& client() { return *mClient; }
+    // The result of a method, none if it failed or is not a T.
+    template <typename T>
+    std::optional<T> call(QLatin1StringView pMethod, const QJsonObject& pParams = {})
+    {
+        const auto tResult = mClient->call(pMethod, pParams);
+        QString tFault;
+        return tResult ? vkcore::protocol::fromJson<T>(*tResult, &tFault) : std::nullopt;
+    }
+    // Waits for the end of what was started, with its progress on a terminal. pWhat is the subject of the
+    // sentence that an interruption prints.
+    bool follow(const QString& pWhat);
     // None, with the reason on standard error.
     std::optional<Report> report();
+
+    void print(const QString& pText);
+    void printJson(const QJsonObject& pObject);
+    // Prints the text to standard error and returns StatusFailed.
+    int fail(const QString& pText);
+
+private:
+    int carryOut();
+    bool isVerifying();
     void onEvent(const QString& pMethod, const QJsonObject& pParams);
     void onStatus(vkcore::ServiceStatus pStatus);
     void onInterrupt();
     void showProgress();
 
-    void print(const QString& pText);
-    void printJson(const QJsonObject& pObject);
-    int fail(const QString& pText);
     void showLine(const QString& pText);
 
     Arguments mArguments;
@@ -67,7 +87,7 @@ private:
     bool mIsTerminal;
     bool mIsDone = false; // what mLoop waits for has come
     bool mIsInterrupted = false;
-    bool mIsUpdate = false; // what is followed
+    bool mIsUpdate = false; // what is followed, else a verification
     bool mServiceEnds = false;
 };
 

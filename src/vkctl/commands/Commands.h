@@ -1,0 +1,12 @@
+#pragma once
+
+namespace tarn::vkctl {
+
+class CtlApplication;
+
+// The commands, one source file each; docs/man/vkctl.1 describes them. Each returns the exit status.
+int status(CtlApplication& pApp);
+int verify(CtlApplication& pApp);
+int repair(CtlApplication& pApp);
+
+} // namespace tarn::vkctl
