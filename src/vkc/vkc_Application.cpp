@@ -8,7 +8,6 @@
 #include <optionparser.h>
 
 #include <csignal>
-#include <cstdio>
 
 using namespace Qt::StringLiterals;
 
@@ -33,11 +32,9 @@ static void handle_signals(int pSignal)
 }
 
 VKCApplication::VKCApplication(const QList<QString>& pPrefixes, int pLogLevels)
-    : ClientApplication(pPrefixes, pLogLevels), mStdIn(stdin, QIODevice::ReadOnly),
-      mStdOut(stdout, QIODevice::WriteOnly), mStdErr(stderr, QIODevice::WriteOnly)
+    : ClientApplication(pPrefixes, pLogLevels), mStdIn(stdin, QIODevice::ReadOnly), mStdOut(&mOutput),
+      mStdErr(&mErrors)
 {
-    std::setvbuf(stdout, nullptr, _IONBF, 0); // mStdOut has buffers of its own
-
     mProgressTimer.setInterval(1000);
     connect(&mProgressTimer, &QTimer::timeout, this, &VKCApplication::updateProgress);
     mCancelTimer.setInterval(500);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "OutputFile.h"
 #include "program/ClientApplication.h"
 
 #include <vkcore/GRef.h>
@@ -17,6 +18,8 @@
 #include <QtCore/QTimer>
 #include <QtCore/QUrl>
 #include <QtCore/QWaitCondition>
+
+#include <unistd.h>
 
 #include <optional>
 
@@ -185,6 +188,8 @@ private:
     static const CommandEntry sCommands[];
     static option::Descriptor sOptsNone[]; // its last row is for the list of commands
 
+    OutputFile mOutput{STDOUT_FILENO};
+    OutputFile mErrors{STDERR_FILENO};
     QTextStream mStdIn;
     QTextStream mStdOut;
     QTextStream mStdErr;
