@@ -11,7 +11,7 @@ class Receiver;
 // How to reach a folder of a web server. A proxy is from the environment.
 struct HttpsAccess
 {
-    QString mFolder; // its address, which begins with https://
+    QString mFolder = {}; // its address, which begins with https://
     // The only certificate authorities to trust; empty: those of the system.
     QString mCaFile = {};
     QString mNetrcFile = {};    // user and password; empty: ~/.netrc

@@ -11,11 +11,11 @@ class Origin;
 
 struct MirrorJob
 {
-    QByteArray mRoot;                    // empty: the one that the mirror began with
-    bool mCheck = false;                 // read and prove every file that is there, too
-    std::optional<qint64> mPruneSeconds; // remove what no state has named for so long
-    QDateTime mNow;
-    std::function<void(int)> mWait; // waits that many seconds before a file is tried again
+    QByteArray mRoot = {};                    // empty: the one that the mirror began with
+    bool mCheck = false;                      // read and prove every file that is there, too
+    std::optional<qint64> mPruneSeconds = {}; // remove what no state has named for so long
+    QDateTime mNow = {};
+    std::function<void(int)> mWait = {}; // waits that many seconds before a file is tried again
 };
 
 struct MirrorReport

@@ -24,7 +24,7 @@ constexpr mode_t sFolderMode = 0755;
 constexpr mode_t sPrivateMode = 0600;
 constexpr qint64 sMaxRecord = 256 * 1024 * 1024;
 const QString sMarker = u".vk-mirror"_s;
-const QString sRecord = u"/record.json"_s;
+const QString sRecord = u"/mirror.json"_s;
 // What a replaced file is called until its rename.
 const QString sNewSuffix = u".new"_s;
 

@@ -11,7 +11,7 @@ namespace tarn::vkpublish {
 // The folder of a mirror. It becomes one while it is empty; then DIR/.vk-mirror marks it, a private folder
 // with
 //
-//   record.json   what the mirror has written
+//   mirror.json   what the mirror has written
 //   trust/        the metadata of the repository that was seen last, as on a machine
 //   incoming/     files that are not complete or not proven yet
 //   lock
