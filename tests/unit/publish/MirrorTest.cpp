@@ -2,6 +2,7 @@
 #include "mirror/Mirror.h"
 #include "FaultyFileSystem.h"
 #include "mirror/Origin.h"
+#include "PowerCut.h"
 #include "Publisher.h"
 #include "Receiver.h"
 #include "TestServer.h"
@@ -153,6 +154,25 @@ TEST_F(MirrorTest, AKillOrAFullDiskAtAnyMomentLeavesAWholeState)
         EXPECT_EQ(files("m/targets").size(), 3);
         EXPECT_EQ(mReport.mForeign, QStringList());
         EXPECT_EQ(files("m/.vk-mirror/incoming"), QStringList());
+    }
+}
+
+TEST_F(MirrorTest, APowerCutAtAnyMomentLeavesAWholeState)
+{
+    change();
+    copy("m", "m.before");
+    for (const PowerCut::Loses tLoses : {PowerCut::Loses::BytesAndNames, PowerCut::Loses::Bytes}) {
+        bool tCut = true;
+        for (int i = 1; tCut; ++i) {
+            SCOPED_TRACE(testing::Message() << "change " << i << ", " << static_cast<int>(tLoses));
+            copy("m.before", "m");
+            PowerCut tPower(path("m"), tLoses);
+            tCut = tPower.during([this](os::FileSystem& pDisk) { (void)mirror(pDisk); }, i);
+            expectWhole(tCut ? QStringList{sOne, sTwo} : QStringList{sTwo});
+            EXPECT_FALSE(mirror());
+            expectWhole({sTwo});
+            ASSERT_LT(i, 200);
+        }
     }
 }
 
