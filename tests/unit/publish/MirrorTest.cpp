@@ -297,6 +297,24 @@ TEST_F(MirrorTest, ContinuesWhatBroke)
     EXPECT_LT(mReport.mBytes, 2'000'000);
 }
 
+TEST_F(MirrorTest, RemovesWhatItHasOfAStateThatNobodySaw)
+{
+    change();
+    BreakingOrigin tGone(path("r"), 1);
+    MirrorJob tJob{.mNow = QDateTime::currentDateTimeUtc(), .mWait = [](int) {}};
+    EXPECT_TRUE(Mirror(os::realFileSystem(), path("m"), tGone).run(tJob, &mReport));
+    EXPECT_EQ(files("m/targets").filter(sTwo).size(), 1);
+    succeed("add @r @f --name a --version 3 --level 1");
+    succeed("remove @r a --version 2");
+    succeed("publish @r");
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_FALSE(mirror({.mPruneSeconds = 0}));
+        EXPECT_EQ(mReport.mForeign, QStringList());
+    }
+    EXPECT_EQ(files("m/targets").filter(sTwo), QStringList());
+    expectWhole({q("a-3.0.0.0.tar.zst")});
+}
+
 TEST_F(MirrorTest, EndsWithServersThatStartAgainForever)
 {
     HostileServer tServer(path("r"));
