@@ -9,14 +9,13 @@
 #include "os/FileTools.h"
 #include "tuf/Metadata.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -157,7 +156,7 @@ Failure Mirror::copy(const MirrorJob& pJob, MirrorReport* pReport)
     const QSet<QString> tNamed = namesOf(*tState, *tRoots);
     Failure tFailure = begin(tNamed);
     tFailure = tFailure ? tFailure : bringTargets(*tState, pJob, pReport);
-    tFailure = tFailure ? tFailure : writeMetadata(*tState, *tRoots, pJob, pReport);
+    tFailure = tFailure ? tFailure : writeMetadata(*tState, *tRoots, pJob);
     if (tFailure) {
         return tFailure;
     }
@@ -219,7 +218,7 @@ Failure Mirror::syncFolders(const WholeState& pState)
 }
 
 Failure Mirror::writeMetadata(const WholeState& pState, const QList<MetadataFile>& pRoots,
-                              const MirrorJob& pJob, MirrorReport* pReport)
+                              const MirrorJob& pJob)
 {
     // A machine takes all roots that it finds, and then wants a state that is valid under the last one. A
     // publisher who changes a key lets both keys sign for a while; then roots come last. Who does not makes a
@@ -238,9 +237,6 @@ Failure Mirror::writeMetadata(const WholeState& pState, const QList<MetadataFile
     }
     QList<MetadataFile> tFiles = pState.mLists + QList{pState.mTimestamp};
     tFiles = tLast ? tFiles + tNewRoots : tNewRoots + tFiles;
-    const QString tTimestamp = timestampPath(mFolder.path());
-    pReport->mIsNew =
-        os::readFile(mFileSystem, tTimestamp, sMaxMetadata).valueOr(QByteArray()) != pState.mTimestamp.mBytes;
     for (const MetadataFile& tFile : std::as_const(tFiles)) {
         if (Failure tFailure = write(tFile)) {
             return tFailure;

@@ -20,7 +20,6 @@ struct MirrorJob
 
 struct MirrorReport
 {
-    bool mIsNew = false;          // what machines see has changed
     std::optional<int> mPackages; // unknown if nothing is new
     QDateTime mExpires;
     int mFiles = 0; // fetched for targets/
@@ -45,8 +44,7 @@ private:
     Failure begin(const QSet<QString>& pNamed);
     Failure bringTargets(const WholeState& pState, const MirrorJob& pJob, MirrorReport* pReport);
     Failure syncFolders(const WholeState& pState);
-    Failure writeMetadata(const WholeState& pState, const QList<MetadataFile>& pRoots, const MirrorJob& pJob,
-                          MirrorReport* pReport);
+    Failure writeMetadata(const WholeState& pState, const QList<MetadataFile>& pRoots, const MirrorJob& pJob);
     Failure write(const MetadataFile& pFile);
 
     os::FileSystem& mFileSystem;

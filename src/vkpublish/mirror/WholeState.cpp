@@ -2,12 +2,12 @@
 
 #include "Layout.h"
 
-#include "packages/PackageInfo.h"
 #include "tuf/DelegationSearch.h"
 #include "tuf/MetadataStore.h"
 #include "tuf/Names.h"
 #include "tuf/TrustedSet.h"
 
+#include <QtCore/QFileInfo>
 #include <QtCore/QMap>
 #include <QtCore/QUrl>
 
@@ -145,22 +145,10 @@ Failure Reader::addTargets(const QList<tuf::TargetFile>& pTargets)
         if (Failure tFailure = addFile(tTarget.mFetchPath, tTarget.mLength, tTarget.mHashes)) {
             return tFailure;
         }
-        packages::PackageInfo tInfo;
-        QString tReason;
-        if (!packages::PackageInfo::fromJson(tTarget.mCustom, &tInfo, &tReason)) {
-            continue; // machines do not install it, but it is offered
-        }
-        Failure tFailure;
-        if (tInfo.mIndex) {
-            tFailure =
-                addFile(tInfo.mIndex->name(), tInfo.mIndex->mFile.mLength, {tInfo.mIndex->mFile.mHash});
-        }
-        for (const packages::DeltaFile& tDelta : tInfo.mDeltas) {
-            tFailure =
-                tFailure ? tFailure : addFile(tDelta.name(), tDelta.mFile.mLength, {tDelta.mFile.mHash});
-        }
-        if (tFailure) {
-            return tFailure;
+        for (const FileAt& tFile : sideFiles({}, QJsonObject{{u"custom"_s, tTarget.mCustom}})) {
+            if (Failure tFailure = addFile(QFileInfo(tFile.mPath).fileName(), tFile.mLength, {tFile.mHash})) {
+                return tFailure;
+            }
         }
     }
     return {};

@@ -88,7 +88,7 @@ protected:
         const auto tOrigin = openOrigin(os::realFileSystem(), {false, path(pFrom)}, {});
         return Mirror(pFileSystem, path("m"), *tOrigin).run(pJob, &mReport);
     }
-    Failure mirror(MirrorJob pJob = {}, const char* pFrom = "r")
+    Failure mirror(const MirrorJob& pJob = {}, const char* pFrom = "r")
     {
         return mirror(os::realFileSystem(), pJob, pFrom);
     }
