@@ -5,6 +5,7 @@
 #include "PowerCut.h"
 #include "Publisher.h"
 #include "Receiver.h"
+#include "TestRepository.h"
 #include "TestServer.h"
 #include "Verification.h"
 
@@ -330,6 +331,75 @@ TEST_F(MirrorTest, EndsWithServersThatStartAgainForever)
         EXPECT_EQ(!tFailure, tArrives) << tFailure.mText;
         expectWhole({tArrives ? sTwo : sOne});
     }
+}
+
+// A repository in memory, with roles and targets that vkpublish does not make.
+class MemoryOrigin : public Origin
+{
+public:
+    tuf::Fetcher& metadata() override { return mRepository; }
+    Failure get(const QString& pPath, Receiver& pTo) override
+    {
+        const QString tPath = QUrl::fromPercentEncoding(pPath.toLatin1());
+        const QString tName = tPath.section(u'/', -1).section(u'.', 1);
+        for (const TestRepository::Role& tRole : mRepository.mRoles) {
+            for (auto tIt = tRole.mTargets.begin(); tIt != tRole.mTargets.end(); ++tIt) {
+                if (tIt.key().section(u'/', -1) == tName) {
+                    return pTo.write(tIt.value());
+                }
+            }
+        }
+        return {Failure::Kind::NotFound, pPath};
+    }
+
+    TestRepository mRepository;
+};
+
+TEST_F(MirrorTest, CopiesDelegatedRolesAndNoNameThatLeadsOut)
+{
+    const std::tuple<const char*, const char*, bool> sCases[] = {
+        {"vendor", "vendor/x", true}, {"100%", "a/b/odd ?#%", true}, {"a/b", "x", true},
+        {"../../x", "x", false},      {"vendor", "../../x", false},  {"vendor", "a//x", false},
+    };
+    for (const auto& [tRole, tTarget, tIsGood] : sCases) {
+        SCOPED_TRACE(testing::Message() << tRole << ", " << tTarget);
+        MemoryOrigin tOrigin;
+        TestRepository& tRepository = tOrigin.mRepository;
+        tRepository.delegate(sTargetsRole, q(tRole), {q("*"), q("*/*"), q("*/*/*")});
+        tRepository.mRoles[q(tRole)].mTargets = {{q(tTarget), "content"}};
+        tRepository.publishTargets(q(tRole));
+        tRepository.publish();
+        QDir(path("n")).removeRecursively();
+        QDir(path("machine")).removeRecursively();
+        const QByteArray tRoot = tRepository.mFiles[q("1.root.json")];
+        const Failure tFailure = Mirror(os::realFileSystem(), path("n/in/side"), tOrigin)
+                                     .run({.mRoot = tRoot, .mNow = TestRepository::now()}, &mReport);
+        EXPECT_EQ(tFailure.mKind, tIsGood ? Failure::Kind::None : Failure::Kind::Untrusted) << tFailure.mText;
+        EXPECT_EQ(QDir(path("n/in")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+                  QStringList{q("side")});
+        if (tIsGood) {
+            FolderFetcher tFrom(os::realFileSystem(), path("n/in/side/metadata"));
+            (void)tuf::Updater::initialize(os::realFileSystem(), path("machine"), tRoot);
+            tuf::Updater tMachine(os::realFileSystem(), path("machine"), tFrom, TestRepository::now());
+            std::optional<tuf::TargetFile> tFound;
+            EXPECT_FALSE(tMachine.refresh());
+            EXPECT_FALSE(tMachine.findTarget(q(tTarget), &tFound));
+            ASSERT_TRUE(tFound);
+            EXPECT_EQ(readFile(path("n/in/side/targets/") +
+                               QUrl::fromPercentEncoding(tFound->mFetchPath.toLatin1())),
+                      "content");
+        }
+    }
+    MemoryOrigin tPlain;
+    tPlain.mRepository.mConsistentSnapshot = false;
+    tPlain.mRepository.publishRoot();
+    tPlain.mRepository.publish();
+    QDir(path("n")).removeRecursively();
+    EXPECT_TRUE(
+        Mirror(os::realFileSystem(), path("n"), tPlain)
+            .run({.mRoot = tPlain.mRepository.mFiles[q("1.root.json")], .mNow = TestRepository::now()},
+                 &mReport)
+            .mText.contains(q("can't be mirrored")));
 }
 
 TEST_F(MirrorTest, RefusesInOneLine)
