@@ -41,6 +41,13 @@ install(FILES ${CMAKE_BINARY_DIR}/packaging/vkservice.service ${PROJECT_SOURCE_D
 install(TARGETS vkpublish RUNTIME COMPONENT publisher)
 install(FILES docs/man/vkpublish.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT publisher)
 install(FILES docs/man/vk-repository.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT publisher)
+install(CODE "
+    configure_file(${PROJECT_SOURCE_DIR}/packaging/systemd/vkpublish-mirror@.service.in
+        ${CMAKE_BINARY_DIR}/packaging/vkpublish-mirror@.service @ONLY)" COMPONENT publisher)
+install(FILES ${CMAKE_BINARY_DIR}/packaging/vkpublish-mirror@.service
+    ${PROJECT_SOURCE_DIR}/packaging/systemd/vkpublish-mirror@.timer
+    DESTINATION lib/systemd/system COMPONENT publisher)
+install(FILES packaging/sysusers/vkpublish.conf DESTINATION lib/sysusers.d COMPONENT publisher)
 
 set(RKM_MAINTAINER "The rkm authors <root@localhost>" CACHE STRING "Whom the packages name as their maintainer")
 set(PACKAGES client:rkm library:libvkcore1 development:libvkcore-dev service:vkservice publisher:vkpublish)

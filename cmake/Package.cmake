@@ -53,8 +53,11 @@ atomically, on request or on a schedule, and reports by e-mail.")
 set(CPACK_DEBIAN_PUBLISHER_PACKAGE_NAME vkpublish)
 set(CPACK_DEBIAN_PUBLISHER_PACKAGE_DEPENDS "libvkcore1 ${SAME_VERSION}")
 set(CPACK_DEBIAN_PUBLISHER_PACKAGE_RECOMMENDS "ca-certificates")
+set(PUBLISHER_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/publisher)
+set(CPACK_DEBIAN_PUBLISHER_PACKAGE_CONTROL_EXTRA
+    ${PUBLISHER_SCRIPTS}/postinst;${PUBLISHER_SCRIPTS}/prerm;${PUBLISHER_SCRIPTS}/postrm)
 set(CPACK_DEBIAN_PUBLISHER_DESCRIPTION "publisher of signed updates
 Packs folders, signs what machines may install, and renews the signatures
-of an update repository.")
+of an update repository. Keeps verified copies of repositories for sites.")
 
 include(CPack)

@@ -1,10 +1,6 @@
 #include "HttpsFetcher.h"
 
-#include "net/TlsTrust.h"
-
-#include <curl/curl.h>
-
-#include <array>
+#include "Receiver.h"
 
 using namespace Qt::StringLiterals;
 
@@ -12,88 +8,43 @@ namespace tarn::vkpublish {
 
 namespace {
 
-constexpr long sConnectSeconds = 30;
-constexpr long sTotalSeconds = 120;
-constexpr long sMaxRedirects = 5;
-
-struct Body
+class ToMemory : public Receiver
 {
+public:
+    ToMemory(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
+        : mPath(pPath), mMaxLength(pMaxLength), mTo(pTo)
+    {
+    }
+
+    qint64 received() const override { return 0; }
+    Failure restart() override
+    {
+        mTo->clear();
+        return {};
+    }
+    Failure write(QByteArrayView pData) override
+    {
+        if (pData.size() > mMaxLength - mTo->size()) {
+            return Failure::untrusted(
+                u"%1 can't be fetched: it has more than %2 bytes"_s.arg(mPath).arg(mMaxLength));
+        }
+        mTo->append(pData.data(), pData.size());
+        return {};
+    }
+
+private:
+    QString mPath;
     qint64 mMaxLength;
     QByteArray* mTo;
-
-    static size_t take(char* pData, size_t pSize, size_t pCount, void* pSelf)
-    {
-        auto* tSelf = static_cast<Body*>(pSelf);
-        const auto tLength = static_cast<qint64>(pSize) * static_cast<qint64>(pCount);
-        if (tLength > tSelf->mMaxLength - tSelf->mTo->size()) {
-            return 0;
-        }
-        tSelf->mTo->append(pData, tLength);
-        return pSize * pCount;
-    }
 };
 
-Failure::Kind kindOf(CURLcode pCode, long pStatus)
-{
-    if (pCode == CURLE_WRITE_ERROR) {
-        return Failure::Kind::Untrusted; // longer than allowed
-    }
-    return pStatus == 403 || pStatus == 404 ? Failure::Kind::NotFound : Failure::Kind::Unreachable;
-}
-
 } // namespace
-
-HttpsFetcher::HttpsFetcher(const QString& pFolder, const QString& pCaFile)
-    : mFolder(pFolder), mCaFile(pCaFile)
-{
-    curl_global_init(CURL_GLOBAL_DEFAULT);
-    mCurl = curl_easy_init();
-}
-
-HttpsFetcher::~HttpsFetcher()
-{
-    curl_easy_cleanup(mCurl);
-    curl_global_cleanup();
-}
-
-bool HttpsFetcher::setUp(const QByteArray& pUrl)
-{
-    curl_easy_reset(mCurl);
-    curl_easy_setopt(mCurl, CURLOPT_URL, pUrl.constData());
-    curl_easy_setopt(mCurl, CURLOPT_PROTOCOLS_STR, "https");
-    curl_easy_setopt(mCurl, CURLOPT_REDIR_PROTOCOLS_STR, "https");
-    curl_easy_setopt(mCurl, CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(mCurl, CURLOPT_MAXREDIRS, sMaxRedirects);
-    curl_easy_setopt(mCurl, CURLOPT_PATH_AS_IS, 1L);
-    curl_easy_setopt(mCurl, CURLOPT_FAILONERROR, 1L);
-    curl_easy_setopt(mCurl, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(mCurl, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_OPTIONAL));
-    curl_easy_setopt(mCurl, CURLOPT_CONNECTTIMEOUT, sConnectSeconds);
-    curl_easy_setopt(mCurl, CURLOPT_TIMEOUT, sTotalSeconds);
-    return net::setTlsTrust(mCurl, mCaFile);
-}
 
 Failure HttpsFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
 {
     pTo->clear();
-    const QString tUrl = mFolder + u'/' + pPath;
-    Body tBody{pMaxLength, pTo};
-    std::array<char, CURL_ERROR_SIZE> tReason{};
-    if (!setUp(tUrl.toUtf8())) {
-        return {Failure::Kind::Unreachable, u"The transfer of %1 can't be set up"_s.arg(tUrl)};
-    }
-    curl_easy_setopt(mCurl, CURLOPT_ERRORBUFFER, tReason.data());
-    curl_easy_setopt(mCurl, CURLOPT_WRITEFUNCTION, Body::take);
-    curl_easy_setopt(mCurl, CURLOPT_WRITEDATA, &tBody);
-    const CURLcode tCode = curl_easy_perform(mCurl);
-    if (tCode == CURLE_OK) {
-        return {};
-    }
-    long tStatus = 0;
-    curl_easy_getinfo(mCurl, CURLINFO_RESPONSE_CODE, &tStatus);
-    const QString tWhy = tCode == CURLE_WRITE_ERROR ? u"it has more than %1 bytes"_s.arg(pMaxLength)
-                                                    : QString::fromLocal8Bit(tReason.data());
-    return {kindOf(tCode, tStatus), u"%1 can't be fetched: %2"_s.arg(tUrl, tWhy)};
+    ToMemory tMemory(pPath, pMaxLength, pTo);
+    return mClient.get(pPath, HttpsClient::Size::Small, tMemory);
 }
 
 } // namespace tarn::vkpublish

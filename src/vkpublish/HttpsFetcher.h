@@ -1,30 +1,22 @@
 #pragma once
 
-#include "tuf/Updater.h"
+#include "HttpsClient.h"
 
-#include <QtCore/QString>
+#include "tuf/Updater.h"
 
 namespace tarn::vkpublish {
 
-// Fetches metadata from a web server, over https only. User and password are from ~/.netrc, a proxy from the
-// environment. A fetch takes at most two minutes.
+// Fetches metadata from a web server.
 class HttpsFetcher : public tuf::Fetcher
 {
 public:
-    // pFolder: the address of the metadata folder. pCaFile: see openMetadata().
-    HttpsFetcher(const QString& pFolder, const QString& pCaFile);
-    ~HttpsFetcher() override;
-    HttpsFetcher(const HttpsFetcher&) = delete;
-    HttpsFetcher& operator=(const HttpsFetcher&) = delete;
+    // pAccess: of the metadata folder.
+    explicit HttpsFetcher(const HttpsAccess& pAccess) : mClient(pAccess) {}
 
     Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
 
 private:
-    bool setUp(const QByteArray& pUrl);
-
-    QString mFolder;
-    QString mCaFile;
-    void* mCurl; // CURL
+    HttpsClient mClient;
 };
 
 } // namespace tarn::vkpublish

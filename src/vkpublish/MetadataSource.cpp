@@ -27,23 +27,35 @@ Failure FolderFetcher::fetch(const QString& pPath, qint64 pMaxLength, QByteArray
                                                            : tFile.failure();
 }
 
-Result<std::unique_ptr<tuf::Fetcher>> openMetadata(const QString& pPlace, const QString& pCaFile)
+Result<Place> readPlace(const QString& pText)
 {
-    const QUrl tUrl(pPlace);
+    const QUrl tUrl(pText);
     if (tUrl.scheme() == "https"_L1 && !tUrl.host().isEmpty()) {
         if (!tUrl.userInfo().isEmpty()) {
             return Failure::content(u"Other users of this machine can see a password in an address: put user "
                                     "and password into ~/.netrc"_s);
         }
-        return std::unique_ptr<tuf::Fetcher>(new HttpsFetcher(metadataFolder(pPlace), pCaFile));
+        return Place{true, tUrl.toString(QUrl::FullyEncoded | QUrl::StripTrailingSlash)};
     }
-    if (pPlace.contains("://"_L1) && !tUrl.isLocalFile()) {
+    if (pText.contains("://"_L1) && !tUrl.isLocalFile()) {
         return Failure::content(
-            u"%1 is neither a folder nor an address that begins with https:// or file://"_s.arg(pPlace));
+            u"%1 is neither a folder nor an address that begins with https:// or file://"_s.arg(pText));
     }
-    const QString tFolder = tUrl.isLocalFile() ? tUrl.toLocalFile() : pPlace;
-    return std::unique_ptr<tuf::Fetcher>(
-        new FolderFetcher(os::realFileSystem(), metadataFolder(QDir::current().absoluteFilePath(tFolder))));
+    const QString tFolder = tUrl.isLocalFile() ? tUrl.toLocalFile() : pText;
+    return Place{false, QDir::cleanPath(QDir::current().absoluteFilePath(tFolder))};
+}
+
+Result<std::unique_ptr<tuf::Fetcher>> openMetadata(const QString& pPlace, const QString& pCaFile)
+{
+    const Result<Place> tPlace = readPlace(pPlace);
+    if (!tPlace) {
+        return tPlace.failure();
+    }
+    const QString tFolder = metadataFolder(tPlace->mPath);
+    if (tPlace->mIsWeb) {
+        return std::unique_ptr<tuf::Fetcher>(new HttpsFetcher({.mFolder = tFolder, .mCaFile = pCaFile}));
+    }
+    return std::unique_ptr<tuf::Fetcher>(new FolderFetcher(os::realFileSystem(), tFolder));
 }
 
 } // namespace tarn::vkpublish

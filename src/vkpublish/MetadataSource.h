@@ -23,9 +23,19 @@ private:
     QString mFolder;
 };
 
-// pPlace: the folder of a repository, or an address with "file://" or "https://". pCaFile: the only
-// certificate authorities to trust for an https server; empty: those of the system. A failure for any other
-// text. Does not fetch anything yet.
+// Where a repository is.
+struct Place
+{
+    bool mIsWeb = false;
+    QString mPath; // the address without a slash at its end, or the absolute path of the folder
+};
+
+// pText: the folder of a repository, or an address with "file://" or "https://". A failure for any other
+// text.
+Result<Place> readPlace(const QString& pText);
+
+// The metadata of the repository there. pCaFile: the only certificate authorities to trust for an https
+// server; empty: those of the system. Does not fetch anything yet.
 Result<std::unique_ptr<tuf::Fetcher>> openMetadata(const QString& pPlace, const QString& pCaFile);
 
 } // namespace tarn::vkpublish

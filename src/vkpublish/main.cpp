@@ -28,6 +28,7 @@ constexpr std::array sCommands{
     Command{"publish", "publish what was added, and renew the signatures", cmdPublish},
     Command{"list", "show the packages", cmdList},
     Command{"verify", "check a repository as a client would", cmdVerify},
+    Command{"mirror", "make a folder a verified copy of a repository", cmdMirror},
     Command{"rotate-key", "give a role a new key", cmdRotateKey},
 };
 

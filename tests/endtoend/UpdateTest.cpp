@@ -38,6 +38,28 @@ TEST(Update, InstallsThenFindsNothingThenTakesTheNewerVersion)
     EXPECT_EQ(tMachine.rkm({"install-log", "-a"}).mOut.count("Name: Charts\n"), 1);
 }
 
+TEST(Update, TakesWhatAMirrorHas)
+{
+    Machine tMachine;
+    const QByteArray tRepository = tMachine.path("repository").toUtf8();
+    const QByteArray tMirror = tMachine.path("mirror").toUtf8();
+    for (const char* tVersion : {"1.0.0", "1.1.0"}) {
+        tMachine.add("viewer", tVersion);
+        tMachine.publish();
+        const QList<QByteArray> tWords{"mirror",  tRepository, tMirror,
+                                       "--prune", "--root",    tRepository + "/metadata/1.root.json"};
+        const Program::Result tResult =
+            tMachine.installation().start(tWords, Program::Console::Pipes, q("vkpublish"))->wait();
+        EXPECT_EQ(tResult.mStatus, 0) << tResult.mErr;
+        ASSERT_EQ(tMachine.rkm({"update-settings", "--server=" + tMirror}).mStatus, 0);
+        QDir().rename(q(tRepository), q(tRepository + ".away"));
+        EXPECT_EQ(Machine::afterProgress(tMachine.rkm({"update"}).mOut),
+                  "Update finished: 1 package was updated.\n");
+        QDir().rename(q(tRepository + ".away"), q(tRepository));
+        EXPECT_EQ(tMachine.installedVersion("viewer"), q(tVersion));
+    }
+}
+
 TEST(Update, WaitsForTheApplicationAndObeysTheSecondCtrlC)
 {
     Machine tMachine;

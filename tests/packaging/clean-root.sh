@@ -39,6 +39,17 @@ expect 0 "Update finished: 1 package was updated." rkm update --quiet
 expect 0 "Name: tool" rkm install-log
 expect 0 "it works" /opt/vk/current/tool/bin/tool
 
+# A mirror in its unit, and a machine that uses it.
+cp /srv/updates/metadata/1.root.json /etc/vk/mirror/site.root.json
+echo URL=/srv/updates >/etc/vk/mirror/site.conf
+expect 0 "" systemctl enable --now vkpublish-mirror@site.timer
+expect 0 "" systemctl start vkpublish-mirror@site
+expect 0 "Mirrored 1 package" journalctl --no-pager -u vkpublish-mirror@site
+expect 0 "vkmirror" stat -c %U /var/lib/vkmirror/site/metadata/timestamp.json
+expect 0 "successfully applied" rkm update-settings --server=/var/lib/vkmirror/site
+expect 0 "All packages are up to date." rkm update --quiet
+expect 0 "successfully applied" rkm update-settings --server=/srv/updates
+
 # Another user: no settings, but the log; the message names the right socket.
 expect 1 "Please check the permissions of /run/vkservice" as_somebody --clear-groups rkm show-settings --socket=/run/vkservice/socket
 expect 0 "Name: tool" as_somebody --clear-groups rkm install-log
@@ -76,7 +87,8 @@ expect 0 "" dpkg -i /packages/vkservice_*.deb
 expect 0 "enabled" systemctl is-enabled vkservice.socket
 expect 0 "1.9 OK" systemd-analyze security --no-pager vkservice
 DEBIAN_FRONTEND=noninteractive expect 0 "" apt-get purge -y -qq rkm vkservice vkpublish libvkcore-dev libvkcore1
-for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /run/vkservice \
+for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /var/lib/vkmirror /run/vkservice \
+    /etc/systemd/system/*/vkpublish-mirror@* \
     /etc/systemd/system/*/vkservice.* /var/lib/systemd/deb-systemd-helper-enabled/vkservice.*; do
     if [ -e "$left" ] || [ -L "$left" ]; then
         fail "$left is left behind"

@@ -73,8 +73,11 @@ def real_files(folder):
     publish("remove", "old")
     publish("rotate-key", "timestamp")
     run(rkm, "update")
+    mirror = ("mirror", repository, os.path.join(folder, "mirror"), "--root", f"{repository}/metadata/1.root.json")
+    run(os.path.join(BIN, "vkpublish"), *mirror)
     add("viewer", "1.1")
     publish("publish")
+    run(os.path.join(BIN, "vkpublish"), *mirror)
     log = sqlite3.connect(os.path.join(state, "install-log.db"))
     log.execute("BEGIN IMMEDIATE")
     run(rkm, "update")
@@ -84,7 +87,8 @@ def real_files(folder):
     places = {".manifest.json": "installed/generations/1/.manifest.json", ".vk-root": "installed/.vk-root",
               "installation.json": "state/installation.json", "damage.json": "state/damage.json",
               "The note on a server": "state/trust/*/servers/*.json",
-              "install-log.waiting": "state/install-log.waiting/*.json", "record.json": "repository.keys/record.json"}
+              "install-log.waiting": "state/install-log.waiting/*.json", "record.json": "repository.keys/record.json",
+              "mirror.json": "mirror/.vk-mirror/mirror.json"}
     return {heading: json.loads(read(*glob.glob(os.path.join(folder, place)))) for heading, place in places.items()}
 
 

@@ -21,7 +21,9 @@ FILES = {
     "vkservice": ["bin/vkservice", "share/man/man8/vkservice.8", "lib/systemd/system/vkservice.service",
                   "lib/systemd/system/vkservice.socket",
                   "share/doc/vkservice/protocol.md", "share/doc/vkservice/administrator.md"],
-    "vkpublish": ["bin/vkpublish", "share/man/man1/vkpublish.1", "share/man/man5/vk-repository.5"],
+    "vkpublish": ["bin/vkpublish", "share/man/man1/vkpublish.1", "share/man/man5/vk-repository.5",
+                  "lib/systemd/system/vkpublish-mirror@.service", "lib/systemd/system/vkpublish-mirror@.timer",
+                  "lib/sysusers.d/vkpublish.conf"],
 }
 
 
@@ -87,6 +89,11 @@ class Folder(unittest.TestCase):
             self.assertNotRegex(path, r"vktuf|completions$|\.a$|test")
         with open(os.path.join(prefix, "lib/systemd/system/vkservice.service"), encoding="utf-8") as file:
             self.assertIn(f"ExecStart={prefix}/bin/vkservice", file.read())
+        unit = os.path.join(prefix, "lib/systemd/system/vkpublish-mirror@.service")
+        with open(unit, encoding="utf-8") as file:
+            self.assertIn(f"ExecStart={prefix}/bin/vkpublish mirror ", file.read())
+        # Fails at an exposure of 1.5 or more.
+        run("systemd-analyze", "security", "--offline=true", "--threshold=14", unit)
         self.use(prefix)
 
     def test_every_public_header_is_installed_and_stands_alone(self):

@@ -11,6 +11,7 @@ int cmdRemove(const QStringList& pArguments);
 int cmdPublish(const QStringList& pArguments);
 int cmdList(const QStringList& pArguments);
 int cmdVerify(const QStringList& pArguments);
+int cmdMirror(const QStringList& pArguments);
 int cmdRotateKey(const QStringList& pArguments);
 
 } // namespace tarn::vkpublish

@@ -1,0 +1,154 @@
+#include "mirror/MirrorFolder.h"
+
+#include "Layout.h"
+
+#include "os/FileTools.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QDirIterator>
+#include <QtCore/QFile>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+using namespace Qt::StringLiterals;
+
+namespace tarn::vkpublish {
+
+namespace {
+
+constexpr mode_t sFolderMode = 0755;
+constexpr mode_t sPrivateMode = 0600;
+constexpr qint64 sMaxRecord = 256 * 1024 * 1024;
+const QString sMarker = u".vk-mirror"_s;
+const QString sRecord = u"/mirror.json"_s;
+// What a replaced file is called until its rename.
+const QString sNewSuffix = u".new"_s;
+
+} // namespace
+
+MirrorFolder::MirrorFolder(os::FileSystem& pFileSystem, const QString& pPath)
+    : mFileSystem(pFileSystem), mPath(pPath), mPrivate(pFileSystem), mIncoming(pFileSystem)
+{
+}
+
+Failure MirrorFolder::open()
+{
+    Failure tFailure = os::makePath(mFileSystem, mPath, sFolderMode);
+    tFailure = tFailure ? tFailure : checkIsOurs();
+    tFailure = tFailure ? tFailure : mPrivate.open(pathOf(sMarker));
+    tFailure = tFailure ? tFailure : lock();
+    tFailure = tFailure ? tFailure : readRecord();
+    return tFailure ? tFailure : mIncoming.open(mPrivate.pathOf("incoming"));
+}
+
+Failure MirrorFolder::makePublicFolders()
+{
+    Failure tFailure = makePublic(metadataFolder({}).mid(1));
+    tFailure = tFailure ? tFailure : makePublic(targetsFolder({}).mid(1));
+    return tFailure ? tFailure : os::syncDir(mFileSystem, mPath);
+}
+
+Failure MirrorFolder::checkIsOurs() const
+{
+    if (QFileInfo::exists(pathOf(sMarker) + sRecord)) {
+        return {};
+    }
+    // A kill may have left the marker without a record; it wrote nothing else then.
+    QStringList tNames =
+        QDir(mPath).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    tNames.removeOne(sMarker);
+    return tNames.isEmpty()
+               ? Failure()
+               : Failure{Failure::Kind::Person,
+                         u"%1 is neither empty nor a mirror, so nothing is written there: choose a "
+                         "new folder"_s.arg(mPath)};
+}
+
+Failure MirrorFolder::lock()
+{
+    if (Failure tFailure = mPrivate.openFile("lock", 0, &mLock)) {
+        return tFailure;
+    }
+    if (::flock(mLock.fd(), LOCK_EX | LOCK_NB) == 0) {
+        return {};
+    }
+    return errno == EWOULDBLOCK
+               ? Failure{Failure::Kind::Person, u"Another vkpublish is mirroring into %1"_s.arg(mPath)}
+               : Failure::fromErrno(errno, u"lock %1"_s.arg(mPrivate.pathOf("lock")));
+}
+
+Failure MirrorFolder::readRecord()
+{
+    const QString tPath = mPrivate.path() + sRecord;
+    const Result<QByteArray> tText = os::readFile(mFileSystem, tPath, sMaxRecord);
+    if (tText.failure().mKind == Failure::Kind::NotFound) {
+        return {};
+    }
+    if (!tText) {
+        return tText.failure();
+    }
+    const std::optional<MirrorRecord> tRecord = MirrorRecord::fromJson(*tText);
+    mRecord = tRecord.value_or(MirrorRecord());
+    return tRecord ? Failure()
+                   : Failure{Failure::Kind::Damaged, u"%1 is damaged: mirror into a new folder"_s.arg(tPath)};
+}
+
+Failure MirrorFolder::save()
+{
+    return os::replaceFile(mFileSystem, mPrivate.path() + sRecord, mRecord.toJson(), sPrivateMode);
+}
+
+Failure MirrorFolder::makePublic(const QString& pName)
+{
+    struct stat tStat;
+    const QByteArray tPath = QFile::encodeName(pathOf(pName));
+    if (mFileSystem.makeDir(tPath, sFolderMode) != 0 && errno != EEXIST) {
+        return Failure::fromErrno(errno, u"make the folder %1"_s.arg(pathOf(pName)));
+    }
+    return ::lstat(tPath.constData(), &tStat) == 0 && S_ISDIR(tStat.st_mode)
+               ? Failure()
+               : Failure{Failure::Kind::Person, u"%1 is not a folder: remove it"_s.arg(pathOf(pName))};
+}
+
+QStringList MirrorFolder::foreignFiles() const
+{
+    QStringList tForeign;
+    QDirIterator tIt(mPath, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (tIt.hasNext()) {
+        const QString tBelow = tIt.next().mid(mPath.size() + 1);
+        QString tWhole = tBelow;
+        if (tWhole.endsWith(sNewSuffix)) {
+            tWhole.chop(sNewSuffix.size());
+        }
+        if (!tBelow.startsWith(sMarker + u'/') && !mRecord.knows(tBelow) && !mRecord.knows(tWhole)) {
+            tForeign.append(tBelow);
+        }
+    }
+    tForeign.sort();
+    return tForeign;
+}
+
+Failure MirrorFolder::prune(const QDateTime& pNow, qint64 pGrace, const QSet<QString>& pKept, int* pCount)
+{
+    Failure tFailure;
+    for (auto tIt = mRecord.mUnnamed.begin(); tIt != mRecord.mUnnamed.end() && !tFailure;) {
+        const QByteArray tPath = QFile::encodeName(pathOf(tIt.key()));
+        if (pKept.contains(tIt.key()) || tIt.value().secsTo(pNow) < pGrace) {
+            ++tIt;
+        } else if (mFileSystem.unlink(tPath) == 0 || errno == ENOENT) {
+            (void)mFileSystem.unlink(tPath + QFile::encodeName(sNewSuffix));
+            tIt = mRecord.mUnnamed.erase(tIt);
+            ++*pCount;
+        } else {
+            tFailure = Failure::fromErrno(errno, u"remove %1"_s.arg(pathOf(tIt.key())));
+        }
+    }
+    const Failure tSaved = save();
+    return tFailure ? tFailure : tSaved;
+}
+
+} // namespace tarn::vkpublish

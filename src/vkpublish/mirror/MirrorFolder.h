@@ -1,0 +1,55 @@
+#pragma once
+
+#include "mirror/MirrorRecord.h"
+
+#include "os/PrivateFolder.h"
+
+#include <QtCore/QStringList>
+
+namespace tarn::vkpublish {
+
+// The folder of a mirror. It becomes one while it is empty; then DIR/.vk-mirror marks it, a private folder
+// with
+//
+//   mirror.json   what the mirror has written
+//   trust/        the metadata of the repository that was seen last, as on a machine
+//   incoming/     files that are not complete or not proven yet
+//   lock
+class MirrorFolder
+{
+public:
+    MirrorFolder(os::FileSystem& pFileSystem, const QString& pPath);
+
+    // Claims the folder, which no other process may have, and reads the record. Kind::Person for a folder
+    // that is not empty and no mirror.
+    Failure open();
+    // Writes the record; after the first time the folder is a mirror.
+    Failure save();
+    // metadata/ and targets/; after save().
+    Failure makePublicFolders();
+    // Removes what is unnamed for pGrace seconds, and is not in pKept. Adds to *pCount.
+    Failure prune(const QDateTime& pNow, qint64 pGrace, const QSet<QString>& pKept, int* pCount);
+
+    const QString& path() const { return mPath; }
+    QString pathOf(const QString& pBelow) const { return mPath + u'/' + pBelow; }
+    QString trust() const { return mPrivate.pathOf("trust"); }
+    const os::PrivateFolder& incoming() const { return mIncoming; }
+    // Files that the mirror has not written.
+    QStringList foreignFiles() const;
+
+    MirrorRecord mRecord;
+
+private:
+    Failure checkIsOurs() const;
+    Failure lock();
+    Failure readRecord();
+    Failure makePublic(const QString& pName);
+
+    os::FileSystem& mFileSystem;
+    QString mPath;
+    os::PrivateFolder mPrivate;
+    os::PrivateFolder mIncoming;
+    os::Descriptor mLock;
+};
+
+} // namespace tarn::vkpublish
