@@ -14,7 +14,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -103,10 +102,11 @@ Failure FolderOrigin::get(const QString& pPath, Receiver& pTo)
 
 } // namespace
 
-std::unique_ptr<Origin> openOrigin(os::FileSystem& pFileSystem, const Place& pPlace, HttpsAccess pAccess)
+std::unique_ptr<Origin> openOrigin(os::FileSystem& pFileSystem, const Place& pPlace,
+                                   const HttpsAccess& pAccess)
 {
     if (pPlace.mIsWeb) {
-        return std::make_unique<WebOrigin>(pPlace.mPath, std::move(pAccess));
+        return std::make_unique<WebOrigin>(pPlace.mPath, pAccess);
     }
     return std::make_unique<FolderOrigin>(pFileSystem, pPlace.mPath);
 }

@@ -22,6 +22,7 @@ public:
 };
 
 // pAccess: for a web server; its folder is set from pPlace. Does not fetch anything yet.
-std::unique_ptr<Origin> openOrigin(os::FileSystem& pFileSystem, const Place& pPlace, HttpsAccess pAccess);
+std::unique_ptr<Origin> openOrigin(os::FileSystem& pFileSystem, const Place& pPlace,
+                                   const HttpsAccess& pAccess);
 
 } // namespace tarn::vkpublish
