@@ -66,6 +66,7 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
       mVerifications(os::realFileSystem(), {mChecks, mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mSchedule({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mMail({mStore, mSettings, mVariables, mUpdates, mSchedule, pApp}),
+      mView(os::realFileSystem(), {mSettings, mUpdates, mVerifications, mSchedule, pApp}),
       mEvents(mSockets, mUpdates, mVerifications, pApp),
       mLifetime(pOptions.mWorker, {mSockets, mSchedule, mUpdates, mVerifications, mMail, pApp})
 {
@@ -79,7 +80,8 @@ void Service::addMethods()
 {
     methods::addSessionMethods(mMethods, {mSockets, mEvents, mLifetime, mConfiguration});
     methods::addUpdateMethods(mMethods, {mUpdates});
-    methods::addPackageMethods(mMethods, {mVerifications});
+    methods::addPackageMethods(mMethods, {mVerifications, mView});
+    methods::addOperatorMethods(mMethods, {mView});
     methods::addSettingsMethods(mMethods, {mSettings, mConfiguration, mMail, mUpdates, mStoreCare, mApp});
     methods::addScheduleMethods(mMethods, {mSchedule, mStoreCare});
     methods::addMonitoringMethods(mMethods, {mSettings, mMail, mStoreCare});

@@ -4,6 +4,7 @@
 #include "control/Events.h"
 #include "control/Lifetime.h"
 #include "control/MailControl.h"
+#include "control/OperatorView.h"
 #include "control/ScheduleControl.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
@@ -85,6 +86,7 @@ private:
     control::VerifyControl mVerifications;
     control::ScheduleControl mSchedule;
     control::MailControl mMail;
+    control::OperatorView mView;
     control::Events mEvents;
     control::Lifetime mLifetime;
     QTimer mMinute;

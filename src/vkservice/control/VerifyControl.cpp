@@ -34,7 +34,7 @@ constexpr qint64 sStoreSeconds = 60;
 constexpr qint64 sContinueDays = 7;     // an older beginning proves nothing about today
 constexpr qsizetype sMaxDetailed = 500; // packages whose findings go into one answer
 
-PackageEntry entryOf(const packages::InstalledPackage& pPackage, const PackageCheck* pCheck, bool pInDetail)
+PackageEntry entryOf(const packages::InstalledPackage& pPackage, const QString& pLanguage)
 {
     PackageEntry tEntry;
     tEntry.mName = pPackage.mInfo.mName;
@@ -42,17 +42,22 @@ PackageEntry entryOf(const packages::InstalledPackage& pPackage, const PackageCh
     tEntry.mFolder = pPackage.mFolder;
     tEntry.mIndexed = pPackage.mInfo.mIndex.has_value();
     tEntry.mState = u"unchecked"_s;
-    if (pCheck != nullptr) {
-        tEntry.mState = packages::stateWord(pCheck->mState);
-        tEntry.mChecked = pCheck->mChecked.toLocalTime();
-        tEntry.mFiles = pCheck->mFiles;
-        tEntry.mBytes = pCheck->mBytes;
-        tEntry.mDamageCount = pCheck->mCount;
-    }
-    for (qsizetype i = 0; pCheck != nullptr && pInDetail && i < pCheck->mFindings.size(); ++i) {
-        tEntry.mDamage.append({pCheck->mFindings[i].mPath, pCheck->mFindings[i].mProblem});
-    }
+    tEntry.mTitle = singleLine(pPackage.mInfo.mTitle.bestValue(pLanguage));
+    tEntry.mLanguage = pPackage.mInfo.mLanguage;
+    tEntry.mSize = pPackage.mInfo.mInstalledSize;
     return tEntry;
+}
+
+void addCheck(const PackageCheck& pCheck, bool pInDetail, PackageEntry* pTo)
+{
+    pTo->mState = packages::stateWord(pCheck.mState);
+    pTo->mChecked = pCheck.mChecked.toLocalTime();
+    pTo->mFiles = pCheck.mFiles;
+    pTo->mBytes = pCheck.mBytes;
+    pTo->mDamageCount = pCheck.mCount;
+    for (qsizetype i = 0; pInDetail && i < pCheck.mFindings.size(); ++i) {
+        pTo->mDamage.append({pCheck.mFindings[i].mPath, pCheck.mFindings[i].mProblem});
+    }
 }
 
 } // namespace
@@ -324,13 +329,16 @@ Result<PackageEntries> VerifyControl::packages() const
     if (!tInstalled) {
         return tInstalled.failure();
     }
+    const QString tLanguage = mParts.mApp.languageOr(mParts.mSettings.appLanguage().value_or(QString()));
     PackageEntries tEntries;
     qsizetype tDetailed = 0;
     for (const packages::InstalledPackage& tPackage : tInstalled->mPackages) {
         const PackageCheck* tCheck = mParts.mRecord.record().find(tPackage.mFolder);
-        const bool tHasDetails = tCheck != nullptr && !tCheck->mFindings.isEmpty();
-        tDetailed += tHasDetails;
-        tEntries.mPackages.append(entryOf(tPackage, tCheck, tDetailed <= sMaxDetailed));
+        PackageEntry& tEntry = tEntries.mPackages.emplaceBack(entryOf(tPackage, tLanguage));
+        if (tCheck != nullptr) {
+            tDetailed += !tCheck->mFindings.isEmpty();
+            addCheck(*tCheck, tDetailed <= sMaxDetailed, &tEntry);
+        }
     }
     return tEntries;
 }
