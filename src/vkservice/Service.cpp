@@ -67,6 +67,7 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
       mSchedule({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mMail({mStore, mSettings, mVariables, mUpdates, mSchedule, pApp}),
       mView(os::realFileSystem(), {mSettings, mUpdates, mVerifications, mSchedule, pApp}),
+      mMetrics(os::realFileSystem(), {mVariables, {mSettings, mVerifications, mView}, pApp}),
       mEvents(mSockets, mUpdates, mVerifications, pApp),
       mLifetime(pOptions.mWorker, {mSockets, mSchedule, mUpdates, mVerifications, mMail, pApp})
 {
@@ -106,6 +107,12 @@ void Service::connectParts()
     connect(&mUpdates, &UpdateControl::runEnded, this, &Service::onRunEnded);
     connect(&mVerifications, &VerifyControl::ended, this,
             [this] { mMail.onVerified(mVerifications.damaged()); });
+    connect(&mStoreCare, &StoreCare::replaced, &mMetrics, &MetricsControl::noteChange);
+    connect(&mUpdates, &UpdateControl::statusChanged, &mMetrics, &MetricsControl::noteChange);
+    connect(&mVerifications, &VerifyControl::damageFound, &mMetrics, &MetricsControl::noteChange);
+    connect(&mVerifications, &VerifyControl::ended, &mMetrics, &MetricsControl::noteChange);
+    connect(&mSchedule, &ScheduleControl::changed, &mMetrics, &MetricsControl::noteChange);
+    connect(&mConfiguration, &Configuration::changed, &mMetrics, &MetricsControl::noteChange);
     connect(&mMinute, &QTimer::timeout, this, &Service::onMinute);
 }
 
@@ -134,6 +141,9 @@ Failure Service::start()
         return tFailure;
     }
     mMinute.start(sMinuteMs);
+    if (!mLifetime.isWorker()) {
+        mMetrics.start();
+    }
     if (!os::Confinement::isAvailable()) {
         mApp.write(LogLevel::Notice,
                    u"The kernel has no Landlock, or only its first version: updates are not confined "
@@ -238,6 +248,7 @@ void Service::onMinute()
     mMail.tick();
     if (!mLifetime.isWorker()) {
         mVerifications.tick();
+        mMetrics.tick();
     }
 }
 

@@ -4,6 +4,7 @@
 #include "control/Events.h"
 #include "control/Lifetime.h"
 #include "control/MailControl.h"
+#include "control/MetricsControl.h"
 #include "control/OperatorView.h"
 #include "control/ScheduleControl.h"
 #include "control/StoreCare.h"
@@ -87,6 +88,7 @@ private:
     control::ScheduleControl mSchedule;
     control::MailControl mMail;
     control::OperatorView mView;
+    control::MetricsControl mMetrics;
     control::Events mEvents;
     control::Lifetime mLifetime;
     QTimer mMinute;

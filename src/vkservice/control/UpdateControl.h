@@ -69,7 +69,8 @@ private:
     bool isSuppressed() const;
     Result<update::RunRequest> request();
     void finish(const update::RunResult& pResult);
-    void record(ResultCode pCode, const QString& pText, const QDateTime& pBegan = {});
+    void record(ResultCode pCode, const QString& pText, const QDateTime& pBegan = {},
+                const RunTraffic& pTraffic = {});
     void setStatus(vkcore::ServiceStatus pStatus);
     vkcore::ServiceStatus restingStatus() const;
 

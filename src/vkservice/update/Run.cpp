@@ -34,6 +34,17 @@ qint64 archiveBytes(const Plan& pPlan)
     return tBytes;
 }
 
+qint64 installedBytes(const Plan& pPlan)
+{
+    qint64 tBytes = 0;
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        if (!tPackage.mFailure) {
+            addBytes(&tBytes, tPackage.mOffer.mTarget.mLength);
+        }
+    }
+    return tBytes;
+}
+
 } // namespace
 
 Run::Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
@@ -375,6 +386,7 @@ RunResult Run::finish(Attempt* pAttempt)
                             tPackage.mFailure.mText);
         }
     }
+    mInstalledBytes = installedBytes(tPlan);
     const int tFailed = tPlan.failedCount();
     const int tInstalled = static_cast<int>(tPlan.mPackages.size()) - tFailed;
     if (tFailed > 0) {

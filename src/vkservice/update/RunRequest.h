@@ -2,6 +2,7 @@
 
 #include "internal/Values.h"
 #include "values/ResultCode.h"
+#include "values/RunRecord.h"
 
 #include <vkcore/NetProxy.h>
 
@@ -61,6 +62,7 @@ struct RunResult
     ResultCode mCode = ResultNone;
     QString mText; // resultText, or more details
     int mInstalledCount = 0;
+    RunTraffic mTraffic = {};
 };
 
 } // namespace tarn::vkservice::update

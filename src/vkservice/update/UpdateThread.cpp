@@ -25,7 +25,8 @@ public:
     void work()
     {
         Run tRun(mRequest, mFileSystem, *mFreeProcesses, *mReporter, mAbort);
-        const RunResult tResult = tRun.run();
+        RunResult tResult = tRun.run();
+        tResult.mTraffic = tRun.traffic();
         QMetaObject::invokeMethod(
             mOwner, [this, tResult] { end(tResult); }, Qt::QueuedConnection);
     }
