@@ -67,6 +67,7 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
       mSchedule({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mMail({mStore, mSettings, mVariables, mUpdates, mSchedule, pApp}),
       mView(os::realFileSystem(), {mSettings, mUpdates, mVerifications, mSchedule, pApp}),
+      mRunNotes(mUpdates, mView, pApp),
       mMetrics(os::realFileSystem(), {mVariables, {mSettings, mVerifications, mView}, pApp}),
       mEvents(mSockets, mUpdates, mVerifications, pApp),
       mLifetime(pOptions.mWorker, {mSockets, mSchedule, mUpdates, mVerifications, mMail, pApp})
@@ -239,7 +240,7 @@ void Service::reportDamage(const QString& pDamagedFile)
     const QString tText = u"The service's store was damaged. Its settings are lost."_s;
     const QString tDetails = u"The damaged store was kept as %1."_s.arg(pDamagedFile);
     mUpdates.note(ResultStoreDamaged, tText + u' ' + tDetails);
-    mEvents.errorToKeep(tText, tDetails);
+    mEvents.errorToKeep(tText, tDetails, {process::message::sStoreSetAside, {{"VK_FILE", pDamagedFile}}});
 }
 
 void Service::onMinute()
@@ -254,8 +255,6 @@ void Service::onMinute()
 
 void Service::onRunEnded(const RunRecord& pRecord, bool pManual)
 {
-    mApp.write(pRecord.mCode == ResultSuccess ? LogLevel::Notice : LogLevel::Warning,
-               u"The update has ended: %1"_s.arg(mUpdates.resultText(pRecord)));
     mStoreCare.replaceIfDamaged();
     mVerifications.onRunEnded();
     mMail.onRunEnded(pRecord);

@@ -6,6 +6,7 @@
 #include "control/MailControl.h"
 #include "control/MetricsControl.h"
 #include "control/OperatorView.h"
+#include "control/RunNotes.h"
 #include "control/ScheduleControl.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
@@ -88,6 +89,7 @@ private:
     control::ScheduleControl mSchedule;
     control::MailControl mMail;
     control::OperatorView mView;
+    control::RunNotes mRunNotes;
     control::MetricsControl mMetrics;
     control::Events mEvents;
     control::Lifetime mLifetime;

@@ -102,7 +102,8 @@ QByteArray MetricsControl::figures() const
 void MetricsControl::noteResult(const Failure& pFailure)
 {
     if (pFailure && pFailure.mText != mLastComplaint) {
-        mParts.mApp.write(LogLevel::Warning, u"The metrics can't be written: %1."_s.arg(pFailure.mText));
+        mParts.mApp.write(LogLevel::Warning, u"The metrics can't be written: %1."_s.arg(pFailure.mText),
+                          {process::message::sMetricsUnwritable});
     }
     if (!pFailure && !mLastComplaint.isEmpty()) {
         mParts.mApp.write(LogLevel::Notice, u"The metrics are written to %1 again."_s.arg(mPath));

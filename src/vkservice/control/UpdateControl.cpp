@@ -158,6 +158,7 @@ Failure UpdateControl::trigger(bool pManual)
         mSources.mSettings.beginRun({});
         return {Failure::Kind::Io, u"The update can't be started"_s};
     }
+    Q_EMIT runStarted(pManual);
     setStatus(StatusUpdating);
     return {};
 }
@@ -183,6 +184,9 @@ void UpdateControl::finish(const RunResult& pResult)
     mLastRun.mCutShort = 0;
     record(pResult.mCode, pResult.mText, mBegan, pResult.mTraffic);
     mSessionRun = mLastRun;
+    for (const QString& tServer : pResult.mUnusableServers) {
+        Q_EMIT serverUnusable(tServer);
+    }
     Q_EMIT runEnded(mSessionRun, mManual);
     setStatus(restingStatus());
 }

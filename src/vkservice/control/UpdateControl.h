@@ -62,6 +62,9 @@ Q_SIGNALS:
     void activityChanged(tarn::vkcore::ServiceActivity pActivity);
     void notification(int pType, const QString& pText, const QString& pDetails);
     void error(int pType, const QString& pText, const QString& pDetails);
+    void runStarted(bool pManual);
+    // With the reason; before runEnded.
+    void serverUnusable(const QString& pServer);
     // Emitted before the status that ends the run.
     void runEnded(const tarn::vkservice::RunRecord& pRecord, bool pManual);
 

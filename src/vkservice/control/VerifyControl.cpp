@@ -204,11 +204,12 @@ void VerifyControl::onPackage(const PackageCheck& pCheck)
         store();
     }
     if (tIsDamaged && !tWasDamaged) {
-        Q_EMIT damageFound(u"The installed package %1 is damaged."_s.arg(
-                               packages::PackageFolders::place(pCheck.mFolder)->mName),
+        const QString tName = packages::PackageFolders::place(pCheck.mFolder)->mName;
+        Q_EMIT damageFound(u"The installed package %1 is damaged."_s.arg(tName),
                            u"Differences in %1: %2. The first: %3."_s.arg(pCheck.mFolder)
                                .arg(pCheck.mCount)
-                               .arg(packages::problemText(pCheck.mFindings.value(0))));
+                               .arg(packages::problemText(pCheck.mFindings.value(0))),
+                           tName);
     }
 }
 
@@ -239,9 +240,11 @@ void VerifyControl::conclude(const QStringList& pFolders)
     tRecord.keepOnly(pFolders);
     tRecord.mEnded = QDateTime::currentDateTimeUtc();
     tRecord.mSince = tRecord.mEnded;
-    mParts.mApp.write(LogLevel::Notice, u"The installed packages were verified: %1 of %2 are damaged."_s
-                                            .arg(tRecord.damagedFolders().size())
-                                            .arg(pFolders.size()));
+    const qsizetype tDamaged = tRecord.damagedFolders().size();
+    mParts.mApp.write(
+        LogLevel::Notice,
+        u"The installed packages were verified: %1 of %2 are damaged."_s.arg(tDamaged).arg(pFolders.size()),
+        {process::message::sVerified, {{"VK_DAMAGED", QString::number(tDamaged)}}});
     finish({});
 }
 

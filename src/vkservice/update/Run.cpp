@@ -351,6 +351,15 @@ RunResult Run::failed(const Failure& pFailure) const
     return {resultCode(pFailure), failureText(pFailure), 0};
 }
 
+QStringList Run::unusableServers() const
+{
+    QStringList tTexts;
+    for (const ServerTrouble& tServer : mServerTroubles) {
+        tTexts.append(u"%1: %2"_s.arg(tServer.mServer, tServer.mFailure.mText));
+    }
+    return tTexts;
+}
+
 RunResult Run::allServersFailed() const
 {
     if (mRequest.mServers.isEmpty()) {
@@ -360,9 +369,7 @@ RunResult Run::allServersFailed() const
     static const QList<ResultCode> sWeights{ResultNoServer, ResultUnreachable, ResultInstallFailed,
                                             ResultVerificationFailed};
     Failure tWorst{Failure::Kind::NoServer, QString()};
-    QStringList tTexts;
     for (const ServerTrouble& tServer : mServerTroubles) {
-        tTexts.append(u"%1: %2"_s.arg(tServer.mServer, tServer.mFailure.mText));
         const bool tIsAsBad = resultCode(tServer.mFailure) == resultCode(tWorst);
         if (sWeights.indexOf(resultCode(tServer.mFailure)) > sWeights.indexOf(resultCode(tWorst)) ||
             (tIsAsBad && tWorst.mKind == Failure::Kind::OutOfDate)) {
@@ -373,7 +380,7 @@ RunResult Run::allServersFailed() const
     if (tWorst.mKind == Failure::Kind::NotFound) {
         tWorst.mKind = Failure::Kind::Unreachable;
     }
-    tWorst.mText = tTexts.join(u"; "_s);
+    tWorst.mText = unusableServers().join(u"; "_s);
     return failed(tWorst);
 }
 

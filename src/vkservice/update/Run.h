@@ -32,6 +32,7 @@ public:
     RunResult run();
     // After run().
     RunTraffic traffic() const { return {mDownloads.received(), mInstalledBytes}; }
+    QStringList unusableServers() const;
 
 private:
     // The result of one server for this machine.

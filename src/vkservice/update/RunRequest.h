@@ -9,6 +9,7 @@
 #include <QtCore/QList>
 #include <QtCore/QSet>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace tarn::vkservice::update {
 
@@ -63,6 +64,7 @@ struct RunResult
     QString mText; // resultText, or more details
     int mInstalledCount = 0;
     RunTraffic mTraffic = {};
+    QStringList mUnusableServers = {}; // each with its reason
 };
 
 } // namespace tarn::vkservice::update

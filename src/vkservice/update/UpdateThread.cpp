@@ -27,6 +27,7 @@ public:
         Run tRun(mRequest, mFileSystem, *mFreeProcesses, *mReporter, mAbort);
         RunResult tResult = tRun.run();
         tResult.mTraffic = tRun.traffic();
+        tResult.mUnusableServers = tRun.unusableServers();
         QMetaObject::invokeMethod(
             mOwner, [this, tResult] { end(tResult); }, Qt::QueuedConnection);
     }
