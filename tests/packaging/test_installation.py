@@ -19,7 +19,9 @@ FILES = {
                    "share/rkm/locale/messages/vkcore_de.qm", "share/man/man5/vk.cfg.5"],
     "libvkcore-dev": ["include/vkcore/IPCClient.h", "include/vkcore/Application.h", "lib/libvkcore.so"],
     "vkservice": ["bin/vkservice", "share/man/man8/vkservice.8", "lib/systemd/system/vkservice.service",
-                  "lib/systemd/system/vkservice.socket",
+                  "lib/systemd/system/vkservice.socket", "lib/systemd/catalog/vkservice.catalog",
+                  "share/doc/vkservice/examples/monitoring/alerts.yml",
+                  "share/doc/vkservice/examples/monitoring/dashboard.json",
                   "share/doc/vkservice/protocol.md", "share/doc/vkservice/administrator.md"],
     "vkpublish": ["bin/vkpublish", "share/man/man1/vkpublish.1", "share/man/man5/vk-repository.5"],
 }

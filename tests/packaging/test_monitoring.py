@@ -1,4 +1,5 @@
 """The metrics file of a real service is valid, and the dashboard and the alert rules fit it."""
+import glob
 import json
 import os
 import re
@@ -8,7 +9,7 @@ import tempfile
 import time
 import unittest
 
-from support import BIN, SOURCE, installation, run
+from support import BIN, SOURCE, installation, read, run
 
 RULES = os.path.join(SOURCE, "packaging/monitoring/alerts.yml")
 DASHBOARD = os.path.join(SOURCE, "packaging/monitoring/dashboard.json")
@@ -67,6 +68,30 @@ def written_by_the_service(folder):
             return wait_for(lambda: has('vkservice_runs_total{code="2",result="unreachable"} 1')), os.stat(metrics)
         finally:
             service.terminate()
+
+
+class Catalogue(unittest.TestCase):
+    def test_explains_each_event_of_the_source_with_the_fields_that_it_has(self):
+        source = dict(re.findall(r'auto (s\w+) = "([0-9a-f]{32})"', read("src/vkservice/process/JournalEvent.h")))
+        text = read("packaging/systemd/vkservice.catalog")
+        entries = dict(re.findall(r"(?ms)^-- (\w+)\n(.*?)(?=^-- |\Z)", text))
+        self.assertEqual(sorted(source.values()), sorted(entries))
+        self.assertEqual(len(entries), text.count("\n-- ") + 1)
+        code = "\n".join(read(path) for path in glob.glob(os.path.join(SOURCE, "src/vkservice/**/*.cpp"), recursive=True))
+        for name in source:
+            self.assertRegex(code, rf"\bmessage::{name}\b")
+        self.assertLessEqual(set(re.findall(r"@(\w+)@", text)), set(re.findall(r'"(VK_\w+)"', code)))
+
+    def test_journalctl_takes_it(self):
+        with tempfile.TemporaryDirectory() as root:
+            for folder in ("usr/lib/systemd/catalog", "var/lib/systemd/catalog"):
+                os.makedirs(os.path.join(root, folder))
+            shutil.copy(os.path.join(SOURCE, "packaging/systemd/vkservice.catalog"),
+                        os.path.join(root, "usr/lib/systemd/catalog"))
+            run("journalctl", f"--root={root}", "--update-catalog")
+            listed = run("journalctl", f"--root={root}", "--list-catalog").splitlines()
+            self.assertEqual(len(listed), read("packaging/systemd/vkservice.catalog").count("Subject: "))
+            self.assertTrue(all(" vkservice: " in line for line in listed), listed)
 
 
 class Monitoring(unittest.TestCase):

@@ -10,9 +10,12 @@ namespace {
 class OperatorTest : public ServiceTest
 {
 protected:
-    QString metrics(const char* pName = "folder/vk.prom") const { return mRig.installation().path(q(pName)); }
+    QString metrics(const char* pName = "folder/vk.prom")
+    {
+        return mRig.installation().path(q(pName));
+    }
     // Waits for the file to have, or to lose, a line.
-    bool waitForLine(const QByteArray& pLine, const char* pName = "folder/vk.prom") const
+    bool waitForLine(const QByteArray& pLine, const char* pName = "folder/vk.prom")
     {
         QElapsedTimer tTimer;
         for (tTimer.start(); tTimer.elapsed() < 20000;
