@@ -132,8 +132,8 @@ QString Report::overview() const
 
 QString Report::table() const
 {
-    QList<QStringList> tRows{{tr("NAME"), tr("VERSION"), tr("LANGUAGE"), tr("SIZE"), tr("INSTALLED"),
-                              tr("STATE"), tr("TITLE")}};
+    QList<QStringList> tRows{
+        {tr("NAME"), tr("VERSION"), tr("LANGUAGE"), tr("SIZE"), tr("INSTALLED"), tr("STATE"), tr("TITLE")}};
     for (const PackageEntry& tPackage : mPackages.mPackages) {
         const QDateTime tInstalled = tPackage.mInstalled.value_or(QDateTime());
         const QString tLanguage = tPackage.mLanguage.value_or(QString());

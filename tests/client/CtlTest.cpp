@@ -123,9 +123,9 @@ TEST(CtlTest, TellsByTextAndStatusWhatTheServiceKnows)
          "a     1.0.0.0  -         -     -          damaged\n",
          "", 0},
         {"packages", "packages",
-         overseen(QByteArray(sSound).replace(
-             "\"files\"", "\"title\":\"A\\u001b\",\"language\":\"de\",\"size\":2500000,"
-                         "\"installed\":\"2026-03-07T02:15:00\",\"files\"")),
+         overseen(QByteArray(sSound).replace("\"files\"",
+                                             "\"title\":\"A\\u001b\",\"language\":\"de\",\"size\":2500000,"
+                                             "\"installed\":\"2026-03-07T02:15:00\",\"files\"")),
          "NAME  VERSION  LANGUAGE  SIZE    INSTALLED            STATE  TITLE\n"
          "a     1.0.0.0  de        2.5 MB  2026-03-07 02:15:00  sound  A\n",
          "", 0},

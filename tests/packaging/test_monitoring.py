@@ -77,6 +77,7 @@ class Catalogue(unittest.TestCase):
         entries = dict(re.findall(r"(?ms)^-- (\w+)\n(.*?)(?=^-- |\Z)", text))
         self.assertEqual(sorted(source.values()), sorted(entries))
         self.assertEqual(len(entries), text.count("\n-- ") + 1)
+        self.assertLessEqual(set(entries), set(re.findall("`([0-9a-f]{32})`", read("docs/monitoring.md"))))
         code = "\n".join(read(path) for path in glob.glob(os.path.join(SOURCE, "src/vkservice/**/*.cpp"), recursive=True))
         for name in source:
             self.assertRegex(code, rf"\bmessage::{name}\b")
@@ -125,6 +126,7 @@ class Monitoring(unittest.TestCase):
             used = set(re.findall(r"vkservice_\w+", "\n".join(expressions) + file.read()))
         self.assertEqual(used - self.names, set())
         self.assertEqual(self.names - used, set(), "figures that nobody shows")
+        self.assertEqual(set(re.findall(r"(?m)^\| `(vkservice_\w+)", read("docs/monitoring.md"))), self.names)
         # The rule check parses expressions, also those of a dashboard.
         rules = [{"record": "x", "expr": e.replace("$instance", ".*")} for e in expressions]
         path = os.path.join(self.folder, "dashboard.yml")

@@ -6,7 +6,6 @@
 
 #include <csignal>
 
-
 namespace {
 
 // Runs the service with its standard error and the journal's socket as systemd would set them up. The socket
@@ -52,8 +51,8 @@ TEST_F(ServiceTest, JournalGetsEventsWithTheirFields)
     EXPECT_TRUE(hear(tFd, "488dd02abe824149b76c23ace496272d").contains("\nVK_MANUAL=yes\n"));
     const QByteArray tInstalled = hear(tFd, "43e2f1cac34e4bdf9e877f9912af7220");
     for (const char* tField : {"\nMESSAGE=The package sleeper 1.0.0.0 was installed.\n", "\nPRIORITY=6\n",
-                               "\nVK_PACKAGE=sleeper\n", "\nVK_VERSION=1.0.0.0\n",
-                               "\nVK_PREVIOUS_VERSION=\n", "\nSYSLOG_IDENTIFIER=vkservice\n"}) {
+                               "\nVK_PACKAGE=sleeper\n", "\nVK_VERSION=1.0.0.0\n", "\nVK_PREVIOUS_VERSION=\n",
+                               "\nSYSLOG_IDENTIFIER=vkservice\n"}) {
         EXPECT_TRUE(tInstalled.contains(tField)) << tField << tInstalled;
     }
     EXPECT_TRUE(hear(tFd, "4740bf730d7c49cba8c108755ec30285").contains("\nVK_RESULT=1\n"));

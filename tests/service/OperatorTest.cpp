@@ -10,17 +10,15 @@ namespace {
 class OperatorTest : public ServiceTest
 {
 protected:
-    QString metrics(const char* pName = "folder/vk.prom")
-    {
-        return mRig.installation().path(q(pName));
-    }
+    QString metrics(const char* pName = "folder/vk.prom") { return mRig.installation().path(q(pName)); }
     // Waits for the file to have, or to lose, a line.
     bool waitForLine(const QByteArray& pLine, const char* pName = "folder/vk.prom")
     {
         QElapsedTimer tTimer;
         for (tTimer.start(); tTimer.elapsed() < 20000;
              std::this_thread::sleep_for(std::chrono::milliseconds(20))) {
-            if (QFile::exists(metrics(pName)) && ('\n' + readFile(metrics(pName))).contains('\n' + pLine + '\n')) {
+            if (QFile::exists(metrics(pName)) &&
+                ('\n' + readFile(metrics(pName))).contains('\n' + pLine + '\n')) {
                 return true;
             }
         }
@@ -74,9 +72,11 @@ TEST_F(OperatorTest, AMetricsFolderThatIsGoneDisturbsNothing)
     mRig.start({});
     RawPeer tPeer = mRig.connect();
     const auto tSuppress = [&tPeer](const char* pValue) {
-        EXPECT_EQ(tPeer.call("setConfigValue", QByteArray(R"({"name": "update.suppressed", "value": "VALUE"})")
-                                                   .replace("VALUE", pValue)),
-                  true);
+        EXPECT_EQ(
+            tPeer.call(
+                "setConfigValue",
+                QByteArray(R"({"name": "update.suppressed", "value": "VALUE"})").replace("VALUE", pValue)),
+            true);
     };
     // Of a service that runs in the background; the second change comes after the second try has failed.
     tSuppress("yes");
@@ -103,7 +103,8 @@ TEST_F(OperatorTest, AWorkerWritesNoMetrics)
     QDir().mkpath(mRig.installation().path("folder"));
     mRig.configure("status.metricsFile = \"" + metrics().toUtf8() + "\"\n");
     mRig.start();
-    EXPECT_EQ(mRig.connect().call("setConfigValue", R"({"name": "update.suppressed", "value": "yes"})"), true);
+    EXPECT_EQ(mRig.connect().call("setConfigValue", R"({"name": "update.suppressed", "value": "yes"})"),
+              true);
     EXPECT_EQ(mRig.stop(), 0);
     EXPECT_FALSE(QFile::exists(metrics()));
 }

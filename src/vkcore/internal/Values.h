@@ -430,10 +430,14 @@ inline constexpr auto sFields<ActivityChange> = std::tuple{Field{"activity", &Ac
 
 template <>
 inline constexpr auto sFields<Overview> = std::tuple{
-    Field{"status", &Overview::mStatus},           Field{"activity", &Overview::mActivity},
-    Field{"version", &Overview::mVersion},         Field{"code", &Overview::mCode},
-    Field{"text", &Overview::mText},               Field{"ended", &Overview::mEnded},
-    Field{"lastSuccess", &Overview::mLastSuccess}, Field{"nextCheck", &Overview::mNextCheck},
+    Field{"status", &Overview::mStatus},
+    Field{"activity", &Overview::mActivity},
+    Field{"version", &Overview::mVersion},
+    Field{"code", &Overview::mCode},
+    Field{"text", &Overview::mText},
+    Field{"ended", &Overview::mEnded},
+    Field{"lastSuccess", &Overview::mLastSuccess},
+    Field{"nextCheck", &Overview::mNextCheck},
     Field{"metadataExpires", &Overview::mMetadataExpires},
 };
 

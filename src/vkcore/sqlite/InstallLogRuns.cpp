@@ -95,14 +95,12 @@ bool InstallLogStore::readVersions(QHash<QString, LoggedVersion>* pVersions, con
     }
     Statement tQuery(mDatabase, "SELECT date, package, version FROM entry WHERE date < ? AND status = 'ok'"
                                 " ORDER BY date DESC, id DESC LIMIT ?");
-    tQuery
-        .bind(1, pBefore.isValid() ? pBefore.toMSecsSinceEpoch() : std::numeric_limits<qint64>::max())
+    tQuery.bind(1, pBefore.isValid() ? pBefore.toMSecsSinceEpoch() : std::numeric_limits<qint64>::max())
         .bind(2, sMaxEntries);
     while (pVersions->size() < pPackages.size() && tQuery.step()) {
         const QString tPackage = tQuery.text(1);
         if (pPackages.contains(tPackage) && !pVersions->contains(tPackage)) {
-            pVersions->insert(tPackage,
-                              {tQuery.text(2), QDateTime::fromMSecsSinceEpoch(tQuery.integer(0))});
+            pVersions->insert(tPackage, {tQuery.text(2), QDateTime::fromMSecsSinceEpoch(tQuery.integer(0))});
         }
     }
     return tQuery.isOk() || fail();

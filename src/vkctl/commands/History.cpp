@@ -21,8 +21,8 @@ void makePlain(History* pHistory)
             tRun.mText = singleLine(*tRun.mText, vkcore::sMaxMessage);
         }
         for (HistoryPackage& tPackage : tRun.mPackages) {
-            for (QString* tText : {&tPackage.mName, &tPackage.mTitle, &tPackage.mVersion,
-                                   &tPackage.mPrevious, &tPackage.mStatus}) {
+            for (QString* tText : {&tPackage.mName, &tPackage.mTitle, &tPackage.mVersion, &tPackage.mPrevious,
+                                   &tPackage.mStatus}) {
                 *tText = singleLine(*tText);
             }
             tPackage.mReport = singleLine(tPackage.mReport, vkcore::sMaxMessage);
@@ -58,7 +58,7 @@ QString packageLine(const HistoryPackage& pPackage)
     const QString tLine =
         u"  %1 %2: %3"_s.arg(pPackage.mName, versionsText(pPackage), statusText(pPackage.mStatus));
     return pPackage.mStatus == "error"_L1 && !pPackage.mReport.isEmpty() ? tLine + u". "_s + pPackage.mReport
-                                                                        : tLine;
+                                                                         : tLine;
 }
 
 QString text(const History& pHistory)

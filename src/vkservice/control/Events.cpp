@@ -31,8 +31,9 @@ Events::Events(ipc::SocketServer& pSockets, UpdateControl& pUpdates, VerifyContr
                 mSockets.broadcast(method::sServiceNotificationReceived,
                                    toJson(Message{pType, present(pText), present(pDetails)}));
             });
-    connect(&pUpdates, &UpdateControl::error, this,
-            [this](int pType, const QString& pText, const QString& pDetails) { error(pType, pText, pDetails); });
+    connect(
+        &pUpdates, &UpdateControl::error, this,
+        [this](int pType, const QString& pText, const QString& pDetails) { error(pType, pText, pDetails); });
     connect(&pVerifications, &VerifyControl::changed, this, [this, &pVerifications] {
         mSockets.broadcast(method::sVerificationChanged, toJson(pVerifications.state()));
     });

@@ -31,8 +31,9 @@ void addLastRun(const MetricsParts& pParts, Page* pTo)
     pTo->value(tOverview.mLastSuccess);
     pTo->gauge("vkservice_last_run_timestamp_seconds", "When the last update ended; 0 if there was none.");
     pTo->value(tOverview.mEnded);
-    pTo->gauge("vkservice_last_run_result_code",
-               "The result of the last update: 1 is success, 0 that there was none; vkservice(8) has the others.");
+    pTo->gauge(
+        "vkservice_last_run_result_code",
+        "The result of the last update: 1 is success, 0 that there was none; vkservice(8) has the others.");
     pTo->value(tOverview.mCode);
 }
 
@@ -100,7 +101,7 @@ void addVerification(const MetricsParts& pParts, Page* pTo)
 
 const QList<AddMetrics>& metricsSections()
 {
-    static const QList<AddMetrics> sSections{&addService, &addLastRun,  &addDates,
+    static const QList<AddMetrics> sSections{&addService,  &addLastRun,  &addDates,
                                              &addCounters, &addPackages, &addVerification};
     return sSections;
 }

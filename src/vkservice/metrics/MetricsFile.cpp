@@ -67,8 +67,9 @@ Failure MetricsFile::writeNew(const os::Descriptor& pFolder, const QByteArray& p
     if (mFileSystem.unlinkAt(pFolder.fd(), tNew, 0) != 0 && errno != ENOENT) {
         return Failure::fromErrno(errno, tWhat);
     }
-    os::Descriptor tFile(mFileSystem, mFileSystem.openAt(pFolder.fd(), tNew,
-                                                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, sFileMode));
+    os::Descriptor tFile(
+        mFileSystem,
+        mFileSystem.openAt(pFolder.fd(), tNew, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, sFileMode));
     if (!tFile.isOpen() ||
         os::writeAll(mFileSystem, tFile.fd(), pText.constData(), static_cast<size_t>(pText.size())) != 0 ||
         mFileSystem.changeMode(tFile.fd(), sFileMode) != 0 || tFile.close() != 0 ||

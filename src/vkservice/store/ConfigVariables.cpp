@@ -81,7 +81,8 @@ VariableRule metricsFileRule(const QString& pName)
 {
     VariableRule tRule = pathRule(pName, QString());
     tRule.mCheck = [tIsPath = tRule.mCheck](const QString& pText) {
-        const bool tIsFile = tIsPath(pText).isNull() && pText.endsWith(".prom"_L1) && !pText.endsWith("/.prom"_L1);
+        const bool tIsFile =
+            tIsPath(pText).isNull() && pText.endsWith(".prom"_L1) && !pText.endsWith("/.prom"_L1);
         return tIsFile ? QString() : u"an absolute path that ends in .prom is expected"_s;
     };
     return tRule;

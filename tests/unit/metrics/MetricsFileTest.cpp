@@ -99,11 +99,9 @@ TEST(RunCountersTest, CountWhatWasSavedByAllRunsTogether)
 {
     store::RunCounters tCounters;
     const std::tuple<int, RunTraffic, qint64> tRuns[] = {
-        {4, {300, 0}, 0},     // aborted, and what it has is used by the next one
-        {1, {200, 1000}, 500},
-        {1, {0, 0}, 500},     // nothing new
-        {1, {1050, 1000}, 500},
-        {1, {100, 1000}, 1400},
+        {4, {300, 0}, 0},                         // aborted, and what it has is used by the next one
+        {1, {200, 1000}, 500},  {1, {0, 0}, 500}, // nothing new
+        {1, {1050, 1000}, 500}, {1, {100, 1000}, 1400},
     };
     for (const auto& [tCode, tTraffic, tSaved] : tRuns) {
         RunRecord tRecord;
