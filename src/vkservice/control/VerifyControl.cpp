@@ -1,9 +1,9 @@
 #include "control/VerifyControl.h"
 
 #include "control/MachineId.h"
+#include "control/PackageEntries.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
-#include "internal/PlainText.h"
 #include "packages/GenerationReader.h"
 #include "process/ServiceApplication.h"
 #include "schedule/ScheduleRules.h"
@@ -33,32 +33,6 @@ constexpr int sProgressMs = 1000;
 constexpr qint64 sStoreSeconds = 60;
 constexpr qint64 sContinueDays = 7;     // an older beginning proves nothing about today
 constexpr qsizetype sMaxDetailed = 500; // packages whose findings go into one answer
-
-PackageEntry entryOf(const packages::InstalledPackage& pPackage, const QString& pLanguage)
-{
-    PackageEntry tEntry;
-    tEntry.mName = pPackage.mInfo.mName;
-    tEntry.mVersion = pPackage.mInfo.mVersion.version().toString();
-    tEntry.mFolder = pPackage.mFolder;
-    tEntry.mIndexed = pPackage.mInfo.mIndex.has_value();
-    tEntry.mState = u"unchecked"_s;
-    tEntry.mTitle = singleLine(pPackage.mInfo.mTitle.bestValue(pLanguage));
-    tEntry.mLanguage = pPackage.mInfo.mLanguage;
-    tEntry.mSize = pPackage.mInfo.mInstalledSize;
-    return tEntry;
-}
-
-void addCheck(const PackageCheck& pCheck, bool pInDetail, PackageEntry* pTo)
-{
-    pTo->mState = packages::stateWord(pCheck.mState);
-    pTo->mChecked = pCheck.mChecked.toLocalTime();
-    pTo->mFiles = pCheck.mFiles;
-    pTo->mBytes = pCheck.mBytes;
-    pTo->mDamageCount = pCheck.mCount;
-    for (qsizetype i = 0; pInDetail && i < pCheck.mFindings.size(); ++i) {
-        pTo->mDamage.append({pCheck.mFindings[i].mPath, pCheck.mFindings[i].mProblem});
-    }
-}
 
 } // namespace
 
