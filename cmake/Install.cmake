@@ -38,6 +38,10 @@ install(CODE "
 install(FILES ${CMAKE_BINARY_DIR}/packaging/vkservice.service ${PROJECT_SOURCE_DIR}/packaging/systemd/vkservice.socket
     DESTINATION lib/systemd/system COMPONENT service)
 
+install(FILES packaging/monitoring/alerts.yml packaging/monitoring/dashboard.json
+    DESTINATION ${SHARE}/doc/vkservice/examples/monitoring COMPONENT service)
+install(FILES packaging/systemd/vkservice.catalog DESTINATION lib/systemd/catalog COMPONENT service)
+
 install(TARGETS vkpublish RUNTIME COMPONENT publisher)
 install(FILES docs/man/vkpublish.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT publisher)
 install(FILES docs/man/vk-repository.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT publisher)

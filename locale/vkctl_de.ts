@@ -39,10 +39,6 @@
         <translation>Optionen:</translation>
     </message>
     <message>
-        <source>Show the installed packages and what is known about their files</source>
-        <translation>Zeigt die installierten Pakete und was über ihre Dateien bekannt ist</translation>
-    </message>
-    <message>
         <source>Compare all installed files with what was published</source>
         <translation>Vergleicht alle installierten Dateien mit dem Veröffentlichten</translation>
     </message>
@@ -65,6 +61,18 @@
     <message>
         <source>Show the version</source>
         <translation>Zeigt die Version</translation>
+    </message>
+    <message>
+        <source>Show the last and the next update, and what is known about the files</source>
+        <translation>Zeigt die letzte und die nächste Aktualisierung, und was über die Dateien bekannt ist</translation>
+    </message>
+    <message>
+        <source>List the installed packages</source>
+        <translation>Listet die installierten Pakete auf</translation>
+    </message>
+    <message>
+        <source>List the installed updates, newest first</source>
+        <translation>Listet die installierten Aktualisierungen auf, die neuesten zuerst</translation>
     </message>
 </context>
 <context>
@@ -148,6 +156,30 @@
     <message>
         <source>Repairing (%1% complete)</source>
         <translation>Repariert (%1% fertig)</translation>
+    </message>
+    <message>
+        <source>installed</source>
+        <translation>installiert</translation>
+    </message>
+    <message>
+        <source>not installed</source>
+        <translation>nicht installiert</translation>
+    </message>
+    <message>
+        <source>installed with a warning</source>
+        <translation>mit einer Warnung installiert</translation>
+    </message>
+    <message>
+        <source>requirements were updated</source>
+        <translation>Voraussetzungen wurden aktualisiert</translation>
+    </message>
+    <message>
+        <source>No update has installed anything yet.</source>
+        <translation>Noch keine Aktualisierung hat etwas installiert.</translation>
+    </message>
+    <message>
+        <source>Failed to get the installed updates.</source>
+        <translation>Die installierten Aktualisierungen konnten nicht abgefragt werden.</translation>
     </message>
 </context>
 <context>
@@ -243,6 +275,113 @@
     <message>
         <source>All files are as they were published.</source>
         <translation>Alle Dateien sind so, wie sie veröffentlicht wurden.</translation>
+    </message>
+    <message>
+        <source>NAME</source>
+        <translation>NAME</translation>
+    </message>
+    <message>
+        <source>VERSION</source>
+        <translation>VERSION</translation>
+    </message>
+    <message>
+        <source>LANGUAGE</source>
+        <translation>SPRACHE</translation>
+    </message>
+    <message>
+        <source>SIZE</source>
+        <translation>GRÖSSE</translation>
+    </message>
+    <message>
+        <source>INSTALLED</source>
+        <translation>INSTALLIERT</translation>
+    </message>
+    <message>
+        <source>STATE</source>
+        <translation>ZUSTAND</translation>
+    </message>
+    <message>
+        <source>TITLE</source>
+        <translation>TITEL</translation>
+    </message>
+</context>
+<context>
+    <name>tarn::vkctl::StatusSection</name>
+    <message>
+        <source>downloading</source>
+        <translation>lädt herunter</translation>
+    </message>
+    <message>
+        <source>verifying</source>
+        <translation>prüft</translation>
+    </message>
+    <message>
+        <source>waiting for applications to be closed</source>
+        <translation>wartet, bis Anwendungen geschlossen sind</translation>
+    </message>
+    <message>
+        <source>preparing the installation</source>
+        <translation>bereitet die Installation vor</translation>
+    </message>
+    <message>
+        <source>installing</source>
+        <translation>installiert</translation>
+    </message>
+    <message>
+        <source>removing old packages</source>
+        <translation>entfernt alte Pakete</translation>
+    </message>
+    <message>
+        <source>updating</source>
+        <translation>aktualisiert</translation>
+    </message>
+    <message>
+        <source>none, updates are suppressed</source>
+        <translation>keine, Aktualisierungen sind ausgesetzt</translation>
+    </message>
+    <message>
+        <source>none</source>
+        <translation>keine</translation>
+    </message>
+    <message>
+        <source>not known</source>
+        <translation>nicht bekannt</translation>
+    </message>
+    <message>
+        <source>%1, which is over</source>
+        <translation>%1, das ist vorbei</translation>
+    </message>
+    <message>
+        <source>Last update: %1</source>
+        <translation>Letzte Aktualisierung: %1</translation>
+    </message>
+    <message>
+        <source>never</source>
+        <translation>nie</translation>
+    </message>
+    <message>
+        <source>Result: %1</source>
+        <translation>Ergebnis: %1</translation>
+    </message>
+    <message>
+        <source>Last success: %1</source>
+        <translation>Letzter Erfolg: %1</translation>
+    </message>
+    <message>
+        <source>Next check: %1</source>
+        <translation>Nächste Suche: %1</translation>
+    </message>
+    <message>
+        <source>not scheduled</source>
+        <translation>nicht geplant</translation>
+    </message>
+    <message>
+        <source>Activity: %1</source>
+        <translation>Tätigkeit: %1</translation>
+    </message>
+    <message>
+        <source>Trusted metadata is valid until: %1</source>
+        <translation>Vertraute Metadaten gelten bis: %1</translation>
     </message>
 </context>
 </TS>

@@ -43,9 +43,19 @@ const QList<Command>& commands()
     static const QList<Command> sCommands{
         {.mName = "status"_L1,
          .mOperands = "",
-         .mSummary = QT_TRANSLATE_NOOP("tarn::vkctl::CommandTable",
-                                       "Show the installed packages and what is known about their files"),
+         .mSummary =
+             QT_TRANSLATE_NOOP("tarn::vkctl::CommandTable",
+                               "Show the last and the next update, and what is known about the files"),
          .mRun = &status},
+        {.mName = "packages"_L1,
+         .mOperands = "",
+         .mSummary = QT_TRANSLATE_NOOP("tarn::vkctl::CommandTable", "List the installed packages"),
+         .mRun = &packages},
+        {.mName = "history"_L1,
+         .mOperands = "",
+         .mSummary =
+             QT_TRANSLATE_NOOP("tarn::vkctl::CommandTable", "List the installed updates, newest first"),
+         .mRun = &history},
         {.mName = "verify"_L1,
          .mOperands = "",
          .mSummary = QT_TRANSLATE_NOOP("tarn::vkctl::CommandTable",

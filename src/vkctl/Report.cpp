@@ -1,8 +1,8 @@
 #include "Report.h"
 
-#include "internal/PlainText.h"
+#include "PlainTexts.h"
 
-#include <QtCore/QLocale>
+#include "internal/PlainText.h"
 
 #include <algorithm>
 
@@ -15,11 +15,6 @@ using vkcore::singleLine;
 
 namespace {
 
-QString dateText(const QDateTime& pDate)
-{
-    return QLocale::c().toString(pDate, u"yyyy-MM-dd hh:mm:ss"_s);
-}
-
 QString label(const PackageEntry& pPackage)
 {
     return pPackage.mName + u' ' + pPackage.mVersion;
@@ -28,6 +23,26 @@ QString label(const PackageEntry& pPackage)
 QString joined(const QStringList& pLines)
 {
     return pLines.join(u'\n');
+}
+
+QString inColumns(const QList<QStringList>& pRows)
+{
+    QStringList tLines(pRows.size());
+    for (qsizetype tColumn = 0; tColumn < pRows.first().size(); ++tColumn) {
+        qsizetype tWidth = 0;
+        for (const QStringList& tRow : pRows) {
+            tWidth = std::max(tWidth, tRow[tColumn].size());
+        }
+        for (qsizetype i = 0; i < pRows.size(); ++i) {
+            tLines[i] += pRows[i][tColumn].leftJustified(tWidth + 2);
+        }
+    }
+    for (QString& tLine : tLines) {
+        while (tLine.endsWith(u' ')) {
+            tLine.chop(1);
+        }
+    }
+    return joined(tLines);
 }
 
 } // namespace
@@ -39,17 +54,14 @@ Report::Report(const PackageEntries& pPackages, const VerificationState& pVerifi
         for (QString* tText : {&tPackage.mName, &tPackage.mVersion, &tPackage.mFolder, &tPackage.mState}) {
             *tText = singleLine(*tText);
         }
+        tPackage.mTitle = singleLine(tPackage.mTitle.value_or(QString()));
+        tPackage.mLanguage = singleLine(tPackage.mLanguage.value_or(QString()));
         for (DamageEntry& tDamage : tPackage.mDamage) {
             tDamage = {singleLine(tDamage.mPath), singleLine(tDamage.mProblem)};
         }
     }
     mVerification.mPackage = singleLine(mVerification.mPackage);
     mVerification.mFailure = singleLine(mVerification.mFailure, vkcore::sMaxMessage);
-}
-
-QString Report::bytesText(qint64 pBytes)
-{
-    return QLocale::c().formattedDataSize(pBytes, 1, QLocale::DataSizeSIFormat);
 }
 
 QStringList Report::names(QLatin1StringView pState) const
@@ -116,6 +128,21 @@ QString Report::overview() const
         tLines.append(u"  %1: %2"_s.arg(label(tPackage), stateText(tPackage.mState)));
     }
     return joined(tLines);
+}
+
+QString Report::table() const
+{
+    QList<QStringList> tRows{
+        {tr("NAME"), tr("VERSION"), tr("LANGUAGE"), tr("SIZE"), tr("INSTALLED"), tr("STATE"), tr("TITLE")}};
+    for (const PackageEntry& tPackage : mPackages.mPackages) {
+        const QDateTime tInstalled = tPackage.mInstalled.value_or(QDateTime());
+        const QString tLanguage = tPackage.mLanguage.value_or(QString());
+        tRows.append({tPackage.mName, tPackage.mVersion, tLanguage.isEmpty() ? u"-"_s : tLanguage,
+                      tPackage.mSize ? bytesText(*tPackage.mSize) : u"-"_s,
+                      tInstalled.isValid() ? dateText(tInstalled) : u"-"_s, stateText(tPackage.mState),
+                      tPackage.mTitle.value_or(QString())});
+    }
+    return inColumns(tRows);
 }
 
 QString Report::damage() const

@@ -29,11 +29,10 @@ public:
     bool hasDamage() const { return status() == StatusDamaged; }
 
     QString overview() const; // of all packages
+    QString table() const;    // of all packages, with more about each
     QString summary() const;  // of a verification that has ended
     QString damage() const;   // the damaged packages with what is wrong; empty if there are none
     QJsonObject json() const;
-
-    static QString bytesText(qint64 pBytes);
 
 private:
     QStringList names(QLatin1StringView pState) const;

@@ -66,6 +66,9 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
       mVerifications(os::realFileSystem(), {mChecks, mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mSchedule({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mMail({mStore, mSettings, mVariables, mUpdates, mSchedule, pApp}),
+      mView(os::realFileSystem(), {mSettings, mUpdates, mVerifications, mSchedule, pApp}),
+      mRunNotes(mUpdates, mView, pApp),
+      mMetrics(os::realFileSystem(), {mVariables, {mSettings, mVerifications, mView}, pApp}),
       mEvents(mSockets, mUpdates, mVerifications, pApp),
       mLifetime(pOptions.mWorker, {mSockets, mSchedule, mUpdates, mVerifications, mMail, pApp})
 {
@@ -79,7 +82,8 @@ void Service::addMethods()
 {
     methods::addSessionMethods(mMethods, {mSockets, mEvents, mLifetime, mConfiguration});
     methods::addUpdateMethods(mMethods, {mUpdates});
-    methods::addPackageMethods(mMethods, {mVerifications});
+    methods::addPackageMethods(mMethods, {mVerifications, mView});
+    methods::addOperatorMethods(mMethods, {mView});
     methods::addSettingsMethods(mMethods, {mSettings, mConfiguration, mMail, mUpdates, mStoreCare, mApp});
     methods::addScheduleMethods(mMethods, {mSchedule, mStoreCare});
     methods::addMonitoringMethods(mMethods, {mSettings, mMail, mStoreCare});
@@ -104,6 +108,12 @@ void Service::connectParts()
     connect(&mUpdates, &UpdateControl::runEnded, this, &Service::onRunEnded);
     connect(&mVerifications, &VerifyControl::ended, this,
             [this] { mMail.onVerified(mVerifications.damaged()); });
+    connect(&mStoreCare, &StoreCare::replaced, &mMetrics, &MetricsControl::noteChange);
+    connect(&mUpdates, &UpdateControl::statusChanged, &mMetrics, &MetricsControl::noteChange);
+    connect(&mVerifications, &VerifyControl::damageFound, &mMetrics, &MetricsControl::noteChange);
+    connect(&mVerifications, &VerifyControl::ended, &mMetrics, &MetricsControl::noteChange);
+    connect(&mSchedule, &ScheduleControl::changed, &mMetrics, &MetricsControl::noteChange);
+    connect(&mConfiguration, &Configuration::changed, &mMetrics, &MetricsControl::noteChange);
     connect(&mMinute, &QTimer::timeout, this, &Service::onMinute);
 }
 
@@ -132,6 +142,9 @@ Failure Service::start()
         return tFailure;
     }
     mMinute.start(sMinuteMs);
+    if (!mLifetime.isWorker()) {
+        mMetrics.start();
+    }
     if (!os::Confinement::isAvailable()) {
         mApp.write(LogLevel::Notice,
                    u"The kernel has no Landlock, or only its first version: updates are not confined "
@@ -227,7 +240,7 @@ void Service::reportDamage(const QString& pDamagedFile)
     const QString tText = u"The service's store was damaged. Its settings are lost."_s;
     const QString tDetails = u"The damaged store was kept as %1."_s.arg(pDamagedFile);
     mUpdates.note(ResultStoreDamaged, tText + u' ' + tDetails);
-    mEvents.errorToKeep(tText, tDetails);
+    mEvents.errorToKeep(tText, tDetails, {process::message::sStoreSetAside, {{"VK_FILE", pDamagedFile}}});
 }
 
 void Service::onMinute()
@@ -236,13 +249,12 @@ void Service::onMinute()
     mMail.tick();
     if (!mLifetime.isWorker()) {
         mVerifications.tick();
+        mMetrics.tick();
     }
 }
 
 void Service::onRunEnded(const RunRecord& pRecord, bool pManual)
 {
-    mApp.write(pRecord.mCode == ResultSuccess ? LogLevel::Notice : LogLevel::Warning,
-               u"The update has ended: %1"_s.arg(mUpdates.resultText(pRecord)));
     mStoreCare.replaceIfDamaged();
     mVerifications.onRunEnded();
     mMail.onRunEnded(pRecord);

@@ -4,6 +4,9 @@
 #include "control/Events.h"
 #include "control/Lifetime.h"
 #include "control/MailControl.h"
+#include "control/MetricsControl.h"
+#include "control/OperatorView.h"
+#include "control/RunNotes.h"
 #include "control/ScheduleControl.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
@@ -85,6 +88,9 @@ private:
     control::VerifyControl mVerifications;
     control::ScheduleControl mSchedule;
     control::MailControl mMail;
+    control::OperatorView mView;
+    control::RunNotes mRunNotes;
+    control::MetricsControl mMetrics;
     control::Events mEvents;
     control::Lifetime mLifetime;
     QTimer mMinute;

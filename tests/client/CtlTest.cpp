@@ -37,10 +37,33 @@ const QByteArray sUnproven = packages({package("a", "sound"), package("b", "unpr
 const QByteArray sDamaged = packages({package(
     "a", "damaged", R"({"path":"bin/\u001b[2Jx","problem":"content"},{"path":"","problem":"mode"})", 9)});
 
+constexpr auto sOverview =
+    R"({"status":2,"activity":5,"version":"1.1","code":2,"text":"No \u001b[1mserver.","ended":"2026-03-07T02:15:00",)"
+    R"("lastSuccess":null,"nextCheck":"2026-03-08T02:15:00","metadataExpires":"2026-03-07T01:00:00"})";
+constexpr auto sHistory =
+    R"({"runs":[{"date":"2026-03-07T02:15:00","code":1,"text":"Fine.","packages":[)"
+    R"({"name":"a","title":"A","version":"1.1","previous":"1.0","status":"ok","report":"r"},)"
+    R"({"name":"b","title":null,"version":"2.0","previous":null,"status":"error","report":"Bad\u001bhash."}]},)"
+    R"({"date":"2026-03-06T02:15:00","packages":[)"
+    R"({"name":"a","title":"A","version":"1.0","previous":"1.0","status":"ok","report":null}]}]})";
+// With what an operator asks for.
+Script overseen(const QByteArray& pPackages)
+{
+    return [pPackages](ScriptedService& pService) {
+        pService.answer("getPackages", pPackages);
+        pService.answer("getVerification", R"({"running":false,"waiting":false,"package":"","bytesDone":0,)"
+                                           R"("bytesTotal":0,"began":null,"ended":null,"damaged":0,)"
+                                           R"("unproven":0,"failure":null})");
+        pService.answer("getOverview", sOverview);
+        pService.answer("getHistory", sHistory);
+    };
+}
+
 // A service that knows these packages, verifies them when it is asked to, and repairs them by an update.
 Script machine(const QByteArray& pPackages, const char* pFailure = "", const QByteArray& pRepaired = sSound)
 {
     return [=](ScriptedService& pService) {
+        refuses("getOverview")(pService); // one of version 1.0 does not know it
         pService.answer("getPackages", pPackages);
         pService.answer("getVerification", verification(false, pFailure));
         pService.onCall("startVerification", [&pService](Peer& pPeer, const QJsonObject&) {
@@ -84,6 +107,28 @@ TEST(CtlTest, TellsByTextAndStatusWhatTheServiceKnows)
          "Last verification: 2026-03-07 02:15:00\nInstalled packages: 1\n  a 1.0.0.0: damaged\n" +
              sDamageText,
          "", 2},
+        {"status of updates", "status", overseen(sSound),
+         "Last update: 2026-03-07 02:15:00\nResult: No [1mserver.\nLast success: never\n"
+         "Next check: 2026-03-08 02:15:00\nActivity: installing\n"
+         "Trusted metadata is valid until: 2026-03-07 01:00:00, which is over\n"
+         "Last verification: never\nInstalled packages: 1\n  a 1.0.0.0: sound\n",
+         "", 0},
+        {"history", "history", overseen(sSound),
+         "2026-03-07 02:15:00: Fine.\n  a 1.0 -> 1.1: installed\n  b 2.0: not installed. Bad hash.\n"
+         "2026-03-06 02:15:00\n  a 1.0: installed\n",
+         "", 0},
+        {"no history", "history", refuses("getHistory"), "", "Failed to get the installed updates.\n", 1},
+        {"packages, damaged, of a service of 1.0", "packages", machine(sDamaged),
+         "NAME  VERSION  LANGUAGE  SIZE  INSTALLED  STATE    TITLE\n"
+         "a     1.0.0.0  -         -     -          damaged\n",
+         "", 0},
+        {"packages", "packages",
+         overseen(QByteArray(sSound).replace("\"files\"",
+                                             "\"title\":\"A\\u001b\",\"language\":\"de\",\"size\":2500000,"
+                                             "\"installed\":\"2026-03-07T02:15:00\",\"files\"")),
+         "NAME  VERSION  LANGUAGE  SIZE    INSTALLED            STATE  TITLE\n"
+         "a     1.0.0.0  de        2.5 MB  2026-03-07 02:15:00  sound  A\n",
+         "", 0},
         {"verify", "verify", machine(sSound),
          "Verified: 2 files, 1.5 kB; packages: 1\nAll files are as they were published.\n", "", 0},
         {"verify without index", "verify", machine(sUnproven),

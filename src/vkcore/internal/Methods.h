@@ -20,6 +20,9 @@ inline constexpr QLatin1StringView sGetLastServiceResultStr("getLastServiceResul
 inline constexpr QLatin1StringView sTriggerUpdate("triggerUpdate");
 inline constexpr QLatin1StringView sAbortUpdate("abortUpdate");
 
+inline constexpr QLatin1StringView sGetOverview("getOverview");
+inline constexpr QLatin1StringView sGetHistory("getHistory");
+
 inline constexpr QLatin1StringView sGetPackages("getPackages");
 inline constexpr QLatin1StringView sGetVerification("getVerification");
 inline constexpr QLatin1StringView sStartVerification("startVerification");

@@ -168,6 +168,49 @@ struct ActivityChange
     ServiceActivity mActivity = ActivityNone;
 };
 
+// What an operator wants to know first.
+struct Overview
+{
+    ServiceStatus mStatus = StatusIdle;
+    ServiceActivity mActivity = ActivityNone;
+    QString mVersion; // of the service
+    int mCode = 0;    // the result of the last run on record, as the last successful one below
+    QString mText;
+    QDateTime mEnded;
+    QDateTime mLastSuccess;
+    QDateTime mNextCheck;       // not set if none is scheduled by date
+    QDateTime mMetadataExpires; // the first of the trusted files; not set if that is not known
+};
+
+struct HistoryQuery
+{
+    std::optional<int> mRuns; // how many, the newest
+};
+
+// A package in the install log.
+struct HistoryPackage
+{
+    QString mName;
+    QString mTitle;
+    QString mVersion;
+    QString mPrevious; // the version that this one replaced; null if there was none, or it is not known
+    QString mStatus;   // "ok", "child_packages_updated", "warning", "error"
+    QString mReport;
+};
+
+struct HistoryRun
+{
+    QDateTime mDate;
+    std::optional<int> mCode; // the result, known for the last run on record only
+    std::optional<QString> mText;
+    QList<HistoryPackage> mPackages;
+};
+
+struct History
+{
+    QList<HistoryRun> mRuns; // newest first
+};
+
 // One thing that is wrong in an installed package.
 struct DamageEntry
 {
@@ -187,6 +230,11 @@ struct PackageEntry
     qint64 mBytes = 0;
     qint64 mDamageCount = 0;
     QList<DamageEntry> mDamage; // the first of them
+    // Services before version 1.1 do not send these.
+    std::optional<QString> mTitle = {};
+    std::optional<QString> mLanguage = {}; // empty: for all languages
+    std::optional<qint64> mSize = {};      // unpacked bytes, as published
+    std::optional<QDateTime> mInstalled = {};
 };
 
 struct PackageEntries
@@ -381,6 +429,40 @@ template <>
 inline constexpr auto sFields<ActivityChange> = std::tuple{Field{"activity", &ActivityChange::mActivity}};
 
 template <>
+inline constexpr auto sFields<Overview> = std::tuple{
+    Field{"status", &Overview::mStatus},
+    Field{"activity", &Overview::mActivity},
+    Field{"version", &Overview::mVersion},
+    Field{"code", &Overview::mCode},
+    Field{"text", &Overview::mText},
+    Field{"ended", &Overview::mEnded},
+    Field{"lastSuccess", &Overview::mLastSuccess},
+    Field{"nextCheck", &Overview::mNextCheck},
+    Field{"metadataExpires", &Overview::mMetadataExpires},
+};
+
+template <>
+inline constexpr auto sFields<HistoryQuery> = std::tuple{Field{"runs", &HistoryQuery::mRuns}};
+
+template <>
+inline constexpr auto sFields<HistoryPackage> = std::tuple{
+    Field{"name", &HistoryPackage::mName},       Field{"title", &HistoryPackage::mTitle},
+    Field{"version", &HistoryPackage::mVersion}, Field{"previous", &HistoryPackage::mPrevious},
+    Field{"status", &HistoryPackage::mStatus},   Field{"report", &HistoryPackage::mReport},
+};
+
+template <>
+inline constexpr auto sFields<HistoryRun> = std::tuple{
+    Field{"date", &HistoryRun::mDate},
+    Field{"code", &HistoryRun::mCode},
+    Field{"text", &HistoryRun::mText},
+    Field{"packages", &HistoryRun::mPackages},
+};
+
+template <>
+inline constexpr auto sFields<History> = std::tuple{Field{"runs", &History::mRuns}};
+
+template <>
 inline constexpr auto sFields<DamageEntry> =
     std::tuple{Field{"path", &DamageEntry::mPath}, Field{"problem", &DamageEntry::mProblem}};
 
@@ -396,6 +478,10 @@ inline constexpr auto sFields<PackageEntry> = std::tuple{
     Field{"bytes", &PackageEntry::mBytes},
     Field{"damageCount", &PackageEntry::mDamageCount},
     Field{"damage", &PackageEntry::mDamage},
+    Field{"title", &PackageEntry::mTitle},
+    Field{"language", &PackageEntry::mLanguage},
+    Field{"size", &PackageEntry::mSize},
+    Field{"installed", &PackageEntry::mInstalled},
 };
 
 template <>

@@ -6,12 +6,31 @@
 #include <vkcore/InstLogEntry.h>
 
 #include <QtCore/QDateTime>
+#include <QtCore/QHash>
 #include <QtCore/QList>
+#include <QtCore/QSet>
 #include <QtCore/QString>
 
 #include <optional>
 
 namespace tarn::vkcore {
+
+struct LoggedPackage : LogRecord
+{
+    QString mPrevious; // the version that was installed before; null if none, or if that was too long ago
+};
+
+struct LoggedRun
+{
+    QDateTime mDate;
+    QList<LoggedPackage> mPackages;
+};
+
+struct LoggedVersion
+{
+    QString mVersion;
+    QDateTime mDate;
+};
 
 // The log of installed updates, a database that everybody on the machine may read (0644, rollback journal).
 // The service writes it, and rkm reads it without a service.
@@ -32,6 +51,12 @@ public:
     // As Installer::getInstallLog.
     bool read(QList<GRef2<InstLogEntry>>* pEntries, const QDateTime& pFrom, const QDateTime& pTo,
               int pMaxCount, bool pTopLevelOnly);
+    // The newest runs, newest first; fewer if they have very many packages.
+    bool readRuns(QList<LoggedRun>* pRuns, int pMaxCount);
+    // The last installed version of each of these packages before a date, or ever. Does not look back for
+    // longer than 20,000 packages.
+    bool readVersions(QHash<QString, LoggedVersion>* pVersions, const QSet<QString>& pPackages,
+                      const QDateTime& pBefore = {});
 
     const QString& errorText() const { return mErrorText; }
     // The file is not a database, or is a damaged one.

@@ -8,5 +8,7 @@ class CtlApplication;
 int status(CtlApplication& pApp);
 int verify(CtlApplication& pApp);
 int repair(CtlApplication& pApp);
+int packages(CtlApplication& pApp);
+int history(CtlApplication& pApp);
 
 } // namespace tarn::vkctl

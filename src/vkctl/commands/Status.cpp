@@ -1,5 +1,6 @@
 #include "commands/Commands.h"
 #include "CtlApplication.h"
+#include "status/StatusSections.h"
 
 namespace tarn::vkctl {
 
@@ -12,13 +13,23 @@ int status(CtlApplication& pApp)
     if (!tReport) {
         return StatusFailed;
     }
-    if (pApp.arguments().mIsJson) {
-        pApp.printJson(tReport->json());
-    } else {
-        pApp.print(tReport->overview());
-        if (tReport->hasDamage()) {
-            pApp.print(tReport->damage());
+    QStringList tLines;
+    QJsonObject tJson = tReport->json();
+    for (const MakeStatusSection tMake : statusSections()) {
+        const StatusSection tSection = tMake(pApp);
+        tLines += tSection.mLines;
+        for (auto tMember = tSection.mMembers.begin(); tMember != tSection.mMembers.end(); ++tMember) {
+            tJson.insert(tMember.key(), tMember.value());
         }
+    }
+    if (pApp.arguments().mIsJson) {
+        pApp.printJson(tJson);
+    } else {
+        tLines.append(tReport->overview());
+        if (tReport->hasDamage()) {
+            tLines.append(tReport->damage());
+        }
+        pApp.print(tLines.join(u'\n'));
     }
     return tReport->hasDamage() ? StatusDamaged : StatusSound;
 }

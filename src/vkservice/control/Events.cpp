@@ -31,24 +31,29 @@ Events::Events(ipc::SocketServer& pSockets, UpdateControl& pUpdates, VerifyContr
                 mSockets.broadcast(method::sServiceNotificationReceived,
                                    toJson(Message{pType, present(pText), present(pDetails)}));
             });
-    connect(&pUpdates, &UpdateControl::error, this, &Events::error);
+    connect(
+        &pUpdates, &UpdateControl::error, this,
+        [this](int pType, const QString& pText, const QString& pDetails) { error(pType, pText, pDetails); });
     connect(&pVerifications, &VerifyControl::changed, this, [this, &pVerifications] {
         mSockets.broadcast(method::sVerificationChanged, toJson(pVerifications.state()));
     });
     connect(&pVerifications, &VerifyControl::damageFound, this,
-            [this](const QString& pText, const QString& pDetails) { error(0, pText, pDetails); });
+            [this](const QString& pText, const QString& pDetails, const QString& pPackage) {
+                error(0, pText, pDetails, {process::message::sDamageFound, {{"VK_PACKAGE", pPackage}}});
+            });
 }
 
-void Events::error(int pType, const QString& pText, const QString& pDetails)
+void Events::error(int pType, const QString& pText, const QString& pDetails,
+                   const process::JournalEvent& pEvent)
 {
-    mApp.write(LogLevel::Error, pText + u' ' + pDetails);
+    mApp.write(LogLevel::Error, pText + u' ' + pDetails, pEvent);
     mSockets.broadcast(method::sServiceErrorReceived,
                        toJson(Message{pType, present(pText), present(pDetails)}));
 }
 
-void Events::errorToKeep(const QString& pText, const QString& pDetails)
+void Events::errorToKeep(const QString& pText, const QString& pDetails, const process::JournalEvent& pEvent)
 {
-    error(0, pText, pDetails);
+    error(0, pText, pDetails, pEvent);
     if (!mSockets.hasMonitor()) {
         mKeptErrors.append({.mType = 0, .mText = present(pText), .mDetails = present(pDetails)});
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "internal/Values.h"
+#include "process/JournalEvent.h"
 
 #include <QtCore/QList>
 #include <QtCore/QObject>
@@ -29,9 +30,10 @@ public:
            process::ServiceApplication& pApp);
 
     // Types as on the socket: 0 error, 1 warning, 4 information.
-    void error(int pType, const QString& pText, const QString& pDetails);
+    void error(int pType, const QString& pText, const QString& pDetails,
+               const process::JournalEvent& pEvent = {});
     // Saved for the first monitor if none is connected yet.
-    void errorToKeep(const QString& pText, const QString& pDetails);
+    void errorToKeep(const QString& pText, const QString& pDetails, const process::JournalEvent& pEvent);
     void checkIsDue();
     // The saved errors.
     QList<vkcore::protocol::Message> takeKeptErrors() { return std::exchange(mKeptErrors, {}); }

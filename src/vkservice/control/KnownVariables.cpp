@@ -47,6 +47,7 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addRule(yesNoRule(u"update.suppressed"_s, false));
     pVariables.addRule(pathRule(u"update.suppressFile"_s, QString()));
     pVariables.addRule(wholeNumberRule(u"schedule.jitter"_s, 0, 0, 7 * sDay));
+    pVariables.addRule(metricsFileRule(u"status.metricsFile"_s));
     pVariables.addRule(textRule(u"mail.url"_s, QString()));
     pVariables.addRule(textRule(u"mail.sender"_s, QString()));
     pVariables.addRule(textRule(u"mail.user"_s, QString()));

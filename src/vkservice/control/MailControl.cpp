@@ -39,6 +39,9 @@ MailControl::MailControl(const Parts& pParts)
     connect(&mMailer, &Mailer::information, this,
             [this](const QString& pText) { mParts.mApp.write(process::LogLevel::Info, pText); });
     connect(&mMailer, &Mailer::warning, this, &MailControl::warn);
+    connect(&mMailer, &Mailer::givenUp, this, [this](const QString& pText) {
+        mParts.mApp.write(process::LogLevel::Warning, pText, {process::message::sMailGivenUp});
+    });
     connect(&mMailer, &Mailer::summaryQueued, this, &MailControl::storeSummaryDate);
 }
 

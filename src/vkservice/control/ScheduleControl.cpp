@@ -101,6 +101,7 @@ bool ScheduleControl::change(const ScheduleSettings& pWanted, bool pSave)
     mSaved = pSave;
     mRetries = 0;
     mTimer.start(tNew);
+    Q_EMIT changed();
     return true;
 }
 
@@ -114,6 +115,7 @@ void ScheduleControl::onMoved(const ScheduleSettings& pSettings)
     if (mSaved && !mParts.mSettings.setSchedule(pSettings)) {
         (void)mParts.mStore.failure(u"The next date of the schedule"_s); // it is in the log
     }
+    Q_EMIT changed();
 }
 
 void ScheduleControl::onDue()

@@ -60,6 +60,8 @@ public:
 Q_SIGNALS:
     // A check is due, and users decide on it.
     void checkIsDue();
+    // The settings or the next date.
+    void changed();
 
 private:
     void onDue();

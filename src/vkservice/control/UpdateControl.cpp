@@ -158,6 +158,7 @@ Failure UpdateControl::trigger(bool pManual)
         mSources.mSettings.beginRun({});
         return {Failure::Kind::Io, u"The update can't be started"_s};
     }
+    Q_EMIT runStarted(pManual);
     setStatus(StatusUpdating);
     return {};
 }
@@ -181,13 +182,17 @@ bool UpdateControl::stop()
 void UpdateControl::finish(const RunResult& pResult)
 {
     mLastRun.mCutShort = 0;
-    record(pResult.mCode, pResult.mText, mBegan);
+    record(pResult.mCode, pResult.mText, mBegan, pResult.mTraffic);
     mSessionRun = mLastRun;
+    for (const QString& tServer : pResult.mUnusableServers) {
+        Q_EMIT serverUnusable(tServer);
+    }
     Q_EMIT runEnded(mSessionRun, mManual);
     setStatus(restingStatus());
 }
 
-void UpdateControl::record(ResultCode pCode, const QString& pText, const QDateTime& pBegan)
+void UpdateControl::record(ResultCode pCode, const QString& pText, const QDateTime& pBegan,
+                           const RunTraffic& pTraffic)
 {
     mLastRun.mCode = pCode;
     mLastRun.mText = singleLine(pText, sMaxMessage);
@@ -196,7 +201,7 @@ void UpdateControl::record(ResultCode pCode, const QString& pText, const QDateTi
     if (pCode == ResultSuccess) {
         mLastRun.mLastSuccess = mLastRun.mFinished;
     }
-    if (!mSources.mSettings.setLastRun(mLastRun)) {
+    if (!mSources.mSettings.setLastRun(mLastRun, pTraffic)) {
         Q_EMIT error(0, u"The result of the update could not be stored."_s, pText);
     }
 }

@@ -62,6 +62,9 @@ Q_SIGNALS:
     void activityChanged(tarn::vkcore::ServiceActivity pActivity);
     void notification(int pType, const QString& pText, const QString& pDetails);
     void error(int pType, const QString& pText, const QString& pDetails);
+    void runStarted(bool pManual);
+    // With the reason; before runEnded.
+    void serverUnusable(const QString& pServer);
     // Emitted before the status that ends the run.
     void runEnded(const tarn::vkservice::RunRecord& pRecord, bool pManual);
 
@@ -69,7 +72,8 @@ private:
     bool isSuppressed() const;
     Result<update::RunRequest> request();
     void finish(const update::RunResult& pResult);
-    void record(ResultCode pCode, const QString& pText, const QDateTime& pBegan = {});
+    void record(ResultCode pCode, const QString& pText, const QDateTime& pBegan = {},
+                const RunTraffic& pTraffic = {});
     void setStatus(vkcore::ServiceStatus pStatus);
     vkcore::ServiceStatus restingStatus() const;
 

@@ -1,9 +1,9 @@
 #include "control/VerifyControl.h"
 
 #include "control/MachineId.h"
+#include "control/PackageEntries.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
-#include "internal/PlainText.h"
 #include "packages/GenerationReader.h"
 #include "process/ServiceApplication.h"
 #include "schedule/ScheduleRules.h"
@@ -33,27 +33,6 @@ constexpr int sProgressMs = 1000;
 constexpr qint64 sStoreSeconds = 60;
 constexpr qint64 sContinueDays = 7;     // an older beginning proves nothing about today
 constexpr qsizetype sMaxDetailed = 500; // packages whose findings go into one answer
-
-PackageEntry entryOf(const packages::InstalledPackage& pPackage, const PackageCheck* pCheck, bool pInDetail)
-{
-    PackageEntry tEntry;
-    tEntry.mName = pPackage.mInfo.mName;
-    tEntry.mVersion = pPackage.mInfo.mVersion.version().toString();
-    tEntry.mFolder = pPackage.mFolder;
-    tEntry.mIndexed = pPackage.mInfo.mIndex.has_value();
-    tEntry.mState = u"unchecked"_s;
-    if (pCheck != nullptr) {
-        tEntry.mState = packages::stateWord(pCheck->mState);
-        tEntry.mChecked = pCheck->mChecked.toLocalTime();
-        tEntry.mFiles = pCheck->mFiles;
-        tEntry.mBytes = pCheck->mBytes;
-        tEntry.mDamageCount = pCheck->mCount;
-    }
-    for (qsizetype i = 0; pCheck != nullptr && pInDetail && i < pCheck->mFindings.size(); ++i) {
-        tEntry.mDamage.append({pCheck->mFindings[i].mPath, pCheck->mFindings[i].mProblem});
-    }
-    return tEntry;
-}
 
 } // namespace
 
@@ -199,11 +178,12 @@ void VerifyControl::onPackage(const PackageCheck& pCheck)
         store();
     }
     if (tIsDamaged && !tWasDamaged) {
-        Q_EMIT damageFound(u"The installed package %1 is damaged."_s.arg(
-                               packages::PackageFolders::place(pCheck.mFolder)->mName),
+        const QString tName = packages::PackageFolders::place(pCheck.mFolder)->mName;
+        Q_EMIT damageFound(u"The installed package %1 is damaged."_s.arg(tName),
                            u"Differences in %1: %2. The first: %3."_s.arg(pCheck.mFolder)
                                .arg(pCheck.mCount)
-                               .arg(packages::problemText(pCheck.mFindings.value(0))));
+                               .arg(packages::problemText(pCheck.mFindings.value(0))),
+                           tName);
     }
 }
 
@@ -234,9 +214,11 @@ void VerifyControl::conclude(const QStringList& pFolders)
     tRecord.keepOnly(pFolders);
     tRecord.mEnded = QDateTime::currentDateTimeUtc();
     tRecord.mSince = tRecord.mEnded;
-    mParts.mApp.write(LogLevel::Notice, u"The installed packages were verified: %1 of %2 are damaged."_s
-                                            .arg(tRecord.damagedFolders().size())
-                                            .arg(pFolders.size()));
+    const qsizetype tDamaged = tRecord.damagedFolders().size();
+    mParts.mApp.write(
+        LogLevel::Notice,
+        u"The installed packages were verified: %1 of %2 are damaged."_s.arg(tDamaged).arg(pFolders.size()),
+        {process::message::sVerified, {{"VK_DAMAGED", QString::number(tDamaged)}}});
     finish({});
 }
 
@@ -324,13 +306,16 @@ Result<PackageEntries> VerifyControl::packages() const
     if (!tInstalled) {
         return tInstalled.failure();
     }
+    const QString tLanguage = mParts.mApp.languageOr(mParts.mSettings.appLanguage().value_or(QString()));
     PackageEntries tEntries;
     qsizetype tDetailed = 0;
     for (const packages::InstalledPackage& tPackage : tInstalled->mPackages) {
         const PackageCheck* tCheck = mParts.mRecord.record().find(tPackage.mFolder);
-        const bool tHasDetails = tCheck != nullptr && !tCheck->mFindings.isEmpty();
-        tDetailed += tHasDetails;
-        tEntries.mPackages.append(entryOf(tPackage, tCheck, tDetailed <= sMaxDetailed));
+        PackageEntry& tEntry = tEntries.mPackages.emplaceBack(entryOf(tPackage, tLanguage));
+        if (tCheck != nullptr) {
+            tDetailed += !tCheck->mFindings.isEmpty();
+            addCheck(*tCheck, tDetailed <= sMaxDetailed, &tEntry);
+        }
     }
     return tEntries;
 }

@@ -68,7 +68,7 @@ Q_SIGNALS:
     // state() has changed; at most once a second while files are read.
     void changed();
     // A package is damaged that was not known to be.
-    void damageFound(const QString& pText, const QString& pDetails);
+    void damageFound(const QString& pText, const QString& pDetails, const QString& pPackage);
     // A verification has ended, or was stopped.
     void ended();
     void idle();

@@ -38,6 +38,7 @@ Mailer::Mailer(vkcore::Database& pDatabase, StatusSource pStatus, QObject* pPare
     connect(&mOutbox, &Outbox::idle, this, &Mailer::idle);
     connect(&mOutbox, &Outbox::information, this, &Mailer::information);
     connect(&mOutbox, &Outbox::warning, this, &Mailer::warning);
+    connect(&mOutbox, &Outbox::givenUp, this, &Mailer::givenUp);
 }
 
 Mailer::~Mailer() = default;

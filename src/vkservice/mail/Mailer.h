@@ -94,6 +94,8 @@ Q_SIGNALS:
     // For the log.
     void information(const QString& pText);
     void warning(const QString& pText);
+    // The same about a mail that will not be sent.
+    void givenUp(const QString& pText);
 
 private:
     QString client() const;

@@ -131,7 +131,7 @@ void Outbox::onSent(const QueuedMail& pMail, const SmtpSettings& pSettings, cons
         discard(pMail);
         break;
     case SendResult::Outcome::Refused:
-        Q_EMIT warning(u"Given up: %1: %2"_s.arg(tWhat, pResult.mText));
+        Q_EMIT givenUp(u"Given up: %1: %2"_s.arg(tWhat, pResult.mText));
         discard(pMail);
         break;
     case SendResult::Outcome::Deferred:
@@ -166,7 +166,7 @@ void Outbox::postpone(const QueuedMail& pMail, const SendResult& pResult)
         return;
     }
     for (const QueuedMail& tMail : std::as_const(tGivenUp)) {
-        Q_EMIT warning(u"Given up after %1 attempts: %2 to %3: %4"_s.arg(
+        Q_EMIT givenUp(u"Given up after %1 attempts: %2 to %3: %4"_s.arg(
             QString::number(tMail.mAttempts), mailKindText(tMail.mKind), singleLine(tMail.mMail.mRecipient),
             pResult.mText));
     }

@@ -53,6 +53,8 @@ Q_SIGNALS:
     void idle();
     void information(const QString& pText);
     void warning(const QString& pText);
+    // The same about a mail that will not be sent.
+    void givenUp(const QString& pText);
 
 private:
     void sendNext();

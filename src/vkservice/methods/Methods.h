@@ -9,6 +9,7 @@ class Configuration;
 class Events;
 class Lifetime;
 class MailControl;
+class OperatorView;
 class ScheduleControl;
 class StoreCare;
 class UpdateControl;
@@ -48,8 +49,15 @@ void addUpdateMethods(ipc::MethodTable& pTable, const UpdateParts& pParts);
 struct PackageParts
 {
     control::VerifyControl& mVerifications;
+    const control::OperatorView& mView;
 };
 void addPackageMethods(ipc::MethodTable& pTable, const PackageParts& pParts);
+
+struct OperatorParts
+{
+    control::OperatorView& mView;
+};
+void addOperatorMethods(ipc::MethodTable& pTable, const OperatorParts& pParts);
 
 struct SettingsParts
 {

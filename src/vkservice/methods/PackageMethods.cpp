@@ -1,3 +1,4 @@
+#include "control/OperatorView.h"
 #include "control/VerifyControl.h"
 #include "internal/Methods.h"
 #include "methods/Group.h"
@@ -15,7 +16,7 @@ namespace {
 
 Reply packages(const PackageParts& pParts)
 {
-    const auto tPackages = pParts.mVerifications.packages();
+    const auto tPackages = pParts.mView.packages();
     return tPackages ? Reply::result(toJson(*tPackages)) : Reply::of(tPackages.failure());
 }
 

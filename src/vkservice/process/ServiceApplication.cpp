@@ -1,6 +1,7 @@
 #include "process/ServiceApplication.h"
 
 #include "internal/PlainText.h"
+#include "process/Journal.h"
 
 #include <vkcore/Config.h>
 
@@ -43,7 +44,8 @@ QString levelName(LogLevel pLevel)
 } // namespace
 
 ServiceApplication::ServiceApplication(bool pForeground)
-    : OkiApplication({u"vk"_s, u"vkp"_s}, sKeptLogFiles), mForeground(pForeground)
+    : OkiApplication({u"vk"_s, u"vkp"_s}, sKeptLogFiles), mForeground(pForeground),
+      mHasJournal(!pForeground && leadsToJournal(STDERR_FILENO))
 {
     setAppName(u"vkservice"_s);
     setLogDirName(u"vkc_log"_s);
@@ -62,9 +64,19 @@ void ServiceApplication::initLogFile()
     }
 }
 
-void ServiceApplication::write(LogLevel pLevel, const QString& pText)
+void ServiceApplication::note(LogLevel pLevel, const QString& pText, const JournalEvent& pEvent)
+{
+    if (mHasJournal) {
+        write(pLevel, pText, pEvent);
+    }
+}
+
+void ServiceApplication::write(LogLevel pLevel, const QString& pText, const JournalEvent& pEvent)
 {
     const QString tText = singleLine(pText, sMaxMessage);
+    if (mHasJournal && sendToJournal(static_cast<int>(pLevel), tText, pEvent)) {
+        return;
+    }
     if (mForeground) {
         log(levelName(pLevel) + tText);
     } else if (::isatty(STDERR_FILENO) != 0) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "internal/Failure.h"
+#include "process/JournalEvent.h"
 
 #include <vkcore/OkiApplication.h>
 
@@ -33,7 +34,9 @@ public:
     void initLogFile() override;
     bool saveUserConfig() override { return true; }
 
-    void write(LogLevel pLevel, const QString& pText);
+    void write(LogLevel pLevel, const QString& pText, const JournalEvent& pEvent = {});
+    // For the journal alone: a log of another kind says the same in other lines, or does not need it.
+    void note(LogLevel pLevel, const QString& pText, const JournalEvent& pEvent);
 
     // Reads the configuration files again. If one of them cannot be read, the old configuration stays active.
     Failure reloadConfiguration();
@@ -45,6 +48,7 @@ public:
 
 private:
     bool mForeground;
+    bool mHasJournal;
     std::shared_ptr<vkcore::Config> mReloaded; // null before the first reload
 };
 

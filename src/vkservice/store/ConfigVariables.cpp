@@ -77,6 +77,17 @@ VariableRule pathRule(const QString& pName, const QString& pDefault)
             }};
 }
 
+VariableRule metricsFileRule(const QString& pName)
+{
+    VariableRule tRule = pathRule(pName, QString());
+    tRule.mCheck = [tIsPath = tRule.mCheck](const QString& pText) {
+        const bool tIsFile =
+            tIsPath(pText).isNull() && pText.endsWith(".prom"_L1) && !pText.endsWith("/.prom"_L1);
+        return tIsFile ? QString() : u"an absolute path that ends in .prom is expected"_s;
+    };
+    return tRule;
+}
+
 VariableRule certificatesRule(const QString& pName)
 {
     VariableRule tRule = pathRule(pName, QString());

@@ -35,6 +35,8 @@ VariableRule wholeNumberRule(const QString& pName, qint64 pDefault, qint64 pFrom
 VariableRule wordRule(const QString& pName, const QStringList& pWords);
 VariableRule yesNoRule(const QString& pName, bool pDefault);
 VariableRule pathRule(const QString& pName, const QString& pDefault);
+// The path of a file for a textfile collector, which reads only those whose names end in ".prom".
+VariableRule metricsFileRule(const QString& pName);
 // The file with the only trusted certificates; empty for those of the system.
 VariableRule certificatesRule(const QString& pName);
 VariableRule textRule(const QString& pName, const QString& pDefault);

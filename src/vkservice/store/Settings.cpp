@@ -212,9 +212,23 @@ std::optional<RunRecord> Settings::lastRun() const
     return tRecord;
 }
 
-bool Settings::setLastRun(const RunRecord& pRecord)
+std::optional<RunCounters> Settings::counters() const
 {
-    return set({
+    const auto tStored = values(u"counters."_s);
+    return tStored ? std::optional(RunCounters::fromSettings(*tStored)) : std::nullopt;
+}
+
+bool Settings::setLastRun(const RunRecord& pRecord, const RunTraffic& pTraffic)
+{
+    auto tCounters = counters();
+    if (!tCounters) {
+        return false;
+    }
+    if (pRecord.mBegan.isValid()) {
+        tCounters->add(pRecord, pTraffic);
+    }
+    Values tValues = tCounters->toSettings();
+    tValues.insert({
         {u"lastRun.code"_s, QString::number(pRecord.mCode)},
         {u"lastRun.text"_s, pRecord.mText},
         {u"lastRun.finished"_s, fromDate(pRecord.mFinished)},
@@ -223,6 +237,7 @@ bool Settings::setLastRun(const RunRecord& pRecord)
         {u"lastRun.cutShort"_s, QString::number(pRecord.mCutShort)},
         {u"unfinishedRun"_s, QString()},
     });
+    return set(tValues);
 }
 
 std::optional<QString> Settings::unfinishedRun() const

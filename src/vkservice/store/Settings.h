@@ -1,6 +1,7 @@
 #pragma once
 
 #include "internal/Values.h"
+#include "store/RunCounters.h"
 #include "values/RunRecord.h"
 #include "values/ScheduleSettings.h"
 
@@ -46,7 +47,9 @@ public:
     bool setMonitoring(const vkcore::MonitoringSettings& pSettings);
 
     std::optional<RunRecord> lastRun() const;
-    bool setLastRun(const RunRecord& pRecord);
+    // Counts a run that has its own beginning.
+    bool setLastRun(const RunRecord& pRecord, const RunTraffic& pTraffic = {});
+    std::optional<RunCounters> counters() const;
     // The start of a run that has not ended yet, as text of QDateTime; setLastRun clears it. This mark shows
     // that the service did not survive a run.
     std::optional<QString> unfinishedRun() const;

@@ -34,6 +34,17 @@ qint64 archiveBytes(const Plan& pPlan)
     return tBytes;
 }
 
+qint64 installedBytes(const Plan& pPlan)
+{
+    qint64 tBytes = 0;
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        if (!tPackage.mFailure) {
+            addBytes(&tBytes, tPackage.mOffer.mTarget.mLength);
+        }
+    }
+    return tBytes;
+}
+
 } // namespace
 
 Run::Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
@@ -340,6 +351,15 @@ RunResult Run::failed(const Failure& pFailure) const
     return {resultCode(pFailure), failureText(pFailure), 0};
 }
 
+QStringList Run::unusableServers() const
+{
+    QStringList tTexts;
+    for (const ServerTrouble& tServer : mServerTroubles) {
+        tTexts.append(u"%1: %2"_s.arg(tServer.mServer, tServer.mFailure.mText));
+    }
+    return tTexts;
+}
+
 RunResult Run::allServersFailed() const
 {
     if (mRequest.mServers.isEmpty()) {
@@ -349,9 +369,7 @@ RunResult Run::allServersFailed() const
     static const QList<ResultCode> sWeights{ResultNoServer, ResultUnreachable, ResultInstallFailed,
                                             ResultVerificationFailed};
     Failure tWorst{Failure::Kind::NoServer, QString()};
-    QStringList tTexts;
     for (const ServerTrouble& tServer : mServerTroubles) {
-        tTexts.append(u"%1: %2"_s.arg(tServer.mServer, tServer.mFailure.mText));
         const bool tIsAsBad = resultCode(tServer.mFailure) == resultCode(tWorst);
         if (sWeights.indexOf(resultCode(tServer.mFailure)) > sWeights.indexOf(resultCode(tWorst)) ||
             (tIsAsBad && tWorst.mKind == Failure::Kind::OutOfDate)) {
@@ -362,7 +380,7 @@ RunResult Run::allServersFailed() const
     if (tWorst.mKind == Failure::Kind::NotFound) {
         tWorst.mKind = Failure::Kind::Unreachable;
     }
-    tWorst.mText = tTexts.join(u"; "_s);
+    tWorst.mText = unusableServers().join(u"; "_s);
     return failed(tWorst);
 }
 
@@ -375,6 +393,7 @@ RunResult Run::finish(Attempt* pAttempt)
                             tPackage.mFailure.mText);
         }
     }
+    mInstalledBytes = installedBytes(tPlan);
     const int tFailed = tPlan.failedCount();
     const int tInstalled = static_cast<int>(tPlan.mPackages.size()) - tFailed;
     if (tFailed > 0) {

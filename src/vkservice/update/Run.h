@@ -30,6 +30,9 @@ public:
         Reporter& pReporter, const os::AbortFlag& pAbort);
 
     RunResult run();
+    // After run().
+    RunTraffic traffic() const { return {mDownloads.received(), mInstalledBytes}; }
+    QStringList unusableServers() const;
 
 private:
     // The result of one server for this machine.
@@ -78,6 +81,7 @@ private:
     trees::IndexStore mIndexes;
     QList<packages::InstalledPackage> mLostIndexes; // of these the index is missing or damaged
     std::vector<ServerTrouble> mServerTroubles;
+    qint64 mInstalledBytes = 0; // of archives
 };
 
 } // namespace tarn::vkservice::update

@@ -2,12 +2,14 @@
 
 #include "internal/Values.h"
 #include "values/ResultCode.h"
+#include "values/RunRecord.h"
 
 #include <vkcore/NetProxy.h>
 
 #include <QtCore/QList>
 #include <QtCore/QSet>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace tarn::vkservice::update {
 
@@ -61,6 +63,8 @@ struct RunResult
     ResultCode mCode = ResultNone;
     QString mText; // resultText, or more details
     int mInstalledCount = 0;
+    RunTraffic mTraffic = {};
+    QStringList mUnusableServers = {}; // each with its reason
 };
 
 } // namespace tarn::vkservice::update

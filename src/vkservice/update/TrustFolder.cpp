@@ -87,6 +87,12 @@ Failure TrustFolder::prepare(const QString& pRootFile, const QString& pUri)
     return {};
 }
 
+bool TrustFolder::usePrevious()
+{
+    mRootHash = lastRoot({});
+    return !mRootHash.isEmpty();
+}
+
 // Of the previous run; empty: not known.
 QByteArray TrustFolder::lastRoot(const QString& pUri) const
 {

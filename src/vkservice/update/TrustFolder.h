@@ -28,7 +28,10 @@ public:
     // Finds the trust of the root file, or creates it from that file. pUri: of the server to be asked.
     Failure prepare(const QString& pRootFile, const QString& pUri);
 
-    // After prepare(). The folder for tuf::Updater.
+    // Finds the trust of the last run without changing anything. False if there was none.
+    bool usePrevious();
+
+    // After one of these. The folder for tuf::Updater.
     QString path() const;
     QString notePath(const QString& pUri) const;
 

@@ -25,7 +25,9 @@ public:
     void work()
     {
         Run tRun(mRequest, mFileSystem, *mFreeProcesses, *mReporter, mAbort);
-        const RunResult tResult = tRun.run();
+        RunResult tResult = tRun.run();
+        tResult.mTraffic = tRun.traffic();
+        tResult.mUnusableServers = tRun.unusableServers();
         QMetaObject::invokeMethod(
             mOwner, [this, tResult] { end(tResult); }, Qt::QueuedConnection);
     }

@@ -33,4 +33,19 @@ QString resultText(ResultCode pCode)
     return u"Unknown result %1."_s.arg(static_cast<int>(pCode));
 }
 
+const QList<ResultWord>& resultWords()
+{
+    static const QList<ResultWord> sWords{
+        {ResultSuccess, "success"_L1},
+        {ResultUnreachable, "unreachable"_L1},
+        {ResultVerificationFailed, "verification_failed"_L1},
+        {ResultAborted, "aborted"_L1},
+        {ResultNoSpace, "no_space"_L1},
+        {ResultInstallFailed, "install_failed"_L1},
+        {ResultNoServer, "no_server"_L1},
+        {ResultManualIntervention, "manual_intervention"_L1},
+    };
+    return sWords;
+}
+
 } // namespace tarn::vkservice

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QtCore/QLatin1StringView>
+#include <QtCore/QList>
 #include <QtCore/QString>
 
 namespace tarn::vkservice {
@@ -22,5 +24,13 @@ enum ResultCode : int
 
 // The code as a text for users.
 QString resultText(ResultCode pCode);
+
+struct ResultWord
+{
+    ResultCode mCode;
+    QLatin1StringView mWord; // for programs
+};
+// All that a run can end with.
+const QList<ResultWord>& resultWords();
 
 } // namespace tarn::vkservice

@@ -20,4 +20,11 @@ struct RunRecord
     bool operator==(const RunRecord&) const = default;
 };
 
+// What the packages of a run cost.
+struct RunTraffic
+{
+    qint64 mReceived = 0; // bytes that servers have sent
+    qint64 mWhole = 0;    // bytes of the archives of all packages that were installed
+};
+
 } // namespace tarn::vkservice

@@ -69,8 +69,10 @@ void Rig::start(std::unique_ptr<SmtpTransport> pTransport)
 {
     mMailer = std::make_unique<Mailer>(
         mDatabase, [this] { return mStatus; }, nullptr, std::move(pTransport), [this] { return mNow; });
-    QObject::connect(mMailer.get(), &Mailer::warning, mMailer.get(),
-                     [this](const QString& tText) { mWarnings.append(tText); });
+    for (const auto tSignal : {&Mailer::warning, &Mailer::givenUp}) {
+        QObject::connect(mMailer.get(), tSignal, mMailer.get(),
+                         [this](const QString& tText) { mWarnings.append(tText); });
+    }
     QObject::connect(mMailer.get(), &Mailer::summaryQueued, mMailer.get(),
                      [this](const QDateTime& tWhen) { mSummaries.append(tWhen); });
     ASSERT_FALSE(mMailer->open());

@@ -1,0 +1,11 @@
+#pragma once
+
+namespace tarn::vkctl {
+
+class CtlApplication;
+struct StatusSection;
+
+// One source file each.
+StatusSection updateSection(CtlApplication& pApp);
+
+} // namespace tarn::vkctl

@@ -1,0 +1,13 @@
+#include "status/StatusSections.h"
+
+#include "status/Sections.h"
+
+namespace tarn::vkctl {
+
+const QList<MakeStatusSection>& statusSections()
+{
+    static const QList<MakeStatusSection> sSections{&updateSection};
+    return sSections;
+}
+
+} // namespace tarn::vkctl
