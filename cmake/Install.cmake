@@ -37,6 +37,10 @@ install(CODE "
         ${CMAKE_BINARY_DIR}/packaging/vkservice.service @ONLY)" COMPONENT service)
 install(FILES ${CMAKE_BINARY_DIR}/packaging/vkservice.service ${PROJECT_SOURCE_DIR}/packaging/systemd/vkservice.socket
     DESTINATION lib/systemd/system COMPONENT service)
+install(FILES packaging/systemd/vkservice.sysusers DESTINATION lib/sysusers.d RENAME vkservice.conf COMPONENT service)
+install(FILES packaging/systemd/vkservice.tmpfiles DESTINATION lib/tmpfiles.d RENAME vkservice.conf COMPONENT service)
+# Only in the package: below another prefix it would make an installation that can be moved.
+install(FILES packaging/systemd/service.cfg DESTINATION /etc/vk COMPONENT service EXCLUDE_FROM_ALL)
 
 install(TARGETS vkpublish RUNTIME COMPONENT publisher)
 install(FILES docs/man/vkpublish.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT publisher)
