@@ -128,7 +128,16 @@ Failure settleUser(const CommandLine& pLine)
         return {};
     }
     const auto tApp = configured(pLine.mForeground);
-    return tApp ? process::becomeServiceUser(**tApp, socketPath(**tApp, pLine.mSocketName)) : tApp.failure();
+    if (!tApp) {
+        return tApp.failure();
+    }
+    const Failure tFailure = process::becomeServiceUser(**tApp, socketPath(**tApp, pLine.mSocketName));
+    if (tFailure && pLine.mForeground) {
+        // Who has started a worker does not read its standard error.
+        (*tApp)->initLogFile();
+        (*tApp)->write(process::LogLevel::Error, tFailure.mText + u'.');
+    }
+    return tFailure;
 }
 
 int handOver(bool pToRoot)

@@ -38,6 +38,22 @@ expect 0 "successfully applied" rkm update-settings --server=/srv/updates
 expect 0 "Update finished: 1 package was updated." rkm update --quiet
 expect 0 "Name: tool" rkm install-log
 expect 0 "it works" /opt/vk/current/tool/bin/tool
+expect_owners() { # USER: of all files of the service
+    local others
+    others=$(find /opt/vk /var/lib/vkservice ! -user "$1")
+    [ -z "$others" ] || fail "not of $1: $others"
+    echo "ok: all of $1"
+}
+expect 0 "vkservice" stat -c %U "/proc/$(systemctl show -p MainPID --value vkservice)"
+expect_owners vkservice
+
+# A worker of root, without the service: nothing of it is root's. The service goes on with what it has left.
+expect 0 "" systemctl stop vkservice.socket vkservice
+expect 0 "" rkm update --quiet
+expect 0 "vkservice" stat -c %U /run/vkservice /var/log/vkc_log/vkservice.log
+expect_owners vkservice
+expect 0 "" systemctl start vkservice.socket
+expect 0 "Default server: /srv/updates" rkm show-settings
 
 # Another user: no settings, but the log; the message names the right socket.
 expect 1 "Please check the permissions of /run/vkservice" as_somebody --clear-groups rkm show-settings --socket=/run/vkservice/socket
@@ -74,7 +90,29 @@ expect 0 "active" systemctl is-active vkservice
 rm /etc/systemd/system/sockets.target.wants/vkservice.socket
 expect 0 "" dpkg -i /packages/vkservice_*.deb
 expect 0 "enabled" systemctl is-enabled vkservice.socket
-expect 0 "1.9 OK" systemd-analyze security --no-pager vkservice
+
+# An upgrade from a version that ran as root, which fails on the way and is repeated. Files of others and the targets of
+# links stay as they are.
+systemctl stop vkservice.socket vkservice
+expect 0 "" vkservice --hand-back
+expect_owners root
+chmod 600 /etc/vk/vk.cfg
+echo precious >/etc/precious
+ln -s /etc/precious /opt/vk/packages/link
+systemctl start vkservice.socket
+exec 9</var/lib/vkservice/state.lock
+flock 9
+expect 1 "is using the state directory" dpkg -i /packages/vkservice_*.deb
+expect_owners root
+exec 9<&-
+chown vkservice /opt/vk/packages
+expect 0 "" dpkg --configure vkservice
+expect_owners vkservice
+expect 0 "root root" stat -c '%U %G' /etc/precious
+expect 0 "root vkservice 640" stat -c '%U %G %a' /etc/vk/vk.cfg
+expect 0 "active" systemctl is-active vkservice.socket
+expect 0 "" rkm update --quiet
+expect 0 "1.5 OK" systemd-analyze security --no-pager vkservice
 DEBIAN_FRONTEND=noninteractive expect 0 "" apt-get purge -y -qq rkm vkservice vkpublish libvkcore-dev libvkcore1
 for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /run/vkservice \
     /etc/systemd/system/*/vkservice.* /var/lib/systemd/deb-systemd-helper-enabled/vkservice.*; do

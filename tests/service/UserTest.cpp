@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 
 namespace {
 
@@ -50,8 +49,8 @@ protected:
         }
         mRig.configure(sKey);
     }
-    QByteArray path(const char* pBelow) const { return QFile::encodeName(mRig.installation().path(pBelow)); }
-    void give(const char* pBelow) const { ASSERT_EQ(::chown(path(pBelow).constData(), sNobody, sNobody), 0); }
+    QByteArray path(const char* pBelow) { return QFile::encodeName(mRig.installation().path(pBelow)); }
+    void give(const char* pBelow) { ASSERT_EQ(::chown(path(pBelow).constData(), sNobody, sNobody), 0); }
     QByteArray status() { return readFile(q("/proc/%1/status").arg(mRig.program().pid())); }
 
     static constexpr auto sKey = "user = \"nobody\"\n";
@@ -63,7 +62,7 @@ TEST_F(UserTest, WorkerOfRootBecomesTheServicesUserForGood)
 {
     HeldUpdate tUpdate;
     ASSERT_NO_FATAL_FAILURE(tUpdate.prepare(mRig));
-    mRig.configure(sKey + "defaultServer = \"file://" + path("repository") +
+    mRig.configure(QByteArray(sKey) + "defaultServer = \"file://" + path("repository") +
                    "\"\nsocketGroup = \"daemon\"\n");
     RawPeer tPeer = mRig.startAndConnect();
     const QByteArray tStatus = status();
