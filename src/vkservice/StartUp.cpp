@@ -95,7 +95,7 @@ Failure giveAll(bool pToRoot, QStringList* pLeft)
     if (Failure tFailure = lockState(tState)) {
         return tFailure;
     }
-    const QString tInstallDir = (*tApp)->configValue(u"service.install.dir"_s);
+    const QString tInstallDir = (*tApp)->configValue(u"service."_s + u"install.dir"_s);
     const os::Ownership tOwnership =
         pToRoot ? os::Ownership(tUser->mUid, 0, 0) : os::Ownership(0, tUser->mUid, tUser->mGid);
     packages::HandOver tHandOver(tOwnership, tState);

@@ -32,9 +32,8 @@ bool isOwnFolder(const QString& pFolder, uid_t pUser)
 
 QString defaultSocketName()
 {
-    return defaultSocketName(
-        {::geteuid(), QLatin1String(sMachineSocket), QFile::decodeName(qgetenv("XDG_RUNTIME_DIR")),
-         machine::isActing()});
+    return defaultSocketName({::geteuid(), QLatin1String(sMachineSocket),
+                              QFile::decodeName(qgetenv("XDG_RUNTIME_DIR")), machine::isActing()});
 }
 
 QString defaultSocketName(const SocketPlace& pPlace)

@@ -19,9 +19,9 @@ struct SocketPlace
     bool mIsMachine;     // see machine::isActing()
 };
 
-// The default name of the socket. That of the machine is sMachineSocket. A user who may write to that one uses it, too,
-// because its service admits the user. All others get their own socket in their runtime folder, or in the
-// temporary folder if they have none.
+// The default name of the socket. That of the machine is sMachineSocket. A user who may write to that one
+// uses it, too, because its service admits the user. All others get their own socket in their runtime folder,
+// or in the temporary folder if they have none.
 QString defaultSocketName();
 QString defaultSocketName(const SocketPlace& pPlace);
 
