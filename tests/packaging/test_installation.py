@@ -19,7 +19,7 @@ FILES = {
                    "share/rkm/locale/messages/vkcore_de.qm", "share/man/man5/vk.cfg.5"],
     "libvkcore-dev": ["include/vkcore/IPCClient.h", "include/vkcore/Application.h", "lib/libvkcore.so"],
     "vkservice": ["bin/vkservice", "share/man/man8/vkservice.8", "lib/systemd/system/vkservice.service",
-                  "lib/systemd/system/vkservice.socket",
+                  "lib/systemd/system/vkservice.socket", "lib/sysusers.d/vkservice.conf", "lib/tmpfiles.d/vkservice.conf",
                   "share/doc/vkservice/protocol.md", "share/doc/vkservice/administrator.md"],
     "vkpublish": ["bin/vkpublish", "share/man/man1/vkpublish.1", "share/man/man5/vk-repository.5"],
 }
@@ -107,6 +107,9 @@ class Folder(unittest.TestCase):
             run("dpkg-deb", "-x", path, root)
             contents[name] = files_below(folder)
             self.check_dependencies(name, path)
+            # What names the user whom all programs trust is the administrator's, and in no other installation.
+            self.assertEqual(run("dpkg-deb", "-I", path, "conffiles") if name == "vkservice" else "",
+                             "/etc/vk/service.cfg\n" if name == "vkservice" else "")
         self.assertEqual(set(contents), set(FILES))
         for name, files in FILES.items():
             for file in files:
