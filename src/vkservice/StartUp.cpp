@@ -81,15 +81,19 @@ Failure giveAll(bool pToRoot, QStringList* pLeft)
     if (::geteuid() != 0) {
         return {Failure::Kind::Person, u"Only root can change the owner of files"_s};
     }
+    const auto tApp = configured(true);
+    if (!tApp) {
+        return tApp.failure();
+    }
     const std::optional<machine::ServiceUser>& tUser = machine::serviceUser();
+    if (!tUser && (*tApp)->configValue(u"service.user"_s) == "root"_L1) {
+        pLeft->append(u"All was left as it is: service.user is root."_s);
+        return {};
+    }
     if (!tUser) {
         return {Failure::Kind::Person,
                 u"No file in the configuration folder that only root can change names an "
                 "existing user as service.user"_s};
-    }
-    const auto tApp = configured(true);
-    if (!tApp) {
-        return tApp.failure();
     }
     const QString tState = (*tApp)->getStateDir();
     if (Failure tFailure = lockState(tState)) {

@@ -47,6 +47,18 @@ expect_owners() { # USER: of all files of the service
 expect 0 "vkservice" stat -c %U "/proc/$(systemctl show -p MainPID --value vkservice)"
 expect_owners vkservice
 
+# It sees which programs run, its programs don't, and it gets a password from systemd.
+main_status() { cat "/proc/$(systemctl show -p MainPID --value vkservice)/status"; }
+expect 0 $'CapEff:\t0000000000080000' main_status
+expect 0 $'CapBnd:\t0000000000080000' main_status
+expect 0 $'CapAmb:\t0000000000000000' main_status
+mkdir -m 700 /etc/vk-secrets /etc/systemd/system/vkservice.service.d
+echo secret >/etc/vk-secrets/mail
+printf '[Service]\nLoadCredential=mail.password:/etc/vk-secrets/mail\n' >/etc/systemd/system/vkservice.service.d/mail.conf
+expect 0 "" systemctl daemon-reload
+expect 0 "" systemctl restart vkservice
+expect 0 "mail.password: ******" rkm show-settings --config-var=mail.password
+
 # A worker of root, without the service: nothing of it is root's. The service goes on with what it has left.
 expect 0 "" systemctl stop vkservice.socket vkservice
 expect 0 "" rkm update --quiet
@@ -112,6 +124,17 @@ expect 0 "root root" stat -c '%U %G' /etc/precious
 expect 0 "root vkservice 640" stat -c '%U %G %a' /etc/vk/vk.cfg
 expect 0 "active" systemctl is-active vkservice.socket
 expect 0 "" rkm update --quiet
+
+# A user that the configuration does not safely name is nobody's, and the service says so.
+chmod 664 /etc/vk/service.cfg
+systemctl restart vkservice.socket
+systemctl stop vkservice
+expect 1 "service.user" setpriv --reuid=vkservice --regid=vkservice --clear-groups \
+    env STATE_DIRECTORY=/var/lib/vkservice vkservice
+chmod 644 /etc/vk/service.cfg
+printf '[service]\nuser = "root"\n' >/etc/vk/vk_user.cfg
+expect 0 "service.user is root" vkservice --hand-over
+rm /etc/vk/vk_user.cfg
 expect 0 "1.5 OK" systemd-analyze security --no-pager vkservice
 DEBIAN_FRONTEND=noninteractive expect 0 "" apt-get purge -y -qq rkm vkservice vkpublish libvkcore-dev libvkcore1
 for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /run/vkservice \
