@@ -103,10 +103,13 @@ rm /etc/systemd/system/sockets.target.wants/vkservice.socket
 expect 0 "" dpkg -i /packages/vkservice_*.deb
 expect 0 "enabled" systemctl is-enabled vkservice.socket
 
-# An upgrade from a version that ran as root, which fails on the way and is repeated. Files of others and the targets of
-# links stay as they are.
-systemctl stop vkservice.socket vkservice
-expect 0 "" vkservice --hand-back
+# Back to a version that runs as root, and an upgrade from it, which fails on the way and is repeated. Files of others and
+# the targets of links stay as they are.
+dpkg-deb -R /packages/vkservice_*.deb /tmp/old
+sed -i 's/^Version: .*/Version: 0.9/' /tmp/old/DEBIAN/control
+rm /tmp/old/DEBIAN/p*
+expect 0 "" dpkg-deb -b /tmp/old /tmp/old.deb
+expect 0 "" dpkg -i /tmp/old.deb
 expect_owners root
 chmod 600 /etc/vk/vk.cfg
 echo precious >/etc/precious
@@ -127,8 +130,7 @@ expect 0 "" rkm update --quiet
 
 # A user that the configuration does not safely name is nobody's, and the service says so.
 chmod 664 /etc/vk/service.cfg
-systemctl restart vkservice.socket
-systemctl stop vkservice
+systemctl stop vkservice.socket vkservice
 expect 1 "service.user" setpriv --reuid=vkservice --regid=vkservice --clear-groups \
     env STATE_DIRECTORY=/var/lib/vkservice vkservice
 chmod 644 /etc/vk/service.cfg
