@@ -37,6 +37,10 @@ install(CODE "
         ${CMAKE_BINARY_DIR}/packaging/vkservice.service @ONLY)" COMPONENT service)
 install(FILES ${CMAKE_BINARY_DIR}/packaging/vkservice.service ${PROJECT_SOURCE_DIR}/packaging/systemd/vkservice.socket
     DESTINATION lib/systemd/system COMPONENT service)
+install(FILES packaging/systemd/vkservice.sysusers DESTINATION lib/sysusers.d RENAME vkservice.conf COMPONENT service)
+install(FILES packaging/systemd/vkservice.tmpfiles DESTINATION lib/tmpfiles.d RENAME vkservice.conf COMPONENT service)
+# Only in the package: below another prefix it would make an installation that can be moved.
+install(FILES packaging/systemd/service.cfg DESTINATION /etc/vk COMPONENT service EXCLUDE_FROM_ALL)
 
 install(FILES packaging/monitoring/alerts.yml packaging/monitoring/dashboard.json
     DESTINATION ${SHARE}/doc/vkservice/examples/monitoring COMPONENT service)
@@ -51,7 +55,7 @@ install(CODE "
 install(FILES ${CMAKE_BINARY_DIR}/packaging/vkpublish-mirror@.service
     ${PROJECT_SOURCE_DIR}/packaging/systemd/vkpublish-mirror@.timer
     DESTINATION lib/systemd/system COMPONENT publisher)
-install(FILES packaging/sysusers/vkpublish.conf DESTINATION lib/sysusers.d COMPONENT publisher)
+install(FILES packaging/systemd/vkpublish.sysusers DESTINATION lib/sysusers.d RENAME vkpublish.conf COMPONENT publisher)
 
 set(RKM_MAINTAINER "The rkm authors <root@localhost>" CACHE STRING "Whom the packages name as their maintainer")
 set(PACKAGES client:rkm library:libvkcore1 development:libvkcore-dev service:vkservice publisher:vkpublish)

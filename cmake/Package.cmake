@@ -42,10 +42,11 @@ it to its end, and reads the log of what was installed. With it comes vkctl,
 which proves and repairs the installed packages.")
 
 set(CPACK_DEBIAN_SERVICE_PACKAGE_NAME vkservice)
-set(CPACK_DEBIAN_SERVICE_PACKAGE_DEPENDS "libvkcore1 ${SAME_VERSION}")
+set(CPACK_DEBIAN_SERVICE_PACKAGE_DEPENDS "libvkcore1 ${SAME_VERSION}, \
+systemd | systemd-standalone-sysusers | systemd-sysusers, systemd | systemd-standalone-tmpfiles | systemd-tmpfiles")
 set(CPACK_DEBIAN_SERVICE_PACKAGE_RECOMMENDS "rkm, ca-certificates")
 set(CPACK_DEBIAN_SERVICE_PACKAGE_CONTROL_EXTRA
-    ${PROJECT_SOURCE_DIR}/packaging/debian/postinst;${PROJECT_SOURCE_DIR}/packaging/debian/prerm;${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
+    ${PROJECT_SOURCE_DIR}/packaging/debian/conffiles;${PROJECT_SOURCE_DIR}/packaging/debian/postinst;${PROJECT_SOURCE_DIR}/packaging/debian/prerm;${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
 set(CPACK_DEBIAN_SERVICE_DESCRIPTION "service that installs signed updates
 Installs new packages from signed repositories over https or in folders,
 atomically, on request or on a schedule, and reports by e-mail.")

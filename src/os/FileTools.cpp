@@ -226,6 +226,34 @@ Failure removeBelow(FileSystem& pFileSystem, int pDirFd, const QByteArrayList& p
     return tErrno == 0 ? Failure() : Failure::fromErrno(tErrno, u"remove %1"_s.arg(pPath));
 }
 
+Result<QByteArrayList> namesIn(int pFolder, const QString& pPath)
+{
+    // A separate descriptor: it has a read position, and closedir() closes it.
+    const int tFd = ::openat(pFolder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR* tDir = tFd < 0 ? nullptr : ::fdopendir(tFd);
+    if (tDir == nullptr) {
+        const Failure tFailure = Failure::fromErrno(errno, u"read the folder %1"_s.arg(pPath));
+        if (tFd >= 0) {
+            ::close(tFd);
+        }
+        return tFailure;
+    }
+    QByteArrayList tNames;
+    errno = 0;
+    while (const dirent* tEntry = ::readdir(tDir)) {
+        if (std::strcmp(tEntry->d_name, ".") != 0 && std::strcmp(tEntry->d_name, "..") != 0) {
+            tNames.append(tEntry->d_name);
+        }
+        errno = 0;
+    }
+    const int tErrno = errno;
+    ::closedir(tDir);
+    if (tErrno != 0) {
+        return Failure::fromErrno(tErrno, u"read the folder %1"_s.arg(pPath));
+    }
+    return tNames;
+}
+
 Failure syncDir(FileSystem& pFileSystem, const QString& pPath)
 {
     Descriptor tDir(pFileSystem, pFileSystem.open(QFile::encodeName(pPath), O_RDONLY | O_DIRECTORY));

@@ -47,6 +47,9 @@ Failure removeBelow(FileSystem& pFileSystem, int pDirFd, const QByteArrayList& p
 // Opens the folder below pDirFd that pNames lead to, without following links. -1 and errno on failure.
 int openBelow(FileSystem& pFileSystem, int pDirFd, const QByteArrayList& pNames);
 
+// The names in an open folder, hidden ones too. pPath is its name in messages.
+Result<QByteArrayList> namesIn(int pFolder, const QString& pPath);
+
 // fsync of a folder: its names are on the disk after it.
 Failure syncDir(FileSystem& pFileSystem, const QString& pPath);
 

@@ -2,10 +2,51 @@
 
 #include "os/ProcFiles.h"
 
+#include <fcntl.h>
 #include <fts.h>
+#include <sys/stat.h>
 #include <sys/sysmacros.h>
 
 namespace tarn::os {
+
+namespace {
+
+dev_t toDevice(const QByteArray& pText, int pBase)
+{
+    const QByteArrayList tParts = pText.split(':');
+    return makedev(tParts.first().toUInt(nullptr, pBase), tParts.last().toUInt(nullptr, pBase));
+}
+
+// The mounts of a process may have other numbers than those of this one. 0 for an unknown mount.
+dev_t deviceOfMount(const QByteArray& pProcDir, const QByteArray& pMount)
+{
+    const QByteArrayList tLines = readProcFile(pProcDir + "/mountinfo").split('\n');
+    for (const QByteArray& tLine : tLines) {
+        const QByteArrayList tFields = tLine.split(' ');
+        if (tFields.size() > 2 && tFields.at(0) == pMount) {
+            return toDevice(tFields.at(2), 10);
+        }
+    }
+    return 0;
+}
+
+dev_t deviceOfMountAt(const QString& pFolder)
+{
+    struct statx tStat = {};
+    const bool tKnown =
+        ::statx(AT_FDCWD, QFile::encodeName(pFolder).constData(), 0, STATX_MNT_ID, &tStat) == 0 &&
+        (tStat.stx_mask & STATX_MNT_ID) != 0;
+    return tKnown ? deviceOfMount("/proc/self", QByteArray::number(qulonglong(tStat.stx_mnt_id))) : 0;
+}
+
+// The rest of the line "NAME:\tVALUE".
+QByteArray valueOf(const QByteArray& pText, const QByteArray& pName)
+{
+    const qsizetype tAt = ('\n' + pText).indexOf('\n' + pName + ":\t");
+    return tAt < 0 ? QByteArray() : pText.mid(tAt + pName.size() + 2).split('\n').first();
+}
+
+} // namespace
 
 FolderUse::FolderUse(const QStringList& pFolders) : mFolders(pFolders)
 {
@@ -16,6 +57,7 @@ FolderUse::FolderUse(const QStringList& pFolders) : mFolders(pFolders)
 
 void FolderUse::index(qsizetype pFolder)
 {
+    mMounts.append(deviceOfMountAt(mFolders.at(pFolder)));
     QByteArray tPath = QFile::encodeName(mFolders.at(pFolder));
     char* tPaths[] = {tPath.data(), nullptr};
     FTS* tTree = ::fts_open(tPaths, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, nullptr);
@@ -35,10 +77,7 @@ void FolderUse::look(const QByteArray& pProcDir)
     for (const char* tLink : {"/exe", "/cwd", "/root"}) {
         lookAtLink(pProcDir + tLink);
     }
-    const QByteArrayList tOpen = entries(pProcDir + "/fd");
-    for (const QByteArray& tFile : tOpen) {
-        lookAtLink(pProcDir + "/fd/" + tFile);
-    }
+    lookAtOpenFiles(pProcDir);
     lookAtMappings(pProcDir);
     lookAtArguments(pProcDir);
 }
@@ -50,6 +89,39 @@ void FolderUse::lookAtLink(const QByteArray& pLink)
     const QByteArray tTarget = linkTarget(pLink);
     if (mNames.contains(tTarget.mid(tTarget.lastIndexOf('/') + 1))) {
         note(fileIdAt(pLink));
+    }
+}
+
+// The links are only for the process's own user and for root; the descriptions are also for whoever may look
+// into other processes. Linux 5.14 and later name the inode there.
+void FolderUse::lookAtOpenFiles(const QByteArray& pProcDir)
+{
+    const QByteArrayList tLinks = entries(pProcDir + "/fd");
+    for (const QByteArray& tFile : tLinks) {
+        lookAtLink(pProcDir + "/fd/" + tFile);
+    }
+    if (tLinks.isEmpty()) {
+        const QByteArrayList tDescriptions = entries(pProcDir + "/fdinfo");
+        for (const QByteArray& tFile : tDescriptions) {
+            lookAtDescription(pProcDir, tFile);
+        }
+    }
+}
+
+// The device of the mount is not that of stat() on some file systems.
+void FolderUse::lookAtDescription(const QByteArray& pProcDir, const QByteArray& pName)
+{
+    const QByteArray tText = readProcFile(pProcDir + "/fdinfo/" + pName);
+    const ino_t tInode = valueOf(tText, "ino").toULongLong();
+    auto tFound = mFiles.lower_bound({tInode, 0});
+    if (tInode == 0 || tFound == mFiles.end() || tFound->first.mInode != tInode) {
+        return;
+    }
+    const dev_t tDevice = deviceOfMount(pProcDir, valueOf(tText, "mnt_id"));
+    for (; tFound != mFiles.end() && tFound->first.mInode == tInode; ++tFound) {
+        if (tDevice != 0 && (tFound->first.mDevice == tDevice || mMounts.at(tFound->second) == tDevice)) {
+            mUsed.insert(tFound->second);
+        }
     }
 }
 
@@ -68,9 +140,7 @@ void FolderUse::lookAtMappings(const QByteArray& pProcDir)
         if (tFound == mFiles.end() || tFound->first.mInode != tInode) {
             continue;
         }
-        const QByteArrayList tDevice = tFields.at(3).split(':');
-        note(
-            FileId{tInode, makedev(tDevice.first().toUInt(nullptr, 16), tDevice.last().toUInt(nullptr, 16))});
+        note(FileId{tInode, toDevice(tFields.at(3), 16)});
         note(fileIdAt(pProcDir + "/root" + tLine.mid(tLine.indexOf('/'))));
     }
 }

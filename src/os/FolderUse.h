@@ -27,11 +27,14 @@ public:
 private:
     void index(qsizetype pFolder);
     void lookAtLink(const QByteArray& pLink);
+    void lookAtOpenFiles(const QByteArray& pProcDir);
+    void lookAtDescription(const QByteArray& pProcDir, const QByteArray& pName);
     void lookAtMappings(const QByteArray& pProcDir);
     void lookAtArguments(const QByteArray& pProcDir);
     void note(const std::optional<FileId>& pFile);
 
     QStringList mFolders;
+    QList<dev_t> mMounts;               // for each folder, the device that its mount has in mountinfo
     std::map<FileId, qsizetype> mFiles; // to the place of their folder in mFolders
     QSet<QByteArray> mNames;            // last parts of their paths
     std::set<qsizetype> mUsed;

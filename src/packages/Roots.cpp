@@ -10,6 +10,7 @@
 #include <QtCore/QUuid>
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -59,6 +60,12 @@ bool isEmpty(const QString& pFolder, const QStringList& pInside)
                std::any_of(pInside.begin(), pInside.end(),
                            [&tBelow](const QString& pPath) { return (pPath + u'/').startsWith(tBelow); });
     });
+}
+
+QString ownName()
+{
+    const passwd* tEntry = ::getpwuid(::geteuid());
+    return tEntry == nullptr ? QString::number(::geteuid()) : QFile::decodeName(tEntry->pw_name);
 }
 
 bool isOurs(const struct stat& pStat)
@@ -196,6 +203,10 @@ Failure Roots::openFolder(Claim* pClaim, const std::function<Vouched()>& pVouche
         return {};
     }
     const Failure tFailure = os::makePath(mFileSystem, pClaim->mPath, sFolderMode);
+    if (tFailure && errno == EACCES) {
+        return refused(u"%1. Create it for the service's user: install -d -o %2 %3"_s.arg(
+            tFailure.mText, ownName(), pClaim->mPath));
+    }
     return tFailure || tOpen() ? tFailure : tCantOpen();
 }
 
@@ -210,6 +221,11 @@ Failure Roots::checkFolder(const Claim& pClaim) const
     struct stat tStat;
     if (::fstat(pClaim.mRoot.mFolder.fd(), &tStat) != 0 || !isOurs(tStat)) {
         return tRefuse(pClaim.mPath);
+    }
+    if (::faccessat(pClaim.mRoot.mFolder.fd(), ".", W_OK | X_OK, AT_EACCESS) != 0 && errno == EACCES) {
+        return refused(
+            u"The service's user, %2, may not write to the folder %1. If it is meant for packages, give "
+            "it to that user: chown %2 %1"_s.arg(pClaim.mPath, ownName()));
     }
     for (const char* tName : {"packages", ".staging", "generations"}) {
         if (::fstatat(pClaim.mRoot.mFolder.fd(), tName, &tStat, AT_SYMLINK_NOFOLLOW) == 0 &&
@@ -231,7 +247,10 @@ Failure Roots::readMarker(Claim* pClaim)
     }
     struct stat tStat;
     if (::fstat(tMarker.fd(), &tStat) != 0 || !S_ISREG(tStat.st_mode) || tStat.st_uid != ::geteuid()) {
-        return refused(u"%1 is not a file of the user that the service runs as"_s.arg(tPath));
+        return refused(
+            u"%1 is not a file of %2, the user that the service runs as. If the folder is this "
+            "installation's, stop the service and run vkservice --hand-over; if the file is meant as a "
+            "permission, chown %2 %1"_s.arg(tPath, ownName()));
     }
     const Result<QByteArray> tBytes = os::readOpenFile(mFileSystem, tMarker.fd(), tPath, sMaxMarkerSize);
     if (!tBytes) {

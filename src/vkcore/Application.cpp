@@ -1,5 +1,6 @@
 #include <vkcore/Application.h>
 
+#include "internal/Machine.h"
 #include "LogFile.h"
 
 #include <QtCore/QCoreApplication>
@@ -15,11 +16,6 @@ namespace tarn::vkcore {
 namespace {
 
 constexpr qsizetype sMaxEarlyLog = 1000;
-
-bool isRoot()
-{
-    return ::geteuid() == 0;
-}
 
 bool exists(const QString& pPath)
 {
@@ -38,13 +34,6 @@ QString xdgConfigDir()
     return xdgDir("XDG_CONFIG_HOME", u".config"_s) + u"/vk"_s;
 }
 
-// The parent of the program's folder. The kernel's path has no links; Qt would check each of its folders
-// again.
-QString installationPrefix()
-{
-    return QFile::symLinkTarget(u"/proc/self/exe"_s).section(u'/', 0, -3);
-}
-
 } // namespace
 
 Application::Application(const QList<QString>& pPrefixes)
@@ -61,19 +50,16 @@ Application::~Application() = default;
 
 void Application::initApplicationDirs()
 {
-    const QString tPrefix = installationPrefix();
-    const QString tMovable = tPrefix + u"/etc/vk"_s;
-    if (!tPrefix.isEmpty() && tPrefix != "/usr"_L1 && exists(tMovable)) {
-        mConfigDir = tMovable;
-    } else {
-        mConfigDir = isRoot() ? u"/etc/vk"_s : xdgConfigDir();
+    mConfigDir = machine::movableConfigDir();
+    if (mConfigDir.isEmpty()) {
+        mConfigDir = machine::isActing() ? u"/etc/vk"_s : xdgConfigDir();
     }
     mConfig->setValue(u"application.settingsDir.other"_s, xdgConfigDir(), Config::DefaultValue);
 }
 
 void Application::initUserDirs()
 {
-    const QString tDefault = (isRoot() ? u"/var/log"_s : getStateDir()) + u'/' + mLogDirName;
+    const QString tDefault = (machine::isActing() ? u"/var/log"_s : getStateDir()) + u'/' + mLogDirName;
     mLogDir = mConfig->getStrValue(u"application.logDir"_s, tDefault);
 }
 
@@ -161,7 +147,7 @@ Version Application::getAppVersion() const
 
 QString Application::getAppEtcDir() const
 {
-    return installationPrefix() + u"/share/rkm"_s;
+    return machine::installationPrefix() + u"/share/rkm"_s;
 }
 
 QString Application::getLogDir() const
@@ -171,8 +157,9 @@ QString Application::getLogDir() const
 
 QString Application::getStateDir() const
 {
-    const QString tDefault =
-        isRoot() ? u"/var/lib/vkservice"_s : xdgDir("XDG_STATE_HOME", u".local/state"_s) + u"/vkservice"_s;
+    const QString tDefault = machine::isActing()
+                                 ? u"/var/lib/vkservice"_s
+                                 : xdgDir("XDG_STATE_HOME", u".local/state"_s) + u"/vkservice"_s;
     return mConfig->getStrValue(u"service.stateDir"_s, tDefault);
 }
 

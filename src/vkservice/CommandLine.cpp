@@ -16,6 +16,10 @@ CommandLine CommandLine::parse(const QStringList& pArguments)
             tLine.mOrder = Order::Version;
             return tLine;
         }
+        if (tArgument == "--hand-over"_L1 || tArgument == "--hand-back"_L1) {
+            tLine.mOrder = tArgument == "--hand-over"_L1 ? Order::HandOver : Order::HandBack;
+            return tLine;
+        }
         if (tArgument == "-e"_L1) {
             tLine.mForeground = true;
         } else if (tArgument == "-worker"_L1) {
@@ -44,6 +48,9 @@ QString CommandLine::usage()
            "  -s=NAME    Listen on this socket: a path, or a name in the temporary directory.\n"
            "             Default: the configuration key service.socketName, else for root\n"
            "             /run/vkservice/socket, for others $XDG_RUNTIME_DIR/vkservice.socket.\n"
+           "  --hand-over, --hand-back\n"
+           "             Give the files of the machine's service to the user that service.user names,\n"
+           "             or back to root. For root, while no service runs.\n"
            "  --help     Show this text.\n"
            "  --version  Show the version.\n"
            "\n"

@@ -13,6 +13,8 @@ struct CommandLine
         Run,
         Help,
         Version,
+        HandOver, // change the owner of the service's files, and end
+        HandBack,
         Refuse, // mComplaint holds the error
     };
 

@@ -4,6 +4,7 @@
 #include "process/SignalWatch.h"
 #include "process/Systemd.h"
 #include "Service.h"
+#include "StartUp.h"
 
 #include <vkcore/GRef.h>
 
@@ -134,6 +135,10 @@ int main(int argc, char* argv[])
     case CommandLine::Order::Version:
         print(stdout, QStringLiteral("vkservice " VKSERVICE_VERSION "\n"));
         return 0;
+    case CommandLine::Order::HandOver:
+    case CommandLine::Order::HandBack:
+        prepareProcess(false);
+        return handOver(tLine.mOrder == CommandLine::Order::HandBack);
     case CommandLine::Order::Refuse:
         print(stderr, tLine.mComplaint + u'\n' + CommandLine::usage());
         return sWrongArgument;
@@ -141,6 +146,10 @@ int main(int argc, char* argv[])
         break;
     }
     prepareProcess(tLine.mWorker);
+    if (const Failure tFailure = settleUser(tLine)) {
+        print(stderr, tFailure.mText + u".\n"_s);
+        return 1;
+    }
     QCoreApplication tQtApp(argc, argv);
     QCoreApplication::setApplicationName(u"vkservice"_s);
     QCoreApplication::setApplicationVersion(QStringLiteral(VKSERVICE_VERSION));

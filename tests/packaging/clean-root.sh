@@ -38,6 +38,34 @@ expect 0 "successfully applied" rkm update-settings --server=/srv/updates
 expect 0 "Update finished: 1 package was updated." rkm update --quiet
 expect 0 "Name: tool" rkm install-log
 expect 0 "it works" /opt/vk/current/tool/bin/tool
+expect_owners() { # USER: of all files of the service
+    local others
+    others=$(find /opt/vk /var/lib/vkservice ! -user "$1")
+    [ -z "$others" ] || fail "not of $1: $others"
+    echo "ok: all of $1"
+}
+expect 0 "vkservice" stat -c %U "/proc/$(systemctl show -p MainPID --value vkservice)"
+expect_owners vkservice
+
+# It sees which programs run, its programs don't, and it gets a password from systemd.
+main_status() { cat "/proc/$(systemctl show -p MainPID --value vkservice)/status"; }
+expect 0 $'CapEff:\t0000000000080000' main_status
+expect 0 $'CapBnd:\t0000000000080000' main_status
+expect 0 $'CapAmb:\t0000000000000000' main_status
+mkdir -m 700 /etc/vk-secrets /etc/systemd/system/vkservice.service.d
+echo secret >/etc/vk-secrets/mail
+printf '[Service]\nLoadCredential=mail.password:/etc/vk-secrets/mail\n' >/etc/systemd/system/vkservice.service.d/mail.conf
+expect 0 "" systemctl daemon-reload
+expect 0 "" systemctl restart vkservice
+expect 0 "mail.password: ******" rkm show-settings --config-var=mail.password
+
+# A worker of root, without the service: nothing of it is root's. The service goes on with what it has left.
+expect 0 "" systemctl stop vkservice.socket vkservice
+expect 0 "" rkm update --quiet
+expect 0 "vkservice" stat -c %U /run/vkservice /var/log/vkc_log/vkservice.log
+expect_owners vkservice
+expect 0 "" systemctl start vkservice.socket
+expect 0 "Default server: /srv/updates" rkm show-settings
 
 # A mirror in its unit, and a machine that uses it.
 cp /srv/updates/metadata/1.root.json /etc/vk/mirror/site.root.json
@@ -85,7 +113,42 @@ expect 0 "active" systemctl is-active vkservice
 rm /etc/systemd/system/sockets.target.wants/vkservice.socket
 expect 0 "" dpkg -i /packages/vkservice_*.deb
 expect 0 "enabled" systemctl is-enabled vkservice.socket
-expect 0 "1.9 OK" systemd-analyze security --no-pager vkservice
+
+# Back to a version that runs as root, and an upgrade from it, which fails on the way and is repeated. Files of others and
+# the targets of links stay as they are.
+dpkg-deb -R /packages/vkservice_*.deb /tmp/old
+sed -i 's/^Version: .*/Version: 0.9/' /tmp/old/DEBIAN/control
+rm /tmp/old/DEBIAN/p*
+expect 0 "" dpkg-deb -b /tmp/old /tmp/old.deb
+expect 0 "" dpkg -i /tmp/old.deb
+expect_owners root
+chmod 600 /etc/vk/vk.cfg
+echo precious >/etc/precious
+ln -s /etc/precious /opt/vk/packages/link
+systemctl start vkservice.socket
+exec 9</var/lib/vkservice/state.lock
+flock 9
+expect 1 "is using the state directory" dpkg -i /packages/vkservice_*.deb
+expect_owners root
+exec 9<&-
+chown vkservice /opt/vk/packages
+expect 0 "" dpkg --configure vkservice
+expect_owners vkservice
+expect 0 "root root" stat -c '%U %G' /etc/precious
+expect 0 "root vkservice 640" stat -c '%U %G %a' /etc/vk/vk.cfg
+expect 0 "active" systemctl is-active vkservice.socket
+expect 0 "" rkm update --quiet
+
+# A user that the configuration does not safely name is nobody's, and the service says so.
+chmod 664 /etc/vk/service.cfg
+systemctl stop vkservice.socket vkservice
+expect 1 "service.user" setpriv --reuid=vkservice --regid=vkservice --clear-groups \
+    env STATE_DIRECTORY=/var/lib/vkservice vkservice
+chmod 644 /etc/vk/service.cfg
+printf '[service]\nuser = "root"\n' >/etc/vk/vk_user.cfg
+expect 0 "service.user is root" vkservice --hand-over
+rm /etc/vk/vk_user.cfg
+expect 0 "1.5 OK" systemd-analyze security --no-pager vkservice
 DEBIAN_FRONTEND=noninteractive expect 0 "" apt-get purge -y -qq rkm vkservice vkpublish libvkcore-dev libvkcore1
 for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /var/lib/vkmirror /run/vkservice \
     /etc/systemd/system/*/vkpublish-mirror@* \

@@ -22,6 +22,7 @@ FILES = {
                   "lib/systemd/system/vkservice.socket", "lib/systemd/catalog/vkservice.catalog",
                   "share/doc/vkservice/examples/monitoring/alerts.yml",
                   "share/doc/vkservice/examples/monitoring/dashboard.json",
+                  "lib/sysusers.d/vkservice.conf", "lib/tmpfiles.d/vkservice.conf",
                   "share/doc/vkservice/protocol.md", "share/doc/vkservice/administrator.md"],
     "vkpublish": ["bin/vkpublish", "share/man/man1/vkpublish.1", "share/man/man5/vk-repository.5",
                   "lib/systemd/system/vkpublish-mirror@.service", "lib/systemd/system/vkpublish-mirror@.timer",
@@ -116,6 +117,9 @@ class Folder(unittest.TestCase):
             run("dpkg-deb", "-x", path, root)
             contents[name] = files_below(folder)
             self.check_dependencies(name, path)
+            # What names the user whom all programs trust is the administrator's, and in no other installation.
+            self.assertEqual(run("dpkg-deb", "-I", path, "conffiles") if name == "vkservice" else "",
+                             "/etc/vk/service.cfg\n" if name == "vkservice" else "")
         self.assertEqual(set(contents), set(FILES))
         for name, files in FILES.items():
             for file in files:

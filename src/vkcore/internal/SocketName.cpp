@@ -1,5 +1,7 @@
 #include "internal/SocketName.h"
 
+#include "internal/Machine.h"
+
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 
@@ -30,13 +32,13 @@ bool isOwnFolder(const QString& pFolder, uid_t pUser)
 
 QString defaultSocketName()
 {
-    return defaultSocketName(
-        {::geteuid(), QLatin1String(sMachineSocket), QFile::decodeName(qgetenv("XDG_RUNTIME_DIR"))});
+    return defaultSocketName({::geteuid(), QLatin1String(sMachineSocket),
+                              QFile::decodeName(qgetenv("XDG_RUNTIME_DIR")), machine::isActing()});
 }
 
 QString defaultSocketName(const SocketPlace& pPlace)
 {
-    if (pPlace.mUser == 0 || mayWriteTo(pPlace.mMachineSocket)) {
+    if (pPlace.mIsMachine || mayWriteTo(pPlace.mMachineSocket)) {
         return pPlace.mMachineSocket;
     }
     if (isOwnFolder(pPlace.mRuntimeDir, pPlace.mUser)) {

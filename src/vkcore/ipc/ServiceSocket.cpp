@@ -1,5 +1,6 @@
 #include "ipc/ServiceSocket.h"
 
+#include "internal/Machine.h"
 #include "internal/Protocol.h"
 #include "internal/SocketName.h"
 
@@ -33,7 +34,7 @@ bool makeAddress(const QString& pName, sockaddr_un* pTo)
     return true;
 }
 
-// Any user can create a socket with the service's name in a shared folder, but not as root or as this user.
+// Any user can create a socket with the service's name in a shared folder, but not as a trusted user.
 bool isTrusted(int pFd, QString* pReason)
 {
     ucred tPeer{};
@@ -42,7 +43,7 @@ bool isTrusted(int pFd, QString* pReason)
         *pReason = qt_error_string(errno);
         return false;
     }
-    if (tPeer.uid != 0 && tPeer.uid != ::geteuid()) {
+    if (!machine::isTrusted(tPeer.uid)) {
         *pReason = u"the socket belongs to the user with the number %1"_s.arg(tPeer.uid);
         return false;
     }

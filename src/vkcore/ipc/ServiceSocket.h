@@ -28,8 +28,8 @@ public:
     // The peer has ended the connection or broken the rules of the transport; it is closed already.
     std::function<void(const QString& pReason)> mOnLost;
 
-    // A relative name is one in QDir::tempPath(). The peer has to run as root or as this user. *pReason is
-    // set unless Connected.
+    // A relative name is one in QDir::tempPath(). The peer has to be trusted, see machine::isTrusted().
+    // *pReason is set unless Connected.
     Outcome open(const QString& pName, QString* pReason);
     bool isOpen() const { return mSocket.isOpen(); }
     bool hasHungUp() const { return mSocket.hasHungUp(); }

@@ -1,11 +1,10 @@
 #include "control/KnownVariables.h"
 
+#include "internal/Machine.h"
 #include "store/ConfigVariables.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QStandardPaths>
-
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -19,7 +18,7 @@ constexpr qint64 sDay = 86400;
 
 QString defaultInstallDir()
 {
-    return ::geteuid() == 0
+    return vkcore::machine::isActing()
                ? u"/opt/vk"_s
                : QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + u"/vk"_s;
 }

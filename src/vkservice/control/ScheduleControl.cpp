@@ -3,14 +3,13 @@
 #include "control/MachineId.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
+#include "internal/Machine.h"
 #include "process/ServiceApplication.h"
 #include "schedule/ScheduleRules.h"
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
 
 #include <QtCore/QTimer>
-
-#include <unistd.h>
 
 #include <chrono>
 
@@ -31,7 +30,7 @@ constexpr int sMaxRetries = 3;
 // A service of a user is started with the user's session.
 bool startsWithSession()
 {
-    return ::geteuid() != 0;
+    return !vkcore::machine::isActing();
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "ipc/ListenSocket.h"
 
+#include "internal/Machine.h"
 #include "internal/SocketName.h"
 #include "ipc/PeerCredentials.h"
 #include "ipc/SocketFolder.h"
@@ -33,7 +34,7 @@ constexpr int sPauseMs = 100;
 enum class Holder
 {
     Nobody,
-    Service,  // root or this user, or a process that does not accept us
+    Service,  // a user that may run a service, or a process that does not accept us
     Stranger, // another user, so not a service
 };
 
@@ -64,7 +65,7 @@ Holder holderOf(const QByteArray& pPath)
     Holder tHolder = Holder::Service;
     if (tConnected) {
         const auto tPeer = peerCredentials(tFd);
-        if (tPeer && !maySpeak(*tPeer, ::geteuid(), std::nullopt)) {
+        if (tPeer && !vkcore::machine::isTrusted(tPeer->mUid)) {
             tHolder = Holder::Stranger;
         }
     } else if (tError == ECONNREFUSED || tError == ENOENT) {

@@ -28,7 +28,7 @@ public:
     ~ListenSocket() override;
 
     // Mode 0600, or 0660 and the group. Replaces a socket file without a listener, and also one of a process
-    // that runs neither as root nor as this user: that is not a service. A failure if
+    // of a user who may not run a service. A failure if
     // a service already answers or the file cannot be created.
     Failure listen(const QString& pPath, std::optional<gid_t> pGroup);
     // Listens on a socket that another process created, and leaves the file to that process. Owns the

@@ -1,9 +1,10 @@
 #include "ipc/SocketFolder.h"
 
+#include "internal/Machine.h"
+
 #include <QtCore/QFile>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 
@@ -19,10 +20,11 @@ Failure makeSocketFolder(const QString& pFolder)
         ::lstat(tFolder.constData(), &tStat) != 0) {
         return Failure::fromErrno(errno, u"create the folder of the socket, %1"_s.arg(pFolder));
     }
-    const bool tOwned = tStat.st_uid == 0 || tStat.st_uid == ::geteuid();
+    const bool tOwned = vkcore::machine::isTrusted(tStat.st_uid);
     if (!S_ISDIR(tStat.st_mode) || !tOwned || (tStat.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        return {Failure::Kind::Person, u"The folder of the socket, %1, must belong to root, and nobody else "
-                                       "may write to it. Remove it"_s.arg(pFolder)};
+        return {Failure::Kind::Person,
+                u"The folder of the socket, %1, must belong to root or the "
+                "service's user, and nobody else may write to it. Remove it"_s.arg(pFolder)};
     }
     return {};
 }

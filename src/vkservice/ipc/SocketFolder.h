@@ -7,7 +7,7 @@
 namespace tarn::vkservice::ipc {
 
 // Creates the folder of the machine's socket, mode 0755, if it is missing. A failure if
-// that fails or if a user other than root and this one could write to the folder.
+// that fails or if a user who may not run the machine's service could write to the folder.
 Failure makeSocketFolder(const QString& pFolder);
 
 } // namespace tarn::vkservice::ipc

@@ -42,6 +42,8 @@ public:
     Failure reloadConfiguration();
     // A value of the active configuration.
     QString configValue(const QString& pKey) const;
+    // False if the log goes to the journal.
+    bool writesLogFile() const { return mForeground; }
     QString configDir() const { return getConfigDir(); }
     // pChosen, or the language of the service if none was chosen.
     QString languageOr(const QString& pChosen) const { return pChosen.isEmpty() ? getAppLang() : pChosen; }

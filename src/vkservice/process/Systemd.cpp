@@ -35,6 +35,12 @@ int inheritedSocket(const QString& pPath)
     return tFound;
 }
 
+void closeInheritedFiles()
+{
+    const int tPassed = qMax(0, sd_listen_fds(0));
+    ::close_range(static_cast<unsigned>(SD_LISTEN_FDS_START + tPassed), ~0U, 0);
+}
+
 SystemdNotifier::SystemdNotifier(QObject* pParent) : QObject(pParent)
 {
     uint64_t tMicroseconds = 0;

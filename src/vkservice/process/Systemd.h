@@ -10,6 +10,10 @@ namespace tarn::vkservice::process {
 // passed descriptors. The caller owns the descriptor.
 int inheritedSocket(const QString& pPath);
 
+// Closes what the program that started this one has left open, but for sockets that systemd passed and for
+// the standard streams.
+void closeInheritedFiles();
+
 // Reports the state of the service to systemd. Does nothing if systemd did not start it.
 class SystemdNotifier : public QObject
 {

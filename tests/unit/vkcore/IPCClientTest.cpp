@@ -120,7 +120,9 @@ TEST_F(IPCClientTest, TheDefaultSocketIsThatOfTheUser)
     const uid_t tBefore = ::geteuid();
     ASSERT_EQ(::seteuid(tUser), 0);
     for (const auto& tCase : tCases) {
-        EXPECT_EQ(protocol::defaultSocketName({tCase.mUser, tCase.mMachine, tCase.mRuntimeDir}), tCase.mName);
+        EXPECT_EQ(
+            protocol::defaultSocketName({tCase.mUser, tCase.mMachine, tCase.mRuntimeDir, tCase.mUser == 0}),
+            tCase.mName);
     }
     ASSERT_EQ(::seteuid(tBefore), 0);
 }

@@ -57,7 +57,8 @@ public:
     void setConnectTimeout(int pSeconds);
 
     // True if a service answers within pTimeoutMs milliseconds. False at once if no process listens, or if
-    // the peer runs neither as root nor as this user. A false result is not logged.
+    // the peer runs as another user than root, this one and the one that service.user names. A false result
+    // is not logged.
     bool testConnect(int pTimeoutMs);
     bool ping();
     bool isConnected() const;
