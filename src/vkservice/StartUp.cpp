@@ -38,16 +38,13 @@ constexpr auto sUsualInstallDir = "/opt/vk";
 constexpr auto sStateOfUnit = "/var/lib/vkservice";
 
 // The configuration without the log. Errors in it have been reported.
-Result<vkcore::GRef<ServiceApplication>> configured(bool pForeground)
+Failure readConfiguration(ServiceApplication& pApp)
 {
-    vkcore::GRef<ServiceApplication> tApp(new ServiceApplication(pForeground));
-    tApp->initApplicationDirs();
-    const bool tLoaded = tApp->loadApplicationConfig();
-    tApp->initUserDirs();
-    if (!tApp->loadUserConfig() || !tLoaded) {
-        return Failure::content(u"The configuration can't be read"_s);
-    }
-    return tApp;
+    pApp.initApplicationDirs();
+    const bool tLoaded = pApp.loadApplicationConfig();
+    pApp.initUserDirs();
+    return pApp.loadUserConfig() && tLoaded ? Failure()
+                                            : Failure::content(u"The configuration can't be read"_s);
 }
 
 QString socketPath(const ServiceApplication& pApp, const QString& pGiven)
@@ -81,12 +78,12 @@ Failure giveAll(bool pToRoot, QStringList* pLeft)
     if (::geteuid() != 0) {
         return {Failure::Kind::Person, u"Only root can change the owner of files"_s};
     }
-    const auto tApp = configured(true);
-    if (!tApp) {
-        return tApp.failure();
+    const vkcore::GRef<ServiceApplication> tApp(new ServiceApplication(true));
+    if (Failure tFailure = readConfiguration(*tApp)) {
+        return tFailure;
     }
     const std::optional<machine::ServiceUser>& tUser = machine::serviceUser();
-    if (!tUser && (*tApp)->configValue(u"service.user"_s) == "root"_L1) {
+    if (!tUser && tApp->configValue(u"service.user"_s) == "root"_L1) {
         pLeft->append(u"All was left as it is: service.user is root."_s);
         return {};
     }
@@ -95,11 +92,11 @@ Failure giveAll(bool pToRoot, QStringList* pLeft)
                 u"No file in the configuration folder that only root can change names an "
                 "existing user as service.user"_s};
     }
-    const QString tState = (*tApp)->getStateDir();
+    const QString tState = tApp->getStateDir();
     if (Failure tFailure = lockState(tState)) {
         return tFailure;
     }
-    const QString tInstallDir = (*tApp)->configValue(u"service."_s + u"install.dir"_s);
+    const QString tInstallDir = tApp->configValue(u"service."_s + u"install.dir"_s);
     const os::Ownership tOwnership =
         pToRoot ? os::Ownership(tUser->mUid, 0, 0) : os::Ownership(0, tUser->mUid, tUser->mGid);
     packages::HandOver tHandOver(tOwnership, tState);
@@ -131,15 +128,15 @@ Failure settleUser(const CommandLine& pLine)
     if (!machine::serviceUser()) {
         return {};
     }
-    const auto tApp = configured(pLine.mForeground);
-    if (!tApp) {
-        return tApp.failure();
+    const vkcore::GRef<ServiceApplication> tApp(new ServiceApplication(pLine.mForeground));
+    if (Failure tFailure = readConfiguration(*tApp)) {
+        return tFailure;
     }
-    const Failure tFailure = process::becomeServiceUser(**tApp, socketPath(**tApp, pLine.mSocketName));
+    const Failure tFailure = process::becomeServiceUser(*tApp, socketPath(*tApp, pLine.mSocketName));
     if (tFailure && pLine.mForeground) {
         // Who has started a worker does not read its standard error.
-        (*tApp)->initLogFile();
-        (*tApp)->write(process::LogLevel::Error, tFailure.mText + u'.');
+        tApp->initLogFile();
+        tApp->write(process::LogLevel::Error, tFailure.mText + u'.');
     }
     return tFailure;
 }

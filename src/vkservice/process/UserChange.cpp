@@ -73,7 +73,7 @@ Failure prepareFolders(const ServiceApplication& pApp, const QString& pSocket, c
                                                : Failure();
 }
 
-// By name, not through the user database: it answers for the socket's group only where one is set.
+// The owner of a socket may give it only to a group that the owner is in.
 std::optional<gid_t> groupOfSocket(const ServiceApplication& pApp)
 {
     const QString tName = pApp.configValue(u"service.socketGroup"_s);
