@@ -13,7 +13,8 @@
 
 namespace tarn::vkctl {
 
-// What the service knows about the installed files, as text and as JSON. All texts of others are plain here.
+// What the service knows about the installed files. All texts of others are plain in what is for people, and
+// as they are in the JSON.
 class Report
 {
     Q_DECLARE_TR_FUNCTIONS(tarn::vkctl::Report)
@@ -31,7 +32,7 @@ public:
     QString overview() const; // of all packages
     QString summary() const;  // of a verification that has ended
     QString damage() const;   // the damaged packages with what is wrong; empty if there are none
-    QJsonObject json() const;
+    const QJsonObject& json() const { return mJson; }
 
     static QString bytesText(qint64 pBytes);
 
@@ -40,7 +41,8 @@ private:
     static QString stateText(const QString& pState);
     static QString problemText(const QString& pProblem);
 
-    vkcore::protocol::PackageEntries mPackages;
+    QJsonObject mJson;
+    vkcore::protocol::PackageEntries mPackages; // plain, as what follows
     vkcore::protocol::VerificationState mVerification;
 };
 

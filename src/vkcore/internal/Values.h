@@ -171,8 +171,9 @@ struct ActivityChange
 // One thing that is wrong in an installed package.
 struct DamageEntry
 {
-    QString mPath; // in the package
+    QString mPath; // in the package, as one plain line for people
     QString mProblem;
+    std::optional<QString> mExactPath; // where it is another text
 };
 
 struct PackageEntry
@@ -382,7 +383,8 @@ inline constexpr auto sFields<ActivityChange> = std::tuple{Field{"activity", &Ac
 
 template <>
 inline constexpr auto sFields<DamageEntry> =
-    std::tuple{Field{"path", &DamageEntry::mPath}, Field{"problem", &DamageEntry::mProblem}};
+    std::tuple{Field{"path", &DamageEntry::mPath}, Field{"problem", &DamageEntry::mProblem},
+               Field{"exactPath", &DamageEntry::mExactPath}};
 
 template <>
 inline constexpr auto sFields<PackageEntry> = std::tuple{

@@ -33,6 +33,8 @@ constexpr int sProgressMs = 1000;
 constexpr qint64 sStoreSeconds = 60;
 constexpr qint64 sContinueDays = 7;     // an older beginning proves nothing about today
 constexpr qsizetype sMaxDetailed = 500; // packages whose findings go into one answer
+// Of exact paths there. Together with the limits of the others no answer comes near the longest line.
+constexpr qsizetype sMaxExactPaths = 100 * 1000;
 
 PackageEntry entryOf(const packages::InstalledPackage& pPackage, const PackageCheck* pCheck, bool pInDetail)
 {
@@ -50,7 +52,8 @@ PackageEntry entryOf(const packages::InstalledPackage& pPackage, const PackageCh
         tEntry.mDamageCount = pCheck->mCount;
     }
     for (qsizetype i = 0; pCheck != nullptr && pInDetail && i < pCheck->mFindings.size(); ++i) {
-        tEntry.mDamage.append({pCheck->mFindings[i].mPath, pCheck->mFindings[i].mProblem});
+        const packages::Finding& tFinding = pCheck->mFindings[i];
+        tEntry.mDamage.append({tFinding.mPath, tFinding.mProblem, tFinding.mExactPath});
     }
     return tEntry;
 }
@@ -326,11 +329,19 @@ Result<PackageEntries> VerifyControl::packages() const
     }
     PackageEntries tEntries;
     qsizetype tDetailed = 0;
+    qsizetype tExact = 0;
     for (const packages::InstalledPackage& tPackage : tInstalled->mPackages) {
         const PackageCheck* tCheck = mParts.mRecord.record().find(tPackage.mFolder);
         const bool tHasDetails = tCheck != nullptr && !tCheck->mFindings.isEmpty();
         tDetailed += tHasDetails;
-        tEntries.mPackages.append(entryOf(tPackage, tCheck, tDetailed <= sMaxDetailed));
+        PackageEntry& tEntry =
+            tEntries.mPackages.emplaceBack(entryOf(tPackage, tCheck, tDetailed <= sMaxDetailed));
+        for (vkcore::protocol::DamageEntry& tDamage : tEntry.mDamage) {
+            tExact += tDamage.mExactPath ? tDamage.mExactPath->size() : 0;
+            if (tExact > sMaxExactPaths) {
+                tDamage.mExactPath.reset();
+            }
+        }
     }
     return tEntries;
 }
