@@ -18,7 +18,7 @@ class PackageVersion;
 // The record's targets name them afterwards.
 //
 // Reads the indexes of both versions, and of their archives only the frames with the files that differ and
-// with those that they were made from. Needs below 100 MiB up to 200,000 entries in each version and some 200
+// with those that they were made from. Needs some 100 MiB up to 200,000 entries in each version and some 200
 // bytes for each further pair of entries; and space for these files in the key folder, which nobody else can
 // write to. Files that are damaged are a failure. What a killed run leaves is overwritten or removed by the
 // next one.
