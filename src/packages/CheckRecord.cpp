@@ -42,7 +42,11 @@ QJsonObject checkObject(const PackageCheck& pCheck)
 {
     QJsonArray tFindings;
     for (const Finding& tFinding : pCheck.mFindings) {
-        tFindings.append(QJsonObject{{u"path"_s, tFinding.mPath}, {u"problem"_s, tFinding.mProblem}});
+        QJsonObject tJson{{u"path"_s, tFinding.mPath}, {u"problem"_s, tFinding.mProblem}};
+        if (tFinding.mExactPath) {
+            tJson.insert(u"exactPath"_s, *tFinding.mExactPath);
+        }
+        tFindings.append(tJson);
     }
     return {{u"folder"_s, pCheck.mFolder},
             {u"state"_s, stateWord(pCheck.mState)},
@@ -68,7 +72,9 @@ PackageCheck readCheck(JsonReader* pFrom)
     tCheck.mBytes = pFrom->integer("bytes", 0);
     tCheck.mCount = pFrom->integer("count", 0);
     pFrom->each("findings", [&tCheck](JsonReader& pFinding) {
-        tCheck.mFindings.append({pFinding.text("path"), pFinding.text("problem")});
+        const QJsonValue tExact = pFinding.json().value("exactPath"_L1);
+        tCheck.mFindings.append({pFinding.text("path"), pFinding.text("problem"),
+                                 tExact.isString() ? std::optional(tExact.toString()) : std::nullopt});
     });
     return tCheck;
 }

@@ -9,6 +9,7 @@
 #include <QtCore/QStringList>
 
 #include <functional>
+#include <optional>
 
 namespace tarn::os {
 class FileSystem;
@@ -21,6 +22,8 @@ struct Finding
 {
     QString mPath;    // relative to the package, as one plain line for people; empty for its folder itself
     QString mProblem; // a word: see problemText()
+    std::optional<QString> mExactPath; // where it is another text than mPath, unless it is too long
+    static constexpr qsizetype sMaxExactPath = 1000;
 
     bool operator==(const Finding&) const = default;
 };

@@ -21,6 +21,32 @@ namespace {
 
 constexpr qsizetype sBlockSize = 256 * 1024;
 
+// The next bytes of an open file.
+Failure checkFrame(os::FileSystem& pFileSystem, int pFd, const QString& pFile, const Frame& pFrame,
+                   QByteArray* pBlock, const os::AbortFlag* pAbort)
+{
+    tuf::Hasher tHasher(tuf::HashAlgorithm::Sha256);
+    pBlock->resize(sBlockSize);
+    for (qint64 tLeft = pFrame.mPacked; tLeft > 0;) {
+        const ssize_t tGot = pFileSystem.read(pFd, pBlock->data(),
+                                              static_cast<size_t>(std::min<qint64>(tLeft, pBlock->size())));
+        if (tGot < 0 && errno != EINTR) {
+            return Failure::fromErrno(errno, u"read %1"_s.arg(pFile));
+        }
+        if (pAbort != nullptr && pAbort->isSet()) {
+            return Failure::canceled();
+        }
+        if (tGot == 0) {
+            return Failure::content(u"%1 is cut off"_s.arg(pFile));
+        }
+        tHasher.add(QByteArrayView(*pBlock).first(std::max<ssize_t>(tGot, 0)));
+        tLeft -= std::max<ssize_t>(tGot, 0);
+    }
+    return tHasher.result().front() == pFrame.mHash
+               ? Failure()
+               : Failure::content(u"%1 is not the part of the archive that the index names"_s.arg(pFile));
+}
+
 } // namespace
 
 Failure checkFrames(os::FileSystem& pFileSystem, const QString& pFile, const FrameTable& pFrames,
@@ -30,32 +56,41 @@ Failure checkFrames(os::FileSystem& pFileSystem, const QString& pFile, const Fra
     if (!tFile.isOpen()) {
         return Failure::fromErrno(errno, u"read %1"_s.arg(pFile));
     }
-    QByteArray tBlock(sBlockSize, Qt::Uninitialized);
+    QByteArray tBlock;
     for (qsizetype tFrame = pRun.mFirst; tFrame < pRun.mFirst + pRun.mCount; ++tFrame) {
-        tuf::Hasher tHasher(tuf::HashAlgorithm::Sha256);
-        for (qint64 tLeft = pFrames.at(tFrame).mPacked; tLeft > 0;) {
-            const ssize_t tGot = pFileSystem.read(
-                tFile.fd(), tBlock.data(), static_cast<size_t>(std::min<qint64>(tLeft, tBlock.size())));
-            if (tGot < 0 && errno != EINTR) {
-                return Failure::fromErrno(errno, u"read %1"_s.arg(pFile));
-            }
-            if (pAbort != nullptr && pAbort->isSet()) {
-                return Failure::canceled();
-            }
-            if (tGot == 0) {
-                return Failure::content(u"%1 is cut off"_s.arg(pFile));
-            }
-            tHasher.add(QByteArrayView(tBlock).first(std::max<ssize_t>(tGot, 0)));
-            tLeft -= std::max<ssize_t>(tGot, 0);
-        }
-        if (tHasher.result().front() != pFrames.at(tFrame).mHash) {
-            return Failure::content(u"%1 is not the part of the archive that the index names"_s.arg(pFile));
+        if (Failure tFailure =
+                checkFrame(pFileSystem, tFile.fd(), pFile, pFrames.at(tFrame), &tBlock, pAbort)) {
+            return tFailure;
         }
     }
     struct stat tStat;
     return ::fstat(tFile.fd(), &tStat) == 0 && tStat.st_size == pRun.mPacked.mLength
                ? Failure()
                : Failure::content(u"%1 has more than its frames"_s.arg(pFile));
+}
+
+Failure checkArchive(os::FileSystem& pFileSystem, const QString& pArchive, const FrameTable& pFrames,
+                     qsizetype pFirst, qsizetype pCount)
+{
+    const os::Descriptor tFile = os::openRegular(pFileSystem, QFile::encodeName(pArchive));
+    if (!tFile.isOpen() || ::lseek(tFile.fd(), pFrames.packed(pFirst).mFirst, SEEK_SET) < 0) {
+        return Failure::fromErrno(errno, u"read %1"_s.arg(pArchive));
+    }
+    QByteArray tBlock;
+    for (qsizetype tFrame = pFirst; tFrame < pFirst + pCount; ++tFrame) {
+        const Failure tFailure =
+            checkFrame(pFileSystem, tFile.fd(), pArchive, pFrames.at(tFrame), &tBlock, nullptr);
+        if (tFailure) {
+            return tFailure.mKind == Failure::Kind::Content
+                       ? Failure::content(
+                             u"%1 is damaged: its frame %2 of %3 does not have the hash that the index names"_s
+                                 .arg(pArchive)
+                                 .arg(tFrame + 1)
+                                 .arg(pFrames.count()))
+                       : tFailure;
+        }
+    }
+    return {};
 }
 
 FrameStream::FrameStream(os::FileSystem& pFileSystem, const FrameTable& pFrames, const FrameRun& pRun)

@@ -18,6 +18,10 @@ namespace tarn::trees {
 Failure checkFrames(os::FileSystem& pFileSystem, const QString& pFile, const FrameTable& pFrames,
                     const FrameRun& pRun, const os::AbortFlag* pAbort = nullptr);
 
+// Whether an archive has the bytes of these frames where its index says. Content if it does not.
+Failure checkArchive(os::FileSystem& pFileSystem, const QString& pArchive, const FrameTable& pFrames,
+                     qsizetype pFirst, qsizetype pCount);
+
 // The content of checked frames, from one position to a later one. Needs some 10 MiB.
 class FrameStream
 {

@@ -234,7 +234,7 @@ void CtlApplication::print(const QString& pText)
 
 void CtlApplication::printJson(const QJsonObject& pObject)
 {
-    write(stdout, QString::fromUtf8(QJsonDocument(pObject).toJson(QJsonDocument::Compact)) + u'\n');
+    write(stdout, vkcore::plainJson(QJsonDocument(pObject).toJson(QJsonDocument::Compact)) + u'\n');
 }
 
 int CtlApplication::fail(const QString& pText)

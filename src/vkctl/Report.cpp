@@ -45,10 +45,23 @@ QString inColumns(const QList<QStringList>& pRows)
     return joined(tLines);
 }
 
+// With the exact path of each difference as its path.
+QJsonObject jsonOf(PackageEntries pPackages, const VerificationState& pVerification)
+{
+    for (PackageEntry& tPackage : pPackages.mPackages) {
+        for (DamageEntry& tDamage : tPackage.mDamage) {
+            tDamage = {tDamage.mExactPath.value_or(tDamage.mPath), tDamage.mProblem, std::nullopt};
+        }
+    }
+    QJsonObject tJson = toJson(pPackages);
+    tJson.insert("verification"_L1, toJson(pVerification));
+    return tJson;
+}
+
 } // namespace
 
 Report::Report(const PackageEntries& pPackages, const VerificationState& pVerification)
-    : mPackages(pPackages), mVerification(pVerification)
+    : mJson(jsonOf(pPackages, pVerification)), mPackages(pPackages), mVerification(pVerification)
 {
     for (PackageEntry& tPackage : mPackages.mPackages) {
         for (QString* tText : {&tPackage.mName, &tPackage.mVersion, &tPackage.mFolder, &tPackage.mState}) {
@@ -57,11 +70,13 @@ Report::Report(const PackageEntries& pPackages, const VerificationState& pVerifi
         tPackage.mTitle = singleLine(tPackage.mTitle.value_or(QString()));
         tPackage.mLanguage = singleLine(tPackage.mLanguage.value_or(QString()));
         for (DamageEntry& tDamage : tPackage.mDamage) {
-            tDamage = {singleLine(tDamage.mPath), singleLine(tDamage.mProblem)};
+            tDamage = {singleLine(tDamage.mPath), singleLine(tDamage.mProblem), std::nullopt};
         }
     }
     mVerification.mPackage = singleLine(mVerification.mPackage);
     mVerification.mFailure = singleLine(mVerification.mFailure, vkcore::sMaxMessage);
+    static const QString sResults[] = {u"sound"_s, u"failed"_s, u"damaged"_s, u"unproven"_s};
+    mJson.insert("result"_L1, sResults[status()]);
 }
 
 QStringList Report::names(QLatin1StringView pState) const
@@ -188,15 +203,6 @@ QString Report::summary() const
         tLines.append(tr("All files are as they were published."));
     }
     return joined(tLines);
-}
-
-QJsonObject Report::json() const
-{
-    QJsonObject tJson = toJson(mPackages);
-    tJson.insert("verification"_L1, toJson(mVerification));
-    static const QString sResults[] = {u"sound"_s, u"failed"_s, u"damaged"_s, u"unproven"_s};
-    tJson.insert("result"_L1, sResults[status()]);
-    return tJson;
 }
 
 } // namespace tarn::vkctl

@@ -13,7 +13,8 @@
 
 namespace tarn::vkctl {
 
-// What the service knows about the installed files, as text and as JSON. All texts of others are plain here.
+// What the service knows about the installed files. All texts of others are plain in what is for people, and
+// as they are in the JSON.
 class Report
 {
     Q_DECLARE_TR_FUNCTIONS(tarn::vkctl::Report)
@@ -32,14 +33,15 @@ public:
     QString table() const;    // of all packages, with more about each
     QString summary() const;  // of a verification that has ended
     QString damage() const;   // the damaged packages with what is wrong; empty if there are none
-    QJsonObject json() const;
+    const QJsonObject& json() const { return mJson; }
 
 private:
     QStringList names(QLatin1StringView pState) const;
     static QString stateText(const QString& pState);
     static QString problemText(const QString& pProblem);
 
-    vkcore::protocol::PackageEntries mPackages;
+    QJsonObject mJson;
+    vkcore::protocol::PackageEntries mPackages; // plain, as what follows
     vkcore::protocol::VerificationState mVerification;
 };
 

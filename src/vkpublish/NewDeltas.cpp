@@ -79,7 +79,6 @@ std::optional<NewDeltas::Version> NewDeltas::versionOf(const QString& pName, con
     }
     tVersion.mArchive = targetPath(mRepository, pName, pTarget);
     tVersion.mArchiveSize = pTarget["length"_L1].toInteger();
-    tVersion.mArchiveHash = statedHash(pTarget);
     return tVersion;
 }
 
@@ -88,10 +87,10 @@ bool NewDeltas::isThere(const packages::SideFile& pFile, const QString& pName) c
     return !fileMatches(mTargets + u'/' + pName, pFile.mLength, {pFile.mHash});
 }
 
+// What is damaged is there, too: the publisher has to know of it.
 bool NewDeltas::isThere(const Version& pVersion) const
 {
-    return isThere(pVersion.mInfo.mIndex->mFile, pVersion.mInfo.mIndex->name()) &&
-           !fileMatches(pVersion.mArchive, pVersion.mArchiveSize, {pVersion.mArchiveHash});
+    return QFile::exists(indexPath(pVersion)) && QFile::exists(pVersion.mArchive);
 }
 
 // All versions before this one, the newest first; the files of some may be gone.
@@ -150,7 +149,7 @@ Failure NewDeltas::makeFor(const QString& pName, int pCount)
 Failure NewDeltas::makeAll(const Version& pNew, int pCount, QList<DeltaFile>* pTo)
 {
     const QString tScratch = scratch() + "/new"_L1;
-    std::unique_ptr<PackageVersion> tNew; // laid open for the first delta
+    std::unique_ptr<PackageVersion> tNew; // opened for the first delta
     int tLeft = pCount;
     for (const Version& tBase : versionsBefore(pNew)) {
         if (tLeft == 0) {
@@ -173,7 +172,7 @@ Failure NewDeltas::makeAll(const Version& pNew, int pCount, QList<DeltaFile>* pT
                 return tFailure;
             }
             tNew = std::make_unique<PackageVersion>(mFileSystem);
-            if (Failure tFailure = layOpen(pNew, tScratch, tNew.get())) {
+            if (Failure tFailure = open(pNew, tScratch, tNew.get())) {
                 return tFailure;
             }
         }
@@ -185,11 +184,11 @@ Failure NewDeltas::makeAll(const Version& pNew, int pCount, QList<DeltaFile>* pT
     return {};
 }
 
-Failure NewDeltas::makeOne(const Version& pOld, const PackageVersion& pNew, qint64 pMostBytes,
+Failure NewDeltas::makeOne(const Version& pOld, PackageVersion& pNew, qint64 pMostBytes,
                            QList<DeltaFile>* pTo)
 {
     PackageVersion tOld(mFileSystem);
-    if (Failure tFailure = layOpen(pOld, scratch() + "/old"_L1, &tOld)) {
+    if (Failure tFailure = open(pOld, scratch() + "/old"_L1, &tOld)) {
         return tFailure;
     }
     const QString tUnnamed = mTargets + "/.delta.new"_L1;
@@ -213,15 +212,21 @@ Failure NewDeltas::makeOne(const Version& pOld, const PackageVersion& pNew, qint
     return os::syncDir(mFileSystem, mTargets);
 }
 
-Failure NewDeltas::layOpen(const Version& pVersion, const QString& pScratch, PackageVersion* pTo)
+Failure NewDeltas::open(const Version& pVersion, const QString& pScratch, PackageVersion* pTo)
 {
-    const QString tIndex = mTargets + u'/' + pVersion.mInfo.mIndex->name();
-    if (Failure tFailure = pTo->open(
-            tIndex, {.mMaxBytes = pVersion.mInfo.mInstalledSize, .mArchiveSize = pVersion.mArchiveSize},
-            pScratch)) {
+    const packages::SideFile& tFile = pVersion.mInfo.mIndex->mFile;
+    const QString tIndex = indexPath(pVersion);
+    if (Failure tFailure = fileMatches(tIndex, tFile.mLength, {tFile.mHash})) {
         return tFailure;
     }
-    return pTo->unpack(pVersion.mArchive);
+    return pTo->open(tIndex, pVersion.mArchive,
+                     {.mMaxBytes = pVersion.mInfo.mInstalledSize, .mArchiveSize = pVersion.mArchiveSize},
+                     pScratch);
+}
+
+QString NewDeltas::indexPath(const Version& pVersion) const
+{
+    return mTargets + u'/' + pVersion.mInfo.mIndex->name();
 }
 
 } // namespace tarn::vkpublish

@@ -17,8 +17,11 @@ class PackageVersion;
 // versions before, of the same name and language, that have an index and are still in the targets folder.
 // The record's targets name them afterwards.
 //
-// Needs below 100 MiB, and for each package that gets deltas the space of two versions in the key folder,
-// which nobody else can write to. What a killed run leaves is overwritten or removed by the next one.
+// Reads the indexes of both versions, and of their archives only the frames with the files that differ and
+// with those that they were made from. Needs some 100 MiB up to 200,000 entries in each version and some 200
+// bytes for each further pair of entries; and space for these files in the key folder, which nobody else can
+// write to. Files that are damaged are a failure. What a killed run leaves is overwritten or removed by the
+// next one.
 class NewDeltas
 {
 public:
@@ -39,7 +42,6 @@ private:
     {
         QString mArchive;
         qint64 mArchiveSize = 0;
-        tuf::Hash mArchiveHash;
         packages::PackageInfo mInfo;
     };
 
@@ -49,9 +51,10 @@ private:
     bool isThere(const packages::SideFile& pFile, const QString& pName) const;
     Failure makeFor(const QString& pName, int pCount);
     Failure makeAll(const Version& pNew, int pCount, QList<packages::DeltaFile>* pTo);
-    Failure makeOne(const Version& pOld, const PackageVersion& pNew, qint64 pMostBytes,
+    Failure makeOne(const Version& pOld, PackageVersion& pNew, qint64 pMostBytes,
                     QList<packages::DeltaFile>* pTo);
-    Failure layOpen(const Version& pVersion, const QString& pScratch, PackageVersion* pTo);
+    Failure open(const Version& pVersion, const QString& pScratch, PackageVersion* pTo);
+    QString indexPath(const Version& pVersion) const;
     QString scratch() const;
 
     os::FileSystem& mFileSystem;

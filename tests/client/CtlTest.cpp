@@ -36,6 +36,7 @@ const QByteArray sSound = packages({package("a", "sound")});
 const QByteArray sUnproven = packages({package("a", "sound"), package("b", "unproven")});
 const QByteArray sDamaged = packages({package(
     "a", "damaged", R"({"path":"bin/\u001b[2Jx","problem":"content"},{"path":"","problem":"mode"})", 9)});
+const QString sOddPath = q("bin/a\nb \u009b2J\x7f\u202e\u2028\u200b\U000e0001 \u00e4\U0001f600\\u0041\"");
 
 constexpr auto sOverview =
     R"({"status":2,"activity":5,"version":"1.1","code":2,"text":"No \u001b[1mserver.","ended":"2026-03-07T02:15:00",)"
@@ -192,6 +193,30 @@ TEST(CtlTest, WritesOneJsonObject)
         EXPECT_EQ(tJson.value(q("verification")).toObject().value(q("bytesTotal")).toInt(), 12);
         EXPECT_EQ(tJson.value(q("update")).toObject().value(q("code")).toInt(), tStatus == 0 ? 1 : 0);
     }
+}
+
+// A script finds the file by its path, and a terminal that shows the JSON is not controlled by it.
+TEST(CtlTest, WritesExactPathsIntoPlainJson)
+{
+    const QJsonObject tDamage{
+        {q("path"), q("bin/a b")}, {q("exactPath"), sOddPath}, {q("problem"), q("extra")}};
+    const QByteArray tPackages =
+        packages({package("a", "damaged", QJsonDocument(tDamage).toJson(QJsonDocument::Compact), 1)});
+    const Installation tInstallation({q("vkctl")});
+    const ScriptedService tService(tInstallation.socketPath(), machine(tPackages));
+    const QByteArray tOut =
+        tInstallation.start({"status", "--json"}, Program::Console::Pipes, "vkctl")->wait().mOut;
+    EXPECT_TRUE(tOut.contains(
+        "bin/a\\nb \\u009b2J\\u007f\\u202e\\u2028\\u200b\\udb40\\udc01 \xc3\xa4\xf0\x9f\x98\x80"))
+        << tOut;
+    EXPECT_TRUE(
+        std::none_of(tOut.begin(), tOut.end() - 1, [](char pChar) { return pChar >= 0 && pChar < ' '; }));
+    const QJsonObject tPackage = QJsonDocument::fromJson(tOut)[q("packages")][0].toObject();
+    EXPECT_EQ(tPackage[q("damage")][0],
+              QJsonValue(QJsonObject{{q("path"), sOddPath}, {q("problem"), q("extra")}}));
+    EXPECT_TRUE(tInstallation.start({"status"}, Program::Console::Pipes, "vkctl")
+                    ->wait()
+                    .mOut.contains("  bin/a b: does not belong to the package\n"));
 }
 
 TEST(CtlTest, AnInterruptEndsTheFollowingAndSaysSo)

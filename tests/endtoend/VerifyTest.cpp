@@ -115,6 +115,9 @@ TEST_F(VerifyTest, AWorkerServesItAndTheRecordOutlivesIt)
     damage("viewer/share/1.txt");
     const QByteArray tJson = vkctl({"verify", "--json"}).mOut;
     EXPECT_EQ(QJsonDocument::fromJson(tJson).object().value(q("result")).toString(), q("damaged")) << tJson;
+    writeFile(installed("charts/odd\nname"), "x");
+    expectVkctl({"verify"}, 2, "  odd name: does not belong to the package\n");
+    EXPECT_TRUE(vkctl({"status", "--json"}).mOut.contains(R"("path":"odd\nname")"));
     expectVkctl({"status"}, 2, "  share/1.txt: has other content\n");
 
     // An index that is not the one of the package proves nothing.

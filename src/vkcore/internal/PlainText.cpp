@@ -51,7 +51,31 @@ QString clean(const QString& pText, QChar pLineEnd)
     return tResult;
 }
 
+bool actsOnATerminal(char32_t pCode)
+{
+    const QChar::Category tCategory = QChar::category(pCode);
+    return tCategory == QChar::Other_Control || tCategory == QChar::Other_Format ||
+           tCategory == QChar::Separator_Line || tCategory == QChar::Separator_Paragraph;
+}
+
 } // namespace
+
+QString plainJson(const QByteArray& pJson)
+{
+    QString tResult;
+    const QList<uint> tCodes = QString::fromUtf8(pJson).toUcs4();
+    for (const char32_t tCode : tCodes) {
+        const bool tActs = actsOnATerminal(tCode);
+        for (const char16_t tUnit : QChar::fromUcs4(tCode)) {
+            if (tActs) {
+                tResult += u"\\u%1"_s.arg(tUnit, 4, 16, QChar(u'0'));
+            } else {
+                tResult += QChar(tUnit);
+            }
+        }
+    }
+    return tResult;
+}
 
 QString singleLine(const QString& pText, int pMaxLength)
 {

@@ -15,6 +15,10 @@ QString singleLine(const QString& pText, int pMaxLength = 200);
 // The same, but with its line ends, each a "\n".
 QString manyLines(const QString& pText, int pMaxLength = 2000);
 
+// The text of a JSON value for a terminal: what singleLine() would change is written as \uXXXX, so nothing
+// acts on the terminal and a reader of the JSON gets the exact text.
+QString plainJson(const QByteArray& pJson);
+
 // An empty text instead of a null one.
 inline QString present(const QString& pText)
 {

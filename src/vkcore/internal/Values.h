@@ -214,8 +214,9 @@ struct History
 // One thing that is wrong in an installed package.
 struct DamageEntry
 {
-    QString mPath; // in the package
+    QString mPath; // in the package, as one plain line for people
     QString mProblem;
+    std::optional<QString> mExactPath; // where it is another text
 };
 
 struct PackageEntry
@@ -464,7 +465,8 @@ inline constexpr auto sFields<History> = std::tuple{Field{"runs", &History::mRun
 
 template <>
 inline constexpr auto sFields<DamageEntry> =
-    std::tuple{Field{"path", &DamageEntry::mPath}, Field{"problem", &DamageEntry::mProblem}};
+    std::tuple{Field{"path", &DamageEntry::mPath}, Field{"problem", &DamageEntry::mProblem},
+               Field{"exactPath", &DamageEntry::mExactPath}};
 
 template <>
 inline constexpr auto sFields<PackageEntry> = std::tuple{

@@ -1,14 +1,15 @@
 #include "deltas/Counterparts.h"
 
+#include <QtCore/QHash>
 #include <QtCore/QSet>
 
 #include <algorithm>
-#include <tuple>
+#include <numeric>
 
 namespace tarn::vkpublish {
 
 using trees::EntryKind;
-using trees::IndexEntry;
+using trees::Tree;
 
 namespace {
 
@@ -67,58 +68,106 @@ bool isAlike(qint64 pSize, qint64 pOther, qint64 pMaxPercent)
            std::max(pSize, pOther) / 100 <= std::min(pSize, pOther) / 100 * pMaxPercent / 100;
 }
 
-} // namespace
-
-Counterparts::Counterparts(const Entries& pOld, const Entries& pNew) : mOld(pOld), mLevels(std::size(sLevels))
+// One level: the old files that have something in common with a new one, by what that is.
+class Candidates
 {
-    QSet<QByteArray> tNewPaths;
-    for (const IndexEntry& tEntry : pNew) {
-        tNewPaths.insert(tEntry.mPath);
-    }
-    for (size_t i = 0; i < pOld.size(); ++i) {
-        if (pOld[i].mKind != EntryKind::File || pOld[i].mSize == 0) {
-            continue;
-        }
-        for (size_t tLevel = 0; tLevel < mLevels.size(); ++tLevel) {
-            if (!sLevels[tLevel].mGoneOnly || !tNewPaths.contains(pOld[i].mPath)) {
-                mLevels[tLevel][sLevels[tLevel].mKey(pOld[i].mPath)].push_back(static_cast<qint64>(i));
+public:
+    Candidates(const Tree& pOld, const Level& pLevel) : mOld(pOld), mLevel(pLevel) {}
+
+    void ask(const QByteArray& pPath) { mGroups[mLevel.mKey(pPath)]; }
+
+    // Only what was asked for.
+    void collect(const Tree& pNew)
+    {
+        for (size_t i = 0; i < mOld.count(); ++i) {
+            const Tree::Node& tNode = mOld.at(i);
+            if (tNode.mKind != EntryKind::File || tNode.mSize == 0) {
+                continue;
+            }
+            const auto tGroup = mGroups.find(mLevel.mKey(mOld.path(tNode)));
+            if (tGroup != mGroups.end()) {
+                tGroup->push_back(i);
             }
         }
-    }
-    for (Groups& tGroups : mLevels) {
-        for (std::vector<qint64>& tGroup : tGroups) {
-            std::stable_sort(tGroup.begin(), tGroup.end(), [&pOld](qint64 pOne, qint64 pOther) {
-                return pOld[static_cast<size_t>(pOne)].mSize < pOld[static_cast<size_t>(pOther)].mSize;
+        if (mLevel.mGoneOnly) {
+            dropWhatIsIn(pNew);
+        }
+        for (std::vector<size_t>& tGroup : mGroups) {
+            std::stable_sort(tGroup.begin(), tGroup.end(), [this](size_t pOne, size_t pOther) {
+                return mOld.at(pOne).mSize < mOld.at(pOther).mSize;
             });
         }
     }
-}
 
-qint64 Counterparts::nearest(const std::vector<qint64>& pGroup, qint64 pSize) const
-{
-    const auto tSizeOf = [this](qint64 pEntry) { return mOld[static_cast<size_t>(pEntry)].mSize; };
-    const auto tAbove =
-        std::lower_bound(pGroup.begin(), pGroup.end(), pSize,
-                         [&tSizeOf](qint64 pEntry, qint64 pThan) { return tSizeOf(pEntry) < pThan; });
-    if (tAbove == pGroup.begin()) {
-        return *tAbove;
+    // -1 for none.
+    qint64 find(const QByteArray& pPath, qint64 pSize) const
+    {
+        const auto tGroup = mGroups.constFind(mLevel.mKey(pPath));
+        if (tGroup == mGroups.constEnd() || tGroup->empty()) {
+            return -1;
+        }
+        const size_t tFound = nearest(*tGroup, pSize);
+        return isAlike(mOld.at(tFound).mSize, pSize, mLevel.mMaxPercent) ? static_cast<qint64>(tFound) : -1;
     }
-    const qint64 tBelow = *std::prev(tAbove);
-    return tAbove != pGroup.end() && tSizeOf(*tAbove) - pSize < pSize - tSizeOf(tBelow) ? *tAbove : tBelow;
-}
 
-qint64 Counterparts::of(const IndexEntry& pNew) const
-{
-    for (size_t i = 0; i < mLevels.size(); ++i) {
-        const auto tGroup = mLevels[i].constFind(sLevels[i].mKey(pNew.mPath));
-        if (tGroup != mLevels[i].constEnd()) {
-            const qint64 tFound = nearest(*tGroup, pNew.mSize);
-            if (isAlike(mOld[static_cast<size_t>(tFound)].mSize, pNew.mSize, sLevels[i].mMaxPercent)) {
-                return tFound;
+private:
+    void dropWhatIsIn(const Tree& pNew)
+    {
+        QSet<QByteArray> tGone;
+        for (const std::vector<size_t>& tGroup : std::as_const(mGroups)) {
+            for (const size_t tEntry : tGroup) {
+                tGone.insert(mOld.path(mOld.at(tEntry)));
             }
         }
+        for (size_t i = 0; i < pNew.count(); ++i) {
+            tGone.remove(pNew.path(pNew.at(i)));
+        }
+        for (std::vector<size_t>& tGroup : mGroups) {
+            std::erase_if(tGroup, [&](size_t pEntry) { return !tGone.contains(mOld.path(mOld.at(pEntry))); });
+        }
     }
-    return -1;
+
+    size_t nearest(const std::vector<size_t>& pGroup, qint64 pSize) const
+    {
+        const auto tSizeOf = [this](size_t pEntry) { return mOld.at(pEntry).mSize; };
+        const auto tAbove =
+            std::lower_bound(pGroup.begin(), pGroup.end(), pSize,
+                             [&tSizeOf](size_t pEntry, qint64 pThan) { return tSizeOf(pEntry) < pThan; });
+        if (tAbove == pGroup.begin()) {
+            return *tAbove;
+        }
+        const size_t tBelow = *std::prev(tAbove);
+        return tAbove != pGroup.end() && tSizeOf(*tAbove) - pSize < pSize - tSizeOf(tBelow) ? *tAbove
+                                                                                            : tBelow;
+    }
+
+    const Tree& mOld;
+    const Level& mLevel;
+    QHash<QByteArray, std::vector<size_t>> mGroups; // each in the order of sizes
+};
+
+} // namespace
+
+std::vector<qint64> counterparts(const Tree& pOld, const Tree& pNew, const std::vector<size_t>& pFiles)
+{
+    std::vector<qint64> tFound(pFiles.size(), -1);
+    std::vector<size_t> tLeft(pFiles.size());
+    std::iota(tLeft.begin(), tLeft.end(), size_t(0));
+    const auto tNode = [&](size_t pFile) -> const Tree::Node& { return pNew.at(pFiles[pFile]); };
+    for (const Level& tLevel : sLevels) {
+        Candidates tCandidates(pOld, tLevel);
+        for (const size_t tFile : tLeft) {
+            tCandidates.ask(pNew.path(tNode(tFile)));
+        }
+        if (!tLeft.empty()) {
+            tCandidates.collect(pNew);
+        }
+        std::erase_if(tLeft, [&](size_t pFile) {
+            tFound[pFile] = tCandidates.find(pNew.path(tNode(pFile)), tNode(pFile).mSize);
+            return tFound[pFile] >= 0;
+        });
+    }
+    return tFound;
 }
 
 } // namespace tarn::vkpublish

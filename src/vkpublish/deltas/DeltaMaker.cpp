@@ -172,6 +172,42 @@ private:
     Failure mFailure;
 };
 
+// Lays open the files that the segments read.
+Failure layOpen(const std::vector<Segment>& pSegments, PackageVersion& pOld, PackageVersion& pNew)
+{
+    std::vector<qint64> tOld;
+    std::vector<qint64> tNew;
+    const auto tAdd = [](const trees::Pieces& pPieces, std::vector<qint64>* pTo) {
+        for (const trees::Piece& tPiece : pPieces) {
+            if (pTo->empty() || pTo->back() != tPiece.mEntry) {
+                pTo->push_back(tPiece.mEntry);
+            }
+        }
+    };
+    for (const Segment& tSegment : pSegments) {
+        tAdd(tSegment.mFrom, &tOld);
+        tAdd(tSegment.mMakes, &tNew);
+    }
+    if (Failure tFailure = pOld.layOpen(std::move(tOld))) {
+        return tFailure;
+    }
+    return pNew.layOpen(std::move(tNew));
+}
+
+// The trees and the threads are not in memory at the same time.
+Failure plan(PackageVersion& pOld, PackageVersion& pNew, std::vector<Segment>* pTo)
+{
+    Failure tFailure = pOld.readEntries();
+    tFailure = tFailure ? tFailure : pNew.readEntries();
+    if (!tFailure) {
+        *pTo = planDelta(pOld, pNew);
+        tFailure = layOpen(*pTo, pOld, pNew);
+    }
+    pOld.dropTree();
+    pNew.dropTree();
+    return tFailure;
+}
+
 QByteArray header(const PackageVersion& pOld, const PackageVersion& pNew,
                   const std::vector<Segment>& pSegments)
 {
@@ -212,8 +248,8 @@ Failure putTogether(FileSystem& pFileSystem, const QByteArray& pHeader, const QS
 
 } // namespace
 
-Failure makeDelta(FileSystem& pFileSystem, const PackageVersion& pOld, const PackageVersion& pNew,
-                  int pThreads, const QString& pOutput, DeltaResult* pTo)
+Failure makeDelta(FileSystem& pFileSystem, PackageVersion& pOld, PackageVersion& pNew, int pThreads,
+                  const QString& pOutput, DeltaResult* pTo)
 {
     NewFile tPacked(pFileSystem, pOutput + u".segments"_s);
     NewFile tOutput(pFileSystem, pOutput);
@@ -222,7 +258,10 @@ Failure makeDelta(FileSystem& pFileSystem, const PackageVersion& pOld, const Pac
             return tFailure;
         }
     }
-    std::vector<Segment> tSegments = planDelta(pOld, pNew);
+    std::vector<Segment> tSegments;
+    if (Failure tFailure = plan(pOld, pNew, &tSegments)) {
+        return tFailure;
+    }
     if (Failure tFailure = Work(pOld, pNew, &tSegments, &tPacked).run(std::max(pThreads, 1))) {
         return tFailure;
     }

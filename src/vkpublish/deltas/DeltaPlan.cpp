@@ -2,17 +2,16 @@
 
 #include "deltas/Counterparts.h"
 
-#include <QtCore/QSet>
-
 #include <algorithm>
+#include <set>
 
 namespace tarn::vkpublish {
 
 using trees::ByteRange;
 using trees::EntryKind;
-using trees::IndexEntry;
 using trees::Piece;
 using trees::Segment;
+using trees::Tree;
 
 namespace {
 
@@ -22,29 +21,40 @@ constexpr qint64 sMakes = 2 * 1024 * 1024;
 constexpr qint64 sMargin = 1024 * 1024;
 constexpr qint64 sMaxBase = sMakes + 2 * sMargin;
 
+// Files of the new version whose content no file of the old one has, the first of each content.
+std::vector<size_t> changedFiles(const Tree& pOld, const Tree& pNew)
+{
+    std::vector<Tree::Digest> tOld;
+    tOld.reserve(pOld.count());
+    for (size_t i = 0; i < pOld.count(); ++i) {
+        tOld.push_back(pOld.at(i).mHash);
+    }
+    std::sort(tOld.begin(), tOld.end());
+    std::set<Tree::Digest> tSeen;
+    std::vector<size_t> tChanged;
+    for (size_t i = 0; i < pNew.count(); ++i) {
+        const Tree::Node& tNode = pNew.at(i);
+        if (tNode.mKind == EntryKind::File && tNode.mSize > 0 &&
+            !std::binary_search(tOld.begin(), tOld.end(), tNode.mHash) && tSeen.insert(tNode.mHash).second) {
+            tChanged.push_back(i);
+        }
+    }
+    return tChanged;
+}
+
 class Plan
 {
 public:
-    Plan(const PackageVersion& pOld, const PackageVersion& pNew)
-        : mOld(pOld), mNew(pNew), mCounterparts(pOld.entries(), pNew.entries())
-    {
-    }
+    Plan(const PackageVersion& pOld, const PackageVersion& pNew) : mOld(pOld), mNew(pNew) {}
 
     std::vector<Segment> run()
     {
         add(0, 0);
         closeSegment();
-        QSet<QByteArray> tKnown;
-        for (const IndexEntry& tEntry : mOld.entries()) {
-            tKnown.insert(tEntry.mHash.toHex());
-        }
-        for (size_t i = 0; i < mNew.entries().size(); ++i) {
-            const IndexEntry& tEntry = mNew.entries()[i];
-            if (tEntry.mKind == EntryKind::File && tEntry.mSize > 0 &&
-                !tKnown.contains(tEntry.mHash.toHex())) {
-                tKnown.insert(tEntry.mHash.toHex());
-                add(static_cast<qint64>(i + 1), mCounterparts.of(tEntry) + 1);
-            }
+        const std::vector<size_t> tFiles = changedFiles(mOld.tree(), mNew.tree());
+        const std::vector<qint64> tFrom = counterparts(mOld.tree(), mNew.tree(), tFiles);
+        for (size_t i = 0; i < tFiles.size(); ++i) {
+            add(static_cast<qint64>(tFiles[i] + 1), tFrom[i] + 1);
         }
         closeSegment();
         return std::move(mSegments);
@@ -111,7 +121,6 @@ private:
 
     const PackageVersion& mOld;
     const PackageVersion& mNew;
-    Counterparts mCounterparts;
     Segment mOpen;
     std::vector<Segment> mSegments;
 };

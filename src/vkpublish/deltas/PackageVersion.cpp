@@ -2,14 +2,16 @@
 
 #include "os/Descriptor.h"
 #include "os/FileTools.h"
-#include "packages/Unpacker.h"
+#include "trees/FrameStream.h"
 #include "trees/IndexText.h"
+#include "tuf/Hashes.h"
 
 #include <QtCore/QFile>
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 using namespace Qt::StringLiterals;
@@ -17,12 +19,106 @@ using namespace Qt::StringLiterals;
 namespace tarn::vkpublish {
 
 using os::Descriptor;
+using trees::FrameTable;
+using trees::Tree;
 
 namespace {
 
 constexpr mode_t sPrivate = 0700;
+constexpr mode_t sPrivateFile = 0600;
+constexpr qsizetype sBlockSize = 256 * 1024;
 
 } // namespace
+
+// Takes files out of an archive, in their order, and writes them one behind the other.
+class PackageVersion::Extraction
+{
+public:
+    explicit Extraction(PackageVersion& pOf)
+        : mOf(pOf), mFrames(pOf.mTree.frames()),
+          mStream(pOf.mFileSystem, mFrames, {0, mFrames.count(), {0, mFrames.packedSize()}})
+    {
+    }
+
+    Failure open()
+    {
+        const QByteArray tContent = QFile::encodeName(mOf.contentPath());
+        const int tFlags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC;
+        mContent = Descriptor(mOf.mFileSystem, mOf.mFileSystem.open(tContent, tFlags, sPrivateFile));
+        return mContent.isOpen() ? mStream.open(mOf.mArchive) : writeFailure();
+    }
+
+    Failure take(qint64 pFile)
+    {
+        const Tree::Node& tNode = mOf.mTree.at(static_cast<size_t>(pFile - 1));
+        if (Failure tFailure =
+                check(mFrames.frameAt(tNode.mAt), mFrames.frameAt(tNode.mAt + tNode.mSize - 1))) {
+            return tFailure;
+        }
+        if (Failure tFailure = mStream.skipTo(tNode.mAt)) {
+            return tFailure;
+        }
+        tuf::Hasher tHasher(tuf::HashAlgorithm::Sha256);
+        for (qint64 tLeft = tNode.mSize; tLeft > 0;) {
+            QByteArrayView tBytes;
+            if (Failure tFailure = mStream.read(tLeft, &tBytes)) {
+                return tFailure;
+            }
+            tHasher.add(tBytes);
+            if (Failure tFailure = write(tBytes)) {
+                return tFailure;
+            }
+            tLeft -= tBytes.size();
+        }
+        if (trees::digestOf(tHasher.result().front()) != tNode.mHash) {
+            return Failure::content(u"%1 in %2 does not have the hash that the index names"_s.arg(
+                QString::fromUtf8(mOf.mTree.path(tNode)), mOf.mArchive));
+        }
+        mOf.mPlaces[static_cast<size_t>(pFile)] = mOf.mContentSize;
+        mOf.mContentSize += tNode.mSize;
+        return {};
+    }
+
+    Failure finish()
+    {
+        Failure tFailure = flush();
+        return !tFailure && mContent.close() != 0 ? writeFailure() : tFailure;
+    }
+
+private:
+    Failure check(qsizetype pFirst, qsizetype pLast)
+    {
+        pFirst = std::max(pFirst, mChecked);
+        mChecked = std::max(mChecked, pLast + 1);
+        return pFirst > pLast
+                   ? Failure()
+                   : trees::checkArchive(mOf.mFileSystem, mOf.mArchive, mFrames, pFirst, pLast + 1 - pFirst);
+    }
+
+    Failure write(QByteArrayView pBytes)
+    {
+        mWaiting.append(pBytes);
+        return mWaiting.size() < sBlockSize ? Failure() : flush();
+    }
+
+    Failure flush()
+    {
+        const QByteArray tBytes = std::exchange(mWaiting, QByteArray());
+        return os::writeAll(mOf.mFileSystem, mContent.fd(), tBytes.constData(),
+                            static_cast<size_t>(tBytes.size())) == 0
+                   ? Failure()
+                   : writeFailure();
+    }
+
+    Failure writeFailure() const { return Failure::fromErrno(errno, u"write %1"_s.arg(mOf.contentPath())); }
+
+    PackageVersion& mOf;
+    const FrameTable& mFrames;
+    trees::FrameStream mStream;
+    qsizetype mChecked = 0; // frames up to here are
+    Descriptor mContent;
+    QByteArray mWaiting;
+};
 
 PackageVersion::~PackageVersion()
 {
@@ -31,19 +127,30 @@ PackageVersion::~PackageVersion()
     }
 }
 
-Failure PackageVersion::open(const QString& pIndex, const trees::IndexLimits& pLimits,
-                             const QString& pScratch)
+Failure PackageVersion::open(const QString& pIndex, const QString& pArchive,
+                             const trees::IndexLimits& pLimits, const QString& pScratch)
 {
     if (mFileSystem.makeDir(QFile::encodeName(pScratch), sPrivate) != 0) {
         return Failure::fromErrno(errno, u"make %1"_s.arg(pScratch));
     }
     mScratch = pScratch;
-    mMaxBytes = pLimits.mMaxBytes;
+    mPath = pIndex;
+    mArchive = pArchive;
+    mLimits = pLimits;
     // The text is there unpacked, so that any part of it can be read.
-    if (Failure tFailure = trees::unpackIndex(mFileSystem, pIndex, textPath(), &mIndex)) {
+    return trees::unpackIndex(mFileSystem, pIndex, textPath(), &mIndex);
+}
+
+Failure PackageVersion::readEntries()
+{
+    dropTree();
+    if (Failure tFailure = mTree.read(mFileSystem, mPath, mLimits)) {
         return tFailure;
     }
-    return readEntries(pIndex, pLimits);
+    mSizes = mTree.sizes();
+    mSizes[0] = mIndex.mLength;
+    mPlaces.resize(mSizes.size(), -1); // what is laid open stays so
+    return {};
 }
 
 QString PackageVersion::textPath() const
@@ -51,37 +158,39 @@ QString PackageVersion::textPath() const
     return mScratch + u"/index"_s;
 }
 
-Failure PackageVersion::readEntries(const QString& pIndex, const trees::IndexLimits& pLimits)
+QString PackageVersion::contentPath() const
 {
-    trees::IndexReader tReader(mFileSystem);
-    if (Failure tFailure = tReader.open(pIndex, pLimits)) {
-        return tFailure;
-    }
-    mSizes = {mIndex.mLength};
-    trees::IndexEntry tEntry;
-    Failure tFailure;
-    while (tReader.next(&tEntry, &tFailure)) {
-        mSizes.push_back(tEntry.mKind == trees::EntryKind::File ? tEntry.mSize : -1);
-        mEntries.push_back(tEntry);
-    }
-    return tFailure;
+    return mScratch + u"/content"_s;
 }
 
-Failure PackageVersion::unpack(const QString& pArchive)
+Failure PackageVersion::layOpen(std::vector<qint64> pFiles)
 {
-    mFolder = mScratch + u"/package"_s;
-    return packages::Unpacker(mFileSystem).unpack(pArchive, mFolder, {.mMaxBytes = mMaxBytes});
+    std::erase_if(pFiles,
+                  [this](qint64 pFile) { return pFile == 0 || mPlaces[static_cast<size_t>(pFile)] >= 0; });
+    if (pFiles.empty()) {
+        return {};
+    }
+    std::sort(pFiles.begin(), pFiles.end());
+    pFiles.erase(std::unique(pFiles.begin(), pFiles.end()), pFiles.end());
+    Extraction tExtraction(*this);
+    if (Failure tFailure = tExtraction.open()) {
+        return tFailure;
+    }
+    for (const qint64 tFile : pFiles) {
+        if (Failure tFailure = tExtraction.take(tFile)) {
+            return tFailure;
+        }
+    }
+    return tExtraction.finish();
 }
 
 Failure PackageVersion::read(const trees::Piece& pPiece, QByteArray* pTo) const
 {
-    const QString tPath =
-        pPiece.mEntry == 0
-            ? textPath()
-            : mFolder + u'/' + QFile::decodeName(mEntries[static_cast<size_t>(pPiece.mEntry - 1)].mPath);
+    const QString tPath = pPiece.mEntry == 0 ? textPath() : contentPath();
+    const qint64 tPlace = pPiece.mEntry == 0 ? 0 : mPlaces[static_cast<size_t>(pPiece.mEntry)];
     const Descriptor tFile(mFileSystem,
                            mFileSystem.open(QFile::encodeName(tPath), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (!tFile.isOpen() || ::lseek(tFile.fd(), pPiece.mBytes.mFirst, SEEK_SET) < 0) {
+    if (!tFile.isOpen() || ::lseek(tFile.fd(), tPlace + pPiece.mBytes.mFirst, SEEK_SET) < 0) {
         return Failure::fromErrno(errno, u"read %1"_s.arg(tPath));
     }
     const qsizetype tBegin = pTo->size();

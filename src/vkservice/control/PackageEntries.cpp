@@ -32,7 +32,8 @@ void addCheck(const packages::PackageCheck& pCheck, bool pInDetail, PackageEntry
     pTo->mBytes = pCheck.mBytes;
     pTo->mDamageCount = pCheck.mCount;
     for (qsizetype i = 0; pInDetail && i < pCheck.mFindings.size(); ++i) {
-        pTo->mDamage.append({pCheck.mFindings[i].mPath, pCheck.mFindings[i].mProblem});
+        const packages::Finding& tFinding = pCheck.mFindings[i];
+        pTo->mDamage.append({tFinding.mPath, tFinding.mProblem, tFinding.mExactPath});
     }
 }
 

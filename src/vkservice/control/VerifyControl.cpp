@@ -33,6 +33,8 @@ constexpr int sProgressMs = 1000;
 constexpr qint64 sStoreSeconds = 60;
 constexpr qint64 sContinueDays = 7;     // an older beginning proves nothing about today
 constexpr qsizetype sMaxDetailed = 500; // packages whose findings go into one answer
+// Of exact paths there. Together with the limits of the others no answer comes near the longest line.
+constexpr qsizetype sMaxExactPaths = 100 * 1000;
 
 } // namespace
 
@@ -309,12 +311,19 @@ Result<PackageEntries> VerifyControl::packages() const
     const QString tLanguage = mParts.mApp.languageOr(mParts.mSettings.appLanguage().value_or(QString()));
     PackageEntries tEntries;
     qsizetype tDetailed = 0;
+    qsizetype tExact = 0;
     for (const packages::InstalledPackage& tPackage : tInstalled->mPackages) {
         const PackageCheck* tCheck = mParts.mRecord.record().find(tPackage.mFolder);
         PackageEntry& tEntry = tEntries.mPackages.emplaceBack(entryOf(tPackage, tLanguage));
         if (tCheck != nullptr) {
             tDetailed += !tCheck->mFindings.isEmpty();
             addCheck(*tCheck, tDetailed <= sMaxDetailed, &tEntry);
+            for (DamageEntry& tDamage : tEntry.mDamage) {
+                tExact += tDamage.mExactPath ? tDamage.mExactPath->size() : 0;
+                if (tExact > sMaxExactPaths) {
+                    tDamage.mExactPath.reset();
+                }
+            }
         }
     }
     return tEntries;

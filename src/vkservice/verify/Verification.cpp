@@ -67,6 +67,16 @@ QString word(trees::TreeFault pFault)
     return u"unreadable"_s;
 }
 
+packages::Finding findingOf(const trees::TreeFinding& pFinding)
+{
+    const QString tPath = QString::fromUtf8(pFinding.mPath);
+    packages::Finding tResult{vkcore::singleLine(tPath), word(pFinding.mFault), std::nullopt};
+    if (tPath != tResult.mPath && tPath.size() <= packages::Finding::sMaxExactPath) {
+        tResult.mExactPath = tPath;
+    }
+    return tResult;
+}
+
 } // namespace
 
 Verification::Verification(const VerifyRequest& pRequest, os::FileSystem& pFileSystem,
@@ -177,8 +187,7 @@ Result<PackageCheck> Verification::compare(const InstalledPackage& pPackage, con
     pTo.mCount = tReport->mFaults;
     for (const trees::TreeFinding& tFinding : tReport->mFindings) {
         if (pTo.mFindings.size() < PackageCheck::sMaxFindings) {
-            pTo.mFindings.append(
-                {vkcore::singleLine(QString::fromUtf8(tFinding.mPath)), word(tFinding.mFault)});
+            pTo.mFindings.append(findingOf(tFinding));
         }
     }
     pTo.mState = pTo.mCount > 0 ? PackageCheck::State::Damaged : PackageCheck::State::Sound;

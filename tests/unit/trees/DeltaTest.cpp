@@ -1,10 +1,10 @@
 #include "FaultyFileSystem.h"
 #include "Test.h"
-#include "TestArchive.h"
 
 #include "deltas/DeltaMaker.h"
 #include "deltas/Difference.h"
 #include "trees/DeltaReader.h"
+#include "trees/IndexText.h"
 #include "trees/IndexWriter.h"
 #include "trees/Patch.h"
 #include "tuf/Hashes.h"
@@ -12,6 +12,7 @@
 #include <QtCore/QRandomGenerator>
 
 #include <functional>
+#include <zstd.h>
 
 using namespace tarn;
 using namespace tarn::trees;
@@ -28,29 +29,56 @@ QByteArray noise(qsizetype pSize, quint32 pSeed = 1)
     return tBytes.first(pSize);
 }
 
+QByteArray quicklyPacked(const QByteArray& pBytes)
+{
+    const auto tSize = static_cast<size_t>(pBytes.size());
+    QByteArray tPacked(static_cast<qsizetype>(ZSTD_compressBound(tSize)), '\0');
+    tPacked.resize(static_cast<qsizetype>(
+        ZSTD_compress(tPacked.data(), static_cast<size_t>(tPacked.size()), pBytes.constData(), tSize, 1)));
+    return tPacked;
+}
+
 class DeltaTest : public testing::Test
 {
 protected:
     std::unique_ptr<PackageVersion> version(const QString& pName, const Files& pFiles)
     {
+        const auto tHashOf = [](const QByteArray& pBytes) {
+            return *tuf::Hash::fromHex(q(tuf::sha256(pBytes)));
+        };
         std::vector<IndexEntry> tEntries;
+        std::vector<Frame> tFrames;
+        QByteArray tArchive; // a frame for each file
         qint64 tAt = 0;
         for (auto tFile = pFiles.begin(); tFile != pFiles.end(); ++tFile) {
-            writeFile(mDir.filePath(pName + u'/' + q(tFile.key())), tFile.value());
-            const auto tHash = tuf::Hash::fromHex(q(tuf::sha256(tFile.value())));
-            tEntries.push_back({tFile.key(), EntryKind::File, {}, false, 0, tFile->size(), *tHash, tAt});
-            tAt += tFile->size();
+            const qint64 tSize = tFile->size();
+            tEntries.push_back({tFile.key(), EntryKind::File, {}, false, 0, tSize, tHashOf(*tFile), tAt + 3});
+            const QByteArray tPacked = quicklyPacked("tar" + *tFile);
+            tFrames.push_back({tPacked.size(), tSize + 3, tHashOf(tPacked)});
+            tArchive += tPacked;
+            tAt += tSize + 3;
         }
-        const QString tIndex = mDir.filePath(pName + q(".index"));
-        writeFile(tIndex, packIndex(indexText({{1, tAt + 1, {}}}, tEntries)));
-        auto tVersion = std::make_unique<PackageVersion>(os::realFileSystem());
-        EXPECT_FALSE(tVersion->open(tIndex, {.mMaxBytes = tAt, .mArchiveSize = 1},
-                                    mDir.filePath(pName + q(".scratch"))));
-        tVersion->useFolder(mDir.filePath(pName));
+        writeFile(mDir.filePath(pName + q(".index")), packIndex(indexText(tFrames, tEntries)));
+        writeFile(mDir.filePath(pName), tArchive);
+        return open(os::realFileSystem(), pName);
+    }
+
+    std::unique_ptr<PackageVersion> open(os::FileSystem& pFileSystem, const QString& pName,
+                                         Failure* pFailure = nullptr)
+    {
+        const IndexLimits tLimits{.mMaxBytes = 10'000'000,
+                                  .mArchiveSize = QFileInfo(mDir.filePath(pName)).size()};
+        auto tVersion = std::make_unique<PackageVersion>(pFileSystem);
+        const Failure tFailure = tVersion->open(mDir.filePath(pName + q(".index")), mDir.filePath(pName),
+                                                tLimits, mDir.filePath(pName + q(".scratch")));
+        EXPECT_TRUE(pFailure != nullptr || !tFailure) << tFailure.mText;
+        if (pFailure != nullptr) {
+            *pFailure = tFailure;
+        }
         return tVersion;
     }
 
-    QByteArray make(const PackageVersion& pOld, const PackageVersion& pNew, int pThreads)
+    QByteArray make(PackageVersion& pOld, PackageVersion& pNew, int pThreads)
     {
         vkpublish::DeltaResult tResult;
         const Failure tFailure = makeDelta(os::realFileSystem(), pOld, pNew, pThreads, deltaPath(), &tResult);
@@ -62,8 +90,9 @@ protected:
     }
 
     // What the delta makes: the text of the index under an empty name, and the files.
-    Files apply(const PackageVersion& pOld, const PackageVersion& pNew)
+    Files apply(const PackageVersion& pOld, PackageVersion& pNew)
     {
+        EXPECT_FALSE(pNew.readEntries());
         const QByteArray tDelta = readFile(deltaPath());
         DeltaReader tReader(os::realFileSystem());
         Failure tFailure = tReader.open(deltaPath(), tDelta.size());
@@ -78,8 +107,9 @@ protected:
             tFailure = applySegment(tSegment, tBase,
                                     tDelta.mid(tSegment.mPacked.mFirst, tSegment.mPacked.mLength), &tBytes);
             for (const Piece& tPiece : tSegment.mMakes) {
-                tMade[tPiece.mEntry == 0 ? QByteArray()
-                                         : pNew.entries()[static_cast<size_t>(tPiece.mEntry - 1)].mPath] +=
+                tMade[tPiece.mEntry == 0
+                          ? QByteArray()
+                          : pNew.tree().path(pNew.tree().at(static_cast<size_t>(tPiece.mEntry - 1)))] +=
                     tBytes.first(tPiece.mBytes.mLength);
                 tBytes.remove(0, tPiece.mBytes.mLength);
             }
@@ -161,20 +191,49 @@ TEST_F(DeltaTest, MakesTheNewFilesOfTheOldOnes)
     }
 }
 
-TEST_F(DeltaTest, UnpacksAnArchiveForThePublisher)
+TEST_F(DeltaTest, ReadsOnlyTheFramesThatItNeeds)
 {
-    const auto tVersion = version(q("old"), {{"f", "content"}});
-    writeFile(mDir.filePath(q("archive")), makeArchive({{"f", "content"}}));
-    ASSERT_FALSE(tVersion->unpack(mDir.filePath(q("archive"))));
-    QByteArray tBytes;
-    EXPECT_FALSE(tVersion->read({1, {3, 4}}, &tBytes));
-    EXPECT_EQ(tBytes, "tent");
-    EXPECT_TRUE(tVersion->read({1, {3, 5}}, &tBytes)) << "shorter than the index tells";
+    const Files tOld{{"a", noise(9000)}, {"f", noise(9000, 2)}, {"z", noise(9000, 3)}};
+    Files tNew = tOld;
+    tNew["f"] += "new";
+    const QByteArray tGood = make(*version(q("old"), tOld), *version(q("new"), tNew), 1);
+    for (const QString& tName : {q("old"), q("new")}) {
+        const QByteArray tArchive = readFile(mDir.filePath(tName));
+        const qsizetype tSize = tArchive.size();
+        for (const qsizetype tAt : {tSize / 6, tSize / 2, tSize - 1}) {
+            SCOPED_TRACE(testing::Message() << tName.toStdString() << " damaged at " << tAt);
+            writeFile(mDir.filePath(tName),
+                      QByteArray(tArchive).replace(tAt, 1, QByteArray(1, ~tArchive[tAt])));
+            vkpublish::DeltaResult tResult;
+            const Failure tFailure =
+                makeDelta(os::realFileSystem(), *open(os::realFileSystem(), q("old")),
+                          *open(os::realFileSystem(), q("new")), 1, deltaPath(), &tResult);
+            EXPECT_EQ(tFailure.mKind, tAt == tSize / 2 ? Failure::Kind::Content : Failure::Kind::None);
+            EXPECT_EQ(tFailure.mText.contains(mDir.filePath(tName) + q(" is damaged: its frame 2 of 3")),
+                      tAt == tSize / 2)
+                << tFailure.mText;
+            EXPECT_EQ(QFile::exists(deltaPath()) && readFile(deltaPath()) == tGood, tAt != tSize / 2);
+        }
+        writeFile(mDir.filePath(tName), tArchive);
+    }
+    // A sound frame, but another file than the index tells.
+    const auto tVersion = version(q("old"), {{"a", "one"}, {"b", "two"}});
+    const QString tIndex = mDir.filePath(q("old.index"));
+    QByteArray tText;
+    ASSERT_TRUE(nameOfIndex(os::realFileSystem(), tIndex, [&](const QByteArray& pPart) {
+        tText += pPart;
+        return Failure();
+    }));
+    writeFile(tIndex, packIndex(tText.replace(tuf::sha256("one"), tuf::sha256("two"))));
+    QDir(mDir.filePath(q("old.scratch"))).removeRecursively();
+    const auto tOther = open(os::realFileSystem(), q("old"));
+    ASSERT_FALSE(tOther->readEntries());
+    const Failure tFailure = tOther->layOpen({1});
+    EXPECT_TRUE(tFailure.mText.contains(q("a in "))) << tFailure.mText;
 }
 
 TEST_F(DeltaTest, LeavesNothingWhenTheDiskFails)
 {
-    writeFile(mDir.filePath(q("archive")), makeArchive({{"f", "content"}}));
     const auto tNew = version(q("new"), {{"f", "contents"}, {"g", noise(100)}});
     const QByteArray tGood = make(*version(q("old"), {{"f", "content"}}), *tNew, 1);
     QFile::remove(deltaPath());
@@ -184,13 +243,9 @@ TEST_F(DeltaTest, LeavesNothingWhenTheDiskFails)
         tFileSystem.failAt(i, ENOSPC);
         Failure tFailure;
         {
-            PackageVersion tOld(tFileSystem);
-            tFailure = tOld.open(mDir.filePath(q("old.index")), {.mMaxBytes = 7, .mArchiveSize = 1},
-                                 mDir.filePath(q("scratch")));
-            tFailure = tFailure ? tFailure : tOld.unpack(mDir.filePath(q("archive")));
-            tOld.useFolder(mDir.filePath(q("old")));
+            const auto tOld = open(tFileSystem, q("old"), &tFailure);
             vkpublish::DeltaResult tResult;
-            tFailure = tFailure ? tFailure : makeDelta(tFileSystem, tOld, *tNew, 2, deltaPath(), &tResult);
+            tFailure = tFailure ? tFailure : makeDelta(tFileSystem, *tOld, *tNew, 2, deltaPath(), &tResult);
         }
         tFailed = tFileSystem.hasFailed();
         EXPECT_TRUE(tFailure ? !QFile::exists(deltaPath()) : readFile(deltaPath()) == tGood)
@@ -198,7 +253,7 @@ TEST_F(DeltaTest, LeavesNothingWhenTheDiskFails)
         EXPECT_TRUE(!tFailure || tFailure.mKind == Failure::Kind::NoSpace) << tFailure.mText;
         QFile::remove(deltaPath());
         QFile::remove(deltaPath() + q(".segments")); // where its removal failed
-        QDir(mDir.filePath(q("scratch"))).removeRecursively();
+        QDir(mDir.filePath(q("old.scratch"))).removeRecursively();
         ASSERT_LT(i, 200);
     }
     ASSERT_TRUE(QDir().mkpath(deltaPath()));

@@ -156,8 +156,10 @@ protected:
     {
         const auto tOpen = [this](const Version& pVersion) {
             auto tOpened = std::make_unique<vkpublish::PackageVersion>(os::realFileSystem());
-            EXPECT_FALSE(tOpened->open(pVersion.mIndex, pVersion.mLimits, pVersion.mFolder + q(".scratch")));
-            tOpened->useFolder(pVersion.mFolder);
+            const QString tArchive = pVersion.mFolder + q(".archive");
+            writeFile(tArchive, pVersion.mArchive);
+            EXPECT_FALSE(
+                tOpened->open(pVersion.mIndex, tArchive, pVersion.mLimits, pVersion.mFolder + q(".scratch")));
             return tOpened;
         };
         vkpublish::DeltaResult tResult;

@@ -134,8 +134,7 @@ void PackageRepository::addDelta(const QString& pArchive, PackageInfo* pInfo)
     }
     const auto tOpen = [this](const PackageInfo& pOf, const QString& pFile, PackageVersion* pTo) {
         const IndexLimits tLimits{.mMaxBytes = pOf.mInstalledSize, .mArchiveSize = QFileInfo(pFile).size()};
-        return !pTo->open(path(q("targets/")) + pOf.mIndex->name(), tLimits, pFile + q(".scratch")) &&
-               !pTo->unpack(pFile);
+        return !pTo->open(path(q("targets/")) + pOf.mIndex->name(), pFile, tLimits, pFile + q(".scratch"));
     };
     PackageVersion tOld(tarn::os::realFileSystem());
     PackageVersion tNew(tarn::os::realFileSystem());
