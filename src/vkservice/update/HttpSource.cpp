@@ -7,6 +7,7 @@
 #include "update/Sink.h"
 
 #include <algorithm>
+#include <limits>
 #include <list>
 #include <memory>
 
@@ -38,11 +39,19 @@ public:
         : mMulti(pMulti), mSettings(pSettings), mRateLimit(pSettings.mBytesPerSecond),
           mRateFloor(pSettings.mLeastBytesPerSecond,
                      std::chrono::seconds(pSettings.mPatience.mRatePeriodSeconds)),
-          mDeadline(Clock::time_point::max())
+          mDeadline(Clock::time_point::max()), mMostActive(static_cast<size_t>(pSettings.mParallel))
     {
+        curl_multi_setopt(mMulti, CURLMOPT_MAX_HOST_CONNECTIONS, 0L);
     }
 
-    void setDeadline(Clock::time_point pDeadline) { mDeadline = pDeadline; }
+    // All files at once, as far as one connection can do that: they are small, and another connection costs
+    // more than it brings.
+    void useOneConnection(Clock::time_point pDeadline)
+    {
+        mDeadline = pDeadline;
+        mMostActive = std::numeric_limits<size_t>::max();
+        curl_multi_setopt(mMulti, CURLMOPT_MAX_HOST_CONNECTIONS, 1L);
+    }
 
     void add(Transfer& pTransfer)
     {
@@ -84,7 +93,7 @@ private:
                 mWaiting.erase(tJob);
                 continue;
             }
-            if (mActive.size() >= static_cast<size_t>(mSettings.mParallel)) {
+            if (mActive.size() >= mMostActive) {
                 break;
             }
             if ((*tJob)->notBefore() > tNow) {
@@ -165,6 +174,7 @@ private:
     RateLimit mRateLimit;
     RateFloor mRateFloor;
     Clock::time_point mDeadline;
+    size_t mMostActive;
     JobList mWaiting;
     JobList mActive;
     bool mHasNoParts = false; // the server has said so
@@ -190,7 +200,7 @@ void HttpSource::run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pA
                      [](const Transfer* pTransfer) { return pTransfer->mSink->isResumable(); });
     Loop tLoop(mMulti, mSettings);
     if (tIsMetadata) {
-        tLoop.setDeadline(tBegin + mMetadataTime);
+        tLoop.useOneConnection(tBegin + mMetadataTime);
     }
     for (Transfer* tTransfer : pTransfers) {
         tLoop.add(*tTransfer);

@@ -381,6 +381,7 @@ RunResult Run::finish(Attempt* pAttempt)
         return {failedPackagesCode(tPlan), failedPackagesText(tPlan), tInstalled};
     }
     mDownloads.clear();
+    forgetOldIndexes(); // a run that was cut off behind its switch may have left some
     if (!tPlan.mBeyondRepair.isEmpty()) {
         const QString tText = beyondRepairText(tPlan.mBeyondRepair);
         mReporter.error(tText, {});
