@@ -123,17 +123,15 @@ Failure Updater::Private::refresh(const QByteArray& pTimestamp)
     return {};
 }
 
-// Each file of the metadata names the next one, so that they follow each other. Some are known sooner.
+// Each file of the metadata names the next one, so that they follow each other. Behind a timestamp that is here
+// already, they need not.
 void Updater::Private::askAhead(const QByteArray& pTimestamp)
 {
-    QList<FetchedFile> tWanted{{.mPath = nextRoot(), .mMaxLength = mLimits.mRootLength}};
-    if (pTimestamp.isNull()) {
-        tWanted.append({.mPath = sTimestampFile, .mMaxLength = mLimits.mTimestampLength});
-    } else {
+    if (!pTimestamp.isNull()) {
         mAhead.put(sTimestampFile, pTimestamp);
-        tWanted += behind(pTimestamp);
+        mAhead.ask(QList<FetchedFile>{{.mPath = nextRoot(), .mMaxLength = mLimits.mRootLength}} +
+                   behind(pTimestamp));
     }
-    mAhead.ask(tWanted);
 }
 
 // What will be wanted if the timestamp is accepted later. A next root may still refuse it.

@@ -219,6 +219,9 @@ long HttpJob::status() const
 bool HttpJob::end(CURLcode pResult)
 {
     const bool tDone = judge(pResult, status());
+    long tVersion = CURL_HTTP_VERSION_NONE;
+    curl_easy_getinfo(mHandle, CURLINFO_HTTP_VERSION, &tVersion);
+    mSharesConnection = tVersion >= CURL_HTTP_VERSION_2_0;
     finish();
     return tDone;
 }

@@ -41,17 +41,15 @@ public:
                      std::chrono::seconds(pSettings.mPatience.mRatePeriodSeconds)),
           mDeadline(Clock::time_point::max()), mMostActive(static_cast<size_t>(pSettings.mParallel))
     {
-        curl_multi_setopt(mMulti, CURLMOPT_MAX_HOST_CONNECTIONS, 0L);
     }
 
-    // All files at once, as far as one connection can do that: they are small, and another connection costs
-    // more than it brings.
-    void useOneConnection(Clock::time_point pDeadline)
+    // Small files, all at once.
+    void takeMetadata(Clock::time_point pDeadline)
     {
         mDeadline = pDeadline;
         mMostActive = std::numeric_limits<size_t>::max();
-        curl_multi_setopt(mMulti, CURLMOPT_MAX_HOST_CONNECTIONS, 1L);
     }
+    bool sharesConnection() const { return mSharesConnection; }
 
     void add(Transfer& pTransfer)
     {
@@ -160,6 +158,7 @@ private:
                                            [tHandle](const auto& pJob) { return pJob->handle() == tHandle; });
             if ((*tJob)->end(tResult)) {
                 mHasNoParts = mHasNoParts || (*tJob)->hasNoParts();
+                mSharesConnection = mSharesConnection || (*tJob)->sharesConnection();
                 mActive.erase(tJob);
             } else {
                 mWaiting.splice(mWaiting.end(), mActive, tJob);
@@ -178,6 +177,7 @@ private:
     JobList mWaiting;
     JobList mActive;
     bool mHasNoParts = false; // the server has said so
+    bool mSharesConnection = false;
 };
 
 HttpSource::HttpSource(const ServerAccess& pServer, const RunRequest& pRequest)
@@ -200,12 +200,13 @@ void HttpSource::run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pA
                      [](const Transfer* pTransfer) { return pTransfer->mSink->isResumable(); });
     Loop tLoop(mMulti, mSettings);
     if (tIsMetadata) {
-        tLoop.useOneConnection(tBegin + mMetadataTime);
+        tLoop.takeMetadata(tBegin + mMetadataTime);
     }
     for (Transfer* tTransfer : pTransfers) {
         tLoop.add(*tTransfer);
     }
     tLoop.run(pAbort);
+    mSharesConnection = mSharesConnection || tLoop.sharesConnection();
     if (tIsMetadata) {
         mMetadataTime -= Loop::Clock::now() - tBegin;
     }

@@ -41,20 +41,24 @@ public:
     Failure askTimestamp(const Validators& pKnown)
     {
         QList<tuf::FetchedFile> tFiles{{.mPath = sTimestampFile, .mMaxLength = sMaxTimestampLength}};
-        return get(&tFiles, pKnown);
+        get(&tFiles, pKnown);
+        return tFiles.first().mFailure;
     }
 
     Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
     {
         QList<tuf::FetchedFile> tFiles{{.mPath = pPath, .mMaxLength = pMaxLength}};
-        (void)get(&tFiles, {});
+        get(&tFiles, {});
         *pTo = tFiles.first().mBytes;
         return tFiles.first().mFailure;
     }
 
     bool fetchTogether(QList<tuf::FetchedFile>* pFiles) override
     {
-        (void)get(pFiles, {});
+        if (!mSource.sharesConnection()) {
+            return false;
+        }
+        get(pFiles, {});
         return true;
     }
 
@@ -63,8 +67,7 @@ public:
     const Validators& validators() const { return mValidators; }
 
 private:
-    // Returns the failure of the first one as it was, for when it is the only one.
-    Failure get(QList<tuf::FetchedFile>* pFiles, const Validators& pKnown)
+    void get(QList<tuf::FetchedFile>* pFiles, const Validators& pKnown)
     {
         std::deque<MemorySink> tSinks;
         std::deque<Transfer> tTransfers;
@@ -85,7 +88,6 @@ private:
                 mValidators = tTransfers[i].mValidators;
             }
         }
-        return tTransfers.front().mFailure;
     }
 
     Source& mSource;
@@ -126,16 +128,14 @@ Failure ServerSession::open(QStringList* pWarnings)
     }
     mNote.emplace(mFileSystem, mTrust, mServer.mUri);
     MetadataFetcher tFetcher(*mSource, mAbort);
-    if (mNote->isComplete(mState)) {
-        if (const Failure tFailure = tFetcher.askTimestamp(mNote->timestampValidators())) {
-            return tFailure;
-        }
-        mNothingNew = tFetcher.notModified() || mNote->isTimestamp(tFetcher.timestamp());
-        if (mNothingNew) {
-            return {};
-        }
+    const bool tIsComplete = mNote->isComplete(mState);
+    if (const Failure tFailure =
+            tFetcher.askTimestamp(tIsComplete ? mNote->timestampValidators() : Validators())) {
+        return tFailure;
     }
-    return refresh(tFetcher, pWarnings);
+    mNothingNew =
+        tIsComplete && (tFetcher.notModified() || mNote->isTimestamp(tFetcher.timestamp()));
+    return mNothingNew ? Failure() : refresh(tFetcher, pWarnings);
 }
 
 Failure ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings)

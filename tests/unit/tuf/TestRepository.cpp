@@ -203,9 +203,6 @@ Failure TestRepository::fetch(const QString& pPath, qint64 pMaxLength, QByteArra
 
 bool TestRepository::fetchTogether(QList<FetchedFile>* pFiles)
 {
-    if (mOneByOne) {
-        return false;
-    }
     ++mTogether;
     for (FetchedFile& tFile : *pFiles) {
         tFile.mFailure = fetch(tFile.mPath, tFile.mMaxLength, &tFile.mBytes);

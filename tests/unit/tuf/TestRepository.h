@@ -68,8 +68,7 @@ public:
     bool mHashesInMeta = true;
     QDateTime mSignedAt;               // of the timestamp; invalid: not stated
     qint64 mStatedTargets = 0;         // version in the timestamp; 0: not stated
-    bool mOneByOne = false;            // can't get several files at once
-    int mTogether = 0;                 // how often it did
+    int mTogether = 0;                 // how often several files were asked for at once
     bool mSpoilTogether = false;       // changes them
     QMap<QString, QByteArray> mFiles;  // what is served: path -> content
     QStringList mRequests;             // paths, in order

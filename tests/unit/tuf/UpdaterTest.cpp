@@ -151,7 +151,6 @@ TEST_F(UpdaterTest, AServerWithoutTheNewestRootIsOutOfDate)
 
 TEST_F(UpdaterTest, FollowsRootsOneByOne)
 {
-    mRepository.mOneByOne = true;
     SigningKey tOld = mRepository.mRoles[sRootRole].mKeys.first();
     for (int i = 0; i < 4; ++i) {
         mRepository.mRoles[sRootRole].mKeys = {TestRepository::newKey()};
@@ -235,7 +234,6 @@ TEST_F(UpdaterTest, ARemovedKeyIsForgottenAlsoWhenItComesBack)
 
 TEST_F(UpdaterTest, TellsTheFetcherHowMuchItTakes)
 {
-    mRepository.mOneByOne = true;
     mRepository.mConsistentSnapshot = false;
     mRepository.publishRoot();
     mRepository.publish();
@@ -255,7 +253,7 @@ TEST_F(UpdaterTest, AsksAheadForWhatTheTimestampNames)
     mRepository.publish();
     EXPECT_GOOD(refresh());
     EXPECT_EQ(requests(), "2.root.json, timestamp.json, 2.snapshot.json, 2.targets.json");
-    EXPECT_EQ(mRepository.mTogether, 2);
+    EXPECT_EQ(mRepository.mTogether, 1);
 
     const auto tRefreshKnowing = [this] { // the timestamp
         mRepository.mRequests.clear();

@@ -71,7 +71,7 @@ TEST_F(HttpsTest, UpdatesAndThenAsksForOneSmallFile)
     run(ResultSuccess);
     expectInstalled();
     EXPECT_EQ(text(mServer.requests().filter(q("metadata"))),
-              "GET /metadata/2.root.json 404 -\nGET /metadata/timestamp.json 200 -\n"
+              "GET /metadata/timestamp.json 200 -\nGET /metadata/2.root.json 404 -\n"
               "GET /metadata/1.snapshot.json 200 -\nGET /metadata/1.targets.json 200 -");
     EXPECT_EQ(mServer.requests().size(), 7);
 
