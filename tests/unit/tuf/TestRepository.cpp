@@ -206,7 +206,7 @@ bool TestRepository::fetchTogether(QList<FetchedFile>* pFiles)
     ++mTogether;
     for (FetchedFile& tFile : *pFiles) {
         tFile.mFailure = fetch(tFile.mPath, tFile.mMaxLength, &tFile.mBytes);
-        tFile.mBytes += mSpoilTogether ? " " : "";
+        tFile.mBytes.replace(0, mSpoilTogether ? 1 : 0, "");
     }
     return true;
 }

@@ -165,9 +165,11 @@ TEST_F(SupplyTest, TakesTheCheapestWayThatWorks)
 TEST_F(SupplyTest, TheNextServerHasWhatAnotherLackedAtTheSecondLook)
 {
     mPackages.append({q("app"), q("1.0"), {{q("app.dat"), noise(5000, 3)}}});
-    publish();
+    mRepository.add(package("app"));
+    mRepository.publish();
     run(ResultSuccess);
     package("app").mVersion = q("2.0");
+    package("app").mFiles[q("app.dat")][7] = '!';
     mRepository.remove(q("app"));
     publishNext(Beside::IndexAndDelta);
     changeByte(QFileInfo(mMachine.installed(q("lib/a/same"))).canonicalFilePath(), 5);
