@@ -123,8 +123,8 @@ Failure Updater::Private::refresh(const QByteArray& pTimestamp)
     return {};
 }
 
-// Each file of the metadata names the next one, so that they follow each other. Behind a timestamp that is here
-// already, they need not.
+// Each file of the metadata names the next one, so that they follow each other. Behind a timestamp that is
+// here already, they need not.
 void Updater::Private::askAhead(const QByteArray& pTimestamp)
 {
     if (!pTimestamp.isNull()) {
@@ -146,8 +146,8 @@ QList<FetchedFile> Updater::Private::behind(const QByteArray& pTimestamp)
     if (tTrusted.addTimestamp(pTimestamp, &tSame) || tSame) {
         return {};
     }
-    const bool tIsCurrent = !mStore.load(sSnapshot, mLimits.mSnapshotLength, &tStored) &&
-                            !tTrusted.addLocalSnapshot(tStored);
+    const bool tIsCurrent =
+        !mStore.load(sSnapshot, mLimits.mSnapshotLength, &tStored) && !tTrusted.addLocalSnapshot(tStored);
     return tIsCurrent ? QList<FetchedFile>() : behindTimestamp(tTrusted);
 }
 

@@ -6,8 +6,8 @@
 #include "update/RunRequest.h"
 #include "update/ServerSession.h"
 #include "update/Supply.h"
-#include "update/Workplace.h"
 #include "update/supply/Budget.h"
+#include "update/Workplace.h"
 
 #include <memory>
 #include <vector>

@@ -133,8 +133,7 @@ Failure ServerSession::open(QStringList* pWarnings)
             tFetcher.askTimestamp(tIsComplete ? mNote->timestampValidators() : Validators())) {
         return tFailure;
     }
-    mNothingNew =
-        tIsComplete && (tFetcher.notModified() || mNote->isTimestamp(tFetcher.timestamp()));
+    mNothingNew = tIsComplete && (tFetcher.notModified() || mNote->isTimestamp(tFetcher.timestamp()));
     return mNothingNew ? Failure() : refresh(tFetcher, pWarnings);
 }
 

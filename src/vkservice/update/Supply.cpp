@@ -103,8 +103,8 @@ Failure Supply::checkSpace() const
 
 Failure Supply::fetchParts()
 {
-    if (Failure tFailure = mOrders.fetchRuns(
-            parcels([](const Parcel& pParcel) { return pParcel.mWay == Way::Ranges; }))) {
+    if (Failure tFailure =
+            mOrders.fetchRuns(parcels([](const Parcel& pParcel) { return pParcel.mWay == Way::Ranges; }))) {
         return tFailure;
     }
     return mOrders.fetchArchives(parcels(&comesWhole));

@@ -107,8 +107,7 @@ Failure SideFiles::fetchIndexes(const Parcels& pParcels)
     }
     for (size_t i = 0; i < tOrder.mOwners.size(); ++i) {
         const Parcel& tParcel = *tOrder.mOwners[i];
-        const Failure tFailure =
-            takeIndex(tOrder.mDownloads[i], *tParcel.info().mIndex, tParcel.limits());
+        const Failure tFailure = takeIndex(tOrder.mDownloads[i], *tParcel.info().mIndex, tParcel.limits());
         if (tFailure && !isOfTheWay(tFailure)) {
             return tFailure;
         }

@@ -15,8 +15,8 @@ class SideFiles
 public:
     SideFiles(const SupplyParts& pParts, Orders& pOrders) : mParts(pParts), mOrders(pOrders) {}
 
-    // Of those installed packages that the server offers, whose indexes are lost. The ones that come are taken
-    // off the list.
+    // Of those installed packages that the server offers, whose indexes are lost. The ones that come are
+    // taken off the list.
     Failure fetchLostIndexes(const Plan& pPlan, QList<packages::InstalledPackage>* pLost);
     // What a delta can't do is left to the ranges.
     Failure fetchDeltas(const Parcels& pParcels);

@@ -48,9 +48,7 @@ Failure Staging::stage(Parcel* pParcel)
 // Leaves the package unstaged if the archive has to come whole.
 Failure Staging::build(Parcel* pParcel)
 {
-    const std::function<void(qint64)> tProgress = [this](qint64 pBytes) {
-        mParts.mReporter.advance(pBytes);
-    };
+    const std::function<void(qint64)> tProgress = [this](qint64 pBytes) { mParts.mReporter.advance(pBytes); };
     trees::TreeBuilder tBuilder(mParts.mFileSystem, &mParts.mAbort, *pParcel->mTree,
                                 pParcel->mPackage->stagingFolder(mParts.mFolders), tProgress);
     Failure tFailure = putTogether(pParcel, &tBuilder);

@@ -76,8 +76,7 @@ void WayChoice::addUnindexed(const Parcels& pParcels)
 
 void WayChoice::chooseRanges(Parcel* pParcel)
 {
-    pParcel->mNeeds =
-        trees::needsOf(*pParcel->mTree, mFiles, mParts.mFolders.root(pParcel->info().mKind));
+    pParcel->mNeeds = trees::needsOf(*pParcel->mTree, mFiles, mParts.mFolders.root(pParcel->info().mKind));
     if (pParcel->mWay == Way::Delta) {
         return;
     }
