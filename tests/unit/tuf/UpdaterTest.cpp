@@ -269,7 +269,7 @@ TEST_F(UpdaterTest, AsksAheadForWhatTheTimestampNames)
         {3, {}, ", 3.targets.json"},
         {2, {}, ", 3.targets.json"},
         {4, {}, ", 4.targets.json, 3.targets.json"},
-        {4, tOther, ", 4.targets.json, 3.targets.json"},
+        {4, tOther, ", 4.targets.json, 3.targets.json"}, // too long
     };
     for (const auto& [tStated, tFile, tBehind] : sCases) {
         SCOPED_TRACE(testing::Message() << tStated << ' ' << tFile.size());
