@@ -265,6 +265,7 @@ Failure parseTimestamp(const QByteArray& pFile, Timestamp* pTo)
         const QDateTime tSignedAt = readDate("signed_at", &tSigned);
         pTo->mSignedAt = tSignedAt < pTo->mExpires ? tSignedAt : QDateTime();
     }
+    pTo->mTargetsVersion = tSigned.json().value("targets_version"_L1).toInteger();
     return result(tFault, sTimestamp);
 }
 

@@ -67,6 +67,8 @@ struct Timestamp : Signed
     MetaFile mSnapshot;
     // The time of signing. Invalid if the file does not have it, or if it is not before its expiry.
     QDateTime mSignedAt;
+    // Of the targets, so that they need not wait for the snapshot, which decides; 0: not stated.
+    qint64 mTargetsVersion = 0;
 };
 
 struct Snapshot : Signed

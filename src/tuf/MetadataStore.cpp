@@ -29,6 +29,11 @@ QString MetadataStore::pathOf(const QString& pRole, Copy pCopy) const
     return u"%1/%2.%3"_s.arg(mFolder, encodeName(pRole), pCopy == Copy::Trusted ? u"json"_s : u"refused"_s);
 }
 
+bool MetadataStore::has(const QString& pRole) const
+{
+    return QFile::exists(pathOf(pRole, Copy::Trusted));
+}
+
 Failure MetadataStore::load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo, Copy pCopy)
 {
     Result<QByteArray> tFile = os::readFile(mFileSystem, pathOf(pRole, pCopy), pMaxLength);

@@ -24,6 +24,7 @@ public:
         Refused,
     };
 
+    bool has(const QString& pRole) const;
     // Failure::Kind::NotFound if the role has no file or one that is too long, Failure::Kind::Damaged if the
     // disk fails.
     Failure load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo, Copy pCopy = Copy::Trusted);

@@ -1,6 +1,7 @@
 #include "tuf/Updater.h"
 
 #include "tuf/DelegationSearch.h"
+#include "tuf/FetchAhead.h"
 #include "tuf/MetadataStore.h"
 #include "tuf/Names.h"
 #include "tuf/TrustedSet.h"
@@ -8,21 +9,31 @@
 #include <QtCore/QSet>
 
 #include <algorithm>
+#include <functional>
 
 using namespace Qt::StringLiterals;
 
 namespace tarn::tuf {
+
+namespace {
+
+const QString sTimestampFile = u"timestamp.json"_s;
+
+} // namespace
 
 class Updater::Private
 {
 public:
     Private(os::FileSystem& pFileSystem, const QString& pMetadataDir, Fetcher& pFetcher,
             const QDateTime& pNow, const Limits& pLimits)
-        : mStore(pFileSystem, pMetadataDir), mFetcher(pFetcher), mNow(pNow), mLimits(pLimits), mTrusted(pNow)
+        : mStore(pFileSystem, pMetadataDir), mAhead(pFetcher), mNow(pNow), mLimits(pLimits), mTrusted(pNow)
     {
     }
 
-    Failure refresh();
+    Failure refresh(const QByteArray& pTimestamp);
+    void askAhead(const QByteArray& pTimestamp);
+    QList<FetchedFile> behind(const QByteArray& pTimestamp);
+    QList<FetchedFile> behindTimestamp(const TrustedSet& pTrusted) const;
     Failure loadRoot();
     Failure loadTimestamp();
     bool serverLacksRoot();
@@ -36,12 +47,14 @@ public:
     Failure loadAllRoles(QStringList* pRoles);
     Failure all(QList<TargetFile>* pTo);
 
-    Failure fetch(const QString& pName, qint64 pMaxLength, QByteArray* pTo);
-    Failure fetchVersioned(const QString& pRole, const MetaFile& pMeta, qint64 pLimit, QByteArray* pTo);
+    QString nextRoot() const;
+    FetchedFile versioned(const QString& pRole, const MetaFile& pMeta, qint64 pLimit) const;
+    Failure take(const FetchedFile& pFile, QByteArray* pTo,
+                 const std::function<Failure(const QByteArray&)>& pCheck);
     TargetFile complete(TargetFile pTarget, const QString& pRole) const;
 
     MetadataStore mStore;
-    Fetcher& mFetcher;
+    FetchAhead mAhead;
     QDateTime mNow;
     QByteArray mStoredTimestamp;
     Limits mLimits;
@@ -50,34 +63,43 @@ public:
     bool mUnchanged = false;
 };
 
-Failure Updater::Private::fetch(const QString& pName, qint64 pMaxLength, QByteArray* pTo)
+QString Updater::Private::nextRoot() const
 {
-    pTo->clear();
-    const Failure tFailure = mFetcher.fetch(pName, pMaxLength, pTo);
-    if (!tFailure && pTo->size() > pMaxLength) {
-        return Failure{Failure::Kind::Untrusted,
-                       u"The file %1 has more than %2 bytes"_s.arg(pName).arg(pMaxLength)};
-    }
-    return tFailure;
+    return u"%1.root.json"_s.arg(mTrusted.root()->mVersion + 1);
 }
 
-Failure Updater::Private::fetchVersioned(const QString& pRole, const MetaFile& pMeta, qint64 pLimit,
-                                         QByteArray* pTo)
+FetchedFile Updater::Private::versioned(const QString& pRole, const MetaFile& pMeta, qint64 pLimit) const
 {
     const QString tFile = encodeName(pRole) + ".json"_L1;
     const QString tName =
         mTrusted.root()->mConsistentSnapshot ? u"%1.%2"_s.arg(pMeta.mVersion).arg(tFile) : tFile;
-    return fetch(tName, std::min(pMeta.mLength.value_or(pLimit), pLimit), pTo);
+    return {.mPath = tName, .mMaxLength = std::min(pMeta.mLength.value_or(pLimit), pLimit)};
 }
 
-Failure Updater::Private::refresh()
+// The server answers for a file that it sends in its turn, not for one that came before it was asked for.
+Failure Updater::Private::take(const FetchedFile& pFile, QByteArray* pTo,
+                               const std::function<Failure(const QByteArray&)>& pCheck)
+{
+    const bool tCameAhead = mAhead.has(pFile.mPath);
+    Failure tFailure = mAhead.fetch(pFile.mPath, pFile.mMaxLength, pTo);
+    tFailure = tFailure ? tFailure : pCheck(*pTo);
+    if (tCameAhead && tFailure.mKind == Failure::Kind::Untrusted) {
+        tFailure = mAhead.fetch(pFile.mPath, pFile.mMaxLength, pTo);
+        tFailure = tFailure ? tFailure : pCheck(*pTo);
+    }
+    return tFailure;
+}
+
+Failure Updater::Private::refresh(const QByteArray& pTimestamp)
 {
     mTrusted = TrustedSet(mNow);
+    mAhead.clear();
     mRefreshed = false;
     mUnchanged = false;
     if (const Failure tFailure = loadRoot()) {
         return tFailure;
     }
+    askAhead(pTimestamp);
     if (const Failure tFailure = updateRoot()) {
         return tFailure;
     }
@@ -101,6 +123,52 @@ Failure Updater::Private::refresh()
     return {};
 }
 
+// Each file of the metadata names the next one, so that they follow each other. Behind a timestamp that is
+// here already, they need not.
+void Updater::Private::askAhead(const QByteArray& pTimestamp)
+{
+    if (!pTimestamp.isNull()) {
+        mAhead.put(sTimestampFile, pTimestamp);
+        mAhead.ask(QList<FetchedFile>{{.mPath = nextRoot(), .mMaxLength = mLimits.mRootLength}} +
+                   behind(pTimestamp));
+    }
+}
+
+// What will be wanted if the timestamp is accepted later. A next root may still refuse it.
+QList<FetchedFile> Updater::Private::behind(const QByteArray& pTimestamp)
+{
+    TrustedSet tTrusted = mTrusted;
+    QByteArray tStored;
+    bool tSame = false;
+    if (!mStore.load(sTimestamp, mLimits.mTimestampLength, &tStored)) {
+        (void)tTrusted.addTimestamp(tStored, &tSame); // one that is not valid counts as none
+    }
+    if (tTrusted.addTimestamp(pTimestamp, &tSame) || tSame) {
+        return {};
+    }
+    const bool tIsCurrent =
+        !mStore.load(sSnapshot, mLimits.mSnapshotLength, &tStored) && !tTrusted.addLocalSnapshot(tStored);
+    return tIsCurrent ? QList<FetchedFile>() : behindTimestamp(tTrusted);
+}
+
+// The snapshot is the stored one, if there is any.
+QList<FetchedFile> Updater::Private::behindTimestamp(const TrustedSet& pTrusted) const
+{
+    const Timestamp& tTimestamp = *pTrusted.timestamp();
+    QList<FetchedFile> tWanted{versioned(sSnapshot, tTimestamp.mSnapshot, mLimits.mSnapshotLength)};
+    // Without a trusted snapshot it takes the new one to tell if the stored targets are still good.
+    const bool tAreNew = pTrusted.snapshot() == nullptr
+                             ? tTimestamp.mTargetsVersion > 0 && !mStore.has(sTargets)
+                             : tTimestamp.mTargetsVersion > pTrusted.snapshot()->mRoles[sTargets].mVersion;
+    if (tAreNew && pTrusted.root()->mConsistentSnapshot) {
+        MetaFile tTargets;
+        tTargets.mVersion = tTimestamp.mTargetsVersion;
+        tWanted.append(versioned(sTargets, tTargets, mLimits.mTargetsLength));
+        tWanted.last().mIsGuess = true;
+    }
+    return tWanted;
+}
+
 Failure Updater::Private::loadRoot()
 {
     QByteArray tFile;
@@ -119,8 +187,7 @@ Failure Updater::Private::updateRoot()
 {
     for (int i = 0; i < mLimits.mMaxRootRotations; ++i) {
         QByteArray tFile;
-        Failure tFailure =
-            fetch(u"%1.root.json"_s.arg(mTrusted.root()->mVersion + 1), mLimits.mRootLength, &tFile);
+        Failure tFailure = mAhead.fetch(nextRoot(), mLimits.mRootLength, &tFile);
         if (tFailure.mKind == Failure::Kind::NotFound) {
             return {};
         }
@@ -140,6 +207,7 @@ Failure Updater::Private::takeRoot(const QByteArray& pFile)
     if (const Failure tFailure = mTrusted.addRoot(pFile, &tKeysRemoved)) {
         return tFailure;
     }
+    mAhead.clear(); // what was asked for by the word of an older root
     // An attacker with the old keys may have signed a very high version. Files signed by them are removed
     // first: a crash in between leaves the old root, and the next refresh repeats this.
     if (tKeysRemoved) {
@@ -173,7 +241,7 @@ bool Updater::Private::serverLacksRoot()
 {
     QByteArray tFile;
     const qint64 tVersion = mTrusted.root()->mVersion;
-    return tVersion > 1 && fetch(u"%1.root.json"_s.arg(tVersion), mLimits.mRootLength, &tFile).mKind ==
+    return tVersion > 1 && mAhead.fetch(u"%1.root.json"_s.arg(tVersion), mLimits.mRootLength, &tFile).mKind ==
                                Failure::Kind::NotFound;
 }
 
@@ -185,7 +253,7 @@ Failure Updater::Private::updateTimestamp()
     if (tFailure) {
         return tFailure;
     }
-    tFailure = fetch(u"timestamp.json"_s, mLimits.mTimestampLength, &tFile);
+    tFailure = mAhead.fetch(sTimestampFile, mLimits.mTimestampLength, &tFile);
     if (!tFailure) {
         tFailure = mTrusted.addTimestamp(tFile, &tSame);
         if (tFailure.mKind == Failure::Kind::Untrusted && serverLacksRoot()) {
@@ -215,14 +283,13 @@ Failure Updater::Private::updateSnapshot()
         return {};
     }
     mUnchanged = false;
-    if (const Failure tFetched =
-            fetchVersioned(sSnapshot, mTrusted.timestamp()->mSnapshot, mLimits.mSnapshotLength, &tFile)) {
-        return tFetched;
+    const FetchedFile tWanted =
+        versioned(sSnapshot, mTrusted.timestamp()->mSnapshot, mLimits.mSnapshotLength);
+    if (!mAhead.has(tWanted.mPath)) {
+        mAhead.ask(behindTimestamp(mTrusted));
     }
-    if (const Failure tRefused = mTrusted.addSnapshot(tFile)) {
-        return tRefused;
-    }
-    return mStore.save(sSnapshot, tFile);
+    tFailure = take(tWanted, &tFile, [this](const QByteArray& pFile) { return mTrusted.addSnapshot(pFile); });
+    return tFailure ? tFailure : mStore.save(sSnapshot, tFile);
 }
 
 Failure Updater::Private::updateTargets(const QString& pRole, const QString& pDelegator)
@@ -244,13 +311,9 @@ Failure Updater::Private::updateTargets(const QString& pRole, const QString& pDe
         return Failure{Failure::Kind::Untrusted,
                        u"The snapshot metadata does not list the role %1"_s.arg(pRole)};
     }
-    if (const Failure tFetched = fetchVersioned(pRole, tRoles[pRole], mLimits.mTargetsLength, &tFile)) {
-        return tFetched;
-    }
-    if (const Failure tRefused = mTrusted.addTargets(tFile, pRole, pDelegator)) {
-        return tRefused;
-    }
-    return mStore.save(pRole, tFile);
+    tFailure = take(versioned(pRole, tRoles[pRole], mLimits.mTargetsLength), &tFile,
+                    [&](const QByteArray& pFile) { return mTrusted.addTargets(pFile, pRole, pDelegator); });
+    return tFailure ? tFailure : mStore.save(pRole, tFile);
 }
 
 TargetFile Updater::Private::complete(TargetFile pTarget, const QString& pRole) const
@@ -364,9 +427,9 @@ Failure Updater::initialize(os::FileSystem& pFileSystem, const QString& pMetadat
     return tFailure ? tFailure : tStore.save(sRoot, pRoot);
 }
 
-Failure Updater::refresh()
+Failure Updater::refresh(const QByteArray& pTimestamp)
 {
-    return d->refresh();
+    return d->refresh(pTimestamp);
 }
 
 bool Updater::unchanged() const

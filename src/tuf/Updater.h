@@ -1,6 +1,7 @@
 #pragma once
 
 #include "internal/Failure.h"
+#include "tuf/Fetcher.h"
 #include "tuf/TargetFile.h"
 
 #include <QtCore/QByteArray>
@@ -18,17 +19,6 @@ class FileSystem;
 // A client of The Update Framework, version 1.0 of its standard: which files an update server offers,
 // verified by signatures back to the root that the administrator installed.
 namespace tarn::tuf {
-
-// Fetches metadata files. The updater gives the maximum length; a fetcher never returns more.
-class Fetcher
-{
-public:
-    virtual ~Fetcher() = default;
-    // pPath is relative to the repository's metadata folder, already percent-encoded ("3.root.json"). A file
-    // longer than pMaxLength is Failure::Kind::Untrusted; over HTTP both 403 and 404 are
-    // Failure::Kind::NotFound.
-    virtual Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) = 0;
-};
 
 struct Limits
 {
@@ -57,8 +47,8 @@ public:
                               const QByteArray& pRoot);
 
     // Root, timestamp, snapshot and top-level targets, in this order. Each is stored as soon as it is
-    // verified.
-    Failure refresh();
+    // verified. pTimestamp: the server's timestamp, if it was just fetched; null: it was not.
+    Failure refresh(const QByteArray& pTimestamp = {});
     // True after a refresh() that found the timestamp of the last one: nothing can be new.
     bool unchanged() const;
 

@@ -195,7 +195,8 @@ Failure Publication::signFiles(const PublicationTimes& pTimes)
     }
     return write(timestampPath(mRepository),
                  makeTimestamp(tRecord.mVersions[tuf::sTimestamp], pTimes.mExpires,
-                               tRecord.mPublishedSnapshot.mMeta, mSigners[tuf::sTimestamp]));
+                               tRecord.mPublishedSnapshot.mMeta, tRecord.mVersions[tuf::sTargets],
+                               mSigners[tuf::sTimestamp]));
 }
 
 // Relative to the repository.

@@ -69,11 +69,12 @@ QByteArray makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonO
 }
 
 QByteArray makeTimestamp(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pSnapshotMeta,
-                         const QList<tuf::SigningKey>& pKeys)
+                         qint64 pTargetsVersion, const QList<tuf::SigningKey>& pKeys)
 {
     QJsonObject tSigned = signedPart(tuf::sTimestamp, pVersion, pExpires);
     tSigned.insert(u"meta"_s, metaMap(tuf::sSnapshot, pSnapshotMeta));
     tSigned.insert(u"signed_at"_s, QDateTime::currentDateTimeUtc().toString(Qt::ISODate));
+    tSigned.insert(u"targets_version"_s, pTargetsVersion);
     return tuf::signMetadata(tSigned, pKeys);
 }
 

@@ -23,7 +23,7 @@ QByteArray makeTargets(qint64 pVersion, const QDateTime& pExpires, const QJsonOb
 QByteArray makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargetsMeta,
                         const QList<tuf::SigningKey>& pKeys);
 QByteArray makeTimestamp(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pSnapshotMeta,
-                         const QList<tuf::SigningKey>& pKeys);
+                         qint64 pTargetsVersion, const QList<tuf::SigningKey>& pKeys);
 
 // The entry for this file in the file above it: "version", "length", "hashes".
 QJsonObject metaOf(qint64 pVersion, const QByteArray& pFile);

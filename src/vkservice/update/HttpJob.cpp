@@ -117,8 +117,6 @@ bool HttpJob::begin(CURLM* pMulti)
     }
     if (const QByteArray tRange = rangeToAsk(); !tRange.isEmpty()) {
         curl_easy_setopt(mHandle, CURLOPT_RANGE, tRange.constData());
-        // The parts of a file share a connection, if the server can do that.
-        curl_easy_setopt(mHandle, CURLOPT_PIPEWAIT, 1L);
     }
     if (!mTransfer.mKnown.mEtag.isEmpty()) {
         mHeaders = curl_slist_append(mHeaders, ("If-None-Match: " + mTransfer.mKnown.mEtag).constData());
@@ -221,6 +219,9 @@ long HttpJob::status() const
 bool HttpJob::end(CURLcode pResult)
 {
     const bool tDone = judge(pResult, status());
+    long tVersion = CURL_HTTP_VERSION_NONE;
+    curl_easy_getinfo(mHandle, CURLINFO_HTTP_VERSION, &tVersion);
+    mSharesConnection = tVersion >= CURL_HTTP_VERSION_2_0;
     finish();
     return tDone;
 }

@@ -35,6 +35,8 @@ public:
     void giveUp(const QString& pWhy);
     bool isPart() const { return mTransfer.mPart.has_value(); }
     bool hasNoParts() const { return mTransfer.mHasNoParts; }
+    // True behind the end of an attempt that others could share the connection of.
+    bool sharesConnection() const { return mSharesConnection; }
     // Fails a part because the server only sends whole files.
     void refusePart();
 
@@ -67,6 +69,7 @@ private:
     int mAttempts = 0;
     int mRestarts = 0;
     qint64 mFurthest;
+    bool mSharesConnection = false;
 
     // State of the current attempt.
     qint64 mOffset = 0;  // the position that the request asked for, in what the sink gets

@@ -45,6 +45,9 @@ bool HttpSettings::apply(CURL* pHandle) const
     curl_easy_setopt(pHandle, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(pHandle, CURLOPT_USERAGENT, "vkservice");
     curl_easy_setopt(pHandle, CURLOPT_PATH_AS_IS, 1L);
+    // All files share a connection, if the server can do that: its certificates have more bytes than many a
+    // file.
+    curl_easy_setopt(pHandle, CURLOPT_PIPEWAIT, 1L);
     curl_easy_setopt(pHandle, CURLOPT_PROTOCOLS_STR, "https");
     curl_easy_setopt(pHandle, CURLOPT_REDIR_PROTOCOLS_STR, "https");
     curl_easy_setopt(pHandle, CURLOPT_FOLLOWLOCATION, 1L);

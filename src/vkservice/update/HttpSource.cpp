@@ -7,6 +7,7 @@
 #include "update/Sink.h"
 
 #include <algorithm>
+#include <limits>
 #include <list>
 #include <memory>
 
@@ -38,11 +39,17 @@ public:
         : mMulti(pMulti), mSettings(pSettings), mRateLimit(pSettings.mBytesPerSecond),
           mRateFloor(pSettings.mLeastBytesPerSecond,
                      std::chrono::seconds(pSettings.mPatience.mRatePeriodSeconds)),
-          mDeadline(Clock::time_point::max())
+          mDeadline(Clock::time_point::max()), mMostActive(static_cast<size_t>(pSettings.mParallel))
     {
     }
 
-    void setDeadline(Clock::time_point pDeadline) { mDeadline = pDeadline; }
+    // Small files, all at once.
+    void takeMetadata(Clock::time_point pDeadline)
+    {
+        mDeadline = pDeadline;
+        mMostActive = std::numeric_limits<size_t>::max();
+    }
+    bool sharesConnection() const { return mSharesConnection; }
 
     void add(Transfer& pTransfer)
     {
@@ -84,7 +91,7 @@ private:
                 mWaiting.erase(tJob);
                 continue;
             }
-            if (mActive.size() >= static_cast<size_t>(mSettings.mParallel)) {
+            if (mActive.size() >= mMostActive) {
                 break;
             }
             if ((*tJob)->notBefore() > tNow) {
@@ -151,6 +158,7 @@ private:
                                            [tHandle](const auto& pJob) { return pJob->handle() == tHandle; });
             if ((*tJob)->end(tResult)) {
                 mHasNoParts = mHasNoParts || (*tJob)->hasNoParts();
+                mSharesConnection = mSharesConnection || (*tJob)->sharesConnection();
                 mActive.erase(tJob);
             } else {
                 mWaiting.splice(mWaiting.end(), mActive, tJob);
@@ -165,9 +173,11 @@ private:
     RateLimit mRateLimit;
     RateFloor mRateFloor;
     Clock::time_point mDeadline;
+    size_t mMostActive;
     JobList mWaiting;
     JobList mActive;
     bool mHasNoParts = false; // the server has said so
+    bool mSharesConnection = false;
 };
 
 HttpSource::HttpSource(const ServerAccess& pServer, const RunRequest& pRequest)
@@ -190,12 +200,13 @@ void HttpSource::run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pA
                      [](const Transfer* pTransfer) { return pTransfer->mSink->isResumable(); });
     Loop tLoop(mMulti, mSettings);
     if (tIsMetadata) {
-        tLoop.setDeadline(tBegin + mMetadataTime);
+        tLoop.takeMetadata(tBegin + mMetadataTime);
     }
     for (Transfer* tTransfer : pTransfers) {
         tLoop.add(*tTransfer);
     }
     tLoop.run(pAbort);
+    mSharesConnection = mSharesConnection || tLoop.sharesConnection();
     if (tIsMetadata) {
         mMetadataTime -= Loop::Clock::now() - tBegin;
     }

@@ -16,12 +16,14 @@ public:
     ~HttpSource() override;
 
     void run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pAbort) override;
+    bool sharesConnection() const override { return mSharesConnection; }
 
 private:
     class Loop;
 
     HttpSettings mSettings;
     CURLM* mMulti;
+    bool mSharesConnection = false;
     std::chrono::steady_clock::duration mMetadataTime; // the rest of it
 };
 

@@ -7,6 +7,8 @@
 #include "update/Plan.h"
 #include "update/Reporter.h"
 
+#include <QtCore/QHash>
+
 #include <algorithm>
 #include <atomic>
 #include <thread>
@@ -97,8 +99,31 @@ void Preparation::unpackOne(PlannedPackage* pPackage, const QString& pArchive, W
     packages::Unpacker tUnpacker(mFileSystem, &mAbort);
     pPackage->mFailure =
         (tUnpacker.unpack(pArchive, tFolder, tLimits, [this](qint64 pBytes) { mReporter.advance(pBytes); }));
+    pPackage->mIsStaged = !pPackage->mFailure;
     if (pPackage->mFailure.mKind == Failure::Kind::NoSpace) {
         pWork->mStop = true;
+    }
+}
+
+void Preparation::takeOver(const Plan& pEarlier, const packages::PackageFolders& pFolders, Plan* pPlan)
+{
+    QHash<QString, const PlannedPackage*> tStaged;
+    for (const PlannedPackage& tPackage : pEarlier.mPackages) {
+        if (tPackage.mIsStaged) {
+            tStaged.insert(tPackage.folder(pFolders), &tPackage);
+        }
+    }
+    for (PlannedPackage& tPackage : pPlan->mPackages) {
+        const PlannedPackage* tEarlier = tStaged.value(tPackage.folder(pFolders));
+        if (tEarlier == nullptr) {
+            continue;
+        }
+        // It may have none, because it turned out to be wrong.
+        const auto& tIndex = tEarlier->mOffer.mInfo.mIndex;
+        if (!tIndex || tIndex == tPackage.mOffer.mInfo.mIndex) {
+            tPackage.mOffer.mInfo.mIndex = tIndex;
+            tPackage.mIsStaged = true;
+        }
     }
 }
 

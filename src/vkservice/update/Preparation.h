@@ -31,6 +31,8 @@ public:
     // a failure of this machine or an abort, and ends the run.
     Failure unpack(Plan* pPlan, const std::function<QString(const Offer&)>& pArchiveOf);
 
+    // Marks what an earlier plan of this run has staged.
+    static void takeOver(const Plan& pEarlier, const packages::PackageFolders& pFolders, Plan* pPlan);
     static QList<packages::StagedPackage> staged(const Plan& pPlan, const packages::PackageFolders& pFolders);
 
 private:

@@ -108,7 +108,7 @@ RunResult Run::run()
         return allServersFailed();
     }
     if (!tBest->mPlan.mPackages.isEmpty() || mWorkplace.needsNewGeneration()) {
-        if (const Failure tFailure = installPackages(tBest.get())) {
+        if (const Failure tFailure = installPackages(&tBest)) {
             return failed(tFailure);
         }
     }
@@ -117,13 +117,13 @@ RunResult Run::run()
 
 Failure Run::findPackages(std::unique_ptr<Attempt>* pBest)
 {
-    for (qsizetype tIndex = 0; tIndex < mRequest.mServers.size(); ++tIndex) {
-        const ServerAccess& tServer = mRequest.mServers.at(tIndex);
-        const bool tIsLast = tIndex + 1 == mRequest.mServers.size();
+    while (mNextServer < mRequest.mServers.size()) {
+        const ServerAccess& tServer = mRequest.mServers.at(mNextServer++);
+        const bool tIsLast = mNextServer == mRequest.mServers.size();
         auto tAttempt = std::make_unique<Attempt>();
         Failure tFailure = askServer(tServer, &tAttempt);
         if (!tFailure) {
-            tFailure = fetchPackages(tAttempt.get());
+            tFailure = fetchPackages(tAttempt.get(), pBest->get());
         }
         if (tFailure && !mayAskAnotherServer(tFailure)) {
             return tFailure;
@@ -177,14 +177,18 @@ void Run::findLostIndexes()
     }
 }
 
-Failure Run::fetchPackages(Attempt* pAttempt)
+Failure Run::fetchPackages(Attempt* pAttempt, const Attempt* pEarlier)
 {
     Plan& tPlan = pAttempt->mPlan;
+    if (pEarlier != nullptr) {
+        Preparation::takeOver(pEarlier->mPlan, mWorkplace.folders(), &tPlan);
+    }
     mDownloads.keep(tPlan);
     pAttempt->mSupply = std::make_unique<Supply>(SupplyParts{.mFileSystem = mFileSystem,
                                                              .mFolders = mWorkplace.folders(),
                                                              .mInstalled = mWorkplace.installed(),
                                                              .mDownloads = mDownloads,
+                                                             .mBudget = mBudget,
                                                              .mIndexes = mIndexes,
                                                              .mReporter = mReporter,
                                                              .mAbort = mAbort},
@@ -212,16 +216,14 @@ void Run::serverFailed(const QString& pServer, const Failure& pFailure, bool pIs
     }
 }
 
-Failure Run::installPackages(Attempt* pAttempt)
+Failure Run::installPackages(std::unique_ptr<Attempt>* pAttempt)
 {
-    Plan* tPlan = &pAttempt->mPlan;
-    mReporter.setFailedCount(tPlan->failedCount());
-    if (tPlan->failedCount() < tPlan->mPackages.size()) {
-        if (const Failure tFailure = prepare(pAttempt)) {
-            warn(mWorkplace.tidyUp()); // at once: unpacked packages may be what fills the disk
-            return tFailure;
-        }
+    mReporter.setFailedCount((*pAttempt)->mPlan.failedCount());
+    if (const Failure tFailure = prepareFromAny(pAttempt)) {
+        warn(mWorkplace.tidyUp()); // at once: unpacked packages may be what fills the disk
+        return tFailure;
     }
+    const Plan* tPlan = &(*pAttempt)->mPlan;
     if (!tPlan->mPackages.isEmpty() && tPlan->failedCount() == tPlan->mPackages.size()) {
         warn(mWorkplace.tidyUp());
         QString tWarning;
@@ -245,11 +247,42 @@ Failure Run::waitAndSwitch(const Plan& pPlan)
     return tFailure ? tFailure : switchToNew(pPlan);
 }
 
+// Files of this machine that are not as they were installed make a server send more. If it fails then, the
+// next one may have it.
+Failure Run::prepareFromAny(std::unique_ptr<Attempt>* pAttempt)
+{
+    const auto tHasWork = [](const Attempt& pOf) {
+        return !pOf.mIsPrepared && pOf.mPlan.failedCount() < pOf.mPlan.mPackages.size();
+    };
+    while (tHasWork(**pAttempt)) {
+        if (const Failure tFailure = prepare(pAttempt->get())) {
+            return tFailure;
+        }
+        const Failure tServersFault = serversFault((*pAttempt)->mPlan);
+        if (!tServersFault || mNextServer == mRequest.mServers.size()) {
+            return {};
+        }
+        serverFailed((*pAttempt)->mSession->label(), tServersFault, false);
+        if (const Failure tFailure = findPackages(pAttempt)) {
+            return tFailure;
+        }
+    }
+    return {};
+}
+
 Failure Run::prepare(Attempt* pAttempt)
 {
     Plan* tPlan = &pAttempt->mPlan;
-    if (const Failure tFailure =
-            mWorkplace.generations().announce(newPackages(*tPlan, mWorkplace.folders()))) {
+    pAttempt->mIsPrepared = true;
+    QSet<QString> tStaged;
+    for (const PlannedPackage& tPackage : std::as_const(tPlan->mPackages)) {
+        if (tPackage.mIsStaged) {
+            tStaged.insert(tPackage.folder(mWorkplace.folders()));
+        }
+    }
+    QList<packages::InstalledPackage> tNew = newPackages(*tPlan, mWorkplace.folders());
+    tNew.removeIf([&tStaged](const auto& pNew) { return tStaged.contains(pNew.mFolder); });
+    if (const Failure tFailure = mWorkplace.generations().announce(tNew)) {
         return tFailure;
     }
     Failure tFailure = pAttempt->mSupply->prepare();
@@ -400,6 +433,7 @@ RunResult Run::finish(Attempt* pAttempt)
         return {failedPackagesCode(tPlan), failedPackagesText(tPlan), tInstalled};
     }
     mDownloads.clear();
+    forgetOldIndexes(); // a run that was cut off behind its switch may have left some
     if (!tPlan.mBeyondRepair.isEmpty()) {
         const QString tText = beyondRepairText(tPlan.mBeyondRepair);
         mReporter.error(tText, {});

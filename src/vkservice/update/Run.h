@@ -6,6 +6,7 @@
 #include "update/RunRequest.h"
 #include "update/ServerSession.h"
 #include "update/Supply.h"
+#include "update/supply/Budget.h"
 #include "update/Workplace.h"
 
 #include <memory>
@@ -41,6 +42,7 @@ private:
         std::unique_ptr<ServerSession> mSession;
         Plan mPlan;
         std::unique_ptr<Supply> mSupply;
+        bool mIsPrepared = false;
     };
     struct ServerTrouble
     {
@@ -48,15 +50,16 @@ private:
         Failure mFailure;
     };
 
-    // Asks the servers in order until one has everything; else selects the one that has most. If *pBest has
-    // no value, mServerTroubles holds the reasons.
+    // Asks the servers that were not asked yet in order until one has everything; else selects the one that
+    // has most. If *pBest has no value, mServerTroubles holds the reasons.
     Failure findPackages(std::unique_ptr<Attempt>* pBest);
     Failure askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pAttempt);
     void findLostIndexes();
-    Failure fetchPackages(Attempt* pAttempt);
+    Failure fetchPackages(Attempt* pAttempt, const Attempt* pEarlier);
     void serverFailed(const QString& pServer, const Failure& pFailure, bool pIsLast);
 
-    Failure installPackages(Attempt* pAttempt);
+    Failure installPackages(std::unique_ptr<Attempt>* pAttempt);
+    Failure prepareFromAny(std::unique_ptr<Attempt>* pAttempt);
     Failure prepare(Attempt* pAttempt);
     Failure waitAndSwitch(const Plan& pPlan);
     packages::Manifest nextGeneration(const Plan& pPlan);
@@ -79,6 +82,8 @@ private:
     Workplace mWorkplace;
     Downloads mDownloads;
     trees::IndexStore mIndexes;
+    Budget mBudget;
+    qsizetype mNextServer = 0;
     QList<packages::InstalledPackage> mLostIndexes; // of these the index is missing or damaged
     std::vector<ServerTrouble> mServerTroubles;
     qint64 mInstalledBytes = 0; // of archives

@@ -8,6 +8,9 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QUrl>
 
+#include <deque>
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkservice::update {
@@ -29,7 +32,7 @@ Failure metadataFailure(const Failure& pFailure)
 
 } // namespace
 
-// Gets the metadata. Uses the timestamp that was already fetched to check for changes.
+// Gets the metadata, and remembers the timestamp as it came last.
 class ServerSession::MetadataFetcher : public tuf::Fetcher
 {
 public:
@@ -37,28 +40,26 @@ public:
 
     Failure askTimestamp(const Validators& pKnown)
     {
-        MemorySink tSink(sMaxTimestampLength);
-        Transfer tTransfer{sMetadataFolder + sTimestampFile, &tSink, pKnown, {}, false, {}};
-        mSource.run({&tTransfer}, mAbort);
-        mNotModified = tTransfer.mNotModified;
-        mHasTimestamp = !tTransfer.mFailure && !mNotModified;
-        mTimestamp = tSink.bytes();
-        mValidators = tTransfer.mValidators;
-        return tTransfer.mFailure;
+        QList<tuf::FetchedFile> tFiles{{.mPath = sTimestampFile, .mMaxLength = sMaxTimestampLength}};
+        get(&tFiles, pKnown);
+        return tFiles.first().mFailure;
     }
 
     Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override
     {
-        if (pPath == sTimestampFile) {
-            const Failure tFailure = mHasTimestamp ? Failure() : askTimestamp({});
-            *pTo = mTimestamp;
-            return metadataFailure(tFailure);
+        QList<tuf::FetchedFile> tFiles{{.mPath = pPath, .mMaxLength = pMaxLength}};
+        get(&tFiles, {});
+        *pTo = tFiles.first().mBytes;
+        return tFiles.first().mFailure;
+    }
+
+    bool fetchTogether(QList<tuf::FetchedFile>* pFiles) override
+    {
+        if (!mSource.sharesConnection()) {
+            return false;
         }
-        MemorySink tSink(pMaxLength);
-        Transfer tTransfer{sMetadataFolder + pPath, &tSink, {}, {}, false, {}};
-        mSource.run({&tTransfer}, mAbort);
-        *pTo = tSink.bytes();
-        return metadataFailure(tTransfer.mFailure);
+        get(pFiles, {});
+        return true;
     }
 
     bool notModified() const { return mNotModified; }
@@ -66,9 +67,31 @@ public:
     const Validators& validators() const { return mValidators; }
 
 private:
+    void get(QList<tuf::FetchedFile>* pFiles, const Validators& pKnown)
+    {
+        std::deque<MemorySink> tSinks;
+        std::deque<Transfer> tTransfers;
+        QList<Transfer*> tToDo;
+        for (const tuf::FetchedFile& tFile : std::as_const(*pFiles)) {
+            tSinks.emplace_back(tFile.mMaxLength);
+            tTransfers.push_back({sMetadataFolder + tFile.mPath, &tSinks.back(), pKnown, {}, false, {}});
+            tToDo.append(&tTransfers.back());
+        }
+        mSource.run(tToDo, mAbort);
+        for (size_t i = 0; i < tTransfers.size(); ++i) {
+            tuf::FetchedFile& tFile = (*pFiles)[static_cast<qsizetype>(i)];
+            tFile.mBytes = tSinks[i].bytes();
+            tFile.mFailure = metadataFailure(tTransfers[i].mFailure);
+            if (tFile.mPath == sTimestampFile) {
+                mNotModified = tTransfers[i].mNotModified;
+                mTimestamp = tFile.mFailure ? QByteArray() : tFile.mBytes;
+                mValidators = tTransfers[i].mValidators;
+            }
+        }
+    }
+
     Source& mSource;
     const os::AbortFlag& mAbort;
-    bool mHasTimestamp = false;
     bool mNotModified = false;
     QByteArray mTimestamp;
     Validators mValidators;
@@ -105,23 +128,20 @@ Failure ServerSession::open(QStringList* pWarnings)
     }
     mNote.emplace(mFileSystem, mTrust, mServer.mUri);
     MetadataFetcher tFetcher(*mSource, mAbort);
-    if (mNote->isComplete(mState)) {
-        if (const Failure tFailure = tFetcher.askTimestamp(mNote->timestampValidators())) {
-            return tFailure;
-        }
-        mNothingNew = tFetcher.notModified() || mNote->isTimestamp(tFetcher.timestamp());
-        if (mNothingNew) {
-            return {};
-        }
+    const bool tIsComplete = mNote->isComplete(mState);
+    if (const Failure tFailure =
+            tFetcher.askTimestamp(tIsComplete ? mNote->timestampValidators() : Validators())) {
+        return tFailure;
     }
-    return refresh(tFetcher, pWarnings);
+    mNothingNew = tIsComplete && (tFetcher.notModified() || mNote->isTimestamp(tFetcher.timestamp()));
+    return mNothingNew ? Failure() : refresh(tFetcher, pWarnings);
 }
 
 Failure ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings)
 {
     tuf::Updater tUpdater(mFileSystem, mTrust.path(), pFetcher, QDateTime::currentDateTimeUtc());
     QList<tuf::TargetFile> tTargets;
-    Failure tFailure = tUpdater.refresh();
+    Failure tFailure = tUpdater.refresh(pFetcher.timestamp());
     if (!tFailure) {
         tFailure = tUpdater.allTargets(&tTargets);
     }

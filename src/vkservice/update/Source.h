@@ -61,6 +61,8 @@ public:
     // Gets all of the files, or stores the failure in each transfer; returns early when pAbort is set.
     // Retries each file a few times if that can help.
     virtual void run(const QList<Transfer*>& pTransfers, const os::AbortFlag& pAbort) = 0;
+    // True once it is known that several files come in the time of one, over the same connection.
+    virtual bool sharesConnection() const { return false; }
 };
 
 // For a server with an https or file address. Null, with the reason in *pReason, for others.

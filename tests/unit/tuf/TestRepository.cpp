@@ -132,6 +132,9 @@ QJsonObject TestRepository::timestampJson() const
     if (mSignedAt.isValid()) {
         tSigned.insert(q("signed_at"), mSignedAt.toString(Qt::ISODate));
     }
+    if (mStatedTargets != 0) {
+        tSigned.insert(q("targets_version"), mStatedTargets);
+    }
     return tSigned;
 }
 
@@ -196,4 +199,14 @@ Failure TestRepository::fetch(const QString& pPath, qint64 pMaxLength, QByteArra
     // Also returns what is too long: the client must not rely on its fetcher.
     *pTo = mFiles[pPath];
     return {};
+}
+
+bool TestRepository::fetchTogether(QList<FetchedFile>* pFiles)
+{
+    ++mTogether;
+    for (FetchedFile& tFile : *pFiles) {
+        tFile.mFailure = fetch(tFile.mPath, tFile.mMaxLength, &tFile.mBytes);
+        tFile.mBytes.replace(0, mSpoilTogether ? 1 : 0, "");
+    }
+    return true;
 }

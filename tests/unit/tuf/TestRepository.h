@@ -60,12 +60,16 @@ public:
                   bool pTerminating = false);
 
     tarn::Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo) override;
+    bool fetchTogether(QList<tarn::tuf::FetchedFile>* pFiles) override;
 
     QMap<QString, Role> mRoles;
     QMap<QString, QJsonObject> mStated; // path of a target -> false metadata for it
     bool mConsistentSnapshot = true;
     bool mHashesInMeta = true;
     QDateTime mSignedAt;               // of the timestamp; invalid: not stated
+    qint64 mStatedTargets = 0;         // version in the timestamp; 0: not stated
+    int mTogether = 0;                 // how often several files were asked for at once
+    bool mSpoilTogether = false;       // changes them
     QMap<QString, QByteArray> mFiles;  // what is served: path -> content
     QStringList mRequests;             // paths, in order
     QMap<QString, qint64> mMaxLengths; // path -> the maximum length that the client requested

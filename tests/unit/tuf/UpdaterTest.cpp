@@ -247,6 +247,72 @@ TEST_F(UpdaterTest, TellsTheFetcherHowMuchItTakes)
     EXPECT_EQ(tTarget->mFetchPath, q("hello"));
 }
 
+TEST_F(UpdaterTest, AsksAheadForWhatTheTimestampNames)
+{
+    mRepository.mStatedTargets = 2;
+    mRepository.publish();
+    EXPECT_GOOD(refresh());
+    EXPECT_EQ(requests(), "2.root.json, timestamp.json, 2.snapshot.json, 2.targets.json");
+    EXPECT_EQ(mRepository.mTogether, 1);
+
+    const auto tRefreshKnowing = [this] { // the timestamp
+        mRepository.mRequests.clear();
+        mRepository.mTogether = 0;
+        mUpdater.emplace(tarn::os::realFileSystem(), mDir, mRepository, mNow, mLimits);
+        return mUpdater->refresh(mRepository.mFiles[q("timestamp.json")]);
+    };
+    const QByteArray tOther(mLimits.mTargetsLength + 1, ' ');
+    const std::tuple<qint64, QByteArray, const char*> sCases[] = {
+        // The version that the timestamp states, what the server first sends as 4.targets.json, and what is
+        // asked for behind root and snapshot.
+        {0, {}, ", 3.targets.json"},
+        {3, {}, ", 3.targets.json"},
+        {2, {}, ", 3.targets.json"},
+        {4, {}, ", 4.targets.json, 3.targets.json"},
+        {4, tOther, ", 4.targets.json, 3.targets.json"}, // too long
+    };
+    for (const auto& [tStated, tFile, tBehind] : sCases) {
+        SCOPED_TRACE(testing::Message() << tStated << ' ' << tFile.size());
+        const QTemporaryDir tKeep;
+        for (const QString& tName : QDir(mDir).entryList(QDir::Files)) {
+            QFile::copy(mDir + u'/' + tName, tKeep.filePath(tName));
+        }
+        const TestRepository tBefore = mRepository;
+        mRepository.mStatedTargets = tStated;
+        mRepository.publish();
+        if (!tFile.isEmpty()) {
+            mRepository.mFiles[q("4.targets.json")] = tFile;
+        }
+        EXPECT_GOOD(tRefreshKnowing());
+        EXPECT_EQ(requests(), "2.root.json, 3.snapshot.json" + std::string(tBehind));
+        EXPECT_EQ(mRepository.mTogether, 1);
+        EXPECT_EQ(stored(), "root 1, snapshot 3, targets 3, timestamp 3");
+        mRepository = tBefore;
+        for (const QString& tName : QDir(mDir).entryList(QDir::Files)) {
+            QFile::remove(mDir + u'/' + tName);
+            QFile::copy(tKeep.filePath(tName), mDir + u'/' + tName);
+        }
+    }
+
+    // What was damaged when it came too early is asked for again in its turn.
+    mRepository.mStatedTargets = 3;
+    mRepository.publish();
+    mRepository.mSpoilTogether = true;
+    EXPECT_GOOD(tRefreshKnowing());
+    EXPECT_EQ(requests(), "2.root.json, 3.snapshot.json, 3.targets.json, 3.snapshot.json, 3.targets.json");
+
+    // By the word of the new root alone.
+    mRepository.mSpoilTogether = false;
+    mRepository.mStatedTargets = 4;
+    mRepository.mRoles[sTimestampRole].mKeys = {TestRepository::newKey()};
+    const QByteArray tOld = mRepository.mFiles[q("timestamp.json")];
+    mRepository.publishRoot();
+    mRepository.publish();
+    mRepository.mRequests.clear();
+    EXPECT_GOOD(mUpdater->refresh(tOld));
+    EXPECT_EQ(requests(), "2.root.json, 3.root.json, timestamp.json, 4.snapshot.json, 4.targets.json");
+}
+
 // Every file operation of a refresh that follows a key rotation fails in turn.
 TEST_F(UpdaterTest, AnyFailureOfTheDiskIsReportedAndMadeGoodByTheNextRun)
 {

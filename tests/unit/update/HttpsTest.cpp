@@ -71,7 +71,7 @@ TEST_F(HttpsTest, UpdatesAndThenAsksForOneSmallFile)
     run(ResultSuccess);
     expectInstalled();
     EXPECT_EQ(text(mServer.requests().filter(q("metadata"))),
-              "GET /metadata/2.root.json 404 -\nGET /metadata/timestamp.json 200 -\n"
+              "GET /metadata/timestamp.json 200 -\nGET /metadata/2.root.json 404 -\n"
               "GET /metadata/1.snapshot.json 200 -\nGET /metadata/1.targets.json 200 -");
     EXPECT_EQ(mServer.requests().size(), 7);
 
@@ -85,6 +85,26 @@ TEST_F(HttpsTest, UpdatesAndThenAsksForOneSmallFile)
     EXPECT_EQ(mMachine.run().mInstalledCount, 1);
     EXPECT_EQ(mServer.requests().filter(q("timestamp")).size(), 1);
     EXPECT_EQ(mServer.requests().filter(q("/targets/")).size(), 1);
+}
+
+// No file is asked for twice or in vain.
+TEST_F(HttpsTest, AsksAheadOverAConnectionThatFilesShare)
+{
+    mServer.useHttp2();
+    ASSERT_TRUE(mServer.start());
+    age(mRepository.path(q("metadata/timestamp.json")));
+    run(ResultSuccess);
+    run(ResultSuccess);
+    mRepository.mStatedTargets = 2;
+    package("lib").mVersion = q("2.0");
+    publish();
+    mServer.forgetRequests();
+    run(ResultSuccess);
+    expectInstalled();
+    QStringList tRequests = mServer.requests().filter(q("metadata"));
+    tRequests.sort();
+    EXPECT_EQ(text(tRequests), "GET /metadata/2.root.json 404 -\nGET /metadata/2.snapshot.json 200 -\n"
+                               "GET /metadata/2.targets.json 200 -\nGET /metadata/timestamp.json 200 -");
 }
 
 // A server that distinguishes files by time in seconds and size must not hide a second publication within one

@@ -89,6 +89,7 @@ struct Interruption
     // With the folders of a version without markers, and a new data folder beside the old one.
     bool mBeforeMarkers = false;
     PackageRepository::Beside mBeside = PackageRepository::Beside::Nothing;
+    int mStep = 1; // comes at the first operation, and then at every one that is so much later
 };
 
 using Kind = Interruption::Kind;
@@ -192,7 +193,7 @@ TEST_P(InterruptedRunTest, LeavesOldOrNewWhereverItComes)
     }
     run(ResultSuccess);
     int tCount = 1;
-    for (bool tCame = true; tCame && !HasFailure(); ++tCount) {
+    for (bool tCame = true; tCame && !HasFailure(); tCount += GetParam().mStep) {
         SCOPED_TRACE(tCount);
         const FileMap tBefore = mMachine.currentFiles();
         publishNext();
@@ -222,7 +223,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Interruption{"BadDiskInDelta", Kind::Error, EIO, false, Beside::IndexAndDelta},
                     Interruption{"AbortInRanges", Kind::Abort, 0, false, Beside::Index},
                     Interruption{"KillInRanges", Kind::Kill, 0, false, Beside::Index},
-                    Interruption{"KillInDelta", Kind::Kill, 0, false, Beside::IndexAndDelta}),
+                    Interruption{"KillInDelta", Kind::Kill, 0, false, Beside::IndexAndDelta},
+                    Interruption{"PowerCutInDelta", Kind::PowerCut, 0, false, Beside::IndexAndDelta, 2}),
     [](const auto& pInfo) { return std::string(pInfo.param.mName); });
 
 namespace {

@@ -160,3 +160,36 @@ TEST_F(SupplyTest, TakesTheCheapestWayThatWorks)
         }
     }
 }
+
+// The first server has the delta of the library, but not its archive, which a changed file makes necessary.
+TEST_F(SupplyTest, TheNextServerHasWhatAnotherLackedAtTheSecondLook)
+{
+    mPackages.append({q("app"), q("1.0"), {{q("app.dat"), noise(5000, 3)}}});
+    mRepository.add(package("app"));
+    mRepository.publish();
+    run(ResultSuccess);
+    package("app").mVersion = q("2.0");
+    package("app").mFiles[q("app.dat")][7] = '!';
+    mRepository.remove(q("app"));
+    publishNext(Beside::IndexAndDelta);
+    changeByte(QFileInfo(mMachine.installed(q("lib/a/same"))).canonicalFilePath(), 5);
+    const QString tLacking = mMachine.path(q("lacking"));
+    QProcess::execute(q("cp"), {q("-a"), mRepository.path(), tLacking});
+    QFile::remove(tLacking + q("/targets/") + QFileInfo(mTargets.value(q("lib"))).fileName());
+    TestServer tServer(mRepository.path());
+    ASSERT_TRUE(tServer.start());
+    mMachine.request().mCaFile = tServer.caFile();
+    mMachine.setServers({QUrl::fromLocalFile(tLacking).toString(), tServer.uri()});
+    int tStaged = 0;
+    mMachine.fileSystem().mObserver = [&tStaged](int, const QByteArray& pOperation) {
+        tStaged += pOperation.startsWith("mkdir") && pOperation.contains("/.staging/app-") ? 1 : 0;
+    };
+    run(ResultSuccess);
+    mMachine.fileSystem().mObserver = nullptr;
+    expectInstalled();
+    EXPECT_EQ(tStaged, 1);
+    const QStringList tRequests = tServer.requests().filter(q("/targets/"));
+    EXPECT_EQ(tRequests.filter(q("?range 206")).size(), tRequests.size()) << text(tRequests);
+    EXPECT_EQ(tRequests.size(), 1);
+    EXPECT_EQ(mMachine.mMessages.filter(q("trying the next one")).size(), 1) << text(mMachine.mMessages);
+}

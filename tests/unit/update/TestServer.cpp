@@ -66,12 +66,13 @@ bool TestServer::start(bool pWait)
         "map $http_range $part { default '?range'; '' ''; }\n"
         "log_format short '$request_method $uri$part $status $remote_user';\naccess_log DIR/access.log "
         "short;\n"
-        "server { listen 127.0.0.1:PORT ssl; server_name localhost; root FOLDER;\n"
+        "server { listen 127.0.0.1:PORT ssl PROTOCOL; server_name localhost; root FOLDER;\n"
         "ssl_certificate DIR/cert.pem; ssl_certificate_key DIR/key.pem;\nMORE} }\n";
     writeFile(mDir.filePath(q("nginx.conf")),
               (::geteuid() == 0 ? "user root;\n" : "") + QByteArray(tConfiguration)
                                                              .replace("TEMPORARY", tTemporary)
                                                              .replace("PORT", QByteArray::number(mPort))
+                                                             .replace("PROTOCOL", mProtocol)
                                                              .replace("DIR", tDir)
                                                              .replace("FOLDER", mFolder.toUtf8())
                                                              .replace("MORE", mMore));

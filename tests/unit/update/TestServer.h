@@ -24,6 +24,8 @@ public:
     void setUser(const QByteArray& pUser, const QByteArray& pPassword);
     // To be called before start(): adds to the server's configuration.
     void addConfiguration(const QByteArray& pLines) { mMore += pLines; }
+    // To be called before start(): files can share a connection.
+    void useHttp2() { mProtocol = "http2"; }
     // Starts it and waits until it listens; may be called again after stop().
     bool start(bool pWait = true);
     void stop();
@@ -36,6 +38,7 @@ private:
     QString mFolder;
     quint16 mPort;
     QByteArray mMore;
+    QByteArray mProtocol;
     QProcess mProcess;
 };
 
