@@ -8,5 +8,9 @@ class CtlApplication;
 int status(CtlApplication& pApp);
 int verify(CtlApplication& pApp);
 int repair(CtlApplication& pApp);
+int hold(CtlApplication& pApp);
+int unhold(CtlApplication& pApp);
+int holds(CtlApplication& pApp);
+int channel(CtlApplication& pApp);
 
 } // namespace tarn::vkctl

@@ -1,5 +1,10 @@
 #include "commands/Commands.h"
 #include "CtlApplication.h"
+#include "LeftOut.h"
+
+#include "internal/Methods.h"
+
+using namespace Qt::StringLiterals;
 
 namespace tarn::vkctl {
 
@@ -12,10 +17,19 @@ int status(CtlApplication& pApp)
     if (!tReport) {
         return StatusFailed;
     }
+    // A service of an earlier version knows of none.
+    using vkcore::protocol::LeftOutPackages;
+    const LeftOutPackages tLeftOut =
+        pApp.call<LeftOutPackages>(vkcore::protocol::method::sGetLeftOut).value_or(LeftOutPackages());
     if (pApp.arguments().mIsJson) {
-        pApp.printJson(tReport->json());
+        QJsonObject tJson = tReport->json();
+        tJson.insert("leftOut"_L1, toJson(tLeftOut.mPackages));
+        pApp.printJson(tJson);
     } else {
         pApp.print(tReport->overview());
+        for (const QString& tLine : LeftOut::lines(tLeftOut)) {
+            pApp.print(tLine);
+        }
         if (tReport->hasDamage()) {
             pApp.print(tReport->damage());
         }

@@ -23,6 +23,7 @@ namespace process {
 class ServiceApplication;
 }
 namespace store {
+class HoldTable;
 class ServerTable;
 class Settings;
 } // namespace store
@@ -50,6 +51,15 @@ struct PackageParts
     control::VerifyControl& mVerifications;
 };
 void addPackageMethods(ipc::MethodTable& pTable, const PackageParts& pParts);
+
+// What the machine takes of what is offered.
+struct ChoiceParts
+{
+    store::HoldTable& mHolds;
+    store::Settings& mSettings;
+    control::StoreCare& mStore;
+};
+void addChoiceMethods(ipc::MethodTable& pTable, const ChoiceParts& pParts);
 
 struct SettingsParts
 {

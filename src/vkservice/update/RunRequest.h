@@ -1,6 +1,7 @@
 #pragma once
 
 #include "internal/Values.h"
+#include "update/Choices.h"
 #include "values/ResultCode.h"
 
 #include <vkcore/NetProxy.h>
@@ -8,6 +9,8 @@
 #include <QtCore/QList>
 #include <QtCore/QSet>
 #include <QtCore/QString>
+
+#include <optional>
 
 namespace tarn::vkservice::update {
 
@@ -50,6 +53,7 @@ struct RunRequest
     qint64 mBytesPerSecond = 0;         // 0: no limit
     qint64 mLeastBytesPerSecond = 5000; // the run leaves a slower server for the next one; 0: no limit
     QSet<QString> mDamaged;             // folders of damaged packages, in manifest form
+    Choices mChoices;                   // which packages it takes
     QString mCaFile;                    // empty: the system's certificates
     Patience mPatience;
 };
@@ -61,6 +65,8 @@ struct RunResult
     ResultCode mCode = ResultNone;
     QString mText; // resultText, or more details
     int mInstalledCount = 0;
+    // What was offered and not taken; none if no server could be asked.
+    std::optional<QList<vkcore::protocol::LeftOutPackage>> mLeftOut = {};
 };
 
 } // namespace tarn::vkservice::update
