@@ -43,6 +43,7 @@ Script machine(const QByteArray& pPackages, const char* pFailure = "", const QBy
     return [=](ScriptedService& pService) {
         pService.answer("getPackages", pPackages);
         pService.answer("getVerification", verification(false, pFailure));
+        pService.answer("getLeftOut", R"({"packages":[]})");
         pService.onCall("startVerification", [&pService](Peer& pPeer, const QJsonObject&) {
             pPeer.reply("true");
             for (const bool tRunning : {false, true, false}) { // the first tells of an earlier one

@@ -29,8 +29,8 @@ class Judge
 {
 public:
     Judge(const QList<Offer>& pOffers, const Manifest& pInstalled, const Choices& pChoices,
-          const QDateTime& pNow)
-        : mOffers(pOffers), mChoices(pChoices), mNow(pNow), mVerdicts(pOffers.size())
+          const Wishes& pWishes, const QDateTime& pNow)
+        : mOffers(pOffers), mChoices(pChoices), mWishes(pWishes), mNow(pNow)
     {
         for (const InstalledPackage& tPackage : pInstalled.mPackages) {
             mInstalled.insert(tPackage.mInfo.mName, &tPackage);
@@ -47,16 +47,17 @@ public:
 
     QList<Verdict> run()
     {
-        for (qsizetype i = 0; i < mOffers.size(); ++i) {
-            mVerdicts[i] = lasting(mOffers[i]);
-        }
-        const QSet<QString> tUrgent = broughtByCritical();
-        for (qsizetype i = 0; i < mOffers.size(); ++i) {
-            if (isTaken(i) && !tUrgent.contains(mOffers[i].mInfo.mName)) {
-                mVerdicts[i] = ofPhase(mOffers[i]);
-            }
+        for (const Offer& tOffer : mOffers) {
+            mVerdicts.append(lasting(tOffer));
         }
         leaveOutDependents();
+        if (mChoices.mIsScheduled) {
+            const QList<Verdict> tByHand = mVerdicts;
+            applyPhases({});
+            const QSet<QString> tUrgent = broughtByCritical(tByHand);
+            mVerdicts = tByHand;
+            applyPhases(tUrgent);
+        }
         return mVerdicts;
     }
 
@@ -96,15 +97,40 @@ private:
     Verdict ofPhase(const Offer& pOffer) const
     {
         const packages::Release& tRelease = pOffer.mInfo.mRelease;
-        if (!mChoices.mIsScheduled || !tRelease.mPhase || tRelease.mIsCritical || isInstalled(pOffer)) {
+        if (!tRelease.mPhase || tRelease.mIsCritical || isInstalled(pOffer)) {
             return {};
         }
         const QDateTime tTurn = turnOf(*tRelease.mPhase, mChoices.mSeed);
         return mNow >= tTurn ? Verdict() : Verdict{Reason::Phase, {}, tTurn};
     }
 
-    // The names of the packages that critical ones require which this machine does not have yet.
-    QSet<QString> broughtByCritical() const
+    void applyPhases(const QSet<QString>& pUrgent)
+    {
+        for (qsizetype i = 0; i < mOffers.size(); ++i) {
+            if (isTaken(i) && !pUrgent.contains(mOffers[i].mInfo.mName)) {
+                mVerdicts[i] = ofPhase(mOffers[i]);
+            }
+        }
+        leaveOutDependents();
+    }
+
+    // True for a critical package that is new to this machine, which has nothing better in its phase.
+    bool isUrgent(const Offer& pOffer) const
+    {
+        const InstalledPackage* tPackage = mInstalled.value(pOffer.mInfo.mName);
+        if (!pOffer.mInfo.mRelease.mIsCritical || !isWished(pOffer.mInfo, mWishes) ||
+            (tPackage != nullptr && pOffer.mInfo.mVersion <= tPackage->mInfo.mVersion)) {
+            return false;
+        }
+        const QList<qsizetype> tSameName = mByName.value(pOffer.mInfo.mName);
+        return std::none_of(tSameName.begin(), tSameName.end(), [&](qsizetype pIndex) {
+            return isTaken(pIndex) && isWished(mOffers[pIndex].mInfo, mWishes) &&
+                   isBetter(mOffers[pIndex], pOffer);
+        });
+    }
+
+    // The names of all that urgent packages require. pByHand: the verdicts without phases.
+    QSet<QString> broughtByCritical(const QList<Verdict>& pByHand) const
     {
         QSet<QString> tNames;
         QStringList tToDo;
@@ -117,15 +143,13 @@ private:
             }
         };
         for (qsizetype i = 0; i < mOffers.size(); ++i) {
-            const InstalledPackage* tPackage = mInstalled.value(mOffers[i].mInfo.mName);
-            if (isTaken(i) && mOffers[i].mInfo.mRelease.mIsCritical &&
-                (tPackage == nullptr || mOffers[i].mInfo.mVersion > tPackage->mInfo.mVersion)) {
+            if (pByHand[i].mReason == Reason::None && isUrgent(mOffers[i])) {
                 tAdd(mOffers[i]);
             }
         }
         while (!tToDo.isEmpty()) {
             for (const qsizetype tIndex : mByName.value(tToDo.takeLast())) {
-                if (isTaken(tIndex)) {
+                if (pByHand[tIndex].mReason == Reason::None) {
                     tAdd(mOffers[tIndex]);
                 }
             }
@@ -172,6 +196,7 @@ private:
 
     const QList<Offer>& mOffers;
     const Choices& mChoices;
+    const Wishes& mWishes;
     QDateTime mNow;
     QHash<QString, const InstalledPackage*> mInstalled;
     QHash<QString, const Hold*> mHolds;
@@ -215,9 +240,9 @@ double placeOf(const QByteArray& pSeed, const QString& pPublication)
 }
 
 QList<Verdict> judge(const QList<Offer>& pOffers, const Manifest& pInstalled, const Choices& pChoices,
-                     const QDateTime& pNow)
+                     const Wishes& pWishes, const QDateTime& pNow)
 {
-    return Judge(pOffers, pInstalled, pChoices, pNow).run();
+    return Judge(pOffers, pInstalled, pChoices, pWishes, pNow).run();
 }
 
 } // namespace tarn::vkservice::update

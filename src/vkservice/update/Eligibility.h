@@ -3,6 +3,7 @@
 #include "packages/Manifest.h"
 #include "update/Choices.h"
 #include "update/Offers.h"
+#include "update/Selection.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QList>
@@ -40,6 +41,6 @@ double placeOf(const QByteArray& pSeed, const QString& pPublication);
 // but left out, and not installed, is left out as well. What a critical package brings along waits for no
 // phase either.
 QList<Verdict> judge(const QList<Offer>& pOffers, const packages::Manifest& pInstalled,
-                     const Choices& pChoices, const QDateTime& pNow);
+                     const Choices& pChoices, const Wishes& pWishes, const QDateTime& pNow);
 
 } // namespace tarn::vkservice::update

@@ -207,7 +207,7 @@ Plan makePlan(const QList<Offer>& pOffers, const Manifest& pInstalled, const Pac
               const Wishes& pWishes, const QSet<QString>& pDamaged, const Choices& pChoices,
               const QDateTime& pNow)
 {
-    const QList<Verdict> tVerdicts = judge(pOffers, pInstalled, pChoices, pNow);
+    const QList<Verdict> tVerdicts = judge(pOffers, pInstalled, pChoices, pWishes, pNow);
     QList<Offer> tTaken;
     for (qsizetype i = 0; i < pOffers.size(); ++i) {
         if (tVerdicts[i].mReason == Reason::None) {
