@@ -62,17 +62,15 @@ QStringList archivesOf(const QJsonObject& pTargets, const QString& pName,
     return tFound;
 }
 
-void setPhases(Record* pRecord, const QDateTime& pNow, std::optional<int> pDays)
+void setPhases(Record* pRecord, const QDateTime& pNow, int pDays)
 {
     QStringList tArchives = pRecord->mTargets.keys();
-    if (pDays != 0) {
-        tArchives.removeIf([pRecord](const QString& pArchive) { return !isNew(*pRecord, pArchive); });
-    }
     std::optional<Phase> tPhase;
-    if (pDays.value_or(0) > 0) {
+    if (pDays > 0) {
+        tArchives.removeIf([pRecord](const QString& pArchive) { return !isNew(*pRecord, pArchive); });
         tPhase = Phase{.mPublication = publicationId(*pRecord, pNow),
                        .mBegins = pNow,
-                       .mSeconds = *pDays * sSecondsPerDay};
+                       .mSeconds = pDays * sSecondsPerDay};
     }
     pRecord->mTargets = changed(pRecord->mTargets, tArchives, [&tPhase](packages::Release* pRelease) {
         pRelease->mPhase = pRelease->mIsCritical ? std::nullopt : tPhase;

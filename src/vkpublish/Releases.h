@@ -18,9 +18,8 @@ struct Record;
 QStringList archivesOf(const QJsonObject& pTargets, const QString& pName,
                        const std::optional<vkcore::Version>& pVersion);
 
-// For what the next publication offers for the first time. No pDays: nothing waits for a phase. 0: the phases
-// of everything end.
-void setPhases(Record* pRecord, const QDateTime& pNow, std::optional<int> pDays);
+// A phase of pDays for what the next publication offers for the first time; 0 ends the phases of everything.
+void setPhases(Record* pRecord, const QDateTime& pNow, int pDays);
 
 // The targets with these archives halted; one that is halted already stays as it is.
 QJsonObject halted(QJsonObject pTargets, const QStringList& pArchives, const QDateTime& pNow);

@@ -164,7 +164,8 @@ Failure writeIndex(const QString& pRepository, const PackResult& pPacked, Packag
 
 // Clients accept the same version again only with a later date. Sets one in the target if it differs from
 // pOld; an empty pOld is not a target. The same package keeps the deltas that lead to it, its halt and its
-// phase; in another channel, or critical from now on, it is still the same to machines that have it.
+// phase. In another channel, where its phase is over, or critical from now on, it is still the same to
+// machines that have it.
 void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTarget)
 {
     const std::optional<PackageInfo> tOld = infoOf(pOld);
@@ -172,6 +173,9 @@ void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTa
         return;
     }
     PackageInfo tSame = *tOld;
+    if (tSame.mRelease.mChannel != pInfo->mRelease.mChannel) {
+        tSame.mRelease.mPhase.reset();
+    }
     tSame.mRelease.mChannel = pInfo->mRelease.mChannel;
     tSame.mRelease.mIsCritical = pInfo->mRelease.mIsCritical;
     const QJsonObject tSameTarget = withInfo(pOld, tSame);

@@ -57,7 +57,7 @@ bool readJob(const CommandLine& pLine, Job* pTo)
 }
 
 // What was added or removed since the last publication stays for the next one.
-Failure halt(const CommandLine& pLine, const Job& pJob, QStringList* pArchives)
+Failure halt(const CommandLine& pLine, const Job& pJob, QStringList* pArchives, bool* pIsPublished)
 {
     os::FileSystem& tFileSystem = os::realFileSystem();
     KeyFolder tKeys(tFileSystem, pLine.keys());
@@ -79,7 +79,11 @@ Failure halt(const CommandLine& pLine, const Job& pJob, QStringList* pArchives)
     if (Failure tFailure = tKeys.save()) {
         return tFailure;
     }
+    if (tPublished.isEmpty()) {
+        return {}; // no machine has seen it
+    }
     Publication tPublication(tFileSystem, pLine.repository(), tKeys);
+    *pIsPublished = true;
     tPublication.offer(tOffered);
     if (Failure tFailure = tPublication.run(pJob.mTimes)) {
         return tFailure;
@@ -107,14 +111,16 @@ int cmdHalt(const QStringList& pArguments)
         return StatusUsage;
     }
     QStringList tArchives;
-    if (const Failure tFailure = halt(tLine, tJob, &tArchives)) {
+    bool tIsPublished = false;
+    if (const Failure tFailure = halt(tLine, tJob, &tArchives, &tIsPublished)) {
         complain(tFailure.mText);
         return StatusFailed;
     }
     for (const QString& tArchive : tArchives) {
         say((tJob.mIsLift ? u"Lifted the halt of %1"_s : u"Halted %1"_s).arg(tArchive));
     }
-    say(u"Published, valid until %1"_s.arg(tJob.mTimes.mExpires.toUTC().toString(Qt::ISODate)));
+    say(tIsPublished ? u"Published, valid until %1"_s.arg(tJob.mTimes.mExpires.toUTC().toString(Qt::ISODate))
+                     : u"It was not published yet; the next \"publish\" does that"_s);
     return StatusDone;
 }
 

@@ -122,7 +122,10 @@ Failure publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys)
     if (Failure tFailure = tDeltas.make(pJob.mDeltas)) {
         return tFailure;
     }
-    setPhases(&pKeys->mRecord, pJob.mTimes.mNow, pJob.mPhaseDays);
+    // Without the option, what an interrupted publication has set stays: machines may have seen it.
+    if (pJob.mPhaseDays) {
+        setPhases(&pKeys->mRecord, pJob.mTimes.mNow, *pJob.mPhaseDays);
+    }
     if (Failure tFailure = tPublication.run(pJob.mTimes)) {
         return tFailure;
     }

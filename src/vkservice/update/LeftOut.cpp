@@ -14,6 +14,8 @@ using vkcore::protocol::LeftOutPackage;
 
 namespace {
 
+constexpr qsizetype sMostEntries = 10000; // they have to fit into one answer
+
 bool isLeftOut(const Verdict& pVerdict)
 {
     return pVerdict.mReason != Reason::None && pVerdict.mReason != Reason::OtherChannel;
@@ -70,6 +72,9 @@ QList<LeftOutPackage> leftOut(const LeftOutParts& pParts)
     }
     QList<LeftOutPackage> tEntries;
     for (const qsizetype tIndex : std::as_const(tBest)) {
+        if (tEntries.size() == sMostEntries) {
+            break;
+        }
         tEntries.append(entry(pParts.mOffers[tIndex], pParts.mVerdicts[tIndex]));
     }
     return tEntries;

@@ -21,7 +21,8 @@ struct LeftOutParts
 };
 
 // The packages that this machine would install if nothing kept them back: for each name and reason the best
-// one that is better than what is chosen. Packages of other channels are not for this machine and not in it.
+// one that is better than what is chosen. At most 10000. Packages of other channels are not for this machine
+// and not in it.
 QList<vkcore::protocol::LeftOutPackage> leftOut(const LeftOutParts& pParts);
 // When the first phase reaches this machine; invalid: it waits for none.
 QDateTime nextTurn(const QList<Verdict>& pVerdicts);

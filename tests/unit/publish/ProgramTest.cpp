@@ -150,6 +150,8 @@ TEST_F(ProgramTest, HaltsAtOnceAndPublishesNothingElse)
     const QByteArray tList = run("list @r").mOut;
     EXPECT_TRUE(tList.contains("halted since 2")) << tList;
     EXPECT_EQ(tList.count("  new\n"), 1) << tList;
+    EXPECT_TRUE(run("halt @r new").mOut.contains("not published yet"));
+    succeed("halt @r new --lift");
     // Added again, the same bytes stay halted, and others are not.
     succeed("add @r @f --replace --name viewer --version 1.2 --title en=Viewer --title de=Betrachter "
             "--requires charts --executable bin/run --date 2026-03-01");
