@@ -1,4 +1,5 @@
 #include "Machine.h"
+#include "RawPeer.h"
 #include "Test.h"
 
 // What a machine takes of what is offered: holds, channels, halts and phases, with all real programs.
@@ -64,6 +65,12 @@ TEST_F(ChoicesTest, AMachineTakesWhatItsAdministratorAndItsPublisherLet)
 
     offer("4.0", {}, {"--phase-days", "300"});
     const auto tService = mMachine.startService();
+    RawPeer tPeer(mMachine.installation().socketPath());
+    RawPeer tMonitor(mMachine.installation().socketPath());
+    ASSERT_EQ(tMonitor.call("enterMonitorMode"), true);
+    EXPECT_EQ(tPeer.call("triggerUpdate", R"({"manual":false})"), true);
+    ASSERT_TRUE(tMonitor.waitForEvent("serviceStatusChanged", "status", 0));
+    vkctl({"status"}, "  viewer 4.0.0.0: waits for its phase until 2");
     mMachine.installation().publish({"halt", "viewer", "4.0"});
     update("No updates are available; 1 package was stopped by its publisher.", "3.0");
     mMachine.installation().publish({"halt", "viewer", "--lift"});
