@@ -26,7 +26,7 @@ void checkInfo(const PackageInfo& pInfo)
     }
 }
 
-// The packages of the manifest as offers to a machine that has the first of them.
+// The packages of the manifest as offers to a machine that has the first of them and holds the second.
 void plan(const Manifest& pManifest)
 {
     Manifest tInstalled;
@@ -36,7 +36,15 @@ void plan(const Manifest& pManifest)
         tOffers.append({tPackage.mInfo, {}});
     }
     const PackageFolders tFolders(u"/opt/vk"_s, QString());
-    const update::Plan tPlan = update::makePlan(tOffers, tInstalled, tFolders, {u"de"_s, u"en"_s});
+    update::Choices tChoices;
+    tChoices.mChannel = u"beta"_s;
+    tChoices.mIsScheduled = true;
+    if (tOffers.size() > 1) {
+        tChoices.mHolds.append({tOffers[1].mInfo.mName, {1, 2}, {}});
+    }
+    const QDateTime tNow(QDate(2026, 11, 25), QTime(12, 0), Qt::UTC);
+    const update::Plan tPlan =
+        update::makePlan(tOffers, tInstalled, tFolders, {u"de"_s, u"en"_s}, {}, tChoices, tNow);
     update::runRecords(tPlan);
     update::packagesAfter(tInstalled, tPlan, tFolders);
 }

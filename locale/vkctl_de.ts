@@ -74,6 +74,26 @@
         <source>List the installed updates, newest first</source>
         <translation>Listet die installierten Aktualisierungen auf, die neuesten zuerst</translation>
     </message>
+    <message>
+        <source>Keep a package as it is, or within the versions that begin so</source>
+        <translation>Belässt ein Paket, wie es ist, oder bei Versionen, die so beginnen</translation>
+    </message>
+    <message>
+        <source>End the hold of a package</source>
+        <translation>Gibt ein festgehaltenes Paket frei</translation>
+    </message>
+    <message>
+        <source>Show the held packages</source>
+        <translation>Zeigt die festgehaltenen Pakete</translation>
+    </message>
+    <message>
+        <source>Show or choose the channel; &quot;stable&quot; is the usual one</source>
+        <translation>Zeigt oder wählt den Kanal; „stable“ ist der übliche</translation>
+    </message>
+    <message>
+        <source>With &quot;hold&quot;: end the hold at this date</source>
+        <translation>Bei „hold“: hält nur bis zu diesem Datum fest</translation>
+    </message>
 </context>
 <context>
     <name>tarn::vkctl::CtlApplication</name>
@@ -180,6 +200,50 @@
     <message>
         <source>Failed to get the installed updates.</source>
         <translation>Die installierten Aktualisierungen konnten nicht abgefragt werden.</translation>
+    </message>
+    <message>
+        <source>Not the beginning of a version: %1</source>
+        <translation>Kein Anfang einer Version: %1</translation>
+    </message>
+    <message>
+        <source>Not a date in the future: %1</source>
+        <translation>Kein Datum in der Zukunft: %1</translation>
+    </message>
+    <message>
+        <source>%1 until %2</source>
+        <translation>%1 bis %2</translation>
+    </message>
+    <message>
+        <source>Failed to get the held packages.</source>
+        <translation>Die festgehaltenen Pakete konnten nicht ermittelt werden.</translation>
+    </message>
+    <message>
+        <source>Held packages: %1</source>
+        <translation>Festgehaltene Pakete: %1</translation>
+    </message>
+    <message>
+        <source>The package can&apos;t be held: its name is not valid, or an update is running.</source>
+        <translation>Das Paket kann nicht festgehalten werden: Sein Name ist nicht gültig, oder eine Aktualisierung läuft.</translation>
+    </message>
+    <message>
+        <source>The hold can&apos;t be ended: the package&apos;s name is not valid, or an update is running.</source>
+        <translation>Das Paket kann nicht freigegeben werden: Sein Name ist nicht gültig, oder eine Aktualisierung läuft.</translation>
+    </message>
+    <message>
+        <source>Not held: %1</source>
+        <translation>Nicht festgehalten: %1</translation>
+    </message>
+    <message>
+        <source>The channel can&apos;t be set: its name is not valid, or an update is running.</source>
+        <translation>Der Kanal kann nicht gewählt werden: Sein Name ist nicht gültig, oder eine Aktualisierung läuft.</translation>
+    </message>
+    <message>
+        <source>Failed to get the channel.</source>
+        <translation>Der Kanal konnte nicht ermittelt werden.</translation>
+    </message>
+    <message>
+        <source>Channel: %1</source>
+        <translation>Kanal: %1</translation>
     </message>
 </context>
 <context>
@@ -307,6 +371,34 @@
 </context>
 <context>
     <name>tarn::vkctl::StatusSection</name>
+    <message>
+        <source>held until %1</source>
+        <translation>festgehalten bis %1</translation>
+    </message>
+    <message>
+        <source>held</source>
+        <translation>festgehalten</translation>
+    </message>
+    <message>
+        <source>waits for its phase until %1</source>
+        <translation>wartet auf seine Phase bis %1</translation>
+    </message>
+    <message>
+        <source>stopped by its publisher</source>
+        <translation>vom Herausgeber gestoppt</translation>
+    </message>
+    <message>
+        <source>refused</source>
+        <translation>abgelehnt</translation>
+    </message>
+    <message>
+        <source>requires %1, which is left out</source>
+        <translation>braucht %1, das ausgelassen wird</translation>
+    </message>
+    <message>
+        <source>Left out by the last update: %1</source>
+        <translation>Von der letzten Aktualisierung ausgelassen: %1</translation>
+    </message>
     <message>
         <source>downloading</source>
         <translation>lädt herunter</translation>

@@ -3,6 +3,7 @@
 _vkctl()
 {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} word
+    local commands="status packages history verify repair hold unhold holds channel"
     COMPREPLY=()
     [[ $cur != = ]] || cur=
     # "--socket=NAME" arrives as three words.
@@ -11,12 +12,16 @@ _vkctl()
         return
     fi
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-        if [[ " status packages history verify repair " == *" $word "* ]]; then
+        if [[ $word == hold ]]; then
+            mapfile -t COMPREPLY < <(compgen -W "--until --json --socket --help --version" -- "$cur")
+            return
+        fi
+        if [[ " $commands " == *" $word "* ]]; then
             mapfile -t COMPREPLY < <(compgen -W "--json --socket --help --version" -- "$cur")
             return
         fi
     done
-    mapfile -t COMPREPLY < <(compgen -W "status packages history verify repair --json --socket --help --version" -- "$cur")
+    mapfile -t COMPREPLY < <(compgen -W "$commands --until --json --socket --help --version" -- "$cur")
 }
 
 complete -F _vkctl vkctl

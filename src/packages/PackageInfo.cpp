@@ -27,12 +27,6 @@ constexpr qint64 sMaxIndexText = qint64(4) * 1024 * 1024 * 1024;
 
 const QLatin1String sKinds[] = {"application"_L1, "data"_L1};
 
-bool isName(const QString& pText)
-{
-    static const QRegularExpression sFormat(u"\\A[a-z0-9][a-z0-9._+-]{0,99}\\z"_s);
-    return sFormat.match(pText).hasMatch();
-}
-
 bool isLanguage(const QString& pText)
 {
     static const QRegularExpression sFormat(u"\\A[A-Za-z]{2,8}([_-][A-Za-z0-9]{1,8}){0,3}\\z"_s);
@@ -155,7 +149,31 @@ QJsonObject toJson(const SideFile& pFile, QLatin1String pTextName, const IndexNa
     return tObject;
 }
 
+void readInfo(JsonReader* pReader, PackageInfo* pTo)
+{
+    pTo->mName = pReader->text("name");
+    require(pReader, isPackageName(pTo->mName), "name");
+    pTo->mKind = readKind(pReader);
+    pTo->mVersion = readVersion(pReader);
+    pTo->mTitle = readLangString(pReader, "title", sMaxTitle);
+    pTo->mLanguage = readText(pReader, "language");
+    require(pReader, pTo->mLanguage.isEmpty() || isLanguage(pTo->mLanguage), "language");
+    pTo->mRequires = readTexts(pReader, "requires", isPackageName);
+    pTo->mExecutables = readTexts(pReader, "executables", isRelativePath);
+    pTo->mReport = readLangString(pReader, "report", sMaxReport);
+    pTo->mInstalledSize = pReader->has("installedSize") ? pReader->integer("installedSize", 0) : 0;
+    pTo->mIndex = readIndex(pReader);
+    pTo->mDeltas = readDeltas(pReader);
+    pTo->mRelease = readRelease(pReader);
+}
+
 } // namespace
+
+bool isPackageName(const QString& pText)
+{
+    static const QRegularExpression sFormat(u"\\A[a-z0-9][a-z0-9._+-]{0,99}\\z"_s);
+    return sFormat.match(pText).hasMatch();
+}
 
 QJsonObject PackageInfo::toJson() const
 {
@@ -191,26 +209,21 @@ QJsonObject PackageInfo::toJson() const
         }
         tObject.insert(u"deltas"_s, tDeltas);
     }
-    return tObject;
+    write(mRelease, &tObject);
+    return mRelease.isRestricted() ? QJsonObject{{u"name"_s, mName}, {u"package"_s, tObject}} : tObject;
 }
 
 bool PackageInfo::fromJson(const QJsonObject& pFrom, PackageInfo* pTo, QString* pError)
 {
     pError->clear();
     JsonReader tReader(pFrom, pError);
-    pTo->mName = tReader.text("name");
-    require(&tReader, isName(pTo->mName), "name");
-    pTo->mKind = readKind(&tReader);
-    pTo->mVersion = readVersion(&tReader);
-    pTo->mTitle = readLangString(&tReader, "title", sMaxTitle);
-    pTo->mLanguage = readText(&tReader, "language");
-    require(&tReader, pTo->mLanguage.isEmpty() || isLanguage(pTo->mLanguage), "language");
-    pTo->mRequires = readTexts(&tReader, "requires", isName);
-    pTo->mExecutables = readTexts(&tReader, "executables", isRelativePath);
-    pTo->mReport = readLangString(&tReader, "report", sMaxReport);
-    pTo->mInstalledSize = tReader.has("installedSize") ? tReader.integer("installedSize", 0) : 0;
-    pTo->mIndex = readIndex(&tReader);
-    pTo->mDeltas = readDeltas(&tReader);
+    if (!tReader.has("package")) {
+        readInfo(&tReader, pTo);
+        return tReader.ok();
+    }
+    JsonReader tPackage = tReader.object("package");
+    readInfo(&tPackage, pTo);
+    require(&tReader, tReader.text("name") == pTo->mName, "name");
     return tReader.ok();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "packages/Release.h"
 #include "packages/TreeFiles.h"
 
 #include <vkcore/EnhVersion.h>
@@ -34,12 +35,19 @@ struct PackageInfo
     qint64 mInstalledSize = 0;       // bytes
     std::optional<IndexFile> mIndex; // none: the package can only be unpacked as a whole
     QList<DeltaFile> mDeltas;        // at most 16
+    Release mRelease;
 
+    // A restricted package is described in the member "package" of an object that has only its name beside
+    // it: what does not know restrictions finds no package there, and the name belongs to its role
+    // nevertheless.
     QJsonObject toJson() const;
     // False, with the reason in *pError, for an object that breaks one of the rules above. Unknown members
     // are ignored.
     static bool fromJson(const QJsonObject& pFrom, PackageInfo* pTo, QString* pError);
 };
+
+// True for what mName may be.
+bool isPackageName(const QString& pText);
 
 // The name of a package's target: "NAME-VERSION[-LANGUAGE].tar.zst".
 QString archiveName(const PackageInfo& pInfo);

@@ -37,6 +37,12 @@ void CommandLine::addArgument(const QString& pName, const QString& pDescription)
     mArguments.append(pName);
 }
 
+void CommandLine::addOptionalArgument(const QString& pName, const QString& pDescription)
+{
+    addArgument(u'[' + pName + u']', pDescription);
+    ++mOptional;
+}
+
 void CommandLine::addOption(const QString& pName, const QString& pDescription, const QString& pValueName,
                             const QString& pDefault)
 {
@@ -59,10 +65,13 @@ std::optional<int> CommandLine::parse(const QStringList& pArguments)
         say(help());
         return StatusDone;
     }
-    if (mParser.positionalArguments().size() != mArguments.size()) {
-        complain(u"%1 takes %2 arguments, not %3; see \"vkpublish %1 --help\""_s.arg(mCommand)
-                     .arg(mArguments.size())
-                     .arg(mParser.positionalArguments().size()));
+    const qsizetype tMost = mArguments.size();
+    const qsizetype tCount = mParser.positionalArguments().size();
+    if (tCount > tMost || tCount < tMost - mOptional) {
+        const QString tWanted =
+            mOptional == 0 ? QString::number(tMost) : u"%1 to %2"_s.arg(tMost - mOptional).arg(tMost);
+        complain(u"%1 takes %2 arguments, not %3; see \"vkpublish %1 --help\""_s.arg(mCommand, tWanted)
+                     .arg(tCount));
         return StatusUsage;
     }
     return std::nullopt;
@@ -79,7 +88,7 @@ QString CommandLine::help() const
 
 QString CommandLine::argument(int pIndex) const
 {
-    return mParser.positionalArguments().at(pIndex);
+    return mParser.positionalArguments().value(pIndex);
 }
 bool CommandLine::isSet(const char* pName) const
 {

@@ -29,8 +29,10 @@ class CommandLine
 public:
     CommandLine(const QString& pCommand, const QString& pDescription);
 
-    // Arguments are parsed in the order of these calls; all are required.
+    // Arguments are parsed in the order of these calls; all are required but for optional ones.
     void addArgument(const QString& pName, const QString& pDescription);
+    // After all others.
+    void addOptionalArgument(const QString& pName, const QString& pDescription);
     // An option with a value has a pValueName.
     void addOption(const QString& pName, const QString& pDescription, const QString& pValueName = QString(),
                    const QString& pDefault = QString());
@@ -40,7 +42,7 @@ public:
     // No value: continue. Else the exit status; help or error were already written.
     std::optional<int> parse(const QStringList& pArguments);
 
-    QString argument(int pIndex) const;
+    QString argument(int pIndex) const; // null for an optional one that was not given
     bool isSet(const char* pName) const;
     QString value(const char* pName) const;
     QStringList values(const char* pName) const;
@@ -59,7 +61,8 @@ private:
 
     QCommandLineParser mParser;
     QString mCommand;
-    QStringList mArguments; // names
+    QStringList mArguments;  // names
+    qsizetype mOptional = 0; // of them
 };
 
 // Writes one line to standard output or standard error.

@@ -1,7 +1,5 @@
 #include "Layout.h"
 
-#include "packages/PackageInfo.h"
-
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 
@@ -65,30 +63,48 @@ QString targetPath(const QString& pRepository, const QString& pName, const QJson
 
 QList<FileAt> sideFiles(const QString& pRepository, const QJsonObject& pTarget)
 {
-    packages::PackageInfo tInfo;
-    QString tReason;
-    if (!packages::PackageInfo::fromJson(pTarget["custom"_L1].toObject(), &tInfo, &tReason)) {
+    const std::optional<packages::PackageInfo> tInfo = infoOf(pTarget);
+    if (!tInfo) {
         return {};
     }
     QList<FileAt> tFiles;
     const auto tAdd = [&](const packages::SideFile& pFile, const QString& pName) {
         tFiles.append({targetsFolder(pRepository) + u'/' + pName, pFile.mLength, pFile.mHash});
     };
-    if (tInfo.mIndex) {
-        tAdd(tInfo.mIndex->mFile, tInfo.mIndex->name());
+    if (tInfo->mIndex) {
+        tAdd(tInfo->mIndex->mFile, tInfo->mIndex->name());
     }
-    for (const packages::DeltaFile& tDelta : tInfo.mDeltas) {
+    for (const packages::DeltaFile& tDelta : tInfo->mDeltas) {
         tAdd(tDelta.mFile, tDelta.name());
     }
     return tFiles;
 }
 
-QJsonObject withoutDeltas(QJsonObject pTarget)
+std::optional<packages::PackageInfo> infoOf(const QJsonObject& pTarget)
 {
-    QJsonObject tCustom = pTarget["custom"_L1].toObject();
-    tCustom.remove("deltas"_L1);
-    pTarget.insert("custom"_L1, tCustom);
+    packages::PackageInfo tInfo;
+    QString tReason;
+    return packages::PackageInfo::fromJson(pTarget["custom"_L1].toObject(), &tInfo, &tReason)
+               ? std::optional(tInfo)
+               : std::nullopt;
+}
+
+QJsonObject withInfo(QJsonObject pTarget, const packages::PackageInfo& pInfo)
+{
+    pTarget.insert("custom"_L1, pInfo.toJson());
     return pTarget;
+}
+
+QJsonObject asAdded(const QJsonObject& pTarget)
+{
+    std::optional<packages::PackageInfo> tInfo = infoOf(pTarget);
+    if (!tInfo) {
+        return pTarget;
+    }
+    tInfo->mDeltas.clear();
+    tInfo->mRelease.mPhase.reset();
+    tInfo->mRelease.mHalted.reset();
+    return withInfo(pTarget, *tInfo);
 }
 
 bool isInside(const QString& pPath, const QString& pFolder)

@@ -1,11 +1,14 @@
 // The paths in a repository folder.
 #pragma once
 
+#include "packages/PackageInfo.h"
 #include "tuf/Hash.h"
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QList>
 #include <QtCore/QString>
+
+#include <optional>
 
 namespace tarn::vkpublish {
 
@@ -27,8 +30,11 @@ struct FileAt
 
 // The index and the deltas that the target names.
 QList<FileAt> sideFiles(const QString& pRepository, const QJsonObject& pTarget);
-// The target as "add" makes it.
-QJsonObject withoutDeltas(QJsonObject pTarget);
+// What the target describes; none if it is no package.
+std::optional<packages::PackageInfo> infoOf(const QJsonObject& pTarget);
+QJsonObject withInfo(QJsonObject pTarget, const packages::PackageInfo& pInfo);
+// The target as "add" makes it: without what comes later, deltas, phase and halt.
+QJsonObject asAdded(const QJsonObject& pTarget);
 
 // True if pPath is pFolder or inside it, also by way of links; neither needs to exist.
 bool isInside(const QString& pPath, const QString& pFolder);

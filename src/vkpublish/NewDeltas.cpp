@@ -27,18 +27,6 @@ constexpr mode_t sPrivate = 0700;
 constexpr unsigned sMostThreads = 2; // each takes 35 MiB
 constexpr qint64 sMostPercent = 90;  // of the archive; a delta of as many saves too little
 
-// The target with the deltas of pInfo.
-QJsonObject withDeltas(const QJsonObject& pTarget, const PackageInfo& pInfo)
-{
-    QJsonObject tTarget = withoutDeltas(pTarget);
-    if (!pInfo.mDeltas.isEmpty()) {
-        QJsonObject tCustom = tTarget["custom"_L1].toObject();
-        tCustom.insert("deltas"_L1, pInfo.toJson()["deltas"_L1]);
-        tTarget.insert("custom"_L1, tCustom);
-    }
-    return tTarget;
-}
-
 } // namespace
 
 NewDeltas::NewDeltas(os::FileSystem& pFileSystem, const QString& pRepository, KeyFolder& pKeys)
@@ -71,12 +59,12 @@ Failure NewDeltas::make(int pCount)
 
 std::optional<NewDeltas::Version> NewDeltas::versionOf(const QString& pName, const QJsonObject& pTarget) const
 {
-    Version tVersion;
-    QString tReason;
-    if (!PackageInfo::fromJson(pTarget["custom"_L1].toObject(), &tVersion.mInfo, &tReason) ||
-        !tVersion.mInfo.mIndex) {
+    const std::optional<PackageInfo> tInfo = infoOf(pTarget);
+    if (!tInfo || !tInfo->mIndex) {
         return std::nullopt;
     }
+    Version tVersion;
+    tVersion.mInfo = *tInfo;
     tVersion.mArchive = targetPath(mRepository, pName, pTarget);
     tVersion.mArchiveSize = pTarget["length"_L1].toInteger();
     return tVersion;
@@ -131,14 +119,14 @@ Failure NewDeltas::makeFor(const QString& pName, int pCount)
     tNew->mInfo.mDeltas.removeIf(
         [&](const DeltaFile& pDelta) { return !isThere(pDelta.mFile, pDelta.name()); });
     const QJsonObject tPublished = mKeys.mRecord.mPublishedTargets[pName].toObject();
-    if (tPublished.isEmpty() || withoutDeltas(tPublished) != withoutDeltas(tTarget)) {
+    if (tPublished.isEmpty() || asAdded(tPublished) != asAdded(tTarget)) {
         QList<DeltaFile> tDeltas;
         if (Failure tFailure = makeAll(*tNew, pCount, &tDeltas)) {
             return tFailure;
         }
         tNew->mInfo.mDeltas = tDeltas;
     }
-    const QJsonObject tNamed = withDeltas(tTarget, tNew->mInfo);
+    const QJsonObject tNamed = withInfo(tTarget, tNew->mInfo);
     if (tNamed == tTarget) {
         return {};
     }

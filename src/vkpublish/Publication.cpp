@@ -44,7 +44,7 @@ Publication::Publication(os::FileSystem& pFileSystem, const QString& pRepository
 Failure Publication::checkTarget(const QString& pName) const
 {
     const Record& tRecord = mKeys.mRecord;
-    const QJsonObject tTarget = tRecord.mTargets[pName].toObject();
+    const QJsonObject tTarget = offered()[pName].toObject();
     const bool tPublished = tRecord.mPublishedTargets[pName].toObject() == tTarget;
     QList<FileAt> tFiles = sideFiles(mRepository, tTarget);
     tFiles.prepend(
@@ -61,7 +61,7 @@ Failure Publication::checkTarget(const QString& pName) const
 
 Failure Publication::checkTargets() const
 {
-    for (const QString& tName : mKeys.mRecord.mTargets.keys()) {
+    for (const QString& tName : offered().keys()) {
         if (Failure tFailure = checkTarget(tName)) {
             return tFailure;
         }
@@ -140,7 +140,7 @@ Failure Publication::run(const PublicationTimes& pTimes)
         return tFailure;
     }
     const bool tNewTargets =
-        tRecord.mTargets != tRecord.mPublishedTargets ||
+        offered() != tRecord.mPublishedTargets ||
         !isFresh(tuf::sTargets, tRecord.mPublishedTargetsFile, pTimes.mTargetsExpires, pTimes);
     const bool tNewSnapshot =
         tNewTargets || !isFresh(tuf::sSnapshot, tRecord.mPublishedSnapshot, pTimes.mExpires, pTimes);
@@ -179,7 +179,7 @@ Failure Publication::signFiles(const PublicationTimes& pTimes)
     Record& tRecord = mKeys.mRecord;
     if (tRecord.mPublishedTargetsFile.mMeta.isEmpty()) {
         const QByteArray tFile = makeTargets(tRecord.mVersions[tuf::sTargets], pTimes.mTargetsExpires,
-                                             tRecord.mTargets, mSigners[tuf::sTargets]);
+                                             offered(), mSigners[tuf::sTargets]);
         if (Failure tFailure = writeVersioned(tuf::sTargets, tFile, pTimes.mTargetsExpires,
                                               &tRecord.mPublishedTargetsFile)) {
             return tFailure;
@@ -208,11 +208,13 @@ QSet<QString> Publication::referencedFiles() const
                                        std::pair(tuf::sSnapshot, tRecord.mPublishedSnapshot)}) {
         tPaths.append(versionedPath(mRepository, tRole, tFile.mMeta["version"_L1].toInteger()));
     }
-    for (const QString& tName : tRecord.mTargets.keys()) {
-        const QJsonObject tTarget = tRecord.mTargets[tName].toObject();
-        tPaths.append(targetPath(mRepository, tName, tTarget));
-        for (const FileAt& tFile : sideFiles(mRepository, tTarget)) {
-            tPaths.append(tFile.mPath);
+    for (const QJsonObject& tTargets : {tRecord.mTargets, offered()}) {
+        for (const QString& tName : tTargets.keys()) {
+            const QJsonObject tTarget = tTargets[tName].toObject();
+            tPaths.append(targetPath(mRepository, tName, tTarget));
+            for (const FileAt& tFile : sideFiles(mRepository, tTarget)) {
+                tPaths.append(tFile.mPath);
+            }
         }
     }
     QSet<QString> tFiles;
@@ -225,9 +227,9 @@ QSet<QString> Publication::referencedFiles() const
 void Publication::noteWithdrawn()
 {
     Record& tRecord = mKeys.mRecord;
-    const QJsonObject tBefore = std::exchange(tRecord.mPublishedTargets, tRecord.mTargets);
+    const QJsonObject tBefore = std::exchange(tRecord.mPublishedTargets, offered());
     for (const QString& tName : tBefore.keys()) {
-        if (!tRecord.mTargets.contains(tName)) {
+        if (!tRecord.mPublishedTargets.contains(tName)) {
             tRecord.mWithdrawnTargets.insert(tName, tBefore[tName]);
         }
     }

@@ -3,10 +3,13 @@
 #include "KeyFolder.h"
 
 #include <QtCore/QDateTime>
+#include <QtCore/QJsonObject>
 #include <QtCore/QMap>
 #include <QtCore/QSet>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
+
+#include <optional>
 
 namespace tarn::vkpublish {
 
@@ -32,6 +35,9 @@ public:
     // is from a backup, and its versions are raised first.
     Failure run(const PublicationTimes& pTimes);
 
+    // What run() publishes instead of the targets of the record, which stay for a later run.
+    void offer(const QJsonObject& pTargets) { mOffered = pTargets; }
+
     // True if a run() found the record to be older than the repository.
     bool hasRaised() const { return mRaised; }
 
@@ -39,6 +45,7 @@ public:
     Failure prune(const QDateTime& pNow, qint64 pGrace);
 
 private:
+    const QJsonObject& offered() const { return mOffered ? *mOffered : mKeys.mRecord.mTargets; }
     Failure checkTarget(const QString& pName) const;
     Failure checkTargets() const;
     Failure catchUp();
@@ -58,6 +65,7 @@ private:
     QString mRepository;
     KeyFolder& mKeys;
     QMap<QString, QList<tuf::SigningKey>> mSigners; // role -> keys
+    std::optional<QJsonObject> mOffered;
     bool mRaised = false;
 };
 

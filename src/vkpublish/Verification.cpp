@@ -3,6 +3,7 @@
 #include "FileMatch.h"
 #include "Layout.h"
 #include "MetadataSource.h"
+#include "Releases.h"
 #include "SideFileCheck.h"
 
 #include "os/FileSystem.h"
@@ -107,6 +108,18 @@ private:
     QString mRepository;
 };
 
+// Null for a package that is for all machines at once.
+QString releaseOf(const tuf::TargetFile& pTarget, const QDateTime& pNow)
+{
+    packages::PackageInfo tInfo;
+    QString tReason;
+    if (!packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, &tReason)) {
+        return {};
+    }
+    const QString tText = releaseText(tInfo.mRelease, pNow);
+    return tText.isEmpty() ? QString() : u"%1: %2"_s.arg(pTarget.mPath, tText);
+}
+
 // Adds the files beside the archive to *pUsed.
 Failure checkPackage(const tuf::TargetFile& pTarget, const QString& pTargets, const QString& pArchive,
                      QSet<QString>* pUsed)
@@ -182,6 +195,9 @@ VerificationResult verifyRepository(const QString& pRepository, const QByteArray
             tResult.mProblems.append(tNoPackage.mText);
         }
         tUsed.insert(tPath);
+        if (const QString tRelease = releaseOf(tTarget, pNow); !tRelease.isNull()) {
+            tResult.mReleases.append(tRelease);
+        }
     }
     tResult.mRoots = QList<QByteArray>{pRoot} + tFetcher.mRoots;
     tResult.mPackageCount = static_cast<int>(tTargets.size());

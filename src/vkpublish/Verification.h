@@ -12,6 +12,7 @@ struct VerificationResult
 {
     QStringList mProblems;    // empty: the repository is good
     QStringList mUnused;      // files without any reference
+    QStringList mReleases;    // which packages are not for all machines at once, and why
     QList<QByteArray> mRoots; // the given one, and those that follow; without problems, each is
                               // signed by the one before
     int mPackageCount = 0;

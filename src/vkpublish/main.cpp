@@ -26,6 +26,7 @@ constexpr std::array sCommands{
     Command{"add", "pack a folder as a package", cmdAdd},
     Command{"remove", "withdraw a package", cmdRemove},
     Command{"publish", "publish what was added, and renew the signatures", cmdPublish},
+    Command{"halt", "stop the spread of a package at once", cmdHalt},
     Command{"list", "show the packages", cmdList},
     Command{"verify", "check a repository as a client would", cmdVerify},
     Command{"mirror", "make a folder a verified copy of a repository", cmdMirror},

@@ -59,10 +59,10 @@ QString socketPath(const ServiceApplication& pApp, const QString& pName)
 
 Service::Service(ServiceApplication& pApp, const Options& pOptions)
     : mApp(pApp), mSocketPath(socketPath(pApp, pOptions.mSocketName)), mSettings(mStore.database()),
-      mServers(mStore.database()), mVariables(mStore.database()), mSockets(mMethods),
-      mStoreCare(mStore, pApp), mConfiguration(mVariables, pApp),
+      mServers(mStore.database()), mHolds(mStore.database()), mVariables(mStore.database()),
+      mSockets(mMethods), mStoreCare(mStore, pApp), mConfiguration(mVariables, pApp),
       mUpdateThread(os::realFileSystem(), os::realProcessList()), mChecks(os::realFileSystem()),
-      mUpdates(mUpdateThread, {mServers, mSettings, mVariables, mChecks, pApp}, mStoreCare),
+      mUpdates(mUpdateThread, {mServers, mSettings, mVariables, mChecks, pApp, mHolds}, mStoreCare),
       mVerifications(os::realFileSystem(), {mChecks, mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mSchedule({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mMail({mStore, mSettings, mVariables, mUpdates, mSchedule, pApp}),
@@ -84,6 +84,7 @@ void Service::addMethods()
     methods::addUpdateMethods(mMethods, {mUpdates});
     methods::addPackageMethods(mMethods, {mVerifications, mView});
     methods::addOperatorMethods(mMethods, {mView});
+    methods::addChoiceMethods(mMethods, {mHolds, mSettings, mStoreCare});
     methods::addSettingsMethods(mMethods, {mSettings, mConfiguration, mMail, mUpdates, mStoreCare, mApp});
     methods::addScheduleMethods(mMethods, {mSchedule, mStoreCare});
     methods::addMonitoringMethods(mMethods, {mSettings, mMail, mStoreCare});

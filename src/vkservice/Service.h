@@ -16,6 +16,7 @@
 #include "ipc/SocketServer.h"
 #include "packages/CheckRecord.h"
 #include "store/ConfigVariables.h"
+#include "store/HoldTable.h"
 #include "store/ServerTable.h"
 #include "store/Settings.h"
 #include "store/StateStore.h"
@@ -77,6 +78,7 @@ private:
     store::StateStore mStore;
     store::Settings mSettings;
     store::ServerTable mServers;
+    store::HoldTable mHolds;
     store::ConfigVariables mVariables;
     ipc::MethodTable mMethods;
     ipc::SocketServer mSockets;

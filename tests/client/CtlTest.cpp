@@ -67,6 +67,7 @@ Script machine(const QByteArray& pPackages, const char* pFailure = "", const QBy
         refuses("getOverview")(pService); // one of version 1.0 does not know it
         pService.answer("getPackages", pPackages);
         pService.answer("getVerification", verification(false, pFailure));
+        pService.answer("getLeftOut", R"({"packages":[]})");
         pService.onCall("startVerification", [&pService](Peer& pPeer, const QJsonObject&) {
             pPeer.reply("true");
             for (const bool tRunning : {false, true, false}) { // the first tells of an earlier one
@@ -161,6 +162,31 @@ TEST(CtlTest, TellsByTextAndStatusWhatTheServiceKnows)
              });
          },
          "", "Lost connection to the service\n", 1},
+        {"hold", "hold a 1.2 --until=2199-01-02",
+         [](ScriptedService& pService) {
+             pService.onCall("setHold", [&pService](Peer& pPeer, const QJsonObject& pParams) {
+                 pService.answer("getHolds", R"({"holds":[)" +
+                                                 QJsonDocument(pParams).toJson(QJsonDocument::Compact) +
+                                                 "]}");
+                 pPeer.reply("true");
+             });
+         },
+         "Held packages: 1\n  a 1.2 until 2199-01-02 00:00:00\n", "", 0},
+        {"hold what is no version", "hold a 1.x", {}, "", "Not the beginning of a version: 1.x\n", 1},
+        {"hold nothing", "hold", {}, "", "The command needs: NAME [VERSION-PREFIX]\n", 1},
+        {"an option of another command", "holds --until=2199-01-01", {}, "", "Unknown option: 'until'\n", 1},
+        {"status of what was left out", "status",
+         [](ScriptedService& pService) {
+             machine(sSound)(pService);
+             pService.answer("getLeftOut",
+                             R"({"packages":[{"name":"a\u001b","version":"2","reason":"requirement",)"
+                             R"("required":"b","date":null},{"name":"c","version":"1","reason":"phase",)"
+                             R"("required":null,"date":"2026-03-07T02:15:00"}]})");
+         },
+         "Last verification: 2026-03-07 02:15:00\nInstalled packages: 1\n  a 1.0.0.0: sound\n"
+         "Left out by the last update: 2\n  a 2: requires b, which is left out\n"
+         "  c 1: waits for its phase until 2026-03-07 02:15:00\n",
+         "", 0},
         {"unknown command", "prove", {}, "", "Unknown command: prove\n", 1},
         {"unknown option", "verify --jsn", {}, "", "Unknown option: 'jsn'\n", 1},
         {"too many", "verify repair", {}, "", "Unhandled argument 'repair'\n", 1},

@@ -28,6 +28,13 @@ inline constexpr QLatin1StringView sGetVerification("getVerification");
 inline constexpr QLatin1StringView sStartVerification("startVerification");
 inline constexpr QLatin1StringView sStopVerification("stopVerification");
 
+inline constexpr QLatin1StringView sGetHolds("getHolds");
+inline constexpr QLatin1StringView sSetHold("setHold");
+inline constexpr QLatin1StringView sRemoveHold("removeHold");
+inline constexpr QLatin1StringView sGetChannel("getChannel");
+inline constexpr QLatin1StringView sSetChannel("setChannel");
+inline constexpr QLatin1StringView sGetLeftOut("getLeftOut");
+
 inline constexpr QLatin1StringView sGetDefaultServer("getDefaultServer");
 inline constexpr QLatin1StringView sUpdateDefaultServer("updateDefaultServer");
 inline constexpr QLatin1StringView sGetServerList("getServerList");

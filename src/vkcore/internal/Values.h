@@ -258,6 +258,46 @@ struct VerificationState
     QString mFailure; // why the last one did not come to its end
 };
 
+// A package that the last update left out although it was offered.
+struct LeftOutPackage
+{
+    QString mName;
+    QString mVersion;
+    QString mReason;   // "held", "phase", "halted", "refused", "requirement"
+    QString mRequired; // requirement: the package that is missing
+    QDateTime mDate;   // local time; phase: of its turn; held: of the end of the hold
+
+    bool operator==(const LeftOutPackage&) const = default;
+};
+
+struct LeftOutPackages
+{
+    QList<LeftOutPackage> mPackages;
+};
+
+// What the administrator wants to stay as it is.
+struct HoldEntry
+{
+    QString mName;
+    QString mVersions; // the first numbers of those that may be installed; empty: none
+    QDateTime mUntil;  // local time; invalid: without end
+};
+
+struct HoldEntries
+{
+    QList<HoldEntry> mHolds;
+};
+
+struct PackageName
+{
+    QString mName;
+};
+
+struct Channel
+{
+    QString mChannel; // empty: stable
+};
+
 // A notification or an error for people.
 struct Message
 {
@@ -497,6 +537,32 @@ inline constexpr auto sFields<VerificationState> = std::tuple{
     Field{"ended", &VerificationState::mEnded},           Field{"damaged", &VerificationState::mDamaged},
     Field{"unproven", &VerificationState::mUnproven},     Field{"failure", &VerificationState::mFailure},
 };
+
+template <>
+inline constexpr auto sFields<LeftOutPackage> = std::tuple{
+    Field{"name", &LeftOutPackage::mName},     Field{"version", &LeftOutPackage::mVersion},
+    Field{"reason", &LeftOutPackage::mReason}, Field{"required", &LeftOutPackage::mRequired},
+    Field{"date", &LeftOutPackage::mDate},
+};
+
+template <>
+inline constexpr auto sFields<LeftOutPackages> = std::tuple{Field{"packages", &LeftOutPackages::mPackages}};
+
+template <>
+inline constexpr auto sFields<HoldEntry> = std::tuple{
+    Field{"name", &HoldEntry::mName},
+    Field{"versions", &HoldEntry::mVersions},
+    Field{"until", &HoldEntry::mUntil},
+};
+
+template <>
+inline constexpr auto sFields<HoldEntries> = std::tuple{Field{"holds", &HoldEntries::mHolds}};
+
+template <>
+inline constexpr auto sFields<PackageName> = std::tuple{Field{"name", &PackageName::mName}};
+
+template <>
+inline constexpr auto sFields<Channel> = std::tuple{Field{"channel", &Channel::mChannel}};
 
 template <>
 inline constexpr auto sFields<Message> = std::tuple{

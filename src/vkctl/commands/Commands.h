@@ -10,5 +10,9 @@ int verify(CtlApplication& pApp);
 int repair(CtlApplication& pApp);
 int packages(CtlApplication& pApp);
 int history(CtlApplication& pApp);
+int hold(CtlApplication& pApp);
+int unhold(CtlApplication& pApp);
+int holds(CtlApplication& pApp);
+int channel(CtlApplication& pApp);
 
 } // namespace tarn::vkctl

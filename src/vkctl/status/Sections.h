@@ -7,5 +7,6 @@ struct StatusSection;
 
 // One source file each.
 StatusSection updateSection(CtlApplication& pApp);
+StatusSection leftOutSection(CtlApplication& pApp);
 
 } // namespace tarn::vkctl

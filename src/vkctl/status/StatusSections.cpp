@@ -6,7 +6,7 @@ namespace tarn::vkctl {
 
 const QList<MakeStatusSection>& statusSections()
 {
-    static const QList<MakeStatusSection> sSections{&updateSection};
+    static const QList<MakeStatusSection> sSections{&updateSection, &leftOutSection};
     return sSections;
 }
 

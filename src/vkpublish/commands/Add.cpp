@@ -46,6 +46,8 @@ void declare(CommandLine* pLine)
     pLine->addOption(u"report"_s, u"What is new, for the install log, in one language; may be repeated"_s,
                      u"LANG=TEXT"_s);
     pLine->addOption(u"level"_s, u"Compression level, 1 to 19"_s, u"LEVEL"_s, u"19"_s);
+    pLine->addOption(u"channel"_s, u"Only for machines with this channel; by default for all"_s, u"NAME"_s);
+    pLine->addOption(u"critical"_s, u"Machines install it without waiting for a phase"_s);
     pLine->addOption(u"replace"_s, u"Replace the same version"_s);
 }
 
@@ -90,6 +92,8 @@ bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
     tInfo.mVersion = vkcore::EnhVersion(tVersion, tDate);
     tInfo.mLanguage = pLine.value("language");
     tInfo.mRequires = pLine.values("requires");
+    tInfo.mRelease.mChannel = pLine.value("channel") == "stable"_L1 ? QString() : pLine.value("channel");
+    tInfo.mRelease.mIsCritical = pLine.isSet("critical");
     tInfo.mExecutables = pLine.values("executable");
     if (!readTexts(pLine, "title", &tInfo.mTitle) || !readTexts(pLine, "report", &tInfo.mReport)) {
         return false;
@@ -159,21 +163,28 @@ Failure writeIndex(const QString& pRepository, const PackResult& pPacked, Packag
 }
 
 // Clients accept the same version again only with a later date. Sets one in the target if it differs from
-// pOld; an empty pOld is not a target. The same package keeps the deltas that lead to it.
+// pOld; an empty pOld is not a target. The same package keeps the deltas that lead to it, its halt and its
+// phase. In another channel, where its phase is over, or critical from now on, it is still the same to
+// machines that have it.
 void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTarget)
 {
-    PackageInfo tOld;
-    QString tReason;
-    if (!PackageInfo::fromJson(pOld["custom"_L1].toObject(), &tOld, &tReason) ||
-        pInfo->mVersion > tOld.mVersion) {
+    const std::optional<PackageInfo> tOld = infoOf(pOld);
+    if (!tOld || pInfo->mVersion > tOld->mVersion) {
         return;
     }
-    if (withoutDeltas(*pTarget) == withoutDeltas(pOld)) {
-        *pTarget = pOld;
+    PackageInfo tSame = *tOld;
+    if (tSame.mRelease.mChannel != pInfo->mRelease.mChannel) {
+        tSame.mRelease.mPhase.reset();
+    }
+    tSame.mRelease.mChannel = pInfo->mRelease.mChannel;
+    tSame.mRelease.mIsCritical = pInfo->mRelease.mIsCritical;
+    const QJsonObject tSameTarget = withInfo(pOld, tSame);
+    if (asAdded(*pTarget) == asAdded(tSameTarget)) {
+        *pTarget = tSameTarget;
         return;
     }
-    pInfo->mVersion = vkcore::EnhVersion(pInfo->mVersion.version(), tOld.mVersion.date().addSecs(1));
-    pTarget->insert(u"custom"_s, pInfo->toJson());
+    pInfo->mVersion = vkcore::EnhVersion(pInfo->mVersion.version(), tOld->mVersion.date().addSecs(1));
+    *pTarget = withInfo(*pTarget, *pInfo);
 }
 
 // Packs the folder and adds the package to the record.

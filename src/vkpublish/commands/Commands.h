@@ -8,6 +8,7 @@ namespace tarn::vkpublish {
 int cmdInit(const QStringList& pArguments);
 int cmdAdd(const QStringList& pArguments);
 int cmdRemove(const QStringList& pArguments);
+int cmdHalt(const QStringList& pArguments);
 int cmdPublish(const QStringList& pArguments);
 int cmdList(const QStringList& pArguments);
 int cmdVerify(const QStringList& pArguments);

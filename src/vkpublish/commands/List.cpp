@@ -2,6 +2,8 @@
 
 #include "CommandLine.h"
 #include "KeyFolder.h"
+#include "Layout.h"
+#include "Releases.h"
 
 #include "os/FileSystem.h"
 #include "packages/PackageInfo.h"
@@ -33,9 +35,8 @@ QString deltas(const PackageInfo& pInfo)
 
 QStringList row(const QJsonObject& pTarget, const QString& pState)
 {
-    PackageInfo tInfo;
-    QString tProblem;
-    PackageInfo::fromJson(pTarget["custom"_L1].toObject(), &tInfo, &tProblem);
+    const PackageInfo tInfo = infoOf(pTarget).value_or(PackageInfo());
+    const QString tRelease = releaseText(tInfo.mRelease, QDateTime::currentDateTimeUtc());
     const QString tKind = tInfo.mKind == packages::Kind::Data ? u"data"_s : u"application"_s;
     return {tInfo.mName,
             tInfo.mVersion.version().toTarnAppFormat(),
@@ -44,6 +45,7 @@ QStringList row(const QJsonObject& pTarget, const QString& pState)
             tInfo.mLanguage.isEmpty() ? u"-"_s : tInfo.mLanguage,
             QLocale::c().formattedDataSize(pTarget["length"_L1].toInteger()),
             deltas(tInfo),
+            tRelease.isEmpty() ? u"-"_s : tRelease,
             pState};
 }
 
@@ -94,8 +96,8 @@ int cmdList(const QStringList& pArguments)
         complain(tFailure.mText);
         return StatusFailed;
     }
-    const QStringList tHead{u"NAME"_s,     u"VERSION"_s, u"DATE"_s,   u"KIND"_s,
-                            u"LANGUAGE"_s, u"SIZE"_s,    u"DELTAS"_s, u"STATE"_s};
+    const QStringList tHead{u"NAME"_s, u"VERSION"_s, u"DATE"_s,    u"KIND"_s, u"LANGUAGE"_s,
+                            u"SIZE"_s, u"DELTAS"_s,  u"RELEASE"_s, u"STATE"_s};
     print(QList<QStringList>{tHead} + rows(tKeys.mRecord));
     say(tKeys.mRecord.mTimestampExpires.isValid()
             ? u"Valid until %1"_s.arg(tKeys.mRecord.mTimestampExpires.toString(Qt::ISODate))

@@ -5,6 +5,7 @@
 #include "MetadataSource.h"
 #include "NewDeltas.h"
 #include "Publication.h"
+#include "Releases.h"
 
 #include "os/FileSystem.h"
 #include "tuf/Metadata.h"
@@ -62,6 +63,10 @@ void declare(CommandLine* pLine)
     pLine->addOption(u"deltas"_s,
                      u"From how many versions before to make deltas to each new package, 0 to 16"_s, u"N"_s,
                      u"2"_s);
+    pLine->addOption(u"phase-days"_s,
+                     u"Over how many days what is new reaches the machines that update by schedule; 0 ends "
+                     "all phases"_s,
+                     u"N"_s);
     pLine->addOption(u"prune"_s, u"Then delete files that have been unreferenced for a while"_s);
     pLine->addOption(u"prune-days"_s, u"Minimum time without a reference, in days"_s, u"DAYS"_s, u"1"_s);
     pLine->addOption(u"above"_s,
@@ -76,6 +81,7 @@ struct Job
     PublicationTimes mTimes;
     qint64 mGrace = 0;
     int mDeltas = 0; // to each new package, at most
+    std::optional<int> mPhaseDays;
     std::unique_ptr<tuf::Fetcher> mAbove;
 };
 
@@ -86,6 +92,12 @@ bool readJob(const CommandLine& pLine, Job* pTo)
     const std::optional<int> tDeltas = pLine.number("deltas", 0, 16);
     if (!tTimes || !tPruneDays || !tDeltas) {
         return false;
+    }
+    if (pLine.isSet("phase-days")) {
+        pTo->mPhaseDays = pLine.number("phase-days", 0, 365);
+        if (!pTo->mPhaseDays) {
+            return false;
+        }
     }
     pTo->mDeltas = *tDeltas;
     pTo->mTimes = *tTimes;
@@ -109,6 +121,10 @@ Failure publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys)
     NewDeltas tDeltas(tFileSystem, pLine.repository(), *pKeys);
     if (Failure tFailure = tDeltas.make(pJob.mDeltas)) {
         return tFailure;
+    }
+    // Without the option, what an interrupted publication has set stays: machines may have seen it.
+    if (pJob.mPhaseDays) {
+        setPhases(&pKeys->mRecord, pJob.mTimes.mNow, *pJob.mPhaseDays);
     }
     if (Failure tFailure = tPublication.run(pJob.mTimes)) {
         return tFailure;

@@ -2,33 +2,13 @@
 
 #include "CommandLine.h"
 #include "KeyFolder.h"
+#include "Releases.h"
 
 #include "os/FileSystem.h"
-#include "packages/PackageInfo.h"
 
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkpublish {
-
-namespace {
-
-// The archives of a package, of one version or of all.
-QStringList archivesOf(const QJsonObject& pTargets, const QString& pName,
-                       const std::optional<vkcore::Version>& pVersion)
-{
-    QStringList tFound;
-    for (auto tIt = pTargets.begin(); tIt != pTargets.end(); ++tIt) {
-        packages::PackageInfo tInfo;
-        QString tProblem;
-        if (packages::PackageInfo::fromJson(tIt.value()["custom"_L1].toObject(), &tInfo, &tProblem) &&
-            tInfo.mName == pName && (!pVersion || tInfo.mVersion.version() == *pVersion)) {
-            tFound.append(tIt.key());
-        }
-    }
-    return tFound;
-}
-
-} // namespace
 
 int cmdRemove(const QStringList& pArguments)
 {

@@ -115,6 +115,9 @@ QStringList findProblems(const CommandLine& pLine, const QByteArray& pRoot, tuf:
 {
     const VerificationResult tResult =
         verifyRepository(pLine.repository(), pRoot, QDateTime::currentDateTimeUtc());
+    for (const QString& tRelease : tResult.mReleases) {
+        say(vkcore::singleLine(tRelease, vkcore::sMaxMessage));
+    }
     for (const QString& tPath : tResult.mUnused) {
         say(u"Unreferenced: %1"_s.arg(vkcore::singleLine(tPath, vkcore::sMaxMessage)));
     }

@@ -1,8 +1,10 @@
 #include "control/RunRequests.h"
 
+#include "control/MachineId.h"
 #include "packages/CheckRecord.h"
 #include "process/ServiceApplication.h"
 #include "store/ConfigVariables.h"
+#include "store/HoldTable.h"
 #include "store/ServerTable.h"
 #include "store/Settings.h"
 #include "update/Source.h"
@@ -71,6 +73,21 @@ bool readVariables(const store::ConfigVariables& pVariables, RunRequest* pTo)
     return tAllRead;
 }
 
+bool readChoices(const RunSources& pSources, update::Choices* pTo)
+{
+    const auto tHolds = pSources.mHolds.entries();
+    const auto tChannel = pSources.mSettings.channel();
+    if (!tHolds || !tChannel) {
+        return false;
+    }
+    for (const store::HoldEntry& tHold : *tHolds) {
+        pTo->mHolds.append({tHold.mName, update::versionPrefix(tHold.mVersions), tHold.mUntil});
+    }
+    pTo->mChannel = *tChannel;
+    pTo->mSeed = phaseSeed();
+    return true;
+}
+
 } // namespace
 
 std::optional<RunRequest> runRequest(const RunSources& pSources)
@@ -81,7 +98,8 @@ std::optional<RunRequest> runRequest(const RunSources& pSources)
     const auto tDataLanguage = pSources.mSettings.dataLanguage();
     const auto tDataDir = pSources.mSettings.dataDirectory();
     RunRequest tRequest;
-    const bool tAllRead = readVariables(pSources.mVariables, &tRequest);
+    const bool tAllRead =
+        readVariables(pSources.mVariables, &tRequest) && readChoices(pSources, &tRequest.mChoices);
     if (!tServers || !tProxy || !tAppLanguage || !tDataLanguage || !tDataDir || !tAllRead) {
         return std::nullopt;
     }

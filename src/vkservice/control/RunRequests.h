@@ -9,6 +9,7 @@ class CheckRecordFile;
 }
 namespace tarn::vkservice::store {
 class ConfigVariables;
+class HoldTable;
 class ServerTable;
 class Settings;
 } // namespace tarn::vkservice::store
@@ -26,6 +27,7 @@ struct RunSources
     const store::ConfigVariables& mVariables;
     const packages::CheckRecordFile& mChecks;
     const process::ServiceApplication& mApp;
+    const store::HoldTable& mHolds;
 };
 
 // No value if the store cannot be read.

@@ -146,10 +146,11 @@ Failure UpdateControl::trigger(bool pManual)
         Q_EMIT statusChanged(StatusSuppressed);
         return {};
     }
-    const Result<RunRequest> tRequest = request();
+    Result<RunRequest> tRequest = request();
     if (!tRequest) {
         return tRequest.failure();
     }
+    tRequest->mChoices.mIsScheduled = !pManual;
     mBegan = QDateTime::currentDateTimeUtc();
     mManual = pManual;
     // The run continues without the mark, but will not count as interrupted if the service is killed.
@@ -186,6 +187,9 @@ void UpdateControl::finish(const RunResult& pResult)
     mSessionRun = mLastRun;
     for (const QString& tServer : pResult.mUnusableServers) {
         Q_EMIT serverUnusable(tServer);
+    }
+    if (pResult.mLeftOut && !mSources.mSettings.setLeftOut(*pResult.mLeftOut)) {
+        Q_EMIT error(0, u"The list of packages that were left out could not be stored."_s, {});
     }
     Q_EMIT runEnded(mSessionRun, mManual);
     setStatus(restingStatus());

@@ -24,6 +24,7 @@ namespace process {
 class ServiceApplication;
 }
 namespace store {
+class HoldTable;
 class ServerTable;
 class Settings;
 } // namespace store
@@ -58,6 +59,15 @@ struct OperatorParts
     control::OperatorView& mView;
 };
 void addOperatorMethods(ipc::MethodTable& pTable, const OperatorParts& pParts);
+
+// What the machine takes of what is offered.
+struct ChoiceParts
+{
+    store::HoldTable& mHolds;
+    store::Settings& mSettings;
+    control::StoreCare& mStore;
+};
+void addChoiceMethods(ipc::MethodTable& pTable, const ChoiceParts& pParts);
 
 struct SettingsParts
 {

@@ -144,6 +144,35 @@ bool Settings::setLanguages(const QString& pApp, const QString& pData)
     return tValues.isEmpty() || set(tValues);
 }
 
+std::optional<QString> Settings::channel() const
+{
+    return value(u"channel"_s);
+}
+
+bool Settings::setChannel(const QString& pChannel)
+{
+    return set({{u"channel"_s, pChannel}});
+}
+
+std::optional<QList<LeftOutPackage>> Settings::leftOut() const
+{
+    const auto tStored = value(u"leftOut"_s);
+    if (!tStored) {
+        return std::nullopt;
+    }
+    QString tFault;
+    const QJsonObject tJson = QJsonDocument::fromJson(tStored->toUtf8()).object();
+    return protocol::fromJson<protocol::LeftOutPackages>(tJson, &tFault)
+        .value_or(protocol::LeftOutPackages())
+        .mPackages;
+}
+
+bool Settings::setLeftOut(const QList<LeftOutPackage>& pPackages)
+{
+    const QJsonObject tJson = protocol::toJson(protocol::LeftOutPackages{pPackages});
+    return set({{u"leftOut"_s, QString::fromUtf8(QJsonDocument(tJson).toJson(QJsonDocument::Compact))}});
+}
+
 std::optional<ScheduleSettings> Settings::schedule() const
 {
     const auto tStored = values(u"schedule."_s);

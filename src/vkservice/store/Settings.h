@@ -6,6 +6,7 @@
 #include "values/ScheduleSettings.h"
 
 #include <QtCore/QHash>
+#include <QtCore/QList>
 #include <QtCore/QString>
 
 #include <optional>
@@ -16,6 +17,7 @@ class Database;
 
 namespace tarn::vkservice::store {
 
+using vkcore::protocol::LeftOutPackage;
 using vkcore::protocol::ProxySettings;
 
 // The settings that exist once each. A getter returns no value if the database cannot be read, and the
@@ -39,6 +41,14 @@ public:
     std::optional<QString> dataLanguage() const;
     // A null text leaves that language unchanged.
     bool setLanguages(const QString& pApp, const QString& pData);
+
+    // Empty: stable.
+    std::optional<QString> channel() const;
+    bool setChannel(const QString& pChannel);
+
+    // What the last run that could ask a server left out.
+    std::optional<QList<LeftOutPackage>> leftOut() const;
+    bool setLeftOut(const QList<LeftOutPackage>& pPackages);
 
     std::optional<ScheduleSettings> schedule() const;
     bool setSchedule(const ScheduleSettings& pSchedule);

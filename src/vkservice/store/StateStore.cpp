@@ -39,6 +39,13 @@ CREATE TABLE servers (
     savePassword INTEGER NOT NULL
 );
 CREATE UNIQUE INDEX oneDefaultServer ON servers (isDefault) WHERE isDefault = 1;
+)",
+                                  R"(
+CREATE TABLE holds (
+    name TEXT PRIMARY KEY,
+    versions TEXT,
+    until TEXT
+) WITHOUT ROWID;
 )"};
 static_assert(std::size(sSteps) == StateStore::sSchemaVersion);
 
@@ -46,6 +53,7 @@ constexpr const char* sProbes[] = {
     "SELECT name, value FROM settings LIMIT 1",
     "SELECT name, value FROM variables LIMIT 1",
     "SELECT id, name, uri, user, password, enabled, isDefault, savePassword FROM servers LIMIT 1",
+    "SELECT name, versions, until FROM holds LIMIT 1",
 };
 
 } // namespace

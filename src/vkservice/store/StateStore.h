@@ -12,7 +12,7 @@ namespace tarn::vkservice::store {
 class StateStore
 {
 public:
-    static constexpr int sSchemaVersion = 1;
+    static constexpr int sSchemaVersion = 2;
 
     // Creates the database if there is none, and migrates one of an earlier version. A damaged one is moved
     // aside, never overwritten: damagedFile() then names it, and the store is empty. A failure, and the

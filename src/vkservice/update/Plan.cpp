@@ -1,10 +1,12 @@
 #include "update/Plan.h"
 
+#include "update/LeftOut.h"
+#include "update/Selection.h"
+
 #include <QtCore/QHash>
 #include <QtCore/QSet>
 
 #include <algorithm>
-#include <functional>
 
 using namespace Qt::StringLiterals;
 
@@ -13,61 +15,9 @@ namespace tarn::vkservice::update {
 namespace {
 
 using packages::InstalledPackage;
-using packages::Kind;
 using packages::Manifest;
 using packages::PackageFolders;
 using packages::PackageInfo;
-using OfferMap = QMap<QString, Offer>;
-
-bool isWished(const PackageInfo& pInfo, const Wishes& pWishes)
-{
-    const QString& tWished = pInfo.mKind == Kind::Data ? pWishes.mDataLanguage : pWishes.mAppLanguage;
-    return pInfo.mLanguage.isEmpty() || pInfo.mLanguage == tWished;
-}
-
-// True if pOffer is preferred to pOther of the same name. The path decides last, so that a plan never depends
-// on the order of the offers.
-bool isBetter(const Offer& pOffer, const Offer& pOther)
-{
-    if (pOffer.mInfo.mVersion != pOther.mInfo.mVersion) {
-        return pOffer.mInfo.mVersion > pOther.mInfo.mVersion;
-    }
-    if (pOffer.mInfo.mLanguage.isEmpty() != pOther.mInfo.mLanguage.isEmpty()) {
-        return pOther.mInfo.mLanguage.isEmpty();
-    }
-    return pOffer.mTarget.mPath < pOther.mTarget.mPath;
-}
-
-OfferMap bestOffers(const QList<Offer>& pOffers, const std::function<bool(const PackageInfo&)>& pTakes)
-{
-    OfferMap tBest;
-    for (const Offer& tOffer : pOffers) {
-        if (!pTakes(tOffer.mInfo)) {
-            continue;
-        }
-        const auto tIt = tBest.find(tOffer.mInfo.mName);
-        if (tIt == tBest.end()) {
-            tBest.insert(tOffer.mInfo.mName, tOffer);
-        } else if (isBetter(tOffer, *tIt)) {
-            *tIt = tOffer;
-        }
-    }
-    return tBest;
-}
-
-void addRequired(const OfferMap& pAny, OfferMap* pChosen)
-{
-    QStringList tToDo = pChosen->keys();
-    while (!tToDo.isEmpty()) {
-        const QStringList tRequired = pChosen->value(tToDo.takeFirst()).mInfo.mRequires;
-        for (const QString& tName : tRequired) {
-            if (!pChosen->contains(tName) && pAny.contains(tName)) {
-                pChosen->insert(tName, pAny.value(tName));
-                tToDo.append(tName);
-            }
-        }
-    }
-}
 
 // Walks from the packages that nothing requires down to their requirements. A cycle of packages has no such
 // top, so its first name becomes the top.
@@ -101,20 +51,6 @@ QMap<QString, QString> findParents(const OfferMap& pChosen)
         }
     }
     return tParents;
-}
-
-bool isNeeded(const Offer& pOffer, const InstalledPackage* pInstalled, const PackageFolders& pFolders)
-{
-    if (pInstalled == nullptr || pOffer.mInfo.mVersion > pInstalled->mInfo.mVersion) {
-        return true;
-    }
-    if (pOffer.mInfo.mVersion < pInstalled->mInfo.mVersion) {
-        return false;
-    }
-    // True if a new installation would use another folder.
-    const int tRepair = PackageFolders::repairOf(pInstalled->mFolder);
-    const bool tMoved = pInstalled->mFolder != pFolders.folder(pInstalled->mInfo, pInstalled->mHash, tRepair);
-    return tMoved || pOffer.mInfo.mLanguage != pInstalled->mInfo.mLanguage;
 }
 
 Failure missingRequirement(const PackageInfo& pInfo, const OfferMap& pChosen, const Manifest& pInstalled)
@@ -268,11 +204,17 @@ void Plan::spreadFailures()
 }
 
 Plan makePlan(const QList<Offer>& pOffers, const Manifest& pInstalled, const PackageFolders& pFolders,
-              const Wishes& pWishes, const QSet<QString>& pDamaged)
+              const Wishes& pWishes, const QSet<QString>& pDamaged, const Choices& pChoices,
+              const QDateTime& pNow)
 {
-    OfferMap tChosen =
-        bestOffers(pOffers, [&pWishes](const PackageInfo& pInfo) { return isWished(pInfo, pWishes); });
-    addRequired(bestOffers(pOffers, [](const PackageInfo&) { return true; }), &tChosen);
+    const QList<Verdict> tVerdicts = judge(pOffers, pInstalled, pChoices, pWishes, pNow);
+    QList<Offer> tTaken;
+    for (qsizetype i = 0; i < pOffers.size(); ++i) {
+        if (tVerdicts[i].mReason == Reason::None) {
+            tTaken.append(pOffers[i]);
+        }
+    }
+    const OfferMap tChosen = select(tTaken, pWishes);
 
     Plan tPlan;
     tPlan.mParents = findParents(tChosen);
@@ -286,6 +228,9 @@ Plan makePlan(const QList<Offer>& pOffers, const Manifest& pInstalled, const Pac
         addRepairs(pInstalled, pDamaged, pOffers, tChosen, &tPlan);
     }
     tPlan.spreadFailures();
+    const LeftOutParts tParts{pOffers, tVerdicts, tChosen, pInstalled, pFolders, pWishes};
+    tPlan.mLeftOut = leftOut(tParts);
+    tPlan.mNextTurn = nextTurn(tVerdicts);
     return tPlan;
 }
 

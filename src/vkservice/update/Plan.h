@@ -1,10 +1,14 @@
 #pragma once
 
 #include "internal/Failure.h"
+#include "internal/Values.h"
 #include "packages/Manifest.h"
 #include "packages/PackageFolders.h"
+#include "update/Choices.h"
 #include "update/Offers.h"
+#include "update/Selection.h"
 
+#include <QtCore/QDateTime>
 #include <QtCore/QList>
 #include <QtCore/QMap>
 #include <QtCore/QSet>
@@ -44,6 +48,10 @@ struct Plan
     QMap<QString, QString> mParents;
     // Names of damaged packages that this plan does not replace: the server does not offer their versions.
     QStringList mBeyondRepair;
+    // What would be installed if nothing kept it back, with the reasons. Sorted by name.
+    QList<vkcore::protocol::LeftOutPackage> mLeftOut;
+    // When the first offer that waits for its phase is taken; invalid: none waits.
+    QDateTime mNextTurn;
 
     PlannedPackage* find(const QString& pName);
     int failedCount() const;
@@ -53,19 +61,14 @@ struct Plan
     void spreadFailures();
 };
 
-struct Wishes
-{
-    QString mAppLanguage;
-    QString mDataLanguage;
-};
-
-// Selects the newest package of each name in the chosen language, and their requirements in any available
-// language. Plans those that are missing, newer than the installed ones, or installed in another language or
-// data folder. Never replaces a newer version by an older one. A package with an unavailable requirement is
-// in the plan, marked as failed. pDamaged: folders of installed packages, in manifest form, that get the same
-// version again in a new folder.
+// Selects the newest taken package of each name in the chosen language, and their requirements in any
+// available language. Plans those that are missing, newer than the installed ones, or installed in another
+// language or data folder. Never replaces a newer version by an older one. A package with an unavailable
+// requirement is in the plan, marked as failed. pDamaged: folders of installed packages, in manifest form,
+// that get the same version again in a new folder, also one that is not taken any more. Without pChoices, of
+// which pNow is the time, all but halted packages of the stable channel are taken.
 Plan makePlan(const QList<Offer>& pOffers, const packages::Manifest& pInstalled,
               const packages::PackageFolders& pFolders, const Wishes& pWishes,
-              const QSet<QString>& pDamaged = {});
+              const QSet<QString>& pDamaged = {}, const Choices& pChoices = {}, const QDateTime& pNow = {});
 
 } // namespace tarn::vkservice::update

@@ -161,7 +161,11 @@ Failure Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pA
         warn(u"The server %1 offers an unusable package. %2"_s.arg(tSession->label(), tWarning));
     }
     (*pAttempt)->mPlan = makePlan(tSession->offers(), mWorkplace.installed(), mWorkplace.folders(),
-                                  {mRequest.mAppLanguage, mRequest.mDataLanguage}, mRequest.mDamaged);
+                                  {mRequest.mAppLanguage, mRequest.mDataLanguage}, mRequest.mDamaged,
+                                  mRequest.mChoices, tSession->now());
+    if (tSession->hasNothingNew()) {
+        (*pAttempt)->mPlan.mLeftOut = tSession->leftOutBefore();
+    }
     (*pAttempt)->mSession = std::move(tSession);
     return {};
 }
@@ -358,7 +362,7 @@ void Run::removeObsolete()
     }
 }
 
-// The inputs of a plan besides the offers.
+// The inputs of a plan besides the offers and the choices.
 QByteArray Run::machineState() const
 {
     QStringList tParts{mRequest.mAppLanguage,
@@ -430,19 +434,21 @@ RunResult Run::finish(Attempt* pAttempt)
     const int tFailed = tPlan.failedCount();
     const int tInstalled = static_cast<int>(tPlan.mPackages.size()) - tFailed;
     if (tFailed > 0) {
-        return {failedPackagesCode(tPlan), failedPackagesText(tPlan), tInstalled};
+        return {failedPackagesCode(tPlan), failedPackagesText(tPlan), tInstalled, tPlan.mLeftOut};
     }
+    QString tText = successText(tInstalled, mDownloads.received(), archiveBytes(tPlan), tPlan.mLeftOut);
     mDownloads.clear();
     forgetOldIndexes(); // a run that was cut off behind its switch may have left some
     if (!tPlan.mBeyondRepair.isEmpty()) {
-        const QString tText = beyondRepairText(tPlan.mBeyondRepair);
-        mReporter.error(tText, {});
-        return {ResultSuccess,
-                successText(tInstalled, mDownloads.received(), archiveBytes(tPlan)) + u' ' + tText,
-                tInstalled};
+        const QString tLost = beyondRepairText(tPlan.mBeyondRepair);
+        mReporter.error(tLost, {});
+        tText += u' ' + tLost;
+    } else {
+        pAttempt->mSession->markComplete(machineState(), {.mPackages = tPlan.mLeftOut,
+                                                          .mWaits = tPlan.mNextTurn.isValid(),
+                                                          .mLookAgain = tPlan.mNextTurn});
     }
-    pAttempt->mSession->markComplete(machineState());
-    return {ResultSuccess, successText(tInstalled, mDownloads.received(), archiveBytes(tPlan)), tInstalled};
+    return {ResultSuccess, tText, tInstalled, tPlan.mLeftOut};
 }
 
 } // namespace tarn::vkservice::update

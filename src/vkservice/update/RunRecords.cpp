@@ -110,6 +110,7 @@ QList<InstalledPackage> newPackages(const Plan& pPlan, const packages::PackageFo
         if (!tPackage.mFailure) {
             PackageInfo tInfo = tPackage.mOffer.mInfo;
             tInfo.mDeltas.clear(); // they lead here, and are of no further use
+            tInfo.mRelease = {};   // it was of use for the choice alone
             tNew.append({tInfo, tPackage.mOffer.hash(), tPackage.folder(pFolders),
                          pPlan.mParents.value(tInfo.mName)});
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "internal/Values.h"
+#include "update/Choices.h"
 #include "values/ResultCode.h"
 #include "values/RunRecord.h"
 
@@ -10,6 +11,8 @@
 #include <QtCore/QSet>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
+
+#include <optional>
 
 namespace tarn::vkservice::update {
 
@@ -52,6 +55,7 @@ struct RunRequest
     qint64 mBytesPerSecond = 0;         // 0: no limit
     qint64 mLeastBytesPerSecond = 5000; // the run leaves a slower server for the next one; 0: no limit
     QSet<QString> mDamaged;             // folders of damaged packages, in manifest form
+    Choices mChoices;                   // which packages it takes
     QString mCaFile;                    // empty: the system's certificates
     Patience mPatience;
 };
@@ -65,6 +69,8 @@ struct RunResult
     int mInstalledCount = 0;
     RunTraffic mTraffic = {};
     QStringList mUnusableServers = {}; // each with its reason
+    // What was offered and not taken; none if no server could be asked.
+    std::optional<QList<vkcore::protocol::LeftOutPackage>> mLeftOut = {};
 };
 
 } // namespace tarn::vkservice::update

@@ -1,6 +1,7 @@
 #include "update/RunTexts.h"
 
 #include "update/FailurePolicy.h"
+#include "update/LeftOut.h"
 #include "update/Plan.h"
 
 #include <QtCore/QLocale>
@@ -28,18 +29,27 @@ QString inWords(qint64 pBytes)
     return QLocale::c().formattedDataSize(pBytes, 1, QLocale::DataSizeSIFormat);
 }
 
-} // namespace
-
-QString successText(int pInstalled, qint64 pReceived, qint64 pWhole)
+QString updatedText(int pInstalled, qint64 pReceived, qint64 pWhole)
 {
-    if (pInstalled == 0) {
-        return u"All packages are up to date."_s;
-    }
     const QString tText =
         pInstalled == 1 ? u"1 package was updated"_s : u"%1 packages were updated"_s.arg(pInstalled);
     return pReceived <= pWhole - pWhole / 10 && pReceived > 0
                ? u"%1; %2 of %3 were downloaded."_s.arg(tText, inWords(pReceived), inWords(pWhole))
                : tText + u'.';
+}
+
+} // namespace
+
+QString successText(int pInstalled, qint64 pReceived, qint64 pWhole,
+                    const QList<vkcore::protocol::LeftOutPackage>& pLeftOut)
+{
+    const QString tLeftOut = leftOutText(pLeftOut);
+    if (pInstalled == 0) {
+        return tLeftOut.isEmpty() ? u"All packages are up to date."_s
+                                  : u"No updates are available; "_s + tLeftOut;
+    }
+    const QString tText = updatedText(pInstalled, pReceived, pWhole);
+    return tLeftOut.isEmpty() ? tText : tText + u' ' + tLeftOut;
 }
 
 QString beyondRepairText(const QStringList& pNames)

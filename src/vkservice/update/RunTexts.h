@@ -1,8 +1,10 @@
 #pragma once
 
 #include "internal/Failure.h"
+#include "internal/Values.h"
 #include "values/ResultCode.h"
 
+#include <QtCore/QList>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
@@ -16,8 +18,9 @@ Failure serversFault(const Plan& pPlan);
 
 // For the result of a run.
 // pReceived: bytes that were downloaded; pWhole: bytes of the archives. Says what was saved if it is a tenth
-// at least.
-QString successText(int pInstalled, qint64 pReceived, qint64 pWhole);
+// at least, and how much was left out.
+QString successText(int pInstalled, qint64 pReceived, qint64 pWhole,
+                    const QList<vkcore::protocol::LeftOutPackage>& pLeftOut = {});
 QString beyondRepairText(const QStringList& pNames);
 QString failureText(const Failure& pFailure);
 ResultCode failedPackagesCode(const Plan& pPlan);

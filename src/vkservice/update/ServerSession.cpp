@@ -1,6 +1,7 @@
 #include "update/ServerSession.h"
 
 #include "os/AbortFlag.h"
+#include "tuf/Hashes.h"
 #include "tuf/Updater.h"
 #include "update/RunRequest.h"
 #include "update/Sink.h"
@@ -8,6 +9,7 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QUrl>
 
+#include <algorithm>
 #include <deque>
 #include <utility>
 
@@ -128,7 +130,7 @@ Failure ServerSession::open(QStringList* pWarnings)
     }
     mNote.emplace(mFileSystem, mTrust, mServer.mUri);
     MetadataFetcher tFetcher(*mSource, mAbort);
-    const bool tIsComplete = mNote->isComplete(mState);
+    const bool tIsComplete = mNote->isComplete(withChoices(mState), mRequest.mChoices.mIsScheduled);
     if (const Failure tFailure =
             tFetcher.askTimestamp(tIsComplete ? mNote->timestampValidators() : Validators())) {
         return tFailure;
@@ -163,11 +165,21 @@ Failure ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings
     return {};
 }
 
-void ServerSession::markComplete(const QByteArray& pState)
+void ServerSession::markComplete(const QByteArray& pState, ServerNote::Rest pRest)
 {
-    if (!mNothingNew) {
-        mNote->setComplete(pState, mTimestamp, mTimestampValidators);
+    if (mNothingNew) {
+        return;
     }
+    const QDateTime tEnd = mRequest.mChoices.nextEnd(now());
+    if (tEnd.isValid()) {
+        pRest.mLookAgain = pRest.mLookAgain.isValid() ? std::min(pRest.mLookAgain, tEnd) : tEnd;
+    }
+    mNote->setComplete(withChoices(pState), mTimestamp, mTimestampValidators, pRest);
+}
+
+QByteArray ServerSession::withChoices(const QByteArray& pState) const
+{
+    return tuf::sha256(pState + '\n' + mRequest.mChoices.state(now()));
 }
 
 } // namespace tarn::vkservice::update

@@ -16,8 +16,8 @@ namespace tarn::vkservice::update {
 class ServerSession
 {
 public:
-    // pState identifies everything on this machine that a plan depends on: while it and the server's
-    // timestamp are unchanged, there is nothing to do.
+    // pState identifies everything on this machine that a plan depends on, but for the choices of the
+    // request: while both and the server's timestamp are unchanged, there is nothing to do.
     ServerSession(const RunRequest& pRequest, const ServerAccess& pServer, const QByteArray& pState,
                   os::FileSystem& pFileSystem, const os::AbortFlag& pAbort);
     ~ServerSession();
@@ -29,16 +29,22 @@ public:
     // accepted.
     qint64 snapshotVersion() const { return mSnapshotVersion; }
     const QList<Offer>& offers() const { return mOffers; }
+    // After open(): the time, as far as the clock and the server's files tell it.
+    QDateTime now() const { return mTrust.now(); }
+    // True if nothing has changed since the last complete run, which left this out.
+    bool hasNothingNew() const { return mNothingNew; }
+    const QList<vkcore::protocol::LeftOutPackage>& leftOutBefore() const { return mNote->rest().mPackages; }
 
     const QString& label() const { return mLabel; }
     Source& source() { return *mSource; }
 
-    // Records that everything this server offers is installed, for open() in later runs.
-    void markComplete(const QByteArray& pState);
+    // Records that everything this server offers is installed but for the rest, for open() in later runs.
+    void markComplete(const QByteArray& pState, ServerNote::Rest pRest);
 
 private:
     class MetadataFetcher;
     Failure refresh(MetadataFetcher& pFetcher, QStringList* pWarnings);
+    QByteArray withChoices(const QByteArray& pState) const;
 
     const RunRequest& mRequest;
     const ServerAccess& mServer;

@@ -22,7 +22,14 @@ PackageInfo full()
     tInfo.mInstalledSize = 5000000000;
     tInfo.mIndex = IndexFile{.mFile = {.mLength = 9, .mHash = {}}, .mText = {.mHash = {}, .mLength = 70}};
     tInfo.mDeltas = {{.mFile = {.mLength = 3, .mHash = {}}, .mFrom = {.mHash = {}, .mLength = 60}}};
+    tInfo.mRelease.mIsCritical = true;
+    tInfo.mRelease.mPhase = Phase{q("57"), tInfo.mVersion.date(), 432000};
     return tInfo;
+}
+
+QJsonObject phase(const char* pPublication, const char* pBegins, qint64 pSeconds)
+{
+    return {{q("publication"), q(pPublication)}, {q("begins"), q(pBegins)}, {q("seconds"), pSeconds}};
 }
 
 QJsonObject sideFile(int pLength, int pDigits)
@@ -35,7 +42,9 @@ TEST(PackageInfo, ComesBackFromJson)
 {
     PackageInfo tLeast;
     tLeast.mName = q("a");
-    for (const PackageInfo& tInfo : {full(), tLeast}) {
+    PackageInfo tHalted = full();
+    tHalted.mRelease.mHalted = QDateTime(QDate(2026, 3, 2), QTime(8, 0), Qt::UTC);
+    for (const PackageInfo& tInfo : {full(), tLeast, tHalted}) {
         PackageInfo tRead;
         QString tError;
         ASSERT_TRUE(PackageInfo::fromJson(tInfo.toJson(), &tRead, &tError)) << tError;
@@ -44,7 +53,10 @@ TEST(PackageInfo, ComesBackFromJson)
         EXPECT_EQ(tRead.mInstalledSize, tInfo.mInstalledSize);
         EXPECT_EQ(tRead.mIndex, tInfo.mIndex);
         EXPECT_EQ(tRead.mDeltas, tInfo.mDeltas);
+        EXPECT_EQ(tRead.mRelease, tInfo.mRelease);
     }
+    EXPECT_EQ(tHalted.toJson().keys(), QStringList({q("name"), q("package")}))
+        << "no package for what does not know halts";
     EXPECT_EQ(archiveName(full()), q("viewer-1.2.3.4-de.tar.zst"));
 }
 
@@ -66,6 +78,13 @@ TEST(PackageInfo, RefusesWhatBreaksARule)
         {"report", {2}},
         {"installedSize", {-1, 1.5, 1e30}},
         {"index", {1, QJsonObject{}, sideFile(0, 64), sideFile(9, 63)}},
+        {"channel", {1, q(""), q("stable"), q("Beta"), q("a/b")}},
+        {"critical", {1, q("yes")}},
+        {"halted", {true, q("soon"), q("2026-03-01T08:00:00")}},
+        {"phase",
+         {1, phase("", "2026-03-01T08:00:00Z", 1), phase("a", "2026-03-01", 1),
+          phase("a", "2026-03-01T08:00:00Z", 0), phase("a", "2026-03-01T08:00:00Z", 31536001)}},
+        {"package", {1, q("x"), QJsonObject{}}},
         {"deltas", {QJsonArray{1}, QJsonArray{sideFile(9, 64)}}},
     };
     for (const auto& [tName, tBad] : sCases) {

@@ -36,6 +36,17 @@ protected:
         return tStat.st_mode & 07777;
     }
 
+    // What the newest list of packages says about an archive.
+    QJsonObject custom(const char* pArchive) const
+    {
+        int tNewest = 0;
+        for (const QString& tFile : files("r/metadata").filter(q(".targets.json"))) {
+            tNewest = std::max(tNewest, tFile.section(u'.', 0, 0).toInt());
+        }
+        const QByteArray tList = readFile(path("r/metadata/") + q("%1.targets.json").arg(tNewest));
+        return QJsonDocument::fromJson(tList)[q("signed")][q("targets")][q(pArchive)][q("custom")].toObject();
+    }
+
     QStringList problems() const
     {
         return verifyRepository(path("r"), readFile(path("r/metadata/1.root.json")),
@@ -122,6 +133,89 @@ TEST_F(ProgramTest, RefreshesWithoutNews)
     EXPECT_EQ(tExpired.mStatus, 0);
     EXPECT_TRUE(tExpired.mErr.contains("Warning"));
     EXPECT_EQ(run("verify @r").mStatus, 1);
+}
+
+TEST_F(ProgramTest, HaltsAtOnceAndPublishesNothingElse)
+{
+    makeRepository();
+    const QJsonObject tBefore = custom("viewer-1.2.0.0.tar.zst");
+    succeed("add @r @f --name new --version 1");
+    EXPECT_EQ(run("halt @r viewer 1.3").mErr, "vkpublish: Unknown package: viewer\n");
+    EXPECT_EQ(run("halt @r viewer x").mStatus, 2);
+    EXPECT_TRUE(run("halt @r viewer 1.2").mOut.startsWith("Halted viewer-1.2.0.0.tar.zst\nPublished, "));
+    EXPECT_EQ(followAsClient(), q("charts-7.0.0.0-de.tar.zst viewer-1.2.0.0.tar.zst"));
+    EXPECT_EQ(custom("viewer-1.2.0.0.tar.zst").keys(), QStringList({q("name"), q("package")}));
+    const Program::Result tVerified = run("verify @r");
+    EXPECT_TRUE(tVerified.mOut.contains("viewer-1.2.0.0.tar.zst: halted since 2")) << tVerified.mOut;
+    const QByteArray tList = run("list @r").mOut;
+    EXPECT_TRUE(tList.contains("halted since 2")) << tList;
+    EXPECT_EQ(tList.count("  new\n"), 1) << tList;
+    EXPECT_TRUE(run("halt @r new").mOut.contains("not published yet"));
+    succeed("halt @r new --lift");
+    // Added again, the same bytes stay halted, and others are not.
+    succeed("add @r @f --replace --name viewer --version 1.2 --title en=Viewer --title de=Betrachter "
+            "--requires charts --executable bin/run --date 2026-03-01");
+    succeed("publish @r");
+    EXPECT_TRUE(followAsClient().contains(q("new-1")));
+    EXPECT_TRUE(custom("viewer-1.2.0.0.tar.zst").contains(q("package")));
+    EXPECT_TRUE(run("halt @r viewer --lift").mOut.startsWith("Lifted the halt of viewer-1.2.0.0.tar.zst\n"));
+    EXPECT_EQ(custom("viewer-1.2.0.0.tar.zst"), tBefore);
+    succeed("halt @r viewer");
+    write("f/data", "mended\n");
+    succeed("add @r @f --replace --name viewer --version 1.2");
+    succeed("publish @r");
+    EXPECT_FALSE(custom("viewer-1.2.0.0.tar.zst").contains(q("package")));
+}
+
+TEST_F(ProgramTest, SpreadsWhatIsNewOverDaysAndToChannels)
+{
+    makeRepository();
+    const char* tArchive = "a-1.0.0.0.tar.zst";
+    const auto tPhase = [&](const char* pName) { return custom(pName).value(q("phase")).toObject(); };
+    succeed("add @r @f --name a --version 1");
+    succeed("add @r @f --name urgent --version 1 --critical");
+    succeed("publish @r --phase-days 5");
+    const QJsonObject tFirst = tPhase(tArchive);
+    EXPECT_EQ(tFirst.value(q("seconds")).toInt(), 5 * 24 * 60 * 60);
+    EXPECT_TRUE(tPhase("viewer-1.2.0.0.tar.zst").isEmpty()) << "it was published before";
+    EXPECT_TRUE(tPhase("urgent-1.0.0.0.tar.zst").isEmpty());
+    EXPECT_TRUE(run("list @r").mOut.contains("  phase until 2"));
+    succeed("publish @r");
+    succeed("publish @r --phase-days 9");
+    EXPECT_EQ(tPhase(tArchive), tFirst) << "what was published keeps its phase";
+
+    // Halted a thousand seconds ago, it goes on where it was stopped.
+    succeed("halt @r a");
+    const QByteArray tRecord = readFile(path("r.keys/record.json"));
+    const QDateTime tThen = QDateTime::currentDateTimeUtc().addSecs(-1000);
+    QByteArray tChanged = tRecord;
+    const auto tDate = [&](const QByteArray& pName) {
+        const QByteArray tKey = '"' + pName + "\": \"";
+        for (qsizetype tAt = tChanged.indexOf(tKey); tAt >= 0; tAt = tChanged.indexOf(tKey, tAt + 1)) {
+            tChanged.replace(tAt + tKey.size(), 20, tThen.toString(Qt::ISODate).toUtf8());
+        }
+    };
+    tDate("halted");
+    tDate("begins");
+    write("r.keys/record.json", tChanged);
+    succeed("halt @r a --lift");
+    const QJsonObject tLater = tPhase(tArchive);
+    EXPECT_EQ(tLater.value(q("publication")), tFirst.value(q("publication")));
+    const QDateTime tBegins = QDateTime::fromString(tLater.value(q("begins")).toString(), Qt::ISODate);
+    EXPECT_LT(std::abs(tThen.addSecs(1000).secsTo(tBegins)), 100);
+    succeed("publish @r --phase-days 0");
+    EXPECT_TRUE(tPhase(tArchive).isEmpty());
+
+    succeed("add @r @f --name b --version 1 --channel beta --date 2026-03-01");
+    succeed("publish @r");
+    const QJsonObject tBeta = custom("b-1.0.0.0.tar.zst").value(q("package")).toObject();
+    EXPECT_EQ(tBeta.value(q("channel")).toString(), q("beta"));
+    succeed("add @r @f --replace --name b --version 1 --date 2026-03-01");
+    succeed("publish @r");
+    EXPECT_EQ(custom("b-1.0.0.0.tar.zst").value(q("date")), tBeta.value(q("date")))
+        << "machines of the channel have it already";
+    EXPECT_EQ(run("add @r @f --name c --version 1 --channel A/b").mStatus, 2);
+    EXPECT_EQ(run("verify @r").mErr, "");
 }
 
 TEST_F(ProgramTest, TheRepositoryFolderIsNeverBelieved)

@@ -2,6 +2,7 @@
 #include "StoreTest.h"
 
 #include "store/ConfigVariables.h"
+#include "store/HoldTable.h"
 #include "store/ServerTable.h"
 #include "store/Settings.h"
 
@@ -117,6 +118,7 @@ TEST_F(StoreTest, OneOfVersionOneKeepsAllItsValues)
               q("https://updates.example.com/stablesecret one"));
     EXPECT_EQ(tServers->at(1).mName + *tServers->at(1).mPassword, q("secondsecret two"));
     EXPECT_EQ(ConfigVariables(mStore.database()).value(q("own.variable")), q("it's \"quoted\""));
+    EXPECT_EQ(HoldTable(mStore.database()).entries()->size(), 0) << "the table is new";
 }
 
 TEST_F(StoreTest, HealthyOneThatFailsIsNotReplaced)

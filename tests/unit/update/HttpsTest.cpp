@@ -8,10 +8,13 @@
 #include "os/AbortFlag.h"
 #include "trees/FrameTable.h"
 #include "update/Downloads.h"
+#include "update/Eligibility.h"
 #include "update/HttpSource.h"
 #include "update/OsProxy.h"
 #include "update/Reporter.h"
 #include "update/Sink.h"
+
+#include <QtCore/QDeadlineTimer>
 
 using namespace tarn;
 using namespace tarn::vkservice;
@@ -105,6 +108,60 @@ TEST_F(HttpsTest, AsksAheadOverAConnectionThatFilesShare)
     tRequests.sort();
     EXPECT_EQ(text(tRequests), "GET /metadata/2.root.json 404 -\nGET /metadata/2.snapshot.json 200 -\n"
                                "GET /metadata/2.targets.json 200 -\nGET /metadata/timestamp.json 200 -");
+}
+
+// Holds, phases and runs by hand, each with one small request as long as nothing can have changed.
+TEST_F(HttpsTest, LooksAgainWhenWhatWasLeftOutMayBeTaken)
+{
+    ASSERT_TRUE(mServer.start());
+    run(ResultSuccess);
+    Choices& tChoices = mMachine.request().mChoices;
+    const auto tExpect = [this](int pInstalled, const char* pText, bool pIsSmall,
+                                int pLine = __builtin_LINE()) {
+        mServer.forgetRequests();
+        const RunResult tResult = run(ResultSuccess, pLine);
+        EXPECT_EQ(tResult.mInstalledCount, pInstalled) << pLine;
+        EXPECT_TRUE(tResult.mText.endsWith(q(pText))) << tResult.mText << pLine;
+        EXPECT_EQ(tResult.mLeftOut->size(),
+                  q(pText).startsWith(q("All")) || q(pText).endsWith(q("updated.")) ? 0 : 1)
+            << pLine;
+        EXPECT_EQ(text(mServer.requests()) == "GET /metadata/timestamp.json 304 -", pIsSmall) << pLine;
+    };
+    const auto tPublish = [this](const char* pVersion, const QDateTime& pBegins) {
+        package("lib").mVersion = q(pVersion);
+        publish();
+        packages::PackageInfo tInfo = infoOf(package("lib"));
+        tInfo.mRelease.mPhase = packages::Phase{q("57"), pBegins, 1000};
+        mRepository.set(mTargets.value(q("lib")), "custom", tInfo.toJson());
+        mRepository.publish();
+        age(mRepository.path(q("metadata/timestamp.json")));
+    };
+    const QDateTime tNow = QDateTime::currentDateTimeUtc();
+    tPublish("2.0", tNow);
+    tChoices.mHolds = {{q("lib"), {1}, {}}};
+    tExpect(0, "No updates are available; 1 package is held.", false);
+    tExpect(0, "No updates are available; 1 package is held.", true);
+    tChoices.mHolds.clear();
+    tChoices.mSeed = "x";
+    tChoices.mIsScheduled = true;
+    tExpect(0, "1 package waits for its phase.", false);
+    EXPECT_EQ(text(mServer.requests().filter(q("snapshot"))), "") << "it is on the disk";
+    tExpect(0, "1 package waits for its phase.", true);
+    tChoices.mIsScheduled = false;
+    tExpect(1, "1 package was updated.", false);
+    tExpect(0, "All packages are up to date.", true);
+
+    // Its turn comes in about two seconds.
+    tChoices.mIsScheduled = true;
+    const auto tElapsed = static_cast<qint64>(placeOf("x", q("57")) * 1000);
+    tPublish("3.0", QDateTime::currentDateTimeUtc().addSecs(2 - tElapsed));
+    tExpect(0, "1 package waits for its phase.", false);
+    RunResult tResult;
+    for (const QDeadlineTimer tDeadline(20000); tResult.mInstalledCount == 0 && !tDeadline.hasExpired();) {
+        tResult = run(ResultSuccess);
+    }
+    EXPECT_EQ(tResult.mInstalledCount, 1);
+    tExpect(0, "All packages are up to date.", true);
 }
 
 // A server that distinguishes files by time in seconds and size must not hide a second publication within one

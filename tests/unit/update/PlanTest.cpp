@@ -15,7 +15,8 @@ using packages::PackageInfo;
 
 namespace {
 
-// "name version", followed by "data", "lang=X", "req=A,B" and "date=YYYY-MM-DD" in any order.
+// "name version", followed by "data", "halted", "lang=X", "req=A,B", "channel=X" and
+// "date=YYYY-MM-DD" in any order.
 PackageInfo parse(const QString& pText)
 {
     PackageInfo tInfo;
@@ -26,6 +27,10 @@ PackageInfo parse(const QString& pText)
         const QString tValue = tWord.section(u'=', 1);
         if (tWord == q("data")) {
             tInfo.mKind = Kind::Data;
+        } else if (tWord == q("halted")) {
+            tInfo.mRelease.mHalted = QDateTime(QDate(2026, 1, 1), QTime(0, 0), Qt::UTC);
+        } else if (tWord.startsWith(q("channel="))) {
+            tInfo.mRelease.mChannel = tValue;
         } else if (tWord.startsWith(q("lang="))) {
             tInfo.mLanguage = tValue;
         } else if (tWord.startsWith(q("req="))) {
@@ -120,6 +125,12 @@ TEST(PlanTest, TakesWhatIsMissingOrNewer)
          "a 1.0!; b 1.0; c 1.0<a"},
         {"what two failed ones bring along, and more with it", "a 1 req=x,c; b 1 req=x,c; c 1 req=d; d 1", "",
          "a 1.0!; b 1.0!; c 1.0<a!; d 1.0<c!"},
+        {"halted", "a 2 halted; a 1; b 1 halted", "", "a 1.0"},
+        {"halted where it is installed", "a 2 halted req=b; b 1", "a 2", "b 1.0<a"},
+        {"of another channel", "a 2 channel=beta; a 1", "", "a 1.0"},
+        {"requires a halted one", "a 1 req=b; b 1 req=c; c 1 halted; d 1", "", "d 1.0"},
+        {"requires a halted one that is installed", "a 1 req=c; c 2 halted", "c 1", "a 1.0"},
+        {"an older one requires less", "a 2 req=b; a 1; b 1 halted", "", "a 1.0"},
         {"what needs a failed one", "a 1 req=b; b 1 req=x; c 1", "", "a 1.0!; b 1.0<a!; c 1.0"},
     };
     for (const auto& [tName, tOffers, tInstalled, tPlan] : tCases) {
@@ -139,6 +150,7 @@ TEST(PlanTest, PlansDamagedPackagesAgain)
         {"a 1", 1, "a 2; b 1", 0, "", "a b"},
         {"a 1", 2, "a 1", 1, "a 1.0>0", ""}, // packed again
         {"a 1 lang=fr", 1, "a 1 lang=fr", 0, "a 1.0 fr>1", ""},
+        {"a 1 halted", 1, "a 1", 0, "a 1.0>1", ""},
         {"x 1", 1, "x 1", 5, "", ""}, // a repaired one is in its place
     };
     for (const auto& [tOffered, tHash, tInstalled, tRepair, tExpected, tBeyond] : tCases) {

@@ -206,6 +206,24 @@ TEST_F(UpdateRunTest, GoesOnWithAPartialDownloadUnlessItIsWrong)
     tRunFrom(tArchive.first(tHalf));
 }
 
+// The clock may be set back; it is never earlier than the newest signature.
+TEST_F(UpdateRunTest, APhaseGoesOnWithTheTimeThatSignaturesProve)
+{
+    run(ResultSuccess);
+    mMachine.request().mChoices.mIsScheduled = true;
+    package("lib").mVersion = q("2.0");
+    publish();
+    tarn::packages::PackageInfo tInfo = infoOf(package("lib"));
+    const QDateTime tNow = QDateTime::currentDateTimeUtc();
+    tInfo.mRelease.mPhase = tarn::packages::Phase{q("57"), tNow.addSecs(3600), 1};
+    mRepository.set(mTargets.value(q("lib")), "custom", tInfo.toJson());
+    for (const int tHours : {0, 2}) {
+        mRepository.mSignedAt = tNow.addSecs(3600 * tHours);
+        mRepository.publish();
+        EXPECT_EQ(run(ResultSuccess).mInstalledCount, tHours == 2 ? 1 : 0) << tHours;
+    }
+}
+
 TEST_F(UpdateRunTest, LooksForSpaceBeforeTheFirstByte)
 {
     mMachine.fileSystem().mFreeBytes = 6 * 1024 * 1024;

@@ -1,0 +1,78 @@
+#include "Machine.h"
+#include "RawPeer.h"
+#include "Test.h"
+
+// What a machine takes of what is offered: holds, channels, halts and phases, with all real programs.
+
+namespace {
+
+class ChoicesTest : public testing::Test
+{
+protected:
+    // Part of what it prints, which ends with the status pStatus.
+    void vkctl(const QList<QByteArray>& pArguments, const QByteArray& pPart, int pStatus = 0,
+               int pLine = __builtin_LINE()) const
+    {
+        const auto tResult =
+            mMachine.installation().start(pArguments, Program::Console::Pipes, "vkctl")->wait();
+        EXPECT_EQ(tResult.mStatus, pStatus) << tResult.mErr << "line " << pLine;
+        EXPECT_TRUE((tResult.mOut + tResult.mErr).contains(pPart)) << tResult.mOut << tResult.mErr << pLine;
+    }
+    void update(const QByteArray& pResult, const char* pVersion, int pLine = __builtin_LINE()) const
+    {
+        const auto tResult = mMachine.rkm({"update"});
+        EXPECT_EQ(tResult.mStatus, 0) << pLine;
+        EXPECT_TRUE(tResult.mOut.endsWith("Update finished: " + pResult + '\n')) << tResult.mOut << pLine;
+        EXPECT_EQ(mMachine.installedVersion("viewer"), q(pVersion)) << pLine;
+    }
+    void offer(const char* pVersion, const QList<QByteArray>& pOptions = {},
+               const QList<QByteArray>& pPublish = {})
+    {
+        mMachine.add("viewer", pVersion, pOptions);
+        mMachine.publish(pPublish);
+    }
+
+    mutable Machine mMachine;
+};
+
+} // namespace
+
+TEST_F(ChoicesTest, AMachineTakesWhatItsAdministratorAndItsPublisherLet)
+{
+    offer("1.0");
+    update("1 package was updated.", "1.0");
+    offer("1.1");
+    offer("2.0");
+    vkctl({"hold", "viewer", "1.1", "--until=2199-01-01"}, "  viewer 1.1 until 2199-01-01 00:00:00\n");
+    update("1 package was updated. 1 package is held.", "1.1");
+    update("No updates are available; 1 package is held.", "1.1");
+    vkctl({"status"}, "Left out by the last update: 1\n  viewer 2.0.0.0: held until 2199-01-01 00:00:00\n");
+    vkctl({"unhold", "viewer"}, "Held packages: 0\n");
+    vkctl({"unhold", "viewer"}, "Not held: viewer\n", 1);
+    vkctl({"hold", "viewer", "--until=2001-01-01"}, "Not a date in the future: 2001-01-01\n", 1);
+    vkctl({"hold", "../viewer"}, "The package can't be held", 1);
+
+    mMachine.installation().publish({"halt", "viewer", "2.0"});
+    update("No updates are available; 1 package was stopped by its publisher.", "1.1");
+    mMachine.installation().publish({"halt", "viewer", "--lift"});
+    update("1 package was updated.", "2.0");
+
+    offer("3.0", {"--channel", "beta"});
+    update("All packages are up to date.", "2.0");
+    vkctl({"channel", "beta"}, "Channel: beta\n");
+    update("1 package was updated.", "3.0");
+    vkctl({"channel", "stable", "--json"}, "{\"channel\":\"stable\"}\n");
+
+    offer("4.0", {}, {"--phase-days", "300"});
+    const auto tService = mMachine.startService();
+    RawPeer tPeer(mMachine.installation().socketPath());
+    RawPeer tMonitor(mMachine.installation().socketPath());
+    ASSERT_EQ(tMonitor.call("enterMonitorMode"), true);
+    EXPECT_EQ(tPeer.call("triggerUpdate", R"({"manual":false})"), true);
+    ASSERT_TRUE(tMonitor.waitForEvent("serviceStatusChanged", "status", 0));
+    vkctl({"status"}, "  viewer 4.0.0.0: waits for its phase until 2");
+    mMachine.installation().publish({"halt", "viewer", "4.0"});
+    update("No updates are available; 1 package was stopped by its publisher.", "3.0");
+    mMachine.installation().publish({"halt", "viewer", "--lift"});
+    update("1 package was updated.", "4.0"); // by hand
+}
