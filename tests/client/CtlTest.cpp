@@ -56,6 +56,7 @@ Script overseen(const QByteArray& pPackages)
                                            R"("bytesTotal":0,"began":null,"ended":null,"damaged":0,)"
                                            R"("unproven":0,"failure":null})");
         pService.answer("getOverview", sOverview);
+        pService.answer("getLeftOut", R"({"packages":[]})");
         pService.answer("getHistory", sHistory);
     };
 }
@@ -183,9 +184,9 @@ TEST(CtlTest, TellsByTextAndStatusWhatTheServiceKnows)
                              R"("required":"b","date":null},{"name":"c","version":"1","reason":"phase",)"
                              R"("required":null,"date":"2026-03-07T02:15:00"}]})");
          },
-         "Last verification: 2026-03-07 02:15:00\nInstalled packages: 1\n  a 1.0.0.0: sound\n"
          "Left out by the last update: 2\n  a 2: requires b, which is left out\n"
-         "  c 1: waits for its phase until 2026-03-07 02:15:00\n",
+         "  c 1: waits for its phase until 2026-03-07 02:15:00\n"
+         "Last verification: 2026-03-07 02:15:00\nInstalled packages: 1\n  a 1.0.0.0: sound\n",
          "", 0},
         {"unknown command", "prove", {}, "", "Unknown command: prove\n", 1},
         {"unknown option", "verify --jsn", {}, "", "Unknown option: 'jsn'\n", 1},

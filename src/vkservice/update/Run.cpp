@@ -434,7 +434,10 @@ RunResult Run::finish(Attempt* pAttempt)
     const int tFailed = tPlan.failedCount();
     const int tInstalled = static_cast<int>(tPlan.mPackages.size()) - tFailed;
     if (tFailed > 0) {
-        return {failedPackagesCode(tPlan), failedPackagesText(tPlan), tInstalled, tPlan.mLeftOut};
+        return {.mCode = failedPackagesCode(tPlan),
+                .mText = failedPackagesText(tPlan),
+                .mInstalledCount = tInstalled,
+                .mLeftOut = tPlan.mLeftOut};
     }
     QString tText = successText(tInstalled, mDownloads.received(), archiveBytes(tPlan), tPlan.mLeftOut);
     mDownloads.clear();
@@ -448,7 +451,10 @@ RunResult Run::finish(Attempt* pAttempt)
                                                           .mWaits = tPlan.mNextTurn.isValid(),
                                                           .mLookAgain = tPlan.mNextTurn});
     }
-    return {ResultSuccess, tText, tInstalled, tPlan.mLeftOut};
+    return {.mCode = ResultSuccess,
+            .mText = tText,
+            .mInstalledCount = tInstalled,
+            .mLeftOut = tPlan.mLeftOut};
 }
 
 } // namespace tarn::vkservice::update
