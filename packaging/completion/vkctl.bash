@@ -11,12 +11,12 @@ _vkctl()
         return
     fi
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-        if [[ $word == status || $word == verify || $word == repair ]]; then
+        if [[ $word =~ ^(status|verify|repair|generations|rollback|refused|accept)$ ]]; then
             mapfile -t COMPREPLY < <(compgen -W "--json --socket --help --version" -- "$cur")
             return
         fi
     done
-    mapfile -t COMPREPLY < <(compgen -W "status verify repair --json --socket --help --version" -- "$cur")
+    mapfile -t COMPREPLY < <(compgen -W "status verify repair generations rollback refused accept --json --socket --help --version" -- "$cur")
 }
 
 complete -F _vkctl vkctl

@@ -178,6 +178,9 @@ QJsonObject PackageInfo::toJson() const
     if (!mExecutables.isEmpty()) {
         tObject.insert(u"executables"_s, QJsonArray::fromStringList(mExecutables));
     }
+    if (!mCheck.isEmpty()) {
+        tObject.insert(u"check"_s, mCheck);
+    }
     if (!mReport.isEmpty()) {
         tObject.insert(u"report"_s, vkcore::toJson(mReport));
     }
@@ -207,6 +210,8 @@ bool PackageInfo::fromJson(const QJsonObject& pFrom, PackageInfo* pTo, QString* 
     require(&tReader, pTo->mLanguage.isEmpty() || isLanguage(pTo->mLanguage), "language");
     pTo->mRequires = readTexts(&tReader, "requires", isName);
     pTo->mExecutables = readTexts(&tReader, "executables", isRelativePath);
+    pTo->mCheck = readText(&tReader, "check");
+    require(&tReader, !tReader.has("check") || isRelativePath(pTo->mCheck), "check");
     pTo->mReport = readLangString(&tReader, "report", sMaxReport);
     pTo->mInstalledSize = tReader.has("installedSize") ? tReader.integer("installedSize", 0) : 0;
     pTo->mIndex = readIndex(&tReader);

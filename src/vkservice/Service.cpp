@@ -64,6 +64,7 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
       mUpdateThread(os::realFileSystem(), os::realProcessList()), mChecks(os::realFileSystem()),
       mUpdates(mUpdateThread, {mServers, mSettings, mVariables, mChecks, pApp}, mStoreCare),
       mVerifications(os::realFileSystem(), {mChecks, mSettings, mVariables, mUpdates, mStoreCare, pApp}),
+      mReleases(os::realFileSystem(), {mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mSchedule({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mMail({mStore, mSettings, mVariables, mUpdates, mSchedule, pApp}),
       mEvents(mSockets, mUpdates, mVerifications, pApp),
@@ -80,6 +81,7 @@ void Service::addMethods()
     methods::addSessionMethods(mMethods, {mSockets, mEvents, mLifetime, mConfiguration});
     methods::addUpdateMethods(mMethods, {mUpdates});
     methods::addPackageMethods(mMethods, {mVerifications});
+    methods::addReleaseMethods(mMethods, {mSockets, mReleases});
     methods::addSettingsMethods(mMethods, {mSettings, mConfiguration, mMail, mUpdates, mStoreCare, mApp});
     methods::addScheduleMethods(mMethods, {mSchedule, mStoreCare});
     methods::addMonitoringMethods(mMethods, {mSettings, mMail, mStoreCare});
@@ -130,6 +132,9 @@ Failure Service::start()
     }
     if (const Failure tFailure = mSchedule.start(mLifetime.isWorker())) {
         return tFailure;
+    }
+    if (!mLifetime.isWorker()) { // that of a command may end at once
+        mUpdates.resumeTrial();
     }
     mMinute.start(sMinuteMs);
     if (!os::Confinement::isAvailable()) {

@@ -4,6 +4,7 @@
 #include "control/Events.h"
 #include "control/Lifetime.h"
 #include "control/MailControl.h"
+#include "control/ReleaseControl.h"
 #include "control/ScheduleControl.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
@@ -83,6 +84,7 @@ private:
     packages::CheckRecordFile mChecks;
     control::UpdateControl mUpdates;
     control::VerifyControl mVerifications;
+    control::ReleaseControl mReleases;
     control::ScheduleControl mSchedule;
     control::MailControl mMail;
     control::Events mEvents;

@@ -42,6 +42,20 @@ def damage_a_package(folder):
         file.write(b"x")
 
 
+def fail_a_check(folder, rkm, publish):
+    """Leaves a refusal, and keeps the record of the trial as the check has seen it."""
+    check = os.path.join(folder, "package/bin/check")
+    with open(check, "w", encoding="utf-8") as file:
+        file.write("#!/bin/sh\ncat %s/state/trial.json\nexit 3\n" % folder)
+    os.chmod(check, 0o755)
+    publish("add", os.path.join(folder, "package"), "--name", "viewer", "--version", "1.2", "--check", "bin/check")
+    publish("publish")
+    subprocess.run([rkm, "update"], capture_output=True, check=False)
+    output = re.findall(r"(?m)viewer 1\.2\.0\.0: bin/check: (.*)$", read(glob.glob(os.path.join(folder, "log/vkservice.log"))[0]))
+    with open(os.path.join(folder, "trial.json"), "w", encoding="utf-8") as file:
+        file.write("\n".join(output))
+
+
 def real_files(folder):
     """The files of a publisher and a machine after two updates, the second with a locked install log; by their headings."""
     repository, state = os.path.join(folder, "repository"), os.path.join(folder, "state")
@@ -81,8 +95,10 @@ def real_files(folder):
     damage_a_package(folder)
     subprocess.run([os.path.join(os.path.dirname(rkm), "vkctl"), "verify"], capture_output=True, check=False)
     log.close()  # its worker would have entered the run
+    fail_a_check(folder, rkm, publish)
     places = {".manifest.json": "installed/generations/1/.manifest.json", ".vk-root": "installed/.vk-root",
               "installation.json": "state/installation.json", "damage.json": "state/damage.json",
+              "refused.json": "state/refused.json", "trial.json": "trial.json",
               "The note on a server": "state/trust/*/servers/*.json",
               "install-log.waiting": "state/install-log.waiting/*.json", "record.json": "repository.keys/record.json"}
     return {heading: json.loads(read(*glob.glob(os.path.join(folder, place)))) for heading, place in places.items()}

@@ -25,6 +25,11 @@ inline constexpr QLatin1StringView sGetVerification("getVerification");
 inline constexpr QLatin1StringView sStartVerification("startVerification");
 inline constexpr QLatin1StringView sStopVerification("stopVerification");
 
+inline constexpr QLatin1StringView sGetGenerations("getGenerations");
+inline constexpr QLatin1StringView sRollBack("rollBack");
+inline constexpr QLatin1StringView sGetRefusals("getRefusals");
+inline constexpr QLatin1StringView sAcceptPackage("acceptPackage");
+
 inline constexpr QLatin1StringView sGetDefaultServer("getDefaultServer");
 inline constexpr QLatin1StringView sUpdateDefaultServer("updateDefaultServer");
 inline constexpr QLatin1StringView sGetServerList("getServerList");

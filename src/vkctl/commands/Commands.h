@@ -8,5 +8,9 @@ class CtlApplication;
 int status(CtlApplication& pApp);
 int verify(CtlApplication& pApp);
 int repair(CtlApplication& pApp);
+int generations(CtlApplication& pApp);
+int rollBack(CtlApplication& pApp);
+int refused(CtlApplication& pApp);
+int accept(CtlApplication& pApp);
 
 } // namespace tarn::vkctl

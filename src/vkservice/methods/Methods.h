@@ -9,6 +9,7 @@ class Configuration;
 class Events;
 class Lifetime;
 class MailControl;
+class ReleaseControl;
 class ScheduleControl;
 class StoreCare;
 class UpdateControl;
@@ -50,6 +51,13 @@ struct PackageParts
     control::VerifyControl& mVerifications;
 };
 void addPackageMethods(ipc::MethodTable& pTable, const PackageParts& pParts);
+
+struct ReleaseParts
+{
+    const ipc::SocketServer& mSockets;
+    control::ReleaseControl& mReleases;
+};
+void addReleaseMethods(ipc::MethodTable& pTable, const ReleaseParts& pParts);
 
 struct SettingsParts
 {

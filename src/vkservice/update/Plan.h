@@ -44,6 +44,8 @@ struct Plan
     QMap<QString, QString> mParents;
     // Names of damaged packages that this plan does not replace: the server does not offer their versions.
     QStringList mBeyondRepair;
+    // Offered packages that this machine has refused and that the plan would have preferred.
+    QStringList mRefused;
 
     PlannedPackage* find(const QString& pName);
     int failedCount() const;

@@ -1,10 +1,11 @@
 #include "update/Run.h"
 
 #include "os/AbortFlag.h"
-#include "tuf/Hashes.h"
+#include "update/Admission.h"
 #include "update/AppWait.h"
 #include "update/FailurePolicy.h"
 #include "update/FreeSpace.h"
+#include "update/MachineState.h"
 #include "update/Preparation.h"
 #include "update/Reporter.h"
 #include "update/RunConfinement.h"
@@ -37,11 +38,12 @@ qint64 archiveBytes(const Plan& pPlan)
 } // namespace
 
 Run::Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
-         Reporter& pReporter, const os::AbortFlag& pAbort)
+         Reporter& pReporter, const os::AbortFlag& pAbort, os::CheckRunner& pChecks)
     : mRequest(pRequest), mFileSystem(pFileSystem), mProcesses(pProcesses), mReporter(pReporter),
       mAbort(pAbort), mWorkplace(pFileSystem, pProcesses, pRequest),
       mDownloads(pFileSystem, pRequest.mStateDir, pReporter, pAbort),
-      mIndexes(pFileSystem, pRequest.mStateDir)
+      mIndexes(pFileSystem, pRequest.mStateDir),
+      mTrial(pRequest, pFileSystem, pChecks, mWorkplace, pReporter, pAbort)
 {
 }
 
@@ -73,8 +75,15 @@ RunResult Run::run()
     if (const Failure tFailure = confineRun(mRequest, mWorkplace.writableFolders())) {
         return failed(tFailure);
     }
+    const Failure tTrial = mTrial.resume(true);
     warn(mWorkplace.tidyUp());
+    if (tTrial) {
+        return failed(tTrial);
+    }
     const Failure tUnlogged = updateInstallLog();
+    if (mRequest.mOnlyTrial) {
+        return {ResultSuccess, u"The installed packages have passed their checks."_s, 0};
+    }
     if (const Failure tFailure = mDownloads.open()) {
         return failed(tFailure);
     }
@@ -141,7 +150,7 @@ Failure Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pA
 {
     mReporter.begin(vkcore::ActivityDownloading, true, 0, true);
     mReporter.setText(serverLabel(pServer));
-    auto tSession = std::make_unique<ServerSession>(mRequest, pServer, machineState(), mFileSystem, mAbort);
+    auto tSession = std::make_unique<ServerSession>(mRequest, pServer, state(), mFileSystem, mAbort);
     QStringList tWarnings;
     if (const Failure tFailure = tSession->open(&tWarnings)) {
         return tFailure;
@@ -149,8 +158,16 @@ Failure Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pA
     for (const QString& tWarning : tWarnings) {
         warn(u"The server %1 offers an unusable package. %2"_s.arg(tSession->label(), tWarning));
     }
-    (*pAttempt)->mPlan = makePlan(tSession->offers(), mWorkplace.installed(), mWorkplace.folders(),
-                                  {mRequest.mAppLanguage, mRequest.mDataLanguage}, mRequest.mDamaged);
+    const auto tRefusals = packages::Refusals::load(mFileSystem, mRequest.mStateDir);
+    if (!tRefusals && tRefusals.failure().mKind != Failure::Kind::Content) {
+        return tRefusals.failure();
+    }
+    warn(tRefusals ? QString() : tRefusals.failure().mText + u'.');
+    Plan& tPlan = (*pAttempt)->mPlan;
+    tPlan = makePlan(admitted(tSession->offers(), tRefusals.valueOr({})), mWorkplace.installed(),
+                     mWorkplace.folders(), {mRequest.mAppLanguage, mRequest.mDataLanguage},
+                     mRequest.mDamaged);
+    tPlan.mRefused = leftOut(tSession->offers(), tRefusals.valueOr({}), tPlan);
     (*pAttempt)->mSession = std::move(tSession);
     return {};
 }
@@ -268,13 +285,20 @@ Failure Run::switchToNew(const Plan& pPlan)
         return Failure::canceled();
     }
     const packages::Manifest tNext = nextGeneration(pPlan);
+    if (const Failure tFailure = mTrial.announce(tNext)) {
+        return tFailure;
+    }
     // Before the sync, which then does not have to write them.
     mDownloads.remove(pPlan);
     if (const Failure tFailure = mWorkplace.generations().install(tNext, tStaged)) {
+        mTrial.forget();
         return tFailure;
     }
     mReporter.advance(tStaged.size());
     mWorkplace.setInstalled(tNext);
+    if (const Failure tFailure = mTrial.prove()) {
+        return tFailure;
+    }
     findLostIndexes();
     (void)updateInstallLog(); // it has warned, and the next run tries again
     forgetOldIndexes();
@@ -283,11 +307,15 @@ Failure Run::switchToNew(const Plan& pPlan)
 
 void Run::forgetOldIndexes()
 {
-    packages::Manifest tPrevious;
-    (void)mWorkplace.generations().reader().manifest(mWorkplace.installed().mPrevious,
-                                                     &tPrevious); // then it has none
+    packages::GenerationReader& tReader = mWorkplace.generations().reader();
+    QList<packages::InstalledPackage> tPackages = mWorkplace.installed().mPackages;
+    for (const qint64 tNumber : tReader.before(mWorkplace.installed())) {
+        packages::Manifest tBefore;
+        (void)tReader.manifest(tNumber, &tBefore); // then it has none
+        tPackages += tBefore.mPackages;
+    }
     QSet<QByteArray> tTexts;
-    for (const auto& tPackage : mWorkplace.installed().mPackages + tPrevious.mPackages) {
+    for (const auto& tPackage : std::as_const(tPackages)) {
         if (tPackage.mInfo.mIndex) {
             tTexts.insert(tPackage.mInfo.mIndex->mText.mHash.toHex());
         }
@@ -314,25 +342,9 @@ void Run::removeObsolete()
     }
 }
 
-// The inputs of a plan besides the offers.
-QByteArray Run::machineState() const
+QByteArray Run::state() const
 {
-    QStringList tParts{mRequest.mAppLanguage,
-                       mRequest.mDataLanguage,
-                       mWorkplace.folders().installDir(),
-                       mWorkplace.folders().root(packages::Kind::Data),
-                       QString::number(mWorkplace.installed().mGeneration),
-                       mWorkplace.installed().mRunId};
-    for (const packages::InstalledPackage& tPackage : mLostIndexes) {
-        tParts.append(u"no index "_s + tPackage.mFolder);
-    }
-    for (const packages::InstalledPackage& tPackage : mWorkplace.installed().mPackages) {
-        tParts.append(tPackage.mFolder);
-        if (mRequest.mDamaged.contains(tPackage.mFolder)) {
-            tParts.append(u"damaged"_s);
-        }
-    }
-    return tuf::sha256(tParts.join(u'\n').toUtf8());
+    return machineState(mRequest, mWorkplace, mLostIndexes);
 }
 
 RunResult Run::failed(const Failure& pFailure) const
@@ -381,15 +393,18 @@ RunResult Run::finish(Attempt* pAttempt)
         return {failedPackagesCode(tPlan), failedPackagesText(tPlan), tInstalled};
     }
     mDownloads.clear();
+    QString tText = successText(tInstalled, mDownloads.received(), archiveBytes(tPlan));
     if (!tPlan.mBeyondRepair.isEmpty()) {
-        const QString tText = beyondRepairText(tPlan.mBeyondRepair);
-        mReporter.error(tText, {});
-        return {ResultSuccess,
-                successText(tInstalled, mDownloads.received(), archiveBytes(tPlan)) + u' ' + tText,
-                tInstalled};
+        mReporter.error(beyondRepairText(tPlan.mBeyondRepair), {});
+        tText += u' ' + beyondRepairText(tPlan.mBeyondRepair);
     }
-    pAttempt->mSession->markComplete(machineState());
-    return {ResultSuccess, successText(tInstalled, mDownloads.received(), archiveBytes(tPlan)), tInstalled};
+    if (!tPlan.mRefused.isEmpty()) {
+        tText += u' ' + refusedText(tPlan.mRefused);
+    }
+    if (tPlan.mBeyondRepair.isEmpty() && tPlan.mRefused.isEmpty()) {
+        pAttempt->mSession->markComplete(state());
+    }
+    return {ResultSuccess, tText, tInstalled};
 }
 
 } // namespace tarn::vkservice::update

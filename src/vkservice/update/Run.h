@@ -6,6 +6,7 @@
 #include "update/RunRequest.h"
 #include "update/ServerSession.h"
 #include "update/Supply.h"
+#include "update/Trial.h"
 #include "update/Workplace.h"
 
 #include <memory>
@@ -27,7 +28,8 @@ class Run
 {
 public:
     Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
-        Reporter& pReporter, const os::AbortFlag& pAbort);
+        Reporter& pReporter, const os::AbortFlag& pAbort,
+        os::CheckRunner& pChecks = os::realCheckRunner());
 
     RunResult run();
 
@@ -61,7 +63,7 @@ private:
     void forgetOldIndexes();
     void removeObsolete();
 
-    QByteArray machineState() const;
+    QByteArray state() const; // of this machine
     void warn(const QString& pText);
     Failure updateInstallLog();
     RunResult failed(const Failure& pFailure) const;
@@ -76,6 +78,7 @@ private:
     Workplace mWorkplace;
     Downloads mDownloads;
     trees::IndexStore mIndexes;
+    Trial mTrial;
     QList<packages::InstalledPackage> mLostIndexes; // of these the index is missing or damaged
     std::vector<ServerTrouble> mServerTroubles;
 };

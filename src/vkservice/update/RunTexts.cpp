@@ -48,6 +48,11 @@ QString beyondRepairText(const QStringList& pNames)
         .arg(pNames.join(u", "_s));
 }
 
+QString refusedText(const QStringList& pNames)
+{
+    return u"These packages were refused on this machine and are left out: %1."_s.arg(pNames.join(u", "_s));
+}
+
 QString failureText(const Failure& pFailure)
 {
     const QString tText = pFailure.mKind == Failure::Kind::OutOfDate

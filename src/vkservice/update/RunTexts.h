@@ -19,6 +19,7 @@ Failure serversFault(const Plan& pPlan);
 // at least.
 QString successText(int pInstalled, qint64 pReceived, qint64 pWhole);
 QString beyondRepairText(const QStringList& pNames);
+QString refusedText(const QStringList& pNames);
 QString failureText(const Failure& pFailure);
 ResultCode failedPackagesCode(const Plan& pPlan);
 QString failedPackagesText(const Plan& pPlan);
