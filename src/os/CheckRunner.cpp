@@ -19,6 +19,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <vector>
@@ -30,6 +31,8 @@ namespace tarn::os {
 namespace {
 
 constexpr qsizetype sMaxOutput = 4096;
+constexpr qsizetype sReadSize = 16384;
+constexpr int sReads = 8;            // more than a pipe holds
 constexpr int sKeeperMs = 10 * 1000; // it needs less to end everything
 constexpr const char* sOfAll[] = {"/dev/null", "/dev/zero",    "/dev/full",
                                   "/dev/tty",  "/dev/urandom", "/dev/random"};
@@ -151,13 +154,14 @@ private:
         }
     }
 
-    // False at its end. The pipe is kept empty, so that nothing waits for this.
+    // False at its end. The pipe is kept empty, so that no program waits for this.
     bool readOutput()
     {
-        char tBuffer[16384];
-        ssize_t tSize = mOutput.isOpen() ? ::read(mOutput.fd(), tBuffer, sizeof tBuffer) : -1;
-        if (tSize > 0) {
-            mOutcome.mOutput.append(tBuffer, tSize);
+        char tBuffer[sReadSize];
+        ssize_t tSize = mOutput.isOpen() ? 1 : -1;
+        for (int i = 0; i < sReads && tSize > 0; ++i) {
+            tSize = ::read(mOutput.fd(), tBuffer, sizeof tBuffer);
+            mOutcome.mOutput.append(tBuffer, std::max<ssize_t>(tSize, 0));
             mOutcome.mOutput = mOutcome.mOutput.right(sMaxOutput);
         }
         return tSize != 0;
@@ -230,8 +234,8 @@ public:
             }
             return tWhy.isEmpty();
         };
-        const QStringList tNames = QDir(pFolder).entryList(
-            QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+        const QStringList tNames =
+            QDir(pFolder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
         for (const QString& tName : tNames) {
             const QString tPath = pFolder + u'/' + tName;
             if (sName.match(tName).hasMatch() && tIsSafe(tPath, S_IFREG)) {

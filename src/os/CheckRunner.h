@@ -13,7 +13,7 @@ class FreeThread;
 // A program that says by its exit status whether something works.
 struct CheckProgram
 {
-    QString mProgram; // absolute path
+    QString mProgram;             // absolute path
     QString mFolder;              // where it works
     QByteArrayList mVariables;    // "NAME=value", besides PATH, LANG and TMPDIR
     int mSeconds = 0;             // after this time it is killed
@@ -24,7 +24,7 @@ struct CheckOutcome
 {
     bool mPassed = false;
     bool mIsAborted = false;
-    QString mReason = {}; // why it has not passed, "ended with status 3"
+    QString mReason = {};    // why it has not passed, "ended with status 3"
     QByteArray mOutput = {}; // the last 4 KiB of what it wrote to both streams
 };
 

@@ -122,9 +122,8 @@ bool GenerationReader::newestSoundBefore(qint64 pNumber, Manifest* pTo)
 {
     QList<qint64> tNumbers = numbers();
     std::sort(tNumbers.begin(), tNumbers.end(), std::greater<>());
-    return std::any_of(tNumbers.cbegin(), tNumbers.cend(), [&](qint64 pCandidate) {
-        return pCandidate < pNumber && !sound(pCandidate, pTo);
-    });
+    return std::any_of(tNumbers.cbegin(), tNumbers.cend(),
+                       [&](qint64 pCandidate) { return pCandidate < pNumber && !sound(pCandidate, pTo); });
 }
 
 QList<qint64> GenerationReader::numbers() const

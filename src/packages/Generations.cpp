@@ -171,6 +171,17 @@ Failure Generations::switchBack(qint64 pNumber)
     return tFailure ? tFailure : switchTo(pNumber);
 }
 
+void Generations::retireAbove(qint64 pNumber)
+{
+    const QList<qint64> tNumbers = mReader.numbers();
+    for (const qint64 tNumber : tNumbers) {
+        if (tNumber > pNumber) {
+            mFileSystem.unlink(
+                QFile::encodeName(mFolders.generationDir(tNumber) + u'/' + manifestFileName()));
+        }
+    }
+}
+
 Failure Generations::removeLeftovers(const std::function<void(int, int)>& pProgress, const PutOff& pPutOff)
 {
     return mLeftovers.remove(pProgress, pPutOff);

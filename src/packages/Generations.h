@@ -45,6 +45,9 @@ public:
     Failure install(const Manifest& pNext, const QList<StagedPackage>& pStaged);
     // Makes an earlier generation, which is kept, the current one again. 0: nothing is installed.
     Failure switchBack(qint64 pNumber);
+    // Takes their manifests from all generations above one, so that they never count again, not even when the
+    // current one is damaged. Their packages are leftovers then.
+    void retireAbove(qint64 pNumber);
     qint64 nextNumber(const Manifest& pCurrent);
 
     // Removes every generation, package folder and staging folder that was created here and that neither the

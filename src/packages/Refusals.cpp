@@ -97,9 +97,9 @@ Result<Refusals> Refusals::load(os::FileSystem& pFileSystem, const QString& pSta
                                                                  : tBytes.failure();
     }
     const Result<Refusals> tRefusals = fromBytes(*tBytes);
-    return tRefusals ? tRefusals
-                     : Failure::content(u"%1 is damaged (%2)"_s.arg(pathIn(pStateDir),
-                                                                   tRefusals.failure().mText));
+    return tRefusals
+               ? tRefusals
+               : Failure::content(u"%1 is damaged (%2)"_s.arg(pathIn(pStateDir), tRefusals.failure().mText));
 }
 
 Failure Refusals::store(os::FileSystem& pFileSystem, const QString& pStateDir) const

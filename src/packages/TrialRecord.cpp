@@ -66,8 +66,7 @@ Result<TrialRecord> TrialRecord::load(os::FileSystem& pFileSystem, const QString
                                                                  : tBytes.failure();
     }
     const Result<TrialRecord> tRecord = fromBytes(*tBytes);
-    return tRecord ? tRecord
-                   : Failure::content(u"%1 is damaged (%2)"_s.arg(tPath, tRecord.failure().mText));
+    return tRecord ? tRecord : Failure::content(u"%1 is damaged (%2)"_s.arg(tPath, tRecord.failure().mText));
 }
 
 Failure TrialRecord::store(os::FileSystem& pFileSystem, const QString& pStateDir) const

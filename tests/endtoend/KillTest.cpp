@@ -26,9 +26,9 @@ private:
 } // namespace
 
 // The service is killed at a random moment of an update. All packages are old or all are new, each file is
-// complete, and the next run installs the new ones. Each third release fails its check: then the next run ends
-// with the packages from before, and never again with those that were refused. Nothing else is left behind, and
-// no run is missing in the install log, although that can't be written in each tenth round.
+// complete, and the next run installs the new ones. Each third release fails its check: then the next run
+// ends with the packages from before, and never again with those that were refused. Nothing else is left
+// behind, and no run is missing in the install log, although that can't be written in each tenth round.
 TEST(Kill, AtAnyMomentLeavesTheOldOrTheNewPackagesWhole)
 {
     const int tWanted = qEnvironmentVariableIntValue("RKM_KILL_ROUNDS");
@@ -46,8 +46,8 @@ TEST(Kill, AtAnyMomentLeavesTheOldOrTheNewPackagesWhole)
             if (tPackage == q("viewer")) {
                 tOptions += {"--check", "check", "--requires", "planner", "--requires", "charts"};
                 const QString tCheck = q("sources/viewer-%1/check").arg(pVersion);
-                tMachine.installation().writeFile(
-                    tCheck, "#!/bin/sh\nsleep 0.02\nexit " + QByteArray(pIsGood ? "0\n" : "1\n"));
+                tMachine.installation().writeFile(tCheck, "#!/bin/sh\nsleep 0.02\nexit " +
+                                                              QByteArray(pIsGood ? "0\n" : "1\n"));
                 QFile::setPermissions(tMachine.path(tCheck),
                                       QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
             }

@@ -48,8 +48,9 @@ TEST_F(ReleaseTest, GoesBackByItselfAndByHand)
     publish("2.0", "echo it is broken; exit 7");
     const Program::Result tResult = mMachine.rkm({"update"});
     EXPECT_EQ(tResult.mStatus, 111);
-    EXPECT_TRUE(tResult.mOut.contains("Update finished: The new packages failed their check; the previous ones "
-                                      "are in use again. viewer 2.0.0.0: bin/check ended with status 7."))
+    EXPECT_TRUE(
+        tResult.mOut.contains("Update finished: The new packages failed their check; the previous ones "
+                              "are in use again. viewer 2.0.0.0: bin/check ended with status 7."))
         << tResult.mOut;
     EXPECT_EQ(version(), q("1.0"));
     EXPECT_TRUE(log().contains("bin/check: it is broken"));
@@ -85,8 +86,9 @@ TEST_F(ReleaseTest, TheNextServiceChecksAgain)
     publish("1.0", "exit 0");
     EXPECT_EQ(mMachine.rkm({"update"}).mStatus, 0);
     const QByteArray tMark = QFile::encodeName(mMachine.path("mark"));
-    mMachine.installation().writeFile("etc/vk/check.d/mark",
-                                      "#!/bin/sh\ntest -e " + tMark + " && exit 1\ntouch " + tMark + "\nsleep 600\n");
+    mMachine.installation().writeFile("etc/vk/check.d/mark", "#!/bin/sh\ntest -e " + tMark +
+                                                                 " && exit 1\ntouch " + tMark +
+                                                                 "\nsleep 600\n");
     QFile::setPermissions(mMachine.path("etc/vk/check.d/mark"),
                           QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     publish("2.0", "exit 0");

@@ -25,7 +25,8 @@ QString line(const GenerationEntry& pGeneration)
                           : pGeneration.mCurrent ? CtlApplication::tr(" (current)")
                                                  : QString();
     return u"%1%2  %3  %4"_s.arg(pGeneration.mGeneration)
-        .arg(tMark, QLocale::c().toString(pGeneration.mDate, u"yyyy-MM-dd hh:mm:ss"_s), tPackages.join(u", "_s));
+        .arg(tMark, QLocale::c().toString(pGeneration.mDate, u"yyyy-MM-dd hh:mm:ss"_s),
+             tPackages.join(u", "_s));
 }
 
 } // namespace

@@ -49,10 +49,9 @@ int rollBack(CtlApplication& pApp)
     pApp.print(
         CtlApplication::tr("Generation %1 is in use.").arg(tGenerations->mGenerations.first().mGeneration));
     for (const RefusalEntry& tEntry : tRefused->mRefused) {
-        const bool tIsOld = tBefore && std::any_of(tBefore->mRefused.begin(), tBefore->mRefused.end(),
-                                                   [&](const RefusalEntry& pOther) {
-                                                       return pOther.mHash == tEntry.mHash;
-                                                   });
+        const bool tIsOld =
+            tBefore && std::any_of(tBefore->mRefused.begin(), tBefore->mRefused.end(),
+                                   [&](const RefusalEntry& pOther) { return pOther.mHash == tEntry.mHash; });
         if (!tIsOld) {
             pApp.print(CtlApplication::tr("Not installed again until \"vkctl accept %1\": %1 %2")
                            .arg(vkcore::singleLine(tEntry.mPackage), vkcore::singleLine(tEntry.mVersion)));

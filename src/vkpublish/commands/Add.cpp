@@ -44,9 +44,9 @@ void declare(CommandLine* pLine)
     pLine->addOption(u"executable"_s,
                      u"A program in FOLDER that must not run while it is replaced; may be repeated"_s,
                      u"PATH"_s);
-    pLine->addOption(u"check"_s,
-                     u"A program in FOLDER whose exit status says on each machine whether the package works"_s,
-                     u"PATH"_s);
+    pLine->addOption(
+        u"check"_s, u"A program in FOLDER whose exit status says on each machine whether the package works"_s,
+        u"PATH"_s);
     pLine->addOption(u"report"_s, u"What is new, for the install log, in one language; may be repeated"_s,
                      u"LANG=TEXT"_s);
     pLine->addOption(u"level"_s, u"Compression level, 1 to 19"_s, u"LEVEL"_s, u"19"_s);
@@ -135,7 +135,8 @@ Failure checkCheck(const PackageInfo& pInfo, const std::vector<FolderEntry>& pEn
     });
     return tFound || pInfo.mCheck.isEmpty()
                ? Failure()
-               : Failure::content(u"The folder has no executable file %1, which --check names"_s.arg(pInfo.mCheck));
+               : Failure::content(
+                     u"The folder has no executable file %1, which --check names"_s.arg(pInfo.mCheck));
 }
 
 // Clients recognise a running script by the arguments of its interpreter, which is less reliable than the

@@ -27,8 +27,7 @@ GenerationEntry entryOf(const Manifest& pManifest)
     tEntry.mGeneration = pManifest.mGeneration;
     tEntry.mDate = pManifest.mRunDate;
     for (const packages::InstalledPackage& tPackage : pManifest.mPackages) {
-        tEntry.mPackages.append(
-            {tPackage.mInfo.mName, tPackage.mInfo.mVersion.version().toString()});
+        tEntry.mPackages.append({tPackage.mInfo.mName, tPackage.mInfo.mVersion.version().toString()});
     }
     return tEntry;
 }
@@ -87,9 +86,9 @@ Failure ReleaseControl::rollBack(qint64 pGeneration)
     const qint64 tTo = pGeneration == 0 ? tGenerations->mGenerations[1].mGeneration : pGeneration;
     const Failure tFailure = mParts.mUpdates.rollBack(tTo);
     mParts.mApp.write(tFailure ? LogLevel::Warning : LogLevel::Notice,
-                      tFailure ? u"The way back to the generation %1 failed: %2."_s.arg(tTo).arg(
-                                     tFailure.mText)
-                               : u"An administrator went back to the generation %1."_s.arg(tTo));
+                      tFailure
+                          ? u"The way back to the generation %1 failed: %2."_s.arg(tTo).arg(tFailure.mText)
+                          : u"An administrator went back to the generation %1."_s.arg(tTo));
     return tFailure;
 }
 
@@ -115,7 +114,8 @@ Failure ReleaseControl::accept(const QString& pPackage)
         return tRefusals.failure();
     }
     if (tRefusals->lift(pPackage) == 0) {
-        return Failure::content(u"No version of the package %1 is refused"_s.arg(vkcore::singleLine(pPackage)));
+        return Failure::content(
+            u"No version of the package %1 is refused"_s.arg(vkcore::singleLine(pPackage)));
     }
     const Failure tFailure = tRefusals->store(mFileSystem, mParts.mApp.getStateDir());
     if (!tFailure) {

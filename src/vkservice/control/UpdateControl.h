@@ -89,8 +89,8 @@ private:
     vkcore::ServiceStatus mStatus = vkcore::StatusIdle;
     QDateTime mBegan;
     bool mManual = false;
-    bool mOnlyTrial = false;          // the run in progress
-    std::optional<bool> mTriggered;   // meanwhile: what it was triggered with
+    bool mOnlyTrial = false;        // the run in progress
+    std::optional<bool> mTriggered; // meanwhile: what it was triggered with
     bool mStopped = false;
 };
 

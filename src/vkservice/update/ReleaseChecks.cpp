@@ -89,25 +89,24 @@ void ReleaseChecks::find(const Manifest& pNew, const QList<InstalledPackage>& pC
 void ReleaseChecks::addOfPackage(const Manifest& pNew, const InstalledPackage& pPackage)
 {
     const QString tFolder = mFolders.absolute(pPackage.mFolder);
-    mChecks.append({.mLabel = u"%1: %2"_s.arg(packageLabel(pPackage), pPackage.mInfo.mCheck),
-                    .mPackage = pPackage.mInfo.mName,
-                    .mProgram = {.mProgram = tFolder + u'/' + pPackage.mInfo.mCheck,
-                                 .mFolder = tFolder,
-                                 .mVariables = {"VK_PACKAGE=" + pPackage.mInfo.mName.toUtf8(),
-                                                "VK_VERSION=" +
-                                                    pPackage.mInfo.mVersion.version().toString().toUtf8(),
-                                                "VK_FOLDER=" + QFile::encodeName(tFolder),
-                                                "VK_GENERATION=" + QByteArray::number(pNew.mGeneration)},
-                                 .mSeconds = mRequest.mCheckSeconds,
-                                 .mMayChangeFiles = false}});
+    mChecks.append(
+        {.mLabel = u"%1: %2"_s.arg(packageLabel(pPackage), pPackage.mInfo.mCheck),
+         .mPackage = pPackage.mInfo.mName,
+         .mProgram = {.mProgram = tFolder + u'/' + pPackage.mInfo.mCheck,
+                      .mFolder = tFolder,
+                      .mVariables = {"VK_PACKAGE=" + pPackage.mInfo.mName.toUtf8(),
+                                     "VK_VERSION=" + pPackage.mInfo.mVersion.version().toString().toUtf8(),
+                                     "VK_FOLDER=" + QFile::encodeName(tFolder),
+                                     "VK_GENERATION=" + QByteArray::number(pNew.mGeneration)},
+                      .mSeconds = mRequest.mCheckSeconds,
+                      .mMayChangeFiles = false}});
 }
 
 void ReleaseChecks::addOfAdministrator(const Manifest& pNew)
 {
     QStringList tWarnings;
-    const QStringList tPrograms = mRequest.mCheckDir.isEmpty()
-                                      ? QStringList()
-                                      : mRunner.programs(mRequest.mCheckDir, &tWarnings);
+    const QStringList tPrograms =
+        mRequest.mCheckDir.isEmpty() ? QStringList() : mRunner.programs(mRequest.mCheckDir, &tWarnings);
     for (const QString& tWarning : std::as_const(tWarnings)) {
         mReporter.notify(MessageWarning, u"A check of the administrator is left out. %1."_s.arg(tWarning));
     }

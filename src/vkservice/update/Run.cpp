@@ -164,9 +164,9 @@ Failure Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pA
     }
     warn(tRefusals ? QString() : tRefusals.failure().mText + u'.');
     Plan& tPlan = (*pAttempt)->mPlan;
-    tPlan = makePlan(admitted(tSession->offers(), tRefusals.valueOr({})), mWorkplace.installed(),
-                     mWorkplace.folders(), {mRequest.mAppLanguage, mRequest.mDataLanguage},
-                     mRequest.mDamaged);
+    tPlan =
+        makePlan(admitted(tSession->offers(), tRefusals.valueOr({})), mWorkplace.installed(),
+                 mWorkplace.folders(), {mRequest.mAppLanguage, mRequest.mDataLanguage}, mRequest.mDamaged);
     tPlan.mRefused = leftOut(tSession->offers(), tRefusals.valueOr({}), tPlan);
     (*pAttempt)->mSession = std::move(tSession);
     return {};

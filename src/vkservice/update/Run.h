@@ -28,8 +28,7 @@ class Run
 {
 public:
     Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
-        Reporter& pReporter, const os::AbortFlag& pAbort,
-        os::CheckRunner& pChecks = os::realCheckRunner());
+        Reporter& pReporter, const os::AbortFlag& pAbort, os::CheckRunner& pChecks = os::realCheckRunner());
 
     RunResult run();
 

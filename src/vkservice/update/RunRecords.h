@@ -5,7 +5,7 @@
 namespace tarn::packages {
 class PackageFolders;
 class Refusals;
-}
+} // namespace tarn::packages
 
 namespace tarn::vkservice::update {
 

@@ -99,9 +99,9 @@ Failure Trial::resume(bool pMayCheck)
         return decide(tRefusal->mReason, {});
     }
     if (mRecord.mAttempts >= TrialRecord::sMaxAttempts) {
-        return decide(u"Its checks were begun %1 times and did not come to their end"_s.arg(
-                          TrialRecord::sMaxAttempts),
-                      namesOf(changed()));
+        return decide(
+            u"Its checks were begun %1 times and did not come to their end"_s.arg(TrialRecord::sMaxAttempts),
+            namesOf(changed()));
     }
     if (!pMayCheck) {
         return {};
@@ -196,9 +196,9 @@ Failure Trial::decide(const QString& pReason, const QSet<QString>& pRefused)
         return {tFailure.mKind, u"%1. The previous packages could not be put in use again: %2"_s.arg(
                                     tReason, tFailure.mText)};
     }
-    mReporter.error(u"The generation %1 has failed, and the previous packages are in use again."_s.arg(
-                        tRun.mGeneration),
-                    tReason + u'.');
+    mReporter.error(
+        u"The generation %1 has failed, and the previous packages are in use again."_s.arg(tRun.mGeneration),
+        tReason + u'.');
     return {Failure::Kind::CheckFailed, tReason};
 }
 
@@ -235,6 +235,7 @@ Failure Trial::goBack()
     logWayBack(tRun, tRefusals.valueOr({}), mBack);
     // Only when no power cut can bring the failed generation back.
     if (!os::syncDir(mFileSystem, mWorkplace.folders().installDir())) {
+        mWorkplace.generations().retireAbove(mRecord.mBack);
         close();
     }
     return {};

@@ -60,9 +60,7 @@ public:
             [this, tPost](int pType, const QString& pText, const QString& pDetails) {
                 tPost([this, pType, pText, pDetails] { Q_EMIT mOwner->error(pType, pText, pDetails); });
             },
-            [this, tPost](const QString& pLine) {
-                tPost([this, pLine] { Q_EMIT mOwner->logged(pLine); });
-            });
+            [this, tPost](const QString& pLine) { tPost([this, pLine] { Q_EMIT mOwner->logged(pLine); }); });
     }
 
     UpdateThread* mOwner;
@@ -78,8 +76,8 @@ public:
     std::thread mThread;
 };
 
-UpdateThread::UpdateThread(os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
-                           os::CheckRunner& pChecks, QObject* pParent)
+UpdateThread::UpdateThread(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, os::CheckRunner& pChecks,
+                           QObject* pParent)
     : QObject(pParent), d(std::make_unique<Private>(this, pFileSystem, pProcesses, pChecks))
 {
 }

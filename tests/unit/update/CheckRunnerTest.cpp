@@ -81,8 +81,10 @@ TEST_F(CheckRunnerTest, SaysWhatBecameOfAProgram)
         {"no interpreter", "#!/nowhere\n", q("can't be started: No such file or directory")},
         {"input", tSh + "read x; echo \"$?\"", {}, "1\n"},
         {"descriptors", tSh + "echo /proc/$$/fd/*|tr -cd '/\\n'|wc -c; test ! -e /proc/$$/fd/11", {}},
-        {"variables", tSh + "env|cut -d= -f1|grep -v '^_$\\|PWD$'|sort|tr '\\n' ' '",
-         {}, "LANG PATH TMPDIR VK_PACKAGE "},
+        {"variables",
+         tSh + "env|cut -d= -f1|grep -v '^_$\\|PWD$'|sort|tr '\\n' ' '",
+         {},
+         "LANG PATH TMPDIR VK_PACKAGE "},
         {"session", tSh + "test \"$(cut -d' ' -f6 /proc/$$/stat)\" = $$", {}},
     };
     QProcess tOther;
