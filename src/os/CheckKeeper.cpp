@@ -78,20 +78,15 @@ void resetSignals()
     ::setsid();
     resetSignals();
     ::umask(077);
-    int tErrno = 0;
-    if (pOrder.mConfinement != nullptr && pOrder.mConfinement->enter()) {
-        tErrno = EPERM;
-    } else if (::chdir(pOrder.mFolder) == 0) {
+    if (::chdir(pOrder.mFolder) == 0) {
         ::fcntl(StartPlace, F_SETFD, FD_CLOEXEC);
         ::close(LifePlace);
         ::close(ReportPlace);
         ::close(SignalPlace);
         closeFrom(FirstFree);
         ::execve(pOrder.mProgram, pOrder.mArguments, pOrder.mEnvironment);
-        tErrno = errno;
-    } else {
-        tErrno = errno;
     }
+    const int tErrno = errno;
     [[maybe_unused]] const ssize_t tDone = ::write(StartPlace, &tErrno, sizeof tErrno);
     ::_exit(127);
 }
@@ -174,6 +169,8 @@ void await(pid_t pProgram, KeeperReport* pReport)
 
 [[noreturn]] void keep(const KeeperOrder& pOrder)
 {
+    // Before the descriptors of its folders are closed. The program inherits it, and this needs no more.
+    const bool tIsConfined = pOrder.mConfinement == nullptr || !pOrder.mConfinement->enter();
     arrange(pOrder);
     ::setsid();
     ::prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
@@ -193,7 +190,8 @@ void await(pid_t pProgram, KeeperReport* pReport)
     ::dup2(::signalfd(-1, &tChild, SFD_CLOEXEC), SignalPlace);
     ::dup2(tWrite, StartPlace);
     ::close(tWrite);
-    const pid_t tProgram = ::fork();
+    errno = EPERM;
+    const pid_t tProgram = tIsConfined ? ::fork() : -1;
     if (tProgram == 0) {
         becomeProgram(pOrder);
     }

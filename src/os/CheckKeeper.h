@@ -13,7 +13,7 @@ struct KeeperOrder
     const char* mFolder;
     char* const* mArguments;
     char* const* mEnvironment;
-    Confinement* mConfinement; // for the program; null: none
+    Confinement* mConfinement; // of the keeper and the program; null: none
     int mNoInput;              // descriptors: /dev/null,
     int mOutput;               // where the program writes,
     int mLife;                 // of which the other end is closed to end everything,

@@ -122,7 +122,6 @@ private:
     {
         pTo->allowPrograms(u"/"_s);
         pTo->allowWriting(mTemporary.path());
-        pTo->allowWriting(u"/dev/shm"_s);
         for (const char* tPath : sOfAll) {
             pTo->allowWriting(QLatin1String(tPath));
         }
