@@ -72,10 +72,9 @@ Failure Trial::read()
     }
     mRecord = tRecord.valueOr({});
     mBack = {};
-    if (mRecord.mBack > 0) {
-        (void)mWorkplace.generations().reader().manifest(mRecord.mBack, &mBack); // goBack() tells
-    }
-    return {};
+    const Failure tFailure =
+        mRecord.mBack > 0 ? mWorkplace.generations().reader().manifest(mRecord.mBack, &mBack) : Failure();
+    return tFailure.mKind == Failure::Kind::Content ? Failure() : tFailure; // decide() tells of a damaged one
 }
 
 Failure Trial::resume(bool pMayCheck)
@@ -184,9 +183,14 @@ Failure Trial::decide(const QString& pReason, const QSet<QString>& pRefused)
     const QString tReason = vkcore::singleLine(pReason, vkcore::sMaxMessage);
     const Manifest tRun = mWorkplace.installed();
     Manifest tBack;
-    if (mRecord.mBack > 0 && mWorkplace.generations().reader().manifest(mRecord.mBack, &tBack)) {
-        close(); // another try would not find it either, and what remains must not be refused
-        return {Failure::Kind::Io, u"%1. The previous packages can't be put in use again"_s.arg(tReason)};
+    const Failure tUnread =
+        mRecord.mBack > 0 ? mWorkplace.generations().reader().manifest(mRecord.mBack, &tBack) : Failure();
+    if (tUnread) {
+        if (tUnread.mKind == Failure::Kind::Content) {
+            close(); // another try would not find it either, and what remains must not be refused
+        }
+        return {Failure::Kind::Io,
+                u"%1. The previous packages can't be put in use again: %2"_s.arg(tReason, tUnread.mText)};
     }
     if (const Failure tFailure = refuse(tReason, pRefused)) {
         // A machine that keeps a bad generation is worse than one that tries it again with the next run.
