@@ -148,6 +148,7 @@ Failure Trial::prove()
     if (!tVerdict.mIsAborted) {
         return decide(tVerdict.mReason, tVerdict.mRefused);
     }
+    mRefusals = {};
     const Failure tFailure = goBack();
     return tFailure ? tFailure : Failure::canceled();
 }
@@ -209,13 +210,10 @@ Failure Trial::decide(const QString& pReason, const QSet<QString>& pRefused)
 Failure Trial::refuse(const QString& pReason, const QSet<QString>& pRefused)
 {
     const auto tKnown = Refusals::load(mFileSystem, mRequest.mStateDir);
-    if (!tKnown && tKnown.failure().mKind != Failure::Kind::Content) {
-        return tKnown.failure();
-    }
-    Refusals tRefusals = tKnown.valueOr({});
+    mRefusals = tKnown.valueOr({});
     for (const InstalledPackage& tPackage : changed()) {
         if (pRefused.contains(tPackage.mInfo.mName)) {
-            tRefusals.add({.mName = tPackage.mInfo.mName,
+            mRefusals.add({.mName = tPackage.mInfo.mName,
                            .mVersion = tPackage.mInfo.mVersion.version().toString(),
                            .mHash = tPackage.mHash,
                            .mReason = pReason,
@@ -223,9 +221,10 @@ Failure Trial::refuse(const QString& pReason, const QSet<QString>& pRefused)
         }
     }
     for (const InstalledPackage& tPackage : std::as_const(mBack.mPackages)) {
-        (void)tRefusals.lift(tPackage.mHash);
+        (void)mRefusals.lift(tPackage.mHash);
     }
-    return tRefusals.store(mFileSystem, mRequest.mStateDir);
+    const bool tIsUnread = !tKnown && tKnown.failure().mKind != Failure::Kind::Content;
+    return tIsUnread ? tKnown.failure() : mRefusals.store(mFileSystem, mRequest.mStateDir);
 }
 
 Failure Trial::goBack()
@@ -235,8 +234,7 @@ Failure Trial::goBack()
         return tFailure.as(Failure::Kind::Io);
     }
     mWorkplace.setInstalled(mBack);
-    const auto tRefusals = Refusals::load(mFileSystem, mRequest.mStateDir);
-    logWayBack(tRun, tRefusals.valueOr({}), mBack);
+    logWayBack(tRun, mRefusals, mBack);
     // Only when no power cut can bring the failed generation back.
     if (!os::syncDir(mFileSystem, mWorkplace.folders().installDir())) {
         mWorkplace.generations().retireAbove(mRecord.mBack);

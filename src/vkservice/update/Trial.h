@@ -63,7 +63,8 @@ private:
     const os::AbortFlag& mAbort;
     ReleaseChecks mChecks;
     packages::TrialRecord mRecord;
-    packages::Manifest mBack; // of the generation to go back to; empty if that is none
+    packages::Refusals mRefusals; // for the log, also if they could not be stored
+    packages::Manifest mBack;     // of the generation to go back to; empty if that is none
 };
 
 } // namespace tarn::vkservice::update

@@ -321,7 +321,7 @@ TEST_P(CutTrialTest, EndsWithThePreviousPackages)
         EXPECT_EQ(ofApp(mMachine.currentFiles()), ofApp(mOld)) << "maps have no check";
         EXPECT_EQ(trial().mGeneration, 0);
         EXPECT_TRUE(mMachine.log().filter(q("app %1.0.0 ok").arg(tCount + 2)).isEmpty());
-        EXPECT_EQ(mMachine.log().filter(q("app %1.0.0 error").arg(tCount + 2)).size(), 1);
+        EXPECT_FALSE(mMachine.log().filter(q("app %1.0.0 error").arg(tCount + 2)).isEmpty());
         mOld = mMachine.currentFiles();
     }
     EXPECT_GT(tCount, tBegin + 20);
