@@ -48,10 +48,11 @@ def fail_a_check(folder, rkm, publish):
     with open(check, "w", encoding="utf-8") as file:
         file.write("#!/bin/sh\ncat %s/state/trial.json\nexit 3\n" % folder)
     os.chmod(check, 0o755)
-    publish("add", os.path.join(folder, "package"), "--name", "viewer", "--version", "1.2", "--check", "bin/check")
+    publish("add", os.path.join(folder, "package"), "--name", "viewer", "--version", "1.0.5", "--check", "bin/check")
     publish("publish")
     subprocess.run([rkm, "update"], capture_output=True, check=False)
-    output = re.findall(r"(?m)viewer 1\.2\.0\.0: bin/check: (.*)$", read(glob.glob(os.path.join(folder, "log/vkservice.log"))[0]))
+    os.remove(check)  # the same bytes would be refused in any version
+    output = re.findall(r"(?m)viewer 1\.0\.5\.0: bin/check: (.*)$", read(glob.glob(os.path.join(folder, "log/vkservice.log"))[0]))
     with open(os.path.join(folder, "trial.json"), "w", encoding="utf-8") as file:
         file.write("\n".join(output))
 
@@ -87,6 +88,7 @@ def real_files(folder):
     publish("remove", "old")
     publish("rotate-key", "timestamp")
     run(rkm, "update")
+    fail_a_check(folder, rkm, publish)
     add("viewer", "1.1")
     publish("publish")
     log = sqlite3.connect(os.path.join(state, "install-log.db"))
@@ -95,7 +97,6 @@ def real_files(folder):
     damage_a_package(folder)
     subprocess.run([os.path.join(os.path.dirname(rkm), "vkctl"), "verify"], capture_output=True, check=False)
     log.close()  # its worker would have entered the run
-    fail_a_check(folder, rkm, publish)
     places = {".manifest.json": "installed/generations/1/.manifest.json", ".vk-root": "installed/.vk-root",
               "installation.json": "state/installation.json", "damage.json": "state/damage.json",
               "refused.json": "state/refused.json", "trial.json": "trial.json",
