@@ -44,15 +44,16 @@ def damage_a_package(folder):
 
 def fail_a_check(folder, rkm, publish):
     """Leaves a refusal, and keeps the record of the trial as the check has seen it."""
-    check = os.path.join(folder, "package/bin/check")
+    check = os.path.join(folder, "alone/check")
+    os.mkdir(os.path.dirname(check))
     with open(check, "w", encoding="utf-8") as file:
         file.write("#!/bin/sh\ncat %s/state/trial.json\nexit 3\n" % folder)
     os.chmod(check, 0o755)
-    publish("add", os.path.join(folder, "package"), "--name", "viewer", "--version", "1.0.5", "--check", "bin/check")
+    publish("add", os.path.dirname(check), "--name", "alone", "--version", "1.0", "--check", "check")
     publish("publish")
     subprocess.run([rkm, "update"], capture_output=True, check=False)
-    os.remove(check)  # the same bytes would be refused in any version
-    output = re.findall(r"(?m)viewer 1\.0\.5\.0: bin/check: (.*)$", read(glob.glob(os.path.join(folder, "log/vkservice.log"))[0]))
+    publish("remove", "alone")
+    output = re.findall(r"(?m)alone 1\.0\.0\.0: check: (.*)$", read(glob.glob(os.path.join(folder, "log/vkservice.log"))[0]))
     with open(os.path.join(folder, "trial.json"), "w", encoding="utf-8") as file:
         file.write("\n".join(output))
 
