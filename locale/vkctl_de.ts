@@ -94,6 +94,22 @@
         <source>With &quot;hold&quot;: end the hold at this date</source>
         <translation>Bei „hold“: hält nur bis zu diesem Datum fest</translation>
     </message>
+    <message>
+        <source>Show the states of the packages that are kept</source>
+        <translation>Zeigt die aufbewahrten Zustände der Pakete</translation>
+    </message>
+    <message>
+        <source>Go back to an earlier state of the packages</source>
+        <translation>Kehrt zu einem früheren Zustand der Pakete zurück</translation>
+    </message>
+    <message>
+        <source>Show the packages that failed and are not installed again</source>
+        <translation>Zeigt die Pakete, die versagt haben und nicht wieder installiert werden</translation>
+    </message>
+    <message>
+        <source>Let a refused package be installed again</source>
+        <translation>Lässt ein abgelehntes Paket wieder zu</translation>
+    </message>
 </context>
 <context>
     <name>tarn::vkctl::CtlApplication</name>
@@ -244,6 +260,66 @@
     <message>
         <source>Channel: %1</source>
         <translation>Kanal: %1</translation>
+    </message>
+    <message>
+        <source> (on trial)</source>
+        <translation> (auf Probe)</translation>
+    </message>
+    <message>
+        <source> (current)</source>
+        <translation> (aktuell)</translation>
+    </message>
+    <message>
+        <source>Failed to get the generations.</source>
+        <translation>Die Generationen konnten nicht ermittelt werden.</translation>
+    </message>
+    <message>
+        <source>Nothing is installed.</source>
+        <translation>Es ist nichts installiert.</translation>
+    </message>
+    <message>
+        <source>Failed to get the refused packages.</source>
+        <translation>Die abgelehnten Pakete konnten nicht ermittelt werden.</translation>
+    </message>
+    <message>
+        <source>No package is refused.</source>
+        <translation>Kein Paket ist abgelehnt.</translation>
+    </message>
+    <message>
+        <source>The package was not accepted; perhaps an update is running.</source>
+        <translation>Das Paket wurde nicht zugelassen; vielleicht läuft eine Aktualisierung.</translation>
+    </message>
+    <message>
+        <source>The package was not accepted: %1</source>
+        <translation>Das Paket wurde nicht zugelassen: %1</translation>
+    </message>
+    <message>
+        <source>The package %1 may be installed again.</source>
+        <translation>Das Paket %1 darf wieder installiert werden.</translation>
+    </message>
+    <message>
+        <source>Not a number of a generation: %1</source>
+        <translation>Keine Nummer einer Generation: %1</translation>
+    </message>
+    <message>
+        <source>Cannot go back while the wizard is active.</source>
+        <translation>Während der Assistent aktiv ist, kann nicht zurückgekehrt werden.</translation>
+    </message>
+    <message>
+        <source>The packages were not changed; perhaps an update is running.</source>
+        <translation>Die Pakete wurden nicht geändert; vielleicht läuft eine Aktualisierung.</translation>
+    </message>
+    <message>
+        <source>The packages were not changed: %1</source>
+        <translation>Die Pakete wurden nicht geändert: %1</translation>
+    </message>
+    <message>
+        <source>Generation %1 is in use.</source>
+        <translation>Generation %1 ist in Gebrauch.</translation>
+    </message>
+    <message>
+        <source>Not installed again until &quot;vkctl accept %1&quot;: %1 %2</source>
+        <translation>Wird bis „vkctl accept %1“ nicht wieder installiert: %1 %2</translation>
     </message>
 </context>
 <context>

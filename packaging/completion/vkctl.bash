@@ -3,7 +3,7 @@
 _vkctl()
 {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} word
-    local commands="status packages history verify repair hold unhold holds channel"
+    local commands="status packages history verify repair hold unhold holds channel generations rollback refused accept"
     COMPREPLY=()
     [[ $cur != = ]] || cur=
     # "--socket=NAME" arrives as three words.

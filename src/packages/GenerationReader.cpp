@@ -104,18 +104,26 @@ Failure GenerationReader::current(Manifest* pTo, QString* pDamage)
     return {};
 }
 
-// Its packages below the install folder must exist, too: a failed run may have left a manifest.
+Failure GenerationReader::sound(qint64 pNumber, Manifest* pTo)
+{
+    if (const Failure tFailure = manifest(pNumber, pTo)) {
+        return tFailure;
+    }
+    for (const InstalledPackage& tPackage : std::as_const(pTo->mPackages)) {
+        const QString tFolder = mFolders.absolute(tPackage.mFolder);
+        if (!QDir::isAbsolutePath(tPackage.mFolder) && !QFileInfo(tFolder).isDir()) {
+            return Failure::content(u"The folder %1 is missing"_s.arg(tFolder));
+        }
+    }
+    return {};
+}
+
 bool GenerationReader::newestSoundBefore(qint64 pNumber, Manifest* pTo)
 {
     QList<qint64> tNumbers = numbers();
     std::sort(tNumbers.begin(), tNumbers.end(), std::greater<>());
-    return std::any_of(tNumbers.cbegin(), tNumbers.cend(), [&](qint64 pCandidate) {
-        return pCandidate < pNumber && !manifest(pCandidate, pTo) &&
-               std::all_of(pTo->mPackages.cbegin(), pTo->mPackages.cend(), [this](const auto& pPackage) {
-                   return QDir::isAbsolutePath(pPackage.mFolder) ||
-                          QFileInfo(mFolders.absolute(pPackage.mFolder)).isDir();
-               });
-    });
+    return std::any_of(tNumbers.cbegin(), tNumbers.cend(),
+                       [&](qint64 pCandidate) { return pCandidate < pNumber && !sound(pCandidate, pTo); });
 }
 
 QList<qint64> GenerationReader::numbers() const
@@ -160,6 +168,23 @@ void GenerationReader::keep(qint64 pNumber, const QStringList& pFolders, Kept* p
     }
 }
 
+QList<qint64> GenerationReader::before(const Manifest& pCurrent)
+{
+    QList<qint64> tNumbers;
+    Manifest tManifest = pCurrent;
+    // Each is older than the next one, so that no damage makes this endless.
+    while (tNumbers.size() < mKept && tManifest.mPrevious > 0 &&
+           tManifest.mPrevious < tManifest.mGeneration) {
+        tNumbers.append(tManifest.mPrevious);
+        Manifest tBefore;
+        if (manifest(tManifest.mPrevious, &tBefore)) {
+            break;
+        }
+        tManifest = tBefore;
+    }
+    return tNumbers;
+}
+
 Failure GenerationReader::kept(Kept* pTo, Manifest* pCurrent, QString* pDamage)
 {
     if (const Failure tFailure = current(pCurrent, pDamage)) {
@@ -170,7 +195,8 @@ Failure GenerationReader::kept(Kept* pTo, Manifest* pCurrent, QString* pDamage)
         return tFailure;
     }
     keep(pCurrent->mGeneration, pCurrent->folders(), pTo);
-    for (const qint64 tNumber : {tLinked, pCurrent->mPrevious}) {
+    const QList<qint64> tNumbers = QList<qint64>{tLinked} + before(*pCurrent);
+    for (const qint64 tNumber : tNumbers) {
         if (!pTo->mNumbers.contains(tNumber)) {
             keep(tNumber, folders(tNumber), pTo);
         }

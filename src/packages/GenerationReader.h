@@ -17,8 +17,9 @@ namespace tarn::packages {
 class GenerationReader
 {
 public:
-    GenerationReader(os::FileSystem& pFileSystem, const PackageFolders& pFolders)
-        : mFileSystem(pFileSystem), mFolders(pFolders)
+    // pKept: how many generations before the current one are kept.
+    GenerationReader(os::FileSystem& pFileSystem, const PackageFolders& pFolders, int pKept = 1)
+        : mFileSystem(pFileSystem), mFolders(pFolders), mKept(pKept)
     {
     }
 
@@ -27,6 +28,9 @@ public:
     // its full stop).
     Failure current(Manifest* pTo, QString* pDamage = nullptr);
     Failure manifest(qint64 pNumber, Manifest* pTo);
+    // The same of one that can be used: its packages below the install folder exist, too, while a failed run
+    // may have left a manifest alone.
+    Failure sound(qint64 pNumber, Manifest* pTo);
 
     // All generations that are there, in no order.
     QList<qint64> numbers() const;
@@ -34,7 +38,7 @@ public:
     // damaged, by its links.
     QStringList folders(qint64 pNumber);
 
-    // What must be kept: the current generation and the one before it, with their package folders.
+    // What must be kept: the current generation and those before it, with their package folders.
     struct Kept
     {
         QSet<qint64> mNumbers;
@@ -44,6 +48,8 @@ public:
         // True for one of these folders, by any absolute path.
         bool has(const QString& pFolder) const;
     };
+    // The numbers of the generations before pCurrent that are kept, the newest first.
+    QList<qint64> before(const Manifest& pCurrent);
     // Based on current(). Nothing is kept if that fails.
     Failure kept(Kept* pTo, Manifest* pCurrent, QString* pDamage = nullptr);
 
@@ -58,6 +64,7 @@ private:
 
     os::FileSystem& mFileSystem;
     PackageFolders mFolders;
+    int mKept;
 };
 
 } // namespace tarn::packages

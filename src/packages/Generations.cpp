@@ -24,8 +24,9 @@ constexpr mode_t sManifestMode = 0644;
 
 } // namespace
 
-Generations::Generations(os::FileSystem& pFileSystem, const PackageFolders& pFolders, const Roots& pRoots)
-    : mFileSystem(pFileSystem), mFolders(pFolders), mReader(pFileSystem, mFolders),
+Generations::Generations(os::FileSystem& pFileSystem, const PackageFolders& pFolders, const Roots& pRoots,
+                         int pKept)
+    : mFileSystem(pFileSystem), mFolders(pFolders), mReader(pFileSystem, mFolders, pKept),
       mLeftovers(pFileSystem, mFolders, pRoots, mReader)
 {
 }
@@ -158,6 +159,27 @@ Failure Generations::switchTo(qint64 pNumber)
     // switch itself has succeeded and must not be reported as failed.
     (void)os::syncDir(mFileSystem, mFolders.installDir());
     return {};
+}
+
+Failure Generations::switchBack(qint64 pNumber)
+{
+    if (pNumber == 0) {
+        return os::removeTree(mFileSystem, mFolders.currentLink());
+    }
+    Manifest tManifest;
+    const Failure tFailure = mReader.manifest(pNumber, &tManifest);
+    return tFailure ? tFailure : switchTo(pNumber);
+}
+
+void Generations::retireAbove(qint64 pNumber)
+{
+    const QList<qint64> tNumbers = mReader.numbers();
+    for (const qint64 tNumber : tNumbers) {
+        if (tNumber > pNumber) {
+            mFileSystem.unlink(
+                QFile::encodeName(mFolders.generationDir(tNumber) + u'/' + manifestFileName()));
+        }
+    }
 }
 
 Failure Generations::removeLeftovers(const std::function<void(int, int)>& pProgress, const PutOff& pPutOff)

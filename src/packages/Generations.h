@@ -29,7 +29,9 @@ struct StagedPackage
 class Generations
 {
 public:
-    Generations(os::FileSystem& pFileSystem, const PackageFolders& pFolders, const Roots& pRoots);
+    // pKept: how many generations before the current one are kept.
+    Generations(os::FileSystem& pFileSystem, const PackageFolders& pFolders, const Roots& pRoots,
+                int pKept = 1);
 
     GenerationReader& reader() { return mReader; }
 
@@ -41,10 +43,15 @@ public:
     // syncs everything, and switches. pNext has the number of nextNumber(). On failure the old generation
     // stays current, and removeLeftovers() cleans up.
     Failure install(const Manifest& pNext, const QList<StagedPackage>& pStaged);
+    // Makes an earlier generation, which is kept, the current one again. 0: nothing is installed.
+    Failure switchBack(qint64 pNumber);
+    // Takes their manifests from all generations above one, so that they never count again, not even when the
+    // current one is damaged. Their packages are leftovers then.
+    void retireAbove(qint64 pNumber);
     qint64 nextNumber(const Manifest& pCurrent);
 
     // Removes every generation, package folder and staging folder that was created here and that neither the
-    // current generation nor the one before it needs: obsolete ones, and leftovers of killed or failed runs.
+    // current generation nor those before it need: obsolete ones, and leftovers of killed or failed runs.
     // Continues after a failure. pProgress receives how many of how many are done.
     Failure removeLeftovers(const std::function<void(int, int)>& pProgress = nullptr,
                             const PutOff& pPutOff = nullptr);

@@ -160,6 +160,8 @@ void readInfo(JsonReader* pReader, PackageInfo* pTo)
     require(pReader, pTo->mLanguage.isEmpty() || isLanguage(pTo->mLanguage), "language");
     pTo->mRequires = readTexts(pReader, "requires", isPackageName);
     pTo->mExecutables = readTexts(pReader, "executables", isRelativePath);
+    pTo->mCheck = readText(pReader, "check");
+    require(pReader, !pReader->has("check") || isRelativePath(pTo->mCheck), "check");
     pTo->mReport = readLangString(pReader, "report", sMaxReport);
     pTo->mInstalledSize = pReader->has("installedSize") ? pReader->integer("installedSize", 0) : 0;
     pTo->mIndex = readIndex(pReader);
@@ -195,6 +197,9 @@ QJsonObject PackageInfo::toJson() const
     }
     if (!mExecutables.isEmpty()) {
         tObject.insert(u"executables"_s, QJsonArray::fromStringList(mExecutables));
+    }
+    if (!mCheck.isEmpty()) {
+        tObject.insert(u"check"_s, mCheck);
     }
     if (!mReport.isEmpty()) {
         tObject.insert(u"report"_s, vkcore::toJson(mReport));

@@ -31,6 +31,7 @@ struct PackageInfo
     QString mLanguage;               // empty: for all languages
     QStringList mRequires;           // names of packages that have to be installed with this one
     QStringList mExecutables;        // relative paths in the package that must not run while it is replaced
+    QString mCheck;                  // relative path of a program that proves the package; empty: none
     vkcore::LangString mReport;      // for the install log
     qint64 mInstalledSize = 0;       // bytes
     std::optional<IndexFile> mIndex; // none: the package can only be unpacked as a whole

@@ -89,6 +89,29 @@ const QList<Command>& commands()
                                        "Show or choose the channel; \"stable\" is the usual one"),
          .mMostOperands = 1,
          .mRun = &channel},
+        {.mName = "generations"_L1,
+         .mOperands = "",
+         .mSummary =
+             QT_TRANSLATE_NOOP("tarn::vkctl::CommandTable", "Show the states of the packages that are kept"),
+         .mRun = &generations},
+        {.mName = "rollback"_L1,
+         .mOperands = "[GENERATION]",
+         .mSummary =
+             QT_TRANSLATE_NOOP("tarn::vkctl::CommandTable", "Go back to an earlier state of the packages"),
+         .mMostOperands = 1,
+         .mRun = &rollBack},
+        {.mName = "refused"_L1,
+         .mOperands = "",
+         .mSummary = QT_TRANSLATE_NOOP("tarn::vkctl::CommandTable",
+                                       "Show the packages that failed and are not installed again"),
+         .mRun = &refused},
+        {.mName = "accept"_L1,
+         .mOperands = "PACKAGE",
+         .mSummary =
+             QT_TRANSLATE_NOOP("tarn::vkctl::CommandTable", "Let a refused package be installed again"),
+         .mLeastOperands = 1,
+         .mMostOperands = 1,
+         .mRun = &accept},
     };
     return sCommands;
 }

@@ -64,6 +64,7 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
       mUpdateThread(os::realFileSystem(), os::realProcessList()), mChecks(os::realFileSystem()),
       mUpdates(mUpdateThread, {mServers, mSettings, mVariables, mChecks, pApp, mHolds}, mStoreCare),
       mVerifications(os::realFileSystem(), {mChecks, mSettings, mVariables, mUpdates, mStoreCare, pApp}),
+      mReleases(os::realFileSystem(), {mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mSchedule({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mMail({mStore, mSettings, mVariables, mUpdates, mSchedule, pApp}),
       mView(os::realFileSystem(), {mSettings, mUpdates, mVerifications, mSchedule, pApp}),
@@ -85,6 +86,7 @@ void Service::addMethods()
     methods::addPackageMethods(mMethods, {mVerifications, mView});
     methods::addOperatorMethods(mMethods, {mView});
     methods::addChoiceMethods(mMethods, {mHolds, mSettings, mStoreCare});
+    methods::addReleaseMethods(mMethods, {mSockets, mReleases});
     methods::addSettingsMethods(mMethods, {mSettings, mConfiguration, mMail, mUpdates, mStoreCare, mApp});
     methods::addScheduleMethods(mMethods, {mSchedule, mStoreCare});
     methods::addMonitoringMethods(mMethods, {mSettings, mMail, mStoreCare});
@@ -141,6 +143,9 @@ Failure Service::start()
     }
     if (const Failure tFailure = mSchedule.start(mLifetime.isWorker())) {
         return tFailure;
+    }
+    if (!mLifetime.isWorker()) { // that of a command may end at once
+        mUpdates.resumeTrial();
     }
     mMinute.start(sMinuteMs);
     if (!mLifetime.isWorker()) {

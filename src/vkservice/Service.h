@@ -6,6 +6,7 @@
 #include "control/MailControl.h"
 #include "control/MetricsControl.h"
 #include "control/OperatorView.h"
+#include "control/ReleaseControl.h"
 #include "control/RunNotes.h"
 #include "control/ScheduleControl.h"
 #include "control/StoreCare.h"
@@ -88,6 +89,7 @@ private:
     packages::CheckRecordFile mChecks;
     control::UpdateControl mUpdates;
     control::VerifyControl mVerifications;
+    control::ReleaseControl mReleases;
     control::ScheduleControl mSchedule;
     control::MailControl mMail;
     control::OperatorView mView;

@@ -42,6 +42,22 @@ def damage_a_package(folder):
         file.write(b"x")
 
 
+def fail_a_check(folder, rkm, publish):
+    """Leaves a refusal, and keeps the record of the trial as the check has seen it."""
+    check = os.path.join(folder, "alone/check")
+    os.mkdir(os.path.dirname(check))
+    with open(check, "w", encoding="utf-8") as file:
+        file.write("#!/bin/sh\ncat %s/state/trial.json\nexit 3\n" % folder)
+    os.chmod(check, 0o755)
+    publish("add", os.path.dirname(check), "--name", "alone", "--version", "1.0", "--check", "check")
+    publish("publish")
+    subprocess.run([rkm, "update"], capture_output=True, check=False)
+    publish("remove", "alone")
+    output = re.findall(r"(?m)alone 1\.0\.0\.0: check: (.*)$", read(glob.glob(os.path.join(folder, "log/vkservice.log"))[0]))
+    with open(os.path.join(folder, "trial.json"), "w", encoding="utf-8") as file:
+        file.write("\n".join(output))
+
+
 def real_files(folder):
     """The files of a publisher and a machine after two updates, the second with a locked install log; by their headings."""
     repository, state = os.path.join(folder, "repository"), os.path.join(folder, "state")
@@ -75,6 +91,7 @@ def real_files(folder):
     run(rkm, "update")
     mirror = ("mirror", repository, os.path.join(folder, "mirror"), "--root", f"{repository}/metadata/1.root.json")
     run(os.path.join(BIN, "vkpublish"), *mirror)
+    fail_a_check(folder, rkm, publish)
     add("viewer", "1.1")
     publish("publish")
     run(os.path.join(BIN, "vkpublish"), *mirror)
@@ -86,6 +103,7 @@ def real_files(folder):
     log.close()  # its worker would have entered the run
     places = {".manifest.json": "installed/generations/1/.manifest.json", ".vk-root": "installed/.vk-root",
               "installation.json": "state/installation.json", "damage.json": "state/damage.json",
+              "refused.json": "state/refused.json", "trial.json": "trial.json",
               "The note on a server": "state/trust/*/servers/*.json",
               "install-log.waiting": "state/install-log.waiting/*.json", "record.json": "repository.keys/record.json",
               "mirror.json": "mirror/.vk-mirror/mirror.json"}

@@ -23,6 +23,7 @@ struct [[nodiscard]] Failure
         Io,          // any other failed operation of the system
         Content,     // the data itself, or what it asks for, is invalid
         Damaged,     // the records of this machine can't be read or written
+        CheckFailed, // the new packages did not prove themselves, and are not in use any more
         AppsRunning, // programs that must end first still run
         Person,      // nothing is broken, but a person must decide
         Canceled,

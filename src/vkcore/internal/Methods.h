@@ -35,6 +35,11 @@ inline constexpr QLatin1StringView sGetChannel("getChannel");
 inline constexpr QLatin1StringView sSetChannel("setChannel");
 inline constexpr QLatin1StringView sGetLeftOut("getLeftOut");
 
+inline constexpr QLatin1StringView sGetGenerations("getGenerations");
+inline constexpr QLatin1StringView sRollBack("rollBack");
+inline constexpr QLatin1StringView sGetRefusals("getRefusals");
+inline constexpr QLatin1StringView sAcceptPackage("acceptPackage");
+
 inline constexpr QLatin1StringView sGetDefaultServer("getDefaultServer");
 inline constexpr QLatin1StringView sUpdateDefaultServer("updateDefaultServer");
 inline constexpr QLatin1StringView sGetServerList("getServerList");

@@ -288,6 +288,47 @@ struct HoldEntries
     QList<HoldEntry> mHolds;
 };
 
+struct PackageVersion
+{
+    QString mName;
+    QString mVersion;
+};
+
+// A kept state of the machine, which it can go back to.
+struct GenerationEntry
+{
+    qint64 mGeneration = 0;
+    QDateTime mDate; // local time
+    bool mCurrent = false;
+    bool mOnTrial = false;
+    QList<PackageVersion> mPackages;
+};
+
+struct GenerationEntries
+{
+    QList<GenerationEntry> mGenerations; // the newest first
+};
+
+struct GenerationNumber
+{
+    qint64 mGeneration = 0; // 0: the one before the current one
+};
+
+// A package that failed on this machine and is not installed again.
+struct RefusalEntry
+{
+    QString mPackage;
+    QString mVersion;
+    QString mHash; // of its archive
+    QString mReason;
+    QDateTime mDate; // local time
+};
+
+struct RefusalEntries
+{
+    QList<RefusalEntry> mRefused; // the oldest first
+};
+
 struct PackageName
 {
     QString mName;
@@ -296,6 +337,13 @@ struct PackageName
 struct Channel
 {
     QString mChannel; // empty: stable
+};
+
+// What became of an order that may be impossible.
+struct Outcome
+{
+    bool mDone = false;
+    QString mReason; // why not, a sentence
 };
 
 // A notification or an error for people.
@@ -563,6 +611,39 @@ inline constexpr auto sFields<PackageName> = std::tuple{Field{"name", &PackageNa
 
 template <>
 inline constexpr auto sFields<Channel> = std::tuple{Field{"channel", &Channel::mChannel}};
+
+template <>
+inline constexpr auto sFields<PackageVersion> =
+    std::tuple{Field{"name", &PackageVersion::mName}, Field{"version", &PackageVersion::mVersion}};
+
+template <>
+inline constexpr auto sFields<GenerationEntry> = std::tuple{
+    Field{"generation", &GenerationEntry::mGeneration}, Field{"date", &GenerationEntry::mDate},
+    Field{"current", &GenerationEntry::mCurrent},       Field{"onTrial", &GenerationEntry::mOnTrial},
+    Field{"packages", &GenerationEntry::mPackages},
+};
+
+template <>
+inline constexpr auto sFields<GenerationEntries> =
+    std::tuple{Field{"generations", &GenerationEntries::mGenerations}};
+
+template <>
+inline constexpr auto sFields<GenerationNumber> =
+    std::tuple{Field{"generation", &GenerationNumber::mGeneration}};
+
+template <>
+inline constexpr auto sFields<RefusalEntry> = std::tuple{
+    Field{"package", &RefusalEntry::mPackage}, Field{"version", &RefusalEntry::mVersion},
+    Field{"hash", &RefusalEntry::mHash},       Field{"reason", &RefusalEntry::mReason},
+    Field{"date", &RefusalEntry::mDate},
+};
+
+template <>
+inline constexpr auto sFields<RefusalEntries> = std::tuple{Field{"refused", &RefusalEntries::mRefused}};
+
+template <>
+inline constexpr auto sFields<Outcome> =
+    std::tuple{Field{"done", &Outcome::mDone}, Field{"reason", &Outcome::mReason}};
 
 template <>
 inline constexpr auto sFields<Message> = std::tuple{

@@ -14,5 +14,9 @@ int hold(CtlApplication& pApp);
 int unhold(CtlApplication& pApp);
 int holds(CtlApplication& pApp);
 int channel(CtlApplication& pApp);
+int generations(CtlApplication& pApp);
+int rollBack(CtlApplication& pApp);
+int refused(CtlApplication& pApp);
+int accept(CtlApplication& pApp);
 
 } // namespace tarn::vkctl

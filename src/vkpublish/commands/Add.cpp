@@ -4,6 +4,7 @@
 #include "KeyFolder.h"
 #include "Layout.h"
 #include "Packer.h"
+#include "TarStream.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
@@ -43,6 +44,9 @@ void declare(CommandLine* pLine)
     pLine->addOption(u"executable"_s,
                      u"A program in FOLDER that must not run while it is replaced; may be repeated"_s,
                      u"PATH"_s);
+    pLine->addOption(
+        u"check"_s, u"A program in FOLDER whose exit status says on each machine whether the package works"_s,
+        u"PATH"_s);
     pLine->addOption(u"report"_s, u"What is new, for the install log, in one language; may be repeated"_s,
                      u"LANG=TEXT"_s);
     pLine->addOption(u"level"_s, u"Compression level, 1 to 19"_s, u"LEVEL"_s, u"19"_s);
@@ -95,6 +99,11 @@ bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
     tInfo.mRelease.mChannel = pLine.value("channel") == "stable"_L1 ? QString() : pLine.value("channel");
     tInfo.mRelease.mIsCritical = pLine.isSet("critical");
     tInfo.mExecutables = pLine.values("executable");
+    tInfo.mCheck = pLine.value("check");
+    if (pLine.isSet("check") && tInfo.mCheck.isEmpty()) {
+        complain(u"--check takes the path of a program in the folder"_s);
+        return false;
+    }
     if (!readTexts(pLine, "title", &tInfo.mTitle) || !readTexts(pLine, "report", &tInfo.mReport)) {
         return false;
     }
@@ -119,6 +128,19 @@ Failure checkExecutables(const PackageInfo& pInfo, const std::vector<FolderEntry
         }
     }
     return {};
+}
+
+// Machines run the file as it is.
+Failure checkCheck(const PackageInfo& pInfo, const std::vector<FolderEntry>& pEntries)
+{
+    const bool tFound = std::any_of(pEntries.begin(), pEntries.end(), [&](const FolderEntry& pEntry) {
+        return pEntry.mPath == pInfo.mCheck.toUtf8() && S_ISREG(pEntry.mStat.st_mode) &&
+               TarStream::isExecutable(pEntry);
+    });
+    return tFound || pInfo.mCheck.isEmpty()
+               ? Failure()
+               : Failure::content(
+                     u"The folder has no executable file %1, which --check names"_s.arg(pInfo.mCheck));
 }
 
 // Clients recognise a running script by the arguments of its interpreter, which is less reliable than the
@@ -201,6 +223,9 @@ Failure add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pR
         return tFailure;
     }
     if (Failure tFailure = checkExecutables(pInfo, tEntries)) {
+        return tFailure;
+    }
+    if (Failure tFailure = checkCheck(pInfo, tEntries)) {
         return tFailure;
     }
     if (tKeys.mRecord.mTargets.contains(tName) && !pLine.isSet("replace")) {

@@ -31,6 +31,8 @@ Events::Events(ipc::SocketServer& pSockets, UpdateControl& pUpdates, VerifyContr
                 mSockets.broadcast(method::sServiceNotificationReceived,
                                    toJson(Message{pType, present(pText), present(pDetails)}));
             });
+    connect(&pUpdates, &UpdateControl::logged, this,
+            [this](const QString& pLine) { mApp.write(LogLevel::Info, pLine); });
     connect(
         &pUpdates, &UpdateControl::error, this,
         [this](int pType, const QString& pText, const QString& pDetails) { error(pType, pText, pDetails); });

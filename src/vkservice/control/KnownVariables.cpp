@@ -43,6 +43,8 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addRule(certificatesRule(u"update.caFile"_s));
     pVariables.addRule(pathRule(u"update.rootFile"_s, pConfigDir + u"/root.json"_s));
     pVariables.addRule(wholeNumberRule(u"update.verifyEvery"_s, 30, 0, 3650));
+    pVariables.addRule(wholeNumberRule(u"update.checkTimeout"_s, 120, 1, sDay));
+    pVariables.addRule(wholeNumberRule(u"update.keepGenerations"_s, 2, 1, 20));
     pVariables.addRule(yesNoRule(u"update.suppressed"_s, false));
     pVariables.addRule(pathRule(u"update.suppressFile"_s, QString()));
     pVariables.addRule(wholeNumberRule(u"schedule.jitter"_s, 0, 0, 7 * sDay));

@@ -70,6 +70,8 @@ bool readVariables(const store::ConfigVariables& pVariables, RunRequest* pTo)
     pTo->mParallelDownloads = static_cast<int>(tNumber("update.parallelDownloads"));
     pTo->mBytesPerSecond = tNumber("update.bandwidthLimit");
     pTo->mLeastBytesPerSecond = tNumber("update.minimumRate");
+    pTo->mCheckSeconds = static_cast<int>(tNumber("update.checkTimeout"));
+    pTo->mKeepGenerations = static_cast<int>(tNumber("update.keepGenerations"));
     return tAllRead;
 }
 
@@ -111,6 +113,7 @@ std::optional<RunRequest> runRequest(const RunSources& pSources)
     tRequest.mDataLanguage = pSources.mApp.languageOr(*tDataLanguage);
     tRequest.mStateDir = pSources.mApp.getStateDir();
     tRequest.mDataDir = *tDataDir;
+    tRequest.mCheckDir = pSources.mApp.configDir() + u"/check.d"_s;
     tRequest.mDamaged = pSources.mChecks.record().damagedFolders();
     return tRequest;
 }

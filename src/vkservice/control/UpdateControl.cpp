@@ -4,9 +4,12 @@
 #include "internal/PlainText.h"
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
+#include "update/RunTexts.h"
 #include "update/UpdateThread.h"
 
 #include <QtCore/QFile>
+
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -27,6 +30,7 @@ UpdateControl::UpdateControl(UpdateThread& pThread, const RunSources& pSources, 
 {
     connect(&mThread, &UpdateThread::activityChanged, this, &UpdateControl::activityChanged);
     connect(&mThread, &UpdateThread::notification, this, &UpdateControl::notification);
+    connect(&mThread, &UpdateThread::logged, this, &UpdateControl::logged);
     connect(&mThread, &UpdateThread::error, this, &UpdateControl::error);
     connect(&mThread, &UpdateThread::finished, this, &UpdateControl::finish);
 }
@@ -57,7 +61,33 @@ Failure UpdateControl::recover()
         return tRequest.failure();
     }
     QString tError;
-    return mThread.recover(*tRequest, &tError) ? Failure() : Failure{Failure::Kind::Damaged, tError};
+    const bool tIsSound = mThread.recover(*tRequest, &tError);
+    if (const Failure tBack = mThread.wayBack()) {
+        record(ResultCheckFailed, failureText(tBack), mLastRun.mBegan);
+        mStatus = restingStatus();
+    }
+    return tIsSound ? Failure() : Failure{Failure::Kind::Damaged, tError};
+}
+
+void UpdateControl::resumeTrial()
+{
+    if (mStopped || isActive() || !mThread.isOnTrial()) {
+        return;
+    }
+    Result<RunRequest> tRequest = request();
+    if (tRequest) {
+        tRequest->mOnlyTrial = true;
+        (void)begin(*tRequest, false); // else the next run does it
+    }
+}
+
+Failure UpdateControl::rollBack(qint64 pGeneration)
+{
+    if (mStopped || isActive()) {
+        return {Failure::Kind::Canceled, u"An update is running"_s};
+    }
+    const Result<RunRequest> tRequest = request();
+    return tRequest ? mThread.rollBack(*tRequest, pGeneration) : tRequest.failure();
 }
 
 Result<RunRequest> UpdateControl::request()
@@ -136,6 +166,9 @@ Failure UpdateControl::trigger(bool pManual)
         return {Failure::Kind::Canceled, u"The service is about to quit"_s};
     }
     if (isActive()) {
+        if (mOnlyTrial) {
+            mTriggered = pManual || mTriggered.value_or(false);
+        }
         return {};
     }
     if (isSuppressed()) {
@@ -146,16 +179,19 @@ Failure UpdateControl::trigger(bool pManual)
         Q_EMIT statusChanged(StatusSuppressed);
         return {};
     }
-    Result<RunRequest> tRequest = request();
-    if (!tRequest) {
-        return tRequest.failure();
-    }
-    tRequest->mChoices.mIsScheduled = !pManual;
+    const Result<RunRequest> tRequest = request();
+    return tRequest ? begin(*tRequest, pManual) : tRequest.failure();
+}
+
+Failure UpdateControl::begin(RunRequest pRequest, bool pManual)
+{
+    pRequest.mChoices.mIsScheduled = !pManual;
     mBegan = QDateTime::currentDateTimeUtc();
     mManual = pManual;
     // The run continues without the mark, but will not count as interrupted if the service is killed.
     mSources.mSettings.beginRun(mBegan.toString(Qt::ISODateWithMs));
-    if (!mThread.start(*tRequest)) {
+    mOnlyTrial = pRequest.mOnlyTrial;
+    if (!mThread.start(pRequest)) {
         mSources.mSettings.beginRun({});
         return {Failure::Kind::Io, u"The update can't be started"_s};
     }
@@ -169,6 +205,7 @@ bool UpdateControl::abort()
     if (!isActive()) {
         return false;
     }
+    mTriggered.reset();
     setStatus(StatusAborting);
     mThread.abort();
     return true;
@@ -192,6 +229,14 @@ void UpdateControl::finish(const RunResult& pResult)
         Q_EMIT error(0, u"The list of packages that were left out could not be stored."_s, {});
     }
     Q_EMIT runEnded(mSessionRun, mManual);
+    const bool tWasOnlyTrial = std::exchange(mOnlyTrial, false);
+    const auto tTriggered = std::exchange(mTriggered, std::nullopt);
+    if (tWasOnlyTrial && tTriggered && pResult.mCode == ResultSuccess && !isSuppressed()) {
+        const Result<RunRequest> tRequest = request();
+        if (tRequest && !begin(*tRequest, *tTriggered)) {
+            return; // for clients it was one run
+        }
+    }
     setStatus(restingStatus());
 }
 

@@ -33,6 +33,12 @@ public:
     std::optional<bool> load();
     // Repairs what a killed run left. A failure is for the log.
     Failure recover();
+    // Brings the trial that a killed run left to its end, by a run that asks no server. Harmless if there is
+    // none.
+    void resumeTrial();
+    // Makes an earlier generation the current one, and refuses the packages that replaced it. Not during a
+    // run.
+    Failure rollBack(qint64 pGeneration);
     // When to restart a run that was interrupted, in seconds from the start of the service: one minute after
     // the first interruption, twice as long after each further one in a row. No value if no run was
     // interrupted, or after the eighth time: then only the schedule starts the next run.
@@ -61,6 +67,7 @@ Q_SIGNALS:
     void statusChanged(tarn::vkcore::ServiceStatus pStatus);
     void activityChanged(tarn::vkcore::ServiceActivity pActivity);
     void notification(int pType, const QString& pText, const QString& pDetails);
+    void logged(const QString& pLine);
     void error(int pType, const QString& pText, const QString& pDetails);
     void runStarted(bool pManual);
     // With the reason; before runEnded.
@@ -71,6 +78,7 @@ Q_SIGNALS:
 private:
     bool isSuppressed() const;
     Result<update::RunRequest> request();
+    Failure begin(update::RunRequest pRequest, bool pManual);
     void finish(const update::RunResult& pResult);
     void record(ResultCode pCode, const QString& pText, const QDateTime& pBegan = {},
                 const RunTraffic& pTraffic = {});
@@ -85,6 +93,8 @@ private:
     vkcore::ServiceStatus mStatus = vkcore::StatusIdle;
     QDateTime mBegan;
     bool mManual = false;
+    bool mOnlyTrial = false;        // the run in progress
+    std::optional<bool> mTriggered; // meanwhile: what it was triggered with
     bool mStopped = false;
 };
 

@@ -39,7 +39,7 @@ qint64 secondsOfDays(int pDays)
 bool isLastingFailure(ResultCode pResult)
 {
     return pResult == ResultVerificationFailed || pResult == ResultNoSpace ||
-           pResult == ResultInstallFailed || pResult == ResultStoreDamaged;
+           pResult == ResultInstallFailed || pResult == ResultStoreDamaged || pResult == ResultCheckFailed;
 }
 
 } // namespace

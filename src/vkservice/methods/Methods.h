@@ -10,6 +10,7 @@ class Events;
 class Lifetime;
 class MailControl;
 class OperatorView;
+class ReleaseControl;
 class ScheduleControl;
 class StoreCare;
 class UpdateControl;
@@ -68,6 +69,13 @@ struct ChoiceParts
     control::StoreCare& mStore;
 };
 void addChoiceMethods(ipc::MethodTable& pTable, const ChoiceParts& pParts);
+
+struct ReleaseParts
+{
+    const ipc::SocketServer& mSockets;
+    control::ReleaseControl& mReleases;
+};
+void addReleaseMethods(ipc::MethodTable& pTable, const ReleaseParts& pParts);
 
 struct SettingsParts
 {

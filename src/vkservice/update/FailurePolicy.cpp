@@ -37,6 +37,8 @@ ResultCode resultCode(const Failure& pFailure)
         return ResultInstallFailed;
     case Kind::Damaged:
         return ResultStoreDamaged;
+    case Kind::CheckFailed:
+        return ResultCheckFailed;
     case Kind::AppsRunning:
     case Kind::Person:
         return ResultManualIntervention;

@@ -6,9 +6,10 @@
 
 namespace tarn::vkservice::update {
 
-Reporter::Reporter(ActivityFunction pOnActivity, MessageFunction pOnNotification, MessageFunction pOnError)
+Reporter::Reporter(ActivityFunction pOnActivity, MessageFunction pOnNotification, MessageFunction pOnError,
+                   LineFunction pOnLine)
     : mOnActivity(std::move(pOnActivity)), mOnNotification(std::move(pOnNotification)),
-      mOnError(std::move(pOnError))
+      mOnError(std::move(pOnError)), mOnLine(std::move(pOnLine))
 {
 }
 
@@ -68,6 +69,13 @@ void Reporter::notify(MessageType pType, const QString& pText, const QString& pD
 void Reporter::error(const QString& pText, const QString& pDetails)
 {
     mOnError(MessageError, pText, pDetails);
+}
+
+void Reporter::write(const QString& pLine)
+{
+    if (mOnLine) {
+        mOnLine(pLine);
+    }
 }
 
 Progress Reporter::progress() const

@@ -22,7 +22,10 @@ public:
     using ActivityFunction = std::function<void(vkcore::ServiceActivity)>;
     using MessageFunction = std::function<void(int, const QString&, const QString&)>;
 
-    Reporter(ActivityFunction pOnActivity, MessageFunction pOnNotification, MessageFunction pOnError);
+    using LineFunction = std::function<void(const QString&)>;
+
+    Reporter(ActivityFunction pOnActivity, MessageFunction pOnNotification, MessageFunction pOnError,
+             LineFunction pOnLine = nullptr);
 
     // Starts a new activity at 0 of pTotal. pInBytes: the amounts are bytes.
     void begin(vkcore::ServiceActivity pActivity, bool pCancelable, qint64 pTotal, bool pInBytes);
@@ -35,12 +38,16 @@ public:
     void notify(MessageType pType, const QString& pText, const QString& pDetails = QString());
     void error(const QString& pText, const QString& pDetails);
 
+    // For the log alone.
+    void write(const QString& pLine);
+
     Progress progress() const;
 
 private:
     ActivityFunction mOnActivity;
     MessageFunction mOnNotification;
     MessageFunction mOnError;
+    LineFunction mOnLine;
     mutable QMutex mMutex;
     Progress mProgress;
     bool mInBytes = false;

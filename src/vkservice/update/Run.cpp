@@ -1,10 +1,10 @@
 #include "update/Run.h"
 
 #include "os/AbortFlag.h"
-#include "tuf/Hashes.h"
 #include "update/AppWait.h"
 #include "update/FailurePolicy.h"
 #include "update/FreeSpace.h"
+#include "update/MachineState.h"
 #include "update/Preparation.h"
 #include "update/Reporter.h"
 #include "update/RunConfinement.h"
@@ -48,11 +48,12 @@ qint64 installedBytes(const Plan& pPlan)
 } // namespace
 
 Run::Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
-         Reporter& pReporter, const os::AbortFlag& pAbort)
+         Reporter& pReporter, const os::AbortFlag& pAbort, os::CheckRunner& pChecks)
     : mRequest(pRequest), mFileSystem(pFileSystem), mProcesses(pProcesses), mReporter(pReporter),
       mAbort(pAbort), mWorkplace(pFileSystem, pProcesses, pRequest),
       mDownloads(pFileSystem, pRequest.mStateDir, pReporter, pAbort),
-      mIndexes(pFileSystem, pRequest.mStateDir)
+      mIndexes(pFileSystem, pRequest.mStateDir),
+      mTrial(pRequest, pFileSystem, pChecks, mWorkplace, pReporter, pAbort)
 {
 }
 
@@ -84,8 +85,18 @@ RunResult Run::run()
     if (const Failure tFailure = confineRun(mRequest, mWorkplace.writableFolders())) {
         return failed(tFailure);
     }
+    const Failure tTrial = mTrial.resume(true);
     warn(mWorkplace.tidyUp());
+    if (tTrial) {
+        return failed(tTrial);
+    }
     const Failure tUnlogged = updateInstallLog();
+    if (mRequest.mOnlyTrial) {
+        return {ResultSuccess, u"The installed packages have passed their checks."_s, 0};
+    }
+    if (const Failure tFailure = loadRefusals()) {
+        return failed(tFailure);
+    }
     if (const Failure tFailure = mDownloads.open()) {
         return failed(tFailure);
     }
@@ -113,6 +124,20 @@ RunResult Run::run()
         }
     }
     return finish(tBest.get());
+}
+
+// Also what this run itself has refused just now, when it brought an open trial to its end.
+Failure Run::loadRefusals()
+{
+    const auto tRefusals = packages::Refusals::load(mFileSystem, mRequest.mStateDir);
+    if (!tRefusals && tRefusals.failure().mKind != Failure::Kind::Content) {
+        return tRefusals.failure();
+    }
+    warn(tRefusals ? QString() : tRefusals.failure().mText + u'.');
+    for (const packages::Refusal& tRefusal : tRefusals.valueOr({}).all()) {
+        mRequest.mChoices.mRefused.insert(tRefusal.mHash.toHex());
+    }
+    return {};
 }
 
 Failure Run::findPackages(std::unique_ptr<Attempt>* pBest)
@@ -152,7 +177,7 @@ Failure Run::askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pA
 {
     mReporter.begin(vkcore::ActivityDownloading, true, 0, true);
     mReporter.setText(serverLabel(pServer));
-    auto tSession = std::make_unique<ServerSession>(mRequest, pServer, machineState(), mFileSystem, mAbort);
+    auto tSession = std::make_unique<ServerSession>(mRequest, pServer, state(), mFileSystem, mAbort);
     QStringList tWarnings;
     if (const Failure tFailure = tSession->open(&tWarnings)) {
         return tFailure;
@@ -316,13 +341,20 @@ Failure Run::switchToNew(const Plan& pPlan)
         return Failure::canceled();
     }
     const packages::Manifest tNext = nextGeneration(pPlan);
+    if (const Failure tFailure = mTrial.announce(tNext)) {
+        return tFailure;
+    }
     // Before the sync, which then does not have to write them.
     mDownloads.remove(pPlan);
     if (const Failure tFailure = mWorkplace.generations().install(tNext, tStaged)) {
+        mTrial.forget();
         return tFailure;
     }
     mReporter.advance(tStaged.size());
     mWorkplace.setInstalled(tNext);
+    if (const Failure tFailure = mTrial.prove()) {
+        return tFailure;
+    }
     findLostIndexes();
     (void)updateInstallLog(); // it has warned, and the next run tries again
     forgetOldIndexes();
@@ -331,11 +363,15 @@ Failure Run::switchToNew(const Plan& pPlan)
 
 void Run::forgetOldIndexes()
 {
-    packages::Manifest tPrevious;
-    (void)mWorkplace.generations().reader().manifest(mWorkplace.installed().mPrevious,
-                                                     &tPrevious); // then it has none
+    packages::GenerationReader& tReader = mWorkplace.generations().reader();
+    QList<packages::InstalledPackage> tPackages = mWorkplace.installed().mPackages;
+    for (const qint64 tNumber : tReader.before(mWorkplace.installed())) {
+        packages::Manifest tBefore;
+        (void)tReader.manifest(tNumber, &tBefore); // then it has none
+        tPackages += tBefore.mPackages;
+    }
     QSet<QByteArray> tTexts;
-    for (const auto& tPackage : mWorkplace.installed().mPackages + tPrevious.mPackages) {
+    for (const auto& tPackage : std::as_const(tPackages)) {
         if (tPackage.mInfo.mIndex) {
             tTexts.insert(tPackage.mInfo.mIndex->mText.mHash.toHex());
         }
@@ -362,25 +398,9 @@ void Run::removeObsolete()
     }
 }
 
-// The inputs of a plan besides the offers and the choices.
-QByteArray Run::machineState() const
+QByteArray Run::state() const
 {
-    QStringList tParts{mRequest.mAppLanguage,
-                       mRequest.mDataLanguage,
-                       mWorkplace.folders().installDir(),
-                       mWorkplace.folders().root(packages::Kind::Data),
-                       QString::number(mWorkplace.installed().mGeneration),
-                       mWorkplace.installed().mRunId};
-    for (const packages::InstalledPackage& tPackage : mLostIndexes) {
-        tParts.append(u"no index "_s + tPackage.mFolder);
-    }
-    for (const packages::InstalledPackage& tPackage : mWorkplace.installed().mPackages) {
-        tParts.append(tPackage.mFolder);
-        if (mRequest.mDamaged.contains(tPackage.mFolder)) {
-            tParts.append(u"damaged"_s);
-        }
-    }
-    return tuf::sha256(tParts.join(u'\n').toUtf8());
+    return machineState(mRequest, mWorkplace, mLostIndexes);
 }
 
 RunResult Run::failed(const Failure& pFailure) const
@@ -447,7 +467,7 @@ RunResult Run::finish(Attempt* pAttempt)
         mReporter.error(tLost, {});
         tText += u' ' + tLost;
     } else {
-        pAttempt->mSession->markComplete(machineState(), {.mPackages = tPlan.mLeftOut,
+        pAttempt->mSession->markComplete(state(), {.mPackages = tPlan.mLeftOut,
                                                           .mWaits = tPlan.mNextTurn.isValid(),
                                                           .mLookAgain = tPlan.mNextTurn});
     }

@@ -6,6 +6,7 @@
 #include "update/RunRequest.h"
 #include "update/ServerSession.h"
 #include "update/Supply.h"
+#include "update/Trial.h"
 #include "update/supply/Budget.h"
 #include "update/Workplace.h"
 
@@ -28,7 +29,7 @@ class Run
 {
 public:
     Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
-        Reporter& pReporter, const os::AbortFlag& pAbort);
+        Reporter& pReporter, const os::AbortFlag& pAbort, os::CheckRunner& pChecks = os::realCheckRunner());
 
     RunResult run();
     // After run().
@@ -52,6 +53,7 @@ private:
 
     // Asks the servers that were not asked yet in order until one has everything; else selects the one that
     // has most. If *pBest has no value, mServerTroubles holds the reasons.
+    Failure loadRefusals();
     Failure findPackages(std::unique_ptr<Attempt>* pBest);
     Failure askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pAttempt);
     void findLostIndexes();
@@ -67,14 +69,14 @@ private:
     void forgetOldIndexes();
     void removeObsolete();
 
-    QByteArray machineState() const;
+    QByteArray state() const; // of this machine
     void warn(const QString& pText);
     Failure updateInstallLog();
     RunResult failed(const Failure& pFailure) const;
     RunResult allServersFailed() const;
     RunResult finish(Attempt* pAttempt);
 
-    const RunRequest& mRequest;
+    RunRequest mRequest;
     os::FileSystem& mFileSystem;
     os::ProcessList& mProcesses;
     Reporter& mReporter;
@@ -84,6 +86,7 @@ private:
     trees::IndexStore mIndexes;
     Budget mBudget;
     qsizetype mNextServer = 0;
+    Trial mTrial;
     QList<packages::InstalledPackage> mLostIndexes; // of these the index is missing or damaged
     std::vector<ServerTrouble> mServerTroubles;
     qint64 mInstalledBytes = 0; // of archives

@@ -2,6 +2,7 @@
 
 #include "internal/PlainText.h"
 #include "packages/PackageFolders.h"
+#include "packages/Refusals.h"
 #include "update/Plan.h"
 
 #include <QtCore/QHash>
@@ -98,6 +99,31 @@ QList<LogRecord> runRecords(const Plan& pPlan)
     for (const PackageInfo& tInfo : pPlan.mChosen) {
         if (tParents.contains(tInfo.mName)) {
             tRecords.append(recordOf(tInfo, pPlan, u"child_packages_updated"_s));
+        }
+    }
+    return tRecords;
+}
+
+QList<LogRecord> recordsOfWayBack(const packages::Manifest& pRun, const QList<InstalledPackage>& pChanged,
+                                  const packages::Refusals& pRefusals)
+{
+    QList<LogRecord> tRecords;
+    QSet<QString> tNames;
+    for (const InstalledPackage& tPackage : pChanged) {
+        tNames.insert(tPackage.mInfo.mName);
+        LogRecord tRecord = recordOf(tPackage.mInfo, {}, {});
+        tRecord.mParent = tPackage.mParent;
+        const packages::Refusal* tRefusal = pRefusals.find(tPackage.mHash);
+        tRecord.mStatus = tRefusal != nullptr ? u"error"_s : u"warning"_s;
+        tRecord.mReport.setValue(
+            u"en"_s, tRefusal != nullptr
+                         ? tRefusal->mReason + u'.'
+                         : u"Other packages of the same update failed their check. It comes again."_s);
+        tRecords.append(tRecord);
+    }
+    for (const LogRecord& tRecord : pRun.mRecords) {
+        if (tRecord.mStatus == "error"_L1 && !tNames.contains(tRecord.mPackage)) {
+            tRecords.append(tRecord);
         }
     }
     return tRecords;

@@ -56,6 +56,10 @@ struct RunRequest
     qint64 mLeastBytesPerSecond = 5000; // the run leaves a slower server for the next one; 0: no limit
     QSet<QString> mDamaged;             // folders of damaged packages, in manifest form
     Choices mChoices;                   // which packages it takes
+    int mCheckSeconds = 120;            // for each check of a new generation
+    QString mCheckDir;                  // the administrator's checks; empty: none
+    int mKeepGenerations = 2;           // before the current one
+    bool mOnlyTrial = false;            // brings an open trial to its end, and asks no server
     QString mCaFile;                    // empty: the system's certificates
     Patience mPatience;
 };

@@ -2,8 +2,10 @@
 
 #include "os/AbortFlag.h"
 #include "os/FreeProcessList.h"
+#include "os/FreeThread.h"
 #include "update/Reporter.h"
 #include "update/Run.h"
+#include "update/Trial.h"
 #include "update/Workplace.h"
 
 #include <QtCore/QMetaObject>
@@ -17,14 +19,17 @@ namespace tarn::vkservice::update {
 class UpdateThread::Private
 {
 public:
-    Private(UpdateThread* pOwner, os::FileSystem& pFileSystem, os::ProcessList& pProcesses)
-        : mOwner(pOwner), mFileSystem(pFileSystem), mProcesses(pProcesses)
+    Private(UpdateThread* pOwner, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
+            os::CheckRunner& pChecks)
+        : mOwner(pOwner), mFileSystem(pFileSystem), mProcesses(pProcesses), mChecks(pChecks)
     {
     }
 
     void work()
     {
-        Run tRun(mRequest, mFileSystem, *mFreeProcesses, *mReporter, mAbort);
+        os::FreeProcessList tProcesses(mProcesses, *mFreeThread);
+        os::FreeCheckRunner tChecks(mChecks, *mFreeThread);
+        Run tRun(mRequest, mFileSystem, tProcesses, *mReporter, mAbort, tChecks);
         RunResult tResult = tRun.run();
         tResult.mTraffic = tRun.traffic();
         tResult.mUnusableServers = tRun.unusableServers();
@@ -35,7 +40,7 @@ public:
     void end(const RunResult& pResult)
     {
         mThread.join();
-        mFreeProcesses.reset();
+        mFreeThread.reset();
         mReporter.reset();
         Q_EMIT mOwner->finished(pResult);
     }
@@ -56,21 +61,26 @@ public:
             },
             [this, tPost](int pType, const QString& pText, const QString& pDetails) {
                 tPost([this, pType, pText, pDetails] { Q_EMIT mOwner->error(pType, pText, pDetails); });
-            });
+            },
+            [this, tPost](const QString& pLine) { tPost([this, pLine] { Q_EMIT mOwner->logged(pLine); }); });
     }
 
     UpdateThread* mOwner;
     os::FileSystem& mFileSystem;
     os::ProcessList& mProcesses;
+    os::CheckRunner& mChecks;
     RunRequest mRequest;
     os::AbortFlag mAbort;
     std::unique_ptr<Reporter> mReporter;
-    std::unique_ptr<os::FreeProcessList> mFreeProcesses; // for the run's thread, which confines itself
+    std::unique_ptr<os::FreeThread> mFreeThread; // for the run's thread, which confines itself
+    bool mIsOnTrial = false;
+    Failure mWayBack;
     std::thread mThread;
 };
 
-UpdateThread::UpdateThread(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, QObject* pParent)
-    : QObject(pParent), d(std::make_unique<Private>(this, pFileSystem, pProcesses))
+UpdateThread::UpdateThread(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, os::CheckRunner& pChecks,
+                           QObject* pParent)
+    : QObject(pParent), d(std::make_unique<Private>(this, pFileSystem, pProcesses, pChecks))
 {
 }
 
@@ -89,16 +99,48 @@ bool UpdateThread::recover(const RunRequest& pRequest, QString* pError)
         *pError = tFailure.mText;
         return false;
     }
+    const std::unique_ptr<Reporter> tReporter = d->makeReporter();
+    Trial tTrial(pRequest, d->mFileSystem, d->mChecks, tWorkplace, *tReporter, d->mAbort);
+    const Failure tFailure = tTrial.resume(false);
+    d->mIsOnTrial = tTrial.isOpen();
+    d->mWayBack = tFailure.mKind == Failure::Kind::CheckFailed ? tFailure : Failure();
     QStringList tTexts = tWorkplace.warnings();
+    tTexts.append(d->mWayBack ? QString() : tFailure.mText);
     tTexts.append(tWorkplace.tidyUp());
     QString tLogText;
-    if (const Failure tFailure = tWorkplace.updateInstallLog(&tLogText)) {
-        tLogText = tFailure.mText;
+    if (!d->mIsOnTrial) {
+        if (const Failure tUnlogged = tWorkplace.updateInstallLog(&tLogText)) {
+            tLogText = tUnlogged.mText;
+        }
     }
     tTexts.append(tLogText);
     tTexts.removeAll(QString());
     *pError = tTexts.join(u". "_s);
     return pError->isEmpty();
+}
+
+bool UpdateThread::isOnTrial() const
+{
+    return d->mIsOnTrial;
+}
+
+Failure UpdateThread::wayBack() const
+{
+    return d->mWayBack;
+}
+
+Failure UpdateThread::rollBack(const RunRequest& pRequest, qint64 pGeneration)
+{
+    if (isRunning()) {
+        return {Failure::Kind::Io, u"An update is running"_s};
+    }
+    Workplace tWorkplace(d->mFileSystem, d->mProcesses, pRequest);
+    if (const Failure tFailure = tWorkplace.open(packages::NewRoots::Leave)) {
+        return tFailure;
+    }
+    const std::unique_ptr<Reporter> tReporter = d->makeReporter();
+    return Trial(pRequest, d->mFileSystem, d->mChecks, tWorkplace, *tReporter, d->mAbort)
+        .rollBack(pGeneration);
 }
 
 bool UpdateThread::start(const RunRequest& pRequest)
@@ -107,9 +149,10 @@ bool UpdateThread::start(const RunRequest& pRequest)
         return false;
     }
     d->mRequest = pRequest;
+    d->mIsOnTrial = false;
     d->mAbort.clear();
     d->mReporter = d->makeReporter();
-    d->mFreeProcesses = std::make_unique<os::FreeProcessList>(d->mProcesses);
+    d->mFreeThread = std::make_unique<os::FreeThread>();
     d->mThread = std::thread([this] { d->work(); });
     return true;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "internal/Failure.h"
+#include "os/CheckRunner.h"
 #include "update/RunRequest.h"
 
 #include <vkcore/Types.h>
@@ -23,13 +25,21 @@ class UpdateThread : public QObject
     Q_OBJECT
 
 public:
-    UpdateThread(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, QObject* pParent = nullptr);
+    UpdateThread(os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
+                 os::CheckRunner& pChecks = os::realCheckRunner(), QObject* pParent = nullptr);
     // Aborts a run in progress and waits for its end.
     ~UpdateThread() override;
 
     // Repairs what a killed run left and brings the install log up to the current generation. Called once,
     // before the first run. False with a reason for the log if the folders are unusable.
     bool recover(const RunRequest& pRequest, QString* pError);
+    // After recover(): the generation in use has not proven itself yet, and a run with mOnlyTrial does it.
+    bool isOnTrial() const;
+    // After recover(): why it has put the previous packages in use again, if it has.
+    Failure wayBack() const;
+    // Makes an earlier generation the current one, and refuses the packages that replaced it. A failure if a
+    // run is in progress.
+    Failure rollBack(const RunRequest& pRequest, qint64 pGeneration);
 
     // False if a run is in progress.
     bool start(const RunRequest& pRequest);
@@ -42,6 +52,7 @@ Q_SIGNALS:
     void activityChanged(tarn::vkcore::ServiceActivity pActivity);
     // Message types as on the socket: 0 error, 1 warning, 4 information.
     void notification(int pType, const QString& pText, const QString& pDetails);
+    void logged(const QString& pLine);
     void error(int pType, const QString& pText, const QString& pDetails);
     // The last signal of a run; isRunning() is false from here on.
     void finished(const tarn::vkservice::update::RunResult& pResult);

@@ -25,7 +25,8 @@ constexpr mode_t sStateDir = 0755; // all users may read the install log in it
 Workplace::Workplace(os::FileSystem& pFileSystem, os::ProcessList& pProcesses, const RunRequest& pRequest)
     : mFileSystem(pFileSystem), mProcesses(pProcesses), mRequest(pRequest),
       mFolders(pRequest.mInstallDir, pRequest.mDataDir),
-      mRoots(pFileSystem, QDir::cleanPath(pRequest.mStateDir)), mGenerations(pFileSystem, mFolders, mRoots),
+      mRoots(pFileSystem, QDir::cleanPath(pRequest.mStateDir)),
+      mGenerations(pFileSystem, mFolders, mRoots, pRequest.mKeepGenerations),
       mRunLog(pFileSystem, pRequest.mStateDir)
 {
 }

@@ -29,6 +29,8 @@ QString resultText(ResultCode pCode)
         return u"Manual intervention is needed."_s;
     case ResultStoreDamaged:
         return u"The records of the service are damaged."_s;
+    case ResultCheckFailed:
+        return u"The new packages failed their check; the previous ones are in use again."_s;
     }
     return u"Unknown result %1."_s.arg(static_cast<int>(pCode));
 }

@@ -20,6 +20,7 @@ enum ResultCode : int
     ResultNoServer = 8,
     ResultManualIntervention = 9,
     ResultStoreDamaged = 10,
+    ResultCheckFailed = 11,
 };
 
 // The code as a text for users.

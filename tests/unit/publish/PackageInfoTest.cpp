@@ -18,6 +18,7 @@ PackageInfo full()
     tInfo.mLanguage = q("de");
     tInfo.mRequires = {q("charts"), q("lib-x+1")};
     tInfo.mExecutables = {q("bin/viewer")};
+    tInfo.mCheck = q("bin/selftest");
     tInfo.mReport = LangString({{q("en"), q("News\nin two lines")}});
     tInfo.mInstalledSize = 5000000000;
     tInfo.mIndex = IndexFile{.mFile = {.mLength = 9, .mHash = {}}, .mText = {.mHash = {}, .mLength = 70}};
@@ -75,6 +76,7 @@ TEST(PackageInfo, RefusesWhatBreaksARule)
         {"requires", {q("x"), QJsonArray{1}, QJsonArray{q("../x")}}},
         {"executables",
          {QJsonArray{q("/bin/sh")}, QJsonArray{q("a/../../b")}, QJsonArray{q("a//b")}, QJsonArray{1}}},
+        {"check", {1, q(""), q("/bin/true"), q("../true"), q("bin/"), QJsonArray{q("bin/a")}}},
         {"report", {2}},
         {"installedSize", {-1, 1.5, 1e30}},
         {"index", {1, QJsonObject{}, sideFile(0, 64), sideFile(9, 63)}},

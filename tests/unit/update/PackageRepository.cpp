@@ -32,6 +32,7 @@ PackageInfo infoOf(const TestPackage& pPackage)
     tInfo.mLanguage = pPackage.mLanguage;
     tInfo.mRequires = pPackage.mRequires;
     tInfo.mExecutables = pPackage.mExecutables;
+    tInfo.mCheck = pPackage.mCheck;
     for (const QByteArray& tContent : pPackage.mFiles) {
         tInfo.mInstalledSize += tContent.size();
     }

@@ -24,6 +24,7 @@ struct TestPackage
     QString mLanguage = {};
     tarn::packages::Kind mKind = tarn::packages::Kind::Application;
     QStringList mExecutables = {};
+    QString mCheck = {};
 };
 
 tarn::packages::PackageInfo infoOf(const TestPackage& pPackage);

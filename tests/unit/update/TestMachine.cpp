@@ -21,6 +21,8 @@ TestMachine::TestMachine(const QByteArray& pRoot, os::ProcessList& pProcesses) :
     mRequest.mAppLanguage = q("en");
     mRequest.mDataLanguage = q("en");
     mRequest.mWaitForAppsSeconds = 20;
+    mRequest.mKeepGenerations = 1;
+    mRequest.mCheckDir = path(q("check.d"));
     restart();
 }
 
@@ -34,7 +36,7 @@ void TestMachine::setServers(const QStringList& pUris)
 
 bool TestMachine::restart(QString* pError)
 {
-    mRun = std::make_unique<UpdateThread>(mFileSystem, mProcesses);
+    mRun = std::make_unique<UpdateThread>(mFileSystem, mProcesses, mChecks);
     QObject::connect(mRun.get(), &UpdateThread::activityChanged, mRun.get(),
                      [this](ServiceActivity pActivity) {
                          mActivities.append(pActivity);

@@ -19,6 +19,22 @@ public:
     explicit TestMachine(const QByteArray& pRoot,
                          tarn::os::ProcessList& pProcesses = tarn::os::realProcessList());
 
+    // Plays the checks of new generations.
+    class Checks : public tarn::os::CheckRunner
+    {
+    public:
+        std::function<tarn::os::CheckOutcome(const tarn::os::CheckProgram&)> mOnRun;
+        QStringList mPrograms; // the administrator's
+
+        QStringList programs(const QString&, QStringList*) override { return mPrograms; }
+        tarn::os::CheckOutcome run(const tarn::os::CheckProgram& pProgram,
+                                   const tarn::os::AbortFlag&) override
+        {
+            return mOnRun ? mOnRun(pProgram) : tarn::os::CheckOutcome{.mPassed = true};
+        }
+    };
+    Checks& checks() { return mChecks; }
+
     tarn::vkservice::update::RunRequest& request() { return mRequest; }
     void setServers(const QStringList& pUris);
     FaultyFileSystem& fileSystem() { return mFileSystem; }
@@ -37,6 +53,7 @@ public:
     QList<tarn::vkcore::ServiceActivity> mActivities; // of the last run
     QStringList mMessages;                            // its notifications and errors, with their details
 
+    tarn::packages::Manifest manifest() const;
     // "name version" from the current generation's manifest, in order.
     QStringList packages() const;
     qint64 generation() const;
@@ -48,11 +65,10 @@ public:
     QStringList litter() const;
 
 private:
-    tarn::packages::Manifest manifest() const;
-
     QTemporaryDir mDir;
     tarn::os::ProcessList& mProcesses;
     FaultyFileSystem mFileSystem;
+    Checks mChecks;
     tarn::vkservice::update::RunRequest mRequest;
     std::unique_ptr<tarn::vkservice::update::UpdateThread> mRun;
 };

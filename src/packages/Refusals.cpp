@@ -1,0 +1,110 @@
+#include "packages/Refusals.h"
+
+#include "internal/JsonReader.h"
+#include "os/FileTools.h"
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace tarn::packages {
+
+namespace {
+
+using vkcore::JsonReader;
+
+constexpr int sFormat = 1;
+constexpr mode_t sPrivateFile = 0600;
+constexpr qint64 sMaxSize = 16 * 1024 * 1024;
+
+QString pathIn(const QString& pStateDir)
+{
+    return pStateDir + u"/refused.json"_s;
+}
+
+Refusal readRefusal(JsonReader* pFrom)
+{
+    const auto tHash = tuf::Hash::fromHex(pFrom->text("hash"));
+    pFrom->require(tHash.has_value(), "hash", u"is not a hash"_s);
+    const QDateTime tDate = QDateTime::fromString(pFrom->text("date"), Qt::ISODate);
+    pFrom->require(tDate.isValid(), "date", u"is not a date"_s);
+    return {.mName = pFrom->text("package"),
+            .mVersion = pFrom->text("version"),
+            .mHash = tHash.value_or(tuf::Hash()),
+            .mReason = pFrom->text("reason"),
+            .mDate = tDate};
+}
+
+} // namespace
+
+const Refusal* Refusals::find(const tuf::Hash& pHash) const
+{
+    const auto tIt = std::find_if(mAll.begin(), mAll.end(),
+                                  [&](const Refusal& pRefusal) { return pRefusal.mHash == pHash; });
+    return tIt == mAll.end() ? nullptr : &*tIt;
+}
+
+void Refusals::add(const Refusal& pRefusal)
+{
+    if (!has(pRefusal.mHash)) {
+        mAll.append(pRefusal);
+        mAll.remove(0, std::max<qsizetype>(0, mAll.size() - sMost));
+    }
+}
+
+bool Refusals::lift(const tuf::Hash& pHash)
+{
+    return mAll.removeIf([&](const Refusal& pRefusal) { return pRefusal.mHash == pHash; }) > 0;
+}
+
+qsizetype Refusals::lift(const QString& pName)
+{
+    return mAll.removeIf([&](const Refusal& pRefusal) { return pRefusal.mName == pName; });
+}
+
+QByteArray Refusals::toBytes() const
+{
+    QJsonArray tAll;
+    for (const Refusal& tRefusal : mAll) {
+        tAll.append(QJsonObject{{u"package"_s, tRefusal.mName},
+                                {u"version"_s, tRefusal.mVersion},
+                                {u"hash"_s, QString::fromLatin1(tRefusal.mHash.toHex())},
+                                {u"reason"_s, tRefusal.mReason},
+                                {u"date"_s, tRefusal.mDate.toUTC().toString(Qt::ISODate)}});
+    }
+    return QJsonDocument(QJsonObject{{u"format"_s, sFormat}, {u"refused"_s, tAll}}).toJson();
+}
+
+Result<Refusals> Refusals::fromBytes(const QByteArray& pBytes)
+{
+    QString tFault;
+    JsonReader tReader(QJsonDocument::fromJson(pBytes).object(), &tFault);
+    Refusals tRefusals;
+    tReader.integer("format", sFormat, sFormat);
+    tReader.each("refused", [&](JsonReader& pEntry) { tRefusals.add(readRefusal(&pEntry)); });
+    return tReader.ok() ? Result<Refusals>(tRefusals) : Failure::content(tFault);
+}
+
+Result<Refusals> Refusals::load(os::FileSystem& pFileSystem, const QString& pStateDir)
+{
+    const Result<QByteArray> tBytes = os::readFile(pFileSystem, pathIn(pStateDir), sMaxSize);
+    if (!tBytes) {
+        return tBytes.failure().mKind == Failure::Kind::NotFound ? Result<Refusals>(Refusals())
+                                                                 : tBytes.failure();
+    }
+    const Result<Refusals> tRefusals = fromBytes(*tBytes);
+    return tRefusals
+               ? tRefusals
+               : Failure::content(u"%1 is damaged (%2)"_s.arg(pathIn(pStateDir), tRefusals.failure().mText));
+}
+
+Failure Refusals::store(os::FileSystem& pFileSystem, const QString& pStateDir) const
+{
+    return os::replaceFile(pFileSystem, pathIn(pStateDir), toBytes(), sPrivateFile);
+}
+
+} // namespace tarn::packages

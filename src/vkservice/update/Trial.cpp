@@ -1,0 +1,285 @@
+#include "update/Trial.h"
+
+#include "internal/PlainText.h"
+#include "os/FileTools.h"
+#include "update/Reporter.h"
+#include "update/RunRecords.h"
+#include "update/RunRequest.h"
+#include "update/Workplace.h"
+
+using namespace Qt::StringLiterals;
+
+namespace tarn::vkservice::update {
+
+using packages::InstalledPackage;
+using packages::Manifest;
+using packages::Refusal;
+using packages::Refusals;
+using packages::TrialRecord;
+
+namespace {
+
+QSet<QString> namesOf(const QList<InstalledPackage>& pPackages)
+{
+    QSet<QString> tNames;
+    for (const InstalledPackage& tPackage : pPackages) {
+        tNames.insert(tPackage.mInfo.mName);
+    }
+    return tNames;
+}
+
+// The first refusal of one of the packages.
+const Refusal* refusalOf(const Refusals& pRefusals, const QList<InstalledPackage>& pPackages)
+{
+    for (const InstalledPackage& tPackage : pPackages) {
+        if (const Refusal* tRefusal = pRefusals.find(tPackage.mHash)) {
+            return tRefusal;
+        }
+    }
+    return nullptr;
+}
+
+} // namespace
+
+Trial::Trial(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::CheckRunner& pRunner,
+             Workplace& pWorkplace, Reporter& pReporter, const os::AbortFlag& pAbort)
+    : mRequest(pRequest), mFileSystem(pFileSystem), mWorkplace(pWorkplace), mReporter(pReporter),
+      mAbort(pAbort), mChecks(pRequest, pWorkplace.folders(), pRunner, pReporter)
+{
+}
+
+void Trial::warn(const QString& pText)
+{
+    if (!pText.isEmpty()) {
+        mReporter.notify(MessageWarning, pText);
+    }
+}
+
+QList<InstalledPackage> Trial::changed() const
+{
+    return changedPackages(mBack, mWorkplace.installed());
+}
+
+Failure Trial::read()
+{
+    const auto tRecord = TrialRecord::load(mFileSystem, mRequest.mStateDir);
+    if (!tRecord && tRecord.failure().mKind != Failure::Kind::Content) {
+        return tRecord.failure();
+    }
+    if (!tRecord) {
+        warn(tRecord.failure().mText + u'.');
+        close();
+    }
+    mRecord = tRecord.valueOr({});
+    mBack = {};
+    const Failure tFailure =
+        mRecord.mBack > 0 ? mWorkplace.generations().reader().manifest(mRecord.mBack, &mBack) : Failure();
+    return tFailure.mKind == Failure::Kind::Content ? Failure() : tFailure; // decide() tells of a damaged one
+}
+
+Failure Trial::resume(bool pMayCheck)
+{
+    if (const Failure tFailure = read(); tFailure || !isOpen()) {
+        return tFailure;
+    }
+    if (!mRecord.isOf(mWorkplace.installed())) {
+        if (finishWayBack()) {
+            close();
+        }
+        mRecord = {};
+        return {};
+    }
+    const auto tRefusals = Refusals::load(mFileSystem, mRequest.mStateDir);
+    const Refusal* tRefusal = tRefusals ? refusalOf(*tRefusals, changed()) : nullptr;
+    if (!mRecord.mVerdict.isEmpty()) {
+        return decide(mRecord.mVerdict, namesOf(changed()));
+    }
+    if (tRefusal != nullptr) {
+        return decide(tRefusal->mReason, {});
+    }
+    if (mRecord.mAttempts >= TrialRecord::sMaxAttempts) {
+        return decide(
+            u"Its checks were begun %1 times and did not come to their end"_s.arg(TrialRecord::sMaxAttempts),
+            namesOf(changed()));
+    }
+    if (!pMayCheck) {
+        return {};
+    }
+    ++mRecord.mAttempts;
+    if (const Failure tFailure = mRecord.store(mFileSystem, mRequest.mStateDir)) {
+        return tFailure;
+    }
+    mChecks.find(mWorkplace.installed(), changed());
+    return prove();
+}
+
+Failure Trial::announce(const Manifest& pNext)
+{
+    mBack = mWorkplace.installed();
+    mChecks.find(pNext, changedPackages(mBack, pNext));
+    if (mChecks.isEmpty()) {
+        return {};
+    }
+    mRecord = {.mGeneration = pNext.mGeneration,
+               .mRun = pNext.mRunId,
+               .mBack = mBack.mGeneration,
+               .mAttempts = 1,
+               .mVerdict = {}};
+    return mRecord.store(mFileSystem, mRequest.mStateDir);
+}
+
+void Trial::forget()
+{
+    if (isOpen()) {
+        close();
+    }
+}
+
+Failure Trial::prove()
+{
+    if (!isOpen()) {
+        return {};
+    }
+    const ReleaseChecks::Verdict tVerdict = mChecks.run(mAbort);
+    if (tVerdict.mPassed) {
+        close();
+        return {};
+    }
+    if (!tVerdict.mIsAborted) {
+        return decide(tVerdict.mReason, tVerdict.mRefused);
+    }
+    mRefusals = {};
+    const Failure tFailure = goBack();
+    return tFailure ? tFailure : Failure::canceled();
+}
+
+Failure Trial::rollBack(qint64 pTo)
+{
+    Manifest tTarget;
+    const Manifest& tCurrent = mWorkplace.installed();
+    packages::GenerationReader& tReader = mWorkplace.generations().reader();
+    if (!tReader.before(tCurrent).contains(pTo) || tReader.sound(pTo, &tTarget)) {
+        return Failure::content(u"The generation %1 is not there to go back to"_s.arg(pTo));
+    }
+    Result<Refusals> tRefusals = Refusals::load(mFileSystem, mRequest.mStateDir);
+    if (!tRefusals) {
+        return tRefusals.failure();
+    }
+    mBack = tTarget;
+    mRecord = {.mGeneration = tCurrent.mGeneration,
+               .mRun = tCurrent.mRunId,
+               .mBack = pTo,
+               .mAttempts = TrialRecord::sMaxAttempts,
+               .mVerdict = u"An administrator went back to the generation %1"_s.arg(pTo)};
+    if (const Failure tFailure = mRecord.store(mFileSystem, mRequest.mStateDir)) {
+        return tFailure;
+    }
+    const Failure tFailure = decide(mRecord.mVerdict, namesOf(changed()));
+    return tFailure.mKind == Failure::Kind::CheckFailed ? Failure() : tFailure;
+}
+
+// Puts the generation out of use that mRecord is about.
+Failure Trial::decide(const QString& pReason, const QSet<QString>& pRefused)
+{
+    const QString tReason = vkcore::singleLine(pReason, vkcore::sMaxMessage);
+    const Manifest tRun = mWorkplace.installed();
+    Manifest tBack;
+    const Failure tUnread =
+        mRecord.mBack > 0 ? mWorkplace.generations().reader().manifest(mRecord.mBack, &tBack) : Failure();
+    if (tUnread) {
+        if (tUnread.mKind == Failure::Kind::Content) {
+            close(); // another try would not find it either, and what remains must not be refused
+        }
+        return {Failure::Kind::Io,
+                u"%1. The previous packages can't be put in use again: %2"_s.arg(tReason, tUnread.mText)};
+    }
+    if (const Failure tFailure = refuse(tReason, pRefused)) {
+        // A machine that keeps a bad generation is worse than one that tries it again with the next run.
+        warn(u"The refused packages can't be recorded. %1."_s.arg(tFailure.mText));
+    }
+    if (const Failure tFailure = goBack()) {
+        return {tFailure.mKind, u"%1. The previous packages could not be put in use again: %2"_s.arg(
+                                    tReason, tFailure.mText)};
+    }
+    mReporter.error(
+        u"The generation %1 has failed, and the previous packages are in use again."_s.arg(tRun.mGeneration),
+        tReason + u'.');
+    return {Failure::Kind::CheckFailed, tReason};
+}
+
+Failure Trial::refuse(const QString& pReason, const QSet<QString>& pRefused)
+{
+    const auto tKnown = Refusals::load(mFileSystem, mRequest.mStateDir);
+    mRefusals = tKnown.valueOr({});
+    for (const InstalledPackage& tPackage : changed()) {
+        if (pRefused.contains(tPackage.mInfo.mName)) {
+            mRefusals.add({.mName = tPackage.mInfo.mName,
+                           .mVersion = tPackage.mInfo.mVersion.version().toString(),
+                           .mHash = tPackage.mHash,
+                           .mReason = pReason,
+                           .mDate = QDateTime::currentDateTimeUtc()});
+        }
+    }
+    for (const InstalledPackage& tPackage : std::as_const(mBack.mPackages)) {
+        (void)mRefusals.lift(tPackage.mHash);
+    }
+    const bool tIsUnread = !tKnown && tKnown.failure().mKind != Failure::Kind::Content;
+    return tIsUnread ? tKnown.failure() : mRefusals.store(mFileSystem, mRequest.mStateDir);
+}
+
+Failure Trial::goBack()
+{
+    const Manifest tRun = mWorkplace.installed();
+    if (const Failure tFailure = mWorkplace.generations().switchBack(mRecord.mBack)) {
+        return tFailure.as(Failure::Kind::Io);
+    }
+    mWorkplace.setInstalled(mBack);
+    logWayBack(tRun, mRefusals, mBack);
+    // Only when no power cut can bring the failed generation back.
+    if (!os::syncDir(mFileSystem, mWorkplace.folders().installDir())) {
+        mWorkplace.generations().retireAbove(mRecord.mBack);
+        close();
+    }
+    return {};
+}
+
+// Nothing to log if nothing was refused: such a run was aborted and has changed nothing.
+void Trial::logWayBack(const Manifest& pRun, const Refusals& pRefusals, const Manifest& pBack)
+{
+    const QList<InstalledPackage> tChanged = changedPackages(pBack, pRun);
+    const Refusal* tFirst = refusalOf(pRefusals, tChanged);
+    if (tFirst == nullptr) {
+        return;
+    }
+    Manifest tLogged;
+    tLogged.mRunId = pRun.mRunId + u"-back"_s;
+    tLogged.mRunDate = tFirst->mDate.toLocalTime();
+    tLogged.mRecords = recordsOfWayBack(pRun, tChanged, pRefusals);
+    QString tWarning;
+    const Failure tFailure = mWorkplace.logRun(tLogged, &tWarning);
+    warn(tWarning);
+    warn(tFailure.mText);
+}
+
+// The run was cut short behind the switch back. True if that is all that remains to do.
+bool Trial::finishWayBack()
+{
+    Manifest tRun;
+    const bool tIsBack = mWorkplace.installed().mGeneration == mRecord.mBack;
+    if (!tIsBack || mWorkplace.generations().reader().manifest(mRecord.mGeneration, &tRun) ||
+        !mRecord.isOf(tRun)) {
+        return true; // the switch to it never came
+    }
+    const auto tRefusals = Refusals::load(mFileSystem, mRequest.mStateDir);
+    logWayBack(tRun, tRefusals.valueOr({}), mBack);
+    return !os::syncDir(mFileSystem, mWorkplace.folders().installDir());
+}
+
+void Trial::close()
+{
+    mRecord = {};
+    const Failure tFailure = TrialRecord::remove(mFileSystem, mRequest.mStateDir);
+    warn(tFailure.mText);
+}
+
+} // namespace tarn::vkservice::update
