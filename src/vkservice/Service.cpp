@@ -64,7 +64,8 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
       mUpdateThread(os::realFileSystem(), os::realProcessList()), mChecks(os::realFileSystem()),
       mUpdates(mUpdateThread, {mServers, mSettings, mVariables, mChecks, pApp}, mStoreCare),
       mVerifications(os::realFileSystem(), {mChecks, mSettings, mVariables, mUpdates, mStoreCare, pApp}),
-      mSchedule({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
+      mScheduledRuns({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
+      mSchedule({mSettings, mVariables, mUpdates, mScheduledRuns, mStoreCare, pApp}),
       mMail({mStore, mSettings, mVariables, mUpdates, mSchedule, pApp}),
       mEvents(mSockets, mUpdates, mVerifications, pApp),
       mLifetime(pOptions.mWorker, {mSockets, mSchedule, mUpdates, mVerifications, mMail, pApp})
@@ -101,6 +102,8 @@ void Service::connectParts()
     connect(&mConfiguration, &Configuration::changed, &mUpdates, &UpdateControl::checkSuppression);
     connect(&mConfiguration, &Configuration::changed, &mMail, &MailControl::onVariablesChanged);
     connect(&mSchedule, &ScheduleControl::checkIsDue, &mEvents, &Events::checkIsDue);
+    connect(&mScheduledRuns, &ScheduledRuns::waitsTooLong, &mEvents, &Events::errorToKeep);
+    connect(&mScheduledRuns, &ScheduledRuns::waitsTooLong, &mMail, &MailControl::onWaitsTooLong);
     connect(&mUpdates, &UpdateControl::runEnded, this, &Service::onRunEnded);
     connect(&mVerifications, &VerifyControl::ended, this,
             [this] { mMail.onVerified(mVerifications.damaged()); });
@@ -236,6 +239,7 @@ void Service::onMinute()
     mMail.tick();
     if (!mLifetime.isWorker()) {
         mVerifications.tick();
+        mScheduledRuns.tick();
     }
 }
 

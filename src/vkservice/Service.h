@@ -5,6 +5,7 @@
 #include "control/Lifetime.h"
 #include "control/MailControl.h"
 #include "control/ScheduleControl.h"
+#include "control/ScheduledRuns.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
 #include "control/VerifyControl.h"
@@ -83,6 +84,7 @@ private:
     packages::CheckRecordFile mChecks;
     control::UpdateControl mUpdates;
     control::VerifyControl mVerifications;
+    control::ScheduledRuns mScheduledRuns;
     control::ScheduleControl mSchedule;
     control::MailControl mMail;
     control::Events mEvents;

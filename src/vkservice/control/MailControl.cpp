@@ -106,6 +106,13 @@ void MailControl::onVerified(const QList<packages::PackageCheck>& pDamaged)
     mMailer.onDamageKnown(tReport);
 }
 
+void MailControl::onWaitsTooLong(const QString& pText, const QString& pDetails)
+{
+    mMailer.onPersonNeeded({.mResult = ResultManualIntervention,
+                            .mText = pText + u' ' + pDetails,
+                            .mEnd = QDateTime::currentDateTime()});
+}
+
 void MailControl::finish(int pTimeoutMs)
 {
     if (!mMailer.isSending()) {

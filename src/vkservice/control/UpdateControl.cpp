@@ -1,9 +1,12 @@
 #include "control/UpdateControl.h"
 
+#include "control/KnownVariables.h"
 #include "control/StoreCare.h"
 #include "internal/PlainText.h"
+#include "machine/ShutdownLock.h"
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
+#include "update/Reporter.h"
 #include "update/UpdateThread.h"
 
 #include <QtCore/QFile>
@@ -19,6 +22,7 @@ namespace {
 
 constexpr int sResumeSeconds = 60;
 constexpr int sMaxResumes = 8;
+constexpr int sAlwaysDays = 30; // longer than any wait of a run
 
 } // namespace
 
@@ -66,6 +70,22 @@ Result<RunRequest> UpdateControl::request()
         return *tRequest;
     }
     return mStore.failure(u"The settings of the update"_s);
+}
+
+// None for a run by hand. That may also come while another one is in progress.
+Result<OpeningAt> UpdateControl::openings(bool pManual)
+{
+    mSwitchAtOnce = std::make_shared<std::atomic_bool>(pManual);
+    const Result<schedule::Windows> tWindows = pManual ? schedule::Windows() : windowsOf(mSources.mVariables);
+    if (!tWindows) {
+        return tWindows.failure();
+    }
+    if (tWindows->isEmpty()) {
+        return OpeningAt();
+    }
+    return OpeningAt([tAtOnce = mSwitchAtOnce, tWindows = *tWindows](const QDateTime& pNow) {
+        return *tAtOnce ? Opening{pNow, pNow.addDays(sAlwaysDays)} : tWindows.at(pNow);
+    });
 }
 
 std::optional<int> UpdateControl::resumeSeconds() const
@@ -126,8 +146,10 @@ update::Progress UpdateControl::progress() const
 
 QString UpdateControl::resultText(const RunRecord& pRecord) const
 {
-    return pRecord.mText.isEmpty() ? vkservice::resultText(static_cast<ResultCode>(pRecord.mCode))
-                                   : pRecord.mText;
+    const QString tText = pRecord.mText.isEmpty()
+                              ? vkservice::resultText(static_cast<ResultCode>(pRecord.mCode))
+                              : pRecord.mText;
+    return mPutOff.isEmpty() ? tText : tText + u' ' + mPutOff;
 }
 
 Failure UpdateControl::trigger(bool pManual)
@@ -136,8 +158,10 @@ Failure UpdateControl::trigger(bool pManual)
         return {Failure::Kind::Canceled, u"The service is about to quit"_s};
     }
     if (isActive()) {
+        *mSwitchAtOnce = *mSwitchAtOnce || pManual;
         return {};
     }
+    mPutOff.clear();
     if (isSuppressed()) {
         record(ResultSuppressed, vkservice::resultText(ResultSuppressed));
         mSessionRun = mLastRun;
@@ -146,10 +170,18 @@ Failure UpdateControl::trigger(bool pManual)
         Q_EMIT statusChanged(StatusSuppressed);
         return {};
     }
-    const Result<RunRequest> tRequest = request();
+    Result<RunRequest> tRequest = request();
     if (!tRequest) {
         return tRequest.failure();
     }
+    const Result<OpeningAt> tOpenings = openings(pManual);
+    if (!tOpenings) {
+        return tOpenings.failure();
+    }
+    tRequest->mOpeningAt = *tOpenings;
+    tRequest->mHoldMachine = [] {
+        return std::make_shared<machine::ShutdownLock>(u"Software updates are being installed."_s);
+    };
     mBegan = QDateTime::currentDateTimeUtc();
     mManual = pManual;
     // The run continues without the mark, but will not count as interrupted if the service is killed.
@@ -160,6 +192,12 @@ Failure UpdateControl::trigger(bool pManual)
     }
     setStatus(StatusUpdating);
     return {};
+}
+
+void UpdateControl::putOff(const QString& pText)
+{
+    mPutOff = pText;
+    Q_EMIT notification(update::MessageInformation, pText, {});
 }
 
 bool UpdateControl::abort()
@@ -183,6 +221,7 @@ void UpdateControl::finish(const RunResult& pResult)
     mLastRun.mCutShort = 0;
     record(pResult.mCode, pResult.mText, mBegan);
     mSessionRun = mLastRun;
+    mPreparedFor = pResult.mInstallFrom;
     Q_EMIT runEnded(mSessionRun, mManual);
     setStatus(restingStatus());
 }

@@ -3,6 +3,7 @@
 #include "internal/Values.h"
 #include "values/RunRecord.h"
 #include "values/ScheduleSettings.h"
+#include "values/Waiting.h"
 
 #include <QtCore/QHash>
 #include <QtCore/QString>
@@ -44,6 +45,9 @@ public:
 
     std::optional<vkcore::MonitoringSettings> monitoring() const;
     bool setMonitoring(const vkcore::MonitoringSettings& pSettings);
+
+    std::optional<Waiting> waiting() const;
+    bool setWaiting(const Waiting& pWaiting);
 
     std::optional<RunRecord> lastRun() const;
     bool setLastRun(const RunRecord& pRecord);

@@ -39,9 +39,10 @@ qint64 archiveBytes(const Plan& pPlan)
 Run::Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
          Reporter& pReporter, const os::AbortFlag& pAbort)
     : mRequest(pRequest), mFileSystem(pFileSystem), mProcesses(pProcesses), mReporter(pReporter),
-      mAbort(pAbort), mWorkplace(pFileSystem, pProcesses, pRequest),
+      mAbort(pAbort), mSwitchTime(pRequest.mOpeningAt), mWorkplace(pFileSystem, pProcesses, pRequest),
       mDownloads(pFileSystem, pRequest.mStateDir, pReporter, pAbort),
-      mIndexes(pFileSystem, pRequest.mStateDir)
+      mIndexes(pFileSystem, pRequest.mStateDir),
+      mPrepared({mFileSystem, mWorkplace, mIndexes, mReporter, mAbort})
 {
 }
 
@@ -170,6 +171,9 @@ Failure Run::fetchPackages(Attempt* pAttempt)
 {
     Plan& tPlan = pAttempt->mPlan;
     mDownloads.keep(tPlan);
+    if (const Failure tFailure = mPrepared.adopt(&tPlan)) {
+        return tFailure;
+    }
     pAttempt->mSupply = std::make_unique<Supply>(SupplyParts{.mFileSystem = mFileSystem,
                                                              .mFolders = mWorkplace.folders(),
                                                              .mInstalled = mWorkplace.installed(),
@@ -219,26 +223,53 @@ Failure Run::installPackages(Attempt* pAttempt)
         warn(tFailure.mText);
         return {};
     }
-    if (const Failure tFailure = waitAndSwitch(*tPlan)) {
+    if (const Failure tFailure = waitAndSwitch(pAttempt)) {
         warn(mWorkplace.tidyUp());
         return tFailure;
     }
-    removeObsolete();
+    if (!pAttempt->mInstallFrom.isValid()) {
+        mPrepared.forget();
+        removeObsolete();
+    }
     return {};
 }
 
-Failure Run::waitAndSwitch(const Plan& pPlan)
+// The wait for applications ends with the window, which decides once more after it.
+Failure Run::waitAndSwitch(Attempt* pAttempt)
 {
-    AppWait tWait(mProcesses, mWorkplace.installed(), mWorkplace.folders(), pPlan, mReporter, mAbort);
-    const Failure tFailure = tWait.wait(mRequest.mWaitForAppsSeconds);
-    return tFailure ? tFailure : switchToNew(pPlan);
+    const Plan& tPlan = pAttempt->mPlan;
+    if (mSwitchTime.isNow(QDateTime::currentDateTime())) {
+        AppWait tWait(mProcesses, mWorkplace.installed(), mWorkplace.folders(), tPlan, mReporter, mAbort);
+        const Failure tFailure =
+            tWait.wait(mSwitchTime.boundedWait(QDateTime::currentDateTime(), mRequest.mWaitForAppsSeconds));
+        const bool tInTime = mSwitchTime.isNow(QDateTime::currentDateTime());
+        if (tFailure.mKind == Failure::Kind::Canceled || (tFailure && tInTime)) {
+            return tFailure;
+        }
+        if (tInTime) {
+            return switchToNew(tPlan);
+        }
+    }
+    return keepPrepared(pAttempt);
+}
+
+// Meanwhile somebody may have joined the run by hand.
+Failure Run::keepPrepared(Attempt* pAttempt)
+{
+    const Failure tFailure = mPrepared.keep(pAttempt->mPlan);
+    if (!tFailure && mSwitchTime.isNow(QDateTime::currentDateTime())) {
+        return waitAndSwitch(pAttempt);
+    }
+    pAttempt->mInstallFrom = mSwitchTime.next(QDateTime::currentDateTime());
+    warn(mWorkplace.tidyUp());
+    return tFailure;
 }
 
 Failure Run::prepare(Attempt* pAttempt)
 {
     Plan* tPlan = &pAttempt->mPlan;
-    if (const Failure tFailure =
-            mWorkplace.generations().announce(newPackages(*tPlan, mWorkplace.folders()))) {
+    if (const Failure tFailure = mWorkplace.generations().announce(newPackages(*tPlan, mWorkplace.folders()),
+                                                                   mPrepared.folders())) {
         return tFailure;
     }
     Failure tFailure = pAttempt->mSupply->prepare();
@@ -263,6 +294,7 @@ Failure Run::switchToNew(const Plan& pPlan)
 {
     const QList<packages::StagedPackage> tStaged = Preparation::staged(pPlan, mWorkplace.folders());
     mReporter.begin(vkcore::ActivityInstalling, false, tStaged.size(), false);
+    const auto tHold = mRequest.mHoldMachine ? mRequest.mHoldMachine() : nullptr;
     // The last check: from here on the run cannot be aborted.
     if (mAbort.isSet()) {
         return Failure::canceled();
@@ -366,6 +398,19 @@ RunResult Run::allServersFailed() const
     return failed(tWorst);
 }
 
+// The run is not complete: the next one has to look at everything again.
+RunResult Run::prepared(const Attempt& pAttempt) const
+{
+    const Plan& tPlan = pAttempt.mPlan;
+    const int tFailed = tPlan.failedCount();
+    const QString tText = preparedText(static_cast<int>(tPlan.mPackages.size()) - tFailed,
+                                       mDownloads.received(), pAttempt.mInstallFrom);
+    const QString tFailure = tFailed > 0 ? failedPackagesText(tPlan) + u' ' : QString();
+    return {.mCode = tFailed > 0 ? failedPackagesCode(tPlan) : ResultSuccess,
+            .mText = tFailure + tText,
+            .mInstallFrom = pAttempt.mInstallFrom};
+}
+
 RunResult Run::finish(Attempt* pAttempt)
 {
     const Plan& tPlan = pAttempt->mPlan;
@@ -377,6 +422,9 @@ RunResult Run::finish(Attempt* pAttempt)
     }
     const int tFailed = tPlan.failedCount();
     const int tInstalled = static_cast<int>(tPlan.mPackages.size()) - tFailed;
+    if (pAttempt->mInstallFrom.isValid()) {
+        return prepared(*pAttempt);
+    }
     if (tFailed > 0) {
         return {failedPackagesCode(tPlan), failedPackagesText(tPlan), tInstalled};
     }

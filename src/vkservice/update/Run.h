@@ -3,6 +3,7 @@
 #include "trees/IndexStore.h"
 #include "update/Downloads.h"
 #include "update/Plan.h"
+#include "update/PreparedPackages.h"
 #include "update/RunRequest.h"
 #include "update/ServerSession.h"
 #include "update/Supply.h"
@@ -38,6 +39,7 @@ private:
         std::unique_ptr<ServerSession> mSession;
         Plan mPlan;
         std::unique_ptr<Supply> mSupply;
+        QDateTime mInstallFrom; // valid: the packages are prepared and wait for this time
     };
     struct ServerTrouble
     {
@@ -55,7 +57,8 @@ private:
 
     Failure installPackages(Attempt* pAttempt);
     Failure prepare(Attempt* pAttempt);
-    Failure waitAndSwitch(const Plan& pPlan);
+    Failure waitAndSwitch(Attempt* pAttempt);
+    Failure keepPrepared(Attempt* pAttempt);
     packages::Manifest nextGeneration(const Plan& pPlan);
     Failure switchToNew(const Plan& pPlan);
     void forgetOldIndexes();
@@ -66,6 +69,7 @@ private:
     Failure updateInstallLog();
     RunResult failed(const Failure& pFailure) const;
     RunResult allServersFailed() const;
+    RunResult prepared(const Attempt& pAttempt) const;
     RunResult finish(Attempt* pAttempt);
 
     const RunRequest& mRequest;
@@ -73,9 +77,11 @@ private:
     os::ProcessList& mProcesses;
     Reporter& mReporter;
     const os::AbortFlag& mAbort;
+    SwitchTime mSwitchTime;
     Workplace mWorkplace;
     Downloads mDownloads;
     trees::IndexStore mIndexes;
+    PreparedPackages mPrepared;
     QList<packages::InstalledPackage> mLostIndexes; // of these the index is missing or damaged
     std::vector<ServerTrouble> mServerTroubles;
 };

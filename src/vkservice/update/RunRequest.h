@@ -1,6 +1,7 @@
 #pragma once
 
 #include "internal/Values.h"
+#include "update/SwitchTime.h"
 #include "values/ResultCode.h"
 
 #include <vkcore/NetProxy.h>
@@ -8,6 +9,9 @@
 #include <QtCore/QList>
 #include <QtCore/QSet>
 #include <QtCore/QString>
+
+#include <functional>
+#include <memory>
 
 namespace tarn::vkservice::update {
 
@@ -52,6 +56,9 @@ struct RunRequest
     QSet<QString> mDamaged;             // folders of damaged packages, in manifest form
     QString mCaFile;                    // empty: the system's certificates
     Patience mPatience;
+    OpeningAt mOpeningAt; // none: the run may switch at any time
+    // Called before the switch. The machine stays on as long as the result lives.
+    std::function<std::shared_ptr<const void>()> mHoldMachine;
 };
 
 using vkcore::protocol::Progress;
@@ -61,6 +68,7 @@ struct RunResult
     ResultCode mCode = ResultNone;
     QString mText; // resultText, or more details
     int mInstalledCount = 0;
+    QDateTime mInstallFrom = {}; // packages are prepared, and a run at this time may switch to them
 };
 
 } // namespace tarn::vkservice::update

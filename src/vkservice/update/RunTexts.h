@@ -3,6 +3,7 @@
 #include "internal/Failure.h"
 #include "values/ResultCode.h"
 
+#include <QtCore/QDateTime>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
@@ -18,6 +19,8 @@ Failure serversFault(const Plan& pPlan);
 // pReceived: bytes that were downloaded; pWhole: bytes of the archives. Says what was saved if it is a tenth
 // at least.
 QString successText(int pInstalled, qint64 pReceived, qint64 pWhole);
+// Packages that wait for a window.
+QString preparedText(int pCount, qint64 pReceived, const QDateTime& pFrom);
 QString beyondRepairText(const QStringList& pNames);
 QString failureText(const Failure& pFailure);
 ResultCode failedPackagesCode(const Plan& pPlan);

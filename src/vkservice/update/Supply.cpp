@@ -99,7 +99,7 @@ Supply::Supply(const SupplyParts& pParts, Source& pSource, Plan& pPlan)
     : mParts(pParts), mSource(pSource), mPlan(pPlan), mFiles(pParts.mFileSystem)
 {
     for (PlannedPackage& tPackage : pPlan.mPackages) {
-        if (!tPackage.mFailure) {
+        if (!tPackage.mFailure && !tPackage.mIsStaged) {
             mParcels.push_back(std::make_unique<Parcel>(&tPackage));
         }
     }

@@ -39,8 +39,9 @@ struct SupplyParts
 //   ranges  the index, then the frames of the archive with the files that no installed package has;
 //   whole   the archive.
 //
-// The first two are tried only as long as a package costs at most 105 % of its archive; the last one is
-// always left. A package that has no index can only come whole.
+// A package that stands in its staging folder already needs nothing. The first two ways are tried only as
+// long as a package costs at most 105 % of its archive; the last one is always left. A package that has no
+// index can only come whole.
 class Supply
 {
 public:

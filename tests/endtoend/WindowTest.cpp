@@ -1,0 +1,82 @@
+#include "Machine.h"
+#include "RawPeer.h"
+#include "Test.h"
+
+// Scheduled runs with windows, by the real service.
+
+namespace {
+
+class WindowTest : public testing::Test
+{
+protected:
+    WindowTest()
+    {
+        mMachine.add("viewer", "1.0.0");
+        mMachine.publish();
+    }
+
+    void start()
+    {
+        mService = mMachine.installation().start({"-e"}, Program::Console::Pipes, q("vkservice"));
+        mPeer.emplace(mMachine.installation().socketPath());
+        ASSERT_EQ(mPeer->call("enterMonitorMode"), true);
+    }
+    void kill()
+    {
+        mService->signal(SIGKILL);
+        mService->wait();
+    }
+    void set(const char* pName, const QByteArray& pValue)
+    {
+        EXPECT_EQ(
+            mMachine.rkm({"update-settings", QByteArray("--config-var=") + pName + ':' + pValue}).mStatus, 0);
+    }
+    // One that opens in some hours.
+    static QByteArray laterWindow()
+    {
+        const QDateTime tFrom = QDateTime::currentDateTime().addSecs(4 * 3600);
+        return (tFrom.toString(q("hh:mm")) + u'-' + tFrom.addSecs(3600).toString(q("hh:mm"))).toUtf8();
+    }
+    void waitForTheEndOfARun()
+    {
+        EXPECT_TRUE(mPeer->waitForEvent("serviceStatusChanged", "status", 2));
+        EXPECT_TRUE(mPeer->waitForEvent("serviceStatusChanged", "status", 0));
+    }
+    QString result()
+    {
+        return mPeer->call("getLastServiceResultStr", {{q("thisSession"), false}}).toString();
+    }
+
+    Machine mMachine;
+    std::unique_ptr<Program> mService;
+    std::optional<RawPeer> mPeer;
+};
+
+} // namespace
+
+TEST_F(WindowTest, WhatWasPreparedSurvivesAKillAndIsInstalledWhenTheWindowOpens)
+{
+    start();
+    EXPECT_NE(mMachine.rkm({"update-settings", "--config-var=schedule.window:Sat 1-5"}).mStatus, 0);
+    set("schedule.window", laterWindow());
+    ASSERT_EQ(mMachine.rkm({"update-schedule-settings", "--mode=automatic", "--interval=1d"}).mStatus, 0);
+    EXPECT_EQ(mPeer->call("triggerUpdate", {{q("manual"), false}}), true);
+    waitForTheEndOfARun();
+    EXPECT_TRUE(result().startsWith(q("1 package is prepared and will be installed from "))) << result();
+    EXPECT_EQ(mMachine.installedVersion("viewer"), q(""));
+    kill();
+
+    start();
+    EXPECT_TRUE(result().startsWith(q("1 package is prepared"))) << result();
+    set("schedule.window", "00:00-24:00");
+    waitForTheEndOfARun();
+    EXPECT_EQ(mMachine.installedVersion("viewer"), q("1.0.0")) << result();
+}
+
+TEST_F(WindowTest, ARunByHandInstallsAtOnce)
+{
+    start();
+    set("schedule.window", laterWindow());
+    EXPECT_EQ(mMachine.rkm({"update"}).mStatus, 0);
+    EXPECT_EQ(mMachine.installedVersion("viewer"), q("1.0.0"));
+}
