@@ -73,6 +73,25 @@ TEST_F(WindowTest, WhatWasPreparedSurvivesAKillAndIsInstalledWhenTheWindowOpens)
     EXPECT_EQ(mMachine.installedVersion("viewer"), q("1.0.0")) << result();
 }
 
+TEST_F(WindowTest, AnUpdateThatWaitsTooLongIsReportedOnce)
+{
+    start();
+    set("schedule.window", laterWindow());
+    EXPECT_EQ(mPeer->call("triggerUpdate", {{q("manual"), false}}), true);
+    waitForTheEndOfARun();
+    kill();
+    const QByteArray tChange = "sqlite3 '" + QFile::encodeName(mMachine.path("state/state.db")) +
+                               "' \"UPDATE settings SET value = '2025-01-01T00:00:00' WHERE name = "
+                               "'waiting.since'\"";
+    ASSERT_EQ(std::system(tChange.constData()), 0);
+    start();
+    EXPECT_TRUE(mPeer->waitForEvent("serviceErrorReceived"));
+    kill();
+    start();
+    const QByteArray tLog = mMachine.installation().readFile("log/vkservice.log");
+    EXPECT_EQ(tLog.count("has been waiting since 2025-01-01 00:00"), 1) << tLog;
+}
+
 TEST_F(WindowTest, ARunByHandInstallsAtOnce)
 {
     start();

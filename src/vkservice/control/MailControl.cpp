@@ -108,9 +108,11 @@ void MailControl::onVerified(const QList<packages::PackageCheck>& pDamaged)
 
 void MailControl::onWaitsTooLong(const QString& pText, const QString& pDetails)
 {
-    mMailer.onPersonNeeded({.mResult = ResultManualIntervention,
+    mMailer.onPersonNeeded({.mRunId = {},
+                            .mResult = ResultManualIntervention,
                             .mText = pText + u' ' + pDetails,
-                            .mEnd = QDateTime::currentDateTime()});
+                            .mEnd = QDateTime::currentDateTime(),
+                            .mPackages = {}});
 }
 
 void MailControl::finish(int pTimeoutMs)

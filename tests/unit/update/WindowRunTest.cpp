@@ -18,7 +18,8 @@ class BusyProcesses : public os::ProcessList
 public:
     QList<os::Process> running() override
     {
-        return mIsOn ? QList{os::Process{.mPid = 1, .mName = q("app"), .mExecutable = mExecutable}}
+        return mIsOn ? QList{os::Process{
+                           .mPid = 1, .mName = q("app"), .mExecutable = mExecutable, .mArguments = {}}}
                      : QList<os::Process>();
     }
     QStringList inUse(const QStringList&) override { return {}; }
@@ -96,7 +97,9 @@ TEST_F(WindowRunTest, PreparesThenInstallsInTheWindowAfterARestart)
     EXPECT_TRUE(mMachine.log().isEmpty());
 
     EXPECT_TRUE(mMachine.restart());
-    EXPECT_TRUE(run(ResultSuccess).mInstallFrom.isValid()) << "the same timestamp, and not complete";
+    setWindow(-3600, SwitchTime::sLastSeconds - 1);
+    EXPECT_TRUE(run(ResultSuccess).mInstallFrom.isValid())
+        << "the same timestamp, and too late in the window";
     removeArchives();
     QDir(mMachine.path(q("state/downloads"))).removeRecursively();
     open();
@@ -164,11 +167,19 @@ TEST_F(WindowRunTest, WithoutAnIndexTheDownloadsSurvive)
     expectInstalled();
 }
 
-TEST_F(WindowRunTest, DoesNotBeginInTheLastMinutesNorWaitBeyondThem)
+TEST_F(WindowRunTest, TheMachineIsHeldWhileTheRunSwitches)
 {
-    setWindow(-3600, SwitchTime::sLastSeconds - 1);
-    EXPECT_TRUE(run(ResultSuccess).mInstallFrom.isValid());
-    EXPECT_TRUE(mMachine.packages().isEmpty());
+    QStringList tSeen;
+    mMachine.request().mHoldMachine = [&] {
+        tSeen.append(q("begin %1").arg(mMachine.packages().size()));
+        return std::shared_ptr<const void>(
+            &tSeen, [&](const void*) { tSeen.append(q("end %1").arg(mMachine.packages().size())); });
+    };
+    run(ResultSuccess);
+    EXPECT_EQ(tSeen, QStringList());
+    open();
+    run(ResultSuccess);
+    EXPECT_EQ(tSeen, (QStringList{q("begin 0"), q("end 3")}));
 }
 
 TEST(WindowRun, TheWaitForApplicationsEndsWithTheWindow)
@@ -195,5 +206,5 @@ TEST(WindowRun, TheWaitForApplicationsEndsWithTheWindow)
     const RunResult tResult = tMachine.run();
     EXPECT_EQ(tResult.mCode, ResultSuccess) << tResult.mText;
     EXPECT_EQ(tResult.mInstallFrom, tUntil.addDays(6));
-    EXPECT_EQ(tMachine.packages(), QStringList{q("app 1.0")});
+    EXPECT_EQ(tMachine.packages(), QStringList{q("app 1.0.0")});
 }
