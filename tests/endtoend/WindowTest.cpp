@@ -1,6 +1,7 @@
 #include "Machine.h"
 #include "RawPeer.h"
 #include "Test.h"
+#include "TestBus.h"
 
 // Scheduled runs with windows, by the real service.
 
@@ -86,6 +87,34 @@ TEST_F(WindowTest, AnUpdateThatWaitsTooLongIsReportedOnce)
     start();
     const QByteArray tLog = mMachine.installation().readFile("log/vkservice.log");
     EXPECT_EQ(tLog.count("has been waiting since 2025-01-01 00:00"), 1) << tLog;
+}
+
+TEST_F(WindowTest, AMeteredConnectionPutsAScheduledUpdateOff)
+{
+    TestBus tBus;
+    tBus.start();
+    mMachine.installation().environment().insert("DBUS_SYSTEM_BUS_ADDRESS", tBus.address());
+    std::atomic<quint32> tMetered{1};
+    const StandIn tNetwork(tBus, "org.freedesktop.NetworkManager", [&tMetered](sd_bus_message* pMessage) {
+        return StandIn::value("u", tMetered)(pMessage);
+    });
+    start();
+    set("update.onMetered", "defer");
+    const auto tSchedule = [this] {
+        const QDateTime tNext = QDateTime::currentDateTime().addSecs(3);
+        return mMachine
+            .rkm({"update-schedule-settings", "--mode=automatic", "--interval=1d",
+                  "--next-update=" + tNext.toString(q("yyyy-MM-dd hh:mm:ss")).toUtf8()})
+            .mStatus;
+    };
+    ASSERT_EQ(tSchedule(), 0);
+    EXPECT_TRUE(mPeer->waitForEvent("serviceNotificationReceived"));
+    EXPECT_TRUE(result().contains(q("put off because the network connection is metered"))) << result();
+    tMetered = 2;
+    ASSERT_EQ(tSchedule(), 0);
+    waitForTheEndOfARun();
+    EXPECT_EQ(mMachine.installedVersion("viewer"), q("1.0.0")) << result();
+    EXPECT_FALSE(result().contains(q("put off"))) << result();
 }
 
 TEST_F(WindowTest, ARunByHandInstallsAtOnce)
