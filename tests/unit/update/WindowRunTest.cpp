@@ -143,6 +143,27 @@ TEST_F(WindowRunTest, WhatWasPreparedIsProvenAgain)
     }
 }
 
+TEST_F(WindowRunTest, AKillAtAnyPointLosesNothing)
+{
+    constexpr int sStep = 23; // operations
+    for (int tAt = 1, tIsOver = 0; tIsOver == 0; tAt += sStep) {
+        SCOPED_TRACE(tAt);
+        offerNext(QByteArray::number(tAt + 1) + ".0");
+        mMachine.fileSystem().mForGood = true;
+        mMachine.fileSystem().failAt(tAt, EIO);
+        close();
+        mMachine.run();
+        open();
+        mMachine.run();
+        tIsOver = mMachine.fileSystem().hasFailed() ? 0 : 1;
+        mMachine.fileSystem().mForGood = false;
+        mMachine.fileSystem().failAt(0, 0);
+        EXPECT_TRUE(mMachine.restart());
+        run(ResultSuccess);
+        expectInstalled();
+    }
+}
+
 TEST_F(WindowRunTest, ANewerVersionReplacesWhatWasPrepared)
 {
     run(ResultSuccess);
