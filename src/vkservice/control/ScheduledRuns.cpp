@@ -8,6 +8,8 @@
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkservice::control {
@@ -54,8 +56,19 @@ void ScheduledRuns::stop()
 
 void ScheduledRuns::onVariablesChanged()
 {
-    if (const auto tWindows = windowsOf(mParts.mVariables); tWindows && mIsActive) {
-        mTimer.setWindows(*tWindows, static_cast<int>(mParts.mVariables.number(u"schedule.jitter"_s)));
+    const auto tWindows = windowsOf(mParts.mVariables);
+    if (!tWindows || !mIsActive) {
+        return;
+    }
+    // A run must not begin between two settings of one command.
+    const QString tText = mParts.mVariables.text(u"schedule.window"_s);
+    const bool tWaits = std::exchange(mWindowText, tText) != tText && mWaiting.mSince.isValid();
+    if (tWaits) {
+        mTimer.stop();
+    }
+    mTimer.setWindows(*tWindows, static_cast<int>(mParts.mVariables.number(u"schedule.jitter"_s)));
+    if (tWaits) {
+        mTimer.waitForWindow(sPauseSeconds);
     }
 }
 

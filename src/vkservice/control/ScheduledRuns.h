@@ -73,6 +73,7 @@ private:
     schedule::WindowTimer mTimer;
     machine::MachineQuery mMachine;
     Waiting mWaiting;
+    QString mWindowText;
     bool mIsActive = false;
 };
 
