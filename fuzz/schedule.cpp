@@ -1,8 +1,10 @@
 // The rules of the schedule. The first line of an input is the current date, each further one a schedule that
 // replaces the previous one:
 //   MODE FLAGS COUNT UNIT NEXTCHECK     numbers, and a date as in the protocol or "null"
+//   w WINDOWS                           a value of schedule.window
 #include "internal/Fields.h"
 #include "schedule/ScheduleRules.h"
+#include "schedule/Windows.h"
 
 #include <QtCore/QByteArrayList>
 
@@ -74,6 +76,22 @@ ScheduleSettings change(const ScheduleSettings& pOld, const ScheduleSettings& pW
     return tNew;
 }
 
+void tryWindows(const QByteArray& pText, const QDateTime& pNow)
+{
+    const auto tWindows = Windows::fromText(QString::fromUtf8(pText));
+    if (!tWindows) {
+        require(!tWindows.failure().mText.isEmpty());
+        return;
+    }
+    QDateTime tMoment = pNow;
+    for (int i = 0; i < 5 && !tWindows->isEmpty(); ++i) {
+        const Opening tOpening = tWindows->at(tMoment);
+        require(tOpening.mFrom.isValid() && tOpening.mFrom < tOpening.mUntil && tMoment < tOpening.mUntil);
+        require(tWindows->at(tOpening.mFrom).isOpen(tOpening.mFrom));
+        tMoment = tOpening.mUntil;
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
@@ -88,7 +106,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
     ScheduleSettings tSettings;
     constexpr qsizetype sMaxChanges = 20;
     for (qsizetype i = 1; i < std::min(tLines.size(), sMaxChanges); ++i) {
-        if (const auto tWanted = settingsOf(tLines[i])) {
+        if (tLines[i].startsWith("w ")) {
+            tryWindows(tLines[i].mid(2), *tNow);
+        } else if (const auto tWanted = settingsOf(tLines[i])) {
             tSettings = change(tSettings, *tWanted, *tNow);
         }
     }

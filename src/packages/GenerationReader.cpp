@@ -65,6 +65,12 @@ Failure GenerationReader::intent(Manifest* pTo)
     return isMissing(mFolders.intentFile()) ? Failure() : read(mFolders.intentFile(), pTo);
 }
 
+Failure GenerationReader::prepared(Manifest* pTo)
+{
+    *pTo = Manifest();
+    return isMissing(mFolders.preparedFile()) ? Failure() : read(mFolders.preparedFile(), pTo);
+}
+
 Failure GenerationReader::currentNumber(qint64* pTo) const
 {
     *pTo = 0;

@@ -55,6 +55,8 @@ public:
 
     // What runs recorded before unpacking and may have left behind; empty if all of them ended cleanly.
     Failure intent(Manifest* pTo);
+    // Packages whose staging folders a run has left for a later one. A claim, not a proof.
+    Failure prepared(Manifest* pTo);
 
 private:
     Failure currentNumber(qint64* pTo) const;

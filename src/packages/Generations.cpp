@@ -31,7 +31,7 @@ Generations::Generations(os::FileSystem& pFileSystem, const PackageFolders& pFol
 {
 }
 
-Failure Generations::announce(const QList<InstalledPackage>& pPackages)
+Failure Generations::announce(const QList<InstalledPackage>& pPackages, const QSet<QString>& pStaged)
 {
     Manifest tIntent;
     Failure tFailure = mReader.intent(&tIntent);
@@ -45,9 +45,24 @@ Failure Generations::announce(const QList<InstalledPackage>& pPackages)
     tIntent.mPackages += pPackages;
     tFailure = os::replaceFile(mFileSystem, mFolders.intentFile(), tIntent.toBytes(), sManifestMode);
     for (const InstalledPackage& tPackage : pPackages) {
-        tFailure = tFailure ? tFailure : mLeftovers.removeStaging(*PackageFolders::place(tPackage.mFolder));
+        if (!tFailure && !pStaged.contains(tPackage.mFolder)) {
+            tFailure = mLeftovers.removeStaging(*PackageFolders::place(tPackage.mFolder));
+        }
     }
     return tFailure;
+}
+
+Failure Generations::setPrepared(const QList<InstalledPackage>& pPackages)
+{
+    if (pPackages.isEmpty()) {
+        return os::removeTree(mFileSystem, mFolders.preparedFile());
+    }
+    if (const Failure tFailure = syncRoots()) {
+        return tFailure;
+    }
+    Manifest tPrepared;
+    tPrepared.mPackages = pPackages;
+    return os::replaceFile(mFileSystem, mFolders.preparedFile(), tPrepared.toBytes(), sManifestMode);
 }
 
 qint64 Generations::nextNumber(const Manifest& pCurrent)

@@ -6,6 +6,8 @@
 #include "packages/Manifest.h"
 #include "packages/PackageFolders.h"
 
+#include <QtCore/QSet>
+
 #include <functional>
 
 namespace tarn::os {
@@ -36,8 +38,12 @@ public:
     GenerationReader& reader() { return mReader; }
 
     // To be called before the first of these packages is unpacked: records their folders on disk, so that
-    // leftovers of an interrupted run can be distinguished from foreign files. Empties their staging folders.
-    Failure announce(const QList<InstalledPackage>& pPackages);
+    // leftovers of an interrupted run can be distinguished from foreign files. Empties their staging folders,
+    // except for those of the packages in pStaged (folders in manifest form).
+    Failure announce(const QList<InstalledPackage>& pPackages, const QSet<QString>& pStaged = {});
+    // Writes the staging folders of these announced packages to the disk and keeps removeLeftovers() away
+    // from them, and from no others. The next run must prove them before it uses them.
+    Failure setPrepared(const QList<InstalledPackage>& pPackages);
 
     // Makes pNext the current generation: moves the staged packages to their folders, writes the generation,
     // syncs everything, and switches. pNext has the number of nextNumber(). On failure the old generation

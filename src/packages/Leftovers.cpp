@@ -49,10 +49,17 @@ Failure Leftovers::find(std::vector<Item>* pTo)
     };
     Manifest tIntent;
     note(mReader.intent(&tIntent));
+    Manifest tPrepared;
+    note(mReader.prepared(&tPrepared));
+    const QStringList tPreparedFolders = tPrepared.folders();
     if (!tIntent.mPackages.isEmpty()) {
         Item tItem;
         for (const InstalledPackage& tPackage : std::as_const(tIntent.mPackages)) {
-            tItem.mStagings.append(*PackageFolders::place(tPackage.mFolder));
+            if (tPreparedFolders.contains(tPackage.mFolder)) {
+                tItem.mIsNeeded = true;
+            } else {
+                tItem.mStagings.append(*PackageFolders::place(tPackage.mFolder));
+            }
         }
         tItem.mPackages = tUnneeded(tIntent.folders());
         pTo->push_back(tItem);
@@ -110,7 +117,7 @@ QStringList Leftovers::putOff(const std::vector<Item>& pItems, const PutOff& pPu
 // True if nothing is left that this installation may remove.
 bool Leftovers::removeItem(const Item& pItem, const QStringList& pPutOff)
 {
-    bool tAllGone = true;
+    bool tAllGone = !pItem.mIsNeeded;
     for (const PackagePlace& tPlace : pItem.mStagings) {
         tAllGone = note(removeStaging(tPlace)) && tAllGone;
     }

@@ -37,6 +37,7 @@ private:
         QList<PackagePlace> mStagings;
         QList<PackagePlace> mPackages;
         qint64 mGeneration = 0; // 0: that of the intent
+        bool mIsNeeded = false; // its record stays
     };
 
     Failure find(std::vector<Item>* pTo);

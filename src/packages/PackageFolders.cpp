@@ -130,4 +130,9 @@ QString PackageFolders::intentFile() const
     return mInstallDir + u"/.intent.json"_s;
 }
 
+QString PackageFolders::preparedFile() const
+{
+    return mInstallDir + u"/.prepared.json"_s;
+}
+
 } // namespace tarn::packages

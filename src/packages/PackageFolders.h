@@ -37,6 +37,7 @@ std::optional<QString> folderOfLink(const QString& pLink);
 //   INSTALLDIR/current                 a link to generations/N, the generation that counts
 //   INSTALLDIR/.intent.json            what a run is about to unpack, so that a killed run's leftovers are
 //   known
+//   INSTALLDIR/.prepared.json          what stands unpacked and waits for its installation
 //
 // Manifests name a package's folder by a path relative to the install folder if it is below that, and
 // otherwise by an absolute path.
@@ -82,6 +83,7 @@ public:
     // The link before it takes the place of the current one.
     QString newLink() const;
     QString intentFile() const;
+    QString preparedFile() const;
 
 private:
     QString mInstallDir;

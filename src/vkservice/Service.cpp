@@ -65,7 +65,8 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
       mUpdates(mUpdateThread, {mServers, mSettings, mVariables, mChecks, pApp, mHolds}, mStoreCare),
       mVerifications(os::realFileSystem(), {mChecks, mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mReleases(os::realFileSystem(), {mSettings, mVariables, mUpdates, mStoreCare, pApp}),
-      mSchedule({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
+      mScheduledRuns({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
+      mSchedule({mSettings, mVariables, mUpdates, mScheduledRuns, mStoreCare, pApp}),
       mMail({mStore, mSettings, mVariables, mUpdates, mSchedule, pApp}),
       mView(os::realFileSystem(), {mSettings, mUpdates, mVerifications, mSchedule, pApp}),
       mRunNotes(mUpdates, mView, pApp),
@@ -108,6 +109,8 @@ void Service::connectParts()
     connect(&mConfiguration, &Configuration::changed, &mUpdates, &UpdateControl::checkSuppression);
     connect(&mConfiguration, &Configuration::changed, &mMail, &MailControl::onVariablesChanged);
     connect(&mSchedule, &ScheduleControl::checkIsDue, &mEvents, &Events::checkIsDue);
+    connect(&mScheduledRuns, &ScheduledRuns::waitsTooLong, &mEvents, &Events::errorToKeep);
+    connect(&mScheduledRuns, &ScheduledRuns::waitsTooLong, &mMail, &MailControl::onWaitsTooLong);
     connect(&mUpdates, &UpdateControl::runEnded, this, &Service::onRunEnded);
     connect(&mVerifications, &VerifyControl::ended, this,
             [this] { mMail.onVerified(mVerifications.damaged()); });
@@ -256,6 +259,7 @@ void Service::onMinute()
     if (!mLifetime.isWorker()) {
         mVerifications.tick();
         mMetrics.tick();
+        mScheduledRuns.tick();
     }
 }
 

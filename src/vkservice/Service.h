@@ -9,6 +9,7 @@
 #include "control/ReleaseControl.h"
 #include "control/RunNotes.h"
 #include "control/ScheduleControl.h"
+#include "control/ScheduledRuns.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
 #include "control/VerifyControl.h"
@@ -90,6 +91,7 @@ private:
     control::UpdateControl mUpdates;
     control::VerifyControl mVerifications;
     control::ReleaseControl mReleases;
+    control::ScheduledRuns mScheduledRuns;
     control::ScheduleControl mSchedule;
     control::MailControl mMail;
     control::OperatorView mView;

@@ -146,8 +146,9 @@ class Documents(unittest.TestCase):
         for heading, content in files.items():
             with self.subTest(heading=heading):
                 self.assertEqual(shape(examples[heading]), shape(content))
-        self.assertEqual(examples[".intent.json"].keys(), files[".manifest.json"].keys())
-        self.assertEqual(examples.keys(), files.keys() | {".intent.json"})
+        for manifest in (".intent.json", ".prepared.json"):
+            self.assertEqual(examples[manifest].keys(), files[".manifest.json"].keys())
+        self.assertEqual(examples.keys(), files.keys() | {".intent.json", ".prepared.json"})
 
 
 if __name__ == "__main__":

@@ -114,7 +114,7 @@ class Manual(unittest.TestCase):
                     for word in words:
                         self.assertIn(".Ql " + word, text)
                 else:
-                    self.assertIn(kind, ["certificates", "metricsFile", "path", "text"])
+                    self.assertIn(kind, ["certificates", "metricsFile", "path", "text", "windows"])
 
     def test_every_result_of_a_run(self):
         codes = dict(re.findall(r"(Result\w+) = (\d+)", read("src/vkservice/values/ResultCode.h")))

@@ -23,6 +23,25 @@ QString defaultInstallDir()
                : QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + u"/vk"_s;
 }
 
+// What a scheduled run does in such a state of the machine.
+QStringList stateWords()
+{
+    return {u"go"_s, u"defer"_s};
+}
+
+// A wrong value counts: without windows an update would be installed in the middle of the day.
+VariableRule windowsRule(const QString& pName)
+{
+    return {.mName = pName,
+            .mDefault = QString(),
+            .mCheck =
+                [](const QString& pText) {
+                    const auto tWindows = schedule::Windows::fromText(pText);
+                    return tWindows ? QString() : tWindows.failure().mText;
+                },
+            .mKeepsWrong = true};
+}
+
 // The words of mail.startTls, in the order of mail::SmtpSettings::StartTls.
 QStringList startTlsWords()
 {
@@ -47,7 +66,11 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addRule(wholeNumberRule(u"update.keepGenerations"_s, 2, 1, 20));
     pVariables.addRule(yesNoRule(u"update.suppressed"_s, false));
     pVariables.addRule(pathRule(u"update.suppressFile"_s, QString()));
+    pVariables.addRule(wordRule(u"update.onMetered"_s, stateWords()));
+    pVariables.addRule(wordRule(u"update.onBattery"_s, stateWords()));
     pVariables.addRule(wholeNumberRule(u"schedule.jitter"_s, 0, 0, 7 * sDay));
+    pVariables.addRule(windowsRule(u"schedule.window"_s));
+    pVariables.addRule(wholeNumberRule(u"schedule.windowDeadline"_s, 14, 0, 3650));
     pVariables.addRule(metricsFileRule(u"status.metricsFile"_s));
     pVariables.addRule(textRule(u"mail.url"_s, QString()));
     pVariables.addRule(textRule(u"mail.sender"_s, QString()));
@@ -59,6 +82,19 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addRule(wholeNumberRule(u"mail.timeout"_s, 60, 1, 600));
     // Prefixes of keys in the configuration file. They are not variables.
     pVariables.addPrefix(u"service."_s);
+}
+
+Result<schedule::Windows> windowsOf(const ConfigVariables& pVariables)
+{
+    bool tAllRead = true;
+    const QString tText = pVariables.text(u"schedule.window"_s, &tAllRead);
+    auto tWindows = schedule::Windows::fromText(tText);
+    if (!tAllRead) {
+        return Failure{Failure::Kind::Damaged, u"The variable schedule.window can't be read"_s};
+    }
+    return tWindows ? tWindows
+                    : Failure::content(
+                          u"The variable schedule.window is wrong: %1"_s.arg(tWindows.failure().mText));
 }
 
 std::optional<mail::SmtpSettings> smtpSettings(const ConfigVariables& pVariables)

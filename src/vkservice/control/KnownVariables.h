@@ -1,6 +1,8 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "mail/SmtpSettings.h"
+#include "schedule/Windows.h"
 
 #include <QtCore/QString>
 
@@ -14,6 +16,8 @@ namespace tarn::vkservice::control {
 
 // The configuration variables that the service reads, with their rules and defaults.
 void addKnownVariables(store::ConfigVariables& pVariables, const QString& pConfigDir);
+// The windows of scheduled runs. A failure if the store can't be read, or if the value is wrong.
+Result<schedule::Windows> windowsOf(const store::ConfigVariables& pVariables);
 // The variables that set up the mail server; empty if the database cannot be read.
 std::optional<mail::SmtpSettings> smtpSettings(const store::ConfigVariables& pVariables);
 

@@ -109,6 +109,15 @@ void MailControl::onVerified(const QList<packages::PackageCheck>& pDamaged)
     mMailer.onDamageKnown(tReport);
 }
 
+void MailControl::onWaitsTooLong(const QString& pText, const QString& pDetails)
+{
+    mMailer.onPersonNeeded({.mRunId = {},
+                            .mResult = ResultManualIntervention,
+                            .mText = pText + u' ' + pDetails,
+                            .mEnd = QDateTime::currentDateTime(),
+                            .mPackages = {}});
+}
+
 void MailControl::finish(int pTimeoutMs)
 {
     if (!mMailer.isSending()) {

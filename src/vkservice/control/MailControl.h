@@ -54,6 +54,7 @@ public:
     // Reports a run once, however often it is called with the record of that run.
     void onRunEnded(const RunRecord& pRecord);
     // Reports each damaged package once; pDamaged are all of them.
+    void onWaitsTooLong(const QString& pText, const QString& pDetails);
     void onVerified(const QList<packages::PackageCheck>& pDamaged);
     void tick() { mMailer.tick(); }
     // Gives a mail that is being sent some time to finish.

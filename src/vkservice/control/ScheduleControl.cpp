@@ -1,6 +1,7 @@
 #include "control/ScheduleControl.h"
 
 #include "control/MachineId.h"
+#include "control/ScheduledRuns.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
 #include "internal/Machine.h"
@@ -39,6 +40,7 @@ ScheduleControl::ScheduleControl(const Parts& pParts) : mParts(pParts), mTimer(m
 {
     connect(&mTimer, &ScheduleTimer::moved, this, &ScheduleControl::onMoved);
     connect(&mTimer, &ScheduleTimer::due, this, &ScheduleControl::onDue);
+    connect(&mParts.mRuns, &ScheduledRuns::due, this, &ScheduleControl::onWaitEnded);
     connect(&mLogins, &LoginWatch::userLoggedIn, &mTimer, &ScheduleTimer::userLoggedIn);
 }
 
@@ -51,6 +53,7 @@ Failure ScheduleControl::start(bool pWorker)
     if (pWorker) {
         mTimer.pause();
     }
+    mParts.mRuns.start(pWorker);
     onVariablesChanged();
     mTimer.start(*tSettings);
     if (pWorker) {
@@ -63,6 +66,12 @@ Failure ScheduleControl::start(bool pWorker)
         mTimer.userLoggedIn();
     }
     return {};
+}
+
+void ScheduleControl::pause()
+{
+    mTimer.pause();
+    mParts.mRuns.stop();
 }
 
 // The cause of the last interruption may still be present.
@@ -107,6 +116,7 @@ bool ScheduleControl::change(const ScheduleSettings& pWanted, bool pSave)
 void ScheduleControl::onVariablesChanged()
 {
     mTimer.setJitter(static_cast<int>(mParts.mVariables.number(u"schedule.jitter"_s)));
+    mParts.mRuns.onVariablesChanged();
 }
 
 void ScheduleControl::onMoved(const ScheduleSettings& pSettings)
@@ -123,14 +133,23 @@ void ScheduleControl::onDue()
         Q_EMIT checkIsDue();
         return;
     }
-    if (const Failure tFailure = mParts.mUpdates.trigger(false)) {
-        mParts.mApp.write(LogLevel::Error, u"The scheduled update did not start. %1."_s.arg(tFailure.mText));
+    mParts.mRuns.begin();
+}
+
+// With a mode that installs nothing by itself, what is prepared waits on.
+void ScheduleControl::onWaitEnded()
+{
+    if (settings().mMode == Scheduler::AutoUpdateAutomatic) {
+        mParts.mRuns.begin();
+    } else {
+        mParts.mRuns.putOff();
     }
 }
 
 // A machine that has just woken up may not have a network yet, and its next check may be weeks away.
 void ScheduleControl::onRunEnded(const RunRecord& pRecord, bool pManual)
 {
+    mParts.mRuns.onRunEnded(pRecord);
     if (pManual) {
         return;
     }

@@ -22,6 +22,7 @@ class ServiceApplication;
 
 namespace tarn::vkservice::control {
 
+class ScheduledRuns;
 class StoreCare;
 class UpdateControl;
 
@@ -36,6 +37,7 @@ public:
         store::Settings& mSettings;
         const store::ConfigVariables& mVariables;
         UpdateControl& mUpdates;
+        ScheduledRuns& mRuns;
         StoreCare& mStore;
         process::ServiceApplication& mApp;
     };
@@ -45,7 +47,7 @@ public:
     // Activates the stored schedule. A worker has no schedule. A failure if the store cannot be read.
     Failure start(bool pWorker);
     // From here on no check starts automatically.
-    void pause() { mTimer.pause(); }
+    void pause();
 
     const ScheduleSettings& settings() const { return mTimer.settings(); }
     // Invalid if no check is scheduled by date.
@@ -65,6 +67,7 @@ Q_SIGNALS:
 
 private:
     void onDue();
+    void onWaitEnded();
     void onMoved(const ScheduleSettings& pSettings);
     void resumeRun();
 

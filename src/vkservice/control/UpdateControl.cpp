@@ -1,9 +1,12 @@
 #include "control/UpdateControl.h"
 
+#include "control/KnownVariables.h"
 #include "control/StoreCare.h"
 #include "internal/PlainText.h"
+#include "machine/ShutdownLock.h"
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
+#include "update/Reporter.h"
 #include "update/RunTexts.h"
 #include "update/UpdateThread.h"
 
@@ -22,6 +25,7 @@ namespace {
 
 constexpr int sResumeSeconds = 60;
 constexpr int sMaxResumes = 8;
+constexpr int sAlwaysDays = 30; // longer than any wait of a run
 
 } // namespace
 
@@ -98,6 +102,22 @@ Result<RunRequest> UpdateControl::request()
     return mStore.failure(u"The settings of the update"_s);
 }
 
+// None for a run by hand. That may also come while another one is in progress.
+Result<OpeningAt> UpdateControl::openings(bool pManual)
+{
+    mSwitchAtOnce = std::make_shared<std::atomic_bool>(pManual);
+    const Result<schedule::Windows> tWindows = pManual ? schedule::Windows() : windowsOf(mSources.mVariables);
+    if (!tWindows) {
+        return tWindows.failure();
+    }
+    if (tWindows->isEmpty()) {
+        return OpeningAt();
+    }
+    return OpeningAt([tAtOnce = mSwitchAtOnce, tWindows = *tWindows](const QDateTime& pNow) {
+        return *tAtOnce ? Opening{pNow, pNow.addDays(sAlwaysDays)} : tWindows.at(pNow);
+    });
+}
+
 std::optional<int> UpdateControl::resumeSeconds() const
 {
     const int tTimes = mLastRun.mCutShort;
@@ -156,8 +176,10 @@ update::Progress UpdateControl::progress() const
 
 QString UpdateControl::resultText(const RunRecord& pRecord) const
 {
-    return pRecord.mText.isEmpty() ? vkservice::resultText(static_cast<ResultCode>(pRecord.mCode))
-                                   : pRecord.mText;
+    const QString tText = pRecord.mText.isEmpty()
+                              ? vkservice::resultText(static_cast<ResultCode>(pRecord.mCode))
+                              : pRecord.mText;
+    return mPutOff.isEmpty() ? tText : tText + u' ' + mPutOff;
 }
 
 Failure UpdateControl::trigger(bool pManual)
@@ -168,9 +190,12 @@ Failure UpdateControl::trigger(bool pManual)
     if (isActive()) {
         if (mOnlyTrial) {
             mTriggered = pManual || mTriggered.value_or(false);
+        } else {
+            *mSwitchAtOnce = *mSwitchAtOnce || pManual;
         }
         return {};
     }
+    mPutOff.clear();
     if (isSuppressed()) {
         record(ResultSuppressed, vkservice::resultText(ResultSuppressed));
         mSessionRun = mLastRun;
@@ -179,13 +204,30 @@ Failure UpdateControl::trigger(bool pManual)
         Q_EMIT statusChanged(StatusSuppressed);
         return {};
     }
-    const Result<RunRequest> tRequest = request();
+    const Result<RunRequest> tRequest = requestFor(pManual);
     return tRequest ? begin(*tRequest, pManual) : tRequest.failure();
 }
 
-Failure UpdateControl::begin(RunRequest pRequest, bool pManual)
+Result<RunRequest> UpdateControl::requestFor(bool pManual)
 {
-    pRequest.mChoices.mIsScheduled = !pManual;
+    Result<RunRequest> tRequest = request();
+    if (!tRequest) {
+        return tRequest;
+    }
+    const Result<OpeningAt> tOpenings = openings(pManual);
+    if (!tOpenings) {
+        return tOpenings.failure();
+    }
+    tRequest->mChoices.mIsScheduled = !pManual;
+    tRequest->mOpeningAt = *tOpenings;
+    tRequest->mHoldMachine = [] {
+        return std::make_shared<machine::ShutdownLock>(u"Software updates are being installed."_s);
+    };
+    return tRequest;
+}
+
+Failure UpdateControl::begin(const RunRequest& pRequest, bool pManual)
+{
     mBegan = QDateTime::currentDateTimeUtc();
     mManual = pManual;
     // The run continues without the mark, but will not count as interrupted if the service is killed.
@@ -198,6 +240,12 @@ Failure UpdateControl::begin(RunRequest pRequest, bool pManual)
     Q_EMIT runStarted(pManual);
     setStatus(StatusUpdating);
     return {};
+}
+
+void UpdateControl::putOff(const QString& pText)
+{
+    mPutOff = pText;
+    Q_EMIT notification(update::MessageInformation, pText, {});
 }
 
 bool UpdateControl::abort()
@@ -228,11 +276,12 @@ void UpdateControl::finish(const RunResult& pResult)
     if (pResult.mLeftOut && !mSources.mSettings.setLeftOut(*pResult.mLeftOut)) {
         Q_EMIT error(0, u"The list of packages that were left out could not be stored."_s, {});
     }
+    mPreparedFor = pResult.mInstallFrom;
     Q_EMIT runEnded(mSessionRun, mManual);
     const bool tWasOnlyTrial = std::exchange(mOnlyTrial, false);
     const auto tTriggered = std::exchange(mTriggered, std::nullopt);
     if (tWasOnlyTrial && tTriggered && pResult.mCode == ResultSuccess && !isSuppressed()) {
-        const Result<RunRequest> tRequest = request();
+        const Result<RunRequest> tRequest = requestFor(*tTriggered);
         if (tRequest && !begin(*tRequest, *tTriggered)) {
             return; // for clients it was one run
         }

@@ -10,6 +10,8 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
+#include <atomic>
+#include <memory>
 #include <optional>
 
 namespace tarn::vkservice::update {
@@ -52,10 +54,16 @@ public:
     const RunRecord& lastRun() const { return mLastRun; }
     // The last run of this process, code 0 if there was none.
     const RunRecord& sessionRun() const { return mSessionRun; }
+    // Valid if the last run of this process has prepared packages: from when on they may be installed.
+    const QDateTime& preparedFor() const { return mPreparedFor; }
     QString resultText(const RunRecord& pRecord) const;
 
-    // Joins a run in progress. If updates are suppressed, nothing starts, and the result says so.
+    // Joins a run in progress; one by hand makes it switch without waiting for a window. If updates are
+    // suppressed, nothing starts, and the result says so.
     Failure trigger(bool pManual);
+    // A scheduled run does not start now. The text, a sentence, is part of the last result until the next
+    // run.
+    void putOff(const QString& pText);
     // False if no run is in progress.
     bool abort();
     // As abort, and from now on no run is started or joined.
@@ -78,7 +86,10 @@ Q_SIGNALS:
 private:
     bool isSuppressed() const;
     Result<update::RunRequest> request();
-    Failure begin(update::RunRequest pRequest, bool pManual);
+    // The request of a run that asks servers.
+    Result<update::RunRequest> requestFor(bool pManual);
+    Failure begin(const update::RunRequest& pRequest, bool pManual);
+    Result<update::OpeningAt> openings(bool pManual);
     void finish(const update::RunResult& pResult);
     void record(ResultCode pCode, const QString& pText, const QDateTime& pBegan = {},
                 const RunTraffic& pTraffic = {});
@@ -92,6 +103,9 @@ private:
     RunRecord mSessionRun;
     vkcore::ServiceStatus mStatus = vkcore::StatusIdle;
     QDateTime mBegan;
+    QDateTime mPreparedFor;
+    QString mPutOff;
+    std::shared_ptr<std::atomic_bool> mSwitchAtOnce; // of the run in progress
     bool mManual = false;
     bool mOnlyTrial = false;        // the run in progress
     std::optional<bool> mTriggered; // meanwhile: what it was triggered with

@@ -276,6 +276,14 @@ void Mailer::onRunFinished(const RunReport& pRun)
     }
 }
 
+void Mailer::onPersonNeeded(const RunReport& pWhat)
+{
+    if (mSettings) {
+        noteStoring(mNotices.personNeeded(audience(), pWhat), u"The mail about an update that waits"_s);
+        mOutbox.wake();
+    }
+}
+
 void Mailer::onDamageKnown(const DamageReport& pDamage)
 {
     mDamage = pDamage;

@@ -68,6 +68,8 @@ public:
 
     // To be called once for each run that has ended; a second call with the same run id does nothing.
     void onRunFinished(const RunReport& pRun);
+    // Queues one mail about something besides a run that a person must look at.
+    void onPersonNeeded(const RunReport& pWhat);
     // To be called with all packages that are damaged, whenever that may have changed.
     void onDamageKnown(const DamageReport& pDamage);
     // To be called about once a minute: overdue, summary, retries.

@@ -114,6 +114,17 @@ bool Notices::runFinished(const Audience& pAudience, const RunReport& pRun)
     });
 }
 
+bool Notices::personNeeded(const Audience& pAudience, const RunReport& pWhat)
+{
+    const vkcore::MonitoringSettings& tSettings = pAudience.mSettings;
+    const bool tMails = tSettings.eventMailsEnabled() && tSettings.eventMailOnManualIntervention() &&
+                        !pAudience.mAddresses.isEmpty();
+    return !tMails || commit([&] {
+        return mOutbox.add(MailKind::ManualIntervention, pAudience.mAddresses,
+                           manualIntervention(pAudience.mClient, pWhat));
+    });
+}
+
 bool Notices::damageKnown(const Audience& pAudience, const DamageReport& pDamage)
 {
     const vkcore::MonitoringSettings& tSettings = pAudience.mSettings;

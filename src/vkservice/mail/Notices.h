@@ -43,6 +43,8 @@ public:
     bool startWatching(const QDateTime& pNow);
     // Ignores a run whose id was already reported.
     bool runFinished(const Audience& pAudience, const RunReport& pRun);
+    // One mail for each call.
+    bool personNeeded(const Audience& pAudience, const RunReport& pWhat);
     // One mail for each package that becomes damaged. pDamage: all that are damaged now.
     bool damageKnown(const Audience& pAudience, const DamageReport& pDamage);
     // One mail for each period without success that exceeds the tolerance.

@@ -225,6 +225,22 @@ bool Settings::setMonitoring(const MonitoringSettings& pSettings)
     return set({{u"monitoring"_s, QString::fromUtf8(tJson)}});
 }
 
+std::optional<Waiting> Settings::waiting() const
+{
+    const auto tStored = values(u"waiting."_s);
+    if (!tStored) {
+        return std::nullopt;
+    }
+    return Waiting{.mSince = toDate(tStored->value(u"waiting.since"_s)),
+                   .mIsReported = toBool(tStored->value(u"waiting.reported"_s))};
+}
+
+bool Settings::setWaiting(const Waiting& pWaiting)
+{
+    return set({{u"waiting.since"_s, fromDate(pWaiting.mSince)},
+                {u"waiting.reported"_s, fromBool(pWaiting.mIsReported)}});
+}
+
 std::optional<RunRecord> Settings::lastRun() const
 {
     const auto tStored = values(u"lastRun."_s);

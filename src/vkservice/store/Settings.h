@@ -4,6 +4,7 @@
 #include "store/RunCounters.h"
 #include "values/RunRecord.h"
 #include "values/ScheduleSettings.h"
+#include "values/Waiting.h"
 
 #include <QtCore/QHash>
 #include <QtCore/QList>
@@ -55,6 +56,9 @@ public:
 
     std::optional<vkcore::MonitoringSettings> monitoring() const;
     bool setMonitoring(const vkcore::MonitoringSettings& pSettings);
+
+    std::optional<Waiting> waiting() const;
+    bool setWaiting(const Waiting& pWaiting);
 
     std::optional<RunRecord> lastRun() const;
     // Counts a run that has its own beginning.

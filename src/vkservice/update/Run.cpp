@@ -50,9 +50,10 @@ qint64 installedBytes(const Plan& pPlan)
 Run::Run(const RunRequest& pRequest, os::FileSystem& pFileSystem, os::ProcessList& pProcesses,
          Reporter& pReporter, const os::AbortFlag& pAbort, os::CheckRunner& pChecks)
     : mRequest(pRequest), mFileSystem(pFileSystem), mProcesses(pProcesses), mReporter(pReporter),
-      mAbort(pAbort), mWorkplace(pFileSystem, pProcesses, pRequest),
+      mAbort(pAbort), mSwitchTime(pRequest.mOpeningAt), mWorkplace(pFileSystem, pProcesses, pRequest),
       mDownloads(pFileSystem, pRequest.mStateDir, pReporter, pAbort),
       mIndexes(pFileSystem, pRequest.mStateDir),
+      mPrepared({mFileSystem, mWorkplace, mIndexes, mReporter, mAbort}),
       mTrial(pRequest, pFileSystem, pChecks, mWorkplace, pReporter, pAbort)
 {
 }
@@ -211,6 +212,8 @@ Failure Run::fetchPackages(Attempt* pAttempt, const Attempt* pEarlier)
     Plan& tPlan = pAttempt->mPlan;
     if (pEarlier != nullptr) {
         Preparation::takeOver(pEarlier->mPlan, mWorkplace.folders(), &tPlan);
+    } else if (const Failure tFailure = mPrepared.adopt(&tPlan)) {
+        return tFailure;
     }
     mDownloads.keep(tPlan);
     pAttempt->mSupply = std::make_unique<Supply>(SupplyParts{.mFileSystem = mFileSystem,
@@ -261,19 +264,46 @@ Failure Run::installPackages(std::unique_ptr<Attempt>* pAttempt)
         warn(tFailure.mText);
         return {};
     }
-    if (const Failure tFailure = waitAndSwitch(*tPlan)) {
+    if (const Failure tFailure = waitAndSwitch(pAttempt)) {
         warn(mWorkplace.tidyUp());
         return tFailure;
     }
-    removeObsolete();
+    if (!pAttempt->mInstallFrom.isValid()) {
+        mPrepared.forget();
+        removeObsolete();
+    }
     return {};
 }
 
-Failure Run::waitAndSwitch(const Plan& pPlan)
+// The wait for applications ends with the window, which decides once more after it.
+Failure Run::waitAndSwitch(Attempt* pAttempt)
 {
-    AppWait tWait(mProcesses, mWorkplace.installed(), mWorkplace.folders(), pPlan, mReporter, mAbort);
-    const Failure tFailure = tWait.wait(mRequest.mWaitForAppsSeconds);
-    return tFailure ? tFailure : switchToNew(pPlan);
+    const Plan& tPlan = pAttempt->mPlan;
+    if (mSwitchTime.isNow(QDateTime::currentDateTime())) {
+        AppWait tWait(mProcesses, mWorkplace.installed(), mWorkplace.folders(), tPlan, mReporter, mAbort);
+        const Failure tFailure =
+            tWait.wait(mSwitchTime.boundedWait(QDateTime::currentDateTime(), mRequest.mWaitForAppsSeconds));
+        const bool tInTime = mSwitchTime.isNow(QDateTime::currentDateTime());
+        if (tFailure.mKind == Failure::Kind::Canceled || (tFailure && tInTime)) {
+            return tFailure;
+        }
+        if (tInTime) {
+            return switchToNew(tPlan);
+        }
+    }
+    return keepPrepared(pAttempt);
+}
+
+// Meanwhile somebody may have joined the run by hand.
+Failure Run::keepPrepared(Attempt* pAttempt)
+{
+    const Failure tFailure = mPrepared.keep(pAttempt->mPlan);
+    if (!tFailure && mSwitchTime.isNow(QDateTime::currentDateTime())) {
+        return waitAndSwitch(pAttempt);
+    }
+    pAttempt->mInstallFrom = mSwitchTime.next(QDateTime::currentDateTime());
+    warn(mWorkplace.tidyUp());
+    return tFailure;
 }
 
 // Files of this machine that are not as they were installed make a server send more. If it fails then, the
@@ -309,9 +339,8 @@ Failure Run::prepare(Attempt* pAttempt)
             tStaged.insert(tPackage.folder(mWorkplace.folders()));
         }
     }
-    QList<packages::InstalledPackage> tNew = newPackages(*tPlan, mWorkplace.folders());
-    tNew.removeIf([&tStaged](const auto& pNew) { return tStaged.contains(pNew.mFolder); });
-    if (const Failure tFailure = mWorkplace.generations().announce(tNew)) {
+    if (const Failure tFailure =
+            mWorkplace.generations().announce(newPackages(*tPlan, mWorkplace.folders()), tStaged)) {
         return tFailure;
     }
     Failure tFailure = pAttempt->mSupply->prepare();
@@ -336,6 +365,7 @@ Failure Run::switchToNew(const Plan& pPlan)
 {
     const QList<packages::StagedPackage> tStaged = Preparation::staged(pPlan, mWorkplace.folders());
     mReporter.begin(vkcore::ActivityInstalling, false, tStaged.size(), false);
+    const auto tHold = mRequest.mHoldMachine ? mRequest.mHoldMachine() : nullptr;
     // The last check: from here on the run cannot be aborted.
     if (mAbort.isSet()) {
         return Failure::canceled();
@@ -441,6 +471,20 @@ RunResult Run::allServersFailed() const
     return failed(tWorst);
 }
 
+// The run is not complete: the next one has to look at everything again.
+RunResult Run::prepared(const Attempt& pAttempt) const
+{
+    const Plan& tPlan = pAttempt.mPlan;
+    const int tFailed = tPlan.failedCount();
+    const QString tText = preparedText(static_cast<int>(tPlan.mPackages.size()) - tFailed,
+                                       mDownloads.received(), pAttempt.mInstallFrom);
+    const QString tFailure = tFailed > 0 ? failedPackagesText(tPlan) + u' ' : QString();
+    return {.mCode = tFailed > 0 ? failedPackagesCode(tPlan) : ResultSuccess,
+            .mText = tFailure + tText,
+            .mLeftOut = tPlan.mLeftOut,
+            .mInstallFrom = pAttempt.mInstallFrom};
+}
+
 RunResult Run::finish(Attempt* pAttempt)
 {
     const Plan& tPlan = pAttempt->mPlan;
@@ -453,6 +497,9 @@ RunResult Run::finish(Attempt* pAttempt)
     mInstalledBytes = installedBytes(tPlan);
     const int tFailed = tPlan.failedCount();
     const int tInstalled = static_cast<int>(tPlan.mPackages.size()) - tFailed;
+    if (pAttempt->mInstallFrom.isValid()) {
+        return prepared(*pAttempt);
+    }
     if (tFailed > 0) {
         return {.mCode = failedPackagesCode(tPlan),
                 .mText = failedPackagesText(tPlan),

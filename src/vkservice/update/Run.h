@@ -3,6 +3,7 @@
 #include "trees/IndexStore.h"
 #include "update/Downloads.h"
 #include "update/Plan.h"
+#include "update/PreparedPackages.h"
 #include "update/RunRequest.h"
 #include "update/ServerSession.h"
 #include "update/Supply.h"
@@ -44,6 +45,7 @@ private:
         Plan mPlan;
         std::unique_ptr<Supply> mSupply;
         bool mIsPrepared = false;
+        QDateTime mInstallFrom; // valid: the packages are prepared and wait for this time
     };
     struct ServerTrouble
     {
@@ -63,7 +65,8 @@ private:
     Failure installPackages(std::unique_ptr<Attempt>* pAttempt);
     Failure prepareFromAny(std::unique_ptr<Attempt>* pAttempt);
     Failure prepare(Attempt* pAttempt);
-    Failure waitAndSwitch(const Plan& pPlan);
+    Failure waitAndSwitch(Attempt* pAttempt);
+    Failure keepPrepared(Attempt* pAttempt);
     packages::Manifest nextGeneration(const Plan& pPlan);
     Failure switchToNew(const Plan& pPlan);
     void forgetOldIndexes();
@@ -74,6 +77,7 @@ private:
     Failure updateInstallLog();
     RunResult failed(const Failure& pFailure) const;
     RunResult allServersFailed() const;
+    RunResult prepared(const Attempt& pAttempt) const;
     RunResult finish(Attempt* pAttempt);
 
     RunRequest mRequest;
@@ -81,11 +85,13 @@ private:
     os::ProcessList& mProcesses;
     Reporter& mReporter;
     const os::AbortFlag& mAbort;
+    SwitchTime mSwitchTime;
     Workplace mWorkplace;
     Downloads mDownloads;
     trees::IndexStore mIndexes;
     Budget mBudget;
     qsizetype mNextServer = 0;
+    PreparedPackages mPrepared;
     Trial mTrial;
     QList<packages::InstalledPackage> mLostIndexes; // of these the index is missing or damaged
     std::vector<ServerTrouble> mServerTroubles;

@@ -2,6 +2,7 @@
 
 #include "internal/Values.h"
 #include "update/Choices.h"
+#include "update/SwitchTime.h"
 #include "values/ResultCode.h"
 #include "values/RunRecord.h"
 
@@ -13,6 +14,9 @@
 #include <QtCore/QStringList>
 
 #include <optional>
+
+#include <functional>
+#include <memory>
 
 namespace tarn::vkservice::update {
 
@@ -62,6 +66,9 @@ struct RunRequest
     bool mOnlyTrial = false;            // brings an open trial to its end, and asks no server
     QString mCaFile;                    // empty: the system's certificates
     Patience mPatience;
+    OpeningAt mOpeningAt; // none: the run may switch at any time
+    // Called before the switch. The machine stays on as long as the result lives.
+    std::function<std::shared_ptr<const void>()> mHoldMachine;
 };
 
 using vkcore::protocol::Progress;
@@ -75,6 +82,7 @@ struct RunResult
     QStringList mUnusableServers = {}; // each with its reason
     // What was offered and not taken; none if no server could be asked.
     std::optional<QList<vkcore::protocol::LeftOutPackage>> mLeftOut = {};
+    QDateTime mInstallFrom = {}; // packages are prepared, and a run at this time may switch to them
 };
 
 } // namespace tarn::vkservice::update

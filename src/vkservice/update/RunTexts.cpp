@@ -52,6 +52,17 @@ QString successText(int pInstalled, qint64 pReceived, qint64 pWhole,
     return tLeftOut.isEmpty() ? tText : tText + u' ' + tLeftOut;
 }
 
+QString preparedText(int pCount, qint64 pReceived, const QDateTime& pFrom)
+{
+    QString tWhat = u"%1 packages are prepared"_s.arg(pCount);
+    if (pCount < 2) {
+        tWhat = pCount == 1 ? u"1 package is prepared"_s : u"A new generation is prepared"_s;
+    }
+    const QString tLoad = pReceived > 0 ? u"; %1 were downloaded"_s.arg(inWords(pReceived)) : QString();
+    return u"%1 and will be installed from %2 on%3."_s.arg(
+        tWhat, QLocale::c().toString(pFrom.toLocalTime(), u"yyyy-MM-dd hh:mm"_s), tLoad);
+}
+
 QString beyondRepairText(const QStringList& pNames)
 {
     return u"These packages are damaged, and the server does not offer their installed versions any more: %1."_s

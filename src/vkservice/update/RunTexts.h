@@ -4,6 +4,7 @@
 #include "internal/Values.h"
 #include "values/ResultCode.h"
 
+#include <QtCore/QDateTime>
 #include <QtCore/QList>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
@@ -21,6 +22,8 @@ Failure serversFault(const Plan& pPlan);
 // at least, and how much was left out.
 QString successText(int pInstalled, qint64 pReceived, qint64 pWhole,
                     const QList<vkcore::protocol::LeftOutPackage>& pLeftOut = {});
+// Packages that wait for a window.
+QString preparedText(int pCount, qint64 pReceived, const QDateTime& pFrom);
 QString beyondRepairText(const QStringList& pNames);
 QString failureText(const Failure& pFailure);
 ResultCode failedPackagesCode(const Plan& pPlan);

@@ -97,6 +97,25 @@ TEST_F(MachineMailsTest, EachPackageThatBecomesDamagedIsToldOnce)
     EXPECT_EQ(sent(), 0);
 }
 
+// Beside runs: a restart afterwards tells no run again.
+TEST_F(MachineMailsTest, APersonIsCalledForWhatIsNoRun)
+{
+    mRig.finish(someRun(q("1"), ResultSuccess));
+    mRig.mPost.take();
+    for (const bool tWanted : {true, false}) {
+        mRig.mSettings.setEventMailOnManualIntervention(tWanted);
+        mRig.set();
+        mRig.mMailer->onPersonNeeded({.mRunId = {},
+                                      .mResult = ResultManualIntervention,
+                                      .mText = q("It waits."),
+                                      .mEnd = {},
+                                      .mPackages = {}});
+        mRig.finish(someRun(q("1"), ResultSuccess));
+        EXPECT_EQ(mRig.mPost.takeSubjects(),
+                  tWanted ? QStringList{q("lab-pc-3: an update needs you")} : QStringList());
+    }
+}
+
 TEST_F(MachineMailsTest, OverdueOnceForEachTimeWithoutSuccess)
 {
     mRig.mSettings.setUpdateOverduePeriod(3);
