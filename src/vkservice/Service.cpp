@@ -109,7 +109,10 @@ void Service::connectParts()
     connect(&mConfiguration, &Configuration::changed, &mUpdates, &UpdateControl::checkSuppression);
     connect(&mConfiguration, &Configuration::changed, &mMail, &MailControl::onVariablesChanged);
     connect(&mSchedule, &ScheduleControl::checkIsDue, &mEvents, &Events::checkIsDue);
-    connect(&mScheduledRuns, &ScheduledRuns::waitsTooLong, &mEvents, &Events::errorToKeep);
+    connect(&mScheduledRuns, &ScheduledRuns::waitsTooLong, &mEvents,
+            [this](const QString& pText, const QString& pDetails) {
+                mEvents.errorToKeep(pText, pDetails, {process::message::sUpdateWaits, {}});
+            });
     connect(&mScheduledRuns, &ScheduledRuns::waitsTooLong, &mMail, &MailControl::onWaitsTooLong);
     connect(&mUpdates, &UpdateControl::runEnded, this, &Service::onRunEnded);
     connect(&mVerifications, &VerifyControl::ended, this,

@@ -28,6 +28,7 @@ inline constexpr auto sDamageFound = "20767f4d717743658337e959b96d48eb";
 inline constexpr auto sVerified = "21944179066e4f15b32246ab52755ae4";
 inline constexpr auto sStoreSetAside = "d09160fc224e4281a78d094e3ccd585c";
 inline constexpr auto sMailGivenUp = "3050f502c58f4e0ca5ada2576598a347";
+inline constexpr auto sUpdateWaits = "18532b4951204b40b418e493e2a7b3d3";
 inline constexpr auto sMetricsUnwritable = "44717191b2e74f2fa05e26f85d46d206";
 
 } // namespace message

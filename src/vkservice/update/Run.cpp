@@ -264,11 +264,11 @@ Failure Run::installPackages(std::unique_ptr<Attempt>* pAttempt)
         warn(tFailure.mText);
         return {};
     }
-    if (const Failure tFailure = waitAndSwitch(pAttempt)) {
+    if (const Failure tFailure = waitAndSwitch(pAttempt->get())) {
         warn(mWorkplace.tidyUp());
         return tFailure;
     }
-    if (!pAttempt->mInstallFrom.isValid()) {
+    if (!(*pAttempt)->mInstallFrom.isValid()) {
         mPrepared.forget();
         removeObsolete();
     }
