@@ -143,6 +143,8 @@ class Monitoring(unittest.TestCase):
                  (failing, ["UpdatesFail"]), (failing | {failures: "0x720 2x720"}, []),
                  (failing | {"vkservice_last_run_result_code": 1}, []),
                  ({"vkservice_last_run_result_code": 9}, ["UpdateNeedsPerson"]),
+                 ({'vkservice_packages_left_out{reason="refused"}': 2}, ["PackagesRefused"]),
+                 ({'vkservice_packages_left_out{reason="held"}': 2}, []),
                  ({"vkservice_packages_damaged": 1}, ["PackagesDamaged"]),
                  ({"vkservice_metadata_expiry_timestamp_seconds": 3 * DAY}, ["MetadataExpiring"]),
                  ({"vkservice_metrics_timestamp_seconds": DAY - 3700}, ["ServiceSilent"]))

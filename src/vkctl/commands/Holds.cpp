@@ -55,9 +55,8 @@ QString holdText(const HoldEntry& pHold)
     if (!pHold.mVersions.isEmpty()) {
         tText += u' ' + singleLine(pHold.mVersions);
     }
-    return pHold.mUntil.isValid()
-               ? CtlApplication::tr("%1 until %2").arg(tText, dateText(pHold.mUntil))
-               : tText;
+    return pHold.mUntil.isValid() ? CtlApplication::tr("%1 until %2").arg(tText, dateText(pHold.mUntil))
+                                  : tText;
 }
 
 int showHolds(CtlApplication& pApp)

@@ -6,6 +6,8 @@
 #include "store/Settings.h"
 #include "values/ResultCode.h"
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkservice::control {
@@ -85,6 +87,23 @@ void addPackages(const MetricsParts& pParts, Page* pTo)
     }
 }
 
+// Every reason has its line, so that an alert sees a 0 before it sees a 1.
+void addLeftOut(const MetricsParts& pParts, Page* pTo)
+{
+    const auto tLeftOut = pParts.mSettings.leftOut();
+    if (!tLeftOut) {
+        return;
+    }
+    pTo->gauge("vkservice_packages_left_out",
+               "Offered packages that the last update left out, by the reason.");
+    for (const auto tReason : {"held"_L1, "phase"_L1, "halted"_L1, "refused"_L1, "requirement"_L1}) {
+        const auto tCount =
+            std::count_if(tLeftOut->begin(), tLeftOut->end(),
+                          [tReason](const auto& pPackage) { return pPackage.mReason == tReason; });
+        pTo->value(tCount, {{"reason", tReason}});
+    }
+}
+
 void addVerification(const MetricsParts& pParts, Page* pTo)
 {
     const auto tState = pParts.mVerifications.state();
@@ -101,8 +120,8 @@ void addVerification(const MetricsParts& pParts, Page* pTo)
 
 const QList<AddMetrics>& metricsSections()
 {
-    static const QList<AddMetrics> sSections{&addService,  &addLastRun,  &addDates,
-                                             &addCounters, &addPackages, &addVerification};
+    static const QList<AddMetrics> sSections{&addService,  &addLastRun,      &addDates,  &addCounters,
+                                             &addPackages, &addVerification, &addLeftOut};
     return sSections;
 }
 

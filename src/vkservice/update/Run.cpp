@@ -515,13 +515,11 @@ RunResult Run::finish(Attempt* pAttempt)
         tText += u' ' + tLost;
     } else {
         pAttempt->mSession->markComplete(state(), {.mPackages = tPlan.mLeftOut,
-                                                          .mWaits = tPlan.mNextTurn.isValid(),
-                                                          .mLookAgain = tPlan.mNextTurn});
+                                                   .mWaits = tPlan.mNextTurn.isValid(),
+                                                   .mLookAgain = tPlan.mNextTurn});
     }
-    return {.mCode = ResultSuccess,
-            .mText = tText,
-            .mInstalledCount = tInstalled,
-            .mLeftOut = tPlan.mLeftOut};
+    return {
+        .mCode = ResultSuccess, .mText = tText, .mInstalledCount = tInstalled, .mLeftOut = tPlan.mLeftOut};
 }
 
 } // namespace tarn::vkservice::update

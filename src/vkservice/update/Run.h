@@ -7,8 +7,8 @@
 #include "update/RunRequest.h"
 #include "update/ServerSession.h"
 #include "update/Supply.h"
-#include "update/Trial.h"
 #include "update/supply/Budget.h"
+#include "update/Trial.h"
 #include "update/Workplace.h"
 
 #include <memory>
