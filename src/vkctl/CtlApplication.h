@@ -5,7 +5,7 @@
 #include "Interrupt.h"
 #include "Report.h"
 
-#include "internal/Values.h"
+#include "internal/PackageValues.h"
 #include "program/ClientApplication.h"
 
 #include <vkcore/IPCClient.h>

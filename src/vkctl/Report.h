@@ -2,7 +2,7 @@
 
 #include "ExitStatus.h"
 
-#include "internal/Values.h"
+#include "internal/PackageValues.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QJsonObject>

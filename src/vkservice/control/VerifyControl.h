@@ -1,6 +1,6 @@
 #pragma once
 
-#include "internal/Values.h"
+#include "internal/PackageValues.h"
 #include "packages/CheckRecord.h"
 #include "packages/Manifest.h"
 #include "packages/PackageFolders.h"

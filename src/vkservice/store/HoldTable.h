@@ -1,6 +1,6 @@
 #pragma once
 
-#include "internal/Values.h"
+#include "internal/PackageValues.h"
 
 #include <QtCore/QList>
 #include <QtCore/QString>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "internal/PackageValues.h"
 #include "internal/Values.h"
 #include "update/Choices.h"
 #include "update/SwitchTime.h"

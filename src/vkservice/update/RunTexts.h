@@ -1,7 +1,7 @@
 #pragma once
 
 #include "internal/Failure.h"
-#include "internal/Values.h"
+#include "internal/PackageValues.h"
 #include "values/ResultCode.h"
 
 #include <QtCore/QDateTime>
