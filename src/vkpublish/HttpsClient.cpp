@@ -51,7 +51,7 @@ struct HttpsClient::Transfer
     Receiver& mTo;
     qint64 mFrom; // the first byte that was asked for
     bool mBegun = false;
-    bool mRangeWrong = false;
+    bool mRefused = false;
     Failure mFailure = {};
 
     long status() const
@@ -76,7 +76,7 @@ struct HttpsClient::Transfer
         if (status() == sOk && mFrom > 0) {
             mFailure = mTo.restart(); // a server that knows no ranges sends the whole file
         }
-        mRangeWrong = status() != sOk && (status() != sPartial || !rangeIsRight());
+        mRefused = status() != sOk && (status() != sPartial || !rangeIsRight());
     }
 
     static size_t take(char* pData, size_t pOne, size_t pSize, void* pSelf)
@@ -85,7 +85,7 @@ struct HttpsClient::Transfer
         if (!tSelf->mBegun) {
             tSelf->begin();
         }
-        if (tSelf->mFailure || tSelf->mRangeWrong) {
+        if (tSelf->mFailure || tSelf->mRefused) {
             return 0;
         }
         tSelf->mFailure = tSelf->mTo.write({pData, static_cast<qsizetype>(pOne * pSize)});
@@ -155,19 +155,20 @@ Failure HttpsClient::get(const QString& pPath, Size pSize, Receiver& pTo)
     if (tTransfer.mFailure) {
         return tTransfer.mFailure;
     }
-    if (tTransfer.mRangeWrong || tTransfer.status() == sRangeNotSatisfiable) {
+    const long tStatus = tTransfer.status();
+    if ((tTransfer.mRefused && tStatus == sPartial) || tStatus == sRangeNotSatisfiable) {
         const Failure tFailure = pTo.restart();
         return tFailure ? tFailure
                         : Failure{Failure::Kind::Unreachable,
                                   tSentence.arg(tUrl, u"the server sent another range than requested"_s)};
     }
-    if (tCode == CURLE_OK && tTransfer.status() != sOk && tTransfer.status() != sPartial) {
+    if ((tTransfer.mRefused || tCode == CURLE_OK) && tStatus != sOk && tStatus != sPartial) {
         return {Failure::Kind::Unreachable,
-                tSentence.arg(tUrl, u"the server answers with status %1"_s.arg(tTransfer.status()))};
+                tSentence.arg(tUrl, u"the server answers with status %1"_s.arg(tStatus))};
     }
-    return tCode == CURLE_OK ? Failure()
-                             : Failure{kindOf(tCode, tTransfer.status()),
-                                       tSentence.arg(tUrl, QString::fromLocal8Bit(tReason.data()))};
+    return tCode == CURLE_OK
+               ? Failure()
+               : Failure{kindOf(tCode, tStatus), tSentence.arg(tUrl, QString::fromLocal8Bit(tReason.data()))};
 }
 
 } // namespace tarn::vkpublish
