@@ -83,6 +83,7 @@ Failure Reader::read()
             u"The repository can't be mirrored: its files have no versions in their names, so "
             "machines would see some of the old state and some of the new one"_s);
     }
+    mState.mSignedAt = tTimestamp.mSignedAt;
     mState.mExpires = tTimestamp.mExpires;
     mVersions = tSnapshot.mRoles;
     tFailure = readRoles();

@@ -24,6 +24,7 @@ struct WholeState
     QList<MetadataFile> mLists;
     MetadataFile mTimestamp;
     QList<SignedFile> mTargets;
+    QDateTime mSignedAt; // the timestamp
     QDateTime mExpires;
     int mPackageCount = 0;
 };
