@@ -8,7 +8,6 @@
 #include "os/Descriptor.h"
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
-#include "tuf/Metadata.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -133,12 +132,9 @@ Result<bool> Mirror::isUpToDate(const MirrorJob& pJob, MirrorReport* pReport)
     if (Failure tFailure = mOrigin.metadata().fetch(u"timestamp.json"_s, tMost, &tFile)) {
         return tFailure;
     }
-    tuf::Timestamp tTimestamp;
-    if (tuf::sha256(tFile) != tRecord.mComplete || tuf::parseTimestamp(tFile, &tTimestamp)) {
-        return false;
-    }
-    pReport->mExpires = tTimestamp.mExpires;
-    return tTimestamp.mExpires > pJob.mNow && holds(timestampPath(mFolder.path()), tFile);
+    pReport->mExpires = tRecord.mExpires;
+    return tuf::sha256(tFile) == tRecord.mComplete && tRecord.mExpires > pJob.mNow &&
+           holds(timestampPath(mFolder.path()), tFile);
 }
 
 Failure Mirror::copy(const MirrorJob& pJob, MirrorReport* pReport)
@@ -169,6 +165,7 @@ Failure Mirror::copy(const MirrorJob& pJob, MirrorReport* pReport)
     // The clock may be slow, and --prune relies on this time.
     mFolder.mRecord.setNamed(tNamed, std::max(pJob.mNow, tState->mSignedAt));
     mFolder.mRecord.mComplete = tuf::sha256(tState->mTimestamp.mBytes);
+    mFolder.mRecord.mExpires = tState->mExpires;
     return mFolder.save();
 }
 

@@ -84,7 +84,7 @@ Failure Reader::read()
             "machines would see some of the old state and some of the new one"_s);
     }
     mState.mSignedAt = tTimestamp.mSignedAt;
-    mState.mExpires = tTimestamp.mExpires;
+    mState.mExpires = std::min({tRoot.mExpires, tTimestamp.mExpires, tSnapshot.mExpires});
     mVersions = tSnapshot.mRoles;
     tFailure = readRoles();
     return tFailure ? tFailure : addList(tuf::sSnapshot, tSnapshot.mVersion, tSnapshotFile);
@@ -104,6 +104,7 @@ Failure Reader::readRoles()
             return tFailure;
         }
         tFound.append({tRoles[i], tFile});
+        mState.mExpires = std::min(mState.mExpires, tTargets.mExpires);
         for (const QString& tName :
              tuf::delegatedRoleNames(tTargets.mDelegations, mLimits.mMaxDelegations + 1)) {
             if (!tRoles.contains(tName)) {

@@ -25,7 +25,7 @@ struct WholeState
     MetadataFile mTimestamp;
     QList<SignedFile> mTargets;
     QDateTime mSignedAt; // the timestamp
-    QDateTime mExpires;
+    QDateTime mExpires;  // the first of its files
     int mPackageCount = 0;
 };
 

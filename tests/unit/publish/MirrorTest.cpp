@@ -239,6 +239,11 @@ TEST_F(MirrorTest, AnOriginCannotGoBackOrStandStill)
     const Failure tFrozen = mirror({.mNow = QDateTime::currentDateTimeUtc().addDays(20)});
     EXPECT_EQ(tFrozen.mKind, Failure::Kind::Expired) << tFrozen.mText;
     expectWhole({sTwo});
+    succeed("add @r @f --name b --version 1 --level 1");
+    succeed("publish @r --targets-days 1");
+    ASSERT_FALSE(mirror());
+    EXPECT_LT(mReport.mExpires, QDateTime::currentDateTimeUtc().addDays(2));
+    EXPECT_EQ(mirror({.mNow = QDateTime::currentDateTimeUtc().addDays(2)}).mKind, Failure::Kind::Expired);
 }
 
 TEST_F(MirrorTest, ACheckFindsAndRepairsDamage)
