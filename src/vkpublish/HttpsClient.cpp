@@ -20,8 +20,9 @@ namespace {
 
 constexpr long sConnectSeconds = 30;
 constexpr long sSmallFileSeconds = 120;
-constexpr qint64 sSlowBytesPerSecond = 1000; // slower than this
-constexpr long sSlowSeconds = 60;            // for this long is too slow
+constexpr qint64 sMostSmallBytes = 16 * 1024 * 1024; // of which a rate limit makes more seconds
+constexpr qint64 sSlowBytesPerSecond = 1000;         // slower than this
+constexpr long sSlowSeconds = 60;                    // for this long is too slow
 constexpr long sMaxRedirects = 5;
 
 constexpr long sOk = 200;
@@ -121,14 +122,16 @@ bool HttpsClient::setUp(const QByteArray& pUrl, Size pSize)
         curl_easy_setopt(mCurl, CURLOPT_NETRC_FILE, QFile::encodeName(mAccess.mNetrcFile).constData());
     }
     curl_easy_setopt(mCurl, CURLOPT_CONNECTTIMEOUT, sConnectSeconds);
-    if (pSize == Size::Small) {
-        curl_easy_setopt(mCurl, CURLOPT_TIMEOUT, sSmallFileSeconds);
-    }
+    long tSmallFileSeconds = sSmallFileSeconds;
     qint64 tSlow = sSlowBytesPerSecond;
     if (mAccess.mBytesPerSecond > 0) {
+        tSmallFileSeconds += static_cast<long>(sMostSmallBytes / mAccess.mBytesPerSecond);
         curl_easy_setopt(mCurl, CURLOPT_MAX_RECV_SPEED_LARGE,
                          static_cast<curl_off_t>(mAccess.mBytesPerSecond));
         tSlow = std::min(tSlow, mAccess.mBytesPerSecond / 2);
+    }
+    if (pSize == Size::Small) {
+        curl_easy_setopt(mCurl, CURLOPT_TIMEOUT, tSmallFileSeconds);
     }
     curl_easy_setopt(mCurl, CURLOPT_LOW_SPEED_LIMIT, static_cast<long>(tSlow));
     curl_easy_setopt(mCurl, CURLOPT_LOW_SPEED_TIME, sSlowSeconds);

@@ -24,7 +24,7 @@ class HttpsClient
 public:
     enum class Size
     {
-        Small, // takes at most two minutes
+        Small, // takes at most two minutes, and what the limit of the rate adds
         Large, // takes as long as bytes come
     };
 
