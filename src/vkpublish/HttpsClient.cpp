@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <thread>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -48,6 +49,7 @@ Failure::Kind kindOf(CURLcode pCode, long pStatus)
 
 struct HttpsClient::Transfer
 {
+    HttpsClient& mClient;
     CURL* mCurl;
     Receiver& mTo;
     qint64 mFrom; // the first byte that was asked for
@@ -89,6 +91,7 @@ struct HttpsClient::Transfer
         if (tSelf->mFailure || tSelf->mRefused) {
             return 0;
         }
+        tSelf->mClient.keepRate(static_cast<qint64>(pOne * pSize));
         tSelf->mFailure = tSelf->mTo.write({pData, static_cast<qsizetype>(pOne * pSize)});
         return tSelf->mFailure ? 0 : pOne * pSize;
     }
@@ -126,8 +129,6 @@ bool HttpsClient::setUp(const QByteArray& pUrl, Size pSize)
     qint64 tSlow = sSlowBytesPerSecond;
     if (mAccess.mBytesPerSecond > 0) {
         tSmallFileSeconds += static_cast<long>(sMostSmallBytes / mAccess.mBytesPerSecond);
-        curl_easy_setopt(mCurl, CURLOPT_MAX_RECV_SPEED_LARGE,
-                         static_cast<curl_off_t>(mAccess.mBytesPerSecond));
         tSlow = std::min(tSlow, mAccess.mBytesPerSecond / 2);
     }
     if (pSize == Size::Small) {
@@ -138,6 +139,16 @@ bool HttpsClient::setUp(const QByteArray& pUrl, Size pSize)
     return net::setTlsTrust(mCurl, mAccess.mCaFile);
 }
 
+// The limit of libcurl lets the first bytes of each file pass: the whole file, if it is small.
+void HttpsClient::keepRate(qint64 pBytes)
+{
+    if (mAccess.mBytesPerSecond > 0) {
+        const std::chrono::duration<double> tTime(double(pBytes) / double(mAccess.mBytesPerSecond));
+        mNext = std::max(mNext, Clock::now()) + std::chrono::duration_cast<Clock::duration>(tTime);
+        std::this_thread::sleep_until(mNext);
+    }
+}
+
 Failure HttpsClient::get(const QString& pPath, Size pSize, Receiver& pTo)
 {
     const QString tUrl = mAccess.mFolder + u'/' + pPath;
@@ -146,7 +157,7 @@ Failure HttpsClient::get(const QString& pPath, Size pSize, Receiver& pTo)
     if (!setUp(tUrl.toUtf8(), pSize)) {
         return {Failure::Kind::NoServer, u"The transfer of %1 can't be set up"_s.arg(tUrl)};
     }
-    Transfer tTransfer{mCurl, pTo, pTo.received()};
+    Transfer tTransfer{*this, mCurl, pTo, pTo.received()};
     const QByteArray tRange = QByteArray::number(tTransfer.mFrom) + '-';
     if (tTransfer.mFrom > 0) {
         curl_easy_setopt(mCurl, CURLOPT_RANGE, tRange.constData());

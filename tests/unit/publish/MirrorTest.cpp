@@ -9,6 +9,8 @@
 #include "TestServer.h"
 #include "Verification.h"
 
+#include <QtCore/QElapsedTimer>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -268,7 +270,7 @@ TEST_F(MirrorTest, TransfersOnlyWhatChangedAndContinues)
     ASSERT_TRUE(tServer.start());
     write("netrc", "machine localhost login site password secret\n");
     const QByteArray tMirror = "mirror " + tServer.uri(q("/private")).toUtf8() + " @m --ca-file " +
-                               tServer.caFile().toUtf8() + " --rate-limit 4000";
+                               tServer.caFile().toUtf8() + " --rate-limit 20";
     EXPECT_TRUE(run(tMirror).mErr.contains("401"));
     tServer.forgetRequests();
     EXPECT_TRUE(run(tMirror + " --netrc @netrc").mOut.startsWith("Nothing new"));
@@ -279,8 +281,11 @@ TEST_F(MirrorTest, TransfersOnlyWhatChangedAndContinues)
     write("m/.vk-mirror/incoming/" + tArchive.left(64).toUtf8(),
           readFile(path("r/targets/") + tArchive).first(1000));
     tServer.forgetRequests();
+    QElapsedTimer tTimer;
+    tTimer.start();
     const Program::Result tResult = run(tMirror + " --netrc @netrc");
     EXPECT_TRUE(tResult.mOut.contains("3 files fetched")) << tResult.mOut << tResult.mErr;
+    EXPECT_GE(tTimer.elapsed(), (QFileInfo(path("r/targets/") + tArchive).size() - 1000) * 1000 / 20480);
     const QStringList tTargets = tServer.requests().filter(q("/targets/"));
     EXPECT_EQ(tTargets.size(), 3) << tTargets.join(u'\n');
     EXPECT_TRUE(tTargets.contains(q("GET /private/targets/%1?range 206 site").arg(tArchive)));
