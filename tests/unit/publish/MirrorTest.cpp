@@ -362,6 +362,23 @@ public:
         return {Failure::Kind::NotFound, pPath};
     }
 
+    void offer(const QStringList& pNames)
+    {
+        QMap<QString, QByteArray>& tTargets = mRepository.mRoles[sTargetsRole].mTargets;
+        tTargets.clear();
+        for (const QString& tName : pNames) {
+            tTargets.insert(tName, "content");
+        }
+        mRepository.publishTargets(sTargetsRole);
+        mRepository.publish();
+    }
+    Failure mirror(const QString& pTo, MirrorReport* pReport)
+    {
+        const MirrorJob tJob{
+            .mRoot = mRepository.mFiles[q("1.root.json")], .mPruneSeconds = 0, .mNow = TestRepository::now()};
+        return Mirror(os::realFileSystem(), pTo, *this).run(tJob, pReport);
+    }
+
     TestRepository mRepository;
 };
 
@@ -416,19 +433,9 @@ TEST_F(MirrorTest, CopiesDelegatedRolesAndNoNameThatLeadsOut)
 TEST_F(MirrorTest, PrunesNoFileThatIsNamed)
 {
     MemoryOrigin tOrigin;
-    TestRepository& tRepository = tOrigin.mRepository;
-    MirrorJob tJob{.mRoot = tRepository.mFiles[q("1.root.json")], .mPruneSeconds = 0};
-    tJob.mNow = TestRepository::now();
     for (const QStringList& tNames : {QStringList{q("x"), q("x.new")}, {q("x.new")}, {q("x.new")}}) {
-        auto& tTargets = tRepository.mRoles[sTargetsRole].mTargets;
-        tTargets.clear();
-        for (const QString& tName : tNames) {
-            tTargets.insert(tName, "content");
-        }
-        tRepository.publishTargets(sTargetsRole);
-        tRepository.publish();
-        const Failure tFailure = Mirror(os::realFileSystem(), path("n"), tOrigin).run(tJob, &mReport);
-        EXPECT_FALSE(tFailure) << tFailure.mText;
+        tOrigin.offer(tNames);
+        EXPECT_FALSE(tOrigin.mirror(path("n"), &mReport));
         EXPECT_EQ(files("n/targets").filter(q(".x.new")).size(), 1);
     }
     EXPECT_EQ(files("n/targets").size(), 1);
@@ -437,26 +444,19 @@ TEST_F(MirrorTest, PrunesNoFileThatIsNamed)
 TEST_F(MirrorTest, FollowsNoLinkOutOfItsFolder)
 {
     MemoryOrigin tOrigin;
-    TestRepository& tRepository = tOrigin.mRepository;
-    tRepository.mRoles[sTargetsRole].mTargets = {{q("in/x"), "content"}};
-    tRepository.publishTargets(sTargetsRole);
-    tRepository.publish();
-    MirrorJob tJob{.mRoot = tRepository.mFiles[q("1.root.json")], .mPruneSeconds = 0};
-    tJob.mNow = TestRepository::now();
-    const auto tRun = [&] { return Mirror(os::realFileSystem(), path("n"), tOrigin).run(tJob, &mReport); };
-    EXPECT_FALSE(tRun());
-    for (const auto& [tName, tEnds] : {std::pair("metadata/timestamp.json", true), {"targets/in", false}}) {
-        QDir().rename(path("n/") + q(tName), path("away"));
-        QFile::link(path("away"), path("n/") + q(tName));
-        EXPECT_EQ(!tRun(), tEnds) << tName;
-        EXPECT_EQ(QFileInfo(path("n/") + q(tName)).isSymLink(), !tEnds) << tName;
-        tEnds ? void(QFile::remove(path("away"))) : void();
+    tOrigin.offer({q("in/x")});
+    EXPECT_FALSE(tOrigin.mirror(path("n"), &mReport));
+    for (const auto& [tName, tEnds] :
+         {std::pair("n/metadata/timestamp.json", true), {"n/targets/in", false}}) {
+        QFile::remove(path("away"));
+        QDir().rename(path(tName), path("away"));
+        QFile::link(path("away"), path(tName));
+        EXPECT_EQ(!tOrigin.mirror(path("n"), &mReport), tEnds) << tName;
+        EXPECT_EQ(QFileInfo(path(tName)).isSymLink(), !tEnds) << tName;
     }
-    tRepository.mRoles[sTargetsRole].mTargets = {};
-    tRepository.publishTargets(sTargetsRole);
-    tRepository.publish();
-    EXPECT_FALSE(tRun());
-    EXPECT_EQ(tRun().mKind, Failure::Kind::Person);
+    tOrigin.offer({});
+    EXPECT_FALSE(tOrigin.mirror(path("n"), &mReport));
+    EXPECT_EQ(tOrigin.mirror(path("n"), &mReport).mKind, Failure::Kind::Person);
     EXPECT_EQ(files("away").size(), 1);
 }
 
