@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <thread>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -20,8 +21,9 @@ namespace {
 
 constexpr long sConnectSeconds = 30;
 constexpr long sSmallFileSeconds = 120;
-constexpr qint64 sSlowBytesPerSecond = 1000; // slower than this
-constexpr long sSlowSeconds = 60;            // for this long is too slow
+constexpr qint64 sMostSmallBytes = 16 * 1024 * 1024; // of which a rate limit makes more seconds
+constexpr qint64 sSlowBytesPerSecond = 1000;         // slower than this
+constexpr long sSlowSeconds = 60;                    // for this long is too slow
 constexpr long sMaxRedirects = 5;
 
 constexpr long sOk = 200;
@@ -47,11 +49,12 @@ Failure::Kind kindOf(CURLcode pCode, long pStatus)
 
 struct HttpsClient::Transfer
 {
+    HttpsClient& mClient;
     CURL* mCurl;
     Receiver& mTo;
     qint64 mFrom; // the first byte that was asked for
     bool mBegun = false;
-    bool mRangeWrong = false;
+    bool mRefused = false;
     Failure mFailure = {};
 
     long status() const
@@ -76,7 +79,7 @@ struct HttpsClient::Transfer
         if (status() == sOk && mFrom > 0) {
             mFailure = mTo.restart(); // a server that knows no ranges sends the whole file
         }
-        mRangeWrong = status() != sOk && (status() != sPartial || !rangeIsRight());
+        mRefused = status() != sOk && (status() != sPartial || !rangeIsRight());
     }
 
     static size_t take(char* pData, size_t pOne, size_t pSize, void* pSelf)
@@ -85,9 +88,10 @@ struct HttpsClient::Transfer
         if (!tSelf->mBegun) {
             tSelf->begin();
         }
-        if (tSelf->mFailure || tSelf->mRangeWrong) {
+        if (tSelf->mFailure || tSelf->mRefused) {
             return 0;
         }
+        tSelf->mClient.keepRate(static_cast<qint64>(pOne * pSize));
         tSelf->mFailure = tSelf->mTo.write({pData, static_cast<qsizetype>(pOne * pSize)});
         return tSelf->mFailure ? 0 : pOne * pSize;
     }
@@ -121,18 +125,28 @@ bool HttpsClient::setUp(const QByteArray& pUrl, Size pSize)
         curl_easy_setopt(mCurl, CURLOPT_NETRC_FILE, QFile::encodeName(mAccess.mNetrcFile).constData());
     }
     curl_easy_setopt(mCurl, CURLOPT_CONNECTTIMEOUT, sConnectSeconds);
-    if (pSize == Size::Small) {
-        curl_easy_setopt(mCurl, CURLOPT_TIMEOUT, sSmallFileSeconds);
-    }
+    long tSmallFileSeconds = sSmallFileSeconds;
     qint64 tSlow = sSlowBytesPerSecond;
     if (mAccess.mBytesPerSecond > 0) {
-        curl_easy_setopt(mCurl, CURLOPT_MAX_RECV_SPEED_LARGE,
-                         static_cast<curl_off_t>(mAccess.mBytesPerSecond));
+        tSmallFileSeconds += static_cast<long>(sMostSmallBytes / mAccess.mBytesPerSecond);
         tSlow = std::min(tSlow, mAccess.mBytesPerSecond / 2);
+    }
+    if (pSize == Size::Small) {
+        curl_easy_setopt(mCurl, CURLOPT_TIMEOUT, tSmallFileSeconds);
     }
     curl_easy_setopt(mCurl, CURLOPT_LOW_SPEED_LIMIT, static_cast<long>(tSlow));
     curl_easy_setopt(mCurl, CURLOPT_LOW_SPEED_TIME, sSlowSeconds);
     return net::setTlsTrust(mCurl, mAccess.mCaFile);
+}
+
+// The limit of libcurl lets the first bytes of each file pass: the whole file, if it is small.
+void HttpsClient::keepRate(qint64 pBytes)
+{
+    if (mAccess.mBytesPerSecond > 0) {
+        const std::chrono::duration<double> tTime(double(pBytes) / double(mAccess.mBytesPerSecond));
+        mNext = std::max(mNext, Clock::now()) + std::chrono::duration_cast<Clock::duration>(tTime);
+        std::this_thread::sleep_until(mNext);
+    }
 }
 
 Failure HttpsClient::get(const QString& pPath, Size pSize, Receiver& pTo)
@@ -143,7 +157,7 @@ Failure HttpsClient::get(const QString& pPath, Size pSize, Receiver& pTo)
     if (!setUp(tUrl.toUtf8(), pSize)) {
         return {Failure::Kind::NoServer, u"The transfer of %1 can't be set up"_s.arg(tUrl)};
     }
-    Transfer tTransfer{mCurl, pTo, pTo.received()};
+    Transfer tTransfer{*this, mCurl, pTo, pTo.received()};
     const QByteArray tRange = QByteArray::number(tTransfer.mFrom) + '-';
     if (tTransfer.mFrom > 0) {
         curl_easy_setopt(mCurl, CURLOPT_RANGE, tRange.constData());
@@ -155,19 +169,20 @@ Failure HttpsClient::get(const QString& pPath, Size pSize, Receiver& pTo)
     if (tTransfer.mFailure) {
         return tTransfer.mFailure;
     }
-    if (tTransfer.mRangeWrong || tTransfer.status() == sRangeNotSatisfiable) {
+    const long tStatus = tTransfer.status();
+    if ((tTransfer.mRefused && tStatus == sPartial) || tStatus == sRangeNotSatisfiable) {
         const Failure tFailure = pTo.restart();
         return tFailure ? tFailure
                         : Failure{Failure::Kind::Unreachable,
                                   tSentence.arg(tUrl, u"the server sent another range than requested"_s)};
     }
-    if (tCode == CURLE_OK && tTransfer.status() != sOk && tTransfer.status() != sPartial) {
+    if ((tTransfer.mRefused || tCode == CURLE_OK) && tStatus != sOk && tStatus != sPartial) {
         return {Failure::Kind::Unreachable,
-                tSentence.arg(tUrl, u"the server answers with status %1"_s.arg(tTransfer.status()))};
+                tSentence.arg(tUrl, u"the server answers with status %1"_s.arg(tStatus))};
     }
-    return tCode == CURLE_OK ? Failure()
-                             : Failure{kindOf(tCode, tTransfer.status()),
-                                       tSentence.arg(tUrl, QString::fromLocal8Bit(tReason.data()))};
+    return tCode == CURLE_OK
+               ? Failure()
+               : Failure{kindOf(tCode, tStatus), tSentence.arg(tUrl, QString::fromLocal8Bit(tReason.data()))};
 }
 
 } // namespace tarn::vkpublish

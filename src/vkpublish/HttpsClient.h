@@ -4,6 +4,8 @@
 
 #include <QtCore/QString>
 
+#include <chrono>
+
 namespace tarn::vkpublish {
 
 class Receiver;
@@ -24,7 +26,7 @@ class HttpsClient
 public:
     enum class Size
     {
-        Small, // takes at most two minutes
+        Small, // takes at most two minutes, and what the limit of the rate adds
         Large, // takes as long as bytes come
     };
 
@@ -39,11 +41,14 @@ public:
     Failure get(const QString& pPath, Size pSize, Receiver& pTo);
 
 private:
+    using Clock = std::chrono::steady_clock;
     struct Transfer;
     bool setUp(const QByteArray& pUrl, Size pSize);
+    void keepRate(qint64 pBytes);
 
     HttpsAccess mAccess;
-    void* mCurl; // CURL
+    void* mCurl;             // CURL
+    Clock::time_point mNext; // when bytes may be taken again
 };
 
 } // namespace tarn::vkpublish

@@ -35,8 +35,8 @@ constexpr std::array sCommands{
 
 QString usage()
 {
-    QString tText = u"Usage: vkpublish COMMAND DIR [arguments] [options]\n"
-                    "Creates and signs the update repository in the folder DIR.\n\nCommands:\n"_s;
+    QString tText = u"Usage: vkpublish COMMAND [arguments] [options]\n"
+                    "Creates, signs and mirrors update repositories.\n\nCommands:\n"_s;
     for (const Command& tCommand : sCommands) {
         tText += u"  %1 %2\n"_s.arg(QLatin1String(tCommand.mName), -12).arg(QLatin1String(tCommand.mSummary));
     }

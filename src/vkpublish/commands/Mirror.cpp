@@ -39,22 +39,23 @@ void declare(CommandLine* pLine)
     pLine->addOption(u"ca-file"_s, u"CA certificates to trust for the server"_s, u"FILE"_s);
 }
 
+QString counted(int pCount, const QString& pWhat)
+{
+    return u"%1 %2"_s.arg(pCount).arg(pCount == 1 ? pWhat : pWhat + u's');
+}
+
 void print(const MirrorReport& pReport, const QString& pFolder)
 {
     const QString tUntil = pReport.mExpires.toUTC().toString(Qt::ISODate);
     if (!pReport.mPackages) {
         say(u"Nothing new, valid until %1"_s.arg(tUntil));
     } else {
-        const QString tPackages =
-            *pReport.mPackages == 1 ? u"1 package"_s : u"%1 packages"_s.arg(*pReport.mPackages);
-        const QString tSize = QLocale::c().formattedDataSize(pReport.mBytes);
-        say(u"Mirrored %1, valid until %2: %3 files fetched, %4"_s.arg(tPackages)
-                .arg(tUntil)
-                .arg(pReport.mFiles)
-                .arg(tSize));
+        say(u"Mirrored %1, valid until %2: %3 fetched, %4"_s.arg(
+            counted(*pReport.mPackages, u"package"_s), tUntil, counted(pReport.mFiles, u"file"_s),
+            QLocale::c().formattedDataSize(pReport.mBytes)));
     }
     if (pReport.mPruned > 0) {
-        say(u"Deleted %1 files that no state names any more"_s.arg(pReport.mPruned));
+        say(u"Deleted %1 that no state names any more"_s.arg(counted(pReport.mPruned, u"file"_s)));
     }
     for (const QString& tPath : pReport.mForeign) {
         complain(u"%1/%2 is not a file of the mirror; it was left alone"_s.arg(pFolder, tPath));
@@ -76,7 +77,8 @@ Failure check(const CommandLine& pLine, const Result<Place>& pPlace, const QStri
         return Failure::content(u"A repository can't be mirrored into itself"_s);
     }
     // It would count as one without a password.
-    return pLine.isSet("netrc") && !QFileInfo(pLine.value("netrc")).isReadable()
+    const QFileInfo tNetrc(pLine.value("netrc"));
+    return pLine.isSet("netrc") && (!tNetrc.isReadable() || tNetrc.isDir())
                ? Failure::content(u"--netrc: %1 can't be read"_s.arg(pLine.value("netrc")))
                : Failure();
 }

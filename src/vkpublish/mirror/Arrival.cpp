@@ -5,7 +5,6 @@
 #include "os/FileTools.h"
 
 #include <QtCore/QFile>
-#include <QtCore/QFileInfo>
 
 #include <algorithm>
 #include <cerrno>
@@ -22,7 +21,6 @@ constexpr int sFirstPauseSeconds = 1; // each later one is three times as long
 constexpr qint64 sWorthwhileBytes = 1024 * 1024;
 constexpr qsizetype sBlockSize = 1024 * 1024;
 constexpr mode_t sFileMode = 0644;
-constexpr mode_t sFolderMode = 0755;
 
 } // namespace
 
@@ -133,12 +131,9 @@ Failure Arrival::prove()
     return Failure::untrusted(u"%1 is not the file that was signed"_s.arg(mSigned.mPath));
 }
 
-// The caller syncs the folder.
+// The caller makes the folder, and syncs it.
 Failure Arrival::place(const QString& pTo)
 {
-    if (Failure tFailure = os::makePath(mFileSystem, QFileInfo(pTo).path(), sFolderMode)) {
-        return tFailure;
-    }
     if (mFileSystem.changeMode(mFile.fd(), sFileMode) != 0 || mFileSystem.fsync(mFile.fd()) != 0 ||
         mFile.close() != 0 || mFileSystem.rename(QFile::encodeName(path()), QFile::encodeName(pTo)) != 0) {
         return Failure::fromErrno(errno, u"write %1"_s.arg(pTo));

@@ -5,9 +5,9 @@
 #include "mirror/Origin.h"
 #include "mirror/RootChain.h"
 
+#include "os/Descriptor.h"
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
-#include "tuf/Metadata.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -24,8 +24,6 @@ namespace tarn::vkpublish {
 namespace {
 
 constexpr mode_t sFileMode = 0644;
-constexpr mode_t sFolderMode = 0755;
-constexpr qint64 sMaxMetadata = 16 * 1024 * 1024;
 
 QString metadataPath(const QString& pName)
 {
@@ -113,8 +111,10 @@ Failure Mirror::trust(const QByteArray& pRoot)
         }
     }
     tRecord.mRoot = tIsNew ? pRoot : tRecord.mRoot;
-    const Failure tFailure = tIsNew ? mFolder.save() : Failure();
-    return tFailure ? tFailure : mFolder.makePublicFolders();
+    Failure tFailure = tIsNew ? mFolder.save() : Failure();
+    tFailure = tFailure ? tFailure : mFolder.makeFolder(metadataFolder({}).mid(1));
+    tFailure = tFailure ? tFailure : mFolder.makeFolder(targetsFolder({}).mid(1));
+    return tFailure ? tFailure : os::syncDir(mFileSystem, mFolder.path());
 }
 
 // Asks for one small file. Only a copy that was complete, and whose files are still there, can be up to date.
@@ -122,8 +122,9 @@ Result<bool> Mirror::isUpToDate(const MirrorJob& pJob, MirrorReport* pReport)
 {
     const MirrorRecord& tRecord = mFolder.mRecord;
     if (pJob.mCheck || tRecord.mComplete.isEmpty() ||
-        !std::all_of(tRecord.mNamed.begin(), tRecord.mNamed.end(),
-                     [this](const QString& pPath) { return isThere(mFolder.pathOf(pPath), -1); })) {
+        !std::all_of(tRecord.mNamed.begin(), tRecord.mNamed.end(), [this](const QString& pPath) {
+            return isThere(mFolder.pathOf(pPath), -1) && !mFolder.leadsOut(pPath);
+        })) {
         return false;
     }
     const qint64 tMost = tuf::Limits().mTimestampLength;
@@ -131,13 +132,9 @@ Result<bool> Mirror::isUpToDate(const MirrorJob& pJob, MirrorReport* pReport)
     if (Failure tFailure = mOrigin.metadata().fetch(u"timestamp.json"_s, tMost, &tFile)) {
         return tFailure;
     }
-    tuf::Timestamp tTimestamp;
-    if (tuf::sha256(tFile) != tRecord.mComplete || tuf::parseTimestamp(tFile, &tTimestamp)) {
-        return false;
-    }
-    pReport->mExpires = tTimestamp.mExpires;
-    return tTimestamp.mExpires > pJob.mNow &&
-           os::readFile(mFileSystem, timestampPath(mFolder.path()), tMost).valueOr(QByteArray()) == tFile;
+    pReport->mExpires = tRecord.mExpires;
+    return tuf::sha256(tFile) == tRecord.mComplete && tRecord.mExpires > pJob.mNow &&
+           holds(timestampPath(mFolder.path()), tFile);
 }
 
 Failure Mirror::copy(const MirrorJob& pJob, MirrorReport* pReport)
@@ -165,8 +162,10 @@ Failure Mirror::copy(const MirrorJob& pJob, MirrorReport* pReport)
     for (const QByteArray& tLeft : mFolder.incoming().names()) {
         (void)mFolder.incoming().remove(tLeft); // of a state that nobody sees any more
     }
-    mFolder.mRecord.setNamed(tNamed, pJob.mNow);
+    // The clock may be slow, and --prune relies on this time.
+    mFolder.mRecord.setNamed(tNamed, std::max(pJob.mNow, tState->mSignedAt));
     mFolder.mRecord.mComplete = tuf::sha256(tState->mTimestamp.mBytes);
+    mFolder.mRecord.mExpires = tState->mExpires;
     return mFolder.save();
 }
 
@@ -184,6 +183,9 @@ Failure Mirror::bringTargets(const WholeState& pState, const MirrorJob& pJob, Mi
 {
     for (const SignedFile& tFile : pState.mTargets) {
         const QString tPath = mFolder.pathOf(tFile.mPath);
+        if (Failure tFailure = mFolder.makeFolder(QFileInfo(tFile.mPath).path())) {
+            return tFailure;
+        }
         if (isThere(tPath, tFile.mLength) &&
             !(pJob.mCheck && fileMatches(tPath, tFile.mLength, tFile.mHashes))) {
             continue;
@@ -227,9 +229,7 @@ Failure Mirror::writeMetadata(const WholeState& pState, const QList<MetadataFile
     QByteArray tSeen;
     for (const MetadataFile& tRoot : pRoots) {
         const QString tPath = mFolder.pathOf(metadataPath(tRoot.mName));
-        const bool tIsThere =
-            os::readFile(mFileSystem, tPath, sMaxMetadata).valueOr(QByteArray()) == tRoot.mBytes;
-        tIsThere ? void(tSeen = tRoot.mBytes) : tNewRoots.append(tRoot);
+        holds(tPath, tRoot.mBytes) ? void(tSeen = tRoot.mBytes) : tNewRoots.append(tRoot);
     }
     bool tLast = !tSeen.isEmpty() && isValidUnder(tSeen, pState, pJob.mNow);
     for (const MetadataFile& tRoot : tNewRoots) {
@@ -247,12 +247,23 @@ Failure Mirror::writeMetadata(const WholeState& pState, const QList<MetadataFile
 
 Failure Mirror::write(const MetadataFile& pFile)
 {
-    const QString tPath = mFolder.pathOf(metadataPath(pFile.mName));
-    if (os::readFile(mFileSystem, tPath, sMaxMetadata).valueOr(QByteArray()) == pFile.mBytes) {
-        return {};
+    const QString tName = metadataPath(pFile.mName);
+    const QString tPath = mFolder.pathOf(tName);
+    const QString tFolder = QFileInfo(tName).path();
+    if (Failure tFailure = mFolder.makeFolder(tFolder)) {
+        return tFailure;
     }
-    const Failure tFailure = os::makePath(mFileSystem, QFileInfo(tPath).path(), sFolderMode);
-    return tFailure ? tFailure : os::replaceFile(mFileSystem, tPath, pFile.mBytes, sFileMode);
+    // A killed run may have left the name unsynced.
+    return holds(tPath, pFile.mBytes) ? os::syncDir(mFileSystem, mFolder.pathOf(tFolder))
+                                      : os::replaceFile(mFileSystem, tPath, pFile.mBytes, sFileMode);
+}
+
+// A link to such a file does not count.
+bool Mirror::holds(const QString& pPath, const QByteArray& pBytes) const
+{
+    const os::Descriptor tFile = os::openRegular(mFileSystem, QFile::encodeName(pPath));
+    return tFile.isOpen() &&
+           os::readOpenFile(mFileSystem, tFile.fd(), pPath, pBytes.size()).valueOr(QByteArray()) == pBytes;
 }
 
 } // namespace tarn::vkpublish

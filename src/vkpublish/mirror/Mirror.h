@@ -46,6 +46,7 @@ private:
     Failure syncFolders(const WholeState& pState);
     Failure writeMetadata(const WholeState& pState, const QList<MetadataFile>& pRoots, const MirrorJob& pJob);
     Failure write(const MetadataFile& pFile);
+    bool holds(const QString& pPath, const QByteArray& pBytes) const;
 
     os::FileSystem& mFileSystem;
     MirrorFolder mFolder;

@@ -1,16 +1,16 @@
 #include "mirror/MirrorFolder.h"
 
-#include "Layout.h"
-
 #include "os/FileTools.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QDirIterator>
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -27,6 +27,12 @@ const QString sMarker = u".vk-mirror"_s;
 const QString sRecord = u"/mirror.json"_s;
 // What a replaced file is called until its rename.
 const QString sNewSuffix = u".new"_s;
+
+bool isFolder(const QString& pPath)
+{
+    struct stat tStat;
+    return ::lstat(QFile::encodeName(pPath).constData(), &tStat) == 0 && S_ISDIR(tStat.st_mode);
+}
 
 } // namespace
 
@@ -45,15 +51,12 @@ Failure MirrorFolder::open()
     return tFailure ? tFailure : mIncoming.open(mPrivate.pathOf("incoming"));
 }
 
-Failure MirrorFolder::makePublicFolders()
-{
-    Failure tFailure = makePublic(metadataFolder({}).mid(1));
-    tFailure = tFailure ? tFailure : makePublic(targetsFolder({}).mid(1));
-    return tFailure ? tFailure : os::syncDir(mFileSystem, mPath);
-}
-
 Failure MirrorFolder::checkIsOurs() const
 {
+    struct stat tStat;
+    if (::lstat(QFile::encodeName(pathOf(sMarker)).constData(), &tStat) == 0 && tStat.st_uid != ::geteuid()) {
+        return {Failure::Kind::Person, u"%1 is a mirror of another user: run this as that user"_s.arg(mPath)};
+    }
     if (QFileInfo::exists(pathOf(sMarker) + sRecord)) {
         return {};
     }
@@ -102,16 +105,34 @@ Failure MirrorFolder::save()
     return os::replaceFile(mFileSystem, mPrivate.path() + sRecord, mRecord.toJson(), sPrivateMode);
 }
 
-Failure MirrorFolder::makePublic(const QString& pName)
+Failure MirrorFolder::makeFolder(const QString& pBelow) const
 {
-    struct stat tStat;
-    const QByteArray tPath = QFile::encodeName(pathOf(pName));
-    if (mFileSystem.makeDir(tPath, sFolderMode) != 0 && errno != EEXIST) {
-        return Failure::fromErrno(errno, u"make the folder %1"_s.arg(pathOf(pName)));
+    for (qsizetype tEnd = 0; tEnd >= 0;) {
+        tEnd = pBelow.indexOf(u'/', tEnd + 1);
+        const QString tPath = pathOf(pBelow.left(tEnd));
+        const bool tIsNew = mFileSystem.makeDir(QFile::encodeName(tPath), sFolderMode) == 0;
+        if (!tIsNew && errno != EEXIST) {
+            return Failure::fromErrno(errno, u"make the folder %1"_s.arg(tPath));
+        }
+        if (!isFolder(tPath)) {
+            return {Failure::Kind::Person, u"%1 is not a folder: remove it"_s.arg(tPath)};
+        }
+        const Failure tFailure = tIsNew ? os::syncDir(mFileSystem, QFileInfo(tPath).path()) : Failure();
+        if (tFailure) {
+            return tFailure;
+        }
     }
-    return ::lstat(tPath.constData(), &tStat) == 0 && S_ISDIR(tStat.st_mode)
-               ? Failure()
-               : Failure{Failure::Kind::Person, u"%1 is not a folder: remove it"_s.arg(pathOf(pName))};
+    return {};
+}
+
+bool MirrorFolder::leadsOut(const QString& pBelow) const
+{
+    for (qsizetype tEnd = pBelow.indexOf(u'/'); tEnd >= 0; tEnd = pBelow.indexOf(u'/', tEnd + 1)) {
+        if (QFileInfo(pathOf(pBelow.left(tEnd))).isSymLink()) {
+            return true;
+        }
+    }
+    return false;
 }
 
 QStringList MirrorFolder::foreignFiles() const
@@ -137,10 +158,17 @@ Failure MirrorFolder::prune(const QDateTime& pNow, qint64 pGrace, const QSet<QSt
     Failure tFailure;
     for (auto tIt = mRecord.mUnnamed.begin(); tIt != mRecord.mUnnamed.end() && !tFailure;) {
         const QByteArray tPath = QFile::encodeName(pathOf(tIt.key()));
+        const QString tNew = tIt.key() + sNewSuffix;
         if (pKept.contains(tIt.key()) || tIt.value().secsTo(pNow) < pGrace) {
             ++tIt;
+        } else if (leadsOut(tIt.key())) {
+            tFailure = {
+                Failure::Kind::Person,
+                u"%1 is behind a link, so it is not removed: remove the link"_s.arg(pathOf(tIt.key()))};
         } else if (mFileSystem.unlink(tPath) == 0 || errno == ENOENT) {
-            (void)mFileSystem.unlink(tPath + QFile::encodeName(sNewSuffix));
+            if (!mRecord.knows(tNew)) { // a target may have this name as well
+                (void)mFileSystem.unlink(QFile::encodeName(pathOf(tNew)));
+            }
             tIt = mRecord.mUnnamed.erase(tIt);
             ++*pCount;
         } else {

@@ -25,8 +25,9 @@ public:
     Failure open();
     // Writes the record; after the first time the folder is a mirror.
     Failure save();
-    // metadata/ and targets/; after save().
-    Failure makePublicFolders();
+    // Makes a folder below this one, with those above it. A link or a file in place of one of them is a
+    // failure. After save().
+    Failure makeFolder(const QString& pBelow) const;
     // Removes what is unnamed for pGrace seconds, and is not in pKept. Adds to *pCount.
     Failure prune(const QDateTime& pNow, qint64 pGrace, const QSet<QString>& pKept, int* pCount);
 
@@ -34,6 +35,8 @@ public:
     QString pathOf(const QString& pBelow) const { return mPath + u'/' + pBelow; }
     QString trust() const { return mPrivate.pathOf("trust"); }
     const os::PrivateFolder& incoming() const { return mIncoming; }
+    // Whether there is a link among the folders above a file.
+    bool leadsOut(const QString& pBelow) const;
     // Files that the mirror has not written.
     QStringList foreignFiles() const;
 
@@ -43,7 +46,6 @@ private:
     Failure checkIsOurs() const;
     Failure lock();
     Failure readRecord();
-    Failure makePublic(const QString& pName);
 
     os::FileSystem& mFileSystem;
     QString mPath;

@@ -14,6 +14,16 @@ namespace {
 
 constexpr int sFormat = 1;
 
+QString toText(const QDateTime& pTime)
+{
+    return pTime.toUTC().toString(Qt::ISODateWithMs);
+}
+
+QDateTime toTime(const QJsonValue& pText)
+{
+    return QDateTime::fromString(pText.toString(), Qt::ISODateWithMs);
+}
+
 // Nobody else writes the record, but what it names is removed.
 bool isBelow(const QString& pPath)
 {
@@ -41,9 +51,10 @@ QByteArray MirrorRecord::toJson() const
     tNamed.sort();
     QJsonObject tUnnamed;
     for (auto tIt = mUnnamed.begin(); tIt != mUnnamed.end(); ++tIt) {
-        tUnnamed.insert(tIt.key(), tIt.value().toUTC().toString(Qt::ISODateWithMs));
+        tUnnamed.insert(tIt.key(), toText(tIt.value()));
     }
     return QJsonDocument(QJsonObject{{u"format"_s, sFormat},
+                                     {u"expires"_s, toText(mExpires)},
                                      {u"root"_s, QString::fromUtf8(mRoot)},
                                      {u"complete"_s, QString::fromLatin1(mComplete)},
                                      {u"named"_s, QJsonArray::fromStringList(tNamed)},
@@ -60,12 +71,13 @@ std::optional<MirrorRecord> MirrorRecord::fromJson(const QByteArray& pText)
     }
     tRecord.mRoot = tObject["root"_L1].toString().toUtf8();
     tRecord.mComplete = tObject["complete"_L1].toString().toLatin1();
+    tRecord.mExpires = toTime(tObject["expires"_L1]);
     for (const QJsonValue tPath : tObject["named"_L1].toArray()) {
         tRecord.mNamed.insert(tPath.toString());
     }
     const QJsonObject tUnnamed = tObject["unnamed"_L1].toObject();
     for (auto tIt = tUnnamed.begin(); tIt != tUnnamed.end(); ++tIt) {
-        tRecord.mUnnamed.insert(tIt.key(), QDateTime::fromString(tIt.value().toString(), Qt::ISODateWithMs));
+        tRecord.mUnnamed.insert(tIt.key(), toTime(tIt.value()));
     }
     const QStringList tPaths = tRecord.mUnnamed.keys() + tRecord.mNamed.values();
     return std::all_of(tPaths.begin(), tPaths.end(), isBelow) ? std::optional(tRecord) : std::nullopt;

@@ -17,6 +17,7 @@ struct MirrorRecord
     QByteArray mRoot; // the first one, which a person trusts
     // The SHA-256 of the timestamp of a complete copy; empty while files are copied.
     QByteArray mComplete;
+    QDateTime mExpires;                // when machines refuse that copy
     QSet<QString> mNamed;              // by the state that machines see, and by one that is copied
     QMap<QString, QDateTime> mUnnamed; // since then: a machine may be in the middle of an older state
 

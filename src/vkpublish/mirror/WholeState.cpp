@@ -83,7 +83,8 @@ Failure Reader::read()
             u"The repository can't be mirrored: its files have no versions in their names, so "
             "machines would see some of the old state and some of the new one"_s);
     }
-    mState.mExpires = tTimestamp.mExpires;
+    mState.mSignedAt = tTimestamp.mSignedAt;
+    mState.mExpires = std::min({tRoot.mExpires, tTimestamp.mExpires, tSnapshot.mExpires});
     mVersions = tSnapshot.mRoles;
     tFailure = readRoles();
     return tFailure ? tFailure : addList(tuf::sSnapshot, tSnapshot.mVersion, tSnapshotFile);
@@ -103,6 +104,7 @@ Failure Reader::readRoles()
             return tFailure;
         }
         tFound.append({tRoles[i], tFile});
+        mState.mExpires = std::min(mState.mExpires, tTargets.mExpires);
         for (const QString& tName :
              tuf::delegatedRoleNames(tTargets.mDelegations, mLimits.mMaxDelegations + 1)) {
             if (!tRoles.contains(tName)) {

@@ -24,7 +24,8 @@ struct WholeState
     QList<MetadataFile> mLists;
     MetadataFile mTimestamp;
     QList<SignedFile> mTargets;
-    QDateTime mExpires;
+    QDateTime mSignedAt; // the timestamp
+    QDateTime mExpires;  // the first of its files
     int mPackageCount = 0;
 };
 

@@ -9,6 +9,8 @@
 #include "TestServer.h"
 #include "Verification.h"
 
+#include <QtCore/QElapsedTimer>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -185,11 +187,11 @@ TEST_F(MirrorTest, PrunesItsOwnFilesOneRunLater)
     write("m/targets/stranger", "x");
     write("m/index.html", "x");
     change();
-    ASSERT_FALSE(mirror({.mPruneSeconds = 0}));
+    ASSERT_FALSE(mirror({.mPruneSeconds = 0, .mNow = tNow.addYears(-50)}));
     EXPECT_EQ(tCount(), 1);
     EXPECT_EQ(mReport.mForeign, (QStringList{q("index.html"), q("targets/stranger")}));
     ASSERT_FALSE(mirror({.mPruneSeconds = 3600}));
-    EXPECT_EQ(tCount(), 1);
+    EXPECT_EQ(tCount(), 1) << "whatever the clock showed before";
     ASSERT_FALSE(mirror({.mPruneSeconds = 3600, .mNow = tNow.addSecs(3700)}));
     EXPECT_EQ(tCount(), 0);
     EXPECT_EQ(mReport.mPruned, 4) << "archive, index, targets and snapshot";
@@ -239,6 +241,11 @@ TEST_F(MirrorTest, AnOriginCannotGoBackOrStandStill)
     const Failure tFrozen = mirror({.mNow = QDateTime::currentDateTimeUtc().addDays(20)});
     EXPECT_EQ(tFrozen.mKind, Failure::Kind::Expired) << tFrozen.mText;
     expectWhole({sTwo});
+    succeed("add @r @f --name b --version 1 --level 1");
+    succeed("publish @r --targets-days 1");
+    ASSERT_FALSE(mirror());
+    EXPECT_LT(mReport.mExpires, QDateTime::currentDateTimeUtc().addDays(2));
+    EXPECT_EQ(mirror({.mNow = QDateTime::currentDateTimeUtc().addDays(2)}).mKind, Failure::Kind::Expired);
 }
 
 TEST_F(MirrorTest, ACheckFindsAndRepairsDamage)
@@ -263,7 +270,7 @@ TEST_F(MirrorTest, TransfersOnlyWhatChangedAndContinues)
     ASSERT_TRUE(tServer.start());
     write("netrc", "machine localhost login site password secret\n");
     const QByteArray tMirror = "mirror " + tServer.uri(q("/private")).toUtf8() + " @m --ca-file " +
-                               tServer.caFile().toUtf8() + " --rate-limit 4000";
+                               tServer.caFile().toUtf8() + " --rate-limit 20";
     EXPECT_TRUE(run(tMirror).mErr.contains("401"));
     tServer.forgetRequests();
     EXPECT_TRUE(run(tMirror + " --netrc @netrc").mOut.startsWith("Nothing new"));
@@ -274,8 +281,11 @@ TEST_F(MirrorTest, TransfersOnlyWhatChangedAndContinues)
     write("m/.vk-mirror/incoming/" + tArchive.left(64).toUtf8(),
           readFile(path("r/targets/") + tArchive).first(1000));
     tServer.forgetRequests();
+    QElapsedTimer tTimer;
+    tTimer.start();
     const Program::Result tResult = run(tMirror + " --netrc @netrc");
     EXPECT_TRUE(tResult.mOut.contains("3 files fetched")) << tResult.mOut << tResult.mErr;
+    EXPECT_GE(tTimer.elapsed(), (QFileInfo(path("r/targets/") + tArchive).size() - 1000) * 1000 / 20480);
     const QStringList tTargets = tServer.requests().filter(q("/targets/"));
     EXPECT_EQ(tTargets.size(), 3) << tTargets.join(u'\n');
     EXPECT_TRUE(tTargets.contains(q("GET /private/targets/%1?range 206 site").arg(tArchive)));
@@ -352,6 +362,23 @@ public:
         return {Failure::Kind::NotFound, pPath};
     }
 
+    void offer(const QStringList& pNames)
+    {
+        QMap<QString, QByteArray>& tTargets = mRepository.mRoles[sTargetsRole].mTargets;
+        tTargets.clear();
+        for (const QString& tName : pNames) {
+            tTargets.insert(tName, "content");
+        }
+        mRepository.publishTargets(sTargetsRole);
+        mRepository.publish();
+    }
+    Failure mirror(const QString& pTo, MirrorReport* pReport)
+    {
+        const MirrorJob tJob{
+            .mRoot = mRepository.mFiles[q("1.root.json")], .mPruneSeconds = 0, .mNow = TestRepository::now()};
+        return Mirror(os::realFileSystem(), pTo, *this).run(tJob, pReport);
+    }
+
     TestRepository mRepository;
 };
 
@@ -402,6 +429,37 @@ TEST_F(MirrorTest, CopiesDelegatedRolesAndNoNameThatLeadsOut)
             .mText.contains(q("can't be mirrored")));
 }
 
+// Two names for the same bytes, of which one looks like a leftover of the other.
+TEST_F(MirrorTest, PrunesNoFileThatIsNamed)
+{
+    MemoryOrigin tOrigin;
+    for (const QStringList& tNames : {QStringList{q("x"), q("x.new")}, {q("x.new")}, {q("x.new")}}) {
+        tOrigin.offer(tNames);
+        EXPECT_FALSE(tOrigin.mirror(path("n"), &mReport));
+        EXPECT_EQ(files("n/targets").filter(q(".x.new")).size(), 1);
+    }
+    EXPECT_EQ(files("n/targets").size(), 1);
+}
+
+TEST_F(MirrorTest, FollowsNoLinkOutOfItsFolder)
+{
+    MemoryOrigin tOrigin;
+    tOrigin.offer({q("in/x")});
+    EXPECT_FALSE(tOrigin.mirror(path("n"), &mReport));
+    for (const auto& [tName, tEnds] :
+         {std::pair("n/metadata/timestamp.json", true), {"n/targets/in", false}}) {
+        QFile::remove(path("away"));
+        QDir().rename(path(tName), path("away"));
+        QFile::link(path("away"), path(tName));
+        EXPECT_EQ(!tOrigin.mirror(path("n"), &mReport), tEnds) << tName;
+        EXPECT_EQ(QFileInfo(path(tName)).isSymLink(), !tEnds) << tName;
+    }
+    tOrigin.offer({});
+    EXPECT_FALSE(tOrigin.mirror(path("n"), &mReport));
+    EXPECT_EQ(tOrigin.mirror(path("n"), &mReport).mKind, Failure::Kind::Person);
+    EXPECT_EQ(files("away").size(), 1);
+}
+
 TEST_F(MirrorTest, RefusesInOneLine)
 {
     write("foreign/file", "x");
@@ -416,6 +474,7 @@ TEST_F(MirrorTest, RefusesInOneLine)
         {"mirror @r @stranger --root @other/metadata/1.root.json", 1, "signatures"},
         {"mirror @r @r/copy", 2, "into itself"},
         {"mirror @r @new --netrc @none", 2, "can't be read"},
+        {"mirror @r @new --netrc @foreign", 2, "can't be read"},
         {"mirror http://localhost/r @new", 2, "https://"},
         {"mirror https://me:pw@localhost/r @new", 2, "netrc"},
     };
