@@ -39,6 +39,14 @@ Failure Ownership::giveOpen(int pFd, const QString& pPath) const
     return {};
 }
 
+// Everybody may put a file into a shared folder such as /tmp.
+bool Ownership::mayVouch(int pFolder, const struct stat& pFile) const
+{
+    struct stat tFolder;
+    return ::fstat(pFolder, &tFolder) == 0 && concerns(pFile.st_uid) && concerns(tFolder.st_uid) &&
+           (pFile.st_uid == mFrom || (tFolder.st_mode & (S_IWGRP | S_IWOTH)) == 0);
+}
+
 Failure Ownership::giveEntry(int pFolder, const QByteArray& pName, dev_t pDevice, const QString& pPath) const
 {
     struct stat tStat;
@@ -51,17 +59,29 @@ Failure Ownership::giveEntry(int pFolder, const QByteArray& pName, dev_t pDevice
     if (S_ISDIR(tStat.st_mode)) {
         const Descriptor tFolder(realFileSystem(), ::openat(pFolder, pName.constData(),
                                                             O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (!tFolder.isOpen()) {
+        struct stat tOpen;
+        if (!tFolder.isOpen() || ::fstat(tFolder.fd(), &tOpen) != 0) {
             return cantGive(pPath);
+        }
+        if (tOpen.st_dev != tStat.st_dev || tOpen.st_ino != tStat.st_ino) {
+            return {Failure::Kind::Io, u"The folder %1 was replaced meanwhile"_s.arg(pPath)};
         }
         const Failure tFailure = giveContents(tFolder.fd(), pDevice, pPath);
         return tFailure ? tFailure : giveOpen(tFolder.fd(), pPath);
     }
-    if (tStat.st_uid == mFrom &&
+    if (tStat.st_uid == mFrom && !isPlanted(pFolder, tStat) &&
         ::fchownat(pFolder, pName.constData(), mTo, mGroup, AT_SYMLINK_NOFOLLOW) != 0) {
         return cantGive(pPath);
     }
     return {};
+}
+
+// Who owns a folder could have linked any file of the disk into it, where the kernel lets users do that.
+bool Ownership::isPlanted(int pFolder, const struct stat& pFile) const
+{
+    struct stat tFolder;
+    return S_ISREG(pFile.st_mode) && pFile.st_nlink > 1 &&
+           (::fstat(pFolder, &tFolder) != 0 || tFolder.st_uid != mFrom);
 }
 
 Failure Ownership::giveContents(int pFolder, dev_t pDevice, const QString& pPath) const

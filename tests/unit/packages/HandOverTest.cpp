@@ -116,6 +116,25 @@ TEST_F(HandOverTest, TakesTheFolderOfAnEarlierVersionWithoutAMarker)
     expectOwner(0, {"unknown", "unknown/someone's", "data/packages"});
 }
 
+TEST_F(HandOverTest, BelievesNoMarkerInASharedFolderAndNoOtherNameOfAFile)
+{
+    ASSERT_EQ(::chown(at("data/.vk-root").constData(), sUser, sUser), 0);
+    ASSERT_EQ(::chmod(at("data").constData(), 01777), 0);
+    ASSERT_EQ(::chown(at("install/packages/a").constData(), sUser, sUser), 0);
+    ASSERT_EQ(::link(at("outside").constData(), at("install/packages/a/planted").constData()), 0);
+    EXPECT_FALSE(give(mOver));
+    expectOwner(0, {"data", "data/packages", "outside"});
+    expectOwner(sUser, {"install/packages/a/1/link"});
+}
+
+TEST_F(HandOverTest, TakesTheInstallFolderByItsMarkerIfTheStateIsLost)
+{
+    QFile::remove(QFile::decodeName(at("state/installation.json")));
+    EXPECT_FALSE(give(mOver));
+    expectOwner(sUser, {"install/packages/a/1/link", "install/.vk-root", "install"});
+    expectOwner(0, {"data/packages"});
+}
+
 TEST_F(HandOverTest, LeavesAConfiguredStateFolderWithOtherFiles)
 {
     write("state/someone's", "x");
