@@ -11,8 +11,8 @@
 namespace tarn::os {
 
 // Gives files that belong to one user to another one. No link is followed, no other disk is entered, and
-// files of further users stay as they are, also where they have another name in a folder of the new owner. It can be interrupted at any point and repeated: a folder changes
-// hands after everything in it.
+// files of further users stay as they are, also where they have another name in a folder of the new owner. It
+// can be interrupted at any point and repeated: a folder changes hands after everything in it.
 class Ownership
 {
 public:

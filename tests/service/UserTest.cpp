@@ -74,7 +74,8 @@ TEST_F(UserTest, WorkerOfRootBecomesTheServicesUserForGood)
         EXPECT_TRUE(tSees || tStatus.contains(QByteArray("\n") + tSet + ":\t0000000000000000\n")) << tStatus;
     }
     EXPECT_EQ(ownerOf(mRig.socket()), sNobody);
-    EXPECT_NE(::getsid(static_cast<pid_t>(mRig.program().pid())), ::getsid(0)) << "not on the terminal of root";
+    EXPECT_NE(::getsid(static_cast<pid_t>(mRig.program().pid())), ::getsid(0))
+        << "not on the terminal of root";
     {
         RawPeer tMonitor = mRig.connect();
         ASSERT_EQ(tMonitor.call("enterMonitorMode"), true);

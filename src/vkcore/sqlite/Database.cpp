@@ -54,14 +54,13 @@ bool isFile(const QByteArray& pPath)
     return ::stat(pPath.constData(), &tStat) != 0 || S_ISREG(tStat.st_mode);
 }
 
-// A write-ahead log would have to be written for reading, too, and memory shared with the file's owner. No
-// database here has one.
+// To read a database with a write-ahead log takes files beside it and memory shared with its owner. No
+// database that is opened for reading has one.
 void refuseWriteAheadLog(sqlite3* pDatabase)
 {
     sqlite3_file* tFile = nullptr;
     if (sqlite3_file_control(pDatabase, "main", SQLITE_FCNTL_FILE_POINTER, &tFile) != SQLITE_OK ||
-        tFile->pMethods == nullptr || tFile->pMethods->iVersion < 2 ||
-        tFile->pMethods->xShmMap == nullptr) {
+        tFile->pMethods == nullptr || tFile->pMethods->iVersion < 2 || tFile->pMethods->xShmMap == nullptr) {
         return;
     }
     // Only one kind of file can share memory, so one copy serves all.
