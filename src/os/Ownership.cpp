@@ -22,12 +22,24 @@ Failure cantGive(const QString& pPath)
     return Failure::fromErrno(errno, u"change the owner of %1"_s.arg(pPath));
 }
 
+// The device would not do: files of some file systems have another one than their folder, and two places of
+// one disk have the same. 0 and errno on failure.
+quint64 mountOf(int pFolder, const char* pName)
+{
+    struct statx tStat = {};
+    if (::statx(pFolder, pName, AT_SYMLINK_NOFOLLOW | AT_EMPTY_PATH, STATX_MNT_ID, &tStat) != 0) {
+        return 0;
+    }
+    errno = ENOSYS;
+    return (tStat.stx_mask & STATX_MNT_ID) != 0 ? tStat.stx_mnt_id : 0;
+}
+
 } // namespace
 
 Failure Ownership::give(int pFolder, const QByteArray& pName, const QString& pPath) const
 {
-    struct stat tStat;
-    return ::fstat(pFolder, &tStat) == 0 ? giveEntry(pFolder, pName, tStat.st_dev, pPath) : cantGive(pPath);
+    const quint64 tMount = mountOf(pFolder, "");
+    return tMount != 0 ? giveEntry(pFolder, pName, tMount, pPath) : cantGive(pPath);
 }
 
 Failure Ownership::giveOpen(int pFd, const QString& pPath) const
@@ -47,13 +59,13 @@ bool Ownership::mayVouch(int pFolder, const struct stat& pFile) const
            (pFile.st_uid == mFrom || (tFolder.st_mode & (S_IWGRP | S_IWOTH)) == 0);
 }
 
-Failure Ownership::giveEntry(int pFolder, const QByteArray& pName, dev_t pDevice, const QString& pPath) const
+Failure Ownership::giveEntry(int pFolder, const QByteArray& pName, quint64 pMount, const QString& pPath) const
 {
     struct stat tStat;
     if (::fstatat(pFolder, pName.constData(), &tStat, AT_SYMLINK_NOFOLLOW) != 0) {
         return errno == ENOENT ? Failure() : cantGive(pPath);
     }
-    if (!concerns(tStat.st_uid) || tStat.st_dev != pDevice) {
+    if (!concerns(tStat.st_uid) || mountOf(pFolder, pName.constData()) != pMount) {
         return {};
     }
     if (S_ISDIR(tStat.st_mode)) {
@@ -66,7 +78,7 @@ Failure Ownership::giveEntry(int pFolder, const QByteArray& pName, dev_t pDevice
         if (tOpen.st_dev != tStat.st_dev || tOpen.st_ino != tStat.st_ino) {
             return {Failure::Kind::Io, u"The folder %1 was replaced meanwhile"_s.arg(pPath)};
         }
-        const Failure tFailure = giveContents(tFolder.fd(), pDevice, pPath);
+        const Failure tFailure = giveContents(tFolder.fd(), pMount, pPath);
         return tFailure ? tFailure : giveOpen(tFolder.fd(), pPath);
     }
     if (tStat.st_uid == mFrom && !isPlanted(pFolder, tStat) &&
@@ -84,14 +96,14 @@ bool Ownership::isPlanted(int pFolder, const struct stat& pFile) const
            (::fstat(pFolder, &tFolder) != 0 || tFolder.st_uid != mFrom);
 }
 
-Failure Ownership::giveContents(int pFolder, dev_t pDevice, const QString& pPath) const
+Failure Ownership::giveContents(int pFolder, quint64 pMount, const QString& pPath) const
 {
     const Result<QByteArrayList> tNames = namesIn(pFolder, pPath);
     if (!tNames) {
         return tNames.failure();
     }
     for (const QByteArray& tName : *tNames) {
-        if (Failure tFailure = giveEntry(pFolder, tName, pDevice, pPath + u'/' + QFile::decodeName(tName))) {
+        if (Failure tFailure = giveEntry(pFolder, tName, pMount, pPath + u'/' + QFile::decodeName(tName))) {
             return tFailure;
         }
     }

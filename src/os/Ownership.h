@@ -10,7 +10,7 @@
 
 namespace tarn::os {
 
-// Gives files that belong to one user to another one. No link is followed, no other disk is entered, and
+// Gives files that belong to one user to another one. No link is followed, no other mount is entered, and
 // files of further users stay as they are, also where they have another name in a folder of the new owner. It
 // can be interrupted at any point and repeated: a folder changes hands after everything in it.
 class Ownership
@@ -28,9 +28,9 @@ public:
 
 private:
     bool concerns(uid_t pOwner) const { return pOwner == mFrom || pOwner == mTo; }
-    Failure giveContents(int pFolder, dev_t pDevice, const QString& pPath) const;
+    Failure giveContents(int pFolder, quint64 pMount, const QString& pPath) const;
     bool isPlanted(int pFolder, const struct stat& pFile) const;
-    Failure giveEntry(int pFolder, const QByteArray& pName, dev_t pDevice, const QString& pPath) const;
+    Failure giveEntry(int pFolder, const QByteArray& pName, quint64 pMount, const QString& pPath) const;
 
     uid_t mFrom;
     uid_t mTo;
