@@ -99,6 +99,16 @@ TEST_F(UserTest, StateOfRootKeepsTheWorkerOfRoot)
     EXPECT_EQ(ownersBelow(mRig.installation().path("state")), QSet<uid_t>{0});
 }
 
+TEST_F(UserTest, StateOfAThirdUserIsRefused)
+{
+    QDir().mkpath(mRig.installation().path("state"));
+    ASSERT_EQ(::chown(path("state").constData(), 1, 1), 0);
+    const Program::Result tResult = mRig.startAnother({"-e", "-worker"})->wait();
+    EXPECT_EQ(tResult.mStatus, 1);
+    EXPECT_TRUE(tResult.mErr.contains("belongs neither to root nor to nobody")) << tResult.mErr;
+    EXPECT_EQ(ownersBelow(mRig.installation().path("state")), QSet<uid_t>{1});
+}
+
 // Each time a service of "nobody" runs.
 TEST_F(UserTest, ClientTrustsOnlyWhomTheFilesOfRootName)
 {
