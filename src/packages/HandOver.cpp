@@ -76,7 +76,7 @@ Failure HandOver::give(const QString& pInstallDir)
     return giveState();
 }
 
-Failure HandOver::giveRoot(const QString& pPath, bool pIsUnmarked)
+Failure HandOver::giveRoot(const QString& pPath, bool pIsNew)
 {
     const os::Descriptor tRoot = openFolder(pPath);
     if (!tRoot.isOpen()) {
@@ -87,7 +87,7 @@ Failure HandOver::giveRoot(const QString& pPath, bool pIsUnmarked)
         return tNames.failure();
     }
     const bool tHoldsOthers = !std::all_of(tNames->begin(), tNames->end(), isOurName);
-    const Claim tClaim = claimOf(tRoot.fd(), pIsUnmarked, tHoldsOthers);
+    const Claim tClaim = claimOf(tRoot.fd(), pIsNew, tHoldsOthers);
     if (tClaim != Claim::Ours) {
         mLeft.append(tClaim == Claim::Missing
                          ? u"%1 was left as it is: it has no marker of this installation."_s.arg(pPath)
@@ -107,8 +107,9 @@ Failure HandOver::giveRoot(const QString& pPath, bool pIsUnmarked)
     return {};
 }
 
-// An empty marker is an administrator's permission to use the folder.
-HandOver::Claim HandOver::claimOf(int pRoot, bool pIsUnmarked, bool pHoldsOthers) const
+// An empty marker is an administrator's permission to use the folder. If the state is lost, that of the usual
+// folder says which installation this is, as it does for the service.
+HandOver::Claim HandOver::claimOf(int pRoot, bool pIsNew, bool pHoldsOthers) const
 {
     const os::Descriptor tMarker(os::realFileSystem(),
                                  ::openat(pRoot, QFile::encodeName(Roots::markerName()).constData(),
@@ -116,17 +117,18 @@ HandOver::Claim HandOver::claimOf(int pRoot, bool pIsUnmarked, bool pHoldsOthers
     if (!tMarker.isOpen()) {
         const bool tIsMissing = errno == ENOENT;
         const bool tIsEarlier = isFolder(pRoot, "generations") && isFolder(pRoot, "packages");
-        return tIsMissing && pIsUnmarked && (tIsEarlier || !pHoldsOthers) ? Claim::Ours : Claim::Missing;
+        return tIsMissing && pIsNew && (tIsEarlier || !pHoldsOthers) ? Claim::Ours : Claim::Missing;
     }
     struct stat tStat;
-    if (::fstat(tMarker.fd(), &tStat) != 0 || !S_ISREG(tStat.st_mode) || !mOwnership.concerns(tStat.st_uid)) {
+    if (::fstat(tMarker.fd(), &tStat) != 0 || !S_ISREG(tStat.st_mode) || !mOwnership.mayVouch(pRoot, tStat)) {
         return Claim::Foreign;
     }
     const Result<QByteArray> tBytes =
         os::readOpenFile(os::realFileSystem(), tMarker.fd(), Roots::markerName(), sMaxMarkerSize);
     const QString tId =
         QJsonDocument::fromJson(tBytes.valueOr({})).object().value("installation"_L1).toString();
-    const bool tIsOurs = tBytes && (tBytes->isEmpty() || (!tId.isEmpty() && tId == mId));
+    const bool tIsId = !tId.isEmpty() && (tId == mId || pIsNew);
+    const bool tIsOurs = tBytes && (tBytes->isEmpty() || tIsId);
     return tIsOurs ? Claim::Ours : Claim::Foreign;
 }
 

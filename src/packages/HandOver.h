@@ -33,8 +33,8 @@ private:
         Foreign,
     };
 
-    Failure giveRoot(const QString& pPath, bool pIsUnmarked);
-    Claim claimOf(int pRoot, bool pIsUnmarked, bool pHoldsOthers) const;
+    Failure giveRoot(const QString& pPath, bool pIsNew);
+    Claim claimOf(int pRoot, bool pIsNew, bool pHoldsOthers) const;
     Failure giveState();
 
     os::Ownership mOwnership;

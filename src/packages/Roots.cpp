@@ -242,11 +242,12 @@ Failure Roots::readMarker(Claim* pClaim)
     os::Descriptor tMarker(mFileSystem,
                            mFileSystem.openAt(pClaim->mRoot.mFolder.fd(), QFile::encodeName(markerName()),
                                               O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-    if (!tMarker.isOpen()) {
+    if (!tMarker.isOpen() && errno != EACCES) {
         return errno == ENOENT ? Failure() : Failure::fromErrno(errno, u"open %1"_s.arg(tPath));
     }
     struct stat tStat;
-    if (::fstat(tMarker.fd(), &tStat) != 0 || !S_ISREG(tStat.st_mode) || tStat.st_uid != ::geteuid()) {
+    if (!tMarker.isOpen() || ::fstat(tMarker.fd(), &tStat) != 0 || !S_ISREG(tStat.st_mode) ||
+        tStat.st_uid != ::geteuid()) {
         return refused(
             u"%1 is not a file of %2, the user that the service runs as. If the folder is this "
             "installation's, stop the service and run vkservice --hand-over; if the file is meant as a "

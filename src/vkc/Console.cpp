@@ -1,11 +1,26 @@
 #include "vkc_Application.h"
 
+#include <algorithm>
 #include <cstdio>
+
 #include <termios.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkc {
+
+// Texts of the service and of its log may come from a user who must not control root's terminal.
+static QString plainFor(int pFd, QString pText)
+{
+    const auto tIsControl = [](QChar pChar) {
+        return pChar.category() == QChar::Other_Control && pChar != u'\n' && pChar != u'\t';
+    };
+    if (std::any_of(pText.cbegin(), pText.cend(), tIsControl) && ::isatty(pFd) != 0) {
+        std::replace_if(pText.begin(), pText.end(), tIsControl, QChar(u' '));
+    }
+    return pText;
+}
 
 static void write(QTextStream& pStream, const QString& pText, bool pNewline, bool pFlush)
 {
@@ -20,12 +35,12 @@ static void write(QTextStream& pStream, const QString& pText, bool pNewline, boo
 
 void VKCApplication::writeStdOut(const QString& pText, bool pNewline, bool pFlush)
 {
-    write(mStdOut, pText, pNewline, pFlush);
+    write(mStdOut, plainFor(STDOUT_FILENO, pText), pNewline, pFlush);
 }
 
 void VKCApplication::writeStdErr(const QString& pText, bool pNewline, bool pFlush)
 {
-    write(mStdErr, pText, pNewline, pFlush);
+    write(mStdErr, plainFor(STDERR_FILENO, pText), pNewline, pFlush);
 }
 
 void VKCApplication::printLine(const QString& pText)
@@ -47,7 +62,7 @@ int VKCApplication::fail(const QString& pText)
 
 void VKCApplication::clearCurrentLine()
 {
-    writeStdOut(u"\x1b[1G\x1b[K"_s, false, true);
+    write(mStdOut, u"\x1b[1G\x1b[K"_s, false, true);
 }
 
 void VKCApplication::writeMsgType(int pMsgType)

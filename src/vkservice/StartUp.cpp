@@ -17,6 +17,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -105,6 +106,23 @@ Failure giveAll(bool pToRoot, QStringList* pLeft)
     return tFailure;
 }
 
+// Root would follow links of that user there, and leave files that the user's service can't change.
+Failure refuseStateOfAnother(ServiceApplication& pApp)
+{
+    struct stat tStat = {};
+    if (::stat(sStateOfUnit, &tStat) != 0 || tStat.st_uid == 0) {
+        return {};
+    }
+    (void)readConfiguration(pApp);
+    return pApp.getStateDir() != QLatin1String(sStateOfUnit)
+               ? Failure()
+               : Failure{Failure::Kind::Person,
+                         u"The state directory %1 belongs to the user with the number %2, but no file in the "
+                         "configuration folder that only root can change names that user as service.user"_s
+                             .arg(pApp.getStateDir())
+                             .arg(tStat.st_uid)};
+}
+
 void print(FILE* pStream, const QString& pText)
 {
     std::fputs((pText + u'\n').toLocal8Bit().constData(), pStream);
@@ -125,14 +143,11 @@ Failure settleUser(const CommandLine& pLine)
                    : Failure();
     }
     process::closeInheritedFiles();
-    if (!machine::serviceUser()) {
-        return {};
-    }
     const vkcore::GRef<ServiceApplication> tApp(new ServiceApplication(pLine.mForeground));
-    if (Failure tFailure = readConfiguration(*tApp)) {
-        return tFailure;
+    Failure tFailure = machine::serviceUser() ? readConfiguration(*tApp) : refuseStateOfAnother(*tApp);
+    if (!tFailure && machine::serviceUser()) {
+        tFailure = process::becomeServiceUser(*tApp, socketPath(*tApp, pLine.mSocketName));
     }
-    const Failure tFailure = process::becomeServiceUser(*tApp, socketPath(*tApp, pLine.mSocketName));
     if (tFailure && pLine.mForeground) {
         // Who has started a worker does not read its standard error.
         tApp->initLogFile();

@@ -39,8 +39,8 @@ void prepareProcess(bool pWorker)
         ::setrlimit(RLIMIT_NOFILE, &tFiles);
     }
     // Ctrl-C at the terminal is meant for the program that started the worker. That program decides whether
-    // to stop.
-    if (pWorker) {
+    // to stop. A worker of another user must not be able to type on root's terminal, either.
+    if (pWorker && ::setsid() < 0) {
         ::setpgid(0, 0);
     }
 }

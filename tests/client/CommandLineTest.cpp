@@ -8,7 +8,7 @@ static QByteArray usage(const char* pName)
 TEST(CommandLineTest, TheFrameAnswersWithoutAService)
 {
     const QByteArray tUsage = usage("rkm");
-    const QByteArray tVersion = "1.0.0\n";
+    const QByteArray tVersion = RKM_VERSION "\n";
     check({
         ok(Words{}, tUsage),
         ok("--socket --help", tUsage), // the value of --socket

@@ -39,6 +39,16 @@ TEST_F(ClientTest, APasswordThatIsTypedIsNotShown)
     }
 }
 
+// The service may belong to a user who must not control it.
+TEST_F(ClientTest, ATerminalGetsNoControlCharactersOfTheService)
+{
+    mService.answer("getKdmlDataDirectory", R"("/a\u001b[2J\u009bm")");
+    const Program::Result tShown = mInstallation.start({"show-settings"}, Program::Console::Terminal)->wait();
+    EXPECT_TRUE(tShown.mOut.contains("/a [2J m")) << tShown.mOut;
+    EXPECT_FALSE(tShown.mOut.contains('\x1b')) << tShown.mOut;
+    EXPECT_TRUE(mInstallation.run({"show-settings"}).mOut.contains("/a\x1b[2J")) << "a file gets all";
+}
+
 // Each line is written when its call returns, not only at the end of the program.
 TEST_F(ClientTest, LinesComeOutOneByOne)
 {

@@ -24,14 +24,14 @@ TEST_F(StartUpTest, LogsItsStartAndItsEnd)
 {
     EXPECT_EQ(mInstallation.run({"--version"}).mStatus, 0);
     const QString tStamp = q("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d");
-    const QRegularExpression tExpected(
-        q("^%1[^\n]* Application startup %1\n[^\n]* rkm 1\\.0\\.0\\.0\n[^\n]* Operating system: [^\n]+\n"
-          "[^\n]* Failed to load translation: qt_en\n"
-          "[^\n]* Failed to load translation: vkcommon_en\n"
-          "[^\n]* Failed to load translation: vkcore_en\n"
-          "[^\n]* Failed to load translation: vkc_en\n"
-          "\n[^\n]*Application shutdown %1\n$")
-            .arg(tStamp));
+    const QRegularExpression tExpected(q("^%1[^\n]* Application startup %1\n[^\n]* rkm " RKM_VERSION
+                                         "\\.0\n[^\n]* Operating system: [^\n]+\n"
+                                         "[^\n]* Failed to load translation: qt_en\n"
+                                         "[^\n]* Failed to load translation: vkcommon_en\n"
+                                         "[^\n]* Failed to load translation: vkcore_en\n"
+                                         "[^\n]* Failed to load translation: vkc_en\n"
+                                         "\n[^\n]*Application shutdown %1\n$")
+                                           .arg(tStamp));
     EXPECT_TRUE(tExpected.match(q(mInstallation.log())).hasMatch()) << mInstallation.log();
 }
 

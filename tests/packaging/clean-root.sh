@@ -148,7 +148,7 @@ chmod 644 /etc/vk/service.cfg
 printf '[service]\nuser = "root"\n' >/etc/vk/vk_user.cfg
 expect 0 "service.user is root" vkservice --hand-over
 rm /etc/vk/vk_user.cfg
-expect 0 "1.5 OK" systemd-analyze security --no-pager vkservice
+expect 0 "1.6 OK" systemd-analyze security --no-pager vkservice
 DEBIAN_FRONTEND=noninteractive expect 0 "" apt-get purge -y -qq rkm vkservice vkpublish libvkcore-dev libvkcore1
 for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /var/lib/vkmirror /run/vkservice \
     /etc/systemd/system/*/vkpublish-mirror@* \

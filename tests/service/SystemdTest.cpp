@@ -75,8 +75,8 @@ TEST_F(ServiceTest, UnitIsSoundAndWellShut)
     const Program::Result tVerified = tAnalyze({"verify", "--man=no"});
     EXPECT_EQ(tVerified.mStatus, 0) << tVerified.mErr;
     EXPECT_FALSE(tVerified.mErr.contains("vkservice")) << tVerified.mErr;
-    // Fails at an exposure above 1.5.
-    const Program::Result tJudged = tAnalyze({"security", "--offline=true", "--threshold=15"});
+    // Fails at an exposure above 1.6.
+    const Program::Result tJudged = tAnalyze({"security", "--offline=true", "--threshold=16"});
     EXPECT_EQ(tJudged.mStatus, 0) << tJudged.mOut;
     EXPECT_TRUE(tJudged.mOut.contains("Overall exposure level")) << tJudged.mErr;
 }

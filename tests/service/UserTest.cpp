@@ -74,6 +74,8 @@ TEST_F(UserTest, WorkerOfRootBecomesTheServicesUserForGood)
         EXPECT_TRUE(tSees || tStatus.contains(QByteArray("\n") + tSet + ":\t0000000000000000\n")) << tStatus;
     }
     EXPECT_EQ(ownerOf(mRig.socket()), sNobody);
+    EXPECT_NE(::getsid(static_cast<pid_t>(mRig.program().pid())), ::getsid(0))
+        << "not on the terminal of root";
     {
         RawPeer tMonitor = mRig.connect();
         ASSERT_EQ(tMonitor.call("enterMonitorMode"), true);
@@ -95,6 +97,16 @@ TEST_F(UserTest, StateOfRootKeepsTheWorkerOfRoot)
     mRig.start();
     EXPECT_TRUE(status().contains("\nUid:\t0\t0\t0\t0\n"));
     EXPECT_EQ(ownersBelow(mRig.installation().path("state")), QSet<uid_t>{0});
+}
+
+TEST_F(UserTest, StateOfAThirdUserIsRefused)
+{
+    QDir().mkpath(mRig.installation().path("state"));
+    ASSERT_EQ(::chown(path("state").constData(), 1, 1), 0);
+    const Program::Result tResult = mRig.startAnother({"-e", "-worker"})->wait();
+    EXPECT_EQ(tResult.mStatus, 1);
+    EXPECT_TRUE(tResult.mErr.contains("belongs neither to root nor to nobody")) << tResult.mErr;
+    EXPECT_EQ(ownersBelow(mRig.installation().path("state")), QSet<uid_t>{1});
 }
 
 // Each time a service of "nobody" runs.

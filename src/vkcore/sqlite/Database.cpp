@@ -45,6 +45,32 @@ bool makePrivateFile(const QByteArray& pPath)
     return !S_ISLNK(tStat.st_mode);
 }
 
+// What belongs to another user could be a pipe, which would never open.
+bool isFile(const QByteArray& pPath)
+{
+    struct stat tStat
+    {
+    };
+    return ::stat(pPath.constData(), &tStat) != 0 || S_ISREG(tStat.st_mode);
+}
+
+// To read a database with a write-ahead log takes files beside it and memory shared with its owner. No
+// database that is opened for reading has one.
+void refuseWriteAheadLog(sqlite3* pDatabase)
+{
+    sqlite3_file* tFile = nullptr;
+    if (sqlite3_file_control(pDatabase, "main", SQLITE_FCNTL_FILE_POINTER, &tFile) != SQLITE_OK ||
+        tFile->pMethods == nullptr || tFile->pMethods->iVersion < 2 || tFile->pMethods->xShmMap == nullptr) {
+        return;
+    }
+    // Only one kind of file can share memory, so one copy serves all.
+    static const sqlite3_io_methods sMethods = [](sqlite3_io_methods pMethods) {
+        pMethods.iVersion = 1;
+        return pMethods;
+    }(*tFile->pMethods);
+    tFile->pMethods = &sMethods;
+}
+
 bool exists(const QByteArray& pPath)
 {
     struct stat tStat
@@ -91,9 +117,15 @@ bool Database::open(const QString& pPath, Mode pMode)
     if (tWrite && !makePrivateFile(tPath)) {
         return refuse(u"%1: %2"_s.arg(pPath, qt_error_string(errno)));
     }
+    if (!isFile(tPath) || !isFile(tPath + "-journal")) {
+        return refuse(u"%1: it or its journal is not a file"_s.arg(pPath));
+    }
     const int tFlags = (tWrite ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY) | SQLITE_OPEN_NOMUTEX;
     if (sqlite3_open_v2(tPath.constData(), &mHandle, tFlags, nullptr) != SQLITE_OK) {
         return refuseToOpen();
+    }
+    if (!tWrite) {
+        refuseWriteAheadLog(mHandle);
     }
     // Without permission to write SQLite opens for reading only.
     if (tWrite && sqlite3_db_readonly(mHandle, "main") == 1) {

@@ -60,6 +60,21 @@ Failure prepareFolder(const QString& pPath, uid_t pOwner, const ServiceUser& pUs
     return tOk ? Failure() : cant(tWhat);
 }
 
+// A start that failed as root may have begun the log, and the user could not go on with it.
+void giveLog(const QString& pLogDir, const ServiceUser& pUser)
+{
+    const QByteArray tPath = QFile::encodeName(pLogDir) + "/vkservice.log";
+    const int tFd = ::open(tPath.constData(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    struct stat tStat = {};
+    if (tFd >= 0 && ::fstat(tFd, &tStat) == 0 && S_ISREG(tStat.st_mode) && tStat.st_nlink == 1 &&
+        tStat.st_uid == 0) {
+        (void)::fchown(tFd, pUser.mUid, pUser.mGid);
+    }
+    if (tFd >= 0) {
+        ::close(tFd);
+    }
+}
+
 Failure prepareFolders(const ServiceApplication& pApp, const QString& pSocket, const ServiceUser& pUser)
 {
     if (pSocket == QLatin1String(vkcore::protocol::sMachineSocket)) {
@@ -69,8 +84,11 @@ Failure prepareFolders(const ServiceApplication& pApp, const QString& pSocket, c
     }
     // A folder that an administrator has chosen is the administrator's to open.
     const bool tIsUsualLog = !pApp.getConfig()->hasValue(u"application.logDir"_s);
-    return pApp.writesLogFile() && tIsUsualLog ? prepareFolder(pApp.getLogDir(), 0, pUser, sSharedFolder)
-                                               : Failure();
+    if (!pApp.writesLogFile() || !tIsUsualLog) {
+        return {};
+    }
+    giveLog(pApp.getLogDir(), pUser);
+    return prepareFolder(pApp.getLogDir(), 0, pUser, sSharedFolder);
 }
 
 // The owner of a socket may give it only to a group that the owner is in.
@@ -178,8 +196,13 @@ Failure becomeServiceUser(const ServiceApplication& pApp, const QString& pSocket
     if (!tIsThere && errno != ENOENT) {
         return cant(u"use the state directory %1"_s.arg(tState));
     }
-    if (tIsThere && tStat.st_uid != tUser->mUid) {
+    if (tIsThere && tStat.st_uid == 0) {
         return {};
+    }
+    if (tIsThere && tStat.st_uid != tUser->mUid) {
+        return {Failure::Kind::Person,
+                u"The state directory %1 belongs neither to root nor to %2, whom service.user names"_s.arg(
+                    tState, tUser->mName)};
     }
     Failure tFailure = tIsThere ? Failure() : prepareFolder(tState, tUser->mUid, *tUser, sOwnFolder);
     tFailure = tFailure ? tFailure : prepareFolders(pApp, pSocket, *tUser);

@@ -5,7 +5,10 @@
 
 #include <QtCore/QTemporaryDir>
 
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace tarn;
@@ -114,6 +117,49 @@ TEST_F(HandOverTest, TakesTheFolderOfAnEarlierVersionWithoutAMarker)
     EXPECT_FALSE(give(mOver, "unknown"));
     expectOwner(sUser, {"unknown/packages/a/1/file", "unknown/generations/1"});
     expectOwner(0, {"unknown", "unknown/someone's", "data/packages"});
+}
+
+TEST_F(HandOverTest, BelievesNoMarkerInASharedFolderAndNoOtherNameOfAFile)
+{
+    ASSERT_EQ(::chown(at("data/.vk-root").constData(), sUser, sUser), 0);
+    ASSERT_EQ(::chmod(at("data").constData(), 01777), 0);
+    ASSERT_EQ(::chown(at("install/packages/a").constData(), sUser, sUser), 0);
+    ASSERT_EQ(::link(at("outside").constData(), at("install/packages/a/planted").constData()), 0);
+    EXPECT_FALSE(give(mOver));
+    expectOwner(0, {"data", "data/packages", "outside"});
+    expectOwner(sUser, {"install/packages/a/1/link"});
+}
+
+// Also if it is on the same disk.
+TEST_F(HandOverTest, EntersNoMount)
+{
+    QDir().mkpath(QFile::decodeName(at("install/packages/mounted")));
+    const pid_t tChild = ::fork();
+    if (tChild == 0) {
+        if (::unshare(CLONE_NEWNS) != 0 ||
+            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            ::mount(at("data/own").constData(), at("install/packages/mounted").constData(), nullptr, MS_BIND,
+                    nullptr) != 0) {
+            ::_exit(77);
+        }
+        ::_exit(give(mOver) ? 1 : 0);
+    }
+    int tStatus = -1;
+    ASSERT_EQ(::waitpid(tChild, &tStatus, 0), tChild);
+    if (WEXITSTATUS(tStatus) == 77) {
+        GTEST_SKIP() << "may not mount";
+    }
+    EXPECT_EQ(tStatus, 0);
+    expectOwner(0, {"data/own", "data/own/file"});
+    expectOwner(sUser, {"install/packages"});
+}
+
+TEST_F(HandOverTest, TakesTheInstallFolderByItsMarkerIfTheStateIsLost)
+{
+    QFile::remove(QFile::decodeName(at("state/installation.json")));
+    EXPECT_FALSE(give(mOver));
+    expectOwner(sUser, {"install/packages/a/1/link", "install/.vk-root", "install"});
+    expectOwner(0, {"data/packages"});
 }
 
 TEST_F(HandOverTest, LeavesAConfiguredStateFolderWithOtherFiles)

@@ -183,6 +183,22 @@ TEST_F(InstallLogStoreTest, OthersReadButDoNotWrite)
               "may not");
 }
 
+// The owner of the folder may be a user whom the reader need not trust.
+TEST_F(InstallLogStoreTest, AReaderCreatesNothingAndWaitsForNoPipe)
+{
+    fill();
+    {
+        Database tDatabase;
+        ASSERT_TRUE(tDatabase.open(mPath, Database::Mode::ReadWrite));
+        ASSERT_TRUE(tDatabase.execute("PRAGMA journal_mode = WAL"));
+    }
+    EXPECT_EQ(names({}, {}, sAll, false).rfind("failed", 0), 0U);
+    EXPECT_EQ(QDir(mDir.path()).entryList(QDir::Files), QStringList{QFileInfo(mPath).fileName()});
+    QFile::remove(mPath);
+    ASSERT_EQ(::mkfifo(QFile::encodeName(mPath).constData(), 0644), 0);
+    EXPECT_NE(names({}, {}, sAll, false).find("not a file"), std::string::npos);
+}
+
 TEST_F(InstallLogStoreTest, MigrationsGoStepByStepAndEachWholly)
 {
     const char* const tSteps[] = {"CREATE TABLE a (x)", "CREATE TABLE b (x)",
