@@ -216,7 +216,9 @@ QString whyUnsafe(const QString& pPath, mode_t pKind)
     if ((tStat.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
         return u"others may change it"_s;
     }
-    return (tStat.st_mode & S_IXUSR) == 0 ? u"it is not executable"_s : QString();
+    const int tNeeded = pKind == S_IFDIR ? R_OK | X_OK : X_OK;
+    return ::access(QFile::encodeName(pPath).constData(), tNeeded) == 0 ? QString()
+                                                                        : u"the service may not use it"_s;
 }
 
 class RealCheckRunner : public CheckRunner
@@ -233,6 +235,9 @@ public:
             }
             return tWhy.isEmpty();
         };
+        if (!QFileInfo::exists(pFolder) || !tIsSafe(pFolder, S_IFDIR)) {
+            return {};
+        }
         const QStringList tNames =
             QDir(pFolder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
         for (const QString& tName : tNames) {
@@ -241,7 +246,7 @@ public:
                 tPrograms.append(tPath);
             }
         }
-        return tPrograms.isEmpty() || tIsSafe(pFolder, S_IFDIR) ? tPrograms : QStringList();
+        return tPrograms;
     }
 
     CheckOutcome run(const CheckProgram& pProgram, const AbortFlag& pAbort) override

@@ -25,10 +25,12 @@ constexpr qint64 sMaxMarkerSize = 64 * 1024;
 // Nothing else is in this one. A configured one may hold other files, too.
 constexpr auto sUsualState = "/var/lib/vkservice";
 // What the service makes in a folder of packages, and how the names of its state begin.
-constexpr const char* sInRoot[] = {"packages",     "generations", ".staging", "current",
-                                   ".current.new", ".lock",       ".vk-root", ".vk-root.new"};
-constexpr const char* sInState[] = {"state.",  "install-log.", "installation.json", "damage.json",
-                                    "indexes", "trust",        "downloads",         "mail"};
+constexpr const char* sInRoot[] = {
+    "packages", "generations",  ".staging",     "current",          ".current.new",   ".lock",
+    ".vk-root", ".vk-root.new", ".intent.json", ".intent.json.new", ".prepared.json", ".prepared.json.new"};
+constexpr const char* sInState[] = {"state.",       "install-log.", "installation.json", "damage.json",
+                                    "indexes",      "trust",        "downloads",         "mail",
+                                    "refused.json", "trial.json"};
 
 bool isOurName(const QByteArray& pName)
 {

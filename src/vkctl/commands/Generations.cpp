@@ -1,10 +1,9 @@
 #include "commands/Commands.h"
 #include "CtlApplication.h"
+#include "PlainTexts.h"
 
 #include "internal/Methods.h"
 #include "internal/PlainText.h"
-
-#include <QtCore/QLocale>
 
 using namespace Qt::StringLiterals;
 
@@ -25,8 +24,7 @@ QString line(const GenerationEntry& pGeneration)
                           : pGeneration.mCurrent ? CtlApplication::tr(" (current)")
                                                  : QString();
     return u"%1%2  %3  %4"_s.arg(pGeneration.mGeneration)
-        .arg(tMark, QLocale::c().toString(pGeneration.mDate, u"yyyy-MM-dd hh:mm:ss"_s),
-             tPackages.join(u", "_s));
+        .arg(tMark, dateText(pGeneration.mDate), tPackages.join(u", "_s));
 }
 
 } // namespace

@@ -1,10 +1,9 @@
 #include "commands/Commands.h"
 #include "CtlApplication.h"
+#include "PlainTexts.h"
 
 #include "internal/Methods.h"
 #include "internal/PlainText.h"
-
-#include <QtCore/QLocale>
 
 using namespace Qt::StringLiterals;
 
@@ -28,7 +27,7 @@ int refused(CtlApplication& pApp)
     }
     for (const RefusalEntry& tEntry : tRefused->mRefused) {
         pApp.print(u"%1 %2  %3  %4"_s.arg(singleLine(tEntry.mPackage), singleLine(tEntry.mVersion),
-                                          QLocale::c().toString(tEntry.mDate, u"yyyy-MM-dd hh:mm:ss"_s),
+                                          dateText(tEntry.mDate),
                                           singleLine(tEntry.mReason, vkcore::sMaxMessage)));
     }
     if (tRefused->mRefused.isEmpty()) {

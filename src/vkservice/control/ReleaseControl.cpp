@@ -1,5 +1,6 @@
 #include "control/ReleaseControl.h"
 
+#include "control/InstallFolders.h"
 #include "control/StoreCare.h"
 #include "control/UpdateControl.h"
 #include "internal/PlainText.h"
@@ -34,20 +35,9 @@ GenerationEntry entryOf(const Manifest& pManifest)
 
 } // namespace
 
-Result<packages::PackageFolders> ReleaseControl::folders() const
-{
-    const auto tDataDir = mParts.mSettings.dataDirectory();
-    bool tIsRead = true;
-    const QString tInstallDir = mParts.mVariables.text(u"install.dir"_s, &tIsRead);
-    if (!tDataDir || !tIsRead) {
-        return mParts.mStore.failure(u"The folders of the packages"_s);
-    }
-    return packages::PackageFolders(tInstallDir, *tDataDir);
-}
-
 Result<GenerationEntries> ReleaseControl::generations() const
 {
-    const auto tFolders = folders();
+    const auto tFolders = installFolders(mParts.mSettings, mParts.mVariables, mParts.mStore);
     if (!tFolders) {
         return tFolders.failure();
     }

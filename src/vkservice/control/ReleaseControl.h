@@ -48,8 +48,6 @@ public:
     Failure accept(const QString& pPackage);
 
 private:
-    Result<packages::PackageFolders> folders() const;
-
     os::FileSystem& mFileSystem;
     Parts mParts;
 };

@@ -6,12 +6,14 @@
 #include "machine/ShutdownLock.h"
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
+#include "update/Eligibility.h"
 #include "update/Reporter.h"
 #include "update/RunTexts.h"
 #include "update/UpdateThread.h"
 
 #include <QtCore/QFile>
 
+#include <algorithm>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -26,6 +28,16 @@ namespace {
 constexpr int sResumeSeconds = 60;
 constexpr int sMaxResumes = 8;
 constexpr int sAlwaysDays = 30; // longer than any wait of a run
+
+// True if a run by hand would install what this scheduled one has not: nothing waits for it.
+bool leavesMoreByHand(const RunResult& pResult)
+{
+    const auto tLeftOut = pResult.mLeftOut.value_or(QList<vkcore::protocol::LeftOutPackage>());
+    return pResult.mInstallFrom.isValid() ||
+           std::any_of(tLeftOut.begin(), tLeftOut.end(), [](const auto& pPackage) {
+               return pPackage.mReason == update::wordOf(update::Reason::Phase);
+           });
+}
 
 } // namespace
 
@@ -188,9 +200,10 @@ Failure UpdateControl::trigger(bool pManual)
         return {Failure::Kind::Canceled, u"The service is about to quit"_s};
     }
     if (isActive()) {
-        if (mOnlyTrial) {
+        if (mOnlyTrial || (pManual && !mManual)) {
             mTriggered = pManual || mTriggered.value_or(false);
-        } else {
+        }
+        if (!mOnlyTrial) {
             *mSwitchAtOnce = *mSwitchAtOnce || pManual;
         }
         return {};
@@ -278,9 +291,9 @@ void UpdateControl::finish(const RunResult& pResult)
     }
     mPreparedFor = pResult.mInstallFrom;
     Q_EMIT runEnded(mSessionRun, mManual);
-    const bool tWasOnlyTrial = std::exchange(mOnlyTrial, false);
+    const bool tLeavesMore = std::exchange(mOnlyTrial, false) || leavesMoreByHand(pResult);
     const auto tTriggered = std::exchange(mTriggered, std::nullopt);
-    if (tWasOnlyTrial && tTriggered && pResult.mCode == ResultSuccess && !isSuppressed()) {
+    if (tLeavesMore && tTriggered && pResult.mCode == ResultSuccess && !isSuppressed()) {
         const Result<RunRequest> tRequest = requestFor(*tTriggered);
         if (tRequest && !begin(*tRequest, *tTriggered)) {
             return; // for clients it was one run

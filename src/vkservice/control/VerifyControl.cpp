@@ -1,5 +1,6 @@
 #include "control/VerifyControl.h"
 
+#include "control/InstallFolders.h"
 #include "control/MachineId.h"
 #include "control/PackageEntries.h"
 #include "control/StoreCare.h"
@@ -57,20 +58,9 @@ void VerifyControl::load()
     }
 }
 
-Result<packages::PackageFolders> VerifyControl::folders() const
-{
-    const auto tDataDir = mParts.mSettings.dataDirectory();
-    bool tIsRead = true;
-    const QString tInstallDir = mParts.mVariables.text(u"install.dir"_s, &tIsRead);
-    if (!tDataDir || !tIsRead) {
-        return mParts.mStore.failure(u"The folders of the packages"_s);
-    }
-    return packages::PackageFolders(tInstallDir, *tDataDir);
-}
-
 Result<Manifest> VerifyControl::installed() const
 {
-    const auto tFolders = folders();
+    const auto tFolders = installFolders(mParts.mSettings, mParts.mVariables, mParts.mStore);
     if (!tFolders) {
         return tFolders.failure();
     }
@@ -122,7 +112,7 @@ void VerifyControl::proceed()
     if (!mRunning || mThread.isRunning()) {
         return;
     }
-    const auto tFolders = folders();
+    const auto tFolders = installFolders(mParts.mSettings, mParts.mVariables, mParts.mStore);
     if (!tFolders) {
         finish(tFolders.failure().mText + u'.');
         return;
@@ -268,7 +258,7 @@ void VerifyControl::onRunEnded()
 {
     const auto tInstalled = installed();
     CheckRecord& tRecord = mParts.mRecord.record();
-    const auto tFolders = folders();
+    const auto tFolders = installFolders(mParts.mSettings, mParts.mVariables, mParts.mStore);
     if (!tInstalled || !tFolders) {
         return;
     }

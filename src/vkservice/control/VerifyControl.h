@@ -74,7 +74,6 @@ Q_SIGNALS:
     void idle();
 
 private:
-    Result<packages::PackageFolders> folders() const;
     Result<packages::Manifest> installed() const;
     QSet<QString> doneFolders() const;
     bool isContinuable() const;

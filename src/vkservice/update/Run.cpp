@@ -4,6 +4,7 @@
 #include "update/AppWait.h"
 #include "update/FailurePolicy.h"
 #include "update/FreeSpace.h"
+#include "update/LeftOut.h"
 #include "update/MachineState.h"
 #include "update/Preparation.h"
 #include "update/Reporter.h"
@@ -13,8 +14,6 @@
 
 #include <QtCore/QDateTime>
 #include <QtCore/QUuid>
-
-#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -127,15 +126,16 @@ RunResult Run::run()
     return finish(tBest.get());
 }
 
-// Also what this run itself has refused just now, when it brought an open trial to its end.
+// They are in a file, which this thread writes as well.
 Failure Run::loadRefusals()
 {
-    const auto tRefusals = packages::Refusals::load(mFileSystem, mRequest.mStateDir);
-    if (!tRefusals && tRefusals.failure().mKind != Failure::Kind::Content) {
-        return tRefusals.failure();
+    const auto tLoaded = packages::Refusals::load(mFileSystem, mRequest.mStateDir);
+    if (!tLoaded && tLoaded.failure().mKind != Failure::Kind::Content) {
+        return tLoaded.failure();
     }
-    warn(tRefusals ? QString() : tRefusals.failure().mText + u'.');
-    for (const packages::Refusal& tRefusal : tRefusals.valueOr({}).all()) {
+    warn(tLoaded ? QString() : tLoaded.failure().mText + u'.');
+    const packages::Refusals tRefusals = tLoaded.valueOr({});
+    for (const packages::Refusal& tRefusal : tRefusals.all()) {
         mRequest.mChoices.mRefused.insert(tRefusal.mHash.toHex());
     }
     return {};
@@ -269,7 +269,6 @@ Failure Run::installPackages(std::unique_ptr<Attempt>* pAttempt)
         return tFailure;
     }
     if (!(*pAttempt)->mInstallFrom.isValid()) {
-        mPrepared.forget();
         removeObsolete();
     }
     return {};
@@ -366,7 +365,7 @@ Failure Run::switchToNew(const Plan& pPlan)
     const QList<packages::StagedPackage> tStaged = Preparation::staged(pPlan, mWorkplace.folders());
     mReporter.begin(vkcore::ActivityInstalling, false, tStaged.size(), false);
     const auto tHold = mRequest.mHoldMachine ? mRequest.mHoldMachine() : nullptr;
-    // The last check: from here on the run cannot be aborted.
+    // From here on until the checks of the packages the run cannot be aborted.
     if (mAbort.isSet()) {
         return Failure::canceled();
     }
@@ -382,6 +381,7 @@ Failure Run::switchToNew(const Plan& pPlan)
     }
     mReporter.advance(tStaged.size());
     mWorkplace.setInstalled(tNext);
+    mPrepared.forget();
     if (const Failure tFailure = mTrial.prove()) {
         return tFailure;
     }
@@ -478,9 +478,10 @@ RunResult Run::prepared(const Attempt& pAttempt) const
     const int tFailed = tPlan.failedCount();
     const QString tText = preparedText(static_cast<int>(tPlan.mPackages.size()) - tFailed,
                                        mDownloads.received(), pAttempt.mInstallFrom);
+    const QString tLeftOut = leftOutText(tPlan.mLeftOut);
     const QString tFailure = tFailed > 0 ? failedPackagesText(tPlan) + u' ' : QString();
     return {.mCode = tFailed > 0 ? failedPackagesCode(tPlan) : ResultSuccess,
-            .mText = tFailure + tText,
+            .mText = tFailure + tText + (tLeftOut.isEmpty() ? QString() : u' ' + tLeftOut),
             .mLeftOut = tPlan.mLeftOut,
             .mInstallFrom = pAttempt.mInstallFrom};
 }
@@ -494,12 +495,12 @@ RunResult Run::finish(Attempt* pAttempt)
                             tPackage.mFailure.mText);
         }
     }
-    mInstalledBytes = installedBytes(tPlan);
     const int tFailed = tPlan.failedCount();
     const int tInstalled = static_cast<int>(tPlan.mPackages.size()) - tFailed;
     if (pAttempt->mInstallFrom.isValid()) {
         return prepared(*pAttempt);
     }
+    mInstalledBytes = installedBytes(tPlan);
     if (tFailed > 0) {
         return {.mCode = failedPackagesCode(tPlan),
                 .mText = failedPackagesText(tPlan),

@@ -53,9 +53,9 @@ private:
         Failure mFailure;
     };
 
+    Failure loadRefusals();
     // Asks the servers that were not asked yet in order until one has everything; else selects the one that
     // has most. If *pBest has no value, mServerTroubles holds the reasons.
-    Failure loadRefusals();
     Failure findPackages(std::unique_ptr<Attempt>* pBest);
     Failure askServer(const ServerAccess& pServer, std::unique_ptr<Attempt>* pAttempt);
     void findLostIndexes();

@@ -128,6 +128,7 @@ Failure ServerSession::open(QStringList* pWarnings)
     if (const Failure tFailure = mTrust.prepare(mRequest.mRootFile, mServer.mUri)) {
         return tFailure;
     }
+    mNow = mTrust.now();
     mNote.emplace(mFileSystem, mTrust, mServer.mUri);
     MetadataFetcher tFetcher(*mSource, mAbort);
     const bool tIsComplete = mNote->isComplete(withChoices(mState), mRequest.mChoices.mIsScheduled);
@@ -158,6 +159,7 @@ Failure ServerSession::refresh(MetadataFetcher& pFetcher, QStringList* pWarnings
     if (tFailure) {
         return tFailure;
     }
+    mNow = mTrust.now();
     mOffers = usableOffers(tTargets, pWarnings);
     mSnapshotVersion = tUpdater.snapshotVersion();
     mTimestamp = pFetcher.timestamp();

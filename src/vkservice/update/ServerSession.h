@@ -29,8 +29,9 @@ public:
     // accepted.
     qint64 snapshotVersion() const { return mSnapshotVersion; }
     const QList<Offer>& offers() const { return mOffers; }
-    // After open(): the time, as far as the clock and the server's files tell it.
-    QDateTime now() const { return mTrust.now(); }
+    // The time of open(), as far as the clock and the server's files tell it: a plan and its note go by the
+    // same.
+    QDateTime now() const { return mNow; }
     // True if nothing has changed since the last complete run, which left this out.
     bool hasNothingNew() const { return mNothingNew; }
     const QList<vkcore::protocol::LeftOutPackage>& leftOutBefore() const { return mNote->rest().mPackages; }
@@ -60,6 +61,7 @@ private:
     qint64 mSnapshotVersion = 0;
     QList<Offer> mOffers;
     bool mNothingNew = false;
+    QDateTime mNow;
 };
 
 } // namespace tarn::vkservice::update

@@ -46,6 +46,7 @@ const QList<ResultWord>& resultWords()
         {ResultInstallFailed, "install_failed"_L1},
         {ResultNoServer, "no_server"_L1},
         {ResultManualIntervention, "manual_intervention"_L1},
+        {ResultStoreDamaged, "store_damaged"_L1},
         {ResultCheckFailed, "check_failed"_L1},
     };
     return sWords;

@@ -29,6 +29,8 @@ protected:
         }
         write("state/state.db", "x");
         write("state/trust/root.json", "x");
+        write("state/refused.json", "{}");
+        write("install/.prepared.json", "{}");
         write("state/installation.json",
               R"({"format": 1, "id": "ours", "roots": ["%1/install", "%1/data", "%1/lost", "%1/foreign"]})");
         for (const char* tRoot : {"install", "data", "foreign", "unknown"}) {
@@ -76,6 +78,8 @@ const QList<QByteArray> sOurs{"state",
                               "state/trust",
                               "state/trust/link",
                               "state/installation.json",
+                              "state/refused.json",
+                              "install/.prepared.json",
                               "install",
                               "install/packages",
                               "install/packages/a",
