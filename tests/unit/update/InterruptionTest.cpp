@@ -193,7 +193,7 @@ TEST_P(InterruptedRunTest, LeavesOldOrNewWhereverItComes)
     }
     run(ResultSuccess);
     int tCount = 1;
-    for (bool tCame = true; tCame && !HasFailure(); tCount += GetParam().mStep) {
+    for (bool tCame = true; tCame && !HasFailure(); tCount += GetParam().mStep * sMomentStep) {
         SCOPED_TRACE(tCount);
         const FileMap tBefore = mMachine.currentFiles();
         publishNext();

@@ -23,6 +23,14 @@ inline QByteArray noise(qsizetype pSize, quint32 pSeed)
     return tNoise;
 }
 
+// Of the moments at which a run is cut off, the sanitizers, which take several times as long, see a sample.
+// The other builds see all.
+#ifdef __SANITIZE_ADDRESS__
+constexpr int sMomentStep = 5;
+#else
+constexpr int sMomentStep = 1;
+#endif
+
 // A repository with an application, a library that it requires, and data; and a machine that uses it.
 class UpdateFixture : public testing::Test
 {
