@@ -67,6 +67,7 @@ class MirrorTest : public PublisherTest
 protected:
     MirrorTest()
     {
+        write("f/data", readFile(q(VKPUBLISH)).first(50000));
         succeed("init @r");
         succeed("add @r @f --name a --version 1 --level 1");
         succeed("publish @r");
@@ -77,7 +78,7 @@ protected:
     // The second version, with a delta, instead of the first.
     void change() const
     {
-        write("f/data", readFile(q(VKPUBLISH)).first(50000));
+        write("f/data", readFile(q(VKPUBLISH)).first(50000) + "2"); // so much alike that a delta pays off
         succeed("add @r @f --name a --version 2 --level 1");
         succeed("remove @r a --version 1");
         succeed("publish @r");
