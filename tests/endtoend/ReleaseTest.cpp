@@ -55,7 +55,7 @@ TEST_F(ReleaseTest, GoesBackByItselfAndByHand)
     EXPECT_EQ(version(), q("1.0"));
     EXPECT_TRUE(log().contains("bin/check: it is broken"));
     EXPECT_TRUE(mMachine.rkm({"install-log"}).mOut.contains("bin/check ended with status 7."));
-    EXPECT_TRUE(mMachine.rkm({"update"}).mOut.contains("are left out: viewer 2.0.0.0."));
+    EXPECT_TRUE(mMachine.rkm({"update"}).mOut.contains("1 package is refused."));
     expectVkctl({"refused"}, 0, "viewer 2.0.0.0");
     expectVkctl({"accept", "nothing"}, 1, "No version of the package nothing is refused.");
     expectVkctl({"accept", "viewer"}, 0, "may be installed again");
