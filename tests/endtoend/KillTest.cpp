@@ -32,7 +32,7 @@ private:
 TEST(Kill, AtAnyMomentLeavesTheOldOrTheNewPackagesWhole)
 {
     const int tWanted = qEnvironmentVariableIntValue("RKM_KILL_ROUNDS");
-    const int tRounds = tWanted > 0 ? tWanted : 50;
+    const int tRounds = tWanted > 0 ? tWanted : 20;
     const unsigned tSeed = std::random_device()();
     SCOPED_TRACE(::testing::Message() << "seed " << tSeed);
     std::mt19937 tRandom(tSeed);
