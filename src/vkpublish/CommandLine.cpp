@@ -1,6 +1,6 @@
 #include "CommandLine.h"
 
-#include "MetadataSource.h"
+#include "network/MetadataSource.h"
 
 #include "internal/PlainText.h"
 

@@ -1,10 +1,10 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
-#include "KeyFolder.h"
-#include "Layout.h"
-#include "Packer.h"
-#include "TarStream.h"
+#include "keys/KeyFolder.h"
+#include "packing/Packer.h"
+#include "packing/TarStream.h"
+#include "publication/Layout.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"

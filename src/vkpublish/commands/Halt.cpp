@@ -1,9 +1,9 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
-#include "KeyFolder.h"
-#include "Publication.h"
-#include "Releases.h"
+#include "keys/KeyFolder.h"
+#include "publication/Publication.h"
+#include "publication/Releases.h"
 
 #include "os/FileSystem.h"
 

@@ -1,9 +1,9 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
-#include "KeyFolder.h"
-#include "Layout.h"
-#include "Roles.h"
+#include "keys/KeyFolder.h"
+#include "keys/Roles.h"
+#include "publication/Layout.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"

@@ -1,9 +1,9 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
-#include "KeyFolder.h"
-#include "Layout.h"
-#include "Releases.h"
+#include "keys/KeyFolder.h"
+#include "publication/Layout.h"
+#include "publication/Releases.h"
 
 #include "os/FileSystem.h"
 #include "packages/PackageInfo.h"

@@ -2,8 +2,8 @@
 
 #include "CommandLine.h"
 #include "commands/Commands.h"
-#include "Layout.h"
 #include "mirror/Origin.h"
+#include "publication/Layout.h"
 
 #include "os/FileTools.h"
 #include "tuf/Updater.h"

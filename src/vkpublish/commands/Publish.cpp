@@ -1,11 +1,11 @@
 #include "commands/Commands.h"
 
-#include "CatchUp.h"
 #include "CommandLine.h"
-#include "MetadataSource.h"
-#include "NewDeltas.h"
-#include "Publication.h"
-#include "Releases.h"
+#include "network/MetadataSource.h"
+#include "publication/CatchUp.h"
+#include "publication/NewDeltas.h"
+#include "publication/Publication.h"
+#include "publication/Releases.h"
 
 #include "os/FileSystem.h"
 #include "tuf/Metadata.h"

@@ -1,8 +1,8 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
-#include "KeyFolder.h"
-#include "Releases.h"
+#include "keys/KeyFolder.h"
+#include "publication/Releases.h"
 
 #include "os/FileSystem.h"
 

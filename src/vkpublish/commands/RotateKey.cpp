@@ -1,8 +1,8 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
-#include "Roles.h"
-#include "Rotation.h"
+#include "keys/Roles.h"
+#include "publication/Rotation.h"
 
 #include "os/FileSystem.h"
 #include "tuf/Metadata.h"

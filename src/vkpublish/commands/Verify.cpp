@@ -1,11 +1,11 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
-#include "KeyFolder.h"
-#include "Layout.h"
-#include "MetadataSource.h"
-#include "RepositoryState.h"
-#include "Verification.h"
+#include "keys/KeyFolder.h"
+#include "network/MetadataSource.h"
+#include "publication/Layout.h"
+#include "publication/RepositoryState.h"
+#include "publication/Verification.h"
 
 #include "internal/PlainText.h"
 #include "os/FileSystem.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Receiver.h"
+#include "network/Receiver.h"
 
 #include "os/PrivateFolder.h"
 #include "tuf/Hashes.h"

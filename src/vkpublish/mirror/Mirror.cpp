@@ -1,9 +1,9 @@
 #include "mirror/Mirror.h"
 
-#include "FileMatch.h"
-#include "Layout.h"
 #include "mirror/Origin.h"
 #include "mirror/RootChain.h"
+#include "publication/FileMatch.h"
+#include "publication/Layout.h"
 
 #include "os/Descriptor.h"
 #include "os/FileSystem.h"

@@ -1,8 +1,8 @@
 #include "mirror/Origin.h"
 
-#include "HttpsFetcher.h"
-#include "Layout.h"
-#include "Receiver.h"
+#include "network/HttpsFetcher.h"
+#include "network/Receiver.h"
+#include "publication/Layout.h"
 
 #include "os/Descriptor.h"
 #include "os/FileSystem.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "HttpsClient.h"
-#include "MetadataSource.h"
+#include "network/HttpsClient.h"
+#include "network/MetadataSource.h"
 
 #include <memory>
 

@@ -1,6 +1,6 @@
 #include "mirror/RootChain.h"
 
-#include "Layout.h"
+#include "publication/Layout.h"
 
 #include "os/FileTools.h"
 #include "tuf/TrustedSet.h"

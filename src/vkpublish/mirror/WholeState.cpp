@@ -1,6 +1,6 @@
 #include "mirror/WholeState.h"
 
-#include "Layout.h"
+#include "publication/Layout.h"
 
 #include "tuf/DelegationSearch.h"
 #include "tuf/MetadataStore.h"

@@ -2,12 +2,12 @@
 #include "mirror/Mirror.h"
 #include "FaultyFileSystem.h"
 #include "mirror/Origin.h"
+#include "network/Receiver.h"
 #include "PowerCut.h"
+#include "publication/Verification.h"
 #include "Publisher.h"
-#include "Receiver.h"
 #include "TestRepository.h"
 #include "TestServer.h"
-#include "Verification.h"
 
 #include <QtCore/QElapsedTimer>
 

@@ -1,5 +1,5 @@
-#include "Packer.h"
-#include "SideFileCheck.h"
+#include "packing/Packer.h"
+#include "publication/SideFileCheck.h"
 #include "Test.h"
 
 #include "trees/IndexWriter.h"

@@ -1,6 +1,6 @@
 // The built vkpublish.
+#include "publication/Verification.h"
 #include "Publisher.h"
-#include "Verification.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -1,9 +1,9 @@
 // An interruption or a disk failure at every moment of a publication.
-#include "Publication.h"
+#include "publication/Publication.h"
 #include "FaultyFileSystem.h"
-#include "NewDeltas.h"
+#include "publication/NewDeltas.h"
+#include "publication/Rotation.h"
 #include "Publisher.h"
-#include "Rotation.h"
 
 using namespace tarn::vkpublish;
 

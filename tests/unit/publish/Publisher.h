@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MetadataSource.h"
+#include "network/MetadataSource.h"
 #include "Program.h"
 #include "Test.h"
 

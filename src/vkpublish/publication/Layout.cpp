@@ -1,4 +1,4 @@
-#include "Layout.h"
+#include "publication/Layout.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>

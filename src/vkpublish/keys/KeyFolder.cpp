@@ -1,6 +1,6 @@
-#include "KeyFolder.h"
+#include "keys/KeyFolder.h"
 
-#include "Roles.h"
+#include "keys/Roles.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"

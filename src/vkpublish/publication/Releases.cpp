@@ -1,7 +1,7 @@
-#include "Releases.h"
+#include "publication/Releases.h"
 
-#include "Layout.h"
-#include "Record.h"
+#include "publication/Layout.h"
+#include "record/Record.h"
 
 #include "tuf/Hashes.h"
 #include "tuf/Metadata.h"

@@ -1,11 +1,11 @@
-#include "Publication.h"
+#include "publication/Publication.h"
 
-#include "CatchUp.h"
-#include "FileMatch.h"
-#include "Layout.h"
-#include "MetadataSource.h"
-#include "RepositoryState.h"
-#include "Roles.h"
+#include "keys/Roles.h"
+#include "network/MetadataSource.h"
+#include "publication/CatchUp.h"
+#include "publication/FileMatch.h"
+#include "publication/Layout.h"
+#include "publication/RepositoryState.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"

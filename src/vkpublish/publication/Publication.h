@@ -1,6 +1,6 @@
 #pragma once
 
-#include "KeyFolder.h"
+#include "keys/KeyFolder.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonObject>

@@ -1,4 +1,4 @@
-#include "FileMatch.h"
+#include "publication/FileMatch.h"
 
 #include "tuf/Hashes.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TarStream.h"
+#include "packing/TarStream.h"
 
 namespace tarn::vkpublish {
 

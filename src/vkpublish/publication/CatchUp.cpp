@@ -1,9 +1,9 @@
-#include "CatchUp.h"
+#include "publication/CatchUp.h"
 
-#include "KeyFolder.h"
-#include "Layout.h"
-#include "MetadataSource.h"
-#include "RepositoryState.h"
+#include "keys/KeyFolder.h"
+#include "network/MetadataSource.h"
+#include "publication/Layout.h"
+#include "publication/RepositoryState.h"
 
 #include "os/FileTools.h"
 #include "tuf/Metadata.h"

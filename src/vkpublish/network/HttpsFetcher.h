@@ -1,6 +1,6 @@
 #pragma once
 
-#include "HttpsClient.h"
+#include "network/HttpsClient.h"
 
 #include "tuf/Updater.h"
 

@@ -1,8 +1,8 @@
-#include "Packer.h"
+#include "packing/Packer.h"
 
-#include "FrameCutter.h"
-#include "FramePacker.h"
-#include "FrameSize.h"
+#include "packing/FrameCutter.h"
+#include "packing/FramePacker.h"
+#include "packing/FrameSize.h"
 
 #include "os/Descriptor.h"
 #include "os/FileTools.h"

@@ -1,4 +1,4 @@
-#include "Record.h"
+#include "record/Record.h"
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>

@@ -1,6 +1,6 @@
-#include "SideFileCheck.h"
+#include "publication/SideFileCheck.h"
 
-#include "FileMatch.h"
+#include "publication/FileMatch.h"
 
 #include "os/FileSystem.h"
 #include "packages/ArchiveReader.h"

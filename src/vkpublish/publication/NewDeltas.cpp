@@ -1,8 +1,8 @@
-#include "NewDeltas.h"
+#include "publication/NewDeltas.h"
 
 #include "deltas/DeltaMaker.h"
-#include "FileMatch.h"
-#include "Layout.h"
+#include "publication/FileMatch.h"
+#include "publication/Layout.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"

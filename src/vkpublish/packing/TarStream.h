@@ -1,6 +1,6 @@
 #pragma once
 
-#include "FolderScan.h"
+#include "packing/FolderScan.h"
 
 #include <QtCore/QByteArrayView>
 #include <QtCore/QDateTime>

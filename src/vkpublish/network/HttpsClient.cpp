@@ -1,6 +1,6 @@
-#include "HttpsClient.h"
+#include "network/HttpsClient.h"
 
-#include "Receiver.h"
+#include "network/Receiver.h"
 
 #include "net/TlsTrust.h"
 

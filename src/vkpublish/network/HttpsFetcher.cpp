@@ -1,6 +1,6 @@
-#include "HttpsFetcher.h"
+#include "network/HttpsFetcher.h"
 
-#include "Receiver.h"
+#include "network/Receiver.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Publication.h"
+#include "publication/Publication.h"
 
 namespace tarn::vkpublish {
 

@@ -1,6 +1,6 @@
-#include "FrameSize.h"
+#include "packing/FrameSize.h"
 
-#include "FrameCutter.h"
+#include "packing/FrameCutter.h"
 
 #include "trees/FrameTable.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Record.h"
+#include "record/Record.h"
 
 #include "internal/Failure.h"
 #include "tuf/SigningKey.h"

@@ -1,4 +1,4 @@
-#include "FolderScan.h"
+#include "packing/FolderScan.h"
 
 #include "packages/EntryPath.h"
 

@@ -1,6 +1,6 @@
-#include "RepositoryState.h"
+#include "publication/RepositoryState.h"
 
-#include "Layout.h"
+#include "publication/Layout.h"
 
 #include "tuf/TrustedSet.h"
 

@@ -1,7 +1,7 @@
-#include "MetadataSource.h"
+#include "network/MetadataSource.h"
 
-#include "HttpsFetcher.h"
-#include "Layout.h"
+#include "network/HttpsFetcher.h"
+#include "publication/Layout.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"

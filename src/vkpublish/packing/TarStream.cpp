@@ -1,4 +1,4 @@
-#include "TarStream.h"
+#include "packing/TarStream.h"
 
 #include "os/Descriptor.h"
 

@@ -1,10 +1,10 @@
-#include "Verification.h"
+#include "publication/Verification.h"
 
-#include "FileMatch.h"
-#include "Layout.h"
-#include "MetadataSource.h"
-#include "Releases.h"
-#include "SideFileCheck.h"
+#include "network/MetadataSource.h"
+#include "publication/FileMatch.h"
+#include "publication/Layout.h"
+#include "publication/Releases.h"
+#include "publication/SideFileCheck.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"

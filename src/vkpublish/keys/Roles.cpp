@@ -1,4 +1,4 @@
-#include "Roles.h"
+#include "keys/Roles.h"
 
 #include "tuf/Hashes.h"
 #include "tuf/Metadata.h"

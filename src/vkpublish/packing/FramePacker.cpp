@@ -1,4 +1,4 @@
-#include "FramePacker.h"
+#include "packing/FramePacker.h"
 
 #include "trees/FrameTable.h"
 #include "tuf/Hashes.h"

@@ -1,6 +1,6 @@
-#include "Rotation.h"
+#include "publication/Rotation.h"
 
-#include "Roles.h"
+#include "keys/Roles.h"
 
 #include "tuf/Metadata.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "KeyFolder.h"
+#include "keys/KeyFolder.h"
 
 #include "internal/Failure.h"
 #include "packages/PackageInfo.h"
