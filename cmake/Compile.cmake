@@ -7,6 +7,8 @@ set(CMAKE_AUTOMOC ON)
 
 # The same for programs and libraries, so that they can share precompiled headers.
 add_compile_options(-fPIC)
+# Nobody waits for a test's own code, but everybody for its compilation. What it tests stays optimised.
+set(RKM_TEST_OPTIONS $<$<CONFIG:RelWithDebInfo>:-O0>)
 add_compile_options(-Wall -Wextra -Wpedantic -Werror)
 add_compile_definitions(QT_NO_CAST_FROM_ASCII QT_NO_KEYWORDS)
 add_link_options(-Wl,--as-needed -Wl,-z,relro -Wl,-z,now)
