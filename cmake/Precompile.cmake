@@ -45,6 +45,6 @@ function(rkm_precompile)
                 <QtCore/QFile> <QtCore/QJsonArray> <QtCore/QJsonDocument> <QtCore/QJsonObject> <QtCore/QList>
                 <QtCore/QMap> <QtCore/QObject> <QtCore/QString> <QtCore/QStringList> <QtCore/QTemporaryDir>
                 <functional> <memory> <optional> <vector>)
-        rkm_use_pch(${PROJECT_SOURCE_DIR}/tests rkm_test_pch "GTest::|test_main|test_support")
+        rkm_use_pch(${PROJECT_SOURCE_DIR}/tests rkm_test_pch "GTest::|test_main|_test_support")
     endif()
 endfunction()
