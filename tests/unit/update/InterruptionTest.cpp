@@ -193,7 +193,7 @@ TEST_P(InterruptedRunTest, LeavesOldOrNewWhereverItComes)
     }
     run(ResultSuccess);
     int tCount = 1;
-    for (bool tCame = true; tCame && !HasFailure(); tCount += GetParam().mStep * sMomentStep) {
+    for (bool tCame = true; tCame && !HasFailure(); tCount += GetParam().mStep * momentStep()) {
         SCOPED_TRACE(tCount);
         const FileMap tBefore = mMachine.currentFiles();
         publishNext();

@@ -301,7 +301,7 @@ TEST_P(CutTrialTest, EndsWithThePreviousPackages)
     const bool tIsPower = GetParam().mKind == Cut::Kind::Power || GetParam().mKind == Cut::Kind::PowerBytes;
     int tCount = tIsPower ? 1 : tFirst;
     const int tBegin = tCount;
-    for (bool tCame = true; tCame && !HasFailure(); tCount += sMomentStep) {
+    for (bool tCame = true; tCame && !HasFailure(); tCount += momentStep()) {
         QFile::remove(mMachine.path(q("state/refused.json")));
         publishVersion(tCount + 2);
         tCame = runAndCut(tCount);

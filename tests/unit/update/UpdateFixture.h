@@ -23,13 +23,16 @@ inline QByteArray noise(qsizetype pSize, quint32 pSeed)
     return tNoise;
 }
 
-// Of the moments at which a run is cut off, the sanitizers, which take several times as long, see a sample.
-// The other builds see all.
+// A run is cut off at a sample of its moments, and with RKM_EVERY_MOMENT=1 at all of them.
+inline int momentStep()
+{
 #ifdef __SANITIZE_ADDRESS__
-constexpr int sMomentStep = 5;
+    constexpr int sSample = 17;
 #else
-constexpr int sMomentStep = 1;
+    constexpr int sSample = 5;
 #endif
+    return qEnvironmentVariableIsSet("RKM_EVERY_MOMENT") ? 1 : sSample;
+}
 
 // A repository with an application, a library that it requires, and data; and a machine that uses it.
 class UpdateFixture : public testing::Test
