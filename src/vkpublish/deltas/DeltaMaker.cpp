@@ -1,6 +1,7 @@
 #include "deltas/DeltaMaker.h"
 
 #include "deltas/DeltaPlan.h"
+#include "deltas/Relation.h"
 #include "deltas/SegmentPacker.h"
 
 #include "os/Descriptor.h"
@@ -16,6 +17,7 @@
 #include <condition_variable>
 #include <map>
 #include <mutex>
+#include <numeric>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -81,6 +83,44 @@ private:
     bool mIsKept = false;
 };
 
+Failure readAll(const PackageVersion& pFrom, const trees::Pieces& pPieces, QByteArray* pTo)
+{
+    pTo->clear();
+    for (const trees::Piece& tPiece : pPieces) {
+        if (Failure tFailure = pFrom.read(tPiece, pTo)) {
+            return tFailure;
+        }
+    }
+    return {};
+}
+
+Failure readSegment(const PackageVersion& pOld, const PackageVersion& pNew, const Segment& pSegment,
+                    QByteArray* pBase, QByteArray* pMade)
+{
+    const Failure tFailure = readAll(pOld, pSegment.mFrom, pBase);
+    return tFailure ? tFailure : readAll(pNew, pSegment.mMakes, pMade);
+}
+
+// What the files take, packed as the archive is, that have nothing in common with old ones.
+Failure estimateUnrelated(const PackageVersion& pOld, const PackageVersion& pNew,
+                          const std::vector<Segment>& pSegments, qint64* pBytes)
+{
+    qint64 tUnrelated = 0;
+    QByteArray tBase;
+    QByteArray tMade;
+    for (const Segment& tSegment : pSegments) {
+        if (Failure tFailure = readSegment(pOld, pNew, tSegment, &tBase, &tMade)) {
+            return tFailure;
+        }
+        tUnrelated += areRelated(tBase, tMade) ? 0 : tMade.size();
+    }
+    const qint64 tAll = std::accumulate(pNew.sizes().begin(), pNew.sizes().end(), qint64(0));
+    *pBytes =
+        static_cast<qint64>(static_cast<double>(tUnrelated) / static_cast<double>(std::max<qint64>(tAll, 1)) *
+                            static_cast<double>(pNew.archiveSize()));
+    return {};
+}
+
 // Packs the segments, several at a time, and writes them in their order.
 class Work
 {
@@ -127,15 +167,8 @@ private:
     {
         QByteArray tBase;
         QByteArray tMade;
-        for (const trees::Piece& tPiece : pSegment.mFrom) {
-            if (Failure tFailure = mOld.read(tPiece, &tBase)) {
-                return tFailure;
-            }
-        }
-        for (const trees::Piece& tPiece : pSegment.mMakes) {
-            if (Failure tFailure = mNew.read(tPiece, &tMade)) {
-                return tFailure;
-            }
+        if (Failure tFailure = readSegment(mOld, mNew, pSegment, &tBase, &tMade)) {
+            return tFailure;
         }
         *pTo = packSegment(tBase, tMade);
         return pTo->mBytes.isEmpty() ? Failure::content(u"A segment of a delta cannot be packed"_s)
@@ -249,7 +282,7 @@ Failure putTogether(FileSystem& pFileSystem, const QByteArray& pHeader, const QS
 } // namespace
 
 Failure makeDelta(FileSystem& pFileSystem, PackageVersion& pOld, PackageVersion& pNew, int pThreads,
-                  const QString& pOutput, DeltaResult* pTo)
+                  qint64 pMostBytes, const QString& pOutput, DeltaResult* pTo)
 {
     NewFile tPacked(pFileSystem, pOutput + u".segments"_s);
     NewFile tOutput(pFileSystem, pOutput);
@@ -261,6 +294,13 @@ Failure makeDelta(FileSystem& pFileSystem, PackageVersion& pOld, PackageVersion&
     std::vector<Segment> tSegments;
     if (Failure tFailure = plan(pOld, pNew, &tSegments)) {
         return tFailure;
+    }
+    qint64 tUnrelated = 0;
+    if (Failure tFailure = estimateUnrelated(pOld, pNew, tSegments, &tUnrelated)) {
+        return tFailure;
+    }
+    if (tUnrelated >= pMostBytes) {
+        return {};
     }
     if (Failure tFailure = Work(pOld, pNew, &tSegments, &tPacked).run(std::max(pThreads, 1))) {
         return tFailure;

@@ -35,6 +35,7 @@ public:
     const trees::IndexName& index() const { return mIndex; }
     const trees::Tree& tree() const { return mTree; }
     const trees::EntrySizes& sizes() const { return mSizes; } // numbered as in a delta
+    qint64 archiveSize() const { return mLimits.mArchiveSize; }
     // Takes these files, numbered as in a delta, out of the archive to be read. Reads only the frames that
     // they are in. Each frame and each file must have the hash that the index names; Content if one does not.
     // Follows readEntries().

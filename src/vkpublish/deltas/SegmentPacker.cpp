@@ -1,6 +1,7 @@
 #include "deltas/SegmentPacker.h"
 
 #include "deltas/Difference.h"
+#include "deltas/Relation.h"
 
 #include <zstd.h>
 
@@ -61,12 +62,13 @@ PackedSegment packSegment(QByteArrayView pBase, QByteArrayView pMade)
             tBest = {pMethod, pBytes};
         }
     };
-    if (!pBase.isEmpty()) {
+    const bool tIsRelated = !pBase.isEmpty() && areRelated(pBase, pMade);
+    if (tIsRelated) {
         tTake(PatchMethod::Zstd, frame(pMade, pBase));
         tTake(PatchMethod::Bsdiff, steps(pBase, pMade));
     }
     // A base that saves half of the bytes is never worse than none.
-    if (pBase.isEmpty() || tBest.mBytes.size() > pMade.size() / 2) {
+    if (!tIsRelated || tBest.mBytes.size() > pMade.size() / 2) {
         tTake(PatchMethod::Plain, frame(pMade, {}));
     }
     return tBest;

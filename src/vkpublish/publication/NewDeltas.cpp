@@ -182,8 +182,11 @@ Failure NewDeltas::makeOne(const Version& pOld, PackageVersion& pNew, qint64 pMo
     const QString tUnnamed = mTargets + "/.delta.new"_L1;
     const auto tThreads = static_cast<int>(std::min(std::thread::hardware_concurrency(), sMostThreads));
     DeltaResult tResult;
-    if (Failure tFailure = makeDelta(mFileSystem, tOld, pNew, tThreads, tUnnamed, &tResult)) {
+    if (Failure tFailure = makeDelta(mFileSystem, tOld, pNew, tThreads, pMostBytes, tUnnamed, &tResult)) {
         return tFailure;
+    }
+    if (tResult.mLength == 0) {
+        return {};
     }
     const DeltaFile tDelta{.mFile = {.mLength = tResult.mLength, .mHash = tResult.mHash},
                            .mFrom = tOld.index()};

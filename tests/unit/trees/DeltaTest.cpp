@@ -12,6 +12,7 @@
 #include <QtCore/QRandomGenerator>
 
 #include <functional>
+#include <limits>
 #include <zstd.h>
 
 using namespace tarn;
@@ -19,6 +20,8 @@ using namespace tarn::trees;
 using vkpublish::PackageVersion;
 
 namespace {
+
+constexpr qint64 sAnySize = std::numeric_limits<qint64>::max();
 
 using Files = QMap<QByteArray, QByteArray>;
 
@@ -81,7 +84,8 @@ protected:
     QByteArray make(PackageVersion& pOld, PackageVersion& pNew, int pThreads)
     {
         vkpublish::DeltaResult tResult;
-        const Failure tFailure = makeDelta(os::realFileSystem(), pOld, pNew, pThreads, deltaPath(), &tResult);
+        const Failure tFailure =
+            makeDelta(os::realFileSystem(), pOld, pNew, pThreads, sAnySize, deltaPath(), &tResult);
         EXPECT_FALSE(tFailure) << tFailure.mText;
         const QByteArray tBytes = readFile(deltaPath());
         EXPECT_EQ(tResult.mLength, tBytes.size());
@@ -207,7 +211,7 @@ TEST_F(DeltaTest, ReadsOnlyTheFramesThatItNeeds)
             vkpublish::DeltaResult tResult;
             const Failure tFailure =
                 makeDelta(os::realFileSystem(), *open(os::realFileSystem(), q("old")),
-                          *open(os::realFileSystem(), q("new")), 1, deltaPath(), &tResult);
+                          *open(os::realFileSystem(), q("new")), 1, sAnySize, deltaPath(), &tResult);
             EXPECT_EQ(tFailure.mKind, tAt == tSize / 2 ? Failure::Kind::Content : Failure::Kind::None);
             EXPECT_EQ(tFailure.mText.contains(mDir.filePath(tName) + q(" is damaged: its frame 2 of 3")),
                       tAt == tSize / 2)
@@ -245,7 +249,8 @@ TEST_F(DeltaTest, LeavesNothingWhenTheDiskFails)
         {
             const auto tOld = open(tFileSystem, q("old"), &tFailure);
             vkpublish::DeltaResult tResult;
-            tFailure = tFailure ? tFailure : makeDelta(tFileSystem, *tOld, *tNew, 2, deltaPath(), &tResult);
+            tFailure = tFailure ? tFailure
+                                : makeDelta(tFileSystem, *tOld, *tNew, 2, sAnySize, deltaPath(), &tResult);
         }
         tFailed = tFileSystem.hasFailed();
         EXPECT_TRUE(tFailure ? !QFile::exists(deltaPath()) : readFile(deltaPath()) == tGood)
@@ -258,9 +263,21 @@ TEST_F(DeltaTest, LeavesNothingWhenTheDiskFails)
     }
     ASSERT_TRUE(QDir().mkpath(deltaPath()));
     vkpublish::DeltaResult tResult;
-    const Failure tFailure = makeDelta(os::realFileSystem(), *tNew, *tNew, 1, deltaPath(), &tResult);
+    const Failure tFailure =
+        makeDelta(os::realFileSystem(), *tNew, *tNew, 1, sAnySize, deltaPath(), &tResult);
     EXPECT_TRUE(tFailure.mText.contains(deltaPath())) << tFailure.mText;
     EXPECT_FALSE(QFile::exists(deltaPath() + q(".segments")));
+}
+
+TEST_F(DeltaTest, IsGivenUpEarlyWhereNothingIsTheSame)
+{
+    const auto tOld = version(q("old"), {{"f", noise(200'000)}, {"g", noise(100'000, 2)}});
+    const auto tNew = version(q("new"), {{"f", noise(200'000, 3)}, {"g", noise(100'000, 2)}});
+    vkpublish::DeltaResult tResult;
+    EXPECT_FALSE(makeDelta(os::realFileSystem(), *tOld, *tNew, 1, 190'000, deltaPath(), &tResult));
+    EXPECT_EQ(tResult.mLength, 0);
+    EXPECT_EQ(QDir(mDir.path()).entryList({q("delta*")}).size(), 0);
+    EXPECT_LT(make(*tOld, *tNew, 1).size(), 201'000);
 }
 
 TEST_F(DeltaTest, DiffersInBytesOfAllKinds)

@@ -17,6 +17,8 @@
 #include <algorithm>
 #include <sys/stat.h>
 
+#include <limits>
+
 using namespace tarn;
 using namespace tarn::trees;
 
@@ -164,7 +166,7 @@ protected:
         };
         vkpublish::DeltaResult tResult;
         ASSERT_FALSE(vkpublish::makeDelta(os::realFileSystem(), *tOpen(pOld), *tOpen(pNew), 1,
-                                          path(q("delta")), &tResult));
+                                          std::numeric_limits<qint64>::max(), path(q("delta")), &tResult));
     }
 
     void sh(const QString& pScript)
