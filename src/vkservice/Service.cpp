@@ -141,8 +141,10 @@ Failure Service::start()
         mApp.write(LogLevel::Error, tFailure.mText);
     }
     // The service may have been killed before it queued the mail about the run; by now the log of the
-    // installed packages is complete.
-    mMail.onRunEnded(mUpdates.lastRun());
+    // installed packages is complete. A run whose packages are on trial has not ended.
+    if (!mUpdates.isOnTrial()) {
+        mMail.onRunEnded(mUpdates.lastRun());
+    }
     mMail.onVerified(mVerifications.damaged());
     if (const Failure tFailure = listen()) {
         return tFailure;

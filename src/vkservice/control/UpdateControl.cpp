@@ -85,9 +85,14 @@ Failure UpdateControl::recover()
     return tIsSound ? Failure() : Failure{Failure::Kind::Damaged, tError};
 }
 
+bool UpdateControl::isOnTrial() const
+{
+    return mThread.isOnTrial();
+}
+
 void UpdateControl::resumeTrial()
 {
-    if (mStopped || isActive() || !mThread.isOnTrial()) {
+    if (mStopped || isActive() || !isOnTrial()) {
         return;
     }
     Result<RunRequest> tRequest = request();
@@ -241,7 +246,9 @@ Result<RunRequest> UpdateControl::requestFor(bool pManual)
 
 Failure UpdateControl::begin(const RunRequest& pRequest, bool pManual)
 {
-    mBegan = QDateTime::currentDateTimeUtc();
+    // A run that was killed in its checks goes on with this one: what it has installed counts here.
+    const bool tGoesOn = isOnTrial() && mLastRun.mCutShort > 0 && mLastRun.mBegan.isValid();
+    mBegan = tGoesOn ? mLastRun.mBegan : QDateTime::currentDateTimeUtc();
     mManual = pManual;
     // The run continues without the mark, but will not count as interrupted if the service is killed.
     mSources.mSettings.beginRun(mBegan.toString(Qt::ISODateWithMs));

@@ -35,8 +35,9 @@ public:
     std::optional<bool> load();
     // Repairs what a killed run left. A failure is for the log.
     Failure recover();
-    // Brings the trial that a killed run left to its end, by a run that asks no server. Harmless if there is
-    // none.
+    // After recover(), until a run begins: a killed run left packages that have not proven themselves.
+    bool isOnTrial() const;
+    // Brings their trial to its end, by a run that asks no server. Harmless if there is none.
     void resumeTrial();
     // Makes an earlier generation the current one, and refuses the packages that replaced it. Not during a
     // run.
