@@ -82,6 +82,10 @@ Failure UpdateControl::recover()
         record(ResultCheckFailed, failureText(tBack), mLastRun.mBegan);
         mStatus = restingStatus();
     }
+    if (const auto tRefused = mThread.refused(); !tRefused.isEmpty()) {
+        noteRefused(tRefused);
+        Q_EMIT packagesChanged();
+    }
     return tIsSound ? Failure() : Failure{Failure::Kind::Damaged, tError};
 }
 
@@ -108,7 +112,35 @@ Failure UpdateControl::rollBack(qint64 pGeneration)
         return {Failure::Kind::Canceled, u"An update is running"_s};
     }
     const Result<RunRequest> tRequest = request();
-    return tRequest ? mThread.rollBack(*tRequest, pGeneration) : tRequest.failure();
+    if (!tRequest) {
+        return tRequest.failure();
+    }
+    const Failure tFailure = mThread.rollBack(*tRequest, pGeneration);
+    noteRefused(mThread.refused());
+    Q_EMIT packagesChanged();
+    return tFailure;
+}
+
+void UpdateControl::noteAccepted(const QString& pPackage)
+{
+    changeLeftOut([&pPackage](const auto& pBefore) { return withoutRefused(pBefore, pPackage); });
+    Q_EMIT packagesChanged();
+}
+
+void UpdateControl::noteRefused(const QList<packages::Refusal>& pRefused)
+{
+    if (!pRefused.isEmpty()) {
+        changeLeftOut([&pRefused](const auto& pBefore) { return withRefused(pBefore, pRefused); });
+    }
+}
+
+// What the last run left out is stored.
+void UpdateControl::changeLeftOut(const std::function<LeftOutPackages(const LeftOutPackages&)>& pChange)
+{
+    const auto tBefore = mSources.mSettings.leftOut();
+    if (!tBefore || !mSources.mSettings.setLeftOut(pChange(*tBefore))) {
+        Q_EMIT error(0, u"The list of packages that were left out could not be stored."_s, {});
+    }
 }
 
 Result<RunRequest> UpdateControl::request()
@@ -293,9 +325,10 @@ void UpdateControl::finish(const RunResult& pResult)
     for (const QString& tServer : pResult.mUnusableServers) {
         Q_EMIT serverUnusable(tServer);
     }
-    if (pResult.mLeftOut && !mSources.mSettings.setLeftOut(*pResult.mLeftOut)) {
-        Q_EMIT error(0, u"The list of packages that were left out could not be stored."_s, {});
+    if (pResult.mLeftOut) {
+        changeLeftOut([&pResult](const auto&) { return *pResult.mLeftOut; });
     }
+    noteRefused(pResult.mRefused);
     mPreparedFor = pResult.mInstallFrom;
     Q_EMIT runEnded(mSessionRun, mManual);
     const bool tLeavesMore = std::exchange(mOnlyTrial, false) || leavesMoreByHand(pResult);

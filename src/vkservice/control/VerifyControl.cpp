@@ -254,7 +254,7 @@ void VerifyControl::tick()
     }
 }
 
-void VerifyControl::onRunEnded()
+void VerifyControl::onPackagesChanged()
 {
     const auto tInstalled = installed();
     CheckRecord& tRecord = mParts.mRecord.record();

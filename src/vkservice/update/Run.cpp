@@ -120,7 +120,11 @@ RunResult Run::run()
     }
     if (!tBest->mPlan.mPackages.isEmpty() || mWorkplace.needsNewGeneration()) {
         if (const Failure tFailure = installPackages(&tBest)) {
-            return failed(tFailure);
+            RunResult tResult = failed(tFailure);
+            if (tFailure.mKind == Failure::Kind::CheckFailed) {
+                tResult.mLeftOut = tBest->mPlan.mLeftOut;
+            }
+            return tResult;
         }
     }
     return finish(tBest.get());

@@ -36,6 +36,7 @@ public:
     // After run().
     RunTraffic traffic() const { return {mDownloads.received(), mInstalledBytes}; }
     QStringList unusableServers() const;
+    const QList<packages::Refusal>& refused() const { return mTrial.refused(); }
 
 private:
     // The result of one server for this machine.

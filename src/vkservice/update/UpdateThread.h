@@ -40,6 +40,8 @@ public:
     // Makes an earlier generation the current one, and refuses the packages that replaced it. A failure if a
     // run is in progress.
     Failure rollBack(const RunRequest& pRequest, qint64 pGeneration);
+    // After recover() or rollBack(): what it has refused.
+    QList<packages::Refusal> refused() const;
 
     // False if a run is in progress.
     bool start(const RunRequest& pRequest);
