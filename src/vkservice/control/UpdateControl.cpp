@@ -7,6 +7,7 @@
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
 #include "update/Eligibility.h"
+#include "update/FailurePolicy.h"
 #include "update/Reporter.h"
 #include "update/RunTexts.h"
 #include "update/UpdateThread.h"
@@ -254,6 +255,11 @@ Failure UpdateControl::trigger(bool pManual)
         Q_EMIT statusChanged(StatusSuppressed);
         return {};
     }
+    return startRun(pManual);
+}
+
+Failure UpdateControl::startRun(bool pManual)
+{
     const Result<RunRequest> tRequest = requestFor(pManual);
     return tRequest ? begin(*tRequest, pManual) : tRequest.failure();
 }
@@ -334,10 +340,13 @@ void UpdateControl::finish(const RunResult& pResult)
     const bool tLeavesMore = std::exchange(mOnlyTrial, false) || leavesMoreByHand(pResult);
     const auto tTriggered = std::exchange(mTriggered, std::nullopt);
     if (tLeavesMore && tTriggered && pResult.mCode == ResultSuccess && !isSuppressed()) {
-        const Result<RunRequest> tRequest = requestFor(*tTriggered);
-        if (tRequest && !begin(*tRequest, *tTriggered)) {
+        const Failure tFailure = startRun(*tTriggered);
+        if (!tFailure) {
             return; // for clients it was one run
         }
+        record(resultCode(tFailure), failureText(tFailure), QDateTime::currentDateTimeUtc());
+        mSessionRun = mLastRun;
+        Q_EMIT runEnded(mSessionRun, *tTriggered);
     }
     setStatus(restingStatus());
 }

@@ -95,6 +95,7 @@ private:
     Result<update::RunRequest> request();
     // The request of a run that asks servers.
     Result<update::RunRequest> requestFor(bool pManual);
+    Failure startRun(bool pManual);
     Failure begin(const update::RunRequest& pRequest, bool pManual);
     Result<update::OpeningAt> openings(bool pManual);
     void finish(const update::RunResult& pResult);
