@@ -436,8 +436,16 @@ bool IPCClient::changeServer(int pIndex, Server* pServer)
 
 std::optional<QJsonValue> IPCClient::call(const QString& pMethod, const QJsonObject& pParams)
 {
+    QString tReason;
+    return call(pMethod, pParams, &tReason);
+}
+
+std::optional<QJsonValue> IPCClient::call(const QString& pMethod, const QJsonObject& pParams,
+                                          QString* pReason)
+{
     const std::shared_ptr<Session> tKeep = d;
     const Result<QJsonValue> tResult = tKeep->call(pMethod, pParams);
+    *pReason = tResult.failure().mText;
     return tResult ? std::optional(*tResult) : std::nullopt;
 }
 
