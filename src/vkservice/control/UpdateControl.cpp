@@ -77,8 +77,7 @@ Failure UpdateControl::recover()
     if (!tRequest) {
         return tRequest.failure();
     }
-    QString tError;
-    const bool tIsSound = mThread.recover(*tRequest, &tError);
+    const Failure tFailure = mThread.recover(*tRequest);
     if (const Failure tBack = mThread.wayBack()) {
         record(ResultCheckFailed, failureText(tBack), mLastRun.mBegan);
         mStatus = restingStatus();
@@ -87,7 +86,7 @@ Failure UpdateControl::recover()
         noteRefused(tRefused);
         Q_EMIT packagesChanged();
     }
-    return tIsSound ? Failure() : Failure{Failure::Kind::Damaged, tError};
+    return tFailure;
 }
 
 bool UpdateControl::isOnTrial() const

@@ -94,12 +94,11 @@ UpdateThread::~UpdateThread()
     }
 }
 
-bool UpdateThread::recover(const RunRequest& pRequest, QString* pError)
+Failure UpdateThread::recover(const RunRequest& pRequest)
 {
     Workplace tWorkplace(d->mFileSystem, d->mProcesses, pRequest);
     if (const Failure tFailure = tWorkplace.open(packages::NewRoots::Leave)) {
-        *pError = tFailure.mText;
-        return false;
+        return tFailure.as(Failure::Kind::Damaged);
     }
     const std::unique_ptr<Reporter> tReporter = d->makeReporter();
     Trial tTrial(pRequest, d->mFileSystem, d->mChecks, tWorkplace, *tReporter, d->mAbort);
@@ -118,8 +117,7 @@ bool UpdateThread::recover(const RunRequest& pRequest, QString* pError)
     }
     tTexts.append(tLogText);
     tTexts.removeAll(QString());
-    *pError = tTexts.join(u". "_s);
-    return pError->isEmpty();
+    return tTexts.isEmpty() ? Failure() : Failure{Failure::Kind::Damaged, tTexts.join(u". "_s)};
 }
 
 bool UpdateThread::isOnTrial() const
