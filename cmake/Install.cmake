@@ -38,6 +38,7 @@ install(CODE "
 install(FILES ${CMAKE_BINARY_DIR}/packaging/vkservice.service ${PROJECT_SOURCE_DIR}/packaging/systemd/vkservice.socket
     DESTINATION lib/systemd/system COMPONENT service)
 install(FILES packaging/systemd/vkservice.sysusers DESTINATION lib/sysusers.d RENAME vkservice.conf COMPONENT service)
+install(FILES packaging/polkit/vkservice.rules DESTINATION ${SHARE}/polkit-1/rules.d COMPONENT service)
 install(FILES packaging/systemd/vkservice.tmpfiles DESTINATION lib/tmpfiles.d RENAME vkservice.conf COMPONENT service)
 # Only in the package: below another prefix it would make an installation that can be moved.
 install(FILES packaging/systemd/service.cfg DESTINATION /etc/vk COMPONENT service EXCLUDE_FROM_ALL)

@@ -44,7 +44,7 @@ which proves and repairs the installed packages.")
 set(CPACK_DEBIAN_SERVICE_PACKAGE_NAME vkservice)
 set(CPACK_DEBIAN_SERVICE_PACKAGE_DEPENDS "libvkcore1 ${SAME_VERSION}, \
 systemd | systemd-standalone-sysusers | systemd-sysusers, systemd | systemd-standalone-tmpfiles | systemd-tmpfiles")
-set(CPACK_DEBIAN_SERVICE_PACKAGE_RECOMMENDS "rkm, ca-certificates")
+set(CPACK_DEBIAN_SERVICE_PACKAGE_RECOMMENDS "rkm, ca-certificates, polkitd")
 set(CPACK_DEBIAN_SERVICE_PACKAGE_CONTROL_EXTRA
     ${PROJECT_SOURCE_DIR}/packaging/debian/conffiles;${PROJECT_SOURCE_DIR}/packaging/debian/postinst;${PROJECT_SOURCE_DIR}/packaging/debian/prerm;${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
 set(CPACK_DEBIAN_SERVICE_DESCRIPTION "service that installs signed updates

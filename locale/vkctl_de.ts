@@ -130,8 +130,8 @@
         <translation>Unterbrochen. %1 läuft im Dienst weiter.</translation>
     </message>
     <message>
-        <source>Failed to start the verification.</source>
-        <translation>Die Prüfung konnte nicht gestartet werden.</translation>
+        <source>The verification can&apos;t be started: %1</source>
+        <translation>Die Prüfung kann nicht begonnen werden: %1</translation>
     </message>
     <message>
         <source>The verification</source>
@@ -238,20 +238,20 @@
         <translation>Festgehaltene Pakete: %1</translation>
     </message>
     <message>
-        <source>The package can&apos;t be held: its name is not valid, or an update is running.</source>
-        <translation>Das Paket kann nicht festgehalten werden: Sein Name ist nicht gültig, oder eine Aktualisierung läuft.</translation>
+        <source>The package can&apos;t be held: %1</source>
+        <translation>Das Paket kann nicht festgehalten werden: %1</translation>
     </message>
     <message>
-        <source>The hold can&apos;t be ended: the package&apos;s name is not valid, or an update is running.</source>
-        <translation>Das Paket kann nicht freigegeben werden: Sein Name ist nicht gültig, oder eine Aktualisierung läuft.</translation>
+        <source>The hold can&apos;t be ended: %1</source>
+        <translation>Das Paket kann nicht freigegeben werden: %1</translation>
     </message>
     <message>
         <source>Not held: %1</source>
         <translation>Nicht festgehalten: %1</translation>
     </message>
     <message>
-        <source>The channel can&apos;t be set: its name is not valid, or an update is running.</source>
-        <translation>Der Kanal kann nicht gewählt werden: Sein Name ist nicht gültig, oder eine Aktualisierung läuft.</translation>
+        <source>The channel can&apos;t be set: %1</source>
+        <translation>Der Kanal kann nicht gewählt werden: %1</translation>
     </message>
     <message>
         <source>Failed to get the channel.</source>
@@ -286,10 +286,6 @@
         <translation>Kein Paket ist abgelehnt.</translation>
     </message>
     <message>
-        <source>The package was not accepted; perhaps an update is running.</source>
-        <translation>Das Paket wurde nicht zugelassen; vielleicht läuft eine Aktualisierung.</translation>
-    </message>
-    <message>
         <source>The package was not accepted: %1</source>
         <translation>Das Paket wurde nicht zugelassen: %1</translation>
     </message>
@@ -304,10 +300,6 @@
     <message>
         <source>Cannot go back while the wizard is active.</source>
         <translation>Während der Assistent aktiv ist, kann nicht zurückgekehrt werden.</translation>
-    </message>
-    <message>
-        <source>The packages were not changed; perhaps an update is running.</source>
-        <translation>Die Pakete wurden nicht geändert; vielleicht läuft eine Aktualisierung.</translation>
     </message>
     <message>
         <source>The packages were not changed: %1</source>

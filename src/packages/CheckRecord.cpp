@@ -1,13 +1,10 @@
 #include "packages/CheckRecord.h"
 
-#include "internal/JsonReader.h"
-#include "os/FileTools.h"
 #include "packages/PackageFolders.h"
+#include "packages/StateRecord.h"
 
 #include <QtCore/QHash>
 #include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
-#include <QtCore/QJsonObject>
 
 #include <algorithm>
 
@@ -20,23 +17,9 @@ namespace {
 using vkcore::JsonReader;
 
 constexpr int sFormat = 1;
-constexpr mode_t sPrivateFile = 0600;
 constexpr qint64 sMaxSize = 64 * 1024 * 1024;
 constexpr PackageCheck::State sStates[] = {PackageCheck::State::Sound, PackageCheck::State::Damaged,
                                            PackageCheck::State::Unproven};
-
-QJsonValue dateValue(const QDateTime& pDate)
-{
-    return pDate.isValid() ? QJsonValue(pDate.toUTC().toString(Qt::ISODate)) : QJsonValue();
-}
-
-QDateTime readDate(JsonReader* pFrom, const char* pName)
-{
-    const QString tText = pFrom->textOrNull(pName);
-    const QDateTime tDate = QDateTime::fromString(tText, Qt::ISODate);
-    pFrom->require(tText.isNull() || tDate.isValid(), pName, u"is not a date"_s);
-    return tDate;
-}
 
 QJsonObject checkObject(const PackageCheck& pCheck)
 {
@@ -67,7 +50,7 @@ PackageCheck readCheck(JsonReader* pFrom)
                                      [&](auto pState) { return stateWord(pState) == tWord; });
     pFrom->require(tState != std::end(sStates), "state", u"is not a state"_s);
     tCheck.mState = tState == std::end(sStates) ? PackageCheck::State::Unproven : *tState;
-    tCheck.mChecked = readDate(pFrom, "checked");
+    tCheck.mChecked = readDate(*pFrom, "checked");
     tCheck.mFiles = pFrom->integer("files", 0);
     tCheck.mBytes = pFrom->integer("bytes", 0);
     tCheck.mCount = pFrom->integer("count", 0);
@@ -162,36 +145,26 @@ QByteArray CheckRecord::toBytes() const
 
 Result<CheckRecord> CheckRecord::fromBytes(const QByteArray& pBytes)
 {
-    QString tFault;
-    JsonReader tReader(QJsonDocument::fromJson(pBytes).object(), &tFault);
-    CheckRecord tRecord;
-    tReader.integer("format", sFormat, sFormat);
-    tRecord.mSince = readDate(&tReader, "since");
-    tRecord.mBegan = readDate(&tReader, "began");
-    tRecord.mEnded = readDate(&tReader, "ended");
-    tReader.each("packages",
-                 [&tRecord](JsonReader& pPackage) { tRecord.mPackages.append(readCheck(&pPackage)); });
-    return tReader.ok() ? Result<CheckRecord>(tRecord) : Failure::content(tFault);
+    return recordFrom<CheckRecord>(pBytes, sFormat, [](JsonReader& pReader, CheckRecord* pTo) {
+        pTo->mSince = readDate(pReader, "since");
+        pTo->mBegan = readDate(pReader, "began");
+        pTo->mEnded = readDate(pReader, "ended");
+        pReader.each("packages",
+                     [pTo](JsonReader& pPackage) { pTo->mPackages.append(readCheck(&pPackage)); });
+    });
 }
 
 Failure CheckRecordFile::open(const QString& pStateDir)
 {
     mPath = pStateDir + u"/damage.json"_s;
-    const Result<QByteArray> tBytes = os::readFile(mFileSystem, mPath, sMaxSize);
-    if (!tBytes) {
-        return tBytes.failure().mKind == Failure::Kind::NotFound ? Failure() : tBytes.failure();
-    }
-    const Result<CheckRecord> tRecord = CheckRecord::fromBytes(*tBytes);
-    if (!tRecord) {
-        return Failure::content(u"%1 is damaged (%2)"_s.arg(mPath, tRecord.failure().mText));
-    }
-    mRecord = *tRecord;
-    return {};
+    const Result<CheckRecord> tRecord = loadRecord<CheckRecord>(mFileSystem, mPath, sMaxSize);
+    mRecord = tRecord.valueOr({});
+    return tRecord.failure();
 }
 
 Failure CheckRecordFile::write()
 {
-    return os::replaceFile(mFileSystem, mPath, mRecord.toBytes(), sPrivateFile);
+    return storeRecord(mFileSystem, mPath, mRecord.toBytes());
 }
 
 } // namespace tarn::packages

@@ -1,11 +1,8 @@
 #include "packages/Refusals.h"
 
-#include "internal/JsonReader.h"
-#include "os/FileTools.h"
+#include "packages/StateRecord.h"
 
 #include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
-#include <QtCore/QJsonObject>
 
 #include <algorithm>
 
@@ -18,7 +15,6 @@ namespace {
 using vkcore::JsonReader;
 
 constexpr int sFormat = 1;
-constexpr mode_t sPrivateFile = 0600;
 constexpr qint64 sMaxSize = 16 * 1024 * 1024;
 
 QString pathIn(const QString& pStateDir)
@@ -30,7 +26,7 @@ Refusal readRefusal(JsonReader* pFrom)
 {
     const auto tHash = tuf::Hash::fromHex(pFrom->text("hash"));
     pFrom->require(tHash.has_value(), "hash", u"is not a hash"_s);
-    const QDateTime tDate = QDateTime::fromString(pFrom->text("date"), Qt::ISODate);
+    const QDateTime tDate = readDate(*pFrom, "date");
     pFrom->require(tDate.isValid(), "date", u"is not a date"_s);
     return {.mName = pFrom->text("package"),
             .mVersion = pFrom->text("version"),
@@ -74,37 +70,26 @@ QByteArray Refusals::toBytes() const
                                 {u"version"_s, tRefusal.mVersion},
                                 {u"hash"_s, QString::fromLatin1(tRefusal.mHash.toHex())},
                                 {u"reason"_s, tRefusal.mReason},
-                                {u"date"_s, tRefusal.mDate.toUTC().toString(Qt::ISODate)}});
+                                {u"date"_s, dateValue(tRefusal.mDate)}});
     }
     return QJsonDocument(QJsonObject{{u"format"_s, sFormat}, {u"refused"_s, tAll}}).toJson();
 }
 
 Result<Refusals> Refusals::fromBytes(const QByteArray& pBytes)
 {
-    QString tFault;
-    JsonReader tReader(QJsonDocument::fromJson(pBytes).object(), &tFault);
-    Refusals tRefusals;
-    tReader.integer("format", sFormat, sFormat);
-    tReader.each("refused", [&](JsonReader& pEntry) { tRefusals.add(readRefusal(&pEntry)); });
-    return tReader.ok() ? Result<Refusals>(tRefusals) : Failure::content(tFault);
+    return recordFrom<Refusals>(pBytes, sFormat, [](JsonReader& pReader, Refusals* pTo) {
+        pReader.each("refused", [pTo](JsonReader& pEntry) { pTo->add(readRefusal(&pEntry)); });
+    });
 }
 
 Result<Refusals> Refusals::load(os::FileSystem& pFileSystem, const QString& pStateDir)
 {
-    const Result<QByteArray> tBytes = os::readFile(pFileSystem, pathIn(pStateDir), sMaxSize);
-    if (!tBytes) {
-        return tBytes.failure().mKind == Failure::Kind::NotFound ? Result<Refusals>(Refusals())
-                                                                 : tBytes.failure();
-    }
-    const Result<Refusals> tRefusals = fromBytes(*tBytes);
-    return tRefusals
-               ? tRefusals
-               : Failure::content(u"%1 is damaged (%2)"_s.arg(pathIn(pStateDir), tRefusals.failure().mText));
+    return loadRecord<Refusals>(pFileSystem, pathIn(pStateDir), sMaxSize);
 }
 
 Failure Refusals::store(os::FileSystem& pFileSystem, const QString& pStateDir) const
 {
-    return os::replaceFile(pFileSystem, pathIn(pStateDir), toBytes(), sPrivateFile);
+    return storeRecord(pFileSystem, pathIn(pStateDir), toBytes());
 }
 
 } // namespace tarn::packages

@@ -1,12 +1,9 @@
 #include "packages/TrialRecord.h"
 
-#include "internal/JsonReader.h"
-#include "os/FileTools.h"
 #include "packages/Manifest.h"
+#include "packages/StateRecord.h"
 
 #include <QtCore/QFile>
-#include <QtCore/QJsonDocument>
-#include <QtCore/QJsonObject>
 
 #include <cerrno>
 
@@ -17,7 +14,6 @@ namespace tarn::packages {
 namespace {
 
 constexpr int sFormat = 1;
-constexpr mode_t sPrivateFile = 0600;
 constexpr qint64 sMaxSize = 64 * 1024;
 
 QString pathIn(const QString& pStateDir)
@@ -45,33 +41,23 @@ QByteArray TrialRecord::toBytes() const
 
 Result<TrialRecord> TrialRecord::fromBytes(const QByteArray& pBytes)
 {
-    QString tFault;
-    vkcore::JsonReader tReader(QJsonDocument::fromJson(pBytes).object(), &tFault);
-    TrialRecord tRecord;
-    tReader.integer("format", sFormat, sFormat);
-    tRecord.mGeneration = tReader.integer("generation", 1);
-    tRecord.mRun = tReader.text("run");
-    tRecord.mBack = tReader.integer("back", 0);
-    tRecord.mAttempts = static_cast<int>(tReader.integer("attempts", 0, sMaxAttempts));
-    tRecord.mVerdict = tReader.text("verdict");
-    return tReader.ok() ? Result<TrialRecord>(tRecord) : Failure::content(tFault);
+    return recordFrom<TrialRecord>(pBytes, sFormat, [](vkcore::JsonReader& pReader, TrialRecord* pTo) {
+        pTo->mGeneration = pReader.integer("generation", 1);
+        pTo->mRun = pReader.text("run");
+        pTo->mBack = pReader.integer("back", 0);
+        pTo->mAttempts = static_cast<int>(pReader.integer("attempts", 0, sMaxAttempts));
+        pTo->mVerdict = pReader.text("verdict");
+    });
 }
 
 Result<TrialRecord> TrialRecord::load(os::FileSystem& pFileSystem, const QString& pStateDir)
 {
-    const QString tPath = pathIn(pStateDir);
-    const Result<QByteArray> tBytes = os::readFile(pFileSystem, tPath, sMaxSize);
-    if (!tBytes) {
-        return tBytes.failure().mKind == Failure::Kind::NotFound ? Result<TrialRecord>(TrialRecord())
-                                                                 : tBytes.failure();
-    }
-    const Result<TrialRecord> tRecord = fromBytes(*tBytes);
-    return tRecord ? tRecord : Failure::content(u"%1 is damaged (%2)"_s.arg(tPath, tRecord.failure().mText));
+    return loadRecord<TrialRecord>(pFileSystem, pathIn(pStateDir), sMaxSize);
 }
 
 Failure TrialRecord::store(os::FileSystem& pFileSystem, const QString& pStateDir) const
 {
-    return os::replaceFile(pFileSystem, pathIn(pStateDir), toBytes(), sPrivateFile);
+    return storeRecord(pFileSystem, pathIn(pStateDir), toBytes());
 }
 
 Failure TrialRecord::remove(os::FileSystem& pFileSystem, const QString& pStateDir)

@@ -142,7 +142,7 @@ public:
     std::optional<T> get(const QString& pMethod, const QJsonObject& pParams = {}, bool pStartsRun = false)
     {
         const std::shared_ptr<Session> tKeep = shared_from_this();
-        const std::optional<QJsonValue> tResult = call(pMethod, pParams, pStartsRun);
+        const Result<QJsonValue> tResult = call(pMethod, pParams, pStartsRun);
         if (!tResult) {
             return std::nullopt;
         }
@@ -436,8 +436,17 @@ bool IPCClient::changeServer(int pIndex, Server* pServer)
 
 std::optional<QJsonValue> IPCClient::call(const QString& pMethod, const QJsonObject& pParams)
 {
+    QString tReason;
+    return call(pMethod, pParams, &tReason);
+}
+
+std::optional<QJsonValue> IPCClient::call(const QString& pMethod, const QJsonObject& pParams,
+                                          QString* pReason)
+{
     const std::shared_ptr<Session> tKeep = d;
-    return tKeep->call(pMethod, pParams);
+    const Result<QJsonValue> tResult = tKeep->call(pMethod, pParams);
+    *pReason = tResult.failure().mText;
+    return tResult ? std::optional(*tResult) : std::nullopt;
 }
 
 bool IPCClient::removeServer(int pIndex)

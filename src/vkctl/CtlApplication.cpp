@@ -115,6 +115,16 @@ bool CtlApplication::connectToService()
     return tDone;
 }
 
+std::optional<QJsonValue> CtlApplication::call(QLatin1StringView pMethod, const QJsonObject& pParams)
+{
+    return mClient->call(pMethod, pParams, &mReason);
+}
+
+QString CtlApplication::reason() const
+{
+    return singleLine(mReason, vkcore::sMaxMessage);
+}
+
 bool CtlApplication::connectMonitor(Subject pSubject)
 {
     mIsUpdate = pSubject == Subject::Update;

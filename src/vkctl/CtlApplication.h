@@ -11,6 +11,7 @@
 #include <vkcore/IPCClient.h>
 
 #include <QtCore/QEventLoop>
+#include <QtCore/QJsonValue>
 #include <QtCore/QTimer>
 
 #include <memory>
@@ -46,14 +47,16 @@ public:
     bool connectMonitor(Subject pSubject);
     // Valid once connectToService has succeeded.
     vkcore::IPCClient& client() { return *mClient; }
-    // The result of a method, none if it failed or is not a T.
+    // The result of a method, none if it failed or is not a T; reason() says why.
     template <typename T>
     std::optional<T> call(QLatin1StringView pMethod, const QJsonObject& pParams = {})
     {
-        const auto tResult = mClient->call(pMethod, pParams);
-        QString tFault;
-        return tResult ? vkcore::protocol::fromJson<T>(*tResult, &tFault) : std::nullopt;
+        const auto tResult = call(pMethod, pParams);
+        return tResult ? vkcore::protocol::fromJson<T>(*tResult, &mReason) : std::nullopt;
     }
+    std::optional<QJsonValue> call(QLatin1StringView pMethod, const QJsonObject& pParams = {});
+    // Of the last call that failed; one plain line.
+    QString reason() const;
     // Waits for the end of what was started, with its progress on a terminal. pWhat is the subject of the
     // sentence that an interruption prints.
     bool follow(const QString& pWhat);
@@ -83,6 +86,7 @@ private:
     QEventLoop mLoop;
     QTimer mProgress;
     vkcore::protocol::VerificationState mState; // of the last event
+    QString mReason;                            // of the last call
     QString mWhat;                              // what goes on in the service
     bool mIsTerminal;
     bool mIsDone = false; // what mLoop waits for has come

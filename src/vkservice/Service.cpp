@@ -115,6 +115,7 @@ void Service::connectParts()
             });
     connect(&mScheduledRuns, &ScheduledRuns::waitsTooLong, &mMail, &MailControl::onWaitsTooLong);
     connect(&mUpdates, &UpdateControl::runEnded, this, &Service::onRunEnded);
+    connect(&mUpdates, &UpdateControl::packagesChanged, this, &Service::onPackagesChanged);
     connect(&mVerifications, &VerifyControl::ended, this,
             [this] { mMail.onVerified(mVerifications.damaged()); });
     connect(&mStoreCare, &StoreCare::replaced, &mMetrics, &MetricsControl::noteChange);
@@ -141,8 +142,10 @@ Failure Service::start()
         mApp.write(LogLevel::Error, tFailure.mText);
     }
     // The service may have been killed before it queued the mail about the run; by now the log of the
-    // installed packages is complete.
-    mMail.onRunEnded(mUpdates.lastRun());
+    // installed packages is complete. A run whose packages are on trial has not ended.
+    if (!mUpdates.isOnTrial()) {
+        mMail.onRunEnded(mUpdates.lastRun());
+    }
     mMail.onVerified(mVerifications.damaged());
     if (const Failure tFailure = listen()) {
         return tFailure;
@@ -269,10 +272,16 @@ void Service::onMinute()
 void Service::onRunEnded(const RunRecord& pRecord, bool pManual)
 {
     mStoreCare.replaceIfDamaged();
-    mVerifications.onRunEnded();
     mMail.onRunEnded(pRecord);
-    mMail.onVerified(mVerifications.damaged());
+    onPackagesChanged();
     mSchedule.onRunEnded(pRecord, pManual);
+}
+
+void Service::onPackagesChanged()
+{
+    mVerifications.onPackagesChanged();
+    mMail.onVerified(mVerifications.damaged());
+    mMetrics.noteChange();
 }
 
 } // namespace tarn::vkservice

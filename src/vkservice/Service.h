@@ -70,6 +70,7 @@ private:
     void onStoreReplaced(const QString& pDamagedFile);
     void reportDamage(const QString& pDamagedFile);
     void onRunEnded(const RunRecord& pRecord, bool pManual);
+    void onPackagesChanged();
     void onMinute();
 
     process::ServiceApplication& mApp;

@@ -144,8 +144,20 @@ TEST(CtlTest, TellsByTextAndStatusWhatTheServiceKnows)
          "", 2},
         {"verify cut short", "verify", machine(sSound, "It was stopped."), "",
          "The verification did not come to its end: It was stopped.\n", 1},
-        {"verify refused", "verify", refuses("startVerification"), "", "Failed to start the verification.\n",
-         1},
+        {"verify refused", "verify", refuses("startVerification"), "",
+         "The verification can't be started: no\n", 1},
+        {"hold refused", "hold a", refuses("setHold"), "", "The package can't be held: no\n", 1},
+        {"unhold refused", "unhold a", refuses("removeHold"), "", "The hold can't be ended: no\n", 1},
+        {"channel refused", "channel b", refuses("setChannel"), "", "The channel can't be set: no\n", 1},
+        {"rollback refused", "rollback", refuses("rollBack"), "", "The packages were not changed: no\n", 1},
+        {"accept refused", "accept a",
+         [](ScriptedService& pService) {
+             pService.onCall("acceptPackage", [](Peer& pPeer, const QJsonObject&) {
+                 pPeer.send(R"({"jsonrpc":"2.0","id":)" + pPeer.callId() +
+                            R"(,"error":{"code":1,"message":"An\u001b\nupdate."}})" + '\n');
+             });
+         },
+         "", "The package was not accepted: An update.\n", 1},
         {"no such method", "status", refuses("getPackages"), "", "Failed to get the installed packages.\n",
          1},
         {"nothing to repair", "repair", machine(sSound),

@@ -50,7 +50,7 @@ TEST_F(ChoicesTest, AMachineTakesWhatItsAdministratorAndItsPublisherLet)
     vkctl({"unhold", "viewer"}, "Held packages: 0\n");
     vkctl({"unhold", "viewer"}, "Not held: viewer\n", 1);
     vkctl({"hold", "viewer", "--until=2001-01-01"}, "Not a date in the future: 2001-01-01\n", 1);
-    vkctl({"hold", "../viewer"}, "The package can't be held", 1);
+    vkctl({"hold", "../viewer"}, "The package can't be held: A package's name has at most 100 of", 1);
 
     mMachine.installation().publish({"halt", "viewer", "2.0"});
     update("No updates are available; 1 package was stopped by its publisher.", "1.1");

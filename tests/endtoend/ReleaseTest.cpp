@@ -54,6 +54,7 @@ TEST_F(ReleaseTest, GoesBackByItselfAndByHand)
         << tResult.mOut;
     EXPECT_EQ(version(), q("1.0"));
     EXPECT_TRUE(log().contains("bin/check: it is broken"));
+    expectVkctl({"status"}, 0, "Left out by the last update: 1\n  viewer 2.0.0.0: refused\n");
     EXPECT_TRUE(mMachine.rkm({"install-log"}).mOut.contains("bin/check ended with status 7."));
     EXPECT_TRUE(mMachine.rkm({"update"}).mOut.contains("1 package is refused."));
     expectVkctl({"refused"}, 0, "viewer 2.0.0.0");
@@ -109,4 +110,38 @@ TEST_F(ReleaseTest, TheNextServiceChecksAgain)
     }
     EXPECT_EQ(version(), q("1.0"));
     EXPECT_EQ(tPeer.call("getLastServiceResult", {{q("thisSession"), true}}), sCheckFailed);
+}
+
+TEST_F(ReleaseTest, TheWayBackByHandShowsAtOnceAndIsNoFailedCheck)
+{
+    const QString tFigures = mMachine.path("vk.prom");
+    for (const char* tVersion : {"1.0", "2.0"}) {
+        publish(tVersion, "exit 0");
+        EXPECT_EQ(mMachine.rkm({"update"}).mStatus, 0);
+    }
+    EXPECT_EQ(
+        mMachine.rkm({"update-settings", "--config-var=status.metricsFile:" + tFigures.toUtf8()}).mStatus, 0);
+    const auto tService = mMachine.installation().start({"-e"}, Program::Console::Pipes, "vkservice");
+    RawPeer tMonitor(mMachine.installation().socketPath());
+    EXPECT_EQ(tMonitor.call("enterMonitorMode"), true);
+    const auto tShow = [&tFigures](const QByteArray& pVersion, int pRefused) {
+        const QByteArray tRefused = "left_out{reason=\"refused\"} " + QByteArray::number(pRefused) + '\n';
+        for (int i = 0; i < 1000; ++i) {
+            const QByteArray tText = QFile::exists(tFigures) ? readFile(tFigures) : QByteArray();
+            if (tText.contains("version=\"" + pVersion + ".0.0\"} 1\n") && tText.contains(tRefused)) {
+                return true;
+            }
+            ::usleep(10 * 1000);
+        }
+        return false;
+    };
+    EXPECT_TRUE(tShow("2.0", 0));
+    expectVkctl({"rollback"}, 0, "Generation 1 is in use.");
+    EXPECT_TRUE(tShow("1.0", 1));
+    const QJsonObject tEvent = tMonitor.event();
+    EXPECT_EQ(tEvent[q("method")], q("serviceNotificationReceived"));
+    EXPECT_EQ(tEvent[q("params")][q("text")], q("The packages of the generation 1 are in use again."));
+    expectVkctl({"status"}, 0, "viewer 2.0.0.0: refused");
+    expectVkctl({"accept", "viewer"}, 0, "may be installed again");
+    EXPECT_TRUE(tShow("1.0", 0));
 }

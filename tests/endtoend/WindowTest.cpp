@@ -1,3 +1,4 @@
+#include "HeldCheck.h"
 #include "Machine.h"
 #include "RawPeer.h"
 #include "Test.h"
@@ -123,4 +124,27 @@ TEST_F(WindowTest, ARunByHandInstallsAtOnce)
     set("schedule.window", laterWindow());
     EXPECT_EQ(mMachine.rkm({"update"}).mStatus, 0);
     EXPECT_EQ(mMachine.installedVersion("viewer"), q("1.0.0"));
+}
+
+// The scheduled run that it joins leaves a package to its phase; a run by hand waits for none.
+TEST_F(WindowTest, ARunByHandThatJoinsAScheduledOneInstallsWhatThatLeaves)
+{
+    mMachine.add("maps", "1.0.0");
+    mMachine.publish();
+    start();
+    ASSERT_EQ(mMachine.rkm({"update"}).mStatus, 0);
+    mMachine.add("viewer", "2.0.0", {"--critical"});
+    mMachine.add("maps", "2.0.0");
+    mMachine.publish({"--phase-days", "365"});
+    const HeldCheck tCheck(mMachine.installation());
+    mPeer.emplace(mMachine.installation().socketPath());
+    ASSERT_EQ(mPeer->call("enterMonitorMode"), true);
+    ASSERT_EQ(mPeer->call("triggerUpdate", {{q("manual"), false}}), true);
+    ASSERT_TRUE(tCheck.hasBegun());
+    EXPECT_EQ(mPeer->call("triggerUpdate", {{q("manual"), true}}), true);
+    EXPECT_EQ(mMachine.installedVersion("maps"), q("1.0.0"));
+    tCheck.letGo();
+    waitForTheEndOfARun();
+    EXPECT_EQ(mMachine.installedVersion("viewer"), q("2.0.0")) << result();
+    EXPECT_EQ(mMachine.installedVersion("maps"), q("2.0.0")) << result();
 }

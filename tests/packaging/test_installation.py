@@ -1,5 +1,6 @@
 """An installation is complete and works in any folder; the Debian packages contain the same files."""
 import glob
+import json
 import os
 import re
 import shutil
@@ -23,6 +24,7 @@ FILES = {
                   "share/doc/vkservice/examples/monitoring/alerts.yml",
                   "share/doc/vkservice/examples/monitoring/dashboard.json",
                   "lib/sysusers.d/vkservice.conf", "lib/tmpfiles.d/vkservice.conf",
+                  "share/polkit-1/rules.d/vkservice.rules",
                   "share/doc/vkservice/protocol.md", "share/doc/vkservice/administrator.md"],
     "vkpublish": ["bin/vkpublish", "share/man/man1/vkpublish.1", "share/man/man5/vk-repository.5",
                   "lib/systemd/system/vkpublish-mirror@.service", "lib/systemd/system/vkpublish-mirror@.timer",
@@ -47,6 +49,28 @@ class RunPath(unittest.TestCase):
             for entries in re.findall(r"R(?:UN)?PATH.*\[(.*)\]", run("readelf", "-d", path)):
                 for entry in entries.split(":"):
                     self.assertTrue(entry.startswith("$ORIGIN"), f"{path}: {entries}")
+
+
+# Asks the rule, in the engine of polkitd, about pairs of an action and a user, and prints the answers.
+ASK = """
+var rule, polkit = {Result: {YES: "yes"}, addRule: function (added) { rule = added; }};
+RULE
+print(PAIRS.map(function (pair) { return rule({id: pair[0]}, {user: pair[1]}) || "-"; }).join(" "));
+"""
+
+
+class PolkitRule(unittest.TestCase):
+    def test_lets_the_service_alone_block_shutdown_and_sleep_and_nothing_else(self):
+        login = "org.freedesktop.login1."
+        cases = {(login + "inhibit-block-shutdown", "vkservice"): "yes", (login + "inhibit-block-sleep", "vkservice"): "yes",
+                 (login + "inhibit-block-idle", "vkservice"): "-", (login + "power-off", "vkservice"): "-",
+                 (login + "inhibit-block-shutdown", "nobody"): "-", (login + "inhibit-block-sleep", ""): "-"}
+        with open(os.path.join(SOURCE, "packaging/polkit/vkservice.rules"), encoding="utf-8") as file:
+            program = ASK.replace("RULE", file.read()).replace("PAIRS", json.dumps(list(cases)))
+        with tempfile.NamedTemporaryFile("w", suffix=".js") as script:
+            script.write(program)
+            script.flush()
+            self.assertEqual(run("duk", script.name).split(), list(cases.values()))
 
 
 class Folder(unittest.TestCase):

@@ -1,3 +1,4 @@
+#include "HeldCheck.h"
 #include "ServiceRig.h"
 
 #include "../unit/mail/SmtpSink.h"
@@ -127,4 +128,26 @@ TEST_F(MailTest, MailThatAKillKeptFromBeingQueuedComesOnce)
     EXPECT_TRUE(mail(3).contains(q("mail.verify.b@example.com")));
     EXPECT_EQ(addresses(), q("a@example.com+ b@example.com")) << "who stays in the list stays verified";
     EXPECT_FALSE(mRig.log().contains("secret") || mRig.log().contains(tCode.toUtf8()));
+}
+
+// The service is killed in the check of new packages. What the run has installed counts when they have
+// passed.
+TEST_F(MailTest, ARunThatIsKilledInItsChecksIsReportedAtTheirEnd)
+{
+    QString tCode;
+    ASSERT_NO_FATAL_FAILURE(startAndAsk(&tCode));
+    ASSERT_TRUE(set("mail.verify.a@example.com", tCode));
+    HeldCheck tCheck(mRig.installation());
+    ASSERT_EQ(mRig.connect().call("triggerUpdate", Json(R"({"manual": true})")), QJsonValue(true));
+    ASSERT_TRUE(tCheck.hasBegun());
+    mRig.program().signal(SIGKILL);
+    mRig.program().wait();
+    tCheck.letGo();
+    ASSERT_NO_FATAL_FAILURE(mRig.start({"-e"}));
+    const QString tMail = mail(1);
+    EXPECT_TRUE(tMail.contains(q("have passed their checks")) && tMail.contains(q("sleeper 1.0.0 ")))
+        << tMail;
+    const QJsonValue tRun = mRig.connect().call("getHistory")[q("runs")][0];
+    EXPECT_EQ(tRun[q("code")], 1);
+    EXPECT_EQ(tRun[q("packages")][0][q("name")], q("sleeper"));
 }

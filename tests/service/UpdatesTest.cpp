@@ -1,3 +1,4 @@
+#include "HeldCheck.h"
 #include "ServiceRig.h"
 
 #include "sqlite/Database.h"
@@ -251,6 +252,28 @@ TEST_F(UpdatesTest, NoRunBeginsWithSettingsThatCantBeRead)
     ASSERT_TRUE(tStore.execute("ALTER TABLE variables RENAME TO gone"));
     EXPECT_FALSE(trigger());
     EXPECT_TRUE(mRig.log().contains("The settings of the update: the store failed")) << mRig.log();
+}
+
+// A client joins the run that only ends a trial, and waits for the one that follows it.
+TEST_F(UpdatesTest, ARunBehindATrialThatCantBeginIsNoSuccess)
+{
+    ASSERT_NO_FATAL_FAILURE(mHeld.prepare(mRig));
+    const HeldCheck tCheck(mRig.installation());
+    start();
+    ASSERT_TRUE(trigger());
+    ASSERT_TRUE(tCheck.hasBegun());
+    mRig.program().signal(SIGKILL);
+    mRig.program().wait();
+    start({"-e"});
+    ASSERT_TRUE(tCheck.hasBegun());
+    ASSERT_TRUE(trigger());
+    Database tStore;
+    ASSERT_TRUE(tStore.open(mRig.state("state.db"), Database::Mode::ReadWrite));
+    ASSERT_TRUE(tStore.execute("ALTER TABLE variables RENAME TO gone"));
+    tCheck.letGo();
+    EXPECT_TRUE(waitForStatus(Error));
+    EXPECT_EQ(result(), 10);
+    EXPECT_TRUE(mRig.log().contains("have passed their checks"));
 }
 
 TEST_F(UpdatesTest, RunThatIsCutShortAgainAndAgainBeginsLaterEachTime)

@@ -35,31 +35,29 @@ bool makeAddress(const QString& pName, sockaddr_un* pTo)
 }
 
 // Any user can create a socket with the service's name in a shared folder, but not as a trusted user.
-bool isTrusted(int pFd, QString* pReason)
+Failure checkPeer(int pFd)
 {
     ucred tPeer{};
     socklen_t tSize = sizeof tPeer;
     if (::getsockopt(pFd, SOL_SOCKET, SO_PEERCRED, &tPeer, &tSize) != 0) {
-        *pReason = qt_error_string(errno);
-        return false;
+        return {Failure::Kind::Io, qt_error_string(errno)};
     }
-    if (!machine::isTrusted(tPeer.uid)) {
-        *pReason = u"the socket belongs to the user with the number %1"_s.arg(tPeer.uid);
-        return false;
-    }
-    return true;
+    return machine::isTrusted(tPeer.uid)
+               ? Failure()
+               : Failure::untrusted(u"the socket belongs to the user with the number %1"_s.arg(tPeer.uid));
 }
 
-ServiceSocket::Outcome outcomeOf(int pError)
+Failure notConnected(int pError)
 {
+    const QString tReason = qt_error_string(pError);
     switch (pError) {
     case ENOENT:
     case ECONNREFUSED:
-        return ServiceSocket::Outcome::NobodyListens;
+        return {Failure::Kind::NotFound, tReason};
     case EAGAIN:
-        return ServiceSocket::Outcome::Busy;
+        return {Failure::Kind::Unreachable, tReason};
     default:
-        return ServiceSocket::Outcome::Failed;
+        return {Failure::Kind::Io, tReason};
     }
 }
 
@@ -70,31 +68,26 @@ ServiceSocket::ServiceSocket()
     mSocket.mOnReadable = [this] { read(); };
 }
 
-ServiceSocket::Outcome ServiceSocket::open(const QString& pName, QString* pReason)
+Failure ServiceSocket::open(const QString& pName)
 {
     close();
     sockaddr_un tAddress{};
     if (!makeAddress(pName, &tAddress)) {
-        *pReason = u"the name of the socket is too long"_s;
-        return Outcome::Failed;
+        return Failure::content(u"the name of the socket is too long"_s);
     }
     const int tFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    int tResult =
-        tFd < 0 ? -1 : ::connect(tFd, reinterpret_cast<const sockaddr*>(&tAddress), sizeof tAddress);
-    if (tResult != 0) {
-        const int tError = errno;
-        *pReason = qt_error_string(tError);
-        if (tFd >= 0) {
-            ::close(tFd);
-        }
-        return tFd < 0 ? Outcome::Failed : outcomeOf(tError);
+    if (tFd < 0) {
+        return {Failure::Kind::Io, qt_error_string(errno)};
     }
-    if (!isTrusted(tFd, pReason)) {
+    Failure tFailure = ::connect(tFd, reinterpret_cast<const sockaddr*>(&tAddress), sizeof tAddress) == 0
+                           ? checkPeer(tFd)
+                           : notConnected(errno);
+    if (tFailure) {
         ::close(tFd);
-        return Outcome::Failed;
+        return tFailure;
     }
     mSocket.open(tFd);
-    return Outcome::Connected;
+    return {};
 }
 
 void ServiceSocket::drain()
@@ -104,14 +97,14 @@ void ServiceSocket::drain()
     }
 }
 
-bool ServiceSocket::send(const QByteArray& pLine)
+Failure ServiceSocket::send(const QByteArray& pLine)
 {
     if (mSocket.unsent() + pLine.size() > sMaxUnsent) {
-        return false;
+        return {Failure::Kind::Unreachable, u"the service does not read its requests"_s};
     }
     mSocket.queue(pLine);
     mSocket.flush();
-    return true;
+    return {};
 }
 
 void ServiceSocket::lose(const QString& pReason)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "internal/LineSocket.h"
 
 #include <QtCore/QByteArray>
@@ -13,14 +14,6 @@ namespace tarn::vkcore {
 class ServiceSocket
 {
 public:
-    enum class Outcome
-    {
-        Connected,
-        NobodyListens, // no socket, or one that no process listens on
-        Busy,          // the service cannot accept another connection at the moment
-        Failed,        // no permission, no socket, or a peer that is not to be trusted
-    };
-
     ServiceSocket();
 
     // One line from the peer, without its line end; called from the event loop, one by one while isOpen().
@@ -29,8 +22,9 @@ public:
     std::function<void(const QString& pReason)> mOnLost;
 
     // A relative name is one in QDir::tempPath(). The peer has to be trusted, see machine::isTrusted().
-    // *pReason is set unless Connected.
-    Outcome open(const QString& pName, QString* pReason);
+    // NotFound: no socket, or one that no process listens on. Unreachable: the service cannot accept another
+    // connection at the moment.
+    Failure open(const QString& pName);
     bool isOpen() const { return mSocket.isOpen(); }
     bool hasHungUp() const { return mSocket.hasHungUp(); }
     void close() { mSocket.close(); }
@@ -38,8 +32,8 @@ public:
     void read();
     // Reads the remaining data of a peer that has closed the connection.
     void drain();
-    // False if the peer has left too much unread; the line is then not sent.
-    bool send(const QByteArray& pLine);
+    // A failure if the peer has left too much unread; the line is then not sent.
+    Failure send(const QByteArray& pLine);
 
 private:
     void lose(const QString& pReason);

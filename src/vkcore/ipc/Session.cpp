@@ -27,6 +27,11 @@ QList<Session*>& sessions()
     return sSessions;
 }
 
+Failure closedByClient()
+{
+    return {Failure::Kind::Canceled, u"the client has closed the connection"_s};
+}
+
 } // namespace
 
 // A call on the stack that waits for its answer.
@@ -37,7 +42,7 @@ struct Session::Waiting
     bool mDone = false;     // answered, or never to be
     bool mAnswered = false; // also by an error
     std::optional<QJsonValue> mResult;
-    QString mReason; // why there is no result
+    Failure mFailure; // why there is no result
 };
 
 Session::Session(const Log& pLog, const QJsonObject& pHello) : mLog(pLog), mHello(pHello)
@@ -52,7 +57,7 @@ Session::~Session()
     sessions().removeOne(this);
 }
 
-std::optional<QJsonValue> Session::call(const QString& pMethod, const QJsonObject& pParams, bool pStartsRun)
+Result<QJsonValue> Session::call(const QString& pMethod, const QJsonObject& pParams, bool pStartsRun)
 {
     const std::shared_ptr<Session> tKeep = shared_from_this();
     Waiting tWaiting;
@@ -69,16 +74,17 @@ bool Session::enterMonitorMode(const Monitor& pMonitor)
     tWaiting.mEntersMonitorMode = true;
     const std::shared_ptr<Session> tKeep = shared_from_this();
     exchange(tMethod, {}, &tWaiting);
-    const std::optional<QJsonValue> tResult = resultOf(tMethod, tWaiting);
+    const Result<QJsonValue> tResult = resultOf(tMethod, tWaiting);
     return tResult && (tResult->isBool() || malformed(tMethod)) && tResult->toBool();
 }
 
-std::optional<QJsonValue> Session::resultOf(const QString& pMethod, const Waiting& pWaiting)
+Result<QJsonValue> Session::resultOf(const QString& pMethod, const Waiting& pWaiting)
 {
-    if (!pWaiting.mResult) {
-        mLog(u"%1 failed: %2"_s.arg(pMethod, pWaiting.mReason));
+    if (pWaiting.mResult) {
+        return *pWaiting.mResult;
     }
-    return pWaiting.mResult;
+    mLog(u"%1 failed: %2"_s.arg(pMethod, pWaiting.mFailure.mText));
+    return pWaiting.mFailure;
 }
 
 bool Session::malformed(const QString& pMethod)
@@ -87,21 +93,21 @@ bool Session::malformed(const QString& pMethod)
     return false;
 }
 
-bool Session::exchange(const QString& pMethod, const QJsonObject& pParams, Waiting* pWaiting)
+void Session::exchange(const QString& pMethod, const QJsonObject& pParams, Waiting* pWaiting)
 {
     const BlockingCall tBlocking;
-    if (!connect(&pWaiting->mReason)) {
-        return false;
+    pWaiting->mFailure = connect();
+    if (pWaiting->mFailure) {
+        return;
     }
     if (pWaiting->mStartsRun) {
         forgetEndedRuns();
     }
     const qint64 tId = ++mLastId;
-    if (!send(protocol::request(tId, pMethod, pParams), &pWaiting->mReason)) {
-        return false;
+    pWaiting->mFailure = send(protocol::request(tId, pMethod, pParams));
+    if (!pWaiting->mFailure) {
+        awaitAnswer(tId, pWaiting, QDeadlineTimer(mTimeoutMs));
     }
-    awaitAnswer(tId, pWaiting, QDeadlineTimer(mTimeoutMs));
-    return pWaiting->mResult.has_value();
 }
 
 // Data waiting in other sockets was also sent before the request. This session's own socket is read by its
@@ -127,24 +133,24 @@ bool Session::test(int pTimeoutMs)
     }
     if (isConnected()) {
         const qint64 tId = ++mLastId;
-        if (send(protocol::request(tId, protocol::method::sPing, {}), &tWaiting.mReason)) {
+        if (!send(protocol::request(tId, protocol::method::sPing, {}))) {
             awaitAnswer(tId, &tWaiting, tDeadline);
         }
         return tWaiting.mAnswered;
     }
     mConnection.drain();
-    ServiceSocket::Outcome tOutcome = tryConnect(&tWaiting.mReason);
-    while (tOutcome == ServiceSocket::Outcome::Busy && !tDeadline.hasExpired()) {
+    Failure tFailure = tryConnect();
+    while (tFailure.mKind == Failure::Kind::Unreachable && !tDeadline.hasExpired()) {
         wait(QDeadlineTimer(std::min(sLongestPauseMs, tDeadline.remainingTime())),
              [this] { return mClosed || mConnection.isOpen(); });
-        tOutcome = mClosed ? ServiceSocket::Outcome::Failed : tryConnect(&tWaiting.mReason);
+        tFailure = mClosed ? closedByClient() : tryConnect();
     }
-    if (tOutcome != ServiceSocket::Outcome::Connected) {
+    if (tFailure) {
         return false;
     }
     awaitAnswer(mHelloId, &tWaiting, tDeadline);
     if (!tWaiting.mAnswered) {
-        breakOff(tWaiting.mReason);
+        breakOff(tWaiting.mFailure.mText);
     }
     return tWaiting.mAnswered;
 }
@@ -155,69 +161,56 @@ void Session::close()
     mMonitoring = false;
     mConnection.close();
     mEvents.clear();
-    failAll(u"the client has closed the connection"_s);
+    failAll(closedByClient());
 }
 
-bool Session::connect(QString* pReason)
+Failure Session::connect()
 {
     if (!mClosed && mConnection.isOpen() && mConnection.hasHungUp()) {
         mConnection.drain();
     }
     if (mClosed) {
-        *pReason = u"the client has closed the connection"_s;
-        return false;
+        return closedByClient();
     }
     if (mLink == Link::JustLost && !mConnection.isOpen()) {
         mLink = Link::Lost;
-        *pReason = u"the connection has been lost"_s;
-        return false;
+        return {Failure::Kind::Unreachable, u"the connection has been lost"_s};
     }
     const QDeadlineTimer tDeadline(mTimeoutMs);
     qint64 tPauseMs = 1;
     while (!mClosed && !mConnection.isOpen()) {
-        const ServiceSocket::Outcome tOutcome = tryConnect(pReason);
-        const bool tHope = tOutcome == ServiceSocket::Outcome::Busy ||
-                           (tOutcome == ServiceSocket::Outcome::NobodyListens && mLink == Link::Never);
-        if (tOutcome == ServiceSocket::Outcome::Connected) {
-            return true;
-        }
-        if (!tHope || tDeadline.hasExpired()) {
-            return false;
+        const Failure tFailure = tryConnect();
+        const bool tHope = tFailure.mKind == Failure::Kind::Unreachable ||
+                           (tFailure.mKind == Failure::Kind::NotFound && mLink == Link::Never);
+        if (!tFailure || !tHope || tDeadline.hasExpired()) {
+            return tFailure;
         }
         wait(QDeadlineTimer(std::min(tPauseMs, tDeadline.remainingTime())),
              [this] { return mClosed || mConnection.isOpen(); });
         tPauseMs = std::min(2 * tPauseMs, sLongestPauseMs);
     }
-    return mConnection.isOpen();
+    return mConnection.isOpen() ? Failure() : closedByClient();
 }
 
-ServiceSocket::Outcome Session::tryConnect(QString* pReason)
+Failure Session::tryConnect()
 {
     if (mConnection.isOpen()) {
-        return ServiceSocket::Outcome::Connected;
+        return {};
     }
-    const ServiceSocket::Outcome tOutcome = mConnection.open(mServerName, pReason);
-    if (tOutcome == ServiceSocket::Outcome::Connected) {
-        mHelloId = ++mLastId;
-        send(protocol::request(mHelloId, protocol::method::sHello, mHello), pReason);
-    } else {
-        *pReason = u"no connection to \"%1\": %2"_s.arg(mServerName, *pReason);
+    if (const Failure tFailure = mConnection.open(mServerName)) {
+        return {tFailure.mKind, u"no connection to \"%1\": %2"_s.arg(mServerName, tFailure.mText)};
     }
-    return tOutcome;
+    mHelloId = ++mLastId;
+    (void)send(protocol::request(mHelloId, protocol::method::sHello, mHello)); // the first line always fits
+    return {};
 }
 
-bool Session::send(const QJsonObject& pRequest, QString* pReason)
+Failure Session::send(const QJsonObject& pRequest)
 {
     const QByteArray tLine = protocol::toLine(pRequest);
-    if (tLine.size() > protocol::sMaxLine) {
-        *pReason = u"the request is larger than %1 bytes"_s.arg(protocol::sMaxLine);
-        return false;
-    }
-    if (!mConnection.send(tLine)) {
-        *pReason = u"the service does not read its requests"_s;
-        return false;
-    }
-    return true;
+    return tLine.size() > protocol::sMaxLine
+               ? Failure::content(u"the request is larger than %1 bytes"_s.arg(protocol::sMaxLine))
+               : mConnection.send(tLine);
 }
 
 // Pauses also run the event loop, so that timers fire and close() works.
@@ -236,7 +229,7 @@ void Session::awaitAnswer(qint64 pId, Waiting* pWaiting, const QDeadlineTimer& p
     mWaiting.insert(pId, pWaiting);
     wait(pDeadline, [pWaiting] { return pWaiting->mDone; });
     if (mWaiting.remove(pId)) {
-        pWaiting->mReason = u"no answer in time"_s;
+        pWaiting->mFailure = {Failure::Kind::Unreachable, u"no answer in time"_s};
     }
 }
 
@@ -278,7 +271,7 @@ void Session::onAnswer(const QJsonObject& pObject)
     tWaiting->mDone = true;
     tWaiting->mAnswered = true;
     if (tResult.isUndefined()) {
-        tWaiting->mReason = tError.toObject().value("message"_L1).toString();
+        tWaiting->mFailure = {Failure::Kind::Person, tError.toObject().value("message"_L1).toString()};
     } else {
         tWaiting->mResult = tResult;
         mMonitoring = mMonitoring || (tWaiting->mEntersMonitorMode && tResult.toBool());
@@ -305,7 +298,7 @@ void Session::onEvent(const QJsonObject& pObject)
 
 void Session::onLost(const QString& pReason)
 {
-    const bool tReported = failAll(pReason);
+    const bool tReported = failAll({Failure::Kind::Unreachable, pReason});
     if (mLink != Link::Never) {
         mLink = tReported ? Link::Lost : Link::JustLost;
     }
@@ -320,12 +313,12 @@ void Session::breakOff(const QString& pReason)
     onLost(pReason);
 }
 
-bool Session::failAll(const QString& pReason)
+bool Session::failAll(const Failure& pFailure)
 {
     const QHash<qint64, Waiting*> tAll = std::exchange(mWaiting, {});
     for (Waiting* tWaiting : tAll) {
         tWaiting->mDone = true;
-        tWaiting->mReason = pReason;
+        tWaiting->mFailure = pFailure;
     }
     return !tAll.isEmpty();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "ipc/EventGate.h"
 #include "ipc/ServiceSocket.h"
 
@@ -11,7 +12,6 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
 
 namespace tarn::vkcore {
 
@@ -42,10 +42,10 @@ public:
     // For a connection, and for each answer to a call.
     void setTimeout(int pSeconds) { mTimeoutMs = qint64{pSeconds} * 1000; }
 
-    // The result of a method; none, with the reason in the log, on any failure. pStartsRun: once the request
-    // is sent, earlier events about the end of a run are dropped for all monitors of this process.
-    std::optional<QJsonValue> call(const QString& pMethod, const QJsonObject& pParams,
-                                   bool pStartsRun = false);
+    // The result of a method. A failure is in the log as well; Kind::Person if the service has refused.
+    // pStartsRun: once the request is sent, earlier events about the end of a run are dropped for all
+    // monitors of this process.
+    Result<QJsonValue> call(const QString& pMethod, const QJsonObject& pParams, bool pStartsRun = false);
     // True if the service answers anything within the time.
     bool test(int pTimeoutMs);
     // As call; after the answer, pMonitor receives the events of the service until the connection ends.
@@ -68,14 +68,15 @@ private:
         Lost,
     };
 
-    bool exchange(const QString& pMethod, const QJsonObject& pParams, Waiting* pWaiting);
-    bool connect(QString* pReason);
-    ServiceSocket::Outcome tryConnect(QString* pReason);
-    bool send(const QJsonObject& pRequest, QString* pReason);
+    // The answer, or why there is none, is in *pWaiting.
+    void exchange(const QString& pMethod, const QJsonObject& pParams, Waiting* pWaiting);
+    Failure connect();
+    Failure tryConnect();
+    Failure send(const QJsonObject& pRequest);
     void wait(const QDeadlineTimer& pDeadline, const std::function<bool()>& pDone);
     void awaitAnswer(qint64 pId, Waiting* pWaiting, const QDeadlineTimer& pDeadline);
     void forgetEndedRuns();
-    std::optional<QJsonValue> resultOf(const QString& pMethod, const Waiting& pWaiting);
+    Result<QJsonValue> resultOf(const QString& pMethod, const Waiting& pWaiting);
 
     void onLine(const QByteArray& pLine);
     void onAnswer(const QJsonObject& pObject);
@@ -83,7 +84,7 @@ private:
     void onLost(const QString& pReason);
     void breakOff(const QString& pReason);
     // False if no call was waiting.
-    bool failAll(const QString& pReason);
+    bool failAll(const Failure& pFailure);
 
     Log mLog;
     QJsonObject mHello;

@@ -16,12 +16,10 @@ int channel(CtlApplication& pApp)
         return StatusFailed;
     }
     const QString tWanted = pApp.arguments().mOperands.value(0);
-    if (!tWanted.isNull() && !pApp.client().call(method::sSetChannel, toJson(Channel{tWanted}))) {
-        return pApp.fail(
-            CtlApplication::tr("The channel can't be set: its name is not valid, or an update is "
-                               "running."));
+    if (!tWanted.isNull() && !pApp.call(method::sSetChannel, toJson(Channel{tWanted}))) {
+        return pApp.fail(CtlApplication::tr("The channel can't be set: %1").arg(pApp.reason()));
     }
-    const auto tChannel = pApp.client().call(method::sGetChannel);
+    const auto tChannel = pApp.call(method::sGetChannel);
     if (!tChannel) {
         return pApp.fail(CtlApplication::tr("Failed to get the channel."));
     }

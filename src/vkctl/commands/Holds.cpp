@@ -84,9 +84,8 @@ int hold(CtlApplication& pApp)
     if (!readHold(pApp, &tHold) || !pApp.connectToService()) {
         return StatusFailed;
     }
-    if (!pApp.client().call(method::sSetHold, toJson(tHold))) {
-        return pApp.fail(CtlApplication::tr("The package can't be held: its name is not valid, or an update "
-                                            "is running."));
+    if (!pApp.call(method::sSetHold, toJson(tHold))) {
+        return pApp.fail(CtlApplication::tr("The package can't be held: %1").arg(pApp.reason()));
     }
     return showHolds(pApp);
 }
@@ -97,10 +96,9 @@ int unhold(CtlApplication& pApp)
         return StatusFailed;
     }
     const QString tName = pApp.arguments().mOperands.value(0);
-    const auto tDone = pApp.client().call(method::sRemoveHold, toJson(PackageName{tName}));
+    const auto tDone = pApp.call(method::sRemoveHold, toJson(PackageName{tName}));
     if (!tDone) {
-        return pApp.fail(CtlApplication::tr("The hold can't be ended: the package's name is not valid, or an "
-                                            "update is running."));
+        return pApp.fail(CtlApplication::tr("The hold can't be ended: %1").arg(pApp.reason()));
     }
     if (!tDone->toBool()) {
         return pApp.fail(CtlApplication::tr("Not held: %1").arg(tName));

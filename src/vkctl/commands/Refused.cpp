@@ -43,12 +43,9 @@ int accept(CtlApplication& pApp)
     }
     const QString tName = pApp.arguments().mOperands.first();
     const auto tOutcome = pApp.call<Outcome>(method::sAcceptPackage, toJson(PackageName{tName}));
-    if (!tOutcome) {
-        return pApp.fail(CtlApplication::tr("The package was not accepted; perhaps an update is running."));
-    }
-    if (!tOutcome->mDone) {
-        return pApp.fail(CtlApplication::tr("The package was not accepted: %1")
-                             .arg(singleLine(tOutcome->mReason, vkcore::sMaxMessage)));
+    if (!tOutcome || !tOutcome->mDone) {
+        const QString tReason = tOutcome ? singleLine(tOutcome->mReason, vkcore::sMaxMessage) : pApp.reason();
+        return pApp.fail(CtlApplication::tr("The package was not accepted: %1").arg(tReason));
     }
     if (pApp.arguments().mIsJson) {
         pApp.printJson({{"package"_L1, tName}});

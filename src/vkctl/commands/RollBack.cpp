@@ -30,12 +30,10 @@ int rollBack(CtlApplication& pApp)
     }
     const auto tBefore = pApp.call<RefusalEntries>(method::sGetRefusals);
     const auto tOutcome = pApp.call<Outcome>(method::sRollBack, toJson(tTo));
-    if (!tOutcome) {
-        return pApp.fail(CtlApplication::tr("The packages were not changed; perhaps an update is running."));
-    }
-    if (!tOutcome->mDone) {
-        return pApp.fail(CtlApplication::tr("The packages were not changed: %1")
-                             .arg(vkcore::singleLine(tOutcome->mReason, vkcore::sMaxMessage)));
+    if (!tOutcome || !tOutcome->mDone) {
+        const QString tReason =
+            tOutcome ? vkcore::singleLine(tOutcome->mReason, vkcore::sMaxMessage) : pApp.reason();
+        return pApp.fail(CtlApplication::tr("The packages were not changed: %1").arg(tReason));
     }
     const auto tGenerations = pApp.call<GenerationEntries>(method::sGetGenerations);
     const auto tRefused = pApp.call<RefusalEntries>(method::sGetRefusals);

@@ -10,8 +10,8 @@ int verify(CtlApplication& pApp)
     if (!pApp.connectToService() || !pApp.connectMonitor(CtlApplication::Subject::Verification)) {
         return StatusFailed;
     }
-    if (!pApp.client().call(vkcore::protocol::method::sStartVerification)) {
-        return pApp.fail(CtlApplication::tr("Failed to start the verification."));
+    if (!pApp.call(vkcore::protocol::method::sStartVerification)) {
+        return pApp.fail(CtlApplication::tr("The verification can't be started: %1").arg(pApp.reason()));
     }
     if (!pApp.follow(CtlApplication::tr("The verification"))) {
         return StatusFailed;

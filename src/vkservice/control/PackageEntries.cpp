@@ -8,8 +8,15 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::vkservice::control {
 
-using vkcore::protocol::PackageEntry;
+using namespace vkcore::protocol;
 
+namespace {
+
+constexpr qsizetype sMaxDetailed = 500; // packages whose findings go into one answer
+// Of exact paths there. Together with the limits of the others no answer comes near the longest line.
+constexpr qsizetype sMaxExactPaths = 100 * 1000;
+
+// Not checked, so far.
 PackageEntry entryOf(const packages::InstalledPackage& pPackage, const QString& pLanguage)
 {
     PackageEntry tEntry;
@@ -24,6 +31,7 @@ PackageEntry entryOf(const packages::InstalledPackage& pPackage, const QString& 
     return tEntry;
 }
 
+// pInDetail: with what is wrong.
 void addCheck(const packages::PackageCheck& pCheck, bool pInDetail, PackageEntry* pTo)
 {
     pTo->mState = packages::stateWord(pCheck.mState);
@@ -35,6 +43,36 @@ void addCheck(const packages::PackageCheck& pCheck, bool pInDetail, PackageEntry
         const packages::Finding& tFinding = pCheck.mFindings[i];
         pTo->mDamage.append({tFinding.mPath, tFinding.mProblem, tFinding.mExactPath});
     }
+}
+
+// *pSize: of those in the packages before.
+void boundExactPaths(PackageEntry* pPackage, qsizetype* pSize)
+{
+    for (DamageEntry& tDamage : pPackage->mDamage) {
+        *pSize += tDamage.mExactPath ? tDamage.mExactPath->size() : 0;
+        if (*pSize > sMaxExactPaths) {
+            tDamage.mExactPath.reset();
+        }
+    }
+}
+
+} // namespace
+
+PackageEntries packageEntries(const packages::Manifest& pInstalled, const packages::CheckRecord& pChecks,
+                              const QString& pLanguage)
+{
+    PackageEntries tEntries;
+    qsizetype tDetailed = 0;
+    qsizetype tExact = 0;
+    for (const packages::InstalledPackage& tPackage : pInstalled.mPackages) {
+        PackageEntry& tEntry = tEntries.mPackages.emplaceBack(entryOf(tPackage, pLanguage));
+        if (const packages::PackageCheck* tCheck = pChecks.find(tPackage.mFolder)) {
+            tDetailed += !tCheck->mFindings.isEmpty();
+            addCheck(*tCheck, tDetailed <= sMaxDetailed, &tEntry);
+            boundExactPaths(&tEntry, &tExact);
+        }
+    }
+    return tEntries;
 }
 
 } // namespace tarn::vkservice::control

@@ -3,15 +3,16 @@
 #include "internal/PackageValues.h"
 
 namespace tarn::packages {
-struct InstalledPackage;
-struct PackageCheck;
+struct CheckRecord;
+struct Manifest;
 } // namespace tarn::packages
 
 namespace tarn::vkservice::control {
 
-// An installed package for clients, with its title in this language. Not checked, so far.
-vkcore::protocol::PackageEntry entryOf(const packages::InstalledPackage& pPackage, const QString& pLanguage);
-// What a verification has said about it. pInDetail: with what is wrong.
-void addCheck(const packages::PackageCheck& pCheck, bool pInDetail, vkcore::protocol::PackageEntry* pTo);
+// The installed packages for clients, with their titles in this language and what the last verification has
+// said about them.
+vkcore::protocol::PackageEntries packageEntries(const packages::Manifest& pInstalled,
+                                                const packages::CheckRecord& pChecks,
+                                                const QString& pLanguage);
 
 } // namespace tarn::vkservice::control

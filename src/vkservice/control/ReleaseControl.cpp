@@ -109,6 +109,7 @@ Failure ReleaseControl::accept(const QString& pPackage)
     }
     const Failure tFailure = tRefusals->store(mFileSystem, mParts.mApp.getStateDir());
     if (!tFailure) {
+        mParts.mUpdates.noteAccepted(pPackage);
         mParts.mApp.write(LogLevel::Notice,
                           u"An administrator accepts the package %1 again."_s.arg(pPackage));
     }

@@ -11,6 +11,7 @@ namespace tarn::vkservice::control {
 using process::JournalEvent;
 using process::LogLevel;
 using vkcore::protocol::HistoryPackage;
+using vkcore::protocol::HistoryRun;
 
 namespace {
 
@@ -59,14 +60,22 @@ void RunNotes::onEnded(const RunRecord& pRecord, bool pManual)
                 {{"VK_RESULT", QString::number(pRecord.mCode)}, {"VK_MANUAL", yesNo(pManual)}}});
 }
 
-// Of the run that has just ended, if the install log has it.
+// Of the run that has just ended, if the install log has it: twice if it first ended the trial of a run that
+// was killed.
 void RunNotes::notePackages()
 {
-    const auto tHistory = mView.history(1);
-    if (!tHistory || tHistory->mRuns.isEmpty() || !tHistory->mRuns.first().mCode) {
-        return;
+    const auto tHistory = mView.history(2);
+    const auto tRuns = tHistory ? tHistory->mRuns : QList<HistoryRun>();
+    for (auto tRun = tRuns.rbegin(); tRun != tRuns.rend(); ++tRun) {
+        if (tRun->mCode) {
+            notePackages(*tRun);
+        }
     }
-    for (const HistoryPackage& tPackage : tHistory->mRuns.first().mPackages) {
+}
+
+void RunNotes::notePackages(const HistoryRun& pRun)
+{
+    for (const HistoryPackage& tPackage : pRun.mPackages) {
         const QString tLabel = tPackage.mName + u' ' + tPackage.mVersion;
         if (tPackage.mStatus == "ok"_L1) {
             mApp.note(LogLevel::Info, u"The package %1 was installed."_s.arg(tLabel),

@@ -2,6 +2,9 @@
 
 #include <QtCore/QObject>
 
+namespace tarn::vkcore::protocol {
+struct HistoryRun;
+}
 namespace tarn::vkservice {
 struct RunRecord;
 }
@@ -27,6 +30,7 @@ private:
     void onServerUnusable(const QString& pServer);
     void onEnded(const RunRecord& pRecord, bool pManual);
     void notePackages();
+    void notePackages(const vkcore::protocol::HistoryRun& pRun);
 
     UpdateControl& mUpdates;
     OperatorView& mView;

@@ -7,6 +7,7 @@
 #include "store/ConfigVariables.h"
 #include "store/Settings.h"
 #include "update/Eligibility.h"
+#include "update/FailurePolicy.h"
 #include "update/Reporter.h"
 #include "update/RunTexts.h"
 #include "update/UpdateThread.h"
@@ -76,18 +77,26 @@ Failure UpdateControl::recover()
     if (!tRequest) {
         return tRequest.failure();
     }
-    QString tError;
-    const bool tIsSound = mThread.recover(*tRequest, &tError);
+    const Failure tFailure = mThread.recover(*tRequest);
     if (const Failure tBack = mThread.wayBack()) {
         record(ResultCheckFailed, failureText(tBack), mLastRun.mBegan);
         mStatus = restingStatus();
     }
-    return tIsSound ? Failure() : Failure{Failure::Kind::Damaged, tError};
+    if (const auto tRefused = mThread.refused(); !tRefused.isEmpty()) {
+        noteRefused(tRefused);
+        Q_EMIT packagesChanged();
+    }
+    return tFailure;
+}
+
+bool UpdateControl::isOnTrial() const
+{
+    return mThread.isOnTrial();
 }
 
 void UpdateControl::resumeTrial()
 {
-    if (mStopped || isActive() || !mThread.isOnTrial()) {
+    if (mStopped || isActive() || !isOnTrial()) {
         return;
     }
     Result<RunRequest> tRequest = request();
@@ -103,7 +112,35 @@ Failure UpdateControl::rollBack(qint64 pGeneration)
         return {Failure::Kind::Canceled, u"An update is running"_s};
     }
     const Result<RunRequest> tRequest = request();
-    return tRequest ? mThread.rollBack(*tRequest, pGeneration) : tRequest.failure();
+    if (!tRequest) {
+        return tRequest.failure();
+    }
+    const Failure tFailure = mThread.rollBack(*tRequest, pGeneration);
+    noteRefused(mThread.refused());
+    Q_EMIT packagesChanged();
+    return tFailure;
+}
+
+void UpdateControl::noteAccepted(const QString& pPackage)
+{
+    changeLeftOut([&pPackage](const auto& pBefore) { return withoutRefused(pBefore, pPackage); });
+    Q_EMIT packagesChanged();
+}
+
+void UpdateControl::noteRefused(const QList<packages::Refusal>& pRefused)
+{
+    if (!pRefused.isEmpty()) {
+        changeLeftOut([&pRefused](const auto& pBefore) { return withRefused(pBefore, pRefused); });
+    }
+}
+
+// What the last run left out is stored.
+void UpdateControl::changeLeftOut(const std::function<LeftOutPackages(const LeftOutPackages&)>& pChange)
+{
+    const auto tBefore = mSources.mSettings.leftOut();
+    if (!tBefore || !mSources.mSettings.setLeftOut(pChange(*tBefore))) {
+        Q_EMIT error(0, u"The list of packages that were left out could not be stored."_s, {});
+    }
 }
 
 Result<RunRequest> UpdateControl::request()
@@ -217,6 +254,11 @@ Failure UpdateControl::trigger(bool pManual)
         Q_EMIT statusChanged(StatusSuppressed);
         return {};
     }
+    return startRun(pManual);
+}
+
+Failure UpdateControl::startRun(bool pManual)
+{
     const Result<RunRequest> tRequest = requestFor(pManual);
     return tRequest ? begin(*tRequest, pManual) : tRequest.failure();
 }
@@ -241,7 +283,9 @@ Result<RunRequest> UpdateControl::requestFor(bool pManual)
 
 Failure UpdateControl::begin(const RunRequest& pRequest, bool pManual)
 {
-    mBegan = QDateTime::currentDateTimeUtc();
+    // A run that was killed in its checks goes on with this one: what it has installed counts here.
+    const bool tGoesOn = isOnTrial() && mLastRun.mCutShort > 0 && mLastRun.mBegan.isValid();
+    mBegan = tGoesOn ? mLastRun.mBegan : QDateTime::currentDateTimeUtc();
     mManual = pManual;
     // The run continues without the mark, but will not count as interrupted if the service is killed.
     mSources.mSettings.beginRun(mBegan.toString(Qt::ISODateWithMs));
@@ -286,18 +330,22 @@ void UpdateControl::finish(const RunResult& pResult)
     for (const QString& tServer : pResult.mUnusableServers) {
         Q_EMIT serverUnusable(tServer);
     }
-    if (pResult.mLeftOut && !mSources.mSettings.setLeftOut(*pResult.mLeftOut)) {
-        Q_EMIT error(0, u"The list of packages that were left out could not be stored."_s, {});
+    if (pResult.mLeftOut) {
+        changeLeftOut([&pResult](const auto&) { return *pResult.mLeftOut; });
     }
+    noteRefused(pResult.mRefused);
     mPreparedFor = pResult.mInstallFrom;
     Q_EMIT runEnded(mSessionRun, mManual);
     const bool tLeavesMore = std::exchange(mOnlyTrial, false) || leavesMoreByHand(pResult);
     const auto tTriggered = std::exchange(mTriggered, std::nullopt);
     if (tLeavesMore && tTriggered && pResult.mCode == ResultSuccess && !isSuppressed()) {
-        const Result<RunRequest> tRequest = requestFor(*tTriggered);
-        if (tRequest && !begin(*tRequest, *tTriggered)) {
+        const Failure tFailure = startRun(*tTriggered);
+        if (!tFailure) {
             return; // for clients it was one run
         }
+        record(resultCode(tFailure), failureText(tFailure), QDateTime::currentDateTimeUtc());
+        mSessionRun = mLastRun;
+        Q_EMIT runEnded(mSessionRun, *tTriggered);
     }
     setStatus(restingStatus());
 }

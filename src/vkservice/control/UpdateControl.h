@@ -2,6 +2,7 @@
 
 #include "control/RunRequests.h"
 #include "internal/Failure.h"
+#include "update/RefusedPackages.h"
 #include "values/RunRecord.h"
 
 #include <vkcore/Types.h>
@@ -11,6 +12,7 @@
 #include <QtCore/QString>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -35,12 +37,15 @@ public:
     std::optional<bool> load();
     // Repairs what a killed run left. A failure is for the log.
     Failure recover();
-    // Brings the trial that a killed run left to its end, by a run that asks no server. Harmless if there is
-    // none.
+    // After recover(), until a run begins: a killed run left packages that have not proven themselves.
+    bool isOnTrial() const;
+    // Brings their trial to its end, by a run that asks no server. Harmless if there is none.
     void resumeTrial();
     // Makes an earlier generation the current one, and refuses the packages that replaced it. Not during a
     // run.
     Failure rollBack(qint64 pGeneration);
+    // The refusals of the package were lifted.
+    void noteAccepted(const QString& pPackage);
     // When to restart a run that was interrupted, in seconds from the start of the service: one minute after
     // the first interruption, twice as long after each further one in a row. No value if no run was
     // interrupted, or after the eighth time: then only the schedule starts the next run.
@@ -72,6 +77,8 @@ public:
     void checkSuppression();
 
 Q_SIGNALS:
+    // What is installed, or what is refused, has changed without a run.
+    void packagesChanged();
     void statusChanged(tarn::vkcore::ServiceStatus pStatus);
     void activityChanged(tarn::vkcore::ServiceActivity pActivity);
     void notification(int pType, const QString& pText, const QString& pDetails);
@@ -88,9 +95,12 @@ private:
     Result<update::RunRequest> request();
     // The request of a run that asks servers.
     Result<update::RunRequest> requestFor(bool pManual);
+    Failure startRun(bool pManual);
     Failure begin(const update::RunRequest& pRequest, bool pManual);
     Result<update::OpeningAt> openings(bool pManual);
     void finish(const update::RunResult& pResult);
+    void noteRefused(const QList<packages::Refusal>& pRefused);
+    void changeLeftOut(const std::function<update::LeftOutPackages(const update::LeftOutPackages&)>& pChange);
     void record(ResultCode pCode, const QString& pText, const QDateTime& pBegan = {},
                 const RunTraffic& pTraffic = {});
     void setStatus(vkcore::ServiceStatus pStatus);

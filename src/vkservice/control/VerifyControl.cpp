@@ -32,10 +32,7 @@ namespace {
 
 constexpr int sProgressMs = 1000;
 constexpr qint64 sStoreSeconds = 60;
-constexpr qint64 sContinueDays = 7;     // an older beginning proves nothing about today
-constexpr qsizetype sMaxDetailed = 500; // packages whose findings go into one answer
-// Of exact paths there. Together with the limits of the others no answer comes near the longest line.
-constexpr qsizetype sMaxExactPaths = 100 * 1000;
+constexpr qint64 sContinueDays = 7; // an older beginning proves nothing about today
 
 } // namespace
 
@@ -254,7 +251,7 @@ void VerifyControl::tick()
     }
 }
 
-void VerifyControl::onRunEnded()
+void VerifyControl::onPackagesChanged()
 {
     const auto tInstalled = installed();
     CheckRecord& tRecord = mParts.mRecord.record();
@@ -299,24 +296,7 @@ Result<PackageEntries> VerifyControl::packages() const
         return tInstalled.failure();
     }
     const QString tLanguage = mParts.mApp.languageOr(mParts.mSettings.appLanguage().value_or(QString()));
-    PackageEntries tEntries;
-    qsizetype tDetailed = 0;
-    qsizetype tExact = 0;
-    for (const packages::InstalledPackage& tPackage : tInstalled->mPackages) {
-        const PackageCheck* tCheck = mParts.mRecord.record().find(tPackage.mFolder);
-        PackageEntry& tEntry = tEntries.mPackages.emplaceBack(entryOf(tPackage, tLanguage));
-        if (tCheck != nullptr) {
-            tDetailed += !tCheck->mFindings.isEmpty();
-            addCheck(*tCheck, tDetailed <= sMaxDetailed, &tEntry);
-            for (DamageEntry& tDamage : tEntry.mDamage) {
-                tExact += tDamage.mExactPath ? tDamage.mExactPath->size() : 0;
-                if (tExact > sMaxExactPaths) {
-                    tDamage.mExactPath.reset();
-                }
-            }
-        }
-    }
-    return tEntries;
+    return packageEntries(*tInstalled, mParts.mRecord.record(), tLanguage);
 }
 
 QList<PackageCheck> VerifyControl::damaged() const

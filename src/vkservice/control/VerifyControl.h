@@ -55,8 +55,8 @@ public:
     bool isReading() const { return mThread.isRunning(); }
     // To be called about once a minute by a service that keeps the machine's schedule.
     void tick();
-    // To be called after each run: packages may have been replaced.
-    void onRunEnded();
+    // To be called when packages may have been replaced.
+    void onPackagesChanged();
 
     vkcore::protocol::VerificationState state() const;
     // The installed packages.

@@ -2,6 +2,7 @@
 
 #include "internal/PackageValues.h"
 #include "internal/Values.h"
+#include "packages/Refusals.h"
 #include "update/Choices.h"
 #include "update/SwitchTime.h"
 #include "values/ResultCode.h"
@@ -83,6 +84,8 @@ struct RunResult
     QStringList mUnusableServers = {}; // each with its reason
     // What was offered and not taken; none if no server could be asked.
     std::optional<QList<vkcore::protocol::LeftOutPackage>> mLeftOut = {};
+    // What its checks have refused meanwhile, so that it is left out from now on.
+    QList<packages::Refusal> mRefused = {};
     QDateTime mInstallFrom = {}; // packages are prepared, and a run at this time may switch to them
 };
 

@@ -74,7 +74,7 @@ Failure Trial::read()
     mBack = {};
     const Failure tFailure =
         mRecord.mBack > 0 ? mWorkplace.generations().reader().manifest(mRecord.mBack, &mBack) : Failure();
-    return tFailure.mKind == Failure::Kind::Content ? Failure() : tFailure; // decide() tells of a damaged one
+    return tFailure.mKind == Failure::Kind::Content ? Failure() : tFailure; // undo() tells of a damaged one
 }
 
 Failure Trial::resume(bool pMayCheck)
@@ -92,13 +92,13 @@ Failure Trial::resume(bool pMayCheck)
     const auto tRefusals = Refusals::load(mFileSystem, mRequest.mStateDir);
     const Refusal* tRefusal = tRefusals ? refusalOf(*tRefusals, changed()) : nullptr;
     if (!mRecord.mVerdict.isEmpty()) {
-        return decide(mRecord.mVerdict, namesOf(changed()));
+        return goBackByHand();
     }
     if (tRefusal != nullptr) {
-        return decide(tRefusal->mReason, {});
+        return fail(tRefusal->mReason, {});
     }
     if (mRecord.mAttempts >= TrialRecord::sMaxAttempts) {
-        return decide(
+        return fail(
             u"Its checks were begun %1 times and did not come to their end"_s.arg(TrialRecord::sMaxAttempts),
             namesOf(changed()));
     }
@@ -146,7 +146,7 @@ Failure Trial::prove()
         return {};
     }
     if (!tVerdict.mIsAborted) {
-        return decide(tVerdict.mReason, tVerdict.mRefused);
+        return fail(tVerdict.mReason, tVerdict.mRefused);
     }
     mRefusals = {};
     const Failure tFailure = goBack();
@@ -174,15 +174,38 @@ Failure Trial::rollBack(qint64 pTo)
     if (const Failure tFailure = mRecord.store(mFileSystem, mRequest.mStateDir)) {
         return tFailure;
     }
-    const Failure tFailure = decide(mRecord.mVerdict, namesOf(changed()));
-    return tFailure.mKind == Failure::Kind::CheckFailed ? Failure() : tFailure;
+    return goBackByHand();
+}
+
+// mRecord is about what the administrator wants.
+Failure Trial::goBackByHand()
+{
+    const TrialRecord tWanted = mRecord;
+    if (const Failure tFailure = undo(tWanted.mVerdict, namesOf(changed()))) {
+        return tFailure;
+    }
+    mReporter.notify(MessageInformation,
+                     u"The packages of the generation %1 are in use again."_s.arg(tWanted.mBack),
+                     tWanted.mVerdict + u'.');
+    return {};
+}
+
+Failure Trial::fail(const QString& pReason, const QSet<QString>& pRefused)
+{
+    const QString tReason = vkcore::singleLine(pReason, vkcore::sMaxMessage);
+    const qint64 tFailed = mRecord.mGeneration;
+    if (const Failure tFailure = undo(tReason, pRefused)) {
+        return tFailure;
+    }
+    mReporter.error(
+        u"The generation %1 has failed, and the previous packages are in use again."_s.arg(tFailed),
+        tReason + u'.');
+    return {Failure::Kind::CheckFailed, tReason};
 }
 
 // Puts the generation out of use that mRecord is about.
-Failure Trial::decide(const QString& pReason, const QSet<QString>& pRefused)
+Failure Trial::undo(const QString& pReason, const QSet<QString>& pRefused)
 {
-    const QString tReason = vkcore::singleLine(pReason, vkcore::sMaxMessage);
-    const Manifest tRun = mWorkplace.installed();
     Manifest tBack;
     const Failure tUnread =
         mRecord.mBack > 0 ? mWorkplace.generations().reader().manifest(mRecord.mBack, &tBack) : Failure();
@@ -191,20 +214,17 @@ Failure Trial::decide(const QString& pReason, const QSet<QString>& pRefused)
             close(); // another try would not find it either, and what remains must not be refused
         }
         return {Failure::Kind::Io,
-                u"%1. The previous packages can't be put in use again: %2"_s.arg(tReason, tUnread.mText)};
+                u"%1. The previous packages can't be put in use again: %2"_s.arg(pReason, tUnread.mText)};
     }
-    if (const Failure tFailure = refuse(tReason, pRefused)) {
+    if (const Failure tFailure = refuse(pReason, pRefused)) {
         // A machine that keeps a bad generation is worse than one that tries it again with the next run.
         warn(u"The refused packages can't be recorded. %1."_s.arg(tFailure.mText));
     }
     if (const Failure tFailure = goBack()) {
         return {tFailure.mKind, u"%1. The previous packages could not be put in use again: %2"_s.arg(
-                                    tReason, tFailure.mText)};
+                                    pReason, tFailure.mText)};
     }
-    mReporter.error(
-        u"The generation %1 has failed, and the previous packages are in use again."_s.arg(tRun.mGeneration),
-        tReason + u'.');
-    return {Failure::Kind::CheckFailed, tReason};
+    return {};
 }
 
 Failure Trial::refuse(const QString& pReason, const QSet<QString>& pRefused)
@@ -247,13 +267,18 @@ Failure Trial::goBack()
 void Trial::logWayBack(const Manifest& pRun, const Refusals& pRefusals, const Manifest& pBack)
 {
     const QList<InstalledPackage> tChanged = changedPackages(pBack, pRun);
-    const Refusal* tFirst = refusalOf(pRefusals, tChanged);
-    if (tFirst == nullptr) {
+    mRefused.clear();
+    for (const InstalledPackage& tPackage : tChanged) {
+        if (const Refusal* tRefusal = pRefusals.find(tPackage.mHash)) {
+            mRefused.append(*tRefusal);
+        }
+    }
+    if (mRefused.isEmpty()) {
         return;
     }
     Manifest tLogged;
     tLogged.mRunId = pRun.mRunId + u"-back"_s;
-    tLogged.mRunDate = tFirst->mDate.toLocalTime();
+    tLogged.mRunDate = mRefused.first().mDate.toLocalTime();
     tLogged.mRecords = recordsOfWayBack(pRun, tChanged, pRefusals);
     QString tWarning;
     const Failure tFailure = mWorkplace.logRun(tLogged, &tWarning);

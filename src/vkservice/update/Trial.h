@@ -44,10 +44,16 @@ public:
     // that it has not are refused, and its own are not any more.
     Failure rollBack(qint64 pTo);
 
+    // The packages that the way back has put out of use for good.
+    const QList<packages::Refusal>& refused() const { return mRefused; }
+
 private:
     QList<packages::InstalledPackage> changed() const;
     Failure read();
-    Failure decide(const QString& pReason, const QSet<QString>& pRefused);
+    // Each puts the previous generation in use again, and refuses some of the packages that it has not.
+    Failure goBackByHand();
+    Failure fail(const QString& pReason, const QSet<QString>& pRefused);
+    Failure undo(const QString& pReason, const QSet<QString>& pRefused);
     Failure refuse(const QString& pReason, const QSet<QString>& pRefused);
     Failure goBack();
     void logWayBack(const packages::Manifest& pRun, const packages::Refusals& pRefusals,
@@ -64,7 +70,8 @@ private:
     ReleaseChecks mChecks;
     packages::TrialRecord mRecord;
     packages::Refusals mRefusals; // for the log, also if they could not be stored
-    packages::Manifest mBack;     // of the generation to go back to; empty if that is none
+    QList<packages::Refusal> mRefused;
+    packages::Manifest mBack; // of the generation to go back to; empty if that is none
 };
 
 } // namespace tarn::vkservice::update

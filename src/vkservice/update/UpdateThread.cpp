@@ -33,6 +33,7 @@ public:
         RunResult tResult = tRun.run();
         tResult.mTraffic = tRun.traffic();
         tResult.mUnusableServers = tRun.unusableServers();
+        tResult.mRefused = tRun.refused();
         QMetaObject::invokeMethod(
             mOwner, [this, tResult] { end(tResult); }, Qt::QueuedConnection);
     }
@@ -75,6 +76,7 @@ public:
     std::unique_ptr<os::FreeThread> mFreeThread; // for the run's thread, which confines itself
     bool mIsOnTrial = false;
     Failure mWayBack;
+    QList<packages::Refusal> mRefused;
     std::thread mThread;
 };
 
@@ -92,17 +94,17 @@ UpdateThread::~UpdateThread()
     }
 }
 
-bool UpdateThread::recover(const RunRequest& pRequest, QString* pError)
+Failure UpdateThread::recover(const RunRequest& pRequest)
 {
     Workplace tWorkplace(d->mFileSystem, d->mProcesses, pRequest);
     if (const Failure tFailure = tWorkplace.open(packages::NewRoots::Leave)) {
-        *pError = tFailure.mText;
-        return false;
+        return tFailure.as(Failure::Kind::Damaged);
     }
     const std::unique_ptr<Reporter> tReporter = d->makeReporter();
     Trial tTrial(pRequest, d->mFileSystem, d->mChecks, tWorkplace, *tReporter, d->mAbort);
     const Failure tFailure = tTrial.resume(false);
     d->mIsOnTrial = tTrial.isOpen();
+    d->mRefused = tTrial.refused();
     d->mWayBack = tFailure.mKind == Failure::Kind::CheckFailed ? tFailure : Failure();
     QStringList tTexts = tWorkplace.warnings();
     tTexts.append(d->mWayBack ? QString() : tFailure.mText);
@@ -115,8 +117,7 @@ bool UpdateThread::recover(const RunRequest& pRequest, QString* pError)
     }
     tTexts.append(tLogText);
     tTexts.removeAll(QString());
-    *pError = tTexts.join(u". "_s);
-    return pError->isEmpty();
+    return tTexts.isEmpty() ? Failure() : Failure{Failure::Kind::Damaged, tTexts.join(u". "_s)};
 }
 
 bool UpdateThread::isOnTrial() const
@@ -129,6 +130,11 @@ Failure UpdateThread::wayBack() const
     return d->mWayBack;
 }
 
+QList<packages::Refusal> UpdateThread::refused() const
+{
+    return d->mRefused;
+}
+
 Failure UpdateThread::rollBack(const RunRequest& pRequest, qint64 pGeneration)
 {
     if (isRunning()) {
@@ -139,8 +145,10 @@ Failure UpdateThread::rollBack(const RunRequest& pRequest, qint64 pGeneration)
         return tFailure;
     }
     const std::unique_ptr<Reporter> tReporter = d->makeReporter();
-    return Trial(pRequest, d->mFileSystem, d->mChecks, tWorkplace, *tReporter, d->mAbort)
-        .rollBack(pGeneration);
+    Trial tTrial(pRequest, d->mFileSystem, d->mChecks, tWorkplace, *tReporter, d->mAbort);
+    const Failure tFailure = tTrial.rollBack(pGeneration);
+    d->mRefused = tTrial.refused();
+    return tFailure;
 }
 
 bool UpdateThread::start(const RunRequest& pRequest)

@@ -31,8 +31,8 @@ public:
     ~UpdateThread() override;
 
     // Repairs what a killed run left and brings the install log up to the current generation. Called once,
-    // before the first run. False with a reason for the log if the folders are unusable.
-    bool recover(const RunRequest& pRequest, QString* pError);
+    // before the first run. A failure is for the log.
+    Failure recover(const RunRequest& pRequest);
     // After recover(): the generation in use has not proven itself yet, and a run with mOnlyTrial does it.
     bool isOnTrial() const;
     // After recover(): why it has put the previous packages in use again, if it has.
@@ -40,6 +40,8 @@ public:
     // Makes an earlier generation the current one, and refuses the packages that replaced it. A failure if a
     // run is in progress.
     Failure rollBack(const RunRequest& pRequest, qint64 pGeneration);
+    // After recover() or rollBack(): what it has refused.
+    QList<packages::Refusal> refused() const;
 
     // False if a run is in progress.
     bool start(const RunRequest& pRequest);

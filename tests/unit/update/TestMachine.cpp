@@ -52,8 +52,11 @@ bool TestMachine::restart(QString* pError)
     };
     QObject::connect(mRun.get(), &UpdateThread::notification, mRun.get(), tHear);
     QObject::connect(mRun.get(), &UpdateThread::error, mRun.get(), tHear);
-    QString tError;
-    return mRun->recover(mRequest, pError == nullptr ? &tError : pError);
+    const Failure tFailure = mRun->recover(mRequest);
+    if (pError != nullptr) {
+        *pError = tFailure.mText;
+    }
+    return !tFailure;
 }
 
 RunResult TestMachine::run()

@@ -94,6 +94,9 @@ TEST_F(TrialTest, GoesBackAndRefusesWhatBelongsTogether)
               "app 2.0.0 error\nlib 2.0.0 error\nmaps 2.0.0 warning");
     EXPECT_EQ(mMachine.mMessages.filter(q("ended with status 3")).size(), 1) << text(mMachine.mMessages);
     EXPECT_EQ(trial().mGeneration, 0);
+    ASSERT_EQ(tResult.mRefused.size(), 2) << "what a client sees at once";
+    EXPECT_EQ(tResult.mRefused.first().mName, q("app"));
+    EXPECT_TRUE(tResult.mLeftOut) << "and what is left out for other reasons";
 
     // The others come again, the refused ones do not, however often.
     for (int i = 0; i < 2; ++i) {
@@ -199,8 +202,14 @@ TEST_F(TrialTest, AnAdministratorGoesBackAndForth)
     EXPECT_TRUE(mMachine.updater().rollBack(mMachine.request(), 1)) << "it is not kept";
     EXPECT_TRUE(mMachine.updater().rollBack(mMachine.request(), 4)) << "it is the current one";
     EXPECT_EQ(mMachine.currentFiles(), tNew);
+    mMachine.mMessages.clear();
     const Failure tFailure = mMachine.updater().rollBack(mMachine.request(), 2);
     EXPECT_FALSE(tFailure) << tFailure.mText;
+    EXPECT_EQ(mMachine.updater().refused().size(), 3);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(
+        text(mMachine.mMessages),
+        "The packages of the generation 2 are in use again.|An administrator went back to the generation 2.");
     EXPECT_EQ(text(mMachine.packages()), "app 2.0.0\nlib 2.0.0\nmaps 2.0.0");
     expectNothingRefusedInUse();
     EXPECT_EQ(trial().mGeneration, 0);
@@ -210,6 +219,16 @@ TEST_F(TrialTest, AnAdministratorGoesBackAndForth)
     QFile::remove(mMachine.path(q("state/refused.json")));
     run(ResultSuccess);
     expectInstalled();
+    // A kill on the way back: the next service goes on with it, and no check has failed.
+    const TrialRecord tCut{.mGeneration = mMachine.manifest().mGeneration,
+                           .mRun = mMachine.manifest().mRunId,
+                           .mBack = 2,
+                           .mAttempts = TrialRecord::sMaxAttempts,
+                           .mVerdict = q("By hand")};
+    EXPECT_FALSE(tCut.store(os::realFileSystem(), mMachine.path(q("state"))));
+    mMachine.restart();
+    EXPECT_FALSE(mMachine.updater().wayBack());
+    EXPECT_EQ(text(mMachine.packages()), "app 2.0.0\nlib 2.0.0\nmaps 2.0.0");
 }
 
 namespace {

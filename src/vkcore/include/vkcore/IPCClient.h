@@ -119,6 +119,9 @@ public:
 
     // Any method of the socket by its name.
     std::optional<QJsonValue> call(const QString& pMethod, const QJsonObject& pParams = {});
+    // On failure, *pReason says why: a refusal in the words of the service, which may not be plain, or what
+    // is wrong with the connection.
+    std::optional<QJsonValue> call(const QString& pMethod, const QJsonObject& pParams, QString* pReason);
 
 Q_SIGNALS:
     void serviceStatusChanged(tarn::vkcore::ServiceStatus pStatus);

@@ -1,0 +1,35 @@
+#include "update/RefusedPackages.h"
+
+#include "update/Eligibility.h"
+
+namespace tarn::vkservice::update {
+
+using vkcore::protocol::LeftOutPackage;
+
+LeftOutPackages withRefused(LeftOutPackages pBefore, const QList<packages::Refusal>& pRefused)
+{
+    for (const packages::Refusal& tRefusal : pRefused) {
+        pBefore = withoutRefused(std::move(pBefore), tRefusal.mName);
+        pBefore.removeIf([&tRefusal](const LeftOutPackage& pPackage) { // what it waited for has come
+            return pPackage.mName == tRefusal.mName && pPackage.mVersion == tRefusal.mVersion;
+        });
+    }
+    for (const packages::Refusal& tRefusal : pRefused) {
+        pBefore.append({.mName = tRefusal.mName,
+                        .mVersion = tRefusal.mVersion,
+                        .mReason = wordOf(Reason::Refused),
+                        .mRequired = {},
+                        .mDate = {}});
+    }
+    return pBefore;
+}
+
+LeftOutPackages withoutRefused(LeftOutPackages pBefore, const QString& pPackage)
+{
+    pBefore.removeIf([&pPackage](const LeftOutPackage& pLeftOut) {
+        return pLeftOut.mName == pPackage && pLeftOut.mReason == wordOf(Reason::Refused);
+    });
+    return pBefore;
+}
+
+} // namespace tarn::vkservice::update
