@@ -54,7 +54,7 @@ QList<QStringList> rows(const Record& pRecord)
 {
     QList<QStringList> tRows;
     for (auto tIt = pRecord.mTargets.begin(); tIt != pRecord.mTargets.end(); ++tIt) {
-        const bool tPublished = pRecord.mPublishedTargets[tIt.key()] == tIt.value();
+        const bool tPublished = pRecord.mPublishedTargets.text(tIt.key()) == tIt.text();
         tRows.append(row(tIt.value().toObject(), tPublished ? u"published"_s : u"new"_s));
     }
     for (auto tIt = pRecord.mPublishedTargets.begin(); tIt != pRecord.mPublishedTargets.end(); ++tIt) {

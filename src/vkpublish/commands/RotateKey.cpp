@@ -17,6 +17,7 @@ int cmdRotateKey(const QStringList& pArguments)
                       u"Gives a role a new key and publishes. Clients follow automatically and no longer "
                       "accept the old key alone."_s);
     tLine.addRepository();
+    tLine.addNoWait();
     tLine.addArgument(u"ROLE"_s, u"root, targets, snapshot or timestamp"_s);
     tLine.addOption(u"key-type"_s, u"ed25519, ecdsa, ecdsa-p384 or rsa"_s, u"TYPE"_s, u"ed25519"_s);
     tLine.addOption(u"root-days"_s, u"How long the new root is valid, in days"_s, u"DAYS"_s, u"3650"_s);
@@ -40,7 +41,7 @@ int cmdRotateKey(const QStringList& pArguments)
     const QDateTime tNow = QDateTime::currentDateTimeUtc();
     const PublicationTimes tTimes{
         .mNow = tNow, .mExpires = tNow.addDays(*tDays), .mTargetsExpires = tNow.addDays(365)};
-    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys(), tLine.patience());
     Publication tPublication(os::realFileSystem(), tLine.repository(), tKeys);
     QDateTime tOldUntil;
     Failure tFailure = tKeys.open();

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "keys/FolderLock.h"
 #include "keys/Signer.h"
+#include "record/PackageLists.h"
 #include "record/Record.h"
 
 #include "internal/Failure.h"
@@ -17,23 +19,26 @@ namespace tarn::vkpublish {
 class KeyFolder
 {
 public:
-    KeyFolder(os::FileSystem& pFileSystem, const QString& pPath);
-    ~KeyFolder(); // releases the lock
-    KeyFolder(const KeyFolder&) = delete;
-    KeyFolder& operator=(const KeyFolder&) = delete;
+    KeyFolder(os::FileSystem& pFileSystem, const QString& pPath, Patience pPatience = Patience::Wait);
 
     const QString& path() const { return mPath; }
 
     // Creates the folder, which must be new or empty, and locks it.
     Failure create();
-    // Locks the folder against a second publisher and reads the record.
+    // Locks the folder against other publishers, and waits for them if need be. Then reads the record.
     Failure open();
-    // Only reads the record.
+    // Only reads the record: as it was before or after what another publisher changes just now.
     Failure openForReading();
 
     // save() writes it.
     Record mRecord;
     Failure save();
+
+    // Like open(), but the record has only the packages of this archive's name, and save() must not be
+    // called: it takes as long for the first package as for the last of thousands.
+    Failure openPackage(const QString& pArchive);
+    // Writes what mRecord.mTargets has of this name, and nothing else.
+    Failure savePackage(const QString& pArchive);
 
     Result<Signer> readKey(const QString& pRole) const;
     // The keys that sign a role's files: its current key first, then its retiring keys. A retiring key whose
@@ -48,13 +53,20 @@ public:
 private:
     QString filePath(const QString& pName) const;
     Failure checkPrivate(const QString& pPath) const;
-    Failure lock();
+    Failure checkEmpty() const;
+    Failure openLocked();
+    Failure read(const QString& pOnly);
+    Failure readOnce(const QString& pOnly, QByteArray* pText);
     Result<Signer> readKeyFile(const QString& pName) const;
     QString findKeyFile(const QString& pRole, const QStringList& pIds) const;
 
     os::FileSystem& mFileSystem;
     QString mPath;
-    int mLockFd = -1;
+    PackageLists mLists;
+    Packages mSaved; // as they are on the disk
+    bool mMaySave = true; // false: mRecord is not whole, or a save() has failed
+    Patience mPatience;
+    FolderLock mLock;
 };
 
 } // namespace tarn::vkpublish

@@ -1,5 +1,6 @@
 #include "keys/Roles.h"
 
+#include "tuf/CanonicalJson.h"
 #include "tuf/Hashes.h"
 #include "tuf/Metadata.h"
 
@@ -52,12 +53,23 @@ Result<QByteArray> makeRoot(qint64 pVersion, const QDateTime& pExpires, const QM
     return signMetadata(tSigned, tSigners);
 }
 
-Result<QByteArray> makeTargets(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets,
-                               const QList<Signer>& pKeys)
+QByteArray targetsPart(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets)
 {
     QJsonObject tSigned = signedPart(tuf::sTargets, pVersion, pExpires);
-    tSigned.insert(u"targets"_s, pTargets);
-    return signMetadata(tSigned, pKeys);
+    tSigned.insert(u"targets"_s, QJsonObject());
+    QByteArray tText;
+    const QByteArray tTargets = pTargets.canonical();
+    if (!tuf::canonicalJson(tSigned, &tText) || tTargets.isEmpty()) {
+        return QByteArray();
+    }
+    const QByteArray tEmpty("\"targets\":{}");
+    return tText.replace(tText.indexOf(tEmpty), tEmpty.size(), "\"targets\":" + tTargets);
+}
+
+Result<QByteArray> makeTargets(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets,
+                               const QList<Signer>& pKeys)
+{
+    return signCanonical(targetsPart(pVersion, pExpires, pTargets), pKeys);
 }
 
 Result<QByteArray> makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargetsMeta,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "keys/Signer.h"
+#include "record/TargetList.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
@@ -14,11 +15,14 @@ namespace tarn::vkpublish {
 // The four top-level roles; each has its own key.
 const QStringList& roleNames();
 
+// What the signatures of a list of packages are over; empty if a target has no canonical form.
+QByteArray targetsPart(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets);
+
 // All of these return the file. pKeys: role -> its key. pOldRootKey signs, too, so that clients that trust it
 // follow to the new root.
 Result<QByteArray> makeRoot(qint64 pVersion, const QDateTime& pExpires, const QMap<QString, Signer>& pKeys,
                             const std::optional<Signer>& pOldRootKey);
-Result<QByteArray> makeTargets(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets,
+Result<QByteArray> makeTargets(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets,
                                const QList<Signer>& pKeys);
 Result<QByteArray> makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargetsMeta,
                                 const QList<Signer>& pKeys);

@@ -35,12 +35,17 @@ Result<QByteArray> Signer::sign(const QByteArray& pMessage) const
 Result<QByteArray> signMetadata(const QJsonObject& pSigned, const QList<Signer>& pSigners)
 {
     QByteArray tMessage;
-    if (!tuf::canonicalJson(pSigned, &tMessage)) {
+    return signCanonical(tuf::canonicalJson(pSigned, &tMessage) ? tMessage : QByteArray(), pSigners);
+}
+
+Result<QByteArray> signCanonical(const QByteArray& pSigned, const QList<Signer>& pSigners)
+{
+    if (pSigned.isEmpty()) {
         return Failure::content(u"The metadata has no canonical form, and can't be signed"_s);
     }
     QList<tuf::Signature> tSignatures;
     for (const Signer& tSigner : pSigners) {
-        const Result<QByteArray> tSignature = tSigner.sign(tMessage);
+        const Result<QByteArray> tSignature = tSigner.sign(pSigned);
         if (!tSignature) {
             return tSignature.failure();
         }

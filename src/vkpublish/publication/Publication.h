@@ -3,7 +3,6 @@
 #include "keys/KeyFolder.h"
 
 #include <QtCore/QDateTime>
-#include <QtCore/QJsonObject>
 #include <QtCore/QMap>
 #include <QtCore/QSet>
 #include <QtCore/QString>
@@ -50,7 +49,7 @@ public:
     Failure run(const PublicationTimes& pTimes);
 
     // What run() publishes instead of the targets of the record, which stay for a later run.
-    void offer(const QJsonObject& pTargets) { mOffered = pTargets; }
+    void offer(const TargetList& pTargets) { mOffered = pTargets; }
 
     // True if a run() found the record to be older than the repository.
     bool hasRaised() const { return mRaised; }
@@ -59,9 +58,8 @@ public:
     Failure prune(const QDateTime& pNow, qint64 pGrace);
 
 private:
-    const QJsonObject& offered() const { return mOffered ? *mOffered : mKeys.mRecord.mTargets; }
-    Failure checkTarget(const QString& pName) const;
-    Failure checkTargets() const;
+    const TargetList& offered() const { return mOffered ? *mOffered : mKeys.mRecord.mTargets; }
+    Failure checkTargets();
     Failure catchUp();
     Failure readKeys();
     Failure signFiles(const PublicationTimes& pTimes, SignedFiles* pTo) const;
@@ -79,7 +77,8 @@ private:
     QString mRepository;
     KeyFolder& mKeys;
     QMap<QString, QList<Signer>> mSigners; // role -> keys
-    std::optional<QJsonObject> mOffered;
+    std::optional<TargetList> mOffered;
+    QSet<QString> mNamed; // files in the targets folder that the offered packages name
     bool mRaised = false;
 };
 

@@ -30,6 +30,7 @@ protected:
         const QByteArray tWhat(pWhat);
         if (tWhat.contains("record")) {
             write("r.keys/record.json", readFile(path("backup.keys/record.json")));
+            copy("backup.keys/packages", "r.keys/packages");
         }
         if (tWhat.contains("keys")) {
             copy("backup.keys", "r.keys");
@@ -166,6 +167,7 @@ TEST_F(RecoveryTest, TheSameVersionWithAnotherContentIsTold)
 TEST_F(RecoveryTest, ReadsTheRecordOfEarlierVersions)
 {
     prepare("");
+    makeOldRecord();
     QJsonObject tRecord = QJsonDocument::fromJson(readFile(path("r.keys/record.json"))).object();
     for (const char* tNew : {"retiringKeys", "unreferenced", "withdrawnTargets"}) {
         ASSERT_TRUE(tRecord.contains(q(tNew)));
