@@ -33,7 +33,7 @@ QByteArray takeMemory(const Bio& pBio)
     return QByteArray(tData, tLength);
 }
 
-// The scheme that a private key signs with.
+// The scheme that a key signs with.
 const Scheme* schemeOf(const EVP_PKEY* pKey)
 {
     constexpr std::array sPairs{
@@ -51,6 +51,13 @@ const Scheme* schemeOf(const EVP_PKEY* pKey)
     return nullptr;
 }
 
+QByteArray publicKeyPem(const EVP_PKEY* pKey)
+{
+    const Bio tBio(BIO_new(BIO_s_mem()));
+    PEM_write_bio_PUBKEY(tBio.get(), pKey);
+    return takeMemory(tBio);
+}
+
 QByteArray publicValue(const EVP_PKEY* pKey, const Scheme& pScheme)
 {
     if (pScheme.mKeyKind == EVP_PKEY_ED25519) {
@@ -60,9 +67,15 @@ QByteArray publicValue(const EVP_PKEY* pKey, const Scheme& pScheme)
         return QByteArray(reinterpret_cast<const char*>(tBytes.data()), static_cast<qsizetype>(tLength))
             .toHex();
     }
-    const Bio tBio(BIO_new(BIO_s_mem()));
-    PEM_write_bio_PUBKEY(tBio.get(), pKey);
-    return takeMemory(tBio);
+    return publicKeyPem(pKey);
+}
+
+QJsonObject publicKeyJson(const EVP_PKEY* pKey, const Scheme& pScheme)
+{
+    const QJsonObject tValue{{u"public"_s, QString::fromLatin1(publicValue(pKey, pScheme))}};
+    return QJsonObject{{u"keytype"_s, QLatin1String(pScheme.mType)},
+                       {u"scheme"_s, QLatin1String(pScheme.mScheme)},
+                       {u"keyval"_s, tValue}};
 }
 
 } // namespace
@@ -115,19 +128,19 @@ QByteArray SigningKey::toPem() const
     return takeMemory(tBio);
 }
 
+QByteArray SigningKey::publicPem() const
+{
+    return publicKeyPem(d->mKey.get());
+}
+
 QJsonObject SigningKey::publicJson() const
 {
-    const QJsonObject tValue{{u"public"_s, QString::fromLatin1(publicValue(d->mKey.get(), *d->mScheme))}};
-    return QJsonObject{{u"keytype"_s, QLatin1String(d->mScheme->mType)},
-                       {u"scheme"_s, QLatin1String(d->mScheme->mScheme)},
-                       {u"keyval"_s, tValue}};
+    return publicKeyJson(d->mKey.get(), *d->mScheme);
 }
 
 QString SigningKey::id() const
 {
-    QByteArray tBytes;
-    canonicalJson(publicJson(), &tBytes);
-    return QString::fromLatin1(sha256(tBytes));
+    return keyId(publicJson());
 }
 
 QByteArray SigningKey::sign(const QByteArray& pMessage) const
@@ -150,6 +163,22 @@ QByteArray SigningKey::sign(const QByteArray& pMessage) const
     }
     tSignature.truncate(static_cast<qsizetype>(tLength));
     return tSignature;
+}
+
+std::optional<QJsonObject> publicJsonFromPem(const QByteArray& pPem)
+{
+    const Bio tBio(BIO_new_mem_buf(pPem.constData(), static_cast<int>(pPem.size())));
+    const EvpKey tKey(PEM_read_bio_PUBKEY(tBio.get(), nullptr, nullptr, nullptr));
+    ERR_clear_error();
+    const Scheme* tScheme = tKey ? schemeOf(tKey.get()) : nullptr;
+    return tScheme != nullptr ? std::optional(publicKeyJson(tKey.get(), *tScheme)) : std::nullopt;
+}
+
+QString keyId(const QJsonObject& pPublicJson)
+{
+    QByteArray tBytes;
+    canonicalJson(pPublicJson, &tBytes);
+    return QString::fromLatin1(sha256(tBytes));
 }
 
 QByteArray signMetadata(const QJsonObject& pSigned, const QList<SigningKey>& pKeys)

@@ -25,6 +25,7 @@ public:
     static std::optional<SigningKey> fromPem(const QByteArray& pPem);
 
     QByteArray toPem() const;
+    QByteArray publicPem() const;
     QJsonObject publicJson() const;                    // "keytype", "scheme", "keyval"
     QString id() const;                                // the hash of publicJson()
     QByteArray sign(const QByteArray& pMessage) const; // empty on failure
@@ -34,6 +35,12 @@ private:
     explicit SigningKey(std::shared_ptr<const Data> pData);
     std::shared_ptr<const Data> d;
 };
+
+// The "keytype", "scheme" and "keyval" of a public key in PEM; no value if it is invalid or of a kind that can't
+// sign metadata.
+std::optional<QJsonObject> publicJsonFromPem(const QByteArray& pPem);
+// The key's id in metadata: the hash of its "keytype", "scheme" and "keyval".
+QString keyId(const QJsonObject& pPublicJson);
 
 // The metadata file with pSigned and a signature of each key, in canonical form; empty if pSigned has no such
 // form.
