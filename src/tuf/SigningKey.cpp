@@ -51,31 +51,31 @@ const Scheme* schemeOf(const EVP_PKEY* pKey)
     return nullptr;
 }
 
-QByteArray publicKeyPem(const EVP_PKEY* pKey)
+QByteArray publicPemOf(const EVP_PKEY* pKey)
 {
     const Bio tBio(BIO_new(BIO_s_mem()));
     PEM_write_bio_PUBKEY(tBio.get(), pKey);
     return takeMemory(tBio);
 }
 
-QByteArray publicValue(const EVP_PKEY* pKey, const Scheme& pScheme)
+QString publicValue(const EVP_PKEY* pKey, const Scheme& pScheme)
 {
     if (pScheme.mKeyKind == EVP_PKEY_ED25519) {
         std::array<unsigned char, 32> tBytes{};
         size_t tLength = tBytes.size();
         EVP_PKEY_get_raw_public_key(pKey, tBytes.data(), &tLength);
-        return QByteArray(reinterpret_cast<const char*>(tBytes.data()), static_cast<qsizetype>(tLength))
-            .toHex();
+        return QString::fromLatin1(
+            QByteArray(reinterpret_cast<const char*>(tBytes.data()), static_cast<qsizetype>(tLength))
+                .toHex());
     }
-    return publicKeyPem(pKey);
+    return QString::fromLatin1(publicPemOf(pKey));
 }
 
-QJsonObject publicKeyJson(const EVP_PKEY* pKey, const Scheme& pScheme)
+QJsonObject publicJsonOf(const EVP_PKEY* pKey, const Scheme& pScheme)
 {
-    const QJsonObject tValue{{u"public"_s, QString::fromLatin1(publicValue(pKey, pScheme))}};
     return QJsonObject{{u"keytype"_s, QLatin1String(pScheme.mType)},
                        {u"scheme"_s, QLatin1String(pScheme.mScheme)},
-                       {u"keyval"_s, tValue}};
+                       {u"keyval"_s, QJsonObject{{u"public"_s, publicValue(pKey, pScheme)}}}};
 }
 
 } // namespace
@@ -130,12 +130,12 @@ QByteArray SigningKey::toPem() const
 
 QByteArray SigningKey::publicPem() const
 {
-    return publicKeyPem(d->mKey.get());
+    return publicPemOf(d->mKey.get());
 }
 
 QJsonObject SigningKey::publicJson() const
 {
-    return publicKeyJson(d->mKey.get(), *d->mScheme);
+    return publicJsonOf(d->mKey.get(), *d->mScheme);
 }
 
 QString SigningKey::id() const
@@ -165,20 +165,38 @@ QByteArray SigningKey::sign(const QByteArray& pMessage) const
     return tSignature;
 }
 
+QString keyId(const QJsonObject& pPublicJson)
+{
+    QByteArray tBytes;
+    canonicalJson(pPublicJson, &tBytes);
+    return QString::fromLatin1(sha256(tBytes));
+}
+
+PublicKey publicKeyOf(const QJsonObject& pPublicJson)
+{
+    return PublicKey(pPublicJson["keytype"_L1].toString(), pPublicJson["scheme"_L1].toString(),
+                     pPublicJson["keyval"_L1]["public"_L1].toString());
+}
+
 std::optional<QJsonObject> publicJsonFromPem(const QByteArray& pPem)
 {
     const Bio tBio(BIO_new_mem_buf(pPem.constData(), static_cast<int>(pPem.size())));
     const EvpKey tKey(PEM_read_bio_PUBKEY(tBio.get(), nullptr, nullptr, nullptr));
     ERR_clear_error();
     const Scheme* tScheme = tKey ? schemeOf(tKey.get()) : nullptr;
-    return tScheme != nullptr ? std::optional(publicKeyJson(tKey.get(), *tScheme)) : std::nullopt;
+    return tScheme != nullptr ? std::optional(publicJsonOf(tKey.get(), *tScheme)) : std::nullopt;
 }
 
-QString keyId(const QJsonObject& pPublicJson)
+QByteArray metadataFile(const QJsonObject& pSigned, const QList<Signature>& pSignatures)
 {
-    QByteArray tBytes;
-    canonicalJson(pPublicJson, &tBytes);
-    return QString::fromLatin1(sha256(tBytes));
+    QJsonArray tSignatures;
+    for (const Signature& tSignature : pSignatures) {
+        tSignatures.append(QJsonObject{{u"keyid"_s, tSignature.mKeyId},
+                                       {u"sig"_s, QString::fromLatin1(tSignature.mBytes.toHex())}});
+    }
+    QByteArray tFile;
+    canonicalJson(QJsonObject{{u"signatures"_s, tSignatures}, {u"signed"_s, pSigned}}, &tFile);
+    return tFile;
 }
 
 QByteArray signMetadata(const QJsonObject& pSigned, const QList<SigningKey>& pKeys)
@@ -187,18 +205,14 @@ QByteArray signMetadata(const QJsonObject& pSigned, const QList<SigningKey>& pKe
     if (!canonicalJson(pSigned, &tMessage)) {
         return QByteArray();
     }
-    QJsonArray tSignatures;
+    QList<Signature> tSignatures;
     for (const SigningKey& tKey : pKeys) {
-        const QByteArray tSignature = tKey.sign(tMessage);
-        if (tSignature.isEmpty()) {
+        tSignatures.append({tKey.id(), tKey.sign(tMessage)});
+        if (tSignatures.last().mBytes.isEmpty()) {
             return QByteArray();
         }
-        tSignatures.append(
-            QJsonObject{{u"keyid"_s, tKey.id()}, {u"sig"_s, QString::fromLatin1(tSignature.toHex())}});
     }
-    QByteArray tFile;
-    canonicalJson(QJsonObject{{u"signatures"_s, tSignatures}, {u"signed"_s, pSigned}}, &tFile);
-    return tFile;
+    return metadataFile(pSigned, tSignatures);
 }
 
 } // namespace tarn::tuf

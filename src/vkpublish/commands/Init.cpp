@@ -45,7 +45,7 @@ Failure makeFolders(const QString& pRepository)
 
 Failure makeKeys(KeyFolder* pFolder, const QString& pType, const QDateTime& pExpires)
 {
-    QMap<QString, tuf::SigningKey> tKeys;
+    QMap<QString, Signer> tKeys;
     for (const QString& tRole : roleNames()) {
         const std::optional<tuf::SigningKey> tKey = tuf::SigningKey::generate(pType);
         if (!tKey) {
@@ -54,10 +54,14 @@ Failure makeKeys(KeyFolder* pFolder, const QString& pType, const QDateTime& pExp
         if (Failure tFailure = pFolder->addKey(tRole, *tKey)) {
             return tFailure;
         }
-        tKeys.insert(tRole, *tKey);
+        tKeys.insert(tRole, Signer(*tKey));
     }
     pFolder->mRecord.mVersions[tuf::sRoot] = 1;
-    pFolder->mRecord.mRoot = makeRoot(1, pExpires, tKeys, std::nullopt);
+    const Result<QByteArray> tRoot = makeRoot(1, pExpires, tKeys, std::nullopt);
+    if (!tRoot) {
+        return tRoot.failure();
+    }
+    pFolder->mRecord.mRoot = *tRoot;
     return pFolder->save();
 }
 

@@ -124,12 +124,12 @@ Failure KeyFolder::save()
     return os::replaceFile(mFileSystem, filePath(sRecordName), mRecord.toJson(), sFileMode);
 }
 
-Result<tuf::SigningKey> KeyFolder::readKey(const QString& pRole) const
+Result<Signer> KeyFolder::readKey(const QString& pRole) const
 {
     return readKeyFile(mRecord.mKeyFiles.value(pRole));
 }
 
-Result<tuf::SigningKey> KeyFolder::readKeyFile(const QString& pName) const
+Result<Signer> KeyFolder::readKeyFile(const QString& pName) const
 {
     const QString tPath = filePath(pName);
     if (Failure tFailure = checkPrivate(tPath)) {
@@ -140,12 +140,12 @@ Result<tuf::SigningKey> KeyFolder::readKeyFile(const QString& pName) const
         return tPem.failure();
     }
     if (std::optional<tuf::SigningKey> tKey = tuf::SigningKey::fromPem(*tPem)) {
-        return *tKey;
+        return Signer(*tKey);
     }
     return Failure::content(u"%1 does not contain a usable key"_s.arg(tPath));
 }
 
-Result<QList<tuf::SigningKey>> KeyFolder::readSigners(const QString& pRole) const
+Result<QList<Signer>> KeyFolder::readSigners(const QString& pRole) const
 {
     QStringList tNames{mRecord.mKeyFiles.value(pRole)};
     for (const RetiringKey& tKey : mRecord.mRetiring) {
@@ -153,9 +153,9 @@ Result<QList<tuf::SigningKey>> KeyFolder::readSigners(const QString& pRole) cons
             tNames.append(tKey.mFile);
         }
     }
-    QList<tuf::SigningKey> tKeys;
+    QList<Signer> tKeys;
     for (const QString& tName : tNames) {
-        const Result<tuf::SigningKey> tKey = readKeyFile(tName);
+        const Result<Signer> tKey = readKeyFile(tName);
         if (!tKey) {
             return tKey.failure();
         }
@@ -168,7 +168,7 @@ QString KeyFolder::findKeyFile(const QString& pRole, const QStringList& pIds) co
 {
     const QStringList tNames = QDir(mPath).entryList({pRole + "-*.pem"_L1}, QDir::Files);
     for (const QString& tName : tNames) {
-        const Result<tuf::SigningKey> tKey = readKeyFile(tName);
+        const Result<Signer> tKey = readKeyFile(tName);
         if (tKey && pIds.contains(tKey->id())) {
             return tName;
         }

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "keys/Signer.h"
 #include "record/Record.h"
 
 #include "internal/Failure.h"
-#include "tuf/SigningKey.h"
 
 #include <QtCore/QString>
 
@@ -35,10 +35,10 @@ public:
     Record mRecord;
     Failure save();
 
-    Result<tuf::SigningKey> readKey(const QString& pRole) const;
+    Result<Signer> readKey(const QString& pRole) const;
     // The keys that sign a role's files: its current key first, then its retiring keys. A retiring key whose
     // file is missing does not sign any longer.
-    Result<QList<tuf::SigningKey>> readSigners(const QString& pRole) const;
+    Result<QList<Signer>> readSigners(const QString& pRole) const;
     // Sets this root in mRecord, and the key files in the folder that match the root's roles. The replaced
     // keys retire.
     Failure takeRoot(const QByteArray& pRoot);
@@ -49,7 +49,7 @@ private:
     QString filePath(const QString& pName) const;
     Failure checkPrivate(const QString& pPath) const;
     Failure lock();
-    Result<tuf::SigningKey> readKeyFile(const QString& pName) const;
+    Result<Signer> readKeyFile(const QString& pName) const;
     QString findKeyFile(const QString& pRole, const QStringList& pIds) const;
 
     os::FileSystem& mFileSystem;

@@ -32,8 +32,8 @@ const QStringList& roleNames()
     return sNames;
 }
 
-QByteArray makeRoot(qint64 pVersion, const QDateTime& pExpires, const QMap<QString, tuf::SigningKey>& pKeys,
-                    const std::optional<tuf::SigningKey>& pOldRootKey)
+Result<QByteArray> makeRoot(qint64 pVersion, const QDateTime& pExpires, const QMap<QString, Signer>& pKeys,
+                            const std::optional<Signer>& pOldRootKey)
 {
     QJsonObject tKeys;
     QJsonObject tRoles;
@@ -45,37 +45,37 @@ QByteArray makeRoot(qint64 pVersion, const QDateTime& pExpires, const QMap<QStri
     tSigned.insert(u"consistent_snapshot"_s, true);
     tSigned.insert(u"keys"_s, tKeys);
     tSigned.insert(u"roles"_s, tRoles);
-    QList<tuf::SigningKey> tSigners{*pKeys.constFind(tuf::sRoot)};
+    QList<Signer> tSigners{*pKeys.constFind(tuf::sRoot)};
     if (pOldRootKey && pOldRootKey->id() != tSigners.first().id()) {
         tSigners.append(*pOldRootKey);
     }
-    return tuf::signMetadata(tSigned, tSigners);
+    return signMetadata(tSigned, tSigners);
 }
 
-QByteArray makeTargets(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets,
-                       const QList<tuf::SigningKey>& pKeys)
+Result<QByteArray> makeTargets(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets,
+                               const QList<Signer>& pKeys)
 {
     QJsonObject tSigned = signedPart(tuf::sTargets, pVersion, pExpires);
     tSigned.insert(u"targets"_s, pTargets);
-    return tuf::signMetadata(tSigned, pKeys);
+    return signMetadata(tSigned, pKeys);
 }
 
-QByteArray makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargetsMeta,
-                        const QList<tuf::SigningKey>& pKeys)
+Result<QByteArray> makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargetsMeta,
+                                const QList<Signer>& pKeys)
 {
     QJsonObject tSigned = signedPart(tuf::sSnapshot, pVersion, pExpires);
     tSigned.insert(u"meta"_s, metaMap(tuf::sTargets, pTargetsMeta));
-    return tuf::signMetadata(tSigned, pKeys);
+    return signMetadata(tSigned, pKeys);
 }
 
-QByteArray makeTimestamp(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pSnapshotMeta,
-                         qint64 pTargetsVersion, const QList<tuf::SigningKey>& pKeys)
+Result<QByteArray> makeTimestamp(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pSnapshotMeta,
+                                 qint64 pTargetsVersion, const QList<Signer>& pKeys)
 {
     QJsonObject tSigned = signedPart(tuf::sTimestamp, pVersion, pExpires);
     tSigned.insert(u"meta"_s, metaMap(tuf::sSnapshot, pSnapshotMeta));
     tSigned.insert(u"signed_at"_s, QDateTime::currentDateTimeUtc().toString(Qt::ISODate));
     tSigned.insert(u"targets_version"_s, pTargetsVersion);
-    return tuf::signMetadata(tSigned, pKeys);
+    return signMetadata(tSigned, pKeys);
 }
 
 QJsonObject metaOf(qint64 pVersion, const QByteArray& pFile)

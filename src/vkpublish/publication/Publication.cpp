@@ -27,6 +27,20 @@ namespace {
 constexpr mode_t sFileMode = 0644;
 constexpr qint64 sMaxMetadata = 16 * 1024 * 1024;
 
+// Sets what metadata says about a new file.
+Failure take(const Result<QByteArray>& pFile, const QString& pRole, qint64 pVersion,
+             const QDateTime& pExpires, SignedFile* pTo)
+{
+    if (!pFile) {
+        return pFile.failure();
+    }
+    if (pFile->size() > sMaxMetadata) {
+        return Failure::content(u"The %1 metadata is too large: %2 bytes"_s.arg(pRole).arg(pFile->size()));
+    }
+    *pTo = {*pFile, {metaOf(pVersion, *pFile), pExpires}};
+    return {};
+}
+
 // pStated: "length" and "hashes", as in metadata.
 bool isAsStated(const QString& pPath, const QJsonObject& pStated)
 {
@@ -82,7 +96,7 @@ Failure Publication::readKeys()
 {
     mSigners.clear();
     for (const QString& tRole : {tuf::sTargets, tuf::sSnapshot, tuf::sTimestamp}) {
-        const Result<QList<tuf::SigningKey>> tKeys = mKeys.readSigners(tRole);
+        const Result<QList<Signer>> tKeys = mKeys.readSigners(tRole);
         if (!tKeys) {
             return tKeys.failure();
         }
@@ -102,20 +116,19 @@ bool Publication::isFresh(const QString& pRole, const PublishedFile& pFile, cons
 
 Failure Publication::write(const QString& pPath, const QByteArray& pFile)
 {
-    if (pFile.isEmpty() || pFile.size() > sMaxMetadata) {
-        return Failure::content(u"%1 can't be signed, or is too large"_s.arg(pPath));
-    }
     return os::replaceFile(mFileSystem, pPath, pFile, sFileMode);
 }
 
-Failure Publication::writeVersioned(const QString& pRole, const QByteArray& pFile, const QDateTime& pExpires,
-                                    PublishedFile* pTo)
+Failure Publication::writeVersioned(const QString& pRole, const SignedFile& pFile, PublishedFile* pTo)
 {
-    const qint64 tVersion = mKeys.mRecord.mVersions[pRole];
-    if (Failure tFailure = write(versionedPath(mRepository, pRole, tVersion), pFile)) {
+    if (pFile.mBytes.isEmpty()) {
+        return {};
+    }
+    const qint64 tVersion = pFile.mPublished.mMeta["version"_L1].toInteger();
+    if (Failure tFailure = write(versionedPath(mRepository, pRole, tVersion), pFile.mBytes)) {
         return tFailure;
     }
-    *pTo = PublishedFile{metaOf(tVersion, pFile), pExpires};
+    *pTo = pFile.mPublished;
     return {};
 }
 
@@ -145,9 +158,6 @@ Failure Publication::run(const PublicationTimes& pTimes)
     const bool tNewSnapshot =
         tNewTargets || !isFresh(tuf::sSnapshot, tRecord.mPublishedSnapshot, pTimes.mExpires, pTimes);
 
-    // Increments the versions, and drops the old files from the record, before anything is written. If this
-    // run is interrupted, no later run signs other content under a version that a client may have seen, or
-    // returns to an older file.
     if (tNewTargets) {
         ++tRecord.mVersions[tuf::sTargets];
         tRecord.mPublishedTargetsFile = PublishedFile();
@@ -157,13 +167,21 @@ Failure Publication::run(const PublicationTimes& pTimes)
         tRecord.mPublishedSnapshot = PublishedFile();
     }
     ++tRecord.mVersions[tuf::sTimestamp];
-    // Clients that have the new root refuse what only the old keys signed, so it comes last.
+    // All signatures come before the first change, which a missing one prevents.
+    SignedFiles tFiles;
+    if (Failure tFailure = signFiles(pTimes, &tFiles)) {
+        return tFailure;
+    }
+    // The versions are in the record, and the old files no longer, before anything is written. If this run is
+    // interrupted, no later run signs other content under a version that a client may have seen, or returns
+    // to an older file.
     if (Failure tFailure = mKeys.save()) {
         return tFailure;
     }
-    if (Failure tFailure = signFiles(pTimes)) {
+    if (Failure tFailure = writeFiles(tFiles)) {
         return tFailure;
     }
+    // Clients that have the new root refuse what only the old keys signed, so it comes last.
     if (Failure tFailure = writeRoot()) {
         return tFailure;
     }
@@ -174,29 +192,48 @@ Failure Publication::run(const PublicationTimes& pTimes)
 }
 
 // Signs the files that were dropped from the record, and the timestamp.
-Failure Publication::signFiles(const PublicationTimes& pTimes)
+Failure Publication::signFiles(const PublicationTimes& pTimes, SignedFiles* pTo) const
+{
+    const Record& tRecord = mKeys.mRecord;
+    const qint64 tTargetsVersion = tRecord.mVersions[tuf::sTargets];
+    const qint64 tSnapshotVersion = tRecord.mVersions[tuf::sSnapshot];
+    pTo->mTargets.mPublished = tRecord.mPublishedTargetsFile;
+    if (pTo->mTargets.mPublished.mMeta.isEmpty()) {
+        const Result<QByteArray> tFile =
+            makeTargets(tTargetsVersion, pTimes.mTargetsExpires, offered(), mSigners[tuf::sTargets]);
+        if (Failure tFailure =
+                take(tFile, tuf::sTargets, tTargetsVersion, pTimes.mTargetsExpires, &pTo->mTargets)) {
+            return tFailure;
+        }
+    }
+    pTo->mSnapshot.mPublished = tRecord.mPublishedSnapshot;
+    if (pTo->mSnapshot.mPublished.mMeta.isEmpty()) {
+        const Result<QByteArray> tFile = makeSnapshot(
+            tSnapshotVersion, pTimes.mExpires, pTo->mTargets.mPublished.mMeta, mSigners[tuf::sSnapshot]);
+        if (Failure tFailure =
+                take(tFile, tuf::sSnapshot, tSnapshotVersion, pTimes.mExpires, &pTo->mSnapshot)) {
+            return tFailure;
+        }
+    }
+    const Result<QByteArray> tTimestamp =
+        makeTimestamp(tRecord.mVersions[tuf::sTimestamp], pTimes.mExpires, pTo->mSnapshot.mPublished.mMeta,
+                      tTargetsVersion, mSigners[tuf::sTimestamp]);
+    if (tTimestamp) {
+        pTo->mTimestamp = *tTimestamp;
+    }
+    return tTimestamp.failure();
+}
+
+Failure Publication::writeFiles(const SignedFiles& pFiles)
 {
     Record& tRecord = mKeys.mRecord;
-    if (tRecord.mPublishedTargetsFile.mMeta.isEmpty()) {
-        const QByteArray tFile = makeTargets(tRecord.mVersions[tuf::sTargets], pTimes.mTargetsExpires,
-                                             offered(), mSigners[tuf::sTargets]);
-        if (Failure tFailure = writeVersioned(tuf::sTargets, tFile, pTimes.mTargetsExpires,
-                                              &tRecord.mPublishedTargetsFile)) {
-            return tFailure;
-        }
+    if (Failure tFailure = writeVersioned(tuf::sTargets, pFiles.mTargets, &tRecord.mPublishedTargetsFile)) {
+        return tFailure;
     }
-    if (tRecord.mPublishedSnapshot.mMeta.isEmpty()) {
-        const QByteArray tFile = makeSnapshot(tRecord.mVersions[tuf::sSnapshot], pTimes.mExpires,
-                                              tRecord.mPublishedTargetsFile.mMeta, mSigners[tuf::sSnapshot]);
-        if (Failure tFailure =
-                writeVersioned(tuf::sSnapshot, tFile, pTimes.mExpires, &tRecord.mPublishedSnapshot)) {
-            return tFailure;
-        }
+    if (Failure tFailure = writeVersioned(tuf::sSnapshot, pFiles.mSnapshot, &tRecord.mPublishedSnapshot)) {
+        return tFailure;
     }
-    return write(timestampPath(mRepository),
-                 makeTimestamp(tRecord.mVersions[tuf::sTimestamp], pTimes.mExpires,
-                               tRecord.mPublishedSnapshot.mMeta, tRecord.mVersions[tuf::sTargets],
-                               mSigners[tuf::sTimestamp]));
+    return write(timestampPath(mRepository), pFiles.mTimestamp);
 }
 
 // Relative to the repository.

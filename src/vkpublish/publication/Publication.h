@@ -20,6 +20,20 @@ struct PublicationTimes
     QDateTime mTargetsExpires;
 };
 
+// A metadata file of one version, signed and not written yet; without bytes if it is published already.
+struct SignedFile
+{
+    QByteArray mBytes;
+    PublishedFile mPublished;
+};
+
+struct SignedFiles
+{
+    SignedFile mTargets;
+    SignedFile mSnapshot;
+    QByteArray mTimestamp;
+};
+
 // Updates a repository folder to match the record. When all new files are there, one rename replaces
 // timestamp.json: clients see either the complete old state or the complete new one. Only a new root is
 // written after it; the keys that it replaces have signed the complete state, too, so clients accept that
@@ -50,21 +64,21 @@ private:
     Failure checkTargets() const;
     Failure catchUp();
     Failure readKeys();
-    Failure signFiles(const PublicationTimes& pTimes);
+    Failure signFiles(const PublicationTimes& pTimes, SignedFiles* pTo) const;
+    Failure writeFiles(const SignedFiles& pFiles);
     void noteWithdrawn();
     void noteUnreferenced(const QDateTime& pNow);
     QSet<QString> referencedFiles() const;
     bool isFresh(const QString& pRole, const PublishedFile& pFile, const QDateTime& pExpires,
                  const PublicationTimes& pTimes) const;
     Failure write(const QString& pPath, const QByteArray& pFile);
-    Failure writeVersioned(const QString& pRole, const QByteArray& pFile, const QDateTime& pExpires,
-                           PublishedFile* pTo);
+    Failure writeVersioned(const QString& pRole, const SignedFile& pFile, PublishedFile* pTo);
     Failure writeRoot();
 
     os::FileSystem& mFileSystem;
     QString mRepository;
     KeyFolder& mKeys;
-    QMap<QString, QList<tuf::SigningKey>> mSigners; // role -> keys
+    QMap<QString, QList<Signer>> mSigners; // role -> keys
     std::optional<QJsonObject> mOffered;
     bool mRaised = false;
 };

@@ -12,10 +12,10 @@ namespace tarn::vkpublish {
 
 namespace {
 
-Failure readAllKeys(KeyFolder* pFolder, QMap<QString, tuf::SigningKey>* pTo)
+Failure readAllKeys(KeyFolder* pFolder, QMap<QString, Signer>* pTo)
 {
     for (const QString& tRole : roleNames()) {
-        const Result<tuf::SigningKey> tKey = pFolder->readKey(tRole);
+        const Result<Signer> tKey = pFolder->readKey(tRole);
         if (!tKey) {
             return tKey.failure();
         }
@@ -29,25 +29,30 @@ Failure readAllKeys(KeyFolder* pFolder, QMap<QString, tuf::SigningKey>* pTo)
 Failure exchange(KeyFolder* pFolder, const QString& pRole, const QString& pType,
                  const QDateTime& pRootExpires, const QDateTime& pOldUntil)
 {
-    QMap<QString, tuf::SigningKey> tKeys;
+    QMap<QString, Signer> tKeys;
     if (Failure tFailure = readAllKeys(pFolder, &tKeys)) {
         return tFailure;
     }
-    const tuf::SigningKey tOldRootKey = tKeys.find(tuf::sRoot).value();
+    const Signer tOldRootKey = tKeys.find(tuf::sRoot).value();
     const std::optional<tuf::SigningKey> tNew = tuf::SigningKey::generate(pType);
     if (!tNew) {
         return Failure::content(u"A key of type %1 can't be created"_s.arg(pType));
     }
     Record& tRecord = pFolder->mRecord;
+    tKeys.insert(pRole, Signer(*tNew));
+    const qint64 tVersion = tRecord.mVersions[tuf::sRoot] + 1;
+    const Result<QByteArray> tRoot = makeRoot(tVersion, pRootExpires, tKeys, tOldRootKey);
+    if (!tRoot) {
+        return tRoot.failure();
+    }
     if (pRole != tuf::sRoot) {
         tRecord.mRetiring.append({pRole, tRecord.mKeyFiles[pRole], pOldUntil});
     }
     if (Failure tFailure = pFolder->addKey(pRole, *tNew)) {
         return tFailure;
     }
-    tKeys.insert(pRole, *tNew);
-    const qint64 tVersion = ++tRecord.mVersions[tuf::sRoot];
-    tRecord.mRoot = makeRoot(tVersion, pRootExpires, tKeys, tOldRootKey);
+    tRecord.mVersions[tuf::sRoot] = tVersion;
+    tRecord.mRoot = *tRoot;
     tRecord.mPublishedTargetsFile = PublishedFile();
     tRecord.mPublishedSnapshot = PublishedFile();
     return pFolder->save();
