@@ -32,21 +32,27 @@ Result<QByteArray> Signer::sign(const QByteArray& pMessage) const
     return tSignature;
 }
 
+Result<QList<tuf::Signature>> signBytes(const QByteArray& pMessage, const QList<Signer>& pSigners)
+{
+    QList<tuf::Signature> tSignatures;
+    for (const Signer& tSigner : pSigners) {
+        const Result<QByteArray> tSignature = tSigner.sign(pMessage);
+        if (!tSignature) {
+            return tSignature.failure();
+        }
+        tSignatures.append({tSigner.id(), *tSignature});
+    }
+    return tSignatures;
+}
+
 Result<QByteArray> signMetadata(const QJsonObject& pSigned, const QList<Signer>& pSigners)
 {
     QByteArray tMessage;
     if (!tuf::canonicalJson(pSigned, &tMessage)) {
         return Failure::content(u"The metadata has no canonical form, and can't be signed"_s);
     }
-    QList<tuf::Signature> tSignatures;
-    for (const Signer& tSigner : pSigners) {
-        const Result<QByteArray> tSignature = tSigner.sign(tMessage);
-        if (!tSignature) {
-            return tSignature.failure();
-        }
-        tSignatures.append({tSigner.id(), *tSignature});
-    }
-    return tuf::metadataFile(pSigned, tSignatures);
+    const Result<QList<tuf::Signature>> tSignatures = signBytes(tMessage, pSigners);
+    return tSignatures ? tuf::metadataFile(pSigned, *tSignatures) : Result<QByteArray>(tSignatures.failure());
 }
 
 } // namespace tarn::vkpublish
