@@ -34,6 +34,12 @@ QString usage()
     for (const Command& tCommand : sCommands) {
         tText += u"  %1 %2\n"_s.arg(QLatin1String(tCommand.mName), -21).arg(QLatin1String(tCommand.mSummary));
     }
+    tText += u"\nOptions:\n"
+             "  --keys <FOLDER>    folder of keys and record; by default DIR.keys\n"
+             "  --key-type <TYPE>  ed25519, ecdsa, ecdsa-p384 or rsa (add, make)\n"
+             "  --public <FILE>    somebody's public key, instead of a new one (add)\n"
+             "  --lost             the key can't sign any more, not even during the change (remove)\n"
+             "  --root-days <DAYS> how long the new root is valid\n"_s;
     return tText + u"\n\"vkpublish key COMMAND --help\" explains a command."_s;
 }
 

@@ -144,7 +144,11 @@ QStringList KeyFolder::here(QStringList pIds) const
 
 bool KeyFolder::isGone(const QString& pId) const
 {
-    return mRecord.mLostKeys.contains(pId) || (mRecord.mKeys.contains(pId) && !isHere(pId));
+    if (mRecord.mLostKeys.contains(pId) || !mRecord.mKeys.contains(pId) || isHere(pId)) {
+        return mRecord.mLostKeys.contains(pId);
+    }
+    const Result<RootDocument> tRoot = RootDocument::read(mRecord.mRoot);
+    return tRoot && tRoot->publicJson(pId).isEmpty();
 }
 
 Result<Signer> KeyFolder::readKey(const QString& pId) const
@@ -226,7 +230,8 @@ Failure KeyFolder::checkKeys(const RootDocument& pRoot) const
         return tOld.failure();
     }
     for (const QString& tRole : roleNames()) {
-        if (canSign(*tOld, tRole) && !canSign(pRoot, tRole)) {
+        // Several keys are those of several people.
+        if (pRoot.keyIds(tRole).size() == 1 && canSign(*tOld, tRole) && !canSign(pRoot, tRole)) {
             return Failure::content(
                 u"The repository has version %1 of the root, whose key for the role %2 is "
                 "not in %3: restore the keys as they were after the last change of keys"_s

@@ -51,8 +51,8 @@ public:
     // Whether this folder can sign with the key.
     bool isHere(const QString& pId) const;
     QStringList here(QStringList pIds) const;
-    // Whether the key was here once or was given up, so that nobody waits for its signature. A key of which
-    // this folder never knew more than the public half is not gone, but elsewhere.
+    // Whether nobody waits for the key's signature: it was given up, or it was replaced and its file deleted.
+    // A key in use whose file is not here is elsewhere.
     bool isGone(const QString& pId) const;
     // Whether enough keys of the role are here.
     bool canSign(const RootDocument& pRoot, const QString& pRole) const;

@@ -15,12 +15,12 @@ class KeyFolder;
 class SignatureNeeds
 {
 public:
-    // Of targets, snapshot or timestamp: by the root of the record and those that it replaced a while ago.
-    static SignatureNeeds of(const KeyFolder& pKeys, const QString& pRole, const QDateTime& pNow);
+    // Of targets, snapshot or timestamp: by the newest root and those that it has replaced. pNewRoot: the
+    // newest, if it is not yet that of the record.
+    static SignatureNeeds of(const KeyFolder& pKeys, const QString& pRole, const QDateTime& pNow,
+                             const QByteArray& pNewRoot = {});
     // Of a new root: by the one of the record, and by itself.
     static SignatureNeeds ofRoot(const KeyFolder& pKeys, const QByteArray& pNewRoot);
-    // These and those of another root.
-    void add(const QByteArray& pRoot);
 
     // All keys whose signature counts.
     QStringList keyIds() const;
@@ -40,6 +40,11 @@ private:
     };
 
     explicit SignatureNeeds(const QString& pRole) : mRole(pRole) {}
+    void add(const QByteArray& pRoot);
+    // As far as keys of this root that are gone allow it.
+    void addReplaced(const QByteArray& pRoot, const KeyFolder& pKeys);
+    QList<qint64> missingOfEach(const tuf::Signed& pSigned, const QStringList& pWilling) const;
+    QString bestOf(const QStringList& pIds, const QList<qint64>& pMissing) const;
 
     QString mRole;
     QList<Need> mNeeds;

@@ -81,15 +81,13 @@ Result<SignatureNeeds> needsOf(const KeyFolder& pKeys, const Draft& pDraft, cons
     if (pDraft.mRole == tuf::sRoot) {
         return SignatureNeeds::ofRoot(pKeys, unsignedFile(pDraft.mPayload));
     }
-    SignatureNeeds tNeeds = SignatureNeeds::of(pKeys, pDraft.mRole, pNow);
     const Result<std::optional<Draft>> tRoot = pKeys.draft(tuf::sRoot);
     if (!tRoot) {
         return tRoot.failure();
     }
-    if (*tRoot && (*tRoot)->toSigned().mVersion > pKeys.mRecord.mVersions[tuf::sRoot]) {
-        tNeeds.add(unsignedFile((*tRoot)->mPayload));
-    }
-    return tNeeds;
+    const bool tIsNewer = *tRoot && (*tRoot)->toSigned().mVersion > pKeys.mRecord.mVersions[tuf::sRoot];
+    return SignatureNeeds::of(pKeys, pDraft.mRole, pNow,
+                              tIsNewer ? unsignedFile((*tRoot)->mPayload) : QByteArray());
 }
 
 Result<int> missingSignatures(const KeyFolder& pKeys, const Draft& pDraft, const QDateTime& pNow)
