@@ -29,8 +29,7 @@ QByteArray rawSignature(const SignatureNeeds& pNeeds, const Draft& pDraft, const
 Result<QList<tuf::Signature>> readSignatures(const CommandLine& pLine, const SignatureNeeds& pNeeds,
                                              const Draft& pDraft)
 {
-    const Result<QByteArray> tFile =
-        os::readFile(os::realFileSystem(), pLine.argument(2), sMaxSignatureFile);
+    const Result<QByteArray> tFile = os::readFile(os::realFileSystem(), pLine.argument(2), sMaxSignatureFile);
     if (!tFile) {
         return tFile.failure();
     }
@@ -43,9 +42,9 @@ Result<QList<tuf::Signature>> readSignatures(const CommandLine& pLine, const Sig
         return tSignatures.failure();
     }
     if (tSignatures->mRole != pDraft.mRole || tSignatures->mSha256 != tuf::sha256(pDraft.mPayload)) {
-        return Failure::content(
-            u"The signature is of another payload than the draft of the %1: write that with \"vkpublish payload\" "
-            "and sign it"_s.arg(pDraft.mRole));
+        return Failure::content(u"The signature is of another payload than the draft of the %1: write that "
+                                u"with \"vkpublish payload\" "
+                                "and sign it"_s.arg(pDraft.mRole));
     }
     return tSignatures->mSignatures;
 }
@@ -113,13 +112,15 @@ Failure run(const CommandLine& pLine, QString* pReport)
 
 int cmdAddSignature(const QStringList& pArguments)
 {
-    CommandLine tLine(u"add-signature"_s,
-                      u"Adds to a draft what was signed on another machine, and says how many signatures are still "
-                      "missing."_s);
+    CommandLine tLine(
+        u"add-signature"_s,
+        u"Adds to a draft what was signed on another machine, and says how many signatures are still "
+        "missing."_s);
     tLine.addRepository();
     tLine.addArgument(u"ROLE"_s, u"root or targets"_s);
     tLine.addArgument(u"FILE"_s, u"What \"vkpublish sign\" has written"_s);
-    tLine.addOption(u"key-id"_s, u"FILE is a signature alone, from another program, with this key"_s, u"ID"_s);
+    tLine.addOption(u"key-id"_s, u"FILE is a signature alone, from another program, with this key"_s,
+                    u"ID"_s);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
     }

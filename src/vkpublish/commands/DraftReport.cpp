@@ -14,8 +14,8 @@ Result<QString> draftReport(const KeyFolder& pKeys, const Draft& pDraft, const C
     if (!tMissing) {
         return tMissing.failure();
     }
-    const QString tDraft = u"Draft of the %1, version %2: "_s.arg(pDraft.mRole).arg(
-        pDraft.toSigned().mVersion);
+    const QString tDraft =
+        u"Draft of the %1, version %2: "_s.arg(pDraft.mRole).arg(pDraft.toSigned().mVersion);
     const QString tRepository = pLine.argument(0);
     if (*tMissing == 0) {
         return tDraft + u"no signature is missing. Next: vkpublish publish %1"_s.arg(tRepository);

@@ -127,8 +127,8 @@ std::optional<Shares> readShares(const CommandLine& pLine)
         return std::nullopt;
     }
     if (*tThreshold > *tCount) {
-        complain(u"%1 signatures can't be had from %2: give as many with --key-count"_s.arg(*tThreshold).arg(
-            *tCount == 1 ? u"1 key"_s : u"%1 keys"_s.arg(*tCount)));
+        complain(u"%1 signatures can't be had from %2: give as many with --key-count"_s.arg(*tThreshold)
+                     .arg(*tCount == 1 ? u"1 key"_s : u"%1 keys"_s.arg(*tCount)));
         return std::nullopt;
     }
     return Shares{.mThreshold = *tThreshold, .mCount = *tCount};
@@ -141,7 +141,8 @@ int cmdInit(const QStringList& pArguments)
     CommandLine tLine(u"init"_s, u"Creates the keys and the first root of a new repository."_s);
     tLine.addRepository();
     tLine.addOption(u"key-type"_s, u"ed25519, ecdsa, ecdsa-p384 or rsa"_s, u"TYPE"_s, u"ed25519"_s);
-    tLine.addOption(u"key-count"_s, u"How many keys to make for the root, and for the targets"_s, u"N"_s, u"1"_s);
+    tLine.addOption(u"key-count"_s, u"How many keys to make for the root, and for the targets"_s, u"N"_s,
+                    u"1"_s);
     tLine.addOption(u"threshold"_s, u"How many of them must sign"_s, u"M"_s, u"1"_s);
     tLine.addOption(u"root-days"_s, u"How long the root is valid, in days"_s, u"DAYS"_s, u"3650"_s);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {

@@ -28,9 +28,10 @@ constexpr std::array sCommands{
 
 QString usage()
 {
-    QString tText = u"Usage: vkpublish key COMMAND [arguments] [options]\n"
-                    "Changes who may sign. The change is a draft of the root until \"publish\" publishes it.\n\n"
-                    "Commands:\n"_s;
+    QString tText =
+        u"Usage: vkpublish key COMMAND [arguments] [options]\n"
+        "Changes who may sign. The change is a draft of the root until \"publish\" publishes it.\n\n"
+        "Commands:\n"_s;
     for (const Command& tCommand : sCommands) {
         tText += u"  %1 %2\n"_s.arg(QLatin1String(tCommand.mName), -21).arg(QLatin1String(tCommand.mSummary));
     }

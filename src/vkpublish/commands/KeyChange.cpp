@@ -124,8 +124,9 @@ Result<QString> findId(const RootDocument& pRoot, const QString& pRole, const QS
     QStringList tIds = pRoot.keyIds(pRole);
     tIds.removeIf([&](const QString& pId) { return !pId.startsWith(pBeginning); });
     if (pBeginning.size() < sShortestId || tIds.size() != 1) {
-        return Failure::content(u"The role %1 has no key \"%2\", or more than one that begins so: give its id as "
-                                "\"vkpublish key list\" shows it"_s.arg(pRole, pBeginning));
+        return Failure::content(
+            u"The role %1 has no key \"%2\", or more than one that begins so: give its id as "
+            "\"vkpublish key list\" shows it"_s.arg(pRole, pBeginning));
     }
     return tIds.first();
 }
@@ -134,8 +135,9 @@ Result<QString> findId(const RootDocument& pRoot, const QString& pRole, const QS
 
 int cmdKeyAdd(const QStringList& pArguments)
 {
-    CommandLine tLine(u"key add"_s, u"Gives a role one more key: a new one, whose private half is made in the key "
-                                    "folder, or that of somebody else."_s);
+    CommandLine tLine(u"key add"_s,
+                      u"Gives a role one more key: a new one, whose private half is made in the key "
+                      "folder, or that of somebody else."_s);
     declare(&tLine);
     tLine.addOption(u"key-type"_s, u"ed25519, ecdsa, ecdsa-p384 or rsa"_s, u"TYPE"_s, u"ed25519"_s);
     tLine.addOption(u"public"_s, u"Somebody's public key in PEM, instead of a new key"_s, u"FILE"_s);
@@ -162,8 +164,9 @@ int cmdKeyRemove(const QStringList& pArguments)
     CommandLine tLine(u"key remove"_s, u"Takes a key from a role."_s);
     declare(&tLine);
     tLine.addArgument(u"ID"_s, u"The key's id, or its first 8 or more digits"_s);
-    tLine.addOption(u"lost"_s, u"The key can't sign any more, not even during the change: machines with the old "
-                               "root have to wait for the new one"_s);
+    tLine.addOption(u"lost"_s,
+                    u"The key can't sign any more, not even during the change: machines with the old "
+                    "root have to wait for the new one"_s);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
     }

@@ -22,7 +22,8 @@ QString place(const KeyFolder& pKeys, const QString& pId)
 
 void print(const KeyFolder& pKeys, const RootDocument& pRoot)
 {
-    say(u"Root, version %1, valid until %2"_s.arg(pRoot.version()).arg(pRoot.expires().toString(Qt::ISODate)));
+    say(u"Root, version %1, valid until %2"_s.arg(pRoot.version())
+            .arg(pRoot.expires().toString(Qt::ISODate)));
     for (const QString& tRole : roleNames()) {
         const QStringList tIds = pRoot.keyIds(tRole);
         say(u"%1: %2 of %3 keys must sign"_s.arg(tRole).arg(pRoot.threshold(tRole)).arg(tIds.size()));
@@ -64,8 +65,9 @@ Failure list(const CommandLine& pLine)
 
 int cmdKeyList(const QStringList& pArguments)
 {
-    CommandLine tLine(u"key list"_s, u"Shows the keys of all roles, where their private halves are, and when the "
-                                     "root expires."_s);
+    CommandLine tLine(u"key list"_s,
+                      u"Shows the keys of all roles, where their private halves are, and when the "
+                      "root expires."_s);
     tLine.addRepository();
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;

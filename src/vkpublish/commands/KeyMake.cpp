@@ -42,8 +42,9 @@ Failure make(const QString& pFile, const QString& pType)
 
 int cmdKeyMake(const QStringList& pArguments)
 {
-    CommandLine tLine(u"key make"_s, u"Makes a key on a machine without the repository: FILE, and its public half in "
-                                     "FILE.pub."_s);
+    CommandLine tLine(u"key make"_s,
+                      u"Makes a key on a machine without the repository: FILE, and its public half in "
+                      "FILE.pub."_s);
     tLine.addArgument(u"FILE"_s, u"The private key, such as root-alice.pem"_s);
     tLine.addOption(u"key-type"_s, u"ed25519, ecdsa, ecdsa-p384 or rsa"_s, u"TYPE"_s, u"ed25519"_s);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {

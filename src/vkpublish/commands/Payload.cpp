@@ -99,8 +99,8 @@ Result<Draft> takeDraft(const CommandLine& pLine, const Job& pJob, KeyFolder* pK
         const Failure tUnfit = checkFit(*pKeys, **tDraft, pKeys->mRecord.mTargets, pJob.mNow);
         return tUnfit ? Result<Draft>(tUnfit) : **tDraft;
     }
-    if (Failure tFailure = pJob.mRole == tuf::sRoot ? makeRootDraft(pJob, pKeys)
-                                                    : makeTargetsDraft(pLine, pJob, pKeys)) {
+    if (Failure tFailure =
+            pJob.mRole == tuf::sRoot ? makeRootDraft(pJob, pKeys) : makeTargetsDraft(pLine, pJob, pKeys)) {
         return tFailure;
     }
     tDraft = pKeys->draft(pJob.mRole);
@@ -157,7 +157,8 @@ Failure run(const CommandLine& pLine, const Job& pJob, QString* pReport)
 
 int cmdPayload(const QStringList& pArguments)
 {
-    CommandLine tLine(u"payload"_s, u"Writes the exact bytes to sign of a new root or a new list of packages."_s);
+    CommandLine tLine(u"payload"_s,
+                      u"Writes the exact bytes to sign of a new root or a new list of packages."_s);
     declare(&tLine);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;

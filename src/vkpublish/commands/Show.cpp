@@ -27,8 +27,7 @@ void print(const Payload& pNew, const std::optional<Payload>& pBefore, const QSt
 
 Failure showFile(const CommandLine& pLine)
 {
-    const Result<QByteArray> tFile =
-        os::readFile(os::realFileSystem(), pLine.argument(0), sMaxPayloadFile);
+    const Result<QByteArray> tFile = os::readFile(os::realFileSystem(), pLine.argument(0), sMaxPayloadFile);
     const Result<Payload> tPayload = tFile ? readPayload(*tFile) : tFile.failure();
     if (!tPayload) {
         return tPayload.failure();
@@ -60,9 +59,9 @@ Result<std::optional<Payload>> published(const Record& pRecord, const QString& p
     }
     const PublishedFile& tFile = pRecord.mPublishedTargetsFile;
     const Result<Payload> tPayload =
-        pRole == tuf::sRoot ? readPayload(pRecord.mRoot)
-                            : payloadOf(tFile.mMeta["version"_L1].toInteger(), tFile.mExpires,
-                                        pRecord.mPublishedTargets);
+        pRole == tuf::sRoot
+            ? readPayload(pRecord.mRoot)
+            : payloadOf(tFile.mMeta["version"_L1].toInteger(), tFile.mExpires, pRecord.mPublishedTargets);
     return tPayload ? Result(std::optional(*tPayload)) : tPayload.failure();
 }
 

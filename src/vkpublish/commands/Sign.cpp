@@ -21,8 +21,7 @@ namespace {
 
 Result<Payload> readFile(const CommandLine& pLine)
 {
-    const Result<QByteArray> tFile =
-        os::readFile(os::realFileSystem(), pLine.argument(0), sMaxPayloadFile);
+    const Result<QByteArray> tFile = os::readFile(os::realFileSystem(), pLine.argument(0), sMaxPayloadFile);
     Result<Payload> tPayload = tFile ? readBytesToSign(*tFile) : tFile.failure();
     if (!tPayload) {
         return tPayload;
@@ -53,8 +52,7 @@ Result<QList<Signer>> openKeys(const QList<OfflineKey>& pKeys)
     std::map<QString, KeyFolder> tFolders;
     QList<Signer> tSigners;
     for (const OfflineKey& tKey : pKeys) {
-        const auto tFolder =
-            tFolders.try_emplace(tKey.mFolder, os::realFileSystem(), tKey.mFolder).first;
+        const auto tFolder = tFolders.try_emplace(tKey.mFolder, os::realFileSystem(), tKey.mFolder).first;
         const Result<Signer> tSigner = tFolder->second.readKeyFile(tKey.mName);
         if (!tSigner) {
             return tSigner.failure();
@@ -74,9 +72,8 @@ Failure sign(const CommandLine& pLine, const Payload& pPayload, const QList<Offl
     if (!tSignatures) {
         return tSignatures.failure();
     }
-    const SignatureFile tFile{.mRole = pPayload.mRole,
-                              .mSha256 = tuf::sha256(pPayload.mBytes),
-                              .mSignatures = *tSignatures};
+    const SignatureFile tFile{
+        .mRole = pPayload.mRole, .mSha256 = tuf::sha256(pPayload.mBytes), .mSignatures = *tSignatures};
     if (Failure tFailure =
             os::replaceFile(os::realFileSystem(), pLine.value("output"), tFile.toJson(), 0644)) {
         return tFailure;
@@ -114,9 +111,9 @@ Failure run(const CommandLine& pLine)
 
 int cmdSign(const QStringList& pArguments)
 {
-    CommandLine tLine(u"sign"_s,
-                      u"Shows what a payload changes since the last one that these keys signed, asks, and signs "
-                      "it. Needs no repository."_s);
+    CommandLine tLine(
+        u"sign"_s, u"Shows what a payload changes since the last one that these keys signed, asks, and signs "
+                   "it. Needs no repository."_s);
     tLine.addArgument(u"FILE"_s, u"What \"vkpublish payload\" has written"_s);
     tLine.addOption(u"output"_s, u"Where to write the signature"_s, u"FILE"_s);
     addOfflineKeys(&tLine);

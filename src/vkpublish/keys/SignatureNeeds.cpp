@@ -69,8 +69,7 @@ bool SignatureNeeds::verifies(const QByteArray& pMessage, const tuf::Signature& 
     QByteArray tIdentity;
     return std::any_of(mNeeds.begin(), mNeeds.end(), [&](const Need& pNeed) {
         return pNeed.mKeys.mKeyIds.contains(pSignature.mKeyId) &&
-               pNeed.mPublicKeys.value(pSignature.mKeyId)
-                   .verify(pMessage, pSignature.mBytes, &tIdentity);
+               pNeed.mPublicKeys.value(pSignature.mKeyId).verify(pMessage, pSignature.mBytes, &tIdentity);
     });
 }
 
@@ -97,9 +96,9 @@ QString SignatureNeeds::bestOf(const QStringList& pIds, const QList<qint64>& pMi
         }
         return tCount;
     };
-    return *std::max_element(
-        pIds.begin(), pIds.end(),
-        [&](const QString& pOne, const QString& pOther) { return tWorth(pOne) < tWorth(pOther); });
+    return *std::max_element(pIds.begin(), pIds.end(), [&](const QString& pOne, const QString& pOther) {
+        return tWorth(pOne) < tWorth(pOther);
+    });
 }
 
 int SignatureNeeds::missing(const tuf::Signed& pSigned, const QStringList& pWilling) const

@@ -21,9 +21,9 @@ Failure checkThresholds(const RootDocument& pRoot)
     for (const QString& tRole : roleNames()) {
         const qsizetype tKeys = pRoot.keyIds(tRole).size();
         if (pRoot.threshold(tRole) < 1 || pRoot.threshold(tRole) > tKeys) {
-            return Failure::content(u"The role %1 would have %2 keys and need %3 signatures"_s.arg(tRole)
-                                        .arg(tKeys)
-                                        .arg(pRoot.threshold(tRole)));
+            return Failure::content(
+                u"The role %1 would have %2 keys and need %3 signatures"_s.arg(tRole).arg(tKeys).arg(
+                    pRoot.threshold(tRole)));
         }
     }
     return {};
@@ -131,11 +131,10 @@ Failure checkFit(const KeyFolder& pKeys, const Draft& pDraft, const QJsonObject&
             u"The draft of the %1 no longer fits, because a version after it was published: %2"_s.arg(
                 pDraft.mRole, tNext));
     }
-    if (!tIsRoot &&
-        QJsonDocument::fromJson(pDraft.mPayload)["targets"_L1].toObject() != pOffered) {
-        return Failure::content(
-            u"The draft of the targets no longer fits, because packages were added, removed or changed since: "
-            "%1"_s.arg(tNext));
+    if (!tIsRoot && QJsonDocument::fromJson(pDraft.mPayload)["targets"_L1].toObject() != pOffered) {
+        return Failure::content(u"The draft of the targets no longer fits, because packages were added, "
+                                u"removed or changed since: "
+                                "%1"_s.arg(tNext));
     }
     return {};
 }

@@ -4,7 +4,6 @@
 #include "publication/Drafts.h"
 #include "publication/Layout.h"
 
-#include "os/FileSystem.h"
 #include "os/FileTools.h"
 
 using namespace Qt::StringLiterals;
@@ -26,17 +25,17 @@ Failure parseFile(const QString& pRole, const QByteArray& pFile, tuf::Signed* pT
     tuf::Targets tTargets;
     tuf::Snapshot tSnapshot;
     const bool tIsTargets = pRole == tuf::sTargets;
-    Failure tFailure = tIsTargets ? tuf::parseTargets(pFile, pRole, &tTargets)
-                                  : tuf::parseSnapshot(pFile, &tSnapshot);
+    Failure tFailure =
+        tIsTargets ? tuf::parseTargets(pFile, pRole, &tTargets) : tuf::parseSnapshot(pFile, &tSnapshot);
     *pTo = tIsTargets ? tuf::Signed(tTargets) : tuf::Signed(tSnapshot);
     return tFailure;
 }
 
-bool isSigned(const KeyFolder& pKeys, const QString& pRepository, const QString& pRole,
-              const PublishedFile& pFile, const QDateTime& pNow)
+bool isSigned(os::FileSystem& pFileSystem, const KeyFolder& pKeys, const QString& pRepository,
+              const QString& pRole, const PublishedFile& pFile, const QDateTime& pNow)
 {
     const QString tPath = versionedPath(pRepository, pRole, pFile.mMeta["version"_L1].toInteger());
-    const Result<QByteArray> tFile = os::readFile(os::realFileSystem(), tPath, sMaxMetadata);
+    const Result<QByteArray> tFile = os::readFile(pFileSystem, tPath, sMaxMetadata);
     tuf::Signed tSigned;
     return tFile && !parseFile(pRole, *tFile, &tSigned) &&
            SignatureNeeds::of(pKeys, pRole, pNow).areMet(tSigned);
@@ -57,8 +56,8 @@ Result<std::optional<Draft>> completeRoot(const KeyFolder& pKeys, const QDateTim
     const SignatureNeeds tNeeds = SignatureNeeds::ofRoot(pKeys, unsignedFile((*tDraft)->mPayload));
     const int tMissing = tNeeds.missing((*tDraft)->toSigned(), pKeys.here(tNeeds.keyIds()));
     if (tMissing > 0) {
-        pNotes->append(u"The draft of the root waits, %1: see \"vkpublish show DIR root\""_s.arg(
-            missingText(tMissing)));
+        pNotes->append(
+            u"The draft of the root waits, %1: see \"vkpublish show DIR root\""_s.arg(missingText(tMissing)));
         return std::optional<Draft>();
     }
     if (Failure tFailure = signHere(pKeys, tNeeds, &**tDraft)) {
@@ -67,17 +66,17 @@ Result<std::optional<Draft>> completeRoot(const KeyFolder& pKeys, const QDateTim
     return tDraft;
 }
 
-Failure adoptRoot(KeyFolder* pKeys, const QString& pRepository, const Draft& pRoot, const QDateTime& pNow,
-                  const QDateTime& pUntil)
+Failure adoptRoot(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& pRepository,
+                  const Draft& pRoot, const QDateTime& pNow, const QDateTime& pUntil)
 {
     if (Failure tFailure = pKeys->replaceRoot(pRoot.file(), pUntil)) {
         return tFailure;
     }
     Record& tRecord = pKeys->mRecord;
-    if (!isSigned(*pKeys, pRepository, tuf::sTargets, tRecord.mPublishedTargetsFile, pNow)) {
+    if (!isSigned(pFileSystem, *pKeys, pRepository, tuf::sTargets, tRecord.mPublishedTargetsFile, pNow)) {
         tRecord.mPublishedTargetsFile = PublishedFile();
     }
-    if (!isSigned(*pKeys, pRepository, tuf::sSnapshot, tRecord.mPublishedSnapshot, pNow)) {
+    if (!isSigned(pFileSystem, *pKeys, pRepository, tuf::sSnapshot, tRecord.mPublishedSnapshot, pNow)) {
         tRecord.mPublishedSnapshot = PublishedFile();
     }
     return {};

@@ -148,8 +148,9 @@ Failure Publication::checkRootExpiry(const QDateTime& pNow) const
     }
     return tRoot->expires() > pNow
                ? Failure()
-               : Failure::content(u"The root has expired on %1, and machines refuse the repository: renew it with "
-                                  "\"vkpublish payload DIR root\""_s.arg(tRoot->expires().toString(Qt::ISODate)));
+               : Failure::content(
+                     u"The root has expired on %1, and machines refuse the repository: renew it with "
+                     "\"vkpublish payload DIR root\""_s.arg(tRoot->expires().toString(Qt::ISODate)));
 }
 
 Failure Publication::run(const PublicationTimes& pTimes)
@@ -180,7 +181,7 @@ Failure Publication::run(const PublicationTimes& pTimes)
     const Record tBefore = tRecord;
     const QDateTime tSigned = tRecord.mTimestampExpires;
     const QDateTime tUntil = tSigned.isValid() ? std::max(tSigned, pTimes.mExpires) : pTimes.mExpires;
-    if (Failure tFailure = adoptRoot(&mKeys, mRepository, **tRoot, pTimes.mNow, tUntil)) {
+    if (Failure tFailure = adoptRoot(mFileSystem, &mKeys, mRepository, **tRoot, pTimes.mNow, tUntil)) {
         return tFailure;
     }
     const Failure tFailure = publish(pTimes);
@@ -200,13 +201,13 @@ Failure Publication::publish(const PublicationTimes& pTimes)
         return tFailure;
     }
     const bool tIsUsable = isUsable(tuf::sTargets, tRecord.mPublishedTargetsFile, pTimes.mNow);
-    const Result<TargetsChoice> tTargets =
-        chooseTargets(mKeys,
-                      {.mOffered = offered(),
-                       .mIsUsable = tIsUsable,
-                       .mIsFresh = isFresh(tRecord.mPublishedTargetsFile, pTimes.mTargetsExpires, pTimes.mNow),
-                       .mNow = pTimes.mNow},
-                      &mNotes);
+    const Result<TargetsChoice> tTargets = chooseTargets(
+        mKeys,
+        {.mOffered = offered(),
+         .mIsUsable = tIsUsable,
+         .mIsFresh = isFresh(tRecord.mPublishedTargetsFile, pTimes.mTargetsExpires, pTimes.mNow),
+         .mNow = pTimes.mNow},
+        &mNotes);
     if (!tTargets) {
         return tTargets.failure();
     }
@@ -230,8 +231,9 @@ Failure Publication::publish(const PublicationTimes& pTimes)
         ++tRecord.mVersions[tuf::sTargets];
     } else if (tNewTargets) {
         const tuf::Signed tSigned = tTargets->mDraft.toSigned();
-        if (Failure tFailure = take(fileOfDraft(mKeys, mRepository, tTargets->mDraft, pTimes.mNow), tuf::sTargets,
-                                    tSigned.mVersion, tSigned.mExpires, &tFiles.mTargets)) {
+        if (Failure tFailure =
+                take(fileOfDraft(mFileSystem, mKeys, mRepository, tTargets->mDraft, pTimes.mNow),
+                     tuf::sTargets, tSigned.mVersion, tSigned.mExpires, &tFiles.mTargets)) {
             return tFailure;
         }
     }
@@ -267,7 +269,8 @@ Failure Publication::publish(const PublicationTimes& pTimes)
 }
 
 // Signs the files that were dropped from the record, and the timestamp.
-Failure Publication::signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners, SignedFiles* pTo) const
+Failure Publication::signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners,
+                               SignedFiles* pTo) const
 {
     const Record& tRecord = mKeys.mRecord;
     const qint64 tTargetsVersion = tRecord.mVersions[tuf::sTargets];

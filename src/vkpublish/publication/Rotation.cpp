@@ -20,9 +20,10 @@ Failure exchange(KeyFolder* pKeys, const QString& pRole, const tuf::SigningKey& 
     }
     const QStringList tOld = tRoot->keyIds(pRole);
     if (tOld.size() != 1) {
-        return Failure::content(u"The role %1 has %2 keys: exchange one of them with \"vkpublish key add\" and "
-                                "\"vkpublish key remove\""_s.arg(pRole)
-                                    .arg(tOld.size()));
+        return Failure::content(
+            u"The role %1 has %2 keys: exchange one of them with \"vkpublish key add\" and "
+            "\"vkpublish key remove\""_s.arg(pRole)
+                .arg(tOld.size()));
     }
     tRoot->addKey(pRole, pNew.publicJson());
     tRoot->removeKey(pRole, tOld.first());

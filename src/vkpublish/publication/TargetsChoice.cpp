@@ -4,7 +4,6 @@
 #include "publication/Drafts.h"
 #include "publication/Layout.h"
 
-#include "os/FileSystem.h"
 #include "os/FileTools.h"
 
 using namespace Qt::StringLiterals;
@@ -79,11 +78,11 @@ Result<TargetsChoice> chooseTargets(const KeyFolder& pKeys, const TargetsState& 
     return TargetsChoice();
 }
 
-QByteArray fileOfDraft(const KeyFolder& pKeys, const QString& pRepository, const Draft& pDraft,
-                       const QDateTime& pNow)
+QByteArray fileOfDraft(os::FileSystem& pFileSystem, const KeyFolder& pKeys, const QString& pRepository,
+                       const Draft& pDraft, const QDateTime& pNow)
 {
     const QString tPath = versionedPath(pRepository, tuf::sTargets, pDraft.toSigned().mVersion);
-    const Result<QByteArray> tPresent = os::readFile(os::realFileSystem(), tPath, sMaxMetadata);
+    const Result<QByteArray> tPresent = os::readFile(pFileSystem, tPath, sMaxMetadata);
     tuf::Targets tTargets;
     return tPresent && !tuf::parseTargets(*tPresent, tuf::sTargets, &tTargets) &&
                    tTargets.mMessage == pDraft.mPayload &&

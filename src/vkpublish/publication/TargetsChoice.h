@@ -10,6 +10,10 @@
 
 #include <optional>
 
+namespace tarn::os {
+class FileSystem;
+}
+
 namespace tarn::vkpublish {
 
 class KeyFolder;
@@ -42,7 +46,7 @@ struct TargetsChoice
 Result<TargetsChoice> chooseTargets(const KeyFolder& pKeys, const TargetsState& pState, QStringList* pNotes);
 
 // The file of a signed draft; if it was written before, as it was then: a snapshot may have its hash.
-QByteArray fileOfDraft(const KeyFolder& pKeys, const QString& pRepository, const Draft& pDraft,
-                       const QDateTime& pNow);
+QByteArray fileOfDraft(os::FileSystem& pFileSystem, const KeyFolder& pKeys, const QString& pRepository,
+                       const Draft& pDraft, const QDateTime& pNow);
 
 } // namespace tarn::vkpublish

@@ -72,7 +72,7 @@ Result<std::optional<Draft>> readDraft(os::FileSystem& pFileSystem, const QStrin
     const Result<QByteArray> tText = os::readFile(pFileSystem, tPath, sMaxLength);
     if (!tText) {
         return tText.failure().mKind == Failure::Kind::NotFound ? Result(std::optional<Draft>())
-                                                                 : tText.failure();
+                                                                : tText.failure();
     }
     const QJsonObject tObject = QJsonDocument::fromJson(*tText).object();
     Draft tDraft{.mRole = pRole, .mPayload = tObject[sPayload].toString().toUtf8(), .mSignatures = {}};

@@ -47,9 +47,9 @@ struct Record
     QStringList mLostKeys;           // ids of keys whose signature nobody waits for any longer
     QMap<QString, qint64> mVersions; // role -> the highest version ever used, published or not
     QByteArray mRoot;                // the newest root, signed
-    QJsonObject mTargets;             // name -> target, as the next publish will offer it
-    QJsonObject mPublishedTargets;    // the same as the last publish offered it
-    QJsonObject mWithdrawnTargets;    // as they were last published
+    QJsonObject mTargets;            // name -> target, as the next publish will offer it
+    QJsonObject mPublishedTargets;   // the same as the last publish offered it
+    QJsonObject mWithdrawnTargets;   // as they were last published
     PublishedFile mPublishedTargetsFile;
     PublishedFile mPublishedSnapshot;
     QDateTime mTimestampExpires;

@@ -57,9 +57,8 @@ QStringList review(const Payload& pNew, const std::optional<Payload>& pBefore, c
         tLines.append(u"%1. There is nothing to compare with, so everything is new"_s.arg(title(pNew)));
         tLines.append(u"Valid until %1"_s.arg(expiry(pNew)));
     } else {
-        tLines.append(u"%1, compared with version %2, %3"_s.arg(title(pNew))
-                          .arg(pBefore->mVersion)
-                          .arg(pWhence));
+        tLines.append(
+            u"%1, compared with version %2, %3"_s.arg(title(pNew)).arg(pBefore->mVersion).arg(pWhence));
         tLines.append(u"Valid until %1, before: until %2"_s.arg(expiry(pNew), expiry(*pBefore)));
         if (pNew.mVersion < pBefore->mVersion ||
             (pNew.mVersion == pBefore->mVersion && pNew.mBytes != pBefore->mBytes)) {
@@ -68,8 +67,8 @@ QStringList review(const Payload& pNew, const std::optional<Payload>& pBefore, c
     }
     const QJsonObject tBefore = pBefore ? pBefore->mSigned : QJsonObject();
     tLines += unknownParts(pNew);
-    tLines += pNew.mRole == tuf::sRoot ? reviewKeys(pNew.mSigned, tBefore)
-                                       : reviewPackages(pNew.mSigned, tBefore);
+    tLines +=
+        pNew.mRole == tuf::sRoot ? reviewKeys(pNew.mSigned, tBefore) : reviewPackages(pNew.mSigned, tBefore);
     for (QString& tLine : tLines) {
         const bool tIsInner = tLine.startsWith("  "_L1);
         tLine = vkcore::singleLine(tLine, sMaxLine);

@@ -1,6 +1,7 @@
-// Keys of several people, on machines of their own: what is signed by parts, and what machines accept meanwhile.
-#include "publication/Publication.h"
+// Keys of several people, on machines of their own: what is signed by parts, and what machines accept
+// meanwhile.
 #include "FaultyFileSystem.h"
+#include "publication/Publication.h"
 #include "Publisher.h"
 
 #include "tuf/Metadata.h"
@@ -149,7 +150,8 @@ TEST_F(CeremonyTest, ASignerSeesWhatComesAndGoesSinceHisLastSignature)
     const QByteArray tSign = "sign @payload --key @alice.pem --output @signature";
     const Program::Result tAsked = run(tSign);
     EXPECT_EQ(tAsked.mStatus, 1) << "nobody has answered";
-    EXPECT_TRUE(tAsked.mOut.contains("everything is new") && tAsked.mOut.contains("NEW: a 1.0.0")) << tAsked.mOut;
+    EXPECT_TRUE(tAsked.mOut.contains("everything is new") && tAsked.mOut.contains("NEW: a 1.0.0"))
+        << tAsked.mOut;
     EXPECT_FALSE(QFile::exists(path("signature")));
     succeed((tSign + " --yes").constData());
     succeed("remove @r a");
@@ -162,7 +164,8 @@ TEST_F(CeremonyTest, ASignerSeesWhatComesAndGoesSinceHisLastSignature)
     write("payload", tPayload.replace("\"b-2", "\"b\x1b[2J\n-2"));
     const QByteArray tForged = run("show @payload").mOut;
     EXPECT_TRUE(tForged.contains("[2J -2") && !tForged.contains('\x1b')) << tForged;
-    write("payload", tPayload.replace("\"version\":", "\"delegations\":{\"keys\":{},\"roles\":[]},\"version\":"));
+    write("payload",
+          tPayload.replace("\"version\":", "\"delegations\":{\"keys\":{},\"roles\":[]},\"version\":"));
     EXPECT_NE(run(tSign).mStatus, 0) << "not canonical";
     write("payload", "{\"signed\":" + tPayload + "}");
     EXPECT_TRUE(run("show @payload").mOut.contains("WARNING: unknown part \"delegations\""));
@@ -178,7 +181,9 @@ TEST_F(CeremonyTest, EachMistakeIsOneLineAndChangesNothing)
     succeed("sign @other --key @alice.pem --output @other.sig --yes");
     succeed("payload @r root --renew --root-days 9 --output @payload");
     for (const char* tPerson : {"alice", "stranger"}) {
-        succeed(QByteArray("sign @payload --output @NAME.sig --yes --key @NAME.pem").replace("NAME", tPerson).constData());
+        succeed(QByteArray("sign @payload --output @NAME.sig --yes --key @NAME.pem")
+                    .replace("NAME", tPerson)
+                    .constData());
     }
     const QByteArray tSignature = readFile(path("alice.sig"));
     QJsonObject tParts = QJsonDocument::fromJson(tSignature).object();
@@ -240,8 +245,8 @@ TEST_F(CeremonyTest, AKillAtAnyMomentLeavesWhatMachinesAccept)
     const auto tPublish = [this](tarn::os::FileSystem& pFileSystem) {
         const QDateTime tNow = QDateTime::currentDateTimeUtc();
         KeyFolder tKeys(pFileSystem, path("r.keys"));
-        return !tKeys.open() && !Publication(pFileSystem, path("r"), tKeys)
-                                     .run({tNow, tNow.addDays(9), tNow.addDays(9)});
+        return !tKeys.open() &&
+               !Publication(pFileSystem, path("r"), tKeys).run({tNow, tNow.addDays(9), tNow.addDays(9)});
     };
     bool tFailed = true;
     for (int i = 1; tFailed; ++i) {
