@@ -1,6 +1,7 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
+#include "KeyOptions.h"
 #include "keys/KeyFolder.h"
 #include "keys/Roles.h"
 #include "publication/Layout.h"
@@ -43,18 +44,18 @@ Failure makeFolders(const QString& pRepository)
     return {};
 }
 
-Failure makeKeys(KeyFolder* pFolder, const QString& pType, const QDateTime& pExpires)
+Failure makeKeys(KeyFolder* pFolder, const KeyOrder& pOrder, const QDateTime& pExpires)
 {
     QMap<QString, Signer> tKeys;
     for (const QString& tRole : roleNames()) {
-        const std::optional<tuf::SigningKey> tKey = tuf::SigningKey::generate(pType);
+        const Result<KeyFile> tKey = makeKey(pOrder, &pFolder->passphrases());
         if (!tKey) {
-            return Failure::content(u"A key of type %1 can't be created"_s.arg(pType));
+            return tKey.failure();
         }
         if (Failure tFailure = pFolder->addKey(tRole, *tKey)) {
             return tFailure;
         }
-        tKeys.insert(tRole, Signer(*tKey));
+        tKeys.insert(tRole, tKey->mSigner);
     }
     pFolder->mRecord.mVersions[tuf::sRoot] = 1;
     const Result<QByteArray> tRoot = makeRoot(1, pExpires, tKeys, std::nullopt);
@@ -70,16 +71,22 @@ QString rootPath(const CommandLine& pLine)
     return versionedPath(pLine.repository(), tuf::sRoot, 1);
 }
 
-Failure makeRepository(const CommandLine& pLine, KeyFolder* pKeys, const QString& pKeyType,
+Failure makeRepository(const CommandLine& pLine, KeyFolder* pKeys, const KeyOrder& pOrder,
                        const QDateTime& pExpires)
 {
     if (Failure tFailure = checkPlaces(pLine.repository(), pLine.keys())) {
         return tFailure;
     }
+    // Before there is a folder that would stay if nobody gives one.
+    if (pOrder.mEncrypt) {
+        if (const Result<const Secret*> tPassphrase = pKeys->passphrases().forNew(); !tPassphrase) {
+            return tPassphrase.failure();
+        }
+    }
     if (Failure tFailure = pKeys->create()) {
         return tFailure;
     }
-    if (Failure tFailure = makeKeys(pKeys, pKeyType, pExpires)) {
+    if (Failure tFailure = makeKeys(pKeys, pOrder, pExpires)) {
         return tFailure;
     }
     if (Failure tFailure = makeFolders(pLine.repository())) {
@@ -94,24 +101,20 @@ int cmdInit(const QStringList& pArguments)
 {
     CommandLine tLine(u"init"_s, u"Creates the keys and the first root of a new repository."_s);
     tLine.addRepository();
-    tLine.addOption(u"key-type"_s, u"ed25519, ecdsa, ecdsa-p384 or rsa"_s, u"TYPE"_s, u"ed25519"_s);
+    addKeyOptions(&tLine);
     tLine.addOption(u"root-days"_s, u"How long the root is valid, in days"_s, u"DAYS"_s, u"3650"_s);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
     }
     const std::optional<int> tDays = tLine.number("root-days", 1, 36500);
-    const QString tType = tLine.value("key-type");
-    if (!tuf::SigningKey::types().contains(tType)) {
-        complain(u"Unknown key type \"%1\""_s.arg(tType));
-        return StatusUsage;
-    }
-    if (!tDays) {
+    const std::optional<KeyOrder> tOrder = readKeyOptions(tLine, KeyOptions::KeysOnly);
+    if (!tDays || !tOrder) {
         return StatusUsage;
     }
 
     KeyFolder tKeys(os::realFileSystem(), tLine.keys());
     if (const Failure tFailure =
-            makeRepository(tLine, &tKeys, tType, QDateTime::currentDateTimeUtc().addDays(*tDays))) {
+            makeRepository(tLine, &tKeys, *tOrder, QDateTime::currentDateTimeUtc().addDays(*tDays))) {
         complain(tFailure.mText);
         return StatusFailed;
     }

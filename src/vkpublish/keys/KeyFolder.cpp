@@ -26,13 +26,21 @@ constexpr mode_t sFolderMode = 0700;
 constexpr qint64 sMaxKeyLength = 64 * 1024;
 constexpr qint64 sMaxRecordLength = 256 * 1024 * 1024;
 
+constexpr qsizetype sIdInName = 16; // of the characters of a key's id
+
 const QString sRecordName = u"record.json"_s;
 const QString sLockName = u"lock"_s;
+
+// Without its suffix.
+QString keyFileName(const QString& pRole, const QString& pId)
+{
+    return u"%1-%2"_s.arg(pRole, pId.left(sIdInName));
+}
 
 } // namespace
 
 KeyFolder::KeyFolder(os::FileSystem& pFileSystem, const QString& pPath)
-    : mFileSystem(pFileSystem), mPath(pPath)
+    : mFileSystem(pFileSystem), mPath(pPath), mPassphrases(u"the keys in %1"_s.arg(pPath))
 {
 }
 
@@ -129,20 +137,43 @@ Result<Signer> KeyFolder::readKey(const QString& pRole) const
     return readKeyFile(mRecord.mKeyFiles.value(pRole));
 }
 
-Result<Signer> KeyFolder::readKeyFile(const QString& pName) const
+Result<QByteArray> KeyFolder::readPrivate(const QString& pPath) const
 {
-    const QString tPath = filePath(pName);
-    if (Failure tFailure = checkPrivate(tPath)) {
+    if (Failure tFailure = checkPrivate(pPath)) {
         return tFailure;
     }
-    const Result<QByteArray> tPem = os::readFile(mFileSystem, tPath, sMaxKeyLength);
-    if (!tPem) {
-        return tPem.failure();
+    return os::readFile(mFileSystem, pPath, sMaxKeyLength);
+}
+
+Result<Signer> KeyFolder::readKeyFile(const QString& pName) const
+{
+    if (const auto tOpened = mOpened.constFind(pName); tOpened != mOpened.constEnd()) {
+        return *tOpened;
     }
-    if (std::optional<tuf::SigningKey> tKey = tuf::SigningKey::fromPem(*tPem)) {
-        return Signer(*tKey);
+    Result<Signer> tSigner = openKeyFile(pName);
+    if (!tSigner) {
+        return tSigner;
     }
-    return Failure::content(u"%1 does not contain a usable key"_s.arg(tPath));
+    if (tSigner->id().left(sIdInName) != pName.section(u'-', -1).section(u'.', 0, 0)) {
+        return Failure::content(u"%1 has another key than its name says"_s.arg(filePath(pName)));
+    }
+    mOpened.insert(pName, *tSigner);
+    return tSigner;
+}
+
+Result<Signer> KeyFolder::openKeyFile(const QString& pName) const
+{
+    const QString tPem = filePath(pName);
+    const QString tCommand = filePath(pName.left(pName.lastIndexOf(u'.'))) + sSignerSuffix;
+    const bool tHasCommand = QFileInfo::exists(tCommand);
+    Result<QByteArray> tContent = readPrivate(tHasCommand ? tCommand : tPem);
+    if (!tContent) {
+        return tContent.failure();
+    }
+    Result<Signer> tSigner =
+        tHasCommand ? readCommand(tCommand, *tContent) : readPem(tPem, *tContent, &mPassphrases);
+    wipe(&*tContent);
+    return tSigner;
 }
 
 Result<QList<Signer>> KeyFolder::readSigners(const QString& pRole) const
@@ -166,11 +197,16 @@ Result<QList<Signer>> KeyFolder::readSigners(const QString& pRole) const
 
 QString KeyFolder::findKeyFile(const QString& pRole, const QStringList& pIds) const
 {
-    const QStringList tNames = QDir(mPath).entryList({pRole + "-*.pem"_L1}, QDir::Files);
-    for (const QString& tName : tNames) {
-        const Result<Signer> tKey = readKeyFile(tName);
-        if (tKey && pIds.contains(tKey->id())) {
-            return tName;
+    for (const QString& tId : pIds) {
+        for (const QString& tSuffix : {sPemSuffix, sSignerSuffix}) {
+            const QString tName = keyFileName(pRole, tId) + tSuffix;
+            if (!QFileInfo::exists(filePath(tName))) {
+                continue;
+            }
+            const Result<Signer> tKey = readKeyFile(tName);
+            if (tKey && tKey->id() == tId) {
+                return tName;
+            }
         }
     }
     return QString();
@@ -205,10 +241,10 @@ Failure KeyFolder::takeRoot(const QByteArray& pRoot)
     return {};
 }
 
-Failure KeyFolder::addKey(const QString& pRole, const tuf::SigningKey& pKey)
+Failure KeyFolder::addKey(const QString& pRole, const KeyFile& pKey)
 {
-    const QString tName = u"%1-%2.pem"_s.arg(pRole, pKey.id().left(16));
-    if (Failure tFailure = os::replaceFile(mFileSystem, filePath(tName), pKey.toPem(), sFileMode)) {
+    const QString tName = keyFileName(pRole, pKey.mSigner.id()) + pKey.mSuffix;
+    if (Failure tFailure = os::replaceFile(mFileSystem, filePath(tName), pKey.mContent, sFileMode)) {
         return tFailure;
     }
     mRecord.mKeyFiles.insert(pRole, tName);

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "keys/Signer.h"
+#include "keys/KeyFile.h"
+#include "keys/Passphrases.h"
 #include "record/Record.h"
 
 #include "internal/Failure.h"
@@ -43,18 +44,26 @@ public:
     // keys retire.
     Failure takeRoot(const QByteArray& pRoot);
     // Writes the key to its own file and sets the file name in mRecord.
-    Failure addKey(const QString& pRole, const tuf::SigningKey& pKey);
+    Failure addKey(const QString& pRole, const KeyFile& pKey);
+
+    // What opens the keys, and encrypts new ones.
+    Passphrases& passphrases() const { return mPassphrases; }
 
 private:
     QString filePath(const QString& pName) const;
     Failure checkPrivate(const QString& pPath) const;
     Failure lock();
+    Result<QByteArray> readPrivate(const QString& pPath) const;
+    // A command for the key beside its file signs in its place.
     Result<Signer> readKeyFile(const QString& pName) const;
+    Result<Signer> openKeyFile(const QString& pName) const;
     QString findKeyFile(const QString& pRole, const QStringList& pIds) const;
 
     os::FileSystem& mFileSystem;
     QString mPath;
     int mLockFd = -1;
+    mutable Passphrases mPassphrases;
+    mutable QMap<QString, Signer> mOpened; // file name -> its key: to open one takes a while
 };
 
 } // namespace tarn::vkpublish

@@ -12,10 +12,10 @@ namespace tarn::vkpublish {
 
 namespace {
 
-Failure readAllKeys(KeyFolder* pFolder, QMap<QString, Signer>* pTo)
+Failure readAllKeys(const KeyFolder& pFolder, QMap<QString, Signer>* pTo)
 {
     for (const QString& tRole : roleNames()) {
-        const Result<Signer> tKey = pFolder->readKey(tRole);
+        const Result<Signer> tKey = pFolder.readKey(tRole);
         if (!tKey) {
             return tKey.failure();
         }
@@ -26,20 +26,16 @@ Failure readAllKeys(KeyFolder* pFolder, QMap<QString, Signer>* pTo)
 
 // Puts a new key and the root with it into the record. The old root's key has signed that root, and is not
 // needed any longer.
-Failure exchange(KeyFolder* pFolder, const QString& pRole, const QString& pType,
-                 const QDateTime& pRootExpires, const QDateTime& pOldUntil)
+Failure exchange(KeyFolder* pFolder, const QString& pRole, const KeyFile& pNew, const QDateTime& pRootExpires,
+                 const QDateTime& pOldUntil)
 {
     QMap<QString, Signer> tKeys;
-    if (Failure tFailure = readAllKeys(pFolder, &tKeys)) {
+    if (Failure tFailure = readAllKeys(*pFolder, &tKeys)) {
         return tFailure;
     }
     const Signer tOldRootKey = tKeys.find(tuf::sRoot).value();
-    const std::optional<tuf::SigningKey> tNew = tuf::SigningKey::generate(pType);
-    if (!tNew) {
-        return Failure::content(u"A key of type %1 can't be created"_s.arg(pType));
-    }
     Record& tRecord = pFolder->mRecord;
-    tKeys.insert(pRole, Signer(*tNew));
+    tKeys.insert(pRole, pNew.mSigner);
     const qint64 tVersion = tRecord.mVersions[tuf::sRoot] + 1;
     const Result<QByteArray> tRoot = makeRoot(tVersion, pRootExpires, tKeys, tOldRootKey);
     if (!tRoot) {
@@ -48,7 +44,7 @@ Failure exchange(KeyFolder* pFolder, const QString& pRole, const QString& pType,
     if (pRole != tuf::sRoot) {
         tRecord.mRetiring.append({pRole, tRecord.mKeyFiles[pRole], pOldUntil});
     }
-    if (Failure tFailure = pFolder->addKey(pRole, *tNew)) {
+    if (Failure tFailure = pFolder->addKey(pRole, pNew)) {
         return tFailure;
     }
     tRecord.mVersions[tuf::sRoot] = tVersion;
@@ -60,7 +56,7 @@ Failure exchange(KeyFolder* pFolder, const QString& pRole, const QString& pType,
 
 } // namespace
 
-Failure rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pRole, const QString& pKeyType,
+Failure rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pRole, const KeyFile& pNew,
                   const PublicationTimes& pTimes, const QDateTime& pRootExpires, QDateTime* pOldUntil)
 {
     QDateTime& tSigned = pKeys->mRecord.mTimestampExpires;
@@ -69,7 +65,7 @@ Failure rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pR
     if (Failure tFailure = pPublication->run(pTimes)) {
         return tFailure;
     }
-    if (Failure tFailure = exchange(pKeys, pRole, pKeyType, pRootExpires, *pOldUntil)) {
+    if (Failure tFailure = exchange(pKeys, pRole, pNew, pRootExpires, *pOldUntil)) {
         return tFailure;
     }
     return pPublication->run(pTimes);
