@@ -55,6 +55,8 @@ install(CODE "
 install(FILES ${CMAKE_BINARY_DIR}/packaging/vkpublish-mirror@.service
     ${PROJECT_SOURCE_DIR}/packaging/systemd/vkpublish-mirror@.timer
     DESTINATION lib/systemd/system COMPONENT publisher)
+install(PROGRAMS packaging/signers/sign-with-openssl packaging/signers/sign-with-ssh-agent packaging/signers/sign-with-token
+    DESTINATION ${SHARE}/doc/vkpublish/examples/signers COMPONENT publisher)
 install(FILES packaging/systemd/vkpublish.sysusers DESTINATION lib/sysusers.d RENAME vkpublish.conf COMPONENT publisher)
 
 set(RKM_MAINTAINER "The rkm authors <root@localhost>" CACHE STRING "Whom the packages name as their maintainer")

@@ -1,19 +1,25 @@
 #pragma once
 
 #include "keys/FolderLock.h"
-#include "keys/Signer.h"
+#include "keys/KeyFile.h"
+#include "keys/Passphrases.h"
+#include "record/Draft.h"
 #include "record/PackageLists.h"
 #include "record/Record.h"
 
 #include "internal/Failure.h"
 
+#include <QtCore/QDateTime>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace tarn::os {
 class FileSystem;
 }
 
 namespace tarn::vkpublish {
+
+class RootDocument;
 
 // The publisher's private folder: one file for each key, and the record. Only its owner has access.
 class KeyFolder
@@ -40,25 +46,53 @@ public:
     // Writes what mRecord.mTargets has of this name, and nothing else.
     Failure savePackage(const QString& pArchive);
 
-    Result<Signer> readKey(const QString& pRole) const;
-    // The keys that sign a role's files: its current key first, then its retiring keys. A retiring key whose
-    // file is missing does not sign any longer.
-    Result<QList<Signer>> readSigners(const QString& pRole) const;
-    // Sets this root in mRecord, and the key files in the folder that match the root's roles. The replaced
-    // keys retire.
+    // What waits for signatures. Each of these is done at once.
+    Result<std::optional<Draft>> draft(const QString& pRole) const
+    {
+        return readDraft(mFileSystem, mPath, pRole);
+    }
+    Failure saveDraft(const Draft& pDraft) { return writeDraft(mFileSystem, mPath, pDraft); }
+    Failure dropDraft(const QString& pRole) { return removeDraft(mFileSystem, mPath, pRole); }
+
+    // Whether this folder can sign with the key.
+    bool isHere(const QString& pId) const;
+    QStringList here(QStringList pIds) const;
+    // Whether nobody waits for the key's signature: it was given up, or it was replaced and its file deleted.
+    // A key in use whose file is not here is elsewhere.
+    bool isGone(const QString& pId) const;
+    // Whether enough keys of the role are here.
+    bool canSign(const RootDocument& pRoot, const QString& pRole) const;
+    Result<Signer> readKey(const QString& pId) const;
+    // From a file in the folder, which needs no record for it. A command for the key beside its file signs in
+    // its place.
+    Result<Signer> openKeyFile(const QString& pName) const;
+    // Of those of these keys that are here.
+    Result<QList<Signer>> readSigners(const QStringList& pIds) const;
+    // Of the keys of a role that a record of format 1 has replaced, as long as their files are here.
+    Result<QList<Signer>> readRetiringKeys(const QString& pRole) const;
+    // Sets this root in mRecord, and finds its keys in the folder. The replaced root retires.
     Failure takeRoot(const QByteArray& pRoot);
-    // Writes the key to its own file and sets the file name in mRecord.
-    Failure addKey(const QString& pRole, const tuf::SigningKey& pKey);
+    // Sets this root in mRecord. pUntil: when no machine can need the replaced one any longer.
+    Failure replaceRoot(const QByteArray& pRoot, const QDateTime& pUntil);
+    // Writes the key to its own file and sets it in mRecord.
+    Failure addKey(const QString& pRole, const KeyFile& pKey);
+
+    // What opens the keys, and encrypts new ones.
+    Passphrases& passphrases() const { return mPassphrases; }
 
 private:
     QString filePath(const QString& pName) const;
+    QString commandPath(const QString& pName) const;
     Failure checkPrivate(const QString& pPath) const;
     Failure checkEmpty() const;
     Failure openLocked();
     Failure read(const QString& pOnly);
     Failure readOnce(const QString& pOnly, QByteArray* pText);
+    void findKeys(const RootDocument& pRoot);
+    void dropMissingKeys(const RootDocument& pRoot);
+    Failure checkKeys(const RootDocument& pRoot) const;
+    Result<QByteArray> readPrivate(const QString& pPath) const;
     Result<Signer> readKeyFile(const QString& pName) const;
-    QString findKeyFile(const QString& pRole, const QStringList& pIds) const;
 
     os::FileSystem& mFileSystem;
     QString mPath;
@@ -67,6 +101,8 @@ private:
     bool mMaySave = true; // false: mRecord is not whole, or a save() has failed
     Patience mPatience;
     FolderLock mLock;
+    mutable Passphrases mPassphrases;
+    mutable QMap<QString, Signer> mOpened; // file name -> its key: to open one takes a while
 };
 
 } // namespace tarn::vkpublish

@@ -4,21 +4,11 @@
 #include "tuf/Hashes.h"
 #include "tuf/Metadata.h"
 
-#include <QtCore/QJsonArray>
-
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkpublish {
 
 namespace {
-
-QJsonObject signedPart(const QString& pType, qint64 pVersion, const QDateTime& pExpires)
-{
-    return QJsonObject{{u"_type"_s, pType},
-                       {u"spec_version"_s, u"1.0.31"_s},
-                       {u"version"_s, pVersion},
-                       {u"expires"_s, pExpires.toUTC().toString(Qt::ISODate)}};
-}
 
 QJsonObject metaMap(const QString& pName, const QJsonObject& pMeta)
 {
@@ -33,24 +23,12 @@ const QStringList& roleNames()
     return sNames;
 }
 
-Result<QByteArray> makeRoot(qint64 pVersion, const QDateTime& pExpires, const QMap<QString, Signer>& pKeys,
-                            const std::optional<Signer>& pOldRootKey)
+QJsonObject signedPart(const QString& pType, qint64 pVersion, const QDateTime& pExpires)
 {
-    QJsonObject tKeys;
-    QJsonObject tRoles;
-    for (auto tIt = pKeys.begin(); tIt != pKeys.end(); ++tIt) {
-        tKeys.insert(tIt->id(), tIt->publicJson());
-        tRoles.insert(tIt.key(), QJsonObject{{u"keyids"_s, QJsonArray{tIt->id()}}, {u"threshold"_s, 1}});
-    }
-    QJsonObject tSigned = signedPart(tuf::sRoot, pVersion, pExpires);
-    tSigned.insert(u"consistent_snapshot"_s, true);
-    tSigned.insert(u"keys"_s, tKeys);
-    tSigned.insert(u"roles"_s, tRoles);
-    QList<Signer> tSigners{*pKeys.constFind(tuf::sRoot)};
-    if (pOldRootKey && pOldRootKey->id() != tSigners.first().id()) {
-        tSigners.append(*pOldRootKey);
-    }
-    return signMetadata(tSigned, tSigners);
+    return QJsonObject{{u"_type"_s, pType},
+                       {u"spec_version"_s, u"1.0.31"_s},
+                       {u"version"_s, pVersion},
+                       {u"expires"_s, pExpires.toUTC().toString(Qt::ISODate)}};
 }
 
 QByteArray targetsPart(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets)

@@ -7,21 +7,20 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonObject>
-#include <QtCore/QMap>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace tarn::vkpublish {
 
-// The four top-level roles; each has its own key.
+// The four top-level roles; each has its own keys.
 const QStringList& roleNames();
 
+// The members that all metadata files have in common.
+QJsonObject signedPart(const QString& pType, qint64 pVersion, const QDateTime& pExpires);
 // What the signatures of a list of packages are over; empty if a target has no canonical form.
 QByteArray targetsPart(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets);
 
-// All of these return the file. pKeys: role -> its key. pOldRootKey signs, too, so that clients that trust it
-// follow to the new root.
-Result<QByteArray> makeRoot(qint64 pVersion, const QDateTime& pExpires, const QMap<QString, Signer>& pKeys,
-                            const std::optional<Signer>& pOldRootKey);
+// All of these return the file.
 Result<QByteArray> makeTargets(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets,
                                const QList<Signer>& pKeys);
 Result<QByteArray> makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargetsMeta,

@@ -32,6 +32,19 @@ Result<QByteArray> Signer::sign(const QByteArray& pMessage) const
     return tSignature;
 }
 
+Result<QList<tuf::Signature>> signBytes(const QByteArray& pMessage, const QList<Signer>& pSigners)
+{
+    QList<tuf::Signature> tSignatures;
+    for (const Signer& tSigner : pSigners) {
+        const Result<QByteArray> tSignature = tSigner.sign(pMessage);
+        if (!tSignature) {
+            return tSignature.failure();
+        }
+        tSignatures.append({tSigner.id(), *tSignature});
+    }
+    return tSignatures;
+}
+
 Result<QByteArray> signMetadata(const QJsonObject& pSigned, const QList<Signer>& pSigners)
 {
     QByteArray tMessage;
@@ -43,15 +56,8 @@ Result<QByteArray> signCanonical(const QByteArray& pSigned, const QList<Signer>&
     if (pSigned.isEmpty()) {
         return Failure::content(u"The metadata has no canonical form, and can't be signed"_s);
     }
-    QList<tuf::Signature> tSignatures;
-    for (const Signer& tSigner : pSigners) {
-        const Result<QByteArray> tSignature = tSigner.sign(pSigned);
-        if (!tSignature) {
-            return tSignature.failure();
-        }
-        tSignatures.append({tSigner.id(), *tSignature});
-    }
-    return tuf::metadataFile(pSigned, tSignatures);
+    const Result<QList<tuf::Signature>> tSignatures = signBytes(pSigned, pSigners);
+    return tSignatures ? tuf::metadataFile(pSigned, *tSignatures) : Result<QByteArray>(tSignatures.failure());
 }
 
 } // namespace tarn::vkpublish

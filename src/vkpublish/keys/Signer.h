@@ -33,6 +33,9 @@ private:
     Sign mSign;
 };
 
+// A signature of each signer.
+Result<QList<tuf::Signature>> signBytes(const QByteArray& pMessage, const QList<Signer>& pSigners);
+
 // The metadata file with pSigned and a signature of each signer, in canonical form.
 Result<QByteArray> signMetadata(const QJsonObject& pSigned, const QList<Signer>& pSigners);
 // The same for what is in canonical form already; empty if it has none.

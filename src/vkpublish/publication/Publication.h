@@ -1,6 +1,7 @@
 #pragma once
 
 #include "keys/KeyFolder.h"
+#include "publication/RoleSigners.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QMap>
@@ -51,8 +52,14 @@ public:
     // What run() publishes instead of the targets of the record, which stay for a later run.
     void offer(const TargetList& pTargets) { mOffered = pTargets; }
 
+    // Raises the versions of a record that is older than the repository, as run() does.
+    Failure catchUp();
+
     // True if a run() found the record to be older than the repository.
     bool hasRaised() const { return mRaised; }
+
+    // What the publisher should know of drafts that a run() has left.
+    const QStringList& notes() const { return mNotes; }
 
     // After run(): removes files that no metadata has referred to for at least pGrace seconds.
     Failure prune(const QDateTime& pNow, qint64 pGrace);
@@ -60,15 +67,15 @@ public:
 private:
     const TargetList& offered() const { return mOffered ? *mOffered : mKeys.mRecord.mTargets; }
     Failure checkTargets();
-    Failure catchUp();
-    Failure readKeys();
-    Failure signFiles(const PublicationTimes& pTimes, SignedFiles* pTo) const;
+    Failure publish(const PublicationTimes& pTimes);
+    bool isRootWritten() const;
+    Failure checkRootExpiry(const QDateTime& pNow) const;
+    Failure signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners, SignedFiles* pTo) const;
     Failure writeFiles(const SignedFiles& pFiles);
     void noteWithdrawn();
     void noteUnreferenced(const QDateTime& pNow);
     QSet<QString> referencedFiles() const;
-    bool isFresh(const QString& pRole, const PublishedFile& pFile, const QDateTime& pExpires,
-                 const PublicationTimes& pTimes) const;
+    bool isUsable(const QString& pRole, const PublishedFile& pFile, const QDateTime& pNow) const;
     Failure write(const QString& pPath, const QByteArray& pFile);
     Failure writeVersioned(const QString& pRole, const SignedFile& pFile, PublishedFile* pTo);
     Failure writeRoot();
@@ -76,9 +83,9 @@ private:
     os::FileSystem& mFileSystem;
     QString mRepository;
     KeyFolder& mKeys;
-    QMap<QString, QList<Signer>> mSigners; // role -> keys
     std::optional<TargetList> mOffered;
     QSet<QString> mNamed; // files in the targets folder that the offered packages name
+    QStringList mNotes;
     bool mRaised = false;
 };
 

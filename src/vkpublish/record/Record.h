@@ -8,6 +8,7 @@
 #include <QtCore/QList>
 #include <QtCore/QMap>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace tarn::vkpublish {
 
@@ -18,8 +19,21 @@ struct PublishedFile
     QDateTime mExpires;
 };
 
-// A replaced key that still signs for a while, in addition to the new one: clients accept files with both
-// signatures, whichever of the two roots they have.
+// How this folder signs with a key.
+struct KeySource
+{
+    QString mFile; // its name in the key folder
+};
+
+// A replaced root that machines may still have: until they can't, what is published satisfies it, too.
+struct RetiringRoot
+{
+    QByteArray mRoot; // signed
+    QDateTime mUntil;
+};
+
+// A replaced key from a record of format 1, which knew no replaced roots. It still signs for a while, in
+// addition to the new one.
 struct RetiringKey
 {
     QString mRole;
@@ -31,13 +45,15 @@ struct RetiringKey
 // it: write access to the repository alone is not enough to get anything signed.
 struct Record : Packages
 {
-    QMap<QString, QString> mKeyFiles; // role -> name of its file in the key folder
-    QMap<QString, qint64> mVersions;  // role -> the highest version ever used, published or not
-    QByteArray mRoot;                 // the newest root, signed
+    QMap<QString, KeySource> mKeys;  // key id -> how this folder signs; who may sign is in the root
+    QStringList mLostKeys;           // ids of keys whose signature nobody waits for any longer
+    QMap<QString, qint64> mVersions; // role -> the highest version ever used, published or not
+    QByteArray mRoot;                // the newest root, signed
     PublishedFile mPublishedTargetsFile;
     PublishedFile mPublishedSnapshot;
     QDateTime mTimestampExpires;
-    QList<RetiringKey> mRetiring;
+    QList<RetiringRoot> mRetiringRoots; // the oldest first
+    QList<RetiringKey> mRetiringKeys;
     QMap<QString, QDateTime>
         mUnreferenced; // file, relative to the repository -> when it lost its last reference
 
