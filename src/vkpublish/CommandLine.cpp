@@ -55,6 +55,11 @@ void CommandLine::addRepository()
     addOption(u"keys"_s, u"Folder of keys and record; by default DIR.keys"_s, u"FOLDER"_s);
 }
 
+void CommandLine::addJson()
+{
+    addOption(u"json"_s, u"Print one object of JSON, for programs"_s);
+}
+
 std::optional<int> CommandLine::parse(const QStringList& pArguments)
 {
     if (!mParser.parse(QStringList{u"vkpublish"_s} + pArguments)) {

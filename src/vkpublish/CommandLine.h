@@ -21,6 +21,7 @@ enum Status : int
     StatusFailed = 1,
     StatusUsage = 2,
     StatusUnvouched = 3, // of verify: no errors, but no trusted root to compare with
+    StatusExpiring = 4,  // of verify --warn-days: valid, but there is a warning
 };
 
 // The options and arguments of one command, with its help.
@@ -38,6 +39,8 @@ public:
                    const QString& pDefault = QString());
     // --keys, and the argument DIR before it.
     void addRepository();
+    // --json
+    void addJson();
 
     // No value: continue. Else the exit status; help or error were already written.
     std::optional<int> parse(const QStringList& pArguments);

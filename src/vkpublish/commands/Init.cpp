@@ -3,6 +3,7 @@
 #include "CommandLine.h"
 #include "keys/KeyFolder.h"
 #include "keys/Roles.h"
+#include "keys/SigningTime.h"
 #include "publication/Layout.h"
 
 #include "os/FileSystem.h"
@@ -106,8 +107,7 @@ int cmdInit(const QStringList& pArguments)
     }
 
     KeyFolder tKeys(os::realFileSystem(), tLine.keys());
-    if (const Failure tFailure =
-            makeRepository(tLine, &tKeys, tType, QDateTime::currentDateTimeUtc().addDays(*tDays))) {
+    if (const Failure tFailure = makeRepository(tLine, &tKeys, tType, signingTime().addDays(*tDays))) {
         complain(tFailure.mText);
         return StatusFailed;
     }

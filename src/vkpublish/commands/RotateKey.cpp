@@ -2,6 +2,7 @@
 
 #include "CommandLine.h"
 #include "keys/Roles.h"
+#include "keys/SigningTime.h"
 #include "publication/Rotation.h"
 
 #include "os/FileSystem.h"
@@ -37,7 +38,7 @@ int cmdRotateKey(const QStringList& pArguments)
         return StatusUsage;
     }
 
-    const QDateTime tNow = QDateTime::currentDateTimeUtc();
+    const QDateTime tNow = signingTime();
     const PublicationTimes tTimes{
         .mNow = tNow, .mExpires = tNow.addDays(*tDays), .mTargetsExpires = tNow.addDays(365)};
     KeyFolder tKeys(os::realFileSystem(), tLine.keys());

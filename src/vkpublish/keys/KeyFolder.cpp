@@ -107,6 +107,19 @@ Failure KeyFolder::open()
     return openForReading();
 }
 
+Failure KeyFolder::openWithoutRecord()
+{
+    if (Failure tFailure = checkPrivate(mPath)) {
+        return tFailure;
+    }
+    if (Failure tFailure = lock()) {
+        return tFailure;
+    }
+    return QFileInfo::exists(filePath(sRecordName))
+               ? Failure::content(u"%1 has a record: move it away if it is lost or damaged"_s.arg(mPath))
+               : Failure();
+}
+
 Failure KeyFolder::openForReading()
 {
     const auto tText = os::readFile(mFileSystem, filePath(sRecordName), sMaxRecordLength);
@@ -178,6 +191,11 @@ QString KeyFolder::findKeyFile(const QString& pRole, const QStringList& pIds) co
 
 Failure KeyFolder::takeRoot(const QByteArray& pRoot)
 {
+    return takeRoot(pRoot, roleNames());
+}
+
+Failure KeyFolder::takeRoot(const QByteArray& pRoot, const QStringList& pNeeded)
+{
     tuf::Root tRoot;
     if (Failure tFailure = tuf::parseRoot(pRoot, &tRoot)) {
         return tFailure;
@@ -185,17 +203,18 @@ Failure KeyFolder::takeRoot(const QByteArray& pRoot)
     QMap<QString, QString> tFiles;
     for (const QString& tRole : roleNames()) {
         const QString tName = findKeyFile(tRole, tRoot.mRoles[tRole].mKeyIds);
-        if (tName.isEmpty()) {
+        if (!tName.isEmpty()) {
+            tFiles.insert(tRole, tName);
+        } else if (pNeeded.contains(tRole)) {
             return Failure::content(
                 u"The repository has version %1 of the root, whose key for the role %2 is "
                 "not in %3: restore the keys as they were after the last rotate-key"_s.arg(tRoot.mVersion)
                     .arg(tRole, mPath));
         }
-        tFiles.insert(tRole, tName);
     }
     for (auto tIt = tFiles.begin(); tIt != tFiles.end(); ++tIt) {
         const QString tOld = mRecord.mKeyFiles.value(tIt.key());
-        if (tIt.key() != tuf::sRoot && tIt.value() != tOld) {
+        if (tIt.key() != tuf::sRoot && tIt.value() != tOld && !tOld.isEmpty()) {
             mRecord.mRetiring.append({tIt.key(), tOld, mRecord.mTimestampExpires});
         }
     }

@@ -30,6 +30,8 @@ public:
     Failure open();
     // Only reads the record.
     Failure openForReading();
+    // Locks the folder, which must have no record.
+    Failure openWithoutRecord();
 
     // save() writes it.
     Record mRecord;
@@ -40,8 +42,11 @@ public:
     // file is missing does not sign any longer.
     Result<QList<tuf::SigningKey>> readSigners(const QString& pRole) const;
     // Sets this root in mRecord, and the key files in the folder that match the root's roles. The replaced
-    // keys retire.
+    // keys retire. The folder must have the keys of pNeeded.
+    Failure takeRoot(const QByteArray& pRoot, const QStringList& pNeeded);
     Failure takeRoot(const QByteArray& pRoot);
+    // A file in the folder with one of these keys for a role; empty if there is none.
+    QString findKeyFile(const QString& pRole, const QStringList& pIds) const;
     // Writes the key to its own file and sets the file name in mRecord.
     Failure addKey(const QString& pRole, const tuf::SigningKey& pKey);
 
@@ -50,7 +55,6 @@ private:
     Failure checkPrivate(const QString& pPath) const;
     Failure lock();
     Result<tuf::SigningKey> readKeyFile(const QString& pName) const;
-    QString findKeyFile(const QString& pRole, const QStringList& pIds) const;
 
     os::FileSystem& mFileSystem;
     QString mPath;

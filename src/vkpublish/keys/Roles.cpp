@@ -1,5 +1,7 @@
 #include "keys/Roles.h"
 
+#include "keys/SigningTime.h"
+
 #include "tuf/Hashes.h"
 #include "tuf/Metadata.h"
 
@@ -73,7 +75,7 @@ QByteArray makeTimestamp(qint64 pVersion, const QDateTime& pExpires, const QJson
 {
     QJsonObject tSigned = signedPart(tuf::sTimestamp, pVersion, pExpires);
     tSigned.insert(u"meta"_s, metaMap(tuf::sSnapshot, pSnapshotMeta));
-    tSigned.insert(u"signed_at"_s, QDateTime::currentDateTimeUtc().toString(Qt::ISODate));
+    tSigned.insert(u"signed_at"_s, signingTime().toString(Qt::ISODate));
     tSigned.insert(u"targets_version"_s, pTargetsVersion);
     return tuf::signMetadata(tSigned, pKeys);
 }

@@ -20,6 +20,7 @@ const QString sPublishedTargets = u"publishedTargets"_s;
 const QString sWithdrawnTargets = u"withdrawnTargets"_s;
 const QString sTargetsFile = u"targetsFile"_s;
 const QString sSnapshotFile = u"snapshotFile"_s;
+const QString sCarriedTargets = u"carriedTargets"_s;
 const QString sTimestampExpires = u"timestampExpires"_s;
 const QString sRetiring = u"retiringKeys"_s;
 const QString sRole = u"role"_s;
@@ -95,6 +96,7 @@ QByteArray Record::toJson() const
                                      {sWithdrawnTargets, mWithdrawnTargets},
                                      {sTargetsFile, fileToJson(mPublishedTargetsFile)},
                                      {sSnapshotFile, fileToJson(mPublishedSnapshot)},
+                                     {sCarriedTargets, fileToJson(mCarriedTargets)},
                                      {sTimestampExpires, dateToJson(mTimestampExpires)},
                                      {sRetiring, retiringToJson(mRetiring)},
                                      {sUnreferenced, tUnreferenced}})
@@ -121,6 +123,7 @@ bool Record::fromJson(const QByteArray& pText, Record* pTo)
     pTo->mWithdrawnTargets = tObject[sWithdrawnTargets].toObject();
     pTo->mPublishedTargetsFile = fileFromJson(tObject[sTargetsFile]);
     pTo->mPublishedSnapshot = fileFromJson(tObject[sSnapshotFile]);
+    pTo->mCarriedTargets = fileFromJson(tObject[sCarriedTargets]);
     pTo->mTimestampExpires = dateFromJson(tObject[sTimestampExpires]);
     pTo->mRetiring = retiringFromJson(tObject[sRetiring]);
     const QJsonObject tUnreferenced = tObject[sUnreferenced].toObject();

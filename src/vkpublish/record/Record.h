@@ -37,6 +37,7 @@ struct Record
     QJsonObject mWithdrawnTargets;    // as they were last published
     PublishedFile mPublishedTargetsFile;
     PublishedFile mPublishedSnapshot;
+    PublishedFile mCarriedTargets; // the newest list that a refresh has left in place: it may not go back
     QDateTime mTimestampExpires;
     QList<RetiringKey> mRetiring;
     QMap<QString, QDateTime>

@@ -31,11 +31,11 @@ protected:
         for (const QByteArray& tWord : tWords) {
             tArguments.append(tWord.startsWith('@') ? path(tWord.mid(1).constData()).toUtf8() : tWord);
         }
-        Program tProgram(q(VKPUBLISH), tArguments, {{"LC_ALL", "C.UTF-8"}, {"TMPDIR", "/tmp"}});
+        Program tProgram(q(VKPUBLISH), tArguments, mEnvironment);
         return tProgram.wait();
     }
 
-    void succeed(const char* pWords) const
+    void succeed(const QByteArray& pWords) const
     {
         const Program::Result tResult = run(pWords);
         ASSERT_EQ(tResult.mStatus, 0) << pWords << ": " << tResult.mErr;
@@ -78,4 +78,5 @@ protected:
     }
 
     QTemporaryDir mDir;
+    Program::Environment mEnvironment{{"LC_ALL", "C.UTF-8"}, {"TMPDIR", "/tmp"}};
 };
