@@ -33,7 +33,7 @@ QByteArray takeMemory(const Bio& pBio)
     return QByteArray(tData, tLength);
 }
 
-// The scheme that a private key signs with.
+// The scheme that a key signs with.
 const Scheme* schemeOf(const EVP_PKEY* pKey)
 {
     constexpr std::array sPairs{
@@ -51,18 +51,31 @@ const Scheme* schemeOf(const EVP_PKEY* pKey)
     return nullptr;
 }
 
-QByteArray publicValue(const EVP_PKEY* pKey, const Scheme& pScheme)
+QByteArray publicPemOf(const EVP_PKEY* pKey)
+{
+    const Bio tBio(BIO_new(BIO_s_mem()));
+    PEM_write_bio_PUBKEY(tBio.get(), pKey);
+    return takeMemory(tBio);
+}
+
+QString publicValue(const EVP_PKEY* pKey, const Scheme& pScheme)
 {
     if (pScheme.mKeyKind == EVP_PKEY_ED25519) {
         std::array<unsigned char, 32> tBytes{};
         size_t tLength = tBytes.size();
         EVP_PKEY_get_raw_public_key(pKey, tBytes.data(), &tLength);
-        return QByteArray(reinterpret_cast<const char*>(tBytes.data()), static_cast<qsizetype>(tLength))
-            .toHex();
+        return QString::fromLatin1(
+            QByteArray(reinterpret_cast<const char*>(tBytes.data()), static_cast<qsizetype>(tLength))
+                .toHex());
     }
-    const Bio tBio(BIO_new(BIO_s_mem()));
-    PEM_write_bio_PUBKEY(tBio.get(), pKey);
-    return takeMemory(tBio);
+    return QString::fromLatin1(publicPemOf(pKey));
+}
+
+QJsonObject publicJsonOf(const EVP_PKEY* pKey, const Scheme& pScheme)
+{
+    return QJsonObject{{u"keytype"_s, QLatin1String(pScheme.mType)},
+                       {u"scheme"_s, QLatin1String(pScheme.mScheme)},
+                       {u"keyval"_s, QJsonObject{{u"public"_s, publicValue(pKey, pScheme)}}}};
 }
 
 } // namespace
@@ -115,19 +128,19 @@ QByteArray SigningKey::toPem() const
     return takeMemory(tBio);
 }
 
+QByteArray SigningKey::publicPem() const
+{
+    return publicPemOf(d->mKey.get());
+}
+
 QJsonObject SigningKey::publicJson() const
 {
-    const QJsonObject tValue{{u"public"_s, QString::fromLatin1(publicValue(d->mKey.get(), *d->mScheme))}};
-    return QJsonObject{{u"keytype"_s, QLatin1String(d->mScheme->mType)},
-                       {u"scheme"_s, QLatin1String(d->mScheme->mScheme)},
-                       {u"keyval"_s, tValue}};
+    return publicJsonOf(d->mKey.get(), *d->mScheme);
 }
 
 QString SigningKey::id() const
 {
-    QByteArray tBytes;
-    canonicalJson(publicJson(), &tBytes);
-    return QString::fromLatin1(sha256(tBytes));
+    return keyId(publicJson());
 }
 
 QByteArray SigningKey::sign(const QByteArray& pMessage) const
@@ -152,24 +165,54 @@ QByteArray SigningKey::sign(const QByteArray& pMessage) const
     return tSignature;
 }
 
+QString keyId(const QJsonObject& pPublicJson)
+{
+    QByteArray tBytes;
+    canonicalJson(pPublicJson, &tBytes);
+    return QString::fromLatin1(sha256(tBytes));
+}
+
+PublicKey publicKeyOf(const QJsonObject& pPublicJson)
+{
+    return PublicKey(pPublicJson["keytype"_L1].toString(), pPublicJson["scheme"_L1].toString(),
+                     pPublicJson["keyval"_L1]["public"_L1].toString());
+}
+
+std::optional<QJsonObject> publicJsonFromPem(const QByteArray& pPem)
+{
+    const Bio tBio(BIO_new_mem_buf(pPem.constData(), static_cast<int>(pPem.size())));
+    const EvpKey tKey(PEM_read_bio_PUBKEY(tBio.get(), nullptr, nullptr, nullptr));
+    ERR_clear_error();
+    const Scheme* tScheme = tKey ? schemeOf(tKey.get()) : nullptr;
+    return tScheme != nullptr ? std::optional(publicJsonOf(tKey.get(), *tScheme)) : std::nullopt;
+}
+
+QByteArray metadataFile(const QJsonObject& pSigned, const QList<Signature>& pSignatures)
+{
+    QJsonArray tSignatures;
+    for (const Signature& tSignature : pSignatures) {
+        tSignatures.append(QJsonObject{{u"keyid"_s, tSignature.mKeyId},
+                                       {u"sig"_s, QString::fromLatin1(tSignature.mBytes.toHex())}});
+    }
+    QByteArray tFile;
+    canonicalJson(QJsonObject{{u"signatures"_s, tSignatures}, {u"signed"_s, pSigned}}, &tFile);
+    return tFile;
+}
+
 QByteArray signMetadata(const QJsonObject& pSigned, const QList<SigningKey>& pKeys)
 {
     QByteArray tMessage;
     if (!canonicalJson(pSigned, &tMessage)) {
         return QByteArray();
     }
-    QJsonArray tSignatures;
+    QList<Signature> tSignatures;
     for (const SigningKey& tKey : pKeys) {
-        const QByteArray tSignature = tKey.sign(tMessage);
-        if (tSignature.isEmpty()) {
+        tSignatures.append({tKey.id(), tKey.sign(tMessage)});
+        if (tSignatures.last().mBytes.isEmpty()) {
             return QByteArray();
         }
-        tSignatures.append(
-            QJsonObject{{u"keyid"_s, tKey.id()}, {u"sig"_s, QString::fromLatin1(tSignature.toHex())}});
     }
-    QByteArray tFile;
-    canonicalJson(QJsonObject{{u"signatures"_s, tSignatures}, {u"signed"_s, pSigned}}, &tFile);
-    return tFile;
+    return metadataFile(pSigned, tSignatures);
 }
 
 } // namespace tarn::tuf

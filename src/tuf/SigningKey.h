@@ -1,6 +1,8 @@
 // The publisher's half of the keys; no part of the client.
 #pragma once
 
+#include "tuf/Metadata.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QJsonObject>
 #include <QtCore/QList>
@@ -25,8 +27,9 @@ public:
     static std::optional<SigningKey> fromPem(const QByteArray& pPem);
 
     QByteArray toPem() const;
+    QByteArray publicPem() const;
     QJsonObject publicJson() const;                    // "keytype", "scheme", "keyval"
-    QString id() const;                                // the hash of publicJson()
+    QString id() const;                                // keyId() of it
     QByteArray sign(const QByteArray& pMessage) const; // empty on failure
 
 private:
@@ -35,6 +38,14 @@ private:
     std::shared_ptr<const Data> d;
 };
 
+// The id of a key with this "keytype", "scheme" and "keyval": their hash.
+QString keyId(const QJsonObject& pPublicJson);
+PublicKey publicKeyOf(const QJsonObject& pPublicJson);
+// "keytype", "scheme" and "keyval" of a public key; no value if the text has none that can sign metadata.
+std::optional<QJsonObject> publicJsonFromPem(const QByteArray& pPem);
+
+// The metadata file with pSigned and these signatures, in canonical form.
+QByteArray metadataFile(const QJsonObject& pSigned, const QList<Signature>& pSignatures);
 // The metadata file with pSigned and a signature of each key, in canonical form; empty if pSigned has no such
 // form.
 QByteArray signMetadata(const QJsonObject& pSigned, const QList<SigningKey>& pKeys);

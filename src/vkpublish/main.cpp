@@ -33,6 +33,11 @@ constexpr std::array sCommands{
     Command{"mirror", "make a folder a verified copy of a repository", cmdMirror},
     Command{"rotate-key", "give a role a new key", cmdRotateKey},
     Command{"recover", "make a lost record again from the repository", cmdRecover},
+    Command{"key", "add, remove and list keys, and set how many must sign", cmdKey},
+    Command{"payload", "write what to sign on another machine", cmdPayload},
+    Command{"show", "show what a payload or a draft changes", cmdShow},
+    Command{"sign", "sign a payload, on a machine that has keys only", cmdSign},
+    Command{"add-signature", "take a signature back", cmdAddSignature},
 };
 
 QString usage()
@@ -40,7 +45,7 @@ QString usage()
     QString tText = u"Usage: vkpublish COMMAND [arguments] [options]\n"
                     "Creates, signs and mirrors update repositories.\n\nCommands:\n"_s;
     for (const Command& tCommand : sCommands) {
-        tText += u"  %1 %2\n"_s.arg(QLatin1String(tCommand.mName), -12).arg(QLatin1String(tCommand.mSummary));
+        tText += u"  %1 %2\n"_s.arg(QLatin1String(tCommand.mName), -13).arg(QLatin1String(tCommand.mSummary));
     }
     tText +=
         u"\n\"vkpublish COMMAND --help\" explains a command. --version shows the version.\n"

@@ -16,5 +16,10 @@ int cmdList(const QStringList& pArguments);
 int cmdVerify(const QStringList& pArguments);
 int cmdMirror(const QStringList& pArguments);
 int cmdRotateKey(const QStringList& pArguments);
+int cmdKey(const QStringList& pArguments);
+int cmdPayload(const QStringList& pArguments);
+int cmdShow(const QStringList& pArguments);
+int cmdSign(const QStringList& pArguments);
+int cmdAddSignature(const QStringList& pArguments);
 
 } // namespace tarn::vkpublish

@@ -89,6 +89,9 @@ Failure halt(const CommandLine& pLine, const Job& pJob, QStringList* pArchives, 
     if (Failure tFailure = tPublication.run(pJob.mTimes)) {
         return tFailure;
     }
+    for (const QString& tNote : tPublication.notes()) {
+        complain(tNote);
+    }
     if (tPublication.hasRaised()) {
         complain(u"Warning: the record is older than the published repository, and continued above "
                  "its versions. Repeat what was added or removed since; see "

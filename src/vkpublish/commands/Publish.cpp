@@ -126,9 +126,16 @@ Failure publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys)
             return tFailure;
         }
     }
-    NewDeltas tDeltas(tFileSystem, pLine.repository(), *pKeys);
-    if (Failure tFailure = tDeltas.make(pJob.mDeltas)) {
-        return tFailure;
+    const Result<std::optional<Draft>> tDraft = pKeys->draft(tuf::sTargets);
+    if (!tDraft) {
+        return tDraft.failure();
+    }
+    // A draft has the deltas already that were made for it.
+    if (!*tDraft) {
+        NewDeltas tDeltas(tFileSystem, pLine.repository(), *pKeys);
+        if (Failure tFailure = tDeltas.make(pJob.mDeltas)) {
+            return tFailure;
+        }
     }
     // Without the option, what an interrupted publication has set stays: machines may have seen it.
     if (pJob.mPhaseDays) {
@@ -141,6 +148,9 @@ Failure publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys)
         complain(u"Warning: the record is older than the published repository, and continued above "
                  "its versions. Repeat what was added or removed since; see "
                  "\"vkpublish list\""_s);
+    }
+    for (const QString& tNote : tPublication.notes()) {
+        complain(tNote);
     }
     return pLine.isSet("prune") ? tPublication.prune(pJob.mTimes.mNow, pJob.mGrace) : Failure();
 }

@@ -43,7 +43,7 @@ void print(const CommandLine& pLine, const Recovered& pRecovered)
             .arg(pRecovered.mPackages)
             .arg(tUntil));
     for (const QString& tRole : pRecovered.mMissingRoles) {
-        say(u"No key of the role %1 is there"_s.arg(tRole));
+        say(u"There are too few keys of the role %1"_s.arg(tRole));
     }
     say(u"Not recovered: what was added, removed or halted and not published, and which versions were withdrawn"_s);
     for (const QString& tFile : pRecovered.mUnnamed) {

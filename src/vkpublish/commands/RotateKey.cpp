@@ -3,6 +3,7 @@
 #include "CommandLine.h"
 #include "keys/Roles.h"
 #include "keys/SigningTime.h"
+#include "keys/RootDocument.h"
 #include "publication/Rotation.h"
 
 #include "os/FileSystem.h"
@@ -11,6 +12,26 @@
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkpublish {
+
+namespace {
+
+void report(const KeyFolder& pKeys, const QString& pRole, const QDateTime& pOldUntil)
+{
+    const Result<std::optional<Draft>> tDraft = pKeys.draft(tuf::sRoot);
+    const Result<RootDocument> tRoot = RootDocument::read(pKeys.mRecord.mRoot);
+    if (!tDraft || *tDraft || !tRoot) {
+        say(u"The new key is in a draft of the root, and the old one in use until that is published"_s);
+        return;
+    }
+    const QString tFile = pKeys.mRecord.mKeys.value(tRoot->keyIds(pRole).value(0)).mFile;
+    say(u"The role %1 has a new key: %2/%3. %4"_s.arg(
+        pRole, pKeys.path(), tFile,
+        pRole == tuf::sRoot ? u"The old key's file may be deleted."_s
+                            : u"Keep the old key's file until %1: until then both keys sign."_s.arg(
+                                  pOldUntil.toUTC().toString(Qt::ISODate))));
+}
+
+} // namespace
 
 int cmdRotateKey(const QStringList& pArguments)
 {
@@ -53,11 +74,10 @@ int cmdRotateKey(const QStringList& pArguments)
         complain(tFailure.mText);
         return StatusFailed;
     }
-    say(u"The role %1 has a new key: %2/%3. %4"_s.arg(
-        tRole, tLine.keys(), tKeys.mRecord.mKeyFiles[tRole],
-        tRole == tuf::sRoot ? u"The old key's file may be deleted."_s
-                            : u"Keep the old key's file until %1: until then both keys sign."_s.arg(
-                                  tOldUntil.toUTC().toString(Qt::ISODate))));
+    report(tKeys, tRole, tOldUntil);
+    for (const QString& tNote : tPublication.notes()) {
+        complain(tNote);
+    }
     return StatusDone;
 }
 

@@ -1,6 +1,7 @@
 #include "keys/KeyFolder.h"
 
 #include "keys/Roles.h"
+#include "keys/RootDocument.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
@@ -28,6 +29,11 @@ constexpr qint64 sMaxRecordLength = 256 * 1024 * 1024;
 
 const QString sRecordName = u"record.json"_s;
 const QString sLockName = u"lock"_s;
+
+QString keyFileName(const QString& pRole, const QString& pId)
+{
+    return u"%1-%2.pem"_s.arg(pRole, pId.left(16));
+}
 
 } // namespace
 
@@ -137,12 +143,38 @@ Failure KeyFolder::save()
     return os::replaceFile(mFileSystem, filePath(sRecordName), mRecord.toJson(), sFileMode);
 }
 
-Result<tuf::SigningKey> KeyFolder::readKey(const QString& pRole) const
+bool KeyFolder::isHere(const QString& pId) const
 {
-    return readKeyFile(mRecord.mKeyFiles.value(pRole));
+    const auto tSource = mRecord.mKeys.constFind(pId);
+    return tSource != mRecord.mKeys.constEnd() && QFileInfo::exists(filePath(tSource->mFile));
 }
 
-Result<tuf::SigningKey> KeyFolder::readKeyFile(const QString& pName) const
+QStringList KeyFolder::here(QStringList pIds) const
+{
+    pIds.removeIf([this](const QString& pId) { return !isHere(pId); });
+    return pIds;
+}
+
+bool KeyFolder::isGone(const QString& pId) const
+{
+    if (mRecord.mLostKeys.contains(pId) || !mRecord.mKeys.contains(pId) || isHere(pId)) {
+        return mRecord.mLostKeys.contains(pId);
+    }
+    const Result<RootDocument> tRoot = RootDocument::read(mRecord.mRoot);
+    return tRoot && tRoot->publicJson(pId).isEmpty();
+}
+
+Result<Signer> KeyFolder::readKey(const QString& pId) const
+{
+    const QString tFile = mRecord.mKeys.value(pId).mFile;
+    Result<Signer> tSigner = readKeyFile(tFile);
+    if (tSigner && tSigner->id() != pId) {
+        return Failure::content(u"%1 contains another key than %2"_s.arg(filePath(tFile), pId));
+    }
+    return tSigner;
+}
+
+Result<Signer> KeyFolder::readKeyFile(const QString& pName) const
 {
     const QString tPath = filePath(pName);
     if (Failure tFailure = checkPrivate(tPath)) {
@@ -153,22 +185,19 @@ Result<tuf::SigningKey> KeyFolder::readKeyFile(const QString& pName) const
         return tPem.failure();
     }
     if (std::optional<tuf::SigningKey> tKey = tuf::SigningKey::fromPem(*tPem)) {
-        return *tKey;
+        return Signer(*tKey);
     }
     return Failure::content(u"%1 does not contain a usable key"_s.arg(tPath));
 }
 
-Result<QList<tuf::SigningKey>> KeyFolder::readSigners(const QString& pRole) const
+Result<QList<Signer>> KeyFolder::readSigners(const QStringList& pIds) const
 {
-    QStringList tNames{mRecord.mKeyFiles.value(pRole)};
-    for (const RetiringKey& tKey : mRecord.mRetiring) {
-        if (tKey.mRole == pRole && QFileInfo::exists(filePath(tKey.mFile))) {
-            tNames.append(tKey.mFile);
+    QList<Signer> tKeys;
+    for (const QString& tId : pIds) {
+        if (!isHere(tId)) {
+            continue;
         }
-    }
-    QList<tuf::SigningKey> tKeys;
-    for (const QString& tName : tNames) {
-        const Result<tuf::SigningKey> tKey = readKeyFile(tName);
+        const Result<Signer> tKey = readKey(tId);
         if (!tKey) {
             return tKey.failure();
         }
@@ -177,60 +206,130 @@ Result<QList<tuf::SigningKey>> KeyFolder::readSigners(const QString& pRole) cons
     return tKeys;
 }
 
-QString KeyFolder::findKeyFile(const QString& pRole, const QStringList& pIds) const
+Result<QList<Signer>> KeyFolder::readRetiringKeys(const QString& pRole) const
 {
-    const QStringList tNames = QDir(mPath).entryList({pRole + "-*.pem"_L1}, QDir::Files);
-    for (const QString& tName : tNames) {
-        const Result<tuf::SigningKey> tKey = readKeyFile(tName);
-        if (tKey && pIds.contains(tKey->id())) {
-            return tName;
+    QList<Signer> tKeys;
+    for (const RetiringKey& tRetiring : mRecord.mRetiringKeys) {
+        if (tRetiring.mRole != pRole || !QFileInfo::exists(filePath(tRetiring.mFile))) {
+            continue;
+        }
+        const Result<Signer> tKey = readKeyFile(tRetiring.mFile);
+        if (!tKey) {
+            return tKey.failure();
+        }
+        tKeys.append(*tKey);
+    }
+    return tKeys;
+}
+
+// Sets the keys of this root whose files are in the folder, but not in the record.
+void KeyFolder::findKeys(const RootDocument& pRoot)
+{
+    for (const QString& tRole : roleNames()) {
+        for (const QString& tId : pRoot.keyIds(tRole)) {
+            const QString tName = keyFileName(tRole, tId);
+            if (!mRecord.mKeys.contains(tId) && QFileInfo::exists(filePath(tName))) {
+                mRecord.mKeys.insert(tId, {.mFile = tName});
+            }
         }
     }
-    return QString();
+}
+
+// A failure if this folder could sign for a role by the root of the record, and can't by the newer pRoot.
+Failure KeyFolder::checkKeys(const RootDocument& pRoot) const
+{
+    const Result<RootDocument> tOld = RootDocument::read(mRecord.mRoot);
+    if (!tOld) {
+        return tOld.failure();
+    }
+    for (const QString& tRole : roleNames()) {
+        // Several keys are those of several people.
+        if (pRoot.keyIds(tRole).size() == 1 && canSign(*tOld, tRole) && !canSign(pRoot, tRole)) {
+            return Failure::content(
+                u"The repository has version %1 of the root, whose key for the role %2 is "
+                "not in %3: restore the keys as they were after the last change of keys"_s
+                    .arg(pRoot.version())
+                    .arg(tRole, mPath));
+        }
+    }
+    return {};
+}
+
+bool KeyFolder::canSign(const RootDocument& pRoot, const QString& pRole) const
+{
+    return here(pRoot.keyIds(pRole)).size() >= pRoot.threshold(pRole);
 }
 
 Failure KeyFolder::takeRoot(const QByteArray& pRoot)
 {
-    return takeRoot(pRoot, roleNames());
-}
-
-Failure KeyFolder::takeRoot(const QByteArray& pRoot, const QStringList& pNeeded)
-{
-    tuf::Root tRoot;
-    if (Failure tFailure = tuf::parseRoot(pRoot, &tRoot)) {
+    const Result<RootDocument> tRoot = RootDocument::read(pRoot);
+    if (!tRoot) {
+        return tRoot.failure();
+    }
+    findKeys(*tRoot);
+    if (Failure tFailure = checkKeys(*tRoot)) {
         return tFailure;
     }
-    QMap<QString, QString> tFiles;
-    for (const QString& tRole : roleNames()) {
-        const QString tName = findKeyFile(tRole, tRoot.mRoles[tRole].mKeyIds);
-        if (!tName.isEmpty()) {
-            tFiles.insert(tRole, tName);
-        } else if (pNeeded.contains(tRole)) {
-            return Failure::content(
-                u"The repository has version %1 of the root, whose key for the role %2 is "
-                "not in %3: restore the keys as they were after the last rotate-key"_s.arg(tRoot.mVersion)
-                    .arg(tRole, mPath));
-        }
+    return replaceRoot(pRoot, mRecord.mTimestampExpires);
+}
+
+Failure KeyFolder::beginWith(const QByteArray& pRoot, const QList<RetiringRoot>& pReplaced)
+{
+    QList<QByteArray> tRoots{pRoot};
+    for (const RetiringRoot& tReplaced : pReplaced) {
+        tRoots.append(tReplaced.mRoot);
     }
-    for (auto tIt = tFiles.begin(); tIt != tFiles.end(); ++tIt) {
-        const QString tOld = mRecord.mKeyFiles.value(tIt.key());
-        if (tIt.key() != tuf::sRoot && tIt.value() != tOld && !tOld.isEmpty()) {
-            mRecord.mRetiring.append({tIt.key(), tOld, mRecord.mTimestampExpires});
+    for (const QByteArray& tFile : std::as_const(tRoots)) {
+        const Result<RootDocument> tRoot = RootDocument::read(tFile);
+        if (!tRoot) {
+            return tRoot.failure();
         }
+        findKeys(*tRoot);
     }
-    mRecord.mKeyFiles = tFiles;
-    mRecord.mVersions[tuf::sRoot] = tRoot.mVersion;
+    mRecord.mRoot = pRoot;
+    mRecord.mRetiringRoots = pReplaced;
+    return {};
+}
+
+Failure KeyFolder::replaceRoot(const QByteArray& pRoot, const QDateTime& pUntil)
+{
+    const Result<RootDocument> tOld = RootDocument::read(mRecord.mRoot);
+    const Result<RootDocument> tNew = RootDocument::read(pRoot);
+    if (!tOld || !tNew) {
+        return tOld ? tNew.failure() : tOld.failure();
+    }
+    if (!tNew->signsLike(*tOld)) {
+        mRecord.mRetiringRoots.append({mRecord.mRoot, pUntil});
+    }
+    dropMissingKeys(*tOld);
+    mRecord.mVersions[tuf::sRoot] = tNew->version();
     mRecord.mRoot = pRoot;
     return {};
 }
 
+// A key of the root pRoot whose file is missing was moved to the machine of its owner: from now on it is
+// elsewhere. One that was replaced before has been deleted.
+void KeyFolder::dropMissingKeys(const RootDocument& pRoot)
+{
+    const QStringList tIds = mRecord.mKeys.keys();
+    for (const QString& tId : tIds) {
+        if (isHere(tId)) {
+            continue;
+        }
+        mRecord.mKeys.remove(tId);
+        if (pRoot.publicJson(tId).isEmpty()) {
+            mRecord.mLostKeys.append(tId);
+        }
+    }
+}
+
 Failure KeyFolder::addKey(const QString& pRole, const tuf::SigningKey& pKey)
 {
-    const QString tName = u"%1-%2.pem"_s.arg(pRole, pKey.id().left(16));
+    const QString tName = keyFileName(pRole, pKey.id());
     if (Failure tFailure = os::replaceFile(mFileSystem, filePath(tName), pKey.toPem(), sFileMode)) {
         return tFailure;
     }
-    mRecord.mKeyFiles.insert(pRole, tName);
+    mRecord.mKeys.insert(pKey.id(), {.mFile = tName});
     return {};
 }
 

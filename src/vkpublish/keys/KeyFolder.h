@@ -1,17 +1,22 @@
 #pragma once
 
+#include "keys/Signer.h"
+#include "record/Draft.h"
 #include "record/Record.h"
 
 #include "internal/Failure.h"
-#include "tuf/SigningKey.h"
 
+#include <QtCore/QDateTime>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace tarn::os {
 class FileSystem;
 }
 
 namespace tarn::vkpublish {
+
+class RootDocument;
 
 // The publisher's private folder: one file for each key, and the record. Only its owner has access.
 class KeyFolder
@@ -37,24 +42,45 @@ public:
     Record mRecord;
     Failure save();
 
-    Result<tuf::SigningKey> readKey(const QString& pRole) const;
-    // The keys that sign a role's files: its current key first, then its retiring keys. A retiring key whose
-    // file is missing does not sign any longer.
-    Result<QList<tuf::SigningKey>> readSigners(const QString& pRole) const;
-    // Sets this root in mRecord, and the key files in the folder that match the root's roles. The replaced
-    // keys retire. The folder must have the keys of pNeeded.
-    Failure takeRoot(const QByteArray& pRoot, const QStringList& pNeeded);
+    // What waits for signatures. Each of these is done at once.
+    Result<std::optional<Draft>> draft(const QString& pRole) const
+    {
+        return readDraft(mFileSystem, mPath, pRole);
+    }
+    Failure saveDraft(const Draft& pDraft) { return writeDraft(mFileSystem, mPath, pDraft); }
+    Failure dropDraft(const QString& pRole) { return removeDraft(mFileSystem, mPath, pRole); }
+
+    // Whether this folder can sign with the key.
+    bool isHere(const QString& pId) const;
+    QStringList here(QStringList pIds) const;
+    // Whether nobody waits for the key's signature: it was given up, or it was replaced and its file deleted.
+    // A key in use whose file is not here is elsewhere.
+    bool isGone(const QString& pId) const;
+    // Whether enough keys of the role are here.
+    bool canSign(const RootDocument& pRoot, const QString& pRole) const;
+    Result<Signer> readKey(const QString& pId) const;
+    // From a file in the folder, which needs no record for it.
+    Result<Signer> readKeyFile(const QString& pName) const;
+    // Of those of these keys that are here.
+    Result<QList<Signer>> readSigners(const QStringList& pIds) const;
+    // Of the keys of a role that a record of format 1 has replaced, as long as their files are here.
+    Result<QList<Signer>> readRetiringKeys(const QString& pRole) const;
+    // Sets this root in mRecord, and finds its keys in the folder. The replaced root retires.
     Failure takeRoot(const QByteArray& pRoot);
-    // A file in the folder with one of these keys for a role; empty if there is none.
-    QString findKeyFile(const QString& pRole, const QStringList& pIds) const;
-    // Writes the key to its own file and sets the file name in mRecord.
+    // Begins mRecord with this root and those that it has replaced, and finds their keys in the folder.
+    Failure beginWith(const QByteArray& pRoot, const QList<RetiringRoot>& pReplaced);
+    // Sets this root in mRecord. pUntil: when no machine can need the replaced one any longer.
+    Failure replaceRoot(const QByteArray& pRoot, const QDateTime& pUntil);
+    // Writes the key to its own file and sets it in mRecord.
     Failure addKey(const QString& pRole, const tuf::SigningKey& pKey);
 
 private:
     QString filePath(const QString& pName) const;
     Failure checkPrivate(const QString& pPath) const;
     Failure lock();
-    Result<tuf::SigningKey> readKeyFile(const QString& pName) const;
+    void findKeys(const RootDocument& pRoot);
+    void dropMissingKeys(const RootDocument& pRoot);
+    Failure checkKeys(const RootDocument& pRoot) const;
 
     os::FileSystem& mFileSystem;
     QString mPath;

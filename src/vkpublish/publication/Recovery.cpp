@@ -2,6 +2,7 @@
 
 #include "keys/KeyFolder.h"
 #include "keys/Roles.h"
+#include "keys/RootDocument.h"
 #include "network/MetadataSource.h"
 #include "publication/Expiry.h"
 #include "publication/Layout.h"
@@ -10,8 +11,8 @@
 
 #include "os/FileSystem.h"
 #include "tuf/Metadata.h"
+#include "tuf/TrustedSet.h"
 
-#include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 
 using namespace Qt::StringLiterals;
@@ -23,55 +24,73 @@ namespace {
 // Compared with a time this early, nothing has expired.
 const QDateTime sBeforeAll = QDateTime::fromSecsSinceEpoch(0);
 
-QJsonObject signedPart(const QByteArray& pFile)
+QJsonObject signedOf(const QByteArray& pFile)
 {
     return QJsonDocument::fromJson(pFile)["signed"_L1].toObject();
-}
-
-QStringList signersOf(const QByteArray& pFile)
-{
-    QStringList tIds;
-    const QJsonArray tSignatures = QJsonDocument::fromJson(pFile)["signatures"_L1].toArray();
-    for (const QJsonValue tSignature : tSignatures) {
-        tIds.append(tSignature["keyid"_L1].toString());
-    }
-    return tIds;
 }
 
 // The entry for a file in the file above it.
 PublishedFile published(const QByteArray& pAbove, const QString& pRole, const RepositoryState& pState)
 {
-    return {signedPart(pAbove)["meta"_L1][pRole + ".json"_L1].toObject(), pState.mExpires[pRole]};
+    return {signedOf(pAbove)["meta"_L1][pRole + ".json"_L1].toObject(), pState.mExpires[pRole]};
 }
 
-// A key that has signed the state, but is not in the root any more, signs until that state has expired.
-Failure findRetiring(const RepositoryState& pState, KeyFolder* pKeys)
+// The state satisfies them, too, so machines that have one of them may be using it.
+QList<RetiringRoot> replacedRoots(const QByteArray& pFirst, const RepositoryState& pState)
 {
-    tuf::Root tRoot;
-    if (Failure tFailure = tuf::parseRoot(pState.mRoot, &tRoot)) {
-        return tFailure;
-    }
-    for (const auto& [tRole, tFile] :
-         {std::pair(tuf::sTargets, pState.mTargets), std::pair(tuf::sSnapshot, pState.mSnapshot),
-          std::pair(tuf::sTimestamp, pState.mTimestamp)}) {
-        QStringList tOld = signersOf(tFile);
-        const QStringList tCurrent = tRoot.mRoles[tRole].mKeyIds;
-        tOld.removeIf([&](const QString& pId) { return tCurrent.contains(pId); });
-        const QString tName = pKeys->findKeyFile(tRole, tOld);
-        if (!tName.isEmpty()) {
-            pKeys->mRecord.mRetiring.append({tRole, tName, pState.mExpires[tuf::sTimestamp]});
+    QList<RetiringRoot> tReplaced;
+    for (const QByteArray& tRoot : QList<QByteArray>{pFirst} + pState.mNewRoots) {
+        tuf::TrustedSet tTrusted(sBeforeAll);
+        bool tIsSame = false;
+        if (tRoot != pState.mRoot && !tTrusted.setRoot(tRoot) &&
+            !tTrusted.addTimestamp(pState.mTimestamp, &tIsSame) && !tTrusted.addSnapshot(pState.mSnapshot) &&
+            !tTrusted.addTargets(pState.mTargets, tuf::sTargets, tuf::sRoot)) {
+            tReplaced.append({tRoot, pState.mExpires[tuf::sTimestamp]});
         }
     }
-    return {};
+    return tReplaced;
 }
 
-Failure refuseOtherKeys(const KeyFolder& pKeys)
+// The roles for which the folder has too few keys. pHas: those for which it has some.
+QStringList missingRoles(const KeyFolder& pKeys, const RootDocument& pRoot, QStringList* pHas)
 {
+    QStringList tMissing;
+    for (const QString& tRole : roleNames()) {
+        if (!pKeys.here(pRoot.keyIds(tRole)).isEmpty()) {
+            pHas->append(tRole);
+        }
+        if (!pKeys.canSign(pRoot, tRole)) {
+            tMissing.append(tRole);
+        }
+    }
+    return tMissing;
+}
+
+Failure findKeys(const QByteArray& pFirst, const RepositoryState& pState, RecordUse pUse, KeyFolder* pKeys,
+                 QStringList* pMissing)
+{
+    const Result<RootDocument> tRoot = RootDocument::read(pState.mRoot);
+    if (!tRoot) {
+        return tRoot.failure();
+    }
+    if (Failure tFailure = pKeys->beginWith(pState.mRoot, replacedRoots(pFirst, pState))) {
+        return tFailure;
+    }
+    QStringList tHas;
+    *pMissing = missingRoles(*pKeys, *tRoot, &tHas);
+    if (pUse == RecordUse::Publishing) {
+        return {};
+    }
     for (const QString& tRole : {tuf::sRoot, tuf::sTargets}) {
-        if (pKeys.mRecord.mKeyFiles.contains(tRole)) {
+        if (tHas.contains(tRole)) {
             return Failure::content(
-                u"%1/%2 is a key of the role %3, which a folder for refreshing must not have"_s.arg(
-                    pKeys.path(), pKeys.mRecord.mKeyFiles[tRole], tRole));
+                u"%1 has a key of the role %2, which a folder for refreshing must not have"_s.arg(
+                    pKeys->path(), tRole));
+        }
+    }
+    for (const QString& tRole : {tuf::sSnapshot, tuf::sTimestamp}) {
+        if (pMissing->contains(tRole)) {
+            return Failure::content(u"%1 does not have the key of the role %2"_s.arg(pKeys->path(), tRole));
         }
     }
     return {};
@@ -105,19 +124,10 @@ Failure recoverRecord(os::FileSystem& pFileSystem, const QString& pRepository, c
     if (!pTo->mProblems.isEmpty()) {
         return {};
     }
-    const QStringList tNeeded = tIsForRefresh ? QStringList{tuf::sSnapshot, tuf::sTimestamp} : QStringList();
-    if (Failure tFailure = pKeys->takeRoot(tState.mRoot, tNeeded)) {
-        return tFailure;
-    }
-    if (Failure tFailure = tIsForRefresh ? refuseOtherKeys(*pKeys) : findRetiring(tState, pKeys)) {
+    if (Failure tFailure = findKeys(pRoot, tState, pUse, pKeys, &pTo->mMissingRoles)) {
         return tFailure;
     }
     Record& tRecord = pKeys->mRecord;
-    for (const QString& tRole : roleNames()) {
-        if (!tRecord.mKeyFiles.contains(tRole)) {
-            pTo->mMissingRoles.append(tRole);
-        }
-    }
     tRecord.mVersions = tState.mVersions;
     const PublishedFile tTargets = published(tState.mSnapshot, tuf::sTargets, tState);
     tRecord.mPublishedSnapshot = published(tState.mTimestamp, tuf::sSnapshot, tState);
@@ -126,7 +136,7 @@ Failure recoverRecord(os::FileSystem& pFileSystem, const QString& pRepository, c
         tRecord.mCarriedTargets = tTargets;
     } else {
         tRecord.mPublishedTargetsFile = tTargets;
-        tRecord.mTargets = signedPart(tState.mTargets)["targets"_L1].toObject();
+        tRecord.mTargets = signedOf(tState.mTargets)["targets"_L1].toObject();
         tRecord.mPublishedTargets = tRecord.mTargets;
         pTo->mPackages = tRecord.mTargets.size();
     }

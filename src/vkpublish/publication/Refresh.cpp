@@ -4,6 +4,7 @@
 #include "network/MetadataSource.h"
 #include "publication/CatchUp.h"
 #include "publication/Layout.h"
+#include "publication/RoleSigners.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
@@ -47,7 +48,9 @@ Refresh::Refresh(os::FileSystem& pFileSystem, const QString& pRepository, KeyFol
 Failure Refresh::run(const PublicationTimes& pTimes)
 {
     Record& tRecord = mKeys.mRecord;
-    tRecord.mRetiring.removeIf([&](const RetiringKey& pKey) { return pKey.mUntil <= pTimes.mNow; });
+    const auto tIsOver = [&](const auto& pOld) { return pOld.mUntil <= pTimes.mNow; };
+    tRecord.mRetiringRoots.removeIf(tIsOver);
+    tRecord.mRetiringKeys.removeIf(tIsOver);
     if (Failure tFailure = readRepository()) {
         return tFailure;
     }
@@ -96,7 +99,7 @@ Failure Refresh::readRepository()
     if (Failure tFailure = checkLead(mKeys.mRecord, mState)) {
         return tFailure;
     }
-    return mState.mNewRoots.isEmpty() ? Failure() : mKeys.takeRoot(mState.mRoot, sOurRoles);
+    return mState.mNewRoots.isEmpty() ? Failure() : mKeys.takeRoot(mState.mRoot);
 }
 
 // A list that this publisher once signed is not good enough: it must be the newest that the record knows.
@@ -139,26 +142,28 @@ Failure Refresh::sign(const PublicationTimes& pTimes, const QJsonObject& pTarget
         return std::max(mState.mVersions[pRole], mKeys.mRecord.mVersions[pRole]) + 1;
     };
     mHasNewSnapshot = !isSnapshotFresh(pTimes);
+    const auto tSigners =
+        readSigners(mKeys, mHasNewSnapshot ? sOurRoles : QStringList{tuf::sTimestamp}, pTimes.mNow);
+    if (!tSigners) {
+        return tSigners.failure();
+    }
     if (mHasNewSnapshot) {
-        const auto tKeys = mKeys.readSigners(tuf::sSnapshot);
-        if (!tKeys) {
-            return tKeys.failure();
-        }
         mState.mVersions[tuf::sSnapshot] = tNext(tuf::sSnapshot);
         mState.mExpires[tuf::sSnapshot] = pTimes.mExpires;
-        mState.mSnapshot =
-            makeSnapshot(mState.mVersions[tuf::sSnapshot], pTimes.mExpires, pTargetsEntry, *tKeys);
-    }
-    const auto tKeys = mKeys.readSigners(tuf::sTimestamp);
-    if (!tKeys) {
-        return tKeys.failure();
+        const auto tFile = makeSnapshot(mState.mVersions[tuf::sSnapshot], pTimes.mExpires, pTargetsEntry,
+                                        (*tSigners)[tuf::sSnapshot]);
+        if (!tFile) {
+            return tFile.failure();
+        }
+        mState.mSnapshot = *tFile;
     }
     mState.mVersions[tuf::sTimestamp] = tNext(tuf::sTimestamp);
     mState.mExpires[tuf::sTimestamp] = pTimes.mExpires;
-    mState.mTimestamp = makeTimestamp(mState.mVersions[tuf::sTimestamp], pTimes.mExpires,
-                                      metaOf(mState.mVersions[tuf::sSnapshot], mState.mSnapshot),
-                                      versionOf(pTargetsEntry), *tKeys);
-    return {};
+    const auto tFile = makeTimestamp(mState.mVersions[tuf::sTimestamp], pTimes.mExpires,
+                                     metaOf(mState.mVersions[tuf::sSnapshot], mState.mSnapshot),
+                                     versionOf(pTargetsEntry), (*tSigners)[tuf::sTimestamp]);
+    mState.mTimestamp = tFile.valueOr({});
+    return tFile.failure();
 }
 
 // What a machine does that has seen the state before.

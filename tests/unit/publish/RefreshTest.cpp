@@ -183,7 +183,7 @@ TEST_F(RefreshTest, ALostRecordIsMadeAgainFromWhatIsSigned)
                                    q("targetsFile"), q("snapshotFile"), q("timestampExpires")}) {
         EXPECT_EQ(tNew[tMember], tOld[tMember]) << tMember.toStdString();
     }
-    EXPECT_EQ(tNew[q("retiringKeys")].toArray().size(), 1) << "both keys have signed the timestamp";
+    EXPECT_EQ(tNew[q("retiringRoots")].toArray().size(), 1) << "both keys have signed the timestamp";
     EXPECT_EQ(run("publish @r").mErr, "");
     EXPECT_EQ(followAsClient(), sOne + q(" b-1.0.0.0.tar.zst"));
 
@@ -196,9 +196,9 @@ TEST_F(RefreshTest, ALostRecordIsMadeAgainFromWhatIsSigned)
     expectRefusal("recover @r --keys @r.keys --root @stranger/metadata/1.root.json", "signatures");
     expectRefusal("recover @r --keys @none --root @r/metadata/1.root.json", "none");
     takeKeys("night", "timestamp-* snapshot-* targets-*");
-    expectRefusal(sRecoverNight, "is a key of the role targets");
+    expectRefusal(sRecoverNight, "has a key of the role targets");
     takeKeys("night", "timestamp-*");
-    expectRefusal(sRecoverNight, "role snapshot");
+    expectRefusal(sRecoverNight, "does not have the key of the role snapshot");
     EXPECT_FALSE(QFileInfo::exists(path("night/record.json")));
 }
 
