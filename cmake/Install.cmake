@@ -56,6 +56,8 @@ foreach(UNIT vkpublish-mirror@ vkpublish-refresh@)
     install(FILES ${CMAKE_BINARY_DIR}/packaging/${UNIT}.service ${PROJECT_SOURCE_DIR}/packaging/systemd/${UNIT}.timer
         DESTINATION lib/systemd/system COMPONENT publisher)
 endforeach()
+install(PROGRAMS packaging/signers/sign-with-openssl packaging/signers/sign-with-ssh-agent packaging/signers/sign-with-token
+    DESTINATION ${SHARE}/doc/vkpublish/examples/signers COMPONENT publisher)
 install(FILES packaging/systemd/vkpublish.sysusers DESTINATION lib/sysusers.d RENAME vkpublish.conf COMPONENT publisher)
 
 set(RKM_MAINTAINER "The rkm authors <root@localhost>" CACHE STRING "Whom the packages name as their maintainer")

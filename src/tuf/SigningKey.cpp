@@ -6,7 +6,9 @@
 
 #include <openssl/err.h>
 #include <openssl/pem.h>
+#include <openssl/pkcs12.h>
 #include <openssl/rsa.h>
+#include <openssl/x509.h>
 
 #include <QtCore/QJsonArray>
 
@@ -25,6 +27,23 @@ struct SigningKey::Data
 namespace {
 
 constexpr size_t sRsaBits = 3072;
+
+// scrypt. More memory than with this N is refused by OpenSSL's programs; p makes each guess take longer.
+constexpr uint64_t sScryptN = 1 << 14;
+constexpr uint64_t sScryptR = 8;
+constexpr uint64_t sScryptP = 5;
+
+using EncryptedKey = std::unique_ptr<X509_SIG, Freeing<X509_SIG_free>>;
+using PrivateKeyInfo = std::unique_ptr<PKCS8_PRIV_KEY_INFO, Freeing<PKCS8_PRIV_KEY_INFO_free>>;
+using Algorithm = std::unique_ptr<X509_ALGOR, Freeing<X509_ALGOR_free>>;
+
+EncryptedKey readEncrypted(const QByteArray& pPem)
+{
+    const Bio tBio(BIO_new_mem_buf(pPem.constData(), static_cast<int>(pPem.size())));
+    EncryptedKey tKey(PEM_read_bio_PKCS8(tBio.get(), nullptr, nullptr, nullptr));
+    ERR_clear_error();
+    return tKey;
+}
 
 QByteArray takeMemory(const Bio& pBio)
 {
@@ -51,7 +70,7 @@ const Scheme* schemeOf(const EVP_PKEY* pKey)
     return nullptr;
 }
 
-QByteArray publicPemOf(const EVP_PKEY* pKey)
+QByteArray pemOf(const EVP_PKEY* pKey)
 {
     const Bio tBio(BIO_new(BIO_s_mem()));
     PEM_write_bio_PUBKEY(tBio.get(), pKey);
@@ -68,7 +87,7 @@ QString publicValue(const EVP_PKEY* pKey, const Scheme& pScheme)
             QByteArray(reinterpret_cast<const char*>(tBytes.data()), static_cast<qsizetype>(tLength))
                 .toHex());
     }
-    return QString::fromLatin1(publicPemOf(pKey));
+    return QString::fromLatin1(pemOf(pKey));
 }
 
 QJsonObject publicJsonOf(const EVP_PKEY* pKey, const Scheme& pScheme)
@@ -121,16 +140,48 @@ std::optional<SigningKey> SigningKey::fromPem(const QByteArray& pPem)
     return tData->mScheme != nullptr ? std::optional(SigningKey(tData)) : std::nullopt;
 }
 
+bool SigningKey::isEncrypted(const QByteArray& pPem)
+{
+    return readEncrypted(pPem) != nullptr;
+}
+
+std::optional<SigningKey> SigningKey::fromEncryptedPem(const QByteArray& pPem, std::string_view pPassphrase)
+{
+    const EncryptedKey tEncrypted = readEncrypted(pPem);
+    const PrivateKeyInfo tInfo(!tEncrypted ? nullptr
+                                           : PKCS8_decrypt(tEncrypted.get(), pPassphrase.data(),
+                                                           static_cast<int>(pPassphrase.size())));
+    auto tData = std::make_shared<Data>();
+    tData->mKey.reset(tInfo ? EVP_PKCS82PKEY(tInfo.get()) : nullptr);
+    ERR_clear_error();
+    tData->mScheme = tData->mKey ? schemeOf(tData->mKey.get()) : nullptr;
+    return tData->mScheme != nullptr ? std::optional(SigningKey(tData)) : std::nullopt;
+}
+
+QByteArray SigningKey::toEncryptedPem(std::string_view pPassphrase) const
+{
+    const PrivateKeyInfo tInfo(EVP_PKEY2PKCS8(d->mKey.get()));
+    Algorithm tAlgorithm(
+        PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), nullptr, 0, nullptr, sScryptN, sScryptR, sScryptP));
+    if (!tInfo || !tAlgorithm) {
+        return QByteArray();
+    }
+    const EncryptedKey tEncrypted(PKCS8_set0_pbe(pPassphrase.data(), static_cast<int>(pPassphrase.size()),
+                                                 tInfo.get(), tAlgorithm.get()));
+    if (!tEncrypted) {
+        return QByteArray();
+    }
+    (void)tAlgorithm.release(); // belongs to tEncrypted
+    const Bio tBio(BIO_new(BIO_s_mem()));
+    PEM_write_bio_PKCS8(tBio.get(), tEncrypted.get());
+    return takeMemory(tBio);
+}
+
 QByteArray SigningKey::toPem() const
 {
     const Bio tBio(BIO_new(BIO_s_mem()));
     PEM_write_bio_PKCS8PrivateKey(tBio.get(), d->mKey.get(), nullptr, nullptr, 0, nullptr, nullptr);
     return takeMemory(tBio);
-}
-
-QByteArray SigningKey::publicPem() const
-{
-    return publicPemOf(d->mKey.get());
 }
 
 QJsonObject SigningKey::publicJson() const
@@ -176,6 +227,19 @@ PublicKey publicKeyOf(const QJsonObject& pPublicJson)
 {
     return PublicKey(pPublicJson["keytype"_L1].toString(), pPublicJson["scheme"_L1].toString(),
                      pPublicJson["keyval"_L1]["public"_L1].toString());
+}
+
+QByteArray publicPemOf(const QJsonObject& pPublicJson)
+{
+    const QByteArray tValue = pPublicJson["keyval"_L1]["public"_L1].toString().toLatin1();
+    if (pPublicJson["keytype"_L1].toString() != "ed25519"_L1) {
+        return tValue;
+    }
+    const QByteArray tBytes = QByteArray::fromHex(tValue);
+    const EvpKey tKey(EVP_PKEY_new_raw_public_key(EVP_PKEY_ED25519, nullptr,
+                                                  reinterpret_cast<const unsigned char*>(tBytes.constData()),
+                                                  static_cast<size_t>(tBytes.size())));
+    return tKey ? pemOf(tKey.get()) : QByteArray();
 }
 
 std::optional<QJsonObject> publicJsonFromPem(const QByteArray& pPem)

@@ -24,7 +24,7 @@ expect 3 "disabled" systemctl --no-pager status vkservice
 mkdir -p /srv/tool/bin
 printf '#!/bin/sh\necho it works\n' >/srv/tool/bin/tool
 chmod +x /srv/tool/bin/tool
-expect 0 "Root for clients" vkpublish init /srv/updates
+expect 0 "Root for clients" vkpublish init /srv/updates --no-passphrase
 expect 0 "Added" vkpublish add /srv/updates /srv/tool --name tool --version 1.0
 expect 0 "Published" vkpublish publish /srv/updates
 cp /srv/updates/metadata/1.root.json /etc/vk/root.json

@@ -69,7 +69,7 @@ class Folder(unittest.TestCase):
             self.assertRegex(call(program, "--version"), r"\d+\.\d+")
 
         repository = os.path.join(place, "repository")
-        call("vkpublish", "init", repository)
+        call("vkpublish", "init", repository, "--no-passphrase")
         call("vkpublish", "add", repository, os.path.join(place, "source"), "--name", "tool", "--version", "1.0")
         call("vkpublish", "publish", repository)
         os.makedirs(os.path.join(prefix, "etc/vk"))

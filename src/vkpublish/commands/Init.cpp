@@ -1,6 +1,7 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
+#include "KeyOptions.h"
 #include "keys/KeyFolder.h"
 #include "keys/Roles.h"
 #include "keys/RootDocument.h"
@@ -54,7 +55,7 @@ struct Shares
     int mCount = 1;
 };
 
-Result<Draft> makeKeys(KeyFolder* pFolder, const QString& pType, const Shares& pShares,
+Result<Draft> makeKeys(KeyFolder* pFolder, const KeyOrder& pOrder, const Shares& pShares,
                        const QDateTime& pExpires)
 {
     RootDocument tRoot;
@@ -62,16 +63,16 @@ Result<Draft> makeKeys(KeyFolder* pFolder, const QString& pType, const Shares& p
     for (const QString& tRole : roleNames()) {
         const bool tIsShared = tRole == tuf::sRoot || tRole == tuf::sTargets;
         for (int i = 0; i < (tIsShared ? pShares.mCount : 1); ++i) {
-            const std::optional<tuf::SigningKey> tKey = tuf::SigningKey::generate(pType);
+            const Result<KeyFile> tKey = makeKey(pOrder, &pFolder->passphrases());
             if (!tKey) {
-                return Failure::content(u"A key of type %1 can't be created"_s.arg(pType));
+                return tKey.failure();
             }
             if (Failure tFailure = pFolder->addKey(tRole, *tKey)) {
                 return tFailure;
             }
-            tRoot.addKey(tRole, tKey->publicJson());
+            tRoot.addKey(tRole, tKey->mSigner.publicJson());
             if (tRole == tuf::sRoot) {
-                tSigners.append(Signer(*tKey));
+                tSigners.append(tKey->mSigner);
             }
         }
         tRoot.setThreshold(tRole, tIsShared ? pShares.mThreshold : 1);
@@ -85,10 +86,10 @@ Result<Draft> makeKeys(KeyFolder* pFolder, const QString& pType, const Shares& p
     return tDraft;
 }
 
-Failure makeFirstRoot(KeyFolder* pFolder, const QString& pType, const Shares& pShares,
+Failure makeFirstRoot(KeyFolder* pFolder, const KeyOrder& pOrder, const Shares& pShares,
                       const QDateTime& pExpires)
 {
-    const Result<Draft> tRoot = makeKeys(pFolder, pType, pShares, pExpires);
+    const Result<Draft> tRoot = makeKeys(pFolder, pOrder, pShares, pExpires);
     if (!tRoot) {
         return tRoot.failure();
     }
@@ -102,16 +103,22 @@ QString rootPath(const CommandLine& pLine)
     return versionedPath(pLine.repository(), tuf::sRoot, 1);
 }
 
-Failure makeRepository(const CommandLine& pLine, KeyFolder* pKeys, const QString& pKeyType,
+Failure makeRepository(const CommandLine& pLine, KeyFolder* pKeys, const KeyOrder& pOrder,
                        const Shares& pShares, const QDateTime& pExpires)
 {
     if (Failure tFailure = checkPlaces(pLine.repository(), pLine.keys())) {
         return tFailure;
     }
+    // Before there is a folder that would stay if nobody gives one.
+    if (pOrder.mEncrypt) {
+        if (const Result<const Secret*> tPassphrase = pKeys->passphrases().forNew(); !tPassphrase) {
+            return tPassphrase.failure();
+        }
+    }
     if (Failure tFailure = pKeys->create()) {
         return tFailure;
     }
-    if (Failure tFailure = makeFirstRoot(pKeys, pKeyType, pShares, pExpires)) {
+    if (Failure tFailure = makeFirstRoot(pKeys, pOrder, pShares, pExpires)) {
         return tFailure;
     }
     if (Failure tFailure = makeFolders(pLine.repository())) {
@@ -141,7 +148,7 @@ int cmdInit(const QStringList& pArguments)
 {
     CommandLine tLine(u"init"_s, u"Creates the keys and the first root of a new repository."_s);
     tLine.addRepository();
-    tLine.addOption(u"key-type"_s, u"ed25519, ecdsa, ecdsa-p384 or rsa"_s, u"TYPE"_s, u"ed25519"_s);
+    addKeyOptions(&tLine);
     tLine.addOption(u"key-count"_s, u"How many keys to make for the root, and for the targets"_s, u"N"_s,
                     u"1"_s);
     tLine.addOption(u"threshold"_s, u"How many of them must sign"_s, u"M"_s, u"1"_s);
@@ -151,18 +158,14 @@ int cmdInit(const QStringList& pArguments)
     }
     const std::optional<int> tDays = tLine.number("root-days", 1, 36500);
     const std::optional<Shares> tShares = readShares(tLine);
-    const QString tType = tLine.value("key-type");
-    if (!tuf::SigningKey::types().contains(tType)) {
-        complain(u"Unknown key type \"%1\""_s.arg(tType));
-        return StatusUsage;
-    }
-    if (!tDays || !tShares) {
+    const std::optional<KeyOrder> tOrder = readKeyOptions(tLine, KeyOptions::KeysOnly);
+    if (!tDays || !tShares || !tOrder) {
         return StatusUsage;
     }
 
     KeyFolder tKeys(os::realFileSystem(), tLine.keys());
     if (const Failure tFailure =
-            makeRepository(tLine, &tKeys, tType, *tShares, signingTime().addDays(*tDays))) {
+            makeRepository(tLine, &tKeys, *tOrder, *tShares, signingTime().addDays(*tDays))) {
         complain(tFailure.mText);
         return StatusFailed;
     }

@@ -1,7 +1,9 @@
 #include "commands/KeyCommands.h"
 
 #include "CommandLine.h"
+#include "KeyOptions.h"
 #include "commands/DraftReport.h"
+#include "commands/NewKey.h"
 #include "keys/KeyFolder.h"
 #include "keys/Roles.h"
 #include "keys/SigningTime.h"
@@ -107,13 +109,13 @@ Failure addTo(RootDocument* pRoot, const QString& pRole, const QJsonObject& pPub
     return {};
 }
 
-Failure addNew(KeyFolder* pKeys, RootDocument* pRoot, const QString& pRole, const QString& pType)
+Failure addNew(KeyFolder* pKeys, RootDocument* pRoot, const QString& pRole, const KeyOrder& pOrder)
 {
-    const std::optional<tuf::SigningKey> tKey = tuf::SigningKey::generate(pType);
+    const Result<KeyFile> tKey = newKey(pOrder, *pKeys);
     if (!tKey) {
-        return Failure::content(u"A key of type %1 can't be created"_s.arg(pType));
+        return tKey.failure();
     }
-    if (Failure tFailure = addTo(pRoot, pRole, tKey->publicJson())) {
+    if (Failure tFailure = addTo(pRoot, pRole, tKey->mSigner.publicJson())) {
         return tFailure;
     }
     return pKeys->addKey(pRole, *tKey);
@@ -139,20 +141,22 @@ int cmdKeyAdd(const QStringList& pArguments)
                       u"Gives a role one more key: a new one, whose private half is made in the key "
                       "folder, or that of somebody else."_s);
     declare(&tLine);
-    tLine.addOption(u"key-type"_s, u"ed25519, ecdsa, ecdsa-p384 or rsa"_s, u"TYPE"_s, u"ed25519"_s);
-    tLine.addOption(u"public"_s, u"Somebody's public key in PEM, instead of a new key"_s, u"FILE"_s);
+    addKeyOptions(&tLine);
+    addCommandOptions(&tLine);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
     }
-    const QString tType = tLine.value("key-type");
-    if (!tuf::SigningKey::types().contains(tType)) {
-        complain(u"Unknown key type \"%1\""_s.arg(tType));
+    // A public key without a command is that of somebody else.
+    const bool tIsForeign = tLine.isSet("public") && !tLine.isSet("sign-with");
+    const std::optional<KeyOrder> tOrder =
+        tIsForeign ? KeyOrder() : readKeyOptions(tLine, KeyOptions::WithCommand);
+    if (!tOrder) {
         return StatusUsage;
     }
     return change(tLine, [&](KeyFolder* pKeys, RootDocument* pRoot) {
         const QString tRole = tLine.argument(1);
-        if (!tLine.isSet("public")) {
-            return addNew(pKeys, pRoot, tRole, tType);
+        if (!tIsForeign) {
+            return addNew(pKeys, pRoot, tRole, *tOrder);
         }
         const Result<QJsonObject> tKey = readPublicKey(tLine.value("public"));
         return tKey ? addTo(pRoot, tRole, *tKey) : tKey.failure();

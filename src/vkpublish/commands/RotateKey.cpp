@@ -1,6 +1,8 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
+#include "KeyOptions.h"
+#include "commands/NewKey.h"
 #include "keys/Roles.h"
 #include "keys/SigningTime.h"
 #include "keys/RootDocument.h"
@@ -31,6 +33,13 @@ void report(const KeyFolder& pKeys, const QString& pRole, const QDateTime& pOldU
                                   pOldUntil.toUTC().toString(Qt::ISODate))));
 }
 
+// Nothing has changed if this fails.
+Result<KeyFile> makeNew(const KeyOrder& pOrder, KeyFolder* pKeys)
+{
+    const Failure tFailure = pKeys->open();
+    return tFailure ? Result<KeyFile>(tFailure) : newKey(pOrder, *pKeys);
+}
+
 } // namespace
 
 int cmdRotateKey(const QStringList& pArguments)
@@ -40,7 +49,8 @@ int cmdRotateKey(const QStringList& pArguments)
                       "accept the old key alone."_s);
     tLine.addRepository();
     tLine.addArgument(u"ROLE"_s, u"root, targets, snapshot or timestamp"_s);
-    tLine.addOption(u"key-type"_s, u"ed25519, ecdsa, ecdsa-p384 or rsa"_s, u"TYPE"_s, u"ed25519"_s);
+    addKeyOptions(&tLine);
+    addCommandOptions(&tLine);
     tLine.addOption(u"root-days"_s, u"How long the new root is valid, in days"_s, u"DAYS"_s, u"3650"_s);
     tLine.addOption(u"expires-days"_s, u"How long timestamp and snapshot are valid, in days"_s, u"DAYS"_s,
                     u"14"_s);
@@ -48,14 +58,14 @@ int cmdRotateKey(const QStringList& pArguments)
         return *tStatus;
     }
     const QString tRole = tLine.argument(1);
-    const QString tType = tLine.value("key-type");
     const std::optional<int> tRootDays = tLine.number("root-days", 1, 36500);
     const std::optional<int> tDays = tLine.number("expires-days", 1, 3650);
-    if (!roleNames().contains(tRole) || !tuf::SigningKey::types().contains(tType)) {
-        complain(u"Unknown role \"%1\" or key type \"%2\""_s.arg(tRole, tType));
+    const std::optional<KeyOrder> tOrder = readKeyOptions(tLine, KeyOptions::WithCommand);
+    if (!roleNames().contains(tRole)) {
+        complain(u"Unknown role \"%1\""_s.arg(tRole));
         return StatusUsage;
     }
-    if (!tRootDays || !tDays) {
+    if (!tRootDays || !tDays || !tOrder) {
         return StatusUsage;
     }
 
@@ -65,11 +75,10 @@ int cmdRotateKey(const QStringList& pArguments)
     KeyFolder tKeys(os::realFileSystem(), tLine.keys());
     Publication tPublication(os::realFileSystem(), tLine.repository(), tKeys);
     QDateTime tOldUntil;
-    Failure tFailure = tKeys.open();
-    if (!tFailure) {
-        tFailure =
-            rotateKey(&tKeys, &tPublication, tRole, tType, tTimes, tNow.addDays(*tRootDays), &tOldUntil);
-    }
+    const Result<KeyFile> tNew = makeNew(*tOrder, &tKeys);
+    const Failure tFailure =
+        tNew ? rotateKey(&tKeys, &tPublication, tRole, *tNew, tTimes, tNow.addDays(*tRootDays), &tOldUntil)
+             : tNew.failure();
     if (tFailure) {
         complain(tFailure.mText);
         return StatusFailed;

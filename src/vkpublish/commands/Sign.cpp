@@ -53,7 +53,7 @@ Result<QList<Signer>> openKeys(const QList<OfflineKey>& pKeys)
     QList<Signer> tSigners;
     for (const OfflineKey& tKey : pKeys) {
         const auto tFolder = tFolders.try_emplace(tKey.mFolder, os::realFileSystem(), tKey.mFolder).first;
-        const Result<Signer> tSigner = tFolder->second.readKeyFile(tKey.mName);
+        const Result<Signer> tSigner = tFolder->second.openKeyFile(tKey.mName);
         if (!tSigner) {
             return tSigner.failure();
         }

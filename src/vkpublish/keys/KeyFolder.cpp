@@ -27,18 +27,21 @@ constexpr mode_t sFolderMode = 0700;
 constexpr qint64 sMaxKeyLength = 64 * 1024;
 constexpr qint64 sMaxRecordLength = 256 * 1024 * 1024;
 
+constexpr qsizetype sIdInName = 16; // of the characters of a key's id
+
 const QString sRecordName = u"record.json"_s;
 const QString sLockName = u"lock"_s;
 
+// Without its suffix.
 QString keyFileName(const QString& pRole, const QString& pId)
 {
-    return u"%1-%2.pem"_s.arg(pRole, pId.left(16));
+    return u"%1-%2"_s.arg(pRole, pId.left(sIdInName));
 }
 
 } // namespace
 
 KeyFolder::KeyFolder(os::FileSystem& pFileSystem, const QString& pPath)
-    : mFileSystem(pFileSystem), mPath(pPath)
+    : mFileSystem(pFileSystem), mPath(pPath), mPassphrases(u"the keys in %1"_s.arg(pPath))
 {
 }
 
@@ -52,6 +55,11 @@ KeyFolder::~KeyFolder()
 QString KeyFolder::filePath(const QString& pName) const
 {
     return mPath + u'/' + pName;
+}
+
+QString KeyFolder::commandPath(const QString& pName) const
+{
+    return filePath(pName.left(pName.lastIndexOf(u'.'))) + sSignerSuffix;
 }
 
 Failure KeyFolder::checkPrivate(const QString& pPath) const
@@ -146,7 +154,8 @@ Failure KeyFolder::save()
 bool KeyFolder::isHere(const QString& pId) const
 {
     const auto tSource = mRecord.mKeys.constFind(pId);
-    return tSource != mRecord.mKeys.constEnd() && QFileInfo::exists(filePath(tSource->mFile));
+    return tSource != mRecord.mKeys.constEnd() &&
+           (QFileInfo::exists(filePath(tSource->mFile)) || QFileInfo::exists(commandPath(tSource->mFile)));
 }
 
 QStringList KeyFolder::here(QStringList pIds) const
@@ -174,20 +183,43 @@ Result<Signer> KeyFolder::readKey(const QString& pId) const
     return tSigner;
 }
 
-Result<Signer> KeyFolder::readKeyFile(const QString& pName) const
+Result<QByteArray> KeyFolder::readPrivate(const QString& pPath) const
 {
-    const QString tPath = filePath(pName);
-    if (Failure tFailure = checkPrivate(tPath)) {
+    if (Failure tFailure = checkPrivate(pPath)) {
         return tFailure;
     }
-    const Result<QByteArray> tPem = os::readFile(mFileSystem, tPath, sMaxKeyLength);
-    if (!tPem) {
-        return tPem.failure();
+    return os::readFile(mFileSystem, pPath, sMaxKeyLength);
+}
+
+Result<Signer> KeyFolder::readKeyFile(const QString& pName) const
+{
+    if (const auto tOpened = mOpened.constFind(pName); tOpened != mOpened.constEnd()) {
+        return *tOpened;
     }
-    if (std::optional<tuf::SigningKey> tKey = tuf::SigningKey::fromPem(*tPem)) {
-        return Signer(*tKey);
+    Result<Signer> tSigner = openKeyFile(pName);
+    if (!tSigner) {
+        return tSigner;
     }
-    return Failure::content(u"%1 does not contain a usable key"_s.arg(tPath));
+    if (tSigner->id().left(sIdInName) != pName.section(u'-', -1).section(u'.', 0, 0)) {
+        return Failure::content(u"%1 has another key than its name says"_s.arg(filePath(pName)));
+    }
+    mOpened.insert(pName, *tSigner);
+    return tSigner;
+}
+
+Result<Signer> KeyFolder::openKeyFile(const QString& pName) const
+{
+    const QString tPem = filePath(pName);
+    const QString tCommand = commandPath(pName);
+    const bool tHasCommand = QFileInfo::exists(tCommand);
+    Result<QByteArray> tContent = readPrivate(tHasCommand ? tCommand : tPem);
+    if (!tContent) {
+        return tContent.failure();
+    }
+    Result<Signer> tSigner =
+        tHasCommand ? readCommand(tCommand, *tContent) : readPem(tPem, *tContent, &mPassphrases);
+    wipe(&*tContent);
+    return tSigner;
 }
 
 Result<QList<Signer>> KeyFolder::readSigners(const QStringList& pIds) const
@@ -227,9 +259,11 @@ void KeyFolder::findKeys(const RootDocument& pRoot)
 {
     for (const QString& tRole : roleNames()) {
         for (const QString& tId : pRoot.keyIds(tRole)) {
-            const QString tName = keyFileName(tRole, tId);
-            if (!mRecord.mKeys.contains(tId) && QFileInfo::exists(filePath(tName))) {
-                mRecord.mKeys.insert(tId, {.mFile = tName});
+            for (const QString& tSuffix : {sPemSuffix, sSignerSuffix}) {
+                const QString tName = keyFileName(tRole, tId) + tSuffix;
+                if (!mRecord.mKeys.contains(tId) && QFileInfo::exists(filePath(tName))) {
+                    mRecord.mKeys.insert(tId, {.mFile = tName});
+                }
             }
         }
     }
@@ -323,13 +357,13 @@ void KeyFolder::dropMissingKeys(const RootDocument& pRoot)
     }
 }
 
-Failure KeyFolder::addKey(const QString& pRole, const tuf::SigningKey& pKey)
+Failure KeyFolder::addKey(const QString& pRole, const KeyFile& pKey)
 {
-    const QString tName = keyFileName(pRole, pKey.id());
-    if (Failure tFailure = os::replaceFile(mFileSystem, filePath(tName), pKey.toPem(), sFileMode)) {
+    const QString tName = keyFileName(pRole, pKey.mSigner.id()) + pKey.mSuffix;
+    if (Failure tFailure = os::replaceFile(mFileSystem, filePath(tName), pKey.mContent, sFileMode)) {
         return tFailure;
     }
-    mRecord.mKeys.insert(pKey.id(), {.mFile = tName});
+    mRecord.mKeys.insert(pKey.mSigner.id(), {.mFile = tName});
     return {};
 }
 

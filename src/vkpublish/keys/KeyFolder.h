@@ -1,6 +1,7 @@
 #pragma once
 
-#include "keys/Signer.h"
+#include "keys/KeyFile.h"
+#include "keys/Passphrases.h"
 #include "record/Draft.h"
 #include "record/Record.h"
 
@@ -59,8 +60,9 @@ public:
     // Whether enough keys of the role are here.
     bool canSign(const RootDocument& pRoot, const QString& pRole) const;
     Result<Signer> readKey(const QString& pId) const;
-    // From a file in the folder, which needs no record for it.
-    Result<Signer> readKeyFile(const QString& pName) const;
+    // From a file in the folder, which needs no record for it. A command for the key beside its file signs in
+    // its place.
+    Result<Signer> openKeyFile(const QString& pName) const;
     // Of those of these keys that are here.
     Result<QList<Signer>> readSigners(const QStringList& pIds) const;
     // Of the keys of a role that a record of format 1 has replaced, as long as their files are here.
@@ -72,19 +74,27 @@ public:
     // Sets this root in mRecord. pUntil: when no machine can need the replaced one any longer.
     Failure replaceRoot(const QByteArray& pRoot, const QDateTime& pUntil);
     // Writes the key to its own file and sets it in mRecord.
-    Failure addKey(const QString& pRole, const tuf::SigningKey& pKey);
+    Failure addKey(const QString& pRole, const KeyFile& pKey);
+
+    // What opens the keys, and encrypts new ones.
+    Passphrases& passphrases() const { return mPassphrases; }
 
 private:
     QString filePath(const QString& pName) const;
+    QString commandPath(const QString& pName) const;
     Failure checkPrivate(const QString& pPath) const;
     Failure lock();
     void findKeys(const RootDocument& pRoot);
     void dropMissingKeys(const RootDocument& pRoot);
     Failure checkKeys(const RootDocument& pRoot) const;
+    Result<QByteArray> readPrivate(const QString& pPath) const;
+    Result<Signer> readKeyFile(const QString& pName) const;
 
     os::FileSystem& mFileSystem;
     QString mPath;
     int mLockFd = -1;
+    mutable Passphrases mPassphrases;
+    mutable QMap<QString, Signer> mOpened; // file name -> its key: to open one takes a while
 };
 
 } // namespace tarn::vkpublish

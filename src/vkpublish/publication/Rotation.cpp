@@ -11,7 +11,7 @@ namespace tarn::vkpublish {
 namespace {
 
 // Puts the new key into the draft of the root.
-Failure exchange(KeyFolder* pKeys, const QString& pRole, const tuf::SigningKey& pNew,
+Failure exchange(KeyFolder* pKeys, const QString& pRole, const KeyFile& pNew,
                  const QDateTime& pRootExpires)
 {
     Result<RootDocument> tRoot = nextRoot(*pKeys);
@@ -25,7 +25,7 @@ Failure exchange(KeyFolder* pKeys, const QString& pRole, const tuf::SigningKey& 
             "\"vkpublish key remove\""_s.arg(pRole)
                 .arg(tOld.size()));
     }
-    tRoot->addKey(pRole, pNew.publicJson());
+    tRoot->addKey(pRole, pNew.mSigner.publicJson());
     tRoot->removeKey(pRole, tOld.first());
     if (Failure tFailure = pKeys->addKey(pRole, pNew)) {
         return tFailure;
@@ -36,7 +36,7 @@ Failure exchange(KeyFolder* pKeys, const QString& pRole, const tuf::SigningKey& 
 
 } // namespace
 
-Failure rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pRole, const QString& pKeyType,
+Failure rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pRole, const KeyFile& pNew,
                   const PublicationTimes& pTimes, const QDateTime& pRootExpires, QDateTime* pOldUntil)
 {
     if (Failure tFailure = pPublication->catchUp()) {
@@ -44,11 +44,7 @@ Failure rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pR
     }
     const QDateTime tSigned = pKeys->mRecord.mTimestampExpires;
     *pOldUntil = tSigned.isValid() ? std::max(tSigned, pTimes.mExpires) : pTimes.mExpires;
-    const std::optional<tuf::SigningKey> tNew = tuf::SigningKey::generate(pKeyType);
-    if (!tNew) {
-        return Failure::content(u"A key of type %1 can't be created"_s.arg(pKeyType));
-    }
-    if (Failure tFailure = exchange(pKeys, pRole, *tNew, pRootExpires)) {
+    if (Failure tFailure = exchange(pKeys, pRole, pNew, pRootExpires)) {
         return tFailure;
     }
     return pPublication->run(pTimes);

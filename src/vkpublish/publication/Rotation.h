@@ -9,7 +9,7 @@ namespace tarn::vkpublish {
 // every moment, whichever root they have: as long as a copy of the previous state may count as the newest,
 // the role's old key signs in addition to the new one. *pOldUntil: when that ends. The key folder must be
 // open.
-Failure rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pRole, const QString& pKeyType,
+Failure rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pRole, const KeyFile& pNew,
                   const PublicationTimes& pTimes, const QDateTime& pRootExpires, QDateTime* pOldUntil);
 
 } // namespace tarn::vkpublish

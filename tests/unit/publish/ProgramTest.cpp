@@ -17,7 +17,7 @@ protected:
     // The output when its program was added.
     Program::Result makeRepository() const
     {
-        succeed("init @r");
+        succeed("init @r --no-passphrase");
         const Program::Result tAdded = run(
             "add @r @f --name viewer --version 1.2 --title en=Viewer --title de=Betrachter --requires charts "
             "--executable bin/run --date 2026-03-01");
@@ -103,7 +103,7 @@ TEST_F(ProgramTest, KeepsKeysPrivateAndTheRestPublic)
 TEST_F(ProgramTest, AnyChangedFileIsFound)
 {
     makeRepository();
-    succeed("rotate-key @r timestamp"); // the old key signs, too
+    succeed("rotate-key @r timestamp --no-passphrase"); // the old key signs, too
     succeed("publish @r --prune --prune-days 0");
     for (const char* tFolder : {"r/metadata/", "r/targets/"}) {
         for (const QString& tName : files(tFolder)) {
@@ -273,8 +273,8 @@ TEST_F(ProgramTest, WhatReplacesAVersionIsNewerForMachines)
 TEST_F(ProgramTest, VerifiesWhatSomebodyVouchesFor)
 {
     makeRepository();
-    succeed("rotate-key @r root");
-    succeed("init @stranger");
+    succeed("rotate-key @r root --no-passphrase");
+    succeed("init @stranger --no-passphrase");
     succeed("publish @stranger");
     copy("r", "mirror");
     copy("stranger", "other");
@@ -328,7 +328,7 @@ TEST_F(ProgramTest, RemovesAndPrunes)
 
 TEST_F(ProgramTest, MakesDeltasFromTheVersionsBefore)
 {
-    succeed("init @r");
+    succeed("init @r --no-passphrase");
     const auto tAdd = [this](int pVersion) {
         write("f/data", QByteArray(20000, 'x') + char('0' + pVersion));
         write("f/noise", readFile(q(VKPUBLISH)).mid(pVersion, 100000));
@@ -378,7 +378,7 @@ TEST_F(ProgramTest, TwoPublishersDoNotMix)
     makeRepository();
     const int tFd = ::open(path("r.keys/lock").toUtf8().constData(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(::flock(tFd, LOCK_EX), 0);
-    for (const char* tCommand : {"publish @r", "remove @r viewer", "rotate-key @r root"}) {
+    for (const char* tCommand : {"publish @r", "remove @r viewer", "rotate-key @r root --no-passphrase"}) {
         EXPECT_TRUE(run(tCommand).mErr.contains("Another vkpublish")) << tCommand;
     }
     EXPECT_EQ(run("list @r").mStatus, 0);

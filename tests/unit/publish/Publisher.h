@@ -46,6 +46,18 @@ protected:
         return QDir(path(pFolder)).entryList(QDir::Files | QDir::Hidden, QDir::Name);
     }
 
+    // Everything that is published or recorded.
+    QMap<QString, QByteArray> state() const
+    {
+        QMap<QString, QByteArray> tState;
+        for (const char* tFolder : {"r/metadata/", "r.keys/"}) {
+            for (const QString& tName : files(tFolder)) {
+                tState.insert(q(tFolder) + tName, readFile(path(tFolder) + tName));
+            }
+        }
+        return tState;
+    }
+
     // A client whose trusted state survives the call. Returns the paths of all targets, or the error.
     QString followAsClient(const char* pClient = "client", const char* pRepository = "r") const
     {
