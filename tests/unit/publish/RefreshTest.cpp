@@ -15,7 +15,7 @@ class RefreshTest : public PublisherTest
 protected:
     RefreshTest()
     {
-        succeed("init @r");
+        succeed("init @r --no-passphrase");
         succeed("add @r @f --name a --version 1 --level 1");
         succeed("publish @r");
         takeKeys("night", "timestamp-* snapshot-*");
@@ -116,7 +116,7 @@ TEST_F(RefreshTest, SignsNothingOlderAndNothingUnsigned)
     expectRefusal("refresh @r --keys @night", "2.targets.json");
 
     copy("new", "r");
-    succeed("rotate-key @r timestamp");
+    succeed("rotate-key @r timestamp --no-passphrase");
     expectRefusal("refresh @r --keys @night", "key for the role timestamp is not in");
 }
 
@@ -166,7 +166,7 @@ TEST_F(RefreshTest, ALostRecordIsMadeAgainFromWhatIsSigned)
 {
     succeed("add @r @f --name b --version 1 --level 1");
     succeed("publish @r --expires-days 20");
-    succeed("rotate-key @r timestamp");
+    succeed("rotate-key @r timestamp --no-passphrase");
     write("f/data", "never published");
     succeed("add @r @f --name c --version 1 --level 1");
     const QByteArray tBefore = readFile(path("r.keys/record.json"));
@@ -192,7 +192,7 @@ TEST_F(RefreshTest, ALostRecordIsMadeAgainFromWhatIsSigned)
     const QString tArchive = path("r/targets/") + files("r/targets").filter(q("a-1")).first();
     writeFile(tArchive, QByteArray(readFile(tArchive)).replace(20, 1, "x"));
     expectRefusal(tRecover, "hash");
-    succeed("init @stranger");
+    succeed("init @stranger --no-passphrase");
     expectRefusal("recover @r --keys @r.keys --root @stranger/metadata/1.root.json", "signatures");
     expectRefusal("recover @r --keys @none --root @r/metadata/1.root.json", "none");
     takeKeys("night", "timestamp-* snapshot-* targets-*");
