@@ -60,6 +60,11 @@ void CommandLine::addNoWait()
     addOption(u"no-wait"_s, u"Fail at once if another vkpublish is using the keys"_s);
 }
 
+void CommandLine::addJson()
+{
+    addOption(u"json"_s, u"Print one object of JSON, for programs"_s);
+}
+
 std::optional<int> CommandLine::parse(const QStringList& pArguments)
 {
     if (!mParser.parse(QStringList{u"vkpublish"_s} + pArguments)) {

@@ -23,6 +23,7 @@ enum Status : int
     StatusFailed = 1,
     StatusUsage = 2,
     StatusUnvouched = 3, // of verify: no errors, but no trusted root to compare with
+    StatusExpiring = 4,  // of verify --warn-days: valid, but there is a warning
 };
 
 // The options and arguments of one command, with its help.
@@ -42,6 +43,8 @@ public:
     void addRepository();
     // --no-wait, for commands that lock the key folder.
     void addNoWait();
+    // --json
+    void addJson();
 
     // No value: continue. Else the exit status; help or error were already written.
     std::optional<int> parse(const QStringList& pArguments);

@@ -2,6 +2,7 @@
 
 #include "CommandLine.h"
 #include "keys/KeyFolder.h"
+#include "keys/SigningTime.h"
 #include "packing/Packer.h"
 #include "packing/TarStream.h"
 #include "publication/Layout.h"
@@ -78,7 +79,7 @@ bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
         complain(u"--version takes one to four numbers with dots, not \"%1\""_s.arg(pLine.value("version")));
         return false;
     }
-    QDateTime tDate = QDateTime::currentDateTimeUtc();
+    QDateTime tDate = signingTime();
     if (pLine.isSet("date")) {
         const std::optional<QDateTime> tGiven = pLine.date("date");
         if (!tGiven) {

@@ -2,6 +2,7 @@
 
 #include "CommandLine.h"
 #include "keys/KeyFolder.h"
+#include "keys/SigningTime.h"
 #include "publication/Publication.h"
 #include "publication/Releases.h"
 
@@ -52,7 +53,7 @@ bool readJob(const CommandLine& pLine, Job* pTo)
     if (!tDays || !tTargetsDays) {
         return false;
     }
-    const QDateTime tNow = QDateTime::currentDateTimeUtc();
+    const QDateTime tNow = signingTime();
     pTo->mTimes = {tNow, tNow.addDays(*tDays), tNow.addDays(*tTargetsDays)};
     return true;
 }

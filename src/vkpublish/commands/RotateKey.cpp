@@ -4,6 +4,7 @@
 #include "KeyOptions.h"
 #include "commands/NewKey.h"
 #include "keys/Roles.h"
+#include "keys/SigningTime.h"
 #include "keys/RootDocument.h"
 #include "publication/Rotation.h"
 
@@ -69,7 +70,7 @@ int cmdRotateKey(const QStringList& pArguments)
         return StatusUsage;
     }
 
-    const QDateTime tNow = QDateTime::currentDateTimeUtc();
+    const QDateTime tNow = signingTime();
     const PublicationTimes tTimes{
         .mNow = tNow, .mExpires = tNow.addDays(*tDays), .mTargetsExpires = tNow.addDays(365)};
     KeyFolder tKeys(os::realFileSystem(), tLine.keys(), tLine.patience());

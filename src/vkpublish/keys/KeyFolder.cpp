@@ -116,6 +116,19 @@ Failure KeyFolder::open()
     return openForReading();
 }
 
+Failure KeyFolder::openWithoutRecord()
+{
+    if (Failure tFailure = checkPrivate(mPath)) {
+        return tFailure;
+    }
+    if (Failure tFailure = mLock.take(mPath, mPatience)) {
+        return tFailure;
+    }
+    return QFileInfo::exists(filePath(sRecordName))
+               ? Failure::content(u"%1 has a record: move it away if it is lost or damaged"_s.arg(mPath))
+               : Failure();
+}
+
 Failure KeyFolder::openForReading()
 {
     return read(QString());
@@ -358,6 +371,24 @@ Failure KeyFolder::takeRoot(const QByteArray& pRoot)
         return tFailure;
     }
     return replaceRoot(pRoot, mRecord.mTimestampExpires);
+}
+
+Failure KeyFolder::beginWith(const QByteArray& pRoot, const QList<RetiringRoot>& pReplaced)
+{
+    QList<QByteArray> tRoots{pRoot};
+    for (const RetiringRoot& tReplaced : pReplaced) {
+        tRoots.append(tReplaced.mRoot);
+    }
+    for (const QByteArray& tFile : std::as_const(tRoots)) {
+        const Result<RootDocument> tRoot = RootDocument::read(tFile);
+        if (!tRoot) {
+            return tRoot.failure();
+        }
+        findKeys(*tRoot);
+    }
+    mRecord.mRoot = pRoot;
+    mRecord.mRetiringRoots = pReplaced;
+    return {};
 }
 
 Failure KeyFolder::replaceRoot(const QByteArray& pRoot, const QDateTime& pUntil)

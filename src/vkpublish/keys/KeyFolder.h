@@ -35,6 +35,8 @@ public:
     Failure open();
     // Only reads the record: as it was before or after what another publisher changes just now.
     Failure openForReading();
+    // Locks the folder, which must have no record.
+    Failure openWithoutRecord();
 
     // save() writes it.
     Record mRecord;
@@ -72,6 +74,8 @@ public:
     Result<QList<Signer>> readRetiringKeys(const QString& pRole) const;
     // Sets this root in mRecord, and finds its keys in the folder. The replaced root retires.
     Failure takeRoot(const QByteArray& pRoot);
+    // Begins mRecord with this root and those that it has replaced, and finds their keys in the folder.
+    Failure beginWith(const QByteArray& pRoot, const QList<RetiringRoot>& pReplaced);
     // Sets this root in mRecord. pUntil: when no machine can need the replaced one any longer.
     Failure replaceRoot(const QByteArray& pRoot, const QDateTime& pUntil);
     // Writes the key to its own file and sets it in mRecord.

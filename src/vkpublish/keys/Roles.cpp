@@ -1,5 +1,7 @@
 #include "keys/Roles.h"
 
+#include "keys/SigningTime.h"
+
 #include "tuf/CanonicalJson.h"
 #include "tuf/Hashes.h"
 #include "tuf/Metadata.h"
@@ -63,7 +65,7 @@ Result<QByteArray> makeTimestamp(qint64 pVersion, const QDateTime& pExpires, con
 {
     QJsonObject tSigned = signedPart(tuf::sTimestamp, pVersion, pExpires);
     tSigned.insert(u"meta"_s, metaMap(tuf::sSnapshot, pSnapshotMeta));
-    tSigned.insert(u"signed_at"_s, QDateTime::currentDateTimeUtc().toString(Qt::ISODate));
+    tSigned.insert(u"signed_at"_s, signingTime().toString(Qt::ISODate));
     tSigned.insert(u"targets_version"_s, pTargetsVersion);
     return signMetadata(tSigned, pKeys);
 }

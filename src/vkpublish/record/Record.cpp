@@ -31,6 +31,7 @@ const QString sNumber = u"number"_s;
 const QString sCount = u"count"_s;
 const QString sTargetsFile = u"targetsFile"_s;
 const QString sSnapshotFile = u"snapshotFile"_s;
+const QString sCarriedTargets = u"carriedTargets"_s;
 const QString sTimestampExpires = u"timestampExpires"_s;
 const QString sRetiring = u"retiringKeys"_s;
 const QString sRole = u"role"_s;
@@ -183,6 +184,7 @@ QByteArray Record::toJson() const
                                      {sLists, tLists},
                                      {sTargetsFile, fileToJson(mPublishedTargetsFile)},
                                      {sSnapshotFile, fileToJson(mPublishedSnapshot)},
+                                     {sCarriedTargets, fileToJson(mCarriedTargets)},
                                      {sTimestampExpires, dateToJson(mTimestampExpires)},
                                      {sRetiringRoots, rootsToJson(mRetiringRoots)},
                                      {sRetiring, retiringToJson(mRetiringKeys)},
@@ -226,6 +228,7 @@ bool Record::fromJson(const QByteArray& pText, Record* pTo)
     }
     pTo->mPublishedTargetsFile = fileFromJson(tObject[sTargetsFile]);
     pTo->mPublishedSnapshot = fileFromJson(tObject[sSnapshotFile]);
+    pTo->mCarriedTargets = fileFromJson(tObject[sCarriedTargets]);
     pTo->mTimestampExpires = dateFromJson(tObject[sTimestampExpires]);
     pTo->mRetiringRoots = rootsFromJson(tObject[sRetiringRoots]);
     pTo->mRetiringKeys = retiringFromJson(tObject[sRetiring]);

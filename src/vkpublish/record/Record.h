@@ -51,6 +51,7 @@ struct Record : Packages
     QByteArray mRoot;                // the newest root, signed
     PublishedFile mPublishedTargetsFile;
     PublishedFile mPublishedSnapshot;
+    PublishedFile mCarriedTargets; // the newest list that a refresh has left in place: it may not go back
     QDateTime mTimestampExpires;
     QList<RetiringRoot> mRetiringRoots; // the oldest first
     QList<RetiringKey> mRetiringKeys;

@@ -32,7 +32,7 @@ protected:
         for (const QByteArray& tWord : pWords.split(' ')) {
             tArguments.append(tWord.startsWith('@') ? path(tWord.mid(1).constData()).toUtf8() : tWord);
         }
-        Program tProgram(q(VKPUBLISH), tArguments, {{"LC_ALL", "C.UTF-8"}, {"TMPDIR", "/tmp"}});
+        Program tProgram(q(VKPUBLISH), tArguments, mEnvironment);
         QThread::usleep(std::uniform_int_distribution<unsigned long>(0, mPublication)(*pRandom));
         tProgram.signal(SIGKILL);
         const Program::Result tResult = tProgram.wait();
@@ -56,7 +56,7 @@ TEST_F(KillTest, AnyCommandAtAnyMomentLeavesARepositoryThatMachinesAccept)
     const unsigned tSeed = std::random_device()();
     SCOPED_TRACE(testing::Message() << "seed " << tSeed);
     std::mt19937 tRandom(tSeed);
-    succeed("init @r");
+    succeed("init @r --no-passphrase");
     succeed("add @r @f --name stays --version 1");
     succeed("add @r @f --name a --version 1");
     QElapsedTimer tTimer;
@@ -70,16 +70,16 @@ TEST_F(KillTest, AnyCommandAtAnyMomentLeavesARepositoryThatMachinesAccept)
         (void)run("remove @r a"); // that of the round before, if it is still there
         succeed(("add @r @f --level 1 --name a --version " + tVersion).constData());
         const QByteArray tCommands[] = {
-            "rotate-key @r timestamp",
+            "rotate-key @r timestamp --no-passphrase",
             "add @r @f --level 1 --name b --version " + tVersion,
             "publish @r --phase-days 2 --targets-days " + tVersion,
-            "rotate-key @r snapshot",
+            "rotate-key @r snapshot --no-passphrase",
             "add @r @f --level 1 --name a --replace --report en=x --version " + tVersion,
             "halt @r stays",
-            "rotate-key @r targets",
+            "rotate-key @r targets --no-passphrase",
             "remove @r a",
             "halt @r stays --lift",
-            "rotate-key @r root",
+            "rotate-key @r root --no-passphrase",
             "publish @r --prune --prune-days 0",
         };
         const QByteArray& tCommand = tCommands[(static_cast<size_t>(i) + tSeed) % std::size(tCommands)];

@@ -53,7 +53,7 @@ tarn::Failure publishAll(KeyFolder& pKeys)
 
 TEST_F(PackageListsTest, AreAsBeforeOrAsAfterAChangeThatIsStoppedAnywhere)
 {
-    succeed("init @r");
+    succeed("init @r --no-passphrase");
     {
         KeyFolder tKeys(tarn::os::realFileSystem(), path("r.keys"));
         ASSERT_FALSE(tKeys.open());
@@ -103,7 +103,7 @@ TEST_F(PackageListsTest, AreAsBeforeOrAsAfterAChangeThatIsStoppedAnywhere)
 // Without a lock, while the files that the record named before are replaced.
 TEST_F(PackageListsTest, AReaderSeesNoStateInBetween)
 {
-    succeed("init @r");
+    succeed("init @r --no-passphrase");
     for (int i = 1; i < 20; ++i) {
         FaultyFileSystem tFileSystem;
         QList<qint64> tVersions;

@@ -33,11 +33,11 @@ protected:
         for (const QByteArray& tWord : tWords) {
             tArguments.append(tWord.startsWith('@') ? path(tWord.mid(1).constData()).toUtf8() : tWord);
         }
-        Program tProgram(q(VKPUBLISH), tArguments, {{"LC_ALL", "C.UTF-8"}, {"TMPDIR", "/tmp"}});
+        Program tProgram(q(VKPUBLISH), tArguments, mEnvironment);
         return tProgram.wait();
     }
 
-    void succeed(const char* pWords) const
+    void succeed(const QByteArray& pWords) const
     {
         const Program::Result tResult = run(pWords);
         ASSERT_EQ(tResult.mStatus, 0) << pWords << ": " << tResult.mErr;
@@ -117,6 +117,11 @@ protected:
         QJsonObject tOld = QJsonDocument::fromJson(tKeys.mRecord.toJson()).object();
         tOld.remove(q("packages"));
         tOld.insert(q("format"), 1);
+        QJsonObject tRoles; // it named a key file for each role
+        for (const tarn::vkpublish::KeySource& tKey : tKeys.mRecord.mKeys) {
+            tRoles.insert(tKey.mFile.section(u'-', 0, 0), tKey.mFile);
+        }
+        tOld.insert(q("keys"), tRoles);
         tOld.insert(q("targets"), tAll(tKeys.mRecord.mTargets));
         tOld.insert(q("publishedTargets"), tAll(tKeys.mRecord.mPublishedTargets));
         tOld.insert(q("withdrawnTargets"), tAll(tKeys.mRecord.mWithdrawnTargets));
@@ -125,4 +130,5 @@ protected:
     }
 
     QTemporaryDir mDir;
+    Program::Environment mEnvironment{{"LC_ALL", "C.UTF-8"}, {"TMPDIR", "/tmp"}};
 };
