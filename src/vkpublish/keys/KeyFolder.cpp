@@ -71,10 +71,10 @@ Failure KeyFolder::checkEmpty() const
     QStringList tNames =
         QDir(mPath).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     tNames.removeOne(FolderLock::fileName());
-    return tNames.isEmpty()               ? Failure()
-           : tNames.contains(sRecordName) ? Failure::content(
-                                                u"%1 already contains the keys of a repository"_s.arg(mPath))
-                                          : Failure::content(u"The key folder %1 is not empty"_s.arg(mPath));
+    return tNames.isEmpty() ? Failure()
+           : tNames.contains(sRecordName)
+               ? Failure::content(u"%1 already contains the keys of a repository"_s.arg(mPath))
+               : Failure::content(u"The key folder %1 is not empty"_s.arg(mPath));
 }
 
 Failure KeyFolder::create()
@@ -142,7 +142,8 @@ Failure KeyFolder::openPackage(const QString& pArchive)
     return read(pArchive);
 }
 
-// A publisher that works meanwhile may remove the files that the record named; then it has replaced the record.
+// A publisher that works meanwhile may remove the files that the record named; then it has replaced the
+// record.
 Failure KeyFolder::read(const QString& pOnly)
 {
     QByteArray tBefore;
@@ -153,8 +154,9 @@ Failure KeyFolder::read(const QString& pOnly)
             return tFailure;
         }
         if (tText == tBefore) {
-            return Failure::content(u"%1: the record and the folder %2 belong together, restore both from the "
-                                    "same backup"_s.arg(tFailure.mText, filePath(u"packages"_s)));
+            return Failure::content(
+                u"%1: the record and the folder %2 belong together, restore both from the "
+                "same backup"_s.arg(tFailure.mText, filePath(u"packages"_s)));
         }
         tBefore = tText;
     }
@@ -169,10 +171,10 @@ Failure KeyFolder::readOnce(const QString& pOnly, QByteArray* pText)
     *pText = *tText;
     mRecord = Record();
     if (!Record::fromJson(*tText, &mRecord)) {
-        return Failure::content(
-            (Record::isNewer(*tText) ? u"%1 was written by a newer vkpublish: use that one"_s
+        return Failure::content((Record::isNewer(*tText)
+                                     ? u"%1 was written by a newer vkpublish: use that one"_s
                                      : u"%1 is damaged: restore the key folder from a backup"_s)
-                .arg(filePath(sRecordName)));
+                                    .arg(filePath(sRecordName)));
     }
     if (mRecord.mChangesFile.mNumber == 0) {
         return {};
@@ -195,8 +197,7 @@ Failure KeyFolder::save()
     if (Failure tFailure = mLists.write(mSaved, &mRecord)) {
         return tFailure;
     }
-    if (Failure tFailure =
-            os::replaceFile(mFileSystem, filePath(sRecordName), mRecord.toJson(), sFileMode)) {
+    if (Failure tFailure = os::replaceFile(mFileSystem, filePath(sRecordName), mRecord.toJson(), sFileMode)) {
         return tFailure;
     }
     mSaved = mRecord;

@@ -101,7 +101,7 @@ private:
     os::FileSystem& mFileSystem;
     QString mPath;
     PackageLists mLists;
-    Packages mSaved; // as they are on the disk
+    Packages mSaved;      // as they are on the disk
     bool mMaySave = true; // false: mRecord is not whole, or a save() has failed
     Patience mPatience;
     FolderLock mLock;

@@ -62,8 +62,8 @@ std::optional<Line> parseLine(QByteArrayView pLine)
 
 bool isOf(QByteArrayView pLine, const QByteArray& pName)
 {
-    return pLine.size() > sHashLength + 1 + pName.size() &&
-           pLine.sliced(sHashLength + 1).startsWith(pName) && pLine[sHashLength + 1 + pName.size()] == ' ';
+    return pLine.size() > sHashLength + 1 + pName.size() && pLine.sliced(sHashLength + 1).startsWith(pName) &&
+           pLine[sHashLength + 1 + pName.size()] == ' ';
 }
 
 // What makes the published targets those of pNew.
@@ -117,7 +117,8 @@ Failure PackageLists::readList(const char* pList, const ListFile& pFile, End pEn
     for (qsizetype tAt = 0; tAt < tFile->size(); ++tCount) {
         const qsizetype tEnd = tFile->indexOf('\n', tAt);
         const bool tIsLast = tEnd < 0 || tEnd + 1 == tFile->size();
-        const QByteArrayView tText = QByteArrayView(*tFile).sliced(tAt, (tEnd < 0 ? tFile->size() : tEnd) - tAt);
+        const QByteArrayView tText =
+            QByteArrayView(*tFile).sliced(tAt, (tEnd < 0 ? tFile->size() : tEnd) - tAt);
         tAt = tEnd < 0 ? tFile->size() : tEnd + 1;
         if (!tIsLast && !pOnly.isEmpty() && !isOf(tText, pOnly)) {
             continue;
@@ -134,23 +135,21 @@ Failure PackageLists::readList(const char* pList, const ListFile& pFile, End pEn
         }
     }
     return tCount < pFile.mCount || (pEnd == End::Whole && tCount > pFile.mCount) ? tDamaged(tCount + 1)
-                                                                                 : Failure();
+                                                                                  : Failure();
 }
 
 Failure PackageLists::read(Packages* pTo, const QString& pOnly) const
 {
     const QByteArray tOnly = pOnly.toUtf8();
     const auto tInto = [](TargetList* pList) {
-        return [pList](const QByteArray& pName, const QByteArray& pText) {
-            pList->insertText(pName, pText);
-        };
+        return [pList](const QByteArray& pName, const QByteArray& pText) { pList->insertText(pName, pText); };
     };
-    if (Failure tFailure = readList(sPublished, pTo->mPublishedFile, End::Whole, tOnly,
-                                    tInto(&pTo->mPublishedTargets))) {
+    if (Failure tFailure =
+            readList(sPublished, pTo->mPublishedFile, End::Whole, tOnly, tInto(&pTo->mPublishedTargets))) {
         return tFailure;
     }
-    if (Failure tFailure = readList(sWithdrawn, pTo->mWithdrawnFile, End::Whole, tOnly,
-                                    tInto(&pTo->mWithdrawnTargets))) {
+    if (Failure tFailure =
+            readList(sWithdrawn, pTo->mWithdrawnFile, End::Whole, tOnly, tInto(&pTo->mWithdrawnTargets))) {
         return tFailure;
     }
     pTo->mTargets = pTo->mPublishedTargets;
@@ -250,8 +249,8 @@ Failure PackageLists::append(const ListFile& pChanges, const QString& pName, con
         return Failure::content(u"The package %1 can't be recorded"_s.arg(pName));
     }
     const qsizetype tLast = tBefore->lastIndexOf('\n', -2) + 1;
-    if (!tBefore->isEmpty() && (!tBefore->endsWith('\n') ||
-                                !parseLine(QByteArrayView(*tBefore).sliced(tLast).chopped(1)))) {
+    if (!tBefore->isEmpty() &&
+        (!tBefore->endsWith('\n') || !parseLine(QByteArrayView(*tBefore).sliced(tLast).chopped(1)))) {
         return os::replaceFile(mFileSystem, tPath, tBefore->first(tLast) + tLine, sFileMode);
     }
     os::Descriptor tFile(mFileSystem, mFileSystem.open(QFile::encodeName(tPath), O_WRONLY | O_APPEND));

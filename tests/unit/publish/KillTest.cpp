@@ -18,8 +18,8 @@ protected:
     // Every file that machines may ask for is there, and as it was signed.
     void expectAccepted()
     {
-        const VerificationResult tResult =
-            verifyRepository(path("r"), readFile(path("r/metadata/1.root.json")), QDateTime::currentDateTimeUtc());
+        const VerificationResult tResult = verifyRepository(
+            path("r"), readFile(path("r/metadata/1.root.json")), QDateTime::currentDateTimeUtc());
         EXPECT_EQ(tResult.mProblems, QStringList());
         // One that has seen every state before, and refuses a step back.
         EXPECT_TRUE(followAsClient().endsWith(q(".tar.zst"))) << followAsClient();

@@ -378,8 +378,8 @@ TEST_F(ProgramTest, TwoPublishersDoNotMix)
     makeRepository();
     const int tFd = ::open(path("r.keys/lock").toUtf8().constData(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(::flock(tFd, LOCK_EX), 0);
-    for (const QByteArray tCommand : {"publish @r", "remove @r viewer", "rotate-key @r root --no-passphrase", "halt @r viewer",
-                                      "add @r @f --name x --version 1"}) {
+    for (const QByteArray tCommand : {"publish @r", "remove @r viewer", "rotate-key @r root --no-passphrase",
+                                      "halt @r viewer", "add @r @f --name x --version 1"}) {
         EXPECT_TRUE(run(tCommand + " --no-wait").mErr.contains("Another vkpublish")) << tCommand;
     }
     EXPECT_EQ(run("list @r").mStatus, 0);
@@ -451,7 +451,8 @@ TEST_F(ProgramTest, TellsOfADamagedRecordAndLeavesItAlone)
         {"r.keys/record.json", "{\"format\": 2}", "is damaged"},
         {"r.keys/record.json", "{\"format\": 3}", "a newer vkpublish"},
         {tList("published"), "", "damaged in line 1"},
-        {tList("published"), readFile(path(tList("published").constData())).replace("viewer", "viewed"), "in line 1"},
+        {tList("published"), readFile(path(tList("published").constData())).replace("viewer", "viewed"),
+         "in line 1"},
         {tList("withdrawn"), readFile(path(tList("withdrawn").constData())) + "x\n", "damaged in line 2"},
         {tList("changes"), readFile(path(tList("changes").constData())).prepend("x\n"), "damaged in line 1"},
         {tList("withdrawn"), QByteArray(), "belong together"},
