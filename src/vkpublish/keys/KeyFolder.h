@@ -43,7 +43,7 @@ public:
     Failure save();
 
     // Like open(), but the record has only the packages of this archive's name, and save() must not be
-    // called: it takes as long for the first package as for the last of thousands.
+    // called: it writes one line, however many packages there are.
     Failure openPackage(const QString& pArchive);
     // Writes what mRecord.mTargets has of this name, and nothing else.
     Failure savePackage(const QString& pArchive);
