@@ -117,7 +117,7 @@ def make_pair(name, folder):
 class Repository:
     def __init__(self, folder):
         self.folder = folder
-        self.publisher("init", folder)
+        self.publisher("init", folder, "--no-passphrase")
         self.targets = folder / "targets"
 
     @staticmethod

@@ -6,7 +6,9 @@
 
 #include <openssl/err.h>
 #include <openssl/pem.h>
+#include <openssl/pkcs12.h>
 #include <openssl/rsa.h>
+#include <openssl/x509.h>
 
 #include <QtCore/QJsonArray>
 
@@ -26,6 +28,23 @@ namespace {
 
 constexpr size_t sRsaBits = 3072;
 
+// scrypt. More memory than with this N is refused by OpenSSL's programs; p makes each guess take longer.
+constexpr uint64_t sScryptN = 1 << 14;
+constexpr uint64_t sScryptR = 8;
+constexpr uint64_t sScryptP = 5;
+
+using EncryptedKey = std::unique_ptr<X509_SIG, Freeing<X509_SIG_free>>;
+using PrivateKeyInfo = std::unique_ptr<PKCS8_PRIV_KEY_INFO, Freeing<PKCS8_PRIV_KEY_INFO_free>>;
+using Algorithm = std::unique_ptr<X509_ALGOR, Freeing<X509_ALGOR_free>>;
+
+EncryptedKey readEncrypted(const QByteArray& pPem)
+{
+    const Bio tBio(BIO_new_mem_buf(pPem.constData(), static_cast<int>(pPem.size())));
+    EncryptedKey tKey(PEM_read_bio_PKCS8(tBio.get(), nullptr, nullptr, nullptr));
+    ERR_clear_error();
+    return tKey;
+}
+
 QByteArray takeMemory(const Bio& pBio)
 {
     char* tData = nullptr;
@@ -33,7 +52,7 @@ QByteArray takeMemory(const Bio& pBio)
     return QByteArray(tData, tLength);
 }
 
-// The scheme that a private key signs with.
+// The scheme that a key signs with.
 const Scheme* schemeOf(const EVP_PKEY* pKey)
 {
     constexpr std::array sPairs{
@@ -51,18 +70,31 @@ const Scheme* schemeOf(const EVP_PKEY* pKey)
     return nullptr;
 }
 
-QByteArray publicValue(const EVP_PKEY* pKey, const Scheme& pScheme)
+QByteArray pemOf(const EVP_PKEY* pKey)
+{
+    const Bio tBio(BIO_new(BIO_s_mem()));
+    PEM_write_bio_PUBKEY(tBio.get(), pKey);
+    return takeMemory(tBio);
+}
+
+QString publicValue(const EVP_PKEY* pKey, const Scheme& pScheme)
 {
     if (pScheme.mKeyKind == EVP_PKEY_ED25519) {
         std::array<unsigned char, 32> tBytes{};
         size_t tLength = tBytes.size();
         EVP_PKEY_get_raw_public_key(pKey, tBytes.data(), &tLength);
-        return QByteArray(reinterpret_cast<const char*>(tBytes.data()), static_cast<qsizetype>(tLength))
-            .toHex();
+        return QString::fromLatin1(
+            QByteArray(reinterpret_cast<const char*>(tBytes.data()), static_cast<qsizetype>(tLength))
+                .toHex());
     }
-    const Bio tBio(BIO_new(BIO_s_mem()));
-    PEM_write_bio_PUBKEY(tBio.get(), pKey);
-    return takeMemory(tBio);
+    return QString::fromLatin1(pemOf(pKey));
+}
+
+QJsonObject publicJsonOf(const EVP_PKEY* pKey, const Scheme& pScheme)
+{
+    return QJsonObject{{u"keytype"_s, QLatin1String(pScheme.mType)},
+                       {u"scheme"_s, QLatin1String(pScheme.mScheme)},
+                       {u"keyval"_s, QJsonObject{{u"public"_s, publicValue(pKey, pScheme)}}}};
 }
 
 } // namespace
@@ -108,6 +140,43 @@ std::optional<SigningKey> SigningKey::fromPem(const QByteArray& pPem)
     return tData->mScheme != nullptr ? std::optional(SigningKey(tData)) : std::nullopt;
 }
 
+bool SigningKey::isEncrypted(const QByteArray& pPem)
+{
+    return readEncrypted(pPem) != nullptr;
+}
+
+std::optional<SigningKey> SigningKey::fromEncryptedPem(const QByteArray& pPem, std::string_view pPassphrase)
+{
+    const EncryptedKey tEncrypted = readEncrypted(pPem);
+    const PrivateKeyInfo tInfo(!tEncrypted ? nullptr
+                                           : PKCS8_decrypt(tEncrypted.get(), pPassphrase.data(),
+                                                           static_cast<int>(pPassphrase.size())));
+    auto tData = std::make_shared<Data>();
+    tData->mKey.reset(tInfo ? EVP_PKCS82PKEY(tInfo.get()) : nullptr);
+    ERR_clear_error();
+    tData->mScheme = tData->mKey ? schemeOf(tData->mKey.get()) : nullptr;
+    return tData->mScheme != nullptr ? std::optional(SigningKey(tData)) : std::nullopt;
+}
+
+QByteArray SigningKey::toEncryptedPem(std::string_view pPassphrase) const
+{
+    const PrivateKeyInfo tInfo(EVP_PKEY2PKCS8(d->mKey.get()));
+    Algorithm tAlgorithm(
+        PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), nullptr, 0, nullptr, sScryptN, sScryptR, sScryptP));
+    if (!tInfo || !tAlgorithm) {
+        return QByteArray();
+    }
+    const EncryptedKey tEncrypted(PKCS8_set0_pbe(pPassphrase.data(), static_cast<int>(pPassphrase.size()),
+                                                 tInfo.get(), tAlgorithm.get()));
+    if (!tEncrypted) {
+        return QByteArray();
+    }
+    (void)tAlgorithm.release(); // belongs to tEncrypted
+    const Bio tBio(BIO_new(BIO_s_mem()));
+    PEM_write_bio_PKCS8(tBio.get(), tEncrypted.get());
+    return takeMemory(tBio);
+}
+
 QByteArray SigningKey::toPem() const
 {
     const Bio tBio(BIO_new(BIO_s_mem()));
@@ -117,17 +186,12 @@ QByteArray SigningKey::toPem() const
 
 QJsonObject SigningKey::publicJson() const
 {
-    const QJsonObject tValue{{u"public"_s, QString::fromLatin1(publicValue(d->mKey.get(), *d->mScheme))}};
-    return QJsonObject{{u"keytype"_s, QLatin1String(d->mScheme->mType)},
-                       {u"scheme"_s, QLatin1String(d->mScheme->mScheme)},
-                       {u"keyval"_s, tValue}};
+    return publicJsonOf(d->mKey.get(), *d->mScheme);
 }
 
 QString SigningKey::id() const
 {
-    QByteArray tBytes;
-    canonicalJson(publicJson(), &tBytes);
-    return QString::fromLatin1(sha256(tBytes));
+    return keyId(publicJson());
 }
 
 QByteArray SigningKey::sign(const QByteArray& pMessage) const
@@ -152,24 +216,67 @@ QByteArray SigningKey::sign(const QByteArray& pMessage) const
     return tSignature;
 }
 
+QString keyId(const QJsonObject& pPublicJson)
+{
+    QByteArray tBytes;
+    canonicalJson(pPublicJson, &tBytes);
+    return QString::fromLatin1(sha256(tBytes));
+}
+
+PublicKey publicKeyOf(const QJsonObject& pPublicJson)
+{
+    return PublicKey(pPublicJson["keytype"_L1].toString(), pPublicJson["scheme"_L1].toString(),
+                     pPublicJson["keyval"_L1]["public"_L1].toString());
+}
+
+QByteArray publicPemOf(const QJsonObject& pPublicJson)
+{
+    const QByteArray tValue = pPublicJson["keyval"_L1]["public"_L1].toString().toLatin1();
+    if (pPublicJson["keytype"_L1].toString() != "ed25519"_L1) {
+        return tValue;
+    }
+    const QByteArray tBytes = QByteArray::fromHex(tValue);
+    const EvpKey tKey(EVP_PKEY_new_raw_public_key(EVP_PKEY_ED25519, nullptr,
+                                                  reinterpret_cast<const unsigned char*>(tBytes.constData()),
+                                                  static_cast<size_t>(tBytes.size())));
+    return tKey ? pemOf(tKey.get()) : QByteArray();
+}
+
+std::optional<QJsonObject> publicJsonFromPem(const QByteArray& pPem)
+{
+    const Bio tBio(BIO_new_mem_buf(pPem.constData(), static_cast<int>(pPem.size())));
+    const EvpKey tKey(PEM_read_bio_PUBKEY(tBio.get(), nullptr, nullptr, nullptr));
+    ERR_clear_error();
+    const Scheme* tScheme = tKey ? schemeOf(tKey.get()) : nullptr;
+    return tScheme != nullptr ? std::optional(publicJsonOf(tKey.get(), *tScheme)) : std::nullopt;
+}
+
+QByteArray metadataFile(const QByteArray& pSigned, const QList<Signature>& pSignatures)
+{
+    QJsonArray tSignatures;
+    for (const Signature& tSignature : pSignatures) {
+        tSignatures.append(QJsonObject{{u"keyid"_s, tSignature.mKeyId},
+                                       {u"sig"_s, QString::fromLatin1(tSignature.mBytes.toHex())}});
+    }
+    QByteArray tText;
+    canonicalJson(tSignatures, &tText);
+    return "{\"signatures\":" + tText + ",\"signed\":" + pSigned + '}';
+}
+
 QByteArray signMetadata(const QJsonObject& pSigned, const QList<SigningKey>& pKeys)
 {
     QByteArray tMessage;
     if (!canonicalJson(pSigned, &tMessage)) {
         return QByteArray();
     }
-    QJsonArray tSignatures;
+    QList<Signature> tSignatures;
     for (const SigningKey& tKey : pKeys) {
-        const QByteArray tSignature = tKey.sign(tMessage);
-        if (tSignature.isEmpty()) {
+        tSignatures.append({tKey.id(), tKey.sign(tMessage)});
+        if (tSignatures.last().mBytes.isEmpty()) {
             return QByteArray();
         }
-        tSignatures.append(
-            QJsonObject{{u"keyid"_s, tKey.id()}, {u"sig"_s, QString::fromLatin1(tSignature.toHex())}});
     }
-    QByteArray tFile;
-    canonicalJson(QJsonObject{{u"signatures"_s, tSignatures}, {u"signed"_s, pSigned}}, &tFile);
-    return tFile;
+    return metadataFile(tMessage, tSignatures);
 }
 
 } // namespace tarn::tuf

@@ -6,8 +6,7 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::tuf {
 
-Failure verifyThreshold(const QString& pRole, const Signed& pSigned, const RoleKeys& pRoleKeys,
-                        const KeyMap& pKeys)
+qsizetype countSigners(const Signed& pSigned, const RoleKeys& pRoleKeys, const KeyMap& pKeys)
 {
     QSet<QByteArray> tSigners;
     for (const Signature& tSignature : pSigned.mSignatures) {
@@ -18,13 +17,20 @@ Failure verifyThreshold(const QString& pRole, const Signed& pSigned, const RoleK
             tSigners.insert(tIdentity);
         }
     }
-    if (tSigners.size() >= pRoleKeys.mThreshold) {
+    return tSigners.size();
+}
+
+Failure verifyThreshold(const QString& pRole, const Signed& pSigned, const RoleKeys& pRoleKeys,
+                        const KeyMap& pKeys)
+{
+    const qsizetype tSigners = countSigners(pSigned, pRoleKeys, pKeys);
+    if (tSigners >= pRoleKeys.mThreshold) {
         return Failure();
     }
     return Failure{Failure::Kind::Untrusted,
                    u"The %1 metadata, version %2, has %3 of the %4 signatures that it needs"_s.arg(pRole)
                        .arg(pSigned.mVersion)
-                       .arg(tSigners.size())
+                       .arg(tSigners)
                        .arg(pRoleKeys.mThreshold)};
 }
 

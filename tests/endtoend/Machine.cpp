@@ -15,7 +15,7 @@ Machine::Machine(const QString& pStateDir, const QString& pInstallDir)
           "defaultServer = \"file://%1/repository\"\n")
             .arg(QDir::cleanPath(path("")), pStateDir, pInstallDir)
             .toUtf8());
-    mInstallation.publish({"init"});
+    mInstallation.publish({"init", "--no-passphrase"});
     mInstallation.writeFile("etc/vk/root.json", mInstallation.readFile("repository/metadata/1.root.json"));
 }
 

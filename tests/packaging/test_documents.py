@@ -82,12 +82,12 @@ def real_files(folder):
         publish("add", os.path.join(folder, "package"), "--name", name, "--version", version,
                 "--executable", "bin/viewer", "--title", "en=Viewer", "--report", "en=New.")
 
-    publish("init")
+    publish("init", "--no-passphrase")
     add("old", "1.0")
     add("viewer", "1.0")
     publish("publish")
     publish("remove", "old")
-    publish("rotate-key", "timestamp")
+    publish("rotate-key", "timestamp", "--no-passphrase")
     run(rkm, "update")
     mirror = ("mirror", repository, os.path.join(folder, "mirror"), "--root", f"{repository}/metadata/1.root.json")
     run(os.path.join(BIN, "vkpublish"), *mirror)

@@ -52,7 +52,7 @@ def written_by_the_service(folder):
             text = file.read()
         return text if line + "\n" in text else None
 
-    call("vkpublish", "init", place + "/repository")
+    call("vkpublish", "init", place + "/repository", "--no-passphrase")
     call("vkpublish", "add", place + "/repository", place + "/source", "--name", "tool", "--version", "1.0")
     call("vkpublish", "publish", place + "/repository")
     shutil.copy(place + "/repository/metadata/1.root.json", place + "/etc/vk/root.json")

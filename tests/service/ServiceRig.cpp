@@ -50,7 +50,7 @@ void HeldUpdate::prepare(ServiceRig& pRig)
     mPublisher = &tPlace;
     QDir().mkpath(tPlace.path("package/bin"));
     ASSERT_TRUE(QFile::copy(q("/bin/sleep"), tPlace.path("package/bin/sleeper")));
-    tPlace.publish({"init"});
+    tPlace.publish({"init", "--no-passphrase"});
     ASSERT_NO_FATAL_FAILURE(offer("1.0"));
     ASSERT_TRUE(QFile::copy(tPlace.path("repository/metadata/1.root.json"), tPlace.path("etc/vk/root.json")));
     pRig.configure("defaultServer = \"file://" + tPlace.path("repository").toUtf8() + "\"\n");

@@ -1,7 +1,11 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
+#include "KeyOptions.h"
+#include "commands/NewKey.h"
 #include "keys/Roles.h"
+#include "keys/SigningTime.h"
+#include "keys/RootDocument.h"
 #include "publication/Rotation.h"
 
 #include "os/FileSystem.h"
@@ -11,14 +15,43 @@ using namespace Qt::StringLiterals;
 
 namespace tarn::vkpublish {
 
+namespace {
+
+void report(const KeyFolder& pKeys, const QString& pRole, const QDateTime& pOldUntil)
+{
+    const Result<std::optional<Draft>> tDraft = pKeys.draft(tuf::sRoot);
+    const Result<RootDocument> tRoot = RootDocument::read(pKeys.mRecord.mRoot);
+    if (!tDraft || *tDraft || !tRoot) {
+        say(u"The new key is in a draft of the root, and the old one in use until that is published"_s);
+        return;
+    }
+    const QString tFile = pKeys.mRecord.mKeys.value(tRoot->keyIds(pRole).value(0)).mFile;
+    say(u"The role %1 has a new key: %2/%3. %4"_s.arg(
+        pRole, pKeys.path(), tFile,
+        pRole == tuf::sRoot ? u"The old key's file may be deleted."_s
+                            : u"Keep the old key's file until %1: until then both keys sign."_s.arg(
+                                  pOldUntil.toUTC().toString(Qt::ISODate))));
+}
+
+// Nothing has changed if this fails.
+Result<KeyFile> makeNew(const KeyOrder& pOrder, KeyFolder* pKeys)
+{
+    const Failure tFailure = pKeys->open();
+    return tFailure ? Result<KeyFile>(tFailure) : newKey(pOrder, *pKeys);
+}
+
+} // namespace
+
 int cmdRotateKey(const QStringList& pArguments)
 {
     CommandLine tLine(u"rotate-key"_s,
                       u"Gives a role a new key and publishes. Clients follow automatically and no longer "
                       "accept the old key alone."_s);
     tLine.addRepository();
+    tLine.addNoWait();
     tLine.addArgument(u"ROLE"_s, u"root, targets, snapshot or timestamp"_s);
-    tLine.addOption(u"key-type"_s, u"ed25519, ecdsa, ecdsa-p384 or rsa"_s, u"TYPE"_s, u"ed25519"_s);
+    addKeyOptions(&tLine);
+    addCommandOptions(&tLine);
     tLine.addOption(u"root-days"_s, u"How long the new root is valid, in days"_s, u"DAYS"_s, u"3650"_s);
     tLine.addOption(u"expires-days"_s, u"How long timestamp and snapshot are valid, in days"_s, u"DAYS"_s,
                     u"14"_s);
@@ -26,37 +59,35 @@ int cmdRotateKey(const QStringList& pArguments)
         return *tStatus;
     }
     const QString tRole = tLine.argument(1);
-    const QString tType = tLine.value("key-type");
     const std::optional<int> tRootDays = tLine.number("root-days", 1, 36500);
     const std::optional<int> tDays = tLine.number("expires-days", 1, 3650);
-    if (!roleNames().contains(tRole) || !tuf::SigningKey::types().contains(tType)) {
-        complain(u"Unknown role \"%1\" or key type \"%2\""_s.arg(tRole, tType));
+    const std::optional<KeyOrder> tOrder = readKeyOptions(tLine, KeyOptions::WithCommand);
+    if (!roleNames().contains(tRole)) {
+        complain(u"Unknown role \"%1\""_s.arg(tRole));
         return StatusUsage;
     }
-    if (!tRootDays || !tDays) {
+    if (!tRootDays || !tDays || !tOrder) {
         return StatusUsage;
     }
 
-    const QDateTime tNow = QDateTime::currentDateTimeUtc();
+    const QDateTime tNow = signingTime();
     const PublicationTimes tTimes{
         .mNow = tNow, .mExpires = tNow.addDays(*tDays), .mTargetsExpires = tNow.addDays(365)};
-    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys(), tLine.patience());
     Publication tPublication(os::realFileSystem(), tLine.repository(), tKeys);
     QDateTime tOldUntil;
-    Failure tFailure = tKeys.open();
-    if (!tFailure) {
-        tFailure =
-            rotateKey(&tKeys, &tPublication, tRole, tType, tTimes, tNow.addDays(*tRootDays), &tOldUntil);
-    }
+    const Result<KeyFile> tNew = makeNew(*tOrder, &tKeys);
+    const Failure tFailure =
+        tNew ? rotateKey(&tKeys, &tPublication, tRole, *tNew, tTimes, tNow.addDays(*tRootDays), &tOldUntil)
+             : tNew.failure();
     if (tFailure) {
         complain(tFailure.mText);
         return StatusFailed;
     }
-    say(u"The role %1 has a new key: %2/%3. %4"_s.arg(
-        tRole, tLine.keys(), tKeys.mRecord.mKeyFiles[tRole],
-        tRole == tuf::sRoot ? u"The old key's file may be deleted."_s
-                            : u"Keep the old key's file until %1: until then both keys sign."_s.arg(
-                                  tOldUntil.toUTC().toString(Qt::ISODate))));
+    report(tKeys, tRole, tOldUntil);
+    for (const QString& tNote : tPublication.notes()) {
+        complain(tNote);
+    }
     return StatusDone;
 }
 

@@ -1,6 +1,7 @@
 #include "keys/KeyFolder.h"
 
 #include "keys/Roles.h"
+#include "keys/RootDocument.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
@@ -8,10 +9,6 @@
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
-
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include <cerrno>
 
@@ -26,26 +23,32 @@ constexpr mode_t sFolderMode = 0700;
 constexpr qint64 sMaxKeyLength = 64 * 1024;
 constexpr qint64 sMaxRecordLength = 256 * 1024 * 1024;
 
+constexpr qsizetype sIdInName = 16; // of the characters of a key's id
+
 const QString sRecordName = u"record.json"_s;
-const QString sLockName = u"lock"_s;
+
+// Without its suffix.
+QString keyFileName(const QString& pRole, const QString& pId)
+{
+    return u"%1-%2"_s.arg(pRole, pId.left(sIdInName));
+}
 
 } // namespace
 
-KeyFolder::KeyFolder(os::FileSystem& pFileSystem, const QString& pPath)
-    : mFileSystem(pFileSystem), mPath(pPath)
+KeyFolder::KeyFolder(os::FileSystem& pFileSystem, const QString& pPath, Patience pPatience)
+    : mFileSystem(pFileSystem), mPath(pPath), mLists(pFileSystem, pPath), mPatience(pPatience),
+      mPassphrases(u"the keys in %1"_s.arg(pPath))
 {
-}
-
-KeyFolder::~KeyFolder()
-{
-    if (mLockFd >= 0) {
-        ::close(mLockFd);
-    }
 }
 
 QString KeyFolder::filePath(const QString& pName) const
 {
     return mPath + u'/' + pName;
+}
+
+QString KeyFolder::commandPath(const QString& pName) const
+{
+    return filePath(pName.left(pName.lastIndexOf(u'.'))) + sSignerSuffix;
 }
 
 Failure KeyFolder::checkPrivate(const QString& pPath) const
@@ -63,15 +66,15 @@ Failure KeyFolder::checkPrivate(const QString& pPath) const
     return {};
 }
 
-Failure KeyFolder::lock()
+Failure KeyFolder::checkEmpty() const
 {
-    mLockFd =
-        ::open(QFile::encodeName(filePath(sLockName)).constData(), O_RDWR | O_CREAT | O_CLOEXEC, sFileMode);
-    if (mLockFd >= 0 && ::flock(mLockFd, LOCK_EX | LOCK_NB) == 0) {
-        return {};
-    }
-    return errno == EWOULDBLOCK ? Failure::content(u"Another vkpublish is using the keys in %1"_s.arg(mPath))
-                                : Failure::fromErrno(errno, u"lock %1"_s.arg(mPath));
+    QStringList tNames =
+        QDir(mPath).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    tNames.removeOne(FolderLock::fileName());
+    return tNames.isEmpty() ? Failure()
+           : tNames.contains(sRecordName)
+               ? Failure::content(u"%1 already contains the keys of a repository"_s.arg(mPath))
+               : Failure::content(u"The key folder %1 is not empty"_s.arg(mPath));
 }
 
 Failure KeyFolder::create()
@@ -80,18 +83,19 @@ Failure KeyFolder::create()
         (mFileSystem.makeDir(QFile::encodeName(mPath), sFolderMode) != 0 && errno != EEXIST)) {
         return Failure::fromErrno(errno, u"create the key folder %1"_s.arg(mPath));
     }
-    if (!QDir(mPath).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
-        return Failure::content(QFileInfo::exists(filePath(sRecordName))
-                                    ? u"%1 already contains the keys of a repository"_s.arg(mPath)
-                                    : u"The key folder %1 is not empty"_s.arg(mPath));
+    if (Failure tFailure = checkEmpty()) {
+        return tFailure;
     }
     if (Failure tFailure = checkPrivate(mPath)) {
         return tFailure;
     }
-    return lock();
+    if (Failure tFailure = mLock.take(mPath, mPatience)) {
+        return tFailure;
+    }
+    return checkEmpty(); // whoever had the lock may have filled it
 }
 
-Failure KeyFolder::open()
+Failure KeyFolder::openLocked()
 {
     if (!QFileInfo::exists(filePath(sRecordName))) {
         return Failure::content(
@@ -101,61 +105,198 @@ Failure KeyFolder::open()
     if (Failure tFailure = checkPrivate(mPath)) {
         return tFailure;
     }
-    if (Failure tFailure = lock()) {
+    return mLock.take(mPath, mPatience);
+}
+
+Failure KeyFolder::open()
+{
+    if (Failure tFailure = openLocked()) {
         return tFailure;
     }
     return openForReading();
 }
 
+Failure KeyFolder::openWithoutRecord()
+{
+    if (Failure tFailure = checkPrivate(mPath)) {
+        return tFailure;
+    }
+    if (Failure tFailure = mLock.take(mPath, mPatience)) {
+        return tFailure;
+    }
+    return QFileInfo::exists(filePath(sRecordName))
+               ? Failure::content(u"%1 has a record: move it away if it is lost or damaged"_s.arg(mPath))
+               : Failure();
+}
+
 Failure KeyFolder::openForReading()
+{
+    return read(QString());
+}
+
+Failure KeyFolder::openPackage(const QString& pArchive)
+{
+    if (Failure tFailure = openLocked()) {
+        return tFailure;
+    }
+    return read(pArchive);
+}
+
+// A publisher that works meanwhile may remove the files that the record named; then it has replaced the
+// record.
+Failure KeyFolder::read(const QString& pOnly)
+{
+    QByteArray tBefore;
+    for (;;) {
+        QByteArray tText;
+        const Failure tFailure = readOnce(pOnly, &tText);
+        if (tFailure.mKind != Failure::Kind::NotFound || tText.isEmpty()) {
+            return tFailure;
+        }
+        if (tText == tBefore) {
+            return Failure::content(
+                u"%1: the record and the folder %2 belong together, restore both from the "
+                "same backup"_s.arg(tFailure.mText, filePath(u"packages"_s)));
+        }
+        tBefore = tText;
+    }
+}
+
+Failure KeyFolder::readOnce(const QString& pOnly, QByteArray* pText)
 {
     const auto tText = os::readFile(mFileSystem, filePath(sRecordName), sMaxRecordLength);
     if (!tText) {
         return tText.failure();
     }
+    *pText = *tText;
+    mRecord = Record();
     if (!Record::fromJson(*tText, &mRecord)) {
-        return Failure::content(u"%1 is damaged"_s.arg(filePath(sRecordName)));
+        return Failure::content((Record::isNewer(*tText)
+                                     ? u"%1 was written by a newer vkpublish: use that one"_s
+                                     : u"%1 is damaged: restore the key folder from a backup"_s)
+                                    .arg(filePath(sRecordName)));
     }
-    return {};
+    if (mRecord.mChangesFile.mNumber == 0) {
+        return {};
+    }
+    mMaySave = pOnly.isEmpty();
+    const Failure tFailure = mLists.read(&mRecord, pOnly);
+    mSaved = mRecord;
+    return tFailure;
 }
 
 Failure KeyFolder::save()
 {
-    return os::replaceFile(mFileSystem, filePath(sRecordName), mRecord.toJson(), sFileMode);
-}
-
-Result<tuf::SigningKey> KeyFolder::readKey(const QString& pRole) const
-{
-    return readKeyFile(mRecord.mKeyFiles.value(pRole));
-}
-
-Result<tuf::SigningKey> KeyFolder::readKeyFile(const QString& pName) const
-{
-    const QString tPath = filePath(pName);
-    if (Failure tFailure = checkPrivate(tPath)) {
+    if (!mMaySave) {
+        return Failure::content(u"%1 can't be written"_s.arg(filePath(sRecordName)));
+    }
+    mMaySave = false; // after a failure nobody knows which files the record names
+    mRecord.mPublishedFile = mSaved.mPublishedFile;
+    mRecord.mWithdrawnFile = mSaved.mWithdrawnFile;
+    mRecord.mChangesFile = mSaved.mChangesFile;
+    if (Failure tFailure = mLists.write(mSaved, &mRecord)) {
         return tFailure;
     }
-    const Result<QByteArray> tPem = os::readFile(mFileSystem, tPath, sMaxKeyLength);
-    if (!tPem) {
-        return tPem.failure();
+    if (Failure tFailure = os::replaceFile(mFileSystem, filePath(sRecordName), mRecord.toJson(), sFileMode)) {
+        return tFailure;
     }
-    if (std::optional<tuf::SigningKey> tKey = tuf::SigningKey::fromPem(*tPem)) {
-        return *tKey;
-    }
-    return Failure::content(u"%1 does not contain a usable key"_s.arg(tPath));
+    mSaved = mRecord;
+    mMaySave = true;
+    return {};
 }
 
-Result<QList<tuf::SigningKey>> KeyFolder::readSigners(const QString& pRole) const
+Failure KeyFolder::savePackage(const QString& pArchive)
 {
-    QStringList tNames{mRecord.mKeyFiles.value(pRole)};
-    for (const RetiringKey& tKey : mRecord.mRetiring) {
-        if (tKey.mRole == pRole && QFileInfo::exists(filePath(tKey.mFile))) {
-            tNames.append(tKey.mFile);
-        }
+    if (mSaved.mChangesFile.mNumber == 0) {
+        return save(); // a record of an earlier version, read as a whole
     }
-    QList<tuf::SigningKey> tKeys;
-    for (const QString& tName : tNames) {
-        const Result<tuf::SigningKey> tKey = readKeyFile(tName);
+    const QByteArray tText = mRecord.mTargets.text(pArchive);
+    if (Failure tFailure = mLists.append(mSaved.mChangesFile, pArchive, tText)) {
+        return tFailure;
+    }
+    mSaved.mTargets = mRecord.mTargets;
+    return {};
+}
+
+bool KeyFolder::isHere(const QString& pId) const
+{
+    const auto tSource = mRecord.mKeys.constFind(pId);
+    return tSource != mRecord.mKeys.constEnd() &&
+           (QFileInfo::exists(filePath(tSource->mFile)) || QFileInfo::exists(commandPath(tSource->mFile)));
+}
+
+QStringList KeyFolder::here(QStringList pIds) const
+{
+    pIds.removeIf([this](const QString& pId) { return !isHere(pId); });
+    return pIds;
+}
+
+bool KeyFolder::isGone(const QString& pId) const
+{
+    if (mRecord.mLostKeys.contains(pId) || !mRecord.mKeys.contains(pId) || isHere(pId)) {
+        return mRecord.mLostKeys.contains(pId);
+    }
+    const Result<RootDocument> tRoot = RootDocument::read(mRecord.mRoot);
+    return tRoot && tRoot->publicJson(pId).isEmpty();
+}
+
+Result<Signer> KeyFolder::readKey(const QString& pId) const
+{
+    const QString tFile = mRecord.mKeys.value(pId).mFile;
+    Result<Signer> tSigner = readKeyFile(tFile);
+    if (tSigner && tSigner->id() != pId) {
+        return Failure::content(u"%1 contains another key than %2"_s.arg(filePath(tFile), pId));
+    }
+    return tSigner;
+}
+
+Result<QByteArray> KeyFolder::readPrivate(const QString& pPath) const
+{
+    if (Failure tFailure = checkPrivate(pPath)) {
+        return tFailure;
+    }
+    return os::readFile(mFileSystem, pPath, sMaxKeyLength);
+}
+
+Result<Signer> KeyFolder::readKeyFile(const QString& pName) const
+{
+    if (const auto tOpened = mOpened.constFind(pName); tOpened != mOpened.constEnd()) {
+        return *tOpened;
+    }
+    Result<Signer> tSigner = openKeyFile(pName);
+    if (!tSigner) {
+        return tSigner;
+    }
+    if (tSigner->id().left(sIdInName) != pName.section(u'-', -1).section(u'.', 0, 0)) {
+        return Failure::content(u"%1 has another key than its name says"_s.arg(filePath(pName)));
+    }
+    mOpened.insert(pName, *tSigner);
+    return tSigner;
+}
+
+Result<Signer> KeyFolder::openKeyFile(const QString& pName) const
+{
+    const QString tPem = filePath(pName);
+    const QString tCommand = commandPath(pName);
+    const bool tHasCommand = QFileInfo::exists(tCommand);
+    Result<QByteArray> tContent = readPrivate(tHasCommand ? tCommand : tPem);
+    if (!tContent) {
+        return tContent.failure();
+    }
+    Result<Signer> tSigner =
+        tHasCommand ? readCommand(tCommand, *tContent) : readPem(tPem, *tContent, &mPassphrases);
+    wipe(&*tContent);
+    return tSigner;
+}
+
+Result<QList<Signer>> KeyFolder::readSigners(const QStringList& pIds) const
+{
+    QList<Signer> tKeys;
+    for (const QString& tId : pIds) {
+        if (!isHere(tId)) {
+            continue;
+        }
+        const Result<Signer> tKey = readKey(tId);
         if (!tKey) {
             return tKey.failure();
         }
@@ -164,54 +305,132 @@ Result<QList<tuf::SigningKey>> KeyFolder::readSigners(const QString& pRole) cons
     return tKeys;
 }
 
-QString KeyFolder::findKeyFile(const QString& pRole, const QStringList& pIds) const
+Result<QList<Signer>> KeyFolder::readRetiringKeys(const QString& pRole) const
 {
-    const QStringList tNames = QDir(mPath).entryList({pRole + "-*.pem"_L1}, QDir::Files);
-    for (const QString& tName : tNames) {
-        const Result<tuf::SigningKey> tKey = readKeyFile(tName);
-        if (tKey && pIds.contains(tKey->id())) {
-            return tName;
+    QList<Signer> tKeys;
+    for (const RetiringKey& tRetiring : mRecord.mRetiringKeys) {
+        if (tRetiring.mRole != pRole || !QFileInfo::exists(filePath(tRetiring.mFile))) {
+            continue;
+        }
+        const Result<Signer> tKey = readKeyFile(tRetiring.mFile);
+        if (!tKey) {
+            return tKey.failure();
+        }
+        tKeys.append(*tKey);
+    }
+    return tKeys;
+}
+
+// Sets the keys of this root whose files are in the folder, but not in the record.
+void KeyFolder::findKeys(const RootDocument& pRoot)
+{
+    for (const QString& tRole : roleNames()) {
+        for (const QString& tId : pRoot.keyIds(tRole)) {
+            for (const QString& tSuffix : {sPemSuffix, sSignerSuffix}) {
+                const QString tName = keyFileName(tRole, tId) + tSuffix;
+                if (!mRecord.mKeys.contains(tId) && QFileInfo::exists(filePath(tName))) {
+                    mRecord.mKeys.insert(tId, {.mFile = tName});
+                }
+            }
         }
     }
-    return QString();
+}
+
+// A failure if this folder could sign for a role by the root of the record, and can't by the newer pRoot.
+Failure KeyFolder::checkKeys(const RootDocument& pRoot) const
+{
+    const Result<RootDocument> tOld = RootDocument::read(mRecord.mRoot);
+    if (!tOld) {
+        return tOld.failure();
+    }
+    for (const QString& tRole : roleNames()) {
+        // Several keys are those of several people.
+        if (pRoot.keyIds(tRole).size() == 1 && canSign(*tOld, tRole) && !canSign(pRoot, tRole)) {
+            return Failure::content(
+                u"The repository has version %1 of the root, whose key for the role %2 is "
+                "not in %3: restore the keys as they were after the last change of keys"_s
+                    .arg(pRoot.version())
+                    .arg(tRole, mPath));
+        }
+    }
+    return {};
+}
+
+bool KeyFolder::canSign(const RootDocument& pRoot, const QString& pRole) const
+{
+    return here(pRoot.keyIds(pRole)).size() >= pRoot.threshold(pRole);
 }
 
 Failure KeyFolder::takeRoot(const QByteArray& pRoot)
 {
-    tuf::Root tRoot;
-    if (Failure tFailure = tuf::parseRoot(pRoot, &tRoot)) {
+    const Result<RootDocument> tRoot = RootDocument::read(pRoot);
+    if (!tRoot) {
+        return tRoot.failure();
+    }
+    findKeys(*tRoot);
+    if (Failure tFailure = checkKeys(*tRoot)) {
         return tFailure;
     }
-    QMap<QString, QString> tFiles;
-    for (const QString& tRole : roleNames()) {
-        const QString tName = findKeyFile(tRole, tRoot.mRoles[tRole].mKeyIds);
-        if (tName.isEmpty()) {
-            return Failure::content(
-                u"The repository has version %1 of the root, whose key for the role %2 is "
-                "not in %3: restore the keys as they were after the last rotate-key"_s.arg(tRoot.mVersion)
-                    .arg(tRole, mPath));
-        }
-        tFiles.insert(tRole, tName);
+    return replaceRoot(pRoot, mRecord.mTimestampExpires);
+}
+
+Failure KeyFolder::beginWith(const QByteArray& pRoot, const QList<RetiringRoot>& pReplaced)
+{
+    QList<QByteArray> tRoots{pRoot};
+    for (const RetiringRoot& tReplaced : pReplaced) {
+        tRoots.append(tReplaced.mRoot);
     }
-    for (auto tIt = tFiles.begin(); tIt != tFiles.end(); ++tIt) {
-        const QString tOld = mRecord.mKeyFiles.value(tIt.key());
-        if (tIt.key() != tuf::sRoot && tIt.value() != tOld) {
-            mRecord.mRetiring.append({tIt.key(), tOld, mRecord.mTimestampExpires});
+    for (const QByteArray& tFile : std::as_const(tRoots)) {
+        const Result<RootDocument> tRoot = RootDocument::read(tFile);
+        if (!tRoot) {
+            return tRoot.failure();
         }
+        findKeys(*tRoot);
     }
-    mRecord.mKeyFiles = tFiles;
-    mRecord.mVersions[tuf::sRoot] = tRoot.mVersion;
+    mRecord.mRoot = pRoot;
+    mRecord.mRetiringRoots = pReplaced;
+    return {};
+}
+
+Failure KeyFolder::replaceRoot(const QByteArray& pRoot, const QDateTime& pUntil)
+{
+    const Result<RootDocument> tOld = RootDocument::read(mRecord.mRoot);
+    const Result<RootDocument> tNew = RootDocument::read(pRoot);
+    if (!tOld || !tNew) {
+        return tOld ? tNew.failure() : tOld.failure();
+    }
+    if (!tNew->signsLike(*tOld)) {
+        mRecord.mRetiringRoots.append({mRecord.mRoot, pUntil});
+    }
+    dropMissingKeys(*tOld);
+    mRecord.mVersions[tuf::sRoot] = tNew->version();
     mRecord.mRoot = pRoot;
     return {};
 }
 
-Failure KeyFolder::addKey(const QString& pRole, const tuf::SigningKey& pKey)
+// A key of the root pRoot whose file is missing was moved to the machine of its owner: from now on it is
+// elsewhere. One that was replaced before has been deleted.
+void KeyFolder::dropMissingKeys(const RootDocument& pRoot)
 {
-    const QString tName = u"%1-%2.pem"_s.arg(pRole, pKey.id().left(16));
-    if (Failure tFailure = os::replaceFile(mFileSystem, filePath(tName), pKey.toPem(), sFileMode)) {
+    const QStringList tIds = mRecord.mKeys.keys();
+    for (const QString& tId : tIds) {
+        if (isHere(tId)) {
+            continue;
+        }
+        mRecord.mKeys.remove(tId);
+        if (pRoot.publicJson(tId).isEmpty()) {
+            mRecord.mLostKeys.append(tId);
+        }
+    }
+}
+
+Failure KeyFolder::addKey(const QString& pRole, const KeyFile& pKey)
+{
+    const QString tName = keyFileName(pRole, pKey.mSigner.id()) + pKey.mSuffix;
+    if (Failure tFailure = os::replaceFile(mFileSystem, filePath(tName), pKey.mContent, sFileMode)) {
         return tFailure;
     }
-    mRecord.mKeyFiles.insert(pRole, tName);
+    mRecord.mKeys.insert(pKey.mSigner.id(), {.mFile = tName});
     return {};
 }
 

@@ -1,11 +1,17 @@
 #pragma once
 
+#include "keys/FolderLock.h"
+#include "keys/KeyFile.h"
+#include "keys/Passphrases.h"
+#include "record/Draft.h"
+#include "record/PackageLists.h"
 #include "record/Record.h"
 
 #include "internal/Failure.h"
-#include "tuf/SigningKey.h"
 
+#include <QtCore/QDateTime>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace tarn::os {
 class FileSystem;
@@ -13,48 +19,94 @@ class FileSystem;
 
 namespace tarn::vkpublish {
 
+class RootDocument;
+
 // The publisher's private folder: one file for each key, and the record. Only its owner has access.
 class KeyFolder
 {
 public:
-    KeyFolder(os::FileSystem& pFileSystem, const QString& pPath);
-    ~KeyFolder(); // releases the lock
-    KeyFolder(const KeyFolder&) = delete;
-    KeyFolder& operator=(const KeyFolder&) = delete;
+    KeyFolder(os::FileSystem& pFileSystem, const QString& pPath, Patience pPatience = Patience::Wait);
 
     const QString& path() const { return mPath; }
 
     // Creates the folder, which must be new or empty, and locks it.
     Failure create();
-    // Locks the folder against a second publisher and reads the record.
+    // Locks the folder against other publishers, and waits for them if need be. Then reads the record.
     Failure open();
-    // Only reads the record.
+    // Only reads the record: as it was before or after what another publisher changes just now.
     Failure openForReading();
+    // Locks the folder, which must have no record.
+    Failure openWithoutRecord();
 
     // save() writes it.
     Record mRecord;
     Failure save();
 
-    Result<tuf::SigningKey> readKey(const QString& pRole) const;
-    // The keys that sign a role's files: its current key first, then its retiring keys. A retiring key whose
-    // file is missing does not sign any longer.
-    Result<QList<tuf::SigningKey>> readSigners(const QString& pRole) const;
-    // Sets this root in mRecord, and the key files in the folder that match the root's roles. The replaced
-    // keys retire.
+    // Like open(), but the record has only the packages of this archive's name, and save() must not be
+    // called: it writes one line, however many packages there are.
+    Failure openPackage(const QString& pArchive);
+    // Writes what mRecord.mTargets has of this name, and nothing else.
+    Failure savePackage(const QString& pArchive);
+
+    // What waits for signatures. Each of these is done at once.
+    Result<std::optional<Draft>> draft(const QString& pRole) const
+    {
+        return readDraft(mFileSystem, mPath, pRole);
+    }
+    Failure saveDraft(const Draft& pDraft) { return writeDraft(mFileSystem, mPath, pDraft); }
+    Failure dropDraft(const QString& pRole) { return removeDraft(mFileSystem, mPath, pRole); }
+
+    // Whether this folder can sign with the key.
+    bool isHere(const QString& pId) const;
+    QStringList here(QStringList pIds) const;
+    // Whether nobody waits for the key's signature: it was given up, or it was replaced and its file deleted.
+    // A key in use whose file is not here is elsewhere.
+    bool isGone(const QString& pId) const;
+    // Whether enough keys of the role are here.
+    bool canSign(const RootDocument& pRoot, const QString& pRole) const;
+    Result<Signer> readKey(const QString& pId) const;
+    // From a file in the folder, which needs no record for it. A command for the key beside its file signs in
+    // its place.
+    Result<Signer> openKeyFile(const QString& pName) const;
+    // Of those of these keys that are here.
+    Result<QList<Signer>> readSigners(const QStringList& pIds) const;
+    // Of the keys of a role that a record of format 1 has replaced, as long as their files are here.
+    Result<QList<Signer>> readRetiringKeys(const QString& pRole) const;
+    // Sets this root in mRecord, and finds its keys in the folder. The replaced root retires.
     Failure takeRoot(const QByteArray& pRoot);
-    // Writes the key to its own file and sets the file name in mRecord.
-    Failure addKey(const QString& pRole, const tuf::SigningKey& pKey);
+    // Begins mRecord with this root and those that it has replaced, and finds their keys in the folder.
+    Failure beginWith(const QByteArray& pRoot, const QList<RetiringRoot>& pReplaced);
+    // Sets this root in mRecord. pUntil: when no machine can need the replaced one any longer.
+    Failure replaceRoot(const QByteArray& pRoot, const QDateTime& pUntil);
+    // Writes the key to its own file and sets it in mRecord.
+    Failure addKey(const QString& pRole, const KeyFile& pKey);
+
+    // What opens the keys, and encrypts new ones.
+    Passphrases& passphrases() const { return mPassphrases; }
 
 private:
     QString filePath(const QString& pName) const;
+    QString commandPath(const QString& pName) const;
     Failure checkPrivate(const QString& pPath) const;
-    Failure lock();
-    Result<tuf::SigningKey> readKeyFile(const QString& pName) const;
-    QString findKeyFile(const QString& pRole, const QStringList& pIds) const;
+    Failure checkEmpty() const;
+    Failure openLocked();
+    Failure read(const QString& pOnly);
+    Failure readOnce(const QString& pOnly, QByteArray* pText);
+    void findKeys(const RootDocument& pRoot);
+    void dropMissingKeys(const RootDocument& pRoot);
+    Failure checkKeys(const RootDocument& pRoot) const;
+    Result<QByteArray> readPrivate(const QString& pPath) const;
+    Result<Signer> readKeyFile(const QString& pName) const;
 
     os::FileSystem& mFileSystem;
     QString mPath;
-    int mLockFd = -1;
+    PackageLists mLists;
+    Packages mSaved;      // as they are on the disk
+    bool mMaySave = true; // false: mRecord is not whole, or a save() has failed
+    Patience mPatience;
+    FolderLock mLock;
+    mutable Passphrases mPassphrases;
+    mutable QMap<QString, Signer> mOpened; // file name -> its key: to open one takes a while
 };
 
 } // namespace tarn::vkpublish

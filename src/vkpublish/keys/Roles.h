@@ -1,29 +1,32 @@
 // Builds and signs the metadata of a repository; does not write files.
 #pragma once
 
-#include "tuf/SigningKey.h"
+#include "keys/Signer.h"
+#include "record/TargetList.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonObject>
-#include <QtCore/QMap>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace tarn::vkpublish {
 
-// The four top-level roles; each has its own key.
+// The four top-level roles; each has its own keys.
 const QStringList& roleNames();
 
-// All of these return the file, or an empty one if signing fails. pKeys: role -> its key. pOldRootKey signs,
-// too, so that clients that trust it follow to the new root.
-QByteArray makeRoot(qint64 pVersion, const QDateTime& pExpires, const QMap<QString, tuf::SigningKey>& pKeys,
-                    const std::optional<tuf::SigningKey>& pOldRootKey);
-QByteArray makeTargets(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets,
-                       const QList<tuf::SigningKey>& pKeys);
-QByteArray makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargetsMeta,
-                        const QList<tuf::SigningKey>& pKeys);
-QByteArray makeTimestamp(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pSnapshotMeta,
-                         qint64 pTargetsVersion, const QList<tuf::SigningKey>& pKeys);
+// The members that all metadata files have in common.
+QJsonObject signedPart(const QString& pType, qint64 pVersion, const QDateTime& pExpires);
+// What the signatures of a list of packages are over; empty if a target has no canonical form.
+QByteArray targetsPart(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets);
+
+// All of these return the file.
+Result<QByteArray> makeTargets(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets,
+                               const QList<Signer>& pKeys);
+Result<QByteArray> makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargetsMeta,
+                                const QList<Signer>& pKeys);
+Result<QByteArray> makeTimestamp(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pSnapshotMeta,
+                                 qint64 pTargetsVersion, const QList<Signer>& pKeys);
 
 // The entry for this file in the file above it: "version", "length", "hashes".
 QJsonObject metaOf(qint64 pVersion, const QByteArray& pFile);

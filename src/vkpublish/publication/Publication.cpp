@@ -1,17 +1,21 @@
 #include "publication/Publication.h"
 
 #include "keys/Roles.h"
+#include "keys/RootDocument.h"
 #include "network/MetadataSource.h"
 #include "publication/CatchUp.h"
 #include "publication/FileMatch.h"
+#include "publication/FolderFiles.h"
 #include "publication/Layout.h"
+#include "publication/NewRoot.h"
 #include "publication/RepositoryState.h"
+#include "publication/RoleSigners.h"
+#include "publication/TargetsChoice.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
 #include "tuf/Metadata.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QFile>
 
 #include <algorithm>
@@ -27,10 +31,35 @@ namespace {
 constexpr mode_t sFileMode = 0644;
 constexpr qint64 sMaxMetadata = 16 * 1024 * 1024;
 
+// Sets what metadata says about a new file.
+Failure take(const Result<QByteArray>& pFile, const QString& pRole, qint64 pVersion,
+             const QDateTime& pExpires, SignedFile* pTo)
+{
+    if (!pFile) {
+        return pFile.failure();
+    }
+    if (pFile->size() > sMaxMetadata) {
+        return Failure::content(u"The %1 metadata is too large: %2 bytes"_s.arg(pRole).arg(pFile->size()));
+    }
+    *pTo = {*pFile, {metaOf(pVersion, *pFile), pExpires}};
+    return {};
+}
+
+// At least half of the lifetime that it would have now is left.
+bool isFresh(const PublishedFile& pFile, const QDateTime& pExpires, const QDateTime& pNow)
+{
+    return pNow.secsTo(pFile.mExpires) >= pNow.secsTo(pExpires) / 2;
+}
+
 // pStated: "length" and "hashes", as in metadata.
 bool isAsStated(const QString& pPath, const QJsonObject& pStated)
 {
     return !fileMatches(pPath, pStated["length"_L1].toInteger(), {statedHash(pStated)});
+}
+
+QString nameInTargets(const QString& pRepository, const FileAt& pFile)
+{
+    return pFile.mPath.mid(targetsFolder(pRepository).size() + 1);
 }
 
 } // namespace
@@ -41,29 +70,21 @@ Publication::Publication(os::FileSystem& pFileSystem, const QString& pRepository
 }
 
 // For files that were already published this only checks that they exist: "verify" does the rest.
-Failure Publication::checkTarget(const QString& pName) const
+Failure Publication::checkTargets()
 {
-    const Record& tRecord = mKeys.mRecord;
-    const QJsonObject tTarget = offered()[pName].toObject();
-    const bool tPublished = tRecord.mPublishedTargets[pName].toObject() == tTarget;
-    QList<FileAt> tFiles = sideFiles(mRepository, tTarget);
-    tFiles.prepend(
-        {targetPath(mRepository, pName, tTarget), tTarget["length"_L1].toInteger(), statedHash(tTarget)});
-    for (const FileAt& tFile : std::as_const(tFiles)) {
-        if (tPublished ? QFileInfo(tFile.mPath).size() != tFile.mLength
+    const TargetList& tPublished = mKeys.mRecord.mPublishedTargets;
+    const QHash<QString, qint64> tThere = filesIn(targetsFolder(mRepository));
+    mNamed.clear();
+    for (auto tIt = offered().begin(); tIt != offered().end(); ++tIt) {
+        const bool tKnown = tPublished.text(tIt.key()) == tIt.text();
+        for (const FileAt& tFile : filesOf(mRepository, tIt.key(), tIt.value().toObject())) {
+            const QString tName = nameInTargets(mRepository, tFile);
+            if (tKnown ? tThere.value(tName, -1) != tFile.mLength
                        : bool(fileMatches(tFile.mPath, tFile.mLength, {tFile.mHash}))) {
-            return Failure::content(u"%1 is missing or was changed: add the package again with --replace, or "
-                                    "remove it"_s.arg(tFile.mPath));
-        }
-    }
-    return {};
-}
-
-Failure Publication::checkTargets() const
-{
-    for (const QString& tName : offered().keys()) {
-        if (Failure tFailure = checkTarget(tName)) {
-            return tFailure;
+                return Failure::content(u"%1 is missing or was changed: add the package again with "
+                                        "--replace, or remove it"_s.arg(tFile.mPath));
+            }
+            mNamed.insert(tName);
         }
     }
     return {};
@@ -78,128 +99,221 @@ Failure Publication::catchUp()
     return raiseVersions(&mKeys, tSeen, &mRaised);
 }
 
-Failure Publication::readKeys()
-{
-    mSigners.clear();
-    for (const QString& tRole : {tuf::sTargets, tuf::sSnapshot, tuf::sTimestamp}) {
-        const Result<QList<tuf::SigningKey>> tKeys = mKeys.readSigners(tRole);
-        if (!tKeys) {
-            return tKeys.failure();
-        }
-        mSigners.insert(tRole, *tKeys);
-    }
-    return {};
-}
-
-bool Publication::isFresh(const QString& pRole, const PublishedFile& pFile, const QDateTime& pExpires,
-                          const PublicationTimes& pTimes) const
+bool Publication::isUsable(const QString& pRole, const PublishedFile& pFile, const QDateTime& pNow) const
 {
     const qint64 tVersion = pFile.mMeta["version"_L1].toInteger();
-    return !pFile.mMeta.isEmpty() && pFile.mExpires > pTimes.mNow &&
-           pTimes.mNow.secsTo(pFile.mExpires) >= pTimes.mNow.secsTo(pExpires) / 2 &&
+    return !pFile.mMeta.isEmpty() && pFile.mExpires > pNow &&
            isAsStated(versionedPath(mRepository, pRole, tVersion), pFile.mMeta);
 }
 
 Failure Publication::write(const QString& pPath, const QByteArray& pFile)
 {
-    if (pFile.isEmpty() || pFile.size() > sMaxMetadata) {
-        return Failure::content(u"%1 can't be signed, or is too large"_s.arg(pPath));
-    }
     return os::replaceFile(mFileSystem, pPath, pFile, sFileMode);
 }
 
-Failure Publication::writeVersioned(const QString& pRole, const QByteArray& pFile, const QDateTime& pExpires,
-                                    PublishedFile* pTo)
+Failure Publication::writeVersioned(const QString& pRole, const SignedFile& pFile, PublishedFile* pTo)
 {
-    const qint64 tVersion = mKeys.mRecord.mVersions[pRole];
-    if (Failure tFailure = write(versionedPath(mRepository, pRole, tVersion), pFile)) {
+    if (pFile.mBytes.isEmpty()) {
+        return {};
+    }
+    const qint64 tVersion = pFile.mPublished.mMeta["version"_L1].toInteger();
+    if (Failure tFailure = write(versionedPath(mRepository, pRole, tVersion), pFile.mBytes)) {
         return tFailure;
     }
-    *pTo = PublishedFile{metaOf(tVersion, pFile), pExpires};
+    *pTo = pFile.mPublished;
     return {};
+}
+
+bool Publication::isRootWritten() const
+{
+    const QString tPath = versionedPath(mRepository, tuf::sRoot, mKeys.mRecord.mVersions[tuf::sRoot]);
+    const Result<QByteArray> tPresent = os::readFile(mFileSystem, tPath, sMaxMetadata);
+    return tPresent && *tPresent == mKeys.mRecord.mRoot;
 }
 
 Failure Publication::writeRoot()
 {
     const QString tPath = versionedPath(mRepository, tuf::sRoot, mKeys.mRecord.mVersions[tuf::sRoot]);
-    const Result<QByteArray> tPresent = os::readFile(mFileSystem, tPath, sMaxMetadata);
-    return tPresent && *tPresent == mKeys.mRecord.mRoot ? Failure() : write(tPath, mKeys.mRecord.mRoot);
+    return isRootWritten() ? Failure() : write(tPath, mKeys.mRecord.mRoot);
+}
+
+Failure Publication::checkRootExpiry(const QDateTime& pNow) const
+{
+    const Result<RootDocument> tRoot = RootDocument::read(mKeys.mRecord.mRoot);
+    if (!tRoot) {
+        return tRoot.failure();
+    }
+    return tRoot->expires() > pNow
+               ? Failure()
+               : Failure::content(
+                     u"The root has expired on %1, and machines refuse the repository: renew it with "
+                     "\"vkpublish payload DIR root\""_s.arg(tRoot->expires().toString(Qt::ISODate)));
 }
 
 Failure Publication::run(const PublicationTimes& pTimes)
 {
     Record& tRecord = mKeys.mRecord;
-    tRecord.mRetiring.removeIf([&](const RetiringKey& pKey) { return pKey.mUntil <= pTimes.mNow; });
+    const auto tIsOver = [&](const auto& pOld) { return pOld.mUntil <= pTimes.mNow; };
+    tRecord.mRetiringRoots.removeIf(tIsOver);
+    tRecord.mRetiringKeys.removeIf(tIsOver);
+    mNotes.clear();
     if (Failure tFailure = catchUp()) {
         return tFailure;
     }
     if (Failure tFailure = checkTargets()) {
         return tFailure;
     }
-    if (Failure tFailure = readKeys()) {
+    const Result<std::optional<Draft>> tRoot = completeRoot(mKeys, pTimes.mNow, &mNotes);
+    if (!tRoot) {
+        return tRoot.failure();
+    }
+    if (!*tRoot) {
+        return publish(pTimes);
+    }
+    if (!isRootWritten()) { // an earlier run was interrupted, and no version may be missing
+        if (Failure tFailure = publish(pTimes)) {
+            return tFailure;
+        }
+    }
+    const Record tBefore = tRecord;
+    const QDateTime tSigned = tRecord.mTimestampExpires;
+    const QDateTime tUntil = tSigned.isValid() ? std::max(tSigned, pTimes.mExpires) : pTimes.mExpires;
+    if (Failure tFailure = adoptRoot(mFileSystem, &mKeys, mRepository, **tRoot, pTimes.mNow, tUntil)) {
         return tFailure;
     }
-    const bool tNewTargets =
-        offered() != tRecord.mPublishedTargets ||
-        !isFresh(tuf::sTargets, tRecord.mPublishedTargetsFile, pTimes.mTargetsExpires, pTimes);
-    const bool tNewSnapshot =
-        tNewTargets || !isFresh(tuf::sSnapshot, tRecord.mPublishedSnapshot, pTimes.mExpires, pTimes);
+    const Failure tFailure = publish(pTimes);
+    if (tFailure.mKind != Failure::Kind::Person) {
+        return tFailure;
+    }
+    // The new root waits, and everything else goes on.
+    tRecord = tBefore;
+    mNotes.append(u"The new root is not published yet: "_s + tFailure.mText);
+    return publish(pTimes);
+}
 
-    // Increments the versions, and drops the old files from the record, before anything is written. If this
-    // run is interrupted, no later run signs other content under a version that a client may have seen, or
-    // returns to an older file.
+Failure Publication::publish(const PublicationTimes& pTimes)
+{
+    Record& tRecord = mKeys.mRecord;
+    if (Failure tFailure = checkRootExpiry(pTimes.mNow)) {
+        return tFailure;
+    }
+    const bool tIsUsable = isUsable(tuf::sTargets, tRecord.mPublishedTargetsFile, pTimes.mNow);
+    const Result<TargetsChoice> tTargets = chooseTargets(
+        mKeys,
+        {.mOffered = offered(),
+         .mIsUsable = tIsUsable,
+         .mIsFresh = isFresh(tRecord.mPublishedTargetsFile, pTimes.mTargetsExpires, pTimes.mNow),
+         .mNow = pTimes.mNow},
+        &mNotes);
+    if (!tTargets) {
+        return tTargets.failure();
+    }
+    const bool tSignTargets = tTargets->mSource == TargetsChoice::Source::KeysHere;
+    const bool tNewTargets = tTargets->mSource != TargetsChoice::Source::Published;
+    const bool tNewSnapshot = tNewTargets ||
+                              !isUsable(tuf::sSnapshot, tRecord.mPublishedSnapshot, pTimes.mNow) ||
+                              !isFresh(tRecord.mPublishedSnapshot, pTimes.mExpires, pTimes.mNow);
+    QStringList tRoles{tuf::sTimestamp};
+    tRoles += tNewSnapshot ? QStringList{tuf::sSnapshot} : QStringList();
+    tRoles += tSignTargets ? QStringList{tuf::sTargets} : QStringList();
+    const auto tSigners = readSigners(mKeys, tRoles, pTimes.mNow);
+    if (!tSigners) {
+        return tSigners.failure();
+    }
+    SignedFiles tFiles;
     if (tNewTargets) {
-        ++tRecord.mVersions[tuf::sTargets];
         tRecord.mPublishedTargetsFile = PublishedFile();
+    }
+    if (tSignTargets) {
+        ++tRecord.mVersions[tuf::sTargets];
+    } else if (tNewTargets) {
+        const tuf::Signed tSigned = tTargets->mDraft.toSigned();
+        if (Failure tFailure =
+                take(fileOfDraft(mFileSystem, mKeys, mRepository, tTargets->mDraft, pTimes.mNow),
+                     tuf::sTargets, tSigned.mVersion, tSigned.mExpires, &tFiles.mTargets)) {
+            return tFailure;
+        }
     }
     if (tNewSnapshot) {
         ++tRecord.mVersions[tuf::sSnapshot];
         tRecord.mPublishedSnapshot = PublishedFile();
     }
     ++tRecord.mVersions[tuf::sTimestamp];
-    // Clients that have the new root refuse what only the old keys signed, so it comes last.
+    // All signatures come before the first change, which a missing one prevents.
+    if (Failure tFailure = signFiles(pTimes, *tSigners, &tFiles)) {
+        return tFailure;
+    }
+    // The versions are in the record, and the old files no longer, before anything is written. If this run is
+    // interrupted, no later run signs other content under a version that a client may have seen, or returns
+    // to an older file.
     if (Failure tFailure = mKeys.save()) {
         return tFailure;
     }
-    if (Failure tFailure = signFiles(pTimes)) {
+    if (Failure tFailure = writeFiles(tFiles)) {
         return tFailure;
     }
+    // Clients that have the new root refuse what only the old keys signed, so it comes last.
     if (Failure tFailure = writeRoot()) {
         return tFailure;
     }
     noteWithdrawn();
     tRecord.mTimestampExpires = pTimes.mExpires;
     noteUnreferenced(pTimes.mNow);
-    return mKeys.save();
+    if (Failure tFailure = mKeys.save()) {
+        return tFailure;
+    }
+    return dropPublishedDrafts(&mKeys, tNewTargets);
 }
 
 // Signs the files that were dropped from the record, and the timestamp.
-Failure Publication::signFiles(const PublicationTimes& pTimes)
+Failure Publication::signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners,
+                               SignedFiles* pTo) const
 {
-    Record& tRecord = mKeys.mRecord;
-    if (tRecord.mPublishedTargetsFile.mMeta.isEmpty()) {
-        const QByteArray tFile = makeTargets(tRecord.mVersions[tuf::sTargets], pTimes.mTargetsExpires,
-                                             offered(), mSigners[tuf::sTargets]);
-        if (Failure tFailure = writeVersioned(tuf::sTargets, tFile, pTimes.mTargetsExpires,
-                                              &tRecord.mPublishedTargetsFile)) {
-            return tFailure;
-        }
+    const Record& tRecord = mKeys.mRecord;
+    const qint64 tTargetsVersion = tRecord.mVersions[tuf::sTargets];
+    const qint64 tSnapshotVersion = tRecord.mVersions[tuf::sSnapshot];
+    if (pTo->mTargets.mBytes.isEmpty()) {
+        pTo->mTargets.mPublished = tRecord.mPublishedTargetsFile;
     }
-    if (tRecord.mPublishedSnapshot.mMeta.isEmpty()) {
-        const QByteArray tFile = makeSnapshot(tRecord.mVersions[tuf::sSnapshot], pTimes.mExpires,
-                                              tRecord.mPublishedTargetsFile.mMeta, mSigners[tuf::sSnapshot]);
+    if (pTo->mTargets.mPublished.mMeta.isEmpty()) {
+        const Result<QByteArray> tFile =
+            makeTargets(tTargetsVersion, pTimes.mTargetsExpires, offered(), pSigners[tuf::sTargets]);
         if (Failure tFailure =
-                writeVersioned(tuf::sSnapshot, tFile, pTimes.mExpires, &tRecord.mPublishedSnapshot)) {
+                take(tFile, tuf::sTargets, tTargetsVersion, pTimes.mTargetsExpires, &pTo->mTargets)) {
             return tFailure;
         }
     }
-    return write(timestampPath(mRepository),
-                 makeTimestamp(tRecord.mVersions[tuf::sTimestamp], pTimes.mExpires,
-                               tRecord.mPublishedSnapshot.mMeta, tRecord.mVersions[tuf::sTargets],
-                               mSigners[tuf::sTimestamp]));
+    pTo->mSnapshot.mPublished = tRecord.mPublishedSnapshot;
+    if (pTo->mSnapshot.mPublished.mMeta.isEmpty()) {
+        const Result<QByteArray> tFile = makeSnapshot(
+            tSnapshotVersion, pTimes.mExpires, pTo->mTargets.mPublished.mMeta, pSigners[tuf::sSnapshot]);
+        if (Failure tFailure =
+                take(tFile, tuf::sSnapshot, tSnapshotVersion, pTimes.mExpires, &pTo->mSnapshot)) {
+            return tFailure;
+        }
+    }
+    const Result<QByteArray> tTimestamp =
+        makeTimestamp(tRecord.mVersions[tuf::sTimestamp], pTimes.mExpires, pTo->mSnapshot.mPublished.mMeta,
+                      pTo->mTargets.mPublished.mMeta["version"_L1].toInteger(), pSigners[tuf::sTimestamp]);
+    if (tTimestamp) {
+        pTo->mTimestamp = *tTimestamp;
+    }
+    return tTimestamp.failure();
 }
 
-// Relative to the repository.
+Failure Publication::writeFiles(const SignedFiles& pFiles)
+{
+    Record& tRecord = mKeys.mRecord;
+    if (Failure tFailure = writeVersioned(tuf::sTargets, pFiles.mTargets, &tRecord.mPublishedTargetsFile)) {
+        return tFailure;
+    }
+    if (Failure tFailure = writeVersioned(tuf::sSnapshot, pFiles.mSnapshot, &tRecord.mPublishedSnapshot)) {
+        return tFailure;
+    }
+    return write(timestampPath(mRepository), pFiles.mTimestamp);
+}
+
+// Relative to the repository; without those in mNamed.
 QSet<QString> Publication::referencedFiles() const
 {
     const Record& tRecord = mKeys.mRecord;
@@ -208,11 +322,9 @@ QSet<QString> Publication::referencedFiles() const
                                        std::pair(tuf::sSnapshot, tRecord.mPublishedSnapshot)}) {
         tPaths.append(versionedPath(mRepository, tRole, tFile.mMeta["version"_L1].toInteger()));
     }
-    for (const QJsonObject& tTargets : {tRecord.mTargets, offered()}) {
-        for (const QString& tName : tTargets.keys()) {
-            const QJsonObject tTarget = tTargets[tName].toObject();
-            tPaths.append(targetPath(mRepository, tName, tTarget));
-            for (const FileAt& tFile : sideFiles(mRepository, tTarget)) {
+    for (auto tIt = tRecord.mTargets.begin(); tIt != tRecord.mTargets.end(); ++tIt) {
+        if (offered().text(tIt.key()) != tIt.text()) {
+            for (const FileAt& tFile : filesOf(mRepository, tIt.key(), tIt.value().toObject())) {
                 tPaths.append(tFile.mPath);
             }
         }
@@ -227,10 +339,11 @@ QSet<QString> Publication::referencedFiles() const
 void Publication::noteWithdrawn()
 {
     Record& tRecord = mKeys.mRecord;
-    const QJsonObject tBefore = std::exchange(tRecord.mPublishedTargets, offered());
-    for (const QString& tName : tBefore.keys()) {
-        if (!tRecord.mPublishedTargets.contains(tName)) {
-            tRecord.mWithdrawnTargets.insert(tName, tBefore[tName]);
+    const TargetList tBefore = std::exchange(tRecord.mPublishedTargets, offered());
+    const QMap<QByteArray, QByteArray>& tTexts = tBefore.texts();
+    for (auto tIt = tTexts.begin(); tIt != tTexts.end(); ++tIt) {
+        if (!offered().texts().contains(tIt.key())) {
+            tRecord.mWithdrawnTargets.insertText(tIt.key(), *tIt);
         }
     }
 }
@@ -239,13 +352,22 @@ void Publication::noteUnreferenced(const QDateTime& pNow)
 {
     const QSet<QString> tReferenced = referencedFiles();
     const QMap<QString, QDateTime> tKnown = std::exchange(mKeys.mRecord.mUnreferenced, {});
-    for (const QString& tFolder : {metadataFolder(mRepository), targetsFolder(mRepository)}) {
-        for (const QFileInfo& tFile : QDir(tFolder).entryInfoList(QDir::Files | QDir::Hidden)) {
-            const QString tName = (tFolder + u'/' + tFile.fileName()).mid(mRepository.size() + 1);
-            // All roots are kept: a client that was off for years follows them one by one.
-            if (!tReferenced.contains(tName) && !tName.endsWith(".root.json"_L1)) {
-                mKeys.mRecord.mUnreferenced.insert(tName, std::min(tKnown.value(tName, pNow), pNow));
-            }
+    const auto tNote = [&](const QString& pName) {
+        if (!tReferenced.contains(pName)) {
+            mKeys.mRecord.mUnreferenced.insert(pName, std::min(tKnown.value(pName, pNow), pNow));
+        }
+    };
+    const QHash<QString, qint64> tTargets = filesIn(targetsFolder(mRepository));
+    for (auto tIt = tTargets.begin(); tIt != tTargets.end(); ++tIt) {
+        if (!mNamed.contains(tIt.key())) {
+            tNote(targetsFolder({}).mid(1) + u'/' + tIt.key());
+        }
+    }
+    const QHash<QString, qint64> tMetadata = filesIn(metadataFolder(mRepository));
+    for (auto tIt = tMetadata.begin(); tIt != tMetadata.end(); ++tIt) {
+        // All roots are kept: a client that was off for years follows them one by one.
+        if (!tIt.key().endsWith(".root.json"_L1)) {
+            tNote(metadataFolder({}).mid(1) + u'/' + tIt.key());
         }
     }
 }

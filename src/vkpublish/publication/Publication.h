@@ -1,9 +1,9 @@
 #pragma once
 
 #include "keys/KeyFolder.h"
+#include "publication/RoleSigners.h"
 
 #include <QtCore/QDateTime>
-#include <QtCore/QJsonObject>
 #include <QtCore/QMap>
 #include <QtCore/QSet>
 #include <QtCore/QString>
@@ -18,6 +18,20 @@ struct PublicationTimes
     QDateTime mNow;
     QDateTime mExpires; // of timestamp and snapshot
     QDateTime mTargetsExpires;
+};
+
+// A metadata file of one version, signed and not written yet; without bytes if it is published already.
+struct SignedFile
+{
+    QByteArray mBytes;
+    PublishedFile mPublished;
+};
+
+struct SignedFiles
+{
+    SignedFile mTargets;
+    SignedFile mSnapshot;
+    QByteArray mTimestamp;
 };
 
 // Updates a repository folder to match the record. When all new files are there, one rename replaces
@@ -36,36 +50,42 @@ public:
     Failure run(const PublicationTimes& pTimes);
 
     // What run() publishes instead of the targets of the record, which stay for a later run.
-    void offer(const QJsonObject& pTargets) { mOffered = pTargets; }
+    void offer(const TargetList& pTargets) { mOffered = pTargets; }
+
+    // Raises the versions of a record that is older than the repository, as run() does.
+    Failure catchUp();
 
     // True if a run() found the record to be older than the repository.
     bool hasRaised() const { return mRaised; }
+
+    // What the publisher should know of drafts that a run() has left.
+    const QStringList& notes() const { return mNotes; }
 
     // After run(): removes files that no metadata has referred to for at least pGrace seconds.
     Failure prune(const QDateTime& pNow, qint64 pGrace);
 
 private:
-    const QJsonObject& offered() const { return mOffered ? *mOffered : mKeys.mRecord.mTargets; }
-    Failure checkTarget(const QString& pName) const;
-    Failure checkTargets() const;
-    Failure catchUp();
-    Failure readKeys();
-    Failure signFiles(const PublicationTimes& pTimes);
+    const TargetList& offered() const { return mOffered ? *mOffered : mKeys.mRecord.mTargets; }
+    Failure checkTargets();
+    Failure publish(const PublicationTimes& pTimes);
+    bool isRootWritten() const;
+    Failure checkRootExpiry(const QDateTime& pNow) const;
+    Failure signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners, SignedFiles* pTo) const;
+    Failure writeFiles(const SignedFiles& pFiles);
     void noteWithdrawn();
     void noteUnreferenced(const QDateTime& pNow);
     QSet<QString> referencedFiles() const;
-    bool isFresh(const QString& pRole, const PublishedFile& pFile, const QDateTime& pExpires,
-                 const PublicationTimes& pTimes) const;
+    bool isUsable(const QString& pRole, const PublishedFile& pFile, const QDateTime& pNow) const;
     Failure write(const QString& pPath, const QByteArray& pFile);
-    Failure writeVersioned(const QString& pRole, const QByteArray& pFile, const QDateTime& pExpires,
-                           PublishedFile* pTo);
+    Failure writeVersioned(const QString& pRole, const SignedFile& pFile, PublishedFile* pTo);
     Failure writeRoot();
 
     os::FileSystem& mFileSystem;
     QString mRepository;
     KeyFolder& mKeys;
-    QMap<QString, QList<tuf::SigningKey>> mSigners; // role -> keys
-    std::optional<QJsonObject> mOffered;
+    std::optional<TargetList> mOffered;
+    QSet<QString> mNamed; // files in the targets folder that the offered packages name
+    QStringList mNotes;
     bool mRaised = false;
 };
 

@@ -1,8 +1,6 @@
 #include "publication/Rotation.h"
 
-#include "keys/Roles.h"
-
-#include "tuf/Metadata.h"
+#include "publication/Drafts.h"
 
 #include <algorithm>
 
@@ -12,59 +10,41 @@ namespace tarn::vkpublish {
 
 namespace {
 
-Failure readAllKeys(KeyFolder* pFolder, QMap<QString, tuf::SigningKey>* pTo)
+// Puts the new key into the draft of the root.
+Failure exchange(KeyFolder* pKeys, const QString& pRole, const KeyFile& pNew,
+                 const QDateTime& pRootExpires)
 {
-    for (const QString& tRole : roleNames()) {
-        const Result<tuf::SigningKey> tKey = pFolder->readKey(tRole);
-        if (!tKey) {
-            return tKey.failure();
-        }
-        pTo->insert(tRole, *tKey);
+    Result<RootDocument> tRoot = nextRoot(*pKeys);
+    if (!tRoot) {
+        return tRoot.failure();
     }
-    return {};
-}
-
-// Puts a new key and the root with it into the record. The old root's key has signed that root, and is not
-// needed any longer.
-Failure exchange(KeyFolder* pFolder, const QString& pRole, const QString& pType,
-                 const QDateTime& pRootExpires, const QDateTime& pOldUntil)
-{
-    QMap<QString, tuf::SigningKey> tKeys;
-    if (Failure tFailure = readAllKeys(pFolder, &tKeys)) {
+    const QStringList tOld = tRoot->keyIds(pRole);
+    if (tOld.size() != 1) {
+        return Failure::content(
+            u"The role %1 has %2 keys: exchange one of them with \"vkpublish key add\" and "
+            "\"vkpublish key remove\""_s.arg(pRole)
+                .arg(tOld.size()));
+    }
+    tRoot->addKey(pRole, pNew.mSigner.publicJson());
+    tRoot->removeKey(pRole, tOld.first());
+    if (Failure tFailure = pKeys->addKey(pRole, pNew)) {
         return tFailure;
     }
-    const tuf::SigningKey tOldRootKey = tKeys.find(tuf::sRoot).value();
-    const std::optional<tuf::SigningKey> tNew = tuf::SigningKey::generate(pType);
-    if (!tNew) {
-        return Failure::content(u"A key of type %1 can't be created"_s.arg(pType));
-    }
-    Record& tRecord = pFolder->mRecord;
-    if (pRole != tuf::sRoot) {
-        tRecord.mRetiring.append({pRole, tRecord.mKeyFiles[pRole], pOldUntil});
-    }
-    if (Failure tFailure = pFolder->addKey(pRole, *tNew)) {
-        return tFailure;
-    }
-    tKeys.insert(pRole, *tNew);
-    const qint64 tVersion = ++tRecord.mVersions[tuf::sRoot];
-    tRecord.mRoot = makeRoot(tVersion, pRootExpires, tKeys, tOldRootKey);
-    tRecord.mPublishedTargetsFile = PublishedFile();
-    tRecord.mPublishedSnapshot = PublishedFile();
-    return pFolder->save();
+    qsizetype tVoid = 0;
+    return draftRoot(pKeys, *tRoot, pRootExpires, &tVoid);
 }
 
 } // namespace
 
-Failure rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pRole, const QString& pKeyType,
+Failure rotateKey(KeyFolder* pKeys, Publication* pPublication, const QString& pRole, const KeyFile& pNew,
                   const PublicationTimes& pTimes, const QDateTime& pRootExpires, QDateTime* pOldUntil)
 {
-    QDateTime& tSigned = pKeys->mRecord.mTimestampExpires;
-    *pOldUntil = tSigned.isValid() ? std::max(tSigned, pTimes.mExpires) : pTimes.mExpires;
-    // The first run publishes a root that an interrupted rotation left: no version may be missing.
-    if (Failure tFailure = pPublication->run(pTimes)) {
+    if (Failure tFailure = pPublication->catchUp()) {
         return tFailure;
     }
-    if (Failure tFailure = exchange(pKeys, pRole, pKeyType, pRootExpires, *pOldUntil)) {
+    const QDateTime tSigned = pKeys->mRecord.mTimestampExpires;
+    *pOldUntil = tSigned.isValid() ? std::max(tSigned, pTimes.mExpires) : pTimes.mExpires;
+    if (Failure tFailure = exchange(pKeys, pRole, pNew, pRootExpires)) {
         return tFailure;
     }
     return pPublication->run(pTimes);

@@ -1,11 +1,14 @@
 #pragma once
 
+#include "record/Packages.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonObject>
 #include <QtCore/QList>
 #include <QtCore/QMap>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace tarn::vkpublish {
 
@@ -16,8 +19,21 @@ struct PublishedFile
     QDateTime mExpires;
 };
 
-// A replaced key that still signs for a while, in addition to the new one: clients accept files with both
-// signatures, whichever of the two roots they have.
+// How this folder signs with a key.
+struct KeySource
+{
+    QString mFile; // its name in the key folder
+};
+
+// A replaced root that machines may still have: until they can't, what is published satisfies it, too.
+struct RetiringRoot
+{
+    QByteArray mRoot; // signed
+    QDateTime mUntil;
+};
+
+// A replaced key from a record of format 1, which knew no replaced roots. It still signs for a while, in
+// addition to the new one.
 struct RetiringKey
 {
     QString mRole;
@@ -27,24 +43,27 @@ struct RetiringKey
 
 // The publisher's data about a repository. It is authoritative, and the repository folder is generated from
 // it: write access to the repository alone is not enough to get anything signed.
-struct Record
+struct Record : Packages
 {
-    QMap<QString, QString> mKeyFiles; // role -> name of its file in the key folder
-    QMap<QString, qint64> mVersions;  // role -> the highest version ever used, published or not
-    QByteArray mRoot;                 // the newest root, signed
-    QJsonObject mTargets;             // name -> target, as the next publish will offer it
-    QJsonObject mPublishedTargets;    // the same as the last publish offered it
-    QJsonObject mWithdrawnTargets;    // as they were last published
+    QMap<QString, KeySource> mKeys;  // key id -> how this folder signs; who may sign is in the root
+    QStringList mLostKeys;           // ids of keys whose signature nobody waits for any longer
+    QMap<QString, qint64> mVersions; // role -> the highest version ever used, published or not
+    QByteArray mRoot;                // the newest root, signed
     PublishedFile mPublishedTargetsFile;
     PublishedFile mPublishedSnapshot;
+    PublishedFile mCarriedTargets; // the newest list that a refresh has left in place: it may not go back
     QDateTime mTimestampExpires;
-    QList<RetiringKey> mRetiring;
+    QList<RetiringRoot> mRetiringRoots; // the oldest first
+    QList<RetiringKey> mRetiringKeys;
     QMap<QString, QDateTime>
         mUnreferenced; // file, relative to the repository -> when it lost its last reference
 
+    // Without the packages, which are in files of their own: PackageLists.
     QByteArray toJson() const;
-    // False if the text is not valid output of toJson().
+    // False if the text is not valid output of toJson(). The text of an earlier version has the packages.
     static bool fromJson(const QByteArray& pText, Record* pTo);
+    // True if a later version of this program has written it.
+    static bool isNewer(const QByteArray& pText);
 };
 
 } // namespace tarn::vkpublish

@@ -68,7 +68,7 @@ protected:
     MirrorTest()
     {
         write("f/data", readFile(q(VKPUBLISH)).first(50000));
-        succeed("init @r");
+        succeed("init @r --no-passphrase");
         succeed("add @r @f --name a --version 1 --level 1");
         succeed("publish @r");
         succeed("mirror @r @m --root @r/metadata/1.root.json");
@@ -130,8 +130,8 @@ protected:
 TEST_F(MirrorTest, AKillOrAFullDiskAtAnyMomentLeavesAWholeState)
 {
     change();
-    succeed("rotate-key @r timestamp");
-    succeed("rotate-key @r root");
+    succeed("rotate-key @r timestamp --no-passphrase");
+    succeed("rotate-key @r root --no-passphrase");
     copy("m", "m.before");
     FaultyFileSystem tSound;
     QList<int> tMoments; // of other operations nothing can be seen
@@ -204,7 +204,7 @@ TEST_F(MirrorTest, NothingThatItsOriginSpoilsArrives)
 {
     const QStringList tOld = files("r/metadata") + files("r/targets");
     change();
-    succeed("rotate-key @r snapshot");
+    succeed("rotate-key @r snapshot --no-passphrase");
     QFile::remove(path("r/metadata/2.snapshot.json")); // nobody asks for these
     QFile::remove(path("r/metadata/2.targets.json"));
     copy("m", "m.before");
@@ -464,7 +464,7 @@ TEST_F(MirrorTest, FollowsNoLinkOutOfItsFolder)
 TEST_F(MirrorTest, RefusesInOneLine)
 {
     write("foreign/file", "x");
-    succeed("init @other");
+    succeed("init @other --no-passphrase");
     const int tFd = ::open(path("m/.vk-mirror/lock").toUtf8().constData(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(::flock(tFd, LOCK_EX), 0);
     const std::tuple<const char*, int, const char*> sCases[] = {

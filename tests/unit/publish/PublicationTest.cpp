@@ -17,7 +17,7 @@ TEST_F(PublicationTest, ClientsSeeTheOldStateOrTheNewOne)
 {
     const QString tOne = q("a-1.0.0.0.tar.zst");
     const QString tTwo = tOne + q(" b-1.0.0.0.tar.zst");
-    succeed("init @r");
+    succeed("init @r --no-passphrase");
     succeed("add @r @f --name a --version 1");
     succeed("publish @r");
     const QDateTime tNow = QDateTime::currentDateTimeUtc();
@@ -65,7 +65,7 @@ TEST_F(PublicationTest, ClientsSeeTheOldStateOrTheNewOne)
 // What a failure or a kill leaves is gone after the next publication, which makes the missing deltas.
 TEST_F(PublicationTest, DeltasComeInSpiteOfWhatStoppedThem)
 {
-    succeed("init @r");
+    succeed("init @r --no-passphrase");
     for (const char tVersion : {'1', '2', '3'}) {
         write("f/data", readFile(q(VKPUBLISH)).first(50000) + tVersion);
         succeed((QByteArray("add @r @f --level 1 --name a --version ") + tVersion).constData());
@@ -102,7 +102,7 @@ class RotationTest : public PublisherTest
 protected:
     RotationTest()
     {
-        succeed("init @r");
+        succeed("init @r --no-passphrase");
         succeed("add @r @f --name a --version 1");
         succeed("publish @r");
         expectAccepted("r");
@@ -173,8 +173,8 @@ TEST_F(RotationTest, AKillAtAnyMomentLeavesWhatClientsAccept)
 TEST_F(RotationTest, EveryPartOfACopyIsAcceptedInTheOrderOfTheManual)
 {
     for (const char* tRotation :
-         {"rotate-key @r root --key-type ecdsa", "rotate-key @r targets --key-type ecdsa-p384",
-          "rotate-key @r snapshot", "rotate-key @r timestamp --key-type rsa", "rotate-key @r root"}) {
+         {"rotate-key @r root --key-type ecdsa --no-passphrase", "rotate-key @r targets --key-type ecdsa-p384 --no-passphrase",
+          "rotate-key @r snapshot --no-passphrase", "rotate-key @r timestamp --key-type rsa --no-passphrase", "rotate-key @r root --no-passphrase"}) {
         SCOPED_TRACE(tRotation);
         copy("r", "web");
         QDir(path("seen")).removeRecursively();

@@ -10,7 +10,7 @@ protected:
     // A backup, followed by three states of the repository that are online and that a machine has seen.
     void prepare(const char* pRotation)
     {
-        succeed("init @r");
+        succeed("init @r --no-passphrase");
         succeed("add @r @f --name a --version 1");
         succeed("publish @r");
         copy("r", "backup");
@@ -30,6 +30,7 @@ protected:
         const QByteArray tWhat(pWhat);
         if (tWhat.contains("record")) {
             write("r.keys/record.json", readFile(path("backup.keys/record.json")));
+            copy("backup.keys/packages", "r.keys/packages");
         }
         if (tWhat.contains("keys")) {
             copy("backup.keys", "r.keys");
@@ -59,10 +60,10 @@ TEST_F(RecoveryTest, ARestoredPublisherGoesOnAboveWhatMachinesHaveSeen)
         const char* mRefusal = nullptr;
     } sCases[] = {
         {"record", "", false},
-        {"record", "rotate-key @r timestamp", false},
+        {"record", "rotate-key @r timestamp --no-passphrase", false},
         {"keys repository", "", true},
-        {"record repository", "rotate-key @r snapshot", true},
-        {"keys", "rotate-key @r targets", false, "role targets is not in"},
+        {"record repository", "rotate-key @r snapshot --no-passphrase", true},
+        {"keys", "rotate-key @r targets --no-passphrase", false, "role targets is not in"},
     };
     for (const auto& tCase : sCases) {
         SCOPED_TRACE(QByteArray(tCase.mRestored) + tCase.mRotation);
@@ -94,11 +95,11 @@ TEST_F(RecoveryTest, ARestoredPublisherGoesOnAboveWhatMachinesHaveSeen)
 TEST_F(RecoveryTest, WhatTheKeysHaveNotSignedRaisesNothing)
 {
     prepare("");
-    succeed("init @stranger");
+    succeed("init @stranger --no-passphrase");
     for (int i = 0; i < 9; ++i) {
         succeed("publish @stranger");
     }
-    succeed("rotate-key @stranger timestamp");
+    succeed("rotate-key @stranger timestamp --no-passphrase");
     copy("stranger/metadata", "r/metadata");
     EXPECT_EQ(run("publish @r").mErr, "");
     EXPECT_TRUE(readFile(path("r/metadata/timestamp.json")).contains("\"version\":4}"));
@@ -133,10 +134,10 @@ TEST_F(RecoveryTest, ReadsWhatIsOnlineOverHttps)
 TEST_F(RecoveryTest, KnowsOlderRootsAndOthersOnline)
 {
     prepare("");
-    succeed("rotate-key @r timestamp");
+    succeed("rotate-key @r timestamp --no-passphrase");
     copy("r", "first");
     copy("r.keys", "first.keys");
-    succeed("rotate-key @r timestamp");
+    succeed("rotate-key @r timestamp --no-passphrase");
     QFile::remove(path("r/metadata/3.root.json")); // as if it had been interrupted
     succeed("publish @r --above @online");
     succeed("publish @r --above @first");
@@ -144,7 +145,7 @@ TEST_F(RecoveryTest, KnowsOlderRootsAndOthersOnline)
     copy("first.keys", "r.keys");
     copy("r", "online");
     copy("first", "r");
-    succeed("rotate-key @r root");
+    succeed("rotate-key @r root --no-passphrase");
     EXPECT_TRUE(run("publish @r --above @online").mErr.contains("replaced twice"));
     EXPECT_TRUE(run("verify @r --against @online").mErr.contains("replaced twice"));
 }
@@ -166,14 +167,17 @@ TEST_F(RecoveryTest, TheSameVersionWithAnotherContentIsTold)
 TEST_F(RecoveryTest, ReadsTheRecordOfEarlierVersions)
 {
     prepare("");
+    makeOldRecord();
     QJsonObject tRecord = QJsonDocument::fromJson(readFile(path("r.keys/record.json"))).object();
     for (const char* tNew : {"retiringKeys", "unreferenced", "withdrawnTargets"}) {
         ASSERT_TRUE(tRecord.contains(q(tNew)));
         tRecord.remove(q(tNew));
     }
     write("r.keys/record.json", QJsonDocument(tRecord).toJson());
+    succeed("rotate-key @r targets --no-passphrase");
     succeed("publish @r --prune");
     EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst b-1.0.0.0.tar.zst"));
+    EXPECT_TRUE(readFile(path("r.keys/record.json")).contains("\"format\": 2"));
 }
 
 } // namespace

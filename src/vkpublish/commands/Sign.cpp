@@ -1,0 +1,135 @@
+#include "commands/Commands.h"
+
+#include "CommandLine.h"
+#include "commands/OfflineKeys.h"
+#include "keys/KeyFolder.h"
+#include "keys/SignatureFile.h"
+#include "review/Review.h"
+
+#include "os/FileSystem.h"
+#include "os/FileTools.h"
+#include "tuf/Hashes.h"
+
+#include <cstdio>
+#include <map>
+
+using namespace Qt::StringLiterals;
+
+namespace tarn::vkpublish {
+
+namespace {
+
+Result<Payload> readFile(const CommandLine& pLine)
+{
+    const Result<QByteArray> tFile = os::readFile(os::realFileSystem(), pLine.argument(0), sMaxPayloadFile);
+    Result<Payload> tPayload = tFile ? readBytesToSign(*tFile) : tFile.failure();
+    if (!tPayload) {
+        return tPayload;
+    }
+    const QDateTime tExpires = QDateTime::fromString(tPayload->mSigned["expires"_L1].toString(), Qt::ISODate);
+    if (tExpires <= QDateTime::currentDateTimeUtc()) {
+        return Failure::content(
+            u"It has expired on %1, by this machine's clock"_s.arg(tExpires.toString(Qt::ISODate)));
+    }
+    return tPayload;
+}
+
+bool isWanted(const CommandLine& pLine)
+{
+    if (pLine.isSet("yes")) {
+        return true;
+    }
+    std::fputs("Sign this? [y/N] ", stdout);
+    std::fflush(stdout);
+    char tAnswer[16] = "";
+    const bool tRead = std::fgets(tAnswer, sizeof(tAnswer), stdin) != nullptr;
+    const QByteArray tWord = QByteArray(tAnswer).trimmed().toLower();
+    return tRead && (tWord == "y" || tWord == "yes");
+}
+
+Result<QList<Signer>> openKeys(const QList<OfflineKey>& pKeys)
+{
+    std::map<QString, KeyFolder> tFolders;
+    QList<Signer> tSigners;
+    for (const OfflineKey& tKey : pKeys) {
+        const auto tFolder = tFolders.try_emplace(tKey.mFolder, os::realFileSystem(), tKey.mFolder).first;
+        const Result<Signer> tSigner = tFolder->second.openKeyFile(tKey.mName);
+        if (!tSigner) {
+            return tSigner.failure();
+        }
+        tSigners.append(*tSigner);
+    }
+    return tSigners;
+}
+
+Failure sign(const CommandLine& pLine, const Payload& pPayload, const QList<OfflineKey>& pKeys)
+{
+    const Result<QList<Signer>> tSigners = openKeys(pKeys);
+    if (!tSigners) {
+        return tSigners.failure();
+    }
+    const Result<QList<tuf::Signature>> tSignatures = signBytes(pPayload.mBytes, *tSigners);
+    if (!tSignatures) {
+        return tSignatures.failure();
+    }
+    const SignatureFile tFile{
+        .mRole = pPayload.mRole, .mSha256 = tuf::sha256(pPayload.mBytes), .mSignatures = *tSignatures};
+    if (Failure tFailure =
+            os::replaceFile(os::realFileSystem(), pLine.value("output"), tFile.toJson(), 0644)) {
+        return tFailure;
+    }
+    for (const tuf::Signature& tSignature : *tSignatures) {
+        say(u"Signed with the key %1"_s.arg(tSignature.mKeyId));
+    }
+    return rememberSigned(os::realFileSystem(), pKeys, pPayload);
+}
+
+Failure run(const CommandLine& pLine)
+{
+    const Result<Payload> tPayload = readFile(pLine);
+    if (!tPayload) {
+        return tPayload.failure();
+    }
+    const Result<QList<OfflineKey>> tKeys = offlineKeys(pLine, tPayload->mRole);
+    if (!tKeys) {
+        return tKeys.failure();
+    }
+    const auto tBefore = signedBefore(os::realFileSystem(), *tKeys, tPayload->mRole);
+    if (!tBefore) {
+        return tBefore.failure();
+    }
+    for (const QString& tText : review(*tPayload, *tBefore, u"which was signed here"_s)) {
+        say(tText);
+    }
+    if (!isWanted(pLine)) {
+        return {Failure::Kind::Canceled, u"Nothing was signed"_s};
+    }
+    return sign(pLine, *tPayload, *tKeys);
+}
+
+} // namespace
+
+int cmdSign(const QStringList& pArguments)
+{
+    CommandLine tLine(
+        u"sign"_s, u"Shows what a payload changes since the last one that these keys signed, asks, and signs "
+                   "it. Needs no repository."_s);
+    tLine.addArgument(u"FILE"_s, u"What \"vkpublish payload\" has written"_s);
+    tLine.addOption(u"output"_s, u"Where to write the signature"_s, u"FILE"_s);
+    addOfflineKeys(&tLine);
+    tLine.addOption(u"yes"_s, u"Do not ask"_s);
+    if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
+        return *tStatus;
+    }
+    if (!tLine.isSet("output") || (!tLine.isSet("key") && !tLine.isSet("keys"))) {
+        complain(u"sign needs --output, and --key or --keys"_s);
+        return StatusUsage;
+    }
+    if (const Failure tFailure = run(tLine)) {
+        complain(tFailure.mText);
+        return StatusFailed;
+    }
+    return StatusDone;
+}
+
+} // namespace tarn::vkpublish

@@ -1,0 +1,97 @@
+#include "publication/NewRoot.h"
+
+#include "keys/KeyFolder.h"
+#include "publication/Drafts.h"
+#include "publication/Layout.h"
+
+#include "os/FileTools.h"
+
+using namespace Qt::StringLiterals;
+
+namespace tarn::vkpublish {
+
+namespace {
+
+constexpr qint64 sMaxMetadata = 16 * 1024 * 1024;
+
+bool isPublished(const Record& pRecord, const Draft& pDraft)
+{
+    tuf::Root tRoot;
+    return !tuf::parseRoot(pRecord.mRoot, &tRoot) && tRoot.mMessage == pDraft.mPayload;
+}
+
+Failure parseFile(const QString& pRole, const QByteArray& pFile, tuf::Signed* pTo)
+{
+    tuf::Targets tTargets;
+    tuf::Snapshot tSnapshot;
+    const bool tIsTargets = pRole == tuf::sTargets;
+    Failure tFailure =
+        tIsTargets ? tuf::parseTargets(pFile, pRole, &tTargets) : tuf::parseSnapshot(pFile, &tSnapshot);
+    *pTo = tIsTargets ? tuf::Signed(tTargets) : tuf::Signed(tSnapshot);
+    return tFailure;
+}
+
+bool isSigned(os::FileSystem& pFileSystem, const KeyFolder& pKeys, const QString& pRepository,
+              const QString& pRole, const PublishedFile& pFile, const QDateTime& pNow)
+{
+    const QString tPath = versionedPath(pRepository, pRole, pFile.mMeta["version"_L1].toInteger());
+    const Result<QByteArray> tFile = os::readFile(pFileSystem, tPath, sMaxMetadata);
+    tuf::Signed tSigned;
+    return tFile && !parseFile(pRole, *tFile, &tSigned) &&
+           SignatureNeeds::of(pKeys, pRole, pNow).areMet(tSigned);
+}
+
+} // namespace
+
+Result<std::optional<Draft>> completeRoot(const KeyFolder& pKeys, const QDateTime& pNow, QStringList* pNotes)
+{
+    Result<std::optional<Draft>> tDraft = pKeys.draft(tuf::sRoot);
+    if (!tDraft || !*tDraft || isPublished(pKeys.mRecord, **tDraft)) {
+        return tDraft ? std::optional<Draft>() : tDraft;
+    }
+    if (Failure tUnfit = checkFit(pKeys, **tDraft, {}, pNow)) {
+        pNotes->append(tUnfit.mText);
+        return std::optional<Draft>();
+    }
+    const SignatureNeeds tNeeds = SignatureNeeds::ofRoot(pKeys, unsignedFile((*tDraft)->mPayload));
+    const int tMissing = tNeeds.missing((*tDraft)->toSigned(), pKeys.here(tNeeds.keyIds()));
+    if (tMissing > 0) {
+        pNotes->append(
+            u"The draft of the root waits, %1: see \"vkpublish show DIR root\""_s.arg(missingText(tMissing)));
+        return std::optional<Draft>();
+    }
+    if (Failure tFailure = signHere(pKeys, tNeeds, &**tDraft)) {
+        return tFailure;
+    }
+    return tDraft;
+}
+
+Failure adoptRoot(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& pRepository,
+                  const Draft& pRoot, const QDateTime& pNow, const QDateTime& pUntil)
+{
+    if (Failure tFailure = pKeys->replaceRoot(pRoot.file(), pUntil)) {
+        return tFailure;
+    }
+    Record& tRecord = pKeys->mRecord;
+    if (!isSigned(pFileSystem, *pKeys, pRepository, tuf::sTargets, tRecord.mPublishedTargetsFile, pNow)) {
+        tRecord.mPublishedTargetsFile = PublishedFile();
+    }
+    if (!isSigned(pFileSystem, *pKeys, pRepository, tuf::sSnapshot, tRecord.mPublishedSnapshot, pNow)) {
+        tRecord.mPublishedSnapshot = PublishedFile();
+    }
+    return {};
+}
+
+Failure dropPublishedDrafts(KeyFolder* pKeys, bool pTargets)
+{
+    if (Failure tFailure = pTargets ? pKeys->dropDraft(tuf::sTargets) : Failure()) {
+        return tFailure;
+    }
+    const Result<std::optional<Draft>> tRoot = pKeys->draft(tuf::sRoot);
+    if (!tRoot || !*tRoot) {
+        return tRoot.failure();
+    }
+    return isPublished(pKeys->mRecord, **tRoot) ? pKeys->dropDraft(tuf::sRoot) : Failure();
+}
+
+} // namespace tarn::vkpublish

@@ -1,0 +1,80 @@
+#include "review/RoleReview.h"
+
+#include "publication/Layout.h"
+#include "publication/Releases.h"
+
+#include <QtCore/QLocale>
+
+using namespace Qt::StringLiterals;
+
+namespace tarn::vkpublish {
+
+namespace {
+
+QString sizeOf(const QJsonObject& pTarget)
+{
+    return QLocale::c().formattedDataSize(pTarget["length"_L1].toInteger());
+}
+
+QString hashOf(const QJsonObject& pTarget)
+{
+    return pTarget["hashes"_L1]["sha256"_L1].toString();
+}
+
+QString describe(const QString& pArchive, const QJsonObject& pTarget)
+{
+    const std::optional<packages::PackageInfo> tInfo = infoOf(pTarget);
+    if (!tInfo) {
+        return u"%1, which is no package, %2"_s.arg(pArchive, sizeOf(pTarget));
+    }
+    QStringList tParts{tInfo->mName + u' ' + tInfo->mVersion.version().toTarnAppFormat(),
+                       tInfo->mVersion.date().toUTC().toString(Qt::ISODate), sizeOf(pTarget)};
+    const QString tRelease = releaseText(tInfo->mRelease, QDateTime::fromSecsSinceEpoch(0));
+    if (!tInfo->mLanguage.isEmpty()) {
+        tParts.append(u"language "_s + tInfo->mLanguage);
+    }
+    if (!tRelease.isEmpty()) {
+        tParts.append(tRelease);
+    }
+    return u"%1 (%2)"_s.arg(tParts.join(u", "_s), pArchive);
+}
+
+QString change(const QJsonObject& pNew, const QJsonObject& pBefore)
+{
+    if (hashOf(pNew) != hashOf(pBefore) || pNew["length"_L1] != pBefore["length"_L1]) {
+        return u"other content"_s;
+    }
+    return asAdded(pNew) != asAdded(pBefore) ? u"other description"_s
+                                             : u"same content, other deltas or release"_s;
+}
+
+} // namespace
+
+QStringList reviewPackages(const QJsonObject& pNew, const QJsonObject& pBefore)
+{
+    const QJsonObject tNew = pNew["targets"_L1].toObject();
+    const QJsonObject tBefore = pBefore["targets"_L1].toObject();
+    QStringList tLines;
+    qsizetype tSame = 0;
+    for (auto tIt = tNew.begin(); tIt != tNew.end(); ++tIt) {
+        const QJsonObject tTarget = tIt.value().toObject();
+        const QJsonObject tOld = tBefore[tIt.key()].toObject();
+        if (tTarget == tOld) {
+            ++tSame;
+            continue;
+        }
+        tLines.append(tOld.isEmpty()
+                          ? u"NEW: "_s + describe(tIt.key(), tTarget)
+                          : u"CHANGED, %1: %2"_s.arg(change(tTarget, tOld), describe(tIt.key(), tTarget)));
+        tLines.append(u"  sha256 "_s + hashOf(tTarget));
+    }
+    for (auto tIt = tBefore.begin(); tIt != tBefore.end(); ++tIt) {
+        if (!tNew.contains(tIt.key())) {
+            tLines.append(u"REMOVED: "_s + describe(tIt.key(), tIt.value().toObject()));
+        }
+    }
+    tLines.append(tSame == 1 ? u"1 package stays as it is"_s : u"%1 packages stay as they are"_s.arg(tSame));
+    return tLines;
+}
+
+} // namespace tarn::vkpublish
