@@ -5,6 +5,7 @@
 #include "keys/KeyFolder.h"
 #include "keys/Roles.h"
 #include "keys/RootDocument.h"
+#include "keys/SigningTime.h"
 #include "publication/Layout.h"
 
 #include "os/FileSystem.h"
@@ -164,7 +165,7 @@ int cmdInit(const QStringList& pArguments)
 
     KeyFolder tKeys(os::realFileSystem(), tLine.keys());
     if (const Failure tFailure =
-            makeRepository(tLine, &tKeys, *tOrder, *tShares, QDateTime::currentDateTimeUtc().addDays(*tDays))) {
+            makeRepository(tLine, &tKeys, *tOrder, *tShares, signingTime().addDays(*tDays))) {
         complain(tFailure.mText);
         return StatusFailed;
     }
