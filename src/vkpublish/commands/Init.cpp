@@ -108,6 +108,9 @@ Failure makeRepository(const CommandLine& pLine, KeyFolder* pKeys, const KeyOrde
     if (Failure tFailure = checkPlaces(pLine.repository(), pLine.keys())) {
         return tFailure;
     }
+    if (Failure tFailure = pKeys->checkUnused()) {
+        return tFailure;
+    }
     // Before there is a folder that would stay if nobody gives one.
     if (pOrder.mEncrypt) {
         if (const Result<const Secret*> tPassphrase = pKeys->passphrases().forNew(); !tPassphrase) {
@@ -163,8 +166,8 @@ int cmdInit(const QStringList& pArguments)
     }
 
     KeyFolder tKeys(os::realFileSystem(), tLine.keys());
-    if (const Failure tFailure =
-            makeRepository(tLine, &tKeys, *tOrder, *tShares, QDateTime::currentDateTimeUtc().addDays(*tDays))) {
+    if (const Failure tFailure = makeRepository(tLine, &tKeys, *tOrder, *tShares,
+                                                QDateTime::currentDateTimeUtc().addDays(*tDays))) {
         complain(tFailure.mText);
         return StatusFailed;
     }

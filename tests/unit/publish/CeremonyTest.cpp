@@ -17,7 +17,7 @@ class CeremonyTest : public PublisherTest
 protected:
     CeremonyTest()
     {
-        succeed("init @r");
+        succeed("init @r --no-passphrase");
         succeed("add @r @f --name a --version 1");
         succeed("publish @r");
         EXPECT_EQ(followAsClient(), sOne);
@@ -42,7 +42,7 @@ protected:
         for (const QByteArray& tPerson : pPeople) {
             QDir().mkpath(path(tPerson.constData()));
             const QByteArray tKey = '@' + tPerson + '/' + pRole + "-key.pem";
-            succeed(("key make " + tKey).constData());
+            succeed(("key make --no-passphrase " + tKey).constData());
             succeed(("key add @r " + pRole + " --public " + tKey + ".pub").constData());
         }
         succeed(("key threshold @r " + pRole + " 2").constData());
@@ -146,7 +146,7 @@ TEST_F(CeremonyTest, ADraftThatNoLongerFitsIsRefused)
 TEST_F(CeremonyTest, ASignerSeesWhatComesAndGoesSinceHisLastSignature)
 {
     succeed("payload @r targets --output @payload");
-    succeed("key make @alice.pem");
+    succeed("key make @alice.pem --no-passphrase");
     const QByteArray tSign = "sign @payload --key @alice.pem --output @signature";
     const Program::Result tAsked = run(tSign);
     EXPECT_EQ(tAsked.mStatus, 1) << "nobody has answered";
@@ -173,8 +173,8 @@ TEST_F(CeremonyTest, ASignerSeesWhatComesAndGoesSinceHisLastSignature)
 
 TEST_F(CeremonyTest, EachMistakeIsOneLineAndChangesNothing)
 {
-    succeed("key make @alice.pem");
-    succeed("key make @stranger.pem --key-type ecdsa");
+    succeed("key make @alice.pem --no-passphrase");
+    succeed("key make @stranger.pem --key-type ecdsa --no-passphrase");
     succeed("key add @r root --public @alice.pem.pub");
     succeed("key threshold @r root 2");
     succeed("payload @r root --output @other");
@@ -278,7 +278,7 @@ TEST_F(CeremonyTest, OldKeysSignDuringAChangeUnlessTheyAreLost)
     for (const bool tLost : {false, true}) {
         SCOPED_TRACE(tLost);
         const QByteArray tOld = idOf("targets", 0).toLatin1();
-        succeed("key add @r targets");
+        succeed("key add @r targets --no-passphrase");
         succeed(("key remove @r targets " + tOld + (tLost ? " --lost" : "")).constData());
         if (tLost) {
             QFile::remove(path("r.keys/targets-") + QString::fromLatin1(tOld.left(16)) + q(".pem"));
@@ -298,7 +298,7 @@ TEST_F(CeremonyTest, OldKeysSignDuringAChangeUnlessTheyAreLost)
 
 TEST_F(CeremonyTest, InitMakesKeysForSeveralPeople)
 {
-    succeed("init @n --threshold 2 --key-count 3");
+    succeed("init @n --threshold 2 --key-count 3 --no-passphrase");
     EXPECT_EQ(files("n.keys").filter(q(".pem")).size(), 8);
     for (const QString& tName : files("n.keys").filter(q("targets-"))) {
         QDir().mkpath(path("moved"));
