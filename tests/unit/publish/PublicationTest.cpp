@@ -131,8 +131,8 @@ protected:
         const auto tKey = makeKey(tOrder, &tKeys.passphrases());
         QDateTime tUntil;
         return tKey && !tKeys.open() &&
-               !rotateKey(&tKeys, &tPublication, pRole, *tKey,
-                          {tNow, tNow.addDays(1), tNow.addDays(1)}, tNow.addDays(9), &tUntil);
+               !rotateKey(&tKeys, &tPublication, pRole, *tKey, {tNow, tNow.addDays(1), tNow.addDays(1)},
+                          tNow.addDays(9), &tUntil);
     }
 };
 
