@@ -29,6 +29,8 @@ public:
 
     const QString& path() const { return mPath; }
 
+    // A failure if there is something in the folder.
+    Failure checkEmpty() const;
     // Creates the folder, which must be new or empty, and locks it.
     Failure create();
     // Locks the folder against other publishers, and waits for them if need be. Then reads the record.
@@ -88,7 +90,6 @@ private:
     QString filePath(const QString& pName) const;
     QString commandPath(const QString& pName) const;
     Failure checkPrivate(const QString& pPath) const;
-    Failure checkEmpty() const;
     Failure openLocked();
     Failure read(const QString& pOnly);
     Failure readOnce(const QString& pOnly, QByteArray* pText);

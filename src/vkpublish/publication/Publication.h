@@ -2,6 +2,7 @@
 
 #include "keys/KeyFolder.h"
 #include "publication/RoleSigners.h"
+#include "publication/TargetsChoice.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QMap>
@@ -21,16 +22,16 @@ struct PublicationTimes
 };
 
 // A metadata file of one version, signed and not written yet; without bytes if it is published already.
-struct SignedFile
+struct NewMetadataFile
 {
     QByteArray mBytes;
     PublishedFile mPublished;
 };
 
-struct SignedFiles
+struct NewMetadata
 {
-    SignedFile mTargets;
-    SignedFile mSnapshot;
+    NewMetadataFile mTargets;
+    NewMetadataFile mSnapshot;
     QByteArray mTimestamp;
 };
 
@@ -67,17 +68,26 @@ public:
 private:
     const TargetList& offered() const { return mOffered ? *mOffered : mKeys.mRecord.mTargets; }
     Failure checkTargets();
+    // What is not as published any more.
+    struct Changes
+    {
+        TargetsChoice mTargets;
+        bool mNewSnapshot = false;
+    };
+
     Failure publish(const PublicationTimes& pTimes);
+    Result<Changes> decide(const PublicationTimes& pTimes);
+    Failure begin(const Changes& pChanges, const QDateTime& pNow, NewMetadata* pTo);
     bool isRootWritten() const;
     Failure checkRootExpiry(const QDateTime& pNow) const;
-    Failure signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners, SignedFiles* pTo) const;
-    Failure writeFiles(const SignedFiles& pFiles);
+    Failure signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners, NewMetadata* pTo) const;
+    Failure writeFiles(const NewMetadata& pFiles);
     void noteWithdrawn();
     void noteUnreferenced(const QDateTime& pNow);
     QSet<QString> referencedFiles() const;
     bool isUsable(const QString& pRole, const PublishedFile& pFile, const QDateTime& pNow) const;
     Failure write(const QString& pPath, const QByteArray& pFile);
-    Failure writeVersioned(const QString& pRole, const SignedFile& pFile, PublishedFile* pTo);
+    Failure writeVersioned(const QString& pRole, const NewMetadataFile& pFile, PublishedFile* pTo);
     Failure writeRoot();
 
     os::FileSystem& mFileSystem;

@@ -55,7 +55,7 @@ TEST_F(PublicationTest, ClientsSeeTheOldStateOrTheNewOne)
             succeed("remove @r b");
             succeed("publish @r");
             EXPECT_EQ(followAsClient(), tOne);
-            ASSERT_LT(i, 100);
+            ASSERT_LT(i, 300);
         }
     }
     EXPECT_EQ(run("verify @r").mErr, "");
@@ -125,10 +125,14 @@ protected:
         const QDateTime tNow = QDateTime::currentDateTimeUtc();
         KeyFolder tKeys(pFileSystem, path("r.keys"));
         Publication tPublication(pFileSystem, path("r"), tKeys);
+        KeyOrder tOrder;
+        tOrder.mType = q("ed25519");
+        tOrder.mEncrypt = false;
+        const auto tKey = makeKey(tOrder, &tKeys.passphrases());
         QDateTime tUntil;
-        return !tKeys.open() &&
-               !rotateKey(&tKeys, &tPublication, pRole, q("ed25519"),
-                          {tNow, tNow.addDays(1), tNow.addDays(1)}, tNow.addDays(9), &tUntil);
+        return tKey && !tKeys.open() &&
+               !rotateKey(&tKeys, &tPublication, pRole, *tKey, {tNow, tNow.addDays(1), tNow.addDays(1)},
+                          tNow.addDays(9), &tUntil);
     }
 };
 
@@ -153,7 +157,7 @@ TEST_F(RotationTest, AKillAtAnyMomentLeavesWhatClientsAccept)
         tStartAgain();
         ASSERT_TRUE(rotate(tSound, tRole));
         expectAccepted("r");
-        ASSERT_GT(tMoments.size(), 8);
+        ASSERT_GT(tMoments.size(), 6);
         for (const auto& [tNumber, tWhat] : tMoments) {
             SCOPED_TRACE(testing::Message() << tRole << ", killed at " << tWhat);
             tStartAgain();
@@ -173,8 +177,10 @@ TEST_F(RotationTest, AKillAtAnyMomentLeavesWhatClientsAccept)
 TEST_F(RotationTest, EveryPartOfACopyIsAcceptedInTheOrderOfTheManual)
 {
     for (const char* tRotation :
-         {"rotate-key @r root --key-type ecdsa --no-passphrase", "rotate-key @r targets --key-type ecdsa-p384 --no-passphrase",
-          "rotate-key @r snapshot --no-passphrase", "rotate-key @r timestamp --key-type rsa --no-passphrase", "rotate-key @r root --no-passphrase"}) {
+         {"rotate-key @r root --key-type ecdsa --no-passphrase",
+          "rotate-key @r targets --key-type ecdsa-p384 --no-passphrase",
+          "rotate-key @r snapshot --no-passphrase", "rotate-key @r timestamp --key-type rsa --no-passphrase",
+          "rotate-key @r root --no-passphrase"}) {
         SCOPED_TRACE(tRotation);
         copy("r", "web");
         QDir(path("seen")).removeRecursively();
