@@ -9,6 +9,10 @@ set(CMAKE_AUTOMOC ON)
 add_compile_options(-fPIC)
 # Nobody waits for a test's own code, but everybody for its compilation. What it tests stays optimised.
 set(RKM_TEST_OPTIONS $<$<CONFIG:RelWithDebInfo>:-O0>)
+# Packages do not depend on the folder that they are built in. A debugger finds the sources from the top of the tree.
+if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
+    add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+endif()
 add_compile_options(-Wall -Wextra -Wpedantic -Werror)
 add_compile_definitions(QT_NO_CAST_FROM_ASCII QT_NO_KEYWORDS)
 add_link_options(-Wl,--as-needed -Wl,-z,relro -Wl,-z,now)

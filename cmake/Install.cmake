@@ -49,12 +49,13 @@ install(FILES packaging/systemd/vkservice.catalog DESTINATION lib/systemd/catalo
 install(TARGETS vkpublish RUNTIME COMPONENT publisher)
 install(FILES docs/man/vkpublish.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT publisher)
 install(FILES docs/man/vk-repository.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT publisher)
-install(CODE "
-    configure_file(${PROJECT_SOURCE_DIR}/packaging/systemd/vkpublish-mirror@.service.in
-        ${CMAKE_BINARY_DIR}/packaging/vkpublish-mirror@.service @ONLY)" COMPONENT publisher)
-install(FILES ${CMAKE_BINARY_DIR}/packaging/vkpublish-mirror@.service
-    ${PROJECT_SOURCE_DIR}/packaging/systemd/vkpublish-mirror@.timer
-    DESTINATION lib/systemd/system COMPONENT publisher)
+foreach(UNIT vkpublish-mirror@ vkpublish-refresh@)
+    install(CODE "
+        configure_file(${PROJECT_SOURCE_DIR}/packaging/systemd/${UNIT}.service.in
+            ${CMAKE_BINARY_DIR}/packaging/${UNIT}.service @ONLY)" COMPONENT publisher)
+    install(FILES ${CMAKE_BINARY_DIR}/packaging/${UNIT}.service ${PROJECT_SOURCE_DIR}/packaging/systemd/${UNIT}.timer
+        DESTINATION lib/systemd/system COMPONENT publisher)
+endforeach()
 install(PROGRAMS packaging/signers/sign-with-openssl packaging/signers/sign-with-ssh-agent packaging/signers/sign-with-token
     DESTINATION ${SHARE}/doc/vkpublish/examples/signers COMPONENT publisher)
 install(FILES packaging/systemd/vkpublish.sysusers DESTINATION lib/sysusers.d RENAME vkpublish.conf COMPONENT publisher)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "keys/FolderLock.h"
+
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QDateTime>
 #include <QtCore/QString>
@@ -21,6 +23,7 @@ enum Status : int
     StatusFailed = 1,
     StatusUsage = 2,
     StatusUnvouched = 3, // of verify: no errors, but no trusted root to compare with
+    StatusExpiring = 4,  // of verify --warn-days: valid, but there is a warning
 };
 
 // The options and arguments of one command, with its help.
@@ -38,6 +41,10 @@ public:
                    const QString& pDefault = QString());
     // --keys, and the argument DIR before it.
     void addRepository();
+    // --no-wait, for commands that lock the key folder.
+    void addNoWait();
+    // --json
+    void addJson();
 
     // No value: continue. Else the exit status; help or error were already written.
     std::optional<int> parse(const QStringList& pArguments);
@@ -48,6 +55,8 @@ public:
     QStringList values(const char* pName) const;
     QString repository() const; // absolute
     QString keys() const;       // absolute; by default next to the repository
+
+    Patience patience() const;
 
     // An integer from pLeast to pMost; no value, after an error message, for any other text.
     std::optional<int> number(const char* pName, int pLeast, int pMost) const;

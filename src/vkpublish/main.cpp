@@ -26,11 +26,13 @@ constexpr std::array sCommands{
     Command{"add", "pack a folder as a package", cmdAdd},
     Command{"remove", "withdraw a package", cmdRemove},
     Command{"publish", "publish what was added, and renew the signatures", cmdPublish},
+    Command{"refresh", "renew timestamp and snapshot, with their keys alone", cmdRefresh},
     Command{"halt", "stop the spread of a package at once", cmdHalt},
     Command{"list", "show the packages", cmdList},
     Command{"verify", "check a repository as a client would", cmdVerify},
     Command{"mirror", "make a folder a verified copy of a repository", cmdMirror},
     Command{"rotate-key", "give a role a new key", cmdRotateKey},
+    Command{"recover", "make a lost record again from the repository", cmdRecover},
     Command{"key", "add, remove and list keys, and set how many must sign", cmdKey},
     Command{"payload", "write what to sign on another machine", cmdPayload},
     Command{"show", "show what a payload or a draft changes", cmdShow},
@@ -47,7 +49,8 @@ QString usage()
     }
     tText +=
         u"\n\"vkpublish COMMAND --help\" explains a command. --version shows the version.\n"
-        "Exit status: 0 success, 1 failure, 2 invalid usage, 3 valid, but the root is not trusted (verify)."_s;
+        "Exit status: 0 success, 1 failure, 2 invalid usage, 3 valid, but the root is not trusted (verify),\n"
+        "4 valid, but expires soon (verify --warn-days)."_s;
     return tText;
 }
 

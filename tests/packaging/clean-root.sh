@@ -78,6 +78,25 @@ expect 0 "successfully applied" rkm update-settings --server=/var/lib/vkmirror/s
 expect 0 "All packages are up to date." rkm update --quiet
 expect 0 "successfully applied" rkm update-settings --server=/srv/updates
 
+# The nightly job in its unit, with two of the keys. The publisher goes on above it.
+install -d -m 700 /var/lib/vkrefresh/site
+cp /srv/updates.keys/timestamp-*.pem /srv/updates.keys/snapshot-*.pem /var/lib/vkrefresh/site
+expect 0 "for \"vkpublish refresh\" alone" vkpublish recover /srv/updates --refresh-only --keys /var/lib/vkrefresh/site \
+    --root /etc/vk/mirror/site.root.json
+chown -R vkrefresh: /var/lib/vkrefresh/site
+chgrp vkrefresh /srv/updates/metadata
+chmod g+w /srv/updates/metadata
+echo DIR=/srv/updates >/etc/vk/refresh/site.conf
+expect 0 "" systemctl enable --now vkpublish-refresh@site.timer
+expect 0 "" systemctl start vkpublish-refresh@site
+expect 0 "Refreshed the timestamp, valid until" journalctl --no-pager -u vkpublish-refresh@site
+expect 0 "vkrefresh" stat -c %U /srv/updates/metadata/timestamp.json
+expect 0 "All packages are up to date." rkm update --quiet
+expect 0 "Published" vkpublish publish /srv/updates
+expect 0 "" systemctl start vkpublish-refresh@site
+expect 0 "The repository is valid" vkpublish verify /srv/updates
+rm -r /var/lib/vkrefresh/site
+
 # Another user: no settings, but the log; the message names the right socket.
 expect 1 "Please check the permissions of /run/vkservice" as_somebody --clear-groups rkm show-settings --socket=/run/vkservice/socket
 expect 0 "Name: tool" as_somebody --clear-groups rkm install-log
@@ -151,7 +170,7 @@ rm /etc/vk/vk_user.cfg
 expect 0 "1.6 OK" systemd-analyze security --no-pager vkservice
 DEBIAN_FRONTEND=noninteractive expect 0 "" apt-get purge -y -qq rkm vkservice vkpublish libvkcore-dev libvkcore1
 for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /var/lib/vkmirror /run/vkservice \
-    /etc/systemd/system/*/vkpublish-mirror@* \
+    /etc/systemd/system/*/vkpublish-*@* /var/lib/vkrefresh \
     /etc/systemd/system/*/vkservice.* /var/lib/systemd/deb-systemd-helper-enabled/vkservice.*; do
     if [ -e "$left" ] || [ -L "$left" ]; then
         fail "$left is left behind"

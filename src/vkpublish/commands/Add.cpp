@@ -2,6 +2,7 @@
 
 #include "CommandLine.h"
 #include "keys/KeyFolder.h"
+#include "keys/SigningTime.h"
 #include "packing/Packer.h"
 #include "packing/TarStream.h"
 #include "publication/Layout.h"
@@ -32,6 +33,7 @@ namespace {
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
+    pLine->addNoWait();
     pLine->addArgument(u"FOLDER"_s, u"What to pack"_s);
     pLine->addOption(u"name"_s, u"Name of the package: a-z 0-9 . _ + -"_s, u"NAME"_s);
     pLine->addOption(u"version"_s, u"One to four numbers with dots"_s, u"VERSION"_s);
@@ -77,7 +79,7 @@ bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
         complain(u"--version takes one to four numbers with dots, not \"%1\""_s.arg(pLine.value("version")));
         return false;
     }
-    QDateTime tDate = QDateTime::currentDateTimeUtc();
+    QDateTime tDate = signingTime();
     if (pLine.isSet("date")) {
         const std::optional<QDateTime> tGiven = pLine.date("date");
         if (!tGiven) {
@@ -213,10 +215,10 @@ void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTa
 Failure add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pReport)
 {
     os::FileSystem& tFileSystem = os::realFileSystem();
-    KeyFolder tKeys(tFileSystem, pLine.keys());
+    KeyFolder tKeys(tFileSystem, pLine.keys(), pLine.patience());
     const QString tName = packages::archiveName(pInfo);
     std::vector<FolderEntry> tEntries;
-    if (Failure tFailure = tKeys.open()) {
+    if (Failure tFailure = tKeys.openPackage(tName)) {
         return tFailure;
     }
     if (Failure tFailure = scanFolder(pLine.argument(1), &tEntries)) {
@@ -263,7 +265,7 @@ Failure add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pR
         *pReport += u", dated %1 to replace the other one on machines"_s.arg(
             pInfo.mVersion.date().toUTC().toString(Qt::ISODate));
     }
-    return tKeys.save();
+    return tKeys.savePackage(tName);
 }
 
 } // namespace

@@ -10,6 +10,8 @@ int cmdAdd(const QStringList& pArguments);
 int cmdRemove(const QStringList& pArguments);
 int cmdHalt(const QStringList& pArguments);
 int cmdPublish(const QStringList& pArguments);
+int cmdRefresh(const QStringList& pArguments);
+int cmdRecover(const QStringList& pArguments);
 int cmdList(const QStringList& pArguments);
 int cmdVerify(const QStringList& pArguments);
 int cmdMirror(const QStringList& pArguments);

@@ -2,6 +2,7 @@
 
 #include "CommandLine.h"
 #include "keys/KeyFolder.h"
+#include "keys/SigningTime.h"
 #include "publication/Publication.h"
 #include "publication/Releases.h"
 
@@ -16,6 +17,7 @@ namespace {
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
+    pLine->addNoWait();
     pLine->addArgument(u"NAME"_s, u"Name of the package"_s);
     pLine->addOptionalArgument(u"VERSION"_s, u"Only this version; by default all"_s);
     pLine->addOption(u"lift"_s, u"Let machines install it again; phases go on where they were stopped"_s);
@@ -51,7 +53,7 @@ bool readJob(const CommandLine& pLine, Job* pTo)
     if (!tDays || !tTargetsDays) {
         return false;
     }
-    const QDateTime tNow = QDateTime::currentDateTimeUtc();
+    const QDateTime tNow = signingTime();
     pTo->mTimes = {tNow, tNow.addDays(*tDays), tNow.addDays(*tTargetsDays)};
     return true;
 }
@@ -60,7 +62,7 @@ bool readJob(const CommandLine& pLine, Job* pTo)
 Failure halt(const CommandLine& pLine, const Job& pJob, QStringList* pArchives, bool* pIsPublished)
 {
     os::FileSystem& tFileSystem = os::realFileSystem();
-    KeyFolder tKeys(tFileSystem, pLine.keys());
+    KeyFolder tKeys(tFileSystem, pLine.keys(), pLine.patience());
     if (Failure tFailure = tKeys.open()) {
         return tFailure;
     }
@@ -73,7 +75,7 @@ Failure halt(const CommandLine& pLine, const Job& pJob, QStringList* pArchives, 
         return Failure::content(u"Unknown package: %1"_s.arg(pJob.mName));
     }
     const auto tChange = pJob.mIsLift ? &resumed : &halted;
-    const QJsonObject tOffered = tChange(tRecord.mPublishedTargets, tPublished, pJob.mTimes.mNow);
+    const TargetList tOffered = tChange(tRecord.mPublishedTargets, tPublished, pJob.mTimes.mNow);
     tRecord.mTargets = tChange(tRecord.mTargets, tNext, pJob.mTimes.mNow);
     // First the record: if this is interrupted, the next publication halts them.
     if (Failure tFailure = tKeys.save()) {

@@ -5,6 +5,7 @@
 #include "keys/KeyFolder.h"
 #include "keys/Roles.h"
 #include "keys/RootDocument.h"
+#include "keys/SigningTime.h"
 #include "publication/Layout.h"
 
 #include "os/FileSystem.h"
@@ -108,7 +109,7 @@ Failure makeRepository(const CommandLine& pLine, KeyFolder* pKeys, const KeyOrde
     if (Failure tFailure = checkPlaces(pLine.repository(), pLine.keys())) {
         return tFailure;
     }
-    if (Failure tFailure = pKeys->checkUnused()) {
+    if (Failure tFailure = pKeys->checkEmpty()) {
         return tFailure;
     }
     // Before there is a folder that would stay if nobody gives one.
@@ -166,8 +167,8 @@ int cmdInit(const QStringList& pArguments)
     }
 
     KeyFolder tKeys(os::realFileSystem(), tLine.keys());
-    if (const Failure tFailure = makeRepository(tLine, &tKeys, *tOrder, *tShares,
-                                                QDateTime::currentDateTimeUtc().addDays(*tDays))) {
+    if (const Failure tFailure =
+            makeRepository(tLine, &tKeys, *tOrder, *tShares, signingTime().addDays(*tDays))) {
         complain(tFailure.mText);
         return StatusFailed;
     }

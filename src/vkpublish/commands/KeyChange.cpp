@@ -1,11 +1,12 @@
 #include "commands/KeyCommands.h"
 
 #include "CommandLine.h"
-#include "KeyOptions.h"
 #include "commands/DraftReport.h"
 #include "commands/NewKey.h"
+#include "KeyOptions.h"
 #include "keys/KeyFolder.h"
 #include "keys/Roles.h"
+#include "keys/SigningTime.h"
 #include "publication/Drafts.h"
 #include "publication/Publication.h"
 
@@ -29,13 +30,14 @@ using Change = std::function<Failure(KeyFolder*, RootDocument*)>;
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
+    pLine->addNoWait();
     pLine->addArgument(u"ROLE"_s, u"root, targets, snapshot or timestamp"_s);
     pLine->addOption(u"root-days"_s, u"How long the new root is valid, in days"_s, u"DAYS"_s, u"3650"_s);
 }
 
 Failure run(const CommandLine& pLine, int pDays, const Change& pChange)
 {
-    KeyFolder tKeys(os::realFileSystem(), pLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), pLine.keys(), pLine.patience());
     if (Failure tFailure = tKeys.open()) {
         return tFailure;
     }
@@ -50,8 +52,7 @@ Failure run(const CommandLine& pLine, int pDays, const Change& pChange)
         return tFailure;
     }
     qsizetype tVoid = 0;
-    if (Failure tFailure =
-            draftRoot(&tKeys, *tRoot, QDateTime::currentDateTimeUtc().addDays(pDays), &tVoid)) {
+    if (Failure tFailure = draftRoot(&tKeys, *tRoot, signingTime().addDays(pDays), &tVoid)) {
         return tFailure;
     }
     if (tVoid > 0) {

@@ -1,6 +1,7 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
+#include "commands/Json.h"
 #include "keys/KeyFolder.h"
 #include "publication/Layout.h"
 #include "publication/Releases.h"
@@ -49,20 +50,53 @@ QStringList row(const QJsonObject& pTarget, const QString& pState)
             pState};
 }
 
-// The state of each archive in the last and in the next publication.
-QList<QStringList> rows(const Record& pRecord)
+// Calls pDo with each archive, and its state in the last and in the next publication.
+template <typename F>
+void forEach(const Record& pRecord, F pDo)
 {
-    QList<QStringList> tRows;
     for (auto tIt = pRecord.mTargets.begin(); tIt != pRecord.mTargets.end(); ++tIt) {
-        const bool tPublished = pRecord.mPublishedTargets[tIt.key()] == tIt.value();
-        tRows.append(row(tIt.value().toObject(), tPublished ? u"published"_s : u"new"_s));
+        const bool tPublished = pRecord.mPublishedTargets.text(tIt.key()) == tIt.text();
+        pDo(tIt.key(), tIt.value().toObject(), tPublished ? u"published"_s : u"new"_s);
     }
     for (auto tIt = pRecord.mPublishedTargets.begin(); tIt != pRecord.mPublishedTargets.end(); ++tIt) {
         if (!pRecord.mTargets.contains(tIt.key())) {
-            tRows.append(row(tIt.value().toObject(), u"removed"_s));
+            pDo(tIt.key(), tIt.value().toObject(), u"removed"_s);
         }
     }
-    return tRows;
+}
+
+QJsonObject json(const QString& pArchive, const QJsonObject& pTarget, const QString& pState)
+{
+    const PackageInfo tInfo = infoOf(pTarget).value_or(PackageInfo());
+    qint64 tDeltaBytes = 0;
+    for (const packages::DeltaFile& tDelta : tInfo.mDeltas) {
+        tDeltaBytes += tDelta.mFile.mLength;
+    }
+    QJsonObject tObject{{u"archive"_s, pArchive},
+                        {u"name"_s, tInfo.mName},
+                        {u"version"_s, tInfo.mVersion.version().toTarnAppFormat()},
+                        {u"date"_s, jsonDate(tInfo.mVersion.date())},
+                        {u"kind"_s, tInfo.mKind == packages::Kind::Data ? u"data"_s : u"application"_s},
+                        {u"language"_s, jsonText(tInfo.mLanguage)},
+                        {u"bytes"_s, pTarget["length"_L1]},
+                        {u"hasIndex"_s, tInfo.mIndex.has_value()},
+                        {u"deltas"_s, tInfo.mDeltas.size()},
+                        {u"deltaBytes"_s, tDeltaBytes},
+                        {u"state"_s, pState}};
+    const packages::Release& tRelease = tInfo.mRelease;
+    tObject.insert("channel"_L1, jsonText(tRelease.mChannel));
+    tObject.insert("critical"_L1, tRelease.mIsCritical);
+    tObject.insert("halted"_L1, jsonDate(tRelease.mHalted.value_or(QDateTime())));
+    return tObject;
+}
+
+void printJson(const Record& pRecord)
+{
+    QJsonArray tPackages;
+    forEach(pRecord, [&](const QString& pArchive, const QJsonObject& pTarget, const QString& pState) {
+        tPackages.append(json(pArchive, pTarget, pState));
+    });
+    sayJson({{u"packages"_s, tPackages}, {u"expires"_s, jsonDate(pRecord.mTimestampExpires)}});
 }
 
 void print(const QList<QStringList>& pRows)
@@ -88,6 +122,7 @@ int cmdList(const QStringList& pArguments)
 {
     CommandLine tLine(u"list"_s, u"Shows the packages, and what the next \"publish\" will change."_s);
     tLine.addRepository();
+    tLine.addJson();
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
     }
@@ -96,9 +131,17 @@ int cmdList(const QStringList& pArguments)
         complain(tFailure.mText);
         return StatusFailed;
     }
+    if (tLine.isSet("json")) {
+        printJson(tKeys.mRecord);
+        return StatusDone;
+    }
+    QList<QStringList> tRows;
+    forEach(tKeys.mRecord, [&](const QString&, const QJsonObject& pTarget, const QString& pState) {
+        tRows.append(row(pTarget, pState));
+    });
     const QStringList tHead{u"NAME"_s, u"VERSION"_s, u"DATE"_s,    u"KIND"_s, u"LANGUAGE"_s,
                             u"SIZE"_s, u"DELTAS"_s,  u"RELEASE"_s, u"STATE"_s};
-    print(QList<QStringList>{tHead} + rows(tKeys.mRecord));
+    print(QList<QStringList>{tHead} + tRows);
     say(tKeys.mRecord.mTimestampExpires.isValid()
             ? u"Valid until %1"_s.arg(tKeys.mRecord.mTimestampExpires.toString(Qt::ISODate))
             : u"Not published yet"_s);

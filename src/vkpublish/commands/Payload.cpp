@@ -3,6 +3,7 @@
 #include "CommandLine.h"
 #include "commands/DraftReport.h"
 #include "keys/KeyFolder.h"
+#include "keys/SigningTime.h"
 #include "publication/Drafts.h"
 #include "publication/NewDeltas.h"
 #include "publication/Publication.h"
@@ -31,6 +32,7 @@ struct Job
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
+    pLine->addNoWait();
     pLine->addArgument(u"ROLE"_s, u"root or targets"_s);
     pLine->addOption(u"output"_s, u"Where to write the bytes; by default standard output"_s, u"FILE"_s);
     pLine->addOption(u"renew"_s, u"Make a new draft; signatures of the one before are void"_s);
@@ -64,7 +66,7 @@ bool readJob(const CommandLine& pLine, Job* pTo)
         }
     }
     pTo->mDeltas = *tDeltas;
-    pTo->mNow = QDateTime::currentDateTimeUtc();
+    pTo->mNow = signingTime();
     pTo->mExpires = pTo->mNow.addDays(pTo->mRole == tuf::sRoot ? *tRootDays : *tTargetsDays);
     return true;
 }
@@ -130,7 +132,7 @@ Failure writePayload(const CommandLine& pLine, const Draft& pDraft)
 Failure run(const CommandLine& pLine, const Job& pJob, QString* pReport)
 {
     os::FileSystem& tFileSystem = os::realFileSystem();
-    KeyFolder tKeys(tFileSystem, pLine.keys());
+    KeyFolder tKeys(tFileSystem, pLine.keys(), pLine.patience());
     if (Failure tFailure = tKeys.open()) {
         return tFailure;
     }

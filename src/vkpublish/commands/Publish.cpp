@@ -1,8 +1,11 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
+#include "commands/Json.h"
+#include "keys/SigningTime.h"
 #include "network/MetadataSource.h"
 #include "publication/CatchUp.h"
+#include "publication/Layout.h"
 #include "publication/NewDeltas.h"
 #include "publication/Publication.h"
 #include "publication/Releases.h"
@@ -27,7 +30,7 @@ std::optional<PublicationTimes> readTimes(const CommandLine& pLine)
         return std::nullopt;
     }
     PublicationTimes tTimes;
-    tTimes.mNow = QDateTime::currentDateTimeUtc();
+    tTimes.mNow = signingTime();
     tTimes.mExpires = tTimes.mNow.addDays(*tDays);
     tTimes.mTargetsExpires = tTimes.mNow.addDays(*tTargetsDays);
     if (pLine.isSet("expires")) {
@@ -36,13 +39,17 @@ std::optional<PublicationTimes> readTimes(const CommandLine& pLine)
             return std::nullopt;
         }
         tTimes.mExpires = *tDate;
+    } else if (tTimes.mExpires <= QDateTime::currentDateTimeUtc()) {
+        complain(
+            u"By the time in SOURCE_DATE_EPOCH, what is signed now has expired: unset it, or use --expires"_s);
+        return std::nullopt;
     }
     return tTimes;
 }
 
 void warn(const PublicationTimes& pTimes, const QByteArray& pRoot)
 {
-    if (pTimes.mExpires <= pTimes.mNow) {
+    if (pTimes.mExpires <= QDateTime::currentDateTimeUtc()) {
         complain(u"Warning: the signed files have already expired, and clients will refuse them"_s);
     }
     tuf::Root tRoot;
@@ -55,6 +62,7 @@ void warn(const PublicationTimes& pTimes, const QByteArray& pRoot)
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
+    pLine->addNoWait();
     pLine->addOption(u"expires-days"_s, u"How long timestamp and snapshot are valid, in days"_s, u"DAYS"_s,
                      u"14"_s);
     pLine->addOption(u"expires"_s, u"The same as a date"_s, u"DATE"_s);
@@ -74,6 +82,7 @@ void declare(CommandLine* pLine)
                      "https address, after the record was restored from a backup"_s,
                      u"PLACE"_s);
     pLine->addOption(u"ca-file"_s, u"CA certificates to trust for that address"_s, u"FILE"_s);
+    pLine->addJson();
 }
 
 struct Job
@@ -162,13 +171,22 @@ int cmdPublish(const QStringList& pArguments)
     if (!readJob(tLine, &tJob)) {
         return StatusUsage;
     }
-    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys(), tLine.patience());
     if (const Failure tFailure = publish(tLine, tJob, &tKeys)) {
         complain(tFailure.mText);
         return StatusFailed;
     }
     warn(tJob.mTimes, tKeys.mRecord.mRoot);
     const qsizetype tCount = tKeys.mRecord.mTargets.size();
+    if (tLine.isSet("json")) {
+        RepositoryState tState;
+        FolderFetcher tFolder(os::realFileSystem(), metadataFolder(tLine.repository()));
+        QJsonObject tObject{{u"packages"_s, tCount}};
+        (void)readWithTargets(tFolder, tKeys.mRecord.mRoot, &tState); // it was written just now
+        addValidity(tState, QDateTime::currentDateTimeUtc(), &tObject);
+        sayJson(tObject);
+        return StatusDone;
+    }
     say(u"Published %1, valid until %2"_s.arg(tCount == 1 ? u"1 package"_s : u"%1 packages"_s.arg(tCount))
             .arg(tJob.mTimes.mExpires.toUTC().toString(Qt::ISODate)));
     return StatusDone;

@@ -1,10 +1,11 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
-#include "KeyOptions.h"
 #include "commands/NewKey.h"
+#include "KeyOptions.h"
 #include "keys/Roles.h"
 #include "keys/RootDocument.h"
+#include "keys/SigningTime.h"
 #include "publication/Rotation.h"
 
 #include "os/FileSystem.h"
@@ -47,6 +48,7 @@ int cmdRotateKey(const QStringList& pArguments)
                       u"Gives a role a new key and publishes. Clients follow automatically and no longer "
                       "accept the old key alone."_s);
     tLine.addRepository();
+    tLine.addNoWait();
     tLine.addArgument(u"ROLE"_s, u"root, targets, snapshot or timestamp"_s);
     addKeyOptions(&tLine);
     addCommandOptions(&tLine);
@@ -68,10 +70,10 @@ int cmdRotateKey(const QStringList& pArguments)
         return StatusUsage;
     }
 
-    const QDateTime tNow = QDateTime::currentDateTimeUtc();
+    const QDateTime tNow = signingTime();
     const PublicationTimes tTimes{
         .mNow = tNow, .mExpires = tNow.addDays(*tDays), .mTargetsExpires = tNow.addDays(365)};
-    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys(), tLine.patience());
     Publication tPublication(os::realFileSystem(), tLine.repository(), tKeys);
     QDateTime tOldUntil;
     const Result<KeyFile> tNew = makeNew(*tOrder, &tKeys);

@@ -2,6 +2,7 @@
 
 #include "CommandLine.h"
 #include "commands/DraftReport.h"
+#include "commands/Json.h"
 #include "commands/OfflineKeys.h"
 #include "keys/KeyFolder.h"
 #include "keys/Roles.h"
@@ -10,7 +11,6 @@
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
-#include "tuf/CanonicalJson.h"
 
 using namespace Qt::StringLiterals;
 
@@ -18,10 +18,22 @@ namespace tarn::vkpublish {
 
 namespace {
 
-void print(const Payload& pNew, const std::optional<Payload>& pBefore, const QString& pWhence)
+// pReport: what a draft still needs; null for a file.
+void print(const CommandLine& pLine, const Payload& pNew, const QStringList& pReview, const QString& pReport)
 {
-    for (const QString& tText : review(pNew, pBefore, pWhence)) {
+    if (pLine.isSet("json")) {
+        sayJson({{u"role"_s, pNew.mRole},
+                 {u"version"_s, pNew.mVersion},
+                 {u"expires"_s, pNew.mSigned["expires"_L1]},
+                 {u"review"_s, QJsonArray::fromStringList(pReview)},
+                 {u"report"_s, jsonText(pReport)}});
+        return;
+    }
+    for (const QString& tText : pReview) {
         say(tText);
+    }
+    if (!pReport.isNull()) {
+        say(pReport);
     }
 }
 
@@ -40,16 +52,14 @@ Failure showFile(const CommandLine& pLine)
     if (!tBefore) {
         return tBefore.failure();
     }
-    print(*tPayload, *tBefore, u"which was signed here"_s);
+    print(pLine, *tPayload, review(*tPayload, *tBefore, u"which was signed here"_s), QString());
     return {};
 }
 
 // A list of packages of the record.
-Result<Payload> payloadOf(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets)
+Result<Payload> payloadOf(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets)
 {
-    QByteArray tBytes;
-    tuf::canonicalJson(targetsPart(pVersion, pExpires, pTargets), &tBytes);
-    return readBytesToSign(tBytes);
+    return readBytesToSign(targetsPart(pVersion, pExpires, pTargets));
 }
 
 Result<std::optional<Payload>> published(const Record& pRecord, const QString& pRole)
@@ -81,10 +91,9 @@ Failure showDraft(const CommandLine& pLine)
     if (!tNew || !tBefore) {
         return tNew ? tBefore.failure() : tNew.failure();
     }
-    print(*tNew, *tBefore, u"which is published"_s);
     const Result<QString> tReport = draftReport(tKeys, **tDraft, pLine);
     if (tReport) {
-        say(*tReport);
+        print(pLine, *tNew, review(*tNew, *tBefore, u"which is published"_s), *tReport);
     }
     return tReport.failure();
 }
@@ -98,6 +107,7 @@ int cmdShow(const QStringList& pArguments)
     tLine.addArgument(u"FILE|DIR"_s, u"A file, or the folder of a repository"_s);
     tLine.addOptionalArgument(u"ROLE"_s, u"root or targets, for a repository"_s);
     addOfflineKeys(&tLine);
+    tLine.addJson();
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
     }

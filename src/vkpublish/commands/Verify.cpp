@@ -1,10 +1,13 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
+#include "commands/Json.h"
 #include "keys/KeyFolder.h"
+#include "keys/Roles.h"
 #include "network/MetadataSource.h"
+#include "publication/Comparison.h"
+#include "publication/Expiry.h"
 #include "publication/Layout.h"
-#include "publication/RepositoryState.h"
 #include "publication/Verification.h"
 
 #include "internal/PlainText.h"
@@ -14,15 +17,11 @@
 
 #include <QtCore/QFileInfo>
 
-#include <algorithm>
-
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkpublish {
 
 namespace {
-
-constexpr qint64 sMaxRoot = 512 * 1024;
 
 void declare(CommandLine* pLine)
 {
@@ -32,11 +31,32 @@ void declare(CommandLine* pLine)
                      "first, if the key folder knows it"_s,
                      u"FILE"_s);
     pLine->addOption(u"against"_s,
-                     u"Compare the versions with those of the repository in that folder or at "
-                     "that https address"_s,
+                     u"Compare with the repository in that folder or at that https address: versions, and "
+                     "whether it is fresh"_s,
                      u"PLACE"_s);
     pLine->addOption(u"ca-file"_s, u"CA certificates to trust for that address"_s, u"FILE"_s);
+    pLine->addOption(u"warn-days"_s,
+                     u"End with 4 if a file expires that soon; without it only a warning, 3 days before"_s,
+                     u"DAYS"_s, u"3"_s);
+    pLine->addJson();
 }
+
+struct Job
+{
+    std::unique_ptr<tuf::Fetcher> mOther;
+    int mWarnDays = 0;
+    QDateTime mNow = QDateTime::currentDateTimeUtc();
+};
+
+struct Findings
+{
+    VerificationResult mResult;
+    RepositoryState mState;
+    std::optional<Comparison> mComparison;
+    bool mIsTrusted = false;
+    QStringList mProblems;
+    QStringList mWarnings;
+};
 
 // True if the root is known to be of the right repository: the user named it, or the key folder has it.
 bool hasVoucher(const CommandLine& pLine)
@@ -60,80 +80,92 @@ Failure checkKeys(const CommandLine& pLine, const QList<QByteArray>& pRoots)
     return {};
 }
 
-QString compare(qint64 pHere, qint64 pThere)
+void find(const CommandLine& pLine, const QByteArray& pRoot, const Job& pJob, Findings* pTo)
 {
-    return pHere < pThere ? u"behind"_s : pHere > pThere ? u"ahead"_s : u"the same"_s;
+    FolderFetcher tHere(os::realFileSystem(), metadataFolder(pLine.repository()));
+    pTo->mResult = verifyRepository(pLine.repository(), pRoot, pJob.mNow);
+    pTo->mProblems = pTo->mResult.mProblems;
+    (void)readWithTargets(tHere, pRoot, &pTo->mState); // what is wrong with it is known already
+    pTo->mWarnings = expiryWarnings(pTo->mState, pJob.mNow, pJob.mWarnDays, {});
+    pTo->mIsTrusted = hasVoucher(pLine);
+    if (!pLine.isSet("root") && pTo->mIsTrusted) {
+        if (const Failure tFailure = checkKeys(pLine, pTo->mResult.mRoots)) {
+            pTo->mProblems.append(tFailure.mText);
+        }
+    }
+    if (pJob.mOther) {
+        pTo->mComparison =
+            compareStates(tHere, *pJob.mOther, pRoot, pLine.value("against"), pJob.mNow, pJob.mWarnDays);
+        pTo->mProblems += pTo->mComparison->mProblems;
+        pTo->mWarnings += pTo->mComparison->mWarnings;
+    }
 }
 
-// Prints the versions of both. A failure if clients that have seen the other one refuse this one.
-Failure checkVersions(const RepositoryState& pHere, const RepositoryState& pThere, const QString& pPlace)
+// Warnings count only for who asked for them.
+int statusOf(const CommandLine& pLine, const Findings& pFindings)
 {
-    Failure tFailure;
-    for (auto tIt = pThere.mVersions.begin(); tIt != pThere.mVersions.end(); ++tIt) {
-        const qint64 tHere = pHere.mVersions.value(tIt.key());
+    return !pFindings.mProblems.isEmpty()                               ? StatusFailed
+           : !pFindings.mIsTrusted                                      ? StatusUnvouched
+           : pLine.isSet("warn-days") && !pFindings.mWarnings.isEmpty() ? StatusExpiring
+                                                                        : StatusDone;
+}
+
+void printVersions(const Comparison& pComparison)
+{
+    for (auto tIt = pComparison.mThere.mVersions.begin(); tIt != pComparison.mThere.mVersions.end(); ++tIt) {
+        const qint64 tHere = pComparison.mHere.mVersions.value(tIt.key());
         say(u"%1: version %2 here, %3 there: %4"_s.arg(tIt.key())
                 .arg(tHere)
                 .arg(tIt.value())
-                .arg(compare(tHere, tIt.value())));
-        if (tHere < tIt.value()) {
-            tFailure =
-                Failure::content(u"The repository is behind %1, and machines that know that one refuse it: "
-                                 "publish with --above %1"_s.arg(pPlace));
-        }
+                .arg(tHere < tIt.value()   ? u"behind"_s
+                     : tHere > tIt.value() ? u"ahead"_s
+                                           : u"the same"_s));
     }
-    const qsizetype tRoots = std::min(pHere.mNewRoots.size(), pThere.mNewRoots.size());
-    if (pHere.mNewRoots.first(tRoots) != pThere.mNewRoots.first(tRoots)) {
-        return Failure::content(
-            u"The roots differ from those at %1, and machines that know these refuse "
-            "the repository: a key was replaced twice, from the same backup"_s.arg(pPlace));
-    }
-    if (!tFailure && pHere.mVersions[tuf::sTimestamp] == pThere.mVersions[tuf::sTimestamp] &&
-        pHere.mTimestamp != pThere.mTimestamp) {
-        return Failure::content(u"The timestamp has the same version at %1, but other content: machines "
-                                "keep the one that they saw first. Publish with --above %1"_s.arg(pPlace));
-    }
-    return tFailure;
 }
 
-Failure compareWith(tuf::Fetcher& pOther, const CommandLine& pLine, const QByteArray& pRoot)
+void print(const CommandLine& pLine, const Findings& pFindings)
 {
-    FolderFetcher tFolder(os::realFileSystem(), metadataFolder(pLine.repository()));
-    RepositoryState tHere;
-    RepositoryState tThere;
-    if (Failure tFailure = readState(tFolder, pRoot, &tHere)) {
-        return tFailure;
-    }
-    if (Failure tFailure = readState(pOther, pRoot, &tThere)) {
-        return tFailure;
-    }
-    return checkVersions(tHere, tThere, pLine.value("against"));
-}
-
-// The reasons why the repository is invalid.
-QStringList findProblems(const CommandLine& pLine, const QByteArray& pRoot, tuf::Fetcher* pOther,
-                         int* pPackageCount)
-{
-    const VerificationResult tResult =
-        verifyRepository(pLine.repository(), pRoot, QDateTime::currentDateTimeUtc());
-    for (const QString& tRelease : tResult.mReleases) {
+    const int tPackages = pFindings.mResult.mPackageCount;
+    for (const QString& tRelease : pFindings.mResult.mReleases) {
         say(vkcore::singleLine(tRelease, vkcore::sMaxMessage));
     }
-    for (const QString& tPath : tResult.mUnused) {
+    for (const QString& tPath : pFindings.mResult.mUnused) {
         say(u"Unreferenced: %1"_s.arg(vkcore::singleLine(tPath, vkcore::sMaxMessage)));
     }
-    *pPackageCount = tResult.mPackageCount;
-    QStringList tProblems = tResult.mProblems;
-    if (!pLine.isSet("root") && hasVoucher(pLine)) {
-        if (const Failure tFailure = checkKeys(pLine, tResult.mRoots)) {
-            tProblems.append(tFailure.mText);
-        }
+    if (pFindings.mComparison) {
+        printVersions(*pFindings.mComparison);
     }
-    if (pOther != nullptr) {
-        if (const Failure tFailure = compareWith(*pOther, pLine, pRoot)) {
-            tProblems.append(tFailure.mText);
-        }
+    for (const QString& tWarning : pFindings.mWarnings) {
+        complain(u"Warning: %1"_s.arg(tWarning));
     }
-    return tProblems;
+    for (const QString& tProblem : pFindings.mProblems) {
+        complain(tProblem);
+    }
+    if (statusOf(pLine, pFindings) == StatusUnvouched) {
+        complain(u"The repository is complete: %1 packages. But its root is not trusted, so anybody "
+                 "could have made it: give one that you trust with --root"_s.arg(tPackages));
+    } else if (pFindings.mProblems.isEmpty()) {
+        say(u"The repository is valid: %1 packages"_s.arg(tPackages));
+    }
+}
+
+QJsonObject json(const CommandLine& pLine, const Findings& pFindings, const QDateTime& pNow)
+{
+    QJsonObject tObject{{u"status"_s, statusOf(pLine, pFindings)},
+                        {u"checked"_s, jsonDate(pNow)},
+                        {u"packages"_s, pFindings.mResult.mPackageCount},
+                        {u"trusted"_s, pFindings.mIsTrusted},
+                        {u"problems"_s, QJsonArray::fromStringList(pFindings.mProblems)},
+                        {u"warnings"_s, QJsonArray::fromStringList(pFindings.mWarnings)},
+                        {u"releases"_s, QJsonArray::fromStringList(pFindings.mResult.mReleases)},
+                        {u"unreferenced"_s, QJsonArray::fromStringList(pFindings.mResult.mUnused)}};
+    addValidity(pFindings.mState, pNow, &tObject);
+    if (pFindings.mComparison) {
+        QJsonObject tAgainst{{u"place"_s, pLine.value("against")}};
+        addValidity(pFindings.mComparison->mThere, pNow, &tAgainst);
+        tObject.insert("against"_L1, tAgainst);
+    }
+    return tObject;
 }
 
 } // namespace
@@ -147,32 +179,27 @@ int cmdVerify(const QStringList& pArguments)
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
     }
-    std::unique_ptr<tuf::Fetcher> tOther;
-    if (tLine.isSet("against") && !tLine.openPlace("against", &tOther)) {
+    Job tJob;
+    const std::optional<int> tWarnDays = tLine.number("warn-days", 0, 3650);
+    if (!tWarnDays || (tLine.isSet("against") && !tLine.openPlace("against", &tJob.mOther))) {
         return StatusUsage;
     }
+    tJob.mWarnDays = *tWarnDays;
     const QString tRootPath =
         tLine.isSet("root") ? tLine.value("root") : versionedPath(tLine.repository(), tuf::sRoot, 1);
-    const Result<QByteArray> tRoot = os::readFile(os::realFileSystem(), tRootPath, sMaxRoot);
-    if (!tRoot) {
-        complain(tRoot.failure().mText);
-        return StatusFailed;
+    const auto tRoot = os::readFile(os::realFileSystem(), tRootPath, tuf::Limits().mRootLength);
+    Findings tFindings;
+    if (tRoot) {
+        find(tLine, *tRoot, tJob, &tFindings);
+    } else {
+        tFindings.mProblems.append(tRoot.failure().mText);
     }
-    int tPackageCount = 0;
-    const QStringList tProblems = findProblems(tLine, *tRoot, tOther.get(), &tPackageCount);
-    for (const QString& tProblem : tProblems) {
-        complain(tProblem);
+    if (tLine.isSet("json")) {
+        sayJson(json(tLine, tFindings, tJob.mNow));
+    } else {
+        print(tLine, tFindings);
     }
-    if (!tProblems.isEmpty()) {
-        return StatusFailed;
-    }
-    if (!hasVoucher(tLine)) {
-        complain(u"The repository is complete: %1 packages. But its root is not trusted, so anybody "
-                 "could have made it: give one that you trust with --root"_s.arg(tPackageCount));
-        return StatusUnvouched;
-    }
-    say(u"The repository is valid: %1 packages"_s.arg(tPackageCount));
-    return StatusDone;
+    return statusOf(tLine, tFindings);
 }
 
 } // namespace tarn::vkpublish

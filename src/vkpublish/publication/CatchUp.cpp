@@ -91,21 +91,39 @@ Failure writeRoots(os::FileSystem& pFileSystem, const RepositoryState& pSeen, co
 Failure raiseVersions(KeyFolder* pKeys, const RepositoryState& pSeen, bool* pRaised)
 {
     Record& tRecord = pKeys->mRecord;
-    if (!pSeen.mNewRoots.isEmpty()) {
+    bool tNewTargets = !pSeen.mNewRoots.isEmpty();
+    bool tNewSnapshot = tNewTargets;
+    if (tNewTargets) {
         if (Failure tFailure = pKeys->takeRoot(pSeen.mNewRoots.last())) {
             return tFailure;
         }
-        *pRaised = true;
     }
     for (auto tIt = pSeen.mVersions.begin(); tIt != pSeen.mVersions.end(); ++tIt) {
         if (tIt.value() > tRecord.mVersions[tIt.key()] && !isFarAhead(tRecord, pSeen, tIt.key())) {
             tRecord.mVersions[tIt.key()] = tIt.value();
-            *pRaised = true;
+            tNewTargets = tNewTargets || tIt.key() == tuf::sTargets;
+            tNewSnapshot = tNewSnapshot || tIt.key() != tuf::sTimestamp;
         }
     }
-    if (*pRaised) {
+    if (tNewTargets) {
         tRecord.mPublishedTargetsFile = PublishedFile();
+    }
+    if (tNewSnapshot) {
         tRecord.mPublishedSnapshot = PublishedFile();
+    }
+    *pRaised = *pRaised || tNewTargets;
+    return {};
+}
+
+Failure checkLead(const Record& pRecord, const RepositoryState& pSeen)
+{
+    for (const QString& tRole : pSeen.mVersions.keys()) {
+        if (isFarAhead(pRecord, pSeen, tRole)) {
+            return Failure::content(
+                u"Version %1 of the %2 metadata was not signed by this publisher: its key "
+                "was stolen. Replace it: vkpublish rotate-key DIR %2"_s.arg(pSeen.mVersions[tRole])
+                    .arg(tRole));
+        }
     }
     return {};
 }
@@ -123,13 +141,8 @@ Failure takeOver(os::FileSystem& pFileSystem, tuf::Fetcher& pFrom, const QString
                                 "replaced twice, from the same backup. Restore the later key folder"_s.arg(
                                     pKeys->mRecord.mVersions[tuf::sRoot]));
     }
-    for (const QString& tRole : tSeen.mVersions.keys()) {
-        if (isFarAhead(pKeys->mRecord, tSeen, tRole)) {
-            return Failure::content(
-                u"Version %1 of the %2 metadata was not signed by this publisher: its key "
-                "was stolen. Replace it: vkpublish rotate-key DIR %2"_s.arg(tSeen.mVersions[tRole])
-                    .arg(tRole));
-        }
+    if (Failure tFailure = checkLead(pKeys->mRecord, tSeen)) {
+        return tFailure;
     }
     if (Failure tFailure = writeRoots(pFileSystem, tSeen, pRepository)) {
         return tFailure;

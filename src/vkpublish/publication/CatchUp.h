@@ -7,16 +7,21 @@
 namespace tarn::vkpublish {
 
 class KeyFolder;
+struct Record;
 struct RepositoryState;
 
 // Clients refuse versions below those that they have seen, and the versions in a record from a backup are too
 // low. Raises the versions in the record to those in pSeen, a root included; files that the record lists with
-// lower versions will be signed again. *pRaised: true if a version was raised. A failure if the key folder
-// lacks a key of the newest root. The caller writes the record with KeyFolder::save().
+// lower versions will be signed again. *pRaised: true if that of the root or the targets was raised; another
+// machine may have refreshed the others. A failure if the key folder lacks a key of the newest root. The
+// caller writes the record with KeyFolder::save().
 Failure raiseVersions(KeyFolder* pKeys, const RepositoryState& pSeen, bool* pRaised);
 
-// The same with the metadata of a repository elsewhere, all of which must be valid. Writes the roots that the
-// repository in the folder pRepository lacks.
+// A failure if a version is too high to be this publisher's.
+Failure checkLead(const Record& pRecord, const RepositoryState& pSeen);
+
+// The same as raiseVersions() with the metadata of a repository elsewhere, all of which must be valid. Writes
+// the roots that the repository in the folder pRepository lacks.
 Failure takeOver(os::FileSystem& pFileSystem, tuf::Fetcher& pFrom, const QString& pRepository,
                  KeyFolder* pKeys, bool* pRaised);
 

@@ -20,8 +20,10 @@ public:
         if (Failure tFailure = mTrusted.setRoot(pRoot)) {
             return tFailure;
         }
+        mTo->mRoot = pRoot;
         const Failure tStopped = climb();
         mTo->mVersions[tuf::sRoot] = mTrusted.root()->mVersion;
+        mTo->mExpires[tuf::sRoot] = mTrusted.root()->mExpires;
         if (tStopped) {
             return tStopped;
         }
@@ -29,6 +31,20 @@ public:
             return tFailure;
         }
         return readSnapshot();
+    }
+
+    Failure readTargets()
+    {
+        const qint64 tVersion = mTo->mVersions[tuf::sTargets];
+        if (Failure tFailure =
+                mFrom.fetch(versionedName(tuf::sTargets, tVersion), mLimits.mTargetsLength, &mTo->mTargets)) {
+            return tFailure;
+        }
+        if (Failure tFailure = mTrusted.addTargets(mTo->mTargets, tuf::sTargets, tuf::sRoot)) {
+            return tFailure;
+        }
+        mTo->mExpires[tuf::sTargets] = mTrusted.targets(tuf::sTargets)->mExpires;
+        return {};
     }
 
 private:
@@ -45,6 +61,7 @@ private:
                 return tFailure;
             }
             mTo->mNewRoots.append(tFile);
+            mTo->mRoot = tFile;
         }
         return {};
     }
@@ -59,20 +76,21 @@ private:
             return tFailure;
         }
         mTo->mVersions[tuf::sTimestamp] = mTrusted.timestamp()->mVersion;
+        mTo->mExpires[tuf::sTimestamp] = mTrusted.timestamp()->mExpires;
         mTo->mVersions[tuf::sSnapshot] = mTrusted.timestamp()->mSnapshot.mVersion;
         return {};
     }
 
     Failure readSnapshot()
     {
-        QByteArray tFile;
         if (Failure tFailure = mFrom.fetch(versionedName(tuf::sSnapshot, mTo->mVersions[tuf::sSnapshot]),
-                                           mLimits.mSnapshotLength, &tFile)) {
+                                           mLimits.mSnapshotLength, &mTo->mSnapshot)) {
             return tFailure;
         }
-        if (Failure tFailure = mTrusted.addSnapshot(tFile)) {
+        if (Failure tFailure = mTrusted.addSnapshot(mTo->mSnapshot)) {
             return tFailure;
         }
+        mTo->mExpires[tuf::sSnapshot] = mTrusted.snapshot()->mExpires;
         mTo->mVersions[tuf::sTargets] = mTrusted.snapshot()->mRoles[tuf::sTargets].mVersion;
         return {};
     }
@@ -90,6 +108,14 @@ Failure readState(tuf::Fetcher& pFrom, const QByteArray& pRoot, RepositoryState*
 {
     *pTo = RepositoryState();
     return Reader(pFrom, pTo).read(pRoot);
+}
+
+Failure readWithTargets(tuf::Fetcher& pFrom, const QByteArray& pRoot, RepositoryState* pTo)
+{
+    *pTo = RepositoryState();
+    Reader tReader(pFrom, pTo);
+    const Failure tFailure = tReader.read(pRoot);
+    return tFailure ? tFailure : tReader.readTargets();
 }
 
 } // namespace tarn::vkpublish

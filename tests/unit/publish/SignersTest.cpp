@@ -75,8 +75,6 @@ protected:
         EXPECT_EQ(tBroken.mErr.count("vkpublish: The command /"), 1) << tBroken.mErr;
         EXPECT_EQ(state(), tBefore);
     }
-
-    Program::Environment mEnvironment;
 };
 
 TEST_F(SignersTest, AreTokens)
