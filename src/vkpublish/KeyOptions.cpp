@@ -23,7 +23,9 @@ void addCommandOptions(CommandLine* pLine)
 
 std::optional<KeyOrder> readKeyOptions(const CommandLine& pLine, KeyOptions pOptions)
 {
-    KeyOrder tOrder{.mType = pLine.value("key-type"), .mEncrypt = !pLine.isSet("no-passphrase")};
+    KeyOrder tOrder;
+    tOrder.mType = pLine.value("key-type");
+    tOrder.mEncrypt = !pLine.isSet("no-passphrase");
     if (!tuf::SigningKey::types().contains(tOrder.mType)) {
         complain(u"Unknown key type \"%1\""_s.arg(tOrder.mType));
         return std::nullopt;

@@ -8,8 +8,6 @@
 #include "publication/Layout.h"
 #include "publication/NewRoot.h"
 #include "publication/RepositoryState.h"
-#include "publication/RoleSigners.h"
-#include "publication/TargetsChoice.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
@@ -194,54 +192,69 @@ Failure Publication::run(const PublicationTimes& pTimes)
     return publish(pTimes);
 }
 
+Result<Publication::Changes> Publication::decide(const PublicationTimes& pTimes)
+{
+    const PublishedFile& tTargets = mKeys.mRecord.mPublishedTargetsFile;
+    const PublishedFile& tSnapshot = mKeys.mRecord.mPublishedSnapshot;
+    const Result<TargetsChoice> tChoice =
+        chooseTargets(mKeys,
+                      {.mOffered = offered(),
+                       .mIsUsable = isUsable(tuf::sTargets, tTargets, pTimes.mNow),
+                       .mIsFresh = isFresh(tTargets, pTimes.mTargetsExpires, pTimes.mNow),
+                       .mNow = pTimes.mNow},
+                      &mNotes);
+    if (!tChoice) {
+        return tChoice.failure();
+    }
+    return Changes{*tChoice, tChoice->isNew() || !isUsable(tuf::sSnapshot, tSnapshot, pTimes.mNow) ||
+                                 !isFresh(tSnapshot, pTimes.mExpires, pTimes.mNow)};
+}
+
+// Sets the versions of what will be signed, and drops the old files, in the record.
+Failure Publication::begin(const Changes& pChanges, const QDateTime& pNow, SignedFiles* pTo)
+{
+    Record& tRecord = mKeys.mRecord;
+    if (pChanges.mTargets.isNew()) {
+        tRecord.mPublishedTargetsFile = PublishedFile();
+    }
+    if (pChanges.mNewSnapshot) {
+        ++tRecord.mVersions[tuf::sSnapshot];
+        tRecord.mPublishedSnapshot = PublishedFile();
+    }
+    ++tRecord.mVersions[tuf::sTimestamp];
+    if (pChanges.mTargets.mSource == TargetsChoice::Source::KeysHere) {
+        ++tRecord.mVersions[tuf::sTargets];
+    }
+    if (pChanges.mTargets.mSource != TargetsChoice::Source::Draft) {
+        return {};
+    }
+    const tuf::Signed tSigned = pChanges.mTargets.mDraft.toSigned();
+    return take(fileOfDraft(mFileSystem, mKeys, mRepository, pChanges.mTargets.mDraft, pNow), tuf::sTargets,
+                tSigned.mVersion, tSigned.mExpires, &pTo->mTargets);
+}
+
 Failure Publication::publish(const PublicationTimes& pTimes)
 {
     Record& tRecord = mKeys.mRecord;
     if (Failure tFailure = checkRootExpiry(pTimes.mNow)) {
         return tFailure;
     }
-    const bool tIsUsable = isUsable(tuf::sTargets, tRecord.mPublishedTargetsFile, pTimes.mNow);
-    const Result<TargetsChoice> tTargets = chooseTargets(
-        mKeys,
-        {.mOffered = offered(),
-         .mIsUsable = tIsUsable,
-         .mIsFresh = isFresh(tRecord.mPublishedTargetsFile, pTimes.mTargetsExpires, pTimes.mNow),
-         .mNow = pTimes.mNow},
-        &mNotes);
-    if (!tTargets) {
-        return tTargets.failure();
+    const Result<Changes> tChanges = decide(pTimes);
+    if (!tChanges) {
+        return tChanges.failure();
     }
-    const bool tSignTargets = tTargets->mSource == TargetsChoice::Source::KeysHere;
-    const bool tNewTargets = tTargets->mSource != TargetsChoice::Source::Published;
-    const bool tNewSnapshot = tNewTargets ||
-                              !isUsable(tuf::sSnapshot, tRecord.mPublishedSnapshot, pTimes.mNow) ||
-                              !isFresh(tRecord.mPublishedSnapshot, pTimes.mExpires, pTimes.mNow);
     QStringList tRoles{tuf::sTimestamp};
-    tRoles += tNewSnapshot ? QStringList{tuf::sSnapshot} : QStringList();
-    tRoles += tSignTargets ? QStringList{tuf::sTargets} : QStringList();
-    const auto tSigners = readSigners(mKeys, tRoles, pTimes.mNow);
+    tRoles += tChanges->mNewSnapshot ? QStringList{tuf::sSnapshot} : QStringList();
+    tRoles += tChanges->mTargets.mSource == TargetsChoice::Source::KeysHere ? QStringList{tuf::sTargets}
+                                                                            : QStringList();
+    const Result<RoleSigners> tSigners = readSigners(mKeys, tRoles, pTimes.mNow);
     if (!tSigners) {
         return tSigners.failure();
     }
     SignedFiles tFiles;
-    if (tNewTargets) {
-        tRecord.mPublishedTargetsFile = PublishedFile();
+    if (Failure tFailure = begin(*tChanges, pTimes.mNow, &tFiles)) {
+        return tFailure;
     }
-    if (tSignTargets) {
-        ++tRecord.mVersions[tuf::sTargets];
-    } else if (tNewTargets) {
-        const tuf::Signed tSigned = tTargets->mDraft.toSigned();
-        if (Failure tFailure =
-                take(fileOfDraft(mFileSystem, mKeys, mRepository, tTargets->mDraft, pTimes.mNow),
-                     tuf::sTargets, tSigned.mVersion, tSigned.mExpires, &tFiles.mTargets)) {
-            return tFailure;
-        }
-    }
-    if (tNewSnapshot) {
-        ++tRecord.mVersions[tuf::sSnapshot];
-        tRecord.mPublishedSnapshot = PublishedFile();
-    }
-    ++tRecord.mVersions[tuf::sTimestamp];
     // All signatures come before the first change, which a missing one prevents.
     if (Failure tFailure = signFiles(pTimes, *tSigners, &tFiles)) {
         return tFailure;
@@ -265,7 +278,7 @@ Failure Publication::publish(const PublicationTimes& pTimes)
     if (Failure tFailure = mKeys.save()) {
         return tFailure;
     }
-    return dropPublishedDrafts(&mKeys, tNewTargets);
+    return dropPublishedDrafts(&mKeys, tChanges->mTargets.isNew());
 }
 
 // Signs the files that were dropped from the record, and the timestamp.

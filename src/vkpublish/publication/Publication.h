@@ -2,6 +2,7 @@
 
 #include "keys/KeyFolder.h"
 #include "publication/RoleSigners.h"
+#include "publication/TargetsChoice.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonObject>
@@ -69,7 +70,16 @@ private:
     const QJsonObject& offered() const { return mOffered ? *mOffered : mKeys.mRecord.mTargets; }
     Failure checkTarget(const QString& pName) const;
     Failure checkTargets() const;
+    // What is not as published any more.
+    struct Changes
+    {
+        TargetsChoice mTargets;
+        bool mNewSnapshot = false;
+    };
+
     Failure publish(const PublicationTimes& pTimes);
+    Result<Changes> decide(const PublicationTimes& pTimes);
+    Failure begin(const Changes& pChanges, const QDateTime& pNow, SignedFiles* pTo);
     bool isRootWritten() const;
     Failure checkRootExpiry(const QDateTime& pNow) const;
     Failure signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners, SignedFiles* pTo) const;

@@ -39,6 +39,8 @@ struct TargetsChoice
 
     Source mSource = Source::Published;
     Draft mDraft; // signed
+
+    bool isNew() const { return mSource != Source::Published; }
 };
 
 // A draft that has its signatures comes first. Failure::Kind::Person if a new list is needed, and signatures

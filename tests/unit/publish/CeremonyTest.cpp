@@ -17,7 +17,7 @@ class CeremonyTest : public PublisherTest
 protected:
     CeremonyTest()
     {
-        succeed("init @r");
+        succeed("init @r --no-passphrase");
         succeed("add @r @f --name a --version 1");
         succeed("publish @r");
         EXPECT_EQ(followAsClient(), sOne);
@@ -42,7 +42,7 @@ protected:
         for (const QByteArray& tPerson : pPeople) {
             QDir().mkpath(path(tPerson.constData()));
             const QByteArray tKey = '@' + tPerson + '/' + pRole + "-key.pem";
-            succeed(("key make " + tKey).constData());
+            succeed(("key make --no-passphrase " + tKey).constData());
             succeed(("key add @r " + pRole + " --public " + tKey + ".pub").constData());
         }
         succeed(("key threshold @r " + pRole + " 2").constData());
@@ -63,16 +63,6 @@ protected:
         EXPECT_EQ(tResult.mStatus, 1) << pWords;
         EXPECT_EQ(tResult.mErr.count('\n'), 1) << tResult.mErr;
         return tResult.mErr;
-    }
-
-    // Everything in a folder.
-    QMap<QString, QByteArray> contentOf(const char* pFolder) const
-    {
-        QMap<QString, QByteArray> tContent;
-        for (const QString& tName : files(pFolder)) {
-            tContent.insert(tName, readFile(path(pFolder) + q("/") + tName));
-        }
-        return tContent;
     }
 };
 
@@ -98,11 +88,9 @@ TEST_F(CeremonyTest, TwoOfThreePeopleSignTheRootAndThePackages)
     EXPECT_TRUE(run("key list @r").mOut.contains("root: 2 of 3 keys must sign"));
 
     succeed("add @r @f --name b --version 1");
-    const auto tKeys = contentOf("r.keys");
-    const auto tMetadata = contentOf("r/metadata");
+    const auto tBefore = state();
     EXPECT_TRUE(refusal("publish @r --deltas 0").contains("2 signatures are missing"));
-    EXPECT_EQ(contentOf("r.keys"), tKeys);
-    EXPECT_EQ(contentOf("r/metadata"), tMetadata);
+    EXPECT_EQ(state(), tBefore);
     sign("targets", "alice");
     EXPECT_TRUE(refusal("publish @r").contains("1 signature is missing"));
     const Program::Result tShown = run("show @r targets");
@@ -146,7 +134,7 @@ TEST_F(CeremonyTest, ADraftThatNoLongerFitsIsRefused)
 TEST_F(CeremonyTest, ASignerSeesWhatComesAndGoesSinceHisLastSignature)
 {
     succeed("payload @r targets --output @payload");
-    succeed("key make @alice.pem");
+    succeed("key make --no-passphrase @alice.pem");
     const QByteArray tSign = "sign @payload --key @alice.pem --output @signature";
     const Program::Result tAsked = run(tSign);
     EXPECT_EQ(tAsked.mStatus, 1) << "nobody has answered";
@@ -173,8 +161,8 @@ TEST_F(CeremonyTest, ASignerSeesWhatComesAndGoesSinceHisLastSignature)
 
 TEST_F(CeremonyTest, EachMistakeIsOneLineAndChangesNothing)
 {
-    succeed("key make @alice.pem");
-    succeed("key make @stranger.pem --key-type ecdsa");
+    succeed("key make --no-passphrase @alice.pem");
+    succeed("key make --no-passphrase @stranger.pem --key-type ecdsa");
     succeed("key add @r root --public @alice.pem.pub");
     succeed("key threshold @r root 2");
     succeed("payload @r root --output @other");
@@ -195,7 +183,7 @@ TEST_F(CeremonyTest, EachMistakeIsOneLineAndChangesNothing)
     write("raw.sig", QByteArray(64, 'x'));
     const QByteArray tId = tForged[q("keyid")].toString().toLatin1();
     const QByteArray tOld = idOf("root", 0).toLatin1();
-    const auto tKeys = contentOf("r.keys");
+    const auto tBefore = state();
     const struct
     {
         QByteArray mWords;
@@ -213,14 +201,14 @@ TEST_F(CeremonyTest, EachMistakeIsOneLineAndChangesNothing)
         {"key threshold @r timestamp 2", "would have 1 keys and need 2"},
         {"key add @r root --public @alice.pem.pub", "already"},
         {"key add @r targets --public @alice.pem", "usable public key"},
-        {"key make @alice.pem", "there already"},
+        {"key make --no-passphrase @alice.pem", "there already"},
         {"sign @alice.sig --key @alice.pem --output @x --yes", "no root and no list"},
     };
     for (const auto& tCase : sCases) {
         const QByteArray tText = refusal(tCase.mWords);
         EXPECT_TRUE(tText.contains(tCase.mRefusal)) << tCase.mWords << ": " << tText;
     }
-    EXPECT_EQ(contentOf("r.keys"), tKeys);
+    EXPECT_EQ(state(), tBefore);
     EXPECT_EQ(run("init @n --threshold 3 --key-count 2").mStatus, 2);
     succeed("add-signature @r root @alice.sig");
     EXPECT_TRUE(refusal("add-signature @r root @alice.sig").contains("has signed already"));
@@ -278,7 +266,7 @@ TEST_F(CeremonyTest, OldKeysSignDuringAChangeUnlessTheyAreLost)
     for (const bool tLost : {false, true}) {
         SCOPED_TRACE(tLost);
         const QByteArray tOld = idOf("targets", 0).toLatin1();
-        succeed("key add @r targets");
+        succeed("key add @r targets --no-passphrase");
         succeed(("key remove @r targets " + tOld + (tLost ? " --lost" : "")).constData());
         if (tLost) {
             QFile::remove(path("r.keys/targets-") + QString::fromLatin1(tOld.left(16)) + q(".pem"));
@@ -298,7 +286,7 @@ TEST_F(CeremonyTest, OldKeysSignDuringAChangeUnlessTheyAreLost)
 
 TEST_F(CeremonyTest, InitMakesKeysForSeveralPeople)
 {
-    succeed("init @n --threshold 2 --key-count 3");
+    succeed("init @n --no-passphrase --threshold 2 --key-count 3");
     EXPECT_EQ(files("n.keys").filter(q(".pem")).size(), 8);
     for (const QString& tName : files("n.keys").filter(q("targets-"))) {
         QDir().mkpath(path("moved"));

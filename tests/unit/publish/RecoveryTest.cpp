@@ -182,7 +182,7 @@ TEST_F(RecoveryTest, ReadsTheRecordOfEarlierVersions)
     tRecord[q("keys")] = tRoles;
     tRecord[q("format")] = 1;
     write("r.keys/record.json", QJsonDocument(tRecord).toJson());
-    succeed("rotate-key @r targets");
+    succeed("rotate-key @r targets --no-passphrase");
     succeed("publish @r --prune");
     EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst b-1.0.0.0.tar.zst"));
     EXPECT_TRUE(readFile(path("r.keys/record.json")).contains("\"format\": 2"));
