@@ -118,7 +118,7 @@ Failure NewDeltas::makeFor(const QString& pName, int pCount)
     }
     tNew->mInfo.mDeltas.removeIf(
         [&](const DeltaFile& pDelta) { return !isThere(pDelta.mFile, pDelta.name()); });
-    const QJsonObject tPublished = mKeys.mRecord.mPublishedTargets[pName].toObject();
+    const QJsonObject tPublished = mKeys.mRecord.mPublishedTargets.value(pName).toObject();
     if (tPublished.isEmpty() || asAdded(tPublished) != asAdded(tTarget)) {
         QList<DeltaFile> tDeltas;
         if (Failure tFailure = makeAll(*tNew, pCount, &tDeltas)) {
