@@ -44,11 +44,16 @@ std::optional<KeyOrder> readKeyOptions(const CommandLine& pLine, KeyOptions pOpt
     }
     tOrder.mCommand = pLine.value("sign-with");
     tOrder.mPublicFile = pLine.value("public");
-    if (commandWords(tOrder.mCommand).isEmpty()) {
+    return checkCommand(tOrder.mCommand) ? std::optional(tOrder) : std::nullopt;
+}
+
+bool checkCommand(const QString& pCommand)
+{
+    if (commandWords(pCommand).isEmpty()) {
         complain(u"--sign-with takes a command with its arguments, whose quotes end"_s);
-        return std::nullopt;
+        return false;
     }
-    return tOrder;
+    return true;
 }
 
 } // namespace tarn::vkpublish

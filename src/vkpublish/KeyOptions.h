@@ -19,5 +19,7 @@ enum class KeyOptions
 
 // No value, after an error message, if they are not valid.
 std::optional<KeyOrder> readKeyOptions(const CommandLine& pLine, KeyOptions pOptions);
+// False, after an error message, if the command of --sign-with has no words.
+bool checkCommand(const QString& pCommand);
 
 } // namespace tarn::vkpublish

@@ -109,6 +109,9 @@ Failure makeRepository(const CommandLine& pLine, KeyFolder* pKeys, const KeyOrde
     if (Failure tFailure = checkPlaces(pLine.repository(), pLine.keys())) {
         return tFailure;
     }
+    if (Failure tFailure = pKeys->checkUnused()) {
+        return tFailure;
+    }
     // Before there is a folder that would stay if nobody gives one.
     if (pOrder.mEncrypt) {
         if (const Result<const Secret*> tPassphrase = pKeys->passphrases().forNew(); !tPassphrase) {

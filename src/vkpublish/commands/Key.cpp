@@ -23,6 +23,7 @@ constexpr std::array sCommands{
     Command{"remove DIR ROLE ID", "take a key from a role", cmdKeyRemove},
     Command{"threshold DIR ROLE M", "how many keys of a role must sign", cmdKeyThreshold},
     Command{"list DIR", "show the keys of all roles", cmdKeyList},
+    Command{"signer DIR ID", "set the command that signs for a key", cmdKeySigner},
     Command{"make FILE", "make a key on a machine without the repository", cmdKeyMake},
 };
 
@@ -40,7 +41,7 @@ QString usage()
              "  --key-type <TYPE>  ed25519, ecdsa, ecdsa-p384 or rsa (add, make)\n"
              "  --no-passphrase    keep the new key unencrypted (add, make)\n"
              "  --public <FILE>    somebody's public key, instead of a new one (add)\n"
-             "  --sign-with <COMMAND>  a command signs with that key (add)\n"
+             "  --sign-with <COMMAND>  a command signs with that key (add, signer)\n"
              "  --lost             the key can't sign any more, not even during the change (remove)\n"
              "  --root-days <DAYS> how long the new root is valid\n"_s;
     return tText + u"\n\"vkpublish key COMMAND --help\" explains a command."_s;
@@ -60,7 +61,8 @@ int cmdKey(const QStringList& pArguments)
             return tCommand.mRun(pArguments.mid(1));
         }
     }
-    complain(u"key is followed by add, remove, threshold, list or make; see \"vkpublish key --help\""_s);
+    complain(
+        u"key is followed by add, remove, threshold, list, signer or make; see \"vkpublish key --help\""_s);
     return StatusUsage;
 }
 

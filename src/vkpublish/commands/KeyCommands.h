@@ -10,5 +10,6 @@ int cmdKeyRemove(const QStringList& pArguments);
 int cmdKeyThreshold(const QStringList& pArguments);
 int cmdKeyList(const QStringList& pArguments);
 int cmdKeyMake(const QStringList& pArguments);
+int cmdKeySigner(const QStringList& pArguments);
 
 } // namespace tarn::vkpublish

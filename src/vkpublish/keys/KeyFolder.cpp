@@ -88,16 +88,24 @@ Failure KeyFolder::lock()
                                 : Failure::fromErrno(errno, u"lock %1"_s.arg(mPath));
 }
 
+Failure KeyFolder::checkUnused() const
+{
+    if (QDir(mPath).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
+        return {};
+    }
+    return Failure::content(QFileInfo::exists(filePath(sRecordName))
+                                ? u"%1 already contains the keys of a repository"_s.arg(mPath)
+                                : u"The key folder %1 is not empty"_s.arg(mPath));
+}
+
 Failure KeyFolder::create()
 {
     if (!QDir().mkpath(QFileInfo(mPath).absolutePath()) ||
         (mFileSystem.makeDir(QFile::encodeName(mPath), sFolderMode) != 0 && errno != EEXIST)) {
         return Failure::fromErrno(errno, u"create the key folder %1"_s.arg(mPath));
     }
-    if (!QDir(mPath).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
-        return Failure::content(QFileInfo::exists(filePath(sRecordName))
-                                    ? u"%1 already contains the keys of a repository"_s.arg(mPath)
-                                    : u"The key folder %1 is not empty"_s.arg(mPath));
+    if (Failure tFailure = checkUnused()) {
+        return tFailure;
     }
     if (Failure tFailure = checkPrivate(mPath)) {
         return tFailure;

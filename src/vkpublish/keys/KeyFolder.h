@@ -30,6 +30,8 @@ public:
 
     const QString& path() const { return mPath; }
 
+    // A failure if there is something in the folder.
+    Failure checkUnused() const;
     // Creates the folder, which must be new or empty, and locks it.
     Failure create();
     // Locks the folder against a second publisher and reads the record.

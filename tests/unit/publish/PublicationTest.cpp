@@ -173,8 +173,10 @@ TEST_F(RotationTest, AKillAtAnyMomentLeavesWhatClientsAccept)
 TEST_F(RotationTest, EveryPartOfACopyIsAcceptedInTheOrderOfTheManual)
 {
     for (const char* tRotation :
-         {"rotate-key @r root --key-type ecdsa --no-passphrase", "rotate-key @r targets --key-type ecdsa-p384 --no-passphrase",
-          "rotate-key @r snapshot --no-passphrase", "rotate-key @r timestamp --key-type rsa --no-passphrase", "rotate-key @r root --no-passphrase"}) {
+         {"rotate-key @r root --key-type ecdsa --no-passphrase",
+          "rotate-key @r targets --key-type ecdsa-p384 --no-passphrase",
+          "rotate-key @r snapshot --no-passphrase", "rotate-key @r timestamp --key-type rsa --no-passphrase",
+          "rotate-key @r root --no-passphrase"}) {
         SCOPED_TRACE(tRotation);
         copy("r", "web");
         QDir(path("seen")).removeRecursively();
