@@ -251,16 +251,16 @@ std::optional<QJsonObject> publicJsonFromPem(const QByteArray& pPem)
     return tScheme != nullptr ? std::optional(publicJsonOf(tKey.get(), *tScheme)) : std::nullopt;
 }
 
-QByteArray metadataFile(const QJsonObject& pSigned, const QList<Signature>& pSignatures)
+QByteArray metadataFile(const QByteArray& pSigned, const QList<Signature>& pSignatures)
 {
     QJsonArray tSignatures;
     for (const Signature& tSignature : pSignatures) {
         tSignatures.append(QJsonObject{{u"keyid"_s, tSignature.mKeyId},
                                        {u"sig"_s, QString::fromLatin1(tSignature.mBytes.toHex())}});
     }
-    QByteArray tFile;
-    canonicalJson(QJsonObject{{u"signatures"_s, tSignatures}, {u"signed"_s, pSigned}}, &tFile);
-    return tFile;
+    QByteArray tText;
+    canonicalJson(tSignatures, &tText);
+    return "{\"signatures\":" + tText + ",\"signed\":" + pSigned + '}';
 }
 
 QByteArray signMetadata(const QJsonObject& pSigned, const QList<SigningKey>& pKeys)
@@ -276,7 +276,7 @@ QByteArray signMetadata(const QJsonObject& pSigned, const QList<SigningKey>& pKe
             return QByteArray();
         }
     }
-    return metadataFile(pSigned, tSignatures);
+    return metadataFile(tMessage, tSignatures);
 }
 
 } // namespace tarn::tuf

@@ -52,8 +52,8 @@ QByteArray publicPemOf(const QJsonObject& pPublicJson);
 // "keytype", "scheme" and "keyval" of a public key; no value if the text has none that can sign metadata.
 std::optional<QJsonObject> publicJsonFromPem(const QByteArray& pPem);
 
-// The metadata file with pSigned and these signatures, in canonical form.
-QByteArray metadataFile(const QJsonObject& pSigned, const QList<Signature>& pSignatures);
+// The metadata file with pSigned, which is in canonical form, and these signatures.
+QByteArray metadataFile(const QByteArray& pSigned, const QList<Signature>& pSignatures);
 // The metadata file with pSigned and a signature of each key, in canonical form; empty if pSigned has no such
 // form.
 QByteArray signMetadata(const QJsonObject& pSigned, const QList<SigningKey>& pKeys);

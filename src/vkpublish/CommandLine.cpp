@@ -55,6 +55,11 @@ void CommandLine::addRepository()
     addOption(u"keys"_s, u"Folder of keys and record; by default DIR.keys"_s, u"FOLDER"_s);
 }
 
+void CommandLine::addNoWait()
+{
+    addOption(u"no-wait"_s, u"Fail at once if another vkpublish is using the keys"_s);
+}
+
 void CommandLine::addJson()
 {
     addOption(u"json"_s, u"Print one object of JSON, for programs"_s);
@@ -117,6 +122,11 @@ QString CommandLine::keys() const
 {
     return isSet("keys") ? QDir::cleanPath(QDir::current().absoluteFilePath(value("keys")))
                          : repository() + ".keys"_L1;
+}
+
+Patience CommandLine::patience() const
+{
+    return isSet("no-wait") ? Patience::Refuse : Patience::Wait;
 }
 
 std::optional<int> CommandLine::number(const char* pName, int pLeast, int pMost) const

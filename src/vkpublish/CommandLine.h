@@ -1,5 +1,7 @@
 #pragma once
 
+#include "keys/FolderLock.h"
+
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QDateTime>
 #include <QtCore/QString>
@@ -39,6 +41,8 @@ public:
                    const QString& pDefault = QString());
     // --keys, and the argument DIR before it.
     void addRepository();
+    // --no-wait, for commands that lock the key folder.
+    void addNoWait();
     // --json
     void addJson();
 
@@ -51,6 +55,8 @@ public:
     QStringList values(const char* pName) const;
     QString repository() const; // absolute
     QString keys() const;       // absolute; by default next to the repository
+
+    Patience patience() const;
 
     // An integer from pLeast to pMost; no value, after an error message, for any other text.
     std::optional<int> number(const char* pName, int pLeast, int pMost) const;

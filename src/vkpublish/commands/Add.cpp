@@ -33,6 +33,7 @@ namespace {
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
+    pLine->addNoWait();
     pLine->addArgument(u"FOLDER"_s, u"What to pack"_s);
     pLine->addOption(u"name"_s, u"Name of the package: a-z 0-9 . _ + -"_s, u"NAME"_s);
     pLine->addOption(u"version"_s, u"One to four numbers with dots"_s, u"VERSION"_s);
@@ -214,10 +215,10 @@ void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTa
 Failure add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pReport)
 {
     os::FileSystem& tFileSystem = os::realFileSystem();
-    KeyFolder tKeys(tFileSystem, pLine.keys());
+    KeyFolder tKeys(tFileSystem, pLine.keys(), pLine.patience());
     const QString tName = packages::archiveName(pInfo);
     std::vector<FolderEntry> tEntries;
-    if (Failure tFailure = tKeys.open()) {
+    if (Failure tFailure = tKeys.openPackage(tName)) {
         return tFailure;
     }
     if (Failure tFailure = scanFolder(pLine.argument(1), &tEntries)) {
@@ -264,7 +265,7 @@ Failure add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pR
         *pReport += u", dated %1 to replace the other one on machines"_s.arg(
             pInfo.mVersion.date().toUTC().toString(Qt::ISODate));
     }
-    return tKeys.save();
+    return tKeys.savePackage(tName);
 }
 
 } // namespace

@@ -91,7 +91,7 @@ Failure addTo(Draft* pDraft, const CommandLine& pLine, KeyFolder* pKeys)
 
 Failure run(const CommandLine& pLine, QString* pReport)
 {
-    KeyFolder tKeys(os::realFileSystem(), pLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), pLine.keys(), pLine.patience());
     if (Failure tFailure = tKeys.open()) {
         return tFailure;
     }
@@ -117,6 +117,7 @@ int cmdAddSignature(const QStringList& pArguments)
         u"Adds to a draft what was signed on another machine, and says how many signatures are still "
         "missing."_s);
     tLine.addRepository();
+    tLine.addNoWait();
     tLine.addArgument(u"ROLE"_s, u"root or targets"_s);
     tLine.addArgument(u"FILE"_s, u"What \"vkpublish sign\" has written"_s);
     tLine.addOption(u"key-id"_s, u"FILE is a signature alone, from another program, with this key"_s,

@@ -17,6 +17,7 @@ namespace {
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
+    pLine->addNoWait();
     pLine->addArgument(u"NAME"_s, u"Name of the package"_s);
     pLine->addOptionalArgument(u"VERSION"_s, u"Only this version; by default all"_s);
     pLine->addOption(u"lift"_s, u"Let machines install it again; phases go on where they were stopped"_s);
@@ -61,7 +62,7 @@ bool readJob(const CommandLine& pLine, Job* pTo)
 Failure halt(const CommandLine& pLine, const Job& pJob, QStringList* pArchives, bool* pIsPublished)
 {
     os::FileSystem& tFileSystem = os::realFileSystem();
-    KeyFolder tKeys(tFileSystem, pLine.keys());
+    KeyFolder tKeys(tFileSystem, pLine.keys(), pLine.patience());
     if (Failure tFailure = tKeys.open()) {
         return tFailure;
     }
@@ -74,7 +75,7 @@ Failure halt(const CommandLine& pLine, const Job& pJob, QStringList* pArchives, 
         return Failure::content(u"Unknown package: %1"_s.arg(pJob.mName));
     }
     const auto tChange = pJob.mIsLift ? &resumed : &halted;
-    const QJsonObject tOffered = tChange(tRecord.mPublishedTargets, tPublished, pJob.mTimes.mNow);
+    const TargetList tOffered = tChange(tRecord.mPublishedTargets, tPublished, pJob.mTimes.mNow);
     tRecord.mTargets = tChange(tRecord.mTargets, tNext, pJob.mTimes.mNow);
     // First the record: if this is interrupted, the next publication halts them.
     if (Failure tFailure = tKeys.save()) {

@@ -30,13 +30,14 @@ using Change = std::function<Failure(KeyFolder*, RootDocument*)>;
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
+    pLine->addNoWait();
     pLine->addArgument(u"ROLE"_s, u"root, targets, snapshot or timestamp"_s);
     pLine->addOption(u"root-days"_s, u"How long the new root is valid, in days"_s, u"DAYS"_s, u"3650"_s);
 }
 
 Failure run(const CommandLine& pLine, int pDays, const Change& pChange)
 {
-    KeyFolder tKeys(os::realFileSystem(), pLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), pLine.keys(), pLine.patience());
     if (Failure tFailure = tKeys.open()) {
         return tFailure;
     }

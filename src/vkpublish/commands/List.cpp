@@ -55,7 +55,7 @@ template <typename F>
 void forEach(const Record& pRecord, F pDo)
 {
     for (auto tIt = pRecord.mTargets.begin(); tIt != pRecord.mTargets.end(); ++tIt) {
-        const bool tPublished = pRecord.mPublishedTargets[tIt.key()] == tIt.value();
+        const bool tPublished = pRecord.mPublishedTargets.text(tIt.key()) == tIt.text();
         pDo(tIt.key(), tIt.value().toObject(), tPublished ? u"published"_s : u"new"_s);
     }
     for (auto tIt = pRecord.mPublishedTargets.begin(); tIt != pRecord.mPublishedTargets.end(); ++tIt) {

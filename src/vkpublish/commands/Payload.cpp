@@ -32,6 +32,7 @@ struct Job
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
+    pLine->addNoWait();
     pLine->addArgument(u"ROLE"_s, u"root or targets"_s);
     pLine->addOption(u"output"_s, u"Where to write the bytes; by default standard output"_s, u"FILE"_s);
     pLine->addOption(u"renew"_s, u"Make a new draft; signatures of the one before are void"_s);
@@ -131,7 +132,7 @@ Failure writePayload(const CommandLine& pLine, const Draft& pDraft)
 Failure run(const CommandLine& pLine, const Job& pJob, QString* pReport)
 {
     os::FileSystem& tFileSystem = os::realFileSystem();
-    KeyFolder tKeys(tFileSystem, pLine.keys());
+    KeyFolder tKeys(tFileSystem, pLine.keys(), pLine.patience());
     if (Failure tFailure = tKeys.open()) {
         return tFailure;
     }

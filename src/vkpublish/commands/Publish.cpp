@@ -62,6 +62,7 @@ void warn(const PublicationTimes& pTimes, const QByteArray& pRoot)
 void declare(CommandLine* pLine)
 {
     pLine->addRepository();
+    pLine->addNoWait();
     pLine->addOption(u"expires-days"_s, u"How long timestamp and snapshot are valid, in days"_s, u"DAYS"_s,
                      u"14"_s);
     pLine->addOption(u"expires"_s, u"The same as a date"_s, u"DATE"_s);
@@ -170,7 +171,7 @@ int cmdPublish(const QStringList& pArguments)
     if (!readJob(tLine, &tJob)) {
         return StatusUsage;
     }
-    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys(), tLine.patience());
     if (const Failure tFailure = publish(tLine, tJob, &tKeys)) {
         complain(tFailure.mText);
         return StatusFailed;

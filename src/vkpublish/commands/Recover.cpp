@@ -61,6 +61,7 @@ int cmdRecover(const QStringList& pArguments)
                       u"Makes a lost record again: from the repository, as far as it is signed, and from the "
                       "keys in FOLDER. Verifies every package."_s);
     tLine.addRepository();
+    tLine.addNoWait();
     tLine.addOption(u"root"_s, u"The root to start from, which you trust"_s, u"FILE"_s);
     tLine.addOption(u"refresh-only"_s,
                     u"Make the record of a machine that has the keys of timestamp and snapshot alone; reads "
@@ -72,7 +73,7 @@ int cmdRecover(const QStringList& pArguments)
         complain(u"recover needs --keys, the folder with the keys, and --root, the root that you trust"_s);
         return StatusUsage;
     }
-    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys(), tLine.patience());
     Recovered tRecovered;
     if (const Failure tFailure = recover(tLine, &tKeys, &tRecovered)) {
         complain(tFailure.mText);

@@ -53,6 +53,7 @@ int cmdRefresh(const QStringList& pArguments)
                       u"Renews the timestamp, and the snapshot if less than half of its life is left. Needs "
                       "only the keys of these two roles, and no packages: run it every night."_s);
     tLine.addRepository();
+    tLine.addNoWait();
     tLine.addOption(u"expires-days"_s, u"How long timestamp and snapshot are valid, in days"_s, u"DAYS"_s,
                     u"14"_s);
     tLine.addJson();
@@ -64,7 +65,7 @@ int cmdRefresh(const QStringList& pArguments)
         return StatusUsage;
     }
     const QDateTime tNow = signingTime();
-    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys(), tLine.patience());
     Refresh tRefresh(os::realFileSystem(), tLine.repository(), tKeys);
     Failure tFailure = tKeys.open();
     if (!tFailure) {

@@ -15,6 +15,7 @@ int cmdRemove(const QStringList& pArguments)
     CommandLine tLine(u"remove"_s,
                       u"Withdraws a package from the next \"publish\" on. Machines that have it keep it."_s);
     tLine.addRepository();
+    tLine.addNoWait();
     tLine.addArgument(u"NAME"_s, u"Name of the package"_s);
     tLine.addOption(u"version"_s, u"Only this version; by default all"_s, u"VERSION"_s);
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
@@ -29,7 +30,7 @@ int cmdRemove(const QStringList& pArguments)
             return StatusUsage;
         }
     }
-    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys(), tLine.patience());
     if (const Failure tFailure = tKeys.open()) {
         complain(tFailure.mText);
         return StatusFailed;

@@ -48,6 +48,7 @@ int cmdRotateKey(const QStringList& pArguments)
                       u"Gives a role a new key and publishes. Clients follow automatically and no longer "
                       "accept the old key alone."_s);
     tLine.addRepository();
+    tLine.addNoWait();
     tLine.addArgument(u"ROLE"_s, u"root, targets, snapshot or timestamp"_s);
     addKeyOptions(&tLine);
     addCommandOptions(&tLine);
@@ -72,7 +73,7 @@ int cmdRotateKey(const QStringList& pArguments)
     const QDateTime tNow = signingTime();
     const PublicationTimes tTimes{
         .mNow = tNow, .mExpires = tNow.addDays(*tDays), .mTargetsExpires = tNow.addDays(365)};
-    KeyFolder tKeys(os::realFileSystem(), tLine.keys());
+    KeyFolder tKeys(os::realFileSystem(), tLine.keys(), tLine.patience());
     Publication tPublication(os::realFileSystem(), tLine.repository(), tKeys);
     QDateTime tOldUntil;
     const Result<KeyFile> tNew = makeNew(*tOrder, &tKeys);

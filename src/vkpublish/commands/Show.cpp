@@ -11,7 +11,6 @@
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
-#include "tuf/CanonicalJson.h"
 
 using namespace Qt::StringLiterals;
 
@@ -58,11 +57,9 @@ Failure showFile(const CommandLine& pLine)
 }
 
 // A list of packages of the record.
-Result<Payload> payloadOf(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets)
+Result<Payload> payloadOf(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets)
 {
-    QByteArray tBytes;
-    tuf::canonicalJson(targetsPart(pVersion, pExpires, pTargets), &tBytes);
-    return readBytesToSign(tBytes);
+    return readBytesToSign(targetsPart(pVersion, pExpires, pTargets));
 }
 
 Result<std::optional<Payload>> published(const Record& pRecord, const QString& pRole)

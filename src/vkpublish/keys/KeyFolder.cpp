@@ -10,10 +10,6 @@
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
 #include <cerrno>
 
 using namespace Qt::StringLiterals;
@@ -30,7 +26,6 @@ constexpr qint64 sMaxRecordLength = 256 * 1024 * 1024;
 constexpr qsizetype sIdInName = 16; // of the characters of a key's id
 
 const QString sRecordName = u"record.json"_s;
-const QString sLockName = u"lock"_s;
 
 // Without its suffix.
 QString keyFileName(const QString& pRole, const QString& pId)
@@ -40,16 +35,10 @@ QString keyFileName(const QString& pRole, const QString& pId)
 
 } // namespace
 
-KeyFolder::KeyFolder(os::FileSystem& pFileSystem, const QString& pPath)
-    : mFileSystem(pFileSystem), mPath(pPath), mPassphrases(u"the keys in %1"_s.arg(pPath))
+KeyFolder::KeyFolder(os::FileSystem& pFileSystem, const QString& pPath, Patience pPatience)
+    : mFileSystem(pFileSystem), mPath(pPath), mLists(pFileSystem, pPath), mPatience(pPatience),
+      mPassphrases(u"the keys in %1"_s.arg(pPath))
 {
-}
-
-KeyFolder::~KeyFolder()
-{
-    if (mLockFd >= 0) {
-        ::close(mLockFd);
-    }
 }
 
 QString KeyFolder::filePath(const QString& pName) const
@@ -77,25 +66,15 @@ Failure KeyFolder::checkPrivate(const QString& pPath) const
     return {};
 }
 
-Failure KeyFolder::lock()
-{
-    mLockFd =
-        ::open(QFile::encodeName(filePath(sLockName)).constData(), O_RDWR | O_CREAT | O_CLOEXEC, sFileMode);
-    if (mLockFd >= 0 && ::flock(mLockFd, LOCK_EX | LOCK_NB) == 0) {
-        return {};
-    }
-    return errno == EWOULDBLOCK ? Failure::content(u"Another vkpublish is using the keys in %1"_s.arg(mPath))
-                                : Failure::fromErrno(errno, u"lock %1"_s.arg(mPath));
-}
-
 Failure KeyFolder::checkUnused() const
 {
-    if (QDir(mPath).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
-        return {};
-    }
-    return Failure::content(QFileInfo::exists(filePath(sRecordName))
-                                ? u"%1 already contains the keys of a repository"_s.arg(mPath)
-                                : u"The key folder %1 is not empty"_s.arg(mPath));
+    QStringList tNames =
+        QDir(mPath).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    tNames.removeOne(FolderLock::fileName());
+    return tNames.isEmpty()               ? Failure()
+           : tNames.contains(sRecordName) ? Failure::content(
+                                                u"%1 already contains the keys of a repository"_s.arg(mPath))
+                                          : Failure::content(u"The key folder %1 is not empty"_s.arg(mPath));
 }
 
 Failure KeyFolder::create()
@@ -110,10 +89,13 @@ Failure KeyFolder::create()
     if (Failure tFailure = checkPrivate(mPath)) {
         return tFailure;
     }
-    return lock();
+    if (Failure tFailure = mLock.take(mPath, mPatience)) {
+        return tFailure;
+    }
+    return checkUnused(); // whoever had the lock may have filled it
 }
 
-Failure KeyFolder::open()
+Failure KeyFolder::openLocked()
 {
     if (!QFileInfo::exists(filePath(sRecordName))) {
         return Failure::content(
@@ -123,7 +105,12 @@ Failure KeyFolder::open()
     if (Failure tFailure = checkPrivate(mPath)) {
         return tFailure;
     }
-    if (Failure tFailure = lock()) {
+    return mLock.take(mPath, mPatience);
+}
+
+Failure KeyFolder::open()
+{
+    if (Failure tFailure = openLocked()) {
         return tFailure;
     }
     return openForReading();
@@ -134,7 +121,7 @@ Failure KeyFolder::openWithoutRecord()
     if (Failure tFailure = checkPrivate(mPath)) {
         return tFailure;
     }
-    if (Failure tFailure = lock()) {
+    if (Failure tFailure = mLock.take(mPath, mPatience)) {
         return tFailure;
     }
     return QFileInfo::exists(filePath(sRecordName))
@@ -144,19 +131,90 @@ Failure KeyFolder::openWithoutRecord()
 
 Failure KeyFolder::openForReading()
 {
+    return read(QString());
+}
+
+Failure KeyFolder::openPackage(const QString& pArchive)
+{
+    if (Failure tFailure = openLocked()) {
+        return tFailure;
+    }
+    return read(pArchive);
+}
+
+// A publisher that works meanwhile may remove the files that the record named; then it has replaced the record.
+Failure KeyFolder::read(const QString& pOnly)
+{
+    QByteArray tBefore;
+    for (;;) {
+        QByteArray tText;
+        const Failure tFailure = readOnce(pOnly, &tText);
+        if (tFailure.mKind != Failure::Kind::NotFound || tText.isEmpty()) {
+            return tFailure;
+        }
+        if (tText == tBefore) {
+            return Failure::content(u"%1: the record and the folder %2 belong together, restore both from the "
+                                    "same backup"_s.arg(tFailure.mText, filePath(u"packages"_s)));
+        }
+        tBefore = tText;
+    }
+}
+
+Failure KeyFolder::readOnce(const QString& pOnly, QByteArray* pText)
+{
     const auto tText = os::readFile(mFileSystem, filePath(sRecordName), sMaxRecordLength);
     if (!tText) {
         return tText.failure();
     }
+    *pText = *tText;
+    mRecord = Record();
     if (!Record::fromJson(*tText, &mRecord)) {
-        return Failure::content(u"%1 is damaged"_s.arg(filePath(sRecordName)));
+        return Failure::content(
+            (Record::isNewer(*tText) ? u"%1 was written by a newer vkpublish: use that one"_s
+                                     : u"%1 is damaged: restore the key folder from a backup"_s)
+                .arg(filePath(sRecordName)));
     }
-    return {};
+    if (mRecord.mChangesFile.mNumber == 0) {
+        return {};
+    }
+    mMaySave = pOnly.isEmpty();
+    const Failure tFailure = mLists.read(&mRecord, pOnly);
+    mSaved = mRecord;
+    return tFailure;
 }
 
 Failure KeyFolder::save()
 {
-    return os::replaceFile(mFileSystem, filePath(sRecordName), mRecord.toJson(), sFileMode);
+    if (!mMaySave) {
+        return Failure::content(u"%1 can't be written"_s.arg(filePath(sRecordName)));
+    }
+    mMaySave = false; // after a failure nobody knows which files the record names
+    mRecord.mPublishedFile = mSaved.mPublishedFile;
+    mRecord.mWithdrawnFile = mSaved.mWithdrawnFile;
+    mRecord.mChangesFile = mSaved.mChangesFile;
+    if (Failure tFailure = mLists.write(mSaved, &mRecord)) {
+        return tFailure;
+    }
+    if (Failure tFailure =
+            os::replaceFile(mFileSystem, filePath(sRecordName), mRecord.toJson(), sFileMode)) {
+        return tFailure;
+    }
+    mSaved = mRecord;
+    mMaySave = true;
+    return {};
+}
+
+Failure KeyFolder::savePackage(const QString& pArchive)
+{
+    if (mSaved.mChangesFile.mNumber == 0) {
+        return save(); // a record of an earlier version, read as a whole
+    }
+    const QByteArray tText = mRecord.mTargets.text(pArchive);
+    if (Failure tFailure = mLists.append(mSaved.mChangesFile, pArchive, tText)) {
+        return tFailure;
+    }
+    mSaved.mTargets = mRecord.mTargets;
+    return {};
 }
 
 bool KeyFolder::isHere(const QString& pId) const

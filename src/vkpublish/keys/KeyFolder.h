@@ -1,8 +1,10 @@
 #pragma once
 
+#include "keys/FolderLock.h"
 #include "keys/KeyFile.h"
 #include "keys/Passphrases.h"
 #include "record/Draft.h"
+#include "record/PackageLists.h"
 #include "record/Record.h"
 
 #include "internal/Failure.h"
@@ -23,10 +25,7 @@ class RootDocument;
 class KeyFolder
 {
 public:
-    KeyFolder(os::FileSystem& pFileSystem, const QString& pPath);
-    ~KeyFolder(); // releases the lock
-    KeyFolder(const KeyFolder&) = delete;
-    KeyFolder& operator=(const KeyFolder&) = delete;
+    KeyFolder(os::FileSystem& pFileSystem, const QString& pPath, Patience pPatience = Patience::Wait);
 
     const QString& path() const { return mPath; }
 
@@ -34,9 +33,9 @@ public:
     Failure checkUnused() const;
     // Creates the folder, which must be new or empty, and locks it.
     Failure create();
-    // Locks the folder against a second publisher and reads the record.
+    // Locks the folder against other publishers, and waits for them if need be. Then reads the record.
     Failure open();
-    // Only reads the record.
+    // Only reads the record: as it was before or after what another publisher changes just now.
     Failure openForReading();
     // Locks the folder, which must have no record.
     Failure openWithoutRecord();
@@ -44,6 +43,12 @@ public:
     // save() writes it.
     Record mRecord;
     Failure save();
+
+    // Like open(), but the record has only the packages of this archive's name, and save() must not be
+    // called: it takes as long for the first package as for the last of thousands.
+    Failure openPackage(const QString& pArchive);
+    // Writes what mRecord.mTargets has of this name, and nothing else.
+    Failure savePackage(const QString& pArchive);
 
     // What waits for signatures. Each of these is done at once.
     Result<std::optional<Draft>> draft(const QString& pRole) const
@@ -85,7 +90,9 @@ private:
     QString filePath(const QString& pName) const;
     QString commandPath(const QString& pName) const;
     Failure checkPrivate(const QString& pPath) const;
-    Failure lock();
+    Failure openLocked();
+    Failure read(const QString& pOnly);
+    Failure readOnce(const QString& pOnly, QByteArray* pText);
     void findKeys(const RootDocument& pRoot);
     void dropMissingKeys(const RootDocument& pRoot);
     Failure checkKeys(const RootDocument& pRoot) const;
@@ -94,7 +101,11 @@ private:
 
     os::FileSystem& mFileSystem;
     QString mPath;
-    int mLockFd = -1;
+    PackageLists mLists;
+    Packages mSaved; // as they are on the disk
+    bool mMaySave = true; // false: mRecord is not whole, or a save() has failed
+    Patience mPatience;
+    FolderLock mLock;
     mutable Passphrases mPassphrases;
     mutable QMap<QString, Signer> mOpened; // file name -> its key: to open one takes a while
 };

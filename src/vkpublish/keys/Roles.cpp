@@ -2,6 +2,7 @@
 
 #include "keys/SigningTime.h"
 
+#include "tuf/CanonicalJson.h"
 #include "tuf/Hashes.h"
 #include "tuf/Metadata.h"
 
@@ -32,17 +33,23 @@ QJsonObject signedPart(const QString& pType, qint64 pVersion, const QDateTime& p
                        {u"expires"_s, pExpires.toUTC().toString(Qt::ISODate)}};
 }
 
-QJsonObject targetsPart(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets)
+QByteArray targetsPart(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets)
 {
     QJsonObject tSigned = signedPart(tuf::sTargets, pVersion, pExpires);
-    tSigned.insert(u"targets"_s, pTargets);
-    return tSigned;
+    tSigned.insert(u"targets"_s, QJsonObject());
+    QByteArray tText;
+    const QByteArray tTargets = pTargets.canonical();
+    if (!tuf::canonicalJson(tSigned, &tText) || tTargets.isEmpty()) {
+        return QByteArray();
+    }
+    const QByteArray tEmpty("\"targets\":{}");
+    return tText.replace(tText.indexOf(tEmpty), tEmpty.size(), "\"targets\":" + tTargets);
 }
 
-Result<QByteArray> makeTargets(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets,
+Result<QByteArray> makeTargets(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets,
                                const QList<Signer>& pKeys)
 {
-    return signMetadata(targetsPart(pVersion, pExpires, pTargets), pKeys);
+    return signCanonical(targetsPart(pVersion, pExpires, pTargets), pKeys);
 }
 
 Result<QByteArray> makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargetsMeta,

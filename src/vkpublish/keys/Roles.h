@@ -2,6 +2,7 @@
 #pragma once
 
 #include "keys/Signer.h"
+#include "record/TargetList.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
@@ -16,10 +17,11 @@ const QStringList& roleNames();
 
 // The members that all metadata files have in common.
 QJsonObject signedPart(const QString& pType, qint64 pVersion, const QDateTime& pExpires);
-QJsonObject targetsPart(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets);
+// What the signatures of a list of packages are over; empty if a target has no canonical form.
+QByteArray targetsPart(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets);
 
 // All of these return the file.
-Result<QByteArray> makeTargets(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargets,
+Result<QByteArray> makeTargets(qint64 pVersion, const QDateTime& pExpires, const TargetList& pTargets,
                                const QList<Signer>& pKeys);
 Result<QByteArray> makeSnapshot(qint64 pVersion, const QDateTime& pExpires, const QJsonObject& pTargetsMeta,
                                 const QList<Signer>& pKeys);

@@ -48,10 +48,15 @@ Result<QList<tuf::Signature>> signBytes(const QByteArray& pMessage, const QList<
 Result<QByteArray> signMetadata(const QJsonObject& pSigned, const QList<Signer>& pSigners)
 {
     QByteArray tMessage;
-    if (!tuf::canonicalJson(pSigned, &tMessage)) {
+    return signCanonical(tuf::canonicalJson(pSigned, &tMessage) ? tMessage : QByteArray(), pSigners);
+}
+
+Result<QByteArray> signCanonical(const QByteArray& pSigned, const QList<Signer>& pSigners)
+{
+    if (pSigned.isEmpty()) {
         return Failure::content(u"The metadata has no canonical form, and can't be signed"_s);
     }
-    const Result<QList<tuf::Signature>> tSignatures = signBytes(tMessage, pSigners);
+    const Result<QList<tuf::Signature>> tSignatures = signBytes(pSigned, pSigners);
     return tSignatures ? tuf::metadataFile(pSigned, *tSignatures) : Result<QByteArray>(tSignatures.failure());
 }
 

@@ -38,5 +38,7 @@ Result<QList<tuf::Signature>> signBytes(const QByteArray& pMessage, const QList<
 
 // The metadata file with pSigned and a signature of each signer, in canonical form.
 Result<QByteArray> signMetadata(const QJsonObject& pSigned, const QList<Signer>& pSigners);
+// The same for what is in canonical form already; empty if it has none.
+Result<QByteArray> signCanonical(const QByteArray& pSigned, const QList<Signer>& pSigners);
 
 } // namespace tarn::vkpublish

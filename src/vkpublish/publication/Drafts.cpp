@@ -3,8 +3,6 @@
 #include "keys/KeyFolder.h"
 #include "keys/Roles.h"
 
-#include "tuf/CanonicalJson.h"
-
 #include <QtCore/QJsonDocument>
 
 using namespace Qt::StringLiterals;
@@ -63,10 +61,11 @@ Failure draftRoot(KeyFolder* pKeys, const RootDocument& pRoot, const QDateTime& 
 Failure draftTargets(KeyFolder* pKeys, const QDateTime& pExpires)
 {
     Record& tRecord = pKeys->mRecord;
-    Draft tDraft{.mRole = tuf::sTargets, .mPayload = {}, .mSignatures = {}};
     const qint64 tVersion = ++tRecord.mVersions[tuf::sTargets];
-    if (!tuf::canonicalJson(targetsPart(tVersion, pExpires, tRecord.mTargets), &tDraft.mPayload) ||
-        tDraft.mPayload.size() > sMaxPayload) {
+    const Draft tDraft{.mRole = tuf::sTargets,
+                       .mPayload = targetsPart(tVersion, pExpires, tRecord.mTargets),
+                       .mSignatures = {}};
+    if (tDraft.mPayload.isEmpty() || tDraft.mPayload.size() > sMaxPayload) {
         return Failure::content(u"The list of packages is too large"_s);
     }
     // First the record: a version is used once.
@@ -116,7 +115,7 @@ Failure signHere(const KeyFolder& pKeys, const SignatureNeeds& pNeeds, Draft* pD
     return tSignatures.failure();
 }
 
-Failure checkFit(const KeyFolder& pKeys, const Draft& pDraft, const QJsonObject& pOffered,
+Failure checkFit(const KeyFolder& pKeys, const Draft& pDraft, const TargetList& pOffered,
                  const QDateTime& pNow)
 {
     const tuf::Signed tSigned = pDraft.toSigned();
@@ -131,7 +130,7 @@ Failure checkFit(const KeyFolder& pKeys, const Draft& pDraft, const QJsonObject&
             u"The draft of the %1 no longer fits, because a version after it was published: %2"_s.arg(
                 pDraft.mRole, tNext));
     }
-    if (!tIsRoot && QJsonDocument::fromJson(pDraft.mPayload)["targets"_L1].toObject() != pOffered) {
+    if (!tIsRoot && TargetList(QJsonDocument::fromJson(pDraft.mPayload)["targets"_L1].toObject()) != pOffered) {
         return Failure::content(u"The draft of the targets no longer fits, because packages were added, "
                                 u"removed or changed since: "
                                 "%1"_s.arg(tNext));

@@ -4,11 +4,11 @@
 #include "keys/RootDocument.h"
 #include "keys/SignatureNeeds.h"
 #include "record/Draft.h"
+#include "record/TargetList.h"
 
 #include "internal/Failure.h"
 
 #include <QtCore/QDateTime>
-#include <QtCore/QJsonObject>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
@@ -36,7 +36,7 @@ Result<int> missingSignatures(const KeyFolder& pKeys, const Draft& pDraft, const
 Failure signHere(const KeyFolder& pKeys, const SignatureNeeds& pNeeds, Draft* pDraft);
 
 // Why a draft can't be published any more: pOffered is what would be, of a draft of the targets.
-Failure checkFit(const KeyFolder& pKeys, const Draft& pDraft, const QJsonObject& pOffered,
+Failure checkFit(const KeyFolder& pKeys, const Draft& pDraft, const TargetList& pOffered,
                  const QDateTime& pNow);
 
 // "1 signature is missing", "2 signatures are missing".

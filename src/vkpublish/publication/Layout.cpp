@@ -80,6 +80,14 @@ QList<FileAt> sideFiles(const QString& pRepository, const QJsonObject& pTarget)
     return tFiles;
 }
 
+QList<FileAt> filesOf(const QString& pRepository, const QString& pName, const QJsonObject& pTarget)
+{
+    QList<FileAt> tFiles = sideFiles(pRepository, pTarget);
+    tFiles.prepend(
+        {targetPath(pRepository, pName, pTarget), pTarget["length"_L1].toInteger(), statedHash(pTarget)});
+    return tFiles;
+}
+
 std::optional<packages::PackageInfo> infoOf(const QJsonObject& pTarget)
 {
     packages::PackageInfo tInfo;

@@ -30,6 +30,8 @@ struct FileAt
 
 // The index and the deltas that the target names.
 QList<FileAt> sideFiles(const QString& pRepository, const QJsonObject& pTarget);
+// All files that the target names: the archive and those.
+QList<FileAt> filesOf(const QString& pRepository, const QString& pName, const QJsonObject& pTarget);
 // What the target describes; none if it is no package.
 std::optional<packages::PackageInfo> infoOf(const QJsonObject& pTarget);
 QJsonObject withInfo(QJsonObject pTarget, const packages::PackageInfo& pInfo);

@@ -8,6 +8,7 @@
 #include "os/FileTools.h"
 
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 #include <QtCore/QSet>
 
 #include <algorithm>
@@ -87,10 +88,10 @@ QList<NewDeltas::Version> NewDeltas::versionsBefore(const Version& pNew) const
     const Record& tRecord = mKeys.mRecord;
     QList<Version> tBases;
     QSet<QByteArray> tKnown{pNew.mInfo.mIndex->mText.mHash.toHex()};
-    for (const QJsonObject* tTargets :
+    for (const TargetList* tTargets :
          {&tRecord.mTargets, &tRecord.mPublishedTargets, &tRecord.mWithdrawnTargets}) {
-        for (auto tIt = tTargets->begin(); tIt != tTargets->end(); ++tIt) {
-            const std::optional<Version> tOld = versionOf(tIt.key(), tIt.value().toObject());
+        for (const QString& tArchive : tTargets->keysWithPrefix(pNew.mInfo.mName + u'-')) {
+            const std::optional<Version> tOld = versionOf(tArchive, (*tTargets)[tArchive].toObject());
             if (!tOld || tOld->mInfo.mName != pNew.mInfo.mName ||
                 tOld->mInfo.mLanguage != pNew.mInfo.mLanguage ||
                 !(tOld->mInfo.mVersion < pNew.mInfo.mVersion)) {
@@ -111,14 +112,21 @@ QList<NewDeltas::Version> NewDeltas::versionsBefore(const Version& pNew) const
 
 Failure NewDeltas::makeFor(const QString& pName, int pCount)
 {
+    const QByteArray tText = mKeys.mRecord.mTargets.text(pName);
+    const bool tIsPublished = mKeys.mRecord.mPublishedTargets.text(pName) == tText;
+    if (tIsPublished && !tText.contains("\"deltas\":")) {
+        return {};
+    }
     const QJsonObject tTarget = mKeys.mRecord.mTargets[pName].toObject();
     std::optional<Version> tNew = versionOf(pName, tTarget);
     if (!tNew) {
         return {};
     }
-    tNew->mInfo.mDeltas.removeIf(
-        [&](const DeltaFile& pDelta) { return !isThere(pDelta.mFile, pDelta.name()); });
-    const QJsonObject tPublished = mKeys.mRecord.mPublishedTargets.value(pName).toObject();
+    tNew->mInfo.mDeltas.removeIf([&](const DeltaFile& pDelta) {
+        return tIsPublished ? QFileInfo(mTargets + u'/' + pDelta.name()).size() != pDelta.mFile.mLength
+                            : !isThere(pDelta.mFile, pDelta.name());
+    });
+    const QJsonObject tPublished = mKeys.mRecord.mPublishedTargets[pName].toObject();
     if (tPublished.isEmpty() || asAdded(tPublished) != asAdded(tTarget)) {
         QList<DeltaFile> tDeltas;
         if (Failure tFailure = makeAll(*tNew, pCount, &tDeltas)) {
@@ -131,7 +139,7 @@ Failure NewDeltas::makeFor(const QString& pName, int pCount)
         return {};
     }
     mKeys.mRecord.mTargets.insert(pName, tNamed);
-    return mKeys.save();
+    return mKeys.savePackage(pName);
 }
 
 Failure NewDeltas::makeAll(const Version& pNew, int pCount, QList<DeltaFile>* pTo)

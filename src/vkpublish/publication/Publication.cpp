@@ -5,6 +5,7 @@
 #include "network/MetadataSource.h"
 #include "publication/CatchUp.h"
 #include "publication/FileMatch.h"
+#include "publication/FolderFiles.h"
 #include "publication/Layout.h"
 #include "publication/NewRoot.h"
 #include "publication/RepositoryState.h"
@@ -13,7 +14,6 @@
 #include "os/FileTools.h"
 #include "tuf/Metadata.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QFile>
 
 #include <algorithm>
@@ -55,6 +55,11 @@ bool isAsStated(const QString& pPath, const QJsonObject& pStated)
     return !fileMatches(pPath, pStated["length"_L1].toInteger(), {statedHash(pStated)});
 }
 
+QString nameInTargets(const QString& pRepository, const FileAt& pFile)
+{
+    return pFile.mPath.mid(targetsFolder(pRepository).size() + 1);
+}
+
 } // namespace
 
 Publication::Publication(os::FileSystem& pFileSystem, const QString& pRepository, KeyFolder& pKeys)
@@ -63,29 +68,21 @@ Publication::Publication(os::FileSystem& pFileSystem, const QString& pRepository
 }
 
 // For files that were already published this only checks that they exist: "verify" does the rest.
-Failure Publication::checkTarget(const QString& pName) const
+Failure Publication::checkTargets()
 {
-    const Record& tRecord = mKeys.mRecord;
-    const QJsonObject tTarget = offered()[pName].toObject();
-    const bool tPublished = tRecord.mPublishedTargets[pName].toObject() == tTarget;
-    QList<FileAt> tFiles = sideFiles(mRepository, tTarget);
-    tFiles.prepend(
-        {targetPath(mRepository, pName, tTarget), tTarget["length"_L1].toInteger(), statedHash(tTarget)});
-    for (const FileAt& tFile : std::as_const(tFiles)) {
-        if (tPublished ? QFileInfo(tFile.mPath).size() != tFile.mLength
+    const TargetList& tPublished = mKeys.mRecord.mPublishedTargets;
+    const QHash<QString, qint64> tThere = filesIn(targetsFolder(mRepository));
+    mNamed.clear();
+    for (auto tIt = offered().begin(); tIt != offered().end(); ++tIt) {
+        const bool tKnown = tPublished.text(tIt.key()) == tIt.text();
+        for (const FileAt& tFile : filesOf(mRepository, tIt.key(), tIt.value().toObject())) {
+            const QString tName = nameInTargets(mRepository, tFile);
+            if (tKnown ? tThere.value(tName, -1) != tFile.mLength
                        : bool(fileMatches(tFile.mPath, tFile.mLength, {tFile.mHash}))) {
-            return Failure::content(u"%1 is missing or was changed: add the package again with --replace, or "
-                                    "remove it"_s.arg(tFile.mPath));
-        }
-    }
-    return {};
-}
-
-Failure Publication::checkTargets() const
-{
-    for (const QString& tName : offered().keys()) {
-        if (Failure tFailure = checkTarget(tName)) {
-            return tFailure;
+                return Failure::content(u"%1 is missing or was changed: add the package again with "
+                                        "--replace, or remove it"_s.arg(tFile.mPath));
+            }
+            mNamed.insert(tName);
         }
     }
     return {};
@@ -329,7 +326,7 @@ Failure Publication::writeFiles(const SignedFiles& pFiles)
     return write(timestampPath(mRepository), pFiles.mTimestamp);
 }
 
-// Relative to the repository.
+// Relative to the repository; without those in mNamed.
 QSet<QString> Publication::referencedFiles() const
 {
     const Record& tRecord = mKeys.mRecord;
@@ -338,11 +335,9 @@ QSet<QString> Publication::referencedFiles() const
                                        std::pair(tuf::sSnapshot, tRecord.mPublishedSnapshot)}) {
         tPaths.append(versionedPath(mRepository, tRole, tFile.mMeta["version"_L1].toInteger()));
     }
-    for (const QJsonObject& tTargets : {tRecord.mTargets, offered()}) {
-        for (const QString& tName : tTargets.keys()) {
-            const QJsonObject tTarget = tTargets[tName].toObject();
-            tPaths.append(targetPath(mRepository, tName, tTarget));
-            for (const FileAt& tFile : sideFiles(mRepository, tTarget)) {
+    for (auto tIt = tRecord.mTargets.begin(); tIt != tRecord.mTargets.end(); ++tIt) {
+        if (offered().text(tIt.key()) != tIt.text()) {
+            for (const FileAt& tFile : filesOf(mRepository, tIt.key(), tIt.value().toObject())) {
                 tPaths.append(tFile.mPath);
             }
         }
@@ -357,10 +352,11 @@ QSet<QString> Publication::referencedFiles() const
 void Publication::noteWithdrawn()
 {
     Record& tRecord = mKeys.mRecord;
-    const QJsonObject tBefore = std::exchange(tRecord.mPublishedTargets, offered());
-    for (const QString& tName : tBefore.keys()) {
-        if (!tRecord.mPublishedTargets.contains(tName)) {
-            tRecord.mWithdrawnTargets.insert(tName, tBefore[tName]);
+    const TargetList tBefore = std::exchange(tRecord.mPublishedTargets, offered());
+    const QMap<QByteArray, QByteArray>& tTexts = tBefore.texts();
+    for (auto tIt = tTexts.begin(); tIt != tTexts.end(); ++tIt) {
+        if (!offered().texts().contains(tIt.key())) {
+            tRecord.mWithdrawnTargets.insertText(tIt.key(), *tIt);
         }
     }
 }
@@ -369,13 +365,22 @@ void Publication::noteUnreferenced(const QDateTime& pNow)
 {
     const QSet<QString> tReferenced = referencedFiles();
     const QMap<QString, QDateTime> tKnown = std::exchange(mKeys.mRecord.mUnreferenced, {});
-    for (const QString& tFolder : {metadataFolder(mRepository), targetsFolder(mRepository)}) {
-        for (const QFileInfo& tFile : QDir(tFolder).entryInfoList(QDir::Files | QDir::Hidden)) {
-            const QString tName = (tFolder + u'/' + tFile.fileName()).mid(mRepository.size() + 1);
-            // All roots are kept: a client that was off for years follows them one by one.
-            if (!tReferenced.contains(tName) && !tName.endsWith(".root.json"_L1)) {
-                mKeys.mRecord.mUnreferenced.insert(tName, std::min(tKnown.value(tName, pNow), pNow));
-            }
+    const auto tNote = [&](const QString& pName) {
+        if (!tReferenced.contains(pName)) {
+            mKeys.mRecord.mUnreferenced.insert(pName, std::min(tKnown.value(pName, pNow), pNow));
+        }
+    };
+    const QHash<QString, qint64> tTargets = filesIn(targetsFolder(mRepository));
+    for (auto tIt = tTargets.begin(); tIt != tTargets.end(); ++tIt) {
+        if (!mNamed.contains(tIt.key())) {
+            tNote(targetsFolder({}).mid(1) + u'/' + tIt.key());
+        }
+    }
+    const QHash<QString, qint64> tMetadata = filesIn(metadataFolder(mRepository));
+    for (auto tIt = tMetadata.begin(); tIt != tMetadata.end(); ++tIt) {
+        // All roots are kept: a client that was off for years follows them one by one.
+        if (!tIt.key().endsWith(".root.json"_L1)) {
+            tNote(metadataFolder({}).mid(1) + u'/' + tIt.key());
         }
     }
 }

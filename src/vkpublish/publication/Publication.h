@@ -5,7 +5,6 @@
 #include "publication/TargetsChoice.h"
 
 #include <QtCore/QDateTime>
-#include <QtCore/QJsonObject>
 #include <QtCore/QMap>
 #include <QtCore/QSet>
 #include <QtCore/QString>
@@ -52,7 +51,7 @@ public:
     Failure run(const PublicationTimes& pTimes);
 
     // What run() publishes instead of the targets of the record, which stay for a later run.
-    void offer(const QJsonObject& pTargets) { mOffered = pTargets; }
+    void offer(const TargetList& pTargets) { mOffered = pTargets; }
 
     // Raises the versions of a record that is older than the repository, as run() does.
     Failure catchUp();
@@ -67,9 +66,8 @@ public:
     Failure prune(const QDateTime& pNow, qint64 pGrace);
 
 private:
-    const QJsonObject& offered() const { return mOffered ? *mOffered : mKeys.mRecord.mTargets; }
-    Failure checkTarget(const QString& pName) const;
-    Failure checkTargets() const;
+    const TargetList& offered() const { return mOffered ? *mOffered : mKeys.mRecord.mTargets; }
+    Failure checkTargets();
     // What is not as published any more.
     struct Changes
     {
@@ -95,7 +93,8 @@ private:
     os::FileSystem& mFileSystem;
     QString mRepository;
     KeyFolder& mKeys;
-    std::optional<QJsonObject> mOffered;
+    std::optional<TargetList> mOffered;
+    QSet<QString> mNamed; // files in the targets folder that the offered packages name
     QStringList mNotes;
     bool mRaised = false;
 };

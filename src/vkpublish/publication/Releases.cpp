@@ -30,12 +30,15 @@ QString publicationId(const Record& pRecord, const QDateTime& pNow)
 
 bool isNew(const Record& pRecord, const QString& pArchive)
 {
+    if (pRecord.mPublishedTargets.text(pArchive) == pRecord.mTargets.text(pArchive)) {
+        return false;
+    }
     const QJsonObject tPublished = pRecord.mPublishedTargets[pArchive].toObject();
     return tPublished.isEmpty() || asAdded(tPublished) != asAdded(pRecord.mTargets[pArchive].toObject());
 }
 
 template <typename F>
-QJsonObject changed(QJsonObject pTargets, const QStringList& pArchives, F pChange)
+TargetList changed(TargetList pTargets, const QStringList& pArchives, F pChange)
 {
     for (const QString& tArchive : pArchives) {
         const QJsonObject tTarget = pTargets[tArchive].toObject();
@@ -49,14 +52,14 @@ QJsonObject changed(QJsonObject pTargets, const QStringList& pArchives, F pChang
 
 } // namespace
 
-QStringList archivesOf(const QJsonObject& pTargets, const QString& pName,
+QStringList archivesOf(const TargetList& pTargets, const QString& pName,
                        const std::optional<vkcore::Version>& pVersion)
 {
     QStringList tFound;
-    for (auto tIt = pTargets.begin(); tIt != pTargets.end(); ++tIt) {
-        const std::optional<PackageInfo> tInfo = infoOf(tIt.value().toObject());
+    for (const QString& tArchive : pTargets.keysWithPrefix(pName + u'-')) {
+        const std::optional<PackageInfo> tInfo = infoOf(pTargets[tArchive].toObject());
         if (tInfo && tInfo->mName == pName && (!pVersion || tInfo->mVersion.version() == *pVersion)) {
-            tFound.append(tIt.key());
+            tFound.append(tArchive);
         }
     }
     return tFound;
@@ -77,14 +80,14 @@ void setPhases(Record* pRecord, const QDateTime& pNow, int pDays)
     });
 }
 
-QJsonObject halted(QJsonObject pTargets, const QStringList& pArchives, const QDateTime& pNow)
+TargetList halted(TargetList pTargets, const QStringList& pArchives, const QDateTime& pNow)
 {
     return changed(std::move(pTargets), pArchives, [&pNow](packages::Release* pRelease) {
         pRelease->mHalted = pRelease->mHalted.value_or(pNow);
     });
 }
 
-QJsonObject resumed(QJsonObject pTargets, const QStringList& pArchives, const QDateTime& pNow)
+TargetList resumed(TargetList pTargets, const QStringList& pArchives, const QDateTime& pNow)
 {
     return changed(std::move(pTargets), pArchives, [&pNow](packages::Release* pRelease) {
         if (pRelease->mHalted && pRelease->mPhase) {

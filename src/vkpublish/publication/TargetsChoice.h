@@ -1,11 +1,11 @@
 #pragma once
 
 #include "record/Draft.h"
+#include "record/TargetList.h"
 
 #include "internal/Failure.h"
 
 #include <QtCore/QDateTime>
-#include <QtCore/QJsonObject>
 #include <QtCore/QStringList>
 
 #include <optional>
@@ -21,7 +21,7 @@ class KeyFolder;
 // The list of packages that is published, and the one that should be.
 struct TargetsState
 {
-    QJsonObject mOffered;
+    TargetList mOffered;
     bool mIsUsable = false; // machines accept the published one
     bool mIsFresh = false;  // and it is to be kept
     QDateTime mNow;

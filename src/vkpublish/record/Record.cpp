@@ -12,7 +12,7 @@ namespace tarn::vkpublish {
 namespace {
 
 constexpr int sFormat = 2;
-constexpr int sRoleFormat = 1; // each role had one key, in the file that the record named
+constexpr int sEarlierFormat = 1; // with the packages, and a file of its key for each role
 
 const QString sFormatName = u"format"_s;
 const QString sKeys = u"keys"_s;
@@ -23,6 +23,12 @@ const QString sRootName = u"root"_s;
 const QString sTargetsName = u"targets"_s;
 const QString sPublishedTargets = u"publishedTargets"_s;
 const QString sWithdrawnTargets = u"withdrawnTargets"_s;
+const QString sLists = u"packages"_s;
+const QString sPublishedList = u"published"_s;
+const QString sWithdrawnList = u"withdrawn"_s;
+const QString sChangesList = u"changes"_s;
+const QString sNumber = u"number"_s;
+const QString sCount = u"count"_s;
 const QString sTargetsFile = u"targetsFile"_s;
 const QString sSnapshotFile = u"snapshotFile"_s;
 const QString sCarriedTargets = u"carriedTargets"_s;
@@ -54,6 +60,23 @@ PublishedFile fileFromJson(const QJsonValue& pValue)
 {
     const QJsonObject tObject = pValue.toObject();
     return PublishedFile{tObject[sMeta].toObject(), dateFromJson(tObject[sExpires])};
+}
+
+QJsonObject listToJson(const ListFile& pFile)
+{
+    return QJsonObject{{sNumber, pFile.mNumber}, {sCount, pFile.mCount}};
+}
+
+ListFile listFromJson(const QJsonValue& pValue)
+{
+    return ListFile{pValue[sNumber].toInteger(), pValue[sCount].toInteger()};
+}
+
+// False for a target that can't be signed.
+bool targetsFromJson(const QJsonValue& pValue, TargetList* pTo)
+{
+    *pTo = TargetList(pValue.toObject());
+    return !pTo->canonical().isEmpty();
 }
 
 QJsonArray retiringToJson(const QList<RetiringKey>& pKeys)
@@ -150,14 +173,15 @@ QByteArray Record::toJson() const
     for (auto tIt = mUnreferenced.begin(); tIt != mUnreferenced.end(); ++tIt) {
         tUnreferenced.insert(tIt.key(), dateToJson(tIt.value()));
     }
+    const QJsonObject tLists{{sPublishedList, listToJson(mPublishedFile)},
+                             {sWithdrawnList, listToJson(mWithdrawnFile)},
+                             {sChangesList, listToJson(mChangesFile)}};
     return QJsonDocument(QJsonObject{{sFormatName, sFormat},
                                      {sKeys, keysToJson(mKeys)},
                                      {sLostKeys, QJsonArray::fromStringList(mLostKeys)},
                                      {sVersions, tVersions},
                                      {sRootName, QString::fromUtf8(mRoot)},
-                                     {sTargetsName, mTargets},
-                                     {sPublishedTargets, mPublishedTargets},
-                                     {sWithdrawnTargets, mWithdrawnTargets},
+                                     {sLists, tLists},
                                      {sTargetsFile, fileToJson(mPublishedTargetsFile)},
                                      {sSnapshotFile, fileToJson(mPublishedSnapshot)},
                                      {sCarriedTargets, fileToJson(mCarriedTargets)},
@@ -168,11 +192,27 @@ QByteArray Record::toJson() const
         .toJson();
 }
 
+bool Record::isNewer(const QByteArray& pText)
+{
+    return QJsonDocument::fromJson(pText)[sFormatName].toInt() > sFormat;
+}
+
 bool Record::fromJson(const QByteArray& pText, Record* pTo)
 {
     const QJsonObject tObject = QJsonDocument::fromJson(pText).object();
     const int tFormat = tObject[sFormatName].toInt();
-    if ((tFormat != sFormat && tFormat != sRoleFormat) || !tObject[sTargetsName].isObject()) {
+    if (tFormat == sFormat) {
+        const QJsonValue tLists = tObject[sLists];
+        pTo->mPublishedFile = listFromJson(tLists[sPublishedList]);
+        pTo->mWithdrawnFile = listFromJson(tLists[sWithdrawnList]);
+        pTo->mChangesFile = listFromJson(tLists[sChangesList]);
+        if (pTo->mChangesFile.mNumber < 1) {
+            return false;
+        }
+    } else if (tFormat != sEarlierFormat || !tObject[sTargetsName].isObject() ||
+               !targetsFromJson(tObject[sTargetsName], &pTo->mTargets) ||
+               !targetsFromJson(tObject[sPublishedTargets], &pTo->mPublishedTargets) ||
+               !targetsFromJson(tObject[sWithdrawnTargets], &pTo->mWithdrawnTargets)) {
         return false;
     }
     pTo->mRoot = tObject[sRootName].toString().toUtf8();
@@ -186,9 +226,6 @@ bool Record::fromJson(const QByteArray& pText, Record* pTo)
     for (auto tIt = tVersions.begin(); tIt != tVersions.end(); ++tIt) {
         pTo->mVersions.insert(tIt.key(), tIt.value().toInteger());
     }
-    pTo->mTargets = tObject[sTargetsName].toObject();
-    pTo->mPublishedTargets = tObject[sPublishedTargets].toObject();
-    pTo->mWithdrawnTargets = tObject[sWithdrawnTargets].toObject();
     pTo->mPublishedTargetsFile = fileFromJson(tObject[sTargetsFile]);
     pTo->mPublishedSnapshot = fileFromJson(tObject[sSnapshotFile]);
     pTo->mCarriedTargets = fileFromJson(tObject[sCarriedTargets]);

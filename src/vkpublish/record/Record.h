@@ -1,5 +1,7 @@
 #pragma once
 
+#include "record/Packages.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonObject>
@@ -41,15 +43,12 @@ struct RetiringKey
 
 // The publisher's data about a repository. It is authoritative, and the repository folder is generated from
 // it: write access to the repository alone is not enough to get anything signed.
-struct Record
+struct Record : Packages
 {
     QMap<QString, KeySource> mKeys;  // key id -> how this folder signs; who may sign is in the root
     QStringList mLostKeys;           // ids of keys whose signature nobody waits for any longer
     QMap<QString, qint64> mVersions; // role -> the highest version ever used, published or not
     QByteArray mRoot;                // the newest root, signed
-    QJsonObject mTargets;            // name -> target, as the next publish will offer it
-    QJsonObject mPublishedTargets;   // the same as the last publish offered it
-    QJsonObject mWithdrawnTargets;   // as they were last published
     PublishedFile mPublishedTargetsFile;
     PublishedFile mPublishedSnapshot;
     PublishedFile mCarriedTargets; // the newest list that a refresh has left in place: it may not go back
@@ -59,9 +58,12 @@ struct Record
     QMap<QString, QDateTime>
         mUnreferenced; // file, relative to the repository -> when it lost its last reference
 
+    // Without the packages, which are in files of their own: PackageLists.
     QByteArray toJson() const;
-    // False if the text is not valid output of toJson(), of this format or the one before.
+    // False if the text is not valid output of toJson(). The text of an earlier version has the packages.
     static bool fromJson(const QByteArray& pText, Record* pTo);
+    // True if a later version of this program has written it.
+    static bool isNewer(const QByteArray& pText);
 };
 
 } // namespace tarn::vkpublish

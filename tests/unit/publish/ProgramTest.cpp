@@ -87,6 +87,10 @@ TEST_F(ProgramTest, KeepsKeysPrivateAndTheRestPublic)
         const QByteArray tContent = readFile(path("r.keys/") + tFile);
         EXPECT_EQ(tContent.contains("PRIVATE KEY"), tFile.endsWith(q(".pem")));
     }
+    for (const QString& tFile : files("r.keys/packages")) {
+        EXPECT_EQ(mode(path("r.keys/packages/") + tFile), 0600u) << tFile;
+    }
+    EXPECT_EQ(mode(path("r.keys/packages")), 0700u);
     for (const char* tPath : {"r.keys", "r.keys/record.json"}) {
         const mode_t tMode = mode(path(tPath));
         ::chmod(path(tPath).toUtf8().constData(), tMode | 044);
@@ -186,18 +190,16 @@ TEST_F(ProgramTest, SpreadsWhatIsNewOverDaysAndToChannels)
 
     // Halted a thousand seconds ago, it goes on where it was stopped.
     succeed("halt @r a");
-    const QByteArray tRecord = readFile(path("r.keys/record.json"));
     const QDateTime tThen = QDateTime::currentDateTimeUtc().addSecs(-1000);
-    QByteArray tChanged = tRecord;
-    const auto tDate = [&](const QByteArray& pName) {
-        const QByteArray tKey = '"' + pName + "\": \"";
-        for (qsizetype tAt = tChanged.indexOf(tKey); tAt >= 0; tAt = tChanged.indexOf(tKey, tAt + 1)) {
-            tChanged.replace(tAt + tKey.size(), 20, tThen.toString(Qt::ISODate).toUtf8());
+    changePackages([&](QByteArray pText) {
+        for (const QByteArray& tKey : {QByteArray("\"halted\":\""), QByteArray("\"begins\":\"")}) {
+            const qsizetype tAt = pText.indexOf(tKey);
+            if (tAt >= 0) {
+                pText.replace(tAt + tKey.size(), 20, tThen.toString(Qt::ISODate).toUtf8());
+            }
         }
-    };
-    tDate("halted");
-    tDate("begins");
-    write("r.keys/record.json", tChanged);
+        return pText;
+    });
     succeed("halt @r a --lift");
     const QJsonObject tLater = tPhase(tArchive);
     EXPECT_EQ(tLater.value(q("publication")), tFirst.value(q("publication")));
@@ -344,17 +346,15 @@ TEST_F(ProgramTest, MakesDeltasFromTheVersionsBefore)
     EXPECT_EQ(run("verify @r").mStatus, 0);
 
     // What a version of before 1.1 has added has no index; what is new gets a delta from the others alone.
-    QJsonObject tRecord = QJsonDocument::fromJson(readFile(path("r.keys/record.json"))).object();
-    for (const QString& tList : {q("targets"), q("publishedTargets")}) {
-        QJsonObject tTargets = tRecord[tList].toObject();
-        QJsonObject tOld = tTargets[q("charts-2.0.0.0.tar.zst")].toObject();
-        QJsonObject tCustom = tOld[q("custom")].toObject();
-        tCustom.remove(q("index"));
-        tOld.insert(q("custom"), tCustom);
-        tTargets.insert(q("charts-2.0.0.0.tar.zst"), tOld);
-        tRecord.insert(tList, tTargets);
-    }
-    write("r.keys/record.json", QJsonDocument(tRecord).toJson());
+    changePackages([](const QByteArray& pText) {
+        QJsonObject tTarget = QJsonDocument::fromJson(pText).object();
+        QJsonObject tCustom = tTarget[q("custom")].toObject();
+        if (tCustom[q("version")] == q("2.0.0.0")) {
+            tCustom.remove(q("index"));
+            tTarget.insert(q("custom"), tCustom);
+        }
+        return TargetList({{q("x"), tTarget}}).text(q("x"));
+    });
     write("r.keys/scratch/old/package/left", "by a killed publish");
     write("r/targets/.delta.new.segments", "likewise");
     succeed("remove @r charts --version 1");
@@ -378,11 +378,24 @@ TEST_F(ProgramTest, TwoPublishersDoNotMix)
     makeRepository();
     const int tFd = ::open(path("r.keys/lock").toUtf8().constData(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(::flock(tFd, LOCK_EX), 0);
-    for (const char* tCommand : {"publish @r", "remove @r viewer", "rotate-key @r root --no-passphrase"}) {
-        EXPECT_TRUE(run(tCommand).mErr.contains("Another vkpublish")) << tCommand;
+    for (const QByteArray tCommand : {"publish @r", "remove @r viewer", "rotate-key @r root --no-passphrase", "halt @r viewer",
+                                      "add @r @f --name x --version 1"}) {
+        EXPECT_TRUE(run(tCommand + " --no-wait").mErr.contains("Another vkpublish")) << tCommand;
     }
     EXPECT_EQ(run("list @r").mStatus, 0);
+    EXPECT_EQ(run("verify @r").mStatus, 0);
+
+    // Each waits, says so, and works with what the one before it has left.
+    const QByteArray tRepository = path("r").toUtf8();
+    Program tFirst(q(VKPUBLISH), {"remove", tRepository, "viewer"}, {}, Program::Console::Terminal);
+    Program tSecond(q(VKPUBLISH), {"remove", tRepository, "charts"}, {}, Program::Console::Terminal);
+    ASSERT_TRUE(tFirst.waitForOutput("Waiting for another vkpublish"));
+    ASSERT_TRUE(tSecond.waitForOutput("Waiting for another vkpublish"));
+    EXPECT_EQ(run("list @r").mOut.count("removed"), 0);
     ::close(tFd);
+    EXPECT_EQ(tFirst.wait().mStatus, 0);
+    EXPECT_EQ(tSecond.wait().mStatus, 0);
+    EXPECT_EQ(run("list @r").mOut.count("removed"), 2);
 }
 
 TEST_F(ProgramTest, RefusesInOneLine)
@@ -421,9 +434,43 @@ TEST_F(ProgramTest, RefusesInOneLine)
     }
     EXPECT_FALSE(QFileInfo::exists(path("new")));
     EXPECT_EQ(problems(), QStringList());
-    write("r.keys/record.json", "{\"format\": 1");
-    EXPECT_TRUE(run("publish @r").mErr.contains("is damaged"));
-    EXPECT_EQ(readFile(path("r.keys/record.json")), "{\"format\": 1");
+}
+
+TEST_F(ProgramTest, TellsOfADamagedRecordAndLeavesItAlone)
+{
+    makeRepository();
+    succeed("remove @r charts");
+    succeed("publish @r");
+    succeed("add @r @f --name new --version 1");
+    copy("r.keys", "good.keys");
+    const auto tList = [this](const char* pName) {
+        return "r.keys/packages/" + files("r.keys/packages").filter(q(pName)).last().toUtf8();
+    };
+    const std::tuple<QByteArray, QByteArray, const char*> sCases[] = {
+        {"r.keys/record.json", "{\"format\": 2", "is damaged"},
+        {"r.keys/record.json", "{\"format\": 2}", "is damaged"},
+        {"r.keys/record.json", "{\"format\": 3}", "a newer vkpublish"},
+        {tList("published"), "", "damaged in line 1"},
+        {tList("published"), readFile(path(tList("published").constData())).replace("viewer", "viewed"), "in line 1"},
+        {tList("withdrawn"), readFile(path(tList("withdrawn").constData())) + "x\n", "damaged in line 2"},
+        {tList("changes"), readFile(path(tList("changes").constData())).prepend("x\n"), "damaged in line 1"},
+        {tList("withdrawn"), QByteArray(), "belong together"},
+    };
+    for (const auto& [tFile, tContent, tSays] : sCases) {
+        copy("good.keys", "r.keys");
+        if (tContent.isNull()) {
+            QFile::remove(path(tFile.constData()));
+        } else {
+            write(tFile.constData(), tContent);
+        }
+        for (const char* tCommand : {"publish @r", "verify @r", "list @r"}) {
+            const Program::Result tResult = run(tCommand);
+            EXPECT_EQ(tResult.mStatus, 1) << tFile << tCommand;
+            EXPECT_TRUE(tResult.mErr.contains(tSays)) << tCommand << tResult.mErr;
+            EXPECT_EQ(tResult.mErr.count('\n'), 1) << tResult.mErr;
+        }
+        EXPECT_TRUE(tContent.isNull() || readFile(path(tFile.constData())) == tContent) << tFile;
+    }
 }
 
 } // namespace

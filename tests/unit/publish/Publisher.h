@@ -1,5 +1,6 @@
 #pragma once
 
+#include "keys/KeyFolder.h"
 #include "network/MetadataSource.h"
 #include "Program.h"
 #include "Test.h"
@@ -8,6 +9,7 @@
 #include "tuf/Updater.h"
 
 #include <filesystem>
+#include <functional>
 
 // A folder "f" to pack, a repository "r" made by the built vkpublish, and a client of it.
 class PublisherTest : public testing::Test
@@ -87,6 +89,44 @@ protected:
         std::filesystem::copy(path(pFrom).toStdString(), path(pTo).toStdString(),
                               std::filesystem::copy_options::recursive |
                                   std::filesystem::copy_options::overwrite_existing);
+    }
+
+    // Changes the text of every package in the lists of the record.
+    void changePackages(const std::function<QByteArray(const QByteArray& pText)>& pChange) const
+    {
+        tarn::vkpublish::KeyFolder tKeys(tarn::os::realFileSystem(), path("r.keys"));
+        ASSERT_FALSE(tKeys.open());
+        tarn::vkpublish::Record& tRecord = tKeys.mRecord;
+        for (auto* tList : {&tRecord.mTargets, &tRecord.mPublishedTargets, &tRecord.mWithdrawnTargets}) {
+            const QMap<QByteArray, QByteArray> tTexts = tList->texts();
+            for (auto tIt = tTexts.begin(); tIt != tTexts.end(); ++tIt) {
+                tList->insertText(tIt.key(), pChange(*tIt));
+            }
+        }
+        ASSERT_FALSE(tKeys.save());
+    }
+
+    // Writes the record as version 1.1.0 did, with its packages.
+    void makeOldRecord() const
+    {
+        tarn::vkpublish::KeyFolder tKeys(tarn::os::realFileSystem(), path("r.keys"));
+        ASSERT_FALSE(tKeys.openForReading());
+        const auto tAll = [](const tarn::vkpublish::TargetList& pList) {
+            return QJsonDocument::fromJson(pList.canonical()).object();
+        };
+        QJsonObject tOld = QJsonDocument::fromJson(tKeys.mRecord.toJson()).object();
+        tOld.remove(q("packages"));
+        tOld.insert(q("format"), 1);
+        QJsonObject tRoles; // it named a key file for each role
+        for (const tarn::vkpublish::KeySource& tKey : tKeys.mRecord.mKeys) {
+            tRoles.insert(tKey.mFile.section(u'-', 0, 0), tKey.mFile);
+        }
+        tOld.insert(q("keys"), tRoles);
+        tOld.insert(q("targets"), tAll(tKeys.mRecord.mTargets));
+        tOld.insert(q("publishedTargets"), tAll(tKeys.mRecord.mPublishedTargets));
+        tOld.insert(q("withdrawnTargets"), tAll(tKeys.mRecord.mWithdrawnTargets));
+        write("r.keys/record.json", QJsonDocument(tOld).toJson());
+        QDir(path("r.keys/packages")).removeRecursively();
     }
 
     QTemporaryDir mDir;

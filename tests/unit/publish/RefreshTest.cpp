@@ -170,6 +170,11 @@ TEST_F(RefreshTest, ALostRecordIsMadeAgainFromWhatIsSigned)
     write("f/data", "never published");
     succeed("add @r @f --name c --version 1 --level 1");
     const QByteArray tBefore = readFile(path("r.keys/record.json"));
+    const auto tPublished = [this] {
+        const QStringList tLists = files("r.keys/packages").filter(q("published-"));
+        return readFile(path("r.keys/packages/") + tLists.value(tLists.size() - 1));
+    };
+    const QByteArray tPackages = tPublished();
     const char* tRecover = "recover @r --keys @r.keys --root @r/metadata/1.root.json";
     expectRefusal(tRecover, "has a record");
     QFile::remove(path("r.keys/record.json"));
@@ -179,10 +184,11 @@ TEST_F(RefreshTest, ALostRecordIsMadeAgainFromWhatIsSigned)
     EXPECT_EQ(tResult.mOut.count("Not in the record: targets/"), 2) << "c and its index: " << tResult.mOut;
     const QJsonObject tOld = QJsonDocument::fromJson(tBefore).object();
     const QJsonObject tNew = QJsonDocument::fromJson(readFile(path("r.keys/record.json"))).object();
-    for (const QString& tMember : {q("keys"), q("versions"), q("root"), q("publishedTargets"),
+    for (const QString& tMember : {q("keys"), q("versions"), q("root"),
                                    q("targetsFile"), q("snapshotFile"), q("timestampExpires")}) {
         EXPECT_EQ(tNew[tMember], tOld[tMember]) << tMember.toStdString();
     }
+    EXPECT_EQ(tPublished(), tPackages);
     EXPECT_EQ(tNew[q("retiringRoots")].toArray().size(), 1) << "both keys have signed the timestamp";
     EXPECT_EQ(run("publish @r").mErr, "");
     EXPECT_EQ(followAsClient(), sOne + q(" b-1.0.0.0.tar.zst"));
