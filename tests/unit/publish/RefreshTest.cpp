@@ -184,8 +184,8 @@ TEST_F(RefreshTest, ALostRecordIsMadeAgainFromWhatIsSigned)
     EXPECT_EQ(tResult.mOut.count("Not in the record: targets/"), 2) << "c and its index: " << tResult.mOut;
     const QJsonObject tOld = QJsonDocument::fromJson(tBefore).object();
     const QJsonObject tNew = QJsonDocument::fromJson(readFile(path("r.keys/record.json"))).object();
-    for (const QString& tMember : {q("keys"), q("versions"), q("root"),
-                                   q("targetsFile"), q("snapshotFile"), q("timestampExpires")}) {
+    for (const QString& tMember :
+         {q("keys"), q("versions"), q("root"), q("targetsFile"), q("snapshotFile"), q("timestampExpires")}) {
         EXPECT_EQ(tNew[tMember], tOld[tMember]) << tMember.toStdString();
     }
     EXPECT_EQ(tPublished(), tPackages);
