@@ -109,7 +109,7 @@ Failure makeRepository(const CommandLine& pLine, KeyFolder* pKeys, const KeyOrde
     if (Failure tFailure = checkPlaces(pLine.repository(), pLine.keys())) {
         return tFailure;
     }
-    if (Failure tFailure = pKeys->checkUnused()) {
+    if (Failure tFailure = pKeys->checkEmpty()) {
         return tFailure;
     }
     // Before there is a folder that would stay if nobody gives one.

@@ -30,7 +30,7 @@ public:
     const QString& path() const { return mPath; }
 
     // A failure if there is something in the folder.
-    Failure checkUnused() const;
+    Failure checkEmpty() const;
     // Creates the folder, which must be new or empty, and locks it.
     Failure create();
     // Locks the folder against other publishers, and waits for them if need be. Then reads the record.

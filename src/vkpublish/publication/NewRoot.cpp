@@ -82,16 +82,21 @@ Failure adoptRoot(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& 
     return {};
 }
 
-Failure dropPublishedDrafts(KeyFolder* pKeys, bool pTargets)
+Failure dropPublishedDrafts(KeyFolder* pKeys)
 {
-    if (Failure tFailure = pTargets ? pKeys->dropDraft(tuf::sTargets) : Failure()) {
-        return tFailure;
-    }
+    const Record& tRecord = pKeys->mRecord;
     const Result<std::optional<Draft>> tRoot = pKeys->draft(tuf::sRoot);
-    if (!tRoot || !*tRoot) {
-        return tRoot.failure();
+    const Result<std::optional<Draft>> tTargets = pKeys->draft(tuf::sTargets);
+    if (!tRoot || !tTargets) {
+        return tRoot ? tTargets.failure() : tRoot.failure();
     }
-    return isPublished(pKeys->mRecord, **tRoot) ? pKeys->dropDraft(tuf::sRoot) : Failure();
+    const qint64 tVersion = tRecord.mPublishedTargetsFile.mMeta["version"_L1].toInteger();
+    if (*tTargets && (*tTargets)->toSigned().mVersion <= tVersion) {
+        if (Failure tFailure = pKeys->dropDraft(tuf::sTargets)) {
+            return tFailure;
+        }
+    }
+    return *tRoot && isPublished(tRecord, **tRoot) ? pKeys->dropDraft(tuf::sRoot) : Failure();
 }
 
 } // namespace tarn::vkpublish

@@ -23,7 +23,8 @@ Result<std::optional<Draft>> completeRoot(const KeyFolder& pKeys, const QDateTim
 Failure adoptRoot(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& pRepository,
                   const Draft& pRoot, const QDateTime& pNow, const QDateTime& pUntil);
 
-// Removes the draft of the root if it is the root of the record now, and that of the targets if pTargets.
-Failure dropPublishedDrafts(KeyFolder* pKeys, bool pTargets);
+// Removes the draft of the root if it is the root of the record now, and that of the targets if it or a later
+// list is published.
+Failure dropPublishedDrafts(KeyFolder* pKeys);
 
 } // namespace tarn::vkpublish

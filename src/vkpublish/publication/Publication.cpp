@@ -275,7 +275,7 @@ Failure Publication::publish(const PublicationTimes& pTimes)
     if (Failure tFailure = mKeys.save()) {
         return tFailure;
     }
-    return dropPublishedDrafts(&mKeys, tChanges->mTargets.isNew());
+    return dropPublishedDrafts(&mKeys);
 }
 
 // Signs the files that were dropped from the record, and the timestamp.

@@ -150,7 +150,7 @@ TEST_F(PassphraseTest, ComesFromAFileOrACredentialOrNothingChanges)
     for (const auto& [tVariables, tSays] : sCases) {
         const QByteArrayList tPublish{"publish", inFolder("r")};
         const QByteArrayList tRotate{"rotate-key", inFolder("r"), "root"};
-        for (const QByteArrayList& tCommand : tSays == nullptr ? QList{tPublish} : QList{tPublish, tRotate}) {
+        for (const QByteArrayList& tCommand : tSays == nullptr ? QList<QByteArrayList>{tPublish} : QList<QByteArrayList>{tPublish, tRotate}) {
             const auto tBefore = state();
             const Program::Result tResult = runWith(tVariables, tCommand);
             EXPECT_EQ(tResult.mStatus, tSays == nullptr ? 0 : 1) << tVariables.join(' ') << tResult.mErr;

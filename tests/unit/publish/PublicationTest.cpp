@@ -125,9 +125,13 @@ protected:
         const QDateTime tNow = QDateTime::currentDateTimeUtc();
         KeyFolder tKeys(pFileSystem, path("r.keys"));
         Publication tPublication(pFileSystem, path("r"), tKeys);
+        KeyOrder tOrder;
+        tOrder.mType = q("ed25519");
+        tOrder.mEncrypt = false;
+        const auto tKey = makeKey(tOrder, &tKeys.passphrases());
         QDateTime tUntil;
-        return !tKeys.open() &&
-               !rotateKey(&tKeys, &tPublication, pRole, q("ed25519"),
+        return tKey && !tKeys.open() &&
+               !rotateKey(&tKeys, &tPublication, pRole, *tKey,
                           {tNow, tNow.addDays(1), tNow.addDays(1)}, tNow.addDays(9), &tUntil);
     }
 };
