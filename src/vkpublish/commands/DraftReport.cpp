@@ -21,7 +21,8 @@ Result<QString> draftReport(const KeyFolder& pKeys, const Draft& pDraft, const C
         return tDraft + u"no signature is missing. Next: vkpublish publish %1"_s.arg(tRepository);
     }
     return tDraft + missingText(*tMissing) +
-           u". Next: vkpublish payload %1 %2 --output FILE, and then sign and add-signature"_s.arg(tRepository, pDraft.mRole);
+           u". Next: vkpublish payload %1 %2 --output FILE, and then sign and add-signature"_s.arg(
+               tRepository, pDraft.mRole);
 }
 
 bool isDraftRole(const QString& pRole)

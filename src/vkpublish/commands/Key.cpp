@@ -41,7 +41,7 @@ QString usage()
              "  --key-type <TYPE>  ed25519, ecdsa, ecdsa-p384 or rsa (add, make)\n"
              "  --no-passphrase    keep the new key unencrypted (add, make)\n"
              "  --public <FILE>    somebody's public key, instead of a new one (add)\n"
-             "  --sign-with <COMMAND>  a command signs with that key (add, signer)\n"
+             "  --sign-with <COMMAND>  a command signs with that key (add, signer, make)\n"
              "  --lost             the key can't sign any more, not even during the change (remove)\n"
              "  --root-days <DAYS> how long the new root is valid\n"_s;
     return tText + u"\n\"vkpublish key COMMAND --help\" explains a command."_s;

@@ -1,9 +1,9 @@
 #include "commands/KeyCommands.h"
 
 #include "CommandLine.h"
-#include "KeyOptions.h"
 #include "commands/DraftReport.h"
 #include "commands/NewKey.h"
+#include "KeyOptions.h"
 #include "keys/KeyFolder.h"
 #include "keys/Roles.h"
 #include "keys/SigningTime.h"

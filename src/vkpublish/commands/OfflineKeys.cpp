@@ -26,7 +26,8 @@ Result<QList<OfflineKey>> offlineKeys(const CommandLine& pLine, const QString& p
     }
     if (pLine.isSet("keys")) {
         const QDir tFolder(pLine.value("keys"));
-        for (const QString& tName : tFolder.entryList({pRole + "-*.pem"_L1, pRole + "-*.signer"_L1}, QDir::Files, QDir::Name)) {
+        for (const QString& tName :
+             tFolder.entryList({pRole + "-*.pem"_L1, pRole + "-*.signer"_L1}, QDir::Files, QDir::Name)) {
             tKeys.append({tFolder.absolutePath(), tName});
         }
         if (tKeys.isEmpty()) {

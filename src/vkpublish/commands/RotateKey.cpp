@@ -1,11 +1,11 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
-#include "KeyOptions.h"
 #include "commands/NewKey.h"
+#include "KeyOptions.h"
 #include "keys/Roles.h"
-#include "keys/SigningTime.h"
 #include "keys/RootDocument.h"
+#include "keys/SigningTime.h"
 #include "publication/Rotation.h"
 
 #include "os/FileSystem.h"

@@ -174,19 +174,20 @@ private:
             if (tPolls[2].revents != 0) {
                 write();
             }
-            // The end first: what was written before it is in the pipe then.
+            // The signals first: one that comes later wakes this up again.
+            while (const int tSignal = mSignals.take()) {
+                if (tSignal != SIGCHLD) {
+                    mEndedBy = tSignal;
+                    return u"was ended"_s;
+                }
+            }
+            // Then the end: what was written before it is in the pipe by now.
             const bool tHasEnded = hasEnded(CLD_EXITED);
             if (!read()) {
                 return u"writes more than a signature"_s;
             }
             if (tHasEnded) {
                 return QString();
-            }
-            while (const int tSignal = mSignals.take()) {
-                if (tSignal != SIGCHLD) {
-                    mEndedBy = tSignal;
-                    return u"was ended"_s;
-                }
             }
             if (hasEnded(CLD_STOPPED)) {
                 return u"was stopped"_s;

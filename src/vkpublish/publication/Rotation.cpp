@@ -11,8 +11,7 @@ namespace tarn::vkpublish {
 namespace {
 
 // Puts the new key into the draft of the root.
-Failure exchange(KeyFolder* pKeys, const QString& pRole, const KeyFile& pNew,
-                 const QDateTime& pRootExpires)
+Failure exchange(KeyFolder* pKeys, const QString& pRole, const KeyFile& pNew, const QDateTime& pRootExpires)
 {
     Result<RootDocument> tRoot = nextRoot(*pKeys);
     if (!tRoot) {

@@ -75,8 +75,6 @@ protected:
         EXPECT_EQ(tBroken.mErr.count("vkpublish: The command /"), 1) << tBroken.mErr;
         EXPECT_EQ(state(), tBefore);
     }
-
-    Program::Environment mEnvironment;
 };
 
 TEST_F(SignersTest, AreTokens)
@@ -156,6 +154,30 @@ TEST_F(SignersTest, TakeOverAKeyThatARoleHas)
     const Program::Result tDone = tSet(tId, "usb.pem");
     ASSERT_EQ(tDone.mStatus, 0) << tDone.mErr;
     succeed("rotate-key @r timestamp --no-passphrase");
+    EXPECT_TRUE(files("r/metadata").contains(q("2.root.json")));
+    EXPECT_EQ(followAsClient(), QString());
+}
+
+TEST_F(SignersTest, SignOnAMachineWithoutTheRepository)
+{
+    ASSERT_EQ(call("/usr/bin/openssl genpkey -algorithm ed25519 -out @a").mStatus, 0);
+    write("public.pem", call("/usr/bin/openssl pkey -pubout -in @a").mOut);
+    const auto tMake = [this](const char* pFile) {
+        return Program(q(VKPUBLISH),
+                       {"key", "make", at(pFile), "--public", at("public.pem"), "--sign-with",
+                        SIGNERS "/sign-with-openssl " + at("a")},
+                       mEnvironment)
+            .wait();
+    };
+    EXPECT_EQ(tMake("alice.pem").mStatus, 2);
+    const Program::Result tMade = tMake("alice.signer");
+    ASSERT_EQ(tMade.mStatus, 0) << tMade.mErr;
+    succeed("key add @r root --public @alice.signer.pub");
+    succeed("key threshold @r root 2");
+    succeed("payload @r root --output @payload");
+    succeed("sign @payload --key @alice.signer --output @signature --yes");
+    succeed("add-signature @r root @signature");
+    succeed("publish @r");
     EXPECT_TRUE(files("r/metadata").contains(q("2.root.json")));
     EXPECT_EQ(followAsClient(), QString());
 }

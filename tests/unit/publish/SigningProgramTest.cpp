@@ -60,6 +60,13 @@ TEST(SigningProgramTest, TakesOneSignatureOrOneReason)
               q("The command no-such-program can't be started: No such file or directory"));
 }
 
+TEST(SigningProgramTest, NoEndIsMissed)
+{
+    for (int i = 0; i < 300; ++i) {
+        ASSERT_TRUE(runSigningProgram({"cat"}, "message", {5})) << i;
+    }
+}
+
 TEST(SigningProgramTest, TransfersBothWaysAtOnce)
 {
     const QByteArray tMuch(20'000'000, 'm');
