@@ -66,7 +66,7 @@ Failure KeyFolder::checkPrivate(const QString& pPath) const
     return {};
 }
 
-Failure KeyFolder::checkUnused() const
+Failure KeyFolder::checkEmpty() const
 {
     QStringList tNames =
         QDir(mPath).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
@@ -83,7 +83,7 @@ Failure KeyFolder::create()
         (mFileSystem.makeDir(QFile::encodeName(mPath), sFolderMode) != 0 && errno != EEXIST)) {
         return Failure::fromErrno(errno, u"create the key folder %1"_s.arg(mPath));
     }
-    if (Failure tFailure = checkUnused()) {
+    if (Failure tFailure = checkEmpty()) {
         return tFailure;
     }
     if (Failure tFailure = checkPrivate(mPath)) {
@@ -92,7 +92,7 @@ Failure KeyFolder::create()
     if (Failure tFailure = mLock.take(mPath, mPatience)) {
         return tFailure;
     }
-    return checkUnused(); // whoever had the lock may have filled it
+    return checkEmpty(); // whoever had the lock may have filled it
 }
 
 Failure KeyFolder::openLocked()
