@@ -54,7 +54,7 @@ class Ceremony(unittest.TestCase):
                 self.assertEqual((done.returncode, done.stderr), (0, ""), command)
                 return done.stdout.replace(repository, "/srv/updates")
 
-            os.makedirs(os.path.join(folder, "publisher/build"))
+            os.makedirs(os.path.join(folder, "publisher/build/data"))
             call("publisher", "vkpublish init /srv/updates")
             call("publisher", "vkpublish add /srv/updates build --name viewer --version 1.0 && vkpublish publish /srv/updates")
             first = re.search(r"root-([0-9a-f]{8})", call("publisher", "ls /srv/updates.keys")).group(1)

@@ -130,7 +130,8 @@ Failure checkFit(const KeyFolder& pKeys, const Draft& pDraft, const TargetList& 
             u"The draft of the %1 no longer fits, because a version after it was published: %2"_s.arg(
                 pDraft.mRole, tNext));
     }
-    if (!tIsRoot && TargetList(QJsonDocument::fromJson(pDraft.mPayload)["targets"_L1].toObject()) != pOffered) {
+    if (!tIsRoot &&
+        TargetList(QJsonDocument::fromJson(pDraft.mPayload)["targets"_L1].toObject()) != pOffered) {
         return Failure::content(u"The draft of the targets no longer fits, because packages were added, "
                                 u"removed or changed since: "
                                 "%1"_s.arg(tNext));

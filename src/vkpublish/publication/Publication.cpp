@@ -31,7 +31,7 @@ constexpr qint64 sMaxMetadata = 16 * 1024 * 1024;
 
 // Sets what metadata says about a new file.
 Failure take(const Result<QByteArray>& pFile, const QString& pRole, qint64 pVersion,
-             const QDateTime& pExpires, SignedFile* pTo)
+             const QDateTime& pExpires, NewMetadataFile* pTo)
 {
     if (!pFile) {
         return pFile.failure();
@@ -109,7 +109,7 @@ Failure Publication::write(const QString& pPath, const QByteArray& pFile)
     return os::replaceFile(mFileSystem, pPath, pFile, sFileMode);
 }
 
-Failure Publication::writeVersioned(const QString& pRole, const SignedFile& pFile, PublishedFile* pTo)
+Failure Publication::writeVersioned(const QString& pRole, const NewMetadataFile& pFile, PublishedFile* pTo)
 {
     if (pFile.mBytes.isEmpty()) {
         return {};
@@ -208,7 +208,7 @@ Result<Publication::Changes> Publication::decide(const PublicationTimes& pTimes)
 }
 
 // Sets the versions of what will be signed, and drops the old files, in the record.
-Failure Publication::begin(const Changes& pChanges, const QDateTime& pNow, SignedFiles* pTo)
+Failure Publication::begin(const Changes& pChanges, const QDateTime& pNow, NewMetadata* pTo)
 {
     Record& tRecord = mKeys.mRecord;
     if (pChanges.mTargets.isNew()) {
@@ -248,7 +248,7 @@ Failure Publication::publish(const PublicationTimes& pTimes)
     if (!tSigners) {
         return tSigners.failure();
     }
-    SignedFiles tFiles;
+    NewMetadata tFiles;
     if (Failure tFailure = begin(*tChanges, pTimes.mNow, &tFiles)) {
         return tFailure;
     }
@@ -280,7 +280,7 @@ Failure Publication::publish(const PublicationTimes& pTimes)
 
 // Signs the files that were dropped from the record, and the timestamp.
 Failure Publication::signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners,
-                               SignedFiles* pTo) const
+                               NewMetadata* pTo) const
 {
     const Record& tRecord = mKeys.mRecord;
     const qint64 tTargetsVersion = tRecord.mVersions[tuf::sTargets];
@@ -314,7 +314,7 @@ Failure Publication::signFiles(const PublicationTimes& pTimes, const RoleSigners
     return tTimestamp.failure();
 }
 
-Failure Publication::writeFiles(const SignedFiles& pFiles)
+Failure Publication::writeFiles(const NewMetadata& pFiles)
 {
     Record& tRecord = mKeys.mRecord;
     if (Failure tFailure = writeVersioned(tuf::sTargets, pFiles.mTargets, &tRecord.mPublishedTargetsFile)) {

@@ -22,16 +22,16 @@ struct PublicationTimes
 };
 
 // A metadata file of one version, signed and not written yet; without bytes if it is published already.
-struct SignedFile
+struct NewMetadataFile
 {
     QByteArray mBytes;
     PublishedFile mPublished;
 };
 
-struct SignedFiles
+struct NewMetadata
 {
-    SignedFile mTargets;
-    SignedFile mSnapshot;
+    NewMetadataFile mTargets;
+    NewMetadataFile mSnapshot;
     QByteArray mTimestamp;
 };
 
@@ -77,17 +77,17 @@ private:
 
     Failure publish(const PublicationTimes& pTimes);
     Result<Changes> decide(const PublicationTimes& pTimes);
-    Failure begin(const Changes& pChanges, const QDateTime& pNow, SignedFiles* pTo);
+    Failure begin(const Changes& pChanges, const QDateTime& pNow, NewMetadata* pTo);
     bool isRootWritten() const;
     Failure checkRootExpiry(const QDateTime& pNow) const;
-    Failure signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners, SignedFiles* pTo) const;
-    Failure writeFiles(const SignedFiles& pFiles);
+    Failure signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners, NewMetadata* pTo) const;
+    Failure writeFiles(const NewMetadata& pFiles);
     void noteWithdrawn();
     void noteUnreferenced(const QDateTime& pNow);
     QSet<QString> referencedFiles() const;
     bool isUsable(const QString& pRole, const PublishedFile& pFile, const QDateTime& pNow) const;
     Failure write(const QString& pPath, const QByteArray& pFile);
-    Failure writeVersioned(const QString& pRole, const SignedFile& pFile, PublishedFile* pTo);
+    Failure writeVersioned(const QString& pRole, const NewMetadataFile& pFile, PublishedFile* pTo);
     Failure writeRoot();
 
     os::FileSystem& mFileSystem;

@@ -64,7 +64,8 @@ TEST_F(PackageListsTest, AreAsBeforeOrAsAfterAChangeThatIsStoppedAnywhere)
         ASSERT_FALSE(tKeys.save());
     }
     ASSERT_FALSE(act(tarn::os::realFileSystem(), &addOne));
-    const QByteArray tLog = "r.keys/packages/" + files("r.keys/packages").filter(q("changes")).last().toUtf8();
+    const QByteArray tLog =
+        "r.keys/packages/" + files("r.keys/packages").filter(q("changes")).last().toUtf8();
     copy("r.keys", "new.keys");
     write(tLog.constData(), readFile(path(tLog.constData())) + "0123456789 b-2 {\"len");
     copy("r.keys", "torn.keys");
@@ -82,8 +83,9 @@ TEST_F(PackageListsTest, AreAsBeforeOrAsAfterAChangeThatIsStoppedAnywhere)
         bool tFailed = true;
         for (int i = 2; tFailed; ++i) {
             const bool tForGood = i % 2 == 0;
-            SCOPED_TRACE(testing::Message() << tFolder << (tAction == &addOne ? " addition" : " publication")
-                                            << ", operation " << i / 2 << (tForGood ? " and all behind it" : ""));
+            SCOPED_TRACE(testing::Message()
+                         << tFolder << (tAction == &addOne ? " addition" : " publication") << ", operation "
+                         << i / 2 << (tForGood ? " and all behind it" : ""));
             copy(tFolder, "r.keys");
             FaultyFileSystem tFileSystem;
             tFileSystem.mForGood = tForGood;
@@ -109,9 +111,9 @@ TEST_F(PackageListsTest, AReaderSeesNoStateInBetween)
         QList<qint64> tVersions;
         tFileSystem.mObserver = [&](int, const QByteArray&) {
             const State tSeen = state();
-            const qint64 tLength = std::get<1>(tSeen)[q("a")]["length"_L1].toInteger();
+            const qint64 tLength = std::get<1>(tSeen)[q("a")][q("length")].toInteger();
             EXPECT_EQ(std::get<3>(tSeen)[q("targets")], tLength);
-            EXPECT_EQ(std::get<0>(tSeen)[q("a")]["length"_L1].toInteger(), tLength);
+            EXPECT_EQ(std::get<0>(tSeen)[q("a")][q("length")].toInteger(), tLength);
         };
         KeyFolder tKeys(tFileSystem, path("r.keys"));
         ASSERT_FALSE(tKeys.open());
