@@ -73,7 +73,7 @@ TEST_F(RefreshTest, NeedsTwoKeysAndNoPackages)
         {"refresh @r --keys @night --expires-days 27", false, 3, 1},
         {"refresh @r --keys @night --expires-days 60", true, 4, 2},
         {"refresh @r --keys @night --expires-days 60", false, 5, 2},
-        {"refresh @r", true, 6, 3}, // the publisher's own folder knows less
+        {"refresh @r", false, 6, 2}, // the publisher's own folder knows less
     };
     for (const auto& tCase : sCases) {
         SCOPED_TRACE(tCase.mCommand);
@@ -184,8 +184,8 @@ TEST_F(RefreshTest, ALostRecordIsMadeAgainFromWhatIsSigned)
     EXPECT_EQ(tResult.mOut.count("Not in the record: targets/"), 2) << "c and its index: " << tResult.mOut;
     const QJsonObject tOld = QJsonDocument::fromJson(tBefore).object();
     const QJsonObject tNew = QJsonDocument::fromJson(readFile(path("r.keys/record.json"))).object();
-    for (const QString& tMember : {q("keys"), q("versions"), q("root"),
-                                   q("targetsFile"), q("snapshotFile"), q("timestampExpires")}) {
+    for (const QString& tMember :
+         {q("keys"), q("versions"), q("root"), q("targetsFile"), q("snapshotFile"), q("timestampExpires")}) {
         EXPECT_EQ(tNew[tMember], tOld[tMember]) << tMember.toStdString();
     }
     EXPECT_EQ(tPublished(), tPackages);
@@ -257,7 +257,8 @@ TEST_F(RefreshTest, TheSameInputMakesTheSameRepository)
     for (const char* tName : {"r", "twin"}) {
         for (const char* tVersion : {"2", "3"}) {
             write("f/data", readFile(q(VKPUBLISH)).first(300000) + tVersion);
-            succeed(QByteArray("add @NAME @f --name a --version ").replace("NAME", tName) + tVersion);
+            succeed(QByteArray("add @NAME @f --level 1 --name a --version ").replace("NAME", tName) +
+                    tVersion);
             succeed(QByteArray("publish @NAME --phase-days 3").replace("NAME", tName));
         }
         succeed(QByteArray("refresh @NAME --expires-days 90").replace("NAME", tName));
@@ -270,7 +271,7 @@ TEST_F(RefreshTest, TheSameInputMakesTheSameRepository)
             EXPECT_EQ(readFile(path("r") + tBelow), readFile(path("twin") + tBelow)) << tName.toStdString();
         }
     }
-    EXPECT_GT(files("r/targets").filter(q(".delta")).size(), 1);
+    EXPECT_FALSE(files("r/targets").filter(q(".delta")).isEmpty());
     EXPECT_EQ(run("verify @r").mStatus, 0);
 }
 
