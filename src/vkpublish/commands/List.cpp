@@ -33,6 +33,15 @@ QString deltas(const PackageInfo& pInfo)
                                      : u"%1, %2"_s.arg(tCount, QLocale::c().formattedDataSize(tBytes));
 }
 
+QString attachments(const PackageInfo& pInfo)
+{
+    QStringList tWords;
+    for (const packages::Attachment& tAttachment : pInfo.mAttachments) {
+        tWords.append(formOf(tAttachment.mKind).mWord);
+    }
+    return tWords.isEmpty() ? u"-"_s : tWords.join(u", "_s);
+}
+
 QStringList row(const QJsonObject& pTarget, const QString& pState)
 {
     const PackageInfo tInfo = infoOf(pTarget).value_or(PackageInfo());
@@ -45,6 +54,7 @@ QStringList row(const QJsonObject& pTarget, const QString& pState)
             tInfo.mLanguage.isEmpty() ? u"-"_s : tInfo.mLanguage,
             QLocale::c().formattedDataSize(pTarget["length"_L1].toInteger()),
             deltas(tInfo),
+            attachments(tInfo),
             tRelease.isEmpty() ? u"-"_s : tRelease,
             pState};
 }
@@ -96,8 +106,8 @@ int cmdList(const QStringList& pArguments)
         complain(tFailure.mText);
         return StatusFailed;
     }
-    const QStringList tHead{u"NAME"_s, u"VERSION"_s, u"DATE"_s,    u"KIND"_s, u"LANGUAGE"_s,
-                            u"SIZE"_s, u"DELTAS"_s,  u"RELEASE"_s, u"STATE"_s};
+    const QStringList tHead{u"NAME"_s, u"VERSION"_s, u"DATE"_s,     u"KIND"_s,    u"LANGUAGE"_s,
+                            u"SIZE"_s, u"DELTAS"_s,  u"ATTACHED"_s, u"RELEASE"_s, u"STATE"_s};
     print(QList<QStringList>{tHead} + rows(tKeys.mRecord));
     say(tKeys.mRecord.mTimestampExpires.isValid()
             ? u"Valid until %1"_s.arg(tKeys.mRecord.mTimestampExpires.toString(Qt::ISODate))

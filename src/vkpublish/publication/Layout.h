@@ -28,7 +28,7 @@ struct FileAt
     tuf::Hash mHash;
 };
 
-// The index and the deltas that the target names.
+// The index, the deltas and the attachments that the target names.
 QList<FileAt> sideFiles(const QString& pRepository, const QJsonObject& pTarget);
 // What the target describes; none if it is no package.
 std::optional<packages::PackageInfo> infoOf(const QJsonObject& pTarget);
