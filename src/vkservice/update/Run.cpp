@@ -118,6 +118,7 @@ RunResult Run::run()
     if (!tBest) {
         return allServersFailed();
     }
+    mPendingFixes = update::pendingFixes(tBest->mPlan, mWorkplace.installed());
     if (!tBest->mPlan.mPackages.isEmpty() || mWorkplace.needsNewGeneration()) {
         if (const Failure tFailure = installPackages(&tBest)) {
             return failed(tFailure);
@@ -489,6 +490,7 @@ RunResult Run::prepared(const Attempt& pAttempt) const
 RunResult Run::finish(Attempt* pAttempt)
 {
     const Plan& tPlan = pAttempt->mPlan;
+    mPendingFixes = update::pendingFixes(tPlan, mWorkplace.installed());
     for (const PlannedPackage& tPackage : tPlan.mPackages) {
         if (tPackage.mFailure) {
             mReporter.error(u"The package %1 could not be updated."_s.arg(tPackage.name()),

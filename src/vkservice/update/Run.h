@@ -36,6 +36,7 @@ public:
     // After run().
     RunTraffic traffic() const { return {mDownloads.received(), mInstalledBytes}; }
     QStringList unusableServers() const;
+    std::optional<QList<vkcore::protocol::PackageVersion>> pendingFixes() const { return mPendingFixes; }
 
 private:
     // The result of one server for this machine.
@@ -95,6 +96,7 @@ private:
     Trial mTrial;
     QList<packages::InstalledPackage> mLostIndexes; // of these the index is missing or damaged
     std::vector<ServerTrouble> mServerTroubles;
+    std::optional<QList<vkcore::protocol::PackageVersion>> mPendingFixes;
     qint64 mInstalledBytes = 0; // of archives
 };
 
