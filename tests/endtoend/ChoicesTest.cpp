@@ -104,7 +104,7 @@ TEST_F(ChoicesTest, AMachineTakesFixesAloneAndTellsWhatTheyAreAbout)
     mMachine.add("library", "1.0");
     offer("1.3", {"--requires", "library", "--report", "en=News"});
     vkctl({"hold", "viewer"}, "viewer");
-    update("No updates are available; 3 packages are held or are no security updates.", "1.0");
+    update("No updates are available; 4 packages are held or are no security updates.", "1.0");
     vkctl({"status"}, "Security updates that are not installed: viewer 1.3.0.0\n");
     vkctl({"status"}, "  viewer 1.3.0.0: a security update, held\n");
     vkctl({"packages"}, "not verified yet, lacks the security update 1.3.0.0");
