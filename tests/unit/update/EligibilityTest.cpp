@@ -298,7 +298,8 @@ TEST(EligibilityTest, AFixReachesAPackageThatNothingElseAsksFor)
 {
     Offer tMaps = offer(q("maps"), 1);
     tMaps.mInfo.mLanguage = q("en");
-    const Manifest tInstalled{.mPackages = {installed(offer(q("app"), 1, {q("maps")})), installed(tMaps)}};
+    Manifest tInstalled;
+    tInstalled.mPackages = {installed(offer(q("app"), 1, {q("maps")})), installed(tMaps)};
     QList<Offer> tOffers{offer(q("app"), 2, {q("maps")}), tMaps, tMaps};
     for (const int tVersion : {2, 3}) {
         tOffers[tVersion - 1] = offer(q("maps"), tVersion);
@@ -312,7 +313,8 @@ TEST(EligibilityTest, AFixReachesAPackageThatNothingElseAsksFor)
     EXPECT_EQ(tPlan.mPackages[0].mOffer.hash(), tOffers[2].hash()) << "the newest, also if it is ordinary";
     EXPECT_EQ(shown(tPlan).last(), q("app|2.0.0.0|ordinary||"));
     EXPECT_EQ(pendingFixes(tPlan, tInstalled).size(), 1);
-    EXPECT_EQ(pendingFixes(tPlan, {.mPackages = {installed(tOffers[1])}}).size(), 0);
+    tInstalled.mPackages = {installed(tOffers[1])};
+    EXPECT_EQ(pendingFixes(tPlan, tInstalled).size(), 0);
     EXPECT_EQ(makePlan(tOffers, {}, sFolders, {q("de"), q("de")}, {}, tChoices, sNow).mPackages.size(), 2)
         << "a new machine takes everything";
 }

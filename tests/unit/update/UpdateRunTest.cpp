@@ -1,3 +1,4 @@
+#include "tuf/Hashes.h"
 #include "UpdateFixture.h"
 
 #include <QtCore/QProcess>
