@@ -317,6 +317,10 @@
 <context>
     <name>tarn::vkctl::Report</name>
     <message>
+        <source>%1, lacks the security update %2</source>
+        <translation>%1, die Sicherheitsaktualisierung %2 fehlt</translation>
+    </message>
+    <message>
         <source>sound</source>
         <translation>unversehrt</translation>
     </message>
@@ -439,6 +443,22 @@
 </context>
 <context>
     <name>tarn::vkctl::StatusSection</name>
+    <message>
+        <source>no security update</source>
+        <translation>keine Sicherheitsaktualisierung</translation>
+    </message>
+    <message>
+        <source>a security update, </source>
+        <translation>eine Sicherheitsaktualisierung, </translation>
+    </message>
+    <message>
+        <source>Updates install: security updates alone</source>
+        <translation>Aktualisierungen installieren: nur Sicherheitsaktualisierungen</translation>
+    </message>
+    <message>
+        <source>Security updates that are not installed: %1</source>
+        <translation>Sicherheitsaktualisierungen, die nicht installiert sind: %1</translation>
+    </message>
     <message>
         <source>held until %1</source>
         <translation>festgehalten bis %1</translation>

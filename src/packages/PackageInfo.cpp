@@ -137,6 +137,23 @@ QList<DeltaFile> readDeltas(JsonReader* pReader)
     return tDeltas;
 }
 
+// Of the kinds that are known here.
+QList<Attachment> readAttachments(JsonReader* pReader)
+{
+    QList<Attachment> tAttachments;
+    if (pReader->has("attachments")) {
+        JsonReader tMembers = pReader->object("attachments");
+        for (const AttachmentForm& tForm : sAttachmentForms) {
+            if (tMembers.has(tForm.mWord.data())) {
+                JsonReader tFile = tMembers.object(tForm.mWord.data());
+                tAttachments.append({.mKind = tForm.mKind, .mFile = readSideFile(&tFile)});
+                require(&tFile, tAttachments.last().mFile.mLength <= tForm.mMaxLength, "length");
+            }
+        }
+    }
+    return tAttachments;
+}
+
 QJsonObject toJson(const tuf::Hash& pHash, qint64 pLength)
 {
     return {{u"length"_s, pLength}, {u"sha256"_s, QString::fromLatin1(pHash.toHex())}};
@@ -166,7 +183,11 @@ void readInfo(JsonReader* pReader, PackageInfo* pTo)
     pTo->mInstalledSize = pReader->has("installedSize") ? pReader->integer("installedSize", 0) : 0;
     pTo->mIndex = readIndex(pReader);
     pTo->mDeltas = readDeltas(pReader);
+    pTo->mAttachments = readAttachments(pReader);
     pTo->mRelease = readRelease(pReader);
+    require(pReader,
+            !pTo->mRelease.mSecuritySince || *pTo->mRelease.mSecuritySince <= pTo->mVersion.version(),
+            "security");
 }
 
 } // namespace
@@ -175,6 +196,14 @@ bool isPackageName(const QString& pText)
 {
     static const QRegularExpression sFormat(u"\\A[a-z0-9][a-z0-9._+-]{0,99}\\z"_s);
     return sFormat.match(pText).hasMatch();
+}
+
+const Attachment* PackageInfo::attachment(AttachmentKind pKind) const
+{
+    const auto tFound =
+        std::find_if(mAttachments.begin(), mAttachments.end(),
+                     [pKind](const Attachment& pAttachment) { return pAttachment.mKind == pKind; });
+    return tFound == mAttachments.end() ? nullptr : &*tFound;
 }
 
 QJsonObject PackageInfo::toJson() const
@@ -213,6 +242,14 @@ QJsonObject PackageInfo::toJson() const
             tDeltas.append(packages::toJson(tDelta.mFile, "from"_L1, tDelta.mFrom));
         }
         tObject.insert(u"deltas"_s, tDeltas);
+    }
+    if (!mAttachments.isEmpty()) {
+        QJsonObject tAttachments;
+        for (const Attachment& tAttachment : mAttachments) {
+            tAttachments.insert(formOf(tAttachment.mKind).mWord,
+                                packages::toJson(tAttachment.mFile.mHash, tAttachment.mFile.mLength));
+        }
+        tObject.insert(u"attachments"_s, tAttachments);
     }
     write(mRelease, &tObject);
     return mRelease.isRestricted() ? QJsonObject{{u"name"_s, mName}, {u"package"_s, tObject}} : tObject;

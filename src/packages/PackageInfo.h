@@ -1,5 +1,6 @@
 #pragma once
 
+#include "packages/Attachment.h"
 #include "packages/Release.h"
 #include "packages/TreeFiles.h"
 
@@ -36,8 +37,10 @@ struct PackageInfo
     qint64 mInstalledSize = 0;       // bytes
     std::optional<IndexFile> mIndex; // none: the package can only be unpacked as a whole
     QList<DeltaFile> mDeltas;        // at most 16
+    QList<Attachment> mAttachments;  // in the order of their kinds, one of each at most
     Release mRelease;
 
+    const Attachment* attachment(AttachmentKind pKind) const;
     // A restricted package is described in the member "package" of an object that has only its name beside
     // it: what does not know restrictions finds no package there, and the name belongs to its role
     // nevertheless.

@@ -52,6 +52,9 @@ void write(const Release& pRelease, QJsonObject* pTo)
     if (pRelease.mIsCritical) {
         pTo->insert(u"critical"_s, true);
     }
+    if (pRelease.mSecuritySince) {
+        pTo->insert(u"security"_s, pRelease.mSecuritySince->toString());
+    }
     if (pRelease.mHalted) {
         pTo->insert(u"halted"_s, dateText(*pRelease.mHalted));
     }
@@ -70,6 +73,11 @@ Release readRelease(JsonReader* pReader)
         pReader->require(isChannel(tRelease.mChannel), "channel", u"is not valid"_s);
     }
     tRelease.mIsCritical = pReader->has("critical") && pReader->boolean("critical");
+    if (pReader->has("security")) {
+        bool tIsVersion = false;
+        tRelease.mSecuritySince = vkcore::Version::fromString(pReader->text("security"), &tIsVersion);
+        pReader->require(tIsVersion, "security", u"is not a version"_s);
+    }
     if (pReader->has("halted")) {
         tRelease.mHalted = readDate(pReader, "halted");
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vkcore/Version.h>
+
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonObject>
 #include <QtCore/QString>
@@ -29,13 +31,19 @@ struct Phase
 // For which machines a package is, and when; part of the publisher's description.
 struct Release
 {
-    QString mChannel;                 // isChannel; empty: stable
-    bool mIsCritical = false;         // waits for no phase
+    QString mChannel;         // isChannel; empty: stable
+    bool mIsCritical = false; // waits for no phase
+    // The first version that has the last security fix: older ones have the flaw. None: it fixes no flaw.
+    std::optional<vkcore::Version> mSecuritySince;
     std::optional<QDateTime> mHalted; // since when the publisher wants no further machine to install it
     std::optional<Phase> mPhase;
 
     // A version of the service that knows nothing of channels and halts must not install such a package.
     bool isRestricted() const { return !mChannel.isEmpty() || mHalted; }
+    bool isFixFor(const vkcore::Version& pInstalled) const
+    {
+        return mSecuritySince && pInstalled < *mSecuritySince;
+    }
     bool operator==(const Release&) const = default;
 };
 

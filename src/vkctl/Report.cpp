@@ -69,6 +69,7 @@ Report::Report(const PackageEntries& pPackages, const VerificationState& pVerifi
         }
         tPackage.mTitle = singleLine(tPackage.mTitle.value_or(QString()));
         tPackage.mLanguage = singleLine(tPackage.mLanguage.value_or(QString()));
+        tPackage.mPendingFix = singleLine(tPackage.mPendingFix.value_or(QString()));
         for (DamageEntry& tDamage : tPackage.mDamage) {
             tDamage = {singleLine(tDamage.mPath), singleLine(tDamage.mProblem), std::nullopt};
         }
@@ -152,9 +153,12 @@ QString Report::table() const
     for (const PackageEntry& tPackage : mPackages.mPackages) {
         const QDateTime tInstalled = tPackage.mInstalled.value_or(QDateTime());
         const QString tLanguage = tPackage.mLanguage.value_or(QString());
+        const QString tFix = tPackage.mPendingFix.value_or(QString());
+        const QString tState = stateText(tPackage.mState);
         tRows.append({tPackage.mName, tPackage.mVersion, tLanguage.isEmpty() ? u"-"_s : tLanguage,
                       tPackage.mSize ? bytesText(*tPackage.mSize) : u"-"_s,
-                      tInstalled.isValid() ? dateText(tInstalled) : u"-"_s, stateText(tPackage.mState),
+                      tInstalled.isValid() ? dateText(tInstalled) : u"-"_s,
+                      tFix.isEmpty() ? tState : tr("%1, lacks the security update %2").arg(tState, tFix),
                       tPackage.mTitle.value_or(QString())});
     }
     return inColumns(tRows);

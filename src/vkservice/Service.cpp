@@ -68,7 +68,7 @@ Service::Service(ServiceApplication& pApp, const Options& pOptions)
       mScheduledRuns({mSettings, mVariables, mUpdates, mStoreCare, pApp}),
       mSchedule({mSettings, mVariables, mUpdates, mScheduledRuns, mStoreCare, pApp}),
       mMail({mStore, mSettings, mVariables, mUpdates, mSchedule, pApp}),
-      mView(os::realFileSystem(), {mSettings, mUpdates, mVerifications, mSchedule, pApp}),
+      mView(os::realFileSystem(), {mSettings, mVariables, mUpdates, mVerifications, mSchedule, pApp}),
       mRunNotes(mUpdates, mView, pApp),
       mMetrics(os::realFileSystem(), {mVariables, {mSettings, mVerifications, mView}, pApp}),
       mEvents(mSockets, mUpdates, mVerifications, pApp),

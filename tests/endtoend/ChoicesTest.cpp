@@ -76,3 +76,53 @@ TEST_F(ChoicesTest, AMachineTakesWhatItsAdministratorAndItsPublisherLet)
     mMachine.installation().publish({"halt", "viewer", "--lift"});
     update("1 package was updated.", "4.0"); // by hand
 }
+
+TEST_F(ChoicesTest, AMachineTakesFixesAloneAndTellsWhatTheyAreAbout)
+{
+    mMachine.installation().writeFile(q("advisory"), "CVE-2026-1: reads\nbehind its end\n");
+    const QByteArray tAdvisory = "advisory=" + mMachine.path("advisory").toUtf8();
+    const auto tSet = [this](const QByteArray& pValue) {
+        return mMachine.rkm({"update-settings", "--config-var=update.only:" + pValue}).mStatus;
+    };
+    ASSERT_EQ(tSet("security"), 0);
+    EXPECT_EQ(tSet("fixes"), 1);
+    mMachine.add("charts", "1.0");
+    offer("1.0");
+    const auto tFirst = mMachine.rkm({"update"});
+    EXPECT_TRUE(tFirst.mOut.endsWith("Update finished: 2 packages were updated.\n")) << "a new machine";
+
+    mMachine.add("charts", "1.1");
+    mMachine.add("tool", "1.0", {"--security"});
+    offer("1.1");
+    update("No updates are available; 3 packages are no security updates.", "1.0");
+    vkctl({"status"}, "Updates install: security updates alone\n");
+    vkctl({"status"}, "  viewer 1.1.0.0: no security update\n");
+
+    // The version with the fix is gone before the machine sees it.
+    offer("1.2", {"--security", "--attach", tAdvisory});
+    mMachine.installation().publish({"remove", "viewer", "--version", "1.2"});
+    mMachine.add("library", "1.0");
+    offer("1.3", {"--requires", "library", "--report", "en=News"});
+    vkctl({"hold", "viewer"}, "viewer");
+    update("No updates are available; 4 packages are held or are no security updates.", "1.0");
+    vkctl({"status"}, "Security updates that are not installed: viewer 1.3.0.0\n");
+    vkctl({"status"}, "  viewer 1.3.0.0: a security update, held\n");
+    vkctl({"packages"}, "not verified yet, lacks the security update 1.3.0.0");
+    vkctl({"unhold", "viewer"}, "Held packages: 0\n");
+    update("2 packages were updated. 2 packages are no security updates.", "1.3");
+    EXPECT_EQ(mMachine.installedVersion("library"), q("1.0"));
+    EXPECT_EQ(mMachine.installedVersion("charts"), q("1.0"));
+    EXPECT_FALSE(mMachine.installation()
+                     .start({"status"}, Program::Console::Pipes, "vkctl")
+                     ->wait()
+                     .mOut.contains("Security updates"));
+    const auto tLog = mMachine.rkm({"install-log", "--all"});
+    EXPECT_TRUE(tLog.mOut.contains("Install report: News\nAdvisory: CVE-2026-1: reads\nbehind its end\n"))
+        << tLog.mOut;
+    vkctl({"history", "--json"}, "\"report\":\"News Advisory: CVE-2026-1: reads behind its end\"");
+
+    offer("1.4");
+    update("No updates are available; 3 packages are no security updates.", "1.3");
+    ASSERT_EQ(tSet("all"), 0);
+    update("3 packages were updated.", "1.4");
+}

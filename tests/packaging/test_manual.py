@@ -108,7 +108,7 @@ class Manual(unittest.TestCase):
                 elif kind == "yesNo":
                     self.assertIn(".Ql yes", text)
                     self.assertIn("Default: " + {"true": "yes", "false": "no"}[values], text)
-                elif kind == "word":
+                elif kind in ("word", "strictWord"):
                     body = re.search(r"QStringList " + values.replace("()", "") + r"\(\)\n{(.*?)\n}", source, re.S).group(1)
                     words = re.findall(r'"(\w+)"', body)
                     self.assertIn(f".Ql {words[0]} (the default)", text)

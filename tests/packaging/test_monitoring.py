@@ -145,6 +145,8 @@ class Monitoring(unittest.TestCase):
                  ({"vkservice_last_run_result_code": 9}, ["UpdateNeedsPerson"]),
                  ({'vkservice_packages_left_out{reason="refused"}': 2}, ["PackagesRefused"]),
                  ({'vkservice_packages_left_out{reason="held"}': 2}, []),
+                 ({"vkservice_security_pending": 1}, ["SecurityUpdatePending"]),
+                 ({"vkservice_security_pending": "0x1000 1x440"}, []),
                  ({"vkservice_packages_damaged": 1}, ["PackagesDamaged"]),
                  ({"vkservice_metadata_expiry_timestamp_seconds": 3 * DAY}, ["MetadataExpiring"]),
                  ({"vkservice_metrics_timestamp_seconds": DAY - 3700}, ["ServiceSilent"]))

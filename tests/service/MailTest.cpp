@@ -113,10 +113,11 @@ TEST_F(MailTest, MailThatAKillKeptFromBeingQueuedComesOnce)
         ASSERT_TRUE(tStore.execute("DROP TRIGGER mail; DROP TRIGGER IF EXISTS record"));
         tStore.close();
         ASSERT_NO_FATAL_FAILURE(mRig.start());
-        EXPECT_TRUE(mail(tRecorded ? 1 : 2)
-                        .contains(q("Schl\xc3\xa4"
-                                    "fer")))
+        const QString tMail = mail(tRecorded ? 1 : 2);
+        EXPECT_TRUE(tMail.contains(q("Schl\xc3\xa4"
+                                     "fer")))
             << "in the language of now";
+        EXPECT_TRUE(tMail.contains(q("\n      | Advisory: CVE-2026-1: it never woke up\n")));
         ASSERT_NO_FATAL_FAILURE(mRig.killAndRestart());
         if (tRecorded) {
             mUpdate.hold(); // publishes another version

@@ -48,6 +48,7 @@ void HeldUpdate::prepare(ServiceRig& pRig)
     Installation& tPlace = pRig.installation();
     tPlace.addProgram(BUILD_DIR "/bin/vkpublish", "vkpublish");
     mPublisher = &tPlace;
+    tPlace.writeFile(q("advisory.txt"), "CVE-2026-1: it never woke up\n");
     QDir().mkpath(tPlace.path("package/bin"));
     ASSERT_TRUE(QFile::copy(q("/bin/sleep"), tPlace.path("package/bin/sleeper")));
     tPlace.publish({"init", "--no-passphrase"});
@@ -62,7 +63,8 @@ void HeldUpdate::offer(const QByteArray& pVersion)
                          pVersion, "--kind", "application", "--executable", "bin/sleeper", "--title",
                          "en=sleeper", "--title",
                          "de=Schl\xc3\xa4"
-                         "fer"});
+                         "fer",
+                         "--attach", "advisory=" + mPublisher->path("advisory.txt").toUtf8()});
     mPublisher->publish({"publish"});
 }
 

@@ -14,6 +14,17 @@
 // what is refused. docs/protocol.md explains them.
 namespace tarn::vkcore::protocol {
 
+struct PackageVersion
+{
+    QString mName;
+    QString mVersion;
+};
+
+struct PackageVersions
+{
+    QList<PackageVersion> mPackages;
+};
+
 // What an operator wants to know first.
 struct Overview
 {
@@ -26,6 +37,9 @@ struct Overview
     QDateTime mLastSuccess;
     QDateTime mNextCheck;       // not set if none is scheduled by date
     QDateTime mMetadataExpires; // the first of the trusted files; not set if that is not known
+    // Missing where they are not known.
+    std::optional<QString> mOnly = {};                       // what updates install: "all", "security"
+    std::optional<QList<PackageVersion>> mPendingFixes = {}; // security updates that are not installed
 };
 
 struct HistoryQuery
@@ -82,6 +96,7 @@ struct PackageEntry
     std::optional<QString> mLanguage = {}; // empty: for all languages
     std::optional<qint64> mSize = {};      // unpacked bytes, as published
     std::optional<QDateTime> mInstalled = {};
+    std::optional<QString> mPendingFix = {}; // the version of a security update that is not installed
 };
 
 struct PackageEntries
@@ -109,9 +124,10 @@ struct LeftOutPackage
 {
     QString mName;
     QString mVersion;
-    QString mReason;   // "held", "phase", "halted", "refused", "requirement"
-    QString mRequired; // requirement: the package that is missing
-    QDateTime mDate;   // local time; phase: of its turn; held: of the end of the hold
+    QString mReason;                    // "held", "phase", "halted", "refused", "requirement", "ordinary"
+    QString mRequired;                  // requirement: the package that is missing
+    QDateTime mDate;                    // local time; phase: of its turn; held: of the end of the hold
+    std::optional<bool> mSecurity = {}; // true: it fixes a flaw of the installed version
 
     bool operator==(const LeftOutPackage&) const = default;
 };
@@ -132,12 +148,6 @@ struct HoldEntry
 struct HoldEntries
 {
     QList<HoldEntry> mHolds;
-};
-
-struct PackageVersion
-{
-    QString mName;
-    QString mVersion;
 };
 
 // A kept state of the machine, which it can go back to.
@@ -193,6 +203,13 @@ struct Outcome
 };
 
 template <>
+inline constexpr auto sFields<PackageVersion> =
+    std::tuple{Field{"name", &PackageVersion::mName}, Field{"version", &PackageVersion::mVersion}};
+
+template <>
+inline constexpr auto sFields<PackageVersions> = std::tuple{Field{"packages", &PackageVersions::mPackages}};
+
+template <>
 inline constexpr auto sFields<Overview> = std::tuple{
     Field{"status", &Overview::mStatus},
     Field{"activity", &Overview::mActivity},
@@ -203,6 +220,8 @@ inline constexpr auto sFields<Overview> = std::tuple{
     Field{"lastSuccess", &Overview::mLastSuccess},
     Field{"nextCheck", &Overview::mNextCheck},
     Field{"metadataExpires", &Overview::mMetadataExpires},
+    Field{"only", &Overview::mOnly},
+    Field{"pendingSecurity", &Overview::mPendingFixes},
 };
 
 template <>
@@ -247,6 +266,7 @@ inline constexpr auto sFields<PackageEntry> = std::tuple{
     Field{"language", &PackageEntry::mLanguage},
     Field{"size", &PackageEntry::mSize},
     Field{"installed", &PackageEntry::mInstalled},
+    Field{"pendingSecurity", &PackageEntry::mPendingFix},
 };
 
 template <>
@@ -265,7 +285,7 @@ template <>
 inline constexpr auto sFields<LeftOutPackage> = std::tuple{
     Field{"name", &LeftOutPackage::mName},     Field{"version", &LeftOutPackage::mVersion},
     Field{"reason", &LeftOutPackage::mReason}, Field{"required", &LeftOutPackage::mRequired},
-    Field{"date", &LeftOutPackage::mDate},
+    Field{"date", &LeftOutPackage::mDate},     Field{"security", &LeftOutPackage::mSecurity},
 };
 
 template <>
@@ -286,10 +306,6 @@ inline constexpr auto sFields<PackageName> = std::tuple{Field{"name", &PackageNa
 
 template <>
 inline constexpr auto sFields<Channel> = std::tuple{Field{"channel", &Channel::mChannel}};
-
-template <>
-inline constexpr auto sFields<PackageVersion> =
-    std::tuple{Field{"name", &PackageVersion::mName}, Field{"version", &PackageVersion::mVersion}};
 
 template <>
 inline constexpr auto sFields<GenerationEntry> = std::tuple{

@@ -31,6 +31,9 @@ QString reasonText(const LeftOutPackage& pPackage)
     if (tReason == "refused"_L1) {
         return StatusSection::tr("refused");
     }
+    if (tReason == "ordinary"_L1) {
+        return StatusSection::tr("no security update");
+    }
     if (tReason == "requirement"_L1) {
         return StatusSection::tr("requires %1, which is left out").arg(singleLine(pPackage.mRequired));
     }
@@ -50,8 +53,10 @@ StatusSection leftOutSection(CtlApplication& pApp)
             StatusSection::tr("Left out by the last update: %1").arg(tLeftOut.mPackages.size())};
     }
     for (const LeftOutPackage& tPackage : tLeftOut.mPackages) {
+        const QString tMark =
+            tPackage.mSecurity.value_or(false) ? StatusSection::tr("a security update, ") : QString();
         tSection.mLines.append(u"  %1 %2: %3"_s.arg(singleLine(tPackage.mName), singleLine(tPackage.mVersion),
-                                                    reasonText(tPackage)));
+                                                    tMark + reasonText(tPackage)));
     }
     return tSection;
 }

@@ -53,6 +53,24 @@ QString expiryText(const QDateTime& pExpires)
                : StatusSection::tr("%1, which is over").arg(dateText(pExpires));
 }
 
+// Only what is not as usual.
+QStringList securityLines(const Overview& pOverview)
+{
+    QStringList tLines;
+    if (pOverview.mOnly.value_or(QString()) == "security"_L1) {
+        tLines.append(StatusSection::tr("Updates install: security updates alone"));
+    }
+    QStringList tPending;
+    for (const PackageVersion& tFix : pOverview.mPendingFixes.value_or(QList<PackageVersion>())) {
+        tPending.append(singleLine(tFix.mName) + u' ' + singleLine(tFix.mVersion));
+    }
+    if (!tPending.isEmpty()) {
+        tLines.append(
+            StatusSection::tr("Security updates that are not installed: %1").arg(tPending.join(u", "_s)));
+    }
+    return tLines;
+}
+
 } // namespace
 
 // The last run, the next one, and what goes on.
@@ -74,6 +92,7 @@ StatusSection updateSection(CtlApplication& pApp)
         StatusSection::tr("Activity: %1").arg(activityText(*tOverview)),
         StatusSection::tr("Trusted metadata is valid until: %1").arg(expiryText(tOverview->mMetadataExpires)),
     };
+    tSection.mLines += securityLines(*tOverview);
     QJsonObject tJson = toJson(*tOverview);
     tJson.insert("text"_L1, tText);
     tSection.mMembers = {{u"overview"_s, tJson}};

@@ -1,6 +1,8 @@
 #include "commands/Commands.h"
 
 #include "CommandLine.h"
+#include "evidence/Attachments.h"
+#include "evidence/SecurityFix.h"
 #include "keys/KeyFolder.h"
 #include "keys/SigningTime.h"
 #include "packing/Packer.h"
@@ -51,6 +53,13 @@ void declare(CommandLine* pLine)
         u"PATH"_s);
     pLine->addOption(u"report"_s, u"What is new, for the install log, in one language; may be repeated"_s,
                      u"LANG=TEXT"_s);
+    pLine->addOption(u"attach"_s,
+                     u"A signed file beside the package, of the kind advisory, provenance or sbom; may be "
+                     "repeated. Machines show the text of the advisory"_s,
+                     u"KIND=FILE"_s);
+    pLine->addOption(u"security"_s, u"Fixes a security flaw of all lower versions"_s);
+    pLine->addOption(u"security-since"_s, u"The same, but the fix has been there since this version"_s,
+                     u"VERSION"_s);
     pLine->addOption(u"level"_s, u"Compression level, 1 to 19"_s, u"LEVEL"_s, u"19"_s);
     pLine->addOption(u"channel"_s, u"Only for machines with this channel; by default for all"_s, u"NAME"_s);
     pLine->addOption(u"critical"_s, u"Machines install it without waiting for a phase"_s);
@@ -68,6 +77,23 @@ bool readTexts(const CommandLine& pLine, const char* pOption, vkcore::LangString
         pTo->setValue(tValue.left(tEquals), tValue.mid(tEquals + 1));
     }
     return true;
+}
+
+// False, after an error message, if the option is invalid.
+bool readSecurity(const CommandLine& pLine, const vkcore::Version& pVersion, packages::Release* pTo)
+{
+    bool tOk = true;
+    if (pLine.isSet("security-since")) {
+        pTo->mSecuritySince = vkcore::Version::fromString(pLine.value("security-since"), &tOk);
+        tOk = tOk && *pTo->mSecuritySince <= pVersion;
+    } else if (pLine.isSet("security")) {
+        pTo->mSecuritySince = pVersion;
+    }
+    if (!tOk) {
+        complain(u"--security-since takes a version that is not higher than --version, not \"%1\""_s.arg(
+            pLine.value("security-since")));
+    }
+    return tOk;
 }
 
 // Builds a package's description from the options; false, after an error message, if they are invalid.
@@ -106,7 +132,8 @@ bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
         complain(u"--check takes the path of a program in the folder"_s);
         return false;
     }
-    if (!readTexts(pLine, "title", &tInfo.mTitle) || !readTexts(pLine, "report", &tInfo.mReport)) {
+    if (!readSecurity(pLine, tVersion, &tInfo.mRelease) || !readTexts(pLine, "title", &tInfo.mTitle) ||
+        !readTexts(pLine, "report", &tInfo.mReport)) {
         return false;
     }
     // Refuses here what a client would refuse.
@@ -188,8 +215,8 @@ Failure writeIndex(const QString& pRepository, const PackResult& pPacked, Packag
 
 // Clients accept the same version again only with a later date. Sets one in the target if it differs from
 // pOld; an empty pOld is not a target. The same package keeps the deltas that lead to it, its halt and its
-// phase. In another channel, where its phase is over, or critical from now on, it is still the same to
-// machines that have it.
+// phase. In another channel, where its phase is over, with other attachments, critical or a security fix from
+// now on, it is still the same to machines that have it.
 void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTarget)
 {
     const std::optional<PackageInfo> tOld = infoOf(pOld);
@@ -202,6 +229,8 @@ void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTa
     }
     tSame.mRelease.mChannel = pInfo->mRelease.mChannel;
     tSame.mRelease.mIsCritical = pInfo->mRelease.mIsCritical;
+    tSame.mRelease.mSecuritySince = pInfo->mRelease.mSecuritySince;
+    tSame.mAttachments = pInfo->mAttachments;
     const QJsonObject tSameTarget = withInfo(pOld, tSame);
     if (asAdded(*pTarget) == asAdded(tSameTarget)) {
         *pTarget = tSameTarget;
@@ -212,13 +241,14 @@ void makeNewerThan(const QJsonObject& pOld, PackageInfo* pInfo, QJsonObject* pTa
 }
 
 // Packs the folder and adds the package to the record.
-Failure add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pReport)
+Failure add(const CommandLine& pLine, PackageInfo pInfo, const QList<AttachedFile>& pAttached, int pLevel,
+            QString* pReport)
 {
     os::FileSystem& tFileSystem = os::realFileSystem();
     KeyFolder tKeys(tFileSystem, pLine.keys(), pLine.patience());
     const QString tName = packages::archiveName(pInfo);
     std::vector<FolderEntry> tEntries;
-    if (Failure tFailure = tKeys.openPackage(tName)) {
+    if (Failure tFailure = tKeys.openPackages(pInfo.mName + u'-')) {
         return tFailure;
     }
     if (Failure tFailure = scanFolder(pLine.argument(1), &tEntries)) {
@@ -244,6 +274,11 @@ Failure add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pR
         return tFailure;
     }
     pInfo.mInstalledSize = tPacked.mInstalledSize;
+    if (Failure tFailure =
+            writeAttachments(tFileSystem, targetsFolder(pLine.repository()), pAttached, &pInfo)) {
+        return tFailure;
+    }
+    carryFixOn(tKeys.mRecord, targetsFolder(pLine.repository()), &pInfo);
     if (Failure tFailure = writeIndex(pLine.repository(), tPacked, &pInfo)) {
         return tFailure;
     }
@@ -261,6 +296,10 @@ Failure add(const CommandLine& pLine, PackageInfo pInfo, int pLevel, QString* pR
                    .arg(tEntries.size())
                    .arg(QLocale::c().formattedDataSize(tPacked.mInstalledSize),
                         QLocale::c().formattedDataSize(tPacked.mLength));
+    if (pInfo.mRelease.mSecuritySince) {
+        *pReport +=
+            u", a security fix for versions below %1"_s.arg(pInfo.mRelease.mSecuritySince->toTarnAppFormat());
+    }
     if (pInfo.mVersion.date() != tDate) {
         *pReport += u", dated %1 to replace the other one on machines"_s.arg(
             pInfo.mVersion.date().toUTC().toString(Qt::ISODate));
@@ -284,8 +323,14 @@ int cmdAdd(const QStringList& pArguments)
     if (!tLevel || !readInfo(tLine, &tInfo)) {
         return StatusUsage;
     }
+    const Result<QList<AttachedFile>> tAttached =
+        readAttachments(os::realFileSystem(), tLine.values("attach"));
+    if (!tAttached) {
+        complain(tAttached.failure().mText);
+        return tAttached.failure().mKind == Failure::Kind::Person ? StatusUsage : StatusFailed;
+    }
     QString tReport;
-    if (const Failure tFailure = add(tLine, tInfo, *tLevel, &tReport)) {
+    if (const Failure tFailure = add(tLine, tInfo, *tAttached, *tLevel, &tReport)) {
         complain(tFailure.mText);
         return StatusFailed;
     }

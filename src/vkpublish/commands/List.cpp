@@ -34,6 +34,21 @@ QString deltas(const PackageInfo& pInfo)
                                      : u"%1, %2"_s.arg(tCount, QLocale::c().formattedDataSize(tBytes));
 }
 
+QStringList attachmentWords(const PackageInfo& pInfo)
+{
+    QStringList tWords;
+    for (const packages::Attachment& tAttachment : pInfo.mAttachments) {
+        tWords.append(formOf(tAttachment.mKind).mWord);
+    }
+    return tWords;
+}
+
+QString attachments(const PackageInfo& pInfo)
+{
+    const QStringList tWords = attachmentWords(pInfo);
+    return tWords.isEmpty() ? u"-"_s : tWords.join(u", "_s);
+}
+
 QStringList row(const QJsonObject& pTarget, const QString& pState)
 {
     const PackageInfo tInfo = infoOf(pTarget).value_or(PackageInfo());
@@ -46,6 +61,7 @@ QStringList row(const QJsonObject& pTarget, const QString& pState)
             tInfo.mLanguage.isEmpty() ? u"-"_s : tInfo.mLanguage,
             QLocale::c().formattedDataSize(pTarget["length"_L1].toInteger()),
             deltas(tInfo),
+            attachments(tInfo),
             tRelease.isEmpty() ? u"-"_s : tRelease,
             pState};
 }
@@ -86,6 +102,10 @@ QJsonObject json(const QString& pArchive, const QJsonObject& pTarget, const QStr
     const packages::Release& tRelease = tInfo.mRelease;
     tObject.insert("channel"_L1, jsonText(tRelease.mChannel));
     tObject.insert("critical"_L1, tRelease.mIsCritical);
+    tObject.insert("attachments"_L1, QJsonArray::fromStringList(attachmentWords(tInfo)));
+    tObject.insert(
+        "securitySince"_L1,
+        jsonText(tRelease.mSecuritySince ? tRelease.mSecuritySince->toTarnAppFormat() : QString()));
     tObject.insert("halted"_L1, jsonDate(tRelease.mHalted.value_or(QDateTime())));
     return tObject;
 }
@@ -139,8 +159,8 @@ int cmdList(const QStringList& pArguments)
     forEach(tKeys.mRecord, [&](const QString&, const QJsonObject& pTarget, const QString& pState) {
         tRows.append(row(pTarget, pState));
     });
-    const QStringList tHead{u"NAME"_s, u"VERSION"_s, u"DATE"_s,    u"KIND"_s, u"LANGUAGE"_s,
-                            u"SIZE"_s, u"DELTAS"_s,  u"RELEASE"_s, u"STATE"_s};
+    const QStringList tHead{u"NAME"_s, u"VERSION"_s, u"DATE"_s,     u"KIND"_s,    u"LANGUAGE"_s,
+                            u"SIZE"_s, u"DELTAS"_s,  u"ATTACHED"_s, u"RELEASE"_s, u"STATE"_s};
     print(QList<QStringList>{tHead} + tRows);
     say(tKeys.mRecord.mTimestampExpires.isValid()
             ? u"Valid until %1"_s.arg(tKeys.mRecord.mTimestampExpires.toString(Qt::ISODate))

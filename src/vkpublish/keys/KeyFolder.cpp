@@ -134,22 +134,22 @@ Failure KeyFolder::openForReading()
     return read(QString());
 }
 
-Failure KeyFolder::openPackage(const QString& pArchive)
+Failure KeyFolder::openPackages(const QString& pPrefix)
 {
     if (Failure tFailure = openLocked()) {
         return tFailure;
     }
-    return read(pArchive);
+    return read(pPrefix);
 }
 
 // A publisher that works meanwhile may remove the files that the record named; then it has replaced the
 // record.
-Failure KeyFolder::read(const QString& pOnly)
+Failure KeyFolder::read(const QString& pPrefix)
 {
     QByteArray tBefore;
     for (;;) {
         QByteArray tText;
-        const Failure tFailure = readOnce(pOnly, &tText);
+        const Failure tFailure = readOnce(pPrefix, &tText);
         if (tFailure.mKind != Failure::Kind::NotFound || tText.isEmpty()) {
             return tFailure;
         }
@@ -162,7 +162,7 @@ Failure KeyFolder::read(const QString& pOnly)
     }
 }
 
-Failure KeyFolder::readOnce(const QString& pOnly, QByteArray* pText)
+Failure KeyFolder::readOnce(const QString& pPrefix, QByteArray* pText)
 {
     const auto tText = os::readFile(mFileSystem, filePath(sRecordName), sMaxRecordLength);
     if (!tText) {
@@ -179,8 +179,8 @@ Failure KeyFolder::readOnce(const QString& pOnly, QByteArray* pText)
     if (mRecord.mChangesFile.mNumber == 0) {
         return {};
     }
-    mMaySave = pOnly.isEmpty();
-    const Failure tFailure = mLists.read(&mRecord, pOnly);
+    mMaySave = pPrefix.isEmpty();
+    const Failure tFailure = mLists.read(&mRecord, pPrefix);
     mSaved = mRecord;
     return tFailure;
 }

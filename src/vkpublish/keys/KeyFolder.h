@@ -44,10 +44,10 @@ public:
     Record mRecord;
     Failure save();
 
-    // Like open(), but the record has only the packages of this archive's name, and save() must not be
-    // called: it writes one line, however many packages there are.
-    Failure openPackage(const QString& pArchive);
-    // Writes what mRecord.mTargets has of this name, and nothing else.
+    // Like open(), but the record has only the archives whose names begin with this, and save() must not be
+    // called.
+    Failure openPackages(const QString& pPrefix);
+    // Writes what mRecord.mTargets has of this name, one line however many packages there are.
     Failure savePackage(const QString& pArchive);
 
     // What waits for signatures. Each of these is done at once.
@@ -91,8 +91,8 @@ private:
     QString commandPath(const QString& pName) const;
     Failure checkPrivate(const QString& pPath) const;
     Failure openLocked();
-    Failure read(const QString& pOnly);
-    Failure readOnce(const QString& pOnly, QByteArray* pText);
+    Failure read(const QString& pPrefix);
+    Failure readOnce(const QString& pPrefix, QByteArray* pText);
     void findKeys(const RootDocument& pRoot);
     void dropMissingKeys(const RootDocument& pRoot);
     Failure checkKeys(const RootDocument& pRoot) const;

@@ -77,6 +77,9 @@ QList<FileAt> sideFiles(const QString& pRepository, const QJsonObject& pTarget)
     for (const packages::DeltaFile& tDelta : tInfo->mDeltas) {
         tAdd(tDelta.mFile, tDelta.name());
     }
+    for (const packages::Attachment& tAttachment : tInfo->mAttachments) {
+        tAdd(tAttachment.mFile, tAttachment.name());
+    }
     return tFiles;
 }
 

@@ -28,7 +28,7 @@ struct FileAt
     tuf::Hash mHash;
 };
 
-// The index and the deltas that the target names.
+// The index, the deltas and the attachments that the target names.
 QList<FileAt> sideFiles(const QString& pRepository, const QJsonObject& pTarget);
 // All files that the target names: the archive and those.
 QList<FileAt> filesOf(const QString& pRepository, const QString& pName, const QJsonObject& pTarget);

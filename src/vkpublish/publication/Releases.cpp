@@ -112,6 +112,9 @@ QString releaseText(const packages::Release& pRelease, const QDateTime& pNow)
     if (pRelease.mIsCritical) {
         tParts.append(u"critical"_s);
     }
+    if (pRelease.mSecuritySince) {
+        tParts.append(u"security since "_s + pRelease.mSecuritySince->toTarnAppFormat());
+    }
     if (pRelease.mPhase && pRelease.mPhase->ends() > pNow) {
         tParts.append(u"phase until "_s + tDate(pRelease.mPhase->ends()));
     }

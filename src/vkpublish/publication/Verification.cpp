@@ -1,5 +1,6 @@
 #include "publication/Verification.h"
 
+#include "evidence/Attachments.h"
 #include "network/MetadataSource.h"
 #include "publication/FileMatch.h"
 #include "publication/Layout.h"
@@ -137,6 +138,10 @@ Failure checkPackage(const tuf::TargetFile& pTarget, const QString& pTargets, co
     for (const packages::DeltaFile& tDelta : tInfo.mDeltas) {
         pUsed->insert(pTargets + u'/' + tDelta.name());
         tFailure = tFailure ? tFailure : checkDelta(pTargets, tInfo, tDelta);
+    }
+    for (const packages::Attachment& tAttachment : tInfo.mAttachments) {
+        pUsed->insert(pTargets + u'/' + tAttachment.name());
+        tFailure = tFailure ? tFailure : checkAttachment(pTargets, tAttachment);
     }
     return tFailure;
 }

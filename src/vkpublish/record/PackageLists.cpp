@@ -60,10 +60,9 @@ std::optional<Line> parseLine(QByteArrayView pLine)
     return Line{tRest.first(tSpace).toByteArray(), tRest.sliced(tSpace + 1).toByteArray()};
 }
 
-bool isOf(QByteArrayView pLine, const QByteArray& pName)
+bool isNamed(QByteArrayView pLine, const QByteArray& pPrefix)
 {
-    return pLine.size() > sHashLength + 1 + pName.size() && pLine.sliced(sHashLength + 1).startsWith(pName) &&
-           pLine[sHashLength + 1 + pName.size()] == ' ';
+    return pLine.size() > sHashLength && pLine.sliced(sHashLength + 1).startsWith(pPrefix);
 }
 
 // What makes the published targets those of pNew.
@@ -98,7 +97,7 @@ QString PackageLists::path(const char* pList, const ListFile& pFile) const
     return u"%1/%2-%3"_s.arg(mFolder, QLatin1String(pList)).arg(pFile.mNumber);
 }
 
-Failure PackageLists::readList(const char* pList, const ListFile& pFile, End pEnd, const QByteArray& pOnly,
+Failure PackageLists::readList(const char* pList, const ListFile& pFile, End pEnd, const QByteArray& pPrefix,
                                const Take& pTake) const
 {
     if (pFile.mNumber == 0) {
@@ -120,7 +119,7 @@ Failure PackageLists::readList(const char* pList, const ListFile& pFile, End pEn
         const QByteArrayView tText =
             QByteArrayView(*tFile).sliced(tAt, (tEnd < 0 ? tFile->size() : tEnd) - tAt);
         tAt = tEnd < 0 ? tFile->size() : tEnd + 1;
-        if (!tIsLast && !pOnly.isEmpty() && !isOf(tText, pOnly)) {
+        if (!tIsLast && !isNamed(tText, pPrefix)) {
             continue;
         }
         const std::optional<Line> tLine = tEnd < 0 ? std::nullopt : parseLine(tText);
@@ -130,7 +129,7 @@ Failure PackageLists::readList(const char* pList, const ListFile& pFile, End pEn
         if (!tLine) {
             return tDamaged(tCount + 1);
         }
-        if (pOnly.isEmpty() || tLine->mName == pOnly) {
+        if (tLine->mName.startsWith(pPrefix)) {
             pTake(tLine->mName, tLine->mText);
         }
     }
@@ -138,22 +137,22 @@ Failure PackageLists::readList(const char* pList, const ListFile& pFile, End pEn
                                                                                   : Failure();
 }
 
-Failure PackageLists::read(Packages* pTo, const QString& pOnly) const
+Failure PackageLists::read(Packages* pTo, const QString& pPrefix) const
 {
-    const QByteArray tOnly = pOnly.toUtf8();
+    const QByteArray tPrefix = pPrefix.toUtf8();
     const auto tInto = [](TargetList* pList) {
         return [pList](const QByteArray& pName, const QByteArray& pText) { pList->insertText(pName, pText); };
     };
     if (Failure tFailure =
-            readList(sPublished, pTo->mPublishedFile, End::Whole, tOnly, tInto(&pTo->mPublishedTargets))) {
+            readList(sPublished, pTo->mPublishedFile, End::Whole, tPrefix, tInto(&pTo->mPublishedTargets))) {
         return tFailure;
     }
     if (Failure tFailure =
-            readList(sWithdrawn, pTo->mWithdrawnFile, End::Whole, tOnly, tInto(&pTo->mWithdrawnTargets))) {
+            readList(sWithdrawn, pTo->mWithdrawnFile, End::Whole, tPrefix, tInto(&pTo->mWithdrawnTargets))) {
         return tFailure;
     }
     pTo->mTargets = pTo->mPublishedTargets;
-    return readList(sChanges, pTo->mChangesFile, End::MayBeTorn, tOnly,
+    return readList(sChanges, pTo->mChangesFile, End::MayBeTorn, tPrefix,
                     [pTo](const QByteArray& pName, const QByteArray& pText) {
                         if (pText == sRemoved) {
                             pTo->mTargets.remove(QString::fromUtf8(pName));

@@ -23,9 +23,9 @@ class PackageLists
 public:
     PackageLists(os::FileSystem& pFileSystem, const QString& pKeyFolder);
 
-    // Reads the files that *pTo names; with pOnly, what they have of this name. NotFound if one of the files
-    // does not exist.
-    Failure read(Packages* pTo, const QString& pOnly = QString()) const;
+    // Reads the files that *pTo names; with pPrefix, the names that begin with it. NotFound if one of the
+    // files does not exist.
+    Failure read(Packages* pTo, const QString& pPrefix = QString()) const;
 
     // Writes files for what differs from pSaved, and names them in *pNew. The caller writes the record, or
     // nothing has changed. The files that pSaved names stay until the next call, for readers and backups.
@@ -43,7 +43,7 @@ private:
     using Take = std::function<void(const QByteArray& pName, const QByteArray& pText)>;
 
     QString path(const char* pList, const ListFile& pFile) const;
-    Failure readList(const char* pList, const ListFile& pFile, End pEnd, const QByteArray& pOnly,
+    Failure readList(const char* pList, const ListFile& pFile, End pEnd, const QByteArray& pPrefix,
                      const Take& pTake) const;
     Failure writeList(const char* pList, const QMap<QByteArray, QByteArray>& pTexts, qint64 pNumber,
                       ListFile* pTo) const;

@@ -29,6 +29,12 @@ QStringList stateWords()
     return {u"go"_s, u"defer"_s};
 }
 
+// What updates install.
+QStringList onlyWords()
+{
+    return {u"all"_s, u"security"_s};
+}
+
 // A wrong value counts: without windows an update would be installed in the middle of the day.
 VariableRule windowsRule(const QString& pName)
 {
@@ -66,6 +72,7 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addRule(wholeNumberRule(u"update.keepGenerations"_s, 2, 1, 20));
     pVariables.addRule(yesNoRule(u"update.suppressed"_s, false));
     pVariables.addRule(pathRule(u"update.suppressFile"_s, QString()));
+    pVariables.addRule(strictWordRule(u"update.only"_s, onlyWords()));
     pVariables.addRule(wordRule(u"update.onMetered"_s, stateWords()));
     pVariables.addRule(wordRule(u"update.onBattery"_s, stateWords()));
     pVariables.addRule(wholeNumberRule(u"schedule.jitter"_s, 0, 0, 7 * sDay));
@@ -82,6 +89,11 @@ void addKnownVariables(ConfigVariables& pVariables, const QString& pConfigDir)
     pVariables.addRule(wholeNumberRule(u"mail.timeout"_s, 60, 1, 600));
     // Prefixes of keys in the configuration file. They are not variables.
     pVariables.addPrefix(u"service."_s);
+}
+
+bool takesOnlySecurity(const ConfigVariables& pVariables, bool* pAllRead)
+{
+    return pVariables.word(u"update.only"_s, pAllRead) != 0; // also if it is wrong: "all" would bring more
 }
 
 Result<schedule::Windows> windowsOf(const ConfigVariables& pVariables)

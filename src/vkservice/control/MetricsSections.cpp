@@ -96,11 +96,21 @@ void addLeftOut(const MetricsParts& pParts, Page* pTo)
     }
     pTo->gauge("vkservice_packages_left_out",
                "Offered packages that the last update left out, by the reason.");
-    for (const auto tReason : {"held"_L1, "phase"_L1, "halted"_L1, "refused"_L1, "requirement"_L1}) {
+    for (const auto tReason :
+         {"held"_L1, "ordinary"_L1, "phase"_L1, "halted"_L1, "refused"_L1, "requirement"_L1}) {
         const auto tCount =
             std::count_if(tLeftOut->begin(), tLeftOut->end(),
                           [tReason](const auto& pPackage) { return pPackage.mReason == tReason; });
         pTo->value(tCount, {{"reason", tReason}});
+    }
+}
+
+void addPendingFixes(const MetricsParts& pParts, Page* pTo)
+{
+    if (const auto tFixes = pParts.mSettings.pendingFixes()) {
+        pTo->gauge("vkservice_security_pending",
+                   "Security updates that the last update was offered, and that are not installed.");
+        pTo->value(tFixes->size());
     }
 }
 
@@ -120,8 +130,8 @@ void addVerification(const MetricsParts& pParts, Page* pTo)
 
 const QList<AddMetrics>& metricsSections()
 {
-    static const QList<AddMetrics> sSections{&addService,  &addLastRun,      &addDates,  &addCounters,
-                                             &addPackages, &addVerification, &addLeftOut};
+    static const QList<AddMetrics> sSections{&addService,  &addLastRun,      &addDates,   &addCounters,
+                                             &addPackages, &addVerification, &addLeftOut, &addPendingFixes};
     return sSections;
 }
 

@@ -1,8 +1,10 @@
 #include "control/OperatorView.h"
 
+#include "control/KnownVariables.h"
 #include "control/ScheduleControl.h"
 #include "control/UpdateControl.h"
 #include "control/VerifyControl.h"
+#include "internal/PlainText.h"
 #include "process/ServiceApplication.h"
 #include "sqlite/InstallLogStore.h"
 #include "store/Settings.h"
@@ -32,7 +34,7 @@ HistoryPackage packageOf(const LoggedPackage& pLogged, const QString& pLanguage)
             .mVersion = pLogged.mVersion,
             .mPrevious = pLogged.mPrevious,
             .mStatus = pLogged.mStatus,
-            .mReport = pLogged.mReport.bestValue(pLanguage)};
+            .mReport = manyLines(pLogged.mReport.bestValue(pLanguage), sMaxMessage)};
 }
 
 Failure unreadable(const InstallLogStore& pLog)
@@ -53,7 +55,9 @@ Overview OperatorView::overview()
             .mEnded = tRun.mFinished,
             .mLastSuccess = tRun.mLastSuccess,
             .mNextCheck = mParts.mSchedule.nextCheck(),
-            .mMetadataExpires = mExpiry.of(mParts.mApp.getStateDir()).toLocalTime()};
+            .mMetadataExpires = mExpiry.of(mParts.mApp.getStateDir()).toLocalTime(),
+            .mOnly = takesOnlySecurity(mParts.mVariables) ? u"security"_s : u"all"_s,
+            .mPendingFixes = mParts.mSettings.pendingFixes()};
 }
 
 QString OperatorView::logPath() const
@@ -78,7 +82,14 @@ Result<PackageEntries> OperatorView::packages() const
     if (tLog.openForReading(logPath())) {
         (void)tLog.readVersions(&tVersions, tNames);
     }
+    QHash<QString, QString> tFixes;
+    for (const PackageVersion& tFix : mParts.mSettings.pendingFixes().value_or(QList<PackageVersion>())) {
+        tFixes.insert(tFix.mName, tFix.mVersion);
+    }
     for (PackageEntry& tPackage : tPackages->mPackages) {
+        if (tFixes.contains(tPackage.mName)) {
+            tPackage.mPendingFix = tFixes.value(tPackage.mName);
+        }
         const LoggedVersion tLogged = tVersions.value(tPackage.mName);
         tPackage.mInstalled = tLogged.mVersion == tPackage.mVersion ? tLogged.mDate : QDateTime();
     }

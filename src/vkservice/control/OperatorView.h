@@ -5,8 +5,9 @@
 #include "update/TrustExpiry.h"
 
 namespace tarn::vkservice::store {
+class ConfigVariables;
 class Settings;
-}
+} // namespace tarn::vkservice::store
 namespace tarn::vkservice::process {
 class ServiceApplication;
 }
@@ -24,6 +25,7 @@ public:
     struct Parts
     {
         const store::Settings& mSettings;
+        const store::ConfigVariables& mVariables;
         const UpdateControl& mUpdates;
         const VerifyControl& mVerifications;
         const ScheduleControl& mSchedule;

@@ -1,5 +1,6 @@
 #include "control/RunRequests.h"
 
+#include "control/KnownVariables.h"
 #include "control/MachineId.h"
 #include "packages/CheckRecord.h"
 #include "process/ServiceApplication.h"
@@ -72,6 +73,7 @@ bool readVariables(const store::ConfigVariables& pVariables, RunRequest* pTo)
     pTo->mLeastBytesPerSecond = tNumber("update.minimumRate");
     pTo->mCheckSeconds = static_cast<int>(tNumber("update.checkTimeout"));
     pTo->mKeepGenerations = static_cast<int>(tNumber("update.keepGenerations"));
+    pTo->mChoices.mOnlySecurity = takesOnlySecurity(pVariables, &tAllRead);
     return tAllRead;
 }
 

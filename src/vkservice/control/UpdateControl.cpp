@@ -327,6 +327,9 @@ void UpdateControl::finish(const RunResult& pResult)
     mLastRun.mCutShort = 0;
     record(pResult.mCode, pResult.mText, mBegan, pResult.mTraffic);
     mSessionRun = mLastRun;
+    if (pResult.mPendingFixes && !mSources.mSettings.setPendingFixes(*pResult.mPendingFixes)) {
+        Q_EMIT error(0, u"The list of pending security updates could not be stored."_s, {});
+    }
     for (const QString& tServer : pResult.mUnusableServers) {
         Q_EMIT serverUnusable(tServer);
     }

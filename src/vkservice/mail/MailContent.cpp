@@ -14,6 +14,7 @@ using vkcore::singleLine;
 namespace {
 
 constexpr qsizetype sMaxPackages = 200;
+constexpr int sMaxReport = 8000; // an advisory is in it
 
 QString packageTitle(const PackageLine& pPackage)
 {
@@ -57,7 +58,7 @@ QString packagesAsText(const MailContent& pContent)
     QString tText = pContent.mPackagesTitle + ":\n"_L1;
     for (const PackageLine& tPackage : pContent.mPackages.mid(0, sMaxPackages)) {
         tText += "  * "_L1 + packageTitle(tPackage) + u'\n';
-        const QString tReport = manyLines(tPackage.mReport);
+        const QString tReport = manyLines(tPackage.mReport, sMaxReport);
         for (const QString& tLine : tReport.split(u'\n', Qt::SkipEmptyParts)) {
             tText += "      | "_L1 + tLine + u'\n';
         }
@@ -84,7 +85,7 @@ QString packagesAsHtml(const MailContent& pContent)
     QString tHtml = "<p>"_L1 + escaped(pContent.mPackagesTitle) + ":</p>\n<ul>\n"_L1;
     for (const PackageLine& tPackage : pContent.mPackages.mid(0, sMaxPackages)) {
         tHtml += "<li>"_L1 + escaped(packageTitle(tPackage));
-        const QString tReport = manyLines(tPackage.mReport);
+        const QString tReport = manyLines(tPackage.mReport, sMaxReport);
         if (!tReport.isEmpty()) {
             tHtml += "<pre>"_L1 + tReport.toHtmlEscaped() + "</pre>"_L1;
         }

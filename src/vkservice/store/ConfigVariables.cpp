@@ -61,6 +61,13 @@ VariableRule wordRule(const QString& pName, const QStringList& pWords)
             .mWords = pWords};
 }
 
+VariableRule strictWordRule(const QString& pName, const QStringList& pWords)
+{
+    VariableRule tRule = wordRule(pName, pWords);
+    tRule.mKeepsWrong = true;
+    return tRule;
+}
+
 VariableRule yesNoRule(const QString& pName, bool pDefault)
 {
     return {.mName = pName, .mDefault = pDefault ? u"yes"_s : u"no"_s, .mCheck = [](const QString& pText) {
@@ -232,7 +239,9 @@ QStringList ConfigVariables::complaints() const
         const QString tValue = mConfiguration ? mConfiguration(tKey) : QString();
         const QString tComplaint = tValue.isEmpty() ? QString() : tRule.mCheck(tValue);
         if (!tComplaint.isNull()) {
-            tComplaints.append(u"The configuration key %1 is ignored: %2."_s.arg(tKey, tComplaint));
+            tComplaints.append((tRule.mKeepsWrong ? u"The configuration key %1 is wrong: %2."_s
+                                                  : u"The configuration key %1 is ignored: %2."_s)
+                                   .arg(tKey, tComplaint));
         }
     }
     Statement tStored(mDatabase, "SELECT name, value FROM variables");

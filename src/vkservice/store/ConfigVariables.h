@@ -33,6 +33,7 @@ struct VariableRule
 VariableRule wholeNumberRule(const QString& pName, qint64 pDefault, qint64 pFrom, qint64 pTo);
 // One of these words, in any case; the first is the default.
 VariableRule wordRule(const QString& pName, const QStringList& pWords);
+VariableRule strictWordRule(const QString& pName, const QStringList& pWords); // keeps a wrong value
 VariableRule yesNoRule(const QString& pName, bool pDefault);
 VariableRule pathRule(const QString& pName, const QString& pDefault);
 // The path of a file for a textfile collector, which reads only those whose names end in ".prom".

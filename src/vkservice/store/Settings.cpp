@@ -173,6 +173,25 @@ bool Settings::setLeftOut(const QList<LeftOutPackage>& pPackages)
     return set({{u"leftOut"_s, QString::fromUtf8(QJsonDocument(tJson).toJson(QJsonDocument::Compact))}});
 }
 
+std::optional<QList<protocol::PackageVersion>> Settings::pendingFixes() const
+{
+    const auto tStored = value(u"pendingFixes"_s);
+    if (!tStored) {
+        return std::nullopt;
+    }
+    QString tFault;
+    const QJsonObject tJson = QJsonDocument::fromJson(tStored->toUtf8()).object();
+    return protocol::fromJson<protocol::PackageVersions>(tJson, &tFault)
+        .value_or(protocol::PackageVersions())
+        .mPackages;
+}
+
+bool Settings::setPendingFixes(const QList<protocol::PackageVersion>& pFixes)
+{
+    const QJsonObject tJson = protocol::toJson(protocol::PackageVersions{pFixes});
+    return set({{u"pendingFixes"_s, QString::fromUtf8(QJsonDocument(tJson).toJson(QJsonDocument::Compact))}});
+}
+
 std::optional<ScheduleSettings> Settings::schedule() const
 {
     const auto tStored = values(u"schedule."_s);

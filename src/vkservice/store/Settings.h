@@ -52,6 +52,10 @@ public:
     std::optional<QList<LeftOutPackage>> leftOut() const;
     bool setLeftOut(const QList<LeftOutPackage>& pPackages);
 
+    // The security fixes that the last such run was offered, and that are not installed.
+    std::optional<QList<vkcore::protocol::PackageVersion>> pendingFixes() const;
+    bool setPendingFixes(const QList<vkcore::protocol::PackageVersion>& pFixes);
+
     std::optional<ScheduleSettings> schedule() const;
     bool setSchedule(const ScheduleSettings& pSchedule);
 

@@ -48,6 +48,9 @@ QByteArray Choices::state(const QDateTime& pNow) const
     for (const QByteArray& tHash : mRefused) {
         tParts.append(u"refused "_s + QString::fromLatin1(tHash));
     }
+    if (mOnlySecurity) {
+        tParts.append(u"only security"_s);
+    }
     tParts.sort();
     return (QStringList{u"channel "_s + mChannel} + tParts).join(u'\n').toUtf8();
 }

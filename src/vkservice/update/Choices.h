@@ -32,6 +32,8 @@ struct Choices
     QSet<QByteArray> mRefused; // SHA-256, in hex, of archives that must not be installed again
     QByteArray mSeed;          // tells this machine from others, for its place in phases
     bool mIsScheduled = false; // by hand, nothing waits for its phase
+    // Only fixes for installed packages, and what they require; all where nothing is installed yet.
+    bool mOnlySecurity = false;
 
     // For comparing: what else but phases decides at this time. A hold that is over is left out.
     QByteArray state(const QDateTime& pNow) const;

@@ -40,7 +40,7 @@ struct Wanted
     std::deque<Piece> mPieces; // make up mLength, in this order
 
     static Wanted archive(const tuf::TargetFile& pTarget);
-    // An index or a delta; pName is that of the file on the server.
+    // An index, a delta or an attachment; pName is that of the file on the server.
     static Wanted sideFile(const packages::SideFile& pFile, const QString& pName);
     // Neighbouring frames of an archive, proven by the hashes of its index.
     static Wanted frames(const tuf::TargetFile& pTarget, const trees::FrameTable& pFrames, qsizetype pFirst,
@@ -50,7 +50,7 @@ struct Wanted
     {
         return tuf::namingHash(pTarget.mHashes).toHex();
     }
-    // The archive, index or delta that a name of one of the above belongs to, or is a part of; null for
+    // The archive or side file that a name of one of the above belongs to, or is a part of; null for
     // others.
     static QByteArray wholeOf(const QByteArray& pName);
 

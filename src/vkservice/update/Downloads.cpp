@@ -221,6 +221,9 @@ QSet<QByteArray> namesFor(const Offer& pOffer)
     for (const packages::DeltaFile& tDelta : pOffer.mInfo.mDeltas) {
         tNames.insert(tDelta.mFile.mHash.toHex());
     }
+    for (const packages::Attachment& tAttachment : pOffer.mInfo.mAttachments) {
+        tNames.insert(tAttachment.mFile.mHash.toHex());
+    }
     return tNames;
 }
 

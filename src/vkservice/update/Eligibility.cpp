@@ -51,10 +51,14 @@ public:
             mVerdicts.append(lasting(tOffer));
         }
         leaveOutDependents();
+        if (mChoices.mOnlySecurity && !mInstalled.isEmpty()) {
+            leaveOutOrdinary();
+        }
         if (mChoices.mIsScheduled) {
             const QList<Verdict> tByHand = mVerdicts;
             applyPhases({});
-            const QSet<QString> tUrgent = broughtByCritical(tByHand);
+            const QSet<QString> tUrgent =
+                broughtBy(tByHand, [this](const Offer& pOffer) { return isUrgent(pOffer); });
             mVerdicts = tByHand;
             applyPhases(tUrgent);
         }
@@ -94,6 +98,21 @@ private:
                    : Verdict();
     }
 
+    bool isFixHere(const Offer& pOffer) const { return isFix(pOffer, mInstalled.value(pOffer.mInfo.mName)); }
+
+    void leaveOutOrdinary()
+    {
+        const QSet<QString> tBrought =
+            broughtBy(mVerdicts, [this](const Offer& pOffer) { return isFixHere(pOffer); });
+        for (qsizetype i = 0; i < mOffers.size(); ++i) {
+            if (isTaken(i) && !isInstalled(mOffers[i]) && !isFixHere(mOffers[i]) &&
+                !tBrought.contains(mOffers[i].mInfo.mName)) {
+                mVerdicts[i] = {Reason::Ordinary, {}, {}};
+            }
+        }
+        leaveOutDependents();
+    }
+
     Verdict ofPhase(const Offer& pOffer) const
     {
         const packages::Release& tRelease = pOffer.mInfo.mRelease;
@@ -129,8 +148,9 @@ private:
         });
     }
 
-    // The names of all that urgent packages require. pByHand: the verdicts without phases.
-    QSet<QString> broughtByCritical(const QList<Verdict>& pByHand) const
+    // The names of all that the taken offers of this kind require. pVerdicts: which are taken.
+    template <typename F>
+    QSet<QString> broughtBy(const QList<Verdict>& pVerdicts, F pIsOfKind) const
     {
         QSet<QString> tNames;
         QStringList tToDo;
@@ -143,13 +163,13 @@ private:
             }
         };
         for (qsizetype i = 0; i < mOffers.size(); ++i) {
-            if (pByHand[i].mReason == Reason::None && isUrgent(mOffers[i])) {
+            if (pVerdicts[i].mReason == Reason::None && pIsOfKind(mOffers[i])) {
                 tAdd(mOffers[i]);
             }
         }
         while (!tToDo.isEmpty()) {
             for (const qsizetype tIndex : mByName.value(tToDo.takeLast())) {
-                if (pByHand[tIndex].mReason == Reason::None) {
+                if (pVerdicts[tIndex].mReason == Reason::None) {
                     tAdd(mOffers[tIndex]);
                 }
             }
@@ -219,12 +239,19 @@ QString wordOf(Reason pReason)
         return u"halted"_s;
     case Reason::Held:
         return u"held"_s;
+    case Reason::Ordinary:
+        return u"ordinary"_s;
     case Reason::Phase:
         return u"phase"_s;
     case Reason::Requirement:
         return u"requirement"_s;
     }
     return {};
+}
+
+bool isFix(const Offer& pOffer, const InstalledPackage* pInstalled)
+{
+    return pInstalled != nullptr && pOffer.mInfo.mRelease.isFixFor(pInstalled->mInfo.mVersion.version());
 }
 
 double placeOf(const QByteArray& pSeed, const QString& pPublication)

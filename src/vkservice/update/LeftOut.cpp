@@ -1,5 +1,7 @@
 #include "update/LeftOut.h"
 
+#include "update/Plan.h"
+
 #include <QtCore/QMap>
 #include <QtCore/QSet>
 #include <QtCore/QStringList>
@@ -11,6 +13,7 @@ using namespace Qt::StringLiterals;
 namespace tarn::vkservice::update {
 
 using vkcore::protocol::LeftOutPackage;
+using vkcore::protocol::PackageVersion;
 
 namespace {
 
@@ -33,13 +36,23 @@ OfferMap ideal(const LeftOutParts& pParts)
     return select(tOffers, pParts.mWishes);
 }
 
-LeftOutPackage entry(const Offer& pOffer, const Verdict& pVerdict)
+// True if the offer has a fix that the machine lacks even with what is chosen.
+bool fixesMore(const Offer& pOffer, const LeftOutParts& pParts)
+{
+    const auto tChosen = pParts.mChosen.constFind(pOffer.mInfo.mName);
+    return isFix(pOffer, pParts.mInstalled.find(pOffer.mInfo.mName)) &&
+           (tChosen == pParts.mChosen.constEnd() ||
+            pOffer.mInfo.mRelease.isFixFor(tChosen->mInfo.mVersion.version()));
+}
+
+LeftOutPackage entry(const Offer& pOffer, const Verdict& pVerdict, bool pIsFix)
 {
     return {.mName = pOffer.mInfo.mName,
             .mVersion = pOffer.mInfo.mVersion.version().toString(),
             .mReason = wordOf(pVerdict.mReason),
             .mRequired = pVerdict.mRequired,
-            .mDate = pVerdict.mDate.toLocalTime()};
+            .mDate = pVerdict.mDate.toLocalTime(),
+            .mSecurity = pIsFix ? std::optional(true) : std::nullopt};
 }
 
 } // namespace
@@ -75,7 +88,8 @@ QList<LeftOutPackage> leftOut(const LeftOutParts& pParts)
         if (tEntries.size() == sMostEntries) {
             break;
         }
-        tEntries.append(entry(pParts.mOffers[tIndex], pParts.mVerdicts[tIndex]));
+        tEntries.append(entry(pParts.mOffers[tIndex], pParts.mVerdicts[tIndex],
+                              fixesMore(pParts.mOffers[tIndex], pParts)));
     }
     return tEntries;
 }
@@ -91,6 +105,26 @@ QDateTime nextTurn(const QList<Verdict>& pVerdicts)
     return tNext;
 }
 
+QList<PackageVersion> pendingFixes(const Plan& pPlan, const packages::Manifest& pInstalled)
+{
+    QMap<QString, QString> tPending;
+    for (const LeftOutPackage& tPackage : pPlan.mLeftOut) {
+        if (tPackage.mSecurity.value_or(false)) {
+            tPending.insert(tPackage.mName, tPackage.mVersion);
+        }
+    }
+    for (const PlannedPackage& tPackage : pPlan.mPackages) {
+        if (isFix(tPackage.mOffer, pInstalled.find(tPackage.name()))) {
+            tPending.insert(tPackage.name(), tPackage.mOffer.mInfo.mVersion.version().toString());
+        }
+    }
+    QList<PackageVersion> tList;
+    for (auto tIt = tPending.begin(); tIt != tPending.end(); ++tIt) {
+        tList.append({tIt.key(), tIt.value()});
+    }
+    return tList;
+}
+
 QString leftOutText(const QList<LeftOutPackage>& pPackages)
 {
     struct Words
@@ -101,6 +135,7 @@ QString leftOutText(const QList<LeftOutPackage>& pPackages)
     };
     static constexpr Words sWords[] = {
         {Reason::Held, "is held", "are held"},
+        {Reason::Ordinary, "is no security update", "are no security updates"},
         {Reason::Phase, "waits for its phase", "wait for their phase"},
         {Reason::Halted, "was stopped by its publisher", "were stopped by their publisher"},
         {Reason::Refused, "is refused", "are refused"},

@@ -10,6 +10,8 @@
 
 namespace tarn::vkservice::update {
 
+struct Plan;
+
 struct LeftOutParts
 {
     const QList<Offer>& mOffers;
@@ -26,6 +28,9 @@ struct LeftOutParts
 QList<vkcore::protocol::LeftOutPackage> leftOut(const LeftOutParts& pParts);
 // When the first phase reaches this machine; invalid: it waits for none.
 QDateTime nextTurn(const QList<Verdict>& pVerdicts);
+
+// The security fixes of the plan that are not installed, each name once.
+QList<vkcore::protocol::PackageVersion> pendingFixes(const Plan& pPlan, const packages::Manifest& pInstalled);
 
 // "2 packages are held or wait for their phase."; empty for an empty list.
 QString leftOutText(const QList<vkcore::protocol::LeftOutPackage>& pPackages);

@@ -214,7 +214,8 @@ Plan makePlan(const QList<Offer>& pOffers, const Manifest& pInstalled, const Pac
             tTaken.append(pOffers[i]);
         }
     }
-    const OfferMap tChosen = select(tTaken, pWishes);
+    OfferMap tChosen = select(tTaken, pWishes);
+    addFixes(tTaken, pInstalled, &tChosen);
 
     Plan tPlan;
     tPlan.mParents = findParents(tChosen);

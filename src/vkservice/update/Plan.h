@@ -23,6 +23,7 @@ struct PlannedPackage
     Failure mFailure;         // set as soon as the package cannot be installed
     bool mIsStaged = false;   // stands complete in its staging folder
     bool mIsFollowUp = false; // true if the failure is only that of another package
+    QString mAdvisory = {};   // for the install log, as the publisher wrote it
     int mRepair = 0;          // N of the new folder of a package that is damaged; 0: it is not a repair
 
     const QString& name() const { return mOffer.mInfo.mName; }

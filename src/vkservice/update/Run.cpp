@@ -57,6 +57,7 @@ RunResult Run::run()
 
 RunResult Run::install(std::unique_ptr<Attempt>* pBest)
 {
+    mPendingFixes = update::pendingFixes((*pBest)->mPlan, mParts.mWorkplace.installed());
     if (!(*pBest)->mPlan.mPackages.isEmpty() || mParts.mWorkplace.needsNewGeneration()) {
         if (const Failure tFailure = Installation(mParts, mServers).install(pBest)) {
             RunResult tResult = failed(tFailure);
@@ -67,6 +68,7 @@ RunResult Run::install(std::unique_ptr<Attempt>* pBest)
         }
     }
     const Attempt& tAttempt = **pBest;
+    mPendingFixes = update::pendingFixes(tAttempt.mPlan, mParts.mWorkplace.installed());
     mInstalledBytes = tAttempt.mInstallFrom.isValid() ? 0 : installedBytes(tAttempt.mPlan);
     return concluded(mParts, pBest->get());
 }

@@ -20,12 +20,14 @@ public:
     RunTraffic traffic() const { return {mParts.mDownloads.received(), mInstalledBytes}; }
     QStringList unusableServers() const { return mServers.unusable(); }
     const QList<packages::Refusal>& refused() const { return mParts.mTrial.refused(); }
+    std::optional<QList<vkcore::protocol::PackageVersion>> pendingFixes() const { return mPendingFixes; }
 
 private:
     RunResult install(std::unique_ptr<Attempt>* pBest);
 
     RunParts mParts;
     ServerRound mServers;
+    std::optional<QList<vkcore::protocol::PackageVersion>> mPendingFixes;
     qint64 mInstalledBytes = 0; // of archives
 };
 

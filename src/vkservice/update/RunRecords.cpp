@@ -34,6 +34,26 @@ LangString plain(const LangString& pText, QString (*pClean)(const QString&, int)
     return tPlain;
 }
 
+// Behind the report, in each of its languages: it is written in one.
+LangString withAdvisory(LangString pReport, const QString& pAdvisory)
+{
+    const QString tAdvisory = vkcore::manyLines(pAdvisory, sMaxReport);
+    if (tAdvisory.isEmpty()) {
+        return pReport;
+    }
+    LangString tWhole;
+    const auto tReports = pReport.values();
+    for (auto tReport = tReports.cbegin(); tReport != tReports.cend(); ++tReport) {
+        if (!tReport.value().isEmpty()) {
+            tWhole.setValue(tReport.key(), u"%1\nAdvisory: "_s.arg(tReport.value()) + tAdvisory);
+        }
+    }
+    if (tWhole.isEmpty()) {
+        tWhole.setValue(u"en"_s, u"Advisory: "_s + tAdvisory);
+    }
+    return tWhole;
+}
+
 LogRecord recordOf(const PackageInfo& pInfo, const Plan& pPlan, const QString& pStatus)
 {
     LogRecord tRecord;
@@ -91,7 +111,8 @@ QList<LogRecord> runRecords(const Plan& pPlan)
         } else if (tPackage.mRepair > 0) {
             tRecord.mReport.setValue(u"en"_s, u"Files of this package were damaged; it was repaired."_s);
         } else {
-            tRecord.mReport = plain(tInfo.mReport, vkcore::manyLines, sMaxReport);
+            tRecord.mReport =
+                withAdvisory(plain(tInfo.mReport, vkcore::manyLines, sMaxReport), tPackage.mAdvisory);
         }
         tRecords.append(tRecord);
     }
@@ -136,7 +157,8 @@ QList<InstalledPackage> newPackages(const Plan& pPlan, const packages::PackageFo
         if (!tPackage.mFailure) {
             PackageInfo tInfo = tPackage.mOffer.mInfo;
             tInfo.mDeltas.clear(); // they lead here, and are of no further use
-            tInfo.mRelease = {};   // it was of use for the choice alone
+            tInfo.mAttachments.clear();
+            tInfo.mRelease = {}; // it was of use for the choice alone
             tNew.append({tInfo, tPackage.mOffer.hash(), tPackage.folder(pFolders),
                          pPlan.mParents.value(tInfo.mName)});
         }

@@ -81,6 +81,8 @@ struct RunResult
     QString mText; // resultText, or more details
     int mInstalledCount = 0;
     RunTraffic mTraffic = {};
+    // The security fixes that were offered and are not installed; none if no server could be asked.
+    std::optional<QList<vkcore::protocol::PackageVersion>> mPendingFixes = {};
     QStringList mUnusableServers = {}; // each with its reason
     // What was offered and not taken; none if no server could be asked.
     std::optional<QList<vkcore::protocol::LeftOutPackage>> mLeftOut = {};

@@ -71,6 +71,21 @@ OfferMap select(const QList<Offer>& pOffers, const Wishes& pWishes)
     return tChosen;
 }
 
+void addFixes(const QList<Offer>& pTaken, const packages::Manifest& pInstalled, OfferMap* pChosen)
+{
+    const OfferMap tFixes = bestOffers(pTaken, [&](const PackageInfo& pInfo) {
+        const InstalledPackage* tInstalled = pInfo.mRelease.mSecuritySince && !pChosen->contains(pInfo.mName)
+                                                 ? pInstalled.find(pInfo.mName)
+                                                 : nullptr;
+        return tInstalled != nullptr && tInstalled->mInfo.mLanguage == pInfo.mLanguage &&
+               pInfo.mRelease.isFixFor(tInstalled->mInfo.mVersion.version());
+    });
+    if (!tFixes.isEmpty()) {
+        pChosen->insert(tFixes);
+        addRequired(bestOffers(pTaken, [](const PackageInfo&) { return true; }), pChosen);
+    }
+}
+
 bool isNeeded(const Offer& pOffer, const InstalledPackage* pInstalled, const PackageFolders& pFolders)
 {
     if (pInstalled == nullptr || pOffer.mInfo.mVersion > pInstalled->mInfo.mVersion) {

@@ -25,6 +25,9 @@ bool isWished(const packages::PackageInfo& pInfo, const Wishes& pWishes);
 bool isBetter(const Offer& pOffer, const Offer& pOther);
 // The best of the wished offers, and of what they require in any language.
 OfferMap select(const QList<Offer>& pOffers, const Wishes& pWishes);
+// Adds fixes of installed packages that no chosen one requires any more, in the language that is installed:
+// those that required them may be left out.
+void addFixes(const QList<Offer>& pTaken, const packages::Manifest& pInstalled, OfferMap* pChosen);
 // True if installing the offer changes anything but for the worse. pInstalled: null if it is missing.
 bool isNeeded(const Offer& pOffer, const packages::InstalledPackage* pInstalled,
               const packages::PackageFolders& pFolders);

@@ -6,6 +6,7 @@
 #include "update/FreeSpace.h"
 #include "update/Preparation.h"
 #include "update/Reporter.h"
+#include "update/supply/Advisories.h"
 #include "update/supply/Staging.h"
 
 namespace tarn::vkservice::update {
@@ -68,7 +69,8 @@ Failure Supply::fetch()
     if (Failure tFailure = checkSpace()) {
         return tFailure;
     }
-    return fetchParts();
+    Failure tFailure = fetchParts();
+    return tFailure ? tFailure : fetchAdvisories(mParts, mOrders, &mPlan);
 }
 
 Failure Supply::fetchSideFiles()

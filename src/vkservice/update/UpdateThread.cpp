@@ -31,6 +31,7 @@ public:
         os::FreeCheckRunner tChecks(mChecks, *mFreeThread);
         Run tRun(mRequest, mFileSystem, tProcesses, *mReporter, mAbort, tChecks);
         RunResult tResult = tRun.run();
+        tResult.mPendingFixes = tRun.pendingFixes();
         tResult.mTraffic = tRun.traffic();
         tResult.mUnusableServers = tRun.unusableServers();
         tResult.mRefused = tRun.refused();

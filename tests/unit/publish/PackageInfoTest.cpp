@@ -23,7 +23,10 @@ PackageInfo full()
     tInfo.mInstalledSize = 5000000000;
     tInfo.mIndex = IndexFile{.mFile = {.mLength = 9, .mHash = {}}, .mText = {.mHash = {}, .mLength = 70}};
     tInfo.mDeltas = {{.mFile = {.mLength = 3, .mHash = {}}, .mFrom = {.mHash = {}, .mLength = 60}}};
+    tInfo.mAttachments = {{AttachmentKind::Advisory, {.mLength = 5, .mHash = {}}},
+                          {AttachmentKind::Sbom, {.mLength = 6, .mHash = {}}}};
     tInfo.mRelease.mIsCritical = true;
+    tInfo.mRelease.mSecuritySince = Version(1, 2, 0, 0);
     tInfo.mRelease.mPhase = Phase{q("57"), tInfo.mVersion.date(), 432000};
     return tInfo;
 }
@@ -54,6 +57,7 @@ TEST(PackageInfo, ComesBackFromJson)
         EXPECT_EQ(tRead.mInstalledSize, tInfo.mInstalledSize);
         EXPECT_EQ(tRead.mIndex, tInfo.mIndex);
         EXPECT_EQ(tRead.mDeltas, tInfo.mDeltas);
+        EXPECT_EQ(tRead.mAttachments, tInfo.mAttachments);
         EXPECT_EQ(tRead.mRelease, tInfo.mRelease);
     }
     EXPECT_EQ(tHalted.toJson().keys(), QStringList({q("name"), q("package")}))
@@ -82,6 +86,10 @@ TEST(PackageInfo, RefusesWhatBreaksARule)
         {"index", {1, QJsonObject{}, sideFile(0, 64), sideFile(9, 63)}},
         {"channel", {1, q(""), q("stable"), q("Beta"), q("a/b")}},
         {"critical", {1, q("yes")}},
+        {"security", {true, q("soon"), q("1.2.3.5")}},
+        {"attachments",
+         {1, QJsonObject{{q("sbom"), 1}}, QJsonObject{{q("advisory"), sideFile(65537, 64)}},
+          QJsonObject{{q("sbom"), sideFile(0, 64)}}}},
         {"halted", {true, q("soon"), q("2026-03-01T08:00:00")}},
         {"phase",
          {1, phase("", "2026-03-01T08:00:00Z", 1), phase("a", "2026-03-01", 1),

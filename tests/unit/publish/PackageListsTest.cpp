@@ -32,7 +32,7 @@ protected:
 
 tarn::Failure addOne(KeyFolder& pKeys)
 {
-    if (tarn::Failure tFailure = pKeys.openPackage(q("b-2"))) {
+    if (tarn::Failure tFailure = pKeys.openPackages(q("b-2"))) {
         return tFailure;
     }
     pKeys.mRecord.mTargets.insert(q("b-2"), QJsonObject{{q("length"), 7}});

@@ -53,6 +53,9 @@ struct World
             packages::Release& tRelease = tOffer.mInfo.mRelease;
             tRelease.mChannel = below(5) == 0 ? q("beta") : QString();
             tRelease.mIsCritical = below(8) == 0;
+            if (below(4) == 0) {
+                tRelease.mSecuritySince = vkcore::Version(1 + below(1 + i), 0, 0, 0);
+            }
             tRelease.mHalted = below(6) == 0 ? std::optional(sNow) : std::nullopt;
             if (below(3) == 0) {
                 tRelease.mPhase = Phase{QString::number(below(3)), sNow.addSecs(-below(2000)), 1000};
@@ -72,6 +75,7 @@ struct World
         }
         mChoices.mChannel = below(2) == 0 ? q("beta") : QString();
         mChoices.mIsScheduled = below(4) != 0;
+        mChoices.mOnlySecurity = below(3) == 0;
         mChoices.mSeed = QByteArray::number(pSeed);
     }
 
@@ -103,16 +107,16 @@ QStringList shown(const Plan& pPlan)
     return tLines;
 }
 
-// What a critical package that is new to the machine requires, in any version.
-QSet<QString> urgentNames(const World& pWorld)
+// What the offers of a kind require, in any version.
+template <typename F>
+QSet<QString> broughtNames(const World& pWorld, F pIsOfKind)
 {
     QSet<QString> tNames;
     for (qsizetype tBefore = -1; tBefore != tNames.size();) {
         tBefore = tNames.size();
         for (const Offer& tOffer : pWorld.mOffers) {
-            const InstalledPackage* tPackage = pWorld.mInstalled.find(tOffer.mInfo.mName);
-            const bool tIsNew = tPackage == nullptr || tOffer.mInfo.mVersion > tPackage->mInfo.mVersion;
-            if ((tOffer.mInfo.mRelease.mIsCritical && tIsNew) || tNames.contains(tOffer.mInfo.mName)) {
+            if (pIsOfKind(tOffer, pWorld.mInstalled.find(tOffer.mInfo.mName)) ||
+                tNames.contains(tOffer.mInfo.mName)) {
                 tNames += QSet<QString>(tOffer.mInfo.mRequires.begin(), tOffer.mInfo.mRequires.end());
             }
         }
@@ -138,7 +142,12 @@ void expectWhole(const World& pWorld, Plan* pPlan)
 
 void expectAllowed(const World& pWorld, const Plan& pPlan)
 {
-    const QSet<QString> tUrgent = urgentNames(pWorld);
+    const auto tIsUrgent = [](const Offer& pOffer, const InstalledPackage* pInstalled) {
+        return pOffer.mInfo.mRelease.mIsCritical &&
+               (pInstalled == nullptr || pOffer.mInfo.mVersion > pInstalled->mInfo.mVersion);
+    };
+    const QSet<QString> tUrgent = broughtNames(pWorld, tIsUrgent);
+    const QSet<QString> tOfFixes = broughtNames(pWorld, isFix);
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
         const PackageInfo& tInfo = tPackage.mOffer.mInfo;
         const InstalledPackage* tBefore = pWorld.mInstalled.find(tInfo.mName);
@@ -150,6 +159,9 @@ void expectAllowed(const World& pWorld, const Plan& pPlan)
             const bool tApplies = tHold.mName == tInfo.mName && !tHold.isOver(sNow);
             EXPECT_TRUE(!tApplies || tHold.lets(tInfo.mVersion.version())) << tInfo.mName;
         }
+        EXPECT_TRUE(!pWorld.mChoices.mOnlySecurity || pWorld.mInstalled.mPackages.isEmpty() ||
+                    isFix(tPackage.mOffer, tBefore) || tOfFixes.contains(tInfo.mName))
+            << tInfo.mName;
         if (const auto& tPhase = tInfo.mRelease.mPhase; tPhase && pWorld.mChoices.mIsScheduled) {
             const double tElapsed = static_cast<double>(tPhase->mBegins.secsTo(sNow)) / 1000;
             EXPECT_TRUE(tElapsed >= placeOf(pWorld.mChoices.mSeed, tPhase->mPublication) ||
@@ -159,18 +171,40 @@ void expectAllowed(const World& pWorld, const Plan& pPlan)
     }
 }
 
+// Of what would come by hand, every fix also comes alone; returns their number.
+qsizetype expectFixes(World pWorld)
+{
+    pWorld.mChoices.mIsScheduled = false;
+    pWorld.mChoices.mOnlySecurity = true;
+    Plan tAlone = pWorld.plan();
+    pWorld.mChoices.mOnlySecurity = false;
+    qsizetype tFixes = 0;
+    for (const PlannedPackage& tPackage : pWorld.plan().mPackages) {
+        const InstalledPackage* tBefore = pWorld.mInstalled.find(tPackage.name());
+        if (isFix(tPackage.mOffer, tBefore)) {
+            const PlannedPackage* tSame = tAlone.find(tPackage.name());
+            EXPECT_TRUE(tSame != nullptr && isFix(tSame->mOffer, tBefore)) << tPackage.name();
+            EXPECT_TRUE(tSame == nullptr || tPackage.mFailure || !tSame->mFailure) << tPackage.name();
+            ++tFixes;
+        }
+    }
+    return tFixes;
+}
+
 } // namespace
 
 TEST(EligibilityTest, NoRepositoryBreaksASetGoesBackOrGetsAroundAChoice)
 {
     qsizetype tPlanned = 0;
     qsizetype tLeftOut = 0;
+    qsizetype tFixes = 0;
     for (quint32 tSeed = 0; tSeed < 1000; ++tSeed) {
         SCOPED_TRACE(tSeed);
         World tWorld(tSeed);
         Plan tPlan = tWorld.plan();
         expectWhole(tWorld, &tPlan);
         expectAllowed(tWorld, tPlan);
+        tFixes += expectFixes(tWorld);
         tPlanned += tPlan.mPackages.size();
         tLeftOut += tPlan.mLeftOut.size();
         const QStringList tShown = shown(tPlan);
@@ -181,6 +215,7 @@ TEST(EligibilityTest, NoRepositoryBreaksASetGoesBackOrGetsAroundAChoice)
     }
     EXPECT_GT(tPlanned, 500);
     EXPECT_GT(tLeftOut, 500);
+    EXPECT_GT(tFixes, 100);
 }
 
 TEST(EligibilityTest, AFleetFollowsThePhaseAndStopsAtAHalt)
@@ -257,6 +292,31 @@ TEST(EligibilityTest, WhatIsCriticalBringsItsRequirementsAtOnce)
     tOffers[3].mInfo.mRelease.mIsCritical = true;
     tOffers[4].mInfo.mRelease.mHalted = sNow;
     EXPECT_EQ(tPlanned(Manifest()), 0) << "what is left out brings nothing";
+}
+
+TEST(EligibilityTest, AFixReachesAPackageThatNothingElseAsksFor)
+{
+    Offer tMaps = offer(q("maps"), 1);
+    tMaps.mInfo.mLanguage = q("en");
+    Manifest tInstalled;
+    tInstalled.mPackages = {installed(offer(q("app"), 1, {q("maps")})), installed(tMaps)};
+    QList<Offer> tOffers{offer(q("app"), 2, {q("maps")}), tMaps, tMaps};
+    for (const int tVersion : {2, 3}) {
+        tOffers[tVersion - 1] = offer(q("maps"), tVersion);
+        tOffers[tVersion - 1].mInfo.mLanguage = q("en");
+        tOffers[tVersion - 1].mInfo.mRelease.mSecuritySince = vkcore::Version(2, 0, 0, 0);
+    }
+    Choices tChoices;
+    tChoices.mOnlySecurity = true;
+    const Plan tPlan = makePlan(tOffers, tInstalled, sFolders, {q("de"), q("de")}, {}, tChoices, sNow);
+    ASSERT_EQ(tPlan.mPackages.size(), 1);
+    EXPECT_EQ(tPlan.mPackages[0].mOffer.hash(), tOffers[2].hash()) << "the newest, also if it is ordinary";
+    EXPECT_EQ(shown(tPlan).last(), q("app|2.0.0.0|ordinary||"));
+    EXPECT_EQ(pendingFixes(tPlan, tInstalled).size(), 1);
+    tInstalled.mPackages = {installed(tOffers[1])};
+    EXPECT_EQ(pendingFixes(tPlan, tInstalled).size(), 0);
+    EXPECT_EQ(makePlan(tOffers, {}, sFolders, {q("de"), q("de")}, {}, tChoices, sNow).mPackages.size(), 2)
+        << "a new machine takes everything";
 }
 
 TEST(EligibilityTest, ReadsPrefixesOfVersionsAndTellsWhatIsLeftOut)

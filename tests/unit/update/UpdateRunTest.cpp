@@ -1,3 +1,4 @@
+#include "tuf/Hashes.h"
 #include "UpdateFixture.h"
 
 #include <QtCore/QProcess>
@@ -204,6 +205,50 @@ TEST_F(UpdateRunTest, GoesOnWithAPartialDownloadUnlessItIsWrong)
     // The server has only the rest of the file.
     writeFile(mTargets.value(q("lib")), QByteArray(tHalf, '?') + tArchive.mid(tHalf));
     tRunFrom(tArchive.first(tHalf));
+}
+
+TEST_F(UpdateRunTest, AnAdvisoryIsShownAsItWasSigned)
+{
+    using namespace tarn::packages;
+    run(ResultSuccess);
+    int tVersion = 1;
+    std::optional<tarn::vkcore::Version> tSince;
+    const auto tReportWith = [&](const QByteArray& pSigned, const QByteArray& pServed, int pLanguages = 1) {
+        package("lib").mVersion = QString::number(++tVersion);
+        publish();
+        PackageInfo tInfo = infoOf(package("lib"));
+        for (int i = 1; i < pLanguages; ++i) {
+            tInfo.mReport.setValue(q("x") + QChar(u'a' + i / 26) + QChar(u'a' + i % 26), q("-"));
+        }
+        const auto tHash = *tarn::tuf::Hash::fromHex(q(tarn::tuf::sha256(pSigned)));
+        tInfo.mRelease.mSecuritySince = tSince;
+        tInfo.mAttachments = {{AttachmentKind::Advisory, {pSigned.size(), tHash}}};
+        writeFile(mRepository.path(q("targets/")) + tInfo.mAttachments[0].name(), pServed);
+        mRepository.set(mTargets.value(q("lib")), "custom", tInfo.toJson());
+        mRepository.publish();
+        EXPECT_EQ(run(ResultSuccess).mInstalledCount, 1);
+        for (const auto& tRecord : mMachine.manifest().mRecords) {
+            if (tRecord.mPackage == q("lib")) {
+                return tRecord.mReport.bestValue(q("en")).section(u'\n', 1);
+            }
+        }
+        return QString();
+    };
+    const QString tMissing = q("Advisory: (it could not be fetched)");
+    EXPECT_EQ(tReportWith("Two\r\nlines", "Two\r\nlines"), q("Advisory: Two\nlines"));
+    EXPECT_EQ(mMachine.mMessages, QStringList());
+    EXPECT_EQ(tReportWith("\x1b[2J\xff", "\x1b[2J\xff"), q("Advisory: [2J\xef\xbf\xbd")) << "of another tool";
+    EXPECT_EQ(tReportWith("signed", "forged"), tMissing);
+    EXPECT_TRUE(mMachine.mMessages.join(u'|').contains(q("The advisory of the package lib is missing")));
+    EXPECT_EQ(tReportWith("signed", "signed, and more"), tMissing);
+    const QByteArray tLong(60000, 'a');
+    EXPECT_EQ(tReportWith(tLong, tLong), q("Advisory: " + tLong));
+    EXPECT_EQ(tReportWith(tLong, tLong, 100), tMissing) << "too long in all of these languages";
+    tSince = tarn::vkcore::Version(tVersion, 0, 0, 0);
+    EXPECT_EQ(tReportWith("of the version before", "of the version before"), q(""));
+    tSince = tarn::vkcore::Version(tVersion + 1, 0, 0, 0);
+    EXPECT_EQ(tReportWith("of this one", "of this one"), q("Advisory: of this one"));
+    expectInstalled();
 }
 
 // The clock may be set back; it is never earlier than the newest signature.
