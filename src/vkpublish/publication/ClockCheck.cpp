@@ -22,8 +22,8 @@ Failure checkClock(const Record& pRecord, const QDateTime& pClock)
     }
     return Failure::content(
         u"By this machine's clock it is %1, and by the record the last publication was on %2: set the clock, "
-        "or say with --trust-clock that it is right"_s.arg(pClock.toUTC().toString(Qt::ISODate),
-                                                           tLast.toUTC().toString(Qt::ISODate)));
+        "or say with --trust-clock of publish or refresh that it is right"_s.arg(
+            pClock.toUTC().toString(Qt::ISODate), tLast.toUTC().toString(Qt::ISODate)));
 }
 
 } // namespace tarn::vkpublish

@@ -142,7 +142,7 @@ void PackageRepository::addDelta(const QString& pArchive, PackageInfo* pInfo)
     tarn::vkpublish::DeltaResult tResult;
     const QString tDelta = path(q("delta"));
     EXPECT_TRUE(tOpen(tBefore->first, tBefore->second, &tOld) && tOpen(*pInfo, pArchive, &tNew) &&
-                !makeDelta(tarn::os::realFileSystem(), tOld, tNew, 1, tDelta, &tResult));
+                !makeDelta(tarn::os::realFileSystem(), tOld, tNew, 1, 1 << 30, tDelta, &tResult));
     pInfo->mDeltas = {{{tResult.mLength, tResult.mHash}, tBefore->first.mIndex->mText}};
     QFile::rename(tDelta, path(q("targets/")) + pInfo->mDeltas.first().name());
 }
