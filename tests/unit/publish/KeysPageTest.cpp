@@ -120,7 +120,7 @@ protected:
                 pNew->append(tId);
             }
         }
-        return q("\\A\n") + tPattern + QRegularExpression::escape(pWritten.mid(tAt)) + q("\\z");
+        return q("\\A") + tPattern + QRegularExpression::escape(pWritten.mid(tAt)) + q("\\z");
     }
 
     QString withIds(QString pCommand) const
@@ -137,7 +137,7 @@ protected:
     {
         QByteArray tPage = readFile(q(KEYS_PAGE));
         tPage = tPage.mid(tPage.indexOf("\n### " + pTitle + '\n') + 1);
-        tPage = tPage.first(tPage.indexOf("\n### ") < 0 ? tPage.indexOf("\n## ") : tPage.indexOf("\n### "));
+        tPage.truncate((tPage + "\n##").indexOf("\n##"));
         static const QRegularExpression sCommand(q("    (\\w+)\\$ (.*)\n((?:(?!    \\w+\\$ )    .*\n)*)"));
         int tCommands = 0;
         for (auto tAll = sCommand.globalMatch(QString::fromUtf8(tPage)); tAll.hasNext(); ++tCommands) {
