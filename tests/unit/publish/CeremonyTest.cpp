@@ -159,6 +159,42 @@ TEST_F(CeremonyTest, ASignerSeesWhatComesAndGoesSinceHisLastSignature)
     EXPECT_TRUE(run("show @payload").mOut.contains("WARNING: unknown part \"delegations\""));
 }
 
+// The machine that has written the payload may be in an attacker's hands.
+TEST_F(CeremonyTest, ASignerSeesWhatAPayloadWouldHide)
+{
+    succeed("payload @r root --output @root");
+    succeed("payload @r targets --output @targets");
+    const QByteArray tId = idOf("timestamp", 0).toLatin1();
+    const QByteArray tOther = tId.startsWith('0') ? "1" : "0";
+    const struct
+    {
+        const char* mFile;
+        QByteArray mFrom;
+        QByteArray mTo;
+        QByteArray mShown;
+    } sCases[] = {
+        {"root", tId, tOther + tId.mid(1),
+         "WARNING: what is called key " + tOther + tId.mid(1) + " is another key"},
+        {"root", "\"expires\":\"20", "\"expires\":\"99", "WARNING: it is valid for more than 4000 days"},
+        {"root", "\"version\":2}", "\"version\":2000000}", "WARNING: the version is far higher"},
+        {"root", "\"roles\":{", "\"roles\":{\"targets: ok\":{\"keyids\":[],\"threshold\":1},",
+         "unknown role \"targets: ok\""},
+        {"root", "\"version\":2}", "\"targets\":{},\"version\":2}", "WARNING: unknown part \"targets\""},
+        {"targets", "\"custom\":{", "\"custom\":{\"a\":1,",
+         "WARNING: the description of a-1.0.0.0.tar.zst has parts"},
+        {"targets", "\"sha256\":\"", "\"md9\":\"00\",\"sha256\":\"", "\n  md9 00\n"},
+        {"targets", "\"custom\":{", "\"custom\":{\"check\":\"bin/evil\",", "\n  machines run bin/evil\n"},
+        {"targets", "", "", ".index.zst\n1 new, 0 changed, 0 removed\n"},
+    };
+    for (const auto& tCase : sCases) {
+        QByteArray tPayload = readFile(path(tCase.mFile));
+        EXPECT_TRUE(tPayload.contains(tCase.mFrom)) << tPayload;
+        write("payload", tCase.mFrom.isEmpty() ? tPayload : tPayload.replace(tCase.mFrom, tCase.mTo));
+        const Program::Result tShown = run("show @payload");
+        EXPECT_TRUE(tShown.mOut.contains(tCase.mShown)) << tCase.mTo << ": " << tShown.mOut << tShown.mErr;
+    }
+}
+
 TEST_F(CeremonyTest, EachMistakeIsOneLineAndChangesNothing)
 {
     succeed("key make --no-passphrase @alice.pem");
