@@ -141,7 +141,8 @@ TEST_F(CeremonyTest, ASignerSeesWhatComesAndGoesSinceHisLastSignature)
     EXPECT_TRUE(tAsked.mOut.contains("everything is new") && tAsked.mOut.contains("NEW: a 1.0.0"))
         << tAsked.mOut;
     EXPECT_FALSE(QFile::exists(path("signature")));
-    succeed((tSign + " --yes").constData());
+    succeed((tSign + " --yes --key @alice.pem").constData());
+    EXPECT_EQ(readFile(path("signature")).count("keyid"), 1) << "a key signs once";
     succeed("remove @r a");
     write("f/data", "other\n");
     succeed("add @r @f --name b --version 2");
