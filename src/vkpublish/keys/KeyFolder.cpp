@@ -402,23 +402,24 @@ Failure KeyFolder::replaceRoot(const QByteArray& pRoot, const QDateTime& pUntil)
     if (!tNew->signsLike(*tOld)) {
         mRecord.mRetiringRoots.append({mRecord.mRoot, pUntil});
     }
-    dropMissingKeys(*tOld);
+    dropMissingKeys(*tOld, *tNew);
     mRecord.mVersions[tuf::sRoot] = tNew->version();
     mRecord.mRoot = pRoot;
     return {};
 }
 
-// A key of the root pRoot whose file is missing was moved to the machine of its owner: from now on it is
-// elsewhere. One that was replaced before has been deleted.
-void KeyFolder::dropMissingKeys(const RootDocument& pRoot)
+// A key of these roots whose file is missing was moved to the machine of its owner: from now on it is
+// elsewhere. One that was replaced before has been deleted. Whoever is in the new root can sign.
+void KeyFolder::dropMissingKeys(const RootDocument& pOld, const RootDocument& pNew)
 {
+    mRecord.mLostKeys.removeIf([&](const QString& pId) { return !pNew.publicJson(pId).isEmpty(); });
     const QStringList tIds = mRecord.mKeys.keys();
     for (const QString& tId : tIds) {
         if (isHere(tId)) {
             continue;
         }
         mRecord.mKeys.remove(tId);
-        if (pRoot.publicJson(tId).isEmpty()) {
+        if (pOld.publicJson(tId).isEmpty() && pNew.publicJson(tId).isEmpty()) {
             mRecord.mLostKeys.append(tId);
         }
     }

@@ -321,6 +321,28 @@ TEST_F(CeremonyTest, OldKeysSignDuringAChangeUnlessTheyAreLost)
     }
 }
 
+TEST_F(CeremonyTest, WhoeverIsInTheRootIsNotLost)
+{
+    const QByteArray tOld = idOf("targets", 0).toLatin1();
+    succeed("key add @r targets --no-passphrase");
+    succeed(("key remove @r targets " + tOld + " --lost").constData());
+    succeed("payload @r root --discard");
+    succeed("key add @r targets --no-passphrase");
+    // To its owner, before it is in a published root.
+    for (const QString& tName : files("r.keys").filter(q("targets-"))) {
+        if (!tName.contains(QString::fromLatin1(tOld.left(16)))) {
+            QFile::rename(path("r.keys/") + tName, path("moved-") + tName);
+        }
+    }
+    succeed("publish @r");
+    EXPECT_TRUE(files("r/metadata").contains(q("2.root.json")));
+    KeyFolder tKeys(tarn::os::realFileSystem(), path("r.keys"));
+    ASSERT_FALSE(tKeys.openForReading());
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_FALSE(tKeys.isGone(idOf("targets", i))) << i;
+    }
+}
+
 TEST_F(CeremonyTest, InitMakesKeysForSeveralPeople)
 {
     succeed("init @n --no-passphrase --threshold 2 --key-count 3");
