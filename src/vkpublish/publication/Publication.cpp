@@ -16,6 +16,9 @@
 
 #include <QtCore/QFile>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <utility>
@@ -53,6 +56,17 @@ bool isFresh(const PublishedFile& pFile, const QDateTime& pExpires, const QDateT
 bool isAsStated(const QString& pPath, const QJsonObject& pStated)
 {
     return !fileMatches(pPath, pStated["length"_L1].toInteger(), {statedHash(pStated)});
+}
+
+// Who may write to the repository must not have files elsewhere deleted.
+Failure checkLink(const QString& pFolder)
+{
+    struct stat tStat = {};
+    const bool tIsForeign = ::lstat(QFile::encodeName(pFolder).constData(), &tStat) == 0 &&
+                            S_ISLNK(tStat.st_mode) && tStat.st_uid != 0 && tStat.st_uid != ::geteuid();
+    return tIsForeign ? Failure::content(u"%1 is a link that another user has made: nothing is deleted "
+                                         "there"_s.arg(pFolder))
+                      : Failure();
 }
 
 QString nameInTargets(const QString& pRepository, const FileAt& pFile)
@@ -387,6 +401,11 @@ void Publication::noteUnreferenced(const QDateTime& pNow)
 
 Failure Publication::prune(const QDateTime& pNow, qint64 pGrace)
 {
+    for (const QString& tFolder : {metadataFolder(mRepository), targetsFolder(mRepository)}) {
+        if (Failure tFailure = checkLink(tFolder)) {
+            return tFailure;
+        }
+    }
     QMap<QString, QDateTime>& tUnreferenced = mKeys.mRecord.mUnreferenced;
     for (auto tIt = tUnreferenced.begin(); tIt != tUnreferenced.end();) {
         const QString tPath = mRepository + u'/' + tIt.key();
