@@ -1,5 +1,6 @@
 #include "update/Run.h"
 
+#include "update/LeftOut.h"
 #include "update/Reporter.h"
 #include "update/run/Ending.h"
 #include "update/run/FirstSteps.h"
