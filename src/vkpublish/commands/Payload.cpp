@@ -2,12 +2,11 @@
 
 #include "CommandLine.h"
 #include "commands/DraftReport.h"
+#include "commands/ListOptions.h"
 #include "keys/KeyFolder.h"
 #include "keys/SigningTime.h"
 #include "publication/Drafts.h"
-#include "publication/NewDeltas.h"
 #include "publication/Publication.h"
-#include "publication/Releases.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
@@ -25,8 +24,7 @@ struct Job
     QString mRole;
     QDateTime mNow;
     QDateTime mExpires;
-    int mDeltas = 0;
-    std::optional<int> mPhaseDays;
+    ListOptions mList;
 };
 
 void declare(CommandLine* pLine)
@@ -39,12 +37,7 @@ void declare(CommandLine* pLine)
     pLine->addOption(u"discard"_s, u"Only give the draft up"_s);
     pLine->addOption(u"root-days"_s, u"How long a new draft of the root is valid, in days"_s, u"DAYS"_s,
                      u"3650"_s);
-    pLine->addOption(u"targets-days"_s, u"How long a new list of packages is valid, in days"_s, u"DAYS"_s,
-                     u"365"_s);
-    pLine->addOption(u"deltas"_s,
-                     u"From how many versions before to make deltas to each new package, 0 to 16"_s, u"N"_s,
-                     u"2"_s);
-    pLine->addOption(u"phase-days"_s, u"As for publish"_s, u"N"_s);
+    addListOptions(pLine);
 }
 
 bool readJob(const CommandLine& pLine, Job* pTo)
@@ -54,32 +47,20 @@ bool readJob(const CommandLine& pLine, Job* pTo)
         return false;
     }
     const std::optional<int> tRootDays = pLine.number("root-days", 1, 36500);
-    const std::optional<int> tTargetsDays = pLine.number("targets-days", 1, 3650);
-    const std::optional<int> tDeltas = pLine.number("deltas", 0, 16);
-    if (!tRootDays || !tTargetsDays || !tDeltas) {
+    if (!tRootDays || !readListOptions(pLine, &pTo->mList)) {
         return false;
     }
-    if (pLine.isSet("phase-days")) {
-        pTo->mPhaseDays = pLine.number("phase-days", 0, 365);
-        if (!pTo->mPhaseDays) {
-            return false;
-        }
-    }
-    pTo->mDeltas = *tDeltas;
     pTo->mNow = signingTime();
-    pTo->mExpires = pTo->mNow.addDays(pTo->mRole == tuf::sRoot ? *tRootDays : *tTargetsDays);
+    pTo->mExpires = pTo->mNow.addDays(pTo->mRole == tuf::sRoot ? *tRootDays : pTo->mList.mDays);
     return true;
 }
 
 Failure makeTargetsDraft(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys)
 {
-    NewDeltas tDeltas(os::realFileSystem(), pLine.repository(), *pKeys);
-    if (Failure tFailure = tDeltas.make(pJob.mDeltas)) {
+    if (Failure tFailure = makeDeltas(pLine, pJob.mList, pKeys)) {
         return tFailure;
     }
-    if (pJob.mPhaseDays) {
-        setPhases(&pKeys->mRecord, pJob.mNow, *pJob.mPhaseDays);
-    }
+    setPhases(pJob.mList, pJob.mNow, pKeys);
     return draftTargets(pKeys, pJob.mExpires);
 }
 

@@ -2,13 +2,12 @@
 
 #include "CommandLine.h"
 #include "commands/Json.h"
+#include "commands/ListOptions.h"
 #include "keys/SigningTime.h"
 #include "network/MetadataSource.h"
 #include "publication/CatchUp.h"
 #include "publication/Layout.h"
-#include "publication/NewDeltas.h"
 #include "publication/Publication.h"
-#include "publication/Releases.h"
 
 #include "os/FileSystem.h"
 #include "tuf/Metadata.h"
@@ -22,17 +21,16 @@ namespace {
 constexpr int sRootWarningDays = 90;
 constexpr qint64 sSecondsPerDay = 24 * 60 * 60;
 
-std::optional<PublicationTimes> readTimes(const CommandLine& pLine)
+std::optional<PublicationTimes> readTimes(const CommandLine& pLine, int pTargetsDays)
 {
     const std::optional<int> tDays = pLine.number("expires-days", 1, 3650);
-    const std::optional<int> tTargetsDays = pLine.number("targets-days", 1, 3650);
-    if (!tDays || !tTargetsDays) {
+    if (!tDays) {
         return std::nullopt;
     }
     PublicationTimes tTimes;
     tTimes.mNow = signingTime();
     tTimes.mExpires = tTimes.mNow.addDays(*tDays);
-    tTimes.mTargetsExpires = tTimes.mNow.addDays(*tTargetsDays);
+    tTimes.mTargetsExpires = tTimes.mNow.addDays(pTargetsDays);
     if (pLine.isSet("expires")) {
         const std::optional<QDateTime> tDate = pLine.date("expires");
         if (!tDate) {
@@ -66,15 +64,7 @@ void declare(CommandLine* pLine)
     pLine->addOption(u"expires-days"_s, u"How long timestamp and snapshot are valid, in days"_s, u"DAYS"_s,
                      u"14"_s);
     pLine->addOption(u"expires"_s, u"The same as a date"_s, u"DATE"_s);
-    pLine->addOption(u"targets-days"_s, u"How long the list of packages is valid, in days"_s, u"DAYS"_s,
-                     u"365"_s);
-    pLine->addOption(u"deltas"_s,
-                     u"From how many versions before to make deltas to each new package, 0 to 16"_s, u"N"_s,
-                     u"2"_s);
-    pLine->addOption(u"phase-days"_s,
-                     u"Over how many days what is new reaches the machines that update by schedule; 0 ends "
-                     "all phases"_s,
-                     u"N"_s);
+    addListOptions(pLine);
     pLine->addOption(u"prune"_s, u"Then delete files that have been unreferenced for a while"_s);
     pLine->addOption(u"prune-days"_s, u"Minimum time without a reference, in days"_s, u"DAYS"_s, u"1"_s);
     pLine->addOption(u"above"_s,
@@ -89,26 +79,20 @@ struct Job
 {
     PublicationTimes mTimes;
     qint64 mGrace = 0;
-    int mDeltas = 0; // to each new package, at most
-    std::optional<int> mPhaseDays;
+    ListOptions mList;
     std::unique_ptr<tuf::Fetcher> mAbove;
 };
 
 bool readJob(const CommandLine& pLine, Job* pTo)
 {
-    const std::optional<PublicationTimes> tTimes = readTimes(pLine);
     const std::optional<int> tPruneDays = pLine.number("prune-days", 0, 3650);
-    const std::optional<int> tDeltas = pLine.number("deltas", 0, 16);
-    if (!tTimes || !tPruneDays || !tDeltas) {
+    if (!tPruneDays || !readListOptions(pLine, &pTo->mList)) {
         return false;
     }
-    if (pLine.isSet("phase-days")) {
-        pTo->mPhaseDays = pLine.number("phase-days", 0, 365);
-        if (!pTo->mPhaseDays) {
-            return false;
-        }
+    const std::optional<PublicationTimes> tTimes = readTimes(pLine, pTo->mList.mDays);
+    if (!tTimes) {
+        return false;
     }
-    pTo->mDeltas = *tDeltas;
     pTo->mTimes = *tTimes;
     pTo->mGrace = *tPruneDays * sSecondsPerDay;
     return !pLine.isSet("above") || pLine.openPlace("above", &pTo->mAbove);
@@ -133,15 +117,11 @@ Failure publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys)
     }
     // A draft has the deltas already that were made for it.
     if (!*tDraft) {
-        NewDeltas tDeltas(tFileSystem, pLine.repository(), *pKeys);
-        if (Failure tFailure = tDeltas.make(pJob.mDeltas)) {
+        if (Failure tFailure = makeDeltas(pLine, pJob.mList, pKeys)) {
             return tFailure;
         }
     }
-    // Without the option, what an interrupted publication has set stays: machines may have seen it.
-    if (pJob.mPhaseDays) {
-        setPhases(&pKeys->mRecord, pJob.mTimes.mNow, *pJob.mPhaseDays);
-    }
+    setPhases(pJob.mList, pJob.mTimes.mNow, pKeys);
     if (Failure tFailure = tPublication.run(pJob.mTimes)) {
         return tFailure;
     }
