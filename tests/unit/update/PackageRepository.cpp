@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 #include <zstd.h>
 
+#include <limits>
+
 using namespace tarn::trees;
 using tarn::packages::PackageInfo;
 using tarn::vkpublish::PackageVersion;
@@ -142,7 +144,8 @@ void PackageRepository::addDelta(const QString& pArchive, PackageInfo* pInfo)
     tarn::vkpublish::DeltaResult tResult;
     const QString tDelta = path(q("delta"));
     EXPECT_TRUE(tOpen(tBefore->first, tBefore->second, &tOld) && tOpen(*pInfo, pArchive, &tNew) &&
-                !makeDelta(tarn::os::realFileSystem(), tOld, tNew, 1, tDelta, &tResult));
+                !makeDelta(tarn::os::realFileSystem(), tOld, tNew, 1, std::numeric_limits<qint64>::max(),
+                           tDelta, &tResult));
     pInfo->mDeltas = {{{tResult.mLength, tResult.mHash}, tBefore->first.mIndex->mText}};
     QFile::rename(tDelta, path(q("targets/")) + pInfo->mDeltas.first().name());
 }
