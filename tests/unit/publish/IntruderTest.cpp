@@ -34,11 +34,13 @@ TEST_F(IntruderTest, WhatStandsWhereANewFileIsMadeIsNotWrittenTo)
 
 TEST_F(IntruderTest, APipeInPlaceOfAPackageHoldsNothingUp)
 {
-    succeed("add @r @f --name b --version 1");
-    const QString tFile = q("r/targets/") + files("r/targets").filter(q("b-1.0.0.0.tar.zst")).value(0);
+    write("f/data", QByteArray(20'000, 'x'));
+    succeed("add @r @f --name a --version 2");
+    const QString tFile = q("r/targets/") + files("r/targets").filter(q("a-2.0.0.0.tar.zst")).value(0);
     ASSERT_TRUE(QFile::remove(mDir.filePath(tFile)));
     ASSERT_EQ(::mkfifo(encoded(tFile).constData(), 0600), 0);
-    EXPECT_TRUE(run("publish @r").mErr.contains("is missing or was changed"));
+    EXPECT_TRUE(run("publish @r").mErr.contains("is no file"));
+    EXPECT_TRUE(run("publish @r --deltas 0").mErr.contains("is missing or was changed"));
     EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst"));
 }
 
@@ -47,9 +49,8 @@ TEST_F(IntruderTest, NothingIsDeletedBehindALinkOfAnotherUser)
     if (::geteuid() != 0) {
         GTEST_SKIP() << "only root can give a link away";
     }
-    QDir().mkpath(path("theirs.d"));
-    write("theirs.d/file", "precious");
     copy("r/targets", "theirs.d");
+    write("theirs.d/file", "precious");
     QDir(path("r/targets")).removeRecursively();
     for (const uid_t tOwner : {uid_t(65534), uid_t(0)}) {
         QFile::remove(path("r/targets"));
