@@ -25,7 +25,7 @@ QString describe(const QString& pArchive, const QJsonObject& pTarget)
 {
     const std::optional<packages::PackageInfo> tInfo = infoOf(pTarget);
     if (!tInfo) {
-        return u"%1, which is no package, %2"_s.arg(pArchive, sizeOf(pTarget));
+        return u"a file that is no package, %1: %2"_s.arg(sizeOf(pTarget), pArchive);
     }
     QStringList tParts{tInfo->mName + u' ' + tInfo->mVersion.version().toTarnAppFormat(),
                        tInfo->mVersion.date().toUTC().toString(Qt::ISODate), sizeOf(pTarget)};
@@ -54,7 +54,9 @@ QStringList details(const QString& pArchive, const QJsonObject& pTarget)
     QStringList tLines;
     const QJsonObject tHashes = hashesOf(pTarget);
     for (auto tIt = tHashes.begin(); tIt != tHashes.end(); ++tIt) {
-        tLines.append(u"  %1 %2"_s.arg(tIt.key(), tIt.value().toString()));
+        tLines.append(tuf::hashAlgorithm(tIt.key())
+                          ? u"  %1 %2"_s.arg(tIt.key(), tIt.value().toString())
+                          : u"WARNING: %1 has a hash of an unknown kind, \"%2\""_s.arg(pArchive, tIt.key()));
     }
     const std::optional<packages::PackageInfo> tInfo = infoOf(pTarget);
     if (!tInfo) {
@@ -105,9 +107,8 @@ QStringList reviewPackages(const QJsonObject& pNew, const QJsonObject& pBefore)
             ++tRemoved;
         }
     }
-    tLines.append(u"%1 new, %2 changed, %3 removed"_s.arg(tAdded)
-                      .arg(tNew.size() - tSame - tAdded)
-                      .arg(tRemoved));
+    tLines.append(
+        u"%1 new, %2 changed, %3 removed"_s.arg(tAdded).arg(tNew.size() - tSame - tAdded).arg(tRemoved));
     tLines.append(tSame == 1 ? u"1 package stays as it is"_s : u"%1 packages stay as they are"_s.arg(tSame));
     return tLines;
 }
