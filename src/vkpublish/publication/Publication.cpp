@@ -9,18 +9,13 @@
 #include "publication/Layout.h"
 #include "publication/NewRoot.h"
 #include "publication/RepositoryState.h"
+#include "publication/Unreferenced.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
 #include "tuf/Metadata.h"
 
-#include <QtCore/QFile>
-
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -56,17 +51,6 @@ bool isFresh(const PublishedFile& pFile, const QDateTime& pExpires, const QDateT
 bool isAsStated(const QString& pPath, const QJsonObject& pStated)
 {
     return !fileMatches(pPath, pStated["length"_L1].toInteger(), {statedHash(pStated)});
-}
-
-// Who may write to the repository must not have files elsewhere deleted.
-Failure checkLink(const QString& pFolder)
-{
-    struct stat tStat = {};
-    const bool tIsForeign = ::lstat(QFile::encodeName(pFolder).constData(), &tStat) == 0 &&
-                            S_ISLNK(tStat.st_mode) && tStat.st_uid != 0 && tStat.st_uid != ::geteuid();
-    return tIsForeign ? Failure::content(u"%1 is a link that another user has made: nothing is deleted "
-                                         "there"_s.arg(pFolder))
-                      : Failure();
 }
 
 QString nameInTargets(const QString& pRepository, const FileAt& pFile)
@@ -285,7 +269,7 @@ Failure Publication::publish(const PublicationTimes& pTimes)
     }
     noteWithdrawn();
     tRecord.mTimestampExpires = pTimes.mExpires;
-    noteUnreferenced(pTimes.mNow);
+    noteUnreferenced(mRepository, mNamed, pTimes.mNow, &tRecord);
     if (Failure tFailure = mKeys.save()) {
         return tFailure;
     }
@@ -340,29 +324,6 @@ Failure Publication::writeFiles(const NewMetadata& pFiles)
     return write(timestampPath(mRepository), pFiles.mTimestamp);
 }
 
-// Relative to the repository; without those in mNamed.
-QSet<QString> Publication::referencedFiles() const
-{
-    const Record& tRecord = mKeys.mRecord;
-    QStringList tPaths{timestampPath(mRepository)};
-    for (const auto& [tRole, tFile] : {std::pair(tuf::sTargets, tRecord.mPublishedTargetsFile),
-                                       std::pair(tuf::sSnapshot, tRecord.mPublishedSnapshot)}) {
-        tPaths.append(versionedPath(mRepository, tRole, tFile.mMeta["version"_L1].toInteger()));
-    }
-    for (auto tIt = tRecord.mTargets.begin(); tIt != tRecord.mTargets.end(); ++tIt) {
-        if (offered().text(tIt.key()) != tIt.text()) {
-            for (const FileAt& tFile : filesOf(mRepository, tIt.key(), tIt.value().toObject())) {
-                tPaths.append(tFile.mPath);
-            }
-        }
-    }
-    QSet<QString> tFiles;
-    for (const QString& tPath : tPaths) {
-        tFiles.insert(tPath.mid(mRepository.size() + 1));
-    }
-    return tFiles;
-}
-
 void Publication::noteWithdrawn()
 {
     Record& tRecord = mKeys.mRecord;
@@ -375,47 +336,10 @@ void Publication::noteWithdrawn()
     }
 }
 
-void Publication::noteUnreferenced(const QDateTime& pNow)
-{
-    const QSet<QString> tReferenced = referencedFiles();
-    const QMap<QString, QDateTime> tKnown = std::exchange(mKeys.mRecord.mUnreferenced, {});
-    const auto tNote = [&](const QString& pName) {
-        if (!tReferenced.contains(pName)) {
-            mKeys.mRecord.mUnreferenced.insert(pName, std::min(tKnown.value(pName, pNow), pNow));
-        }
-    };
-    const QHash<QString, qint64> tTargets = filesIn(targetsFolder(mRepository));
-    for (auto tIt = tTargets.begin(); tIt != tTargets.end(); ++tIt) {
-        if (!mNamed.contains(tIt.key())) {
-            tNote(targetsFolder({}).mid(1) + u'/' + tIt.key());
-        }
-    }
-    const QHash<QString, qint64> tMetadata = filesIn(metadataFolder(mRepository));
-    for (auto tIt = tMetadata.begin(); tIt != tMetadata.end(); ++tIt) {
-        // All roots are kept: a client that was off for years follows them one by one.
-        if (!tIt.key().endsWith(".root.json"_L1)) {
-            tNote(metadataFolder({}).mid(1) + u'/' + tIt.key());
-        }
-    }
-}
-
 Failure Publication::prune(const QDateTime& pNow, qint64 pGrace)
 {
-    for (const QString& tFolder : {metadataFolder(mRepository), targetsFolder(mRepository)}) {
-        if (Failure tFailure = checkLink(tFolder)) {
-            return tFailure;
-        }
-    }
-    QMap<QString, QDateTime>& tUnreferenced = mKeys.mRecord.mUnreferenced;
-    for (auto tIt = tUnreferenced.begin(); tIt != tUnreferenced.end();) {
-        const QString tPath = mRepository + u'/' + tIt.key();
-        if (tIt.value().secsTo(pNow) < pGrace) {
-            ++tIt;
-        } else if (mFileSystem.unlink(QFile::encodeName(tPath)) == 0 || errno == ENOENT) {
-            tIt = tUnreferenced.erase(tIt);
-        } else {
-            return Failure::fromErrno(errno, u"remove %1"_s.arg(tPath));
-        }
+    if (Failure tFailure = deleteUnreferenced(mFileSystem, mRepository, pNow, pGrace, &mKeys.mRecord)) {
+        return tFailure;
     }
     return mKeys.save();
 }
