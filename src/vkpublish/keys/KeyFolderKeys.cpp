@@ -10,6 +10,8 @@
 
 #include <QtCore/QFileInfo>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkpublish {

@@ -328,6 +328,10 @@ TEST_F(CeremonyTest, WhoeverIsInTheRootIsNotLost)
     succeed("key add @r targets --no-passphrase");
     succeed(("key remove @r targets " + tOld + " --lost").constData());
     succeed("payload @r root --discard");
+    {
+        KeyFolder tKeys(tarn::os::realFileSystem(), path("r.keys"));
+        EXPECT_FALSE(tKeys.openForReading() || tKeys.isGone(QString::fromLatin1(tOld)));
+    }
     succeed("key add @r targets --no-passphrase");
     // To its owner, before it is in a published root.
     for (const QString& tName : files("r.keys").filter(q("targets-"))) {
