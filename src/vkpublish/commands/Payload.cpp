@@ -96,7 +96,7 @@ Failure discard(const Job& pJob, KeyFolder* pKeys)
     if (!tDraft || !*tDraft) {
         return tDraft ? Failure::content(u"There is no draft of the %1"_s.arg(pJob.mRole)) : tDraft.failure();
     }
-    return pKeys->dropDraft(pJob.mRole);
+    return discardDraft(pKeys, pJob.mRole);
 }
 
 Failure writePayload(const CommandLine& pLine, const Draft& pDraft)

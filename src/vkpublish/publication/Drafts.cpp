@@ -75,6 +75,19 @@ Failure draftTargets(KeyFolder* pKeys, const QDateTime& pExpires)
     return pKeys->saveDraft(tDraft);
 }
 
+Failure discardDraft(KeyFolder* pKeys, const QString& pRole)
+{
+    if (Failure tFailure = pKeys->dropDraft(pRole)) {
+        return tFailure;
+    }
+    const Result<RootDocument> tRoot = RootDocument::read(pKeys->mRecord.mRoot);
+    if (!tRoot) {
+        return tRoot.failure();
+    }
+    const auto tMaySign = [&](const QString& pId) { return !tRoot->publicJson(pId).isEmpty(); };
+    return pRole == tuf::sRoot && pKeys->mRecord.mLostKeys.removeIf(tMaySign) > 0 ? pKeys->save() : Failure();
+}
+
 Result<SignatureNeeds> needsOf(const KeyFolder& pKeys, const Draft& pDraft, const QDateTime& pNow)
 {
     if (pDraft.mRole == tuf::sRoot) {

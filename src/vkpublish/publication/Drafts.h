@@ -26,6 +26,9 @@ Failure draftRoot(KeyFolder* pKeys, const RootDocument& pRoot, const QDateTime& 
 // Makes a draft of the targets of the record, under a version of its own, and writes the record.
 Failure draftTargets(KeyFolder* pKeys, const QDateTime& pExpires);
 
+// Gives a draft up. Keys that it would have removed as lost sign again.
+Failure discardDraft(KeyFolder* pKeys, const QString& pRole);
+
 // The signatures that this draft needs.
 Result<SignatureNeeds> needsOf(const KeyFolder& pKeys, const Draft& pDraft, const QDateTime& pNow);
 
