@@ -2,6 +2,7 @@
 
 #include "keys/KeyFolder.h"
 #include "network/MetadataSource.h"
+#include "Moments.h"
 #include "Program.h"
 #include "Test.h"
 

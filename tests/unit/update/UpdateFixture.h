@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Moments.h"
 #include "Test.h"
 #include "TestArchive.h"
 #include "TestMachine.h"
@@ -21,17 +22,6 @@ inline QByteArray noise(qsizetype pSize, quint32 pSeed)
         tByte = static_cast<char>(tState >> 24);
     }
     return tNoise;
-}
-
-// A run is cut off at a sample of its moments, and with RKM_EVERY_MOMENT=1 at all of them.
-inline int momentStep()
-{
-#ifdef __SANITIZE_ADDRESS__
-    constexpr int sSample = 17;
-#else
-    constexpr int sSample = 5;
-#endif
-    return qEnvironmentVariableIsSet("RKM_EVERY_MOMENT") ? 1 : sSample;
 }
 
 // A repository with an application, a library that it requires, and data; and a machine that uses it.
