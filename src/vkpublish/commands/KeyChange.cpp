@@ -11,7 +11,6 @@
 #include "publication/Publication.h"
 
 #include "os/FileSystem.h"
-#include "os/FileTools.h"
 
 #include <functional>
 
@@ -22,7 +21,6 @@ namespace tarn::vkpublish {
 namespace {
 
 constexpr int sMostKeys = 16;
-constexpr qint64 sMaxKeyFile = 64 * 1024;
 constexpr qsizetype sShortestId = 8; // of what stands for a whole id
 
 using Change = std::function<Failure(KeyFolder*, RootDocument*)>;
@@ -83,17 +81,6 @@ int change(const CommandLine& pLine, const Change& pChange)
         return StatusFailed;
     }
     return StatusDone;
-}
-
-Result<QJsonObject> readPublicKey(const QString& pPath)
-{
-    const Result<QByteArray> tPem = os::readFile(os::realFileSystem(), pPath, sMaxKeyFile);
-    if (!tPem) {
-        return tPem.failure();
-    }
-    const std::optional<QJsonObject> tKey = tuf::publicJsonFromPem(*tPem);
-    return tKey ? Result(*tKey)
-                : Failure::content(u"%1 does not contain a usable public key in PEM"_s.arg(pPath));
 }
 
 Failure addTo(RootDocument* pRoot, const QString& pRole, const QJsonObject& pPublicJson)

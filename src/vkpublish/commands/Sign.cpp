@@ -10,6 +10,7 @@
 #include "os/FileTools.h"
 #include "tuf/Hashes.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <map>
 
@@ -57,7 +58,11 @@ Result<QList<Signer>> openKeys(const QList<OfflineKey>& pKeys)
         if (!tSigner) {
             return tSigner.failure();
         }
-        tSigners.append(*tSigner);
+        // A key and the command for it may both be there.
+        if (std::none_of(tSigners.begin(), tSigners.end(),
+                         [&](const Signer& pOther) { return pOther.id() == tSigner->id(); })) {
+            tSigners.append(*tSigner);
+        }
     }
     return tSigners;
 }

@@ -47,12 +47,13 @@ public:
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
 
-    // What is left there from before is overwritten; anything but a file is a failure.
+    // What is there may belong to somebody else, who could change it later.
     Failure open()
     {
+        (void)mFileSystem.unlink(QFile::encodeName(mPath));
         mFile = Descriptor(mFileSystem,
                            mFileSystem.open(QFile::encodeName(mPath),
-                                            O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
+                                            O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
         mIsMade = mFile.isOpen();
         return mIsMade ? Failure() : failure();
     }

@@ -46,19 +46,22 @@ KeyFile::~KeyFile()
     wipe(&mContent);
 }
 
+Result<QJsonObject> readPublicKey(const QString& pPath)
+{
+    const Result<QByteArray> tPem = os::readFile(os::realFileSystem(), pPath, sMaxPublicFile);
+    if (!tPem) {
+        return tPem.failure();
+    }
+    const std::optional<QJsonObject> tKey = tuf::publicJsonFromPem(*tPem);
+    return tKey ? Result(*tKey)
+                : Failure::content(u"%1 does not contain a usable public key in PEM"_s.arg(pPath));
+}
+
 Result<KeyFile> makeKey(const KeyOrder& pOrder, Passphrases* pPassphrases)
 {
     if (!pOrder.mCommand.isEmpty()) {
-        const Result<QByteArray> tPem =
-            os::readFile(os::realFileSystem(), pOrder.mPublicFile, sMaxPublicFile);
-        if (!tPem) {
-            return tPem.failure();
-        }
-        const std::optional<QJsonObject> tPublicJson = tuf::publicJsonFromPem(*tPem);
-        return tPublicJson
-                   ? keyOfCommand(pOrder.mCommand, *tPublicJson)
-                   : Failure::content(u"%1 has no public key of a kind that can sign metadata, in PEM"_s.arg(
-                         pOrder.mPublicFile));
+        const Result<QJsonObject> tPublicJson = readPublicKey(pOrder.mPublicFile);
+        return tPublicJson ? keyOfCommand(pOrder.mCommand, *tPublicJson) : tPublicJson.failure();
     }
     Result<const Secret*> tPassphrase = nullptr;
     if (pOrder.mEncrypt) {

@@ -37,6 +37,9 @@ struct KeyOrder
     QString mPublicFile;
 };
 
+// "keytype", "scheme", "keyval" of the public key in a file in PEM.
+Result<QJsonObject> readPublicKey(const QString& pPath);
+
 // Makes a key; it is encrypted with the first passphrase of this run.
 Result<KeyFile> makeKey(const KeyOrder& pOrder, Passphrases* pPassphrases);
 

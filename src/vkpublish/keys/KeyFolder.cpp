@@ -1,11 +1,7 @@
 #include "keys/KeyFolder.h"
 
-#include "keys/Roles.h"
-#include "keys/RootDocument.h"
-
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
-#include "tuf/Metadata.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
@@ -20,18 +16,9 @@ namespace {
 
 constexpr mode_t sFileMode = 0600;
 constexpr mode_t sFolderMode = 0700;
-constexpr qint64 sMaxKeyLength = 64 * 1024;
 constexpr qint64 sMaxRecordLength = 256 * 1024 * 1024;
 
-constexpr qsizetype sIdInName = 16; // of the characters of a key's id
-
 const QString sRecordName = u"record.json"_s;
-
-// Without its suffix.
-QString keyFileName(const QString& pRole, const QString& pId)
-{
-    return u"%1-%2"_s.arg(pRole, pId.left(sIdInName));
-}
 
 } // namespace
 
@@ -44,11 +31,6 @@ KeyFolder::KeyFolder(os::FileSystem& pFileSystem, const QString& pPath, Patience
 QString KeyFolder::filePath(const QString& pName) const
 {
     return mPath + u'/' + pName;
-}
-
-QString KeyFolder::commandPath(const QString& pName) const
-{
-    return filePath(pName.left(pName.lastIndexOf(u'.'))) + sSignerSuffix;
 }
 
 Failure KeyFolder::checkPrivate(const QString& pPath) const
@@ -219,222 +201,6 @@ Failure KeyFolder::savePackage(const QString& pArchive)
         return tFailure;
     }
     mSaved.mTargets = mRecord.mTargets;
-    return {};
-}
-
-bool KeyFolder::isHere(const QString& pId) const
-{
-    const auto tSource = mRecord.mKeys.constFind(pId);
-    return tSource != mRecord.mKeys.constEnd() &&
-           (QFileInfo::exists(filePath(tSource->mFile)) || QFileInfo::exists(commandPath(tSource->mFile)));
-}
-
-QStringList KeyFolder::here(QStringList pIds) const
-{
-    pIds.removeIf([this](const QString& pId) { return !isHere(pId); });
-    return pIds;
-}
-
-bool KeyFolder::isGone(const QString& pId) const
-{
-    if (mRecord.mLostKeys.contains(pId) || !mRecord.mKeys.contains(pId) || isHere(pId)) {
-        return mRecord.mLostKeys.contains(pId);
-    }
-    const Result<RootDocument> tRoot = RootDocument::read(mRecord.mRoot);
-    return tRoot && tRoot->publicJson(pId).isEmpty();
-}
-
-Result<Signer> KeyFolder::readKey(const QString& pId) const
-{
-    const QString tFile = mRecord.mKeys.value(pId).mFile;
-    Result<Signer> tSigner = readKeyFile(tFile);
-    if (tSigner && tSigner->id() != pId) {
-        return Failure::content(u"%1 contains another key than %2"_s.arg(filePath(tFile), pId));
-    }
-    return tSigner;
-}
-
-Result<QByteArray> KeyFolder::readPrivate(const QString& pPath) const
-{
-    if (Failure tFailure = checkPrivate(pPath)) {
-        return tFailure;
-    }
-    return os::readFile(mFileSystem, pPath, sMaxKeyLength);
-}
-
-Result<Signer> KeyFolder::readKeyFile(const QString& pName) const
-{
-    if (const auto tOpened = mOpened.constFind(pName); tOpened != mOpened.constEnd()) {
-        return *tOpened;
-    }
-    Result<Signer> tSigner = openKeyFile(pName);
-    if (!tSigner) {
-        return tSigner;
-    }
-    if (tSigner->id().left(sIdInName) != pName.section(u'-', -1).section(u'.', 0, 0)) {
-        return Failure::content(u"%1 has another key than its name says"_s.arg(filePath(pName)));
-    }
-    mOpened.insert(pName, *tSigner);
-    return tSigner;
-}
-
-Result<Signer> KeyFolder::openKeyFile(const QString& pName) const
-{
-    const QString tPem = filePath(pName);
-    const QString tCommand = commandPath(pName);
-    const bool tHasCommand = QFileInfo::exists(tCommand);
-    Result<QByteArray> tContent = readPrivate(tHasCommand ? tCommand : tPem);
-    if (!tContent) {
-        return tContent.failure();
-    }
-    Result<Signer> tSigner =
-        tHasCommand ? readCommand(tCommand, *tContent) : readPem(tPem, *tContent, &mPassphrases);
-    wipe(&*tContent);
-    return tSigner;
-}
-
-Result<QList<Signer>> KeyFolder::readSigners(const QStringList& pIds) const
-{
-    QList<Signer> tKeys;
-    for (const QString& tId : pIds) {
-        if (!isHere(tId)) {
-            continue;
-        }
-        const Result<Signer> tKey = readKey(tId);
-        if (!tKey) {
-            return tKey.failure();
-        }
-        tKeys.append(*tKey);
-    }
-    return tKeys;
-}
-
-Result<QList<Signer>> KeyFolder::readRetiringKeys(const QString& pRole) const
-{
-    QList<Signer> tKeys;
-    for (const RetiringKey& tRetiring : mRecord.mRetiringKeys) {
-        if (tRetiring.mRole != pRole || !QFileInfo::exists(filePath(tRetiring.mFile))) {
-            continue;
-        }
-        const Result<Signer> tKey = readKeyFile(tRetiring.mFile);
-        if (!tKey) {
-            return tKey.failure();
-        }
-        tKeys.append(*tKey);
-    }
-    return tKeys;
-}
-
-// Sets the keys of this root whose files are in the folder, but not in the record.
-void KeyFolder::findKeys(const RootDocument& pRoot)
-{
-    for (const QString& tRole : roleNames()) {
-        for (const QString& tId : pRoot.keyIds(tRole)) {
-            for (const QString& tSuffix : {sPemSuffix, sSignerSuffix}) {
-                const QString tName = keyFileName(tRole, tId) + tSuffix;
-                if (!mRecord.mKeys.contains(tId) && QFileInfo::exists(filePath(tName))) {
-                    mRecord.mKeys.insert(tId, {.mFile = tName});
-                }
-            }
-        }
-    }
-}
-
-// A failure if this folder could sign for a role by the root of the record, and can't by the newer pRoot.
-Failure KeyFolder::checkKeys(const RootDocument& pRoot) const
-{
-    const Result<RootDocument> tOld = RootDocument::read(mRecord.mRoot);
-    if (!tOld) {
-        return tOld.failure();
-    }
-    for (const QString& tRole : roleNames()) {
-        // Several keys are those of several people.
-        if (pRoot.keyIds(tRole).size() == 1 && canSign(*tOld, tRole) && !canSign(pRoot, tRole)) {
-            return Failure::content(
-                u"The repository has version %1 of the root, whose key for the role %2 is "
-                "not in %3: restore the keys as they were after the last change of keys"_s
-                    .arg(pRoot.version())
-                    .arg(tRole, mPath));
-        }
-    }
-    return {};
-}
-
-bool KeyFolder::canSign(const RootDocument& pRoot, const QString& pRole) const
-{
-    return here(pRoot.keyIds(pRole)).size() >= pRoot.threshold(pRole);
-}
-
-Failure KeyFolder::takeRoot(const QByteArray& pRoot)
-{
-    const Result<RootDocument> tRoot = RootDocument::read(pRoot);
-    if (!tRoot) {
-        return tRoot.failure();
-    }
-    findKeys(*tRoot);
-    if (Failure tFailure = checkKeys(*tRoot)) {
-        return tFailure;
-    }
-    return replaceRoot(pRoot, mRecord.mTimestampExpires);
-}
-
-Failure KeyFolder::beginWith(const QByteArray& pRoot, const QList<RetiringRoot>& pReplaced)
-{
-    QList<QByteArray> tRoots{pRoot};
-    for (const RetiringRoot& tReplaced : pReplaced) {
-        tRoots.append(tReplaced.mRoot);
-    }
-    for (const QByteArray& tFile : std::as_const(tRoots)) {
-        const Result<RootDocument> tRoot = RootDocument::read(tFile);
-        if (!tRoot) {
-            return tRoot.failure();
-        }
-        findKeys(*tRoot);
-    }
-    mRecord.mRoot = pRoot;
-    mRecord.mRetiringRoots = pReplaced;
-    return {};
-}
-
-Failure KeyFolder::replaceRoot(const QByteArray& pRoot, const QDateTime& pUntil)
-{
-    const Result<RootDocument> tOld = RootDocument::read(mRecord.mRoot);
-    const Result<RootDocument> tNew = RootDocument::read(pRoot);
-    if (!tOld || !tNew) {
-        return tOld ? tNew.failure() : tOld.failure();
-    }
-    if (!tNew->signsLike(*tOld)) {
-        mRecord.mRetiringRoots.append({mRecord.mRoot, pUntil});
-    }
-    dropMissingKeys(*tOld);
-    mRecord.mVersions[tuf::sRoot] = tNew->version();
-    mRecord.mRoot = pRoot;
-    return {};
-}
-
-// A key of the root pRoot whose file is missing was moved to the machine of its owner: from now on it is
-// elsewhere. One that was replaced before has been deleted.
-void KeyFolder::dropMissingKeys(const RootDocument& pRoot)
-{
-    const QStringList tIds = mRecord.mKeys.keys();
-    for (const QString& tId : tIds) {
-        if (isHere(tId)) {
-            continue;
-        }
-        mRecord.mKeys.remove(tId);
-        if (pRoot.publicJson(tId).isEmpty()) {
-            mRecord.mLostKeys.append(tId);
-        }
-    }
-}
-
-Failure KeyFolder::addKey(const QString& pRole, const KeyFile& pKey)
-{
-    const QString tName = keyFileName(pRole, pKey.mSigner.id()) + pKey.mSuffix;
-    if (Failure tFailure = os::replaceFile(mFileSystem, filePath(tName), pKey.mContent, sFileMode)) {
-        return tFailure;
-    }
-    mRecord.mKeys.insert(pKey.mSigner.id(), {.mFile = tName});
     return {};
 }
 

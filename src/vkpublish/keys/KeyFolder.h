@@ -94,7 +94,7 @@ private:
     Failure read(const QString& pPrefix);
     Failure readOnce(const QString& pPrefix, QByteArray* pText);
     void findKeys(const RootDocument& pRoot);
-    void dropMissingKeys(const RootDocument& pRoot);
+    void dropMissingKeys(const RootDocument& pOld, const RootDocument& pNew);
     Failure checkKeys(const RootDocument& pRoot) const;
     Result<QByteArray> readPrivate(const QString& pPath) const;
     Result<Signer> readKeyFile(const QString& pName) const;

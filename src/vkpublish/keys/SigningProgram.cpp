@@ -106,6 +106,7 @@ public:
         }
         const QString tReason = follow();
         ::kill(-mProgram, SIGKILL); // its number stands for its group until it is waited for
+        ::kill(mProgram, SIGKILL);  // it may have left the group
         siginfo_t tEnd = {};
         ::waitid(P_PID, static_cast<id_t>(mProgram), &tEnd, WEXITED);
         if (mHasTerminal) {

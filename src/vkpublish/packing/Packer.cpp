@@ -27,11 +27,13 @@ namespace {
 class Output
 {
 public:
-    Output(FileSystem& pFileSystem, const QString& pPath)
-        : mFileSystem(pFileSystem), mPath(pPath),
-          mFile(pFileSystem, pFileSystem.open(QFile::encodeName(pPath),
-                                              O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644))
+    Output(FileSystem& pFileSystem, const QString& pPath) : mFileSystem(pFileSystem), mPath(pPath)
     {
+        // What is there may belong to somebody else, who could change it later.
+        (void)mFileSystem.unlink(QFile::encodeName(pPath));
+        mFile = os::Descriptor(mFileSystem,
+                               mFileSystem.open(QFile::encodeName(pPath),
+                                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
     }
     ~Output()
     {

@@ -213,6 +213,10 @@ Failure NewDeltas::makeOne(const Version& pOld, PackageVersion& pNew, qint64 pMo
 
 Failure NewDeltas::open(const Version& pVersion, const QString& pScratch, PackageVersion* pTo)
 {
+    // To open a pipe would wait for its writer. What the archive contains is proven by the index.
+    if (!QFileInfo(pVersion.mArchive).isFile()) {
+        return Failure::content(u"%1 is no file"_s.arg(pVersion.mArchive));
+    }
     const packages::SideFile& tFile = pVersion.mInfo.mIndex->mFile;
     const QString tIndex = indexPath(pVersion);
     if (Failure tFailure = fileMatches(tIndex, tFile.mLength, {tFile.mHash})) {

@@ -10,15 +10,13 @@
 #include "publication/Layout.h"
 #include "publication/NewRoot.h"
 #include "publication/RepositoryState.h"
+#include "publication/Unreferenced.h"
 
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
 #include "tuf/Metadata.h"
 
-#include <QtCore/QFile>
-
 #include <algorithm>
-#include <cerrno>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -278,7 +276,7 @@ Failure Publication::publish(const PublicationTimes& pTimes)
     noteWithdrawn();
     tRecord.mTimestampExpires = pTimes.mExpires;
     tRecord.mSignedAt = QDateTime::currentDateTimeUtc();
-    noteUnreferenced(pTimes.mNow);
+    noteUnreferenced(mRepository, mNamed, pTimes.mNow, &tRecord);
     if (Failure tFailure = mKeys.save()) {
         return tFailure;
     }
@@ -333,29 +331,6 @@ Failure Publication::writeFiles(const NewMetadata& pFiles)
     return write(timestampPath(mRepository), pFiles.mTimestamp);
 }
 
-// Relative to the repository; without those in mNamed.
-QSet<QString> Publication::referencedFiles() const
-{
-    const Record& tRecord = mKeys.mRecord;
-    QStringList tPaths{timestampPath(mRepository)};
-    for (const auto& [tRole, tFile] : {std::pair(tuf::sTargets, tRecord.mPublishedTargetsFile),
-                                       std::pair(tuf::sSnapshot, tRecord.mPublishedSnapshot)}) {
-        tPaths.append(versionedPath(mRepository, tRole, tFile.mMeta["version"_L1].toInteger()));
-    }
-    for (auto tIt = tRecord.mTargets.begin(); tIt != tRecord.mTargets.end(); ++tIt) {
-        if (offered().text(tIt.key()) != tIt.text()) {
-            for (const FileAt& tFile : filesOf(mRepository, tIt.key(), tIt.value().toObject())) {
-                tPaths.append(tFile.mPath);
-            }
-        }
-    }
-    QSet<QString> tFiles;
-    for (const QString& tPath : tPaths) {
-        tFiles.insert(tPath.mid(mRepository.size() + 1));
-    }
-    return tFiles;
-}
-
 void Publication::noteWithdrawn()
 {
     Record& tRecord = mKeys.mRecord;
@@ -368,42 +343,10 @@ void Publication::noteWithdrawn()
     }
 }
 
-void Publication::noteUnreferenced(const QDateTime& pNow)
-{
-    const QSet<QString> tReferenced = referencedFiles();
-    const QMap<QString, QDateTime> tKnown = std::exchange(mKeys.mRecord.mUnreferenced, {});
-    const auto tNote = [&](const QString& pName) {
-        if (!tReferenced.contains(pName)) {
-            mKeys.mRecord.mUnreferenced.insert(pName, std::min(tKnown.value(pName, pNow), pNow));
-        }
-    };
-    const QHash<QString, qint64> tTargets = filesIn(targetsFolder(mRepository));
-    for (auto tIt = tTargets.begin(); tIt != tTargets.end(); ++tIt) {
-        if (!mNamed.contains(tIt.key())) {
-            tNote(targetsFolder({}).mid(1) + u'/' + tIt.key());
-        }
-    }
-    const QHash<QString, qint64> tMetadata = filesIn(metadataFolder(mRepository));
-    for (auto tIt = tMetadata.begin(); tIt != tMetadata.end(); ++tIt) {
-        // All roots are kept: a client that was off for years follows them one by one.
-        if (!tIt.key().endsWith(".root.json"_L1)) {
-            tNote(metadataFolder({}).mid(1) + u'/' + tIt.key());
-        }
-    }
-}
-
 Failure Publication::prune(const QDateTime& pNow, qint64 pGrace)
 {
-    QMap<QString, QDateTime>& tUnreferenced = mKeys.mRecord.mUnreferenced;
-    for (auto tIt = tUnreferenced.begin(); tIt != tUnreferenced.end();) {
-        const QString tPath = mRepository + u'/' + tIt.key();
-        if (tIt.value().secsTo(pNow) < pGrace) {
-            ++tIt;
-        } else if (mFileSystem.unlink(QFile::encodeName(tPath)) == 0 || errno == ENOENT) {
-            tIt = tUnreferenced.erase(tIt);
-        } else {
-            return Failure::fromErrno(errno, u"remove %1"_s.arg(tPath));
-        }
+    if (Failure tFailure = deleteUnreferenced(mFileSystem, mRepository, pNow, pGrace, &mKeys.mRecord)) {
+        return tFailure;
     }
     return mKeys.save();
 }

@@ -83,8 +83,6 @@ private:
     Failure signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners, NewMetadata* pTo) const;
     Failure writeFiles(const NewMetadata& pFiles);
     void noteWithdrawn();
-    void noteUnreferenced(const QDateTime& pNow);
-    QSet<QString> referencedFiles() const;
     bool isUsable(const QString& pRole, const PublishedFile& pFile, const QDateTime& pNow) const;
     Failure write(const QString& pPath, const QByteArray& pFile);
     Failure writeVersioned(const QString& pRole, const NewMetadataFile& pFile, PublishedFile* pTo);

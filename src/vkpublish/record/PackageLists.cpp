@@ -1,8 +1,10 @@
 #include "record/PackageLists.h"
 
+#include "record/PackageLine.h"
+#include "record/SortedLines.h"
+
 #include "os/Descriptor.h"
 #include "os/FileTools.h"
-#include "tuf/Hashes.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
@@ -22,48 +24,11 @@ namespace {
 constexpr mode_t sFileMode = 0600;
 constexpr mode_t sFolderMode = 0700;
 constexpr qint64 sMaxLength = 256 * 1024 * 1024;
-constexpr qsizetype sHashLength = 64;
 
 constexpr const char* sPublished = "published";
 constexpr const char* sWithdrawn = "withdrawn";
 constexpr const char* sChanges = "changes";
 const QByteArray sRemoved("null");
-
-struct Line
-{
-    QByteArray mName;
-    QByteArray mText;
-};
-
-// Empty if there can be no line for it.
-QByteArray makeLine(const QByteArray& pName, const QByteArray& pText)
-{
-    if (pName.isEmpty() || pName.contains(' ') || pName.contains('\n') || pText.isEmpty() ||
-        pText.contains('\n')) {
-        return QByteArray();
-    }
-    const QByteArray tRest = pName + ' ' + pText;
-    return tuf::sha256(tRest) + ' ' + tRest + '\n';
-}
-
-// pLine: without its end.
-std::optional<Line> parseLine(QByteArrayView pLine)
-{
-    if (pLine.size() <= sHashLength || pLine[sHashLength] != ' ') {
-        return std::nullopt;
-    }
-    const QByteArrayView tRest = pLine.sliced(sHashLength + 1);
-    const qsizetype tSpace = tRest.indexOf(' ');
-    if (tSpace <= 0 || tuf::sha256(tRest) != pLine.first(sHashLength)) {
-        return std::nullopt;
-    }
-    return Line{tRest.first(tSpace).toByteArray(), tRest.sliced(tSpace + 1).toByteArray()};
-}
-
-bool isNamed(QByteArrayView pLine, const QByteArray& pPrefix)
-{
-    return pLine.size() > sHashLength && pLine.sliced(sHashLength + 1).startsWith(pPrefix);
-}
 
 // What makes the published targets those of pNew.
 QMap<QByteArray, QByteArray> changesOf(const Packages& pNew)
@@ -119,10 +84,10 @@ Failure PackageLists::readList(const char* pList, const ListFile& pFile, End pEn
         const QByteArrayView tText =
             QByteArrayView(*tFile).sliced(tAt, (tEnd < 0 ? tFile->size() : tEnd) - tAt);
         tAt = tEnd < 0 ? tFile->size() : tEnd + 1;
-        if (!tIsLast && !isNamed(tText, pPrefix)) {
+        if (!tIsLast && !PackageLine::isNamed(tText, pPrefix)) {
             continue;
         }
-        const std::optional<Line> tLine = tEnd < 0 ? std::nullopt : parseLine(tText);
+        const std::optional<PackageLine> tLine = tEnd < 0 ? std::nullopt : PackageLine::parse(tText);
         if (!tLine && pEnd == End::MayBeTorn && tIsLast && tCount >= pFile.mCount) {
             break;
         }
@@ -137,6 +102,31 @@ Failure PackageLists::readList(const char* pList, const ListFile& pFile, End pEn
                                                                                   : Failure();
 }
 
+Failure PackageLists::readSome(const char* pList, const ListFile& pFile, const QByteArray& pPrefix,
+                               const Take& pTake) const
+{
+    if (pFile.mNumber == 0) {
+        return {};
+    }
+    const QString tPath = path(pList, pFile);
+    const os::Descriptor tFile(mFileSystem,
+                               mFileSystem.open(QFile::encodeName(tPath), O_RDONLY | O_NONBLOCK));
+    if (!tFile.isOpen()) {
+        const Failure::Kind tKind = errno == ENOENT ? Failure::Kind::NotFound : Failure::Kind::Io;
+        return Failure::fromErrno(errno, u"read %1"_s.arg(tPath)).as(tKind);
+    }
+    return SortedLines(tFile.fd(), tPath).read(pPrefix, pFile.mCount > 0, [&pTake](const PackageLine& pLine) {
+        pTake(pLine.mName, pLine.mText);
+    });
+}
+
+Failure PackageLists::readSorted(const char* pList, const ListFile& pFile, const QByteArray& pPrefix,
+                                 const Take& pTake) const
+{
+    return pPrefix.isEmpty() ? readList(pList, pFile, End::Whole, pPrefix, pTake)
+                             : readSome(pList, pFile, pPrefix, pTake);
+}
+
 Failure PackageLists::read(Packages* pTo, const QString& pPrefix) const
 {
     const QByteArray tPrefix = pPrefix.toUtf8();
@@ -144,11 +134,11 @@ Failure PackageLists::read(Packages* pTo, const QString& pPrefix) const
         return [pList](const QByteArray& pName, const QByteArray& pText) { pList->insertText(pName, pText); };
     };
     if (Failure tFailure =
-            readList(sPublished, pTo->mPublishedFile, End::Whole, tPrefix, tInto(&pTo->mPublishedTargets))) {
+            readSorted(sPublished, pTo->mPublishedFile, tPrefix, tInto(&pTo->mPublishedTargets))) {
         return tFailure;
     }
     if (Failure tFailure =
-            readList(sWithdrawn, pTo->mWithdrawnFile, End::Whole, tPrefix, tInto(&pTo->mWithdrawnTargets))) {
+            readSorted(sWithdrawn, pTo->mWithdrawnFile, tPrefix, tInto(&pTo->mWithdrawnTargets))) {
         return tFailure;
     }
     pTo->mTargets = pTo->mPublishedTargets;
@@ -189,7 +179,7 @@ Failure PackageLists::writeList(const char* pList, const QMap<QByteArray, QByteA
 {
     QByteArray tText;
     for (auto tIt = pTexts.begin(); tIt != pTexts.end(); ++tIt) {
-        const QByteArray tLine = makeLine(tIt.key(), *tIt);
+        const QByteArray tLine = PackageLine{tIt.key(), *tIt}.toBytes();
         if (tLine.isEmpty()) {
             return Failure::content(u"The package %1 can't be recorded: its name or its description has no "
                                     "canonical form"_s.arg(QString::fromUtf8(tIt.key())));
@@ -239,7 +229,7 @@ Failure PackageLists::write(const Packages& pSaved, Packages* pNew) const
 Failure PackageLists::append(const ListFile& pChanges, const QString& pName, const QByteArray& pText) const
 {
     const QString tPath = path(sChanges, pChanges);
-    const QByteArray tLine = makeLine(pName.toUtf8(), pText.isNull() ? sRemoved : pText);
+    const QByteArray tLine = PackageLine{pName.toUtf8(), pText.isNull() ? sRemoved : pText}.toBytes();
     Result<QByteArray> tBefore = os::readFile(mFileSystem, tPath, sMaxLength);
     if (!tBefore) {
         return tBefore.failure();
@@ -248,8 +238,8 @@ Failure PackageLists::append(const ListFile& pChanges, const QString& pName, con
         return Failure::content(u"The package %1 can't be recorded"_s.arg(pName));
     }
     const qsizetype tLast = tBefore->lastIndexOf('\n', -2) + 1;
-    if (!tBefore->isEmpty() &&
-        (!tBefore->endsWith('\n') || !parseLine(QByteArrayView(*tBefore).sliced(tLast).chopped(1)))) {
+    if (!tBefore->isEmpty() && (!tBefore->endsWith('\n') ||
+                                !PackageLine::parse(QByteArrayView(*tBefore).sliced(tLast).chopped(1)))) {
         return os::replaceFile(mFileSystem, tPath, tBefore->first(tLast) + tLine, sFileMode);
     }
     os::Descriptor tFile(mFileSystem, mFileSystem.open(QFile::encodeName(tPath), O_WRONLY | O_APPEND));

@@ -16,8 +16,7 @@ namespace tarn::vkpublish {
 // A file counts from when the record names it, and changes only at its end. So the lists and the record
 // change together, by the rename that replaces the record.
 //
-// Each line is a package: the SHA-256 of the rest, its name, and its target in canonical form, or "null" for
-// a removed one.
+// Each line is a PackageLine. Those of what is published and withdrawn are sorted by their names.
 class PackageLists
 {
 public:
@@ -45,6 +44,11 @@ private:
     QString path(const char* pList, const ListFile& pFile) const;
     Failure readList(const char* pList, const ListFile& pFile, End pEnd, const QByteArray& pPrefix,
                      const Take& pTake) const;
+    Failure readSome(const char* pList, const ListFile& pFile, const QByteArray& pPrefix,
+                     const Take& pTake) const;
+    // Of a file that is written at once.
+    Failure readSorted(const char* pList, const ListFile& pFile, const QByteArray& pPrefix,
+                       const Take& pTake) const;
     Failure writeList(const char* pList, const QMap<QByteArray, QByteArray>& pTexts, qint64 pNumber,
                       ListFile* pTo) const;
     Failure makeFolder() const;

@@ -2,6 +2,8 @@
 
 #include "keys/Roles.h"
 
+#include "tuf/SigningKey.h"
+
 #include <QtCore/QJsonArray>
 
 using namespace Qt::StringLiterals;
@@ -30,7 +32,8 @@ QStringList reviewRole(const QString& pRole, const QJsonObject& pNew, const QJso
 {
     const QJsonObject tNew = pNew["roles"_L1][pRole].toObject();
     const QJsonObject tBefore = pBefore["roles"_L1][pRole].toObject();
-    QStringList tLines{u"%1: %2 keys must sign"_s.arg(pRole, needed(tNew))};
+    const QString tName = roleNames().contains(pRole) ? pRole : u"unknown role \"%1\""_s.arg(pRole);
+    QStringList tLines{u"%1: %2 keys must sign"_s.arg(tName, needed(tNew))};
     if (!tBefore.isEmpty() && needed(tBefore) != needed(tNew)) {
         tLines.first() += u", before: "_s + needed(tBefore);
     }
@@ -42,6 +45,20 @@ QStringList reviewRole(const QString& pRole, const QJsonObject& pNew, const QJso
     for (const QString& tId : tOldIds) {
         if (!idsOf(tNew).contains(tId)) {
             tLines.append(u"  REMOVED  "_s + key(pBefore, tId));
+        }
+    }
+    return tLines;
+}
+
+// A person compares ids, so each must be that of its key. Machines do not care.
+QStringList reviewIds(const QJsonObject& pRoot)
+{
+    const QJsonObject tKeys = pRoot["keys"_L1].toObject();
+    QStringList tLines;
+    for (auto tIt = tKeys.begin(); tIt != tKeys.end(); ++tIt) {
+        const QString tId = tuf::keyId(tIt.value().toObject());
+        if (tId != tIt.key()) {
+            tLines.append(u"WARNING: what is called key %1 is another key, whose id is %2"_s.arg(tIt.key(), tId));
         }
     }
     return tLines;
@@ -59,6 +76,7 @@ QStringList reviewKeys(const QJsonObject& pNew, const QJsonObject& pBefore)
     for (const QString& tRole : tRoles) {
         tLines += reviewRole(tRole, pNew, pBefore);
     }
+    tLines += reviewIds(pNew);
     if (!pNew["consistent_snapshot"_L1].toBool()) {
         tLines.append(u"WARNING: files would have no versions in their names"_s);
     }

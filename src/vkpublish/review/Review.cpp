@@ -5,8 +5,11 @@
 #include "internal/PlainText.h"
 #include "tuf/Metadata.h"
 
+#include <QtCore/QDateTime>
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -15,6 +18,8 @@ namespace tarn::vkpublish {
 namespace {
 
 constexpr int sMaxLine = 400;
+constexpr int sMostDays = 4000;        // somewhat more than "vkpublish" signs without being asked to
+constexpr qint64 sLargestStep = 10000; // of versions between two that a person has seen
 
 QString text(const QJsonValue& pValue)
 {
@@ -37,15 +42,37 @@ QString expiry(const Payload& pPayload)
 // Parts that this version does not know, such as delegations: they might decide who is trusted.
 QStringList unknownParts(const Payload& pPayload)
 {
-    static const QStringList sKnown{u"_type"_s,   u"spec_version"_s, u"version"_s, u"expires"_s,
-                                    u"targets"_s, u"keys"_s,         u"roles"_s,   u"consistent_snapshot"_s};
+    QStringList tKnown{u"_type"_s, u"spec_version"_s, u"version"_s, u"expires"_s};
+    tKnown += pPayload.mRole == tuf::sRoot ? QStringList{u"keys"_s, u"roles"_s, u"consistent_snapshot"_s}
+                                           : QStringList{u"targets"_s};
     QStringList tLines;
     for (auto tIt = pPayload.mSigned.begin(); tIt != pPayload.mSigned.end(); ++tIt) {
-        if (!sKnown.contains(tIt.key())) {
+        if (!tKnown.contains(tIt.key())) {
             tLines.append(u"WARNING: unknown part \"%1\": %2"_s.arg(tIt.key(), text(tIt.value())));
         }
     }
     return tLines;
+}
+
+// What would bind the publisher for longer than it may want.
+QStringList farAhead(const Payload& pPayload, qint64 pVersionBefore)
+{
+    QStringList tLines;
+    if (pPayload.mVersion - pVersionBefore > sLargestStep) {
+        tLines.append(u"WARNING: the version is far higher than it has to be"_s);
+    }
+    const QDateTime tMost = QDateTime::currentDateTimeUtc().addDays(sMostDays);
+    if (QDateTime::fromString(expiry(pPayload), Qt::ISODate) > tMost) {
+        tLines.append(u"WARNING: it is valid for more than %1 days"_s.arg(sMostDays));
+    }
+    return tLines;
+}
+
+// What a person must not overlook comes last, after any number of other lines.
+void putWarningsLast(QStringList* pLines)
+{
+    std::stable_partition(pLines->begin(), pLines->end(),
+                          [](const QString& pLine) { return !pLine.startsWith("WARNING: "_L1); });
 }
 
 } // namespace
@@ -67,8 +94,10 @@ QStringList review(const Payload& pNew, const std::optional<Payload>& pBefore, c
     }
     const QJsonObject tBefore = pBefore ? pBefore->mSigned : QJsonObject();
     tLines += unknownParts(pNew);
+    tLines += farAhead(pNew, pBefore ? pBefore->mVersion : 0);
     tLines +=
         pNew.mRole == tuf::sRoot ? reviewKeys(pNew.mSigned, tBefore) : reviewPackages(pNew.mSigned, tBefore);
+    putWarningsLast(&tLines);
     for (QString& tLine : tLines) {
         const bool tIsInner = tLine.startsWith("  "_L1);
         tLine = vkcore::singleLine(tLine, sMaxLine);

@@ -141,7 +141,8 @@ TEST_F(CeremonyTest, ASignerSeesWhatComesAndGoesSinceHisLastSignature)
     EXPECT_TRUE(tAsked.mOut.contains("everything is new") && tAsked.mOut.contains("NEW: a 1.0.0"))
         << tAsked.mOut;
     EXPECT_FALSE(QFile::exists(path("signature")));
-    succeed((tSign + " --yes").constData());
+    succeed((tSign + " --yes --key @alice.pem").constData());
+    EXPECT_EQ(readFile(path("signature")).count("keyid"), 1) << "a key signs once";
     succeed("remove @r a");
     write("f/data", "other\n");
     succeed("add @r @f --name b --version 2");
@@ -157,6 +158,43 @@ TEST_F(CeremonyTest, ASignerSeesWhatComesAndGoesSinceHisLastSignature)
     EXPECT_NE(run(tSign).mStatus, 0) << "not canonical";
     write("payload", "{\"signed\":" + tPayload + "}");
     EXPECT_TRUE(run("show @payload").mOut.contains("WARNING: unknown part \"delegations\""));
+}
+
+// The machine that has written the payload may be in an attacker's hands.
+TEST_F(CeremonyTest, ASignerSeesWhatAPayloadWouldHide)
+{
+    succeed("payload @r root --output @root");
+    succeed("payload @r targets --output @targets");
+    const QByteArray tId = idOf("timestamp", 0).toLatin1();
+    const QByteArray tOther = tId.startsWith('0') ? "1" : "0";
+    const struct
+    {
+        const char* mFile;
+        QByteArray mFrom;
+        QByteArray mTo;
+        QByteArray mShown;
+    } sCases[] = {
+        {"root", tId, tOther + tId.mid(1),
+         "WARNING: what is called key " + tOther + tId.mid(1) + " is another key"},
+        {"root", "\"expires\":\"20", "\"expires\":\"99", "WARNING: it is valid for more than 4000 days"},
+        {"root", "\"version\":2}", "\"version\":2000000}", "WARNING: the version is far higher"},
+        {"root", "\"roles\":{", "\"roles\":{\"targets: ok\":{\"keyids\":[],\"threshold\":1},",
+         "unknown role \"targets: ok\""},
+        {"root", "\"version\":2}", "\"targets\":{},\"version\":2}", "WARNING: unknown part \"targets\""},
+        {"targets", "\"custom\":{", "\"custom\":{\"a\":1,",
+         "WARNING: the description of a-1.0.0.0.tar.zst has parts"},
+        {"targets", "\"sha256\":\"", "\"md9\":\"00\",\"sha256\":\"",
+         "WARNING: a-1.0.0.0.tar.zst has a hash of an unknown kind"},
+        {"targets", "\"custom\":{", "\"custom\":{\"check\":\"bin/evil\",", "\n  machines run bin/evil\n"},
+        {"targets", "", "", ".index.zst\n1 new, 0 changed, 0 removed\n"},
+    };
+    for (const auto& tCase : sCases) {
+        QByteArray tPayload = readFile(path(tCase.mFile));
+        EXPECT_TRUE(tPayload.contains(tCase.mFrom)) << tPayload;
+        write("payload", tCase.mFrom.isEmpty() ? tPayload : tPayload.replace(tCase.mFrom, tCase.mTo));
+        const Program::Result tShown = run("show @payload");
+        EXPECT_TRUE(tShown.mOut.contains(tCase.mShown)) << tCase.mTo << ": " << tShown.mOut << tShown.mErr;
+    }
 }
 
 TEST_F(CeremonyTest, EachMistakeIsOneLineAndChangesNothing)
@@ -319,6 +357,28 @@ TEST_F(CeremonyTest, OldKeysSignDuringAChangeUnlessTheyAreLost)
         }
         EXPECT_EQ(followAsClient("seen", "web") == sOne, !tLost);
         EXPECT_EQ(followAsClient(), sOne);
+    }
+}
+
+TEST_F(CeremonyTest, WhoeverIsInTheRootIsNotLost)
+{
+    const QByteArray tOld = idOf("targets", 0).toLatin1();
+    succeed("key add @r targets --no-passphrase");
+    succeed(("key remove @r targets " + tOld + " --lost").constData());
+    succeed("payload @r root --discard");
+    succeed("key add @r targets --no-passphrase");
+    // To its owner, before it is in a published root.
+    for (const QString& tName : files("r.keys").filter(q("targets-"))) {
+        if (!tName.contains(QString::fromLatin1(tOld.left(16)))) {
+            QFile::rename(path("r.keys/") + tName, path("moved-") + tName);
+        }
+    }
+    succeed("publish @r");
+    EXPECT_TRUE(files("r/metadata").contains(q("2.root.json")));
+    KeyFolder tKeys(tarn::os::realFileSystem(), path("r.keys"));
+    ASSERT_FALSE(tKeys.openForReading());
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_FALSE(tKeys.isGone(idOf("targets", i))) << i;
     }
 }
 

@@ -102,6 +102,31 @@ TEST_F(PackageListsTest, AreAsBeforeOrAsAfterAChangeThatIsStoppedAnywhere)
     }
 }
 
+TEST_F(PackageListsTest, PackagesAreFoundByTheirPrefix)
+{
+    succeed("init @r --no-passphrase");
+    QStringList tNames;
+    TargetList tPublished;
+    for (int i = 0; i < 90; ++i) {
+        tNames.append(q("%1-%2").arg(QString::number(i * i, 3), QString(i % 7, u'x')));
+        tPublished.insert(tNames.last(), QJsonObject{{q("text"), QString(i % 9 == 0 ? 9000 : i, u'y')}});
+    }
+    {
+        KeyFolder tKeys(tarn::os::realFileSystem(), path("r.keys"));
+        ASSERT_FALSE(tKeys.open());
+        tKeys.mRecord.mTargets = tPublished;
+        tKeys.mRecord.mPublishedTargets = tPublished;
+        ASSERT_FALSE(tKeys.save());
+    }
+    for (const QString& tPrefix : tNames + QStringList{q("!"), q("1"), q("10"), q("2"), q("~"), q("0-")}) {
+        KeyFolder tSome(tarn::os::realFileSystem(), path("r.keys"));
+        const tarn::Failure tFailure = tSome.openPackages(tPrefix);
+        EXPECT_FALSE(tFailure) << tFailure.mText;
+        EXPECT_EQ(tSome.mRecord.mPublishedTargets.keys(), tPublished.keysWithPrefix(tPrefix)) << tPrefix;
+        EXPECT_EQ(tSome.mRecord.mTargets, tSome.mRecord.mPublishedTargets);
+    }
+}
+
 // Without a lock, while the files that the record named before are replaced.
 TEST_F(PackageListsTest, AReaderSeesNoStateInBetween)
 {

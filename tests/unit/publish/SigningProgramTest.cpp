@@ -50,6 +50,9 @@ TEST(SigningProgramTest, TakesOneSignatureOrOneReason)
         {"kill -STOP $$", {}, "! The command sh was stopped"},
         {"exit 0", {}, "! The command sh wrote no signature"},
         {"yes", {}, "! The command sh writes more than a signature"},
+        {"exec perl -e 'setpgrp(0, getpgrp(getppid())); sleep 1000'",
+         {1},
+         "! The command sh did not end within 1 seconds"},
         {"exec 1>&-; sleep 1000", {1}, "! The command sh did not end within 1 seconds"},
     };
     for (const auto& [tScript, tLimits, tExpected] : sCases) {

@@ -55,11 +55,12 @@ Failure fetchAdvisories(const SupplyParts& pParts, Orders& pOrders, Plan* pPlan)
             !isNews(tPackage.mOffer, pParts.mInstalled)) {
             continue;
         }
-        tRoom -= costOf(tInfo, *tAdvisory);
-        if (tRoom < 0) {
+        const qint64 tCost = costOf(tInfo, *tAdvisory);
+        if (tCost > tRoom) { // a shorter one may still fit
             giveUp(&tPackage, u"The advisories of this update are too long together"_s, pParts.mReporter);
             continue;
         }
+        tRoom -= tCost;
         tOwners.push_back(&tPackage);
         tDownloads.push_back({.mWanted = Wanted::sideFile(tAdvisory->mFile, tAdvisory->name()),
                               .mLabel = tPackage.name(),
