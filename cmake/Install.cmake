@@ -50,6 +50,7 @@ install(FILES packaging/systemd/vkservice.catalog DESTINATION lib/systemd/catalo
 install(TARGETS vkpublish RUNTIME COMPONENT publisher)
 install(FILES docs/man/vkpublish.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT publisher)
 install(FILES docs/man/vk-repository.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT publisher)
+install(FILES docs/keys.md docs/administrator.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/vkpublish COMPONENT publisher)
 foreach(UNIT vkpublish-mirror@ vkpublish-refresh@)
     install(CODE "
         configure_file(${PROJECT_SOURCE_DIR}/packaging/systemd/${UNIT}.service.in

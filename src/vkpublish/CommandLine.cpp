@@ -60,6 +60,11 @@ void CommandLine::addNoWait()
     addOption(u"no-wait"_s, u"Fail at once if another vkpublish is using the keys"_s);
 }
 
+void CommandLine::addTrustClock()
+{
+    addOption(u"trust-clock"_s, u"Go on although the last publication was long ago, or later than now"_s);
+}
+
 void CommandLine::addJson()
 {
     addOption(u"json"_s, u"Print one object of JSON, for programs"_s);

@@ -43,6 +43,8 @@ public:
     void addRepository();
     // --no-wait, for commands that lock the key folder.
     void addNoWait();
+    // --trust-clock, for commands that are run again if the clock was refused
+    void addTrustClock();
     // --json
     void addJson();
 

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <clocale>
+#include <span>
 
 using namespace Qt::StringLiterals;
 
@@ -21,34 +22,62 @@ struct Command
     int (*mRun)(const QStringList& pArguments);
 };
 
-constexpr std::array sCommands{
-    Command{"init", "create the keys and the first root of a new repository", cmdInit},
-    Command{"add", "pack a folder as a package", cmdAdd},
-    Command{"remove", "withdraw a package", cmdRemove},
-    Command{"publish", "publish what was added, and renew the signatures", cmdPublish},
-    Command{"refresh", "renew timestamp and snapshot, with their keys alone", cmdRefresh},
+struct Group
+{
+    const char* mTitle;
+    std::span<const Command> mCommands;
+};
+
+constexpr std::array sPackages{
+    Command{"init", "begin a new repository: its keys and its first root", cmdInit},
+    Command{"add", "pack a folder as a package, for the next publish", cmdAdd},
+    Command{"remove", "withdraw a package with the next publish", cmdRemove},
+    Command{"list", "show the packages, and what the next publish changes", cmdList},
+    Command{"publish", "sign and publish all of this; renew the signatures", cmdPublish},
     Command{"halt", "stop the spread of a package at once", cmdHalt},
-    Command{"list", "show the packages", cmdList},
-    Command{"verify", "check a repository as a client would", cmdVerify},
-    Command{"mirror", "make a folder a verified copy of a repository", cmdMirror},
-    Command{"rotate-key", "give a role a new key", cmdRotateKey},
-    Command{"recover", "make a lost record again from the repository", cmdRecover},
-    Command{"key", "add, remove and list keys, and set how many must sign", cmdKey},
-    Command{"payload", "write what to sign on another machine", cmdPayload},
-    Command{"show", "show what a payload or a draft changes", cmdShow},
-    Command{"sign", "sign a payload, on a machine that has keys only", cmdSign},
+    Command{"refresh", "every night: renew the signatures that expire soon", cmdRefresh},
+};
+
+constexpr std::array sKeys{
+    Command{"key", "add, remove and list keys; set how many must sign", cmdKey},
+    Command{"rotate-key", "give a role a new key, for example after a theft", cmdRotateKey},
+    Command{"payload", "write what somebody else is to sign", cmdPayload},
+    Command{"show", "show in plain words what a payload changes", cmdShow},
+    Command{"sign", "show a payload, ask, and sign it; needs no repository", cmdSign},
     Command{"add-signature", "take a signature back", cmdAddSignature},
+    Command{"recover", "make a lost record again from the repository", cmdRecover},
+};
+
+constexpr std::array sCopies{
+    Command{"verify", "check a repository as a machine would, and what is online", cmdVerify},
+    Command{"mirror", "make and refresh a verified copy of a repository", cmdMirror},
+};
+
+constexpr std::array sGroups{
+    Group{"Packages", sPackages},
+    Group{"Keys, of one person or of several", sKeys},
+    Group{"Copies", sCopies},
 };
 
 QString usage()
 {
-    QString tText = u"Usage: vkpublish COMMAND [arguments] [options]\n"
-                    "Creates, signs and mirrors update repositories.\n\nCommands:\n"_s;
-    for (const Command& tCommand : sCommands) {
-        tText += u"  %1 %2\n"_s.arg(QLatin1String(tCommand.mName), -13).arg(QLatin1String(tCommand.mSummary));
+    QString tText =
+        u"Usage: vkpublish COMMAND [arguments] [options]\n"
+        "Makes, signs and mirrors repositories of packages, from which machines update themselves.\n"
+        "\nA first repository:\n"
+        "    vkpublish init DIR\n"
+        "    vkpublish add DIR FOLDER --name NAME --version VERSION\n"
+        "    vkpublish publish DIR\n"_s;
+    for (const Group& tGroup : sGroups) {
+        tText += u"\n%1:\n"_s.arg(QLatin1String(tGroup.mTitle));
+        for (const Command& tCommand : tGroup.mCommands) {
+            tText +=
+                u"  %1 %2\n"_s.arg(QLatin1String(tCommand.mName), -13).arg(QLatin1String(tCommand.mSummary));
+        }
     }
     tText +=
-        u"\n\"vkpublish COMMAND --help\" explains a command. --version shows the version.\n"
+        u"\n\"vkpublish COMMAND --help\" explains a command, \"man vkpublish\" everything. --version shows "
+        u"the version.\n"
         "Exit status: 0 success, 1 failure, 2 invalid usage, 3 valid, but the root is not trusted (verify),\n"
         "4 valid, but expires soon (verify --warn-days)."_s;
     return tText;
@@ -65,9 +94,11 @@ int run(const QStringList& pArguments)
         say(QStringLiteral("vkpublish " VKPUBLISH_VERSION));
         return StatusDone;
     }
-    for (const Command& tCommand : sCommands) {
-        if (tName == QLatin1String(tCommand.mName)) {
-            return tCommand.mRun(pArguments.mid(1));
+    for (const Group& tGroup : sGroups) {
+        for (const Command& tCommand : tGroup.mCommands) {
+            if (tName == QLatin1String(tCommand.mName)) {
+                return tCommand.mRun(pArguments.mid(1));
+            }
         }
     }
     complain(tName.isEmpty() ? u"A command is missing; see \"vkpublish --help\""_s

@@ -29,7 +29,7 @@ FILES = {
     "vkpublish": ["bin/vkpublish", "share/man/man1/vkpublish.1", "share/man/man5/vk-repository.5",
                   "lib/systemd/system/vkpublish-mirror@.service", "lib/systemd/system/vkpublish-mirror@.timer",
                   "lib/systemd/system/vkpublish-refresh@.service", "lib/systemd/system/vkpublish-refresh@.timer",
-                  "lib/sysusers.d/vkpublish.conf"],
+                  "lib/sysusers.d/vkpublish.conf", "share/doc/vkpublish/keys.md"],
 }
 
 

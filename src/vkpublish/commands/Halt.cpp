@@ -3,6 +3,7 @@
 #include "CommandLine.h"
 #include "keys/KeyFolder.h"
 #include "keys/SigningTime.h"
+#include "publication/ClockCheck.h"
 #include "publication/Publication.h"
 #include "publication/Releases.h"
 
@@ -67,6 +68,9 @@ Failure halt(const CommandLine& pLine, const Job& pJob, QStringList* pArchives, 
         return tFailure;
     }
     Record& tRecord = tKeys.mRecord;
+    if (Failure tFailure = checkClock(tRecord, QDateTime::currentDateTimeUtc())) {
+        return tFailure;
+    }
     const QStringList tNext = archivesOf(tRecord.mTargets, pJob.mName, pJob.mVersion);
     const QStringList tPublished = archivesOf(tRecord.mPublishedTargets, pJob.mName, pJob.mVersion);
     *pArchives = tNext + tPublished;

@@ -6,6 +6,7 @@
 #include "keys/SigningTime.h"
 #include "network/MetadataSource.h"
 #include "publication/CatchUp.h"
+#include "publication/ClockCheck.h"
 #include "publication/Layout.h"
 #include "publication/Publication.h"
 
@@ -72,6 +73,7 @@ void declare(CommandLine* pLine)
                      "https address, after the record was restored from a backup"_s,
                      u"PLACE"_s);
     pLine->addOption(u"ca-file"_s, u"CA certificates to trust for that address"_s, u"FILE"_s);
+    pLine->addTrustClock();
     pLine->addJson();
 }
 
@@ -104,6 +106,12 @@ Failure publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys)
     Publication tPublication(tFileSystem, pLine.repository(), *pKeys);
     bool tRaised = false;
     if (Failure tFailure = pKeys->open()) {
+        return tFailure;
+    }
+    if (pLine.isSet("trust-clock")) {
+        pKeys->mRecord.mSignedAt = QDateTime();
+    }
+    if (Failure tFailure = checkClock(pKeys->mRecord, QDateTime::currentDateTimeUtc())) {
         return tFailure;
     }
     if (pJob.mAbove) {

@@ -56,6 +56,7 @@ int cmdRefresh(const QStringList& pArguments)
     tLine.addNoWait();
     tLine.addOption(u"expires-days"_s, u"How long timestamp and snapshot are valid, in days"_s, u"DAYS"_s,
                     u"14"_s);
+    tLine.addTrustClock();
     tLine.addJson();
     if (const std::optional<int> tStatus = tLine.parse(pArguments)) {
         return *tStatus;
@@ -68,6 +69,9 @@ int cmdRefresh(const QStringList& pArguments)
     KeyFolder tKeys(os::realFileSystem(), tLine.keys(), tLine.patience());
     Refresh tRefresh(os::realFileSystem(), tLine.repository(), tKeys);
     Failure tFailure = tKeys.open();
+    if (tLine.isSet("trust-clock")) {
+        tKeys.mRecord.mSignedAt = QDateTime();
+    }
     if (!tFailure) {
         tFailure = tRefresh.run({.mNow = tNow, .mExpires = tNow.addDays(*tDays), .mTargetsExpires = {}});
     }

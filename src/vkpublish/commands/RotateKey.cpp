@@ -31,6 +31,11 @@ void report(const KeyFolder& pKeys, const QString& pRole, const QDateTime& pOldU
         pRole == tuf::sRoot ? u"The old key's file may be deleted."_s
                             : u"Keep the old key's file until %1: until then both keys sign."_s.arg(
                                   pOldUntil.toUTC().toString(Qt::ISODate))));
+    if (pRole == tuf::sTargets) {
+        say(u"If the old key was stolen, replace those of snapshot and timestamp, too, unless they were "
+            u"elsewhere. "
+            "\"vkpublish verify DIR --against PLACE\" shows which packages a thief has added: add a higher version of each"_s);
+    }
 }
 
 // Nothing has changed if this fails.

@@ -65,19 +65,44 @@ bool hasVoucher(const CommandLine& pLine)
 }
 
 // A failure if the roots do not lead to the one in the key folder's record.
-Failure checkKeys(const CommandLine& pLine, const QList<QByteArray>& pRoots)
+Failure checkRoots(const KeyFolder& pKeys, const QList<QByteArray>& pRoots)
+{
+    if (!pRoots.contains(pKeys.mRecord.mRoot)) {
+        return Failure::content(
+            u"The roots do not lead to the one in the record of %1: this is another "
+            "repository, or a rotate-key was interrupted, and \"vkpublish publish\" makes it "
+            "good"_s.arg(pKeys.path()));
+    }
+    return {};
+}
+
+// What this publisher has added or withdrawn is no surprise.
+void dropKnown(const Record& pRecord, Comparison* pFrom)
+{
+    pFrom->mOnlyThere.removeIf([&](const QString& pArchive) {
+        const QJsonValue tHashes = pFrom->mThereTargets[pArchive]["hashes"_L1];
+        return pRecord.mTargets[pArchive]["hashes"_L1] == tHashes ||
+               pRecord.mPublishedTargets[pArchive]["hashes"_L1] == tHashes ||
+               pRecord.mWithdrawnTargets[pArchive]["hashes"_L1] == tHashes;
+    });
+}
+
+// What the record has to say about the repository, and about the other one.
+Failure checkRecord(const CommandLine& pLine, Findings* pTo)
 {
     KeyFolder tKeys(os::realFileSystem(), pLine.keys());
     if (Failure tFailure = tKeys.openForReading()) {
         return tFailure;
     }
-    if (!pRoots.contains(tKeys.mRecord.mRoot)) {
-        return Failure::content(
-            u"The roots do not lead to the one in the record of %1: this is another "
-            "repository, or a rotate-key was interrupted, and \"vkpublish publish\" makes it "
-            "good"_s.arg(tKeys.path()));
+    if (pTo->mComparison) {
+        dropKnown(tKeys.mRecord, &*pTo->mComparison);
+        if (!pTo->mComparison->mOnlyThere.isEmpty()) {
+            pTo->mWarnings.append(
+                u"%1 offers what the record does not know: the record is from a backup, and "
+                "you add it again, or it was signed with stolen keys"_s.arg(pLine.value("against")));
+        }
     }
-    return {};
+    return checkRoots(tKeys, pTo->mResult.mRoots);
 }
 
 void find(const CommandLine& pLine, const QByteArray& pRoot, const Job& pJob, Findings* pTo)
@@ -88,16 +113,16 @@ void find(const CommandLine& pLine, const QByteArray& pRoot, const Job& pJob, Fi
     (void)readWithTargets(tHere, pRoot, &pTo->mState); // what is wrong with it is known already
     pTo->mWarnings = expiryWarnings(pTo->mState, pJob.mNow, pJob.mWarnDays, {});
     pTo->mIsTrusted = hasVoucher(pLine);
-    if (!pLine.isSet("root") && pTo->mIsTrusted) {
-        if (const Failure tFailure = checkKeys(pLine, pTo->mResult.mRoots)) {
-            pTo->mProblems.append(tFailure.mText);
-        }
-    }
     if (pJob.mOther) {
         pTo->mComparison =
             compareStates(tHere, *pJob.mOther, pRoot, pLine.value("against"), pJob.mNow, pJob.mWarnDays);
         pTo->mProblems += pTo->mComparison->mProblems;
         pTo->mWarnings += pTo->mComparison->mWarnings;
+    }
+    if (!pLine.isSet("root") && pTo->mIsTrusted) {
+        if (const Failure tFailure = checkRecord(pLine, pTo)) {
+            pTo->mProblems.append(tFailure.mText);
+        }
     }
 }
 
@@ -134,6 +159,9 @@ void print(const CommandLine& pLine, const Findings& pFindings)
     }
     if (pFindings.mComparison) {
         printVersions(*pFindings.mComparison);
+        for (const QString& tArchive : pFindings.mComparison->mOnlyThere) {
+            say(u"Only there: %1"_s.arg(vkcore::singleLine(tArchive, vkcore::sMaxMessage)));
+        }
     }
     for (const QString& tWarning : pFindings.mWarnings) {
         complain(u"Warning: %1"_s.arg(tWarning));
@@ -161,7 +189,8 @@ QJsonObject json(const CommandLine& pLine, const Findings& pFindings, const QDat
                         {u"unreferenced"_s, QJsonArray::fromStringList(pFindings.mResult.mUnused)}};
     addValidity(pFindings.mState, pNow, &tObject);
     if (pFindings.mComparison) {
-        QJsonObject tAgainst{{u"place"_s, pLine.value("against")}};
+        QJsonObject tAgainst{{u"place"_s, pLine.value("against")},
+                             {u"onlyThere"_s, QJsonArray::fromStringList(pFindings.mComparison->mOnlyThere)}};
         addValidity(pFindings.mComparison->mThere, pNow, &tAgainst);
         tObject.insert("against"_L1, tAgainst);
     }

@@ -80,6 +80,10 @@ Failure KeyFolder::create()
 Failure KeyFolder::openLocked()
 {
     if (!QFileInfo::exists(filePath(sRecordName))) {
+        if (!QDir(mPath).entryList({u"*.pem"_s, u"*.signer"_s}, QDir::Files).isEmpty()) {
+            return Failure::content(
+                u"%1 has keys, but no record: make it again with \"vkpublish recover\""_s.arg(mPath));
+        }
         return Failure::content(
             u"The key folder %1 does not exist: name it with --keys, or create a repository with "
             "\"vkpublish init\""_s.arg(mPath));

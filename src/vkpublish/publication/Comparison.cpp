@@ -4,6 +4,8 @@
 
 #include "tuf/Metadata.h"
 
+#include <QtCore/QJsonDocument>
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -25,7 +27,9 @@ Failure checkVersions(const RepositoryState& pHere, const RepositoryState& pTher
         if (pHere.mVersions.value(tIt.key()) < tIt.value()) {
             return Failure::content(
                 u"The repository is behind %1, and machines that know that one refuse it: "
-                "publish with --above %1"_s.arg(pPlace));
+                "publish with --above %1. If it was not you who has signed that one, a key was stolen: "
+                "replace "
+                "it"_s.arg(pPlace));
         }
     }
     if (pHere.mVersions[tuf::sTimestamp] == pThere.mVersions[tuf::sTimestamp] &&
@@ -34,6 +38,22 @@ Failure checkVersions(const RepositoryState& pHere, const RepositoryState& pTher
                                 "keep the one that they saw first. Publish with --above %1"_s.arg(pPlace));
     }
     return {};
+}
+
+QJsonObject targetsOf(const RepositoryState& pState)
+{
+    return QJsonDocument::fromJson(pState.mTargets)["signed"_L1]["targets"_L1].toObject();
+}
+
+void comparePackages(Comparison* pTo)
+{
+    const QJsonObject tHere = targetsOf(pTo->mHere);
+    pTo->mThereTargets = targetsOf(pTo->mThere);
+    for (auto tIt = pTo->mThereTargets.constBegin(); tIt != pTo->mThereTargets.constEnd(); ++tIt) {
+        if (tHere[tIt.key()]["hashes"_L1] != tIt.value()["hashes"_L1]) {
+            pTo->mOnlyThere.append(tIt.key());
+        }
+    }
 }
 
 // What machines there can't see yet.
@@ -67,6 +87,7 @@ Comparison compareStates(tuf::Fetcher& pHere, tuf::Fetcher& pThere, const QByteA
     Failure tFailure = readWithTargets(pHere, pRoot, &tResult.mHere);
     tFailure = tFailure ? tFailure : readWithTargets(pThere, pRoot, &tResult.mThere);
     if (!tFailure) {
+        comparePackages(&tResult);
         checkExpiry(pNow, pDays, pPlace, &tResult);
         tFailure = checkVersions(tResult.mHere, tResult.mThere, pPlace);
     }

@@ -2,6 +2,7 @@
 
 #include "publication/RepositoryState.h"
 
+#include <QtCore/QJsonObject>
 #include <QtCore/QStringList>
 
 namespace tarn::vkpublish {
@@ -11,8 +12,10 @@ struct Comparison
 {
     RepositoryState mHere;
     RepositoryState mThere;
-    QStringList mProblems; // why machines refuse one of them
-    QStringList mWarnings; // what was not copied yet, and what expires there soon
+    QJsonObject mThereTargets;
+    QStringList mOnlyThere; // of these: archives that are not offered here with the same content
+    QStringList mProblems;  // why machines refuse one of them
+    QStringList mWarnings;  // what was not copied yet, and what expires there soon
 };
 
 // Reads both from a root on. pPlace: the name of the other one in messages. pDays: as for expiryWarnings().

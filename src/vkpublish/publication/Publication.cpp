@@ -4,6 +4,7 @@
 #include "keys/RootDocument.h"
 #include "network/MetadataSource.h"
 #include "publication/CatchUp.h"
+#include "publication/ClockCheck.h"
 #include "publication/FileMatch.h"
 #include "publication/FolderFiles.h"
 #include "publication/Layout.h"
@@ -88,10 +89,14 @@ Failure Publication::checkTargets()
 
 Failure Publication::catchUp()
 {
+    if (Failure tFailure = checkClock(mKeys.mRecord, QDateTime::currentDateTimeUtc())) {
+        return tFailure;
+    }
     FolderFetcher tFolder(mFileSystem, metadataFolder(mRepository));
     RepositoryState tSeen;
     // Metadata that cannot be verified is ignored, and written again.
     (void)readState(tFolder, mKeys.mRecord.mRoot, &tSeen);
+    mForeign = checkLead(mKeys.mRecord, tSeen);
     return raiseVersions(&mKeys, tSeen, &mRaised);
 }
 
@@ -164,6 +169,7 @@ Failure Publication::run(const PublicationTimes& pTimes)
         return tRoot.failure();
     }
     if (!*tRoot) {
+        mNotes += mForeign ? QStringList{mForeign.mText} : QStringList();
         return publish(pTimes);
     }
     if (!isRootWritten()) { // an earlier run was interrupted, and no version may be missing
@@ -269,6 +275,7 @@ Failure Publication::publish(const PublicationTimes& pTimes)
     }
     noteWithdrawn();
     tRecord.mTimestampExpires = pTimes.mExpires;
+    tRecord.mSignedAt = QDateTime::currentDateTimeUtc();
     noteUnreferenced(mRepository, mNamed, pTimes.mNow, &tRecord);
     if (Failure tFailure = mKeys.save()) {
         return tFailure;

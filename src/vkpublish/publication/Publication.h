@@ -53,13 +53,13 @@ public:
     // What run() publishes instead of the targets of the record, which stay for a later run.
     void offer(const TargetList& pTargets) { mOffered = pTargets; }
 
-    // Raises the versions of a record that is older than the repository, as run() does.
+    // Checks the clock, and raises the versions of a record that is older than the repository, as run() does.
     Failure catchUp();
 
     // True if a run() found the record to be older than the repository.
     bool hasRaised() const { return mRaised; }
 
-    // What the publisher should know of drafts that a run() has left.
+    // What the publisher should know of drafts that a run() has left, and of stolen keys.
     const QStringList& notes() const { return mNotes; }
 
     // After run(): removes files that no metadata has referred to for at least pGrace seconds.
@@ -94,6 +94,7 @@ private:
     std::optional<TargetList> mOffered;
     QSet<QString> mNamed; // files in the targets folder that the offered packages name
     QStringList mNotes;
+    Failure mForeign; // the repository has what this publisher can't have signed
     bool mRaised = false;
 };
 

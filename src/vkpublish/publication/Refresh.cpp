@@ -3,6 +3,7 @@
 #include "keys/Roles.h"
 #include "network/MetadataSource.h"
 #include "publication/CatchUp.h"
+#include "publication/ClockCheck.h"
 #include "publication/Layout.h"
 #include "publication/RoleSigners.h"
 
@@ -48,6 +49,9 @@ Refresh::Refresh(os::FileSystem& pFileSystem, const QString& pRepository, KeyFol
 Failure Refresh::run(const PublicationTimes& pTimes)
 {
     Record& tRecord = mKeys.mRecord;
+    if (Failure tFailure = checkClock(tRecord, QDateTime::currentDateTimeUtc())) {
+        return tFailure;
+    }
     const auto tIsOver = [&](const auto& pOld) { return pOld.mUntil <= pTimes.mNow; };
     tRecord.mRetiringRoots.removeIf(tIsOver);
     tRecord.mRetiringKeys.removeIf(tIsOver);
@@ -86,6 +90,7 @@ Failure Refresh::run(const PublicationTimes& pTimes)
     tRecord.mPublishedSnapshot = {metaOf(mState.mVersions[tuf::sSnapshot], mState.mSnapshot),
                                   mState.mExpires[tuf::sSnapshot]};
     tRecord.mTimestampExpires = pTimes.mExpires;
+    tRecord.mSignedAt = QDateTime::currentDateTimeUtc();
     return mKeys.save();
 }
 

@@ -33,6 +33,7 @@ const QString sTargetsFile = u"targetsFile"_s;
 const QString sSnapshotFile = u"snapshotFile"_s;
 const QString sCarriedTargets = u"carriedTargets"_s;
 const QString sTimestampExpires = u"timestampExpires"_s;
+const QString sSignedAt = u"signedAt"_s;
 const QString sRetiring = u"retiringKeys"_s;
 const QString sRole = u"role"_s;
 const QString sFile = u"file"_s;
@@ -186,6 +187,7 @@ QByteArray Record::toJson() const
                                      {sSnapshotFile, fileToJson(mPublishedSnapshot)},
                                      {sCarriedTargets, fileToJson(mCarriedTargets)},
                                      {sTimestampExpires, dateToJson(mTimestampExpires)},
+                                     {sSignedAt, dateToJson(mSignedAt)},
                                      {sRetiringRoots, rootsToJson(mRetiringRoots)},
                                      {sRetiring, retiringToJson(mRetiringKeys)},
                                      {sUnreferenced, tUnreferenced}})
@@ -230,6 +232,7 @@ bool Record::fromJson(const QByteArray& pText, Record* pTo)
     pTo->mPublishedSnapshot = fileFromJson(tObject[sSnapshotFile]);
     pTo->mCarriedTargets = fileFromJson(tObject[sCarriedTargets]);
     pTo->mTimestampExpires = dateFromJson(tObject[sTimestampExpires]);
+    pTo->mSignedAt = dateFromJson(tObject[sSignedAt]);
     pTo->mRetiringRoots = rootsFromJson(tObject[sRetiringRoots]);
     pTo->mRetiringKeys = retiringFromJson(tObject[sRetiring]);
     const QJsonObject tUnreferenced = tObject[sUnreferenced].toObject();

@@ -53,6 +53,7 @@ struct Record : Packages
     PublishedFile mPublishedSnapshot;
     PublishedFile mCarriedTargets; // the newest list that a refresh has left in place: it may not go back
     QDateTime mTimestampExpires;
+    QDateTime mSignedAt;                // when that was done, by the clock of this machine; null: unknown
     QList<RetiringRoot> mRetiringRoots; // the oldest first
     QList<RetiringKey> mRetiringKeys;
     QMap<QString, QDateTime>

@@ -257,6 +257,44 @@ TEST_F(CeremonyTest, EachMistakeIsOneLineAndChangesNothing)
     EXPECT_TRUE(refusal("publish @r").contains("damaged"));
 }
 
+// By the record, which has the time of the last publication, and by the root.
+TEST_F(CeremonyTest, AWrongClockAndAnExpiredRootSignNothing)
+{
+    const QDateTime tNow = QDateTime::currentDateTimeUtc();
+    const struct
+    {
+        qint64 mDays; // from the clock to the last publication
+        bool mIsRefused;
+    } sClocks[] = {{-179, false}, {-181, true}, {400, true}, {2, true}};
+    for (const auto& [tDays, tIsRefused] : sClocks) {
+        SCOPED_TRACE(tDays);
+        QJsonObject tRecord = QJsonDocument::fromJson(readFile(path("r.keys/record.json"))).object();
+        ASSERT_TRUE(tRecord.contains(q("signedAt")));
+        tRecord[q("signedAt")] = tNow.addDays(tDays).toString(Qt::ISODate);
+        write("r.keys/record.json", QJsonDocument(tRecord).toJson());
+        for (const char* tWords : {"halt @r a", "key add @r root --no-passphrase", "payload @r targets",
+                                   "rotate-key @r root --no-passphrase", "refresh @r", "publish @r"}) {
+            const auto tBefore = state();
+            if (tIsRefused) {
+                EXPECT_TRUE(refusal(tWords).contains("By this machine's clock it is")) << tWords;
+                EXPECT_EQ(state(), tBefore) << tWords;
+            }
+        }
+        succeed(tIsRefused ? "publish @r --trust-clock" : "publish @r");
+        EXPECT_EQ(run("refresh @r").mErr, "");
+    }
+    mEnvironment["SOURCE_DATE_EPOCH"] = QByteArray::number(tNow.addDays(-9).toSecsSinceEpoch());
+    succeed("init @n --no-passphrase --root-days 5");
+    succeed("publish @n --expires-days 90");
+    mEnvironment.remove("SOURCE_DATE_EPOCH");
+    const QByteArray tTimestamp = readFile(path("n/metadata/timestamp.json"));
+    EXPECT_TRUE(refusal("publish @n").contains("The root has expired on"));
+    EXPECT_TRUE(refusal("refresh @n").contains("expired on"));
+    EXPECT_EQ(readFile(path("n/metadata/timestamp.json")), tTimestamp);
+    succeed("rotate-key @n root --no-passphrase");
+    EXPECT_EQ(run("publish @n").mErr, "");
+}
+
 TEST_F(CeremonyTest, AKillAtAnyMomentLeavesWhatMachinesAccept)
 {
     handOver("root", {"alice", "bob"});

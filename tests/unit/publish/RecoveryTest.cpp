@@ -110,6 +110,20 @@ TEST_F(RecoveryTest, WhatTheKeysHaveNotSignedRaisesNothing)
     EXPECT_TRUE(tQuoted.contains("version \" ]0;x \"")) << "it goes to a terminal: " << tQuoted;
 }
 
+TEST_F(RecoveryTest, AVersionThatOnlyAThiefCanHaveSignedIsTold)
+{
+    prepare("");
+    const QByteArray tRecord = readFile(path("r.keys/record.json"));
+    write("r.keys/record.json", QByteArray(tRecord).replace("\"timestamp\": 3", "\"timestamp\": 2000000"));
+    succeed("publish @r");
+    write("r.keys/record.json", tRecord);
+    EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst b-1.0.0.0.tar.zst")) << "it has seen that version";
+    EXPECT_TRUE(run("refresh @r").mErr.contains("vkpublish rotate-key DIR timestamp"));
+    EXPECT_TRUE(run("publish @r").mErr.contains("vkpublish rotate-key DIR timestamp"));
+    EXPECT_EQ(run("rotate-key @r timestamp --no-passphrase").mErr, "");
+    EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst b-1.0.0.0.tar.zst"));
+}
+
 TEST_F(RecoveryTest, ReadsWhatIsOnlineOverHttps)
 {
     prepare("");

@@ -112,6 +112,28 @@ TEST_F(SignersTest, AreKeysOfOpenSsl)
     use(tExample + "-P @ed @pass", tExample + "@ed @pass", [this] { write("pass", "battery staple\n"); });
 }
 
+// The list of packages is signed already when the timestamp can't be.
+TEST_F(SignersTest, AreGoneInTheMiddle)
+{
+    QDir().mkpath(path("token"));
+    ASSERT_EQ(call("/usr/bin/openssl genpkey -algorithm ed25519 -out @token/key").mStatus, 0);
+    write("public.pem", call("/usr/bin/openssl pkey -pubout -in @token/key").mOut);
+    write("sign", "#!/bin/sh\n" SIGNERS "/sign-with-openssl " + at("token/key") + " || exit 1\n" + "[ ! -e " +
+                      at("armed") + " ] || rm -r " + at("token") + "\n");
+    ::chmod(at("sign").constData(), 0700);
+    for (const char* tRole : {"targets", "timestamp"}) {
+        ASSERT_EQ(rotate(tRole, at("sign")).mStatus, 0);
+    }
+    succeed("add @r @f --name viewer --version 1");
+    const auto tBefore = state();
+    write("armed", "");
+    const Program::Result tBroken = publish();
+    EXPECT_EQ(tBroken.mStatus, 1);
+    EXPECT_EQ(tBroken.mErr.count("vkpublish: "), 1) << tBroken.mErr;
+    EXPECT_FALSE(QFile::exists(path("token")));
+    EXPECT_EQ(state(), tBefore);
+}
+
 // Like a program that asks for a PIN.
 TEST_F(SignersTest, HaveTheTerminal)
 {
