@@ -50,7 +50,9 @@ public:
     // What is there may belong to somebody else, who could change it later.
     Failure open()
     {
-        (void)mFileSystem.unlink(QFile::encodeName(mPath));
+        if (mFileSystem.unlink(QFile::encodeName(mPath)) != 0 && errno != ENOENT) {
+            return failure();
+        }
         mFile = Descriptor(mFileSystem,
                            mFileSystem.open(QFile::encodeName(mPath),
                                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));

@@ -30,7 +30,9 @@ public:
     Output(FileSystem& pFileSystem, const QString& pPath) : mFileSystem(pFileSystem), mPath(pPath)
     {
         // What is there may belong to somebody else, who could change it later.
-        (void)mFileSystem.unlink(QFile::encodeName(pPath));
+        if (mFileSystem.unlink(QFile::encodeName(pPath)) != 0 && errno != ENOENT) {
+            return;
+        }
         mFile = os::Descriptor(mFileSystem,
                                mFileSystem.open(QFile::encodeName(pPath),
                                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));

@@ -84,7 +84,7 @@ Failure PackageLists::readList(const char* pList, const ListFile& pFile, End pEn
         const QByteArrayView tText =
             QByteArrayView(*tFile).sliced(tAt, (tEnd < 0 ? tFile->size() : tEnd) - tAt);
         tAt = tEnd < 0 ? tFile->size() : tEnd + 1;
-        if (!tIsLast && !PackageLine::isNamed(tText, pPrefix)) {
+        if (!tIsLast && !pPrefix.isEmpty() && !PackageLine::isNamed(tText, pPrefix)) {
             continue;
         }
         const std::optional<PackageLine> tLine = tEnd < 0 ? std::nullopt : PackageLine::parse(tText);

@@ -58,7 +58,8 @@ QStringList reviewIds(const QJsonObject& pRoot)
     for (auto tIt = tKeys.begin(); tIt != tKeys.end(); ++tIt) {
         const QString tId = tuf::keyId(tIt.value().toObject());
         if (tId != tIt.key()) {
-            tLines.append(u"WARNING: what is called key %1 is another key, whose id is %2"_s.arg(tIt.key(), tId));
+            tLines.append(
+                u"WARNING: what is called key %1 is another key, whose id is %2"_s.arg(tIt.key(), tId));
         }
     }
     return tLines;

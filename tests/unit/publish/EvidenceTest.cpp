@@ -11,7 +11,7 @@ class EvidenceTest : public PublisherTest
 protected:
     EvidenceTest()
     {
-        succeed("init @r");
+        succeed("init @r --no-passphrase");
         write("advisory", "CVE-2026-1:\n\tgr\xc3\xb6\xc3\x9f"
                           "er als erwartet\n");
         write("sbom", "{}");
