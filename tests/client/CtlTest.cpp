@@ -149,7 +149,12 @@ TEST(CtlTest, TellsByTextAndStatusWhatTheServiceKnows)
         {"hold refused", "hold a", refuses("setHold"), "", "The package can't be held: no\n", 1},
         {"unhold refused", "unhold a", refuses("removeHold"), "", "The hold can't be ended: no\n", 1},
         {"channel refused", "channel b", refuses("setChannel"), "", "The channel can't be set: no\n", 1},
-        {"rollback refused", "rollback", refuses("rollBack"), "", "The packages were not changed: no\n", 1},
+        {"rollback refused", "rollback",
+         [](ScriptedService& pService) {
+             pService.answer("getRefusals", R"({"refused":[]})");
+             refuses("rollBack")(pService);
+         },
+         "", "The packages were not changed: no\n", 1},
         {"accept refused", "accept a",
          [](ScriptedService& pService) {
              pService.onCall("acceptPackage", [](Peer& pPeer, const QJsonObject&) {

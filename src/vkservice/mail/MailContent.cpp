@@ -14,7 +14,8 @@ using vkcore::singleLine;
 namespace {
 
 constexpr qsizetype sMaxPackages = 200;
-constexpr int sMaxReport = 8000; // an advisory is in it
+constexpr int sMaxReport = 8000;     // an advisory is in it
+constexpr int sMaxReports = 300'000; // of all packages
 
 QString packageTitle(const PackageLine& pPackage)
 {
@@ -29,6 +30,18 @@ QString omittedPackages(const MailContent& pContent)
 {
     const qsizetype tCount = pContent.mPackages.size() - sMaxPackages;
     return tCount > 0 ? u"and %1 more"_s.arg(tCount) : QString();
+}
+
+// Of the packages that are shown, each with what of its report is shown.
+QList<PackageLine> shownPackages(const MailContent& pContent)
+{
+    QList<PackageLine> tShown = pContent.mPackages.mid(0, sMaxPackages);
+    int tLeft = sMaxReports;
+    for (PackageLine& tPackage : tShown) {
+        tPackage.mReport = tLeft > 0 ? manyLines(tPackage.mReport, std::min(sMaxReport, tLeft)) : QString();
+        tLeft -= static_cast<int>(tPackage.mReport.size());
+    }
+    return tShown;
 }
 
 QString escaped(const QString& pText)
@@ -56,10 +69,10 @@ QString packagesAsText(const MailContent& pContent)
         return {};
     }
     QString tText = pContent.mPackagesTitle + ":\n"_L1;
-    for (const PackageLine& tPackage : pContent.mPackages.mid(0, sMaxPackages)) {
+    const QList<PackageLine> tShown = shownPackages(pContent);
+    for (const PackageLine& tPackage : tShown) {
         tText += "  * "_L1 + packageTitle(tPackage) + u'\n';
-        const QString tReport = manyLines(tPackage.mReport, sMaxReport);
-        for (const QString& tLine : tReport.split(u'\n', Qt::SkipEmptyParts)) {
+        for (const QString& tLine : tPackage.mReport.split(u'\n', Qt::SkipEmptyParts)) {
             tText += "      | "_L1 + tLine + u'\n';
         }
     }
@@ -83,11 +96,11 @@ QString packagesAsHtml(const MailContent& pContent)
         return {};
     }
     QString tHtml = "<p>"_L1 + escaped(pContent.mPackagesTitle) + ":</p>\n<ul>\n"_L1;
-    for (const PackageLine& tPackage : pContent.mPackages.mid(0, sMaxPackages)) {
+    const QList<PackageLine> tShown = shownPackages(pContent);
+    for (const PackageLine& tPackage : tShown) {
         tHtml += "<li>"_L1 + escaped(packageTitle(tPackage));
-        const QString tReport = manyLines(tPackage.mReport, sMaxReport);
-        if (!tReport.isEmpty()) {
-            tHtml += "<pre>"_L1 + tReport.toHtmlEscaped() + "</pre>"_L1;
+        if (!tPackage.mReport.isEmpty()) {
+            tHtml += "<pre>"_L1 + tPackage.mReport.toHtmlEscaped() + "</pre>"_L1;
         }
         tHtml += "</li>\n"_L1;
     }
