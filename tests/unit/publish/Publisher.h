@@ -1,8 +1,8 @@
 #pragma once
 
 #include "keys/KeyFolder.h"
-#include "network/MetadataSource.h"
 #include "Moments.h"
+#include "network/MetadataSource.h"
 #include "Program.h"
 #include "Test.h"
 
