@@ -1,6 +1,9 @@
 #include "commands/OfflineKeys.h"
 
 #include "CommandLine.h"
+#include "review/Review.h"
+
+#include "os/FileSystem.h"
 
 #include <QtCore/QDir>
 
@@ -36,6 +39,20 @@ Result<QList<OfflineKey>> offlineKeys(const CommandLine& pLine, const QString& p
         }
     }
     return tKeys;
+}
+
+Result<QStringList> reviewOffline(const CommandLine& pLine, const Payload& pPayload, QList<OfflineKey>* pKeys)
+{
+    const Result<QList<OfflineKey>> tKeys = offlineKeys(pLine, pPayload.mRole);
+    if (!tKeys) {
+        return tKeys.failure();
+    }
+    const auto tBefore = signedBefore(os::realFileSystem(), *tKeys, pPayload.mRole);
+    if (!tBefore) {
+        return tBefore.failure();
+    }
+    *pKeys = *tKeys;
+    return review(pPayload, *tBefore, u"which was signed here"_s);
 }
 
 } // namespace tarn::vkpublish

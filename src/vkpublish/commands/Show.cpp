@@ -44,15 +44,12 @@ Failure showFile(const CommandLine& pLine)
     if (!tPayload) {
         return tPayload.failure();
     }
-    const Result<QList<OfflineKey>> tKeys = offlineKeys(pLine, tPayload->mRole);
-    if (!tKeys) {
-        return tKeys.failure();
+    QList<OfflineKey> tKeys;
+    const Result<QStringList> tReview = reviewOffline(pLine, *tPayload, &tKeys);
+    if (!tReview) {
+        return tReview.failure();
     }
-    const auto tBefore = signedBefore(os::realFileSystem(), *tKeys, tPayload->mRole);
-    if (!tBefore) {
-        return tBefore.failure();
-    }
-    print(pLine, *tPayload, review(*tPayload, *tBefore, u"which was signed here"_s), QString());
+    print(pLine, *tPayload, *tReview, QString());
     return {};
 }
 

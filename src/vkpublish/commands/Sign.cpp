@@ -95,21 +95,18 @@ Failure run(const CommandLine& pLine)
     if (!tPayload) {
         return tPayload.failure();
     }
-    const Result<QList<OfflineKey>> tKeys = offlineKeys(pLine, tPayload->mRole);
-    if (!tKeys) {
-        return tKeys.failure();
+    QList<OfflineKey> tKeys;
+    const Result<QStringList> tReview = reviewOffline(pLine, *tPayload, &tKeys);
+    if (!tReview) {
+        return tReview.failure();
     }
-    const auto tBefore = signedBefore(os::realFileSystem(), *tKeys, tPayload->mRole);
-    if (!tBefore) {
-        return tBefore.failure();
-    }
-    for (const QString& tText : review(*tPayload, *tBefore, u"which was signed here"_s)) {
+    for (const QString& tText : *tReview) {
         say(tText);
     }
     if (!isWanted(pLine)) {
         return {Failure::Kind::Canceled, u"Nothing was signed"_s};
     }
-    return sign(pLine, *tPayload, *tKeys);
+    return sign(pLine, *tPayload, tKeys);
 }
 
 } // namespace
