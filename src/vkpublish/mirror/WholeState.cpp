@@ -148,8 +148,8 @@ Failure Reader::addTargets(const QList<tuf::TargetFile>& pTargets)
         if (Failure tFailure = addFile(tTarget.mFetchPath, tTarget.mLength, tTarget.mHashes)) {
             return tFailure;
         }
-        for (const FileAt& tFile : sideFiles({}, QJsonObject{{u"custom"_s, tTarget.mCustom}})) {
-            if (Failure tFailure = addFile(QFileInfo(tFile.mPath).fileName(), tFile.mLength, {tFile.mHash})) {
+        for (const TargetsFile& tFile : sideFiles(QJsonObject{{u"custom"_s, tTarget.mCustom}})) {
+            if (Failure tFailure = addFile(tFile.mName, tFile.mLength, {tFile.mHash})) {
                 return tFailure;
             }
         }
