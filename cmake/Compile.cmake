@@ -7,8 +7,12 @@ set(CMAKE_AUTOMOC ON)
 
 # The same for programs and libraries, so that they can share precompiled headers.
 add_compile_options(-fPIC)
-# Nobody waits for a test's own code, but everybody for its compilation. What it tests stays optimised.
+# Nobody waits for a test's own code, but everybody for its compilation. What it tests stays optimised, and stays with
+# both sanitizers.
 set(RKM_TEST_OPTIONS $<$<CONFIG:RelWithDebInfo>:-O0>)
+if(RKM_SANITIZE)
+    set(RKM_TEST_OPTIONS -fno-sanitize=undefined -g1)
+endif()
 # Packages do not depend on the folder that they are built in. A debugger finds the sources from the top of the tree.
 if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
     add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)

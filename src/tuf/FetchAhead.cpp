@@ -22,24 +22,21 @@ void FetchAhead::ask(QList<FetchedFile> pFiles)
     }
 }
 
-Failure FetchAhead::fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo)
+Result<QByteArray> FetchAhead::fetch(const FetchedFile& pWanted)
 {
-    pTo->clear();
-    const FetchedFile tFile = mFiles.take(pPath);
-    const bool tIsHere = !tFile.mPath.isEmpty() && tFile.mBytes.size() <= pMaxLength;
-    if (tIsHere && tFile.mFailure) {
-        return tFile.mFailure;
+    const FetchedFile tHere = mFiles.take(pWanted.mPath);
+    if (!tHere.mPath.isEmpty() && tHere.mBytes.size() <= pWanted.mMaxLength) {
+        return tHere.mFailure ? Result<QByteArray>(tHere.mFailure) : tHere.mBytes;
     }
-    if (tIsHere) {
-        *pTo = tFile.mBytes;
-        return {};
+    QByteArray tBytes;
+    if (Failure tFailure = mFetcher.fetch(pWanted.mPath, pWanted.mMaxLength, &tBytes)) {
+        return tFailure;
     }
-    const Failure tFailure = mFetcher.fetch(pPath, pMaxLength, pTo);
-    if (!tFailure && pTo->size() > pMaxLength) {
-        return Failure{Failure::Kind::Untrusted,
-                       u"The file %1 has more than %2 bytes"_s.arg(pPath).arg(pMaxLength)};
+    if (tBytes.size() > pWanted.mMaxLength) {
+        return Failure::untrusted(
+            u"The file %1 has more than %2 bytes"_s.arg(pWanted.mPath).arg(pWanted.mMaxLength));
     }
-    return tFailure;
+    return tBytes;
 }
 
 } // namespace tarn::tuf

@@ -19,8 +19,8 @@ public:
     bool has(const QString& pPath) const { return mFiles.contains(pPath); }
     void clear() { mFiles.clear(); }
 
-    // As Fetcher::fetch.
-    Failure fetch(const QString& pPath, qint64 pMaxLength, QByteArray* pTo);
+    // As Fetcher::fetch: its path, and its length at the most.
+    Result<QByteArray> fetch(const FetchedFile& pWanted);
 
 private:
     Fetcher& mFetcher;

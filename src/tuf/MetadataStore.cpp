@@ -34,12 +34,14 @@ bool MetadataStore::has(const QString& pRole) const
     return QFile::exists(pathOf(pRole, Copy::Trusted));
 }
 
-Failure MetadataStore::load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo, Copy pCopy)
+Result<QByteArray> MetadataStore::load(const QString& pRole, qint64 pMaxLength, Copy pCopy)
 {
     Result<QByteArray> tFile = os::readFile(mFileSystem, pathOf(pRole, pCopy), pMaxLength);
-    *pTo = tFile.valueOr({});
-    return tFile.failure().as(tFile.failure().mKind == Failure::Kind::Io ? Failure::Kind::Damaged
-                                                                         : Failure::Kind::NotFound);
+    if (tFile) {
+        return tFile;
+    }
+    const bool tDiskFailed = tFile.failure().mKind == Failure::Kind::Io;
+    return tFile.failure().as(tDiskFailed ? Failure::Kind::Damaged : Failure::Kind::NotFound);
 }
 
 Failure MetadataStore::save(const QString& pRole, const QByteArray& pFile, Copy pCopy)

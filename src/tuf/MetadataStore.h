@@ -27,7 +27,7 @@ public:
     bool has(const QString& pRole) const;
     // Failure::Kind::NotFound if the role has no file or one that is too long, Failure::Kind::Damaged if the
     // disk fails.
-    Failure load(const QString& pRole, qint64 pMaxLength, QByteArray* pTo, Copy pCopy = Copy::Trusted);
+    Result<QByteArray> load(const QString& pRole, qint64 pMaxLength, Copy pCopy = Copy::Trusted);
     Failure save(const QString& pRole, const QByteArray& pFile, Copy pCopy = Copy::Trusted);
     // Both copies. Fine if there is none.
     Failure remove(const QString& pRole);

@@ -2,6 +2,7 @@
 
 #include "internal/Failure.h"
 #include "tuf/Fetcher.h"
+#include "tuf/Limits.h"
 #include "tuf/TargetFile.h"
 
 #include <QtCore/QByteArray>
@@ -19,16 +20,6 @@ class FileSystem;
 // A client of The Update Framework, version 1.0 of its standard: which files an update server offers,
 // verified by signatures back to the root that the administrator installed.
 namespace tarn::tuf {
-
-struct Limits
-{
-    int mMaxRootRotations = 256;
-    int mMaxDelegations = 32;
-    qint64 mRootLength = 512 * 1024; // bytes, as are the others
-    qint64 mTimestampLength = 16 * 1024;
-    qint64 mSnapshotLength = 2 * 1024 * 1024;
-    qint64 mTargetsLength = 16 * 1024 * 1024;
-};
 
 // One repository, with this machine's trusted metadata in its own folder: root.json, timestamp.json,
 // snapshot.json, targets.json and one file for each delegated role. Not for two threads at once.

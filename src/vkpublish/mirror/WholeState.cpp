@@ -7,7 +7,6 @@
 #include "tuf/Names.h"
 #include "tuf/TrustedSet.h"
 
-#include <QtCore/QFileInfo>
 #include <QtCore/QMap>
 #include <QtCore/QUrl>
 
@@ -50,7 +49,9 @@ public:
 private:
     Failure load(const QString& pRole, qint64 pLimit, QByteArray* pTo)
     {
-        return mStore.load(pRole, pLimit, pTo);
+        const Result<QByteArray> tFile = mStore.load(pRole, pLimit);
+        *pTo = tFile.valueOr({});
+        return tFile.failure();
     }
     Failure readRoles();
     Failure addList(const QString& pRole, qint64 pVersion, const QByteArray& pBytes);
@@ -147,8 +148,8 @@ Failure Reader::addTargets(const QList<tuf::TargetFile>& pTargets)
         if (Failure tFailure = addFile(tTarget.mFetchPath, tTarget.mLength, tTarget.mHashes)) {
             return tFailure;
         }
-        for (const FileAt& tFile : sideFiles({}, QJsonObject{{u"custom"_s, tTarget.mCustom}})) {
-            if (Failure tFailure = addFile(QFileInfo(tFile.mPath).fileName(), tFile.mLength, {tFile.mHash})) {
+        for (const TargetsFile& tFile : sideFiles(QJsonObject{{u"custom"_s, tTarget.mCustom}})) {
+            if (Failure tFailure = addFile(tFile.mName, tFile.mLength, {tFile.mHash})) {
                 return tFailure;
             }
         }

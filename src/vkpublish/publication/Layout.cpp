@@ -22,6 +22,11 @@ QString realPath(const QString& pPath)
     return QDir::cleanPath(tReal + tRest);
 }
 
+QString hashedName(const tuf::Hash& pHash, const QString& pName)
+{
+    return QString::fromLatin1(pHash.toHex()) + u'.' + pName;
+}
+
 } // namespace
 
 QString metadataFolder(const QString& pRepository)
@@ -57,19 +62,18 @@ tuf::Hash statedHash(const QJsonObject& pStated)
 
 QString targetPath(const QString& pRepository, const QString& pName, const QJsonObject& pTarget)
 {
-    return u"%1/%2.%3"_s.arg(targetsFolder(pRepository), QString::fromLatin1(statedHash(pTarget).toHex()),
-                             pName);
+    return targetsFolder(pRepository) + u'/' + hashedName(statedHash(pTarget), pName);
 }
 
-QList<FileAt> sideFiles(const QString& pRepository, const QJsonObject& pTarget)
+QList<TargetsFile> sideFiles(const QJsonObject& pTarget)
 {
     const std::optional<packages::PackageInfo> tInfo = infoOf(pTarget);
     if (!tInfo) {
         return {};
     }
-    QList<FileAt> tFiles;
+    QList<TargetsFile> tFiles;
     const auto tAdd = [&](const packages::SideFile& pFile, const QString& pName) {
-        tFiles.append({targetsFolder(pRepository) + u'/' + pName, pFile.mLength, pFile.mHash});
+        tFiles.append({pName, pFile.mLength, pFile.mHash});
     };
     if (tInfo->mIndex) {
         tAdd(tInfo->mIndex->mFile, tInfo->mIndex->name());
@@ -83,12 +87,11 @@ QList<FileAt> sideFiles(const QString& pRepository, const QJsonObject& pTarget)
     return tFiles;
 }
 
-QList<FileAt> filesOf(const QString& pRepository, const QString& pName, const QJsonObject& pTarget)
+QList<TargetsFile> filesOf(const QString& pName, const QJsonObject& pTarget)
 {
-    QList<FileAt> tFiles = sideFiles(pRepository, pTarget);
-    tFiles.prepend(
-        {targetPath(pRepository, pName, pTarget), pTarget["length"_L1].toInteger(), statedHash(pTarget)});
-    return tFiles;
+    const tuf::Hash tHash = statedHash(pTarget);
+    return QList<TargetsFile>{{hashedName(tHash, pName), pTarget["length"_L1].toInteger(), tHash}} +
+           sideFiles(pTarget);
 }
 
 std::optional<packages::PackageInfo> infoOf(const QJsonObject& pTarget)

@@ -21,17 +21,18 @@ QString timestampPath(const QString& pRepository);
 tuf::Hash statedHash(const QJsonObject& pStated);
 // pTarget: as in the targets metadata. Its hash is part of the file's name.
 QString targetPath(const QString& pRepository, const QString& pName, const QJsonObject& pTarget);
-struct FileAt
+
+struct TargetsFile
 {
-    QString mPath;
+    QString mName; // in the targets folder
     qint64 mLength = 0;
     tuf::Hash mHash;
 };
 
 // The index, the deltas and the attachments that the target names.
-QList<FileAt> sideFiles(const QString& pRepository, const QJsonObject& pTarget);
+QList<TargetsFile> sideFiles(const QJsonObject& pTarget);
 // All files that the target names: the archive and those.
-QList<FileAt> filesOf(const QString& pRepository, const QString& pName, const QJsonObject& pTarget);
+QList<TargetsFile> filesOf(const QString& pName, const QJsonObject& pTarget);
 // What the target describes; none if it is no package.
 std::optional<packages::PackageInfo> infoOf(const QJsonObject& pTarget);
 QJsonObject withInfo(QJsonObject pTarget, const packages::PackageInfo& pInfo);

@@ -16,6 +16,9 @@
 #include "os/FileTools.h"
 #include "tuf/Metadata.h"
 
+#include <QtCore/QHash>
+#include <QtCore/QSet>
+
 #include <algorithm>
 #include <utility>
 
@@ -54,11 +57,6 @@ bool isAsStated(const QString& pPath, const QJsonObject& pStated)
     return !fileMatches(pPath, pStated["length"_L1].toInteger(), {statedHash(pStated)});
 }
 
-QString nameInTargets(const QString& pRepository, const FileAt& pFile)
-{
-    return pFile.mPath.mid(targetsFolder(pRepository).size() + 1);
-}
-
 } // namespace
 
 Publication::Publication(os::FileSystem& pFileSystem, const QString& pRepository, KeyFolder& pKeys)
@@ -71,19 +69,21 @@ Failure Publication::checkTargets()
 {
     const TargetList& tPublished = mKeys.mRecord.mPublishedTargets;
     const QHash<QString, qint64> tThere = filesIn(targetsFolder(mRepository));
-    mNamed.clear();
+    QSet<QString> tNamed;
     for (auto tIt = offered().begin(); tIt != offered().end(); ++tIt) {
         const bool tKnown = tPublished.text(tIt.key()) == tIt.text();
-        for (const FileAt& tFile : filesOf(mRepository, tIt.key(), tIt.value().toObject())) {
-            const QString tName = nameInTargets(mRepository, tFile);
-            if (tKnown ? tThere.value(tName, -1) != tFile.mLength
-                       : bool(fileMatches(tFile.mPath, tFile.mLength, {tFile.mHash}))) {
+        for (const TargetsFile& tFile : filesOf(tIt.key(), tIt.value().toObject())) {
+            const auto tPath = [&] { return targetsFolder(mRepository) + u'/' + tFile.mName; };
+            if (tKnown ? tThere.value(tFile.mName, -1) != tFile.mLength
+                       : bool(fileMatches(tPath(), tFile.mLength, {tFile.mHash}))) {
                 return Failure::content(u"%1 is missing or was changed: add the package again with "
-                                        "--replace, or remove it"_s.arg(tFile.mPath));
+                                        "--replace, or remove it"_s.arg(tPath()));
             }
-            mNamed.insert(tName);
+            tNamed.insert(tFile.mName);
         }
     }
+    mUnnamed = tThere.keys();
+    mUnnamed.removeIf([&](const QString& pName) { return tNamed.contains(pName); });
     return {};
 }
 
@@ -276,7 +276,7 @@ Failure Publication::publish(const PublicationTimes& pTimes)
     noteWithdrawn();
     tRecord.mTimestampExpires = pTimes.mExpires;
     tRecord.mSignedAt = QDateTime::currentDateTimeUtc();
-    noteUnreferenced(mRepository, mNamed, pTimes.mNow, &tRecord);
+    noteUnreferenced(mRepository, mUnnamed, pTimes.mNow, &tRecord);
     if (Failure tFailure = mKeys.save()) {
         return tFailure;
     }

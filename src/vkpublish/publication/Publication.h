@@ -6,7 +6,6 @@
 
 #include <QtCore/QDateTime>
 #include <QtCore/QMap>
-#include <QtCore/QSet>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
@@ -92,7 +91,7 @@ private:
     QString mRepository;
     KeyFolder& mKeys;
     std::optional<TargetList> mOffered;
-    QSet<QString> mNamed; // files in the targets folder that the offered packages name
+    QStringList mUnnamed; // files in the targets folder that no offered package names
     QStringList mNotes;
     Failure mForeign; // the repository has what this publisher can't have signed
     bool mRaised = false;

@@ -8,6 +8,7 @@
 #include "tuf/Metadata.h"
 
 #include <QtCore/QFile>
+#include <QtCore/QSet>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -32,8 +33,8 @@ QSet<QString> referencedFiles(const QString& pRepository, const Record& pRecord)
     }
     for (auto tIt = pRecord.mTargets.begin(); tIt != pRecord.mTargets.end(); ++tIt) {
         if (pRecord.mPublishedTargets.text(tIt.key()) != tIt.text()) {
-            for (const FileAt& tFile : filesOf(pRepository, tIt.key(), tIt.value().toObject())) {
-                tPaths.append(tFile.mPath);
+            for (const TargetsFile& tFile : filesOf(tIt.key(), tIt.value().toObject())) {
+                tPaths.append(targetsFolder(pRepository) + u'/' + tFile.mName);
             }
         }
     }
@@ -57,7 +58,7 @@ Failure checkLink(const QString& pFolder)
 
 } // namespace
 
-void noteUnreferenced(const QString& pRepository, const QSet<QString>& pNamed, const QDateTime& pNow,
+void noteUnreferenced(const QString& pRepository, const QStringList& pUnnamed, const QDateTime& pNow,
                       Record* pRecord)
 {
     const QSet<QString> tReferenced = referencedFiles(pRepository, *pRecord);
@@ -67,11 +68,8 @@ void noteUnreferenced(const QString& pRepository, const QSet<QString>& pNamed, c
             pRecord->mUnreferenced.insert(pName, std::min(tKnown.value(pName, pNow), pNow));
         }
     };
-    const QHash<QString, qint64> tTargets = filesIn(targetsFolder(pRepository));
-    for (auto tIt = tTargets.begin(); tIt != tTargets.end(); ++tIt) {
-        if (!pNamed.contains(tIt.key())) {
-            tNote(targetsFolder({}).mid(1) + u'/' + tIt.key());
-        }
+    for (const QString& tName : pUnnamed) {
+        tNote(targetsFolder({}).mid(1) + u'/' + tName);
     }
     const QHash<QString, qint64> tMetadata = filesIn(metadataFolder(pRepository));
     for (auto tIt = tMetadata.begin(); tIt != tMetadata.end(); ++tIt) {

@@ -4,8 +4,8 @@
 #include "internal/Failure.h"
 
 #include <QtCore/QDateTime>
-#include <QtCore/QSet>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace tarn::os {
 class FileSystem;
@@ -15,9 +15,9 @@ namespace tarn::vkpublish {
 
 struct Record;
 
-// Sets the record's list of them after a publication. pNamed: the files in the targets folder that the
-// published packages name.
-void noteUnreferenced(const QString& pRepository, const QSet<QString>& pNamed, const QDateTime& pNow,
+// Sets the record's list of them after a publication. pUnnamed: the files in the targets folder that no
+// published package names.
+void noteUnreferenced(const QString& pRepository, const QStringList& pUnnamed, const QDateTime& pNow,
                       Record* pRecord);
 
 // Deletes those in the list that have been in it for at least pGrace seconds.
