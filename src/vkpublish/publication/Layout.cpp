@@ -93,11 +93,8 @@ QList<FileAt> filesOf(const QString& pRepository, const QString& pName, const QJ
 
 std::optional<packages::PackageInfo> infoOf(const QJsonObject& pTarget)
 {
-    packages::PackageInfo tInfo;
-    QString tReason;
-    return packages::PackageInfo::fromJson(pTarget["custom"_L1].toObject(), &tInfo, &tReason)
-               ? std::optional(tInfo)
-               : std::nullopt;
+    const auto tInfo = packages::PackageInfo::fromJson(pTarget["custom"_L1].toObject());
+    return tInfo ? std::optional(*tInfo) : std::nullopt;
 }
 
 QJsonObject withInfo(QJsonObject pTarget, const packages::PackageInfo& pInfo)
