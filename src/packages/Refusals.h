@@ -22,6 +22,7 @@ struct Refusal
     tuf::Hash mHash;  // of its archive: other bytes of the same version are not refused
     QString mReason;  // one plain line
     QDateTime mDate;
+    bool mIsFix = false; // the version in use has a flaw that it fixes. Not stored
 };
 
 // All of them, stored as STATEDIR/refused.json. docs/file-formats.md has an example.

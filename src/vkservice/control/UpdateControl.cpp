@@ -129,8 +129,18 @@ void UpdateControl::noteAccepted(const QString& pPackage)
 
 void UpdateControl::noteRefused(const QList<packages::Refusal>& pRefused)
 {
-    if (!pRefused.isEmpty()) {
-        changeLeftOut([&pRefused](const auto& pBefore) { return withRefused(pBefore, pRefused); });
+    if (pRefused.isEmpty()) {
+        return;
+    }
+    changeLeftOut([&pRefused](const auto& pBefore) { return withRefused(pBefore, pRefused); });
+    const auto tPending = mSources.mSettings.pendingFixes();
+    storePending(tPending ? std::optional(withLost(*tPending, pRefused)) : std::nullopt);
+}
+
+void UpdateControl::storePending(const std::optional<QList<protocol::PackageVersion>>& pFixes)
+{
+    if (!pFixes || !mSources.mSettings.setPendingFixes(*pFixes)) {
+        Q_EMIT error(0, u"The list of pending security updates could not be stored."_s, {});
     }
 }
 
@@ -327,8 +337,8 @@ void UpdateControl::finish(const RunResult& pResult)
     mLastRun.mCutShort = 0;
     record(pResult.mCode, pResult.mText, mBegan, pResult.mTraffic);
     mSessionRun = mLastRun;
-    if (pResult.mPendingFixes && !mSources.mSettings.setPendingFixes(*pResult.mPendingFixes)) {
-        Q_EMIT error(0, u"The list of pending security updates could not be stored."_s, {});
+    if (pResult.mPendingFixes) {
+        storePending(pResult.mPendingFixes);
     }
     for (const QString& tServer : pResult.mUnusableServers) {
         Q_EMIT serverUnusable(tServer);

@@ -270,7 +270,10 @@ void Trial::logWayBack(const Manifest& pRun, const Refusals& pRefusals, const Ma
     mRefused.clear();
     for (const InstalledPackage& tPackage : tChanged) {
         if (const Refusal* tRefusal = pRefusals.find(tPackage.mHash)) {
+            const InstalledPackage* tBack = pBack.find(tPackage.mInfo.mName);
             mRefused.append(*tRefusal);
+            mRefused.last().mIsFix =
+                tBack != nullptr && tPackage.mInfo.mRelease.isFixFor(tBack->mInfo.mVersion.version());
         }
     }
     if (mRefused.isEmpty()) {
