@@ -83,10 +83,26 @@ Failure UpdateControl::recover()
         mStatus = restingStatus();
     }
     if (const auto tRefused = mThread.refused(); !tRefused.isEmpty()) {
+        if (!mThread.wayBack()) {
+            noteWayBackByHand(tRefused);
+        }
         noteRefused(tRefused);
         Q_EMIT packagesChanged();
     }
     return tFailure;
+}
+
+// In the history it has a result of its own.
+void UpdateControl::noteWayBackByHand(const QList<packages::Refusal>& pRefused)
+{
+    if (!pRefused.isEmpty() &&
+        !mSources.mSettings.addPastRun({.mCode = ResultSuccess,
+                                        .mText = pRefused.first().mReason + u'.',
+                                        .mFinished = QDateTime::currentDateTime(),
+                                        .mLastSuccess = {},
+                                        .mBegan = pRefused.first().mDate})) {
+        Q_EMIT error(0, u"The way back could not be stored for the history."_s, {});
+    }
 }
 
 bool UpdateControl::isOnTrial() const
@@ -116,6 +132,7 @@ Failure UpdateControl::rollBack(qint64 pGeneration)
         return tRequest.failure();
     }
     const Failure tFailure = mThread.rollBack(*tRequest, pGeneration);
+    noteWayBackByHand(mThread.refused());
     noteRefused(mThread.refused());
     Q_EMIT packagesChanged();
     return tFailure;

@@ -99,6 +99,7 @@ private:
     Failure begin(const update::RunRequest& pRequest, bool pManual);
     Result<update::OpeningAt> openings(bool pManual);
     void finish(const update::RunResult& pResult);
+    void noteWayBackByHand(const QList<packages::Refusal>& pRefused);
     void noteRefused(const QList<packages::Refusal>& pRefused);
     void storePending(const std::optional<QList<vkcore::protocol::PackageVersion>>& pFixes);
     void changeLeftOut(const std::function<update::LeftOutPackages(const update::LeftOutPackages&)>& pChange);

@@ -83,7 +83,7 @@ Failure Trial::resume(bool pMayCheck)
         return tFailure;
     }
     if (!mRecord.isOf(mWorkplace.installed())) {
-        if (finishWayBack()) {
+        if (!finishWayBack()) {
             close();
         }
         mRecord = {};
@@ -200,7 +200,7 @@ Failure Trial::fail(const QString& pReason, const QSet<QString>& pRefused)
     mReporter.error(
         u"The generation %1 has failed, and the previous packages are in use again."_s.arg(tFailed),
         tReason + u'.');
-    return {Failure::Kind::CheckFailed, tReason};
+    return mWhyBack = {Failure::Kind::CheckFailed, tReason};
 }
 
 // Puts the generation out of use that mRecord is about.
@@ -255,12 +255,20 @@ Failure Trial::goBack()
     }
     mWorkplace.setInstalled(mBack);
     logWayBack(tRun, mRefusals, mBack);
-    // Only when no power cut can bring the failed generation back.
-    if (!os::syncDir(mFileSystem, mWorkplace.folders().installDir())) {
-        mWorkplace.generations().retireAbove(mRecord.mBack);
+    if (!makeBackLast()) {
         close();
     }
     return {};
+}
+
+// Only when no power cut can bring the failed generation back.
+Failure Trial::makeBackLast()
+{
+    const Failure tFailure = os::syncDir(mFileSystem, mWorkplace.folders().installDir());
+    if (!tFailure) {
+        mWorkplace.generations().retireAbove(mRecord.mBack);
+    }
+    return tFailure;
 }
 
 // Nothing to log if nothing was refused: such a run was aborted and has changed nothing.
@@ -289,18 +297,21 @@ void Trial::logWayBack(const Manifest& pRun, const Refusals& pRefusals, const Ma
     warn(tFailure.mText);
 }
 
-// The run was cut short behind the switch back. True if that is all that remains to do.
-bool Trial::finishWayBack()
+// For a run that was cut short behind the switch back.
+Failure Trial::finishWayBack()
 {
     Manifest tRun;
     const bool tIsBack = mWorkplace.installed().mGeneration == mRecord.mBack;
     if (!tIsBack || mWorkplace.generations().reader().manifest(mRecord.mGeneration, &tRun) ||
         !mRecord.isOf(tRun)) {
-        return true; // the switch to it never came
+        return {}; // the switch to it never came
     }
     const auto tRefusals = Refusals::load(mFileSystem, mRequest.mStateDir);
     logWayBack(tRun, tRefusals.valueOr({}), mBack);
-    return !os::syncDir(mFileSystem, mWorkplace.folders().installDir());
+    if (mRecord.mVerdict.isEmpty() && !mRefused.isEmpty()) {
+        mWhyBack = {Failure::Kind::CheckFailed, mRefused.first().mReason};
+    }
+    return makeBackLast();
 }
 
 void Trial::close()

@@ -231,6 +231,40 @@ TEST_F(TrialTest, AnAdministratorGoesBackAndForth)
     EXPECT_EQ(text(mMachine.packages()), "app 2.0.0\nlib 2.0.0\nmaps 2.0.0");
 }
 
+// A kill behind the switch back: the next service still tells why.
+TEST_F(TrialTest, WhatIsLeftOfAWayBackIsToldAtTheNextStart)
+{
+    for (const QString& tVerdict : {QString(), q("By hand")}) {
+        QFile::remove(mMachine.path(q("state/refused.json")));
+        publishVersion(tVerdict.isNull() ? 2 : 3);
+        mMachine.checks().mOnRun = nullptr;
+        run(ResultSuccess);
+        const packages::Manifest tNew = mMachine.manifest();
+        TrialRecord tCut{.mGeneration = tNew.mGeneration,
+                         .mRun = tNew.mRunId,
+                         .mBack = tNew.mPrevious,
+                         .mAttempts = 1,
+                         .mVerdict = {}};
+        ASSERT_FALSE(tCut.store(os::realFileSystem(), mMachine.path(q("state"))));
+        mMachine.restart();
+        EXPECT_TRUE(mMachine.updater().isOnTrial());
+        ASSERT_FALSE(mMachine.updater().rollBack(mMachine.request(), tNew.mPrevious));
+        EXPECT_FALSE(mMachine.updater().isOnTrial()) << "nothing is left to check";
+
+        const QString tFolder = mMachine.path(q("install/generations/%1").arg(tNew.mGeneration));
+        QDir().mkpath(tFolder);
+        QFile tManifest(tFolder + q("/.manifest.json"));
+        ASSERT_TRUE(tManifest.open(QIODevice::WriteOnly) && tManifest.write(tNew.toBytes()) > 0);
+        tManifest.close();
+        tCut.mVerdict = tVerdict;
+        ASSERT_FALSE(tCut.store(os::realFileSystem(), mMachine.path(q("state"))));
+        mMachine.restart();
+        EXPECT_EQ(mMachine.updater().wayBack().mKind == Failure::Kind::CheckFailed, tVerdict.isNull());
+        EXPECT_EQ(mMachine.updater().refused().size(), 3);
+        EXPECT_EQ(trial().mGeneration, 0);
+    }
+}
+
 namespace {
 
 struct Cut
