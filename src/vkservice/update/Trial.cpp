@@ -161,8 +161,7 @@ Failure Trial::rollBack(qint64 pTo)
     if (!tReader.before(tCurrent).contains(pTo) || tReader.sound(pTo, &tTarget)) {
         return Failure::content(u"The generation %1 is not there to go back to"_s.arg(pTo));
     }
-    Result<Refusals> tRefusals = Refusals::load(mFileSystem, mRequest.mStateDir);
-    if (!tRefusals) {
+    if (const auto tRefusals = knownRefusals(); !tRefusals) {
         return tRefusals.failure();
     }
     mBack = tTarget;
@@ -229,7 +228,7 @@ Failure Trial::undo(const QString& pReason, const QSet<QString>& pRefused)
 
 Failure Trial::refuse(const QString& pReason, const QSet<QString>& pRefused)
 {
-    const auto tKnown = Refusals::load(mFileSystem, mRequest.mStateDir);
+    const auto tKnown = knownRefusals();
     mRefusals = tKnown.valueOr({});
     for (const InstalledPackage& tPackage : changed()) {
         if (pRefused.contains(tPackage.mInfo.mName)) {
@@ -243,8 +242,17 @@ Failure Trial::refuse(const QString& pReason, const QSet<QString>& pRefused)
     for (const InstalledPackage& tPackage : std::as_const(mBack.mPackages)) {
         (void)mRefusals.lift(tPackage.mHash);
     }
-    const bool tIsUnread = !tKnown && tKnown.failure().mKind != Failure::Kind::Content;
-    return tIsUnread ? tKnown.failure() : mRefusals.store(mFileSystem, mRequest.mStateDir);
+    return tKnown ? mRefusals.store(mFileSystem, mRequest.mStateDir) : tKnown.failure();
+}
+
+Result<Refusals> Trial::knownRefusals()
+{
+    QString tWarning;
+    const auto tRefusals = Refusals::loadOrSetAside(mFileSystem, mRequest.mStateDir, &tWarning);
+    if (!tWarning.isEmpty()) {
+        mReporter.error(tWarning + u'.', {});
+    }
+    return tRefusals;
 }
 
 Failure Trial::goBack()

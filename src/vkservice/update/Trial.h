@@ -58,6 +58,7 @@ private:
     Failure fail(const QString& pReason, const QSet<QString>& pRefused);
     Failure undo(const QString& pReason, const QSet<QString>& pRefused);
     Failure refuse(const QString& pReason, const QSet<QString>& pRefused);
+    Result<packages::Refusals> knownRefusals();
     Failure goBack();
     void logWayBack(const packages::Manifest& pRun, const packages::Refusals& pRefusals,
                     const packages::Manifest& pBack);

@@ -1,5 +1,6 @@
 // A new generation proves itself, or goes back by itself.
 
+#include "Files.h"
 #include "PowerCut.h"
 #include "UpdateFixture.h"
 
@@ -229,6 +230,32 @@ TEST_F(TrialTest, AnAdministratorGoesBackAndForth)
     mMachine.restart();
     EXPECT_FALSE(mMachine.updater().wayBack());
     EXPECT_EQ(text(mMachine.packages()), "app 2.0.0\nlib 2.0.0\nmaps 2.0.0");
+}
+
+TEST_F(TrialTest, ADamagedListOfRefusalsIsSetAsideAndStopsNothing)
+{
+    const QString tList = mMachine.path(q("state/refused.json"));
+    const QByteArray tLater = R"({"format": 2, "refused": []})";
+    int tVersion = 1;
+    for (const QByteArray& tBytes : {QByteArray(), QByteArray("{\"format\": 1"), tLater, QByteArray(17 << 20, ' ')}) {
+        for (const bool tIsRun : {true, false}) {
+            SCOPED_TRACE(testing::Message() << tBytes.first(std::min<qsizetype>(30, tBytes.size())).constData() << tIsRun);
+            publishVersion(++tVersion);
+            run(ResultSuccess);
+            writeFile(tList, tBytes);
+            mMachine.mMessages.clear();
+            if (tIsRun) {
+                run(ResultSuccess);
+            } else {
+                EXPECT_FALSE(mMachine.updater().rollBack(mMachine.request(), mMachine.manifest().mPrevious));
+                QCoreApplication::processEvents();
+                EXPECT_TRUE(refused().contains(q("app %1.0.0.0").arg(tVersion)));
+            }
+            EXPECT_EQ(mMachine.mMessages.filter(q("It was renamed to ") + tList + q(".damaged")).size(), 1)
+                << text(mMachine.mMessages);
+            EXPECT_EQ(readFile(tList + q(".damaged")), tBytes);
+        }
+    }
 }
 
 // A kill behind the switch back: the next service still tells why.
