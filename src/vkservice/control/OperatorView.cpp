@@ -114,15 +114,15 @@ Result<PackageEntries> OperatorView::packages() const
     if (!tPackages) {
         return tPackages.failure();
     }
-    QSet<QString> tNames;
+    QHash<QString, QString> tVersions;
     for (const PackageEntry& tPackage : std::as_const(tPackages->mPackages)) {
-        tNames.insert(tPackage.mName);
+        tVersions.insert(tPackage.mName, tPackage.mVersion);
     }
     InstallLogStore tLog;
     tLog.waitInAll(sWaitMs);
-    QHash<QString, LoggedVersion> tVersions;
+    QHash<QString, QDateTime> tDates;
     if (tLog.openForReading(logPath())) {
-        (void)tLog.readVersions(&tVersions, tNames);
+        (void)tLog.readDates(&tDates, tVersions);
     }
     QHash<QString, QString> tFixes;
     for (const PackageVersion& tFix : mParts.mSettings.pendingFixes().value_or(QList<PackageVersion>())) {
@@ -132,8 +132,7 @@ Result<PackageEntries> OperatorView::packages() const
         if (tFixes.contains(tPackage.mName)) {
             tPackage.mPendingFix = tFixes.value(tPackage.mName);
         }
-        const LoggedVersion tLogged = tVersions.value(tPackage.mName);
-        tPackage.mInstalled = tLogged.mVersion == tPackage.mVersion ? tLogged.mDate : QDateTime();
+        tPackage.mInstalled = tDates.value(tPackage.mName);
     }
     return tPackages;
 }
