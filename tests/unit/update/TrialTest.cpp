@@ -22,7 +22,7 @@ namespace {
 
 os::CheckOutcome failed(const os::CheckProgram&)
 {
-    return {.mPassed = false, .mIsAborted = false, .mReason = q("ended with status 3"), .mOutput = "why\n"};
+    return {.mPassed = false, .mIsAborted = false, .mReason = q("ended with status 3"), .mOutput = "why\n", .mIsMachinesFault = false};
 }
 
 class TrialTest : public UpdateFixture
@@ -145,9 +145,27 @@ TEST_F(TrialTest, AnAbortGoesBackAndRefusesNothing)
 {
     publishVersion(2);
     mMachine.checks().mOnRun = [](const os::CheckProgram&) {
-        return os::CheckOutcome{.mPassed = false, .mIsAborted = true, .mReason = {}, .mOutput = {}};
+        return os::CheckOutcome{.mPassed = false, .mIsAborted = true, .mReason = {}, .mOutput = {}, .mIsMachinesFault = false};
     };
     run(ResultAborted);
+    EXPECT_EQ(mMachine.currentFiles(), mOld);
+    EXPECT_EQ(refused(), QString());
+    mMachine.checks().mOnRun = nullptr;
+    run(ResultSuccess);
+    expectInstalled();
+}
+
+TEST_F(TrialTest, AShortageOfTheMachineGoesBackAndRefusesNothing)
+{
+    publishVersion(2);
+    mMachine.checks().mOnRun = [](const os::CheckProgram&) {
+        return os::CheckOutcome{.mPassed = false,
+                                .mIsAborted = false,
+                                .mReason = q("can't be started: No space left on device"),
+                                .mOutput = {},
+                                .mIsMachinesFault = true};
+    };
+    EXPECT_TRUE(run(ResultCheckFailed).mText.contains(q("No space left"))) << "it does not count as a success";
     EXPECT_EQ(mMachine.currentFiles(), mOld);
     EXPECT_EQ(refused(), QString());
     mMachine.checks().mOnRun = nullptr;
