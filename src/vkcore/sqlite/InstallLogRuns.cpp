@@ -12,6 +12,7 @@ namespace tarn::vkcore {
 namespace {
 
 constexpr int sMaxEntries = 20000;
+constexpr qsizetype sMaxTexts = 16 * 1024 * 1024; // bytes in all languages
 
 // True for the entries of a way back: the service names its runs so.
 const QByteArray sIsWayBack = "date IN (SELECT date FROM run WHERE key LIKE '%-back')";
@@ -21,15 +22,19 @@ LangString textOf(const Statement& pRow, int pColumn)
     return langStringFrom(QJsonDocument::fromJson(pRow.bytes(pColumn)).object());
 }
 
-LoggedPackage packageOf(const Statement& pRow)
+// *pRoom: how many bytes of texts may be read yet; without room the package has none.
+LoggedPackage packageOf(const Statement& pRow, qsizetype* pRoom)
 {
     LoggedPackage tPackage;
     tPackage.mPackage = pRow.text(1);
     tPackage.mParent = pRow.text(2);
     tPackage.mVersion = pRow.text(3);
     tPackage.mStatus = pRow.text(4);
-    tPackage.mTitle = textOf(pRow, 5);
-    tPackage.mReport = textOf(pRow, 6);
+    *pRoom -= pRow.rawBytes(5).size() + pRow.rawBytes(6).size();
+    if (*pRoom >= 0) {
+        tPackage.mTitle = textOf(pRow, 5);
+        tPackage.mReport = textOf(pRow, 6);
+    }
     return tPackage;
 }
 
@@ -74,12 +79,13 @@ bool InstallLogStore::readRuns(QList<LoggedRun>* pRuns, int pMaxCount)
     Statement tQuery(mDatabase, tText.constData());
     tQuery.bind(1, pMaxCount).bind(2, sMaxEntries);
     QList<LoggedRun> tRuns;
+    qsizetype tRoom = sMaxTexts;
     while (tQuery.step()) {
         const QDateTime tDate = QDateTime::fromMSecsSinceEpoch(tQuery.integer(0));
         if (tRuns.isEmpty() || tRuns.last().mDate != tDate) {
             tRuns.append({tDate, tQuery.integer(7) != 0, {}});
         }
-        tRuns.last().mPackages.append(packageOf(tQuery));
+        tRuns.last().mPackages.append(packageOf(tQuery, &tRoom));
     }
     if (!tQuery.isOk()) {
         return fail();

@@ -159,6 +159,23 @@ TEST_F(InstallLogStoreTest, AWayBackIsNoPreviousVersion)
     EXPECT_EQ(tDates, (QHash<QString, QDateTime>{{q("a"), day(4)}}));
 }
 
+TEST_F(InstallLogStoreTest, LongReportsDoNotFillTheMemoryOfTheHistory)
+{
+    InstallLogStore tStore;
+    ASSERT_TRUE(tStore.openForWriting(mPath));
+    LogRecord tRecord = record("a");
+    tRecord.mReport.setValue(q("en"), QString(6 * 1024 * 1024, u'x'));
+    for (const int tDay : {1, 2, 3}) {
+        ASSERT_TRUE(tStore.append(QString::number(tDay), day(tDay), {tRecord}));
+    }
+    QList<LoggedRun> tRead;
+    ASSERT_TRUE(tStore.readRuns(&tRead, 10));
+    ASSERT_EQ(tRead.size(), 3);
+    EXPECT_FALSE(tRead[1].mPackages[0].mReport.isEmpty());
+    EXPECT_TRUE(tRead[2].mPackages[0].mReport.isEmpty());
+    EXPECT_EQ(tRead[2].mPackages[0].mVersion, q("1.0.0.0"));
+}
+
 TEST_F(InstallLogStoreTest, ReadAppendsAndAMissingFileIsEmpty)
 {
     EXPECT_EQ(names({}, {}, sAll, false), "");
