@@ -19,8 +19,7 @@ namespace {
 void checkInfo(const PackageInfo& pInfo)
 {
     const auto tAgain = PackageInfo::fromJson(pInfo.toJson());
-    if (!tAgain || tAgain->toJson() != pInfo.toJson() ||
-        archiveName(pInfo).contains(u'/')) {
+    if (!tAgain || tAgain->toJson() != pInfo.toJson() || archiveName(pInfo).contains(u'/')) {
         std::abort();
     }
 }

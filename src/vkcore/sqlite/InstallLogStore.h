@@ -46,11 +46,11 @@ public:
     // As Installer::getInstallLog.
     bool read(QList<GRef2<InstLogEntry>>* pEntries, const QDateTime& pFrom, const QDateTime& pTo,
               int pMaxCount, bool pTopLevelOnly);
-    // The newest runs, newest first; fewer if they have very many packages. Titles and reports of the older ones
-    // are empty if those of the newer ones are very long.
+    // The newest runs, newest first; fewer if they have very many packages. Titles and reports of the older
+    // ones are empty if those of the newer ones are very long.
     bool readRuns(QList<LoggedRun>* pRuns, int pMaxCount);
-    // When the packages, each with its version, were installed last. Does not look back for longer than 20,000
-    // packages.
+    // When the packages, each with its version, were installed last. Does not look back for longer than
+    // 20,000 packages.
     bool readDates(QHash<QString, QDateTime>* pDates, const QHash<QString, QString>& pVersions);
 
     const QString& errorText() const { return mErrorText; }

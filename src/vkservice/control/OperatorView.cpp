@@ -142,9 +142,9 @@ QList<RunRecord> OperatorView::pastRuns() const
 {
     auto tRuns = mParts.mSettings.pastRuns().value_or(QList<RunRecord>());
     RunRecord tLast = mParts.mUpdates.lastRun();
-    const auto tPlace = std::lower_bound(
-        tRuns.begin(), tRuns.end(), tLast.mBegan,
-        [](const RunRecord& pRun, const QDateTime& pBegan) { return pRun.mBegan < pBegan; });
+    const auto tPlace =
+        std::lower_bound(tRuns.begin(), tRuns.end(), tLast.mBegan,
+                         [](const RunRecord& pRun, const QDateTime& pBegan) { return pRun.mBegan < pBegan; });
     const bool tIsKnown = tPlace != tRuns.end() && tPlace->mBegan == tLast.mBegan;
     if (tLast.mBegan.isValid() && !tIsKnown) { // an earlier version has recorded it, to the second
         tLast.mFinished = tLast.mFinished.addSecs(1);

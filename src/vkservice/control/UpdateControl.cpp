@@ -95,12 +95,11 @@ Failure UpdateControl::recover()
 // In the history it has a result of its own.
 void UpdateControl::noteWayBackByHand(const QList<packages::Refusal>& pRefused)
 {
-    if (!pRefused.isEmpty() &&
-        !mSources.mSettings.addPastRun({.mCode = ResultSuccess,
-                                        .mText = pRefused.first().mReason + u'.',
-                                        .mFinished = QDateTime::currentDateTime(),
-                                        .mLastSuccess = {},
-                                        .mBegan = pRefused.first().mDate})) {
+    if (!pRefused.isEmpty() && !mSources.mSettings.addPastRun({.mCode = ResultSuccess,
+                                                               .mText = pRefused.first().mReason + u'.',
+                                                               .mFinished = QDateTime::currentDateTime(),
+                                                               .mLastSuccess = {},
+                                                               .mBegan = pRefused.first().mDate})) {
         Q_EMIT error(0, u"The way back could not be stored for the history."_s, {});
     }
 }

@@ -31,9 +31,9 @@ LeftOutPackages withRefused(LeftOutPackages pBefore, const QList<packages::Refus
 QList<PackageVersion> withLost(QList<PackageVersion> pPending, const QList<packages::Refusal>& pRefused)
 {
     for (const packages::Refusal& tRefusal : pRefused) {
-        const auto tIsKnown =
-            std::any_of(pPending.begin(), pPending.end(),
-                        [&](const PackageVersion& pFix) { return pFix.mName == tRefusal.mName; });
+        const auto tIsKnown = std::any_of(pPending.begin(), pPending.end(), [&](const PackageVersion& pFix) {
+            return pFix.mName == tRefusal.mName;
+        });
         if (tRefusal.mIsFix && !tIsKnown) {
             pPending.append({tRefusal.mName, tRefusal.mVersion});
         }

@@ -46,8 +46,8 @@ public:
 
     // The packages that the way back has put out of use for good.
     const QList<packages::Refusal>& refused() const { return mRefused; }
-    // Why the previous generation counts again; none if it does not, or if an administrator or an abort wanted
-    // it.
+    // Why the previous generation counts again; none if it does not, or if an administrator or an abort
+    // wanted it.
     const Failure& whyBack() const { return mWhyBack; }
 
 private:

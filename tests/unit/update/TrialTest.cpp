@@ -22,7 +22,11 @@ namespace {
 
 os::CheckOutcome failed(const os::CheckProgram&)
 {
-    return {.mPassed = false, .mIsAborted = false, .mReason = q("ended with status 3"), .mOutput = "why\n", .mIsMachinesFault = false};
+    return {.mPassed = false,
+            .mIsAborted = false,
+            .mReason = q("ended with status 3"),
+            .mOutput = "why\n",
+            .mIsMachinesFault = false};
 }
 
 class TrialTest : public UpdateFixture
@@ -145,7 +149,8 @@ TEST_F(TrialTest, AnAbortGoesBackAndRefusesNothing)
 {
     publishVersion(2);
     mMachine.checks().mOnRun = [](const os::CheckProgram&) {
-        return os::CheckOutcome{.mPassed = false, .mIsAborted = true, .mReason = {}, .mOutput = {}, .mIsMachinesFault = false};
+        return os::CheckOutcome{
+            .mPassed = false, .mIsAborted = true, .mReason = {}, .mOutput = {}, .mIsMachinesFault = false};
     };
     run(ResultAborted);
     EXPECT_EQ(mMachine.currentFiles(), mOld);
@@ -165,7 +170,8 @@ TEST_F(TrialTest, AShortageOfTheMachineGoesBackAndRefusesNothing)
                                 .mOutput = {},
                                 .mIsMachinesFault = true};
     };
-    EXPECT_TRUE(run(ResultCheckFailed).mText.contains(q("No space left"))) << "it does not count as a success";
+    EXPECT_TRUE(run(ResultCheckFailed).mText.contains(q("No space left")))
+        << "it does not count as a success";
     EXPECT_EQ(mMachine.currentFiles(), mOld);
     EXPECT_EQ(refused(), QString());
     mMachine.checks().mOnRun = nullptr;
@@ -255,9 +261,11 @@ TEST_F(TrialTest, ADamagedListOfRefusalsIsSetAsideAndStopsNothing)
     const QString tList = mMachine.path(q("state/refused.json"));
     const QByteArray tLater = R"({"format": 2, "refused": []})";
     int tVersion = 1;
-    for (const QByteArray& tBytes : {QByteArray(), QByteArray("{\"format\": 1"), tLater, QByteArray(17 << 20, ' ')}) {
+    for (const QByteArray& tBytes :
+         {QByteArray(), QByteArray("{\"format\": 1"), tLater, QByteArray(17 << 20, ' ')}) {
         for (const bool tIsRun : {true, false}) {
-            SCOPED_TRACE(testing::Message() << tBytes.first(std::min<qsizetype>(30, tBytes.size())).constData() << tIsRun);
+            SCOPED_TRACE(testing::Message()
+                         << tBytes.first(std::min<qsizetype>(30, tBytes.size())).constData() << tIsRun);
             publishVersion(++tVersion);
             run(ResultSuccess);
             writeFile(tList, tBytes);

@@ -132,8 +132,9 @@ TEST_F(InstallLogStoreTest, AWayBackIsNoPreviousVersion)
         const char* mVersion;
         const char* mStatus;
         const char* mPrevious;
-    } tRuns[] = {{"r1", "1", "ok", ""},          {"r2", "2", "ok", "1"},  {"r3-back", "3", "error", "2"},
-                 {"r4", "3", "ok", "2"},         {"r5", "3", "error", "3"}, // a repair that has failed
+    } tRuns[] = {{"r1", "1", "ok", ""},          {"r2", "2", "ok", "1"},
+                 {"r3-back", "3", "error", "2"}, {"r4", "3", "ok", "2"},
+                 {"r5", "3", "error", "3"}, // a repair that has failed
                  {"r6", "4", "ok", "3"},         {"r6-back", "4", "error", "4"},
                  {"r7", "5", "ok", ""},          {"r7-back", "5", "error", "5"}};
     InstallLogStore tStore;

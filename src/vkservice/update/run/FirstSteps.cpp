@@ -39,8 +39,8 @@ Failure settleEarlierRun(RunParts& pParts)
 Failure loadRefusals(RunParts& pParts)
 {
     QString tWarning;
-    const auto tRefusals = packages::Refusals::loadOrSetAside(
-        pParts.mFileSystem, pParts.mRequest.mStateDir, &tWarning);
+    const auto tRefusals =
+        packages::Refusals::loadOrSetAside(pParts.mFileSystem, pParts.mRequest.mStateDir, &tWarning);
     if (!tRefusals) {
         return tRefusals.failure();
     }

@@ -19,9 +19,9 @@ namespace {
 bool onlyRepairs(const Plan& pPlan)
 {
     return pPlan.failedCount() < pPlan.mPackages.size() &&
-           std::all_of(
-               pPlan.mPackages.begin(), pPlan.mPackages.end(),
-               [](const PlannedPackage& pPackage) { return pPackage.mFailure || pPackage.mRepair > 0; });
+           std::all_of(pPlan.mPackages.begin(), pPlan.mPackages.end(), [](const PlannedPackage& pPackage) {
+               return pPackage.mFailure || pPackage.mRepair > 0;
+           });
 }
 
 } // namespace
@@ -31,7 +31,8 @@ packages::Manifest nextGeneration(Workplace& pWorkplace, const Plan& pPlan)
     const packages::Manifest& tInstalled = pWorkplace.installed();
     packages::Manifest tNext;
     tNext.mGeneration = pWorkplace.generations().nextNumber(tInstalled);
-    // Nobody wants to go back to the damaged files of the same packages, so they take no place among those kept.
+    // Nobody wants to go back to the damaged files of the same packages, so they take no place among those
+    // kept.
     tNext.mPrevious = onlyRepairs(pPlan) ? tInstalled.mPrevious : tInstalled.mGeneration;
     tNext.mRunId = QUuid::createUuid().toString(QUuid::WithoutBraces);
     tNext.mRunDate = QDateTime::currentDateTime();
