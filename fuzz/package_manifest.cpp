@@ -18,10 +18,8 @@ namespace {
 
 void checkInfo(const PackageInfo& pInfo)
 {
-    PackageInfo tAgain;
-    QString tError;
-    if (!PackageInfo::fromJson(pInfo.toJson(), &tAgain, &tError) || tAgain.toJson() != pInfo.toJson() ||
-        archiveName(pInfo).contains(u'/')) {
+    const auto tAgain = PackageInfo::fromJson(pInfo.toJson());
+    if (!tAgain || tAgain->toJson() != pInfo.toJson() || archiveName(pInfo).contains(u'/')) {
         std::abort();
     }
 }
@@ -54,10 +52,8 @@ void plan(const Manifest& pManifest)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t pSize)
 {
     const QByteArray tBytes(reinterpret_cast<const char*>(pData), static_cast<qsizetype>(pSize));
-    QString tError;
-    PackageInfo tInfo;
-    if (PackageInfo::fromJson(QJsonDocument::fromJson(tBytes).object(), &tInfo, &tError)) {
-        checkInfo(tInfo);
+    if (const auto tInfo = PackageInfo::fromJson(QJsonDocument::fromJson(tBytes).object())) {
+        checkInfo(*tInfo);
     }
     if (const auto tManifest = Manifest::fromBytes(tBytes)) {
         const auto tAgain = Manifest::fromBytes(tManifest->toBytes());

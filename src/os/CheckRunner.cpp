@@ -37,6 +37,11 @@ constexpr int sKeeperMs = 10 * 1000; // it needs less to end everything
 constexpr const char* sOfAll[] = {"/dev/null", "/dev/zero",    "/dev/full",
                                   "/dev/tty",  "/dev/urandom", "/dev/random"};
 
+bool isShortage(int pErrno)
+{
+    return pErrno == EAGAIN || pErrno == ENOMEM || pErrno == EMFILE || pErrno == ENFILE || pErrno == ENOSPC;
+}
+
 struct Pipe
 {
     Descriptor mRead;
@@ -68,6 +73,7 @@ public:
     {
         if (!mTemporary.isValid() || !start()) {
             mOutcome.mReason = u"can't be started: %1"_s.arg(qt_error_string(errno));
+            mOutcome.mIsMachinesFault = true;
             return mOutcome;
         }
         follow();
@@ -175,6 +181,7 @@ private:
         } else if (mResult.mStartErrno == ENOEXEC) {
             mOutcome.mReason = u"is no program"_s;
         } else if (mResult.mStartErrno != 0) {
+            mOutcome.mIsMachinesFault = isShortage(mResult.mStartErrno);
             mOutcome.mReason = u"can't be started: %1"_s.arg(qt_error_string(mResult.mStartErrno));
         } else if (!mResult.mHasEnded) {
             mOutcome.mReason = u"did not end within %1 seconds"_s.arg(mProgram.mSeconds);

@@ -26,6 +26,8 @@ struct CheckOutcome
     bool mIsAborted = false;
     QString mReason = {};    // why it has not passed, "ended with status 3"
     QByteArray mOutput = {}; // the last 4 KiB of what it wrote to both streams
+    // It was not even begun, because this machine lacks memory, processes, descriptors or room on its disk.
+    bool mIsMachinesFault = false;
 };
 
 class CheckRunner

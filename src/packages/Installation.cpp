@@ -18,11 +18,21 @@ constexpr mode_t sPrivateFile = 0600;
 constexpr qint64 sMaxSize = 1024 * 1024;
 constexpr int sFormat = 1;
 
+QString pathIn(const QString& pStateDir)
+{
+    return pStateDir + u"/installation.json"_s;
+}
+
 } // namespace
 
 Installation::Installation(os::FileSystem& pFileSystem, const QString& pStateDir)
-    : mFileSystem(pFileSystem), mPath(pStateDir + u"/installation.json"_s)
+    : mFileSystem(pFileSystem), mPath(pathIn(pStateDir))
 {
+}
+
+bool Installation::isIn(const QString& pStateDir)
+{
+    return QFileInfo::exists(pathIn(pStateDir));
 }
 
 Failure Installation::read()

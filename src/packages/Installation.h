@@ -19,6 +19,8 @@ class Installation
 public:
     Installation(os::FileSystem& pFileSystem, const QString& pStateDir);
 
+    // True if there has been one, whatever its file says.
+    static bool isIn(const QString& pStateDir);
     // A file that is not there is that of a new installation.
     Failure read();
 

@@ -67,18 +67,17 @@ QJsonObject packageObject(const InstalledPackage& pPackage)
 
 Result<InstalledPackage> packageFrom(const QJsonObject& pFrom)
 {
-    PackageInfo tInfo;
-    QString tReason;
-    if (!PackageInfo::fromJson(pFrom.value("info"_L1).toObject(), &tInfo, &tReason)) {
-        return Failure::content(tReason);
+    const Result<PackageInfo> tInfo = PackageInfo::fromJson(pFrom.value("info"_L1).toObject());
+    if (!tInfo) {
+        return tInfo.failure();
     }
     const auto tHash = tuf::Hash::fromHex(pFrom.value("hash"_L1).toString());
     const QString tFolder = pFrom.value("folder"_L1).toString();
-    if (!tHash || !PackageFolders::isPlaceOf(tFolder, tInfo, *tHash)) {
-        return Failure::content(u"the hash or the folder of the package %1 is invalid"_s.arg(tInfo.mName));
+    if (!tHash || !PackageFolders::isPlaceOf(tFolder, *tInfo, *tHash)) {
+        return Failure::content(u"the hash or the folder of the package %1 is invalid"_s.arg(tInfo->mName));
     }
     return InstalledPackage{
-        .mInfo = tInfo, .mHash = *tHash, .mFolder = tFolder, .mParent = pFrom.value("parent"_L1).toString()};
+        .mInfo = *tInfo, .mHash = *tHash, .mFolder = tFolder, .mParent = pFrom.value("parent"_L1).toString()};
 }
 
 } // namespace

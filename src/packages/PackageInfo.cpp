@@ -166,28 +166,29 @@ QJsonObject toJson(const SideFile& pFile, QLatin1String pTextName, const IndexNa
     return tObject;
 }
 
-void readInfo(JsonReader* pReader, PackageInfo* pTo)
+PackageInfo readInfo(JsonReader* pReader)
 {
-    pTo->mName = pReader->text("name");
-    require(pReader, isPackageName(pTo->mName), "name");
-    pTo->mKind = readKind(pReader);
-    pTo->mVersion = readVersion(pReader);
-    pTo->mTitle = readLangString(pReader, "title", sMaxTitle);
-    pTo->mLanguage = readText(pReader, "language");
-    require(pReader, pTo->mLanguage.isEmpty() || isLanguage(pTo->mLanguage), "language");
-    pTo->mRequires = readTexts(pReader, "requires", isPackageName);
-    pTo->mExecutables = readTexts(pReader, "executables", isRelativePath);
-    pTo->mCheck = readText(pReader, "check");
-    require(pReader, !pReader->has("check") || isRelativePath(pTo->mCheck), "check");
-    pTo->mReport = readLangString(pReader, "report", sMaxReport);
-    pTo->mInstalledSize = pReader->has("installedSize") ? pReader->integer("installedSize", 0) : 0;
-    pTo->mIndex = readIndex(pReader);
-    pTo->mDeltas = readDeltas(pReader);
-    pTo->mAttachments = readAttachments(pReader);
-    pTo->mRelease = readRelease(pReader);
-    require(pReader,
-            !pTo->mRelease.mSecuritySince || *pTo->mRelease.mSecuritySince <= pTo->mVersion.version(),
-            "security");
+    PackageInfo tInfo;
+    tInfo.mName = pReader->text("name");
+    require(pReader, isPackageName(tInfo.mName), "name");
+    tInfo.mKind = readKind(pReader);
+    tInfo.mVersion = readVersion(pReader);
+    tInfo.mTitle = readLangString(pReader, "title", sMaxTitle);
+    tInfo.mLanguage = readText(pReader, "language");
+    require(pReader, tInfo.mLanguage.isEmpty() || isLanguage(tInfo.mLanguage), "language");
+    tInfo.mRequires = readTexts(pReader, "requires", isPackageName);
+    tInfo.mExecutables = readTexts(pReader, "executables", isRelativePath);
+    tInfo.mCheck = readText(pReader, "check");
+    require(pReader, !pReader->has("check") || isRelativePath(tInfo.mCheck), "check");
+    tInfo.mReport = readLangString(pReader, "report", sMaxReport);
+    tInfo.mInstalledSize = pReader->has("installedSize") ? pReader->integer("installedSize", 0) : 0;
+    tInfo.mIndex = readIndex(pReader);
+    tInfo.mDeltas = readDeltas(pReader);
+    tInfo.mAttachments = readAttachments(pReader);
+    tInfo.mRelease = readRelease(pReader);
+    const auto& tSince = tInfo.mRelease.mSecuritySince;
+    require(pReader, !tSince || *tSince <= tInfo.mVersion.version(), "security");
+    return tInfo;
 }
 
 } // namespace
@@ -255,18 +256,15 @@ QJsonObject PackageInfo::toJson() const
     return mRelease.isRestricted() ? QJsonObject{{u"name"_s, mName}, {u"package"_s, tObject}} : tObject;
 }
 
-bool PackageInfo::fromJson(const QJsonObject& pFrom, PackageInfo* pTo, QString* pError)
+Result<PackageInfo> PackageInfo::fromJson(const QJsonObject& pFrom)
 {
-    pError->clear();
-    JsonReader tReader(pFrom, pError);
-    if (!tReader.has("package")) {
-        readInfo(&tReader, pTo);
-        return tReader.ok();
-    }
-    JsonReader tPackage = tReader.object("package");
-    readInfo(&tPackage, pTo);
-    require(&tReader, tReader.text("name") == pTo->mName, "name");
-    return tReader.ok();
+    QString tFault;
+    JsonReader tReader(pFrom, &tFault);
+    const bool tIsRestricted = tReader.has("package");
+    JsonReader tPackage = tIsRestricted ? tReader.object("package") : tReader;
+    const PackageInfo tInfo = readInfo(&tPackage);
+    require(&tReader, !tIsRestricted || tReader.text("name") == tInfo.mName, "name");
+    return tReader.ok() ? Result<PackageInfo>(tInfo) : Failure::content(tFault);
 }
 
 QString archiveName(const PackageInfo& pInfo)

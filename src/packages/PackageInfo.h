@@ -1,5 +1,6 @@
 #pragma once
 
+#include "internal/Failure.h"
 #include "packages/Attachment.h"
 #include "packages/Release.h"
 #include "packages/TreeFiles.h"
@@ -45,9 +46,8 @@ struct PackageInfo
     // it: what does not know restrictions finds no package there, and the name belongs to its role
     // nevertheless.
     QJsonObject toJson() const;
-    // False, with the reason in *pError, for an object that breaks one of the rules above. Unknown members
-    // are ignored.
-    static bool fromJson(const QJsonObject& pFrom, PackageInfo* pTo, QString* pError);
+    // Content for an object that breaks one of the rules above. Unknown members are ignored.
+    static Result<PackageInfo> fromJson(const QJsonObject& pFrom);
 };
 
 // True for what mName may be.

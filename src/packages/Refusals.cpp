@@ -87,6 +87,21 @@ Result<Refusals> Refusals::load(os::FileSystem& pFileSystem, const QString& pSta
     return loadRecord<Refusals>(pFileSystem, pathIn(pStateDir), sMaxSize);
 }
 
+Result<Refusals> Refusals::loadOrSetAside(os::FileSystem& pFileSystem, const QString& pStateDir,
+                                          QString* pWarning)
+{
+    pWarning->clear();
+    Result<Refusals> tLoaded = load(pFileSystem, pStateDir);
+    if (tLoaded || tLoaded.failure().mKind != Failure::Kind::Content) {
+        return tLoaded;
+    }
+    if (const Failure tFailure = setAside(pFileSystem, pathIn(pStateDir), tLoaded.failure(), pWarning)) {
+        return tFailure;
+    }
+    *pWarning += u", and the packages that were refused may be installed again"_s;
+    return Refusals();
+}
+
 Failure Refusals::store(os::FileSystem& pFileSystem, const QString& pStateDir) const
 {
     return storeRecord(pFileSystem, pathIn(pStateDir), toBytes());

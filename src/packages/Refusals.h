@@ -22,6 +22,7 @@ struct Refusal
     tuf::Hash mHash;  // of its archive: other bytes of the same version are not refused
     QString mReason;  // one plain line
     QDateTime mDate;
+    bool mIsFix = false; // the version in use has a flaw that it fixes. Not stored
 };
 
 // All of them, stored as STATEDIR/refused.json. docs/file-formats.md has an example.
@@ -45,6 +46,9 @@ public:
 
     // Reads the file. Without one there are none; Content if it is damaged.
     static Result<Refusals> load(os::FileSystem& pFileSystem, const QString& pStateDir);
+    // The same, but a damaged file is renamed, and *pWarning says that its refusals are lost.
+    static Result<Refusals> loadOrSetAside(os::FileSystem& pFileSystem, const QString& pStateDir,
+                                           QString* pWarning);
     // Replaces the file atomically and durably.
     Failure store(os::FileSystem& pFileSystem, const QString& pStateDir) const;
 

@@ -40,6 +40,11 @@ Result<Record> recordFrom(const QByteArray& pBytes, int pFormat, F pRead)
     return tReader.ok() ? Result<Record>(tRecord) : Failure::content(tFault);
 }
 
+// Renames a damaged record, so that who looks after the machine can see what was in it. Says so in *pWarning,
+// a text without its full stop.
+Failure setAside(os::FileSystem& pFileSystem, const QString& pPath, const Failure& pDamage,
+                 QString* pWarning);
+
 // Replaces the file atomically and durably.
 Failure storeRecord(os::FileSystem& pFileSystem, const QString& pPath, const QByteArray& pBytes);
 

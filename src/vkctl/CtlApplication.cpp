@@ -247,10 +247,11 @@ void CtlApplication::printJson(const QJsonObject& pObject)
     write(stdout, vkcore::plainJson(QJsonDocument(pObject).toJson(QJsonDocument::Compact)) + u'\n');
 }
 
+// The text may quote an argument, which a script may have from elsewhere.
 int CtlApplication::fail(const QString& pText)
 {
     if (!mIsInterrupted) {
-        write(stderr, pText + u'\n');
+        write(stderr, singleLine(pText, sMaxMessage) + u'\n');
     }
     return StatusFailed;
 }

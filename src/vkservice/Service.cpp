@@ -5,6 +5,7 @@
 #include "os/Confinement.h"
 #include "os/FileSystem.h"
 #include "os/ProcessList.h"
+#include "packages/Installation.h"
 #include "process/ServiceApplication.h"
 #include "process/SignalWatch.h"
 #include "process/Systemd.h"
@@ -211,6 +212,9 @@ Failure Service::openStore()
     }
     if (!mStore.damagedFile().isNull()) {
         reportDamage(mStore.damagedFile());
+    } else if (mStore.isNew() && packages::Installation::isIn(mApp.getStateDir())) {
+        reportLoss(u"The service's store was missing or empty. Its settings are lost."_s,
+                   u"Packages are installed, so it is not the first start."_s, {});
     }
     const QString tServer = mApp.configValue(u"service.defaultServer"_s);
     if (!tServer.isEmpty() && mServers.provide(tServer) != store::ServerTable::Outcome::Done) {
@@ -252,10 +256,15 @@ void Service::onStoreReplaced(const QString& pDamagedFile)
 // At the time of detection there may be no monitor yet, and the error must not be lost.
 void Service::reportDamage(const QString& pDamagedFile)
 {
-    const QString tText = u"The service's store was damaged. Its settings are lost."_s;
-    const QString tDetails = u"The damaged store was kept as %1."_s.arg(pDamagedFile);
-    mUpdates.note(ResultStoreDamaged, tText + u' ' + tDetails);
-    mEvents.errorToKeep(tText, tDetails, {process::message::sStoreSetAside, {{"VK_FILE", pDamagedFile}}});
+    reportLoss(u"The service's store was damaged. Its settings are lost."_s,
+               u"The damaged store was kept as %1."_s.arg(pDamagedFile),
+               {process::message::sStoreSetAside, {{"VK_FILE", pDamagedFile}}});
+}
+
+void Service::reportLoss(const QString& pText, const QString& pDetails, const process::JournalEvent& pEvent)
+{
+    mUpdates.note(ResultStoreDamaged, pText + u' ' + pDetails);
+    mEvents.errorToKeep(pText, pDetails, pEvent);
 }
 
 void Service::onMinute()

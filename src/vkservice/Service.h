@@ -69,6 +69,7 @@ private:
     Failure listen();
     void onStoreReplaced(const QString& pDamagedFile);
     void reportDamage(const QString& pDamagedFile);
+    void reportLoss(const QString& pText, const QString& pDetails, const process::JournalEvent& pEvent);
     void onRunEnded(const RunRecord& pRecord, bool pManual);
     void onPackagesChanged();
     void onMinute();

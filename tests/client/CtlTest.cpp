@@ -206,6 +206,7 @@ TEST(CtlTest, TellsByTextAndStatusWhatTheServiceKnows)
          "Last verification: 2026-03-07 02:15:00\nInstalled packages: 1\n  a 1.0.0.0: sound\n",
          "", 0},
         {"unknown command", "prove", {}, "", "Unknown command: prove\n", 1},
+        {"command from elsewhere", "a\x1b[2J\xe2\x80\xae", {}, "", "Unknown command: a [2J\n", 1},
         {"unknown option", "verify --jsn", {}, "", "Unknown option: 'jsn'\n", 1},
         {"too many", "verify repair", {}, "", "Unhandled argument 'repair'\n", 1},
     };

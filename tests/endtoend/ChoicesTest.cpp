@@ -121,6 +121,14 @@ TEST_F(ChoicesTest, AMachineTakesFixesAloneAndTellsWhatTheyAreAbout)
         << tLog.mOut;
     vkctl({"history", "--json"}, "\"report\":\"News Advisory: CVE-2026-1: reads behind its end\"");
 
+    // Who goes back behind a fix is told at once what the machine lacks.
+    vkctl({"rollback"}, "Generation 1 is in use.");
+    vkctl({"status"}, "Security updates that are not installed: viewer 1.3.0.0\n");
+    vkctl({"status"}, "  viewer 1.3.0.0: a security update, refused\n");
+    vkctl({"accept", "viewer"}, "may be installed again");
+    vkctl({"accept", "library"}, "may be installed again");
+    update("2 packages were updated. 2 packages are no security updates.", "1.3");
+
     offer("1.4");
     update("No updates are available; 3 packages are no security updates.", "1.3");
     ASSERT_EQ(tSet("all"), 0);

@@ -54,7 +54,8 @@ TEST_F(OperatorTest, HistoryAndPackagesTellWhatWasInstalled)
     EXPECT_EQ(tRuns[0][q("code")], 1);
     EXPECT_EQ(tRuns[0][q("packages")][0][q("previous")], q("1.0.0.0"));
     EXPECT_EQ(tRuns[0][q("packages")][0][q("version")], q("2.0.0.0"));
-    EXPECT_TRUE(tRuns[1][q("code")].isUndefined() && tRuns[1][q("packages")][0][q("previous")].isNull());
+    EXPECT_EQ(tRuns[1][q("text")], q("1 package was updated."));
+    EXPECT_TRUE(tRuns[1][q("packages")][0][q("previous")].isNull());
     EXPECT_EQ(tPeer.call("getHistory", R"({"runs": 1})")[q("runs")].toArray().size(), 1);
     EXPECT_EQ(tPeer.errorOf("getHistory", R"({"runs": 0})"), -32602);
     const QJsonValue tPackage = tPeer.call("getPackages")[q("packages")][0];

@@ -29,6 +29,18 @@ TEST_F(ServiceTest, DamagedStoreIsSetAsideAndSaidSo)
     EXPECT_TRUE(mRig.log().contains("store was damaged")) << mRig.log();
 }
 
+TEST_F(ServiceTest, LostStoreIsSaidSoUnlessItIsTheFirstStart)
+{
+    RawPeer tFirst = mRig.startAndConnect();
+    EXPECT_EQ(tFirst.call("getLastServiceResult", R"({"thisSession": false})"), 0);
+    EXPECT_EQ(mRig.stop(), 0);
+    mRig.installation().writeFile("state/installation.json", R"({"format": 1, "id": "a", "roots": []})");
+    mRig.installation().writeFile("state/state.db", "");
+    RawPeer tPeer = mRig.startAndConnect();
+    EXPECT_EQ(tPeer.call("getLastServiceResult", R"({"thisSession": false})"), 10);
+    EXPECT_TRUE(mRig.log().contains("store was missing or empty. Its settings are lost.")) << mRig.log();
+}
+
 // The file is overwritten while the service runs, which notices when it reads more than its cache holds.
 TEST_F(ServiceTest, StoreDamagedUnderTheServiceIsReplaced)
 {

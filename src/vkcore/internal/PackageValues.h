@@ -61,7 +61,7 @@ struct HistoryPackage
 struct HistoryRun
 {
     QDateTime mDate;
-    std::optional<int> mCode; // the result, known for the last run on record only
+    std::optional<int> mCode; // the result, if it is known
     std::optional<QString> mText;
     QList<HistoryPackage> mPackages;
 };

@@ -171,7 +171,10 @@ int Database::onBusy(void* pSelf, int pTimes)
 
 bool Database::fail()
 {
-    return fail(sqlite3_extended_errcode(mHandle), QString::fromUtf8(sqlite3_errmsg(mHandle)));
+    const int tCode = sqlite3_extended_errcode(mHandle);
+    const int tErrno = (tCode & 0xff) == SQLITE_IOERR ? sqlite3_system_errno(mHandle) : 0;
+    const QString tText = QString::fromUtf8(sqlite3_errmsg(mHandle));
+    return fail(tCode, tErrno == 0 ? tText : u"%1 (%2)"_s.arg(tText, qt_error_string(tErrno)));
 }
 
 bool Database::fail(int pExtendedCode, const QString& pText)

@@ -23,13 +23,8 @@ struct LoggedPackage : LogRecord
 struct LoggedRun
 {
     QDateTime mDate;
+    bool mIsWayBack = false; // its packages were put out of use
     QList<LoggedPackage> mPackages;
-};
-
-struct LoggedVersion
-{
-    QString mVersion;
-    QDateTime mDate;
 };
 
 // The log of installed updates, a database that everybody on the machine may read (0644, rollback journal).
@@ -51,12 +46,12 @@ public:
     // As Installer::getInstallLog.
     bool read(QList<GRef2<InstLogEntry>>* pEntries, const QDateTime& pFrom, const QDateTime& pTo,
               int pMaxCount, bool pTopLevelOnly);
-    // The newest runs, newest first; fewer if they have very many packages.
+    // The newest runs, newest first; fewer if they have very many packages. Titles and reports of the older
+    // ones are empty if those of the newer ones are very long.
     bool readRuns(QList<LoggedRun>* pRuns, int pMaxCount);
-    // The last installed version of each of these packages before a date, or ever. Does not look back for
-    // longer than 20,000 packages.
-    bool readVersions(QHash<QString, LoggedVersion>* pVersions, const QSet<QString>& pPackages,
-                      const QDateTime& pBefore = {});
+    // When the packages, each with its version, were installed last. Does not look back for longer than
+    // 20,000 packages.
+    bool readDates(QHash<QString, QDateTime>* pDates, const QHash<QString, QString>& pVersions);
 
     const QString& errorText() const { return mErrorText; }
     // The file is not a database, or is a damaged one.
@@ -66,6 +61,8 @@ public:
 
 private:
     bool fail();
+    bool readVersions(QHash<QString, QString>* pVersions, const QSet<QString>& pPackages,
+                      const QDateTime& pBefore);
     std::optional<bool> knows(const QString& pRunId);
     bool checkVersion();
 

@@ -137,11 +137,12 @@ bool readInfo(const CommandLine& pLine, PackageInfo* pTo)
         return false;
     }
     // Refuses here what a client would refuse.
-    QString tProblem;
-    if (!PackageInfo::fromJson(tInfo.toJson(), pTo, &tProblem)) {
-        complain(u"Invalid package options: %1"_s.arg(tProblem));
+    const Result<PackageInfo> tRead = PackageInfo::fromJson(tInfo.toJson());
+    if (!tRead) {
+        complain(u"Invalid package options: %1"_s.arg(tRead.failure().mText));
         return false;
     }
+    *pTo = *tRead;
     return true;
 }
 

@@ -96,11 +96,8 @@ QList<TargetsFile> filesOf(const QString& pName, const QJsonObject& pTarget)
 
 std::optional<packages::PackageInfo> infoOf(const QJsonObject& pTarget)
 {
-    packages::PackageInfo tInfo;
-    QString tReason;
-    return packages::PackageInfo::fromJson(pTarget["custom"_L1].toObject(), &tInfo, &tReason)
-               ? std::optional(tInfo)
-               : std::nullopt;
+    const auto tInfo = packages::PackageInfo::fromJson(pTarget["custom"_L1].toObject());
+    return tInfo ? std::optional(*tInfo) : std::nullopt;
 }
 
 QJsonObject withInfo(QJsonObject pTarget, const packages::PackageInfo& pInfo)

@@ -112,12 +112,8 @@ private:
 // Null for a package that is for all machines at once.
 QString releaseOf(const tuf::TargetFile& pTarget, const QDateTime& pNow)
 {
-    packages::PackageInfo tInfo;
-    QString tReason;
-    if (!packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, &tReason)) {
-        return {};
-    }
-    const QString tText = releaseText(tInfo.mRelease, pNow);
+    const auto tInfo = packages::PackageInfo::fromJson(pTarget.mCustom);
+    const QString tText = tInfo ? releaseText(tInfo->mRelease, pNow) : QString();
     return tText.isEmpty() ? QString() : u"%1: %2"_s.arg(pTarget.mPath, tText);
 }
 
@@ -125,21 +121,21 @@ QString releaseOf(const tuf::TargetFile& pTarget, const QDateTime& pNow)
 Failure checkPackage(const tuf::TargetFile& pTarget, const QString& pTargets, const QString& pArchive,
                      QSet<QString>* pUsed)
 {
-    packages::PackageInfo tInfo;
-    QString tReason;
-    if (!packages::PackageInfo::fromJson(pTarget.mCustom, &tInfo, &tReason)) {
-        return Failure::content(u"%1 has an invalid package description: %2"_s.arg(pTarget.mPath, tReason));
+    const auto tInfo = packages::PackageInfo::fromJson(pTarget.mCustom);
+    if (!tInfo) {
+        return Failure::content(
+            u"%1 has an invalid package description: %2"_s.arg(pTarget.mPath, tInfo.failure().mText));
     }
     Failure tFailure;
-    if (tInfo.mIndex) {
-        pUsed->insert(pTargets + u'/' + tInfo.mIndex->name());
-        tFailure = checkIndex(pTargets, tInfo, pArchive, pTarget.mLength);
+    if (tInfo->mIndex) {
+        pUsed->insert(pTargets + u'/' + tInfo->mIndex->name());
+        tFailure = checkIndex(pTargets, *tInfo, pArchive, pTarget.mLength);
     }
-    for (const packages::DeltaFile& tDelta : tInfo.mDeltas) {
+    for (const packages::DeltaFile& tDelta : tInfo->mDeltas) {
         pUsed->insert(pTargets + u'/' + tDelta.name());
-        tFailure = tFailure ? tFailure : checkDelta(pTargets, tInfo, tDelta);
+        tFailure = tFailure ? tFailure : checkDelta(pTargets, *tInfo, tDelta);
     }
-    for (const packages::Attachment& tAttachment : tInfo.mAttachments) {
+    for (const packages::Attachment& tAttachment : tInfo->mAttachments) {
         pUsed->insert(pTargets + u'/' + tAttachment.name());
         tFailure = tFailure ? tFailure : checkAttachment(pTargets, tAttachment);
     }

@@ -11,6 +11,8 @@
 
 #include <QtCore/QCoreApplication>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkservice::control {
@@ -22,20 +24,60 @@ namespace {
 
 constexpr int sWaitMs = 500; // for the lock of the install log; other requests wait meanwhile
 
-bool isRunAt(const RunRecord& pRecord, const QDateTime& pDate)
+constexpr qsizetype sMaxTexts = 1000 * 1000; // of an answer, which else gets longer than a line may be
+
+// pRuns: the oldest first. Null if none of them was in progress then.
+const RunRecord* runAt(const QList<RunRecord>& pRuns, const QDateTime& pDate)
 {
-    return pRecord.mBegan.isValid() && pRecord.mBegan <= pDate && pDate <= pRecord.mFinished.addSecs(1);
+    const auto tAfter =
+        std::upper_bound(pRuns.begin(), pRuns.end(), pDate,
+                         [](const QDateTime& pAt, const RunRecord& pRun) { return pAt < pRun.mBegan; });
+    const RunRecord* tRun = tAfter == pRuns.begin() ? nullptr : &*(tAfter - 1);
+    return tRun != nullptr && pDate <= tRun->mFinished ? tRun : nullptr;
 }
 
-HistoryPackage packageOf(const LoggedPackage& pLogged, const QString& pLanguage)
+// Makes the history from the log, newest run first. Once the texts get too long, the older ones are left out.
+class HistoryMaker
 {
-    return {.mName = pLogged.mPackage,
-            .mTitle = pLogged.mTitle.bestValue(pLanguage),
-            .mVersion = pLogged.mVersion,
-            .mPrevious = pLogged.mPrevious,
-            .mStatus = pLogged.mStatus,
-            .mReport = manyLines(pLogged.mReport.bestValue(pLanguage), sMaxMessage)};
-}
+public:
+    HistoryMaker(const QList<RunRecord>& pRuns, const QString& pLanguage) : mRuns(pRuns), mLanguage(pLanguage)
+    {
+    }
+
+    HistoryRun run(const LoggedRun& pLogged)
+    {
+        HistoryRun tRun;
+        tRun.mDate = pLogged.mDate;
+        if (const RunRecord* tRecord = runAt(mRuns, pLogged.mDate)) {
+            tRun.mCode = tRecord->mCode;
+            tRun.mText = bounded(tRecord->mText);
+        }
+        for (const LoggedPackage& tPackage : pLogged.mPackages) {
+            tRun.mPackages.append(package(tPackage));
+        }
+        return tRun;
+    }
+
+private:
+    HistoryPackage package(const LoggedPackage& pLogged)
+    {
+        return {.mName = pLogged.mPackage,
+                .mTitle = bounded(pLogged.mTitle.bestValue(mLanguage)),
+                .mVersion = pLogged.mVersion,
+                .mPrevious = pLogged.mPrevious,
+                .mStatus = pLogged.mStatus,
+                .mReport = bounded(manyLines(pLogged.mReport.bestValue(mLanguage), sMaxMessage))};
+    }
+    QString bounded(const QString& pText)
+    {
+        mSize += pText.size();
+        return mSize <= sMaxTexts ? pText : QString();
+    }
+
+    const QList<RunRecord>& mRuns;
+    QString mLanguage;
+    qsizetype mSize = 0; // of the texts so far
+};
 
 Failure unreadable(const InstallLogStore& pLog)
 {
@@ -72,15 +114,15 @@ Result<PackageEntries> OperatorView::packages() const
     if (!tPackages) {
         return tPackages.failure();
     }
-    QSet<QString> tNames;
+    QHash<QString, QString> tVersions;
     for (const PackageEntry& tPackage : std::as_const(tPackages->mPackages)) {
-        tNames.insert(tPackage.mName);
+        tVersions.insert(tPackage.mName, tPackage.mVersion);
     }
     InstallLogStore tLog;
     tLog.waitInAll(sWaitMs);
-    QHash<QString, LoggedVersion> tVersions;
+    QHash<QString, QDateTime> tDates;
     if (tLog.openForReading(logPath())) {
-        (void)tLog.readVersions(&tVersions, tNames);
+        (void)tLog.readDates(&tDates, tVersions);
     }
     QHash<QString, QString> tFixes;
     for (const PackageVersion& tFix : mParts.mSettings.pendingFixes().value_or(QList<PackageVersion>())) {
@@ -90,10 +132,25 @@ Result<PackageEntries> OperatorView::packages() const
         if (tFixes.contains(tPackage.mName)) {
             tPackage.mPendingFix = tFixes.value(tPackage.mName);
         }
-        const LoggedVersion tLogged = tVersions.value(tPackage.mName);
-        tPackage.mInstalled = tLogged.mVersion == tPackage.mVersion ? tLogged.mDate : QDateTime();
+        tPackage.mInstalled = tDates.value(tPackage.mName);
     }
     return tPackages;
+}
+
+// The oldest first. Without them, the history has no texts.
+QList<RunRecord> OperatorView::pastRuns() const
+{
+    auto tRuns = mParts.mSettings.pastRuns().value_or(QList<RunRecord>());
+    RunRecord tLast = mParts.mUpdates.lastRun();
+    const auto tPlace =
+        std::lower_bound(tRuns.begin(), tRuns.end(), tLast.mBegan,
+                         [](const RunRecord& pRun, const QDateTime& pBegan) { return pRun.mBegan < pBegan; });
+    const bool tIsKnown = tPlace != tRuns.end() && tPlace->mBegan == tLast.mBegan;
+    if (tLast.mBegan.isValid() && !tIsKnown) { // an earlier version has recorded it, to the second
+        tLast.mFinished = tLast.mFinished.addSecs(1);
+        tRuns.insert(tPlace, tLast);
+    }
+    return tRuns;
 }
 
 Result<History> OperatorView::history(int pRuns) const
@@ -104,20 +161,11 @@ Result<History> OperatorView::history(int pRuns) const
     if (!tLog.openForReading(logPath()) || !tLog.readRuns(&tRuns, pRuns)) {
         return unreadable(tLog);
     }
-    const QString tLanguage = mParts.mApp.languageOr(mParts.mSettings.appLanguage().value_or(QString()));
-    const RunRecord& tLast = mParts.mUpdates.lastRun();
+    const QList<RunRecord> tPast = pastRuns();
+    HistoryMaker tMaker(tPast, mParts.mApp.languageOr(mParts.mSettings.appLanguage().value_or(QString())));
     History tHistory;
     for (const LoggedRun& tLogged : std::as_const(tRuns)) {
-        HistoryRun tRun;
-        tRun.mDate = tLogged.mDate;
-        if (isRunAt(tLast, tLogged.mDate)) {
-            tRun.mCode = tLast.mCode;
-            tRun.mText = mParts.mUpdates.resultText(tLast);
-        }
-        for (const LoggedPackage& tPackage : tLogged.mPackages) {
-            tRun.mPackages.append(packageOf(tPackage, tLanguage));
-        }
-        tHistory.mRuns.append(tRun);
+        tHistory.mRuns.append(tMaker.run(tLogged));
     }
     return tHistory;
 }

@@ -11,6 +11,9 @@ class Settings;
 namespace tarn::vkservice::process {
 class ServiceApplication;
 }
+namespace tarn::vkservice {
+struct RunRecord;
+}
 
 namespace tarn::vkservice::control {
 
@@ -42,6 +45,7 @@ public:
 
 private:
     QString logPath() const;
+    QList<RunRecord> pastRuns() const;
 
     Parts mParts;
     update::TrustExpiry mExpiry;

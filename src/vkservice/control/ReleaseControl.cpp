@@ -99,9 +99,13 @@ Result<RefusalEntries> ReleaseControl::refusals() const
 
 Failure ReleaseControl::accept(const QString& pPackage)
 {
-    auto tRefusals = Refusals::load(mFileSystem, mParts.mApp.getStateDir());
+    QString tWarning;
+    auto tRefusals = Refusals::loadOrSetAside(mFileSystem, mParts.mApp.getStateDir(), &tWarning);
     if (!tRefusals) {
         return tRefusals.failure();
+    }
+    if (!tWarning.isEmpty()) {
+        mParts.mApp.write(LogLevel::Error, tWarning + u'.');
     }
     if (tRefusals->lift(pPackage) == 0) {
         return Failure::content(

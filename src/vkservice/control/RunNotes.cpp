@@ -52,7 +52,7 @@ void RunNotes::onServerUnusable(const QString& pServer)
 
 void RunNotes::onEnded(const RunRecord& pRecord, bool pManual)
 {
-    notePackages();
+    notePackages(pRecord);
     const bool tIsSuccess = pRecord.mCode == ResultSuccess;
     mApp.write(tIsSuccess ? LogLevel::Notice : LogLevel::Warning,
                u"The update has ended: %1"_s.arg(mUpdates.resultText(pRecord)),
@@ -62,12 +62,12 @@ void RunNotes::onEnded(const RunRecord& pRecord, bool pManual)
 
 // Of the run that has just ended, if the install log has it: twice if it first ended the trial of a run that
 // was killed.
-void RunNotes::notePackages()
+void RunNotes::notePackages(const RunRecord& pRecord)
 {
     const auto tHistory = mView.history(2);
     const auto tRuns = tHistory ? tHistory->mRuns : QList<HistoryRun>();
     for (auto tRun = tRuns.rbegin(); tRun != tRuns.rend(); ++tRun) {
-        if (tRun->mCode) {
+        if (pRecord.mBegan.isValid() && tRun->mDate >= pRecord.mBegan) {
             notePackages(*tRun);
         }
     }

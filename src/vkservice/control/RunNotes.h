@@ -29,7 +29,7 @@ private:
     void onStarted(bool pManual);
     void onServerUnusable(const QString& pServer);
     void onEnded(const RunRecord& pRecord, bool pManual);
-    void notePackages();
+    void notePackages(const RunRecord& pRecord);
     void notePackages(const vkcore::protocol::HistoryRun& pRun);
 
     UpdateControl& mUpdates;

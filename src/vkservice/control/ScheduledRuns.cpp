@@ -100,9 +100,11 @@ void ScheduledRuns::onMachineState(const machine::MachineState& pState)
     if (!mWaiting.mSince.isValid()) {
         setWaiting({.mSince = mClock.now()});
     }
-    mParts.mUpdates.putOff(
-        u"A scheduled update was put off because %1; the next try is in %2 minutes."_s.arg(tWhy).arg(
-            sAgainSeconds / 60));
+    if (!mParts.mUpdates.isActive()) { // else the text would be part of that run's result
+        mParts.mUpdates.putOff(
+            u"A scheduled update was put off because %1; the next try is in %2 minutes."_s.arg(tWhy).arg(
+                sAgainSeconds / 60));
+    }
     mTimer.pause(sAgainSeconds);
 }
 

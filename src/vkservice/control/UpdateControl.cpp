@@ -83,10 +83,25 @@ Failure UpdateControl::recover()
         mStatus = restingStatus();
     }
     if (const auto tRefused = mThread.refused(); !tRefused.isEmpty()) {
+        if (!mThread.wayBack()) {
+            noteWayBackByHand(tRefused);
+        }
         noteRefused(tRefused);
         Q_EMIT packagesChanged();
     }
     return tFailure;
+}
+
+// In the history it has a result of its own.
+void UpdateControl::noteWayBackByHand(const QList<packages::Refusal>& pRefused)
+{
+    if (!pRefused.isEmpty() && !mSources.mSettings.addPastRun({.mCode = ResultSuccess,
+                                                               .mText = pRefused.first().mReason + u'.',
+                                                               .mFinished = QDateTime::currentDateTime(),
+                                                               .mLastSuccess = {},
+                                                               .mBegan = pRefused.first().mDate})) {
+        Q_EMIT error(0, u"The way back could not be stored for the history."_s, {});
+    }
 }
 
 bool UpdateControl::isOnTrial() const
@@ -116,6 +131,7 @@ Failure UpdateControl::rollBack(qint64 pGeneration)
         return tRequest.failure();
     }
     const Failure tFailure = mThread.rollBack(*tRequest, pGeneration);
+    noteWayBackByHand(mThread.refused());
     noteRefused(mThread.refused());
     Q_EMIT packagesChanged();
     return tFailure;
@@ -129,8 +145,18 @@ void UpdateControl::noteAccepted(const QString& pPackage)
 
 void UpdateControl::noteRefused(const QList<packages::Refusal>& pRefused)
 {
-    if (!pRefused.isEmpty()) {
-        changeLeftOut([&pRefused](const auto& pBefore) { return withRefused(pBefore, pRefused); });
+    if (pRefused.isEmpty()) {
+        return;
+    }
+    changeLeftOut([&pRefused](const auto& pBefore) { return withRefused(pBefore, pRefused); });
+    const auto tPending = mSources.mSettings.pendingFixes();
+    storePending(tPending ? std::optional(withLost(*tPending, pRefused)) : std::nullopt);
+}
+
+void UpdateControl::storePending(const std::optional<QList<protocol::PackageVersion>>& pFixes)
+{
+    if (!pFixes || !mSources.mSettings.setPendingFixes(*pFixes)) {
+        Q_EMIT error(0, u"The list of pending security updates could not be stored."_s, {});
     }
 }
 
@@ -327,8 +353,8 @@ void UpdateControl::finish(const RunResult& pResult)
     mLastRun.mCutShort = 0;
     record(pResult.mCode, pResult.mText, mBegan, pResult.mTraffic);
     mSessionRun = mLastRun;
-    if (pResult.mPendingFixes && !mSources.mSettings.setPendingFixes(*pResult.mPendingFixes)) {
-        Q_EMIT error(0, u"The list of pending security updates could not be stored."_s, {});
+    if (pResult.mPendingFixes) {
+        storePending(pResult.mPendingFixes);
     }
     for (const QString& tServer : pResult.mUnusableServers) {
         Q_EMIT serverUnusable(tServer);

@@ -99,7 +99,9 @@ private:
     Failure begin(const update::RunRequest& pRequest, bool pManual);
     Result<update::OpeningAt> openings(bool pManual);
     void finish(const update::RunResult& pResult);
+    void noteWayBackByHand(const QList<packages::Refusal>& pRefused);
     void noteRefused(const QList<packages::Refusal>& pRefused);
+    void storePending(const std::optional<QList<vkcore::protocol::PackageVersion>>& pFixes);
     void changeLeftOut(const std::function<update::LeftOutPackages(const update::LeftOutPackages&)>& pChange);
     void record(ResultCode pCode, const QString& pText, const QDateTime& pBegan = {},
                 const RunTraffic& pTraffic = {});

@@ -1,9 +1,12 @@
 #include "store/Settings.h"
 
 #include "sqlite/Database.h"
+#include "values/ResultCode.h"
 
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -28,6 +31,31 @@ QString fromDate(const QDateTime& pDate)
 QDateTime toDate(const QString& pText)
 {
     return QDateTime::fromString(pText, Qt::ISODate);
+}
+
+// Sorted like the dates.
+QString pastRunName(const QDateTime& pBegan)
+{
+    return u"pastRun."_s + pBegan.toUTC().toString(Qt::ISODateWithMs);
+}
+
+QString fromPastRun(const RunRecord& pRecord)
+{
+    const QJsonObject tJson{{u"ended"_s, pRecord.mFinished.toUTC().toString(Qt::ISODateWithMs)},
+                            {u"code"_s, pRecord.mCode},
+                            {u"text"_s, pRecord.mText}};
+    return QString::fromUtf8(QJsonDocument(tJson).toJson(QJsonDocument::Compact));
+}
+
+RunRecord toPastRun(const QString& pName, const QString& pText)
+{
+    const QJsonObject tJson = QJsonDocument::fromJson(pText.toUtf8()).object();
+    RunRecord tRecord;
+    tRecord.mBegan = QDateTime::fromString(pName.section(u'.', 1), Qt::ISODateWithMs);
+    tRecord.mFinished = QDateTime::fromString(tJson["ended"_L1].toString(), Qt::ISODateWithMs).toLocalTime();
+    tRecord.mCode = tJson["code"_L1].toInt();
+    tRecord.mText = tJson["text"_L1].toString();
+    return tRecord;
 }
 
 // A password that was set before the host belongs to the first host.
@@ -292,6 +320,12 @@ bool Settings::setLastRun(const RunRecord& pRecord, const RunTraffic& pTraffic)
         tCounters->add(pRecord, pTraffic);
     }
     Values tValues = tCounters->toSettings();
+    const QString tName = pastRunName(pRecord.mBegan);
+    const bool tIsIdle = pRecord.mCode == ResultSuccess && pTraffic.mWhole == 0;
+    // One that was cut short is known already, and may end with nothing left to install.
+    if (pRecord.mBegan.isValid() && (!tIsIdle || !value(tName).value_or(QString()).isNull())) {
+        tValues.insert(tName, fromPastRun(pRecord));
+    }
     tValues.insert({
         {u"lastRun.code"_s, QString::number(pRecord.mCode)},
         {u"lastRun.text"_s, pRecord.mText},
@@ -301,7 +335,35 @@ bool Settings::setLastRun(const RunRecord& pRecord, const RunTraffic& pTraffic)
         {u"lastRun.cutShort"_s, QString::number(pRecord.mCutShort)},
         {u"unfinishedRun"_s, QString()},
     });
-    return set(tValues);
+    return set(tValues) && forgetOldRuns();
+}
+
+std::optional<QList<RunRecord>> Settings::pastRuns() const
+{
+    const auto tStored = values(u"pastRun."_s);
+    if (!tStored) {
+        return std::nullopt;
+    }
+    QList<RunRecord> tRuns;
+    for (auto tRun = tStored->begin(); tRun != tStored->end(); ++tRun) {
+        tRuns.append(toPastRun(tRun.key(), tRun.value()));
+    }
+    std::sort(tRuns.begin(), tRuns.end(),
+              [](const RunRecord& pLeft, const RunRecord& pRight) { return pLeft.mBegan < pRight.mBegan; });
+    return tRuns;
+}
+
+bool Settings::addPastRun(const RunRecord& pRecord)
+{
+    return set({{pastRunName(pRecord.mBegan), fromPastRun(pRecord)}}) && forgetOldRuns();
+}
+
+bool Settings::forgetOldRuns()
+{
+    Statement tDelete(mDatabase,
+                      "DELETE FROM settings WHERE name >= 'pastRun.' AND name <= (SELECT name FROM settings"
+                      " WHERE name >= 'pastRun.' AND name < 'pastRun/' ORDER BY name DESC LIMIT 1 OFFSET ?)");
+    return tDelete.bind(1, sMostPastRuns).run();
 }
 
 std::optional<QString> Settings::unfinishedRun() const

@@ -66,8 +66,12 @@ public:
     bool setWaiting(const Waiting& pWaiting);
 
     std::optional<RunRecord> lastRun() const;
-    // Counts a run that has its own beginning.
+    // Counts a run that has its own beginning, and keeps how it ended unless it had nothing to install.
     bool setLastRun(const RunRecord& pRecord, const RunTraffic& pTraffic = {});
+    // How past runs ended, the oldest first. The newest sMostPastRuns are kept.
+    std::optional<QList<RunRecord>> pastRuns() const;
+    bool addPastRun(const RunRecord& pRecord);
+    static constexpr int sMostPastRuns = 1000;
     std::optional<RunCounters> counters() const;
     // The start of a run that has not ended yet, as text of QDateTime; setLastRun clears it. This mark shows
     // that the service did not survive a run.
@@ -80,6 +84,7 @@ private:
     std::optional<QString> value(const QString& pName) const;
     std::optional<Values> values(const QString& pPrefix) const;
     bool set(const Values& pValues);
+    bool forgetOldRuns();
 
     vkcore::Database& mDatabase;
 };

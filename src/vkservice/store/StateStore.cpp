@@ -69,9 +69,10 @@ Failure StateStore::open(const QString& pStateDir)
 Failure StateStore::openFile()
 {
     // All of it is read before anything is written.
-    const bool tOk = mDatabase.open(mPath, Database::Mode::ReadWrite) &&
-                     mDatabase.check() == Database::Health::Sound && mDatabase.migrate(sSteps) &&
-                     mDatabase.execute(sPragmas) && tablesAreThere();
+    const bool tIsSound =
+        mDatabase.open(mPath, Database::Mode::ReadWrite) && mDatabase.check() == Database::Health::Sound;
+    mIsNew = tIsSound && mDatabase.schemaVersion() == 0;
+    const bool tOk = tIsSound && mDatabase.migrate(sSteps) && mDatabase.execute(sPragmas) && tablesAreThere();
     return tOk ? Failure() : unusable();
 }
 

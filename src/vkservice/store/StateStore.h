@@ -27,6 +27,8 @@ public:
 
     // The path that the last damaged database was moved to, null if there was none.
     const QString& damagedFile() const { return mDamagedFile; }
+    // True if the last one that was opened had no tables before, because it was missing or empty.
+    bool isNew() const { return mIsNew; }
     vkcore::Database& database() { return mDatabase; }
 
 private:
@@ -37,6 +39,7 @@ private:
     vkcore::Database mDatabase;
     QString mPath;
     QString mDamagedFile;
+    bool mIsNew = false;
 };
 
 } // namespace tarn::vkservice::store

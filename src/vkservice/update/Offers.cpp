@@ -32,24 +32,24 @@ OwnerMap findOwners(const QList<TargetFile>& pTargets)
     return tOwners;
 }
 
-// Null, or the reason why the target is not an installable package.
-QString readOffer(const TargetFile& pTarget, const OwnerMap& pOwners, Offer* pOffer)
+// A failure if the target is not an installable package.
+Result<Offer> readOffer(const TargetFile& pTarget, const OwnerMap& pOwners)
 {
-    QString tReason;
-    if (!packages::PackageInfo::fromJson(pTarget.mCustom, &pOffer->mInfo, &tReason)) {
-        return tReason;
+    const auto tInfo = packages::PackageInfo::fromJson(pTarget.mCustom);
+    if (!tInfo) {
+        return tInfo.failure();
     }
-    const QString tFileName = packages::archiveName(pOffer->mInfo);
+    const QString tFileName = packages::archiveName(*tInfo);
     if (pTarget.mPath.section(u'/', -1) != tFileName) {
-        return u"the file of this package must be named \"%1\""_s.arg(tFileName);
+        return Failure::content(u"the file of this package must be named \"%1\""_s.arg(tFileName));
     }
-    const TargetFile* tOwner = pOwners.value(pOffer->mInfo.mName);
+    const TargetFile* tOwner = pOwners.value(tInfo->mName);
     if (tOwner->mRoleRank != pTarget.mRoleRank) {
-        return u"the package name \"%1\" belongs to the role \"%2\", and the role \"%3\" may not "
-               "use it"_s.arg(pOffer->mInfo.mName, tOwner->mRole, pTarget.mRole);
+        return Failure::content(
+            u"the package name \"%1\" belongs to the role \"%2\", and the role \"%3\" may not "
+            "use it"_s.arg(tInfo->mName, tOwner->mRole, pTarget.mRole));
     }
-    pOffer->mTarget = pTarget;
-    return {};
+    return Offer{*tInfo, pTarget};
 }
 
 } // namespace
@@ -63,12 +63,11 @@ QList<Offer> usableOffers(const QList<TargetFile>& pTargets, QStringList* pWarni
         if (tTarget.mCustom.isEmpty()) {
             continue;
         }
-        Offer tOffer;
-        const QString tReason = readOffer(tTarget, tOwners, &tOffer);
-        if (tReason.isEmpty()) {
-            tOffers.append(tOffer);
+        const Result<Offer> tOffer = readOffer(tTarget, tOwners);
+        if (tOffer) {
+            tOffers.append(*tOffer);
         } else if (++tUnusable <= sMaxWarnings) {
-            pWarnings->append(u"%1: %2"_s.arg(tTarget.mPath, tReason));
+            pWarnings->append(u"%1: %2"_s.arg(tTarget.mPath, tOffer.failure().mText));
         }
     }
     if (tUnusable > sMaxWarnings) {

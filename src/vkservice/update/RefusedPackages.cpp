@@ -2,9 +2,12 @@
 
 #include "update/Eligibility.h"
 
+#include <algorithm>
+
 namespace tarn::vkservice::update {
 
 using vkcore::protocol::LeftOutPackage;
+using vkcore::protocol::PackageVersion;
 
 LeftOutPackages withRefused(LeftOutPackages pBefore, const QList<packages::Refusal>& pRefused)
 {
@@ -19,9 +22,23 @@ LeftOutPackages withRefused(LeftOutPackages pBefore, const QList<packages::Refus
                         .mVersion = tRefusal.mVersion,
                         .mReason = wordOf(Reason::Refused),
                         .mRequired = {},
-                        .mDate = {}});
+                        .mDate = {},
+                        .mSecurity = tRefusal.mIsFix ? std::optional(true) : std::nullopt});
     }
     return pBefore;
+}
+
+QList<PackageVersion> withLost(QList<PackageVersion> pPending, const QList<packages::Refusal>& pRefused)
+{
+    for (const packages::Refusal& tRefusal : pRefused) {
+        const auto tIsKnown = std::any_of(pPending.begin(), pPending.end(), [&](const PackageVersion& pFix) {
+            return pFix.mName == tRefusal.mName;
+        });
+        if (tRefusal.mIsFix && !tIsKnown) {
+            pPending.append({tRefusal.mName, tRefusal.mVersion});
+        }
+    }
+    return pPending;
 }
 
 LeftOutPackages withoutRefused(LeftOutPackages pBefore, const QString& pPackage)

@@ -14,6 +14,14 @@ namespace tarn::vkservice::update {
 namespace {
 
 constexpr int sMaxOutput = 4096;
+constexpr qsizetype sMaxNames = 100 * 1000; // bytes of a variable: more, and no program can be started
+
+// Whole names, as many as fit.
+QByteArray namesText(const QStringList& pNames)
+{
+    const QByteArray tText = pNames.join(u' ').toUtf8();
+    return tText.size() <= sMaxNames ? tText : tText.first(tText.lastIndexOf(' ', sMaxNames));
+}
 
 } // namespace
 
@@ -120,7 +128,7 @@ void ReleaseChecks::addOfAdministrator(const Manifest& pNew)
                         .mPackage = {},
                         .mProgram = {.mProgram = tProgram,
                                      .mFolder = tCurrent,
-                                     .mVariables = {"VK_PACKAGES=" + tNames.join(u' ').toUtf8(),
+                                     .mVariables = {"VK_PACKAGES=" + namesText(tNames),
                                                     "VK_FOLDER=" + QFile::encodeName(tCurrent),
                                                     "VK_GENERATION=" + QByteArray::number(pNew.mGeneration)},
                                      .mSeconds = mRequest.mCheckSeconds,
@@ -143,17 +151,26 @@ ReleaseChecks::Verdict ReleaseChecks::run(const os::AbortFlag& pAbort)
                              .mIsAborted = false,
                              .mReason = u"%1 %2"_s.arg(tCheck.mLabel, tOutcome.mReason),
                              .mRefused = {}};
-            for (const InstalledPackage& tPackage : std::as_const(mChanged)) {
-                tVerdict.mRefused.insert(tPackage.mInfo.mName);
-            }
-            if (!tCheck.mPackage.isEmpty()) {
-                tVerdict.mRefused = relatedPackages(mChanged, tCheck.mPackage);
+            if (!tOutcome.mIsMachinesFault) {
+                tVerdict.mRefused = failedWith(tCheck);
             }
             return tVerdict;
         }
         mReporter.advance(1);
     }
     return {};
+}
+
+QSet<QString> ReleaseChecks::failedWith(const Check& pCheck) const
+{
+    if (!pCheck.mPackage.isEmpty()) {
+        return relatedPackages(mChanged, pCheck.mPackage);
+    }
+    QSet<QString> tAll;
+    for (const InstalledPackage& tPackage : mChanged) {
+        tAll.insert(tPackage.mInfo.mName);
+    }
+    return tAll;
 }
 
 void ReleaseChecks::report(const Check& pCheck, const os::CheckOutcome& pOutcome)

@@ -56,6 +56,7 @@ private:
 
     void addOfPackage(const packages::Manifest& pNew, const packages::InstalledPackage& pPackage);
     void addOfAdministrator(const packages::Manifest& pNew);
+    QSet<QString> failedWith(const Check& pCheck) const;
     void report(const Check& pCheck, const os::CheckOutcome& pOutcome);
 
     const RunRequest& mRequest;

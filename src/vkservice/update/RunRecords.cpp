@@ -158,7 +158,10 @@ QList<InstalledPackage> newPackages(const Plan& pPlan, const packages::PackageFo
             PackageInfo tInfo = tPackage.mOffer.mInfo;
             tInfo.mDeltas.clear(); // they lead here, and are of no further use
             tInfo.mAttachments.clear();
-            tInfo.mRelease = {}; // it was of use for the choice alone
+            // The rest was of use for the choice alone; this says what the machine loses if it goes back.
+            packages::Release tKept;
+            tKept.mSecuritySince = tInfo.mRelease.mSecuritySince;
+            tInfo.mRelease = tKept;
             tNew.append({tInfo, tPackage.mOffer.hash(), tPackage.folder(pFolders),
                          pPlan.mParents.value(tInfo.mName)});
         }

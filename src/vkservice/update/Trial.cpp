@@ -83,7 +83,7 @@ Failure Trial::resume(bool pMayCheck)
         return tFailure;
     }
     if (!mRecord.isOf(mWorkplace.installed())) {
-        if (finishWayBack()) {
+        if (!finishWayBack()) {
             close();
         }
         mRecord = {};
@@ -161,8 +161,7 @@ Failure Trial::rollBack(qint64 pTo)
     if (!tReader.before(tCurrent).contains(pTo) || tReader.sound(pTo, &tTarget)) {
         return Failure::content(u"The generation %1 is not there to go back to"_s.arg(pTo));
     }
-    Result<Refusals> tRefusals = Refusals::load(mFileSystem, mRequest.mStateDir);
-    if (!tRefusals) {
+    if (const auto tRefusals = knownRefusals(); !tRefusals) {
         return tRefusals.failure();
     }
     mBack = tTarget;
@@ -200,7 +199,7 @@ Failure Trial::fail(const QString& pReason, const QSet<QString>& pRefused)
     mReporter.error(
         u"The generation %1 has failed, and the previous packages are in use again."_s.arg(tFailed),
         tReason + u'.');
-    return {Failure::Kind::CheckFailed, tReason};
+    return mWhyBack = {Failure::Kind::CheckFailed, tReason};
 }
 
 // Puts the generation out of use that mRecord is about.
@@ -229,7 +228,7 @@ Failure Trial::undo(const QString& pReason, const QSet<QString>& pRefused)
 
 Failure Trial::refuse(const QString& pReason, const QSet<QString>& pRefused)
 {
-    const auto tKnown = Refusals::load(mFileSystem, mRequest.mStateDir);
+    const auto tKnown = knownRefusals();
     mRefusals = tKnown.valueOr({});
     for (const InstalledPackage& tPackage : changed()) {
         if (pRefused.contains(tPackage.mInfo.mName)) {
@@ -243,8 +242,17 @@ Failure Trial::refuse(const QString& pReason, const QSet<QString>& pRefused)
     for (const InstalledPackage& tPackage : std::as_const(mBack.mPackages)) {
         (void)mRefusals.lift(tPackage.mHash);
     }
-    const bool tIsUnread = !tKnown && tKnown.failure().mKind != Failure::Kind::Content;
-    return tIsUnread ? tKnown.failure() : mRefusals.store(mFileSystem, mRequest.mStateDir);
+    return tKnown ? mRefusals.store(mFileSystem, mRequest.mStateDir) : tKnown.failure();
+}
+
+Result<Refusals> Trial::knownRefusals()
+{
+    QString tWarning;
+    const auto tRefusals = Refusals::loadOrSetAside(mFileSystem, mRequest.mStateDir, &tWarning);
+    if (!tWarning.isEmpty()) {
+        mReporter.error(tWarning + u'.', {});
+    }
+    return tRefusals;
 }
 
 Failure Trial::goBack()
@@ -255,12 +263,20 @@ Failure Trial::goBack()
     }
     mWorkplace.setInstalled(mBack);
     logWayBack(tRun, mRefusals, mBack);
-    // Only when no power cut can bring the failed generation back.
-    if (!os::syncDir(mFileSystem, mWorkplace.folders().installDir())) {
-        mWorkplace.generations().retireAbove(mRecord.mBack);
+    if (!makeBackLast()) {
         close();
     }
     return {};
+}
+
+// Only when no power cut can bring the failed generation back.
+Failure Trial::makeBackLast()
+{
+    const Failure tFailure = os::syncDir(mFileSystem, mWorkplace.folders().installDir());
+    if (!tFailure) {
+        mWorkplace.generations().retireAbove(mRecord.mBack);
+    }
+    return tFailure;
 }
 
 // Nothing to log if nothing was refused: such a run was aborted and has changed nothing.
@@ -270,7 +286,10 @@ void Trial::logWayBack(const Manifest& pRun, const Refusals& pRefusals, const Ma
     mRefused.clear();
     for (const InstalledPackage& tPackage : tChanged) {
         if (const Refusal* tRefusal = pRefusals.find(tPackage.mHash)) {
+            const InstalledPackage* tBack = pBack.find(tPackage.mInfo.mName);
             mRefused.append(*tRefusal);
+            mRefused.last().mIsFix =
+                tBack != nullptr && tPackage.mInfo.mRelease.isFixFor(tBack->mInfo.mVersion.version());
         }
     }
     if (mRefused.isEmpty()) {
@@ -286,18 +305,21 @@ void Trial::logWayBack(const Manifest& pRun, const Refusals& pRefusals, const Ma
     warn(tFailure.mText);
 }
 
-// The run was cut short behind the switch back. True if that is all that remains to do.
-bool Trial::finishWayBack()
+// For a run that was cut short behind the switch back.
+Failure Trial::finishWayBack()
 {
     Manifest tRun;
     const bool tIsBack = mWorkplace.installed().mGeneration == mRecord.mBack;
     if (!tIsBack || mWorkplace.generations().reader().manifest(mRecord.mGeneration, &tRun) ||
         !mRecord.isOf(tRun)) {
-        return true; // the switch to it never came
+        return {}; // the switch to it never came
     }
     const auto tRefusals = Refusals::load(mFileSystem, mRequest.mStateDir);
     logWayBack(tRun, tRefusals.valueOr({}), mBack);
-    return !os::syncDir(mFileSystem, mWorkplace.folders().installDir());
+    if (mRecord.mVerdict.isEmpty() && !mRefused.isEmpty()) {
+        mWhyBack = {Failure::Kind::CheckFailed, mRefused.first().mReason};
+    }
+    return makeBackLast();
 }
 
 void Trial::close()

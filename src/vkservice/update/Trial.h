@@ -46,6 +46,9 @@ public:
 
     // The packages that the way back has put out of use for good.
     const QList<packages::Refusal>& refused() const { return mRefused; }
+    // Why the previous generation counts again; none if it does not, or if an administrator or an abort
+    // wanted it.
+    const Failure& whyBack() const { return mWhyBack; }
 
 private:
     QList<packages::InstalledPackage> changed() const;
@@ -55,10 +58,12 @@ private:
     Failure fail(const QString& pReason, const QSet<QString>& pRefused);
     Failure undo(const QString& pReason, const QSet<QString>& pRefused);
     Failure refuse(const QString& pReason, const QSet<QString>& pRefused);
+    Result<packages::Refusals> knownRefusals();
     Failure goBack();
     void logWayBack(const packages::Manifest& pRun, const packages::Refusals& pRefusals,
                     const packages::Manifest& pBack);
-    bool finishWayBack();
+    Failure finishWayBack();
+    Failure makeBackLast();
     void close();
     void warn(const QString& pText);
 
@@ -71,6 +76,7 @@ private:
     packages::TrialRecord mRecord;
     packages::Refusals mRefusals; // for the log, also if they could not be stored
     QList<packages::Refusal> mRefused;
+    Failure mWhyBack;
     packages::Manifest mBack; // of the generation to go back to; empty if that is none
 };
 

@@ -76,6 +76,9 @@ Failure TrustFolder::prepare(const QString& pRootFile, const QString& pUri)
         if (!tRoot) {
             return noRootFile(tRoot.failure().mText);
         }
+        if (const Failure tFailure = lostRoot()) {
+            return tFailure;
+        }
         if (Failure tFailure = tuf::Updater::initialize(mFileSystem, path(), *tRoot)) {
             return tFailure;
         }
@@ -85,6 +88,17 @@ Failure TrustFolder::prepare(const QString& pRootFile, const QString& pUri)
     }
     tOld.remove();
     return {};
+}
+
+// The root is the first file there. The one to start from may be older than what this machine has trusted.
+Failure TrustFolder::lostRoot() const
+{
+    return QDir(path()).entryList({u"*.json"_s}, QDir::Files | QDir::System).isEmpty()
+               ? Failure()
+               : Failure{Failure::Kind::Damaged,
+                         u"The trusted root %1/root.json is missing, but others of its files are there. If "
+                         "it can't be restored, remove the folder: the next update starts again from the "
+                         "root file"_s.arg(path())};
 }
 
 bool TrustFolder::usePrevious()

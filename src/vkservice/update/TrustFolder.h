@@ -45,6 +45,7 @@ public:
 private:
     QString currentPath() const;
     QByteArray lastRoot(const QString& pUri) const;
+    Failure lostRoot() const;
     Failure noteCurrent();
 
     os::FileSystem& mFileSystem;

@@ -106,9 +106,9 @@ Failure UpdateThread::recover(const RunRequest& pRequest)
     const Failure tFailure = tTrial.resume(false);
     d->mIsOnTrial = tTrial.isOpen();
     d->mRefused = tTrial.refused();
-    d->mWayBack = tFailure.mKind == Failure::Kind::CheckFailed ? tFailure : Failure();
+    d->mWayBack = tTrial.whyBack();
     QStringList tTexts = tWorkplace.warnings();
-    tTexts.append(d->mWayBack ? QString() : tFailure.mText);
+    tTexts.append(tFailure.mKind == Failure::Kind::CheckFailed ? QString() : tFailure.mText);
     tTexts.append(tWorkplace.tidyUp());
     QString tLogText;
     if (!d->mIsOnTrial) {
@@ -141,6 +141,7 @@ Failure UpdateThread::rollBack(const RunRequest& pRequest, qint64 pGeneration)
     if (isRunning()) {
         return {Failure::Kind::Io, u"An update is running"_s};
     }
+    d->mRefused.clear();
     Workplace tWorkplace(d->mFileSystem, d->mProcesses, pRequest);
     if (const Failure tFailure = tWorkplace.open(packages::NewRoots::Leave)) {
         return tFailure;
@@ -149,6 +150,7 @@ Failure UpdateThread::rollBack(const RunRequest& pRequest, qint64 pGeneration)
     Trial tTrial(pRequest, d->mFileSystem, d->mChecks, tWorkplace, *tReporter, d->mAbort);
     const Failure tFailure = tTrial.rollBack(pGeneration);
     d->mRefused = tTrial.refused();
+    d->mIsOnTrial = d->mIsOnTrial && tFailure;
     return tFailure;
 }
 

@@ -49,16 +49,15 @@ TEST(PackageInfo, ComesBackFromJson)
     PackageInfo tHalted = full();
     tHalted.mRelease.mHalted = QDateTime(QDate(2026, 3, 2), QTime(8, 0), Qt::UTC);
     for (const PackageInfo& tInfo : {full(), tLeast, tHalted}) {
-        PackageInfo tRead;
-        QString tError;
-        ASSERT_TRUE(PackageInfo::fromJson(tInfo.toJson(), &tRead, &tError)) << tError;
-        EXPECT_EQ(tRead.toJson(), tInfo.toJson());
-        EXPECT_EQ(tRead.mVersion, tInfo.mVersion);
-        EXPECT_EQ(tRead.mInstalledSize, tInfo.mInstalledSize);
-        EXPECT_EQ(tRead.mIndex, tInfo.mIndex);
-        EXPECT_EQ(tRead.mDeltas, tInfo.mDeltas);
-        EXPECT_EQ(tRead.mAttachments, tInfo.mAttachments);
-        EXPECT_EQ(tRead.mRelease, tInfo.mRelease);
+        const auto tRead = PackageInfo::fromJson(tInfo.toJson());
+        ASSERT_TRUE(tRead) << tRead.failure().mText;
+        EXPECT_EQ(tRead->toJson(), tInfo.toJson());
+        EXPECT_EQ(tRead->mVersion, tInfo.mVersion);
+        EXPECT_EQ(tRead->mInstalledSize, tInfo.mInstalledSize);
+        EXPECT_EQ(tRead->mIndex, tInfo.mIndex);
+        EXPECT_EQ(tRead->mDeltas, tInfo.mDeltas);
+        EXPECT_EQ(tRead->mAttachments, tInfo.mAttachments);
+        EXPECT_EQ(tRead->mRelease, tInfo.mRelease);
     }
     EXPECT_EQ(tHalted.toJson().keys(), QStringList({q("name"), q("package")}))
         << "no package for what does not know halts";
@@ -104,10 +103,9 @@ TEST(PackageInfo, RefusesWhatBreaksARule)
             if (tBad.isUndefined()) {
                 tObject.remove(q(tName));
             }
-            PackageInfo tInfo;
-            QString tError;
-            EXPECT_FALSE(PackageInfo::fromJson(tObject, &tInfo, &tError)) << QJsonDocument(tObject).toJson();
-            EXPECT_TRUE(tError.contains(q(tName))) << tError;
+            const auto tInfo = PackageInfo::fromJson(tObject);
+            EXPECT_FALSE(tInfo) << QJsonDocument(tObject).toJson();
+            EXPECT_TRUE(tInfo.failure().mText.contains(q(tName))) << tInfo.failure().mText;
         }
     }
 }

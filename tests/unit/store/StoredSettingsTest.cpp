@@ -1,6 +1,7 @@
 #include "StoreTest.h"
 
 #include "store/Settings.h"
+#include "values/ResultCode.h"
 
 using namespace tarn::vkservice;
 using namespace tarn::vkcore;
@@ -80,4 +81,37 @@ TEST_F(SettingsTest, RunThatDidNotEndIsFoundUntilAResultIsRecorded)
     reopen();
     EXPECT_TRUE(settings().unfinishedRun()->isEmpty());
     EXPECT_EQ(settings().lastRun(), tRecord);
+}
+
+TEST_F(SettingsTest, KeepsHowTheLastRunsEndedThatDidSomething)
+{
+    const auto tEnd = [this](qint64 pSecond, int pCode, qint64 pWhole) {
+        const QDateTime tBegan = QDateTime::fromSecsSinceEpoch(pSecond, Qt::UTC);
+        const RunRecord tRecord{pCode, q("%1: %2").arg(pSecond).arg(pCode), tBegan.addMSecs(7), {}, tBegan};
+        ASSERT_TRUE(settings().setLastRun(tRecord, {.mReceived = 0, .mWhole = pWhole}));
+    };
+    const auto tTexts = [this] {
+        QStringList tList;
+        const auto tRuns = settings().pastRuns().value_or(QList<RunRecord>());
+        for (const RunRecord& tRun : tRuns) {
+            EXPECT_EQ(tRun.mBegan.msecsTo(tRun.mFinished), 7);
+            tList.append(tRun.mText);
+        }
+        return tList.join(u' ');
+    };
+    tEnd(20, ResultSuccess, 500);
+    tEnd(30, ResultSuccess, 0);
+    tEnd(9, ResultUnreachable, 0);
+    EXPECT_EQ(tTexts(), q("9: 2 20: 1"));
+    tEnd(40, ResultAborted, 0); // the service was killed in its checks
+    tEnd(40, ResultSuccess, 0); // which have passed since
+    ASSERT_TRUE(settings().setLastRun({ResultStoreDamaged, q("no run"), {}, {}, {}}));
+    reopen();
+    EXPECT_EQ(tTexts(), q("9: 2 20: 1 40: 1"));
+    for (int i = 0; i < Settings::sMostPastRuns - 1; ++i) {
+        tEnd(100 + i, ResultAborted, 0);
+    }
+    EXPECT_EQ(settings().pastRuns()->size(), Settings::sMostPastRuns);
+    EXPECT_EQ(settings().pastRuns()->first().mText, q("40: 1"));
+    EXPECT_TRUE(settings().schedule()) << "the other settings are there";
 }

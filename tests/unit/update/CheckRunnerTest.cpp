@@ -100,7 +100,13 @@ TEST_F(CheckRunnerTest, SaysWhatBecameOfAProgram)
         EXPECT_TRUE(tCase.mOutput.isEmpty() || tOutcome.mOutput == tCase.mOutput) << tOutcome.mOutput;
         EXPECT_LT(tTime.elapsed(), 15000);
     }
-    EXPECT_EQ(run(mDir.filePath(q("missing"))).mReason, q("can't be started: No such file or directory"));
+    const CheckOutcome tMissing = run(mDir.filePath(q("missing")));
+    EXPECT_EQ(tMissing.mReason, q("can't be started: No such file or directory"));
+    EXPECT_FALSE(tMissing.mIsMachinesFault);
+    const QString tSound = script(tSh + "exit 0");
+    qputenv("TMPDIR", QFile::encodeName(tSound)); // no folder for temporary files
+    EXPECT_TRUE(run(tSound).mIsMachinesFault);
+    qunsetenv("TMPDIR");
     EXPECT_EQ(run(script("#!/bin/sh\n", QFile::ReadOwner)).mReason, q("can't be started: Permission denied"));
     EXPECT_EQ(tOther.state(), QProcess::Running) << "it is no child of a check";
     tOther.kill();

@@ -1,5 +1,6 @@
 // A new generation proves itself, or goes back by itself.
 
+#include "Files.h"
 #include "PowerCut.h"
 #include "UpdateFixture.h"
 
@@ -21,7 +22,11 @@ namespace {
 
 os::CheckOutcome failed(const os::CheckProgram&)
 {
-    return {.mPassed = false, .mIsAborted = false, .mReason = q("ended with status 3"), .mOutput = "why\n"};
+    return {.mPassed = false,
+            .mIsAborted = false,
+            .mReason = q("ended with status 3"),
+            .mOutput = "why\n",
+            .mIsMachinesFault = false};
 }
 
 class TrialTest : public UpdateFixture
@@ -144,9 +149,29 @@ TEST_F(TrialTest, AnAbortGoesBackAndRefusesNothing)
 {
     publishVersion(2);
     mMachine.checks().mOnRun = [](const os::CheckProgram&) {
-        return os::CheckOutcome{.mPassed = false, .mIsAborted = true, .mReason = {}, .mOutput = {}};
+        return os::CheckOutcome{
+            .mPassed = false, .mIsAborted = true, .mReason = {}, .mOutput = {}, .mIsMachinesFault = false};
     };
     run(ResultAborted);
+    EXPECT_EQ(mMachine.currentFiles(), mOld);
+    EXPECT_EQ(refused(), QString());
+    mMachine.checks().mOnRun = nullptr;
+    run(ResultSuccess);
+    expectInstalled();
+}
+
+TEST_F(TrialTest, AShortageOfTheMachineGoesBackAndRefusesNothing)
+{
+    publishVersion(2);
+    mMachine.checks().mOnRun = [](const os::CheckProgram&) {
+        return os::CheckOutcome{.mPassed = false,
+                                .mIsAborted = false,
+                                .mReason = q("can't be started: No space left on device"),
+                                .mOutput = {},
+                                .mIsMachinesFault = true};
+    };
+    EXPECT_TRUE(run(ResultCheckFailed).mText.contains(q("No space left")))
+        << "it does not count as a success";
     EXPECT_EQ(mMachine.currentFiles(), mOld);
     EXPECT_EQ(refused(), QString());
     mMachine.checks().mOnRun = nullptr;
@@ -229,6 +254,68 @@ TEST_F(TrialTest, AnAdministratorGoesBackAndForth)
     mMachine.restart();
     EXPECT_FALSE(mMachine.updater().wayBack());
     EXPECT_EQ(text(mMachine.packages()), "app 2.0.0\nlib 2.0.0\nmaps 2.0.0");
+}
+
+TEST_F(TrialTest, ADamagedListOfRefusalsIsSetAsideAndStopsNothing)
+{
+    const QString tList = mMachine.path(q("state/refused.json"));
+    const QByteArray tLater = R"({"format": 2, "refused": []})";
+    int tVersion = 1;
+    for (const QByteArray& tBytes :
+         {QByteArray(), QByteArray("{\"format\": 1"), tLater, QByteArray(17 << 20, ' ')}) {
+        for (const bool tIsRun : {true, false}) {
+            SCOPED_TRACE(testing::Message()
+                         << tBytes.first(std::min<qsizetype>(30, tBytes.size())).constData() << tIsRun);
+            publishVersion(++tVersion);
+            run(ResultSuccess);
+            writeFile(tList, tBytes);
+            mMachine.mMessages.clear();
+            if (tIsRun) {
+                run(ResultSuccess);
+            } else {
+                EXPECT_FALSE(mMachine.updater().rollBack(mMachine.request(), mMachine.manifest().mPrevious));
+                QCoreApplication::processEvents();
+                EXPECT_TRUE(refused().contains(q("app %1.0.0.0").arg(tVersion)));
+            }
+            EXPECT_EQ(mMachine.mMessages.filter(q("It was renamed to ") + tList + q(".damaged")).size(), 1)
+                << text(mMachine.mMessages);
+            EXPECT_EQ(readFile(tList + q(".damaged")), tBytes);
+        }
+    }
+}
+
+// A kill behind the switch back: the next service still tells why.
+TEST_F(TrialTest, WhatIsLeftOfAWayBackIsToldAtTheNextStart)
+{
+    for (const QString& tVerdict : {QString(), q("By hand")}) {
+        QFile::remove(mMachine.path(q("state/refused.json")));
+        publishVersion(tVerdict.isNull() ? 2 : 3);
+        mMachine.checks().mOnRun = nullptr;
+        run(ResultSuccess);
+        const packages::Manifest tNew = mMachine.manifest();
+        TrialRecord tCut{.mGeneration = tNew.mGeneration,
+                         .mRun = tNew.mRunId,
+                         .mBack = tNew.mPrevious,
+                         .mAttempts = 1,
+                         .mVerdict = {}};
+        ASSERT_FALSE(tCut.store(os::realFileSystem(), mMachine.path(q("state"))));
+        mMachine.restart();
+        EXPECT_TRUE(mMachine.updater().isOnTrial());
+        ASSERT_FALSE(mMachine.updater().rollBack(mMachine.request(), tNew.mPrevious));
+        EXPECT_FALSE(mMachine.updater().isOnTrial()) << "nothing is left to check";
+
+        const QString tFolder = mMachine.path(q("install/generations/%1").arg(tNew.mGeneration));
+        QDir().mkpath(tFolder);
+        QFile tManifest(tFolder + q("/.manifest.json"));
+        ASSERT_TRUE(tManifest.open(QIODevice::WriteOnly) && tManifest.write(tNew.toBytes()) > 0);
+        tManifest.close();
+        tCut.mVerdict = tVerdict;
+        ASSERT_FALSE(tCut.store(os::realFileSystem(), mMachine.path(q("state"))));
+        mMachine.restart();
+        EXPECT_EQ(mMachine.updater().wayBack().mKind == Failure::Kind::CheckFailed, tVerdict.isNull());
+        EXPECT_EQ(mMachine.updater().refused().size(), 3);
+        EXPECT_EQ(trial().mGeneration, 0);
+    }
 }
 
 namespace {

@@ -39,6 +39,8 @@ TEST_F(TrustTest, SaysWhatToDoWhenItsTrustIsDamaged)
     mRepository.publish();
     mMachine.setServers({mRepository.uri(), mRepository.uri() + u'/'});
     EXPECT_TRUE(run(ResultStoreDamaged).mText.contains(metadata())) << "another server does not help";
+    QFile::remove(metadata() + q("/root.json"));
+    EXPECT_TRUE(run(ResultStoreDamaged).mText.contains(metadata())) << "not back to an older root";
     QDir(metadata()).removeRecursively();
     run(ResultSuccess);
 }

@@ -51,6 +51,7 @@ TEST_F(UpdateRunTest, PutsADamagedPackageInANewFolder)
         EXPECT_EQ(run(ResultSuccess).mInstalledCount, 1) << "although the server has nothing new";
         EXPECT_EQ(QFileInfo(tLink).canonicalFilePath(), tOld + q(tEnd));
         expectInstalled();
+        EXPECT_EQ(mMachine.manifest().mPrevious, 0) << "nobody goes back to what was damaged";
     }
     EXPECT_FALSE(QFileInfo::exists(tOld)) << "no generation needs it";
     EXPECT_EQ(run(ResultSuccess).mInstalledCount, 0) << "what was damaged is not installed any more";

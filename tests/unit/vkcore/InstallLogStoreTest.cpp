@@ -123,6 +123,60 @@ TEST_F(InstallLogStoreTest, ARunIsAddedOnce)
     EXPECT_EQ(names({}, {}, sAll, false), "abcde");
 }
 
+// What a way back has put out of use is not the version that the next one replaces.
+TEST_F(InstallLogStoreTest, AWayBackIsNoPreviousVersion)
+{
+    const struct
+    {
+        const char* mRun;
+        const char* mVersion;
+        const char* mStatus;
+        const char* mPrevious;
+    } tRuns[] = {{"r1", "1", "ok", ""},          {"r2", "2", "ok", "1"},
+                 {"r3-back", "3", "error", "2"}, {"r4", "3", "ok", "2"},
+                 {"r5", "3", "error", "3"}, // a repair that has failed
+                 {"r6", "4", "ok", "3"},         {"r6-back", "4", "error", "4"},
+                 {"r7", "5", "ok", ""},          {"r7-back", "5", "error", "5"}};
+    InstallLogStore tStore;
+    ASSERT_TRUE(tStore.openForWriting(mPath));
+    int tDay = 0;
+    for (const auto& tRun : tRuns) {
+        LogRecord tRecord = record("a");
+        tRecord.mVersion = q(tRun.mVersion);
+        tRecord.mStatus = q(tRun.mStatus);
+        ASSERT_TRUE(tStore.append(q(tRun.mRun), day(++tDay), {tRecord}));
+    }
+    for (int tCount = 1; tCount <= tDay; ++tCount) {
+        QList<LoggedRun> tRead;
+        ASSERT_TRUE(tStore.readRuns(&tRead, tCount)) << tStore.errorText().toStdString();
+        ASSERT_EQ(tRead.size(), tCount);
+        for (int i = 0; i < tCount; ++i) {
+            EXPECT_EQ(tRead[i].mPackages[0].mPrevious, q(tRuns[tDay - 1 - i].mPrevious))
+                << tRuns[tDay - 1 - i].mRun << " of " << tCount;
+        }
+    }
+    QHash<QString, QDateTime> tDates;
+    ASSERT_TRUE(tStore.readDates(&tDates, {{q("a"), q("3")}, {q("b"), q("1")}}));
+    EXPECT_EQ(tDates, (QHash<QString, QDateTime>{{q("a"), day(4)}}));
+}
+
+TEST_F(InstallLogStoreTest, LongReportsDoNotFillTheMemoryOfTheHistory)
+{
+    InstallLogStore tStore;
+    ASSERT_TRUE(tStore.openForWriting(mPath));
+    LogRecord tRecord = record("a");
+    tRecord.mReport.setValue(q("en"), QString(6 * 1024 * 1024, u'x'));
+    for (const int tDay : {1, 2, 3}) {
+        ASSERT_TRUE(tStore.append(QString::number(tDay), day(tDay), {tRecord}));
+    }
+    QList<LoggedRun> tRead;
+    ASSERT_TRUE(tStore.readRuns(&tRead, 10));
+    ASSERT_EQ(tRead.size(), 3);
+    EXPECT_FALSE(tRead[1].mPackages[0].mReport.isEmpty());
+    EXPECT_TRUE(tRead[2].mPackages[0].mReport.isEmpty());
+    EXPECT_EQ(tRead[2].mPackages[0].mVersion, q("1.0.0.0"));
+}
+
 TEST_F(InstallLogStoreTest, ReadAppendsAndAMissingFileIsEmpty)
 {
     EXPECT_EQ(names({}, {}, sAll, false), "");

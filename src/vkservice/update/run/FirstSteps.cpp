@@ -2,6 +2,7 @@
 
 #include "packages/Refusals.h"
 #include "update/FreeSpace.h"
+#include "update/Reporter.h"
 #include "update/run/RunParts.h"
 #include "update/RunConfinement.h"
 
@@ -37,13 +38,16 @@ Failure settleEarlierRun(RunParts& pParts)
 
 Failure loadRefusals(RunParts& pParts)
 {
-    const auto tLoaded = packages::Refusals::load(pParts.mFileSystem, pParts.mRequest.mStateDir);
-    if (!tLoaded && tLoaded.failure().mKind != Failure::Kind::Content) {
-        return tLoaded.failure();
+    QString tWarning;
+    const auto tRefusals =
+        packages::Refusals::loadOrSetAside(pParts.mFileSystem, pParts.mRequest.mStateDir, &tWarning);
+    if (!tRefusals) {
+        return tRefusals.failure();
     }
-    pParts.warn(tLoaded ? QString() : tLoaded.failure().mText + u'.');
-    const packages::Refusals tRefusals = tLoaded.valueOr({});
-    for (const packages::Refusal& tRefusal : tRefusals.all()) {
+    if (!tWarning.isEmpty()) {
+        pParts.mReporter.error(tWarning + u'.', {});
+    }
+    for (const packages::Refusal& tRefusal : tRefusals->all()) {
         pParts.mRequest.mChoices.mRefused.insert(tRefusal.mHash.toHex());
     }
     return {};

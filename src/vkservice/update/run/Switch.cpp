@@ -10,17 +10,34 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QUuid>
 
+#include <algorithm>
+
 namespace tarn::vkservice::update {
+
+namespace {
+
+bool onlyRepairs(const Plan& pPlan)
+{
+    return pPlan.failedCount() < pPlan.mPackages.size() &&
+           std::all_of(pPlan.mPackages.begin(), pPlan.mPackages.end(), [](const PlannedPackage& pPackage) {
+               return pPackage.mFailure || pPackage.mRepair > 0;
+           });
+}
+
+} // namespace
 
 packages::Manifest nextGeneration(Workplace& pWorkplace, const Plan& pPlan)
 {
+    const packages::Manifest& tInstalled = pWorkplace.installed();
     packages::Manifest tNext;
-    tNext.mGeneration = pWorkplace.generations().nextNumber(pWorkplace.installed());
-    tNext.mPrevious = pWorkplace.installed().mGeneration;
+    tNext.mGeneration = pWorkplace.generations().nextNumber(tInstalled);
+    // Nobody wants to go back to the damaged files of the same packages, so they take no place among those
+    // kept.
+    tNext.mPrevious = onlyRepairs(pPlan) ? tInstalled.mPrevious : tInstalled.mGeneration;
     tNext.mRunId = QUuid::createUuid().toString(QUuid::WithoutBraces);
     tNext.mRunDate = QDateTime::currentDateTime();
     tNext.mRecords = runRecords(pPlan);
-    tNext.mPackages = packagesAfter(pWorkplace.installed(), pPlan, pWorkplace.folders());
+    tNext.mPackages = packagesAfter(tInstalled, pPlan, pWorkplace.folders());
     return tNext;
 }
 
