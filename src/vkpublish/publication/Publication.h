@@ -78,7 +78,6 @@ private:
     Failure publish(const PublicationTimes& pTimes);
     Result<Changes> decide(const PublicationTimes& pTimes);
     Failure begin(const Changes& pChanges, const QDateTime& pNow, NewMetadata* pTo);
-    bool isRootWritten() const;
     Failure checkRootExpiry(const QDateTime& pNow) const;
     Failure signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners, NewMetadata* pTo) const;
     Failure writeFiles(const NewMetadata& pFiles);
@@ -86,7 +85,6 @@ private:
     bool isUsable(const QString& pRole, const PublishedFile& pFile, const QDateTime& pNow) const;
     Failure write(const QString& pPath, const QByteArray& pFile);
     Failure writeVersioned(const QString& pRole, const NewMetadataFile& pFile, PublishedFile* pTo);
-    Failure writeRoot();
 
     os::FileSystem& mFileSystem;
     QString mRepository;
