@@ -66,10 +66,9 @@ public:
     bool isGone(const QString& pId) const;
     // Whether enough keys of the role are here.
     bool canSign(const RootDocument& pRoot, const QString& pRole) const;
-    Result<Signer> readKey(const QString& pId) const;
-    // From a file in the folder, which needs no record for it. A command for the key beside its file signs in
-    // its place.
-    Result<Signer> openKeyFile(const QString& pName) const;
+    // From files in the folder, which needs no record for it; in their order. A command for a key beside its
+    // file signs in its place.
+    Result<QList<Signer>> openKeyFiles(const QStringList& pNames) const;
     // Of those of these keys that are here.
     Result<QList<Signer>> readSigners(const QStringList& pIds) const;
     // Of the keys of a role that a record of format 1 has replaced, as long as their files are here.
@@ -97,7 +96,7 @@ private:
     void dropMissingKeys(const RootDocument& pOld, const RootDocument& pNew);
     Failure checkKeys(const RootDocument& pRoot) const;
     Result<QByteArray> readPrivate(const QString& pPath) const;
-    Result<Signer> readKeyFile(const QString& pName) const;
+    Failure openAll(QStringList pNames) const;
 
     os::FileSystem& mFileSystem;
     QString mPath;

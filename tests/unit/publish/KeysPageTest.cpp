@@ -213,9 +213,9 @@ TEST_F(KeysPageTest, OneRootKeyOfThreeWasLost)
     const auto tForge = [this](const char* pFile) {
         succeed("payload @r root --renew --output @payload");
         KeyFolder tCarol(tarn::os::realFileSystem(), path("carol"));
-        const auto tSigner = tCarol.openKeyFile(q("root-carol.pem"));
+        const auto tSigner = tCarol.openKeyFiles({q("root-carol.pem")});
         Draft tRoot{.mRole = q("root"), .mPayload = readFile(path("payload")), .mSignatures = {}};
-        tRoot.mSignatures = *signBytes(tRoot.mPayload, {*tSigner});
+        tRoot.mSignatures = *signBytes(tRoot.mPayload, *tSigner);
         copy("r", "forged");
         write(pFile, tRoot.file());
         succeed("payload @r root --discard");
