@@ -1,11 +1,15 @@
 #include "CommandLine.h"
 #include "commands/Commands.h"
 
+#include "internal/Failure.h"
+#include "internal/StandardOutput.h"
+
 #include <QtCore/QCoreApplication>
 
 #include <sys/stat.h>
 
 #include <array>
+#include <cerrno>
 #include <clocale>
 #include <span>
 
@@ -106,15 +110,28 @@ int run(const QStringList& pArguments)
     return StatusUsage;
 }
 
+// A script must not take an answer that was cut off for a whole one. Whoever reads no further has what he
+// wants.
+int statusWith(int pLost, int pStatus)
+{
+    if (pLost == 0 || pLost == EPIPE || pStatus == StatusFailed || pStatus == StatusUsage) {
+        return pStatus;
+    }
+    complain(tarn::Failure::fromErrno(pLost, u"write to standard output"_s).mText);
+    return StatusFailed;
+}
+
 } // namespace
 
 int main(int pArgc, char** pArgv)
 {
+    tarn::vkcore::holdStandardDescriptors();
     const QCoreApplication tApplication(pArgc, pArgv);
     // Published files are readable for everybody, even if the user's own files are not. Keys are created with
     // their own, stricter mode.
     ::umask(022);
     // File names are packed as UTF-8, in any locale of the user.
     std::setlocale(LC_CTYPE, "C.UTF-8");
-    return run(QCoreApplication::arguments().mid(1));
+    const int tStatus = run(QCoreApplication::arguments().mid(1));
+    return statusWith(tarn::vkcore::flushOutput(), tStatus);
 }
