@@ -55,7 +55,7 @@ void CommandLine::addRepository()
 
 void CommandLine::addNoWait()
 {
-    addOption(u"no-wait"_s, u"Fail at once if another vkpublish is using the keys"_s);
+    addOption(u"no-wait"_s, u"Fail at once if another vkpublish is using the keys or the repository"_s);
 }
 
 void CommandLine::addTrustClock()

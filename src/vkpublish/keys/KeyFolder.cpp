@@ -71,7 +71,7 @@ Failure KeyFolder::create()
     if (Failure tFailure = checkPrivate(mPath)) {
         return tFailure;
     }
-    if (Failure tFailure = mLock.take(mPath, mPatience)) {
+    if (Failure tFailure = mLock.takeKeys(mPath, mPatience)) {
         return tFailure;
     }
     return checkEmpty(); // whoever had the lock may have filled it
@@ -91,7 +91,7 @@ Failure KeyFolder::openLocked()
     if (Failure tFailure = checkPrivate(mPath)) {
         return tFailure;
     }
-    return mLock.take(mPath, mPatience);
+    return mLock.takeKeys(mPath, mPatience);
 }
 
 Failure KeyFolder::open()
@@ -107,12 +107,17 @@ Failure KeyFolder::openWithoutRecord()
     if (Failure tFailure = checkPrivate(mPath)) {
         return tFailure;
     }
-    if (Failure tFailure = mLock.take(mPath, mPatience)) {
+    if (Failure tFailure = mLock.takeKeys(mPath, mPatience)) {
         return tFailure;
     }
     return QFileInfo::exists(filePath(sRecordName))
                ? Failure::content(u"%1 has a record: move it away if it is lost or damaged"_s.arg(mPath))
                : Failure();
+}
+
+Failure KeyFolder::lockRepository(const QString& pMetadata)
+{
+    return mRepositoryLock.isTaken() ? Failure() : mRepositoryLock.takeRepository(pMetadata, mPatience);
 }
 
 Failure KeyFolder::openForReading()

@@ -39,6 +39,9 @@ public:
     Failure openForReading();
     // Locks the folder, which must have no record.
     Failure openWithoutRecord();
+    // Locks the repository, whose metadata is in this folder, too, as long as this object lives: against
+    // publishers with other keys, and mirrors. Everything that writes to it begins with this.
+    Failure lockRepository(const QString& pMetadata);
 
     // save() writes it.
     Record mRecord;
@@ -105,6 +108,7 @@ private:
     bool mMaySave = true; // false: mRecord is not whole, or a save() has failed
     Patience mPatience;
     FolderLock mLock;
+    FolderLock mRepositoryLock;
     mutable Passphrases mPassphrases;
     mutable QMap<QString, Signer> mOpened; // file name -> its key: to open one takes a while
 };

@@ -144,6 +144,9 @@ Failure Publication::run(const PublicationTimes& pTimes)
     Record& tRecord = mKeys.mRecord;
     tRecord.mRetiringKeys.removeIf([&](const RetiringKey& pOld) { return pOld.mUntil <= pTimes.mNow; });
     mNotes.clear();
+    if (Failure tFailure = mKeys.lockRepository(metadataFolder(mRepository))) {
+        return tFailure;
+    }
     if (Failure tFailure = catchUp()) {
         return tFailure;
     }

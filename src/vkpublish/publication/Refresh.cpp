@@ -54,6 +54,9 @@ Failure Refresh::run(const PublicationTimes& pTimes)
         return tFailure;
     }
     tRecord.mRetiringKeys.removeIf([&](const RetiringKey& pOld) { return pOld.mUntil <= pTimes.mNow; });
+    if (Failure tFailure = mKeys.lockRepository(metadataFolder(mRepository))) {
+        return tFailure;
+    }
     if (Failure tFailure = readRepository()) {
         return tFailure;
     }

@@ -376,14 +376,32 @@ TEST_F(ProgramTest, MakesDeltasFromTheVersionsBefore)
 TEST_F(ProgramTest, TwoPublishersDoNotMix)
 {
     makeRepository();
-    const int tFd = ::open(path("r.keys/lock").toUtf8().constData(), O_RDWR | O_CLOEXEC);
-    ASSERT_EQ(::flock(tFd, LOCK_EX), 0);
-    for (const QByteArray tCommand : {"publish @r", "remove @r viewer", "rotate-key @r root --no-passphrase",
-                                      "halt @r viewer", "add @r @f --name x --version 1"}) {
-        EXPECT_TRUE(run(tCommand + " --no-wait").mErr.contains("Another vkpublish")) << tCommand;
+    succeed("mirror @r @m --root @r/metadata/1.root.json");
+    const auto tLock = [this](const char* pPath) {
+        const int tFd = ::open(path(pPath).toUtf8().constData(), O_RDONLY | O_CLOEXEC);
+        EXPECT_EQ(::flock(tFd, LOCK_EX), 0);
+        return tFd;
+    };
+    int tFd = -1;
+    for (const auto& [tPath, tUse] : {std::pair("r/metadata", "writing to"), {"r.keys/lock", "using the keys in"}}) {
+        ::close(tFd);
+        tFd = tLock(tPath);
+        for (const QByteArray tCommand : {"publish @r", "rotate-key @r root --no-passphrase", "refresh @r",
+                                          "halt @r viewer", "add @r @f --name x --version 1", "remove @r viewer"}) {
+            const QByteArray tErr = run(tCommand + " --no-wait").mErr;
+            EXPECT_TRUE(tErr.contains(QByteArray("Another vkpublish is ") + tUse) ||
+                        (tErr.isEmpty() && tCommand.startsWith("remove")))
+                << tCommand << tErr;
+        }
+        EXPECT_EQ(run("list @r").mStatus, 0);
+        EXPECT_EQ(run("verify @r").mStatus, 0);
     }
-    EXPECT_EQ(run("list @r").mStatus, 0);
-    EXPECT_EQ(run("verify @r").mStatus, 0);
+    succeed("mirror @r @m --root @r/metadata/1.root.json");
+    const int tCopy = tLock("m/metadata");
+    Program tMirror(q(VKPUBLISH), {"mirror", path("r").toUtf8(), path("m").toUtf8()}, {}, Program::Console::Terminal);
+    EXPECT_TRUE(tMirror.waitForOutput("Waiting for another vkpublish, which is writing to"));
+    ::close(tCopy);
+    EXPECT_EQ(tMirror.wait().mStatus, 0);
 
     // Each waits, says so, and works with what the one before it has left.
     const QByteArray tRepository = path("r").toUtf8();
