@@ -1,4 +1,5 @@
 #include "CommandLine.h"
+#include "CommandTable.h"
 #include "commands/Commands.h"
 
 #include "internal/Failure.h"
@@ -18,13 +19,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 using namespace tarn::vkpublish;
-
-struct Command
-{
-    const char* mName;
-    const char* mSummary;
-    int (*mRun)(const QStringList& pArguments);
-};
 
 struct Group
 {
@@ -73,11 +67,7 @@ QString usage()
         "    vkpublish add DIR FOLDER --name NAME --version VERSION\n"
         "    vkpublish publish DIR\n"_s;
     for (const Group& tGroup : sGroups) {
-        tText += u"\n%1:\n"_s.arg(QLatin1String(tGroup.mTitle));
-        for (const Command& tCommand : tGroup.mCommands) {
-            tText +=
-                u"  %1 %2\n"_s.arg(QLatin1String(tCommand.mName), -13).arg(QLatin1String(tCommand.mSummary));
-        }
+        tText += u"\n%1:\n"_s.arg(QLatin1String(tGroup.mTitle)) + linesOf(tGroup.mCommands, 13);
     }
     tText +=
         u"\n\"vkpublish COMMAND --help\" explains a command, \"man vkpublish\" everything. --version shows "
@@ -99,10 +89,8 @@ int run(const QStringList& pArguments)
         return StatusDone;
     }
     for (const Group& tGroup : sGroups) {
-        for (const Command& tCommand : tGroup.mCommands) {
-            if (tName == QLatin1String(tCommand.mName)) {
-                return tCommand.mRun(pArguments.mid(1));
-            }
+        if (const Command* tCommand = findCommand(tGroup.mCommands, tName)) {
+            return tCommand->mRun(pArguments.mid(1));
         }
     }
     complain(tName.isEmpty() ? u"A command is missing; see \"vkpublish --help\""_s

@@ -97,11 +97,6 @@ Failure halt(const CommandLine& pLine, const Job& pJob, QStringList* pArchives, 
     for (const QString& tNote : tPublication.notes()) {
         complain(tNote);
     }
-    if (tPublication.hasRaised()) {
-        complain(u"Warning: the record is older than the published repository, and continued above "
-                 "its versions. Repeat what was added or removed since; see "
-                 "\"vkpublish list\""_s);
-    }
     return {};
 }
 

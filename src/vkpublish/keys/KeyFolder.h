@@ -3,6 +3,7 @@
 #include "keys/FolderLock.h"
 #include "keys/KeyFile.h"
 #include "keys/Passphrases.h"
+#include "record/Beginning.h"
 #include "record/Draft.h"
 #include "record/PackageLists.h"
 #include "record/Record.h"
@@ -29,10 +30,13 @@ public:
 
     const QString& path() const { return mPath; }
 
-    // A failure if there is something in the folder.
+    // A failure if there is something in the folder that was not begun.
     Failure checkEmpty() const;
-    // Creates the folder, which must be new or empty, and locks it.
+    // Creates the folder, which must be new or empty in this sense, and locks it.
     Failure create();
+    // What a new repository begins with, until the first save(). What was begun before is removed.
+    Failure begin(const Beginning& pNew);
+    std::optional<Beginning> begun() const;
     // Locks the folder against other publishers, and waits for them if need be. Then reads the record.
     Failure open();
     // Only reads the record: as it was before or after what another publisher changes just now.
@@ -82,6 +86,8 @@ public:
     Failure beginWith(const QByteArray& pRoot, const QList<RetiringRoot>& pReplaced);
     // Sets this root in mRecord. pUntil: when no machine can need the replaced one any longer.
     Failure replaceRoot(const QByteArray& pRoot, const QDateTime& pUntil);
+    // The file of a key.
+    static QString nameOf(const QString& pRole, const KeyFile& pKey);
     // Writes the key to its own file and sets it in mRecord.
     Failure addKey(const QString& pRole, const KeyFile& pKey);
 

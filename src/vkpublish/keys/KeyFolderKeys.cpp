@@ -265,9 +265,14 @@ void KeyFolder::dropMissingKeys(const RootDocument& pOld, const RootDocument& pN
     }
 }
 
+QString KeyFolder::nameOf(const QString& pRole, const KeyFile& pKey)
+{
+    return keyFileName(pRole, pKey.mSigner.id()) + pKey.mSuffix;
+}
+
 Failure KeyFolder::addKey(const QString& pRole, const KeyFile& pKey)
 {
-    const QString tName = keyFileName(pRole, pKey.mSigner.id()) + pKey.mSuffix;
+    const QString tName = nameOf(pRole, pKey);
     if (Failure tFailure = os::replaceFile(mFileSystem, filePath(tName), pKey.mContent, sFileMode)) {
         return tFailure;
     }

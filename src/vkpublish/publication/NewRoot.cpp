@@ -79,6 +79,18 @@ Result<std::optional<Draft>> completeRoot(const KeyFolder& pKeys, const QDateTim
     return tDraft;
 }
 
+void dropUnsigned(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& pRepository,
+                  const QDateTime& pNow)
+{
+    Record& tRecord = pKeys->mRecord;
+    if (!isSigned(pFileSystem, *pKeys, pRepository, tuf::sTargets, tRecord.mPublishedTargetsFile, pNow)) {
+        tRecord.mPublishedTargetsFile = PublishedFile();
+    }
+    if (!isSigned(pFileSystem, *pKeys, pRepository, tuf::sSnapshot, tRecord.mPublishedSnapshot, pNow)) {
+        tRecord.mPublishedSnapshot = PublishedFile();
+    }
+}
+
 Failure adoptRoot(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& pRepository,
                   const Draft& pRoot, const QDateTime& pNow, const QDateTime& pUntil)
 {
@@ -92,12 +104,7 @@ Failure adoptRoot(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& 
         (tRecord.mRetiringRoots.isEmpty() || tRecord.mRetiringRoots.last().mRoot != tReplaced)) {
         tRecord.mRetiringRoots.append({tReplaced, pUntil});
     }
-    if (!isSigned(pFileSystem, *pKeys, pRepository, tuf::sTargets, tRecord.mPublishedTargetsFile, pNow)) {
-        tRecord.mPublishedTargetsFile = PublishedFile();
-    }
-    if (!isSigned(pFileSystem, *pKeys, pRepository, tuf::sSnapshot, tRecord.mPublishedSnapshot, pNow)) {
-        tRecord.mPublishedSnapshot = PublishedFile();
-    }
+    dropUnsigned(pFileSystem, pKeys, pRepository, pNow);
     return {};
 }
 

@@ -18,9 +18,13 @@ struct Record;
 // there is a draft, but none that can be published.
 Result<std::optional<Draft>> completeRoot(const KeyFolder& pKeys, const QDateTime& pNow, QStringList* pNotes);
 
-// Sets this root in the record, and drops the files of pRepository from it that have not enough signatures
-// for machines with the new root: they have to be signed again. pUntil: when no machine can have the replaced
-// root any longer. That one may be missing in pRepository, and expired: an earlier run was interrupted.
+// Drops the files of pRepository from the record that have not enough signatures for machines with its roots:
+// they have to be signed again.
+void dropUnsigned(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& pRepository,
+                  const QDateTime& pNow);
+
+// Sets this root in the record, and drops what is not signed under it. pUntil: when no machine can have the
+// replaced root any longer. That one may be missing in pRepository, and expired: an earlier run was interrupted.
 Failure adoptRoot(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& pRepository,
                   const Draft& pRoot, const QDateTime& pNow, const QDateTime& pUntil);
 

@@ -97,7 +97,22 @@ Failure Publication::catchUp()
     // Metadata that cannot be verified is ignored, and written again.
     (void)readState(tFolder, mKeys.mRecord.mRoot, &tSeen);
     mForeign = checkLead(mKeys.mRecord, tSeen);
-    return raiseVersions(&mKeys, tSeen, &mRaised);
+    return raiseVersions(mFileSystem, mRepository, &mKeys, tSeen, &mRaised);
+}
+
+Failure Publication::takeOver(tuf::Fetcher& pFrom)
+{
+    const Failure tFailure = mKeys.lockRepository(metadataFolder(mRepository));
+    return tFailure ? tFailure : vkpublish::takeOver(mFileSystem, pFrom, mRepository, &mKeys, &mRaised);
+}
+
+QStringList Publication::notes() const
+{
+    return mRaised ? QStringList{u"Warning: the record is older than the published repository, and continued "
+                                 u"above its versions. Repeat what was added or removed since; see "
+                                 "\"vkpublish list\""_s} +
+                         mNotes
+                   : mNotes;
 }
 
 bool Publication::isUsable(const QString& pRole, const PublishedFile& pFile, const QDateTime& pNow) const

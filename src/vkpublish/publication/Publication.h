@@ -12,6 +12,10 @@
 
 #include <optional>
 
+namespace tarn::tuf {
+class Fetcher;
+}
+
 namespace tarn::vkpublish {
 
 struct PublicationTimes
@@ -53,14 +57,15 @@ public:
     // What run() publishes instead of the targets of the record, which stay for a later run.
     void offer(const TargetList& pTargets) { mOffered = pTargets; }
 
+    // Goes on above the versions of a repository elsewhere; before run().
+    Failure takeOver(tuf::Fetcher& pFrom);
+
     // Checks the clock, and raises the versions of a record that is older than the repository, as run() does.
     Failure catchUp();
 
-    // True if a run() found the record to be older than the repository.
-    bool hasRaised() const { return mRaised; }
-
-    // What the publisher should know of drafts that a run() has left, and of stolen keys.
-    const QStringList& notes() const { return mNotes; }
+    // What the publisher should know: that the record is older than the repository, of drafts that a run() has
+    // left, and of stolen keys.
+    QStringList notes() const;
 
     // After run(): removes files that no metadata has referred to for at least pGrace seconds.
     Failure prune(const QDateTime& pNow, qint64 pGrace);
