@@ -13,7 +13,7 @@ namespace tarn::vkpublish {
 
 void say(const QString& pLine)
 {
-    vkcore::writeOutput(pLine.toLocal8Bit() + '\n');
+    vkcore::writeOutput(vkcore::shownText(pLine).toLocal8Bit() + '\n');
 }
 
 void complain(const QString& pLine)

@@ -3,6 +3,7 @@
 #include "CommandLine.h"
 #include "commands/DraftReport.h"
 #include "commands/ListOptions.h"
+#include "commands/OutputFile.h"
 #include "keys/KeyFolder.h"
 #include "keys/SigningTime.h"
 #include "publication/Drafts.h"
@@ -10,7 +11,6 @@
 
 #include "internal/StandardOutput.h"
 #include "os/FileSystem.h"
-#include "os/FileTools.h"
 
 using namespace Qt::StringLiterals;
 
@@ -101,7 +101,7 @@ Failure discard(const Job& pJob, KeyFolder* pKeys)
 Failure writePayload(const CommandLine& pLine, const Draft& pDraft)
 {
     if (pLine.isSet("output")) {
-        return os::replaceFile(os::realFileSystem(), pLine.value("output"), pDraft.mPayload, 0644);
+        return writeOutputFile(pLine.value("output"), pDraft.mPayload);
     }
     vkcore::writeOutput(pDraft.mPayload);
     const int tLost = vkcore::flushOutput();

@@ -2,6 +2,7 @@
 
 #include "CommandLine.h"
 #include "commands/OfflineKeys.h"
+#include "commands/OutputFile.h"
 #include "keys/KeyFolder.h"
 #include "keys/SignatureFile.h"
 #include "review/Review.h"
@@ -88,8 +89,7 @@ Failure sign(const CommandLine& pLine, const Payload& pPayload, const QList<Offl
     }
     const SignatureFile tFile{
         .mRole = pPayload.mRole, .mSha256 = tuf::sha256(pPayload.mBytes), .mSignatures = *tSignatures};
-    if (Failure tFailure =
-            os::replaceFile(os::realFileSystem(), pLine.value("output"), tFile.toJson(), 0644)) {
+    if (Failure tFailure = writeOutputFile(pLine.value("output"), tFile.toJson())) {
         return tFailure;
     }
     for (const tuf::Signature& tSignature : *tSignatures) {

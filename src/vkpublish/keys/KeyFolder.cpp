@@ -1,10 +1,14 @@
 #include "keys/KeyFolder.h"
 
+#include "os/Descriptor.h"
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -62,7 +66,8 @@ Failure KeyFolder::checkEmpty() const
     if (const std::optional<Beginning> tBegun = begun()) {
         tNames.removeIf([&](const QString& pName) {
             return pName == sRecordName || pName == sPackages ||
-                   tBegun->mKeys.contains(pName.endsWith(sNewSuffix) ? pName.chopped(sNewSuffix.size()) : pName);
+                   tBegun->mKeys.contains(pName.endsWith(sNewSuffix) ? pName.chopped(sNewSuffix.size())
+                                                                     : pName);
         });
     }
     return tNames.isEmpty() ? Failure()
@@ -93,7 +98,14 @@ Failure KeyFolder::create()
 
 std::optional<Beginning> KeyFolder::begun() const
 {
-    return Beginning::fromJson(os::readFile(mFileSystem, filePath(sRecordName), sMaxBeginning).valueOr({}));
+    // What it names is removed, so it must be from this user.
+    const QString tPath = filePath(sRecordName);
+    const os::Descriptor tFile = os::openRegular(mFileSystem, QFile::encodeName(tPath));
+    struct stat tStat = {};
+    return tFile.isOpen() && ::fstat(tFile.fd(), &tStat) == 0 && tStat.st_uid == ::geteuid()
+               ? Beginning::fromJson(
+                     os::readOpenFile(mFileSystem, tFile.fd(), tPath, sMaxBeginning).valueOr({}))
+               : std::nullopt;
 }
 
 Failure KeyFolder::begin(const Beginning& pNew)
@@ -193,12 +205,11 @@ Failure KeyFolder::readOnce(const QString& pPrefix, QByteArray* pText)
     *pText = *tText;
     mRecord = Record();
     if (!Record::fromJson(*tText, &mRecord)) {
-        return Failure::content((Beginning::fromJson(*tText)
-                                     ? u"%1 says that \"vkpublish init\" was interrupted: run it again"_s
-                                 : Record::isNewer(*tText)
-                                     ? u"%1 was written by a newer vkpublish: use that one"_s
-                                     : u"%1 is damaged: restore the key folder from a backup"_s)
-                                    .arg(filePath(sRecordName)));
+        return Failure::content(
+            (Beginning::fromJson(*tText) ? u"%1 says that \"vkpublish init\" was interrupted: run it again"_s
+             : Record::isNewer(*tText)   ? u"%1 was written by a newer vkpublish: use that one"_s
+                                         : u"%1 is damaged: restore the key folder from a backup"_s)
+                .arg(filePath(sRecordName)));
     }
     if (mRecord.mChangesFile.mNumber == 0) {
         return {};

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <system_error>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -92,8 +93,12 @@ void dropOpened(std::string_view pPassphrase, std::vector<Locked>* pLocked)
         }
     };
     std::vector<std::thread> tThreads;
-    for (size_t i = 1; i < std::min<size_t>(std::thread::hardware_concurrency(), tIsOpen.size()); ++i) {
-        tThreads.emplace_back(tLoop);
+    try {
+        for (size_t i = 1; i < std::min<size_t>(std::thread::hardware_concurrency(), tIsOpen.size()); ++i) {
+            tThreads.emplace_back(tLoop);
+        }
+    } catch (const std::system_error&) {
+        // The user or the unit may have no more: then it takes longer.
     }
     tLoop();
     for (std::thread& tThread : tThreads) {
@@ -157,8 +162,8 @@ Result<const Secret*> Passphrases::given()
 Result<const Secret*> Passphrases::ask(const QString& pName)
 {
     Terminal tTerminal;
-    return tTerminal.isOpen() ? keep(tTerminal.ask(
-                                    u"Passphrase for %1: "_s.arg(mKnown.empty() ? mWhat : pName + u", another one"_s)))
+    return tTerminal.isOpen() ? keep(tTerminal.ask(u"Passphrase for %1: "_s.arg(
+                                    mKnown.empty() ? mWhat : pName + u", another one"_s)))
                               : Result<const Secret*>(noTerminal(pName));
 }
 
@@ -174,6 +179,7 @@ Failure Passphrases::unlock(std::vector<Locked> pLocked)
     }
     while (!pLocked.empty()) {
         const QString tName = pLocked.front().mName;
+        const size_t tCount = pLocked.size();
         if (!mIsGiven) {
             const Result<const Secret*> tSecret = ask(tName);
             if (!tSecret) {
@@ -181,7 +187,7 @@ Failure Passphrases::unlock(std::vector<Locked> pLocked)
             }
             dropOpened((*tSecret)->text(), &pLocked);
         }
-        if (!pLocked.empty() && pLocked.front().mName == tName) {
+        if (pLocked.size() == tCount) {
             return Failure::content(u"The passphrase does not open %1"_s.arg(tName));
         }
     }
