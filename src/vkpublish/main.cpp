@@ -1,6 +1,6 @@
 #include "CommandLine.h"
-#include "CommandTable.h"
 #include "commands/Commands.h"
+#include "CommandTable.h"
 
 #include "internal/Failure.h"
 #include "internal/StandardOutput.h"

@@ -4,6 +4,7 @@
 #include "keys/KeyFolder.h"
 #include "keys/SigningTime.h"
 #include "publication/ClockCheck.h"
+#include "publication/Layout.h"
 #include "publication/Publication.h"
 #include "publication/Releases.h"
 
@@ -65,6 +66,9 @@ Failure halt(const CommandLine& pLine, const Job& pJob, QStringList* pArchives, 
     os::FileSystem& tFileSystem = os::realFileSystem();
     KeyFolder tKeys(tFileSystem, pLine.keys(), pLine.patience());
     if (Failure tFailure = tKeys.open()) {
+        return tFailure;
+    }
+    if (Failure tFailure = tKeys.lockRepository(metadataFolder(pLine.repository()))) {
         return tFailure;
     }
     Record& tRecord = tKeys.mRecord;

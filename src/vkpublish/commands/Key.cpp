@@ -1,8 +1,8 @@
 #include "commands/KeyCommands.h"
 
 #include "CommandLine.h"
-#include "CommandTable.h"
 #include "commands/Commands.h"
+#include "CommandTable.h"
 
 #include <array>
 

@@ -27,8 +27,8 @@ public:
     Failure takeKeys(const QString& pFolder, Patience pPatience);
     // The name of that file.
     static QString fileName();
-    // Of a repository, for all keys and users: the folder of its metadata itself is locked, so that no file is
-    // copied with it. Does nothing on a network file system that can't do that.
+    // Of a repository, for all keys and users: the folder of its metadata itself is locked, so that no file
+    // is copied with it. Does nothing on a network file system that can't do that.
     Failure takeRepository(const QString& pMetadata, Patience pPatience);
     bool isTaken() const { return mFd >= 0; }
 

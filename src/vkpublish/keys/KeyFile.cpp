@@ -116,10 +116,11 @@ Result<QList<Signer>> readPems(const std::vector<KeyText>& pTexts, Passphrases* 
             tKeys[i] = tuf::SigningKey::fromPem(pTexts[i].mContent);
             continue;
         }
-        tLocked.push_back({pTexts[i].mPath, [tTo = &tKeys[i], tText = &pTexts[i]](std::string_view pPassphrase) {
-                               *tTo = tuf::SigningKey::fromEncryptedPem(tText->mContent, pPassphrase);
-                               return tTo->has_value();
-                           }});
+        tLocked.push_back(
+            {pTexts[i].mPath, [tTo = &tKeys[i], tText = &pTexts[i]](std::string_view pPassphrase) {
+                 *tTo = tuf::SigningKey::fromEncryptedPem(tText->mContent, pPassphrase);
+                 return tTo->has_value();
+             }});
     }
     if (Failure tFailure = pPassphrases->unlock(std::move(tLocked))) {
         return tFailure;

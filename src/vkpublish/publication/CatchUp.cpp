@@ -99,7 +99,8 @@ PublishedFile sameList(os::FileSystem& pFileSystem, const QString& pRepository, 
     const QByteArray tFile = os::readFile(pFileSystem, tPath, tuf::Limits().mTargetsLength).valueOr({});
     const QJsonObject tTargets = QJsonDocument::fromJson(tFile)["signed"_L1]["targets"_L1].toObject();
     tuf::Targets tList;
-    return !tuf::parseTargets(tFile, tuf::sTargets, &tList) && TargetList(tTargets) == pRecord.mPublishedTargets
+    return !tuf::parseTargets(tFile, tuf::sTargets, &tList) &&
+                   TargetList(tTargets) == pRecord.mPublishedTargets
                ? PublishedFile{metaOf(pVersion, tFile), tList.mExpires}
                : PublishedFile();
 }

@@ -37,11 +37,13 @@ Failure checkRepository(os::FileSystem& pFileSystem, const QString& pPath, const
 {
     const QString tRoot = versionedName(tuf::sRoot, 1);
     const std::optional<Beginning> tBegun = pKeys.begun();
-    QStringList tThere = QDir(metadataFolder(pPath))
-                             .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    QStringList tThere =
+        QDir(metadataFolder(pPath))
+            .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     if (tBegun && tBegun->mRepository == pPath) {
         tThere.removeOne(tRoot + ".new"_L1);
-        tThere.removeIf([&](const QString& pName) { return pName == tRoot && hasRootOf(pFileSystem, *tBegun); });
+        tThere.removeIf(
+            [&](const QString& pName) { return pName == tRoot && hasRootOf(pFileSystem, *tBegun); });
     }
     return tThere.isEmpty() ? Failure() : Failure::content(u"%1 already contains a repository"_s.arg(pPath));
 }

@@ -25,8 +25,8 @@ struct NewRepository
     QDateTime mRootExpires;
 };
 
-// Makes the keys, the folders and the first root. What an interrupted run has left is made anew; all else that
-// is there is a failure, and stays.
+// Makes the keys, the folders and the first root. What an interrupted run has left is made anew; all else
+// that is there is a failure, and stays.
 Failure makeRepository(os::FileSystem& pFileSystem, const NewRepository& pNew, KeyFolder* pKeys);
 
 } // namespace tarn::vkpublish

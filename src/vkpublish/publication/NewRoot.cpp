@@ -119,8 +119,7 @@ Failure writeRoots(os::FileSystem& pFileSystem, const QString& pRepository, cons
         if (isWritten(pFileSystem, pRepository, tRoot)) {
             continue;
         }
-        if (Failure tFailure =
-                os::replaceFile(pFileSystem, rootPath(pRepository, tRoot), tRoot, sFileMode)) {
+        if (Failure tFailure = os::replaceFile(pFileSystem, rootPath(pRepository, tRoot), tRoot, sFileMode)) {
             return tFailure;
         }
     }

@@ -24,7 +24,8 @@ void dropUnsigned(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& 
                   const QDateTime& pNow);
 
 // Sets this root in the record, and drops what is not signed under it. pUntil: when no machine can have the
-// replaced root any longer. That one may be missing in pRepository, and expired: an earlier run was interrupted.
+// replaced root any longer. That one may be missing in pRepository, and expired: an earlier run was
+// interrupted.
 Failure adoptRoot(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& pRepository,
                   const Draft& pRoot, const QDateTime& pNow, const QDateTime& pUntil);
 

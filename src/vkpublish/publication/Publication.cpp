@@ -92,6 +92,9 @@ Failure Publication::catchUp()
     if (Failure tFailure = checkClock(mKeys.mRecord, QDateTime::currentDateTimeUtc())) {
         return tFailure;
     }
+    if (Failure tFailure = mKeys.lockRepository(metadataFolder(mRepository))) {
+        return tFailure;
+    }
     FolderFetcher tFolder(mFileSystem, metadataFolder(mRepository));
     RepositoryState tSeen;
     // Metadata that cannot be verified is ignored, and written again.
@@ -146,8 +149,8 @@ Failure Publication::checkRootExpiry(const QDateTime& pNow) const
     if (!tRoot) {
         return tRoot.failure();
     }
-    const QString tNext =
-        mNotes.isEmpty() ? u": renew it with \"vkpublish payload DIR root\""_s : u". "_s + mNotes.join(u". "_s);
+    const QString tNext = mNotes.isEmpty() ? u": renew it with \"vkpublish payload DIR root\""_s
+                                           : u". "_s + mNotes.join(u". "_s);
     return tRoot->expires() > pNow
                ? Failure()
                : Failure::content(u"The root has expired on %1, and machines refuse the repository%2"_s.arg(
@@ -159,9 +162,6 @@ Failure Publication::run(const PublicationTimes& pTimes)
     Record& tRecord = mKeys.mRecord;
     tRecord.mRetiringKeys.removeIf([&](const RetiringKey& pOld) { return pOld.mUntil <= pTimes.mNow; });
     mNotes.clear();
-    if (Failure tFailure = mKeys.lockRepository(metadataFolder(mRepository))) {
-        return tFailure;
-    }
     if (Failure tFailure = catchUp()) {
         return tFailure;
     }

@@ -60,11 +60,12 @@ public:
     // Goes on above the versions of a repository elsewhere; before run().
     Failure takeOver(tuf::Fetcher& pFrom);
 
-    // Checks the clock, and raises the versions of a record that is older than the repository, as run() does.
+    // Checks the clock, locks the repository, and raises the versions of a record that is older than the
+    // repository, as run() does.
     Failure catchUp();
 
-    // What the publisher should know: that the record is older than the repository, of drafts that a run() has
-    // left, and of stolen keys.
+    // What the publisher should know: that the record is older than the repository, of drafts that a run()
+    // has left, and of stolen keys.
     QStringList notes() const;
 
     // After run(): removes files that no metadata has referred to for at least pGrace seconds.

@@ -2,6 +2,7 @@
 #include "publication/Publication.h"
 #include "FaultyFileSystem.h"
 #include "publication/NewDeltas.h"
+#include "publication/NewRepository.h"
 #include "publication/Rotation.h"
 #include "Publisher.h"
 
@@ -94,6 +95,50 @@ TEST_F(PublicationTest, DeltasComeInSpiteOfWhatStoppedThem)
         ASSERT_LT(i, 1000);
     }
     EXPECT_EQ(run("verify @r").mErr, "");
+}
+
+TEST_F(PublicationTest, InitGoesOnWhereItWasStoppedAndTakesNothingElse)
+{
+    bool tFailed = true;
+    for (int i = 1; tFailed; i += momentStep()) {
+        SCOPED_TRACE(testing::Message() << "operation " << i);
+        FaultyFileSystem tFileSystem;
+        tFileSystem.mForGood = true;
+        tFileSystem.failAt(i, ENOSPC);
+        {
+            KeyFolder tKeys(tFileSystem, path("r.keys"));
+            NewRepository tNew{
+                .mPath = path("r"), .mKeys = {}, .mRootExpires = QDateTime(QDate(2090, 1, 1), {})};
+            tNew.mKeys.mType = q("ed25519");
+            tNew.mKeys.mEncrypt = false;
+            const tarn::Failure tFailure = makeRepository(tFileSystem, tNew, &tKeys);
+            tFailed = tFileSystem.hasFailed();
+            EXPECT_TRUE(!tFailure || tFailed) << tFailure.mText;
+        }
+        if (tFailed) {
+            for (const char* tTheirs :
+                 {"r/metadata/1.root.json.old", "r.keys/targets-0123456789abcdef.pem"}) {
+                if (QFileInfo::exists(QFileInfo(path(tTheirs)).path())) {
+                    write(tTheirs, "precious");
+                    EXPECT_EQ(run("init @r --no-passphrase").mStatus, 1) << tTheirs;
+                    EXPECT_EQ(readFile(path(tTheirs)), "precious");
+                    QFile::remove(path(tTheirs));
+                }
+            }
+            const Program::Result tEarly = run("publish @r");
+            if (tEarly.mStatus != 0) { // else only the last word about it was lost
+                EXPECT_EQ(tEarly.mErr.count('\n'), 1) << tEarly.mErr;
+                succeed("init @r --no-passphrase");
+            }
+        }
+        EXPECT_EQ(files("r.keys").size(), 6) << files("r.keys").join(u' ').toStdString();
+        succeed("publish @r");
+        EXPECT_EQ(run("verify @r").mErr, "");
+        EXPECT_EQ(run("init @r --no-passphrase").mStatus, 1);
+        QDir(path("r")).removeRecursively();
+        QDir(path("r.keys")).removeRecursively();
+        ASSERT_LT(i, 200);
+    }
 }
 
 // Clients see the same packages at every moment of a key rotation.

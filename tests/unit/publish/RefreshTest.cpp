@@ -102,7 +102,8 @@ TEST_F(RefreshTest, NeedsTwoKeysAndNoPackages)
 TEST_F(RefreshTest, TheJobAndThePublisherTakeTurns)
 {
     for (int i = 0; i < 6; ++i) {
-        Program tJob(q(VKPUBLISH), {"refresh", path("r").toUtf8(), "--keys", path("night").toUtf8()}, mEnvironment);
+        Program tJob(q(VKPUBLISH), {"refresh", path("r").toUtf8(), "--keys", path("night").toUtf8()},
+                     mEnvironment);
         Program tPublisher(q(VKPUBLISH), {"publish", path("r").toUtf8()}, mEnvironment);
         EXPECT_EQ(tJob.wait().mStatus, 0);
         EXPECT_EQ(tPublisher.wait().mStatus, 0);
