@@ -4,6 +4,7 @@
 
 #include "internal/Methods.h"
 #include "internal/PlainText.h"
+#include "internal/StandardOutput.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QJsonDocument>
@@ -12,7 +13,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 
 using namespace Qt::StringLiterals;
 
@@ -26,10 +26,11 @@ namespace {
 constexpr int sLogLevels = 2;
 constexpr int sProgressMs = 1000;
 
-void write(FILE* pTo, const QString& pText)
+// At once, for whoever watches.
+void show(const QString& pText)
 {
-    std::fputs(pText.toLocal8Bit().constData(), pTo);
-    std::fflush(pTo);
+    writeOutput(pText.toLocal8Bit());
+    (void)flushOutput();
 }
 
 qint64 percentage(qint64 pDone, qint64 pTotal)
@@ -82,11 +83,10 @@ void CtlApplication::run()
                               : mLink.hasWorker()
                                   ? tr("Interrupted. %1 ends with the service that vkctl has started.")
                                   : tr("Interrupted. %1 continues in the service.");
-        write(stderr, (mWhat.isEmpty() ? tText : tText.arg(mWhat)) + u'\n');
+        writeError(((mWhat.isEmpty() ? tText : tText.arg(mWhat)) + u'\n').toLocal8Bit());
         tStatus = StatusInterrupted;
     }
-    // A script must not take an answer that was cut off, or is empty, for "sound".
-    if (std::ferror(stdout) != 0) {
+    if (flushOutput() != 0) {
         tStatus = fail(tr("The standard output can't be written."));
     }
     QCoreApplication::exit(tStatus);
@@ -239,19 +239,19 @@ void CtlApplication::showProgress()
 
 void CtlApplication::print(const QString& pText)
 {
-    write(stdout, pText + u'\n');
+    show(pText + u'\n');
 }
 
 void CtlApplication::printJson(const QJsonObject& pObject)
 {
-    write(stdout, vkcore::plainJson(QJsonDocument(pObject).toJson(QJsonDocument::Compact)) + u'\n');
+    show(vkcore::plainJson(QJsonDocument(pObject).toJson(QJsonDocument::Compact)) + u'\n');
 }
 
 // The text may quote an argument, which a script may have from elsewhere.
 int CtlApplication::fail(const QString& pText)
 {
     if (!mIsInterrupted) {
-        write(stderr, singleLine(pText, sMaxMessage) + u'\n');
+        writeError((singleLine(pText, sMaxMessage) + u'\n').toLocal8Bit());
     }
     return StatusFailed;
 }
@@ -260,7 +260,7 @@ int CtlApplication::fail(const QString& pText)
 void CtlApplication::showLine(const QString& pText)
 {
     if (mIsTerminal && !mArguments.mIsJson) {
-        write(stdout, u"\x1b[1G\x1b[K"_s + pText);
+        show(u"\x1b[1G\x1b[K"_s + pText);
     }
 }
 

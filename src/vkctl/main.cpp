@@ -1,5 +1,7 @@
 #include "CtlApplication.h"
 
+#include "internal/StandardOutput.h"
+
 #include <vkcore/GRef.h>
 
 #include <QtCore/QCoreApplication>
@@ -9,6 +11,7 @@ using namespace Qt::StringLiterals;
 
 int main(int argc, char** argv)
 {
+    tarn::vkcore::holdStandardDescriptors();
     QCoreApplication tQtApp(argc, argv);
     const tarn::vkcore::GRef<tarn::vkctl::CtlApplication> tApp(new tarn::vkctl::CtlApplication());
     tApp->init();

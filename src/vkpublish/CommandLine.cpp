@@ -3,10 +3,9 @@
 #include "network/MetadataSource.h"
 
 #include "internal/PlainText.h"
+#include "internal/StandardOutput.h"
 
 #include <QtCore/QDir>
-
-#include <cstdio>
 
 using namespace Qt::StringLiterals;
 
@@ -14,15 +13,14 @@ namespace tarn::vkpublish {
 
 void say(const QString& pLine)
 {
-    std::puts(pLine.toLocal8Bit().constData());
+    vkcore::writeOutput(vkcore::shownText(pLine).toLocal8Bit() + '\n');
 }
 
 void complain(const QString& pLine)
 {
-    std::fflush(stdout);
     // The text may quote an untrusted server or repository.
     const QString tLine = vkcore::singleLine(pLine, vkcore::sMaxMessage);
-    std::fputs(("vkpublish: " + tLine.toLocal8Bit() + '\n').constData(), stderr);
+    vkcore::writeError("vkpublish: " + tLine.toLocal8Bit() + '\n');
 }
 
 CommandLine::CommandLine(const QString& pCommand, const QString& pDescription) : mCommand(pCommand)
@@ -57,7 +55,7 @@ void CommandLine::addRepository()
 
 void CommandLine::addNoWait()
 {
-    addOption(u"no-wait"_s, u"Fail at once if another vkpublish is using the keys"_s);
+    addOption(u"no-wait"_s, u"Fail at once if another vkpublish is using the keys or the repository"_s);
 }
 
 void CommandLine::addTrustClock()

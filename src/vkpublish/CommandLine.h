@@ -41,7 +41,7 @@ public:
                    const QString& pDefault = QString());
     // --keys, and the argument DIR before it.
     void addRepository();
-    // --no-wait, for commands that lock the key folder.
+    // --no-wait, for commands that lock the key folder, and perhaps the repository.
     void addNoWait();
     // --trust-clock, for commands that are run again if the clock was refused
     void addTrustClock();

@@ -1,11 +1,16 @@
 #include "CommandLine.h"
 #include "commands/Commands.h"
+#include "CommandTable.h"
+
+#include "internal/Failure.h"
+#include "internal/StandardOutput.h"
 
 #include <QtCore/QCoreApplication>
 
 #include <sys/stat.h>
 
 #include <array>
+#include <cerrno>
 #include <clocale>
 #include <span>
 
@@ -14,13 +19,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 using namespace tarn::vkpublish;
-
-struct Command
-{
-    const char* mName;
-    const char* mSummary;
-    int (*mRun)(const QStringList& pArguments);
-};
 
 struct Group
 {
@@ -69,11 +67,7 @@ QString usage()
         "    vkpublish add DIR FOLDER --name NAME --version VERSION\n"
         "    vkpublish publish DIR\n"_s;
     for (const Group& tGroup : sGroups) {
-        tText += u"\n%1:\n"_s.arg(QLatin1String(tGroup.mTitle));
-        for (const Command& tCommand : tGroup.mCommands) {
-            tText +=
-                u"  %1 %2\n"_s.arg(QLatin1String(tCommand.mName), -13).arg(QLatin1String(tCommand.mSummary));
-        }
+        tText += u"\n%1:\n"_s.arg(QLatin1String(tGroup.mTitle)) + linesOf(tGroup.mCommands, 13);
     }
     tText +=
         u"\n\"vkpublish COMMAND --help\" explains a command, \"man vkpublish\" everything. --version shows "
@@ -95,10 +89,8 @@ int run(const QStringList& pArguments)
         return StatusDone;
     }
     for (const Group& tGroup : sGroups) {
-        for (const Command& tCommand : tGroup.mCommands) {
-            if (tName == QLatin1String(tCommand.mName)) {
-                return tCommand.mRun(pArguments.mid(1));
-            }
+        if (const Command* tCommand = findCommand(tGroup.mCommands, tName)) {
+            return tCommand->mRun(pArguments.mid(1));
         }
     }
     complain(tName.isEmpty() ? u"A command is missing; see \"vkpublish --help\""_s
@@ -106,15 +98,28 @@ int run(const QStringList& pArguments)
     return StatusUsage;
 }
 
+// A script must not take an answer that was cut off for a whole one. Whoever reads no further has what he
+// wants.
+int statusWith(int pLost, int pStatus)
+{
+    if (pLost == 0 || pLost == EPIPE || pStatus == StatusFailed || pStatus == StatusUsage) {
+        return pStatus;
+    }
+    complain(tarn::Failure::fromErrno(pLost, u"write to standard output"_s).mText);
+    return StatusFailed;
+}
+
 } // namespace
 
 int main(int pArgc, char** pArgv)
 {
+    tarn::vkcore::holdStandardDescriptors();
     const QCoreApplication tApplication(pArgc, pArgv);
     // Published files are readable for everybody, even if the user's own files are not. Keys are created with
     // their own, stricter mode.
     ::umask(022);
     // File names are packed as UTF-8, in any locale of the user.
     std::setlocale(LC_CTYPE, "C.UTF-8");
-    return run(QCoreApplication::arguments().mid(1));
+    const int tStatus = run(QCoreApplication::arguments().mid(1));
+    return statusWith(tarn::vkcore::flushOutput(), tStatus);
 }

@@ -60,6 +60,11 @@ bool actsOnATerminal(char32_t pCode)
 
 } // namespace
 
+QString shownText(const QString& pText)
+{
+    return clean(pText, u'\n');
+}
+
 QString plainJson(const QByteArray& pJson)
 {
     QString tResult;

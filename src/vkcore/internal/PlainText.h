@@ -15,6 +15,9 @@ QString singleLine(const QString& pText, int pMaxLength = 200);
 // The same, but with its line ends, each a "\n".
 QString manyLines(const QString& pText, int pMaxLength = 2000);
 
+// All of a text of this program, which may quote others: its lines with their indentation.
+QString shownText(const QString& pText);
+
 // The text of a JSON value for a terminal: what singleLine() would change is written as \uXXXX, so nothing
 // acts on the terminal and a reader of the JSON gets the exact text.
 QString plainJson(const QByteArray& pJson);

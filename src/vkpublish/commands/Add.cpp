@@ -252,6 +252,9 @@ Failure add(const CommandLine& pLine, PackageInfo pInfo, const QList<AttachedFil
     if (Failure tFailure = tKeys.openPackages(pInfo.mName + u'-')) {
         return tFailure;
     }
+    if (Failure tFailure = tKeys.lockRepository(metadataFolder(pLine.repository()))) {
+        return tFailure;
+    }
     if (Failure tFailure = scanFolder(pLine.argument(1), &tEntries)) {
         return tFailure;
     }

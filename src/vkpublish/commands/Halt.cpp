@@ -4,6 +4,7 @@
 #include "keys/KeyFolder.h"
 #include "keys/SigningTime.h"
 #include "publication/ClockCheck.h"
+#include "publication/Layout.h"
 #include "publication/Publication.h"
 #include "publication/Releases.h"
 
@@ -67,6 +68,9 @@ Failure halt(const CommandLine& pLine, const Job& pJob, QStringList* pArchives, 
     if (Failure tFailure = tKeys.open()) {
         return tFailure;
     }
+    if (Failure tFailure = tKeys.lockRepository(metadataFolder(pLine.repository()))) {
+        return tFailure;
+    }
     Record& tRecord = tKeys.mRecord;
     if (Failure tFailure = checkClock(tRecord, QDateTime::currentDateTimeUtc())) {
         return tFailure;
@@ -96,11 +100,6 @@ Failure halt(const CommandLine& pLine, const Job& pJob, QStringList* pArchives, 
     }
     for (const QString& tNote : tPublication.notes()) {
         complain(tNote);
-    }
-    if (tPublication.hasRaised()) {
-        complain(u"Warning: the record is older than the published repository, and continued above "
-                 "its versions. Repeat what was added or removed since; see "
-                 "\"vkpublish list\""_s);
     }
     return {};
 }

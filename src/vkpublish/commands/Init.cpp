@@ -3,16 +3,12 @@
 #include "CommandLine.h"
 #include "KeyOptions.h"
 #include "keys/KeyFolder.h"
-#include "keys/Roles.h"
-#include "keys/RootDocument.h"
 #include "keys/SigningTime.h"
 #include "publication/Layout.h"
+#include "publication/NewRepository.h"
 
 #include "os/FileSystem.h"
-#include "os/FileTools.h"
 #include "tuf/Metadata.h"
-
-#include <QtCore/QDir>
 
 using namespace Qt::StringLiterals;
 
@@ -22,30 +18,9 @@ namespace {
 
 constexpr int sMostKeys = 16;
 
-Failure checkPlaces(const QString& pRepository, const QString& pKeys)
+QString rootPath(const CommandLine& pLine)
 {
-    if (isInside(pKeys, pRepository)) {
-        return Failure::content(
-            u"The key folder %1 is in the repository, whose files are public"_s.arg(pKeys));
-    }
-    if (isInside(pRepository, pKeys)) {
-        return Failure::content(
-            u"The repository %1 is in the key folder, which nobody else can read"_s.arg(pRepository));
-    }
-    if (QFileInfo::exists(metadataFolder(pRepository))) {
-        return Failure::content(u"%1 already contains a repository"_s.arg(pRepository));
-    }
-    return {};
-}
-
-Failure makeFolders(const QString& pRepository)
-{
-    for (const QString& tFolder : {metadataFolder(pRepository), targetsFolder(pRepository)}) {
-        if (!QDir().mkpath(tFolder)) {
-            return Failure::content(u"The folder %1 can't be created"_s.arg(tFolder));
-        }
-    }
-    return {};
+    return versionedPath(pLine.repository(), tuf::sRoot, 1);
 }
 
 // How many keys the roles root and targets get, and how many of them must sign.
@@ -54,81 +29,6 @@ struct Shares
     int mThreshold = 1;
     int mCount = 1;
 };
-
-Result<Draft> makeKeys(KeyFolder* pFolder, const KeyOrder& pOrder, const Shares& pShares,
-                       const QDateTime& pExpires)
-{
-    RootDocument tRoot;
-    QList<Signer> tSigners;
-    for (const QString& tRole : roleNames()) {
-        const bool tIsShared = tRole == tuf::sRoot || tRole == tuf::sTargets;
-        for (int i = 0; i < (tIsShared ? pShares.mCount : 1); ++i) {
-            const Result<KeyFile> tKey = makeKey(pOrder, &pFolder->passphrases());
-            if (!tKey) {
-                return tKey.failure();
-            }
-            if (Failure tFailure = pFolder->addKey(tRole, *tKey)) {
-                return tFailure;
-            }
-            tRoot.addKey(tRole, tKey->mSigner.publicJson());
-            if (tRole == tuf::sRoot) {
-                tSigners.append(tKey->mSigner);
-            }
-        }
-        tRoot.setThreshold(tRole, tIsShared ? pShares.mThreshold : 1);
-    }
-    Draft tDraft{.mRole = tuf::sRoot, .mPayload = tRoot.payload(1, pExpires), .mSignatures = {}};
-    const Result<QList<tuf::Signature>> tSignatures = signBytes(tDraft.mPayload, tSigners);
-    if (!tSignatures) {
-        return tSignatures.failure();
-    }
-    tDraft.mSignatures = *tSignatures;
-    return tDraft;
-}
-
-Failure makeFirstRoot(KeyFolder* pFolder, const KeyOrder& pOrder, const Shares& pShares,
-                      const QDateTime& pExpires)
-{
-    const Result<Draft> tRoot = makeKeys(pFolder, pOrder, pShares, pExpires);
-    if (!tRoot) {
-        return tRoot.failure();
-    }
-    pFolder->mRecord.mVersions[tuf::sRoot] = 1;
-    pFolder->mRecord.mRoot = tRoot->file();
-    return pFolder->save();
-}
-
-QString rootPath(const CommandLine& pLine)
-{
-    return versionedPath(pLine.repository(), tuf::sRoot, 1);
-}
-
-Failure makeRepository(const CommandLine& pLine, KeyFolder* pKeys, const KeyOrder& pOrder,
-                       const Shares& pShares, const QDateTime& pExpires)
-{
-    if (Failure tFailure = checkPlaces(pLine.repository(), pLine.keys())) {
-        return tFailure;
-    }
-    if (Failure tFailure = pKeys->checkEmpty()) {
-        return tFailure;
-    }
-    // Before there is a folder that would stay if nobody gives one.
-    if (pOrder.mEncrypt) {
-        if (const Result<const Secret*> tPassphrase = pKeys->passphrases().forNew(); !tPassphrase) {
-            return tPassphrase.failure();
-        }
-    }
-    if (Failure tFailure = pKeys->create()) {
-        return tFailure;
-    }
-    if (Failure tFailure = makeFirstRoot(pKeys, pOrder, pShares, pExpires)) {
-        return tFailure;
-    }
-    if (Failure tFailure = makeFolders(pLine.repository())) {
-        return tFailure;
-    }
-    return os::replaceFile(os::realFileSystem(), rootPath(pLine), pKeys->mRecord.mRoot, 0644);
-}
 
 std::optional<Shares> readShares(const CommandLine& pLine)
 {
@@ -167,8 +67,13 @@ int cmdInit(const QStringList& pArguments)
     }
 
     KeyFolder tKeys(os::realFileSystem(), tLine.keys());
-    if (const Failure tFailure =
-            makeRepository(tLine, &tKeys, *tOrder, *tShares, signingTime().addDays(*tDays))) {
+    if (const Failure tFailure = makeRepository(os::realFileSystem(),
+                                                {.mPath = tLine.repository(),
+                                                 .mKeys = *tOrder,
+                                                 .mCount = tShares->mCount,
+                                                 .mThreshold = tShares->mThreshold,
+                                                 .mRootExpires = signingTime().addDays(*tDays)},
+                                                &tKeys)) {
         complain(tFailure.mText);
         return StatusFailed;
     }

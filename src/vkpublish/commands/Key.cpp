@@ -2,6 +2,7 @@
 
 #include "CommandLine.h"
 #include "commands/Commands.h"
+#include "CommandTable.h"
 
 #include <array>
 
@@ -10,13 +11,6 @@ using namespace Qt::StringLiterals;
 namespace tarn::vkpublish {
 
 namespace {
-
-struct Command
-{
-    const char* mName;
-    const char* mSummary;
-    int (*mRun)(const QStringList& pArguments);
-};
 
 constexpr std::array sCommands{
     Command{"add DIR ROLE", "give a role one more key", cmdKeyAdd},
@@ -33,9 +27,7 @@ QString usage()
         u"Usage: vkpublish key COMMAND [arguments] [options]\n"
         "Changes who may sign. The change is a draft of the root until \"publish\" publishes it.\n\n"
         "Commands:\n"_s;
-    for (const Command& tCommand : sCommands) {
-        tText += u"  %1 %2\n"_s.arg(QLatin1String(tCommand.mName), -21).arg(QLatin1String(tCommand.mSummary));
-    }
+    tText += linesOf(sCommands, 21);
     tText += u"\nOptions:\n"
              "  --keys <FOLDER>    folder of keys and record; by default DIR.keys\n"
              "  --key-type <TYPE>  ed25519, ecdsa, ecdsa-p384 or rsa (add, make)\n"
@@ -56,10 +48,8 @@ int cmdKey(const QStringList& pArguments)
         say(usage());
         return StatusDone;
     }
-    for (const Command& tCommand : sCommands) {
-        if (tName == QLatin1String(tCommand.mName).toString().section(u' ', 0, 0)) {
-            return tCommand.mRun(pArguments.mid(1));
-        }
+    if (const Command* tCommand = findCommand(sCommands, tName)) {
+        return tCommand->mRun(pArguments.mid(1));
     }
     complain(
         u"key is followed by add, remove, threshold, list, signer or make; see \"vkpublish key --help\""_s);

@@ -8,6 +8,7 @@
 #include "os/FileTools.h"
 #include "tuf/SigningKey.h"
 
+#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
 using namespace Qt::StringLiterals;
@@ -34,6 +35,8 @@ Failure make(const QString& pFile, const KeyOrder& pOrder)
     }
     const QByteArray tPem = tuf::publicPemOf(tKey->mSigner.publicJson());
     if (Failure tFailure = os::replaceFile(os::realFileSystem(), tPublic, tPem, 0644)) {
+        (void)os::realFileSystem().unlink(
+            QFile::encodeName(pFile)); // nobody knows it, and this can be repeated
         return tFailure;
     }
     say((pOrder.mCommand.isEmpty() ? u"Private key: %1 (stays here, and keep a copy)"_s

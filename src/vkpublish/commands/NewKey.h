@@ -4,7 +4,7 @@
 
 namespace tarn::vkpublish {
 
-// A new key for an open folder. The keys that are there come first: it gets their passphrase.
+// A new key for an open folder. It gets the passphrase of the keys that are there, one of which is opened.
 Result<KeyFile> newKey(const KeyOrder& pOrder, const KeyFolder& pKeys);
 
 } // namespace tarn::vkpublish

@@ -3,15 +3,14 @@
 #include "CommandLine.h"
 #include "commands/DraftReport.h"
 #include "commands/ListOptions.h"
+#include "commands/OutputFile.h"
 #include "keys/KeyFolder.h"
 #include "keys/SigningTime.h"
 #include "publication/Drafts.h"
 #include "publication/Publication.h"
 
+#include "internal/StandardOutput.h"
 #include "os/FileSystem.h"
-#include "os/FileTools.h"
-
-#include <cstdio>
 
 using namespace Qt::StringLiterals;
 
@@ -102,12 +101,11 @@ Failure discard(const Job& pJob, KeyFolder* pKeys)
 Failure writePayload(const CommandLine& pLine, const Draft& pDraft)
 {
     if (pLine.isSet("output")) {
-        return os::replaceFile(os::realFileSystem(), pLine.value("output"), pDraft.mPayload, 0644);
+        return writeOutputFile(pLine.value("output"), pDraft.mPayload);
     }
-    const auto tLength = static_cast<size_t>(pDraft.mPayload.size());
-    return std::fwrite(pDraft.mPayload.constData(), 1, tLength, stdout) == tLength && std::fflush(stdout) == 0
-               ? Failure()
-               : Failure::fromErrno(errno, u"write to standard output"_s);
+    vkcore::writeOutput(pDraft.mPayload);
+    const int tLost = vkcore::flushOutput();
+    return tLost == 0 ? Failure() : Failure::fromErrno(tLost, u"write to standard output"_s);
 }
 
 Failure run(const CommandLine& pLine, const Job& pJob, QString* pReport)

@@ -5,7 +5,6 @@
 #include "commands/ListOptions.h"
 #include "keys/SigningTime.h"
 #include "network/MetadataSource.h"
-#include "publication/CatchUp.h"
 #include "publication/ClockCheck.h"
 #include "publication/Layout.h"
 #include "publication/Publication.h"
@@ -102,9 +101,7 @@ bool readJob(const CommandLine& pLine, Job* pTo)
 
 Failure publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys)
 {
-    os::FileSystem& tFileSystem = os::realFileSystem();
-    Publication tPublication(tFileSystem, pLine.repository(), *pKeys);
-    bool tRaised = false;
+    Publication tPublication(os::realFileSystem(), pLine.repository(), *pKeys);
     if (Failure tFailure = pKeys->open()) {
         return tFailure;
     }
@@ -115,7 +112,7 @@ Failure publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys)
         return tFailure;
     }
     if (pJob.mAbove) {
-        if (Failure tFailure = takeOver(tFileSystem, *pJob.mAbove, pLine.repository(), pKeys, &tRaised)) {
+        if (Failure tFailure = tPublication.takeOver(*pJob.mAbove)) {
             return tFailure;
         }
     }
@@ -132,11 +129,6 @@ Failure publish(const CommandLine& pLine, const Job& pJob, KeyFolder* pKeys)
     setPhases(pJob.mList, pJob.mTimes.mNow, pKeys);
     if (Failure tFailure = tPublication.run(pJob.mTimes)) {
         return tFailure;
-    }
-    if (tRaised || tPublication.hasRaised()) {
-        complain(u"Warning: the record is older than the published repository, and continued above "
-                 "its versions. Repeat what was added or removed since; see "
-                 "\"vkpublish list\""_s);
     }
     for (const QString& tNote : tPublication.notes()) {
         complain(tNote);

@@ -38,11 +38,18 @@ void report(const KeyFolder& pKeys, const QString& pRole, const QDateTime& pOldU
     }
 }
 
-// Nothing has changed if this fails.
-Result<KeyFile> makeNew(const KeyOrder& pOrder, KeyFolder* pKeys)
+// What signs the change in any case is opened first: nothing has changed if this fails.
+Result<KeyFile> makeNew(const KeyOrder& pOrder, const QString& pRole, KeyFolder* pKeys)
 {
     const Failure tFailure = pKeys->open();
-    return tFailure ? Result<KeyFile>(tFailure) : newKey(pOrder, *pKeys);
+    const Result<RootDocument> tRoot = tFailure ? tFailure : RootDocument::read(pKeys->mRecord.mRoot);
+    if (!tRoot) {
+        return tRoot.failure();
+    }
+    QStringList tIds = tRoot->keyIds(tuf::sRoot) + tRoot->keyIds(tuf::sTimestamp) + tRoot->keyIds(pRole);
+    tIds += pRole == tuf::sTargets ? tRoot->keyIds(tuf::sSnapshot) : QStringList();
+    const Result<QList<Signer>> tSigners = pKeys->readSigners(tIds);
+    return tSigners ? newKey(pOrder, *pKeys) : tSigners.failure();
 }
 
 } // namespace
@@ -81,7 +88,7 @@ int cmdRotateKey(const QStringList& pArguments)
     KeyFolder tKeys(os::realFileSystem(), tLine.keys(), tLine.patience());
     Publication tPublication(os::realFileSystem(), tLine.repository(), tKeys);
     QDateTime tOldUntil;
-    const Result<KeyFile> tNew = makeNew(*tOrder, &tKeys);
+    const Result<KeyFile> tNew = makeNew(*tOrder, tRole, &tKeys);
     const Failure tFailure =
         tNew ? rotateKey(&tKeys, &tPublication, tRole, *tNew, tTimes, tNow.addDays(*tRootDays), &tOldUntil)
              : tNew.failure();

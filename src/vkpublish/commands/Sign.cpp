@@ -2,17 +2,18 @@
 
 #include "CommandLine.h"
 #include "commands/OfflineKeys.h"
+#include "commands/OutputFile.h"
 #include "keys/KeyFolder.h"
 #include "keys/SignatureFile.h"
 #include "review/Review.h"
 
+#include "internal/StandardOutput.h"
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
 #include "tuf/Hashes.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <map>
 
 using namespace Qt::StringLiterals;
 
@@ -35,33 +36,42 @@ Result<Payload> readFile(const CommandLine& pLine)
     return tPayload;
 }
 
-bool isWanted(const CommandLine& pLine)
+Failure ask(const CommandLine& pLine)
 {
     if (pLine.isSet("yes")) {
-        return true;
+        return {};
     }
-    std::fputs("Sign this? [y/N] ", stdout);
-    std::fflush(stdout);
+    vkcore::writeOutput("Sign this? [y/N] ");
+    if (const int tLost = vkcore::flushOutput()) {
+        return Failure::fromErrno(tLost, u"show what is to be signed, so nothing was"_s);
+    }
     char tAnswer[16] = "";
     const bool tRead = std::fgets(tAnswer, sizeof(tAnswer), stdin) != nullptr;
     const QByteArray tWord = QByteArray(tAnswer).trimmed().toLower();
-    return tRead && (tWord == "y" || tWord == "yes");
+    return tRead && (tWord == "y" || tWord == "yes")
+               ? Failure()
+               : Failure{Failure::Kind::Canceled, u"Nothing was signed"_s};
 }
 
+// Those of one folder have one passphrase, as a rule.
 Result<QList<Signer>> openKeys(const QList<OfflineKey>& pKeys)
 {
-    std::map<QString, KeyFolder> tFolders;
-    QList<Signer> tSigners;
+    QMap<QString, QStringList> tFolders;
     for (const OfflineKey& tKey : pKeys) {
-        const auto tFolder = tFolders.try_emplace(tKey.mFolder, os::realFileSystem(), tKey.mFolder).first;
-        const Result<Signer> tSigner = tFolder->second.openKeyFile(tKey.mName);
-        if (!tSigner) {
-            return tSigner.failure();
+        tFolders[tKey.mFolder].append(tKey.mName);
+    }
+    QList<Signer> tSigners;
+    for (auto tIt = tFolders.begin(); tIt != tFolders.end(); ++tIt) {
+        const auto tOfFolder = KeyFolder(os::realFileSystem(), tIt.key()).openKeyFiles(*tIt);
+        if (!tOfFolder) {
+            return tOfFolder.failure();
         }
-        // A key and the command for it may both be there.
-        if (std::none_of(tSigners.begin(), tSigners.end(),
-                         [&](const Signer& pOther) { return pOther.id() == tSigner->id(); })) {
-            tSigners.append(*tSigner);
+        for (const Signer& tSigner : *tOfFolder) {
+            // A key and the command for it may both be there.
+            if (std::none_of(tSigners.begin(), tSigners.end(),
+                             [&](const Signer& pOther) { return pOther.id() == tSigner.id(); })) {
+                tSigners.append(tSigner);
+            }
         }
     }
     return tSigners;
@@ -79,8 +89,7 @@ Failure sign(const CommandLine& pLine, const Payload& pPayload, const QList<Offl
     }
     const SignatureFile tFile{
         .mRole = pPayload.mRole, .mSha256 = tuf::sha256(pPayload.mBytes), .mSignatures = *tSignatures};
-    if (Failure tFailure =
-            os::replaceFile(os::realFileSystem(), pLine.value("output"), tFile.toJson(), 0644)) {
+    if (Failure tFailure = writeOutputFile(pLine.value("output"), tFile.toJson())) {
         return tFailure;
     }
     for (const tuf::Signature& tSignature : *tSignatures) {
@@ -103,10 +112,8 @@ Failure run(const CommandLine& pLine)
     for (const QString& tText : *tReview) {
         say(tText);
     }
-    if (!isWanted(pLine)) {
-        return {Failure::Kind::Canceled, u"Nothing was signed"_s};
-    }
-    return sign(pLine, *tPayload, tKeys);
+    const Failure tRefused = ask(pLine);
+    return tRefused ? tRefused : sign(pLine, *tPayload, tKeys);
 }
 
 } // namespace

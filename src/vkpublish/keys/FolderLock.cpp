@@ -1,5 +1,8 @@
 #include "keys/FolderLock.h"
 
+#include "internal/PlainText.h"
+#include "internal/StandardOutput.h"
+
 #include <QtCore/QFile>
 
 #include <fcntl.h>
@@ -7,7 +10,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 
 using namespace Qt::StringLiterals;
 
@@ -26,6 +28,12 @@ int lockWith(int pFd, int pOperation)
     return tResult;
 }
 
+// What network file systems say of a folder.
+bool isNoLock(int pErrno)
+{
+    return pErrno == EBADF || pErrno == ENOLCK || pErrno == EOPNOTSUPP || pErrno == ENOSYS;
+}
+
 } // namespace
 
 FolderLock::~FolderLock()
@@ -40,19 +48,36 @@ QString FolderLock::fileName()
     return u"lock"_s;
 }
 
-Failure FolderLock::take(const QString& pFolder, Patience pPatience)
+Failure FolderLock::takeKeys(const QString& pFolder, Patience pPatience)
 {
     const QByteArray tPath = QFile::encodeName(pFolder + u'/' + fileName());
-    mFd = ::open(tPath.constData(), O_RDWR | O_CREAT | O_CLOEXEC, sFileMode);
-    if (mFd >= 0 && lockWith(mFd, LOCK_EX | LOCK_NB) == 0) {
+    mFd = ::open(tPath.constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, sFileMode);
+    return mFd >= 0 ? wait(pFolder, u"using the keys in %1"_s.arg(pFolder), pPatience)
+                    : Failure::fromErrno(errno, u"lock %1"_s.arg(pFolder));
+}
+
+Failure FolderLock::takeRepository(const QString& pMetadata, Patience pPatience)
+{
+    mFd = ::open(QFile::encodeName(pMetadata).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (mFd < 0) {
+        return Failure::fromErrno(errno, u"lock %1"_s.arg(pMetadata));
+    }
+    return lockWith(mFd, LOCK_EX | LOCK_NB) != 0 && isNoLock(errno)
+               ? Failure()
+               : wait(pMetadata, u"writing to %1"_s.arg(pMetadata), pPatience);
+}
+
+Failure FolderLock::wait(const QString& pFolder, const QString& pUse, Patience pPatience) const
+{
+    if (lockWith(mFd, LOCK_EX | LOCK_NB) == 0) {
         return {};
     }
-    if (mFd >= 0 && errno == EWOULDBLOCK) {
-        if (pPatience == Patience::Refuse) {
-            return Failure::content(u"Another vkpublish is using the keys in %1"_s.arg(pFolder));
-        }
-        std::fprintf(stderr, "vkpublish: Waiting for another vkpublish, which is using the keys in %s\n",
-                     pFolder.toLocal8Bit().constData());
+    if (errno == EWOULDBLOCK && pPatience == Patience::Refuse) {
+        return Failure::content(u"Another vkpublish is "_s + pUse);
+    }
+    if (errno == EWOULDBLOCK) {
+        const QString tText = u"vkpublish: Waiting for another vkpublish, which is %1"_s.arg(pUse);
+        vkcore::writeError(vkcore::singleLine(tText, vkcore::sMaxMessage).toLocal8Bit() + '\n');
         if (lockWith(mFd, LOCK_EX) == 0) {
             return {};
         }

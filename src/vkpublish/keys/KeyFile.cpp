@@ -46,6 +46,13 @@ KeyFile::~KeyFile()
     wipe(&mContent);
 }
 
+KeyText::KeyText(const QString& pPath, QByteArray pContent) : mPath(pPath), mContent(std::move(pContent)) {}
+
+KeyText::~KeyText()
+{
+    wipe(&mContent);
+}
+
 Result<QJsonObject> readPublicKey(const QString& pPath)
 {
     const Result<QByteArray> tPem = os::readFile(os::realFileSystem(), pPath, sMaxPublicFile);
@@ -100,19 +107,32 @@ Result<KeyFile> keyOfCommand(const QString& pCommand, const QJsonObject& pPublic
     return KeyFile(tSigner, sSignerSuffix, QJsonDocument(tContent).toJson());
 }
 
-Result<Signer> readPem(const QString& pPath, const QByteArray& pContent, Passphrases* pPassphrases)
+Result<QList<Signer>> readPems(const std::vector<KeyText>& pTexts, Passphrases* pPassphrases)
 {
-    std::optional<tuf::SigningKey> tKey;
-    if (!tuf::SigningKey::isEncrypted(pContent)) {
-        tKey = tuf::SigningKey::fromPem(pContent);
-    } else if (Failure tFailure = pPassphrases->unlock(pPath, [&](std::string_view pPassphrase) {
-                   tKey = tuf::SigningKey::fromEncryptedPem(pContent, pPassphrase);
-                   return tKey.has_value();
-               })) {
+    std::vector<std::optional<tuf::SigningKey>> tKeys(pTexts.size());
+    std::vector<Locked> tLocked;
+    for (size_t i = 0; i < pTexts.size(); ++i) {
+        if (!tuf::SigningKey::isEncrypted(pTexts[i].mContent)) {
+            tKeys[i] = tuf::SigningKey::fromPem(pTexts[i].mContent);
+            continue;
+        }
+        tLocked.push_back(
+            {pTexts[i].mPath, [tTo = &tKeys[i], tText = &pTexts[i]](std::string_view pPassphrase) {
+                 *tTo = tuf::SigningKey::fromEncryptedPem(tText->mContent, pPassphrase);
+                 return tTo->has_value();
+             }});
+    }
+    if (Failure tFailure = pPassphrases->unlock(std::move(tLocked))) {
         return tFailure;
     }
-    return tKey ? Result<Signer>(Signer(*tKey))
-                : Failure::content(u"%1 does not contain a usable key"_s.arg(pPath));
+    QList<Signer> tSigners;
+    for (size_t i = 0; i < pTexts.size(); ++i) {
+        if (!tKeys[i]) {
+            return Failure::content(u"%1 does not contain a usable key"_s.arg(pTexts[i].mPath));
+        }
+        tSigners.append(Signer(*tKeys[i]));
+    }
+    return tSigners;
 }
 
 Result<Signer> readCommand(const QString& pPath, const QByteArray& pContent)

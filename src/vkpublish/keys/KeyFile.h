@@ -5,7 +5,10 @@
 #include "internal/Failure.h"
 
 #include <QtCore/QByteArray>
+#include <QtCore/QList>
 #include <QtCore/QString>
+
+#include <vector>
 
 namespace tarn::vkpublish {
 
@@ -47,8 +50,20 @@ Result<KeyFile> makeKey(const KeyOrder& pOrder, Passphrases* pPassphrases);
 // "scheme", "keyval".
 Result<KeyFile> keyOfCommand(const QString& pCommand, const QJsonObject& pPublicJson);
 
-// Reads the content of a file with sPemSuffix or sSignerSuffix. pPath is for messages.
-Result<Signer> readPem(const QString& pPath, const QByteArray& pContent, Passphrases* pPassphrases);
+// The content of a file in the key folder.
+struct KeyText
+{
+    QString mPath; // for messages
+    QByteArray mContent;
+
+    KeyText(const QString& pPath, QByteArray pContent);
+    KeyText(KeyText&&) = default;
+    KeyText& operator=(KeyText&&) = default;
+    ~KeyText(); // wipes it
+};
+
+// Of files with sPemSuffix, and with sSignerSuffix.
+Result<QList<Signer>> readPems(const std::vector<KeyText>& pTexts, Passphrases* pPassphrases);
 Result<Signer> readCommand(const QString& pPath, const QByteArray& pContent);
 
 } // namespace tarn::vkpublish

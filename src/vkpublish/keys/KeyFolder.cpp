@@ -1,10 +1,14 @@
 #include "keys/KeyFolder.h"
 
+#include "os/Descriptor.h"
 #include "os/FileSystem.h"
 #include "os/FileTools.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -16,9 +20,14 @@ namespace {
 
 constexpr mode_t sFileMode = 0600;
 constexpr mode_t sFolderMode = 0700;
+constexpr mode_t sParentMode = 0755;
+constexpr qint64 sMaxBeginning = 1024 * 1024;
 constexpr qint64 sMaxRecordLength = 256 * 1024 * 1024;
 
 const QString sRecordName = u"record.json"_s;
+const QString sPackages = u"packages"_s;
+// What a replaced file is called until its rename.
+const QString sNewSuffix = u".new"_s;
 
 } // namespace
 
@@ -53,6 +62,14 @@ Failure KeyFolder::checkEmpty() const
     QStringList tNames =
         QDir(mPath).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     tNames.removeOne(FolderLock::fileName());
+    tNames.removeOne(sRecordName + sNewSuffix);
+    if (const std::optional<Beginning> tBegun = begun()) {
+        tNames.removeIf([&](const QString& pName) {
+            return pName == sRecordName || pName == sPackages ||
+                   tBegun->mKeys.contains(pName.endsWith(sNewSuffix) ? pName.chopped(sNewSuffix.size())
+                                                                     : pName);
+        });
+    }
     return tNames.isEmpty() ? Failure()
            : tNames.contains(sRecordName)
                ? Failure::content(u"%1 already contains the keys of a repository"_s.arg(mPath))
@@ -61,8 +78,10 @@ Failure KeyFolder::checkEmpty() const
 
 Failure KeyFolder::create()
 {
-    if (!QDir().mkpath(QFileInfo(mPath).absolutePath()) ||
-        (mFileSystem.makeDir(QFile::encodeName(mPath), sFolderMode) != 0 && errno != EEXIST)) {
+    if (Failure tFailure = os::makePath(mFileSystem, QFileInfo(mPath).absolutePath(), sParentMode)) {
+        return tFailure;
+    }
+    if (mFileSystem.makeDir(QFile::encodeName(mPath), sFolderMode) != 0 && errno != EEXIST) {
         return Failure::fromErrno(errno, u"create the key folder %1"_s.arg(mPath));
     }
     if (Failure tFailure = checkEmpty()) {
@@ -71,10 +90,34 @@ Failure KeyFolder::create()
     if (Failure tFailure = checkPrivate(mPath)) {
         return tFailure;
     }
-    if (Failure tFailure = mLock.take(mPath, mPatience)) {
+    if (Failure tFailure = mLock.takeKeys(mPath, mPatience)) {
         return tFailure;
     }
     return checkEmpty(); // whoever had the lock may have filled it
+}
+
+std::optional<Beginning> KeyFolder::begun() const
+{
+    // What it names is removed, so it must be from this user.
+    const QString tPath = filePath(sRecordName);
+    const os::Descriptor tFile = os::openRegular(mFileSystem, QFile::encodeName(tPath));
+    struct stat tStat = {};
+    return tFile.isOpen() && ::fstat(tFile.fd(), &tStat) == 0 && tStat.st_uid == ::geteuid()
+               ? Beginning::fromJson(
+                     os::readOpenFile(mFileSystem, tFile.fd(), tPath, sMaxBeginning).valueOr({}))
+               : std::nullopt;
+}
+
+Failure KeyFolder::begin(const Beginning& pNew)
+{
+    for (const QString& tName : begun().value_or(Beginning()).mKeys) {
+        for (const QString& tPath : {filePath(tName), filePath(tName) + sNewSuffix}) {
+            if (mFileSystem.unlink(QFile::encodeName(tPath)) != 0 && errno != ENOENT) {
+                return Failure::fromErrno(errno, u"remove %1"_s.arg(tPath));
+            }
+        }
+    }
+    return os::replaceFile(mFileSystem, filePath(sRecordName), pNew.toJson(), sFileMode);
 }
 
 Failure KeyFolder::openLocked()
@@ -91,7 +134,7 @@ Failure KeyFolder::openLocked()
     if (Failure tFailure = checkPrivate(mPath)) {
         return tFailure;
     }
-    return mLock.take(mPath, mPatience);
+    return mLock.takeKeys(mPath, mPatience);
 }
 
 Failure KeyFolder::open()
@@ -107,12 +150,17 @@ Failure KeyFolder::openWithoutRecord()
     if (Failure tFailure = checkPrivate(mPath)) {
         return tFailure;
     }
-    if (Failure tFailure = mLock.take(mPath, mPatience)) {
+    if (Failure tFailure = mLock.takeKeys(mPath, mPatience)) {
         return tFailure;
     }
     return QFileInfo::exists(filePath(sRecordName))
                ? Failure::content(u"%1 has a record: move it away if it is lost or damaged"_s.arg(mPath))
                : Failure();
+}
+
+Failure KeyFolder::lockRepository(const QString& pMetadata)
+{
+    return mRepositoryLock.isTaken() ? Failure() : mRepositoryLock.takeRepository(pMetadata, mPatience);
 }
 
 Failure KeyFolder::openForReading()
@@ -142,7 +190,7 @@ Failure KeyFolder::read(const QString& pPrefix)
         if (tText == tBefore) {
             return Failure::content(
                 u"%1: the record and the folder %2 belong together, restore both from the "
-                "same backup"_s.arg(tFailure.mText, filePath(u"packages"_s)));
+                "same backup"_s.arg(tFailure.mText, filePath(sPackages)));
         }
         tBefore = tText;
     }
@@ -157,10 +205,11 @@ Failure KeyFolder::readOnce(const QString& pPrefix, QByteArray* pText)
     *pText = *tText;
     mRecord = Record();
     if (!Record::fromJson(*tText, &mRecord)) {
-        return Failure::content((Record::isNewer(*tText)
-                                     ? u"%1 was written by a newer vkpublish: use that one"_s
-                                     : u"%1 is damaged: restore the key folder from a backup"_s)
-                                    .arg(filePath(sRecordName)));
+        return Failure::content(
+            (Beginning::fromJson(*tText) ? u"%1 says that \"vkpublish init\" was interrupted: run it again"_s
+             : Record::isNewer(*tText)   ? u"%1 was written by a newer vkpublish: use that one"_s
+                                         : u"%1 is damaged: restore the key folder from a backup"_s)
+                .arg(filePath(sRecordName)));
     }
     if (mRecord.mChangesFile.mNumber == 0) {
         return {};

@@ -3,6 +3,7 @@
 #include "keys/FolderLock.h"
 #include "keys/KeyFile.h"
 #include "keys/Passphrases.h"
+#include "record/Beginning.h"
 #include "record/Draft.h"
 #include "record/PackageLists.h"
 #include "record/Record.h"
@@ -29,16 +30,22 @@ public:
 
     const QString& path() const { return mPath; }
 
-    // A failure if there is something in the folder.
+    // A failure if there is something in the folder that was not begun.
     Failure checkEmpty() const;
-    // Creates the folder, which must be new or empty, and locks it.
+    // Creates the folder, which must be new or empty in this sense, and locks it.
     Failure create();
+    // What a new repository begins with, until the first save(). What was begun before is removed.
+    Failure begin(const Beginning& pNew);
+    std::optional<Beginning> begun() const;
     // Locks the folder against other publishers, and waits for them if need be. Then reads the record.
     Failure open();
     // Only reads the record: as it was before or after what another publisher changes just now.
     Failure openForReading();
     // Locks the folder, which must have no record.
     Failure openWithoutRecord();
+    // Locks the repository, whose metadata is in this folder, too, as long as this object lives: against
+    // publishers with other keys, and mirrors. Everything that writes to it begins with this.
+    Failure lockRepository(const QString& pMetadata);
 
     // save() writes it.
     Record mRecord;
@@ -66,10 +73,9 @@ public:
     bool isGone(const QString& pId) const;
     // Whether enough keys of the role are here.
     bool canSign(const RootDocument& pRoot, const QString& pRole) const;
-    Result<Signer> readKey(const QString& pId) const;
-    // From a file in the folder, which needs no record for it. A command for the key beside its file signs in
-    // its place.
-    Result<Signer> openKeyFile(const QString& pName) const;
+    // From files in the folder, which needs no record for it; in their order. A command for a key beside its
+    // file signs in its place.
+    Result<QList<Signer>> openKeyFiles(const QStringList& pNames) const;
     // Of those of these keys that are here.
     Result<QList<Signer>> readSigners(const QStringList& pIds) const;
     // Of the keys of a role that a record of format 1 has replaced, as long as their files are here.
@@ -80,6 +86,8 @@ public:
     Failure beginWith(const QByteArray& pRoot, const QList<RetiringRoot>& pReplaced);
     // Sets this root in mRecord. pUntil: when no machine can need the replaced one any longer.
     Failure replaceRoot(const QByteArray& pRoot, const QDateTime& pUntil);
+    // The file of a key.
+    static QString nameOf(const QString& pRole, const KeyFile& pKey);
     // Writes the key to its own file and sets it in mRecord.
     Failure addKey(const QString& pRole, const KeyFile& pKey);
 
@@ -97,7 +105,7 @@ private:
     void dropMissingKeys(const RootDocument& pOld, const RootDocument& pNew);
     Failure checkKeys(const RootDocument& pRoot) const;
     Result<QByteArray> readPrivate(const QString& pPath) const;
-    Result<Signer> readKeyFile(const QString& pName) const;
+    Failure openAll(QStringList pNames) const;
 
     os::FileSystem& mFileSystem;
     QString mPath;
@@ -106,6 +114,7 @@ private:
     bool mMaySave = true; // false: mRecord is not whole, or a save() has failed
     Patience mPatience;
     FolderLock mLock;
+    FolderLock mRepositoryLock;
     mutable Passphrases mPassphrases;
     mutable QMap<QString, Signer> mOpened; // file name -> its key: to open one takes a while
 };

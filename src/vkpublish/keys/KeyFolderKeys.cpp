@@ -57,16 +57,6 @@ bool KeyFolder::isGone(const QString& pId) const
     return tRoot && tRoot->publicJson(pId).isEmpty();
 }
 
-Result<Signer> KeyFolder::readKey(const QString& pId) const
-{
-    const QString tFile = mRecord.mKeys.value(pId).mFile;
-    Result<Signer> tSigner = readKeyFile(tFile);
-    if (tSigner && tSigner->id() != pId) {
-        return Failure::content(u"%1 contains another key than %2"_s.arg(filePath(tFile), pId));
-    }
-    return tSigner;
-}
-
 Result<QByteArray> KeyFolder::readPrivate(const QString& pPath) const
 {
     if (Failure tFailure = checkPrivate(pPath)) {
@@ -75,47 +65,78 @@ Result<QByteArray> KeyFolder::readPrivate(const QString& pPath) const
     return os::readFile(mFileSystem, pPath, sMaxKeyLength);
 }
 
-Result<Signer> KeyFolder::readKeyFile(const QString& pName) const
+// Those that were not opened before, into mOpened.
+Failure KeyFolder::openAll(QStringList pNames) const
 {
-    if (const auto tOpened = mOpened.constFind(pName); tOpened != mOpened.constEnd()) {
-        return *tOpened;
+    pNames.removeDuplicates();
+    pNames.removeIf([this](const QString& pName) { return mOpened.contains(pName); });
+    const Result<QList<Signer>> tSigners = openKeyFiles(pNames);
+    if (!tSigners) {
+        return tSigners.failure();
     }
-    Result<Signer> tSigner = openKeyFile(pName);
-    if (!tSigner) {
-        return tSigner;
+    for (qsizetype i = 0; i < pNames.size(); ++i) {
+        const QString& tName = pNames[i];
+        if (tSigners->at(i).id().left(sIdInName) != tName.section(u'-', -1).section(u'.', 0, 0)) {
+            return Failure::content(u"%1 has another key than its name says"_s.arg(filePath(tName)));
+        }
+        mOpened.insert(tName, tSigners->at(i));
     }
-    if (tSigner->id().left(sIdInName) != pName.section(u'-', -1).section(u'.', 0, 0)) {
-        return Failure::content(u"%1 has another key than its name says"_s.arg(filePath(pName)));
-    }
-    mOpened.insert(pName, *tSigner);
-    return tSigner;
+    return {};
 }
 
-Result<Signer> KeyFolder::openKeyFile(const QString& pName) const
+Result<QList<Signer>> KeyFolder::openKeyFiles(const QStringList& pNames) const
 {
-    const QString tPem = filePath(pName);
-    const QString tCommand = commandPath(pName);
-    const bool tHasCommand = QFileInfo::exists(tCommand);
-    Result<QByteArray> tContent = readPrivate(tHasCommand ? tCommand : tPem);
-    if (!tContent) {
-        return tContent.failure();
+    QMap<QString, Signer> tFound;
+    QStringList tPemNames;
+    std::vector<KeyText> tPems;
+    for (const QString& tName : pNames) {
+        const bool tHasCommand = QFileInfo::exists(commandPath(tName));
+        const QString tPath = tHasCommand ? commandPath(tName) : filePath(tName);
+        Result<QByteArray> tContent = readPrivate(tPath);
+        if (!tContent) {
+            return tContent.failure();
+        }
+        KeyText tText(tPath, std::move(*tContent));
+        if (!tHasCommand) {
+            tPemNames.append(tName);
+            tPems.push_back(std::move(tText));
+            continue;
+        }
+        const Result<Signer> tSigner = readCommand(tPath, tText.mContent);
+        if (!tSigner) {
+            return tSigner.failure();
+        }
+        tFound.insert(tName, *tSigner);
     }
-    Result<Signer> tSigner =
-        tHasCommand ? readCommand(tCommand, *tContent) : readPem(tPem, *tContent, &mPassphrases);
-    wipe(&*tContent);
-    return tSigner;
+    const Result<QList<Signer>> tKeys = readPems(tPems, &mPassphrases);
+    if (!tKeys) {
+        return tKeys.failure();
+    }
+    for (qsizetype i = 0; i < tKeys->size(); ++i) {
+        tFound.insert(tPemNames[i], tKeys->at(i));
+    }
+    QList<Signer> tSigners;
+    for (const QString& tName : pNames) {
+        tSigners.append(*tFound.constFind(tName));
+    }
+    return tSigners;
 }
 
 Result<QList<Signer>> KeyFolder::readSigners(const QStringList& pIds) const
 {
+    const QStringList tIds = here(pIds);
+    QStringList tNames;
+    for (const QString& tId : tIds) {
+        tNames.append(mRecord.mKeys.value(tId).mFile);
+    }
+    if (Failure tFailure = openAll(tNames)) {
+        return tFailure;
+    }
     QList<Signer> tKeys;
-    for (const QString& tId : pIds) {
-        if (!isHere(tId)) {
-            continue;
-        }
-        const Result<Signer> tKey = readKey(tId);
-        if (!tKey) {
-            return tKey.failure();
+    for (qsizetype i = 0; i < tIds.size(); ++i) {
+        const auto tKey = mOpened.constFind(tNames[i]);
+        if (tKey->id() != tIds[i]) {
+            return Failure::content(u"%1 contains another key than %2"_s.arg(filePath(tNames[i]), tIds[i]));
         }
         tKeys.append(*tKey);
     }
@@ -124,16 +145,18 @@ Result<QList<Signer>> KeyFolder::readSigners(const QStringList& pIds) const
 
 Result<QList<Signer>> KeyFolder::readRetiringKeys(const QString& pRole) const
 {
-    QList<Signer> tKeys;
+    QStringList tNames;
     for (const RetiringKey& tRetiring : mRecord.mRetiringKeys) {
-        if (tRetiring.mRole != pRole || !QFileInfo::exists(filePath(tRetiring.mFile))) {
-            continue;
+        if (tRetiring.mRole == pRole && QFileInfo::exists(filePath(tRetiring.mFile))) {
+            tNames.append(tRetiring.mFile);
         }
-        const Result<Signer> tKey = readKeyFile(tRetiring.mFile);
-        if (!tKey) {
-            return tKey.failure();
-        }
-        tKeys.append(*tKey);
+    }
+    if (Failure tFailure = openAll(tNames)) {
+        return tFailure;
+    }
+    QList<Signer> tKeys;
+    for (const QString& tName : tNames) {
+        tKeys.append(*mOpened.constFind(tName));
     }
     return tKeys;
 }
@@ -242,13 +265,19 @@ void KeyFolder::dropMissingKeys(const RootDocument& pOld, const RootDocument& pN
     }
 }
 
+QString KeyFolder::nameOf(const QString& pRole, const KeyFile& pKey)
+{
+    return keyFileName(pRole, pKey.mSigner.id()) + pKey.mSuffix;
+}
+
 Failure KeyFolder::addKey(const QString& pRole, const KeyFile& pKey)
 {
-    const QString tName = keyFileName(pRole, pKey.mSigner.id()) + pKey.mSuffix;
+    const QString tName = nameOf(pRole, pKey);
     if (Failure tFailure = os::replaceFile(mFileSystem, filePath(tName), pKey.mContent, sFileMode)) {
         return tFailure;
     }
     mRecord.mKeys.insert(pKey.mSigner.id(), {.mFile = tName});
+    mOpened.insert(tName, pKey.mSigner);
     return {};
 }
 

@@ -11,7 +11,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <system_error>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -68,6 +72,42 @@ Result<Secret> readFrom(const QString& pPath, bool pMayBeRead)
     return tSecret;
 }
 
+bool isTooShort(const Secret& pSecret)
+{
+    return pSecret.text().size() < sLeastNew;
+}
+
+Failure tooShort()
+{
+    return Failure::content(u"A new key needs a passphrase of at least %1 characters"_s.arg(sLeastNew));
+}
+
+// What this passphrase opens. All threads have ended when it returns.
+void dropOpened(std::string_view pPassphrase, std::vector<Locked>* pLocked)
+{
+    std::vector<char> tIsOpen(pLocked->size());
+    std::atomic<size_t> tNext = 0;
+    const auto tLoop = [&] {
+        for (size_t i = tNext++; i < tIsOpen.size(); i = tNext++) {
+            tIsOpen[i] = (*pLocked)[i].mOpen(pPassphrase) ? 1 : 0;
+        }
+    };
+    std::vector<std::thread> tThreads;
+    try {
+        for (size_t i = 1; i < std::min<size_t>(std::thread::hardware_concurrency(), tIsOpen.size()); ++i) {
+            tThreads.emplace_back(tLoop);
+        }
+    } catch (const std::system_error&) {
+        // The user or the unit may have no more: then it takes longer.
+    }
+    tLoop();
+    for (std::thread& tThread : tThreads) {
+        tThread.join();
+    }
+    size_t tAt = 0;
+    std::erase_if(*pLocked, [&](const Locked&) { return tIsOpen[tAt++] != 0; });
+}
+
 Result<Secret> askForNew(const QString& pWhat)
 {
     Terminal tTerminal;
@@ -78,8 +118,8 @@ Result<Secret> askForNew(const QString& pWhat)
     if (!tSecret) {
         return tSecret;
     }
-    if (tSecret->text().size() < sLeastNew) {
-        return Failure::content(u"A new passphrase needs at least %1 characters"_s.arg(sLeastNew));
+    if (isTooShort(*tSecret)) {
+        return tooShort();
     }
     const Result<Secret> tAgain = tTerminal.ask(u"The same again: "_s);
     if (!tAgain) {
@@ -119,33 +159,39 @@ Result<const Secret*> Passphrases::given()
     return nullptr;
 }
 
-Failure Passphrases::unlock(const QString& pName, const std::function<bool(std::string_view)>& pOpen)
+Result<const Secret*> Passphrases::ask(const QString& pName)
 {
-    if (mKnown.empty()) {
+    Terminal tTerminal;
+    return tTerminal.isOpen() ? keep(tTerminal.ask(u"Passphrase for %1: "_s.arg(
+                                    mKnown.empty() ? mWhat : pName + u", another one"_s)))
+                              : Result<const Secret*>(noTerminal(pName));
+}
+
+Failure Passphrases::unlock(std::vector<Locked> pLocked)
+{
+    if (mKnown.empty() && !pLocked.empty()) {
         if (const Result<const Secret*> tGiven = given(); !tGiven) {
             return tGiven.failure();
         }
     }
     for (const Secret& tSecret : mKnown) {
-        if (pOpen(tSecret.text())) {
-            return {};
+        dropOpened(tSecret.text(), &pLocked);
+    }
+    while (!pLocked.empty()) {
+        const QString tName = pLocked.front().mName;
+        const size_t tCount = pLocked.size();
+        if (!mIsGiven) {
+            const Result<const Secret*> tSecret = ask(tName);
+            if (!tSecret) {
+                return tSecret.failure();
+            }
+            dropOpened((*tSecret)->text(), &pLocked);
+        }
+        if (pLocked.size() == tCount) {
+            return Failure::content(u"The passphrase does not open %1"_s.arg(tName));
         }
     }
-    if (!mIsGiven) {
-        Terminal tTerminal;
-        if (!tTerminal.isOpen()) {
-            return noTerminal(pName);
-        }
-        const Result<const Secret*> tSecret = keep(
-            tTerminal.ask(u"Passphrase for %1: "_s.arg(mKnown.empty() ? mWhat : pName + u", another one"_s)));
-        if (!tSecret) {
-            return tSecret.failure();
-        }
-        if (pOpen((*tSecret)->text())) {
-            return {};
-        }
-    }
-    return Failure::content(u"The passphrase does not open %1"_s.arg(pName));
+    return {};
 }
 
 Result<const Secret*> Passphrases::forNew()
@@ -155,7 +201,8 @@ Result<const Secret*> Passphrases::forNew()
             return tGiven.failure();
         }
     }
-    return mKnown.empty() ? keep(askForNew(mWhat)) : &mKnown.front();
+    Result<const Secret*> tSecret = mKnown.empty() ? keep(askForNew(mWhat)) : &mKnown.front();
+    return tSecret && isTooShort(**tSecret) ? tooShort() : tSecret;
 }
 
 } // namespace tarn::vkpublish

@@ -8,8 +8,17 @@
 
 #include <deque>
 #include <functional>
+#include <string_view>
+#include <vector>
 
 namespace tarn::vkpublish {
+
+// Something that a passphrase opens.
+struct Locked
+{
+    QString mName;                               // for messages
+    std::function<bool(std::string_view)> mOpen; // false: it is another passphrase. Called on any thread
+};
 
 // The passphrases of one run. The first one comes from the file that VKPUBLISH_PASSPHRASE_FILE names, from
 // the systemd credential vkpublish-passphrase, or from the terminal, when a key needs it; none is asked for
@@ -20,15 +29,18 @@ public:
     // pWhat: what they open, for the prompt.
     explicit Passphrases(const QString& pWhat);
 
-    // Calls pOpen until it returns true for a passphrase. pName: what it opens, for messages.
-    Failure unlock(const QString& pName, const std::function<bool(std::string_view)>& pOpen);
+    // Opens all of these, as many at the same time as there are processors: each takes a while.
+    Failure unlock(std::vector<Locked> pLocked);
 
     // For a new key: the first one of this run. It lives as long as this object.
     Result<const Secret*> forNew();
+    // Whether something was opened, or a new one was given.
+    bool isKnown() const { return !mKnown.empty(); }
 
 private:
     // From a file or a credential; null if there is neither.
     Result<const Secret*> given();
+    Result<const Secret*> ask(const QString& pName);
     Result<const Secret*> keep(Result<Secret> pSecret);
 
     QString mWhat;

@@ -2,6 +2,8 @@
 
 #include "keys/SignalQueue.h"
 
+#include "internal/PlainText.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
@@ -49,7 +51,7 @@ void Terminal::restore() const
 
 Result<Secret> Terminal::ask(const QString& pPrompt)
 {
-    const QByteArray tPrompt = pPrompt.toLocal8Bit();
+    const QByteArray tPrompt = vkcore::shownText(pPrompt).toLocal8Bit(); // it names files
     SignalQueue tSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
     Secret tLine;
     hide(tPrompt);

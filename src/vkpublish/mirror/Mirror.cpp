@@ -114,7 +114,8 @@ Failure Mirror::trust(const QByteArray& pRoot)
     Failure tFailure = tIsNew ? mFolder.save() : Failure();
     tFailure = tFailure ? tFailure : mFolder.makeFolder(metadataFolder({}).mid(1));
     tFailure = tFailure ? tFailure : mFolder.makeFolder(targetsFolder({}).mid(1));
-    return tFailure ? tFailure : os::syncDir(mFileSystem, mFolder.path());
+    tFailure = tFailure ? tFailure : os::syncDir(mFileSystem, mFolder.path());
+    return tFailure ? tFailure : mFolder.lockRepository();
 }
 
 // Asks for one small file. Only a copy that was complete, and whose files are still there, can be up to date.

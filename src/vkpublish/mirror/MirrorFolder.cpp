@@ -1,5 +1,7 @@
 #include "mirror/MirrorFolder.h"
 
+#include "publication/Layout.h"
+
 #include "os/FileTools.h"
 
 #include <QtCore/QDir>
@@ -82,6 +84,11 @@ Failure MirrorFolder::lock()
     return errno == EWOULDBLOCK
                ? Failure{Failure::Kind::Person, u"Another vkpublish is mirroring into %1"_s.arg(mPath)}
                : Failure::fromErrno(errno, u"lock %1"_s.arg(mPrivate.pathOf("lock")));
+}
+
+Failure MirrorFolder::lockRepository()
+{
+    return mRepositoryLock.takeRepository(metadataFolder(mPath), Patience::Wait);
 }
 
 Failure MirrorFolder::readRecord()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "keys/FolderLock.h"
 #include "mirror/MirrorRecord.h"
 
 #include "os/PrivateFolder.h"
@@ -23,6 +24,8 @@ public:
     // Claims the folder, which no other process may have, and reads the record. Kind::Person for a folder
     // that is not empty and no mirror.
     Failure open();
+    // Locks the repository that the copy is, against publishers. After its metadata folder was made.
+    Failure lockRepository();
     // Writes the record; after the first time the folder is a mirror.
     Failure save();
     // Makes a folder below this one, with those above it. A link or a file in place of one of them is a
@@ -52,6 +55,7 @@ private:
     os::PrivateFolder mPrivate;
     os::PrivateFolder mIncoming;
     os::Descriptor mLock;
+    FolderLock mRepositoryLock;
 };
 
 } // namespace tarn::vkpublish

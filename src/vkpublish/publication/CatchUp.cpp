@@ -1,12 +1,16 @@
 #include "publication/CatchUp.h"
 
 #include "keys/KeyFolder.h"
+#include "keys/Roles.h"
 #include "network/MetadataSource.h"
 #include "publication/Layout.h"
+#include "publication/NewRoot.h"
 #include "publication/RepositoryState.h"
 
 #include "os/FileTools.h"
 #include "tuf/Metadata.h"
+
+#include <QtCore/QJsonDocument>
 
 using namespace Qt::StringLiterals;
 
@@ -86,14 +90,31 @@ Failure writeRoots(os::FileSystem& pFileSystem, const RepositoryState& pSeen, co
     return {};
 }
 
+// The list of packages of this version in the repository, if it has what the record has: then only its expiry
+// was renewed. Whether it is signed is to be checked.
+PublishedFile sameList(os::FileSystem& pFileSystem, const QString& pRepository, const Record& pRecord,
+                       qint64 pVersion)
+{
+    const QString tPath = versionedPath(pRepository, tuf::sTargets, pVersion);
+    const QByteArray tFile = os::readFile(pFileSystem, tPath, tuf::Limits().mTargetsLength).valueOr({});
+    const QJsonObject tTargets = QJsonDocument::fromJson(tFile)["signed"_L1]["targets"_L1].toObject();
+    tuf::Targets tList;
+    return !tuf::parseTargets(tFile, tuf::sTargets, &tList) &&
+                   TargetList(tTargets) == pRecord.mPublishedTargets
+               ? PublishedFile{metaOf(pVersion, tFile), tList.mExpires}
+               : PublishedFile();
+}
+
 } // namespace
 
-Failure raiseVersions(KeyFolder* pKeys, const RepositoryState& pSeen, bool* pRaised)
+Failure raiseVersions(os::FileSystem& pFileSystem, const QString& pRepository, KeyFolder* pKeys,
+                      const RepositoryState& pSeen, bool* pRaised)
 {
     Record& tRecord = pKeys->mRecord;
-    bool tNewTargets = !pSeen.mNewRoots.isEmpty();
-    bool tNewSnapshot = tNewTargets;
-    if (tNewTargets) {
+    const bool tNewRoot = !pSeen.mNewRoots.isEmpty();
+    bool tNewTargets = false;
+    bool tNewSnapshot = false;
+    if (tNewRoot) {
         if (Failure tFailure = pKeys->takeRoot(pSeen.mNewRoots.last())) {
             return tFailure;
         }
@@ -106,12 +127,16 @@ Failure raiseVersions(KeyFolder* pKeys, const RepositoryState& pSeen, bool* pRai
         }
     }
     if (tNewTargets) {
-        tRecord.mPublishedTargetsFile = PublishedFile();
+        tRecord.mPublishedTargetsFile =
+            sameList(pFileSystem, pRepository, tRecord, tRecord.mVersions[tuf::sTargets]);
     }
     if (tNewSnapshot) {
         tRecord.mPublishedSnapshot = PublishedFile();
     }
-    *pRaised = *pRaised || tNewTargets;
+    if (tNewRoot || tNewTargets) {
+        dropUnsigned(pFileSystem, pKeys, pRepository, QDateTime::currentDateTimeUtc());
+        *pRaised = true;
+    }
     return {};
 }
 
@@ -147,7 +172,7 @@ Failure takeOver(os::FileSystem& pFileSystem, tuf::Fetcher& pFrom, const QString
     if (Failure tFailure = writeRoots(pFileSystem, tSeen, pRepository)) {
         return tFailure;
     }
-    return raiseVersions(pKeys, tSeen, pRaised);
+    return raiseVersions(pFileSystem, pRepository, pKeys, tSeen, pRaised);
 }
 
 } // namespace tarn::vkpublish

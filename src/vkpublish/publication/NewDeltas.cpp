@@ -47,6 +47,9 @@ QString NewDeltas::scratch() const
 
 Failure NewDeltas::make(int pCount)
 {
+    if (Failure tFailure = mKeys.lockRepository(metadataFolder(mRepository))) {
+        return tFailure;
+    }
     if (Failure tFailure = os::removeTree(mFileSystem, scratch())) {
         return tFailure;
     }

@@ -12,6 +12,7 @@ namespace tarn::vkpublish {
 
 namespace {
 
+constexpr mode_t sFileMode = 0644;
 constexpr qint64 sMaxMetadata = 16 * 1024 * 1024;
 
 bool isPublished(const Record& pRecord, const Draft& pDraft)
@@ -41,6 +42,18 @@ bool isSigned(os::FileSystem& pFileSystem, const KeyFolder& pKeys, const QString
            SignatureNeeds::of(pKeys, pRole, pNow).areMet(tSigned);
 }
 
+QString rootPath(const QString& pRepository, const QByteArray& pRoot)
+{
+    tuf::Root tRoot;
+    (void)tuf::parseRoot(pRoot, &tRoot); // it is the record's
+    return versionedPath(pRepository, tuf::sRoot, tRoot.mVersion);
+}
+
+bool isWritten(os::FileSystem& pFileSystem, const QString& pRepository, const QByteArray& pRoot)
+{
+    return os::readFile(pFileSystem, rootPath(pRepository, pRoot), sMaxMetadata).valueOr({}) == pRoot;
+}
+
 } // namespace
 
 Result<std::optional<Draft>> completeRoot(const KeyFolder& pKeys, const QDateTime& pNow, QStringList* pNotes)
@@ -66,12 +79,9 @@ Result<std::optional<Draft>> completeRoot(const KeyFolder& pKeys, const QDateTim
     return tDraft;
 }
 
-Failure adoptRoot(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& pRepository,
-                  const Draft& pRoot, const QDateTime& pNow, const QDateTime& pUntil)
+void dropUnsigned(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& pRepository,
+                  const QDateTime& pNow)
 {
-    if (Failure tFailure = pKeys->replaceRoot(pRoot.file(), pUntil)) {
-        return tFailure;
-    }
     Record& tRecord = pKeys->mRecord;
     if (!isSigned(pFileSystem, *pKeys, pRepository, tuf::sTargets, tRecord.mPublishedTargetsFile, pNow)) {
         tRecord.mPublishedTargetsFile = PublishedFile();
@@ -79,6 +89,41 @@ Failure adoptRoot(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& 
     if (!isSigned(pFileSystem, *pKeys, pRepository, tuf::sSnapshot, tRecord.mPublishedSnapshot, pNow)) {
         tRecord.mPublishedSnapshot = PublishedFile();
     }
+}
+
+Failure adoptRoot(os::FileSystem& pFileSystem, KeyFolder* pKeys, const QString& pRepository,
+                  const Draft& pRoot, const QDateTime& pNow, const QDateTime& pUntil)
+{
+    Record& tRecord = pKeys->mRecord;
+    const QByteArray tReplaced = tRecord.mRoot;
+    if (Failure tFailure = pKeys->replaceRoot(pRoot.file(), pUntil)) {
+        return tFailure;
+    }
+    // Only the record has it.
+    if (!isWritten(pFileSystem, pRepository, tReplaced) &&
+        (tRecord.mRetiringRoots.isEmpty() || tRecord.mRetiringRoots.last().mRoot != tReplaced)) {
+        tRecord.mRetiringRoots.append({tReplaced, pUntil});
+    }
+    dropUnsigned(pFileSystem, pKeys, pRepository, pNow);
+    return {};
+}
+
+Failure writeRoots(os::FileSystem& pFileSystem, const QString& pRepository, const QDateTime& pNow,
+                   Record* pRecord)
+{
+    QList<QByteArray> tRoots;
+    for (const RetiringRoot& tReplaced : pRecord->mRetiringRoots) {
+        tRoots.append(tReplaced.mRoot);
+    }
+    for (const QByteArray& tRoot : tRoots << pRecord->mRoot) {
+        if (isWritten(pFileSystem, pRepository, tRoot)) {
+            continue;
+        }
+        if (Failure tFailure = os::replaceFile(pFileSystem, rootPath(pRepository, tRoot), tRoot, sFileMode)) {
+            return tFailure;
+        }
+    }
+    pRecord->mRetiringRoots.removeIf([&](const RetiringRoot& pOld) { return pOld.mUntil <= pNow; });
     return {};
 }
 

@@ -92,12 +92,30 @@ Failure Publication::catchUp()
     if (Failure tFailure = checkClock(mKeys.mRecord, QDateTime::currentDateTimeUtc())) {
         return tFailure;
     }
+    if (Failure tFailure = mKeys.lockRepository(metadataFolder(mRepository))) {
+        return tFailure;
+    }
     FolderFetcher tFolder(mFileSystem, metadataFolder(mRepository));
     RepositoryState tSeen;
     // Metadata that cannot be verified is ignored, and written again.
     (void)readState(tFolder, mKeys.mRecord.mRoot, &tSeen);
     mForeign = checkLead(mKeys.mRecord, tSeen);
-    return raiseVersions(&mKeys, tSeen, &mRaised);
+    return raiseVersions(mFileSystem, mRepository, &mKeys, tSeen, &mRaised);
+}
+
+Failure Publication::takeOver(tuf::Fetcher& pFrom)
+{
+    const Failure tFailure = mKeys.lockRepository(metadataFolder(mRepository));
+    return tFailure ? tFailure : vkpublish::takeOver(mFileSystem, pFrom, mRepository, &mKeys, &mRaised);
+}
+
+QStringList Publication::notes() const
+{
+    return mRaised ? QStringList{u"Warning: the record is older than the published repository, and continued "
+                                 u"above its versions. Repeat what was added or removed since; see "
+                                 "\"vkpublish list\""_s} +
+                         mNotes
+                   : mNotes;
 }
 
 bool Publication::isUsable(const QString& pRole, const PublishedFile& pFile, const QDateTime& pNow) const
@@ -125,38 +143,24 @@ Failure Publication::writeVersioned(const QString& pRole, const NewMetadataFile&
     return {};
 }
 
-bool Publication::isRootWritten() const
-{
-    const QString tPath = versionedPath(mRepository, tuf::sRoot, mKeys.mRecord.mVersions[tuf::sRoot]);
-    const Result<QByteArray> tPresent = os::readFile(mFileSystem, tPath, sMaxMetadata);
-    return tPresent && *tPresent == mKeys.mRecord.mRoot;
-}
-
-Failure Publication::writeRoot()
-{
-    const QString tPath = versionedPath(mRepository, tuf::sRoot, mKeys.mRecord.mVersions[tuf::sRoot]);
-    return isRootWritten() ? Failure() : write(tPath, mKeys.mRecord.mRoot);
-}
-
 Failure Publication::checkRootExpiry(const QDateTime& pNow) const
 {
     const Result<RootDocument> tRoot = RootDocument::read(mKeys.mRecord.mRoot);
     if (!tRoot) {
         return tRoot.failure();
     }
+    const QString tNext = mNotes.isEmpty() ? u": renew it with \"vkpublish payload DIR root\""_s
+                                           : u". "_s + mNotes.join(u". "_s);
     return tRoot->expires() > pNow
                ? Failure()
-               : Failure::content(
-                     u"The root has expired on %1, and machines refuse the repository: renew it with "
-                     "\"vkpublish payload DIR root\""_s.arg(tRoot->expires().toString(Qt::ISODate)));
+               : Failure::content(u"The root has expired on %1, and machines refuse the repository%2"_s.arg(
+                     tRoot->expires().toString(Qt::ISODate), tNext));
 }
 
 Failure Publication::run(const PublicationTimes& pTimes)
 {
     Record& tRecord = mKeys.mRecord;
-    const auto tIsOver = [&](const auto& pOld) { return pOld.mUntil <= pTimes.mNow; };
-    tRecord.mRetiringRoots.removeIf(tIsOver);
-    tRecord.mRetiringKeys.removeIf(tIsOver);
+    tRecord.mRetiringKeys.removeIf([&](const RetiringKey& pOld) { return pOld.mUntil <= pTimes.mNow; });
     mNotes.clear();
     if (Failure tFailure = catchUp()) {
         return tFailure;
@@ -171,11 +175,6 @@ Failure Publication::run(const PublicationTimes& pTimes)
     if (!*tRoot) {
         mNotes += mForeign ? QStringList{mForeign.mText} : QStringList();
         return publish(pTimes);
-    }
-    if (!isRootWritten()) { // an earlier run was interrupted, and no version may be missing
-        if (Failure tFailure = publish(pTimes)) {
-            return tFailure;
-        }
     }
     const Record tBefore = tRecord;
     const QDateTime tSigned = tRecord.mTimestampExpires;
@@ -270,7 +269,7 @@ Failure Publication::publish(const PublicationTimes& pTimes)
         return tFailure;
     }
     // Clients that have the new root refuse what only the old keys signed, so it comes last.
-    if (Failure tFailure = writeRoot()) {
+    if (Failure tFailure = writeRoots(mFileSystem, mRepository, pTimes.mNow, &tRecord)) {
         return tFailure;
     }
     noteWithdrawn();

@@ -11,6 +11,10 @@
 
 #include <optional>
 
+namespace tarn::tuf {
+class Fetcher;
+}
+
 namespace tarn::vkpublish {
 
 struct PublicationTimes
@@ -52,14 +56,16 @@ public:
     // What run() publishes instead of the targets of the record, which stay for a later run.
     void offer(const TargetList& pTargets) { mOffered = pTargets; }
 
-    // Checks the clock, and raises the versions of a record that is older than the repository, as run() does.
+    // Goes on above the versions of a repository elsewhere; before run().
+    Failure takeOver(tuf::Fetcher& pFrom);
+
+    // Checks the clock, locks the repository, and raises the versions of a record that is older than the
+    // repository, as run() does.
     Failure catchUp();
 
-    // True if a run() found the record to be older than the repository.
-    bool hasRaised() const { return mRaised; }
-
-    // What the publisher should know of drafts that a run() has left, and of stolen keys.
-    const QStringList& notes() const { return mNotes; }
+    // What the publisher should know: that the record is older than the repository, of drafts that a run()
+    // has left, and of stolen keys.
+    QStringList notes() const;
 
     // After run(): removes files that no metadata has referred to for at least pGrace seconds.
     Failure prune(const QDateTime& pNow, qint64 pGrace);
@@ -77,7 +83,6 @@ private:
     Failure publish(const PublicationTimes& pTimes);
     Result<Changes> decide(const PublicationTimes& pTimes);
     Failure begin(const Changes& pChanges, const QDateTime& pNow, NewMetadata* pTo);
-    bool isRootWritten() const;
     Failure checkRootExpiry(const QDateTime& pNow) const;
     Failure signFiles(const PublicationTimes& pTimes, const RoleSigners& pSigners, NewMetadata* pTo) const;
     Failure writeFiles(const NewMetadata& pFiles);
@@ -85,7 +90,6 @@ private:
     bool isUsable(const QString& pRole, const PublishedFile& pFile, const QDateTime& pNow) const;
     Failure write(const QString& pPath, const QByteArray& pFile);
     Failure writeVersioned(const QString& pRole, const NewMetadataFile& pFile, PublishedFile* pTo);
-    Failure writeRoot();
 
     os::FileSystem& mFileSystem;
     QString mRepository;

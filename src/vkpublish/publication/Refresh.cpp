@@ -5,6 +5,7 @@
 #include "publication/CatchUp.h"
 #include "publication/ClockCheck.h"
 #include "publication/Layout.h"
+#include "publication/NewRoot.h"
 #include "publication/RoleSigners.h"
 
 #include "os/FileSystem.h"
@@ -52,9 +53,10 @@ Failure Refresh::run(const PublicationTimes& pTimes)
     if (Failure tFailure = checkClock(tRecord, QDateTime::currentDateTimeUtc())) {
         return tFailure;
     }
-    const auto tIsOver = [&](const auto& pOld) { return pOld.mUntil <= pTimes.mNow; };
-    tRecord.mRetiringRoots.removeIf(tIsOver);
-    tRecord.mRetiringKeys.removeIf(tIsOver);
+    tRecord.mRetiringKeys.removeIf([&](const RetiringKey& pOld) { return pOld.mUntil <= pTimes.mNow; });
+    if (Failure tFailure = mKeys.lockRepository(metadataFolder(mRepository))) {
+        return tFailure;
+    }
     if (Failure tFailure = readRepository()) {
         return tFailure;
     }
@@ -85,6 +87,10 @@ Failure Refresh::run(const PublicationTimes& pTimes)
         return Failure::content(u"%1 was changed meanwhile: repeat this"_s.arg(timestampPath(mRepository)));
     }
     if (Failure tFailure = write()) {
+        return tFailure;
+    }
+    // As after a publication that was interrupted before its last files.
+    if (Failure tFailure = writeRoots(mFileSystem, mRepository, pTimes.mNow, &tRecord)) {
         return tFailure;
     }
     tRecord.mPublishedSnapshot = {metaOf(mState.mVersions[tuf::sSnapshot], mState.mSnapshot),
@@ -201,15 +207,7 @@ Failure Refresh::write()
             return tFailure;
         }
     }
-    if (Failure tFailure =
-            os::replaceFile(mFileSystem, timestampPath(mRepository), mState.mTimestamp, sFileMode)) {
-        return tFailure;
-    }
-    // As after a publication that was interrupted before its last file.
-    const QString tRoot = versionedPath(mRepository, tuf::sRoot, mState.mVersions[tuf::sRoot]);
-    return os::readFile(mFileSystem, tRoot, tuf::Limits().mRootLength)
-               ? Failure()
-               : os::replaceFile(mFileSystem, tRoot, mState.mRoot, sFileMode);
+    return os::replaceFile(mFileSystem, timestampPath(mRepository), mState.mTimestamp, sFileMode);
 }
 
 } // namespace tarn::vkpublish

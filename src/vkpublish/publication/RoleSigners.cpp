@@ -25,6 +25,7 @@ Result<QList<Signer>> signersOf(const KeyFolder& pKeys, const QString& pRole, co
 Result<RoleSigners> readSigners(const KeyFolder& pKeys, const QStringList& pRoles, const QDateTime& pNow)
 {
     QMap<QString, SignatureNeeds> tNeeds;
+    QStringList tIds;
     for (const QString& tRole : pRoles) {
         const auto tNeed = tNeeds.insert(tRole, SignatureNeeds::of(pKeys, tRole, pNow));
         if (const int tMissing = tNeed->missing(tuf::Signed(), pKeys.here(tNeed->keyIds()))) {
@@ -32,8 +33,12 @@ Result<RoleSigners> readSigners(const KeyFolder& pKeys, const QStringList& pRole
                            u"The %1 metadata can't be signed, and %2: keys are not in %3"_s.arg(
                                tRole, missingText(tMissing), pKeys.path())};
         }
+        tIds += tNeed->keyIds();
     }
-    // Only now: to open a key may take a person's time.
+    // Only now: to open a key may take a person's time. All at once: each takes a while.
+    if (const Result<QList<Signer>> tAll = pKeys.readSigners(tIds); !tAll) {
+        return tAll.failure();
+    }
     RoleSigners tSigners;
     for (auto tIt = tNeeds.begin(); tIt != tNeeds.end(); ++tIt) {
         const Result<QList<Signer>> tOfRole = signersOf(pKeys, tIt.key(), *tIt);

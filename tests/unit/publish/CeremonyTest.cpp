@@ -8,6 +8,8 @@
 
 #include <QtCore/QJsonArray>
 
+#include <sys/stat.h>
+
 using namespace tarn::vkpublish;
 
 namespace {
@@ -221,6 +223,7 @@ TEST_F(CeremonyTest, EachMistakeIsOneLineAndChangesNothing)
     write("raw.sig", QByteArray(64, 'x'));
     const QByteArray tId = tForged[q("keyid")].toString().toLatin1();
     const QByteArray tOld = idOf("root", 0).toLatin1();
+    ASSERT_EQ(::mkfifo(path("pipe").toUtf8().constData(), 0600), 0);
     const auto tBefore = state();
     const struct
     {
@@ -241,6 +244,11 @@ TEST_F(CeremonyTest, EachMistakeIsOneLineAndChangesNothing)
         {"key add @r targets --public @alice.pem", "usable public key"},
         {"key make --no-passphrase @alice.pem", "there already"},
         {"sign @alice.sig --key @alice.pem --output @x --yes", "no root and no list"},
+        {"sign @payload --key @alice.pem --output @alice.pem --yes", "has a private key"},
+        {"sign @payload --key @alice.pem --output @pipe --yes", "is no file"},
+        {"payload @r root --output @pipe", "is no file"},
+        {"show @pipe", "no root and no list"},
+        {"add-signature @r root @pipe", "no signature file"},
     };
     for (const auto& tCase : sCases) {
         const QByteArray tText = refusal(tCase.mWords);

@@ -84,6 +84,23 @@ TEST_F(PassphraseTest, IsAskedForOnceAndNotShown)
     for (const QString& tKey : files("r.keys").filter(q(".pem"))) {
         EXPECT_TRUE(readFile(path("r.keys/") + tKey).contains("ENCRYPTED")) << tKey;
     }
+
+    auto tMake = onTerminal({"key", "make", inFolder("\x1b[2J.pem")});
+    tResult = answer(tMake.get(), {{"New passphrase", sSecret}, {"The same again", sSecret}});
+    EXPECT_EQ(tResult.mStatus, 0) << tResult.mOut;
+    EXPECT_FALSE(tResult.mOut.contains('\x1b')) << tResult.mOut;
+
+    // One key has a passphrase of its own.
+    const QByteArray tOther = inFolder("r.keys/") + files("r.keys").filter(q("timestamp-")).first().toUtf8();
+    Program tRecode(q("/usr/bin/openssl"),
+                    {"pkcs8", "-topk8", "-in", tOther, "-passin", "pass:" + sSecret, "-passout", "pass:x",
+                     "-out", inFolder("new")},
+                    {});
+    ASSERT_EQ(tRecode.wait().mStatus, 0);
+    ASSERT_EQ(::rename(inFolder("new").constData(), tOther.constData()), 0);
+    auto tTwo = onTerminal({"publish", inFolder("r"), "--expires-days", "60"});
+    tResult = answer(tTwo.get(), {{"Passphrase for the keys in", sSecret}, {", another one: ", "x"}});
+    EXPECT_EQ(tResult.mStatus, 0) << tResult.mOut;
 }
 
 TEST_F(PassphraseTest, BadNewOnesMakeNothing)
@@ -101,6 +118,11 @@ TEST_F(PassphraseTest, BadNewOnesMakeNothing)
         EXPECT_TRUE(tResult.mOut.contains(tSays)) << tResult.mOut;
         EXPECT_FALSE(QFileInfo::exists(path("r.keys")));
     }
+    write("short", "1234567\n");
+    ::chmod(inFolder("short").constData(), 0600);
+    const auto tResult = runWith({"VKPUBLISH_PASSPHRASE_FILE=" + inFolder("short")}, {"init", inFolder("r")});
+    EXPECT_TRUE(tResult.mErr.contains("at least 8")) << tResult.mErr;
+    EXPECT_FALSE(QFileInfo::exists(path("r.keys")));
 }
 
 TEST_F(PassphraseTest, SignalsLeaveTheTerminalAsItWas)

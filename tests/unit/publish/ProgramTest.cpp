@@ -376,14 +376,38 @@ TEST_F(ProgramTest, MakesDeltasFromTheVersionsBefore)
 TEST_F(ProgramTest, TwoPublishersDoNotMix)
 {
     makeRepository();
-    const int tFd = ::open(path("r.keys/lock").toUtf8().constData(), O_RDWR | O_CLOEXEC);
-    ASSERT_EQ(::flock(tFd, LOCK_EX), 0);
-    for (const QByteArray tCommand : {"publish @r", "remove @r viewer", "rotate-key @r root --no-passphrase",
-                                      "halt @r viewer", "add @r @f --name x --version 1"}) {
-        EXPECT_TRUE(run(tCommand + " --no-wait").mErr.contains("Another vkpublish")) << tCommand;
+    succeed("mirror @r @m --root @r/metadata/1.root.json");
+    const auto tLock = [this](const char* pPath) {
+        const int tFd = ::open(path(pPath).toUtf8().constData(), O_RDONLY | O_CLOEXEC);
+        EXPECT_EQ(::flock(tFd, LOCK_EX), 0);
+        return tFd;
+    };
+    const auto tBefore = state();
+    int tFd = -1;
+    for (const auto& [tPath, tUse] :
+         {std::pair("r/metadata", "writing to"), {"r.keys/lock", "using the keys in"}}) {
+        ::close(tFd);
+        tFd = tLock(tPath);
+        for (const QByteArray tCommand :
+             {"publish @r", "rotate-key @r root --no-passphrase", "refresh @r", "halt @r viewer",
+              "add @r @f --name x --version 1", "key add @r root --no-passphrase", "remove @r none"}) {
+            const QByteArray tErr = run(tCommand + " --no-wait").mErr;
+            // To remove writes to the record alone.
+            EXPECT_TRUE(tErr.contains(QByteArray("Another vkpublish is ") + tUse) ||
+                        tErr.contains("Unknown package: none"))
+                << tCommand << tErr;
+            EXPECT_EQ(state(), tBefore) << tCommand;
+        }
+        EXPECT_EQ(run("list @r").mStatus, 0);
+        EXPECT_EQ(run("verify @r").mStatus, 0);
     }
-    EXPECT_EQ(run("list @r").mStatus, 0);
-    EXPECT_EQ(run("verify @r").mStatus, 0);
+    succeed("mirror @r @m --root @r/metadata/1.root.json");
+    const int tCopy = tLock("m/metadata");
+    Program tMirror(q(VKPUBLISH), {"mirror", path("r").toUtf8(), path("m").toUtf8()}, {},
+                    Program::Console::Terminal);
+    EXPECT_TRUE(tMirror.waitForOutput("Waiting for another vkpublish, which is writing to"));
+    ::close(tCopy);
+    EXPECT_EQ(tMirror.wait().mStatus, 0);
 
     // Each waits, says so, and works with what the one before it has left.
     const QByteArray tRepository = path("r").toUtf8();
@@ -434,6 +458,42 @@ TEST_F(ProgramTest, RefusesInOneLine)
     }
     EXPECT_FALSE(QFileInfo::exists(path("new")));
     EXPECT_EQ(problems(), QStringList());
+}
+
+TEST_F(ProgramTest, ReportsWhatItCouldNotSay)
+{
+    makeRepository();
+    succeed("key make --no-passphrase @key.pem");
+    succeed("payload @r targets --output @payload");
+    const QByteArray tLost = "vkpublish: Can't write to standard output: ";
+    const QByteArray tFull = tLost + "No space left on device\n";
+    const struct
+    {
+        const char* mCommand;
+        int mStatus;
+        QByteArray mErr;
+    } sCases[] = {
+        {"$v --help >/dev/full", 1, tFull},
+        {"$v key --help >/dev/full", 1, tFull},
+        {"$v publish r --json >/dev/full", 1, tFull},
+        {"$v list r >/dev/full", 1, tFull},
+        {"$v payload r targets >/dev/full", 1, tFull},
+        {"$v init n --no-passphrase >/dev/full", 1, tFull},
+        {"$v list r >&-", 1, tLost + "Bad file descriptor\n"},
+        {"$v list r 2>&- >&-", 1, ""},
+        {"trap '' PIPE; mkfifo p; exec 3<>p; exec 4>p; exec 3<&-; $v list r >&4", 0, ""},
+        {"echo y | $v sign payload --key key.pem --output signature >/dev/full", 1,
+         "vkpublish: Can't show what is to be signed, so nothing was: No space left on device\n"},
+    };
+    for (const auto& [tCommand, tStatus, tErr] : sCases) {
+        Program tShell(q("/bin/sh"),
+                       {"-c", "cd " + mDir.path().toUtf8() + "; v=" VKPUBLISH "; " + QByteArray(tCommand)},
+                       mEnvironment);
+        const Program::Result tResult = tShell.wait();
+        EXPECT_EQ(tResult.mStatus, tStatus) << tCommand;
+        EXPECT_EQ(tResult.mErr, tErr) << tCommand;
+    }
+    EXPECT_FALSE(QFileInfo::exists(path("signature")));
 }
 
 TEST_F(ProgramTest, TellsOfADamagedRecordAndLeavesItAlone)

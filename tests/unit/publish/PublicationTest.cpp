@@ -2,6 +2,7 @@
 #include "publication/Publication.h"
 #include "FaultyFileSystem.h"
 #include "publication/NewDeltas.h"
+#include "publication/NewRepository.h"
 #include "publication/Rotation.h"
 #include "Publisher.h"
 
@@ -61,7 +62,6 @@ TEST_F(PublicationTest, ClientsSeeTheOldStateOrTheNewOne)
     EXPECT_EQ(run("verify @r").mErr, "");
 }
 
-// Clients see the same packages at every moment of a key rotation.
 // What a failure or a kill leaves is gone after the next publication, which makes the missing deltas.
 TEST_F(PublicationTest, DeltasComeInSpiteOfWhatStoppedThem)
 {
@@ -97,6 +97,51 @@ TEST_F(PublicationTest, DeltasComeInSpiteOfWhatStoppedThem)
     EXPECT_EQ(run("verify @r").mErr, "");
 }
 
+TEST_F(PublicationTest, InitGoesOnWhereItWasStoppedAndTakesNothingElse)
+{
+    bool tFailed = true;
+    for (int i = 1; tFailed; i += momentStep()) {
+        SCOPED_TRACE(testing::Message() << "operation " << i);
+        FaultyFileSystem tFileSystem;
+        tFileSystem.mForGood = true;
+        tFileSystem.failAt(i, ENOSPC);
+        {
+            KeyFolder tKeys(tFileSystem, path("r.keys"));
+            NewRepository tNew{
+                .mPath = path("r"), .mKeys = {}, .mRootExpires = QDateTime(QDate(2090, 1, 1), {})};
+            tNew.mKeys.mType = q("ed25519");
+            tNew.mKeys.mEncrypt = false;
+            const tarn::Failure tFailure = makeRepository(tFileSystem, tNew, &tKeys);
+            tFailed = tFileSystem.hasFailed();
+            EXPECT_TRUE(!tFailure || tFailed) << tFailure.mText;
+        }
+        if (tFailed) {
+            for (const char* tTheirs :
+                 {"r/metadata/1.root.json.old", "r.keys/targets-0123456789abcdef.pem"}) {
+                if (QFileInfo::exists(QFileInfo(path(tTheirs)).path())) {
+                    write(tTheirs, "precious");
+                    EXPECT_EQ(run("init @r --no-passphrase").mStatus, 1) << tTheirs;
+                    EXPECT_EQ(readFile(path(tTheirs)), "precious");
+                    QFile::remove(path(tTheirs));
+                }
+            }
+            const Program::Result tEarly = run("publish @r");
+            if (tEarly.mStatus != 0) { // else only the last word about it was lost
+                EXPECT_EQ(tEarly.mErr.count('\n'), 1) << tEarly.mErr;
+                succeed("init @r --no-passphrase");
+            }
+        }
+        EXPECT_EQ(files("r.keys").size(), 6) << files("r.keys").join(u' ').toStdString();
+        succeed("publish @r");
+        EXPECT_EQ(run("verify @r").mErr, "");
+        EXPECT_EQ(run("init @r --no-passphrase").mStatus, 1);
+        QDir(path("r")).removeRecursively();
+        QDir(path("r.keys")).removeRecursively();
+        ASSERT_LT(i, 200);
+    }
+}
+
+// Clients see the same packages at every moment of a key rotation.
 class RotationTest : public PublisherTest
 {
 protected:
@@ -120,9 +165,10 @@ protected:
         }
     }
 
-    bool rotate(tarn::os::FileSystem& pFileSystem, const QString& pRole) const
+    // The new root is valid for nine days.
+    bool rotate(tarn::os::FileSystem& pFileSystem, const QString& pRole, int pDaysLater = 0) const
     {
-        const QDateTime tNow = QDateTime::currentDateTimeUtc();
+        const QDateTime tNow = QDateTime::currentDateTimeUtc().addDays(pDaysLater);
         KeyFolder tKeys(pFileSystem, path("r.keys"));
         Publication tPublication(pFileSystem, path("r"), tKeys);
         KeyOrder tOrder;
@@ -166,10 +212,41 @@ TEST_F(RotationTest, AKillAtAnyMomentLeavesWhatClientsAccept)
             tFileSystem.failAt(tNumber, EIO);
             EXPECT_FALSE(rotate(tFileSystem, tRole));
             expectAccepted("r");
-            EXPECT_TRUE(rotate(tarn::os::realFileSystem(), tRole));
+            // The new root may have expired before anybody saw it.
+            EXPECT_TRUE(rotate(tarn::os::realFileSystem(), tRole, 10));
             expectAccepted("r");
+            EXPECT_EQ(files("r/metadata").filter(q(".root.json")).last().section(u'.', 0, 0).toInt(),
+                      files("r/metadata").filter(q(".root.json")).size());
         }
     }
+}
+
+// Nobody else has the root, and nobody can sign by it any more.
+TEST_F(RotationTest, ARootThatWasNotWrittenMayHaveLostItsKey)
+{
+    copy("r", "r0");
+    copy("r.keys", "r0.keys");
+    int tMoment = 0;
+    FaultyFileSystem tFileSystem;
+    tFileSystem.mObserver = [&](int pNumber, const QByteArray& pWhat) {
+        tMoment = pWhat.startsWith("rename") && pWhat.endsWith("/2.root.json") ? pNumber : tMoment;
+    };
+    ASSERT_TRUE(rotate(tFileSystem, q("timestamp")));
+    copy("r0", "r");
+    copy("r0.keys", "r.keys");
+    tFileSystem.mForGood = true;
+    tFileSystem.failAt(tMoment, EIO);
+    EXPECT_FALSE(rotate(tFileSystem, q("timestamp")));
+    EXPECT_FALSE(files("r/metadata").contains(q("2.root.json")));
+    const QByteArray tList = run("key list @r").mOut;
+    const QByteArray tId = tList.mid(tList.indexOf("\n  ", tList.indexOf("\ntimestamp: ")) + 3, 16);
+    ASSERT_TRUE(QFile::remove(path("r.keys/timestamp-") + q(tId) + q(".pem")));
+    EXPECT_EQ(run("publish @r").mStatus, 1);
+    succeed("key add @r timestamp --no-passphrase");
+    succeed("key remove @r timestamp " + tId + " --lost");
+    succeed("publish @r");
+    EXPECT_TRUE(files("r/metadata").contains(q("3.root.json")));
+    expectAccepted("r");
 }
 
 // The manual gives the order of copying. Two rotations in a row followed by a publication are the hardest

@@ -91,6 +91,33 @@ TEST_F(RecoveryTest, ARestoredPublisherGoesOnAboveWhatMachinesHaveSeen)
     }
 }
 
+// The people of the targets have signed all that is needed.
+TEST_F(RecoveryTest, AListThatIsSignedStays)
+{
+    for (const char* tSince : {"rotate-key @r timestamp --no-passphrase", "publish @r --targets-days 3000"}) {
+        SCOPED_TRACE(tSince);
+        for (const char* tOld : {"r", "r.keys", "client"}) {
+            QDir(path(tOld)).removeRecursively();
+        }
+        succeed("init @r --no-passphrase");
+        succeed("add @r @f --name a --version 1");
+        succeed("publish @r");
+        copy("r.keys", "backup.keys");
+        succeed(tSince);
+        EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst"));
+        const QString tTargets = q("r.keys/") + files("r.keys").filter(q("targets-")).first();
+        restore("record");
+        QFile::rename(mDir.filePath(tTargets), path("elsewhere"));
+        const QStringList tLists = files("r/metadata").filter(q("targets"));
+        const Program::Result tResult = run("publish @r");
+        EXPECT_EQ(tResult.mStatus, 0) << tResult.mErr;
+        EXPECT_TRUE(tResult.mErr.contains("older than the published repository")) << tResult.mErr;
+        EXPECT_EQ(followAsClient(), q("a-1.0.0.0.tar.zst"));
+        EXPECT_EQ(files("r/metadata").filter(q("targets")), tLists);
+        QFile::remove(path("elsewhere"));
+    }
+}
+
 // Write access to the repository without its keys can't use up the versions.
 TEST_F(RecoveryTest, WhatTheKeysHaveNotSignedRaisesNothing)
 {

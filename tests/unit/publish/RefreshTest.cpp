@@ -98,6 +98,20 @@ TEST_F(RefreshTest, NeedsTwoKeysAndNoPackages)
     EXPECT_EQ(run("verify @r").mErr, "");
 }
 
+// With two key folders: each goes on above what the other has signed.
+TEST_F(RefreshTest, TheJobAndThePublisherTakeTurns)
+{
+    for (int i = 0; i < 6; ++i) {
+        Program tJob(q(VKPUBLISH), {"refresh", path("r").toUtf8(), "--keys", path("night").toUtf8()},
+                     mEnvironment);
+        Program tPublisher(q(VKPUBLISH), {"publish", path("r").toUtf8()}, mEnvironment);
+        EXPECT_EQ(tJob.wait().mStatus, 0);
+        EXPECT_EQ(tPublisher.wait().mStatus, 0);
+        EXPECT_EQ(followAsClient(), sOne);
+    }
+    EXPECT_EQ(version("timestamp"), 1 + 2 * 6);
+}
+
 // Write access to the repository is not enough to make the job sign something older.
 TEST_F(RefreshTest, SignsNothingOlderAndNothingUnsigned)
 {

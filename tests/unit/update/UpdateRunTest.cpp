@@ -214,10 +214,9 @@ TEST_F(UpdateRunTest, AnAdvisoryIsShownAsItWasSigned)
     run(ResultSuccess);
     int tVersion = 1;
     std::optional<tarn::vkcore::Version> tSince;
-    const auto tReportWith = [&](const QByteArray& pSigned, const QByteArray& pServed, int pLanguages = 1) {
-        package("lib").mVersion = QString::number(++tVersion);
-        publish();
-        PackageInfo tInfo = infoOf(package("lib"));
+    const auto tAttach = [&](const char* pName, const QByteArray& pSigned, const QByteArray& pServed,
+                             int pLanguages) {
+        PackageInfo tInfo = infoOf(package(pName));
         for (int i = 1; i < pLanguages; ++i) {
             tInfo.mReport.setValue(q("x") + QChar(u'a' + i / 26) + QChar(u'a' + i % 26), q("-"));
         }
@@ -225,9 +224,22 @@ TEST_F(UpdateRunTest, AnAdvisoryIsShownAsItWasSigned)
         tInfo.mRelease.mSecuritySince = tSince;
         tInfo.mAttachments = {{AttachmentKind::Advisory, {pSigned.size(), tHash}}};
         writeFile(mRepository.path(q("targets/")) + tInfo.mAttachments[0].name(), pServed);
-        mRepository.set(mTargets.value(q("lib")), "custom", tInfo.toJson());
+        mRepository.set(mTargets.value(q(pName)), "custom", tInfo.toJson());
+    };
+    const QByteArray tLong(60000, 'a');
+    const auto tReportWith = [&](const QByteArray& pSigned, const QByteArray& pServed, int pLanguages = 1,
+                                 int pLanguagesBefore = 0) {
+        package("lib").mVersion = QString::number(++tVersion);
+        if (pLanguagesBefore > 0) {
+            package("app").mVersion = QString::number(tVersion); // comes first
+        }
+        publish();
+        tAttach("lib", pSigned, pServed, pLanguages);
+        if (pLanguagesBefore > 0) {
+            tAttach("app", tLong, tLong, pLanguagesBefore);
+        }
         mRepository.publish();
-        EXPECT_EQ(run(ResultSuccess).mInstalledCount, 1);
+        EXPECT_EQ(run(ResultSuccess).mInstalledCount, pLanguagesBefore > 0 ? 2 : 1);
         for (const auto& tRecord : mMachine.manifest().mRecords) {
             if (tRecord.mPackage == q("lib")) {
                 return tRecord.mReport.bestValue(q("en")).section(u'\n', 1);
@@ -242,13 +254,14 @@ TEST_F(UpdateRunTest, AnAdvisoryIsShownAsItWasSigned)
     EXPECT_EQ(tReportWith("signed", "forged"), tMissing);
     EXPECT_TRUE(mMachine.mMessages.join(u'|').contains(q("The advisory of the package lib is missing")));
     EXPECT_EQ(tReportWith("signed", "signed, and more"), tMissing);
-    const QByteArray tLong(60000, 'a');
     EXPECT_EQ(tReportWith(tLong, tLong), q("Advisory: " + tLong));
     EXPECT_EQ(tReportWith(tLong, tLong, 100), tMissing) << "too long in all of these languages";
     tSince = tarn::vkcore::Version(tVersion, 0, 0, 0);
     EXPECT_EQ(tReportWith("of the version before", "of the version before"), q(""));
     tSince = tarn::vkcore::Version(tVersion + 1, 0, 0, 0);
     EXPECT_EQ(tReportWith("of this one", "of this one"), q("Advisory: of this one"));
+    tSince = tarn::vkcore::Version(tVersion + 1, 0, 0, 0);
+    EXPECT_EQ(tReportWith("short", "short", 1, 100), q("Advisory: short")) << "after one that is too long";
     expectInstalled();
 }
 
