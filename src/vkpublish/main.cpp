@@ -3,6 +3,7 @@
 
 #include <QtCore/QCoreApplication>
 
+#include <malloc.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -14,6 +15,10 @@ using namespace Qt::StringLiterals;
 namespace {
 
 using namespace tarn::vkpublish;
+
+// Bytes from which on a block of memory goes back to the system as soon as it is free. The C library would
+// keep some for later, and the tables for deltas would then take more than 100 MiB.
+constexpr int sLargeBlock = 1024 * 1024;
 
 struct Command
 {
@@ -110,6 +115,7 @@ int run(const QStringList& pArguments)
 
 int main(int pArgc, char** pArgv)
 {
+    ::mallopt(M_MMAP_THRESHOLD, sLargeBlock);
     const QCoreApplication tApplication(pArgc, pArgv);
     // Published files are readable for everybody, even if the user's own files are not. Keys are created with
     // their own, stricter mode.
