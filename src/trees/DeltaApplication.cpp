@@ -1,7 +1,6 @@
 #include "trees/DeltaApplication.h"
 
 #include "os/FileTools.h"
-#include "trees/OldFile.h"
 #include "trees/Patch.h"
 
 #include <QtCore/QFile>
@@ -141,11 +140,9 @@ bool DeltaApplication::isWanted(const Segment& pSegment) const
 bool DeltaApplication::readBase(const Segment& pSegment, QByteArray* pTo)
 {
     for (const Piece& tPiece : pSegment.mFrom) {
-        struct stat tStat;
-        const os::Descriptor tFile =
-            openInstalled(mBuilder.mFileSystem, mOld.mFolder,
-                          mOld.mTree.path(mOld.mTree.at(static_cast<size_t>(tPiece.mEntry - 1))), &tStat);
-        if (!tFile.isOpen() || !readBytes(mBuilder.mFileSystem, tFile.fd(), tPiece.mBytes, pTo)) {
+        const Tree::Node& tNode = mOld.mTree.at(static_cast<size_t>(tPiece.mEntry - 1));
+        const OldFile tFile = mFiles.open(mOld.mFolder, mOld.mTree.path(tNode));
+        if (!tFile.mFile.isOpen() || !readBytes(mBuilder.mFileSystem, tFile.mFile.fd(), tPiece.mBytes, pTo)) {
             return false;
         }
     }

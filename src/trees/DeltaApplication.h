@@ -1,6 +1,7 @@
 #pragma once
 
 #include "trees/DeltaReader.h"
+#include "trees/OldFile.h"
 #include "trees/TreeBuilder.h"
 
 namespace tarn::trees {
@@ -17,7 +18,7 @@ class DeltaApplication
 {
 public:
     DeltaApplication(TreeBuilder& pBuilder, const InstalledFiles::Package& pOld)
-        : mBuilder(pBuilder), mOld(pOld)
+        : mBuilder(pBuilder), mOld(pOld), mFiles(pBuilder.mFileSystem)
     {
     }
 
@@ -34,6 +35,7 @@ private:
 
     TreeBuilder& mBuilder;
     const InstalledFiles::Package& mOld;
+    OldFiles mFiles;
     os::Descriptor mDelta;
     std::optional<NewFile> mOpen; // the file whose pieces are coming
     qint64 mOpenEntry = 0;        // as the delta counts

@@ -1,5 +1,7 @@
 #include "trees/IndexEntry.h"
 
+#include "trees/IndexLine.h"
+
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
@@ -20,62 +22,26 @@ QByteArray lineOf(const QJsonObject& pObject)
     return QJsonDocument(pObject).toJson(QJsonDocument::Compact);
 }
 
-// The members of one line. What is missing or has another type makes the whole line invalid.
-class Line
+tuf::Hash hashIn(IndexLine* pLine)
 {
-public:
-    explicit Line(const QByteArray& pLine)
-    {
-        const QJsonDocument tDocument = QJsonDocument::fromJson(pLine);
-        mIsValid = tDocument.isObject();
-        mObject = tDocument.object();
-    }
+    const QByteArray tHex = pLine->text("sha256");
+    const auto tIsLowerHex = [](char pChar) {
+        return (pChar >= '0' && pChar <= '9') || (pChar >= 'a' && pChar <= 'f');
+    };
+    const bool tIsHex = tHex.size() % 2 == 0 && std::all_of(tHex.begin(), tHex.end(), tIsLowerHex);
+    const auto tHash =
+        tuf::Hash::fromBytes(tuf::HashAlgorithm::Sha256, tIsHex ? QByteArray::fromHex(tHex) : QByteArray());
+    pLine->require(tHash.has_value());
+    return tHash.value_or(tuf::Hash());
+}
 
-    qint64 size(QLatin1String pName)
-    {
-        const qint64 tValue = mObject.value(pName).toInteger(-1);
-        mIsValid = mIsValid && tValue >= 0;
-        return tValue;
-    }
-    qint64 time(QLatin1String pName)
-    {
-        const QJsonValue tValue = mObject.value(pName);
-        mIsValid = mIsValid && tValue.isDouble() && tValue.toInteger(0) == tValue.toInteger(1);
-        return tValue.toInteger();
-    }
-    bool flag(QLatin1String pName)
-    {
-        const QJsonValue tValue = mObject.value(pName);
-        mIsValid = mIsValid && (tValue.isUndefined() || tValue.isBool());
-        return tValue.toBool();
-    }
-    QString text(QLatin1String pName)
-    {
-        const QString tText = mObject.value(pName).toString();
-        mIsValid = mIsValid && !tText.isEmpty() && tText.isValidUtf16();
-        return tText;
-    }
-    tuf::Hash hash(QLatin1String pName)
-    {
-        const auto tHash = tuf::Hash::fromHex(tuf::HashAlgorithm::Sha256, text(pName));
-        mIsValid = mIsValid && tHash;
-        return tHash.value_or(tuf::Hash());
-    }
-    EntryKind kind(QLatin1String pName)
-    {
-        const QString tText = text(pName);
-        const auto tFound = std::find(std::begin(sKinds), std::end(sKinds), tText);
-        mIsValid = mIsValid && tFound != std::end(sKinds);
-        return mIsValid ? static_cast<EntryKind>(tFound - std::begin(sKinds)) : EntryKind::Folder;
-    }
-    void require(bool pCondition) { mIsValid = mIsValid && pCondition; }
-
-    bool isValid() const { return mIsValid; }
-
-private:
-    QJsonObject mObject;
-    bool mIsValid = false;
-};
+EntryKind kindIn(IndexLine* pLine)
+{
+    const QByteArray tText = pLine->text("kind");
+    const auto tFound = std::find(std::begin(sKinds), std::end(sKinds), QLatin1String(tText));
+    pLine->require(tFound != std::end(sKinds));
+    return pLine->isValid() ? static_cast<EntryKind>(tFound - std::begin(sKinds)) : EntryKind::Folder;
+}
 
 } // namespace
 
@@ -115,38 +81,36 @@ QByteArray toLine(const IndexEntry& pEntry, qint64 pEnd)
 
 std::optional<IndexHeader> headerFromLine(const QByteArray& pLine)
 {
-    Line tLine(pLine);
-    tLine.require(tLine.size("format"_L1) == sFormat);
-    const IndexHeader tHeader{.mFrames = tLine.size("frames"_L1),
-                              .mEntries = tLine.size("entries"_L1),
-                              .mBytes = tLine.size("bytes"_L1)};
+    IndexLine tLine(pLine);
+    tLine.require(tLine.size("format") == sFormat);
+    const IndexHeader tHeader{
+        .mFrames = tLine.size("frames"), .mEntries = tLine.size("entries"), .mBytes = tLine.size("bytes")};
     return tLine.isValid() ? std::optional(tHeader) : std::nullopt;
 }
 
 std::optional<Frame> frameFromLine(const QByteArray& pLine)
 {
-    Line tLine(pLine);
-    const Frame tFrame{.mPacked = tLine.size("packed"_L1),
-                       .mUnpacked = tLine.size("unpacked"_L1),
-                       .mHash = tLine.hash("sha256"_L1)};
+    IndexLine tLine(pLine);
+    const Frame tFrame{
+        .mPacked = tLine.size("packed"), .mUnpacked = tLine.size("unpacked"), .mHash = hashIn(&tLine)};
     return tLine.isValid() ? std::optional(tFrame) : std::nullopt;
 }
 
 std::optional<IndexEntry> entryFromLine(const QByteArray& pLine, qint64 pEnd)
 {
-    Line tLine(pLine);
+    IndexLine tLine(pLine);
     IndexEntry tEntry;
-    tEntry.mPath = tLine.text("path"_L1).toUtf8();
-    tEntry.mKind = tLine.kind("kind"_L1);
+    tEntry.mPath = tLine.text("path");
+    tEntry.mKind = kindIn(&tLine);
     if (tEntry.mKind == EntryKind::Link) {
-        tEntry.mTarget = tLine.text("target"_L1).toUtf8();
+        tEntry.mTarget = tLine.text("target");
     }
     if (tEntry.mKind == EntryKind::File) {
-        tEntry.mIsExecutable = tLine.flag("executable"_L1);
-        tEntry.mTime = tLine.time("time"_L1);
-        tEntry.mSize = tLine.size("size"_L1);
-        tEntry.mHash = tLine.hash("sha256"_L1);
-        const qint64 tGap = tLine.size("gap"_L1);
+        tEntry.mIsExecutable = tLine.flag("executable");
+        tEntry.mTime = tLine.time("time");
+        tEntry.mSize = tLine.size("size");
+        tEntry.mHash = hashIn(&tLine);
+        const qint64 tGap = tLine.size("gap");
         tLine.require(tGap <= std::numeric_limits<qint64>::max() - pEnd);
         tEntry.mAt = tLine.isValid() ? pEnd + tGap : 0;
     }

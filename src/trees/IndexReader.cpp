@@ -13,6 +13,11 @@ Failure IndexReader::refuse(const QString& pWhy) const
     return Failure::content(u"The index %1 is refused: %2"_s.arg(mPath, pWhy));
 }
 
+Failure IndexReader::refuseEntry(const IndexEntry& pEntry, const QString& pWhy) const
+{
+    return refuse(u"\"%1\" %2"_s.arg(QString::fromUtf8(pEntry.mPath), pWhy));
+}
+
 Failure IndexReader::open(const QString& pPath, const IndexLimits& pLimits)
 {
     mPath = pPath;
@@ -89,31 +94,30 @@ Failure IndexReader::readEntry(IndexEntry* pTo)
 
 Failure IndexReader::check(const IndexEntry& pEntry)
 {
-    const QString tPath = QString::fromUtf8(pEntry.mPath);
     const std::optional<QByteArrayList> tNames = packages::entryPath(pEntry.mPath, mLimits.mMaxDepth);
     if (!tNames || tNames->isEmpty() || tNames->join('/') != pEntry.mPath) {
-        return refuse(u"\"%1\" is not a path inside a package"_s.arg(tPath));
+        return refuseEntry(pEntry, u"is not a path inside a package"_s);
     }
     if (!comesBefore(mNames, *tNames)) {
-        return refuse(u"\"%1\" is listed twice or not in order"_s.arg(tPath));
+        return refuseEntry(pEntry, u"is listed twice or not in order"_s);
     }
     const auto tCommon =
         std::mismatch(mNames.begin(), mNames.end(), tNames->begin(), tNames->end()).first - mNames.begin();
     if (tNames->size() > std::min<qsizetype>(tCommon, mFolderDepth) + 1) {
-        return refuse(u"\"%1\" is in a folder that is not listed"_s.arg(tPath));
+        return refuseEntry(pEntry, u"is in a folder that is not listed"_s);
     }
     mNames = *tNames;
     mFolderDepth = tNames->size() - (pEntry.mKind == EntryKind::Folder ? 0 : 1);
     if (pEntry.mKind == EntryKind::Link &&
         !packages::linkStaysInside(pEntry.mTarget, static_cast<int>(tNames->size()) - 1)) {
-        return refuse(u"\"%1\" is a link that leads out of the package"_s.arg(tPath));
+        return refuseEntry(pEntry, u"is a link that leads out of the package"_s);
     }
     if (pEntry.mKind != EntryKind::File) {
         return {};
     }
     if (pEntry.mSize > mHeader.mBytes - mBytes || pEntry.mAt > mFrames.unpackedSize() ||
         pEntry.mSize > mFrames.unpackedSize() - pEntry.mAt) {
-        return refuse(u"\"%1\" lies outside of the archive"_s.arg(tPath));
+        return refuseEntry(pEntry, u"lies outside of the archive"_s);
     }
     mBytes += pEntry.mSize;
     mArchiveEnd = pEntry.mAt + pEntry.mSize;

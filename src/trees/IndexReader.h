@@ -29,9 +29,12 @@ public:
 
     // False behind the last entry; *pFailure says whether all of them were there.
     bool next(IndexEntry* pTo, Failure* pFailure);
+    // Of the text, once its last entry was read. May be called once.
+    packages::IndexName name() { return mLines.name(); }
 
 private:
     Failure refuse(const QString& pWhy) const;
+    Failure refuseEntry(const IndexEntry& pEntry, const QString& pWhy) const;
     Failure readFrames();
     Failure readEntry(IndexEntry* pTo);
     Failure check(const IndexEntry& pEntry);

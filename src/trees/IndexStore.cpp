@@ -22,13 +22,16 @@ Failure wrongText()
     return Failure::content(u"The index is not the one that its package names"_s);
 }
 
-Failure checkRules(os::FileSystem& pFileSystem, const QString& pFile, const IndexLimits& pLimits)
+// Reads all of it, so that it is known to keep the rules of an index.
+Failure readAll(os::FileSystem& pFileSystem, const QString& pFile, const IndexLimits& pLimits,
+                packages::IndexName* pName)
 {
     IndexReader tReader(pFileSystem);
     Failure tFailure = tReader.open(pFile, pLimits);
     IndexEntry tEntry;
     while (!tFailure && tReader.next(&tEntry, &tFailure)) {
     }
+    *pName = tReader.name();
     return tFailure;
 }
 
@@ -84,24 +87,24 @@ Failure IndexStore::unpack(const packages::IndexName& pName)
 }
 
 Failure IndexStore::takePacked(const QString& pFile, const packages::IndexName& pName,
-                               const IndexLimits& pLimits)
+                               const IndexLimits& pLimits, Tree* pTree)
 {
     discardText(pName);
     packages::IndexName tFound;
     Failure tFailure = unpackIndex(mFileSystem, pFile, textPath(pName), &tFound);
-    tFailure = tFailure ? tFailure : takeText(textPath(pName), pName, pLimits);
+    tFailure = tFailure ? tFailure : takeText(textPath(pName), pName, pLimits, pTree);
     discardText(pName);
     return tFailure;
 }
 
 Failure IndexStore::takeText(const QString& pFile, const packages::IndexName& pName,
-                             const IndexLimits& pLimits)
+                             const IndexLimits& pLimits, Tree* pTree)
 {
     if (Failure tFailure = mFolder.remove(fileName(pName, sNew))) {
         return tFailure;
     }
     Failure tFailure = packIndexFile(mFileSystem, pFile, path(pName, sNew));
-    tFailure = tFailure ? tFailure : store(pName, pLimits);
+    tFailure = tFailure ? tFailure : store(pName, pLimits, pTree);
     if (tFailure) {
         (void)mFolder.remove(fileName(pName, sNew)); // it only takes space, and keepOnly() tries again
     }
@@ -109,15 +112,15 @@ Failure IndexStore::takeText(const QString& pFile, const packages::IndexName& pN
 }
 
 // Proves what was written, so that nothing can change between the two.
-Failure IndexStore::store(const packages::IndexName& pName, const IndexLimits& pLimits)
+Failure IndexStore::store(const packages::IndexName& pName, const IndexLimits& pLimits, Tree* pTree)
 {
     const QString tNew = path(pName, sNew);
-    const Result<packages::IndexName> tFound = nameOfIndex(mFileSystem, tNew);
-    if (!tFound || !(*tFound == pName)) {
-        return tFound ? wrongText() : tFound.failure();
-    }
-    if (Failure tFailure = checkRules(mFileSystem, tNew, pLimits)) {
-        return tFailure;
+    packages::IndexName tFound;
+    Failure tFailure = pTree != nullptr ? pTree->read(mFileSystem, tNew, pLimits)
+                                        : readAll(mFileSystem, tNew, pLimits, &tFound);
+    tFound = pTree != nullptr ? pTree->name() : tFound;
+    if (tFailure || !(tFound == pName)) {
+        return tFailure ? tFailure : wrongText();
     }
     if (mFileSystem.rename(QFile::encodeName(tNew), QFile::encodeName(pathOf(pName))) != 0) {
         return Failure::fromErrno(errno, u"write %1"_s.arg(pathOf(pName)));

@@ -2,7 +2,7 @@
 
 #include "os/PrivateFolder.h"
 #include "packages/TreeFiles.h"
-#include "trees/IndexReader.h"
+#include "trees/Tree.h"
 
 #include <QtCore/QSet>
 
@@ -21,9 +21,12 @@ public:
     QString pathOf(const packages::IndexName& pName) const;
 
     // Stores the index of a package. The text must have this name and must keep all rules of an index; else
-    // the failure is of the kind Content. It is on disk after success. The given file stays.
-    Failure takePacked(const QString& pFile, const packages::IndexName& pName, const IndexLimits& pLimits);
-    Failure takeText(const QString& pFile, const packages::IndexName& pName, const IndexLimits& pLimits);
+    // the failure is of the kind Content. It is on disk after success. The given file stays. *pTree gets what
+    // the index names, unless pTree is null: it then takes little memory.
+    Failure takePacked(const QString& pFile, const packages::IndexName& pName, const IndexLimits& pLimits,
+                       Tree* pTree = nullptr);
+    Failure takeText(const QString& pFile, const packages::IndexName& pName, const IndexLimits& pLimits,
+                     Tree* pTree = nullptr);
 
     // Unpacks the text of a stored index to textPath(), which is removed by discardText().
     Failure unpack(const packages::IndexName& pName);
@@ -36,7 +39,7 @@ public:
 private:
     static QByteArray fileName(const packages::IndexName& pName, const char* pSuffix);
     QString path(const packages::IndexName& pName, const char* pSuffix) const;
-    Failure store(const packages::IndexName& pName, const IndexLimits& pLimits);
+    Failure store(const packages::IndexName& pName, const IndexLimits& pLimits, Tree* pTree);
 
     os::FileSystem& mFileSystem;
     QString mPath;

@@ -2,7 +2,6 @@
 
 #include "os/FileTools.h"
 #include "trees/ZstdLines.h"
-#include "tuf/Hashes.h"
 
 #include <QtCore/QFile>
 
@@ -59,16 +58,11 @@ Result<packages::IndexName> nameOfIndex(os::FileSystem& pFileSystem, const QStri
 {
     ZstdLines tLines(pFileSystem);
     Failure tFailure = tLines.open(pPacked);
-    tuf::Hasher tHasher(tuf::HashAlgorithm::Sha256);
-    packages::IndexName tName;
     QByteArray tBlock;
     while (!tFailure && !(tFailure = nextBlock(&tLines, &tBlock)) && !tBlock.isEmpty()) {
-        tHasher.add(tBlock);
-        tName.mLength += tBlock.size();
         tFailure = pSink ? pSink(tBlock) : Failure();
     }
-    tName.mHash = tHasher.result().front();
-    return tFailure ? Result<packages::IndexName>(tFailure) : tName;
+    return tFailure ? Result<packages::IndexName>(tFailure) : tLines.name();
 }
 
 Failure unpackIndex(os::FileSystem& pFileSystem, const QString& pPacked, const QString& pText,

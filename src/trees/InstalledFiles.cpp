@@ -8,6 +8,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace tarn::trees {
 
 Failure InstalledFiles::add(const QString& pFolder, const QString& pIndexFile,
@@ -19,6 +21,9 @@ Failure InstalledFiles::add(const QString& pFolder, const QString& pIndexFile,
     if (Failure tFailure = tPackage->mTree.read(mFileSystem, pIndexFile, pLimits)) {
         return tFailure;
     }
+    if (!(tPackage->mTree.name() == pName)) {
+        return Failure::content(u"%1 is not the index that its package names"_s.arg(pIndexFile));
+    }
     addPackage(std::move(tPackage));
     return {};
 }
@@ -28,22 +33,21 @@ void InstalledFiles::addUnindexed(const QString& pFolder, const QSet<qint64>& pS
 {
     auto tPackage = std::make_unique<Package>();
     tPackage->mFolder = pFolder;
+    OldFiles tFiles(mFileSystem);
     QDirIterator tIt(pFolder, QDir::Files | QDir::Hidden | QDir::NoSymLinks, QDirIterator::Subdirectories);
     while (tIt.hasNext()) {
         const QByteArray tPath = QFile::encodeName(tIt.next().mid(pFolder.size() + 1));
-        struct stat tStat;
-        const os::Descriptor tFile = pSizes.contains(tIt.fileInfo().size())
-                                         ? openInstalled(mFileSystem, pFolder, tPath, &tStat)
-                                         : os::Descriptor();
+        const OldFile tFile =
+            pSizes.contains(tIt.fileInfo().size()) ? tFiles.open(pFolder, tPath) : OldFile();
         const std::optional<tuf::Hash> tHash =
-            tFile.isOpen() ? hashOf(mFileSystem, tFile.fd(), pAbort) : std::nullopt;
+            tFile.mFile.isOpen() ? hashOf(mFileSystem, tFile.mFile.fd(), pAbort) : std::nullopt;
         if (tHash) {
             tPackage->mTree.append({.mPath = tPath,
                                     .mKind = EntryKind::File,
                                     .mTarget = {},
-                                    .mIsExecutable = (tStat.st_mode & 0111) != 0,
-                                    .mTime = tStat.st_mtime,
-                                    .mSize = tStat.st_size,
+                                    .mIsExecutable = (tFile.mStat.st_mode & 0111) != 0,
+                                    .mTime = tFile.mStat.st_mtime,
+                                    .mSize = tFile.mStat.st_size,
                                     .mHash = *tHash,
                                     .mAt = 0});
         }

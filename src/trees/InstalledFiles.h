@@ -41,7 +41,8 @@ public:
         }
     };
 
-    // A package with its packed index. Its files are of no use if the index cannot be read.
+    // A package with its packed index. Its files are of no use if the index cannot be read, or is not the one
+    // with this name.
     Failure add(const QString& pFolder, const QString& pIndexFile, const packages::IndexName& pName,
                 const IndexLimits& pLimits);
     // A package without an index: its files of these sizes are hashed.

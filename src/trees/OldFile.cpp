@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace tarn::trees {
@@ -19,25 +20,34 @@ constexpr qsizetype sBlockSize = 256 * 1024;
 
 } // namespace
 
-os::Descriptor openInstalled(os::FileSystem& pFileSystem, const QString& pFolder, const QByteArray& pPath,
-                             struct stat* pStat)
+void OldFiles::enter(const QString& pPackage, const QByteArray& pBelow)
 {
+    if (mFolder.isOpen() && mPackage == pPackage && mBelow == pBelow) {
+        return;
+    }
+    mPackage = pPackage;
+    mBelow = pBelow;
     const os::Descriptor tTop(
-        pFileSystem, pFileSystem.open(QFile::encodeName(pFolder), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
-    QByteArrayList tNames = pPath.split('/');
-    const QByteArray tName = tNames.takeLast();
-    const os::Descriptor tDir(pFileSystem,
-                              tTop.isOpen() ? os::openBelow(pFileSystem, tTop.fd(), tNames) : -1);
-    if (!tDir.isOpen()) {
+        mFileSystem, mFileSystem.open(QFile::encodeName(pPackage), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+    const QByteArrayList tNames = pBelow.isEmpty() ? QByteArrayList() : pBelow.split('/');
+    mFolder = os::Descriptor(mFileSystem, tTop.isOpen() ? os::openBelow(mFileSystem, tTop.fd(), tNames) : -1);
+}
+
+OldFile OldFiles::open(const QString& pPackage, const QByteArray& pPath)
+{
+    const qsizetype tSlash = pPath.lastIndexOf('/');
+    enter(pPackage, pPath.first(std::max<qsizetype>(tSlash, 0)));
+    if (!mFolder.isOpen()) {
         return {};
     }
     // Not blocking: a pipe in place of the file must not block the caller.
-    os::Descriptor tFile(pFileSystem,
-                         pFileSystem.openAt(tDir.fd(), tName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-    if (!tFile.isOpen() || ::fstat(tFile.fd(), pStat) != 0) {
-        return {};
-    }
-    return S_ISREG(pStat->st_mode) && pStat->st_uid == ::geteuid() ? std::move(tFile) : os::Descriptor();
+    OldFile tFile{.mFile =
+                      os::Descriptor(mFileSystem, mFileSystem.openAt(mFolder.fd(), pPath.sliced(tSlash + 1),
+                                                                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK)),
+                  .mHash = {}};
+    const bool tIsUsable = tFile.mFile.isOpen() && ::fstat(tFile.mFile.fd(), &tFile.mStat) == 0 &&
+                           S_ISREG(tFile.mStat.st_mode) && tFile.mStat.st_uid == ::geteuid();
+    return tIsUsable ? std::move(tFile) : OldFile();
 }
 
 std::optional<tuf::Hash> hashOf(os::FileSystem& pFileSystem, int pFd, const os::AbortFlag* pAbort,

@@ -16,10 +16,31 @@ class AbortFlag;
 
 namespace tarn::trees {
 
-// Opens a regular file of an installed package, which belongs to this user. No link is followed below the
-// package's folder, so nothing can lead out of it. Not open if there is no such file.
-os::Descriptor openInstalled(os::FileSystem& pFileSystem, const QString& pFolder, const QByteArray& pPath,
-                             struct stat* pStat);
+// A regular file of an installed package, which belongs to this user.
+struct OldFile
+{
+    os::Descriptor mFile; // not open if there is no such file
+    struct stat mStat = {};
+    std::optional<tuf::Hash> mHash; // if it was read
+};
+
+// Opens files of installed packages. No link is followed below a package's folder, so nothing can lead out of
+// it. The folder of the last file stays open, because its neighbours mostly follow. For one thread.
+class OldFiles
+{
+public:
+    explicit OldFiles(os::FileSystem& pFileSystem) : mFileSystem(pFileSystem) {}
+
+    OldFile open(const QString& pPackage, const QByteArray& pPath);
+
+private:
+    void enter(const QString& pPackage, const QByteArray& pBelow);
+
+    os::FileSystem& mFileSystem;
+    QString mPackage;
+    QByteArray mBelow;
+    os::Descriptor mFolder;
+};
 
 // The SHA-256 of a file from its begin; none if it cannot be read, and after a stop request. pAbort may be
 // null; pProgress gets the bytes since its last call.

@@ -25,6 +25,7 @@ Failure Tree::read(os::FileSystem& pFileSystem, const QString& pIndexFile, const
             tFolders.push_back(static_cast<quint32>(mNodes.size()));
         }
     }
+    mName = tReader.name();
     return tFailure;
 }
 

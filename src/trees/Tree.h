@@ -32,6 +32,8 @@ public:
     // A file that is in no index, with its whole path.
     void append(const IndexEntry& pEntry) { append(pEntry, 0, pEntry.mPath); }
 
+    // Of the text that it was read from.
+    const packages::IndexName& name() const { return mName; }
     const IndexHeader& header() const { return mHeader; }
     const FrameTable& frames() const { return mFrames; }
     size_t count() const { return mNodes.size(); }
@@ -44,6 +46,7 @@ public:
 private:
     void append(const IndexEntry& pEntry, quint32 pFolder, QByteArrayView pName);
 
+    packages::IndexName mName;
     IndexHeader mHeader;
     FrameTable mFrames;
     std::vector<Node> mNodes;

@@ -2,9 +2,8 @@
 
 #include "os/AbortFlag.h"
 #include "os/FileTools.h"
-#include "packages/PackageModes.h"
 #include "trees/FrameStream.h"
-#include "trees/OldFile.h"
+#include "trees/ReadAhead.h"
 
 #include <QtCore/QFile>
 
@@ -23,7 +22,8 @@ namespace tarn::trees {
 TreeBuilder::TreeBuilder(os::FileSystem& pFileSystem, const os::AbortFlag* pAbort, const Tree& pTree,
                          const QString& pFolder, const std::function<void(qint64)>& pProgress)
     : mFileSystem(pFileSystem), mAbort(pAbort), mTree(pTree), mFolder(pFolder),
-      mProgress(pProgress ? pProgress : [](qint64) {}), mChain(pFileSystem), mIsThere(pTree.count(), true)
+      mProgress(pProgress ? pProgress : [](qint64) {}), mChain(pFileSystem), mOldFiles(pFileSystem),
+      mIsThere(pTree.count(), true)
 {
 }
 
@@ -109,19 +109,43 @@ Failure TreeBuilder::completeFile(size_t pEntry, const Result<bool>& pIsRight)
     return pIsRight.failure();
 }
 
+// Where files are cloned or copied, what is new is hashed; where they are linked, the old ones are.
 Failure TreeBuilder::reuse(const InstalledFiles& pInstalled)
 {
+    std::vector<size_t> tEntries;
     for (size_t tEntry = 0; tEntry < mTree.count(); ++tEntry) {
-        if (mIsThere[tEntry]) {
-            continue;
+        if (!mIsThere[tEntry]) {
+            tEntries.push_back(tEntry);
         }
-        for (const InstalledFiles::Place& tPlace : pInstalled.find(mTree.at(tEntry))) {
-            if (Failure tFailure = makeFrom(tEntry, tPlace.mPackage->mFolder, tPlace.path())) {
-                return tFailure;
+    }
+    Failure tFailure;
+    auto tNext = tEntries.begin();
+    for (; !tFailure && tNext != tEntries.end() && mCanClone; ++tNext) {
+        tFailure = makeFromAny(*tNext, pInstalled);
+    }
+    if (!tFailure && tNext != tEntries.end()) {
+        ReadAhead tAhead(mFileSystem, mAbort, mTree, pInstalled, {tNext, tEntries.end()});
+        for (; !tFailure && tNext != tEntries.end() && mCanLink; ++tNext) {
+            tFailure = makeFrom(*tNext, tAhead.take());
+            if (!tFailure && !mIsThere[*tNext]) {
+                tFailure = makeFromAny(*tNext, pInstalled, 1);
             }
-            if (mIsThere[tEntry]) {
-                break;
-            }
+        }
+    }
+    for (; !tFailure && tNext != tEntries.end(); ++tNext) {
+        tFailure = makeFromAny(*tNext, pInstalled);
+    }
+    return tFailure;
+}
+
+// From the places where its content should be, but for the first ones.
+Failure TreeBuilder::makeFromAny(size_t pEntry, const InstalledFiles& pInstalled, size_t pFirst)
+{
+    const std::vector<InstalledFiles::Place> tPlaces = pInstalled.find(mTree.at(pEntry));
+    for (size_t tPlace = pFirst; tPlace < tPlaces.size() && !mIsThere[pEntry]; ++tPlace) {
+        const InstalledFiles::Place& tFrom = tPlaces[tPlace];
+        if (Failure tFailure = makeFrom(pEntry, mOldFiles.open(tFrom.mPackage->mFolder, tFrom.path()))) {
+            return tFailure;
         }
     }
     return {};
@@ -143,7 +167,7 @@ Failure TreeBuilder::makeTwins()
         }
         const auto [tFirst, tEnd] = tMissing.equal_range(tNode.mHash);
         for (auto tTwin = tFirst; tTwin != tEnd; tTwin = tMissing.erase(tTwin)) {
-            if (Failure tFailure = makeFrom(tTwin->second, mFolder, mTree.path(tNode))) {
+            if (Failure tFailure = makeFrom(tTwin->second, mOldFiles.open(mFolder, mTree.path(tNode)))) {
                 return tFailure;
             }
         }
@@ -152,26 +176,24 @@ Failure TreeBuilder::makeTwins()
 }
 
 // An old file that cannot be read, or is not what its index says, leaves the new one missing.
-Failure TreeBuilder::makeFrom(size_t pEntry, const QString& pFolder, const QByteArray& pPath)
+Failure TreeBuilder::makeFrom(size_t pEntry, const OldFile& pOld)
 {
     if (Failure tFailure = aborted()) {
         return tFailure;
     }
-    struct stat tStat;
-    const os::Descriptor tOld = openInstalled(mFileSystem, pFolder, pPath, &tStat);
-    if (!tOld.isOpen() || tStat.st_size != mTree.at(pEntry).mSize) {
+    if (!pOld.mFile.isOpen() || pOld.mStat.st_size != mTree.at(pEntry).mSize) {
         return {};
     }
     bool tIsDecided = false;
-    Failure tFailure = mCanClone ? cloneFile(pEntry, tOld.fd(), &tIsDecided) : Failure();
+    Failure tFailure = mCanClone ? cloneFile(pEntry, pOld.mFile.fd(), &tIsDecided) : Failure();
     if (!tFailure && !tIsDecided && mCanLink) {
-        tFailure = linkFile(pEntry, tOld.fd(), tStat, &tIsDecided);
+        tFailure = linkFile(pEntry, pOld, &tIsDecided);
     }
     if (!tFailure && !tIsDecided) {
-        tFailure = copyFile(pEntry, tOld.fd());
+        tFailure = copyFile(pEntry, pOld.mFile.fd());
     }
     if (mIsThere[pEntry]) {
-        mProgress(tStat.st_size);
+        mProgress(pOld.mStat.st_size);
     }
     return tFailure;
 }
@@ -197,13 +219,14 @@ Failure TreeBuilder::cloneFile(size_t pEntry, int pOldFd, bool* pIsDecided)
     return completeFile(pEntry, tFile.finish(*tHash, mTree.at(pEntry)));
 }
 
-Failure TreeBuilder::linkFile(size_t pEntry, int pOldFd, const struct stat& pStat, bool* pIsDecided)
+Failure TreeBuilder::linkFile(size_t pEntry, const OldFile& pOld, bool* pIsDecided)
 {
     const Tree::Node& tNode = mTree.at(pEntry);
-    if (pStat.st_mtime != tNode.mTime || (pStat.st_mode & 07777) != packages::fileMode(tNode.mIsExecutable)) {
+    if (!canBeLinked(pOld.mStat, tNode)) {
         return {};
     }
-    const std::optional<tuf::Hash> tHash = hashOf(mFileSystem, pOldFd, mAbort);
+    const std::optional<tuf::Hash> tHash =
+        pOld.mHash ? pOld.mHash : hashOf(mFileSystem, pOld.mFile.fd(), mAbort);
     if (!tHash || digestOf(*tHash) != tNode.mHash) {
         *pIsDecided = true;
         return aborted();
@@ -213,7 +236,7 @@ Failure TreeBuilder::linkFile(size_t pEntry, int pOldFd, const struct stat& pSta
     if (tDirFd < 0) {
         return Failure::fromErrno(errno, u"write %1"_s.arg(label(pEntry)));
     }
-    if (mFileSystem.linkAt(pOldFd, tDirFd, tName) != 0) {
+    if (mFileSystem.linkAt(pOld.mFile.fd(), tDirFd, tName) != 0) {
         mCanLink = errno == EXDEV || errno == EMLINK; // that is about this file
         return {};
     }

@@ -4,6 +4,7 @@
 #include "trees/FrameRuns.h"
 #include "trees/InstalledFiles.h"
 #include "trees/NewFile.h"
+#include "trees/OldFile.h"
 
 #include <functional>
 
@@ -29,7 +30,7 @@ public:
 
     // Makes the folder, which must not exist, with all folders, links and empty files.
     Failure start();
-    // Clones, links or copies what installed packages have.
+    // Clones, links or copies what installed packages have; what is linked is hashed on several cores.
     Failure reuse(const InstalledFiles& pInstalled);
     // Makes files by a delta from the package with its old index.
     Failure applyDelta(const QString& pDelta, qint64 pLength, const InstalledFiles::Package& pOld);
@@ -49,9 +50,10 @@ private:
     Failure createFile(size_t pEntry, NewFile* pTo);
     Failure completeFile(size_t pEntry, const Result<bool>& pIsRight);
     Failure makeTwins();
-    Failure makeFrom(size_t pEntry, const QString& pFolder, const QByteArray& pPath);
+    Failure makeFromAny(size_t pEntry, const InstalledFiles& pInstalled, size_t pFirst = 0);
+    Failure makeFrom(size_t pEntry, const OldFile& pOld);
     Failure cloneFile(size_t pEntry, int pOldFd, bool* pIsDecided);
-    Failure linkFile(size_t pEntry, int pOldFd, const struct stat& pStat, bool* pIsDecided);
+    Failure linkFile(size_t pEntry, const OldFile& pOld, bool* pIsDecided);
     Failure copyFile(size_t pEntry, int pOldFd);
     Failure aborted() const;
     QString label(size_t pEntry) const;
@@ -64,6 +66,7 @@ private:
     QString mFolder;
     const std::function<void(qint64)> mProgress;
     packages::FolderChain mChain;
+    OldFiles mOldFiles;
     std::vector<bool> mIsThere;
     size_t mMissing = 0; // files
     bool mCanClone = true;

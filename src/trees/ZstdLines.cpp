@@ -60,6 +60,11 @@ Failure ZstdLines::next(QByteArray* pLine)
     }
 }
 
+packages::IndexName ZstdLines::name()
+{
+    return {mHasher.result().front(), mTotal};
+}
+
 // Unpacks a block more of the text.
 Failure ZstdLines::fill()
 {
@@ -88,6 +93,7 @@ Failure ZstdLines::fill()
     mPackedDone = static_cast<qsizetype>(tIn.pos);
     mAtEnd = mExtent == Extent::FirstFrame && mOpenFrame == 0;
     mText.resize(tBefore + static_cast<qsizetype>(tOut.pos));
+    mHasher.add(QByteArrayView(mText).sliced(tBefore));
     mTotal += static_cast<qint64>(tOut.pos);
     return mTotal <= sMaxText ? Failure() : Failure::content(u"%1 is too long"_s.arg(mPath));
 }

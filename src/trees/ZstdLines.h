@@ -2,6 +2,8 @@
 
 #include "internal/Failure.h"
 #include "os/Descriptor.h"
+#include "packages/TreeFiles.h"
+#include "tuf/Hashes.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
@@ -31,6 +33,8 @@ public:
     // The next line without its end; a null one behind the last. A line of more than 64 KiB, a last one
     // without end, and more than 4 GiB of text are failures.
     Failure next(QByteArray* pLine);
+    // Of the whole text, once its end was reached. May be called once.
+    packages::IndexName name();
 
 private:
     Failure fill();
@@ -47,6 +51,7 @@ private:
     QByteArray mText;
     qsizetype mTextDone = 0;
     qint64 mTotal = 0;
+    tuf::Hasher mHasher{tuf::HashAlgorithm::Sha256};
     size_t mOpenFrame = 0; // not 0: bytes of a frame must follow
     bool mAtEnd = false;
 };

@@ -2,8 +2,10 @@
 
 #include <QtCore/QtGlobal>
 
+#include <algorithm>
+#include <bit>
 #include <cstddef>
-#include <unordered_set>
+#include <vector>
 
 namespace tarn::vkpublish {
 
@@ -49,6 +51,35 @@ private:
     qsizetype mAt = 0;
 };
 
+// A set of hashes in one stretch of memory, which goes back to the system at once.
+class HashSet
+{
+public:
+    explicit HashSet(qsizetype pMost) : mPlaces(std::bit_ceil(static_cast<size_t>(pMost + pMost / 2 + 1))) {}
+
+    void insert(quint64 pHash)
+    {
+        mHasZero = mHasZero || pHash == 0;
+        *placeOf(pHash) = pHash;
+    }
+    bool contains(quint64 pHash) { return pHash == 0 ? mHasZero : *placeOf(pHash) == pHash; }
+
+private:
+    // Where it is, or an empty place.
+    quint64* placeOf(quint64 pHash)
+    {
+        const size_t tMask = mPlaces.size() - 1;
+        size_t tAt = static_cast<size_t>(pHash * sFactor >> 32) & tMask;
+        while (mPlaces[tAt] != 0 && mPlaces[tAt] != pHash) {
+            tAt = (tAt + 1) & tMask;
+        }
+        return &mPlaces[tAt];
+    }
+
+    std::vector<quint64> mPlaces; // 0 is empty
+    bool mHasZero = false;
+};
+
 } // namespace
 
 bool areRelated(QByteArrayView pBase, QByteArrayView pMade)
@@ -56,16 +87,15 @@ bool areRelated(QByteArrayView pBase, QByteArrayView pMade)
     if (pBase.size() < sSmall || pMade.size() < sSmall) {
         return true;
     }
-    std::unordered_set<quint64> tRuns;
-    tRuns.reserve(static_cast<size_t>(pBase.size() / sRun));
+    HashSet tRuns(pBase.size() / sRun);
     for (qsizetype i = 0; i + sRun <= pBase.size(); i += sRun) {
         tRuns.insert(RollingHash(pBase.sliced(i)).value());
     }
     RollingHash tHash(pMade);
-    qsizetype tCommon = tRuns.count(tHash.value()) > 0 ? 1 : 0;
+    qsizetype tCommon = tRuns.contains(tHash.value()) ? 1 : 0;
     for (qsizetype i = 1; i + sRun <= pMade.size() && tCommon <= pMade.size() / sUnrelated; ++i) {
         tHash.next();
-        tCommon += tRuns.count(tHash.value()) > 0 ? 1 : 0;
+        tCommon += tRuns.contains(tHash.value()) ? 1 : 0;
     }
     return tCommon > pMade.size() / sUnrelated;
 }

@@ -129,3 +129,28 @@ TEST_F(IndexTest, ReadsWhatItWrites)
         EXPECT_EQ(entryFromLine(toLine(tEntry, 0), 0), tEntry);
     }
 }
+
+// A leading blank leaves the line to Qt.
+TEST(IndexLineTest, MeansTheSameInAnyForm)
+{
+    const QByteArray tLines[] = {
+        "{" + QByteArray(R"("path":"a/f",)") + sFile + R"(,"gap":512,"executable":false})",
+        R"({"path":"l","kind":"link","target":"a/f","later":10,"kind":"link"})",
+        R"({"size":9223372036854775807,"path":"a","kind":"folder","time":-0,"gap":01})",
+    };
+    const QByteArray tBytes = QByteArrayView("\"\\,:{}[]0-1.eat \x01\xc3\xa4").toByteArray();
+    int tRead = 0;
+    for (const QByteArray& tLine : tLines) {
+        for (qsizetype tAt = 0; tAt <= tLine.size(); ++tAt) {
+            for (const char tByte : tBytes) {
+                for (const qsizetype tReplaced : {0, 1}) {
+                    const QByteArray tOther = QByteArray(tLine).replace(tAt, tReplaced, QByteArray(1, tByte));
+                    const auto tEntry = entryFromLine(tOther, 7);
+                    EXPECT_EQ(tEntry, entryFromLine(' ' + tOther, 7)) << tOther.constData();
+                    tRead += tEntry ? 1 : 0;
+                }
+            }
+        }
+    }
+    EXPECT_GT(tRead, 100);
+}

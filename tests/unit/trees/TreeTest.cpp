@@ -2,6 +2,7 @@
 #include "Test.h"
 
 #include "deltas/DeltaMaker.h"
+#include "os/AbortFlag.h"
 #include "os/FileTools.h"
 #include "trees/DeltaApplication.h"
 #include "trees/FrameStream.h"
@@ -254,6 +255,38 @@ TEST_F(TreeTest, ReusesWhatIsSoundAndNothingElse)
     EXPECT_EQ(tPlain.find(tNew.mTree.at(1)).size(), 1u);
     EXPECT_EQ(needsOf(tNew.mTree, tPlain, mDir.path()).mWrite, sOne.size() + sTwo.size())
         << "it can't be linked";
+}
+
+TEST_F(TreeTest, HashesAheadOfItsLinks)
+{
+    Files tFiles{{"d/", ""}};
+    for (int i = 100; i < 180; ++i) {
+        tFiles[(i % 2 == 0 ? "d/" : "f") + QByteArray::number(i)] =
+            noise(1000, static_cast<quint32>(i)).repeated(i);
+    }
+    const Version tOld = version(q("old"), tFiles);
+    const Version tNew = version(q("new"), tFiles);
+    install(tOld);
+    sh(q("printf x | dd of=old/d/110 conv=notrunc status=none; printf x >> old/f151; rm old/d/178; chmod 755 "
+         "old/f101"));
+    os::AbortFlag tAbort;
+    TreeBuilder tBuilder(mFileSystem, &tAbort, tNew.mTree, tNew.mFolder);
+    ASSERT_FALSE(tBuilder.start());
+    EXPECT_FALSE(tBuilder.reuse(installed(tOld)));
+    EXPECT_FALSE(tBuilder.finish());
+    EXPECT_EQ(findings(tNew), QStringList({q("d/110 0"), q("d/178 0"), q("f151 0")}));
+    EXPECT_EQ(tBuilder.missingBytes(), 110'000 + 151'000 + 178'000);
+    struct stat tStat
+    {
+    };
+    for (const auto& [tName, tLinks] : {std::pair("new/f101", 1u), {"new/d/112", 2u}, {"new/f179", 2u}}) {
+        EXPECT_EQ(::stat(qPrintable(path(q(tName))), &tStat), 0);
+        EXPECT_EQ(tStat.st_nlink, tLinks) << tName;
+    }
+    remove(tNew);
+    TreeBuilder tStopped(mFileSystem, &tAbort, tNew.mTree, tNew.mFolder, [&](qint64) { tAbort.set(); });
+    ASSERT_FALSE(tStopped.start());
+    EXPECT_EQ(tStopped.reuse(installed(tOld)).mKind, Failure::Kind::Canceled);
 }
 
 TEST_F(TreeTest, TakesOnlySoundFrames)

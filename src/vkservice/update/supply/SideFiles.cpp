@@ -40,11 +40,11 @@ Failure SideFiles::fetchLostIndexes(const Plan& pPlan, QList<packages::Installed
 }
 
 Failure SideFiles::takeIndex(const Download& pDownload, const packages::IndexFile& pIndex,
-                             const trees::IndexLimits& pLimits)
+                             const trees::IndexLimits& pLimits, trees::Tree* pTree)
 {
     return pDownload.mFailure ? pDownload.mFailure
                               : mParts.mIndexes.takePacked(mParts.mDownloads.pathOf(pDownload.mWanted),
-                                                           pIndex.mText, pLimits);
+                                                           pIndex.mText, pLimits, pTree);
 }
 
 Failure SideFiles::fetchDeltas(const Parcels& pParcels)
@@ -58,8 +58,7 @@ Failure SideFiles::fetchDeltas(const Parcels& pParcels)
     }
     for (size_t i = 0; i < pParcels.size(); ++i) {
         Failure tFailure = tOrder.mDownloads[i].mFailure;
-        tFailure = tFailure ? tFailure : makeIndex(*pParcels[i]);
-        tFailure = tFailure ? tFailure : readTree(pParcels[i]);
+        tFailure = tFailure ? tFailure : makeIndex(pParcels[i]);
         if (tFailure && !isOfTheWay(tFailure)) {
             return tFailure;
         }
@@ -71,23 +70,27 @@ Failure SideFiles::fetchDeltas(const Parcels& pParcels)
     return {};
 }
 
-Failure SideFiles::makeIndex(const Parcel& pParcel)
+Failure SideFiles::makeIndex(Parcel* pParcel)
 {
     trees::IndexStore& tIndexes = mParts.mIndexes;
-    const packages::IndexName& tOld = pParcel.mDelta->mFrom;
-    const packages::IndexName& tNew = pParcel.info().mIndex->mText;
+    const packages::IndexName& tOld = pParcel->mDelta->mFrom;
+    const packages::IndexName& tNew = pParcel->info().mIndex->mText;
     if (tIndexes.has(tNew)) {
-        return {};
+        return readTree(pParcel);
     }
     tIndexes.discardText(tNew);
     Failure tFailure = tIndexes.unpack(tOld);
     if (!tFailure) {
-        tFailure = trees::makeIndexText(mParts.mFileSystem, mParts.mDownloads.pathOf(pParcel.delta()),
-                                        pParcel.mDelta->mFile.mLength, tOld, tIndexes.textPath(tOld),
+        tFailure = trees::makeIndexText(mParts.mFileSystem, mParts.mDownloads.pathOf(pParcel->delta()),
+                                        pParcel->mDelta->mFile.mLength, tOld, tIndexes.textPath(tOld),
                                         tIndexes.textPath(tNew));
     }
+    trees::Tree tTree;
     if (!tFailure) {
-        tFailure = tIndexes.takeText(tIndexes.textPath(tNew), tNew, pParcel.limits());
+        tFailure = tIndexes.takeText(tIndexes.textPath(tNew), tNew, pParcel->limits(), &tTree);
+    }
+    if (!tFailure) {
+        pParcel->mTree = std::move(tTree);
     }
     tIndexes.discardText(tOld);
     tIndexes.discardText(tNew);
@@ -106,18 +109,23 @@ Failure SideFiles::fetchIndexes(const Parcels& pParcels)
         return tFailure;
     }
     for (size_t i = 0; i < tOrder.mOwners.size(); ++i) {
-        const Parcel& tParcel = *tOrder.mOwners[i];
-        const Failure tFailure = takeIndex(tOrder.mDownloads[i], *tParcel.info().mIndex, tParcel.limits());
+        Parcel& tParcel = *tOrder.mOwners[i];
+        const bool tIsWhole = tParcel.mWay == Way::Whole;
+        trees::Tree tTree;
+        const Failure tFailure = takeIndex(tOrder.mDownloads[i], *tParcel.info().mIndex, tParcel.limits(),
+                                           tIsWhole ? nullptr : &tTree);
         if (tFailure && !isOfTheWay(tFailure)) {
             return tFailure;
         }
         if (tFailure) {
             tParcel.warn(mParts.mReporter, tFailure);
+        } else if (!tIsWhole) {
+            tParcel.mTree = std::move(tTree);
         }
     }
     for (Parcel* tParcel : pParcels) {
-        const bool tHasIndex = mParts.mIndexes.has(tParcel->info().mIndex->mText);
-        if (tParcel->mWay != Way::Whole && (!tHasIndex || readTree(tParcel))) {
+        if (tParcel->mWay != Way::Whole && !tParcel->mTree &&
+            (!mParts.mIndexes.has(tParcel->info().mIndex->mText) || readTree(tParcel))) {
             tParcel->comeWhole();
         }
     }

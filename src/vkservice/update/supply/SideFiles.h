@@ -26,8 +26,8 @@ public:
 
 private:
     Failure takeIndex(const Download& pDownload, const packages::IndexFile& pIndex,
-                      const trees::IndexLimits& pLimits);
-    Failure makeIndex(const Parcel& pParcel);
+                      const trees::IndexLimits& pLimits, trees::Tree* pTree = nullptr);
+    Failure makeIndex(Parcel* pParcel);
     Failure readTree(Parcel* pParcel);
 
     SupplyParts mParts;

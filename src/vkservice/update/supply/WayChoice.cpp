@@ -18,9 +18,9 @@ void WayChoice::loadInstalled()
     for (const packages::InstalledPackage& tPackage : mParts.mInstalled.mPackages) {
         const QString tFolder = mParts.mFolders.absolute(tPackage.mFolder);
         const auto& tIndex = tPackage.mInfo.mIndex;
-        const bool tIsRead = tIndex && mParts.mIndexes.has(tIndex->mText) &&
-                             !mFiles.add(tFolder, mParts.mIndexes.pathOf(tIndex->mText), tIndex->mText,
-                                         {.mMaxBytes = tPackage.mInfo.mInstalledSize});
+        const bool tIsRead =
+            tIndex && !mFiles.add(tFolder, mParts.mIndexes.pathOf(tIndex->mText), tIndex->mText,
+                                  {.mMaxBytes = tPackage.mInfo.mInstalledSize});
         if (!tIsRead) {
             mUnindexed.append(tFolder);
         }
