@@ -18,37 +18,19 @@ namespace tarn::vkprocesses {
 namespace {
 
 // To read what is in /proc and in folders, to talk on the connection, to have memory, and to end. None of
-// them reads a file from any other place than its begin: so nobody reads the memory of a process in
+// them reads a file from any other place than its begin, so nobody reads the memory of a process in
 // /proc/PID/mem.
-constexpr const char* sCalls[] = {"access",       "alarm",
-                                  "brk",          "clock_gettime",
-                                  "clock_getres", "clock_nanosleep",
-                                  "close",        "exit",
-                                  "exit_group",   "faccessat",
-                                  "faccessat2",   "fchdir",
-                                  "fstat",        "fstat64",
-                                  "fstatfs",      "fstatfs64",
-                                  "futex",        "getdents",
-                                  "getdents64",   "getegid",
-                                  "geteuid",      "getgid",
-                                  "getpid",       "getppid",
-                                  "getrandom",    "gettid",
-                                  "gettimeofday", "getuid",
-                                  "lstat",        "lstat64",
-                                  "madvise",      "mremap",
-                                  "munmap",       "newfstatat",
-                                  "fstatat64",    "poll",
-                                  "ppoll",        "read",
-                                  "readlink",     "readlinkat",
-                                  "readv",        "recvfrom",
-                                  "recv",         "restart_syscall",
-                                  "rt_sigaction", "rt_sigprocmask",
-                                  "rt_sigreturn", "sched_yield",
-                                  "send",         "sendto",
-                                  "setitimer",    "sigreturn",
-                                  "stat",         "stat64",
-                                  "statx",        "write",
-                                  "writev"};
+// clang-format off
+constexpr const char* sCalls[] = {
+    "access", "alarm", "brk", "clock_getres", "clock_gettime", "clock_gettime64", "clock_nanosleep", "close",
+    "exit", "exit_group", "faccessat", "faccessat2", "fchdir", "fstat", "fstat64", "fstatat64", "fstatfs",
+    "fstatfs64", "futex", "futex_time64", "getdents", "getdents64", "getegid", "geteuid", "getgid", "getpid",
+    "getppid", "getrandom", "gettid", "gettimeofday", "getuid", "lstat", "lstat64", "madvise", "mremap",
+    "munmap", "newfstatat", "poll", "ppoll", "ppoll_time64", "read", "readlink", "readlinkat", "readv",
+    "recv", "recvfrom", "restart_syscall", "rt_sigaction", "rt_sigprocmask", "rt_sigreturn", "sched_yield",
+    "send", "sendto", "setitimer", "sigreturn", "stat", "stat64", "statx", "write", "writev",
+};
+// clang-format on
 constexpr scmp_datum_t sWriting = O_WRONLY | O_RDWR | O_CREAT | O_TRUNC;
 
 bool setCapabilities()
@@ -92,6 +74,8 @@ int allow(scmp_filter_ctx pFilter)
         {"mprotect", SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0)},
         {"fcntl", SCMP_A1(SCMP_CMP_EQ, F_GETFL)},
         {"fcntl", SCMP_A1(SCMP_CMP_EQ, F_SETFD)},
+        {"fcntl64", SCMP_A1(SCMP_CMP_EQ, F_GETFL)},
+        {"fcntl64", SCMP_A1(SCMP_CMP_EQ, F_SETFD)},
         {"tgkill", SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(::getpid()))}, // to abort itself
     };
     for (const auto& [tName, tCondition] : tConditions) {
