@@ -31,7 +31,7 @@ if(TARGET vkservice)
 install(TARGETS vkservice RUNTIME COMPONENT service)
 endif()
 install(TARGETS vkprocesses RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR} COMPONENT service)
-install(FILES docs/man/vkservice.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT service)
+install(FILES docs/man/vkservice.8 docs/man/vkprocesses.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT service)
 # The units have the paths of the programs, which are known only at installation.
 foreach(UNIT vkservice vkprocesses@)
     install(CODE "

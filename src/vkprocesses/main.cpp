@@ -83,7 +83,7 @@ int main(int argc, char* argv[])
         return 0;
     }
     if (argc > 1) {
-        std::fputs("Usage: vkprocesses [--version]\nsystemd or vkservice starts it; see man vkservice.\n",
+        std::fputs("Usage: vkprocesses [--version]\nsystemd or vkservice starts it; see man vkprocesses.\n",
                    stderr);
         return 2;
     }

@@ -7,7 +7,7 @@ export LC_ALL=C.UTF-8
 
 fail() {
     printf 'FAILED: %s\n' "$*"
-    journalctl --no-pager -u vkservice
+    journalctl --no-pager -u vkservice -u 'vkprocesses@*'
     exit 1
 }
 expect() { # STATUS TEXT COMMAND...: the command ends so and says so
@@ -208,7 +208,7 @@ printf '[service]\nuser = "root"\n' >/etc/vk/vk_user.cfg
 expect 0 "service.user is root" vkservice --hand-over
 rm /etc/vk/vk_user.cfg
 expect 0 "1.2 OK" systemd-analyze security --no-pager vkservice
-expect 0 "0.7 SAFE" systemd-analyze security --no-pager vkprocesses@.service
+expect 0 "0.8 SAFE" systemd-analyze security --no-pager vkprocesses@.service
 DEBIAN_FRONTEND=noninteractive expect 0 "" apt-get purge -y -qq rkm vkservice vkpublish libvkcore-dev libvkcore1
 for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /var/lib/vkmirror /run/vkservice \
     /etc/systemd/system/*/vkpublish-*@* /var/lib/vkrefresh \

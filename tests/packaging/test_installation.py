@@ -21,7 +21,7 @@ FILES = {
     "libvkcore-dev": ["include/vkcore/IPCClient.h", "include/vkcore/Application.h", "lib/libvkcore.so"],
     "vkservice": ["bin/vkservice", "share/man/man8/vkservice.8", "lib/systemd/system/vkservice.service",
                   "lib/systemd/system/vkservice.socket", "lib/systemd/catalog/vkservice.catalog",
-                  "libexec/vkprocesses", "lib/systemd/system/vkprocesses@.service",
+                  "libexec/vkprocesses", "share/man/man8/vkprocesses.8", "lib/systemd/system/vkprocesses@.service",
                   "lib/systemd/system/vkprocesses.socket",
                   "share/doc/vkservice/examples/monitoring/alerts.yml",
                   "share/doc/vkservice/examples/monitoring/dashboard.json",

@@ -83,7 +83,7 @@ TEST_F(ServiceTest, UnitsAreSoundAndWellShut)
         << tVerified.mErr;
     // Fails at an exposure above that of tThreshold tenths.
     for (const auto& [tName, tThreshold] :
-         {std::pair("vkservice.service", "12"), {"vkprocesses@.service", "7"}}) {
+         {std::pair("vkservice.service", "12"), {"vkprocesses@.service", "8"}}) {
         const Program::Result tJudged = tAnalyze(
             {"security", "--offline=true", QByteArray("--threshold=") + tThreshold, tUnit(tName).toUtf8()});
         EXPECT_EQ(tJudged.mStatus, 0) << tJudged.mOut;
