@@ -64,7 +64,7 @@ old=$(readlink -f /opt/vk/current/tool)
 setpriv --reuid=somebody --regid=somebody --clear-groups /opt/vk/current/tool/bin/waiter 600 &
 release 1.2
 expect 0 "successfully applied" rkm update-settings --config-var=update.waitForApps:2
-expect 109 "applications were running: tool (process $!, waiter)" rkm update --quiet
+expect 109 "applications were running: tool (process waiter, $!)" rkm update --quiet
 expect 0 "active" systemctl is-active 'vkprocesses@*'
 vkprocesses_status() { cat "/proc/$(systemctl show -p MainPID --value 'vkprocesses@*')/status"; }
 expect 0 $'CapBnd:\t0000000000080000' vkprocesses_status
@@ -112,7 +112,7 @@ cp /srv/updates/metadata/1.root.json /etc/vk/mirror/site.root.json
 echo URL=/srv/updates >/etc/vk/mirror/site.conf
 expect 0 "" systemctl enable --now vkpublish-mirror@site.timer
 expect 0 "" systemctl start vkpublish-mirror@site
-expect 0 "Mirrored 1 package" journalctl --no-pager -u vkpublish-mirror@site
+expect 0 "Mirrored 7 packages" journalctl --no-pager -u vkpublish-mirror@site
 expect 0 "vkmirror" stat -c %U /var/lib/vkmirror/site/metadata/timestamp.json
 expect 0 "successfully applied" rkm update-settings --server=/var/lib/vkmirror/site
 expect 0 "All packages are up to date." rkm update --quiet
