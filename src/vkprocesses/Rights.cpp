@@ -29,6 +29,9 @@ constexpr const char* sCalls[] = {
     "munmap", "newfstatat", "poll", "ppoll", "ppoll_time64", "read", "readlink", "readlinkat", "readv",
     "recv", "recvfrom", "restart_syscall", "rt_sigaction", "rt_sigprocmask", "rt_sigreturn", "sched_yield",
     "send", "sendto", "setitimer", "sigreturn", "stat", "stat64", "statx", "write", "writev",
+#ifdef __SANITIZE_ADDRESS__
+    "pipe", "pipe2", "sigaltstack", // of the sanitizers
+#endif
 };
 // clang-format on
 constexpr scmp_datum_t sWriting = O_WRONLY | O_RDWR | O_CREAT | O_TRUNC;

@@ -29,8 +29,8 @@ namespace {
 
 const vkcore::machine::ServiceUser sNobody{q("nobody"), 65534, 65534};
 
-// Two folders of "nobody", and one of root. A process of root runs "used/bin/sleep"; another one has
-// "open/file" open.
+// Folders of "nobody" and of root. A process of root runs "used/bin/sleep", another one "roots/sleep", and a
+// third one has "open/file" open.
 class VkprocessesTest : public testing::Test
 {
 protected:
@@ -43,7 +43,8 @@ protected:
             GTEST_SKIP() << "the build is closed to other users";
         }
         ::chmod(path("").constData(), 0755);
-        for (const char* tFile : {"used/bin/sleep", "open/file", "unused/file", "roots/sleep"}) {
+        for (const char* tFile :
+             {"used/bin/sleep", "open/file", "unused/file", "roots/sleep", "closed/file"}) {
             writeFile(mDir.filePath(q(tFile)), readFile(q("/bin/sleep")));
             ASSERT_EQ(::chmod(path(tFile).constData(), 0755), 0);
         }
@@ -69,11 +70,11 @@ protected:
     // Only what belongs to "nobody" is told, and what is not known counts as used.
     bool isAnswered(os::ProcessList& pList) const
     {
-        const auto tUsed = pList.inUse({folder("unused"), folder("used"), folder("open"), folder("roots")});
+        const auto tUsed = pList.inUse({folder("unused"), folder("used"), folder("open"), folder("closed")});
         const auto tRunning = pList.running(search());
         return tUsed && tRunning &&
                QSet<QString>(tUsed->begin(), tUsed->end()) ==
-                   QSet<QString>{folder("used"), folder("open"), folder("roots")} &&
+                   QSet<QString>{folder("used"), folder("open"), folder("closed")} &&
                *tRunning == QList{os::Process{mSleeper->pid(), q("sleep"), folder("used/bin/sleep")}};
     }
     // Runs it as the user and returns its result.
