@@ -30,12 +30,17 @@ install(FILES docs/man/vk.cfg.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONE
 if(TARGET vkservice)
 install(TARGETS vkservice RUNTIME COMPONENT service)
 endif()
-install(FILES docs/man/vkservice.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT service)
-# The unit has the path of the program, which is known only at installation.
-install(CODE "
-    configure_file(${PROJECT_SOURCE_DIR}/packaging/systemd/vkservice.service.in
-        ${CMAKE_BINARY_DIR}/packaging/vkservice.service @ONLY)" COMPONENT service)
-install(FILES ${CMAKE_BINARY_DIR}/packaging/vkservice.service ${PROJECT_SOURCE_DIR}/packaging/systemd/vkservice.socket
+install(TARGETS vkprocesses RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR} COMPONENT service)
+install(FILES docs/man/vkservice.8 docs/man/vkprocesses.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT service)
+# The units have the paths of the programs, which are known only at installation.
+foreach(UNIT vkservice vkprocesses@)
+    install(CODE "
+        set(CMAKE_INSTALL_LIBEXECDIR ${CMAKE_INSTALL_LIBEXECDIR})
+        configure_file(${PROJECT_SOURCE_DIR}/packaging/systemd/${UNIT}.service.in
+            ${CMAKE_BINARY_DIR}/packaging/${UNIT}.service @ONLY)" COMPONENT service)
+    install(FILES ${CMAKE_BINARY_DIR}/packaging/${UNIT}.service DESTINATION lib/systemd/system COMPONENT service)
+endforeach()
+install(FILES packaging/systemd/vkservice.socket packaging/systemd/vkprocesses.socket
     DESTINATION lib/systemd/system COMPONENT service)
 install(FILES packaging/systemd/vkservice.sysusers DESTINATION lib/sysusers.d RENAME vkservice.conf COMPONENT service)
 install(FILES packaging/polkit/vkservice.rules DESTINATION ${SHARE}/polkit-1/rules.d COMPONENT service)

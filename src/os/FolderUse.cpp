@@ -3,7 +3,6 @@
 #include "os/ProcFiles.h"
 
 #include <fcntl.h>
-#include <fts.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -48,7 +47,8 @@ QByteArray valueOf(const QByteArray& pText, const QByteArray& pName)
 
 } // namespace
 
-FolderUse::FolderUse(const QStringList& pFolders) : mFolders(pFolders)
+FolderUse::FolderUse(const QStringList& pFolders, std::optional<uid_t> pOwner)
+    : mFolders(pFolders), mOwner(pOwner)
 {
     for (qsizetype tFolder = 0; tFolder < mFolders.size(); ++tFolder) {
         index(tFolder);
@@ -61,15 +61,42 @@ void FolderUse::index(qsizetype pFolder)
     QByteArray tPath = QFile::encodeName(mFolders.at(pFolder));
     char* tPaths[] = {tPath.data(), nullptr};
     FTS* tTree = ::fts_open(tPaths, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, nullptr);
-    while (const FTSENT* tEntry = tTree == nullptr ? nullptr : ::fts_read(tTree)) {
-        if (tEntry->fts_info == FTS_D || tEntry->fts_info == FTS_F) {
-            mFiles.emplace(FileId{tEntry->fts_statp->st_ino, tEntry->fts_statp->st_dev}, pFolder);
-            mNames.insert(QByteArray(tEntry->fts_name));
+    bool tIsKnown = tTree != nullptr;
+    while (FTSENT* tEntry = tTree == nullptr ? nullptr : ::fts_read(tTree)) {
+        if (!indexEntry(*tEntry, pFolder)) {
+            tIsKnown = false;
+            ::fts_set(tTree, tEntry, FTS_SKIP);
         }
     }
     if (tTree != nullptr) {
         ::fts_close(tTree);
     }
+    if (!tIsKnown) {
+        mUsed.insert(pFolder);
+    }
+}
+
+// False for one that can't be read, or is none of the owner. The owner comes with the identity, so nobody can
+// put another file in its place in between.
+bool FolderUse::indexEntry(const FTSENT& pEntry, qsizetype pFolder)
+{
+    switch (pEntry.fts_info) {
+    case FTS_DNR:
+    case FTS_ERR:
+    case FTS_NS:
+        return false;
+    case FTS_D:
+    case FTS_F:
+        break;
+    default:
+        return pEntry.fts_level != FTS_ROOTLEVEL || pEntry.fts_info == FTS_DP;
+    }
+    if (mOwner && pEntry.fts_statp->st_uid != *mOwner) {
+        return false;
+    }
+    mFiles.emplace(FileId{pEntry.fts_statp->st_ino, pEntry.fts_statp->st_dev}, pFolder);
+    mNames.insert(QByteArray(pEntry.fts_name));
+    return true;
 }
 
 void FolderUse::look(const QByteArray& pProcDir)

@@ -5,7 +5,10 @@
 #include <QtCore/QSet>
 #include <QtCore/QStringList>
 
+#include <fts.h>
+
 #include <map>
+#include <optional>
 #include <set>
 
 namespace tarn::os {
@@ -15,10 +18,11 @@ namespace tarn::os {
 class FolderUse
 {
 public:
-    explicit FolderUse(const QStringList& pFolders);
+    // What can't be read counts as used, and with an owner also a folder with a file of another user.
+    explicit FolderUse(const QStringList& pFolders, std::optional<uid_t> pOwner = {});
 
     // Checks a process: its executable, working directory, open and mapped files, and arguments. pProcDir is
-    // its folder in /proc. What can't be read counts as unused.
+    // its folder in /proc. What can't be read of it uses nothing.
     void look(const QByteArray& pProcDir);
     bool isAllUsed() const { return std::ssize(mUsed) == mFolders.size(); }
     // Those found in use so far, in the order of the folders.
@@ -26,6 +30,7 @@ public:
 
 private:
     void index(qsizetype pFolder);
+    bool indexEntry(const FTSENT& pEntry, qsizetype pFolder);
     void lookAtLink(const QByteArray& pLink);
     void lookAtOpenFiles(const QByteArray& pProcDir);
     void lookAtDescription(const QByteArray& pProcDir, const QByteArray& pName);
@@ -34,6 +39,7 @@ private:
     void note(const std::optional<FileId>& pFile);
 
     QStringList mFolders;
+    std::optional<uid_t> mOwner;
     QList<dev_t> mMounts;               // for each folder, the device that its mount has in mountinfo
     std::map<FileId, qsizetype> mFiles; // to the place of their folder in mFolders
     QSet<QByteArray> mNames;            // last parts of their paths

@@ -2,16 +2,16 @@
 
 namespace tarn::os {
 
-QList<Process> FreeProcessList::running()
+Result<QList<Process>> FreeProcessList::running(const ProgramSearch& pSearch)
 {
-    QList<Process> tFound;
-    mThread.call([&] { tFound = mList.running(); });
+    Result<QList<Process>> tFound = QList<Process>();
+    mThread.call([&] { tFound = mList.running(pSearch); });
     return tFound;
 }
 
-QStringList FreeProcessList::inUse(const QStringList& pFolders)
+Result<QStringList> FreeProcessList::inUse(const QStringList& pFolders)
 {
-    QStringList tFound;
+    Result<QStringList> tFound = QStringList();
     mThread.call([&] { tFound = mList.inUse(pFolders); });
     return tFound;
 }

@@ -13,8 +13,8 @@ public:
     // Both must outlive this object.
     FreeProcessList(ProcessList& pList, FreeThread& pThread) : mList(pList), mThread(pThread) {}
 
-    QList<Process> running() override;
-    QStringList inUse(const QStringList& pFolders) override;
+    Result<QList<Process>> running(const ProgramSearch& pSearch) override;
+    Result<QStringList> inUse(const QStringList& pFolders) override;
     int openProcess(pid_t pPid) override;
 
 private:

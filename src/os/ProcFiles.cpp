@@ -1,8 +1,9 @@
 #include "os/ProcFiles.h"
 
-#include <QtCore/QFile>
+#include "os/Descriptor.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <climits>
@@ -15,6 +16,7 @@ namespace {
 const QByteArray sDeletedMark(" (deleted)");
 // The file that a process works on is among its first arguments.
 constexpr qsizetype sMaxArguments = 64;
+constexpr size_t sReadSize = 16 * 1024;
 
 } // namespace
 
@@ -44,10 +46,18 @@ QByteArray linkTarget(const QByteArray& pLink)
     return tPath;
 }
 
+// Only forward, because vkprocesses may not move in a file.
 QByteArray readProcFile(const QByteArray& pPath)
 {
-    QFile tFile(QFile::decodeName(pPath));
-    return tFile.open(QIODevice::ReadOnly) ? tFile.readAll() : QByteArray();
+    const Descriptor tFile(realFileSystem(), ::open(pPath.constData(), O_RDONLY | O_CLOEXEC));
+    QByteArray tBytes;
+    char tBuffer[sReadSize];
+    ssize_t tSize = tFile.isOpen() ? 1 : 0;
+    while (tSize > 0) {
+        tSize = ::read(tFile.fd(), tBuffer, sizeof tBuffer);
+        tBytes.append(tBuffer, qMax<ssize_t>(tSize, 0));
+    }
+    return tBytes;
 }
 
 QByteArrayList argumentPaths(const QByteArray& pProcDir)

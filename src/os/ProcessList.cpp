@@ -2,8 +2,7 @@
 
 #include "os/FolderUse.h"
 #include "os/ProcFiles.h"
-
-#include <QtCore/QFile>
+#include "os/ProgramFinder.h"
 
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -28,24 +27,24 @@ QByteArrayList processDirs()
 class RealProcessList : public ProcessList
 {
 public:
-    QList<Process> running() override
+    explicit RealProcessList(std::optional<uid_t> pOwner = {}) : mOwner(pOwner) {}
+
+    Result<QList<Process>> running(const ProgramSearch& pSearch) override
     {
+        const ProgramFinder tFinder(pSearch, mOwner);
         QList<Process> tFound;
         const QByteArrayList tDirs = processDirs();
         for (const QByteArray& tDir : tDirs) {
-            const QByteArray tExecutable = linkTarget(tDir + "/exe");
-            if (!tExecutable.isEmpty()) {
-                tFound.append({tDir.mid(tDir.lastIndexOf('/') + 1).toInt(),
-                               QString::fromLocal8Bit(readProcFile(tDir + "/comm").trimmed()),
-                               QFile::decodeName(tExecutable), argumentPaths(tDir)});
+            if (const std::optional<Process> tProcess = tFinder.look(tDir)) {
+                tFound.append(*tProcess);
             }
         }
         return tFound;
     }
 
-    QStringList inUse(const QStringList& pFolders) override
+    Result<QStringList> inUse(const QStringList& pFolders) override
     {
-        FolderUse tUse(pFolders);
+        FolderUse tUse(pFolders, mOwner);
         const QByteArrayList tDirs = processDirs();
         for (auto tDir = tDirs.begin(); tDir != tDirs.end() && !tUse.isAllUsed(); ++tDir) {
             tUse.look(*tDir);
@@ -54,6 +53,9 @@ public:
     }
 
     int openProcess(pid_t pPid) override { return static_cast<int>(::syscall(SYS_pidfd_open, pPid, 0)); }
+
+private:
+    std::optional<uid_t> mOwner;
 };
 
 } // namespace
@@ -62,6 +64,11 @@ ProcessList& realProcessList()
 {
     static RealProcessList sProcessList;
     return sProcessList;
+}
+
+std::unique_ptr<ProcessList> processListFor(uid_t pOwner)
+{
+    return std::make_unique<RealProcessList>(pOwner);
 }
 
 } // namespace tarn::os

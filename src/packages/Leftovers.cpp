@@ -80,7 +80,8 @@ Failure Leftovers::remove(const std::function<void(int, int)>& pProgress, const 
     if (const Failure tFailure = find(&tItems)) {
         return tFailure;
     }
-    const QStringList tPutOff = putOff(tItems, pPutOff);
+    const Result<QStringList> tPutOff = putOff(tItems, pPutOff);
+    note(tPutOff.failure());
     for (size_t tIndex = 0; tIndex < tItems.size(); ++tIndex) {
         if (pProgress) {
             pProgress(static_cast<int>(tIndex), static_cast<int>(tItems.size()));
@@ -100,7 +101,7 @@ Failure Leftovers::remove(const std::function<void(int, int)>& pProgress, const 
     return mFirst;
 }
 
-QStringList Leftovers::putOff(const std::vector<Item>& pItems, const PutOff& pPutOff) const
+Result<QStringList> Leftovers::putOff(const std::vector<Item>& pItems, const PutOff& pPutOff) const
 {
     QStringList tFolders;
     for (const Item& tItem : pItems) {
@@ -115,7 +116,7 @@ QStringList Leftovers::putOff(const std::vector<Item>& pItems, const PutOff& pPu
 }
 
 // True if nothing is left that this installation may remove.
-bool Leftovers::removeItem(const Item& pItem, const QStringList& pPutOff)
+bool Leftovers::removeItem(const Item& pItem, const Result<QStringList>& pPutOff)
 {
     bool tAllGone = !pItem.mIsNeeded;
     for (const PackagePlace& tPlace : pItem.mStagings) {
@@ -125,7 +126,7 @@ bool Leftovers::removeItem(const Item& pItem, const QStringList& pPutOff)
         const QString tRoot = mFolders.rootOf(tPlace);
         if (mRoots.fd(tRoot) < 0) {
             tAllGone = tAllGone && !mRoots.knows(tRoot);
-        } else if (pPutOff.contains(PackageFolders::below(tRoot, tPlace))) {
+        } else if (!pPutOff || pPutOff->contains(PackageFolders::below(tRoot, tPlace))) {
             tAllGone = false;
         } else {
             tAllGone = note(removePackage(tPlace)) && tAllGone;

@@ -9,8 +9,9 @@ namespace tarn::packages {
 
 class Roots;
 
-// Those of some package folders (absolute paths) that must be kept for now; called once per removal.
-using PutOff = std::function<QStringList(const QStringList&)>;
+// Those of some package folders (absolute paths) that must be kept for now; called once per removal. After a
+// failure all of them are kept.
+using PutOff = std::function<Result<QStringList>(const QStringList&)>;
 
 // What is no longer needed: package folders of superseded generations, and unused ones that a run recorded.
 // Only what a manifest of this installation names is considered. A generation is removed when all of its
@@ -41,8 +42,8 @@ private:
     };
 
     Failure find(std::vector<Item>* pTo);
-    QStringList putOff(const std::vector<Item>& pItems, const PutOff& pPutOff) const;
-    bool removeItem(const Item& pItem, const QStringList& pPutOff);
+    Result<QStringList> putOff(const std::vector<Item>& pItems, const PutOff& pPutOff) const;
+    bool removeItem(const Item& pItem, const Result<QStringList>& pPutOff);
     Failure removeGeneration(qint64 pNumber);
     bool note(const Failure& pFailure);
 

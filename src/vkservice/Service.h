@@ -46,6 +46,7 @@ public:
     {
         QString mSocketName; // empty: as configured
         bool mWorker = false;
+        os::ProcessList* mProcesses = nullptr; // outlives the service; none: the real one
     };
 
     Service(process::ServiceApplication& pApp, const Options& pOptions);

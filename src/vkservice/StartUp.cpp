@@ -130,7 +130,7 @@ void print(FILE* pStream, const QString& pText)
 
 } // namespace
 
-Failure settleUser(const CommandLine& pLine)
+Failure settleUser(const CommandLine& pLine, os::Descriptor* pProcesses)
 {
     process::keepRightsFromChildren();
     if (::geteuid() != 0) {
@@ -146,7 +146,9 @@ Failure settleUser(const CommandLine& pLine)
     const vkcore::GRef<ServiceApplication> tApp(new ServiceApplication(pLine.mForeground));
     Failure tFailure = machine::serviceUser() ? readConfiguration(*tApp) : refuseStateOfAnother(*tApp);
     if (!tFailure && machine::serviceUser()) {
-        tFailure = process::becomeServiceUser(*tApp, socketPath(*tApp, pLine.mSocketName));
+        int tProcesses = -1;
+        tFailure = process::becomeServiceUser(*tApp, socketPath(*tApp, pLine.mSocketName), &tProcesses);
+        *pProcesses = {os::realFileSystem(), tProcesses};
     }
     if (tFailure && pLine.mForeground) {
         // Who has started a worker does not read its standard error.

@@ -3,6 +3,7 @@
 #include "process/ServiceApplication.h"
 #include "process/SignalWatch.h"
 #include "process/Systemd.h"
+#include "ProcessSight.h"
 #include "Service.h"
 #include "StartUp.h"
 
@@ -75,7 +76,7 @@ void followParent(Service& pService, process::ParentWatch& pParent)
     QObject::connect(&pService.sockets(), &ipc::SocketServer::connectionClosed, &pService, tLook);
 }
 
-int run(const CommandLine& pLine)
+int run(const CommandLine& pLine, os::Descriptor pProcesses)
 {
     const vkcore::GRef<ServiceApplication> tApp(new ServiceApplication(pLine.mForeground));
     if (!tApp->init()) {
@@ -83,7 +84,8 @@ int run(const CommandLine& pLine)
     }
     process::SignalWatch tSignals;
     process::SystemdNotifier tSystemd;
-    Service tService(*tApp, {pLine.mSocketName, pLine.mWorker});
+    const ProcessSight tSight = chooseSight(std::move(pProcesses));
+    Service tService(*tApp, {pLine.mSocketName, pLine.mWorker, tSight.mHelped.get()});
     std::unique_ptr<process::ParentWatch> tParent;
     if (pLine.mWorker) {
         tParent = std::make_unique<process::ParentWatch>();
@@ -112,6 +114,10 @@ int run(const CommandLine& pLine)
             tApp->fatalError(tText);
         }
         return 1;
+    }
+    if (!tSight.mIsWhole) {
+        tApp->write(LogLevel::Notice, u"The service sees only the programs of its own user: updates do not "
+                                      "wait for those of others, nor keep old files that they use."_s);
     }
     tSystemd.ready(u"Ready"_s);
     const int tStatus = QCoreApplication::exec();
@@ -146,12 +152,13 @@ int main(int argc, char* argv[])
         break;
     }
     prepareProcess(tLine.mWorker);
-    if (const Failure tFailure = settleUser(tLine)) {
+    os::Descriptor tProcesses;
+    if (const Failure tFailure = settleUser(tLine, &tProcesses)) {
         print(stderr, tFailure.mText + u".\n"_s);
         return 1;
     }
     QCoreApplication tQtApp(argc, argv);
     QCoreApplication::setApplicationName(u"vkservice"_s);
     QCoreApplication::setApplicationVersion(QStringLiteral(VKSERVICE_VERSION));
-    return run(tLine);
+    return run(tLine, std::move(tProcesses));
 }

@@ -7,7 +7,7 @@ export LC_ALL=C.UTF-8
 
 fail() {
     printf 'FAILED: %s\n' "$*"
-    journalctl --no-pager -u vkservice
+    journalctl --no-pager -u vkservice -u 'vkprocesses@*'
     exit 1
 }
 expect() { # STATUS TEXT COMMAND...: the command ends so and says so
@@ -47,11 +47,51 @@ expect_owners() { # USER: of all files of the service
 expect 0 "vkservice" stat -c %U "/proc/$(systemctl show -p MainPID --value vkservice)"
 expect_owners vkservice
 
-# It sees which programs run, its programs don't, and it gets a password from systemd.
+# It has no right of root; vkprocesses sees for it which programs run and what is in use, and tells nobody else.
 main_status() { cat "/proc/$(systemctl show -p MainPID --value vkservice)/status"; }
-expect 0 $'CapEff:\t0000000000080000' main_status
-expect 0 $'CapBnd:\t0000000000080000' main_status
-expect 0 $'CapAmb:\t0000000000000000' main_status
+expect 0 $'CapPrm:\t0000000000000000' main_status
+expect 0 $'CapBnd:\t0000000000000000' main_status
+expect 0 "vkservice 600" stat -c '%U %a' /run/vkprocesses.socket
+expect 1 "Permission denied" as_somebody --clear-groups bash -c 'exec 3<>/run/vkprocesses.socket' # a socket
+cp /bin/sleep /srv/tool/bin/waiter
+release() { # VERSION
+    expect 0 "Added" vkpublish add /srv/updates /srv/tool --name tool --version "$1" --kind application --executable bin/waiter
+    expect 0 "Published" vkpublish publish /srv/updates
+}
+release 1.1
+expect 0 "1 package was updated." rkm update --quiet
+old=$(readlink -f /opt/vk/current/tool)
+setpriv --reuid=somebody --regid=somebody --clear-groups /opt/vk/current/tool/bin/waiter 600 &
+release 1.2
+expect 0 "successfully applied" rkm update-settings --config-var=update.waitForApps:2
+expect 109 "applications were running: tool (process waiter, $!)" rkm update --quiet
+expect 0 "active" systemctl is-active 'vkprocesses@*'
+vkprocesses_status() { cat "/proc/$(systemctl show -p MainPID --value 'vkprocesses@*')/status"; }
+expect 0 $'CapBnd:\t0000000000080000' vkprocesses_status
+expect 0 $'Seccomp:\t2' vkprocesses_status
+kill $! && wait
+expect 0 "1 package was updated." rkm update --quiet
+(cd "$old" && exec setpriv --reuid=somebody --regid=somebody --clear-groups sleep 600) &
+for version in 1.3 1.4 1.5; do
+    release "$version"
+    expect 0 "1 package was updated." rkm update --quiet
+done
+[ -d "$old" ] || fail "$old was removed while it was in use"
+kill $! && wait
+# Without it updates go on: what is in use is then what the service sees, or what nobody can say.
+expect 0 "" systemctl stop vkprocesses.socket 'vkprocesses@*'
+release 1.6
+expect 0 "1 package was updated." rkm update --quiet
+[ -d "$old" ] || fail "$old was removed while nobody could say whether it was in use"
+expect 0 "" systemctl mask vkprocesses.socket
+expect 0 "" systemctl restart vkservice
+expect 0 "sees only the programs of its own user" journalctl --no-pager -u vkservice
+[ ! -d "$old" ] || fail "$old is left"
+expect 0 "" systemctl unmask vkprocesses.socket
+expect 0 "" systemctl restart vkservice
+expect 0 "active" systemctl is-active vkprocesses.socket
+
+# It gets a password from systemd.
 mkdir -m 700 /etc/vk-secrets /etc/systemd/system/vkservice.service.d
 echo secret >/etc/vk-secrets/mail
 printf '[Service]\nLoadCredential=mail.password:/etc/vk-secrets/mail\n' >/etc/systemd/system/vkservice.service.d/mail.conf
@@ -72,7 +112,7 @@ cp /srv/updates/metadata/1.root.json /etc/vk/mirror/site.root.json
 echo URL=/srv/updates >/etc/vk/mirror/site.conf
 expect 0 "" systemctl enable --now vkpublish-mirror@site.timer
 expect 0 "" systemctl start vkpublish-mirror@site
-expect 0 "Mirrored 1 package" journalctl --no-pager -u vkpublish-mirror@site
+expect 0 "Mirrored 7 packages" journalctl --no-pager -u vkpublish-mirror@site
 expect 0 "vkmirror" stat -c %U /var/lib/vkmirror/site/metadata/timestamp.json
 expect 0 "successfully applied" rkm update-settings --server=/var/lib/vkmirror/site
 expect 0 "All packages are up to date." rkm update --quiet
@@ -167,11 +207,13 @@ chmod 644 /etc/vk/service.cfg
 printf '[service]\nuser = "root"\n' >/etc/vk/vk_user.cfg
 expect 0 "service.user is root" vkservice --hand-over
 rm /etc/vk/vk_user.cfg
-expect 0 "1.6 OK" systemd-analyze security --no-pager vkservice
+expect 0 "1.2 OK" systemd-analyze security --no-pager vkservice
+expect 0 "0.8 SAFE" systemd-analyze security --no-pager vkprocesses@.service
 DEBIAN_FRONTEND=noninteractive expect 0 "" apt-get purge -y -qq rkm vkservice vkpublish libvkcore-dev libvkcore1
 for left in /usr/bin/rkm /usr/bin/vkservice /usr/lib/libvkcore.so.1 /usr/share/rkm /var/lib/vkservice /var/lib/vkmirror /run/vkservice \
     /etc/systemd/system/*/vkpublish-*@* /var/lib/vkrefresh \
-    /etc/systemd/system/*/vkservice.* /var/lib/systemd/deb-systemd-helper-enabled/vkservice.*; do
+    /etc/systemd/system/*/vkservice.* /var/lib/systemd/deb-systemd-helper-enabled/vkservice.* \
+    /run/vkprocesses.socket /etc/systemd/system/*/vkprocesses.*; do
     if [ -e "$left" ] || [ -L "$left" ]; then
         fail "$left is left behind"
     fi

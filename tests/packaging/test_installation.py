@@ -21,6 +21,8 @@ FILES = {
     "libvkcore-dev": ["include/vkcore/IPCClient.h", "include/vkcore/Application.h", "lib/libvkcore.so"],
     "vkservice": ["bin/vkservice", "share/man/man8/vkservice.8", "lib/systemd/system/vkservice.service",
                   "lib/systemd/system/vkservice.socket", "lib/systemd/catalog/vkservice.catalog",
+                  "libexec/vkprocesses", "share/man/man8/vkprocesses.8", "lib/systemd/system/vkprocesses@.service",
+                  "lib/systemd/system/vkprocesses.socket",
                   "share/doc/vkservice/examples/monitoring/alerts.yml",
                   "share/doc/vkservice/examples/monitoring/dashboard.json",
                   "lib/sysusers.d/vkservice.conf", "lib/tmpfiles.d/vkservice.conf",
@@ -46,7 +48,7 @@ class RunPath(unittest.TestCase):
     def test_leads_beside_the_program_and_nowhere_else(self):
         libraries = glob.glob(os.path.join(BUILD, "**", "lib*.so"), recursive=True)
         self.assertEqual({os.path.basename(path) for path in libraries}, {"libvkcore.so", "libinstalllog.so"})
-        for path in libraries + [os.path.join(BUILD, "bin", program) for program in PROGRAMS]:
+        for path in libraries + [os.path.join(BUILD, "bin", program) for program in PROGRAMS] + [os.path.join(BUILD, "libexec/vkprocesses")]:
             for entries in re.findall(r"R(?:UN)?PATH.*\[(.*)\]", run("readelf", "-d", path)):
                 for entry in entries.split(":"):
                     self.assertTrue(entry.startswith("$ORIGIN"), f"{path}: {entries}")
@@ -117,6 +119,8 @@ class Folder(unittest.TestCase):
             self.assertNotRegex(path, r"vktuf|completions$|\.a$|test")
         with open(os.path.join(prefix, "lib/systemd/system/vkservice.service"), encoding="utf-8") as file:
             self.assertIn(f"ExecStart={prefix}/bin/vkservice", file.read())
+        with open(os.path.join(prefix, "lib/systemd/system/vkprocesses@.service"), encoding="utf-8") as file:
+            self.assertIn(f"ExecStart={prefix}/libexec/vkprocesses\n", file.read())
         # Fails at an exposure of 1.5 or more, or of 0.9.
         for command, threshold in ("mirror", 14), ("refresh", 8):
             unit = os.path.join(prefix, f"lib/systemd/system/vkpublish-{command}@.service")
@@ -158,7 +162,8 @@ class Folder(unittest.TestCase):
     def check_dependencies(self, name, path):
         depends = run("dpkg-deb", "-f", path, "Depends")
         wanted = {"rkm": ["libqt6core6", "libvkcore1 (=", "vkservice (="], "libvkcore1": ["libqt6core6", "libsqlite3-0"],
-                  "vkservice": ["libcurl4", "libarchive13", "libsystemd0", "libssl3", "libvkcore1 (="],
+                  "vkservice": ["libcurl4", "libarchive13", "libsystemd0", "libssl3", "libseccomp2",
+                                                                    "libvkcore1 (="],
                   "vkpublish": ["libarchive13", "libcurl4", "libssl3"], "libvkcore-dev": ["libvkcore1 (=", "qt6-base-dev"]}
         for dependency in wanted[name]:
             self.assertIn(dependency, depends, name)

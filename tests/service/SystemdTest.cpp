@@ -59,24 +59,34 @@ TEST_F(ServiceTest, SocketOfSystemdIsUsedAndLeftToIt)
     EXPECT_TRUE(QFile::exists(mRig.socket()));
 }
 
-// The installed unit, checked by systemd's tools.
-TEST_F(ServiceTest, UnitIsSoundAndWellShut)
+// The installed units, checked by systemd's tools.
+TEST_F(ServiceTest, UnitsAreSoundAndWellShut)
 {
-    QByteArray tUnit = readFile(q(SOURCE_DIR "/packaging/systemd/vkservice.service.in"));
-    EXPECT_TRUE(tUnit.contains("\nRestart=always\n") && tUnit.contains("\nMemoryMax="));
-    tUnit.replace("@CMAKE_INSTALL_PREFIX@", mRig.installation().path(QString()).toUtf8());
-    mRig.installation().writeFile("units/vkservice.service", tUnit);
-    mRig.installation().writeFile("units/vkservice.socket",
-                                  readFile(q(SOURCE_DIR "/packaging/systemd/vkservice.socket")));
-    const auto tAnalyze = [this](QList<QByteArray> pWords) {
-        pWords.append(mRig.installation().path("units/vkservice.service").toUtf8());
+    const auto tUnit = [this](const char* pName) { return mRig.installation().path(q("units/") + q(pName)); };
+    for (const char* tName :
+         {"vkservice.service.in", "vkprocesses@.service.in", "vkservice.socket", "vkprocesses.socket"}) {
+        QByteArray tText = readFile(q(SOURCE_DIR "/packaging/systemd/") + q(tName));
+        tText.replace("@CMAKE_INSTALL_PREFIX@", mRig.installation().path(QString()).toUtf8());
+        tText.replace("@CMAKE_INSTALL_LIBEXECDIR@", "bin");
+        mRig.installation().writeFile(q("units/") + q(tName).remove(q(".in")), tText);
+    }
+    mRig.installation().addProgram(BUILD_DIR "/libexec/vkprocesses", "vkprocesses");
+    const QByteArray tService = readFile(tUnit("vkservice.service"));
+    EXPECT_TRUE(tService.contains("\nRestart=always\n") && tService.contains("\nMemoryMax="));
+    const auto tAnalyze = [this](const QList<QByteArray>& pWords) {
         return Program(q("/usr/bin/systemd-analyze"), pWords, mRig.installation().environment()).wait();
     };
-    const Program::Result tVerified = tAnalyze({"verify", "--man=no"});
+    const Program::Result tVerified = tAnalyze(
+        {"verify", "--man=no", tUnit("vkservice.service").toUtf8(), tUnit("vkprocesses.socket").toUtf8()});
     EXPECT_EQ(tVerified.mStatus, 0) << tVerified.mErr;
-    EXPECT_FALSE(tVerified.mErr.contains("vkservice")) << tVerified.mErr;
-    // Fails at an exposure above 1.6.
-    const Program::Result tJudged = tAnalyze({"security", "--offline=true", "--threshold=16"});
-    EXPECT_EQ(tJudged.mStatus, 0) << tJudged.mOut;
-    EXPECT_TRUE(tJudged.mOut.contains("Overall exposure level")) << tJudged.mErr;
+    EXPECT_FALSE(tVerified.mErr.contains("vkservice") || tVerified.mErr.contains("vkprocesses"))
+        << tVerified.mErr;
+    // Fails at an exposure above that of tThreshold tenths.
+    for (const auto& [tName, tThreshold] :
+         {std::pair("vkservice.service", "12"), {"vkprocesses@.service", "8"}}) {
+        const Program::Result tJudged = tAnalyze(
+            {"security", "--offline=true", QByteArray("--threshold=") + tThreshold, tUnit(tName).toUtf8()});
+        EXPECT_EQ(tJudged.mStatus, 0) << tJudged.mOut;
+        EXPECT_TRUE(tJudged.mOut.contains("Overall exposure level")) << tJudged.mErr;
+    }
 }

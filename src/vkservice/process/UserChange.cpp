@@ -2,6 +2,7 @@
 
 #include "internal/Machine.h"
 #include "internal/SocketName.h"
+#include "process/OwnVkprocesses.h"
 #include "process/ServiceApplication.h"
 
 #include <QtCore/QDir>
@@ -101,32 +102,32 @@ std::optional<gid_t> groupOfSocket(const ServiceApplication& pApp)
 
 // The others can't come back, not even by a program with rights of its own. Without CAP_SETPCAP the kernel
 // refuses, and PR_SET_NO_NEW_PRIVS alone does it.
-Failure giveUpRights()
+Failure giveUpRights(Sight pSight)
 {
     if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
         return cant(u"give up the rights of root"_s);
     }
     for (unsigned long tRight = 0; ::prctl(PR_CAPBSET_READ, tRight, 0, 0, 0) >= 0; ++tRight) {
-        if (tRight != CAP_SYS_PTRACE) {
+        if (tRight != CAP_SYS_PTRACE || pSight == Sight::Lost) {
             (void)::prctl(PR_CAPBSET_DROP, tRight, 0, 0, 0);
         }
     }
     return {};
 }
 
-// Only CAP_SYS_PTRACE is left of what the process had.
-bool keepSight()
+// At most CAP_SYS_PTRACE is left of what the process had. Where root does not have it, it is not missed.
+bool setRights(Sight pSight)
 {
     __user_cap_header_struct tHeader = {_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct tData[_LINUX_CAPABILITY_U32S_3] = {};
     if (::syscall(SYS_capget, &tHeader, tData) != 0) {
         return false;
     }
-    const __u32 tSight = tData[0].permitted & (1U << CAP_SYS_PTRACE);
+    const __u32 tSight = pSight == Sight::Kept ? tData[0].permitted & (1U << CAP_SYS_PTRACE) : 0;
     __user_cap_data_struct tLeft[_LINUX_CAPABILITY_U32S_3] = {};
-    tLeft[0].permitted = tSight;
-    tLeft[0].effective = tSight;
-    return ::syscall(SYS_capset, &tHeader, tLeft) == 0;
+    tLeft[0] = {tSight, tSight, tSight};
+    return ::syscall(SYS_capset, &tHeader, tLeft) == 0 &&
+           (tSight == 0 || ::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_SYS_PTRACE, 0, 0) == 0);
 }
 
 bool setGroups(const ServiceUser& pUser, std::optional<gid_t> pGroup)
@@ -184,7 +185,7 @@ void keepRightsFromChildren()
     (void)::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
 }
 
-Failure becomeServiceUser(const ServiceApplication& pApp, const QString& pSocket)
+Failure becomeServiceUser(const ServiceApplication& pApp, const QString& pSocket, int* pProcesses)
 {
     const std::optional<ServiceUser>& tUser = vkcore::machine::serviceUser();
     if (::geteuid() != 0 || !tUser) {
@@ -206,17 +207,21 @@ Failure becomeServiceUser(const ServiceApplication& pApp, const QString& pSocket
     }
     Failure tFailure = tIsThere ? Failure() : prepareFolder(tState, tUser->mUid, *tUser, sOwnFolder);
     tFailure = tFailure ? tFailure : prepareFolders(pApp, pSocket, *tUser);
-    return tFailure ? tFailure : becomeUser(*tUser, groupOfSocket(pApp));
+    if (tFailure) {
+        return tFailure;
+    }
+    *pProcesses = startVkprocesses(*tUser);
+    return becomeUser(*tUser, groupOfSocket(pApp));
 }
 
-Failure becomeUser(const ServiceUser& pUser, std::optional<gid_t> pGroup)
+Failure becomeUser(const ServiceUser& pUser, std::optional<gid_t> pGroup, Sight pSight)
 {
     const QString tWhat = u"become the user %1"_s.arg(pUser.mName);
-    if (Failure tFailure = giveUpRights()) {
+    if (Failure tFailure = giveUpRights(pSight)) {
         return tFailure;
     }
     const bool tChanged = ::prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) == 0 && setGroups(pUser, pGroup) &&
-                          ::setresuid(pUser.mUid, pUser.mUid, pUser.mUid) == 0 && keepSight() &&
+                          ::setresuid(pUser.mUid, pUser.mUid, pUser.mUid) == 0 && setRights(pSight) &&
                           ::prctl(PR_SET_KEEPCAPS, 0, 0, 0, 0) == 0;
     if (!tChanged) {
         return cant(tWhat);

@@ -3,7 +3,6 @@
 #include "os/AbortFlag.h"
 #include "os/Descriptor.h"
 #include "os/FileTools.h"
-#include "os/ProcessList.h"
 #include "packages/Manifest.h"
 #include "packages/PackageFolders.h"
 #include "update/Plan.h"
@@ -16,7 +15,6 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <vector>
@@ -48,13 +46,13 @@ bool needsInterpreter(const QString& pPath)
 AppWait::AppWait(os::ProcessList& pProcesses, const packages::Manifest& pInstalled,
                  const packages::PackageFolders& pFolders, const Plan& pPlan, Reporter& pReporter,
                  const os::AbortFlag& pAbort)
-    : mProcesses(pProcesses), mReporter(pReporter), mAbort(pAbort), mPlaces{"/usr/", "/bin/"}
+    : mProcesses(pProcesses), mReporter(pReporter), mAbort(pAbort)
 {
     const QStringList tRoots = pFolders.roots();
     for (const QString& tRoot : tRoots) {
-        mPlaces.append(QFile::encodeName(tRoot) + '/');
+        mSearch.mPlaces.append(tRoot);
         if (const QString tCanonical = QFileInfo(tRoot).canonicalFilePath(); !tCanonical.isEmpty()) {
-            mPlaces.append(QFile::encodeName(tCanonical) + '/');
+            mSearch.mPlaces.append(tCanonical);
         }
     }
     for (const PlannedPackage& tPackage : pPlan.mPackages) {
@@ -70,67 +68,60 @@ void AppWait::watch(const packages::InstalledPackage& pPackage, const packages::
 {
     const QString tVersions = QFileInfo(pFolders.absolute(pPackage.mFolder)).path();
     const QString tCanonical = QFileInfo(tVersions).canonicalFilePath();
-    const QString tPrefix = (tCanonical.isEmpty() ? tVersions : tCanonical) + u'/';
+    const QString tFolder = tCanonical.isEmpty() ? tVersions : tCanonical;
     const QString tTitle = pPackage.mInfo.mTitle.bestValue(u"en"_s);
-    Watched tWatched{
-        tTitle.isEmpty() ? pPackage.mInfo.mName : tTitle, tPrefix, pPackage.mInfo.mExecutables, {}};
-    const QStringList tFolders = QDir(tPrefix).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    for (const QString& tFolder : tFolders) {
-        for (const QString& tExecutable : tWatched.mExecutables) {
-            const QString tPath = tPrefix + tFolder + u'/' + tExecutable;
-            if (const auto tFile = os::fileIdAt(QFile::encodeName(tPath)); tFile && needsInterpreter(tPath)) {
-                tWatched.mScripts.append(*tFile);
+    mWatched.append(
+        {tTitle.isEmpty() ? pPackage.mInfo.mName : tTitle, tFolder + u'/', pPackage.mInfo.mExecutables});
+    mSearch.mFolders.append(tFolder);
+    const QStringList tNames = QDir(tFolder).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString& tName : tNames) {
+        for (const QString& tExecutable : pPackage.mInfo.mExecutables) {
+            const QString tPath = tFolder + u'/' + tName + u'/' + tExecutable;
+            if (QFileInfo::exists(tPath) && needsInterpreter(tPath)) {
+                mSearch.mScripts.append(tPath);
             }
         }
     }
-    mWatched.append(tWatched);
-}
-
-// An interpreter runs a script that its arguments name. Any user can choose the arguments, so scripts are
-// only looked up in folders of administrators, not on disks and servers that may never answer.
-bool AppWait::isRunBy(const os::Process& pProcess, const Watched& pWatched) const
-{
-    if (pWatched.mScripts.isEmpty()) {
-        return false;
-    }
-    return std::any_of(
-        pProcess.mArguments.begin(), pProcess.mArguments.end(), [this, &pWatched](const QByteArray& pPath) {
-            const bool tIsOurs = !pPath.contains("/../") && std::any_of(mPlaces.begin(), mPlaces.end(),
-                                                                        [&pPath](const QByteArray& pPlace) {
-                                                                            return pPath.startsWith(pPlace);
-                                                                        });
-            const auto tFile = tIsOurs ? os::fileIdAt(pPath) : std::nullopt;
-            return tFile && pWatched.mScripts.contains(*tFile);
-        });
 }
 
 const AppWait::Watched* AppWait::watchedOf(const os::Process& pProcess) const
 {
     for (const Watched& tWatched : mWatched) {
-        if (isRunBy(pProcess, tWatched)) {
-            return &tWatched;
-        }
-        if (!pProcess.mExecutable.startsWith(tWatched.mPrefix)) {
-            continue;
-        }
-        const QString tBelow = pProcess.mExecutable.mid(tWatched.mPrefix.size());
-        if (tWatched.mExecutables.contains(tBelow.section(u'/', 1))) {
+        if (pProcess.mFile.startsWith(tWatched.mPrefix) &&
+            tWatched.mExecutables.contains(pProcess.mFile.mid(tWatched.mPrefix.size()).section(u'/', 1))) {
             return &tWatched;
         }
     }
     return nullptr;
 }
 
-QStringList AppWait::running(QList<pid_t>* pPids)
+// If nobody can say what runs, those that were seen before still do, until they end.
+void AppWait::look()
 {
-    pPids->clear();
+    const Result<QList<os::Process>> tFound = mProcesses.running(mSearch);
+    if (tFound) {
+        mRunning = *tFound;
+        mRunning.removeIf([this](const os::Process& pProcess) { return watchedOf(pProcess) == nullptr; });
+        return;
+    }
+    if (!mHasWarned) {
+        mHasWarned = true;
+        mReporter.notify(MessageWarning,
+                         u"Applications may be running that are not seen: %1"_s.arg(tFound.failure().mText));
+    }
+    mRunning.removeIf([this](const os::Process& pProcess) {
+        pollfd tPoll = {mProcesses.openProcess(pProcess.mPid), POLLIN, 0};
+        const os::Descriptor tFd(os::realFileSystem(), tPoll.fd);
+        return tFd.isOpen() ? ::poll(&tPoll, 1, 0) == 1 : errno == ESRCH;
+    });
+}
+
+QStringList AppWait::names() const
+{
     QStringList tNames;
-    const QList<os::Process> tAll = mProcesses.running();
-    for (const os::Process& tProcess : tAll) {
-        if (const Watched* tWatched = watchedOf(tProcess)) {
-            pPids->append(tProcess.mPid);
-            tNames.append(u"%1 (process %2, %3)"_s.arg(tWatched->mTitle, tProcess.mName).arg(tProcess.mPid));
-        }
+    for (const os::Process& tProcess : mRunning) {
+        tNames.append(
+            u"%1 (process %2, %3)"_s.arg(watchedOf(tProcess)->mTitle, tProcess.mName).arg(tProcess.mPid));
     }
     return tNames;
 }
@@ -142,14 +133,14 @@ Failure AppWait::wait(int pSeconds)
     }
     const QDeadlineTimer tDeadline(pSeconds * Q_INT64_C(1000));
     QStringList tTold;
-    QList<pid_t> tPids;
-    for (QStringList tNames = running(&tPids); !tNames.isEmpty(); tNames = running(&tPids)) {
+    for (look(); !mRunning.isEmpty(); look()) {
         if (mAbort.isSet()) {
             return Failure::canceled();
         }
         if (tTold.isEmpty()) {
             mReporter.begin(vkcore::ActivityWaitingForApps, true, 0, false);
         }
+        const QStringList tNames = names();
         const QString tList = tNames.join(u", "_s);
         if (tDeadline.hasExpired()) {
             return {Failure::Kind::AppsRunning,
@@ -161,18 +152,18 @@ Failure AppWait::wait(int pSeconds)
             mReporter.setText(tList);
             mReporter.notify(MessageInformation, u"Please close these applications: %1"_s.arg(tList));
         }
-        waitForEnd(tPids, static_cast<int>(qMin<qint64>(tDeadline.remainingTime(), INT_MAX)));
+        waitForEnd(static_cast<int>(qMin<qint64>(tDeadline.remainingTime(), INT_MAX)));
     }
     return mAbort.isSet() ? Failure::canceled() : Failure();
 }
 
 // Until one of them ends, the run is aborted or the time is over.
-void AppWait::waitForEnd(const QList<pid_t>& pPids, int pMilliseconds)
+void AppWait::waitForEnd(int pMilliseconds)
 {
     std::vector<pollfd> tPolls{{mAbort.fd(), POLLIN, 0}};
     int tTime = qMin(pMilliseconds, sRecheckMs);
-    for (const pid_t tPid : pPids) {
-        const int tFd = mProcesses.openProcess(tPid);
+    for (const os::Process& tProcess : std::as_const(mRunning)) {
+        const int tFd = mProcesses.openProcess(tProcess.mPid);
         if (tFd >= 0) {
             tPolls.push_back({tFd, POLLIN, 0});
         } else {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "internal/Failure.h"
-#include "os/FileId.h"
+#include "os/ProcessList.h"
 
 #include <QtCore/QList>
 #include <QtCore/QString>
@@ -14,8 +14,6 @@ struct Manifest;
 } // namespace tarn::packages
 namespace tarn::os {
 class AbortFlag;
-class ProcessList;
-struct Process;
 } // namespace tarn::os
 
 namespace tarn::vkservice::update {
@@ -40,21 +38,22 @@ private:
         QString mTitle;
         QString mPrefix; // absolute path of the folder with the package's versions, with a slash
         QStringList mExecutables;
-        QList<os::FileId> mScripts; // those of all versions that need an interpreter
     };
 
     void watch(const packages::InstalledPackage& pPackage, const packages::PackageFolders& pFolders);
-    bool isRunBy(const os::Process& pProcess, const Watched& pWatched) const;
     const Watched* watchedOf(const os::Process& pProcess) const;
-    // "Title (process, 123)" for each that runs now; their process ids in *pPids.
-    QStringList running(QList<pid_t>* pPids);
-    void waitForEnd(const QList<pid_t>& pPids, int pMilliseconds);
+    void look();
+    // "Title (process, 123)" for each that runs.
+    QStringList names() const;
+    void waitForEnd(int pMilliseconds);
 
     os::ProcessList& mProcesses;
     Reporter& mReporter;
     const os::AbortFlag& mAbort;
     QList<Watched> mWatched;
-    QByteArrayList mPlaces; // folders, each with a slash, in which arguments of processes are looked up
+    os::ProgramSearch mSearch;
+    QList<os::Process> mRunning;
+    bool mHasWarned = false;
 };
 
 } // namespace tarn::vkservice::update

@@ -169,7 +169,9 @@ QString Workplace::tidyUp()
 Failure Workplace::removeLeftovers(const std::function<void(int, int)>& pProgress, QStringList* pInUse)
 {
     return mGenerations.removeLeftovers(pProgress, [this, pInUse](const QStringList& pFolders) {
-        return *pInUse = mProcesses.inUse(pFolders);
+        const Result<QStringList> tInUse = mProcesses.inUse(pFolders);
+        *pInUse = tInUse.valueOr({});
+        return tInUse;
     });
 }
 

@@ -33,8 +33,9 @@ public:
     QStringList writableFolders() const;
 
     // Removes what neither the current generation nor the one before it needs, and what killed runs left.
-    // What a process uses remains for a later time and is listed in *pInUse. Continues after a failure, which
-    // does not harm the next run. pProgress gets the number done and the total.
+    // What a process uses remains for a later time and is listed in *pInUse; all of it remains if nobody can
+    // say what is in use. Continues after a failure, which does not harm the next run. pProgress gets the
+    // number done and the total.
     Failure removeLeftovers(const std::function<void(int, int)>& pProgress, QStringList* pInUse);
     // The same, with a text for users.
     QString tidyUp();

@@ -16,13 +16,18 @@ namespace {
 class BusyProcesses : public os::ProcessList
 {
 public:
-    QList<os::Process> running() override
+    Result<QList<os::Process>> running(const os::ProgramSearch&) override
     {
-        return mIsOn ? QList{os::Process{
-                           .mPid = 1, .mName = q("app"), .mExecutable = mExecutable, .mArguments = {}}}
-                     : QList<os::Process>();
+        if (mIsBlind) {
+            return Failure{Failure::Kind::Io, q("nobody sees it")};
+        }
+        return mIsOn ? QList{os::Process{1, q("app"), mExecutable}} : QList<os::Process>();
     }
-    QStringList inUse(const QStringList&) override { return {}; }
+    Result<QStringList> inUse(const QStringList&) override
+    {
+        return mIsBlind ? Result<QStringList>(Failure{Failure::Kind::Io, q("nobody sees it")})
+                        : QStringList();
+    }
     int openProcess(pid_t) override
     {
         errno = EPERM;
@@ -30,6 +35,7 @@ public:
     }
 
     bool mIsOn = false;
+    bool mIsBlind = false;
     QString mExecutable;
 };
 
@@ -228,4 +234,27 @@ TEST(WindowRun, TheWaitForApplicationsEndsWithTheWindow)
     EXPECT_EQ(tResult.mCode, ResultSuccess) << tResult.mText;
     EXPECT_EQ(tResult.mInstallFrom, tUntil.addDays(6));
     EXPECT_EQ(tMachine.packages(), QStringList{q("app 1.0.0")});
+}
+
+// Updates go on and say so, but no old package is removed whose use is not known.
+TEST_F(WindowRunTest, NothingIsRemovedWhileNobodySeesWhatIsInUse)
+{
+    BusyProcesses tProcesses;
+    TestMachine tMachine(mRepository.root(), tProcesses);
+    tMachine.setServers({mRepository.uri()});
+    tMachine.request().mKeepGenerations = 1;
+    tProcesses.mIsBlind = true;
+    QString tFirst;
+    for (const char* tVersion : {"2.0", "3.0", "4.0"}) {
+        offerNext(tVersion);
+        ASSERT_EQ(tMachine.run().mCode, ResultSuccess) << text(tMachine.mMessages);
+        const QString tFolder = QFileInfo(tMachine.installed(q("app"))).canonicalFilePath();
+        tFirst = tFirst.isEmpty() ? tFolder : tFirst;
+    }
+    EXPECT_TRUE(QFileInfo(tFirst).isDir());
+    EXPECT_TRUE(text(tMachine.mMessages).find("nobody sees it") != std::string::npos)
+        << text(tMachine.mMessages);
+    tProcesses.mIsBlind = false;
+    EXPECT_TRUE(tMachine.restart());
+    EXPECT_FALSE(QFileInfo::exists(tFirst));
 }
