@@ -164,14 +164,14 @@ done
 expect 0 "Automatic installation mode: Automatic updates" rkm show-schedule-settings
 expect 0 "Last result" rkm service-status
 
-# The socket stays and starts the service for the next client. An upgrade enables it if it was not.
+# The socket stays and starts the service for the next client. An upgrade enables both if they were not.
 expect 0 "" systemctl stop vkservice
 expect 0 "Result=success" systemctl show -p Result vkservice
 expect 0 "Default server: /srv/updates" rkm show-settings
 expect 0 "active" systemctl is-active vkservice
-rm /etc/systemd/system/sockets.target.wants/vkservice.socket
+rm /etc/systemd/system/sockets.target.wants/vk{service,processes}.socket
 expect 0 "" dpkg -i /packages/vkservice_*.deb
-expect 0 "enabled" systemctl is-enabled vkservice.socket
+expect 0 $'enabled\nenabled' systemctl is-enabled vkservice.socket vkprocesses.socket
 
 # Back to a version that runs as root, and an upgrade from it, which fails on the way and is repeated. Files of others and
 # the targets of links stay as they are.
