@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -158,6 +159,9 @@ private:
         if (tErrno != 0 && mHasTerminal) {
             mTerminal.takeBack();
         }
+        // Another thread of this process may take the signal of its end.
+        mEnd = os::Descriptor(os::realFileSystem(),
+                              tErrno == 0 ? static_cast<int>(::syscall(SYS_pidfd_open, mProgram, 0)) : -1);
         mTo = std::move(tInput.mWrite);
         mFrom = std::move(tOutput.mRead);
         ::fcntl(mTo.fd(), F_SETFL, O_NONBLOCK);
@@ -170,7 +174,10 @@ private:
     {
         const QDeadlineTimer tDeadline(mLimits.mSeconds * Q_INT64_C(1000));
         for (;;) {
-            pollfd tPolls[] = {{mSignals.fd(), POLLIN, 0}, {mFrom.fd(), POLLIN, 0}, {mTo.fd(), POLLOUT, 0}};
+            pollfd tPolls[] = {{mSignals.fd(), POLLIN, 0},
+                               {mFrom.fd(), POLLIN, 0},
+                               {mTo.fd(), POLLOUT, 0},
+                               {mEnd.fd(), POLLIN, 0}};
             ::poll(tPolls, std::size(tPolls), static_cast<int>(tDeadline.remainingTime()));
             if (tPolls[2].revents != 0) {
                 write();
@@ -243,6 +250,7 @@ private:
     Terminal mTerminal;
     bool mHasTerminal;
     pid_t mProgram = -1;
+    os::Descriptor mEnd;
     os::Descriptor mTo;
     os::Descriptor mFrom;
     qsizetype mWritten = 0;

@@ -2,9 +2,14 @@
 #include "keys/CommandWords.h"
 #include "Test.h"
 
+#include <QtCore/QElapsedTimer>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
+
+#include <future>
+#include <thread>
 
 using namespace tarn::vkpublish;
 
@@ -71,6 +76,20 @@ TEST(SigningProgramTest, TransfersBothWaysAtOnce)
     EXPECT_TRUE(tBack && *tBack == tMuch);
     const tarn::Result<QByteArray> tUnread = runSigningProgram({"echo", "done"}, tMuch, {});
     EXPECT_TRUE(tUnread) << tUnread.failure().mText.toStdString();
+}
+
+TEST(SigningProgramTest, EndsAlsoIfAnotherThreadTakesTheSignal)
+{
+    std::promise<void> tDone;
+    std::thread tOther([&] { tDone.get_future().wait(); });
+    for (int i = 0; i < 100 && !testing::Test::HasFailure(); ++i) {
+        QElapsedTimer tTimer;
+        tTimer.start();
+        EXPECT_EQ(shell("echo signature", {60}), q("signature\n"));
+        EXPECT_LT(tTimer.elapsed(), 50'000) << "it waited for its limit";
+    }
+    tDone.set_value();
+    tOther.join();
 }
 
 TEST(SigningProgramTest, InheritsNothingAndLeavesNothing)
