@@ -94,8 +94,9 @@ bool IndexLine::scan(const QByteArray& pLine)
     }
     do {
         Member tMember;
-        // Which of two counts is for Qt to say.
-        if (!tScanner.takeMember(&tMember) || find(tMember.mName) != nullptr) {
+        // Which of two counts is for Qt to say, and it takes any number of them in short time.
+        if (!tScanner.takeMember(&tMember) || find(tMember.mName) != nullptr ||
+            mMembers.size() == sMostMembers) {
             return false;
         }
         mMembers.append(tMember);

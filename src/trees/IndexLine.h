@@ -46,7 +46,8 @@ private:
     const Member* find(QByteArrayView pName) const;
     const Member* take(const char* pName, Type pType);
 
-    QVarLengthArray<Member, 8> mMembers; // as many as a published line has
+    static constexpr qsizetype sMostMembers = 8; // of a published line
+    QVarLengthArray<Member, sMostMembers> mMembers;
     bool mIsValid = false;
 };
 

@@ -3,6 +3,7 @@
 #include "packages/PackageModes.h"
 
 #include <algorithm>
+#include <thread>
 
 namespace tarn::trees {
 
@@ -28,8 +29,8 @@ ReadAhead::ReadAhead(os::FileSystem& pFileSystem, const os::AbortFlag* pAbort, c
         tBytes += pTree.at(tEntry).mSize;
     }
     const unsigned tCores = std::min(std::thread::hardware_concurrency(), sMostThreads);
-    for (unsigned i = 1; i < tCores && tBytes >= sWorthAThread; ++i) {
-        mThreads.emplace_back([this] { work(); });
+    if (tCores > 1 && tBytes >= sWorthAThread) {
+        mThreads.emplace(tCores - 1, [this] { work(); });
     }
 }
 
@@ -40,9 +41,6 @@ ReadAhead::~ReadAhead()
         mEnds = true;
     }
     mChanged.notify_all();
-    for (std::thread& tThread : mThreads) {
-        tThread.join();
-    }
 }
 
 void ReadAhead::work()

@@ -1,14 +1,14 @@
 #pragma once
 
+#include "os/HelperThreads.h"
 #include "trees/InstalledFiles.h"
 #include "trees/OldFile.h"
 
 #include <array>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <span>
-#include <thread>
-#include <vector>
 
 namespace tarn::trees {
 
@@ -51,7 +51,6 @@ private:
     const InstalledFiles& mInstalled;
     const std::span<const size_t> mEntries;
     OldFiles mFiles; // of the thread that takes
-    std::vector<std::thread> mThreads;
 
     std::mutex mMutex; // guards what follows
     std::condition_variable mChanged;
@@ -59,6 +58,8 @@ private:
     size_t mBegun = 0; // entries
     size_t mTaken = 0;
     bool mEnds = false;
+
+    std::optional<os::HelperThreads> mThreads;
 };
 
 } // namespace tarn::trees

@@ -6,6 +6,7 @@
 
 #include "os/Descriptor.h"
 #include "os/FileTools.h"
+#include "os/HelperThreads.h"
 #include "trees/IndexWriter.h"
 #include "tuf/Hashes.h"
 
@@ -18,7 +19,6 @@
 #include <map>
 #include <mutex>
 #include <numeric>
-#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -137,14 +137,9 @@ public:
     Failure run(int pThreads)
     {
         mMaxWaiting = 2 * static_cast<size_t>(pThreads);
-        std::vector<std::thread> tThreads;
-        tThreads.reserve(static_cast<size_t>(pThreads));
-        for (int i = 0; i < pThreads; ++i) {
-            tThreads.emplace_back([this] { packAll(); });
-        }
-        for (std::thread& tThread : tThreads) {
-            tThread.join();
-        }
+        os::HelperThreads tThreads(static_cast<size_t>(std::max(pThreads, 1)) - 1, [this] { packAll(); });
+        packAll();
+        tThreads.join();
         return mFailure;
     }
 

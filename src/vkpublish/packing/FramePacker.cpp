@@ -28,11 +28,9 @@ QByteArray packed(ZSTD_CCtx* pEncoder, const QByteArray& pFrame)
 } // namespace
 
 FramePacker::FramePacker(int pLevel, int pThreads, Output pOutput)
-    : mLevel(pLevel), mOutput(std::move(pOutput))
+    : mLevel(pLevel), mOutput(std::move(pOutput)),
+      mThreads(static_cast<size_t>(std::max(pThreads, 1)), [this] { work(); })
 {
-    for (int i = 0; i < std::max(pThreads, 1); ++i) {
-        mThreads.emplace_back([this] { work(); });
-    }
 }
 
 FramePacker::~FramePacker()
@@ -43,9 +41,6 @@ FramePacker::~FramePacker()
         mWaiting.clear();
     }
     mChanged.notify_all();
-    for (std::thread& tThread : mThreads) {
-        tThread.join();
-    }
 }
 
 void FramePacker::work()
@@ -73,7 +68,10 @@ void FramePacker::work()
 
 Failure FramePacker::add(QByteArray pFrame)
 {
-    if (Failure tFailure = giveOut(mThreads.size())) {
+    if (mThreads.count() == 0) {
+        return Failure::content(u"The system has no thread left to pack the package with"_s);
+    }
+    if (Failure tFailure = giveOut(mThreads.count())) {
         return tFailure;
     }
     {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "internal/Failure.h"
+#include "os/HelperThreads.h"
 #include "trees/IndexEntry.h"
 
 #include <QtCore/QByteArray>
@@ -9,7 +10,6 @@
 #include <functional>
 #include <map>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 namespace tarn::vkpublish {
@@ -48,7 +48,6 @@ private:
 
     const int mLevel;
     const Output mOutput;
-    std::vector<std::thread> mThreads;
     std::vector<trees::Frame> mFrames;
     size_t mAdded = 0;
 
@@ -57,6 +56,8 @@ private:
     std::map<size_t, QByteArray> mWaiting;
     std::map<size_t, Packed> mReady;
     bool mIsEnding = false;
+
+    os::HelperThreads mThreads;
 };
 
 } // namespace tarn::vkpublish

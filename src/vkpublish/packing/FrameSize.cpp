@@ -2,14 +2,16 @@
 
 #include "packing/FrameCutter.h"
 
+#include "os/HelperThreads.h"
 #include "trees/FrameTable.h"
 
 #include <zstd.h>
 
 #include <array>
+#include <atomic>
 #include <limits>
 #include <memory>
-#include <thread>
+#include <vector>
 
 namespace tarn::vkpublish {
 
@@ -136,13 +138,15 @@ public:
 private:
     void flush()
     {
-        std::vector<std::thread> tThreads;
-        for (Trial& tTrial : mTrials) {
-            tThreads.emplace_back([this, &tTrial] { tTrial.add(mBatch); });
-        }
-        for (std::thread& tThread : tThreads) {
-            tThread.join();
-        }
+        std::atomic<size_t> tNext = 0;
+        const auto tAddToSome = [&] {
+            for (size_t i = tNext++; i < mTrials.size(); i = tNext++) {
+                mTrials[i].add(mBatch);
+            }
+        };
+        os::HelperThreads tThreads(mTrials.size() - 1, tAddToSome);
+        tAddToSome();
+        tThreads.join();
         mBatch.mBytes.resize(0);
         mBatch.mEntries.clear();
     }

@@ -2,6 +2,7 @@
 
 #include "os/AbortFlag.h"
 #include "os/FileTools.h"
+#include "os/HelperThreads.h"
 #include "packages/PackageFolders.h"
 #include "packages/Unpacker.h"
 #include "update/Plan.h"
@@ -11,7 +12,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <thread>
 #include <vector>
 
 namespace tarn::vkservice::update {
@@ -71,14 +71,9 @@ Failure Preparation::unpack(Plan* pPlan, const std::function<QString(const Offer
             unpackOne(tPackage, pArchiveOf(tPackage->mOffer), &tWork);
         }
     };
-    std::vector<std::thread> tThreads;
-    for (size_t tIndex = 1; tIndex < std::min(sThreads, tWork.mPackages.size()); ++tIndex) {
-        tThreads.emplace_back(tLoop);
-    }
+    os::HelperThreads tThreads(std::min(sThreads, tWork.mPackages.size()) - 1, tLoop);
     tLoop();
-    for (std::thread& tThread : tThreads) {
-        tThread.join();
-    }
+    tThreads.join();
     if (mAbort.isSet()) {
         return Failure::canceled();
     }
