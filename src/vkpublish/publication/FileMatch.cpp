@@ -7,11 +7,18 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 
 using namespace Qt::StringLiterals;
 
 namespace tarn::vkpublish {
+
+namespace {
+
+constexpr qint64 sPiece = 256 * 1024;
+
+} // namespace
 
 Failure fileMatches(const QString& pPath, qint64 pLength, const tuf::HashList& pHashes)
 {
@@ -29,8 +36,10 @@ Failure fileMatches(const QString& pPath, qint64 pLength, const tuf::HashList& p
         return Failure::content(u"%1 has %2 bytes instead of %3"_s.arg(pPath).arg(tFile.size()).arg(pLength));
     }
     tuf::Hasher tHasher(pHashes);
-    for (QByteArray tPiece = tFile.read(1 << 20); !tPiece.isEmpty(); tPiece = tFile.read(1 << 20)) {
-        tHasher.add(tPiece);
+    QByteArray tPiece(std::min(pLength, sPiece), Qt::Uninitialized);
+    for (qint64 tSize = 1; tSize > 0;) {
+        tSize = tFile.read(tPiece.data(), tPiece.size());
+        tHasher.add(QByteArrayView(tPiece).first(std::max<qint64>(tSize, 0)));
     }
     if (!tuf::hashesAgree(pHashes, tHasher.result())) {
         return Failure::content(u"%1 does not have the hash that was signed for it"_s.arg(pPath));
