@@ -7,7 +7,6 @@
 
 #include <QtCore/QCoreApplication>
 
-#include <malloc.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -20,10 +19,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 using namespace tarn::vkpublish;
-
-// Bytes from which on a block of memory goes back to the system as soon as it is free. The C library would
-// keep some for later, and the tables for deltas would then take more than 100 MiB.
-constexpr int sLargeBlock = 1024 * 1024;
 
 struct Group
 {
@@ -119,7 +114,6 @@ int statusWith(int pLost, int pStatus)
 int main(int pArgc, char** pArgv)
 {
     tarn::vkcore::holdStandardDescriptors();
-    ::mallopt(M_MMAP_THRESHOLD, sLargeBlock);
     const QCoreApplication tApplication(pArgc, pArgv);
     // Published files are readable for everybody, even if the user's own files are not. Keys are created with
     // their own, stricter mode.

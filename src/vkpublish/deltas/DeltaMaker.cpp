@@ -137,7 +137,7 @@ public:
     Failure run(int pThreads)
     {
         mMaxWaiting = 2 * static_cast<size_t>(pThreads);
-        os::HelperThreads tThreads(static_cast<size_t>(std::max(pThreads, 1)) - 1, [this] { packAll(); });
+        os::HelperThreads tThreads(static_cast<size_t>(pThreads) - 1, [this] { packAll(); });
         packAll();
         tThreads.join();
         return mFailure;

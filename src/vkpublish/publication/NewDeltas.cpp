@@ -11,8 +11,11 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QSet>
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -27,6 +30,17 @@ namespace {
 constexpr mode_t sPrivate = 0700;
 constexpr unsigned sMostThreads = 2; // each takes 35 MiB
 constexpr qint64 sMostPercent = 90;  // of the archive; a delta of as many saves too little
+
+// Large blocks of memory go back to the system as soon as they are free. The C library would keep some of the
+// tables that deltas take, more than 100 MiB with all the others. Everything else is faster if it keeps them.
+class SpareMemory
+{
+public:
+    SpareMemory() { ::mallopt(M_MMAP_THRESHOLD, 1024 * 1024); }
+    ~SpareMemory() { ::mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024); } // the most that the library takes
+    SpareMemory(const SpareMemory&) = delete;
+    SpareMemory& operator=(const SpareMemory&) = delete;
+};
 
 } // namespace
 
@@ -148,7 +162,8 @@ Failure NewDeltas::makeFor(const QString& pName, int pCount)
 Failure NewDeltas::makeAll(const Version& pNew, int pCount, QList<DeltaFile>* pTo)
 {
     const QString tScratch = scratch() + "/new"_L1;
-    std::unique_ptr<PackageVersion> tNew; // opened for the first delta
+    std::optional<SpareMemory> tSpare; // from the first delta on
+    std::unique_ptr<PackageVersion> tNew;
     int tLeft = pCount;
     for (const Version& tBase : versionsBefore(pNew)) {
         if (tLeft == 0) {
@@ -167,6 +182,7 @@ Failure NewDeltas::makeAll(const Version& pNew, int pCount, QList<DeltaFile>* pT
         }
         --tLeft;
         if (!tNew) {
+            tSpare.emplace();
             if (Failure tFailure = os::makePath(mFileSystem, scratch(), sPrivate)) {
                 return tFailure;
             }
